@@ -1,0 +1,84 @@
+# One CMake target a folder.
+#
+# pimsm_folder( NAME net DEPS base entity ) makes the static library pimsm_net
+# from the folder's sources, records its declared dependencies for
+# tools/check-includes, and puts its objects into libPimsm.so.
+
+set( PIMSM_DEPS_FILE ${CMAKE_BINARY_DIR}/folder-deps.txt )
+file( WRITE ${PIMSM_DEPS_FILE} "" )
+set_property( GLOBAL PROPERTY PIMSM_FOLDERS "" )
+
+add_library( pimsm_options INTERFACE )
+target_compile_features( pimsm_options INTERFACE cxx_std_20 )
+target_include_directories( pimsm_options INTERFACE ${CMAKE_SOURCE_DIR} )
+# Boost's headers are the system's: their warnings are not ours to mend.
+target_compile_options( pimsm_options INTERFACE
+   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+   -Wcast-align )
+if( CMAKE_CXX_COMPILER_ID STREQUAL "Clang" )
+   # An entity's nested observer hides hooks by key deliberately.
+   target_compile_options( pimsm_options INTERFACE -Wno-gnu-zero-variadic-macro-arguments )
+endif()
+if( PIMSM_DEVELOPER )
+   target_compile_options( pimsm_options INTERFACE -Werror )
+endif()
+if( PIMSM_ATOMIC_PTR )
+   target_compile_definitions( pimsm_options INTERFACE PIMSM_ATOMIC_PTR=1 )
+endif()
+if( PIMSM_SANITIZE )
+   target_compile_options( pimsm_options INTERFACE
+      -fsanitize=${PIMSM_SANITIZE} -fno-omit-frame-pointer )
+   target_link_options( pimsm_options INTERFACE -fsanitize=${PIMSM_SANITIZE} )
+   if( PIMSM_SANITIZE MATCHES "undefined" )
+      target_compile_options( pimsm_options INTERFACE -fno-sanitize-recover=all )
+   endif()
+endif()
+
+set( CMAKE_CXX_EXTENSIONS OFF )
+set( CMAKE_POSITION_INDEPENDENT_CODE ON )
+set( CMAKE_CXX_VISIBILITY_PRESET hidden )
+set( CMAKE_VISIBILITY_INLINES_HIDDEN ON )
+
+function( pimsm_folder )
+   cmake_parse_arguments( F "" "NAME" "DEPS;LIBS" ${ARGN} )
+   file( GLOB sources CONFIGURE_DEPENDS *.cpp detail/*.cpp )
+   if( NOT sources )
+      # A folder of headers alone still is a target, so that it compiles alone.
+      file( WRITE ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp "" )
+      set( sources ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp )
+   endif()
+   add_library( pimsm_${F_NAME} STATIC ${sources} )
+   target_compile_definitions( pimsm_${F_NAME} PRIVATE PIMSM_BUILDING )
+   list( TRANSFORM F_DEPS PREPEND pimsm_ OUTPUT_VARIABLE deps )
+   target_link_libraries( pimsm_${F_NAME} PUBLIC pimsm_options ${deps} ${F_LIBS} )
+   pimsm_declare_folder( ${F_NAME} ${F_DEPS} )
+   set_property( GLOBAL APPEND PROPERTY PIMSM_FOLDERS pimsm_${F_NAME} )
+endfunction()
+
+# Records "folder: name deps..." for tools/check-includes.
+function( pimsm_declare_folder name )
+   file( RELATIVE_PATH folder ${CMAKE_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR} )
+   list( JOIN ARGN " " deps )
+   file( APPEND ${PIMSM_DEPS_FILE} "${folder}: ${name} ${deps}\n" )
+endfunction()
+
+function( pimsm_shared_library )
+   get_property( folders GLOBAL PROPERTY PIMSM_FOLDERS )
+   set( objects "" )
+   foreach( folder IN LISTS folders )
+      list( APPEND objects $<TARGET_OBJECTS:${folder}> )
+   endforeach()
+   add_library( Pimsm SHARED ${objects} )
+   set_target_properties( Pimsm PROPERTIES
+      VERSION ${PROJECT_VERSION} SOVERSION 1 LINKER_LANGUAGE CXX )
+   target_link_libraries( Pimsm PUBLIC pimsm_options fmt::fmt Boost::headers )
+   target_link_options( Pimsm PRIVATE -Wl,--no-undefined )
+endfunction()
+
+# The include rule is part of every build.
+function( pimsm_check_includes )
+   add_custom_target( check-includes ALL
+      COMMAND python3 ${CMAKE_SOURCE_DIR}/tools/check-includes
+              ${CMAKE_SOURCE_DIR} ${PIMSM_DEPS_FILE}
+      COMMENT "Checking the include rule" VERBATIM )
+endfunction()

@@ -1,0 +1,114 @@
+// Flag sets: a 32-bit word of named single-bit flags.
+//
+//    #define EXPIRED_FLAGS( FLAG ) FLAG( allExpired, 'A' ) FLAG( registerExpired,
+//    'R' ) MOX_FLAGS( ExpiredFlags, EXPIRED_FLAGS )
+//
+// inside a class or namespace declares the type with a reader and a mutator for
+// each flag. Row order gives the bits: the first flag is 0x1. Outside any class:
+//
+//    MOX_FLAGS_TEXT( Route::ExpiredFlags, "Name::Space::Route::", EXPIRED_FLAGS )
+//
+// adds the text forms. A word above the limit, which is all the flags, is refused
+// with the RangeError "<Type>::value > 0x<limit> not allowed".
+// The letter is the flag's own in compact trace forms; ' ' where it has none.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <span>
+
+#include "platform/base/Text.h"
+
+namespace Mox {
+
+struct FlagRow {
+   StringView name;
+   char letter;
+};
+
+namespace Detail {
+[[noreturn]] PIMSM_API void flagsOutOfRange( StringView type, uint32_t limit );
+PIMSM_API String flagsText( uint32_t word, StringView fullName,
+                            std::span<const FlagRow> rows );
+PIMSM_API uint32_t parseFlags( StringIter& begin, StringIter end,
+                               StringView fullName, std::span<const FlagRow> rows );
+}
+
+// The letters of the set flags in bit order, "0" for an empty word.
+PIMSM_API String compactFlags( uint32_t word, std::span<const FlagRow> rows );
+
+// What the word-level operations of every flag set share.
+template <class Self>
+class FlagSet {
+ public:
+   constexpr FlagSet() = default;
+
+   uint32_t value() const { return word_; }
+
+   // Throws RangeError above the limit.
+   void valueIs( uint32_t word ) {
+      if ( word > Self::limit )
+         Detail::flagsOutOfRange( Self::typeName, Self::limit );
+      word_ = word;
+   }
+
+   bool flag( unsigned bit ) const { return ( ( word_ >> bit ) & 1 ) != 0; }
+   void flagIs( unsigned bit, bool on ) {
+      word_ = ( word_ & ~( 1U << bit ) ) | ( static_cast<uint32_t>( on ) << bit );
+   }
+
+   friend bool operator==( const FlagSet&, const FlagSet& ) = default;
+
+ protected:
+   explicit FlagSet( uint32_t word ) { valueIs( word ); }
+
+ private:
+   uint32_t word_ = 0;
+};
+
+}
+
+#define MOX_FLAGS_BIT( name, letter ) name##Bit,
+#define MOX_FLAGS_ROW( name, letter ) ::Mox::FlagRow{ #name, letter },
+#define MOX_FLAGS_ACCESS( name, letter ) \
+   bool name() const {                   \
+      return flag( name##Bit );          \
+   }                                     \
+   void name##Is( bool on ) {            \
+      flagIs( name##Bit, on );           \
+   }
+
+#define MOX_FLAGS( Type, ROWS )                                  \
+   class Type : public ::Mox::FlagSet<Type> {                    \
+    public:                                                      \
+      enum Bit : unsigned { ROWS( MOX_FLAGS_BIT ) flagCount };   \
+      static constexpr uint32_t limit = ( 1U << flagCount ) - 1; \
+      static constexpr const char* typeName = #Type;             \
+      Type() = default;                                          \
+      /* Throws RangeError above the limit. */                   \
+      explicit Type( uint32_t word ) : FlagSet( word ) {}        \
+      /* Reads the canonical text; see MOX_FLAGS_TEXT. */        \
+      Type( ::Mox::StringIter& begin, ::Mox::StringIter end ) {  \
+         sequenceToValue( begin, end, *this );                   \
+      }                                                          \
+      ROWS( MOX_FLAGS_ACCESS )                                   \
+   };
+
+#define MOX_FLAGS_TEXT( Type, Scope, ROWS )                                        \
+   inline std::span<const ::Mox::FlagRow> flagRows( const Type& ) {                \
+      static constexpr ::Mox::FlagRow rows[] = { ROWS( MOX_FLAGS_ROW ) };          \
+      return rows;                                                                 \
+   }                                                                               \
+   inline ::Mox::String valueToStrep( const Type& flags ) {                        \
+      return ::Mox::Detail::flagsText( flags.value(),                              \
+                                       ::Mox::String( Scope ) + Type::typeName,    \
+                                       flagRows( flags ) );                        \
+   }                                                                               \
+   inline void sequenceToValue( ::Mox::StringIter& begin, ::Mox::StringIter end,   \
+                                Type& out ) {                                      \
+      out.valueIs( ::Mox::Detail::parseFlags(                                      \
+         begin, end, ::Mox::String( Scope ) + Type::typeName, flagRows( out ) ) ); \
+   }                                                                               \
+   inline std::ostream& operator<<( std::ostream& stream, const Type& flags ) {    \
+      return stream << valueToStrep( flags );                                      \
+   }

@@ -1,0 +1,71 @@
+// Listens to the doorbells of any number of tables through one inotify instance.
+//
+// Readers only: a table's bell rings when its writer says so, when the writer dies,
+// and when the table appears, is replaced or goes away. Free of any event loop: the
+// owner polls fd() and calls dispatch(). Single thread.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+
+#include "platform/base/Export.h"
+#include "platform/base/String.h"
+
+namespace Brane {
+
+class PIMSM_API DoorbellHub {
+ public:
+   // Called from dispatch() for a table that may have changed; usually drains a
+   // follower. May add and remove tables, itself included.
+   using Callback = std::function<void()>;
+   using Id = uint32_t;
+
+   // A burst of rings calls back at most this often; a polling reader takes the
+   // writer's cache lines away.
+   static constexpr double minInterval = 0.001;  // s
+   // How often every table is called without inotify.
+   static constexpr double fallbackInterval = 0.05;  // s
+
+   // Where the system has no inotify instance left, the hub falls back to time.
+   // `useInotify` false: falls back at once.
+   explicit DoorbellHub( bool useInotify = true );
+   ~DoorbellHub();
+   DoorbellHub( const DoorbellHub& ) = delete;
+   DoorbellHub& operator=( const DoorbellHub& ) = delete;
+
+   // Watches the table at `path`, present or not, its directory too. Called back at
+   // the next dispatch() in any case, so that nothing before is missed.
+   Id add( const Mox::String& path, Callback callback );
+   void remove( Id id );  // unknown: nothing
+
+   // Readable when dispatch() has something to do; -1 without inotify.
+   int fd() const { return fd_; }
+   // Must some table be looked at on a timer?
+   bool fallback() const;
+
+   // Reads what has rung and calls back. `now`: seconds, monotonic. Returns when to
+   // call again even if fd() stays silent; infinity: not needed. Call it after
+   // add() too, or ask due().
+   double dispatch( double now );
+   double due() const;
+
+ private:
+   struct Table;
+   struct Directory;
+
+   void arm( Table& table );
+   bool watchDirectory( Table& table );
+   void readEvents();
+   void handleEvent( int watch, uint32_t mask, const char* name );
+   void callDue( double now );
+   double dueOf( const Table& table ) const;
+
+   int fd_ = -1;
+   Id lastId_ = 0;
+   double lastFallback_ = 0;
+   std::map<Id, std::shared_ptr<Table>> tables_;
+   std::multimap<int, Id> watches_;  // of bells and directories
+};
+
+}

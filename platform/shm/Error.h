@@ -1,0 +1,87 @@
+// What can go wrong with a shared-memory table, one type each.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+
+#include "platform/base/Error.h"
+
+namespace Brane {
+
+// A table refused or could not do what it was asked; nothing was changed.
+class PIMSM_API TableError : public Mox::Error {
+ public:
+   using Error::Error;
+};
+
+// A write into a table that is mounted for reading.
+class PIMSM_API ReadOnlyError : public TableError {
+ public:
+   using TableError::TableError;
+};
+
+// One record more than the capacity. Replacing stays possible.
+class PIMSM_API TableFullError : public TableError {
+ public:
+   using TableError::TableError;
+};
+
+// So many keys share this key's index lines that no reader would look further.
+class PIMSM_API ProbeLimitError : public TableError {
+ public:
+   using TableError::TableError;
+};
+
+// What stands in the table cannot be; the text names table, position and slot.
+class PIMSM_API CorruptionError : public TableError {
+ public:
+   using TableError::TableError;
+};
+
+// The directory, the permissions or the space do not allow to make or map the
+// table's files. The text holds the path and the system's reason.
+class PIMSM_API CreateError : public TableError {
+ public:
+   using TableError::TableError;
+};
+
+// Another process, or another writer in this one, holds the table.
+class PIMSM_API SecondWriterError : public TableError {
+ public:
+   SecondWriterError( const Mox::String& text, pid_t pid )
+       : TableError( text ), pid_( pid ) {}
+   // The first writer's process id; 0 when it has not left it yet.
+   pid_t pid() const { return pid_; }
+
+ private:
+   pid_t pid_;
+};
+
+// A file's header does not fit; the text holds both values.
+class PIMSM_API LayoutError : public TableError {
+ public:
+   enum Mismatch : uint32_t {
+      tooShort,       // no room for a header, or less than the header promises
+      magic,          // not a table at all
+      formatVersion,  // made by another version of this library
+      byteOrder,      // made on a machine of the other byte order
+      notReady,       // its maker died before it was complete
+      checksum,       // the header itself is damaged
+      geometry,       // sizes that contradict each other
+      keySize,
+      recordSize,
+      fingerprint,  // same sizes, other fields
+   };
+
+   LayoutError( Mismatch mismatch, const Mox::String& text )
+       : TableError( text ), mismatch_( mismatch ) {}
+   Mismatch mismatch() const { return mismatch_; }
+   // Is it a sound table of another record, rather than a broken file?
+   bool otherRecord() const { return mismatch_ >= keySize; }
+
+ private:
+   Mismatch mismatch_;
+};
+
+}

@@ -1,0 +1,71 @@
+// Tells which keys of a table have changed since the last call.
+//
+// A follower remembers the index word and the key of each position, so that it
+// misses nothing however far it falls behind: vanished keys, other keys at the same
+// place and a whole new instance included. What the table holds when the follower
+// first attaches is not reported; every later change is, equal value or not.
+// Pending changes of one key come as one.
+//
+// Memory: 12 bytes a position (7/4 of the capacity, about) and the keys that stand.
+// Same thread as its reader, which must outlive it.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+
+#include "platform/shm/TableReader.h"
+
+namespace Brane {
+
+namespace Detail {
+class Mirror;
+}
+
+struct Change {
+   enum Kind : uint32_t { written, removed };
+
+   Kind kind = written;
+   const void* key = nullptr;     // keySize bytes; lives during the call
+   const void* record = nullptr;  // a whole copy when written, null when removed
+   Position position = noPosition;
+};
+
+class PIMSM_API TableFollower {
+ public:
+   using Callback = std::function<void( const Change& )>;
+
+   explicit TableFollower( TableReader& reader );
+   ~TableFollower();
+   TableFollower( const TableFollower& ) = delete;
+   TableFollower& operator=( const TableFollower& ) = delete;
+
+   struct Drained {
+      uint32_t written = 0;
+      uint32_t removed = 0;
+      bool stateChanged = false;  // the reader's state or instance is another
+      bool lapped = false;        // the journal was outrun, all positions compared
+      bool again = false;         // something was busy: drain again soon
+   };
+
+   // Polls the reader and reports what has changed, removals first. A table that
+   // went away reports its keys as removed; one that appears, or a new instance,
+   // what differs. The callback may use the reader, and must not drain or throw.
+   Drained drain( const Callback& callback );
+
+   // Has the journal moved on since the last drain? For timers where no doorbell is
+   // to be had; one load, no system call, and blind to another instance.
+   bool pending() const;
+
+   // Forgets what it knew and starts from what stands now, as if new.
+   void restart();
+
+   // Keys known to stand.
+   uint32_t size() const;
+
+ private:
+   TableReader& reader_;
+   std::unique_ptr<Detail::Mirror> mirror_;
+};
+
+}

@@ -1,0 +1,112 @@
+// Tracing by facility and level.
+//
+// A source file defines its facility and traces with it:
+//
+//    MOX_TRACE_FACILITY( trace, "Pimsm::RouteBraneWriter" )
+//    ...
+//    MOX_TRACE( trace, 3, vrf << "doReview(), Starting review" );
+//
+// The levels are constants from 0, the most important, to 9. A disabled trace
+// evaluates none of its arguments; it costs a bit test in a static word. What an
+// argument throws passes through the trace, and nothing is traced.
+//
+// Facilities may be static objects in any order: one not yet constructed, or
+// already destroyed, traces nothing, and settings made before its construction
+// count. Event-loop thread only.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <ostream>
+
+#include "platform/base/Export.h"
+#include "platform/base/String.h"
+
+namespace Mox {
+
+class PIMSM_API TraceFacility {
+ public:
+   static constexpr unsigned maxLevel = 9;
+
+   // `name` must outlive the facility; a literal.
+   explicit TraceFacility( const char* name );
+   ~TraceFacility();
+   TraceFacility( const TraceFacility& ) = delete;
+   TraceFacility& operator=( const TraceFacility& ) = delete;
+
+   StringView name() const { return name_; }
+
+   // REQUIRES: level <= maxLevel.
+   bool enabled( unsigned level ) const { return ( levels_ >> level & 1 ) != 0; }
+
+ private:
+   friend class TraceRegistry;
+
+   uint32_t levels_;  // a bit a level
+   const char* name_;
+};
+
+// What a sink gets; valid during the call. The sink adds the time.
+struct TraceRecord {
+   StringView facility;
+   unsigned level;
+   StringView text;
+};
+
+// Must not throw. Traces made by the sink itself are dropped.
+using TraceSink = std::function<void( const TraceRecord& )>;
+
+// Replaces the sink of the whole process and returns the former one; an empty one
+// restores the default, which writes the line
+// "<seconds, CLOCK_MONOTONIC> <facility> <level> <text>" to standard error.
+PIMSM_API TraceSink traceSinkIs( TraceSink sink );
+
+// Replaces the settings of all facilities, also of those constructed later. At
+// start they come from the environment variable MOX_TRACE. A comma-separated list
+// of entries, of which the first that matches a facility's name decides:
+//
+//    <name>/<n>      levels 0 to n
+//    <name>/<a>-<b>  levels a to b
+//
+// The name may be a pattern as of fnmatch(3): "Pimsm*/8". Facilities that match
+// nothing trace nothing. A bad entry gets a warning line on standard error and is
+// left out.
+PIMSM_API void traceSettingsIs( StringView settings );
+
+// The facility of whatever in the library has none of its own: "Pimsm".
+PIMSM_API extern TraceFacility defaultTraceFacility;
+
+// One trace being put together; used by MOX_TRACE. Small and out of line, since
+// every function that traces has one in its frame.
+class PIMSM_API TraceLine {
+ public:
+   TraceLine( const TraceFacility& facility, unsigned level );
+   ~TraceLine();
+   TraceLine( const TraceLine& ) = delete;
+   TraceLine& operator=( const TraceLine& ) = delete;
+
+   std::ostream& stream();
+   void emit();
+
+ private:
+   struct Content;
+   std::unique_ptr<Content> content_;
+};
+
+}
+
+#define MOX_TRACE_FACILITY( variable, name ) \
+   static ::Mox::TraceFacility variable( name );
+
+// The last argument is what would follow "stream <<".
+#define MOX_TRACE( facility, level, ... )                           \
+   do {                                                             \
+      static_assert( ( level ) <= ::Mox::TraceFacility::maxLevel ); \
+      if ( __builtin_expect( ( facility ).enabled( level ), 0 ) ) { \
+         ::Mox::TraceLine moxTraceLine( facility, level );          \
+         moxTraceLine.stream() << __VA_ARGS__;                      \
+         moxTraceLine.emit();                                       \
+      }                                                             \
+   } while ( false )
+

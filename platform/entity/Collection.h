@@ -1,0 +1,230 @@
+// Collections of entities. An entity's attribute list declares them (kind Map); the
+// owner alone adds and removes, through its mutators.
+//
+// A member type T tells its key by `const K& mapKey() const`. Iteration yields the
+// members by reference; adding or removing while iterating invalidates it, so a
+// loop whose body can do so walks keysOf( collection ) instead.
+#pragma once
+
+#include <map>
+
+#include "platform/entity/Entity.h"
+
+namespace Mox {
+
+// The members of a hashed collection in a dense array of 16-byte slots, and an open
+// addressed index into it of one, two or four bytes a place. Members are visited
+// without touching the index; up to `kScanned` of them are found without one.
+class PIMSM_API HashedSlots {
+ public:
+   struct Slot {
+      uint64_t hash;
+      Entity* member;
+   };
+
+   std::span<const Slot> slots() const { return slots_; }
+
+   // Position of the member that has this hash and satisfies `match`, or npos.
+   static constexpr size_t npos = static_cast<size_t>( -1 );
+   template <class Match>
+   size_t find( uint64_t hash, Match match ) const {
+      if ( index_.empty() ) {
+         for ( size_t i = 0; i < slots_.size(); ++i ) {
+            if ( slots_[i].hash == hash && match( slots_[i].member ) ) return i;
+         }
+         return npos;
+      }
+      for ( size_t place = hash & mask();; place = ( place + 1 ) & mask() ) {
+         size_t position = at( place );
+         if ( position == npos ) return npos;
+         const Slot& slot = slots_[position];
+         if ( slot.hash == hash && match( slot.member ) ) return position;
+      }
+   }
+
+   // REQUIRES: no such member yet.
+   void add( uint64_t hash, Entity* member );
+   // The last member takes the removed one's position.
+   void remove( size_t position );
+
+ private:
+   static constexpr size_t kScanned = 8;
+
+   size_t places() const { return index_.size() / width_; }
+   size_t mask() const { return places() - 1; }
+   size_t at( size_t place ) const {
+      if ( width_ == 1 ) {
+         return index_[place] == 0xff ? npos : index_[place];
+      }
+      return wideAt( place );
+   }
+   size_t wideAt( size_t place ) const;
+   void atIs( size_t place, size_t position );
+   size_t placeOf( size_t position ) const;
+   void clearPlace( size_t place );
+   void rebuild();
+
+   std::vector<Slot> slots_;
+   std::vector<uint8_t> index_;
+   unsigned width_ = 1;
+};
+
+static_assert( sizeof( HashedSlots::Slot ) == 16 );
+
+// Unordered collection of counted members; hash by std::hash<K>.
+template <class K, class T>
+class HashedMap {
+   template <class Member>
+   class Iterator {
+    public:
+      using value_type = Member;
+      using difference_type = std::ptrdiff_t;
+      Iterator() = default;
+      explicit Iterator( const HashedSlots::Slot* slot ) : slot_( slot ) {}
+      Member& operator*() const { return *static_cast<T*>( slot_->member ); }
+      Member* operator->() const { return &**this; }
+      Iterator& operator++() {
+         ++slot_;
+         return *this;
+      }
+      Iterator operator++( int ) { return Iterator( slot_++ ); }
+      bool operator==( const Iterator& ) const = default;
+
+    private:
+      const HashedSlots::Slot* slot_ = nullptr;
+   };
+
+ public:
+   using key_type = K;
+   using Member = T;
+
+   HashedMap() = default;
+   HashedMap( const HashedMap& ) = delete;
+   HashedMap& operator=( const HashedMap& ) = delete;
+   ~HashedMap() {
+      for ( const auto& slot : slots_.slots() ) {
+         intrusive_ptr_release( static_cast<T*>( slot.member ) );
+      }
+   }
+
+   size_t size() const { return slots_.slots().size(); }
+   bool empty() const { return size() == 0; }
+   T* find( const K& key ) { return lookup( key ); }
+   const T* find( const K& key ) const { return lookup( key ); }
+
+   auto begin() { return Iterator<T>( slots_.slots().data() ); }
+   auto end() { return Iterator<T>( slots_.slots().data() + size() ); }
+   auto begin() const { return Iterator<const T>( slots_.slots().data() ); }
+   auto end() const { return Iterator<const T>( slots_.slots().data() + size() ); }
+
+ private:
+   friend struct CollectionOwner;
+
+   static uint64_t hashOf( const K& key ) {
+      // std::hash of a small type may be the identity: spread it.
+      uint64_t h = std::hash<K>()( key ) * 0x9e3779b97f4a7c15ULL;
+      return h ^ ( h >> 32 );
+   }
+   size_t position( const K& key ) const {
+      return slots_.find( hashOf( key ), [&]( const Entity* member ) {
+         return static_cast<const T*>( member )->mapKey() == key;
+      } );
+   }
+   T* lookup( const K& key ) const {
+      size_t found = position( key );
+      if ( found == HashedSlots::npos ) return nullptr;
+      return static_cast<T*>( slots_.slots()[found].member );
+   }
+   void add( const K& key, T* member ) {
+      slots_.add( hashOf( key ), member );
+      intrusive_ptr_add_ref( member );
+   }
+   Ptr<T> remove( const K& key ) {
+      size_t found = position( key );
+      if ( found == HashedSlots::npos ) return nullptr;
+      Ptr<T> member( static_cast<T*>( slots_.slots()[found].member ), false );
+      slots_.remove( found );
+      return member;
+   }
+
+   HashedSlots slots_;
+};
+
+// Collection of counted members in ascending key order.
+template <class K, class T>
+class OrderedMap {
+   using Tree = std::map<K, Ptr<T>>;
+
+   template <class Member, class Base>
+   class Iterator : public Base {
+    public:
+      using value_type = Member;
+      Iterator() = default;
+      explicit Iterator( Base base ) : Base( base ) {}
+      Member& operator*() const { return *Base::operator*().second; }
+      Member* operator->() const { return &**this; }
+   };
+
+ public:
+   using key_type = K;
+   using Member = T;
+
+   size_t size() const { return tree_.size(); }
+   bool empty() const { return tree_.empty(); }
+   T* find( const K& key ) { return lookup( key ); }
+   const T* find( const K& key ) const { return lookup( key ); }
+
+   auto begin() { return Iterator<T, typename Tree::iterator>( tree_.begin() ); }
+   auto end() { return Iterator<T, typename Tree::iterator>( tree_.end() ); }
+   auto begin() const {
+      return Iterator<const T, typename Tree::const_iterator>( tree_.begin() );
+   }
+   auto end() const {
+      return Iterator<const T, typename Tree::const_iterator>( tree_.end() );
+   }
+
+ private:
+   friend struct CollectionOwner;
+
+   T* lookup( const K& key ) const {
+      auto found = tree_.find( key );
+      return found == tree_.end() ? nullptr : found->second.get();
+   }
+   void add( const K& key, T* member ) { tree_.emplace( key, member ); }
+   Ptr<T> remove( const K& key ) {
+      auto found = tree_.find( key );
+      if ( found == tree_.end() ) return nullptr;
+      Ptr<T> member = std::move( found->second );
+      tree_.erase( found );
+      return member;
+   }
+
+   Tree tree_;
+};
+
+// What mutators of kind Map use; nobody else adds or removes.
+struct CollectionOwner {
+   template <class C>
+   static void add( C& collection, typename C::Member* member ) {
+      collection.add( member->mapKey(), member );
+   }
+   template <class C>
+   static auto remove( C& collection, const typename C::key_type& key ) {
+      return collection.remove( key );
+   }
+};
+
+// Members that outlive their place in a collection while somebody holds them. Their
+// plain back pointer must be cleared when the owner goes.
+template <class T>
+class Strays {
+ public:
+   void add( T* member ) { members_.push_back( member ); }
+   void remove( T* member ) { std::erase( members_, member ); }
+   const std::vector<T*>& members() const { return members_; }
+
+ private:
+   std::vector<T*> members_;
+};
+
+}

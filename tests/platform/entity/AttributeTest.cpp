@@ -1,0 +1,140 @@
+#include "tests/platform/entity/Fixture.h"
+
+namespace Mox::Test {
+namespace {
+
+class Attribute : public testing::Test {
+ protected:
+   Ptr<Tree> tree = newEntity<Tree>( "oak" );
+   Recorder recorder;
+
+   void SetUp() override { recorder.notifierIs( tree.get() ); }
+};
+
+TEST_F( Attribute, ValueNotifiesOnlyOnChange ) {
+   tree->heightIs( 3 );
+   tree->heightIs( 4 );
+   tree->heightIs( 4 );
+   EXPECT_EQ( recorder.take(), Heard{ "height" } );
+}
+
+// A word change runs the flag's reaction first; a flag change the word's.
+TEST_F( Attribute, ReactionsRunAfterTheStoreAndBeforeTheNotification ) {
+   tree->wordIs( 3 );
+   EXPECT_TRUE( tree->low() );
+   EXPECT_EQ( recorder.take(), ( Heard{ "low", "word" } ) );
+   tree->lowIs( false );
+   EXPECT_EQ( tree->word(), 2U );
+   EXPECT_EQ( recorder.take(), ( Heard{ "word", "low" } ) );
+}
+
+TEST_F( Attribute, ReactionsRunWhileNotificationsAreOff ) {
+   tree->notificationsEnabledIs( false );
+   tree->wordIs( 1 );
+   EXPECT_TRUE( tree->low() );
+   EXPECT_TRUE( recorder.heard.empty() );
+}
+
+TEST_F( Attribute, CounterWrapsAndIsSilentWithoutChange ) {
+   tree->bumpsIs( 255 );
+   EXPECT_EQ( tree->bumpsInc( 1 ), 0 );
+   EXPECT_EQ( tree->bumpsInc( 0 ), 0 );
+   EXPECT_EQ( tree->bumpsDec( 1 ), 255 );
+   EXPECT_EQ( recorder.take(), ( Heard{ "bumps", "bumps", "bumps" } ) );
+}
+
+TEST_F( Attribute, ViewComparesIdentity ) {
+   Ptr<const Leaf> one = newEntity<Leaf>( 1 );
+   tree->friendlyIs( one );
+   tree->friendlyIs( one );
+   tree->friendlyIs( newEntity<Leaf>( 1 ) );
+   tree->friendlyIs( nullptr );
+   EXPECT_EQ( recorder.take().size(), 3U );
+}
+
+TEST_F( Attribute, ChildIsMadeOnceAndHandedOutWhenRemoved ) {
+   Ptr<Leaf> crown = tree->crownIs();
+   EXPECT_TRUE( crown->notificationsEnabled() );
+   EXPECT_EQ( tree->crownIs(), crown );
+   EXPECT_EQ( tree->crownDel(), crown );
+   EXPECT_EQ( tree->crownDel(), nullptr );
+   EXPECT_EQ( recorder.take(), ( Heard{ "crown", "crown" } ) );
+}
+
+TEST_F( Attribute, MapCreatesOnceAndNotifiesWithTheKey ) {
+   Ptr<Leaf> seven = tree->leafIs( 7 );
+   EXPECT_EQ( tree->leafIs( 7 ), seven );
+   EXPECT_EQ( tree->leaf( 7 ), seven.get() );
+   EXPECT_EQ( tree->leafDel( 8 ), nullptr );
+   EXPECT_EQ( tree->leafDel( 7 ), seven );
+   EXPECT_EQ( tree->leaf( 7 ), nullptr );
+   EXPECT_EQ( seven->colour(), "red" );
+   EXPECT_EQ( recorder.take(), ( Heard{ "leaf 7", "leaf 7" } ) );
+}
+
+// Keys added while the old ones are being removed stay.
+TEST_F( Attribute, DelAllTakesTheKeysAsTheyAre ) {
+   for ( uint32_t id : { 3U, 1U, 2U } ) tree->sortedIs( id );
+   recorder.take();
+   recorder.inside = [&]( const String& what ) {
+      if ( what == "sorted 1" ) tree->sortedIs( 9 );
+      if ( what == "sorted 2" ) tree->sortedDel( 3 );
+   };
+   tree->sortedDelAll();
+   EXPECT_EQ( recorder.take(),
+              ( Heard{ "sorted 1", "sorted 9", "sorted 2", "sorted 3" } ) );
+   EXPECT_EQ( keysOf( tree->sorted() ), std::vector<uint32_t>{ 9 } );
+}
+
+TEST_F( Attribute, ValueMapNotifiesOnInsertAndChange ) {
+   tree->flagIs( "a", true );
+   tree->flagIs( "a", true );
+   tree->flagIs( "a", false );
+   EXPECT_FALSE( *tree->flag( "a" ) );
+   EXPECT_TRUE( tree->flagDel( "a" ) );
+   EXPECT_FALSE( tree->flagDel( "a" ) );
+   EXPECT_EQ( tree->flag( "a" ), nullptr );
+   EXPECT_EQ( recorder.take(), ( Heard{ "flag a", "flag a", "flag a" } ) );
+}
+
+TEST_F( Attribute, SetNotifiesOnChange ) {
+   tree->numberIs( 5 );
+   tree->numberIs( 5 );
+   tree->numberIs( 4 );
+   tree->numberDelAll();
+   tree->numberDel( 5 );
+   EXPECT_EQ( recorder.take(),
+              ( Heard{ "number 5", "number 4", "number 4", "number 5" } ) );
+}
+
+TEST_F( Attribute, ReflectionReadsEveryKindAndWritesScalars ) {
+   tree->leafIs( 7 );
+   EXPECT_EQ( tree->typeInfo().name, "Mox::Test::Tree" );
+   EXPECT_EQ( tree->attributeText( "name" ), "'oak'" );
+   EXPECT_EQ( tree->attributeText( "friendly" ), "null" );
+   EXPECT_EQ( tree->attributeText( "leaf" ), "[7]" );
+   EXPECT_EQ( tree->attributeText( "total" ), "1" );
+   recorder.take();
+   tree->attributeTextIs( "height", "9" );
+   EXPECT_EQ( tree->height(), 9 );
+   EXPECT_EQ( recorder.take(), Heard{ "height" } );
+
+   EXPECT_THROW( tree->attributeTextIs( "height", "256" ), RangeError );
+   EXPECT_THROW( tree->attributeTextIs( "height", "9m" ), ParseError );
+   EXPECT_THROW( tree->attributeTextIs( "name", "'elm'" ), NameError );
+   EXPECT_THROW( tree->attributeTextIs( "total", "2" ), NameError );
+   EXPECT_THROW( tree->attributeText( "hight" ), NameError );
+   EXPECT_EQ( tree->height(), 9 );
+}
+
+TEST_F( Attribute, ViaReachesTheChild ) {
+   EXPECT_EQ( tree->colour(), "" );
+   EXPECT_THROW( tree->attributeTextIs( "colour", "'blue'" ), NameError );
+   tree->crownIs();
+   EXPECT_EQ( tree->attributeText( "colour" ), "'red'" );
+   tree->attributeTextIs( "colour", "'blue'" );
+   EXPECT_EQ( tree->crown()->colour(), "blue" );
+}
+
+}
+}

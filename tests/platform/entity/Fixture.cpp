@@ -1,0 +1,8 @@
+#include "tests/platform/entity/Fixture.h"
+
+namespace Mox::Test {
+
+MOX_ENTITY_TYPE( Leaf, TEST_LEAF_ATTRIBUTES )
+MOX_ENTITY_TYPE( Tree, TEST_TREE_ATTRIBUTES )
+
+}

@@ -64,12 +64,15 @@ class PIMSM_API IpGenAddr {
    // 169.254.0.0/16, fe80::/10.
    bool isLinkLocal() const;
 
-   // Equal in every process.
+   // Equal in every process. Both halves of each product are folded in, so that
+   // neighbours spread in the low bits as well.
    size_t hash() const {
-      uint64_t mixed = ( word( 0 ) + static_cast<uint8_t>( family_ ) ) *
-                       UINT64_C( 0x9e3779b97f4a7c15 );
-      mixed ^= mixed >> 32;
-      mixed = ( mixed + word( 8 ) ) * UINT64_C( 0xd6e8feb86659fd93 );
+      constexpr uint64_t kFirst = UINT64_C( 0x9e3779b97f4a7c15 );
+      constexpr uint64_t kSecond = UINT64_C( 0xd6e8feb86659fd93 );
+      uint64_t mixed =
+         word( 0 ) ^ ( ( word( 8 ) + static_cast<uint8_t>( family_ ) ) * kFirst );
+      mixed = ( mixed ^ ( mixed >> 32 ) ) * kSecond;
+      mixed = ( mixed ^ ( mixed >> 32 ) ) * kFirst;
       return mixed ^ ( mixed >> 32 );
    }
 

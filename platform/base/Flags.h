@@ -1,15 +1,12 @@
 // Flag sets: a 32-bit word of named single-bit flags.
 //
 //    #define EXPIRED_FLAGS( FLAG ) FLAG( allExpired, 'A' ) FLAG( registerExpired,
-//    'R' ) MOX_FLAGS( ExpiredFlags, EXPIRED_FLAGS )
+//    'R' ) MOX_FLAGS( ExpiredFlags, "Name::Space::", EXPIRED_FLAGS )
 //
-// inside a class or namespace declares the type with a reader and a mutator for
-// each flag. Row order gives the bits: the first flag is 0x1. Outside any class:
-//
-//    MOX_FLAGS_TEXT( Route::ExpiredFlags, "Name::Space::Route::", EXPIRED_FLAGS )
-//
-// adds the text forms. A word above the limit, which is all the flags, is refused
-// with the RangeError "<Type>::value > 0x<limit> not allowed".
+// inside a class or namespace declares the type with its text forms and, for each
+// flag, a reader and a mutator. Row order gives the bits: the first flag is 0x1. A
+// word above the limit, which is all the flags, is refused with the RangeError
+// "<Type>::value > 0x<limit> not allowed".
 // The letter is the flag's own in compact trace forms; ' ' where it has none.
 #pragma once
 
@@ -78,37 +75,33 @@ class FlagSet {
       flagIs( name##Bit, on );           \
    }
 
-#define MOX_FLAGS( Type, ROWS )                                  \
-   class Type : public ::Mox::FlagSet<Type> {                    \
-    public:                                                      \
-      enum Bit : unsigned { ROWS( MOX_FLAGS_BIT ) flagCount };   \
-      static constexpr uint32_t limit = ( 1U << flagCount ) - 1; \
-      static constexpr const char* typeName = #Type;             \
-      Type() = default;                                          \
-      /* Throws RangeError above the limit. */                   \
-      explicit Type( uint32_t word ) : FlagSet( word ) {}        \
-      /* Reads the canonical text; see MOX_FLAGS_TEXT. */        \
-      Type( ::Mox::StringIter& begin, ::Mox::StringIter end ) {  \
-         sequenceToValue( begin, end, *this );                   \
-      }                                                          \
-      ROWS( MOX_FLAGS_ACCESS )                                   \
+#define MOX_FLAGS( Type, Scope, ROWS )                                             \
+   class Type : public ::Mox::FlagSet<Type> {                                      \
+    public:                                                                        \
+      enum Bit : unsigned { ROWS( MOX_FLAGS_BIT ) flagCount };                     \
+      static constexpr uint32_t limit = ( 1U << flagCount ) - 1;                   \
+      static constexpr const char* typeName = #Type;                               \
+      static constexpr const char* fullName = Scope #Type;                         \
+      Type() = default;                                                            \
+      /* Throws RangeError above the limit. */                                     \
+      explicit Type( uint32_t word ) : FlagSet( word ) {}                          \
+      /* Reads the canonical text and advances `begin`. */                         \
+      Type( ::Mox::StringIter& begin, ::Mox::StringIter end ) {                    \
+         sequenceToValue( begin, end, *this );                                     \
+      }                                                                            \
+      ROWS( MOX_FLAGS_ACCESS )                                                     \
+      static std::span<const ::Mox::FlagRow> rows() {                              \
+         static constexpr ::Mox::FlagRow all[] = { ROWS( MOX_FLAGS_ROW ) };        \
+         return all;                                                               \
+      }                                                                            \
+      friend ::Mox::String valueToStrep( const Type& flags ) {                     \
+         return ::Mox::Detail::flagsText( flags.value(), fullName, rows() );       \
+      }                                                                            \
+      friend void sequenceToValue( ::Mox::StringIter& begin,                       \
+                                   ::Mox::StringIter end, Type& out ) {            \
+         out.valueIs( ::Mox::Detail::parseFlags( begin, end, fullName, rows() ) ); \
+      }                                                                            \
+      friend std::ostream& operator<<( std::ostream& stream, const Type& flags ) { \
+         return stream << valueToStrep( flags );                                   \
+      }                                                                            \
    };
-
-#define MOX_FLAGS_TEXT( Type, Scope, ROWS )                                        \
-   inline std::span<const ::Mox::FlagRow> flagRows( const Type& ) {                \
-      static constexpr ::Mox::FlagRow rows[] = { ROWS( MOX_FLAGS_ROW ) };          \
-      return rows;                                                                 \
-   }                                                                               \
-   inline ::Mox::String valueToStrep( const Type& flags ) {                        \
-      return ::Mox::Detail::flagsText( flags.value(),                              \
-                                       ::Mox::String( Scope ) + Type::typeName,    \
-                                       flagRows( flags ) );                        \
-   }                                                                               \
-   inline void sequenceToValue( ::Mox::StringIter& begin, ::Mox::StringIter end,   \
-                                Type& out ) {                                      \
-      out.valueIs( ::Mox::Detail::parseFlags(                                      \
-         begin, end, ::Mox::String( Scope ) + Type::typeName, flagRows( out ) ) ); \
-   }                                                                               \
-   inline std::ostream& operator<<( std::ostream& stream, const Type& flags ) {    \
-      return stream << valueToStrep( flags );                                      \
-   }

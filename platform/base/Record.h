@@ -6,6 +6,7 @@
 //       bool operator==( const Hold& ) const = default;
 //    };
 //    MOX_RECORD_TEXT( Hold, "Name::Space::Hold", PIMSM_HOLD )
+//    MOX_STREAM_TEXT( Hold )
 //
 // The text is "Value('<full type name>', ** {'<field>': <value>, ...})" in row
 // order; the parser reads the same keys in the same order and reports a failure
@@ -22,7 +23,7 @@ namespace Mox {
 class RecordPrinter {
  public:
    explicit RecordPrinter( StringView typeName )
-       : out_( "Value('" + String( typeName ) + "', ** {" ) {}
+      : out_( "Value('" + String( typeName ) + "', ** {" ) {}
 
    template <class T>
    void field( StringView name, const T& value ) {
@@ -45,7 +46,7 @@ class RecordPrinter {
 class RecordParser {
  public:
    RecordParser( StringIter& begin, StringIter end, StringView typeName )
-       : begin_( begin ), end_( end ) {
+      : begin_( begin ), end_( end ) {
       expectLiteral( begin_, end_, "Value('" + String( typeName ) + "', ** {" );
    }
 
@@ -82,7 +83,10 @@ class RecordParser {
       ::Mox::RecordParser parser( begin, end, fullName );                        \
       ROWS( MOX_RECORD_PARSE )                                                   \
       parser.finish();                                                           \
-   }                                                                             \
-   inline std::ostream& operator<<( std::ostream& stream, const Type& value ) {  \
-      return stream << valueToStrep( value );                                    \
+   }
+
+// operator<< that prints the text form, for types without a shorter one for traces.
+#define MOX_STREAM_TEXT( Type )                                                 \
+   inline std::ostream& operator<<( std::ostream& stream, const Type& value ) { \
+      return stream << valueToStrep( value );                                   \
    }

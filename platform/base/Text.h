@@ -18,6 +18,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <limits>
 #include <type_traits>
 
 #include "platform/base/Error.h"

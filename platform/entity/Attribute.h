@@ -27,6 +27,9 @@
 //             looks up, null when absent; nameDel( key ) removes and returns it,
 //             null and silent when absent; nameDelAll(). Hook onName( key ).
 //             nameAdd( member ) is for the class's own creation functions.
+//   ReactingMap  as Map, and the class's handleNameDel( member ) runs after a
+//   removal,
+//             before its notification
 //   ValueMap  standard map of values: nameIs( key, value ), nameDel( key ) telling
 //             whether it was there, nameDelAll(); name( key ) is a pointer, null
 //             when absent. Hook onName( key ).
@@ -45,7 +48,7 @@
 
 namespace Mox {
 
-// How mutators take a value: small trivial ones by value.
+// How mutators take a value and readers give it: small trivial ones by value.
 template <class T>
 using In = std::conditional_t<std::is_trivially_copyable_v<T> && sizeof( T ) <= 16,
                               T, const T&>;
@@ -89,7 +92,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       [&key]( NotifieeConst& observer ) { observer.on##Name( key ); } )
 
 #define MOX_ACCESS_Fixed( name, Name, type, initial ) \
-   const type& name() const {                         \
+   ::Mox::In<type> name() const {                     \
       return name##_;                                 \
    }                                                  \
                                                       \
@@ -99,7 +102,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
  public:
 
 #define MOX_ACCESS_Value( name, Name, type, initial ) \
-   const type& name() const {                         \
+   ::Mox::In<type> name() const {                     \
       return name##_;                                 \
    }                                                  \
    void name##Is( ::Mox::In<type> value ) {           \
@@ -110,7 +113,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
    MOX_STORED( name, type, initial )
 
 #define MOX_ACCESS_Reacting( name, Name, type, initial ) \
-   const type& name() const {                            \
+   ::Mox::In<type> name() const {                        \
       return name##_;                                    \
    }                                                     \
    void name##Is( ::Mox::In<type> value ) {              \
@@ -177,7 +180,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
    }                                                  \
    MOX_STORED( name, ::Mox::Ptr<type>, nullptr )
 
-#define MOX_ACCESS_Map( name, Name, type, initial )                        \
+#define MOX_ACCESS_MAP( name, Name, type, REMOVED )                        \
    type& name() {                                                          \
       return name##_;                                                      \
    }                                                                       \
@@ -198,7 +201,9 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       type::key_type key = where;                                          \
       ::Mox::Ptr<type::Member> removed =                                   \
          ::Mox::CollectionOwner::remove( name##_, key );                   \
-      if ( removed != nullptr ) MOX_NOTIFY_KEY( Name );                    \
+      if ( removed == nullptr ) return removed;                            \
+      REMOVED( Name );                                                     \
+      MOX_NOTIFY_KEY( Name );                                              \
       return removed;                                                      \
    }                                                                       \
    void name##DelAll() {                                                   \
@@ -216,6 +221,13 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
    type name##_;                                                           \
                                                                            \
  public:
+
+#define MOX_REMOVED_IGNORED( Name )
+#define MOX_REMOVED_HANDLED( Name ) handle##Name##Del( *removed )
+#define MOX_ACCESS_Map( name, Name, type, initial ) \
+   MOX_ACCESS_MAP( name, Name, type, MOX_REMOVED_IGNORED )
+#define MOX_ACCESS_ReactingMap( name, Name, type, initial ) \
+   MOX_ACCESS_MAP( name, Name, type, MOX_REMOVED_HANDLED )
 
 #define MOX_ACCESS_ValueMap( name, Name, type, initial )                        \
    const type& name() const {                                                   \
@@ -286,6 +298,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
 #define MOX_HOOK_KEY( Name, type ) \
    virtual void on##Name( const type::key_type& ) {}
 #define MOX_HOOK_Map( Name, type ) MOX_HOOK_KEY( Name, type )
+#define MOX_HOOK_ReactingMap( Name, type ) MOX_HOOK_KEY( Name, type )
 #define MOX_HOOK_ValueMap( Name, type ) MOX_HOOK_KEY( Name, type )
 #define MOX_HOOK_Set( Name, type ) MOX_HOOK_KEY( Name, type )
 #define MOX_HOOK_Computed( Name, type )
@@ -300,6 +313,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
 #define MOX_SET_View( name, type, initial ) nullptr
 #define MOX_SET_Child( name, type, initial ) nullptr
 #define MOX_SET_Map( name, type, initial ) nullptr
+#define MOX_SET_ReactingMap( name, type, initial ) nullptr
 #define MOX_SET_ValueMap( name, type, initial ) nullptr
 #define MOX_SET_Set( name, type, initial ) nullptr
 #define MOX_SET_Computed( name, type, initial ) nullptr

@@ -6,6 +6,7 @@
 // loop whose body can do so walks keysOf( collection ) instead.
 #pragma once
 
+#include <algorithm>
 #include <map>
 
 #include "platform/entity/Entity.h"
@@ -220,7 +221,12 @@ template <class T>
 class Strays {
  public:
    void add( T* member ) { members_.push_back( member ); }
-   void remove( T* member ) { std::erase( members_, member ); }
+   void remove( T* member ) {
+      auto found = std::find( members_.rbegin(), members_.rend(), member );
+      if ( found == members_.rend() ) return;
+      *found = members_.back();
+      members_.pop_back();
+   }
    const std::vector<T*>& members() const { return members_; }
 
  private:

@@ -76,10 +76,10 @@ class PIMSM_API Entity {
 #pragma GCC diagnostic ignored "-Wdangling-pointer"
 #endif
       explicit Visit( const Entity& entity )
-          : entity_( &entity ),
-            cursor_( entity.head_ ),
-            last_( entity.tail_ ),
-            outer_( entity.visits_ ) {
+         : entity_( &entity ),
+           cursor_( entity.head_ ),
+           last_( entity.tail_ ),
+           outer_( entity.visits_ ) {
          entity.visits_ = this;
       }
 #if defined( __GNUC__ ) && !defined( __clang__ )

@@ -15,10 +15,9 @@ namespace {
 
 struct Task {
    MOX_ENUM( State, TEST_STATES )
-   MOX_FLAGS( Marks, TEST_FLAGS )
+   MOX_FLAGS( Marks, "Test::Task::", TEST_FLAGS )
 };
 MOX_ENUM_TEXT( Task::State, TEST_STATES )
-MOX_FLAGS_TEXT( Task::Marks, "Test::Task::", TEST_FLAGS )
 
 #define TEST_JOB( FIELD )                  \
    FIELD( Task::State, state, Task::idle ) \
@@ -74,8 +73,8 @@ TEST( Flags, RowOrderGivesBitsTextAndLimit ) {
 }
 
 TEST( Flags, CompactFormHasLettersInBitOrder ) {
-   EXPECT_EQ( compactFlags( 7, flagRows( Task::Marks() ) ), "FT" );
-   EXPECT_EQ( compactFlags( 0, flagRows( Task::Marks() ) ), "0" );
+   EXPECT_EQ( compactFlags( 7, Task::Marks::rows() ), "FT" );
+   EXPECT_EQ( compactFlags( 0, Task::Marks::rows() ), "0" );
 }
 
 TEST( Flags, ParserWantsEveryFlagInOrder ) {

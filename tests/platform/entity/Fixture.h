@@ -23,7 +23,7 @@ class Leaf : public Entity {
    MOX_ENTITY( Leaf, TEST_LEAF_ATTRIBUTES )
    explicit Leaf( uint32_t id ) : id_( id ) { ++alive; }
    ~Leaf() override { --alive; }
-   const uint32_t& mapKey() const { return id(); }
+   uint32_t mapKey() const { return id(); }
    static inline int alive = 0;
 };
 

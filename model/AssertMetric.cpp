@@ -1,0 +1,80 @@
+#include "model/AssertMetric.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "platform/base/Assert.h"
+
+namespace Routing::Pim::SparseMode {
+namespace {
+
+using Mox::StringIter;
+
+// The items of "[%c] %s [%u/%u]", read one by one; `matches` counts them.
+struct MetricText {
+   int matches = 0;
+   char letter = 0;
+   Mox::StringView address;
+   uint64_t preference = 0;
+   uint32_t metric = 0;
+
+   void read( StringIter& begin, StringIter end ) {
+      if ( !Mox::acceptLiteral( begin, end, "[" ) || begin == end ) return;
+      letter = *begin++;
+      ++matches;
+      if ( !Mox::acceptLiteral( begin, end, "] " ) ) return;
+      StringIter blank = std::find( begin, end, ' ' );
+      if ( blank == begin ) return;
+      address = { begin, static_cast<size_t>( blank - begin ) };
+      begin = blank;
+      ++matches;
+      if ( !Mox::acceptLiteral( begin, end, " [" ) || !digit( begin, end ) ) return;
+      Mox::sequenceToValue( begin, end, preference );
+      ++matches;
+      if ( !Mox::acceptLiteral( begin, end, "/" ) || !digit( begin, end ) ) return;
+      Mox::sequenceToValue( begin, end, metric );
+      if ( Mox::acceptLiteral( begin, end, "]" ) ) ++matches;
+   }
+
+   static bool digit( StringIter begin, StringIter end ) {
+      return begin != end && *begin >= '0' && *begin <= '9';
+   }
+};
+
+}
+
+bool AssertMetric::operator<( const AssertMetric& other ) const {
+   if ( rptBit != other.rptBit ) return !rptBit;
+   if ( preference != other.preference ) return preference < other.preference;
+   if ( metric != other.metric ) return metric < other.metric;
+   return other.address < address;
+}
+
+Mox::String valueToStrep( const AssertMetric& metric ) {
+   return fmt::format( "[{}] {} [{}/{}]", metric.rptBit ? 'R' : 'S',
+                       valueToStrep( metric.address ), metric.preference.value(),
+                       metric.metric.value );
+}
+
+void sequenceToValue( StringIter& begin, StringIter end, AssertMetric& out ) {
+   MetricText text;
+   text.read( begin, end );
+   int matches = text.matches;
+   MOX_ASSERT( matches == 4 );
+   constexpr uint64_t kBeyond = AssertMetric::Preference::max + 1ULL;
+   out.rptBit = text.letter != 'S';
+   out.preference = static_cast<uint32_t>( std::min( text.preference, kBeyond ) );
+   out.metric = { text.metric };
+   out.address = Mox::stringToValue<Vantu::IpGenAddr>( text.address );
+}
+
+AssertState AssertStateInstance( uint32_t number ) {
+   return Mox::enumInstance<AssertState>( number );
+}
+
+AssertState AssertStateInstance( const Mox::String& name ) {
+   return Mox::enumInstance<AssertState>( name );
+}
+
+}

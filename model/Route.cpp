@@ -1,0 +1,98 @@
+#include "model/Route.h"
+
+#include "model/Status.h"
+#include "platform/trace/Trace.h"
+
+namespace Routing::Pim::SparseMode {
+
+using Mox::defaultTraceFacility;
+
+MOX_ENTITY_TYPE( Route, PIMSM_ROUTE_ATTRIBUTES )
+
+Route::Route( const RouteKey& key, Status* status )
+   : key_( key ), pimsmStatus_( status ) {
+   handleRouteFlags();
+#define PIMSM_RUN_HANDLER( X, name, Name, letter, initial, meaning ) handle##Name();
+   PIMSM_EACH_ROUTE_FLAG( PIMSM_RUN_HANDLER, )
+#undef PIMSM_RUN_HANDLER
+   initFirstInactivityTime();
+   handleInitialized();
+}
+
+Route::~Route() {
+   if ( stray_ && pimsmStatus_ != nullptr ) pimsmStatus_->strays_.remove( this );
+   for ( Intf* intf : strayIntfs_.members() ) intf->parentRoute_ = nullptr;
+   for ( Intf& intf : routeIntf_ ) {
+      if ( intf.parentRoute_ == this ) intf.parentRoute_ = nullptr;
+   }
+   for ( UpstreamInfo* upstream : std::vector( upstreams_.members() ) ) {
+      upstream->routeIs( nullptr );
+   }
+}
+
+void Route::handleZeroReferences() {
+   umhDel();
+   umhFrrDel();
+   routeIntfDelAll();
+}
+
+void Route::handleInitialized() {
+   umhIs()->routeIs( this );
+}
+
+void Route::initFirstInactivityTime() {
+   firstInactivityTimeIs( std::numeric_limits<double>::infinity() );
+}
+
+// Each view's mutator sets its bit of the word in turn; equality ends the circle.
+void Route::handleRouteFlags() {
+   const RouteFlags word = routeFlags();
+#define PIMSM_SET_VIEW( X, name, Name, letter, initial, meaning ) \
+   name##Is( word.name() );
+   PIMSM_EACH_ROUTE_FLAG( PIMSM_SET_VIEW, )
+#undef PIMSM_SET_VIEW
+}
+
+void Route::viewChanged( RouteFlags::Bit bit, bool on ) {
+   RouteFlags word = routeFlags();
+   word.flagIs( bit, on );
+   routeFlagsIs( word );
+}
+
+void Route::changeFlagsDoEmbeddedWriteConstraints() {
+   notifyObservers<NotifieeConst>(
+      []( NotifieeConst& observer ) { observer.onChangeFlags(); } );
+}
+
+Mox::Ptr<Intf> Route::routeIntfIs( Vantu::IntfId intfId, Route* parentRoute ) {
+   Intf* existing = routeIntf( intfId );
+   if ( existing == nullptr ) {
+      Mox::Ptr<Intf> made( new Intf( intfId, parentRoute ) );
+      if ( parentRoute != this && parentRoute != nullptr ) {
+         made->stray_ = true;
+         parentRoute->strayIntfs_.add( made.get() );
+      }
+      return routeIntfAdd( made );
+   }
+   if ( existing->parentRoute() == parentRoute ) return existing;
+   throw Mox::NameInUseError(
+      "Reinstantiating the pointer interface where constructor parameter attribute "
+      "_parentRoute has a different value of " +
+      Mox::pointerText( parentRoute ) + " than the current value of " +
+      Mox::pointerText( existing->parentRoute() ) + " not allowed" );
+}
+
+void Route::handleRouteIntfDel( Intf& removed ) {
+   if ( removed.stray_ || removed.parentRoute() != this ) return;
+   removed.stray_ = true;
+   strayIntfs_.add( &removed );
+}
+
+Route::IifSwitchState Route::IifSwitchStateInstance( uint32_t number ) {
+   return Mox::enumInstance<IifSwitchState>( number );
+}
+Route::IifSwitchState Route::IifSwitchStateInstance( const Mox::String& name ) {
+   return Mox::enumInstance<IifSwitchState>( name );
+}
+
+}

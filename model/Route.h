@@ -1,0 +1,204 @@
+// One multicast route of a VRF, (*,G) or (S,G): flags, timers, counters, the
+// downstream interfaces and the upstream records.
+//
+// Created by Status::routeIs and owned by Status::route; a removed route lives
+// while someone holds it. When the last reference goes it removes umh, umhFrr and
+// its interfaces, notifying each. Event-loop thread only. Times are seconds on the
+// framework's clock.
+//
+// Whether a route is a (*,G) one is stated by its wildCard flag alone. Absent
+// neighbours read as defaults: no status or (*,G) route as null, no upstream record
+// as the default Rpf and the empty interface.
+#pragma once
+
+#include <limits>
+
+#include "model/ChangeFlags.h"
+#include "model/Fwd.h"
+#include "model/Intf.h"
+#include "model/UpstreamInfo.h"
+#include "platform/pim/PimKernelStats.h"
+#include "platform/pim/RouteKey.h"
+
+namespace Routing::Pim::SparseMode {
+
+using RouteIntfMap = Mox::HashedMap<Vantu::IntfId, Intf>;
+
+// clang-format off
+// The route's flags: a bit of the word each, in this order, and a view of its own.
+// EACH( X, name, Name, letter, initial, meaning ); the letter's place in
+// routeFlagsString() is that function's own.
+#define PIMSM_EACH_ROUTE_FLAG( EACH, X ) \
+   EACH( X, rpTree,            RpTree,            'R', false, "on the RP tree" ) \
+   EACH( X, wildCard,          WildCard,          'W', false, "a (*,G) route" ) \
+   EACH( X, spTree,            SpTree,            'S', false, "SPT bit: on the shortest-path tree" ) \
+   EACH( X, switching,         Switching,         'J', false, "changing over to the source tree" ) \
+   EACH( X, iifSwitching,      IifSwitching,      'T', false, "changing the incoming interface" ) \
+   EACH( X, mbr,               Mbr,               'B', false, "learned from a multicast border router" ) \
+   EACH( X, katExpired,        KatExpired,        ' ', true,  "the keepalive timer does not run" ) \
+   EACH( X, markedForDeletion, MarkedForDeletion, 'Z', false, "about to go" ) \
+   EACH( X, mayAdvertise,      MayAdvertise,      'N', false, "may be advertised to other RPs" ) \
+   EACH( X, msdpDiscovered,    MsdpDiscovered,    'M', false, "discovered by MSDP" ) \
+   EACH( X, anycastDiscovered, AnycastDiscovered, 'A', false, "discovered by anycast-RP" ) \
+   EACH( X, drDiscovered,      DrDiscovered,      'C', false, "this router is the source's DR" ) \
+   EACH( X, oifRegister,       OifRegister,       ' ', false, "goes out in registers" ) \
+   EACH( X, programmable,      Programmable,      'P', false, "may be programmed" ) \
+   EACH( X, hwRecovered,       HwRecovered,       'X', false, "found in hardware after a restart" )
+
+#define PIMSM_ROUTE_FLAG( FLAG, name, Name, letter, initial, meaning ) FLAG( name, letter )
+#define PIMSM_ROUTE_FLAGS( FLAG ) PIMSM_EACH_ROUTE_FLAG( PIMSM_ROUTE_FLAG, FLAG )
+#define PIMSM_ROUTE_FLAG_VIEW( A, name, Name, letter, initial, meaning ) \
+   A( Reacting, name, Name, bool, initial, meaning )
+#define PIMSM_ROUTE_FLAG_HANDLER( X, name, Name, letter, initial, meaning ) \
+   void handle##Name() { viewChanged( RouteFlags::name##Bit, name() ); }
+
+#define PIMSM_EXPIRED_FLAGS( FLAG ) \
+   FLAG( allExpired, 'A' ) FLAG( registerExpired, 'R' ) FLAG( advertiseExpired, 'V' )
+
+#define PIMSM_IIF_SWITCH_STATES( V ) \
+   V( notSwitching ) V( switchIifUpdated ) V( wrongVifRecd ) V( intervalElapsed ) V( hwSwitchComplete )
+
+#define PIMSM_ROUTE_ATTRIBUTES( A ) \
+   A( Fixed,    key,                 Key,                 RouteKey,        ,      "source and group" ) \
+   A( Reacting, routeFlags,          RouteFlags,          Route::RouteFlags, RouteFlags( 0x40 ), "flag word; starts with katExpired" ) \
+   PIMSM_EACH_ROUTE_FLAG( PIMSM_ROUTE_FLAG_VIEW, A ) \
+   A( Value,    creationTime,        CreationTime,        double,          0.0,   "s; set by the route's writer" ) \
+   A( Value,    registerOifEvaluated, RegisterOifEvaluated, bool,          false, "the register interface was evaluated" ) \
+   A( Child,    umh,                 Umh,                 UpstreamInfo,    ,      "upstream state; made at construction" ) \
+   A( Child,    umhFrr,              UmhFrr,              UpstreamInfo,    ,      "of the fast-reroute path; starts absent" ) \
+   A( Counter,  wcRouteChanged,      WcRouteChanged,      uint8_t,         0,     "(*,G) route changed; wraps" ) \
+   A( Counter,  routeChanged,        RouteChanged,        uint8_t,         0,     "route changed; wraps" ) \
+   A( Value,    upJoinState,         UpJoinState,         SparseMode::UpJoinState, upNotJoined, "upstream join state" ) \
+   A( Value,    iifSwitchState,      IifSwitchState,      Route::IifSwitchState, notSwitching, "progress of an interface switch" ) \
+   A( Value,    iifSwitchPending,    IifSwitchPending,    bool,            false, "a switch is pending" ) \
+   A( Counter,  beginIifSwitch,      BeginIifSwitch,      uint32_t,        0,     "switches begun; wraps" ) \
+   A( Value,    nsfRpfResolved,      NsfRpfResolved,      bool,            true,  "RPF resolved; deliberately starts true" ) \
+   A( Value,    changeFlags,         ChangeFlags,         SparseMode::ChangeFlags, {}, "since the last review" ) \
+   A( ReactingMap, routeIntf,           RouteIntf,           RouteIntfMap,    ,      "downstream interfaces" ) \
+   A( Value,    kernelStats,         KernelStats,         PimKernelStats,  {},    "forwarding counters" ) \
+   A( Counter,  mfibChangeCount,     MfibChangeCount,     uint8_t,         0,     "forwarding entry changed; wraps" ) \
+   A( Value,    firstInactivityTime, FirstInactivityTime, double,          std::numeric_limits<double>::infinity(), "s; infinity = never" ) \
+   A( Value,    expiredFlags,        ExpiredFlags,        Route::ExpiredFlags, {}, "lifetimes that have expired" ) \
+   A( Value,    initialized,         Initialized,         bool,            false, "completed by its writer" ) \
+   A( Fixed,    pimsmStatus,         PimsmStatus,         Status*,         ,      "owning VRF; null once it has gone" ) \
+   A( Via,      rpf,                 Rpf,                 Routing::Pim::Rpf, umh, "umh's" ) \
+   A( Via,      prevRpf,             PrevRpf,             Routing::Pim::Rpf, umh, "umh's" ) \
+   A( Via,      mbrIif,              MbrIif,              Vantu::IntfId,   umh,   "umh's" ) \
+   A( Via,      rpfAttached,         RpfAttached,         bool,            umh,   "umh's" ) \
+   A( Via,      upRptState,          UpRptState,          SparseMode::UpRptState, umh, "umh's" ) \
+   A( Via,      prevRptState,        PrevRptState,        SparseMode::UpRptState, umh, "umh's" ) \
+   A( Computed, rpfFrr,              RpfFrr,              Routing::Pim::Rpf, ,    "umhFrr's rpf" ) \
+   A( Computed, prevRpfFrr,          PrevRpfFrr,          Routing::Pim::Rpf, ,    "umhFrr's prevRpf" ) \
+   A( Computed, rpfFrrAttached,      RpfFrrAttached,      bool,            ,      "umhFrr's rpfAttached" ) \
+   A( Computed, iif,                 Iif,                 Vantu::IntfId,   ,      "umh's iif; empty without umh" ) \
+   A( Computed, iifFrr,              IifFrr,              Vantu::IntfId,   ,      "umhFrr's iif; empty without umhFrr" ) \
+   A( Computed, directlyConnected,   DirectlyConnected,   bool,            ,      "umh's" ) \
+   A( Computed, discoveredSg,        DiscoveredSg,        bool,            ,      "discovered in any way" ) \
+   A( Computed, hasSgState,          HasSgState,          bool,            ,      "interfaces, or pruned upstream" ) \
+   A( Computed, switchIifUpdateComplete, SwitchIifUpdateComplete, bool,    ,      "iifSwitchState is switchIifUpdated" ) \
+   A( Computed, wc,                  Wc,                  Route,           ,      "the group's (*,G) route" ) \
+   A( Computed, rpfWc,               RpfWc,               Routing::Pim::Rpf, ,    "RPF of the (*,G) route" )
+// clang-format on
+
+class PIMSM_API Route : public Mox::Entity {
+ public:
+   MOX_FLAGS( RouteFlags, "Routing::Pim::SparseMode::Route::", PIMSM_ROUTE_FLAGS )
+   MOX_FLAGS( ExpiredFlags,
+              "Routing::Pim::SparseMode::Route::", PIMSM_EXPIRED_FLAGS )
+   MOX_ENUM( IifSwitchState, PIMSM_IIF_SWITCH_STATES )
+
+   // Throw RangeError on an unknown number or name.
+   static IifSwitchState IifSwitchStateInstance( uint32_t number );
+   static IifSwitchState IifSwitchStateInstance( const Mox::String& name );
+
+   // A change of the word notifies each changed view in bit order, then the word; a
+   // change of a view notifies the word first, then the view.
+   MOX_ENTITY( Route, PIMSM_ROUTE_ATTRIBUTES )
+
+   // Use Status::routeIs. `status` may be null.
+   Route( const RouteKey& key, Status* status );
+   ~Route() override;
+
+   const RouteKey& mapKey() const { return key_; }
+
+   Routing::Pim::Rpf rpfFrr() const;
+   Routing::Pim::Rpf prevRpfFrr() const;
+   bool rpfFrrAttached() const;
+   Vantu::IntfId iif() const;
+   Vantu::IntfId iifFrr() const;
+   bool directlyConnected() const;
+
+   // Any of msdpDiscovered, anycastDiscovered, drDiscovered and, deliberately,
+   // hwRecovered.
+   bool discoveredSg() const;
+   bool hasSgState() const;
+   bool switchIifUpdateComplete() const {
+      return iifSwitchState() == switchIifUpdated;
+   }
+
+   // The (*,G) route of the same group in the same Status, looked up each time; a
+   // (*,G) route's is itself. Null when there is none, or no Status.
+   Route* wc();
+   const Route* wc() const;
+
+   // The RPF of the (*,G) route; a wildCard route's own.
+   Routing::Pim::Rpf rpfWc() const;
+
+   // The interface's record under the given parent, created when absent. Throws
+   // NameInUseError, and changes nothing, when it exists under another parent.
+   // routeIntfIs( intfId ) returns whatever is there, and creates with this parent.
+   Mox::Ptr<Intf> routeIntfIs( Vantu::IntfId intfId, Route* parentRoute );
+
+   // The stored change flags, to change bits in place; then call
+   // changeFlagsDoEmbeddedWriteConstraints(), which notifies unconditionally.
+   SparseMode::ChangeFlags& changeFlagsInPlace() { return changeFlags_; }
+   void changeFlagsDoEmbeddedWriteConstraints();
+
+   void initFirstInactivityTime();
+
+   // Would `rpf` as fast-reroute path only repeat the main path? The absent RPF
+   // would not; one on the main incoming interface, or equal to umh's, would.
+   bool isDuplicateRpf( const Routing::Pim::Rpf& rpf ) const;
+
+   // Updates umhFrr; a duplicate clears it instead. Nothing without umhFrr.
+   void doUpdateRpfFrr( const Routing::Pim::Rpf& rpf, bool attached );
+
+   // Single letters for what is set; see the order in the source. "E" stands for a
+   // route on no tree.
+   Mox::String routeFlagsString() const;
+   // "ALL,", "Register,", "Advertise," for what is set, commas included.
+   Mox::String expiredFlagsString() const;
+
+ protected:
+   void handleZeroReferences() override;
+
+ private:
+   friend class Status;
+   friend class Intf;
+   friend class UpstreamInfo;
+
+   void handleRouteFlags();
+   void viewChanged( RouteFlags::Bit bit, bool on );
+   PIMSM_EACH_ROUTE_FLAG( PIMSM_ROUTE_FLAG_HANDLER, )
+   // Runs for every route, whatever `initialized` holds.
+   void handleInitialized();
+
+   Mox::Ptr<UpstreamInfo> newUmh() { return new UpstreamInfo; }
+   Mox::Ptr<UpstreamInfo> newUmhFrr() { return new UpstreamInfo; }
+   Mox::Ptr<Intf> newRouteIntf( Vantu::IntfId intfId ) {
+      return new Intf( intfId, this );
+   }
+   void handleRouteIntfDel( Intf& removed );
+
+   // Whoever points back at this route from outside its collections.
+   Mox::Strays<Intf> strayIntfs_;
+   Mox::Strays<UpstreamInfo> upstreams_;
+   bool stray_ = false;  // among its Status's strays itself
+};
+
+MOX_ENUM_TEXT( Route::IifSwitchState, PIMSM_IIF_SWITCH_STATES )
+
+// "(S, G), Flags: <letters>"; "null" for a null pointer.
+PIMSM_API std::ostream& operator<<( std::ostream& stream, const Route* route );
+
+}

@@ -1,0 +1,7 @@
+#include "model/Source.h"
+
+namespace Routing::Pim::SparseMode {
+
+MOX_ENTITY_TYPE( Source, PIMSM_SOURCE_ATTRIBUTES )
+
+}

@@ -1,0 +1,97 @@
+#include "model/UpstreamInfo.h"
+
+#include "model/Route.h"
+#include "platform/trace/Trace.h"
+
+namespace Routing::Pim::SparseMode {
+
+using Mox::defaultTraceFacility;
+
+MOX_ENTITY_TYPE( UpstreamInfo, PIMSM_UPSTREAM_ATTRIBUTES )
+
+namespace {
+
+Vantu::IntfId orNull0( Vantu::IntfId intfId ) {
+   static const Vantu::IntfId null0( "Null0" );
+   return intfId == Vantu::IntfId() ? null0 : intfId;
+}
+
+}
+
+UpstreamInfo::~UpstreamInfo() {
+   if ( boundTo_ != nullptr ) boundTo_->upstreams_.remove( this );
+}
+
+void UpstreamInfo::handleRoute() {
+   if ( boundTo_ != nullptr ) boundTo_->upstreams_.remove( this );
+   boundTo_ = route();
+   if ( boundTo_ != nullptr ) boundTo_->upstreams_.add( this );
+}
+
+Vantu::IntfId UpstreamInfo::iif() const {
+   if ( route() == nullptr ) return orNull0( {} );
+   if ( frr() )
+      return orNull0( route()->switching() ? Vantu::IntfId() : rpf().intfId );
+   return orNull0( mainIif() );
+}
+
+Vantu::IntfId UpstreamInfo::mainIif() const {
+   const SparseMode::Route* owner = route();
+   if ( owner->mbr() ) {
+      MOX_TRACE( defaultTraceFacility, 7,
+                 "iif" << owner << ", MBR, returning " << mbrIif() );
+      return mbrIif();
+   }
+   if ( owner->switching() && owner->wc() != nullptr ) {
+      Vantu::IntfId shared = owner->rpfWc().intfId;
+      MOX_TRACE( defaultTraceFacility, 7,
+                 "iif" << owner << ", switching, returning " << shared );
+      return shared;
+   }
+   if ( owner->iifSwitching() &&
+        ( owner->iifSwitchState() == SparseMode::Route::switchIifUpdated ||
+          owner->iifSwitchState() == SparseMode::Route::wrongVifRecd ) ) {
+      MOX_TRACE(
+         defaultTraceFacility, 7,
+         "iif" << owner << ", iif switching, returning " << prevRpf().intfId );
+      return prevRpf().intfId;
+   }
+   MOX_TRACE( defaultTraceFacility, 7,
+              "iif" << owner << ", not switching, returning " << rpf().intfId );
+   return rpf().intfId;
+}
+
+bool UpstreamInfo::directlyConnected() const {
+   if ( route() != nullptr && route()->mbr() ) return true;
+   return rpfAttached();
+}
+
+void UpstreamInfo::doUpdateRpf( const Routing::Pim::Rpf& next ) {
+   if ( next == rpf() ) {
+      MOX_TRACE( defaultTraceFacility, 4,
+                 "doUpdateRpf"
+                    << " current RPF is the same as new RPF " << next
+                    << " (MoFrr: " << int( frr() ) << ")" );
+      return;
+   }
+   MOX_TRACE( defaultTraceFacility, 4,
+              "doUpdateRpf"
+                 << " current RPF: " << rpf() << " new RPF: " << next
+                 << " (MoFrr: " << int( frr() ) << ")" );
+   // Copies: an observer of prevRpf may change what the references show.
+   const Routing::Pim::Rpf wanted = next;
+   prevRpfIs( Routing::Pim::Rpf( rpf() ) );
+   rpfIs( wanted );
+}
+
+void UpstreamInfo::doUpdateRptState( SparseMode::UpRptState state ) {
+   MOX_TRACE( defaultTraceFacility, 8,
+              "doUpdateRptState"
+                 << ( route() != nullptr ? route()->key() : RouteKey() ) << " prev "
+                 << prevRptState() << " curr " << upRptState() << " new "
+                 << state );
+   prevRptStateIs( upRptState() );
+   upRptStateIs( state );
+}
+
+}

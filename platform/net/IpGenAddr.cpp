@@ -20,16 +20,17 @@ IpGenAddr::IpGenAddr( const in_addr& address ) {
    std::memcpy( bytes_.data(), &address, sizeof address );
 }
 
-IpGenAddr::IpGenAddr( const in6_addr& address ) : family_( AddressFamily::ipv6 ) {
+IpGenAddr::IpGenAddr( const in6_addr& address )
+   : IpGenAddr( unspecified( AddressFamily::ipv6 ) ) {
    std::memcpy( bytes_.data(), &address, sizeof address );
 }
 
 IpGenAddr::IpGenAddr( Mox::StringView text )
-    : IpGenAddr( Mox::stringToValue<IpGenAddr>( text ) ) {}
+   : IpGenAddr( Mox::stringToValue<IpGenAddr>( text ) ) {}
 
 IpGenAddr IpGenAddr::unspecified( AddressFamily family ) {
    IpGenAddr address;
-   address.family_ = family;
+   address.family_[0] = static_cast<uint8_t>( family );
    return address;
 }
 
@@ -43,7 +44,7 @@ IpGenAddr IpGenAddr::fromBytes( AddressFamily family, const uint8_t* bytes ) {
 
 bool IpGenAddr::isLinkLocalMulticast() const {
    if ( !isMulticast() ) return false;
-   if ( family_ == AddressFamily::ipv4 ) {
+   if ( family() == AddressFamily::ipv4 ) {
       return bytes_[0] == 224 && bytes_[1] == 0 && bytes_[2] == 0;
    }
    constexpr uint8_t kInterfaceLocal = 1;
@@ -53,7 +54,7 @@ bool IpGenAddr::isLinkLocalMulticast() const {
 }
 
 bool IpGenAddr::isLinkLocal() const {
-   if ( family_ == AddressFamily::ipv4 )
+   if ( family() == AddressFamily::ipv4 )
       return bytes_[0] == 169 && bytes_[1] == 254;
    return bytes_[0] == 0xfe && ( bytes_[1] & 0xc0 ) == 0x80;
 }

@@ -43,7 +43,7 @@ class PIMSM_API IpGenAddr {
    // REQUIRES: a family of the two.
    static IpGenAddr fromBytes( AddressFamily family, const uint8_t* bytes );
 
-   AddressFamily family() const { return family_; }
+   AddressFamily family() const { return static_cast<AddressFamily>( family_[0] ); }
 
    // All 16 bytes in network order; an IPv4 address takes the first four.
    const std::array<uint8_t, maxBytes>& bytes() const { return bytes_; }
@@ -53,8 +53,8 @@ class PIMSM_API IpGenAddr {
 
    // 224.0.0.0/4, ff00::/8.
    bool isMulticast() const {
-      return family_ == AddressFamily::ipv4 ? ( bytes_[0] & 0xf0 ) == 0xe0
-                                            : bytes_[0] == 0xff;
+      return family() == AddressFamily::ipv4 ? ( bytes_[0] & 0xf0 ) == 0xe0
+                                             : bytes_[0] == 0xff;
    }
 
    // Never routed: 224.0.0.0/24 (RFC 5771), and IPv6 groups of interface-local or
@@ -69,8 +69,7 @@ class PIMSM_API IpGenAddr {
    size_t hash() const {
       constexpr uint64_t kFirst = UINT64_C( 0x9e3779b97f4a7c15 );
       constexpr uint64_t kSecond = UINT64_C( 0xd6e8feb86659fd93 );
-      uint64_t mixed =
-         word( 0 ) ^ ( ( word( 8 ) + static_cast<uint8_t>( family_ ) ) * kFirst );
+      uint64_t mixed = word( 0 ) ^ ( ( word( 8 ) + family_[0] ) * kFirst );
       mixed = ( mixed ^ ( mixed >> 32 ) ) * kSecond;
       mixed = ( mixed ^ ( mixed >> 32 ) ) * kFirst;
       return mixed ^ ( mixed >> 32 );
@@ -82,7 +81,7 @@ class PIMSM_API IpGenAddr {
    }
    friend std::strong_ordering operator<=>( const IpGenAddr& a,
                                             const IpGenAddr& b ) {
-      if ( a.family_ != b.family_ ) return a.family_ <=> b.family_;
+      if ( a.family_[0] != b.family_[0] ) return a.family_[0] <=> b.family_[0];
       return std::memcmp( a.bytes_.data(), b.bytes_.data(), maxBytes ) <=> 0;
    }
 
@@ -94,8 +93,7 @@ class PIMSM_API IpGenAddr {
    }
 
    alignas( 4 ) std::array<uint8_t, maxBytes> bytes_{};
-   AddressFamily family_ = AddressFamily::ipv4;
-   std::array<uint8_t, 3> zero_{};
+   std::array<uint8_t, 4> family_{};  // the number and three zeros
 };
 
 static_assert( sizeof( IpGenAddr ) == 20 && alignof( IpGenAddr ) == 4 );

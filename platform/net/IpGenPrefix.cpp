@@ -34,10 +34,10 @@ IpGenPrefix::IpGenPrefix( const IpGenAddr& address, unsigned length ) {
 }
 
 IpGenPrefix::IpGenPrefix( const IpGenAddr& address )
-    : IpGenPrefix( address, addressBits( address.family() ) ) {}
+   : IpGenPrefix( address, addressBits( address.family() ) ) {}
 
 IpGenPrefix::IpGenPrefix( Mox::StringView text )
-    : IpGenPrefix( Mox::stringToValue<IpGenPrefix>( text ) ) {}
+   : IpGenPrefix( Mox::stringToValue<IpGenPrefix>( text ) ) {}
 
 bool IpGenPrefix::contains( const IpGenAddr& address ) const {
    return some_ && address.family() == family() &&

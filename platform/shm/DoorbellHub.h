@@ -52,20 +52,22 @@ class PIMSM_API DoorbellHub {
 
  private:
    struct Table;
-   struct Directory;
 
    void arm( Table& table );
-   bool watchDirectory( Table& table );
+   void watchDirectory( Table& table );
+   void dropWatch( int watch );
+   void dropBell( Table& table );
    void readEvents();
    void handleEvent( int watch, uint32_t mask, const char* name );
+   void handleBell( Table& table, uint32_t mask );
+   void handleDirectory( Table& table, uint32_t mask, const char* name );
    void callDue( double now );
    double dueOf( const Table& table ) const;
 
    int fd_ = -1;
    Id lastId_ = 0;
-   double lastFallback_ = 0;
+   double lastFallback_;
    std::map<Id, std::shared_ptr<Table>> tables_;
-   std::multimap<int, Id> watches_;  // of bells and directories
 };
 
 }

@@ -50,7 +50,7 @@ class PIMSM_API CreateError : public TableError {
 class PIMSM_API SecondWriterError : public TableError {
  public:
    SecondWriterError( const Mox::String& text, pid_t pid )
-       : TableError( text ), pid_( pid ) {}
+      : TableError( text ), pid_( pid ) {}
    // The first writer's process id; 0 when it has not left it yet.
    pid_t pid() const { return pid_; }
 
@@ -75,7 +75,7 @@ class PIMSM_API LayoutError : public TableError {
    };
 
    LayoutError( Mismatch mismatch, const Mox::String& text )
-       : TableError( text ), mismatch_( mismatch ) {}
+      : TableError( text ), mismatch_( mismatch ) {}
    Mismatch mismatch() const { return mismatch_; }
    // Is it a sound table of another record, rather than a broken file?
    bool otherRecord() const { return mismatch_ >= keySize; }

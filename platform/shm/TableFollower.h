@@ -6,7 +6,7 @@
 // first attaches is not reported; every later change is, equal value or not.
 // Pending changes of one key come as one.
 //
-// Memory: 12 bytes a position (7/4 of the capacity, about) and the keys that stand.
+// Memory: 12 bytes a position (twice the capacity, about) and the keys that stand.
 // Same thread as its reader, which must outlive it.
 #pragma once
 
@@ -48,9 +48,11 @@ class PIMSM_API TableFollower {
       bool again = false;         // something was busy: drain again soon
    };
 
-   // Polls the reader and reports what has changed, removals first. A table that
-   // went away reports its keys as removed; one that appears, or a new instance,
-   // what differs. The callback may use the reader, and must not drain or throw.
+   // Polls the reader and reports what has changed, in no promised order. A table
+   // that went away reports its keys as removed; a new instance, or a table that
+   // comes back, what differs. While what stands there cannot be read (mismatch,
+   // damaged) nothing is reported and nothing forgotten. The callback may look up
+   // in the reader, and must not drain, poll or throw.
    Drained drain( const Callback& callback );
 
    // Has the journal moved on since the last drain? For timers where no doorbell is
@@ -64,7 +66,6 @@ class PIMSM_API TableFollower {
    uint32_t size() const;
 
  private:
-   TableReader& reader_;
    std::unique_ptr<Detail::Mirror> mirror_;
 };
 

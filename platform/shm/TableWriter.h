@@ -36,6 +36,8 @@ struct WriterOptions {
    uint32_t journalEntries = 0;
    // Accept the all-zero key as a key like any other.
    bool zeroKey = false;
+   // Sequence that a new file starts from.
+   uint64_t firstSequence = 0;
 };
 
 // Result of a verifying sweep.
@@ -140,7 +142,7 @@ class PIMSM_API Reservation {
  private:
    friend class TableWriter;
    Reservation( Detail::WriterTable& table, uint32_t slot, void* record )
-       : table_( &table ), slot_( slot ), record_( record ) {}
+      : table_( &table ), slot_( slot ), record_( record ) {}
 
    Detail::WriterTable* table_;
    uint32_t slot_;

@@ -1,0 +1,79 @@
+#include "platform/shm/Layout.h"
+
+#include <algorithm>
+#include <set>
+
+#include "platform/base/Error.h"
+#include "platform/shm/detail/Hash.h"
+
+namespace Brane {
+
+namespace {
+
+constexpr uint64_t seed[2] = { 0x6c61796f7574, 1 };
+
+uint64_t mixed( uint64_t state, uint64_t value ) {
+   uint64_t pair[2] = { state, value };
+   return Detail::keyHash( pair, sizeof( pair ), seed );
+}
+
+uint64_t mixed( uint64_t state, const Mox::String& text ) {
+   state = mixed( state, text.size() );
+   for ( char c : text ) state = mixed( state, static_cast<unsigned char>( c ) );
+   return state;
+}
+
+void require( bool condition, const Mox::String& text ) {
+   if ( !condition ) throw Mox::RangeError( "layout: " + text );
+}
+
+bool textFits( const Mox::String& text ) {
+   return !text.empty() && text.size() <= Layout::maxTextSize &&
+          text.find( '\0' ) == Mox::String::npos;
+}
+
+}
+
+uint64_t Layout::fingerprint() const {
+   uint64_t state = mixed( mixed( 0, keySize ), recordSize );
+   for ( const Field& field : fields ) {
+      state = mixed( mixed( state, field.name ), field.type );
+      state = mixed( mixed( state, field.offset ), field.size );
+   }
+   return state;
+}
+
+void Layout::check() const {
+   require( keySize % 8 == 0 && keySize >= 8,
+            "the key's size is no multiple of 8" );
+   require( recordSize % 8 == 0, "the record's size is no multiple of 8" );
+   require( keySize <= recordSize, "the key is larger than the record" );
+   require( recordSize <= maxRecordSize, "the record is too large" );
+   require( fields.size() <= maxFields, "too many fields" );
+   std::set<Mox::String> names;
+   for ( const Field& field : fields ) {
+      require( textFits( field.name ), "field name '" + field.name + "'" );
+      require( textFits( field.type ),
+               "type '" + field.type + "' of field " + field.name );
+      require( names.insert( field.name ).second, "two fields " + field.name );
+      uint64_t end = uint64_t( field.offset ) + field.size;
+      require( end <= recordSize, "field " + field.name + " leaves the record" );
+      require( field.offset >= keySize || end <= keySize,
+               "field " + field.name + " lies astride the key's end" );
+   }
+}
+
+bool Layout::sameKey( const Layout& other ) const {
+   auto keyFields = []( const Layout& layout ) {
+      std::vector<Field> result;
+      std::copy_if( layout.fields.begin(), layout.fields.end(),
+                    std::back_inserter( result ),
+                    [&]( const Field& f ) { return f.offset < layout.keySize; } );
+      std::sort( result.begin(), result.end(),
+                 []( const Field& a, const Field& b ) { return a.name < b.name; } );
+      return result;
+   };
+   return keySize == other.keySize && keyFields( *this ) == keyFields( other );
+}
+
+}

@@ -1,0 +1,24 @@
+#include "platform/shm/TableFollower.h"
+
+#include "platform/shm/detail/Mirror.h"
+
+namespace Brane {
+
+TableFollower::TableFollower( TableReader& reader )
+   : mirror_( std::make_unique<Detail::Mirror>( *reader.table_ ) ) {}
+TableFollower::~TableFollower() = default;
+
+TableFollower::Drained TableFollower::drain( const Callback& callback ) {
+   return mirror_->drain( callback );
+}
+bool TableFollower::pending() const {
+   return mirror_->pending();
+}
+void TableFollower::restart() {
+   mirror_->restart();
+}
+uint32_t TableFollower::size() const {
+   return mirror_->size();
+}
+
+}

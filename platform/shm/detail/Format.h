@@ -1,0 +1,131 @@
+// The bytes of a table file; drawn in doc/tables.md.
+//
+//    header | control | journal | index | slots
+//
+// formatVersion is bumped by any change of a struct or constant here, of the hash
+// or of the checksum: writers then start an empty instance, readers report it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+#include "platform/shm/Layout.h"
+
+namespace Brane::Detail {
+
+constexpr uint64_t magicWord = 0x6c626154656e6172;  // "raneTabl"
+constexpr uint32_t formatVersion = 1;
+constexpr uint32_t byteOrderMark = 0x01020304;
+constexpr uint64_t readyWord = 0x7964616552656e61;  // "aneReady"
+
+struct FieldEntry {
+   char name[32];
+   char type[32];
+   uint32_t offset;
+   uint32_t size;
+};
+
+// Written once, before the file has its name; constant afterwards.
+struct FileHeader {
+   uint64_t magic;
+   uint32_t version;
+   uint32_t byteOrder;
+   uint64_t ready;     // readyWord, stored last
+   uint32_t checksum;  // CRC32C of the header with ready and checksum zero
+   uint32_t keySize;
+   uint32_t recordSize;
+   uint32_t capacity;
+   uint64_t fingerprint;
+   uint64_t instanceId;  // random
+   uint64_t seed[2];     // of the hash
+   uint64_t fileSize;
+   uint32_t journalEntries;
+   uint32_t fieldCount;
+   char bootId[40];
+   FieldEntry fields[Layout::maxFields];
+};
+static_assert( std::is_trivially_copyable_v<FileHeader> );
+static_assert( offsetof( FileHeader, ready ) == 16 );
+static_assert( offsetof( FileHeader, fields ) == 128 );
+
+// The journal's head: the sequence of the last published change. A cache line
+// pair of its own, since all readers look at it.
+constexpr uint32_t controlOffset = 8192;
+constexpr uint32_t journalOffset = controlOffset + 128;
+static_assert( sizeof( FileHeader ) <= controlOffset );
+
+// A journal entry names the position that the change of a sequence concerns.
+constexpr uint64_t journalEntry( Position position, uint64_t sequence ) {
+   return uint64_t( position ) << 32 | ( sequence & 0xffffffff );
+}
+constexpr Position positionOfEntry( uint64_t entry ) {
+   return entry >> 32;
+}
+constexpr bool entryIsOf( uint64_t entry, uint64_t sequence ) {
+   return ( entry & 0xffffffff ) == ( sequence & 0xffffffff );
+}
+
+// A line of the index: seven words and the number of keys that passed it by.
+// Position 8 * line + i is word i; i = 7 is the count, never a position.
+constexpr uint32_t lineWords = 8;
+constexpr uint32_t wordsPerLine = 7;
+constexpr bool isWord( Position position ) {
+   return position % lineWords != 7;
+}
+
+// A key stands at most this many lines from home, its own included.
+constexpr uint32_t probeLimit = 16;
+
+// An index word: slot + 1 (24 bits), tag of the hash (12), generation (28). Zero:
+// free. The generation is the low part of the record's sequence, so that each
+// write of a key gives another word.
+constexpr uint32_t maxSlots = ( 1u << 24 ) - 2;
+constexpr uint64_t generationMask = ( 1u << 28 ) - 1;
+constexpr uint64_t tagMask = uint64_t( 0xfff ) << 28;
+
+constexpr uint64_t tagOf( uint64_t hash ) {
+   return ( hash << 28 ) & tagMask;
+}
+constexpr uint64_t indexWord( uint32_t slot, uint64_t hash, uint64_t sequence ) {
+   return uint64_t( slot + 1 ) << 40 | tagOf( hash ) |
+          ( sequence & generationMask );
+}
+// 2^32 - 1 for a word of slot 0 - 1: beyond any table.
+constexpr uint32_t slotOf( uint64_t word ) {
+   return uint32_t( word >> 40 ) - 1;
+}
+
+// A slot's stamp: sequence (61 bits) and state.
+enum SlotState : uint64_t {
+   slotFree,
+   slotWriting,   // being filled
+   slotLive,      // whole; current when the index says so
+   slotReplaced,  // a newer record of its key stands in the index
+   slotRemoved,   // its key is gone, whatever the index says
+};
+constexpr uint64_t stampOf( uint64_t sequence, SlotState state ) {
+   return sequence << 3 | state;
+}
+constexpr SlotState stateOf( uint64_t stamp ) {
+   return SlotState( stamp & 7 );
+}
+constexpr uint64_t sequenceOf( uint64_t stamp ) {
+   return stamp >> 3;
+}
+// Larger ones are damage: they would soon wrap.
+constexpr uint64_t maxSequence = uint64_t( 1 ) << 60;
+
+// In front of the record, in the same cache line as its first 48 bytes.
+struct SlotHead {
+   uint64_t stamp;
+   uint64_t checksum;  // CRC32C over sequence, slot, key hash and record
+};
+static_assert( sizeof( SlotHead ) == 16 );
+
+// Slots beyond the capacity: replacing works in a full table, and a slot is not
+// used again before that many other writes, which spares readers a retry.
+constexpr uint32_t spareSlots = 64;
+constexpr uint32_t maxReservations = 16;
+
+}

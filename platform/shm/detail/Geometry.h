@@ -1,0 +1,84 @@
+// Where everything stands in a table file, computed from four numbers alone: an
+// offset is never read from the file.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/shm/detail/Format.h"
+#include "platform/shm/detail/Store.h"
+
+namespace Brane::Detail {
+
+struct Geometry {
+   uint32_t keySize = 0;
+   uint32_t recordSize = 0;
+   uint32_t capacity = 0;
+   uint32_t journalEntries = 0;
+   uint32_t slotCount = 0;
+   uint32_t slotStride = 0;
+   uint32_t homeLines = 0;  // lines that a hash can choose
+   uint32_t lineCount = 0;  // with those that only probing reaches: no wrapping
+   uint64_t indexOffset = 0;
+   uint64_t slotsOffset = 0;
+   uint64_t fileSize = 0;
+
+   // REQUIRES: sizes that Layout::check() accepts, a capacity up to maxCapacity(),
+   // a power of two of journal entries.
+   static Geometry of( uint32_t keySize, uint32_t recordSize, uint32_t capacity,
+                       uint32_t journalEntries );
+   static constexpr uint32_t maxCapacity() { return maxSlots - spareSlots; }
+   // Few enough to stay in a cache, many enough for a burst.
+   static uint32_t defaultJournalEntries( uint32_t capacity );
+
+   Position positions() const { return lineCount * lineWords; }
+   uint32_t homeOf( uint64_t hash ) const {
+      return uint32_t( ( static_cast<Wide>( hash ) * homeLines ) >> 64 );
+   }
+   // Can a key of this hash stand at the position?
+   bool reaches( uint64_t hash, Position position ) const {
+      return position / lineWords - homeOf( hash ) < probeLimit;
+   }
+};
+
+// A mapped table; Byte is const for readers.
+template <class Byte>
+struct View {
+   using Word = std::conditional_t<std::is_const_v<Byte>, const uint64_t, uint64_t>;
+   using Head = std::conditional_t<std::is_const_v<Byte>, const SlotHead, SlotHead>;
+
+   Byte* base = nullptr;
+   Geometry geometry;
+   uint64_t seed[2] = {};
+
+   Word* head() const { return wordAtOffset( controlOffset ); }
+   Word* journal( uint64_t sequence ) const {
+      return wordAtOffset( journalOffset ) +
+             ( sequence & ( geometry.journalEntries - 1 ) );
+   }
+   Word* index() const { return wordAtOffset( geometry.indexOffset ); }
+   Word* passed( uint32_t line ) const { return index() + line * lineWords + 7; }
+   Byte* slotBytes( uint32_t slot ) const {
+      return base + geometry.slotsOffset + uint64_t( slot ) * geometry.slotStride;
+   }
+   Head* slot( uint32_t number ) const {
+      return reinterpret_cast<Head*>( slotBytes( number ) );
+   }
+   Byte* record( uint32_t slot ) const {
+      return slotBytes( slot ) + sizeof( SlotHead );
+   }
+   // Bytes of a slot that are used.
+   size_t slotSize() const { return sizeof( SlotHead ) + geometry.recordSize; }
+
+   operator View<const std::byte>() const {
+      return { base, geometry, { seed[0], seed[1] } };
+   }
+
+ private:
+   Word* wordAtOffset( uint64_t offset ) const {
+      return reinterpret_cast<Word*>( base + offset );
+   }
+};
+using ConstView = View<const std::byte>;
+
+}

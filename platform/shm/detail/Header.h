@@ -1,0 +1,42 @@
+// Writing and judging a table's header.
+#pragma once
+
+#include <cstddef>
+
+#include "platform/shm/Error.h"
+#include "platform/shm/detail/Geometry.h"
+
+namespace Brane::Detail {
+
+// What a new instance's header says.
+struct HeaderValues {
+   uint32_t capacity = 0;
+   uint32_t journalEntries = 0;
+   uint64_t instanceId = 0;
+   uint64_t seed[2] = {};
+   Mox::String bootId;
+};
+
+// Fills the header of a file in the making, all but the ready word.
+void writeHeader( std::byte* base, const Layout& layout,
+                  const HeaderValues& values );
+void markReady( std::byte* base );
+
+// Copies the header out of the first `available` bytes of a file of `fileSize`
+// bytes and checks everything that does not depend on the caller's layout. Throws
+// LayoutError; the texts begin with `path`.
+FileHeader readHeader( const std::byte* base, uint64_t available, uint64_t fileSize,
+                       const Mox::String& path );
+
+// Throws LayoutError unless the records are the caller's.
+void checkRecord( const FileHeader& header, const Layout& layout,
+                  const Mox::String& path );
+
+Geometry geometryOf( const FileHeader& header );
+Layout layoutOf( const FileHeader& header );
+Mox::String bootIdOf( const FileHeader& header );
+
+// The running boot's id; empty if the kernel does not tell.
+Mox::String runningBootId();
+
+}

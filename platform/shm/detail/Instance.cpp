@@ -1,0 +1,157 @@
+#include "platform/shm/detail/Instance.h"
+
+#include <unistd.h>
+
+#include <cstring>
+
+#include "platform/shm/detail/Checksum.h"
+#include "platform/shm/detail/Hash.h"
+
+namespace Brane::Detail {
+
+namespace {
+
+// Copies of one record that the writer may overtake. Each takes the writer more
+// than `spareSlots` writes in the time of one copy.
+constexpr uint32_t maxRetries = 64;
+// Contradictions in a row, everything standing still, that make damage.
+constexpr uint32_t maxContradictions = 4;
+
+bool fitsWord( uint64_t stamp, uint64_t word ) {
+   return ( ( sequenceOf( stamp ) ^ word ) & generationMask ) == 0;
+}
+
+FileHeader headerOf( int fd, uint64_t fileSize, const Layout& layout,
+                     const Mox::String& path ) {
+   std::byte bytes[sizeof( FileHeader )];
+   ssize_t got = pread( fd, bytes, sizeof( bytes ), 0 );
+   if ( got < 0 ) systemFailed( path, "cannot read" );
+   FileHeader header = readHeader( bytes, uint64_t( got ), fileSize, path );
+   checkRecord( header, layout, path );
+   return header;
+}
+
+}
+
+Instance::Instance( int fd, uint64_t fileSize, const Layout& layout,
+                    const Mox::String& path )
+   : header_( headerOf( fd, fileSize, layout, path ) ),
+     mapping_( Mapping::ofFile( fd, header_.fileSize, false, path ) ),
+     view_{ mapping_.data(),
+            geometryOf( header_ ),
+            { header_.seed[0], header_.seed[1] } } {}
+
+uint64_t Instance::hashOf( const void* key ) const {
+   return keyHash( key, geometry().keySize, view_.seed );
+}
+
+// One attempt. True: copy.result says what it is, or would be if the index word
+// still stands.
+bool Instance::copySlot( Copy& copy, void* out ) const {
+   uint32_t slot = slotOf( copy.word );
+   if ( slot >= geometry().slotCount ) return false;
+   const SlotHead* head = view_.slot( slot );
+   copy.stamp = loadWord( &head->stamp );
+   if ( !fitsWord( copy.stamp, copy.word ) ) return false;
+   if ( stateOf( copy.stamp ) == slotRemoved ) {
+      copy.result = lookupAbsent;
+      return true;
+   }
+   if ( stateOf( copy.stamp ) != slotLive ) return false;
+   copyOut( out, view_.record( slot ), geometry().recordSize );
+   copy.checksum = loadWord( &head->checksum );
+   // A byte of another record was stored after the stamp had changed.
+   loadFence();
+   copy.result = lookupFound;
+   return loadWord( &head->stamp ) == copy.stamp;
+}
+
+Instance::Copy Instance::copyWord( Position position, uint64_t word,
+                                   void* out ) const {
+   Copy copy;
+   copy.word = word;
+   uint32_t contradictions = 0;
+   while ( copy.word && copy.retries < maxRetries ) {
+      bool done = copySlot( copy, out );
+      word = loadWord( view_.index() + position );
+      if ( word == copy.word ) {
+         if ( done ) return copy;
+         if ( ++contradictions == maxContradictions ) {
+            copy.result = lookupDamaged;
+            return copy;
+         }
+      } else {
+         contradictions = 0;
+      }
+      copy.word = word;
+      ++copy.retries;
+   }
+   copy.result = copy.word ? lookupBusy : lookupAbsent;
+   return copy;
+}
+
+Instance::Copy Instance::lookup( const void* key, uint64_t hash, void* out,
+                                 Position* position ) const {
+   uint32_t home = geometry().homeOf( hash );
+   const uint64_t tag = tagOf( hash );
+   uint32_t retries = 0;
+   for ( uint32_t line = home; line < home + probeLimit; ++line ) {
+      const uint64_t* words = view_.index() + line * lineWords;
+      for ( uint32_t i = 0; i < wordsPerLine; ++i ) {
+         uint64_t word = loadWord( words + i );
+         if ( !word || ( word & tagMask ) != tag ) continue;
+         Position at = line * lineWords + i;
+         Copy copy = copyWord( at, word, out );
+         retries = copy.retries += retries;
+         if ( copy.result == lookupAbsent ) continue;
+         bool found = copy.result == lookupFound;
+         if ( found && std::memcmp( out, key, geometry().keySize ) != 0 ) continue;
+         if ( position ) *position = at;
+         return copy;
+      }
+      if ( !loadWord( words + 7 ) ) break;
+   }
+   Copy none;
+   none.retries = retries;
+   return none;
+}
+
+void Instance::fetchLine( uint64_t hash ) const {
+   auto* line = view_.index() + geometry().homeOf( hash ) * lineWords;
+   prefetch( reinterpret_cast<const std::byte*>( line ), 1 );
+}
+
+void Instance::fetchSlots( uint64_t hash ) const {
+   const uint64_t* words = view_.index() + geometry().homeOf( hash ) * lineWords;
+   for ( uint32_t i = 0; i < wordsPerLine; ++i ) {
+      uint64_t word = loadWord( words + i );
+      if ( word && ( word & tagMask ) == tagOf( hash ) ) fetchSlot( word );
+   }
+}
+
+void Instance::fetchSlot( uint64_t word ) const {
+   uint32_t slot = slotOf( word );
+   if ( slot >= geometry().slotCount ) return;
+   prefetch( view_.slotBytes( slot ), view_.slotSize() );
+}
+
+bool Instance::verify( Position position, const Copy& copy,
+                       const void* record ) const {
+   uint64_t hash = hashOf( record );
+   RecordIdentity identity{ sequenceOf( copy.stamp ), slotOf( copy.word ), hash };
+   return ( copy.word & tagMask ) == tagOf( hash ) &&
+          geometry().reaches( hash, position ) &&
+          copy.checksum ==
+             recordChecksum( record, geometry().recordSize, identity );
+}
+
+uint64_t Instance::effectiveWord( Position position ) const {
+   uint64_t word = loadWord( view_.index() + position );
+   uint32_t slot = slotOf( word );
+   if ( !word || slot >= geometry().slotCount ) return word;
+   uint64_t stamp = loadWord( &view_.slot( slot )->stamp );
+   bool gone = stateOf( stamp ) == slotRemoved && fitsWord( stamp, word );
+   return gone ? 0 : word;
+}
+
+}

@@ -1,0 +1,81 @@
+#include "platform/shm/detail/Mapping.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace Brane::Detail {
+
+Descriptor::~Descriptor() {
+   if ( fd_ >= 0 ) close( fd_ );
+}
+
+Descriptor::Descriptor( Descriptor&& other ) noexcept
+   : fd_( std::exchange( other.fd_, -1 ) ) {}
+
+Descriptor& Descriptor::operator=( Descriptor&& other ) noexcept {
+   std::swap( fd_, other.fd_ );
+   return *this;
+}
+
+Mapping::~Mapping() {
+   if ( data_ ) munmap( data_, size_ );
+}
+
+Mapping::Mapping( Mapping&& other ) noexcept
+   : data_( std::exchange( other.data_, nullptr ) ),
+     size_( std::exchange( other.size_, 0 ) ) {}
+
+Mapping& Mapping::operator=( Mapping&& other ) noexcept {
+   std::swap( data_, other.data_ );
+   std::swap( size_, other.size_ );
+   return *this;
+}
+
+Mapping Mapping::ofFile( int fd, uint64_t size, bool writable,
+                         const Mox::String& path ) {
+   int protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
+   void* data = mmap( nullptr, size, protection, MAP_SHARED | MAP_POPULATE, fd, 0 );
+   if ( data == MAP_FAILED ) systemFailed( path, "cannot map" );
+   // Where the system allows large pages for shared memory, take them.
+   madvise( data, size, MADV_HUGEPAGE );
+   Mapping mapping;
+   mapping.data_ = static_cast<std::byte*>( data );
+   mapping.size_ = size;
+   return mapping;
+}
+
+void systemFailed( const Mox::String& path, const char* what ) {
+   Mox::String reason = std::strerror( errno );
+   throw CreateError( path + ": " + what + ": " + reason );
+}
+
+Descriptor createFile( const Mox::String& path, uint64_t size ) {
+   // A leftover of a writer that died while creating.
+   unlink( path.c_str() );
+   Descriptor file( openFile( path, O_RDWR | O_CREAT | O_EXCL ) );
+   if ( !file ) systemFailed( path, "cannot create" );
+   fchmod( file.get(), 0640 );  // whatever the process's mask
+   // A full file system must show now: a page missing later is a SIGBUS.
+   int error = posix_fallocate( file.get(), 0, static_cast<off_t>( size ) );
+   if ( error ) {
+      unlink( path.c_str() );
+      errno = error;
+      systemFailed( path, "cannot allocate" );
+   }
+   return file;
+}
+
+int openFile( const Mox::String& path, int flags ) {
+   int fd;
+   do {
+      fd = open( path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0640 );
+   } while ( fd < 0 && errno == EINTR );
+   return fd;
+}
+
+}

@@ -1,0 +1,234 @@
+#include "platform/shm/detail/Mirror.h"
+
+#include <cstring>
+#include <utility>
+
+namespace Brane::Detail {
+
+namespace {
+
+// No index word: its slot number is beyond any table.
+constexpr uint64_t unknownWord = ~uint64_t( 0 );
+// Look-ups of a key that is rewritten all the time, before it counts as standing.
+constexpr int maxLookups = 100;
+
+}
+
+void Mirror::Teller::written( const std::byte* record, Position position ) {
+   ++drained.written;
+   callback( { Change::written, record, record, position } );
+}
+
+void Mirror::Teller::removed( const std::byte* key, Position position ) {
+   ++drained.removed;
+   callback( { Change::removed, key, nullptr, position } );
+}
+
+Mirror::Mirror( ReaderTable& table ) : table_( table ) {
+   record_.resize( table.layout().recordSize );
+   other_.resize( table.layout().recordSize );
+   restart();
+}
+
+void Mirror::restart() {
+   instance_ = table_.instance();
+   load();
+}
+
+uint64_t Mirror::wordAt( Position position ) const {
+   return loadWord( instance_->view().index() + position );
+}
+
+// Takes what stands now as known. The head first: a change that this pass does not
+// see is after it in the journal.
+void Mirror::load() {
+   again_.clear();
+   known_ = Remembered();
+   if ( !instance_ ) return;
+   everAttached_ = true;
+   seen_ = instance_->head();
+   known_ =
+      Remembered( instance_->geometry().positions(), table_.layout().keySize );
+   for ( Position p = 0; p < known_.positions(); ++p ) {
+      if ( !isWord( p ) || !wordAt( p ) ) continue;
+      auto copy = instance_->copy( p, record_.data() );
+      Lookup found = table_.count( copy, p );
+      if ( found == lookupBusy ) again_.push_back( p );
+      if ( found == lookupFound ) known_.keyIs( p, record_.data() );
+      if ( found == lookupFound || found == lookupDamaged ) {
+         known_.wordIs( p, copy.word );
+      }
+   }
+}
+
+TableFollower::Drained Mirror::drain( const TableFollower::Callback& callback ) {
+   Teller teller{ callback, {} };
+   teller.drained.stateChanged = table_.poll();
+   if ( table_.instance() == instance_ ) {
+      if ( instance_ ) follow( teller );
+   } else if ( table_.instance() || table_.state() == readerAbsent ) {
+      moveTo( table_.instance(), teller );
+   }
+   // Else: unreadable is not gone; what was known is kept until a table can be
+   // read.
+   teller.drained.again = !again_.empty();
+   return teller.drained;
+}
+
+bool Mirror::pending() const {
+   return instance_ && ( instance_->head() != seen_ || !again_.empty() );
+}
+
+void Mirror::moveTo( std::shared_ptr<const Instance> instance, Teller& teller ) {
+   if ( !instance ) return forgetAll( teller );
+   bool first = !everAttached_;
+   auto former = std::exchange( instance_, std::move( instance ) );
+   Remembered known = std::move( known_ );
+   load();
+   if ( !first ) tellDifference( former.get(), known, teller );
+}
+
+// The former instance still is mapped: its records say whether a value is another.
+void Mirror::tellDifference( const Instance* former, const Remembered& known,
+                             Teller& teller ) {
+   std::vector<bool> kept( known_.positions() );
+   for ( Position p = 0; former && p < known.positions(); ++p ) {
+      const std::byte* key = known.key( p );
+      if ( !key ) continue;
+      Position at = noPosition;
+      auto copy =
+         instance_->lookup( key, instance_->hashOf( key ), record_.data(), &at );
+      if ( copy.result == lookupAbsent ) {
+         teller.removed( key, p );
+      } else if ( copy.result == lookupFound ) {
+         kept[at] = true;
+         tellKept( *former, known.word( p ), p, at, teller );
+      }
+   }
+   for ( Position p = 0; p < known_.positions(); ++p ) {
+      if ( !known_.key( p ) || kept[p] ) continue;
+      known_.wordIs( p, unknownWord );
+      compare( p, wordAt( p ), teller );
+   }
+}
+
+// record_ is the key's new record. Silent if the former one was told and is equal.
+void Mirror::tellKept( const Instance& former, uint64_t word, Position formerAt,
+                       Position at, Teller& teller ) {
+   auto old = former.copy( formerAt, other_.data() );
+   if ( old.result == lookupFound && old.word == word && record_ == other_ ) return;
+   teller.written( record_.data(), at );
+}
+
+void Mirror::forgetAll( Teller& teller ) {
+   instance_.reset();
+   again_.clear();
+   Remembered known = std::exchange( known_, Remembered() );
+   for ( Position p = 0; p < known.positions(); ++p ) {
+      if ( const std::byte* key = known.key( p ) ) teller.removed( key, p );
+   }
+}
+
+void Mirror::follow( Teller& teller ) {
+   uint64_t head = instance_->head();
+   std::vector<Position> again = std::exchange( again_, {} );
+   if ( collect( head ) ) {
+      for ( Position p : candidates_ ) compare( p, wordAt( p ), teller );
+   } else {
+      teller.drained.lapped = true;
+      compareAll( head - seen_ > generationMask, teller );
+   }
+   for ( Position p : again ) compare( p, wordAt( p ), teller );
+   compareIntent( head, teller );
+   seen_ = head;
+}
+
+// The positions of the changes since seen_; false if the journal does not hold all
+// of them any more. A head that went backwards is far ahead in this arithmetic.
+bool Mirror::collect( uint64_t head ) {
+   candidates_.clear();
+   uint32_t positions = known_.positions();
+   if ( head - seen_ >= instance_->geometry().journalEntries ) return false;
+   for ( uint64_t sequence = seen_ + 1; sequence <= head; ++sequence ) {
+      uint64_t entry = loadWord( instance_->view().journal( sequence ) );
+      Position position = positionOfEntry( entry );
+      bool sound =
+         entryIsOf( entry, sequence ) && position < positions && isWord( position );
+      if ( !sound ) return false;
+      candidates_.push_back( position );
+   }
+   return true;
+}
+
+void Mirror::compareAll( bool everything, Teller& teller ) {
+   for ( Position p = 0; p < known_.positions(); ++p ) {
+      if ( !isWord( p ) ) continue;
+      if ( everything && known_.word( p ) ) known_.wordIs( p, unknownWord );
+      uint64_t word = wordAt( p );
+      if ( word != known_.word( p ) ) compare( p, word, teller );
+   }
+}
+
+// The change that the writer was making when it was killed: readers may see it
+// already, but only the next writer moves the head.
+void Mirror::compareIntent( uint64_t head, Teller& teller ) {
+   uint64_t entry = loadWord( instance_->view().journal( head + 1 ) );
+   Position position = positionOfEntry( entry );
+   bool sound = entryIsOf( entry, head + 1 ) && position < known_.positions() &&
+                isWord( position );
+   if ( sound ) compare( position, instance_->effectiveWord( position ), teller );
+}
+
+void Mirror::compare( Position position, uint64_t word, Teller& teller ) {
+   if ( word == known_.word( position ) ) return;
+   if ( !word ) return vanished( position, teller );
+   auto copy = instance_->copy( position, record_.data() );
+   switch ( table_.count( copy, position ) ) {
+      case lookupBusy:
+         again_.push_back( position );
+         return;
+      case lookupAbsent:
+         return vanished( position, teller );
+      case lookupDamaged:
+         known_.wordIs( position, copy.word );
+         return;
+      case lookupFound:
+         return replaced( position, copy.word, teller );
+   }
+}
+
+void Mirror::vanished( Position position, Teller& teller ) {
+   known_.wordIs( position, 0 );
+   const std::byte* key = known_.key( position );
+   if ( !key ) return;
+   known_.keyDel( position );
+   // Put in again elsewhere: that place has a journal entry of its own. The pool
+   // still holds the key's bytes.
+   if ( !standsElsewhere( key ) ) teller.removed( key, position );
+}
+
+// record_ is what stands there now, under the same key or another.
+void Mirror::replaced( Position position, uint64_t word, Teller& teller ) {
+   const std::byte* key = known_.key( position );
+   uint32_t keySize = table_.layout().keySize;
+   if ( key && std::memcmp( key, record_.data(), keySize ) != 0 ) {
+      std::vector<std::byte> former( key, key + keySize );
+      if ( !standsElsewhere( former.data() ) ) {
+         teller.removed( former.data(), position );
+      }
+   }
+   known_.wordIs( position, word );
+   known_.keyIs( position, record_.data() );
+   teller.written( record_.data(), position );
+}
+
+bool Mirror::standsElsewhere( const std::byte* key ) {
+   uint64_t hash = instance_->hashOf( key );
+   for ( int i = 0; i < maxLookups; ++i ) {
+      Lookup found = instance_->lookup( key, hash, other_.data(), nullptr ).result;
+      if ( found != lookupBusy ) return found == lookupFound;
+   }
+   return true;
+}
+
+}

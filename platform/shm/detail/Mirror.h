@@ -1,0 +1,64 @@
+// The follower's work: what it knew of a table against what stands now.
+//
+// Comparing index words is what finds changes: a word differs after every write of
+// its key, until generations repeat, and a follower that far behind takes
+// everything for changed. The journal only says where to look.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "platform/shm/TableFollower.h"
+#include "platform/shm/detail/ReaderTable.h"
+#include "platform/shm/detail/Remembered.h"
+
+namespace Brane::Detail {
+
+class Mirror {
+ public:
+   explicit Mirror( ReaderTable& table );
+
+   TableFollower::Drained drain( const TableFollower::Callback& callback );
+   bool pending() const;
+   void restart();
+   uint32_t size() const { return known_.size(); }
+
+ private:
+   // One drain: whom to tell and what was told.
+   struct Teller {
+      const TableFollower::Callback& callback;
+      TableFollower::Drained drained;
+
+      void written( const std::byte* record, Position position );
+      void removed( const std::byte* key, Position position );
+   };
+
+   void load();
+   void moveTo( std::shared_ptr<const Instance> instance, Teller& teller );
+   void tellDifference( const Instance* former, const Remembered& known,
+                        Teller& teller );
+   void tellKept( const Instance& former, uint64_t word, Position formerAt,
+                  Position at, Teller& teller );
+   void forgetAll( Teller& teller );
+   void follow( Teller& teller );
+   bool collect( uint64_t head );
+   void compareAll( bool everything, Teller& teller );
+   void compareIntent( uint64_t head, Teller& teller );
+   void compare( Position position, uint64_t word, Teller& teller );
+   void vanished( Position position, Teller& teller );
+   void replaced( Position position, uint64_t word, Teller& teller );
+   bool standsElsewhere( const std::byte* key );
+   uint64_t wordAt( Position position ) const;
+
+   ReaderTable& table_;
+   std::shared_ptr<const Instance> instance_;
+   Remembered known_;
+   bool everAttached_ = false;
+   uint64_t seen_ = 0;  // the sequence up to which changes were told
+   std::vector<Position> candidates_;
+   std::vector<Position> again_;  // busy when last looked at
+   std::vector<std::byte> record_;
+   std::vector<std::byte> other_;  // a second record
+};
+
+}

@@ -1,0 +1,179 @@
+#include "platform/shm/detail/ReaderTable.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "platform/shm/detail/Survey.h"
+
+namespace Brane::Detail {
+
+namespace {
+
+constexpr size_t linesAhead = 16;
+constexpr size_t slotsAhead = 8;
+
+bool nothingThere( int error ) {
+   return error == ENOENT || error == ENOTDIR;
+}
+
+}
+
+ReaderTable::ReaderTable( const Mox::String& path, const Layout& layout )
+   : files_( path ), layout_( layout ) {
+   layout.check();
+   buffer_.resize( layout.recordSize );
+   poll();
+}
+
+bool ReaderTable::becomeAbsent() {
+   bool changed = state_ != readerAbsent;
+   state_ = readerAbsent;
+   instance_.reset();
+   file_ = Descriptor();
+   problem_.clear();
+   return changed;
+}
+
+bool ReaderTable::poll() {
+   struct stat status;
+   if ( stat( files_.table.c_str(), &status ) != 0 ) {
+      if ( nothingThere( errno ) ) return becomeAbsent();
+      systemFailed( files_.table, "cannot look at the file" );
+   }
+   bool same = file_ && status.st_dev == device_ && status.st_ino == inode_;
+   if ( same ) return false;
+   Descriptor file( openFile( files_.table, O_RDONLY | O_NONBLOCK ) );
+   if ( !file && nothingThere( errno ) ) return becomeAbsent();
+   if ( !file ) systemFailed( files_.table, "cannot open" );
+   file_ = std::move( file );
+   attach();
+   return true;
+}
+
+void ReaderTable::attach() {
+   instance_.reset();
+   problem_.clear();
+   struct stat status;
+   if ( fstat( file_.get(), &status ) != 0 ) {
+      systemFailed( files_.table, "cannot look at the file" );
+   }
+   device_ = status.st_dev;
+   inode_ = status.st_ino;
+   try {
+      if ( !S_ISREG( status.st_mode ) ) {
+         throw LayoutError( LayoutError::magic, files_.table + ": not a file" );
+      }
+      instance_ = std::make_shared<const Instance>(
+         file_.get(), uint64_t( status.st_size ), layout_, files_.table );
+      state_ = readerAttached;
+   } catch ( const LayoutError& e ) {
+      state_ = e.otherRecord() ? readerMismatch : readerDamaged;
+      mismatch_ = e.mismatch();
+      problem_ = e.what();
+   }
+}
+
+Lookup ReaderTable::count( const Instance::Copy& copy, Position position ) {
+   counters_.retried += copy.retries;
+   if ( copy.result == lookupFound ) ++counters_.verified;
+   if ( copy.result == lookupBusy ) ++counters_.busy;
+   if ( copy.result == lookupDamaged ) {
+      ++counters_.damaged;
+      problem_ = placeText( files_.table, position, slotOf( copy.word ) ) +
+                 ": index and slot contradict each other";
+   }
+   return copy.result;
+}
+
+bool ReaderTable::isPosition( Position position ) const {
+   return instance_ && position < instance_->geometry().positions() &&
+          isWord( position );
+}
+
+Lookup ReaderTable::lookup( const void* key, void* out, Position* position ) {
+   if ( !instance_ ) return lookupAbsent;
+   Position at = noPosition;
+   Lookup result =
+      count( instance_->lookup( key, instance_->hashOf( key ), out, &at ), at );
+   if ( position && result == lookupFound ) *position = at;
+   return result;
+}
+
+void ReaderTable::lookup( std::span<TableReader::LookupItem> items ) {
+   for ( auto& item : items ) item.result = lookupAbsent;
+   if ( !instance_ ) return;
+   uint64_t hashes[linesAhead];
+   size_t lines = 0, slots = 0;
+   for ( size_t i = 0; i < items.size(); ++i ) {
+      for ( ; lines < items.size() && lines < i + linesAhead; ++lines ) {
+         hashes[lines % linesAhead] = instance_->hashOf( items[lines].key );
+         instance_->fetchLine( hashes[lines % linesAhead] );
+      }
+      for ( ; slots < items.size() && slots < i + slotsAhead; ++slots ) {
+         instance_->fetchSlots( hashes[slots % linesAhead] );
+      }
+      Position at = noPosition;
+      items[i].result =
+         count( instance_->lookup( items[i].key, hashes[i % linesAhead],
+                                   items[i].out, &at ),
+                at );
+   }
+}
+
+Lookup ReaderTable::at( Position position, void* out ) {
+   if ( !isPosition( position ) ) return lookupAbsent;
+   return count( instance_->copy( position, out ), position );
+}
+
+Position ReaderTable::visit( const TableReader::Visitor& visitor, Position after ) {
+   if ( !instance_ ) return noPosition;
+   // The visitor may poll: this instance is visited to its end.
+   std::shared_ptr<const Instance> instance = instance_;
+   const uint64_t* words = instance->view().index();
+   Position end = instance->geometry().positions();
+   std::vector<std::byte> record( layout_.recordSize );
+   Position fetched = after + 1;
+   size_t ahead = 0;
+   for ( Position p = after + 1; p < end; ++p ) {
+      for ( ; fetched < end && ahead < slotsAhead; ++fetched ) {
+         uint64_t word = isWord( fetched ) ? loadWord( words + fetched ) : 0;
+         if ( !word ) continue;
+         instance->fetchSlot( word );
+         ++ahead;
+      }
+      if ( !isWord( p ) || !loadWord( words + p ) ) continue;
+      if ( ahead ) --ahead;
+      Lookup found = count( instance->copy( p, record.data() ), p );
+      if ( found == lookupFound && !visitor( p, record.data() ) ) return p;
+   }
+   return noPosition;
+}
+
+Position ReaderTable::resumeBefore( const void* key ) {
+   if ( !instance_ ) return noPosition;
+   uint64_t hash = instance_->hashOf( key );
+   Position at = instance_->geometry().homeOf( hash ) * lineWords;
+   Position found = noPosition;
+   if ( instance_->lookup( key, hash, buffer_.data(), &found ).result ==
+        lookupFound ) {
+      at = found;
+   }
+   // Position 0 gives noPosition: from the start.
+   return at - 1;
+}
+
+Lookup ReaderTable::verify( const void* key ) {
+   if ( !instance_ ) return lookupAbsent;
+   Position at = noPosition;
+   auto copy =
+      instance_->lookup( key, instance_->hashOf( key ), buffer_.data(), &at );
+   if ( copy.result == lookupFound &&
+        !instance_->verify( at, copy, buffer_.data() ) ) {
+      copy.result = lookupDamaged;
+   }
+   return count( copy, at );
+}
+
+}

@@ -1,0 +1,56 @@
+// A reader's side of a table: which instance it is attached to, and its counts.
+#pragma once
+
+#include <memory>
+#include <span>
+
+#include "platform/shm/TableFiles.h"
+#include "platform/shm/TableReader.h"
+#include "platform/shm/detail/Instance.h"
+
+namespace Brane::Detail {
+
+class ReaderTable {
+ public:
+   ReaderTable( const Mox::String& path, const Layout& layout );
+
+   bool poll();
+   Lookup lookup( const void* key, void* out, Position* position );
+   void lookup( std::span<TableReader::LookupItem> items );
+   Lookup at( Position position, void* out );
+   Position visit( const TableReader::Visitor& visitor, Position after );
+   Position resumeBefore( const void* key );
+   Lookup verify( const void* key );
+
+   ReaderState state() const { return state_; }
+   const Mox::String& problem() const { return problem_; }
+   LayoutError::Mismatch mismatch() const { return mismatch_; }
+   // Null unless attached.
+   const std::shared_ptr<const Instance>& instance() const { return instance_; }
+   const TableFiles& files() const { return files_; }
+   const Layout& layout() const { return layout_; }
+   const TableReader::Counters& counters() const { return counters_; }
+
+   // Counts a copy and says what it found.
+   Lookup count( const Instance::Copy& copy, Position position );
+
+ private:
+   bool becomeAbsent();
+   void attach();
+   bool isPosition( Position position ) const;
+
+   TableFiles files_;
+   Layout layout_;
+   ReaderState state_ = readerAbsent;
+   LayoutError::Mismatch mismatch_ = LayoutError::magic;
+   Mox::String problem_;
+   // Kept open, so that no other file gets its inode number.
+   Descriptor file_;
+   dev_t device_ = 0;
+   ino_t inode_ = 0;
+   std::shared_ptr<const Instance> instance_;
+   TableReader::Counters counters_;
+   std::vector<std::byte> buffer_;
+};
+
+}

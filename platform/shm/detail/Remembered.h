@@ -1,0 +1,71 @@
+// Per position of an index: the word last seen there and the key it stood for.
+//
+// Keys live in a pool, so that free positions cost 12 bytes only.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "platform/shm/Layout.h"
+
+namespace Brane::Detail {
+
+class Remembered {
+ public:
+   Remembered() = default;
+   Remembered( uint32_t positions, uint32_t keySize )
+      : keySize_( keySize ), words_( positions ), keyOf_( positions, noKey ) {}
+
+   uint32_t positions() const { return uint32_t( words_.size() ); }
+   // Keys that stand.
+   uint32_t size() const { return size_; }
+
+   uint64_t word( Position position ) const { return words_[position]; }
+   void wordIs( Position position, uint64_t word ) { words_[position] = word; }
+
+   // Null: none. Valid until a key is set.
+   const std::byte* key( Position position ) const {
+      uint32_t key = keyOf_[position];
+      return key == noKey ? nullptr : keys_.data() + size_t( key ) * keySize_;
+   }
+
+   void keyIs( Position position, const std::byte* key ) {
+      if ( keyOf_[position] == noKey ) {
+         keyOf_[position] = takeKey();
+         ++size_;
+      }
+      std::memcpy( keys_.data() + size_t( keyOf_[position] ) * keySize_, key,
+                   keySize_ );
+   }
+
+   void keyDel( Position position ) {
+      if ( keyOf_[position] == noKey ) return;
+      freeKeys_.push_back( keyOf_[position] );
+      keyOf_[position] = noKey;
+      --size_;
+   }
+
+ private:
+   static constexpr uint32_t noKey = ~0u;
+
+   uint32_t takeKey() {
+      if ( freeKeys_.empty() ) {
+         keys_.resize( keys_.size() + keySize_ );
+         return uint32_t( keys_.size() / keySize_ ) - 1;
+      }
+      uint32_t key = freeKeys_.back();
+      freeKeys_.pop_back();
+      return key;
+   }
+
+   uint32_t keySize_ = 0;
+   uint32_t size_ = 0;
+   std::vector<uint64_t> words_;
+   std::vector<uint32_t> keyOf_;
+   std::vector<std::byte> keys_;
+   std::vector<uint32_t> freeKeys_;
+};
+
+}

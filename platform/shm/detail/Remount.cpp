@@ -1,0 +1,94 @@
+#include "platform/shm/detail/Remount.h"
+
+namespace Brane::Detail {
+
+namespace {
+
+// Farther than any follower's generations reach.
+constexpr uint64_t headJump = uint64_t( 1 ) << 30;
+
+class Remount {
+ public:
+   Remount( const WriterView& view, const Survey& survey, AttachReport& report )
+      : view_( view ), survey_( survey ), report_( report ) {
+      uint64_t next = *view.head() + 1;
+      uint64_t entry = *view.journal( next );
+      intended_ = survey.headSound() && entryIsOf( entry, next );
+      if ( intended_ ) intent_ = positionOfEntry( entry );
+   }
+
+   void run() {
+      setCounts( []( uint64_t want, uint64_t now ) { return want > now; } );
+      setWords( []( uint64_t want ) { return want != 0; } );
+      for ( uint32_t slot : survey_.older() ) setState( slot, slotReplaced );
+      setWords( []( uint64_t want ) { return want == 0; } );
+      for ( uint32_t slot : survey_.broken() ) setState( slot, slotFree );
+      setCounts( []( uint64_t want, uint64_t now ) { return want < now; } );
+      if ( strayed_ || !survey_.headSound() ) {
+         moveHead();
+      } else if ( intended_ ) {
+         storeWord( view_.head(), *view_.head() + 1 );
+      }
+   }
+
+ private:
+   template <class Condition>
+   void setWords( Condition condition ) {
+      for ( Position p = 0; p < view_.geometry.positions(); ++p ) {
+         uint64_t want = survey_.index()[p];
+         uint64_t* word = view_.index() + p;
+         if ( !isWord( p ) || *word == want || !condition( want ) ) continue;
+         storeWord( word, want );
+         bool expected = intended_ && p == intent_;
+         if ( expected ) {
+            ++report_.completed;
+         } else {
+            ++report_.repaired;
+            strayed_ = true;
+         }
+      }
+   }
+
+   // Counts that a kill left wrong are no damage, so they are not told apart.
+   template <class Condition>
+   void setCounts( Condition condition ) {
+      for ( uint32_t line = 0; line < view_.geometry.lineCount; ++line ) {
+         uint64_t want = survey_.index()[line * lineWords + 7];
+         uint64_t* count = view_.passed( line );
+         if ( !condition( want, *count ) ) continue;
+         storeWord( count, want );
+         ++report_.repaired;
+      }
+   }
+
+   void setState( uint32_t slot, SlotState state ) {
+      uint64_t* stamp = &view_.slot( slot )->stamp;
+      storeWord( stamp, stampOf( sequenceOf( *stamp ), state ) );
+   }
+
+   void moveHead() {
+      uint64_t now =
+         survey_.headSound() ? *view_.head() : survey_.highestSequence();
+      uint64_t head = now + headJump;
+      // The entry first: a head without its entry reads as damaged.
+      storeWord( view_.journal( head ), journalEntry( 0, head ) );
+      storeWord( view_.head(), head );
+      report_.resequenced = true;
+   }
+
+   const WriterView& view_;
+   const Survey& survey_;
+   AttachReport& report_;
+   bool intended_ = false;
+   Position intent_ = noPosition;
+   bool strayed_ = false;
+};
+
+}
+
+void putRight( const WriterView& view, const Survey& survey,
+               AttachReport& report ) {
+   Remount( view, survey, report ).run();
+}
+
+}

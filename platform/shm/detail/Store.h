@@ -1,0 +1,121 @@
+// Every store to shared memory goes through here, so that a test can look at the
+// memory after each one, and every load of a word that may change meanwhile.
+//
+// Records are copied in words of 16 bytes. The thread sanitizer wants each word
+// atomic and knows no fences: with it, words are 8 bytes and carry the order
+// themselves.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#if defined( __SSE2__ )
+#include <emmintrin.h>
+#endif
+
+#if defined( __SANITIZE_THREAD__ )
+#define PIMSM_SHM_TSAN 1
+#elif defined( __has_feature )
+#if __has_feature( thread_sanitizer )
+#define PIMSM_SHM_TSAN 1
+#endif
+#endif
+
+namespace Brane::Detail {
+
+__extension__ using Wide = unsigned __int128;
+
+#ifdef PIMSM_SHM_STORE_HOOK
+// Called after each store. Only the library that tests link is compiled so.
+extern void ( *storeHook )();
+inline void stored() {
+   if ( storeHook ) storeHook();
+}
+#else
+inline void stored() {}
+#endif
+
+inline uint64_t loadWord( const uint64_t* from ) {
+   return __atomic_load_n( from, __ATOMIC_ACQUIRE );
+}
+
+inline void storeWord( uint64_t* to, uint64_t value ) {
+   __atomic_store_n( to, value, __ATOMIC_RELEASE );
+   stored();
+}
+
+// Forbids that a store below becomes visible before one above.
+inline void storeFence() {
+#ifndef PIMSM_SHM_TSAN
+   __atomic_thread_fence( __ATOMIC_RELEASE );
+   __asm__ volatile( "" ::: "memory" );
+#endif
+}
+
+// Forbids that a load below is made before one above.
+inline void loadFence() {
+#ifndef PIMSM_SHM_TSAN
+   __atomic_thread_fence( __ATOMIC_ACQUIRE );
+   __asm__ volatile( "" ::: "memory" );
+#endif
+}
+
+// Two words as one store where the machine can.
+inline void storePair( std::byte* to, uint64_t first, uint64_t second ) {
+   auto* words = reinterpret_cast<uint64_t*>( to );
+#if defined( __SSE2__ ) && !defined( PIMSM_SHM_TSAN )
+   _mm_store_si128( reinterpret_cast<__m128i*>( words ),
+                    _mm_set_epi64x( static_cast<long long>( second ),
+                                    static_cast<long long>( first ) ) );
+   stored();
+#else
+   __atomic_store_n( words, first, __ATOMIC_RELEASE );
+   stored();
+   __atomic_store_n( words + 1, second, __ATOMIC_RELEASE );
+   stored();
+#endif
+}
+
+inline uint64_t wordAt( const void* from, size_t index ) {
+   uint64_t word;
+   std::memcpy( &word, static_cast<const std::byte*>( from ) + 8 * index, 8 );
+   return word;
+}
+
+// Copies out of a mapping that may change meanwhile. `from` is aligned to 16, `to`
+// need not be; size is a multiple of 8.
+inline void copyOut( void* to, const std::byte* from, size_t size ) {
+   auto* out = static_cast<std::byte*>( to );
+#if defined( __SSE2__ ) && !defined( PIMSM_SHM_TSAN )
+   size_t at = 0;
+   for ( ; at + 16 <= size; at += 16 ) {
+      __m128i word =
+         _mm_load_si128( reinterpret_cast<const __m128i*>( from + at ) );
+      _mm_storeu_si128( reinterpret_cast<__m128i*>( out + at ), word );
+   }
+   if ( at < size ) {
+      uint64_t word = *reinterpret_cast<const volatile uint64_t*>( from + at );
+      std::memcpy( out + at, &word, 8 );
+   }
+#else
+   for ( size_t at = 0; at < size; at += 8 ) {
+      uint64_t word = loadWord( reinterpret_cast<const uint64_t*>( from + at ) );
+      std::memcpy( out + at, &word, 8 );
+   }
+#endif
+}
+
+// Fetches the memory for a load or a store to come.
+inline void prefetch( const std::byte* at, size_t size ) {
+   for ( size_t line = 0; line < size; line += 64 ) {
+      __builtin_prefetch( at + line, 0, 3 );
+   }
+}
+inline void prefetchForStore( const std::byte* at, size_t size ) {
+   for ( size_t line = 0; line < size; line += 64 ) {
+      __builtin_prefetch( at + line, 1, 3 );
+   }
+}
+
+}

@@ -1,0 +1,73 @@
+// What a table holds in truth, judged by its slots' checksums alone, and what its
+// index should say. Stores nothing.
+#pragma once
+
+#include <vector>
+
+#include "platform/shm/AttachReport.h"
+#include "platform/shm/detail/Geometry.h"
+
+namespace Brane::Detail {
+
+// At most so many lines of text on one table's damage.
+constexpr size_t maxTexts = 32;
+void addText( std::vector<Mox::String>& texts, Mox::String text );
+
+// "place P, slot S": where damage was found.
+Mox::String placeText( const Mox::String& path, Position position, uint32_t slot );
+
+class Survey {
+ public:
+   Survey( const ConstView& view, const Mox::String& path );
+
+   // Index words and passed counts as they should be, 8 words a line.
+   const std::vector<uint64_t>& index() const { return want_; }
+   // Live slots whose key stands in a newer one.
+   const std::vector<uint32_t>& older() const { return older_; }
+   // Slots that say Live and are not.
+   const std::vector<uint32_t>& broken() const { return broken_; }
+
+   uint32_t survivors() const { return survivors_; }
+   // Of the whole records.
+   uint64_t highestSequence() const { return highest_; }
+   // Does the journal agree with its head?
+   bool headSound() const { return headSound_; }
+   const std::vector<Mox::String>& texts() const { return texts_; }
+
+ private:
+   // A sequence of 0: no whole record.
+   struct Slot {
+      uint64_t hash = 0;
+      uint64_t sequence = 0;
+      Position position = noPosition;
+   };
+
+   void judgeHead();
+   void scanSlots();
+   void judgeSlot( uint32_t slot );
+   void claimWords();
+   void claim( Position position );
+   bool fits( Position position, uint64_t word ) const;
+   void retireTwins();
+   void placeUnindexed();
+   void place( uint32_t slot );
+   Position twinOf( uint32_t slot, uint32_t endLine ) const;
+   Position freePlace( uint32_t slot ) const;
+   void moveTo( uint32_t slot, Position position );
+   void countPassed();
+   void report( Position position, uint32_t slot, const char* what );
+
+   ConstView view_;
+   Mox::String path_;
+   bool headSound_ = true;
+   uint64_t limit_ = 0;  // the highest sequence that can be
+   uint64_t highest_ = 0;
+   uint32_t survivors_ = 0;
+   std::vector<Slot> slots_;
+   std::vector<uint64_t> want_;
+   std::vector<uint32_t> older_;
+   std::vector<uint32_t> broken_;
+   std::vector<Mox::String> texts_;
+};
+
+}

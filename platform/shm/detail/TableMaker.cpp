@@ -1,0 +1,234 @@
+#include "platform/shm/detail/TableMaker.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/shm/detail/Hash.h"
+#include "platform/shm/detail/Remount.h"
+
+namespace Brane::Detail {
+
+namespace {
+
+uint64_t randomWord() {
+   uint64_t word = 0;
+   // Cannot fail for 8 bytes once the kernel's pool is filled, which it waits for.
+   while ( getrandom( &word, sizeof( word ), 0 ) != sizeof( word ) ) continue;
+   return word;
+}
+
+void checkOptions( const WriterOptions& options, uint32_t capacity ) {
+   if ( capacity > Geometry::maxCapacity() ) {
+      throw Mox::RangeError( fmt::format( "capacity {} is above {}", capacity,
+                                          Geometry::maxCapacity() ) );
+   }
+   uint32_t entries = options.journalEntries;
+   if ( entries &&
+        ( !std::has_single_bit( entries ) || entries < 4 || entries > 1u << 24 ) ) {
+      throw Mox::RangeError( fmt::format( "{} journal entries", entries ) );
+   }
+   if ( options.bootId.size() > 39 ) throw Mox::RangeError( "boot id too long" );
+}
+
+// Which bytes of a former record go where in a new one.
+struct Move {
+   uint32_t from, to, size;
+};
+
+std::vector<Move> movesBetween( const Layout& from, const Layout& to ) {
+   std::vector<Move> moves{ { 0, 0, to.keySize } };
+   for ( const Field& field : to.fields ) {
+      if ( field.offset < to.keySize ) continue;
+      for ( const Field& old : from.fields ) {
+         bool same = old.name == field.name && old.type == field.type &&
+                     old.size == field.size;
+         if ( same ) moves.push_back( { old.offset, field.offset, field.size } );
+      }
+   }
+   return moves;
+}
+
+}
+
+void TableMaker::open( WriterTable& table, uint32_t capacity,
+                       const WriterOptions& options ) {
+   TableMaker( table, capacity, options ).run();
+}
+
+TableMaker::TableMaker( WriterTable& table, uint32_t capacity,
+                        const WriterOptions& options )
+   : table_( table ), capacity_( capacity ), options_( options ) {
+   checkOptions( options, capacity );
+   if ( options_.bootId.empty() ) options_.bootId = runningBootId();
+}
+
+void TableMaker::run() {
+   Former former;
+   if ( !readFormer( former ) ) return create( nullptr, nullptr );
+   AttachReport& report = table_.report_;
+   if ( bootIdOf( former.header ) != options_.bootId ) {
+      report.status = attachOtherBoot;
+      addText( report.texts,
+               fmt::format( "{}: from boot {}, running is {}", table_.path(),
+                            bootIdOf( former.header ), options_.bootId ) );
+      return create( nullptr, nullptr );
+   }
+   Survey survey( former.view, table_.path() );
+   for ( const Mox::String& text : survey.texts() ) addText( report.texts, text );
+   report.dropped = uint32_t( survey.broken().size() );
+   capacity_ = std::max( capacity_, survey.survivors() );
+   report.status = judge( former, survey );
+   if ( report.status == attachOtherKey ) return create( nullptr, nullptr );
+   report.survivors = survey.survivors();
+   if ( report.status == attachReused )
+      return takeOver( std::move( former ), survey );
+   create( &former, &survey );
+}
+
+// False when there is none; then the report says why, if it is worth a word.
+bool TableMaker::readFormer( Former& former ) {
+   const Mox::String& path = table_.path();
+   former.file = Descriptor( openFile( path, O_RDWR | O_NONBLOCK ) );
+   if ( !former.file ) {
+      if ( errno == ENOENT ) return false;
+      systemFailed( path, "cannot open" );
+   }
+   struct stat status;
+   if ( fstat( former.file.get(), &status ) != 0 || !S_ISREG( status.st_mode ) ) {
+      throw CreateError( path + ": not a file" );
+   }
+   std::byte bytes[sizeof( FileHeader )];
+   ssize_t got = pread( former.file.get(), bytes, sizeof( bytes ), 0 );
+   if ( got < 0 ) systemFailed( path, "cannot read" );
+   try {
+      former.header =
+         readHeader( bytes, uint64_t( got ), uint64_t( status.st_size ), path );
+   } catch ( const LayoutError& e ) {
+      table_.report_.status = attachDamaged;
+      addText( table_.report_.texts, e.what() );
+      return false;
+   }
+   const FileHeader& h = former.header;
+   former.mapping = Mapping::ofFile( former.file.get(), h.fileSize, true, path );
+   former.view = {
+      former.mapping.data(), geometryOf( h ), { h.seed[0], h.seed[1] } };
+   return true;
+}
+
+AttachStatus TableMaker::judge( const Former& former, const Survey& survey ) {
+   Layout found = layoutOf( former.header );
+   std::vector<Mox::String>& texts = table_.report_.texts;
+   if ( found != table_.layout_ ) {
+      addText(
+         texts,
+         fmt::format( "{}: layout {:#x} with records of {} bytes, this "
+                      "program's is {:#x} with {}",
+                      table_.path(), former.header.fingerprint, found.recordSize,
+                      table_.layout_.fingerprint(), table_.layout_.recordSize ) );
+      return found.sameKey( table_.layout_ ) ? attachConverted : attachOtherKey;
+   }
+   if ( former.header.capacity == capacity_ ) return attachReused;
+   addText( texts, fmt::format( "{}: capacity {} becomes {}, {} records stand",
+                                table_.path(), former.header.capacity, capacity_,
+                                survey.survivors() ) );
+   return attachResized;
+}
+
+void TableMaker::takeOver( Former former, const Survey& survey ) {
+   useMapping( std::move( former.mapping ), former.header );
+   putRight( table_.view_, survey, table_.report_ );
+   table_.sequence_ = *table_.view_.head();
+   table_.size_ = survey.survivors();
+   std::vector<bool> used( table_.view_.geometry.slotCount );
+   for ( Position p = 0; p < survey.index().size(); ++p ) {
+      uint64_t word = survey.index()[p];
+      if ( isWord( p ) && word ) used[slotOf( word )] = true;
+   }
+   for ( uint32_t slot = 0; slot < used.size(); ++slot ) {
+      if ( !used[slot] ) table_.free_.push( slot );
+   }
+}
+
+HeaderValues TableMaker::freshValues() const {
+   HeaderValues values;
+   values.capacity = capacity_;
+   values.journalEntries = options_.journalEntries
+                              ? options_.journalEntries
+                              : Geometry::defaultJournalEntries( capacity_ );
+   values.instanceId = randomWord();
+   for ( size_t i = 0; i < 2; ++i ) {
+      values.seed[i] = options_.seed ? ( *options_.seed )[i] : randomWord();
+   }
+   values.bootId = options_.bootId;
+   return values;
+}
+
+// The new instance is complete before it gets its name; killed before that, the
+// former one stands untouched.
+void TableMaker::create( const Former* former, const Survey* survey ) {
+   HeaderValues values = freshValues();
+   const Layout& layout = table_.layout_;
+   uint64_t size = Geometry::of( layout.keySize, layout.recordSize, values.capacity,
+                                 values.journalEntries )
+                      .fileSize;
+   const Mox::String& path = table_.files_.fresh;
+   Descriptor file = createFile( path, size );
+   Mapping mapping = Mapping::ofFile( file.get(), size, true, path );
+   writeHeader( mapping.data(), layout, values );
+   FileHeader header;
+   std::memcpy( &header, mapping.data(), sizeof( header ) );
+   useMapping( std::move( mapping ), header );
+   uint64_t first = options_.firstSequence;
+   storeWord( table_.view_.journal( first ), journalEntry( 0, first ) );
+   storeWord( table_.view_.head(), first );
+   table_.sequence_ = first;
+   for ( uint32_t slot = 0; slot < table_.view_.geometry.slotCount; ++slot ) {
+      table_.free_.push( slot );
+   }
+   if ( former ) copySurvivors( *former, *survey );
+   markReady( table_.mapping_.data() );
+   if ( rename( path.c_str(), table_.files_.table.c_str() ) != 0 ) {
+      systemFailed( table_.files_.table, "cannot rename the new instance" );
+   }
+}
+
+void TableMaker::copySurvivors( const Former& former, const Survey& survey ) {
+   std::vector<Move> moves =
+      movesBetween( layoutOf( former.header ), table_.layout_ );
+   std::vector<std::byte> record( table_.layout_.recordSize );
+   for ( Position p = 0; p < survey.index().size(); ++p ) {
+      uint64_t word = survey.index()[p];
+      if ( !isWord( p ) || !word ) continue;
+      const std::byte* old = former.view.record( slotOf( word ) );
+      for ( const Move& move : moves ) {
+         std::memcpy( record.data() + move.to, old + move.from, move.size );
+      }
+      try {
+         table_.putHashed( record.data(), table_.hashOf( record.data() ),
+                           noPosition );
+      } catch ( const ProbeLimitError& e ) {
+         addText( table_.report_.texts, e.what() );
+         ++table_.report_.dropped;
+         --table_.report_.survivors;
+      }
+   }
+}
+
+void TableMaker::useMapping( Mapping mapping, const FileHeader& header ) {
+   table_.mapping_ = std::move( mapping );
+   table_.view_ = { table_.mapping_.data(),
+                    geometryOf( header ),
+                    { header.seed[0], header.seed[1] } };
+   table_.instanceId_ = header.instanceId;
+   table_.free_ = FreeSlots( table_.view_.geometry.slotCount );
+}
+
+}

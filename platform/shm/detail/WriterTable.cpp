@@ -1,0 +1,312 @@
+#include "platform/shm/detail/WriterTable.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "platform/base/Assert.h"
+#include "platform/shm/detail/Hash.h"
+#include "platform/shm/detail/Lock.h"
+#include "platform/shm/detail/Survey.h"
+#include "platform/shm/detail/TableMaker.h"
+
+namespace Brane::Detail {
+
+namespace {
+
+// How many items ahead of its writing an item's index line, its slot and the free
+// slot it will fill are fetched.
+constexpr size_t linesAhead = 16;
+constexpr size_t slotsAhead = 8;
+constexpr uint32_t freeAhead = 4;
+
+bool isZero( const void* key, size_t size ) {
+   for ( size_t i = 0; i < size / 8; ++i ) {
+      if ( wordAt( key, i ) ) return false;
+   }
+   return true;
+}
+
+bool sameBytes( const void* a, const void* b, size_t size ) {
+   for ( size_t i = 0; i < size / 8; ++i ) {
+      if ( wordAt( a, i ) != wordAt( b, i ) ) return false;
+   }
+   return true;
+}
+
+}
+
+WriterTable::WriterTable( const Mox::String& path, const Layout& layout,
+                          uint32_t capacity, const WriterOptions& options )
+   : files_( path ), layout_( layout ), zeroKey_( options.zeroKey ) {
+   layout.check();
+   lock_ = takeWriterLock( files_ );
+   // Before the table has its name: who sees the table can watch its bell.
+   bell_ = Descriptor( openFile( files_.bell, O_WRONLY | O_CREAT ) );
+   if ( !bell_ ) systemFailed( files_.bell, "cannot open the doorbell" );
+   fchmod( bell_.get(), 0640 );
+   TableMaker::open( *this, capacity, options );
+   rung_ = sequence_ - 1;
+   ring();
+}
+
+WriterTable::~WriterTable() {
+   ring();
+}
+
+uint64_t WriterTable::hashOf( const void* key ) const {
+   return keyHash( key, layout_.keySize, view_.seed );
+}
+
+// The slot that an index word names. The writer trusts its own mapping no further
+// than it must: a stray pointer in this process may have been there.
+uint32_t WriterTable::checkedSlot( Position position, uint64_t word ) const {
+   uint32_t slot = slotOf( word );
+   if ( slot >= view_.geometry.slotCount ) {
+      throw CorruptionError( placeText( path(), position, slot ) +
+                             ": the index names no slot" );
+   }
+   return slot;
+}
+
+bool WriterTable::holdsKey( Position position, uint64_t word,
+                            const void* key ) const {
+   uint32_t slot = checkedSlot( position, word );
+   if ( !sameBytes( view_.record( slot ), key, layout_.keySize ) ) return false;
+   uint64_t stamp = view_.slot( slot )->stamp;
+   bool current = stateOf( stamp ) == slotLive &&
+                  ( ( sequenceOf( stamp ) ^ word ) & generationMask ) == 0;
+   if ( current ) return true;
+   throw CorruptionError( placeText( path(), position, slot ) +
+                          ": the slot's stamp does not fit the index" );
+}
+
+bool WriterTable::standsAt( const void* key, uint64_t hash,
+                            Position position ) const {
+   if ( position >= view_.geometry.positions() || !isWord( position ) )
+      return false;
+   uint64_t word = view_.index()[position];
+   return word && ( ( word ^ tagOf( hash ) ) & tagMask ) == 0 &&
+          view_.geometry.reaches( hash, position ) &&
+          holdsKey( position, word, key );
+}
+
+Place WriterTable::locate( const void* key, uint64_t hash, Position hint ) const {
+   if ( hint != noPosition && standsAt( key, hash, hint ) ) {
+      return { hint, view_.index()[hint] };
+   }
+   return probe( key, hash );
+}
+
+// The key's place, or the first free one; no position where neither is.
+Place WriterTable::probe( const void* key, uint64_t hash ) const {
+   Position free = noPosition;
+   uint32_t home = view_.geometry.homeOf( hash );
+   const uint64_t tag = tagOf( hash );
+   for ( uint32_t line = home; line < home + probeLimit; ++line ) {
+      const uint64_t* words = view_.index() + line * lineWords;
+      for ( uint32_t i = 0; i < wordsPerLine; ++i ) {
+         Position position = line * lineWords + i;
+         if ( !words[i] ) {
+            if ( free == noPosition ) free = position;
+         } else if ( ( words[i] & tagMask ) == tag &&
+                     holdsKey( position, words[i], key ) ) {
+            return { position, words[i] };
+         }
+      }
+      if ( !words[7] && free != noPosition ) break;
+   }
+   return { free, 0 };
+}
+
+// As locate(), and refuses what cannot be written; no store has happened then.
+Place WriterTable::placeFor( const void* key, uint64_t hash, Position hint ) const {
+   if ( !zeroKey_ && isZero( key, layout_.keySize ) ) {
+      throw Mox::RangeError( path() + ": the all-zero key is not a record" );
+   }
+   Place place = locate( key, hash, hint );
+   if ( place.word ) return place;
+   if ( size_ >= view_.geometry.capacity ) {
+      throw TableFullError(
+         fmt::format( "{}: full with {} records", path(), size_ ) );
+   }
+   if ( place.position == noPosition ) {
+      throw ProbeLimitError(
+         fmt::format( "{}: {} index lines are full of keys", path(), probeLimit ) );
+   }
+   return place;
+}
+
+Position WriterTable::put( const void* record, Position hint ) {
+   return putHashed( record, hashOf( record ), hint );
+}
+
+Position WriterTable::putHashed( const void* record, uint64_t hash,
+                                 Position hint ) {
+   prefetchForStore( view_.slotBytes( free_.peek( freeAhead ) ), view_.slotSize() );
+   Place place = placeFor( record, hash, hint );
+   uint32_t slot = free_.pop();
+   claimSlot( view_, slot, sequence_ + 1 );
+   RecordIdentity identity{ sequence_ + 1, slot, hash };
+   fillSlot( view_, record, identity );
+   finish( place, identity );
+   return place.position;
+}
+
+void WriterTable::finish( const Place& place, const RecordIdentity& identity ) {
+   publish( view_, place, identity );
+   sequence_ = identity.sequence;
+   if ( place.word ) {
+      free_.push( slotOf( place.word ) );
+   } else {
+      ++size_;
+   }
+}
+
+uint64_t WriterTable::hashAhead( const TableWriter::PutItem& item ) const {
+   uint64_t hash = hashOf( item.record );
+   Position position = item.position < view_.geometry.positions()
+                          ? item.position
+                          : view_.geometry.homeOf( hash ) * lineWords;
+   prefetchForStore( reinterpret_cast<const std::byte*>( view_.index() + position ),
+                     1 );
+   return hash;
+}
+
+// The slot that will be replaced: its stamp is stored to, its key compared.
+void WriterTable::fetchSlot( const TableWriter::PutItem& item,
+                             uint64_t hash ) const {
+   Position begin = item.position, end = begin + 1;
+   if ( begin >= view_.geometry.positions() ) {
+      begin = view_.geometry.homeOf( hash ) * lineWords;
+      end = begin + wordsPerLine;
+   }
+   for ( Position position = begin; position < end; ++position ) {
+      uint64_t word = view_.index()[position];
+      if ( !word || ( ( word ^ tagOf( hash ) ) & tagMask ) ) continue;
+      uint32_t slot = slotOf( word );
+      if ( slot >= view_.geometry.slotCount ) continue;
+      prefetchForStore( view_.slotBytes( slot ),
+                        sizeof( SlotHead ) + view_.geometry.keySize );
+   }
+}
+
+void WriterTable::put( std::span<TableWriter::PutItem> items ) {
+   uint64_t hashes[linesAhead];
+   size_t fetchedLines = 0, fetchedSlots = 0;
+   for ( size_t i = 0; i < items.size(); ++i ) {
+      for ( ; fetchedLines < items.size() && fetchedLines < i + linesAhead;
+            ++fetchedLines ) {
+         hashes[fetchedLines % linesAhead] = hashAhead( items[fetchedLines] );
+      }
+      for ( ; fetchedSlots < items.size() && fetchedSlots < i + slotsAhead;
+            ++fetchedSlots ) {
+         fetchSlot( items[fetchedSlots], hashes[fetchedSlots % linesAhead] );
+      }
+      items[i].position =
+         putHashed( items[i].record, hashes[i % linesAhead], items[i].position );
+   }
+}
+
+uint32_t WriterTable::reserve() {
+   MOX_ASSERT( reservations_ < maxReservations );
+   ++reservations_;
+   uint32_t slot = free_.pop();
+   claimSlot( view_, slot, sequence_ + 1 );
+   return slot;
+}
+
+Position WriterTable::commit( uint32_t slot, Position hint ) {
+   const std::byte* record = view_.record( slot );
+   uint64_t hash = hashOf( record );
+   Place place = placeFor( record, hash, hint );
+   RecordIdentity identity{ sequence_ + 1, slot, hash };
+   storeWord( &view_.slot( slot )->checksum,
+              recordChecksum( record, layout_.recordSize, identity ) );
+   finish( place, identity );
+   --reservations_;
+   return place.position;
+}
+
+void WriterTable::abandon( uint32_t slot ) {
+   storeWord( &view_.slot( slot )->stamp, stampOf( sequence_, slotFree ) );
+   free_.push( slot );
+   --reservations_;
+}
+
+bool WriterTable::remove( const void* key, void* removed, Position hint ) {
+   uint64_t hash = hashOf( key );
+   Place place = locate( key, hash, hint );
+   if ( !place.word ) return false;
+   uint32_t slot = slotOf( place.word );
+   if ( removed ) std::memcpy( removed, view_.record( slot ), layout_.recordSize );
+   retract( view_, place, hash, ++sequence_ );
+   free_.push( slot );
+   --size_;
+   return true;
+}
+
+const void* WriterTable::find( const void* key, Position hint ) const {
+   Place place = locate( key, hashOf( key ), hint );
+   return place.word ? view_.record( slotOf( place.word ) ) : nullptr;
+}
+
+const void* WriterTable::at( Position position ) const {
+   if ( position >= view_.geometry.positions() || !isWord( position ) )
+      return nullptr;
+   uint64_t word = view_.index()[position];
+   return word ? view_.record( checkedSlot( position, word ) ) : nullptr;
+}
+
+Position WriterTable::next( Position after ) const {
+   // noPosition + 1 is 0.
+   for ( Position p = after + 1; p < view_.geometry.positions(); ++p ) {
+      if ( isWord( p ) && view_.index()[p] ) return p;
+   }
+   return noPosition;
+}
+
+Position WriterTable::positionAtOrBefore( const void* key ) const {
+   uint64_t hash = hashOf( key );
+   Place place = locate( key, hash, noPosition );
+   // A key never stands before its home line, so nothing after it is left out.
+   return place.word ? place.position : view_.geometry.homeOf( hash ) * lineWords;
+}
+
+void WriterTable::ring() {
+   if ( rung_ == sequence_ ) return;
+   rung_ = sequence_;
+   char byte = 0;
+   // Readers watch for the write as such. It fails only on a full file system,
+   // where the byte is there from the first time.
+   if ( pwrite( bell_.get(), &byte, 1, 0 ) < 0 ) return;
+}
+
+void WriterTable::removeFiles() {
+   unlink( files_.table.c_str() );
+   rung_ = sequence_ - 1;
+   ring();
+   unlink( files_.bell.c_str() );
+   unlink( files_.lock.c_str() );
+}
+
+Sweep WriterTable::verify() const {
+   Survey survey( view_, path() );
+   Sweep sweep;
+   sweep.texts = survey.texts();
+   sweep.damaged = uint32_t( survey.broken().size() + survey.older().size() );
+   for ( Position p = 0; p < view_.geometry.positions(); ++p ) {
+      bool agrees = survey.index()[p] == view_.index()[p];
+      if ( agrees && isWord( p ) && survey.index()[p] ) ++sweep.verified;
+      if ( agrees ) continue;
+      ++sweep.damaged;
+      addText( sweep.texts,
+               fmt::format( "{}: position {} is {:#x}, should be {:#x}", path(), p,
+                            view_.index()[p], survey.index()[p] ) );
+   }
+   return sweep;
+}
+
+}

@@ -1,0 +1,78 @@
+// The writer's side of a table: the mapping and what only the writer knows.
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "platform/shm/TableFiles.h"
+#include "platform/shm/TableWriter.h"
+#include "platform/shm/detail/FreeSlots.h"
+#include "platform/shm/detail/Mapping.h"
+#include "platform/shm/detail/Order.h"
+
+namespace Brane::Detail {
+
+class Survey;
+
+class WriterTable {
+ public:
+   WriterTable( const Mox::String& path, const Layout& layout, uint32_t capacity,
+                const WriterOptions& options );
+   ~WriterTable();
+
+   Position put( const void* record, Position hint );
+   void put( std::span<TableWriter::PutItem> items );
+   uint32_t reserve();
+   Position commit( uint32_t slot, Position hint );
+   void abandon( uint32_t slot );
+   bool remove( const void* key, void* removed, Position hint );
+
+   const void* find( const void* key, Position hint ) const;
+   const void* at( Position position ) const;
+   Position next( Position after ) const;
+   Position positionAtOrBefore( const void* key ) const;
+
+   void ring();
+   void removeFiles();
+   Sweep verify() const;
+
+   const WriterView& view() const { return view_; }
+   const Layout& layout() const { return layout_; }
+   const Mox::String& path() const { return files_.table; }
+   uint64_t instanceId() const { return instanceId_; }
+   uint64_t sequence() const { return sequence_; }
+   uint32_t size() const { return size_; }
+   const AttachReport& report() const { return report_; }
+
+ private:
+   friend class TableMaker;
+
+   uint64_t hashOf( const void* key ) const;
+   Place locate( const void* key, uint64_t hash, Position hint ) const;
+   bool standsAt( const void* key, uint64_t hash, Position position ) const;
+   Place probe( const void* key, uint64_t hash ) const;
+   bool holdsKey( Position position, uint64_t word, const void* key ) const;
+   uint32_t checkedSlot( Position position, uint64_t word ) const;
+   Place placeFor( const void* key, uint64_t hash, Position hint ) const;
+   Position putHashed( const void* record, uint64_t hash, Position hint );
+   void finish( const Place& place, const RecordIdentity& identity );
+   uint64_t hashAhead( const TableWriter::PutItem& item ) const;
+   void fetchSlot( const TableWriter::PutItem& item, uint64_t hash ) const;
+
+   TableFiles files_;
+   Layout layout_;
+   bool zeroKey_ = false;
+   Descriptor lock_;
+   Descriptor bell_;
+   Mapping mapping_;
+   WriterView view_;
+   uint64_t instanceId_ = 0;
+   uint64_t sequence_ = 0;  // of the last change
+   uint64_t rung_ = 0;      // the sequence that readers were rung for
+   uint32_t size_ = 0;
+   uint32_t reservations_ = 0;
+   FreeSlots free_;
+   AttachReport report_;
+};
+
+}

@@ -1,0 +1,180 @@
+// A small table of self-verifying records, and a directory of its own for it.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/shm/TableFiles.h"
+#include "platform/shm/TableFollower.h"
+#include "platform/shm/TableReader.h"
+#include "platform/shm/TableWriter.h"
+#include "platform/shm/detail/Geometry.h"
+#include "platform/shm/detail/Hash.h"
+
+namespace Brane::Test {
+
+struct Key {
+   uint64_t id = 0;
+   uint64_t more = 0;
+   auto operator<=>( const Key& ) const = default;
+};
+
+// Key, generation and a value over both: half a record never verifies.
+struct Record {
+   Key key;
+   uint64_t generation = 0;
+   uint64_t filler[2] = {};
+   uint64_t check = 0;
+
+   static Record of( uint64_t id, uint64_t generation ) {
+      Record r;
+      r.key.id = id;
+      r.generation = generation;
+      r.filler[0] = id * 3 + generation;
+      r.filler[1] = id ^ generation << 20;
+      r.check = r.sum();
+      return r;
+   }
+   uint64_t sum() const {
+      return ( key.id * 0x9e3779b97f4a7c15 ) ^ ( generation * 0xc2b2ae3d27d4eb4f ) ^
+             ( filler[0] << 1 ) ^ ( filler[1] << 2 );
+   }
+   bool whole() const { return check == sum(); }
+   bool operator==( const Record& ) const = default;
+};
+
+inline Layout layoutOfRecord() {
+   return { sizeof( Key ),
+            sizeof( Record ),
+            { { "id", "u64", 0, 8 },
+              { "more", "u64", 8, 8 },
+              { "generation", "u64", 16, 8 },
+              { "filler", "u64[2]", 24, 16 },
+              { "check", "u64", 40, 8 } } };
+}
+
+// By key id.
+using Content = std::map<uint64_t, Record>;
+
+inline Content contentOf( const TableReader& reader ) {
+   Content content;
+   reader.visit( [&]( Position, const void* bytes ) {
+      Record r;
+      std::memcpy( &r, bytes, sizeof( r ) );
+      EXPECT_TRUE( r.whole() ) << "torn record of key " << r.key.id;
+      EXPECT_TRUE( content.emplace( r.key.id, r ).second ) << "met twice";
+      return true;
+   } );
+   return content;
+}
+
+inline Content contentOf( const TableWriter& writer ) {
+   Content content;
+   for ( Position p = writer.next(); p != noPosition; p = writer.next( p ) ) {
+      Record r;
+      std::memcpy( &r, writer.at( p ), sizeof( r ) );
+      EXPECT_TRUE( r.whole() );
+      content[r.key.id] = r;
+   }
+   EXPECT_EQ( content.size(), writer.size() );
+   return content;
+}
+
+inline std::optional<Record> found( const TableReader& reader, uint64_t id ) {
+   Record r;
+   Key key{ id, 0 };
+   Lookup result = reader.lookup( &key, &r );
+   EXPECT_TRUE( result == lookupFound || result == lookupAbsent )
+      << "key " << id << ": " << result << ' ' << reader.problem();
+   return result == lookupFound ? std::optional( r ) : std::nullopt;
+}
+
+inline void put( TableWriter& writer, uint64_t id, uint64_t generation ) {
+   Record r = Record::of( id, generation );
+   writer.put( &r );
+}
+inline bool remove( TableWriter& writer, uint64_t id ) {
+   Key key{ id, 0 };
+   return writer.remove( &key );
+}
+
+// What a follower's owner would know.
+struct Followed {
+   Content content;
+   uint32_t changes = 0;
+
+   TableFollower::Drained drain( TableFollower& follower ) {
+      return follower.drain( [this]( const Change& change ) {
+         ++changes;
+         Key key;
+         std::memcpy( &key, change.key, sizeof( key ) );
+         if ( change.kind == Change::removed ) {
+            content.erase( key.id );
+            return;
+         }
+         std::memcpy( &content[key.id], change.record, sizeof( Record ) );
+      } );
+   }
+};
+
+constexpr std::array<uint64_t, 2> testSeed = { 11, 22 };
+
+// Keys of one home line in a table of that capacity and testSeed.
+inline std::vector<uint64_t> neighbours( uint32_t capacity, size_t count,
+                                         uint32_t home = 0 ) {
+   auto geometry =
+      Detail::Geometry::of( sizeof( Key ), sizeof( Record ), capacity, 4 );
+   uint64_t seed[2] = { testSeed[0], testSeed[1] };
+   std::vector<uint64_t> ids;
+   for ( uint64_t id = 1; ids.size() < count; ++id ) {
+      Key key{ id, 0 };
+      if ( geometry.homeOf( Detail::keyHash( &key, sizeof( key ), seed ) ) ==
+           home ) {
+         ids.push_back( id );
+      }
+   }
+   return ids;
+}
+
+class TableTest : public testing::Test {
+ protected:
+   TableTest() {
+      char name[] = "/dev/shm/pimsm-test-XXXXXX";
+      directory = mkdtemp( name );
+      path = directory + "/t";
+      options.seed = testSeed;
+      options.bootId = "boot";
+   }
+   ~TableTest() override { std::filesystem::remove_all( directory ); }
+
+   std::string directory;
+   std::string path;
+   Layout layout = layoutOfRecord();
+   WriterOptions options;
+};
+
+inline std::string bytesOf( const std::string& file ) {
+   std::ifstream in( file, std::ios::binary );
+   return { std::istreambuf_iterator<char>( in ), {} };
+}
+// In place: who has mapped the file sees it.
+inline void bytesAre( const std::string& file, const std::string& bytes ) {
+   std::ofstream out( file, std::ios::binary | std::ios::in | std::ios::out );
+   if ( !out ) out.open( file, std::ios::binary );
+   out.write( bytes.data(), static_cast<std::streamsize>( bytes.size() ) );
+}
+
+}

@@ -1,0 +1,211 @@
+#include <random>
+
+#include "Support.h"
+
+namespace Brane::Test {
+namespace {
+
+class Table : public TableTest {};
+
+TEST_F( Table, ShowsReadersEachChangeAtOnce ) {
+   TableReader early( path, layout );
+   EXPECT_EQ( early.state(), readerAbsent );
+   TableWriter writer( path, layout, 10, options );
+   EXPECT_EQ( writer.attachReport().status, attachCreated );
+   TableReader reader( path, layout );
+   ASSERT_EQ( reader.state(), readerAttached );
+   EXPECT_TRUE( early.poll() );
+   put( writer, 7, 1 );
+   EXPECT_EQ( found( reader, 7 ), Record::of( 7, 1 ) );
+   put( writer, 7, 2 );
+   EXPECT_EQ( found( reader, 7 ), Record::of( 7, 2 ) );
+   EXPECT_EQ( found( early, 7 ), Record::of( 7, 2 ) );
+   Record removed;
+   Key key{ 7, 0 };
+   EXPECT_TRUE( writer.remove( &key, &removed ) );
+   EXPECT_EQ( removed, Record::of( 7, 2 ) );
+   EXPECT_FALSE( writer.remove( &key ) );
+   EXPECT_EQ( found( reader, 7 ), std::nullopt );
+}
+
+TEST_F( Table, RefusesTheZeroKeyUnlessAsked ) {
+   Record zero = Record::of( 0, 1 );
+   {
+      TableWriter writer( path, layout, 4, options );
+      EXPECT_THROW( writer.put( &zero ), Mox::RangeError );
+      EXPECT_EQ( writer.sequence(), 0u );
+   }
+   options.zeroKey = true;
+   TableWriter writer( path, layout, 4, options );
+   writer.put( &zero );
+   EXPECT_EQ( found( TableReader( path, layout ), 0 ), zero );
+}
+
+TEST_F( Table, TakesExactlyItsCapacityAndStillReplaces ) {
+   TableWriter writer( path, layout, 20, options );
+   for ( uint64_t id = 1; id <= 20; ++id ) put( writer, id, 1 );
+   uint64_t before = writer.sequence();
+   EXPECT_THROW( put( writer, 21, 1 ), TableFullError );
+   EXPECT_EQ( writer.sequence(), before );
+   for ( uint64_t round = 2; round < 20; ++round ) {
+      for ( uint64_t id = 1; id <= 20; ++id ) put( writer, id, round );
+   }
+   EXPECT_TRUE( remove( writer, 5 ) );
+   put( writer, 21, 1 );
+   TableReader reader( path, layout );
+   EXPECT_EQ( contentOf( reader ), contentOf( writer ) );
+   EXPECT_EQ( writer.size(), 20u );
+}
+
+TEST_F( Table, RefusesKeysBeyondTheReachOfProbing ) {
+   // All in one line: 16 lines of 7 words are in reach.
+   constexpr size_t reach = Detail::probeLimit * Detail::wordsPerLine;
+   TableWriter writer( path, layout, 200, options );
+   TableReader reader( path, layout );
+   std::vector<uint64_t> ids = neighbours( 200, reach + 1 );
+   for ( size_t i = 0; i < reach; ++i ) put( writer, ids[i], 1 );
+   EXPECT_THROW( put( writer, ids[reach], 1 ), ProbeLimitError );
+   for ( size_t i = 0; i < reach; ++i ) {
+      ASSERT_EQ( found( reader, ids[i] ), Record::of( ids[i], 1 ) );
+   }
+   EXPECT_EQ( found( reader, ids[reach] ), std::nullopt );
+   // One gone from the first line makes room, and hides nobody behind it.
+   EXPECT_TRUE( remove( writer, ids[0] ) );
+   for ( size_t i = 1; i < reach; ++i ) ASSERT_TRUE( found( reader, ids[i] ) );
+   put( writer, ids[reach], 1 );
+   EXPECT_TRUE( found( reader, ids[reach] ) );
+   EXPECT_EQ( writer.verify().damaged, 0u );
+}
+
+TEST_F( Table, WritesInPlaceAndInBatches ) {
+   TableWriter writer( path, layout, 100, options );
+   TableReader reader( path, layout );
+   Record one = Record::of( 1, 1 ), late = Record::of( 2, 1 );
+   {
+      Reservation first = writer.reserve(), second = writer.reserve();
+      std::memcpy( first.record(), &one, sizeof( one ) );
+      std::memcpy( second.record(), &late, sizeof( late ) );
+      EXPECT_EQ( contentOf( reader ).size(), 0u );
+      second.commit();
+      EXPECT_EQ( found( reader, 2 ), late );
+   }
+   // Not committed: given back.
+   EXPECT_EQ( found( reader, 1 ), std::nullopt );
+   std::vector<Record> records;
+   std::vector<TableWriter::PutItem> items;
+   for ( uint64_t id = 1; id <= 100; ++id )
+      records.push_back( Record::of( id, 2 ) );
+   for ( const Record& r : records ) items.push_back( { &r } );
+   writer.put( items );
+   // Handles, one of them stale: it costs time, no more.
+   for ( Record& r : records ) r = Record::of( r.key.id, 3 );
+   std::swap( items[3].position, items[90].position );
+   items[50].position = 0xfffffff0;
+   writer.put( items );
+   Content content = contentOf( reader );
+   ASSERT_EQ( content.size(), 100u );
+   for ( auto& [id, record] : content ) EXPECT_EQ( record, Record::of( id, 3 ) );
+   Reservation full = writer.reserve();
+   Record more = Record::of( 101, 1 );
+   std::memcpy( full.record(), &more, sizeof( more ) );
+   EXPECT_THROW( full.commit(), TableFullError );
+   EXPECT_EQ( full.record(), nullptr );
+}
+
+TEST_F( Table, ResumesIterationAfterAVanishedKey ) {
+   // Two lines' worth of one home line: order and home differ.
+   TableWriter writer( path, layout, 60, options );
+   TableReader reader( path, layout );
+   for ( uint64_t id : neighbours( 60, 30 ) ) put( writer, id, 1 );
+   std::vector<uint64_t> order;
+   for ( Position p = writer.next(); p != noPosition; p = writer.next( p ) ) {
+      order.push_back( static_cast<const Record*>( writer.at( p ) )->key.id );
+   }
+   ASSERT_EQ( order.size(), 30u );
+   for ( size_t i = 0; i < order.size(); ++i ) {
+      Key key{ order[i], 0 };
+      remove( writer, order[i] );
+      std::set<uint64_t> rest;
+      Position from = writer.positionAtOrBefore( &key );
+      for ( Position p = from; p != noPosition; p = writer.next( p ) ) {
+         if ( auto* r = static_cast<const Record*>( writer.at( p ) ) ) {
+            rest.insert( r->key.id );
+         }
+      }
+      std::set<uint64_t> visited;
+      reader.visit(
+         [&]( Position, const void* r ) {
+            visited.insert( static_cast<const Record*>( r )->key.id );
+            return true;
+         },
+         reader.resumeBefore( &key ) );
+      EXPECT_EQ( visited, rest );
+      for ( size_t later = i + 1; later < order.size(); ++later ) {
+         EXPECT_TRUE( rest.count( order[later] ) ) << "missed after " << i;
+      }
+      put( writer, order[i], 1 );
+   }
+}
+
+TEST_F( Table, EqualsAMapThroughLongChurn ) {
+   uint32_t seed = std::random_device()();
+   SCOPED_TRACE( "seed " + std::to_string( seed ) );
+   std::mt19937_64 random( seed );
+   TableWriter writer( path, layout, 300, options );
+   TableReader reader( path, layout );
+   Content expected;
+   for ( uint64_t step = 1; step <= 60000; ++step ) {
+      uint64_t id = random() % 400 + 1;
+      if ( random() % 3 == 0 ) {
+         EXPECT_EQ( remove( writer, id ), expected.erase( id ) == 1 );
+      } else if ( expected.count( id ) || expected.size() < 300 ) {
+         put( writer, id, step );
+         expected[id] = Record::of( id, step );
+      } else {
+         EXPECT_THROW( put( writer, id, step ), TableFullError );
+      }
+      if ( step % 5000 == 0 ) {
+         ASSERT_EQ( contentOf( reader ), expected );
+         ASSERT_EQ( writer.verify().damaged, 0u );
+      }
+   }
+   std::vector<Record> out( 400 );
+   std::vector<Key> keys;
+   std::vector<TableReader::LookupItem> items;
+   for ( uint64_t id = 1; id <= 400; ++id ) keys.push_back( { id, 0 } );
+   for ( size_t i = 0; i < 400; ++i ) items.push_back( { &keys[i], &out[i] } );
+   reader.lookup( items );
+   for ( size_t i = 0; i < 400; ++i ) {
+      auto wanted = expected.find( keys[i].id );
+      ASSERT_EQ( items[i].result == lookupFound, wanted != expected.end() );
+      if ( wanted != expected.end() ) {
+         EXPECT_EQ( out[i], wanted->second );
+      }
+   }
+   // Removal leaves nothing that lengthens a search: all counts are back at zero.
+   for ( auto& [id, record] : expected ) EXPECT_TRUE( remove( writer, id ) );
+   auto geometry =
+      Detail::Geometry::of( layout.keySize, layout.recordSize, 300, 1024 );
+   std::string bytes = bytesOf( path );
+   EXPECT_EQ( bytes.find_first_not_of( '\0', geometry.indexOffset ),
+              bytes.find_first_not_of( '\0', geometry.slotsOffset ) );
+}
+
+TEST_F( Table, SurvivesCountersThatWrap ) {
+   for ( uint64_t first : { ( 1ull << 28 ) - 3, ( 1ull << 32 ) - 3 } ) {
+      options.firstSequence = first;
+      removeTableFiles( path );
+      TableWriter writer( path, layout, 8, options );
+      TableReader reader( path, layout );
+      TableFollower follower( reader );
+      Followed followed;
+      for ( uint64_t generation = 1; generation < 9; ++generation ) {
+         put( writer, 1, generation );
+         EXPECT_EQ( followed.drain( follower ).written, 1u );
+         EXPECT_EQ( found( reader, 1 ), Record::of( 1, generation ) );
+      }
+   }
+}
+
+}
+}

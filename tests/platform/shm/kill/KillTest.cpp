@@ -1,0 +1,214 @@
+#include <random>
+
+#include "KillPoints.h"
+
+namespace Brane::Test {
+namespace {
+
+// A table of 12 with most keys in one line, so that they pass lines by, and a
+// journal of 4, which wraps all the time.
+class Kill : public TableTest {
+ protected:
+   static constexpr uint32_t capacity = 12;
+
+   Kill() {
+      options.journalEntries = 4;
+      std::filesystem::create_directory( directory + "/dead" );
+      ids = neighbours( capacity, 11 );
+      for ( uint64_t id : neighbours( capacity, 4, 1 ) ) ids.push_back( id );
+   }
+
+   // What stood before an operation, and after it.
+   struct Change {
+      Content before, after;
+      std::string former;  // the file's bytes before it
+   };
+
+   static void expectOneOf( const Change& change, const Content& content ) {
+      EXPECT_TRUE( content == change.before || content == change.after )
+         << content.size() << " records, before " << change.before.size()
+         << ", after " << change.after.size();
+   }
+
+   // The reader's view of a table whose writer was killed.
+   Content readDead( const TableReader& reader, const Change& change ) {
+      Content content = contentOf( reader );
+      expectOneOf( change, content );
+      for ( uint64_t id : ids ) {
+         auto wanted = content.find( id );
+         std::optional<Record> record = found( reader, id );
+         EXPECT_EQ( record.has_value(), wanted != content.end() ) << "key " << id;
+         if ( record && wanted != content.end() ) {
+            EXPECT_EQ( *record, wanted->second );
+         }
+      }
+      return content;
+   }
+
+   // Every slot and every place works: fill up, replace, empty.
+   void exercise( TableWriter& writer, const Content& content ) {
+      Content expected = content;
+      for ( uint64_t id : ids ) {
+         if ( expected.size() == capacity && !expected.count( id ) ) {
+            EXPECT_THROW( put( writer, id, 900 ), TableFullError );
+         } else {
+            put( writer, id, 900 );
+            expected[id] = Record::of( id, 900 );
+         }
+      }
+      EXPECT_EQ( expected.size(), capacity );
+      std::vector<Reservation> reserved;
+      for ( int i = 0; i < 16; ++i ) reserved.push_back( writer.reserve() );
+      reserved.clear();
+      for ( uint64_t round = 0; round < 10; ++round ) {
+         for ( auto& [id, record] : expected ) put( writer, id, 901 + round );
+      }
+      for ( auto& [id, record] : expected ) EXPECT_TRUE( remove( writer, id ) );
+      EXPECT_EQ( writer.next(), noPosition );
+      EXPECT_EQ( writer.verify().damaged, 0u );
+   }
+
+   // One kill: as a reader that was attached before sees it, and by remounting.
+   // With `deep`, the remount is itself killed at each of its stores.
+   void check( const std::string& image, const Change& change, bool deep ) {
+      std::string dead = directory + "/dead/t";
+      std::filesystem::remove( dead );
+      bytesAre( dead, change.former );
+      TableReader reader( dead, layout );
+      TableFollower follower( reader );
+      Followed followed{ contentOf( reader ) };
+      ASSERT_EQ( followed.content, change.before );
+      bytesAre( dead, image );
+      Content seen = readDead( reader, change );
+      // The bell tells of the death: the follower hears of what can be seen.
+      followed.drain( follower );
+      EXPECT_EQ( followed.content, seen );
+      std::vector<std::string> again = KillPoints::of(
+         dead, [&] { remount( dead, change, followed, follower ); } );
+      EXPECT_EQ( reader.counters().damaged, 0u );
+      for ( size_t i = 0; deep && i < again.size() && !HasFailure(); ++i ) {
+         check( again[i], change, false );
+      }
+   }
+
+   void remount( const std::string& dead, const Change& change, Followed& followed,
+                 TableFollower& follower ) {
+      TableWriter writer( dead, layout, capacity, options );
+      const AttachReport& report = writer.attachReport();
+      ASSERT_EQ( report.status, attachReused );
+      EXPECT_EQ( report.dropped, 0u );
+      EXPECT_FALSE( report.resequenced );
+      EXPECT_TRUE( report.texts.empty() ) << report.texts[0];
+      Content content = contentOf( writer );
+      expectOneOf( change, content );
+      EXPECT_EQ( writer.verify().damaged, 0u );
+      TableReader fresh( dead, layout );
+      EXPECT_EQ( readDead( fresh, change ), content );
+      followed.drain( follower );
+      EXPECT_EQ( followed.content, content );
+      auto hook = std::exchange( Detail::storeHook, nullptr );
+      exercise( writer, content );
+      Detail::storeHook = hook;
+   }
+
+   std::vector<uint64_t> ids;
+};
+
+TEST_F( Kill, AnywhereInAChangeLeavesTheOldRecordOrTheNew ) {
+   uint32_t seed = std::random_device()();
+   SCOPED_TRACE( "seed " + std::to_string( seed ) );
+   std::mt19937_64 random( seed );
+   TableWriter writer( path, layout, capacity, options );
+   Content content;
+   size_t points = 0;
+   // Enough for each slot to be used again a few times.
+   for ( uint64_t step = 1; step <= 260 && !HasFailure(); ++step ) {
+      uint64_t id = ids[random() % ids.size()];
+      uint64_t kind = random() % 8;
+      Change change{ content, content, bytesOf( path ) };
+      bool full = content.size() == capacity && !content.count( id );
+      if ( kind < 3 ) {
+         change.after.erase( id );
+      } else if ( !full ) {
+         change.after[id] = Record::of( id, step );
+      }
+      auto images = KillPoints::of( path, [&] {
+         Record r = Record::of( id, step );
+         Key key{ id, 0 };
+         if ( kind < 3 ) {
+            writer.remove( &key );
+         } else if ( full ) {
+            EXPECT_THROW( writer.put( &r ), TableFullError );
+         } else if ( kind < 6 ) {
+            writer.put( &r );
+         } else {
+            Reservation reservation = writer.reserve();
+            std::memcpy( reservation.record(), &r, sizeof( r ) );
+            reservation.commit();
+         }
+      } );
+      EXPECT_TRUE( images.empty() || kind < 3 || !full );
+      for ( const std::string& image : images ) {
+         SCOPED_TRACE( "step " + std::to_string( step ) + ", kill point " +
+                       std::to_string( points ) );
+         // Only deep where it costs seconds, not minutes.
+         check( image, change, true );
+         ++points;
+         if ( HasFailure() ) break;
+      }
+      content = change.after;
+      ASSERT_EQ( contentOf( writer ), content );
+   }
+   EXPECT_GT( points, 1000u );
+   RecordProperty( "points", std::to_string( points ) );
+}
+
+TEST_F( Kill, WhileCreatingLeavesNothingInTheWay ) {
+   TableFiles files( path );
+   auto images = KillPoints::of(
+      files.fresh, [&] { TableWriter writer( path, layout, capacity, options ); } );
+   ASSERT_GT( images.size(), 5u );
+   for ( const std::string& image : images ) {
+      removeTableFiles( path );
+      if ( !image.empty() ) bytesAre( files.fresh, image );
+      EXPECT_EQ( TableReader( path, layout ).state(), readerAbsent );
+      TableWriter writer( path, layout, capacity, options );
+      EXPECT_EQ( writer.attachReport().status, attachCreated );
+      exercise( writer, {} );
+      EXPECT_FALSE( std::filesystem::exists( files.fresh ) );
+   }
+}
+
+TEST_F( Kill, WhileChangingCapacityKeepsTheFormerInstance ) {
+   TableFiles files( path );
+   Content content;
+   {
+      TableWriter writer( path, layout, capacity, options );
+      for ( size_t i = 0; i < 10; ++i ) {
+         put( writer, ids[i], i );
+         content[ids[i]] = Record::of( ids[i], i );
+      }
+   }
+   std::string former = bytesOf( path );
+   auto images = KillPoints::of( files.fresh, [&] {
+      TableWriter writer( path, layout, 40, options );
+      EXPECT_EQ( writer.attachReport().status, attachResized );
+   } );
+   std::string latter = bytesOf( path );
+   ASSERT_GT( images.size(), 100u );
+   for ( const std::string& image : images ) {
+      removeTableFiles( path );
+      bytesAre( path, former );
+      if ( !image.empty() ) bytesAre( files.fresh, image );
+      ASSERT_EQ( contentOf( TableReader( path, layout ) ), content );
+      TableWriter writer( path, layout, 30, options );
+      EXPECT_EQ( writer.attachReport().status, attachResized );
+      EXPECT_EQ( writer.attachReport().survivors, 10u );
+      ASSERT_EQ( contentOf( writer ), content );
+      // Killed after the rename, the new instance is complete.
+   }
+   bytesAre( path, latter );
+}
+
+}
+}

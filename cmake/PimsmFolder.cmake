@@ -13,7 +13,7 @@ target_compile_features( pimsm_options INTERFACE cxx_std_20 )
 target_include_directories( pimsm_options INTERFACE ${CMAKE_SOURCE_DIR} )
 # Boost's headers are the system's: their warnings are not ours to mend.
 target_compile_options( pimsm_options INTERFACE
-   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
    -Wcast-align )
 if( CMAKE_CXX_COMPILER_ID STREQUAL "Clang" )
    # An entity's nested observer hides hooks by key deliberately.

@@ -1,0 +1,136 @@
+#include "export/RouteBraneReaderSm.h"
+
+#include "export/Conversion.h"
+#include "platform/trace/Trace.h"
+
+namespace Routing::Pim::SparseMode::Brane {
+
+MOX_TRACE_FACILITY( trace, "Pimsm::RouteBraneReader" )
+
+MOX_ENTITY_TYPE( RouteBraneReaderSm, PIMSM_ROUTE_READER_ATTRIBUTES )
+
+#define READER_TRACE( level, ... ) \
+   MOX_TRACE(                      \
+      trace, level,                \
+      "RouteBraneReader(" << Mox::pointerText( this ) << ")" << __VA_ARGS__ )
+
+class RouteBraneReaderSm::MoxStatus : public SparseMode::Status::NotifieeConst {
+ public:
+   explicit MoxStatus( RouteBraneReaderSm& reader ) : reader_( reader ) {
+      notifierIs( reader.status().get() );
+   }
+   void onRoute( const RouteKey& key ) override { reader_.handleRoute( key ); }
+
+ private:
+   RouteBraneReaderSm& reader_;
+};
+
+class RouteBraneReaderSm::MoxBraneStatus : public Brane::Status::NotifieeConst {
+ public:
+   explicit MoxBraneStatus( RouteBraneReaderSm& reader ) : reader_( reader ) {
+      notifierIs( reader.braneStatus().get() );
+   }
+   using NotifieeConst::onRoute;
+   using NotifieeConst::onRouteIntf;
+   void onRoute( const RouteKey& key ) override { reader_.handleBraneRoute( key ); }
+   void onRouteIntf( const RouteIntfKey& key ) override {
+      reader_.handleBraneRouteIntf( key );
+   }
+
+ private:
+   RouteBraneReaderSm& reader_;
+};
+
+RouteBraneReaderSm::RouteBraneReaderSm( ModelStatusMutablePtr status,
+                                        BraneStatusConstPtr braneStatus )
+   : status_( std::move( status ) ),
+     braneStatus_( std::move( braneStatus ) ),
+     moxStatus_( std::make_unique<MoxStatus>( *this ) ),
+     moxBraneStatus_( std::make_unique<MoxBraneStatus>( *this ) ) {
+   handleInitialized();
+}
+
+RouteBraneReaderSm::~RouteBraneReaderSm() = default;
+
+void RouteBraneReaderSm::handleInitialized() {
+   READER_TRACE( 8, "handleInitialized" );
+   initializedIs( true );
+}
+
+void RouteBraneReaderSm::handleBraneRoute( const RouteKey& key ) {
+   Brane::Route record;
+   switch ( braneStatus()->route().find( key, record ) ) {
+      case ::Brane::lookupAbsent:
+         READER_TRACE( 4, "handleBraneRoute(), deleting route " << key );
+         status()->routeDel( key );
+         return;
+      case ::Brane::lookupFound: {
+         READER_TRACE( 4, "handleBraneRoute(), creating/updating route " << key );
+         Mox::Ptr<SparseMode::Route> route = status()->routeIs( key );
+         doUpdateRoute( *route, record );
+         return;
+      }
+      default:
+         READER_TRACE( 4, "handleBraneRoute(), unreadable now, route " << key );
+   }
+}
+
+void RouteBraneReaderSm::handleBraneRouteIntf( const RouteIntfKey& key ) {
+   Mox::Ptr<SparseMode::Route> route = status()->route( key.routeKey );
+   if ( route == nullptr ) {
+      READER_TRACE( 4, "handleBraneRouteIntf(), no route for route intf " << key );
+      handleBraneRoute( key.routeKey );
+      route = status()->route( key.routeKey );
+   }
+   if ( route == nullptr ) {
+      READER_TRACE(
+         4, "handleBraneRouteIntf(), ignoring notificaton, no route for " << key );
+      return;
+   }
+   Brane::Intf record;
+   switch ( braneStatus()->routeIntf().find( key, record ) ) {
+      case ::Brane::lookupAbsent:
+         READER_TRACE( 4, "handleBraneRouteIntf(), deleting route intf " << key );
+         route->routeIntfDel( key.intfId );
+         return;
+      case ::Brane::lookupFound: {
+         READER_TRACE( 4, "handleBraneRouteIntf(), updating route intf " << key );
+         Mox::Ptr<SparseMode::Intf> intf = route->routeIntfIs( key.intfId );
+         doUpdateIntf( *intf, record );
+         return;
+      }
+      default:
+         READER_TRACE(
+            4, "handleBraneRouteIntf(), unreadable now, route intf " << key );
+   }
+}
+
+void RouteBraneReaderSm::handleRoute( const RouteKey& key ) {
+   READER_TRACE( 8, "handleRoute" );
+   SparseMode::Status& model = *status();
+   bool wildcard = key.source.isUnspecified();
+   if ( model.route( key ) != nullptr ) {
+      wildcard ? model.wcRoutesInc( 1 ) : model.sgRoutesInc( 1 );
+      model.sourceIs( key.source )->sourceGroupIs( key.group, true );
+      return;
+   }
+   wildcard ? model.wcRoutesDec( 1 ) : model.sgRoutesDec( 1 );
+   Mox::Ptr<Source> source = model.source( key.source );
+   if ( source == nullptr ) return;
+   source->sourceGroupDel( key.group );
+   if ( source->sourceGroup().empty() ) model.sourceDel( key.source );
+}
+
+Mox::Ptr<RouteBraneReaderSm> routeBraneReaderSmFactory(
+   ModelStatusMutablePtr status, BraneStatusConstPtr braneStatus ) {
+   return Mox::newEntity<RouteBraneReaderSm>( std::move( status ),
+                                              std::move( braneStatus ) );
+}
+
+Mox::Ptr<RouteBraneReaderSm> RouteBraneReaderSmIs(
+   ModelStatusMutablePtr status, BraneStatusConstPtr braneStatus ) {
+   return routeBraneReaderSmFactory( std::move( status ),
+                                     std::move( braneStatus ) );
+}
+
+}

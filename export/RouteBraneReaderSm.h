@@ -1,0 +1,64 @@
+// Keeps a model as a mirror of the exported tables, in a reading process.
+//
+//   watches  tables route and routeIntf key by key; the model's routes
+//   writes   the model: routes, interfaces, sources, sgRoutes and wcRoutes
+//   wakes    with each notification, at once; it has no timer
+//   ignores  what the tables hold when it is created: RouteBraneRestartSm loads
+//   that.
+//            Create this one first, on an empty model; only so do the counters stay
+//            right.
+//
+// A record that cannot be read whole just now changes nothing: it is either being
+// rewritten, and will be notified again, or damaged.
+// Holds references to what it was given; goes before their owner. Event-loop
+// thread.
+#pragma once
+
+#include <memory>
+
+#include "export/Status.h"
+
+namespace Routing::Pim::SparseMode::Brane {
+
+using ModelStatusMutablePtr = Mox::Ptr<SparseMode::Status>;
+using BraneStatusConstPtr = Mox::Ptr<const Brane::Status>;
+
+// clang-format off
+#define PIMSM_ROUTE_READER_ATTRIBUTES( A ) \
+   A( Fixed, status,      Status,      ModelStatusMutablePtr, ,      "the mirror" ) \
+   A( Fixed, braneStatus, BraneStatus, BraneStatusConstPtr,   ,      "the tables" ) \
+   A( Value, initialized, Initialized, bool,                  false, "handleInitialized has run" )
+// clang-format on
+
+class PIMSM_API RouteBraneReaderSm : public Mox::Entity {
+ public:
+   MOX_ENTITY( RouteBraneReaderSm, PIMSM_ROUTE_READER_ATTRIBUTES )
+
+   // REQUIRES: nothing null.
+   RouteBraneReaderSm( ModelStatusMutablePtr status,
+                       BraneStatusConstPtr braneStatus );
+   ~RouteBraneReaderSm() override;
+
+   void handleInitialized();
+   // A route record was written or removed.
+   void handleBraneRoute( const RouteKey& key );
+   // An interface record was written or removed. One that comes before its route's
+   // pulls the route in from the table.
+   void handleBraneRouteIntf( const RouteIntfKey& key );
+   // A route was added to the model or removed from it: counts, and keeps sources.
+   void handleRoute( const RouteKey& key );
+
+ private:
+   class MoxStatus;
+   class MoxBraneStatus;
+
+   std::unique_ptr<MoxStatus> moxStatus_;
+   std::unique_ptr<MoxBraneStatus> moxBraneStatus_;
+};
+
+PIMSM_API Mox::Ptr<RouteBraneReaderSm> routeBraneReaderSmFactory(
+   ModelStatusMutablePtr status, BraneStatusConstPtr braneStatus );
+PIMSM_API Mox::Ptr<RouteBraneReaderSm> RouteBraneReaderSmIs(
+   ModelStatusMutablePtr status, BraneStatusConstPtr braneStatus );
+
+}

@@ -1,0 +1,163 @@
+#include "export/RouteBraneRestartSm.h"
+
+#include "export/Conversion.h"
+#include "platform/trace/Trace.h"
+
+namespace Routing::Pim::SparseMode::Brane {
+
+MOX_TRACE_FACILITY( trace, "Pimsm::RouteBraneRestart" )
+
+MOX_ENTITY_TYPE( RouteBraneRestartSm, PIMSM_ROUTE_RESTART_ATTRIBUTES )
+
+#define RESTART_TRACE( level, ... ) \
+   MOX_TRACE(                       \
+      trace, level,                 \
+      "RouteBraneRestart(" << Mox::pointerText( this ) << ")" << __VA_ARGS__ )
+
+class RouteBraneRestartSm::MoxClock : public Mox::Clock::Notifiee {
+ public:
+   explicit MoxClock( RouteBraneRestartSm& restart )
+      : Notifiee( restart.clock() ), restart_( restart ) {}
+   void onTime() override { restart_.doReview(); }
+
+ private:
+   RouteBraneRestartSm& restart_;
+};
+
+RouteBraneRestartSm::RouteBraneRestartSm( ModelStatusMutablePtr status,
+                                          BraneStatusMutablePtr braneStatus,
+                                          ::Brane::TableRole role,
+                                          Mox::Clock* clock )
+   : status_( std::move( status ) ),
+     braneStatus_( std::move( braneStatus ) ),
+     role_( role ),
+     clock_( clock ),
+     moxClock_( std::make_unique<MoxClock>( *this ) ) {
+   doReview();
+   handleInitialized();
+}
+
+RouteBraneRestartSm::~RouteBraneRestartSm() = default;
+
+void RouteBraneRestartSm::handleInitialized() {
+   RESTART_TRACE( 8, "handleInitialized" );
+   initializedIs( true );
+   moxClock_->wakeupTimeIs( clock()->now() );
+}
+
+void RouteBraneRestartSm::doReview() {
+   if ( !initialized() ) return;
+   RESTART_TRACE( 3, "doReview(), Reviewing routes" );
+   reviewStopTimeIs( clock()->now() + reviewQuantum() );
+   doReviewRoutes();
+   if ( reviewedRoutes() ) doReviewRouteIntfs();
+   if ( reviewedRouteIntfs() ) doInitializeRoutes();
+   if ( initializedRoutes() ) {
+      RESTART_TRACE( 3, "doReview(), Brane routes: "
+                           << braneStatus()->route().size()
+                           << ", Status routes: " << status()->route().size() );
+      status()->initializedIs( true );
+      return;
+   }
+   RESTART_TRACE( 3, "doReview(), Suspending review at " << reviewBookmark() );
+   moxClock_->wakeupTimeIs( clock()->now() );
+}
+
+// Both walks handle one entry, then look at the time; out of it, they leave the key
+// of the next entry as bookmark and say false.
+bool RouteBraneRestartSm::walkRoutes(
+   const std::function<void( const Brane::Route& )>& handle ) {
+   RouteKey from = reviewBookmark().routeKey;
+   bool over = false;
+   bool ended = true;
+   braneStatus()->route().visit( from == RouteKey() ? nullptr : &from,
+                                 [&]( const Brane::Route& record ) {
+                                    if ( over ) {
+                                       reviewBookmarkIs( { record.key, {} } );
+                                       ended = false;
+                                       return false;
+                                    }
+                                    handle( record );
+                                    over = clock()->now() >= reviewStopTime();
+                                    return true;
+                                 } );
+   if ( ended ) reviewBookmarkIs( {} );
+   return ended;
+}
+
+bool RouteBraneRestartSm::walkRouteIntfs(
+   const std::function<void( const Brane::Intf& )>& handle ) {
+   RouteIntfKey from = reviewBookmark();
+   bool over = false;
+   bool ended = true;
+   braneStatus()->routeIntf().visit( from == RouteIntfKey() ? nullptr : &from,
+                                     [&]( const Brane::Intf& record ) {
+                                        if ( over ) {
+                                           reviewBookmarkIs( record.key );
+                                           ended = false;
+                                           return false;
+                                        }
+                                        handle( record );
+                                        over = clock()->now() >= reviewStopTime();
+                                        return true;
+                                     } );
+   if ( ended ) reviewBookmarkIs( {} );
+   return ended;
+}
+
+void RouteBraneRestartSm::doReviewRoutes() {
+   if ( reviewedRoutes() ) return;
+   RESTART_TRACE( 8, "doReviewRoutes" );
+   reviewedRoutesIs( walkRoutes( [this]( const Brane::Route& record ) {
+      Mox::Ptr<SparseMode::Route> route = status()->routeIs( record.key );
+      doUpdateRoute( *route, record );
+      RESTART_TRACE( 4, "doReviewRoutes(), Updated route "
+                           << record.key << ", Flags: " << route->routeFlagsString()
+                           << ", IIF Switch State: " << route->iifSwitchState() );
+   } ) );
+}
+
+void RouteBraneRestartSm::doReviewRouteIntfs() {
+   if ( reviewedRouteIntfs() ) return;
+   reviewedRouteIntfsIs( walkRouteIntfs(
+      [this]( const Brane::Intf& record ) { doReviewRouteIntf( record ); } ) );
+}
+
+void RouteBraneRestartSm::doReviewRouteIntf( const Brane::Intf& record ) {
+   Mox::Ptr<SparseMode::Route> route = status()->route( record.key.routeKey );
+   if ( route != nullptr ) {
+      RESTART_TRACE(
+         6, "doReviewRouteIntfs" << record.key << ", Updating intf in brane" );
+      doUpdateIntf( *route->routeIntfIs( record.key.intfId ), record );
+   } else if ( role() == ::Brane::tableWriter ) {
+      braneStatus()->routeIntfDel( record.key );
+   }
+}
+
+void RouteBraneRestartSm::doInitializeRoutes() {
+   if ( initializedRoutes() ) return;
+   initializedRoutesIs( walkRoutes( [this]( const Brane::Route& record ) {
+      Mox::Ptr<SparseMode::Route> route = status()->route( record.key );
+      if ( route == nullptr ) return;
+      RESTART_TRACE( 4, "doInitializeRoutes(), Initializing route "
+                           << record.key
+                           << ", Flags: " << route->routeFlagsString() );
+      route->initializedIs( true );
+   } ) );
+}
+
+Mox::Ptr<RouteBraneRestartSm> routeBraneRestartSmFactory(
+   ModelStatusMutablePtr status, BraneStatusMutablePtr braneStatus,
+   ::Brane::TableRole role, Mox::Clock* clock ) {
+   return Mox::newEntity<RouteBraneRestartSm>(
+      std::move( status ), std::move( braneStatus ), role, clock );
+}
+
+Mox::Ptr<RouteBraneRestartSm> RouteBraneRestartSmIs(
+   ModelStatusMutablePtr status, BraneStatusMutablePtr braneStatus,
+   ::Brane::TableRole role, Mox::Clock* clock ) {
+   return routeBraneRestartSmFactory( std::move( status ), std::move( braneStatus ),
+                                      role, clock );
+}
+
+}

@@ -1,0 +1,240 @@
+#include "export/RouteBraneWriterSm.h"
+
+#include "export/Conversion.h"
+#include "export/detail/MoxRoute.h"
+#include "platform/trace/Trace.h"
+
+namespace Routing::Pim::SparseMode::Brane {
+
+MOX_TRACE_FACILITY( trace, "Pimsm::RouteBraneWriter" )
+
+MOX_ENTITY_TYPE( RouteBraneWriterSm, PIMSM_ROUTE_WRITER_ATTRIBUTES )
+
+class RouteBraneWriterSm::MoxStatus : public SparseMode::Status::NotifieeConst {
+ public:
+   explicit MoxStatus( RouteBraneWriterSm& writer ) : writer_( writer ) {
+      notifierIs( writer.status().get() );
+   }
+   void onRoute( const RouteKey& key ) override { writer_.handleRoute( key ); }
+   void onInitialized() override { writer_.doMaybeUpdateReviewTimer(); }
+
+ private:
+   RouteBraneWriterSm& writer_;
+};
+
+class RouteBraneWriterSm::MoxClock : public Mox::Clock::Notifiee {
+ public:
+   explicit MoxClock( RouteBraneWriterSm& writer )
+      : Notifiee( writer.clock() ), writer_( writer ) {}
+   void onTime() override {
+      writer_.reviewTimer_->handleWakeup();
+      writer_.doReview();
+   }
+
+ private:
+   RouteBraneWriterSm& writer_;
+};
+
+// Deliberately not for interfaces: they wait for a review that a route brings
+// about.
+class RouteBraneWriterSm::MoxChangeSet : public RouteChangeSet::NotifieeConst {
+ public:
+   explicit MoxChangeSet( RouteBraneWriterSm& writer ) : writer_( writer ) {}
+   void onRoute( const RouteKey& ) override { writer_.doMaybeUpdateReviewTimer(); }
+
+ private:
+   RouteBraneWriterSm& writer_;
+};
+
+RouteBraneWriterSm::RouteBraneWriterSm( ModelStatusPtr status,
+                                        BraneStatusPtr braneStatus,
+                                        Mox::Clock* clock )
+   : status_( std::move( status ) ),
+     braneStatus_( std::move( braneStatus ) ),
+     clock_( clock ),
+     moxChangeSet_( std::make_unique<MoxChangeSet>( *this ) ) {
+   handleChangeSet();
+   moxStatus_ = std::make_unique<MoxStatus>( *this );
+   moxClock_ = std::make_unique<MoxClock>( *this );
+   for ( const RouteKey& key : Mox::keysOf( status_->route() ) ) handleRoute( key );
+   handleInitialized();
+}
+
+RouteBraneWriterSm::~RouteBraneWriterSm() = default;
+
+void RouteBraneWriterSm::handleInitialized() {
+   MOX_TRACE( trace, 8, "handleInitialized" );
+   constexpr double kFillInterval = 1.0;  // s
+   constexpr uint32_t kMaxCredits = 4;
+   reviewTimer_.emplace( *moxClock_, kFillInterval, kMaxCredits,
+                         static_cast<float>( minDelay() ),
+                         static_cast<float>( maxDelay() ) );
+   reviewChangeSet_ = Mox::newEntity<RouteChangeSet>();
+   initializedIs( true );
+   doMaybeUpdateReviewTimer();
+}
+
+void RouteBraneWriterSm::handleChangeSet() {
+   changeSet_ = Mox::newEntity<RouteChangeSet>();
+   moxChangeSet_->notifierIs( changeSet_.get() );
+}
+
+// Under a known key another object may stand: the reactor is made anew.
+void RouteBraneWriterSm::handleRoute( const RouteKey& key ) {
+   const SparseMode::Route* route = status_->route( key );
+   auto found = route_.find( key );
+   if ( found != route_.end() ) {
+      if ( found->second->notifier() == route ) return;
+      found->second->handleRemoved();
+      route_.erase( found );
+   }
+   if ( route == nullptr ) return;
+   route_.emplace( key, std::make_unique<MoxRoute>( *this, *route ) );
+}
+
+void RouteBraneWriterSm::doMaybeUpdateReviewTimer() {
+   if ( !initialized() || !status_->initialized() ) return;
+   if ( reviewTimer_->reviewPending() || changeSet_->empty() ) return;
+   reviewTimer_->doUpdateNextReview();
+}
+
+void RouteBraneWriterSm::doReview() {
+   if ( !initialized() || !status_->initialized() ) return;
+   if ( reviewChangeSet_->empty() ) {
+      reviewChangeSet_ = changeSet_;
+      handleChangeSet();
+      MOX_TRACE( trace, 3, "doReview(), Starting review" );
+   } else {
+      MOX_TRACE( trace, 3, "doReview(), Resuming review" );
+   }
+   slicesInc( 1 );
+   reviewStopTimeIs( clock_->now() + reviewQuantum() );
+   doReviewRoutes();
+   doReviewRouteIntfs();
+   if ( reviewChangeSet_->empty() ) {
+      MOX_TRACE( trace, 3, "doReview(), Finished review" );
+      reviewsInc( 1 );
+      reviewTimer_->lastReviewTimeIs( clock_->now() );
+      doMaybeUpdateReviewTimer();
+      return;
+   }
+   MOX_TRACE( trace, 3,
+              "doReview(), Suspending review, pending routes:"
+                 << reviewChangeSet_->route().size()
+                 << ", pending intfs:" << reviewChangeSet_->routeIntf().size() );
+   moxClock_->wakeupTimeIs( clock_->now() );
+}
+
+bool RouteBraneWriterSm::sliceOver() const {
+   return clock_->now() >= reviewStopTime();
+}
+
+void RouteBraneWriterSm::doReviewRoutes() {
+   while ( !reviewChangeSet_->route().empty() ) {
+      RouteKey key = reviewChangeSet_->route().begin()->first;
+      reviewChangeSet_->routeDel( key );
+      doReviewRoute( key );
+      if ( sliceOver() ) return;
+   }
+}
+
+// Deliberately runs even when the routes have used the slice up.
+void RouteBraneWriterSm::doReviewRouteIntfs() {
+   while ( !reviewChangeSet_->routeIntf().empty() ) {
+      RouteIntfKey key = reviewChangeSet_->routeIntf().begin()->first;
+      reviewChangeSet_->routeIntfDel( key );
+      doReviewRouteIntf( key );
+      if ( sliceOver() ) return;
+   }
+}
+
+void RouteBraneWriterSm::doReviewRoute( const RouteKey& key ) {
+   const SparseMode::Route* route = status_->route( key );
+   if ( route == nullptr ) {
+      MOX_TRACE( trace, 4,
+                 "doReviewRoute" << key << ": Deleting route from brane" );
+      deleteRoute( key );
+      return;
+   }
+   MOX_TRACE( trace, 4,
+              "doReviewRoute" << key << ": Updating route in brane, Flags: "
+                              << route->routeFlagsString() << ", IIF Switch State: "
+                              << route->iifSwitchState() );
+   writeRoute( *route );
+}
+
+void RouteBraneWriterSm::doReviewRouteIntf( const RouteIntfKey& key ) {
+   const SparseMode::Route* route = status_->route( key.routeKey );
+   if ( route == nullptr ) {
+      MOX_TRACE(
+         trace, 6,
+         "doReviewRouteIntf" << key << ": Deleting intf from brane, no route" );
+      deleteRouteIntf( key );
+      return;
+   }
+   const SparseMode::Intf* intf = route->routeIntf( key.intfId );
+   if ( intf == nullptr ) {
+      MOX_TRACE(
+         trace, 6,
+         "doReviewRouteIntf" << key << ": Deleting intf from brane, no routeIntf" );
+      deleteRouteIntf( key );
+      return;
+   }
+   MOX_TRACE( trace, 6, "doReviewRouteIntf" << key << ": Updating intf in brane" );
+   writeRouteIntf( key.routeKey, *intf );
+}
+
+void RouteBraneWriterSm::writeRoute( const SparseMode::Route& route ) {
+   try {
+      braneStatus_->routeIs( doGetBraneRouteFromRoute( route ) );
+   } catch ( const ::Brane::TableError& e ) {
+      MOX_TRACE( trace, 0, "doReviewRoute" << route.key() << ": " << e.what() );
+      refusedRoutes_.insert( route.key() );
+      refusedInc( 1 );
+   }
+}
+
+void RouteBraneWriterSm::writeRouteIntf( const RouteKey& key,
+                                         const SparseMode::Intf& intf ) {
+   try {
+      braneStatus_->routeIntfIs( doGetBraneIntfFromRouteIntf( key, intf ) );
+   } catch ( const ::Brane::TableError& e ) {
+      RouteIntfKey intfKey{ key, intf.intfId() };
+      MOX_TRACE( trace, 0, "doReviewRouteIntf" << intfKey << ": " << e.what() );
+      refusedRouteIntfs_.insert( intfKey );
+      refusedInc( 1 );
+   }
+}
+
+// Room has come: whoever was refused tries again in the next review.
+void RouteBraneWriterSm::deleteRoute( const RouteKey& key ) {
+   refusedRoutes_.erase( key );
+   if ( !braneStatus_->routeDel( key ) ) return;
+   for ( const RouteKey& waiting : std::exchange( refusedRoutes_, {} ) ) {
+      changeSet_->routeIs( waiting, true );
+   }
+}
+
+void RouteBraneWriterSm::deleteRouteIntf( const RouteIntfKey& key ) {
+   refusedRouteIntfs_.erase( key );
+   if ( !braneStatus_->routeIntfDel( key ) ) return;
+   for ( const RouteIntfKey& waiting : std::exchange( refusedRouteIntfs_, {} ) ) {
+      changeSet_->routeIntfIs( waiting, true );
+   }
+}
+
+Mox::Ptr<RouteBraneWriterSm> routeBraneWriterSmFactory( ModelStatusPtr status,
+                                                        BraneStatusPtr braneStatus,
+                                                        Mox::Clock* clock ) {
+   return Mox::newEntity<RouteBraneWriterSm>( std::move( status ),
+                                              std::move( braneStatus ), clock );
+}
+
+Mox::Ptr<RouteBraneWriterSm> RouteBraneWriterSmIs( ModelStatusPtr status,
+                                                   BraneStatusPtr braneStatus,
+                                                   Mox::Clock* clock ) {
+   return routeBraneWriterSmFactory( std::move( status ), std::move( braneStatus ),
+                                     clock );
+}
+
+}

@@ -1,0 +1,29 @@
+// The keys that have changed since the last review. Observers hear of each key that
+// is newly marked or unmarked; marking a marked key again is silent.
+#pragma once
+
+#include <unordered_map>
+
+#include "platform/entity/Attribute.h"
+#include "platform/pim/RouteKey.h"
+
+namespace Routing::Pim::SparseMode::Brane {
+
+using DirtyRoutes = std::unordered_map<RouteKey, bool>;
+using DirtyRouteIntfs = std::unordered_map<RouteIntfKey, bool>;
+
+// clang-format off
+#define PIMSM_ROUTE_CHANGE_SET_ATTRIBUTES( A ) \
+   A( ValueMap, route,     Route,     DirtyRoutes,     , "true: dirty" ) \
+   A( ValueMap, routeIntf, RouteIntf, DirtyRouteIntfs, , "true: dirty" ) \
+   A( Computed, empty,     Empty,     bool,            , "no entries at all" )
+// clang-format on
+
+class PIMSM_API RouteChangeSet : public Mox::Entity {
+ public:
+   MOX_ENTITY( RouteChangeSet, PIMSM_ROUTE_CHANGE_SET_ATTRIBUTES )
+
+   bool empty() const { return route().empty() && routeIntf().empty(); }
+};
+
+}

@@ -1,0 +1,94 @@
+// The writer's reactor on one model route: marks the keys that its changes touch.
+// Private to the writer; its owner's change set outlives it.
+#pragma once
+
+#include <memory>
+#include <unordered_map>
+
+#include "export/RouteBraneWriterSm.h"
+
+namespace Routing::Pim::SparseMode::Brane {
+
+class RouteBraneWriterSm::MoxRoute : public SparseMode::Route::NotifieeConst {
+ public:
+   // Marks the route and every interface that it has.
+   MoxRoute( RouteBraneWriterSm& writer, const SparseMode::Route& route )
+      : writer_( writer ), key_( route.key() ), umh_( *this ), umhFrr_( *this ) {
+      notifierIs( &route );
+      umh_.notifierIs( route.umh() );
+      umhFrr_.notifierIs( route.umhFrr() );
+      mark();
+      for ( const SparseMode::Intf& intf : route.routeIntf() ) {
+         onRouteIntf( intf.intfId() );
+      }
+   }
+
+   // The model has dropped the route.
+   void handleRemoved() {
+      mark();
+      for ( const auto& [intfId, reactor] : intf_ ) markIntf( intfId );
+   }
+
+   void onRouteFlags() override { mark(); }
+   void onUmh() override {
+      umh_.notifierIs( notifier()->umh() );
+      mark();
+   }
+   void onUmhFrr() override {
+      umhFrr_.notifierIs( notifier()->umhFrr() );
+      mark();
+   }
+   void onRouteIntf( const Vantu::IntfId& intfId ) override {
+      const SparseMode::Intf* intf = notifier()->routeIntf( intfId );
+      if ( intf == nullptr ) {
+         intf_.erase( intfId );
+      } else {
+         auto& reactor = intf_[intfId];
+         if ( reactor == nullptr )
+            reactor = std::make_unique<MoxIntf>( *this, intfId );
+         reactor->notifierIs( intf );
+      }
+      markIntf( intfId );
+   }
+
+ private:
+   // Which of an upstream record's values count differs between umh and umhFrr.
+   class MoxUmhFrr : public UpstreamInfo::NotifieeConst {
+    public:
+      explicit MoxUmhFrr( MoxRoute& route ) : route_( route ) {}
+      void onRpf() override { route_.mark(); }
+      void onRpfAttached() override { route_.mark(); }
+
+    protected:
+      MoxRoute& route_;
+   };
+   class MoxUmh : public MoxUmhFrr {
+    public:
+      using MoxUmhFrr::MoxUmhFrr;
+      void onMbrIif() override { route_.mark(); }
+      void onUpRptState() override { route_.mark(); }
+   };
+   class MoxIntf : public SparseMode::Intf::NotifieeConst {
+    public:
+      MoxIntf( MoxRoute& route, Vantu::IntfId intfId )
+         : route_( route ), intfId_( intfId ) {}
+      void onForward() override { route_.markIntf( intfId_ ); }
+
+    private:
+      MoxRoute& route_;
+      Vantu::IntfId intfId_;
+   };
+
+   void mark() { writer_.changeSet_->routeIs( key_, true ); }
+   void markIntf( Vantu::IntfId intfId ) {
+      writer_.changeSet_->routeIntfIs( { key_, intfId }, true );
+   }
+
+   RouteBraneWriterSm& writer_;
+   RouteKey key_;
+   MoxUmh umh_;
+   MoxUmhFrr umhFrr_;
+   std::unordered_map<Vantu::IntfId, std::unique_ptr<MoxIntf>> intf_;
+};
+
+}

@@ -1,0 +1,54 @@
+// The mounting handle of one shared-memory table of an entity: through it the table
+// is initialised for a role, and it tells how that went.
+//
+// Made by the table and outlives it while held; then its operations do nothing.
+// Event-loop thread only.
+#pragma once
+
+#include "platform/entity/Attribute.h"
+#include "platform/mount/TableRole.h"
+
+namespace MoxBrane {
+
+class TableBase;
+
+#define PIMSM_MOUNT_STATUSES( V )                                          \
+   V( notMounted )                                                         \
+   V( mountWaiting ) /* reader: no table there yet, or not any more */     \
+   V( mountReady )                                                         \
+   V( mountMismatch ) /* reader: a table of another record; see problem */ \
+   V( mountDamaged )  /* reader: no usable table; see problem */
+MOX_ENUM( MountStatus, PIMSM_MOUNT_STATUSES )
+MOX_ENUM_TEXT( MountStatus, PIMSM_MOUNT_STATUSES )
+
+// clang-format off
+#define PIMSM_COLLECTION_CONTROL_ATTRIBUTES( A ) \
+   A( Fixed, name,        Name,        Mox::String,      ,            "the table's name in its entity" ) \
+   A( Value, role,        Role,        Brane::TableRole, Brane::tableReader, "what it was initialised for" ) \
+   A( Value, capacity,    Capacity,    uint32_t,         0,           "asked for by the writer; 0 for a reader" ) \
+   A( Value, mountStatus, MountStatus, MoxBrane::MountStatus, notMounted, "" ) \
+   A( Value, problem,     Problem,     Mox::String,      {},          "one line; empty: none" )
+// clang-format on
+
+class PIMSM_API CollectionControl : public Mox::Entity {
+ public:
+   MOX_ENTITY( CollectionControl, PIMSM_COLLECTION_CONTROL_ATTRIBUTES )
+
+   CollectionControl( Mox::String name, TableBase* table )
+      : name_( std::move( name ) ), table_( table ) {}
+
+   // Mounts the table for the role. A writer creates it, or takes it over, with the
+   // given capacity (records); a reader passes 0 and attaches when the table is
+   // there. `attachSuspended` is the entity manager's flag of that name. Again with
+   // the same role: nothing. With another: throws TableError. A writer gets what
+   // TableWriter's constructor throws; nothing is mounted then. REQUIRES: the
+   // entity was created by an entity manager.
+   void initialize( Brane::TableRole role, uint32_t capacity,
+                    bool attachSuspended );
+
+ private:
+   friend class TableBase;
+   TableBase* table_;  // null once it has gone
+};
+
+}

@@ -1,0 +1,161 @@
+#include "platform/mount/EntityManager.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/entity/Factory.h"
+#include "platform/mount/MountedEntity.h"
+#include "platform/mount/TableBase.h"
+
+namespace Corvex {
+namespace {
+
+constexpr double kDrainSoon = 0.001;  // s
+
+void checkPath( Mox::StringView path ) {
+   size_t start = 0;
+   while ( start <= path.size() ) {
+      size_t end = std::min( path.find( '/', start ), path.size() );
+      Mox::StringView part = path.substr( start, end - start );
+      if ( part.empty() || part == "." || part == ".." ||
+           part.find( '\0' ) != Mox::StringView::npos ) {
+         throw Mox::RangeError( "not a mount path: " +
+                                Mox::valueToStrep( Mox::String( path ) ) );
+      }
+      start = end + 1;
+   }
+}
+
+}
+
+// Serves the hub when it asks to be called without a bell having rung.
+class EntityManager::Wakeup : public Mox::Clock::Notifiee {
+ public:
+   Wakeup( EntityManager& manager, Mox::Clock& clock )
+      : Notifiee( &clock ), manager_( manager ) {}
+   void onTime() override { manager_.dispatchHub(); }
+
+ private:
+   EntityManager& manager_;
+};
+
+EntityManager::EntityManager( Mox::Clock& clock, Mox::Loop* loop, Mox::String root,
+                              bool useInotify )
+   : clock_( clock ),
+     root_( std::move( root ) ),
+     hub_( useInotify ),
+     wakeup_( std::make_unique<Wakeup>( *this, clock ) ) {
+   if ( loop == nullptr ) return;
+   if ( hub_.fd() >= 0 ) {
+      watcher_ = std::make_unique<Mox::Loop::FdWatcher>(
+         *loop, hub_.fd(), [this] { dispatchHub(); } );
+   }
+   turnEnd_ = std::make_unique<Mox::Loop::TurnEnd>( *loop, [this] { ring(); } );
+}
+
+EntityManager::~EntityManager() {
+   ring();
+   for ( const auto& [path, entity] : entities_ ) entity->manager_ = nullptr;
+}
+
+Mox::Ptr<Mox::Entity> EntityManager::entity( Mox::StringView path ) const {
+   auto found = entities_.find( path );
+   return found == entities_.end() ? nullptr : found->second;
+}
+
+Mox::Ptr<Mox::Entity> EntityManager::createEntity( Mox::StringView path,
+                                                   Mox::StringView type ) {
+   checkPath( path );
+   if ( Mox::Ptr<Mox::Entity> existing = entity( path ) ) {
+      if ( existing->typeInfo().name == type ) return existing;
+      throw Mox::NameError( fmt::format( "{} is a {}, not a {}", path,
+                                         existing->typeInfo().name, type ) );
+   }
+   Mox::Ptr<Mox::Entity> made = Mox::newEntityByType( type, path );
+   auto* mounted = dynamic_cast<MoxBrane::MountedEntity*>( made.get() );
+   if ( mounted == nullptr ) {
+      throw Mox::NameError( fmt::format( "{} cannot be mounted", type ) );
+   }
+   mounted->manager_ = this;
+   entities_.emplace( path, mounted );
+   return made;
+}
+
+void EntityManager::dispatch() {
+   ring();
+   dispatchHub();
+}
+
+void EntityManager::ring() {
+   for ( const auto& [path, entity] : entities_ ) {
+      for ( MoxBrane::TableBase* table : entity->tables() ) table->ring();
+   }
+}
+
+void EntityManager::dispatchHub() {
+   double now = clock_.now();
+   for ( MoxBrane::TableBase* table : std::exchange( drainSoon_, {} ) )
+      table->drain();
+   double due = hub_.dispatch( now );
+   if ( !drainSoon_.empty() ) due = std::min( due, now + kDrainSoon );
+   wakeup_->wakeupTimeIs( due );
+}
+
+Brane::DoorbellHub::Id EntityManager::watch( const Mox::String& path,
+                                             MoxBrane::TableBase& table ) {
+   Brane::DoorbellHub::Id id = hub_.add( path, [&table] { table.drain(); } );
+   wakeup_->wakeupTimeIs( std::min( wakeup_->wakeupTime(), clock_.now() ) );
+   return id;
+}
+
+void EntityManager::unwatch( Brane::DoorbellHub::Id id,
+                             MoxBrane::TableBase& table ) {
+   hub_.remove( id );
+   std::erase( drainSoon_, &table );
+}
+
+void EntityManager::drainSoon( MoxBrane::TableBase& table ) {
+   if ( std::find( drainSoon_.begin(), drainSoon_.end(), &table ) ==
+        drainSoon_.end() ) {
+      drainSoon_.push_back( &table );
+   }
+}
+
+Mox::String EntityManager::tablePath( Mox::StringView entityPath,
+                                      Mox::StringView table ) const {
+   return fmt::format( "{}/{}/{}", root_, entityPath, table );
+}
+
+// Only the owner and the group may look below the root.
+void EntityManager::makeDirectories( const Mox::String& path ) const {
+   for ( size_t slash = path.find( '/', 1 ); slash != Mox::String::npos;
+         slash = path.find( '/', slash + 1 ) ) {
+      Mox::String directory = path.substr( 0, slash );
+      if ( mkdir( directory.c_str(), 0750 ) == 0 || errno == EEXIST ) continue;
+      throw Brane::CreateError( "cannot make directory " + directory + ": " +
+                                std::strerror( errno ) );
+   }
+}
+
+void EntityManager::removeTables( Mox::StringView path ) {
+   auto found = entities_.find( path );
+   if ( found == entities_.end() ) return;
+   for ( MoxBrane::TableBase* table : found->second->tables() ) {
+      if ( table->writer() != nullptr ) table->writer()->removeFiles();
+   }
+}
+
+}
+
+namespace MoxBrane {
+
+Mox::Ptr<Mox::Entity> createEntity( Corvex::EntityManager& manager,
+                                    Mox::StringView path, Mox::StringView type ) {
+   return manager.createEntity( path, type );
+}
+
+}

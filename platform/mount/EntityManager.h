@@ -1,0 +1,96 @@
+// The central directory of mounted entities: creates them at paths, and keeps their
+// tables in step with other processes.
+//
+// Tables lie in files under the manager's root: table `route` of the entity at
+// "routing/x" is the file <root>/routing/x/route. One process may have several
+// managers, so that one test can hold an agent and a reader. Event-loop thread
+// only; entities must not be used for tables after their manager has gone.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "platform/entity/Entity.h"
+#include "platform/loop/RealClock.h"
+#include "platform/shm/DoorbellHub.h"
+
+namespace MoxBrane {
+class MountedEntity;
+class TableBase;
+}
+
+namespace Corvex {
+
+class PIMSM_API EntityManager {
+ public:
+   static constexpr const char* defaultRoot = "/dev/shm/pimsm";
+
+   // `clock` paces the doorbells. With a loop, doorbells are served and written
+   // tables rung by it; without one the owner calls dispatch(). The root's
+   // directories are created (mode 0750) when a writer mounts below them.
+   EntityManager( Mox::Clock& clock, Mox::Loop* loop,
+                  Mox::String root = defaultRoot, bool useInotify = true );
+   ~EntityManager();
+   EntityManager( const EntityManager& ) = delete;
+   EntityManager& operator=( const EntityManager& ) = delete;
+
+   const Mox::String& root() const { return root_; }
+
+   // While true, mounts in another role than writer attach nothing.
+   bool attachSuspended() const { return attachSuspended_; }
+   void attachSuspendedIs( bool suspended ) { attachSuspended_ = suspended; }
+
+   // The entity at the path; null when there is none.
+   Mox::Ptr<Mox::Entity> entity( Mox::StringView path ) const;
+
+   // The entity at the path, made by its type's factory when absent. The manager
+   // does not own it: it goes with its last reference. Throws NameError when
+   // another type stands there or the type is unknown, RangeError for a path with
+   // an empty component, "." or "..", a NUL, or a leading slash.
+   Mox::Ptr<Mox::Entity> createEntity( Mox::StringView path, Mox::StringView type );
+
+   // Rings the doorbells of what was written and takes up what others wrote.
+   void dispatch();
+
+   // Removes the files of a path whose entity is mounted for writing, so that
+   // readers see the tables go. The entity stays usable, unseen.
+   void removeTables( Mox::StringView path );
+
+ private:
+   friend class MoxBrane::MountedEntity;
+   friend class MoxBrane::TableBase;
+
+   class Wakeup;
+
+   Brane::DoorbellHub::Id watch( const Mox::String& path,
+                                 MoxBrane::TableBase& table );
+   void unwatch( Brane::DoorbellHub::Id id, MoxBrane::TableBase& table );
+   // Something was busy: drain again in a millisecond.
+   void drainSoon( MoxBrane::TableBase& table );
+   Mox::String tablePath( Mox::StringView entityPath, Mox::StringView table ) const;
+   void makeDirectories( const Mox::String& tablePath ) const;
+   void dispatchHub();
+   void ring();
+
+   Mox::Clock& clock_;
+   Mox::String root_;
+   bool attachSuspended_ = false;
+   Brane::DoorbellHub hub_;
+   std::map<Mox::String, MoxBrane::MountedEntity*, std::less<>> entities_;
+   std::vector<MoxBrane::TableBase*> drainSoon_;
+   std::unique_ptr<Wakeup> wakeup_;
+   std::unique_ptr<Mox::Loop::FdWatcher> watcher_;
+   std::unique_ptr<Mox::Loop::TurnEnd> turnEnd_;
+};
+
+}
+
+namespace MoxBrane {
+
+// The entity at the path, entered or created; never null.
+PIMSM_API Mox::Ptr<Mox::Entity> createEntity( Corvex::EntityManager& manager,
+                                              Mox::StringView path,
+                                              Mox::StringView type );
+
+}

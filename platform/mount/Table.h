@@ -1,0 +1,151 @@
+// A mounted table of typed records: the writing process changes it, every process
+// looks up, visits and hears of each changed key.
+//
+// V is a record whose first field is `key`, with a flat form (Flat.h). Owned by its
+// entity; declared there by an attribute row of kind Table (TableAttribute.h).
+// Event-loop thread only.
+#pragma once
+
+#include "platform/mount/Flat.h"
+#include "platform/mount/TableBase.h"
+
+namespace MoxBrane {
+
+// For a table in which the all-zero key is a key like any other.
+inline ::Brane::WriterOptions withZeroKey() {
+   ::Brane::WriterOptions options;
+   options.zeroKey = true;
+   return options;
+}
+
+template <class V>
+class Table : public TableBase {
+   using Form = ::Brane::FlatForm<V>;
+   using KeyForm = ::Brane::FlatForm<decltype( V::key )>;
+
+   struct alignas( 16 ) Record {
+      typename Form::Bytes bytes;
+   };
+   static constexpr size_t kRecordSize =
+      ( sizeof( typename Form::Bytes ) + 7 ) / 8 * 8;
+   static_assert( std::is_trivially_copyable_v<typename Form::Bytes> );
+   static_assert( sizeof( typename KeyForm::Bytes ) % 8 == 0 );
+   static_assert( offsetof( typename Form::Bytes, key ) == 0 );
+
+ public:
+   using Value = V;
+   using Key = decltype( V::key );
+
+   struct Callbacks {
+      std::function<void( const Key& )> keyChanged;
+      std::function<void()> mountStatusChanged;
+   };
+
+   Table( MountedEntity& entity, Mox::String name, Callbacks callbacks,
+          ::Brane::WriterOptions options = {} )
+      : TableBase( entity, std::move( name ), makeLayout(), std::move( options ) ),
+        callbacks_( std::move( callbacks ) ) {}
+
+   // The record's layout, as it stands in the table's header.
+   static ::Brane::Layout makeLayout() {
+      ::Brane::Layout layout;
+      layout.keySize = sizeof( typename KeyForm::Bytes );
+      layout.recordSize = kRecordSize;
+      layout.fields = Form::fields();
+      return layout;
+   }
+
+   // Copies the key's record to `out`; unspecified unless found. Busy and damaged
+   // are a reader's: see TableReader. Without a mount: absent.
+   ::Brane::Lookup find( const Key& key, V& out ) const {
+      KeyBytes bytes( key );
+      Record record;
+      ::Brane::Lookup result = lookupRecord( &bytes.bytes, &record );
+      if ( result != ::Brane::lookupFound || decode( &record, out ) ) return result;
+      return ::Brane::lookupDamaged;
+   }
+
+   bool has( const Key& key ) const {
+      V ignored;
+      return find( key, ignored ) != ::Brane::lookupAbsent;
+   }
+
+   // Visits records, all of them or from a bookmark on, until the visitor says
+   // false. Records that stand throughout are met once; nothing is missed when the
+   // bookmark's record has gone, but a few may come again. The visitor may change
+   // the table. `from` null: from the start.
+   void visit( const Key* from,
+               const std::function<bool( const V& )>& visitor ) const {
+      std::optional<KeyBytes> start;
+      if ( from != nullptr ) start.emplace( *from );
+      visitRecords( start ? &start->bytes : nullptr, [&]( const void* record ) {
+         V value;
+         return !decode( record, value ) || visitor( value );
+      } );
+   }
+
+   // Writes or replaces under value.key, then notifies the key, equal value or not.
+   // Throws ReadOnlyError unless mounted for writing, and what TableWriter::put
+   // does.
+   void is( const V& value ) {
+      Record record;
+      std::memset( &record, 0, sizeof record );
+      Form::write( value, record.bytes );
+      putRecord( &record );
+      callbacks_.keyChanged( value.key );
+   }
+
+   // Removes, notifies and returns the record; the default value, silently, when
+   // there was none. Throws ReadOnlyError.
+   V del( const Key& where ) {
+      Key key = where;
+      KeyBytes bytes( key );
+      Record record;
+      V removed{};
+      if ( !removeRecord( &bytes.bytes, &record ) ) return removed;
+      if ( !decode( &record, removed ) ) removed.key = key;
+      callbacks_.keyChanged( key );
+      return removed;
+   }
+
+   // One by one, each notified.
+   void delAll() {
+      visit( nullptr, [&]( const V& value ) {
+         del( value.key );
+         return true;
+      } );
+   }
+
+ private:
+   struct KeyBytes {
+      explicit KeyBytes( const Key& key ) {
+         std::memset( &bytes, 0, sizeof bytes );
+         KeyForm::write( key, bytes );
+      }
+      alignas( 16 ) typename KeyForm::Bytes bytes;
+   };
+
+   bool decode( const void* record, V& out ) const {
+      typename Form::Bytes bytes;
+      std::memcpy( &bytes, record, sizeof bytes );
+      if ( Form::read( bytes, out ) ) return true;
+      ++undecodable_;
+      return false;
+   }
+
+   void handleKey( const void* key ) override {
+      typename KeyForm::Bytes bytes;
+      std::memcpy( &bytes, key, sizeof bytes );
+      Key decoded;
+      if ( KeyForm::read( bytes, decoded ) ) {
+         callbacks_.keyChanged( decoded );
+      } else {
+         ++undecodable_;
+      }
+   }
+   void handleMountStatus() override { callbacks_.mountStatusChanged(); }
+
+   Callbacks callbacks_;
+};
+
+}

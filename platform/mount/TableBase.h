@@ -1,0 +1,92 @@
+// What the mounted tables of all record types share: the mount in either role, the
+// doorbell, and the way from changes to notifications. Use Table.h.
+#pragma once
+
+#include <optional>
+
+#include "platform/mount/CollectionControl.h"
+#include "platform/shm/DoorbellHub.h"
+#include "platform/shm/TableFollower.h"
+#include "platform/shm/TableWriter.h"
+
+namespace Corvex {
+class EntityManager;
+}
+
+namespace MoxBrane {
+
+class MountedEntity;
+
+class PIMSM_API TableBase {
+ public:
+   TableBase( const TableBase& ) = delete;
+   TableBase& operator=( const TableBase& ) = delete;
+
+   const Mox::String& name() const { return name_; }
+   CollectionControl* control() const { return control_.get(); }
+   bool mounted() const { return writer_ != nullptr || reader_ != nullptr; }
+
+   // Null in the other role, and before the mount.
+   ::Brane::TableWriter* writer() const { return writer_.get(); }
+   ::Brane::TableReader* reader() const { return reader_.get(); }
+
+   // Records that stand; a reader's count is that of its last drain.
+   uint32_t size() const;
+   // 0 while nothing is attached.
+   uint32_t capacity() const;
+   // Does some process hold the table for writing now?
+   bool writerAlive() const;
+   // Records read whole whose bytes were no value of the type.
+   uint64_t undecodable() const { return undecodable_; }
+
+   // Tells readers of what was written since the last ring; the manager does so at
+   // the end of each turn. Nothing in a reader.
+   void ring();
+   // Takes up what the writer has changed and notifies; the manager calls it when
+   // the doorbell rings. Nothing in a writer.
+   void drain();
+
+ protected:
+   TableBase( MountedEntity& entity, Mox::String name, ::Brane::Layout layout,
+              ::Brane::WriterOptions options );
+   virtual ~TableBase();
+
+   // A key changed; `key` is keySize bytes.
+   virtual void handleKey( const void* key ) = 0;
+   // The table came, went, or was replaced by another instance.
+   virtual void handleMountStatus() = 0;
+
+   void putRecord( const void* record );
+   bool removeRecord( const void* key, void* removed );
+   ::Brane::Lookup lookupRecord( const void* key, void* out ) const;
+   // See Table::visit.
+   using RecordVisitor = std::function<bool( const void* record )>;
+   void visitRecords( const void* from, const RecordVisitor& visitor ) const;
+
+   mutable uint64_t undecodable_ = 0;
+
+ private:
+   friend class CollectionControl;
+
+   void mount( ::Brane::TableRole role, uint32_t capacity );
+   void mountWriter( Corvex::EntityManager& manager, const Mox::String& path,
+                     uint32_t capacity );
+   void mountReader( Corvex::EntityManager& manager, const Mox::String& path );
+   void notifyChanges( const std::vector<std::byte>& keys );
+   void updateMountStatus();
+
+   MountedEntity& entity_;
+   Mox::String name_;
+   ::Brane::Layout layout_;
+   ::Brane::WriterOptions options_;
+   Mox::Ptr<CollectionControl> control_;
+   std::unique_ptr<::Brane::TableWriter> writer_;
+   std::unique_ptr<::Brane::TableReader> reader_;
+   std::unique_ptr<::Brane::TableFollower> follower_;
+   ::Brane::DoorbellHub::Id bell_ = 0;
+};
+
+// For reflection: "<records> of <capacity> records".
+PIMSM_API Mox::String valueToStrep( const TableBase& table );
+
+}

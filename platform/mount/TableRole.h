@@ -1,0 +1,12 @@
+// Which side of a shared-memory table a mount plays.
+#pragma once
+
+#include "platform/base/Enum.h"
+
+namespace Brane {
+
+#define PIMSM_TABLE_ROLES( V ) V( tableWriter ) V( tableReader )
+MOX_ENUM( TableRole, PIMSM_TABLE_ROLES )
+MOX_ENUM_TEXT( TableRole, PIMSM_TABLE_ROLES )
+
+}

@@ -1,6 +1,7 @@
 #include "export/RouteBraneReaderSm.h"
 
 #include "export/Conversion.h"
+#include "export/detail/StrayIntfs.h"
 #include "platform/trace/Trace.h"
 
 namespace Routing::Pim::SparseMode::Brane {
@@ -46,7 +47,8 @@ RouteBraneReaderSm::RouteBraneReaderSm( ModelStatusMutablePtr status,
    : status_( std::move( status ) ),
      braneStatus_( std::move( braneStatus ) ),
      moxStatus_( std::make_unique<MoxStatus>( *this ) ),
-     moxBraneStatus_( std::make_unique<MoxBraneStatus>( *this ) ) {
+     moxBraneStatus_( std::make_unique<MoxBraneStatus>( *this ) ),
+     strays_( std::make_unique<StrayIntfs>( *braneStatus_ ) ) {
    handleInitialized();
 }
 
@@ -75,6 +77,15 @@ void RouteBraneReaderSm::handleBraneRoute( const RouteKey& key ) {
    }
 }
 
+// Its interfaces go with it; those whose records stay may be wanted again.
+void RouteBraneReaderSm::deleteRoute( const RouteKey& key ) {
+   Mox::Ptr<SparseMode::Route> removed = status()->routeDel( key );
+   if ( removed == nullptr ) return;
+   for ( const SparseMode::Intf& intf : removed->routeIntf() ) {
+      strays_->note( { key, intf.intfId() } );
+   }
+}
+
 void RouteBraneReaderSm::handleBraneRouteIntf( const RouteIntfKey& key ) {
    Mox::Ptr<SparseMode::Route> route = status()->route( key.routeKey );
    if ( route == nullptr ) {
@@ -85,6 +96,7 @@ void RouteBraneReaderSm::handleBraneRouteIntf( const RouteIntfKey& key ) {
    if ( route == nullptr ) {
       READER_TRACE(
          4, "handleBraneRouteIntf(), ignoring notificaton, no route for " << key );
+      strays_->note( key );
       return;
    }
    Brane::Intf record;
@@ -109,9 +121,10 @@ void RouteBraneReaderSm::handleRoute( const RouteKey& key ) {
    READER_TRACE( 8, "handleRoute" );
    SparseMode::Status& model = *status();
    bool wildcard = key.source.isUnspecified();
-   if ( model.route( key ) != nullptr ) {
+   if ( Mox::Ptr<SparseMode::Route> route = model.route( key ) ) {
       wildcard ? model.wcRoutesInc( 1 ) : model.sgRoutesInc( 1 );
       model.sourceIs( key.source )->sourceGroupIs( key.group, true );
+      strays_->adopt( *route );
       return;
    }
    wildcard ? model.wcRoutesDec( 1 ) : model.sgRoutesDec( 1 );

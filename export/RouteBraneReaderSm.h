@@ -8,8 +8,10 @@
 //            Create this one first, on an empty model; only so do the counters stay
 //            right.
 //
-// A record that cannot be read whole just now changes nothing: it is either being
-// rewritten, and will be notified again, or damaged.
+// An interface record without a route is ignored but noted, and taken up when its
+// route appears: no order is promised between the tables. A record that cannot be
+// read whole just now changes nothing: it is either being rewritten,
+// and will be notified again, or damaged.
 // Holds references to what it was given; goes before their owner. Event-loop
 // thread.
 #pragma once
@@ -19,6 +21,8 @@
 #include "export/Status.h"
 
 namespace Routing::Pim::SparseMode::Brane {
+
+class StrayIntfs;
 
 using ModelStatusMutablePtr = Mox::Ptr<SparseMode::Status>;
 using BraneStatusConstPtr = Mox::Ptr<const Brane::Status>;
@@ -52,8 +56,11 @@ class PIMSM_API RouteBraneReaderSm : public Mox::Entity {
    class MoxStatus;
    class MoxBraneStatus;
 
+   void deleteRoute( const RouteKey& key );
+
    std::unique_ptr<MoxStatus> moxStatus_;
    std::unique_ptr<MoxBraneStatus> moxBraneStatus_;
+   std::unique_ptr<StrayIntfs> strays_;
 };
 
 PIMSM_API Mox::Ptr<RouteBraneReaderSm> routeBraneReaderSmFactory(

@@ -1,6 +1,7 @@
 #include "export/RouteBraneRestartSm.h"
 
 #include "export/Conversion.h"
+#include "export/detail/StrayIntfs.h"
 #include "platform/trace/Trace.h"
 
 namespace Routing::Pim::SparseMode::Brane {
@@ -24,6 +25,23 @@ class RouteBraneRestartSm::MoxClock : public Mox::Clock::Notifiee {
    RouteBraneRestartSm& restart_;
 };
 
+class RouteBraneRestartSm::MoxStatus : public SparseMode::Status::NotifieeConst {
+ public:
+   explicit MoxStatus( RouteBraneRestartSm& restart )
+      : restart_( restart ), strays_( *restart.braneStatus() ) {
+      notifierIs( restart.status().get() );
+   }
+   void note( const RouteIntfKey& key ) { strays_.note( key ); }
+   void onRoute( const RouteKey& key ) override {
+      Mox::Ptr<SparseMode::Route> route = restart_.status()->route( key );
+      if ( route != nullptr ) strays_.adopt( *route );
+   }
+
+ private:
+   RouteBraneRestartSm& restart_;
+   StrayIntfs strays_;
+};
+
 RouteBraneRestartSm::RouteBraneRestartSm( ModelStatusMutablePtr status,
                                           BraneStatusMutablePtr braneStatus,
                                           ::Brane::TableRole role,
@@ -32,7 +50,10 @@ RouteBraneRestartSm::RouteBraneRestartSm( ModelStatusMutablePtr status,
      braneStatus_( std::move( braneStatus ) ),
      role_( role ),
      clock_( clock ),
-     moxClock_( std::make_unique<MoxClock>( *this ) ) {
+     moxClock_( std::make_unique<MoxClock>( *this ) ),
+     moxStatus_( role == ::Brane::tableWriter
+                    ? nullptr
+                    : std::make_unique<MoxStatus>( *this ) ) {
    doReview();
    handleInitialized();
 }
@@ -131,6 +152,8 @@ void RouteBraneRestartSm::doReviewRouteIntf( const Brane::Intf& record ) {
       doUpdateIntf( *route->routeIntfIs( record.key.intfId ), record );
    } else if ( role() == ::Brane::tableWriter ) {
       braneStatus()->routeIntfDel( record.key );
+   } else {
+      moxStatus_->note( record.key );
    }
 }
 

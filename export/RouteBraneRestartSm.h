@@ -1,7 +1,9 @@
 // Loads what the exported tables hold into a fresh model: in the agent after a
 // restart, in a reader at its start.
 //
-//   watches  nothing but the clock
+//   watches  the clock; as reader the model's routes, for interfaces whose route
+//   was
+//            not there when they were met
 //   writes   the model; as writer also removes interface records without a route
 //   wakes    on each pass of the loop until done; a slice runs 0.1 s and one entry
 //   then     sets the model's `initialized`, which lets the route writer review
@@ -53,6 +55,7 @@ class PIMSM_API RouteBraneRestartSm : public Mox::Entity {
 
  private:
    class MoxClock;
+   class MoxStatus;
 
    void doReviewRoutes();
    void doReviewRouteIntfs();
@@ -62,6 +65,7 @@ class PIMSM_API RouteBraneRestartSm : public Mox::Entity {
    void doReviewRouteIntf( const Brane::Intf& record );
 
    std::unique_ptr<MoxClock> moxClock_;
+   std::unique_ptr<MoxStatus> moxStatus_;  // null as writer
 };
 
 PIMSM_API Mox::Ptr<RouteBraneRestartSm> routeBraneRestartSmFactory(

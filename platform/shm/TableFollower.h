@@ -3,7 +3,8 @@
 // A follower remembers the index word and the key of each position, so that it
 // misses nothing however far it falls behind: vanished keys, other keys at the same
 // place and a whole new instance included. What the table holds when the follower
-// first attaches is not reported; every later change is, equal value or not.
+// is made is not reported; every later change is, equal value or not. A table that
+// appears later was empty until then: all that it holds is reported.
 // Pending changes of one key come as one.
 //
 // Memory: 12 bytes a position (twice the capacity, about) and the keys that stand.

@@ -45,7 +45,6 @@ void Mirror::load() {
    again_.clear();
    known_ = Remembered();
    if ( !instance_ ) return;
-   everAttached_ = true;
    seen_ = instance_->head();
    known_ =
       Remembered( instance_->geometry().positions(), table_.layout().keySize );
@@ -81,11 +80,10 @@ bool Mirror::pending() const {
 
 void Mirror::moveTo( std::shared_ptr<const Instance> instance, Teller& teller ) {
    if ( !instance ) return forgetAll( teller );
-   bool first = !everAttached_;
    auto former = std::exchange( instance_, std::move( instance ) );
    Remembered known = std::move( known_ );
    load();
-   if ( !first ) tellDifference( former.get(), known, teller );
+   tellDifference( former.get(), known, teller );
 }
 
 // The former instance still is mapped: its records say whether a value is another.

@@ -53,7 +53,6 @@ class Mirror {
    ReaderTable& table_;
    std::shared_ptr<const Instance> instance_;
    Remembered known_;
-   bool everAttached_ = false;
    uint64_t seen_ = 0;  // the sequence up to which changes were told
    std::vector<Position> candidates_;
    std::vector<Position> again_;  // busy when last looked at

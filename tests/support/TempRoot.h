@@ -1,0 +1,28 @@
+// A directory for shared-memory tables that goes with the test.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace Mox::Test {
+
+class TempRoot {
+ public:
+   TempRoot() {
+      char name[] = "/dev/shm/pimsm-test-XXXXXX";
+      path_ = mkdtemp( name );
+   }
+   ~TempRoot() {
+      std::error_code ignored;
+      std::filesystem::remove_all( path_, ignored );
+   }
+   TempRoot( const TempRoot& ) = delete;
+   TempRoot& operator=( const TempRoot& ) = delete;
+
+   const std::string& path() const { return path_; }
+
+ private:
+   std::string path_;
+};
+
+}

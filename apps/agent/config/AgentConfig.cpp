@@ -1,0 +1,54 @@
+#include "apps/agent/config/AgentConfig.h"
+
+#include <fmt/format.h>
+
+namespace Agent {
+namespace {
+
+using Vantu::AddressFamily;
+using Vantu::IpGenAddr;
+using Vantu::IpGenPrefix;
+
+constexpr const char* kAssumedInterface = "eth0";
+constexpr const char* kAssumedVrf = "default";
+
+InterfaceAddress assumedAddress( const IpGenAddr& router ) {
+   unsigned length = router.family() == AddressFamily::ipv4 ? 24 : 64;
+   return { router, IpGenPrefix( router, length ) };
+}
+
+}
+
+AgentConfig assumedConfig( const IpGenAddr& router ) {
+   InterfaceConfig interface;
+   interface.name = Vantu::IntfId( kAssumedInterface );
+   interface.capture = kAssumedInterface;
+   interface.addresses = { assumedAddress( router ) };
+   VrfConfig vrf;
+   vrf.name = L3::VrfName( kAssumedVrf );
+   vrf.interfaces = { interface };
+   return { { vrf } };
+}
+
+std::string assumedConfigText( const IpGenAddr& router ) {
+   return fmt::format(
+      "no configuration: assuming interface {} of VRF {} with address {}/{}, no RP "
+      "and no RPF route",
+      kAssumedInterface, kAssumedVrf, valueToStrep( router ),
+      assumedAddress( router ).subnet.length() );
+}
+
+CaptureBinding captureBinding( const AgentConfig& config,
+                               const std::string& capture ) {
+   CaptureBinding found;
+   for ( const VrfConfig& vrf : config.vrfs ) {
+      for ( const InterfaceConfig& interface : vrf.interfaces ) {
+         if ( !capture.empty() && interface.capture != capture ) continue;
+         if ( found.interface != nullptr ) return {};
+         found = { &vrf, &interface };
+      }
+   }
+   return found;
+}
+
+}

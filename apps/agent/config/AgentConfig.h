@@ -1,0 +1,83 @@
+// What the agent is told at its start. Plain values: the reading is in
+// ConfigReader.h, the format in doc/configuration.md.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/net/IntfId.h"
+#include "platform/net/IpGenAddr.h"
+#include "platform/net/IpGenPrefix.h"
+#include "platform/net/VrfName.h"
+
+namespace Agent {
+
+// An own address and the length of its subnet.
+struct InterfaceAddress {
+   Vantu::IpGenAddr address;
+   Vantu::IpGenPrefix subnet;
+};
+
+struct InterfaceConfig {
+   Vantu::IntfId name;
+   // The capture whose packets arrive here; the interface's own name by default.
+   std::string capture;
+   // The first of a family is the one that PIM uses, the others are secondary.
+   std::vector<InterfaceAddress> addresses;
+   uint32_t drPriority = 1;
+};
+
+// How this router would route towards an address: the RPF look-up takes the longest
+// prefix.
+struct RpfRouteConfig {
+   Vantu::IpGenPrefix prefix;
+   Vantu::IntfId interface;
+   // Unspecified where the prefix is on the link itself.
+   Vantu::IpGenAddr neighbor;
+   uint32_t preference = 1;
+   uint32_t metric = 0;
+};
+
+struct RpConfig {
+   Vantu::IpGenAddr address;
+   // All multicast groups of the family where none is named.
+   std::vector<Vantu::IpGenPrefix> groups;
+};
+
+// Both address families.
+struct VrfConfig {
+   L3::VrfName name;
+   uint32_t maxRoutes = 10000;
+   uint32_t maxRouteIntfs = 600000;
+   // Joins count only from neighbours that said hello (RFC 7761, 4.3.1).
+   bool requireHello = true;
+   std::vector<InterfaceConfig> interfaces;
+   std::vector<RpfRouteConfig> rpfRoutes;
+   std::vector<RpConfig> rps;
+};
+
+struct AgentConfig {
+   std::vector<VrfConfig> vrfs;
+};
+
+// What is assumed without a configuration: the interface eth0 of the VRF "default"
+// with that address, its subnet /24 or /64; no RP, no RPF route.
+AgentConfig assumedConfig( const Vantu::IpGenAddr& router );
+
+// The sentence in which the agent says so.
+std::string assumedConfigText( const Vantu::IpGenAddr& router );
+
+// An interface and the VRF it is of.
+struct CaptureBinding {
+   const VrfConfig* vrf = nullptr;
+   const InterfaceConfig* interface = nullptr;
+};
+
+// The interface to which the capture of that name is bound; the empty name stands
+// for the only interface there is. Null members when there is none, or several.
+// The configuration must outlive the answer.
+CaptureBinding captureBinding( const AgentConfig& config,
+                               const std::string& capture );
+
+}

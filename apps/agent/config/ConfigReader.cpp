@@ -1,0 +1,233 @@
+#include "apps/agent/config/ConfigReader.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <optional>
+
+#include "apps/agent/config/detail/Section.h"
+
+namespace Agent {
+namespace {
+
+using Vantu::AddressFamily;
+using Vantu::IntfId;
+using Vantu::IpGenAddr;
+using Vantu::IpGenPrefix;
+
+// The R bit of an assert stands above the preference (RFC 7761, 4.9.6).
+constexpr uint32_t kMaxPreference = 0x7fffffff;
+
+IpGenPrefix multicastRange( AddressFamily family ) {
+   return IpGenPrefix( family == AddressFamily::ipv4 ? "224.0.0.0/4" : "ff00::/8" );
+}
+
+// An address that a router or host can own.
+void checkUnicast( const Place& place, const IpGenAddr& address ) {
+   if ( !address.isUnspecified() && !address.isMulticast() ) return;
+   place.fail( valueToStrep( address ) + " is no unicast address" );
+}
+
+// A member of `names` twice is an error at `place`.
+template <class T>
+void checkNew( const Place& place, const char* what, std::vector<T>& known,
+               const T& next, const std::string& text ) {
+   if ( std::find( known.begin(), known.end(), next ) != known.end() ) {
+      place.fail( fmt::format( "{} '{}' comes twice", what, text ) );
+   }
+   known.push_back( next );
+}
+
+InterfaceAddress readAddress( const Place& place ) {
+   std::string text = place.text( "address" );
+   InterfaceAddress out;
+   out.subnet = Section::convert<IpGenPrefix>( place, "address" );
+   out.address = IpGenAddr( Mox::StringView( text ).substr( 0, text.find( '/' ) ) );
+   checkUnicast( place, out.address );
+   return out;
+}
+
+IntfId readInterfaceName( const Place& place, const VrfConfig& vrf ) {
+   auto name = Section::convert<IntfId>( place, "interface" );
+   bool isKnown = std::any_of(
+      vrf.interfaces.begin(), vrf.interfaces.end(),
+      [&]( const InterfaceConfig& known ) { return known.name == name; } );
+   if ( isKnown ) return name;
+   place.fail( fmt::format( "interface '{}' is not of this VRF", name.name() ) );
+}
+
+IpGenAddr readNeighbor( Section& section, AddressFamily family ) {
+   std::optional<Place> place = section.take( "neighbor" );
+   if ( !place ) return IpGenAddr::unspecified( family );
+   auto neighbor = Section::convert<IpGenAddr>( *place, "neighbor" );
+   if ( neighbor.family() != family ) {
+      place->fail( "neighbor and prefix differ in family" );
+   }
+   checkUnicast( *place, neighbor );
+   return neighbor;
+}
+
+// Reads one VRF; what must be unique in all VRFs is kept here.
+class VrfReader {
+ public:
+   VrfConfig read( const Place& place );
+
+ private:
+   InterfaceConfig readInterface( const Place& place );
+   RpfRouteConfig readRpfRoute( const Place& place, const VrfConfig& vrf );
+   RpConfig readRp( const Place& place );
+   void readName( Section& section, VrfConfig& out );
+
+   std::vector<L3::VrfName> vrfs_;
+   std::vector<IntfId> interfaces_;
+   std::vector<std::string> captures_;
+   // Of the VRF being read.
+   std::vector<IpGenAddr> addresses_;
+   std::vector<IpGenPrefix> rpfPrefixes_;
+   std::vector<IpGenAddr> rps_;
+};
+
+VrfConfig VrfReader::read( const Place& place ) {
+   addresses_.clear();
+   rpfPrefixes_.clear();
+   rps_.clear();
+   Section section( place, "vrf" );
+   VrfConfig out;
+   readName( section, out );
+   section.value( "max-routes", out.maxRoutes );
+   section.value( "max-route-intfs", out.maxRouteIntfs );
+   section.value( "require-hello", out.requireHello );
+   for ( const Place& member : section.list( "interfaces" ) ) {
+      out.interfaces.push_back( readInterface( member ) );
+   }
+   for ( const Place& member : section.list( "rpf-routes" ) ) {
+      out.rpfRoutes.push_back( readRpfRoute( member, out ) );
+   }
+   for ( const Place& member : section.list( "rps" ) ) {
+      out.rps.push_back( readRp( member ) );
+   }
+   section.finish();
+   return out;
+}
+
+// The name becomes a part of the tables' paths.
+void VrfReader::readName( Section& section, VrfConfig& out ) {
+   Place place = section.require( "name" );
+   out.name = Section::convert<L3::VrfName>( place, "name" );
+   const std::string& name = out.name.name();
+   if ( name.empty() || name == "." || name == ".." ||
+        name.find( '/' ) != std::string::npos ||
+        name.find( '\0' ) != std::string::npos ) {
+      place.fail( fmt::format( "'{}' cannot name a VRF", name ) );
+   }
+   checkNew( place, "VRF", vrfs_, out.name, name );
+}
+
+InterfaceConfig VrfReader::readInterface( const Place& place ) {
+   Section section( place, "interface" );
+   InterfaceConfig out;
+   Place name = section.require( "name" );
+   out.name = Section::convert<IntfId>( name, "name" );
+   std::string text( out.name.name() );
+   if ( text.empty() ) name.fail( "an interface needs a name" );
+   checkNew( name, "interface", interfaces_, out.name, text );
+   out.capture = text;
+   section.value( "capture", out.capture );
+   checkNew( section.take( "capture" ).value_or( name ), "capture", captures_,
+             out.capture, out.capture );
+   section.value( "dr-priority", out.drPriority );
+   for ( const Place& member : section.list( "addresses" ) ) {
+      out.addresses.push_back( readAddress( member ) );
+      const IpGenAddr& address = out.addresses.back().address;
+      checkNew( member, "address", addresses_, address, valueToStrep( address ) );
+   }
+   section.finish();
+   return out;
+}
+
+RpfRouteConfig VrfReader::readRpfRoute( const Place& place, const VrfConfig& vrf ) {
+   Section section( place, "rpf-route" );
+   RpfRouteConfig out;
+   Place prefix = section.require( "prefix" );
+   out.prefix = Section::convert<IpGenPrefix>( prefix, "prefix" );
+   if ( out.prefix.isNone() ) prefix.fail( "prefix: expected address/length" );
+   checkNew( prefix, "prefix", rpfPrefixes_, out.prefix,
+             valueToStrep( out.prefix ) );
+   out.interface = readInterfaceName( section.require( "interface" ), vrf );
+   out.neighbor = readNeighbor( section, out.prefix.family() );
+   section.value( "preference", out.preference );
+   if ( out.preference > kMaxPreference ) {
+      section.require( "preference" )
+         .fail( fmt::format( "preference: {} is above {}", out.preference,
+                             kMaxPreference ) );
+   }
+   section.value( "metric", out.metric );
+   section.finish();
+   return out;
+}
+
+RpConfig VrfReader::readRp( const Place& place ) {
+   Section section( place, "rp" );
+   RpConfig out;
+   Place address = section.require( "address" );
+   out.address = Section::convert<IpGenAddr>( address, "address" );
+   checkUnicast( address, out.address );
+   checkNew( address, "RP", rps_, out.address, valueToStrep( out.address ) );
+   IpGenPrefix range = multicastRange( out.address.family() );
+   for ( const Place& member : section.list( "groups" ) ) {
+      out.groups.push_back( Section::convert<IpGenPrefix>( member, "groups" ) );
+      if ( !range.contains( out.groups.back() ) ) {
+         member.fail( fmt::format( "{} is not within {}",
+                                   valueToStrep( out.groups.back() ),
+                                   valueToStrep( range ) ) );
+      }
+   }
+   if ( out.groups.empty() ) out.groups.push_back( range );
+   section.finish();
+   return out;
+}
+
+AgentConfig readRoot( const Place& place ) {
+   Section section( place, "configuration" );
+   AgentConfig out;
+   VrfReader reader;
+   for ( const Place& member : section.list( "vrfs" ) ) {
+      out.vrfs.push_back( reader.read( member ) );
+   }
+   section.finish();
+   if ( out.vrfs.empty() ) place.fail( "configuration: no VRF in 'vrfs'" );
+   return out;
+}
+
+}
+
+AgentConfig parseConfig( const std::string& text, const std::string& name ) {
+   try {
+      std::vector<YAML::Node> documents = YAML::LoadAll( text );
+      if ( documents.size() > 1 ) {
+         Place{ documents[1], &name }.fail( "a second document" );
+      }
+      return readRoot( { documents.empty() ? YAML::Node() : documents[0], &name } );
+   } catch ( const YAML::Exception& e ) {
+      throw ConfigError( fmt::format( "{}:{}: {}", name, e.mark.line + 1, e.msg ) );
+   }
+}
+
+AgentConfig readConfig( const std::string& path ) {
+   std::ifstream file( path );
+   std::string text;
+   char buffer[4096];
+   while ( file.read( buffer, sizeof buffer ) || file.gcount() > 0 ) {
+      text.append( buffer, static_cast<size_t>( file.gcount() ) );
+   }
+   // At a regular end the stream has failed to read more, but is not bad.
+   if ( !file.is_open() || file.bad() ) {
+      throw ConfigError( fmt::format( "{}: {}", path, std::strerror( errno ) ) );
+   }
+   return parseConfig( text, path );
+}
+
+}

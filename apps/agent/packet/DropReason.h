@@ -1,0 +1,39 @@
+// Why a packet was dropped; the agent counts by reason.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/base/String.h"
+
+namespace Agent {
+
+// clang-format off
+//   name               text
+#define AGENT_DROP_REASONS( R ) \
+  R( notDropped,        "not dropped" ) \
+  R( truncatedCapture,  "the capture holds only a part of the packet" ) \
+  R( unknownLink,       "the link type is not supported" ) \
+  R( notIp,             "neither IPv4 nor IPv6" ) \
+  R( badIpHeader,       "the IP header contradicts itself" ) \
+  R( fragment,          "a fragment of an IP packet" ) \
+  R( notPim,            "not a PIM packet" ) \
+  R( badPimVersion,     "the PIM version is not 2" ) \
+  R( badChecksum,       "the PIM checksum is wrong" ) \
+  R( truncatedMessage,  "the PIM message ends early" ) \
+  R( badAddress,        "an encoded address is malformed or of another family" ) \
+  R( badOption,         "a hello option has a wrong length" )
+// clang-format on
+
+#define AGENT_DROP_NAME( name, text ) name,
+enum DropReason : uint32_t { AGENT_DROP_REASONS( AGENT_DROP_NAME ) };
+#undef AGENT_DROP_NAME
+
+#define AGENT_DROP_ONE( name, text ) +1
+constexpr uint32_t dropReasonCount = 0 AGENT_DROP_REASONS( AGENT_DROP_ONE );
+#undef AGENT_DROP_ONE
+
+// The reason's name, for metrics, and a sentence for people.
+Mox::StringView dropName( DropReason reason );
+Mox::StringView dropText( DropReason reason );
+
+}

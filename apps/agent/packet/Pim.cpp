@@ -1,0 +1,232 @@
+#include "apps/agent/packet/Pim.h"
+
+#include <array>
+
+namespace Agent {
+namespace {
+
+using Vantu::AddressFamily;
+using Vantu::IpGenAddr;
+
+constexpr size_t kRegisterHeader = 8;
+
+// Hello options (RFC 7761, 4.9.2).
+constexpr uint16_t kHoldtime = 1;
+constexpr uint16_t kLanPruneDelay = 2;
+constexpr uint16_t kDrPriority = 19;
+constexpr uint16_t kGenerationId = 20;
+constexpr uint16_t kAddressList = 24;
+
+// The internet checksum (RFC 1071), added up.
+class Checksum {
+ public:
+   void add( Bytes bytes ) {
+      for ( size_t i = 0; i < bytes.size(); ++i ) {
+         sum_ += i % 2 == 0 ? bytes[i] << 8U : bytes[i];
+      }
+   }
+   void add( uint32_t number ) { sum_ += ( number >> 16 ) + ( number & 0xffff ); }
+
+   bool isGood() const {
+      uint64_t folded = sum_;
+      while ( folded > 0xffff ) folded = ( folded >> 16 ) + ( folded & 0xffff );
+      return folded == 0xffff;
+   }
+
+ private:
+   uint64_t sum_ = 0;
+};
+
+bool isGoodChecksum( const IpPacket& packet, size_t covered ) {
+   Checksum checksum;
+   if ( packet.family() == AddressFamily::ipv6 ) {
+      checksum.add( packet.source.bytes() );
+      checksum.add( packet.destination.bytes() );
+      checksum.add( static_cast<uint32_t>( covered ) );
+      checksum.add( static_cast<uint32_t>( pimProtocol ) );
+   }
+   checksum.add( packet.payload.first( covered ) );
+   return checksum.isGood();
+}
+
+bool isGoodChecksum( const IpPacket& packet, PimType type ) {
+   if ( type == PimType::registerData && packet.payload.size() > kRegisterHeader &&
+        isGoodChecksum( packet, kRegisterHeader ) ) {
+      return true;
+   }
+   return isGoodChecksum( packet, packet.payload.size() );
+}
+
+// Decodes one message; the first thing that is wrong decides.
+class Decoder {
+ public:
+   Decoder( Bytes message, AddressFamily family )
+      : cursor_( message ), family_( family ) {}
+
+   DropReason hello( PimHello& out );
+   DropReason joinPrune( PimJoinPrune& out );
+
+ private:
+   DropReason option( uint16_t type, Cursor value, PimHello& out );
+   DropReason addressList( Cursor value, PimHello& out );
+   DropReason group( JoinPruneGroup& out );
+   DropReason source( EncodedSource& out );
+   DropReason sources( size_t count, std::vector<EncodedSource>& out );
+   DropReason address( Cursor& cursor, uint8_t family, uint8_t encoding,
+                       IpGenAddr& out ) const;
+   DropReason unicast( Cursor& cursor, IpGenAddr& out ) const;
+   bool isMaskLength( uint8_t length ) const {
+      return length <= Vantu::addressBits( family_ );
+   }
+
+   Cursor cursor_;
+   AddressFamily family_;
+};
+
+DropReason Decoder::hello( PimHello& out ) {
+   while ( !cursor_.atEnd() ) {
+      uint16_t type = cursor_.u16();
+      Cursor value( cursor_.take( cursor_.u16() ) );
+      if ( !cursor_.ok() ) return truncatedMessage;
+      DropReason reason = option( type, value, out );
+      if ( reason != notDropped ) return reason;
+   }
+   return notDropped;
+}
+
+DropReason Decoder::option( uint16_t type, Cursor value, PimHello& out ) {
+   switch ( type ) {
+      case kHoldtime:
+         out.holdtime = value.u16();
+         break;
+      case kLanPruneDelay: {
+         constexpr uint16_t kTracking = 0x8000;
+         uint16_t propagation = value.u16();
+         out.lanPruneDelay = { ( propagation & kTracking ) != 0,
+                               static_cast<uint16_t>( propagation & ~kTracking ),
+                               value.u16() };
+         break;
+      }
+      case kDrPriority:
+         out.drPriority = value.u32();
+         break;
+      case kGenerationId:
+         out.generationId = value.u32();
+         break;
+      case kAddressList:
+         return addressList( value, out );
+      default:
+         return notDropped;
+   }
+   return value.ok() && value.atEnd() ? notDropped : badOption;
+}
+
+DropReason Decoder::addressList( Cursor value, PimHello& out ) {
+   out.addresses.clear();
+   while ( !value.atEnd() ) {
+      DropReason reason = unicast( value, out.addresses.emplace_back() );
+      if ( reason != notDropped ) return reason;
+   }
+   return notDropped;
+}
+
+DropReason Decoder::joinPrune( PimJoinPrune& out ) {
+   DropReason reason = unicast( cursor_, out.upstreamNeighbor );
+   if ( reason != notDropped ) return reason;
+   cursor_.skip( 1 );
+   size_t groups = cursor_.u8();
+   out.holdtime = cursor_.u16();
+   for ( ; groups > 0 && cursor_.ok(); --groups ) {
+      reason = group( out.groups.emplace_back() );
+      if ( reason != notDropped ) return reason;
+   }
+   return cursor_.ok() ? notDropped : truncatedMessage;
+}
+
+DropReason Decoder::group( JoinPruneGroup& out ) {
+   uint8_t family = cursor_.u8();
+   uint8_t encoding = cursor_.u8();
+   cursor_.skip( 1 );
+   out.maskLength = cursor_.u8();
+   DropReason reason = address( cursor_, family, encoding, out.address );
+   if ( reason != notDropped ) return reason;
+   if ( !isMaskLength( out.maskLength ) ) return badAddress;
+   size_t joins = cursor_.u16();
+   size_t prunes = cursor_.u16();
+   reason = sources( joins, out.joins );
+   return reason != notDropped ? reason : sources( prunes, out.prunes );
+}
+
+DropReason Decoder::sources( size_t count, std::vector<EncodedSource>& out ) {
+   for ( ; count > 0; --count ) {
+      DropReason reason = source( out.emplace_back() );
+      if ( reason != notDropped ) return reason;
+   }
+   return cursor_.ok() ? notDropped : truncatedMessage;
+}
+
+DropReason Decoder::source( EncodedSource& out ) {
+   uint8_t family = cursor_.u8();
+   uint8_t encoding = cursor_.u8();
+   uint8_t flags = cursor_.u8();
+   out.sparse = ( flags & 4 ) != 0;
+   out.wildcard = ( flags & 2 ) != 0;
+   out.rpt = ( flags & 1 ) != 0;
+   out.maskLength = cursor_.u8();
+   DropReason reason = address( cursor_, family, encoding, out.address );
+   if ( reason != notDropped ) return reason;
+   return isMaskLength( out.maskLength ) ? notDropped : badAddress;
+}
+
+DropReason Decoder::unicast( Cursor& cursor, IpGenAddr& out ) const {
+   uint8_t family = cursor.u8();
+   uint8_t encoding = cursor.u8();
+   return address( cursor, family, encoding, out );
+}
+
+// The address itself, behind what its encoding puts in front.
+DropReason Decoder::address( Cursor& cursor, uint8_t family, uint8_t encoding,
+                             IpGenAddr& out ) const {
+   constexpr uint8_t kNativeEncoding = 0;
+   if ( !cursor.ok() ) return truncatedMessage;
+   // Numbers of the address family registry: 1 and 2.
+   if ( family != ( family_ == AddressFamily::ipv4 ? 1 : 2 ) ) return badAddress;
+   if ( encoding != kNativeEncoding ) return badAddress;
+   Bytes bytes = cursor.take( Vantu::addressBits( family_ ) / 8 );
+   if ( !cursor.ok() ) return truncatedMessage;
+   out = IpGenAddr::fromBytes( family_, bytes.data() );
+   return notDropped;
+}
+
+}
+
+Mox::StringView pimTypeName( PimType type ) {
+   static constexpr std::array<Mox::StringView, 11> names = {
+      "hello",        "register",      "register-stop", "join-prune",
+      "bootstrap",    "assert",        "graft",         "graft-ack",
+      "candidate-rp", "state-refresh", "df-election" };
+   auto number = static_cast<size_t>( type );
+   return number < names.size() ? names[number] : "unknown";
+}
+
+DropReason decodePim( const IpPacket& packet, PimMessage& out ) {
+   if ( packet.protocol != pimProtocol ) return notPim;
+   Cursor cursor( packet.payload );
+   uint8_t first = cursor.u8();
+   cursor.skip( 3 );
+   if ( !cursor.ok() ) return truncatedMessage;
+   if ( first >> 4 != 2 ) return badPimVersion;
+   out.type = static_cast<PimType>( first & 0x0f );
+   if ( !isGoodChecksum( packet, out.type ) ) return badChecksum;
+   Decoder decoder( cursor.rest(), packet.family() );
+   out.body = {};
+   if ( out.type == PimType::hello ) {
+      return decoder.hello( out.body.emplace<PimHello>() );
+   }
+   if ( out.type == PimType::joinPrune ) {
+      return decoder.joinPrune( out.body.emplace<PimJoinPrune>() );
+   }
+   return notDropped;
+}
+
+}

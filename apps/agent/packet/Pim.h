@@ -1,0 +1,87 @@
+// PIM version 2 messages (RFC 7761, 4.9).
+//
+// Hello and join/prune are decoded in full; of every other message only the type,
+// which the agent counts. A message is checked as a whole before any of it counts.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <variant>
+#include <vector>
+
+#include "apps/agent/packet/DropReason.h"
+#include "apps/agent/packet/Ip.h"
+#include "platform/net/IpGenAddr.h"
+
+namespace Agent {
+
+constexpr uint8_t pimProtocol = 103;
+
+// As on the wire; other numbers occur.
+enum class PimType : uint8_t {
+   hello,
+   registerData,
+   registerStop,
+   joinPrune,
+   bootstrap,
+   assertion,
+   graft,
+   graftAck,
+   candidateRp,
+   stateRefresh,
+   dfElection
+};
+
+// For metrics and traces: "hello", "join-prune"; "unknown" for other numbers.
+Mox::StringView pimTypeName( PimType type );
+
+// Times in milliseconds.
+struct LanPruneDelay {
+   bool trackingSupport = false;
+   uint16_t propagationDelay = 0;
+   uint16_t overrideInterval = 0;
+};
+
+// Options that are absent are empty. Of one that comes twice the last counts.
+// State refresh and options unknown to us are skipped.
+struct PimHello {
+   std::optional<uint16_t> holdtime;  // s; 0xffff = for ever, 0 = goodbye
+   std::optional<LanPruneDelay> lanPruneDelay;
+   std::optional<uint32_t> drPriority;
+   std::optional<uint32_t> generationId;
+   std::vector<Vantu::IpGenAddr> addresses;  // the sender's secondary ones
+};
+
+struct EncodedSource {
+   Vantu::IpGenAddr address;
+   uint8_t maskLength = 0;
+   bool sparse = false;
+   bool wildcard = false;
+   bool rpt = false;
+};
+
+struct JoinPruneGroup {
+   Vantu::IpGenAddr address;
+   uint8_t maskLength = 0;
+   std::vector<EncodedSource> joins;
+   std::vector<EncodedSource> prunes;
+};
+
+// All addresses are of the packet's family.
+struct PimJoinPrune {
+   Vantu::IpGenAddr upstreamNeighbor;
+   uint16_t holdtime = 0;  // s; 0xffff = for ever
+   std::vector<JoinPruneGroup> groups;
+};
+
+struct PimMessage {
+   PimType type = PimType::hello;
+   std::variant<std::monostate, PimHello, PimJoinPrune> body;
+};
+
+// Fills `out` and returns notDropped, or says why not; `out` is then unspecified.
+// The checksum covers the message, for IPv6 with the pseudo header, and of a
+// register only the first 8 bytes; one over the whole register is accepted too.
+[[nodiscard]] DropReason decodePim( const IpPacket& packet, PimMessage& out );
+
+}

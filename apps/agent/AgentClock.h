@@ -1,0 +1,67 @@
+// The engines' clock: it follows a replay, then real time.
+//
+// A replay starts as far in the past as its packets span and ends at the present
+// instant, so that the times it leaves in the model are honest for every reader.
+// Until goLive() the clock moves only by advance(), which fires each wake-up at its
+// own time; afterwards it reads and wakes with the real clock.
+#pragma once
+
+#include <algorithm>
+
+#include "platform/loop/Clock.h"
+
+namespace Agent {
+
+class AgentClock : public Mox::Clock {
+ public:
+   // `real` outlives this clock. Starts live.
+   explicit AgentClock( Mox::Clock& real ) : real_( real ), bridge_( *this ) {}
+
+   double now() const override { return live_ ? real_.now() : now_; }
+
+   // From here on time is what advance() says. REQUIRES: no wake-up is set.
+   void replayFrom( double time ) {
+      live_ = false;
+      now_ = time;
+   }
+
+   // Moves on to `time`, firing what is due on the way; never back.
+   void advance( double time ) {
+      while ( nextWakeup() <= time ) {
+         now_ = std::max( now_, nextWakeup() );
+         fireDue( now_, turn() );
+      }
+      now_ = std::max( now_, time );
+   }
+
+   void goLive() {
+      live_ = true;
+      handleNextWakeup();
+   }
+
+ protected:
+   void handleNextWakeup() override {
+      if ( live_ ) bridge_.wakeupTimeIs( nextWakeup() );
+   }
+
+ private:
+   class Bridge : public Notifiee {
+    public:
+      explicit Bridge( AgentClock& owner )
+         : Notifiee( &owner.real_ ), owner_( owner ) {}
+      void onTime() override {
+         owner_.fireDue( owner_.now(), owner_.turn() );
+         owner_.handleNextWakeup();
+      }
+
+    private:
+      AgentClock& owner_;
+   };
+
+   Mox::Clock& real_;
+   bool live_ = true;
+   double now_ = 0.0;
+   Bridge bridge_;
+};
+
+}

@@ -1,0 +1,113 @@
+#include "apps/agent/FamilyInstance.h"
+
+#include <algorithm>
+
+namespace Agent {
+
+namespace Sm = Routing::Pim::SparseMode;
+
+namespace {
+
+Vantu::IpGenAddr allPimRouters( Vantu::AddressFamily family ) {
+   static const Vantu::IpGenAddr v4( "224.0.0.13" );
+   static const Vantu::IpGenAddr v6( "ff02::d" );
+   return family == Vantu::AddressFamily::ipv4 ? v4 : v6;
+}
+
+Mox::Ptr<Sm::Status> newModel( const VrfConfig& config ) {
+   Mox::Ptr<Sm::Status> model = Sm::statusFactory( config.name );
+   model->maxRoutesIs( config.maxRoutes );
+   model->maxRouteIntfsIs( config.maxRouteIntfs );
+   return model;
+}
+
+}
+
+FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
+                                const VrfConfig& config,
+                                Corvex::EntityManager& manager, Mox::Clock& real,
+                                AgentClock& clock, AgentCounters& counters )
+   : family_( family ),
+     config_( config ),
+     counters_( counters ),
+     routing_( config ),
+     model_( newModel( config ) ),
+     pimStatus_( Mox::newEntity<Routing::Pim::Status>() ),
+     tables_( Sm::Brane::Status::mountInDependencyOrder(
+        manager, Sm::Brane::Status::mountPath( family, config.name ),
+        ::Brane::tableWriter, model_.get() ) ),
+     engine_( model_, clock, routing_, counters ) {
+   model_->pimStatusIs( pimStatus_ );
+   for ( const InterfaceConfig& interface : config.interfaces ) {
+      addLink( interface, clock );
+   }
+   // The reconciler first: it alone writes until the model is initialized.
+   restart_ = Sm::Brane::routeBraneRestartSmFactory( model_, tables_,
+                                                     ::Brane::tableWriter, &real );
+   writer_ = Sm::Brane::routeBraneWriterSmFactory( model_, tables_, &real );
+}
+
+FamilyInstance::~FamilyInstance() = default;
+
+void FamilyInstance::addLink( const InterfaceConfig& interface,
+                              AgentClock& clock ) {
+   Link link;
+   for ( const InterfaceAddress& own : interface.addresses ) {
+      if ( own.address.family() != family_ ) continue;
+      link.own.push_back( own.address );
+      if ( link.own.size() > 1 ) continue;
+      auto length = static_cast<uint8_t>( own.subnet.length() );
+      pimStatus_->intfIs( interface.name )->addrIs( { own.address, length } );
+   }
+   if ( link.own.empty() ) return;
+   link.neighbors = std::make_unique<Neighbors>(
+      clock, link.own.front(), interface.drPriority,
+      [this, name = interface.name] { updateDr( name ); } );
+   links_.emplace( interface.name, std::move( link ) );
+   updateDr( interface.name );
+}
+
+void FamilyInstance::updateDr( Vantu::IntfId intfId ) {
+   pimStatus_->intfIs( intfId )->iAmDrIs( links_.at( intfId ).neighbors->iAmDr() );
+}
+
+void FamilyInstance::receive( Vantu::IntfId intfId, const IpPacket& packet,
+                              const PimMessage& message ) {
+   auto found = links_.find( intfId );
+   if ( found == links_.end() ) return counters_.refused( noAddress );
+   Link& link = found->second;
+   if ( std::find( link.own.begin(), link.own.end(), packet.source ) !=
+        link.own.end() ) {
+      return counters_.refused( ownPacket );
+   }
+   const auto* hello = std::get_if<PimHello>( &message.body );
+   const auto* joinPrune = std::get_if<PimJoinPrune>( &message.body );
+   if ( hello == nullptr && joinPrune == nullptr ) {
+      return counters_.refused( otherType );
+   }
+   if ( packet.destination != allPimRouters( family_ ) ) {
+      return counters_.refused( notToAllRouters );
+   }
+   if ( hello != nullptr )
+      return link.neighbors->receiveHello( packet.source, *hello );
+   receiveJoinPrune( intfId, link, packet, *joinPrune );
+}
+
+void FamilyInstance::receiveJoinPrune( Vantu::IntfId intfId, const Link& link,
+                                       const IpPacket& packet,
+                                       const PimJoinPrune& message ) {
+   if ( config_.requireHello && !link.neighbors->has( packet.source ) ) {
+      return counters_.refused( unknownNeighbor );
+   }
+   if ( std::find( link.own.begin(), link.own.end(), message.upstreamNeighbor ) ==
+        link.own.end() ) {
+      return counters_.refused( otherUpstream );
+   }
+   engine_.receive( intfId, *link.neighbors, message );
+}
+
+bool FamilyInstance::published() const {
+   return writer_->reviewChangeSet().empty() && writer_->changeSet().empty();
+}
+
+}

@@ -1,0 +1,64 @@
+#include "apps/agent/engine/AgentCounters.h"
+
+#include <algorithm>
+
+namespace Agent {
+namespace {
+
+constexpr size_t kTypes = static_cast<size_t>( PimType::dfElection ) + 1;
+
+size_t indexOf( PimType type ) {
+   return std::min( static_cast<size_t>( type ), kTypes );
+}
+
+template <class Counters>
+void append( std::string& out, const char* title, const Counters& counters ) {
+   std::string part;
+   for ( const auto& counter : counters ) {
+      if ( counter->value() == 0 ) continue;
+      part += part.empty() ? " " : ", ";
+      part += counter->name() + " " + Mox::valueToStrep( counter->value() );
+   }
+   if ( part.empty() ) return;
+   if ( !out.empty() ) out += "; ";
+   out += title + part;
+}
+
+}
+
+AgentCounters::AgentCounters() {
+   auto add = []( Counters& counters, const char* owner, Mox::StringView name ) {
+      counters.push_back( std::make_unique<Mox::EventCounter>( owner, name ) );
+   };
+   for ( size_t type = 0; type < kTypes; ++type ) {
+      add( received_, "agent/packets",
+           pimTypeName( static_cast<PimType>( type ) ) );
+   }
+   add( received_, "agent/packets", "unknown" );
+   for ( uint32_t reason = 0; reason < dropReasonCount; ++reason ) {
+      add( dropped_, "agent/dropped",
+           dropName( static_cast<DropReason>( reason ) ) );
+   }
+   for ( uint32_t reason = 0; reason < refusalCount; ++reason ) {
+      add( refused_, "agent/refused",
+           stringValue( static_cast<Refusal>( reason ) ) );
+   }
+}
+
+void AgentCounters::received( PimType type ) {
+   received_[indexOf( type )]->inc();
+}
+
+uint64_t AgentCounters::receivedCount( PimType type ) const {
+   return received_[indexOf( type )]->value();
+}
+
+std::string AgentCounters::text() const {
+   std::string out;
+   append( out, "packets:", received_ );
+   append( out, "dropped:", dropped_ );
+   append( out, "refused:", refused_ );
+   return out.empty() ? "no packets" : out;
+}
+
+}

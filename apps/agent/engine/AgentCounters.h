@@ -1,0 +1,44 @@
+// What the agent counts, in the process-wide registry of event counters. Owners are
+// "agent/packets" by message type, "agent/dropped" by reason for what could not be
+// decoded, "agent/refused" by reason for what was decoded and changes nothing.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "apps/agent/engine/Refusal.h"
+#include "apps/agent/packet/DropReason.h"
+#include "apps/agent/packet/Pim.h"
+#include "platform/entity/EventCounter.h"
+
+namespace Agent {
+
+class AgentCounters {
+ public:
+   AgentCounters();
+
+   void received( PimType type );
+   void dropped( DropReason reason ) { dropped_[reason]->inc(); }
+   void refused( Refusal reason ) { refused_[reason]->inc(); }
+
+   uint64_t droppedCount( DropReason reason ) const {
+      return dropped_[reason]->value();
+   }
+   uint64_t refusedCount( Refusal reason ) const {
+      return refused_[reason]->value();
+   }
+   uint64_t receivedCount( PimType type ) const;
+
+   // "packets: hello 34, join-prune 9; dropped: badPimVersion 4; refused: ..."; the
+   // counts that are not zero.
+   std::string text() const;
+
+ private:
+   using Counters = std::vector<std::unique_ptr<Mox::EventCounter>>;
+
+   Counters received_;  // the last one is of unknown types
+   Counters dropped_;
+   Counters refused_;
+};
+
+}

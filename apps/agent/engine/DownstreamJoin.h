@@ -1,0 +1,43 @@
+// The downstream (*,G) and (S,G) join/prune machine of one interface (RFC 7761,
+// 4.5.1 and 4.5.2, which are the same machine on different records).
+//
+//    state         join            prune           prune-pending    expiry
+//    noInfo        -> joined       -               n/a              n/a
+//    joined        extend expiry   -> prunePending n/a              -> noInfo
+//    prunePending  -> joined       -               -> noInfo        -> noInfo
+//
+// The state is the record's joinState; this holds the two timers. Times in seconds.
+#pragma once
+
+#include "apps/agent/engine/Timer.h"
+#include "model/Intf.h"
+
+namespace Agent {
+
+class DownstreamJoin {
+ public:
+   using Intf = Routing::Pim::SparseMode::Intf;
+
+   // `ended` is called when the state has become noInfo; it may destroy the
+   // machine.
+   DownstreamJoin( Mox::Clock& clock, Mox::Ptr<Intf> intf,
+                   std::function<void()> ended );
+
+   void receiveJoin( double holdtime );
+   // `pendingTime`: how long others may override; 0 prunes at once.
+   void receivePrune( double pendingTime );
+   // Takes up a state that was reloaded, for `holdtime` from now on.
+   void adopt( double holdtime );
+
+ private:
+   void handlePrunePendingExpired() { end(); }
+   void handleExpired() { end(); }
+   void end();
+
+   Mox::Ptr<Intf> intf_;
+   std::function<void()> ended_;
+   Timer expiry_;
+   Timer prunePending_;
+};
+
+}

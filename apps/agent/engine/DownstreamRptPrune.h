@@ -1,0 +1,50 @@
+// The downstream (S,G,rpt) prune machine of one interface (RFC 7761, 4.5.3).
+//
+//    state                (*,G) join     rpt join  rpt prune      end of     prune-
+//    expiry
+//                                                                 message pending
+//    rptNoInfo            -              -         -> PrunePending -          n/a
+//    n/a rptPrunePending      -> PendingTemp -> NoInfo -               - -> Pruned
+//    -> NoInfo rptPruned            -> PruneTemp   -> NoInfo extend expiry   - n/a
+//    -> NoInfo rptPrunePendingTemp  -              -> NoInfo -> PrunePending ->
+//    NoInfo  -         -> NoInfo rptPruneTemp         -              -> NoInfo ->
+//    Pruned       -> NoInfo  n/a       -> NoInfo
+//
+// A (*,G) join says that the sender wants the whole group again, but for the
+// sources that the same message prunes: the temporary states last until its end.
+// The state is the record's rptState; this holds the two timers. Times in seconds.
+#pragma once
+
+#include "apps/agent/engine/Timer.h"
+#include "model/Intf.h"
+
+namespace Agent {
+
+class DownstreamRptPrune {
+ public:
+   using Intf = Routing::Pim::SparseMode::Intf;
+
+   // `ended` is called when the state has become rptNoInfo; it may destroy the
+   // machine.
+   DownstreamRptPrune( Mox::Clock& clock, Mox::Ptr<Intf> intf,
+                       std::function<void()> ended );
+
+   void receiveWcJoin();
+   void receiveRptJoin();
+   // `pendingTime`: how long others may override; 0 prunes at once.
+   void receiveRptPrune( double holdtime, double pendingTime );
+   void endOfMessage();
+   // Takes up a state that was reloaded, for `holdtime` from now on.
+   void adopt( double holdtime );
+
+ private:
+   void handlePrunePendingExpired();
+   void end();
+
+   Mox::Ptr<Intf> intf_;
+   std::function<void()> ended_;
+   Timer expiry_;
+   Timer prunePending_;
+};
+
+}

@@ -1,0 +1,234 @@
+#include "apps/agent/engine/JoinPruneEngine.h"
+
+namespace Agent {
+
+using Routing::Pim::SparseMode::Status;
+using Vantu::IpGenAddr;
+
+namespace {
+
+constexpr uint16_t kForever = 0xffff;
+
+IpGenAddr anySource( const IpGenAddr& group ) {
+   return IpGenAddr::unspecified( group.family() );
+}
+
+bool wholeAddress( const IpGenAddr& address, unsigned maskLength ) {
+   return maskLength == Vantu::addressBits( address.family() );
+}
+
+}
+
+JoinPruneEngine::JoinPruneEngine( Mox::Ptr<Status> model, Mox::Clock& clock,
+                                  const StaticRouting& routing,
+                                  AgentCounters& counters )
+   : model_( std::move( model ) ),
+     clock_( clock ),
+     routing_( routing ),
+     counters_( counters ) {}
+
+void JoinPruneEngine::receive( Vantu::IntfId intfId, const Neighbors& neighbors,
+                               const PimJoinPrune& message ) {
+   Message common{ intfId,
+                   message.holdtime == kForever ? Timer::never : message.holdtime,
+                   neighbors.prunePendingTime() };
+   for ( const JoinPruneGroup& group : message.groups ) {
+      if ( !acceptGroup( group ) ) continue;
+      for ( const EncodedSource& source : group.joins ) {
+         receiveJoin( common, group.address, source );
+      }
+      for ( const EncodedSource& source : group.prunes ) {
+         receivePrune( common, group.address, source );
+      }
+   }
+   for ( const JoinPruneGroup& group : message.groups ) {
+      eachRptPrune( group.address, intfId, []( auto& it ) { it.endOfMessage(); } );
+   }
+}
+
+bool JoinPruneEngine::acceptGroup( const JoinPruneGroup& group ) {
+   if ( !group.address.isMulticast() ) {
+      counters_.refused( notMulticast );
+   } else if ( group.address.isLinkLocalMulticast() ) {
+      counters_.refused( linkLocalGroup );
+   } else if ( !wholeAddress( group.address, group.maskLength ) ) {
+      counters_.refused( partialMask );
+   } else {
+      return true;
+   }
+   return false;
+}
+
+bool JoinPruneEngine::acceptSource( const EncodedSource& source,
+                                    const IpGenAddr& group ) {
+   if ( !wholeAddress( group, source.maskLength ) ) {
+      counters_.refused( partialMask );
+   } else if ( source.address.isUnspecified() || source.address.isMulticast() ) {
+      counters_.refused( badSource );
+   } else if ( source.wildcard && !source.rpt ) {
+      counters_.refused( badFlags );
+   } else {
+      return true;
+   }
+   return false;
+}
+
+void JoinPruneEngine::receiveJoin( const Message& message, const IpGenAddr& group,
+                                   const EncodedSource& source ) {
+   if ( !acceptSource( source, group ) ) return;
+   if ( source.wildcard ) return receiveWcJoin( message, group, source.address );
+   Key key{ group, message.intfId, source.address };
+   if ( !source.rpt ) {
+      joinMachine( key, routing_.rpOf( group ) ).receiveJoin( message.holdtime );
+      updateTree( *model_->route( key.routeKey() ) );
+      return;
+   }
+   Downstream* found = find( key );
+   if ( found != nullptr && found->rptPrune != nullptr ) {
+      found->rptPrune->receiveRptJoin();
+   }
+}
+
+// RFC 7761, 4.5.1: towards another RP than ours it is dropped; without an RP of our
+// own we take the message's.
+void JoinPruneEngine::receiveWcJoin( const Message& message, const IpGenAddr& group,
+                                     const IpGenAddr& rp ) {
+   IpGenAddr ours = routing_.rpOf( group );
+   if ( !ours.isUnspecified() && ours != rp )
+      return counters_.refused( rpMismatch );
+   Key key{ group, message.intfId, anySource( group ) };
+   joinMachine( key, rp ).receiveJoin( message.holdtime );
+   eachRptPrune( group, message.intfId, []( auto& it ) { it.receiveWcJoin(); } );
+}
+
+// A (*,G) prune counts whatever RP it names (RFC 7761, 4.5.1).
+void JoinPruneEngine::receivePrune( const Message& message, const IpGenAddr& group,
+                                    const EncodedSource& source ) {
+   if ( !acceptSource( source, group ) ) return;
+   if ( source.rpt && !source.wildcard ) {
+      Key key{ group, message.intfId, source.address };
+      rptPruneMachine( key ).receiveRptPrune( message.holdtime,
+                                              message.pendingTime );
+      return;
+   }
+   Key key{ group, message.intfId,
+            source.wildcard ? anySource( group ) : source.address };
+   Downstream* found = find( key );
+   if ( found != nullptr && found->join != nullptr ) {
+      found->join->receivePrune( message.pendingTime );
+   }
+}
+
+// The call may end the machine and with it the entry: the next one is found anew.
+template <class Call>
+void JoinPruneEngine::eachRptPrune( const IpGenAddr& group, Vantu::IntfId intfId,
+                                    Call call ) {
+   Key key{ group, intfId, anySource( group ) };
+   auto next = downstream_.upper_bound( key );
+   while ( next != downstream_.end() && next->first.group == group &&
+           next->first.intfId == intfId ) {
+      key = next->first;
+      if ( next->second.rptPrune != nullptr ) call( *next->second.rptPrune );
+      next = downstream_.upper_bound( key );
+   }
+}
+
+JoinPruneEngine::Downstream* JoinPruneEngine::find( const Key& key ) {
+   auto found = downstream_.find( key );
+   return found == downstream_.end() ? nullptr : &found->second;
+}
+
+DownstreamJoin& JoinPruneEngine::joinMachine( const Key& key,
+                                              const IpGenAddr& rp ) {
+   Downstream& machines = downstream_[key];
+   if ( machines.join == nullptr ) {
+      machines.join = std::make_unique<DownstreamJoin>(
+         clock_, record( key, rp ), [this, key] { handleEnded( key ); } );
+   }
+   return *machines.join;
+}
+
+DownstreamRptPrune& JoinPruneEngine::rptPruneMachine( const Key& key ) {
+   Downstream& machines = downstream_[key];
+   if ( machines.rptPrune == nullptr ) {
+      machines.rptPrune = std::make_unique<DownstreamRptPrune>(
+         clock_, record( key, routing_.rpOf( key.group ) ),
+         [this, key] { handleEnded( key ); } );
+   }
+   return *machines.rptPrune;
+}
+
+Mox::Ptr<JoinPruneEngine::Intf> JoinPruneEngine::record( const Key& key,
+                                                         const IpGenAddr& rp ) {
+   Mox::Ptr<Route> route = model_->route( key.routeKey() );
+   if ( route == nullptr ) route = newRoute( key.routeKey(), rp );
+   Mox::Ptr<Intf> intf = route->routeIntfIs( key.intfId );
+   intf->initializedIs( true );
+   return intf;
+}
+
+Mox::Ptr<JoinPruneEngine::Route> JoinPruneEngine::newRoute( const RouteKey& key,
+                                                            const IpGenAddr& rp ) {
+   bool wildcard = key.source.isUnspecified();
+   Mox::Ptr<Route> route = model_->routeIs( key );
+   Route::RouteFlags flags = route->routeFlags();
+   flags.wildCardIs( wildcard );
+   flags.rpTreeIs( true );
+   route->routeFlagsIs( flags );
+   route->creationTimeIs( clock_.now() );
+   Mox::Ptr<Routing::Pim::SparseMode::UpstreamInfo> umh = route->umhIs();
+   StaticRouting::Path path = routing_.pathTo( wildcard ? rp : key.source );
+   umh->rpIs( rp );
+   umh->rpfAttachedIs( path.attached );
+   umh->doUpdateRpf( path.rpf );
+   route->initializedIs( true );
+   return route;
+}
+
+// The record goes when no machine has state on it, the route with its last record.
+void JoinPruneEngine::handleEnded( const Key& key ) {
+   Mox::Ptr<Route> route = model_->route( key.routeKey() );
+   if ( route == nullptr ) return;
+   const Intf* intf = route->routeIntf( key.intfId );
+   if ( intf != nullptr && ( intf->joinState() != Intf::noInfo ||
+                             intf->rptState() != Intf::rptNoInfo ) ) {
+      updateTree( *route );
+      return;
+   }
+   route->routeIntfDel( key.intfId );
+   if ( route->routeIntf().empty() ) {
+      model_->routeDel( key.routeKey() );
+   } else {
+      updateTree( *route );
+   }
+   downstream_.erase( key );
+}
+
+void JoinPruneEngine::updateTree( Route& route ) {
+   if ( route.wildCard() ) return;
+   bool joined = false;
+   for ( const Intf& intf : std::as_const( route ).routeIntf() ) {
+      joined = joined || intf.joinState() != Intf::noInfo;
+   }
+   Route::RouteFlags flags = route.routeFlags();
+   flags.spTreeIs( joined );
+   flags.rpTreeIs( !joined );
+   route.routeFlagsIs( flags );
+}
+
+void JoinPruneEngine::adopt() {
+   for ( Route& route : model_->route() ) {
+      for ( Intf& intf : route.routeIntf() ) {
+         Key key{ route.key().group, intf.intfId(), route.key().source };
+         IpGenAddr rp = routing_.rpOf( key.group );
+         if ( intf.joinState() != Intf::noInfo ) {
+            joinMachine( key, rp ).adopt( defaultHoldtime );
+         }
+         if ( intf.rptState() != Intf::rptNoInfo ) {
+            rptPruneMachine( key ).adopt( defaultHoldtime );
+         }
+      }
+   }
+}
+
+}

@@ -1,0 +1,58 @@
+// The PIM neighbours on one interface (RFC 7761, 4.3): who has said hello, until
+// when, who is the designated router, and how long a prune must wait for an
+// override.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "apps/agent/engine/Timer.h"
+#include "apps/agent/packet/Pim.h"
+
+namespace Agent {
+
+class Neighbors {
+ public:
+   static constexpr double defaultHoldtime = 105.0;    // s; 3.5 hellos
+   static constexpr double propagationDelay = 0.5;     // s; of this router
+   static constexpr double overrideIntervalOwn = 2.5;  // s; of this router
+
+   // `changed` is called after neighbours came, went or changed.
+   Neighbors(
+      Mox::Clock& clock, const Vantu::IpGenAddr& own, uint32_t drPriority,
+      std::function<void()> changed = [] {} );
+
+   // A hello of another router on the link. Hold time 0 says goodbye.
+   void receiveHello( const Vantu::IpGenAddr& from, const PimHello& hello );
+
+   bool has( const Vantu::IpGenAddr& address ) const;
+   size_t size() const { return neighbors_.size(); }
+
+   // RFC 7761, 4.3.2: highest priority, then highest address; addresses alone when
+   // some neighbour has no priority option.
+   bool iAmDr() const;
+
+   // J/P_Override_Interval(I) in seconds (RFC 7761, 4.3.3 and 4.11).
+   double overrideInterval() const;
+   // What the prune-pending timer starts with: zero unless there is more than one
+   // neighbour who might override (RFC 7761, 4.5.1).
+   double prunePendingTime() const { return size() > 1 ? overrideInterval() : 0.0; }
+
+ private:
+   struct Neighbor {
+      PimHello hello;
+      std::unique_ptr<Timer> expiry;
+   };
+
+   void forget( const Vantu::IpGenAddr& address );
+   bool everyNeighborDelays() const;
+
+   Mox::Clock& clock_;
+   Vantu::IpGenAddr own_;
+   uint32_t drPriority_;
+   std::function<void()> changed_;
+   std::map<Vantu::IpGenAddr, Neighbor> neighbors_;
+};
+
+}

@@ -1,0 +1,30 @@
+// Why a sound packet, or an entry of one, changes nothing; the agent counts by
+// reason.
+#pragma once
+
+#include "platform/base/Enum.h"
+
+namespace Agent {
+
+#define AGENT_REFUSALS( V )                                              \
+   V( unboundCapture )  /* no interface stands for the capture */        \
+   V( noAddress )       /* the interface has no address of the family */ \
+   V( ownPacket )       /* sent by the router that the agent plays */    \
+   V( notToAllRouters ) /* not sent to ALL-PIM-ROUTERS */                \
+   V( otherType )       /* a message type without an engine */           \
+   V( unknownNeighbor ) /* its sender never said hello, or long ago */   \
+   V( otherUpstream )   /* a join/prune addressed to another router */   \
+   V( notMulticast )    /* the group is no multicast address */          \
+   V( linkLocalGroup )  /* the group never leaves its link */            \
+   V( partialMask )     /* a range of groups or sources */               \
+   V( badSource )       /* unspecified or multicast */                   \
+   V( badFlags )        /* a wildcard without the RPT bit */             \
+   V( rpMismatch )      /* a (*,G) join towards another RP than ours */
+MOX_ENUM( Refusal, AGENT_REFUSALS )
+MOX_ENUM_TEXT( Refusal, AGENT_REFUSALS )
+
+#define AGENT_REFUSAL_ONE( name ) +1
+constexpr uint32_t refusalCount = 0 AGENT_REFUSALS( AGENT_REFUSAL_ONE );
+#undef AGENT_REFUSAL_ONE
+
+}

@@ -1,0 +1,52 @@
+#include "apps/agent/engine/StaticRouting.h"
+
+namespace Agent {
+
+using Routing::Pim::Rpf;
+using Vantu::IpGenAddr;
+
+StaticRouting::Path StaticRouting::pathTo( const IpGenAddr& address ) const {
+   Path best;
+   int bestLength = -1;
+   auto offer = [&]( const Vantu::IpGenPrefix& prefix, const Path& path ) {
+      int length = static_cast<int>( prefix.length() );
+      if ( length <= bestLength || !prefix.contains( address ) ) return;
+      best = path;
+      bestLength = length;
+   };
+   for ( const InterfaceConfig& interface : config_.interfaces ) {
+      for ( const InterfaceAddress& own : interface.addresses ) {
+         offer( own.subnet, { Rpf{ interface.name, address, 0, { 0 } }, true } );
+      }
+   }
+   for ( const RpfRouteConfig& route : config_.rpfRoutes ) {
+      bool attached = route.neighbor.isUnspecified();
+      Rpf rpf{ route.interface,
+               attached ? address : route.neighbor,
+               static_cast<uint8_t>( route.preference ),
+               { route.metric } };
+      offer( route.prefix, { rpf, attached } );
+   }
+   return best;
+}
+
+IpGenAddr StaticRouting::rpOf( const IpGenAddr& group ) const {
+   IpGenAddr best = IpGenAddr::unspecified( group.family() );
+   int bestLength = -1;
+   for ( const RpConfig& rp : config_.rps ) {
+      if ( rp.address.family() != group.family() ) continue;
+      if ( rp.groups.empty() && bestLength < 0 ) {
+         best = rp.address;
+         bestLength = 0;
+      }
+      for ( const Vantu::IpGenPrefix& range : rp.groups ) {
+         int length = static_cast<int>( range.length() );
+         if ( length <= bestLength || !range.contains( group ) ) continue;
+         best = rp.address;
+         bestLength = length;
+      }
+   }
+   return best;
+}
+
+}

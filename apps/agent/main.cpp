@@ -1,0 +1,101 @@
+// pimsm-agent: the reference agent as a program.
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <iostream>
+
+#include "apps/agent/Agent.h"
+#include "apps/agent/config/ConfigReader.h"
+#include "platform/loop/SignalWatcher.h"
+
+namespace {
+
+constexpr int kUsage = 2;
+constexpr int kFailed = 1;
+
+struct Arguments {
+   std::vector<std::string> read;
+   std::string router;
+   std::string config;
+   std::string root = Corvex::EntityManager::defaultRoot;
+   bool exitAtEnd = false;
+};
+
+void declare( CLI::App& app, Arguments& arguments ) {
+   app.add_option( "--read", arguments.read,
+                   "Replay a capture (pcap, pcapng); NAME=FILE for the interface "
+                   "whose capture is NAME. Repeatable" )
+      ->type_name( "[NAME=]FILE" );
+   app.add_option( "--router", arguments.router,
+                   "Without a configuration: which router on the link to play" )
+      ->type_name( "ADDRESS" );
+   app.add_option( "--config", arguments.config, "Configuration file (YAML)" )
+      ->type_name( "FILE" );
+   app.add_option( "--root", arguments.root, "Directory of the tables" )
+      ->type_name( "DIR" )
+      ->capture_default_str();
+   app.add_flag( "--exit-at-end", arguments.exitAtEnd,
+                 "Stop when the captures are replayed and published" );
+}
+
+// A file's name may hold '=': only a NAME without a slash before it counts.
+Agent::Replay::Input inputOf( const std::string& text ) {
+   size_t equals = text.find( '=' );
+   if ( equals == std::string::npos || text.find( '/' ) < equals )
+      return { text, "" };
+   return { text.substr( equals + 1 ), text.substr( 0, equals ) };
+}
+
+Agent::AgentConfig configOf( const Arguments& arguments ) {
+   if ( !arguments.config.empty() ) {
+      if ( !arguments.router.empty() ) {
+         throw Agent::ConfigError( "--router is for use without --config" );
+      }
+      return Agent::readConfig( arguments.config );
+   }
+   if ( arguments.router.empty() ) {
+      throw Agent::ConfigError( "give --config FILE, or --router ADDRESS" );
+   }
+   Vantu::IpGenAddr router( arguments.router );
+   std::cerr << Agent::assumedConfigText( router ) << '\n';
+   return Agent::assumedConfig( router );
+}
+
+int run( const Arguments& arguments ) {
+   Agent::AgentOptions options;
+   options.config = configOf( arguments );
+   options.root = arguments.root;
+   options.exitAtEnd = arguments.exitAtEnd;
+   for ( const std::string& text : arguments.read ) {
+      options.captures.push_back( inputOf( text ) );
+   }
+   Mox::Loop loop;
+   Mox::SignalWatcher signals( loop, { SIGTERM, SIGINT },
+                               [&]( int ) { loop.stop(); } );
+   Agent::Agent agent( loop, std::move( options ) );
+   loop.run();
+   std::cerr << agent.summary();
+   return 0;
+}
+
+}
+
+int main( int argc, char** argv ) {
+   CLI::App app(
+      "The Pimsm reference agent: keeps PIM sparse-mode state from packets "
+      "and publishes it in shared-memory tables." );
+   Arguments arguments;
+   declare( app, arguments );
+   app.set_version_flag( "--version", PIMSM_VERSION );
+   try {
+      app.parse( argc, argv );
+   } catch ( const CLI::ParseError& e ) {
+      return app.exit( e ) == 0 ? 0 : kUsage;
+   }
+   try {
+      return run( arguments );
+   } catch ( const std::exception& e ) {
+      std::cerr << "pimsm-agent: " << e.what() << '\n';
+      return kFailed;
+   }
+}

@@ -65,8 +65,8 @@ void Agent::handleTurnEnd() {
       if ( reloaded_ ) handleReloaded();
    }
    for ( const auto& family : families_ ) family->handleTurnEnd();
-   if ( options_.exitAtEnd && reloaded_ && replay_.atEnd() && published() ) {
-      loop_.stop();
+   if ( ready_ && reloaded_ && replay_.atEnd() && published() ) {
+      std::exchange( ready_, nullptr )();
    }
 }
 

@@ -20,7 +20,6 @@ struct AgentOptions {
    AgentConfig config;
    std::string root = Corvex::EntityManager::defaultRoot;
    std::vector<Replay::Input> captures;
-   bool exitAtEnd = false;  // stop once the captures are played and published
 };
 
 class Agent {
@@ -32,6 +31,9 @@ class Agent {
    ~Agent();
    Agent( const Agent& ) = delete;
    Agent& operator=( const Agent& ) = delete;
+
+   // Called once: the captures are played and what came of them is published.
+   void readyIs( std::function<void()> ready ) { ready_ = std::move( ready ); }
 
    const AgentCounters& counters() const { return counters_; }
    const std::vector<std::unique_ptr<FamilyInstance>>& families() const {
@@ -59,6 +61,7 @@ class Agent {
    Replay replay_;
    std::vector<CaptureBinding> bindings_;  // by input of the replay
    bool reloaded_ = false;
+   std::function<void()> ready_;
    std::optional<Mox::Loop::TurnEnd> turnEnd_;
 };
 

@@ -65,7 +65,6 @@ int run( const Arguments& arguments ) {
    Agent::AgentOptions options;
    options.config = configOf( arguments );
    options.root = arguments.root;
-   options.exitAtEnd = arguments.exitAtEnd;
    for ( const std::string& text : arguments.read ) {
       options.captures.push_back( inputOf( text ) );
    }
@@ -89,8 +88,11 @@ int main( int argc, char** argv ) {
    app.set_version_flag( "--version", PIMSM_VERSION );
    try {
       app.parse( argc, argv );
+   } catch ( const CLI::Success& e ) {
+      return app.exit( e );
    } catch ( const CLI::ParseError& e ) {
-      return app.exit( e ) == 0 ? 0 : kUsage;
+      std::cerr << "pimsm-agent: " << e.what() << "; see --help\n";
+      return kUsage;
    }
    try {
       return run( arguments );

@@ -1,0 +1,91 @@
+#include "apps/show/Mirrors.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace Show {
+
+namespace Sm = Routing::Pim::SparseMode;
+
+namespace {
+
+// The directory that holds one family's VRFs, relative to the root.
+std::string vrfDirectory( Vantu::AddressFamily family ) {
+   std::string any = Sm::Brane::Status::mountPath( family, L3::VrfName( "x" ) );
+   return any.substr( 0, any.size() - 2 );
+}
+
+std::vector<L3::VrfName> vrfsUnder( const std::filesystem::path& directory,
+                                    const std::string& wanted ) {
+   std::vector<L3::VrfName> names;
+   std::error_code missing;
+   for ( const auto& entry :
+         std::filesystem::directory_iterator( directory, missing ) ) {
+      std::string name = entry.path().filename().string();
+      if ( name.size() > L3::VrfName::maxLength ) continue;
+      if ( !std::filesystem::exists( entry.path() / "route", missing ) ) continue;
+      if ( wanted == "all" || wanted == name ) names.emplace_back( name );
+   }
+   return names;
+}
+
+}
+
+Mirror::Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
+                Vantu::AddressFamily mirrorFamily, const L3::VrfName& name )
+   : family( mirrorFamily ),
+     model( Sm::statusFactory( name ) ),
+     tables( Sm::Brane::Status::mountInDependencyOrder(
+        manager, Sm::Brane::Status::mountPath( family, name ), Brane::tableReader,
+        nullptr ) ),
+     reader( Sm::Brane::routeBraneReaderSmFactory( model, tables ) ),
+     restart( Sm::Brane::routeBraneRestartSmFactory(
+        model, tables, Brane::tableReader, &clock ) ) {}
+
+std::string Mirror::problem() const {
+   for ( const MoxBrane::CollectionControl* control :
+         { tables->routeControl(), tables->routeIntfControl(),
+           tables->routeCounterControl() } ) {
+      if ( control->mountStatus() == MoxBrane::mountMismatch ||
+           control->mountStatus() == MoxBrane::mountDamaged ) {
+         return control->problem();
+      }
+   }
+   return "";
+}
+
+Mirrors::Mirrors( const Selection& selection )
+   : clock_( loop_ ), manager_( clock_, &loop_, selection.root ) {
+   using Vantu::AddressFamily;
+   for ( AddressFamily family : { AddressFamily::ipv4, AddressFamily::ipv6 } ) {
+      if ( !selection.family || selection.family == family ) {
+         mountFamily( selection, family );
+      }
+   }
+   std::stable_sort(
+      mirrors_.begin(), mirrors_.end(),
+      []( const auto& a, const auto& b ) { return a->vrf() < b->vrf(); } );
+}
+
+void Mirrors::mountFamily( const Selection& selection,
+                           Vantu::AddressFamily family ) {
+   std::filesystem::path directory( selection.root );
+   directory /= vrfDirectory( family );
+   for ( const L3::VrfName& name : vrfsUnder( directory, selection.vrf ) ) {
+      mirrors_.push_back(
+         std::make_unique<Mirror>( manager_, clock_, family, name ) );
+   }
+}
+
+void Mirrors::load() {
+   auto allLoaded = [this] {
+      return std::all_of( mirrors_.begin(), mirrors_.end(),
+                          []( const auto& mirror ) { return mirror->loaded(); } );
+   };
+   Mox::Loop::TurnEnd check( loop_, [&] {
+      if ( allLoaded() ) loop_.stop();
+   } );
+   if ( !allLoaded() ) loop_.run();
+}
+
+}

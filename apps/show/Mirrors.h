@@ -1,0 +1,61 @@
+// The route models of all VRFs and families found under a root, rebuilt from their
+// tables.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "export/RouteBraneRestartSm.h"
+#include "platform/loop/RealClock.h"
+
+namespace Show {
+
+// What of the tables is asked for.
+struct Selection {
+   std::string root = Corvex::EntityManager::defaultRoot;
+   std::string vrf = "all";
+   std::optional<Vantu::AddressFamily> family;
+};
+
+// One VRF and family: the tables and the model that mirrors them.
+struct Mirror {
+   Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
+           Vantu::AddressFamily mirrorFamily, const L3::VrfName& name );
+
+   std::string vrf() const { return model->vrfName().name(); }
+   bool loaded() const { return model->initialized(); }
+   bool writerAlive() const { return tables->route().writerAlive(); }
+   // Why the tables cannot be read; empty when they can.
+   std::string problem() const;
+
+   Vantu::AddressFamily family;
+   Mox::Ptr<Routing::Pim::SparseMode::Status> model;
+   Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables;
+   Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneReaderSm> reader;
+   Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneRestartSm> restart;
+};
+
+class Mirrors {
+ public:
+   // Mounts what the selection names and there is; load() fills the models.
+   explicit Mirrors( const Selection& selection );
+
+   // Runs the loop until every model holds what its tables held.
+   void load();
+
+   // In order of VRF name, IPv4 first.
+   const std::vector<std::unique_ptr<Mirror>>& all() const { return mirrors_; }
+   double now() const { return clock_.now(); }
+
+ private:
+   void mountFamily( const Selection& selection, Vantu::AddressFamily family );
+
+   Mox::Loop loop_;
+   Mox::RealClock clock_;
+   Corvex::EntityManager manager_;
+   std::vector<std::unique_ptr<Mirror>> mirrors_;
+};
+
+}

@@ -1,0 +1,63 @@
+#include "apps/show/RouteFilter.h"
+
+#include <algorithm>
+#include <tuple>
+
+namespace Show {
+
+using Routing::Pim::SparseMode::Intf;
+using Routing::Pim::SparseMode::Route;
+
+bool RouteFilter::active() const {
+   return group || source || !iface.empty() || !iif.empty() || !kind.empty();
+}
+
+bool RouteFilter::matches( const Route& route ) const {
+   const Routing::Pim::RouteKey& key = route.key();
+   bool wildcard = key.source.isUnspecified();
+   if ( kind == "wc" && !wildcard ) return false;
+   if ( kind == "sg" && wildcard ) return false;
+   if ( group && !group->contains( key.group ) ) return false;
+   if ( source && ( wildcard || !source->contains( key.source ) ) ) return false;
+   if ( !iif.empty() && route.iif().name() != iif ) return false;
+   return iface.empty() || !selectIntfs( route, *this ).empty();
+}
+
+bool RouteFilter::matches( const Intf& intf ) const {
+   return iface.empty() || intf.intfId().name() == iface;
+}
+
+Vantu::IpGenPrefix prefixArgument( const std::string& text ) {
+   if ( text.find( '/' ) != std::string::npos ) {
+      return Mox::stringToValue<Vantu::IpGenPrefix>( text );
+   }
+   Vantu::IpGenAddr address( text );
+   return { address, Vantu::addressBits( address.family() ) };
+}
+
+std::vector<const Route*> selectRoutes( const Mirror& mirror,
+                                        const RouteFilter& filter ) {
+   std::vector<const Route*> routes;
+   for ( const Route& route : std::as_const( *mirror.model ).route() ) {
+      if ( filter.matches( route ) ) routes.push_back( &route );
+   }
+   std::sort( routes.begin(), routes.end(), []( const Route* a, const Route* b ) {
+      return std::tie( a->key().group, a->key().source ) <
+             std::tie( b->key().group, b->key().source );
+   } );
+   return routes;
+}
+
+std::vector<const Intf*> selectIntfs( const Route& route,
+                                      const RouteFilter& filter ) {
+   std::vector<const Intf*> intfs;
+   for ( const Intf& intf : route.routeIntf() ) {
+      if ( filter.matches( intf ) ) intfs.push_back( &intf );
+   }
+   std::sort( intfs.begin(), intfs.end(), []( const Intf* a, const Intf* b ) {
+      return a->intfId() < b->intfId();
+   } );
+   return intfs;
+}
+
+}

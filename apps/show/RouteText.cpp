@@ -1,0 +1,126 @@
+#include "apps/show/RouteText.h"
+
+#include <fmt/format.h>
+
+#include <iterator>
+
+#include "apps/show/Words.h"
+
+namespace Show {
+
+namespace Sm = Routing::Pim::SparseMode;
+
+namespace {
+
+std::string routeLine( const Route& route, double now ) {
+   return fmt::format(
+      "{:<27} {:>6}  {}  in {}  upstream {}\n", keyText( route.key() ),
+      route.creationTime() == 0.0 ? "unknown"
+                                  : spanText( now - route.creationTime() ),
+      treeText( route ), rpfText( route.rpf(), route.rpfAttached() ),
+      route.upJoinState() == Sm::upJoined ? "joined" : "not joined" );
+}
+
+// An (S,G) record may hold (S,G,rpt) state alone.
+std::string stateText( const Intf& intf ) {
+   if ( intf.joinState() == Intf::noInfo && intf.rptState() != Intf::rptNoInfo ) {
+      return rptText( intf.rptState() );
+   }
+   return joinText( intf.joinState() );
+}
+
+std::string intfLine( const Intf& intf, double now ) {
+   std::string line = fmt::format( "    {:<9} {:<13}  {}", intf.intfId().name(),
+                                   stateText( intf ), intfReason( intf, now ) );
+   line.erase( line.find_last_not_of( ' ' ) + 1 );
+   return line + '\n';
+}
+
+std::string metricText( const Rpf& rpf ) {
+   if ( rpf == Rpf() ) return "none";
+   return fmt::format( "{}/{}", rpf.preference, rpf.metric.value );
+}
+
+std::string nameText( Vantu::IntfId intfId ) {
+   return intfId.empty() ? "none" : std::string( intfId.name() );
+}
+
+std::string yesNo( bool value ) {
+   return value ? "yes" : "no";
+}
+
+template <class Out>
+void field( Out out, const char* indent, const char* name,
+            const std::string& value ) {
+   fmt::format_to( out, "{}{:<25}{}\n", indent, name, value );
+}
+
+void routeDetail( std::string& text, const Route& route ) {
+   auto out = std::back_inserter( text );
+   constexpr const char* kIndent = "      ";
+   field( out, kIndent, "flags", route.routeFlagsString() );
+   field( out, kIndent, "rpf", rpfText( route.rpf(), route.rpfAttached() ) );
+   field( out, kIndent, "rpf metric", metricText( route.rpf() ) );
+   field( out, kIndent, "previous rpf", rpfText( route.prevRpf(), false ) );
+   field( out, kIndent, "fast-reroute rpf",
+          rpfText( route.rpfFrr(), route.rpfFrrAttached() ) );
+   field( out, kIndent, "border router interface", nameText( route.mbrIif() ) );
+   field( out, kIndent, "interface switch", stringValue( route.iifSwitchState() ) );
+   field( out, kIndent, "switch pending", yesNo( route.iifSwitchPending() ) );
+   field( out, kIndent, "upstream join state", stringValue( route.upJoinState() ) );
+   field( out, kIndent, "upstream rpt state", stringValue( route.upRptState() ) );
+}
+
+void intfDetail( std::string& text, const Intf& intf, double now ) {
+   auto out = std::back_inserter( text );
+   constexpr const char* kIndent = "          ";
+   field( out, kIndent, "join state", stringValue( intf.joinState() ) );
+   field( out, kIndent, "last join", agoText( intf.lastJoinReceived(), now ) );
+   field( out, kIndent, "rpt state", stringValue( intf.rptState() ) );
+   field( out, kIndent, "last rpt prune",
+          agoText( intf.lastRptPruneReceived(), now ) );
+   field( out, kIndent, "assert state",
+          stringValue( intf.assertInfo().assertState ) );
+   if ( intf.assertInfo().assertState != Sm::assertNoInfo ) {
+      field( out, kIndent, "assert winner",
+             valueToStrep( intf.assertInfo().assertWinnerMetric ) );
+   }
+   field( out, kIndent, "last assert action",
+          std::to_string( intf.lastAssertAction() ) );
+   field( out, kIndent, "local receiver include",
+          yesNo( intf.localReceiverInclude() ) );
+   field( out, kIndent, "local receiver exclude",
+          yesNo( intf.localReceiverExclude() ) );
+   field( out, kIndent, "to be deleted", yesNo( intf.toBeDeleted() ) );
+   field( out, kIndent, "allow rp in use", yesNo( intf.allowRpInUse() ) );
+}
+
+}
+
+std::string routesHeading( const Mirror& mirror, size_t matching ) {
+   size_t all = mirror.model->route().size();
+   std::string count = matching == all
+                          ? fmt::format( "{} routes", all )
+                          : fmt::format( "{} of {} routes", matching, all );
+   return fmt::format( "vrf {} {}: {}, agent {}\n", mirror.vrf(),
+                       familyName( mirror.family ), count,
+                       mirror.writerAlive() ? "running" : "gone" );
+}
+
+std::string routesText( const Mirror& mirror, const RouteFilter& filter,
+                        bool detail, double now ) {
+   auto routes = selectRoutes( mirror, filter );
+   std::string text = routesHeading( mirror, routes.size() );
+   if ( !routes.empty() ) text += '\n';
+   for ( const Route* route : routes ) {
+      text += routeLine( *route, now );
+      if ( detail ) routeDetail( text, *route );
+      for ( const Intf* intf : selectIntfs( *route, filter ) ) {
+         text += intfLine( *intf, now );
+         if ( detail ) intfDetail( text, *intf, now );
+      }
+   }
+   return text;
+}
+
+}

@@ -1,0 +1,88 @@
+#include "apps/show/StatusReport.h"
+
+#include <fmt/format.h>
+
+#include "apps/show/Words.h"
+
+namespace Show {
+
+using Json = nlohmann::ordered_json;
+namespace Sm = Routing::Pim::SparseMode;
+
+namespace {
+
+// Absent until the counting process has published it.
+std::optional<uint32_t> counter( const Mirror& mirror,
+                                 Sm::Brane::RouteCounterType type ) {
+   Sm::Brane::RouteCounter record;
+   if ( mirror.tables->routeCounter().find( { type, 0 }, record ) !=
+        Brane::lookupFound ) {
+      return std::nullopt;
+   }
+   return record.count;
+}
+
+std::string counterText( const Mirror& mirror, Sm::Brane::RouteCounterType type ) {
+   auto count = counter( mirror, type );
+   return count ? std::to_string( *count ) : "unknown";
+}
+
+std::string tableLine( const MoxBrane::TableBase& table ) {
+   return fmt::format( "    {:<13} {:>8} used {:>8} free of {}\n", table.name(),
+                       table.size(), table.capacity() - table.size(),
+                       table.capacity() );
+}
+
+Json tableJson( const MoxBrane::TableBase& table ) {
+   Json json;
+   json["name"] = table.name();
+   json["used"] = table.size();
+   json["capacity"] = table.capacity();
+   json["generation"] = fmt::format( "{:016x}", table.reader()->instanceId() );
+   json["changes"] = std::to_string( table.reader()->sequence() );
+   return json;
+}
+
+}
+
+std::string statusText( const Mirror& mirror ) {
+   std::string text = fmt::format( "vrf {} {}: agent {}\n", mirror.vrf(),
+                                   familyName( mirror.family ),
+                                   mirror.writerAlive() ? "running" : "gone" );
+   for ( const MoxBrane::TableBase* table : mirror.tables->tables() ) {
+      text += tableLine( *table );
+   }
+   text += fmt::format( "    routes        {} (*,G), {} (S,G)\n",
+                        mirror.model->wcRoutes(), mirror.model->sgRoutes() );
+   text += fmt::format(
+      "    pending       unresolved {}, switching {}, to be deleted {}\n",
+      counterText( mirror, Sm::Brane::unresolved ),
+      counterText( mirror, Sm::Brane::switching ),
+      counterText( mirror, Sm::Brane::toBeDeleted ) );
+   const Brane::TableReader* route = mirror.tables->route().reader();
+   text += fmt::format( "    generation    {:016x}, {} route changes\n",
+                        route->instanceId(), route->sequence() );
+   return text;
+}
+
+Json statusJson( const Mirror& mirror ) {
+   Json json;
+   json["wc-routes"] = mirror.model->wcRoutes();
+   json["sg-routes"] = mirror.model->sgRoutes();
+   for ( const MoxBrane::TableBase* table : mirror.tables->tables() ) {
+      json["table"].push_back( tableJson( *table ) );
+   }
+   struct Row {
+      const char* name;
+      Sm::Brane::RouteCounterType type;
+   };
+   constexpr Row kRows[] = { { "unresolved", Sm::Brane::unresolved },
+                             { "switching", Sm::Brane::switching },
+                             { "to-be-deleted", Sm::Brane::toBeDeleted } };
+   for ( const Row& row : kRows ) {
+      if ( auto count = counter( mirror, row.type ) ) json[row.name] = *count;
+   }
+   return json;
+}
+
+}

@@ -1,0 +1,115 @@
+#include "apps/show/Words.h"
+
+#include <fmt/format.h>
+
+#include <sstream>
+
+namespace Show {
+
+namespace Sm = Routing::Pim::SparseMode;
+
+std::string familyName( Vantu::AddressFamily family ) {
+   return Vantu::valueToStrep( family );
+}
+
+std::string keyText( const Routing::Pim::RouteKey& key ) {
+   std::ostringstream out;
+   out << key;
+   return out.str();
+}
+
+std::string spanText( double seconds ) {
+   struct Unit {
+      uint64_t seconds;
+      char letter;
+   };
+   constexpr Unit kUnits[] = {
+      { 86400, 'd' }, { 3600, 'h' }, { 60, 'm' }, { 1, 's' } };
+   auto left = seconds > 0 ? static_cast<uint64_t>( seconds ) : 0;
+   for ( size_t i = 0; i + 1 < std::size( kUnits ); ++i ) {
+      if ( left < kUnits[i].seconds ) continue;
+      uint64_t first = left / kUnits[i].seconds;
+      uint64_t second = left % kUnits[i].seconds / kUnits[i + 1].seconds;
+      std::string out = fmt::format( "{}{}", first, kUnits[i].letter );
+      if ( second != 0 ) out += fmt::format( "{}{}", second, kUnits[i + 1].letter );
+      return out;
+   }
+   return fmt::format( "{}s", left );
+}
+
+std::string agoText( double time, double now ) {
+   return time == 0.0 ? "never" : spanText( now - time ) + " ago";
+}
+
+std::string rpfText( const Rpf& rpf, bool attached ) {
+   if ( rpf == Rpf() ) return "unresolved";
+   std::string intf( rpf.intfId.name() );
+   if ( attached ) return intf + ", attached";
+   return intf + " via " + Vantu::valueToStrep( rpf.neighbor );
+}
+
+std::string treeText( const Route& route ) {
+   if ( route.spTree() ) return "source tree";
+   if ( route.rpTree() || route.wildCard() ) return "shared tree";
+   return "no tree";
+}
+
+std::string joinText( Intf::JoinState state ) {
+   switch ( state ) {
+      case Intf::noInfo:
+         return "no join";
+      case Intf::prunePending:
+         return "prune pending";
+      case Intf::joined:
+         return "joined";
+   }
+   return "unknown";
+}
+
+std::string rptText( Intf::RptState state ) {
+   switch ( state ) {
+      case Intf::rptNoInfo:
+         return "not pruned";
+      case Intf::rptPruned:
+      case Intf::rptPruneTemp:
+         return "pruned";
+      case Intf::rptPrunePending:
+      case Intf::rptPrunePendingTemp:
+         return "prune pending";
+   }
+   return "unknown";
+}
+
+namespace {
+
+void append( std::string& out, const std::string& part ) {
+   if ( !out.empty() ) out += ", ";
+   out += part;
+}
+
+std::string assertText( const Sm::AssertInfo& info ) {
+   std::string who = Vantu::valueToStrep( info.assertWinnerMetric.address );
+   return info.assertState == Sm::iAmAssertWinner ? "assert won"
+                                                  : "assert lost to " + who;
+}
+
+}
+
+std::string intfReason( const Intf& intf, double now ) {
+   std::string out;
+   if ( intf.joinState() != Intf::noInfo ) {
+      append( out, "last join " + agoText( intf.lastJoinReceived(), now ) );
+   }
+   if ( intf.rptState() != Intf::rptNoInfo ) {
+      append( out, "source pruned off the shared tree " +
+                      agoText( intf.lastRptPruneReceived(), now ) );
+   }
+   if ( intf.localReceiverInclude() ) append( out, "member" );
+   if ( intf.localReceiverExclude() ) append( out, "members exclude the source" );
+   if ( intf.assertInfo().assertState != Sm::assertNoInfo ) {
+      append( out, assertText( intf.assertInfo() ) );
+   }
+   return out;
+}
+
+}

@@ -1,0 +1,41 @@
+// How the tool words what it shows.
+#pragma once
+
+#include <string>
+
+#include "apps/show/Mirrors.h"
+
+namespace Show {
+
+using Routing::Pim::Rpf;
+using Routing::Pim::SparseMode::Intf;
+using Routing::Pim::SparseMode::Route;
+
+// "ipv4", "ipv6".
+std::string familyName( Vantu::AddressFamily family );
+
+// "(S, G)", "(*, G)".
+std::string keyText( const Routing::Pim::RouteKey& key );
+
+// A span of seconds in one or two units: "12s", "3m5s", "2h10m", "4d3h"; "0s" when
+// negative, as a clock read before the time was written.
+std::string spanText( double seconds );
+
+// "12s ago"; "never" for the time 0.
+std::string agoText( double time, double now );
+
+// "eth0 via 192.0.2.1", "eth0, attached", "unresolved".
+std::string rpfText( const Rpf& rpf, bool attached );
+
+// "source tree", "shared tree", "no tree".
+std::string treeText( const Route& route );
+
+// Join and (S,G,rpt) state in words: "joined", "prune pending", "pruned"...
+std::string joinText( Intf::JoinState state );
+std::string rptText( Intf::RptState state );
+
+// What the tables tell of an interface besides its state: last join and prune,
+// members, assert.
+std::string intfReason( const Intf& intf, double now );
+
+}

@@ -45,6 +45,7 @@ InterfaceAddress readAddress( const Place& place ) {
    std::string text = place.text( "address" );
    InterfaceAddress out;
    out.subnet = Section::convert<IpGenPrefix>( place, "address" );
+   if ( out.subnet.isNone() ) place.fail( "address: expected address/length" );
    out.address = IpGenAddr( Mox::StringView( text ).substr( 0, text.find( '/' ) ) );
    checkUnicast( place, out.address );
    return out;
@@ -97,8 +98,8 @@ VrfConfig VrfReader::read( const Place& place ) {
    Section section( place, "vrf" );
    VrfConfig out;
    readName( section, out );
-   section.value( "max-routes", out.maxRoutes );
-   section.value( "max-route-intfs", out.maxRouteIntfs );
+   section.value( "maxRoutes", out.maxRoutes );
+   section.value( "maxRouteIntfs", out.maxRouteIntfs );
    section.value( "require-hello", out.requireHello );
    for ( const Place& member : section.list( "interfaces" ) ) {
       out.interfaces.push_back( readInterface( member ) );

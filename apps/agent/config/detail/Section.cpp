@@ -2,11 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace Agent {
 
+// An empty file has a node without a place.
 void Place::fail( const std::string& text ) const {
-   throw ConfigError(
-      fmt::format( "{}:{}: {}", *file, node.Mark().line + 1, text ) );
+   int line = std::max( node.Mark().line, 0 ) + 1;
+   throw ConfigError( fmt::format( "{}:{}: {}", *file, line, text ) );
 }
 
 std::string Place::text( const std::string& what ) const {

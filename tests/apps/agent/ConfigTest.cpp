@@ -1,0 +1,207 @@
+#include "apps/agent/config/ConfigReader.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace Agent {
+namespace {
+
+using Vantu::IpGenAddr;
+using Vantu::IpGenPrefix;
+
+AgentConfig parse( const std::string& text ) {
+   return parseConfig( text, "agent.yaml" );
+}
+
+std::string errorOf( const std::string& text ) {
+   try {
+      parse( text );
+   } catch ( const ConfigError& e ) {
+      return e.what();
+   }
+   return "no error";
+}
+
+TEST( Config, DefaultsAreTheDocumentedOnes ) {
+   AgentConfig config = parse(
+      "vrfs:\n- name: default\n  interfaces:\n"
+      "  - name: eth0\n  rps:\n  - address: 2001:db8::1\n" );
+   ASSERT_EQ( config.vrfs.size(), 1u );
+   const VrfConfig& vrf = config.vrfs[0];
+   EXPECT_EQ( vrf.maxRoutes, 10000u );
+   EXPECT_EQ( vrf.maxRouteIntfs, 600000u );
+   EXPECT_TRUE( vrf.requireHello );
+   ASSERT_EQ( vrf.interfaces.size(), 1u );
+   EXPECT_EQ( vrf.interfaces[0].capture, "eth0" );
+   EXPECT_EQ( vrf.interfaces[0].drPriority, 1u );
+   ASSERT_EQ( vrf.rps.size(), 1u );
+   EXPECT_EQ( vrf.rps[0].groups, std::vector{ IpGenPrefix( "ff00::/8" ) } );
+}
+
+// The example is the documentation's, so that it stays true.
+TEST( Config, TheDocumentedExampleIsRead ) {
+   std::ifstream file( PIMSM_SOURCE_DIR "/doc/configuration.md" );
+   std::stringstream page;
+   page << file.rdbuf();
+   std::string text = page.str();
+   size_t begin = text.find( "```yaml\n" );
+   ASSERT_NE( begin, std::string::npos );
+   begin += 8;
+   AgentConfig config =
+      parse( text.substr( begin, text.find( "```", begin ) - begin ) );
+   ASSERT_EQ( config.vrfs.size(), 2u );
+   const VrfConfig& vrf = config.vrfs[0];
+   EXPECT_EQ( vrf.name, L3::VrfName( "default" ) );
+   EXPECT_EQ( vrf.maxRoutes, 20000u );
+   EXPECT_FALSE( vrf.requireHello );
+   ASSERT_EQ( vrf.interfaces.size(), 2u );
+   EXPECT_EQ( vrf.interfaces[0].capture, "left" );
+   EXPECT_EQ( vrf.interfaces[1].drPriority, 100u );
+   ASSERT_EQ( vrf.interfaces[0].addresses.size(), 2u );
+   EXPECT_EQ( vrf.interfaces[0].addresses[0].address, IpGenAddr( "10.0.0.13" ) );
+   EXPECT_EQ( vrf.interfaces[0].addresses[0].subnet, IpGenPrefix( "10.0.0.0/24" ) );
+   EXPECT_EQ( vrf.interfaces[0].addresses[1].subnet,
+              IpGenPrefix( "2001:db8::/64" ) );
+   ASSERT_EQ( vrf.rpfRoutes.size(), 2u );
+   EXPECT_EQ( vrf.rpfRoutes[0].neighbor, IpGenAddr( "10.0.1.1" ) );
+   EXPECT_EQ( vrf.rpfRoutes[0].preference, 110u );
+   EXPECT_EQ( vrf.rpfRoutes[0].metric, 20u );
+   EXPECT_EQ( vrf.rpfRoutes[1].neighbor, IpGenAddr( "::" ) )
+      << "on the link itself";
+   EXPECT_EQ( vrf.rps[0].groups, std::vector{ IpGenPrefix( "239.0.0.0/8" ) } );
+   EXPECT_EQ( config.vrfs[1].interfaces[0].name, Vantu::IntfId( "eth2" ) );
+}
+
+TEST( Config, FaultsNameFileAndLine ) {
+   // A VRF whose line 5 holds the row's text, indented like the VRF's keys.
+   const std::string vrf =
+      "vrfs:\n- name: default\n  interfaces:\n  - {name: eth0}\n";
+   struct Row {
+      const char* line;
+      const char* error;
+   };
+   for (
+      const Row& row : {
+         Row{ "maxRouter: 5", "vrf: unknown key 'maxRouter'" },
+         { "maxRoutes: many", "maxRoutes: expected a number at 'many'" },
+         { "maxRoutes: -1", "maxRoutes: expected a number at '-1'" },
+         { "maxRoutes: 4294967296", "maxRoutes: 4294967296 is above 4294967295" },
+         { "maxRoutes: [1]", "maxRoutes: expected a single value" },
+         { "require-hello: yes", "require-hello: expected true or false at 'yes'" },
+         { "name: again", "vrf: key 'name' comes twice" },
+         { "rps: 10.0.0.1", "rps: expected a list" },
+         { "rps: [10.0.0.1]", "rp: expected keys and values" },
+         { "rps: [{groups: []}]", "rp: key 'address' is missing" },
+         { "rps: [{address: 10.0.0}]", "address: expected an address at '10.0.0'" },
+         { "rps: [{address: 224.0.0.1}]", "224.0.0.1 is no unicast address" },
+         { "rps: [{address: 10.0.0.1, groups: [10.0.0.0/8]}]",
+           "10.0.0.0/8 is not within 224.0.0.0/4" },
+         { "rps: [{address: 10.0.0.1, groups: ['ff0e::/16']}]",
+           "ff0e::/16 is not within 224.0.0.0/4" },
+         { "rps: [{address: 10.0.0.1}, {address: 10.0.0.1}]",
+           "RP '10.0.0.1' comes twice" },
+         { "rpf-routes: [{prefix: 10.0.0.0/33, interface: eth0}]",
+           "prefix: IpGenPrefix::length > 32 not allowed" },
+         { "rpf-routes: [{prefix: none, interface: eth0}]",
+           "prefix: expected address/length" },
+         { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth9}]",
+           "interface 'eth9' is not of this VRF" },
+         { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth0, neighbor: '::1'}]",
+           "neighbor and prefix differ in family" },
+         { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth0, neighbor: 0.0.0.0}]",
+           "0.0.0.0 is no unicast address" },
+         { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth0, preference: "
+           "2147483648}]",
+           "preference: 2147483648 is above 2147483647" },
+         { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth0}, {prefix: "
+           "10.1.0.0/8, interface: eth0}]",
+           "prefix '10.0.0.0/8' comes twice" },
+      } ) {
+      EXPECT_EQ( errorOf( vrf + "  " + row.line + "\n" ),
+                 std::string( "agent.yaml:5: " ) + row.error );
+   }
+}
+
+TEST( Config, InterfacesAndVrfsAreCheckedToo ) {
+   auto withInterfaces = []( const std::string& lines ) {
+      return errorOf( "vrfs:\n- name: default\n  interfaces:\n" + lines );
+   };
+   EXPECT_EQ( withInterfaces( "  - name: eth0\n  - name: eth0\n" ),
+              "agent.yaml:5: interface 'eth0' comes twice" );
+   EXPECT_EQ(
+      withInterfaces( "  - name: eth0\n  - name: eth1\n    capture: eth0\n" ),
+      "agent.yaml:6: capture 'eth0' comes twice" );
+   EXPECT_EQ( withInterfaces( "  - name: " + std::string( 32, 'x' ) + "\n" ),
+              "agent.yaml:4: name: IntfId::bytes > IntfId::maxLength not allowed" );
+   EXPECT_EQ( withInterfaces( "  - name: eth0\n    addresses: [10.0.0.1]\n" ),
+              "agent.yaml:5: address: expected \"/\" but the text ends" );
+   EXPECT_EQ( withInterfaces(
+                 "  - name: eth0\n    addresses: [10.0.0.1/24,\n 10.0.0.1/8]\n" ),
+              "agent.yaml:6: address '10.0.0.1' comes twice" );
+   EXPECT_EQ( withInterfaces( "  - name: eth0\n    addresses: [none]\n" ),
+              "agent.yaml:5: address: expected address/length" );
+   EXPECT_EQ( errorOf( "vrfs:\n- name: ../up\n" ),
+              "agent.yaml:2: '../up' cannot name a VRF" );
+   EXPECT_EQ( errorOf( "vrfs:\n- name: red\n- name: red\n" ),
+              "agent.yaml:3: VRF 'red' comes twice" );
+   EXPECT_EQ(
+      errorOf( "vrfs:\n- name: " + std::string( 101, 'x' ) + "\n" ),
+      "agent.yaml:2: name: VrfName::bytes > VrfName::maxLength not allowed" );
+}
+
+TEST( Config, WhatIsNoYamlIsRefusedWithItsLine ) {
+   EXPECT_EQ( errorOf( "vrfs:\n  - {name: [\n" ).rfind( "agent.yaml:", 0 ), 0u );
+   EXPECT_EQ( errorOf( "vrfs:\n\t- name: x\n" ).rfind( "agent.yaml:2: ", 0 ), 0u )
+      << errorOf( "vrfs:\n\t- name: x\n" );
+   EXPECT_EQ( errorOf( "vrfs: *nowhere\n" ).rfind( "agent.yaml:1: ", 0 ), 0u );
+   EXPECT_EQ( errorOf( "" ),
+              "agent.yaml:1: configuration: expected keys and values" );
+   EXPECT_EQ( errorOf( "vrfs: []\n" ),
+              "agent.yaml:1: configuration: no VRF in 'vrfs'" );
+   EXPECT_EQ( errorOf( "vrfs:\n- name: a\n---\nvrfs: []\n" ),
+              "agent.yaml:4: a second document" );
+   // Deep nesting and a value that holds itself must end.
+   EXPECT_NE( errorOf( std::string( 100000, '[' ) ), "no error" );
+   EXPECT_NE( errorOf( "vrfs: &a [*a]\n" ), "no error" );
+}
+
+TEST( Config, UnreadableFilesAreNamed ) {
+   for ( const char* path : { "/nonexistent/agent.yaml", "/" } ) {
+      try {
+         readConfig( path );
+         ADD_FAILURE() << path;
+      } catch ( const ConfigError& e ) {
+         EXPECT_EQ( std::string( e.what() ).rfind( std::string( path ) + ": ", 0 ),
+                    0u );
+         EXPECT_EQ( std::string( e.what() ).find( "Success" ), std::string::npos );
+      }
+   }
+}
+
+TEST( Config, WithoutOneAnInterfaceIsAssumedAndSaidSo ) {
+   AgentConfig config = assumedConfig( IpGenAddr( "10.0.0.13" ) );
+   CaptureBinding only = captureBinding( config, "" );
+   ASSERT_NE( only.interface, nullptr );
+   EXPECT_EQ( only.vrf->name, L3::VrfName( "default" ) );
+   EXPECT_EQ( only.interface->addresses[0].subnet, IpGenPrefix( "10.0.0.0/24" ) );
+   EXPECT_EQ(
+      assumedConfigText( IpGenAddr( "2001:db8::1" ) ),
+      "no configuration: assuming interface eth0 of VRF default with address "
+      "2001:db8::1/64, no RP and no RPF route" );
+}
+
+TEST( Config, CapturesFindTheirInterface ) {
+   AgentConfig config = parse(
+      "vrfs:\n- name: a\n  interfaces:\n  - {name: eth0, capture: left}\n"
+      "- name: b\n  interfaces:\n  - name: eth1\n" );
+   EXPECT_EQ( captureBinding( config, "left" ).interface->name,
+              Vantu::IntfId( "eth0" ) );
+   EXPECT_EQ( captureBinding( config, "eth1" ).vrf->name, L3::VrfName( "b" ) );
+   EXPECT_EQ( captureBinding( config, "eth0" ).interface, nullptr );
+   EXPECT_EQ( captureBinding( config, "" ).interface, nullptr ) << "there are two";
+}
+
+}
+}

@@ -1,0 +1,305 @@
+#include "apps/agent/packet/Pim.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "tests/apps/agent/PacketBuilder.h"
+
+namespace Agent {
+namespace {
+
+using ByteVector = std::vector<uint8_t>;
+using Vantu::IpGenAddr;
+
+constexpr unsigned kHello = 0;
+constexpr unsigned kRegister = 1;
+constexpr unsigned kJoinPrune = 3;
+
+unsigned folded( const ByteVector& bytes ) {
+   unsigned sum = 0;
+   for ( size_t i = 0; i < bytes.size(); ++i ) sum += bytes[i] << ( i % 2 ? 0 : 8 );
+   while ( sum > 0xffff ) sum = ( sum >> 16 ) + ( sum & 0xffff );
+   return sum;
+}
+
+// A packet that owns its bytes; its checksum is right unless a test spoils it.
+class Packet {
+ public:
+   Packet( unsigned type, const ByteVector& body, bool isIpv6 = false )
+      : isIpv6_( isIpv6 ) {
+      bytes_ = PacketBuilder().u8( 0x20 | type ).zeros( 3 ).raw( body );
+      checksum( bytes_.size() );
+   }
+
+   // Covers that much of the message and, for IPv6, a pseudo header of that length.
+   Packet& checksum( size_t covered ) {
+      bytes_[2] = bytes_[3] = 0;
+      ByteVector summed( bytes_.begin(), bytes_.begin() + covered );
+      if ( summed.size() % 2 != 0 ) summed.push_back( 0 );
+      if ( isIpv6_ ) {
+         PacketBuilder pseudo;
+         pseudo.addr( "fe80::1" )
+            .addr( "ff02::d" )
+            .u32( covered )
+            .u32( pimProtocol );
+         summed.insert( summed.end(), pseudo.bytes().begin(),
+                        pseudo.bytes().end() );
+      }
+      unsigned sum = ~folded( summed ) & 0xffff;
+      bytes_[2] = static_cast<uint8_t>( sum >> 8 );
+      bytes_[3] = static_cast<uint8_t>( sum );
+      return *this;
+   }
+
+   Packet& cut( size_t length ) {
+      bytes_.resize( length );
+      bytes_.shrink_to_fit();  // so that the sanitizer guards the end
+      return length >= 4 ? checksum( length ) : *this;
+   }
+
+   ByteVector& bytes() { return bytes_; }
+
+   DropReason decode( PimMessage& out ) const {
+      IpPacket ip;
+      ip.source = IpGenAddr( isIpv6_ ? "fe80::1" : "192.0.2.1" );
+      ip.destination = IpGenAddr( isIpv6_ ? "ff02::d" : "224.0.0.13" );
+      ip.protocol = pimProtocol;
+      ip.payload = bytes_;
+      return decodePim( ip, out );
+   }
+   DropReason reason() const {
+      PimMessage ignored;
+      return decode( ignored );
+   }
+
+ private:
+   bool isIpv6_;
+   ByteVector bytes_;
+};
+
+PimHello hello( const ByteVector& options, bool isIpv6 = false ) {
+   PimMessage message;
+   EXPECT_EQ( Packet( kHello, options, isIpv6 ).decode( message ), notDropped );
+   return std::get<PimHello>( message.body );
+}
+
+const ByteVector kJoinPruneBody = PacketBuilder()
+                                     .unicast( "192.0.2.9" )
+                                     .u8( 0 )
+                                     .u8( 2 )
+                                     .u16( 210 )
+                                     .group( "233.252.0.1" )
+                                     .u16( 2 )
+                                     .u16( 1 )
+                                     .source( "198.51.100.1", 7 )
+                                     .source( "198.51.100.2", 4 )
+                                     .source( "198.51.100.3", 5 )
+                                     .group( "233.252.0.2" )
+                                     .u16( 0 )
+                                     .u16( 1 )
+                                     .source( "198.51.100.4", 0 );
+
+TEST( PimHello, ReadsKnownOptionsAndSkipsOthers ) {
+   PimHello got = hello( PacketBuilder()
+                            .u16( 1 )
+                            .u16( 2 )
+                            .u16( 105 )
+                            .u16( 21 )
+                            .u16( 4 )
+                            .u32( 0 )  // state refresh
+                            .u16( 2 )
+                            .u16( 4 )
+                            .u16( 0x81f4 )
+                            .u16( 2500 )
+                            .u16( 65001 )
+                            .u16( 3 )
+                            .u8( 1 )
+                            .u16( 2 )
+                            .u16( 19 )
+                            .u16( 4 )
+                            .u32( 7 )
+                            .u16( 20 )
+                            .u16( 4 )
+                            .u32( 0xfffefdfc )
+                            .u16( 22 )
+                            .u16( 0 )
+                            .u16( 24 )
+                            .u16( 12 )
+                            .unicast( "192.0.2.5" )
+                            .unicast( "192.0.2.6" ) );
+   EXPECT_EQ( got.holdtime, 105 );
+   ASSERT_TRUE( got.lanPruneDelay );
+   EXPECT_TRUE( got.lanPruneDelay->trackingSupport );
+   EXPECT_EQ( got.lanPruneDelay->propagationDelay, 500 );
+   EXPECT_EQ( got.lanPruneDelay->overrideInterval, 2500 );
+   EXPECT_EQ( got.drPriority, 7u );
+   EXPECT_EQ( got.generationId, 0xfffefdfc );
+   EXPECT_EQ( got.addresses,
+              ( std::vector<IpGenAddr>{ IpGenAddr( "192.0.2.5" ),
+                                        IpGenAddr( "192.0.2.6" ) } ) );
+}
+
+TEST( PimHello, AbsentOptionsAreEmptyAndTheLastOfTwoCounts ) {
+   PimHello none = hello( {} );
+   EXPECT_FALSE( none.holdtime || none.lanPruneDelay || none.drPriority ||
+                 none.generationId );
+   PimHello twice = hello(
+      PacketBuilder().u16( 19 ).u16( 4 ).u32( 7 ).u16( 19 ).u16( 4 ).u32( 0 ),
+      true );
+   EXPECT_EQ( twice.drPriority, 0u ) << "priority 0 is not absence";
+}
+
+TEST( PimHello, DropsOptionsOfAWrongLength ) {
+   for ( unsigned type : { 1, 2, 19, 20 } ) {
+      for ( unsigned length : { 0, 1, 3, 5, 8 } ) {
+         ByteVector option =
+            PacketBuilder().u16( type ).u16( length ).zeros( length );
+         EXPECT_EQ( Packet( kHello, option ).reason(), badOption )
+            << type << " " << length;
+      }
+   }
+   EXPECT_EQ( Packet( kHello, PacketBuilder().u16( 1 ).u16( 2 ).u8( 0 ) ).reason(),
+              truncatedMessage );
+   EXPECT_EQ(
+      Packet( kHello, PacketBuilder().u16( 24 ).u16( 18 ).unicast( "2001:db8::1" ) )
+         .reason(),
+      badAddress )
+      << "an IPv6 address in an IPv4 hello";
+}
+
+TEST( PimJoinPrune, ReadsGroupsSourcesAndFlags ) {
+   PimMessage message;
+   ASSERT_EQ( Packet( kJoinPrune, kJoinPruneBody ).decode( message ), notDropped );
+   const auto& got = std::get<PimJoinPrune>( message.body );
+   EXPECT_EQ( got.upstreamNeighbor, IpGenAddr( "192.0.2.9" ) );
+   EXPECT_EQ( got.holdtime, 210 );
+   ASSERT_EQ( got.groups.size(), 2u );
+   ASSERT_EQ( got.groups[0].joins.size(), 2u );
+   ASSERT_EQ( got.groups[0].prunes.size(), 1u );
+   EXPECT_TRUE( got.groups[0].joins[0].wildcard );
+   EXPECT_FALSE( got.groups[0].joins[1].rpt );
+   EXPECT_TRUE( got.groups[0].prunes[0].rpt );
+   EXPECT_FALSE( got.groups[0].prunes[0].wildcard );
+   EXPECT_EQ( got.groups[1].prunes[0].address, IpGenAddr( "198.51.100.4" ) );
+   EXPECT_FALSE( got.groups[1].prunes[0].sparse );
+}
+
+TEST( PimJoinPrune, DropsAddressesItCannotUse ) {
+   struct Row {
+      const char* what;
+      size_t offset;
+      uint8_t value;
+   };
+   // Offsets into the message: 4 upstream neighbour, 14 first group, 26 source.
+   for ( const Row& row :
+         { Row{ "upstream of IPv6", 4, 2 }, Row{ "upstream of no family", 4, 0 },
+           Row{ "encoding with attributes", 5, 1 }, Row{ "group of IPv6", 14, 2 },
+           Row{ "group mask of 33", 17, 33 }, Row{ "source of IPv6", 26, 2 },
+           Row{ "source encoding", 27, 1 },
+           Row{ "source mask of 128", 29, 128 } } ) {
+      Packet packet( kJoinPrune, kJoinPruneBody );
+      ASSERT_EQ( packet.reason(), notDropped );
+      packet.bytes()[row.offset] = row.value;
+      packet.checksum( packet.bytes().size() );
+      EXPECT_EQ( packet.reason(), badAddress ) << row.what;
+   }
+}
+
+TEST( PimJoinPrune, ACountBeyondTheMessageIsTruncation ) {
+   for ( size_t offset : { 11, 22, 24 } ) {  // groups, joins, prunes
+      Packet packet( kJoinPrune, kJoinPruneBody );
+      packet.bytes()[offset] = 0xff;
+      packet.checksum( packet.bytes().size() );
+      DropReason reason = packet.reason();
+      EXPECT_TRUE( reason == truncatedMessage || reason == badAddress )
+         << dropText( reason );
+   }
+   ByteVector longer = kJoinPruneBody;
+   longer.insert( longer.end(), 5, 0xee );
+   EXPECT_EQ( Packet( kJoinPrune, longer ).reason(), notDropped )
+      << "what follows the last group is left alone";
+}
+
+// With a right checksum, so that the cut itself is what the decoder meets.
+TEST( PimMessage, CutAnywhereItIsDropped ) {
+   size_t whole = kJoinPruneBody.size() + 4;
+   for ( size_t length = 0; length < whole; ++length ) {
+      EXPECT_EQ( Packet( kJoinPrune, kJoinPruneBody ).cut( length ).reason(),
+                 truncatedMessage )
+         << length;
+   }
+}
+
+TEST( PimMessage, VersionAndChecksumDecideFirst ) {
+   Packet packet( kHello, {} );
+   packet.bytes()[0] = 0x10;
+   EXPECT_EQ( packet.checksum( 4 ).reason(), badPimVersion );
+   for ( bool isIpv6 : { false, true } ) {
+      Packet odd( kHello, PacketBuilder().u16( 65001 ).u16( 1 ).u8( 1 ), isIpv6 );
+      EXPECT_EQ( odd.reason(), notDropped ) << "an odd number of bytes";
+      odd.bytes()[8] ^= 1;
+      EXPECT_EQ( odd.reason(), badChecksum );
+   }
+   IpPacket foreign;
+   foreign.protocol = 17;
+   PimMessage message;
+   EXPECT_EQ( decodePim( foreign, message ), notPim );
+}
+
+TEST( PimMessage, RegisterChecksumCoversItsHeaderOrAll ) {
+   ByteVector body = PacketBuilder().u32( 0 ).u32( 0x12345678 ).u32( 9 );
+   for ( bool isIpv6 : { false, true } ) {
+      Packet packet( kRegister, body, isIpv6 );
+      EXPECT_EQ( packet.reason(), notDropped ) << "over the whole message";
+      EXPECT_EQ( packet.checksum( 8 ).reason(), notDropped );
+      packet.bytes()[9] ^= 1;
+      EXPECT_EQ( packet.reason(), notDropped ) << "data is not covered";
+      packet.bytes()[5] ^= 1;
+      EXPECT_EQ( packet.reason(), badChecksum );
+      Packet shorter( kJoinPrune, body, isIpv6 );
+      EXPECT_EQ( shorter.checksum( 8 ).reason(), badChecksum )
+         << "only registers may leave their data out";
+   }
+}
+
+TEST( PimMessage, OtherTypesAreOnlyNamed ) {
+   PimMessage message;
+   ASSERT_EQ( Packet( 5, { 1, 2, 3 } ).decode( message ), notDropped );
+   EXPECT_EQ( pimTypeName( message.type ), "assert" );
+   EXPECT_TRUE( std::holds_alternative<std::monostate>( message.body ) );
+   ASSERT_EQ( Packet( 13, {} ).decode( message ), notDropped );
+   EXPECT_EQ( pimTypeName( message.type ), "unknown" );
+}
+
+// Damaged messages with right checksums: nothing is read beyond their end, and what
+// is accepted has addresses of the packet's family.
+TEST( PimMessage, SurvivesRandomDamage ) {
+   unsigned seed = std::random_device()();
+   SCOPED_TRACE( "seed " + std::to_string( seed ) );
+   std::mt19937 random( seed );
+   for ( int round = 0; round < 20000; ++round ) {
+      bool isIpv6 = random() % 2 != 0;
+      Packet packet( random() % 2 != 0 ? kJoinPrune : kHello, kJoinPruneBody,
+                     isIpv6 );
+      packet.cut( 4 + random() % ( packet.bytes().size() - 3 ) );
+      for ( size_t i = random() % 6; i > 0 && packet.bytes().size() > 4; --i ) {
+         size_t at = 4 + random() % ( packet.bytes().size() - 4 );
+         packet.bytes()[at] =
+            static_cast<uint8_t>( random() % 4 != 0 ? random() % 4 : random() );
+      }
+      packet.checksum( packet.bytes().size() );
+      PimMessage message;
+      DropReason reason = packet.decode( message );
+      ASSERT_NE( reason, badChecksum );
+      if ( auto* got = std::get_if<PimJoinPrune>( &message.body );
+           got != nullptr && reason == notDropped ) {
+         ASSERT_EQ(
+            got->upstreamNeighbor.family(),
+            isIpv6 ? Vantu::AddressFamily::ipv6 : Vantu::AddressFamily::ipv4 );
+      }
+   }
+}
+
+}
+}

@@ -126,7 +126,10 @@ bool TableMaker::readFormer( Former& former ) {
 AttachStatus TableMaker::judge( const Former& former, const Survey& survey ) {
    Layout found = layoutOf( former.header );
    std::vector<Mox::String>& texts = table_.report_.texts;
-   if ( found != table_.layout_ ) {
+   // The fingerprint is what readers go by, the directory what can be copied.
+   bool same = found == table_.layout_ &&
+               former.header.fingerprint == table_.layout_.fingerprint();
+   if ( !same ) {
       addText(
          texts,
          fmt::format( "{}: layout {:#x} with records of {} bytes, this "

@@ -1,0 +1,294 @@
+// What writers and readers make of a file that stands there already.
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+
+#include "Support.h"
+#include "platform/shm/detail/Checksum.h"
+#include "platform/shm/detail/Format.h"
+
+namespace Brane::Test {
+namespace {
+
+class Attach : public TableTest {
+ protected:
+   // A table of ten with records 1 to 5; returns its bytes.
+   std::string makeTable( uint32_t count = 5 ) {
+      TableWriter writer( path, layout, 10, options );
+      for ( uint64_t id = 1; id <= count; ++id ) put( writer, id, id );
+      return bytesOf( path );
+   }
+   // Replaces the file by a new one.
+   void fileIs( const std::string& bytes ) {
+      std::filesystem::remove( path );
+      bytesAre( path, bytes );
+   }
+   Content firstFive() const {
+      Content content;
+      for ( uint64_t id = 1; id <= 5; ++id ) content[id] = Record::of( id, id );
+      return content;
+   }
+};
+
+Detail::FileHeader headerIn( const std::string& bytes ) {
+   Detail::FileHeader header;
+   std::memcpy( &header, bytes.data(), sizeof( header ) );
+   return header;
+}
+
+// A header whose checksum holds, so that what it says is judged.
+void headerInto( std::string& bytes, Detail::FileHeader header ) {
+   uint64_t ready = header.ready;
+   header.ready = 0;
+   header.checksum = 0;
+   header.checksum = Detail::crc32c( &header, sizeof( header ) );
+   header.ready = ready;
+   std::memcpy( bytes.data(), &header, sizeof( header ) );
+}
+
+struct HeaderRow {
+   const char* name;
+   LayoutError::Mismatch mismatch;
+   void ( *damage )( Detail::FileHeader& header );
+   const char* text;  // part of the problem's text: what is found there
+};
+
+using H = Detail::FileHeader;
+constexpr HeaderRow kHeaders[] = {
+   { "magic", LayoutError::magic, []( H& h ) { h.magic = 0x1234; }, "0x1234" },
+   { "version", LayoutError::formatVersion, []( H& h ) { h.version = 0x77; },
+     "0x77" },
+   { "byteOrder", LayoutError::byteOrder, []( H& h ) { h.byteOrder = 0x04030201; },
+     "0x4030201" },
+   { "notReady", LayoutError::notReady, []( H& h ) { h.ready = 0; }, "0x0" },
+   { "keySize", LayoutError::keySize, []( H& h ) { h.keySize = 8; }, "8" },
+   { "fingerprint", LayoutError::fingerprint, []( H& h ) { h.fingerprint = 99; },
+     "99" },
+   { "oddRecord", LayoutError::geometry, []( H& h ) { h.recordSize = 47; },
+     "contradict" },
+   { "hugeCapacity", LayoutError::geometry, []( H& h ) { h.capacity = ~0u; },
+     "contradict" },
+   { "otherCapacity", LayoutError::geometry, []( H& h ) { h.capacity = 2000; },
+     "bytes" },
+   { "zeroJournal", LayoutError::geometry, []( H& h ) { h.journalEntries = 0; },
+     "contradict" },
+   { "wildFields", LayoutError::geometry, []( H& h ) { h.fieldCount = 65; },
+     "contradict" },
+};
+
+TEST_F( Attach, NamesEachHeaderMismatch ) {
+   const std::string sound = makeTable();
+   for ( const HeaderRow& row : kHeaders ) {
+      SCOPED_TRACE( row.name );
+      std::string bytes = sound;
+      Detail::FileHeader header = headerIn( sound );
+      row.damage( header );
+      headerInto( bytes, header );
+      fileIs( bytes );
+      TableReader reader( path, layout );
+      bool other = row.mismatch >= LayoutError::keySize;
+      EXPECT_EQ( reader.state(), other ? readerMismatch : readerDamaged );
+      EXPECT_EQ( reader.mismatch(), row.mismatch ) << reader.problem();
+      EXPECT_NE( reader.problem().find( row.text ), std::string::npos )
+         << reader.problem();
+      EXPECT_EQ( found( reader, 1 ), std::nullopt );
+      // A writer replaces what it cannot use, and the reader moves over.
+      TableWriter writer( path, layout, 10, options );
+      EXPECT_FALSE( writer.attachReport().texts.empty() );
+      put( writer, 3, 30 );
+      EXPECT_TRUE( reader.poll() );
+      EXPECT_EQ( found( reader, 3 ), Record::of( 3, 30 ) );
+   }
+}
+
+TEST_F( Attach, ReportsDamagedShortAndEmptyFiles ) {
+   const std::string sound = makeTable();
+   for ( size_t size : { size_t( 0 ), size_t( 1 ), size_t( 4000 ),
+                         sizeof( Detail::FileHeader ), sound.size() - 1 } ) {
+      fileIs( sound.substr( 0, size ) );
+      TableReader reader( path, layout );
+      EXPECT_EQ( reader.state(), readerDamaged ) << size;
+      EXPECT_EQ( reader.mismatch(), LayoutError::tooShort ) << size;
+      TableWriter writer( path, layout, 10, options );
+      EXPECT_EQ( writer.attachReport().status, attachDamaged );
+      EXPECT_EQ( writer.size(), 0u );
+   }
+   // Any single byte of the header, its padding included, is covered.
+   for ( size_t at = 0; at < sizeof( Detail::FileHeader ); at += 37 ) {
+      std::string bytes = sound;
+      bytes[at] = static_cast<char>( bytes[at] ^ 0x40 );
+      fileIs( bytes );
+      EXPECT_EQ( TableReader( path, layout ).state(), readerDamaged ) << at;
+   }
+   std::filesystem::remove( path );
+   std::filesystem::create_directory( path );
+   EXPECT_EQ( TableReader( path, layout ).state(), readerDamaged );
+   EXPECT_THROW( TableWriter( path, layout, 10, options ), CreateError );
+}
+
+TEST_F( Attach, TakesOverInPlace ) {
+   makeTable();
+   TableReader reader( path, layout );
+   uint64_t instance = reader.instanceId();
+   TableWriter writer( path, layout, 10, options );
+   EXPECT_EQ( writer.attachReport().status, attachReused );
+   EXPECT_EQ( writer.attachReport().survivors, 5u );
+   EXPECT_EQ( writer.attachReport().repaired, 0u );
+   EXPECT_EQ( contentOf( writer ), firstFive() );
+   put( writer, 6, 6 );
+   EXPECT_EQ( found( reader, 6 ), Record::of( 6, 6 ) );
+   EXPECT_FALSE( reader.poll() );
+   EXPECT_EQ( reader.instanceId(), instance );
+}
+
+TEST_F( Attach, ChangesCapacityButNeverBelowItsRecords ) {
+   makeTable();
+   TableReader reader( path, layout );
+   {
+      TableWriter writer( path, layout, 3, options );
+      EXPECT_EQ( writer.attachReport().status, attachResized );
+      EXPECT_EQ( writer.capacity(), 5u );
+      EXPECT_EQ( contentOf( writer ), firstFive() );
+   }
+   // Again: it is what it was asked to be, as far as can be.
+   EXPECT_EQ( TableWriter( path, layout, 3, options ).attachReport().status,
+              attachReused );
+   TableWriter writer( path, layout, 1000, options );
+   EXPECT_EQ( writer.capacity(), 1000u );
+   EXPECT_TRUE( reader.poll() );
+   EXPECT_EQ( reader.capacity(), 1000u );
+   EXPECT_EQ( contentOf( reader ), firstFive() );
+}
+
+TEST_F( Attach, ConvertsToAnotherLayoutByFieldNameAndType ) {
+   makeTable();
+   TableReader reader( path, layout );
+   // generation moved, filler of another type, check gone, one more.
+   Layout other{ 16,
+                 56,
+                 { { "id", "u64", 0, 8 },
+                   { "more", "u64", 8, 8 },
+                   { "added", "u64", 16, 8 },
+                   { "filler", "f64[2]", 24, 16 },
+                   { "generation", "u64", 48, 8 } } };
+   {
+      TableWriter writer( path, other, 10, options );
+      EXPECT_EQ( writer.attachReport().status, attachConverted );
+      EXPECT_EQ( writer.attachReport().survivors, 5u );
+      for ( uint64_t id = 1; id <= 5; ++id ) {
+         Key key{ id, 0 };
+         auto* words = static_cast<const uint64_t*>( writer.find( &key ) );
+         ASSERT_TRUE( words );
+         EXPECT_EQ( words[6], id );
+         for ( int i = 2; i < 6; ++i ) EXPECT_EQ( words[i], 0u );
+      }
+   }
+   EXPECT_TRUE( reader.poll() );
+   EXPECT_EQ( reader.state(), readerMismatch );
+   // Another key: nothing can be kept.
+   Layout foreign = other;
+   foreign.fields[1].type = "i64";
+   TableWriter writer( path, foreign, 10, options );
+   EXPECT_EQ( writer.attachReport().status, attachOtherKey );
+   EXPECT_EQ( writer.size(), 0u );
+}
+
+TEST_F( Attach, StartsEmptyAfterAReboot ) {
+   makeTable();
+   options.bootId = "next boot";
+   TableWriter writer( path, layout, 10, options );
+   EXPECT_EQ( writer.attachReport().status, attachOtherBoot );
+   EXPECT_EQ( writer.size(), 0u );
+   ASSERT_EQ( writer.attachReport().texts.size(), 1u );
+   EXPECT_NE( writer.attachReport().texts[0].find( "next boot" ),
+              std::string::npos );
+}
+
+// Damage as a stray pointer does it: every record is whole, or dropped and named;
+// followers hear of what has gone.
+TEST_F( Attach, RepairsDamageAndTellsFollowers ) {
+   const std::string sound = makeTable();
+   auto geometry =
+      Detail::Geometry::of( layout.keySize, layout.recordSize, 10, 1024 );
+   TableReader reader( path, layout );
+   TableFollower follower( reader );
+   Followed followed{ contentOf( reader ) };
+   Position at = noPosition;
+   Record out;
+   Key third{ 3, 0 };
+   ASSERT_EQ( reader.lookup( &third, &out, &at ), lookupFound );
+   std::string bytes = sound;
+   // Record 3 loses a bit; the index loses another key's word; the head is wild.
+   auto* words = reinterpret_cast<uint64_t*>( bytes.data() + geometry.indexOffset );
+   uint32_t slot = Detail::slotOf( words[at] );
+   bytes[geometry.slotsOffset + slot * geometry.slotStride + 40] ^= 4;
+   for ( Position p = 0; p < geometry.positions(); ++p ) {
+      if ( Detail::isWord( p ) && words[p] && p != at ) {
+         words[p] = 0;
+         break;
+      }
+   }
+   std::memset( bytes.data() + Detail::controlOffset, 0xee, 8 );
+   bytesAre( path, bytes );
+   EXPECT_EQ( reader.verify( &third ), lookupDamaged );
+   TableWriter writer( path, layout, 10, options );
+   const AttachReport& report = writer.attachReport();
+   EXPECT_EQ( report.status, attachReused );
+   EXPECT_EQ( report.survivors, 4u );
+   EXPECT_EQ( report.dropped, 1u );
+   EXPECT_TRUE( report.resequenced );
+   EXPECT_GE( report.texts.size(), 2u );
+   Content expected = firstFive();
+   expected.erase( 3 );
+   EXPECT_EQ( contentOf( writer ), expected );
+   EXPECT_EQ( writer.verify().damaged, 0u );
+   followed.drain( follower );
+   EXPECT_EQ( followed.content, expected );
+}
+
+TEST_F( Attach, RefusesWhatCannotBeATable ) {
+   Layout odd = layout;
+   odd.recordSize = 47;
+   EXPECT_THROW( TableWriter( path, odd, 10, options ), Mox::RangeError );
+   Layout astride = layout;
+   astride.fields[1].size = 16;
+   EXPECT_THROW( TableReader( path, astride ), Mox::RangeError );
+   EXPECT_THROW( TableWriter( path, layout, ~0u, options ), Mox::RangeError );
+   EXPECT_THROW( TableWriter( directory + "/no/t", layout, 10, options ),
+                 CreateError );
+}
+
+TEST_F( Attach, FullFileSystemIsAnErrorWithNothingLeft ) {
+   pid_t child = fork();
+   if ( child == 0 ) {
+      bool mounted =
+         unshare( CLONE_NEWNS ) == 0 &&
+         mount( "none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr ) == 0 &&
+         mount( "none", directory.c_str(), "tmpfs", 0, "size=256k" ) == 0;
+      if ( !mounted ) _exit( 77 );
+      int result = 1;
+      try {
+         TableWriter writer( path, layout, 100000, options );
+      } catch ( const CreateError& e ) {
+         bool named =
+            strstr( e.what(), "No space" ) && strstr( e.what(), path.c_str() );
+         bool left = std::filesystem::exists( path ) ||
+                     std::filesystem::exists( path + ".new" );
+         result = named && !left ? 0 : 2;
+      }
+      // What fits still works.
+      TableWriter small( path, layout, 10, options );
+      put( small, 1, 1 );
+      _exit( result );
+   }
+   int status = 0;
+   ASSERT_EQ( waitpid( child, &status, 0 ), child );
+   ASSERT_TRUE( WIFEXITED( status ) ) << "signal " << WTERMSIG( status );
+   if ( WEXITSTATUS( status ) == 77 ) GTEST_SKIP() << "no private mount permitted";
+   EXPECT_EQ( WEXITSTATUS( status ), 0 );
+}
+
+}
+}

@@ -51,17 +51,23 @@ ByteVector ipv6( unsigned next = kPim, const ByteVector& extensions = {} ) {
       .raw( kPayload );
 }
 
-DropReason decode( const ByteVector& packet, IpPacket& out,
-                   LinkType link = LinkType::rawIp ) {
-   return decodeFrame( link, packet, out );
-}
+// A decoded packet with the frame into which its payload points.
+struct Decoded {
+   explicit Decoded( ByteVector bytes, LinkType link = LinkType::rawIp )
+      : frame( std::move( bytes ) ), reason( decodeFrame( link, frame, packet ) ) {}
+
+   ByteVector frame;
+   IpPacket packet;
+   DropReason reason;
+};
 
 DropReason reasonOf( const ByteVector& packet, LinkType link = LinkType::rawIp ) {
-   IpPacket out;
-   return decode( packet, out, link );
+   return Decoded( packet, link ).reason;
 }
 
-void expectPayload( const IpPacket& packet ) {
+void expectPayload( const Decoded& decoded ) {
+   const IpPacket& packet = decoded.packet;
+   ASSERT_EQ( decoded.reason, notDropped );
    EXPECT_EQ( ByteVector( packet.payload.begin(), packet.payload.end() ),
               kPayload );
    EXPECT_EQ( packet.protocol, kPim );
@@ -96,29 +102,21 @@ TEST( IpDecoder, LinkHeadersLeadToThePacket ) {
             Row{ "raw", LinkType::rawIp, {} },
          } ) {
       SCOPED_TRACE( row.name );
-      IpPacket packet;
-      ByteVector frame =
-         PacketBuilder().raw( row.header ).raw( ipv4() ).raw( trailer );
-      ASSERT_EQ( decode( frame, packet, row.link ), notDropped );
-      expectPayload( packet );
-      EXPECT_EQ( packet.source, Vantu::IpGenAddr( "192.0.2.1" ) );
+      Decoded decoded(
+         PacketBuilder().raw( row.header ).raw( ipv4() ).raw( trailer ), row.link );
+      expectPayload( decoded );
+      EXPECT_EQ( decoded.packet.source, Vantu::IpGenAddr( "192.0.2.1" ) );
    }
    EXPECT_EQ( reasonOf( ipv4(), LinkType::unknown ), unknownLink );
    ByteVector arp = PacketBuilder().zeros( 12 ).u16( 0x0806 ).zeros( 28 );
    EXPECT_EQ( reasonOf( arp, LinkType::ethernet ), notIp );
-   ByteVector mixed = PacketBuilder().zeros( 12 ).u16( kEtherIpv6 ).raw( ipv4() );
-   EXPECT_EQ(
-      reasonOf(
-         mixed.size() > 54 ? mixed : PacketBuilder().raw( mixed ).zeros( 20 ),
-         LinkType::ethernet ),
-      badIpHeader );
+   ByteVector mixed =
+      PacketBuilder().zeros( 12 ).u16( kEtherIpv6 ).raw( ipv4() ).zeros( 20 );
+   EXPECT_EQ( reasonOf( mixed, LinkType::ethernet ), badIpHeader );
 }
 
 TEST( IpDecoder, Ipv4HeadersThatContradictThemselves ) {
-   IpPacket packet;
-   ASSERT_EQ( decode( ipv4( { .headerWords = 7, .total = 32 } ), packet ),
-              notDropped );
-   expectPayload( packet );
+   expectPayload( Decoded( ipv4( { .headerWords = 7, .total = 32 } ) ) );
    EXPECT_EQ( reasonOf( ipv4( { .version = 5 } ) ), badIpHeader );
    EXPECT_EQ( reasonOf( ipv4( { .headerWords = 4 } ) ), badIpHeader );
    EXPECT_EQ( reasonOf( ipv4( { .headerWords = 7, .total = 27 } ) ), badIpHeader );
@@ -132,10 +130,9 @@ TEST( IpDecoder, Ipv6ExtensionHeadersAreSkipped ) {
    constexpr unsigned kRouting = 43;
    constexpr unsigned kFragment = 44;
    constexpr unsigned kDestination = 60;
-   IpPacket packet;
-   ASSERT_EQ( decode( ipv6(), packet ), notDropped );
-   expectPayload( packet );
-   EXPECT_EQ( packet.destination, Vantu::IpGenAddr( "ff02::d" ) );
+   Decoded plain( ipv6() );
+   expectPayload( plain );
+   EXPECT_EQ( plain.packet.destination, Vantu::IpGenAddr( "ff02::d" ) );
 
    ByteVector chain = PacketBuilder()
                          .u8( kDestination )
@@ -151,8 +148,7 @@ TEST( IpDecoder, Ipv6ExtensionHeadersAreSkipped ) {
                          .u8( 0 )
                          .u16( 0 )
                          .u32( 9 );  // the whole packet
-   ASSERT_EQ( decode( ipv6( kHopByHop, chain ), packet ), notDropped );
-   expectPayload( packet );
+   expectPayload( Decoded( ipv6( kHopByHop, chain ) ) );
 
    auto fragmentHeader = []( unsigned offsetAndMore ) {
       return ipv6(

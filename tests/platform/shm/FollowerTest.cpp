@@ -156,9 +156,6 @@ TEST_F( Follower, HoldsWhatItKnowsWhileTheTableCannotBeRead ) {
 }
 
 TEST_F( Follower, TakesEverythingForChangedBeyondTheGenerations ) {
-   std::string former;
-   auto geometry =
-      Detail::Geometry::of( layout.keySize, layout.recordSize, 4, 1024 );
    TableWriter writer( path, layout, 4, options );
    put( writer, 1, 1 );
    put( writer, 2, 1 );

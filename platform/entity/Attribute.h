@@ -1,47 +1,48 @@
+// clang-format off
 // Attribute lists: one line declares an attribute whole.
 //
-//    #define PIMSM_SOURCE_ATTRIBUTES( A ) A( kind, name, Name, type, initial,
-//    "meaning" )
+//    #define PIMSM_SOURCE_ATTRIBUTES( A ) ...rows, each
+//       A( kind, name, Name, type, initial, "meaning" )
 //
 //    class Source : public Mox::Entity {
 //     public:
 //       MOX_ENTITY( Source, PIMSM_SOURCE_ATTRIBUTES )
 //
-// and in its source file MOX_ENTITY_TYPE( Source, PIMSM_SOURCE_ATTRIBUTES ).
-// `Name` is `name` with its first letter capital. A type with commas gets an alias
-// first. Reader, mutator, hook, storage `name_`, initial value and reflection
-// follow from the row; storage is in row order. The kinds:
+// and in its source file MOX_ENTITY_TYPE( Source, PIMSM_SOURCE_ATTRIBUTES ). `Name`
+// is `name` with its first letter capital. A type with commas gets an alias first.
+// Reader, mutator, hook, storage `name_`, initial value and reflection follow from
+// the row; storage is in row order. The kinds:
 //
-//   Fixed     constructor argument, stored in `name_` by the constructor; no
-//   mutator Value     nameIs( v ): an equal value does nothing, else store and
-//   notify onName Reacting  as Value, and the class's handleName() runs before the
-//   notification Counter   as Value for an unsigned type; nameInc( n ), nameDec( n
-//   ) wrap around,
+//   Fixed     constructor argument, stored in `name_` by the constructor; no mutator
+//   Value     nameIs( v ): an equal value does nothing, else store and notify onName
+//   Reacting  as Value, and the class's handleName() runs before the notification
+//   Counter   as Value for an unsigned type; nameInc( n ), nameDec( n ) wrap around,
 //             notify only on change and return the new value
 //   View      a counted reference to something read only (type is the target's);
 //             compared by identity; null allowed
-//   Child     one counted member: nameIs() returns it, made by the class's
-//             newName() when absent; nameDel() removes and returns it
+//   Child     one counted member: nameIs() returns it, made by the class's newName()
+//             when absent; nameDel() removes and returns it
 //   Map       collection of entities (Collection.h): nameIs( key ) returns the
 //             member, made by the class's newName( key ) when absent; name( key )
 //             looks up, null when absent; nameDel( key ) removes and returns it,
 //             null and silent when absent; nameDelAll(). Hook onName( key ).
 //             nameAdd( member ) is for the class's own creation functions.
 //   ReactingMap  as Map, and the class's handleNameDel( member ) runs after a
-//   removal,
-//             before its notification
+//             removal, before its notification
 //   ValueMap  standard map of values: nameIs( key, value ), nameDel( key ) telling
 //             whether it was there, nameDelAll(); name( key ) is a pointer, null
 //             when absent. Hook onName( key ).
-//   Set       standard set: nameIs( key ), nameHas( key ), nameDel, nameDelAll;
-//             hook onName( key )
+//   Set       standard set: nameIs( key ), nameHas( key ), nameDel, nameDelAll; hook
+//             onName( key )
 //   Computed  no storage: the class defines name() const; listed for reflection
 //   Via       no storage: reads and, through reflection alone, writes the attribute
-//             of the same name on the Child that stands in the `initial` column;
-//             the default of the type while that is null
+//             of the same name on the Child that stands in the `initial` column; the
+//             default of the type while that is null
 //
-// nameDelAll takes the keys as they are and removes and notifies one at a time;
-// keys added meanwhile stay.
+// nameDelAll takes the keys as they are and removes and notifies one at a time; keys
+// added meanwhile stay. A mutator copies the key that it notifies, so the caller's
+// may be the collection's own.
+// clang-format on
 #pragma once
 
 #include "platform/entity/Collection.h"
@@ -229,31 +230,32 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
 #define MOX_ACCESS_ReactingMap( name, Name, type, initial ) \
    MOX_ACCESS_MAP( name, Name, type, MOX_REMOVED_HANDLED )
 
-#define MOX_ACCESS_ValueMap( name, Name, type, initial )                        \
-   const type& name() const {                                                   \
-      return name##_;                                                           \
-   }                                                                            \
-   const type::mapped_type* name( const type::key_type& key ) const {           \
-      auto found = name##_.find( key );                                         \
-      return found == name##_.end() ? nullptr : &found->second;                 \
-   }                                                                            \
-   void name##Is( const type::key_type& key, const type::mapped_type& value ) { \
-      auto [place, added] = name##_.try_emplace( key, value );                  \
-      if ( !added ) {                                                           \
-         if ( place->second == value ) return;                                  \
-         place->second = value;                                                 \
-      }                                                                         \
-      MOX_NOTIFY_KEY( Name );                                                   \
-   }                                                                            \
-   bool name##Del( const type::key_type& where ) {                              \
-      type::key_type key = where;                                               \
-      if ( name##_.erase( key ) == 0 ) return false;                            \
-      MOX_NOTIFY_KEY( Name );                                                   \
-      return true;                                                              \
-   }                                                                            \
-   void name##DelAll() {                                                        \
-      for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key );      \
-   }                                                                            \
+#define MOX_ACCESS_ValueMap( name, Name, type, initial )                          \
+   const type& name() const {                                                     \
+      return name##_;                                                             \
+   }                                                                              \
+   const type::mapped_type* name( const type::key_type& key ) const {             \
+      auto found = name##_.find( key );                                           \
+      return found == name##_.end() ? nullptr : &found->second;                   \
+   }                                                                              \
+   void name##Is( const type::key_type& where, const type::mapped_type& value ) { \
+      type::key_type key = where;                                                 \
+      auto [place, added] = name##_.try_emplace( key, value );                    \
+      if ( !added ) {                                                             \
+         if ( place->second == value ) return;                                    \
+         place->second = value;                                                   \
+      }                                                                           \
+      MOX_NOTIFY_KEY( Name );                                                     \
+   }                                                                              \
+   bool name##Del( const type::key_type& where ) {                                \
+      type::key_type key = where;                                                 \
+      if ( name##_.erase( key ) == 0 ) return false;                              \
+      MOX_NOTIFY_KEY( Name );                                                     \
+      return true;                                                                \
+   }                                                                              \
+   void name##DelAll() {                                                          \
+      for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key );        \
+   }                                                                              \
    MOX_STORED( name, type, {} )
 
 #define MOX_ACCESS_Set( name, Name, type, initial )                        \
@@ -263,7 +265,8 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
    bool name##Has( const type::key_type& key ) const {                     \
       return name##_.count( key ) != 0;                                    \
    }                                                                       \
-   void name##Is( const type::key_type& key ) {                            \
+   void name##Is( const type::key_type& where ) {                          \
+      type::key_type key = where;                                          \
       if ( name##_.insert( key ).second ) MOX_NOTIFY_KEY( Name );          \
    }                                                                       \
    bool name##Del( const type::key_type& where ) {                         \

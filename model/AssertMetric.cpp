@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
+#include <limits>
 
 #include "platform/base/Assert.h"
 
@@ -16,7 +18,7 @@ struct MetricText {
    int matches = 0;
    char letter = 0;
    Mox::StringView address;
-   uint64_t preference = 0;
+   uint64_t preference = std::numeric_limits<uint64_t>::max();
    uint32_t metric = 0;
 
    void read( StringIter& begin, StringIter end ) {
@@ -30,7 +32,8 @@ struct MetricText {
       begin = blank;
       ++matches;
       if ( !Mox::acceptLiteral( begin, end, " [" ) || !digit( begin, end ) ) return;
-      Mox::sequenceToValue( begin, end, preference );
+      // One that fits no word keeps the initial value, which is beyond the limit.
+      begin = std::from_chars( begin, end, preference ).ptr;
       ++matches;
       if ( !Mox::acceptLiteral( begin, end, "/" ) || !digit( begin, end ) ) return;
       Mox::sequenceToValue( begin, end, metric );

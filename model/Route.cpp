@@ -25,9 +25,16 @@ Route::~Route() {
    for ( Intf& intf : routeIntf_ ) {
       if ( intf.parentRoute_ == this ) intf.parentRoute_ = nullptr;
    }
-   for ( UpstreamInfo* upstream : std::vector( upstreams_.members() ) ) {
-      upstream->routeIs( nullptr );
-   }
+   unbindUpstreams();
+}
+
+// All records forget the route before anyone hears of one: an observer may look at
+// the others, or let go of them.
+void Route::unbindUpstreams() {
+   std::vector<Mox::Ptr<UpstreamInfo>> bound( upstreams_.members().begin(),
+                                              upstreams_.members().end() );
+   for ( const auto& upstream : bound ) upstream->forgetRoute();
+   for ( const auto& upstream : bound ) upstream->announceRoute();
 }
 
 void Route::handleZeroReferences() {
@@ -45,10 +52,11 @@ void Route::initFirstInactivityTime() {
 }
 
 // Each view's mutator sets its bit of the word in turn; equality ends the circle.
+// The word is read afresh for each: an observer of one view may have written
+// another.
 void Route::handleRouteFlags() {
-   const RouteFlags word = routeFlags();
 #define PIMSM_SET_VIEW( X, name, Name, letter, initial, meaning ) \
-   name##Is( word.name() );
+   name##Is( routeFlags().name() );
    PIMSM_EACH_ROUTE_FLAG( PIMSM_SET_VIEW, )
 #undef PIMSM_SET_VIEW
 }

@@ -189,6 +189,7 @@ class PIMSM_API Route : public Mox::Entity {
       return new Intf( intfId, this );
    }
    void handleRouteIntfDel( Intf& removed );
+   void unbindUpstreams();
 
    // Whoever points back at this route from outside its collections.
    Mox::Strays<Intf> strayIntfs_;

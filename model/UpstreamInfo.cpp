@@ -28,6 +28,15 @@ void UpstreamInfo::handleRoute() {
    if ( boundTo_ != nullptr ) boundTo_->upstreams_.add( this );
 }
 
+void UpstreamInfo::forgetRoute() {
+   route_ = nullptr;
+   boundTo_ = nullptr;
+}
+
+void UpstreamInfo::announceRoute() {
+   MOX_NOTIFY( Route );
+}
+
 Vantu::IntfId UpstreamInfo::iif() const {
    if ( route() == nullptr ) return orNull0( {} );
    if ( frr() )

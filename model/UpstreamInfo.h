@@ -60,7 +60,12 @@ class PIMSM_API UpstreamInfo : public Mox::Entity {
    void doUpdateRptState( SparseMode::UpRptState state );
 
  private:
+   friend class SparseMode::Route;
+
    void handleRoute();
+   // What routeIs( nullptr ) does, in two steps, for a route that is going.
+   void forgetRoute();
+   void announceRoute();
    Vantu::IntfId mainIif() const;
 
    // The route that clears `route` when it goes.

@@ -21,7 +21,7 @@ using Heard = std::vector<String>;
 template <class Notifiee>
 class Recorder : public Notifiee {
  public:
-   // Runs inside every notification, after it was written down.
+   // Runs inside every notification, after it was written down. May replace itself.
    std::function<void( const String& )> inside;
 
    const Heard& heard() const { return heard_; }
@@ -32,7 +32,7 @@ class Recorder : public Notifiee {
  protected:
    void hear( const String& what ) {
       heard_.push_back( what );
-      if ( inside ) inside( what );
+      if ( auto call = inside ) call( what );
    }
 
    template <class K>

@@ -1,0 +1,246 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "tests/support/ModelRecorders.h"
+
+namespace Routing::Pim::SparseMode::Test {
+namespace {
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+class RouteOfVrf : public testing::Test {
+ protected:
+   Vrf vrf;
+};
+
+TEST_F( RouteOfVrf, StartsWithItsDeliberateInitialValues ) {
+   Mox::Ptr<Route> route = vrf->routeIs( sgKey( "192.0.2.1", "233.252.0.1" ) );
+   EXPECT_EQ( route->routeFlags(), Route::RouteFlags( 0x40 ) );
+   EXPECT_TRUE( route->katExpired() );
+   EXPECT_FALSE( route->rpTree() || route->wildCard() || route->hwRecovered() );
+   EXPECT_TRUE( route->nsfRpfResolved() );
+   EXPECT_EQ( route->firstInactivityTime(), kInfinity );
+   EXPECT_FALSE( route->initialized() );
+   EXPECT_EQ( route->upJoinState(), upNotJoined );
+   ASSERT_NE( route->umh(), nullptr );
+   EXPECT_EQ( route->umh()->route(), route.get() );
+   EXPECT_TRUE( route->umh()->notificationsEnabled() );
+   EXPECT_EQ( route->upRptState(), upRptNotJoined );
+   EXPECT_EQ( route->prevRptState(), upRptNotJoined );
+   EXPECT_EQ( route->umhFrr(), nullptr );
+   EXPECT_EQ( route->iif(), intfId( "Null0" ) );
+   EXPECT_EQ( route->iifFrr(), intfId( "" ) );
+   EXPECT_EQ( route->pimsmStatus(), vrf.get() );
+}
+
+// Whoever hears of a route finds it complete, in its collection, and can observe
+// it.
+TEST_F( RouteOfVrf, IsCompleteAndObservableWhenItsCreationIsHeard ) {
+   StatusRecorder recorder( vrf.get() );
+   RouteRecorder onRoute;
+   recorder.inside = [&]( const Mox::String& ) {
+      Route* route = vrf->route( sgKey( "192.0.2.1", "233.252.0.1" ) );
+      ASSERT_NE( route, nullptr );
+      EXPECT_EQ( route->umh()->route(), route );
+      onRoute.notifierIs( route );
+      route->spTreeIs( true );
+   };
+   Mox::Ptr<Route> made = vrf->routeIs( sgKey( "192.0.2.1", "233.252.0.1" ) );
+   EXPECT_EQ( recorder.take(), Heard{ "route (192.0.2.1, 233.252.0.1)" } );
+   EXPECT_EQ( onRoute.take(), ( Heard{ "routeFlags", "spTree" } ) );
+   EXPECT_EQ( vrf->routeIs( made->key() ), made );
+   EXPECT_EQ( recorder.take(), Heard{} );
+}
+
+TEST_F( RouteOfVrf, RemovalTakesItOutAndLeavesItWhole ) {
+   auto route = vrf.sg( "192.0.2.1", "233.252.0.1" ).rpf( "eth0" );
+   route.intf( "eth1" ).joined();
+   StatusRecorder recorder( vrf.get() );
+   RouteRecorder onRoute( route.get() );
+   EXPECT_EQ( vrf->routeDel( sgKey( "192.0.2.1", "233.252.0.2" ) ), nullptr );
+   EXPECT_EQ( recorder.take(), Heard{} );
+   EXPECT_EQ( vrf->routeDel( route->key() ), route.ptr() );
+   EXPECT_EQ( recorder.take(), Heard{ "route (192.0.2.1, 233.252.0.1)" } );
+   EXPECT_EQ( onRoute.take(), Heard{} );
+   EXPECT_EQ( route->rpf(), rpfBy( "eth0" ) );
+   EXPECT_EQ( route->routeIntf().size(), 1U );
+   EXPECT_EQ( route->pimsmStatus(), vrf.get() );
+   EXPECT_NE( vrf->routeIs( route->key() ), route.ptr() );
+}
+
+TEST_F( RouteOfVrf, EightBitCountersWrapAndHearOnlyChanges ) {
+   auto route = vrf.wc( "233.252.0.1" );
+   route->mfibChangeCountIs( 255 );
+   route->routeChangedIs( 254 );
+   RouteRecorder recorder( route.get() );
+   EXPECT_EQ( route->mfibChangeCountInc( 1 ), 0 );
+   EXPECT_EQ( route->mfibChangeCountInc( 0 ), 0 );
+   EXPECT_EQ( route->routeChangedInc( 3 ), 1 );
+   EXPECT_EQ( route->beginIifSwitchInc( 300 ), 300U );
+   EXPECT_EQ( recorder.take(),
+              ( Heard{ "mfibChangeCount", "routeChanged", "beginIifSwitch" } ) );
+   auto intf = route.intf( "eth1" );
+   intf->rxPreferredAssertIs( 255 );
+   IntfRecorder onIntf( intf.get() );
+   EXPECT_EQ( intf->rxPreferredAssertInc( 1 ), 0 );
+   EXPECT_EQ( onIntf.take(), Heard{ "rxPreferredAssert" } );
+}
+
+TEST_F( RouteOfVrf, InfinityOverInfinityIsNoChange ) {
+   auto route = vrf.wc( "233.252.0.1" );
+   RouteRecorder recorder( route.get() );
+   route->initFirstInactivityTime();
+   EXPECT_EQ( recorder.take(), Heard{} );
+   route->firstInactivityTimeIs( 12.5 );
+   route->initFirstInactivityTime();
+   EXPECT_EQ( route->firstInactivityTime(), kInfinity );
+   EXPECT_EQ( recorder.take(),
+              ( Heard{ "firstInactivityTime", "firstInactivityTime" } ) );
+}
+
+TEST_F( RouteOfVrf, ChangeFlagsChangedInPlaceAreAnnouncedOnRequest ) {
+   auto route = vrf.wc( "233.252.0.1" );
+   auto intf = route.intf( "eth1" );
+   RouteRecorder recorder( route.get() );
+   IntfRecorder onIntf( intf.get() );
+   route->changeFlagsInPlace().rpChangedIs( true );
+   intf->changeFlagsInPlace().addressChangedIs( true );
+   EXPECT_EQ( recorder.take(), Heard{} );
+   EXPECT_EQ( onIntf.take(), Heard{} );
+   route->changeFlagsDoEmbeddedWriteConstraints();
+   intf->changeFlagsDoEmbeddedWriteConstraints();
+   EXPECT_EQ( recorder.take(), Heard{ "changeFlags" } );
+   EXPECT_EQ( onIntf.take(), Heard{ "changeFlags" } );
+   route->changeFlagsIs( ChangeFlags( 0x200 ) );  // equal to what stands there
+   EXPECT_EQ( recorder.take(), Heard{} );
+   route->changeFlagsIs( {} );
+   EXPECT_EQ( recorder.take(), Heard{ "changeFlags" } );
+}
+
+TEST_F( RouteOfVrf, UpstreamRecordsAreMadeOnceAndNotBoundByTheirMaking ) {
+   auto route = vrf.sg( "192.0.2.1", "233.252.0.1" );
+   RouteRecorder recorder( route.get() );
+   Mox::Ptr<UpstreamInfo> backup = route->umhFrrIs();
+   EXPECT_EQ( route->umhFrrIs(), backup );
+   EXPECT_EQ( backup->route(), nullptr );
+   EXPECT_FALSE( backup->frr() );
+   Mox::Ptr<UpstreamInfo> main = route->umh();
+   EXPECT_EQ( route->umhDel(), main );
+   EXPECT_EQ( route->umhDel(), nullptr );
+   EXPECT_EQ( route->umhIs()->route(), nullptr );
+   EXPECT_EQ( recorder.take(), ( Heard{ "umhFrr", "umh", "umh" } ) );
+}
+
+TEST_F( RouteOfVrf, HasStateByAnInterfaceOrPrunedUpstream ) {
+   auto route = vrf.sg( "192.0.2.1", "233.252.0.1" );
+   EXPECT_FALSE( route->hasSgState() );
+   route.upRpt( upRptPruned );
+   EXPECT_TRUE( route->hasSgState() );
+   route.upRpt( upRptNotPruned );
+   EXPECT_FALSE( route->hasSgState() );
+   route.intf( "eth1" );
+   route->umhDel();
+   EXPECT_TRUE( route->hasSgState() );
+}
+
+TEST_F( RouteOfVrf, AnInterfaceIsMadeOnceUnderItsParent ) {
+   auto route = vrf.sg( "192.0.2.1", "233.252.0.1" );
+   RouteRecorder recorder( route.get() );
+   Mox::Ptr<Intf> intf = route->routeIntfIs( intfId( "eth1" ), route.get() );
+   EXPECT_TRUE( intf->notificationsEnabled() );
+   EXPECT_EQ( route->routeIntfIs( intfId( "eth1" ), route.get() ), intf );
+   EXPECT_EQ( recorder.take(), Heard{ "routeIntf 'eth1'" } );
+   EXPECT_EQ( route->routeIntfDel( intfId( "eth2" ) ), nullptr );
+   EXPECT_EQ( route->routeIntfDel( intfId( "eth1" ) ), intf );
+   EXPECT_EQ( recorder.take(), Heard{ "routeIntf 'eth1'" } );
+   EXPECT_EQ( intf->parentRoute(), route.get() );
+}
+
+TEST_F( RouteOfVrf, AnInterfaceOfAnotherParentIsRefusedAndKept ) {
+   auto route = vrf.sg( "192.0.2.1", "233.252.0.1" );
+   auto other = vrf.wc( "233.252.0.1" );
+   auto intf = route.intf( "eth1" ).joined();
+   RouteRecorder recorder( route.get() );
+   try {
+      route->routeIntfIs( intfId( "eth1" ), other.get() );
+      ADD_FAILURE() << "no error";
+   } catch ( const Mox::NameInUseError& error ) {
+      EXPECT_EQ(
+         Mox::String( error.what() ),
+         "Reinstantiating the pointer interface where constructor parameter "
+         "attribute _parentRoute has a different value of " +
+            Mox::pointerText( other.get() ) + " than the current value of " +
+            Mox::pointerText( route.get() ) + " not allowed" );
+   }
+   EXPECT_EQ( route->routeIntf( intfId( "eth1" ) ), intf.get() );
+   EXPECT_EQ( intf->parentRoute(), route.get() );
+   EXPECT_EQ( intf->joinState(), Intf::joined );
+   EXPECT_EQ( recorder.take(), Heard{} );
+   EXPECT_TRUE( other->routeIntf().empty() );
+}
+
+TEST_F( RouteOfVrf, ReflectionWritesUpstreamValuesWhereTheyBelong ) {
+   auto route = vrf.sg( "192.0.2.1", "233.252.0.1" );
+   UpstreamRecorder upstream( route->umh() );
+   const std::pair<const char*, Mox::String> values[] = {
+      { "rpf", valueToStrep( rpfBy( "eth0" ) ) },
+      { "prevRpf", valueToStrep( rpfBy( "eth2" ) ) },
+      { "mbrIif", "'eth3'" },
+      { "rpfAttached", "true" },
+      { "upRptState", "upRptPruned" },
+      { "prevRptState", "upRptNotPruned" },
+   };
+   Heard expected;
+   for ( const auto& [name, text] : values ) {
+      route->attributeTextIs( name, text );
+      EXPECT_EQ( route->umh()->attributeText( name ), text ) << name;
+      EXPECT_EQ( route->attributeText( name ), text ) << name;
+      expected.push_back( name );
+   }
+   EXPECT_EQ( upstream.take(), expected );
+   EXPECT_THROW( route->attributeTextIs( "upRptState", "upRptGone" ),
+                 Mox::RangeError );
+   EXPECT_THROW( route->attributeTextIs( "iif", "'eth9'" ), Mox::NameError );
+   EXPECT_THROW( route->attributeTextIs( "key", route->attributeText( "key" ) ),
+                 Mox::NameError );
+   route->umhDel();
+   EXPECT_EQ( route->attributeText( "rpf" ), valueToStrep( Rpf() ) );
+   EXPECT_THROW( route->attributeTextIs( "rpfAttached", "true" ), Mox::NameError );
+}
+
+TEST_F( RouteOfVrf, EveryAttributeOfEveryEntityHasAText ) {
+   auto route = vrf.sg( "192.0.2.1", "233.252.0.1" );
+   auto intf = route.intf( "eth1" );
+   Mox::Ptr<Source> source = vrf->sourceIs( addr( "192.0.2.1" ) );
+   const Mox::Entity* entities[] = { vrf.get(), route.get(), route->umh(),
+                                     intf.get(), source.get() };
+   for ( const Mox::Entity* entity : entities ) {
+      for ( const Mox::AttributeInfo& row : entity->typeInfo().attributes ) {
+         EXPECT_THAT( entity->attributeText( row.name ),
+                      testing::Not( testing::IsEmpty() ) )
+            << entity->typeInfo().name << ' ' << row.name;
+      }
+   }
+   // What was read can be written back and changes nothing.
+   RouteRecorder recorder( route.get() );
+   for ( const Mox::AttributeInfo& row : route->typeInfo().attributes ) {
+      if ( row.set == nullptr ) continue;
+      route->attributeTextIs( row.name, route->attributeText( row.name ) );
+   }
+   EXPECT_EQ( recorder.take(), Heard{} );
+}
+
+TEST_F( RouteOfVrf, PrintsItsKeyAndFlags ) {
+   std::ostringstream out;
+   const Route* none = nullptr;
+   out << vrf.sg( "192.0.2.1", "233.252.0.1" ).spTree().get() << "; "
+       << vrf.wc( "ff3e::1" ).get() << "; " << none;
+   EXPECT_EQ( out.str(),
+              "(192.0.2.1, 233.252.0.1), Flags: S; "
+              "(*, ff3e::1), Flags: W; null" );
+}
+
+}
+}

@@ -151,6 +151,20 @@ TEST( Config, InterfacesAndVrfsAreCheckedToo ) {
       "agent.yaml:2: name: VrfName::bytes > VrfName::maxLength not allowed" );
 }
 
+TEST( Config, VrfsMayHaveTheSameAddresses ) {
+   auto vrf = []( const std::string& name ) {
+      return "- name: " + name + "\n  interfaces:\n  - name: " + name +
+             "0\n    addresses: [10.0.0.1/24]\n  rpf-routes:\n  - {prefix: "
+             "10.1.0.0/16, interface: " +
+             name + "0}\n  rps:\n  - address: 1.1.1.1\n";
+   };
+   EXPECT_EQ( parse( "vrfs:\n" + vrf( "red" ) + vrf( "blue" ) ).vrfs.size(), 2u );
+   EXPECT_EQ( errorOf( "vrfs:\n" + vrf( "red" ) +
+                       "- name: blue\n  rpf-routes:\n  - {prefix: 10.1.0.0/16, "
+                       "interface: red0}\n" ),
+              "agent.yaml:12: interface 'red0' is not of this VRF" );
+}
+
 TEST( Config, WhatIsNoYamlIsRefusedWithItsLine ) {
    EXPECT_EQ( errorOf( "vrfs:\n  - {name: [\n" ).rfind( "agent.yaml:", 0 ), 0u );
    EXPECT_EQ( errorOf( "vrfs:\n\t- name: x\n" ).rfind( "agent.yaml:2: ", 0 ), 0u )

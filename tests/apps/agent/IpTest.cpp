@@ -157,6 +157,7 @@ TEST( IpDecoder, Ipv6ExtensionHeadersAreSkipped ) {
    };
    EXPECT_EQ( reasonOf( fragmentHeader( 1 ) ), fragment );
    EXPECT_EQ( reasonOf( fragmentHeader( 8 ) ), fragment );
+   EXPECT_EQ( reasonOf( fragmentHeader( 6 ) ), notDropped ) << "reserved bits";
    // Longer than the packet, and cut off within its first bytes.
    EXPECT_EQ( reasonOf( ipv6( kHopByHop,
                               PacketBuilder().u8( kPim ).u8( 255 ).zeros( 6 ) ) ),

@@ -1,0 +1,14 @@
+// What a status sees of its PIM interfaces it cannot write.
+#include "model/Status.h"
+
+namespace Routing::Pim::SparseMode::Test {
+
+bool look( Status& status, Vantu::IntfId intf ) {
+#ifdef BAD
+   return status.pimStatus()->intfIs( intf ) != nullptr;
+#else
+   return status.pimStatus()->intf( intf ) != nullptr;
+#endif
+}
+
+}

@@ -9,8 +9,6 @@ namespace {
 
 // No index word: its slot number is beyond any table.
 constexpr uint64_t unknownWord = ~uint64_t( 0 );
-// Look-ups of a key that is rewritten all the time, before it counts as standing.
-constexpr int maxLookups = 100;
 
 }
 
@@ -96,9 +94,14 @@ void Mirror::tellDifference( const Instance* former, const Remembered& known,
       Position at = noPosition;
       auto copy =
          instance_->lookup( key, instance_->hashOf( key ), record_.data(), &at );
-      if ( copy.result == lookupAbsent ) {
+      bool found = copy.result == lookupFound;
+      const std::byte* loaded = found ? known_.key( at ) : nullptr;
+      bool same =
+         loaded && std::memcmp( loaded, key, table_.layout().keySize ) == 0;
+      if ( !same ) {
+         // Absent, or came since: then it has a journal entry to come.
          teller.removed( key, p );
-      } else if ( copy.result == lookupFound ) {
+      } else {
          kept[at] = true;
          tellKept( *former, known.word( p ), p, at, teller );
       }
@@ -200,33 +203,36 @@ void Mirror::vanished( Position position, Teller& teller ) {
    const std::byte* key = known_.key( position );
    if ( !key ) return;
    known_.keyDel( position );
-   // Put in again elsewhere: that place has a journal entry of its own. The pool
-   // still holds the key's bytes.
-   if ( !standsElsewhere( key ) ) teller.removed( key, position );
+   // The pool still holds the key's bytes.
+   if ( !knownElsewhere( key ) ) teller.removed( key, position );
 }
 
 // record_ is what stands there now, under the same key or another.
 void Mirror::replaced( Position position, uint64_t word, Teller& teller ) {
    const std::byte* key = known_.key( position );
-   uint32_t keySize = table_.layout().keySize;
-   if ( key && std::memcmp( key, record_.data(), keySize ) != 0 ) {
-      std::vector<std::byte> former( key, key + keySize );
-      if ( !standsElsewhere( former.data() ) ) {
-         teller.removed( former.data(), position );
-      }
-   }
+   bool other =
+      key && std::memcmp( key, record_.data(), table_.layout().keySize ) != 0;
+   if ( other ) vanished( position, teller );
    known_.wordIs( position, word );
    known_.keyIs( position, record_.data() );
    teller.written( record_.data(), position );
 }
 
-bool Mirror::standsElsewhere( const std::byte* key ) {
+// Was the key told as standing at some other place? That place's word tells when
+// it goes. It does not matter what the table holds by now: a key that is not
+// remembered anywhere and stands after all has a change to come.
+bool Mirror::knownElsewhere( const std::byte* key ) const {
    uint64_t hash = instance_->hashOf( key );
-   for ( int i = 0; i < maxLookups; ++i ) {
-      Lookup found = instance_->lookup( key, hash, other_.data(), nullptr ).result;
-      if ( found != lookupBusy ) return found == lookupFound;
+   Position begin = instance_->geometry().homeOf( hash ) * lineWords;
+   for ( Position p = begin; p < begin + probeLimit * lineWords; ++p ) {
+      uint64_t word = known_.word( p );
+      if ( word != unknownWord && ( word & tagMask ) != tagOf( hash ) ) continue;
+      const std::byte* other = known_.key( p );
+      if ( other && std::memcmp( other, key, table_.layout().keySize ) == 0 ) {
+         return true;
+      }
    }
-   return true;
+   return false;
 }
 
 }

@@ -47,7 +47,7 @@ class Mirror {
    void compare( Position position, uint64_t word, Teller& teller );
    void vanished( Position position, Teller& teller );
    void replaced( Position position, uint64_t word, Teller& teller );
-   bool standsElsewhere( const std::byte* key );
+   bool knownElsewhere( const std::byte* key ) const;
    uint64_t wordAt( Position position ) const;
 
    ReaderTable& table_;

@@ -60,6 +60,8 @@ class PIMSM_API Entity {
    template <class Observer, class Call>
    void notifyObservers( Call call ) const {
       if ( head_ == nullptr || !notificationsEnabled_ ) return;
+      // A lone observer needs no visit: whatever his call does, nobody follows him.
+      if ( head_ == tail_ ) return call( static_cast<Observer&>( *head_ ) );
       Visit visit( *this );
       while ( NotifieeConst* observer = visit.next() ) {
          call( static_cast<Observer&>( *observer ) );

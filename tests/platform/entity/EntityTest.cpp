@@ -81,6 +81,22 @@ TEST_F( Notification, AllDetachedAndNewAttachedInsideTheFirstCall ) {
    EXPECT_EQ( log, Heard{ "a1" } );
 }
 
+TEST_F( Notification, ALoneObserverMayBringAnotherAndGo ) {
+   b.reset();
+   c.reset();
+   a->inside = [&] {
+      b = make( "b" );
+      tree->heightIs( 2 );
+      a.reset();
+   };
+   tree->heightIs( 1 );
+   EXPECT_EQ( log, ( Heard{ "a1", "a2", "b2" } ) );
+   b->inside = [&] { tree.reset(); };
+   tree->heightIs( 4 );
+   EXPECT_EQ( log.back(), "b4" );
+   EXPECT_EQ( b->notifier(), nullptr );
+}
+
 TEST_F( Notification, AChangeInsideIsNotifiedAtOnceDepthFirst ) {
    a->inside = [&] { tree->heightIs( 2 ); };
    tree->heightIs( 1 );

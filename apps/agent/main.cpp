@@ -72,8 +72,11 @@ int run( const Arguments& arguments ) {
    Mox::SignalWatcher signals( loop, { SIGTERM, SIGINT },
                                [&]( int ) { loop.stop(); } );
    Agent::Agent agent( loop, std::move( options ) );
+   agent.readyIs( [&] {
+      std::cerr << agent.summary();
+      if ( arguments.exitAtEnd ) loop.stop();
+   } );
    loop.run();
-   std::cerr << agent.summary();
    return 0;
 }
 

@@ -77,19 +77,26 @@ constexpr bool isWord( Position position ) {
 // A key stands at most this many lines from home, its own included.
 constexpr uint32_t probeLimit = 16;
 
-// An index word: slot + 1 (24 bits), tag of the hash (12), generation (28). Zero:
-// free. The generation is the low part of the record's sequence, so that each
-// write of a key gives another word.
+// An index word: slot + 1 (24 bits), generation (28), tag of the hash (12, never
+// zero). Zero: free. The generation is the low part of the record's sequence, so
+// that each write of a key gives another word.
 constexpr uint32_t maxSlots = ( 1u << 24 ) - 2;
 constexpr uint64_t generationMask = ( 1u << 28 ) - 1;
-constexpr uint64_t tagMask = uint64_t( 0xfff ) << 28;
+constexpr uint64_t tagMask = 0xfff;
 
 constexpr uint64_t tagOf( uint64_t hash ) {
-   return ( hash << 28 ) & tagMask;
+   uint64_t tag = hash & tagMask;
+   return tag ? tag : 1;
+}
+constexpr uint64_t generationOf( uint64_t word ) {
+   return ( word >> 12 ) & generationMask;
+}
+constexpr bool hasTag( uint64_t word, uint64_t tag ) {
+   return ( word & tagMask ) == tag;
 }
 constexpr uint64_t indexWord( uint32_t slot, uint64_t hash, uint64_t sequence ) {
-   return uint64_t( slot + 1 ) << 40 | tagOf( hash ) |
-          ( sequence & generationMask );
+   return uint64_t( slot + 1 ) << 40 | ( sequence & generationMask ) << 12 |
+          tagOf( hash );
 }
 // 2^32 - 1 for a word of slot 0 - 1: beyond any table.
 constexpr uint32_t slotOf( uint64_t word ) {
@@ -112,6 +119,10 @@ constexpr SlotState stateOf( uint64_t stamp ) {
 }
 constexpr uint64_t sequenceOf( uint64_t stamp ) {
    return stamp >> 3;
+}
+// Was the slot written when the index word was?
+constexpr bool stampFits( uint64_t stamp, uint64_t word ) {
+   return ( sequenceOf( stamp ) & generationMask ) == generationOf( word );
 }
 // Larger ones are damage: they would soon wrap.
 constexpr uint64_t maxSequence = uint64_t( 1 ) << 60;

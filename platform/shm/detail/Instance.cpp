@@ -2,10 +2,9 @@
 
 #include <unistd.h>
 
-#include <cstring>
-
 #include "platform/shm/detail/Checksum.h"
 #include "platform/shm/detail/Hash.h"
+#include "platform/shm/detail/Line.h"
 
 namespace Brane::Detail {
 
@@ -16,10 +15,6 @@ namespace {
 constexpr uint32_t maxRetries = 64;
 // Contradictions in a row, everything standing still, that make damage.
 constexpr uint32_t maxContradictions = 4;
-
-bool fitsWord( uint64_t stamp, uint64_t word ) {
-   return ( ( sequenceOf( stamp ) ^ word ) & generationMask ) == 0;
-}
 
 FileHeader headerOf( int fd, uint64_t fileSize, const Layout& layout,
                      const Mox::String& path ) {
@@ -47,12 +42,12 @@ uint64_t Instance::hashOf( const void* key ) const {
 
 // One attempt. True: copy.result says what it is, or would be if the index word
 // still stands.
-bool Instance::copySlot( Copy& copy, void* out ) const {
+PIMSM_SHM_HOT bool Instance::copySlot( Copy& copy, void* out ) const {
    uint32_t slot = slotOf( copy.word );
    if ( slot >= geometry().slotCount ) return false;
    const SlotHead* head = view_.slot( slot );
    copy.stamp = loadWord( &head->stamp );
-   if ( !fitsWord( copy.stamp, copy.word ) ) return false;
+   if ( !stampFits( copy.stamp, copy.word ) ) return false;
    if ( stateOf( copy.stamp ) == slotRemoved ) {
       copy.result = lookupAbsent;
       return true;
@@ -97,15 +92,15 @@ Instance::Copy Instance::lookup( const void* key, uint64_t hash, void* out,
    uint32_t retries = 0;
    for ( uint32_t line = home; line < home + probeLimit; ++line ) {
       const uint64_t* words = view_.index() + line * lineWords;
-      for ( uint32_t i = 0; i < wordsPerLine; ++i ) {
-         uint64_t word = loadWord( words + i );
-         if ( !word || ( word & tagMask ) != tag ) continue;
-         Position at = line * lineWords + i;
+      for ( uint32_t found = wordsWith( words, tag ); found; ) {
+         Position at = line * lineWords + takeFirst( found );
+         uint64_t word = loadWord( view_.index() + at );
+         if ( !hasTag( word, tag ) ) continue;
          Copy copy = copyWord( at, word, out );
          retries = copy.retries += retries;
          if ( copy.result == lookupAbsent ) continue;
-         bool found = copy.result == lookupFound;
-         if ( found && std::memcmp( out, key, geometry().keySize ) != 0 ) continue;
+         bool whole = copy.result == lookupFound;
+         if ( whole && !sameBytes( out, key, geometry().keySize ) ) continue;
          if ( position ) *position = at;
          return copy;
       }
@@ -123,9 +118,8 @@ void Instance::fetchLine( uint64_t hash ) const {
 
 void Instance::fetchSlots( uint64_t hash ) const {
    const uint64_t* words = view_.index() + geometry().homeOf( hash ) * lineWords;
-   for ( uint32_t i = 0; i < wordsPerLine; ++i ) {
-      uint64_t word = loadWord( words + i );
-      if ( word && ( word & tagMask ) == tagOf( hash ) ) fetchSlot( word );
+   for ( uint32_t found = wordsWith( words, tagOf( hash ) ); found; ) {
+      fetchSlot( loadWord( words + takeFirst( found ) ) );
    }
 }
 
@@ -139,7 +133,7 @@ bool Instance::verify( Position position, const Copy& copy,
                        const void* record ) const {
    uint64_t hash = hashOf( record );
    RecordIdentity identity{ sequenceOf( copy.stamp ), slotOf( copy.word ), hash };
-   return ( copy.word & tagMask ) == tagOf( hash ) &&
+   return hasTag( copy.word, tagOf( hash ) ) &&
           geometry().reaches( hash, position ) &&
           copy.checksum ==
              recordChecksum( record, geometry().recordSize, identity );
@@ -150,7 +144,7 @@ uint64_t Instance::effectiveWord( Position position ) const {
    uint32_t slot = slotOf( word );
    if ( !word || slot >= geometry().slotCount ) return word;
    uint64_t stamp = loadWord( &view_.slot( slot )->stamp );
-   bool gone = stateOf( stamp ) == slotRemoved && fitsWord( stamp, word );
+   bool gone = stateOf( stamp ) == slotRemoved && stampFits( stamp, word );
    return gone ? 0 : word;
 }
 

@@ -226,7 +226,7 @@ bool Mirror::knownElsewhere( const std::byte* key ) const {
    Position begin = instance_->geometry().homeOf( hash ) * lineWords;
    for ( Position p = begin; p < begin + probeLimit * lineWords; ++p ) {
       uint64_t word = known_.word( p );
-      if ( word != unknownWord && ( word & tagMask ) != tagOf( hash ) ) continue;
+      if ( word != unknownWord && !hasTag( word, tagOf( hash ) ) ) continue;
       const std::byte* other = known_.key( p );
       if ( other && std::memcmp( other, key, table_.layout().keySize ) == 0 ) {
          return true;

@@ -75,16 +75,12 @@ void ReaderTable::attach() {
    }
 }
 
-Lookup ReaderTable::count( const Instance::Copy& copy, Position position ) {
-   counters_.retried += copy.retries;
-   if ( copy.result == lookupFound ) ++counters_.verified;
+void ReaderTable::countFailed( const Instance::Copy& copy, Position position ) {
    if ( copy.result == lookupBusy ) ++counters_.busy;
-   if ( copy.result == lookupDamaged ) {
-      ++counters_.damaged;
-      problem_ = placeText( files_.table, position, slotOf( copy.word ) ) +
-                 ": index and slot contradict each other";
-   }
-   return copy.result;
+   if ( copy.result != lookupDamaged ) return;
+   ++counters_.damaged;
+   problem_ = placeText( files_.table, position, slotOf( copy.word ) ) +
+              ": index and slot contradict each other";
 }
 
 bool ReaderTable::isPosition( Position position ) const {

@@ -32,9 +32,15 @@ class ReaderTable {
    const TableReader::Counters& counters() const { return counters_; }
 
    // Counts a copy and says what it found.
-   Lookup count( const Instance::Copy& copy, Position position );
+   Lookup count( const Instance::Copy& copy, Position position ) {
+      counters_.retried += copy.retries;
+      counters_.verified += copy.result == lookupFound;
+      if ( copy.result > lookupAbsent ) countFailed( copy, position );
+      return copy.result;
+   }
 
  private:
+   void countFailed( const Instance::Copy& copy, Position position );
    bool becomeAbsent();
    void attach();
    bool isPosition( Position position ) const;

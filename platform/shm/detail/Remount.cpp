@@ -1,5 +1,7 @@
 #include "platform/shm/detail/Remount.h"
 
+#include <cstring>
+
 namespace Brane::Detail {
 
 namespace {
@@ -18,6 +20,7 @@ class Remount {
    }
 
    void run() {
+      if ( !intended_ && nothingToDo() ) return;
       setCounts( []( uint64_t want, uint64_t now ) { return want > now; } );
       setWords( []( uint64_t want ) { return want != 0; } );
       for ( uint32_t slot : survey_.older() ) setState( slot, slotReplaced );
@@ -32,6 +35,13 @@ class Remount {
    }
 
  private:
+   bool nothingToDo() const {
+      const std::vector<uint64_t>& index = survey_.index();
+      return survey_.headSound() && survey_.older().empty() &&
+             survey_.broken().empty() &&
+             std::memcmp( index.data(), view_.index(), index.size() * 8 ) == 0;
+   }
+
    template <class Condition>
    void setWords( Condition condition ) {
       for ( Position p = 0; p < view_.geometry.positions(); ++p ) {

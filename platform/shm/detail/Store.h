@@ -22,6 +22,9 @@
 #endif
 #endif
 
+// What runs for each record: a call would cost as much as its body.
+#define PIMSM_SHM_HOT __attribute__( ( always_inline ) ) inline
+
 namespace Brane::Detail {
 
 __extension__ using Wide = unsigned __int128;
@@ -83,17 +86,36 @@ inline uint64_t wordAt( const void* from, size_t index ) {
    return word;
 }
 
+// By words: what was just stored by words is at hand that way. Size is a multiple
+// of 8, and not 0.
+inline bool sameBytes( const void* a, const void* b, size_t size ) {
+   uint64_t difference = 0;
+   for ( size_t i = 0; i < size / 8; ++i )
+      difference |= wordAt( a, i ) ^ wordAt( b, i );
+   return difference == 0;
+}
+
 // Copies out of a mapping that may change meanwhile. `from` is aligned to 16, `to`
 // need not be; size is a multiple of 8.
 inline void copyOut( void* to, const std::byte* from, size_t size ) {
    auto* out = static_cast<std::byte*>( to );
 #if defined( __SSE2__ ) && !defined( PIMSM_SHM_TSAN )
-   size_t at = 0;
-   for ( ; at + 16 <= size; at += 16 ) {
-      __m128i word =
-         _mm_load_si128( reinterpret_cast<const __m128i*>( from + at ) );
+   auto load = [from]( size_t at ) {
+      return _mm_load_si128( reinterpret_cast<const __m128i*>( from + at ) );
+   };
+   auto store = [out]( size_t at, __m128i word ) {
       _mm_storeu_si128( reinterpret_cast<__m128i*>( out + at ), word );
+   };
+   size_t at = 0;
+   for ( ; at + 64 <= size; at += 64 ) {
+      __m128i a = load( at ), b = load( at + 16 );
+      __m128i c = load( at + 32 ), d = load( at + 48 );
+      store( at, a );
+      store( at + 16, b );
+      store( at + 32, c );
+      store( at + 48, d );
    }
+   for ( ; at + 16 <= size; at += 16 ) store( at, load( at ) );
    if ( at < size ) {
       uint64_t word = *reinterpret_cast<const volatile uint64_t*>( from + at );
       std::memcpy( out + at, &word, 8 );
@@ -106,15 +128,25 @@ inline void copyOut( void* to, const std::byte* from, size_t size ) {
 #endif
 }
 
-// Fetches the memory for a load or a store to come.
+// Fetches the memory for a load or a store to come. In assembler: GCC takes a
+// function that only prefetches for one without effect and drops its calls.
 inline void prefetch( const std::byte* at, size_t size ) {
    for ( size_t line = 0; line < size; line += 64 ) {
+#if defined( __x86_64__ )
+      __asm__ volatile( "prefetcht0 %0" : : "m"( at[line] ) );
+#else
       __builtin_prefetch( at + line, 0, 3 );
+#endif
    }
 }
 inline void prefetchForStore( const std::byte* at, size_t size ) {
    for ( size_t line = 0; line < size; line += 64 ) {
+#if defined( __x86_64__ )
+      // No operation on processors that do not know it.
+      __asm__ volatile( "prefetchw %0" : : "m"( at[line] ) );
+#else
       __builtin_prefetch( at + line, 1, 3 );
+#endif
    }
 }
 

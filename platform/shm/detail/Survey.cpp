@@ -3,12 +3,20 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "platform/shm/detail/Checksum.h"
 #include "platform/shm/detail/Hash.h"
+#include "platform/shm/detail/Line.h"
 
 namespace Brane::Detail {
+
+namespace {
+
+// How far ahead slots and what is known of them are fetched.
+constexpr uint32_t slotsAhead = 6;
+constexpr Position wordsAhead = 24;
+
+}
 
 void addText( std::vector<Mox::String>& texts, Mox::String text ) {
    if ( texts.size() < maxTexts ) texts.push_back( std::move( text ) );
@@ -28,9 +36,7 @@ Survey::Survey( const ConstView& view, const Mox::String& path )
    judgeHead();
    scanSlots();
    claimWords();
-   retireTwins();
    placeUnindexed();
-   countPassed();
 }
 
 // The journal's last entry bears the head's sequence, and none the one after next.
@@ -46,6 +52,9 @@ void Survey::judgeHead() {
 
 void Survey::scanSlots() {
    for ( uint32_t slot = 0; slot < slots_.size(); ++slot ) {
+      if ( slot + slotsAhead < slots_.size() ) {
+         prefetch( view_.slotBytes( slot + slotsAhead ), view_.slotSize() );
+      }
       if ( stateOf( view_.slot( slot )->stamp ) == slotLive ) judgeSlot( slot );
    }
 }
@@ -73,7 +82,13 @@ void Survey::judgeSlot( uint32_t slot ) {
 // Keeps each index word that names a whole record of the right key.
 void Survey::claimWords() {
    const uint64_t* words = view_.index();
-   for ( Position p = 0; p < view_.geometry.positions(); ++p ) {
+   Position end = view_.geometry.positions();
+   for ( Position p = 0; p < end; ++p ) {
+      uint64_t ahead = p + wordsAhead < end ? words[p + wordsAhead] : 0;
+      if ( slotOf( ahead ) < slots_.size() ) {
+         prefetch( reinterpret_cast<const std::byte*>( &slots_[slotOf( ahead )] ),
+                   sizeof( Slot ) );
+      }
       if ( isWord( p ) && words[p] ) claim( p );
    }
 }
@@ -81,111 +96,112 @@ void Survey::claimWords() {
 void Survey::claim( Position position ) {
    uint64_t word = view_.index()[position];
    uint32_t slot = slotOf( word );
-   if ( fits( position, word ) ) return moveTo( slot, position );
-   // A killed removal leaves a word that names a Removed slot: nothing to report.
-   bool known = slot < slots_.size();
-   if ( known && stateOf( view_.slot( slot )->stamp ) == slotRemoved ) return;
-   report( position, slot, "the index word does not fit" );
+   if ( !fits( position, word ) ) {
+      // A killed removal leaves a word that names a Removed slot: nothing to
+      // report.
+      bool removed = slot < slots_.size() &&
+                     stateOf( view_.slot( slot )->stamp ) == slotRemoved;
+      if ( !removed ) report( position, slot, "the index word does not fit" );
+      return;
+   }
+   Position twin = twinOf( slot, position );
+   if ( twin == noPosition ) return enter( slot, position );
+   // Two words for one key: damage only. The newer record stays.
+   report( position, slot, "the key stands twice" );
+   uint32_t other = slotOf( want_[twin] );
+   if ( slots_[slot].order() < slots_[other].order() ) {
+      slots_[slot].sequence = 0;
+      return older_.push_back( slot );
+   }
+   leave( twin );
+   enter( slot, position );
 }
 
 bool Survey::fits( Position position, uint64_t word ) const {
    uint32_t slot = slotOf( word );
    if ( slot >= slots_.size() ) return false;
    const Slot& found = slots_[slot];
-   return found.sequence && found.position == noPosition &&
+   return found.sequence && !found.indexed() &&
           word == indexWord( slot, found.hash, found.sequence ) &&
           view_.geometry.reaches( found.hash, position );
 }
 
-void Survey::moveTo( uint32_t slot, Position position ) {
-   slots_[slot].position = position;
-   want_[position] = indexWord( slot, slots_[slot].hash, slots_[slot].sequence );
+void Survey::enter( uint32_t slot, Position position ) {
+   Slot& found = slots_[slot];
+   want_[position] = indexWord( slot, found.hash, found.sequence );
+   countPassed( found.hash, position, 1 );
+   found.sequence |= indexedBit;
    ++survivors_;
 }
 
-// Where another slot with this slot's key stands, before `endLine`.
-Position Survey::twinOf( uint32_t slot, uint32_t endLine ) const {
+// The record there gives way to a newer one of its key.
+void Survey::leave( Position position ) {
+   uint32_t slot = slotOf( want_[position] );
+   countPassed( slots_[slot].hash, position, ~uint64_t( 0 ) );
+   want_[position] = 0;
+   slots_[slot].sequence = 0;
+   older_.push_back( slot );
+   --survivors_;
+}
+
+void Survey::countPassed( uint64_t hash, Position position, uint64_t change ) {
+   uint32_t line = view_.geometry.homeOf( hash );
+   for ( ; line < position / lineWords; ++line ) {
+      want_[line * lineWords + 7] += change;
+   }
+}
+
+// Where another slot with this slot's key stands, before `end`.
+Position Survey::twinOf( uint32_t slot, Position end ) const {
    const Slot& mine = slots_[slot];
-   uint32_t home = view_.geometry.homeOf( mine.hash );
-   for ( Position p = home * lineWords; p < endLine * lineWords; ++p ) {
-      uint64_t word = isWord( p ) ? want_[p] : 0;
-      if ( !word || ( ( word ^ tagOf( mine.hash ) ) & tagMask ) ) continue;
-      uint32_t other = slotOf( word );
-      if ( other != slot &&
-           std::memcmp( view_.record( other ), view_.record( slot ),
-                        view_.geometry.keySize ) == 0 ) {
-         return p;
+   uint32_t line = view_.geometry.homeOf( mine.hash );
+   for ( ; line * lineWords < end; ++line ) {
+      uint32_t found = wordsWith( &want_[line * lineWords], tagOf( mine.hash ) );
+      while ( found ) {
+         Position p = line * lineWords + takeFirst( found );
+         if ( p < end &&
+              sameBytes( view_.record( slotOf( want_[p] ) ), view_.record( slot ),
+                         view_.geometry.keySize ) ) {
+            return p;
+         }
       }
    }
    return noPosition;
-}
-
-// Two words for one key: damage only. The newer record stays.
-void Survey::retireTwins() {
-   for ( uint32_t slot = 0; slot < slots_.size(); ++slot ) {
-      Position mine = slots_[slot].position;
-      if ( mine == noPosition ) continue;
-      Position twin = twinOf( slot, mine / lineWords + 1 );
-      if ( twin == noPosition ) continue;
-      uint32_t other = slotOf( want_[twin] );
-      bool newer = slots_[slot].sequence > slots_[other].sequence;
-      uint32_t loser = newer ? other : slot;
-      report( slots_[loser].position, loser, "the key stands twice" );
-      want_[slots_[loser].position] = 0;
-      slots_[loser].position = noPosition;
-      slots_[loser].sequence = 0;
-      older_.push_back( loser );
-      --survivors_;
-   }
 }
 
 void Survey::placeUnindexed() {
    for ( uint32_t slot = 0; slot < slots_.size(); ++slot ) {
-      if ( slots_[slot].sequence && slots_[slot].position == noPosition ) {
-         place( slot );
-      }
+      if ( slots_[slot].sequence && !slots_[slot].indexed() ) place( slot );
    }
 }
 
+// A record that no word names: a kill came between its stamp and its word, or
+// between its key's next word and its retirement.
 void Survey::place( uint32_t slot ) {
    uint32_t home = view_.geometry.homeOf( slots_[slot].hash );
-   Position twin = twinOf( slot, home + probeLimit );
-   if ( twin == noPosition ) {
-      Position free = freePlace( slot );
-      bool room = free != noPosition && survivors_ < view_.geometry.capacity;
-      if ( !room ) {
-         report( noPosition, slot, "there is no place for it in the index" );
-         return broken_.push_back( slot );
+   Position position = twinOf( slot, ( home + probeLimit ) * lineWords );
+   if ( position != noPosition ) {
+      uint32_t other = slotOf( want_[position] );
+      if ( slots_[other].order() > slots_[slot].order() ) {
+         return older_.push_back( slot );
       }
-      return moveTo( slot, free );
+      leave( position );
+   } else {
+      position = freePlace( slot );
    }
-   uint32_t other = slotOf( want_[twin] );
-   if ( slots_[other].sequence > slots_[slot].sequence ) {
-      return older_.push_back( slot );
-   }
-   older_.push_back( other );
-   slots_[other].position = noPosition;
-   slots_[other].sequence = 0;
-   --survivors_;
-   moveTo( slot, twin );
+   bool room = position != noPosition && survivors_ < view_.geometry.capacity;
+   if ( room ) return enter( slot, position );
+   report( noPosition, slot, "there is no place for it in the index" );
+   broken_.push_back( slot );
 }
 
 Position Survey::freePlace( uint32_t slot ) const {
-   Position begin = view_.geometry.homeOf( slots_[slot].hash ) * lineWords;
-   for ( Position p = begin; p < begin + probeLimit * lineWords; ++p ) {
-      if ( isWord( p ) && !want_[p] ) return p;
+   uint32_t home = view_.geometry.homeOf( slots_[slot].hash );
+   for ( uint32_t line = home; line < home + probeLimit; ++line ) {
+      uint32_t found = wordsWith( &want_[line * lineWords], 0 );
+      if ( found ) return line * lineWords + takeFirst( found );
    }
    return noPosition;
-}
-
-void Survey::countPassed() {
-   for ( const Slot& slot : slots_ ) {
-      if ( slot.position == noPosition ) continue;
-      uint32_t line = view_.geometry.homeOf( slot.hash );
-      for ( ; line < slot.position / lineWords; ++line ) {
-         ++want_[line * lineWords + 7];
-      }
-   }
 }
 
 void Survey::report( Position position, uint32_t slot, const char* what ) {

@@ -27,6 +27,9 @@ class Survey {
    // Slots that say Live and are not.
    const std::vector<uint32_t>& broken() const { return broken_; }
 
+   // Does the index name the slot?
+   bool names( uint32_t slot ) const { return slots_[slot].indexed(); }
+
    uint32_t survivors() const { return survivors_; }
    // Of the whole records.
    uint64_t highestSequence() const { return highest_; }
@@ -35,12 +38,15 @@ class Survey {
    const std::vector<Mox::String>& texts() const { return texts_; }
 
  private:
-   // A sequence of 0: no whole record.
+   // What a slot holds. A sequence of 0: no whole record.
    struct Slot {
       uint64_t hash = 0;
       uint64_t sequence = 0;
-      Position position = noPosition;
+      bool indexed() const { return sequence & indexedBit; }
+      uint64_t order() const { return sequence & ~indexedBit; }
    };
+   static constexpr uint64_t indexedBit = uint64_t( 1 ) << 63;
+   static_assert( maxSequence < indexedBit );
 
    void judgeHead();
    void scanSlots();
@@ -48,13 +54,13 @@ class Survey {
    void claimWords();
    void claim( Position position );
    bool fits( Position position, uint64_t word ) const;
-   void retireTwins();
    void placeUnindexed();
    void place( uint32_t slot );
-   Position twinOf( uint32_t slot, uint32_t endLine ) const;
+   Position twinOf( uint32_t slot, Position end ) const;
    Position freePlace( uint32_t slot ) const;
-   void moveTo( uint32_t slot, Position position );
-   void countPassed();
+   void enter( uint32_t slot, Position position );
+   void leave( Position position );
+   void countPassed( uint64_t hash, Position position, uint64_t change );
    void report( Position position, uint32_t slot, const char* what );
 
    ConstView view_;

@@ -150,13 +150,8 @@ void TableMaker::takeOver( Former former, const Survey& survey ) {
    putRight( table_.view_, survey, table_.report_ );
    table_.sequence_ = *table_.view_.head();
    table_.size_ = survey.survivors();
-   std::vector<bool> used( table_.view_.geometry.slotCount );
-   for ( Position p = 0; p < survey.index().size(); ++p ) {
-      uint64_t word = survey.index()[p];
-      if ( isWord( p ) && word ) used[slotOf( word )] = true;
-   }
-   for ( uint32_t slot = 0; slot < used.size(); ++slot ) {
-      if ( !used[slot] ) table_.free_.push( slot );
+   for ( uint32_t slot = 0; slot < table_.view_.geometry.slotCount; ++slot ) {
+      if ( !survey.names( slot ) ) table_.free_.push( slot );
    }
 }
 
@@ -215,8 +210,7 @@ void TableMaker::copySurvivors( const Former& former, const Survey& survey ) {
          std::memcpy( record.data() + move.to, old + move.from, move.size );
       }
       try {
-         table_.putHashed( record.data(), table_.hashOf( record.data() ),
-                           noPosition );
+         table_.put( record.data(), noPosition );
       } catch ( const ProbeLimitError& e ) {
          addText( table_.report_.texts, e.what() );
          ++table_.report_.dropped;

@@ -8,6 +8,7 @@
 
 #include "platform/base/Assert.h"
 #include "platform/shm/detail/Hash.h"
+#include "platform/shm/detail/Line.h"
 #include "platform/shm/detail/Lock.h"
 #include "platform/shm/detail/Survey.h"
 #include "platform/shm/detail/TableMaker.h"
@@ -25,13 +26,6 @@ constexpr uint32_t freeAhead = 4;
 bool isZero( const void* key, size_t size ) {
    for ( size_t i = 0; i < size / 8; ++i ) {
       if ( wordAt( key, i ) ) return false;
-   }
-   return true;
-}
-
-bool sameBytes( const void* a, const void* b, size_t size ) {
-   for ( size_t i = 0; i < size / 8; ++i ) {
-      if ( wordAt( a, i ) != wordAt( b, i ) ) return false;
    }
    return true;
 }
@@ -56,44 +50,56 @@ WriterTable::~WriterTable() {
    ring();
 }
 
-uint64_t WriterTable::hashOf( const void* key ) const {
+PIMSM_SHM_HOT uint64_t WriterTable::hashOf( const void* key ) const {
    return keyHash( key, layout_.keySize, view_.seed );
+}
+
+void WriterTable::corrupted( Position position, uint32_t slot,
+                             const char* what ) const {
+   throw CorruptionError( placeText( path(), position, slot ) + ": " + what );
+}
+
+void WriterTable::noPlace( bool full ) const {
+   if ( full ) {
+      throw TableFullError(
+         fmt::format( "{}: full with {} records", path(), size_ ) );
+   }
+   throw ProbeLimitError(
+      fmt::format( "{}: {} index lines are full of keys", path(), probeLimit ) );
 }
 
 // The slot that an index word names. The writer trusts its own mapping no further
 // than it must: a stray pointer in this process may have been there.
-uint32_t WriterTable::checkedSlot( Position position, uint64_t word ) const {
+PIMSM_SHM_HOT uint32_t WriterTable::checkedSlot( Position position,
+                                                 uint64_t word ) const {
    uint32_t slot = slotOf( word );
    if ( slot >= view_.geometry.slotCount ) {
-      throw CorruptionError( placeText( path(), position, slot ) +
-                             ": the index names no slot" );
+      corrupted( position, slot, "the index names no slot" );
    }
    return slot;
 }
 
-bool WriterTable::holdsKey( Position position, uint64_t word,
-                            const void* key ) const {
+PIMSM_SHM_HOT bool WriterTable::holdsKey( Position position, uint64_t word,
+                                          const void* key ) const {
    uint32_t slot = checkedSlot( position, word );
    if ( !sameBytes( view_.record( slot ), key, layout_.keySize ) ) return false;
    uint64_t stamp = view_.slot( slot )->stamp;
-   bool current = stateOf( stamp ) == slotLive &&
-                  ( ( sequenceOf( stamp ) ^ word ) & generationMask ) == 0;
-   if ( current ) return true;
-   throw CorruptionError( placeText( path(), position, slot ) +
-                          ": the slot's stamp does not fit the index" );
+   if ( stateOf( stamp ) == slotLive && stampFits( stamp, word ) ) return true;
+   corrupted( position, slot, "the slot's stamp does not fit the index" );
 }
 
-bool WriterTable::standsAt( const void* key, uint64_t hash,
-                            Position position ) const {
+PIMSM_SHM_HOT bool WriterTable::standsAt( const void* key, uint64_t hash,
+                                          Position position ) const {
    if ( position >= view_.geometry.positions() || !isWord( position ) )
       return false;
    uint64_t word = view_.index()[position];
-   return word && ( ( word ^ tagOf( hash ) ) & tagMask ) == 0 &&
+   return hasTag( word, tagOf( hash ) ) &&
           view_.geometry.reaches( hash, position ) &&
           holdsKey( position, word, key );
 }
 
-Place WriterTable::locate( const void* key, uint64_t hash, Position hint ) const {
+PIMSM_SHM_HOT Place WriterTable::locate( const void* key, uint64_t hash,
+                                         Position hint ) const {
    if ( hint != noPosition && standsAt( key, hash, hint ) ) {
       return { hint, view_.index()[hint] };
    }
@@ -101,20 +107,20 @@ Place WriterTable::locate( const void* key, uint64_t hash, Position hint ) const
 }
 
 // The key's place, or the first free one; no position where neither is.
-Place WriterTable::probe( const void* key, uint64_t hash ) const {
+PIMSM_SHM_HOT Place WriterTable::probe( const void* key, uint64_t hash ) const {
    Position free = noPosition;
    uint32_t home = view_.geometry.homeOf( hash );
    const uint64_t tag = tagOf( hash );
    for ( uint32_t line = home; line < home + probeLimit; ++line ) {
       const uint64_t* words = view_.index() + line * lineWords;
-      for ( uint32_t i = 0; i < wordsPerLine; ++i ) {
-         Position position = line * lineWords + i;
-         if ( !words[i] ) {
-            if ( free == noPosition ) free = position;
-         } else if ( ( words[i] & tagMask ) == tag &&
-                     holdsKey( position, words[i], key ) ) {
-            return { position, words[i] };
-         }
+      for ( uint32_t found = wordsWith( words, tag ); found; ) {
+         Position position = line * lineWords + takeFirst( found );
+         uint64_t word = view_.index()[position];
+         if ( holdsKey( position, word, key ) ) return { position, word };
+      }
+      if ( free == noPosition ) {
+         uint32_t empty = wordsWith( words, 0 );
+         if ( empty ) free = line * lineWords + takeFirst( empty );
       }
       if ( !words[7] && free != noPosition ) break;
    }
@@ -122,20 +128,15 @@ Place WriterTable::probe( const void* key, uint64_t hash ) const {
 }
 
 // As locate(), and refuses what cannot be written; no store has happened then.
-Place WriterTable::placeFor( const void* key, uint64_t hash, Position hint ) const {
+PIMSM_SHM_HOT Place WriterTable::placeFor( const void* key, uint64_t hash,
+                                           Position hint ) const {
    if ( !zeroKey_ && isZero( key, layout_.keySize ) ) {
       throw Mox::RangeError( path() + ": the all-zero key is not a record" );
    }
    Place place = locate( key, hash, hint );
    if ( place.word ) return place;
-   if ( size_ >= view_.geometry.capacity ) {
-      throw TableFullError(
-         fmt::format( "{}: full with {} records", path(), size_ ) );
-   }
-   if ( place.position == noPosition ) {
-      throw ProbeLimitError(
-         fmt::format( "{}: {} index lines are full of keys", path(), probeLimit ) );
-   }
+   bool full = size_ >= view_.geometry.capacity;
+   if ( full || place.position == noPosition ) noPlace( full );
    return place;
 }
 
@@ -155,7 +156,8 @@ Position WriterTable::putHashed( const void* record, uint64_t hash,
    return place.position;
 }
 
-void WriterTable::finish( const Place& place, const RecordIdentity& identity ) {
+PIMSM_SHM_HOT void WriterTable::finish( const Place& place,
+                                        const RecordIdentity& identity ) {
    publish( view_, place, identity );
    sequence_ = identity.sequence;
    if ( place.word ) {
@@ -185,7 +187,7 @@ void WriterTable::fetchSlot( const TableWriter::PutItem& item,
    }
    for ( Position position = begin; position < end; ++position ) {
       uint64_t word = view_.index()[position];
-      if ( !word || ( ( word ^ tagOf( hash ) ) & tagMask ) ) continue;
+      if ( !hasTag( word, tagOf( hash ) ) ) continue;
       uint32_t slot = slotOf( word );
       if ( slot >= view_.geometry.slotCount ) continue;
       prefetchForStore( view_.slotBytes( slot ),

@@ -53,6 +53,9 @@ class WriterTable {
    Place probe( const void* key, uint64_t hash ) const;
    bool holdsKey( Position position, uint64_t word, const void* key ) const;
    uint32_t checkedSlot( Position position, uint64_t word ) const;
+   [[noreturn]] void corrupted( Position position, uint32_t slot,
+                                const char* what ) const;
+   [[noreturn]] void noPlace( bool full ) const;
    Place placeFor( const void* key, uint64_t hash, Position hint ) const;
    Position putHashed( const void* record, uint64_t hash, Position hint );
    void finish( const Place& place, const RecordIdentity& identity );

@@ -45,7 +45,6 @@ class BackupRpf : public testing::Test {
 };
 
 TEST_F( BackupRpf, IsADuplicateOnTheMainInterfaceOrWithTheMainRpf ) {
-   EXPECT_FALSE( sg->isDuplicateRpf( Rpf() ) );
    EXPECT_TRUE( sg->isDuplicateRpf( rpfBy( "eth0", "192.0.2.250", 1, 1 ) ) );
    EXPECT_FALSE( sg->isDuplicateRpf( rpfBy( "eth2" ) ) );
    // The main interface is what iif() answers, not where the RPF points.
@@ -57,6 +56,10 @@ TEST_F( BackupRpf, IsADuplicateOnTheMainInterfaceOrWithTheMainRpf ) {
    sg->umhDel();
    EXPECT_FALSE( sg->isDuplicateRpf( rpfBy( "eth0" ) ) );
    EXPECT_TRUE( sg->isDuplicateRpf( rpfBy( "", "192.0.2.250" ) ) );
+   // No RPF repeats nothing, not even no RPF.
+   EXPECT_FALSE( sg->isDuplicateRpf( Rpf() ) );
+   sg.rpf( Rpf() );
+   EXPECT_FALSE( sg->isDuplicateRpf( Rpf() ) );
 }
 
 TEST_F( BackupRpf, IsTakenWhenItDiffersAndClearedWhenItDoesNot ) {

@@ -1,11 +1,8 @@
 #include "model/Route.h"
 
 #include "model/Status.h"
-#include "platform/trace/Trace.h"
 
 namespace Routing::Pim::SparseMode {
-
-using Mox::defaultTraceFacility;
 
 MOX_ENTITY_TYPE( Route, PIMSM_ROUTE_ATTRIBUTES )
 

@@ -9,7 +9,7 @@
 
 namespace Routing::Pim::SparseMode::Brane {
 
-class RouteBraneWriterSm::MoxRoute : public SparseMode::Route::NotifieeConst {
+class RouteBraneWriterSm::MoxRoute final : public SparseMode::Route::NotifieeConst {
  public:
    // Marks the route and every interface that it has.
    MoxRoute( RouteBraneWriterSm& writer, const SparseMode::Route& route )

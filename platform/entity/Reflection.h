@@ -58,9 +58,9 @@ String fullTypeName() {
 }
 
 template <class T>
-constexpr bool isCounted = false;
+inline constexpr bool isCounted = false;
 template <class T>
-constexpr bool isCounted<boost::intrusive_ptr<T>> = true;
+inline constexpr bool isCounted<boost::intrusive_ptr<T>> = true;
 
 template <class T>
 concept Collection = requires( const T& t ) {

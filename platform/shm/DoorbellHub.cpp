@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -118,14 +119,17 @@ void DoorbellHub::watchDirectory( Table& table ) {
 
 void DoorbellHub::readEvents() {
    alignas( inotify_event ) char buffer[16384];
+   // A read that leaves room for one more event has taken all there were.
+   constexpr ssize_t room = sizeof( inotify_event ) + NAME_MAX + 1;
    ssize_t got;
-   while ( ( got = read( fd_, buffer, sizeof( buffer ) ) ) > 0 ) {
+   do {
+      got = read( fd_, buffer, sizeof( buffer ) );
       for ( ssize_t at = 0; at < got; ) {
          auto* event = reinterpret_cast<const inotify_event*>( buffer + at );
          handleEvent( event->wd, event->mask, event->len ? event->name : "" );
          at += static_cast<ssize_t>( sizeof( inotify_event ) + event->len );
       }
-   }
+   } while ( got > ssize_t( sizeof( buffer ) ) - room );
 }
 
 void DoorbellHub::handleEvent( int watch, uint32_t mask, const char* name ) {

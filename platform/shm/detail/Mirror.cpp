@@ -60,14 +60,14 @@ void Mirror::load() {
 
 TableFollower::Drained Mirror::drain( const TableFollower::Callback& callback ) {
    Teller teller{ callback, {} };
+   // Changes first, they are what is waited for; whether another instance stands
+   // there costs a system call.
+   if ( instance_ ) follow( teller );
    teller.drained.stateChanged = table_.poll();
-   if ( table_.instance() == instance_ ) {
-      if ( instance_ ) follow( teller );
-   } else if ( table_.instance() || table_.state() == readerAbsent ) {
-      moveTo( table_.instance(), teller );
-   }
-   // Else: unreadable is not gone; what was known is kept until a table can be
-   // read.
+   bool moved = table_.instance() != instance_;
+   // Unreadable is not gone: what was known is kept until a table can be read.
+   bool unreadable = !table_.instance() && table_.state() != readerAbsent;
+   if ( moved && !unreadable ) moveTo( table_.instance(), teller );
    teller.drained.again = !again_.empty();
    return teller.drained;
 }

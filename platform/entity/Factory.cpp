@@ -13,9 +13,8 @@ std::map<String, EntityFactory, std::less<>>& factories() {
 
 }
 
-void entityFactoryIs( StringView typeName, EntityFactory factory ) {
-   bool added =
-      factories().try_emplace( String( typeName ), std::move( factory ) ).second;
+void entityFactoryIs( StringView typeName, const EntityFactory& factory ) {
+   bool added = factories().try_emplace( String( typeName ), factory ).second;
    MOX_ASSERT_TEXT( added, "one factory a type" );
 }
 

@@ -18,7 +18,7 @@ namespace Mox {
 using EntityFactory = std::function<Ptr<Entity>( StringView name )>;
 
 // Registers under the full C++ name. A second factory for a type is fatal.
-PIMSM_API void entityFactoryIs( StringView typeName, EntityFactory factory );
+PIMSM_API void entityFactoryIs( StringView typeName, const EntityFactory& factory );
 
 // Throws NameError when no factory is registered for the type.
 PIMSM_API Ptr<Entity> newEntityByType( StringView typeName, StringView name );
@@ -27,8 +27,8 @@ PIMSM_API Ptr<Entity> newEntityByType( StringView typeName, StringView name );
 PIMSM_API std::vector<String> entityTypeNames();
 
 struct FactoryRegistration {
-   FactoryRegistration( StringView typeName, EntityFactory factory ) {
-      entityFactoryIs( typeName, std::move( factory ) );
+   FactoryRegistration( StringView typeName, const EntityFactory& factory ) {
+      entityFactoryIs( typeName, factory );
    }
 };
 

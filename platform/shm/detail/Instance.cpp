@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include "platform/shm/detail/Checksum.h"
-#include "platform/shm/detail/Hash.h"
 #include "platform/shm/detail/Line.h"
 
 namespace Brane::Detail {
@@ -36,10 +35,6 @@ Instance::Instance( int fd, uint64_t fileSize, const Layout& layout,
             geometryOf( header_ ),
             { header_.seed[0], header_.seed[1] } } {}
 
-uint64_t Instance::hashOf( const void* key ) const {
-   return keyHash( key, geometry().keySize, view_.seed );
-}
-
 // One attempt. True: copy.result says what it is, or would be if the index word
 // still stands.
 PIMSM_SHM_HOT bool Instance::copySlot( Copy& copy, void* out ) const {
@@ -61,10 +56,21 @@ PIMSM_SHM_HOT bool Instance::copySlot( Copy& copy, void* out ) const {
    return loadWord( &head->stamp ) == copy.stamp;
 }
 
-Instance::Copy Instance::copyWord( Position position, uint64_t word,
-                                   void* out ) const {
+PIMSM_SHM_HOT Instance::Copy Instance::copyWord( Position position, uint64_t word,
+                                                 void* out ) const {
    Copy copy;
    copy.word = word;
+   bool undisturbed =
+      copySlot( copy, out ) && loadWord( view_.index() + position ) == word;
+   return __builtin_expect( undisturbed, 1 ) ? copy : insist( position, word, out );
+}
+
+// The general case: as often as it takes, up to the limits.
+Instance::Copy Instance::insist( Position position, uint64_t word,
+                                 void* out ) const {
+   Copy copy;
+   copy.word = word;
+   copy.retries = 1;
    uint32_t contradictions = 0;
    while ( copy.word && copy.retries < maxRetries ) {
       bool done = copySlot( copy, out );
@@ -83,6 +89,10 @@ Instance::Copy Instance::copyWord( Position position, uint64_t word,
    }
    copy.result = copy.word ? lookupBusy : lookupAbsent;
    return copy;
+}
+
+Instance::Copy Instance::copy( Position position, void* out ) const {
+   return copyWord( position, loadWord( view_.index() + position ), out );
 }
 
 Instance::Copy Instance::lookup( const void* key, uint64_t hash, void* out,

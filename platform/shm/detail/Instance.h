@@ -15,6 +15,7 @@
 #include <span>
 
 #include "platform/shm/TableReader.h"
+#include "platform/shm/detail/Hash.h"
 #include "platform/shm/detail/Header.h"
 #include "platform/shm/detail/Mapping.h"
 
@@ -38,11 +39,11 @@ class Instance {
    Copy lookup( const void* key, uint64_t hash, void* out,
                 Position* position ) const;
    // REQUIRES: a position of the index.
-   Copy copy( Position position, void* out ) const {
-      return copyWord( position, loadWord( view_.index() + position ), out );
-   }
+   Copy copy( Position position, void* out ) const;
 
-   uint64_t hashOf( const void* key ) const;
+   uint64_t hashOf( const void* key ) const {
+      return keyHash( key, geometry().keySize, view_.seed );
+   }
    void fetchLine( uint64_t hash ) const;
    void fetchSlots( uint64_t hash ) const;
    void fetchSlot( uint64_t word ) const;
@@ -60,6 +61,7 @@ class Instance {
 
  private:
    Copy copyWord( Position position, uint64_t word, void* out ) const;
+   Copy insist( Position position, uint64_t word, void* out ) const;
    bool copySlot( Copy& copy, void* out ) const;
 
    FileHeader header_;

@@ -24,7 +24,8 @@
 //   4 passed counts - 1     no record            no record; publishes
 //   5 journal head          none, and hears      no record
 //
-// "Old record" is "no record" for a new key. What forbids another order:
+// "Old record" is "no record" for a new key. A put that is refused stops after 2 and
+// frees the slot, which no index word ever named. What forbids another order:
 // - 1 before 2: a reader that is copying this slot's former record must see the
 //   stamp differ once it has copied one new byte. The fence keeps them apart.
 // - 2 before 5: Live promises a whole record to remounts.

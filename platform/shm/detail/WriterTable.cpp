@@ -98,6 +98,11 @@ PIMSM_SHM_HOT bool WriterTable::standsAt( const void* key, uint64_t hash,
           holdsKey( position, word, key );
 }
 
+PIMSM_SHM_HOT const std::byte* WriterTable::homeLine( uint64_t hash ) const {
+   auto* line = view_.index() + view_.geometry.homeOf( hash ) * lineWords;
+   return reinterpret_cast<const std::byte*>( line );
+}
+
 PIMSM_SHM_HOT Place WriterTable::locate( const void* key, uint64_t hash,
                                          Position hint ) const {
    if ( hint != noPosition && standsAt( key, hash, hint ) ) {
@@ -147,13 +152,27 @@ Position WriterTable::put( const void* record, Position hint ) {
 Position WriterTable::putHashed( const void* record, uint64_t hash,
                                  Position hint ) {
    prefetchForStore( view_.slotBytes( free_.peek( freeAhead ) ), view_.slotSize() );
-   Place place = placeFor( record, hash, hint );
+   // The record is written while the index line is on its way.
+   prefetchForStore( homeLine( hash ), 1 );
    uint32_t slot = free_.pop();
    claimSlot( view_, slot, sequence_ + 1 );
    RecordIdentity identity{ sequence_ + 1, slot, hash };
    fillSlot( view_, record, identity );
+   Place place;
+   try {
+      place = placeFor( record, hash, hint );
+   } catch ( ... ) {
+      release( slot );
+      throw;
+   }
    finish( place, identity );
    return place.position;
+}
+
+// Gives back a slot that no index word ever named.
+void WriterTable::release( uint32_t slot ) {
+   storeWord( &view_.slot( slot )->stamp, stampOf( sequence_, slotFree ) );
+   free_.push( slot );
 }
 
 PIMSM_SHM_HOT void WriterTable::finish( const Place& place,
@@ -233,8 +252,7 @@ Position WriterTable::commit( uint32_t slot, Position hint ) {
 }
 
 void WriterTable::abandon( uint32_t slot ) {
-   storeWord( &view_.slot( slot )->stamp, stampOf( sequence_, slotFree ) );
-   free_.push( slot );
+   release( slot );
    --reservations_;
 }
 

@@ -21,7 +21,7 @@ namespace {
 // slot it will fill are fetched.
 constexpr size_t linesAhead = 16;
 constexpr size_t slotsAhead = 8;
-constexpr uint32_t freeAhead = 4;
+constexpr uint32_t freeAhead = 8;
 
 bool isZero( const void* key, size_t size ) {
    for ( size_t i = 0; i < size / 8; ++i ) {
@@ -153,7 +153,7 @@ Position WriterTable::putHashed( const void* record, uint64_t hash,
                                  Position hint ) {
    prefetchForStore( view_.slotBytes( free_.peek( freeAhead ) ), view_.slotSize() );
    // The record is written while the index line is on its way.
-   prefetchForStore( homeLine( hash ), 1 );
+   if ( hint == noPosition ) prefetchForStore( homeLine( hash ), 1 );
    uint32_t slot = free_.pop();
    claimSlot( view_, slot, sequence_ + 1 );
    RecordIdentity identity{ sequence_ + 1, slot, hash };

@@ -14,25 +14,34 @@ class Timer : public Mox::Clock::Notifiee {
       : Notifiee( &clock ), expired_( std::move( expired ) ) {}
 
    // Seconds from now; infinity never expires. Replaces what was set.
-   void start( double seconds ) { wakeupTimeIs( clock()->now() + seconds ); }
+   void start( double seconds ) { startUntil( clock()->now() + seconds ); }
    // As start(), unless that would bring the expiry forward (RFC 7761: "set to the
    // maximum of its current value and the HoldTime").
    void extend( double seconds ) {
       double until = clock()->now() + seconds;
-      if ( !running() || wakeupTime() < until ) wakeupTimeIs( until );
+      if ( !running_ || wakeupTime() < until ) startUntil( until );
    }
-   void cancel() { wakeupTimeIs( never ); }
-   bool running() const { return wakeupTime() != never; }
+   void cancel() {
+      running_ = false;
+      wakeupTimeIs( never );
+   }
 
    static constexpr double never = Mox::Clock::never;
 
  private:
+   void startUntil( double time ) {
+      running_ = true;
+      wakeupTimeIs( time );
+   }
    // The function may destroy the timer.
    void onTime() override {
+      running_ = false;
       auto expired = expired_;
       expired();
    }
 
+   // The wake-up time cannot tell a timer that never expires from one not set.
+   bool running_ = false;
    std::function<void()> expired_;
 };
 

@@ -176,13 +176,19 @@ Mox::Ptr<JoinPruneEngine::Route> JoinPruneEngine::newRoute( const RouteKey& key,
    flags.rpTreeIs( true );
    route->routeFlagsIs( flags );
    route->creationTimeIs( clock_.now() );
-   Mox::Ptr<Routing::Pim::SparseMode::UpstreamInfo> umh = route->umhIs();
-   StaticRouting::Path path = routing_.pathTo( wildcard ? rp : key.source );
+   updatePath( *route, rp );
+   route->initializedIs( true );
+   return route;
+}
+
+void JoinPruneEngine::updatePath( Route& route, const IpGenAddr& rp ) {
+   const IpGenAddr& source = route.key().source;
+   StaticRouting::Path path =
+      routing_.pathTo( source.isUnspecified() ? rp : source );
+   Mox::Ptr<Routing::Pim::SparseMode::UpstreamInfo> umh = route.umhIs();
    umh->rpIs( rp );
    umh->rpfAttachedIs( path.attached );
    umh->doUpdateRpf( path.rpf );
-   route->initializedIs( true );
-   return route;
 }
 
 // The record goes when no machine has state on it, the route with its last record.
@@ -217,18 +223,40 @@ void JoinPruneEngine::updateTree( Route& route ) {
 }
 
 void JoinPruneEngine::adopt() {
-   for ( Route& route : model_->route() ) {
-      for ( Intf& intf : route.routeIntf() ) {
-         Key key{ route.key().group, intf.intfId(), route.key().source };
-         IpGenAddr rp = routing_.rpOf( key.group );
-         if ( intf.joinState() != Intf::noInfo ) {
-            joinMachine( key, rp ).adopt( defaultHoldtime );
-         }
-         if ( intf.rptState() != Intf::rptNoInfo ) {
-            rptPruneMachine( key ).adopt( defaultHoldtime );
-         }
+   for ( const RouteKey& key : Mox::keysOf( model_->route() ) ) {
+      adoptRoute( *model_->route( key ) );
+   }
+}
+
+// A route or record without state is what a process left that died between two
+// writes. The configuration may have changed meanwhile. An RP that is not
+// configured came with a join; the tables keep the path to it alone.
+void JoinPruneEngine::adoptRoute( Route& route ) {
+   RouteKey key = route.key();
+   IpGenAddr rp = routing_.rpOf( key.group );
+   for ( Vantu::IntfId intfId : Mox::keysOf( route.routeIntf() ) ) {
+      Mox::Ptr<Intf> intf = route.routeIntf( intfId );
+      if ( !adoptIntf( { key.group, intfId, key.source }, *intf, rp ) ) {
+         route.routeIntfDel( intfId );
       }
    }
+   if ( route.routeIntf().empty() ) {
+      model_->routeDel( key );
+      return;
+   }
+   if ( !key.source.isUnspecified() || !rp.isUnspecified() ) {
+      updatePath( route, rp );
+   }
+   updateTree( route );
+}
+
+bool JoinPruneEngine::adoptIntf( const Key& key, const Intf& intf,
+                                 const IpGenAddr& rp ) {
+   bool joined = intf.joinState() != Intf::noInfo;
+   bool pruned = intf.rptState() != Intf::rptNoInfo;
+   if ( joined ) joinMachine( key, rp ).adopt( defaultHoldtime );
+   if ( pruned ) rptPruneMachine( key ).adopt( defaultHoldtime );
+   return joined || pruned;
 }
 
 }

@@ -28,7 +28,8 @@ class JoinPruneEngine {
                     Mox::Clock& clock, const StaticRouting& routing,
                     AgentCounters& counters );
 
-   // Takes up what the model holds after a reload.
+   // Takes up what the model holds after a reload: each state lives for
+   // defaultHoldtime unless refreshed; routes and records without one go.
    void adopt();
 
    // A message addressed to this router, from a neighbour on the interface.
@@ -76,6 +77,10 @@ class JoinPruneEngine {
    DownstreamRptPrune& rptPruneMachine( const Key& key );
    Mox::Ptr<Intf> record( const Key& key, const Vantu::IpGenAddr& rp );
    Mox::Ptr<Route> newRoute( const RouteKey& key, const Vantu::IpGenAddr& rp );
+   void updatePath( Route& route, const Vantu::IpGenAddr& rp );
+   void adoptRoute( Route& route );
+   // Is there a state to take up?
+   bool adoptIntf( const Key& key, const Intf& intf, const Vantu::IpGenAddr& rp );
    void handleEnded( const Key& key );
    void updateTree( Route& route );
 

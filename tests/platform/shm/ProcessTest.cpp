@@ -127,6 +127,70 @@ TEST_F( Processes, ReadersNeverSeeHalfARecordNorMissAStandingKey ) {
    RecordProperty( "busy", std::to_string( busy ) );
 }
 
+// Stopped anywhere, killed anywhere, started again: a reader's look-ups end at
+// once, with whole records that never go back.
+TEST_F( Processes, ReadersOutliveStoppedAndKilledWriters ) {
+   constexpr uint64_t keys = 20;
+   uint32_t seed = std::random_device()();
+   SCOPED_TRACE( "seed " + std::to_string( seed ) );
+   std::mt19937_64 random( seed );
+   {
+      TableWriter writer( path, layout, keys, options );
+      for ( uint64_t id = 1; id <= keys; ++id ) put( writer, id, 0 );
+   }
+   TableReader reader( path, layout );
+   std::vector<uint64_t> latest( keys + 1 );
+   auto readAll = [&]( bool still ) {
+      for ( uint64_t id = 1; id <= keys; ++id ) {
+         Record r;
+         Key key{ id, 0 };
+         Lookup result = reader.lookup( &key, &r );
+         ASSERT_TRUE( result == lookupFound || ( result == lookupBusy && !still ) )
+            << "key " << id << ": " << result << ' ' << reader.problem();
+         if ( result == lookupBusy ) continue;
+         ASSERT_TRUE( r.whole() );
+         ASSERT_GE( r.generation, latest[id] );
+         latest[id] = r.generation;
+      }
+   };
+   for ( int life = 0; life < 60 && !HasFatalFailure(); ++life ) {
+      uint64_t first = 0;
+      for ( uint64_t generation : latest ) first = std::max( first, generation );
+      pid_t child = start( [&] {
+         TableWriter writer( path, layout, keys, options );
+         if ( writer.size() != keys || writer.attachReport().dropped ) _exit( 2 );
+         for ( uint64_t id = 1; id <= keys; ++id ) {
+            Key key{ id, 0 };
+            auto* r = static_cast<const Record*>( writer.find( &key ) );
+            first = std::max( first, r->generation );
+         }
+         for ( uint64_t step = first + 1;; ++step )
+            put( writer, step % keys + 1, step );
+      } );
+      uint64_t sequence = reader.sequence();
+      while ( reader.sequence() < sequence + 100 &&
+              waitpid( child, nullptr, WNOHANG ) == 0 ) {
+         readAll( false );
+      }
+      for ( int stop = 0; stop < 5 && !HasFatalFailure(); ++stop ) {
+         for ( uint64_t i = random() % 20; i > 0; --i ) readAll( false );
+         kill( child, SIGSTOP );
+         int status = 0;
+         ASSERT_EQ( waitpid( child, &status, WUNTRACED ), child );
+         ASSERT_TRUE( WIFSTOPPED( status ) )
+            << "the writer ended by itself: " << status;
+         readAll( true );
+         kill( child, SIGCONT );
+      }
+      kill( child, SIGKILL );
+      ended( child );
+      readAll( true );
+   }
+   EXPECT_FALSE( reader.poll() );
+   TableWriter writer( path, layout, keys, options );
+   EXPECT_EQ( writer.verify().damaged, 0u );
+}
+
 TEST_F( Processes, ReadersCannotWriteTheTable ) {
    TableWriter writer( path, layout, 10, options );
    put( writer, 1, 1 );

@@ -10,8 +10,9 @@
 
 namespace {
 
-constexpr int kUsage = 2;
+// Exit statuses; 0: stopped by a signal, or at the end of the captures.
 constexpr int kFailed = 1;
+constexpr int kUsage = 2;
 
 struct Arguments {
    std::vector<std::string> read;
@@ -21,16 +22,30 @@ struct Arguments {
    bool exitAtEnd = false;
 };
 
+// An empty text is CLI11's word for no objection.
+std::string notARouter( const std::string& text ) {
+   try {
+      Vantu::IpGenAddr address( text );
+      if ( !address.isUnspecified() && !address.isMulticast() ) return "";
+   } catch ( const Mox::Error& e ) {
+      return e.what();
+   }
+   return text + " is no unicast address";
+}
+
 void declare( CLI::App& app, Arguments& arguments ) {
    app.add_option( "--read", arguments.read,
                    "Replay a capture (pcap, pcapng); NAME=FILE for the interface "
                    "whose capture is NAME. Repeatable" )
       ->type_name( "[NAME=]FILE" );
-   app.add_option( "--router", arguments.router,
-                   "Without a configuration: which router on the link to play" )
-      ->type_name( "ADDRESS" );
+   auto* router =
+      app.add_option( "--router", arguments.router,
+                      "Without a configuration: which router on the link to play" )
+         ->type_name( "ADDRESS" )
+         ->check( notARouter );
    app.add_option( "--config", arguments.config, "Configuration file (YAML)" )
-      ->type_name( "FILE" );
+      ->type_name( "FILE" )
+      ->excludes( router );
    app.add_option( "--root", arguments.root, "Directory of the tables" )
       ->type_name( "DIR" )
       ->capture_default_str();
@@ -47,18 +62,15 @@ Agent::Replay::Input inputOf( const std::string& text ) {
 }
 
 Agent::AgentConfig configOf( const Arguments& arguments ) {
-   if ( !arguments.config.empty() ) {
-      if ( !arguments.router.empty() ) {
-         throw Agent::ConfigError( "--router is for use without --config" );
-      }
-      return Agent::readConfig( arguments.config );
-   }
-   if ( arguments.router.empty() ) {
-      throw Agent::ConfigError( "give --config FILE, or --router ADDRESS" );
-   }
+   if ( !arguments.config.empty() ) return Agent::readConfig( arguments.config );
    Vantu::IpGenAddr router( arguments.router );
    std::cerr << Agent::assumedConfigText( router ) << '\n';
    return Agent::assumedConfig( router );
+}
+
+int complain( int status, const std::string& text ) {
+   std::cerr << "pimsm-agent: " << text << '\n';
+   return status;
 }
 
 int run( const Arguments& arguments ) {
@@ -94,13 +106,14 @@ int main( int argc, char** argv ) {
    } catch ( const CLI::Success& e ) {
       return app.exit( e );
    } catch ( const CLI::ParseError& e ) {
-      std::cerr << "pimsm-agent: " << e.what() << "; see --help\n";
-      return kUsage;
+      return complain( kUsage, std::string( e.what() ) + "; see --help" );
+   }
+   if ( arguments.config.empty() && arguments.router.empty() ) {
+      return complain( kUsage, "give --config FILE, or --router ADDRESS" );
    }
    try {
       return run( arguments );
    } catch ( const std::exception& e ) {
-      std::cerr << "pimsm-agent: " << e.what() << '\n';
-      return kFailed;
+      return complain( kFailed, e.what() );
    }
 }

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <iterator>
 
 #include "apps/show/Words.h"
@@ -12,13 +13,13 @@ namespace Sm = Routing::Pim::SparseMode;
 
 namespace {
 
-std::string routeLine( const Route& route, double now ) {
+std::string routeLine( const Route& route, size_t keyWidth, double now ) {
    return fmt::format(
-      "{:<27} {:>6}  {}  in {}  upstream {}\n", keyText( route.key() ),
+      "{:<{}} {:>6}  {}  in {}{}\n", keyText( route.key() ), keyWidth,
       route.creationTime() == 0.0 ? "unknown"
                                   : spanText( now - route.creationTime() ),
       treeText( route ), rpfText( route.rpf(), route.rpfAttached() ),
-      route.upJoinState() == Sm::upJoined ? "joined" : "not joined" );
+      route.upJoinState() == Sm::upJoined ? "  upstream joined" : "" );
 }
 
 // An (S,G) record may hold (S,G,rpt) state alone.
@@ -112,8 +113,12 @@ std::string routesText( const Mirror& mirror, const RouteFilter& filter,
    auto routes = selectRoutes( mirror, filter );
    std::string text = routesHeading( mirror, routes.size() );
    if ( !routes.empty() ) text += '\n';
+   size_t keyWidth = 0;
    for ( const Route* route : routes ) {
-      text += routeLine( *route, now );
+      keyWidth = std::max( keyWidth, keyText( route->key() ).size() );
+   }
+   for ( const Route* route : routes ) {
+      text += routeLine( *route, keyWidth, now );
       if ( detail ) routeDetail( text, *route );
       for ( const Intf* intf : selectIntfs( *route, filter ) ) {
          text += intfLine( *intf, now );

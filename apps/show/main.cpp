@@ -127,11 +127,17 @@ ExitStatus complain( ExitStatus status, const std::string& text ) {
    return status;
 }
 
+std::string noTablesText( const Show::Selection& selection ) {
+   std::string what = "no tables";
+   if ( selection.vrf != "all" ) what += " of vrf " + selection.vrf;
+   return what + " under " + selection.root +
+          ": start pimsm-agent, or name its --root";
+}
+
 ExitStatus run( const Arguments& arguments, bool status ) {
    Show::Mirrors mirrors( arguments.selection );
    if ( mirrors.all().empty() ) {
-      return complain( noTables, "no tables under " + arguments.selection.root +
-                                    ": start pimsm-agent, or name its --root" );
+      return complain( noTables, noTablesText( arguments.selection ) );
    }
    for ( const auto& mirror : mirrors.all() ) {
       std::string problem = mirror->problem();

@@ -1,0 +1,179 @@
+// The agent as a program: how it starts, is refused, and ends.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "tests/apps/process/Site.h"
+
+namespace Agent {
+namespace {
+
+using Mox::Test::runToEnd;
+
+class AgentProgram : public testing::Test {
+ protected:
+   Site site;
+};
+
+TEST_F( AgentProgram, LeavesRoutesThatTheNextOneTakesUp ) {
+   for ( int signal : { SIGTERM, SIGINT, SIGKILL } ) {
+      SCOPED_TRACE( strsignal( signal ) );
+      std::string before;
+      {
+         Program agent( site.fedAgent() );
+         ASSERT_TRUE( agent.untilErr( "replayed 15 of 15" ) ) << agent.err();
+         EXPECT_EQ( site.show().status, 0 );
+         before = site.routes();
+         EXPECT_NE( before.find( "vrf default ipv4: 4 routes" ), std::string::npos )
+            << before;
+         EXPECT_NE( before.find( "vrf default ipv6: 2 routes" ), std::string::npos )
+            << before;
+         agent.signal( signal );
+         EXPECT_EQ( agent.wait(), signal == SIGKILL ? -SIGKILL : 0 ) << agent.err();
+      }
+      EXPECT_EQ( site.routes(), before ) << "without an agent";
+      EXPECT_EQ( site.show().status, 5 );
+      Program agent( site.agent() );
+      ASSERT_TRUE( agent.untilErr( "replayed 0 of 0" ) ) << agent.err();
+      EXPECT_EQ( site.show().status, 0 );
+      EXPECT_EQ( site.routes(), before );
+   }
+}
+
+TEST_F( AgentProgram, IsRefusedWhileAnotherHoldsTheTables ) {
+   Program first( site.agent() );
+   ASSERT_TRUE( first.untilErr( "replayed" ) ) << first.err();
+   Ended second = runToEnd( site.agent() );
+   EXPECT_EQ( second.status, 1 );
+   EXPECT_NE( second.err.find( std::to_string( first.pid() ) ), std::string::npos )
+      << second.err;
+   EXPECT_EQ( linesOf( second.err ).size(), 1U ) << second.err;
+   EXPECT_EQ( site.show().status, 0 ) << "the first still writes";
+   first.signal( SIGKILL );
+   first.wait();
+   Program third( site.agent() );
+   EXPECT_TRUE( third.untilErr( "replayed" ) ) << third.err();
+}
+
+TEST_F( AgentProgram, ExitsAtTheEndOfItsCaptures ) {
+   Ended ended = runToEnd( site.fedAgent( { "--exit-at-end" } ) );
+   EXPECT_EQ( ended.status, 0 );
+   EXPECT_EQ( ended.out, "" );
+   EXPECT_EQ( ended.err,
+              "replayed 15 of 15 packets\n"
+              "packets: hello 5, join-prune 9; dropped: truncatedMessage 1\n"
+              "vrf default ipv4: 4 routes\n"
+              "vrf default ipv6: 2 routes\n" );
+   EXPECT_NE( site.routes().find( "ipv4: 4 routes" ), std::string::npos )
+      << "published before the end";
+   EXPECT_EQ( runToEnd( site.agent( { "--exit-at-end" } ) ).status, 0 );
+}
+
+TEST_F( AgentProgram, PlaysWhatABrokenOffCaptureHolds ) {
+   std::ifstream whole( demo( "eth2.pcap" ), std::ios::binary );
+   std::string bytes( ( std::istreambuf_iterator<char>( whole ) ), {} );
+   std::string path = site.write( "cut.pcap", bytes.substr( 0, bytes.size() - 5 ) );
+   Ended ended =
+      runToEnd( site.agent( { "--read", "eth2=" + path, "--exit-at-end" } ) );
+   EXPECT_EQ( ended.status, 0 );
+   EXPECT_NE( ended.err.find( "replayed 2 of 2" ), std::string::npos ) << ended.err;
+   EXPECT_NE( ended.err.find( path + ": truncated" ), std::string::npos )
+      << ended.err;
+}
+
+TEST_F( AgentProgram, CountsAMalformedPacket ) {
+   std::string path =
+      PIMSM_SOURCE_DIR "/../shared/data/captures/malformed-pim-header-1.pcap";
+   if ( const char* named = std::getenv( "PIMSM_CAPTURES" ) ) {
+      path = std::string( named ) + "/malformed-pim-header-1.pcap";
+   }
+   if ( !std::filesystem::exists( path ) ) {
+      GTEST_SKIP() << "no captures here; name their directory in the environment "
+                      "variable PIMSM_CAPTURES";
+   }
+   Ended ended = runToEnd( { PIMSM_AGENT, "--root", site.root(), "--router",
+                             "fe80::1", "--read", path, "--exit-at-end" } );
+   EXPECT_EQ( ended.status, 0 );
+   EXPECT_NE( ended.err.find( "dropped: truncatedCapture 1" ), std::string::npos )
+      << ended.err;
+}
+
+struct WrongRow {
+   const char* name;
+   Program::Arguments arguments;
+   int status;
+   const char* says;
+};
+
+class AgentRefuses : public testing::TestWithParam<WrongRow> {};
+
+TEST_P( AgentRefuses, InOneLine ) {
+   Site site;
+   Program::Arguments command = { PIMSM_AGENT, "--root", site.root() };
+   for ( std::string text : GetParam().arguments ) {
+      if ( text == "BAD-CONFIG" )
+         text = site.write( "bad.yaml", "vrfs:\n- nam: x\n" );
+      if ( text == "NO-CAPTURE" ) {
+         text = "eth1=" +
+                site.write( "no-capture", "This is no capture, only a text." );
+      }
+      command.push_back( text );
+   }
+   Ended ended = runToEnd( command );
+   EXPECT_EQ( ended.status, GetParam().status ) << ended.err;
+   EXPECT_EQ( ended.out, "" );
+   ASSERT_EQ( linesOf( ended.err ).size(), 1U ) << ended.err;
+   EXPECT_EQ( ended.err.rfind( "pimsm-agent: ", 0 ), 0U ) << ended.err;
+   EXPECT_NE( ended.err.find( GetParam().says ), std::string::npos ) << ended.err;
+}
+
+std::ostream& operator<<( std::ostream& out, const WrongRow& row ) {
+   return out << row.name;
+}
+
+const std::string kConfig = demo( "agent.yaml" );
+
+const WrongRow kWrongRows[] = {
+   { "NoConfiguration", {}, 2, "--config FILE, or --router ADDRESS" },
+   { "UnknownOption", { "--what" }, 2, "--what" },
+   { "BothConfigurations",
+     { "--router", "192.0.2.1", "--config", kConfig },
+     2,
+     "--router" },
+   { "RouterIsNoAddress", { "--router", "192.0.2.256" }, 2, "192.0.2.256" },
+   { "RouterIsAGroup", { "--router", "224.0.0.13" }, 2, "no unicast address" },
+   { "RouterIsUnspecified", { "--router", "::" }, 2, "no unicast address" },
+   { "AbsentConfiguration", { "--config", "/absent.yaml" }, 1, "/absent.yaml: No" },
+   { "FaultyConfiguration", { "--config", "BAD-CONFIG" }, 1, "bad.yaml:2: " },
+   { "AbsentCapture",
+     { "--config", kConfig, "--read", "eth1=/absent.pcap" },
+     1,
+     "/absent.pcap: No such file" },
+   { "NoCapture",
+     { "--config", kConfig, "--read", "NO-CAPTURE" },
+     1,
+     "capture: unknown file format" },
+   { "CaptureWithoutName",
+     { "--config", kConfig, "--read", demo( "eth1.pcap" ) },
+     1,
+     "--read NAME=FILE" },
+   { "CaptureOfUnknownName",
+     { "--config", kConfig, "--read", "eth9=" + demo( "eth1.pcap" ) },
+     1,
+     "eth9" },
+};
+
+INSTANTIATE_TEST_SUITE_P( Reasons, AgentRefuses, testing::ValuesIn( kWrongRows ),
+                          []( const auto& row ) { return row.param.name; } );
+
+TEST( AgentProgramOf, TablesThatCannotBeMade ) {
+   Ended ended =
+      runToEnd( { PIMSM_AGENT, "--config", kConfig, "--root", "/proc/absent" } );
+   EXPECT_EQ( ended.status, 1 );
+   EXPECT_EQ( linesOf( ended.err ).size(), 1U ) << ended.err;
+   EXPECT_NE( ended.err.find( "/proc/absent" ), std::string::npos ) << ended.err;
+}
+
+}
+}

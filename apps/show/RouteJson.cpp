@@ -1,5 +1,7 @@
 #include "apps/show/RouteJson.h"
 
+#include <algorithm>
+
 #include "apps/show/Words.h"
 
 namespace Show {
@@ -11,8 +13,10 @@ namespace {
 
 // RFC 7951: 64-bit numbers are strings. In hundredths of a second.
 std::string timeticks( double seconds ) {
-   return std::to_string(
-      static_cast<uint64_t>( seconds > 0 ? seconds * 100 : 0 ) );
+   // What stands in a table may be any number, even none.
+   constexpr double kLongest = 1e12;
+   double bounded = seconds > 0 ? std::min( seconds, kLongest ) : 0;
+   return std::to_string( static_cast<uint64_t>( bounded * 100 ) );
 }
 
 void addTime( Json& json, const char* name, double time, double now ) {

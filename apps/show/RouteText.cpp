@@ -13,12 +13,31 @@ namespace Sm = Routing::Pim::SparseMode;
 
 namespace {
 
+// Widths that fit everything shown of a mirror.
+struct Columns {
+   size_t key = 0;
+   size_t intf = 0;
+};
+
+Columns columnsFor( const std::vector<const Route*>& routes,
+                    const RouteFilter& filter ) {
+   Columns columns;
+   for ( const Route* route : routes ) {
+      columns.key = std::max( columns.key, keyText( route->key() ).size() );
+      for ( const Intf* intf : selectIntfs( *route, filter ) ) {
+         columns.intf = std::max( columns.intf, intf->intfId().name().size() );
+      }
+   }
+   return columns;
+}
+
 std::string routeLine( const Route& route, size_t keyWidth, double now ) {
    return fmt::format(
-      "{:<{}} {:>6}  {}  in {}{}\n", keyText( route.key() ), keyWidth,
+      "{:<{}}  {:>7}  {}  {}{}{}\n", keyText( route.key() ), keyWidth,
       route.creationTime() == 0.0 ? "unknown"
                                   : spanText( now - route.creationTime() ),
-      treeText( route ), rpfText( route.rpf(), route.rpfAttached() ),
+      treeText( route ), route.rpf() == Rpf() ? "" : "in ",
+      rpfText( route.rpf(), route.rpfAttached() ),
       route.upJoinState() == Sm::upJoined ? "  upstream joined" : "" );
 }
 
@@ -30,9 +49,10 @@ std::string stateText( const Intf& intf ) {
    return joinText( intf.joinState() );
 }
 
-std::string intfLine( const Intf& intf, double now ) {
-   std::string line = fmt::format( "    {:<9} {:<13}  {}", intf.intfId().name(),
-                                   stateText( intf ), intfReason( intf, now ) );
+std::string intfLine( const Intf& intf, size_t nameWidth, double now ) {
+   std::string line =
+      fmt::format( "    {:<{}}  {:<13}  {}", intf.intfId().name(), nameWidth,
+                   stateText( intf ), intfReason( intf, now ) );
    line.erase( line.find_last_not_of( ' ' ) + 1 );
    return line + '\n';
 }
@@ -100,9 +120,10 @@ void intfDetail( std::string& text, const Intf& intf, double now ) {
 
 std::string routesHeading( const Mirror& mirror, size_t matching ) {
    size_t all = mirror.model->route().size();
-   std::string count = matching == all
-                          ? fmt::format( "{} routes", all )
-                          : fmt::format( "{} of {} routes", matching, all );
+   std::string count =
+      matching == all
+         ? fmt::format( "{} route{}", all, all == 1 ? "" : "s" )
+         : fmt::format( "{} of {} route{}", matching, all, all == 1 ? "" : "s" );
    return fmt::format( "vrf {} {}: {}, agent {}\n", mirror.vrf(),
                        familyName( mirror.family ), count,
                        mirror.writerAlive() ? "running" : "gone" );
@@ -113,15 +134,12 @@ std::string routesText( const Mirror& mirror, const RouteFilter& filter,
    auto routes = selectRoutes( mirror, filter );
    std::string text = routesHeading( mirror, routes.size() );
    if ( !routes.empty() ) text += '\n';
-   size_t keyWidth = 0;
+   Columns columns = columnsFor( routes, filter );
    for ( const Route* route : routes ) {
-      keyWidth = std::max( keyWidth, keyText( route->key() ).size() );
-   }
-   for ( const Route* route : routes ) {
-      text += routeLine( *route, keyWidth, now );
+      text += routeLine( *route, columns.key, now );
       if ( detail ) routeDetail( text, *route );
       for ( const Intf* intf : selectIntfs( *route, filter ) ) {
-         text += intfLine( *intf, now );
+         text += intfLine( *intf, columns.intf, now );
          if ( detail ) intfDetail( text, *intf, now );
       }
    }

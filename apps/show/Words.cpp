@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <sstream>
 
 namespace Show {
@@ -25,7 +26,10 @@ std::string spanText( double seconds ) {
    };
    constexpr Unit kUnits[] = {
       { 86400, 'd' }, { 3600, 'h' }, { 60, 'm' }, { 1, 's' } };
-   auto left = seconds > 0 ? static_cast<uint64_t>( seconds ) : 0;
+   // What stands in a table may be any number, even none.
+   constexpr double kLongest = 1e12;
+   auto left =
+      seconds > 0 ? static_cast<uint64_t>( std::min( seconds, kLongest ) ) : 0;
    for ( size_t i = 0; i + 1 < std::size( kUnits ); ++i ) {
       if ( left < kUnits[i].seconds ) continue;
       uint64_t first = left / kUnits[i].seconds;

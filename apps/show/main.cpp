@@ -41,7 +41,9 @@ void declareCommon( CLI::App& app, Arguments& arguments ) {
       ->capture_default_str();
    auto* ipv4 = app.add_flag( "-4", arguments.ipv4, "IPv4 only" );
    app.add_flag( "-6", arguments.ipv6, "IPv6 only" )->excludes( ipv4 );
-   app.add_flag( "--json", arguments.json, "One JSON document" );
+   auto* json = app.add_flag( "--json", arguments.json, "One JSON document" );
+   app.add_flag( "--json-lines", arguments.jsonLines, "One JSON document a route" )
+      ->excludes( json );
 }
 
 void declareRoutes( CLI::App& app, Arguments& arguments ) {
@@ -57,7 +59,16 @@ void declareRoutes( CLI::App& app, Arguments& arguments ) {
       ->check( CLI::IsMember( { "wc", "sg" } ) );
    app.add_flag( "--count", arguments.count, "Only how many routes match" );
    app.add_flag( "--detail", arguments.detail, "Every field" );
-   app.add_flag( "--json-lines", arguments.jsonLines, "One JSON document a route" );
+}
+
+// What says which routes, and how, says nothing of tables. Throws CLI::ParseError.
+void refuseRouteOptions( const CLI::App& app ) {
+   for ( const char* name : { "--group", "--source", "--iface", "--iif", "--kind",
+                              "--count", "--detail", "--json-lines" } ) {
+      if ( app.count( name ) != 0 ) {
+         throw CLI::ValidationError( name, "is for routes, not for status" );
+      }
+   }
 }
 
 // Throws ParseError or RangeError.
@@ -74,38 +85,64 @@ void readPrefixes( Arguments& arguments ) {
 
 using Json = nlohmann::ordered_json;
 
-void printLines( const Show::Mirror& mirror, const Json& list ) {
-   for ( const Json& route : list ) {
-      std::cout << Show::envelope( mirror, route ).dump() << '\n';
+// How many match, in whatever form was asked for.
+Json countJson( const Show::Mirror& mirror, size_t matching ) {
+   Json json;
+   json["matching"] = matching;
+   json["routes"] = mirror.model->route().size();
+   return Show::envelope( mirror, std::move( json ) );
+}
+
+void printText( const Show::Mirrors& mirrors, const Arguments& arguments ) {
+   bool first = true;
+   for ( const auto& mirror : mirrors.all() ) {
+      if ( arguments.count ) {
+         std::cout << Show::routesHeading(
+            *mirror, Show::selectRoutes( *mirror, arguments.filter ).size() );
+         continue;
+      }
+      if ( !first ) std::cout << '\n';
+      first = false;
+      std::cout << Show::routesText( *mirror, arguments.filter, arguments.detail,
+                                     mirrors.now() );
    }
 }
 
-ExitStatus printRoutes( const Show::Mirrors& mirrors, const Arguments& arguments ) {
+void printJson( const Show::Mirrors& mirrors, const Arguments& arguments ) {
    Json document = Json::array();
-   size_t matching = 0;
-   bool first = true;
    for ( const auto& mirror : mirrors.all() ) {
-      size_t here = Show::selectRoutes( *mirror, arguments.filter ).size();
-      matching += here;
       if ( arguments.count ) {
-         std::cout << Show::routesHeading( *mirror, here );
-      } else if ( arguments.json || arguments.jsonLines ) {
-         Json list = Show::routesJson( *mirror, arguments.filter, mirrors.now() );
-         if ( arguments.jsonLines ) {
-            printLines( *mirror, list );
-         } else {
-            document.push_back( Show::envelope( *mirror, std::move( list ) ) );
+         document.push_back( countJson(
+            *mirror, Show::selectRoutes( *mirror, arguments.filter ).size() ) );
+         continue;
+      }
+      Json list = Show::routesJson( *mirror, arguments.filter, mirrors.now() );
+      if ( arguments.jsonLines ) {
+         for ( Json& route : list ) {
+            document.push_back( Show::envelope( *mirror, std::move( route ) ) );
          }
       } else {
-         if ( !first ) std::cout << '\n';
-         std::cout << Show::routesText( *mirror, arguments.filter, arguments.detail,
-                                        mirrors.now() );
+         document.push_back( Show::envelope( *mirror, std::move( list ) ) );
       }
-      first = false;
    }
-   if ( arguments.json && !arguments.count )
+   if ( arguments.json ) {
       std::cout << document.dump( 2 ) << '\n';
-   return matching == 0 && arguments.filter.active() ? nothingFound : done;
+      return;
+   }
+   for ( const Json& line : document ) std::cout << line.dump() << '\n';
+}
+
+ExitStatus printRoutes( const Show::Mirrors& mirrors, const Arguments& arguments ) {
+   if ( arguments.json || arguments.jsonLines ) {
+      printJson( mirrors, arguments );
+   } else {
+      printText( mirrors, arguments );
+   }
+   bool matching = std::any_of(
+      mirrors.all().begin(), mirrors.all().end(), [&]( const auto& mirror ) {
+         return !Show::selectRoutes( *mirror, arguments.filter ).empty();
+      } );
+   return arguments.filter.active() && !matching ? nothingFound : done;
 }
 
 ExitStatus printStatus( const Show::Mirrors& mirrors, const Arguments& arguments ) {
@@ -171,6 +208,7 @@ int main( int argc, char** argv ) {
    for ( CLI::App* command : { routes, status } ) command->fallthrough();
    try {
       app.parse( argc, argv );
+      if ( status->parsed() ) refuseRouteOptions( app );
       readPrefixes( arguments );
    } catch ( const CLI::Success& e ) {
       return app.exit( e );

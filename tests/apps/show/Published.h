@@ -1,0 +1,111 @@
+// Published routes for the show tool: a VRF's model, its tables under a root of
+// their own, and the tool's view of them.
+#pragma once
+
+#include <algorithm>
+
+#include "apps/show/Mirrors.h"
+#include "tests/support/ExportPair.h"
+#include "tests/support/VrfBuilder.h"
+
+namespace Show {
+
+namespace SmTest = Routing::Pim::SparseMode::Test;
+
+// The agent's side of one VRF and family; its process is this one.
+class Published : public SmTest::AgentSide {
+ public:
+   Published( Mox::TestClock& testClock, const std::string& root,
+              Vantu::AddressFamily family = Vantu::AddressFamily::ipv4,
+              const char* name = "default" )
+      : AgentSide( testClock, root ) {
+      L3::VrfName vrfName( name );
+      model = Routing::Pim::SparseMode::statusFactory( vrfName );
+      model->maxRoutesIs( 1000 );
+      model->maxRouteIntfsIs( 10000 );
+      path = Routing::Pim::SparseMode::Brane::Status::mountPath( family, vrfName );
+      start();
+   }
+   SmTest::Vrf vrf() const { return SmTest::Vrf( model ); }
+};
+
+// Shows the same at every run: the time is `now` whenever it is read.
+//
+//    default ipv4   a shared tree, a source tree, a source pruned off, one
+//    unresolved default ipv6   a shared tree red ipv4       no route
+class ShownRouter {
+ public:
+   static constexpr double now = 1000000.0;
+
+   ShownRouter() {
+      fillShared();
+      fillSources();
+      auto wc = ipv6.vrf()
+                   .wc( "ff0e::db8:1" )
+                   .rpTree()
+                   .rpf( SmTest::rpfBy( "eth0", "fe80::fe" ) );
+      wc->creationTimeIs( now - 3 );
+      wc.intf( "eth1" ).joined()->lastJoinReceivedIs( now - 3 );
+      for ( Published* side : { &ipv4, &ipv6, &red } ) side->publish();
+   }
+
+   Mox::Test::TempRoot root;
+   Mox::TestClock clock{ now };
+   Published ipv4{ clock, root.path() };
+   Published ipv6{ clock, root.path(), Vantu::AddressFamily::ipv6 };
+   Published red{ clock, root.path(), Vantu::AddressFamily::ipv4, "red" };
+
+ private:
+   void fillShared() {
+      auto wc = ipv4.vrf()
+                   .wc( "239.1.2.3" )
+                   .rpTree()
+                   .upJoined()
+                   .rpf( SmTest::rpfBy( "eth0", "192.0.2.1" ) );
+      wc->creationTimeIs( now - 42 * 60 );
+      wc.intf( "eth2" ).joined()->lastJoinReceivedIs( now - 12 );
+      wc.intf( "eth3" ).include();
+      auto other = ipv4.vrf().wc( "239.1.10.1" ).rpTree().rpf( "eth0" );
+      other->creationTimeIs( now - 10.5 * 86400 );
+      other.intf( "Port-Channel20" ).joined()->lastJoinReceivedIs( now - 3700 );
+   }
+   void fillSources() {
+      auto tree = ipv4.vrf()
+                     .sg( "198.51.100.7", "239.1.2.3" )
+                     .spTree()
+                     .upJoined()
+                     .rpf( SmTest::rpfBy( "eth1", "192.0.2.5" ) );
+      tree->creationTimeIs( now - 38 );
+      tree.intf( "eth2" ).prunePending()->lastJoinReceivedIs( now - 61 );
+      tree.intf( "eth3" ).lostAssertTo( "192.0.2.66" );
+      tree.intf( "eth4" ).joined().exclude()->lastJoinReceivedIs( now - 1 );
+      auto pruned = ipv4.vrf().sg( "198.51.100.9", "239.1.2.3" ).rpTree();
+      pruned.rpf( SmTest::rpfBy( "eth2", "198.51.100.9" ) ).attached();
+      pruned.intf( "eth2" ).rptPruned()->lastRptPruneReceivedIs( now - 300 );
+      auto bare = ipv4.vrf().sg( "203.0.113.9", "239.0.0.1" );
+      bare.intf( "eth4" ).wonAssert( "[S] 192.0.2.1 [110/20]" );
+   }
+};
+
+// The tool's view of a root.
+class View {
+ public:
+   explicit View( const std::string& root, const char* vrf = "all" )
+      : mirrors_( Selection{ root, vrf, {} } ) {
+      mirrors_.load();
+   }
+   const Mirror& mirror( const char* vrf, Vantu::AddressFamily family ) const {
+      auto found = std::find_if( mirrors_.all().begin(), mirrors_.all().end(),
+                                 [&]( const auto& candidate ) {
+                                    return candidate->vrf() == vrf &&
+                                           candidate->family == family;
+                                 } );
+      return **found;
+   }
+   const Mirrors& all() const { return mirrors_; }
+
+ private:
+   Mirrors mirrors_;
+};
+
+}

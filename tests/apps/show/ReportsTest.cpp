@@ -1,0 +1,115 @@
+// What the tool prints of the shown router, word for word.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "apps/show/RouteJson.h"
+#include "apps/show/RouteText.h"
+#include "apps/show/StatusReport.h"
+#include "tests/apps/show/Published.h"
+
+namespace Show {
+namespace {
+
+// UPDATE_GOLDEN=1 in the environment writes the files anew.
+void expectGolden( const char* name, const std::string& text ) {
+   std::string path = std::string( PIMSM_GOLDEN ) + '/' + name;
+   if ( std::getenv( "UPDATE_GOLDEN" ) != nullptr ) std::ofstream( path ) << text;
+   std::ifstream file( path );
+   ASSERT_TRUE( file.is_open() ) << path;
+   std::stringstream expected;
+   expected << file.rdbuf();
+   EXPECT_EQ( text, expected.str() )
+      << "UPDATE_GOLDEN=1 writes " << path << " anew";
+}
+
+class Reports : public testing::Test {
+ protected:
+   std::string routes( const RouteFilter& filter, bool detail = false ) const {
+      std::string out;
+      for ( const auto& mirror : view.all().all() ) {
+         if ( !out.empty() ) out += '\n';
+         out += routesText( *mirror, filter, detail, ShownRouter::now );
+      }
+      return out;
+   }
+
+   ShownRouter router;
+   View view{ router.root.path() };
+};
+
+TEST_F( Reports, Routes ) {
+   expectGolden( "routes.txt", routes( {} ) );
+}
+
+TEST_F( Reports, RoutesInDetail ) {
+   RouteFilter filter;
+   filter.source = prefixArgument( "198.51.100.7" );
+   filter.iface = "eth3";
+   expectGolden( "detail.txt", routes( filter, true ) );
+}
+
+// Upstream state is the one thing that may pass the margin.
+TEST_F( Reports, LinesOfIpv4FitATerminal ) {
+   std::istringstream lines(
+      routesText( view.mirror( "default", Vantu::AddressFamily::ipv4 ), {}, false,
+                  ShownRouter::now ) );
+   for ( std::string line; std::getline( lines, line ); ) {
+      std::string kept = line.substr( 0, line.find( "  upstream joined" ) );
+      EXPECT_LE( kept.size(), 80U ) << line;
+   }
+}
+
+TEST_F( Reports, RoutesAsJson ) {
+   auto document = nlohmann::ordered_json::array();
+   for ( const auto& mirror : view.all().all() ) {
+      document.push_back(
+         envelope( *mirror, routesJson( *mirror, {}, ShownRouter::now ) ) );
+   }
+   expectGolden( "routes.json", document.dump( 2 ) + '\n' );
+}
+
+// Each table's instance has a number of its own.
+std::string withoutGenerations( const std::string& text ) {
+   return std::regex_replace( text, std::regex( "[0-9a-f]{16}" ), "GENERATION" );
+}
+
+TEST_F( Reports, Status ) {
+   std::string text;
+   auto document = nlohmann::ordered_json::array();
+   for ( const auto& mirror : view.all().all() ) {
+      text += statusText( *mirror );
+      document.push_back( envelope( *mirror, statusJson( *mirror ) ) );
+   }
+   expectGolden( "status.txt", withoutGenerations( text ) );
+   expectGolden( "status.json", withoutGenerations( document.dump( 2 ) ) + '\n' );
+}
+
+// Counts that somebody publishes are no longer unknown.
+TEST_F( Reports, StatusWithCounters ) {
+   namespace Brane = Routing::Pim::SparseMode::Brane;
+   router.ipv4.tables->routeCounterIs( { { Brane::switching, 0 }, 7 } );
+   View later( router.root.path() );
+   const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
+   EXPECT_NE( statusText( mirror ).find(
+                 "unresolved unknown, switching 7, to be deleted unknown" ),
+              std::string::npos )
+      << statusText( mirror );
+   EXPECT_EQ( statusJson( mirror )["switching"], 7 );
+   EXPECT_FALSE( statusJson( mirror ).contains( "unresolved" ) );
+}
+
+TEST_F( Reports, SelectByVrfAndFamily ) {
+   View red( router.root.path(), "red" );
+   ASSERT_EQ( red.all().all().size(), 1U );
+   EXPECT_EQ( red.all().all()[0]->vrf(), "red" );
+   Mirrors ipv6( { router.root.path(), "all", Vantu::AddressFamily::ipv6 } );
+   ASSERT_EQ( ipv6.all().size(), 1U );
+   EXPECT_EQ( ipv6.all()[0]->family, Vantu::AddressFamily::ipv6 );
+   EXPECT_TRUE( Mirrors( { router.root.path(), "blue", {} } ).all().empty() );
+}
+
+}
+}

@@ -1,0 +1,56 @@
+#include "apps/show/Words.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "tests/support/VrfBuilder.h"
+
+namespace Show {
+namespace {
+
+TEST( Words, SpansHaveTwoUnitsAtMost ) {
+   struct Row {
+      double seconds;
+      const char* text;
+   };
+   constexpr double kInfinity = std::numeric_limits<double>::infinity();
+   const Row kRows[] = { { 0, "0s" },
+                         { 0.99, "0s" },
+                         { 59.99, "59s" },
+                         { 60, "1m" },
+                         { 61, "1m1s" },
+                         { 3599, "59m59s" },
+                         { 3600, "1h" },
+                         { 3659, "1h" },
+                         { 7800, "2h10m" },
+                         { 86399, "23h59m" },
+                         { 86400, "1d" },
+                         { 4 * 86400 + 3 * 3600 + 59 * 60, "4d3h" },
+                         { 1000 * 86400.0, "1000d" },
+                         { -1, "0s" },
+                         { -kInfinity, "0s" },
+                         { std::nan( "" ), "0s" } };
+   for ( const Row& row : kRows ) {
+      EXPECT_EQ( spanText( row.seconds ), row.text ) << row.seconds;
+   }
+   EXPECT_EQ( spanText( kInfinity ), spanText( 1e300 ) ) << "whatever it says";
+}
+
+TEST( Words, TimeZeroIsNever ) {
+   EXPECT_EQ( agoText( 0, 100 ), "never" );
+   EXPECT_EQ( agoText( 40, 100 ), "1m ago" );
+   EXPECT_EQ( agoText( 101, 100 ), "0s ago" );
+}
+
+TEST( Words, APathIsNamedByWhatIsKnownOfIt ) {
+   using Routing::Pim::SparseMode::Test::rpfBy;
+   EXPECT_EQ( rpfText( Rpf(), false ), "unresolved" );
+   EXPECT_EQ( rpfText( rpfBy( "eth0", "192.0.2.1" ), false ),
+              "eth0 via 192.0.2.1" );
+   EXPECT_EQ( rpfText( rpfBy( "eth0", "192.0.2.1" ), true ), "eth0, attached" );
+}
+
+}
+}

@@ -1,0 +1,390 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "export/Conversion.h"
+#include "tests/support/ExportPair.h"
+#include "tests/support/TraceCapture.h"
+#include "tests/support/VrfBuilder.h"
+
+namespace Routing::Pim::SparseMode::Test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+const RouteKey kKey = sgKey( "192.0.2.1", "233.252.0.1" );
+
+RouteKey keyOf( unsigned i ) {
+   return sgKey(
+      "192.0." + std::to_string( i / 250 ) + "." + std::to_string( i % 250 + 1 ),
+      "233.252.0.1" );
+}
+
+class RouteWriter : public testing::Test {
+ protected:
+   Brane::Route recordOf( const RouteKey& key ) const {
+      Brane::Route record;
+      EXPECT_EQ( agent.tables->route().find( key, record ), ::Brane::lookupFound );
+      return record;
+   }
+   bool hasIntf( const RouteKey& key, Mox::StringView intf ) const {
+      return agent.tables->routeIntf().has( { key, intfId( intf ) } );
+   }
+   // "route", "intf", both or neither: what is marked of the route and its eth1.
+   Mox::String marked() const {
+      auto& set = agent.writer->changeSet();
+      Mox::String text;
+      if ( set.route( kKey ) != nullptr ) text += "route ";
+      if ( set.routeIntf( { kKey, intfId( "eth1" ) } ) != nullptr ) text += "intf ";
+      return text;
+   }
+   // The route and its interface, published.
+   RouteBuilder publishedRoute() {
+      RouteBuilder route = vrf.sg( "192.0.2.1", "233.252.0.1" );
+      route.rpf( "eth0" ).rpfFrr( "eth5" ).intf( "eth1" );
+      agent.publish();
+      return route;
+   }
+
+   Mox::TestClock clock;
+   Mox::Test::TempRoot root;
+   AgentSide agent{ clock, root.path() };
+   Vrf vrf{ agent.model };
+};
+
+struct Change {
+   const char* name;
+   const char* marks;
+   std::function<void( Route&, Intf& )> make;
+};
+
+const Change kChanges[] = {
+   { "routeFlags", "route ", []( Route& r, Intf& ) { r.spTreeIs( true ); } },
+   { "another umh", "route ",
+     []( Route& r, Intf& ) {
+        r.umhDel();
+        r.umhIs();
+     } },
+   { "umh removed", "route ", []( Route& r, Intf& ) { r.umhDel(); } },
+   { "umhFrr removed", "route ", []( Route& r, Intf& ) { r.umhFrrDel(); } },
+   { "rpf", "route ",
+     []( Route& r, Intf& ) { r.umh()->rpfIs( rpfBy( "eth9" ) ); } },
+   { "rpfAttached", "route ",
+     []( Route& r, Intf& ) { r.umh()->rpfAttachedIs( true ); } },
+   { "mbrIif", "route ",
+     []( Route& r, Intf& ) { r.umh()->mbrIifIs( intfId( "eth9" ) ); } },
+   { "upRptState", "route ",
+     []( Route& r, Intf& ) { r.umh()->upRptStateIs( upRptPruned ); } },
+   { "rpfFrr", "route ",
+     []( Route& r, Intf& ) { r.umhFrr()->rpfIs( rpfBy( "eth9" ) ); } },
+   { "rpfFrrAttached", "route ",
+     []( Route& r, Intf& ) { r.umhFrr()->rpfAttachedIs( true ); } },
+   { "forward", "intf ", []( Route&, Intf& i ) { i.forwardIs( true ); } },
+   { "interface removed", "intf ",
+     []( Route& r, Intf& i ) { r.routeIntfDel( i.intfId() ); } },
+   { "route removed", "route intf ",
+     []( Route& r, Intf& ) { r.pimsmStatus()->routeDel( r.key() ); } },
+   { "creationTime", "", []( Route& r, Intf& ) { r.creationTimeIs( 7 ); } },
+   { "prevRpf", "",
+     []( Route& r, Intf& ) { r.umh()->prevRpfIs( rpfBy( "eth9" ) ); } },
+   { "mbrIif of the backup", "",
+     []( Route& r, Intf& ) { r.umhFrr()->mbrIifIs( intfId( "eth9" ) ); } },
+   { "upRptState of the backup", "",
+     []( Route& r, Intf& ) { r.umhFrr()->upRptStateIs( upRptPruned ); } },
+   { "iifSwitchState", "",
+     []( Route& r, Intf& ) { r.iifSwitchStateIs( Route::wrongVifRecd ); } },
+   { "iifSwitchPending", "",
+     []( Route& r, Intf& ) { r.iifSwitchPendingIs( true ); } },
+   { "upJoinState", "", []( Route& r, Intf& ) { r.upJoinStateIs( upJoined ); } },
+   { "joinState", "", []( Route&, Intf& i ) { i.joinStateIs( Intf::joined ); } },
+   { "rptState", "", []( Route&, Intf& i ) { i.rptStateIs( Intf::rptPruned ); } },
+   { "times", "",
+     []( Route&, Intf& i ) {
+        i.lastJoinReceivedIs( 5 );
+        i.lastRptPruneReceivedIs( 6 );
+     } },
+   { "assertInfo", "",
+     []( Route&, Intf& i ) {
+        i.assertInfoIs( { iAmAssertWinner, {} } );
+     } },
+   { "flags of the interface", "",
+     []( Route&, Intf& i ) {
+        i.toBeDeletedIs( true );
+        i.fastForwardIs( true );
+        i.allowRpInUseIs( true );
+        i.lastAssertActionIs( 3 );
+        i.localReceiverIncludeIs( true );
+        i.localReceiverExcludeIs( true );
+     } },
+};
+
+TEST_F( RouteWriter, MarksWhatItSaysAndNothingElse ) {
+   agent.start();
+   for ( const Change& change : kChanges ) {
+      SCOPED_TRACE( change.name );
+      RouteBuilder route = publishedRoute();
+      Mox::Ptr<Intf> intf = route->routeIntf( intfId( "eth1" ) );
+      ASSERT_EQ( marked(), "" );
+      change.make( *route, *intf );
+      EXPECT_EQ( marked(), change.marks );
+      // Begin anew.
+      vrf->routeDel( kKey );
+      agent.publish();
+      ASSERT_EQ( agent.tables->route().size(), 0U );
+      ASSERT_EQ( agent.tables->routeIntf().size(), 0U );
+   }
+}
+
+TEST_F( RouteWriter, HearsTheUpstreamThatReplacedAnother ) {
+   agent.start();
+   RouteBuilder route = publishedRoute();
+   Mox::Ptr<UpstreamInfo> former = route->umhDel();
+   route->umhIs();
+   agent.publish();
+   former->rpfAttachedIs( true );
+   EXPECT_EQ( marked(), "" );
+   route->umh()->rpfAttachedIs( true );
+   EXPECT_EQ( marked(), "route " );
+   agent.publish();
+   EXPECT_TRUE( recordOf( kKey ).rpfAttached );
+}
+
+// Every exported field is sampled when its record is marked.
+TEST_F( RouteWriter, SamplesTheUnmarkedFields ) {
+   agent.start();
+   RouteBuilder route = publishedRoute();
+   for ( const Change& change : kChanges ) {
+      if ( *change.marks != '\0' ) continue;
+      change.make( *route, *route->routeIntf( intfId( "eth1" ) ) );
+   }
+   clock.runUntil( clock.now() + 10 );
+   EXPECT_EQ( recordOf( kKey ).creationTime, 0 );
+   route->spTreeIs( true );
+   route->routeIntf( intfId( "eth1" ) )->forwardIs( true );
+   clock.runUntil( clock.now() + 0.05 );
+   EXPECT_EQ( recordOf( kKey ), Brane::doGetBraneRouteFromRoute( *route ) );
+   Brane::Intf intf;
+   ASSERT_EQ( agent.tables->routeIntf().find( { kKey, intfId( "eth1" ) }, intf ),
+              ::Brane::lookupFound );
+   EXPECT_EQ( intf, Brane::doGetBraneIntfFromRouteIntf(
+                       kKey, *route->routeIntf( intfId( "eth1" ) ) ) );
+   EXPECT_EQ( intf.lastRptPruneReceived, 6 );
+   EXPECT_EQ( recordOf( kKey ).prevRpf, rpfBy( "eth9" ) );
+}
+
+TEST_F( RouteWriter, LeavesDefaultsWithoutUpstreamRecords ) {
+   agent.start();
+   RouteBuilder route = publishedRoute();
+   route->umhDel();
+   route->umhFrrDel();
+   route->routeFlagsIs( {} );
+   agent.publish();
+   EXPECT_EQ( recordOf( kKey ), Brane::Route( kKey ) );
+   EXPECT_FALSE( !recordOf( kKey ) );
+}
+
+TEST_F( RouteWriter, TracesEachStep ) {
+   agent.start();
+   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneWriter/9" );
+   auto take = [&] {
+      auto lines = traces.take();
+      for ( auto& line : lines )
+         line.erase( 0, strlen( "Pimsm::RouteBraneWriter " ) );
+      return lines;
+   };
+   RouteBuilder route = vrf.sg( "192.0.2.1", "233.252.0.1" );
+   route.spTree().intf( "eth1" );
+   agent.publish();
+   EXPECT_THAT(
+      take(), ElementsAre(
+                 "3 doReview(), Starting review",
+                 "4 doReviewRoute(192.0.2.1, 233.252.0.1): Updating route "
+                 "in brane, Flags: " +
+                    route->routeFlagsString() + ", IIF Switch State: notSwitching",
+                 "6 doReviewRouteIntf(192.0.2.1, 233.252.0.1) 'eth1': "
+                 "Updating intf in brane",
+                 "3 doReview(), Finished review" ) );
+   route->routeIntfDel( intfId( "eth1" ) );
+   agent.publish();
+   EXPECT_THAT( take(),
+                ElementsAre( "3 doReview(), Starting review",
+                             "6 doReviewRouteIntf(192.0.2.1, 233.252.0.1) "
+                             "'eth1': Deleting intf from brane, no routeIntf",
+                             "3 doReview(), Finished review" ) );
+   route.intf( "eth1" );
+   agent.publish();
+   take();
+   vrf->routeDel( kKey );
+   agent.publish();
+   EXPECT_THAT( take(), ElementsAre( "3 doReview(), Starting review",
+                                     "4 doReviewRoute(192.0.2.1, 233.252.0.1): "
+                                     "Deleting route from brane",
+                                     "6 doReviewRouteIntf(192.0.2.1, 233.252.0.1) "
+                                     "'eth1': Deleting intf from brane, no route",
+                                     "3 doReview(), Finished review" ) );
+   auto again =
+      Brane::routeBraneWriterSmFactory( agent.model, agent.tables, &clock );
+   EXPECT_THAT( take(), ElementsAre( "8 handleInitialized" ) );
+}
+
+TEST_F( RouteWriter, KeepsToItsQuantumAndResumesAtOnce ) {
+   constexpr unsigned kRoutes = 10000;
+   agent.start();
+   for ( unsigned i = 0; i < kRoutes; ++i ) {
+      agent.model->routeIs( keyOf( i ) )->routeIntfIs( intfId( "eth1" ) );
+   }
+   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneWriter/3" );
+   clock.advance( agent.writer->maxDelay() );
+   clock.stepIs( 1.0 / 8192 );
+   constexpr unsigned kASlice = 82;  // 10 ms of it
+   unsigned routes = kRoutes;
+   unsigned intfs = kRoutes;
+   while ( agent.writer->reviews() < 2 ) {
+      double began = clock.now();
+      ASSERT_TRUE( clock.runPass() );
+      EXPECT_LT( clock.now() - began, 1.1 * agent.writer->reviewQuantum() );
+      auto lines = traces.take();
+      ASSERT_EQ( lines.size(), 2U );
+      const auto& pending = agent.writer->reviewChangeSet();
+      EXPECT_THAT( lines[0],
+                   HasSubstr( routes == kRoutes ? "Starting" : "Resuming" ) );
+      EXPECT_EQ( pending.route().size(), routes > kASlice ? routes - kASlice : 0 );
+      EXPECT_LT( pending.routeIntf().size(), intfs );
+      routes = static_cast<unsigned>( pending.route().size() );
+      intfs = static_cast<unsigned>( pending.routeIntf().size() );
+      if ( pending.empty() ) break;
+      EXPECT_EQ( lines[1],
+                 "Pimsm::RouteBraneWriter 3 doReview(), Suspending review, "
+                 "pending routes:" +
+                    std::to_string( routes ) +
+                    ", pending intfs:" + std::to_string( intfs ) );
+   }
+   EXPECT_EQ( agent.tables->route().size(), kRoutes );
+   EXPECT_EQ( agent.tables->routeIntf().size(), kRoutes );
+   EXPECT_GE( agent.writer->slices(), 2 * kRoutes / kASlice );
+}
+
+// What changes meanwhile gets a review of its own, also what was written already.
+TEST_F( RouteWriter, ReviewsAgainWhatChangesDuringAReview ) {
+   agent.start();
+   for ( unsigned i = 0; i < 10; ++i ) agent.model->routeIs( keyOf( i ) );
+   clock.stepIs( agent.writer->reviewQuantum() );
+   clock.advance( agent.writer->maxDelay() );
+   clock.runPass();
+   ASSERT_EQ( agent.writer->reviewChangeSet().route().size(), 9U );
+   for ( unsigned i = 0; i < 10; ++i ) {
+      agent.model->route( keyOf( i ) )->spTreeIs( true );
+   }
+   agent.model->routeDel( keyOf( 3 ) );
+   EXPECT_EQ( agent.writer->changeSet().route().size(), 10U );
+   for ( int pass = 0; pass < 100; ++pass ) clock.runPass();
+   for ( unsigned i = 0; i < 10; ++i ) {
+      if ( i == 3 ) continue;
+      EXPECT_TRUE( recordOf( keyOf( i ) ).routeFlags.spTree() );
+   }
+   EXPECT_EQ( agent.tables->route().size(), 9U );
+}
+
+TEST_F( RouteWriter, LeavesAnInterfaceAloneUntilTheNextReview ) {
+   agent.start();
+   RouteBuilder route = publishedRoute();
+   uint64_t reviews = agent.writer->reviews();
+   route.intf( "eth1" )->forwardIs( true );
+   route.intf( "eth2" );
+   clock.runUntil( clock.now() + 10 );
+   EXPECT_EQ( agent.writer->reviews(), reviews );
+   EXPECT_FALSE( hasIntf( kKey, "eth2" ) );
+   agent.writer->doMaybeUpdateReviewTimer();
+   clock.runUntil( clock.now() + 0.05 );
+   EXPECT_EQ( agent.writer->reviews(), reviews + 1 );
+   EXPECT_TRUE( hasIntf( kKey, "eth2" ) );
+}
+
+TEST_F( RouteWriter, WaitsForTheModelToBeInitialized ) {
+   agent.mount();
+   vrf.sg( "192.0.2.1", "233.252.0.1" ).intf( "eth1" );
+   agent.writer =
+      Brane::routeBraneWriterSmFactory( agent.model, agent.tables, &clock );
+   vrf.sg( "192.0.2.2", "233.252.0.1" );
+   clock.runUntil( clock.now() + 10 );
+   agent.writer->doReview();
+   EXPECT_EQ( agent.tables->route().size(), 0U );
+   EXPECT_EQ( agent.writer->changeSet().route().size(), 2U );
+   agent.model->initializedIs( true );
+   clock.runUntil( clock.now() + 0.05 );
+   EXPECT_EQ( agent.tables->route().size(), 2U );
+   EXPECT_TRUE( hasIntf( kKey, "eth1" ) );
+}
+
+TEST_F( RouteWriter, FollowsRoutesThatGoAndComeBeforeAReview ) {
+   agent.start();
+   publishedRoute();
+   vrf->routeDel( kKey );
+   vrf.sg( "192.0.2.1", "233.252.0.1" ).spTree().intf( "eth2" );
+   vrf.sg( "192.0.2.7", "233.252.0.1" ).intf( "eth2" );
+   vrf->routeDel( sgKey( "192.0.2.7", "233.252.0.1" ) );
+   agent.publish();
+   EXPECT_EQ( agent.tables->route().size(), 1U );
+   EXPECT_EQ( recordOf( kKey ).rpf, Rpf() );
+   EXPECT_FALSE( hasIntf( kKey, "eth1" ) );
+   EXPECT_TRUE( hasIntf( kKey, "eth2" ) );
+}
+
+// Puts another route under the key as soon as it hears that one has gone.
+class Replacer : public Status::NotifieeConst {
+ public:
+   explicit Replacer( Status& status ) : status_( status ) {
+      notifierIs( &status );
+   }
+   void onRoute( const RouteKey& key ) override {
+      if ( status_.route( key ) == nullptr ) status_.routeIs( key );
+   }
+
+ private:
+   Status& status_;
+};
+
+TEST_F( RouteWriter, RebindsToAnotherObjectUnderAKnownKey ) {
+   Replacer first( *agent.model );
+   agent.start();
+   RouteBuilder former = publishedRoute();
+   vrf->routeDel( kKey );
+   EXPECT_EQ( marked(), "route intf " );
+   agent.publish();
+   EXPECT_FALSE( hasIntf( kKey, "eth1" ) );
+   former->spTreeIs( true );
+   former.intf( "eth1" ).get()->forwardIs( true );
+   EXPECT_EQ( marked(), "" );
+   vrf->route( kKey )->routeIntfIs( intfId( "eth1" ) );
+   vrf->route( kKey )->spTreeIs( true );
+   EXPECT_EQ( marked(), "route intf " );
+}
+
+TEST_F( RouteWriter, WritesRefusedRecordsWhenRoomComes ) {
+   agent.model->maxRoutesIs( 2 );
+   agent.model->maxRouteIntfsIs( 2 );
+   agent.start();
+   for ( unsigned i = 0; i < 4; ++i ) {
+      agent.model->routeIs( keyOf( i ) )->routeIntfIs( intfId( "eth1" ) );
+   }
+   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneWriter/0" );
+   agent.publish();
+   EXPECT_EQ( agent.writer->refused(), 4U );
+   EXPECT_EQ( traces.take().size(), 4U );
+   EXPECT_EQ( agent.tables->route().size(), 2U );
+   // Not tried again without reason, and again when a record goes.
+   clock.runUntil( clock.now() + 10 );
+   EXPECT_EQ( agent.writer->refused(), 4U );
+   for ( unsigned i = 0; i < 4; ++i ) {
+      bool stood = agent.tables->route().has( keyOf( i ) );
+      agent.model->routeDel( keyOf( i ) );
+      agent.publish();
+      EXPECT_EQ( agent.tables->route().has( keyOf( i ) ), false );
+      uint32_t left = std::min( 2U, 3 - i );
+      EXPECT_EQ( agent.tables->route().size(), left ) << i << stood;
+      EXPECT_EQ( agent.tables->routeIntf().size(), left ) << i << stood;
+   }
+}
+
+}
+}

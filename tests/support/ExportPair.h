@@ -45,8 +45,9 @@ struct ExportSide {
 };
 
 struct AgentSide : ExportSide {
-   AgentSide( Mox::TestClock& sideClock, const std::string& root )
-      : ExportSide( sideClock, root, ::Brane::tableWriter ) {}
+   AgentSide( Mox::TestClock& sideClock, const std::string& root,
+              Vantu::AddressFamily family = Vantu::AddressFamily::ipv4 )
+      : ExportSide( sideClock, root, ::Brane::tableWriter, family ) {}
 
    void start() {
       mount();
@@ -67,8 +68,9 @@ struct AgentSide : ExportSide {
 };
 
 struct ReaderSide : ExportSide {
-   ReaderSide( Mox::TestClock& sideClock, const std::string& root )
-      : ExportSide( sideClock, root, ::Brane::tableReader ) {}
+   ReaderSide( Mox::TestClock& sideClock, const std::string& root,
+               Vantu::AddressFamily family = Vantu::AddressFamily::ipv4 )
+      : ExportSide( sideClock, root, ::Brane::tableReader, family ) {}
 
    void start() {
       mount();

@@ -1,0 +1,338 @@
+// A random walk over the model with a writer and, in another process, a reader.
+//
+// What a table must hold follows from the marking rules: at each write of a key,
+// the model's fields at that moment; a key is written if and only if a change
+// marked it.
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <vector>
+
+#include "export/Conversion.h"
+#include "tests/export/WalkReader.h"
+#include "tests/support/ExportPair.h"
+
+namespace Routing::Pim::SparseMode::Test {
+namespace {
+
+// The marks of keys since the last sync point.
+template <class Key>
+class Marks {
+ public:
+   void insert( const Key& key ) {
+      ++marks_[key].count;
+      marks_[key].dirty = true;
+   }
+   // A write: false when nothing had marked the key so often.
+   bool written( const Key& key ) {
+      auto found = marks_.find( key );
+      if ( found == marks_.end() || found->second.count == 0 ) return false;
+      --found->second.count;
+      found->second.dirty = false;
+      return true;
+   }
+   // The keys that were not written after their last mark; starts anew.
+   std::vector<Key> takeUnwritten() {
+      std::vector<Key> keys;
+      for ( const auto& [key, mark] : std::exchange( marks_, {} ) ) {
+         if ( mark.dirty ) keys.push_back( key );
+      }
+      return keys;
+   }
+
+ private:
+   struct Mark {
+      unsigned count = 0;
+      bool dirty = false;
+   };
+   std::map<Key, Mark> marks_;
+};
+
+class Walk : public testing::TestWithParam<Vantu::AddressFamily> {
+ protected:
+   // Hears of each write and notes what it must have written.
+   class Shadow : public Brane::Status::NotifieeConst {
+    public:
+      explicit Shadow( Walk& walk ) : walk_( walk ) {
+         notifierIs( walk.agent.tables.get() );
+      }
+      using NotifieeConst::onRoute;
+      using NotifieeConst::onRouteIntf;
+      void onRoute( const RouteKey& key ) override {
+         EXPECT_TRUE( walk_.markedRoutes.written( key ) ) << "unmarked " << key;
+         const Route* route = walk_.agent.model->route( key );
+         routes.erase( key );
+         if ( route == nullptr ) return;
+         routes.emplace( key, Brane::doGetBraneRouteFromRoute( *route ) );
+      }
+      void onRouteIntf( const RouteIntfKey& key ) override {
+         EXPECT_TRUE( walk_.markedIntfs.written( key ) ) << "unmarked " << key;
+         const Route* route = walk_.agent.model->route( key.routeKey );
+         const Intf* intf =
+            route != nullptr ? route->routeIntf( key.intfId ) : nullptr;
+         intfs.erase( key );
+         if ( intf == nullptr ) return;
+         intfs.emplace( key,
+                        Brane::doGetBraneIntfFromRouteIntf( key.routeKey, *intf ) );
+      }
+
+      std::map<RouteKey, Brane::Route> routes;
+      std::map<RouteIntfKey, Brane::Intf> intfs;
+
+    private:
+      Walk& walk_;
+   };
+
+   Mox::Test::TempRoot root;
+   WalkReader reader{ root.path(), GetParam() };  // first: it forks
+   unsigned seed = std::random_device()();
+   std::mt19937 random{ seed };
+   Mox::TestClock clock;
+   AgentSide agent{ clock, root.path(), GetParam() };
+   Marks<RouteKey> markedRoutes;
+   Marks<RouteIntfKey> markedIntfs;
+
+   unsigned pick( unsigned n ) { return random() % n; }
+   bool coin() { return pick( 2 ) == 1; }
+
+   Vantu::IpGenAddr address( const char* v4, const char* v6, unsigned n ) {
+      bool ipv4 = GetParam() == Vantu::AddressFamily::ipv4;
+      return Vantu::IpGenAddr( ( ipv4 ? v4 : v6 ) + std::to_string( n ) );
+   }
+   RouteKey anyKey() {
+      Vantu::IpGenAddr group =
+         address( "233.252.0.", "ff0e::db8:", 1 + pick( 30 ) );
+      if ( pick( 4 ) == 0 ) {
+         return { Vantu::IpGenAddr::unspecified( GetParam() ), group };
+      }
+      return { address( "192.0.2.", "2001:db8::", 1 + pick( 4 ) ), group };
+   }
+   Vantu::IntfId anyIntf() {
+      return Vantu::IntfId( "eth" + std::to_string( pick( 6 ) ) );
+   }
+   Rpf anyRpf() {
+      if ( pick( 3 ) == 0 ) return {};
+      return { anyIntf(),
+               address( "198.51.100.", "fe80::", pick( 3 ) ),
+               static_cast<uint8_t>( pick( 3 ) ),
+               { pick( 3 ) } };
+   }
+
+   void step();
+   void changeRoute( Route& route );
+   void changeUpstream( Route& route );
+   void changeUmh( const RouteKey& key, UpstreamInfo& umh );
+   void changeUmhFrr( const RouteKey& key, UpstreamInfo& umhFrr );
+   void changeIntf( Route& route );
+   void changeIntfFields( const RouteIntfKey& key, Intf& intf );
+   void deleteRoute( const RouteKey& key );
+   void checkPublished( const Shadow& shadow );
+};
+
+void Walk::step() {
+   RouteKey key = anyKey();
+   Mox::Ptr<Route> route = agent.model->route( key );
+   if ( route == nullptr ) {
+      agent.model->routeIs( key );
+      markedRoutes.insert( key );
+      return;
+   }
+   unsigned what = pick( 100 );
+   if ( what < 8 ) return deleteRoute( key );
+   if ( what < 30 ) return changeRoute( *route );
+   if ( what < 60 ) return changeUpstream( *route );
+   changeIntf( *route );
+}
+
+void Walk::deleteRoute( const RouteKey& key ) {
+   Mox::Ptr<Route> removed = agent.model->routeDel( key );
+   markedRoutes.insert( key );
+   for ( const Intf& intf : removed->routeIntf() ) {
+      markedIntfs.insert( { key, intf.intfId() } );
+   }
+}
+
+void Walk::changeRoute( Route& route ) {
+   const RouteKey& key = route.key();
+   switch ( pick( 7 ) ) {
+      case 0: {
+         Route::RouteFlags flags( pick( Route::RouteFlags::limit + 1 ) );
+         if ( !( flags == route.routeFlags() ) ) markedRoutes.insert( key );
+         return route.routeFlagsIs( flags );
+      }
+      case 1:
+         markedRoutes.insert( key );
+         return route.spTreeIs( !route.spTree() );
+      case 2:
+         return route.creationTimeIs( pick( 100 ) );
+      case 3:
+         return route.iifSwitchStateIs(
+            Route::IifSwitchStateInstance( pick( 5 ) ) );
+      case 4:
+         return route.iifSwitchPendingIs( coin() );
+      case 5:
+         return route.upJoinStateIs( coin() ? upJoined : upNotJoined );
+      default:
+         route.changeFlagsIs( ChangeFlags( pick( 8 ) ) );
+         route.mfibChangeCountInc( 1 );
+   }
+}
+
+void Walk::changeUpstream( Route& route ) {
+   const RouteKey& key = route.key();
+   unsigned what = pick( 20 );
+   if ( what == 0 ) {
+      if ( route.umhDel() != nullptr ) markedRoutes.insert( key );
+   } else if ( what == 1 ) {
+      if ( route.umhFrrDel() != nullptr ) markedRoutes.insert( key );
+   } else if ( what < 12 ) {
+      if ( route.umh() == nullptr ) {
+         route.umhIs()->routeIs( &route );
+         markedRoutes.insert( key );
+      }
+      changeUmh( key, *route.umh() );
+   } else {
+      if ( route.umhFrr() == nullptr ) {
+         route.umhFrrIs()->routeIs( &route );
+         markedRoutes.insert( key );
+      }
+      changeUmhFrr( key, *route.umhFrr() );
+   }
+}
+
+void Walk::changeUmh( const RouteKey& key, UpstreamInfo& umh ) {
+   bool marks = true;
+   Brane::Route before =
+      Brane::doGetBraneRouteFromRoute( *agent.model->route( key ) );
+   switch ( pick( 6 ) ) {
+      case 0:
+         umh.rpfIs( anyRpf() );
+         break;
+      case 1:
+         umh.rpfAttachedIs( coin() );
+         break;
+      case 2:
+         umh.mbrIifIs( anyIntf() );
+         break;
+      case 3:
+         umh.upRptStateIs( Mox::enumInstance<UpRptState>( pick( 3 ) ) );
+         break;
+      case 4:
+         marks = false;
+         umh.prevRpfIs( anyRpf() );
+         break;
+      default:
+         marks = false;
+         umh.rpIs( address( "198.51.100.", "fe80::", pick( 3 ) ) );
+         umh.prevRptStateIs( Mox::enumInstance<UpRptState>( pick( 3 ) ) );
+   }
+   bool changed =
+      !( before == Brane::doGetBraneRouteFromRoute( *agent.model->route( key ) ) );
+   if ( marks && changed ) markedRoutes.insert( key );
+}
+
+void Walk::changeUmhFrr( const RouteKey& key, UpstreamInfo& umhFrr ) {
+   bool changed = false;
+   switch ( pick( 4 ) ) {
+      case 0: {
+         Rpf rpf = anyRpf();
+         changed = !( rpf == umhFrr.rpf() );
+         umhFrr.rpfIs( rpf );
+         break;
+      }
+      case 1: {
+         bool attached = coin();
+         changed = attached != umhFrr.rpfAttached();
+         umhFrr.rpfAttachedIs( attached );
+         break;
+      }
+      // Of the fast-reroute record these deliberately mark nothing.
+      case 2:
+         umhFrr.mbrIifIs( anyIntf() );
+         break;
+      default:
+         umhFrr.upRptStateIs( Mox::enumInstance<UpRptState>( pick( 3 ) ) );
+   }
+   if ( changed ) markedRoutes.insert( key );
+}
+
+void Walk::changeIntf( Route& route ) {
+   RouteIntfKey key{ route.key(), anyIntf() };
+   Mox::Ptr<Intf> intf = route.routeIntf( key.intfId );
+   if ( intf == nullptr ) {
+      route.routeIntfIs( key.intfId );
+      markedIntfs.insert( key );
+   } else if ( pick( 10 ) == 0 ) {
+      route.routeIntfDel( key.intfId );
+      markedIntfs.insert( key );
+   } else {
+      changeIntfFields( key, *intf );
+   }
+}
+
+void Walk::changeIntfFields( const RouteIntfKey& key, Intf& intf ) {
+   if ( pick( 3 ) == 0 ) {
+      markedIntfs.insert( key );
+      return intf.forwardIs( !intf.forward() );
+   }
+   intf.fastForwardIs( coin() );
+   intf.joinStateIs( Intf::JoinStateInstance( pick( 3 ) ) );
+   intf.lastJoinReceivedIs( pick( 100 ) );
+   intf.rptStateIs( Intf::RptStateInstance( pick( 5 ) ) );
+   intf.lastRptPruneReceivedIs( pick( 100 ) );
+   intf.toBeDeletedIs( coin() );
+   intf.allowRpInUseIs( coin() );
+   intf.lastAssertActionIs( static_cast<uint8_t>( pick( 256 ) ) );
+   intf.localReceiverIncludeIs( coin() );
+   intf.localReceiverExcludeIs( coin() );
+   AssertInfo info;
+   if ( coin() )
+      info = { iAmAssertLoser, { coin(), pick( 9 ), { pick( 9 ) }, {} } };
+   intf.assertInfoIs( info );
+}
+
+// A mark that is left over must be of a key that neither side has.
+void Walk::checkPublished( const Shadow& shadow ) {
+   for ( const RouteKey& key : markedRoutes.takeUnwritten() ) {
+      ASSERT_EQ( agent.model->route( key ), nullptr ) << "not written " << key;
+      ASSERT_EQ( shadow.routes.count( key ), 0U ) << "not removed " << key;
+   }
+   for ( const RouteIntfKey& key : markedIntfs.takeUnwritten() ) {
+      ASSERT_EQ( shadow.intfs.count( key ), 0U ) << "not removed " << key;
+      const Route* route = agent.model->route( key.routeKey );
+      ASSERT_TRUE( route == nullptr || route->routeIntf( key.intfId ) == nullptr )
+         << "not written " << key;
+   }
+   ASSERT_EQ( reader.sync(), recordLines( shadow.routes, shadow.intfs ) );
+}
+
+TEST_P( Walk, TablesFollowTheMarkingRulesAndTheMirrorTheTables ) {
+   SCOPED_TRACE( testing::Message() << "seed " << seed );
+   std::printf( "seed %u\n", seed );
+   agent.start();
+   Shadow shadow( *this );
+   clock.stepIs( 0.0005 );  // a review takes several slices
+   constexpr int kSteps = 50000;
+   for ( int i = 1; i <= kSteps; ++i ) {
+      step();
+      if ( pick( 20 ) == 0 ) {
+         clock.advance( 0.02 );
+         clock.runPass();
+         if ( coin() ) agent.manager.dispatch();
+      }
+      if ( i % 500 != 0 ) continue;
+      agent.publish();
+      checkPublished( shadow );
+      if ( HasFatalFailure() || HasNonfatalFailure() ) return;
+   }
+   EXPECT_GT( agent.writer->slices(), agent.writer->reviews() );
+}
+
+INSTANTIATE_TEST_SUITE_P( Families, Walk,
+                          testing::Values( Vantu::AddressFamily::ipv4,
+                                           Vantu::AddressFamily::ipv6 ) );
+
+}
+}

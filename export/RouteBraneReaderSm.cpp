@@ -64,7 +64,7 @@ void RouteBraneReaderSm::handleBraneRoute( const RouteKey& key ) {
    switch ( braneStatus()->route().find( key, record ) ) {
       case ::Brane::lookupAbsent:
          READER_TRACE( 4, "handleBraneRoute(), deleting route " << key );
-         status()->routeDel( key );
+         deleteRoute( key );
          return;
       case ::Brane::lookupFound: {
          READER_TRACE( 4, "handleBraneRoute(), creating/updating route " << key );

@@ -1,0 +1,202 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/ExportPair.h"
+#include "tests/support/TraceCapture.h"
+#include "tests/support/VrfBuilder.h"
+
+namespace Routing::Pim::SparseMode::Test {
+namespace {
+
+using testing::ElementsAre;
+
+const RouteKey kKey = sgKey( "192.0.2.1", "233.252.0.1" );
+const RouteIntfKey kIntfKey{ kKey, intfId( "eth1" ) };
+
+// Tables written by hand, and a reader of them.
+class RouteReader : public testing::Test {
+ protected:
+   RouteReader() {
+      agent.mount();
+      side.start();
+   }
+   Brane::Status& tables() { return *agent.tables; }
+   void deliver() {
+      agent.manager.dispatch();
+      side.follow();
+   }
+   const Route* seen( const RouteKey& key = kKey ) const {
+      return side.model->route( key );
+   }
+   // Lines without the facility and the reader's address.
+   auto lines( Mox::Test::TraceCapture& traces ) {
+      auto taken = traces.take();
+      const Mox::String start =
+         "RouteBraneReader(" + Mox::pointerText( side.reader.get() ) + ")";
+      for ( auto& line : taken ) {
+         line.erase( 0, strlen( "Pimsm::RouteBraneReader " ) );
+         size_t at = line.find( start );
+         if ( at != Mox::String::npos ) line.erase( at, start.size() );
+      }
+      return taken;
+   }
+
+   Mox::TestClock clock;
+   Mox::Test::TempRoot root;
+   AgentSide agent{ clock, root.path() };
+   ReaderSide side{ clock, root.path() };
+};
+
+TEST_F( RouteReader, TracesEachStep ) {
+   const Mox::String route = "(192.0.2.1, 233.252.0.1)";
+   const Mox::String intf = route + " 'eth1'";
+   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneReader/9" );
+   tables().routeIs( Brane::Route( kKey ) );
+   deliver();
+   EXPECT_THAT(
+      lines( traces ),
+      ElementsAre( "4 handleBraneRoute(), creating/updating route " + route,
+                   "8 handleRoute" ) );
+   tables().routeIntfIs( Brane::Intf( kIntfKey ) );
+   deliver();
+   EXPECT_THAT(
+      lines( traces ),
+      ElementsAre( "4 handleBraneRouteIntf(), updating route intf " + intf ) );
+   tables().routeIntfDel( kIntfKey );
+   deliver();
+   EXPECT_THAT(
+      lines( traces ),
+      ElementsAre( "4 handleBraneRouteIntf(), deleting route intf " + intf ) );
+   tables().routeDel( kKey );
+   deliver();
+   EXPECT_THAT( lines( traces ),
+                ElementsAre( "4 handleBraneRoute(), deleting route " + route,
+                             "8 handleRoute" ) );
+   side.reader->handleBraneRouteIntf( kIntfKey );
+   EXPECT_THAT(
+      lines( traces ),
+      ElementsAre(
+         "4 handleBraneRouteIntf(), no route for route intf " + intf,
+         "4 handleBraneRoute(), deleting route " + route,
+         "4 handleBraneRouteIntf(), ignoring notificaton, no route for " + intf ) );
+   auto again = Brane::RouteBraneReaderSmIs( side.model, side.tables );
+   EXPECT_THAT( lines( traces ), ElementsAre( "8 RouteBraneReader(" +
+                                              Mox::pointerText( again.get() ) +
+                                              ")handleInitialized" ) );
+}
+
+TEST_F( RouteReader, PullsTheRouteInForAnEarlyInterface ) {
+   tables().routeIs( Brane::Route( kKey ) );
+   tables().routeIntfIs( Brane::Intf( kIntfKey ) );
+   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneReader/4" );
+   side.reader->handleBraneRouteIntf( kIntfKey );
+   EXPECT_THAT( lines( traces ),
+                ElementsAre( "4 handleBraneRouteIntf(), no route for route intf "
+                             "(192.0.2.1, 233.252.0.1) 'eth1'",
+                             "4 handleBraneRoute(), creating/updating route "
+                             "(192.0.2.1, 233.252.0.1)",
+                             "4 handleBraneRouteIntf(), updating route intf "
+                             "(192.0.2.1, 233.252.0.1) 'eth1'" ) );
+   ASSERT_NE( seen(), nullptr );
+   EXPECT_NE( seen()->routeIntf( intfId( "eth1" ) ), nullptr );
+}
+
+// No order is promised between the tables.
+TEST_F( RouteReader, KeepsInterfacesWhoseRouteComesLater ) {
+   Brane::Intf record( kIntfKey );
+   record.joinState = Intf::joined;
+   tables().routeIntfIs( record );
+   deliver();
+   EXPECT_EQ( seen(), nullptr );
+   tables().routeIs( Brane::Route( kKey ) );
+   deliver();
+   ASSERT_NE( seen(), nullptr );
+   ASSERT_NE( seen()->routeIntf( intfId( "eth1" ) ), nullptr );
+   EXPECT_EQ( seen()->routeIntf( intfId( "eth1" ) )->joinState(), Intf::joined );
+
+   // A route that goes and comes back while its interface's record stays.
+   tables().routeDel( kKey );
+   deliver();
+   EXPECT_EQ( seen(), nullptr );
+   tables().routeIs( Brane::Route( kKey ) );
+   deliver();
+   ASSERT_NE( seen(), nullptr );
+   EXPECT_NE( seen()->routeIntf( intfId( "eth1" ) ), nullptr );
+
+   // And while its record goes.
+   tables().routeDel( kKey );
+   deliver();
+   tables().routeIntfDel( kIntfKey );
+   deliver();
+   tables().routeIs( Brane::Route( kKey ) );
+   deliver();
+   EXPECT_EQ( seen()->routeIntf().size(), 0U );
+}
+
+TEST_F( RouteReader, FollowsTheFastReroutePath ) {
+   Brane::Route record( kKey );
+   record.rpfFrr = rpfBy( "eth5" );
+   record.rpfFrrAttached = true;
+   tables().routeIs( record );
+   deliver();
+   ASSERT_NE( seen()->umhFrr(), nullptr );
+   EXPECT_TRUE( seen()->umhFrr()->frr() );
+   EXPECT_EQ( seen()->umhFrr()->route(), seen() );
+   EXPECT_TRUE( seen()->rpfFrrAttached() );
+   const UpstreamInfo* former = seen()->umhFrr();
+   record.rpfFrr = rpfBy( "eth6" );
+   record.rpfFrrAttached = false;
+   tables().routeIs( record );
+   deliver();
+   EXPECT_EQ( seen()->umhFrr(), former );
+   EXPECT_EQ( seen()->rpfFrr(), rpfBy( "eth6" ) );
+   EXPECT_FALSE( seen()->rpfFrrAttached() );
+   record.rpfFrr = {};
+   tables().routeIs( record );
+   deliver();
+   EXPECT_EQ( seen()->umhFrr(), nullptr );
+}
+
+TEST_F( RouteReader, CountsRoutesAndKeepsSources ) {
+   const RouteKey other = sgKey( "192.0.2.1", "233.252.0.2" );
+   const RouteKey wildcards[] = { wcKey( "233.252.0.1" ), wcKey( "ff3e::1" ) };
+   for ( const RouteKey& key : { kKey, other, wildcards[0], wildcards[1] } ) {
+      tables().routeIs( Brane::Route( key ) );
+      deliver();
+      tables().routeIs( Brane::Route( key ) );  // an update counts nothing
+      deliver();
+   }
+   EXPECT_EQ( side.model->sgRoutes(), 2U );
+   EXPECT_EQ( side.model->wcRoutes(), 2U );
+   EXPECT_EQ( side.model->source().size(), 3U );
+   const Mox::Ptr<Source> source = side.model->source( kKey.source );
+   ASSERT_NE( source, nullptr );
+   EXPECT_EQ( source->sourceGroup().size(), 2U );
+   tables().routeDel( other );
+   deliver();
+   EXPECT_EQ( source->sourceGroup().size(), 1U );
+   EXPECT_NE( side.model->source( kKey.source ), nullptr );
+   tables().routeDel( kKey );
+   tables().routeDel( wildcards[1] );
+   deliver();
+   EXPECT_EQ( side.model->source( kKey.source ), nullptr );
+   EXPECT_EQ( side.model->source().size(), 1U );
+   EXPECT_EQ( side.model->sgRoutes(), 0U );
+   EXPECT_EQ( side.model->wcRoutes(), 1U );
+}
+
+// What stood when the reader came is the reconciler's; then the counts hold too.
+TEST_F( RouteReader, CountsWhatTheReconcilerLoads ) {
+   tables().routeIs( Brane::Route( kKey ) );
+   tables().routeIntfIs( Brane::Intf( kIntfKey ) );
+   ReaderSide late( clock, root.path() );
+   late.mount();
+   late.reader = Brane::routeBraneReaderSmFactory( late.model, late.tables );
+   EXPECT_EQ( late.model->route().size(), 0U );
+   late.reload();
+   EXPECT_EQ( late.model->sgRoutes(), 1U );
+   EXPECT_EQ( late.model->source().size(), 1U );
+}
+
+}
+}

@@ -1,0 +1,257 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "export/Conversion.h"
+#include "tests/support/ExportPair.h"
+#include "tests/support/TraceCapture.h"
+#include "tests/support/VrfBuilder.h"
+
+namespace Routing::Pim::SparseMode::Test {
+namespace {
+
+using testing::ElementsAre;
+
+RouteKey keyOf( unsigned i ) {
+   return sgKey( "192.0.2." + std::to_string( i + 1 ), "233.252.0.1" );
+}
+Mox::String suspendedAt( const RouteIntfKey& key ) {
+   std::ostringstream text;
+   text << "doReview(), Suspending review at " << key;
+   return text.str();
+}
+
+class Restart : public testing::Test {
+ protected:
+   // Tables as a former agent left them.
+   void leave( unsigned routes, unsigned intfsEach ) {
+      AgentSide former( clock, root.path() );
+      former.mount();
+      for ( unsigned i = 0; i < routes; ++i ) {
+         Brane::Route record( keyOf( i ) );
+         record.creationTime = i;
+         record.rpf = rpfBy( "eth0" );
+         former.tables->routeIs( record );
+         for ( unsigned j = 0; j < intfsEach; ++j ) {
+            Brane::Intf intf(
+               { keyOf( i ), intfId( "eth" + std::to_string( j ) ) } );
+            intf.joinState = Intf::joined;
+            former.tables->routeIntfIs( intf );
+         }
+      }
+      former.manager.dispatch();
+   }
+   void begin( ExportSide& side ) {
+      side.mount();
+      side.restart = Brane::routeBraneRestartSmFactory( side.model, side.tables,
+                                                        side.role, &clock );
+   }
+   auto lines( Mox::Test::TraceCapture& traces, const ExportSide& side,
+               Mox::StringView level ) {
+      const Mox::String start = "Pimsm::RouteBraneRestart " + Mox::String( level ) +
+                                " RouteBraneRestart(" +
+                                Mox::pointerText( side.restart.get() ) + ")";
+      Mox::Test::TraceCapture::Lines kept;
+      for ( const auto& line : traces.lines() ) {
+         if ( line.starts_with( start ) )
+            kept.push_back( line.substr( start.size() ) );
+      }
+      return kept;
+   }
+   std::vector<RouteKey> routesInOrder( const ExportSide& side ) {
+      std::vector<RouteKey> keys;
+      side.tables->route().visit( nullptr, [&]( const Brane::Route& record ) {
+         keys.push_back( record.key );
+         return true;
+      } );
+      return keys;
+   }
+   // Every record stands in the model, and nothing else.
+   void expectLoaded( const ExportSide& side, unsigned routes, unsigned intfs ) {
+      EXPECT_EQ( side.model->route().size(), routes );
+      unsigned found = 0;
+      for ( const Route& route : side.model->route() ) {
+         Brane::Route record;
+         ASSERT_EQ( side.tables->route().find( route.key(), record ),
+                    ::Brane::lookupFound );
+         EXPECT_EQ( Brane::doGetBraneRouteFromRoute( route ), record );
+         EXPECT_TRUE( route.initialized() );
+         for ( const Intf& intf : route.routeIntf() ) {
+            Brane::Intf held;
+            ASSERT_EQ( side.tables->routeIntf().find(
+                          { route.key(), intf.intfId() }, held ),
+                       ::Brane::lookupFound );
+            EXPECT_EQ( Brane::doGetBraneIntfFromRouteIntf( route.key(), intf ),
+                       held );
+            ++found;
+         }
+      }
+      EXPECT_EQ( found, intfs );
+   }
+
+   Mox::TestClock clock;
+   Mox::Test::TempRoot root;
+};
+
+TEST_F( Restart, InitializesTheModelOverEmptyTables ) {
+   AgentSide agent( clock, root.path() );
+   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneRestart/9" );
+   begin( agent );
+   EXPECT_FALSE( agent.model->initialized() );
+   EXPECT_EQ( lines( traces, agent, "8" ),
+              ( std::vector<Mox::String>{ "handleInitialized" } ) );
+   clock.runPass();
+   EXPECT_TRUE( agent.model->initialized() );
+   EXPECT_THAT( lines( traces, agent, "3" ),
+                ElementsAre( "doReview(), Reviewing routes",
+                             "doReview(), Brane routes: 0, Status routes: 0" ) );
+   EXPECT_FALSE( clock.runPass() );
+}
+
+TEST_F( Restart, TracesWhatItLoads ) {
+   leave( 1, 1 );
+   AgentSide agent( clock, root.path() );
+   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneRestart/9" );
+   begin( agent );
+   clock.runPass();
+   const Mox::String flags = agent.model->route( keyOf( 0 ) )->routeFlagsString();
+   EXPECT_THAT( lines( traces, agent, "8" ),
+                ElementsAre( "handleInitialized", "doReviewRoutes" ) );
+   EXPECT_THAT( lines( traces, agent, "6" ),
+                ElementsAre( "doReviewRouteIntfs(192.0.2.1, 233.252.0.1) 'eth0', "
+                             "Updating intf in brane" ) );
+   EXPECT_THAT( lines( traces, agent, "4" ),
+                ElementsAre( "doReviewRoutes(), Updated route (192.0.2.1, "
+                             "233.252.0.1), Flags: " +
+                                flags + ", IIF Switch State: notSwitching",
+                             "doInitializeRoutes(), Initializing route (192.0.2.1, "
+                             "233.252.0.1), Flags: " +
+                                flags ) );
+   EXPECT_THAT( lines( traces, agent, "3" ),
+                ElementsAre( "doReview(), Reviewing routes",
+                             "doReview(), Brane routes: 1, Status routes: 1" ) );
+   expectLoaded( agent, 1, 1 );
+}
+
+// Eight entries, three a slice: four routes loaded, then initialised.
+TEST_F( Restart, SuspendsWithTheKeyAtWhichItResumes ) {
+   leave( 4, 0 );
+   AgentSide agent( clock, root.path() );
+   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneRestart/9" );
+   begin( agent );
+   clock.stepIs( 1.0 / 16 );
+   agent.restart->reviewQuantumIs( 3.0 / 16 );
+   std::vector<RouteKey> keys = routesInOrder( agent );
+   clock.runPass();
+   EXPECT_EQ( agent.model->route().size(), 3U );
+   EXPECT_EQ( agent.restart->reviewBookmark(), ( RouteIntfKey{ keys[3], {} } ) );
+   clock.runPass();
+   EXPECT_EQ( agent.model->route().size(), 4U );
+   EXPECT_FALSE( agent.model->initialized() );
+   EXPECT_FALSE( agent.model->route( keys[2] )->initialized() );
+   clock.runPass();
+   EXPECT_TRUE( agent.model->initialized() );
+   EXPECT_EQ( agent.restart->reviewBookmark(), RouteIntfKey() );
+   EXPECT_THAT(
+      lines( traces, agent, "3" ),
+      ElementsAre( "doReview(), Reviewing routes", suspendedAt( { keys[3], {} } ),
+                   "doReview(), Reviewing routes", suspendedAt( { keys[2], {} } ),
+                   "doReview(), Reviewing routes",
+                   "doReview(), Brane routes: 4, Status routes: 4" ) );
+   expectLoaded( agent, 4, 0 );
+}
+
+TEST_F( Restart, ResumesInEveryPhaseWithOneEntryASlice ) {
+   leave( 5, 3 );
+   for ( auto role : { ::Brane::tableWriter, ::Brane::tableReader } ) {
+      ExportSide side( clock, root.path(), role );
+      begin( side );
+      side.restart->reviewQuantumIs( 0 );
+      int slices = 0;
+      while ( !side.model->initialized() ) {
+         ASSERT_TRUE( clock.runPass() );
+         ++slices;
+      }
+      // The end of a phase begins the next one in the same slice.
+      EXPECT_EQ( slices, 5 + 15 + 5 - 2 );
+      expectLoaded( side, 5, 15 );
+   }
+}
+
+// The bookmark's record goes between two slices.
+TEST_F( Restart, ResumesAfterABookmarkThatHasGone ) {
+   leave( 6, 2 );
+   AgentSide agent( clock, root.path() );
+   begin( agent );
+   agent.restart->reviewQuantumIs( 0 );
+   clock.runPass();
+   RouteKey gone = agent.restart->reviewBookmark().routeKey;
+   agent.tables->routeDel( gone );
+   while ( !agent.restart->reviewedRoutes() ) ASSERT_TRUE( clock.runPass() );
+   RouteIntfKey goneIntf = agent.restart->reviewBookmark();
+   agent.tables->routeIntfDel( goneIntf );
+   while ( !agent.model->initialized() ) ASSERT_TRUE( clock.runPass() );
+   unsigned intfsGone = goneIntf.routeKey == gone ? 2 : 3;
+   expectLoaded( agent, 5, 12 - intfsGone );
+   EXPECT_EQ( agent.tables->routeIntf().size(), 12 - intfsGone );
+}
+
+TEST_F( Restart, RemovesStaleInterfacesAsWriterOnly ) {
+   leave( 1, 1 );
+   const RouteIntfKey stale{ keyOf( 7 ), intfId( "eth1" ) };
+   {
+      AgentSide former( clock, root.path() );
+      former.mount();
+      former.tables->routeIntfIs( Brane::Intf( stale ) );
+   }
+   ReaderSide reader( clock, root.path() );
+   reader.start();
+   EXPECT_TRUE( reader.tables->routeIntf().has( stale ) );
+   expectLoaded( reader, 1, 1 );
+   AgentSide agent( clock, root.path() );
+   agent.start();
+   EXPECT_FALSE( agent.tables->routeIntf().has( stale ) );
+   EXPECT_EQ( agent.tables->routeIntf().size(), 1U );
+   expectLoaded( agent, 1, 1 );
+}
+
+// A reader's reconciler meets an interface before its route is there.
+TEST_F( Restart, GivesAReadersStrayToItsRouteLater ) {
+   const RouteIntfKey stray{ keyOf( 7 ), intfId( "eth1" ) };
+   AgentSide agent( clock, root.path() );
+   agent.mount();
+   agent.tables->routeIntfIs( Brane::Intf( stray ) );
+   ReaderSide reader( clock, root.path() );
+   reader.start();
+   agent.tables->routeIs( Brane::Route( stray.routeKey ) );
+   agent.manager.dispatch();
+   reader.follow();
+   ASSERT_NE( reader.model->route( stray.routeKey ), nullptr );
+   EXPECT_NE( reader.model->route( stray.routeKey )->routeIntf( stray.intfId ),
+              nullptr );
+}
+
+TEST_F( Restart, RunsAgainAfterBeingKilledInBetween ) {
+   leave( 5, 3 );
+   for ( int passes = 1; passes < 20; ++passes ) {
+      AgentSide killed( clock, root.path() );
+      begin( killed );
+      killed.restart->reviewQuantumIs( 0 );
+      killed.writer =
+         Brane::routeBraneWriterSmFactory( killed.model, killed.tables, &clock );
+      for ( int pass = 0; pass < passes; ++pass ) clock.runPass();
+      ASSERT_FALSE( killed.model->initialized() );
+   }
+   AgentSide agent( clock, root.path() );
+   agent.start();
+   expectLoaded( agent, 5, 15 );
+   // And the writer leaves all that as it is.
+   agent.publish();
+   expectLoaded( agent, 5, 15 );
+   EXPECT_EQ( agent.tables->route().size(), 5U );
+   EXPECT_EQ( agent.tables->routeIntf().size(), 15U );
+}
+
+}
+}

@@ -104,17 +104,28 @@ void DoorbellHub::arm( Table& table ) {
    }
 }
 
+// A directory that is made between the look for it and the watch of its parent
+// rings nothing: only a walk that ends where the one before it did has missed none.
 void DoorbellHub::watchDirectory( Table& table ) {
-   int former = table.directory;
+   Mox::String reached;
+   Mox::String before;
+   do {
+      int former = table.directory;
+      before = std::exchange( reached, watchNearest( table ) );
+      if ( former != table.directory ) dropWatch( former );
+   } while ( !table.nearest && table.directory >= 0 && reached != before );
+}
+
+// Watches the table's directory, or the nearest ancestor that is there; its path.
+Mox::String DoorbellHub::watchNearest( Table& table ) {
    Mox::String directory = directoryOf( table.files.table );
    for ( bool nearest = true;; nearest = false ) {
       table.directory = inotify_add_watch( fd_, directory.c_str(), directoryMask );
       table.nearest = nearest && table.directory >= 0;
       bool missing = table.directory < 0 && ( errno == ENOENT || errno == ENOTDIR );
-      if ( !missing || directory == "/" || directory == "." ) break;
+      if ( !missing || directory == "/" || directory == "." ) return directory;
       directory = directoryOf( directory );
    }
-   if ( former != table.directory ) dropWatch( former );
 }
 
 void DoorbellHub::readEvents() {

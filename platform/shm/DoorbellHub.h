@@ -55,6 +55,7 @@ class PIMSM_API DoorbellHub {
 
    void arm( Table& table );
    void watchDirectory( Table& table );
+   Mox::String watchNearest( Table& table );
    void dropWatch( int watch );
    void dropBell( Table& table );
    void readEvents();

@@ -7,7 +7,6 @@
 namespace Agent {
 
 #define AGENT_REFUSALS( V )                                              \
-   V( unboundCapture )  /* no interface stands for the capture */        \
    V( noAddress )       /* the interface has no address of the family */ \
    V( ownPacket )       /* sent by the router that the agent plays */    \
    V( notToAllRouters ) /* not sent to ALL-PIM-ROUTERS */                \

@@ -79,6 +79,10 @@ class Section {
    static T fromText( const std::string& text ) {
       if constexpr ( std::is_same_v<T, std::string> ) {
          return text;
+      } else if constexpr ( std::is_same_v<T, bool> ) {
+         // YAML's older words, which operators write, beside ours.
+         if ( text == "yes" || text == "no" ) return text == "yes";
+         return Mox::stringToValue<bool>( text );
       } else if constexpr ( std::is_constructible_v<T, Mox::StringView> ) {
          return T( Mox::StringView( text ) );
       } else {

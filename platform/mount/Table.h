@@ -65,6 +65,7 @@ class Table : public TableBase {
       return ::Brane::lookupDamaged;
    }
 
+   // Does the key stand? True also while its record is busy or damaged.
    bool has( const Key& key ) const {
       V ignored;
       return find( key, ignored ) != ::Brane::lookupAbsent;
@@ -91,8 +92,9 @@ class Table : public TableBase {
       Record record;
       std::memset( &record, 0, sizeof record );
       Form::write( value, record.bytes );
+      const Key key = value.key;
       putRecord( &record );
-      callbacks_.keyChanged( value.key );
+      callbacks_.keyChanged( key );
    }
 
    // Removes, notifies and returns the record; the default value, silently, when
@@ -108,12 +110,14 @@ class Table : public TableBase {
       return removed;
    }
 
-   // One by one, each notified.
+   // The keys as they stand, one by one, each notified; what comes meanwhile stays.
    void delAll() {
+      std::vector<Key> keys;
       visit( nullptr, [&]( const V& value ) {
-         del( value.key );
+         keys.push_back( value.key );
          return true;
       } );
+      for ( const Key& key : keys ) del( key );
    }
 
  private:

@@ -98,8 +98,12 @@ void EntityManager::ring() {
 
 void EntityManager::dispatchHub() {
    double now = clock_.now();
-   for ( MoxBrane::TableBase* table : std::exchange( drainSoon_, {} ) )
+   // One at a time: a handler may destroy a table that waits here.
+   for ( size_t left = drainSoon_.size(); left > 0 && !drainSoon_.empty(); --left ) {
+      MoxBrane::TableBase* table = drainSoon_.front();
+      drainSoon_.erase( drainSoon_.begin() );
       table->drain();
+   }
    double due = hub_.dispatch( now );
    if ( !drainSoon_.empty() ) due = std::min( due, now + kDrainSoon );
    wakeup_->wakeupTimeIs( due );
@@ -116,6 +120,7 @@ void EntityManager::unwatch( Brane::DoorbellHub::Id id,
                              MoxBrane::TableBase& table ) {
    hub_.remove( id );
    std::erase( drainSoon_, &table );
+   std::erase( draining_, &table );
 }
 
 void EntityManager::drainSoon( MoxBrane::TableBase& table ) {

@@ -26,7 +26,7 @@ class PIMSM_API EntityManager {
  public:
    static constexpr const char* defaultRoot = "/dev/shm/pimsm";
 
-   // `clock` paces the doorbells. With a loop, doorbells are served and written
+   // `clock` and `loop` outlive the manager. `clock` paces the doorbells. With a loop, doorbells are served and written
    // tables rung by it; without one the owner calls dispatch(). The root's
    // directories are created (mode 0750) when a writer mounts below them.
    EntityManager( Mox::Clock& clock, Mox::Loop* loop,
@@ -79,6 +79,8 @@ class PIMSM_API EntityManager {
    Brane::DoorbellHub hub_;
    std::map<Mox::String, MoxBrane::MountedEntity*, std::less<>> entities_;
    std::vector<MoxBrane::TableBase*> drainSoon_;
+   // Of the dispatch in progress; a handler may make any of them go.
+   std::vector<MoxBrane::TableBase*> draining_;
    std::unique_ptr<Wakeup> wakeup_;
    std::unique_ptr<Mox::Loop::FdWatcher> watcher_;
    std::unique_ptr<Mox::Loop::TurnEnd> turnEnd_;

@@ -10,10 +10,12 @@ void CollectionControl::initialize( Brane::TableRole wanted, uint32_t records,
                                     bool attachSuspended ) {
    if ( table_ == nullptr ) return;
    if ( wanted != Brane::tableWriter && attachSuspended ) return;
-   table_->mount( wanted, records );
+   if ( !table_->mount( wanted, records ) ) return;
+   // An observer of one value may let the table go before the next.
+   Mox::Ptr<CollectionControl> pin( this );
    roleIs( wanted );
    capacityIs( records );
-   table_->updateMountStatus();
+   if ( table_ != nullptr ) table_->updateMountStatus();
 }
 
 }

@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+
+#include "platform/loop/TestClock.h"
+#include "tests/platform/mount/Shelf.h"
+#include "tests/support/TempRoot.h"
+
+namespace MoxBrane::Test {
+namespace {
+
+constexpr const char* kShelf = "MoxBrane::Test::Shelf";
+constexpr const char* kPath = "house/room/shelf";
+
+class EntityManager : public testing::Test {
+ protected:
+   static Mox::Ptr<Shelf> shelfAt( Corvex::EntityManager& manager ) {
+      Mox::Ptr<Mox::Entity> entity = createEntity( manager, kPath, kShelf );
+      return Mox::Ptr<Shelf>( dynamic_cast<Shelf*>( entity.get() ) );
+   }
+
+   Mox::TestClock clock;
+   Mox::Test::TempRoot root;
+   Corvex::EntityManager manager{ clock, nullptr, root.path() };
+};
+
+TEST_F( EntityManager, GivesOneEntityAPath ) {
+   Mox::Ptr<Shelf> shelf = shelfAt( manager );
+   ASSERT_NE( shelf, nullptr );
+   EXPECT_EQ( shelf->name(), kPath );
+   EXPECT_EQ( shelfAt( manager ), shelf );
+   EXPECT_EQ( manager.entity( kPath ), shelf );
+   EXPECT_THROW( manager.createEntity( kPath, "MoxBrane::Test::Drawer" ),
+                 Mox::NameError );
+   EXPECT_THROW( manager.createEntity( "other", "MoxBrane::Test::Nothing" ),
+                 Mox::NameError );
+   for ( const char* path : { "", "/a", "a/", "a//b", ".", "a/../b", "a/." } ) {
+      EXPECT_THROW( manager.createEntity( path, kShelf ), Mox::RangeError ) << path;
+   }
+   EXPECT_THROW( manager.createEntity( Mox::StringView( "a\0b", 3 ), kShelf ),
+                 Mox::RangeError );
+}
+
+TEST_F( EntityManager, MakesAnEntityAnewThatHasGone ) {
+   Mox::Ptr<Shelf> shelf = shelfAt( manager );
+   shelf->bookControl()->initialize( ::Brane::tableWriter, 4, false );
+   shelf->bookIs( bookOf( 1 ) );
+   Mox::Ptr<CollectionControl> control( shelf->bookControl() );
+   shelf.reset();
+   EXPECT_EQ( manager.entity( kPath ), nullptr );
+   control->initialize( ::Brane::tableWriter, 4, false );  // its table has gone
+   // What it wrote outlives it; another type may take the path.
+   shelf = shelfAt( manager );
+   EXPECT_FALSE( shelf->book().mounted() );
+   shelf->bookControl()->initialize( ::Brane::tableWriter, 4, false );
+   EXPECT_TRUE( shelf->book().has( bookKey( 1 ) ) );
+   shelf.reset();
+   EXPECT_NE( manager.createEntity( kPath, "MoxBrane::Test::Drawer" ), nullptr );
+}
+
+TEST_F( EntityManager, MountsOnceForOneRole ) {
+   Mox::Ptr<Shelf> shelf = shelfAt( manager );
+   CollectionControl& control = *shelf->bookControl();
+   EXPECT_EQ( control.mountStatus(), notMounted );
+   EXPECT_THROW( shelf->bookIs( bookOf( 1 ) ), ::Brane::ReadOnlyError );
+   EXPECT_THROW( shelf->bookDel( bookKey( 1 ) ), ::Brane::ReadOnlyError );
+   control.initialize( ::Brane::tableWriter, 4, false );
+   ::Brane::TableWriter* writer = shelf->book().writer();
+   control.initialize( ::Brane::tableWriter, 9, false );
+   EXPECT_EQ( shelf->book().writer(), writer );
+   EXPECT_EQ( control.capacity(), 4U );
+   EXPECT_THROW( control.initialize( ::Brane::tableReader, 0, false ),
+                 ::Brane::TableError );
+   EXPECT_EQ( control.role(), ::Brane::tableWriter );
+   EXPECT_EQ( control.mountStatus(), mountReady );
+   // The table has one writer, in whatever manager.
+   Corvex::EntityManager second( clock, nullptr, root.path() );
+   Mox::Ptr<Shelf> rival = shelfAt( second );
+   EXPECT_THROW( rival->bookControl()->initialize( ::Brane::tableWriter, 4, false ),
+                 ::Brane::SecondWriterError );
+   EXPECT_EQ( rival->bookControl()->mountStatus(), notMounted );
+   rival->bookControl()->initialize( ::Brane::tableReader, 0, false );
+   EXPECT_THROW( rival->bookIs( bookOf( 1 ) ), ::Brane::ReadOnlyError );
+   EXPECT_THROW( rival->bookControl()->initialize( ::Brane::tableWriter, 4, false ),
+                 ::Brane::TableError );
+}
+
+TEST_F( EntityManager, SuspendsReadersOnly ) {
+   Mox::Ptr<Shelf> shelf = shelfAt( manager );
+   shelf->bookControl()->initialize( ::Brane::tableReader, 0, true );
+   EXPECT_FALSE( shelf->book().mounted() );
+   EXPECT_EQ( shelf->bookControl()->mountStatus(), notMounted );
+   shelf->bookControl()->initialize( ::Brane::tableWriter, 4, true );
+   EXPECT_EQ( shelf->bookControl()->mountStatus(), mountReady );
+}
+
+TEST_F( EntityManager, MayGoBeforeItsEntities ) {
+   auto brief =
+      std::make_unique<Corvex::EntityManager>( clock, nullptr, root.path() );
+   Mox::Ptr<Shelf> written = shelfAt( manager );
+   written->bookControl()->initialize( ::Brane::tableWriter, 4, false );
+   Mox::Ptr<Shelf> read = shelfAt( *brief );
+   read->bookControl()->initialize( ::Brane::tableReader, 0, false );
+   brief->dispatch();
+   brief.reset();
+   EXPECT_EQ( read->manager(), nullptr );
+   clock.advance( 1 );
+   clock.runPass();
+   read.reset();
+}
+
+TEST_F( EntityManager, ShowsReadersATableThatGoes ) {
+   Corvex::EntityManager readers( clock, nullptr, root.path() );
+   Mox::Ptr<Shelf> read = shelfAt( readers );
+   ShelfRecorder recorder( read.get() );
+   CollectionControl& control = *read->bookControl();
+   control.initialize( ::Brane::tableReader, 0, false );
+   EXPECT_EQ( control.mountStatus(), mountWaiting );
+   Mox::Ptr<Shelf> written = shelfAt( manager );
+   written->bookControl()->initialize( ::Brane::tableWriter, 4, false );
+   written->bookIs( bookOf( 1 ) );
+   manager.dispatch();
+   clock.advance( 0.01 );
+   readers.dispatch();
+   EXPECT_EQ( control.mountStatus(), mountReady );
+   EXPECT_EQ( recorder.mounts, 1U );
+   EXPECT_EQ( recorder.take(), ( std::vector<uint32_t>{ 1 } ) );
+   manager.removeTables( kPath );
+   clock.advance( 0.01 );
+   readers.dispatch();
+   EXPECT_EQ( control.mountStatus(), mountWaiting );
+   EXPECT_EQ( recorder.take(), ( std::vector<uint32_t>{ 1 } ) );
+   EXPECT_EQ( read->book().size(), 0U );
+}
+
+}
+}

@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+
+#include "export/Records.h"
+#include "tests/support/VrfBuilder.h"
+
+namespace Routing::Pim::SparseMode::Test {
+namespace {
+
+const RouteKey kKey = sgKey( "192.0.2.1", "233.252.0.1" );
+
+Brane::Route fullRoute() {
+   Brane::Route record( kKey );
+   record.routeFlags.valueIs( 0x45 );
+   record.creationTime = 12.5;
+   record.rpf = rpfBy( "eth0" );
+   record.prevRpf = rpfBy( "eth1", "192.0.2.253" );
+   record.rpfAttached = true;
+   record.mbrIif = intfId( "eth2" );
+   record.rpfFrr = rpfBy( "eth3" );
+   record.rpfFrrAttached = true;
+   record.iifSwitchState = SparseMode::Route::wrongVifRecd;
+   record.iifSwitchPending = true;
+   record.upJoinState = upJoined;
+   record.upRptState = upRptPruned;
+   return record;
+}
+
+Brane::Intf fullIntf() {
+   Brane::Intf record( RouteIntfKey{ kKey, intfId( "eth1" ) } );
+   record.toBeDeleted = record.forward = record.fastForward = true;
+   record.allowRpInUse = true;
+   record.joinState = SparseMode::Intf::prunePending;
+   record.lastJoinReceived = 0.1;
+   record.rptState = SparseMode::Intf::rptPruned;
+   record.lastRptPruneReceived = 1e9;
+   record.assertInfo = { iAmAssertLoser, assertMetric( "[S] 192.0.2.9 [110/20]" ) };
+   record.lastAssertAction = 255;
+   record.localReceiverInclude = record.localReceiverExclude = true;
+   return record;
+}
+
+template <class Record>
+void expectReadsBack( const Record& record ) {
+   Mox::String text = valueToStrep( record );
+   EXPECT_EQ( Mox::stringToValue<Record>( text ), record ) << text;
+}
+
+TEST( Records, ReadBackWhatTheyPrint ) {
+   expectReadsBack( Brane::Route() );
+   expectReadsBack( fullRoute() );
+   expectReadsBack( Brane::Intf() );
+   expectReadsBack( fullIntf() );
+   expectReadsBack( Brane::RouteCounter{ { Brane::switching, 7 }, 4294967295U } );
+}
+
+TEST( Records, PrintInTheValueNotation ) {
+   Brane::Route route( kKey );
+   const Mox::String rpf = valueToStrep( Rpf() );
+   EXPECT_EQ(
+      valueToStrep( route ),
+      "Value('Routing::Pim::SparseMode::Brane::Route', ** {'key': " +
+         valueToStrep( kKey ) +
+         ", 'routeFlags': " + valueToStrep( route.routeFlags ) +
+         ", 'creationTime': 0, 'rpf': " + rpf + ", 'prevRpf': " + rpf +
+         ", 'rpfAttached': false, 'mbrIif': " + valueToStrep( Vantu::IntfId() ) +
+         ", 'rpfFrr': " + rpf + ", 'rpfFrrAttached': false, 'iifSwitchState': " +
+         valueToStrep( route.iifSwitchState ) +
+         ", 'iifSwitchPending': false, 'upJoinState': " +
+         valueToStrep( upNotJoined ) +
+         ", 'upRptState': " + valueToStrep( upRptNotPruned ) + "})" );
+   Brane::Intf intf( RouteIntfKey{ kKey, intfId( "eth1" ) } );
+   EXPECT_EQ(
+      valueToStrep( intf ),
+      "Value('Routing::Pim::SparseMode::Brane::Intf', ** {'key': " +
+         valueToStrep( intf.key ) +
+         ", 'toBeDeleted': false, 'forward': false, 'fastForward': false, "
+         "'allowRpInUse': false, 'joinState': " +
+         valueToStrep( intf.joinState ) +
+         ", 'lastJoinReceived': 0, 'rptState': " + valueToStrep( intf.rptState ) +
+         ", 'lastRptPruneReceived': 0, 'assertInfo': " +
+         valueToStrep( intf.assertInfo ) +
+         ", 'lastAssertAction': 0, 'localReceiverInclude': false, "
+         "'localReceiverExclude': false})" );
+   EXPECT_EQ( valueToStrep( Brane::RouteCounter{ { Brane::toBeDeleted, 0 }, 3 } ),
+              "Value('Routing::Pim::SparseMode::Brane::RouteCounter', ** {'key': "
+              "Value('Routing::Pim::SparseMode::Brane::RouteCounterKey', ** "
+              "{'routeCounterType': " +
+                 valueToStrep( Brane::toBeDeleted ) +
+                 ", 'dummy': 0}), 'count': 3})" );
+}
+
+TEST( Records, RefuseForeignText ) {
+   Mox::String text = valueToStrep( fullRoute() );
+   EXPECT_THROW( Mox::stringToValue<Brane::Intf>( text ), Mox::ParseError );
+   EXPECT_THROW( Mox::stringToValue<Brane::Route>( text + "x" ), Mox::ParseError );
+   EXPECT_THROW(
+      Mox::stringToValue<Brane::Route>( text.substr( 0, text.size() - 1 ) ),
+      Mox::ParseError );
+}
+
+TEST( Records, TraceReadably ) {
+   EXPECT_EQ(
+      fullRoute().braneString(),
+      "[(192.0.2.1, 233.252.0.1)], RPF: 'eth0' via 192.0.2.254 [110/20], "
+      "Previous RPF: 'eth1' via 192.0.2.253 [110/20], RPF attached: true, "
+      "MBR iif: 'eth2', IIF switch state: wrongVifRecd, IIF switch pending: "
+      "true, UpJoin State: upJoined, UpRpt State: upRptPruned" );
+   EXPECT_EQ( fullIntf().braneString(),
+              "[(192.0.2.1, 233.252.0.1) 'eth1'], Deleted: true, Forward: true, "
+              "AllowRpInUse: true, JoinState: prunePending, RptState: rptPruned, "
+              "AssertState: iAmAssertLoser, AssertMetric: [S] 192.0.2.9 [110/20], "
+              "Include: true, Exclude: true" );
+   Brane::Intf fresh( RouteIntfKey{ wcKey( "233.252.0.1" ), intfId( "eth1" ) } );
+   EXPECT_EQ( fresh.braneString(),
+              "[(*, 233.252.0.1) 'eth1'], Deleted: false, Forward: false, "
+              "AllowRpInUse: false, JoinState: noInfo, RptState: rptNoInfo, "
+              "AssertState: assertNoInfo, AssertMetric: infinite, Include: false, "
+              "Exclude: false" );
+}
+
+// Every field takes part: each that differs makes the records differ, and keeps a
+// slot from being empty.
+TEST( Records, CompareEveryField ) {
+   EXPECT_TRUE( !Brane::Route() );
+   EXPECT_TRUE( !Brane::Intf() );
+   EXPECT_FALSE( !Brane::Route( kKey ) );
+   EXPECT_FALSE( !Brane::Intf( RouteIntfKey{ kKey, {} } ) );
+   const Brane::Route route = fullRoute();
+   const Brane::Intf intf = fullIntf();
+#define EXPECT_FIELD_COUNTS( type, name, ... )    \
+   {                                              \
+      auto other = Record();                      \
+      other.name = full.name;                     \
+      EXPECT_FALSE( other == Record() ) << #name; \
+      EXPECT_FALSE( !other ) << #name;            \
+   }
+   {
+      using Record = Brane::Route;
+      const Record& full = route;
+      PIMSM_BRANE_ROUTE( EXPECT_FIELD_COUNTS )
+   }
+   {
+      using Record = Brane::Intf;
+      const Record& full = intf;
+      PIMSM_BRANE_INTF( EXPECT_FIELD_COUNTS )
+   }
+#undef EXPECT_FIELD_COUNTS
+}
+
+TEST( Records, OrderAndHashCounterKeys ) {
+   using Key = Brane::RouteCounterKey;
+   EXPECT_LT( ( Key{ Brane::unresolved, 9 } ), ( Key{ Brane::toBeDeleted, 0 } ) );
+   EXPECT_LT( ( Key{ Brane::switching, 1 } ),
+              ( Key{ Brane::switching, 4294967295U } ) );
+   EXPECT_EQ( std::hash<Key>()( { Brane::switching, 5 } ), 2U );
+}
+
+}
+}

@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/ExportPair.h"
+#include "tests/support/ThrowingAssertions.h"
+
+namespace Routing::Pim::SparseMode::Test {
+namespace {
+
+using Mox::Test::assertionText;
+
+TEST( BraneStatus, LivesAtAPathOfItsVrf ) {
+   using Vantu::AddressFamily;
+   auto path = []( AddressFamily family, Mox::StringView vrf ) {
+      return Brane::Status::mountPath( family, L3::VrfName( Mox::String( vrf ) ) );
+   };
+   EXPECT_EQ( path( AddressFamily::ipv4, "red" ),
+              "routing/pim/sparsemode/status/red" );
+   EXPECT_EQ( path( AddressFamily::ipv6, "default" ),
+              "routing6/pim/sparsemode/status/default" );
+   for ( Mox::StringView vrf : { "", ".", "..", "a/b", "../x" } ) {
+      EXPECT_THROW( path( AddressFamily::ipv4, vrf ), Mox::RangeError ) << vrf;
+   }
+   EXPECT_THROW( path( AddressFamily::ipv4, Mox::StringView( "a\0b", 3 ) ),
+                 Mox::RangeError );
+   EXPECT_EQ(
+      assertionText( [&] { path( static_cast<AddressFamily>( 7 ), "red" ); } ),
+      "Unsupported address family" );
+}
+
+// Notes the order in which the tables come to be mounted.
+class ControlWatch : public ::MoxBrane::CollectionControl::NotifieeConst {
+ public:
+   ControlWatch( ::MoxBrane::CollectionControl* control, Mox::String& order )
+      : order_( order ) {
+      notifierIs( control );
+   }
+   void onMountStatus() override {
+      order_ +=
+         notifier()->name() + ' ' + std::to_string( notifier()->capacity() ) + ' ';
+   }
+
+ private:
+   Mox::String& order_;
+};
+
+class BraneStatusMount : public testing::Test {
+ protected:
+   static constexpr const char* kType = "Routing::Pim::SparseMode::Brane::Status";
+
+   // The tables in the order in which mounting them in the role did it.
+   Mox::String mountOrder( ExportSide& side ) {
+      Mox::Ptr<Mox::Entity> made = side.manager.createEntity( side.path, kType );
+      auto* tables = dynamic_cast<Brane::Status*>( made.get() );
+      Mox::String order;
+      ControlWatch watches[] = { { tables->routeControl(), order },
+                                 { tables->routeIntfControl(), order },
+                                 { tables->routeCounterControl(), order } };
+      side.mount();
+      EXPECT_EQ( side.tables, made );
+      return order;
+   }
+
+   Mox::TestClock clock;
+   Mox::Test::TempRoot root;
+};
+
+TEST_F( BraneStatusMount, FollowsTheDependencies ) {
+   ReaderSide reader( clock, root.path() );
+   EXPECT_EQ( mountOrder( reader ), "routeCounter 0 routeIntf 0 route 0 " );
+   AgentSide agent( clock, root.path() );
+   agent.model->maxRoutesIs( 5 );
+   agent.model->maxRouteIntfsIs( 50 );
+   EXPECT_EQ( mountOrder( agent ), "route 5 routeIntf 50 routeCounter 3 " );
+   EXPECT_EQ( agent.tables->route().capacity(), 5U );
+   // A reader takes the writer's size.
+   ReaderSide late( clock, root.path() );
+   late.mount();
+   EXPECT_EQ( late.tables->routeIntf().capacity(), 50U );
+   // The same once more: the same entity, mounted as it was.
+   Mox::Ptr<Brane::Status> former = agent.tables;
+   agent.mount();
+   EXPECT_EQ( agent.tables, former );
+   agent.role = ::Brane::tableReader;
+   EXPECT_THROW( agent.mount(), ::Brane::TableError );
+}
+
+TEST_F( BraneStatusMount, AttachesNoReaderWhileSuspended ) {
+   ReaderSide reader( clock, root.path() );
+   reader.manager.attachSuspendedIs( true );
+   EXPECT_EQ( mountOrder( reader ), "" );
+   EXPECT_FALSE( reader.tables->route().mounted() );
+   reader.manager.attachSuspendedIs( false );
+   reader.mount();
+   EXPECT_TRUE( reader.tables->route().mounted() );
+   AgentSide agent( clock, root.path() );
+   agent.manager.attachSuspendedIs( true );
+   agent.mount();
+   EXPECT_NE( agent.tables->route().writer(), nullptr );
+}
+
+TEST_F( BraneStatusMount, DemandsAModelAsWriter ) {
+   AgentSide agent( clock, root.path() );
+   EXPECT_EQ( assertionText( [&] {
+                 Brane::Status::mountInDependencyOrder(
+                    agent.manager, agent.path, ::Brane::tableWriter, nullptr );
+              } ),
+              "status" );
+   EXPECT_EQ( assertionText( [&] {
+                 Brane::Status::mountInDependencyOrder(
+                    agent.manager, agent.path, ::Brane::tableReader, nullptr );
+              } ),
+              "" );
+}
+
+TEST_F( BraneStatusMount, CountsWhatAnotherProcessCounted ) {
+   AgentSide agent( clock, root.path() );
+   agent.mount();
+   EXPECT_EQ( agent.tables->unresolvedRoutes(), 0U );
+   agent.tables->routeCounterIs( { { Brane::unresolved, 0 }, 3 } );
+   agent.tables->routeCounterIs( { { Brane::toBeDeleted, 0 }, 4 } );
+   agent.tables->routeCounterIs( { { Brane::switching, 0 }, 5 } );
+   agent.manager.dispatch();
+   ReaderSide reader( clock, root.path() );
+   reader.mount();
+   for ( ExportSide* side : { static_cast<ExportSide*>( &agent ),
+                              static_cast<ExportSide*>( &reader ) } ) {
+      EXPECT_EQ( side->tables->unresolvedRoutes(), 3U );
+      EXPECT_EQ( side->tables->toBeDeletedRoutes(), 4U );
+      EXPECT_EQ( side->tables->switchingRoutes(), 5U );
+   }
+   agent.tables->routeCounterDel( { Brane::unresolved, 0 } );
+   EXPECT_EQ( agent.tables->unresolvedRoutes(), 0U );
+   EXPECT_EQ( reader.tables->unresolvedRoutes(), 0U );
+}
+
+}
+}

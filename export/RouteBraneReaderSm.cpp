@@ -20,7 +20,10 @@ class RouteBraneReaderSm::MoxStatus : public SparseMode::Status::NotifieeConst {
    explicit MoxStatus( RouteBraneReaderSm& reader ) : reader_( reader ) {
       notifierIs( reader.status().get() );
    }
-   void onRoute( const RouteKey& key ) override { reader_.handleRoute( key ); }
+   void onRoute( const RouteKey& key ) override {
+      Mox::Ptr<RouteBraneReaderSm> pin( &reader_ );
+      reader_.handleRoute( key );
+   }
 
  private:
    RouteBraneReaderSm& reader_;
@@ -33,8 +36,12 @@ class RouteBraneReaderSm::MoxBraneStatus : public Brane::Status::NotifieeConst {
    }
    using NotifieeConst::onRoute;
    using NotifieeConst::onRouteIntf;
-   void onRoute( const RouteKey& key ) override { reader_.handleBraneRoute( key ); }
+   void onRoute( const RouteKey& key ) override {
+      Mox::Ptr<RouteBraneReaderSm> pin( &reader_ );
+      reader_.handleBraneRoute( key );
+   }
    void onRouteIntf( const RouteIntfKey& key ) override {
+      Mox::Ptr<RouteBraneReaderSm> pin( &reader_ );
       reader_.handleBraneRouteIntf( key );
    }
 
@@ -117,19 +124,25 @@ void RouteBraneReaderSm::handleBraneRouteIntf( const RouteIntfKey& key ) {
    }
 }
 
+// The source's groups tell what was counted already: a change made inside a
+// notification is notified first, and the outer one then finds nothing new.
 void RouteBraneReaderSm::handleRoute( const RouteKey& key ) {
    READER_TRACE( 8, "handleRoute" );
    SparseMode::Status& model = *status();
+   Mox::Ptr<SparseMode::Route> route = model.route( key );
+   Mox::Ptr<Source> source = model.source( key.source );
+   bool counted = source != nullptr && source->sourceGroup( key.group ) != nullptr;
    bool wildcard = key.source.isUnspecified();
-   if ( Mox::Ptr<SparseMode::Route> route = model.route( key ) ) {
-      wildcard ? model.wcRoutesInc( 1 ) : model.sgRoutesInc( 1 );
-      model.sourceIs( key.source )->sourceGroupIs( key.group, true );
+   if ( route != nullptr ) {
+      if ( !counted ) {
+         wildcard ? model.wcRoutesInc( 1 ) : model.sgRoutesInc( 1 );
+         model.sourceIs( key.source )->sourceGroupIs( key.group, true );
+      }
       strays_->adopt( *route );
       return;
    }
+   if ( !counted ) return;
    wildcard ? model.wcRoutesDec( 1 ) : model.sgRoutesDec( 1 );
-   Mox::Ptr<Source> source = model.source( key.source );
-   if ( source == nullptr ) return;
    source->sourceGroupDel( key.group );
    if ( source->sourceGroup().empty() ) model.sourceDel( key.source );
 }

@@ -4,16 +4,15 @@
 //   writes   the model: routes, interfaces, sources, sgRoutes and wcRoutes
 //   wakes    with each notification, at once; it has no timer
 //   ignores  what the tables hold when it is created: RouteBraneRestartSm loads
-//   that.
-//            Create this one first, on an empty model; only so do the counters stay
-//            right.
+//            that. Create this one first, on an empty model; only so do the counters
+//            stay right.
 //
 // An interface record without a route is ignored but noted, and taken up when its
 // route appears: no order is promised between the tables. A record that cannot be
-// read whole just now changes nothing: it is either being rewritten,
-// and will be notified again, or damaged.
-// Holds references to what it was given; goes before their owner. Event-loop
-// thread.
+// read whole just now changes nothing: it is either being rewritten, and will be
+// notified again, or damaged. The model's observers run inside its handlers.
+// Holds references to what it was given; goes before their owner. Event-loop thread
+// only.
 #pragma once
 
 #include <memory>

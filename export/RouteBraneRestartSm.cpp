@@ -19,7 +19,10 @@ class RouteBraneRestartSm::MoxClock : public Mox::Clock::Notifiee {
  public:
    explicit MoxClock( RouteBraneRestartSm& restart )
       : Notifiee( restart.clock() ), restart_( restart ) {}
-   void onTime() override { restart_.doReview(); }
+   void onTime() override {
+      Mox::Ptr<RouteBraneRestartSm> pin( &restart_ );
+      restart_.doReview();
+   }
 
  private:
    RouteBraneRestartSm& restart_;
@@ -151,9 +154,18 @@ void RouteBraneRestartSm::doReviewRouteIntf( const Brane::Intf& record ) {
          6, "doReviewRouteIntfs" << record.key << ", Updating intf in brane" );
       doUpdateIntf( *route->routeIntfIs( record.key.intfId ), record );
    } else if ( role() == ::Brane::tableWriter ) {
-      braneStatus()->routeIntfDel( record.key );
+      deleteStale( record.key );
    } else {
       moxStatus_->note( record.key );
+   }
+}
+
+// A damaged record is left to the table's own repair; the reload goes on.
+void RouteBraneRestartSm::deleteStale( const RouteIntfKey& key ) {
+   try {
+      braneStatus()->routeIntfDel( key );
+   } catch ( const ::Brane::TableError& e ) {
+      RESTART_TRACE( 0, "doReviewRouteIntfs" << key << ": " << e.what() );
    }
 }
 

@@ -2,8 +2,7 @@
 // restart, in a reader at its start.
 //
 //   watches  the clock; as reader the model's routes, for interfaces whose route
-//   was
-//            not there when they were met
+//            was not there when they were met
 //   writes   the model; as writer also removes interface records without a route
 //   wakes    on each pass of the loop until done; a slice runs 0.1 s and one entry
 //   then     sets the model's `initialized`, which lets the route writer review
@@ -11,8 +10,8 @@
 // Phases: routes, interfaces, then each route's `initialized`. A slice that runs
 // out of time leaves the key of the next entry as bookmark. Removes no routes: the
 // writer's reviews do, as the model changes.
-// Holds references to what it was given; goes before their owner. Event-loop
-// thread.
+// Holds references to what it was given; goes before their owner. Event-loop thread
+// only.
 #pragma once
 
 #include <memory>
@@ -63,6 +62,7 @@ class PIMSM_API RouteBraneRestartSm : public Mox::Entity {
    bool walkRoutes( const std::function<void( const Brane::Route& )>& handle );
    bool walkRouteIntfs( const std::function<void( const Brane::Intf& )>& handle );
    void doReviewRouteIntf( const Brane::Intf& record );
+   void deleteStale( const RouteIntfKey& key );
 
    std::unique_ptr<MoxClock> moxClock_;
    std::unique_ptr<MoxStatus> moxStatus_;  // null as writer

@@ -15,7 +15,10 @@ class RouteBraneWriterSm::MoxStatus : public SparseMode::Status::NotifieeConst {
    explicit MoxStatus( RouteBraneWriterSm& writer ) : writer_( writer ) {
       notifierIs( writer.status().get() );
    }
-   void onRoute( const RouteKey& key ) override { writer_.handleRoute( key ); }
+   void onRoute( const RouteKey& key ) override {
+      Mox::Ptr<RouteBraneWriterSm> pin( &writer_ );
+      writer_.handleRoute( key );
+   }
    void onInitialized() override { writer_.doMaybeUpdateReviewTimer(); }
 
  private:
@@ -27,6 +30,7 @@ class RouteBraneWriterSm::MoxClock : public Mox::Clock::Notifiee {
    explicit MoxClock( RouteBraneWriterSm& writer )
       : Notifiee( writer.clock() ), writer_( writer ) {}
    void onTime() override {
+      Mox::Ptr<RouteBraneWriterSm> pin( &writer_ );
       writer_.reviewTimer_->handleWakeup();
       writer_.doReview();
    }
@@ -184,32 +188,51 @@ void RouteBraneWriterSm::doReviewRouteIntf( const RouteIntfKey& key ) {
    writeRouteIntf( key.routeKey, *intf );
 }
 
-void RouteBraneWriterSm::writeRoute( const SparseMode::Route& route ) {
+// Writes or removes one record. What the table refuses is traced and counted; true
+// when it was for want of room, which may come.
+template <class Key, class Operation>
+bool RouteBraneWriterSm::refusedFullTable( const char* where, const Key& key,
+                                           Operation operation ) {
    try {
-      braneStatus_->routeIs( doGetBraneRouteFromRoute( route ) );
-   } catch ( const ::Brane::TableError& e ) {
-      MOX_TRACE( trace, 0, "doReviewRoute" << route.key() << ": " << e.what() );
-      refusedRoutes_.insert( route.key() );
+      operation();
+      return false;
+   } catch ( const ::Brane::TableFullError& e ) {
+      MOX_TRACE( trace, 0, where << key << ": " << e.what() );
+   } catch ( const ::Brane::ProbeLimitError& e ) {
+      MOX_TRACE( trace, 0, where << key << ": " << e.what() );
+   } catch ( const Mox::Error& e ) {
+      MOX_TRACE( trace, 0, where << key << ": " << e.what() );
       refusedInc( 1 );
+      return false;
    }
+   refusedInc( 1 );
+   return true;
 }
 
-void RouteBraneWriterSm::writeRouteIntf( const RouteKey& key,
+void RouteBraneWriterSm::writeRoute( const SparseMode::Route& route ) {
+   RouteKey key = route.key();
+   bool full = refusedFullTable( "doReviewRoute", key, [&] {
+      braneStatus_->routeIs( doGetBraneRouteFromRoute( route ) );
+   } );
+   if ( full ) refusedRoutes_.insert( key );
+}
+
+void RouteBraneWriterSm::writeRouteIntf( const RouteKey& routeKey,
                                          const SparseMode::Intf& intf ) {
-   try {
-      braneStatus_->routeIntfIs( doGetBraneIntfFromRouteIntf( key, intf ) );
-   } catch ( const ::Brane::TableError& e ) {
-      RouteIntfKey intfKey{ key, intf.intfId() };
-      MOX_TRACE( trace, 0, "doReviewRouteIntf" << intfKey << ": " << e.what() );
-      refusedRouteIntfs_.insert( intfKey );
-      refusedInc( 1 );
-   }
+   RouteIntfKey key{ routeKey, intf.intfId() };
+   bool full = refusedFullTable( "doReviewRouteIntf", key, [&] {
+      braneStatus_->routeIntfIs( doGetBraneIntfFromRouteIntf( routeKey, intf ) );
+   } );
+   if ( full ) refusedRouteIntfs_.insert( key );
 }
 
 // Room has come: whoever was refused tries again in the next review.
 void RouteBraneWriterSm::deleteRoute( const RouteKey& key ) {
    refusedRoutes_.erase( key );
-   if ( !braneStatus_->routeDel( key ) ) return;
+   bool removed = false;
+   refusedFullTable( "doReviewRoute", key,
+                     [&] { removed = !!braneStatus_->routeDel( key ); } );
+   if ( !removed ) return;
    for ( const RouteKey& waiting : std::exchange( refusedRoutes_, {} ) ) {
       changeSet_->routeIs( waiting, true );
    }
@@ -217,7 +240,10 @@ void RouteBraneWriterSm::deleteRoute( const RouteKey& key ) {
 
 void RouteBraneWriterSm::deleteRouteIntf( const RouteIntfKey& key ) {
    refusedRouteIntfs_.erase( key );
-   if ( !braneStatus_->routeIntfDel( key ) ) return;
+   bool removed = false;
+   refusedFullTable( "doReviewRouteIntf", key,
+                     [&] { removed = !!braneStatus_->routeIntfDel( key ); } );
+   if ( !removed ) return;
    for ( const RouteIntfKey& waiting : std::exchange( refusedRouteIntfs_, {} ) ) {
       changeSet_->routeIntfIs( waiting, true );
    }

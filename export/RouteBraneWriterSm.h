@@ -3,8 +3,7 @@
 //   watches  the model Status, its Routes, their upstream records and Intfs
 //   writes   the tables route and routeIntf, only inside a review
 //   wakes    10 to 50 ms after a marked change, bursts limited by a credit bucket;
-//   a
-//            slice of a review runs 10 ms, and one key of each table at least
+//            a slice of a review runs 10 ms, and one key of each table at least
 //   ignores  deliberately, whatever marks nothing: times, prevRpf, join, prune and
 //            assert state, receiver flags, switch state. They are sampled when
 //            something else marks their record. A change of an interface alone
@@ -16,10 +15,11 @@
 //                    rpfAttached.
 // Marks an interface: added or removed, also with its route; forward.
 //
-// Until the model is initialized, marks only accumulate. A record that its table
-// refuses is traced and counted, and marked again when a record of that table goes.
-// Holds references to what it was given; goes before their owner. Event-loop
-// thread.
+// Until the model is initialized, marks only accumulate. What a table refuses is
+// traced and counted, and the review goes on; a record refused for want of room is
+// marked again when this writer next removes one of that table.
+// Holds references to what it was given; goes before their owner. Event-loop thread
+// only.
 #pragma once
 
 #include <memory>
@@ -86,6 +86,8 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
    void doReviewRoute( const RouteKey& key );
    void doReviewRouteIntf( const RouteIntfKey& key );
    bool sliceOver() const;
+   template <class Key, class Operation>
+   bool refusedFullTable( const char* where, const Key& key, Operation operation );
    void writeRoute( const SparseMode::Route& route );
    void writeRouteIntf( const RouteKey& key, const SparseMode::Intf& intf );
    void deleteRoute( const RouteKey& key );

@@ -37,7 +37,7 @@ struct MetricText {
       ++matches;
       if ( !Mox::acceptLiteral( begin, end, "/" ) || !digit( begin, end ) ) return;
       Mox::sequenceToValue( begin, end, metric );
-      if ( Mox::acceptLiteral( begin, end, "]" ) ) ++matches;
+      ++matches;
    }
 
    static bool digit( StringIter begin, StringIter end ) {
@@ -65,6 +65,7 @@ void sequenceToValue( StringIter& begin, StringIter end, AssertMetric& out ) {
    text.read( begin, end );
    int matches = text.matches;
    MOX_ASSERT( matches == 4 );
+   Mox::expectLiteral( begin, end, "]" );
    constexpr uint64_t kBeyond = AssertMetric::Preference::max + 1ULL;
    out.rptBit = text.letter != 'S';
    out.preference = static_cast<uint32_t>( std::min( text.preference, kBeyond ) );

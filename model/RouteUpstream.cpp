@@ -64,7 +64,9 @@ bool Route::isDuplicateRpf( const Routing::Pim::Rpf& candidate ) const {
    return candidate == rpf();
 }
 
-void Route::doUpdateRpfFrr( const Routing::Pim::Rpf& candidate, bool attached ) {
+void Route::doUpdateRpfFrr( const Routing::Pim::Rpf& wanted, bool attached ) {
+   // A copy: an observer may change what the reference shows.
+   const Routing::Pim::Rpf candidate = wanted;
    MOX_TRACE( defaultTraceFacility, 4,
               this << "doUpdateRpfFrr"
                    << " " << key() );

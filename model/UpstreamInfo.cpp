@@ -87,7 +87,8 @@ void UpstreamInfo::doUpdateRpf( const Routing::Pim::Rpf& next ) {
               "doUpdateRpf"
                  << " current RPF: " << rpf() << " new RPF: " << next
                  << " (MoFrr: " << int( frr() ) << ")" );
-   // Copies: an observer of prevRpf may change what the references show.
+   // Pinned, and copies: an observer of prevRpf may change what the references show.
+   Mox::Ptr<UpstreamInfo> pin( this );
    const Routing::Pim::Rpf wanted = next;
    prevRpfIs( Routing::Pim::Rpf( rpf() ) );
    rpfIs( wanted );
@@ -99,6 +100,7 @@ void UpstreamInfo::doUpdateRptState( SparseMode::UpRptState state ) {
                  << ( route() != nullptr ? route()->key() : RouteKey() ) << " prev "
                  << prevRptState() << " curr " << upRptState() << " new "
                  << state );
+   Mox::Ptr<UpstreamInfo> pin( this );
    prevRptStateIs( upRptState() );
    upRptStateIs( state );
 }

@@ -1,7 +1,7 @@
 // Flag sets: a 32-bit word of named single-bit flags.
 //
-//    #define EXPIRED_FLAGS( FLAG ) FLAG( allExpired, 'A' ) FLAG( registerExpired,
-//    'R' ) MOX_FLAGS( ExpiredFlags, "Name::Space::", EXPIRED_FLAGS )
+//    #define MARKS( FLAG ) FLAG( first, 'F' ) FLAG( second, 'S' )
+//    MOX_FLAGS( Marks, "Name::Space::", MARKS )
 //
 // inside a class or namespace declares the type with its text forms and, for each
 // flag, a reader and a mutator. Row order gives the bits: the first flag is 0x1. A

@@ -1,7 +1,7 @@
 // Value records: plain structs of named fields with a text form.
 //
-//    #define PIMSM_HOLD( FIELD ) FIELD( double, until, 0.0 ) FIELD( State, state,
-//    {} ) struct Hold {
+//    #define PIMSM_HOLD( FIELD ) FIELD( double, until, 0.0 ) FIELD( bool, on, false )
+//    struct Hold {
 //       PIMSM_HOLD( MOX_RECORD_FIELD )
 //       bool operator==( const Hold& ) const = default;
 //    };

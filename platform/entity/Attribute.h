@@ -208,6 +208,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       return removed;                                                      \
    }                                                                       \
    void name##DelAll() {                                                   \
+      ::Mox::Ptr<Self> pin( this );                                        \
       for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key ); \
    }                                                                       \
                                                                            \
@@ -254,6 +255,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       return true;                                                                \
    }                                                                              \
    void name##DelAll() {                                                          \
+      ::Mox::Ptr<Self> pin( this );                                               \
       for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key );        \
    }                                                                              \
    MOX_STORED( name, type, {} )
@@ -276,6 +278,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       return true;                                                         \
    }                                                                       \
    void name##DelAll() {                                                   \
+      ::Mox::Ptr<Self> pin( this );                                        \
       for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key ); \
    }                                                                       \
    MOX_STORED( name, type, {} )

@@ -68,12 +68,12 @@ concept Collection = requires( const T& t ) {
    t.begin();
 };
 
-// Text of an attribute's value: its text form; a pointer's address, "null" for a
-// null one; a collection's keys in brackets.
+// Text of an attribute's value: its text form; a pointer's address, 0x0 for a null
+// one; a collection's keys in brackets.
 template <class T>
 String attributeValueText( const T& value ) {
    if constexpr ( std::is_pointer_v<T> ) {
-      return value == nullptr ? "null" : pointerText( value );
+      return pointerText( value );
    } else if constexpr ( isCounted<T> ) {
       return attributeValueText( value.get() );
    } else if constexpr ( Collection<T> ) {

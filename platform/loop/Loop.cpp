@@ -43,8 +43,8 @@ Loop::Fd::~Fd() {
 }
 
 Loop::Loop()
-    : epoll_( epoll_create1( EPOLL_CLOEXEC ), "epoll_create1" ),
-      wake_( eventfd( 0, EFD_CLOEXEC | EFD_NONBLOCK ), "eventfd" ) {
+   : epoll_( epoll_create1( EPOLL_CLOEXEC ), "epoll_create1" ),
+     wake_( eventfd( 0, EFD_CLOEXEC | EFD_NONBLOCK ), "eventfd" ) {
    epoll_event event{};
    event.events = EPOLLIN;
    event.data.u64 = kWakeId;
@@ -71,11 +71,17 @@ void Loop::turn( int timeoutMilliseconds ) {
    Flagged flagged( inTurn_ );
    size_t posted = posts_.size();
    for ( RealClock* clock : clocks_ ) clock->turnStarts();
-   serveFiles( timeoutMilliseconds );
-   servePosts( posted );
-   // By index: a wake-up may bring or remove a clock.
-   for ( size_t i = 0; i < clocks_.size(); ++i ) clocks_[i]->fire();
-   serveTurnEnds();
+   try {
+      serveFiles( timeoutMilliseconds );
+      servePosts( posted );
+      // By index: a wake-up may bring or remove a clock.
+      for ( size_t i = 0; i < clocks_.size(); ++i ) clocks_[i]->fire();
+      serveTurnEnds();
+   } catch ( ... ) {
+      // What was not served, the ends of turns too, makes another turn at once.
+      post( [] {} );
+      throw;
+   }
 }
 
 void Loop::serveFiles( int timeoutMilliseconds ) {
@@ -115,10 +121,10 @@ void Loop::serveTurnEnds() {
 
 Loop::FdWatcher::FdWatcher( Loop& loop, int fd, Function readable,
                             Function writable )
-    : loop_( loop ),
-      id_( ++loop.lastId_ ),
-      fd_( fd ),
-      callbacks_( new Callbacks{ std::move( readable ), std::move( writable ) } ) {
+   : loop_( loop ),
+     id_( ++loop.lastId_ ),
+     fd_( fd ),
+     callbacks_( new Callbacks{ std::move( readable ), std::move( writable ) } ) {
    wantedIs( ( callbacks_->readable ? EPOLLIN : 0U ) |
                 ( callbacks_->writable ? EPOLLOUT : 0U ),
              true );
@@ -167,7 +173,7 @@ void Loop::FdWatcher::serve( uint32_t events ) {
 }
 
 Loop::TurnEnd::TurnEnd( Loop& loop, Function function )
-    : loop_( loop ), id_( ++loop.lastId_ ) {
+   : loop_( loop ), id_( ++loop.lastId_ ) {
    loop_.turnEnds_.emplace(
       id_, std::make_shared<const Function>( std::move( function ) ) );
 }

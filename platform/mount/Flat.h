@@ -3,12 +3,11 @@
 //
 // FlatForm<T> gives, for a field type:
 //
-//    struct/using Bytes            trivially copyable; sizes and alignment fixed
-//    typeText()                    names the form; changes whenever its meaning
-//    does write( value, bytes )         into zeroed bytes, so that padding stays
-//    zero read( bytes, out ) -> bool    false when the bytes are no such value;
-//    nothing in
-//                                  a mapping is trusted
+//    Bytes                  a trivially copyable type of fixed size and alignment
+//    typeText()             names the form; changes whenever its meaning does
+//    write( value, bytes )  into zeroed bytes, so that padding stays zero
+//    read( bytes, out )     false when the bytes are no such value: nothing in a
+//                           mapping is trusted
 //
 // Records with rows (platform/base/Record.h) get theirs from BRANE_FLAT_RECORD.
 #pragma once

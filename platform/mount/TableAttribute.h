@@ -10,9 +10,8 @@
 //   routeDelAll()
 //   routeNotify( key )  tells the observers
 //   routeControl()      the mounting handle
-//   hooks               onRoute( key ) a key changed; onRoute() the table came,
-//   went
-//                       or was replaced
+//   hooks               onRoute( key ): a key changed; onRoute(): the table came,
+//                       went or was replaced
 //
 // The `initial` column may hold WriterOptions.
 #pragma once

@@ -24,9 +24,10 @@ TableBase::~TableBase() {
    }
 }
 
-void TableBase::mount( ::Brane::TableRole role, uint32_t capacity ) {
+bool TableBase::mount( ::Brane::TableRole role, uint32_t capacity ) {
    if ( mounted() ) {
-      if ( ( writer_ != nullptr ) == ( role == ::Brane::tableWriter ) ) return;
+      if ( ( writer_ != nullptr ) == ( role == ::Brane::tableWriter ) )
+         return false;
       throw ::Brane::TableError( entity_.name() + "/" + name_ +
                                  " is mounted in another role already" );
    }
@@ -38,6 +39,7 @@ void TableBase::mount( ::Brane::TableRole role, uint32_t capacity ) {
    } else {
       mountReader( *manager, path );
    }
+   return true;
 }
 
 void TableBase::mountWriter( Corvex::EntityManager& manager,
@@ -93,29 +95,40 @@ void TableBase::ring() {
    if ( writer_ != nullptr ) writer_->ring();
 }
 
-// The keys are copied first: a handler may do anything, the follower's callback
-// not.
+// The keys are copied first: a handler may do anything, the follower's callback not.
+// Those that a throwing handler leaves over are notified by the next drain.
 void TableBase::drain() {
    if ( follower_ == nullptr ) return;
    Mox::Ptr<const MountedEntity> pin( &entity_ );
-   std::vector<std::byte> keys;
    auto result = follower_->drain( [&]( const ::Brane::Change& change ) {
       auto* key = static_cast<const std::byte*>( change.key );
-      keys.insert( keys.end(), key, key + layout_.keySize );
+      pending_.insert( pending_.end(), key, key + layout_.keySize );
    } );
-   if ( result.again && entity_.manager() != nullptr ) {
-      entity_.manager()->drainSoon( *this );
-   }
+   if ( result.again ) drainSoon();
    if ( result.stateChanged ) {
       updateMountStatus();
       handleMountStatus();
    }
-   notifyChanges( keys );
+   notifyPending();
 }
 
-void TableBase::notifyChanges( const std::vector<std::byte>& keys ) {
-   for ( size_t at = 0; at < keys.size(); at += layout_.keySize ) {
-      handleKey( keys.data() + at );
+void TableBase::drainSoon() {
+   if ( entity_.manager() != nullptr ) entity_.manager()->drainSoon( *this );
+}
+
+void TableBase::notifyPending() {
+   std::vector<std::byte> keys = std::exchange( pending_, {} );
+   size_t at = 0;
+   try {
+      while ( at < keys.size() ) {
+         at += layout_.keySize;
+         handleKey( keys.data() + at - layout_.keySize );
+      }
+   } catch ( ... ) {
+      pending_.insert( pending_.begin(),
+                       keys.begin() + static_cast<ptrdiff_t>( at ), keys.end() );
+      drainSoon();
+      throw;
    }
 }
 

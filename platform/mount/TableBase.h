@@ -68,11 +68,13 @@ class PIMSM_API TableBase {
  private:
    friend class CollectionControl;
 
-   void mount( ::Brane::TableRole role, uint32_t capacity );
+   // False when it is mounted in that role already.
+   bool mount( ::Brane::TableRole role, uint32_t capacity );
    void mountWriter( Corvex::EntityManager& manager, const Mox::String& path,
                      uint32_t capacity );
    void mountReader( Corvex::EntityManager& manager, const Mox::String& path );
-   void notifyChanges( const std::vector<std::byte>& keys );
+   void notifyPending();
+   void drainSoon();
    void updateMountStatus();
 
    MountedEntity& entity_;
@@ -84,6 +86,7 @@ class PIMSM_API TableBase {
    std::unique_ptr<::Brane::TableReader> reader_;
    std::unique_ptr<::Brane::TableFollower> follower_;
    ::Brane::DoorbellHub::Id bell_ = 0;
+   std::vector<std::byte> pending_;  // changed keys, not yet notified
 };
 
 // For reflection: "<records> of <capacity> records".

@@ -62,7 +62,12 @@ class TraceRegistry {
       emitting_ = true;
       // A copy: the sink may replace itself.
       TraceSink sink = sink_;
-      sink( record );
+      try {
+         sink( record );
+      } catch ( ... ) {
+         emitting_ = false;
+         throw;
+      }
       emitting_ = false;
    }
 
@@ -105,7 +110,7 @@ struct TraceLine::Content {
 };
 
 TraceLine::TraceLine( const TraceFacility& facility, unsigned level )
-    : content_( new Content{ facility, level, {} } ) {}
+   : content_( new Content{ facility, level, {} } ) {}
 
 TraceLine::~TraceLine() = default;
 

@@ -111,7 +111,7 @@ TEST_F( Attribute, ReflectionReadsEveryKindAndWritesScalars ) {
    tree->leafIs( 7 );
    EXPECT_EQ( tree->typeInfo().name, "Mox::Test::Tree" );
    EXPECT_EQ( tree->attributeText( "name" ), "'oak'" );
-   EXPECT_EQ( tree->attributeText( "friendly" ), "null" );
+   EXPECT_EQ( tree->attributeText( "friendly" ), "0x0" );
    EXPECT_EQ( tree->attributeText( "leaf" ), "[7]" );
    EXPECT_EQ( tree->attributeText( "total" ), "1" );
    recorder.take();

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -111,6 +112,24 @@ double buildDirectly( const Values& values ) {
    return BenchClock::wall() - began;
 }
 
+// Runs `measure` in a process of its own, as a reader starts, its heap not yet touched.
+double inChild( const std::function<double()>& measure ) {
+   int result[2];
+   double seconds = 0;
+   if ( pipe( result ) != 0 ) std::exit( 1 );
+   if ( fork() == 0 ) {
+      seconds = measure();
+      _exit( write( result[1], &seconds, sizeof seconds ) == sizeof seconds ? 0
+                                                                            : 1 );
+   }
+   close( result[1] );
+   if ( read( result[0], &seconds, sizeof seconds ) != sizeof seconds )
+      std::exit( 1 );
+   close( result[0] );
+   wait( nullptr );
+   return seconds;
+}
+
 double median( std::vector<double> times ) {
    std::sort( times.begin(), times.end() );
    return times[times.size() / 2];
@@ -175,11 +194,14 @@ void readInChild( const std::string& root, const Size& size, int ready, int go )
    double followed = BenchClock::wall() - began;
    check( follower.records(), size );
    for ( unsigned i = 0; i < size.rounds; ++i ) {
-      direct.push_back( buildDirectly( values ) );
-      anyOrder.push_back( buildDirectly( shuffled ) );
-      Side fresh( root, ::Brane::tableReader, size );
-      loaded.push_back( fresh.reload( ::Brane::tableReader ) );
-      check( fresh.records(), size );
+      direct.push_back( inChild( [&] { return buildDirectly( values ); } ) );
+      anyOrder.push_back( inChild( [&] { return buildDirectly( shuffled ); } ) );
+      loaded.push_back( inChild( [&] {
+         Side fresh( root, ::Brane::tableReader, size );
+         double seconds = fresh.reload( ::Brane::tableReader );
+         check( fresh.records(), size );
+         return seconds;
+      } ) );
    }
    double peer = median( direct );
    fmt::print( "direct:     {:.0f} ms route by route, {:.0f} ms in random order\n",

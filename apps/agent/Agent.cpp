@@ -39,6 +39,9 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
             family, vrf, manager_, real_, clock_, counters_ ) );
       }
    }
+   if ( families_.empty() ) {
+      throw ConfigError( "the configuration names no interface with an address" );
+   }
    turnEnd_.emplace( loop_, [this] { handleTurnEnd(); } );
 }
 
@@ -72,8 +75,10 @@ void Agent::handleTurnEnd() {
 
 // Packets have waited for this.
 void Agent::handleReloaded() {
-   replay_.start( clock_, real_.now() );
+   // In real time: a reloaded state lives for its time from now, however far back
+   // the replay starts.
    for ( const auto& family : families_ ) family->adopt();
+   replay_.start( clock_, real_.now() );
    loop_.post( [this] { playSlice(); } );
 }
 

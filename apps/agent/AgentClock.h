@@ -19,7 +19,8 @@ class AgentClock : public Mox::Clock {
 
    double now() const override { return live_ ? real_.now() : now_; }
 
-   // From here on time is what advance() says. REQUIRES: no wake-up is set.
+   // From here on time is what advance() says. Wake-ups that are set
+   // stay at their times.
    void replayFrom( double time ) {
       live_ = false;
       now_ = time;

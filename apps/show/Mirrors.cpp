@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <stdexcept>
 
 namespace Show {
 
@@ -19,8 +20,12 @@ std::vector<L3::VrfName> vrfsUnder( const std::filesystem::path& directory,
                                     const std::string& wanted ) {
    std::vector<L3::VrfName> names;
    std::error_code missing;
-   for ( const auto& entry :
-         std::filesystem::directory_iterator( directory, missing ) ) {
+   std::filesystem::directory_iterator entries( directory, missing );
+   if ( missing == std::errc::permission_denied ) {
+      throw std::runtime_error(
+         directory.string() + ": permission denied; join the group that owns it" );
+   }
+   for ( const auto& entry : entries ) {
       std::string name = entry.path().filename().string();
       if ( name.size() > L3::VrfName::maxLength ) continue;
       if ( !std::filesystem::exists( entry.path() / "route", missing ) ) continue;
@@ -42,16 +47,35 @@ Mirror::Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
      restart( Sm::Brane::routeBraneRestartSmFactory(
         model, tables, Brane::tableReader, &clock ) ) {}
 
-std::string Mirror::problem() const {
-   for ( const MoxBrane::CollectionControl* control :
-         { tables->routeControl(), tables->routeIntfControl(),
-           tables->routeCounterControl() } ) {
-      if ( control->mountStatus() == MoxBrane::mountMismatch ||
-           control->mountStatus() == MoxBrane::mountDamaged ) {
-         return control->problem();
+Mirror::Problem Mirror::problem() const {
+   // The counters' table may be missing: nobody need count.
+   for ( const MoxBrane::TableBase* table :
+         { static_cast<const MoxBrane::TableBase*>( &tables->route() ),
+           static_cast<const MoxBrane::TableBase*>( &tables->routeIntf() ) } ) {
+      const MoxBrane::CollectionControl* control = table->control();
+      if ( control->mountStatus() == MoxBrane::mountReady ) continue;
+      if ( control->mountStatus() == MoxBrane::mountWaiting ) {
+         return { Problem::missing,
+                  tables->name() + "/" + control->name() + " is missing" };
       }
+      using Brane::LayoutError;
+      LayoutError::Mismatch mismatch = table->reader()->mismatch();
+      bool otherLayout = control->mountStatus() == MoxBrane::mountMismatch ||
+                         mismatch == LayoutError::formatVersion ||
+                         mismatch == LayoutError::byteOrder;
+      return { otherLayout ? Problem::otherLayout : Problem::damaged,
+               control->problem() };
    }
-   return "";
+   return {};
+}
+
+uint64_t Mirror::unreadable() const {
+   uint64_t count = 0;
+   for ( const MoxBrane::TableBase* table : tables->tables() ) {
+      const Brane::TableReader::Counters& counters = table->reader()->counters();
+      count += counters.busy + counters.damaged + table->undecodable();
+   }
+   return count;
 }
 
 Mirrors::Mirrors( const Selection& selection )

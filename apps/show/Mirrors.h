@@ -27,8 +27,16 @@ struct Mirror {
    std::string vrf() const { return model->vrfName().name(); }
    bool loaded() const { return model->initialized(); }
    bool writerAlive() const { return tables->route().writerAlive(); }
-   // Why the tables cannot be read; empty when they can.
-   std::string problem() const;
+   // Why the tables cannot be read. What was read but is no record is no problem of
+   // this kind: see unreadable().
+   struct Problem {
+      enum Kind { none, missing, otherLayout, damaged };
+      Kind kind = none;
+      std::string text;
+   };
+   Problem problem() const;
+   // Records left out because they were busy, damaged or no value of their type.
+   uint64_t unreadable() const;
 
    Vantu::AddressFamily family;
    Mox::Ptr<Routing::Pim::SparseMode::Status> model;

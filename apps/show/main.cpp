@@ -126,7 +126,8 @@ void printJson( const Show::Mirrors& mirrors, const Arguments& arguments ) {
       }
    }
    if ( arguments.json ) {
-      std::cout << document.dump( 2 ) << '\n';
+      std::cout << document.dump( 2, ' ', false, Json::error_handler_t::replace )
+                << '\n';
       return;
    }
    for ( const Json& line : document ) std::cout << line.dump() << '\n';
@@ -155,7 +156,9 @@ ExitStatus printStatus( const Show::Mirrors& mirrors, const Arguments& arguments
          std::cout << Show::statusText( *mirror );
       }
    }
-   if ( arguments.json ) std::cout << document.dump( 2 ) << '\n';
+   if ( arguments.json )
+      std::cout << document.dump( 2, ' ', false, Json::error_handler_t::replace )
+                << '\n';
    return done;
 }
 
@@ -171,20 +174,39 @@ std::string noTablesText( const Show::Selection& selection ) {
           ": start pimsm-agent, or name its --root";
 }
 
+ExitStatus complainOf( const Show::Mirror::Problem& problem ) {
+   if ( problem.kind == Show::Mirror::Problem::otherLayout ) {
+      return complain(
+         layoutNotSupported,
+         problem.text + ": use the pimsm-show of the agent's version" );
+   }
+   return complain( noTables,
+                    problem.text + ": restart pimsm-agent, which makes it anew" );
+}
+
+void warnOfUnreadable( const Show::Mirror& mirror ) {
+   uint64_t count = mirror.unreadable();
+   if ( count == 0 ) return;
+   std::cerr << "pimsm-show: vrf " << mirror.vrf() << ": " << count
+             << " unreadable records are left out\n";
+}
+
 ExitStatus run( const Arguments& arguments, bool status ) {
    Show::Mirrors mirrors( arguments.selection );
    if ( mirrors.all().empty() ) {
       return complain( noTables, noTablesText( arguments.selection ) );
    }
    for ( const auto& mirror : mirrors.all() ) {
-      std::string problem = mirror->problem();
-      if ( problem.empty() ) continue;
-      return complain( layoutNotSupported,
-                       problem + ": use the pimsm-show of the agent's version" );
+      Show::Mirror::Problem problem = mirror->problem();
+      if ( problem.kind == Show::Mirror::Problem::none ) continue;
+      return complainOf( problem );
    }
    mirrors.load();
    ExitStatus result = status ? printStatus( mirrors, arguments )
                               : printRoutes( mirrors, arguments );
+   for ( const auto& mirror : mirrors.all() ) warnOfUnreadable( *mirror );
+   if ( !std::cout.flush() )
+      return complain( wrongUsage, "cannot write the output" );
    bool alive = std::all_of( mirrors.all().begin(), mirrors.all().end(),
                              []( const auto& m ) { return m->writerAlive(); } );
    return result == done && !alive ? writerGone : result;

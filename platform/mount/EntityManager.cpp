@@ -99,7 +99,8 @@ void EntityManager::ring() {
 void EntityManager::dispatchHub() {
    double now = clock_.now();
    // One at a time: a handler may destroy a table that waits here.
-   for ( size_t left = drainSoon_.size(); left > 0 && !drainSoon_.empty(); --left ) {
+   for ( size_t left = drainSoon_.size(); left > 0 && !drainSoon_.empty();
+         --left ) {
       MoxBrane::TableBase* table = drainSoon_.front();
       drainSoon_.erase( drainSoon_.begin() );
       table->drain();
@@ -140,7 +141,12 @@ void EntityManager::makeDirectories( const Mox::String& path ) const {
    for ( size_t slash = path.find( '/', 1 ); slash != Mox::String::npos;
          slash = path.find( '/', slash + 1 ) ) {
       Mox::String directory = path.substr( 0, slash );
-      if ( mkdir( directory.c_str(), 0750 ) == 0 || errno == EEXIST ) continue;
+      if ( mkdir( directory.c_str(), 0750 ) == 0 ) {
+         // Whatever the umask says, the group may look.
+         chmod( directory.c_str(), 02750 );
+         continue;
+      }
+      if ( errno == EEXIST ) continue;
       throw Brane::CreateError( "cannot make directory " + directory + ": " +
                                 std::strerror( errno ) );
    }

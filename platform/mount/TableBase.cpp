@@ -100,10 +100,17 @@ void TableBase::ring() {
 void TableBase::drain() {
    if ( follower_ == nullptr ) return;
    Mox::Ptr<const MountedEntity> pin( &entity_ );
-   auto result = follower_->drain( [&]( const ::Brane::Change& change ) {
-      auto* key = static_cast<const std::byte*>( change.key );
-      pending_.insert( pending_.end(), key, key + layout_.keySize );
-   } );
+   ::Brane::TableFollower::Drained result;
+   try {
+      result = follower_->drain( [&]( const ::Brane::Change& change ) {
+         auto* key = static_cast<const std::byte*>( change.key );
+         pending_.insert( pending_.end(), key, key + layout_.keySize );
+      } );
+   } catch ( const ::Brane::CreateError& e ) {
+      // The system refuses a descriptor or memory just now: say so, try again.
+      control_->problemIs( e.what() );
+      result.again = true;
+   }
    if ( result.again ) drainSoon();
    if ( result.stateChanged ) {
       updateMountStatus();

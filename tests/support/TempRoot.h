@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 
 namespace Mox::Test {
@@ -10,7 +11,10 @@ class TempRoot {
  public:
    TempRoot() {
       char name[] = "/dev/shm/pimsm-test-XXXXXX";
-      path_ = mkdtemp( name );
+      if ( mkdtemp( name ) == nullptr ) {
+         throw std::runtime_error( "cannot make a directory under /dev/shm" );
+      }
+      path_ = name;
    }
    ~TempRoot() {
       std::error_code ignored;

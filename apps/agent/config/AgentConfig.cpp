@@ -11,6 +11,8 @@ using Vantu::IpGenPrefix;
 
 constexpr const char* kAssumedInterface = "eth0";
 constexpr const char* kAssumedVrf = "default";
+// What a container's 64 MB of shared memory holds with ease.
+constexpr uint32_t kAssumedRouteIntfs = 60000;
 
 InterfaceAddress assumedAddress( const IpGenAddr& router ) {
    unsigned length = router.family() == AddressFamily::ipv4 ? 24 : 64;
@@ -26,6 +28,7 @@ AgentConfig assumedConfig( const IpGenAddr& router ) {
    interface.addresses = { assumedAddress( router ) };
    VrfConfig vrf;
    vrf.name = L3::VrfName( kAssumedVrf );
+   vrf.maxRouteIntfs = kAssumedRouteIntfs;
    vrf.interfaces = { interface };
    return { { vrf } };
 }

@@ -19,7 +19,7 @@ using Vantu::IpGenAddr;
 using Vantu::IpGenPrefix;
 
 // The R bit of an assert stands above the preference (RFC 7761, 4.9.6).
-constexpr uint32_t kMaxPreference = 0x7fffffff;
+constexpr uint32_t kMaxPreference = 255;  // an administrative distance: 8 bits
 
 IpGenPrefix multicastRange( AddressFamily family ) {
    return IpGenPrefix( family == AddressFamily::ipv4 ? "224.0.0.0/4" : "ff00::/8" );

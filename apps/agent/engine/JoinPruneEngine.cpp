@@ -194,7 +194,10 @@ void JoinPruneEngine::updatePath( Route& route, const IpGenAddr& rp ) {
 // The record goes when no machine has state on it, the route with its last record.
 void JoinPruneEngine::handleEnded( const Key& key ) {
    Mox::Ptr<Route> route = model_->route( key.routeKey() );
-   if ( route == nullptr ) return;
+   if ( route == nullptr ) {
+      downstream_.erase( key );
+      return;
+   }
    const Intf* intf = route->routeIntf( key.intfId );
    if ( intf != nullptr && ( intf->joinState() != Intf::noInfo ||
                              intf->rptState() != Intf::rptNoInfo ) ) {

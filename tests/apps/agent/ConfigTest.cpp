@@ -114,8 +114,8 @@ TEST( Config, FaultsNameFileAndLine ) {
          { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth0, neighbor: 0.0.0.0}]",
            "0.0.0.0 is no unicast address" },
          { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth0, preference: "
-           "2147483648}]",
-           "preference: 2147483648 is above 2147483647" },
+           "256}]",
+           "preference: 256 is above 255" },
          { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth0}, {prefix: "
            "10.1.0.0/8, interface: eth0}]",
            "prefix '10.0.0.0/8' comes twice" },

@@ -15,6 +15,17 @@ MOX_ENTITY_TYPE( RouteBraneRestartSm, PIMSM_ROUTE_RESTART_ATTRIBUTES )
       trace, level,                 \
       "RouteBraneRestart(" << Mox::pointerText( this ) << ")" << __VA_ARGS__ )
 
+namespace {
+
+RouteIntfKey bookmarkOf( const RouteKey& key ) {
+   return { key, {} };
+}
+RouteIntfKey bookmarkOf( const RouteIntfKey& key ) {
+   return key;
+}
+
+}
+
 class RouteBraneRestartSm::MoxClock : public Mox::Clock::Notifiee {
  public:
    explicit MoxClock( RouteBraneRestartSm& restart )
@@ -87,46 +98,33 @@ void RouteBraneRestartSm::doReview() {
    moxClock_->wakeupTimeIs( clock()->now() );
 }
 
-// Both walks handle one entry, then look at the time; out of it, they leave the key
-// of the next entry as bookmark and say false.
-bool RouteBraneRestartSm::walkRoutes(
-   const std::function<void( const Brane::Route& )>& handle ) {
-   RouteKey from = reviewBookmark().routeKey;
+// Handles one entry, then looks at the time; out of it, leaves the key of the next
+// entry as bookmark and says false.
+template <class Table>
+bool RouteBraneRestartSm::walk(
+   const Table& table, const typename Table::Key& from,
+   const std::function<void( const typename Table::Value& )>& handle ) {
    bool over = false;
    bool ended = true;
-   braneStatus()->route().visit( from == RouteKey() ? nullptr : &from,
-                                 [&]( const Brane::Route& record ) {
-                                    if ( over ) {
-                                       reviewBookmarkIs( { record.key, {} } );
-                                       ended = false;
-                                       return false;
-                                    }
-                                    handle( record );
-                                    over = clock()->now() >= reviewStopTime();
-                                    return true;
-                                 } );
+   const auto* bookmark = from == typename Table::Key() ? nullptr : &from;
+   table.visit( bookmark, [&]( const typename Table::Value& record ) {
+      if ( over ) {
+         reviewBookmarkIs( bookmarkOf( record.key ) );
+         ended = false;
+         return false;
+      }
+      handle( record );
+      over = clock()->now() >= reviewStopTime();
+      return true;
+   } );
    if ( ended ) reviewBookmarkIs( {} );
    return ended;
 }
 
-bool RouteBraneRestartSm::walkRouteIntfs(
-   const std::function<void( const Brane::Intf& )>& handle ) {
-   RouteIntfKey from = reviewBookmark();
-   bool over = false;
-   bool ended = true;
-   braneStatus()->routeIntf().visit( from == RouteIntfKey() ? nullptr : &from,
-                                     [&]( const Brane::Intf& record ) {
-                                        if ( over ) {
-                                           reviewBookmarkIs( record.key );
-                                           ended = false;
-                                           return false;
-                                        }
-                                        handle( record );
-                                        over = clock()->now() >= reviewStopTime();
-                                        return true;
-                                     } );
-   if ( ended ) reviewBookmarkIs( {} );
-   return ended;
+bool RouteBraneRestartSm::walkRoutes(
+   const std::function<void( const Brane::Route& )>& handle ) {
+   RouteKey from = reviewBookmark().routeKey;
+   return walk( braneStatus()->route(), from, handle );
 }
 
 void RouteBraneRestartSm::doReviewRoutes() {
@@ -143,7 +141,9 @@ void RouteBraneRestartSm::doReviewRoutes() {
 
 void RouteBraneRestartSm::doReviewRouteIntfs() {
    if ( reviewedRouteIntfs() ) return;
-   reviewedRouteIntfsIs( walkRouteIntfs(
+   RouteIntfKey from = reviewBookmark();
+   reviewedRouteIntfsIs( walk(
+      braneStatus()->routeIntf(), from,
       [this]( const Brane::Intf& record ) { doReviewRouteIntf( record ); } ) );
 }
 

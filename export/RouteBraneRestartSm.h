@@ -59,8 +59,10 @@ class PIMSM_API RouteBraneRestartSm : public Mox::Entity {
    void doReviewRoutes();
    void doReviewRouteIntfs();
    void doInitializeRoutes();
+   template <class Table>
+   bool walk( const Table& table, const typename Table::Key& from,
+              const std::function<void( const typename Table::Value& )>& handle );
    bool walkRoutes( const std::function<void( const Brane::Route& )>& handle );
-   bool walkRouteIntfs( const std::function<void( const Brane::Intf& )>& handle );
    void doReviewRouteIntf( const Brane::Intf& record );
    void deleteStale( const RouteIntfKey& key );
 

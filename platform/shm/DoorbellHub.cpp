@@ -35,6 +35,10 @@ Mox::String nameOf( const Mox::String& path ) {
    return path.substr( path.rfind( '/' ) + 1 );
 }
 
+bool isMissing( int error ) {
+   return error == ENOENT || error == ENOTDIR;
+}
+
 }
 
 struct DoorbellHub::Table {
@@ -43,6 +47,8 @@ struct DoorbellHub::Table {
    int bell = -1;         // watch; -1 while there is none
    int directory = -1;    // watch of the table's directory or an ancestor of it
    bool nearest = false;  // the directory itself
+   bool blind =
+      false;  // the bell's watch was refused, though the bell may be there
    bool rung = true;
    bool died = false;  // a writer's end of the bell was closed
    bool removed = false;
@@ -61,7 +67,7 @@ DoorbellHub::~DoorbellHub() {
 bool DoorbellHub::fallback() const {
    if ( fd_ < 0 ) return !tables_.empty();
    return std::any_of( tables_.begin(), tables_.end(), []( const auto& entry ) {
-      return entry.second->directory < 0;
+      return entry.second->directory < 0 || entry.second->blind;
    } );
 }
 
@@ -101,7 +107,16 @@ void DoorbellHub::arm( Table& table ) {
    if ( !table.nearest ) watchDirectory( table );
    if ( table.bell < 0 ) {
       table.bell = inotify_add_watch( fd_, table.files.bell.c_str(), bellMask );
+      table.blind = table.bell < 0 && !isMissing( errno );
    }
+}
+
+// After events were lost: any watch may be of a file that has moved or gone.
+void DoorbellHub::armAnew( Table& table ) {
+   int bell = std::exchange( table.bell, -1 );
+   table.nearest = false;
+   arm( table );
+   if ( bell != table.bell ) dropWatch( bell );
 }
 
 // A directory that is made between the look for it and the watch of its parent
@@ -122,7 +137,7 @@ Mox::String DoorbellHub::watchNearest( Table& table ) {
    for ( bool nearest = true;; nearest = false ) {
       table.directory = inotify_add_watch( fd_, directory.c_str(), directoryMask );
       table.nearest = nearest && table.directory >= 0;
-      bool missing = table.directory < 0 && ( errno == ENOENT || errno == ENOTDIR );
+      bool missing = table.directory < 0 && isMissing( errno );
       if ( !missing || directory == "/" || directory == "." ) return directory;
       directory = directoryOf( directory );
    }
@@ -146,7 +161,7 @@ void DoorbellHub::readEvents() {
 void DoorbellHub::handleEvent( int watch, uint32_t mask, const char* name ) {
    for ( auto& [id, table] : tables_ ) {
       if ( mask & IN_Q_OVERFLOW ) {
-         arm( *table );
+         armAnew( *table );
       } else if ( table->bell == watch ) {
          handleBell( *table, mask );
       } else if ( table->directory == watch ) {

@@ -41,7 +41,8 @@ class PIMSM_API DoorbellHub {
 
    // Readable when dispatch() has something to do; -1 without inotify.
    int fd() const { return fd_; }
-   // Must some table be looked at on a timer?
+   // Must some table be looked at on a timer? Without inotify, and while the system
+   // refuses a watch (its limit, permissions); that is tried again each time.
    bool fallback() const;
 
    // Reads what has rung and calls back. `now`: seconds, monotonic. Returns when to
@@ -54,6 +55,7 @@ class PIMSM_API DoorbellHub {
    struct Table;
 
    void arm( Table& table );
+   void armAnew( Table& table );
    void watchDirectory( Table& table );
    Mox::String watchNearest( Table& table );
    void dropWatch( int watch );

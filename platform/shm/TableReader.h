@@ -59,20 +59,23 @@ class PIMSM_API TableReader {
 
    // Attaches to what stands at the path now; true when the state or the instance
    // has changed. Cheap (one stat) when neither has. A TableFollower polls for
-   // itself; do not poll its reader beside it.
+   // itself; do not poll its reader beside it. Throws CreateError; a table that the
+   // system refused to map reads as readerDamaged, and the next poll tries again.
    bool poll();
 
    ReaderState state() const;
    // What is wrong in readerMismatch and readerDamaged, with both values; the last
    // damaged record otherwise; may be empty.
    const Mox::String& problem() const;
-   // Which header value it was. Only in readerMismatch and readerDamaged.
+   // Which header value it was. Only in readerMismatch and readerDamaged; of the
+   // last one before, where poll() threw.
    LayoutError::Mismatch mismatch() const;
    bool writerAlive() const;
 
    // Copies the key's record (recordSize bytes) to `out`; it is left unspecified
-   // unless found. A standing key is never reported as absent. Without a table:
-   // absent. `position`, when not null, gets the key's position when found.
+   // unless found. A standing key is never reported as absent: without a table the
+   // answer is absent, in readerMismatch and readerDamaged it is damaged.
+   // `position`, when not null, gets the key's position when found.
    Lookup lookup( const void* key, void* out, Position* position = nullptr ) const;
 
    struct LookupItem {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/shm/detail/Survey.h"
 
@@ -47,32 +48,45 @@ bool ReaderTable::poll() {
    Descriptor file( openFile( files_.table, O_RDONLY | O_NONBLOCK ) );
    if ( !file && nothingThere( errno ) ) return becomeAbsent();
    if ( !file ) systemFailed( files_.table, "cannot open" );
-   file_ = std::move( file );
-   attach();
+   attach( std::move( file ) );
    return true;
 }
 
-void ReaderTable::attach() {
+// Where the system refuses, nothing is attached, and the next poll tries again.
+void ReaderTable::attach( Descriptor file ) {
+   file_ = Descriptor();
    instance_.reset();
    problem_.clear();
+   try {
+      adopt( file );
+   } catch ( const std::exception& e ) {
+      state_ = readerDamaged;
+      problem_ = e.what();
+      throw;
+   }
+}
+
+// Takes the file once it is known what it is.
+void ReaderTable::adopt( Descriptor& file ) {
    struct stat status;
-   if ( fstat( file_.get(), &status ) != 0 ) {
+   if ( fstat( file.get(), &status ) != 0 ) {
       systemFailed( files_.table, "cannot look at the file" );
    }
-   device_ = status.st_dev;
-   inode_ = status.st_ino;
    try {
       if ( !S_ISREG( status.st_mode ) ) {
          throw LayoutError( LayoutError::magic, files_.table + ": not a file" );
       }
       instance_ = std::make_shared<const Instance>(
-         file_.get(), uint64_t( status.st_size ), layout_, files_.table );
+         file.get(), uint64_t( status.st_size ), layout_, files_.table );
       state_ = readerAttached;
    } catch ( const LayoutError& e ) {
       state_ = e.otherRecord() ? readerMismatch : readerDamaged;
       mismatch_ = e.mismatch();
       problem_ = e.what();
    }
+   device_ = status.st_dev;
+   inode_ = status.st_ino;
+   file_ = std::move( file );
 }
 
 void ReaderTable::countFailed( const Instance::Copy& copy, Position position ) {
@@ -88,8 +102,13 @@ bool ReaderTable::isPosition( Position position ) const {
           isWord( position );
 }
 
+// Without a table: absent. What stands there unreadable may hold any key.
+Lookup ReaderTable::withoutInstance() const {
+   return state_ == readerAbsent ? lookupAbsent : lookupDamaged;
+}
+
 Lookup ReaderTable::lookup( const void* key, void* out, Position* position ) {
-   if ( !instance_ ) return lookupAbsent;
+   if ( !instance_ ) return withoutInstance();
    Position at = noPosition;
    Lookup result =
       count( instance_->lookup( key, instance_->hashOf( key ), out, &at ), at );
@@ -98,7 +117,7 @@ Lookup ReaderTable::lookup( const void* key, void* out, Position* position ) {
 }
 
 void ReaderTable::lookup( std::span<TableReader::LookupItem> items ) {
-   for ( auto& item : items ) item.result = lookupAbsent;
+   for ( auto& item : items ) item.result = withoutInstance();
    if ( !instance_ ) return;
    uint64_t hashes[linesAhead];
    size_t lines = 0, slots = 0;

@@ -42,15 +42,18 @@ class ReaderTable {
  private:
    void countFailed( const Instance::Copy& copy, Position position );
    bool becomeAbsent();
-   void attach();
+   void attach( Descriptor file );
+   void adopt( Descriptor& file );
    bool isPosition( Position position ) const;
+   Lookup withoutInstance() const;
 
    TableFiles files_;
    Layout layout_;
    ReaderState state_ = readerAbsent;
    LayoutError::Mismatch mismatch_ = LayoutError::magic;
    Mox::String problem_;
-   // Kept open, so that no other file gets its inode number.
+   // Kept open, so that no other file gets its inode number; none unless it was
+   // judged.
    Descriptor file_;
    dev_t device_ = 0;
    ino_t inode_ = 0;

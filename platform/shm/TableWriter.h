@@ -115,7 +115,8 @@ class PIMSM_API TableWriter {
    Sweep verify() const;
 
    // Removes the table's files, for a table that shall not come back. Readers find
-   // it absent. The writer itself stays usable, unseen, until destroyed.
+   // it absent. The writer itself stays usable, unseen, until destroyed. Once more:
+   // nothing.
    void removeFiles();
 
  private:

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <utility>
 
 #include "platform/base/Assert.h"
 #include "platform/shm/detail/Hash.h"
@@ -37,13 +38,25 @@ WriterTable::WriterTable( const Mox::String& path, const Layout& layout,
    : files_( path ), layout_( layout ), zeroKey_( options.zeroKey ) {
    layout.check();
    lock_ = takeWriterLock( files_ );
-   // Before the table has its name: who sees the table can watch its bell.
-   bell_ = Descriptor( openFile( files_.bell, O_WRONLY | O_CREAT ) );
-   if ( !bell_ ) systemFailed( files_.bell, "cannot open the doorbell" );
-   fchmod( bell_.get(), 0640 );
+   openBell();
    TableMaker::open( *this, capacity, options );
    rung_ = sequence_ - 1;
    ring();
+}
+
+// Before the table has its name: who sees the table can watch its bell. And before
+// the table takes its space: the bell's byte must be there for good.
+void WriterTable::openBell() {
+   bell_ = Descriptor( openFile( files_.bell, O_WRONLY | O_CREAT ) );
+   if ( !bell_ ) systemFailed( files_.bell, "cannot open the doorbell" );
+   fchmod( bell_.get(), 0640 );
+   if ( !writeBell() ) systemFailed( files_.bell, "cannot write the doorbell" );
+}
+
+// Readers watch for the write as such.
+bool WriterTable::writeBell() const {
+   char byte = 0;
+   return pwrite( bell_.get(), &byte, 1, 0 ) == 1;
 }
 
 WriterTable::~WriterTable() {
@@ -296,15 +309,12 @@ Position WriterTable::positionAtOrBefore( const void* key ) const {
 }
 
 void WriterTable::ring() {
-   if ( rung_ == sequence_ ) return;
-   rung_ = sequence_;
-   char byte = 0;
-   // Readers watch for the write as such. It fails only on a full file system,
-   // where the byte is there from the first time.
-   if ( pwrite( bell_.get(), &byte, 1, 0 ) < 0 ) return;
+   if ( rung_ != sequence_ && writeBell() ) rung_ = sequence_;
 }
 
 void WriterTable::removeFiles() {
+   // The names may be a successor's by now.
+   if ( std::exchange( filesRemoved_, true ) ) return;
    unlink( files_.table.c_str() );
    rung_ = sequence_ - 1;
    ring();

@@ -59,6 +59,8 @@ class WriterTable {
    Place placeFor( const void* key, uint64_t hash, Position hint ) const;
    Position putHashed( const void* record, uint64_t hash, Position hint );
    const std::byte* homeLine( uint64_t hash ) const;
+   void openBell();
+   bool writeBell() const;
    void release( uint32_t slot );
    void finish( const Place& place, const RecordIdentity& identity );
    uint64_t hashAhead( const TableWriter::PutItem& item ) const;
@@ -74,6 +76,7 @@ class WriterTable {
    uint64_t instanceId_ = 0;
    uint64_t sequence_ = 0;  // of the last change
    uint64_t rung_ = 0;      // the sequence that readers were rung for
+   bool filesRemoved_ = false;
    uint32_t size_ = 0;
    uint32_t reservations_ = 0;
    FreeSlots free_;

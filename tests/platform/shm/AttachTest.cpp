@@ -225,6 +225,16 @@ TEST_F( Attach, ConvertsToAnotherLayoutByFieldNameAndType ) {
    EXPECT_EQ( writer.size(), 0u );
 }
 
+TEST_F( Attach, RemovingFilesTwiceLeavesASuccessorsAlone ) {
+   TableWriter former( path, layout, 10, options );
+   former.removeFiles();
+   TableWriter writer( path, layout, 10, options );
+   put( writer, 1, 1 );
+   former.removeFiles();
+   EXPECT_EQ( found( TableReader( path, layout ), 1 ), Record::of( 1, 1 ) );
+   EXPECT_TRUE( writerAlive( path ) );
+}
+
 TEST_F( Attach, StartsEmptyAfterAReboot ) {
    makeTable();
    options.bootId = "next boot";
@@ -326,6 +336,27 @@ TEST_F( Attach, FullFileSystemIsAnErrorWithNothingLeft ) {
       put( small, 1, 1 );
       return result;
    } );
+}
+
+// The doorbell's page is had before the table's, or the table is not made.
+TEST_F( Attach, NoTableIsMadeWhoseDoorbellCannotRing ) {
+   constexpr size_t page = 4096;
+   size_t size = makeTable().size();
+   for ( size_t pages : { size_t( 1 ), size / page + 1, size / page + 2 } ) {
+      SCOPED_TRACE( pages );
+      onSmallFileSystem( directory, pages * page, [&] {
+         bool refused = false;
+         try {
+            TableWriter writer( path, layout, 10, options );
+         } catch ( const CreateError& ) {
+            refused = true;
+         }
+         bool fits = pages == size / page + 2;
+         bool rung = std::filesystem::exists( path + ".bell" ) &&
+                     std::filesystem::file_size( path + ".bell" ) == 1;
+         return refused == !fits && ( !fits || rung ) ? 0 : 1;
+      } );
+   }
 }
 
 }

@@ -58,6 +58,15 @@ void checkGeometry( const FileHeader& h, uint64_t fileSize,
    }
 }
 
+// Records are copied by them.
+void checkFields( const FileHeader& h, const Mox::String& path ) {
+   try {
+      layoutOf( h ).check();
+   } catch ( const Mox::RangeError& e ) {
+      refuse( LayoutError::geometry, path, e.what() );
+   }
+}
+
 }
 
 void writeHeader( std::byte* base, const Layout& layout,
@@ -117,6 +126,7 @@ FileHeader readHeader( const std::byte* base, uint64_t available, uint64_t fileS
    differ( LayoutError::checksum, "the header's checksum", h.checksum,
            checksumOf( h ) );
    checkGeometry( h, fileSize, path );
+   checkFields( h, path );
    return h;
 }
 

@@ -212,11 +212,17 @@ void TableMaker::copySurvivors( const Former& former, const Survey& survey ) {
       try {
          table_.put( record.data(), noPosition );
       } catch ( const ProbeLimitError& e ) {
-         addText( table_.report_.texts, e.what() );
-         ++table_.report_.dropped;
-         --table_.report_.survivors;
+         drop( e );
+      } catch ( const Mox::RangeError& e ) {  // the zero key, accepted before
+         drop( e );
       }
    }
+}
+
+void TableMaker::drop( const Mox::Error& why ) {
+   addText( table_.report_.texts, why.what() );
+   ++table_.report_.dropped;
+   --table_.report_.survivors;
 }
 
 void TableMaker::useMapping( Mapping mapping, const FileHeader& header ) {

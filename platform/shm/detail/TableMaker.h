@@ -32,6 +32,7 @@ class TableMaker {
    AttachStatus judge( const Former& former, const Survey& survey );
    HeaderValues freshValues() const;
    void copySurvivors( const Former& former, const Survey& survey );
+   void drop( const Mox::Error& why );
    void useMapping( Mapping mapping, const FileHeader& header );
 
    WriterTable& table_;

@@ -225,6 +225,36 @@ TEST_F( Attach, ConvertsToAnotherLayoutByFieldNameAndType ) {
    EXPECT_EQ( writer.size(), 0u );
 }
 
+// A directory of fields that no layout can have, under a checksum that holds.
+TEST_F( Attach, CopiesNothingByFieldsThatLeaveTheRecord ) {
+   std::string bytes = makeTable();
+   Detail::FileHeader header = headerIn( bytes );
+   header.fields[2].offset = 1u << 30;
+   headerInto( bytes, header );
+   fileIs( bytes );
+   layout.fields.back().type = "i64";
+   TableWriter writer( path, layout, 10, options );
+   EXPECT_EQ( writer.attachReport().status, attachDamaged );
+   EXPECT_EQ( writer.size(), 0u );
+   ASSERT_EQ( writer.attachReport().texts.size(), 1u );
+   EXPECT_NE( writer.attachReport().texts[0].find( "generation" ),
+              std::string::npos );
+}
+
+TEST_F( Attach, DropsAZeroKeyThatIsNoLongerAccepted ) {
+   options.zeroKey = true;
+   {
+      TableWriter writer( path, layout, 10, options );
+      for ( uint64_t id = 0; id <= 5; ++id ) put( writer, id, id );
+   }
+   options.zeroKey = false;
+   TableWriter writer( path, layout, 20, options );
+   EXPECT_EQ( writer.attachReport().status, attachResized );
+   EXPECT_EQ( writer.attachReport().survivors, 5u );
+   EXPECT_EQ( writer.attachReport().dropped, 1u );
+   EXPECT_EQ( contentOf( writer ), firstFive() );
+}
+
 TEST_F( Attach, RemovingFilesTwiceLeavesASuccessorsAlone ) {
    TableWriter former( path, layout, 10, options );
    former.removeFiles();

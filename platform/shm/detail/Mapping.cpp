@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -54,6 +55,26 @@ void systemFailed( const Mox::String& path, const char* what ) {
    throw CreateError( path + ": " + what + ": " + reason );
 }
 
+namespace {
+
+// The kernel gives up all of a call's pages when a signal comes: in pieces that
+// take less time than any timer's period leaves. The error, 0 for none.
+int allocate( int fd, uint64_t size ) {
+   constexpr uint64_t piece = 1 << 20;
+   for ( uint64_t at = 0; at < size; at += piece ) {
+      uint64_t length = std::min( piece, size - at );
+      int error;
+      do {
+         error = posix_fallocate( fd, static_cast<off_t>( at ),
+                                  static_cast<off_t>( length ) );
+      } while ( error == EINTR );
+      if ( error ) return error;
+   }
+   return 0;
+}
+
+}
+
 Descriptor createFile( const Mox::String& path, uint64_t size ) {
    // A leftover of a writer that died while creating.
    unlink( path.c_str() );
@@ -61,7 +82,7 @@ Descriptor createFile( const Mox::String& path, uint64_t size ) {
    if ( !file ) systemFailed( path, "cannot create" );
    fchmod( file.get(), 0640 );  // whatever the process's mask
    // A full file system must show now: a page missing later is a SIGBUS.
-   int error = posix_fallocate( file.get(), 0, static_cast<off_t>( size ) );
+   int error = allocate( file.get(), size );
    if ( error ) {
       unlink( path.c_str() );
       errno = error;

@@ -265,6 +265,18 @@ TEST_F( Attach, RemovingFilesTwiceLeavesASuccessorsAlone ) {
    EXPECT_TRUE( writerAlive( path ) );
 }
 
+TEST_F( Attach, SignalsDoNotDisturbTheMakingOfALargeTable ) {
+   struct sigaction former, action{};
+   action.sa_handler = []( int ) {};
+   ASSERT_EQ( sigaction( SIGALRM, &action, &former ), 0 );
+   itimerval timer{ { 0, 2000 }, { 0, 2000 } };
+   ASSERT_EQ( setitimer( ITIMER_REAL, &timer, nullptr ), 0 );
+   EXPECT_NO_THROW( TableWriter( path, layout, 1000000, options ) );
+   timer = {};
+   setitimer( ITIMER_REAL, &timer, nullptr );
+   sigaction( SIGALRM, &former, nullptr );
+}
+
 TEST_F( Attach, StartsEmptyAfterAReboot ) {
    makeTable();
    options.bootId = "next boot";

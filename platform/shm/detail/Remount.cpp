@@ -6,9 +6,6 @@ namespace Brane::Detail {
 
 namespace {
 
-// Farther than any follower's generations reach.
-constexpr uint64_t headJump = uint64_t( 1 ) << 30;
-
 class Remount {
  public:
    Remount( const WriterView& view, const Survey& survey, AttachReport& report )
@@ -21,17 +18,24 @@ class Remount {
 
    void run() {
       if ( !intended_ && nothingToDo() ) return;
+      const bool jump = !survey_.headSound() || strayed();
+      const uint64_t head =
+         ( survey_.headSound() ? *view_.head() : survey_.highestSequence() ) +
+         headJump;
+      // The head's own entry gives way: until the head moves it reads as damaged.
+      if ( jump ) storeWord( view_.journal( head ), journalEntry( 0, head ) );
       setCounts( []( uint64_t want, uint64_t now ) { return want > now; } );
       setWords( []( uint64_t want ) { return want != 0; } );
       for ( uint32_t slot : survey_.older() ) setState( slot, slotReplaced );
       setWords( []( uint64_t want ) { return want == 0; } );
       for ( uint32_t slot : survey_.broken() ) setState( slot, slotFree );
       setCounts( []( uint64_t want, uint64_t now ) { return want < now; } );
-      if ( strayed_ || !survey_.headSound() ) {
-         moveHead();
+      if ( jump ) {
+         storeWord( view_.head(), head );
       } else if ( intended_ ) {
          storeWord( view_.head(), *view_.head() + 1 );
       }
+      report_.resequenced = jump;
    }
 
  private:
@@ -42,6 +46,18 @@ class Remount {
              std::memcmp( index.data(), view_.index(), index.size() * 8 ) == 0;
    }
 
+   // Is any word wrong beyond those of the change that was being made?
+   bool strayed() const {
+      for ( Position p = 0; p < view_.geometry.positions(); ++p ) {
+         bool right = view_.index()[p] == survey_.index()[p];
+         if ( isWord( p ) && !right && !expected( p ) ) return true;
+      }
+      return false;
+   }
+   bool expected( Position position ) const {
+      return intended_ && position == intent_;
+   }
+
    template <class Condition>
    void setWords( Condition condition ) {
       for ( Position p = 0; p < view_.geometry.positions(); ++p ) {
@@ -49,13 +65,7 @@ class Remount {
          uint64_t* word = view_.index() + p;
          if ( !isWord( p ) || *word == want || !condition( want ) ) continue;
          storeWord( word, want );
-         bool expected = intended_ && p == intent_;
-         if ( expected ) {
-            ++report_.completed;
-         } else {
-            ++report_.repaired;
-            strayed_ = true;
-         }
+         ++( expected( p ) ? report_.completed : report_.repaired );
       }
    }
 
@@ -76,22 +86,11 @@ class Remount {
       storeWord( stamp, stampOf( sequenceOf( *stamp ), state ) );
    }
 
-   void moveHead() {
-      uint64_t now =
-         survey_.headSound() ? *view_.head() : survey_.highestSequence();
-      uint64_t head = now + headJump;
-      // The entry first: a head without its entry reads as damaged.
-      storeWord( view_.journal( head ), journalEntry( 0, head ) );
-      storeWord( view_.head(), head );
-      report_.resequenced = true;
-   }
-
    const WriterView& view_;
    const Survey& survey_;
    AttachReport& report_;
    bool intended_ = false;
    Position intent_ = noPosition;
-   bool strayed_ = false;
 };
 
 }

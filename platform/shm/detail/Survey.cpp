@@ -45,6 +45,10 @@ void Survey::judgeHead() {
    headSound_ = head < maxSequence && entryIsOf( *view_.journal( head ), head ) &&
                 !entryIsOf( *view_.journal( head + 2 ), head + 2 );
    limit_ = headSound_ ? head + 1 : maxSequence;
+   // A remount was killed before it moved the head.
+   bool jumping =
+      head < maxSequence && entryIsOf( *view_.journal( head ), head + headJump );
+   if ( headSound_ || jumping ) highest_ = head;
    if ( headSound_ ) return;
    addText( texts_, fmt::format( "{}: the journal does not agree with its head {}",
                                  path_, head ) );

@@ -9,6 +9,10 @@
 
 namespace Brane::Detail {
 
+// How far a repair moves the head: farther than any follower's generations reach,
+// and by whole journals, so that its entry takes the former head's place.
+constexpr uint64_t headJump = uint64_t( 1 ) << 30;
+
 // At most so many lines of text on one table's damage.
 constexpr size_t maxTexts = 32;
 void addText( std::vector<Mox::String>& texts, Mox::String text );
@@ -31,9 +35,10 @@ class Survey {
    bool names( uint32_t slot ) const { return slots_[slot].indexed(); }
 
    uint32_t survivors() const { return survivors_; }
-   // Of the whole records.
+   // Of the whole records, and of the head as far as it can be believed.
    uint64_t highestSequence() const { return highest_; }
-   // Does the journal agree with its head?
+   // Does the journal agree with its head? Also false where a repair was killed
+   // that would have moved the head.
    bool headSound() const { return headSound_; }
    const std::vector<Mox::String>& texts() const { return texts_; }
 

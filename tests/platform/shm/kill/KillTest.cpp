@@ -1,6 +1,7 @@
 #include <random>
 
 #include "KillPoints.h"
+#include "platform/shm/detail/Format.h"
 
 namespace Brane::Test {
 namespace {
@@ -226,6 +227,72 @@ TEST_F( Kill, WhileChangingCapacityKeepsTheFormerInstance ) {
       // Killed after the rename, the new instance is complete.
    }
    bytesAre( path, latter );
+}
+
+// Bytes as a stray pointer leaves them: the first key's record broken, the second's
+// word gone, the third's word at one place more.
+std::string damaged( std::string bytes, uint32_t capacity ) {
+   auto geometry =
+      Detail::Geometry::of( sizeof( Key ), sizeof( Record ), capacity, 4 );
+   auto* words = reinterpret_cast<uint64_t*>( bytes.data() + geometry.indexOffset );
+   std::vector<Position> taken;
+   Position free = noPosition;
+   for ( Position p = 0; p < geometry.positions(); ++p ) {
+      if ( !Detail::isWord( p ) ) continue;
+      if ( words[p] ) taken.push_back( p );
+      // Within every key's reach, after the others.
+      if ( !words[p] && taken.size() >= 3 && free == noPosition ) free = p;
+   }
+   size_t slot = Detail::slotOf( words[taken.at( 0 )] );
+   bytes[geometry.slotsOffset + slot * geometry.slotStride + 40] ^= 4;
+   words[taken.at( 1 )] = 0;
+   words[free] = words[taken.at( 2 )];
+   return bytes;
+}
+
+// A repair that is killed half way: the next one still tells followers of all.
+TEST_F( Kill, WhileRepairingDamageLosesNoNotice ) {
+   {
+      TableWriter writer( path, layout, capacity, options );
+      for ( size_t i = 0; i < 9; ++i ) put( writer, ids[i], i );
+      remove( writer, ids[8] );
+   }
+   const std::string former = bytesOf( path );
+   const Content before = contentOf( TableReader( path, layout ) );
+   bytesAre( path, damaged( former, capacity ) );
+   Content expected;
+   auto images = KillPoints::of( path, [&] {
+      TableWriter writer( path, layout, capacity, options );
+      EXPECT_EQ( writer.attachReport().dropped, 1u );
+      expected = contentOf( writer );
+   } );
+   EXPECT_EQ( expected.size(), before.size() - 1 );
+   ASSERT_GT( images.size(), 4u );
+   std::string dead = directory + "/dead/t";
+   // What a further kill leaves of the repair of `image`.
+   auto repair = [&]( const std::string& image ) {
+      std::filesystem::remove( dead );
+      bytesAre( dead, former );
+      TableReader reader( dead, layout );
+      TableFollower follower( reader );
+      Followed followed{ before };
+      bytesAre( dead, image );
+      auto again = KillPoints::of( dead, [&] {
+         TableWriter writer( dead, layout, capacity, options );
+         EXPECT_EQ( contentOf( writer ), expected );
+         EXPECT_EQ( writer.verify().damaged, 0u );
+      } );
+      followed.drain( follower );
+      EXPECT_EQ( followed.content, expected );
+      TableWriter writer( dead, layout, capacity, options );
+      exercise( writer, expected );
+      return again;
+   };
+   for ( size_t i = 0; i < images.size(); ++i ) {
+      SCOPED_TRACE( "kill point " + std::to_string( i ) );
+      auto again = repair( images[i] );
+      for ( const std::string& image : again ) repair( image );
+   }
 }
 
 }

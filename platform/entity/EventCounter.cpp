@@ -15,7 +15,7 @@ std::vector<const EventCounter*>& registry() {
 }
 
 EventCounter::EventCounter( StringView owner, StringView name )
-    : owner_( owner ), name_( name ) {
+   : owner_( owner ), name_( name ) {
    registry().push_back( this );
 }
 

@@ -33,9 +33,9 @@ timespec timerTime( double time ) {
 }
 
 RealClock::RealClock( Loop& loop )
-    : loop_( loop ),
-      timer_( timerfd_create( CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK ),
-              "timerfd_create" ) {
+   : loop_( loop ),
+     timer_( timerfd_create( CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK ),
+             "timerfd_create" ) {
    // The timer only wakes the loop, which asks every clock in every turn.
    watcher_ = std::make_unique<Loop::FdWatcher>( loop, timer_.value(), [] {} );
    loop_.clocks_.push_back( this );

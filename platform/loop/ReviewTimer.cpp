@@ -9,12 +9,12 @@ namespace Mox {
 
 ReviewTimer::ReviewTimer( Clock::Notifiee& watcher, double fillInterval,
                           uint32_t maxCredits, float minDelay, float maxDelay )
-    : watcher_( watcher ),
-      fillInterval_( fillInterval ),
-      maxCredits_( maxCredits ),
-      minDelay_( minDelay ),
-      maxDelay_( maxDelay ),
-      credits_( maxCredits ) {
+   : watcher_( watcher ),
+     fillInterval_( fillInterval ),
+     maxCredits_( maxCredits ),
+     minDelay_( minDelay ),
+     maxDelay_( maxDelay ),
+     credits_( maxCredits ) {
    MOX_ASSERT( fillInterval > 0 );
    MOX_ASSERT( minDelay >= 0 && maxDelay >= 0 );
    MOX_ASSERT( watcher.clock() != nullptr );

@@ -17,10 +17,10 @@ sigset_t signalSet( std::initializer_list<int> signals ) {
 
 SignalWatcher::SignalWatcher( Loop& loop, std::initializer_list<int> signals,
                               Handler handler )
-    : blocked_( signalSet( signals ) ),
-      fd_( signalfd( -1, &blocked_, SFD_CLOEXEC | SFD_NONBLOCK ), "signalfd" ),
-      handler_( std::move( handler ) ),
-      watcher_( loop, fd_.value(), [this] { readable(); } ) {
+   : blocked_( signalSet( signals ) ),
+     fd_( signalfd( -1, &blocked_, SFD_CLOEXEC | SFD_NONBLOCK ), "signalfd" ),
+     handler_( std::move( handler ) ),
+     watcher_( loop, fd_.value(), [this] { readable(); } ) {
    sigset_t former;
    pthread_sigmask( SIG_BLOCK, &blocked_, &former );
    for ( int signal : signals ) {

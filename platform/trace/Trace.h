@@ -109,4 +109,3 @@ class PIMSM_API TraceLine {
          moxTraceLine.emit();                                       \
       }                                                             \
    } while ( false )
-

@@ -13,7 +13,7 @@ namespace {
 class Observer : public Clock::Notifiee {
  public:
    Observer( Clock& clock, char name, String& calls )
-       : Notifiee( &clock ), name_( name ), calls_( calls ) {}
+      : Notifiee( &clock ), name_( name ), calls_( calls ) {}
 
    void onTime() override {
       calls_ += name_;

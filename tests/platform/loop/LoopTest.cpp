@@ -28,7 +28,7 @@ class Event : public Loop::Fd {
 class Alarm : public Clock::Notifiee {
  public:
    Alarm( Clock& clock, std::function<void()> act )
-       : Notifiee( &clock ), act_( std::move( act ) ) {}
+      : Notifiee( &clock ), act_( std::move( act ) ) {}
    void onTime() override { act_(); }
 
  private:

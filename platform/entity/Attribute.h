@@ -231,6 +231,19 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
 #define MOX_ACCESS_ReactingMap( name, Name, type, initial ) \
    MOX_ACCESS_MAP( name, Name, type, MOX_REMOVED_HANDLED )
 
+// What value maps and sets remove by.
+#define MOX_ERASED( name, Name, type )                                     \
+   bool name##Del( const type::key_type& where ) {                         \
+      type::key_type key = where;                                          \
+      if ( name##_.erase( key ) == 0 ) return false;                       \
+      MOX_NOTIFY_KEY( Name );                                              \
+      return true;                                                         \
+   }                                                                       \
+   void name##DelAll() {                                                   \
+      ::Mox::Ptr<Self> pin( this );                                        \
+      for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key ); \
+   }
+
 #define MOX_ACCESS_ValueMap( name, Name, type, initial )                          \
    const type& name() const {                                                     \
       return name##_;                                                             \
@@ -248,39 +261,21 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       }                                                                           \
       MOX_NOTIFY_KEY( Name );                                                     \
    }                                                                              \
-   bool name##Del( const type::key_type& where ) {                                \
-      type::key_type key = where;                                                 \
-      if ( name##_.erase( key ) == 0 ) return false;                              \
-      MOX_NOTIFY_KEY( Name );                                                     \
-      return true;                                                                \
-   }                                                                              \
-   void name##DelAll() {                                                          \
-      ::Mox::Ptr<Self> pin( this );                                               \
-      for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key );        \
-   }                                                                              \
+   MOX_ERASED( name, Name, type )                                                 \
    MOX_STORED( name, type, {} )
 
-#define MOX_ACCESS_Set( name, Name, type, initial )                        \
-   const type& name() const {                                              \
-      return name##_;                                                      \
-   }                                                                       \
-   bool name##Has( const type::key_type& key ) const {                     \
-      return name##_.count( key ) != 0;                                    \
-   }                                                                       \
-   void name##Is( const type::key_type& where ) {                          \
-      type::key_type key = where;                                          \
-      if ( name##_.insert( key ).second ) MOX_NOTIFY_KEY( Name );          \
-   }                                                                       \
-   bool name##Del( const type::key_type& where ) {                         \
-      type::key_type key = where;                                          \
-      if ( name##_.erase( key ) == 0 ) return false;                       \
-      MOX_NOTIFY_KEY( Name );                                              \
-      return true;                                                         \
-   }                                                                       \
-   void name##DelAll() {                                                   \
-      ::Mox::Ptr<Self> pin( this );                                        \
-      for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key ); \
-   }                                                                       \
+#define MOX_ACCESS_Set( name, Name, type, initial )               \
+   const type& name() const {                                     \
+      return name##_;                                             \
+   }                                                              \
+   bool name##Has( const type::key_type& key ) const {            \
+      return name##_.count( key ) != 0;                           \
+   }                                                              \
+   void name##Is( const type::key_type& where ) {                 \
+      type::key_type key = where;                                 \
+      if ( name##_.insert( key ).second ) MOX_NOTIFY_KEY( Name ); \
+   }                                                              \
+   MOX_ERASED( name, Name, type )                                 \
    MOX_STORED( name, type, {} )
 
 #define MOX_ACCESS_Computed( name, Name, type, initial )

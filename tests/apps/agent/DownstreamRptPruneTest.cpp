@@ -11,117 +11,70 @@ namespace {
 using Routing::Pim::SparseMode::Intf;
 using Routing::Pim::SparseMode::Test::Vrf;
 
-constexpr double kForever = Timer::never;
-
-enum Event { wcJoin, rptJoin, rptPrune, end };
-
-struct Step {
-   double at;
-   Event event;
-   double holdtime = 0;
-   double pending = 0;
-};
-
-struct Row {
-   const char* name;
-   std::vector<Step> steps;
-   const char* history;
-};
-
-std::ostream& operator<<( std::ostream& out, const Row& row ) {
-   return out << row.name;
-}
-
-constexpr Step kPrune{ 0, rptPrune, 210, 3 };
-constexpr Step kPruneAtOnce{ 0, rptPrune, 210, 0 };
-
-// RFC 7761, figure 3, state by event; the states' names without "rpt".
-const Row kRows[] = {
+// RFC 7761, figure 3, state by event; the states' names without "rpt". A prune says
+// its hold time and how long others may override it; "end" is the message's.
+const MachineRow kRows[] = {
    // NoInfo
-   { "NoInfoWcJoin", { { 0, wcJoin }, { 0, end } }, "" },
-   { "NoInfoRptJoin", { { 0, rptJoin } }, "" },
-   { "NoInfoPrune", { kPrune }, "0 PrunePending, 3 Pruned, 210 NoInfo" },
-   { "NoInfoPruneWithoutOthersIsAtOnce", { kPruneAtOnce }, "0 Pruned, 210 NoInfo" },
-   { "NoInfoPruneForEver",
-     { { 0, rptPrune, kForever, 3 } },
-     "0 PrunePending, 3 Pruned" },
-   { "NoInfoPruneOfNoTime", { { 0, rptPrune, 0, 0 } }, "0 Pruned, 0 NoInfo" },
-   { "NoInfoPruneShorterThanItsOverride",
-     { { 0, rptPrune, 2, 3 } },
+   { "NoInfoWcJoin", "0 wcJoin, 0 end", "" },
+   { "NoInfoRptJoin", "0 rptJoin", "" },
+   { "NoInfoPrune", "0 prune 210 3", "0 PrunePending, 3 Pruned, 210 NoInfo" },
+   { "NoInfoPruneAtOnce", "0 prune 210 0", "0 Pruned, 210 NoInfo" },
+   { "NoInfoPruneForEver", "0 prune ever 3", "0 PrunePending, 3 Pruned" },
+   { "NoInfoPruneOfNoTime", "0 prune 0 0", "0 Pruned, 0 NoInfo" },
+   { "NoInfoPruneShorterThanItsOverride", "0 prune 2 3",
      "0 PrunePending, 2 NoInfo" },
    // Prune
-   { "PrunedWcJoin",
-     { kPruneAtOnce, { 9, wcJoin }, { 9, end } },
+   { "PrunedWcJoin", "0 prune 210 0, 9 wcJoin, 9 end",
      "0 Pruned, 9 PruneTemp, 9 NoInfo" },
-   { "PrunedRptJoin", { kPruneAtOnce, { 9, rptJoin } }, "0 Pruned, 9 NoInfo" },
-   { "PrunedPruneExtends",
-     { kPruneAtOnce, { 9, rptPrune, 210, 3 } },
-     "0 Pruned, 219 NoInfo" },
-   { "PrunedPruneNeverShortens",
-     { kPruneAtOnce, { 9, rptPrune, 50, 3 } },
+   { "PrunedRptJoin", "0 prune 210 0, 9 rptJoin", "0 Pruned, 9 NoInfo" },
+   { "PrunedPruneExtends", "0 prune 210 0, 9 prune 210 3", "0 Pruned, 219 NoInfo" },
+   { "PrunedPruneNeverShortens", "0 prune 210 0, 9 prune 50 3",
      "0 Pruned, 210 NoInfo" },
-   { "PrunedForEverPruneNeverShortens",
-     { { 0, rptPrune, kForever, 0 }, { 9, rptPrune, 50, 3 } },
-     "0 Pruned" },
-   { "PrunedEnd", { kPruneAtOnce, { 9, end } }, "0 Pruned, 210 NoInfo" },
+   { "PrunedForEverPrune", "0 prune ever 0, 9 prune 50 3", "0 Pruned" },
+   { "PrunedEnd", "0 prune 210 0, 9 end", "0 Pruned, 210 NoInfo" },
    // Prune-pending
-   { "PendingWcJoin",
-     { kPrune, { 1, wcJoin }, { 1, end } },
+   { "PendingWcJoin", "0 prune 210 3, 1 wcJoin, 1 end",
      "0 PrunePending, 1 PrunePendingTemp, 1 NoInfo" },
-   { "PendingRptJoin", { kPrune, { 1, rptJoin } }, "0 PrunePending, 1 NoInfo" },
-   { "PendingPruneChangesNoTimer",
-     { kPrune, { 1, rptPrune, 300, 3 } },
+   { "PendingRptJoin", "0 prune 210 3, 1 rptJoin", "0 PrunePending, 1 NoInfo" },
+   { "PendingPruneChangesNoTimer", "0 prune 210 3, 1 prune 300 3",
      "0 PrunePending, 3 Pruned, 210 NoInfo" },
-   { "PendingEnd", { kPrune, { 1, end } }, "0 PrunePending, 3 Pruned, 210 NoInfo" },
+   { "PendingEnd", "0 prune 210 3, 1 end", "0 PrunePending, 3 Pruned, 210 NoInfo" },
    // PruneTmp
-   { "TempWcJoin",
-     { kPruneAtOnce, { 9, wcJoin }, { 9, wcJoin }, { 9, end } },
+   { "TempWcJoin", "0 prune 210 0, 9 wcJoin, 9 wcJoin, 9 end",
      "0 Pruned, 9 PruneTemp, 9 NoInfo" },
-   { "TempRptJoinIsTakenAtItsWord",
-     { kPruneAtOnce, { 9, wcJoin }, { 9, rptJoin }, { 9, end } },
+   { "TempRptJoinIsTakenAtItsWord", "0 prune 210 0, 9 wcJoin, 9 rptJoin, 9 end",
      "0 Pruned, 9 PruneTemp, 9 NoInfo" },
-   { "TempPruneExtends",
-     { kPruneAtOnce, { 9, wcJoin }, { 9, rptPrune, 210, 3 }, { 9, end } },
+   { "TempPruneExtends", "0 prune 210 0, 9 wcJoin, 9 prune 210 3, 9 end",
      "0 Pruned, 9 PruneTemp, 9 Pruned, 219 NoInfo" },
-   { "TempPruneNeverShortens",
-     { kPruneAtOnce, { 9, wcJoin }, { 9, rptPrune, 50, 3 }, { 9, end } },
+   { "TempPruneNeverShortens", "0 prune 210 0, 9 wcJoin, 9 prune 50 3, 9 end",
      "0 Pruned, 9 PruneTemp, 9 Pruned, 210 NoInfo" },
    // Prune-pending-tmp
-   { "PendingTempWcJoin",
-     { kPrune, { 1, wcJoin }, { 1, wcJoin }, { 1, end } },
+   { "PendingTempWcJoin", "0 prune 210 3, 1 wcJoin, 1 wcJoin, 1 end",
      "0 PrunePending, 1 PrunePendingTemp, 1 NoInfo" },
    { "PendingTempRptJoinIsTakenAtItsWord",
-     { kPrune, { 1, wcJoin }, { 1, rptJoin }, { 1, end } },
+     "0 prune 210 3, 1 wcJoin, 1 rptJoin, 1 end",
      "0 PrunePending, 1 PrunePendingTemp, 1 NoInfo" },
    { "PendingTempPruneExtendsExpiryAlone",
-     { kPrune, { 1, wcJoin }, { 1, rptPrune, 210, 3 }, { 1, end } },
+     "0 prune 210 3, 1 wcJoin, 1 prune 210 3, 1 end",
      "0 PrunePending, 1 PrunePendingTemp, 1 PrunePending, 3 Pruned, 211 NoInfo" },
    { "PendingTempPruneNeverShortens",
-     { kPrune, { 1, wcJoin }, { 1, rptPrune, 50, 3 }, { 1, end } },
+     "0 prune 210 3, 1 wcJoin, 1 prune 50 3, 1 end",
      "0 PrunePending, 1 PrunePendingTemp, 1 PrunePending, 3 Pruned, 210 NoInfo" },
    // Nothing of a former state is left.
-   { "PruneAfterJoinWaitsAnew",
-     { kPrune, { 1, rptJoin }, { 2, rptPrune, 10, 3 } },
+   { "PruneAfterJoinWaitsAnew", "0 prune 210 3, 1 rptJoin, 2 prune 10 3",
      "0 PrunePending, 1 NoInfo, 2 PrunePending, 5 Pruned, 12 NoInfo" },
-   { "ShortPruneAfterLongOne",
-     { { 0, rptPrune, kForever, 0 }, { 1, rptJoin }, { 2, rptPrune, 5, 0 } },
+   { "ShortPruneAfterLongOne", "0 prune ever 0, 1 rptJoin, 2 prune 5 0",
      "0 Pruned, 1 NoInfo, 2 Pruned, 7 NoInfo" },
 };
 
-void play( DownstreamRptPrune& machine, const Step& step ) {
-   switch ( step.event ) {
-      case wcJoin:
-         return machine.receiveWcJoin();
-      case rptJoin:
-         return machine.receiveRptJoin();
-      case rptPrune:
-         return machine.receiveRptPrune( step.holdtime, step.pending );
-      case end:
-         return machine.endOfMessage();
-   }
+void play( DownstreamRptPrune& machine, const MachineStep& step ) {
+   if ( step.event == "wcJoin" ) return machine.receiveWcJoin();
+   if ( step.event == "rptJoin" ) return machine.receiveRptJoin();
+   if ( step.event == "end" ) return machine.endOfMessage();
+   machine.receiveRptPrune( step.times[0], step.times[1] );
 }
 
-class DownstreamRptPruneTable : public testing::TestWithParam<Row> {};
+class DownstreamRptPruneTable : public testing::TestWithParam<MachineRow> {};
 
 TEST_P( DownstreamRptPruneTable, Follows ) {
    Mox::TestClock clock;
@@ -135,15 +88,11 @@ TEST_P( DownstreamRptPruneTable, Follows ) {
    MachineRun run( clock, [&] {
       return std::string( stringValue( intf->rptState() ) ).substr( 3 );
    } );
-   for ( const Step& step : GetParam().steps ) {
-      run.until( step.at );
+   run.play( GetParam().script, [&]( const MachineStep& step ) {
       play( machine, step );
-      if ( step.event == rptPrune ) {
-         EXPECT_EQ( intf->lastRptPruneReceived(), clock.now() );
-      }
-      run.look();
-   }
-   run.until( kLongAfter );
+      if ( step.event != "prune" ) return;
+      EXPECT_EQ( intf->lastRptPruneReceived(), clock.now() );
+   } );
    EXPECT_EQ( run.history(), GetParam().history );
    EXPECT_EQ( ends, run.times( "NoInfo" ) );
    EXPECT_EQ( intf->joinState(), Intf::noInfo ) << "another machine's";
@@ -154,22 +103,18 @@ INSTANTIATE_TEST_SUITE_P( Cells, DownstreamRptPruneTable,
                           []( const auto& row ) { return row.param.name; } );
 
 TEST( DownstreamRptPrune, MayBeDestroyedByItsEnd ) {
-   const std::vector<Step> ways[] = {
-      { kPrune },
-      { kPrune, { 1, rptJoin } },
-      { kPrune, { 1, wcJoin }, { 1, end } },
-      { kPruneAtOnce, { 1, rptJoin } },
-   };
-   for ( const auto& steps : ways ) {
+   for ( const char* way :
+         { "0 prune 210 3", "0 prune 210 3, 1 rptJoin",
+           "0 prune 210 3, 1 wcJoin, 1 end", "0 prune 210 0, 1 rptJoin" } ) {
       Mox::TestClock clock;
       Vrf vrf;
       auto intf = vrf.sg( "192.0.2.1", "233.252.0.1" ).intf( "eth1" );
       std::unique_ptr<DownstreamRptPrune> machine;
       machine = std::make_unique<DownstreamRptPrune>( clock, intf.ptr(),
                                                       [&] { machine.reset(); } );
-      for ( const Step& step : steps ) play( *machine, step );
+      for ( const MachineStep& step : machineSteps( way ) ) play( *machine, step );
       clock.runUntil( clock.now() + 300 );
-      EXPECT_EQ( machine, nullptr );
+      EXPECT_EQ( machine, nullptr ) << way;
       EXPECT_EQ( intf->rptState(), Intf::rptNoInfo );
    }
 }
@@ -184,13 +129,10 @@ TEST( DownstreamRptPrune, TakesUpReloadedStateForAHoldTime ) {
          vrf.sg( "192.0.2.1", "233.252.0.1" ).intf( "eth1" ).rptState( state );
       DownstreamRptPrune machine( clock, intf.ptr(), [] {} );
       machine.adopt( 210 );
-      EXPECT_EQ( intf->rptState(), Intf::rptPruned );
       machine.endOfMessage();
-      clock.advance( 209 );
-      clock.runPass();
+      clock.runUntil( clock.now() + 209 );
       EXPECT_EQ( intf->rptState(), Intf::rptPruned );
-      clock.advance( 1 );
-      clock.runPass();
+      clock.runUntil( clock.now() + 1 );
       EXPECT_EQ( intf->rptState(), Intf::rptNoInfo );
    }
 }

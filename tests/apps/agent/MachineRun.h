@@ -1,20 +1,50 @@
 // Drives a downstream machine through a script on a test clock and writes down
 // when its state changes.
 //
-//    at( 0 ), join 210; at( 10 ), prune 3   ->   "0 joined, 10 prunePending, 13
-//    noInfo"
+//    "0 join 210, 10 prune 3"   ->   "0 joined, 10 prunePending, 13 noInfo"
 //
-// Seconds count from the script's start.
+// Seconds count from the script's start; "ever" is a time without end.
 #pragma once
 
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "apps/agent/engine/Timer.h"
 #include "platform/base/Text.h"
 #include "platform/loop/TestClock.h"
 
 namespace Agent {
+
+struct MachineRow {
+   const char* name;
+   const char* script;
+   const char* history;
+};
+inline std::ostream& operator<<( std::ostream& out, const MachineRow& row ) {
+   return out << row.name;
+}
+
+struct MachineStep {
+   double at = 0.0;
+   std::string event;
+   std::vector<double> times;  // s, what the event says
+};
+
+inline std::vector<MachineStep> machineSteps( const std::string& script ) {
+   std::vector<MachineStep> out;
+   std::istringstream texts( script );
+   for ( std::string text; std::getline( texts, text, ',' ); ) {
+      std::istringstream words( text );
+      MachineStep& step = out.emplace_back();
+      words >> step.at >> step.event;
+      for ( std::string word; words >> word; ) {
+         step.times.push_back( word == "ever" ? Timer::never : std::stod( word ) );
+      }
+   }
+   return out;
+}
 
 class MachineRun {
  public:
@@ -25,21 +55,16 @@ class MachineRun {
         start_( clock.now() ),
         last_( state_() ) {}
 
-   // Lets the time pass until then; whatever is due by then comes first.
-   void until( double seconds ) {
-      while ( clock_.nextWakeup() <= start_ + seconds ) {
-         clock_.runUntil( clock_.nextWakeup() );
+   // `act` does what a step says; then time passes until every timer is through.
+   void play( const std::string& script,
+              const std::function<void( const MachineStep& )>& act ) {
+      for ( const MachineStep& step : machineSteps( script ) ) {
+         until( step.at );
+         act( step );
          look();
       }
-      clock_.runUntil( start_ + seconds );
-   }
-   // After each event.
-   void look() {
-      std::string state = state_();
-      if ( state == last_ ) return;
-      last_ = state;
-      if ( !history_.empty() ) history_ += ", ";
-      history_ += Mox::valueToStrep( clock_.now() - start_ ) + ' ' + state;
+      // Even a hold time of 18 hours.
+      until( 100000 );
    }
 
    const std::string& history() const { return history_; }
@@ -54,14 +79,27 @@ class MachineRun {
    }
 
  private:
+   // Whatever is due by then comes first.
+   void until( double seconds ) {
+      while ( clock_.nextWakeup() <= start_ + seconds ) {
+         clock_.runUntil( clock_.nextWakeup() );
+         look();
+      }
+      clock_.runUntil( start_ + seconds );
+   }
+   void look() {
+      std::string state = state_();
+      if ( state == last_ ) return;
+      last_ = state;
+      if ( !history_.empty() ) history_ += ", ";
+      history_ += Mox::valueToStrep( clock_.now() - start_ ) + ' ' + state;
+   }
+
    Mox::TestClock& clock_;
    std::function<std::string()> state_;
    double start_;
    std::string last_;
    std::string history_;
 };
-
-// Beyond every time of a script, even a hold time of 18 hours.
-constexpr double kLongAfter = 100000.0;
 
 }

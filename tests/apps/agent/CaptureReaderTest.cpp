@@ -1,84 +1,28 @@
 #include "apps/agent/capture/CaptureReader.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
 
 #include "tests/apps/agent/PacketBuilder.h"
+#include "tests/support/TempRoot.h"
 
 namespace Agent {
 namespace {
 
-using ByteVector = std::vector<uint8_t>;
-
-struct Record {
-   uint32_t seconds;
-   uint32_t microseconds;
-   uint8_t content;
-};
-
-// The classic format, big-endian.
-ByteVector pcapFile( const std::vector<Record>& records, unsigned link = 1 ) {
-   PacketBuilder out;
-   out.u32( 0xa1b2c3d4 )
-      .u16( 2 )
-      .u16( 4 )
-      .u32( 0 )
-      .u32( 0 )
-      .u32( 65535 )
-      .u32( link );
-   for ( const Record& r : records ) {
-      out.u32( r.seconds ).u32( r.microseconds ).u32( 1 ).u32( 60 ).u8( r.content );
-   }
-   return out;
-}
-
 // Section header, one interface, one packet of four bytes.
 ByteVector pcapngFile() {
    return PacketBuilder()
-      .u32( 0x0a0d0d0a )
-      .u32( 28 )
-      .u32( 0x1a2b3c4d )
-      .u16( 1 )
-      .u16( 0 )
-      .u32( 0xffffffff )
-      .u32( 0xffffffff )
-      .u32( 28 )
-      .u32( 1 )
-      .u32( 20 )
-      .u16( 113 )
-      .u16( 0 )
-      .u32( 65535 )
-      .u32( 20 )
-      .u32( 6 )
-      .u32( 36 )
-      .u32( 0 )
-      .u32( 0 )
+      .hex( "0a0d0d0a 0000001c 1a2b3c4d 0001 0000 ffffffff ffffffff 0000001c" )
+      .hex( "00000001 00000014 0071 0000 0000ffff 00000014" )
+      .hex( "00000006 00000024 00000000 00000000" )
       .u32( 2500000 )
-      .u32( 4 )
-      .u32( 4 )
-      .u32( 0xcafe0001 )
-      .u32( 36 );
+      .hex( "00000004 00000004 cafe0001 00000024" );
 }
 
 class CaptureFiles : public testing::Test {
  protected:
-   CaptureFiles() {
-      std::string name = std::filesystem::temp_directory_path() / "captureXXXXXX";
-      folder = mkdtemp( name.data() );
-   }
-   ~CaptureFiles() override { std::filesystem::remove_all( folder ); }
-
    std::string write( const char* name, const ByteVector& bytes ) const {
-      std::string path = folder / name;
-      std::ofstream( path, std::ios::binary )
-         .write( reinterpret_cast<const char*>( bytes.data() ),
-                 static_cast<std::streamsize>( bytes.size() ) );
-      return path;
+      return writeFile( folder.path() + '/' + name, bytes );
    }
-
    static std::string errorOf( const std::string& path ) {
       try {
          CaptureReader reader( path );
@@ -90,12 +34,12 @@ class CaptureFiles : public testing::Test {
       return "no error";
    }
 
-   std::filesystem::path folder;
+   Mox::Test::TempRoot folder;
 };
 
 TEST_F( CaptureFiles, BothFormatsAreRead ) {
    CapturedPacket packet;
-   CaptureReader classic( write( "a.pcap", pcapFile( { { 7, 250000, 0xaa } } ) ) );
+   CaptureReader classic( write( "a.pcap", pcapFile( { { 7.25, 0xaa, 60 } } ) ) );
    ASSERT_TRUE( classic.next( packet ) );
    EXPECT_EQ( packet.time, 7.25 );
    EXPECT_EQ( packet.link, LinkType::ethernet );
@@ -111,22 +55,22 @@ TEST_F( CaptureFiles, BothFormatsAreRead ) {
    EXPECT_EQ( packet.bytes.size(), 4u );
    EXPECT_FALSE( modern.next( packet ) );
 
-   CaptureReader other( write( "b.pcap", pcapFile( { { 7, 0, 0 } }, 105 ) ) );
+   CaptureReader other( write( "b.pcap", pcapFile( { { 7, 0 } }, 105 ) ) );
    ASSERT_TRUE( other.next( packet ) );
    EXPECT_EQ( packet.link, LinkType::unknown );
 }
 
 TEST_F( CaptureFiles, BadFilesAreErrorsWithTheirPath ) {
-   std::string missing = folder / "missing.pcap";
+   std::string missing = folder.path() + "/missing.pcap";
    EXPECT_EQ( errorOf( missing ), missing + ": No such file or directory" );
    std::string text = write( "text", { 'n', 'o', ' ', 'c', 'a', 'p' } );
    EXPECT_EQ( errorOf( text ).rfind( text + ": ", 0 ), 0u ) << errorOf( text );
    EXPECT_NE( errorOf( write( "empty", {} ) ), "no error" );
-   EXPECT_NE( errorOf( folder ), "no error" );
+   EXPECT_NE( errorOf( folder.path() ), "no error" );
 }
 
 TEST_F( CaptureFiles, ABrokenOffFileGivesItsWholePacketsFirst ) {
-   ByteVector bytes = pcapFile( { { 1, 0, 0xaa }, { 2, 0, 0xbb } } );
+   ByteVector bytes = pcapFile( { { 1, 0xaa }, { 2, 0xbb } } );
    bytes.pop_back();
    std::string path = write( "broken.pcap", bytes );
    CaptureReader reader( path );
@@ -140,11 +84,10 @@ TEST_F( CaptureFiles, ABrokenOffFileGivesItsWholePacketsFirst ) {
 
 TEST_F( CaptureFiles, SeveralFilesComeInTheOrderOfTime ) {
    CaptureSequence sequence;
-   sequence.add( write(
-      "a", pcapFile( { { 10, 0, 0xa1 }, { 12, 0, 0xa2 }, { 11, 0, 0xa3 } } ) ) );
-   sequence.add( write( "none", pcapFile( {} ) ) );
    sequence.add(
-      write( "c", pcapFile( { { 9, 500000, 0xc1 }, { 10, 0, 0xc2 } } ) ) );
+      write( "a", pcapFile( { { 10, 0xa1 }, { 12, 0xa2 }, { 11, 0xa3 } } ) ) );
+   sequence.add( write( "none", pcapFile( {} ) ) );
+   sequence.add( write( "c", pcapFile( { { 9.5, 0xc1 }, { 10, 0xc2 } } ) ) );
    struct Row {
       uint8_t content;
       size_t file;

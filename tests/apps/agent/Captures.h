@@ -1,20 +1,59 @@
-// Where the captures of real packets are, if anywhere: the directory named by
-// PIMSM_CAPTURES, or the one beside the source tree.
+// Captures of real packets, where there are any, and what a dissector says of them.
+//
+// A line of the listing has tab-separated columns: file, frame, seconds, sender,
+// destination, type, checksum, detail; of a join/prune the detail is
+//
+//    up=10.0.0.8 hold=45 J(10.0.0.4/32,225.0.0.3/32)WR P(10.0.0.7/32,...)R
 #pragma once
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <map>
 #include <optional>
+#include <sstream>
 #include <string>
 
 namespace Agent {
 
+// The directory named by PIMSM_CAPTURES, or the one beside the source tree.
 inline std::optional<std::filesystem::path> capturesDirectory() {
    const char* named = std::getenv( "PIMSM_CAPTURES" );
    std::filesystem::path path =
       named != nullptr ? named : PIMSM_SOURCE_DIR "/../shared/data/captures";
    if ( !std::filesystem::is_directory( path ) ) return {};
    return path;
+}
+
+struct ListedMessage {
+   double seconds = 0.0;
+   std::string sender;
+   std::string destination;
+   std::string type;
+   std::string checksum;  // "Good", "Bad", "-" where the capture is cut
+   std::string detail;
+};
+
+// By capture and frame.
+using ListedMessages = std::map<std::string, std::map<int, ListedMessage>>;
+
+inline ListedMessages listedMessages( const std::filesystem::path& directory ) {
+   ListedMessages out;
+   std::ifstream file( directory / "decoded-pim.tsv" );
+   std::string line;
+   std::getline( file, line );  // the columns' names
+   while ( std::getline( file, line ) ) {
+      std::istringstream columns( line );
+      std::string column[8];
+      for ( std::string& text : column ) std::getline( columns, text, '\t' );
+      out[column[0]][std::stoi( column[1] )] = { std::stod( column[2] ),
+                                                 column[3],
+                                                 column[4],
+                                                 column[5],
+                                                 column[6],
+                                                 column[7] };
+   }
+   return out;
 }
 
 }

@@ -1,33 +1,14 @@
 // What a router on a link must hold, worked out from a dissector's listing of the
 // link's messages: plain sets with end times, nothing of the agent's own code.
-//
-// A line of the listing has tab-separated columns: file, frame, seconds, sender,
-// destination, type, checksum, detail; of a join/prune the detail is
-//
-//    up=10.0.0.8 hold=45 J(10.0.0.4/32,225.0.0.3/32)WR P(10.0.0.7/32,...)R
 #pragma once
 
-#include <filesystem>
 #include <map>
 #include <set>
 #include <string>
-#include <vector>
+
+#include "tests/apps/agent/Captures.h"
 
 namespace Agent {
-
-struct ListedMessage {
-   int frame = 0;
-   double seconds = 0.0;
-   std::string sender;
-   std::string destination;
-   std::string type;
-   bool sound = false;  // its checksum is good
-   std::string detail;
-};
-
-// The lines about one capture, by frame.
-std::map<int, ListedMessage> listedMessages( const std::filesystem::path& listing,
-                                             const std::string& capture );
 
 class ExpectedRoutes {
  public:

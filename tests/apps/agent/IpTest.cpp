@@ -7,10 +7,6 @@
 namespace Agent {
 namespace {
 
-using ByteVector = std::vector<uint8_t>;
-
-constexpr unsigned kEtherIpv4 = 0x0800;
-constexpr unsigned kEtherIpv6 = 0x86dd;
 constexpr unsigned kPim = 103;
 const ByteVector kPayload = { 1, 2, 3, 4 };
 
@@ -29,9 +25,7 @@ ByteVector ipv4( const Ipv4& fields = {} ) {
       .u16( fields.total )
       .u16( 7 )
       .u16( fields.fragment )
-      .u8( 1 )
-      .u8( kPim )
-      .u16( 0 )
+      .hex( "01 67 0000" )  // time to live, PIM
       .addr( "192.0.2.1" )
       .addr( "224.0.0.13" )
       .zeros( options )
@@ -76,31 +70,24 @@ void expectPayload( const Decoded& decoded ) {
 
 TEST( IpDecoder, LinkHeadersLeadToThePacket ) {
    ByteVector trailer = { 0xee, 0xee };  // padding to the least Ethernet frame
+   const ByteVector macs( 12 );
    struct Row {
       const char* name;
       LinkType link;
       ByteVector header;
    };
-   for ( const Row& row : {
-            Row{ "ethernet", LinkType::ethernet,
-                 PacketBuilder().zeros( 12 ).u16( kEtherIpv4 ) },
-            Row{ "tagged", LinkType::ethernet,
-                 PacketBuilder().zeros( 12 ).u16( 0x8100 ).u16( 5 ).u16(
-                    kEtherIpv4 ) },
-            Row{ "tagged twice", LinkType::ethernet,
-                 PacketBuilder()
-                    .zeros( 12 )
-                    .u16( 0x88a8 )
-                    .u16( 5 )
-                    .u16( 0x8100 )
-                    .u16( 6 )
-                    .u16( kEtherIpv4 ) },
-            Row{ "cooked", LinkType::linuxCooked,
-                 PacketBuilder().zeros( 14 ).u16( kEtherIpv4 ) },
-            Row{ "cooked 2", LinkType::linuxCooked2,
-                 PacketBuilder().u16( kEtherIpv4 ).zeros( 18 ) },
-            Row{ "raw", LinkType::rawIp, {} },
-         } ) {
+   auto behindMacs = [&]( const char* text ) {
+      return PacketBuilder().raw( macs ).hex( text );
+   };
+   for ( const Row& row :
+         { Row{ "ethernet", LinkType::ethernet, behindMacs( "0800" ) },
+           { "tagged", LinkType::ethernet, behindMacs( "8100 0005 0800" ) },
+           { "twice", LinkType::ethernet,
+             behindMacs( "88a8 0005 8100 0006 0800" ) },
+           { "cooked", LinkType::linuxCooked, behindMacs( "0000 0800" ) },
+           { "cooked 2", LinkType::linuxCooked2,
+             PacketBuilder().hex( "0800" ).zeros( 18 ) },
+           { "raw", LinkType::rawIp, {} } } ) {
       SCOPED_TRACE( row.name );
       Decoded decoded(
          PacketBuilder().raw( row.header ).raw( ipv4() ).raw( trailer ), row.link );
@@ -108,10 +95,9 @@ TEST( IpDecoder, LinkHeadersLeadToThePacket ) {
       EXPECT_EQ( decoded.packet.source, Vantu::IpGenAddr( "192.0.2.1" ) );
    }
    EXPECT_EQ( reasonOf( ipv4(), LinkType::unknown ), unknownLink );
-   ByteVector arp = PacketBuilder().zeros( 12 ).u16( 0x0806 ).zeros( 28 );
+   ByteVector arp = behindMacs( "0806" ).zeros( 28 );
    EXPECT_EQ( reasonOf( arp, LinkType::ethernet ), notIp );
-   ByteVector mixed =
-      PacketBuilder().zeros( 12 ).u16( kEtherIpv6 ).raw( ipv4() ).zeros( 20 );
+   ByteVector mixed = behindMacs( "86dd" ).raw( ipv4() ).zeros( 20 );
    EXPECT_EQ( reasonOf( mixed, LinkType::ethernet ), badIpHeader );
 }
 
@@ -127,44 +113,36 @@ TEST( IpDecoder, Ipv4HeadersThatContradictThemselves ) {
 
 TEST( IpDecoder, Ipv6ExtensionHeadersAreSkipped ) {
    constexpr unsigned kHopByHop = 0;
-   constexpr unsigned kRouting = 43;
    constexpr unsigned kFragment = 44;
-   constexpr unsigned kDestination = 60;
    Decoded plain( ipv6() );
    expectPayload( plain );
    EXPECT_EQ( plain.packet.destination, Vantu::IpGenAddr( "ff02::d" ) );
-
-   ByteVector chain = PacketBuilder()
-                         .u8( kDestination )
-                         .u8( 0 )
-                         .zeros( 6 )  // hop-by-hop
-                         .u8( kRouting )
-                         .u8( 2 )
-                         .zeros( 22 )  // destination
-                         .u8( kFragment )
-                         .u8( 0 )
-                         .zeros( 6 )  // routing
-                         .u8( kPim )
-                         .u8( 0 )
-                         .u16( 0 )
-                         .u32( 9 );  // the whole packet
-   expectPayload( Decoded( ipv6( kHopByHop, chain ) ) );
-
-   auto fragmentHeader = []( unsigned offsetAndMore ) {
-      return ipv6(
-         kFragment,
-         PacketBuilder().u8( kPim ).u8( 0 ).u16( offsetAndMore ).u32( 9 ) );
+   // Hop-by-hop, destination, routing, and a fragment that is the whole packet.
+   expectPayload( Decoded( ipv6( kHopByHop, PacketBuilder()
+                                               .hex( "3c 00 000000000000" )
+                                               .hex( "2b 02" )
+                                               .zeros( 22 )
+                                               .hex( "2c 00 000000000000" )
+                                               .hex( "67 00 0000 00000009" ) ) ) );
+   struct Row {
+      const char* what;
+      unsigned next;
+      ByteVector extensions;
+      DropReason reason;
    };
-   EXPECT_EQ( reasonOf( fragmentHeader( 1 ) ), fragment );
-   EXPECT_EQ( reasonOf( fragmentHeader( 8 ) ), fragment );
-   EXPECT_EQ( reasonOf( fragmentHeader( 6 ) ), notDropped ) << "reserved bits";
-   // Longer than the packet, and cut off within its first bytes.
-   EXPECT_EQ( reasonOf( ipv6( kHopByHop,
-                              PacketBuilder().u8( kPim ).u8( 255 ).zeros( 6 ) ) ),
-              badIpHeader );
-   EXPECT_EQ( reasonOf( ipv6( kHopByHop ) ), badIpHeader );
-   // An endless chain ends with the packet.
-   EXPECT_EQ( reasonOf( ipv6( kHopByHop, ByteVector( 800 ) ) ), badIpHeader );
+   auto hex = []( const char* text ) { return PacketBuilder().hex( text ); };
+   for ( const Row& row :
+         { Row{ "more fragments", kFragment, hex( "67 00 0001 00000009" ),
+                fragment },
+           { "a later fragment", kFragment, hex( "67 00 0008 00000009" ),
+             fragment },
+           { "reserved bits", kFragment, hex( "67 00 0006 00000009" ), notDropped },
+           { "too long", kHopByHop, hex( "67 ff 000000000000" ), badIpHeader },
+           { "cut off in its first bytes", kHopByHop, {}, badIpHeader },
+           { "an endless chain", kHopByHop, ByteVector( 800 ), badIpHeader } } ) {
+      EXPECT_EQ( reasonOf( ipv6( row.next, row.extensions ) ), row.reason )
+         << row.what;
+   }
 }
 
 }

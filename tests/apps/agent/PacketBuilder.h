@@ -1,14 +1,17 @@
-// Puts together frames byte by byte for the decoder's tests.
+// Puts together frames, and the capture files that hold them, byte by byte. Numbers
+// are in network order.
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "platform/net/IpGenAddr.h"
 
 namespace Agent {
+
+using ByteVector = std::vector<uint8_t>;
 
 class PacketBuilder {
  public:
@@ -20,7 +23,14 @@ class PacketBuilder {
    PacketBuilder& u32( uint32_t value ) {
       return u16( value >> 16 ).u16( value & 0xffff );
    }
-   PacketBuilder& raw( const std::vector<uint8_t>& bytes ) {
+   // "8100 0005": digits in pairs, spaces anywhere between them.
+   PacketBuilder& hex( const char* text ) {
+      for ( const char* at = text; *at != '\0'; at += *at == ' ' ? 1 : 2 ) {
+         if ( *at != ' ' ) u8( std::stoul( std::string( at, 2 ), nullptr, 16 ) );
+      }
+      return *this;
+   }
+   PacketBuilder& raw( const ByteVector& bytes ) {
       bytes_.insert( bytes_.end(), bytes.begin(), bytes.end() );
       return *this;
    }
@@ -37,26 +47,51 @@ class PacketBuilder {
    }
    // Encoded as of RFC 7761, 4.9.1.
    PacketBuilder& unicast( const char* text ) { return head( text ).addr( text ); }
-   PacketBuilder& group( const char* text ) {
-      return head( text ).u8( 0 ).u8( bits( text ) ).addr( text );
-   }
+   PacketBuilder& group( const char* text ) { return source( text, 0 ); }
    PacketBuilder& source( const char* text, unsigned flags ) {
-      return head( text ).u8( flags ).u8( bits( text ) ).addr( text );
+      return head( text ).u8( flags ).u8( isIpv6( text ) ? 128 : 32 ).addr( text );
    }
 
-   const std::vector<uint8_t>& bytes() const { return bytes_; }
-   operator const std::vector<uint8_t>&() const { return bytes_; }
+   const ByteVector& bytes() const { return bytes_; }
+   operator const ByteVector&() const { return bytes_; }
 
  private:
    static bool isIpv6( const std::string& text ) {
       return text.find( ':' ) != std::string::npos;
    }
-   static unsigned bits( const char* text ) { return isIpv6( text ) ? 128 : 32; }
    PacketBuilder& head( const char* text ) {
       return u8( isIpv6( text ) ? 2 : 1 ).u8( 0 );
    }
 
-   std::vector<uint8_t> bytes_;
+   ByteVector bytes_;
 };
+
+// A captured packet of one byte.
+struct CapturedByte {
+   double time;  // s
+   uint8_t content;
+   uint32_t wireLength = 1;
+};
+
+// The classic format, big-endian.
+inline ByteVector pcapFile( const std::vector<CapturedByte>& packets,
+                            unsigned link = 1 ) {
+   PacketBuilder out;
+   out.hex( "a1b2c3d4 0002 0004 00000000 00000000 0000ffff" ).u32( link );
+   for ( const CapturedByte& p : packets ) {
+      auto seconds = static_cast<uint32_t>( p.time );
+      auto micros = static_cast<uint32_t>( ( p.time - seconds ) * 1e6 );
+      out.u32( seconds ).u32( micros ).u32( 1 ).u32( p.wireLength ).u8( p.content );
+   }
+   return out;
+}
+
+// Returns the path.
+inline std::string writeFile( const std::string& path, const ByteVector& bytes ) {
+   std::ofstream( path, std::ios::binary )
+      .write( reinterpret_cast<const char*>( bytes.data() ),
+              static_cast<std::streamsize>( bytes.size() ) );
+   return path;
+}
 
 }

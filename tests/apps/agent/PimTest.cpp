@@ -9,7 +9,6 @@
 namespace Agent {
 namespace {
 
-using ByteVector = std::vector<uint8_t>;
 using Vantu::IpGenAddr;
 
 constexpr unsigned kHello = 0;
@@ -37,16 +36,12 @@ class Packet {
       bytes_[2] = bytes_[3] = 0;
       ByteVector summed( bytes_.begin(), bytes_.begin() + covered );
       if ( summed.size() % 2 != 0 ) summed.push_back( 0 );
+      PacketBuilder all;
+      all.raw( summed );
       if ( isIpv6_ ) {
-         PacketBuilder pseudo;
-         pseudo.addr( "fe80::1" )
-            .addr( "ff02::d" )
-            .u32( covered )
-            .u32( pimProtocol );
-         summed.insert( summed.end(), pseudo.bytes().begin(),
-                        pseudo.bytes().end() );
+         all.addr( "fe80::1" ).addr( "ff02::d" ).u32( covered ).u32( pimProtocol );
       }
-      unsigned sum = ~folded( summed ) & 0xffff;
+      unsigned sum = ~folded( all ) & 0xffff;
       bytes_[2] = static_cast<uint8_t>( sum >> 8 );
       bytes_[3] = static_cast<uint8_t>( sum );
       return *this;
@@ -86,46 +81,26 @@ PimHello hello( const ByteVector& options, bool isIpv6 = false ) {
 
 const ByteVector kJoinPruneBody = PacketBuilder()
                                      .unicast( "192.0.2.9" )
-                                     .u8( 0 )
-                                     .u8( 2 )
+                                     .hex( "00 02" )  // reserved, groups
                                      .u16( 210 )
                                      .group( "233.252.0.1" )
-                                     .u16( 2 )
-                                     .u16( 1 )
+                                     .hex( "0002 0001" )
                                      .source( "198.51.100.1", 7 )
                                      .source( "198.51.100.2", 4 )
                                      .source( "198.51.100.3", 5 )
                                      .group( "233.252.0.2" )
-                                     .u16( 0 )
-                                     .u16( 1 )
+                                     .hex( "0000 0001" )
                                      .source( "198.51.100.4", 0 );
 
 TEST( PimHello, ReadsKnownOptionsAndSkipsOthers ) {
    PimHello got = hello( PacketBuilder()
-                            .u16( 1 )
-                            .u16( 2 )
-                            .u16( 105 )
-                            .u16( 21 )
-                            .u16( 4 )
-                            .u32( 0 )  // state refresh
-                            .u16( 2 )
-                            .u16( 4 )
-                            .u16( 0x81f4 )
-                            .u16( 2500 )
-                            .u16( 65001 )
-                            .u16( 3 )
-                            .u8( 1 )
-                            .u16( 2 )
-                            .u16( 19 )
-                            .u16( 4 )
-                            .u32( 7 )
-                            .u16( 20 )
-                            .u16( 4 )
-                            .u32( 0xfffefdfc )
-                            .u16( 22 )
-                            .u16( 0 )
-                            .u16( 24 )
-                            .u16( 12 )
+                            .hex( "0001 0002 0069" )
+                            .hex( "0015 0004 00000000" )  // state refresh
+                            .hex( "0002 0004 81f4 09c4" )
+                            .hex( "fde9 0003 010002" )
+                            .hex( "0013 0004 00000007" )
+                            .hex( "0014 0004 fffefdfc" )
+                            .hex( "0016 0000 0018 000c" )
                             .unicast( "192.0.2.5" )
                             .unicast( "192.0.2.6" ) );
    EXPECT_EQ( got.holdtime, 105 );
@@ -144,9 +119,8 @@ TEST( PimHello, AbsentOptionsAreEmptyAndTheLastOfTwoCounts ) {
    PimHello none = hello( {} );
    EXPECT_FALSE( none.holdtime || none.lanPruneDelay || none.drPriority ||
                  none.generationId );
-   PimHello twice = hello(
-      PacketBuilder().u16( 19 ).u16( 4 ).u32( 7 ).u16( 19 ).u16( 4 ).u32( 0 ),
-      true );
+   PimHello twice =
+      hello( PacketBuilder().hex( "0013 0004 00000007 0013 0004 00000000" ), true );
    EXPECT_EQ( twice.drPriority, 0u ) << "priority 0 is not absence";
 }
 
@@ -159,13 +133,10 @@ TEST( PimHello, DropsOptionsOfAWrongLength ) {
             << type << " " << length;
       }
    }
-   EXPECT_EQ( Packet( kHello, PacketBuilder().u16( 1 ).u16( 2 ).u8( 0 ) ).reason(),
+   EXPECT_EQ( Packet( kHello, PacketBuilder().hex( "0001 0002 00" ) ).reason(),
               truncatedMessage );
-   EXPECT_EQ(
-      Packet( kHello, PacketBuilder().u16( 24 ).u16( 18 ).unicast( "2001:db8::1" ) )
-         .reason(),
-      badAddress )
-      << "an IPv6 address in an IPv4 hello";
+   ByteVector ipv6 = PacketBuilder().hex( "0018 0012" ).unicast( "2001:db8::1" );
+   EXPECT_EQ( Packet( kHello, ipv6 ).reason(), badAddress ) << "in an IPv4 hello";
 }
 
 TEST( PimJoinPrune, ReadsGroupsSourcesAndFlags ) {
@@ -236,7 +207,7 @@ TEST( PimMessage, VersionAndChecksumDecideFirst ) {
    packet.bytes()[0] = 0x10;
    EXPECT_EQ( packet.checksum( 4 ).reason(), badPimVersion );
    for ( bool isIpv6 : { false, true } ) {
-      Packet odd( kHello, PacketBuilder().u16( 65001 ).u16( 1 ).u8( 1 ), isIpv6 );
+      Packet odd( kHello, PacketBuilder().hex( "fde9 0001 01" ), isIpv6 );
       EXPECT_EQ( odd.reason(), notDropped ) << "an odd number of bytes";
       odd.bytes()[8] ^= 1;
       EXPECT_EQ( odd.reason(), badChecksum );
@@ -248,7 +219,7 @@ TEST( PimMessage, VersionAndChecksumDecideFirst ) {
 }
 
 TEST( PimMessage, RegisterChecksumCoversItsHeaderOrAll ) {
-   ByteVector body = PacketBuilder().u32( 0 ).u32( 0x12345678 ).u32( 9 );
+   ByteVector body = PacketBuilder().hex( "00000000 12345678 00000009" );
    for ( bool isIpv6 : { false, true } ) {
       Packet packet( kRegister, body, isIpv6 );
       EXPECT_EQ( packet.reason(), notDropped ) << "over the whole message";

@@ -3,8 +3,6 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "apps/agent/engine/Timer.h"
 #include "platform/loop/TestClock.h"
 #include "tests/apps/agent/PacketBuilder.h"
@@ -13,38 +11,14 @@
 namespace Agent {
 namespace {
 
-struct Packet {
-   double time;  // s
-   uint8_t content;
-   uint32_t wireLength = 1;
-};
-
 class Replaying : public testing::Test {
  protected:
-   // The classic format, big-endian; the last `cut` bytes are missing.
-   std::string capture( const char* name, const std::vector<Packet>& packets,
+   // The last `cut` bytes are missing.
+   std::string capture( const char* name, const std::vector<CapturedByte>& packets,
                         size_t cut = 0 ) const {
-      PacketBuilder out;
-      out.u32( 0xa1b2c3d4 )
-         .u16( 2 )
-         .u16( 4 )
-         .u32( 0 )
-         .u32( 0 )
-         .u32( 65535 )
-         .u32( 1 );
-      for ( const Packet& p : packets ) {
-         auto seconds = static_cast<uint32_t>( p.time );
-         out.u32( seconds )
-            .u32( static_cast<uint32_t>( ( p.time - seconds ) * 1e6 ) )
-            .u32( 1 )
-            .u32( p.wireLength )
-            .u8( p.content );
-      }
-      std::string path = folder.path() + '/' + name;
-      std::ofstream file( path, std::ios::binary );
-      file.write( reinterpret_cast<const char*>( out.bytes().data() ),
-                  static_cast<std::streamsize>( out.bytes().size() - cut ) );
-      return path;
+      ByteVector bytes = pcapFile( packets );
+      bytes.resize( bytes.size() - cut );
+      return writeFile( folder.path() + '/' + name, bytes );
    }
 
    // Plays on for `count` packets; "time input/content", and "cut" where the
@@ -129,8 +103,7 @@ TEST_F( Replaying, PlaysWhatABrokenOffCaptureHolds ) {
 }
 
 TEST_F( Replaying, RefusesWhatIsNoCapture ) {
-   std::string path = folder.path() + "/text";
-   std::ofstream( path ) << "no capture at all, only text";
+   std::string path = writeFile( folder.path() + "/text", { 't', 'e', 'x', 't' } );
    EXPECT_THROW( Replay( { { path, "" } } ), CaptureError );
    EXPECT_THROW( Replay( { { folder.path() + "/absent", "" } } ), CaptureError );
 }

@@ -139,8 +139,7 @@ bool ofFamily( const ListedMessage& message, Vantu::AddressFamily family ) {
 TEST_P( ReplayedCaptures, LeaveWhatTheListingImplies ) {
    auto directory = capturesDirectory();
    SKIP_WITHOUT_CAPTURES( directory );
-   auto listed =
-      listedMessages( *directory / "decoded-pim.tsv", GetParam().capture );
+   auto listed = listedMessages( *directory )[GetParam().capture];
    ASSERT_FALSE( listed.empty() );
    ExpectedRoutes expected( GetParam().router, GetParam().requireHello );
    Replay replay( { { *directory / GetParam().capture, "" } } );

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
 
+#include "tests/apps/agent/Captures.h"
 #include "tests/apps/process/Site.h"
 
 namespace Agent {
@@ -71,8 +71,7 @@ TEST_F( AgentProgram, ExitsAtTheEndOfItsCaptures ) {
 }
 
 TEST_F( AgentProgram, PlaysWhatABrokenOffCaptureHolds ) {
-   std::ifstream whole( demo( "eth2.pcap" ), std::ios::binary );
-   std::string bytes( ( std::istreambuf_iterator<char>( whole ) ), {} );
+   std::string bytes = bytesOf( demo( "eth2.pcap" ) );
    std::string path = site.write( "cut.pcap", bytes.substr( 0, bytes.size() - 5 ) );
    Ended ended =
       runToEnd( site.agent( { "--read", "eth2=" + path, "--exit-at-end" } ) );
@@ -83,15 +82,9 @@ TEST_F( AgentProgram, PlaysWhatABrokenOffCaptureHolds ) {
 }
 
 TEST_F( AgentProgram, CountsAMalformedPacket ) {
-   std::string path =
-      PIMSM_SOURCE_DIR "/../shared/data/captures/malformed-pim-header-1.pcap";
-   if ( const char* named = std::getenv( "PIMSM_CAPTURES" ) ) {
-      path = std::string( named ) + "/malformed-pim-header-1.pcap";
-   }
-   if ( !std::filesystem::exists( path ) ) {
-      GTEST_SKIP() << "no captures here; name their directory in the environment "
-                      "variable PIMSM_CAPTURES";
-   }
+   auto directory = capturesDirectory();
+   SKIP_WITHOUT_CAPTURES( directory );
+   std::string path = *directory / "malformed-pim-header-1.pcap";
    Ended ended = runToEnd( { PIMSM_AGENT, "--root", site.root(), "--router",
                              "fe80::1", "--read", path, "--exit-at-end" } );
    EXPECT_EQ( ended.status, 0 );
@@ -99,27 +92,37 @@ TEST_F( AgentProgram, CountsAMalformedPacket ) {
       << ended.err;
 }
 
+// In `arguments`, words apart by spaces, capitals stand for files.
 struct WrongRow {
    const char* name;
-   Program::Arguments arguments;
+   std::string arguments;
    int status;
    const char* says;
 };
+std::ostream& operator<<( std::ostream& out, const WrongRow& row ) {
+   return out << row.name;
+}
 
 class AgentRefuses : public testing::TestWithParam<WrongRow> {};
 
 TEST_P( AgentRefuses, InOneLine ) {
    Site site;
-   Program::Arguments command = { PIMSM_AGENT, "--root", site.root() };
-   for ( std::string text : GetParam().arguments ) {
-      if ( text == "BAD-CONFIG" )
-         text = site.write( "bad.yaml", "vrfs:\n- nam: x\n" );
-      if ( text == "NO-CAPTURE" ) {
-         text = "eth1=" +
-                site.write( "no-capture", "This is no capture, only a text." );
-      }
-      command.push_back( text );
+   const std::pair<std::string, std::string> files[] = {
+      { "BAD-CONFIG", site.write( "bad.yaml", "vrfs:\n- nam: x\n" ) },
+      { "CONFIG", demo( "agent.yaml" ) },
+      { "NO-CAPTURE",
+        site.write( "no-capture", "This is no capture, only text." ) },
+      { "CAPTURE", demo( "eth1.pcap" ) } };
+   std::string text = GetParam().arguments;
+   if ( text.find( "--root" ) == std::string::npos )
+      text += " --root " + site.root();
+   for ( const auto& [name, path] : files ) {
+      size_t at = text.find( name );
+      if ( at != std::string::npos ) text.replace( at, name.size(), path );
    }
+   Program::Arguments command = { PIMSM_AGENT };
+   std::istringstream words( text );
+   for ( std::string word; words >> word; ) command.push_back( word );
    Ended ended = runToEnd( command );
    EXPECT_EQ( ended.status, GetParam().status ) << ended.err;
    EXPECT_EQ( ended.out, "" );
@@ -128,52 +131,28 @@ TEST_P( AgentRefuses, InOneLine ) {
    EXPECT_NE( ended.err.find( GetParam().says ), std::string::npos ) << ended.err;
 }
 
-std::ostream& operator<<( std::ostream& out, const WrongRow& row ) {
-   return out << row.name;
-}
-
-const std::string kConfig = demo( "agent.yaml" );
-
 const WrongRow kWrongRows[] = {
-   { "NoConfiguration", {}, 2, "--config FILE, or --router ADDRESS" },
-   { "UnknownOption", { "--what" }, 2, "--what" },
-   { "BothConfigurations",
-     { "--router", "192.0.2.1", "--config", kConfig },
-     2,
-     "--router" },
-   { "RouterIsNoAddress", { "--router", "192.0.2.256" }, 2, "192.0.2.256" },
-   { "RouterIsAGroup", { "--router", "224.0.0.13" }, 2, "no unicast address" },
-   { "RouterIsUnspecified", { "--router", "::" }, 2, "no unicast address" },
-   { "AbsentConfiguration", { "--config", "/absent.yaml" }, 1, "/absent.yaml: No" },
-   { "FaultyConfiguration", { "--config", "BAD-CONFIG" }, 1, "bad.yaml:2: " },
-   { "AbsentCapture",
-     { "--config", kConfig, "--read", "eth1=/absent.pcap" },
-     1,
+   { "NoConfiguration", "", 2, "--config FILE, or --router ADDRESS" },
+   { "UnknownOption", "--what", 2, "--what" },
+   { "BothConfigurations", "--router 192.0.2.1 --config CONFIG", 2, "--router" },
+   { "RouterIsNoAddress", "--router 192.0.2.256", 2, "192.0.2.256" },
+   { "RouterIsAGroup", "--router 224.0.0.13", 2, "no unicast address" },
+   { "RouterIsUnspecified", "--router ::", 2, "no unicast address" },
+   { "AbsentConfiguration", "--config /absent.yaml", 1, "/absent.yaml: No" },
+   { "FaultyConfiguration", "--config BAD-CONFIG", 1, "bad.yaml:2: " },
+   { "TablesThatCannotBeMade", "--config CONFIG --root /proc/absent", 1,
+     "/proc/absent" },
+   { "AbsentCapture", "--config CONFIG --read eth1=/absent.pcap", 1,
      "/absent.pcap: No such file" },
-   { "NoCapture",
-     { "--config", kConfig, "--read", "NO-CAPTURE" },
-     1,
+   { "NoCapture", "--config CONFIG --read eth1=NO-CAPTURE", 1,
      "capture: unknown file format" },
-   { "CaptureWithoutName",
-     { "--config", kConfig, "--read", demo( "eth1.pcap" ) },
-     1,
+   { "CaptureWithoutName", "--config CONFIG --read CAPTURE", 1,
      "--read NAME=FILE" },
-   { "CaptureOfUnknownName",
-     { "--config", kConfig, "--read", "eth9=" + demo( "eth1.pcap" ) },
-     1,
-     "eth9" },
+   { "CaptureOfUnknownName", "--config CONFIG --read eth9=CAPTURE", 1, "eth9" },
 };
 
 INSTANTIATE_TEST_SUITE_P( Reasons, AgentRefuses, testing::ValuesIn( kWrongRows ),
                           []( const auto& row ) { return row.param.name; } );
-
-TEST( AgentProgramOf, TablesThatCannotBeMade ) {
-   Ended ended =
-      runToEnd( { PIMSM_AGENT, "--config", kConfig, "--root", "/proc/absent" } );
-   EXPECT_EQ( ended.status, 1 );
-   EXPECT_EQ( linesOf( ended.err ).size(), 1U ) << ended.err;
-   EXPECT_NE( ended.err.find( "/proc/absent" ), std::string::npos ) << ended.err;
-}
 
 }
 }

@@ -15,20 +15,16 @@ std::string lastLine( const Program& program ) {
    return lines.empty() ? "" : lines.back();
 }
 
-testing::AssertionResult shows( Program& reader, const std::string& line ) {
-   if ( reader.until( [&] { return lastLine( reader ) == line; } ) ) {
+testing::AssertionResult shows( Program& reader, const std::string& start ) {
+   if ( reader.until(
+           [&] { return lastLine( reader ).rfind( start, 0 ) == 0; } ) ) {
       return testing::AssertionSuccess();
    }
    return testing::AssertionFailure() << "shows " << lastLine( reader );
 }
 
 testing::AssertionResult showsRoutes( Program& reader, int count ) {
-   std::string start = "routes " + std::to_string( count ) + ":";
-   if ( reader.until(
-           [&] { return lastLine( reader ).rfind( start, 0 ) == 0; } ) ) {
-      return testing::AssertionSuccess();
-   }
-   return testing::AssertionFailure() << "shows " << lastLine( reader );
+   return shows( reader, "routes " + std::to_string( count ) + ":" );
 }
 
 class Readers : public testing::Test {
@@ -65,7 +61,6 @@ TEST_F( Readers, EndWithTheSameRoutesWheneverTheyStart ) {
 
 TEST_F( Readers, OutliveAnAgentThatIsKilled ) {
    Program reader( site.reader() );
-   std::string before;
    {
       Program agent( site.fedAgent() );
       ASSERT_TRUE( agent.untilErr( "replayed" ) ) << agent.err();
@@ -83,8 +78,7 @@ TEST_F( Readers, OutliveAnAgentThatIsKilled ) {
 // The bytes of a capture in which packet 0 comes at 0 s, packet 5, a join of (*,G)
 // for 60 s, at 1 s, and packet 0 again at 60.5 s.
 std::string nearlyExpired() {
-   std::ifstream file( demo( "eth1.pcap" ), std::ios::binary );
-   std::string bytes( ( std::istreambuf_iterator<char>( file ) ), {} );
+   std::string bytes = bytesOf( demo( "eth1.pcap" ) );
    constexpr size_t kFileHeader = 24;
    constexpr size_t kRecordHeader = 16;
    std::vector<std::string> records;

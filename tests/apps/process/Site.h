@@ -17,6 +17,11 @@ inline std::string demo( const char* name ) {
    return std::string( PIMSM_SOURCE_DIR "/examples/demo/" ) + name;
 }
 
+inline std::string bytesOf( const std::string& path ) {
+   std::ifstream file( path, std::ios::binary );
+   return { std::istreambuf_iterator<char>( file ), {} };
+}
+
 // The lines of a text.
 inline std::vector<std::string> linesOf( const std::string& text ) {
    std::vector<std::string> out;

@@ -24,22 +24,6 @@ std::string errorOf( const std::string& text ) {
    return "no error";
 }
 
-TEST( Config, DefaultsAreTheDocumentedOnes ) {
-   AgentConfig config = parse(
-      "vrfs:\n- name: default\n  interfaces:\n"
-      "  - name: eth0\n  rps:\n  - address: 2001:db8::1\n" );
-   ASSERT_EQ( config.vrfs.size(), 1u );
-   const VrfConfig& vrf = config.vrfs[0];
-   EXPECT_EQ( vrf.maxRoutes, 10000u );
-   EXPECT_EQ( vrf.maxRouteIntfs, 600000u );
-   EXPECT_TRUE( vrf.requireHello );
-   ASSERT_EQ( vrf.interfaces.size(), 1u );
-   EXPECT_EQ( vrf.interfaces[0].capture, "eth0" );
-   EXPECT_EQ( vrf.interfaces[0].drPriority, 1u );
-   ASSERT_EQ( vrf.rps.size(), 1u );
-   EXPECT_EQ( vrf.rps[0].groups, std::vector{ IpGenPrefix( "ff00::/8" ) } );
-}
-
 // The example is the documentation's, so that it stays true.
 TEST( Config, TheDocumentedExampleIsRead ) {
    std::ifstream file( PIMSM_SOURCE_DIR "/doc/configuration.md" );
@@ -79,77 +63,82 @@ TEST( Config, FaultsNameFileAndLine ) {
    const std::string vrf =
       "vrfs:\n- name: default\n  interfaces:\n  - {name: eth0}\n";
    struct Row {
-      const char* line;
+      std::string line;
       const char* error;
    };
-   for (
-      const Row& row : {
-         Row{ "maxRouter: 5", "vrf: unknown key 'maxRouter'" },
-         { "maxRoutes: many", "maxRoutes: expected a number at 'many'" },
-         { "maxRoutes: -1", "maxRoutes: expected a number at '-1'" },
-         { "maxRoutes: 4294967296", "maxRoutes: 4294967296 is above 4294967295" },
-         { "maxRoutes: [1]", "maxRoutes: expected a single value" },
-         { "require-hello: maybe",
-           "require-hello: expected true or false at 'maybe'" },
-         { "name: again", "vrf: key 'name' comes twice" },
-         { "rps: 10.0.0.1", "rps: expected a list" },
-         { "rps: [10.0.0.1]", "rp: expected keys and values" },
-         { "rps: [{groups: []}]", "rp: key 'address' is missing" },
-         { "rps: [{address: 10.0.0}]", "address: expected an address at '10.0.0'" },
-         { "rps: [{address: 224.0.0.1}]", "224.0.0.1 is no unicast address" },
-         { "rps: [{address: 10.0.0.1, groups: [10.0.0.0/8]}]",
-           "10.0.0.0/8 is not within 224.0.0.0/4" },
-         { "rps: [{address: 10.0.0.1, groups: ['ff0e::/16']}]",
-           "ff0e::/16 is not within 224.0.0.0/4" },
-         { "rps: [{address: 10.0.0.1}, {address: 10.0.0.1}]",
-           "RP '10.0.0.1' comes twice" },
-         { "rpf-routes: [{prefix: 10.0.0.0/33, interface: eth0}]",
-           "prefix: IpGenPrefix::length > 32 not allowed" },
-         { "rpf-routes: [{prefix: none, interface: eth0}]",
-           "prefix: expected address/length" },
-         { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth9}]",
-           "interface 'eth9' is not of this VRF" },
-         { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth0, neighbor: '::1'}]",
-           "neighbor and prefix differ in family" },
-         { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth0, neighbor: 0.0.0.0}]",
-           "0.0.0.0 is no unicast address" },
-         { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth0, preference: "
-           "256}]",
-           "preference: 256 is above 255" },
-         { "rpf-routes: [{prefix: 10.0.0.0/8, interface: eth0}, {prefix: "
-           "10.1.0.0/8, interface: eth0}]",
-           "prefix '10.0.0.0/8' comes twice" },
-      } ) {
+   auto rpf = []( const char* fields ) {
+      return "rpf-routes: [{prefix: " + std::string( fields ) + "}]";
+   };
+   for ( const Row& row : {
+            Row{ "maxRouter: 5", "vrf: unknown key 'maxRouter'" },
+            { "maxRoutes: many", "maxRoutes: expected a number at 'many'" },
+            { "maxRoutes: -1", "maxRoutes: expected a number at '-1'" },
+            { "maxRoutes: 4294967296",
+              "maxRoutes: 4294967296 is above 4294967295" },
+            { "maxRoutes: [1]", "maxRoutes: expected a single value" },
+            { "require-hello: maybe",
+              "require-hello: expected true or false at 'maybe'" },
+            { "name: again", "vrf: key 'name' comes twice" },
+            { "rps: 10.0.0.1", "rps: expected a list" },
+            { "rps: [10.0.0.1]", "rp: expected keys and values" },
+            { "rps: [{groups: []}]", "rp: key 'address' is missing" },
+            { "rps: [{address: 10.0.0}]",
+              "address: expected an address at '10.0.0'" },
+            { "rps: [{address: 224.0.0.1}]", "224.0.0.1 is no unicast address" },
+            { "rps: [{address: 10.0.0.1, groups: [10.0.0.0/8]}]",
+              "10.0.0.0/8 is not within 224.0.0.0/4" },
+            { "rps: [{address: 10.0.0.1, groups: ['ff0e::/16']}]",
+              "ff0e::/16 is not within 224.0.0.0/4" },
+            { "rps: [{address: 10.0.0.1}, {address: 10.0.0.1}]",
+              "RP '10.0.0.1' comes twice" },
+            { rpf( "10.0.0.0/33, interface: eth0" ),
+              "prefix: IpGenPrefix::length > 32 not allowed" },
+            { rpf( "none, interface: eth0" ), "prefix: expected address/length" },
+            { rpf( "10.0.0.0/8, interface: eth9" ),
+              "interface 'eth9' is not of this VRF" },
+            { rpf( "10.0.0.0/8, interface: eth0, neighbor: '::1'" ),
+              "neighbor and prefix differ in family" },
+            { rpf( "10.0.0.0/8, interface: eth0, neighbor: 0.0.0.0" ),
+              "0.0.0.0 is no unicast address" },
+            { rpf( "10.0.0.0/8, interface: eth0, preference: 256" ),
+              "preference: 256 is above 255" },
+            { rpf( "10.0.0.0/8, interface: eth0}, {prefix: 10.1.0.0/8, interface: "
+                   "eth0" ),
+              "prefix '10.0.0.0/8' comes twice" },
+         } ) {
       EXPECT_EQ( errorOf( vrf + "  " + row.line + "\n" ),
                  std::string( "agent.yaml:5: " ) + row.error );
    }
 }
 
-TEST( Config, InterfacesAndVrfsAreCheckedToo ) {
-   auto withInterfaces = []( const std::string& lines ) {
-      return errorOf( "vrfs:\n- name: default\n  interfaces:\n" + lines );
-   };
-   EXPECT_EQ( withInterfaces( "  - name: eth0\n  - name: eth0\n" ),
-              "agent.yaml:5: interface 'eth0' comes twice" );
-   EXPECT_EQ(
-      withInterfaces( "  - name: eth0\n  - name: eth1\n    capture: eth0\n" ),
-      "agent.yaml:6: capture 'eth0' comes twice" );
-   EXPECT_EQ( withInterfaces( "  - name: " + std::string( 32, 'x' ) + "\n" ),
-              "agent.yaml:4: name: IntfId::bytes > IntfId::maxLength not allowed" );
-   EXPECT_EQ( withInterfaces( "  - name: eth0\n    addresses: [10.0.0.1]\n" ),
-              "agent.yaml:5: address: expected \"/\" but the text ends" );
-   EXPECT_EQ( withInterfaces(
-                 "  - name: eth0\n    addresses: [10.0.0.1/24,\n 10.0.0.1/8]\n" ),
-              "agent.yaml:6: address '10.0.0.1' comes twice" );
-   EXPECT_EQ( withInterfaces( "  - name: eth0\n    addresses: [none]\n" ),
-              "agent.yaml:5: address: expected address/length" );
-   EXPECT_EQ( errorOf( "vrfs:\n- name: ../up\n" ),
-              "agent.yaml:2: '../up' cannot name a VRF" );
-   EXPECT_EQ( errorOf( "vrfs:\n- name: red\n- name: red\n" ),
-              "agent.yaml:3: VRF 'red' comes twice" );
-   EXPECT_EQ(
-      errorOf( "vrfs:\n- name: " + std::string( 101, 'x' ) + "\n" ),
-      "agent.yaml:2: name: VrfName::bytes > VrfName::maxLength not allowed" );
+TEST( Config, FaultsOfInterfacesVrfsAndDocuments ) {
+   const std::string vrf = "vrfs:\n- name: default\n  interfaces:\n";
+   const std::pair<std::string, const char*> rows[] = {
+      { vrf + "  - name: eth0\n  - name: eth0\n",
+        "5: interface 'eth0' comes twice" },
+      { vrf + "  - name: eth0\n  - name: eth1\n    capture: eth0\n",
+        "6: capture 'eth0' comes twice" },
+      { vrf + "  - name: " + std::string( 32, 'x' ) + "\n",
+        "4: name: IntfId::bytes > IntfId::maxLength not allowed" },
+      { vrf + "  - name: eth0\n    addresses: [10.0.0.1]\n",
+        "5: address: expected \"/\" but the text ends" },
+      { vrf + "  - name: eth0\n    addresses: [10.0.0.1/24,\n 10.0.0.1/8]\n",
+        "6: address '10.0.0.1' comes twice" },
+      { vrf + "  - name: eth0\n    addresses: [none]\n",
+        "5: address: expected address/length" },
+      { "vrfs:\n- name: ../up\n", "2: '../up' cannot name a VRF" },
+      { "vrfs:\n- name: red\n- name: red\n", "3: VRF 'red' comes twice" },
+      { "vrfs:\n- name: " + std::string( 101, 'x' ) + "\n",
+        "2: name: VrfName::bytes > VrfName::maxLength not allowed" },
+      { vrf + "  - name: red0\n- name: blue\n  rpf-routes:\n"
+              "  - {prefix: 10.1.0.0/16, interface: red0}\n",
+        "7: interface 'red0' is not of this VRF" },
+      { "", "1: configuration: expected keys and values" },
+      { "vrfs: []\n", "1: configuration: no VRF in 'vrfs'" },
+      { "vrfs:\n- name: a\n---\nvrfs: []\n", "4: a second document" } };
+   for ( const auto& [text, error] : rows ) {
+      EXPECT_EQ( errorOf( text ), std::string( "agent.yaml:" ) + error ) << text;
+   }
 }
 
 TEST( Config, VrfsMayHaveTheSameAddresses ) {
@@ -157,26 +146,18 @@ TEST( Config, VrfsMayHaveTheSameAddresses ) {
       return "- name: " + name + "\n  interfaces:\n  - name: " + name +
              "0\n    addresses: [10.0.0.1/24]\n  rpf-routes:\n  - {prefix: "
              "10.1.0.0/16, interface: " +
-             name + "0}\n  rps:\n  - address: 1.1.1.1\n";
+             name + "0}\n  rps:\n  - address: 2001:db8::1\n";
    };
-   EXPECT_EQ( parse( "vrfs:\n" + vrf( "red" ) + vrf( "blue" ) ).vrfs.size(), 2u );
-   EXPECT_EQ( errorOf( "vrfs:\n" + vrf( "red" ) +
-                       "- name: blue\n  rpf-routes:\n  - {prefix: 10.1.0.0/16, "
-                       "interface: red0}\n" ),
-              "agent.yaml:12: interface 'red0' is not of this VRF" );
+   AgentConfig config = parse( "vrfs:\n" + vrf( "red" ) + vrf( "blue" ) );
+   ASSERT_EQ( config.vrfs.size(), 2u );
+   EXPECT_EQ( config.vrfs[0].rps[0].groups,
+              std::vector{ IpGenPrefix( "ff00::/8" ) } );
 }
 
 TEST( Config, WhatIsNoYamlIsRefusedWithItsLine ) {
    EXPECT_EQ( errorOf( "vrfs:\n  - {name: [\n" ).rfind( "agent.yaml:", 0 ), 0u );
-   EXPECT_EQ( errorOf( "vrfs:\n\t- name: x\n" ).rfind( "agent.yaml:2: ", 0 ), 0u )
-      << errorOf( "vrfs:\n\t- name: x\n" );
+   EXPECT_EQ( errorOf( "vrfs:\n\t- name: x\n" ).rfind( "agent.yaml:2: ", 0 ), 0u );
    EXPECT_EQ( errorOf( "vrfs: *nowhere\n" ).rfind( "agent.yaml:1: ", 0 ), 0u );
-   EXPECT_EQ( errorOf( "" ),
-              "agent.yaml:1: configuration: expected keys and values" );
-   EXPECT_EQ( errorOf( "vrfs: []\n" ),
-              "agent.yaml:1: configuration: no VRF in 'vrfs'" );
-   EXPECT_EQ( errorOf( "vrfs:\n- name: a\n---\nvrfs: []\n" ),
-              "agent.yaml:4: a second document" );
    // Deep nesting and a value that holds itself must end.
    EXPECT_NE( errorOf( std::string( 100000, '[' ) ), "no error" );
    EXPECT_NE( errorOf( "vrfs: &a [*a]\n" ), "no error" );

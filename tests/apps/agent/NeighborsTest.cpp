@@ -38,14 +38,11 @@ class NeighborsOfALink : public testing::Test {
    Neighbors neighbors{ clock, addr( "192.0.2.5" ), 1, [this] { ++changes; } };
 };
 
-TEST_F( NeighborsOfALink, AHelloLastsForItsHoldTime ) {
+TEST_F( NeighborsOfALink, AHelloLastsForItsHoldTimeOrTheDefault ) {
    neighbors.receiveHello( addr( "192.0.2.2" ), hello( 40 ) );
    EXPECT_FALSE( neighbors.has( addr( "192.0.2.3" ) ) );
    expectGoneAfter( "192.0.2.2", 40 );
    EXPECT_EQ( changes, 2 );
-}
-
-TEST_F( NeighborsOfALink, AHelloWithoutHoldTimeLastsForTheDefault ) {
    neighbors.receiveHello( addr( "192.0.2.2" ), hello( {} ) );
    expectGoneAfter( "192.0.2.2", Neighbors::defaultHoldtime );
 }
@@ -90,10 +87,7 @@ const DrRow kDrRows[] = {
    { "HighestPriorityThereIs", 1, { { "192.0.2.4", 0xffffffff } }, false },
    { "PriorityZero", 1, { { "192.0.2.6", 0 } }, true },
    { "AddressWhereOneHasNoPriority", 0, { { "192.0.2.4", {} } }, true },
-   { "AddressForAllWhereOneHasNoPriority",
-     9,
-     { { "192.0.2.4", {} }, { "192.0.2.6", 1 } },
-     false },
+   { "AddressForAll", 9, { { "192.0.2.4", {} }, { "192.0.2.6", 1 } }, false },
    { "OneOfSeveralIsEnough", 5, { { "192.0.2.1", 6 }, { "192.0.2.9", 1 } }, false },
 };
 

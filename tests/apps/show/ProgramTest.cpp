@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/apps/show/Published.h"
 #include "tests/support/Program.h"
@@ -14,9 +15,11 @@ namespace {
 using Mox::Test::Ended;
 using Mox::Test::Program;
 
-Ended show( const std::string& root, const Program::Arguments& more = {} ) {
+// The options' words, apart by spaces.
+Ended show( const std::string& root, const std::string& options = "" ) {
    Program::Arguments command = { PIMSM_SHOW, "--root", root };
-   command.insert( command.end(), more.begin(), more.end() );
+   std::istringstream words( options );
+   for ( std::string word; words >> word; ) command.push_back( word );
    return Mox::Test::runToEnd( command );
 }
 
@@ -38,73 +41,75 @@ class ShowProgram : public testing::Test {
    Mox::Test::TempRoot empty;
 };
 
-TEST_F( ShowProgram, IsDoneWhileTheAgentRuns ) {
-   ShownRouter router;
-   Ended ended = show( router.root.path() );
-   EXPECT_EQ( ended.status, 0 ) << ended.err;
-   EXPECT_EQ( ended.err, "" );
-   EXPECT_NE( ended.out.find( "vrf default ipv4: 5 routes, agent running" ),
-              std::string::npos )
-      << ended.out;
-   EXPECT_EQ( show( router.root.path(), { "routes" } ).out.size(),
-              ended.out.size() );
-   EXPECT_EQ( show( router.root.path(), { "--vrf", "red" } ).status, 0 )
-      << "nothing was asked for that is not there";
-   EXPECT_EQ( show( router.root.path(), { "status" } ).status, 0 );
-}
+class ShowShownRouter : public ShowProgram {
+ protected:
+   Ended shown( const std::string& options = "" ) const {
+      return show( router.root.path(), options );
+   }
+   nlohmann::json json( const std::string& options ) const {
+      return nlohmann::json::parse( shown( options ).out );
+   }
 
-TEST_F( ShowProgram, CombinesFilters ) {
    ShownRouter router;
-   Ended ended = show( router.root.path(),
-                       { "-4", "--vrf", "default", "--group", "239.1.2.0/24",
-                         "--kind", "sg", "--iif", "eth1", "--iface", "eth3" } );
-   EXPECT_EQ( ended.status, 0 ) << ended.err;
-   EXPECT_NE( ended.out.find( "vrf default ipv4: 1 of 5 routes, agent running" ),
-              std::string::npos )
-      << ended.out;
-   EXPECT_EQ( countLines( ended.out ), 4U ) << ended.out;
-}
+};
 
-TEST_F( ShowProgram, SaysWhenNoRouteMatches ) {
-   ShownRouter router;
-   Ended ended = show( router.root.path(), { "--group", "239.9.9.9" } );
-   EXPECT_EQ( ended.status, 1 );
-   EXPECT_NE( ended.out.find( "0 of 5 routes" ), std::string::npos );
-   EXPECT_EQ( show( router.root.path(), { "--iface", "eth9", "--json" } ).status,
-              1 );
-}
+struct AskedRow {
+   const char* options;
+   int status;
+   size_t lines;
+   const char* says;
+};
 
-TEST_F( ShowProgram, RefusesWrongUsage ) {
-   const std::pair<Program::Arguments, const char*> rows[] = {
-      { { "--what" }, "--what" },
-      { { "explode" }, "explode" },
-      { { "-4", "-6" }, "-6" },
-      { { "--kind", "both" }, "both" },
-      { { "--group", "banana" }, "banana" },
-      { { "--group", "239.0.0.0/33" }, "32" },
-      { { "--source" }, "--source" },
-      { { "--json", "--json-lines" }, "--json" },
-      { { "status", "--group", "239.0.0.0/8" }, "--group" },
-      { { "status", "--json-lines" }, "--json-lines" },
-      { { "routes", "status" }, "status" } };
-   for ( const auto& [arguments, says] : rows ) {
-      SCOPED_TRACE( arguments.back() );
-      expectComplaint( show( empty.path(), arguments ), 2, says );
+TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
+   const AskedRow rows[] = {
+      { "", 0, 22, "vrf default ipv4: 5 routes, agent running" },
+      { "routes", 0, 22, "vrf default ipv4: 5 routes, agent running" },
+      { "--vrf red", 0, 1, "red" },  // asked for nothing that is not there
+      { "status", 0, 21, "" },
+      { "-4 --vrf default --group 239.1.2.0/24 --kind sg --iif eth1 --iface eth3",
+        0, 4, "vrf default ipv4: 1 of 5 routes, agent running" },
+      { "-4 --vrf default --kind wc --count", 0, 1,
+        "vrf default ipv4: 2 of 5 routes, agent running\n" },
+      { "--json-lines", 0, 7, "" },
+      { "--group 239.9.9.9", 1, 5, "0 of 5 routes" },
+      { "--iface eth9 --json", 1, 20, "" } };
+   for ( const AskedRow& row : rows ) {
+      SCOPED_TRACE( row.options );
+      Ended ended = shown( row.options );
+      EXPECT_EQ( ended.status, row.status );
+      EXPECT_EQ( ended.err, "" );
+      EXPECT_EQ( countLines( ended.out ), row.lines ) << ended.out;
+      EXPECT_NE( ended.out.find( row.says ), std::string::npos ) << ended.out;
    }
 }
 
-TEST_F( ShowProgram, SaysThatThereAreNoTables ) {
-   expectComplaint( show( empty.path() ), 3, "start pimsm-agent" );
-   expectComplaint( show( empty.path() + "/absent" ), 3, "/absent" );
-   ShownRouter router;
-   expectComplaint( show( router.root.path(), { "--vrf", "blue" } ), 3,
-                    "no tables of vrf blue" );
-   expectComplaint( show( router.root.path(), { "-6", "--vrf", "red" } ), 3,
-                    "vrf red" );
+TEST_F( ShowProgram, RefusesWrongUsage ) {
+   const std::pair<const char*, const char*> rows[] = {
+      { "--what", "--what" },
+      { "explode", "explode" },
+      { "-4 -6", "-6" },
+      { "--kind both", "both" },
+      { "--group banana", "banana" },
+      { "--group 239.0.0.0/33", "32" },
+      { "--source", "--source" },
+      { "--json --json-lines", "--json" },
+      { "status --group 239.0.0.0/8", "--group" },
+      { "status --json-lines", "--json-lines" },
+      { "routes status", "status" } };
+   for ( const auto& [options, says] : rows ) {
+      SCOPED_TRACE( options );
+      expectComplaint( show( empty.path(), options ), 2, says );
+   }
 }
 
-TEST_F( ShowProgram, RefusesALayoutThatIsNotItsOwn ) {
-   ShownRouter router;
+TEST_F( ShowShownRouter, SaysThatThereAreNoTables ) {
+   expectComplaint( show( empty.path() ), 3, "start pimsm-agent" );
+   expectComplaint( show( empty.path() + "/absent" ), 3, "/absent" );
+   expectComplaint( shown( "--vrf blue" ), 3, "no tables of vrf blue" );
+   expectComplaint( shown( "-6 --vrf red" ), 3, "vrf red" );
+}
+
+TEST_F( ShowShownRouter, RefusesALayoutThatIsNotItsOwn ) {
    std::string route = router.root.path() + '/' + router.ipv4.path + "/route";
    ASSERT_TRUE( std::filesystem::exists( route ) );
    {
@@ -113,14 +118,12 @@ TEST_F( ShowProgram, RefusesALayoutThatIsNotItsOwn ) {
       file.seekp( 8 );
       file.put( 99 );
    }
-   expectComplaint( show( router.root.path(), { "-4", "--vrf", "default" } ), 4,
-                    "version" );
-   EXPECT_EQ( show( router.root.path(), { "-6" } ).status, 0 );
+   expectComplaint( shown( "-4 --vrf default" ), 4, "version" );
+   EXPECT_EQ( shown( "-6" ).status, 0 );
 }
 
 // Nothing in a file makes it hang or crash, whatever it makes of it.
-TEST_F( ShowProgram, SurvivesTablesOfAnyLength ) {
-   ShownRouter router;
+TEST_F( ShowShownRouter, SurvivesTablesOfAnyLength ) {
    std::string route = router.root.path() + '/' + router.ipv4.path + "/route";
    std::string copy = empty.path() + '/' + router.ipv4.path;
    for ( const char* table : { "route", "routeIntf" } ) {
@@ -151,15 +154,13 @@ TEST_F( ShowProgram, ShowsWhatAGoneAgentLeft ) {
    EXPECT_NE( ended.out.find( "1 route, agent gone" ), std::string::npos )
       << ended.out;
    EXPECT_NE( ended.out.find( "eth1" ), std::string::npos );
-   EXPECT_EQ( show( empty.path(), { "status" } ).status, 5 );
-   EXPECT_EQ( show( empty.path(), { "--group", "239.9.9.9" } ).status, 1 )
+   EXPECT_EQ( show( empty.path(), "status" ).status, 5 );
+   EXPECT_EQ( show( empty.path(), "--group 239.9.9.9" ).status, 1 )
       << "not found says more than gone";
 }
 
-TEST_F( ShowProgram, GivesOneJsonDocument ) {
-   ShownRouter router;
-   auto routes =
-      nlohmann::json::parse( show( router.root.path(), { "--json" } ).out );
+TEST_F( ShowShownRouter, GivesOneJsonDocument ) {
+   auto routes = json( "--json" );
    ASSERT_EQ( routes.size(), 3U );
    EXPECT_EQ( routes[0]["vrf"], "default" );
    EXPECT_EQ( routes[0]["family"], "ipv4" );
@@ -167,32 +168,15 @@ TEST_F( ShowProgram, GivesOneJsonDocument ) {
    EXPECT_EQ( routes[0]["data"].size(), 6U ) << "five, one with a second entry";
    EXPECT_EQ( routes[2]["vrf"], "red" );
    EXPECT_TRUE( routes[2]["data"].empty() );
-   auto status = nlohmann::json::parse(
-      show( router.root.path(), { "status", "--json" } ).out );
-   EXPECT_EQ( status[0]["data"]["sg-routes"], 3 );
-}
-
-TEST_F( ShowProgram, GivesOneJsonLineARoute ) {
-   ShownRouter router;
-   Ended ended = show( router.root.path(), { "--json-lines" } );
-   EXPECT_EQ( countLines( ended.out ), 7U );
-   std::istringstream lines( ended.out );
+   EXPECT_EQ( json( "status --json" )[0]["data"]["sg-routes"], 3 );
+   auto count = json( "-4 --vrf default --kind wc --count --json" );
+   EXPECT_EQ( count[0]["data"]["matching"], 2 );
+   EXPECT_EQ( count[0]["data"]["routes"], 5 );
+   std::istringstream lines( shown( "--json-lines" ).out );
    for ( std::string line; std::getline( lines, line ); ) {
       auto route = nlohmann::json::parse( line );
       EXPECT_TRUE( route["data"].contains( "group" ) ) << line;
    }
-}
-
-TEST_F( ShowProgram, CountsInTheFormAskedFor ) {
-   ShownRouter router;
-   Program::Arguments count = { "-4",     "--vrf", "default",
-                                "--kind", "wc",    "--count" };
-   EXPECT_EQ( show( router.root.path(), count ).out,
-              "vrf default ipv4: 2 of 5 routes, agent running\n" );
-   count.push_back( "--json" );
-   auto json = nlohmann::json::parse( show( router.root.path(), count ).out );
-   EXPECT_EQ( json[0]["data"]["matching"], 2 );
-   EXPECT_EQ( json[0]["data"]["routes"], 5 );
 }
 
 }

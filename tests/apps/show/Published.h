@@ -31,8 +31,10 @@ class Published : public SmTest::AgentSide {
 
 // Shows the same at every run: the time is `now` whenever it is read.
 //
-//    default ipv4   a shared tree, a source tree, a source pruned off, one
-//    unresolved default ipv6   a shared tree red ipv4       no route
+//    default ipv4   two shared trees, a source tree, a source pruned off, an
+//                   unresolved source
+//    default ipv6   a shared tree
+//    red ipv4       no route
 class ShownRouter {
  public:
    static constexpr double now = 1000000.0;

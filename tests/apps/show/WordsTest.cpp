@@ -11,29 +11,26 @@ namespace Show {
 namespace {
 
 TEST( Words, SpansHaveTwoUnitsAtMost ) {
-   struct Row {
-      double seconds;
-      const char* text;
-   };
    constexpr double kInfinity = std::numeric_limits<double>::infinity();
-   const Row kRows[] = { { 0, "0s" },
-                         { 0.99, "0s" },
-                         { 59.99, "59s" },
-                         { 60, "1m" },
-                         { 61, "1m1s" },
-                         { 3599, "59m59s" },
-                         { 3600, "1h" },
-                         { 3659, "1h" },
-                         { 7800, "2h10m" },
-                         { 86399, "23h59m" },
-                         { 86400, "1d" },
-                         { 4 * 86400 + 3 * 3600 + 59 * 60, "4d3h" },
-                         { 1000 * 86400.0, "1000d" },
-                         { -1, "0s" },
-                         { -kInfinity, "0s" },
-                         { std::nan( "" ), "0s" } };
-   for ( const Row& row : kRows ) {
-      EXPECT_EQ( spanText( row.seconds ), row.text ) << row.seconds;
+   const std::pair<double, const char*> rows[] = {
+      { 0, "0s" },
+      { 0.99, "0s" },
+      { 59.99, "59s" },
+      { 60, "1m" },
+      { 61, "1m1s" },
+      { 3599, "59m59s" },
+      { 3600, "1h" },
+      { 3659, "1h" },
+      { 7800, "2h10m" },
+      { 86399, "23h59m" },
+      { 86400, "1d" },
+      { 4 * 86400 + 3 * 3600 + 59 * 60, "4d3h" },
+      { 1000 * 86400.0, "1000d" },
+      { -1, "0s" },
+      { -kInfinity, "0s" },
+      { std::nan( "" ), "0s" } };
+   for ( const auto& [seconds, text] : rows ) {
+      EXPECT_EQ( spanText( seconds ), text ) << seconds;
    }
    EXPECT_EQ( spanText( kInfinity ), spanText( 1e300 ) ) << "whatever it says";
 }

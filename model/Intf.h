@@ -1,9 +1,16 @@
 // One downstream interface of one route: what the join, prune and assert machines
-// left behind, and the local members there.
+// left behind, the local members there, and the protocol macros computed from it.
 //
 // Created by Route::routeIntfIs and owned by Route::routeIntf; a removed record
 // lives while someone holds it. Event-loop thread only. Times are seconds on the
 // framework's clock; 0 = never.
+//
+// Macros are computed on every call and change nothing. A neighbour that is missing
+// (the route, its (*,G) route, the sibling record there, the PIM interface) reads as
+// false, as the empty interface, or as the unspecified address. Those that end in Wc
+// are for records of (*,G) routes, those in Sg and SgRpt for records of (S,G) routes.
+// Where one departs from RFC 7761, its rule in detail/ says so and why;
+// Derivation.h tells for each how it came to its answer.
 #pragma once
 
 #include "model/AssertMetric.h"
@@ -11,6 +18,7 @@
 #include "model/Fwd.h"
 #include "platform/entity/Attribute.h"
 #include "platform/net/IntfId.h"
+#include "platform/pim/PimStatus.h"
 
 namespace Routing::Pim::SparseMode {
 
@@ -41,7 +49,32 @@ namespace Routing::Pim::SparseMode {
    A( Counter, rxInferiorAssert,     RxInferiorAssert,     uint8_t,       0,    "received; wraps" ) \
    A( Value,   changeFlags,          ChangeFlags,          IntfChangeFlags, {}, "pending for the route's review" ) \
    A( Value,   localReceiverInclude, LocalReceiverInclude, bool,          false, "RFC 7761, 4.1.6" ) \
-   A( Value,   localReceiverExclude, LocalReceiverExclude, bool,          false, "RFC 7761, 4.1.6" )
+   A( Value,   localReceiverExclude, LocalReceiverExclude, bool,          false, "RFC 7761, 4.1.6" ) \
+   A( Computed, assertWinner,        AssertWinner,         Vantu::IpGenAddr, ,   "unspecified: none" ) \
+   A( Computed, myIp,                MyIp,                 Vantu::IpGenAddr, ,   "of the PIM interface" ) \
+   A( Computed, iAmDr,               IAmDr,                bool,          ,      "designated router here" ) \
+   A( Computed, joinsWc,             JoinsWc,              bool,          ,      "joins(*,G)" ) \
+   A( Computed, joinsSg,             JoinsSg,              bool,          ,      "joins(S,G)" ) \
+   A( Computed, joinsWcRp,           JoinsWcRp,            bool,          ,      "joins(*,*,RP)" ) \
+   A( Computed, prunesSgRpt,         PrunesSgRpt,          bool,          ,      "prunes(S,G,rpt)" ) \
+   A( Computed, includeWc,           IncludeWc,            bool,          ,      "pim_include(*,G)" ) \
+   A( Computed, includeSg,           IncludeSg,            bool,          ,      "pim_include(S,G)" ) \
+   A( Computed, excludeSg,           ExcludeSg,            bool,          ,      "pim_exclude(S,G)" ) \
+   A( Computed, includeSgFastFailover, IncludeSgFastFailover, bool,       ,      "member on the fast-failover path" ) \
+   A( Computed, immediateOlistWcRp,  ImmediateOlistWcRp,   bool,          ,      "immediate_olist(*,*,RP)" ) \
+   A( Computed, immediateOlistWc,    ImmediateOlistWc,     bool,          ,      "immediate_olist(*,G)" ) \
+   A( Computed, immediateOlistSg,    ImmediateOlistSg,     bool,          ,      "immediate_olist(S,G)" ) \
+   A( Computed, inheritedOlistSgRpt, InheritedOlistSgRpt,  bool,          ,      "inherited_olist(S,G,rpt)" ) \
+   A( Computed, inheritedOlistSg,    InheritedOlistSg,     bool,          ,      "inherited_olist(S,G)" ) \
+   A( Computed, couldAssertWc,       CouldAssertWc,        bool,          ,      "CouldAssert(*,G,I)" ) \
+   A( Computed, assertTrackingDesiredWc, AssertTrackingDesiredWc, bool,   ,      "AssertTrackingDesired(*,G,I)" ) \
+   A( Computed, lostAssertWc,        LostAssertWc,         bool,          ,      "lost_assert(*,G,I)" ) \
+   A( Computed, lostAssertSg,        LostAssertSg,         bool,          ,      "lost_assert(S,G,I)" ) \
+   A( Computed, lostAssertSgRpt,     LostAssertSgRpt,      bool,          ,      "lost_assert(S,G,rpt,I)" ) \
+   A( Computed, sptAssertMetric,     SptAssertMetric,      AssertMetric,  ,      "spt_assert_metric(S,I)" ) \
+   A( Computed, rptAssertMetric,     RptAssertMetric,      AssertMetric,  ,      "rpt_assert_metric(G,I)" ) \
+   A( Computed, myAssertMetricWc,    MyAssertMetricWc,     AssertMetric,  ,      "as the (*,G) machine sees it" )
+// What can assert is not among them: listing all attributes must be safe.
 // clang-format on
 
 class PIMSM_API Intf : public Mox::Entity {
@@ -69,6 +102,73 @@ class PIMSM_API Intf : public Mox::Entity {
    // changeFlagsDoEmbeddedWriteConstraints(), which notifies unconditionally.
    IntfChangeFlags& changeFlagsInPlace() { return changeFlags_; }
    void changeFlagsDoEmbeddedWriteConstraints();
+
+   // ---- neighbours; null when missing
+
+   // The PIM interface of the VRF: address and DR status.
+   const Routing::Pim::Intf* pimIntf() const;
+   // The record of the same interface in the route's (*,G) route; a (*,G) record's
+   // is itself.
+   const Intf* wcIntf() const;
+
+   // ---- state
+
+   // The winner's address; unspecified while none is known.
+   const Vantu::IpGenAddr& assertWinner() const {
+      return assertInfo_.assertWinnerMetric.address;
+   }
+   Vantu::IpGenAddr myIp() const;
+   // Deliberately true without a PIM interface: it counts as DR, for its members.
+   bool iAmDr() const;
+   // Joined or prune-pending, of (*,G) or (S,G) as the record's route is.
+   bool joinsWc() const;
+   bool joinsSg() const;
+   // Always false: (*,*,RP) state is not kept.
+   bool joinsWcRp() const;
+   bool prunesSgRpt() const;
+
+   // ---- membership and outgoing lists (RFC 7761, 4.1.6)
+
+   bool includeWc() const;
+   bool includeSg() const;
+   bool excludeSg() const;
+   // Deliberately without a look at DR and assert.
+   bool includeSgFastFailover() const;
+   bool immediateOlistWcRp() const;
+   bool immediateOlistWc() const;
+   bool immediateOlistSg() const;
+   bool inheritedOlistSgRpt() const;
+   bool inheritedOlistSg() const;
+
+   // ---- asserts (RFC 7761, 4.6)
+
+   bool couldAssertWc() const;
+   bool assertTrackingDesiredWc() const;
+   // REQUIRES: a record of an (S,G) route; a wildCard one is a fatal assertion. The
+   // same goes for whatever asks couldAssertSg: myAssertMetricSg,
+   // isAcceptableAssertSg and isInferiorAssertSg.
+   bool couldAssertSg() const;
+   bool assertTrackingDesiredSg() const;
+
+   bool lostAssertWc() const;
+   bool lostAssertSg() const;
+   bool lostAssertSgRpt() const;
+
+   // Own metrics (4.6.3); infinite where this router cannot assert.
+   AssertMetric sptAssertMetric() const;
+   AssertMetric rptAssertMetric() const;
+   AssertMetric myAssertMetricWc() const;
+   AssertMetric myAssertMetricSg() const;
+
+   // A received metric: preferred to the winner's; acceptable, strictly better than
+   // the own; inferior to the own. The infinite one, an assert cancel, is neither
+   // preferred nor acceptable, and to an infinite own one none is inferior.
+   bool isPreferredAssertWc( const AssertMetric& received ) const;
+   bool isPreferredAssertSg( const AssertMetric& received ) const;
+   bool isAcceptableAssertWc( const AssertMetric& received ) const;
+   bool isAcceptableAssertSg( const AssertMetric& received ) const;
+   bool isInferiorAssertWc( const AssertMetric& received ) const;
+   bool isInferiorAssertSg( const AssertMetric& received ) const;
 
  private:
    friend class Route;

@@ -8,7 +8,8 @@
 //
 // Whether a route is a (*,G) one is stated by its wildCard flag alone. Absent
 // neighbours read as defaults: no status or (*,G) route as null, no upstream record
-// as the default Rpf and the empty interface.
+// as the default Rpf and the empty interface. The protocol macros are computed on
+// every call and change nothing; see Intf.h for what holds of them all.
 #pragma once
 
 #include <limits>
@@ -97,7 +98,17 @@ using RouteIntfMap = Mox::HashedMap<Vantu::IntfId, Intf>;
    A( Computed, hasSgState,          HasSgState,          bool,            ,      "interfaces, or pruned upstream" ) \
    A( Computed, switchIifUpdateComplete, SwitchIifUpdateComplete, bool,    ,      "iifSwitchState is switchIifUpdated" ) \
    A( Computed, wc,                  Wc,                  Route,           ,      "the group's (*,G) route" ) \
-   A( Computed, rpfWc,               RpfWc,               Routing::Pim::Rpf, ,    "RPF of the (*,G) route" )
+   A( Computed, rpfWc,               RpfWc,               Routing::Pim::Rpf, ,    "RPF of the (*,G) route" ) \
+   A( Computed, nullImmediateOlistWcRp, NullImmediateOlistWcRp, bool,      ,      "immediate_olist(*,*,RP) is empty" ) \
+   A( Computed, nullImmediateOlistWc, NullImmediateOlistWc, bool,          ,      "immediate_olist(*,G) is empty" ) \
+   A( Computed, nullImmediateOlistSg, NullImmediateOlistSg, bool,          ,      "immediate_olist(S,G) is empty" ) \
+   A( Computed, nullInheritedOlistSg, NullInheritedOlistSg, bool,          ,      "inherited_olist(S,G) is empty" ) \
+   A( Computed, nullInheritedOlistSgRpt, NullInheritedOlistSgRpt, bool,    ,      "inherited_olist(S,G,rpt) is empty" ) \
+   A( Computed, joinDesiredWcRp,     JoinDesiredWcRp,     bool,            ,      "JoinDesired(*,*,RP)" ) \
+   A( Computed, joinDesiredWc,       JoinDesiredWc,       bool,            ,      "JoinDesired(*,G)" ) \
+   A( Computed, rptJoinDesiredWc,    RptJoinDesiredWc,    bool,            ,      "RPTJoinDesired(G)" ) \
+   A( Computed, joinDesiredSg,       JoinDesiredSg,       bool,            ,      "JoinDesired(S,G)" ) \
+   A( Computed, pruneDesiredSgRpt,   PruneDesiredSgRpt,   bool,            ,      "PruneDesired(S,G,rpt)" )
 // clang-format on
 
 class PIMSM_API Route : public Mox::Entity {
@@ -163,8 +174,31 @@ class PIMSM_API Route : public Mox::Entity {
    // Updates umhFrr; a duplicate clears it instead. Nothing without umhFrr.
    void doUpdateRpfFrr( const Routing::Pim::Rpf& rpf, bool attached );
 
+   // ---- outgoing lists that are empty (RFC 7761, 4.1.6)
+
+   bool nullImmediateOlistWcRp() const;
+   bool nullImmediateOlistWc() const;
+   bool nullImmediateOlistSg() const;
+   // Those of an (S,G) route look at its (*,G) route too: an interface of which only
+   // that one holds a record is judged there, any other by the record here.
+   bool nullInheritedOlistSg() const;
+   bool nullInheritedOlistSgRpt() const;
+
+   // ---- joins and prunes wanted upstream (RFC 7761, 4.5.4 to 4.5.6)
+
+   // For (*,G) routes.
+   bool joinDesiredWcRp() const;
+   bool joinDesiredWc() const;
+   bool rptJoinDesiredWc() const;
+   // For (S,G) routes; pruneDesiredSgRpt is false without a (*,G) route.
+   bool joinDesiredSg() const;
+   bool pruneDesiredSgRpt() const;
+   // Is an (S,G) join wanted on the fast-reroute path, for these interfaces?
+   bool joinDesiredSgFastFailover( const IntfCollection& fastFailoverIntfs ) const;
+
    // Single letters for what is set; see the order in the source. "E" stands for a
-   // route on no tree.
+   // route on no tree. While switching, "H" tells that data comes and has somewhere
+   // to go, "D" that the source tree has interfaces of its own.
    Mox::String routeFlagsString() const;
    // "ALL,", "Register,", "Advertise," for what is set, commas included.
    Mox::String expiredFlagsString() const;

@@ -25,6 +25,9 @@ Mox::String Route::routeFlagsString() const {
    append( programmable(), 'P' );
    append( hwRecovered(), 'X' );
    append( !wildCard() && !spTree() && !rpTree(), 'E' );
+   if ( !switching() ) return out;
+   append( !katExpired() && !nullInheritedOlistSg(), 'H' );
+   append( !nullImmediateOlistSg(), 'D' );
    return out;
 }
 

@@ -1,0 +1,268 @@
+// The protocol macros of one route, as rules (see Rule.h): RFC 7761, 4.5.4 to 4.5.7,
+// over the outgoing lists of 4.1.6.
+#pragma once
+
+#include "model/IntfCollection.h"
+#include "model/detail/SgIntfRules.h"
+
+namespace Routing::Pim::SparseMode::Detail {
+
+inline const Vantu::IntfId& register0() {
+   static const Vantu::IntfId intfId( "Register0" );
+   return intfId;
+}
+
+// The RPF of an upstream record; none without one.
+inline const Routing::Pim::Rpf& rpfOf( const UpstreamInfo* upstream ) {
+   static const Routing::Pim::Rpf none;
+   return upstream != nullptr ? upstream->rpf() : none;
+}
+
+template <class Q>
+class RouteRules {
+ public:
+   using Bool = typename Q::Bool;
+   template <class T>
+   using Read = typename Q::template Read<T>;
+
+   RouteRules( const Q& q, const Route& route ) : q_( q ), route_( route ) {}
+
+   const Route& subject() const { return route_; }
+
+   // ---- outgoing lists (RFC 7761, 4.1.6)
+
+   // immediate_olist(*,*,RP) is empty
+   Bool nullImmediateOlistWcRp() const {
+      RULE( Bool );
+      for ( const Intf& intf : route_.routeIntf() )
+         FALSE_IF( at( intf ).immediateOlistWcRp() );
+      RESULT( true );
+   }
+
+   // immediate_olist(*,G) is empty
+   Bool nullImmediateOlistWc() const {
+      RULE( Bool );
+      for ( const Intf& intf : route_.routeIntf() )
+         FALSE_IF( at( intf ).immediateOlistWc() );
+      RESULT( true );
+   }
+
+   // immediate_olist(S,G) is empty
+   Bool nullImmediateOlistSg() const {
+      RULE( Bool );
+      for ( const Intf& intf : route_.routeIntf() )
+         FALSE_IF( at( intf ).immediateOlistSg() );
+      RESULT( true );
+   }
+
+   // inherited_olist(S,G) is empty
+   Bool nullInheritedOlistSg() const {
+      RULE( Bool );
+      FALSE_IF( sharedTreeServesOthers() );
+      const Route* shared = route_.wc();
+      for ( const Intf& intf : route_.routeIntf() )
+         FALSE_IF( at( intf, shared ).inheritedOlistSg() );
+      RESULT( true );
+   }
+
+   // inherited_olist(S,G,rpt) is empty
+   Bool nullInheritedOlistSgRpt() const {
+      RULE( Bool );
+      FALSE_IF( sharedTreeServesOthers() );
+      const Route* shared = route_.wc();
+      for ( const Intf& intf : route_.routeIntf() )
+         FALSE_IF( at( intf, shared ).inheritedOlistSgRpt() );
+      RESULT( true );
+   }
+
+   // ---- joins and prunes upstream
+
+   // JoinDesired(*,*,RP)
+   Bool joinDesiredWcRp() const {
+      RULE( Bool );
+      RESULT( !nullImmediateOlistWcRp() );
+   }
+
+   // JoinDesired(*,G) (RFC 7761, 4.5.4). Deliberately false for a route whose
+   // upstream record was removed: there is nobody to join towards.
+   Bool joinDesiredWc() const {
+      RULE( Bool );
+      FALSE_UNLESS( hasUmh() );
+      TRUE_IF( !nullImmediateOlistWc() );
+      FALSE_UNLESS( joinDesiredWcRp() );
+      RESULT( rpfIntfHasWinner() );
+   }
+
+   // RPTJoinDesired(G) (RFC 7761, 4.5.6)
+   Bool rptJoinDesiredWc() const {
+      RULE( Bool );
+      TRUE_IF( joinDesiredWc() );
+      RESULT( joinDesiredWcRp() );
+   }
+
+   // JoinDesired(S,G) (RFC 7761, 4.5.5)
+   Bool joinDesiredSg() const {
+      RULE( Bool );
+      TRUE_IF( !nullImmediateOlistSg() );
+      FALSE_IF( katExpired() );
+      RESULT( !nullInheritedOlistSg() );
+   }
+
+   // PruneDesired(S,G,rpt) (RFC 7761, 4.5.6)
+   //
+   // Deliberately false where the shared tree comes in through the register
+   // interface: this router is the RP, and there is nobody to prune. And
+   // deliberately, the two trees' neighbours do not count as different when the
+   // shared tree's is the fast-reroute neighbour: pruning there would cut the
+   // standby path.
+   Bool pruneDesiredSgRpt() const {
+      RULE( Bool );
+      FALSE_UNLESS( wc() != nullptr );
+      FALSE_IF( rpfWc().intfId == register0() );
+      FALSE_UNLESS( rptJoinDesiredOfWc() );
+      TRUE_IF( nullInheritedOlistSgRpt() );
+      FALSE_UNLESS( spTree() );
+      RESULT( !wcNeighborIsMain() && !wcNeighborIsFrr() );
+   }
+
+   // Is an (S,G) join wanted on the fast-reroute path?
+   Bool joinDesiredSgFastFailover( const IntfCollection& fastFailoverIntfs ) const {
+      RULE( Bool );
+      FALSE_IF( fastFailoverIntfs.intf().empty() );
+      for ( const Intf& intf : route_.routeIntf() ) {
+         if ( !fastFailoverIntfs.intfHas( intf.intfId() ) ) continue;
+         TRUE_IF( at( intf, route_.wc() ).includeSgFastFailover() );
+      }
+      RESULT( false );
+   }
+
+   // ---- what rules are made of
+
+   // Does the (*,G) route serve an interface of which this route holds no record?
+   // Those of which it holds one are judged with its own state.
+   Bool sharedTreeServesOthers() const {
+      RULE( Bool );
+      if ( const Route* shared = wc() ) {
+         for ( const Intf& intf : shared->routeIntf() ) {
+            if ( has( intf.intfId() ) ) continue;
+            TRUE_IF( at( intf ).immediateOlistWc() );
+         }
+      }
+      RESULT( false );
+   }
+
+   Bool hasUmh() const {
+      RULE( Bool );
+      RESULT( umh() != nullptr );
+   }
+
+   // Is an assert winner known on the RPF interface?
+   Bool rpfIntfHasWinner() const {
+      RULE( Bool );
+      const Intf* intf = route_.routeIntf( rpf().intfId );
+      RESULT( intf != nullptr && !at( *intf ).assertWinner().isUnspecified() );
+   }
+
+   Bool katExpired() const {
+      RULE( Bool );
+      RESULT( q_.input( route_, "katExpired", route_.katExpired() ) );
+   }
+
+   Bool spTree() const {
+      RULE( Bool );
+      RESULT( q_.input( route_, "spTree", route_.spTree() ) );
+   }
+
+   Bool rptJoinDesiredOfWc() const {
+      RULE( Bool );
+      const Route* shared = wc();
+      RESULT( shared != nullptr ? RouteRules( q_, *shared ).rptJoinDesiredWc()
+                                : Bool( false ) );
+   }
+
+   // Do the shared and the source tree come from the same neighbour?
+   Bool wcNeighborIsMain() const {
+      RULE( Bool );
+      RESULT( rpfWc().sameNeighbor( rpf() ) );
+   }
+
+   Bool wcNeighborIsFrr() const {
+      RULE( Bool );
+      const UpstreamInfo* backup = q_.neighbor( route_, "umhFrr", route_.umhFrr() );
+      RESULT( backup != nullptr &&
+              rpfWc().sameNeighbor( q_.input( route_, "rpfFrr", backup->rpf() ) ) );
+   }
+
+   const Route* wc() const { return q_.neighbor( route_, "wc", route_.wc() ); }
+
+   Read<Routing::Pim::Rpf> rpf() const {
+      return q_.input( route_, "rpf", rpfOf( route_.umh() ) );
+   }
+
+   Read<Routing::Pim::Rpf> rpfFrr() const {
+      return q_.input( route_, "rpfFrr", rpfOf( route_.umhFrr() ) );
+   }
+
+ private:
+   IntfRules<Q> at( const Intf& intf ) const { return { q_, intf }; }
+   SgIntfRules<Q> at( const Intf& intf, const Route* shared ) const {
+      return { q_, intf, shared };
+   }
+   bool has( Vantu::IntfId intfId ) const {
+      return route_.routeIntf( intfId ) != nullptr;
+   }
+   const UpstreamInfo* umh() const {
+      return q_.neighbor( route_, "umh", route_.umh() );
+   }
+
+   // A (*,G) route's own; none without a (*,G) route.
+   Read<Routing::Pim::Rpf> rpfWc() const {
+      if ( route_.wildCard() ) return rpf();
+      const Route* shared = wc();
+      if ( shared == nullptr ) return rpfOf( nullptr );
+      return RouteRules( q_, *shared ).rpf();
+   }
+
+   [[no_unique_address]] Q q_;
+   const Route& route_;
+};
+
+// ---- what an interface asks of routes
+
+template <class Q>
+typename Q::template Read<Routing::Pim::Rpf> IntfRules<Q>::rpf() const {
+   if ( route() == nullptr ) return rpfOf( nullptr );
+   return RouteRules<Q>( q_, *route() ).rpf();
+}
+
+template <class Q>
+typename Q::Bool IntfRules<Q>::rptJoinDesiredWc() const {
+   if ( route() == nullptr ) return false;
+   return RouteRules<Q>( q_, *route() ).rptJoinDesiredWc();
+}
+
+template <class Q>
+Vantu::IntfId SgIntfRules<Q>::rpfIntfOfWc() const {
+   if ( wc() == nullptr ) return {};
+   return RouteRules<Q>( q_, *wc() ).rpf().intfId;
+}
+
+template <class Q>
+Vantu::IntfId SgIntfRules<Q>::rpfFrrIntf() const {
+   if ( route() == nullptr ) return {};
+   return RouteRules<Q>( q_, *route() ).rpfFrr().intfId;
+}
+
+template <class Q>
+typename Q::Bool SgIntfRules<Q>::joinDesiredSg() const {
+   if ( route() == nullptr ) return false;
+   return RouteRules<Q>( q_, *route() ).joinDesiredSg();
+}
+
+template <class Q>
+typename Q::Bool SgIntfRules<Q>::joinDesiredOfWc() const {
+   if ( wc() == nullptr ) return false;
+   return RouteRules<Q>( q_, *wc() ).joinDesiredWc();
+}
+
+}

@@ -1,0 +1,81 @@
+// The words in which the protocol macros are written.
+//
+// A macro is written once, as the steps of its rule, in a class template over Q, who
+// asks:
+//
+//    Bool includeWc() const {
+//       RULE( Bool );
+//       FALSE_UNLESS( localReceiverInclude() );
+//       TRUE_IF( winnerIsMe() );
+//       FALSE_IF( lostAssertWc() );
+//       RESULT( iAmDr() );
+//    }
+//
+// For Plain, every step is the bare early return and every input the stored field.
+// For a recording Q (Recording.h) each step is evaluated and noted, those behind the
+// deciding one too; so a rule must not rely on an earlier step for its safety: what
+// may be absent is asked through something that answers for its absence. Conditions
+// are of type Bool, whose && and || evaluate both sides then.
+#pragma once
+
+#include "platform/entity/Attribute.h"
+#include "platform/trace/Trace.h"
+
+namespace Routing::Pim::SparseMode::Detail {
+
+// Who merely wants the answer.
+struct Plain {
+   static constexpr bool records = false;
+   using Bool = bool;
+
+   template <class T>
+   using Read = Mox::In<T>;
+
+   // A stored field of an entity.
+   template <class Subject, class T>
+   Read<T> input( const Subject&, const char*, const T& stored ) const {
+      return stored;
+   }
+   // An entity that may be absent; null then.
+   template <class Subject, class T>
+   const T* neighbor( const Subject&, const char*, const T* found ) const {
+      return found;
+   }
+};
+
+}
+
+// The first words of each rule; T is its result's type. The rule is known by the
+// function's name, its subject by subject().
+#define RULE( T )                                            \
+   const char* ruleName_ = __func__;                         \
+   auto rule_ = [&] {                                        \
+      if constexpr ( Q::records )                            \
+         return q_.template rule<T>( ruleName_, subject() ); \
+      else                                                   \
+         return 0;                                           \
+   }();                                                      \
+   static_cast<void>( rule_ ), static_cast<void>( ruleName_ )
+
+#define RULE_STEP( wanted, condition, outcome )                   \
+   if constexpr ( Q::records )                                    \
+      rule_.step(                                                 \
+         wanted, #condition, #outcome, [&] { return condition; }, \
+         [&] { return outcome; } );                               \
+   else if ( static_cast<bool>( condition ) == wanted )           \
+   return outcome
+
+#define RESULT_IF( condition, outcome ) RULE_STEP( true, condition, outcome )
+#define TRUE_IF( condition ) RULE_STEP( true, condition, true )
+#define FALSE_IF( condition ) RULE_STEP( true, condition, false )
+#define FALSE_UNLESS( condition ) RULE_STEP( false, condition, false )
+
+#define RESULT( outcome )                                       \
+   if constexpr ( Q::records )                                  \
+      return rule_.result( #outcome, [&] { return outcome; } ); \
+   else                                                         \
+      return outcome
+
+#define RULE_TRACE( ... )       \
+   if constexpr ( !Q::records ) \
+   MOX_TRACE( Mox::defaultTraceFacility, 8, __VA_ARGS__ )

@@ -1,0 +1,243 @@
+// The protocol macros of an (S,G) record that look at the shared tree too, as rules
+// (see Rule.h).
+#pragma once
+
+#include "model/detail/IntfRules.h"
+
+namespace Routing::Pim::SparseMode::Detail {
+
+// What an (S,G) record asks of its (*,G) sibling: every answer is false, the metric
+// infinite, where there is none.
+template <class Q>
+class WcIntfRules {
+ public:
+   using Bool = typename Q::Bool;
+
+   WcIntfRules( const Q& q, const Intf* intf ) : q_( q ), intf_( intf ) {}
+
+   Bool exists() const { return intf_ != nullptr; }
+
+   Bool joinsWc() const { return intf_ != nullptr ? rules().joinsWc() : false; }
+   Bool joinsWcRp() const { return intf_ != nullptr ? rules().joinsWcRp() : false; }
+   Bool includeWc() const { return intf_ != nullptr ? rules().includeWc() : false; }
+   Bool winnerIsMe() const {
+      return intf_ != nullptr ? rules().winnerIsMe() : false;
+   }
+   Bool lostAssertWc() const {
+      return intf_ != nullptr ? rules().lostAssertWc() : false;
+   }
+   Bool couldAssertWc() const {
+      return intf_ != nullptr ? rules().couldAssertWc() : false;
+   }
+   Bool localReceiverInclude() const {
+      return intf_ != nullptr ? rules().localReceiverInclude() : false;
+   }
+   AssertMetric rptAssertMetric() const {
+      return intf_ != nullptr ? rules().rptAssertMetric() : AssertMetric();
+   }
+
+ private:
+   IntfRules<Q> rules() const { return { q_, *intf_ }; }
+
+   [[no_unique_address]] Q q_;
+   const Intf* intf_;
+};
+
+template <class Q>
+class SgIntfRules : public IntfRules<Q> {
+   using Base = IntfRules<Q>;
+
+ public:
+   using Bool = typename Q::Bool;
+   using Base::assertWinner;
+   using Base::iAmDr;
+   using Base::includeSg;
+   using Base::intf_;
+   using Base::joinsSg;
+   using Base::joinsWc;
+   using Base::localReceiverExclude;
+   using Base::localReceiverInclude;
+   using Base::lostAssertSg;
+   using Base::myIp;
+   using Base::noWinner;
+   using Base::prunesSgRpt;
+   using Base::q_;
+   using Base::route;
+   using Base::rpfIntfIsHere;
+   using Base::sptAssertMetric;
+   using Base::spTree;
+   using Base::subject;
+   using Base::winnerIsMe;
+   using Base::winnerMetric;
+
+   // `wc` is the (*,G) route as it was found; null: none.
+   SgIntfRules( const Q& q, const Intf& intf, const Route* wc )
+      : Base( q, intf ),
+        wc_( wc ),
+        wcIntf_( wc != nullptr ? wc->routeIntf( intf.intfId() ) : nullptr ) {}
+   SgIntfRules( const Q& q, const Intf& intf )
+      : SgIntfRules( q, intf,
+                     intf.parentRoute() != nullptr
+                        ? std::as_const( *intf.parentRoute() ).wc()
+                        : nullptr ) {}
+
+   const Intf* wcIntf() const {
+      return q_.neighbor( intf_, "wcIntf", wc() != nullptr ? wcIntf_ : nullptr );
+   }
+
+   // ---- membership and outgoing lists (RFC 7761, 4.1.6)
+
+   // pim_exclude(S,G). The assert is that of the (*,G) record: what is excluded
+   // would come down the shared tree.
+   //
+   // Deliberately false without a (*,G) record, where the RFC has exclusions of its
+   // own; there is nothing to be taken out of then.
+   Bool excludeSg() const {
+      RULE( Bool );
+      FALSE_UNLESS( localReceiverExclude() );
+      FALSE_UNLESS( w().exists() );
+      TRUE_IF( w().winnerIsMe() );
+      FALSE_IF( w().lostAssertWc() );
+      RESULT( iAmDr() );
+   }
+
+   // Is there a member on the fast-failover path? Deliberately without a look at DR
+   // or assert: whoever takes over would have to serve it.
+   Bool includeSgFastFailover() const {
+      RULE( Bool );
+      FALSE_IF( localReceiverExclude() );
+      TRUE_IF( localReceiverInclude() );
+      RESULT( w().localReceiverInclude() );
+   }
+
+   // inherited_olist(S,G,rpt)
+   Bool inheritedOlistSgRpt() const {
+      RULE( Bool );
+      FALSE_UNLESS( w().exists() );
+      FALSE_UNLESS( sharedTreeJoins() || sharedTreeIncludes() );
+      FALSE_IF( lostAssertSgRpt() );
+      RESULT( !w().lostAssertWc() );
+   }
+
+   // inherited_olist(S,G)
+   Bool inheritedOlistSg() const {
+      RULE( Bool );
+      FALSE_IF( lostAssertSg() );
+      TRUE_IF( inheritedOlistSgRpt() );
+      TRUE_IF( joinsSg() );
+      RESULT( includeSg() );
+   }
+
+   // ---- asserts (RFC 7761, 4.6)
+
+   // CouldAssert(S,G,I) (4.6.1)
+   //
+   // Deliberately barred by a lost (*,G) assert even where the (S,G) join or include
+   // alone keeps the interface, which the RFC would let assert: whoever has lost the
+   // link for the group stays silent there for its sources too.
+   Bool couldAssertSg() const {
+      RULE( Bool );
+      requireSg();
+      FALSE_UNLESS( spTree() );
+      FALSE_IF( rpfIntfIsHere() );
+      RESULT_IF( sharedTreeJoins(), !w().lostAssertWc() );
+      RESULT_IF( sharedTreeIncludes(), !w().lostAssertWc() );
+      RESULT_IF( joinsSg() || includeSg(), !w().lostAssertWc() );
+      RESULT( false );
+   }
+
+   // AssertTrackingDesired(S,G,I) (4.6.1)
+   //
+   // Deliberately, the own join counts only where no (*,G) assert is lost, as in
+   // couldAssertSg; and the standby upstream interface tracks asserts as well, so
+   // that a failover knows the winner.
+   Bool assertTrackingDesiredSg() const {
+      RULE( Bool );
+      requireSg();
+      TRUE_IF( ( sharedTreeJoins() || sharedTreeIncludes() || joinsSg() ) &&
+               !w().lostAssertWc() );
+      TRUE_IF( localReceiverInclude() && ( iAmDr() || winnerIsMe() ) );
+      TRUE_IF( rpfIntfIsHere() && joinDesiredSg() );
+      TRUE_IF( rpfFrrIntfIsHere() && joinDesiredSg() );
+      FALSE_UNLESS( joinDesiredOfWc() );
+      FALSE_UNLESS( rpfIntfOfWcIsHere() );
+      RESULT( !spTree() );
+   }
+
+   // lost_assert(S,G,rpt,I)
+   Bool lostAssertSgRpt() const {
+      RULE( Bool );
+      FALSE_IF( rpfIntfOfWcIsHere() );
+      FALSE_IF( rpfIntfIsHere() && spTree() );
+      FALSE_IF( noWinner() );
+      RESULT( !winnerIsMe() );
+   }
+
+   // my_assert_metric(S,G,I) (4.6.3)
+   AssertMetric myAssertMetricSg() const {
+      RULE( AssertMetric );
+      RESULT_IF( couldAssertSg(), sptAssertMetric() );
+      RESULT_IF( w().couldAssertWc(), w().rptAssertMetric() );
+      RESULT( AssertMetric() );
+   }
+
+   Bool isAcceptableAssertSg( const AssertMetric& received ) const {
+      RULE( Bool );
+      FALSE_IF( !received );
+      RESULT( received < myAssertMetricSg() );
+   }
+
+   Bool isInferiorAssertSg( const AssertMetric& received ) const {
+      RULE( Bool );
+      const AssertMetric mine = myAssertMetricSg();
+      RULE_TRACE( "isInferiorAssertSg mine " << mine << " foreign " << received );
+      FALSE_IF( !mine );
+      RESULT( mine < received );
+   }
+
+   // ---- what rules are made of
+
+   Bool rpfFrrIntfIsHere() const {
+      RULE( Bool );
+      RESULT( rpfFrrIntf() == intf_.intfId() );
+   }
+
+   Bool rpfIntfOfWcIsHere() const {
+      RULE( Bool );
+      RESULT( rpfIntfOfWc() == intf_.intfId() );
+   }
+
+   // joins(*,G) - prunes(S,G,rpt)
+   Bool sharedTreeJoins() const {
+      RULE( Bool );
+      RESULT( ( w().joinsWc() || w().joinsWcRp() ) && !prunesSgRpt() );
+   }
+
+   // pim_include(*,G) - pim_exclude(S,G)
+   Bool sharedTreeIncludes() const {
+      RULE( Bool );
+      RESULT( w().includeWc() && !excludeSg() );
+   }
+
+ private:
+   const Route* wc() const {
+      return route() != nullptr ? q_.neighbor( *route(), "wc", wc_ ) : nullptr;
+   }
+   WcIntfRules<Q> w() const { return { q_, wcIntf() }; }
+
+   Vantu::IntfId rpfIntfOfWc() const;
+   Vantu::IntfId rpfFrrIntf() const;
+   Bool joinDesiredSg() const;
+   Bool joinDesiredOfWc() const;
+
+   void requireSg() const {
+      const Route* sgRoute = route();
+      if ( sgRoute == nullptr ) return;
+      MOX_ASSERT( !sgRoute->routeFlags().wildCard() );
+   }
+
+   const Route* wc_;
+   const Intf* wcIntf_;
+};
+
+}

@@ -1,10 +1,7 @@
 // What writers and readers make of a file that stands there already.
 #include <sched.h>
-#include <signal.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/time.h>
-#include <sys/wait.h>
 
 #include <cerrno>
 
@@ -156,21 +153,6 @@ TEST_F( Attach, ReaderRetriesATableItHadNoMemoryFor ) {
    EXPECT_TRUE( reader.poll() );
    EXPECT_EQ( reader.state(), readerAttached );
    EXPECT_EQ( contentOf( reader ), firstFive() );
-}
-
-TEST_F( Attach, TakesOverInPlace ) {
-   makeTable();
-   TableReader reader( path, layout );
-   uint64_t instance = reader.instanceId();
-   TableWriter writer( path, layout, 10, options );
-   EXPECT_EQ( writer.attachReport().status, attachReused );
-   EXPECT_EQ( writer.attachReport().survivors, 5u );
-   EXPECT_EQ( writer.attachReport().repaired, 0u );
-   EXPECT_EQ( contentOf( writer ), firstFive() );
-   put( writer, 6, 6 );
-   EXPECT_EQ( found( reader, 6 ), Record::of( 6, 6 ) );
-   EXPECT_FALSE( reader.poll() );
-   EXPECT_EQ( reader.instanceId(), instance );
 }
 
 TEST_F( Attach, ChangesCapacityButNeverBelowItsRecords ) {
@@ -345,17 +327,14 @@ TEST_F( Attach, RefusesWhatCannotBeATable ) {
 // Runs `body` in a child that has a file system of `size` bytes at `directory`.
 template <class Body>
 void onSmallFileSystem( const std::string& directory, size_t size, Body body ) {
-   pid_t child = fork();
-   if ( child == 0 ) {
+   int status = TableTest::ended( TableTest::start( [&] {
       std::string limit = "size=" + std::to_string( size );
       bool mounted =
          unshare( CLONE_NEWNS ) == 0 &&
          mount( "none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr ) == 0 &&
          mount( "none", directory.c_str(), "tmpfs", 0, limit.c_str() ) == 0;
       _exit( mounted ? body() : 77 );
-   }
-   int status = 0;
-   ASSERT_EQ( waitpid( child, &status, 0 ), child );
+   } ) );
    ASSERT_TRUE( WIFEXITED( status ) ) << "signal " << WTERMSIG( status );
    if ( WEXITSTATUS( status ) == 77 ) GTEST_SKIP() << "no private mount permitted";
    EXPECT_EQ( WEXITSTATUS( status ), 0 );

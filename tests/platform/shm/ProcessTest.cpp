@@ -12,24 +12,23 @@ namespace {
 
 class Processes : public TableTest {
  protected:
-   // Runs `body` in a child that ends without returning here.
-   template <class Body>
-   static pid_t start( Body body ) {
-      pid_t pid = fork();
-      if ( pid ) return pid;
-      try {
-         body();
-      } catch ( const std::exception& e ) {
-         fprintf( stderr, "child: %s\n", e.what() );
-         _exit( 1 );
-      }
-      _exit( 0 );
+   // A look-up of a key that may not be damaged, nor older than before.
+   Lookup look( const TableReader& reader, uint64_t id ) {
+      Record r;
+      Key key{ id, 0 };
+      Lookup result = reader.lookup( &key, &r );
+      EXPECT_NE( result, lookupDamaged ) << reader.problem();
+      if ( result != lookupFound ) return result;
+      EXPECT_TRUE( r.whole() );
+      EXPECT_EQ( r.key.id, id );
+      EXPECT_GE( r.generation, latest[id] );
+      latest[id] = r.generation;
+      return result;
    }
-   static int ended( pid_t pid ) {
-      int status = 0;
-      waitpid( pid, &status, 0 );
-      return status;
-   }
+
+   std::map<uint64_t, uint64_t> latest;
+   uint32_t seed = std::random_device()();
+   std::mt19937_64 random{ seed };
 };
 
 TEST_F( Processes, SecondWriterIsRefusedUntilTheFirstIsKilled ) {
@@ -68,7 +67,6 @@ TEST_F( Processes, SecondWriterIsRefusedUntilTheFirstIsKilled ) {
 // go. Each record is whole, of the key asked for, and never older than before.
 TEST_F( Processes, ReadersNeverSeeHalfARecordNorMissAStandingKey ) {
    constexpr uint64_t standing = 8, changes = 400000;
-   uint32_t seed = std::random_device()();
    SCOPED_TRACE( "seed " + std::to_string( seed ) );
    options.journalEntries = 256;
    {
@@ -76,7 +74,6 @@ TEST_F( Processes, ReadersNeverSeeHalfARecordNorMissAStandingKey ) {
       for ( uint64_t id = 1; id <= standing; ++id ) put( writer, id, 0 );
    }
    pid_t child = start( [&] {
-      std::mt19937_64 random( seed );
       TableWriter writer( path, layout, 40, options );
       for ( uint64_t step = 1; step <= changes; ++step ) {
          uint64_t id = random() % 40 + 1;
@@ -90,31 +87,19 @@ TEST_F( Processes, ReadersNeverSeeHalfARecordNorMissAStandingKey ) {
    TableReader reader( path, layout );
    TableFollower follower( reader );
    Followed followed{ contentOf( reader ) };
-   std::vector<uint64_t> latest( 41 );
-   auto check = [&]( const Record& r, uint64_t id ) {
-      ASSERT_TRUE( r.whole() );
-      ASSERT_EQ( r.key.id, id );
-      ASSERT_GE( r.generation, latest[id] );
-      latest[id] = r.generation;
-   };
-   uint64_t finds = 0, busy = 0;
+   uint64_t finds = 0;
    int status = 0;
    bool running = true;
-   while ( running && !HasFatalFailure() ) {
+   while ( running && !HasFailure() ) {
       running = waitpid( child, &status, WNOHANG ) == 0;
-      for ( uint64_t id = 1; id <= 40 && !HasFatalFailure(); ++id ) {
-         Record r;
-         Key key{ id, 0 };
-         Lookup result = reader.lookup( &key, &r );
-         ASSERT_NE( result, lookupDamaged ) << reader.problem();
-         ASSERT_FALSE( id <= standing && result == lookupAbsent )
+      for ( uint64_t id = 1; id <= 40 && !HasFailure(); ++id ) {
+         Lookup result = look( reader, id );
+         EXPECT_FALSE( id <= standing && result == lookupAbsent )
             << "missed " << id;
          finds += result == lookupFound;
-         busy += result == lookupBusy;
-         if ( result == lookupFound ) check( r, id );
       }
       followed.drain( follower );
-      ASSERT_EQ( reader.counters().damaged, 0u ) << reader.problem();
+      EXPECT_EQ( reader.counters().damaged, 0u ) << reader.problem();
    }
    if ( running ) kill( child, SIGKILL );
    if ( running ) ended( child );
@@ -123,39 +108,28 @@ TEST_F( Processes, ReadersNeverSeeHalfARecordNorMissAStandingKey ) {
    while ( followed.drain( follower ).again ) continue;
    TableReader fresh( path, layout );
    EXPECT_EQ( followed.content, contentOf( fresh ) );
-   RecordProperty( "finds", std::to_string( finds ) );
-   RecordProperty( "busy", std::to_string( busy ) );
 }
 
 // Stopped anywhere, killed anywhere, started again: a reader's look-ups end at
 // once, with whole records that never go back.
 TEST_F( Processes, ReadersOutliveStoppedAndKilledWriters ) {
    constexpr uint64_t keys = 20;
-   uint32_t seed = std::random_device()();
    SCOPED_TRACE( "seed " + std::to_string( seed ) );
-   std::mt19937_64 random( seed );
    {
       TableWriter writer( path, layout, keys, options );
       for ( uint64_t id = 1; id <= keys; ++id ) put( writer, id, 0 );
    }
    TableReader reader( path, layout );
-   std::vector<uint64_t> latest( keys + 1 );
    auto readAll = [&]( bool still ) {
       for ( uint64_t id = 1; id <= keys; ++id ) {
-         Record r;
-         Key key{ id, 0 };
-         Lookup result = reader.lookup( &key, &r );
+         Lookup result = look( reader, id );
          ASSERT_TRUE( result == lookupFound || ( result == lookupBusy && !still ) )
-            << "key " << id << ": " << result << ' ' << reader.problem();
-         if ( result == lookupBusy ) continue;
-         ASSERT_TRUE( r.whole() );
-         ASSERT_GE( r.generation, latest[id] );
-         latest[id] = r.generation;
+            << "key " << id << ": " << result;
       }
    };
-   for ( int life = 0; life < 60 && !HasFatalFailure(); ++life ) {
+   for ( int life = 0; life < 60 && !HasFailure(); ++life ) {
       uint64_t first = 0;
-      for ( uint64_t generation : latest ) first = std::max( first, generation );
+      for ( auto& [id, generation] : latest ) first = std::max( first, generation );
       pid_t child = start( [&] {
          TableWriter writer( path, layout, keys, options );
          if ( writer.size() != keys || writer.attachReport().dropped ) _exit( 2 );
@@ -172,7 +146,7 @@ TEST_F( Processes, ReadersOutliveStoppedAndKilledWriters ) {
               waitpid( child, nullptr, WNOHANG ) == 0 ) {
          readAll( false );
       }
-      for ( int stop = 0; stop < 5 && !HasFatalFailure(); ++stop ) {
+      for ( int stop = 0; stop < 5 && !HasFailure(); ++stop ) {
          for ( uint64_t i = random() % 20; i > 0; --i ) readAll( false );
          kill( child, SIGSTOP );
          int status = 0;
@@ -189,22 +163,6 @@ TEST_F( Processes, ReadersOutliveStoppedAndKilledWriters ) {
    EXPECT_FALSE( reader.poll() );
    TableWriter writer( path, layout, keys, options );
    EXPECT_EQ( writer.verify().damaged, 0u );
-}
-
-TEST_F( Processes, ReadersCannotWriteTheTable ) {
-   TableWriter writer( path, layout, 10, options );
-   put( writer, 1, 1 );
-   pid_t child = start( [&] {
-      TableReader reader( path, layout );
-      // The record that a visitor gets is a copy: scribbling on it harms nobody.
-      reader.visit( []( Position, const void* record ) {
-         std::memset( const_cast<void*>( record ), 0xff, sizeof( Record ) );
-         return true;
-      } );
-   } );
-   EXPECT_EQ( ended( child ), 0 );
-   TableReader reader( path, layout );
-   EXPECT_EQ( found( reader, 1 ), Record::of( 1, 1 ) );
 }
 
 }

@@ -1,8 +1,9 @@
-// A small table of self-verifying records, and a directory of its own for it.
+// A small table of self-verifying records, a directory of its own for it, and child
+// processes that use it.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -23,6 +24,7 @@
 #include "platform/shm/TableWriter.h"
 #include "platform/shm/detail/Geometry.h"
 #include "platform/shm/detail/Hash.h"
+#include "tests/support/TempRoot.h"
 
 namespace Brane::Test {
 
@@ -150,18 +152,35 @@ inline std::vector<uint64_t> neighbours( uint32_t capacity, size_t count,
 }
 
 class TableTest : public testing::Test {
- protected:
+ public:
    TableTest() {
-      char name[] = "/dev/shm/pimsm-test-XXXXXX";
-      directory = mkdtemp( name );
-      path = directory + "/t";
       options.seed = testSeed;
       options.bootId = "boot";
    }
-   ~TableTest() override { std::filesystem::remove_all( directory ); }
 
-   std::string directory;
-   std::string path;
+   // Runs `body` in a child that ends without returning here: by 0, or by 1 when it
+   // throws.
+   template <class Body>
+   static pid_t start( Body body ) {
+      pid_t pid = fork();
+      if ( pid ) return pid;
+      try {
+         body();
+      } catch ( const std::exception& e ) {
+         fprintf( stderr, "child: %s\n", e.what() );
+         _exit( 1 );
+      }
+      _exit( 0 );
+   }
+   static int ended( pid_t pid ) {
+      int status = 0;
+      waitpid( pid, &status, 0 );
+      return status;
+   }
+
+   Mox::Test::TempRoot root;
+   std::string directory = root.path();
+   std::string path = directory + "/t";
    Layout layout = layoutOfRecord();
    WriterOptions options;
 };

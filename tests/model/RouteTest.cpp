@@ -3,6 +3,7 @@
 
 #include <limits>
 
+#include "tests/support/ErrorText.h"
 #include "tests/support/ModelRecorders.h"
 
 namespace Routing::Pim::SparseMode::Test {
@@ -18,8 +19,6 @@ class RouteOfVrf : public testing::Test {
 TEST_F( RouteOfVrf, StartsWithItsDeliberateInitialValues ) {
    Mox::Ptr<Route> route = vrf->routeIs( sgKey( "192.0.2.1", "233.252.0.1" ) );
    EXPECT_EQ( route->routeFlags(), Route::RouteFlags( 0x40 ) );
-   EXPECT_TRUE( route->katExpired() );
-   EXPECT_FALSE( route->rpTree() || route->wildCard() || route->hwRecovered() );
    EXPECT_TRUE( route->nsfRpfResolved() );
    EXPECT_EQ( route->firstInactivityTime(), kInfinity );
    EXPECT_FALSE( route->initialized() );
@@ -70,22 +69,13 @@ TEST_F( RouteOfVrf, RemovalTakesItOutAndLeavesItWhole ) {
    EXPECT_NE( vrf->routeIs( route->key() ), route.ptr() );
 }
 
-TEST_F( RouteOfVrf, EightBitCountersWrapAndHearOnlyChanges ) {
+TEST_F( RouteOfVrf, ItsCountersHaveEightBits ) {
    auto route = vrf.wc( "233.252.0.1" );
    route->mfibChangeCountIs( 255 );
    route->routeChangedIs( 254 );
-   RouteRecorder recorder( route.get() );
    EXPECT_EQ( route->mfibChangeCountInc( 1 ), 0 );
-   EXPECT_EQ( route->mfibChangeCountInc( 0 ), 0 );
    EXPECT_EQ( route->routeChangedInc( 3 ), 1 );
-   EXPECT_EQ( route->beginIifSwitchInc( 300 ), 300U );
-   EXPECT_EQ( recorder.take(),
-              ( Heard{ "mfibChangeCount", "routeChanged", "beginIifSwitch" } ) );
-   auto intf = route.intf( "eth1" );
-   intf->rxPreferredAssertIs( 255 );
-   IntfRecorder onIntf( intf.get() );
-   EXPECT_EQ( intf->rxPreferredAssertInc( 1 ), 0 );
-   EXPECT_EQ( onIntf.take(), Heard{ "rxPreferredAssert" } );
+   EXPECT_EQ( route->beginIifSwitchInc( 300 ), 300U ) << "not this one";
 }
 
 TEST_F( RouteOfVrf, InfinityOverInfinityIsNoChange ) {
@@ -145,39 +135,23 @@ TEST_F( RouteOfVrf, HasStateByAnInterfaceOrPrunedUpstream ) {
    EXPECT_TRUE( route->hasSgState() );
 }
 
-TEST_F( RouteOfVrf, AnInterfaceIsMadeOnceUnderItsParent ) {
-   auto route = vrf.sg( "192.0.2.1", "233.252.0.1" );
-   RouteRecorder recorder( route.get() );
-   Mox::Ptr<Intf> intf = route->routeIntfIs( intfId( "eth1" ), route.get() );
-   EXPECT_TRUE( intf->notificationsEnabled() );
-   EXPECT_EQ( route->routeIntfIs( intfId( "eth1" ), route.get() ), intf );
-   EXPECT_EQ( recorder.take(), Heard{ "routeIntf 'eth1'" } );
-   EXPECT_EQ( route->routeIntfDel( intfId( "eth2" ) ), nullptr );
-   EXPECT_EQ( route->routeIntfDel( intfId( "eth1" ) ), intf );
-   EXPECT_EQ( recorder.take(), Heard{ "routeIntf 'eth1'" } );
-   EXPECT_EQ( intf->parentRoute(), route.get() );
-}
-
 TEST_F( RouteOfVrf, AnInterfaceOfAnotherParentIsRefusedAndKept ) {
    auto route = vrf.sg( "192.0.2.1", "233.252.0.1" );
    auto other = vrf.wc( "233.252.0.1" );
    auto intf = route.intf( "eth1" ).joined();
    RouteRecorder recorder( route.get() );
-   try {
-      route->routeIntfIs( intfId( "eth1" ), other.get() );
-      ADD_FAILURE() << "no error";
-   } catch ( const Mox::NameInUseError& error ) {
-      EXPECT_EQ(
-         Mox::String( error.what() ),
-         "Reinstantiating the pointer interface where constructor parameter "
-         "attribute _parentRoute has a different value of " +
-            Mox::pointerText( other.get() ) + " than the current value of " +
-            Mox::pointerText( route.get() ) + " not allowed" );
-   }
+   EXPECT_EQ( route->routeIntfIs( intfId( "eth1" ), route.get() ), intf.ptr() );
+   EXPECT_EQ( Mox::Test::errorText<Mox::NameInUseError>(
+                 [&] { route->routeIntfIs( intfId( "eth1" ), other.get() ); } ),
+              "Reinstantiating the pointer interface where constructor parameter "
+              "attribute _parentRoute has a different value of " +
+                 Mox::pointerText( other.get() ) + " than the current value of " +
+                 Mox::pointerText( route.get() ) + " not allowed" );
    EXPECT_EQ( route->routeIntf( intfId( "eth1" ) ), intf.get() );
    EXPECT_EQ( intf->parentRoute(), route.get() );
    EXPECT_EQ( intf->joinState(), Intf::joined );
    EXPECT_EQ( recorder.take(), Heard{} );
+   EXPECT_TRUE( intf->notificationsEnabled() );
    EXPECT_TRUE( other->routeIntf().empty() );
 }
 

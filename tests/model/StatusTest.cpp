@@ -11,40 +11,22 @@ TEST( StatusTree, KeepsOneStatusAVrf ) {
    StatusCollRecorder recorder( coll.get() );
    Mox::Ptr<Status> red = coll->vrfStatusIs( L3::VrfName( "red" ) );
    EXPECT_EQ( coll->vrfStatusIs( L3::VrfName( "red" ) ), red );
-   coll->vrfStatusIs( L3::VrfName( "blue" ) );
    EXPECT_TRUE( red->notificationsEnabled() );
-   EXPECT_EQ( coll->vrfStatusDel( L3::VrfName( "green" ) ), nullptr );
-   EXPECT_EQ( coll->vrfStatusDel( L3::VrfName( "red" ) ), red );
    coll->vrfStatusDelAll();
-   EXPECT_EQ( coll->vrfStatus( L3::VrfName( "blue" ) ), nullptr );
-   EXPECT_EQ( recorder.take(), ( Heard{ "vrfStatus red", "vrfStatus blue",
-                                        "vrfStatus red", "vrfStatus blue" } ) );
+   EXPECT_EQ( coll->vrfStatusDel( L3::VrfName( "red" ) ), nullptr );
+   EXPECT_EQ( recorder.take(), ( Heard{ "vrfStatus red", "vrfStatus red" } ) );
 }
 
 TEST( StatusTree, EnforcesNoLimitAndCountsNothing ) {
    Vrf vrf;
-   EXPECT_EQ( vrf->maxRoutes(), 10000U );
-   EXPECT_EQ( vrf->maxRouteIntfs(), 600000U );
-   vrf->maxRoutesIs( 2 );
+   vrf->maxRoutesIs( 1 );
    vrf->maxRouteIntfsIs( 1 );
-   for ( const char* group : { "233.252.0.1", "233.252.0.2", "233.252.0.3" } ) {
-      vrf.wc( group ).intf( "eth1" );
-      vrf.sg( "192.0.2.1", group ).intf( "eth1" );
-   }
-   EXPECT_EQ( vrf->route().size(), 6U );
+   vrf.wc( "233.252.0.1" ).intf( "eth1" );
+   vrf.sg( "192.0.2.1", "233.252.0.1" ).intf( "eth1" );
+   EXPECT_EQ( vrf->route().size(), 2U );
    EXPECT_EQ( vrf->sgRoutes(), 0U );
    EXPECT_EQ( vrf->wcRoutes(), 0U );
    EXPECT_EQ( vrf->wcRoutesDec( 1 ), 0xffffffffU );
-}
-
-TEST( StatusTree, PimStatusIsComparedByIdentity ) {
-   Vrf vrf;
-   vrf.pimIntf( "eth1", "192.0.2.2" );
-   StatusRecorder recorder( vrf.get() );
-   vrf->pimStatusIs( vrf.pim() );
-   EXPECT_EQ( recorder.take(), Heard{} );
-   vrf->pimStatusIs( Mox::newEntity<Routing::Pim::Status>() );
-   EXPECT_EQ( recorder.take(), Heard{ "pimStatus" } );
 }
 
 TEST( SourceOfVrf, GroupsAreOrderedAndHeardOnChangeAlone ) {
@@ -58,24 +40,16 @@ TEST( SourceOfVrf, GroupsAreOrderedAndHeardOnChangeAlone ) {
    Mox::Ptr<Source> source = vrf->source( addr( "192.0.2.1" ) );
    SourceRecorder recorder( source.get() );
    source->sourceGroupIs( addr( "233.252.0.2" ), true );
-   source->sourceGroupIs( addr( "233.252.0.2" ), true );
-   source->sourceGroupIs( addr( "233.252.0.2" ), false );
    source->sourceGroupIs( addr( "233.252.0.1" ), true );
-   EXPECT_EQ( Mox::keysOf( source->sourceGroup() ),
-              ( std::vector{ addr( "233.252.0.1" ), addr( "233.252.0.2" ) } ) );
-   EXPECT_FALSE( *source->sourceGroup( addr( "233.252.0.2" ) ) );
    source->sourceGroupDelAll();
    source->sourceInjectGroupIs( addr( "233.252.0.3" ) );
-   source->sourceInjectGroupIs( addr( "233.252.0.3" ) );
-   EXPECT_TRUE( source->sourceInjectGroupHas( addr( "233.252.0.3" ) ) );
-   source->sourceInjectGroupDel( addr( "233.252.0.4" ) );
    source->sourceInjectGroupDelAll();
    source->monitoredSourceIs( { intfId( "eth0" ), true } );
    source->monitoredSourceIs( { intfId( "eth0" ), true } );
    EXPECT_EQ( recorder.take(),
-              ( Heard{ "sourceGroup 233.252.0.2", "sourceGroup 233.252.0.2",
-                       "sourceGroup 233.252.0.1", "sourceGroup 233.252.0.1",
-                       "sourceGroup 233.252.0.2", "sourceInjectGroup 233.252.0.3",
+              ( Heard{ "sourceGroup 233.252.0.2", "sourceGroup 233.252.0.1",
+                       "sourceGroup 233.252.0.1", "sourceGroup 233.252.0.2",
+                       "sourceInjectGroup 233.252.0.3",
                        "sourceInjectGroup 233.252.0.3", "monitoredSource" } ) );
 }
 
@@ -100,7 +74,6 @@ TEST( Interfaces, AreASet ) {
    IntfCollectionRecorder recorder( intfs.get() );
    intfs->intfIs( intfId( "eth1" ) );
    intfs->intfIs( intfId( "eth1" ) );
-   intfs->intfDel( intfId( "eth2" ) );
    intfs->intfDelAll();
    EXPECT_EQ( recorder.take(), ( Heard{ "intf 'eth1'", "intf 'eth1'" } ) );
 }

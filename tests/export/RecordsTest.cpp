@@ -89,15 +89,6 @@ TEST( Records, PrintInTheValueNotation ) {
                  ", 'dummy': 0}), 'count': 3})" );
 }
 
-TEST( Records, RefuseForeignText ) {
-   Mox::String text = valueToStrep( fullRoute() );
-   EXPECT_THROW( Mox::stringToValue<Brane::Intf>( text ), Mox::ParseError );
-   EXPECT_THROW( Mox::stringToValue<Brane::Route>( text + "x" ), Mox::ParseError );
-   EXPECT_THROW(
-      Mox::stringToValue<Brane::Route>( text.substr( 0, text.size() - 1 ) ),
-      Mox::ParseError );
-}
-
 TEST( Records, TraceReadably ) {
    EXPECT_EQ(
       fullRoute().braneString(),

@@ -52,88 +52,7 @@ class RouteWriter : public testing::Test {
    Vrf vrf{ agent.model };
 };
 
-struct Change {
-   const char* name;
-   const char* marks;
-   std::function<void( Route&, Intf& )> make;
-};
-
-const Change kChanges[] = {
-   { "routeFlags", "route ", []( Route& r, Intf& ) { r.spTreeIs( true ); } },
-   { "another umh", "route ",
-     []( Route& r, Intf& ) {
-        r.umhDel();
-        r.umhIs();
-     } },
-   { "umh removed", "route ", []( Route& r, Intf& ) { r.umhDel(); } },
-   { "umhFrr removed", "route ", []( Route& r, Intf& ) { r.umhFrrDel(); } },
-   { "rpf", "route ",
-     []( Route& r, Intf& ) { r.umh()->rpfIs( rpfBy( "eth9" ) ); } },
-   { "rpfAttached", "route ",
-     []( Route& r, Intf& ) { r.umh()->rpfAttachedIs( true ); } },
-   { "mbrIif", "route ",
-     []( Route& r, Intf& ) { r.umh()->mbrIifIs( intfId( "eth9" ) ); } },
-   { "upRptState", "route ",
-     []( Route& r, Intf& ) { r.umh()->upRptStateIs( upRptPruned ); } },
-   { "rpfFrr", "route ",
-     []( Route& r, Intf& ) { r.umhFrr()->rpfIs( rpfBy( "eth9" ) ); } },
-   { "rpfFrrAttached", "route ",
-     []( Route& r, Intf& ) { r.umhFrr()->rpfAttachedIs( true ); } },
-   { "forward", "intf ", []( Route&, Intf& i ) { i.forwardIs( true ); } },
-   { "interface removed", "intf ",
-     []( Route& r, Intf& i ) { r.routeIntfDel( i.intfId() ); } },
-   { "route removed", "route intf ",
-     []( Route& r, Intf& ) { r.pimsmStatus()->routeDel( r.key() ); } },
-   { "creationTime", "", []( Route& r, Intf& ) { r.creationTimeIs( 7 ); } },
-   { "prevRpf", "",
-     []( Route& r, Intf& ) { r.umh()->prevRpfIs( rpfBy( "eth9" ) ); } },
-   { "mbrIif of the backup", "",
-     []( Route& r, Intf& ) { r.umhFrr()->mbrIifIs( intfId( "eth9" ) ); } },
-   { "upRptState of the backup", "",
-     []( Route& r, Intf& ) { r.umhFrr()->upRptStateIs( upRptPruned ); } },
-   { "iifSwitchState", "",
-     []( Route& r, Intf& ) { r.iifSwitchStateIs( Route::wrongVifRecd ); } },
-   { "iifSwitchPending", "",
-     []( Route& r, Intf& ) { r.iifSwitchPendingIs( true ); } },
-   { "upJoinState", "", []( Route& r, Intf& ) { r.upJoinStateIs( upJoined ); } },
-   { "joinState", "", []( Route&, Intf& i ) { i.joinStateIs( Intf::joined ); } },
-   { "rptState", "", []( Route&, Intf& i ) { i.rptStateIs( Intf::rptPruned ); } },
-   { "times", "",
-     []( Route&, Intf& i ) {
-        i.lastJoinReceivedIs( 5 );
-        i.lastRptPruneReceivedIs( 6 );
-     } },
-   { "assertInfo", "",
-     []( Route&, Intf& i ) {
-        i.assertInfoIs( { iAmAssertWinner, {} } );
-     } },
-   { "flags of the interface", "",
-     []( Route&, Intf& i ) {
-        i.toBeDeletedIs( true );
-        i.fastForwardIs( true );
-        i.allowRpInUseIs( true );
-        i.lastAssertActionIs( 3 );
-        i.localReceiverIncludeIs( true );
-        i.localReceiverExcludeIs( true );
-     } },
-};
-
-TEST_F( RouteWriter, MarksWhatItSaysAndNothingElse ) {
-   agent.start();
-   for ( const Change& change : kChanges ) {
-      SCOPED_TRACE( change.name );
-      RouteBuilder route = publishedRoute();
-      Mox::Ptr<Intf> intf = route->routeIntf( intfId( "eth1" ) );
-      ASSERT_EQ( marked(), "" );
-      change.make( *route, *intf );
-      EXPECT_EQ( marked(), change.marks );
-      // Begin anew.
-      vrf->routeDel( kKey );
-      agent.publish();
-      ASSERT_EQ( agent.tables->route().size(), 0U );
-      ASSERT_EQ( agent.tables->routeIntf().size(), 0U );
-   }
-}
+// What is marked and written in general is the random walk's to tell.
 
 TEST_F( RouteWriter, HearsTheUpstreamThatReplacedAnother ) {
    agent.start();
@@ -147,29 +66,6 @@ TEST_F( RouteWriter, HearsTheUpstreamThatReplacedAnother ) {
    EXPECT_EQ( marked(), "route " );
    agent.publish();
    EXPECT_TRUE( recordOf( kKey ).rpfAttached );
-}
-
-// Every exported field is sampled when its record is marked.
-TEST_F( RouteWriter, SamplesTheUnmarkedFields ) {
-   agent.start();
-   RouteBuilder route = publishedRoute();
-   for ( const Change& change : kChanges ) {
-      if ( *change.marks != '\0' ) continue;
-      change.make( *route, *route->routeIntf( intfId( "eth1" ) ) );
-   }
-   clock.runUntil( clock.now() + 10 );
-   EXPECT_EQ( recordOf( kKey ).creationTime, 0 );
-   route->spTreeIs( true );
-   route->routeIntf( intfId( "eth1" ) )->forwardIs( true );
-   clock.runUntil( clock.now() + 0.05 );
-   EXPECT_EQ( recordOf( kKey ), Brane::doGetBraneRouteFromRoute( *route ) );
-   Brane::Intf intf;
-   ASSERT_EQ( agent.tables->routeIntf().find( { kKey, intfId( "eth1" ) }, intf ),
-              ::Brane::lookupFound );
-   EXPECT_EQ( intf, Brane::doGetBraneIntfFromRouteIntf(
-                       kKey, *route->routeIntf( intfId( "eth1" ) ) ) );
-   EXPECT_EQ( intf.lastRptPruneReceived, 6 );
-   EXPECT_EQ( recordOf( kKey ).prevRpf, rpfBy( "eth9" ) );
 }
 
 TEST_F( RouteWriter, LeavesDefaultsWithoutUpstreamRecords ) {
@@ -264,27 +160,6 @@ TEST_F( RouteWriter, KeepsToItsQuantumAndResumesAtOnce ) {
    EXPECT_GE( agent.writer->slices(), 2 * kRoutes / kASlice );
 }
 
-// What changes meanwhile gets a review of its own, also what was written already.
-TEST_F( RouteWriter, ReviewsAgainWhatChangesDuringAReview ) {
-   agent.start();
-   for ( unsigned i = 0; i < 10; ++i ) agent.model->routeIs( keyOf( i ) );
-   clock.stepIs( agent.writer->reviewQuantum() );
-   clock.advance( agent.writer->maxDelay() );
-   clock.runPass();
-   ASSERT_EQ( agent.writer->reviewChangeSet().route().size(), 9U );
-   for ( unsigned i = 0; i < 10; ++i ) {
-      agent.model->route( keyOf( i ) )->spTreeIs( true );
-   }
-   agent.model->routeDel( keyOf( 3 ) );
-   EXPECT_EQ( agent.writer->changeSet().route().size(), 10U );
-   for ( int pass = 0; pass < 100; ++pass ) clock.runPass();
-   for ( unsigned i = 0; i < 10; ++i ) {
-      if ( i == 3 ) continue;
-      EXPECT_TRUE( recordOf( keyOf( i ) ).routeFlags.spTree() );
-   }
-   EXPECT_EQ( agent.tables->route().size(), 9U );
-}
-
 TEST_F( RouteWriter, LeavesAnInterfaceAloneUntilTheNextReview ) {
    agent.start();
    RouteBuilder route = publishedRoute();
@@ -314,20 +189,6 @@ TEST_F( RouteWriter, WaitsForTheModelToBeInitialized ) {
    clock.runUntil( clock.now() + 0.05 );
    EXPECT_EQ( agent.tables->route().size(), 2U );
    EXPECT_TRUE( hasIntf( kKey, "eth1" ) );
-}
-
-TEST_F( RouteWriter, FollowsRoutesThatGoAndComeBeforeAReview ) {
-   agent.start();
-   publishedRoute();
-   vrf->routeDel( kKey );
-   vrf.sg( "192.0.2.1", "233.252.0.1" ).spTree().intf( "eth2" );
-   vrf.sg( "192.0.2.7", "233.252.0.1" ).intf( "eth2" );
-   vrf->routeDel( sgKey( "192.0.2.7", "233.252.0.1" ) );
-   agent.publish();
-   EXPECT_EQ( agent.tables->route().size(), 1U );
-   EXPECT_EQ( recordOf( kKey ).rpf, Rpf() );
-   EXPECT_FALSE( hasIntf( kKey, "eth1" ) );
-   EXPECT_TRUE( hasIntf( kKey, "eth2" ) );
 }
 
 // Puts another route under the key as soon as it hears that one has gone.

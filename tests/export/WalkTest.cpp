@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <random>
 #include <vector>
@@ -120,6 +121,21 @@ class Walk : public testing::TestWithParam<Vantu::AddressFamily> {
                { pick( 3 ) } };
    }
 
+   // Something to do, and whether it marks the route where it changes its record.
+   struct Act {
+      bool marks;
+      std::function<void()> does;
+   };
+   void doOneOf( const RouteKey& key, std::initializer_list<Act> acts ) {
+      Brane::Route before = recordOf( key );
+      const Act& act = acts.begin()[pick( static_cast<unsigned>( acts.size() ) )];
+      act.does();
+      if ( act.marks && !( recordOf( key ) == before ) ) markedRoutes.insert( key );
+   }
+   Brane::Route recordOf( const RouteKey& key ) const {
+      return Brane::doGetBraneRouteFromRoute( *agent.model->route( key ) );
+   }
+
    void step();
    void changeRoute( Route& route );
    void changeUpstream( Route& route );
@@ -155,107 +171,60 @@ void Walk::deleteRoute( const RouteKey& key ) {
 }
 
 void Walk::changeRoute( Route& route ) {
-   const RouteKey& key = route.key();
-   switch ( pick( 7 ) ) {
-      case 0: {
-         Route::RouteFlags flags( pick( Route::RouteFlags::limit + 1 ) );
-         if ( !( flags == route.routeFlags() ) ) markedRoutes.insert( key );
-         return route.routeFlagsIs( flags );
-      }
-      case 1:
-         markedRoutes.insert( key );
-         return route.spTreeIs( !route.spTree() );
-      case 2:
-         return route.creationTimeIs( pick( 100 ) );
-      case 3:
-         return route.iifSwitchStateIs(
-            Route::IifSwitchStateInstance( pick( 5 ) ) );
-      case 4:
-         return route.iifSwitchPendingIs( coin() );
-      case 5:
-         return route.upJoinStateIs( coin() ? upJoined : upNotJoined );
-      default:
-         route.changeFlagsIs( ChangeFlags( pick( 8 ) ) );
-         route.mfibChangeCountInc( 1 );
-   }
+   using Flags = Route::RouteFlags;
+   doOneOf(
+      route.key(),
+      { { true, [&] { route.routeFlagsIs( Flags( pick( Flags::limit + 1 ) ) ); } },
+        { true, [&] { route.spTreeIs( !route.spTree() ); } },
+        { false, [&] { route.creationTimeIs( pick( 100 ) ); } },
+        { false,
+          [&] {
+             route.iifSwitchStateIs( Route::IifSwitchStateInstance( pick( 5 ) ) );
+          } },
+        { false, [&] { route.iifSwitchPendingIs( coin() ); } },
+        { false, [&] { route.upJoinStateIs( coin() ? upJoined : upNotJoined ); } },
+        { false, [&] { route.changeFlagsIs( ChangeFlags( pick( 8 ) ) ); } },
+        { false, [&] { route.mfibChangeCountInc( 1 ); } } } );
 }
 
 void Walk::changeUpstream( Route& route ) {
    const RouteKey& key = route.key();
    unsigned what = pick( 20 );
+   bool marks = false;
    if ( what == 0 ) {
-      if ( route.umhDel() != nullptr ) markedRoutes.insert( key );
+      marks = route.umhDel() != nullptr;
    } else if ( what == 1 ) {
-      if ( route.umhFrrDel() != nullptr ) markedRoutes.insert( key );
+      marks = route.umhFrrDel() != nullptr;
    } else if ( what < 12 ) {
-      if ( route.umh() == nullptr ) {
-         route.umhIs()->routeIs( &route );
-         markedRoutes.insert( key );
-      }
+      marks = route.umh() == nullptr;
+      if ( marks ) route.umhIs()->routeIs( &route );
       changeUmh( key, *route.umh() );
    } else {
-      if ( route.umhFrr() == nullptr ) {
-         route.umhFrrIs()->routeIs( &route );
-         markedRoutes.insert( key );
-      }
+      marks = route.umhFrr() == nullptr;
+      if ( marks ) route.umhFrrIs()->routeIs( &route );
       changeUmhFrr( key, *route.umhFrr() );
    }
+   if ( marks ) markedRoutes.insert( key );
 }
 
 void Walk::changeUmh( const RouteKey& key, UpstreamInfo& umh ) {
-   bool marks = true;
-   Brane::Route before =
-      Brane::doGetBraneRouteFromRoute( *agent.model->route( key ) );
-   switch ( pick( 6 ) ) {
-      case 0:
-         umh.rpfIs( anyRpf() );
-         break;
-      case 1:
-         umh.rpfAttachedIs( coin() );
-         break;
-      case 2:
-         umh.mbrIifIs( anyIntf() );
-         break;
-      case 3:
-         umh.upRptStateIs( Mox::enumInstance<UpRptState>( pick( 3 ) ) );
-         break;
-      case 4:
-         marks = false;
-         umh.prevRpfIs( anyRpf() );
-         break;
-      default:
-         marks = false;
-         umh.rpIs( address( "198.51.100.", "fe80::", pick( 3 ) ) );
-         umh.prevRptStateIs( Mox::enumInstance<UpRptState>( pick( 3 ) ) );
-   }
-   bool changed =
-      !( before == Brane::doGetBraneRouteFromRoute( *agent.model->route( key ) ) );
-   if ( marks && changed ) markedRoutes.insert( key );
+   auto rptState = [&] { return Mox::enumInstance<UpRptState>( pick( 3 ) ); };
+   doOneOf( key, { { true, [&] { umh.rpfIs( anyRpf() ); } },
+                   { true, [&] { umh.rpfAttachedIs( coin() ); } },
+                   { true, [&] { umh.mbrIifIs( anyIntf() ); } },
+                   { true, [&] { umh.upRptStateIs( rptState() ); } },
+                   { false, [&] { umh.prevRpfIs( anyRpf() ); } },
+                   { false, [&] { umh.prevRptStateIs( rptState() ); } },
+                   { false, [&] { umh.rpIs( anyRpf().neighbor ); } } } );
 }
 
 void Walk::changeUmhFrr( const RouteKey& key, UpstreamInfo& umhFrr ) {
-   bool changed = false;
-   switch ( pick( 4 ) ) {
-      case 0: {
-         Rpf rpf = anyRpf();
-         changed = !( rpf == umhFrr.rpf() );
-         umhFrr.rpfIs( rpf );
-         break;
-      }
-      case 1: {
-         bool attached = coin();
-         changed = attached != umhFrr.rpfAttached();
-         umhFrr.rpfAttachedIs( attached );
-         break;
-      }
-      // Of the fast-reroute record these deliberately mark nothing.
-      case 2:
-         umhFrr.mbrIifIs( anyIntf() );
-         break;
-      default:
-         umhFrr.upRptStateIs( Mox::enumInstance<UpRptState>( pick( 3 ) ) );
-   }
-   if ( changed ) markedRoutes.insert( key );
+   auto rptState = [&] { return Mox::enumInstance<UpRptState>( pick( 3 ) ); };
+   doOneOf( key, { { true, [&] { umhFrr.rpfIs( anyRpf() ); } },
+                   { true, [&] { umhFrr.rpfAttachedIs( coin() ); } },
+                   // Of the fast-reroute record these deliberately mark nothing.
+                   { false, [&] { umhFrr.mbrIifIs( anyIntf() ); } },
+                   { false, [&] { umhFrr.upRptStateIs( rptState() ); } } } );
 }
 
 void Walk::changeIntf( Route& route ) {

@@ -48,65 +48,29 @@ const MachineRow kRows[] = {
      "0 joined, 10 prunePending, 11 joined, 12 prunePending, 15 noInfo" },
 };
 
-class DownstreamJoinTable : public testing::TestWithParam<MachineRow> {};
-
-TEST_P( DownstreamJoinTable, Follows ) {
-   Mox::TestClock clock;
-   Vrf vrf;
-   auto intf = vrf.wc( "233.252.0.1" ).intf( "eth1" );
-   size_t ends = 0;
-   DownstreamJoin machine( clock, intf.ptr(), [&] {
-      EXPECT_EQ( intf->joinState(), Intf::noInfo ) << "told before it has ended";
-      ++ends;
-   } );
-   MachineRun run(
-      clock, [&] { return std::string( stringValue( intf->joinState() ) ); } );
-   run.play( GetParam().script, [&]( const MachineStep& step ) {
-      bool joins = step.event == "join";
-      if ( joins ) machine.receiveJoin( step.times[0] );
-      if ( !joins ) machine.receivePrune( step.times[0] );
-      EXPECT_EQ( intf->lastJoinReceived() == clock.now(), joins );
-   } );
-   EXPECT_EQ( run.history(), GetParam().history );
-   EXPECT_EQ( ends, run.times( "noInfo" ) );
-}
-
-INSTANTIATE_TEST_SUITE_P( Cells, DownstreamJoinTable, testing::ValuesIn( kRows ),
-                          []( const auto& row ) { return row.param.name; } );
-
-// The owner removes the machine when it hears of the end, on each of the ways
-// there.
-TEST( DownstreamJoin, MayBeDestroyedByItsEnd ) {
-   for ( double pending : { 0.0, 3.0, Timer::never } ) {
+// That the machine may be destroyed by its end, and takes up what was reloaded, is
+// seen with its owner: JoinPruneEngineTest.
+TEST( DownstreamJoin, FollowsTheFigure ) {
+   for ( const MachineRow& row : kRows ) {
+      SCOPED_TRACE( row.name );
       Mox::TestClock clock;
       Vrf vrf;
       auto intf = vrf.wc( "233.252.0.1" ).intf( "eth1" );
-      std::unique_ptr<DownstreamJoin> machine;
-      machine = std::make_unique<DownstreamJoin>( clock, intf.ptr(),
-                                                  [&] { machine.reset(); } );
-      machine->receiveJoin( 210 );
-      machine->receivePrune( pending );
-      clock.runUntil( clock.now() + 300 );
-      EXPECT_EQ( machine, nullptr ) << pending;
-      EXPECT_EQ( intf->joinState(), Intf::noInfo );
-   }
-}
-
-// What a former agent left pending counts as joined: nothing tells when its timer
-// would have ended.
-TEST( DownstreamJoin, TakesUpReloadedStateForAHoldTime ) {
-   for ( Intf::JoinState state : { Intf::joined, Intf::prunePending } ) {
-      Mox::TestClock clock;
-      Vrf vrf;
-      auto intf = vrf.wc( "233.252.0.1" ).intf( "eth1" ).joinState( state );
-      intf->lastJoinReceivedIs( 77 );
-      DownstreamJoin machine( clock, intf.ptr(), [] {} );
-      machine.adopt( 210 );
-      EXPECT_EQ( intf->lastJoinReceived(), 77 ) << "no join was received";
-      clock.runUntil( clock.now() + 209 );
-      EXPECT_EQ( intf->joinState(), Intf::joined );
-      clock.runUntil( clock.now() + 1 );
-      EXPECT_EQ( intf->joinState(), Intf::noInfo );
+      size_t ends = 0;
+      DownstreamJoin machine( clock, intf.ptr(), [&] {
+         EXPECT_EQ( intf->joinState(), Intf::noInfo ) << "told before its end";
+         ++ends;
+      } );
+      MachineRun run(
+         clock, [&] { return std::string( stringValue( intf->joinState() ) ); } );
+      run.play( row.script, [&]( const MachineStep& step ) {
+         bool joins = step.event == "join";
+         if ( joins ) machine.receiveJoin( step.times[0] );
+         if ( !joins ) machine.receivePrune( step.times[0] );
+         EXPECT_EQ( intf->lastJoinReceived() == clock.now(), joins );
+      } );
+      EXPECT_EQ( run.history(), row.history );
+      EXPECT_EQ( ends, run.times( "noInfo" ) );
    }
 }
 

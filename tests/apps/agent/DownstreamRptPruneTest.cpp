@@ -74,66 +74,28 @@ void play( DownstreamRptPrune& machine, const MachineStep& step ) {
    machine.receiveRptPrune( step.times[0], step.times[1] );
 }
 
-class DownstreamRptPruneTable : public testing::TestWithParam<MachineRow> {};
-
-TEST_P( DownstreamRptPruneTable, Follows ) {
-   Mox::TestClock clock;
-   Vrf vrf;
-   auto intf = vrf.sg( "192.0.2.1", "233.252.0.1" ).intf( "eth1" );
-   size_t ends = 0;
-   DownstreamRptPrune machine( clock, intf.ptr(), [&] {
-      EXPECT_EQ( intf->rptState(), Intf::rptNoInfo ) << "told before it has ended";
-      ++ends;
-   } );
-   MachineRun run( clock, [&] {
-      return std::string( stringValue( intf->rptState() ) ).substr( 3 );
-   } );
-   run.play( GetParam().script, [&]( const MachineStep& step ) {
-      play( machine, step );
-      if ( step.event != "prune" ) return;
-      EXPECT_EQ( intf->lastRptPruneReceived(), clock.now() );
-   } );
-   EXPECT_EQ( run.history(), GetParam().history );
-   EXPECT_EQ( ends, run.times( "NoInfo" ) );
-   EXPECT_EQ( intf->joinState(), Intf::noInfo ) << "another machine's";
-}
-
-INSTANTIATE_TEST_SUITE_P( Cells, DownstreamRptPruneTable,
-                          testing::ValuesIn( kRows ),
-                          []( const auto& row ) { return row.param.name; } );
-
-TEST( DownstreamRptPrune, MayBeDestroyedByItsEnd ) {
-   for ( const char* way :
-         { "0 prune 210 3", "0 prune 210 3, 1 rptJoin",
-           "0 prune 210 3, 1 wcJoin, 1 end", "0 prune 210 0, 1 rptJoin" } ) {
+TEST( DownstreamRptPrune, FollowsTheFigure ) {
+   for ( const MachineRow& row : kRows ) {
+      SCOPED_TRACE( row.name );
       Mox::TestClock clock;
       Vrf vrf;
       auto intf = vrf.sg( "192.0.2.1", "233.252.0.1" ).intf( "eth1" );
-      std::unique_ptr<DownstreamRptPrune> machine;
-      machine = std::make_unique<DownstreamRptPrune>( clock, intf.ptr(),
-                                                      [&] { machine.reset(); } );
-      for ( const MachineStep& step : machineSteps( way ) ) play( *machine, step );
-      clock.runUntil( clock.now() + 300 );
-      EXPECT_EQ( machine, nullptr ) << way;
-      EXPECT_EQ( intf->rptState(), Intf::rptNoInfo );
-   }
-}
-
-TEST( DownstreamRptPrune, TakesUpReloadedStateForAHoldTime ) {
-   for ( Intf::RptState state :
-         { Intf::rptPruned, Intf::rptPrunePending, Intf::rptPruneTemp,
-           Intf::rptPrunePendingTemp } ) {
-      Mox::TestClock clock;
-      Vrf vrf;
-      auto intf =
-         vrf.sg( "192.0.2.1", "233.252.0.1" ).intf( "eth1" ).rptState( state );
-      DownstreamRptPrune machine( clock, intf.ptr(), [] {} );
-      machine.adopt( 210 );
-      machine.endOfMessage();
-      clock.runUntil( clock.now() + 209 );
-      EXPECT_EQ( intf->rptState(), Intf::rptPruned );
-      clock.runUntil( clock.now() + 1 );
-      EXPECT_EQ( intf->rptState(), Intf::rptNoInfo );
+      size_t ends = 0;
+      DownstreamRptPrune machine( clock, intf.ptr(), [&] {
+         EXPECT_EQ( intf->rptState(), Intf::rptNoInfo ) << "told before its end";
+         ++ends;
+      } );
+      MachineRun run( clock, [&] {
+         return std::string( stringValue( intf->rptState() ) ).substr( 3 );
+      } );
+      run.play( row.script, [&]( const MachineStep& step ) {
+         play( machine, step );
+         if ( step.event != "prune" ) return;
+         EXPECT_EQ( intf->lastRptPruneReceived(), clock.now() );
+      } );
+      EXPECT_EQ( run.history(), row.history );
+      EXPECT_EQ( ends, run.times( "NoInfo" ) );
+      EXPECT_EQ( intf->joinState(), Intf::noInfo ) << "another machine's";
    }
 }
 

@@ -292,6 +292,12 @@ TEST_F( JoinPrune, WaitsForOverridesWhereOthersAre ) {
    receive( "eth1", "G1 +S1" );
    after( 2 );
    EXPECT_EQ( state(), "(S1, G1) eth1 joined; (S2, G1) eth1 rptPruned" );
+   // Each of the ways in which a machine ends, and its route with it.
+   receive( "eth1", "G1 +S2=SR" );
+   receive( "eth1", "G2 -S1=SR -S2=SR" );
+   receive( "eth1", "G2 +S1=SR" );
+   receive( "eth1", "G2 +RP=SWR" );
+   EXPECT_EQ( state(), "(*, G2) eth1 joined; (S1, G1) eth1 joined" );
 }
 
 TEST_F( JoinPrune, RecordsAndRoutesGoWithTheirLastState ) {
@@ -323,12 +329,20 @@ TEST_F( JoinPrune, ARouteIsOnTheSourceTreeWhileSomeInterfaceJoinedIt ) {
    EXPECT_EQ( state(), "" ) << "both have ended at once";
 }
 
+// What a former agent left pending counts as joined or pruned: nothing tells when
+// its timer would have ended.
 TEST_F( JoinPrune, TakesUpWhatWasReloaded ) {
    Vrf vrf( model );
    vrf.wc( "233.252.0.1" ).rpTree().intf( "eth1" ).joined();
    auto sg = vrf.sg( "192.0.2.7", "233.252.0.1" ).spTree();
-   sg.intf( "eth1" ).prunePending();
+   sg.intf( "eth1" ).prunePending()->lastJoinReceivedIs( 77 );
    sg.intf( "eth2" ).rptState( Intf::rptPruneTemp );
+   vrf.sg( "192.0.2.8", "233.252.0.1" )
+      .intf( "eth1" )
+      .rptState( Intf::rptPrunePendingTemp );
+   vrf.sg( "192.0.2.8", "233.252.0.1" )
+      .intf( "eth2" )
+      .rptState( Intf::rptPrunePending );
    // A process that dies between two writes leaves records without state, and
    // nobody else would ever remove them.
    vrf.wc( "233.252.0.2" ).rpTree();
@@ -338,11 +352,15 @@ TEST_F( JoinPrune, TakesUpWhatWasReloaded ) {
    engine->adopt();
    EXPECT_EQ( state(),
               "(*, G1) eth1 joined; (S1, G1) eth1 joined eth2 rptPruned; "
-              "(S2, G2) eth2 joined" );
+              "(S2, G1) eth1 rptPruned eth2 rptPruned; (S2, G2) eth2 joined" );
+   EXPECT_EQ( sg.intf( "eth1" )->lastJoinReceived(), 77 ) << "none was received";
    after( 100 );
-   receive( "eth1", "G1 +RP=SWR" );
-   after( 110 );
-   EXPECT_EQ( state(), "(*, G1) eth1 joined" ) << "210 s for what nobody refreshed";
+   receive( "eth1", "G1 +RP=SWR -S2=SR" );
+   after( 109 );
+   EXPECT_EQ( model->route().size(), 4U );
+   after( 1 );
+   EXPECT_EQ( state(), "(*, G1) eth1 joined; (S2, G1) eth1 rptPruned" )
+      << "210 s for what nobody refreshed";
    after( 100 );
    EXPECT_EQ( state(), "" );
 }

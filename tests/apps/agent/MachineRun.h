@@ -22,9 +22,6 @@ struct MachineRow {
    const char* script;
    const char* history;
 };
-inline std::ostream& operator<<( std::ostream& out, const MachineRow& row ) {
-   return out << row.name;
-}
 
 struct MachineStep {
    double at = 0.0;

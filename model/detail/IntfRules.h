@@ -23,7 +23,7 @@ class IntfRules {
       if ( route() != nullptr && route()->pimsmStatus() != nullptr &&
            route()->pimsmStatus()->pimStatus() != nullptr )
          found = route()->pimsmStatus()->pimStatus()->intf( intf_.intfId() );
-      return q_.neighbor( intf_, "pimIntf", found );
+      return q_.neighbor( intf_.intfId(), "pimIntf", found );
    }
 
    // ---- state
@@ -31,7 +31,7 @@ class IntfRules {
    Bool joinsWc() const {
       RULE( Bool );
       Intf::JoinState state = q_.input( intf_, "joinState", intf_.joinState() );
-      RESULT( state == Intf::prunePending || state == Intf::joined );
+      FACT( state == Intf::prunePending || state == Intf::joined );
    }
 
    Bool joinsSg() const {
@@ -48,7 +48,7 @@ class IntfRules {
    Bool prunesSgRpt() const {
       RULE( Bool );
       Intf::RptState state = q_.input( intf_, "rptState", intf_.rptState() );
-      RESULT( state == Intf::rptPruned || state == Intf::rptPruneTemp );
+      FACT( state == Intf::rptPruned || state == Intf::rptPruneTemp );
    }
 
    Vantu::IpGenAddr assertWinner() const { return winnerMetric().address; }
@@ -56,8 +56,8 @@ class IntfRules {
    Vantu::IpGenAddr myIp() const {
       RULE( Vantu::IpGenAddr );
       const Routing::Pim::Intf* pim = pimIntf();
-      RESULT( pim != nullptr ? q_.input( *pim, "addr", pim->addr() ).address
-                             : Vantu::IpGenAddr() );
+      FACT( pim != nullptr ? q_.input( pim->intfId(), "addr", pim->addr() ).address
+                           : Vantu::IpGenAddr() );
    }
 
    // Deliberately true without a PIM record: such an interface counts as DR, so that
@@ -65,7 +65,7 @@ class IntfRules {
    Bool iAmDr() const {
       RULE( Bool );
       const Routing::Pim::Intf* pim = pimIntf();
-      RESULT( pim == nullptr || q_.input( *pim, "iAmDr", pim->iAmDr() ) );
+      FACT( pim == nullptr || q_.input( pim->intfId(), "iAmDr", pim->iAmDr() ) );
    }
 
    // ---- membership (RFC 7761, 4.1.6)
@@ -208,13 +208,13 @@ class IntfRules {
 
    Bool localReceiverInclude() const {
       RULE( Bool );
-      RESULT(
+      FACT(
          q_.input( intf_, "localReceiverInclude", intf_.localReceiverInclude() ) );
    }
 
    Bool localReceiverExclude() const {
       RULE( Bool );
-      RESULT(
+      FACT(
          q_.input( intf_, "localReceiverExclude", intf_.localReceiverExclude() ) );
    }
 
@@ -222,36 +222,36 @@ class IntfRules {
    // address counts as its own winner while there is none.
    Bool winnerIsMe() const {
       RULE( Bool );
-      RESULT( assertWinner() == myIp() );
+      FACT( assertWinner() == myIp() );
    }
 
    Bool noWinner() const {
       RULE( Bool );
-      RESULT( assertWinner().isUnspecified() );
+      FACT( assertWinner().isUnspecified() );
    }
 
    Bool noRpf() const {
       RULE( Bool );
-      RESULT( rpf() == Routing::Pim::Rpf() );
+      FACT( rpf() == Routing::Pim::Rpf() );
    }
 
    // Without a route the RPF interface is the empty one.
    Bool rpfIntfIsHere() const {
       RULE( Bool );
-      RESULT( rpf().intfId == intf_.intfId() );
+      FACT( rpf().intfId == intf_.intfId() );
    }
 
    Bool spTree() const {
       RULE( Bool );
-      RESULT( route() != nullptr &&
-              q_.input( *route(), "spTree", route()->spTree() ) );
+      FACT( route() != nullptr &&
+            q_.input( *route(), "spTree", route()->spTree() ) );
    }
 
    Bool upJoined() const {
       RULE( Bool );
-      RESULT( route() != nullptr &&
-              q_.input( *route(), "upJoinState", route()->upJoinState() ) ==
-                 SparseMode::upJoined );
+      FACT( route() != nullptr &&
+            q_.input( *route(), "upJoinState", route()->upJoinState() ) ==
+               SparseMode::upJoined );
    }
 
  protected:

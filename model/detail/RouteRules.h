@@ -12,10 +12,9 @@ inline const Vantu::IntfId& register0() {
    return intfId;
 }
 
-// The RPF of an upstream record; none without one.
-inline const Routing::Pim::Rpf& rpfOf( const UpstreamInfo* upstream ) {
+inline const Routing::Pim::Rpf& absentRpf() {
    static const Routing::Pim::Rpf none;
-   return upstream != nullptr ? upstream->rpf() : none;
+   return none;
 }
 
 template <class Q>
@@ -117,8 +116,8 @@ class RouteRules {
    // standby path.
    Bool pruneDesiredSgRpt() const {
       RULE( Bool );
-      FALSE_UNLESS( wc() != nullptr );
-      FALSE_IF( rpfWc().intfId == register0() );
+      FALSE_UNLESS( hasWc() );
+      FALSE_IF( rpfWcIsRegister0() );
       FALSE_UNLESS( rptJoinDesiredOfWc() );
       TRUE_IF( nullInheritedOlistSgRpt() );
       FALSE_UNLESS( spTree() );
@@ -151,57 +150,60 @@ class RouteRules {
       RESULT( false );
    }
 
+   Bool hasWc() const {
+      RULE( Bool );
+      FACT( wc() != nullptr );
+   }
+
+   Bool rpfWcIsRegister0() const {
+      RULE( Bool );
+      FACT( rpfWc().intfId == register0() );
+   }
+
    Bool hasUmh() const {
       RULE( Bool );
-      RESULT( umh() != nullptr );
+      FACT( umh() != nullptr );
    }
 
    // Is an assert winner known on the RPF interface?
    Bool rpfIntfHasWinner() const {
       RULE( Bool );
       const Intf* intf = route_.routeIntf( rpf().intfId );
-      RESULT( intf != nullptr && !at( *intf ).assertWinner().isUnspecified() );
+      FACT( intf != nullptr && !at( *intf ).assertWinner().isUnspecified() );
    }
 
    Bool katExpired() const {
       RULE( Bool );
-      RESULT( q_.input( route_, "katExpired", route_.katExpired() ) );
+      FACT( q_.input( route_, "katExpired", route_.katExpired() ) );
    }
 
    Bool spTree() const {
       RULE( Bool );
-      RESULT( q_.input( route_, "spTree", route_.spTree() ) );
+      FACT( q_.input( route_, "spTree", route_.spTree() ) );
    }
 
    Bool rptJoinDesiredOfWc() const {
-      RULE( Bool );
       const Route* shared = wc();
-      RESULT( shared != nullptr ? RouteRules( q_, *shared ).rptJoinDesiredWc()
-                                : Bool( false ) );
+      return shared != nullptr ? RouteRules( q_, *shared ).rptJoinDesiredWc()
+                               : Bool( false );
    }
 
    // Do the shared and the source tree come from the same neighbour?
    Bool wcNeighborIsMain() const {
       RULE( Bool );
-      RESULT( rpfWc().sameNeighbor( rpf() ) );
+      FACT( rpfWc().sameNeighbor( rpf() ) );
    }
 
    Bool wcNeighborIsFrr() const {
       RULE( Bool );
-      const UpstreamInfo* backup = q_.neighbor( route_, "umhFrr", route_.umhFrr() );
-      RESULT( backup != nullptr &&
-              rpfWc().sameNeighbor( q_.input( route_, "rpfFrr", backup->rpf() ) ) );
+      FACT( umhFrr() != nullptr && rpfWc().sameNeighbor( rpfFrr() ) );
    }
 
    const Route* wc() const { return q_.neighbor( route_, "wc", route_.wc() ); }
 
-   Read<Routing::Pim::Rpf> rpf() const {
-      return q_.input( route_, "rpf", rpfOf( route_.umh() ) );
-   }
+   Read<Routing::Pim::Rpf> rpf() const { return rpfOf( umh(), "rpf" ); }
 
-   Read<Routing::Pim::Rpf> rpfFrr() const {
-      return q_.input( route_, "rpfFrr", rpfOf( route_.umhFrr() ) );
-   }
+   Read<Routing::Pim::Rpf> rpfFrr() const { return rpfOf( umhFrr(), "rpfFrr" ); }
 
  private:
    IntfRules<Q> at( const Intf& intf ) const { return { q_, intf }; }
@@ -215,11 +217,21 @@ class RouteRules {
       return q_.neighbor( route_, "umh", route_.umh() );
    }
 
+   const UpstreamInfo* umhFrr() const {
+      return q_.neighbor( route_, "umhFrr", route_.umhFrr() );
+   }
+
+   Read<Routing::Pim::Rpf> rpfOf( const UpstreamInfo* upstream,
+                                  const char* field ) const {
+      if ( upstream == nullptr ) return absentRpf();
+      return q_.input( route_, field, upstream->rpf() );
+   }
+
    // A (*,G) route's own; none without a (*,G) route.
    Read<Routing::Pim::Rpf> rpfWc() const {
       if ( route_.wildCard() ) return rpf();
       const Route* shared = wc();
-      if ( shared == nullptr ) return rpfOf( nullptr );
+      if ( shared == nullptr ) return absentRpf();
       return RouteRules( q_, *shared ).rpf();
    }
 
@@ -231,7 +243,7 @@ class RouteRules {
 
 template <class Q>
 typename Q::template Read<Routing::Pim::Rpf> IntfRules<Q>::rpf() const {
-   if ( route() == nullptr ) return rpfOf( nullptr );
+   if ( route() == nullptr ) return absentRpf();
    return RouteRules<Q>( q_, *route() ).rpf();
 }
 

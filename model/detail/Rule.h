@@ -76,6 +76,13 @@ struct Plain {
    else                                                         \
       return outcome
 
+// The whole of a rule that only looks at fields: there are no words to tell.
+#define FACT( outcome )                                   \
+   if constexpr ( Q::records )                            \
+      return rule_.result( "", [&] { return outcome; } ); \
+   else                                                   \
+      return outcome
+
 #define RULE_TRACE( ... )       \
    if constexpr ( !Q::records ) \
    MOX_TRACE( Mox::defaultTraceFacility, 8, __VA_ARGS__ )

@@ -199,12 +199,12 @@ class SgIntfRules : public IntfRules<Q> {
 
    Bool rpfFrrIntfIsHere() const {
       RULE( Bool );
-      RESULT( rpfFrrIntf() == intf_.intfId() );
+      FACT( rpfFrrIntf() == intf_.intfId() );
    }
 
    Bool rpfIntfOfWcIsHere() const {
       RULE( Bool );
-      RESULT( rpfIntfOfWc() == intf_.intfId() );
+      FACT( rpfIntfOfWc() == intf_.intfId() );
    }
 
    // joins(*,G) - prunes(S,G,rpt)

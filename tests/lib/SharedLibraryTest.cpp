@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 
 #include "model/StatusColl.h"
-#include "platform/base/Assert.h"
 #include "platform/entity/Factory.h"
-#include "platform/trace/Trace.h"
+#include "tests/support/ThrowingAssertions.h"
+#include "tests/support/TraceCapture.h"
 
 namespace Routing::Pim::SparseMode {
 namespace {
@@ -84,33 +84,19 @@ TEST( SharedLibrary, ThrowsWhatThisProgramCatchesByType ) {
 // One registry of interface names, one trace sink and one assertion handler a
 // process, on whichever side of the border they are used.
 TEST( SharedLibrary, SharesTheProcessWideState ) {
-   std::vector<Mox::String> lines;
-   Mox::TraceSink former = Mox::traceSinkIs( [&]( const Mox::TraceRecord& record ) {
-      lines.emplace_back( record.text );
-   } );
-   Mox::traceSettingsIs( "Pimsm/7" );
+   Mox::Test::TraceCapture traces( "Pimsm/7" );
    Mox::Ptr<Status> status = statusFactory( L3::VrfName( "red" ) );
    Mox::Ptr<Route> route = status->routeIs( key( "192.0.2.1", "233.252.0.1" ) );
    EXPECT_EQ( route->iif(), Vantu::IntfId( "Null0" ) );
    MOX_TRACE( Mox::defaultTraceFacility, 3, "from outside" );
-   Mox::traceSettingsIs( "" );
-   Mox::traceSinkIs( std::move( former ) );
+   auto lines = traces.take();
    ASSERT_EQ( lines.size(), 2U );
    EXPECT_EQ( lines[0],
-              "iif(192.0.2.1, 233.252.0.1), Flags: E, not switching, "
+              "Pimsm 7 iif(192.0.2.1, 233.252.0.1), Flags: E, not switching, "
               "returning ''" );
-
-   auto thrower = []( const char* text, const char*, int ) {
-      throw std::logic_error( text );
-   };
-   Mox::AssertionHandler handler = Mox::assertionHandlerIs( thrower );
-   try {
-      Mox::stringToValue<AssertMetric>( "[S] 10.0.0.1" );
-      ADD_FAILURE() << "no assertion";
-   } catch ( const std::logic_error& failure ) {
-      EXPECT_STREQ( failure.what(), "matches == 4" );
-   }
-   Mox::assertionHandlerIs( handler );
+   EXPECT_EQ( Mox::Test::assertionText(
+                 [] { Mox::stringToValue<AssertMetric>( "[S] 10.0.0.1" ); } ),
+              "matches == 4" );
 }
 
 }

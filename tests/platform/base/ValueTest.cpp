@@ -6,9 +6,12 @@
 #include "platform/base/Enum.h"
 #include "platform/base/Flags.h"
 #include "platform/base/Record.h"
+#include "tests/support/ErrorText.h"
 
 namespace Mox {
 namespace {
+
+using Test::errorText;
 
 #define TEST_STATES( V ) V( idle ) V( running ) V( run )
 #define TEST_FLAGS( FLAG ) FLAG( first, 'F' ) FLAG( silent, ' ' ) FLAG( third, 'T' )
@@ -30,24 +33,14 @@ struct Job {
 };
 MOX_RECORD_TEXT( Job, "Test::Job", TEST_JOB )
 
-template <class Error, class Act>
-String errorOf( Act act ) {
-   try {
-      act();
-   } catch ( const Error& e ) {
-      return e.what();
-   }
-   return "no error of the expected type";
-}
-
 TEST( Enum, NamesAndNumbersMapBothWays ) {
    EXPECT_EQ( enumInstance<Task::State>( 1 ), Task::running );
    EXPECT_EQ( enumInstance<Task::State>( "run" ), Task::run );
    EXPECT_EQ( stringToValue<Task::State>( "running" ), Task::running );
    EXPECT_THROW( stringToValue<Task::State>( "" ), ParseError );
-   EXPECT_EQ( errorOf<RangeError>( [] { enumInstance<Task::State>( 3 ); } ),
+   EXPECT_EQ( errorText<RangeError>( [] { enumInstance<Task::State>( 3 ); } ),
               "Task::State has no value 3" );
-   EXPECT_EQ( errorOf<RangeError>( [] { stringToValue<Task::State>( "ru" ); } ),
+   EXPECT_EQ( errorText<RangeError>( [] { stringToValue<Task::State>( "ru" ); } ),
               "Task::State has no value 'ru'" );
    EXPECT_EQ( stringValue( static_cast<Task::State>( 9 ) ), "9" );
 }
@@ -66,15 +59,10 @@ TEST( Flags, RowOrderGivesBitsTextAndLimit ) {
    EXPECT_EQ( stringToValue<Task::Marks>( text ), marks );
    StringIter begin = text.c_str();
    EXPECT_EQ( Task::Marks( begin, begin + text.size() ), marks );
-   EXPECT_EQ( errorOf<RangeError>( [&] { marks.valueIs( 8 ); } ),
+   EXPECT_EQ( errorText<RangeError>( [&] { marks.valueIs( 8 ); } ),
               "Marks::value > 0x7 not allowed" );
    EXPECT_EQ( marks.value(), 1u ) << "a refused word leaves the flags";
    EXPECT_THROW( Task::Marks( 0xffffffff ), RangeError );
-}
-
-TEST( Flags, CompactFormHasLettersInBitOrder ) {
-   EXPECT_EQ( compactFlags( 7, Task::Marks::rows() ), "FT" );
-   EXPECT_EQ( compactFlags( 0, Task::Marks::rows() ), "0" );
 }
 
 TEST( Flags, ParserWantsEveryFlagInOrder ) {
@@ -112,11 +100,11 @@ TEST( Record, FailuresNameTheField ) {
       changed.replace( changed.find( from ), strlen( from ), to );
       return [changed] { stringToValue<Job>( changed ); };
    };
-   EXPECT_EQ( errorOf<RangeError>( with( "7", "256" ) ),
+   EXPECT_EQ( errorText<RangeError>( with( "7", "256" ) ),
               "level: 256 is above 255" );
-   EXPECT_EQ( errorOf<RangeError>( with( "idle", "busy" ) ),
+   EXPECT_EQ( errorText<RangeError>( with( "idle", "busy" ) ),
               "state: Task::State has no value 'busy'" );
-   EXPECT_EQ( errorOf<ParseError>( with( "''", "x" ) ).substr( 0, 6 ), "name: " );
+   EXPECT_EQ( errorText<ParseError>( with( "''", "x" ) ).substr( 0, 6 ), "name: " );
    EXPECT_THROW( with( "'level'", "'label'" )(), ParseError );
 }
 

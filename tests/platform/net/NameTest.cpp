@@ -5,6 +5,7 @@
 
 #include "platform/net/IntfId.h"
 #include "platform/net/VrfName.h"
+#include "tests/support/ErrorText.h"
 
 namespace Vantu {
 namespace {
@@ -52,12 +53,9 @@ TEST( VrfName, QuotedAsTextBareInAStreamAndBounded ) {
    EXPECT_EQ( stream.str(), "red 'one'" );
    EXPECT_EQ( Mox::stringToValue<L3::VrfName>( valueToStrep( vrf ) ), vrf );
    EXPECT_NO_THROW( L3::VrfName( Mox::String( 100, 'x' ) ) );
-   try {
-      L3::VrfName tooLong( Mox::String( 101, 'x' ) );
-      ADD_FAILURE() << "no error";
-   } catch ( const Mox::RangeError& e ) {
-      EXPECT_STREQ( e.what(), "VrfName::bytes > VrfName::maxLength not allowed" );
-   }
+   EXPECT_EQ( Mox::Test::errorText<Mox::RangeError>(
+                 [] { L3::VrfName tooLong( Mox::String( 101, 'x' ) ); } ),
+              "VrfName::bytes > VrfName::maxLength not allowed" );
 }
 
 }

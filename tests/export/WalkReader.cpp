@@ -1,10 +1,12 @@
 #include "tests/export/WalkReader.h"
 
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdint>
+#include <fstream>
 #include <map>
+#include <sstream>
 #include <stdexcept>
 
 #include "export/Conversion.h"
@@ -13,26 +15,8 @@
 namespace Routing::Pim::SparseMode::Test {
 namespace {
 
-void writeAll( int fd, const void* data, size_t size ) {
-   auto* bytes = static_cast<const char*>( data );
-   while ( size > 0 ) {
-      ssize_t done = write( fd, bytes, size );
-      if ( done <= 0 ) _exit( 1 );
-      bytes += done;
-      size -= static_cast<size_t>( done );
-   }
-}
-
-bool readAll( int fd, void* data, size_t size ) {
-   auto* bytes = static_cast<char*>( data );
-   while ( size > 0 ) {
-      ssize_t done = read( fd, bytes, size );
-      if ( done <= 0 ) return false;
-      bytes += done;
-      size -= static_cast<size_t>( done );
-   }
-   return true;
-}
+// What the process answers, below the tables' root.
+constexpr const char* kAnswer = "/answer";
 
 using Routes = std::map<RouteKey, Brane::Route>;
 using Intfs = std::map<RouteIntfKey, Brane::Intf>;
@@ -81,20 +65,18 @@ std::string compare( const ReaderSide& reader ) {
           Mox::valueToStrep( counted );
 }
 
-[[noreturn]] void runReader( int in, int out, const std::string& root,
+[[noreturn]] void runReader( int owner, const std::string& root,
                              Vantu::AddressFamily family ) {
    {
       Mox::TestClock clock;
       ReaderSide reader( clock, root, family );
       reader.start();
-      char command;
-      while ( readAll( in, &command, 1 ) ) {
+      char word;
+      while ( read( owner, &word, 1 ) == 1 ) {
          // A first turn hears of new tables, a second of what they hold.
          for ( int turn = 0; turn < 4; ++turn ) reader.follow();
-         std::string answer = compare( reader );
-         auto size = static_cast<uint32_t>( answer.size() );
-         writeAll( out, &size, sizeof size );
-         writeAll( out, answer.data(), answer.size() );
+         std::ofstream( root + kAnswer ) << compare( reader );
+         if ( write( owner, &word, 1 ) != 1 ) break;
       }
    }
    _exit( 0 );
@@ -102,37 +84,35 @@ std::string compare( const ReaderSide& reader ) {
 
 }
 
-WalkReader::WalkReader( const std::string& root, Vantu::AddressFamily family ) {
-   int commands[2];
-   int answers[2];
-   if ( pipe( commands ) != 0 || pipe( answers ) != 0 ) {
-      throw std::runtime_error( "pipe" );
+WalkReader::WalkReader( const std::string& root, Vantu::AddressFamily family )
+   : root_( root ) {
+   int ends[2];
+   if ( socketpair( AF_UNIX, SOCK_STREAM, 0, ends ) != 0 ) {
+      throw std::runtime_error( "socketpair" );
    }
    pid_ = fork();
    if ( pid_ == 0 ) {
-      close( commands[1] );
-      close( answers[0] );
-      runReader( commands[0], answers[1], root, family );
+      close( ends[0] );
+      runReader( ends[1], root, family );
    }
-   close( commands[0] );
-   close( answers[1] );
-   toChild_ = commands[1];
-   fromChild_ = answers[0];
+   close( ends[1] );
+   child_ = ends[0];
 }
 
 WalkReader::~WalkReader() {
-   close( toChild_ );
-   close( fromChild_ );
+   close( child_ );
    waitpid( pid_, nullptr, 0 );
 }
 
 std::string WalkReader::sync() {
-   writeAll( toChild_, "S", 1 );
-   uint32_t size = 0;
-   if ( !readAll( fromChild_, &size, sizeof size ) ) return "the reader has died";
-   std::string answer( size, '\0' );
-   if ( !readAll( fromChild_, answer.data(), size ) ) return "the reader has died";
-   return answer;
+   char word = 'S';
+   if ( send( child_, &word, 1, MSG_NOSIGNAL ) != 1 ||
+        read( child_, &word, 1 ) != 1 ) {
+      return "the reader has died";
+   }
+   std::stringstream answer;
+   answer << std::ifstream( root_ + kAnswer ).rdbuf();
+   return answer.str();
 }
 
 }

@@ -22,8 +22,8 @@ class WalkReader {
    std::string sync();
 
  private:
-   int toChild_ = -1;
-   int fromChild_ = -1;
+   std::string root_;
+   int child_ = -1;
    int pid_ = -1;
 };
 

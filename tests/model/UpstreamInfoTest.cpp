@@ -13,6 +13,17 @@ class Upstream : public testing::Test {
    Vrf vrf;
    RouteBuilder sg =
       vrf.sg( "192.0.2.1", "233.252.0.1" ).rpf( "eth0" ).prevRpf( "eth9" );
+   // What iif() traced, behind the route's key.
+   Lines takeIif() {
+      Lines lines = traces.take();
+      for ( auto& line : lines ) {
+         const Mox::String start = "Pimsm 7 iif(192.0.2.1, 233.252.0.1), Flags: ";
+         EXPECT_EQ( line.find( start ), 0U ) << line;
+         line.erase( 0, start.size() );
+      }
+      return lines;
+   }
+
    Mox::Test::TraceCapture traces{ "Pimsm/8" };
 };
 
@@ -23,11 +34,8 @@ TEST_F( Upstream, BorderRouterComesFirst ) {
    EXPECT_EQ( sg->iif(), intfId( "eth3" ) );
    sg.mbr( "" );
    EXPECT_EQ( sg->iif(), intfId( "Null0" ) );
-   EXPECT_EQ( traces.take(),
-              ( Lines{ "Pimsm 7 iif(192.0.2.1, 233.252.0.1), Flags: JTBE, MBR, "
-                       "returning 'eth3'",
-                       "Pimsm 7 iif(192.0.2.1, 233.252.0.1), Flags: JTBE, MBR, "
-                       "returning ''" } ) );
+   EXPECT_EQ( takeIif(), ( Lines{ "JTBE, MBR, returning 'eth3'",
+                                  "JTBE, MBR, returning ''" } ) );
 }
 
 TEST_F( Upstream, SwitchingAnswersWithTheSharedTree ) {
@@ -39,14 +47,9 @@ TEST_F( Upstream, SwitchingAnswersWithTheSharedTree ) {
    // Without a (*,G) route the following cases decide.
    vrf->routeDel( wc->key() );
    EXPECT_EQ( sg->iif(), intfId( "eth9" ) );
-   EXPECT_EQ(
-      traces.take(),
-      ( Lines{ "Pimsm 7 iif(192.0.2.1, 233.252.0.1), Flags: JTE, switching, "
-               "returning 'eth1'",
-               "Pimsm 7 iif(192.0.2.1, 233.252.0.1), Flags: JTE, switching, "
-               "returning ''",
-               "Pimsm 7 iif(192.0.2.1, 233.252.0.1), Flags: JTE, iif "
-               "switching, returning 'eth9'" } ) );
+   EXPECT_EQ( takeIif(), ( Lines{ "JTE, switching, returning 'eth1'",
+                                  "JTE, switching, returning ''",
+                                  "JTE, iif switching, returning 'eth9'" } ) );
 }
 
 TEST_F( Upstream, InterfaceSwitchKeepsTheFormerOneInTwoStates ) {
@@ -63,10 +66,7 @@ TEST_F( Upstream, InterfaceSwitchKeepsTheFormerOneInTwoStates ) {
    sg.iifSwitching( Route::wrongVifRecd )->iifSwitchingIs( false );
    traces.take();
    EXPECT_EQ( sg->iif(), intfId( "eth0" ) );
-   EXPECT_EQ(
-      traces.take(),
-      Lines{ "Pimsm 7 iif(192.0.2.1, 233.252.0.1), Flags: E, not switching, "
-             "returning 'eth0'" } );
+   EXPECT_EQ( takeIif(), Lines{ "E, not switching, returning 'eth0'" } );
 }
 
 TEST_F( Upstream, BackupPathIgnoresTheMainCasesAndSwitchingSilencesIt ) {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <map>
 
+#include "platform/base/Prefetch.h"
 #include "platform/entity/Entity.h"
 
 namespace Mox {
@@ -41,6 +42,18 @@ class PIMSM_API HashedSlots {
          const Slot& slot = slots_[position];
          if ( slot.hash == hash && match( slot.member ) ) return position;
       }
+   }
+
+   // Fetches what find() looks at before it comes to a member, and what add() writes.
+   void prefetch( uint64_t hash ) const {
+      Mox::prefetch( slots_.data() + slots_.size() );
+      if ( index_.empty() ) return;
+      Mox::prefetch( index_.data() + ( hash & mask() ) * width_ );
+   }
+   // The first member of this hash; null when there is none.
+   Entity* likely( uint64_t hash ) const {
+      size_t position = find( hash, []( const Entity* ) { return true; } );
+      return position == npos ? nullptr : slots_[position].member;
    }
 
    // REQUIRES: no such member yet.
@@ -112,6 +125,15 @@ class HashedMap {
    bool empty() const { return size() == 0; }
    T* find( const K& key ) { return lookup( key ); }
    const T* find( const K& key ) const { return lookup( key ); }
+
+   // For those who know early which keys they will find or add, to fetch the memory
+   // in steps, some other work between them: the key's place first, then whatever of
+   // the likely member is wanted.
+   void prefetch( const K& key ) const { slots_.prefetch( hashOf( key ) ); }
+   // The first member of the key's hash, not itself looked at; null when there is none.
+   const T* likely( const K& key ) const {
+      return static_cast<const T*>( slots_.likely( hashOf( key ) ) );
+   }
 
    auto begin() { return Iterator<T>( slots_.slots().data() ); }
    auto end() { return Iterator<T>( slots_.slots().data() + size() ); }

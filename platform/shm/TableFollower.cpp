@@ -8,8 +8,9 @@ TableFollower::TableFollower( TableReader& reader )
    : mirror_( std::make_unique<Detail::Mirror>( *reader.table_ ) ) {}
 TableFollower::~TableFollower() = default;
 
-TableFollower::Drained TableFollower::drain( const Callback& callback ) {
-   return mirror_->drain( callback );
+TableFollower::Drained TableFollower::drain( const Callback& callback,
+                                             uint32_t limit ) {
+   return mirror_->drain( callback, limit );
 }
 bool TableFollower::pending() const {
    return mirror_->pending();

@@ -47,6 +47,7 @@ class PIMSM_API TableFollower {
       bool stateChanged = false;  // the reader's state or instance is another
       bool lapped = false;        // the journal was outrun, all positions compared
       bool again = false;         // something was busy: drain again soon
+      bool more = false;          // the limit was reached: drain again for the rest
    };
 
    // Polls the reader and reports what has changed, in no promised order. A table
@@ -54,7 +55,10 @@ class PIMSM_API TableFollower {
    // comes back, what differs. While what stands there cannot be read (mismatch,
    // damaged) nothing is reported and nothing forgotten. The callback may look up
    // in the reader, and must not drain, poll or throw.
-   Drained drain( const Callback& callback );
+   // About `limit` changes at most are told, so that a caller can do other work
+   // between the parts of a burst; what changes again before it was told comes once.
+   // Only the difference to another instance comes whole.
+   Drained drain( const Callback& callback, uint32_t limit = UINT32_MAX );
 
    // Has the journal moved on since the last drain? For timers where no doorbell is
    // to be had; one load, no system call, and blind to another instance.

@@ -94,8 +94,13 @@ class PIMSM_API TableReader {
    // go on from; noPosition when the end was reached. Records standing throughout
    // are met once. The record's bytes are a copy that lives during the call. What
    // is damaged or busy is counted and left out.
+   // `ahead`, when given, is told the keys that are to come, up to 32 records
+   // early, to fetch memory that the visitor will need: a hint, for a record that may
+   // change or go before its turn. It must not use this reader.
    using Visitor = std::function<bool( Position position, const void* record )>;
-   Position visit( const Visitor& visitor, Position after = noPosition ) const;
+   using Ahead = std::function<void( const void* key )>;
+   Position visit( const Visitor& visitor, Position after = noPosition,
+                   const Ahead& ahead = {} ) const;
 
    // Where to resume a visit when only a key was kept; as in TableWriter, but to be
    // used as visit( visitor, resumeBefore( key ) ): the key itself comes again.

@@ -95,6 +95,17 @@ Instance::Copy Instance::copy( Position position, void* out ) const {
    return copyWord( position, loadWord( view_.index() + position ), out );
 }
 
+bool Instance::copyKey( uint64_t word, void* out ) const {
+   uint32_t slot = slotOf( word );
+   if ( slot >= geometry().slotCount ) return false;
+   const SlotHead* head = view_.slot( slot );
+   uint64_t stamp = loadWord( &head->stamp );
+   if ( !stampFits( stamp, word ) || stateOf( stamp ) != slotLive ) return false;
+   copyOut( out, view_.record( slot ), geometry().keySize );
+   loadFence();
+   return loadWord( &head->stamp ) == stamp;
+}
+
 Instance::Copy Instance::lookup( const void* key, uint64_t hash, void* out,
                                  Position* position ) const {
    uint32_t home = geometry().homeOf( hash );

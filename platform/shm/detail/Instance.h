@@ -41,6 +41,9 @@ class Instance {
    // REQUIRES: a position of the index.
    Copy copy( Position position, void* out ) const;
 
+   // The key alone, for a hint: false when it is not to be had at once.
+   bool copyKey( uint64_t word, void* out ) const;
+
    uint64_t hashOf( const void* key ) const {
       return keyHash( key, geometry().keySize, view_.seed );
    }

@@ -1,5 +1,6 @@
 #include "platform/shm/detail/Mirror.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -9,6 +10,9 @@ namespace {
 
 // No index word: its slot number is beyond any table.
 constexpr uint64_t unknownWord = ~uint64_t( 0 );
+
+constexpr size_t linesAhead = 32;
+constexpr size_t slotsAhead = 16;
 
 }
 
@@ -41,6 +45,7 @@ uint64_t Mirror::wordAt( Position position ) const {
 // see is after it in the journal.
 void Mirror::load() {
    again_.clear();
+   scan_ = noPosition;
    known_ = Remembered();
    if ( !instance_ ) return;
    seen_ = instance_->head();
@@ -58,8 +63,9 @@ void Mirror::load() {
    }
 }
 
-TableFollower::Drained Mirror::drain( const TableFollower::Callback& callback ) {
-   Teller teller{ callback, {} };
+TableFollower::Drained Mirror::drain( const TableFollower::Callback& callback,
+                                      uint32_t limit ) {
+   Teller teller{ callback, limit, {} };
    // Changes first, they are what is waited for; whether another instance stands
    // there costs a system call.
    if ( instance_ ) follow( teller );
@@ -73,11 +79,21 @@ TableFollower::Drained Mirror::drain( const TableFollower::Callback& callback ) 
 }
 
 bool Mirror::pending() const {
-   return instance_ && ( instance_->head() != seen_ || !again_.empty() );
+   return instance_ &&
+          ( instance_->head() != seen_ || scanning() || !again_.empty() );
 }
 
 void Mirror::moveTo( std::shared_ptr<const Instance> instance, Teller& teller ) {
    if ( !instance ) return forgetAll( teller );
+   if ( !instance_ && known_.size() == 0 ) {
+      // Nothing was known: whatever stands there is news.
+      instance_ = std::move( instance );
+      again_.clear();
+      known_ =
+         Remembered( instance_->geometry().positions(), table_.layout().keySize );
+      startScan( seen_ = instance_->head() );
+      return follow( teller );
+   }
    auto former = std::exchange( instance_, std::move( instance ) );
    Remembered known = std::move( known_ );
    load();
@@ -124,6 +140,7 @@ void Mirror::tellKept( const Instance& former, uint64_t word, Position formerAt,
 void Mirror::forgetAll( Teller& teller ) {
    instance_.reset();
    again_.clear();
+   scan_ = noPosition;
    Remembered known = std::exchange( known_, Remembered() );
    for ( Position p = 0; p < known.positions(); ++p ) {
       if ( const std::byte* key = known.key( p ) ) teller.removed( key, p );
@@ -133,15 +150,35 @@ void Mirror::forgetAll( Teller& teller ) {
 void Mirror::follow( Teller& teller ) {
    uint64_t head = instance_->head();
    std::vector<Position> again = std::exchange( again_, {} );
-   if ( collect( head ) ) {
-      for ( Position p : candidates_ ) compare( p, wordAt( p ), teller );
-   } else {
-      teller.drained.lapped = true;
-      compareAll( head - seen_ > generationMask, teller );
-   }
+   if ( !scanning() ) followJournal( head, teller );
+   if ( scanning() ) scan( teller );
    for ( Position p : again ) compare( p, wordAt( p ), teller );
-   compareIntent( head, teller );
-   seen_ = head;
+   if ( scanning() || seen_ != head ) {
+      teller.drained.more = true;
+   } else {
+      compareIntent( head, teller );
+   }
+}
+
+// As far as the limit allows; where the journal does not say, a scan begins.
+void Mirror::followJournal( uint64_t head, Teller& teller ) {
+   uint64_t room = teller.limit - std::min( teller.told(), teller.limit );
+   uint64_t last = head - seen_ < instance_->geometry().journalEntries
+                      ? seen_ + std::min( head - seen_, room )
+                      : head;
+   if ( !collect( last ) ) return startScan( head );
+   for ( size_t i = 0; i < candidates_.size(); ++i ) {
+      if ( i + linesAhead < candidates_.size() ) {
+         const uint64_t* word =
+            instance_->view().index() + candidates_[i + linesAhead];
+         prefetch( reinterpret_cast<const std::byte*>( word ), 1 );
+      }
+      if ( i + slotsAhead < candidates_.size() ) {
+         instance_->fetchSlot( wordAt( candidates_[i + slotsAhead] ) );
+      }
+      compare( candidates_[i], wordAt( candidates_[i] ), teller );
+   }
+   seen_ = last;
 }
 
 // The positions of the changes since seen_; false if the journal does not hold all
@@ -161,13 +198,41 @@ bool Mirror::collect( uint64_t head ) {
    return true;
 }
 
-void Mirror::compareAll( bool everything, Teller& teller ) {
+// All positions are to be compared, in as many drains as it takes; what changes
+// after this is in the journal from `head` on. Once generations may have repeated,
+// every word is taken for another.
+void Mirror::startScan( uint64_t head ) {
+   scan_ = 0;
+   scanHead_ = head;
+   if ( head - seen_ <= generationMask ) return;
    for ( Position p = 0; p < known_.positions(); ++p ) {
-      if ( !isWord( p ) ) continue;
-      if ( everything && known_.word( p ) ) known_.wordIs( p, unknownWord );
-      uint64_t word = wordAt( p );
-      if ( word != known_.word( p ) ) compare( p, word, teller );
+      if ( known_.word( p ) ) known_.wordIs( p, unknownWord );
    }
+}
+
+void Mirror::scan( Teller& teller ) {
+   teller.drained.lapped = true;
+   Position positions = known_.positions();
+   Position fetched = scan_;
+   for ( size_t ahead = 0; scan_ < positions; ++scan_ ) {
+      if ( teller.full() ) return;
+      // In batches: see ReaderTable::visit.
+      size_t wanted = ahead < slotsAhead ? 2 * slotsAhead : 0;
+      for ( ; fetched < positions && ahead < wanted; ++fetched ) {
+         if ( !isWord( fetched ) ) continue;
+         uint64_t word = wordAt( fetched );
+         if ( !word || word == known_.word( fetched ) ) continue;
+         instance_->fetchSlot( word );
+         ++ahead;
+      }
+      if ( !isWord( scan_ ) ) continue;
+      uint64_t word = wordAt( scan_ );
+      if ( word == known_.word( scan_ ) ) continue;
+      if ( ahead && word ) --ahead;
+      compare( scan_, word, teller );
+   }
+   scan_ = noPosition;
+   seen_ = scanHead_;
 }
 
 // The change that the writer was making when it was killed: readers may see it

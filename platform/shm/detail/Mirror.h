@@ -18,7 +18,8 @@ class Mirror {
  public:
    explicit Mirror( ReaderTable& table );
 
-   TableFollower::Drained drain( const TableFollower::Callback& callback );
+   TableFollower::Drained drain( const TableFollower::Callback& callback,
+                                 uint32_t limit );
    bool pending() const;
    void restart();
    uint32_t size() const { return known_.size(); }
@@ -27,7 +28,11 @@ class Mirror {
    // One drain: whom to tell and what was told.
    struct Teller {
       const TableFollower::Callback& callback;
+      uint32_t limit;
       TableFollower::Drained drained;
+
+      uint32_t told() const { return drained.written + drained.removed; }
+      bool full() const { return told() >= limit; }
 
       void written( const std::byte* record, Position position );
       void removed( const std::byte* key, Position position );
@@ -42,7 +47,10 @@ class Mirror {
    void forgetAll( Teller& teller );
    void follow( Teller& teller );
    bool collect( uint64_t head );
-   void compareAll( bool everything, Teller& teller );
+   void followJournal( uint64_t head, Teller& teller );
+   void startScan( uint64_t head );
+   void scan( Teller& teller );
+   bool scanning() const { return scan_ != noPosition; }
    void compareIntent( uint64_t head, Teller& teller );
    void compare( Position position, uint64_t word, Teller& teller );
    void vanished( Position position, Teller& teller );
@@ -54,6 +62,9 @@ class Mirror {
    std::shared_ptr<const Instance> instance_;
    Remembered known_;
    uint64_t seen_ = 0;  // the sequence up to which changes were told
+   // A comparison of all positions: the next one, and the sequence when it began.
+   Position scan_ = noPosition;
+   uint64_t scanHead_ = 0;
    std::vector<Position> candidates_;
    std::vector<Position> again_;  // busy when last looked at
    std::vector<std::byte> record_;

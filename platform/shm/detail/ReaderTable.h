@@ -18,7 +18,8 @@ class ReaderTable {
    Lookup lookup( const void* key, void* out, Position* position );
    void lookup( std::span<TableReader::LookupItem> items );
    Lookup at( Position position, void* out );
-   Position visit( const TableReader::Visitor& visitor, Position after );
+   Position visit( const TableReader::Visitor& visitor, Position after,
+                   const TableReader::Ahead& ahead );
    Position resumeBefore( const void* key );
    Lookup verify( const void* key );
 

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "platform/shm/Layout.h"
@@ -25,10 +26,10 @@ class Remembered {
    uint64_t word( Position position ) const { return words_[position]; }
    void wordIs( Position position, uint64_t word ) { words_[position] = word; }
 
-   // Null: none. Valid until a key is set.
+   // Null: none. Valid until the position's key is another.
    const std::byte* key( Position position ) const {
       uint32_t key = keyOf_[position];
-      return key == noKey ? nullptr : keys_.data() + size_t( key ) * keySize_;
+      return key == noKey ? nullptr : bytesOf( key );
    }
 
    void keyIs( Position position, const std::byte* key ) {
@@ -36,8 +37,7 @@ class Remembered {
          keyOf_[position] = takeKey();
          ++size_;
       }
-      std::memcpy( keys_.data() + size_t( keyOf_[position] ) * keySize_, key,
-                   keySize_ );
+      std::memcpy( bytesOf( keyOf_[position] ), key, keySize_ );
    }
 
    void keyDel( Position position ) {
@@ -49,11 +49,18 @@ class Remembered {
 
  private:
    static constexpr uint32_t noKey = ~0u;
+   static constexpr uint32_t blockKeys = 1024;
+
+   std::byte* bytesOf( uint32_t key ) const {
+      return blocks_[key / blockKeys].get() + size_t( key % blockKeys ) * keySize_;
+   }
 
    uint32_t takeKey() {
       if ( freeKeys_.empty() ) {
-         keys_.resize( keys_.size() + keySize_ );
-         return uint32_t( keys_.size() / keySize_ ) - 1;
+         if ( taken_ % blockKeys == 0 ) {
+            blocks_.emplace_back( new std::byte[blockKeys * keySize_] );
+         }
+         return taken_++;
       }
       uint32_t key = freeKeys_.back();
       freeKeys_.pop_back();
@@ -64,7 +71,9 @@ class Remembered {
    uint32_t size_ = 0;
    std::vector<uint64_t> words_;
    std::vector<uint32_t> keyOf_;
-   std::vector<std::byte> keys_;
+   // In blocks: a pool that grew in one piece would be copied again and again.
+   std::vector<std::unique_ptr<std::byte[]>> blocks_;
+   uint32_t taken_ = 0;
    std::vector<uint32_t> freeKeys_;
 };
 

@@ -80,6 +80,49 @@ TEST_F( Follower, EqualsTheTableHoweverSeldomItDrains ) {
    EXPECT_TRUE( lapped && kept );
 }
 
+// Changes go on between the parts, by journal and by comparison.
+TEST_F( Follower, TellsABurstInParts ) {
+   uint32_t seed = std::random_device()();
+   SCOPED_TRACE( "seed " + std::to_string( seed ) );
+   std::mt19937_64 random( seed );
+   options.journalEntries = 256;
+   TableReader reader( path, layout );
+   TableFollower follower( reader );
+   Followed followed;
+   TableWriter writer( path, layout, 1000, options );
+   bool lapped = false, byJournal = false;
+   for ( uint64_t round = 1; round <= 60; ++round ) {
+      uint64_t burst = round % 3 ? 200 : 2000;
+      uint32_t limit = 1 + random() % 50;
+      TableFollower::Drained drained;
+      for ( uint64_t part = 0; part == 0 || drained.more; ++part ) {
+         ASSERT_LT( part, 4000u );
+         for ( uint64_t step = 0; step < ( part ? burst % 7 : burst ); ++step ) {
+            uint64_t id = 1 + random() % 900;
+            if ( random() % 4 ) {
+               put( writer, id, ( round * 4000 + part ) * 4000 + step );
+            } else {
+               remove( writer, id );
+            }
+         }
+         if ( part > 20 ) burst = 0;  // or it might never end
+         drained = followed.drain( follower, limit );
+         EXPECT_LE( drained.written + drained.removed, 2 * limit + 1 );
+         lapped = lapped || ( drained.lapped && drained.more );
+         byJournal = byJournal || ( !drained.lapped && drained.more );
+         EXPECT_EQ( follower.pending(), drained.more );
+      }
+      ASSERT_EQ( followed.content, contentOf( writer ) ) << "round " << round;
+   }
+   EXPECT_TRUE( lapped && byJournal );
+   // Each of a burst's keys once, whichever way it is found.
+   for ( uint64_t id = 1; id <= 900; ++id ) put( writer, id, 1 );
+   followed.changes = 0;
+   while ( followed.drain( follower, 100 ).more ) {
+   }
+   EXPECT_EQ( followed.changes, 900u );
+}
+
 TEST_F( Follower, HearsOfAFullRewriteWithRemovals ) {
    TableWriter writer( path, layout, 3000, options );
    for ( uint64_t id = 1; id <= 3000; ++id ) put( writer, id, 1 );

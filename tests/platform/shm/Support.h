@@ -118,8 +118,9 @@ struct Followed {
    Content content;
    uint32_t changes = 0;
 
-   TableFollower::Drained drain( TableFollower& follower ) {
-      return follower.drain( [this]( const Change& change ) {
+   TableFollower::Drained drain( TableFollower& follower,
+                                 uint32_t limit = UINT32_MAX ) {
+      auto tell = [this]( const Change& change ) {
          ++changes;
          Key key;
          std::memcpy( &key, change.key, sizeof( key ) );
@@ -128,7 +129,8 @@ struct Followed {
             return;
          }
          std::memcpy( &content[key.id], change.record, sizeof( Record ) );
-      } );
+      };
+      return follower.drain( tell, limit );
    }
 };
 

@@ -14,7 +14,8 @@
 namespace Corvex {
 namespace {
 
-constexpr double kDrainSoon = 0.001;  // s
+constexpr double kDrainSoon = 0.001;       // s
+constexpr double kDispatchQuantum = 0.01;  // s
 
 void checkPath( Mox::StringView path ) {
    size_t start = 0;
@@ -98,21 +99,25 @@ void EntityManager::ring() {
 
 void EntityManager::dispatchHub() {
    double now = clock_.now();
+   dispatchEnd_ = now + kDispatchQuantum;
+   drainAtOnce_ = false;
    // One at a time: a handler may destroy a table that waits here.
    for ( size_t left = drainSoon_.size(); left > 0 && !drainSoon_.empty();
          --left ) {
       MoxBrane::TableBase* table = drainSoon_.front();
       drainSoon_.erase( drainSoon_.begin() );
-      table->drain();
+      table->drainInOrder();
    }
    double due = hub_.dispatch( now );
-   if ( !drainSoon_.empty() ) due = std::min( due, now + kDrainSoon );
+   if ( !drainSoon_.empty() ) {
+      due = std::min( due, drainAtOnce_ ? now : now + kDrainSoon );
+   }
    wakeup_->wakeupTimeIs( due );
 }
 
 Brane::DoorbellHub::Id EntityManager::watch( const Mox::String& path,
                                              MoxBrane::TableBase& table ) {
-   Brane::DoorbellHub::Id id = hub_.add( path, [&table] { table.drain(); } );
+   Brane::DoorbellHub::Id id = hub_.add( path, [&table] { table.drainInOrder(); } );
    wakeup_->wakeupTimeIs( std::min( wakeup_->wakeupTime(), clock_.now() ) );
    return id;
 }
@@ -124,7 +129,8 @@ void EntityManager::unwatch( Brane::DoorbellHub::Id id,
    std::erase( draining_, &table );
 }
 
-void EntityManager::drainSoon( MoxBrane::TableBase& table ) {
+void EntityManager::drainSoon( MoxBrane::TableBase& table, bool atOnce ) {
+   drainAtOnce_ = drainAtOnce_ || atOnce;
    if ( std::find( drainSoon_.begin(), drainSoon_.end(), &table ) ==
         drainSoon_.end() ) {
       drainSoon_.push_back( &table );

@@ -50,7 +50,9 @@ class PIMSM_API EntityManager {
    // an empty component, "." or "..", a NUL, or a leading slash.
    Mox::Ptr<Mox::Entity> createEntity( Mox::StringView path, Mox::StringView type );
 
-   // Rings the doorbells of what was written and takes up what others wrote.
+   // Rings the doorbells of what was written and takes up what others wrote: for
+   // some 10 ms; the rest of a burst waits for the next dispatch, which a loop makes
+   // on its next turn.
    void dispatch();
 
    // Removes the files of a path whose entity is mounted for writing, so that
@@ -66,8 +68,11 @@ class PIMSM_API EntityManager {
    Brane::DoorbellHub::Id watch( const Mox::String& path,
                                  MoxBrane::TableBase& table );
    void unwatch( Brane::DoorbellHub::Id id, MoxBrane::TableBase& table );
-   // Something was busy: drain again in a millisecond.
-   void drainSoon( MoxBrane::TableBase& table );
+   // Drain again: at once, on the next turn of the loop, where a rest is left of a
+   // burst; in a millisecond where something was busy.
+   void drainSoon( MoxBrane::TableBase& table, bool atOnce );
+   // Has the dispatch in progress taken its 10 ms?
+   bool timeIsUp() const { return clock_.now() >= dispatchEnd_; }
    Mox::String tablePath( Mox::StringView entityPath, Mox::StringView table ) const;
    void makeDirectories( const Mox::String& tablePath ) const;
    void dispatchHub();
@@ -79,6 +84,8 @@ class PIMSM_API EntityManager {
    Brane::DoorbellHub hub_;
    std::map<Mox::String, MoxBrane::MountedEntity*, std::less<>> entities_;
    std::vector<MoxBrane::TableBase*> drainSoon_;
+   bool drainAtOnce_ = false;
+   double dispatchEnd_ = 0;
    // Of the dispatch in progress; a handler may make any of them go.
    std::vector<MoxBrane::TableBase*> draining_;
    std::unique_ptr<Wakeup> wakeup_;

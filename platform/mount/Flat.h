@@ -28,6 +28,10 @@ namespace Brane {
 template <class T>
 struct FlatForm;
 
+// See FlatForm<IntfId>. Remembers the names read last: tables repeat few names often.
+PIMSM_API bool readIntfId( const char ( &name )[Vantu::IntfId::maxLength + 1],
+                           Vantu::IntfId& out );
+
 // A record's type text: its name and a digest of its fields, since a field of one
 // record may be another record.
 PIMSM_API Mox::String recordTypeText( Mox::StringView name,
@@ -134,10 +138,7 @@ struct FlatForm<Vantu::IntfId> {
       std::memcpy( bytes.name, name.data(), name.size() );
    }
    static bool read( const Bytes& bytes, Vantu::IntfId& out ) {
-      size_t length = strnlen( bytes.name, sizeof bytes.name );
-      if ( length > Vantu::IntfId::maxLength ) return false;
-      out = Vantu::IntfId( Mox::StringView( bytes.name, length ) );
-      return true;
+      return readIntfId( bytes.name, out );
    }
 };
 

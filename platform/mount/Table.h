@@ -38,6 +38,7 @@ class Table : public TableBase {
 
    struct Callbacks {
       std::function<void( const Key& )> keyChanged;
+      std::function<void( const Key& )> keySoon;
       std::function<void()> mountStatusChanged;
    };
 
@@ -74,15 +75,27 @@ class Table : public TableBase {
    // Visits records, all of them or from a bookmark on, until the visitor says
    // false. Records that stand throughout are met once; nothing is missed when the
    // bookmark's record has gone, but a few may come again. The visitor may change
-   // the table. `from` null: from the start.
-   void visit( const Key* from,
-               const std::function<bool( const V& )>& visitor ) const {
+   // the table. `from` null: from the start. `ahead`, when given, may be told keys a
+   // little before their turn, to fetch memory with; it must not use the table.
+   using Ahead = std::function<void( const Key& )>;
+   void visit( const Key* from, const std::function<bool( const V& )>& visitor,
+               const Ahead& ahead = {} ) const {
       std::optional<KeyBytes> start;
       if ( from != nullptr ) start.emplace( *from );
-      visitRecords( start ? &start->bytes : nullptr, [&]( const void* record ) {
-         V value;
-         return !decode( record, value ) || visitor( value );
-      } );
+      KeyHint hint;
+      if ( ahead ) {
+         hint = [&]( const void* key ) {
+            Key decoded;
+            if ( decodeKey( key, decoded ) ) ahead( decoded );
+         };
+      }
+      visitRecords(
+         start ? &start->bytes : nullptr,
+         [&]( const void* record ) {
+            V value;
+            return !decode( record, value ) || visitor( value );
+         },
+         hint );
    }
 
    // Writes or replaces under value.key, then notifies the key, equal value or not.
@@ -137,15 +150,23 @@ class Table : public TableBase {
       return false;
    }
 
-   void handleKey( const void* key ) override {
+   static bool decodeKey( const void* key, Key& out ) {
       typename KeyForm::Bytes bytes;
       std::memcpy( &bytes, key, sizeof bytes );
+      return KeyForm::read( bytes, out );
+   }
+
+   void handleKey( const void* key ) override {
       Key decoded;
-      if ( KeyForm::read( bytes, decoded ) ) {
+      if ( decodeKey( key, decoded ) ) {
          callbacks_.keyChanged( decoded );
       } else {
          ++undecodable_;
       }
+   }
+   void handleKeySoon( const void* key ) override {
+      Key decoded;
+      if ( decodeKey( key, decoded ) ) callbacks_.keySoon( decoded );
    }
    void handleMountStatus() override { callbacks_.mountStatusChanged(); }
 

@@ -1,11 +1,22 @@
 #include "platform/mount/TableBase.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/mount/EntityManager.h"
 #include "platform/mount/MountedEntity.h"
 
 namespace MoxBrane {
+namespace {
+
+// Changes told at once: few enough for their records to stay in a cache until they
+// are notified, and many enough for looking at the clock to cost nothing.
+constexpr uint32_t kPartKeys = 256;
+// Keys are foretold in batches, so that whoever fetches memory can do so in batches:
+// when fewer than this many lie ahead, twice as many will.
+constexpr size_t kForetoldKeys = 16;
+
+}
 
 TableBase::TableBase( MountedEntity& entity, Mox::String name,
                       ::Brane::Layout layout, ::Brane::WriterOptions options )
@@ -95,48 +106,87 @@ void TableBase::ring() {
    if ( writer_ != nullptr ) writer_->ring();
 }
 
-// The keys are copied first: a handler may do anything, the follower's callback not.
-// Those that a throwing handler leaves over are notified by the next drain.
-void TableBase::drain() {
-   if ( follower_ == nullptr ) return;
+bool TableBase::drain() {
+   if ( follower_ == nullptr ) return true;
    Mox::Ptr<const MountedEntity> pin( &entity_ );
+   try {
+      bool more = !notifyPending();
+      while ( !more && followPart() ) more = timeIsUp();
+      if ( more ) drainSoon( true );
+      return !more;
+   } catch ( ... ) {
+      drainSoon( true );
+      throw;
+   }
+}
+
+void TableBase::drainInOrder() {
+   Mox::Ptr<const MountedEntity> pin( &entity_ );
+   for ( TableBase* table : entity_.tables() ) {
+      bool done = table->drain();
+      if ( table == this ) return;
+      if ( !done ) return drainSoon( true );
+   }
+}
+
+// One part; true when there is more. The keys are copied first: a handler may do
+// anything, the follower's callback not.
+bool TableBase::followPart() {
    ::Brane::TableFollower::Drained result;
    try {
-      result = follower_->drain( [&]( const ::Brane::Change& change ) {
-         auto* key = static_cast<const std::byte*>( change.key );
-         pending_.insert( pending_.end(), key, key + layout_.keySize );
-      } );
+      result = follower_->drain(
+         [&]( const ::Brane::Change& change ) {
+            auto* key = static_cast<const std::byte*>( change.key );
+            pending_.insert( pending_.end(), key, key + layout_.keySize );
+         },
+         kPartKeys );
    } catch ( const ::Brane::CreateError& e ) {
       // The system refuses a descriptor or memory just now: say so, try again.
       control_->problemIs( e.what() );
       result.again = true;
    }
-   if ( result.again ) drainSoon();
+   if ( result.again ) drainSoon( false );
    if ( result.stateChanged ) {
       updateMountStatus();
       handleMountStatus();
    }
-   notifyPending();
+   return !notifyPending() || result.more;
 }
 
-void TableBase::drainSoon() {
-   if ( entity_.manager() != nullptr ) entity_.manager()->drainSoon( *this );
+bool TableBase::timeIsUp() const {
+   return entity_.manager() != nullptr && entity_.manager()->timeIsUp();
 }
 
-void TableBase::notifyPending() {
-   std::vector<std::byte> keys = std::exchange( pending_, {} );
-   size_t at = 0;
-   try {
-      while ( at < keys.size() ) {
-         at += layout_.keySize;
-         handleKey( keys.data() + at - layout_.keySize );
-      }
-   } catch ( ... ) {
-      pending_.insert( pending_.begin(),
-                       keys.begin() + static_cast<ptrdiff_t>( at ), keys.end() );
-      drainSoon();
-      throw;
+void TableBase::drainSoon( bool atOnce ) {
+   if ( entity_.manager() != nullptr )
+      entity_.manager()->drainSoon( *this, atOnce );
+}
+
+void TableBase::foretell() {
+   const size_t size = layout_.keySize;
+   size_t end = std::min( notified_ + 2 * kForetoldKeys * size, pending_.size() );
+   for ( foretold_ = std::max( foretold_, notified_ ); foretold_ < end; ) {
+      foretold_ += size;
+      handleKeySoon( pending_.data() + foretold_ - size );
    }
+}
+
+// False when the time was up before all were notified. A handler may drain, or
+// throw: the place is kept in members, and nothing is notified twice.
+bool TableBase::notifyPending() {
+   const size_t size = layout_.keySize;
+   std::vector<std::byte> key( size );
+   for ( size_t count = 1; notified_ < pending_.size(); ++count ) {
+      if ( foretold_ < notified_ + kForetoldKeys * size ) foretell();
+      std::memcpy( key.data(), pending_.data() + notified_, size );
+      notified_ += size;
+      handleKey( key.data() );
+      bool look = count % kPartKeys == 0 && notified_ < pending_.size();
+      if ( look && timeIsUp() ) return false;
+   }
+   pending_.clear();
+   notified_ = foretold_ = 0;
+   return true;
 }
 
 void TableBase::putRecord( const void* record ) {
@@ -165,13 +215,14 @@ bool TableBase::removeRecord( const void* key, void* removed ) {
    return reader_ != nullptr ? reader_->lookup( key, out ) : ::Brane::lookupAbsent;
 }
 
-void TableBase::visitRecords( const void* from,
-                              const RecordVisitor& visitor ) const {
+void TableBase::visitRecords( const void* from, const RecordVisitor& visitor,
+                              const KeyHint& ahead ) const {
    using ::Brane::Position;
    if ( reader_ != nullptr ) {
       reader_->visit(
          [&]( Position, const void* record ) { return visitor( record ); },
-         from != nullptr ? reader_->resumeBefore( from ) : ::Brane::noPosition );
+         from != nullptr ? reader_->resumeBefore( from ) : ::Brane::noPosition,
+         ahead );
       return;
    }
    if ( writer_ == nullptr ) return;

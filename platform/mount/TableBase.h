@@ -44,7 +44,14 @@ class PIMSM_API TableBase {
    void ring();
    // Takes up what the writer has changed and notifies; the manager calls it when
    // the doorbell rings. Nothing in a writer.
-   void drain();
+   // A burst is taken up in parts: past the manager's time for one dispatch the rest
+   // waits for the next turn of the loop, and what changes again meanwhile is notified
+   // once. False: there is such a rest. At least one part is done.
+   bool drain();
+   // drain(), after those of the entity's tables that were declared before this one:
+   // what a later table refers to is there first. This one waits while one of those
+   // has a rest.
+   void drainInOrder();
 
  protected:
    TableBase( MountedEntity& entity, Mox::String name, ::Brane::Layout layout,
@@ -53,6 +60,8 @@ class PIMSM_API TableBase {
 
    // A key changed; `key` is keySize bytes.
    virtual void handleKey( const void* key ) = 0;
+   // The key's handleKey comes soon. Must change nothing.
+   virtual void handleKeySoon( const void* key ) = 0;
    // The table came, went, or was replaced by another instance.
    virtual void handleMountStatus() = 0;
 
@@ -61,7 +70,9 @@ class PIMSM_API TableBase {
    ::Brane::Lookup lookupRecord( const void* key, void* out ) const;
    // See Table::visit.
    using RecordVisitor = std::function<bool( const void* record )>;
-   void visitRecords( const void* from, const RecordVisitor& visitor ) const;
+   using KeyHint = ::Brane::TableReader::Ahead;
+   void visitRecords( const void* from, const RecordVisitor& visitor,
+                      const KeyHint& ahead ) const;
 
    mutable uint64_t undecodable_ = 0;
 
@@ -73,8 +84,11 @@ class PIMSM_API TableBase {
    void mountWriter( Corvex::EntityManager& manager, const Mox::String& path,
                      uint32_t capacity );
    void mountReader( Corvex::EntityManager& manager, const Mox::String& path );
-   void notifyPending();
-   void drainSoon();
+   bool followPart();
+   bool notifyPending();
+   void foretell();
+   bool timeIsUp() const;
+   void drainSoon( bool atOnce );
    void updateMountStatus();
 
    MountedEntity& entity_;
@@ -86,7 +100,10 @@ class PIMSM_API TableBase {
    std::unique_ptr<::Brane::TableReader> reader_;
    std::unique_ptr<::Brane::TableFollower> follower_;
    ::Brane::DoorbellHub::Id bell_ = 0;
-   std::vector<std::byte> pending_;  // changed keys, not yet notified
+   // Changed keys in parts of which the first have been notified or foretold.
+   std::vector<std::byte> pending_;
+   size_t notified_ = 0;
+   size_t foretold_ = 0;
 };
 
 // For reflection: "<records> of <capacity> records".

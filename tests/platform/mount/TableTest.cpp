@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <set>
+#include <stdexcept>
 
 #include "platform/loop/TestClock.h"
 #include "tests/platform/mount/Shelf.h"
@@ -21,8 +22,8 @@ struct Side {
               createEntity( manager, "shelf", "MoxBrane::Test::Shelf" ).detach() ),
            false ),
         recorder( shelf.get() ) {
-      shelf->bookControl()->initialize( role, role == ::Brane::tableWriter ? 64 : 0,
-                                        false );
+      shelf->bookControl()->initialize(
+         role, role == ::Brane::tableWriter ? 2000 : 0, false );
    }
 
    Corvex::EntityManager manager;
@@ -90,6 +91,78 @@ TEST_F( TypedTable, TellsReadersOfEachChangedKeyOnce ) {
       EXPECT_FALSE( reader.shelf->book().has( bookKey( 9 ) ) );
       EXPECT_EQ( reader.shelf->book().size(), 1U );
    }
+}
+
+// The doorbell rings once; the loop gets its turn between the parts.
+TEST_F( TypedTable, TakesUpABurstInParts ) {
+   Side reader( clock, root.path(), ::Brane::tableReader );
+   reader.manager.dispatch();
+   constexpr uint32_t kBooks = 1500;
+   for ( uint32_t i = 1; i <= kBooks; ++i ) agent.shelf->bookIs( bookOf( i ) );
+   agent.manager.dispatch();
+   clock.advance( 0.1 );
+   clock.stepIs( 0.011 );  // any look at the time finds it up
+   reader.manager.dispatch();
+   Numbers heard = reader.recorder.take();
+   EXPECT_LT( heard.size(), kBooks / 2 );
+   ASSERT_FALSE( heard.empty() );
+   // Told already, and not yet told: once more the one, once only the other.
+   std::vector<bool> told( kBooks + 1 );
+   for ( uint32_t number : heard ) told[number] = true;
+   auto untold = std::find( told.begin() + 1, told.end(), false ) - told.begin();
+   agent.shelf->bookDel( bookKey( heard[0] ) );
+   agent.shelf->bookIs( bookOf( static_cast<uint32_t>( untold ), 7 ) );
+   unsigned turns = 0;
+   while ( heard.size() < kBooks + 1 && ++turns < 1000 ) {
+      clock.runPass();
+      Numbers more = reader.recorder.take();
+      heard.insert( heard.end(), more.begin(), more.end() );
+   }
+   EXPECT_GT( turns, 1u );
+   clock.stepIs( 0 );
+   for ( int i = 0; i < 3; ++i ) reader.manager.dispatch();
+   EXPECT_EQ( reader.recorder.take(), Numbers{} );
+   EXPECT_EQ( heard.size(), kBooks + 1 );
+   EXPECT_EQ( std::count( heard.begin(), heard.end(), heard[0] ), 2 );
+   EXPECT_EQ( std::set<uint32_t>( heard.begin(), heard.end() ).size(), kBooks );
+   EXPECT_FALSE( reader.shelf->book().has( bookKey( heard[0] ) ) );
+}
+
+// Whoever throws has heard his key; the others' turn comes.
+TEST_F( TypedTable, GoesOnBehindAHandlerThatThrows ) {
+   Side reader( clock, root.path(), ::Brane::tableReader );
+   reader.manager.dispatch();
+   for ( uint32_t i = 1; i <= 5; ++i ) agent.shelf->bookIs( bookOf( i ) );
+   agent.manager.dispatch();
+   clock.advance( 0.1 );
+   reader.recorder.inside = [&]( const BookKey& ) {
+      reader.recorder.inside = {};
+      throw std::runtime_error( "no" );
+   };
+   EXPECT_THROW( reader.manager.dispatch(), std::runtime_error );
+   clock.advance( 0.1 );
+   reader.manager.dispatch();
+   Numbers heard = reader.recorder.take();
+   EXPECT_EQ( std::set<uint32_t>( heard.begin(), heard.end() ).size(), 5u );
+   EXPECT_EQ( heard.size(), 5u );
+}
+
+// Keys are foretold in visiting order, each at most once, none late.
+TEST_F( TypedTable, ForetellsAVisitInItsOrder ) {
+   Side reader( clock, root.path(), ::Brane::tableReader );
+   for ( uint32_t i = 1; i <= 100; ++i ) agent.shelf->bookIs( bookOf( i ) );
+   Numbers ahead, met;
+   reader.shelf->book().visit(
+      nullptr,
+      [&]( const Book& book ) {
+         met.push_back( book.key.number );
+         EXPECT_GE( ahead.size(), met.size() );
+         EXPECT_LE( ahead.size(), met.size() + 32 );
+         return true;
+      },
+      [&]( const BookKey& key ) { ahead.push_back( key.number ); } );
+   EXPECT_EQ( met.size(), 100u );
+   EXPECT_EQ( ahead, met );
 }
 
 TEST_F( TypedTable, ResumesAVisitWhereTheBookmarkStood ) {

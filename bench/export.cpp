@@ -187,10 +187,14 @@ void readInChild( const std::string& root, const Size& size, int ready, int go )
    follower.reload( ::Brane::tableReader );
    if ( write( ready, &byte, 1 ) != 1 || read( go, &byte, 1 ) != 1 ) std::exit( 1 );
    double began = BenchClock::wall();
-   while ( follower.records() < size.records() &&
-           BenchClock::wall() < began + 60 ) {
+   auto seen = [&] {
+      return follower.tables->route().size() + follower.tables->routeIntf().size();
+   };
+   while ( seen() < size.records() && BenchClock::wall() < began + 60 ) {
       follower.manager.dispatch();
    }
+   // What was seen last may wait for its notification.
+   follower.manager.dispatch();
    double followed = BenchClock::wall() - began;
    check( follower.records(), size );
    for ( unsigned i = 0; i < size.rounds; ++i ) {

@@ -1,6 +1,7 @@
 #include "export/RouteBraneReaderSm.h"
 
 #include "export/Conversion.h"
+#include "export/detail/ModelFetch.h"
 #include "export/detail/StrayIntfs.h"
 #include "platform/trace/Trace.h"
 
@@ -31,7 +32,8 @@ class RouteBraneReaderSm::MoxStatus : public SparseMode::Status::NotifieeConst {
 
 class RouteBraneReaderSm::MoxBraneStatus : public Brane::Status::NotifieeConst {
  public:
-   explicit MoxBraneStatus( RouteBraneReaderSm& reader ) : reader_( reader ) {
+   explicit MoxBraneStatus( RouteBraneReaderSm& reader )
+      : reader_( reader ), fetch_( *reader.status() ) {
       notifierIs( reader.braneStatus().get() );
    }
    using NotifieeConst::onRoute;
@@ -44,9 +46,11 @@ class RouteBraneReaderSm::MoxBraneStatus : public Brane::Status::NotifieeConst {
       Mox::Ptr<RouteBraneReaderSm> pin( &reader_ );
       reader_.handleBraneRouteIntf( key );
    }
+   void onRouteIntfSoon( const RouteIntfKey& key ) override { fetch_.soon( key ); }
 
  private:
    RouteBraneReaderSm& reader_;
+   ModelFetch fetch_;
 };
 
 RouteBraneReaderSm::RouteBraneReaderSm( ModelStatusMutablePtr status,

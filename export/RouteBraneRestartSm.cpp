@@ -1,6 +1,7 @@
 #include "export/RouteBraneRestartSm.h"
 
 #include "export/Conversion.h"
+#include "export/detail/ModelFetch.h"
 #include "export/detail/StrayIntfs.h"
 #include "platform/trace/Trace.h"
 
@@ -103,20 +104,24 @@ void RouteBraneRestartSm::doReview() {
 template <class Table>
 bool RouteBraneRestartSm::walk(
    const Table& table, const typename Table::Key& from,
-   const std::function<void( const typename Table::Value& )>& handle ) {
+   const std::function<void( const typename Table::Value& )>& handle,
+   const typename Table::Ahead& ahead ) {
    bool over = false;
    bool ended = true;
    const auto* bookmark = from == typename Table::Key() ? nullptr : &from;
-   table.visit( bookmark, [&]( const typename Table::Value& record ) {
-      if ( over ) {
-         reviewBookmarkIs( bookmarkOf( record.key ) );
-         ended = false;
-         return false;
-      }
-      handle( record );
-      over = clock()->now() >= reviewStopTime();
-      return true;
-   } );
+   table.visit(
+      bookmark,
+      [&]( const typename Table::Value& record ) {
+         if ( over ) {
+            reviewBookmarkIs( bookmarkOf( record.key ) );
+            ended = false;
+            return false;
+         }
+         handle( record );
+         over = clock()->now() >= reviewStopTime();
+         return true;
+      },
+      ahead );
    if ( ended ) reviewBookmarkIs( {} );
    return ended;
 }
@@ -142,9 +147,11 @@ void RouteBraneRestartSm::doReviewRoutes() {
 void RouteBraneRestartSm::doReviewRouteIntfs() {
    if ( reviewedRouteIntfs() ) return;
    RouteIntfKey from = reviewBookmark();
+   ModelFetch fetch( *status() );
    reviewedRouteIntfsIs( walk(
       braneStatus()->routeIntf(), from,
-      [this]( const Brane::Intf& record ) { doReviewRouteIntf( record ); } ) );
+      [this]( const Brane::Intf& record ) { doReviewRouteIntf( record ); },
+      [&]( const RouteIntfKey& key ) { fetch.soon( key ); } ) );
 }
 
 void RouteBraneRestartSm::doReviewRouteIntf( const Brane::Intf& record ) {

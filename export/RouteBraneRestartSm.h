@@ -61,7 +61,8 @@ class PIMSM_API RouteBraneRestartSm : public Mox::Entity {
    void doInitializeRoutes();
    template <class Table>
    bool walk( const Table& table, const typename Table::Key& from,
-              const std::function<void( const typename Table::Value& )>& handle );
+              const std::function<void( const typename Table::Value& )>& handle,
+              const typename Table::Ahead& ahead = {} );
    bool walkRoutes( const std::function<void( const Brane::Route& )>& handle );
    void doReviewRouteIntf( const Brane::Intf& record );
    void deleteStale( const RouteIntfKey& key );

@@ -133,6 +133,37 @@ TEST_F( RouteReader, KeepsInterfacesWhoseRouteComesLater ) {
    EXPECT_EQ( seen()->routeIntf().size(), 0U );
 }
 
+// A reader that was there before the tables: each route comes before its interfaces,
+// though a burst comes in parts.
+TEST_F( RouteReader, HearsOfRoutesFirst ) {
+   Mox::Test::TempRoot otherRoot;
+   ReaderSide early( clock, otherRoot.path() );
+   early.start();
+   AgentSide late( clock, otherRoot.path() );
+   late.mount();
+   for ( unsigned i = 1; i <= 600; ++i ) {
+      RouteKey key = sgKey( "192.0.2." + std::to_string( i % 250 + 1 ),
+                            "233.252.0." + std::to_string( i / 250 + 1 ) );
+      late.tables->routeIntfIs( Brane::Intf( { key, intfId( "eth1" ) } ) );
+      late.tables->routeIs( Brane::Route( key ) );
+   }
+   late.manager.dispatch();
+   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneReader/4" );
+   clock.stepIs( 0.011 );
+   auto complete = [&] {
+      unsigned intfs = 0;
+      for ( const Route& route : early.model->route() )
+         intfs += unsigned( route.routeIntf().size() );
+      return intfs == 600;
+   };
+   for ( int turn = 0; turn < 100 && !complete(); ++turn ) early.follow();
+   clock.stepIs( 0 );
+   EXPECT_TRUE( complete() );
+   for ( const auto& line : traces.take() ) {
+      EXPECT_EQ( line.find( "no route for" ), Mox::String::npos ) << line;
+   }
+}
+
 TEST_F( RouteReader, FollowsTheFastReroutePath ) {
    Brane::Route record( kKey );
    record.rpfFrr = rpfBy( "eth5" );

@@ -2,18 +2,22 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace Mox {
 
-// The cache lines from `at` on. Any address will do. In assembler: GCC takes a
+// The cache lines of `size` bytes. Any address will do. In assembler: GCC takes a
 // function that only prefetches for one without effect and drops its calls.
 inline void prefetch( const void* at, size_t size = 1 ) {
+   constexpr size_t kLine = 64;
    auto* bytes = static_cast<const char*>( at );
-   for ( size_t line = 0; line < size; line += 64 ) {
+   const char* end = bytes + size;
+   bytes -= reinterpret_cast<uintptr_t>( bytes ) % kLine;
+   for ( ; bytes < end; bytes += kLine ) {
 #if defined( __x86_64__ )
-      __asm__ volatile( "prefetcht0 %0" : : "m"( bytes[line] ) );
+      __asm__ volatile( "prefetcht0 %0" : : "m"( *bytes ) );
 #else
-      __builtin_prefetch( bytes + line, 0, 3 );
+      __builtin_prefetch( bytes, 0, 3 );
 #endif
    }
 }

@@ -8,6 +8,8 @@ namespace Sm = Routing::Pim::SparseMode;
 
 namespace {
 
+constexpr double kReviewSlice = 0.01;  // s
+
 Vantu::IpGenAddr allPimRouters( Vantu::AddressFamily family ) {
    static const Vantu::IpGenAddr v4( "224.0.0.13" );
    static const Vantu::IpGenAddr v6( "ff02::d" );
@@ -36,7 +38,10 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      tables_( Sm::Brane::Status::mountInDependencyOrder(
         manager, Sm::Brane::Status::mountPath( family, config.name ),
         ::Brane::tableWriter, model_.get() ) ),
-     engine_( model_, clock, routing_, counters ) {
+     engine_( model_, clock, routing_, counters ),
+     forwarding_( model_ ),
+     real_( real ),
+     resume_( &real ) {
    model_->pimStatusIs( pimStatus_ );
    for ( const InterfaceConfig& interface : config.interfaces ) {
       addLink( interface, clock );
@@ -106,8 +111,18 @@ void FamilyInstance::receiveJoinPrune( Vantu::IntfId intfId, const Link& link,
    engine_.receive( intfId, *link.neighbors, message );
 }
 
+void FamilyInstance::handleTurnEnd() {
+   if ( ready() ) {
+      double end = real_.now() + kReviewSlice;
+      bool done = forwarding_.review( [&] { return real_.now() >= end; } );
+      if ( !done ) resume_.wakeupTimeIs( real_.now() );
+   }
+   writer_->doMaybeUpdateReviewTimer();
+}
+
 bool FamilyInstance::published() const {
-   return writer_->reviewChangeSet().empty() && writer_->changeSet().empty();
+   return !forwarding_.pending() && writer_->reviewChangeSet().empty() &&
+          writer_->changeSet().empty();
 }
 
 }

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "apps/agent/AgentClock.h"
+#include "apps/agent/engine/ForwardingEngine.h"
 #include "apps/agent/engine/JoinPruneEngine.h"
 #include "export/RouteBraneRestartSm.h"
 #include "export/RouteBraneWriterSm.h"
@@ -40,8 +41,9 @@ class FamilyInstance {
    void receive( Vantu::IntfId intfId, const IpPacket& packet,
                  const PimMessage& message );
 
-   // At the end of a turn: publishes a change of an interface alone, too.
-   void handleTurnEnd() { writer_->doMaybeUpdateReviewTimer(); }
+   // At the end of a turn: forwarding follows the turn's changes, and what changed is
+   // published, an interface alone, too.
+   void handleTurnEnd();
    // Is everything that is marked in the tables?
    bool published() const;
 
@@ -50,6 +52,12 @@ class FamilyInstance {
    struct Link {
       std::vector<Vantu::IpGenAddr> own;
       std::unique_ptr<Neighbors> neighbors;
+   };
+
+   class Resume : public Mox::Clock::Notifiee {
+    public:
+      using Notifiee::Notifiee;
+      void onTime() override {}
    };
 
    void addLink( const InterfaceConfig& interface, AgentClock& clock );
@@ -67,6 +75,10 @@ class FamilyInstance {
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneRestartSm> restart_;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneWriterSm> writer_;
    JoinPruneEngine engine_;
+   ForwardingEngine forwarding_;
+   // Asks for another turn when a review has used up its time.
+   Mox::Clock& real_;
+   Resume resume_;
    std::map<Vantu::IntfId, Link> links_;
 };
 

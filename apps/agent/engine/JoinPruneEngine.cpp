@@ -1,5 +1,9 @@
 #include "apps/agent/engine/JoinPruneEngine.h"
 
+#include <algorithm>
+
+#include "apps/agent/engine/RecordState.h"
+
 namespace Agent {
 
 using Routing::Pim::SparseMode::Status;
@@ -191,7 +195,8 @@ void JoinPruneEngine::updatePath( Route& route, const IpGenAddr& rp ) {
    umh->doUpdateRpf( path.rpf );
 }
 
-// The record goes when no machine has state on it, the route with its last record.
+// The record goes with the last state on it, unless the (*,G) route's stands behind
+// it; the route with the last record that has a state.
 void JoinPruneEngine::handleEnded( const Key& key ) {
    Mox::Ptr<Route> route = model_->route( key.routeKey() );
    if ( route == nullptr ) {
@@ -199,15 +204,15 @@ void JoinPruneEngine::handleEnded( const Key& key ) {
       return;
    }
    const Intf* intf = route->routeIntf( key.intfId );
-   if ( intf != nullptr && ( intf->joinState() != Intf::noInfo ||
-                             intf->rptState() != Intf::rptNoInfo ) ) {
+   if ( intf != nullptr && holdsState( *intf ) ) {
       updateTree( *route );
       return;
    }
-   route->routeIntfDel( key.intfId );
-   if ( route->routeIntf().empty() ) {
+   if ( !holdsState( *route ) ) {
       model_->routeDel( key.routeKey() );
    } else {
+      if ( intf != nullptr && !inherits( *intf ) )
+         route->routeIntfDel( key.intfId );
       updateTree( *route );
    }
    downstream_.erase( key );
@@ -225,10 +230,13 @@ void JoinPruneEngine::updateTree( Route& route ) {
    route.routeFlagsIs( flags );
 }
 
+// Shared trees first: they say which records of the source trees stay.
 void JoinPruneEngine::adopt() {
-   for ( const RouteKey& key : Mox::keysOf( model_->route() ) ) {
-      adoptRoute( *model_->route( key ) );
-   }
+   std::vector<RouteKey> keys = Mox::keysOf( model_->route() );
+   std::stable_partition( keys.begin(), keys.end(), []( const RouteKey& key ) {
+      return key.source.isUnspecified();
+   } );
+   for ( const RouteKey& key : keys ) adoptRoute( *model_->route( key ) );
 }
 
 // A route or record without state is what a process left that died between two
@@ -236,16 +244,16 @@ void JoinPruneEngine::adopt() {
 // configured came with a join; the tables keep the path to it alone.
 void JoinPruneEngine::adoptRoute( Route& route ) {
    RouteKey key = route.key();
+   if ( !holdsState( route ) ) {
+      model_->routeDel( key );
+      return;
+   }
    IpGenAddr rp = routing_.rpOf( key.group );
    for ( Vantu::IntfId intfId : Mox::keysOf( route.routeIntf() ) ) {
       Mox::Ptr<Intf> intf = route.routeIntf( intfId );
-      if ( !adoptIntf( { key.group, intfId, key.source }, *intf, rp ) ) {
+      adoptIntf( { key.group, intfId, key.source }, *intf, rp );
+      if ( !holdsState( *intf ) && !inherits( *intf ) )
          route.routeIntfDel( intfId );
-      }
-   }
-   if ( route.routeIntf().empty() ) {
-      model_->routeDel( key );
-      return;
    }
    if ( !key.source.isUnspecified() || !rp.isUnspecified() ) {
       updatePath( route, rp );
@@ -253,13 +261,12 @@ void JoinPruneEngine::adoptRoute( Route& route ) {
    updateTree( route );
 }
 
-bool JoinPruneEngine::adoptIntf( const Key& key, const Intf& intf,
+void JoinPruneEngine::adoptIntf( const Key& key, const Intf& intf,
                                  const IpGenAddr& rp ) {
    bool joined = intf.joinState() != Intf::noInfo;
    bool pruned = intf.rptState() != Intf::rptNoInfo;
    if ( joined ) joinMachine( key, rp ).adopt( defaultHoldtime );
    if ( pruned ) rptPruneMachine( key ).adopt( defaultHoldtime );
-   return joined || pruned;
 }
 
 }

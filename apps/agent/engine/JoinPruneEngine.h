@@ -2,7 +2,8 @@
 // routes, interface records and their machines (RFC 7761, 4.5.1 to 4.5.3).
 //
 // Routes and records come with the first join or (S,G,rpt) prune that needs them
-// and go with the last state on them. An (S,G) route is on the source tree while
+// and go with the last state on them; a record that the (*,G) route's interface stands
+// behind stays for ForwardingEngine. An (S,G) route is on the source tree while
 // some interface has joined it, on the RP tree while it only holds (S,G,rpt)
 // prunes. Event-loop thread; the model, clock, routing and counters outlive the
 // engine.
@@ -79,8 +80,7 @@ class JoinPruneEngine {
    Mox::Ptr<Route> newRoute( const RouteKey& key, const Vantu::IpGenAddr& rp );
    void updatePath( Route& route, const Vantu::IpGenAddr& rp );
    void adoptRoute( Route& route );
-   // Is there a state to take up?
-   bool adoptIntf( const Key& key, const Intf& intf, const Vantu::IpGenAddr& rp );
+   void adoptIntf( const Key& key, const Intf& intf, const Vantu::IpGenAddr& rp );
    void handleEnded( const Key& key );
    void updateTree( Route& route );
 

@@ -276,7 +276,7 @@ TEST_F( JoinPrune, AWcJoinEndsPrunesOfItsGroupAndInterfaceOnly ) {
    receive( "eth1", "G1 +RP=SWR -S2=SR" );
    EXPECT_EQ( state(),
               "(*, G1) eth1 joined; "
-              "(S1, G1) eth2 rptPruned; "
+              "(S1, G1) eth1 eth2 rptPruned; "
               "(S1, G2) eth1 rptPruned eth2 rptPruned; "
               "(S2, G1) eth1 rptPruned eth2 rptPruned" );
 }

@@ -1,0 +1,242 @@
+#include "apps/agent/engine/ForwardingEngine.h"
+
+#include <unordered_map>
+
+#include "apps/agent/engine/RecordState.h"
+
+namespace Agent {
+
+namespace Sm = Routing::Pim::SparseMode;
+using Routing::Pim::RouteKey;
+using Sm::Intf;
+using Vantu::IntfId;
+
+namespace {
+
+// On the source tree all that asked for the source or the group, on the shared tree
+// the group's interfaces that did not prune it (RFC 7761, 4.2).
+bool inOlist( const Sm::Route& route, const Intf& intf ) {
+   if ( route.wildCard() ) return intf.immediateOlistWc();
+   return route.spTree() ? intf.inheritedOlistSg() : intf.inheritedOlistSgRpt();
+}
+
+void updateForwarding( Sm::Route& route ) {
+   const IntfId iif = route.iif();
+   const bool protectedPath = route.rpfFrr() != Routing::Pim::Rpf();
+   const IntfId iifFrr = route.iifFrr();
+   for ( Intf& intf : route.routeIntf() ) {
+      bool out = inOlist( route, intf );
+      intf.forwardIs( out && intf.intfId() != iif );
+      intf.fastForwardIs( protectedPath && out && intf.intfId() != iifFrr );
+   }
+}
+
+Sm::UpRptState upRptState( const Sm::Route& route ) {
+   const Sm::Route* shared = route.wc();
+   if ( shared == nullptr || !shared->rptJoinDesiredWc() )
+      return Sm::upRptNotJoined;
+   return route.pruneDesiredSgRpt() ? Sm::upRptPruned : Sm::upRptNotPruned;
+}
+
+void updateUpstream( Sm::Route& route ) {
+   bool wanted = route.wildCard() ? route.joinDesiredWc() : route.joinDesiredSg();
+   route.upJoinStateIs( wanted ? Sm::upJoined : Sm::upNotJoined );
+   if ( route.wildCard() || route.umh() == nullptr ) return;
+   Sm::UpRptState state = upRptState( route );
+   if ( state != route.upRptState() ) route.umh()->doUpdateRptState( state );
+}
+
+// Gives an (S,G) route the (*,G) route's interfaces, takes away those that went.
+void inheritRecords( Sm::Route& route, const Sm::Route* shared ) {
+   if ( shared != nullptr ) {
+      for ( const IntfId& intfId : Mox::keysOf( shared->routeIntf() ) )
+         route.routeIntfIs( intfId )->initializedIs( true );
+   }
+   for ( const IntfId& intfId : Mox::keysOf( route.routeIntf() ) ) {
+      const Intf* intf = route.routeIntf( intfId );
+      if ( !holdsState( *intf ) && !inherits( *intf ) )
+         route.routeIntfDel( intfId );
+   }
+}
+
+}
+
+// What the macros of a group read of one of its routes.
+class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
+ public:
+   MoxRoute( ForwardingEngine& engine, const Sm::Route& route )
+      : engine_( engine ),
+        group_( route.key().group ),
+        umh_( *this ),
+        umhFrr_( *this ) {
+      notifierIs( &route );
+      umh_.notifierIs( route.umh() );
+      umhFrr_.notifierIs( route.umhFrr() );
+      for ( const Intf& intf : route.routeIntf() ) onRouteIntf( intf.intfId() );
+      mark();
+   }
+
+   void onRouteFlags() override { mark(); }
+   void onIifSwitchState() override { mark(); }
+   void onUpJoinState() override { mark(); }
+   void onUmh() override {
+      umh_.notifierIs( notifier()->umh() );
+      mark();
+   }
+   void onUmhFrr() override {
+      umhFrr_.notifierIs( notifier()->umhFrr() );
+      mark();
+   }
+   void onRouteIntf( const IntfId& intfId ) override {
+      const Intf* intf = notifier()->routeIntf( intfId );
+      if ( intf == nullptr ) {
+         intfs_.erase( intfId );
+      } else {
+         auto& reactor = intfs_[intfId];
+         if ( reactor == nullptr ) reactor = std::make_unique<MoxIntf>( *this );
+         reactor->notifierIs( intf );
+      }
+      mark();
+   }
+
+ private:
+   class MoxUmh : public Sm::UpstreamInfo::NotifieeConst {
+    public:
+      explicit MoxUmh( MoxRoute& route ) : route_( route ) {}
+      void onRpf() override { route_.mark(); }
+      void onPrevRpf() override { route_.mark(); }
+      void onMbrIif() override { route_.mark(); }
+
+    private:
+      MoxRoute& route_;
+   };
+   class MoxIntf : public Intf::NotifieeConst {
+    public:
+      explicit MoxIntf( MoxRoute& route ) : route_( route ) {}
+      void onJoinState() override { route_.mark(); }
+      void onRptState() override { route_.mark(); }
+      void onAssertInfo() override { route_.mark(); }
+      void onLocalReceiverInclude() override { route_.mark(); }
+      void onLocalReceiverExclude() override { route_.mark(); }
+
+    private:
+      MoxRoute& route_;
+   };
+
+   void mark() { engine_.mark( group_ ); }
+
+   ForwardingEngine& engine_;
+   Group group_;
+   MoxUmh umh_;
+   MoxUmh umhFrr_;
+   std::unordered_map<IntfId, std::unique_ptr<MoxIntf>> intfs_;
+};
+
+class ForwardingEngine::MoxPimIntf final
+   : public Routing::Pim::Intf::NotifieeConst {
+ public:
+   explicit MoxPimIntf( ForwardingEngine& engine ) : engine_( engine ) {}
+   void onAddr() override { engine_.markAll(); }
+   void onIAmDr() override { engine_.markAll(); }
+
+ private:
+   ForwardingEngine& engine_;
+};
+
+class ForwardingEngine::MoxStatus final : public Sm::Status::NotifieeConst {
+ public:
+   MoxStatus( ForwardingEngine& engine, const Sm::Status& model )
+      : engine_( engine ), pim_( engine ) {
+      notifierIs( &model );
+      onPimStatus();
+   }
+   void onRoute( const RouteKey& key ) override { engine_.handleRoute( key ); }
+   void onPimStatus() override {
+      pim_.notifierIs( notifier()->pimStatus() );
+      engine_.pimIntfs_.clear();
+      if ( notifier()->pimStatus() == nullptr ) return engine_.markAll();
+      for ( const auto& intf : notifier()->pimStatus()->intf() )
+         engine_.handlePimIntf( intf.intfId() );
+   }
+
+ private:
+   class MoxPim : public Routing::Pim::Status::NotifieeConst {
+    public:
+      explicit MoxPim( ForwardingEngine& engine ) : engine_( engine ) {}
+      void onIntf( const IntfId& intfId ) override {
+         engine_.handlePimIntf( intfId );
+      }
+
+    private:
+      ForwardingEngine& engine_;
+   };
+
+   ForwardingEngine& engine_;
+   MoxPim pim_;
+};
+
+ForwardingEngine::ForwardingEngine( Mox::Ptr<Sm::Status> model )
+   : model_( std::move( model ) ),
+     moxStatus_( std::make_unique<MoxStatus>( *this, *model_ ) ) {
+   for ( const RouteKey& key : Mox::keysOf( model_->route() ) ) handleRoute( key );
+}
+
+ForwardingEngine::~ForwardingEngine() = default;
+
+void ForwardingEngine::markAll() {
+   for ( const auto& [group, routes] : groups_ ) mark( group );
+}
+
+void ForwardingEngine::handleRoute( const RouteKey& key ) {
+   const Sm::Route* route = model_->route( key );
+   if ( route != nullptr ) {
+      groups_[key.group][key.source] = std::make_unique<MoxRoute>( *this, *route );
+      return;
+   }
+   mark( key.group );
+   auto group = groups_.find( key.group );
+   if ( group == groups_.end() ) return;
+   group->second.erase( key.source );
+   if ( group->second.empty() ) groups_.erase( group );
+}
+
+void ForwardingEngine::handlePimIntf( const IntfId& intfId ) {
+   const Routing::Pim::Intf* intf = model_->pimStatus()->intf( intfId );
+   if ( intf == nullptr ) {
+      pimIntfs_.erase( intfId );
+   } else {
+      auto& reactor = pimIntfs_[intfId];
+      if ( reactor == nullptr ) reactor = std::make_unique<MoxPimIntf>( *this );
+      reactor->notifierIs( intf );
+   }
+   markAll();
+}
+
+bool ForwardingEngine::review( const std::function<bool()>& over ) {
+   while ( !marked_.empty() ) {
+      Group group = *marked_.begin();
+      marked_.erase( marked_.begin() );
+      reviewGroup( group );
+      if ( over() ) break;
+   }
+   return marked_.empty();
+}
+
+// What this writes may mark the group again; the next review of it then finds nothing
+// to change. A route that has lost the shared tree's interfaces loses none of its own.
+void ForwardingEngine::reviewGroup( const Group& group ) {
+   auto found = groups_.find( group );
+   if ( found == groups_.end() ) return;
+   std::vector<Mox::Ptr<Sm::Route>> routes;
+   for ( const auto& [source, reactor] : found->second )
+      routes.push_back( model_->route( { source, group } ) );
+   for ( const auto& route : routes ) {
+      if ( !route->wildCard() ) inheritRecords( *route, route->wc() );
+   }
+   for ( const auto& route : routes ) {
+      updateUpstream( *route );
+      updateForwarding( *route );
+   }
+}
+
+}

@@ -1,0 +1,22 @@
+#include "tests/model/macros/Allocations.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace Routing::Pim::SparseMode::Test {
+
+uint64_t allocations = 0;
+
+}
+
+void* operator new( size_t size ) {
+   ++Routing::Pim::SparseMode::Test::allocations;
+   if ( void* memory = std::malloc( size ) ) return memory;
+   throw std::bad_alloc();
+}
+void operator delete( void* memory ) noexcept {
+   std::free( memory );
+}
+void operator delete( void* memory, size_t ) noexcept {
+   std::free( memory );
+}

@@ -1,0 +1,198 @@
+// All that the protocol macros can see of one VRF, as plain data: a (*,G) and an
+// (S,G) route of one group over up to three interfaces.
+//
+//     source                RP
+//          \                /
+//         192.0.2.254 / 192.0.2.253 (two possible next hops)
+//                    |
+//         "up", or any of the ports below, or none
+//                    |
+//               this router                 own path: (*,G) [120/30], (S,G) [110/20]
+//          port 0   port 1   port 2
+//            |
+//        receivers and rivals; this router is 192.0.2.5 on port 0, 192.0.3.5 on ..
+//
+// The values of an enumeration begin with those that stand for all others where
+// only a part can be walked.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <tuple>
+
+namespace Routing::Pim::SparseMode::Test {
+
+constexpr int kPorts = 3;
+
+enum class Join : uint8_t { none, joined, prunePending };
+enum class Rpt : uint8_t {
+   none,
+   pruned,
+   prunePending,
+   pruneTemp,
+   prunePendingTemp
+};
+// The assert winner's metric beside this router's own of the same tree; `higher`
+// and `lower` equal it but for the address, `worst` the infinite one.
+enum class Winner : uint8_t { none, me, better, worse, higher, lower, worst };
+// The PIM record of a port: DR or not, with an own address or not.
+enum class Pim : uint8_t { dr, notDr, namelessNotDr, none, namelessDr };
+// Where a route's traffic comes from. `reg` is the register interface, `bare` a next
+// hop without an interface; `otherHop` is on `up` too.
+enum class Upstream : uint8_t {
+   here,  // port 0
+   up,
+   none,
+   noRecord,
+   otherHop,
+   reg,
+   bare,
+   port1
+};
+enum class WcState : uint8_t { record, noRoute, noRecord };
+
+// RFC 7761, 4.6.3. Addresses are IPv4 as numbers, 0 for none.
+struct Metric {
+   bool rpt = true;
+   uint32_t preference = 0x7fffffff;
+   uint32_t metric = 0xffffffff;
+   uint32_t address = 0;
+
+   bool operator==( const Metric& ) const = default;
+   bool beats( const Metric& o ) const {
+      return std::make_tuple( rpt, preference, metric, ~address ) <
+             std::make_tuple( o.rpt, o.preference, o.metric, ~o.address );
+   }
+};
+
+// One record of a port: of its (*,G) or its (S,G) route.
+struct Facts {
+   bool record = false;
+   Join join = Join::none;
+   Rpt rpt = Rpt::none;
+   bool include = false;
+   bool exclude = false;
+   Winner winner = Winner::none;
+
+   bool operator==( const Facts& ) const = default;
+};
+
+struct Port {
+   Facts wc, sg;
+   Pim pim = Pim::dr;
+
+   bool operator==( const Port& ) const = default;
+};
+
+struct Upper {
+   Upstream rpf = Upstream::up;
+   Upstream frr = Upstream::noRecord;
+   bool spt = false;
+   bool upJoined = false;
+   bool katExpired = false;
+
+   bool operator==( const Upper& ) const = default;
+};
+
+struct World {
+   bool wcRoute = true;
+   Upper wc, sg;
+   std::array<Port, kPorts> ports;
+   uint8_t received = 0;  // the metric in an assert message: kReceived
+   uint8_t failover = 0;  // set of fast-failover interfaces, bit 3 a foreign one
+
+   bool operator==( const World& ) const = default;
+};
+
+// ---- what the words above stand for
+
+constexpr int kNowhere = -1, kUp = kPorts, kRegister = kPorts + 1;
+
+struct Path {
+   bool record = true;
+   int port = kNowhere;
+   uint32_t nextHop = 0;
+   uint32_t preference = 0, metric = 0;
+
+   bool none() const { return port == kNowhere && nextHop == 0; }
+   bool sameNeighbor( const Path& other ) const {
+      return port == other.port && nextHop == other.nextHop;
+   }
+};
+
+constexpr uint32_t kHop = 0xc00002fe;  // 192.0.2.254
+
+inline Path pathOf( Upstream upstream, bool wc ) {
+   const uint32_t preference = wc ? 120 : 110, metric = wc ? 30 : 20;
+   switch ( upstream ) {
+      case Upstream::noRecord:
+         return { false };
+      case Upstream::none:
+         return {};
+      case Upstream::here:
+         return { true, 0, kHop, preference, metric };
+      case Upstream::port1:
+         return { true, 1, kHop, preference, metric };
+      case Upstream::up:
+         return { true, kUp, kHop, preference, metric };
+      case Upstream::otherHop:
+         return { true, kUp, kHop - 1, preference, metric };
+      case Upstream::reg:
+         return { true, kRegister, kHop, preference, metric };
+      case Upstream::bare:
+         return { true, kNowhere, kHop, preference, metric };
+   }
+   return {};
+}
+
+inline uint32_t onPort( int port, uint8_t host ) {
+   return 0xc0000200 + uint32_t( port ) * 256 + host;  // 192.0.<2 + port>.<host>
+}
+inline uint32_t ownAddress( int port, Pim pim ) {
+   return pim == Pim::dr || pim == Pim::notDr ? onPort( port, 5 ) : 0;
+}
+
+// A metric beside this router's own of the tree. That of `worse` loses by the first
+// item and wins by the later ones; `better` the other way round.
+inline Metric metricBeside( Winner winner, bool wc, int port, Pim pim ) {
+   const Path own = pathOf( Upstream::up, wc );
+   const uint32_t low = onPort( port, 1 ), high = onPort( port, 9 );
+   switch ( winner ) {
+      case Winner::none:
+         return {};
+      case Winner::me:
+         return { wc, 0, 0, ownAddress( port, pim ) };
+      case Winner::better:
+         return { wc, own.preference - 20, 9999, low };
+      case Winner::worse:
+         return { true, wc ? own.preference + 9 : 0, 0, high };
+      case Winner::higher:
+         return { wc, own.preference, own.metric, high };
+      case Winner::lower:
+         return { wc, own.preference, own.metric, low };
+      case Winner::worst: {
+         Metric infinite;
+         infinite.address = high;
+         return infinite;
+      }
+   }
+   return {};
+}
+
+// What an assert message may bring to port 0: the infinite metric, then every
+// relation to the own metric of either tree, among them equality in all.
+constexpr int kReceived = 12;
+
+inline Metric receivedMetric( int index, Pim pim ) {
+   if ( index == 0 ) return {};
+   constexpr Winner relations[] = { Winner::better, Winner::worse, Winner::higher,
+                                    Winner::lower };
+   if ( index <= 8 )
+      return metricBeside( relations[( index - 1 ) % 4], index > 4, 0, pim );
+   if ( index == 9 ) return metricBeside( Winner::worst, true, 0, pim );
+   const bool wc = index == 11;
+   const Path own = pathOf( Upstream::up, wc );
+   return { wc, own.preference, own.metric, ownAddress( 0, pim ) };
+}
+
+}

@@ -7,6 +7,8 @@
 // their loops' turns.
 #pragma once
 
+#include <stdexcept>
+
 #include "export/RouteBraneReaderSm.h"
 #include "export/RouteBraneRestartSm.h"
 #include "export/RouteBraneWriterSm.h"
@@ -54,10 +56,13 @@ struct AgentSide : ExportSide {
       reload();
       writer = Brane::routeBraneWriterSmFactory( model, tables, &clock );
    }
-   // Publishes whatever is marked: as long as reviews follow one another.
+   // Publishes whatever is marked: as long as reviews follow one another. Throws
+   // when they stop before the end.
    void publish() {
       writer->doMaybeUpdateReviewTimer();
+      int passes = 0;
       while ( !writer->changeSet().empty() || !writer->reviewChangeSet().empty() ) {
+         if ( ++passes > 100000 ) throw std::runtime_error( "no review follows" );
          clock.advance( writer->maxDelay() );
          clock.runPass();
       }

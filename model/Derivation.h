@@ -39,6 +39,7 @@ struct MacroStep {
    bool wanted = true;     // false: the step decides unless the condition holds
    bool holds = true;      // the condition
    Mox::String outcome;    // in the rule's words: "false", "iAmDr"
+   Mox::String value;      // the outcome as text; empty where it was not needed
    bool decides = false;   // the first step whose condition is as wanted
    std::vector<Derivation>
       from;  // macros asked for condition and outcome, in order

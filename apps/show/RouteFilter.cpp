@@ -9,7 +9,8 @@ using Routing::Pim::SparseMode::Intf;
 using Routing::Pim::SparseMode::Route;
 
 bool RouteFilter::active() const {
-   return group || source || !iface.empty() || !iif.empty() || !kind.empty();
+   return group || source || !iface.empty() || !iif.empty() || !kind.empty() ||
+          forwarding;
 }
 
 bool RouteFilter::matches( const Route& route ) const {
@@ -20,10 +21,12 @@ bool RouteFilter::matches( const Route& route ) const {
    if ( group && !group->contains( key.group ) ) return false;
    if ( source && ( wildcard || !source->contains( key.source ) ) ) return false;
    if ( !iif.empty() && route.iif().name() != iif ) return false;
-   return iface.empty() || !selectIntfs( route, *this ).empty();
+   if ( iface.empty() && !forwarding ) return true;
+   return !selectIntfs( route, *this ).empty();
 }
 
 bool RouteFilter::matches( const Intf& intf ) const {
+   if ( forwarding && intf.forward() != *forwarding ) return false;
    return iface.empty() || intf.intfId().name() == iface;
 }
 

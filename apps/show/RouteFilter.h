@@ -17,6 +17,8 @@ struct RouteFilter {
    std::string iface;  // routes with this interface, and it alone
    std::string iif;    // routes that come in there
    std::string kind;   // "wc", "sg", or any
+   std::optional<bool>
+      forwarding;  // interfaces that do, or do not; and their routes
 
    bool active() const;
    bool matches( const Routing::Pim::SparseMode::Route& route ) const;

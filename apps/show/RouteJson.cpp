@@ -36,6 +36,8 @@ void addRpf( Json& json, const Rpf& rpf ) {
 Json intfJson( const Intf& intf, double now ) {
    Json json;
    json["name"] = intf.intfId().name();
+   json["forwarding"] = intf.forward();
+   json["fast-forwarding"] = intf.fastForward();
    json["join-state"] = stringValue( intf.joinState() );
    addTime( json, "since-last-join", intf.lastJoinReceived(), now );
    json["rpt-state"] = stringValue( intf.rptState() );
@@ -49,6 +51,26 @@ Json intfJson( const Intf& intf, double now ) {
    return json;
 }
 
+// As ietf-pim-base has it: "no-info" where only members or the shared tree keep it.
+const char* jpState( const Intf& intf ) {
+   switch ( intf.joinState() ) {
+      case Intf::noInfo:
+         return "no-info";
+      case Intf::prunePending:
+         return "prune-pending";
+      case Intf::joined:
+         return "join";
+   }
+   return "no-info";
+}
+
+Json outgoingJson( const Intf& intf ) {
+   Json json;
+   json["name"] = intf.intfId().name();
+   json["jp-state"] = jpState( intf );
+   return json;
+}
+
 Json routeJson( const Route& route, const RouteFilter& filter, double now ) {
    Json json;
    bool wildcard = route.key().source.isUnspecified();
@@ -58,6 +80,10 @@ Json routeJson( const Route& route, const RouteFilter& filter, double now ) {
    if ( !wildcard ) json["is-spt"] = route.spTree();
    addTime( json, "up-time", route.creationTime(), now );
    addRpf( json, route.rpf() );
+   Json& outgoing = json["outgoing-interface"] = Json::array();
+   for ( const Intf* intf : selectIntfs( route, filter ) ) {
+      if ( intf->forward() ) outgoing.push_back( outgoingJson( *intf ) );
+   }
    json["pimsm-state:flags"] = route.routeFlagsString();
    json["pimsm-state:rpf-attached"] = route.rpfAttached();
    json["pimsm-state:upstream-join-state"] = stringValue( route.upJoinState() );

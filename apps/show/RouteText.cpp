@@ -41,18 +41,10 @@ std::string routeLine( const Route& route, size_t keyWidth, double now ) {
       route.upJoinState() == Sm::upJoined ? "  upstream joined" : "" );
 }
 
-// An (S,G) record may hold (S,G,rpt) state alone.
-std::string stateText( const Intf& intf ) {
-   if ( intf.joinState() == Intf::noInfo && intf.rptState() != Intf::rptNoInfo ) {
-      return rptText( intf.rptState() );
-   }
-   return joinText( intf.joinState() );
-}
-
 std::string intfLine( const Intf& intf, size_t nameWidth, double now ) {
    std::string line =
-      fmt::format( "    {:<{}}  {:<13}  {}", intf.intfId().name(), nameWidth,
-                   stateText( intf ), intfReason( intf, now ) );
+      fmt::format( "    {:<{}}  {:<16}  {}", intf.intfId().name(), nameWidth,
+                   forwardText( intf ), intfReason( intf, now ) );
    line.erase( line.find_last_not_of( ' ' ) + 1 );
    return line + '\n';
 }
@@ -95,6 +87,7 @@ void routeDetail( std::string& text, const Route& route ) {
 void intfDetail( std::string& text, const Intf& intf, double now ) {
    auto out = std::back_inserter( text );
    constexpr const char* kIndent = "          ";
+   field( out, kIndent, "forwards in a failover", yesNo( intf.fastForward() ) );
    field( out, kIndent, "join state", stringValue( intf.joinState() ) );
    field( out, kIndent, "last join", agoText( intf.lastJoinReceived(), now ) );
    field( out, kIndent, "rpt state", stringValue( intf.rptState() ) );

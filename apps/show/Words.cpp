@@ -58,30 +58,8 @@ std::string treeText( const Route& route ) {
    return "no tree";
 }
 
-std::string joinText( Intf::JoinState state ) {
-   switch ( state ) {
-      case Intf::noInfo:
-         return "no join";
-      case Intf::prunePending:
-         return "prune pending";
-      case Intf::joined:
-         return "joined";
-   }
-   return "unknown";
-}
-
-std::string rptText( Intf::RptState state ) {
-   switch ( state ) {
-      case Intf::rptNoInfo:
-         return "not pruned";
-      case Intf::rptPruned:
-      case Intf::rptPruneTemp:
-         return "pruned";
-      case Intf::rptPrunePending:
-      case Intf::rptPrunePendingTemp:
-         return "prune pending";
-   }
-   return "unknown";
+std::string forwardText( const Intf& intf ) {
+   return intf.forward() ? "forwards" : "does not forward";
 }
 
 namespace {
@@ -97,22 +75,34 @@ std::string assertText( const Sm::AssertInfo& info ) {
                                                   : "assert lost to " + who;
 }
 
+// A record with nothing of its own stands for the (*,G) route's.
+std::string inheritedText( const Intf& intf ) {
+   const Intf* shared = intf.wcIntf();
+   if ( shared == nullptr || shared == &intf ) return "";
+   if ( shared->joinState() != Intf::noInfo ) return "inherits the (*,G) join";
+   return shared->localReceiverInclude() ? "inherits the (*,G) member" : "";
+}
+
 }
 
 std::string intfReason( const Intf& intf, double now ) {
    std::string out;
+   const Route* route = intf.parentRoute();
+   if ( route != nullptr && intf.intfId() == route->iif() )
+      append( out, "incoming interface" );
+   if ( intf.joinState() == Intf::prunePending ) append( out, "prune pending" );
    if ( intf.joinState() != Intf::noInfo ) {
       append( out, "last join " + agoText( intf.lastJoinReceived(), now ) );
    }
    if ( intf.rptState() != Intf::rptNoInfo ) {
-      append( out, "source pruned off the shared tree " +
-                      agoText( intf.lastRptPruneReceived(), now ) );
+      append( out, "source pruned " + agoText( intf.lastRptPruneReceived(), now ) );
    }
    if ( intf.localReceiverInclude() ) append( out, "member" );
-   if ( intf.localReceiverExclude() ) append( out, "members exclude the source" );
+   if ( intf.localReceiverExclude() ) append( out, "source excluded" );
    if ( intf.assertInfo().assertState != Sm::assertNoInfo ) {
       append( out, assertText( intf.assertInfo() ) );
    }
+   if ( out.empty() ) append( out, inheritedText( intf ) );
    return out;
 }
 

@@ -30,12 +30,11 @@ std::string rpfText( const Rpf& rpf, bool attached );
 // "source tree", "shared tree", "no tree".
 std::string treeText( const Route& route );
 
-// Join and (S,G,rpt) state in words: "joined", "prune pending", "pruned"...
-std::string joinText( Intf::JoinState state );
-std::string rptText( Intf::RptState state );
+// "forwards", "does not forward": as the agent wrote it.
+std::string forwardText( const Intf& intf );
 
-// What the tables tell of an interface besides its state: last join and prune,
-// members, assert.
+// What the tables tell of an interface besides: last join and prune, members, assert,
+// the (*,G) record that it stands for.
 std::string intfReason( const Intf& intf, double now );
 
 }

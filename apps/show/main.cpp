@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "apps/show/Explain.h"
 #include "apps/show/RouteJson.h"
 #include "apps/show/RouteText.h"
 #include "apps/show/StatusReport.h"
@@ -30,6 +31,11 @@ struct Arguments {
    bool jsonLines = false;
    bool count = false;
    bool detail = false;
+   bool forwarding = false;
+   bool notForwarding = false;
+   // explain
+   std::string explained[3];  // source, group, interface
+   Show::Question question;
 };
 
 void declareCommon( CLI::App& app, Arguments& arguments ) {
@@ -57,18 +63,44 @@ void declareRoutes( CLI::App& app, Arguments& arguments ) {
       ->type_name( "NAME" );
    app.add_option( "--kind", arguments.filter.kind, "(*,G) or (S,G) routes" )
       ->check( CLI::IsMember( { "wc", "sg" } ) );
+   auto* forwarding = app.add_flag( "--forwarding", arguments.forwarding,
+                                    "Interfaces that forward" );
+   app.add_flag( "--not-forwarding", arguments.notForwarding,
+                 "Interfaces that do not forward" )
+      ->excludes( forwarding );
    app.add_flag( "--count", arguments.count, "Only how many routes match" );
    app.add_flag( "--detail", arguments.detail, "Every field" );
 }
 
-// What says which routes, and how, says nothing of tables. Throws CLI::ParseError.
+void declareExplain( CLI::App& app, Arguments& arguments ) {
+   app.add_option( "source", arguments.explained[0], "Source, or '*'" )->required();
+   app.add_option( "group", arguments.explained[1], "Group" )->required();
+   app.add_option( "iface", arguments.explained[2],
+                   "Interface; without: the route" );
+   app.add_option( "--macro", arguments.question.macro,
+                   "Macro to explain; without: forwarding, or the upstream join" )
+      ->type_name( "NAME" );
+   app.add_flag( "--all", arguments.question.all, "Every term of every step" );
+}
+
+// What says which routes, and how, says nothing to other commands. Throws
+// CLI::ParseError.
 void refuseRouteOptions( const CLI::App& app ) {
-   for ( const char* name : { "--group", "--source", "--iface", "--iif", "--kind",
-                              "--count", "--detail", "--json-lines" } ) {
+   for ( const char* name :
+         { "--group", "--source", "--iface", "--iif", "--kind", "--forwarding",
+           "--not-forwarding", "--count", "--detail", "--json-lines" } ) {
       if ( app.count( name ) != 0 ) {
-         throw CLI::ValidationError( name, "is for routes, not for status" );
+         throw CLI::ValidationError( name, "is for routes alone" );
       }
    }
+}
+
+// Throws ParseError or RangeError.
+void readQuestion( Arguments& arguments ) {
+   auto& [source, group, intf] = arguments.explained;
+   arguments.question.route = Show::routeArgument( source, group );
+   arguments.question.intfId = Vantu::IntfId( intf );
+   arguments.selection.family = arguments.question.route.group.family();
 }
 
 // Throws ParseError or RangeError.
@@ -79,6 +111,8 @@ void readPrefixes( Arguments& arguments ) {
    if ( !arguments.source.empty() ) {
       arguments.filter.source = Show::prefixArgument( arguments.source );
    }
+   if ( arguments.forwarding || arguments.notForwarding )
+      arguments.filter.forwarding = arguments.forwarding;
    if ( arguments.ipv4 ) arguments.selection.family = Vantu::AddressFamily::ipv4;
    if ( arguments.ipv6 ) arguments.selection.family = Vantu::AddressFamily::ipv6;
 }
@@ -108,6 +142,11 @@ void printText( const Show::Mirrors& mirrors, const Arguments& arguments ) {
    }
 }
 
+void printJsonDocument( const Json& document ) {
+   std::cout << document.dump( 2, ' ', false, Json::error_handler_t::replace )
+             << '\n';
+}
+
 void printJson( const Show::Mirrors& mirrors, const Arguments& arguments ) {
    Json document = Json::array();
    for ( const auto& mirror : mirrors.all() ) {
@@ -125,11 +164,7 @@ void printJson( const Show::Mirrors& mirrors, const Arguments& arguments ) {
          document.push_back( Show::envelope( *mirror, std::move( list ) ) );
       }
    }
-   if ( arguments.json ) {
-      std::cout << document.dump( 2, ' ', false, Json::error_handler_t::replace )
-                << '\n';
-      return;
-   }
+   if ( arguments.json ) return printJsonDocument( document );
    for ( const Json& line : document ) std::cout << line.dump() << '\n';
 }
 
@@ -156,10 +191,29 @@ ExitStatus printStatus( const Show::Mirrors& mirrors, const Arguments& arguments
          std::cout << Show::statusText( *mirror );
       }
    }
-   if ( arguments.json )
-      std::cout << document.dump( 2, ' ', false, Json::error_handler_t::replace )
-                << '\n';
+   if ( arguments.json ) printJsonDocument( document );
    return done;
+}
+
+ExitStatus printExplanations( const Show::Mirrors& mirrors,
+                              const Arguments& arguments ) {
+   Json document = Json::array();
+   bool known = false;
+   for ( const auto& mirror : mirrors.all() ) {
+      if ( !Show::knows( *mirror, arguments.question ) ) continue;
+      if ( arguments.json ) {
+         document.push_back( Show::envelope(
+            *mirror, Show::explainJson( *mirror, arguments.question ) ) );
+      } else {
+         std::cout << ( known ? "\n" : "" )
+                   << Show::explainText( *mirror, arguments.question );
+      }
+      known = true;
+   }
+   if ( arguments.json ) printJsonDocument( document );
+   if ( known ) return done;
+   std::cerr << "pimsm-show: no such route or interface: see pimsm-show routes\n";
+   return nothingFound;
 }
 
 ExitStatus complain( ExitStatus status, const std::string& text ) {
@@ -191,7 +245,21 @@ void warnOfUnreadable( const Show::Mirror& mirror ) {
              << " unreadable records are left out\n";
 }
 
-ExitStatus run( const Arguments& arguments, bool status ) {
+enum Command { routesCommand, statusCommand, explainCommand };
+
+ExitStatus print( const Show::Mirrors& mirrors, const Arguments& arguments,
+                  Command command ) {
+   switch ( command ) {
+      case statusCommand:
+         return printStatus( mirrors, arguments );
+      case explainCommand:
+         return printExplanations( mirrors, arguments );
+      default:
+         return printRoutes( mirrors, arguments );
+   }
+}
+
+ExitStatus run( const Arguments& arguments, Command command ) {
    Show::Mirrors mirrors( arguments.selection );
    if ( mirrors.all().empty() ) {
       return complain( noTables, noTablesText( arguments.selection ) );
@@ -202,8 +270,7 @@ ExitStatus run( const Arguments& arguments, bool status ) {
       return complainOf( problem );
    }
    mirrors.load();
-   ExitStatus result = status ? printStatus( mirrors, arguments )
-                              : printRoutes( mirrors, arguments );
+   ExitStatus result = print( mirrors, arguments, command );
    for ( const auto& mirror : mirrors.all() ) warnOfUnreadable( *mirror );
    if ( !std::cout.flush() )
       return complain( wrongUsage, "cannot write the output" );
@@ -226,11 +293,18 @@ int main( int argc, char** argv ) {
    auto* routes =
       app.add_subcommand( "routes", "Routes and interfaces (the default)" );
    auto* status = app.add_subcommand( "status", "Tables: room, writer, counts" );
+   auto* explain = app.add_subcommand(
+      "explain", "Why an interface forwards or not, term by term" );
+   declareExplain( *explain, arguments );
    app.require_subcommand( 0, 1 );
-   for ( CLI::App* command : { routes, status } ) command->fallthrough();
+   for ( CLI::App* each : { routes, status, explain } ) each->fallthrough();
+   Command command = routesCommand;
    try {
       app.parse( argc, argv );
-      if ( status->parsed() ) refuseRouteOptions( app );
+      if ( status->parsed() ) command = statusCommand;
+      if ( explain->parsed() ) command = explainCommand;
+      if ( command != routesCommand ) refuseRouteOptions( app );
+      if ( command == explainCommand ) readQuestion( arguments );
       readPrefixes( arguments );
    } catch ( const CLI::Success& e ) {
       return app.exit( e );
@@ -240,7 +314,11 @@ int main( int argc, char** argv ) {
       return complain( wrongUsage, e.what() );
    }
    try {
-      return run( arguments, status->parsed() );
+      return run( arguments, command );
+   } catch ( const Mox::NameError& e ) {
+      return complain( wrongUsage, e.what() );
+   } catch ( const Mox::RangeError& e ) {
+      return complain( wrongUsage, e.what() );
    } catch ( const std::exception& e ) {
       return complain( noTables, e.what() );
    }

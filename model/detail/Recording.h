@@ -173,6 +173,7 @@ class RecordedRule {
       if ( step.holds == wanted && !answer_ ) {
          step.decides = true;
          answer_.emplace( outcome() );
+         step.value = answerText( *answer_ );
       }
       add( std::move( step ) );
    }
@@ -183,6 +184,7 @@ class RecordedRule {
       step.outcome = words( outcomeText );
       step.decides = !answer_;
       T last = outcome();
+      step.value = answerText( last );
       if ( step.decides ) answer_.emplace( last );
       add( std::move( step ) );
       derivation_.value = answerText( *answer_ );

@@ -62,15 +62,21 @@ struct AskedRow {
 
 TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
    const AskedRow rows[] = {
-      { "", 0, 22, "vrf default ipv4: 5 routes, agent running" },
-      { "routes", 0, 22, "vrf default ipv4: 5 routes, agent running" },
+      { "", 0, 24, "vrf default ipv4: 5 routes, agent running" },
+      { "routes", 0, 24, "vrf default ipv4: 5 routes, agent running" },
       { "--vrf red", 0, 1, "red" },  // asked for nothing that is not there
       { "status", 0, 21, "" },
       { "-4 --vrf default --group 239.1.2.0/24 --kind sg --iif eth1 --iface eth3",
         0, 4, "vrf default ipv4: 1 of 5 routes, agent running" },
       { "-4 --vrf default --kind wc --count", 0, 1,
         "vrf default ipv4: 2 of 5 routes, agent running\n" },
+      { "-4 --vrf default --group 239.1.2.3 --not-forwarding", 0, 6,
+        "assert lost" },
       { "--json-lines", 0, 7, "" },
+      { "explain 198.51.100.7 239.1.2.3 eth3", 0, 23,
+        "eth3: inheritedOlistSg is no" },
+      { "explain * 239.1.2.3 --macro rptJoinDesiredWc", 0, 0, "is yes" },
+      { "explain * 239.1.2.3 eth2 --json", 0, 0, "immediateOlistWc" },
       { "--group 239.9.9.9", 1, 5, "0 of 5 routes" },
       { "--iface eth9 --json", 1, 20, "" } };
    for ( const AskedRow& row : rows ) {
@@ -78,7 +84,9 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
       Ended ended = shown( row.options );
       EXPECT_EQ( ended.status, row.status );
       EXPECT_EQ( ended.err, "" );
-      EXPECT_EQ( countLines( ended.out ), row.lines ) << ended.out;
+      if ( row.lines != 0 ) {
+         EXPECT_EQ( countLines( ended.out ), row.lines ) << ended.out;
+      }
       EXPECT_NE( ended.out.find( row.says ), std::string::npos ) << ended.out;
    }
 }
@@ -95,11 +103,24 @@ TEST_F( ShowProgram, RefusesWrongUsage ) {
       { "--json --json-lines", "--json" },
       { "status --group 239.0.0.0/8", "--group" },
       { "status --json-lines", "--json-lines" },
+      { "explain 239.1.2.3", "group" },
+      { "explain * 192.0.2.1", "no multicast group" },
+      { "explain 2001:db8::1 239.1.2.3", "family" },
+      { "explain banana 239.1.2.3", "banana" },
+      { "explain * 239.1.2.3 --count", "--count" },
       { "routes status", "status" } };
    for ( const auto& [options, says] : rows ) {
       SCOPED_TRACE( options );
       expectComplaint( show( empty.path(), options ), 2, says );
    }
+}
+
+TEST_F( ShowShownRouter, RefusesToExplainWhatIsNotThere ) {
+   expectComplaint( shown( "explain * 239.9.9.9" ), 1, "no such route" );
+   expectComplaint( shown( "explain * 239.1.2.3 eth9" ), 1, "no such route" );
+   expectComplaint( shown( "explain * 239.1.2.3 --macro joined" ), 2, "joined" );
+   expectComplaint( shown( "explain * 239.1.2.3 eth2 --macro couldAssertSg" ), 2,
+                    "(S,G)" );
 }
 
 TEST_F( ShowShownRouter, SaysThatThereAreNoTables ) {

@@ -48,6 +48,7 @@ class ShownRouter {
                    .rpf( SmTest::rpfBy( "eth0", "fe80::fe" ) );
       wc->creationTimeIs( now - 3 );
       wc.intf( "eth1" ).joined()->lastJoinReceivedIs( now - 3 );
+      wc.intf( "eth1" )->forwardIs( true );
       for ( Published* side : { &ipv4, &ipv6, &red } ) side->publish();
    }
 
@@ -66,7 +67,9 @@ class ShownRouter {
                    .rpf( SmTest::rpfBy( "eth0", "192.0.2.1" ) );
       wc->creationTimeIs( now - 42 * 60 );
       wc.intf( "eth2" ).joined()->lastJoinReceivedIs( now - 12 );
-      wc.intf( "eth3" ).include();
+      wc.intf( "eth2" )->forwardIs( true );
+      wc.intf( "eth3" ).include()->forwardIs( true );
+      wc.intf( "eth5" ).joined()->forwardIs( true );
       auto other = ipv4.vrf().wc( "239.1.10.1" ).rpTree().rpf( "eth0" );
       other->creationTimeIs( now - 10.5 * 86400 );
       other.intf( "Port-Channel20" ).joined()->lastJoinReceivedIs( now - 3700 );
@@ -79,8 +82,11 @@ class ShownRouter {
                      .rpf( SmTest::rpfBy( "eth1", "192.0.2.5" ) );
       tree->creationTimeIs( now - 38 );
       tree.intf( "eth2" ).prunePending()->lastJoinReceivedIs( now - 61 );
+      tree.intf( "eth2" )->forwardIs( true );
       tree.intf( "eth3" ).lostAssertTo( "192.0.2.66" );
       tree.intf( "eth4" ).joined().exclude()->lastJoinReceivedIs( now - 1 );
+      tree.intf( "eth4" )->forwardIs( true );
+      tree.intf( "eth5" )->forwardIs( true );
       auto pruned = ipv4.vrf().sg( "198.51.100.9", "239.1.2.3" ).rpTree();
       pruned.rpf( SmTest::rpfBy( "eth2", "198.51.100.9" ) ).attached();
       pruned.intf( "eth2" ).rptPruned()->lastRptPruneReceivedIs( now - 300 );

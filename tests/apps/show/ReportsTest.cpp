@@ -5,6 +5,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "apps/show/Explain.h"
 #include "apps/show/RouteJson.h"
 #include "apps/show/RouteText.h"
 #include "apps/show/StatusReport.h"
@@ -49,6 +50,18 @@ TEST_F( Reports, RoutesInDetail ) {
    filter.source = prefixArgument( "198.51.100.7" );
    filter.iface = "eth3";
    expectGolden( "detail.txt", routes( filter, true ) );
+}
+
+TEST_F( Reports, Explanation ) {
+   Question question{ SmTest::sgKey( "198.51.100.7", "239.1.2.3" ),
+                      Vantu::IntfId( "eth3" ), "", false };
+   const Mirror& mirror = view.mirror( "default", Vantu::AddressFamily::ipv4 );
+   std::string text = explainText( mirror, question ) + '\n';
+   question.macro = "lostAssertSg";
+   question.all = true;
+   text += explainText( mirror, question );
+   expectGolden( "explain.txt", text );
+   expectGolden( "explain.json", explainJson( mirror, question ).dump( 2 ) + '\n' );
 }
 
 // Upstream state is the one thing that may pass the margin.

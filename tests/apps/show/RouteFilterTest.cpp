@@ -90,7 +90,10 @@ TEST( RouteFilter, ShowsTheNamedInterfaceAlone ) {
       }
       return out;
    };
-   EXPECT_EQ( names( {} ), ( Keys{ "eth2", "eth3", "eth4" } ) );
+   EXPECT_EQ( names( {} ), ( Keys{ "eth2", "eth3", "eth4", "eth5" } ) );
+   RouteFilter still;
+   still.forwarding = false;
+   EXPECT_EQ( names( still ), Keys{ "eth3" } );
    EXPECT_EQ( names( filterOf( "iface=eth3" ) ), Keys{ "eth3" } );
 }
 

@@ -1,0 +1,239 @@
+#include "apps/show/Explain.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "apps/show/Words.h"
+#include "model/Derivation.h"
+
+namespace Show {
+
+namespace Sm = Routing::Pim::SparseMode;
+using Json = nlohmann::ordered_json;
+using Routing::Pim::RouteKey;
+using Sm::Derivation;
+using Sm::MacroFlip;
+using Sm::MacroInput;
+using Sm::MacroStep;
+
+namespace {
+
+constexpr size_t kValueColumn = 58;
+
+struct Answer {
+   Derivation derivation;
+   std::vector<MacroFlip> flips;
+};
+
+// On the source tree and on the shared one, what a record's `forward` follows; what
+// the upstream join follows.
+std::string usualMacro( const Route& route, bool ofIntf ) {
+   if ( route.wildCard() ) return ofIntf ? "immediateOlistWc" : "joinDesiredWc";
+   if ( !ofIntf ) return "joinDesiredSg";
+   return route.spTree() ? "inheritedOlistSg" : "inheritedOlistSgRpt";
+}
+
+Answer answer( const Mirror& mirror, const Question& question ) {
+   const Route& route = *std::as_const( *mirror.model ).route( question.route );
+   bool ofIntf = !question.intfId.empty();
+   std::string macro =
+      question.macro.empty() ? usualMacro( route, ofIntf ) : question.macro;
+   if ( !ofIntf ) return { derive( route, macro ), flipsOf( route, macro ) };
+   const Intf& intf = *route.routeIntf( question.intfId );
+   return { derive( intf, macro ), flipsOf( intf, macro ) };
+}
+
+// As people would say it; in the field's text form where there is nothing shorter.
+std::string valueText( const std::string& value ) {
+   using Sm::AssertMetric;
+   if ( value == "true" ) return "yes";
+   if ( value == "false" ) return "no";
+   if ( value == valueToStrep( AssertMetric() ) ) return "none";
+   if ( value.starts_with( "Value('Routing::Pim::Rpf'" ) )
+      return rpfText( Mox::stringToValue<Rpf>( value ), false );
+   if ( value.starts_with( "Value('Routing::Pim::IntfAddr'" ) )
+      return Vantu::valueToStrep(
+         Mox::stringToValue<Routing::Pim::IntfAddr>( value ).address );
+   return value;
+}
+
+std::string aboutText( const RouteKey& route, Vantu::IntfId intfId ) {
+   if ( route == RouteKey() ) return std::string( intfId.name() );
+   std::string out = keyText( route );
+   if ( !intfId.empty() ) out += ' ' + std::string( intfId.name() );
+   return out;
+}
+
+// The last step of a rule, and one that only looks at fields, has no condition.
+std::string stepText( const MacroStep& step ) {
+   if ( step.condition.empty() ) return step.outcome.empty() ? "" : step.outcome;
+   return fmt::format( "{} {} {}", valueText( step.outcome ),
+                       step.wanted ? "if" : "unless", step.condition );
+}
+
+void line( std::string& out, size_t indent, const std::string& text,
+           const std::string& value, bool decides ) {
+   std::string left = std::string( indent, ' ' ) + text;
+   out += fmt::format( "{:<{}}  {}{}\n", left, kValueColumn, value,
+                       decides ? "   <- decides" : "" );
+}
+
+void addInputs( std::string& out, const Derivation& derivation, size_t indent ) {
+   for ( const MacroInput& input : derivation.inputs ) {
+      line( out, indent,
+            input.field + " of " + aboutText( input.route, input.intfId ),
+            valueText( input.value ), false );
+   }
+}
+
+bool onlyFacts( const Derivation& derivation ) {
+   return derivation.steps.size() == 1 && derivation.steps[0].outcome.empty();
+}
+
+bool readsItself( const Derivation& derivation ) {
+   return onlyFacts( derivation ) && derivation.inputs.size() == 1 &&
+          derivation.inputs[0].field == derivation.macro;
+}
+
+void addRule( std::string& out, const Derivation& derivation, bool all,
+              size_t indent );
+
+void addTerm( std::string& out, const Derivation& derivation, bool all,
+              size_t indent ) {
+   // A fact that is but one field is told by it.
+   if ( readsItself( derivation ) ) return addInputs( out, derivation, indent );
+   line(
+      out, indent,
+      derivation.macro + " of " + aboutText( derivation.route, derivation.intfId ),
+      valueText( derivation.value ), false );
+   addRule( out, derivation, all, indent + 2 );
+}
+
+void addRule( std::string& out, const Derivation& derivation, bool all,
+              size_t indent ) {
+   addInputs( out, derivation, indent );
+   for ( const MacroStep& step : derivation.steps ) {
+      bool fact = onlyFacts( derivation );
+      if ( !fact ) {
+         std::string value = step.condition.empty() ? step.value
+                             : step.holds           ? "true"
+                                                    : "false";
+         line( out, indent, stepText( step ), valueText( value ), step.decides );
+      }
+      if ( !all && !step.decides ) continue;
+      for ( const Derivation& term : step.from )
+         addTerm( out, term, all, fact ? indent : indent + 2 );
+   }
+}
+
+std::string flipText( const MacroFlip& flip ) {
+   return fmt::format( "  {} of {}: {} instead of {}\n", flip.input.field,
+                       aboutText( flip.input.route, flip.input.intfId ),
+                       valueText( flip.value ), valueText( flip.input.value ) );
+}
+
+// Interfaces whose address and DR role this process does not know.
+void collectUnknown( const Derivation& derivation,
+                     std::vector<Vantu::IntfId>& unknown ) {
+   for ( const MacroInput& input : derivation.inputs ) {
+      if ( input.field != "pimIntf" || input.value != "false" ) continue;
+      if ( std::find( unknown.begin(), unknown.end(), input.intfId ) ==
+           unknown.end() )
+         unknown.push_back( input.intfId );
+   }
+   for ( const MacroStep& step : derivation.steps ) {
+      for ( const Derivation& term : step.from ) collectUnknown( term, unknown );
+   }
+}
+
+Json inputJson( const MacroInput& input ) {
+   Json json;
+   json["of"] = aboutText( input.route, input.intfId );
+   json["field"] = input.field;
+   json["value"] = input.value;
+   return json;
+}
+
+Json derivationJson( const Derivation& derivation ) {
+   Json json;
+   json["macro"] = derivation.macro;
+   json["of"] = aboutText( derivation.route, derivation.intfId );
+   json["value"] = derivation.value;
+   for ( const MacroInput& input : derivation.inputs )
+      json["inputs"].push_back( inputJson( input ) );
+   for ( const MacroStep& step : derivation.steps ) {
+      Json& entry = json["steps"].emplace_back( Json::object() );
+      if ( !step.condition.empty() ) {
+         entry[step.wanted ? "if" : "unless"] = step.condition;
+         entry["holds"] = step.holds;
+      }
+      if ( !step.outcome.empty() ) entry["outcome"] = step.outcome;
+      if ( !step.value.empty() ) entry["value"] = step.value;
+      entry["decides"] = step.decides;
+      for ( const Derivation& term : step.from )
+         entry["terms"].push_back( derivationJson( term ) );
+   }
+   return json;
+}
+
+}
+
+RouteKey routeArgument( const std::string& source, const std::string& group ) {
+   RouteKey key;
+   key.group = Vantu::IpGenAddr( group );
+   key.source = source == "*" ? Vantu::IpGenAddr::unspecified( key.group.family() )
+                              : Vantu::IpGenAddr( source );
+   if ( !key.group.isMulticast() )
+      throw Mox::RangeError( group + " is no multicast group" );
+   if ( key.source.family() != key.group.family() )
+      throw Mox::RangeError( source + " and " + group + " are not of one family" );
+   return key;
+}
+
+bool knows( const Mirror& mirror, const Question& question ) {
+   const Route* route = std::as_const( *mirror.model ).route( question.route );
+   if ( route == nullptr ) return false;
+   return question.intfId.empty() || route->routeIntf( question.intfId ) != nullptr;
+}
+
+std::string explainText( const Mirror& mirror, const Question& question ) {
+   Answer found = answer( mirror, question );
+   const Derivation& derivation = found.derivation;
+   std::string out = fmt::format( "vrf {} {}, {}: {} is {}\n", mirror.vrf(),
+                                  familyName( mirror.family ),
+                                  aboutText( derivation.route, derivation.intfId ),
+                                  derivation.macro, valueText( derivation.value ) );
+   addRule( out, derivation, question.all, 2 );
+   out += found.flips.empty() ? "No single change would give another answer.\n"
+                              : "Another answer would come of one of these:\n";
+   for ( const MacroFlip& flip : found.flips ) out += flipText( flip );
+   std::vector<Vantu::IntfId> unknown;
+   collectUnknown( derivation, unknown );
+   for ( Vantu::IntfId intfId : unknown ) {
+      out += fmt::format(
+         "Address and DR role of {} are unknown here: it counts as DR without "
+         "address.\n",
+         intfId.name() );
+   }
+   return out;
+}
+
+Json explainJson( const Mirror& mirror, const Question& question ) {
+   Answer found = answer( mirror, question );
+   Json json = derivationJson( found.derivation );
+   Json& flips = json["flips"] = Json::array();
+   for ( const MacroFlip& flip : found.flips ) {
+      Json entry = inputJson( flip.input );
+      entry["instead"] = flip.value;
+      entry["answer"] = flip.answer;
+      flips.push_back( std::move( entry ) );
+   }
+   std::vector<Vantu::IntfId> unknown;
+   collectUnknown( found.derivation, unknown );
+   for ( Vantu::IntfId intfId : unknown )
+      json["unknown"].push_back( intfId.name() );
+   return json;
+}
+
+}

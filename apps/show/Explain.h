@@ -1,0 +1,33 @@
+// Why the macros of a route or of one of its interfaces answer as they do.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "apps/show/Mirrors.h"
+
+namespace Show {
+
+// What is asked: about a route, or about one of its interfaces.
+struct Question {
+   Routing::Pim::RouteKey route;
+   Vantu::IntfId intfId;  // empty: the route
+   std::string macro;     // empty: the one that decides on joining or forwarding
+   bool all = false;      // every step with its terms, not only the deciding ones
+};
+
+// Reads SOURCE or "*", and GROUP. Throws ParseError; RangeError when the addresses
+// are no source and group of one family.
+Routing::Pim::RouteKey routeArgument( const std::string& source,
+                                      const std::string& group );
+
+// Is there what is asked about?
+bool knows( const Mirror& mirror, const Question& question );
+
+// REQUIRES: knows(). Throw NameError or RangeError for a macro that is not there, or
+// not for this route.
+std::string explainText( const Mirror& mirror, const Question& question );
+nlohmann::ordered_json explainJson( const Mirror& mirror,
+                                    const Question& question );
+
+}

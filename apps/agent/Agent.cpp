@@ -10,6 +10,8 @@ namespace Agent {
 namespace {
 
 constexpr double kReplaySlice = 0.01;  // s
+constexpr const char* kNoInterface =
+   "the configuration names no interface with an address";
 
 using Vantu::AddressFamily;
 
@@ -22,6 +24,21 @@ bool hasFamily( const VrfConfig& vrf, AddressFamily family ) {
    return false;
 }
 
+bool namesAFamily( const AgentConfig& config ) {
+   return std::any_of( config.vrfs.begin(), config.vrfs.end(),
+                       []( const VrfConfig& vrf ) {
+                          return hasFamily( vrf, AddressFamily::ipv4 ) ||
+                                 hasFamily( vrf, AddressFamily::ipv6 );
+                       } );
+}
+
+const VrfConfig* vrfOf( const AgentConfig& config, const L3::VrfName& name ) {
+   for ( const VrfConfig& vrf : config.vrfs ) {
+      if ( vrf.name == name ) return &vrf;
+   }
+   return nullptr;
+}
+
 }
 
 Agent::Agent( Mox::Loop& loop, AgentOptions options )
@@ -31,53 +48,97 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
      clock_( real_ ),
      manager_( real_, &loop, options_.root ),
      replay_( options_.captures ) {
-   bindCaptures();
-   for ( const VrfConfig& vrf : options_.config.vrfs ) {
-      for ( AddressFamily family : { AddressFamily::ipv4, AddressFamily::ipv6 } ) {
-         if ( !hasFamily( vrf, family ) ) continue;
-         families_.push_back( std::make_unique<FamilyInstance>(
-            family, vrf, manager_, real_, clock_, counters_ ) );
-      }
-   }
-   if ( families_.empty() ) {
-      throw ConfigError( "the configuration names no interface with an address" );
-   }
+   for ( const std::string& problem : bindCaptures() ) throw ConfigError( problem );
+   families_ = newFamilies( options_.config );
+   if ( families_.empty() ) throw ConfigError( kNoInterface );
    turnEnd_.emplace( loop_, [this] { handleTurnEnd(); } );
 }
 
 Agent::~Agent() = default;
 
-void Agent::bindCaptures() {
-   for ( const Replay::Input& input : replay_.inputs() ) {
-      CaptureBinding binding = captureBinding( options_.config, input.capture );
-      if ( binding.interface == nullptr ) {
-         throw ConfigError( fmt::format(
-            "{}: no single interface stands for capture \"{}\"; name one "
-            "with --read NAME=FILE",
-            input.path, input.capture ) );
+// Those of the configuration that are not there yet. Throws what mounting throws.
+Agent::Families Agent::newFamilies( const AgentConfig& config ) {
+   Families made;
+   for ( const VrfConfig& vrf : config.vrfs ) {
+      for ( AddressFamily family : { AddressFamily::ipv4, AddressFamily::ipv6 } ) {
+         if ( !hasFamily( vrf, family ) || find( vrf.name, family ) != nullptr )
+            continue;
+         made.push_back( std::make_unique<FamilyInstance>(
+            family, vrf, manager_, real_, clock_, counters_ ) );
       }
-      bindings_.push_back( binding );
    }
+   return made;
+}
+
+FamilyInstance* Agent::find( const L3::VrfName& vrf, AddressFamily family ) const {
+   for ( const auto& each : families_ ) {
+      if ( each->family() == family && each->config().name == vrf )
+         return each.get();
+   }
+   return nullptr;
+}
+
+// A line for each capture without an interface.
+std::vector<std::string> Agent::bindCaptures() {
+   std::vector<std::string> problems;
+   bindings_.clear();
+   for ( const Replay::Input& input : replay_.inputs() ) {
+      bindings_.push_back( captureBinding( options_.config, input.capture ) );
+      if ( !bindings_.back().interface.empty() ) continue;
+      problems.push_back(
+         fmt::format( "{}: no single interface stands for capture \"{}\"; name one "
+                      "with --read NAME=FILE",
+                      input.path, input.capture ) );
+   }
+   return problems;
+}
+
+std::vector<std::string> Agent::configIs( AgentConfig config ) {
+   if ( !namesAFamily( config ) ) throw ConfigError( kNoInterface );
+   Families made = newFamilies( config );
+   std::vector<std::string> notes;
+   Families kept;
+   for ( auto& family : families_ ) {
+      const VrfConfig* next = vrfOf( config, family->config().name );
+      if ( next == nullptr || !hasFamily( *next, family->family() ) ) {
+         family->retire();
+         continue;
+      }
+      if ( next->maxRoutes != family->config().maxRoutes ||
+           next->maxRouteIntfs != family->config().maxRouteIntfs ) {
+         notes.push_back( fmt::format(
+            "vrf {} {}: its limits count from the next start on", next->name.name(),
+            Vantu::valueToStrep( family->family() ) ) );
+      }
+      family->configIs( *next );
+      kept.push_back( std::move( family ) );
+   }
+   for ( auto& family : made ) kept.push_back( std::move( family ) );
+   families_ = std::move( kept );
+   options_.config = std::move( config );
+   std::vector<std::string> unbound = bindCaptures();
+   notes.insert( notes.end(), unbound.begin(), unbound.end() );
+   return notes;
 }
 
 void Agent::handleTurnEnd() {
-   if ( !reloaded_ ) {
-      reloaded_ =
-         std::all_of( families_.begin(), families_.end(),
-                      []( const auto& family ) { return family->ready(); } );
-      if ( reloaded_ ) handleReloaded();
-   }
+   adoptReloaded();
    for ( const auto& family : families_ ) family->handleTurnEnd();
-   if ( ready_ && reloaded_ && replay_.atEnd() && published() ) {
+   if ( ready_ && started_ && replay_.atEnd() && published() ) {
       std::exchange( ready_, nullptr )();
    }
 }
 
-// Packets have waited for this.
-void Agent::handleReloaded() {
-   // In real time: a reloaded state lives for its time from now, however far back
-   // the replay starts.
-   for ( const auto& family : families_ ) family->adopt();
+// In real time before the replay: a reloaded state lives for its time from now,
+// however far back the replay starts. The replay waits for all.
+void Agent::adoptReloaded() {
+   bool all = true;
+   for ( const auto& family : families_ ) {
+      if ( family->ready() && !family->adopted() ) family->adopt();
+      all = all && family->adopted();
+   }
+   if ( started_ || !all ) return;
+   started_ = true;
    replay_.start( clock_, real_.now() );
    loop_.post( [this] { playSlice(); } );
 }
@@ -107,15 +168,11 @@ DropReason Agent::decode( const Replay::Frame& frame ) {
    }
    counters_.received( message.type );
    const CaptureBinding& binding = bindings_[frame.input];
-   auto family = std::find_if( families_.begin(), families_.end(),
-                               [&]( const auto& candidate ) {
-                                  return candidate->family() == packet.family() &&
-                                         &candidate->config() == binding.vrf;
-                               } );
-   if ( family == families_.end() ) {
+   FamilyInstance* family = find( binding.vrf, packet.family() );
+   if ( family == nullptr || binding.interface.empty() ) {
       counters_.refused( noAddress );
    } else {
-      ( *family )->receive( binding.interface->name, packet, message );
+      family->receive( binding.interface, packet, message );
    }
    return notDropped;
 }

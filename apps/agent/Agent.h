@@ -1,9 +1,9 @@
 // The reference agent: hosts the library on its event loop and feeds it packets.
 //
 // Start-up in order: configuration, tables of every VRF and family mounted as
-// writer with their reconcilers; when all have reloaded, the engines take the
-// reloaded states up; then the captures are replayed in slices; from their end on
-// the agent lives in real time. Doorbells ring at the end of each turn of the loop.
+// writer with their reconcilers; as each has reloaded, its engines take the reloaded
+// states up; then the captures are replayed in slices; from their end on the agent
+// lives in real time. Doorbells ring at the end of each turn of the loop.
 #pragma once
 
 #include <memory>
@@ -35,6 +35,11 @@ class Agent {
    // Called once: the captures are played and what came of them is published.
    void readyIs( std::function<void()> ready ) { ready_ = std::move( ready ); }
 
+   // Another configuration: VRFs come and go with their tables, the others follow
+   // it. Returns what does not follow now, a line each. Throws ConfigError, and what
+   // mounting a new VRF throws; nothing has changed then.
+   std::vector<std::string> configIs( AgentConfig config );
+
    const AgentCounters& counters() const { return counters_; }
    const std::vector<std::unique_ptr<FamilyInstance>>& families() const {
       return families_;
@@ -43,9 +48,14 @@ class Agent {
    std::string summary() const;
 
  private:
-   void bindCaptures();
+   using Families = std::vector<std::unique_ptr<FamilyInstance>>;
+
+   Families newFamilies( const AgentConfig& config );
+   FamilyInstance* find( const L3::VrfName& vrf,
+                         Vantu::AddressFamily family ) const;
+   std::vector<std::string> bindCaptures();
    void handleTurnEnd();
-   void handleReloaded();
+   void adoptReloaded();
    void playSlice();
    void receive( const Replay::Frame& frame );
    DropReason decode( const Replay::Frame& frame );
@@ -57,10 +67,10 @@ class Agent {
    AgentClock clock_;
    AgentCounters counters_;
    Corvex::EntityManager manager_;
-   std::vector<std::unique_ptr<FamilyInstance>> families_;
+   Families families_;
    Replay replay_;
    std::vector<CaptureBinding> bindings_;  // by input of the replay
-   bool reloaded_ = false;
+   bool started_ = false;                  // the replay
    std::function<void()> ready_;
    std::optional<Mox::Loop::TurnEnd> turnEnd_;
 };

@@ -1,6 +1,7 @@
 #include "apps/agent/FamilyInstance.h"
 
 #include <algorithm>
+#include <set>
 
 namespace Agent {
 
@@ -31,8 +32,10 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
                                 AgentClock& clock, AgentCounters& counters )
    : family_( family ),
      config_( config ),
+     manager_( manager ),
+     clock_( clock ),
      counters_( counters ),
-     routing_( config ),
+     routing_( config_ ),
      model_( newModel( config ) ),
      pimStatus_( Mox::newEntity<Routing::Pim::Status>() ),
      tables_( Sm::Brane::Status::mountInDependencyOrder(
@@ -43,9 +46,7 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      real_( real ),
      resume_( &real ) {
    model_->pimStatusIs( pimStatus_ );
-   for ( const InterfaceConfig& interface : config.interfaces ) {
-      addLink( interface, clock );
-   }
+   updateLinks();
    // The reconciler first: it alone writes until the model is initialized.
    restart_ = Sm::Brane::routeBraneRestartSmFactory( model_, tables_,
                                                      ::Brane::tableWriter, &real );
@@ -54,22 +55,67 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
 
 FamilyInstance::~FamilyInstance() = default;
 
-void FamilyInstance::addLink( const InterfaceConfig& interface,
-                              AgentClock& clock ) {
-   Link link;
-   for ( const InterfaceAddress& own : interface.addresses ) {
-      if ( own.address.family() != family_ ) continue;
-      link.own.push_back( own.address );
-      if ( link.own.size() > 1 ) continue;
-      auto length = static_cast<uint8_t>( own.subnet.length() );
-      pimStatus_->intfIs( interface.name )->addrIs( { own.address, length } );
+void FamilyInstance::updateLinks() {
+   std::set<Vantu::IntfId> gone;
+   for ( const auto& [intfId, link] : links_ ) gone.insert( intfId );
+   for ( const InterfaceConfig& interface : config_.interfaces ) {
+      updateLink( interface );
+      auto link = links_.find( interface.name );
+      if ( link != links_.end() && !link->second.own.empty() )
+         gone.erase( interface.name );
    }
-   if ( link.own.empty() ) return;
-   link.neighbors = std::make_unique<Neighbors>(
-      clock, link.own.front(), interface.drPriority,
-      [this, name = interface.name] { updateDr( name ); } );
-   links_.emplace( interface.name, std::move( link ) );
-   updateDr( interface.name );
+   for ( Vantu::IntfId intfId : gone ) removeLink( intfId );
+}
+
+// The first address of the family is PIM's. An interface without one gets no link;
+// an existing link is left without addresses.
+void FamilyInstance::updateLink( const InterfaceConfig& interface ) {
+   std::vector<Vantu::IpGenAddr> own;
+   Routing::Pim::IntfAddr primary;
+   for ( const InterfaceAddress& each : interface.addresses ) {
+      if ( each.address.family() != family_ ) continue;
+      if ( own.empty() )
+         primary = { each.address, static_cast<uint8_t>( each.subnet.length() ) };
+      own.push_back( each.address );
+   }
+   auto found = links_.find( interface.name );
+   if ( own.empty() ) {
+      if ( found != links_.end() ) found->second.own.clear();
+      return;
+   }
+   pimStatus_->intfIs( interface.name )->addrIs( primary );
+   Link& link = links_[interface.name];
+   link.own = own;
+   if ( link.neighbors == nullptr ) {
+      link.neighbors = std::make_unique<Neighbors>(
+         clock_, own.front(), interface.drPriority,
+         [this, name = interface.name] { updateDr( name ); } );
+      updateDr( interface.name );
+   } else {
+      link.neighbors->ownIs( own.front(), interface.drPriority );
+   }
+}
+
+void FamilyInstance::removeLink( Vantu::IntfId intfId ) {
+   links_.erase( intfId );
+   engine_.handleIntfGone( intfId );
+   pimStatus_->intfDel( intfId );
+}
+
+void FamilyInstance::adopt() {
+   adopted_ = true;
+   engine_.adopt();
+   for ( auto& receive : std::exchange( waiting_, {} ) ) receive();
+}
+
+void FamilyInstance::configIs( const VrfConfig& config ) {
+   config_ = config;
+   updateLinks();
+   if ( adopted_ ) engine_.updatePaths();
+}
+
+void FamilyInstance::retire() {
+   manager_.removeTables( tables_->name() );
 }
 
 void FamilyInstance::updateDr( Vantu::IntfId intfId ) {
@@ -78,6 +124,14 @@ void FamilyInstance::updateDr( Vantu::IntfId intfId ) {
 
 void FamilyInstance::receive( Vantu::IntfId intfId, const IpPacket& packet,
                               const PimMessage& message ) {
+   if ( adopted_ ) return receiveNow( intfId, packet, message );
+   if ( waiting_.size() >= maxWaiting ) return counters_.refused( tooManyWaiting );
+   waiting_.push_back(
+      [this, intfId, packet, message] { receiveNow( intfId, packet, message ); } );
+}
+
+void FamilyInstance::receiveNow( Vantu::IntfId intfId, const IpPacket& packet,
+                                 const PimMessage& message ) {
    auto found = links_.find( intfId );
    if ( found == links_.end() ) return counters_.refused( noAddress );
    Link& link = found->second;
@@ -112,7 +166,7 @@ void FamilyInstance::receiveJoinPrune( Vantu::IntfId intfId, const Link& link,
 }
 
 void FamilyInstance::handleTurnEnd() {
-   if ( ready() ) {
+   if ( adopted_ ) {
       double end = real_.now() + kReviewSlice;
       bool done = forwarding_.review( [&] { return real_.now() >= end; } );
       if ( !done ) resume_.wakeupTimeIs( real_.now() );

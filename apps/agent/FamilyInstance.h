@@ -2,9 +2,10 @@
 //
 // Start-up: the tables are mounted, the reconciler reloads what they hold, then
 // ready() turns true, the engines take the reloaded states up and may write, and
-// the writer's reviews run. Event-loop thread.
+// the writer's reviews run. Messages that come earlier wait. Event-loop thread.
 #pragma once
 
+#include <deque>
 #include <map>
 #include <memory>
 
@@ -18,7 +19,9 @@ namespace Agent {
 
 class FamilyInstance {
  public:
-   // Everything given outlives the instance. Throws what mounting throws
+   static constexpr size_t maxWaiting = 10000;  // messages, during the reload
+
+   // The manager, clocks and counters outlive the instance. Throws what mounting throws
    // (Brane::SecondWriterError, Brane::CreateError).
    FamilyInstance( Vantu::AddressFamily family, const VrfConfig& config,
                    Corvex::EntityManager& manager, Mox::Clock& real,
@@ -32,10 +35,17 @@ class FamilyInstance {
       return *tables_;
    }
 
-   // Has the reload ended? REQUIRES for receive(): yes.
+   // Has the reload ended?
    bool ready() const { return model_->initialized(); }
-   // Once, when ready: the engines take up what was reloaded.
-   void adopt() { engine_.adopt(); }
+   bool adopted() const { return adopted_; }
+   // Once, when ready: the engines take up what was reloaded, then what has waited.
+   void adopt();
+
+   // Another configuration of the same VRF. Its limits count at the next mount only.
+   void configIs( const VrfConfig& config );
+   // The VRF goes: its tables are removed, so that readers hear of it. The instance
+   // is to go next.
+   void retire();
 
    // A decoded message that arrived on the interface.
    void receive( Vantu::IntfId intfId, const IpPacket& packet,
@@ -60,13 +70,19 @@ class FamilyInstance {
       void onTime() override {}
    };
 
-   void addLink( const InterfaceConfig& interface, AgentClock& clock );
+   void updateLinks();
+   void updateLink( const InterfaceConfig& interface );
+   void removeLink( Vantu::IntfId intfId );
+   void receiveNow( Vantu::IntfId intfId, const IpPacket& packet,
+                    const PimMessage& message );
    void updateDr( Vantu::IntfId intfId );
    void receiveJoinPrune( Vantu::IntfId intfId, const Link& link,
                           const IpPacket& packet, const PimJoinPrune& message );
 
    Vantu::AddressFamily family_;
-   const VrfConfig& config_;
+   VrfConfig config_;
+   Corvex::EntityManager& manager_;
+   AgentClock& clock_;
    AgentCounters& counters_;
    StaticRouting routing_;
    Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
@@ -80,6 +96,8 @@ class FamilyInstance {
    Mox::Clock& real_;
    Resume resume_;
    std::map<Vantu::IntfId, Link> links_;
+   bool adopted_ = false;
+   std::deque<std::function<void()>> waiting_;
 };
 
 }

@@ -73,6 +73,22 @@ int complain( int status, const std::string& text ) {
    return status;
 }
 
+// A bad file changes nothing.
+void reload( Agent::Agent& agent, const std::string& path ) {
+   if ( path.empty() ) {
+      complain( 0, "there is no configuration file to read again" );
+      return;
+   }
+   try {
+      for ( const std::string& note : agent.configIs( Agent::readConfig( path ) ) )
+         complain( 0, note );
+      complain( 0, "took up " + path );
+   } catch ( const std::exception& e ) {
+      complain( 0,
+                std::string( e.what() ) + "; the configuration stays as it was" );
+   }
+}
+
 int run( const Arguments& arguments ) {
    Agent::AgentOptions options;
    options.config = configOf( arguments );
@@ -81,9 +97,11 @@ int run( const Arguments& arguments ) {
       options.captures.push_back( inputOf( text ) );
    }
    Mox::Loop loop;
-   Mox::SignalWatcher signals( loop, { SIGTERM, SIGINT },
-                               [&]( int ) { loop.stop(); } );
+   Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },
+                            [&]( int ) { loop.stop(); } );
    Agent::Agent agent( loop, std::move( options ) );
+   Mox::SignalWatcher reloads( loop, { SIGHUP },
+                               [&]( int ) { reload( agent, arguments.config ); } );
    agent.readyIs( [&] {
       std::cerr << agent.summary();
       if ( arguments.exitAtEnd ) loop.stop();

@@ -47,8 +47,8 @@ CaptureBinding captureBinding( const AgentConfig& config,
    for ( const VrfConfig& vrf : config.vrfs ) {
       for ( const InterfaceConfig& interface : vrf.interfaces ) {
          if ( !capture.empty() && interface.capture != capture ) continue;
-         if ( found.interface != nullptr ) return {};
-         found = { &vrf, &interface };
+         if ( !found.interface.empty() ) return {};
+         found = { vrf.name, interface.name };
       }
    }
    return found;

@@ -68,15 +68,14 @@ AgentConfig assumedConfig( const Vantu::IpGenAddr& router );
 // The sentence in which the agent says so.
 std::string assumedConfigText( const Vantu::IpGenAddr& router );
 
-// An interface and the VRF it is of.
+// An interface and the VRF it is of; empty: none.
 struct CaptureBinding {
-   const VrfConfig* vrf = nullptr;
-   const InterfaceConfig* interface = nullptr;
+   L3::VrfName vrf;
+   Vantu::IntfId interface;
 };
 
 // The interface to which the capture of that name is bound; the empty name stands
-// for the only interface there is. Null members when there is none, or several.
-// The configuration must outlive the answer.
+// for the only interface there is. Empty when there is none, or several.
 CaptureBinding captureBinding( const AgentConfig& config,
                                const std::string& capture );
 

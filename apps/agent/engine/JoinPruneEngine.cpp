@@ -230,6 +230,31 @@ void JoinPruneEngine::updateTree( Route& route ) {
    route.routeFlagsIs( flags );
 }
 
+void JoinPruneEngine::updatePaths() {
+   for ( const RouteKey& key : Mox::keysOf( model_->route() ) ) {
+      Mox::Ptr<Route> route = model_->route( key );
+      IpGenAddr rp = routing_.rpOf( key.group );
+      if ( rp.isUnspecified() && key.source.isUnspecified() )
+         rp = route->umhIs()->rp();
+      updatePath( *route, rp );
+   }
+}
+
+void JoinPruneEngine::handleIntfGone( Vantu::IntfId intfId ) {
+   std::vector<Key> keys;
+   for ( const auto& [key, machines] : downstream_ ) {
+      if ( key.intfId == intfId ) keys.push_back( key );
+   }
+   for ( const Key& key : keys ) {
+      Route* route = model_->route( key.routeKey() );
+      if ( route == nullptr || route->routeIntf( intfId ) == nullptr ) continue;
+      Mox::Ptr<Intf> intf = route->routeIntf( intfId );
+      intf->joinStateIs( Intf::noInfo );
+      intf->rptStateIs( Intf::rptNoInfo );
+      handleEnded( key );
+   }
+}
+
 // Shared trees first: they say which records of the source trees stay.
 void JoinPruneEngine::adopt() {
    std::vector<RouteKey> keys = Mox::keysOf( model_->route() );

@@ -33,6 +33,13 @@ class JoinPruneEngine {
    // defaultHoldtime unless refreshed; routes and records without one go.
    void adopt();
 
+   // The configuration has changed: every route takes the path that it says now. A
+   // (*,G) route whose RP is not configured keeps the one that its join named.
+   void updatePaths();
+
+   // The interface has gone: all state on it ends.
+   void handleIntfGone( Vantu::IntfId intfId );
+
    // A message addressed to this router, from a neighbour on the interface.
    void receive( Vantu::IntfId intfId, const Neighbors& neighbors,
                  const PimJoinPrune& message );

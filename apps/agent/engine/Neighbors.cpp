@@ -21,6 +21,12 @@ Neighbors::Neighbors( Mox::Clock& clock, const Vantu::IpGenAddr& own,
      drPriority_( drPriority ),
      changed_( std::move( changed ) ) {}
 
+void Neighbors::ownIs( const Vantu::IpGenAddr& own, uint32_t drPriority ) {
+   own_ = own;
+   drPriority_ = drPriority;
+   changed_();
+}
+
 void Neighbors::receiveHello( const Vantu::IpGenAddr& from,
                               const PimHello& hello ) {
    double holdtime = holdtimeOf( hello );

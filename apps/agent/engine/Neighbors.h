@@ -23,6 +23,9 @@ class Neighbors {
       Mox::Clock& clock, const Vantu::IpGenAddr& own, uint32_t drPriority,
       std::function<void()> changed = [] {} );
 
+   // Another own address or priority.
+   void ownIs( const Vantu::IpGenAddr& own, uint32_t drPriority );
+
    // A hello of another router on the link. Hold time 0 says goodbye.
    void receiveHello( const Vantu::IpGenAddr& from, const PimHello& hello );
 

@@ -18,6 +18,7 @@ namespace Agent {
    V( partialMask )     /* a range of groups or sources */               \
    V( badSource )       /* unspecified or multicast */                   \
    V( badFlags )        /* a wildcard without the RPT bit */             \
+   V( tooManyWaiting )  /* came while the tables were reloaded */        \
    V( rpMismatch )      /* a (*,G) join towards another RP than ours */
 MOX_ENUM( Refusal, AGENT_REFUSALS )
 MOX_ENUM_TEXT( Refusal, AGENT_REFUSALS )

@@ -179,9 +179,10 @@ TEST( Config, UnreadableFilesAreNamed ) {
 TEST( Config, WithoutOneAnInterfaceIsAssumedAndSaidSo ) {
    AgentConfig config = assumedConfig( IpGenAddr( "10.0.0.13" ) );
    CaptureBinding only = captureBinding( config, "" );
-   ASSERT_NE( only.interface, nullptr );
-   EXPECT_EQ( only.vrf->name, L3::VrfName( "default" ) );
-   EXPECT_EQ( only.interface->addresses[0].subnet, IpGenPrefix( "10.0.0.0/24" ) );
+   EXPECT_EQ( only.interface, Vantu::IntfId( "eth0" ) );
+   EXPECT_EQ( only.vrf, L3::VrfName( "default" ) );
+   EXPECT_EQ( config.vrfs[0].interfaces[0].addresses[0].subnet,
+              IpGenPrefix( "10.0.0.0/24" ) );
    EXPECT_EQ(
       assumedConfigText( IpGenAddr( "2001:db8::1" ) ),
       "no configuration: assuming interface eth0 of VRF default with address "
@@ -192,11 +193,11 @@ TEST( Config, CapturesFindTheirInterface ) {
    AgentConfig config = parse(
       "vrfs:\n- name: a\n  interfaces:\n  - {name: eth0, capture: left}\n"
       "- name: b\n  interfaces:\n  - name: eth1\n" );
-   EXPECT_EQ( captureBinding( config, "left" ).interface->name,
-              Vantu::IntfId( "eth0" ) );
-   EXPECT_EQ( captureBinding( config, "eth1" ).vrf->name, L3::VrfName( "b" ) );
-   EXPECT_EQ( captureBinding( config, "eth0" ).interface, nullptr );
-   EXPECT_EQ( captureBinding( config, "" ).interface, nullptr ) << "there are two";
+   EXPECT_EQ( captureBinding( config, "left" ).interface, Vantu::IntfId( "eth0" ) );
+   EXPECT_EQ( captureBinding( config, "eth1" ).vrf, L3::VrfName( "b" ) );
+   EXPECT_EQ( captureBinding( config, "eth0" ).interface, Vantu::IntfId() );
+   EXPECT_EQ( captureBinding( config, "" ).interface, Vantu::IntfId() )
+      << "there are two";
 }
 
 }

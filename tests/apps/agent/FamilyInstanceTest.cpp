@@ -1,0 +1,203 @@
+#include "apps/agent/FamilyInstance.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "apps/agent/config/ConfigReader.h"
+#include "platform/loop/TestClock.h"
+#include "tests/support/TempRoot.h"
+#include "tests/support/VrfBuilder.h"
+
+namespace Agent {
+namespace {
+
+using namespace Routing::Pim::SparseMode::Test;
+using Routing::Pim::SparseMode::Route;
+
+const char* const kConfig =
+   "vrfs:\n"
+   "- name: default\n"
+   "  require-hello: no\n"
+   "  maxRoutes: 100\n"
+   "  maxRouteIntfs: 100\n"
+   "  interfaces:\n"
+   "  - {name: eth0, addresses: [192.0.2.1/24]}\n"
+   "  - {name: eth1, addresses: [198.51.100.1/24, \"fe80::1/64\"]}\n"
+   "  - {name: eth2, addresses: [198.51.101.1/24]}\n"
+   "  rpf-routes:\n"
+   "  - {prefix: 0.0.0.0/0, interface: eth0, neighbor: 192.0.2.254}\n"
+   "  rps:\n"
+   "  - {address: 203.0.113.1}\n";
+
+class Family : public testing::Test {
+ protected:
+   void start( const std::string& config = kConfig ) {
+      family.reset();
+      family = std::make_unique<FamilyInstance>( Vantu::AddressFamily::ipv4,
+                                                 parse( config ), manager, real,
+                                                 clock, counters );
+   }
+   void untilAdopted() {
+      while ( !family->ready() ) real.runPass();
+      family->adopt();
+      family->handleTurnEnd();
+   }
+   static VrfConfig parse( std::string text ) {
+      return parseConfig( text, "test" ).vrfs[0];
+   }
+   // The configuration with one text replaced.
+   static std::string with( const std::string& text, const std::string& by ) {
+      std::string out = kConfig;
+      size_t at = out.find( text );
+      EXPECT_NE( at, std::string::npos ) << text;
+      return out.replace( at, text.size(), by );
+   }
+   void configIs( const std::string& text ) {
+      family->configIs( parse( text ) );
+      family->handleTurnEnd();
+   }
+   // A join from a neighbour on the interface: for the group, or for a source of it.
+   void join( const char* intf, const char* group = "233.252.0.1",
+              const char* source = nullptr ) {
+      Vantu::IpGenAddr own;
+      for ( const InterfaceConfig& each : family->config().interfaces ) {
+         if ( each.name == intfId( intf ) ) own = each.addresses.front().address;
+      }
+      bool shared = source == nullptr;
+      EncodedSource joined;
+      joined.address = addr( shared ? "203.0.113.1" : source );
+      joined.maskLength = 32;
+      joined.sparse = true;
+      joined.wildcard = joined.rpt = shared;
+      JoinPruneGroup entry;
+      entry.address = addr( group );
+      entry.maskLength = 32;
+      entry.joins = { joined };
+      PimJoinPrune body;
+      body.upstreamNeighbor = own;
+      body.holdtime = 210;
+      body.groups = { entry };
+      IpPacket packet;
+      packet.source = addr( "192.0.2.9" );
+      packet.destination = addr( "224.0.0.13" );
+      PimMessage message;
+      message.body = body;
+      family->receive( intfId( intf ), packet, message );
+      family->handleTurnEnd();
+   }
+   const Route* route( const char* group = "233.252.0.1" ) const {
+      return family->model().route( wcKey( group ) );
+   }
+
+   Mox::Test::TempRoot root;
+   Mox::TestClock real{ 10000.0 };
+   AgentClock clock{ real };
+   AgentCounters counters;
+   Corvex::EntityManager manager{ real, nullptr, root.path() };
+   std::unique_ptr<FamilyInstance> family;
+};
+
+TEST_F( Family, MessagesWaitForTheReload ) {
+   start();
+   join( "eth1" );
+   EXPECT_EQ( route(), nullptr );
+   untilAdopted();
+   ASSERT_NE( route(), nullptr );
+   EXPECT_TRUE( route()->routeIntf( intfId( "eth1" ) )->forward() );
+
+   start();
+   for ( size_t i = 0; i < FamilyInstance::maxWaiting + 2; ++i ) join( "eth1" );
+   EXPECT_EQ( counters.refusedCount( tooManyWaiting ), 2u );
+}
+
+TEST_F( Family, RoutesFollowTheConfiguration ) {
+   start();
+   untilAdopted();
+   join( "eth1" );
+   join( "eth0" );
+   EXPECT_EQ( route()->rpf().intfId, intfId( "eth0" ) );
+   EXPECT_FALSE( route()->routeIntf( intfId( "eth0" ) )->forward() );
+
+   configIs( with( "interface: eth0, neighbor: 192.0.2.254",
+                   "interface: eth1, neighbor: 198.51.100.254" ) );
+   EXPECT_EQ( route()->rpf().intfId, intfId( "eth1" ) );
+   EXPECT_EQ( route()->prevRpf().intfId, intfId( "eth0" ) );
+   EXPECT_TRUE( route()->routeIntf( intfId( "eth0" ) )->forward() );
+   EXPECT_FALSE( route()->routeIntf( intfId( "eth1" ) )->forward() );
+
+   configIs( with( "203.0.113.1", "198.51.100.77" ) );
+   EXPECT_EQ( route()->umh()->rp(), addr( "198.51.100.77" ) );
+   EXPECT_TRUE( route()->rpfAttached() );
+}
+
+TEST_F( Family, AnInterfaceGoesWithItsState ) {
+   start();
+   untilAdopted();
+   join( "eth1" );
+   join( "eth0" );
+   join( "eth1", "233.252.0.2" );
+   configIs(
+      with( "  - {name: eth1, addresses: [198.51.100.1/24, \"fe80::1/64\"]}\n",
+            "  - {name: eth1, addresses: [\"fe80::1/64\"]}\n" ) );
+   ASSERT_NE( route(), nullptr );
+   EXPECT_EQ( route()->routeIntf( intfId( "eth1" ) ), nullptr );
+   EXPECT_EQ( route( "233.252.0.2" ), nullptr );
+   EXPECT_EQ( family->model().pimStatus()->intf( intfId( "eth1" ) ), nullptr );
+   join( "eth1" );
+   EXPECT_EQ( counters.refusedCount( noAddress ), 1u );
+
+   configIs( with( "198.51.100.1/24", "198.51.100.2/24" ) );
+   EXPECT_EQ( family->model().pimStatus()->intf( intfId( "eth1" ) )->addr().address,
+              addr( "198.51.100.2" ) );
+}
+
+TEST_F( Family, RetiringRemovesTheTables ) {
+   start();
+   untilAdopted();
+   std::filesystem::path files = root.path() + "/" + family->tables().name();
+   ASSERT_TRUE( std::filesystem::exists( files / "route" ) );
+   family->retire();
+   EXPECT_FALSE( std::filesystem::exists( files / "route" ) );
+   family.reset();
+   EXPECT_FALSE( std::filesystem::exists( files / "route" ) );
+}
+
+// What was forwarding goes on: on an (S,G) route also where only the (*,G) record
+// stands behind it.
+TEST_F( Family, AReloadKeepsForwarding ) {
+   start();
+   untilAdopted();
+   join( "eth1" );
+   join( "eth2", "233.252.0.1", "192.0.2.77" );
+   auto forwards = [&]( const char* intf ) {
+      const Route* source =
+         family->model().route( sgKey( "192.0.2.77", "233.252.0.1" ) );
+      const auto* record =
+         source != nullptr ? source->routeIntf( intfId( intf ) ) : nullptr;
+      return record != nullptr && record->forward();
+   };
+   ASSERT_TRUE( forwards( "eth1" ) && forwards( "eth2" ) );
+   while ( !family->published() ) {
+      real.nowIs( real.now() + 0.05 );
+      real.runPass();
+   }
+   start();
+   while ( !family->ready() ) real.runPass();
+   EXPECT_TRUE( forwards( "eth1" ) && forwards( "eth2" ) );
+   family->adopt();
+   EXPECT_TRUE( forwards( "eth1" ) && forwards( "eth2" ) );
+   family->handleTurnEnd();
+   EXPECT_TRUE( forwards( "eth1" ) && forwards( "eth2" ) );
+   // For the default hold time, unless refreshed.
+   real.nowIs( real.now() + JoinPruneEngine::defaultHoldtime - 1 );
+   real.runPass();
+   EXPECT_NE( route(), nullptr );
+   real.nowIs( real.now() + 1 );
+   real.runPass();
+   family->handleTurnEnd();
+   EXPECT_EQ( family->model().route().size(), 0u );
+}
+
+}
+}

@@ -1,0 +1,65 @@
+// SIGHUP: the configuration is read again while the agent runs.
+#include <gtest/gtest.h>
+
+#include "tests/apps/process/Site.h"
+
+namespace Agent {
+namespace {
+
+std::string vrf( const std::string& name, const std::string& address,
+                 int routes = 10 ) {
+   return "- name: " + name + "\n  maxRoutes: " + std::to_string( routes ) +
+          "\n  maxRouteIntfs: 10\n" + "  interfaces:\n  - {name: " + name +
+          "0, addresses: [" + address + "]}\n";
+}
+
+class Reload : public testing::Test {
+ protected:
+   Program::Arguments command() const {
+      return { PIMSM_AGENT, "--config", path, "--root", site.root() };
+   }
+   void write( const std::string& text ) const { site.write( "agent.yaml", text ); }
+   int statusOf( const std::string& name ) const {
+      return site.show( { "--vrf", name } ).status;
+   }
+
+   Site site;
+   std::string path = site.root() + "/agent.yaml";
+};
+
+TEST_F( Reload, VrfsComeAndGoWithTheirTables ) {
+   write( "vrfs:\n" + vrf( "red", "192.0.2.1/24" ) +
+          vrf( "blue", "192.0.3.1/24" ) );
+   Program agent( command() );
+   ASSERT_TRUE( agent.untilErr( "replayed" ) ) << agent.err();
+   EXPECT_EQ( statusOf( "red" ), 0 );
+   EXPECT_EQ( statusOf( "green" ), 3 );
+   write( "vrfs:\n" + vrf( "blue", "192.0.3.1/24" ) +
+          vrf( "green", "\"fe80::1/64\"" ) );
+   agent.signal( SIGHUP );
+   ASSERT_TRUE( agent.untilErr( "took up" ) ) << agent.err();
+   EXPECT_EQ( statusOf( "red" ), 3 );
+   EXPECT_EQ( statusOf( "blue" ), 0 );
+   EXPECT_EQ( statusOf( "green" ), 0 );
+   agent.signal( SIGTERM );
+   EXPECT_EQ( agent.wait(), 0 );
+   EXPECT_EQ( statusOf( "blue" ), 5 );
+}
+
+TEST_F( Reload, ABadFileChangesNothing ) {
+   write( "vrfs:\n" + vrf( "red", "192.0.2.1/24" ) );
+   Program agent( command() );
+   ASSERT_TRUE( agent.untilErr( "replayed" ) ) << agent.err();
+   write( "vrfs:\n- name: blue\n  interfaces: 7\n" );
+   agent.signal( SIGHUP );
+   ASSERT_TRUE( agent.untilErr( "agent.yaml:3: " ) ) << agent.err();
+   EXPECT_TRUE( agent.untilErr( "the configuration stays as it was" ) );
+   EXPECT_EQ( statusOf( "red" ), 0 );
+   EXPECT_EQ( statusOf( "blue" ), 3 );
+   write( "vrfs:\n" + vrf( "red", "192.0.2.1/24", 20 ) );
+   agent.signal( SIGHUP );
+   EXPECT_TRUE( agent.untilErr( "from the next start on" ) ) << agent.err();
+}
+
+}
+}

@@ -112,6 +112,17 @@ TEST( MacrosOfSg, RefuseWildcardRoutes ) {
    EXPECT_EQ( assertionText( [&] { intf->lostAssertSg(); } ), "" );
 }
 
+// Whose RPF stands for the shared tree's is a matter of the flag, not of the key.
+TEST( MacrosOfSg, WildcardFlagAloneMakesTheRpfTheSharedTrees ) {
+   Vrf vrf;
+   vrf.wc( "233.252.0.1" ).rpf( "eth0" ).intf( "eth1" ).joined();
+   auto sg = vrf.sg( "192.0.2.1", "233.252.0.1" ).rpf( "Register0" );
+   sg.intf( "eth1" ).rptPruned();
+   EXPECT_TRUE( sg->pruneDesiredSgRpt() );
+   sg->wildCardIs( true );
+   EXPECT_FALSE( sg->pruneDesiredSgRpt() );
+}
+
 TEST( MacroTraces, ExactTextsAtLevelEight ) {
    Vrf vrf;
    vrf.pimIntf( "eth1", "192.0.2.5" );

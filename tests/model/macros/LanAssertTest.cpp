@@ -34,17 +34,14 @@ Mox::String answers( const Intf& intf ) {
 
 // What a received metric is: preferred, acceptable, inferior.
 Mox::String verdict( const Intf& intf, const AssertMetric& metric ) {
+   const bool wc = intf.parentRoute()->wildCard();
    Mox::String letters;
-   if ( intf.isPreferredAssertSg( metric ) ) letters += 'P';
-   if ( intf.isAcceptableAssertSg( metric ) ) letters += 'A';
-   if ( intf.isInferiorAssertSg( metric ) ) letters += 'I';
-   return letters;
-}
-Mox::String verdictWc( const Intf& intf, const AssertMetric& metric ) {
-   Mox::String letters;
-   if ( intf.isPreferredAssertWc( metric ) ) letters += 'P';
-   if ( intf.isAcceptableAssertWc( metric ) ) letters += 'A';
-   if ( intf.isInferiorAssertWc( metric ) ) letters += 'I';
+   auto add = [&]( auto ofWc, auto ofSg, char letter ) {
+      if ( ( intf.*( wc ? ofWc : ofSg ) )( metric ) ) letters += letter;
+   };
+   add( &Intf::isPreferredAssertWc, &Intf::isPreferredAssertSg, 'P' );
+   add( &Intf::isAcceptableAssertWc, &Intf::isAcceptableAssertSg, 'A' );
+   add( &Intf::isInferiorAssertWc, &Intf::isInferiorAssertSg, 'I' );
    return letters;
 }
 
@@ -119,8 +116,8 @@ TEST_F( Lan, SharedTreeAssertSilencesTheLosersSources ) {
    const AssertMetric nears = near.wcLan->myAssertMetricWc();
    EXPECT_EQ( valueToStrep( nears ), "[R] 192.0.2.1 [110/10]" );
    near.wcLan.wonAssert( valueToStrep( nears ) );
-   EXPECT_EQ( verdictWc( *far.wcLan, nears ), "PA" );
-   EXPECT_EQ( verdictWc( *near.wcLan, far.wcLan->myAssertMetricWc() ), "I" );
+   EXPECT_EQ( verdict( *far.wcLan, nears ), "PA" );
+   EXPECT_EQ( verdict( *near.wcLan, far.wcLan->myAssertMetricWc() ), "I" );
    EXPECT_EQ( answers( *far.lan ), "CTO" );
 
    far.wcLan.lostAssert( valueToStrep( nears ) );

@@ -149,16 +149,16 @@ void portIs( World& world, int value ) {
 AXIS( wcState, kWcState, wcStateIs( w, v ), upTo( 3 ) );
 AXIS( wcJoin, kWcJoin, w.ports[0].wc.join = Join( v ), upTo( 3 ), 0, 1 );
 AXIS( wcInclude, kWcInclude, w.ports[0].wc.include = v, upTo( 2 ) );
-AXIS( wcWinner, kWcWinner, w.ports[0].wc.winner = Winner( v ), upTo( 7 ), 0, 1, 2 );
+AXIS( wcWinner, kWcWinner, w.ports[0].wc.winner = Winner( v ), upTo( 8 ), 0, 1, 2 );
 AXIS( wcSide, kWcState | kWcJoin | kWcInclude | kWcWinner, wcSideIs( w, v ),
-      upTo( 44 ), 0, 1, 2, 3, 5, 6, 8, 9, 11, 12, 14, 15, 17, 18 );
+      upTo( 50 ), 0, 1, 2, 3, 5, 6, 8, 9, 11, 12, 14, 15, 17, 18 );
 AXIS( wcIdle, kWcIdle, wcIdleIs( w, v ), upTo( 256 ) );
 AXIS( sgJoin, kSgJoin, w.ports[0].sg.join = Join( v ), upTo( 3 ), 0, 1 );
 AXIS( rpt, kRpt, w.ports[0].sg.rpt = Rpt( v ), upTo( 5 ), 0, 1 );
 AXIS( sgInclude, kSgInclude, w.ports[0].sg.include = v, upTo( 2 ) );
 AXIS( sgExclude, kSgExclude, w.ports[0].sg.exclude = v, upTo( 2 ) );
-AXIS( sgWinner, kSgWinner, w.ports[0].sg.winner = Winner( v ), upTo( 7 ), 0, 1, 2,
-      3 );
+AXIS( sgWinner, kSgWinner, w.ports[0].sg.winner = Winner( v ), upTo( 8 ), 0, 1, 2,
+      3, 4 );
 AXIS( pim, kPim, w.ports[0].pim = Pim( v ), upTo( 5 ), 0, 1, 2 );
 AXIS( wcRpf, kWcRpf, w.wc.rpf = Upstream( v ), upTo( 3 ), 0, 1 );
 AXIS( sgRpf, kSgRpf, w.sg.rpf = Upstream( v ), upTo( 3 ), 0, 1 );

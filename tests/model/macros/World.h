@@ -33,8 +33,18 @@ enum class Rpt : uint8_t {
    prunePendingTemp
 };
 // The assert winner's metric beside this router's own of the same tree; `higher`
-// and `lower` equal it but for the address, `worst` the infinite one.
-enum class Winner : uint8_t { none, me, better, worse, higher, lower, worst };
+// and `lower` equal it but for the address, `worst` the infinite one; `nobody` beats
+// it without an address, which makes it no winner.
+enum class Winner : uint8_t {
+   none,
+   me,
+   better,
+   worse,
+   nobody,
+   higher,
+   lower,
+   worst
+};
 // The PIM record of a port: DR or not, with an own address or not.
 enum class Pim : uint8_t { dr, notDr, namelessNotDr, none, namelessDr };
 // Where a route's traffic comes from. `reg` is the register interface, `bare` a next
@@ -160,6 +170,8 @@ inline Metric metricBeside( Winner winner, bool wc, int port, Pim pim ) {
    switch ( winner ) {
       case Winner::none:
          return {};
+      case Winner::nobody:
+         return { wc, 0, 0, 0 };
       case Winner::me:
          return { wc, 0, 0, ownAddress( port, pim ) };
       case Winner::better:

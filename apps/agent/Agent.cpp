@@ -47,6 +47,8 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
      real_( loop ),
      clock_( real_ ),
      manager_( real_, &loop, options_.root ),
+     published_(
+        real_, Published::ProcessStatus::mount( manager_, ::Brane::tableWriter ) ),
      replay_( options_.captures ) {
    for ( const std::string& problem : bindCaptures() ) throw ConfigError( problem );
    families_ = newFamilies( options_.config );
@@ -124,7 +126,9 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
 void Agent::handleTurnEnd() {
    adoptReloaded();
    for ( const auto& family : families_ ) family->handleTurnEnd();
+   published_.touch();
    if ( ready_ && started_ && replay_.atEnd() && published() ) {
+      published_.publish();
       std::exchange( ready_, nullptr )();
    }
 }

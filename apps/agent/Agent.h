@@ -67,6 +67,7 @@ class Agent {
    AgentClock clock_;
    AgentCounters counters_;
    Corvex::EntityManager manager_;
+   Published::CounterPublisher published_;
    Families families_;
    Replay replay_;
    std::vector<CaptureBinding> bindings_;  // by input of the replay

@@ -9,6 +9,13 @@ namespace Sm = Routing::Pim::SparseMode;
 
 namespace {
 
+// The key of an RP for all groups.
+Vantu::IpGenAddr allGroups( Vantu::AddressFamily family ) {
+   static const Vantu::IpGenAddr v4( "224.0.0.0" );
+   static const Vantu::IpGenAddr v6( "ff00::" );
+   return family == Vantu::AddressFamily::ipv4 ? v4 : v6;
+}
+
 constexpr double kReviewSlice = 0.01;  // s
 
 Vantu::IpGenAddr allPimRouters( Vantu::AddressFamily family ) {
@@ -44,7 +51,10 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      engine_( model_, clock, routing_, counters ),
      forwarding_( model_ ),
      real_( real ),
-     resume_( &real ) {
+     resume_( &real ),
+     published_( Published::FamilyStatus::mount(
+        manager, Published::FamilyStatus::mountPath( family, config.name ),
+        ::Brane::tableWriter ) ) {
    model_->pimStatusIs( pimStatus_ );
    updateLinks();
    // The reconciler first: it alone writes until the model is initialized.
@@ -110,15 +120,52 @@ void FamilyInstance::adopt() {
 
 void FamilyInstance::configIs( const VrfConfig& config ) {
    config_ = config;
+   publishDue_ = true;
    updateLinks();
    if ( adopted_ ) engine_.updatePaths();
 }
 
 void FamilyInstance::retire() {
    manager_.removeTables( tables_->name() );
+   manager_.removeTables( published_->name() );
+}
+
+// What a reader needs to see what the agent saw.
+void FamilyInstance::publish() {
+   std::vector<Published::Interface> interfaces;
+   for ( const auto& [intfId, link] : links_ ) {
+      const Routing::Pim::Intf& intf = *pimStatus_->intf( intfId );
+      interfaces.push_back( { intfId, intf.addr().address, intf.addr().prefixLength,
+                              intf.iAmDr(),
+                              static_cast<uint32_t>( link.neighbors->size() ) } );
+   }
+   Published::publishInterfaces( *published_, interfaces );
+   std::vector<Published::Rp> rps;
+   for ( const RpConfig& rp : config_.rps ) {
+      if ( rp.address.family() != family_ ) continue;
+      for ( const Vantu::IpGenPrefix& range : rp.groups )
+         rps.push_back(
+            { { range.address(), static_cast<uint32_t>( range.length() ) },
+              rp.address } );
+      if ( rp.groups.empty() )
+         rps.push_back( { { allGroups( family_ ),
+                            family_ == Vantu::AddressFamily::ipv4 ? 4u : 8u },
+                          rp.address } );
+   }
+   Published::publishRps( *published_, rps );
+   auto setting = []( const char* name, const std::string& value ) {
+      return Published::Setting{ Published::Text<32>( name ),
+                                 Published::Text<224>( value ) };
+   };
+   Published::publishSettings(
+      *published_,
+      { setting( "maxRoutes", std::to_string( config_.maxRoutes ) ),
+        setting( "maxRouteIntfs", std::to_string( config_.maxRouteIntfs ) ),
+        setting( "require-hello", config_.requireHello ? "yes" : "no" ) } );
 }
 
 void FamilyInstance::updateDr( Vantu::IntfId intfId ) {
+   publishDue_ = true;
    pimStatus_->intfIs( intfId )->iAmDrIs( links_.at( intfId ).neighbors->iAmDr() );
 }
 
@@ -171,6 +218,7 @@ void FamilyInstance::handleTurnEnd() {
       bool done = forwarding_.review( [&] { return real_.now() >= end; } );
       if ( !done ) resume_.wakeupTimeIs( real_.now() );
    }
+   if ( std::exchange( publishDue_, false ) ) publish();
    writer_->doMaybeUpdateReviewTimer();
 }
 

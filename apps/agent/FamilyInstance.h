@@ -12,6 +12,7 @@
 #include "apps/agent/AgentClock.h"
 #include "apps/agent/engine/ForwardingEngine.h"
 #include "apps/agent/engine/JoinPruneEngine.h"
+#include "apps/published/Publisher.h"
 #include "export/RouteBraneRestartSm.h"
 #include "export/RouteBraneWriterSm.h"
 
@@ -73,6 +74,7 @@ class FamilyInstance {
    void updateLinks();
    void updateLink( const InterfaceConfig& interface );
    void removeLink( Vantu::IntfId intfId );
+   void publish();
    void receiveNow( Vantu::IntfId intfId, const IpPacket& packet,
                     const PimMessage& message );
    void updateDr( Vantu::IntfId intfId );
@@ -96,6 +98,8 @@ class FamilyInstance {
    Mox::Clock& real_;
    Resume resume_;
    std::map<Vantu::IntfId, Link> links_;
+   Mox::Ptr<Published::FamilyStatus> published_;
+   bool publishDue_ = true;  // interfaces or configuration have changed
    bool adopted_ = false;
    std::deque<std::function<void()>> waiting_;
 };

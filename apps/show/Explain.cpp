@@ -209,7 +209,8 @@ std::string explainText( const Mirror& mirror, const Question& question ) {
                               : "Another answer would come of one of these:\n";
    for ( const MacroFlip& flip : found.flips ) out += flipText( flip );
    std::vector<Vantu::IntfId> unknown;
-   collectUnknown( derivation, unknown );
+   if ( mirror.model->pimStatus() == nullptr )
+      collectUnknown( derivation, unknown );
    for ( Vantu::IntfId intfId : unknown ) {
       out += fmt::format(
          "Address and DR role of {} are unknown here: it counts as DR without "
@@ -230,7 +231,8 @@ Json explainJson( const Mirror& mirror, const Question& question ) {
       flips.push_back( std::move( entry ) );
    }
    std::vector<Vantu::IntfId> unknown;
-   collectUnknown( found.derivation, unknown );
+   if ( mirror.model->pimStatus() == nullptr )
+      collectUnknown( found.derivation, unknown );
    for ( Vantu::IntfId intfId : unknown )
       json["unknown"].push_back( intfId.name() );
    return json;

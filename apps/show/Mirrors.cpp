@@ -44,8 +44,12 @@ Mirror::Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
         manager, Sm::Brane::Status::mountPath( family, name ), Brane::tableReader,
         nullptr ) ),
      reader( Sm::Brane::routeBraneReaderSmFactory( model, tables ) ),
-     restart( Sm::Brane::routeBraneRestartSmFactory(
-        model, tables, Brane::tableReader, &clock ) ) {}
+     restart( Sm::Brane::routeBraneRestartSmFactory( model, tables,
+                                                     Brane::tableReader, &clock ) ),
+     agent( Published::FamilyStatus::mount(
+        manager, Published::FamilyStatus::mountPath( family, name ),
+        Brane::tableReader ) ),
+     pim( std::make_unique<Published::PimMirror>( model, agent ) ) {}
 
 Mirror::Problem Mirror::problem() const {
    // The counters' table may be missing: nobody need count.

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/published/PimMirror.h"
 #include "export/RouteBraneRestartSm.h"
 #include "platform/loop/RealClock.h"
 
@@ -43,6 +44,9 @@ struct Mirror {
    Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneReaderSm> reader;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneRestartSm> restart;
+   // What the agent publishes of itself; its tables may be missing.
+   Mox::Ptr<Published::FamilyStatus> agent;
+   std::unique_ptr<Published::PimMirror> pim;
 };
 
 class Mirrors {

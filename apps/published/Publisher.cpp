@@ -1,0 +1,95 @@
+#include "apps/published/Publisher.h"
+
+#include <algorithm>
+
+#include "platform/entity/EventCounter.h"
+#include "platform/shm/Error.h"
+#include "platform/trace/Trace.h"
+
+namespace Published {
+
+MOX_TRACE_FACILITY( trace, "Pimsm::Published" )
+
+namespace {
+
+template <class Table, class Record, class Write, class Remove>
+void publishAll( const Table& table, const std::vector<Record>& all,
+                 const Write& write, const Remove& remove ) {
+   std::vector<typename Table::Key> gone;
+   table.visit( nullptr, [&]( const Record& standing ) {
+      bool kept = std::any_of( all.begin(), all.end(), [&]( const Record& record ) {
+         return record.key == standing.key;
+      } );
+      if ( !kept ) gone.push_back( standing.key );
+      return true;
+   } );
+   try {
+      for ( const auto& key : gone ) remove( key );
+      for ( const Record& record : all ) {
+         Record standing;
+         if ( table.find( record.key, standing ) != Brane::lookupFound ||
+              !( standing == record ) )
+            write( record );
+      }
+   } catch ( const Brane::TableError& e ) {
+      MOX_TRACE( trace, 0, table.name() << ": " << e.what() );
+   }
+}
+
+}
+
+void publishInterfaces( FamilyStatus& tables, const std::vector<Interface>& all ) {
+   publishAll(
+      tables.interface(), all,
+      [&]( const Interface& record ) { tables.interfaceIs( record ); },
+      [&]( Vantu::IntfId key ) { tables.interfaceDel( key ); } );
+}
+
+void publishRps( FamilyStatus& tables, const std::vector<Rp>& all ) {
+   publishAll(
+      tables.rp(), all, [&]( const Rp& record ) { tables.rpIs( record ); },
+      [&]( const RpKey& key ) { tables.rpDel( key ); } );
+}
+
+void publishSettings( FamilyStatus& tables, const std::vector<Setting>& all ) {
+   publishAll(
+      tables.setting(), all,
+      [&]( const Setting& record ) { tables.settingIs( record ); },
+      [&]( const Text<32>& key ) { tables.settingDel( key ); } );
+}
+
+CounterPublisher::CounterPublisher( Mox::Clock& clock,
+                                    Mox::Ptr<ProcessStatus> tables )
+   : Notifiee( &clock ),
+     tables_( std::move( tables ) ),
+     last_( clock.now() - interval ) {}
+
+void CounterPublisher::touch() {
+   if ( wakeupTime() == Mox::Clock::never ) wakeupTimeIs( last_ + interval );
+}
+
+void CounterPublisher::publish() {
+   last_ = clock()->now();
+   wakeupTimeIs( Mox::Clock::never );
+   std::vector<Counter> all;
+   for ( const Mox::EventCounter* counter : Mox::eventCounters() ) {
+      all.push_back(
+         { { Text<160>( counter->owner() ), Text<48>( counter->name() ) },
+           counter->value() } );
+   }
+   // Of two of one name the first counts.
+   std::stable_sort(
+      all.begin(), all.end(),
+      []( const Counter& a, const Counter& b ) { return a.key < b.key; } );
+   all.erase( std::unique( all.begin(), all.end(),
+                           []( const Counter& a, const Counter& b ) {
+                              return a.key == b.key;
+                           } ),
+              all.end() );
+   publishAll(
+      tables_->counter(), all,
+      [&]( const Counter& record ) { tables_->counterIs( record ); },
+      [&]( const CounterKey& key ) { tables_->counterDel( key ); } );
+}
+
+}

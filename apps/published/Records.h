@@ -1,0 +1,77 @@
+// The records of what the agent publishes about itself.
+#pragma once
+
+#include "apps/published/Text.h"
+#include "platform/pim/FlatForms.h"
+
+namespace Published {
+
+// clang-format off
+#define PUBLISHED_INTERFACE( FIELD ) \
+   FIELD( Vantu::IntfId,    key,          {} ) \
+   FIELD( Vantu::IpGenAddr, address,      {} ) /* primary, of the family */ \
+   FIELD( uint8_t,          prefixLength, 0 ) \
+   FIELD( bool,             iAmDr,        false ) \
+   FIELD( uint32_t,         neighbors,    0 ) /* PIM neighbours */
+
+#define PUBLISHED_RP_KEY( FIELD ) \
+   FIELD( Vantu::IpGenAddr, group,  {} ) \
+   FIELD( uint32_t,         length, 0 )
+
+#define PUBLISHED_RP( FIELD ) \
+   FIELD( Published::RpKey, key,     {} ) /* the group range */ \
+   FIELD( Vantu::IpGenAddr, address, {} )
+
+#define PUBLISHED_SETTING( FIELD ) \
+   FIELD( Published::Text<32>,  key,   {} ) /* as in the configuration */ \
+   FIELD( Published::Text<224>, value, {} )
+
+#define PUBLISHED_COUNTER_KEY( FIELD ) \
+   FIELD( Published::Text<160>, owner, {} ) \
+   FIELD( Published::Text<48>,  name,  {} )
+
+#define PUBLISHED_COUNTER( FIELD ) \
+   FIELD( Published::CounterKey, key,   {} ) \
+   FIELD( uint64_t,              value, 0 )
+// clang-format on
+
+struct Interface {
+   PUBLISHED_INTERFACE( MOX_RECORD_FIELD )
+   bool operator==( const Interface& ) const = default;
+};
+
+struct RpKey {
+   PUBLISHED_RP_KEY( MOX_RECORD_FIELD )
+   auto operator<=>( const RpKey& ) const = default;
+};
+struct Rp {
+   PUBLISHED_RP( MOX_RECORD_FIELD )
+   bool operator==( const Rp& ) const = default;
+};
+
+struct Setting {
+   PUBLISHED_SETTING( MOX_RECORD_FIELD )
+   bool operator==( const Setting& ) const = default;
+};
+
+struct CounterKey {
+   PUBLISHED_COUNTER_KEY( MOX_RECORD_FIELD )
+   auto operator<=>( const CounterKey& ) const = default;
+};
+struct Counter {
+   PUBLISHED_COUNTER( MOX_RECORD_FIELD )
+   bool operator==( const Counter& ) const = default;
+};
+
+}
+
+namespace Brane {
+
+BRANE_FLAT_RECORD( Published::Interface, "Interface", PUBLISHED_INTERFACE )
+BRANE_FLAT_RECORD( Published::RpKey, "RpKey", PUBLISHED_RP_KEY )
+BRANE_FLAT_RECORD( Published::Rp, "Rp", PUBLISHED_RP )
+BRANE_FLAT_RECORD( Published::Setting, "Setting", PUBLISHED_SETTING )
+BRANE_FLAT_RECORD( Published::CounterKey, "CounterKey", PUBLISHED_COUNTER_KEY )
+BRANE_FLAT_RECORD( Published::Counter, "Counter", PUBLISHED_COUNTER )
+
+}

@@ -1,0 +1,53 @@
+// The tables in which the agent publishes itself: FamilyStatus for a VRF and family,
+// ProcessStatus for the whole process. Event-loop thread only.
+#pragma once
+
+#include "apps/published/Records.h"
+#include "platform/mount/EntityManager.h"
+#include "platform/mount/TableAttribute.h"
+#include "platform/net/VrfName.h"
+
+namespace Published {
+
+using InterfaceTable = MoxBrane::Table<Interface>;
+using RpTable = MoxBrane::Table<Rp>;
+using SettingTable = MoxBrane::Table<Setting>;
+using CounterTable = MoxBrane::Table<Counter>;
+
+// clang-format off
+#define PUBLISHED_FAMILY_ATTRIBUTES( A ) \
+   A( Table, interface, Interface, InterfaceTable, , "interfaces that speak PIM" ) \
+   A( Table, rp,        Rp,        RpTable,        , "configured RPs by group range" ) \
+   A( Table, setting,   Setting,   SettingTable,   , "other configuration" )
+
+#define PUBLISHED_PROCESS_ATTRIBUTES( A ) \
+   A( Table, counter, Counter, CounterTable, , "event counters of the process" )
+// clang-format on
+
+class FamilyStatus : public MoxBrane::MountedEntity {
+ public:
+   MOX_ENTITY( FamilyStatus, PUBLISHED_FAMILY_ATTRIBUTES )
+
+   explicit FamilyStatus( Mox::StringView name ) : MountedEntity( name ) {}
+
+   static Mox::String mountPath( Vantu::AddressFamily family,
+                                 const L3::VrfName& vrf );
+   // Throws what CollectionControl::initialize does.
+   static Mox::Ptr<FamilyStatus> mount( Corvex::EntityManager& manager,
+                                        Mox::StringView path,
+                                        Brane::TableRole role );
+};
+
+class ProcessStatus : public MoxBrane::MountedEntity {
+ public:
+   MOX_ENTITY( ProcessStatus, PUBLISHED_PROCESS_ATTRIBUTES )
+
+   static constexpr const char* mountPath = "routing/pim/agent";
+
+   explicit ProcessStatus( Mox::StringView name ) : MountedEntity( name ) {}
+
+   static Mox::Ptr<ProcessStatus> mount( Corvex::EntityManager& manager,
+                                         Brane::TableRole role );
+};
+
+}

@@ -1,0 +1,144 @@
+// What the agent publishes of itself, from its tables to a reader's model.
+#include <gtest/gtest.h>
+
+#include "apps/published/PimMirror.h"
+#include "apps/published/Publisher.h"
+#include "platform/entity/EventCounter.h"
+#include "platform/loop/TestClock.h"
+#include "tests/support/TempRoot.h"
+#include "tests/support/VrfBuilder.h"
+
+namespace Published {
+namespace {
+
+using Routing::Pim::SparseMode::Test::addr;
+using Routing::Pim::SparseMode::Test::intfId;
+
+class Publishing : public testing::Test {
+ protected:
+   Interface interface( const char* name, const char* address, bool dr ) {
+      return { intfId( name ), addr( address ), 24, dr, 2 };
+   }
+   void exchange() {
+      agentSide.dispatch();
+      clock.nowIs( clock.now() + 0.01 );
+      clock.runPass();
+      readerSide.dispatch();
+   }
+   static Mox::String path() {
+      return FamilyStatus::mountPath( Vantu::AddressFamily::ipv6,
+                                      L3::VrfName( "red" ) );
+   }
+
+   Mox::Test::TempRoot root;
+   Mox::TestClock clock{ 1000.0 };
+   Corvex::EntityManager agentSide{ clock, nullptr, root.path() };
+   Corvex::EntityManager readerSide{ clock, nullptr, root.path() };
+};
+
+TEST_F( Publishing, AMirrorFollowsTheInterfaces ) {
+   EXPECT_EQ( path(), "routing6/pim/sparsemode/agentstatus/red" );
+   auto model = Routing::Pim::SparseMode::statusFactory( L3::VrfName( "red" ) );
+   auto seen = FamilyStatus::mount( readerSide, path(), Brane::tableReader );
+   PimMirror mirror( model, seen );
+   EXPECT_EQ( model->pimStatus(), nullptr ) << "nothing is known yet";
+
+   auto tables = FamilyStatus::mount( agentSide, path(), Brane::tableWriter );
+   publishInterfaces( *tables, { interface( "eth0", "192.0.2.1", true ),
+                                 interface( "eth1", "192.0.3.1", false ) } );
+   exchange();
+   ASSERT_NE( model->pimStatus(), nullptr );
+   const auto* eth0 = model->pimStatus()->intf( intfId( "eth0" ) );
+   ASSERT_NE( eth0, nullptr );
+   EXPECT_EQ( eth0->addr(), ( Routing::Pim::IntfAddr{ addr( "192.0.2.1" ), 24 } ) );
+   EXPECT_TRUE( eth0->iAmDr() );
+   ASSERT_NE( model->pimStatus()->intf( intfId( "eth1" ) ), nullptr );
+
+   publishInterfaces( *tables, { interface( "eth0", "192.0.2.2", false ) } );
+   exchange();
+   EXPECT_EQ( eth0->addr().address, addr( "192.0.2.2" ) );
+   EXPECT_FALSE( eth0->iAmDr() );
+   EXPECT_EQ( model->pimStatus()->intf( intfId( "eth1" ) ), nullptr );
+
+   // A reader that starts later finds what stands; without a table nothing is known.
+   auto later = Routing::Pim::SparseMode::statusFactory( L3::VrfName( "red" ) );
+   PimMirror second( later, seen );
+   ASSERT_NE( later->pimStatus(), nullptr );
+   EXPECT_EQ( later->pimStatus()->intf().size(), 1u );
+   agentSide.removeTables( path() );
+   exchange();
+   EXPECT_EQ( model->pimStatus(), nullptr );
+}
+
+TEST_F( Publishing, WritesOnlyWhatHasChanged ) {
+   auto tables = FamilyStatus::mount( agentSide, path(), Brane::tableWriter );
+   class Counting : public FamilyStatus::NotifieeConst {
+    public:
+      using NotifieeConst::onSetting;
+      void onSetting( const Text<32>& ) override { ++changes; }
+      int changes = 0;
+   } counting;
+   counting.notifierIs( tables.get() );
+   Setting routes{ Text<32>( "maxRoutes" ), Text<224>( "10" ) };
+   Setting hello{ Text<32>( "require-hello" ), Text<224>( "no" ) };
+   publishSettings( *tables, { routes, hello } );
+   EXPECT_EQ( counting.changes, 2 );
+   routes.value = Text<224>( "20" );
+   publishSettings( *tables, { routes, hello } );
+   EXPECT_EQ( counting.changes, 3 );
+   publishSettings( *tables, { hello } );
+   EXPECT_EQ( counting.changes, 4 );
+   EXPECT_EQ( tables->setting().size(), 1u );
+   publishRps( *tables, { { { addr( "239.0.0.0" ), 8 }, addr( "192.0.2.9" ) } } );
+   Rp found;
+   EXPECT_EQ( tables->rp().find( { addr( "239.0.0.0" ), 8 }, found ),
+              Brane::lookupFound );
+   EXPECT_EQ( found.address, addr( "192.0.2.9" ) );
+}
+
+TEST_F( Publishing, CountersFollowOnceASecond ) {
+   auto tables = ProcessStatus::mount( agentSide, Brane::tableWriter );
+   Mox::EventCounter counter( "test/published", "ticks" );
+   auto value = [&] {
+      Counter found;
+      CounterKey key{ Text<160>( "test/published" ), Text<48>( "ticks" ) };
+      bool there = tables->counter().find( key, found ) == Brane::lookupFound;
+      return there ? static_cast<int>( found.value ) : -1;
+   };
+   auto pass = [&]( double seconds ) {
+      clock.nowIs( clock.now() + seconds );
+      clock.runPass();
+   };
+   CounterPublisher publisher( clock, tables );
+   EXPECT_EQ( value(), -1 );
+   publisher.touch();
+   pass( 0 );
+   EXPECT_EQ( value(), 0 );
+   counter.inc( 7 );
+   publisher.touch();
+   pass( 0.9 );
+   EXPECT_EQ( value(), 0 ) << "not more often";
+   publisher.touch();
+   pass( 0.1 );
+   EXPECT_EQ( value(), 7 );
+   counter.inc();
+   publisher.publish();
+   EXPECT_EQ( value(), 8 );
+}
+
+// A text of any length and a byte soup in its place.
+TEST( PublishedText, IsBoundedAndNeverTrusted ) {
+   using Short = Text<8>;
+   using Form = Brane::FlatForm<Short>;
+   Form::Bytes bytes{};
+   Form::write( Short( "12345678" ), bytes );
+   Short out;
+   ASSERT_TRUE( Form::read( bytes, out ) );
+   EXPECT_EQ( out.text(), "1234567" );
+   EXPECT_EQ( Short( Mox::StringView( "a\0b", 3 ) ).text(), "a" );
+   std::memset( bytes.text, 'x', sizeof bytes.text );
+   EXPECT_FALSE( Form::read( bytes, out ) );
+}
+
+}
+}

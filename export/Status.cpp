@@ -1,6 +1,7 @@
 #include "export/Status.h"
 
 #include "platform/entity/Factory.h"
+#include "platform/mount/VrfPath.h"
 
 namespace Routing::Pim::SparseMode::Brane {
 
@@ -13,14 +14,6 @@ Mox::Ptr<Status> statusFactory( Mox::StringView name ) {
 }
 
 namespace {
-
-const char* pathPrefix( Vantu::AddressFamily family ) {
-   bool supported =
-      family == Vantu::AddressFamily::ipv4 || family == Vantu::AddressFamily::ipv6;
-   MOX_ASSERT_TEXT( supported, "Unsupported address family" );
-   return family == Vantu::AddressFamily::ipv4 ? "routing/pim/sparsemode/status/"
-                                               : "routing6/pim/sparsemode/status/";
-}
 
 void mountAsWriter( Status& tables, const SparseMode::Status& status,
                     bool suspended ) {
@@ -41,14 +34,7 @@ void mountAsReader( Status& tables, ::Brane::TableRole role, bool suspended ) {
 
 Mox::String Status::mountPath( Vantu::AddressFamily family,
                                const L3::VrfName& vrf ) {
-   const char* prefix = pathPrefix( family );
-   const Mox::String& name = vrf.name();
-   if ( name.empty() || name == "." || name == ".." ||
-        name.find_first_of( Mox::StringView( "/\0", 2 ) ) != Mox::String::npos ) {
-      throw Mox::RangeError( "VRF name " + Mox::valueToStrep( name ) +
-                             " cannot be part of a path" );
-   }
-   return prefix + name;
+   return ::MoxBrane::vrfPath( "pim/sparsemode/status", family, vrf );
 }
 
 Mox::Ptr<Status> Status::mountInDependencyOrder(

@@ -8,7 +8,7 @@ MOX_ENTITY_TYPE( CollectionControl, PIMSM_COLLECTION_CONTROL_ATTRIBUTES )
 
 void CollectionControl::initialize( Brane::TableRole wanted, uint32_t records,
                                     bool attachSuspended ) {
-   if ( table_ == nullptr ) return;
+   if ( table_ == nullptr || entity() == nullptr ) return;
    if ( wanted != Brane::tableWriter && attachSuspended ) return;
    if ( !table_->mount( wanted, records ) ) return;
    // An observer of one value may let the table go before the next.
@@ -16,6 +16,8 @@ void CollectionControl::initialize( Brane::TableRole wanted, uint32_t records,
    roleIs( wanted );
    capacityIs( records );
    if ( table_ != nullptr ) table_->updateMountStatus();
+   bool came = table_ != nullptr && mountStatus() == mountReady;
+   if ( came ) table_->handleMountStatus();
 }
 
 }

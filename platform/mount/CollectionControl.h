@@ -10,6 +10,7 @@
 
 namespace MoxBrane {
 
+class MountedEntity;
 class TableBase;
 
 #define PIMSM_MOUNT_STATUSES( V )                                          \
@@ -27,28 +28,33 @@ MOX_ENUM_TEXT( MountStatus, PIMSM_MOUNT_STATUSES )
    A( Value, role,        Role,        Brane::TableRole, Brane::tableReader, "what it was initialised for" ) \
    A( Value, capacity,    Capacity,    uint32_t,         0,           "asked for by the writer; 0 for a reader" ) \
    A( Value, mountStatus, MountStatus, MoxBrane::MountStatus, notMounted, "" ) \
-   A( Value, problem,     Problem,     Mox::String,      {},          "one line; empty: none" )
+   A( Value, problem,     Problem,     Mox::String,      {},          "one line; empty: none" ) \
+   A( Value, quiesced,    Quiesced,    bool,             false,       "mounted, and nothing pending: below" ) \
+   A( Value, entity,      Entity,      MoxBrane::MountedEntity*, nullptr, "whose table it is; plain; null: gone" )
 // clang-format on
 
+// `quiesced`: nothing is pending in the journal of changes for this table. A writer has
+// told its readers of all that it wrote; a reader has notified all that its last look at
+// the journal found. False until mounted.
 class PIMSM_API CollectionControl : public Mox::Entity {
  public:
    MOX_ENTITY( CollectionControl, PIMSM_COLLECTION_CONTROL_ATTRIBUTES )
 
-   CollectionControl( Mox::String name, TableBase* table )
-      : name_( std::move( name ) ), table_( table ) {}
+   // Of no table: one to be given to the entity's mutator for the control.
+   explicit CollectionControl( Mox::String name ) : name_( std::move( name ) ) {}
 
    // Mounts the table for the role. A writer creates it, or takes it over, with the
    // given capacity (records); a reader passes 0 and attaches when the table is
    // there. `attachSuspended` is the entity manager's flag of that name. Again with
    // the same role: nothing. With another: throws TableError. A writer gets what
-   // TableWriter's constructor throws; nothing is mounted then. REQUIRES: the
-   // entity was created by an entity manager.
+   // TableWriter's constructor throws; nothing is mounted then. Nothing either once the
+   // entity is null. REQUIRES: the entity was created by an entity manager.
    void initialize( Brane::TableRole role, uint32_t capacity,
                     bool attachSuspended );
 
  private:
    friend class TableBase;
-   TableBase* table_;  // null once it has gone
+   TableBase* table_ = nullptr;  // null once it has gone, or has another control
 };
 
 }

@@ -42,9 +42,39 @@ class Table : public TableBase {
       std::function<void()> mountStatusChanged;
    };
 
+   // A value being built in the table's own memory, in its flat form, zeroed; see
+   // inPlace(). Going out of scope gives the memory back. Must not outlive the table's
+   // mount.
+   class InPlace {
+    public:
+      // Null once committed.
+      typename Form::Bytes* operator->() const { return bytes(); }
+      typename Form::Bytes& operator*() const { return *bytes(); }
+      explicit operator bool() const { return bytes() != nullptr; }
+      // The whole value at once.
+      // REQUIRES: not committed.
+      void is( const V& value ) {
+         MOX_ASSERT( bytes() );
+         Form::write( value, *bytes() );
+      }
+
+    private:
+      friend class Table;
+      InPlace( const Table& table, ::Brane::Reservation record )
+         : table_( &table ), record_( std::move( record ) ) {}
+      typename Form::Bytes* bytes() const {
+         return static_cast<typename Form::Bytes*>( record_.record() );
+      }
+
+      const Table* table_;
+      ::Brane::Reservation record_;
+   };
+
    Table( MountedEntity& entity, Mox::String name, Callbacks callbacks,
-          ::Brane::WriterOptions options = {} )
-      : TableBase( entity, std::move( name ), makeLayout(), std::move( options ) ),
+          ::Brane::WriterOptions options = {},
+          Corruption corruption = corruptionThrown )
+      : TableBase( entity, std::move( name ), makeLayout(), std::move( options ),
+                   corruption ),
         callbacks_( std::move( callbacks ) ) {}
 
    // The record's layout, as it stands in the table's header.
@@ -110,6 +140,21 @@ class Table : public TableBase {
       callbacks_.keyChanged( key );
    }
 
+   // Free memory of the table to build a value in, seen by nobody until commit().
+   // REQUIRES: at most 16 of a table at a time. Throws ReadOnlyError.
+   InPlace inPlace() { return InPlace( *this, reserveRecord() ); }
+
+   // Makes the value that stands in the table's memory its key's record, without
+   // copying it, then notifies the key. As is() in what it throws; the memory is given
+   // back then. REQUIRES: of this table, not committed yet, its key a key's flat form.
+   void commit( InPlace* value ) {
+      MOX_ASSERT( value && value->table_ == this && *value );
+      Key key;
+      MOX_ASSERT( decodeKey( value->bytes(), key ) );
+      commitRecord( value->record_ );
+      callbacks_.keyChanged( key );
+   }
+
    // Removes, notifies and returns the record; the default value, silently, when
    // there was none. Throws ReadOnlyError.
    V del( const Key& where ) {
@@ -125,12 +170,17 @@ class Table : public TableBase {
 
    // The keys as they stand, one by one, each notified; what comes meanwhile stays.
    void delAll() {
+      for ( const Key& key : keys() ) del( key );
+   }
+
+   // The keys that stand.
+   std::vector<Key> keys() const {
       std::vector<Key> keys;
       visit( nullptr, [&]( const V& value ) {
          keys.push_back( value.key );
          return true;
       } );
-      for ( const Key& key : keys ) del( key );
+      return keys;
    }
 
  private:

@@ -5,6 +5,9 @@
 
 #include "platform/mount/EntityManager.h"
 #include "platform/mount/MountedEntity.h"
+#include "platform/trace/Trace.h"
+
+MOX_TRACE_FACILITY( trace, "Pimsm::Table" )
 
 namespace MoxBrane {
 namespace {
@@ -19,17 +22,22 @@ constexpr size_t kForetoldKeys = 16;
 }
 
 TableBase::TableBase( MountedEntity& entity, Mox::String name,
-                      ::Brane::Layout layout, ::Brane::WriterOptions options )
+                      ::Brane::Layout layout, ::Brane::WriterOptions options,
+                      Corruption corruption )
    : entity_( entity ),
      name_( std::move( name ) ),
      layout_( std::move( layout ) ),
      options_( std::move( options ) ),
-     control_( Mox::newEntity<CollectionControl>( name_, this ) ) {
+     control_( Mox::newEntity<CollectionControl>( name_ ) ),
+     corruption_( corruption ) {
+   control_->table_ = this;
+   control_->entity_ = &entity_;
    entity_.tables_.push_back( this );
 }
 
 TableBase::~TableBase() {
    control_->table_ = nullptr;
+   control_->entity_ = nullptr;
    if ( reader_ != nullptr && entity_.manager() != nullptr ) {
       entity_.manager()->unwatch( bell_, *this );
    }
@@ -50,6 +58,7 @@ bool TableBase::mount( ::Brane::TableRole role, uint32_t capacity ) {
    } else {
       mountReader( *manager, path );
    }
+   quiesced_ = true;  // an attach tells readers of all, and finds nothing untold
    return true;
 }
 
@@ -86,6 +95,47 @@ void TableBase::updateMountStatus() {
       control_->problemIs( reader_->problem() );
    }
    control_->mountStatusIs( status );
+   control_->quiescedIs( quiesced_ );
+}
+
+bool TableBase::controlIs( const Mox::Ptr<CollectionControl>& control ) {
+   if ( control == control_ ) return false;
+   MOX_ASSERT( control && control->table_ == nullptr );
+   Mox::Ptr<CollectionControl> former = std::exchange( control_, control );
+   former->table_ = nullptr;
+   control->table_ = this;
+   control->entityIs( std::exchange( former->entity_, nullptr ) );
+   control->roleIs( former->role() );
+   control->capacityIs( former->capacity() );
+   updateMountStatus();
+   return true;
+}
+
+void TableBase::quiescedIs( bool quiesced ) {
+   quiesced_ = quiesced;
+   control_->quiescedIs( quiesced );
+}
+
+void TableBase::corrupted( const char* text ) {
+   ++corruptions_;
+   if ( corruptionHandler_ ) {
+      corruptionHandler_( text );
+   } else {
+      MOX_TRACE( trace, 0, "refused as corrupt: " << text );
+      control_->problemIs( text );
+   }
+   MOX_ASSERT_TEXT( corruption_ != corruptionFatal,
+                    "write outside the mapped region" );
+}
+
+template <class Call>
+auto TableBase::guarded( Call call ) {
+   try {
+      return call();
+   } catch ( const ::Brane::CorruptionError& e ) {
+      if ( corruption_ == corruptionFatal ) corrupted( e.what() );
+      throw;
+   }
 }
 
 uint32_t TableBase::size() const {
@@ -103,7 +153,9 @@ bool TableBase::writerAlive() const {
 }
 
 void TableBase::ring() {
-   if ( writer_ != nullptr ) writer_->ring();
+   if ( writer_ == nullptr ) return;
+   writer_->ring();
+   if ( !quiesced_ ) quiescedIs( true );
 }
 
 bool TableBase::drain() {
@@ -113,6 +165,7 @@ bool TableBase::drain() {
       bool more = !notifyPending();
       while ( !more && followPart() ) more = timeIsUp();
       if ( more ) drainSoon( true );
+      quiescedIs( !more && !again_ );
       return !more;
    } catch ( ... ) {
       drainSoon( true );
@@ -145,6 +198,8 @@ bool TableBase::followPart() {
       control_->problemIs( e.what() );
       result.again = true;
    }
+   again_ = result.again;
+   if ( !pending_.empty() ) quiescedIs( false );
    if ( result.again ) drainSoon( false );
    if ( result.stateChanged ) {
       updateMountStatus();
@@ -189,20 +244,33 @@ bool TableBase::notifyPending() {
    return true;
 }
 
+::Brane::TableWriter& TableBase::writable() {
+   if ( writer_ != nullptr ) return *writer_;
+   throw ::Brane::ReadOnlyError( entity_.name() + "/" + name_ +
+                                 " is not mounted for writing" );
+}
+
 void TableBase::putRecord( const void* record ) {
-   if ( writer_ == nullptr ) {
-      throw ::Brane::ReadOnlyError( entity_.name() + "/" + name_ +
-                                    " is not mounted for writing" );
-   }
-   writer_->put( record );
+   guarded( [&] { return writable().put( record ); } );
+   if ( quiesced_ ) quiescedIs( false );
 }
 
 bool TableBase::removeRecord( const void* key, void* removed ) {
-   if ( writer_ == nullptr ) {
-      throw ::Brane::ReadOnlyError( entity_.name() + "/" + name_ +
-                                    " is not mounted for writing" );
-   }
-   return writer_->remove( key, removed );
+   if ( !guarded( [&] { return writable().remove( key, removed ); } ) )
+      return false;
+   if ( quiesced_ ) quiescedIs( false );
+   return true;
+}
+
+::Brane::Reservation TableBase::reserveRecord() {
+   ::Brane::Reservation reserved = writable().reserve();
+   std::memset( reserved.record(), 0, layout_.recordSize );
+   return reserved;
+}
+
+void TableBase::commitRecord( ::Brane::Reservation& record ) {
+   guarded( [&] { return record.commit(); } );
+   if ( quiesced_ ) quiescedIs( false );
 }
 
 ::Brane::Lookup TableBase::lookupRecord( const void* key, void* out ) const {

@@ -38,6 +38,26 @@ class PIMSM_API TableBase {
    bool writerAlive() const;
    // Records read whole whose bytes were no value of the type.
    uint64_t undecodable() const { return undecodable_; }
+   // Is nothing pending in the journal? CollectionControl says what that means.
+   bool quiesced() const { return quiesced_; }
+
+   // Makes another control the mounting handle; the former one's operations do
+   // nothing from now on. Its attributes are set to what is mounted. False when it is
+   // the handle already. REQUIRES: not null, no table's control.
+   bool controlIs( const Mox::Ptr<CollectionControl>& control );
+
+   // What a write comes to that the table refuses with CorruptionError. Fatal: this
+   // process has written where it must not; the corruption handler is told first.
+   enum Corruption : uint32_t { corruptionThrown, corruptionFatal };
+
+   // Gets the refusal's text. The default, null, traces it and sets the control's
+   // problem.
+   using CorruptionHandler = std::function<void( const Mox::String& text )>;
+   void corruptionHandlerIs( CorruptionHandler handler ) {
+      corruptionHandler_ = std::move( handler );
+   }
+   // Refusals that it was told of.
+   uint64_t corruptions() const { return corruptions_; }
 
    // Tells readers of what was written since the last ring; the manager does so at
    // the end of each turn. Nothing in a reader.
@@ -55,7 +75,7 @@ class PIMSM_API TableBase {
 
  protected:
    TableBase( MountedEntity& entity, Mox::String name, ::Brane::Layout layout,
-              ::Brane::WriterOptions options );
+              ::Brane::WriterOptions options, Corruption corruption );
    virtual ~TableBase();
 
    // A key changed; `key` is keySize bytes.
@@ -67,6 +87,9 @@ class PIMSM_API TableBase {
 
    void putRecord( const void* record );
    bool removeRecord( const void* key, void* removed );
+   // Free memory of a record, zeroed; and what makes it the key's record.
+   ::Brane::Reservation reserveRecord();
+   void commitRecord( ::Brane::Reservation& record );
    ::Brane::Lookup lookupRecord( const void* key, void* out ) const;
    // See Table::visit.
    using RecordVisitor = std::function<bool( const void* record )>;
@@ -90,6 +113,11 @@ class PIMSM_API TableBase {
    bool timeIsUp() const;
    void drainSoon( bool atOnce );
    void updateMountStatus();
+   void quiescedIs( bool quiesced );
+   ::Brane::TableWriter& writable();
+   template <class Call>
+   auto guarded( Call call );
+   void corrupted( const char* text );
 
    MountedEntity& entity_;
    Mox::String name_;
@@ -104,6 +132,11 @@ class PIMSM_API TableBase {
    std::vector<std::byte> pending_;
    size_t notified_ = 0;
    size_t foretold_ = 0;
+   bool again_ = false;  // the last look at the journal left something busy
+   bool quiesced_ = false;
+   Corruption corruption_;
+   CorruptionHandler corruptionHandler_;
+   uint64_t corruptions_ = 0;
 };
 
 // For reflection: "<records> of <capacity> records".

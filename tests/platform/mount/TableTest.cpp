@@ -7,6 +7,7 @@
 #include "platform/loop/TestClock.h"
 #include "tests/platform/mount/Shelf.h"
 #include "tests/support/TempRoot.h"
+#include "tests/support/ThrowingAssertions.h"
 
 namespace MoxBrane::Test {
 namespace {
@@ -188,6 +189,93 @@ TEST_F( TypedTable, ResumesAVisitWhereTheBookmarkStood ) {
       EXPECT_EQ( met.size(), 40U );
       agent.shelf->bookIs( removed );
    }
+}
+
+// Quiet: what was written was rung, what was rung was told.
+TEST_F( TypedTable, SaysWhenNothingIsPending ) {
+   Side reader( clock, root.path(), ::Brane::tableReader );
+   CollectionControl& written = *agent.shelf->bookControl();
+   CollectionControl& read = *reader.shelf->bookControl();
+   EXPECT_TRUE( written.quiesced() && read.quiesced() );
+   agent.shelf->bookIs( bookOf( 1 ) );
+   EXPECT_FALSE( written.quiesced() );
+   agent.manager.dispatch();
+   EXPECT_TRUE( written.quiesced() );
+   agent.shelf->bookDel( bookKey( 7 ) );
+   EXPECT_TRUE( written.quiesced() );  // there was none
+   agent.shelf->bookDel( bookKey( 1 ) );
+   EXPECT_FALSE( written.quiesced() );
+   agent.shelf->bookIs( bookOf( 2 ) );
+   agent.manager.dispatch();
+   clock.advance( 0.1 );
+   unsigned pending = 0;
+   reader.recorder.inside = [&]( const BookKey& ) {
+      pending += !read.quiesced() && !reader.shelf->book().quiesced();
+   };
+   reader.manager.dispatch();
+   EXPECT_EQ( pending, reader.recorder.take().size() );
+   EXPECT_GT( pending, 0u );
+   EXPECT_TRUE( read.quiesced() );
+}
+
+TEST_F( TypedTable, HandsItselfToAnotherControl ) {
+   auto& table = const_cast<BookTable&>( agent.shelf->book() );
+   Mox::Ptr<CollectionControl> former( table.control() );
+   auto other = Mox::newEntity<CollectionControl>( "other" );
+   agent.shelf->bookIs( bookOf( 1 ) );
+   EXPECT_TRUE( table.controlIs( other ) );
+   EXPECT_FALSE( table.controlIs( other ) );
+   EXPECT_EQ( agent.shelf->bookControl(), other );
+   EXPECT_EQ( other->role(), ::Brane::tableWriter );
+   EXPECT_EQ( other->capacity(), 2000u );
+   EXPECT_EQ( other->mountStatus(), mountReady );
+   EXPECT_FALSE( other->quiesced() );
+   EXPECT_EQ( other->entity(), agent.shelf );
+   EXPECT_EQ( former->entity(), nullptr );
+   agent.manager.dispatch();
+   EXPECT_TRUE( other->quiesced() );
+   EXPECT_FALSE( former->quiesced() );
+   // The former handle has nothing left to say against another role.
+   former->initialize( ::Brane::tableReader, 0, false );
+   EXPECT_THROW( other->initialize( ::Brane::tableReader, 0, false ),
+                 ::Brane::TableError );
+   using Mox::Test::assertionText;
+   EXPECT_NE( assertionText( [&] { table.controlIs( nullptr ); } ), "" );
+   Side reader( clock, root.path(), ::Brane::tableReader );
+   EXPECT_NE(
+      assertionText( [&] { table.controlIs( reader.shelf->bookControl() ); } ),
+      "" );
+}
+
+// The record is built in the table's memory; nobody sees it before the commit.
+TEST_F( TypedTable, CommitsAValueBuiltInPlace ) {
+   auto& table = const_cast<BookTable&>( agent.shelf->book() );
+   agent.shelf->bookIs( bookOf( 1, 5 ) );
+   agent.recorder.take();
+   BookTable::InPlace built = table.inPlace();
+   built.is( bookOf( 1, 6 ) );
+   built->weight = 7;
+   { BookTable::InPlace dropped = table.inPlace(); }
+   Book seen;
+   EXPECT_EQ( table.find( bookKey( 1 ), seen ), ::Brane::lookupFound );
+   EXPECT_EQ( seen.weight, 5 );
+   table.commit( &built );
+   EXPECT_EQ( agent.recorder.take(), Numbers{ 1 } );
+   EXPECT_EQ( table.find( bookKey( 1 ), seen ), ::Brane::lookupFound );
+   EXPECT_EQ( seen, bookOf( 1, 7 ) );
+   using Mox::Test::assertionText;
+   EXPECT_NE( assertionText( [&] { table.commit( &built ); } ), "" );
+   EXPECT_NE( assertionText( [&] { table.commit( nullptr ); } ), "" );
+   BookTable::InPlace wild = table.inPlace();
+   wild->key.address.family = 77;
+   EXPECT_NE( assertionText( [&] { table.commit( &wild ); } ), "" );
+   // Refused as another write would be, and the memory is given back.
+   for ( int i = 0; i < 40; ++i ) {
+      BookTable::InPlace zero = table.inPlace();
+      EXPECT_THROW( table.commit( &zero ), Mox::RangeError );
+   }
+   EXPECT_EQ( table.size(), 1u );
+   EXPECT_EQ( agent.recorder.take(), Numbers{} );
 }
 
 // A mapping is trusted in nothing.

@@ -40,36 +40,39 @@ struct Portable {
    }
 };
 
-// One text for both ways: STEP adds a word to a lane, STORE stores a pair of words.
-#define PIMSM_SHM_RECORD_CRC( STEP, STORE )                                      \
-   uint64_t lanes[4] = { STEP( ~0u, identity.sequence ),                         \
-                         STEP( ~0u, identity.slot ), STEP( ~0u, identity.hash ), \
-                         ~0u };                                                  \
-   size_t words = size / 8, i = 0;                                               \
-   for ( ; i + 4 <= words; i += 4 ) {                                            \
-      uint64_t a = wordAt( record, i ), b = wordAt( record, i + 1 );             \
-      uint64_t c = wordAt( record, i + 2 ), d = wordAt( record, i + 3 );         \
-      STORE( i, a, b );                                                          \
-      STORE( i + 2, c, d );                                                      \
-      lanes[0] = STEP( lanes[0], a );                                            \
-      lanes[1] = STEP( lanes[1], b );                                            \
-      lanes[2] = STEP( lanes[2], c );                                            \
-      lanes[3] = STEP( lanes[3], d );                                            \
-   }                                                                             \
-   /* The slot's padding takes the second word of an odd last pair. */           \
-   for ( ; i < words; i += 2 ) {                                                 \
-      uint64_t a = wordAt( record, i );                                          \
-      uint64_t b = i + 1 < words ? wordAt( record, i + 1 ) : 0;                  \
-      STORE( i, a, b );                                                          \
-      lanes[i % 4] = STEP( lanes[i % 4], a );                                    \
-      lanes[i % 4 + 1] = STEP( lanes[i % 4 + 1], b );                            \
-   }                                                                             \
-   uint64_t crc = STEP( ~0u, lanes[0] << 32 | lanes[1] );                        \
-   return uint32_t( STEP( crc, lanes[2] << 32 | lanes[3] ) );
+// One text for both ways: STEP adds a word to a lane, STORE stores the pair of words
+// that begins with word i.
+#define PIMSM_SHM_RECORD_CRC( STEP, STORE )                                     \
+   uint64_t a = STEP( ~0u, identity.sequence ), b = STEP( ~0u, identity.slot ); \
+   uint64_t c = STEP( ~0u, identity.hash ), d = ~0u;                            \
+   auto* from = static_cast<const std::byte*>( record );                        \
+   size_t words = size / 8, i = 0;                                              \
+   for ( ; i + 4 <= words; i += 4, from += 32 ) {                               \
+      STORE( i, from );                                                         \
+      STORE( i + 2, from + 16 );                                                \
+      a = STEP( a, wordAt( from, 0 ) );                                         \
+      b = STEP( b, wordAt( from, 1 ) );                                         \
+      c = STEP( c, wordAt( from, 2 ) );                                         \
+      d = STEP( d, wordAt( from, 3 ) );                                         \
+   }                                                                            \
+   if ( words & 2 ) {                                                           \
+      STORE( i, from );                                                         \
+      a = STEP( a, wordAt( from, 0 ) );                                         \
+      b = STEP( b, wordAt( from, 1 ) );                                         \
+   }                                                                            \
+   if ( words & 1 ) {                                                           \
+      /* The slot's padding takes the second word of an odd last pair. */       \
+      const uint64_t last[2] = { wordAt( record, words - 1 ), 0 };              \
+      STORE( words - 1, last );                                                 \
+      uint64_t &lane = words & 2 ? c : a, &next = words & 2 ? d : b;            \
+      lane = STEP( lane, last[0] );                                             \
+      next = STEP( next, 0 );                                                   \
+   }                                                                            \
+   uint64_t crc = STEP( ~0u, a << 32 | b );                                     \
+   return uint32_t( STEP( crc, c << 32 | d ) );
 
-#define PIMSM_SHM_NO_STORE( index, first, second ) (void)0
-#define PIMSM_SHM_STORE( index, first, second ) \
-   storePair( to + 8 * ( index ), first, second )
+#define PIMSM_SHM_NO_STORE( index, words ) (void)0
+#define PIMSM_SHM_STORE( index, words ) storePair( to + 8 * ( index ), words )
 
 uint32_t portableChecksum( const void* record, size_t size,
                            const RecordIdentity& identity ){

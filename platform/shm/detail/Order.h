@@ -60,14 +60,15 @@ struct Place {
 };
 
 // Put, store 1.
-inline void claimSlot( const WriterView& view, uint32_t slot, uint64_t sequence ) {
+PIMSM_SHM_HOT void claimSlot( const WriterView& view, uint32_t slot,
+                              uint64_t sequence ) {
    storeWord( &view.slot( slot )->stamp, stampOf( sequence, slotWriting ) );
    storeFence();
 }
 
 // Put, store 2.
-inline void fillSlot( const WriterView& view, const void* record,
-                      const RecordIdentity& identity ) {
+PIMSM_SHM_HOT void fillSlot( const WriterView& view, const void* record,
+                             const RecordIdentity& identity ) {
    auto slot = uint32_t( identity.slot );
    uint32_t checksum = storeRecord( view.record( slot ), record,
                                     view.geometry.recordSize, identity );
@@ -75,8 +76,8 @@ inline void fillSlot( const WriterView& view, const void* record,
 }
 
 // Store 3 of put, 1 of remove.
-inline void announce( const WriterView& view, Position position,
-                      uint64_t sequence ) {
+PIMSM_SHM_HOT void announce( const WriterView& view, Position position,
+                             uint64_t sequence ) {
    storeWord( view.journal( sequence ), journalEntry( position, sequence ) );
 }
 
@@ -90,8 +91,8 @@ inline void addPassed( const WriterView& view, uint32_t home, Position position,
 }
 
 // Put, stores 3 to 8, for a slot that is filled.
-inline void publish( const WriterView& view, const Place& place,
-                     const RecordIdentity& identity ) {
+PIMSM_SHM_HOT void publish( const WriterView& view, const Place& place,
+                            const RecordIdentity& identity ) {
    auto slot = uint32_t( identity.slot );
    announce( view, place.position, identity.sequence );
    if ( !place.word ) {

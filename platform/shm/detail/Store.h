@@ -64,19 +64,21 @@ inline void loadFence() {
 #endif
 }
 
-// Two words as one store where the machine can.
-inline void storePair( std::byte* to, uint64_t first, uint64_t second ) {
-   auto* words = reinterpret_cast<uint64_t*>( to );
+// Copies two words in, as one store where the machine can. `to` is aligned to 16,
+// `from` need not be.
+inline void storePair( std::byte* to, const void* from ) {
 #if defined( __SSE2__ ) && !defined( PIMSM_SHM_TSAN )
-   _mm_store_si128( reinterpret_cast<__m128i*>( words ),
-                    _mm_set_epi64x( static_cast<long long>( second ),
-                                    static_cast<long long>( first ) ) );
+   _mm_store_si128( reinterpret_cast<__m128i*>( to ),
+                    _mm_loadu_si128( static_cast<const __m128i*>( from ) ) );
    stored();
 #else
-   __atomic_store_n( words, first, __ATOMIC_RELEASE );
-   stored();
-   __atomic_store_n( words + 1, second, __ATOMIC_RELEASE );
-   stored();
+   uint64_t words[2];
+   std::memcpy( words, from, sizeof( words ) );
+   for ( int i = 0; i < 2; ++i ) {
+      __atomic_store_n( reinterpret_cast<uint64_t*>( to ) + i, words[i],
+                        __ATOMIC_RELEASE );
+      stored();
+   }
 #endif
 }
 
@@ -86,12 +88,22 @@ inline uint64_t wordAt( const void* from, size_t index ) {
    return word;
 }
 
-// By words: what was just stored by words is at hand that way. Size is a multiple
-// of 8, and not 0.
-inline bool sameBytes( const void* a, const void* b, size_t size ) {
+// Size is a multiple of 8, and not 0.
+PIMSM_SHM_HOT bool sameBytes( const void* a, const void* b, size_t size ) {
+   size_t i = 0, words = size / 8;
    uint64_t difference = 0;
-   for ( size_t i = 0; i < size / 8; ++i )
-      difference |= wordAt( a, i ) ^ wordAt( b, i );
+#if defined( __SSE2__ )
+   auto pair = [&i]( const void* from ) {
+      auto* bytes = static_cast<const std::byte*>( from ) + 8 * i;
+      return _mm_loadu_si128( reinterpret_cast<const __m128i*>( bytes ) );
+   };
+   __m128i same = _mm_set1_epi32( -1 );
+   for ( ; i + 2 <= words; i += 2 ) {
+      same = _mm_and_si128( same, _mm_cmpeq_epi32( pair( a ), pair( b ) ) );
+   }
+   difference = uint64_t( _mm_movemask_epi8( same ) ^ 0xffff );
+#endif
+   for ( ; i < words; ++i ) difference |= wordAt( a, i ) ^ wordAt( b, i );
    return difference == 0;
 }
 

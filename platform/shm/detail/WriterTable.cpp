@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -18,10 +19,10 @@ namespace Brane::Detail {
 
 namespace {
 
-// How many items ahead of its writing an item's index line, its slot and the free
-// slot it will fill are fetched.
-constexpr size_t linesAhead = 16;
-constexpr size_t slotsAhead = 8;
+// A batch fetches so many index lines, then so many slots, in a row: address
+// translations overlap only where little else is done between them.
+constexpr size_t fetchGroup = 8;
+// How many puts ahead the free slot is fetched.
 constexpr uint32_t freeAhead = 8;
 
 bool isZero( const void* key, size_t size ) {
@@ -111,11 +112,6 @@ PIMSM_SHM_HOT bool WriterTable::standsAt( const void* key, uint64_t hash,
           holdsKey( position, word, key );
 }
 
-PIMSM_SHM_HOT const std::byte* WriterTable::homeLine( uint64_t hash ) const {
-   auto* line = view_.index() + view_.geometry.homeOf( hash ) * lineWords;
-   return reinterpret_cast<const std::byte*>( line );
-}
-
 PIMSM_SHM_HOT Place WriterTable::locate( const void* key, uint64_t hash,
                                          Position hint ) const {
    if ( hint != noPosition && standsAt( key, hash, hint ) ) {
@@ -158,28 +154,34 @@ PIMSM_SHM_HOT Place WriterTable::placeFor( const void* key, uint64_t hash,
    return place;
 }
 
-Position WriterTable::put( const void* record, Position hint ) {
-   return putHashed( record, hashOf( record ), hint );
+// Fetches the index line of a key to be put, and returns its hash.
+PIMSM_SHM_HOT uint64_t WriterTable::hashAhead( const void* key,
+                                               Position hint ) const {
+   uint64_t hash = hashOf( key );
+   Position position = hint < view_.geometry.positions()
+                          ? hint
+                          : view_.geometry.homeOf( hash ) * lineWords;
+   prefetchForStore( reinterpret_cast<const std::byte*>( view_.index() + position ),
+                     1 );
+   return hash;
 }
 
-Position WriterTable::putHashed( const void* record, uint64_t hash,
-                                 Position hint ) {
-   prefetchForStore( view_.slotBytes( free_.peek( freeAhead ) ), view_.slotSize() );
-   // The record is written while the index line is on its way.
-   if ( hint == noPosition ) prefetchForStore( homeLine( hash ), 1 );
-   uint32_t slot = free_.pop();
-   claimSlot( view_, slot, sequence_ + 1 );
-   RecordIdentity identity{ sequence_ + 1, slot, hash };
-   fillSlot( view_, record, identity );
-   Place place;
-   try {
-      place = placeFor( record, hash, hint );
-   } catch ( ... ) {
-      release( slot );
-      throw;
+// The slot that will be replaced: its stamp is stored to, its key compared.
+PIMSM_SHM_HOT void WriterTable::fetchSlot( uint64_t hash, Position hint ) const {
+   const uint64_t* words = view_.index();
+   uint32_t found = 1;
+   if ( hint < view_.geometry.positions() ) {
+      words += hint;
+   } else {
+      words += view_.geometry.homeOf( hash ) * lineWords;
+      found = wordsWith( words, tagOf( hash ) );
    }
-   finish( place, identity );
-   return place.position;
+   while ( found ) {
+      uint32_t slot = slotOf( words[takeFirst( found )] );
+      if ( slot >= view_.geometry.slotCount ) continue;
+      prefetchForStore( view_.slotBytes( slot ),
+                        sizeof( SlotHead ) + view_.geometry.keySize );
+   }
 }
 
 // Gives back a slot that no index word ever named.
@@ -188,9 +190,9 @@ void WriterTable::release( uint32_t slot ) {
    free_.push( slot );
 }
 
-PIMSM_SHM_HOT void WriterTable::finish( const Place& place,
+PIMSM_SHM_HOT void WriterTable::finish( const WriterView& view, const Place& place,
                                         const RecordIdentity& identity ) {
-   publish( view_, place, identity );
+   publish( view, place, identity );
    sequence_ = identity.sequence;
    if ( place.word ) {
       free_.push( slotOf( place.word ) );
@@ -199,48 +201,49 @@ PIMSM_SHM_HOT void WriterTable::finish( const Place& place,
    }
 }
 
-uint64_t WriterTable::hashAhead( const TableWriter::PutItem& item ) const {
-   uint64_t hash = hashOf( item.record );
-   Position position = item.position < view_.geometry.positions()
-                          ? item.position
-                          : view_.geometry.homeOf( hash ) * lineWords;
-   prefetchForStore( reinterpret_cast<const std::byte*>( view_.index() + position ),
-                     1 );
-   return hash;
+PIMSM_SHM_HOT Position WriterTable::putHashed( const void* record, uint64_t hash,
+                                               Position hint ) {
+   // A copy: for all that the compiler knows, stores to the table change the member.
+   const WriterView view = view_;
+   prefetchForStore( view.slotBytes( free_.peek( freeAhead ) ), view.slotSize() );
+   uint32_t slot = free_.pop();
+   const RecordIdentity identity{ sequence_ + 1, slot, hash };
+   claimSlot( view, slot, identity.sequence );
+   fillSlot( view, record, identity );
+   Place place;
+   try {
+      place = placeFor( record, hash, hint );
+   } catch ( ... ) {
+      release( slot );
+      throw;
+   }
+   finish( view, place, identity );
+   return place.position;
 }
 
-// The slot that will be replaced: its stamp is stored to, its key compared.
-void WriterTable::fetchSlot( const TableWriter::PutItem& item,
-                             uint64_t hash ) const {
-   Position begin = item.position, end = begin + 1;
-   if ( begin >= view_.geometry.positions() ) {
-      begin = view_.geometry.homeOf( hash ) * lineWords;
-      end = begin + wordsPerLine;
-   }
-   for ( Position position = begin; position < end; ++position ) {
-      uint64_t word = view_.index()[position];
-      if ( !hasTag( word, tagOf( hash ) ) ) continue;
-      uint32_t slot = slotOf( word );
-      if ( slot >= view_.geometry.slotCount ) continue;
-      prefetchForStore( view_.slotBytes( slot ),
-                        sizeof( SlotHead ) + view_.geometry.keySize );
-   }
+Position WriterTable::put( const void* record, Position hint ) {
+   // The record is written while index line and former slot are on their way.
+   uint64_t hash = hashAhead( record, hint );
+   fetchSlot( hash, hint );
+   return putHashed( record, hash, hint );
 }
 
 void WriterTable::put( std::span<TableWriter::PutItem> items ) {
-   uint64_t hashes[linesAhead];
-   size_t fetchedLines = 0, fetchedSlots = 0;
+   constexpr size_t kept = 4 * fetchGroup;
+   uint64_t hashes[kept];
+   size_t lines = 0, slots = 0;
    for ( size_t i = 0; i < items.size(); ++i ) {
-      for ( ; fetchedLines < items.size() && fetchedLines < i + linesAhead;
-            ++fetchedLines ) {
-         hashes[fetchedLines % linesAhead] = hashAhead( items[fetchedLines] );
-      }
-      for ( ; fetchedSlots < items.size() && fetchedSlots < i + slotsAhead;
-            ++fetchedSlots ) {
-         fetchSlot( items[fetchedSlots], hashes[fetchedSlots % linesAhead] );
+      if ( i % fetchGroup == 0 ) {
+         for ( ; lines < std::min( items.size(), i + 3 * fetchGroup ); ++lines ) {
+            hashes[lines % kept] =
+               hashAhead( items[lines].record, items[lines].position );
+         }
+         for ( ; slots < std::min( items.size(), i + 2 * fetchGroup ); ++slots ) {
+            fetchSlot( hashes[slots % kept], items[slots].position );
+         }
       }
       items[i].position =
-         putHashed( items[i].record, hashes[i % linesAhead], items[i].position );
+         putHashed( items[i].record, hashes[i % kept], items[i].position );
    }
 }
 
@@ -259,7 +262,7 @@ Position WriterTable::commit( uint32_t slot, Position hint ) {
    RecordIdentity identity{ sequence_ + 1, slot, hash };
    storeWord( &view_.slot( slot )->checksum,
               recordChecksum( record, layout_.recordSize, identity ) );
-   finish( place, identity );
+   finish( view_, place, identity );
    --reservations_;
    return place.position;
 }

@@ -58,13 +58,13 @@ class WriterTable {
    [[noreturn]] void noPlace( bool full ) const;
    Place placeFor( const void* key, uint64_t hash, Position hint ) const;
    Position putHashed( const void* record, uint64_t hash, Position hint );
-   const std::byte* homeLine( uint64_t hash ) const;
    void openBell();
    bool writeBell() const;
    void release( uint32_t slot );
-   void finish( const Place& place, const RecordIdentity& identity );
-   uint64_t hashAhead( const TableWriter::PutItem& item ) const;
-   void fetchSlot( const TableWriter::PutItem& item, uint64_t hash ) const;
+   void finish( const WriterView& view, const Place& place,
+                const RecordIdentity& identity );
+   uint64_t hashAhead( const void* key, Position hint ) const;
+   void fetchSlot( uint64_t hash, Position hint ) const;
 
    TableFiles files_;
    Layout layout_;

@@ -165,7 +165,7 @@ TEST_P( DepartureTest, Matters ) {
    for ( const Macro& macro : macros() ) {
       Walker walker{ worldFor( macro ) };
       Model model;
-      for ( int i = 0; i != kSamples; ++i ) {
+      for ( int i = 0; i != kSamples / 4; ++i ) {
          dice.roll( macro, walker );
          model = walker.world;
          if ( macro.model( model ) ==

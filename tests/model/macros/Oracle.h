@@ -15,15 +15,15 @@ namespace Routing::Pim::SparseMode::Test {
    D( drWithoutPim,            "4.3.2: no DR without PIM",               "an interface without PIM record counts as DR" ) \
    D( namelessWinner,          "4.6: no winner is not me",               "no winner is me where the own address is unspecified" ) \
    D( excludeNeedsSibling,     "4.1.6: pim_exclude(S,G) asks no (*,G) state", "without (*,G) record nothing is excluded" ) \
-   D( lostSgJoinsRpfTest,      "4.6.1: never lost on RPF_interface(S)",  "that test is left out until joined upstream" ) \
+   D( lostSgJoinsRpfTest,      "4.6.5: never lost on RPF_interface(S)",  "that test is left out until joined upstream" ) \
    D( sptMetricWantsJoin,      "4.6.3: the MRIB's values",               "infinite until joined upstream" ) \
    D( noPathIsInfinite,        "4.6.3: the MRIB's values, zeros for none", "infinite without a path" ) \
    D( lostWcBarsOwnAssert,     "4.6.1: joins(S,G) and pim_include(S,G) assert all the same", "a lost (*,G) assert bars them" ) \
    D( lostWcEndsOwnTracking,   "4.6.1: joins(S,G) tracks all the same",  "not by its join, with the (*,G) assert lost" ) \
    D( standbyTracks,           "4.6.1: knows no standby path",           "the fast-reroute RPF interface tracks too" ) \
    D( noUpstreamNoJoin,        "4.5.4: joins for any outgoing interface", "not without an upstream record" ) \
-   D( registerNeverPrunes,     "4.5.6: no such exception",               "nothing is pruned from the register interface" ) \
-   D( standbySharesNeighbor,   "4.5.6: knows no standby path",           "not pruned off the fast-reroute neighbour" ) \
+   D( registerNeverPrunes,     "4.5.7: no such exception",               "nothing is pruned from the register interface" ) \
+   D( standbySharesNeighbor,   "4.5.7: knows no standby path",           "not pruned off the fast-reroute neighbour" ) \
    D( failoverIsMembership,    "4.1.6: (pim_include(*,G) - pim_exclude(S,G)) + pim_include(S,G)", "bare membership, exclusion first; no DR, no assert" )
 // clang-format on
 

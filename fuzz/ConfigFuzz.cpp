@@ -1,0 +1,22 @@
+// The configuration reader: any text gives a configuration or a fault with its place.
+
+#include <string>
+
+#include "apps/agent/config/ConfigReader.h"
+#include "fuzz/Check.h"
+
+extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size ) {
+   std::string text( reinterpret_cast<const char*>( data ), size );
+   try {
+      Agent::AgentConfig config = Agent::parseConfig( text, "fuzz" );
+      FUZZ_CHECK( !config.vrfs.empty() );
+      for ( const Agent::VrfConfig& vrf : config.vrfs ) {
+         FUZZ_CHECK( !vrf.name.empty() );
+         for ( const Agent::RpfRouteConfig& route : vrf.rpfRoutes )
+            FUZZ_CHECK( !route.interface.empty() );
+      }
+   } catch ( const Agent::ConfigError& e ) {
+      FUZZ_CHECK( std::string( e.what() ).compare( 0, 5, "fuzz:" ) == 0 );
+   }
+   return 0;
+}

@@ -1,0 +1,40 @@
+// The packet decoders. The first byte chooses what stands in front of the IP header,
+// the rest is a frame. What is accepted must be as the decoders promise.
+
+#include "apps/agent/packet/Pim.h"
+#include "fuzz/Check.h"
+
+namespace {
+
+void checkPim( const Agent::IpPacket& packet, const Agent::PimMessage& message ) {
+   const auto* joinPrune = std::get_if<Agent::PimJoinPrune>( &message.body );
+   if ( joinPrune == nullptr ) return;
+   FUZZ_CHECK( joinPrune->upstreamNeighbor.family() == packet.family() );
+   for ( const Agent::JoinPruneGroup& group : joinPrune->groups ) {
+      FUZZ_CHECK( group.address.family() == packet.family() );
+      for ( const auto* sources : { &group.joins, &group.prunes } ) {
+         for ( const Agent::EncodedSource& source : *sources )
+            FUZZ_CHECK( source.address.family() == packet.family() );
+      }
+   }
+}
+
+}
+
+extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size ) {
+   if ( size == 0 ) return 0;
+   auto link = static_cast<Agent::LinkType>( data[0] % 5 );
+   Agent::Bytes frame( data + 1, size - 1 );
+   Agent::IpPacket packet;
+   if ( Agent::decodeFrame( link, frame, packet ) != Agent::notDropped ) return 0;
+   FUZZ_CHECK( packet.payload.size() <= frame.size() );
+   FUZZ_CHECK( packet.payload.empty() ||
+               ( packet.payload.data() >= frame.data() &&
+                 packet.payload.data() + packet.payload.size() <=
+                    frame.data() + frame.size() ) );
+   FUZZ_CHECK( packet.source.family() == packet.destination.family() );
+   Agent::PimMessage message;
+   if ( Agent::decodePim( packet, message ) == Agent::notDropped )
+      checkPim( packet, message );
+   return 0;
+}

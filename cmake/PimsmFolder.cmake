@@ -34,6 +34,11 @@ if( PIMSM_SANITIZE )
    endif()
 endif()
 
+option( PIMSM_LIBFUZZER "Build the fuzz targets with libFuzzer (clang)" OFF )
+if( PIMSM_LIBFUZZER )
+   target_compile_options( pimsm_options INTERFACE -fsanitize=fuzzer-no-link )
+endif()
+
 set( CMAKE_CXX_EXTENSIONS OFF )
 set( CMAKE_POSITION_INDEPENDENT_CODE ON )
 set( CMAKE_CXX_VISIBILITY_PRESET hidden )
@@ -72,7 +77,10 @@ function( pimsm_shared_library )
    set_target_properties( Pimsm PROPERTIES
       VERSION ${PROJECT_VERSION} SOVERSION 1 LINKER_LANGUAGE CXX )
    target_link_libraries( Pimsm PUBLIC pimsm_options fmt::fmt Boost::headers )
-   target_link_options( Pimsm PRIVATE -Wl,--no-undefined )
+   # A sanitizer's runtime comes with the program.
+   if( NOT PIMSM_SANITIZE )
+      target_link_options( Pimsm PRIVATE -Wl,--no-undefined )
+   endif()
 endfunction()
 
 # The include rule is part of every build.

@@ -184,7 +184,7 @@ class PIMSM_API Route : public Mox::Entity {
    bool nullInheritedOlistSg() const;
    bool nullInheritedOlistSgRpt() const;
 
-   // ---- joins and prunes wanted upstream (RFC 7761, 4.5.4 to 4.5.6)
+   // ---- joins and prunes wanted upstream (RFC 7761, 4.5.4 to 4.5.7)
 
    // For (*,G) routes.
    bool joinDesiredWcRp() const;

@@ -20,7 +20,7 @@ namespace Routing::Pim::SparseMode {
 // Upstream (*,G) or (S,G) state (RFC 7761, 4.5.4 and 4.5.5).
 MOX_ENUM( UpJoinState, PIMSM_UP_JOIN_STATES )
 MOX_ENUM_TEXT( UpJoinState, PIMSM_UP_JOIN_STATES )
-// Upstream (S,G,rpt) state (RFC 7761, 4.5.6).
+// Upstream (S,G,rpt) state (RFC 7761, 4.5.7).
 MOX_ENUM( UpRptState, PIMSM_UP_RPT_STATES )
 MOX_ENUM_TEXT( UpRptState, PIMSM_UP_RPT_STATES )
 

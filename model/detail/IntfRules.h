@@ -129,7 +129,7 @@ class IntfRules {
       RESULT( rpfIntfIsHere() );
    }
 
-   // lost_assert(*,G,I) (4.6.3)
+   // lost_assert(*,G,I) (4.6.5)
    Bool lostAssertWc() const {
       RULE( Bool );
       FALSE_IF( rpfIntfIsHere() );

@@ -92,7 +92,7 @@ class RouteRules {
       RESULT( rpfIntfHasWinner() );
    }
 
-   // RPTJoinDesired(G) (RFC 7761, 4.5.6)
+   // RPTJoinDesired(G) (RFC 7761, 4.5.7)
    Bool rptJoinDesiredWc() const {
       RULE( Bool );
       TRUE_IF( joinDesiredWc() );
@@ -107,7 +107,7 @@ class RouteRules {
       RESULT( !nullInheritedOlistSg() );
    }
 
-   // PruneDesired(S,G,rpt) (RFC 7761, 4.5.6)
+   // PruneDesired(S,G,rpt) (RFC 7761, 4.5.7)
    //
    // Deliberately false where the shared tree comes in through the register
    // interface: this router is the RP, and there is nobody to prune. And

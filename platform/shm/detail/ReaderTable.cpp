@@ -14,7 +14,10 @@ namespace {
 
 constexpr size_t linesAhead = 16;
 constexpr size_t slotsAhead = 8;
+
+// A visit fetches slots in batches, and has at least so many fetched ahead.
 constexpr size_t aheadBatch = 16;
+constexpr size_t leastAhead = 8;
 
 bool nothingThere( int error ) {
    return error == ENOENT || error == ENOTDIR;
@@ -143,65 +146,44 @@ Lookup ReaderTable::at( Position position, void* out ) {
    return count( instance_->copy( position, out ), position );
 }
 
-namespace {
-
-// Goes through an index ahead of a visit: counts standing positions up to a distance.
-class Scout {
- public:
-   Scout( const Instance& instance, Position start )
-      : words_( instance.view().index() ),
-        end_( instance.geometry().positions() ),
-        position_( start ) {}
-
-   // Once fewer than `distance` standing positions lie ahead of the visit, advances
-   // by a batch and calls `found( word )` for each new one. In batches: address
-   // translations overlap only where nothing else is done between them.
-   template <class Found>
-   void advance( size_t distance, Found found ) {
-      if ( distance == 0 || ahead_ >= distance ) return;
-      distance += aheadBatch;
-      for ( ; position_ < end_ && ahead_ < distance; ++position_ ) {
-         uint64_t word = isWord( position_ ) ? loadWord( words_ + position_ ) : 0;
-         if ( !word ) continue;
-         found( word );
-         ++ahead_;
-      }
-   }
-   // The visit has passed one.
-   void passed() { ahead_ -= ahead_ != 0; }
-
- private:
-   const uint64_t* words_;
-   Position end_;
-   Position position_;
-   size_t ahead_ = 0;
-};
-
-}
-
+// Standing positions are gathered ahead of their visit, in batches: address
+// translations overlap only where nothing else is done between them. One that is
+// cleared meanwhile is no record when its turn comes.
 Position ReaderTable::visit( const TableReader::Visitor& visitor, Position after,
                              const TableReader::Ahead& ahead ) {
    if ( !instance_ ) return noPosition;
    // The visitor may poll: this instance is visited to its end.
    std::shared_ptr<const Instance> instance = instance_;
    const uint64_t* words = instance->view().index();
-   Position end = instance->geometry().positions();
+   const Position end = instance->geometry().positions();
    std::vector<std::byte> record( layout_.recordSize );
-   const size_t told = ahead ? aheadBatch : 0;
-   Scout slots( *instance, after + 1 ), keys( *instance, after + 1 );
-   for ( Position p = after + 1; p < end; ++p ) {
-      slots.advance( 2 * told + slotsAhead,
-                     [&]( uint64_t word ) { instance->fetchSlot( word ); } );
-      keys.advance( told, [&]( uint64_t word ) {
-         if ( instance->copyKey( word, record.data() ) ) ahead( record.data() );
-      } );
-      if ( !isWord( p ) || !loadWord( words + p ) ) continue;
-      slots.passed();
-      keys.passed();
-      Lookup found = count( instance->copy( p, record.data() ), p );
-      if ( found == lookupFound && !visitor( p, record.data() ) ) return p;
+   const size_t fetchAhead = ( ahead ? 2 * aheadBatch : 0 ) + leastAhead;
+   constexpr size_t kept = 4 * aheadBatch;
+   Position standing[kept];
+   size_t found = 0, told = 0, visited = 0;
+   Position scanned = after + 1;
+   for ( ;; ++visited ) {
+      if ( found - visited < fetchAhead ) {
+         for ( ; scanned < end && found - visited < fetchAhead + aheadBatch;
+               ++scanned ) {
+            uint64_t word = isWord( scanned ) ? loadWord( words + scanned ) : 0;
+            if ( !word ) continue;
+            instance->fetchSlot( word );
+            standing[found++ % kept] = scanned;
+         }
+      }
+      if ( ahead && told - visited < aheadBatch ) {
+         for ( ; told < found && told - visited < 2 * aheadBatch; ++told ) {
+            uint64_t word = loadWord( words + standing[told % kept] );
+            if ( instance->copyKey( word, record.data() ) ) ahead( record.data() );
+         }
+      }
+      if ( visited == found ) return noPosition;
+      Position p = standing[visited % kept];
+      if ( !loadWord( words + p ) ) continue;
+      Lookup result = count( instance->copy( p, record.data() ), p );
+      if ( result == lookupFound && !visitor( p, record.data() ) ) return p;
    }
-   return noPosition;
 }
 
 Position ReaderTable::resumeBefore( const void* key ) {

@@ -13,7 +13,7 @@ namespace Brane::Detail {
 namespace {
 
 // How far ahead slots and what is known of them are fetched.
-constexpr uint32_t slotsAhead = 6;
+constexpr uint32_t slotsAhead = 16;
 constexpr Position wordsAhead = 24;
 
 }
@@ -54,16 +54,7 @@ void Survey::judgeHead() {
                                  path_, head ) );
 }
 
-void Survey::scanSlots() {
-   for ( uint32_t slot = 0; slot < slots_.size(); ++slot ) {
-      if ( slot + slotsAhead < slots_.size() ) {
-         prefetch( view_.slotBytes( slot + slotsAhead ), view_.slotSize() );
-      }
-      if ( stateOf( view_.slot( slot )->stamp ) == slotLive ) judgeSlot( slot );
-   }
-}
-
-void Survey::judgeSlot( uint32_t slot ) {
+PIMSM_SHM_HOT void Survey::judgeSlot( uint32_t slot ) {
    const SlotHead* head = view_.slot( slot );
    const std::byte* record = view_.record( slot );
    uint64_t sequence = sequenceOf( head->stamp );
@@ -83,21 +74,69 @@ void Survey::judgeSlot( uint32_t slot ) {
    highest_ = std::max( highest_, sequence );
 }
 
-// Keeps each index word that names a whole record of the right key.
-void Survey::claimWords() {
-   const uint64_t* words = view_.index();
-   Position end = view_.geometry.positions();
-   for ( Position p = 0; p < end; ++p ) {
-      uint64_t ahead = p + wordsAhead < end ? words[p + wordsAhead] : 0;
-      if ( slotOf( ahead ) < slots_.size() ) {
-         prefetch( reinterpret_cast<const std::byte*>( &slots_[slotOf( ahead )] ),
-                   sizeof( Slot ) );
+void Survey::scanSlots() {
+   for ( uint32_t slot = 0; slot < slots_.size(); ++slot ) {
+      if ( slot + slotsAhead < slots_.size() ) {
+         prefetch( view_.slotBytes( slot + slotsAhead ), view_.slotSize() );
       }
-      if ( isWord( p ) && words[p] ) claim( p );
+      if ( stateOf( view_.slot( slot )->stamp ) == slotLive ) judgeSlot( slot );
    }
 }
 
-void Survey::claim( Position position ) {
+PIMSM_SHM_HOT void Survey::countPassed( uint64_t hash, Position position,
+                                        uint64_t change ) {
+   uint32_t line = view_.geometry.homeOf( hash );
+   for ( ; line < position / lineWords; ++line ) {
+      want_[line * lineWords + 7] += change;
+   }
+}
+
+// Where another slot with this slot's key stands, before `end`.
+PIMSM_SHM_HOT Position Survey::twinOf( uint32_t slot, Position end ) const {
+   const Slot& mine = slots_[slot];
+   uint32_t line = view_.geometry.homeOf( mine.hash );
+   for ( ; line * lineWords < end; ++line ) {
+      uint32_t found = wordsWith( &want_[line * lineWords], tagOf( mine.hash ) );
+      while ( found ) {
+         Position p = line * lineWords + takeFirst( found );
+         if ( p < end &&
+              sameBytes( view_.record( slotOf( want_[p] ) ), view_.record( slot ),
+                         view_.geometry.keySize ) ) {
+            return p;
+         }
+      }
+   }
+   return noPosition;
+}
+
+PIMSM_SHM_HOT bool Survey::fits( Position position, uint64_t word ) const {
+   uint32_t slot = slotOf( word );
+   if ( slot >= slots_.size() ) return false;
+   const Slot& found = slots_[slot];
+   return found.sequence && !found.indexed() &&
+          word == indexWord( slot, found.hash, found.sequence ) &&
+          view_.geometry.reaches( found.hash, position );
+}
+
+PIMSM_SHM_HOT void Survey::enter( uint32_t slot, Position position ) {
+   Slot& found = slots_[slot];
+   want_[position] = indexWord( slot, found.hash, found.sequence );
+   countPassed( found.hash, position, 1 );
+   found.sequence |= indexedBit;
+   ++survivors_;
+}
+
+// The record there gives way to a newer one of its key.
+void Survey::leave( Position position ) {
+   uint32_t slot = slotOf( want_[position] );
+   countPassed( slots_[slot].hash, position, ~uint64_t( 0 ) );
+   want_[position] = 0;
+   slots_[slot].sequence = 0;
+   older_.push_back( slot );
+   --survivors_;
+}
+
+PIMSM_SHM_HOT void Survey::claim( Position position ) {
    uint64_t word = view_.index()[position];
    uint32_t slot = slotOf( word );
    if ( !fits( position, word ) ) {
@@ -121,56 +160,18 @@ void Survey::claim( Position position ) {
    enter( slot, position );
 }
 
-bool Survey::fits( Position position, uint64_t word ) const {
-   uint32_t slot = slotOf( word );
-   if ( slot >= slots_.size() ) return false;
-   const Slot& found = slots_[slot];
-   return found.sequence && !found.indexed() &&
-          word == indexWord( slot, found.hash, found.sequence ) &&
-          view_.geometry.reaches( found.hash, position );
-}
-
-void Survey::enter( uint32_t slot, Position position ) {
-   Slot& found = slots_[slot];
-   want_[position] = indexWord( slot, found.hash, found.sequence );
-   countPassed( found.hash, position, 1 );
-   found.sequence |= indexedBit;
-   ++survivors_;
-}
-
-// The record there gives way to a newer one of its key.
-void Survey::leave( Position position ) {
-   uint32_t slot = slotOf( want_[position] );
-   countPassed( slots_[slot].hash, position, ~uint64_t( 0 ) );
-   want_[position] = 0;
-   slots_[slot].sequence = 0;
-   older_.push_back( slot );
-   --survivors_;
-}
-
-void Survey::countPassed( uint64_t hash, Position position, uint64_t change ) {
-   uint32_t line = view_.geometry.homeOf( hash );
-   for ( ; line < position / lineWords; ++line ) {
-      want_[line * lineWords + 7] += change;
-   }
-}
-
-// Where another slot with this slot's key stands, before `end`.
-Position Survey::twinOf( uint32_t slot, Position end ) const {
-   const Slot& mine = slots_[slot];
-   uint32_t line = view_.geometry.homeOf( mine.hash );
-   for ( ; line * lineWords < end; ++line ) {
-      uint32_t found = wordsWith( &want_[line * lineWords], tagOf( mine.hash ) );
-      while ( found ) {
-         Position p = line * lineWords + takeFirst( found );
-         if ( p < end &&
-              sameBytes( view_.record( slotOf( want_[p] ) ), view_.record( slot ),
-                         view_.geometry.keySize ) ) {
-            return p;
-         }
+// Keeps each index word that names a whole record of the right key.
+void Survey::claimWords() {
+   const uint64_t* words = view_.index();
+   Position end = view_.geometry.positions();
+   for ( Position p = 0; p < end; ++p ) {
+      uint64_t ahead = p + wordsAhead < end ? words[p + wordsAhead] : 0;
+      if ( slotOf( ahead ) < slots_.size() ) {
+         prefetch( reinterpret_cast<const std::byte*>( &slots_[slotOf( ahead )] ),
+                   sizeof( Slot ) );
       }
+      if ( isWord( p ) && words[p] ) claim( p );
    }
-   return noPosition;
 }
 
 void Survey::placeUnindexed() {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <set>
 
+#include "apps/agent/engine/Advertised.h"
+
 namespace Agent {
 
 namespace Sm = Routing::Pim::SparseMode;
@@ -48,8 +50,15 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      tables_( Sm::Brane::Status::mountInDependencyOrder(
         manager, Sm::Brane::Status::mountPath( family, config.name ),
         ::Brane::tableWriter, model_.get() ) ),
+     registers_( Sm::RegisterStatus::mount(
+        manager, Sm::RegisterStatus::mountPath( family, config.name ),
+        ::Brane::tableWriter, Sm::RegisterCapacities( *model_ ) ) ),
+     advertised_( Sm::AdvertisedSgStatus::mount(
+        manager, Sm::AdvertisedSgStatus::mountPath( family, config.name ),
+        ::Brane::tableWriter, Sm::AdvertisedSgStatus::capacityFor( *model_ ) ) ),
      engine_( model_, clock, routing_, counters ),
      forwarding_( model_ ),
+     registering_( registers_, clock, routing_, config_, counters ),
      real_( real ),
      resume_( &real ),
      published_( Published::FamilyStatus::mount(
@@ -115,6 +124,8 @@ void FamilyInstance::removeLink( Vantu::IntfId intfId ) {
 void FamilyInstance::adopt() {
    adopted_ = true;
    engine_.adopt();
+   registering_.adopt();
+   publishAdvertised( *advertised_, config_, family_, counters_ );
    for ( auto& receive : std::exchange( waiting_, {} ) ) receive();
 }
 
@@ -122,11 +133,16 @@ void FamilyInstance::configIs( const VrfConfig& config ) {
    config_ = config;
    publishDue_ = true;
    updateLinks();
-   if ( adopted_ ) engine_.updatePaths();
+   if ( !adopted_ ) return;
+   engine_.updatePaths();
+   registering_.updateConfig();
+   publishAdvertised( *advertised_, config_, family_, counters_ );
 }
 
 void FamilyInstance::retire() {
    manager_.removeTables( tables_->name() );
+   manager_.removeTables( registers_->name() );
+   manager_.removeTables( advertised_->name() );
    manager_.removeTables( published_->name() );
 }
 
@@ -181,6 +197,11 @@ void FamilyInstance::receiveNow( Vantu::IntfId intfId, const IpPacket& packet,
                                  const PimMessage& message ) {
    auto found = links_.find( intfId );
    if ( found == links_.end() ) return counters_.refused( noAddress );
+   // Unicast, and of a register one of this router's own counts.
+   if ( const auto* got = std::get_if<PimRegister>( &message.body ) )
+      return registering_.receive( packet, *got );
+   if ( const auto* got = std::get_if<PimRegisterStop>( &message.body ) )
+      return registering_.receive( packet, *got );
    Link& link = found->second;
    if ( std::find( link.own.begin(), link.own.end(), packet.source ) !=
         link.own.end() ) {

@@ -12,9 +12,11 @@
 #include "apps/agent/AgentClock.h"
 #include "apps/agent/engine/ForwardingEngine.h"
 #include "apps/agent/engine/JoinPruneEngine.h"
+#include "apps/agent/engine/RegisterEngine.h"
 #include "apps/published/Publisher.h"
 #include "export/RouteBraneRestartSm.h"
 #include "export/RouteBraneWriterSm.h"
+#include "register/AdvertisedSgStatus.h"
 
 namespace Agent {
 
@@ -34,6 +36,12 @@ class FamilyInstance {
    const Routing::Pim::SparseMode::Status& model() const { return *model_; }
    const Routing::Pim::SparseMode::Brane::Status& tables() const {
       return *tables_;
+   }
+   const Routing::Pim::SparseMode::RegisterStatus& registers() const {
+      return *registers_;
+   }
+   const Routing::Pim::SparseMode::AdvertisedSgStatus& advertised() const {
+      return *advertised_;
    }
 
    // Has the reload ended?
@@ -92,8 +100,11 @@ class FamilyInstance {
    Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables_;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneRestartSm> restart_;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneWriterSm> writer_;
+   Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers_;
+   Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised_;
    JoinPruneEngine engine_;
    ForwardingEngine forwarding_;
+   RegisterEngine registering_;
    // Asks for another turn when a review has used up its time.
    Mox::Clock& real_;
    Resume resume_;

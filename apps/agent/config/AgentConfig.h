@@ -43,6 +43,17 @@ struct RpConfig {
    Vantu::IpGenAddr address;
    // All multicast groups of the family where none is named.
    std::vector<Vantu::IpGenPrefix> groups;
+   // The addresses by which the other routers of an anycast RP send their registers
+   // (RFC 4610).
+   std::vector<Vantu::IpGenAddr> anycastPeers = {};
+};
+
+// An (S,G) that this router advertises to other RPs.
+struct AdvertisedConfig {
+   Vantu::IpGenAddr source;
+   Vantu::IpGenAddr group;
+   Vantu::IpGenAddr rp;
+   bool anycast = false;  // learned from an anycast-RP peer
 };
 
 // Both address families.
@@ -55,6 +66,7 @@ struct VrfConfig {
    std::vector<InterfaceConfig> interfaces;
    std::vector<RpfRouteConfig> rpfRoutes;
    std::vector<RpConfig> rps;
+   std::vector<AdvertisedConfig> advertised;
 };
 
 struct AgentConfig {

@@ -1,12 +1,15 @@
 #include "apps/agent/config/ConfigReader.h"
 
 #include <fmt/format.h>
+#include <yaml-cpp/eventhandler.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <optional>
+#include <set>
+#include <sstream>
 
 #include "apps/agent/config/detail/Section.h"
 
@@ -29,6 +32,15 @@ IpGenPrefix multicastRange( AddressFamily family ) {
 void checkUnicast( const Place& place, const IpGenAddr& address ) {
    if ( !address.isUnspecified() && !address.isMulticast() ) return;
    place.fail( valueToStrep( address ) + " is no unicast address" );
+}
+
+IpGenAddr readUnicast( const Place& place, const char* what,
+                       AddressFamily family ) {
+   auto address = Section::convert<IpGenAddr>( place, what );
+   checkUnicast( place, address );
+   if ( address.family() == family ) return address;
+   place.fail(
+      fmt::format( "{}: {} is of another family", what, valueToStrep( address ) ) );
 }
 
 // A member of `names` twice is an error at `place`.
@@ -80,6 +92,7 @@ class VrfReader {
    InterfaceConfig readInterface( const Place& place );
    RpfRouteConfig readRpfRoute( const Place& place, const VrfConfig& vrf );
    RpConfig readRp( const Place& place );
+   AdvertisedConfig readAdvertised( const Place& place );
    void readName( Section& section, VrfConfig& out );
 
    std::vector<L3::VrfName> vrfs_;
@@ -89,12 +102,14 @@ class VrfReader {
    std::vector<IpGenAddr> addresses_;
    std::vector<IpGenPrefix> rpfPrefixes_;
    std::vector<IpGenAddr> rps_;
+   std::set<std::pair<IpGenAddr, IpGenAddr>> advertised_;
 };
 
 VrfConfig VrfReader::read( const Place& place ) {
    addresses_.clear();
    rpfPrefixes_.clear();
    rps_.clear();
+   advertised_.clear();
    Section section( place, "vrf" );
    VrfConfig out;
    readName( section, out );
@@ -109,6 +124,9 @@ VrfConfig VrfReader::read( const Place& place ) {
    }
    for ( const Place& member : section.list( "rps" ) ) {
       out.rps.push_back( readRp( member ) );
+   }
+   for ( const Place& member : section.list( "advertised" ) ) {
+      out.advertised.push_back( readAdvertised( member ) );
    }
    section.finish();
    return out;
@@ -187,9 +205,74 @@ RpConfig VrfReader::readRp( const Place& place ) {
       }
    }
    if ( out.groups.empty() ) out.groups.push_back( range );
+   for ( const Place& member : section.list( "anycast-peers" ) ) {
+      auto peer = readUnicast( member, "anycast-peers", out.address.family() );
+      checkNew( member, "peer", out.anycastPeers, peer, valueToStrep( peer ) );
+   }
    section.finish();
    return out;
 }
+
+AdvertisedConfig VrfReader::readAdvertised( const Place& place ) {
+   Section section( place, "advertised" );
+   AdvertisedConfig out;
+   Place group = section.require( "group" );
+   out.group = Section::convert<IpGenAddr>( group, "group" );
+   if ( !out.group.isMulticast() )
+      group.fail( valueToStrep( out.group ) + " is no multicast address" );
+   AddressFamily family = out.group.family();
+   out.source = readUnicast( section.require( "source" ), "source", family );
+   out.rp = readUnicast( section.require( "rp" ), "rp", family );
+   section.value( "anycast", out.anycast );
+   section.finish();
+   if ( !advertised_.emplace( out.source, out.group ).second ) {
+      place.fail( fmt::format( "advertised ({}, {}) comes twice",
+                               valueToStrep( out.source ),
+                               valueToStrep( out.group ) ) );
+   }
+   return out;
+}
+
+// Where a second document begins. The parser's own way to load all of them does not end
+// on some broken texts.
+class SecondDocument : private YAML::EventHandler {
+ public:
+   // The line of the first thing in it; 0: there is none.
+   static int lineIn( const std::string& text ) {
+      std::istringstream stream( text );
+      YAML::Parser parser( stream );
+      SecondDocument handler;
+      if ( !parser.HandleNextDocument( handler ) ) return 0;
+      handler.line_ = 0;
+      parser.HandleNextDocument( handler );
+      return handler.line_;
+   }
+
+ private:
+   using Mark = YAML::Mark;
+   using Tag = const std::string&;
+   using Style = YAML::EmitterStyle::value;
+   void met( const Mark& mark ) {
+      if ( line_ == 0 ) line_ = mark.line + 1;
+   }
+   void OnDocumentStart( const Mark& ) override {}
+   void OnDocumentEnd() override {}
+   void OnNull( const Mark&, YAML::anchor_t ) override {}
+   void OnAlias( const Mark& mark, YAML::anchor_t ) override { met( mark ); }
+   void OnScalar( const Mark& mark, Tag, YAML::anchor_t, Tag ) override {
+      met( mark );
+   }
+   void OnSequenceStart( const Mark& mark, Tag, YAML::anchor_t, Style ) override {
+      met( mark );
+   }
+   void OnSequenceEnd() override {}
+   void OnMapStart( const Mark& mark, Tag, YAML::anchor_t, Style ) override {
+      met( mark );
+   }
+   void OnMapEnd() override {}
+
+   int line_ = 0;
+};
 
 AgentConfig readRoot( const Place& place ) {
    Section section( place, "configuration" );
@@ -207,11 +290,10 @@ AgentConfig readRoot( const Place& place ) {
 
 AgentConfig parseConfig( const std::string& text, const std::string& name ) {
    try {
-      std::vector<YAML::Node> documents = YAML::LoadAll( text );
-      if ( documents.size() > 1 ) {
-         Place{ documents[1], &name }.fail( "a second document" );
+      if ( int line = SecondDocument::lineIn( text ) ) {
+         throw ConfigError( fmt::format( "{}:{}: a second document", name, line ) );
       }
-      return readRoot( { documents.empty() ? YAML::Node() : documents[0], &name } );
+      return readRoot( { YAML::Load( text ), &name } );
    } catch ( const YAML::Exception& e ) {
       throw ConfigError( fmt::format( "{}:{}: {}", name, e.mark.line + 1, e.msg ) );
    }

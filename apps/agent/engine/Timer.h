@@ -21,6 +21,7 @@ class Timer : public Mox::Clock::Notifiee {
       double until = clock()->now() + seconds;
       if ( !running_ || wakeupTime() < until ) startUntil( until );
    }
+   bool running() const { return running_; }
    void cancel() {
       running_ = false;
       wakeupTimeIs( never );

@@ -21,7 +21,8 @@ namespace Agent {
   R( badChecksum,       "the PIM checksum is wrong" ) \
   R( truncatedMessage,  "the PIM message ends early" ) \
   R( badAddress,        "an encoded address is malformed or of another family" ) \
-  R( badOption,         "a hello option has a wrong length" )
+  R( badOption,         "a hello option has a wrong length" ) \
+  R( badRegister,       "a register holds no packet of its own family" )
 // clang-format on
 
 #define AGENT_DROP_NAME( name, text ) name,

@@ -65,11 +65,14 @@ class Decoder {
 
    DropReason hello( PimHello& out );
    DropReason joinPrune( PimJoinPrune& out );
+   DropReason registerData( PimRegister& out );
+   DropReason registerStop( PimRegisterStop& out );
 
  private:
    DropReason option( uint16_t type, Cursor value, PimHello& out );
    DropReason addressList( Cursor value, PimHello& out );
    DropReason group( JoinPruneGroup& out );
+   DropReason groupAddress( IpGenAddr& out, uint8_t& maskLength );
    DropReason source( EncodedSource& out );
    DropReason sources( size_t count, std::vector<EncodedSource>& out );
    DropReason address( Cursor& cursor, uint8_t family, uint8_t encoding,
@@ -143,14 +146,41 @@ DropReason Decoder::joinPrune( PimJoinPrune& out ) {
    return cursor_.ok() ? notDropped : truncatedMessage;
 }
 
-DropReason Decoder::group( JoinPruneGroup& out ) {
+DropReason Decoder::registerData( PimRegister& out ) {
+   uint32_t flags = cursor_.u32();
+   out.border = ( flags & 0x80000000 ) != 0;
+   out.nullRegister = ( flags & 0x40000000 ) != 0;
+   if ( !cursor_.ok() || cursor_.atEnd() ) return truncatedMessage;
+   bool isIpv4 = family_ == AddressFamily::ipv4;
+   if ( cursor_.rest()[0] >> 4 != ( isIpv4 ? 4 : 6 ) ) return badRegister;
+   // Up to the addresses, the last fields of either header but IPv4's options.
+   cursor_.skip( isIpv4 ? 12 : 8 );
+   Bytes source = cursor_.take( Vantu::addressBits( family_ ) / 8 );
+   Bytes group = cursor_.take( Vantu::addressBits( family_ ) / 8 );
+   if ( !cursor_.ok() ) return truncatedMessage;
+   out.source = IpGenAddr::fromBytes( family_, source.data() );
+   out.group = IpGenAddr::fromBytes( family_, group.data() );
+   return notDropped;
+}
+
+DropReason Decoder::registerStop( PimRegisterStop& out ) {
+   DropReason reason = groupAddress( out.group, out.maskLength );
+   return reason != notDropped ? reason : unicast( cursor_, out.source );
+}
+
+DropReason Decoder::groupAddress( IpGenAddr& out, uint8_t& maskLength ) {
    uint8_t family = cursor_.u8();
    uint8_t encoding = cursor_.u8();
    cursor_.skip( 1 );
-   out.maskLength = cursor_.u8();
-   DropReason reason = address( cursor_, family, encoding, out.address );
+   maskLength = cursor_.u8();
+   DropReason reason = address( cursor_, family, encoding, out );
    if ( reason != notDropped ) return reason;
-   if ( !isMaskLength( out.maskLength ) ) return badAddress;
+   return isMaskLength( maskLength ) ? notDropped : badAddress;
+}
+
+DropReason Decoder::group( JoinPruneGroup& out ) {
+   DropReason reason = groupAddress( out.address, out.maskLength );
+   if ( reason != notDropped ) return reason;
    size_t joins = cursor_.u16();
    size_t prunes = cursor_.u16();
    reason = sources( joins, out.joins );
@@ -220,13 +250,18 @@ DropReason decodePim( const IpPacket& packet, PimMessage& out ) {
    if ( !isGoodChecksum( packet, out.type ) ) return badChecksum;
    Decoder decoder( cursor.rest(), packet.family() );
    out.body = {};
-   if ( out.type == PimType::hello ) {
-      return decoder.hello( out.body.emplace<PimHello>() );
+   switch ( out.type ) {
+      case PimType::hello:
+         return decoder.hello( out.body.emplace<PimHello>() );
+      case PimType::joinPrune:
+         return decoder.joinPrune( out.body.emplace<PimJoinPrune>() );
+      case PimType::registerData:
+         return decoder.registerData( out.body.emplace<PimRegister>() );
+      case PimType::registerStop:
+         return decoder.registerStop( out.body.emplace<PimRegisterStop>() );
+      default:
+         return notDropped;
    }
-   if ( out.type == PimType::joinPrune ) {
-      return decoder.joinPrune( out.body.emplace<PimJoinPrune>() );
-   }
-   return notDropped;
 }
 
 }

@@ -1,7 +1,7 @@
 // PIM version 2 messages (RFC 7761, 4.9).
 //
-// Hello and join/prune are decoded in full; of every other message only the type,
-// which the agent counts. A message is checked as a whole before any of it counts.
+// Hello, join/prune and register-stop are decoded in full; of a register's data packet
+// only who sends to whom; of every other message only the type, which the agent counts. A message is checked as a whole before any of it counts.
 #pragma once
 
 #include <cstdint>
@@ -74,14 +74,33 @@ struct PimJoinPrune {
    std::vector<JoinPruneGroup> groups;
 };
 
+// A data packet, or a null register's header alone, that a router passed on (RFC 7761,
+// 4.9.3). Both addresses are of the outer packet's family.
+struct PimRegister {
+   bool border = false;
+   bool nullRegister = false;
+   Vantu::IpGenAddr source;
+   Vantu::IpGenAddr group;  // the data packet's destination, whatever it is
+};
+
+// RFC 7761, 4.9.4.
+struct PimRegisterStop {
+   Vantu::IpGenAddr group;
+   uint8_t maskLength = 0;
+   Vantu::IpGenAddr source;  // unspecified: every source of the group
+};
+
 struct PimMessage {
    PimType type = PimType::hello;
-   std::variant<std::monostate, PimHello, PimJoinPrune> body;
+   std::variant<std::monostate, PimHello, PimJoinPrune, PimRegister,
+                PimRegisterStop>
+      body;
 };
 
 // Fills `out` and returns notDropped, or says why not; `out` is then unspecified.
 // The checksum covers the message, for IPv6 with the pseudo header, and of a
-// register only the first 8 bytes; one over the whole register is accepted too.
+// register only the first 8 bytes, which is then also the length in the pseudo header;
+// one over the whole register is accepted too (RFC 7761, 4.9 and 4.9.3).
 [[nodiscard]] DropReason decodePim( const IpPacket& packet, PimMessage& out );
 
 }

@@ -55,6 +55,13 @@ TEST( Config, TheDocumentedExampleIsRead ) {
    EXPECT_EQ( vrf.rpfRoutes[1].neighbor, IpGenAddr( "::" ) )
       << "on the link itself";
    EXPECT_EQ( vrf.rps[0].groups, std::vector{ IpGenPrefix( "239.0.0.0/8" ) } );
+   EXPECT_EQ( vrf.rps[2].anycastPeers, std::vector{ IpGenAddr( "10.0.1.9" ) } );
+   ASSERT_EQ( vrf.advertised.size(), 2u );
+   EXPECT_EQ( vrf.advertised[0].source, IpGenAddr( "10.0.0.7" ) );
+   EXPECT_EQ( vrf.advertised[0].group, IpGenAddr( "239.1.2.3" ) );
+   EXPECT_EQ( vrf.advertised[1].rp, IpGenAddr( "1.1.1.2" ) );
+   EXPECT_FALSE( vrf.advertised[0].anycast );
+   EXPECT_TRUE( vrf.advertised[1].anycast );
    EXPECT_EQ( config.vrfs[1].interfaces[0].name, Vantu::IntfId( "eth2" ) );
 }
 
@@ -68,6 +75,9 @@ TEST( Config, FaultsNameFileAndLine ) {
    };
    auto rpf = []( const char* fields ) {
       return "rpf-routes: [{prefix: " + std::string( fields ) + "}]";
+   };
+   auto advertised = []( const char* fields ) {
+      return "advertised: [{" + std::string( fields ) + "}]";
    };
    for ( const Row& row : {
             Row{ "maxRouter: 5", "vrf: unknown key 'maxRouter'" },
@@ -91,6 +101,21 @@ TEST( Config, FaultsNameFileAndLine ) {
               "ff0e::/16 is not within 224.0.0.0/4" },
             { "rps: [{address: 10.0.0.1}, {address: 10.0.0.1}]",
               "RP '10.0.0.1' comes twice" },
+            { "rps: [{address: 10.0.0.1, anycast-peers: ['::1']}]",
+              "anycast-peers: ::1 is of another family" },
+            { "rps: [{address: 10.0.0.1, anycast-peers: [10.0.0.2, 10.0.0.2]}]",
+              "peer '10.0.0.2' comes twice" },
+            { advertised( "source: 10.0.0.7, rp: 10.0.0.1" ),
+              "advertised: key 'group' is missing" },
+            { advertised( "source: 10.0.0.7, group: 10.0.0.8, rp: 10.0.0.1" ),
+              "10.0.0.8 is no multicast address" },
+            { advertised( "source: '::7', group: 239.1.2.3, rp: 10.0.0.1" ),
+              "source: ::7 is of another family" },
+            { advertised( "source: 10.0.0.7, group: 239.1.2.3, rp: 224.0.0.1" ),
+              "224.0.0.1 is no unicast address" },
+            { advertised( "source: 10.0.0.7, group: 239.1.2.3, rp: 10.0.0.1}, "
+                          "{source: 10.0.0.7, group: 239.1.2.3, rp: 10.0.0.2" ),
+              "advertised (10.0.0.7, 239.1.2.3) comes twice" },
             { rpf( "10.0.0.0/33, interface: eth0" ),
               "prefix: IpGenPrefix::length > 32 not allowed" },
             { rpf( "none, interface: eth0" ), "prefix: expected address/length" },

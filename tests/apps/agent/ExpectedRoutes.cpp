@@ -51,6 +51,7 @@ void ExpectedRoutes::receive( const ListedMessage& message ) {
    bool hello = message.type == "Hello";
    bool joinPrune = message.type == "Join/Prune";
    if ( message.checksum != "Good" || message.type.rfind( "v1 ", 0 ) == 0 ) return;
+   if ( message.type.rfind( "Register", 0 ) == 0 ) return;  // no concern of routes
    if ( message.sender == router_ ) {
       ++refused_["ownPacket"];
    } else if ( !hello && !joinPrune ) {

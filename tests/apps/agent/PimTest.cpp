@@ -13,6 +13,7 @@ using Vantu::IpGenAddr;
 
 constexpr unsigned kHello = 0;
 constexpr unsigned kRegister = 1;
+constexpr unsigned kRegisterStop = 2;
 constexpr unsigned kJoinPrune = 3;
 
 unsigned folded( const ByteVector& bytes ) {
@@ -91,6 +92,19 @@ const ByteVector kJoinPruneBody = PacketBuilder()
                                      .group( "233.252.0.2" )
                                      .hex( "0000 0001" )
                                      .source( "198.51.100.4", 0 );
+
+// Flags and the header of a data packet.
+ByteVector registerBody( uint32_t flags, bool isIpv6 ) {
+   PacketBuilder body;
+   body.u32( flags );
+   if ( isIpv6 ) {
+      body.hex( "60000000 0004 11 10" ).addr( "2001:db8::7" ).addr( "ff3e::1" );
+   } else {
+      body.hex( "45000018 00000000 1011 0000" );
+      body.addr( "198.51.100.7" ).addr( "233.252.0.1" );
+   }
+   return body;
+}
 
 TEST( PimHello, ReadsKnownOptionsAndSkipsOthers ) {
    PimHello got = hello( PacketBuilder()
@@ -214,12 +228,12 @@ TEST( PimMessage, VersionAndChecksumDecideFirst ) {
 }
 
 TEST( PimMessage, RegisterChecksumCoversItsHeaderOrAll ) {
-   ByteVector body = PacketBuilder().hex( "00000000 12345678 00000009" );
    for ( bool isIpv6 : { false, true } ) {
+      ByteVector body = registerBody( 0, isIpv6 );
       Packet packet( kRegister, body, isIpv6 );
       EXPECT_EQ( packet.reason(), notDropped ) << "over the whole message";
       EXPECT_EQ( packet.checksum( 8 ).reason(), notDropped );
-      packet.bytes()[9] ^= 1;
+      packet.bytes().back() ^= 1;
       EXPECT_EQ( packet.reason(), notDropped ) << "data is not covered";
       packet.bytes()[5] ^= 1;
       EXPECT_EQ( packet.reason(), badChecksum );
@@ -227,6 +241,52 @@ TEST( PimMessage, RegisterChecksumCoversItsHeaderOrAll ) {
       EXPECT_EQ( shorter.checksum( 8 ).reason(), badChecksum )
          << "only registers may leave their data out";
    }
+}
+
+TEST( PimRegister, NamesTheDataPacketsAddressesAndItsFlags ) {
+   for ( bool isIpv6 : { false, true } ) {
+      for ( uint32_t flags : { 0u, 0x40000000u, 0x80000000u, 0x3fffffffu } ) {
+         PimMessage message;
+         Packet packet( kRegister, registerBody( flags, isIpv6 ), isIpv6 );
+         ASSERT_EQ( packet.checksum( 8 ).decode( message ), notDropped );
+         const auto& got = std::get<PimRegister>( message.body );
+         EXPECT_EQ( got.border, flags == 0x80000000 );
+         EXPECT_EQ( got.nullRegister, flags == 0x40000000 );
+         EXPECT_EQ( got.source,
+                    IpGenAddr( isIpv6 ? "2001:db8::7" : "198.51.100.7" ) );
+         EXPECT_EQ( got.group, IpGenAddr( isIpv6 ? "ff3e::1" : "233.252.0.1" ) );
+      }
+      EXPECT_EQ( Packet( kRegister, registerBody( 0, !isIpv6 ), isIpv6 ).reason(),
+                 badRegister )
+         << "a data packet of the other family";
+      Packet whole( kRegister, registerBody( 0, isIpv6 ), isIpv6 );
+      for ( size_t length = 4; length < whole.bytes().size(); ++length ) {
+         Packet packet = whole;
+         EXPECT_EQ( packet.cut( length ).reason(), truncatedMessage ) << length;
+      }
+   }
+}
+
+TEST( PimRegisterStop, NamesGroupAndSource ) {
+   ByteVector body =
+      PacketBuilder().group( "233.252.0.1" ).unicast( "198.51.100.7" );
+   PimMessage message;
+   ASSERT_EQ( Packet( kRegisterStop, body ).decode( message ), notDropped );
+   const auto& got = std::get<PimRegisterStop>( message.body );
+   EXPECT_EQ( got.group, IpGenAddr( "233.252.0.1" ) );
+   EXPECT_EQ( got.maskLength, 32 );
+   EXPECT_EQ( got.source, IpGenAddr( "198.51.100.7" ) );
+   for ( size_t length = 4; length < body.size() + 4; ++length ) {
+      EXPECT_EQ( Packet( kRegisterStop, body ).cut( length ).reason(),
+                 truncatedMessage )
+         << length;
+   }
+   ByteVector wide = body;
+   wide[3] = 33;
+   EXPECT_EQ( Packet( kRegisterStop, wide ).reason(), badAddress );
+   ByteVector other =
+      PacketBuilder().group( "233.252.0.1" ).unicast( "2001:db8::7" );
+   EXPECT_EQ( Packet( kRegisterStop, other ).reason(), badAddress );
 }
 
 TEST( PimMessage, OtherTypesAreOnlyNamed ) {

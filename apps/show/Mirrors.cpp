@@ -46,38 +46,64 @@ Mirror::Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
      reader( Sm::Brane::routeBraneReaderSmFactory( model, tables ) ),
      restart( Sm::Brane::routeBraneRestartSmFactory( model, tables,
                                                      Brane::tableReader, &clock ) ),
+     registers( Sm::RegisterStatus::mount(
+        manager, Sm::RegisterStatus::mountPath( family, name ),
+        Brane::tableReader ) ),
+     advertised( Sm::AdvertisedSgStatus::mount(
+        manager, Sm::AdvertisedSgStatus::mountPath( family, name ),
+        Brane::tableReader ) ),
      agent( Published::FamilyStatus::mount(
         manager, Published::FamilyStatus::mountPath( family, name ),
         Brane::tableReader ) ),
      pim( std::make_unique<Published::PimMirror>( model, agent ) ) {}
 
+namespace {
+
+Mirror::Problem problemOf( const MoxBrane::MountedEntity& entity,
+                           const MoxBrane::TableBase& table ) {
+   using Problem = Mirror::Problem;
+   const MoxBrane::CollectionControl* control = table.control();
+   if ( control->mountStatus() == MoxBrane::mountReady ) return {};
+   if ( control->mountStatus() == MoxBrane::mountWaiting ||
+        control->mountStatus() == MoxBrane::mountRemoved ) {
+      return { Problem::missing,
+               entity.name() + "/" + control->name() + " is missing" };
+   }
+   using Brane::LayoutError;
+   LayoutError::Mismatch mismatch = table.reader()->mismatch();
+   bool otherLayout = control->mountStatus() == MoxBrane::mountMismatch ||
+                      mismatch == LayoutError::formatVersion ||
+                      mismatch == LayoutError::byteOrder;
+   return { otherLayout ? Problem::otherLayout : Problem::damaged,
+            control->problem() };
+}
+
+}
+
+// The counters' table may be missing: nobody need count.
 Mirror::Problem Mirror::problem() const {
-   // The counters' table may be missing: nobody need count.
-   for ( const MoxBrane::TableBase* table :
-         { static_cast<const MoxBrane::TableBase*>( &tables->route() ),
-           static_cast<const MoxBrane::TableBase*>( &tables->routeIntf() ) } ) {
-      const MoxBrane::CollectionControl* control = table->control();
-      if ( control->mountStatus() == MoxBrane::mountReady ) continue;
-      if ( control->mountStatus() == MoxBrane::mountWaiting ) {
-         return { Problem::missing,
-                  tables->name() + "/" + control->name() + " is missing" };
-      }
-      using Brane::LayoutError;
-      LayoutError::Mismatch mismatch = table->reader()->mismatch();
-      bool otherLayout = control->mountStatus() == MoxBrane::mountMismatch ||
-                         mismatch == LayoutError::formatVersion ||
-                         mismatch == LayoutError::byteOrder;
-      return { otherLayout ? Problem::otherLayout : Problem::damaged,
-               control->problem() };
+   Problem problem = problemOf( *tables, tables->route() );
+   return problem.kind != Problem::none ? problem
+                                        : problemOf( *tables, tables->routeIntf() );
+}
+
+Mirror::Problem Mirror::problem( const MoxBrane::MountedEntity& entity ) {
+   for ( const MoxBrane::TableBase* table : entity.tables() ) {
+      Problem problem = problemOf( entity, *table );
+      if ( problem.kind != Problem::none ) return problem;
    }
    return {};
 }
 
 uint64_t Mirror::unreadable() const {
    uint64_t count = 0;
-   for ( const MoxBrane::TableBase* table : tables->tables() ) {
-      const Brane::TableReader::Counters& counters = table->reader()->counters();
-      count += counters.busy + counters.damaged + table->undecodable();
+   for ( const MoxBrane::MountedEntity* entity :
+         std::initializer_list<const MoxBrane::MountedEntity*>{
+            tables.get(), registers.get(), advertised.get() } ) {
+      for ( const MoxBrane::TableBase* table : entity->tables() ) {
+         const auto& counters = table->reader()->counters();
+         count += counters.busy + counters.damaged + table->undecodable();
+      }
    }
    return count;
 }

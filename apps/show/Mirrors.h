@@ -10,6 +10,8 @@
 #include "apps/published/PimMirror.h"
 #include "export/RouteBraneRestartSm.h"
 #include "platform/loop/RealClock.h"
+#include "register/AdvertisedSgStatus.h"
+#include "register/RegisterStatus.h"
 
 namespace Show {
 
@@ -36,6 +38,8 @@ struct Mirror {
       std::string text;
    };
    Problem problem() const;
+   // The same of an entity's tables.
+   static Problem problem( const MoxBrane::MountedEntity& entity );
    // Records left out because they were busy, damaged or no value of their type.
    uint64_t unreadable() const;
 
@@ -44,6 +48,9 @@ struct Mirror {
    Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneReaderSm> reader;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneRestartSm> restart;
+   // These tables need no loading.
+   Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers;
+   Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised;
    // What the agent publishes of itself; its tables may be missing.
    Mox::Ptr<Published::FamilyStatus> agent;
    std::unique_ptr<Published::PimMirror> pim;

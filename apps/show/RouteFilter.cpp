@@ -13,13 +13,18 @@ bool RouteFilter::active() const {
           forwarding;
 }
 
+bool RouteFilter::matches( const Routing::Pim::RouteKey& key ) const {
+   bool wildcard = key.source.isUnspecified();
+   if ( group && !group->contains( key.group ) ) return false;
+   return !source || ( !wildcard && source->contains( key.source ) );
+}
+
 bool RouteFilter::matches( const Route& route ) const {
    const Routing::Pim::RouteKey& key = route.key();
    bool wildcard = key.source.isUnspecified();
    if ( kind == "wc" && !wildcard ) return false;
    if ( kind == "sg" && wildcard ) return false;
-   if ( group && !group->contains( key.group ) ) return false;
-   if ( source && ( wildcard || !source->contains( key.source ) ) ) return false;
+   if ( !matches( key ) ) return false;
    if ( !iif.empty() && route.iif().name() != iif ) return false;
    if ( iface.empty() && !forwarding ) return true;
    return !selectIntfs( route, *this ).empty();

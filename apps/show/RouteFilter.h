@@ -21,6 +21,8 @@ struct RouteFilter {
       forwarding;  // interfaces that do, or do not; and their routes
 
    bool active() const;
+   // Group and source alone.
+   bool matches( const Routing::Pim::RouteKey& key ) const;
    bool matches( const Routing::Pim::SparseMode::Route& route ) const;
    bool matches( const Routing::Pim::SparseMode::Intf& intf ) const;
 };

@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "apps/show/Explain.h"
+#include "apps/show/RegisterReport.h"
 #include "apps/show/RouteJson.h"
 #include "apps/show/RouteText.h"
 #include "apps/show/StatusReport.h"
@@ -38,6 +39,13 @@ struct Arguments {
    Show::Question question;
 };
 
+// CLI11 lets no option fall through from a command that begins with a digit: each
+// command has these for itself.
+void declareFamily( CLI::App& app, Arguments& arguments ) {
+   app.add_flag( "-4", arguments.ipv4, "IPv4 only" );
+   app.add_flag( "-6", arguments.ipv6, "IPv6 only" );
+}
+
 void declareCommon( CLI::App& app, Arguments& arguments ) {
    app.add_option( "--root", arguments.selection.root, "Directory of the tables" )
       ->type_name( "DIR" )
@@ -45,8 +53,7 @@ void declareCommon( CLI::App& app, Arguments& arguments ) {
    app.add_option( "--vrf", arguments.selection.vrf, "One VRF, or all" )
       ->type_name( "NAME|all" )
       ->capture_default_str();
-   auto* ipv4 = app.add_flag( "-4", arguments.ipv4, "IPv4 only" );
-   app.add_flag( "-6", arguments.ipv6, "IPv6 only" )->excludes( ipv4 );
+   declareFamily( app, arguments );
    auto* json = app.add_flag( "--json", arguments.json, "One JSON document" );
    app.add_flag( "--json-lines", arguments.jsonLines, "One JSON document a route" )
       ->excludes( json );
@@ -83,14 +90,29 @@ void declareExplain( CLI::App& app, Arguments& arguments ) {
    app.add_flag( "--all", arguments.question.all, "Every term of every step" );
 }
 
+enum Command {
+   routesCommand,
+   statusCommand,
+   explainCommand,
+   registersCommand,
+   advertisedCommand
+};
+
+bool listsSources( Command command ) {
+   return command == registersCommand || command == advertisedCommand;
+}
+
 // What says which routes, and how, says nothing to other commands. Throws
 // CLI::ParseError.
-void refuseRouteOptions( const CLI::App& app ) {
-   for ( const char* name :
-         { "--group", "--source", "--iface", "--iif", "--kind", "--forwarding",
-           "--not-forwarding", "--count", "--detail", "--json-lines" } ) {
+void refuseRouteOptions( const CLI::App& app, Command command ) {
+   std::vector<const char*> refused = {
+      "--iface",          "--iif",   "--kind",   "--forwarding",
+      "--not-forwarding", "--count", "--detail", "--json-lines" };
+   if ( !listsSources( command ) )
+      refused.insert( refused.end(), { "--group", "--source" } );
+   for ( const char* name : refused ) {
       if ( app.count( name ) != 0 ) {
-         throw CLI::ValidationError( name, "is for routes alone" );
+         throw CLI::ValidationError( name, "is not for this command" );
       }
    }
 }
@@ -181,6 +203,26 @@ ExitStatus printRoutes( const Show::Mirrors& mirrors, const Arguments& arguments
    return arguments.filter.active() && !matching ? nothingFound : done;
 }
 
+// What `select` finds in each mirror, by `text` or `json`.
+template <class Select, class Text, class ToJson>
+ExitStatus printSources( const Show::Mirrors& mirrors, const Arguments& arguments,
+                         Select select, Text text, ToJson json ) {
+   Json document = Json::array();
+   bool first = true, matching = false;
+   for ( const auto& mirror : mirrors.all() ) {
+      auto selected = select( *mirror, arguments.filter );
+      matching = matching || !selected.rows.empty();
+      if ( arguments.json ) {
+         document.push_back( Show::envelope( *mirror, json( selected ) ) );
+      } else {
+         std::cout << ( first ? "" : "\n" ) << text( *mirror, selected );
+      }
+      first = false;
+   }
+   if ( arguments.json ) printJsonDocument( document );
+   return arguments.filter.active() && !matching ? nothingFound : done;
+}
+
 ExitStatus printStatus( const Show::Mirrors& mirrors, const Arguments& arguments ) {
    Json document = Json::array();
    for ( const auto& mirror : mirrors.all() ) {
@@ -245,8 +287,6 @@ void warnOfUnreadable( const Show::Mirror& mirror ) {
              << " unreadable records are left out\n";
 }
 
-enum Command { routesCommand, statusCommand, explainCommand };
-
 ExitStatus print( const Show::Mirrors& mirrors, const Arguments& arguments,
                   Command command ) {
    switch ( command ) {
@@ -254,8 +294,26 @@ ExitStatus print( const Show::Mirrors& mirrors, const Arguments& arguments,
          return printStatus( mirrors, arguments );
       case explainCommand:
          return printExplanations( mirrors, arguments );
+      case registersCommand:
+         return printSources( mirrors, arguments, Show::selectRegisters,
+                              Show::registersText, Show::registersJson );
+      case advertisedCommand:
+         return printSources( mirrors, arguments, Show::selectAdvertised,
+                              Show::advertisedText, Show::advertisedJson );
       default:
          return printRoutes( mirrors, arguments );
+   }
+}
+
+// What keeps the command from reading the mirror's tables.
+Show::Mirror::Problem problemOf( const Show::Mirror& mirror, Command command ) {
+   switch ( command ) {
+      case registersCommand:
+         return Show::Mirror::problem( *mirror.registers );
+      case advertisedCommand:
+         return Show::Mirror::problem( *mirror.advertised );
+      default:
+         return mirror.problem();
    }
 }
 
@@ -265,11 +323,11 @@ ExitStatus run( const Arguments& arguments, Command command ) {
       return complain( noTables, noTablesText( arguments.selection ) );
    }
    for ( const auto& mirror : mirrors.all() ) {
-      Show::Mirror::Problem problem = mirror->problem();
+      Show::Mirror::Problem problem = problemOf( *mirror, command );
       if ( problem.kind == Show::Mirror::Problem::none ) continue;
       return complainOf( problem );
    }
-   mirrors.load();
+   if ( !listsSources( command ) ) mirrors.load();
    ExitStatus result = print( mirrors, arguments, command );
    for ( const auto& mirror : mirrors.all() ) warnOfUnreadable( *mirror );
    if ( !std::cout.flush() )
@@ -296,14 +354,25 @@ int main( int argc, char** argv ) {
    auto* explain = app.add_subcommand(
       "explain", "Why an interface forwards or not, term by term" );
    declareExplain( *explain, arguments );
+   auto* registers = app.add_subcommand(
+      "registers", "(S,G) whose packets are registered or not, and why" );
+   auto* advertised =
+      app.add_subcommand( "advertised", "(S,G) advertised to other RPs" );
    app.require_subcommand( 0, 1 );
-   for ( CLI::App* each : { routes, status, explain } ) each->fallthrough();
+   for ( CLI::App* each : { routes, status, explain, registers, advertised } ) {
+      each->fallthrough();
+      declareFamily( *each, arguments );
+   }
    Command command = routesCommand;
    try {
       app.parse( argc, argv );
+      if ( arguments.ipv4 && arguments.ipv6 )
+         throw CLI::ValidationError( "-6", "excludes -4" );
       if ( status->parsed() ) command = statusCommand;
       if ( explain->parsed() ) command = explainCommand;
-      if ( command != routesCommand ) refuseRouteOptions( app );
+      if ( registers->parsed() ) command = registersCommand;
+      if ( advertised->parsed() ) command = advertisedCommand;
+      if ( command != routesCommand ) refuseRouteOptions( app, command );
       if ( command == explainCommand ) readQuestion( arguments );
       readPrefixes( arguments );
    } catch ( const CLI::Success& e ) {

@@ -77,6 +77,12 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
         "eth3: inheritedOlistSg is no" },
       { "explain * 239.1.2.3 --macro rptJoinDesiredWc", 0, 0, "is yes" },
       { "explain * 239.1.2.3 eth2 --json", 0, 0, "immediateOlistWc" },
+      { "registers", 0, 11, "vrf default ipv4: 5 (S,G), agent running" },
+      { "registers --source 198.51.100.0/24 -4 --vrf default", 0, 4, "3 of 5" },
+      { "advertised --json -6", 0, 0, "\"rp-address\": \"2001:db8::1\"" },
+      { "registers --group 239.9.9.9", 1, 5, "0 of 5" },
+      { "advertised --vrf red", 0, 1, "0 (S,G)" },
+      { "advertised --vrf red --group 239.0.0.0/8", 1, 1, "0 (S,G)" },
       { "--group 239.9.9.9", 1, 5, "0 of 5 routes" },
       { "--iface eth9 --json", 1, 20, "" } };
    for ( const AskedRow& row : rows ) {
@@ -96,6 +102,7 @@ TEST_F( ShowProgram, RefusesWrongUsage ) {
       { "--what", "--what" },
       { "explode", "explode" },
       { "-4 -6", "-6" },
+      { "-4 status -6", "-6" },
       { "--kind both", "both" },
       { "--group banana", "banana" },
       { "--group 239.0.0.0/33", "32" },
@@ -108,6 +115,8 @@ TEST_F( ShowProgram, RefusesWrongUsage ) {
       { "explain 2001:db8::1 239.1.2.3", "family" },
       { "explain banana 239.1.2.3", "banana" },
       { "explain * 239.1.2.3 --count", "--count" },
+      { "registers --kind sg", "--kind" },
+      { "advertised --json-lines", "--json-lines" },
       { "routes status", "status" } };
    for ( const auto& [options, says] : rows ) {
       SCOPED_TRACE( options );
@@ -131,7 +140,8 @@ TEST_F( ShowShownRouter, SaysThatThereAreNoTables ) {
 }
 
 TEST_F( ShowShownRouter, RefusesALayoutThatIsNotItsOwn ) {
-   std::string route = router.root.path() + '/' + router.ipv4.path + "/route";
+   const std::string root = router.root.path();
+   std::string route = root + '/' + router.ipv4.path + "/route";
    ASSERT_TRUE( std::filesystem::exists( route ) );
    {
       // The word behind the magic: the layout's version.
@@ -141,6 +151,12 @@ TEST_F( ShowShownRouter, RefusesALayoutThatIsNotItsOwn ) {
    }
    expectComplaint( shown( "-4 --vrf default" ), 4, "version" );
    EXPECT_EQ( shown( "-6" ).status, 0 );
+   EXPECT_EQ( shown( "registers -4" ).status, 0 ) << "needs no routes";
+   std::filesystem::resize_file(
+      root + '/' + router.ipv4.registers->name() + "/drDiscoveredSg", 100 );
+   expectComplaint( shown( "registers -4" ), 3, "drDiscoveredSg" );
+   std::filesystem::remove( root + '/' + router.ipv4.advertised->name() + "/coll" );
+   expectComplaint( shown( "advertised -4" ), 3, "coll is missing" );
 }
 
 // Nothing in a file makes it hang or crash, whatever it makes of it.
@@ -176,6 +192,8 @@ TEST_F( ShowProgram, ShowsWhatAGoneAgentLeft ) {
       << ended.out;
    EXPECT_NE( ended.out.find( "eth1" ), std::string::npos );
    EXPECT_EQ( show( empty.path(), "status" ).status, 5 );
+   EXPECT_EQ( show( empty.path(), "registers" ).status, 5 );
+   EXPECT_EQ( show( empty.path(), "advertised --json" ).status, 5 );
    EXPECT_EQ( show( empty.path(), "--group 239.9.9.9" ).status, 1 )
       << "not found says more than gone";
 }

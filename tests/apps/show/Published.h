@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "apps/show/Mirrors.h"
+#include "register/AdvertisedSgStatus.h"
+#include "register/RegisterStatus.h"
 #include "tests/support/ExportPair.h"
 #include "tests/support/VrfBuilder.h"
 
@@ -25,15 +27,26 @@ class Published : public SmTest::AgentSide {
       model->maxRouteIntfsIs( 10000 );
       path = Routing::Pim::SparseMode::Brane::Status::mountPath( family, vrfName );
       start();
+      namespace Sm = Routing::Pim::SparseMode;
+      registers = Sm::RegisterStatus::mount(
+         manager, Sm::RegisterStatus::mountPath( family, vrfName ),
+         ::Brane::tableWriter, Sm::RegisterCapacities( *model ) );
+      advertised = Sm::AdvertisedSgStatus::mount(
+         manager, Sm::AdvertisedSgStatus::mountPath( family, vrfName ),
+         ::Brane::tableWriter, Sm::AdvertisedSgStatus::capacityFor( *model ) );
    }
    SmTest::Vrf vrf() const { return SmTest::Vrf( model ); }
+
+   Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers;
+   Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised;
 };
 
 // Shows the same at every run: the time is `now` whenever it is read.
 //
 //    default ipv4   two shared trees, a source tree, a source pruned off, an
 //                   unresolved source
-//    default ipv6   a shared tree
+//                   registered and other sources, advertised ones
+//    default ipv6   a shared tree, a source from an anycast-RP peer, advertised
 //    red ipv4       no route
 class ShownRouter {
  public:
@@ -42,6 +55,7 @@ class ShownRouter {
    ShownRouter() {
       fillShared();
       fillSources();
+      fillRegisters();
       auto wc = ipv6.vrf()
                    .wc( "ff0e::db8:1" )
                    .rpTree()
@@ -59,6 +73,32 @@ class ShownRouter {
    Published red{ clock, root.path(), Vantu::AddressFamily::ipv4, "red" };
 
  private:
+   // Deliberately not in the order in which they are shown.
+   void fillRegisters() {
+      using Routing::Pim::SparseMode::InternalRouteKey;
+      auto key = []( const char* source, const char* group ) {
+         return InternalRouteKey( SmTest::sgKey( source, group ) );
+      };
+      auto sending = key( "198.51.100.200", "239.255.255.250" );
+      auto stopped = key( "198.51.100.9", "239.1.2.3" );
+      auto both = key( "198.51.100.7", "239.1.2.3" );
+      auto routers = key( "203.0.113.9", "239.0.0.1" );
+      auto moving = key( "203.0.113.10", "239.0.0.1" );
+      for ( const auto& each : { sending, stopped, both } )
+         ipv4.registers->drDiscoveredSgIs( each );
+      for ( const auto& each : { sending, both, moving } )
+         ipv4.registers->registerOifIs( each );
+      for ( const auto& each : { stopped, routers, moving } )
+         ipv4.registers->noRegisterOifIs( each );
+      ipv4.registers->anycastDiscoveredSgIs( both );
+      auto far = key( "2001:db8::7", "ff0e::db8:1" );
+      ipv6.registers->anycastDiscoveredSgIs( far );
+      ipv6.registers->noRegisterOifIs( far );
+      auto address = []( const char* text ) { return SmTest::addr( text ); };
+      ipv4.advertised->collIs( { both.key, address( "192.0.2.101" ), true } );
+      ipv4.advertised->collIs( { routers.key, address( "192.0.2.1" ), false } );
+      ipv6.advertised->collIs( { far.key, address( "2001:db8::1" ), true } );
+   }
    void fillShared() {
       auto wc = ipv4.vrf()
                    .wc( "239.1.2.3" )

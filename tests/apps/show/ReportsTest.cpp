@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "apps/show/Explain.h"
+#include "apps/show/RegisterReport.h"
 #include "apps/show/RouteJson.h"
 #include "apps/show/RouteText.h"
 #include "apps/show/StatusReport.h"
@@ -62,6 +63,24 @@ TEST_F( Reports, Explanation ) {
    text += explainText( mirror, question );
    expectGolden( "explain.txt", text );
    expectGolden( "explain.json", explainJson( mirror, question ).dump( 2 ) + '\n' );
+}
+
+TEST_F( Reports, RegistersAndAdvertised ) {
+   std::string text;
+   auto document = nlohmann::ordered_json::array();
+   for ( const auto& mirror : view.all().all() ) {
+      Registers registers = selectRegisters( *mirror, {} );
+      Advertised advertised = selectAdvertised( *mirror, {} );
+      text += registersText( *mirror, registers ) + '\n' +
+              advertisedText( *mirror, advertised ) + '\n';
+      document.push_back( envelope( *mirror, registersJson( registers ) ) );
+      document.push_back( envelope( *mirror, advertisedJson( advertised ) ) );
+   }
+   expectGolden( "registers.txt", text );
+   expectGolden( "registers.json", document.dump( 2 ) + '\n' );
+   std::istringstream lines( text );
+   for ( std::string line; std::getline( lines, line ); )
+      EXPECT_LE( line.size(), 80U ) << line;
 }
 
 // Upstream state is the one thing that may pass the margin.

@@ -157,10 +157,45 @@ TEST_F( Family, RetiringRemovesTheTables ) {
    untilAdopted();
    std::filesystem::path files = root.path() + "/" + family->tables().name();
    ASSERT_TRUE( std::filesystem::exists( files / "route" ) );
+   std::filesystem::path others[] = {
+      root.path() + "/" + family->registers().name() + "/registerOif",
+      root.path() + "/" + family->advertised().name() + "/coll" };
+   for ( const auto& file : others ) EXPECT_TRUE( std::filesystem::exists( file ) );
    family->retire();
+   for ( const auto& file : others )
+      EXPECT_FALSE( std::filesystem::exists( file ) );
    EXPECT_FALSE( std::filesystem::exists( files / "route" ) );
    family.reset();
    EXPECT_FALSE( std::filesystem::exists( files / "route" ) );
+}
+
+// Registers wait for the reload like all messages, and come from any of the router's
+// own addresses; what is advertised follows the file.
+TEST_F( Family, RegistersAndAdvertisesAsTheConfigurationSays ) {
+   const std::string listed = std::string( kConfig ) +
+                              "  advertised:\n"
+                              "  - {source: 10.0.0.7, group: 239.1.2.3, rp: "
+                              "203.0.113.1}\n";
+   start( listed );
+   PimMessage message;
+   message.type = PimType::registerData;
+   PimRegister sent;
+   sent.source = addr( "198.51.100.7" );
+   sent.group = addr( "239.1.2.3" );
+   message.body = sent;
+   IpPacket packet;
+   packet.source = addr( "198.51.101.1" );
+   packet.destination = addr( "203.0.113.1" );
+   family->receive( intfId( "eth0" ), packet, message );
+   EXPECT_EQ( family->registers().registerOif().size(), 0u );
+   untilAdopted();
+   EXPECT_TRUE( family->registers().drDiscoveredSg().has(
+      sgKey( "198.51.100.7", "239.1.2.3" ) ) );
+   EXPECT_TRUE(
+      family->advertised().coll().has( sgKey( "10.0.0.7", "239.1.2.3" ) ) );
+   configIs( with( "198.51.100.1/24", "198.51.103.1/24" ) );
+   EXPECT_EQ( family->registers().drDiscoveredSg().size(), 0u );
+   EXPECT_EQ( family->advertised().coll().size(), 0u );
 }
 
 // What was forwarding goes on: on an (S,G) route also where only the (*,G) record

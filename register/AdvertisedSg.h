@@ -1,7 +1,7 @@
 // An (S,G) that this router advertises to other RPs: element of AdvertisedSgStatus.
 //
-// The table's key is `key` alone; ordering, equality and hash deliberately take in all
-// three fields.
+// The table's key is `key` alone; ordering, equality and hash deliberately take in
+// all three fields.
 #pragma once
 
 #include "platform/pim/RouteKey.h"
@@ -12,7 +12,7 @@ namespace Routing::Pim::SparseMode {
 #define PIMSM_ADVERTISED_SG( FIELD ) \
    FIELD( Routing::Pim::RouteKey, key,               {} ) \
    FIELD( Vantu::IpGenAddr,       rp,                {} ) /* advertised for it */ \
-   FIELD( bool,                   anycastDiscovered, false ) /* from an anycast-RP peer */
+   FIELD( bool,                   anycastDiscovered, false ) /* from a peer */
 // clang-format on
 
 struct PIMSM_API AdvertisedSg {

@@ -39,9 +39,10 @@ class PIMSM_API AdvertisedSgStatus : public ::MoxBrane::MountedEntity {
       return status.maxRoutes();
    }
 
-   // Finds or creates the entity at the path and initialises its table for the role; a
-   // reader's capacity is not used, and nothing is mounted for it while the manager's
-   // attachSuspended is set. Throws what CollectionControl::initialize does.
+   // Finds or creates the entity at the path and initialises its table for the
+   // role; a reader's capacity is not used, and nothing is mounted for it while the
+   // manager's attachSuspended is set. Throws what CollectionControl::initialize
+   // does.
    static Mox::Ptr<AdvertisedSgStatus> mount( Corvex::EntityManager& manager,
                                               Mox::StringView path,
                                               ::Brane::TableRole role,

@@ -1,5 +1,5 @@
-// The key of an (S,G) route as a table's whole record: element of the four tables of
-// RegisterStatus.
+// The key of an (S,G) route as a table's whole record: element of the four tables
+// of RegisterStatus.
 //
 // Its text form is deliberately that of its key, with nothing around it.
 #pragma once
@@ -18,7 +18,8 @@ struct PIMSM_API InternalRouteKey {
 
    InternalRouteKey() = default;
    explicit InternalRouteKey( const RouteKey& routeKey ) : key( routeKey ) {}
-   // Reads the text form and advances `begin` past it. Throws ParseError, RangeError.
+   // Reads the text form and advances `begin` past it. Throws ParseError,
+   // RangeError.
    InternalRouteKey( Mox::StringIter& begin, Mox::StringIter end );
 
    bool operator==( const InternalRouteKey& ) const = default;

@@ -1,13 +1,13 @@
 // The register state of one VRF and address family: four tables of (S,G) keys, for
 // other processes to read without asking the agent.
 //
-// The agent mounts them as writer and decides what stands in them; nothing here does.
-// The mutators count their calls in event counters named after them, of the entity's
-// name (platform/mount/TableAttribute.h). Observers hear local writes at once, other
-// processes' from the loop. Event-loop thread only.
+// The agent mounts them as writer and decides what stands in them; nothing here
+// does. The mutators count their calls in event counters named after them, of the
+// entity's name (platform/mount/TableAttribute.h). Observers hear local writes at
+// once, other processes' from the loop. Event-loop thread only.
 //
-// When the last reference goes, the tables' controls lose their entity, in row order,
-// so that whoever holds one has a handle that does nothing.
+// When the last reference goes, the tables' controls lose their entity, in row
+// order, so that whoever holds one has a handle that does nothing.
 #pragma once
 
 #include <memory>
@@ -56,9 +56,10 @@ class PIMSM_API RegisterStatus : public ::MoxBrane::MountedEntity {
    static Mox::String mountPath( Vantu::AddressFamily family,
                                  const L3::VrfName& vrf );
 
-   // Finds or creates the entity at the path and initialises its tables for the role; a
-   // reader's capacities are not used, and nothing is mounted for it while the manager's
-   // attachSuspended is set. Throws what CollectionControl::initialize does.
+   // Finds or creates the entity at the path and initialises its tables for the
+   // role; a reader's capacities are not used, and nothing is mounted for it while
+   // the manager's attachSuspended is set. Throws what
+   // CollectionControl::initialize does.
    static Mox::Ptr<RegisterStatus> mount(
       Corvex::EntityManager& manager, Mox::StringView path, ::Brane::TableRole role,
       const RegisterCapacities& capacities = {} );

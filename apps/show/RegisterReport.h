@@ -18,7 +18,8 @@ struct RegisterRow {
    bool anycastDiscovered = false;
 };
 
-// The matching (S,G) of a mirror in order of group, then source, and how many there are.
+// The matching (S,G) of a mirror in order of group, then source, and how many there
+// are.
 template <class Row>
 struct Selected {
    std::vector<Row> rows;

@@ -43,8 +43,8 @@ class Table : public TableBase {
    };
 
    // A value being built in the table's own memory, in its flat form, zeroed; see
-   // inPlace(). Going out of scope gives the memory back. Must not outlive the table's
-   // mount.
+   // inPlace(). Going out of scope gives the memory back. Must not outlive the
+   // table's mount.
    class InPlace {
     public:
       // Null once committed.
@@ -105,8 +105,8 @@ class Table : public TableBase {
    // Visits records, all of them or from a bookmark on, until the visitor says
    // false. Records that stand throughout are met once; nothing is missed when the
    // bookmark's record has gone, but a few may come again. The visitor may change
-   // the table. `from` null: from the start. `ahead`, when given, may be told keys a
-   // little before their turn, to fetch memory with; it must not use the table.
+   // the table. `from` null: from the start. `ahead`, when given, may be told keys
+   // a little before their turn, to fetch memory with; it must not use the table.
    using Ahead = std::function<void( const Key& )>;
    void visit( const Key* from, const std::function<bool( const V& )>& visitor,
                const Ahead& ahead = {} ) const {
@@ -145,8 +145,9 @@ class Table : public TableBase {
    InPlace inPlace() { return InPlace( *this, reserveRecord() ); }
 
    // Makes the value that stands in the table's memory its key's record, without
-   // copying it, then notifies the key. As is() in what it throws; the memory is given
-   // back then. REQUIRES: of this table, not committed yet, its key a key's flat form.
+   // copying it, then notifies the key. As is() in what it throws; the memory is
+   // given back then. REQUIRES: of this table, not committed yet, its key a key's
+   // flat form.
    void commit( InPlace* value ) {
       MOX_ASSERT( value && value->table_ == this && *value );
       Key key;

@@ -19,8 +19,8 @@
 //
 // The attribute kind CountedTable is a Table that counts its calls, in the event
 // counters "routeIs", "routeDel" and "routeNotify" of the entity's name, and takes
-// values built in place. The counters are registered in order of the rows. Beside what
-// Table has, and as there unless said otherwise:
+// values built in place. The counters are registered in order of the rows. Beside
+// what Table has, and as there unless said otherwise:
 //
 //   routeIs( value )         counts
 //   routeInPlace()           free memory to build a value in: Table::InPlace
@@ -40,7 +40,6 @@
 #pragma once
 
 #include "platform/entity/EventCounter.h"
-
 #include "platform/mount/MountedEntity.h"
 #include "platform/mount/Table.h"
 

@@ -7,9 +7,9 @@
 
 namespace MoxBrane {
 
-// "routing/<kind>/<vrf>" for IPv4, "routing6/<kind>/<vrf>" for IPv6. Another family is
-// fatal, "Unsupported address family". Throws RangeError for a VRF name that cannot be
-// part of a path: empty, ".", "..", or with a slash or NUL.
+// "routing/<kind>/<vrf>" for IPv4, "routing6/<kind>/<vrf>" for IPv6. Another family
+// is fatal, "Unsupported address family". Throws RangeError for a VRF name that
+// cannot be part of a path: empty, ".", "..", or with a slash or NUL.
 PIMSM_API Mox::String vrfPath( Mox::StringView kind, Vantu::AddressFamily family,
                                const L3::VrfName& vrf );
 

@@ -91,8 +91,8 @@ void RegisterEngine::receive( const IpPacket& packet, const PimRegister& message
    update( key );
 }
 
-// An RP passes registers on to its peers as well: only a source on a link is one that
-// this router is the first hop of.
+// An RP passes registers on to its peers as well: only a source on a link is one
+// that this router is the first hop of.
 void RegisterEngine::receiveSent( const RouteKey& key, bool nullRegister ) {
    if ( !routing_.pathTo( key.source ).attached )
       return counters_.refused( ownPacket );
@@ -140,8 +140,8 @@ RegisterEngine::Source& RegisterEngine::source( const RouteKey& key ) {
    return *found;
 }
 
-// A table that has no room keeps what it has, and the source is tried again at its next
-// register; one that stands nowhere is forgotten.
+// A table that has no room keeps what it has, and the source is tried again at its
+// next register; one that stands nowhere is forgotten.
 void RegisterEngine::update( const RouteKey& key ) {
    auto found = sources_.find( key );
    if ( found == sources_.end() ) return;

@@ -2,24 +2,24 @@
 // register-stops (RFC 7761, 4.4; RFC 4610). Nothing is sent.
 //
 // As the RP of a group, that is where its configured RP is an own address:
-//   a register of an anycast-RP peer   the source is anycastDiscoveredSg
-//   another router's, sent to the RP   the source is known; with peers it is passed on
-//                                      to them, so its olist has the register interface
+//   a register of an anycast-RP peer  the source is anycastDiscoveredSg
+//   another's, sent to the RP         the source is known; with peers, to which it is
+//                                     passed on, its olist has the register interface
 // each for rpKeepalive from the last register.
 //
-// As the first-hop router of a source, which the RPF look-up finds on a link itself:
-//   a register that this router sent   drDiscoveredSg, for keepalive from the last; with
-//                                      data it shows that registering goes on, a null
-//                                      register alone that the source lives
-//   a register-stop from the RP        drDiscoveredSg too, since a stop answers a
-//                                      register; registering ends for suppression
+// As the first hop of a source, which the RPF look-up finds on a link itself:
+//   a register that this router sent  drDiscoveredSg, for keepalive from the last;
+//                                     with data it shows that registering goes on,
+//                                     a null register only that the source lives
+//   a register-stop from the RP       drDiscoveredSg too, since a stop answers a
+//                                     register; registering ends for suppression
 //
-// A source of any of these stands in registerOif or in noRegisterOif: in the former while
-// its packets are registered, or passed on to peers. A key that moves stands for a moment
-// in both, never in neither.
+// A source of any of these stands in registerOif or in noRegisterOif: in the former
+// while its packets are registered, or passed on to peers. A key that moves stands
+// for a moment in both, never in neither.
 //
-// What stands in the tables after a restart lives for its time from then on. Event-loop
-// thread; the tables, clock, routing, configuration and counters outlive the engine.
+// What stands in the tables after a restart lives for its time from then on.
+// Event-loop thread; clock, routing, configuration and counters outlive the engine.
 #pragma once
 
 #include <map>
@@ -36,8 +36,8 @@ class RegisterEngine {
  public:
    static constexpr double keepalive = 210;    // s; Keepalive_Period
    static constexpr double rpKeepalive = 185;  // s; RP_Keepalive_Period
-   // s; Register_Suppression_Time, the probe at its end included. Without the spread of
-   // RFC 7761, 4.4.1, which keeps many senders apart.
+   // s; Register_Suppression_Time, the probe at its end included. Without the
+   // spread of RFC 7761, 4.4.1, which keeps many senders apart.
    static constexpr double suppression = 60;
 
    RegisterEngine( Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables,

@@ -1,9 +1,9 @@
 // Runs a fuzz target without libFuzzer: on all seeds, then on mutations of them.
 //
-// usage: fuzz_<name> [-runs=N] [-seed=S] [-only=R] FILE|DIRECTORY...
+// usage: fuzz_<name> [-runs=N] [-seed=S] [-only=R [-print=1]] FILE|DIRECTORY...
 //
-// The mutations follow from the seed alone; -only repeats run R. What breaks, or takes
-// longer than 30 s, names its run.
+// The mutations follow from the seed alone; -only repeats run R, -print writes its input
+// to the standard output instead. What breaks, or takes longer than 30 s, names its run.
 
 #include <signal.h>
 #include <unistd.h>
@@ -27,6 +27,7 @@ using Bytes = std::vector<uint8_t>;
 unsigned long seed = 1;
 unsigned long runs = 1000;
 unsigned long only = 0;  // 0: all
+unsigned long print = 0;
 volatile unsigned long run = 0;
 
 void handleSignal( int number ) {
@@ -141,13 +142,19 @@ int main( int argc, char** argv ) {
    for ( int i = 1; i < argc; ++i ) {
       std::string word = argv[i];
       if ( option( word, "runs", runs ) || option( word, "seed", seed ) ||
-           option( word, "only", only ) )
+           option( word, "only", only ) || option( word, "print", print ) )
          continue;
       paths.push_back( word );
    }
    for ( int number : { SIGABRT, SIGALRM } ) signal( number, handleSignal );
    std::vector<Bytes> seeds = seedsFrom( paths );
    Mutator mutator( seeds );
+   if ( only != 0 && print != 0 ) {
+      Bytes bytes = mutator.make( only );
+      return std::fwrite( bytes.data(), 1, bytes.size(), stdout ) == bytes.size()
+                ? 0
+                : 1;
+   }
    if ( only != 0 ) {
       runOne( only, mutator.make( only ) );
       return 0;

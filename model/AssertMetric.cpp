@@ -60,6 +60,13 @@ Mox::String valueToStrep( const AssertMetric& metric ) {
                        metric.metric.value );
 }
 
+bool hasMetricItems( Mox::StringView text ) {
+   MetricText items;
+   StringIter begin = text.data();
+   items.read( begin, begin + text.size() );
+   return items.matches == 4;
+}
+
 void sequenceToValue( StringIter& begin, StringIter end, AssertMetric& out ) {
    MetricText text;
    text.read( begin, end );

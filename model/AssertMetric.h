@@ -15,7 +15,8 @@ namespace Routing::Pim::SparseMode {
 //
 // Text: "[S] 10.1.1.2 [110/20]", R instead of S on the shared tree. Reading accepts
 // any other letter as R. Fewer than the four items are a fatal assertion, "matches
-// == 4"; a preference above its limit is a RangeError.
+// == 4"; a preference above its limit is a RangeError, a missing last bracket a
+// ParseError.
 struct PIMSM_API AssertMetric {
    using Preference = Packet::AssertMessage::AssertMetricPreference;
 
@@ -38,6 +39,10 @@ PIMSM_API Mox::String valueToStrep( const AssertMetric& metric );
 PIMSM_API void sequenceToValue( Mox::StringIter& begin, Mox::StringIter end,
                                 AssertMetric& out );
 MOX_STREAM_TEXT( AssertMetric )
+
+// Has the text all four items, so that reading it asserts nothing? Throws RangeError for
+// a metric beyond 32 bits.
+PIMSM_API bool hasMetricItems( Mox::StringView text );
 
 // clang-format off
 #define PIMSM_ASSERT_STATES( V ) \

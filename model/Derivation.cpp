@@ -1,5 +1,7 @@
 #include "model/Derivation.h"
 
+#include <fmt/format.h>
+
 #include <boost/algorithm/string/erase.hpp>
 
 #include "model/detail/Recording.h"
@@ -24,7 +26,9 @@ template <class T>
 Texts others( const T& stored, const std::vector<T>& values ) {
    Texts texts;
    for ( const T& value : values ) {
-      if ( !( value == stored ) ) texts.push_back( valueToStrep( value ) );
+      Mox::String text = valueToStrep( value );
+      bool known = std::find( texts.begin(), texts.end(), text ) != texts.end();
+      if ( !( value == stored ) && !known ) texts.push_back( text );
    }
    return texts;
 }
@@ -137,11 +141,17 @@ void requireSg( const Intf& about, Mox::StringView macro ) {
                           " is asked about (S,G) routes, not about a (*,G) route" );
 }
 
+[[noreturn]] void unknownMacro( const char* of, Mox::StringView macro,
+                                const std::vector<Mox::StringView>& names ) {
+   throw Mox::NameError( fmt::format( "no macro of {}: {}; there are {}", of, macro,
+                                      fmt::join( names, ", " ) ) );
+}
+
 template <class Q>
 Mox::String answer( const Q& q, const Intf& about, Mox::StringView macro,
                     const MacroArguments& arguments ) {
    PIMSM_INTF_MACROS( PIMSM_ANSWER, PIMSM_ANSWER_SG )
-   throw Mox::NameError( "no macro of an interface: " + Mox::String( macro ) );
+   unknownMacro( "an interface", macro, intfMacroNames() );
 }
 
 template <class Q>
@@ -151,7 +161,7 @@ Mox::String answer( const Q& q, const Route& about, Mox::StringView macro,
    if ( arguments.fastFailoverIntfs == nullptr )
       arguments.fastFailoverIntfs = none.get();
    PIMSM_ROUTE_MACROS( PIMSM_ANSWER )
-   throw Mox::NameError( "no macro of a route: " + Mox::String( macro ) );
+   unknownMacro( "a route", macro, routeMacroNames() );
 }
 
 Vantu::IntfId asked( const Intf& about ) {

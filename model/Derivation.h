@@ -7,7 +7,8 @@
 // disagree; but every step of a rule is evaluated and told, those behind the deciding
 // one too. Nothing is changed and nothing is traced. Event-loop thread only.
 //
-// All functions throw NameError for a macro that is not in macroNames(), and
+// All functions throw NameError for a macro that is not in intfMacroNames() or
+// routeMacroNames(), and
 // RangeError where an (S,G) macro is asked about a wildCard route that it asserts.
 #pragma once
 

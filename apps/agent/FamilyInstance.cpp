@@ -124,6 +124,9 @@ void FamilyInstance::removeLink( Vantu::IntfId intfId ) {
 void FamilyInstance::adopt() {
    adopted_ = true;
    engine_.adopt();
+   for ( Vantu::IntfId intfId : engine_.recordedIntfs() ) {
+      if ( links_.count( intfId ) == 0 ) engine_.handleIntfGone( intfId );
+   }
    registering_.adopt();
    publishAdvertised( *advertised_, config_, family_, counters_ );
    for ( auto& receive : std::exchange( waiting_, {} ) ) receive();

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "apps/published/Incoming.h"
 #include "apps/show/Words.h"
 #include "model/Derivation.h"
 
@@ -34,14 +35,33 @@ std::string usualMacro( const Route& route, bool ofIntf ) {
    return route.spTree() ? "inheritedOlistSg" : "inheritedOlistSgRpt";
 }
 
+Sm::MacroArguments argumentsOf( const Question& question,
+                                Sm::IntfCollection& failover ) {
+   bool received = question.macro.starts_with( "is" ) &&
+                   question.macro.find( "Assert" ) != std::string::npos;
+   if ( received && !question.received )
+      throw Mox::RangeError( question.macro + " needs --received METRIC" );
+   if ( question.macro == "joinDesiredSgFastFailover" && question.failover.empty() )
+      throw Mox::RangeError( question.macro + " needs --failover INTERFACES" );
+   for ( Vantu::IntfId intfId : question.failover ) failover.intfIs( intfId );
+   Sm::MacroArguments arguments;
+   arguments.fastFailoverIntfs = &failover;
+   if ( question.received ) arguments.received = *question.received;
+   return arguments;
+}
+
 Answer answer( const Mirror& mirror, const Question& question ) {
    const Route& route = *std::as_const( *mirror.model ).route( question.route );
    bool ofIntf = !question.intfId.empty();
    std::string macro =
       question.macro.empty() ? usualMacro( route, ofIntf ) : question.macro;
-   if ( !ofIntf ) return { derive( route, macro ), flipsOf( route, macro ) };
+   Mox::Ptr<Sm::IntfCollection> failover = Sm::intfCollectionFactory();
+   Sm::MacroArguments arguments = argumentsOf( question, *failover );
+   if ( !ofIntf )
+      return { derive( route, macro, arguments ),
+               flipsOf( route, macro, arguments ) };
    const Intf& intf = *route.routeIntf( question.intfId );
-   return { derive( intf, macro ), flipsOf( intf, macro ) };
+   return { derive( intf, macro, arguments ), flipsOf( intf, macro, arguments ) };
 }
 
 // As people would say it; in the field's text form where there is nothing shorter.
@@ -65,11 +85,44 @@ std::string aboutText( const RouteKey& route, Vantu::IntfId intfId ) {
    return out;
 }
 
+// What forwarding adds to the macro: nothing goes out where it comes in.
+bool comesInThere( const Mirror& mirror, const Question& question ) {
+   if ( !question.macro.empty() || question.intfId.empty() ) return false;
+   const Route& route = *std::as_const( *mirror.model ).route( question.route );
+   return Published::incomingIntf( route ) == question.intfId;
+}
+
+// "vrf default ipv4, agent running, (S, G): eth3 does not forward", or the macro's
+// answer.
+std::string headline( const Mirror& mirror, const Question& question,
+                      const Derivation& derivation ) {
+   std::string where = fmt::format( "vrf {} {}, agent {}, ", mirror.vrf(),
+                                    familyName( mirror.family ),
+                                    mirror.writerAlive() ? "running" : "gone" );
+   if ( !question.macro.empty() || question.intfId.empty() ) {
+      return where + fmt::format( "{}: {} is {}\n",
+                                  aboutText( derivation.route, derivation.intfId ),
+                                  derivation.macro, valueText( derivation.value ) );
+   }
+   const Intf& intf = *std::as_const( *mirror.model )
+                          .route( question.route )
+                          ->routeIntf( question.intfId );
+   return where + fmt::format( "{}: {} {}\n", keyText( question.route ),
+                               intf.intfId().name(), forwardText( intf ) );
+}
+
 // The last step of a rule, and one that only looks at fields, has no condition.
 std::string stepText( const MacroStep& step ) {
    if ( step.condition.empty() ) return step.outcome.empty() ? "" : step.outcome;
    return fmt::format( "{} {} {}", valueText( step.outcome ),
                        step.wanted ? "if" : "unless", step.condition );
+}
+
+// A step about another record than its rule says about which.
+std::string ofText( const Derivation& derivation, const MacroStep& step ) {
+   if ( step.from.size() != 1 || step.from[0].intfId == derivation.intfId )
+      return "";
+   return " of " + std::string( step.from[0].intfId.name() );
 }
 
 void line( std::string& out, size_t indent, const std::string& text,
@@ -119,7 +172,8 @@ void addRule( std::string& out, const Derivation& derivation, bool all,
          std::string value = step.condition.empty() ? step.value
                              : step.holds           ? "true"
                                                     : "false";
-         line( out, indent, stepText( step ), valueText( value ), step.decides );
+         line( out, indent, stepText( step ) + ofText( derivation, step ),
+               valueText( value ), step.decides );
       }
       if ( !all && !step.decides ) continue;
       for ( const Derivation& term : step.from )
@@ -179,6 +233,14 @@ Json derivationJson( const Derivation& derivation ) {
 
 }
 
+Sm::AssertMetric metricArgument( const std::string& text ) {
+   if ( !Sm::hasMetricItems( text ) )
+      throw Mox::ParseError( text +
+                             " is no assert metric, such as \"[S] 192.0.2.9 "
+                             "[110/20]\"" );
+   return Mox::stringToValue<Sm::AssertMetric>( text );
+}
+
 RouteKey routeArgument( const std::string& source, const std::string& group ) {
    RouteKey key;
    key.group = Vantu::IpGenAddr( group );
@@ -200,11 +262,15 @@ bool knows( const Mirror& mirror, const Question& question ) {
 std::string explainText( const Mirror& mirror, const Question& question ) {
    Answer found = answer( mirror, question );
    const Derivation& derivation = found.derivation;
-   std::string out = fmt::format( "vrf {} {}, {}: {} is {}\n", mirror.vrf(),
-                                  familyName( mirror.family ),
-                                  aboutText( derivation.route, derivation.intfId ),
-                                  derivation.macro, valueText( derivation.value ) );
-   addRule( out, derivation, question.all, 2 );
+   std::string out = headline( mirror, question, derivation );
+   bool forwarding = question.macro.empty() && !question.intfId.empty();
+   bool incoming = comesInThere( mirror, question );
+   if ( forwarding ) {
+      line( out, 2, "no if it is the incoming interface", incoming ? "yes" : "no",
+            incoming );
+      line( out, 2, derivation.macro, valueText( derivation.value ), !incoming );
+   }
+   addRule( out, derivation, question.all, forwarding ? 4 : 2 );
    out += found.flips.empty() ? "No single change would give another answer.\n"
                               : "Another answer would come of one of these:\n";
    for ( const MacroFlip& flip : found.flips ) out += flipText( flip );
@@ -223,6 +289,13 @@ std::string explainText( const Mirror& mirror, const Question& question ) {
 Json explainJson( const Mirror& mirror, const Question& question ) {
    Answer found = answer( mirror, question );
    Json json = derivationJson( found.derivation );
+   if ( question.macro.empty() && !question.intfId.empty() ) {
+      json["forwarding"] = std::as_const( *mirror.model )
+                              .route( question.route )
+                              ->routeIntf( question.intfId )
+                              ->forward();
+      json["incoming"] = comesInThere( mirror, question );
+   }
    Json& flips = json["flips"] = Json::array();
    for ( const MacroFlip& flip : found.flips ) {
       Json entry = inputJson( flip.input );

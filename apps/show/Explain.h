@@ -2,7 +2,9 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "apps/show/Mirrors.h"
 
@@ -14,6 +16,9 @@ struct Question {
    Vantu::IntfId intfId;  // empty: the route
    std::string macro;     // empty: the one that decides on joining or forwarding
    bool all = false;      // every step with its terms, not only the deciding ones
+   // For the macros that take one. Without it they are refused.
+   std::optional<Routing::Pim::SparseMode::AssertMetric> received;
+   std::vector<Vantu::IntfId> failover;
 };
 
 // Reads SOURCE or "*", and GROUP. Throws ParseError; RangeError when the addresses
@@ -24,8 +29,11 @@ Routing::Pim::RouteKey routeArgument( const std::string& source,
 // Is there what is asked about?
 bool knows( const Mirror& mirror, const Question& question );
 
-// REQUIRES: knows(). Throw NameError or RangeError for a macro that is not there, or
-// not for this route.
+// A metric as the text form of assert metrics has it. Throws ParseError or RangeError.
+Routing::Pim::SparseMode::AssertMetric metricArgument( const std::string& text );
+
+// REQUIRES: knows(). Throw NameError or RangeError for a macro that is not there, not for
+// this route, or without its argument.
 std::string explainText( const Mirror& mirror, const Question& question );
 nlohmann::ordered_json explainJson( const Mirror& mirror,
                                     const Question& question );

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "apps/published/Incoming.h"
 #include "apps/show/Words.h"
 
 namespace Show {
@@ -79,7 +80,7 @@ Json routeJson( const Route& route, const RouteFilter& filter, double now ) {
    json["is-rpt"] = wildcard;
    if ( !wildcard ) json["is-spt"] = route.spTree();
    addTime( json, "up-time", route.creationTime(), now );
-   addRpf( json, route.rpf() );
+   addRpf( json, Published::incomingRpf( route ) );
    Json& outgoing = json["outgoing-interface"] = Json::array();
    for ( const Intf* intf : selectIntfs( route, filter ) ) {
       if ( intf->forward() ) outgoing.push_back( outgoingJson( *intf ) );

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "apps/published/Incoming.h"
 #include "apps/show/Words.h"
 
 namespace Show {
@@ -32,12 +33,13 @@ Columns columnsFor( const std::vector<const Route*>& routes,
 }
 
 std::string routeLine( const Route& route, size_t keyWidth, double now ) {
+   const Rpf incoming = Published::incomingRpf( route );
    return fmt::format(
       "{:<{}}  {:>7}  {}  {}{}{}\n", keyText( route.key() ), keyWidth,
       route.creationTime() == 0.0 ? "unknown"
                                   : spanText( now - route.creationTime() ),
-      treeText( route ), route.rpf() == Rpf() ? "" : "in ",
-      rpfText( route.rpf(), route.rpfAttached() ),
+      treeText( route ), incoming == Rpf() ? "" : "in ",
+      rpfText( incoming, route.rpfAttached() ),
       route.upJoinState() == Sm::upJoined ? "  upstream joined" : "" );
 }
 

@@ -1,5 +1,7 @@
 #include "apps/show/Words.h"
 
+#include "apps/published/Incoming.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -83,12 +85,17 @@ std::string inheritedText( const Intf& intf ) {
    return shared->localReceiverInclude() ? "inherits the (*,G) member" : "";
 }
 
+// Do we know that the members here are not ours?
+bool servedByAnother( const Intf& intf ) {
+   return !intf.forward() && intf.pimIntf() != nullptr && !intf.iAmDr();
+}
+
 }
 
 std::string intfReason( const Intf& intf, double now ) {
    std::string out;
    const Route* route = intf.parentRoute();
-   if ( route != nullptr && intf.intfId() == route->iif() )
+   if ( route != nullptr && intf.intfId() == Published::incomingIntf( *route ) )
       append( out, "incoming interface" );
    if ( intf.joinState() == Intf::prunePending ) append( out, "prune pending" );
    if ( intf.joinState() != Intf::noInfo ) {
@@ -97,7 +104,9 @@ std::string intfReason( const Intf& intf, double now ) {
    if ( intf.rptState() != Intf::rptNoInfo ) {
       append( out, "source pruned " + agoText( intf.lastRptPruneReceived(), now ) );
    }
-   if ( intf.localReceiverInclude() ) append( out, "member" );
+   if ( intf.localReceiverInclude() )
+      append( out,
+              servedByAnother( intf ) ? "member, another router is DR" : "member" );
    if ( intf.localReceiverExclude() ) append( out, "source excluded" );
    if ( intf.assertInfo().assertState != Sm::assertNoInfo ) {
       append( out, assertText( intf.assertInfo() ) );

@@ -37,6 +37,8 @@ struct Arguments {
    // explain
    std::string explained[3];  // source, group, interface
    Show::Question question;
+   std::string received;
+   std::vector<std::string> failover;
 };
 
 // CLI11 lets no option fall through from a command that begins with a digit: each
@@ -87,6 +89,14 @@ void declareExplain( CLI::App& app, Arguments& arguments ) {
    app.add_option( "--macro", arguments.question.macro,
                    "Macro to explain; without: forwarding, or the upstream join" )
       ->type_name( "NAME" );
+   app.add_option( "--received", arguments.received,
+                   "The received metric that the macro compares, \"[S] ADDRESS "
+                   "[PREFERENCE/METRIC]\"" )
+      ->type_name( "METRIC" );
+   app.add_option( "--failover", arguments.failover,
+                   "The interfaces of the fast-reroute path" )
+      ->type_name( "NAME,..." )
+      ->delimiter( ',' );
    app.add_flag( "--all", arguments.question.all, "Every term of every step" );
 }
 
@@ -122,6 +132,10 @@ void readQuestion( Arguments& arguments ) {
    auto& [source, group, intf] = arguments.explained;
    arguments.question.route = Show::routeArgument( source, group );
    arguments.question.intfId = Vantu::IntfId( intf );
+   if ( !arguments.received.empty() )
+      arguments.question.received = Show::metricArgument( arguments.received );
+   for ( const std::string& name : arguments.failover )
+      arguments.question.failover.emplace_back( name );
    arguments.selection.family = arguments.question.route.group.family();
 }
 

@@ -39,7 +39,7 @@ class IntfRules {
       RESULT( joinsWc() );
    }
 
-   // (*,*,RP) state is not kept.
+   // joins(*,*,RP) of RFC 4601; RFC 7761 has it no more, and its state is not kept.
    Bool joinsWcRp() const {
       RULE( Bool );
       RESULT( false );
@@ -90,7 +90,7 @@ class IntfRules {
 
    // ---- outgoing lists (RFC 7761, 4.1.6)
 
-   // immediate_olist(*,*,RP)
+   // immediate_olist(*,*,RP) of RFC 4601
    Bool immediateOlistWcRp() const {
       RULE( Bool );
       RESULT( joinsWcRp() );
@@ -137,7 +137,7 @@ class IntfRules {
       RESULT( !winnerIsMe() );
    }
 
-   // lost_assert(S,G,I)
+   // lost_assert(S,G,I) (4.6.5)
    //
    // Deliberately, a route not joined upstream is not asked for its RPF interface,
    // and has the infinite metric of its own: any foreign winner beats it.
@@ -156,14 +156,16 @@ class IntfRules {
 
    // spt_assert_metric(S,I) (4.6.3)
    //
-   // Deliberately infinite for a route not joined upstream: its path is not in use.
+   // Deliberately infinite for a route not joined upstream: its path is not in use. And
+   // infinite without a path: whoever has one is the better forwarder.
    AssertMetric sptAssertMetric() const {
       RULE( AssertMetric );
       RESULT_IF( !upJoined() || noRpf(), AssertMetric() );
       RESULT( ( AssertMetric{ false, rpf().preference, rpf().metric, myIp() } ) );
    }
 
-   // rpt_assert_metric(G,I) (4.6.3), on the record of a (*,G) route
+   // rpt_assert_metric(G,I) (4.6.3), on the record of a (*,G) route; deliberately
+   // infinite without a path, as above
    AssertMetric rptAssertMetric() const {
       RULE( AssertMetric );
       RESULT_IF( noRpf(), AssertMetric() );
@@ -218,8 +220,9 @@ class IntfRules {
          q_.input( intf_, "localReceiverExclude", intf_.localReceiverExclude() ) );
    }
 
-   // An unspecified own address and no winner are equal: an interface without
-   // address counts as its own winner while there is none.
+   // Deliberately, an unspecified own address and no winner are equal: an interface
+   // without address counts as its own winner while there is none, so that its members
+   // are served whatever the DR role.
    Bool winnerIsMe() const {
       RULE( Bool );
       FACT( assertWinner() == myIp() );

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdio>
 #include <optional>
 #include <set>
 #include <tuple>
@@ -33,10 +32,7 @@ T parsed( const Mox::String& text ) {
 // The type's own reader takes an incomplete text for a broken contract.
 template <>
 inline AssertMetric parsed( const Mox::String& text ) {
-   unsigned preference = 0;
-   unsigned metric = 0;
-   if ( std::sscanf( text.c_str(), "[%*c] %*s [%u/%u]", &preference, &metric ) !=
-        2 )
+   if ( !hasMetricItems( text ) )
       throw Mox::ParseError( "an assert metric is expected, not " + text );
    return Mox::stringToValue<AssertMetric>( text );
 }
@@ -45,6 +41,7 @@ inline AssertMetric parsed( const Mox::String& text ) {
 class Replacing {
  public:
    static constexpr bool records = false;
+   static constexpr bool traces = false;
    using Bool = bool;
    template <class T>
    using Read = T;
@@ -211,6 +208,7 @@ class RecordedRule {
 class Recording {
  public:
    static constexpr bool records = true;
+   static constexpr bool traces = false;
    using Bool = FullBool;
    template <class T>
    using Read = T;

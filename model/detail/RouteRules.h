@@ -30,7 +30,7 @@ class RouteRules {
 
    // ---- outgoing lists (RFC 7761, 4.1.6)
 
-   // immediate_olist(*,*,RP) is empty
+   // immediate_olist(*,*,RP) of RFC 4601 is empty
    Bool nullImmediateOlistWcRp() const {
       RULE( Bool );
       for ( const Intf& intf : route_.routeIntf() )
@@ -76,7 +76,7 @@ class RouteRules {
 
    // ---- joins and prunes upstream
 
-   // JoinDesired(*,*,RP)
+   // JoinDesired(*,*,RP) of RFC 4601
    Bool joinDesiredWcRp() const {
       RULE( Bool );
       RESULT( !nullImmediateOlistWcRp() );
@@ -128,9 +128,10 @@ class RouteRules {
    Bool joinDesiredSgFastFailover( const IntfCollection& fastFailoverIntfs ) const {
       RULE( Bool );
       FALSE_IF( fastFailoverIntfs.intf().empty() );
+      const Route* shared = route_.wc();
       for ( const Intf& intf : route_.routeIntf() ) {
          if ( !fastFailoverIntfs.intfHas( intf.intfId() ) ) continue;
-         TRUE_IF( at( intf, route_.wc() ).includeSgFastFailover() );
+         TRUE_IF( at( intf, shared ).includeSgFastFailover() );
       }
       RESULT( false );
    }

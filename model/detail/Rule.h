@@ -26,6 +26,7 @@ namespace Routing::Pim::SparseMode::Detail {
 // Who merely wants the answer.
 struct Plain {
    static constexpr bool records = false;
+   static constexpr bool traces = true;
    using Bool = bool;
 
    template <class T>

@@ -164,7 +164,7 @@ class SgIntfRules : public IntfRules<Q> {
       RESULT( !spTree() );
    }
 
-   // lost_assert(S,G,rpt,I)
+   // lost_assert(S,G,rpt,I) (4.6.5)
    Bool lostAssertSgRpt() const {
       RULE( Bool );
       FALSE_IF( rpfIntfOfWcIsHere() );

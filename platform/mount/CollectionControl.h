@@ -15,7 +15,8 @@ class TableBase;
 
 #define PIMSM_MOUNT_STATUSES( V )                                          \
    V( notMounted )                                                         \
-   V( mountWaiting ) /* reader: no table there yet, or not any more */     \
+   V( mountWaiting ) /* reader: no table there yet */                      \
+   V( mountRemoved ) /* reader: its table was removed; none there */       \
    V( mountReady )                                                         \
    V( mountMismatch ) /* reader: a table of another record; see problem */ \
    V( mountDamaged )  /* reader: no usable table; see problem */
@@ -28,11 +29,16 @@ MOX_ENUM_TEXT( MountStatus, PIMSM_MOUNT_STATUSES )
    A( Value, role,        Role,        Brane::TableRole, Brane::tableReader, "what it was initialised for" ) \
    A( Value, capacity,    Capacity,    uint32_t,         0,           "asked for by the writer; 0 for a reader" ) \
    A( Value, mountStatus, MountStatus, MoxBrane::MountStatus, notMounted, "" ) \
+   A( Value, writerAlive, WriterAlive, bool,             false,       "a process holds the table for writing" ) \
    A( Value, problem,     Problem,     Mox::String,      {},          "one line; empty: none" ) \
    A( Value, quiesced,    Quiesced,    bool,             false,       "mounted, and nothing pending: below" ) \
    A( Value, entity,      Entity,      MoxBrane::MountedEntity*, nullptr, "whose table it is; plain; null: gone" )
 // clang-format on
 
+// `writerAlive`: a reader hears by the doorbell when the writer has gone and when one is
+// back, and gets the entity's whole-collection notification; no key is notified for it.
+// A table that is removed, as when its VRF goes, is told by mountRemoved.
+//
 // `quiesced`: nothing is pending in the journal of changes for this table. A writer has
 // told its readers of all that it wrote; a reader has notified all that its last look at
 // the journal found. False until mounted.

@@ -19,6 +19,10 @@ constexpr uint32_t kPartKeys = 256;
 // when fewer than this many lie ahead, twice as many will.
 constexpr size_t kForetoldKeys = 16;
 
+bool wasReady( MountStatus status ) {
+   return status == mountReady || status == mountRemoved;
+}
+
 }
 
 TableBase::TableBase( MountedEntity& entity, Mox::String name,
@@ -83,7 +87,8 @@ void TableBase::updateMountStatus() {
          case ::Brane::readerAttached:
             break;
          case ::Brane::readerAbsent:
-            status = mountWaiting;
+            status =
+               wasReady( control_->mountStatus() ) ? mountRemoved : mountWaiting;
             break;
          case ::Brane::readerMismatch:
             status = mountMismatch;
@@ -95,6 +100,7 @@ void TableBase::updateMountStatus() {
       control_->problemIs( reader_->problem() );
    }
    control_->mountStatusIs( status );
+   control_->writerAliveIs( writerAlive() );
    control_->quiescedIs( quiesced_ );
 }
 
@@ -201,11 +207,24 @@ bool TableBase::followPart() {
    again_ = result.again;
    if ( !pending_.empty() ) quiescedIs( false );
    if ( result.again ) drainSoon( false );
-   if ( result.stateChanged ) {
-      updateMountStatus();
-      handleMountStatus();
-   }
+   bool writerChanged = updateWriterAlive( result.written + result.removed != 0 );
+   if ( result.stateChanged ) updateMountStatus();
+   if ( result.stateChanged || writerChanged ) handleMountStatus();
    return !notifyPending() || result.more;
+}
+
+// Has the writer gone, or come back? A bell that rings without a change may tell of its
+// end, but the bell's descriptor may close before the lock's: one more look follows.
+bool TableBase::updateWriterAlive( bool changes ) {
+   const bool known = control_->writerAlive();
+   if ( changes && known ) return false;
+   const bool alive = reader_->writerAlive();
+   if ( alive && known && !std::exchange( lookAgain_, false ) ) {
+      lookAgain_ = true;
+      drainSoon( false );
+   }
+   control_->writerAliveIs( alive );
+   return alive != known;
 }
 
 bool TableBase::timeIsUp() const {

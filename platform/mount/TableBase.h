@@ -110,6 +110,7 @@ class PIMSM_API TableBase {
    bool followPart();
    bool notifyPending();
    void foretell();
+   bool updateWriterAlive( bool changes );
    bool timeIsUp() const;
    void drainSoon( bool atOnce );
    void updateMountStatus();
@@ -132,7 +133,8 @@ class PIMSM_API TableBase {
    std::vector<std::byte> pending_;
    size_t notified_ = 0;
    size_t foretold_ = 0;
-   bool again_ = false;  // the last look at the journal left something busy
+   bool lookAgain_ = false;  // whether the writer lives
+   bool again_ = false;      // the last look at the journal left something busy
    bool quiesced_ = false;
    Corruption corruption_;
    CorruptionHandler corruptionHandler_;

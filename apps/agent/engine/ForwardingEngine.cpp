@@ -3,6 +3,7 @@
 #include <unordered_map>
 
 #include "apps/agent/engine/RecordState.h"
+#include "apps/published/Incoming.h"
 
 namespace Agent {
 
@@ -21,7 +22,7 @@ bool inOlist( const Sm::Route& route, const Intf& intf ) {
 }
 
 void updateForwarding( Sm::Route& route ) {
-   const IntfId iif = route.iif();
+   const IntfId iif = Published::incomingIntf( route );
    const bool protectedPath = route.rpfFrr() != Routing::Pim::Rpf();
    const IntfId iifFrr = route.iifFrr();
    for ( Intf& intf : route.routeIntf() ) {
@@ -49,26 +50,26 @@ void updateUpstream( Sm::Route& route ) {
 // Gives an (S,G) route the (*,G) route's interfaces, takes away those that went.
 void inheritRecords( Sm::Route& route, const Sm::Route* shared ) {
    if ( shared != nullptr ) {
-      for ( const IntfId& intfId : Mox::keysOf( shared->routeIntf() ) )
-         route.routeIntfIs( intfId )->initializedIs( true );
+      for ( const Intf& theirs : shared->routeIntf() ) {
+         if ( holdsState( theirs ) )
+            route.routeIntfIs( theirs.intfId() )->initializedIs( true );
+      }
    }
-   for ( const IntfId& intfId : Mox::keysOf( route.routeIntf() ) ) {
-      const Intf* intf = route.routeIntf( intfId );
-      if ( !holdsState( *intf ) && !inherits( *intf ) )
-         route.routeIntfDel( intfId );
+   std::vector<IntfId> gone;
+   for ( const Intf& intf : route.routeIntf() ) {
+      if ( !holdsState( intf ) && !inherits( intf, shared ) )
+         gone.push_back( intf.intfId() );
    }
+   for ( IntfId intfId : gone ) route.routeIntfDel( intfId );
 }
 
 }
 
-// What the macros of a group read of one of its routes.
+// What the macros read of one route.
 class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
  public:
    MoxRoute( ForwardingEngine& engine, const Sm::Route& route )
-      : engine_( engine ),
-        group_( route.key().group ),
-        umh_( *this ),
-        umhFrr_( *this ) {
+      : engine_( engine ), key_( route.key() ), umh_( *this ), umhFrr_( *this ) {
       notifierIs( &route );
       umh_.notifierIs( route.umh() );
       umhFrr_.notifierIs( route.umhFrr() );
@@ -78,7 +79,8 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
 
    void onRouteFlags() override { mark(); }
    void onIifSwitchState() override { mark(); }
-   void onUpJoinState() override { mark(); }
+   // Others do not read it.
+   void onUpJoinState() override { engine_.mark( key_ ); }
    void onUmh() override {
       umh_.notifierIs( notifier()->umh() );
       mark();
@@ -106,6 +108,8 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
       void onRpf() override { route_.mark(); }
       void onPrevRpf() override { route_.mark(); }
       void onMbrIif() override { route_.mark(); }
+      void onFrr() override { route_.mark(); }
+      void onRoute() override { route_.mark(); }
 
     private:
       MoxRoute& route_;
@@ -123,10 +127,14 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
       MoxRoute& route_;
    };
 
-   void mark() { engine_.mark( group_ ); }
+   // What a (*,G) route has, its group's routes read.
+   void mark() {
+      if ( key_.source.isUnspecified() ) return engine_.markGroup( key_.group );
+      engine_.mark( key_ );
+   }
 
    ForwardingEngine& engine_;
-   Group group_;
+   RouteKey key_;
    MoxUmh umh_;
    MoxUmh umhFrr_;
    std::unordered_map<IntfId, std::unique_ptr<MoxIntf>> intfs_;
@@ -154,7 +162,8 @@ class ForwardingEngine::MoxStatus final : public Sm::Status::NotifieeConst {
    void onPimStatus() override {
       pim_.notifierIs( notifier()->pimStatus() );
       engine_.pimIntfs_.clear();
-      if ( notifier()->pimStatus() == nullptr ) return engine_.markAll();
+      engine_.markAll();
+      if ( notifier()->pimStatus() == nullptr ) return;
       for ( const auto& intf : notifier()->pimStatus()->intf() )
          engine_.handlePimIntf( intf.intfId() );
    }
@@ -183,8 +192,16 @@ ForwardingEngine::ForwardingEngine( Mox::Ptr<Sm::Status> model )
 
 ForwardingEngine::~ForwardingEngine() = default;
 
+void ForwardingEngine::markGroup( const Group& group ) {
+   mark( { Vantu::IpGenAddr::unspecified( group.family() ), group } );
+   auto found = groups_.find( group );
+   if ( found == groups_.end() ) return;
+   for ( const auto& [source, reactor] : found->second )
+      marked_.emplace( group, source );
+}
+
 void ForwardingEngine::markAll() {
-   for ( const auto& [group, routes] : groups_ ) mark( group );
+   for ( const auto& [group, routes] : groups_ ) markGroup( group );
 }
 
 void ForwardingEngine::handleRoute( const RouteKey& key ) {
@@ -193,11 +210,14 @@ void ForwardingEngine::handleRoute( const RouteKey& key ) {
       groups_[key.group][key.source] = std::make_unique<MoxRoute>( *this, *route );
       return;
    }
-   mark( key.group );
    auto group = groups_.find( key.group );
    if ( group == groups_.end() ) return;
    group->second.erase( key.source );
-   if ( group->second.empty() ) groups_.erase( group );
+   if ( group->second.empty() ) {
+      groups_.erase( group );
+   } else if ( key.source.isUnspecified() ) {
+      markGroup( key.group );
+   }
 }
 
 void ForwardingEngine::handlePimIntf( const IntfId& intfId ) {
@@ -212,31 +232,22 @@ void ForwardingEngine::handlePimIntf( const IntfId& intfId ) {
    markAll();
 }
 
+// What a review writes may mark its route again; the next one then finds nothing to
+// change.
 bool ForwardingEngine::review( const std::function<bool()>& over ) {
-   while ( !marked_.empty() ) {
-      Group group = *marked_.begin();
-      marked_.erase( marked_.begin() );
-      reviewGroup( group );
-      if ( over() ) break;
-   }
-   return marked_.empty();
-}
-
-// What this writes may mark the group again; the next review of it then finds nothing
-// to change. A route that has lost the shared tree's interfaces loses none of its own.
-void ForwardingEngine::reviewGroup( const Group& group ) {
-   auto found = groups_.find( group );
-   if ( found == groups_.end() ) return;
-   std::vector<Mox::Ptr<Sm::Route>> routes;
-   for ( const auto& [source, reactor] : found->second )
-      routes.push_back( model_->route( { source, group } ) );
-   for ( const auto& route : routes ) {
-      if ( !route->wildCard() ) inheritRecords( *route, route->wc() );
-   }
-   for ( const auto& route : routes ) {
+   do {
+      if ( round_.empty() ) round_.swap( marked_ );
+      if ( round_.empty() ) return true;
+      auto [group, source] = *round_.begin();
+      round_.erase( round_.begin() );
+      Mox::Ptr<Sm::Route> route = model_->route( { source, group } );
+      if ( route == nullptr ) continue;
+      if ( !route->wildCard() )
+         inheritRecords( *route, std::as_const( *route ).wc() );
       updateUpstream( *route );
       updateForwarding( *route );
-   }
+   } while ( !over() );
+   return !pending();
 }
 
 }

@@ -2,7 +2,8 @@
 // say.
 //
 //   watches  routes, their upstream and interface records, and the PIM interfaces;
-//            any change of what the macros read marks the group
+//            any change of what the macros read marks the route, on a (*,G) route all
+//            of the group
 //   writes   forward and fastForward of each record, upJoinState and the upstream
 //            (S,G,rpt) state (RFC 7761, 4.5.4 to 4.5.7, nothing is sent); on the
 //            (S,G) routes of a group a record for each interface of its (*,G) route,
@@ -17,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <utility>
 
 #include "model/Status.h"
 
@@ -29,29 +31,35 @@ class ForwardingEngine {
    ForwardingEngine( const ForwardingEngine& ) = delete;
    ForwardingEngine& operator=( const ForwardingEngine& ) = delete;
 
-   // Reviews marked groups, at least one, until `over` says true. Is all done?
+   // Reviews marked routes, at least one, until `over` says true. Is all done? What is
+   // marked meanwhile waits until all others have had their turn.
    bool review( const std::function<bool()>& over );
 
    // Is something marked?
-   bool pending() const { return !marked_.empty(); }
+   bool pending() const { return !marked_.empty() || !round_.empty(); }
 
  private:
    using Route = Routing::Pim::SparseMode::Route;
    using Group = Vantu::IpGenAddr;
+   using Source = Vantu::IpGenAddr;
+   // The (*,G) route comes before its group's (S,G) routes.
+   using Mark = std::pair<Group, Source>;
    class MoxStatus;
    class MoxPimIntf;
    class MoxRoute;
 
-   void mark( const Group& group ) { marked_.insert( group ); }
+   void mark( const Routing::Pim::RouteKey& key ) {
+      marked_.emplace( key.group, key.source );
+   }
+   void markGroup( const Group& group );
    void markAll();
    void handleRoute( const Routing::Pim::RouteKey& key );
    void handlePimIntf( const Vantu::IntfId& intfId );
-   void reviewGroup( const Group& group );
 
    Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
-   std::set<Group> marked_;
-   // By group, then source; the (*,G) route first.
-   std::map<Group, std::map<Vantu::IpGenAddr, std::unique_ptr<MoxRoute>>> groups_;
+   std::set<Mark> marked_;
+   std::set<Mark> round_;  // being reviewed
+   std::map<Group, std::map<Source, std::unique_ptr<MoxRoute>>> groups_;
    std::map<Vantu::IntfId, std::unique_ptr<MoxPimIntf>> pimIntfs_;
    std::unique_ptr<MoxStatus> moxStatus_;
 };

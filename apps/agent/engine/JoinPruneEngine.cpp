@@ -211,7 +211,7 @@ void JoinPruneEngine::handleEnded( const Key& key ) {
    if ( !holdsState( *route ) ) {
       model_->routeDel( key.routeKey() );
    } else {
-      if ( intf != nullptr && !inherits( *intf ) )
+      if ( intf != nullptr && !inherits( *intf, std::as_const( *route ).wc() ) )
          route->routeIntfDel( key.intfId );
       updateTree( *route );
    }
@@ -238,6 +238,12 @@ void JoinPruneEngine::updatePaths() {
          rp = route->umhIs()->rp();
       updatePath( *route, rp );
    }
+}
+
+std::set<Vantu::IntfId> JoinPruneEngine::recordedIntfs() const {
+   std::set<Vantu::IntfId> intfs;
+   for ( const auto& [key, machines] : downstream_ ) intfs.insert( key.intfId );
+   return intfs;
 }
 
 void JoinPruneEngine::handleIntfGone( Vantu::IntfId intfId ) {
@@ -277,7 +283,7 @@ void JoinPruneEngine::adoptRoute( Route& route ) {
    for ( Vantu::IntfId intfId : Mox::keysOf( route.routeIntf() ) ) {
       Mox::Ptr<Intf> intf = route.routeIntf( intfId );
       adoptIntf( { key.group, intfId, key.source }, *intf, rp );
-      if ( !holdsState( *intf ) && !inherits( *intf ) )
+      if ( !holdsState( *intf ) && !inherits( *intf, std::as_const( route ).wc() ) )
          route.routeIntfDel( intfId );
    }
    if ( !key.source.isUnspecified() || !rp.isUnspecified() ) {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 
 #include "apps/agent/engine/AgentCounters.h"
 #include "apps/agent/engine/DownstreamJoin.h"
@@ -36,6 +37,9 @@ class JoinPruneEngine {
    // The configuration has changed: every route takes the path that it says now. A
    // (*,G) route whose RP is not configured keeps the one that its join named.
    void updatePaths();
+
+   // The interfaces on which there is state.
+   std::set<Vantu::IntfId> recordedIntfs() const;
 
    // The interface has gone: all state on it ends.
    void handleIntfGone( Vantu::IntfId intfId );

@@ -5,17 +5,22 @@
 
 namespace Agent {
 
-// Has the record a downstream state or members of its own?
+// Has the record a downstream or assert state, or members, of its own?
 inline bool holdsState( const Routing::Pim::SparseMode::Intf& intf ) {
    using Routing::Pim::SparseMode::Intf;
    return intf.joinState() != Intf::noInfo || intf.rptState() != Intf::rptNoInfo ||
-          intf.localReceiverInclude() || intf.localReceiverExclude();
+          intf.localReceiverInclude() || intf.localReceiverExclude() ||
+          intf.assertInfo().assertState != Routing::Pim::SparseMode::assertNoInfo;
 }
 
-// Does an (S,G) record stand for the (*,G) route's record of the interface?
-inline bool inherits( const Routing::Pim::SparseMode::Intf& intf ) {
-   const Routing::Pim::SparseMode::Intf* shared = intf.wcIntf();
-   return shared != nullptr && shared != &intf && holdsState( *shared );
+// Does an (S,G) record stand for that of the interface in the (*,G) route `shared`? Null:
+// there is none. A (*,G) record inherits nothing from itself.
+inline bool inherits( const Routing::Pim::SparseMode::Intf& intf,
+                      const Routing::Pim::SparseMode::Route* shared ) {
+   if ( shared == nullptr || shared == intf.parentRoute() ) return false;
+   const Routing::Pim::SparseMode::Intf* theirs =
+      shared->routeIntf( intf.intfId() );
+   return theirs != nullptr && holdsState( *theirs );
 }
 
 // A route goes when this is false; records that it only inherits do not keep it.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "tests/support/VrfBuilder.h"
 
@@ -78,10 +79,11 @@ TEST_F( Forwarding, SourceTreeTakesTheSharedTreesInterfacesOver ) {
    EXPECT_EQ( sgRecords(), "eth1 [eth2] eth3 [eth9]" );
    EXPECT_TRUE( sg()->routeIntf( intfId( "eth1" ) )->initialized() );
 
-   // While on the shared tree, own joins are not served yet.
+   // On the shared tree own joins are not served yet, and traffic comes in there.
+   wc().intf( "eth0" ).joined();
    sg().spTree( false );
    review();
-   EXPECT_EQ( sgRecords(), "eth1 [eth2] [eth3] [eth9]" );
+   EXPECT_EQ( sgRecords(), "[eth0] eth1 [eth2] [eth3] eth9" );
 
    // With the (*,G) records go those that only stood for them.
    vrf->routeDel( wcKey( kGroup ) );
@@ -90,43 +92,115 @@ TEST_F( Forwarding, SourceTreeTakesTheSharedTreesInterfacesOver ) {
    EXPECT_EQ( sgRecords(), "[eth2] eth3" );
 }
 
-// Each change alone must mark the group.
+// One change at a time: each must mark the route, and be followed.
 TEST_F( Forwarding, FollowsEveryInput ) {
    wc().intf( "eth1" ).joined();
    sg().intf( "eth2" ).joined();
    review();
    ASSERT_EQ( sgRecords(), "eth1 eth2" );
-   auto expect = [&]( const char* records, const char* what ) {
-      EXPECT_TRUE( engine.pending() ) << what;
-      review();
-      EXPECT_EQ( sgRecords(), records ) << what;
+   Route& source = *sg();
+   Intf& own = *source.routeIntf( intfId( "eth2" ) );
+   Intf& inherited = *source.routeIntf( intfId( "eth1" ) );
+   auto pim = [&]( const char* name ) { return vrf.pim()->intf( intfId( name ) ); };
+   const AssertInfo lost{ iAmAssertLoser, assertMetric( "[S] 192.0.2.7 [1/1]" ) };
+   Mox::Ptr<Routing::Pim::Status> noPim = Mox::newEntity<Routing::Pim::Status>();
+   struct Step {
+      const char* what;
+      std::function<void()> change;
+      const char* records;
    };
-   auto own = [&] { return sg().intf( "eth2" ); };
-   own().joinState( Intf::noInfo );
-   own().include();
-   expect( "eth1 eth2", "member instead of join" );
-   vrf.pimIntf( "eth2", "192.0.2.5", false );
-   expect( "eth1 [eth2]", "DR role" );
-   own().lostAssert( "[S] 192.0.2.6 [1/1]" );
-   vrf.pimIntf( "eth2", "192.0.2.6", false );
-   expect( "eth1 eth2", "address: the winner is me" );
-   own().include( false );
-   own().joined().lostAssert( "[S] 192.0.2.7 [1/1]" );
-   expect( "eth1 [eth2]", "assert" );
-   own().noAssert();
-   sg().intf( "eth1" ).rptPruned();
-   expect( "[eth1] eth2", "(S,G,rpt) prune" );
-   sg().intf( "eth1" ).rptState( Intf::rptNoInfo );
-   sg().rpf( "eth2" );
-   expect( "eth1 [eth2]", "RPF interface" );
-   sg().mbr( "eth1" );
-   expect( "[eth1] eth2", "border router's interface" );
-   sg()->mbrIs( false );
-   sg()->umhDel();
-   sg().rpf( "eth9" );
-   expect( "eth1 eth2", "another upstream record" );
-   vrf->pimStatusIs( nullptr );
-   expect( "eth1 eth2", "no PIM interfaces known" );
+   const Step steps[] = {
+      { "join", [&] { own.joinStateIs( Intf::noInfo ); }, "eth1" },
+      { "member",
+        [&] {
+           source.routeIntfIs( intfId( "eth2" ) )->localReceiverIncludeIs( true );
+        },
+        "eth1 eth2" },
+      { "DR role", [&] { pim( "eth2" )->iAmDrIs( false ); }, "eth1 [eth2]" },
+      { "winner",
+        [&] {
+           source.routeIntf( intfId( "eth2" ) )
+              ->assertInfoIs(
+                 { iAmAssertWinner, assertMetric( "[S] 192.0.2.5 [1/1]" ) } );
+        },
+        "eth1 eth2" },
+      { "address",
+        [&] {
+           pim( "eth2" )->addrIs( { addr( "192.0.2.6" ), 24 } );
+        },
+        "eth1 [eth2]" },
+      { "no PIM interface", [&] { vrf.pim()->intfDel( intfId( "eth2" ) ); },
+        "eth1 [eth2]" },
+      { "no winner",
+        [&] { source.routeIntf( intfId( "eth2" ) )->assertInfoIs( {} ); },
+        "eth1 eth2" },
+      { "PIM interface again", [&] { vrf.pim()->intfIs( intfId( "eth2" ) ); },
+        "eth1 eth2" },  // without address it is its own winner
+      { "its address",
+        [&] {
+           pim( "eth2" )->addrIs( { addr( "192.0.2.6" ), 24 } );
+        },
+        "eth1 [eth2]" },
+      { "other PIM status", [&] { vrf->pimStatusIs( noPim ); }, "eth1 eth2" },
+      { "no PIM status", [&] { vrf->pimStatusIs( nullptr ); }, "eth1 eth2" },
+      { "PIM status again", [&] { vrf->pimStatusIs( vrf.pim() ); }, "eth1 [eth2]" },
+      { "still heard", [&] { pim( "eth2" )->iAmDrIs( true ); }, "eth1 eth2" },
+      { "rpt prune", [&] { inherited.rptStateIs( Intf::rptPruned ); },
+        "[eth1] eth2" },
+      { "rpt prune ends", [&] { inherited.rptStateIs( Intf::rptNoInfo ); },
+        "eth1 eth2" },
+      { "member of the group",
+        [&] { wc().intf( "eth1" )->localReceiverIncludeIs( true ); }, "eth1 eth2" },
+      { "its join ends", [&] { wc().intf( "eth1" )->joinStateIs( Intf::noInfo ); },
+        "eth1 eth2" },
+      { "source excluded", [&] { inherited.localReceiverExcludeIs( true ); },
+        "[eth1] eth2" },
+      { "and not", [&] { inherited.localReceiverExcludeIs( false ); },
+        "eth1 eth2" },
+      { "assert of the group", [&] { wc().intf( "eth1" )->assertInfoIs( lost ); },
+        "[eth1] eth2" },
+      { "and not", [&] { wc().intf( "eth1" )->assertInfoIs( {} ); }, "eth1 eth2" },
+      { "RPF", [&] { source.umh()->rpfIs( rpfBy( "eth2" ) ); }, "eth1 [eth2]" },
+      { "switch of interface", [&] { source.iifSwitchingIs( true ); },
+        "eth1 [eth2]" },
+      { "its state", [&] { source.iifSwitchStateIs( Route::switchIifUpdated ); },
+        "eth1 eth2" },
+      { "former RPF", [&] { source.umh()->prevRpfIs( rpfBy( "eth1" ) ); },
+        "[eth1] eth2" },
+      { "border router", [&] { source.mbrIs( true ); }, "eth1 eth2" },
+      { "its interface", [&] { source.umh()->mbrIifIs( intfId( "eth2" ) ); },
+        "eth1 [eth2]" },
+      { "no upstream record", [&] { source.umhDel(); }, "eth1 eth2" },
+      { "another", [&] { source.umhIs(); }, "eth1 eth2" },
+      { "bound", [&] { source.umh()->routeIs( &source ); }, "eth1 eth2" },
+      { "with interface", [&] { source.umh()->mbrIifIs( intfId( "eth1" ) ); },
+        "[eth1] eth2" },
+      { "SPT bit", [&] { source.spTreeIs( false ); }, "[eth1] [eth2]" },
+   };
+   for ( const Step& step : steps ) {
+      step.change();
+      EXPECT_TRUE( engine.pending() ) << step.what;
+      review();
+      EXPECT_EQ( sgRecords(), step.records ) << step.what;
+   }
+}
+
+// What only stands without doing anything is neither inherited nor removed again and
+// again; what an assert left stays.
+TEST_F( Forwarding, KeepsWhatHasStateAndComesToRest ) {
+   wc().intf( "eth1" );
+   sg().intf( "eth2" ).joined();
+   sg().intf( "eth3" ).lostAssert( "[S] 192.0.2.6 [1/1]" );
+   unsigned rounds = 0;
+   EXPECT_TRUE( engine.review( [&] { return ++rounds > 100; } ) ) << rounds;
+   EXPECT_EQ( sgRecords(), "eth2 [eth3]" );
+   // The state before the last change, not before the last review.
+   wc().intf( "eth4" ).joined();
+   review();
+   EXPECT_EQ( sg()->upRptState(), upRptPruned );
+   sg().intf( "eth2" ).include();
+   review();
+   EXPECT_EQ( sg()->prevRptState(), upRptNotJoined );
 }
 
 TEST_F( Forwarding, UpstreamStatesFollowTheMacros ) {
@@ -152,25 +226,50 @@ TEST_F( Forwarding, UpstreamStatesFollowTheMacros ) {
 TEST_F( Forwarding, FastForwardsWhereThereIsABackupPath ) {
    sg().intf( "eth1" ).joined();
    sg().intf( "eth2" ).joined();
-   review();
-   EXPECT_FALSE( sg().intf( "eth1" )->fastForward() );
+   auto fast = [&]( const char* intf ) {
+      review();
+      return sg()->routeIntf( intfId( intf ) )->fastForward();
+   };
+   EXPECT_FALSE( fast( "eth1" ) );
+   Mox::Ptr<UpstreamInfo> backup = sg()->umhFrrIs();
+   backup->routeIs( sg().get() );
+   backup->frrIs( true );
+   EXPECT_FALSE( fast( "eth1" ) );
+   backup->rpfIs( rpfBy( "eth2" ) );
+   EXPECT_TRUE( fast( "eth1" ) );
+   EXPECT_FALSE( fast( "eth2" ) );
+   EXPECT_TRUE( sg()->routeIntf( intfId( "eth2" ) )->forward() );
+   sg()->umhFrrDel();
+   EXPECT_FALSE( fast( "eth1" ) );
+
+   // One that was there before the engine is followed as well.
    sg().rpfFrr( "eth2" );
-   review();
-   EXPECT_TRUE( sg().intf( "eth1" )->fastForward() );
-   EXPECT_FALSE( sg().intf( "eth2" )->fastForward() );
-   EXPECT_TRUE( sg().intf( "eth2" )->forward() );
+   ForwardingEngine second( vrf.ptr() );
+   second.review( [] { return false; } );
+   sg()->umhFrr()->rpfIs( rpfBy( "eth1" ) );
+   EXPECT_TRUE( second.review( [] { return false; } ) );
+   EXPECT_FALSE( sg()->routeIntf( intfId( "eth1" ) )->fastForward() );
+   EXPECT_TRUE( sg()->routeIntf( intfId( "eth2" ) )->fastForward() );
 }
 
-TEST_F( Forwarding, ReviewsInSlicesAndTakesUpWhatStands ) {
-   for ( const char* group : { "233.252.0.1", "233.252.0.2", "233.252.0.3" } )
+// Nothing is lost when the time is up, and whoever is marked all the time keeps nobody
+// else waiting.
+TEST_F( Forwarding, ReviewsInSlices ) {
+   const char* const groups[] = { "233.252.0.1", "233.252.0.2", "233.252.0.3" };
+   for ( const char* group : groups )
       vrf.wc( group ).rpf( "eth0" ).intf( "eth1" ).joined();
    review();
+   for ( const char* group : groups )
+      vrf.wc( group ).intf( "eth1" )->forwardIs( false );
    ForwardingEngine second( vrf.ptr() );
-   vrf.wc( kGroup ).intf( "eth1" )->forwardIs( false );
    unsigned slices = 1;
-   while ( !second.review( [] { return true; } ) ) ++slices;
-   EXPECT_EQ( slices, 3u );
-   EXPECT_EQ( wcRecords(), "eth1" );
+   while ( !second.review( [&] {
+      vrf.wc( groups[0] ).intf( "eth2" )->localReceiverIncludeIs( slices % 2 != 0 );
+      return true;
+   } ) && slices < 4 )
+      ++slices;
+   for ( const char* group : groups )
+      EXPECT_TRUE( vrf.wc( group ).intf( "eth1" )->forward() ) << group;
 }
 
 }

@@ -73,9 +73,11 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
       { "-4 --vrf default --group 239.1.2.3 --not-forwarding", 0, 6,
         "assert lost" },
       { "--json-lines", 0, 7, "" },
-      { "explain 198.51.100.7 239.1.2.3 eth3", 0, 23,
-        "eth3: inheritedOlistSg is no" },
+      { "explain 198.51.100.7 239.1.2.3 eth3", 0, 0, "eth3 does not forward" },
       { "explain * 239.1.2.3 --macro rptJoinDesiredWc", 0, 0, "is yes" },
+      { "explain * 239.1.2.3 --macro joinDesiredSgFastFailover --failover "
+        "eth2,eth3",
+        0, 0, "is yes" },
       { "explain * 239.1.2.3 eth2 --json", 0, 0, "immediateOlistWc" },
       { "registers", 0, 11, "vrf default ipv4: 5 (S,G), agent running" },
       { "registers --source 198.51.100.0/24 -4 --vrf default", 0, 4, "3 of 5" },
@@ -128,6 +130,15 @@ TEST_F( ShowShownRouter, RefusesToExplainWhatIsNotThere ) {
    expectComplaint( shown( "explain * 239.9.9.9" ), 1, "no such route" );
    expectComplaint( shown( "explain * 239.1.2.3 eth9" ), 1, "no such route" );
    expectComplaint( shown( "explain * 239.1.2.3 --macro joined" ), 2, "joined" );
+   expectComplaint( shown( "explain * 239.1.2.3 eth2 --macro isPreferredAssertWc" ),
+                    2, "--received" );
+   expectComplaint(
+      shown(
+         "explain * 239.1.2.3 eth2 --macro isPreferredAssertWc --received banana" ),
+      2, "no assert metric" );
+   expectComplaint(
+      shown( "explain * 239.1.2.3 --macro joinDesiredSgFastFailover" ), 2,
+      "--failover" );
    expectComplaint( shown( "explain * 239.1.2.3 eth2 --macro couldAssertSg" ), 2,
                     "(S,G)" );
 }

@@ -54,8 +54,9 @@ TEST_F( Reports, RoutesInDetail ) {
 }
 
 TEST_F( Reports, Explanation ) {
-   Question question{ SmTest::sgKey( "198.51.100.7", "239.1.2.3" ),
-                      Vantu::IntfId( "eth3" ), "", false };
+   Question question;
+   question.route = SmTest::sgKey( "198.51.100.7", "239.1.2.3" );
+   question.intfId = Vantu::IntfId( "eth3" );
    const Mirror& mirror = view.mirror( "default", Vantu::AddressFamily::ipv4 );
    std::string text = explainText( mirror, question ) + '\n';
    question.macro = "lostAssertSg";

@@ -126,9 +126,48 @@ TEST_F( EntityManager, ShowsReadersATableThatGoes ) {
    manager.removeTables( kPath );
    clock.advance( 0.01 );
    readers.dispatch();
-   EXPECT_EQ( control.mountStatus(), mountWaiting );
+   EXPECT_EQ( control.mountStatus(), mountRemoved );
    EXPECT_EQ( recorder.take(), ( std::vector<uint32_t>{ 1 } ) );
    EXPECT_EQ( read->book().size(), 0U );
+}
+
+// A writer that goes and one that comes are told, and no key for it.
+TEST_F( EntityManager, TellsReadersOfTheWritersEndAndReturn ) {
+   auto agent =
+      std::make_unique<Corvex::EntityManager>( clock, nullptr, root.path() );
+   Mox::Ptr<Shelf> written = shelfAt( *agent );
+   written->bookControl()->initialize( ::Brane::tableWriter, 4, false );
+   written->bookIs( bookOf( 1 ) );
+   Corvex::EntityManager readers( clock, nullptr, root.path() );
+   Mox::Ptr<Shelf> read = shelfAt( readers );
+   CollectionControl& control = *read->bookControl();
+   control.initialize( ::Brane::tableReader, 0, false );
+   ShelfRecorder recorder( read.get() );
+   auto listen = [&] {
+      for ( int i = 0; i < 3; ++i ) {
+         clock.advance( 0.01 );
+         clock.runPass();
+         readers.dispatch();
+      }
+   };
+   listen();
+   EXPECT_TRUE( control.writerAlive() );
+   recorder.mounts = 0;
+
+   written.reset();
+   agent.reset();
+   listen();
+   EXPECT_FALSE( control.writerAlive() );
+   EXPECT_EQ( control.mountStatus(), mountReady );
+   EXPECT_EQ( recorder.mounts, 1U );
+
+   written = shelfAt( manager );
+   written->bookControl()->initialize( ::Brane::tableWriter, 4, false );
+   listen();
+   EXPECT_TRUE( control.writerAlive() );
+   EXPECT_EQ( recorder.mounts, 2U );
+   EXPECT_EQ( recorder.take(), std::vector<uint32_t>{} );
+   EXPECT_EQ( read->book().size(), 1U );
 }
 
 }

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
+#include "platform/net/AddressNumber.h"
 
 namespace Vantu {
 namespace {
@@ -10,13 +10,15 @@ namespace {
 constexpr Mox::StringView kNone = "none";
 
 // The address with its bits beyond `length` cleared.
+template <class Family>
+IpGenAddr maskedAs( const IpGenAddr& address, unsigned length ) {
+   auto cleared = Family::ones( Family::bits - length );
+   return Family::address( Family::of( address ) & ~cleared );
+}
 IpGenAddr masked( const IpGenAddr& address, unsigned length ) {
-   auto bytes = address.bytes();
-   for ( unsigned i = 0; i < bytes.size(); ++i ) {
-      unsigned kept = length > 8 * i ? std::min( length - 8 * i, 8U ) : 0;
-      bytes[i] &= static_cast<uint8_t>( 0xff00U >> kept );
-   }
-   return IpGenAddr::fromBytes( address.family(), bytes.data() );
+   return address.family() == AddressFamily::ipv4
+             ? maskedAs<Ip4Number>( address, length )
+             : maskedAs<Ip6Number>( address, length );
 }
 
 }

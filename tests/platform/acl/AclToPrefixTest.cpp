@@ -1,0 +1,207 @@
+#include "platform/acl/AclToPrefix.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <random>
+
+namespace Acl {
+namespace {
+
+using Vantu::Ip4Number;
+using Vantu::Ip6Number;
+using Vantu::IpGenPrefix;
+using Vantu::IpGenPrefixSet;
+
+AclRule rule( uint32_t sequence, AclAction action, const char* source,
+              const char* destination = "none" ) {
+   return { sequence, action, IpGenPrefix( Mox::StringView( source ) ),
+            IpGenPrefix( Mox::StringView( destination ) ) };
+}
+
+template <class Converter>
+Mox::String permitted( const Converter& converter, const AclRules& rules,
+                       bool ignoreSource = false ) {
+   auto list = Mox::newEntity<AclConfig>( "list" );
+   list->rulesIs( rules );
+   IpGenPrefixSet out;
+   converter.handleAcl( list.get(), out, ignoreSource );
+   return valueToStrep( out );
+}
+Mox::String permitted4( AclType type, const std::vector<AclRule>& rules,
+                        bool ignoreSource = false ) {
+   return permitted( AclPrefix::AclToPrefix::multicast(), { type, rules },
+                     ignoreSource );
+}
+Mox::String permitted6( AclType type, const std::vector<AclRule>& rules ) {
+   return permitted( AclIp6Prefix::AclToIp6Prefix::multicast(), { type, rules } );
+}
+
+TEST( AclToPrefix, FirstMatchBySequenceNumberDecides ) {
+   AclRule hole = rule( 10, deny, "239.0.0.0/9" );
+   AclRule whole = rule( 20, permit, "239.0.0.0/8" );
+   EXPECT_EQ( permitted4( standard, { whole, hole } ), "{239.128.0.0/9}" );
+   hole.sequence = 30;
+   EXPECT_EQ( permitted4( standard, { hole, whole } ), "{239.0.0.0/8}" );
+}
+
+TEST( AclToPrefix, JoinsNeighboursAndClipsToTheMulticastRange ) {
+   EXPECT_EQ( permitted4( standard, { rule( 1, permit, "238.0.0.0/8" ),
+                                      rule( 2, permit, "239.0.0.0/8" ),
+                                      rule( 3, permit, "10.0.0.0/8" ) } ),
+              "{238.0.0.0/7}" );
+   EXPECT_EQ( permitted4( standard, { rule( 1, permit, "128.0.0.0/1" ) } ),
+              "{224.0.0.0/4}" );
+   EXPECT_EQ( permitted4( standard, { rule( 1, permit, "none" ) } ),
+              "{224.0.0.0/4}" );
+   EXPECT_EQ( permitted6( standard, { rule( 1, permit, "none" ) } ), "{ff00::/8}" );
+   EXPECT_EQ( permitted6( extended, { rule( 1, deny, "::/0", "ff80::/9" ),
+                                      rule( 2, permit, "::/0", "::/0" ) } ),
+              "{ff00::/9}" );
+   // The other family matches nothing.
+   EXPECT_EQ( permitted6( standard, { rule( 1, permit, "0.0.0.0/0" ) } ), "{}" );
+}
+
+// A group's prefix answers for every source: what is for some sources only neither
+// permits the group nor takes it from a rule behind.
+TEST( AclToPrefix, PassesOverRulesForSomeSourcesUnlessSourcesAreIgnored ) {
+   const std::vector<AclRule> rules = {
+      rule( 10, deny, "192.0.2.0/24", "239.1.0.0/16" ),
+      rule( 20, permit, "192.0.2.1/32", "239.2.0.0/16" ),
+      rule( 30, permit, "0.0.0.0/0", "239.1.0.0/16" ),
+      rule( 40, permit, "none", "239.4.0.0/16" ) };
+   EXPECT_EQ( permitted4( extended, rules ), "{239.1.0.0/16, 239.4.0.0/16}" );
+   EXPECT_EQ( permitted4( extended, rules, true ), "{239.2.0.0/16, 239.4.0.0/16}" );
+}
+
+TEST( AclToPrefix, TakesNothingFromNoListAndAddsToWhatIsThere ) {
+   auto converter = AclPrefix::AclToPrefix::multicast();
+   IpGenPrefixSet out;
+   out.insert( IpGenPrefix( Mox::StringView( "::/0" ) ) );
+   IpGenPrefixSet before = out;
+   converter.handleAcl( nullptr, out, false );
+   converter.handleAcl( Mox::newEntity<AclConfig>( "no rules" ).get(), out, false );
+   EXPECT_EQ( out, before );
+   auto list = Mox::newEntity<AclConfig>( "list" );
+   list->rulesIs( { standard, { rule( 1, permit, "none" ) } } );
+   converter.handleAcl( list.get(), out, false );
+   EXPECT_EQ( valueToStrep( out ), "{224.0.0.0/4, ::/0}" );
+}
+
+// Random lists over a range of 512 groups against a matcher that asks each rule for
+// each group. The range may lie at either end of the address space.
+template <class Family>
+class Trial {
+   using Number = typename Family::Number;
+   using Converter = GroupConverter<Family>;
+   static constexpr unsigned kBits = 9;
+   static constexpr unsigned kGroups = 1U << kBits;
+
+ public:
+   Trial( unsigned seed, Number base ) : dice_( seed ), base_( base ) {}
+
+   void run() {
+      using Interval = typename Converter::Interval;
+      using Set = typename Converter::Set;
+      Converter converter(
+         Set( Interval::closed( base_, base_ + ( kGroups - 1 ) ) ),
+         Set( Interval::closed( 0, ~Number( 0 ) ) ) );
+      for ( int round = 0; round < 200; ++round ) {
+         auto list = Mox::newEntity<AclConfig>( "list" );
+         list->rulesIs( rules() );
+         bool ignoreSource = pick( 2 ) == 0;
+         IpGenPrefixSet made;
+         converter.handleAcl( list.get(), made, ignoreSource );
+         ask( list->currCfg()->rules(), ignoreSource );
+         check( list->currCfg()->rules(), made );
+         if ( testing::Test::HasFailure() ) return;
+      }
+   }
+
+ private:
+   size_t pick( size_t count ) { return dice_() % count; }
+
+   AclRules rules() {
+      AclType type = pick( 2 ) == 0 ? standard : extended;
+      std::vector<AclRule> out;
+      for ( size_t i = pick( 25 ); i > 0; --i ) {
+         IpGenPrefix group;
+         unsigned host = static_cast<unsigned>( pick( kBits + 2 ) );
+         if ( pick( 20 ) != 0 ) {
+            group = { Family::address( base_ + pick( kGroups ) ),
+                      Family::bits - host };
+         }
+         IpGenPrefix source( Family::address( 1 ),
+                             pick( 3 ) == 0 ? Family::bits : 0 );
+         AclAction action = pick( 3 ) == 0 ? deny : permit;
+         auto sequence = static_cast<uint32_t>( 1000 - i );
+         if ( type == standard ) {
+            out.push_back( { sequence, action, group, {} } );
+         } else {
+            out.push_back( { sequence, action, source, group } );
+         }
+      }
+      return { type, out };
+   }
+
+   void ask( const AclRules& list, bool ignoreSource ) {
+      for ( unsigned i = 0; i < kGroups; ++i ) {
+         Vantu::IpGenAddr group = Family::address( base_ + i );
+         permitted_[i] = false;
+         for ( const AclRule& each : list.rules() ) {
+            bool plain = list.type() == standard;
+            if ( !plain && !ignoreSource && each.source.length() != 0 ) continue;
+            const IpGenPrefix& match = plain ? each.source : each.destination;
+            if ( !match.isNone() && !match.contains( group ) ) continue;
+            permitted_[i] = each.action == permit;
+            break;
+         }
+      }
+   }
+
+   // The fewest prefixes of the block of groups, by halving it.
+   size_t fewest( unsigned first, unsigned count ) const {
+      unsigned some = 0;
+      for ( unsigned i = 0; i < count; ++i ) some += permitted_[first + i];
+      if ( some == 0 || some == count ) return some != 0;
+      return fewest( first, count / 2 ) + fewest( first + count / 2, count / 2 );
+   }
+
+   void check( const AclRules& list, const IpGenPrefixSet& made ) const {
+      EXPECT_EQ( made.size(), fewest( 0, kGroups ) ) << list << made;
+      unsigned covered = 0;
+      for ( unsigned i = 0; i < kGroups; ++i ) {
+         Vantu::IpGenAddr group = Family::address( base_ + i );
+         bool found = false;
+         for ( const IpGenPrefix& each : made ) found |= each.contains( group );
+         covered += found;
+         EXPECT_EQ( found, permitted_[i] ) << group << " of " << list << made;
+      }
+      // Nothing outside the range: the prefixes are as large as what they cover.
+      unsigned size = 0;
+      for ( const IpGenPrefix& each : made ) {
+         size += 1U << ( Family::bits - each.length() );
+      }
+      EXPECT_EQ( size, covered ) << list << made;
+   }
+
+   std::mt19937 dice_;
+   Number base_;
+   bool permitted_[kGroups] = {};
+};
+
+TEST( AclToPrefix, AgreesWithAskingEachRuleForEachGroup ) {
+   unsigned seed = std::random_device()();
+   std::printf( "seed %u\n", seed );
+   SCOPED_TRACE( testing::Message() << "seed " << seed );
+   for ( uint32_t base : { 0U, 0xefff0000U, 0xfffffe00U } ) {
+      Trial<Ip4Number>( seed, base ).run();
+   }
+   Vantu::Uint128 last = ~Vantu::Uint128( 0 ) - 511;
+   for ( Vantu::Uint128 base : { Vantu::Uint128( 0 ), last << 64, last } ) {
+      Trial<Ip6Number>( seed, base ).run();
+   }
+}
+
+}
+}

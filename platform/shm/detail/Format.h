@@ -15,7 +15,7 @@
 namespace Brane::Detail {
 
 constexpr uint64_t magicWord = 0x6c626154656e6172;  // "raneTabl"
-constexpr uint32_t formatVersion = 1;
+constexpr uint32_t formatVersion = 2;
 constexpr uint32_t byteOrderMark = 0x01020304;
 constexpr uint64_t readyWord = 0x7964616552656e61;  // "aneReady"
 
@@ -75,7 +75,7 @@ constexpr bool isWord( Position position ) {
 }
 
 // A key stands at most this many lines from home, its own included.
-constexpr uint32_t probeLimit = 16;
+constexpr uint32_t probeLimit = 32;
 
 // An index word: slot + 1 (24 bits), generation (28), tag of the hash (12, never
 // zero). Zero: free. The generation is the low part of the record's sequence, so

@@ -40,11 +40,11 @@ TEST_F( Table, RefusesTheZeroKeyUnlessAsked ) {
 }
 
 TEST_F( Table, RefusesKeysBeyondTheReachOfProbing ) {
-   // All in one line: 16 lines of 7 words are in reach.
+   // All of one home line: the lines in reach have 7 words each.
    constexpr size_t reach = Detail::probeLimit * Detail::wordsPerLine;
-   TableWriter writer( path, layout, 200, options );
+   TableWriter writer( path, layout, 400, options );
    TableReader reader( path, layout );
-   std::vector<uint64_t> ids = neighbours( 200, reach + 1 );
+   std::vector<uint64_t> ids = neighbours( 400, reach + 1 );
    for ( size_t i = 0; i < reach; ++i ) put( writer, ids[i], 1 );
    EXPECT_THROW( put( writer, ids[reach], 1 ), ProbeLimitError );
    for ( size_t i = 0; i < reach; ++i ) {

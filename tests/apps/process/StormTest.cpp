@@ -1,0 +1,321 @@
+// The agent killed again and again, at any moment of its start, its reload and its
+// work, under readers that check all they hear of.
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <optional>
+#include <thread>
+
+#include "export/Status.h"
+#include "platform/loop/TestClock.h"
+#include "platform/mount/EntityManager.h"
+#include "tests/apps/process/Site.h"
+#include "tests/apps/process/storm/Capture.h"
+
+namespace Agent::Storm {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// What both families' tables hold.
+struct Content {
+   std::map<RouteKey, Sm::Brane::Route> routes;
+   std::map<RouteIntfKey, Sm::Brane::Intf> intfs;
+
+   // Without what a kill leaves half done: an interface without its route, a route
+   // that was about to go with its last interface, and, of routes that come and go,
+   // what the forwarding engine had not yet made of their joins.
+   Content settled() const {
+      Content out;
+      for ( auto [key, record] : intfs ) {
+         auto route = routes.find( key.routeKey );
+         if ( route == routes.end() ) continue;
+         auto& kept = out.routes.insert( *route ).first->second;
+         if ( !isStanding( key.routeKey ) ) {
+            kept.upJoinState = Sm::upNotJoined;
+            record.forward = false;
+         }
+         out.intfs.emplace( key, record );
+      }
+      return out;
+   }
+   std::set<std::string> texts( AddressFamily family ) const {
+      std::set<std::string> out;
+      for ( const auto& [key, record] : routes )
+         if ( key.group.family() == family ) out.insert( textOf( record ) );
+      for ( const auto& [key, record] : intfs ) {
+         if ( key.routeKey.group.family() == family )
+            out.insert( valueToStrep( record ) );
+      }
+      return out;
+   }
+   size_t routesOf( AddressFamily family ) const {
+      size_t count = 0;
+      for ( const auto& [key, record] : routes )
+         count += key.group.family() == family;
+      return count;
+   }
+};
+
+// The records that only one of the two has.
+std::string difference( const Content& before, const Content& after,
+                        AddressFamily family ) {
+   std::set<std::string> former = before.texts( family );
+   std::set<std::string> latter = after.texts( family );
+   std::string out;
+   for ( const std::string& text : former )
+      if ( latter.erase( text ) == 0 ) out += "- " + text + '\n';
+   for ( const std::string& text : latter ) out += "+ " + text + '\n';
+   return out;
+}
+
+// The tables as this process reads them, past any model.
+class RawTables {
+ public:
+   explicit RawTables( const std::string& root )
+      : manager_( clock_, nullptr, root ) {
+      for ( AddressFamily family : families ) {
+         tables_.push_back( Sm::Brane::Status::mountInDependencyOrder(
+            manager_,
+            Sm::Brane::Status::mountPath( family, L3::VrfName( "default" ) ),
+            ::Brane::tableReader, nullptr ) );
+      }
+   }
+   // Changes that the tables have seen.
+   uint64_t changes() const {
+      uint64_t sum = 0;
+      for ( const auto& tables : tables_ ) {
+         sum += tables->route().reader()->sequence() +
+                tables->routeIntf().reader()->sequence();
+      }
+      return sum;
+   }
+   uint32_t capacity() const { return tables_[0]->route().reader()->capacity(); }
+   // Every record verified and by the rule.
+   Content content() const {
+      Content out;
+      for ( const auto& tables : tables_ ) {
+         tables->route().visit( nullptr, [&]( const Sm::Brane::Route& record ) {
+            EXPECT_TRUE( keepsRule( record ) ) << record;
+            EXPECT_TRUE( out.routes.emplace( record.key, record ).second );
+            return true;
+         } );
+         tables->routeIntf().visit( nullptr, [&]( const Sm::Brane::Intf& record ) {
+            EXPECT_TRUE( keepsRule( record ) ) << record;
+            EXPECT_TRUE( out.intfs.emplace( record.key, record ).second );
+            return true;
+         } );
+         EXPECT_EQ( tables->route().reader()->counters().damaged, 0U );
+         EXPECT_EQ( tables->routeIntf().reader()->counters().damaged, 0U );
+      }
+      return out;
+   }
+
+ private:
+   Mox::TestClock clock_;
+   Corvex::EntityManager manager_;
+   std::vector<Mox::Ptr<Sm::Brane::Status>> tables_;
+};
+
+class Storm : public testing::Test {
+ protected:
+   static constexpr unsigned messages = 4000;  // of a link, after the first joins
+
+   Storm() {
+      std::cout << "PIMSM_SEED=" << seed << std::endl;
+      config( 1000, 10000 );
+      for ( unsigned interface : { 1, 2 } ) {
+         std::string name = fmt::format( "eth{}", interface );
+         read.push_back( "--read" );
+         read.push_back( name + '=' +
+                         writeFile( site.root() + '/' + name + ".pcap",
+                                    Link( interface, messages, seed ).file() ) );
+      }
+   }
+
+   void config( unsigned maxRoutes, unsigned maxRouteIntfs ) {
+      site.write( "agent.yaml", configText( maxRoutes, maxRouteIntfs ) );
+   }
+   // An agent that only takes up what stands, and one that replays as well.
+   Program::Arguments quiet() const {
+      return { PIMSM_AGENT, "--config", site.root() + "/agent.yaml", "--root",
+               site.root() };
+   }
+   Program::Arguments busy() const {
+      Program::Arguments out = quiet();
+      out.insert( out.end(), read.begin(), read.end() );
+      return out;
+   }
+
+   unsigned pick( unsigned limit ) { return random() % limit; }
+
+   void kill( Program& program ) {
+      program.signal( SIGKILL );
+      ASSERT_EQ( program.wait(), -SIGKILL ) << program.err();
+      ++kills;
+   }
+   // After some changes, or, now and then, at any moment from the start on.
+   void killSomewhere( Program& agent, uint64_t changesOfALife ) {
+      if ( pick( 3 ) == 0 ) {
+         for ( unsigned turns = pick( 60000 ); turns > 0; --turns )
+            std::this_thread::yield();
+         return kill( agent );
+      }
+      uint64_t until = tables->changes() + random() % changesOfALife;
+      auto end = Clock::now() + Program::deadline;
+      while ( tables->changes() < until && Clock::now() < end )
+         std::this_thread::yield();
+      kill( agent );
+   }
+
+   void startReaders() {
+      for ( auto& reader : readers ) restart( reader );
+   }
+   void restart( std::optional<Program>& reader ) {
+      reader.emplace( Program::Arguments{ PIMSM_CHECKING_READER, site.root() } );
+      ASSERT_TRUE( reader->until(
+         [&] { return reader->out().find( "ready\n" ) != std::string::npos; } ) )
+         << reader->err();
+   }
+   // What it says next when asked.
+   std::string ask( Program& reader ) {
+      size_t before = reader.out().size();
+      reader.signal( SIGUSR1 );
+      EXPECT_TRUE( reader.until( [&] {
+         return reader.out().size() > before && reader.out().back() == '\n';
+      } ) )
+         << reader.err();
+      return reader.out().substr( before );
+   }
+   void expectReadersShow( const Content& content ) {
+      std::string wanted = digestOf( content.texts( AddressFamily::ipv4 ) ) + ' ' +
+                           digestOf( content.texts( AddressFamily::ipv6 ) ) + ';';
+      for ( auto& reader : readers ) {
+         std::string says;
+         auto end = Clock::now() + Program::deadline;
+         do {
+            says = ask( *reader );
+         } while ( says.rfind( wanted, 0 ) != 0 && Clock::now() < end );
+         EXPECT_EQ( says.rfind( wanted, 0 ), 0U ) << says << "not " << wanted;
+         EXPECT_NE( says.find( "; lost 0 broken 0 " ), std::string::npos ) << says;
+      }
+   }
+
+   // An agent takes up the tables: they, its model and the readers' hold what stood.
+   Content expectReloadKeeps( const Content& left ) {
+      Program agent( quiet() );
+      EXPECT_TRUE( agent.untilErr( "vrf default ipv6:" ) ) << agent.err();
+      Content now = RawTables( site.root() ).content();
+      for ( AddressFamily family : families ) {
+         std::string differs = difference( left.settled(), now.settled(), family );
+         EXPECT_TRUE( differs.empty() ) << differs.substr( 0, 4000 );
+         std::string line =
+            fmt::format( "vrf default {}: {} routes\n", valueToStrep( family ),
+                         left.settled().routesOf( family ) );
+         EXPECT_NE( agent.err().find( line ), std::string::npos )
+            << agent.err() << "not " << line;
+      }
+      expectReadersShow( now );
+      kill( agent );
+      return now;
+   }
+   void expectAllStand( const Content& content ) {
+      for ( unsigned number = 0; number < standing; ++number ) {
+         for ( bool ipv4 : { true, false } ) {
+            RouteKey key = keyOf( ipv4, number );
+            EXPECT_EQ( content.routes.count( key ), 1U ) << key;
+            for ( unsigned i : { 1, 2 } ) {
+               Vantu::IntfId intfId( fmt::format( "eth{}", i ) );
+               EXPECT_EQ( content.intfs.count( { key, intfId } ),
+                          isOn( number, i ) ? 1U : 0U )
+                  << key << ' ' << intfId;
+            }
+         }
+      }
+   }
+
+   // The first life, to its end: what it published, in how many changes.
+   uint64_t liveOnce() {
+      Program agent( busy() );
+      EXPECT_TRUE( agent.untilErr( "vrf default ipv6:" ) ) << agent.err();
+      tables.emplace( site.root() );
+      EXPECT_EQ( agent.err().find( "dropped" ), std::string::npos ) << agent.err();
+      expectAllStand( tables->content() );
+      kill( agent );
+      return tables->changes();
+   }
+
+   const unsigned seed = std::getenv( "PIMSM_SEED" )
+                            ? unsigned( std::atoi( std::getenv( "PIMSM_SEED" ) ) )
+                            : std::random_device()();
+   std::mt19937 random{ seed };
+   unsigned kills = 0;
+   Site site;
+   Program::Arguments read;
+   std::optional<RawTables> tables;
+   std::optional<Program> readers[3];
+};
+
+TEST_F( Storm, LosesNothingHoweverOftenTheAgentIsKilled ) {
+   const unsigned wanted = std::getenv( "PIMSM_LONG" ) ? 200 : 15;
+   startReaders();
+   uint64_t changes = liveOnce();
+   unsigned readersKilled = 0, reloads = 0;
+   while ( kills < wanted && !HasFailure() ) {
+      SCOPED_TRACE( fmt::format( "kill {}", kills ) );
+      if ( pick( 4 ) == 0 ) {
+         std::optional<Program>& reader = readers[pick( 3 )];
+         {
+            Program agent( busy() );
+            reader->signal( SIGKILL );
+            EXPECT_EQ( reader->wait(), -SIGKILL );
+            restart( reader );
+            kill( agent );
+         }
+         ++readersKilled;
+      }
+      {
+         Program agent( busy() );
+         killSomewhere( agent, changes );
+      }
+      Content left = tables->content();
+      expectAllStand( left );
+      if ( pick( 2 ) == 0 ) {  // the one that takes up dies of it as well
+         Program agent( quiet() );
+         killSomewhere( agent, 20 );
+         for ( AddressFamily family : families ) {
+            EXPECT_EQ(
+               difference( left.settled(), tables->content().settled(), family ),
+               "" );
+         }
+      }
+      expectAllStand( expectReloadKeeps( left ) );
+      ++reloads;
+   }
+   std::cout << kills << " agents killed, " << readersKilled << " readers, "
+             << reloads << " reloads compared, " << tables->changes()
+             << " changes; the readers: " << std::endl;
+   for ( auto& reader : readers ) std::cout << "   " << ask( *reader );
+}
+
+TEST_F( Storm, KeepsEveryRouteWhenItsLimitsChange ) {
+   startReaders();
+   liveOnce();
+   Content left = tables->content();
+   for ( unsigned limit : { 5000, 10, 600 } ) {
+      SCOPED_TRACE( limit );
+      config( limit, limit * 10 );
+      {
+         Program agent( quiet() );  // anywhere in making the new tables
+         for ( unsigned turns = pick( 60000 ); turns > 0; --turns )
+            std::this_thread::yield();
+         kill( agent );
+      }
+      expectAllStand( expectReloadKeeps( left ) );
+      auto routes = static_cast<unsigned>( left.routesOf( AddressFamily::ipv4 ) );
+      EXPECT_EQ( RawTables( site.root() ).capacity(), std::max( limit, routes ) );
+   }
+}
+
+}
+}

@@ -119,7 +119,15 @@ TEST_P( MacroTest, AgreesOverTheProduct ) {
    total.states += states;
    total.comparisons += states;
    std::cout << macro.name << ": " << states << ( all ? "" : " representative" )
-             << " states of " << macro.axes.size() << " facts\n";
+             << " states of " << macro.axes.size() << " facts";
+   // What the product leaves to the samples is said.
+   const char* before = ", by representatives of ";
+   for ( const Axis& axis : macro.axes ) {
+      if ( !all || !axis.thinned ) continue;
+      std::cout << before << axis.name;
+      before = ", ";
+   }
+   std::cout << '\n';
 }
 
 TEST_P( MacroTest, AgreesAnywhereAndHeedsNothingElse ) {

@@ -44,7 +44,10 @@ Axes operator+( Axes left, const Axes& right ) {
 // Only the values that stand for all.
 Axes thin( Axes axes ) {
    for ( Axis& axis : axes )
-      if ( !axis.few.empty() ) axis.values = axis.few;
+      if ( !axis.few.empty() ) {
+         axis.values = axis.few;
+         axis.thinned = true;
+      }
    return axes;
 }
 
@@ -278,7 +281,7 @@ const std::vector<Macro> kMacros = {
    WC_ROUTE( joinDesiredWc, ports + wcRpfAny ),
    WC_ROUTE( rptJoinDesiredWc, ports + wcRpfAny ),
    SG_ROUTE( joinDesiredSg, wcState + joinSg ),
-   SG_ROUTE( pruneDesiredSgRpt, ports + wcRpfAny + sgRpfAny + frrAny + spt ),
+   SG_ROUTE( pruneDesiredSgRpt, wcState + ports + wcRpfAny + sgRpfAny + frrAny + spt ),
    MACRO( false, sg, joinDesiredSgFastFailover, ( m.failover() ),
           o.joinDesiredSgFastFailover(), wcState + failover + ports ),
 };

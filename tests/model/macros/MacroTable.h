@@ -18,6 +18,7 @@ struct Axis {
    void ( *set )( World&, int );
    std::vector<int> values;
    std::vector<int> few = {};  // those that stand for all; empty for all
+   bool thinned = false;       // `few` in place of all, in the full run too
 };
 using Axes = std::vector<Axis>;
 

@@ -1,0 +1,20 @@
+// Decides for which groups shared-tree joins and prunes are not taken.
+//
+// Implemented where the decision is made, asked by the join/prune processing.
+// Event-loop thread only.
+#pragma once
+
+#include "platform/base/Ptr.h"
+#include "platform/net/IpGenAddr.h"
+
+namespace Routing::Pim {
+
+class PIMSM_API JoinPruneFilter : public Mox::RefCounted<JoinPruneFilter> {
+ public:
+   virtual ~JoinPruneFilter() = default;
+
+   // True when a join or prune for the group is to be refused.
+   virtual bool deny( const Vantu::IpGenAddr& group ) const = 0;
+};
+
+}

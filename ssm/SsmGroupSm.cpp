@@ -1,0 +1,227 @@
+#include "ssm/SsmGroupSm.h"
+
+#include "platform/acl/AclToPrefix.h"
+#include "platform/trace/Trace.h"
+
+namespace Routing::Pim::SparseMode {
+
+MOX_TRACE_FACILITY( facility, "Pimsm::SsmGroupSm" )
+
+MOX_ENTITY_TYPE( SsmGroupSm, PIMSM_SSM_GROUP_SM_ATTRIBUTES )
+
+// Any of these may be destroyed inside its own call: each does its work last, or
+// goes on without itself.
+class SsmGroupSm::MoxConfig : public Config::NotifieeConst {
+ public:
+   explicit MoxConfig( SsmGroupSm& sm ) : sm_( sm ) {
+      notifierIs( sm.config().get() );
+   }
+   void onSsmFilter() override {
+      auto pin = sm_.pin();
+      sm_.handleSsmFilter();
+   }
+
+ private:
+   SsmGroupSm& sm_;
+};
+
+class SsmGroupSm::MoxAclIpConfig : public Acl::AclTypeConfig::NotifieeConst {
+ public:
+   explicit MoxAclIpConfig( SsmGroupSm& sm ) : sm_( sm ) {
+      notifierIs( sm.aclIpConfig().get() );
+   }
+   void onAcl( const Mox::String& name ) override {
+      SsmGroupSm& sm = sm_;
+      auto pin = sm.pin();
+      sm.handleAclConfig( name );
+      sm.watchAcl( name );
+   }
+
+ private:
+   SsmGroupSm& sm_;
+};
+
+class SsmGroupSm::MoxAclConfig : public Acl::AclConfig::NotifieeConst {
+ public:
+   MoxAclConfig( SsmGroupSm& sm, const Acl::AclConfig& list )
+      : sm_( sm ), moxCfg_( *this ) {
+      notifierIs( &list );
+      moxCfg_.notifierIs( list.currCfg() );
+   }
+   void onCurrCfg() override {
+      moxCfg_.notifierIs( notifier()->currCfg() );
+      handleCurrCfg();
+   }
+
+   void handleCurrCfg() {
+      MOX_TRACE( facility, 8, "handleCurrCfg" );
+      if ( notifier() == nullptr ) return;
+      auto pin = sm_.pin();
+      if ( notifier()->name() == sm_.ssmFilter() ) sm_.handleAllRules( notifier() );
+   }
+
+ private:
+   class MoxCfg : public Acl::AclSubConfig::NotifieeConst {
+    public:
+      explicit MoxCfg( MoxAclConfig& list ) : list_( list ) {}
+      void onRules() override { list_.handleCurrCfg(); }
+
+    private:
+      MoxAclConfig& list_;
+   };
+
+   SsmGroupSm& sm_;
+   MoxCfg moxCfg_;
+};
+
+SsmGroupSm::SsmGroupSm( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
+                        SsmGroupInfoPtr ssmGroupInfo )
+   : config_( std::move( config ) ),
+     aclIpConfig_( std::move( aclIpConfig ) ),
+     ssmGroupInfo_( std::move( ssmGroupInfo ) ) {
+   MOX_ASSERT( ssmGroupInfo_ != nullptr );
+   moxConfig_ = std::make_unique<MoxConfig>( *this );
+   moxAclIpConfig_ = std::make_unique<MoxAclIpConfig>( *this );
+   handleInitialized();
+   if ( aclIpConfig_ != nullptr ) {
+      for ( const auto& name : Mox::keysOf( aclIpConfig_->acl() ) )
+         watchAcl( name );
+   }
+   constructed_ = true;
+}
+
+SsmGroupSm::~SsmGroupSm() = default;
+
+void SsmGroupSm::configDel() {
+   moxConfig_.reset();
+   config_.reset();
+}
+
+void SsmGroupSm::aclIpConfigDel() {
+   moxAclIpConfig_.reset();
+   aclConfigDelAll();
+   aclIpConfig_.reset();
+}
+
+const SsmGroupSm::MoxAclConfig* SsmGroupSm::aclConfig(
+   const Mox::String& name ) const {
+   auto found = aclConfig_.find( name );
+   return found == aclConfig_.end() ? nullptr : found->second.get();
+}
+
+// The quote at the end of the text is deliberately there.
+void SsmGroupSm::aclConfigIs( const Acl::AclConfig* list ) {
+   MOX_ASSERT_TEXT(
+      list != nullptr,
+      "null _aclConfig parameter to mutator for "
+      "Routing::Pim::SparseMode::SsmGroupSm::aclConfig not allowed\"" );
+   const MoxAclConfig* watched = aclConfig( list->name() );
+   if ( watched != nullptr && watched->notifier() == list ) return;
+   aclConfig_[list->name()] = std::make_unique<MoxAclConfig>( *this, *list );
+}
+
+void SsmGroupSm::aclConfigDel( const Mox::String& name ) {
+   aclConfig_.erase( name );
+}
+
+void SsmGroupSm::aclConfigDelAll() {
+   aclConfig_.clear();
+}
+
+void SsmGroupSm::watchAcl( const Mox::String& name ) {
+   if ( const Acl::AclConfig* list = acl( name ) ) {
+      aclConfigIs( list );
+   } else {
+      aclConfigDel( name );
+   }
+}
+
+void SsmGroupSm::handleInitialized() {
+   MOX_TRACE( facility, 8,
+              "void Routing::Pim::SparseMode::SsmGroupSm::handleInitialized()" );
+   if ( !ssmGroupInfo()->initialized() ) ssmGroupInfo()->handleInitialized();
+   initializedIs( true );
+   handleSsmFilter();
+}
+
+// With ".no-ssm-range" the trie is deliberately left as it is: nothing consults it.
+void SsmGroupSm::handleSsmFilter() {
+   MOX_TRACE( facility, 8,
+              "void Routing::Pim::SparseMode::SsmGroupSm::handleSsmFilter()" );
+   if ( ssmFilter() == noSsmRange ) {
+      ssmGroupInfo()->ssmConfigChangedInc( 1 );
+      return;
+   }
+   handleAllRules( acl( ssmFilter() ) );
+}
+
+void SsmGroupSm::handleAclConfig() {
+   if ( ssmFilter() == noSsmRange ) {
+      MOX_TRACE( facility, 8, "handleAclConfig() not interested" );
+      return;
+   }
+   handleAclConfig( ssmFilter() );
+}
+
+void SsmGroupSm::handleAclConfig( const Mox::String& name ) {
+   if ( name == ssmFilter() ) return handleAllRules( acl( name ) );
+   MOX_TRACE( facility, 8, "handleAclConfig() not interested in " << name );
+}
+
+void SsmGroupSm::handleAllRules( const Acl::AclConfig* acl ) {
+   MOX_TRACE( facility, 8, "handleAllRules" );
+   if ( !ssmGroupInfo()->initialized() || ssmGroupInfo()->trie() == nullptr ) {
+      MOX_TRACE( facility, 8, "handleAllRules not initialized " );
+      return;
+   }
+   clearTrie();
+   if ( acl != nullptr ) {
+      loadTrie( *acl );
+   } else {
+      MOX_TRACE( facility, 8,
+                 "handleAllRules acl deletion, update ssmConfigChanged " );
+   }
+   ssmGroupInfo()->ssmConfigChangedInc( 1 );
+}
+
+void SsmGroupSm::clearTrie() {
+   TrieGen& trie = *ssmGroupInfo()->trie();
+   if ( Trie* trie4 = trie.trie4() ) {
+      MOX_TRACE( facility, 8, "handleAllRules cleanup trie4 first " );
+      trie4->handleDeletion();
+      trie4->handleInitialized();
+   }
+   if ( PatriciaTrie* trie6 = trie.trie6() ) {
+      MOX_TRACE( facility, 8, "handleAllRules cleanup trie6 first " );
+      trie6->handleDeletion();
+      trie6->handleInitialized();
+   }
+}
+
+void SsmGroupSm::loadTrie( const Acl::AclConfig& acl ) {
+   Vantu::IpGenPrefixSet permitted;
+   switch ( ssmGroupInfo()->addressFamily() ) {
+      case Vantu::AddressFamily::ipv4:
+         AclPrefix::AclToPrefix::multicast().handleAcl( &acl, permitted, false );
+         break;
+      case Vantu::AddressFamily::ipv6:
+         AclIp6Prefix::AclToIp6Prefix::multicast().handleAcl( &acl, permitted,
+                                                              false );
+         break;
+      default:
+         MOX_TRACE(
+            facility, 7,
+            "Unsupported address family " << ssmGroupInfo()->addressFamily() );
+   }
+   for ( const Vantu::IpGenPrefix& prefix : permitted ) {
+      ssmGroupInfo()->trie()->routeIs( prefix, true );
+   }
+}
+
+Mox::Ptr<SsmGroupSm> SsmGroupSmIs( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
+                                   SsmGroupInfoPtr ssmGroupInfo ) {
+   return Mox::newEntity<SsmGroupSm>( std::move( config ), std::move( aclIpConfig ),
+                                      std::move( ssmGroupInfo ) );
+}
+
+}

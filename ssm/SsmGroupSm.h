@@ -1,0 +1,88 @@
+// Keeps the configured SSM range in step with the configuration.
+//
+//   watches  config's ssmFilter, the collection of access lists, every list's current
+//            sub-configuration and the rules in it
+//   writes   the trie of ssmGroupInfo, cleared and loaded whole; ssmConfigChanged,
+//            one step a rebuild and one when ssmFilter turns to ".no-ssm-range"
+//   ignores  lists that ssmFilter does not name (traced)
+//
+// Holds references to what it was given. Observers of ssmConfigChanged may let go of
+// it, and change the configuration. Event-loop thread only.
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "platform/acl/AclConfig.h"
+#include "ssm/SsmGroupInfo.h"
+
+namespace Routing::Pim::SparseMode {
+
+using ConfigPtr = Mox::Ptr<const Config>;
+using AclTypeConfigPtr = Mox::Ptr<const Acl::AclTypeConfig>;
+using SsmGroupInfoPtr = Mox::Ptr<SsmGroupInfo>;
+
+// clang-format off
+#define PIMSM_SSM_GROUP_SM_ATTRIBUTES( A ) \
+   A( Fixed, config,       Config,       ConfigPtr,        ,      "null: as if ssmFilter were empty" ) \
+   A( Fixed, aclIpConfig,  AclIpConfig,  AclTypeConfigPtr, ,      "null: there are no lists" ) \
+   A( Fixed, ssmGroupInfo, SsmGroupInfo, SsmGroupInfoPtr,  ,      "maintained here" ) \
+   A( Value, initialized,  Initialized,  bool,             false, "handleInitialized has run" )
+// clang-format on
+
+class PIMSM_API SsmGroupSm : public Mox::Entity {
+ public:
+   class MoxAclConfig;
+
+   MOX_ENTITY( SsmGroupSm, PIMSM_SSM_GROUP_SM_ATTRIBUTES )
+
+   // Runs handleInitialized(), then begins to watch each list.
+   // REQUIRES: ssmGroupInfo not null.
+   SsmGroupSm( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
+               SsmGroupInfoPtr ssmGroupInfo );
+   ~SsmGroupSm() override;
+
+   // Stop watching and let go; the range stays as it is. aclIpConfigDel() forgets
+   // the lists as well.
+   void configDel();
+   void aclIpConfigDel();
+
+   // The watched lists by name; null when the list is not watched.
+   const MoxAclConfig* aclConfig( const Mox::String& name ) const;
+   // Begins to watch the list, in place of another of that name. Null is fatal.
+   void aclConfigIs( const Acl::AclConfig* list );
+   void aclConfigDel( const Mox::String& name );
+   void aclConfigDelAll();
+
+   void handleInitialized();
+   void handleSsmFilter();
+   void handleAclConfig();
+   void handleAclConfig( const Mox::String& name );
+   // Rebuilds the range from the list; null leaves it empty.
+   void handleAllRules( const Acl::AclConfig* acl );
+
+ private:
+   class MoxConfig;
+   class MoxAclIpConfig;
+
+   Mox::String ssmFilter() const { return config() ? config()->ssmFilter() : ""; }
+   const Acl::AclConfig* acl( const Mox::String& name ) const {
+      return aclIpConfig() ? aclIpConfig()->acl( name ) : nullptr;
+   }
+   void watchAcl( const Mox::String& name );
+   void clearTrie();
+   void loadTrie( const Acl::AclConfig& acl );
+   // While it is being constructed nobody can let go of it, but a pin would.
+   Mox::Ptr<SsmGroupSm> pin() { return constructed_ ? this : nullptr; }
+
+   std::unique_ptr<MoxConfig> moxConfig_;
+   std::unique_ptr<MoxAclIpConfig> moxAclIpConfig_;
+   std::map<Mox::String, std::unique_ptr<MoxAclConfig>> aclConfig_;
+   bool constructed_ = false;
+};
+
+PIMSM_API Mox::Ptr<SsmGroupSm> SsmGroupSmIs( ConfigPtr config,
+                                             AclTypeConfigPtr aclIpConfig,
+                                             SsmGroupInfoPtr ssmGroupInfo );
+
+}

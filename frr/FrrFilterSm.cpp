@@ -1,0 +1,226 @@
+#include "frr/FrrFilterSm.h"
+
+#include "platform/acl/AclToPrefix.h"
+#include "platform/trace/Trace.h"
+
+namespace Routing::Pim::SparseMode {
+
+MOX_TRACE_FACILITY( facility, "Pimsm::FrrFilterSm" )
+
+MOX_ENTITY_TYPE( FrrFilterSm, PIMSM_FRR_FILTER_SM_ATTRIBUTES )
+
+// How the traces of a handler begin.
+#define FRR_HANDLER( signature ) \
+   "void Routing::Pim::SparseMode::FrrFilterSm::" signature
+
+// Any of these may be destroyed inside its own call: each does its work last, or
+// goes on without itself.
+class FrrFilterSm::MoxConfig : public Config::NotifieeConst {
+ public:
+   explicit MoxConfig( FrrFilterSm& sm ) : sm_( sm ) {
+      notifierIs( sm.config().get() );
+   }
+   void onFrrFilter() override {
+      auto pin = sm_.pin();
+      sm_.handleFrrFilter();
+   }
+
+ private:
+   FrrFilterSm& sm_;
+};
+
+class FrrFilterSm::MoxAclIpConfig : public Acl::AclTypeConfig::NotifieeConst {
+ public:
+   explicit MoxAclIpConfig( FrrFilterSm& sm ) : sm_( sm ) {
+      notifierIs( sm.aclIpConfig().get() );
+   }
+   void onAcl( const Mox::String& name ) override {
+      auto pin = sm_.pin();
+      sm_.handleAclConfig( name );
+      sm_.watchAcl( name );
+   }
+
+ private:
+   FrrFilterSm& sm_;
+};
+
+class FrrFilterSm::MoxAclConfig : public Acl::AclConfig::NotifieeConst {
+ public:
+   MoxAclConfig( FrrFilterSm& sm, const Acl::AclConfig& list )
+      : sm_( sm ), moxCfg_( *this ) {
+      notifierIs( &list );
+      moxCfg_.notifierIs( list.currCfg() );
+   }
+   void onCurrCfg() override {
+      moxCfg_.notifierIs( notifier()->currCfg() );
+      handleCurrCfg();
+   }
+
+   void handleCurrCfg() {
+      if ( notifier() == nullptr ) return;
+      MOX_TRACE( facility, 8,
+                 FRR_HANDLER( "MoxAclConfig::handleCurrCfg()" )
+                    << ' ' << notifier()->name() );
+      auto pin = sm_.pin();
+      if ( notifier()->name() == sm_.frrFilter() ) sm_.handleAllRules( notifier() );
+   }
+
+ private:
+   class MoxCfg : public Acl::AclSubConfig::NotifieeConst {
+    public:
+      explicit MoxCfg( MoxAclConfig& list ) : list_( list ) {}
+      void onRules() override { list_.handleCurrCfg(); }
+
+    private:
+      MoxAclConfig& list_;
+   };
+
+   FrrFilterSm& sm_;
+   MoxCfg moxCfg_;
+};
+
+Mox::Ptr<FrrFilterSm> frrFilterSmFactory( ConfigPtr config,
+                                          AclTypeConfigPtr aclIpConfig,
+                                          FrrFilterStatusPtr frrFilterStatus ) {
+   return Mox::newEntity<FrrFilterSm>(
+      std::move( config ), std::move( aclIpConfig ), std::move( frrFilterStatus ) );
+}
+
+Mox::Ptr<FrrFilterSm> FrrFilterSmIs( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
+                                     FrrFilterStatusPtr frrFilterStatus ) {
+   return frrFilterSmFactory( std::move( config ), std::move( aclIpConfig ),
+                              std::move( frrFilterStatus ) );
+}
+
+FrrFilterSm::FrrFilterSm( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
+                          FrrFilterStatusPtr frrFilterStatus )
+   : config_( std::move( config ) ),
+     aclIpConfig_( std::move( aclIpConfig ) ),
+     frrFilterStatus_( std::move( frrFilterStatus ) ) {
+   MOX_ASSERT( frrFilterStatus_ != nullptr );
+   moxConfig_ = std::make_unique<MoxConfig>( *this );
+   moxAclIpConfig_ = std::make_unique<MoxAclIpConfig>( *this );
+   handleInitialized();
+   if ( aclIpConfig_ != nullptr ) {
+      for ( const auto& name : Mox::keysOf( aclIpConfig_->acl() ) )
+         watchAcl( name );
+   }
+   constructed_ = true;
+}
+
+FrrFilterSm::~FrrFilterSm() = default;
+
+const FrrFilterSm::MoxAclConfig* FrrFilterSm::aclConfig(
+   const Mox::String& name ) const {
+   auto found = aclConfig_.find( name );
+   return found == aclConfig_.end() ? nullptr : found->second.get();
+}
+
+void FrrFilterSm::aclConfigIs( const Acl::AclConfig* list ) {
+   MOX_ASSERT_TEXT(
+      list != nullptr,
+      "null _aclConfig parameter to mutator for "
+      "Routing::Pim::SparseMode::FrrFilterSm::aclConfig not allowed" );
+   const MoxAclConfig* watched = aclConfig( list->name() );
+   if ( watched != nullptr && watched->notifier() == list ) return;
+   aclConfig_[list->name()] = std::make_unique<MoxAclConfig>( *this, *list );
+}
+
+void FrrFilterSm::aclConfigDel( const Mox::String& name ) {
+   aclConfig_.erase( name );
+}
+
+void FrrFilterSm::watchAcl( const Mox::String& name ) {
+   if ( const Acl::AclConfig* list = aclIpConfig()->acl( name ) ) {
+      aclConfigIs( list );
+   } else {
+      aclConfigDel( name );
+   }
+}
+
+void FrrFilterSm::handleInitialized() {
+   MOX_TRACE( facility, 8, FRR_HANDLER( "handleInitialized()" ) );
+   if ( !frrFilterStatus()->initialized() ) frrFilterStatus()->handleInitialized();
+   initializedIs( true );
+   handleFrrFilter();
+}
+
+// Deliberately bumps again after the rebuild has: readers rely on "changed" alone.
+void FrrFilterSm::handleFrrFilter() {
+   MOX_TRACE( facility, 8, FRR_HANDLER( "handleFrrFilter()" ) );
+   if ( aclIpConfig() != nullptr )
+      handleAllRules( aclIpConfig()->acl( frrFilter() ) );
+   frrFilterStatus()->changeCountInc( 1 );
+}
+
+void FrrFilterSm::handleAclConfig() {
+   MOX_TRACE( facility, 8, FRR_HANDLER( "handleAclConfig()" ) );
+   if ( aclIpConfig() != nullptr ) handleAclConfig( frrFilter() );
+}
+
+void FrrFilterSm::handleAclConfig( const Mox::String& name ) {
+   MOX_TRACE( facility, 8, FRR_HANDLER( "handleAclConfig(Mox::String) " ) << name );
+   if ( aclIpConfig() != nullptr && name == frrFilter() ) {
+      return handleAllRules( aclIpConfig()->acl( name ) );
+   }
+   MOX_TRACE( facility, 8,
+              FRR_HANDLER( "handleAclConfig(Mox::String)" )
+                 << " not interested in " << name );
+}
+
+void FrrFilterSm::handleAllRules( const Acl::AclConfig* aclConfig ) {
+   MOX_TRACE( facility, 8, FRR_HANDLER( "handleAllRules(const Acl::AclConfig*)" ) );
+   if ( !initialized() ) {
+      MOX_TRACE( facility, 8, "handleAllRules not initialized " );
+      return;
+   }
+   clearTrie();
+   if ( aclConfig == nullptr || aclConfig->currCfg() == nullptr ) {
+      MOX_TRACE( facility, 8, "handleAllRules acl deletion, update changeCount " );
+   } else {
+      loadTrie( *aclConfig );
+   }
+   frrFilterStatus()->changeCountInc( 1 );
+}
+
+void FrrFilterSm::clearTrie() {
+   TrieGen* trie = frrFilterStatus()->trie();
+   if ( trie == nullptr ) return;
+   if ( Trie* trie4 = trie->trie4() ) {
+      MOX_TRACE( facility, 8, "handleAllRules cleanup trie4 first " );
+      trie4->handleDeletion();
+      trie4->handleInitialized();
+   }
+   if ( PatriciaTrie* trie6 = trie->trie6() ) {
+      MOX_TRACE( facility, 8, "handleAllRules cleanup trie6 first " );
+      trie6->handleDeletion();
+      trie6->handleInitialized();
+   }
+}
+
+void FrrFilterSm::loadTrie( const Acl::AclConfig& aclConfig ) {
+   Vantu::IpGenPrefixSet permitted;
+   switch ( frrFilterStatus()->addressFamily() ) {
+      case Vantu::AddressFamily::ipv4:
+         AclPrefix::AclToPrefix::multicast().handleAcl( &aclConfig, permitted,
+                                                        false );
+         break;
+      case Vantu::AddressFamily::ipv6:
+         AclIp6Prefix::AclToIp6Prefix::multicast().handleAcl( &aclConfig, permitted,
+                                                              false );
+         break;
+      default:
+         MOX_TRACE(
+            facility, 7,
+            "Unsupported address family " << frrFilterStatus()->addressFamily() );
+   }
+   // Absent only where somebody has taken it away.
+   TrieGen* trie = frrFilterStatus()->trie();
+   if ( trie == nullptr ) return;
+   for ( const Vantu::IpGenPrefix& prefix : permitted ) {
+      trie->routeIs( prefix, true );
+      MOX_TRACE( facility, 8, "pset " << prefix );
+   }
+}
+
+}

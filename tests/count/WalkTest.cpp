@@ -91,14 +91,13 @@ class Walk : public testing::TestWithParam<int> {
          return;
       }
       auto entity = c.status->sourceIs( source );
-      auto& entries = sources[source];
-      const bool changed = change( entries, group, what );
       if ( what < 4 ) {
          entity->sourceGroupDel( group );
       } else {
          entity->sourceGroupIs( group, what > 5 );
       }
-      if ( !changed ) return;
+      auto& entries = sources[source];
+      if ( !change( entries, group, what ) ) return;
       const auto count = uint32_t( entries.size() );
       const bool added = what > 5;  // the flag decides
       plainSources.move( source, count, added ? count - 1 : count + 1 );
@@ -110,14 +109,13 @@ class Walk : public testing::TestWithParam<int> {
          return;
       }
       auto entity = c.groupSourceMap->groupIs( group );
-      auto& entries = groups[group];
-      const bool changed = change( entries, source, what );
       if ( what < 4 ) {
          entity->groupSourceDel( source );
       } else {
          entity->groupSourceIs( source, what > 5 );
       }
-      if ( !changed ) return;
+      auto& entries = groups[group];
+      if ( !change( entries, source, what ) ) return;
       const auto count = uint32_t( entries.size() );
       const bool added = what > 3;  // the presence decides
       plainGroups.move( group, count, added ? count - 1 : count + 1 );

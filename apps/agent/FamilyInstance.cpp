@@ -11,13 +11,6 @@ namespace Sm = Routing::Pim::SparseMode;
 
 namespace {
 
-// The key of an RP for all groups.
-Vantu::IpGenAddr allGroups( Vantu::AddressFamily family ) {
-   static const Vantu::IpGenAddr v4( "224.0.0.0" );
-   static const Vantu::IpGenAddr v6( "ff00::" );
-   return family == Vantu::AddressFamily::ipv4 ? v4 : v6;
-}
-
 constexpr double kReviewSlice = 0.01;  // s
 
 Vantu::IpGenAddr allPimRouters( Vantu::AddressFamily family ) {
@@ -166,10 +159,6 @@ void FamilyInstance::publish() {
          rps.push_back(
             { { range.address(), static_cast<uint32_t>( range.length() ) },
               rp.address } );
-      if ( rp.groups.empty() )
-         rps.push_back( { { allGroups( family_ ),
-                            family_ == Vantu::AddressFamily::ipv4 ? 4u : 8u },
-                          rp.address } );
    }
    Published::publishRps( *published_, rps );
    auto setting = []( const char* name, const std::string& value ) {
@@ -192,8 +181,10 @@ void FamilyInstance::receive( Vantu::IntfId intfId, const IpPacket& packet,
                               const PimMessage& message ) {
    if ( adopted_ ) return receiveNow( intfId, packet, message );
    if ( waiting_.size() >= maxWaiting ) return counters_.refused( tooManyWaiting );
+   IpPacket kept = packet;
+   kept.payload = {};  // the frame does not wait; the message holds what it said
    waiting_.push_back(
-      [this, intfId, packet, message] { receiveNow( intfId, packet, message ); } );
+      [this, intfId, kept, message] { receiveNow( intfId, kept, message ); } );
 }
 
 void FamilyInstance::receiveNow( Vantu::IntfId intfId, const IpPacket& packet,

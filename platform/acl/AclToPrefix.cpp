@@ -1,7 +1,6 @@
 #include "platform/acl/AclToPrefix.h"
 
 #include <algorithm>
-#include <ranges>
 
 namespace Acl {
 namespace {
@@ -42,11 +41,11 @@ void GroupConverter<Family>::handleAcl( const AclConfig* acl,
    if ( acl == nullptr || acl->currCfg() == nullptr ) return;
    const AclRules& list = acl->currCfg()->rules();
    Set permitted;
-   for ( const AclRule& rule : std::views::reverse( list.rules() ) ) {
+   for ( auto rule = list.rules().rbegin(); rule != list.rules().rend(); ++rule ) {
       if ( list.type() == standard ) {
-         paint( rule, rule.source, permitted );
-      } else if ( ignoreSource || everySource( rule ) ) {
-         paint( rule, rule.destination, permitted );
+         paint( *rule, rule->source, permitted );
+      } else if ( ignoreSource || everySource( *rule ) ) {
+         paint( *rule, rule->destination, permitted );
       }
    }
    for ( const Interval& interval : permitted ) {

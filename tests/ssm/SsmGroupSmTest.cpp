@@ -270,14 +270,5 @@ TEST_F( SsmGroups, SurviveWhatObserversDo ) {
    EXPECT_TRUE( ssm( "232.1.1.1" ) );
 }
 
-TEST( SsmGroupInfo, ReleasesItsTrieWhenTornDown ) {
-   auto info = Mox::newEntity<SsmGroupInfo>( AddressFamily::ipv4 );
-   InfoRecorder recorder( info.get() );
-   Mox::Ptr<TrieGen> trie = info->trie();
-   EXPECT_EQ( trie->name(), "trieSsmFilter" );
-   info.reset();
-   EXPECT_EQ( recorder.take(), Heard{ "trie" } );
-}
-
 }
 }

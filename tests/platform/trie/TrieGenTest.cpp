@@ -182,22 +182,5 @@ TEST( PrefixTable, AgreesWithLinearSearch ) {
    Walk<Vantu::Ip6Number>( seed ).run();
 }
 
-TEST( PrefixTable, KeepsMemoryForManySmall ) {
-   for ( unsigned spread : { 1U, 7U, 4099U } ) {
-      Trie trie4;
-      PatriciaTrie trie6;
-      for ( unsigned i = 0; i < 10000; ++i ) {
-         Vantu::Uint128 group = Vantu::Uint128( 0xff ) << 120 | i * spread;
-         trie4.routeIs(
-            { Vantu::Ip4Number::address( 0xe0000000U + i * spread ), 32 }, true );
-         trie6.routeIs( { Vantu::Ip6Number::address( group ), 128 }, true );
-      }
-      EXPECT_EQ( trie4.size(), 10000U );
-      EXPECT_EQ( trie6.size(), 10000U );
-      EXPECT_LE( trie4.memory(), 600000U );
-      EXPECT_LE( trie6.memory(), 600000U );
-   }
-}
-
 }
 }

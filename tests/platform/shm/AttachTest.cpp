@@ -25,6 +25,21 @@ class Attach : public TableTest {
       std::filesystem::remove( path );
       bytesAre( path, bytes );
    }
+   // Nothing is read, and both values are told.
+   static void expectMismatch( const TableReader& reader, uint64_t found,
+                               uint64_t own ) {
+      EXPECT_EQ( reader.state(), readerMismatch );
+      for ( uint64_t value : { found, own } ) {
+         EXPECT_NE( reader.problem().find( std::to_string( value ) ),
+                    std::string::npos )
+            << reader.problem();
+      }
+      Record out;
+      Key key{ 1, 0 };
+      EXPECT_EQ( reader.lookup( &key, &out ), lookupDamaged );
+      EXPECT_EQ( reader.visit( []( Position, const void* ) { return false; } ),
+                 noPosition );
+   }
    Content firstFive() const {
       Content content;
       for ( uint64_t id = 1; id <= 5; ++id ) content[id] = Record::of( id, id );
@@ -185,10 +200,21 @@ TEST_F( Attach, ConvertsToAnotherLayoutByFieldNameAndType ) {
                    { "added", "u64", 16, 8 },
                    { "filler", "f64[2]", 24, 16 },
                    { "generation", "u64", 48, 8 } } };
+   // A reader of the other layout is as far from this table as this one will be.
+   TableReader later( path, other );
+   expectMismatch( later, layout.recordSize, other.recordSize );
    {
       TableWriter writer( path, other, 10, options );
       EXPECT_EQ( writer.attachReport().status, attachConverted );
       EXPECT_EQ( writer.attachReport().survivors, 5u );
+      ASSERT_EQ( writer.attachReport().texts.size(), 1u );
+      for ( const Layout& each : { layout, other } ) {
+         char text[32];
+         snprintf( text, sizeof( text ), "%#llx",
+                   static_cast<unsigned long long>( each.fingerprint() ) );
+         EXPECT_NE( writer.attachReport().texts[0].find( text ), std::string::npos )
+            << writer.attachReport().texts[0];
+      }
       for ( uint64_t id = 1; id <= 5; ++id ) {
          Key key{ id, 0 };
          auto* words = static_cast<const uint64_t*>( writer.find( &key ) );
@@ -198,7 +224,16 @@ TEST_F( Attach, ConvertsToAnotherLayoutByFieldNameAndType ) {
       }
    }
    EXPECT_TRUE( reader.poll() );
-   EXPECT_EQ( reader.state(), readerMismatch );
+   expectMismatch( reader, other.recordSize, layout.recordSize );
+   EXPECT_TRUE( later.poll() );
+   EXPECT_EQ( later.state(), readerAttached );
+   // Of one size: the fingerprints alone tell.
+   Layout renamed = layout;
+   renamed.fields[4].name = "sum";
+   { TableWriter writer( path, renamed, 10, options ); }
+   EXPECT_TRUE( reader.poll() );
+   EXPECT_EQ( reader.mismatch(), LayoutError::fingerprint );
+   expectMismatch( reader, renamed.fingerprint(), layout.fingerprint() );
    // Another key: nothing can be kept.
    Layout foreign = other;
    foreign.fields[1].type = "i64";

@@ -1,7 +1,10 @@
 #include <poll.h>
 #include <signal.h>
+#include <sys/inotify.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <limits>
 
 #include "Support.h"
@@ -11,6 +14,13 @@ namespace Brane::Test {
 namespace {
 
 constexpr double never = std::numeric_limits<double>::infinity();
+constexpr int deadline = 30000;  // ms
+
+double seconds() {
+   std::chrono::duration<double> time =
+      std::chrono::steady_clock::now().time_since_epoch();
+   return time.count();
+}
 
 class Doorbell : public TableTest {
  protected:
@@ -210,6 +220,85 @@ TEST_F( Doorbell, CallbacksMayRemoveThemselvesAndOthers ) {
    second = hub.add( directory + "/u", count() );
    EXPECT_EQ( rings( hub ), 1 );
    EXPECT_EQ( hub.due(), never );
+}
+
+// One change, then silence until it was heard: a lost ring would be waited for in
+// vain. The answer is given from within the call, so that the next ring comes at any
+// moment of the hub's work.
+TEST_F( Doorbell, LosesNoWakeUpInManyRounds ) {
+   const uint64_t rounds = std::getenv( "PIMSM_LONG" ) ? 50000 : 1000;
+   int answers[2];
+   ASSERT_EQ( pipe( answers ), 0 );
+   TableWriter writer( path, layout, 10, options );
+   pid_t child = start( [&] {
+      TableReader reader( path, layout );
+      TableFollower follower( reader );
+      DoorbellHub hub;
+      uint64_t heard = 0;
+      hub.add( path, [&] {
+         follower.drain( [&]( const Change& change ) {
+            auto* r = static_cast<const Record*>( change.record );
+            heard = r->generation;
+            if ( write( answers[1], &heard, 8 ) != 8 ) _exit( 2 );
+         } );
+      } );
+      if ( write( answers[1], &heard, 8 ) != 8 ) _exit( 2 );
+      while ( heard < rounds ) {
+         double due = hub.dispatch( seconds() );
+         double wait = std::max( 0.0, due - seconds() );
+         int limit = due == never ? deadline : int( wait * 1000 ) + 1;
+         pollfd item{ hub.fd(), POLLIN, 0 };
+         if ( ::poll( &item, 1, limit ) == 0 && due == never ) _exit( 3 );
+      }
+   } );
+   uint64_t heard = 0;
+   for ( uint64_t round = 0; round <= rounds && !HasFailure(); ++round ) {
+      if ( round > 0 ) {
+         put( writer, 1, round );
+         writer.ring();
+      }
+      pollfd item{ answers[0], POLLIN, 0 };
+      ASSERT_EQ( ::poll( &item, 1, 2 * deadline ), 1 ) << "round " << round;
+      ASSERT_EQ( read( answers[0], &heard, 8 ), 8 );
+      EXPECT_EQ( heard, round );
+   }
+   EXPECT_EQ( ended( child ), 0 );
+   close( answers[0] );
+   close( answers[1] );
+}
+
+// This process may open no more files, as a user may have no more instances.
+TEST_F( Doorbell, FallsBackWhenTheSystemHasNoInstanceLeft ) {
+   TableWriter writer( path, layout, 10, options );
+   TableReader reader( path, layout );
+   TableFollower follower( reader );
+   Followed followed;
+   rlimit former;
+   ASSERT_EQ( getrlimit( RLIMIT_NOFILE, &former ), 0 );
+   rlimit limit = former;
+   limit.rlim_cur = 40;
+   ASSERT_EQ( setrlimit( RLIMIT_NOFILE, &limit ), 0 );
+   std::vector<int> taken;
+   for ( int fd; ( fd = inotify_init1( IN_CLOEXEC ) ) >= 0; ) taken.push_back( fd );
+   EXPECT_EQ( errno, EMFILE );
+   {
+      DoorbellHub hub;
+      hub.add( path, [&] { followed.drain( follower ); } );
+      EXPECT_EQ( hub.fd(), -1 );
+      for ( uint64_t generation = 1; generation <= 20; ++generation ) {
+         put( writer, 1, generation );
+         writer.ring();
+         now = hub.dispatch( now );
+         hub.dispatch( now );
+         EXPECT_EQ( followed.content[1], Record::of( 1, generation ) );
+      }
+   }
+   for ( int fd : taken ) close( fd );
+   setrlimit( RLIMIT_NOFILE, &former );
+   EXPECT_FALSE( taken.empty() );
+   DoorbellHub hub;
+   hub.add( path, count() );
+   EXPECT_FALSE( hub.fallback() );
 }
 
 }

@@ -1,6 +1,7 @@
 #include <random>
 
 #include "Support.h"
+#include "platform/shm/detail/Format.h"
 
 namespace Brane::Test {
 namespace {
@@ -169,19 +170,47 @@ TEST_F( Table, EqualsAMapThroughLongChurn ) {
               bytes.find_first_not_of( '\0', geometry.slotsOffset ) );
 }
 
+// The word's generation, the journal's sequence, and the last sequences there are;
+// the writer is replaced at each step of the way.
 TEST_F( Table, SurvivesCountersThatWrap ) {
-   for ( uint64_t first : { ( 1ull << 28 ) - 3, ( 1ull << 32 ) - 3 } ) {
-      options.firstSequence = first;
+   options.journalEntries = 4;
+   for ( uint64_t limit : { uint64_t( 1 ) << 28, uint64_t( 1 ) << 32,
+                            uint64_t( 3 ) << 32, Detail::maxSequence } ) {
+      SCOPED_TRACE( limit );
+      bool last = limit == Detail::maxSequence;
+      options.firstSequence = limit - ( last ? 40 : 20 );
       removeTableFiles( path );
-      TableWriter writer( path, layout, 8, options );
+      auto writer = std::make_unique<TableWriter>( path, layout, 8, options );
       TableReader reader( path, layout );
       TableFollower follower( reader );
       Followed followed;
-      for ( uint64_t generation = 1; generation < 9; ++generation ) {
-         put( writer, 1, generation );
-         EXPECT_EQ( followed.drain( follower ).written, 1u );
-         EXPECT_EQ( found( reader, 1 ), Record::of( 1, generation ) );
+      TableFollower lateFollower( reader );
+      Followed late;
+      Content expected;
+      for ( uint64_t generation = 1; generation <= 12; ++generation ) {
+         writer.reset();
+         writer = std::make_unique<TableWriter>( path, layout, 8, options );
+         ASSERT_EQ( writer->attachReport().status, attachReused );
+         ASSERT_TRUE( writer->attachReport().texts.empty() )
+            << writer->attachReport().texts[0];
+         uint64_t coming = 2 + generation % 2;
+         for ( uint64_t id : { uint64_t( 1 ), coming } ) {
+            put( *writer, id, generation );
+            expected[id] = Record::of( id, generation );
+         }
+         if ( generation % 3 == 0 ) {
+            remove( *writer, coming );
+            expected.erase( coming );
+         }
+         followed.drain( follower );
+         ASSERT_EQ( followed.content, expected );
+         ASSERT_EQ( contentOf( reader ), expected );
+         ASSERT_EQ( contentOf( *writer ), expected );
       }
+      EXPECT_EQ( writer->sequence() < limit, last );
+      late.drain( lateFollower );
+      EXPECT_EQ( late.content, expected );
+      EXPECT_EQ( writer->verify().damaged, 0u );
    }
 }
 

@@ -1,0 +1,222 @@
+// Writers and readers killed and stopped anywhere, beside readers that check all.
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <iostream>
+#include <random>
+
+#include "Support.h"
+
+namespace Brane::Test {
+namespace {
+
+// These always stand; the others come and go. A key's generations only grow, over
+// its removals and its writers' deaths.
+constexpr uint64_t standing = 20;
+constexpr uint64_t keys = 60;
+
+// Looks every key up and holds the answer against all earlier ones.
+class Watch {
+ public:
+   Watch( const std::string& path, const Layout& layout )
+      : reader( path, layout ), follower_( reader ) {
+      followed_.content = contentOf( reader );
+   }
+
+   // Null while all is as it must be. `still`: no writer is running.
+   const char* complaint( bool still ) {
+      uint64_t retried = reader.counters().retried;
+      for ( uint64_t id = 1; id <= keys; ++id ) {
+         if ( const char* text = look( id, still ) ) return text;
+      }
+      bool waited = still && reader.counters().retried != retried;
+      return waited ? "tried again though nobody writes" : nullptr;
+   }
+   const char* complaint() {
+      followed_.drain( follower_ );
+      return complaint( false );
+   }
+   // What it was told, with nobody writing.
+   const Content& followed() {
+      while ( followed_.drain( follower_ ).again ) continue;
+      return followed_.content;
+   }
+
+   TableReader reader;
+
+ private:
+   const char* look( uint64_t id, bool still ) {
+      Record r;
+      Key key{ id, 0 };
+      Lookup result = reader.lookup( &key, &r );
+      if ( result == lookupDamaged ) return "damaged";
+      if ( result == lookupBusy )
+         return still ? "busy though nobody writes" : nullptr;
+      if ( result == lookupAbsent ) return id <= standing ? "missed" : nullptr;
+      if ( !r.whole() || r.key.id != id ) return "torn or foreign";
+      if ( r.generation < latest_[id] ) return "went back";
+      latest_[id] = r.generation;
+      return nullptr;
+   }
+
+   TableFollower follower_;
+   Followed followed_;
+   std::map<uint64_t, uint64_t> latest_;
+};
+
+class Survival : public TableTest {
+ protected:
+   Survival() {
+      std::cout << "PIMSM_SEED=" << seed << std::endl;
+      void* shared = mmap( nullptr, sizeof( *over ), PROT_READ | PROT_WRITE,
+                           MAP_SHARED | MAP_ANONYMOUS, -1, 0 );
+      over = new ( shared ) std::atomic<bool>( false );
+      options.journalEntries = 64;
+      TableWriter writer( path, layout, keys, options );
+      for ( uint64_t id = 1; id <= standing; ++id ) put( writer, id, 0 );
+   }
+   ~Survival() override {
+      *over = true;
+      munmap( over, sizeof( *over ) );
+   }
+
+   // Until `over`; a complaint ends it with a status of its own.
+   pid_t startReader() {
+      return start( [this] {
+         Watch watch( path, layout );
+         while ( !*over ) {
+            const char* text = watch.complaint();
+            if ( text == nullptr ) continue;
+            fprintf( stderr, "reader: %s\n", text );
+            _exit( 2 );
+         }
+         if ( watch.followed() != contentOf( watch.reader ) ) _exit( 3 );
+         if ( HasFailure() ) _exit( 4 );
+      } );
+   }
+   // Until killed.
+   pid_t startWriter( uint64_t life ) {
+      uint64_t mine = random();
+      return start( [this, life, mine] {
+         random.seed( mine );
+         TableWriter writer( path, layout, keys, options );
+         const AttachReport& report = writer.attachReport();
+         if ( report.dropped || report.resequenced || !report.texts.empty() )
+            _exit( 2 );
+         for ( uint64_t generation = life << 32;; ++generation ) {
+            uint64_t id = random() % keys + 1;
+            if ( id > standing && random() % 2 ) {
+               remove( writer, id );
+            } else {
+               put( writer, id, generation );
+            }
+         }
+      } );
+   }
+   static bool stop( pid_t pid ) {
+      int status = 0;
+      kill( pid, SIGSTOP );
+      return waitpid( pid, &status, WUNTRACED ) == pid && WIFSTOPPED( status );
+   }
+   static void killed( pid_t pid ) {
+      kill( pid, SIGKILL );
+      EXPECT_TRUE( WIFSIGNALED( ended( pid ) ) ) << "ended by itself";
+   }
+
+   const unsigned seed = std::getenv( "PIMSM_SEED" )
+                            ? unsigned( std::atoi( std::getenv( "PIMSM_SEED" ) ) )
+                            : std::random_device()();
+   std::mt19937_64 random{ seed };
+   std::atomic<bool>* over;
+};
+
+TEST_F( Survival, OfReadersBesideWritersThatAreStoppedAndKilled ) {
+   const uint64_t lives = std::getenv( "PIMSM_LONG" ) ? 2000 : 60;
+   Watch watch( path, layout );
+   pid_t readers[3];
+   for ( pid_t& reader : readers ) reader = startReader();
+   uint64_t stops = 0, readersKilled = 0;
+   auto expectSound = [&]( bool still ) {
+      const char* text = watch.complaint( still );
+      EXPECT_EQ( text, nullptr ) << text;
+   };
+   for ( uint64_t life = 1; life <= lives && !HasFailure(); ++life ) {
+      SCOPED_TRACE( "life " + std::to_string( life ) );
+      pid_t writer = startWriter( life );
+      // Anywhere in its start, or in its work.
+      uint64_t until = watch.reader.sequence() + random() % 300;
+      bool early = random() % 4 == 0;
+      for ( uint64_t looks = random() % 100; early && looks > 0; --looks )
+         expectSound( false );
+      while ( !early && watch.reader.sequence() < until &&
+              waitpid( writer, nullptr, WNOHANG ) == 0 ) {
+         expectSound( false );
+      }
+      for ( uint64_t i = random() % 4; !early && i > 0 && !HasFailure(); --i ) {
+         ASSERT_TRUE( stop( writer ) ) << "the writer ended by itself";
+         ++stops;
+         expectSound( true );
+         kill( writer, SIGCONT );
+         for ( uint64_t looks = random() % 10; looks > 0; --looks )
+            expectSound( false );
+      }
+      killed( writer );
+      expectSound( true );
+      if ( random() % 10 == 0 ) {
+         pid_t& reader = readers[random() % 3];
+         killed( reader );
+         reader = startReader();
+         ++readersKilled;
+      }
+   }
+   *over = true;
+   for ( pid_t reader : readers ) EXPECT_EQ( ended( reader ), 0 );
+   EXPECT_FALSE( watch.reader.poll() ) << "another instance";
+   TableWriter writer( path, layout, keys, options );
+   EXPECT_EQ( writer.verify().damaged, 0u );
+   EXPECT_EQ( watch.followed(), contentOf( writer ) );
+   std::cout << lives << " writers killed, " << stops << " stops, " << readersKilled
+             << " readers killed, " << writer.sequence() << " changes, "
+             << watch.reader.counters().verified << " look-ups, "
+             << watch.reader.counters().retried << " retries" << std::endl;
+}
+
+// A reader that is stopped in the middle of a copy, or killed there, takes neither
+// slots nor time from the writer.
+TEST_F( Survival, OfAWriterBesideReadersThatAreStoppedAndKilled ) {
+   pid_t stopped = startReader();
+   pid_t doomed = startReader();
+   TableWriter writer( path, layout, keys, options );
+   Watch watch( path, layout );
+   for ( uint64_t round = 1; round <= 50 && !HasFailure(); ++round ) {
+      for ( uint64_t looks = random() % 20; looks > 0; --looks )
+         EXPECT_EQ( watch.complaint( true ), nullptr );
+      ASSERT_TRUE( stop( stopped ) ) << "the reader ended by itself";
+      if ( round % 10 == 0 ) {
+         killed( doomed );
+         doomed = 0;
+      }
+      uint64_t before = writer.sequence();
+      for ( uint64_t id = 1; id <= keys; ++id ) put( writer, id, round * 100 );
+      EXPECT_THROW( put( writer, keys + 1, 1 ), TableFullError );
+      // Every slot over again, several times.
+      for ( uint64_t i = 1; i < 10; ++i ) {
+         for ( uint64_t id = 1; id <= keys; ++id )
+            put( writer, id, round * 100 + i );
+      }
+      for ( uint64_t id = standing + 1; id <= keys; ++id )
+         EXPECT_TRUE( remove( writer, id ) );
+      EXPECT_EQ( writer.sequence() - before, 10 * keys + keys - standing );
+      if ( doomed == 0 ) doomed = startReader();
+      kill( stopped, SIGCONT );
+   }
+   *over = true;
+   EXPECT_EQ( ended( stopped ), 0 );
+   EXPECT_EQ( ended( doomed ), 0 );
+   EXPECT_EQ( writer.verify().damaged, 0u );
+}
+
+}
+}

@@ -71,6 +71,20 @@ void TableBase::mountWriter( Corvex::EntityManager& manager,
    manager.makeDirectories( path );
    writer_ =
       std::make_unique<::Brane::TableWriter>( path, layout_, capacity, options_ );
+   tellAttached( writer_->attachReport() );
+}
+
+// What stood there was not simply taken up: whoever looks for lost records must find
+// out why.
+void TableBase::tellAttached( const ::Brane::AttachReport& report ) {
+   if ( report.texts.empty() ) return;
+   for ( const Mox::String& text : report.texts ) MOX_TRACE( trace, 0, text );
+   MOX_TRACE( trace, 0,
+              writer_->path()
+                 << ": " << report.status << ", " << report.survivors
+                 << " records kept, " << report.dropped << " dropped" );
+   bool harmless = report.status == ::Brane::attachResized && report.dropped == 0;
+   if ( !harmless ) control_->problemIs( report.texts.front() );
 }
 
 void TableBase::mountReader( Corvex::EntityManager& manager,

@@ -106,6 +106,7 @@ class PIMSM_API TableBase {
    bool mount( ::Brane::TableRole role, uint32_t capacity );
    void mountWriter( Corvex::EntityManager& manager, const Mox::String& path,
                      uint32_t capacity );
+   void tellAttached( const ::Brane::AttachReport& report );
    void mountReader( Corvex::EntityManager& manager, const Mox::String& path );
    bool followPart();
    bool notifyPending();

@@ -147,6 +147,17 @@ class Storm : public testing::Test {
       return out;
    }
 
+   std::vector<std::string> routeTables() const {
+      std::vector<std::string> out;
+      for ( AddressFamily family : families ) {
+         out.push_back(
+            site.root() + '/' +
+            Sm::Brane::Status::mountPath( family, L3::VrfName( "default" ) ) +
+            "/route" );
+      }
+      return out;
+   }
+
    unsigned pick( unsigned limit ) { return random() % limit; }
 
    void kill( Program& program ) {
@@ -315,6 +326,39 @@ TEST_F( Storm, KeepsEveryRouteWhenItsLimitsChange ) {
       auto routes = static_cast<unsigned>( left.routesOf( AddressFamily::ipv4 ) );
       EXPECT_EQ( RawTables( site.root() ).capacity(), std::max( limit, routes ) );
    }
+}
+
+// Tables as another version of the agent left them, and as a reboot does.
+TEST_F( Storm, KeepsRoutesOverAnUpgradeButNotOverAReboot ) {
+   startReaders();
+   liveOnce();
+   Content left = tables->content();
+   setenv( "MOX_TRACE", "Pimsm::Table/0", 1 );
+   auto leave = []( const std::string& path, ::Brane::Layout layout,
+                    const ::Brane::WriterOptions& options ) {
+      ::Brane::TableWriter( path, layout, 1000, options );
+   };
+   ::Brane::Layout layout = Sm::Brane::RouteTable::makeLayout();
+   for ( ::Brane::Field& field : layout.fields ) {
+      if ( field.name == "mbrIif" ) field.name = "borderIif";
+   }
+   for ( const std::string& path : routeTables() ) leave( path, layout, {} );
+   {
+      Program agent( quiet() );
+      EXPECT_TRUE( agent.untilErr( "attachConverted" ) ) << agent.err();
+      kill( agent );
+   }
+   expectAllStand( expectReloadKeeps( left ) );
+   ::Brane::WriterOptions former;
+   former.bootId = "the boot before";
+   for ( const std::string& path : routeTables() )
+      leave( path, Sm::Brane::RouteTable::makeLayout(), former );
+   Program agent( quiet() );
+   EXPECT_TRUE( agent.untilErr( "attachOtherBoot" ) ) << agent.err();
+   EXPECT_TRUE( agent.untilErr( "vrf default ipv6: 0 routes" ) ) << agent.err();
+   EXPECT_NE( agent.err().find( former.bootId ), std::string::npos ) << agent.err();
+   unsetenv( "MOX_TRACE" );
+   EXPECT_TRUE( RawTables( site.root() ).content().routes.empty() );
 }
 
 }

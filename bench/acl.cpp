@@ -47,7 +47,7 @@ template <class Family>
 AclRules holes( size_t count ) {
    std::vector<AclRule> rules;
    for ( uint32_t i = 0; i + 1 < count; ++i ) {
-      uint64_t bits = uint64_t( i ) << ( Family::bits == 32 ? 10 : 40 );
+      uint64_t bits = uint64_t( i ) << ( Family::bits == 32 ? 10 : 42 );
       rules.push_back(
          { i, deny, group<Family>( bits, Family::bits == 32 ? 24 : 32 ), {} } );
    }

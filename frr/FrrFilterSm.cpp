@@ -148,8 +148,9 @@ void FrrFilterSm::handleInitialized() {
 // Deliberately bumps again after the rebuild has: readers rely on "changed" alone.
 void FrrFilterSm::handleFrrFilter() {
    MOX_TRACE( facility, 8, FRR_HANDLER( "handleFrrFilter()" ) );
-   if ( aclIpConfig() != nullptr )
+   if ( aclIpConfig() != nullptr ) {
       handleAllRules( aclIpConfig()->acl( frrFilter() ) );
+   }
    frrFilterStatus()->changeCountInc( 1 );
 }
 

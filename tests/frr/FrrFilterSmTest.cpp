@@ -124,9 +124,12 @@ TEST_F( FrrFilter, TracesAsItGoes ) {
               ( Lines{ begin + "FrrFilterSm::handleFrrFilter()", allRules,
                        rest + "handleAllRules cleanup trie4 first ",
                        rest + "pset 239.1.0.0/16" } ) );
-   lists->acl( "groups" )->rulesIs( {} );
-   EXPECT_EQ( capture.take().front(),
+   lists->acl( "groups" )->currCfgIs( nullptr );  // as if there were no list
+   Lines lines = capture.take();
+   EXPECT_EQ( lines.front(),
               begin + "FrrFilterSm::MoxAclConfig::handleCurrCfg() groups" );
+   EXPECT_EQ( lines.back(),
+              rest + "handleAllRules acl deletion, update changeCount " );
    sm->handleAclConfig();
    EXPECT_EQ( capture.take().front(), begin + "FrrFilterSm::handleAclConfig()" );
    enabled( "239.1.0.0/24" );

@@ -51,6 +51,17 @@ TEST( TrieGen, MatchesWhatCoversTheWholeArgument ) {
    EXPECT_TRUE( trie->longestMatch( prefix( "232.0.0.0/7" ) ).isNone() );
 }
 
+// Nothing varies in them, or only the last bit.
+TEST( TrieGen, TellsHostsApart ) {
+   auto trie = trieOf( AddressFamily::ipv4, { "232.0.0.1/32" } );
+   EXPECT_EQ( trie->longestMatch( prefix( "232.0.0.1/32" ) ).length(), 32U );
+   EXPECT_TRUE( trie->longestMatch( prefix( "232.0.0.0/32" ) ).isNone() );
+   trie = trieOf( AddressFamily::ipv6, { "ff3e::2/128", "ff3e::3/128" } );
+   EXPECT_EQ( trie->longestMatch( prefix( "ff3e::3/128" ) ),
+              prefix( "ff3e::3/128" ) );
+   EXPECT_TRUE( trie->longestMatch( prefix( "ff3e::1/128" ) ).isNone() );
+}
+
 TEST( TrieGen, RefusesWhatItCannotHold ) {
    auto trie = trieOf( AddressFamily::ipv6, {} );
    auto refusal = [&]( const IpGenPrefix& what ) {

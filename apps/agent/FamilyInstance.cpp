@@ -49,6 +49,7 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      advertised_( Sm::AdvertisedSgStatus::mount(
         manager, Sm::AdvertisedSgStatus::mountPath( family, config.name ),
         ::Brane::tableWriter, Sm::AdvertisedSgStatus::capacityFor( *model_ ) ) ),
+     policy_( family, config ),
      engine_( model_, clock, routing_, counters ),
      forwarding_( model_ ),
      registering_( registers_, clock, routing_, config_, counters ),
@@ -58,6 +59,7 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
         manager, Published::FamilyStatus::mountPath( family, config.name ),
         ::Brane::tableWriter ) ) {
    model_->pimStatusIs( pimStatus_ );
+   engine_.policyIs( &policy_ );
    updateLinks();
    // The reconciler first: it alone writes until the model is initialized.
    restart_ = Sm::Brane::routeBraneRestartSmFactory( model_, tables_,
@@ -117,6 +119,7 @@ void FamilyInstance::removeLink( Vantu::IntfId intfId ) {
 void FamilyInstance::adopt() {
    adopted_ = true;
    engine_.adopt();
+   engine_.updatePaths();
    for ( Vantu::IntfId intfId : engine_.recordedIntfs() ) {
       if ( links_.count( intfId ) == 0 ) engine_.handleIntfGone( intfId );
    }
@@ -127,6 +130,7 @@ void FamilyInstance::adopt() {
 
 void FamilyInstance::configIs( const VrfConfig& config ) {
    config_ = config;
+   policy_.configIs( config );
    publishDue_ = true;
    updateLinks();
    if ( !adopted_ ) return;
@@ -161,6 +165,7 @@ void FamilyInstance::publish() {
               rp.address } );
    }
    Published::publishRps( *published_, rps );
+   const bool ipv4 = family_ == Vantu::AddressFamily::ipv4;
    auto setting = []( const char* name, const std::string& value ) {
       return Published::Setting{ Published::Text<32>( name ),
                                  Published::Text<224>( value ) };
@@ -169,7 +174,9 @@ void FamilyInstance::publish() {
       *published_,
       { setting( "maxRoutes", std::to_string( config_.maxRoutes ) ),
         setting( "maxRouteIntfs", std::to_string( config_.maxRouteIntfs ) ),
-        setting( "require-hello", config_.requireHello ? "yes" : "no" ) } );
+        setting( "require-hello", config_.requireHello ? "yes" : "no" ),
+        setting( "ssmFilter", ipv4 ? config_.ssmFilter : config_.ssmFilter6 ),
+        setting( "frrFilter", ipv4 ? config_.frrFilter : config_.frrFilter6 ) } );
 }
 
 void FamilyInstance::updateDr( Vantu::IntfId intfId ) {

@@ -102,6 +102,7 @@ class FamilyInstance {
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneWriterSm> writer_;
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers_;
    Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised_;
+   GroupPolicy policy_;
    JoinPruneEngine engine_;
    ForwardingEngine forwarding_;
    RegisterEngine registering_;

@@ -3,9 +3,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/acl/AclRules.h"
 #include "platform/net/IntfId.h"
 #include "platform/net/IpGenAddr.h"
 #include "platform/net/IpGenPrefix.h"
@@ -30,6 +32,14 @@ struct InterfaceConfig {
 
 // How this router would route towards an address: the RPF look-up takes the longest
 // prefix.
+// The path to take over at once when the main one fails.
+struct BackupConfig {
+   Vantu::IntfId interface;
+   Vantu::IpGenAddr neighbor;  // unspecified: the prefix is on the link itself
+   uint32_t preference = 1;
+   uint32_t metric = 0;
+};
+
 struct RpfRouteConfig {
    Vantu::IpGenPrefix prefix;
    Vantu::IntfId interface;
@@ -37,6 +47,12 @@ struct RpfRouteConfig {
    Vantu::IpGenAddr neighbor;
    uint32_t preference = 1;
    uint32_t metric = 0;
+   std::optional<BackupConfig> backup = std::nullopt;
+};
+
+struct AccessListConfig {
+   std::string name;
+   Acl::AclRules rules;
 };
 
 struct RpConfig {
@@ -63,6 +79,10 @@ struct VrfConfig {
    uint32_t maxRouteIntfs = 600000;
    // Joins count only from neighbours that said hello (RFC 7761, 4.3.1).
    bool requireHello = true;
+   // Names of access lists, of each family; see SsmGroupInfo.h and FrrFilterSm.h.
+   std::string ssmFilter, ssmFilter6;
+   std::string frrFilter, frrFilter6;
+   std::vector<AccessListConfig> accessLists;
    std::vector<InterfaceConfig> interfaces;
    std::vector<RpfRouteConfig> rpfRoutes;
    std::vector<RpConfig> rps;

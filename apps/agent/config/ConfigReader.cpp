@@ -83,6 +83,43 @@ IpGenAddr readNeighbor( Section& section, AddressFamily family ) {
    return neighbor;
 }
 
+void readMetric( Section& section, uint32_t& preference, uint32_t& metric ) {
+   section.value( "preference", preference );
+   if ( preference > kMaxPreference ) {
+      section.require( "preference" )
+         .fail( fmt::format( "preference: {} is above {}", preference,
+                             kMaxPreference ) );
+   }
+   section.value( "metric", metric );
+}
+
+BackupConfig readBackup( const Place& place, const VrfConfig& vrf,
+                         AddressFamily family ) {
+   Section section( place, "backup" );
+   BackupConfig out;
+   out.interface = readInterfaceName( section.require( "interface" ), vrf );
+   out.neighbor = readNeighbor( section, family );
+   readMetric( section, out.preference, out.metric );
+   section.finish();
+   return out;
+}
+
+// One with a source makes the list an extended one.
+Acl::AclRule readRule( const Place& place, uint32_t place10, bool& extended ) {
+   Section section( place, "rule" );
+   Acl::AclRule out;
+   out.sequence = place10;
+   section.value( "sequence", out.sequence );
+   out.action = section.required<Acl::AclAction>( "action" );
+   section.value( "group", out.destination );
+   if ( std::optional<Place> source = section.take( "source" ) ) {
+      out.source = Section::convert<IpGenPrefix>( *source, "source" );
+      extended = true;
+   }
+   section.finish();
+   return out;
+}
+
 // Reads one VRF; what must be unique in all VRFs is kept here.
 class VrfReader {
  public:
@@ -93,6 +130,7 @@ class VrfReader {
    RpfRouteConfig readRpfRoute( const Place& place, const VrfConfig& vrf );
    RpConfig readRp( const Place& place );
    AdvertisedConfig readAdvertised( const Place& place );
+   AccessListConfig readAccessList( const Place& place );
    void readName( Section& section, VrfConfig& out );
 
    std::vector<L3::VrfName> vrfs_;
@@ -103,6 +141,7 @@ class VrfReader {
    std::vector<IpGenPrefix> rpfPrefixes_;
    std::vector<IpGenAddr> rps_;
    std::set<std::pair<IpGenAddr, IpGenAddr>> advertised_;
+   std::vector<std::string> accessLists_;
 };
 
 VrfConfig VrfReader::read( const Place& place ) {
@@ -110,12 +149,20 @@ VrfConfig VrfReader::read( const Place& place ) {
    rpfPrefixes_.clear();
    rps_.clear();
    advertised_.clear();
+   accessLists_.clear();
    Section section( place, "vrf" );
    VrfConfig out;
    readName( section, out );
    section.value( "maxRoutes", out.maxRoutes );
    section.value( "maxRouteIntfs", out.maxRouteIntfs );
    section.value( "require-hello", out.requireHello );
+   section.value( "ssmFilter", out.ssmFilter );
+   section.value( "ssmFilter6", out.ssmFilter6 );
+   section.value( "frrFilter", out.frrFilter );
+   section.value( "frrFilter6", out.frrFilter6 );
+   for ( const Place& member : section.list( "access-lists" ) ) {
+      out.accessLists.push_back( readAccessList( member ) );
+   }
    for ( const Place& member : section.list( "interfaces" ) ) {
       out.interfaces.push_back( readInterface( member ) );
    }
@@ -177,13 +224,9 @@ RpfRouteConfig VrfReader::readRpfRoute( const Place& place, const VrfConfig& vrf
              valueToStrep( out.prefix ) );
    out.interface = readInterfaceName( section.require( "interface" ), vrf );
    out.neighbor = readNeighbor( section, out.prefix.family() );
-   section.value( "preference", out.preference );
-   if ( out.preference > kMaxPreference ) {
-      section.require( "preference" )
-         .fail( fmt::format( "preference: {} is above {}", out.preference,
-                             kMaxPreference ) );
-   }
-   section.value( "metric", out.metric );
+   readMetric( section, out.preference, out.metric );
+   if ( std::optional<Place> backup = section.take( "backup" ) )
+      out.backup = readBackup( *backup, vrf, out.prefix.family() );
    section.finish();
    return out;
 }
@@ -273,6 +316,32 @@ class SecondDocument : private YAML::EventHandler {
 
    int line_ = 0;
 };
+
+AccessListConfig VrfReader::readAccessList( const Place& place ) {
+   Section section( place, "access-list" );
+   AccessListConfig out;
+   Place name = section.require( "name" );
+   out.name = Section::convert<std::string>( name, "name" );
+   if ( out.name.empty() ) name.fail( "an access list needs a name" );
+   checkNew( name, "access list", accessLists_, out.name, out.name );
+   std::vector<Acl::AclRule> rules;
+   bool extended = false;
+   for ( const Place& member : section.list( "rules" ) ) {
+      auto next = static_cast<uint32_t>( 10 * ( rules.size() + 1 ) );
+      rules.push_back( readRule( member, next, extended ) );
+   }
+   section.finish();
+   // A standard list's only prefix stands in `source`.
+   if ( !extended ) {
+      for ( Acl::AclRule& rule : rules ) std::swap( rule.source, rule.destination );
+   }
+   try {
+      out.rules = { extended ? Acl::extended : Acl::standard, rules };
+   } catch ( const Mox::RangeError& e ) {
+      place.fail( e.what() );
+   }
+   return out;
+}
 
 AgentConfig readRoot( const Place& place ) {
    Section section( place, "configuration" );

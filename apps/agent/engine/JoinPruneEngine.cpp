@@ -93,10 +93,18 @@ void JoinPruneEngine::receiveJoin( const Message& message, const IpGenAddr& grou
    }
 }
 
+// RFC 4607, 4: a source-specific group has no shared tree.
+bool JoinPruneEngine::refuseSharedTree( const IpGenAddr& group ) {
+   if ( policy_ == nullptr || !policy_->sourceSpecific( group ) ) return false;
+   counters_.refused( ssmGroup );
+   return true;
+}
+
 // RFC 7761, 4.5.1: towards another RP than ours it is dropped; without an RP of our
 // own we take the message's.
 void JoinPruneEngine::receiveWcJoin( const Message& message, const IpGenAddr& group,
                                      const IpGenAddr& rp ) {
+   if ( refuseSharedTree( group ) ) return;
    IpGenAddr ours = routing_.rpOf( group );
    if ( !ours.isUnspecified() && ours != rp )
       return counters_.refused( rpMismatch );
@@ -110,6 +118,7 @@ void JoinPruneEngine::receivePrune( const Message& message, const IpGenAddr& gro
                                     const EncodedSource& source ) {
    if ( !acceptSource( source, group ) ) return;
    if ( source.rpt && !source.wildcard ) {
+      if ( refuseSharedTree( group ) ) return;
       Key key{ group, message.intfId, source.address };
       rptPruneMachine( key ).receiveRptPrune( message.holdtime,
                                               message.pendingTime );
@@ -193,6 +202,22 @@ void JoinPruneEngine::updatePath( Route& route, const IpGenAddr& rp ) {
    umh->rpIs( rp );
    umh->rpfAttachedIs( path.attached );
    umh->doUpdateRpf( path.rpf );
+   updateBackup( route, path );
+}
+
+void JoinPruneEngine::updateBackup( Route& route,
+                                    const StaticRouting::Path& path ) {
+   const RouteKey key = route.key();
+   bool wanted = policy_ != nullptr && path.backup != Routing::Pim::Rpf() &&
+                 policy_->frrEnabled( key.source, key.group );
+   if ( !wanted ) {
+      route.umhFrrDel();
+      return;
+   }
+   Mox::Ptr<Routing::Pim::SparseMode::UpstreamInfo> backup = route.umhFrrIs();
+   backup->routeIs( &route );
+   backup->frrIs( true );
+   route.doUpdateRpfFrr( path.backup, path.backupAttached );
 }
 
 // The record goes with the last state on it, unless the (*,G) route's stands behind
@@ -231,6 +256,10 @@ void JoinPruneEngine::updateTree( Route& route ) {
 }
 
 void JoinPruneEngine::updatePaths() {
+   endIf( [&]( const Key& key, const Downstream& machines ) {
+      bool shared = key.source.isUnspecified() || machines.rptPrune != nullptr;
+      return shared && policy_ != nullptr && policy_->sourceSpecific( key.group );
+   } );
    for ( const RouteKey& key : Mox::keysOf( model_->route() ) ) {
       Mox::Ptr<Route> route = model_->route( key );
       IpGenAddr rp = routing_.rpOf( key.group );
@@ -247,14 +276,21 @@ std::set<Vantu::IntfId> JoinPruneEngine::recordedIntfs() const {
 }
 
 void JoinPruneEngine::handleIntfGone( Vantu::IntfId intfId ) {
+   endIf(
+      [&]( const Key& key, const Downstream& ) { return key.intfId == intfId; } );
+}
+
+// Ends all state on the records that the condition names.
+void JoinPruneEngine::endIf(
+   const std::function<bool( const Key&, const Downstream& )>& condition ) {
    std::vector<Key> keys;
    for ( const auto& [key, machines] : downstream_ ) {
-      if ( key.intfId == intfId ) keys.push_back( key );
+      if ( condition( key, machines ) ) keys.push_back( key );
    }
    for ( const Key& key : keys ) {
       Route* route = model_->route( key.routeKey() );
-      if ( route == nullptr || route->routeIntf( intfId ) == nullptr ) continue;
-      Mox::Ptr<Intf> intf = route->routeIntf( intfId );
+      if ( route == nullptr || route->routeIntf( key.intfId ) == nullptr ) continue;
+      Mox::Ptr<Intf> intf = route->routeIntf( key.intfId );
       intf->joinStateIs( Intf::noInfo );
       intf->rptStateIs( Intf::rptNoInfo );
       handleEnded( key );

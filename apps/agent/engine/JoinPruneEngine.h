@@ -15,6 +15,7 @@
 #include "apps/agent/engine/AgentCounters.h"
 #include "apps/agent/engine/DownstreamJoin.h"
 #include "apps/agent/engine/DownstreamRptPrune.h"
+#include "apps/agent/engine/GroupPolicy.h"
 #include "apps/agent/engine/Neighbors.h"
 #include "apps/agent/engine/StaticRouting.h"
 #include "model/Status.h"
@@ -30,11 +31,16 @@ class JoinPruneEngine {
                     Mox::Clock& clock, const StaticRouting& routing,
                     AgentCounters& counters );
 
+   // Which groups take no shared-tree state and which have fast reroute; null, as at
+   // the start: none. It outlives the engine.
+   void policyIs( const GroupPolicy* policy ) { policy_ = policy; }
+
    // Takes up what the model holds after a reload: each state lives for
    // defaultHoldtime unless refreshed; routes and records without one go.
    void adopt();
 
-   // The configuration has changed: every route takes the path that it says now. A
+   // The configuration has changed: every route takes the path that it says now, and
+   // shared-tree state of groups that are source-specific now ends. A
    // (*,G) route whose RP is not configured keeps the one that its join named.
    void updatePaths();
 
@@ -84,11 +90,15 @@ class JoinPruneEngine {
    void eachRptPrune( const Vantu::IpGenAddr& group, Vantu::IntfId intfId,
                       Call call );
 
+   void endIf(
+      const std::function<bool( const Key&, const Downstream& )>& condition );
    Downstream* find( const Key& key );
    DownstreamJoin& joinMachine( const Key& key, const Vantu::IpGenAddr& rp );
    DownstreamRptPrune& rptPruneMachine( const Key& key );
    Mox::Ptr<Intf> record( const Key& key, const Vantu::IpGenAddr& rp );
    Mox::Ptr<Route> newRoute( const RouteKey& key, const Vantu::IpGenAddr& rp );
+   bool refuseSharedTree( const Vantu::IpGenAddr& group );
+   void updateBackup( Route& route, const StaticRouting::Path& path );
    void updatePath( Route& route, const Vantu::IpGenAddr& rp );
    void adoptRoute( Route& route );
    void adoptIntf( const Key& key, const Intf& intf, const Vantu::IpGenAddr& rp );
@@ -99,6 +109,7 @@ class JoinPruneEngine {
    Mox::Clock& clock_;
    const StaticRouting& routing_;
    AgentCounters& counters_;
+   const GroupPolicy* policy_ = nullptr;
    std::map<Key, Downstream> downstream_;
 };
 

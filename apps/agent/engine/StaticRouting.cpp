@@ -16,7 +16,8 @@ StaticRouting::Path StaticRouting::pathTo( const IpGenAddr& address ) const {
    };
    for ( const InterfaceConfig& interface : config_.interfaces ) {
       for ( const InterfaceAddress& own : interface.addresses ) {
-         offer( own.subnet, { Rpf{ interface.name, address, 0, { 0 } }, true } );
+         offer( own.subnet,
+                { Rpf{ interface.name, address, 0, { 0 } }, true, {}, false } );
       }
    }
    for ( const RpfRouteConfig& route : config_.rpfRoutes ) {
@@ -25,7 +26,15 @@ StaticRouting::Path StaticRouting::pathTo( const IpGenAddr& address ) const {
                attached ? address : route.neighbor,
                static_cast<uint8_t>( route.preference ),
                { route.metric } };
-      offer( route.prefix, { rpf, attached } );
+      Path path{ rpf, attached, {}, false };
+      if ( route.backup ) {
+         path.backupAttached = route.backup->neighbor.isUnspecified();
+         path.backup = { route.backup->interface,
+                         path.backupAttached ? address : route.backup->neighbor,
+                         static_cast<uint8_t>( route.backup->preference ),
+                         { route.backup->metric } };
+      }
+      offer( route.prefix, path );
    }
    return best;
 }

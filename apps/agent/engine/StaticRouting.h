@@ -13,8 +13,10 @@ class StaticRouting {
    explicit StaticRouting( const VrfConfig& config ) : config_( config ) {}
 
    struct Path {
-      Routing::Pim::Rpf rpf;  // default: no route
-      bool attached = false;  // the address is on the link itself
+      Routing::Pim::Rpf rpf;     // default: no route
+      bool attached = false;     // the address is on the link itself
+      Routing::Pim::Rpf backup;  // default: none
+      bool backupAttached = false;
    };
    // By the longest prefix; the connected subnets count, with preference 0.
    Path pathTo( const Vantu::IpGenAddr& address ) const;

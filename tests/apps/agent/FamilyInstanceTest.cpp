@@ -152,6 +152,63 @@ TEST_F( Family, AnInterfaceGoesWithItsState ) {
               addr( "198.51.100.2" ) );
 }
 
+// The default range, none, and a list; what stands when the range changes ends.
+TEST_F( Family, SourceSpecificGroupsGetNoSharedTree ) {
+   start();
+   untilAdopted();
+   join( "eth1", "232.1.1.1" );
+   EXPECT_EQ( route( "232.1.1.1" ), nullptr );
+   EXPECT_EQ( counters.refusedCount( ssmGroup ), 1u );
+   join( "eth1", "232.1.1.1", "192.0.2.77" );
+   EXPECT_NE( family->model().route( sgKey( "192.0.2.77", "232.1.1.1" ) ),
+              nullptr );
+
+   configIs(
+      with( "  require-hello", "  ssmFilter: .no-ssm-range\n  require-hello" ) );
+   join( "eth1", "232.1.1.1" );
+   EXPECT_NE( route( "232.1.1.1" ), nullptr );
+   join( "eth1", "239.7.1.1" );
+
+   configIs( with( "  require-hello",
+                   "  ssmFilter: ours\n"
+                   "  access-lists:\n"
+                   "  - name: ours\n"
+                   "    rules:\n"
+                   "    - {action: deny, group: 239.7.2.0/24}\n"
+                   "    - {action: permit, group: 239.7.0.0/16}\n"
+                   "  require-hello" ) );
+   EXPECT_EQ( route( "239.7.1.1" ), nullptr );
+   EXPECT_NE( route( "232.1.1.1" ), nullptr );
+   join( "eth1", "239.7.2.1" );
+   EXPECT_NE( route( "239.7.2.1" ), nullptr );
+   join( "eth1", "239.7.3.1" );
+   EXPECT_EQ( counters.refusedCount( ssmGroup ), 2u );
+}
+
+TEST_F( Family, BackupPathsStandWhereTheFilterEnablesThem ) {
+   const std::string backup =
+      "neighbor: 192.0.2.254, backup: {interface: eth2, "
+      "neighbor: 198.51.101.254, metric: 7}";
+   start( with( "neighbor: 192.0.2.254", backup ) );
+   untilAdopted();
+   join( "eth1" );
+   EXPECT_EQ( route()->umhFrr(), nullptr ) << "no filter enables it";
+   std::string enabled = with( "neighbor: 192.0.2.254", backup );
+   enabled.replace( enabled.find( "  require-hello" ), 0,
+                    "  frrFilter: fast\n"
+                    "  access-lists:\n"
+                    "  - name: fast\n"
+                    "    rules: [{action: permit, group: 233.252.0.0/24}]\n" );
+   configIs( enabled );
+   EXPECT_EQ( route()->rpfFrr(), rpfBy( "eth2", "198.51.101.254", 1, 7 ) );
+   EXPECT_TRUE( route()->routeIntf( intfId( "eth1" ) )->fastForward() );
+   join( "eth1", "233.252.1.1" );
+   EXPECT_EQ( route( "233.252.1.1" )->umhFrr(), nullptr );
+   configIs( kConfig );
+   EXPECT_EQ( route()->umhFrr(), nullptr );
+   EXPECT_FALSE( route()->routeIntf( intfId( "eth1" ) )->fastForward() );
+}
+
 TEST_F( Family, RetiringRemovesTheTables ) {
    start();
    untilAdopted();

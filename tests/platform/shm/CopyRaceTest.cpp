@@ -16,7 +16,7 @@ namespace {
 class CopyRace : public TableTest {};
 
 TEST_F( CopyRace, LeavesEveryCopyWhole ) {
-   constexpr uint64_t copies = 500000;
+   constexpr uint64_t copies = 5000000;
    { TableWriter writer( path, layout, 4, options ); }
    Detail::Descriptor file( Detail::openFile( path, O_RDWR ) );
    uint64_t size = std::filesystem::file_size( path );

@@ -123,6 +123,15 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
    return notes;
 }
 
+std::vector<std::string> Agent::mountNotes() const {
+   std::vector<std::string> notes;
+   for ( const auto& family : families_ ) {
+      for ( const std::string& note : family->mountNotes() )
+         notes.push_back( note );
+   }
+   return notes;
+}
+
 void Agent::handleTurnEnd() {
    adoptReloaded();
    for ( const auto& family : families_ ) family->handleTurnEnd();

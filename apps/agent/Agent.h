@@ -35,6 +35,9 @@ class Agent {
    // Called once: the captures are played and what came of them is published.
    void readyIs( std::function<void()> ready ) { ready_ = std::move( ready ); }
 
+   // As FamilyInstance::mountNotes(), of all.
+   std::vector<std::string> mountNotes() const;
+
    // Another configuration: VRFs come and go with their tables, the others follow
    // it. Returns what does not follow now, a line each. Throws ConfigError, and what
    // mounting a new VRF throws; nothing has changed then.

@@ -69,6 +69,21 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
 
 FamilyInstance::~FamilyInstance() = default;
 
+std::vector<std::string> FamilyInstance::mountNotes() const {
+   std::vector<std::string> notes;
+   auto add = [&]( const MoxBrane::MountedEntity& entity ) {
+      for ( const MoxBrane::TableBase* table : entity.tables() ) {
+         const std::string& problem = table->control()->problem();
+         if ( !problem.empty() ) notes.push_back( problem );
+      }
+   };
+   add( *tables_ );
+   add( *registers_ );
+   add( *advertised_ );
+   add( *published_ );
+   return notes;
+}
+
 void FamilyInstance::updateLinks() {
    std::set<Vantu::IntfId> gone;
    for ( const auto& [intfId, link] : links_ ) gone.insert( intfId );

@@ -44,6 +44,10 @@ class FamilyInstance {
       return *advertised_;
    }
 
+   // What could not be taken up of the tables as it stood, a line each: of another
+   // layout or boot, damaged.
+   std::vector<std::string> mountNotes() const;
+
    // Has the reload ended?
    bool ready() const { return model_->initialized(); }
    bool adopted() const { return adopted_; }

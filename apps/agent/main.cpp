@@ -100,6 +100,7 @@ int run( const Arguments& arguments ) {
    Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },
                             [&]( int ) { loop.stop(); } );
    Agent::Agent agent( loop, std::move( options ) );
+   for ( const std::string& note : agent.mountNotes() ) complain( 0, note );
    Mox::SignalWatcher reloads( loop, { SIGHUP },
                                [&]( int ) { reload( agent, arguments.config ); } );
    agent.readyIs( [&] {

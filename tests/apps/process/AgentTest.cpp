@@ -56,6 +56,21 @@ TEST_F( AgentProgram, IsRefusedWhileAnotherHoldsTheTables ) {
    EXPECT_TRUE( third.untilErr( "replayed" ) ) << third.err();
 }
 
+TEST_F( AgentProgram, SaysWhatItCouldNotTakeUp ) {
+   ASSERT_EQ( runToEnd( site.fedAgent( { "--exit-at-end" } ) ).status, 0 );
+   std::ofstream( site.root() + "/routing/pim/sparsemode/status/default/route",
+                  std::ios::binary | std::ios::trunc )
+      << std::string( 5000, 'x' );
+   Ended ended = runToEnd( site.agent( { "--exit-at-end" } ) );
+   EXPECT_EQ( ended.status, 0 );
+   EXPECT_NE( ended.err.find( "status/default/route" ), std::string::npos )
+      << ended.err;
+   EXPECT_NE( ended.err.find( "vrf default ipv4: 0 routes" ), std::string::npos )
+      << ended.err;
+   EXPECT_NE( ended.err.find( "vrf default ipv6: 2 routes" ), std::string::npos )
+      << ended.err;
+}
+
 TEST_F( AgentProgram, ExitsAtTheEndOfItsCaptures ) {
    Ended ended = runToEnd( site.fedAgent( { "--exit-at-end" } ) );
    EXPECT_EQ( ended.status, 0 );

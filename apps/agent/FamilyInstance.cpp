@@ -134,7 +134,6 @@ void FamilyInstance::removeLink( Vantu::IntfId intfId ) {
 void FamilyInstance::adopt() {
    adopted_ = true;
    engine_.adopt();
-   engine_.updatePaths();
    for ( Vantu::IntfId intfId : engine_.recordedIntfs() ) {
       if ( links_.count( intfId ) == 0 ) engine_.handleIntfGone( intfId );
    }

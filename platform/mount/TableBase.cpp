@@ -228,17 +228,12 @@ bool TableBase::followPart() {
 }
 
 // Has the writer gone, or come back? A bell that rings without a change may tell of its
-// end, but the bell's descriptor may close before the lock's: one more look follows.
+// end; the hub rings once more when the lock must be free as well.
 bool TableBase::updateWriterAlive( bool changes ) {
    const bool known = control_->writerAlive();
    if ( changes && known ) return false;
-   const bool alive = reader_->writerAlive();
-   if ( alive && known && !std::exchange( lookAgain_, false ) ) {
-      lookAgain_ = true;
-      drainSoon( false );
-   }
-   control_->writerAliveIs( alive );
-   return alive != known;
+   control_->writerAliveIs( reader_->writerAlive() );
+   return control_->writerAlive() != known;
 }
 
 bool TableBase::timeIsUp() const {

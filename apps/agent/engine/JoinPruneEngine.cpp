@@ -256,17 +256,23 @@ void JoinPruneEngine::updateTree( Route& route ) {
 }
 
 void JoinPruneEngine::updatePaths() {
-   endIf( [&]( const Key& key, const Downstream& machines ) {
-      bool shared = key.source.isUnspecified() || machines.rptPrune != nullptr;
-      return shared && policy_ != nullptr && policy_->sourceSpecific( key.group );
-   } );
+   endSourceSpecific();
    for ( const RouteKey& key : Mox::keysOf( model_->route() ) ) {
       Mox::Ptr<Route> route = model_->route( key );
+      bool wildcard = key.source.isUnspecified();
       IpGenAddr rp = routing_.rpOf( key.group );
-      if ( rp.isUnspecified() && key.source.isUnspecified() )
-         rp = route->umhIs()->rp();
-      updatePath( *route, rp );
+      if ( rp.isUnspecified() && wildcard ) rp = route->umhIs()->rp();
+      // After a restart a joined RP is not known any more, only the path to it.
+      if ( !wildcard || !rp.isUnspecified() ) updatePath( *route, rp );
    }
+}
+
+void JoinPruneEngine::endSourceSpecific() {
+   if ( policy_ == nullptr ) return;
+   endIf( [&]( const Key& key, const Downstream& machines ) {
+      bool shared = key.source.isUnspecified() || machines.rptPrune != nullptr;
+      return shared && policy_->sourceSpecific( key.group );
+   } );
 }
 
 std::set<Vantu::IntfId> JoinPruneEngine::recordedIntfs() const {
@@ -304,6 +310,7 @@ void JoinPruneEngine::adopt() {
       return key.source.isUnspecified();
    } );
    for ( const RouteKey& key : keys ) adoptRoute( *model_->route( key ) );
+   endSourceSpecific();
 }
 
 // A route or record without state is what a process left that died between two

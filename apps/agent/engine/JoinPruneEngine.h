@@ -97,6 +97,7 @@ class JoinPruneEngine {
    DownstreamRptPrune& rptPruneMachine( const Key& key );
    Mox::Ptr<Intf> record( const Key& key, const Vantu::IpGenAddr& rp );
    Mox::Ptr<Route> newRoute( const RouteKey& key, const Vantu::IpGenAddr& rp );
+   void endSourceSpecific();
    bool refuseSharedTree( const Vantu::IpGenAddr& group );
    void updateBackup( Route& route, const StaticRouting::Path& path );
    void updatePath( Route& route, const Vantu::IpGenAddr& rp );

@@ -185,6 +185,27 @@ TEST_F( Family, SourceSpecificGroupsGetNoSharedTree ) {
    EXPECT_EQ( counters.refusedCount( ssmGroup ), 2u );
 }
 
+// An RP that only a join named is not in the tables; the path to it is, and stays.
+TEST_F( Family, AReloadKeepsThePathToAJoinedRp ) {
+   const std::string config = with( "  rps:\n  - {address: 203.0.113.1}\n", "" );
+   start( config );
+   untilAdopted();
+   join( "eth1" );
+   const Routing::Pim::Rpf path = route()->rpf();
+   EXPECT_EQ( path.intfId, intfId( "eth0" ) );
+   while ( !family->published() ) {
+      real.nowIs( real.now() + 0.05 );
+      real.runPass();
+   }
+   std::string other = config;
+   other.replace( other.find( "192.0.2.254" ), 11, "192.0.2.253" );
+   start( other );
+   untilAdopted();
+   EXPECT_EQ( route()->rpf(), path );
+   configIs( other );
+   EXPECT_EQ( route()->rpf(), path );
+}
+
 TEST_F( Family, BackupPathsStandWhereTheFilterEnablesThem ) {
    const std::string backup =
       "neighbor: 192.0.2.254, backup: {interface: eth2, "

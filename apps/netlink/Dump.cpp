@@ -1,0 +1,67 @@
+#include "apps/netlink/Dump.h"
+
+#include <cerrno>
+#include <system_error>
+
+#include "apps/netlink/Socket.h"
+
+namespace Netlink {
+namespace {
+
+constexpr uint32_t kSequence = 1;
+constexpr timeval kPatience = { 5, 0 };  // a kernel that says nothing for so long
+
+[[noreturn]] void fail( int error, const char* what ) {
+   throw std::system_error( error, std::generic_category(), what );
+}
+
+void request( const mnl_socket* socket, uint16_t type, int family ) {
+   struct {
+      nlmsghdr header;
+      rtmsg body;  // as long as any other that begins with a family
+   } message{};
+   message.header.nlmsg_len = sizeof message;
+   message.header.nlmsg_type = type;
+   message.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+   message.header.nlmsg_seq = kSequence;
+   message.body.rtm_family = static_cast<uint8_t>( family );
+   if ( mnl_socket_sendto( socket, &message, sizeof message ) < 0 )
+      fail( errno, "netlink request" );
+}
+
+int errorIn( const nlmsghdr* message ) {
+   if ( message->nlmsg_len < NLMSG_LENGTH( sizeof( int ) ) ) return EBADMSG;
+   int error = 0;
+   std::memcpy( &error, mnl_nlmsg_get_payload( message ), sizeof error );
+   return -error;
+}
+
+}
+
+bool dump( uint16_t type, int family, const Handler& handler ) {
+   Socket socket = openSocket();
+   int file = mnl_socket_get_fd( socket.get() );
+   setsockopt( file, SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience );
+   request( socket.get(), type, family );
+   // As large as the kernel fills a part of a dump.
+   alignas( nlmsghdr ) char buffer[32768];
+   bool whole = true;
+   while ( true ) {
+      ssize_t count = mnl_socket_recvfrom( socket.get(), buffer, sizeof buffer );
+      if ( count < 0 && errno == EINTR ) continue;
+      if ( count < 0 ) fail( errno, "netlink answer" );
+      int left = static_cast<int>( count );
+      const auto* message = reinterpret_cast<const nlmsghdr*>( buffer );
+      for ( ; mnl_nlmsg_ok( message, left );
+            message = mnl_nlmsg_next( message, &left ) ) {
+         if ( message->nlmsg_seq != kSequence ) continue;
+         if ( ( message->nlmsg_flags & NLM_F_DUMP_INTR ) != 0 ) whole = false;
+         if ( message->nlmsg_type == NLMSG_DONE ) return whole;
+         if ( message->nlmsg_type == NLMSG_ERROR )
+            fail( errorIn( message ), "netlink dump" );
+         handler( Message( *message ) );
+      }
+   }
+}
+
+}

@@ -1,0 +1,32 @@
+// What changes in the kernel, told as it happens.
+//
+//    Notifications notifications( loop, { RTNLGRP_LINK }, onMessage, onOverrun );
+//
+// Subscribe first, then dump: nothing falls between. Event-loop thread only.
+#pragma once
+
+#include "apps/netlink/Dump.h"
+#include "apps/netlink/Socket.h"
+#include "platform/loop/Loop.h"
+
+namespace Netlink {
+
+class Notifications {
+ public:
+   // Of the groups RTNLGRP_*. `overrun`: more changed than the socket holds, and some
+   // of it is lost; dump again. Throws std::system_error.
+   Notifications( Mox::Loop& loop, std::initializer_list<int> groups,
+                  Handler handler, Mox::Loop::Function overrun );
+
+ private:
+   static constexpr int kMaxReads = 64;  // a turn; others want the loop, too
+
+   void read();
+
+   Socket socket_;
+   Handler handler_;
+   Mox::Loop::Function overrun_;
+   Mox::Loop::FdWatcher watcher_;
+};
+
+}

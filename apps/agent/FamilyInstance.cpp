@@ -37,7 +37,7 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      manager_( manager ),
      clock_( clock ),
      counters_( counters ),
-     routing_( config_ ),
+     topology_( config_ ),
      model_( newModel( config ) ),
      pimStatus_( Mox::newEntity<Routing::Pim::Status>() ),
      tables_( Sm::Brane::Status::mountInDependencyOrder(
@@ -50,16 +50,16 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
         manager, Sm::AdvertisedSgStatus::mountPath( family, config.name ),
         ::Brane::tableWriter, Sm::AdvertisedSgStatus::capacityFor( *model_ ) ) ),
      policy_( family, config ),
-     engine_( model_, clock, routing_, counters ),
+     routes_( model_, clock, topology_, &policy_ ),
+     engine_( routes_, clock, topology_, &policy_, counters ),
      forwarding_( model_ ),
-     registering_( registers_, clock, routing_, config_, counters ),
+     registering_( registers_, clock, topology_, config_, counters ),
      real_( real ),
      resume_( &real ),
      published_( Published::FamilyStatus::mount(
         manager, Published::FamilyStatus::mountPath( family, config.name ),
         ::Brane::tableWriter ) ) {
    model_->pimStatusIs( pimStatus_ );
-   engine_.policyIs( &policy_ );
    updateLinks();
    // The reconciler first: it alone writes until the model is initialized.
    restart_ = Sm::Brane::routeBraneRestartSmFactory( model_, tables_,
@@ -133,6 +133,7 @@ void FamilyInstance::removeLink( Vantu::IntfId intfId ) {
 
 void FamilyInstance::adopt() {
    adopted_ = true;
+   routes_.adopt();
    engine_.adopt();
    for ( Vantu::IntfId intfId : engine_.recordedIntfs() ) {
       if ( links_.count( intfId ) == 0 ) engine_.handleIntfGone( intfId );
@@ -148,7 +149,8 @@ void FamilyInstance::configIs( const VrfConfig& config ) {
    publishDue_ = true;
    updateLinks();
    if ( !adopted_ ) return;
-   engine_.updatePaths();
+   engine_.endSourceSpecific();
+   routes_.updatePaths();
    registering_.updateConfig();
    publishAdvertised( *advertised_, config_, family_, counters_ );
 }

@@ -98,7 +98,7 @@ class FamilyInstance {
    Corvex::EntityManager& manager_;
    AgentClock& clock_;
    AgentCounters& counters_;
-   StaticRouting routing_;
+   Topology topology_;
    Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
    Mox::Ptr<Routing::Pim::Status> pimStatus_;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables_;
@@ -107,6 +107,7 @@ class FamilyInstance {
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers_;
    Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised_;
    GroupPolicy policy_;
+   Routes routes_;
    JoinPruneEngine engine_;
    ForwardingEngine forwarding_;
    RegisterEngine registering_;

@@ -1,14 +1,14 @@
 // The downstream (S,G,rpt) prune machine of one interface (RFC 7761, 4.5.3).
 //
-//    state                (*,G) join     rpt join  rpt prune      end of     prune-
-//    expiry
-//                                                                 message pending
-//    rptNoInfo            -              -         -> PrunePending -          n/a
-//    n/a rptPrunePending      -> PendingTemp -> NoInfo -               - -> Pruned
-//    -> NoInfo rptPruned            -> PruneTemp   -> NoInfo extend expiry   - n/a
-//    -> NoInfo rptPrunePendingTemp  -              -> NoInfo -> PrunePending ->
-//    NoInfo  -         -> NoInfo rptPruneTemp         -              -> NoInfo ->
-//    Pruned       -> NoInfo  n/a       -> NoInfo
+// clang-format off
+//    state             (*,G) join      rpt join   rpt prune         end of    prune      expiry
+//                                                                   message   pending
+//    noInfo            -               -          -> pending        -         n/a        n/a
+//    pending           -> pendingTemp  -> noInfo  -                 -         -> pruned  -> noInfo
+//    pruned            -> temp         -> noInfo  extend expiry     -         n/a        -> noInfo
+//    pendingTemp       -               -> noInfo  -> pending        -> noInfo -          -> noInfo
+//    temp              -               -> noInfo  -> pruned         -> noInfo n/a        -> noInfo
+// clang-format on
 //
 // A (*,G) join says that the sender wants the whole group again, but for the
 // sources that the same message prunes: the temporary states last until its end.

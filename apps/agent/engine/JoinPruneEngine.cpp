@@ -23,12 +23,14 @@ bool wholeAddress( const IpGenAddr& address, unsigned maskLength ) {
 
 }
 
-JoinPruneEngine::JoinPruneEngine( Mox::Ptr<Status> model, Mox::Clock& clock,
-                                  const StaticRouting& routing,
+JoinPruneEngine::JoinPruneEngine( Routes& routes, Mox::Clock& clock,
+                                  const Topology& topology,
+                                  const GroupPolicy* policy,
                                   AgentCounters& counters )
-   : model_( std::move( model ) ),
+   : routes_( routes ),
      clock_( clock ),
-     routing_( routing ),
+     topology_( topology ),
+     policy_( policy ),
      counters_( counters ) {}
 
 void JoinPruneEngine::receive( Vantu::IntfId intfId, const Neighbors& neighbors,
@@ -83,8 +85,8 @@ void JoinPruneEngine::receiveJoin( const Message& message, const IpGenAddr& grou
    if ( source.wildcard ) return receiveWcJoin( message, group, source.address );
    Key key{ group, message.intfId, source.address };
    if ( !source.rpt ) {
-      joinMachine( key, routing_.rpOf( group ) ).receiveJoin( message.holdtime );
-      updateTree( *model_->route( key.routeKey() ) );
+      joinMachine( key ).receiveJoin( message.holdtime );
+      routes_.update( key.routeKey() );
       return;
    }
    Downstream* found = find( key );
@@ -105,7 +107,7 @@ bool JoinPruneEngine::refuseSharedTree( const IpGenAddr& group ) {
 void JoinPruneEngine::receiveWcJoin( const Message& message, const IpGenAddr& group,
                                      const IpGenAddr& rp ) {
    if ( refuseSharedTree( group ) ) return;
-   IpGenAddr ours = routing_.rpOf( group );
+   IpGenAddr ours = topology_.rpOf( group );
    if ( !ours.isUnspecified() && ours != rp )
       return counters_.refused( rpMismatch );
    Key key{ group, message.intfId, anySource( group ) };
@@ -156,7 +158,8 @@ DownstreamJoin& JoinPruneEngine::joinMachine( const Key& key,
    Downstream& machines = downstream_[key];
    if ( machines.join == nullptr ) {
       machines.join = std::make_unique<DownstreamJoin>(
-         clock_, record( key, rp ), [this, key] { handleEnded( key ); } );
+         clock_, routes_.record( key.routeKey(), key.intfId, rp ),
+         [this, key] { handleEnded( key ); } );
    }
    return *machines.join;
 }
@@ -165,106 +168,19 @@ DownstreamRptPrune& JoinPruneEngine::rptPruneMachine( const Key& key ) {
    Downstream& machines = downstream_[key];
    if ( machines.rptPrune == nullptr ) {
       machines.rptPrune = std::make_unique<DownstreamRptPrune>(
-         clock_, record( key, routing_.rpOf( key.group ) ),
+         clock_, routes_.record( key.routeKey(), key.intfId ),
          [this, key] { handleEnded( key ); } );
    }
    return *machines.rptPrune;
 }
 
-Mox::Ptr<JoinPruneEngine::Intf> JoinPruneEngine::record( const Key& key,
-                                                         const IpGenAddr& rp ) {
-   Mox::Ptr<Route> route = model_->route( key.routeKey() );
-   if ( route == nullptr ) route = newRoute( key.routeKey(), rp );
-   Mox::Ptr<Intf> intf = route->routeIntfIs( key.intfId );
-   intf->initializedIs( true );
-   return intf;
-}
-
-Mox::Ptr<JoinPruneEngine::Route> JoinPruneEngine::newRoute( const RouteKey& key,
-                                                            const IpGenAddr& rp ) {
-   bool wildcard = key.source.isUnspecified();
-   Mox::Ptr<Route> route = model_->routeIs( key );
-   Route::RouteFlags flags = route->routeFlags();
-   flags.wildCardIs( wildcard );
-   flags.rpTreeIs( true );
-   route->routeFlagsIs( flags );
-   route->creationTimeIs( clock_.now() );
-   updatePath( *route, rp );
-   route->initializedIs( true );
-   return route;
-}
-
-void JoinPruneEngine::updatePath( Route& route, const IpGenAddr& rp ) {
-   const IpGenAddr& source = route.key().source;
-   StaticRouting::Path path =
-      routing_.pathTo( source.isUnspecified() ? rp : source );
-   Mox::Ptr<Routing::Pim::SparseMode::UpstreamInfo> umh = route.umhIs();
-   umh->rpIs( rp );
-   umh->rpfAttachedIs( path.attached );
-   umh->doUpdateRpf( path.rpf );
-   updateBackup( route, path );
-}
-
-void JoinPruneEngine::updateBackup( Route& route,
-                                    const StaticRouting::Path& path ) {
-   const RouteKey key = route.key();
-   bool wanted = policy_ != nullptr && path.backup != Routing::Pim::Rpf() &&
-                 policy_->frrEnabled( key.source, key.group );
-   if ( !wanted ) {
-      route.umhFrrDel();
-      return;
-   }
-   Mox::Ptr<Routing::Pim::SparseMode::UpstreamInfo> backup = route.umhFrrIs();
-   backup->routeIs( &route );
-   backup->frrIs( true );
-   route.doUpdateRpfFrr( path.backup, path.backupAttached );
-}
-
-// The record goes with the last state on it, unless the (*,G) route's stands behind
-// it; the route with the last record that has a state.
+// The record stays while it holds a state of any engine.
 void JoinPruneEngine::handleEnded( const Key& key ) {
-   Mox::Ptr<Route> route = model_->route( key.routeKey() );
-   if ( route == nullptr ) {
-      downstream_.erase( key );
-      return;
-   }
-   const Intf* intf = route->routeIntf( key.intfId );
-   if ( intf != nullptr && holdsState( *intf ) ) {
-      updateTree( *route );
-      return;
-   }
-   if ( !holdsState( *route ) ) {
-      model_->routeDel( key.routeKey() );
-   } else {
-      if ( intf != nullptr && !inherits( *intf, std::as_const( *route ).wc() ) )
-         route->routeIntfDel( key.intfId );
-      updateTree( *route );
-   }
-   downstream_.erase( key );
-}
-
-void JoinPruneEngine::updateTree( Route& route ) {
-   if ( route.wildCard() ) return;
-   bool joined = false;
-   for ( const Intf& intf : std::as_const( route ).routeIntf() ) {
-      joined = joined || intf.joinState() != Intf::noInfo;
-   }
-   Route::RouteFlags flags = route.routeFlags();
-   flags.spTreeIs( joined );
-   flags.rpTreeIs( !joined );
-   route.routeFlagsIs( flags );
-}
-
-void JoinPruneEngine::updatePaths() {
-   endSourceSpecific();
-   for ( const RouteKey& key : Mox::keysOf( model_->route() ) ) {
-      Mox::Ptr<Route> route = model_->route( key );
-      bool wildcard = key.source.isUnspecified();
-      IpGenAddr rp = routing_.rpOf( key.group );
-      if ( rp.isUnspecified() && wildcard ) rp = route->umhIs()->rp();
-      // After a restart a joined RP is not known any more, only the path to it.
-      if ( !wildcard || !rp.isUnspecified() ) updatePath( *route, rp );
-   }
+   Mox::Ptr<Intf> intf = routes_.find( key.routeKey(), key.intfId );
+   bool ours = intf != nullptr && ( intf->joinState() != Intf::noInfo ||
+                                    intf->rptState() != Intf::rptNoInfo );
+   routes_.update( key.routeKey(), key.intfId );
+   if ( !ours ) downstream_.erase( key );
 }
 
 void JoinPruneEngine::endSourceSpecific() {
@@ -294,53 +210,25 @@ void JoinPruneEngine::endIf(
       if ( condition( key, machines ) ) keys.push_back( key );
    }
    for ( const Key& key : keys ) {
-      Route* route = model_->route( key.routeKey() );
-      if ( route == nullptr || route->routeIntf( key.intfId ) == nullptr ) continue;
-      Mox::Ptr<Intf> intf = route->routeIntf( key.intfId );
+      Mox::Ptr<Intf> intf = routes_.find( key.routeKey(), key.intfId );
+      if ( intf == nullptr ) continue;
       intf->joinStateIs( Intf::noInfo );
       intf->rptStateIs( Intf::rptNoInfo );
       handleEnded( key );
    }
 }
 
-// Shared trees first: they say which records of the source trees stay.
 void JoinPruneEngine::adopt() {
-   std::vector<RouteKey> keys = Mox::keysOf( model_->route() );
-   std::stable_partition( keys.begin(), keys.end(), []( const RouteKey& key ) {
-      return key.source.isUnspecified();
-   } );
-   for ( const RouteKey& key : keys ) adoptRoute( *model_->route( key ) );
+   for ( const auto& route : routes_.model().route() ) {
+      for ( const Intf& intf : route.routeIntf() ) {
+         Key key{ route.key().group, intf.intfId(), route.key().source };
+         if ( intf.joinState() != Intf::noInfo )
+            joinMachine( key ).adopt( defaultHoldtime );
+         if ( intf.rptState() != Intf::rptNoInfo )
+            rptPruneMachine( key ).adopt( defaultHoldtime );
+      }
+   }
    endSourceSpecific();
-}
-
-// A route or record without state is what a process left that died between two
-// writes. The configuration may have changed meanwhile. An RP that is not
-// configured came with a join; the tables keep the path to it alone.
-void JoinPruneEngine::adoptRoute( Route& route ) {
-   RouteKey key = route.key();
-   if ( !holdsState( route ) ) {
-      model_->routeDel( key );
-      return;
-   }
-   IpGenAddr rp = routing_.rpOf( key.group );
-   for ( Vantu::IntfId intfId : Mox::keysOf( route.routeIntf() ) ) {
-      Mox::Ptr<Intf> intf = route.routeIntf( intfId );
-      adoptIntf( { key.group, intfId, key.source }, *intf, rp );
-      if ( !holdsState( *intf ) && !inherits( *intf, std::as_const( route ).wc() ) )
-         route.routeIntfDel( intfId );
-   }
-   if ( !key.source.isUnspecified() || !rp.isUnspecified() ) {
-      updatePath( route, rp );
-   }
-   updateTree( route );
-}
-
-void JoinPruneEngine::adoptIntf( const Key& key, const Intf& intf,
-                                 const IpGenAddr& rp ) {
-   bool joined = intf.joinState() != Intf::noInfo;
-   bool pruned = intf.rptState() != Intf::rptNoInfo;
-   if ( joined ) joinMachine( key, rp ).adopt( defaultHoldtime );
-   if ( pruned ) rptPruneMachine( key ).adopt( defaultHoldtime );
 }
 
 }

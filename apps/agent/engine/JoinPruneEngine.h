@@ -1,12 +1,8 @@
 // Turns received join/prune messages into downstream state of one VRF and family:
 // routes, interface records and their machines (RFC 7761, 4.5.1 to 4.5.3).
 //
-// Routes and records come with the first join or (S,G,rpt) prune that needs them
-// and go with the last state on them; a record that the (*,G) route's interface stands
-// behind stays for ForwardingEngine. An (S,G) route is on the source tree while
-// some interface has joined it, on the RP tree while it only holds (S,G,rpt)
-// prunes. Event-loop thread; the model, clock, routing and counters outlive the
-// engine.
+// Each machine's state is a record's of Routes. Event-loop thread; what the engine is
+// given outlives it.
 #pragma once
 
 #include <map>
@@ -15,10 +11,8 @@
 #include "apps/agent/engine/AgentCounters.h"
 #include "apps/agent/engine/DownstreamJoin.h"
 #include "apps/agent/engine/DownstreamRptPrune.h"
-#include "apps/agent/engine/GroupPolicy.h"
 #include "apps/agent/engine/Neighbors.h"
-#include "apps/agent/engine/StaticRouting.h"
-#include "model/Status.h"
+#include "apps/agent/engine/Routes.h"
 
 namespace Agent {
 
@@ -27,22 +21,17 @@ class JoinPruneEngine {
    // How long a state lives that was reloaded after a restart (RFC 7761, 4.11).
    static constexpr double defaultHoldtime = 210.0;  // s
 
-   JoinPruneEngine( Mox::Ptr<Routing::Pim::SparseMode::Status> model,
-                    Mox::Clock& clock, const StaticRouting& routing,
-                    AgentCounters& counters );
+   // `policy` says which groups take no shared-tree state; null: none.
+   JoinPruneEngine( Routes& routes, Mox::Clock& clock, const Topology& topology,
+                    const GroupPolicy* policy, AgentCounters& counters );
 
-   // Which groups take no shared-tree state and which have fast reroute; null, as at
-   // the start: none. It outlives the engine.
-   void policyIs( const GroupPolicy* policy ) { policy_ = policy; }
-
-   // Takes up what the model holds after a reload: each state lives for
-   // defaultHoldtime unless refreshed; routes and records without one go.
+   // Takes up the states that a reload left: each lives for defaultHoldtime unless
+   // refreshed.
    void adopt();
 
-   // The configuration has changed: every route takes the path that it says now, and
-   // shared-tree state of groups that are source-specific now ends. A
-   // (*,G) route whose RP is not configured keeps the one that its join named.
-   void updatePaths();
+   // The policy has changed: shared-tree state of groups that are source-specific now
+   // ends.
+   void endSourceSpecific();
 
    // The interfaces on which there is state.
    std::set<Vantu::IntfId> recordedIntfs() const;
@@ -56,7 +45,6 @@ class JoinPruneEngine {
 
  private:
    using Intf = Routing::Pim::SparseMode::Intf;
-   using Route = Routing::Pim::SparseMode::Route;
    using RouteKey = Routing::Pim::RouteKey;
 
    // By group and interface first: a (*,G) join touches all sources of both.
@@ -93,24 +81,16 @@ class JoinPruneEngine {
    void endIf(
       const std::function<bool( const Key&, const Downstream& )>& condition );
    Downstream* find( const Key& key );
-   DownstreamJoin& joinMachine( const Key& key, const Vantu::IpGenAddr& rp );
+   DownstreamJoin& joinMachine( const Key& key, const Vantu::IpGenAddr& rp = {} );
    DownstreamRptPrune& rptPruneMachine( const Key& key );
-   Mox::Ptr<Intf> record( const Key& key, const Vantu::IpGenAddr& rp );
-   Mox::Ptr<Route> newRoute( const RouteKey& key, const Vantu::IpGenAddr& rp );
-   void endSourceSpecific();
    bool refuseSharedTree( const Vantu::IpGenAddr& group );
-   void updateBackup( Route& route, const StaticRouting::Path& path );
-   void updatePath( Route& route, const Vantu::IpGenAddr& rp );
-   void adoptRoute( Route& route );
-   void adoptIntf( const Key& key, const Intf& intf, const Vantu::IpGenAddr& rp );
    void handleEnded( const Key& key );
-   void updateTree( Route& route );
 
-   Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
+   Routes& routes_;
    Mox::Clock& clock_;
-   const StaticRouting& routing_;
+   const Topology& topology_;
+   const GroupPolicy* policy_;
    AgentCounters& counters_;
-   const GroupPolicy* policy_ = nullptr;
    std::map<Key, Downstream> downstream_;
 };
 

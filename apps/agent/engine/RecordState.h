@@ -23,8 +23,10 @@ inline bool inherits( const Routing::Pim::SparseMode::Intf& intf,
    return theirs != nullptr && holdsState( *theirs );
 }
 
-// A route goes when this is false; records that it only inherits do not keep it.
+// A route goes when this is false; records that it only inherits do not keep it, a
+// source that sends does (its keepalive timer runs).
 inline bool holdsState( const Routing::Pim::SparseMode::Route& route ) {
+   if ( !route.katExpired() ) return true;
    for ( const Routing::Pim::SparseMode::Intf& intf : route.routeIntf() ) {
       if ( holdsState( intf ) ) return true;
    }

@@ -32,10 +32,10 @@ struct RegisterEngine::Source {
 
 RegisterEngine::RegisterEngine(
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables, Mox::Clock& clock,
-   const StaticRouting& routing, const VrfConfig& config, AgentCounters& counters )
+   const Topology& topology, const VrfConfig& config, AgentCounters& counters )
    : tables_( std::move( tables ) ),
      clock_( clock ),
-     routing_( routing ),
+     topology_( topology ),
      config_( config ),
      counters_( counters ) {}
 
@@ -52,7 +52,7 @@ bool RegisterEngine::isOwn( const IpGenAddr& address ) const {
 
 // The group's RP where this router is it, else null.
 const RpConfig* RegisterEngine::ownRp( const IpGenAddr& group ) const {
-   IpGenAddr address = routing_.rpOf( group );
+   IpGenAddr address = topology_.rpOf( group );
    if ( !isOwn( address ) ) return nullptr;
    auto rp = std::find_if(
       config_.rps.begin(), config_.rps.end(),
@@ -94,7 +94,7 @@ void RegisterEngine::receive( const IpPacket& packet, const PimRegister& message
 // An RP passes registers on to its peers as well: only a source on a link is one
 // that this router is the first hop of.
 void RegisterEngine::receiveSent( const RouteKey& key, bool nullRegister ) {
-   if ( !routing_.pathTo( key.source ).attached )
+   if ( !topology_.pathTo( key.source ).attached )
       return counters_.refused( ownPacket );
    Source& sent = source( key );
    sent.registered.start( keepalive );
@@ -112,7 +112,7 @@ void RegisterEngine::receive( const IpPacket& packet,
       return;
    if ( message.maskLength != Vantu::addressBits( message.group.family() ) )
       return counters_.refused( partialMask );
-   IpGenAddr rp = routing_.rpOf( message.group );
+   IpGenAddr rp = topology_.rpOf( message.group );
    if ( !rp.isUnspecified() && rp != packet.source )
       return counters_.refused( rpMismatch );
    if ( !anySource ) return receiveStop( { message.source, message.group } );
@@ -125,7 +125,7 @@ void RegisterEngine::receive( const IpPacket& packet,
 }
 
 void RegisterEngine::receiveStop( const RouteKey& key ) {
-   if ( !routing_.pathTo( key.source ).attached )
+   if ( !topology_.pathTo( key.source ).attached )
       return counters_.refused( notRegistered );
    Source& stopped = source( key );
    if ( !stopped.registered.running() ) stopped.registered.start( keepalive );
@@ -224,7 +224,7 @@ void RegisterEngine::updateConfig() {
    std::vector<RouteKey> keys;
    for ( auto& [key, each] : sources_ ) {
       keys.push_back( key );
-      if ( !routing_.pathTo( key.source ).attached ) each->registered.cancel();
+      if ( !topology_.pathTo( key.source ).attached ) each->registered.cancel();
       if ( ownRp( key.group ) != nullptr ) continue;
       each->fromRouter.cancel();
       each->fromPeer.cancel();

@@ -26,8 +26,8 @@
 #include <memory>
 
 #include "apps/agent/engine/AgentCounters.h"
-#include "apps/agent/engine/StaticRouting.h"
 #include "apps/agent/engine/Timer.h"
+#include "apps/agent/engine/Topology.h"
 #include "register/RegisterStatus.h"
 
 namespace Agent {
@@ -41,7 +41,7 @@ class RegisterEngine {
    static constexpr double suppression = 60;
 
    RegisterEngine( Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables,
-                   Mox::Clock& clock, const StaticRouting& routing,
+                   Mox::Clock& clock, const Topology& topology,
                    const VrfConfig& config, AgentCounters& counters );
    ~RegisterEngine();
 
@@ -76,7 +76,7 @@ class RegisterEngine {
 
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables_;
    Mox::Clock& clock_;
-   const StaticRouting& routing_;
+   const Topology& topology_;
    const VrfConfig& config_;
    AgentCounters& counters_;
    std::map<RouteKey, std::unique_ptr<Source>> sources_;

@@ -168,15 +168,24 @@ class JoinPrune : public testing::Test {
       return out;
    }
 
+   // As a new process with the old one's model.
+   void restart() {
+      engine = std::make_unique<JoinPruneEngine>( routes, clock, topology, nullptr,
+                                                  counters );
+      routes.adopt();
+      engine->adopt();
+   }
+
    Mox::TestClock clock;
    Mox::Ptr<Routing::Pim::SparseMode::Status> model =
       Routing::Pim::SparseMode::statusFactory( L3::VrfName( "default" ) );
    VrfConfig config = routerConfig();
-   StaticRouting routing{ config };
+   Topology topology{ config };
+   Routes routes{ model, clock, topology, nullptr };
    AgentCounters counters;
    Neighbors neighbors{ clock, addr( "203.0.113.1" ), 1 };
-   std::unique_ptr<JoinPruneEngine> engine =
-      std::make_unique<JoinPruneEngine>( model, clock, routing, counters );
+   std::unique_ptr<JoinPruneEngine> engine = std::make_unique<JoinPruneEngine>(
+      routes, clock, topology, nullptr, counters );
 };
 
 struct MessageRow {
@@ -349,6 +358,7 @@ TEST_F( JoinPrune, TakesUpWhatWasReloaded ) {
    vrf.sg( "192.0.2.7", "233.252.0.2" ).spTree().intf( "eth1" );
    vrf.sg( "192.0.2.8", "233.252.0.2" ).spTree().intf( "eth1" );
    vrf.sg( "192.0.2.8", "233.252.0.2" ).intf( "eth2" ).joined();
+   routes.adopt();
    engine->adopt();
    EXPECT_EQ( state(),
               "(*, G1) eth1 joined; (S1, G1) eth1 joined eth2 rptPruned; "
@@ -369,8 +379,7 @@ TEST_F( JoinPrune, TakesUpWhatWasReloaded ) {
 TEST_F( JoinPrune, ReloadedRoutesFollowThePresentConfiguration ) {
    receive( "eth1", "G1 +RP=SWR +S1 239.1.1.1 +203.0.113.9=SWR" );
    config.rpfRoutes[0].neighbor = addr( "192.0.2.253" );
-   engine = std::make_unique<JoinPruneEngine>( model, clock, routing, counters );
-   engine->adopt();
+   restart();
    EXPECT_EQ( route( kWc ).rpf().neighbor, addr( "192.0.2.253" ) );
    EXPECT_EQ( route( kSg ).rpf().neighbor, addr( "192.0.2.253" ) );
    EXPECT_EQ( route( kWc ).umh()->rp(), address( "RP" ) );

@@ -53,7 +53,7 @@ class Registers : public testing::Test {
       capacities.noRegisterOif = capacities.registerOif = 4;
       tables = RegisterStatus::mount( manager, "tables", ::Brane::tableWriter,
                                       capacities );
-      engine = std::make_unique<RegisterEngine>( tables, clock, routing, config,
+      engine = std::make_unique<RegisterEngine>( tables, clock, topology, config,
                                                  counters );
    }
 
@@ -107,7 +107,7 @@ class Registers : public testing::Test {
    Corvex::EntityManager manager{ clock, nullptr, root.path() };
    AgentCounters counters;
    VrfConfig config = parse( kConfig );
-   StaticRouting routing{ config };
+   Topology topology{ config };
    Mox::Ptr<RegisterStatus> tables;
    std::unique_ptr<RegisterEngine> engine;
 };

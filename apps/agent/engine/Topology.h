@@ -7,10 +7,10 @@
 
 namespace Agent {
 
-class StaticRouting {
+class Topology {
  public:
    // Keeps a reference.
-   explicit StaticRouting( const VrfConfig& config ) : config_( config ) {}
+   explicit Topology( const VrfConfig& config ) : config_( config ) {}
 
    struct Path {
       Routing::Pim::Rpf rpf;     // default: no route

@@ -1,11 +1,11 @@
-#include "apps/agent/engine/StaticRouting.h"
+#include "apps/agent/engine/Topology.h"
 
 namespace Agent {
 
 using Routing::Pim::Rpf;
 using Vantu::IpGenAddr;
 
-StaticRouting::Path StaticRouting::pathTo( const IpGenAddr& address ) const {
+Topology::Path Topology::pathTo( const IpGenAddr& address ) const {
    Path best;
    int bestLength = -1;
    auto offer = [&]( const Vantu::IpGenPrefix& prefix, const Path& path ) {
@@ -39,7 +39,7 @@ StaticRouting::Path StaticRouting::pathTo( const IpGenAddr& address ) const {
    return best;
 }
 
-IpGenAddr StaticRouting::rpOf( const IpGenAddr& group ) const {
+IpGenAddr Topology::rpOf( const IpGenAddr& group ) const {
    IpGenAddr best = IpGenAddr::unspecified( group.family() );
    int bestLength = -1;
    for ( const RpConfig& rp : config_.rps ) {

@@ -39,6 +39,7 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      counters_( counters ),
      topology_( config_ ),
      model_( newModel( config ) ),
+     counting_( model_ ),
      pimStatus_( Mox::newEntity<Routing::Pim::Status>() ),
      tables_( Sm::Brane::Status::mountInDependencyOrder(
         manager, Sm::Brane::Status::mountPath( family, config.name ),

@@ -13,6 +13,7 @@
 #include "apps/agent/engine/ForwardingEngine.h"
 #include "apps/agent/engine/JoinPruneEngine.h"
 #include "apps/agent/engine/RegisterEngine.h"
+#include "apps/published/Counting.h"
 #include "apps/published/Publisher.h"
 #include "export/RouteBraneRestartSm.h"
 #include "export/RouteBraneWriterSm.h"
@@ -43,6 +44,8 @@ class FamilyInstance {
    const Routing::Pim::SparseMode::AdvertisedSgStatus& advertised() const {
       return *advertised_;
    }
+   // How many groups a source has and sources a group.
+   const Published::Counting& counting() const { return counting_; }
 
    // What could not be taken up of the tables as it stood, a line each: of another
    // layout or boot, damaged.
@@ -100,6 +103,7 @@ class FamilyInstance {
    AgentCounters& counters_;
    Topology topology_;
    Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
+   Published::Counting counting_;
    Mox::Ptr<Routing::Pim::Status> pimStatus_;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables_;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneRestartSm> restart_;

@@ -298,6 +298,11 @@ TEST_F( Family, AReloadKeepsForwarding ) {
    start();
    while ( !family->ready() ) real.runPass();
    EXPECT_TRUE( forwards( "eth1" ) && forwards( "eth2" ) );
+   const auto& sourcesBy = family->counting().sources().sourcesByGroupCount();
+   const auto& groupsBy = family->counting().groups().groupsBySourceCount();
+   ASSERT_EQ( sourcesBy.count( 1 ) + groupsBy.count( 1 ), 2u );
+   EXPECT_EQ( sourcesBy.at( 1 ).addr().size(), 2u );  // the (*,G) route's too
+   EXPECT_EQ( groupsBy.at( 1 ).addr().size(), 1u );
    family->adopt();
    EXPECT_TRUE( forwards( "eth1" ) && forwards( "eth2" ) );
    family->handleTurnEnd();
@@ -310,6 +315,7 @@ TEST_F( Family, AReloadKeepsForwarding ) {
    real.runPass();
    family->handleTurnEnd();
    EXPECT_EQ( family->model().route().size(), 0u );
+   EXPECT_TRUE( sourcesBy.empty() && groupsBy.empty() );
 }
 
 }

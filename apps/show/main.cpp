@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "apps/show/Explain.h"
+#include "apps/show/HistogramReport.h"
 #include "apps/show/RegisterReport.h"
 #include "apps/show/RouteJson.h"
 #include "apps/show/RouteText.h"
@@ -105,7 +106,8 @@ enum Command {
    statusCommand,
    explainCommand,
    registersCommand,
-   advertisedCommand
+   advertisedCommand,
+   histogramCommand
 };
 
 bool listsSources( Command command ) {
@@ -237,15 +239,19 @@ ExitStatus printSources( const Show::Mirrors& mirrors, const Arguments& argument
    return arguments.filter.active() && !matching ? nothingFound : done;
 }
 
-ExitStatus printStatus( const Show::Mirrors& mirrors, const Arguments& arguments ) {
+// Of every mirror the same, by `text` or `json`, apart by `between`.
+template <class Text, class ToJson>
+ExitStatus printEach( const Show::Mirrors& mirrors, const Arguments& arguments,
+                      const char* between, Text text, ToJson json ) {
    Json document = Json::array();
+   bool first = true;
    for ( const auto& mirror : mirrors.all() ) {
       if ( arguments.json ) {
-         document.push_back(
-            Show::envelope( *mirror, Show::statusJson( *mirror ) ) );
+         document.push_back( Show::envelope( *mirror, json( *mirror ) ) );
       } else {
-         std::cout << Show::statusText( *mirror );
+         std::cout << ( first ? "" : between ) << text( *mirror );
       }
+      first = false;
    }
    if ( arguments.json ) printJsonDocument( document );
    return done;
@@ -305,7 +311,11 @@ ExitStatus print( const Show::Mirrors& mirrors, const Arguments& arguments,
                   Command command ) {
    switch ( command ) {
       case statusCommand:
-         return printStatus( mirrors, arguments );
+         return printEach( mirrors, arguments, "", Show::statusText,
+                           Show::statusJson );
+      case histogramCommand:
+         return printEach( mirrors, arguments, "\n", Show::histogramText,
+                           Show::histogramJson );
       case explainCommand:
          return printExplanations( mirrors, arguments );
       case registersCommand:
@@ -372,8 +382,11 @@ int main( int argc, char** argv ) {
       "registers", "(S,G) whose packets are registered or not, and why" );
    auto* advertised =
       app.add_subcommand( "advertised", "(S,G) advertised to other RPs" );
+   auto* histogram = app.add_subcommand(
+      "histogram", "How many groups sources have, and sources groups" );
    app.require_subcommand( 0, 1 );
-   for ( CLI::App* each : { routes, status, explain, registers, advertised } ) {
+   for ( CLI::App* each :
+         { routes, status, explain, registers, advertised, histogram } ) {
       each->fallthrough();
       declareFamily( *each, arguments );
    }
@@ -386,6 +399,7 @@ int main( int argc, char** argv ) {
       if ( explain->parsed() ) command = explainCommand;
       if ( registers->parsed() ) command = registersCommand;
       if ( advertised->parsed() ) command = advertisedCommand;
+      if ( histogram->parsed() ) command = histogramCommand;
       if ( command != routesCommand ) refuseRouteOptions( app, command );
       if ( command == explainCommand ) readQuestion( arguments );
       readPrefixes( arguments );

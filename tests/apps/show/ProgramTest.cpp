@@ -85,6 +85,9 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
       { "registers --group 239.9.9.9", 1, 5, "0 of 5" },
       { "advertised --vrf red", 0, 1, "0 (S,G)" },
       { "advertised --vrf red --group 239.0.0.0/8", 1, 1, "0 (S,G)" },
+      { "histogram -4 --vrf default", 0, 0, "this reader from 5 mirrored routes" },
+      { "histogram --vrf red", 0, 2, "from 0 mirrored routes" },
+      { "histogram -6 --json", 0, 0, "\"address\": \"::\"" },
       { "--group 239.9.9.9", 1, 5, "0 of 5 routes" },
       { "--iface eth9 --json", 1, 20, "" } };
    for ( const AskedRow& row : rows ) {
@@ -119,6 +122,7 @@ TEST_F( ShowProgram, RefusesWrongUsage ) {
       { "explain * 239.1.2.3 --count", "--count" },
       { "registers --kind sg", "--kind" },
       { "advertised --json-lines", "--json-lines" },
+      { "histogram --kind sg", "--kind" },
       { "routes status", "status" } };
    for ( const auto& [options, says] : rows ) {
       SCOPED_TRACE( options );

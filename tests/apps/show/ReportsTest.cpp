@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "apps/show/Explain.h"
+#include "apps/show/HistogramReport.h"
 #include "apps/show/RegisterReport.h"
 #include "apps/show/RouteJson.h"
 #include "apps/show/RouteText.h"
@@ -141,6 +142,25 @@ TEST_F( Reports, StatusWithCounters ) {
       << statusText( mirror );
    EXPECT_EQ( statusJson( mirror )["switching"], 7 );
    EXPECT_FALSE( statusJson( mirror ).contains( "unresolved" ) );
+}
+
+// In red there are more counts than rows.
+TEST_F( Reports, Histograms ) {
+   for ( int source = 1; source <= 20; ++source ) {
+      for ( int group = 1; group <= source; ++group ) {
+         router.red.vrf().sg( "198.51.100." + std::to_string( source ),
+                              "239.1.2." + std::to_string( group ) );
+      }
+   }
+   router.red.publish();
+   View later( router.root.path() );
+   std::string text;
+   for ( const auto& mirror : later.all().all() )
+      text += histogramText( *mirror ) + '\n';
+   expectGolden( "histogram.txt", text );
+   const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
+   expectGolden( "histogram.json",
+                 envelope( mirror, histogramJson( mirror ) ).dump( 2 ) + '\n' );
 }
 
 TEST_F( Reports, SelectByVrfAndFamily ) {

@@ -1,6 +1,7 @@
 // What the agent publishes of itself, from its tables to a reader's model.
 #include <gtest/gtest.h>
 
+#include "apps/published/MfibStatus.h"
 #include "apps/published/PimMirror.h"
 #include "apps/published/Publisher.h"
 #include "platform/entity/EventCounter.h"
@@ -94,6 +95,31 @@ TEST_F( Publishing, WritesOnlyWhatHasChanged ) {
    EXPECT_EQ( tables->rp().find( { addr( "239.0.0.0" ), 8 }, found ),
               Brane::lookupFound );
    EXPECT_EQ( found.address, addr( "192.0.2.9" ) );
+}
+
+TEST_F( Publishing, WhatTheForwardingProcessSaysReachesReadersWhole ) {
+   auto path =
+      MfibStatus::mountPath( Vantu::AddressFamily::ipv4, L3::VrfName( "red" ) );
+   EXPECT_EQ( path, "routing/pim/sparsemode/mfibstatus/red" );
+   auto tables = MfibStatus::mount( agentSide, path, Brane::tableWriter, 10 );
+   auto seen = MfibStatus::mount( readerSide, path, Brane::tableReader );
+   const Routing::Pim::RouteKey sg{ addr( "192.0.2.7" ), addr( "239.1.2.3" ) };
+   const MfibVif vif{ intfId( "eth0" ), 1, 2, 3, 4, 5, 6 };
+   const MfibCache cache{ sg, 1, 2, 3, 4.5 };
+   const MfibUpcall upcall{ { sg, intfId( "eth0" ) }, wrongVifUpcall, 7, 8.5 };
+   tables->vifIs( vif );
+   tables->cacheIs( cache );
+   tables->upcallIs( upcall );
+   exchange();
+   MfibVif seenVif;
+   MfibCache seenCache;
+   MfibUpcall seenUpcall;
+   EXPECT_EQ( seen->vif().find( vif.key, seenVif ), Brane::lookupFound );
+   EXPECT_EQ( seen->cache().find( sg, seenCache ), Brane::lookupFound );
+   EXPECT_EQ( seen->upcall().find( upcall.key, seenUpcall ), Brane::lookupFound );
+   EXPECT_EQ( seenVif, vif );
+   EXPECT_EQ( seenCache, cache );
+   EXPECT_EQ( seenUpcall, upcall );
 }
 
 TEST_F( Publishing, CountersFollowOnceASecond ) {

@@ -1,0 +1,40 @@
+// The tables in which the forwarding process publishes what the kernel tells of one VRF
+// and family: its interfaces, counters and upcalls. Event-loop thread only.
+#pragma once
+
+#include "apps/published/MfibRecords.h"
+#include "platform/mount/EntityManager.h"
+#include "platform/mount/TableAttribute.h"
+#include "platform/net/VrfName.h"
+
+namespace Published {
+
+using MfibVifTable = MoxBrane::Table<MfibVif>;
+using MfibCacheTable = MoxBrane::Table<MfibCache>;
+using MfibUpcallTable = MoxBrane::Table<MfibUpcall>;
+
+// clang-format off
+#define PUBLISHED_MFIB_ATTRIBUTES( A ) \
+   A( Table, vif,    Vif,    MfibVifTable,    , "interfaces that the kernel forwards between" ) \
+   A( Table, cache,  Cache,  MfibCacheTable,  , "counters of the kernel's entries" ) \
+   A( Table, upcall, Upcall, MfibUpcallTable, , "packets handed up; when full the oldest goes" )
+// clang-format on
+
+class MfibStatus : public MoxBrane::MountedEntity {
+ public:
+   MOX_ENTITY( MfibStatus, PUBLISHED_MFIB_ATTRIBUTES )
+
+   static constexpr uint32_t maxUpcalls = 4096;
+
+   explicit MfibStatus( Mox::StringView name ) : MountedEntity( name ) {}
+
+   static Mox::String mountPath( Vantu::AddressFamily family,
+                                 const L3::VrfName& vrf );
+   // `maxRoutes` counts for the writer only. Throws what
+   // CollectionControl::initialize does.
+   static Mox::Ptr<MfibStatus> mount( Corvex::EntityManager& manager,
+                                      Mox::StringView path, Brane::TableRole role,
+                                      uint32_t maxRoutes = 0 );
+};
+
+}

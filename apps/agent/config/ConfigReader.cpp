@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -21,6 +22,8 @@ using Vantu::IntfId;
 using Vantu::IpGenAddr;
 using Vantu::IpGenPrefix;
 
+// The kernel names the register interface after the table, in 15 characters.
+constexpr uint32_t kMrouteTableEnd = 1'000'000'000;
 // The R bit of an assert stands above the preference (RFC 7761, 4.9.6).
 constexpr uint32_t kMaxPreference = 255;  // an administrative distance: 8 bits
 
@@ -132,8 +135,10 @@ class VrfReader {
    AdvertisedConfig readAdvertised( const Place& place );
    AccessListConfig readAccessList( const Place& place );
    void readName( Section& section, VrfConfig& out );
+   void readMrouteTable( Section& section, VrfConfig& out );
 
    std::vector<L3::VrfName> vrfs_;
+   std::map<uint32_t, L3::VrfName> mrouteTables_;
    std::vector<IntfId> interfaces_;
    std::vector<std::string> captures_;
    // Of the VRF being read.
@@ -153,6 +158,7 @@ VrfConfig VrfReader::read( const Place& place ) {
    Section section( place, "vrf" );
    VrfConfig out;
    readName( section, out );
+   readMrouteTable( section, out );
    section.value( "maxRoutes", out.maxRoutes );
    section.value( "maxRouteIntfs", out.maxRouteIntfs );
    section.value( "require-hello", out.requireHello );
@@ -190,6 +196,21 @@ void VrfReader::readName( Section& section, VrfConfig& out ) {
       place.fail( fmt::format( "'{}' cannot name a VRF", name ) );
    }
    checkNew( place, "VRF", vrfs_, out.name, name );
+}
+
+// The default is for one VRF, so that several without the key are no fault where nothing
+// forwards: the forwarding process refuses them.
+void VrfReader::readMrouteTable( Section& section, VrfConfig& out ) {
+   std::optional<Place> place = section.take( "mroute-table" );
+   if ( !place ) return;
+   out.mrouteTable = Section::convert<uint32_t>( *place, "mroute-table" );
+   if ( out.mrouteTable == 0 || out.mrouteTable >= kMrouteTableEnd )
+      place->fail( fmt::format( "mroute-table: {} is not in 1 to {}",
+                                out.mrouteTable, kMrouteTableEnd - 1 ) );
+   auto [other, isNew] = mrouteTables_.emplace( out.mrouteTable, out.name );
+   if ( !isNew )
+      place->fail( fmt::format( "mroute-table {} is VRF '{}'s", out.mrouteTable,
+                                other->second.name() ) );
 }
 
 InterfaceConfig VrfReader::readInterface( const Place& place ) {

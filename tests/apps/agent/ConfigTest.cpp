@@ -62,6 +62,8 @@ TEST( Config, TheDocumentedExampleIsRead ) {
    EXPECT_EQ( vrf.advertised[1].rp, IpGenAddr( "1.1.1.2" ) );
    EXPECT_FALSE( vrf.advertised[0].anycast );
    EXPECT_TRUE( vrf.advertised[1].anycast );
+   EXPECT_EQ( vrf.mrouteTable, 253u );
+   EXPECT_EQ( config.vrfs[1].mrouteTable, 10u );
    EXPECT_EQ( config.vrfs[1].interfaces[0].name, Vantu::IntfId( "eth2" ) );
 }
 
@@ -86,6 +88,9 @@ TEST( Config, FaultsNameFileAndLine ) {
          { "maxRoutes: -1", "maxRoutes: expected a number at '-1'" },
          { "maxRoutes: 4294967296", "maxRoutes: 4294967296 is above 4294967295" },
          { "maxRoutes: [1]", "maxRoutes: expected a single value" },
+         { "mroute-table: 0", "mroute-table: 0 is not in 1 to 999999999" },
+         { "mroute-table: 1000000000",
+           "mroute-table: 1000000000 is not in 1 to 999999999" },
          { "require-hello: maybe",
            "require-hello: expected true or false at 'maybe'" },
          { "access-lists: [{rules: []}]", "access-list: key 'name' is missing" },
@@ -158,6 +163,8 @@ TEST( Config, FaultsOfInterfacesVrfsAndDocuments ) {
       { vrf + "  - name: eth0\n    addresses: [none]\n",
         "5: address: expected address/length" },
       { "vrfs:\n- name: ../up\n", "2: '../up' cannot name a VRF" },
+      { "vrfs:\n- {name: red, mroute-table: 7}\n- {name: blue, mroute-table: 7}\n",
+        "3: mroute-table 7 is VRF 'red's" },
       { "vrfs:\n- name: red\n- name: red\n", "3: VRF 'red' comes twice" },
       { "vrfs:\n- name: " + std::string( 101, 'x' ) + "\n",
         "2: name: VrfName::bytes > VrfName::maxLength not allowed" },

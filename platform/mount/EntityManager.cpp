@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -142,6 +143,28 @@ Mox::String EntityManager::tablePath( Mox::StringView entityPath,
    return fmt::format( "{}/{}/{}", root_, entityPath, table );
 }
 
+// Who may rename below the root could put files of their own in the tables' place.
+void checkDirectory( const Mox::String& directory ) {
+   auto refuse = [&]( const Mox::String& why ) {
+      throw Brane::CreateError( "directory of tables " + directory + ": " + why );
+   };
+   struct stat name, target;
+   if ( lstat( directory.c_str(), &name ) != 0 ||
+        stat( directory.c_str(), &target ) != 0 ) {
+      refuse( std::strerror( errno ) );
+   }
+   if ( !S_ISDIR( target.st_mode ) ) refuse( "not a directory" );
+   for ( uid_t owner : { name.st_uid, target.st_uid } ) {
+      if ( owner == 0 || owner == geteuid() ) continue;
+      refuse( fmt::format( "belongs to user {}, neither root nor {}, who writes",
+                           owner, geteuid() ) );
+   }
+   if ( ( target.st_mode & S_IWOTH ) && !( target.st_mode & S_ISVTX ) ) {
+      refuse( fmt::format( "everybody may write it (mode {:o})",
+                           target.st_mode & 07777 ) );
+   }
+}
+
 // Only the owner and the group may look below the root.
 void EntityManager::makeDirectories( const Mox::String& path ) const {
    for ( size_t slash = path.find( '/', 1 ); slash != Mox::String::npos;
@@ -152,7 +175,10 @@ void EntityManager::makeDirectories( const Mox::String& path ) const {
          chmod( directory.c_str(), 02750 );
          continue;
       }
-      if ( errno == EEXIST ) continue;
+      if ( errno == EEXIST ) {
+         if ( slash >= root_.size() ) checkDirectory( directory );
+         continue;
+      }
       throw Brane::CreateError( "cannot make directory " + directory + ": " +
                                 std::strerror( errno ) );
    }

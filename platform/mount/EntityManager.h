@@ -26,9 +26,12 @@ class PIMSM_API EntityManager {
  public:
    static constexpr const char* defaultRoot = "/dev/shm/pimsm";
 
-   // `clock` and `loop` outlive the manager. `clock` paces the doorbells. With a loop, doorbells are served and written
-   // tables rung by it; without one the owner calls dispatch(). The root's
-   // directories are created (mode 0750) when a writer mounts below them.
+   // `clock` and `loop` outlive the manager. `clock` paces the doorbells. With a loop,
+   // doorbells are served and written tables rung by it; without one the owner calls
+   // dispatch(). The root's directories are created (mode 0750) when a writer mounts
+   // below them; it refuses, by CreateError, a root or a directory below it that
+   // belongs to another user than root or its own, or that everybody may write
+   // (sticky ones excepted).
    EntityManager( Mox::Clock& clock, Mox::Loop* loop,
                   Mox::String root = defaultRoot, bool useInotify = true );
    ~EntityManager();

@@ -134,7 +134,7 @@ class PIMSM_API TableBase {
    std::vector<std::byte> pending_;
    size_t notified_ = 0;
    size_t foretold_ = 0;
-   bool again_ = false;      // the last look at the journal left something busy
+   bool again_ = false;  // the last look at the journal left something busy
    bool quiesced_ = false;
    Corruption corruption_;
    CorruptionHandler corruptionHandler_;

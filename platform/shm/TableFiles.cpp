@@ -13,7 +13,7 @@ TableFiles::TableFiles( const Mox::String& path )
      lock( path + ".lock" ) {}
 
 bool writerAlive( const Mox::String& path ) {
-   return Detail::writerLocked( TableFiles( path ).lock );
+   return Detail::writerRings( TableFiles( path ).bell );
 }
 
 void removeTableFiles( const Mox::String& path ) {

@@ -8,18 +8,20 @@
 
 namespace Brane {
 
-// All have mode 0640; who may read is the directory's and the group's affair.
+// All have mode 0640, the lock 0600; who may read is the directory's and the group's
+// affair. None may open the lock but the writer's user: a reader could lock it, too.
 struct PIMSM_API TableFiles {
    explicit TableFiles( const Mox::String& path );
 
    Mox::String table;  // the path itself: the current instance
    Mox::String fresh;  // path + ".new": an instance in the making
-   Mox::String bell;   // path + ".bell": watched by readers, rung by the writer
-   Mox::String lock;   // path + ".lock": locked while a writer lives
+   Mox::String bell;   // path + ".bell": watched by readers, rung and locked by
+                       // a living writer
+   Mox::String lock;   // path + ".lock": who has it locked is the writer
 };
 
 // Does a writer hold the table now? Works for a process that may only read.
-// A missing or unreadable lock file reads as no.
+// A missing or unreadable doorbell reads as no.
 PIMSM_API bool writerAlive( const Mox::String& path );
 
 // Removes a table that has no writer, all its files; attached readers keep their

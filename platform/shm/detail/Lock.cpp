@@ -25,10 +25,28 @@ pid_t pidIn( int fd ) {
    return static_cast<pid_t>( std::strtol( text, nullptr, 10 ) );
 }
 
-[[noreturn]] void refuseSecond( const Mox::String& path, int fd ) {
+// False: somebody else's lock is in the way.
+bool tryLock( int fd, const Mox::String& path ) {
+   struct flock lock = wholeFile( F_WRLCK );
+   if ( fcntl( fd, F_OFD_SETLK, &lock ) == 0 ) return true;
+   if ( errno != EAGAIN && errno != EACCES ) systemFailed( path, "cannot lock" );
+   return false;
+}
+
+// Is there a lock in the way of one of that type? Takes none.
+bool lockedAgainst( short type, int fd ) {
+   struct flock lock = wholeFile( type );
+   return fcntl( fd, F_OFD_GETLK, &lock ) == 0 && lock.l_type != F_UNLCK;
+}
+
+[[noreturn]] void refuseSecond( const TableFiles& files, int fd ) {
+   if ( !lockedAgainst( F_RDLCK, fd ) && lockedAgainst( F_WRLCK, fd ) ) {
+      throw CreateError( files.lock +
+                         ": locked for reading, by a process that is no writer" );
+   }
    pid_t pid = pidIn( fd );
    Mox::String who = pid ? "process " + std::to_string( pid ) : "another process";
-   throw SecondWriterError( path + " is written by " + who, pid );
+   throw SecondWriterError( files.table + " is written by " + who, pid );
 }
 
 // A first writer that removes its table takes the lock file away, too; who waited
@@ -51,28 +69,37 @@ void leavePid( int fd ) {
 
 Descriptor takeWriterLock( const TableFiles& files ) {
    for ( int attempt = 0; attempt < 16; ++attempt ) {
-      Descriptor file( openFile( files.lock, O_RDWR | O_CREAT ) );
+      Descriptor file( openFile( files.lock, O_RDWR | O_CREAT, 0600 ) );
       if ( !file ) systemFailed( files.lock, "cannot open the lock file" );
-      struct flock lock = wholeFile( F_WRLCK );
-      if ( fcntl( file.get(), F_OFD_SETLK, &lock ) != 0 ) {
-         if ( errno == EAGAIN || errno == EACCES ) {
-            refuseSecond( files.table, file.get() );
-         }
-         systemFailed( files.lock, "cannot lock" );
-      }
+      if ( !tryLock( file.get(), files.lock ) ) refuseSecond( files, file.get() );
       if ( !stillNamed( file.get(), files.lock ) ) continue;
-      fchmod( file.get(), 0640 );
+      fchmod( file.get(), 0600 );
       leavePid( file.get() );
       return file;
    }
    throw SecondWriterError( files.table + " is being removed again and again", 0 );
 }
 
-bool writerLocked( const Mox::String& lockPath ) {
-   Descriptor file( openFile( lockPath, O_RDONLY ) );
-   if ( !file ) return false;
-   struct flock lock = wholeFile( F_RDLCK );
-   return fcntl( file.get(), F_OFD_GETLK, &lock ) == 0 && lock.l_type != F_UNLCK;
+Descriptor openLockedBell( const TableFiles& files ) {
+   const char* what = "cannot open the doorbell";
+   Descriptor bell( openFile( files.bell, O_WRONLY | O_CREAT ) );
+   if ( !bell ) systemFailed( files.bell, what );
+   if ( !tryLock( bell.get(), files.bell ) ) {
+      // Nobody else can open the new one before it is locked.
+      unlink( files.bell.c_str() );
+      bell =
+         Descriptor( openFile( files.bell, O_WRONLY | O_CREAT | O_EXCL, 0600 ) );
+      if ( !bell ) systemFailed( files.bell, what );
+      tryLock( bell.get(), files.bell );
+   }
+   fchmod( bell.get(), 0640 );
+   return bell;
+}
+
+// A reader's own lock is for reading and in the way of none such.
+bool writerRings( const Mox::String& bellPath ) {
+   Descriptor bell( openFile( bellPath, O_RDONLY | O_NONBLOCK ) );
+   return bell && lockedAgainst( F_RDLCK, bell.get() );
 }
 
 }

@@ -91,10 +91,10 @@ Descriptor createFile( const Mox::String& path, uint64_t size ) {
    return file;
 }
 
-int openFile( const Mox::String& path, int flags ) {
+int openFile( const Mox::String& path, int flags, mode_t mode ) {
    int fd;
    do {
-      fd = open( path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0640 );
+      fd = open( path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, mode );
    } while ( fd < 0 && errno == EINTR );
    return fd;
 }

@@ -51,7 +51,7 @@ class Mapping {
 // CreateError, and leaves no file then.
 Descriptor createFile( const Mox::String& path, uint64_t size );
 
-// Waits out interruptions. -1 and errno as open() does.
-int openFile( const Mox::String& path, int flags );
+// Waits out interruptions. -1 and errno as open() does. `mode` is of a file made.
+int openFile( const Mox::String& path, int flags, mode_t mode = 0640 );
 
 }

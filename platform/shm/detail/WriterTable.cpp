@@ -48,9 +48,7 @@ WriterTable::WriterTable( const Mox::String& path, const Layout& layout,
 // Before the table has its name: who sees the table can watch its bell. And before
 // the table takes its space: the bell's byte must be there for good.
 void WriterTable::openBell() {
-   bell_ = Descriptor( openFile( files_.bell, O_WRONLY | O_CREAT ) );
-   if ( !bell_ ) systemFailed( files_.bell, "cannot open the doorbell" );
-   fchmod( bell_.get(), 0640 );
+   bell_ = openLockedBell( files_ );
    if ( !writeBell() ) systemFailed( files_.bell, "cannot write the doorbell" );
 }
 

@@ -1,4 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/loop/TestClock.h"
 #include "tests/platform/mount/Shelf.h"
@@ -81,6 +84,47 @@ TEST_F( EntityManager, MountsOnceForOneRole ) {
    EXPECT_THROW( rival->bookIs( bookOf( 1 ) ), ::Brane::ReadOnlyError );
    EXPECT_THROW( rival->bookControl()->initialize( ::Brane::tableWriter, 4, false ),
                  ::Brane::TableError );
+}
+
+// Somebody else may have made the root first, to exchange the tables later.
+TEST_F( EntityManager, WritesInNoDirectoryThatOthersRule ) {
+   constexpr uid_t kStranger = 4242;
+   Mox::Ptr<Shelf> shelf = shelfAt( manager );
+   auto refused = [&]( const char* why ) {
+      try {
+         shelf->bookControl()->initialize( ::Brane::tableWriter, 4, false );
+      } catch ( const ::Brane::CreateError& e ) {
+         EXPECT_NE( Mox::String( e.what() ).find( root.path() ),
+                    Mox::String::npos );
+         EXPECT_NE( Mox::String( e.what() ).find( why ), Mox::String::npos )
+            << e.what();
+         return !shelf->book().mounted();
+      }
+      return false;
+   };
+   const Mox::String below = root.path() + "/house";
+   ASSERT_EQ( mkdir( below.c_str(), 0777 ), 0 );
+   for ( const Mox::String& directory : { root.path(), below } ) {
+      chmod( directory.c_str(), 0777 );
+      EXPECT_TRUE( refused( "everybody" ) );
+      chmod( directory.c_str(), 0750 );
+      // Only root can give files away.
+      if ( chown( directory.c_str(), kStranger, -1U ) != 0 ) continue;
+      EXPECT_TRUE( refused( "belongs to user 4242" ) );
+      ASSERT_EQ( chown( directory.c_str(), geteuid(), -1U ), 0 );
+   }
+   rmdir( below.c_str() );
+   ASSERT_EQ( symlink( "/dev/shm", below.c_str() ), 0 );
+   const bool given = lchown( below.c_str(), kStranger, -1U ) == 0;
+   EXPECT_TRUE( !given || refused( "belongs to user 4242" ) );
+   unlink( below.c_str() );
+   ASSERT_EQ( close( creat( below.c_str(), 0600 ) ), 0 );
+   EXPECT_TRUE( refused( "not a directory" ) );
+   unlink( below.c_str() );
+   chmod( root.path().c_str(), 01777 );
+   shelf->bookControl()->initialize( ::Brane::tableWriter, 4, false );
+   EXPECT_TRUE( shelf->book().mounted() );
+   if ( !given ) GTEST_SKIP() << "other users' directories need root";
 }
 
 TEST_F( EntityManager, SuspendsReadersOnly ) {

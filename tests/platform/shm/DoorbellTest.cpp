@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/inotify.h>
@@ -178,6 +179,57 @@ TEST_F( Doorbell, LooksByTimeUntilARefusedBellCanBeWatched ) {
    EXPECT_TRUE( readable( hub ) );
    EXPECT_EQ( rings( hub ), 1 );
    hub.remove( id );
+}
+
+// As a process of another user in the group, where this one may become such.
+template <class Body>
+void asReader( Body body ) {
+   const bool privileged = geteuid() == 0;
+   ASSERT_EQ( privileged ? seteuid( 65534 ) : 0, 0 );
+   body( privileged );
+   ASSERT_EQ( privileged ? seteuid( 0 ) : 0, 0 );
+}
+
+// Open for reading and locked so; -1 where the file may not be read.
+int lockedForReading( const std::string& file ) {
+   int fd = open( file.c_str(), O_RDONLY | O_CLOEXEC );
+   struct flock lock {};
+   lock.l_type = F_RDLCK;
+   EXPECT_TRUE( fd < 0 || fcntl( fd, F_OFD_SETLK, &lock ) == 0 );
+   return fd;
+}
+
+// A process of the group may lock what it may read: it gets a bell for itself, and
+// neither the writer nor other readers lose theirs.
+TEST_F( Doorbell, AReadersLocksAreInNobodysWay ) {
+   std::make_unique<TableWriter>( path, layout, 10, options ).reset();
+   DoorbellHub hub;
+   hub.add( path, count() );
+   EXPECT_EQ( rings( hub ), 1 );
+   ASSERT_EQ( chmod( directory.c_str(), 0755 ), 0 );
+   int bell = -1;
+   asReader( [&]( bool other ) {
+      bell = lockedForReading( path + ".bell" );
+      EXPECT_FALSE( writerAlive( path ) );
+      if ( other ) {
+         EXPECT_EQ( lockedForReading( path + ".lock" ), -1 );
+      }
+   } );
+   auto writer = std::make_unique<TableWriter>( path, layout, 10, options );
+   EXPECT_GE( rings( hub ), 1 );
+   asReader( [&]( bool ) { EXPECT_TRUE( writerAlive( path ) ); } );
+   EXPECT_FALSE( hub.fallback() );
+   put( *writer, 1, 1 );
+   writer->ring();
+   EXPECT_EQ( rings( hub ), 1 );
+   writer.reset();
+   EXPECT_FALSE( writerAlive( path ) );
+   close( bell );
+   // The writer's own user can; that is not called a second writer.
+   int lock = lockedForReading( path + ".lock" );
+   EXPECT_THROW( TableWriter( path, layout, 10, options ), CreateError );
+   close( lock );
+   EXPECT_NO_THROW( TableWriter( path, layout, 10, options ) );
 }
 
 TEST_F( Doorbell, FindsATableAgainWhoseMoveTheQueueLost ) {

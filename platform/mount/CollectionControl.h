@@ -40,7 +40,8 @@ MOX_ENUM_TEXT( MountStatus, PIMSM_MOUNT_STATUSES )
 // A table that is removed, as when its VRF goes, is told by mountRemoved.
 //
 // `problem`: in a writer why records that stood in the table were not all taken up as
-// they were (another boot, another layout, damage), or what a write was refused for.
+// they were (another boot, another layout, damage), what a write was refused for, or
+// what a look-up met that cannot be.
 //
 // `quiesced`: nothing is pending in the journal of changes for this table. A writer has
 // told its readers of all that it wrote; a reader has notified all that its last look at

@@ -86,8 +86,8 @@ class Table : public TableBase {
       return layout;
    }
 
-   // Copies the key's record to `out`; unspecified unless found. Busy and damaged
-   // are a reader's: see TableReader. Without a mount: absent.
+   // Copies the key's record to `out`; unspecified unless found. Busy is a reader's,
+   // damaged either side's: see TableReader. Without a mount: absent.
    ::Brane::Lookup find( const Key& key, V& out ) const {
       KeyBytes bytes( key );
       Record record;

@@ -302,13 +302,37 @@ void TableBase::commitRecord( ::Brane::Reservation& record ) {
 }
 
 ::Brane::Lookup TableBase::lookupRecord( const void* key, void* out ) const {
-   if ( writer_ != nullptr ) {
+   if ( writer_ != nullptr ) return lookupWritten( key, out );
+   return reader_ != nullptr ? reader_->lookup( key, out ) : ::Brane::lookupAbsent;
+}
+
+// A look-up changes nothing: what is damaged is said, and fatal only to write.
+::Brane::Lookup TableBase::lookupWritten( const void* key, void* out ) const {
+   try {
       const void* record = writer_->find( key );
       if ( record == nullptr ) return ::Brane::lookupAbsent;
       std::memcpy( out, record, layout_.recordSize );
       return ::Brane::lookupFound;
+   } catch ( const ::Brane::CorruptionError& e ) {
+      tellDamaged( e.what() );
+      return ::Brane::lookupDamaged;
    }
-   return reader_ != nullptr ? reader_->lookup( key, out ) : ::Brane::lookupAbsent;
+}
+
+// Null: nothing stands there, or nothing that can be read.
+const void* TableBase::writtenAt( ::Brane::Position position ) const {
+   try {
+      return writer_->at( position );
+   } catch ( const ::Brane::CorruptionError& e ) {
+      tellDamaged( e.what() );
+      return nullptr;
+   }
+}
+
+void TableBase::tellDamaged( const char* text ) const {
+   if ( control_->problem() == text ) return;
+   MOX_TRACE( trace, 0, "damaged: " << text );
+   control_->problemIs( text );
 }
 
 void TableBase::visitRecords( const void* from, const RecordVisitor& visitor,
@@ -326,7 +350,7 @@ void TableBase::visitRecords( const void* from, const RecordVisitor& visitor,
       from != nullptr ? writer_->positionAtOrBefore( from ) : ::Brane::noPosition;
    if ( position == ::Brane::noPosition ) position = writer_->next();
    while ( position != ::Brane::noPosition ) {
-      const void* record = writer_->at( position );
+      const void* record = writtenAt( position );
       if ( record != nullptr && !visitor( record ) ) return;
       position = writer_->next( position );
    }

@@ -120,6 +120,9 @@ class PIMSM_API TableBase {
    template <class Call>
    auto guarded( Call call );
    void corrupted( const char* text );
+   ::Brane::Lookup lookupWritten( const void* key, void* out ) const;
+   const void* writtenAt( ::Brane::Position position ) const;
+   void tellDamaged( const char* text ) const;
 
    MountedEntity& entity_;
    Mox::String name_;

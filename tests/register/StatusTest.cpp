@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "tests/register/RegisterSides.h"
+#include "tests/support/Damage.h"
 #include "tests/support/ErrorText.h"
 #include "tests/support/ThrowingAssertions.h"
 #include "tests/support/TraceCapture.h"
@@ -269,23 +269,11 @@ TEST_F( RegisterTables, AttachNoReaderWhileSuspended ) {
    EXPECT_FALSE( read->registerOif().mounted() );
 }
 
-// A stray pointer's work: the stamp of the key's slot no longer fits the index.
 class CorruptRegisterTables : public RegisterTables {
  protected:
    void corrupt( const Mox::String& table, const RouteKey& key ) {
-      std::fstream file( root.path() + '/' + status.name() + '/' + table,
-                         std::ios::in | std::ios::out | std::ios::binary );
-      std::string bytes{ std::istreambuf_iterator<char>( file ), {} };
-      ::Brane::FlatForm<RouteKey>::Bytes flat{};
-      ::Brane::FlatForm<RouteKey>::write( key, flat );
-      std::string wanted( reinterpret_cast<const char*>( &flat ), sizeof flat );
-      size_t place = bytes.find( wanted );
-      ASSERT_NE( place, std::string::npos );
-      file.clear();
-      file.seekp( static_cast<std::streamoff>( place - kBeforeRecord ) );
-      file.put( static_cast<char>( bytes[place - kBeforeRecord] ^ 0x40 ) );
+      Mox::Test::breakStamp( root.path() + '/' + status.name() + '/' + table, key );
    }
-   static constexpr size_t kBeforeRecord = 16;  // stamp and checksum
 };
 
 TEST_F( CorruptRegisterTables, AreFatalToWriteAfterTheHandlerWasTold ) {

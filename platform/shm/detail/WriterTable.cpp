@@ -304,9 +304,14 @@ Position WriterTable::next( Position after ) const {
 
 Position WriterTable::positionAtOrBefore( const void* key ) const {
    uint64_t hash = hashOf( key );
-   Place place = locate( key, hash, noPosition );
    // A key never stands before its home line, so nothing after it is left out.
-   return place.word ? place.position : view_.geometry.homeOf( hash ) * lineWords;
+   const Position home = view_.geometry.homeOf( hash ) * lineWords;
+   try {
+      Place place = locate( key, hash, noPosition );
+      return place.word ? place.position : home;
+   } catch ( const CorruptionError& ) {
+      return home;
+   }
 }
 
 void WriterTable::ring() {

@@ -8,7 +8,9 @@
 #include "apps/agent/engine/Advertised.h"
 #include "platform/loop/TestClock.h"
 #include "tests/apps/agent/MachineRun.h"
+#include "tests/support/Damage.h"
 #include "tests/support/TempRoot.h"
+#include "tests/support/ThrowingAssertions.h"
 #include "tests/support/VrfBuilder.h"
 
 namespace Agent {
@@ -272,6 +274,26 @@ TEST_F( Registers, ThatFindNoRoomAreCounted ) {
    EXPECT_EQ( tables->noRegisterOif().size(), 4u );
    clock.runUntil( 10300 );
    EXPECT_EQ( tables->noRegisterOif().size(), 0u );
+}
+
+// The damaged source goes on as it is, the others like ever; to end it is a write that
+// the table refuses for good. The next agent starts without it.
+TEST_F( Registers, OutliveADamagedRecordUntilItIsWritten ) {
+   send();
+   Mox::Test::breakStamp( root.path() + "/tables/registerOif",
+                          sgKey( kAttached, "233.252.0.1" ) );
+   send();
+   send( false, "198.51.100.8" );
+   EXPECT_EQ( in( "198.51.100.8" ), "oif dr" );
+   EXPECT_NE( tables->registerOifControl()->problem(), "" );
+   EXPECT_EQ( Mox::Test::assertionText( [&] { stop(); } ),
+              "write outside the mapped region" );
+   start();
+   engine->adopt();
+   EXPECT_EQ( in( "198.51.100.8" ), "oif dr" );
+   send();
+   stop();
+   EXPECT_EQ( in(), "no-oif dr" );
 }
 
 TEST( Advertised, FollowsTheConfiguration ) {

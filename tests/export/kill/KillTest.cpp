@@ -1,0 +1,222 @@
+// The agent is killed at each store that it makes while it takes up the tables of its
+// predecessor and goes on from there.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "tests/platform/shm/kill/KillPoints.h"
+#include "tests/support/ExportPair.h"
+#include "tests/support/VrfBuilder.h"
+
+namespace Routing::Pim::SparseMode::Test {
+namespace {
+
+using ::Brane::Test::KillPoints;
+
+// What the two tables hold.
+struct Content {
+   std::map<RouteKey, Brane::Route> routes;
+   std::map<RouteIntfKey, Brane::Intf> intfs;
+
+   static Content of( const Brane::Status& tables ) {
+      Content content;
+      tables.route().visit( nullptr, [&]( const Brane::Route& record ) {
+         EXPECT_TRUE( content.routes.emplace( record.key, record ).second );
+         return true;
+      } );
+      tables.routeIntf().visit( nullptr, [&]( const Brane::Intf& record ) {
+         EXPECT_TRUE( content.intfs.emplace( record.key, record ).second );
+         return true;
+      } );
+      EXPECT_EQ( tables.route().undecodable() + tables.routeIntf().undecodable(),
+                 0U );
+      return content;
+   }
+   bool orphan( const RouteIntfKey& key ) const {
+      return !routes.contains( key.routeKey );
+   }
+   size_t orphans() const {
+      return static_cast<size_t>( std::count_if(
+         intfs.begin(), intfs.end(),
+         [this]( const auto& entry ) { return orphan( entry.first ); } ) );
+   }
+};
+
+struct SmallAgent : AgentSide {
+   SmallAgent( Mox::TestClock& sideClock, const std::string& root )
+      : AgentSide( sideClock, root ) {
+      model->maxRoutesIs( 8 );
+      model->maxRouteIntfsIs( 24 );
+      mount();
+   }
+   // One entry a slice, the writer beside it as in the agent.
+   void takeUp() {
+      restart = Brane::routeBraneRestartSmFactory( model, tables, role, &clock );
+      restart->reviewQuantumIs( 0 );
+      writer = Brane::routeBraneWriterSmFactory( model, tables, &clock );
+      while ( !model->initialized() ) ASSERT_TRUE( clock.runPass() );
+   }
+};
+
+class ExportKill : public testing::Test {
+ protected:
+   static constexpr const char* kGroup = "233.252.0.1";
+   static std::string source( unsigned i ) {
+      return "192.0.2." + std::to_string( i );
+   }
+   static RouteKey keyOf( unsigned i ) { return sgKey( source( i ), kGroup ); }
+
+   std::vector<std::string> files( const std::string& where ) const {
+      std::string path = where + '/' +
+                         Brane::Status::mountPath( Vantu::AddressFamily::ipv4,
+                                                   L3::VrfName( "default" ) );
+      return { path + "/route", path + "/routeIntf" };
+   }
+
+   // A (*,G), three (S,G), three interfaces each, and six interfaces whose routes have
+   // gone: what an agent leaves that dies while it removes two.
+   void leave() {
+      SmallAgent former( clock, root.path() );
+      former.start();
+      Vrf vrf{ former.model };
+      vrf.wc( kGroup ).rpf( "eth0" );
+      for ( unsigned i = 1; i <= 5; ++i )
+         vrf.sg( source( i ), kGroup ).rpf( "eth0" );
+      for ( Route& route : former.model->route() ) {
+         for ( const char* intf : { "eth1", "eth2", "eth3" } )
+            route.routeIntfIs( intfId( intf ) )->joinStateIs( Intf::joined );
+      }
+      former.publish();
+      former.tables->routeDel( keyOf( 4 ) );
+      former.tables->routeDel( keyOf( 5 ) );
+   }
+
+   // A route changes, one goes, one comes; an interface goes, one comes.
+   static void work( SmallAgent& agent ) {
+      Vrf vrf{ agent.model };
+      vrf.sg( source( 1 ), kGroup ).rpf( "eth9" ).spTree().intf( "eth4" ).joined();
+      agent.model->route( keyOf( 1 ) )->routeIntfDel( intfId( "eth2" ) );
+      agent.model->routeDel( keyOf( 2 ) );
+      vrf.sg( source( 6 ), kGroup ).rpf( "eth0" ).intf( "eth1" ).joined();
+      agent.publish();
+   }
+
+   // Puts the tables there as the kill left them.
+   void lay( const KillPoints::Image& image ) {
+      for ( size_t i = 0; i < image.size(); ++i ) {
+         std::filesystem::path file = files( dead.path() )[i];
+         std::filesystem::create_directories( file.parent_path() );
+         std::filesystem::remove( file );
+         ::Brane::Test::bytesAre( file, image[i] );
+      }
+   }
+
+   // What stood throughout is there, old or new.
+   void check( const Content& seen ) const {
+      for ( const auto& [key, record] : before.routes ) {
+         auto later = after.routes.find( key );
+         if ( later == after.routes.end() ) continue;
+         auto found = seen.routes.find( key );
+         ASSERT_NE( found, seen.routes.end() ) << key;
+         EXPECT_TRUE( found->second == record || found->second == later->second );
+      }
+      for ( const auto& [key, record] : before.intfs ) {
+         auto later = after.intfs.find( key );
+         if ( later == after.intfs.end() ) continue;
+         auto found = seen.intfs.find( key );
+         ASSERT_NE( found, seen.intfs.end() ) << key;
+         EXPECT_TRUE( found->second == record || found->second == later->second );
+      }
+   }
+   // Every route of the tables is in the model with all its interfaces, and nothing else.
+   static void checkLoaded( const SmallAgent& agent, const Content& held ) {
+      ASSERT_EQ( agent.model->route().size(), held.routes.size() );
+      size_t intfs = 0;
+      for ( const Route& route : agent.model->route() ) {
+         EXPECT_TRUE( held.routes.contains( route.key() ) );
+         EXPECT_TRUE( route.initialized() );
+         intfs += route.routeIntf().size();
+         for ( const Intf& intf : route.routeIntf() ) {
+            EXPECT_TRUE( held.intfs.contains( { route.key(), intf.intfId() } ) );
+         }
+      }
+      EXPECT_EQ( intfs, held.intfs.size() - held.orphans() );
+   }
+
+   // The next agent, itself killed at each store of its reload where `deep`.
+   void goOn( const KillPoints::Image& image, bool deep ) {
+      ++points;
+      lay( image );
+      ReaderSide reader( clock, dead.path() );
+      reader.start();
+      const Content seen = Content::of( *reader.tables );
+      check( seen );
+      Content taken;
+      std::vector<KillPoints::Image> again;
+      {
+         std::unique_ptr<SmallAgent> agent;
+         again = KillPoints::of( files( dead.path() ), [&] {
+            agent = std::make_unique<SmallAgent>( clock, dead.path() );
+            taken = Content::of( *agent->tables );
+            agent->takeUp();
+         } );
+         check( taken );
+         // The next writer brings to its end what was half done, and loses nothing.
+         for ( const auto& [key, record] : seen.routes ) {
+            EXPECT_TRUE( taken.routes.contains( key ) ) << key;
+         }
+         checkLoaded( *agent, taken );
+         EXPECT_EQ( Content::of( *agent->tables ).orphans(), 0U );
+         work( *agent );
+         const Content now = Content::of( *agent->tables );
+         EXPECT_EQ( now.orphans(), 0U );
+         EXPECT_EQ( now.routes, after.routes );
+         EXPECT_EQ( now.intfs, after.intfs );
+         EXPECT_EQ( agent->tables->route().writer()->verify().damaged, 0U );
+         EXPECT_EQ( agent->tables->routeIntf().writer()->verify().damaged, 0U );
+      }
+      reader.follow();
+      EXPECT_EQ( reader.model->route().size(), after.routes.size() );
+      if ( !deep ) return;
+      for ( size_t i = 0; i < again.size() && !HasFailure(); ++i ) {
+         SCOPED_TRACE( "and killed again at " + std::to_string( i ) );
+         goOn( again[i], false );
+      }
+   }
+
+   Mox::TestClock clock;
+   Mox::Test::TempRoot root, dead;
+   Content before, after;
+   size_t points = 0;
+};
+
+TEST_F( ExportKill, AnywhereInReconciliationOrAfterItLosesNoRoute ) {
+   leave();
+   std::unique_ptr<SmallAgent> agent;
+   std::vector<KillPoints::Image> reload =
+      KillPoints::of( files( root.path() ), [&] {
+         agent = std::make_unique<SmallAgent>( clock, root.path() );
+         before = Content::of( *agent->tables );
+         agent->takeUp();
+      } );
+   EXPECT_EQ( before.orphans(), 6U );
+   EXPECT_GE( reload.size(), 6U * 4 );
+   std::vector<KillPoints::Image> later =
+      KillPoints::of( files( root.path() ), [&] { work( *agent ); } );
+   EXPECT_GT( later.size(), 50U );
+   after = Content::of( *agent->tables );
+   ASSERT_EQ( after.routes.size(), 4U );
+   for ( size_t i = 0; i < reload.size() && !HasFailure(); ++i ) {
+      SCOPED_TRACE( "reload, kill point " + std::to_string( i ) );
+      goOn( reload[i], true );
+   }
+   for ( size_t i = 0; i < later.size() && !HasFailure(); ++i ) {
+      SCOPED_TRACE( "review, kill point " + std::to_string( i ) );
+      goOn( later[i], true );
+   }
+   RecordProperty( "points", std::to_string( points ) );
+   EXPECT_GT( points, 1000U );
+}
+
+}
+}

@@ -1,7 +1,7 @@
 // The packet decoders. The first byte chooses what stands in front of the IP header,
 // the rest is a frame. What is accepted must be as the decoders promise.
 
-#include "apps/agent/packet/Pim.h"
+#include "apps/agent/packet/Message.h"
 #include "fuzz/Check.h"
 
 namespace {
@@ -19,6 +19,20 @@ void checkPim( const Agent::IpPacket& packet, const Agent::PimMessage& message )
    }
 }
 
+// No list holds more than the packet has room for.
+void checkMembership( const Agent::IpPacket& packet,
+                      const Agent::MembershipMessage& message ) {
+   const size_t size = Vantu::addressBits( packet.family() ) / 8;
+   size_t addresses = 0;
+   if ( const auto* query = std::get_if<Agent::MembershipQuery>( &message ) )
+      addresses = query->sources.size();
+   if ( const auto* report = std::get_if<Agent::MembershipReport>( &message ) ) {
+      for ( const auto& record : report->records )
+         addresses += 1 + record.sources.size();
+   }
+   FUZZ_CHECK( addresses * size <= packet.payload.size() );
+}
+
 }
 
 extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size ) {
@@ -33,8 +47,11 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size ) {
                  packet.payload.data() + packet.payload.size() <=
                     frame.data() + frame.size() ) );
    FUZZ_CHECK( packet.source.family() == packet.destination.family() );
-   Agent::PimMessage message;
-   if ( Agent::decodePim( packet, message ) == Agent::notDropped )
-      checkPim( packet, message );
+   Agent::Message message;
+   if ( Agent::decodeMessage( packet, message ) != Agent::notDropped ) return 0;
+   if ( const auto* pim = std::get_if<Agent::PimMessage>( &message ) )
+      checkPim( packet, *pim );
+   else
+      checkMembership( packet, std::get<Agent::MembershipMessage>( message ) );
    return 0;
 }

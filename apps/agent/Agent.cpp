@@ -174,12 +174,11 @@ DropReason Agent::decode( const Replay::Frame& frame ) {
    if ( DropReason reason = decodeFrame( frame.link, frame.bytes, packet ) ) {
       return frame.truncated ? truncatedCapture : reason;
    }
-   if ( packet.protocol != pimProtocol ) return notPim;
-   PimMessage message;
-   if ( DropReason reason = decodePim( packet, message ) ) {
+   Message message;
+   if ( DropReason reason = decodeMessage( packet, message ) ) {
       return frame.truncated ? truncatedCapture : reason;
    }
-   counters_.received( message.type );
+   counters_.received( message );
    const CaptureBinding& binding = bindings_[frame.input];
    FamilyInstance* family = find( binding.vrf, packet.family() );
    if ( family == nullptr || binding.interface.empty() ) {

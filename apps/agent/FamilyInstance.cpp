@@ -13,12 +13,6 @@ namespace {
 
 constexpr double kReviewSlice = 0.01;  // s
 
-Vantu::IpGenAddr allPimRouters( Vantu::AddressFamily family ) {
-   static const Vantu::IpGenAddr v4( "224.0.0.13" );
-   static const Vantu::IpGenAddr v6( "ff02::d" );
-   return family == Vantu::AddressFamily::ipv4 ? v4 : v6;
-}
-
 Mox::Ptr<Sm::Status> newModel( const VrfConfig& config ) {
    Mox::Ptr<Sm::Status> model = Sm::statusFactory( config.name );
    model->maxRoutesIs( config.maxRoutes );
@@ -37,7 +31,6 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      manager_( manager ),
      clock_( clock ),
      counters_( counters ),
-     topology_( config_ ),
      model_( newModel( config ) ),
      counting_( model_ ),
      pimStatus_( Mox::newEntity<Routing::Pim::Status>() ),
@@ -50,18 +43,14 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      advertised_( Sm::AdvertisedSgStatus::mount(
         manager, Sm::AdvertisedSgStatus::mountPath( family, config.name ),
         ::Brane::tableWriter, Sm::AdvertisedSgStatus::capacityFor( *model_ ) ) ),
-     policy_( family, config ),
-     routes_( model_, clock, topology_, &policy_ ),
-     engine_( routes_, clock, topology_, &policy_, counters ),
-     forwarding_( model_ ),
-     registering_( registers_, clock, topology_, config_, counters ),
+     protocol_( family, config_, model_, pimStatus_, registers_, clock, counters,
+                [this] { publishDue_ = true; } ),
      real_( real ),
      resume_( &real ),
      published_( Published::FamilyStatus::mount(
         manager, Published::FamilyStatus::mountPath( family, config.name ),
         ::Brane::tableWriter ) ) {
    model_->pimStatusIs( pimStatus_ );
-   updateLinks();
    // The reconciler first: it alone writes until the model is initialized.
    restart_ = Sm::Brane::routeBraneRestartSmFactory( model_, tables_,
                                                      ::Brane::tableWriter, &real );
@@ -85,74 +74,18 @@ std::vector<std::string> FamilyInstance::mountNotes() const {
    return notes;
 }
 
-void FamilyInstance::updateLinks() {
-   std::set<Vantu::IntfId> gone;
-   for ( const auto& [intfId, link] : links_ ) gone.insert( intfId );
-   for ( const InterfaceConfig& interface : config_.interfaces ) {
-      updateLink( interface );
-      auto link = links_.find( interface.name );
-      if ( link != links_.end() && !link->second.own.empty() )
-         gone.erase( interface.name );
-   }
-   for ( Vantu::IntfId intfId : gone ) removeLink( intfId );
-}
-
-// The first address of the family is PIM's. An interface without one gets no link;
-// an existing link is left without addresses.
-void FamilyInstance::updateLink( const InterfaceConfig& interface ) {
-   std::vector<Vantu::IpGenAddr> own;
-   Routing::Pim::IntfAddr primary;
-   for ( const InterfaceAddress& each : interface.addresses ) {
-      if ( each.address.family() != family_ ) continue;
-      if ( own.empty() )
-         primary = { each.address, static_cast<uint8_t>( each.subnet.length() ) };
-      own.push_back( each.address );
-   }
-   auto found = links_.find( interface.name );
-   if ( own.empty() ) {
-      if ( found != links_.end() ) found->second.own.clear();
-      return;
-   }
-   pimStatus_->intfIs( interface.name )->addrIs( primary );
-   Link& link = links_[interface.name];
-   link.own = own;
-   if ( link.neighbors == nullptr ) {
-      link.neighbors = std::make_unique<Neighbors>(
-         clock_, own.front(), interface.drPriority,
-         [this, name = interface.name] { updateDr( name ); } );
-      updateDr( interface.name );
-   } else {
-      link.neighbors->ownIs( own.front(), interface.drPriority );
-   }
-}
-
-void FamilyInstance::removeLink( Vantu::IntfId intfId ) {
-   links_.erase( intfId );
-   engine_.handleIntfGone( intfId );
-   pimStatus_->intfDel( intfId );
-}
-
 void FamilyInstance::adopt() {
    adopted_ = true;
-   routes_.adopt();
-   engine_.adopt();
-   for ( Vantu::IntfId intfId : engine_.recordedIntfs() ) {
-      if ( links_.count( intfId ) == 0 ) engine_.handleIntfGone( intfId );
-   }
-   registering_.adopt();
+   protocol_.adopt();
    publishAdvertised( *advertised_, config_, family_, counters_ );
    for ( auto& receive : std::exchange( waiting_, {} ) ) receive();
 }
 
 void FamilyInstance::configIs( const VrfConfig& config ) {
    config_ = config;
-   policy_.configIs( config );
    publishDue_ = true;
-   updateLinks();
+   protocol_.configChanged();
    if ( !adopted_ ) return;
-   engine_.endSourceSpecific();
-   routes_.updatePaths();
-   registering_.updateConfig();
    publishAdvertised( *advertised_, config_, family_, counters_ );
 }
 
@@ -166,7 +99,7 @@ void FamilyInstance::retire() {
 // What a reader needs to see what the agent saw.
 void FamilyInstance::publish() {
    std::vector<Published::Interface> interfaces;
-   for ( const auto& [intfId, link] : links_ ) {
+   for ( const auto& [intfId, link] : protocol_.links() ) {
       const Routing::Pim::Intf& intf = *pimStatus_->intf( intfId );
       interfaces.push_back( { intfId, intf.addr().address, intf.addr().prefixLength,
                               intf.iAmDr(),
@@ -196,65 +129,21 @@ void FamilyInstance::publish() {
         setting( "frrFilter", ipv4 ? config_.frrFilter : config_.frrFilter6 ) } );
 }
 
-void FamilyInstance::updateDr( Vantu::IntfId intfId ) {
-   publishDue_ = true;
-   pimStatus_->intfIs( intfId )->iAmDrIs( links_.at( intfId ).neighbors->iAmDr() );
-}
-
 void FamilyInstance::receive( Vantu::IntfId intfId, const IpPacket& packet,
-                              const PimMessage& message ) {
-   if ( adopted_ ) return receiveNow( intfId, packet, message );
+                              const Message& message ) {
+   if ( adopted_ ) return protocol_.receive( intfId, packet, message );
    if ( waiting_.size() >= maxWaiting ) return counters_.refused( tooManyWaiting );
    IpPacket kept = packet;
    kept.payload = {};  // the frame does not wait; the message holds what it said
-   waiting_.push_back(
-      [this, intfId, kept, message] { receiveNow( intfId, kept, message ); } );
-}
-
-void FamilyInstance::receiveNow( Vantu::IntfId intfId, const IpPacket& packet,
-                                 const PimMessage& message ) {
-   auto found = links_.find( intfId );
-   if ( found == links_.end() ) return counters_.refused( noAddress );
-   // Unicast, and of a register one of this router's own counts.
-   if ( const auto* got = std::get_if<PimRegister>( &message.body ) )
-      return registering_.receive( packet, *got );
-   if ( const auto* got = std::get_if<PimRegisterStop>( &message.body ) )
-      return registering_.receive( packet, *got );
-   Link& link = found->second;
-   if ( std::find( link.own.begin(), link.own.end(), packet.source ) !=
-        link.own.end() ) {
-      return counters_.refused( ownPacket );
-   }
-   const auto* hello = std::get_if<PimHello>( &message.body );
-   const auto* joinPrune = std::get_if<PimJoinPrune>( &message.body );
-   if ( hello == nullptr && joinPrune == nullptr ) {
-      return counters_.refused( otherType );
-   }
-   if ( packet.destination != allPimRouters( family_ ) ) {
-      return counters_.refused( notToAllRouters );
-   }
-   if ( hello != nullptr )
-      return link.neighbors->receiveHello( packet.source, *hello );
-   receiveJoinPrune( intfId, link, packet, *joinPrune );
-}
-
-void FamilyInstance::receiveJoinPrune( Vantu::IntfId intfId, const Link& link,
-                                       const IpPacket& packet,
-                                       const PimJoinPrune& message ) {
-   if ( config_.requireHello && !link.neighbors->has( packet.source ) ) {
-      return counters_.refused( unknownNeighbor );
-   }
-   if ( std::find( link.own.begin(), link.own.end(), message.upstreamNeighbor ) ==
-        link.own.end() ) {
-      return counters_.refused( otherUpstream );
-   }
-   engine_.receive( intfId, *link.neighbors, message );
+   waiting_.push_back( [this, intfId, kept, message] {
+      protocol_.receive( intfId, kept, message );
+   } );
 }
 
 void FamilyInstance::handleTurnEnd() {
    if ( adopted_ ) {
       double end = real_.now() + kReviewSlice;
-      bool done = forwarding_.review( [&] { return real_.now() >= end; } );
+      bool done = protocol_.review( [&] { return real_.now() >= end; } );
       if ( !done ) resume_.wakeupTimeIs( real_.now() );
    }
    if ( std::exchange( publishDue_, false ) ) publish();
@@ -262,7 +151,7 @@ void FamilyInstance::handleTurnEnd() {
 }
 
 bool FamilyInstance::published() const {
-   return !forwarding_.pending() && writer_->reviewChangeSet().empty() &&
+   return !protocol_.pending() && writer_->reviewChangeSet().empty() &&
           writer_->changeSet().empty();
 }
 

@@ -6,13 +6,10 @@
 #pragma once
 
 #include <deque>
-#include <map>
 #include <memory>
 
 #include "apps/agent/AgentClock.h"
-#include "apps/agent/engine/ForwardingEngine.h"
-#include "apps/agent/engine/JoinPruneEngine.h"
-#include "apps/agent/engine/RegisterEngine.h"
+#include "apps/agent/engine/Protocol.h"
 #include "apps/published/Counting.h"
 #include "apps/published/Publisher.h"
 #include "export/RouteBraneRestartSm.h"
@@ -65,7 +62,7 @@ class FamilyInstance {
 
    // A decoded message that arrived on the interface.
    void receive( Vantu::IntfId intfId, const IpPacket& packet,
-                 const PimMessage& message );
+                 const Message& message );
 
    // At the end of a turn: forwarding follows the turn's changes, and what changed is
    // published, an interface alone, too.
@@ -74,34 +71,19 @@ class FamilyInstance {
    bool published() const;
 
  private:
-   // One interface's part in this family.
-   struct Link {
-      std::vector<Vantu::IpGenAddr> own;
-      std::unique_ptr<Neighbors> neighbors;
-   };
-
    class Resume : public Mox::Clock::Notifiee {
     public:
       using Notifiee::Notifiee;
       void onTime() override {}
    };
 
-   void updateLinks();
-   void updateLink( const InterfaceConfig& interface );
-   void removeLink( Vantu::IntfId intfId );
    void publish();
-   void receiveNow( Vantu::IntfId intfId, const IpPacket& packet,
-                    const PimMessage& message );
-   void updateDr( Vantu::IntfId intfId );
-   void receiveJoinPrune( Vantu::IntfId intfId, const Link& link,
-                          const IpPacket& packet, const PimJoinPrune& message );
 
    Vantu::AddressFamily family_;
    VrfConfig config_;
    Corvex::EntityManager& manager_;
    AgentClock& clock_;
    AgentCounters& counters_;
-   Topology topology_;
    Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
    Published::Counting counting_;
    Mox::Ptr<Routing::Pim::Status> pimStatus_;
@@ -110,15 +92,10 @@ class FamilyInstance {
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneWriterSm> writer_;
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers_;
    Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised_;
-   GroupPolicy policy_;
-   Routes routes_;
-   JoinPruneEngine engine_;
-   ForwardingEngine forwarding_;
-   RegisterEngine registering_;
+   Protocol protocol_;
    // Asks for another turn when a review has used up its time.
    Mox::Clock& real_;
    Resume resume_;
-   std::map<Vantu::IntfId, Link> links_;
    Mox::Ptr<Published::FamilyStatus> published_;
    bool publishDue_ = true;  // interfaces or configuration have changed
    bool adopted_ = false;

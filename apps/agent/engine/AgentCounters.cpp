@@ -34,7 +34,9 @@ AgentCounters::AgentCounters() {
       add( received_, "agent/packets",
            pimTypeName( static_cast<PimType>( type ) ) );
    }
-   add( received_, "agent/packets", "unknown" );
+   for ( const char* other :
+         { "unknown", "membership-report", "membership-query" } )
+      add( received_, "agent/packets", other );
    for ( uint32_t reason = 0; reason < dropReasonCount; ++reason ) {
       add( dropped_, "agent/dropped",
            dropName( static_cast<DropReason>( reason ) ) );
@@ -45,8 +47,16 @@ AgentCounters::AgentCounters() {
    }
 }
 
-void AgentCounters::received( PimType type ) {
-   received_[indexOf( type )]->inc();
+void AgentCounters::received( const Message& message ) {
+   const auto* pim = std::get_if<PimMessage>( &message );
+   size_t index = kTypes + 1;
+   if ( pim != nullptr ) {
+      index = indexOf( pim->type );
+   } else if ( std::holds_alternative<MembershipQuery>(
+                  std::get<MembershipMessage>( message ) ) ) {
+      ++index;
+   }
+   received_[index]->inc();
 }
 
 uint64_t AgentCounters::receivedCount( PimType type ) const {

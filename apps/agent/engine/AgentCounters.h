@@ -8,7 +8,7 @@
 
 #include "apps/agent/engine/Refusal.h"
 #include "apps/agent/packet/DropReason.h"
-#include "apps/agent/packet/Pim.h"
+#include "apps/agent/packet/Message.h"
 #include "platform/entity/EventCounter.h"
 
 namespace Agent {
@@ -17,7 +17,7 @@ class AgentCounters {
  public:
    AgentCounters();
 
-   void received( PimType type );
+   void received( const Message& message );
    void dropped( DropReason reason ) { dropped_[reason]->inc(); }
    void refused( Refusal reason ) { refused_[reason]->inc(); }
 
@@ -36,7 +36,7 @@ class AgentCounters {
  private:
    using Counters = std::vector<std::unique_ptr<Mox::EventCounter>>;
 
-   Counters received_;  // the last one is of unknown types
+   Counters received_;  // PIM types, unknown ones, reports, queries
    Counters dropped_;
    Counters refused_;
 };

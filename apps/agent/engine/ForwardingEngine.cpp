@@ -184,8 +184,9 @@ class ForwardingEngine::MoxStatus final : public Sm::Status::NotifieeConst {
    MoxPim pim_;
 };
 
-ForwardingEngine::ForwardingEngine( Mox::Ptr<Sm::Status> model )
+ForwardingEngine::ForwardingEngine( Mox::Ptr<Sm::Status> model, Reviewed reviewed )
    : model_( std::move( model ) ),
+     reviewed_( std::move( reviewed ) ),
      moxStatus_( std::make_unique<MoxStatus>( *this, *model_ ) ) {
    for ( const RouteKey& key : Mox::keysOf( model_->route() ) ) handleRoute( key );
 }
@@ -240,6 +241,7 @@ bool ForwardingEngine::review( const std::function<bool()>& over ) {
       if ( round_.empty() ) return true;
       auto [group, source] = *round_.begin();
       round_.erase( round_.begin() );
+      reviewed_( { source, group } );
       Mox::Ptr<Sm::Route> route = model_->route( { source, group } );
       if ( route == nullptr ) continue;
       if ( !route->wildCard() )

@@ -26,7 +26,12 @@ namespace Agent {
 
 class ForwardingEngine {
  public:
-   explicit ForwardingEngine( Mox::Ptr<Routing::Pim::SparseMode::Status> model );
+   // `reviewed` is told of each route whose macros may answer otherwise now, before it is
+   // reviewed; it may change states, and end the route.
+   using Reviewed = std::function<void( const Routing::Pim::RouteKey& )>;
+   explicit ForwardingEngine(
+      Mox::Ptr<Routing::Pim::SparseMode::Status> model,
+      Reviewed reviewed = []( const Routing::Pim::RouteKey& ) {} );
    ~ForwardingEngine();
    ForwardingEngine( const ForwardingEngine& ) = delete;
    ForwardingEngine& operator=( const ForwardingEngine& ) = delete;
@@ -57,6 +62,7 @@ class ForwardingEngine {
    void handlePimIntf( const Vantu::IntfId& intfId );
 
    Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
+   Reviewed reviewed_;
    std::set<Mark> marked_;
    std::set<Mark> round_;  // being reviewed
    std::map<Group, std::map<Source, std::unique_ptr<MoxRoute>>> groups_;

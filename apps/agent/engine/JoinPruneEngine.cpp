@@ -191,12 +191,6 @@ void JoinPruneEngine::endSourceSpecific() {
    } );
 }
 
-std::set<Vantu::IntfId> JoinPruneEngine::recordedIntfs() const {
-   std::set<Vantu::IntfId> intfs;
-   for ( const auto& [key, machines] : downstream_ ) intfs.insert( key.intfId );
-   return intfs;
-}
-
 void JoinPruneEngine::handleIntfGone( Vantu::IntfId intfId ) {
    endIf(
       [&]( const Key& key, const Downstream& ) { return key.intfId == intfId; } );

@@ -33,9 +33,6 @@ class JoinPruneEngine {
    // ends.
    void endSourceSpecific();
 
-   // The interfaces on which there is state.
-   std::set<Vantu::IntfId> recordedIntfs() const;
-
    // The interface has gone: all state on it ends.
    void handleIntfGone( Vantu::IntfId intfId );
 

@@ -15,16 +15,16 @@ double holdtimeOf( const PimHello& hello ) {
 }
 
 Neighbors::Neighbors( Mox::Clock& clock, const Vantu::IpGenAddr& own,
-                      uint32_t drPriority, std::function<void()> changed )
+                      uint32_t drPriority, NeighborsObserver observer )
    : clock_( clock ),
      own_( own ),
      drPriority_( drPriority ),
-     changed_( std::move( changed ) ) {}
+     observer_( std::move( observer ) ) {}
 
 void Neighbors::ownIs( const Vantu::IpGenAddr& own, uint32_t drPriority ) {
    own_ = own;
    drPriority_ = drPriority;
-   changed_();
+   observer_.changed();
 }
 
 void Neighbors::receiveHello( const Vantu::IpGenAddr& from,
@@ -32,17 +32,22 @@ void Neighbors::receiveHello( const Vantu::IpGenAddr& from,
    double holdtime = holdtimeOf( hello );
    if ( holdtime == 0.0 ) return forget( from );
    Neighbor& neighbor = neighbors_[from];
+   bool restarted = neighbor.expiry != nullptr &&
+                    neighbor.hello.generationId != hello.generationId;
    neighbor.hello = hello;
    if ( neighbor.expiry == nullptr ) {
       neighbor.expiry =
          std::make_unique<Timer>( clock_, [this, from] { forget( from ); } );
    }
    neighbor.expiry->start( holdtime );
-   changed_();
+   if ( restarted ) observer_.lost( from );
+   observer_.changed();
 }
 
 void Neighbors::forget( const Vantu::IpGenAddr& address ) {
-   if ( neighbors_.erase( Vantu::IpGenAddr( address ) ) != 0 ) changed_();
+   if ( neighbors_.erase( address ) == 0 ) return;
+   observer_.lost( address );
+   observer_.changed();
 }
 
 bool Neighbors::has( const Vantu::IpGenAddr& address ) const {

@@ -12,16 +12,22 @@
 
 namespace Agent {
 
+// Told after neighbours came, went or changed; of each that went, or that has started
+// anew since (another generation id, RFC 7761, 4.3.1), by its address first.
+struct NeighborsObserver {
+   std::function<void()> changed = [] {};
+   std::function<void( const Vantu::IpGenAddr& )> lost =
+      []( const Vantu::IpGenAddr& ) {};
+};
+
 class Neighbors {
  public:
    static constexpr double defaultHoldtime = 105.0;    // s; 3.5 hellos
    static constexpr double propagationDelay = 0.5;     // s; of this router
    static constexpr double overrideIntervalOwn = 2.5;  // s; of this router
 
-   // `changed` is called after neighbours came, went or changed.
-   Neighbors(
-      Mox::Clock& clock, const Vantu::IpGenAddr& own, uint32_t drPriority,
-      std::function<void()> changed = [] {} );
+   Neighbors( Mox::Clock& clock, const Vantu::IpGenAddr& own, uint32_t drPriority,
+              NeighborsObserver observer = {} );
 
    // Another own address or priority.
    void ownIs( const Vantu::IpGenAddr& own, uint32_t drPriority );
@@ -54,7 +60,7 @@ class Neighbors {
    Mox::Clock& clock_;
    Vantu::IpGenAddr own_;
    uint32_t drPriority_;
-   std::function<void()> changed_;
+   NeighborsObserver observer_;
    std::map<Vantu::IpGenAddr, Neighbor> neighbors_;
 };
 

@@ -19,6 +19,7 @@ namespace Agent {
    V( badSource )       /* unspecified or multicast */                            \
    V( badFlags )        /* a wildcard without the RPT bit */                      \
    V( tooManyWaiting )  /* came while the tables were reloaded */                 \
+   V( noRoute )         /* an assert for a group that is not routed */            \
    V( ssmGroup )        /* shared-tree state for a source-specific group */       \
    V( rpMismatch )    /* a (*,G) join or register-stop of another RP than ours */ \
    V( notToUs )       /* a register or register-stop to another router */         \

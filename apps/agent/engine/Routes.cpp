@@ -39,6 +39,14 @@ Mox::Ptr<Routes::Intf> Routes::find( const RouteKey& key, IntfId intfId ) {
    return route == nullptr ? nullptr : route->routeIntf( intfId );
 }
 
+std::set<IntfId> Routes::intfs() const {
+   std::set<IntfId> intfs;
+   for ( const Route& route : model_->route() ) {
+      for ( const Intf& intf : route.routeIntf() ) intfs.insert( intf.intfId() );
+   }
+   return intfs;
+}
+
 Mox::Ptr<Routes::Route> Routes::route( const RouteKey& key, const IpGenAddr& rp ) {
    Mox::Ptr<Route> route = model_->route( key );
    if ( route == nullptr ) return newRoute( key, rp );

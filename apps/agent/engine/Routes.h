@@ -12,6 +12,8 @@
 // Event-loop thread; the model, clock and topology outlive this.
 #pragma once
 
+#include <set>
+
 #include "apps/agent/engine/GroupPolicy.h"
 #include "apps/agent/engine/Topology.h"
 #include "model/Status.h"
@@ -34,6 +36,9 @@ class Routes {
    // What is there; null: nothing.
    Mox::Ptr<Route> find( const RouteKey& key ) { return model_->route( key ); }
    Mox::Ptr<Intf> find( const RouteKey& key, Vantu::IntfId intfId );
+
+   // The interfaces with a record.
+   std::set<Vantu::IntfId> intfs() const;
 
    // Made where missing. A (*,G) route without an RP takes the one that `rp` names:
    // its joins may know what the configuration does not.

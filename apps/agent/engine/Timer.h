@@ -21,7 +21,14 @@ class Timer : public Mox::Clock::Notifiee {
       double until = clock()->now() + seconds;
       if ( !running_ || wakeupTime() < until ) startUntil( until );
    }
+   // Brings the expiry of a running timer forward, never back.
+   void lower( double seconds ) {
+      double until = clock()->now() + seconds;
+      if ( running_ && wakeupTime() > until ) startUntil( until );
+   }
    bool running() const { return running_; }
+   // Seconds until the expiry; 0 where it does not run.
+   double left() const { return running_ ? wakeupTime() - clock()->now() : 0.0; }
    void cancel() {
       running_ = false;
       wakeupTimeIs( never );

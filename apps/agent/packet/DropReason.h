@@ -16,10 +16,11 @@ namespace Agent {
   R( notIp,             "neither IPv4 nor IPv6" ) \
   R( badIpHeader,       "the IP header contradicts itself" ) \
   R( fragment,          "a fragment of an IP packet" ) \
-  R( notPim,            "not a PIM packet" ) \
+  R( otherProtocol,     "neither PIM nor group membership" ) \
   R( badPimVersion,     "the PIM version is not 2" ) \
-  R( badChecksum,       "the PIM checksum is wrong" ) \
-  R( truncatedMessage,  "the PIM message ends early" ) \
+  R( badChecksum,       "the checksum is wrong" ) \
+  R( truncatedMessage,  "the message ends early" ) \
+  R( offLink,           "a membership message that is not from the link itself" ) \
   R( badAddress,        "an encoded address is malformed or of another family" ) \
   R( badOption,         "a hello option has a wrong length" ) \
   R( badRegister,       "a register holds no packet of its own family" )

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "apps/agent/packet/Checksum.h"
+
 namespace Agent {
 namespace {
 
@@ -17,34 +19,10 @@ constexpr uint16_t kDrPriority = 19;
 constexpr uint16_t kGenerationId = 20;
 constexpr uint16_t kAddressList = 24;
 
-// The internet checksum (RFC 1071), added up.
-class Checksum {
- public:
-   void add( Bytes bytes ) {
-      for ( size_t i = 0; i < bytes.size(); ++i ) {
-         sum_ += i % 2 == 0 ? bytes[i] << 8U : bytes[i];
-      }
-   }
-   void add( uint32_t number ) { sum_ += ( number >> 16 ) + ( number & 0xffff ); }
-
-   bool isGood() const {
-      uint64_t folded = sum_;
-      while ( folded > 0xffff ) folded = ( folded >> 16 ) + ( folded & 0xffff );
-      return folded == 0xffff;
-   }
-
- private:
-   uint64_t sum_ = 0;
-};
-
 bool isGoodChecksum( const IpPacket& packet, size_t covered ) {
    Checksum checksum;
-   if ( packet.family() == AddressFamily::ipv6 ) {
-      checksum.add( packet.source.bytes() );
-      checksum.add( packet.destination.bytes() );
-      checksum.add( static_cast<uint32_t>( covered ) );
-      checksum.add( static_cast<uint32_t>( pimProtocol ) );
-   }
+   if ( packet.family() == AddressFamily::ipv6 )
+      addPseudoHeader( checksum, packet, covered, pimProtocol );
    checksum.add( packet.payload.first( covered ) );
    return checksum.isGood();
 }
@@ -67,6 +45,7 @@ class Decoder {
    DropReason joinPrune( PimJoinPrune& out );
    DropReason registerData( PimRegister& out );
    DropReason registerStop( PimRegisterStop& out );
+   DropReason assertion( PimAssert& out );
 
  private:
    DropReason option( uint16_t type, Cursor value, PimHello& out );
@@ -168,6 +147,18 @@ DropReason Decoder::registerStop( PimRegisterStop& out ) {
    return reason != notDropped ? reason : unicast( cursor_, out.source );
 }
 
+DropReason Decoder::assertion( PimAssert& out ) {
+   DropReason reason = groupAddress( out.group, out.maskLength );
+   if ( reason == notDropped ) reason = unicast( cursor_, out.source );
+   if ( reason != notDropped ) return reason;
+   constexpr uint32_t kRptBit = 0x80000000;
+   uint32_t preference = cursor_.u32();
+   out.rptBit = ( preference & kRptBit ) != 0;
+   out.preference = preference & ~kRptBit;
+   out.metric = cursor_.u32();
+   return cursor_.ok() ? notDropped : truncatedMessage;
+}
+
 DropReason Decoder::groupAddress( IpGenAddr& out, uint8_t& maskLength ) {
    uint8_t family = cursor_.u8();
    uint8_t encoding = cursor_.u8();
@@ -240,7 +231,7 @@ Mox::StringView pimTypeName( PimType type ) {
 }
 
 DropReason decodePim( const IpPacket& packet, PimMessage& out ) {
-   if ( packet.protocol != pimProtocol ) return notPim;
+   if ( packet.protocol != pimProtocol ) return otherProtocol;
    Cursor cursor( packet.payload );
    uint8_t first = cursor.u8();
    cursor.skip( 3 );
@@ -259,6 +250,8 @@ DropReason decodePim( const IpPacket& packet, PimMessage& out ) {
          return decoder.registerData( out.body.emplace<PimRegister>() );
       case PimType::registerStop:
          return decoder.registerStop( out.body.emplace<PimRegisterStop>() );
+      case PimType::assertion:
+         return decoder.assertion( out.body.emplace<PimAssert>() );
       default:
          return notDropped;
    }

@@ -1,7 +1,8 @@
 // PIM version 2 messages (RFC 7761, 4.9).
 //
-// Hello, join/prune and register-stop are decoded in full; of a register's data packet
-// only who sends to whom; of every other message only the type, which the agent counts. A message is checked as a whole before any of it counts.
+// Hello, join/prune, assert and register-stop are decoded in full; of a register's data
+// packet only who sends to whom; of every other message only the type, which the agent
+// counts. A message is checked as a whole before any of it counts.
 #pragma once
 
 #include <cstdint>
@@ -90,10 +91,20 @@ struct PimRegisterStop {
    Vantu::IpGenAddr source;  // unspecified: every source of the group
 };
 
+// RFC 7761, 4.9.6.
+struct PimAssert {
+   Vantu::IpGenAddr group;
+   uint8_t maskLength = 0;
+   Vantu::IpGenAddr source;  // unspecified: of the (*,G) state
+   bool rptBit = false;
+   uint32_t preference = 0;  // 31 bits
+   uint32_t metric = 0;
+};
+
 struct PimMessage {
    PimType type = PimType::hello;
    std::variant<std::monostate, PimHello, PimJoinPrune, PimRegister,
-                PimRegisterStop>
+                PimRegisterStop, PimAssert>
       body;
 };
 

@@ -5,7 +5,7 @@
 #include <functional>
 
 #include "apps/agent/capture/CaptureReader.h"
-#include "apps/agent/packet/Pim.h"
+#include "apps/agent/packet/Message.h"
 #include "tests/apps/agent/Captures.h"
 
 namespace Agent {
@@ -67,6 +67,14 @@ std::string registerStopText( const PimRegisterStop& message ) {
                        message.maskLength, valueToStrep( message.source ) );
 }
 
+std::string assertText( const PimAssert& message ) {
+   return fmt::format( "group={}/{} source={} rpt={} pref={} metric={}",
+                       valueToStrep( message.group ), message.maskLength,
+                       valueToStrep( message.source ),
+                       message.rptBit ? "True" : "False", message.preference,
+                       message.metric );
+}
+
 // What the dissector misses behind a null register's header is not there to be had.
 std::string withoutMalformed( const std::string& detail ) {
    const std::string malformed = "malformed ";
@@ -91,7 +99,7 @@ class CaptureDecoding : public testing::Test {
       EXPECT_EQ( valueToStrep( packet.destination ), expected.destination );
       reason = decodePim( packet, message );
       if ( expected.type.rfind( "v1 ", 0 ) == 0 ) {
-         EXPECT_EQ( reason, notPim ) << "version 1 is carried by IGMP";
+         EXPECT_EQ( reason, otherProtocol ) << "version 1 is carried by IGMP";
          return;
       }
       bool isIpv6Register = expected.type == "Register" &&
@@ -111,6 +119,8 @@ class CaptureDecoding : public testing::Test {
          EXPECT_EQ( registerText( *sent ), withoutMalformed( expected.detail ) );
       } else if ( auto* stop = std::get_if<PimRegisterStop>( &message.body ) ) {
          EXPECT_EQ( registerStopText( *stop ), expected.detail );
+      } else if ( auto* got = std::get_if<PimAssert>( &message.body ) ) {
+         EXPECT_EQ( assertText( *got ), expected.detail );
       }
    }
 
@@ -167,12 +177,65 @@ TEST_F( CaptureDecoding, AgreesWithAnotherDissectorAndSurvivesEveryCut ) {
       IpPacket packet;
       PimMessage message;
       if ( decodeFrame( captured.link, captured.bytes, packet ) == notDropped ) {
-         EXPECT_EQ( decodePim( packet, message ), notPim );
+         EXPECT_EQ( decodePim( packet, message ), otherProtocol );
       }
    } );
    for ( const auto& [capture, left] : listed ) {
       EXPECT_TRUE( left.empty() ) << "frames listed but not met in " << capture;
    }
+}
+
+// A line for each record: "192.0.2.1 IGMPv3 Membership Report 239.1.1.1 TO_EX 192.0.2.7".
+std::vector<std::string> membershipLines( const IpPacket& packet,
+                                          const MembershipMessage& message ) {
+   static const char* const kRecords[] = { "IS_IN", "IS_EX", "TO_IN",
+                                           "TO_EX", "ALLOW", "BLOCK" };
+   const std::string sender = valueToStrep( packet.source );
+   const bool ipv4 = packet.family() == Vantu::AddressFamily::ipv4;
+   auto line = [&]( const std::string& name, const Vantu::IpGenAddr& group,
+                    const std::string& record,
+                    const std::vector<Vantu::IpGenAddr>& sources ) {
+      std::string out =
+         fmt::format( "{} {} {} {}", sender, name, valueToStrep( group ), record );
+      for ( const auto& source : sources ) out += " " + valueToStrep( source );
+      return out;
+   };
+   if ( auto* query = std::get_if<MembershipQuery>( &message ) ) {
+      std::string name = fmt::format( "IGMPv{} Membership Query", query->version );
+      return { line( name, query->group, "", query->sources ) };
+   }
+   const auto& report = std::get<MembershipReport>( message );
+   std::vector<std::string> lines;
+   for ( const MembershipRecord& record : report.records ) {
+      bool leaves = record.type == toInclude;
+      std::string name =
+         leaves ? "Multicast Listener Done" : "Multicast Listener Report";
+      if ( ipv4 && report.version == 2 )
+         name = leaves ? "IGMPv2 Leave Group" : "IGMPv2 Membership Report";
+      if ( report.version == 3 ) name = "IGMPv3 Membership Report";
+      lines.push_back( line( name, record.group,
+                             report.version == 3 ? kRecords[record.type] : "",
+                             record.sources ) );
+   }
+   return lines;
+}
+
+TEST_F( CaptureDecoding, MembershipAgreesWithAnotherDissector ) {
+   auto directory = capturesDirectory();
+   SKIP_WITHOUT_CAPTURES( directory );
+   auto listed = listedMemberships( *directory );
+   ASSERT_FALSE( listed.empty() );
+   forEachPacket( *directory, [&]( const std::string& capture, int frame,
+                                   const CapturedPacket& captured ) {
+      IpPacket packet;
+      MembershipMessage message;
+      std::vector<std::string> lines;
+      if ( decodeFrame( captured.link, captured.bytes, packet ) == notDropped &&
+           isMembership( packet ) &&
+           decodeMembership( packet, message ) == notDropped )
+         lines = membershipLines( packet, message );
+      EXPECT_EQ( lines, listed[capture][frame] );
+   } );
 }
 
 }

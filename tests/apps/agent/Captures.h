@@ -13,6 +13,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace Agent {
 
@@ -52,6 +53,29 @@ inline ListedMessages listedMessages( const std::filesystem::path& directory ) {
                                                  column[5],
                                                  column[6],
                                                  column[7] };
+   }
+   return out;
+}
+
+// By capture and frame a line for each record: its columns from the sender on, with
+// a blank between them.
+using ListedMemberships =
+   std::map<std::string, std::map<int, std::vector<std::string>>>;
+
+inline ListedMemberships listedMemberships(
+   const std::filesystem::path& directory ) {
+   ListedMemberships out;
+   std::ifstream file( directory / "decoded-membership.tsv" );
+   std::string line;
+   std::getline( file, line );
+   while ( std::getline( file, line ) ) {
+      std::istringstream columns( line );
+      std::string column[8];
+      for ( std::string& text : column ) std::getline( columns, text, '\t' );
+      std::string text =
+         column[3] + ' ' + column[4] + ' ' + column[5] + ' ' + column[6];
+      if ( !column[7].empty() ) text += ' ' + column[7];
+      out[column[0]][std::stoi( column[1] )].push_back( text );
    }
    return out;
 }

@@ -1,6 +1,7 @@
 #include "tests/apps/agent/ExpectedRoutes.h"
 
 #include <algorithm>
+#include <cstring>
 #include <optional>
 #include <sstream>
 
@@ -49,12 +50,13 @@ void ExpectedRoutes::passTo( double seconds ) {
 void ExpectedRoutes::receive( const ListedMessage& message ) {
    passTo( message.seconds );
    bool hello = message.type == "Hello";
+   bool asserted = message.type == "Assert";
    bool joinPrune = message.type == "Join/Prune";
    if ( message.checksum != "Good" || message.type.rfind( "v1 ", 0 ) == 0 ) return;
    if ( message.type.rfind( "Register", 0 ) == 0 ) return;  // no concern of routes
    if ( message.sender == router_ ) {
       ++refused_["ownPacket"];
-   } else if ( !hello && !joinPrune ) {
+   } else if ( !hello && !joinPrune && !asserted ) {
       ++refused_["otherType"];
    } else if ( message.destination != "224.0.0.13" &&
                message.destination != "ff02::d" ) {
@@ -63,6 +65,8 @@ void ExpectedRoutes::receive( const ListedMessage& message ) {
       receiveHello( message );
    } else if ( requireHello_ && neighbors_.count( message.sender ) == 0 ) {
       ++refused_["unknownNeighbor"];
+   } else if ( asserted ) {
+      receiveAssert( message );
    } else if ( message.detail.rfind( "up=" + router_ + ' ', 0 ) != 0 ) {
       ++refused_["otherUpstream"];
    } else {
@@ -76,6 +80,19 @@ void ExpectedRoutes::receiveHello( const ListedMessage& message ) {
    neighbor.until = message.seconds + holdtime;
    neighbor.propagation = number( message.detail, "prop" ).value_or( -1000 ) / 1000;
    neighbor.override = number( message.detail, "ovr" ).value_or( -1000 ) / 1000;
+}
+
+// None in the captures is of a group that a router on the link has joined then.
+void ExpectedRoutes::receiveAssert( const ListedMessage& message ) {
+   std::string group = addressOf( message.detail.substr( strlen( "group=" ) ) );
+   bool routed = false;
+   for ( const std::string& state : states() )
+      routed = routed || state.find( ", " + group ) != std::string::npos;
+   if ( linkLocalGroup( group ) ) {
+      ++refused_["linkLocalGroup"];
+   } else {
+      ++refused_[routed ? "an assert to work out" : "noRoute"];
+   }
 }
 
 void ExpectedRoutes::receiveEntries( const ListedMessage& message ) {

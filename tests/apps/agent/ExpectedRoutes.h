@@ -38,6 +38,7 @@ class ExpectedRoutes {
    using States = std::map<std::string, State>;
 
    void receiveHello( const ListedMessage& message );
+   void receiveAssert( const ListedMessage& message );
    void receiveEntries( const ListedMessage& message );
    void receiveEntry( const std::string& word, double now, double holdtime );
    void join( State& state, double until );

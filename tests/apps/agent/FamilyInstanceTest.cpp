@@ -318,5 +318,68 @@ TEST_F( Family, AReloadKeepsForwarding ) {
    EXPECT_TRUE( sourcesBy.empty() && groupsBy.empty() );
 }
 
+// What hosts and other routers say reaches the outgoing list.
+TEST_F( Family, MembersAndAssertsDecideWhatForwards ) {
+   start();
+   untilAdopted();
+   MembershipReport report;
+   report.records = { { isExclude, addr( "233.252.0.1" ), {} } };
+   auto receive = [&]( Message message, const char* sender ) {
+      IpPacket packet;
+      packet.source = addr( sender );
+      packet.destination = addr( "224.0.0.13" );
+      family->receive( intfId( "eth1" ), packet, message );
+      family->handleTurnEnd();
+   };
+   auto forwards = [&]( const char* source = nullptr ) {
+      const Route* of =
+         source == nullptr
+            ? route()
+            : family->model().route( sgKey( source, "233.252.0.1" ) );
+      return of != nullptr && of->routeIntf( intfId( "eth1" ) ) != nullptr &&
+             of->routeIntf( intfId( "eth1" ) )->forward();
+   };
+   receive( MembershipMessage( report ), "198.51.100.7" );
+   EXPECT_TRUE( forwards() );
+   join( "eth2", "233.252.0.1", "192.0.2.77" );
+   EXPECT_TRUE( forwards( "192.0.2.77" ) );
+
+   PimAssert lost;
+   lost.group = addr( "233.252.0.1" );
+   lost.maskLength = 32;
+   lost.source = addr( "192.0.2.77" );
+   PimMessage message;
+   message.body = lost;
+   receive( message, "198.51.100.9" );
+   EXPECT_TRUE( forwards() ) << "an assert of the source's tree is not the group's";
+   EXPECT_FALSE( forwards( "192.0.2.77" ) );
+   // With its source the message is one to the (S,G) machine first.
+   lost.rptBit = true;
+   message.body = lost;
+   receive( message, "198.51.100.9" );
+   EXPECT_TRUE( forwards() );
+   lost.source = addr( "0.0.0.0" );
+   message.body = lost;
+   receive( message, "198.51.100.9" );
+   EXPECT_FALSE( forwards() );
+   real.runUntil( real.now() + 181 );
+   family->handleTurnEnd();
+   EXPECT_TRUE( forwards() );
+   EXPECT_TRUE( forwards( "192.0.2.77" ) );
+
+   // A new process finds both as they were.
+   receive( message, "198.51.100.9" );
+   real.runUntil( real.now() + 1 );
+   start();
+   untilAdopted();
+   EXPECT_FALSE( forwards() );
+   EXPECT_EQ( route()->routeIntf( intfId( "eth1" ) )->assertWinner(),
+              addr( "198.51.100.9" ) );
+   EXPECT_TRUE( route()->routeIntf( intfId( "eth1" ) )->localReceiverInclude() );
+   real.runUntil( real.now() + 181 );
+   family->handleTurnEnd();
+   EXPECT_TRUE( forwards() );
+}
+
 }
 }

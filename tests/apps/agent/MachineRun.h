@@ -6,6 +6,7 @@
 // Seconds count from the script's start; "ever" is a time without end.
 #pragma once
 
+#include <cctype>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -27,6 +28,7 @@ struct MachineStep {
    double at = 0.0;
    std::string event;
    std::vector<double> times;  // s, what the event says
+   std::vector<std::string> words;
 };
 
 inline std::vector<MachineStep> machineSteps( const std::string& script ) {
@@ -37,7 +39,13 @@ inline std::vector<MachineStep> machineSteps( const std::string& script ) {
       MachineStep& step = out.emplace_back();
       words >> step.at >> step.event;
       for ( std::string word; words >> word; ) {
-         step.times.push_back( word == "ever" ? Timer::never : std::stod( word ) );
+         bool isTime = word == "ever" || std::isdigit( word[0] ) != 0;
+         if ( !isTime ) {
+            step.words.push_back( word );
+         } else {
+            step.times.push_back( word == "ever" ? Timer::never
+                                                 : std::stod( word ) );
+         }
       }
    }
    return out;

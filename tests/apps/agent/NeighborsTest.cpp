@@ -35,7 +35,14 @@ class NeighborsOfALink : public testing::Test {
 
    Mox::TestClock clock;
    int changes = 0;
-   Neighbors neighbors{ clock, addr( "192.0.2.5" ), 1, [this] { ++changes; } };
+   std::string lost;  // " 2" for 192.0.2.2
+   Neighbors neighbors{ clock, addr( "192.0.2.5" ), 1,
+                        NeighborsObserver{ [this] { ++changes; },
+                                           [this]( const IpGenAddr& address ) {
+                                              lost += ' ';
+                                              lost +=
+                                                 valueToStrep( address ).back();
+                                           } } };
 };
 
 TEST_F( NeighborsOfALink, AHelloLastsForItsHoldTimeOrTheDefault ) {
@@ -67,6 +74,19 @@ TEST_F( NeighborsOfALink, AHoldTimeOfZeroSaysGoodbye ) {
    EXPECT_EQ( changes, 3 );
    neighbors.receiveHello( addr( "192.0.2.2" ), hello( 30 ) );
    expectGoneAfter( "192.0.2.2", 30 );
+   EXPECT_EQ( lost, " 2 2" );
+}
+
+// Whoever has started anew has forgotten what it said (RFC 7761, 4.3.1).
+TEST_F( NeighborsOfALink, AnotherGenerationIdTellsOfARestart ) {
+   PimHello said = hello();
+   neighbors.receiveHello( addr( "192.0.2.2" ), said );
+   for ( uint32_t generation : { 7, 7, 8 } ) {
+      said.generationId = generation;
+      neighbors.receiveHello( addr( "192.0.2.2" ), said );
+      EXPECT_TRUE( neighbors.has( addr( "192.0.2.2" ) ) );
+   }
+   EXPECT_EQ( lost, " 2 2" ) << "an option that appears counts as well";
 }
 
 struct DrRow {

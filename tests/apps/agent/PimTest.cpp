@@ -224,7 +224,7 @@ TEST( PimMessage, VersionAndChecksumDecideFirst ) {
    IpPacket foreign;
    foreign.protocol = 17;
    PimMessage message;
-   EXPECT_EQ( decodePim( foreign, message ), notPim );
+   EXPECT_EQ( decodePim( foreign, message ), otherProtocol );
 }
 
 TEST( PimMessage, RegisterChecksumCoversItsHeaderOrAll ) {
@@ -291,8 +291,8 @@ TEST( PimRegisterStop, NamesGroupAndSource ) {
 
 TEST( PimMessage, OtherTypesAreOnlyNamed ) {
    PimMessage message;
-   ASSERT_EQ( Packet( 5, { 1, 2, 3 } ).decode( message ), notDropped );
-   EXPECT_EQ( pimTypeName( message.type ), "assert" );
+   ASSERT_EQ( Packet( 4, { 1, 2, 3 } ).decode( message ), notDropped );
+   EXPECT_EQ( pimTypeName( message.type ), "bootstrap" );
    EXPECT_TRUE( std::holds_alternative<std::monostate>( message.body ) );
    ASSERT_EQ( Packet( 13, {} ).decode( message ), notDropped );
    EXPECT_EQ( pimTypeName( message.type ), "unknown" );

@@ -1,0 +1,85 @@
+// PIM of one VRF and address family: the links, their neighbours, and the engines on
+// what arrives there. Event-loop thread; all that it is given outlives it.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+
+#include "apps/agent/engine/AssertEngine.h"
+#include "apps/agent/engine/ForwardingEngine.h"
+#include "apps/agent/engine/JoinPruneEngine.h"
+#include "apps/agent/engine/MembershipEngine.h"
+#include "apps/agent/engine/RegisterEngine.h"
+#include "apps/agent/packet/Message.h"
+
+namespace Agent {
+
+class Protocol {
+ public:
+   // One interface's part in this family.
+   struct Link {
+      std::vector<Vantu::IpGenAddr> own;
+      std::unique_ptr<Neighbors> neighbors;
+   };
+
+   // The configuration is looked at again in configChanged(). The links' DR roles and
+   // neighbours may be others when `linksChanged` is called.
+   Protocol( Vantu::AddressFamily family, const VrfConfig& config,
+             Mox::Ptr<Routing::Pim::SparseMode::Status> model,
+             Mox::Ptr<Routing::Pim::Status> pimStatus,
+             Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers,
+             Mox::Clock& clock, AgentCounters& counters,
+             std::function<void()> linksChanged );
+
+   const std::map<Vantu::IntfId, Link>& links() const { return links_; }
+
+   // Once, when the model has been reloaded: the engines take its states up.
+   void adopt();
+
+   // The configuration that was given says something else.
+   void configChanged();
+
+   // A message that arrived on the interface. REQUIRES: adopted.
+   void receive( Vantu::IntfId intfId, const IpPacket& packet,
+                 const Message& message );
+
+   // As of ForwardingEngine: forwarding follows what has changed.
+   bool review( const std::function<bool()>& over ) {
+      return forwarding_.review( over );
+   }
+   bool pending() const { return forwarding_.pending(); }
+
+ private:
+   void updateLinks();
+   void updateLink( const InterfaceConfig& interface );
+   void removeLink( Vantu::IntfId intfId );
+   void endStates( Vantu::IntfId intfId );
+   void updateDr( Vantu::IntfId intfId );
+   void receivePim( Vantu::IntfId intfId, const Link& link, const IpPacket& packet,
+                    const PimMessage& message );
+   void receiveOfNeighbor( Vantu::IntfId intfId, const Link& link,
+                           const IpPacket& packet, const PimMessage& message );
+   void receiveJoinPrune( Vantu::IntfId intfId, const Link& link,
+                          const PimJoinPrune& message );
+
+   Vantu::AddressFamily family_;
+   const VrfConfig& config_;
+   Mox::Ptr<Routing::Pim::Status> pimStatus_;
+   Mox::Clock& clock_;
+   AgentCounters& counters_;
+   std::function<void()> linksChanged_;
+   bool adopted_ = false;
+   Topology topology_;
+   GroupPolicy policy_;
+   Routes routes_;
+   JoinPruneEngine joinPrune_;
+   MembershipEngine membership_;
+   AssertEngine asserts_;
+   ForwardingEngine forwarding_;
+   RegisterEngine registering_;
+   std::map<Vantu::IntfId, Link> links_;
+};
+
+}

@@ -17,13 +17,13 @@ void PrefixTable<Family>::routeIs( const Vantu::IpGenPrefix& prefix,
    MOX_ASSERT( initialized_ );
    changes_.push_back( { Family::of( prefix.address() ),
                          static_cast<uint8_t>( prefix.length() ), present } );
+   index_.span = 0;
 }
 
 template <class Family>
 size_t PrefixTable<Family>::memory() const {
    return changes_.capacity() * sizeof( Change ) +
-          starts_.capacity() * sizeof( Number ) +
-          lengths_.capacity() * sizeof( Number ) +
+          bounds_.capacity() * sizeof( Number ) + lengths_.capacity() +
           index_.first.capacity() * sizeof( uint32_t );
 }
 
@@ -65,102 +65,120 @@ void PrefixTable<Family>::rebuild() const {
    }
    all.resize( kept );
    size_ = kept;
-   buildStarts( all );
+   buildRanges( all );
    buildIndex();
 }
 
+// Members that hold the present one stand on a stack, the innermost on top.
 template <class Family>
-void PrefixTable<Family>::buildStarts( const std::vector<Change>& members ) const {
-   size_t distinct = 1;
-   for ( size_t i = 0; i < members.size(); ++i ) {
-      distinct += members[i].start != ( i == 0 ? 0 : members[i - 1].start );
-   }
-   starts_ = std::vector<Number>();
-   lengths_ = std::vector<Number>();
-   starts_.reserve( distinct );
-   lengths_.reserve( distinct );
-   starts_.push_back( 0 );
-   lengths_.push_back( 0 );
-   whole_ = false;
+void PrefixTable<Family>::buildRanges( const std::vector<Change>& members ) const {
+   constexpr Number kLast = ~Number( 0 );
+   struct Open {
+      Number last;
+      uint8_t length;  // one greater, as in lengths_
+   };
+   std::vector<Number> bounds = { 0 };
+   std::vector<uint8_t> lengths = { 0 };
+   bounds.reserve( 2 * members.size() + 2 );
+   lengths.reserve( 2 * members.size() + 1 );
+   std::vector<Open> open = { { kLast, 0 } };
+   // Of several that end at one address the outermost leaves its mark.
+   auto endBefore = [&]( Number start ) {
+      while ( open.back().last < start ) {
+         const Number next = open.back().last + 1;
+         open.pop_back();
+         if ( bounds.back() != next ) {
+            bounds.push_back( next );
+            lengths.push_back( 0 );
+         }
+         lengths.back() = open.back().length;
+      }
+   };
    for ( const Change& member : members ) {
-      if ( member.length == 0 ) {
-         whole_ = true;
-         continue;
-      }
-      if ( member.start != starts_.back() ) {
-         // What holds the former start and this one holds their common bits.
-         unsigned shared = Family::leadingZeros( member.start ^ starts_.back() );
-         lengths_.push_back( lengths_.back() & Family::ones( shared ) );
-         starts_.push_back( member.start );
-      }
-      lengths_.back() |= Number( 1 ) << ( member.length - 1 );
+      endBefore( member.start );
+      const auto length = static_cast<uint8_t>( member.length + 1 );
+      bounds.push_back( member.start );
+      lengths.push_back( length );
+      open.push_back(
+         { member.start | Family::ones( Family::bits - member.length ), length } );
+   }
+   endBefore( kLast );
+   bounds.push_back( kLast );
+   bounds.shrink_to_fit();
+   lengths.shrink_to_fit();
+   bounds_ = std::move( bounds );
+   lengths_ = std::move( lengths );
+}
+
+// Covers the aligned block of addresses in which all bounds lie, and the last address
+// where a prefix reaches it; but never the last of all, which bounds_ ends with.
+template <class Family>
+void PrefixTable<Family>::buildIndex() const {
+   constexpr unsigned kFewestPlaces = 8, kMostPlaces = 24;  // bits
+   constexpr uint32_t kFew = 8;                             // bounds in a place
+   constexpr Number kLast = ~Number( 0 );
+   index_ = {};
+   const size_t count = lengths_.size();
+   if ( count == 1 ) return;
+   const Number end = lengths_.back() == 0 ? bounds_[count - 1] : kLast;
+   const unsigned varying = Family::bits - Family::leadingZeros( bounds_[1] ^ end );
+   index_.base = bounds_[1] & ~Family::ones( varying );
+   index_.span = Family::ones( varying );
+   if ( ( index_.base | index_.span ) != kLast ) ++index_.span;
+
+   auto width = static_cast<unsigned>( std::bit_width( count ) );
+   width = std::min( std::clamp( width, kFewestPlaces, kMostPlaces ), varying );
+   index_.shift = varying - width;
+   index_.first.resize( size_t( 1 ) << width );
+   auto placeOf = [&]( size_t range ) {
+      return static_cast<size_t>( ( bounds_[range] - index_.base ) >>
+                                  index_.shift );
+   };
+   // A bound counts from the first place on that does not begin before it.
+   auto place = index_.first.begin();
+   for ( size_t range = 1; range < count; ++range ) {
+      const bool within = ( bounds_[range] & Family::ones( index_.shift ) ) != 0;
+      auto from = index_.first.begin() +
+                  static_cast<std::ptrdiff_t>( placeOf( range ) + within );
+      if ( place < from )
+         place =
+            std::fill_n( place, from - place, static_cast<uint32_t>( range - 1 ) );
+   }
+   std::fill( place, index_.first.end(), static_cast<uint32_t>( count - 1 ) );
+   for ( size_t range = 1; range + kFew < count; ++range ) {
+      if ( placeOf( range ) == placeOf( range + kFew ) )
+         index_.first[placeOf( range )] |= crowded;
    }
 }
 
 template <class Family>
-void PrefixTable<Family>::buildIndex() const {
-   index_ = {};
-   // The first start is a prefix's only if it has lengths.
-   size_t first = lengths_[0] == 0 ? 1 : 0;
-   if ( first == starts_.size() ) return;
-
-   unsigned width = 1;
-   while ( width < 24 && ( size_t( 1 ) << width ) < starts_.size() ) ++width;
-   // Shared bits are told by starts alone, but the shortest prefix may hold
-   // addresses that differ in them.
-   unsigned common = Family::leadingZeros( starts_[first] ^ starts_.back() );
-   common = std::min( common, Family::bits - width );
-   for ( Number lengths : lengths_ ) {
-      if ( lengths == 0 ) continue;
-      common = std::min( common, Family::trailingZeros( lengths ) + 1 );
+int PrefixTable<Family>::searchedLength( Number address, unsigned limit ) const {
+   settle();
+   if ( lengths_.empty() ) return noMatch;
+   const Number* base = bounds_.data();
+   size_t count = lengths_.size();
+   while ( count > 1 ) {
+      size_t half = count / 2;
+      base += base[half] <= address ? half : 0;
+      count -= half;
    }
-   index_.commonMask = ~Family::ones( Family::bits - common );
-   index_.common = starts_.back() & index_.commonMask;
-   index_.shift = Family::bits - common - width;
-   index_.mask = ( uint32_t( 1 ) << width ) - 1;
-
-   // Places count from 1: start 0 precedes all of them.
-   index_.first.assign( ( size_t( 1 ) << width ) + 1, 0 );
-   for ( size_t i = 1; i < starts_.size(); ++i ) {
-      auto place =
-         static_cast<uint32_t>( starts_[i] >> index_.shift ) & index_.mask;
-      ++index_.first[place + 1];
-   }
-   index_.first[0] = 1;
-   for ( size_t place = 1; place < index_.first.size(); ++place ) {
-      index_.first[place] += index_.first[place - 1];
-   }
+   return lengthAt( static_cast<size_t>( base - bounds_.data() ), limit );
 }
 
 template <class Family>
 PrefixTable<Family>::Iterator::Iterator( const PrefixTable& table )
-   : table_( &table ), whole_( table.whole_ ) {
-   skipEmpty();
+   : table_( &table ) {
+   skipEnds();
 }
 
+// A range that a prefix opens begins with its first address, no other one does.
 template <class Family>
-auto PrefixTable<Family>::Iterator::operator++() -> Iterator& {
-   if ( whole_ ) {
-      whole_ = false;
-      return *this;
-   }
-   own_ &= own_ - 1;
-   if ( own_ == 0 ) {
-      ++at_;
-      skipEmpty();
-   }
-   return *this;
-}
-
-// A prefix that begins at a start is no shorter than that one's significant bits.
-template <class Family>
-void PrefixTable<Family>::Iterator::skipEmpty() {
-   for ( ; at_ < table_->starts_.size(); ++at_ ) {
-      Number start = table_->starts_[at_];
-      unsigned significant = Family::bits - Family::trailingZeros( start );
-      Number shorter = significant == 0 ? 0 : Family::ones( significant - 1 );
-      own_ = table_->lengths_[at_] & ~shorter;
-      if ( own_ != 0 ) return;
+void PrefixTable<Family>::Iterator::skipEnds() {
+   for ( ; at_ < table_->lengths_.size(); ++at_ ) {
+      const unsigned length = table_->lengths_[at_];
+      if ( length == 0 ) continue;
+      const Number host = Family::ones( Family::bits + 1 - length );
+      if ( ( table_->bounds_[at_] & host ) == 0 ) return;
    }
 }
 

@@ -1,17 +1,17 @@
 // A set of prefixes of one family with a longest match: made for being loaded whole
 // and then asked often.
 //
-// The distinct first addresses of the prefixes stand sorted in `starts_`. Beside each
-// stands the set of the lengths, one bit a length, of all stored prefixes that hold
-// it: itself, those that begin at the same address, and those around it. Whatever
-// prefix holds an address holds also the greatest start that is not above it. So a
-// look-up finds that start, counts the leading bits that both share, and takes the
-// highest length among the start's that is not above that count: no walk to the
-// enclosing prefixes, no branch on the data.
+// The prefixes cut the addresses into ranges. `bounds_` holds the first address of
+// each in order, `lengths_` the length of the longest prefix that holds the range:
+// it is the answer for every address of it. A prefix opens a range, and its end one,
+// in which those around it count again. Of bounds at one address that of an end comes
+// first, then those of the prefixes that begin there, the longest last. So ahead of
+// any bound stands what counted without it, which is what a shorter argument asks.
 //
-// The start is found through an index by the leading bits in which the starts vary,
-// twice as many places as prefixes at most, and a binary search among those of one
-// place. The worst case, all in one place, is a search among all.
+// The range is found through an index by the leading bits in which the bounds vary,
+// with 256 places or once to twice as many as bounds: from the range at the place's
+// beginning on, the next bounds are looked at one by one. Where a place has more than
+// a few, and outside the index, a binary search among all takes its turn.
 //
 // Changes are only noted; the next reading sorts and rebuilds, in O(n log n), O(n)
 // when they came in order. Alternating single changes and look-ups therefore costs
@@ -76,14 +76,15 @@ class PrefixTable {
       uint8_t length;
       bool present;
    };
-   // Which of the sorted starts may precede an address.
+   // Which ranges may hold an address.
    struct Index {
-      Number common = 0;      // what all starts share
-      Number commonMask = 0;  // the bits of it
-      unsigned shift = 0;     // of the bits behind those
-      uint32_t mask = 0;
-      std::vector<uint32_t> first;  // a place: its first start; one more at the end
+      Number base = 0;  // its first address
+      Number span = 0;  // how many it covers; 0 sends each look-up to the search
+      unsigned shift = 0;
+      // The range at each place's beginning; `crowded` where there are many.
+      std::vector<uint32_t> first;
    };
+   static constexpr uint32_t crowded = uint32_t( 1 ) << 31;
 
    Vantu::IpGenPrefix longestMatch( const Vantu::IpGenAddr& address,
                                     unsigned limit ) const;
@@ -91,17 +92,18 @@ class PrefixTable {
       if ( !changes_.empty() ) rebuild();
    }
    void rebuild() const;
-   void buildStarts( const std::vector<Change>& members ) const;
+   void buildRanges( const std::vector<Change>& members ) const;
    void buildIndex() const;
-   size_t precedingStart( Number address ) const;
+   int searchedLength( Number address, unsigned limit ) const;
+   int lengthAt( size_t range, unsigned limit ) const;
 
    bool initialized_ = true;
    mutable std::vector<Change> changes_;  // in order of arrival
    mutable size_t size_ = 0;
-   // The bit of weight 2^(n-1) stands for length n; length 0 stands in whole_.
-   mutable std::vector<Number> starts_;  // the first is 0, a prefix's or not
-   mutable std::vector<Number> lengths_;
-   mutable bool whole_ = false;
+   // The first range begins at 0, the one bound more is the last address. A length
+   // stands one greater, 0 for no match.
+   mutable std::vector<Number> bounds_;
+   mutable std::vector<uint8_t> lengths_;
    mutable Index index_;
 };
 
@@ -115,54 +117,46 @@ class PrefixTable<Family>::Iterator {
    explicit Iterator( const PrefixTable& table );
 
    Vantu::IpGenPrefix operator*() const {
-      return { Family::address( whole_ ? 0 : table_->starts_[at_] ), length() };
+      return { Family::address( table_->bounds_[at_] ),
+               table_->lengths_[at_] - 1U };
    }
-   Iterator& operator++();
+   Iterator& operator++() {
+      ++at_;
+      skipEnds();
+      return *this;
+   }
    void operator++( int ) { ++*this; }
    bool operator==( std::default_sentinel_t ) const {
-      return !whole_ && at_ == table_->starts_.size();
+      return at_ == table_->lengths_.size();
    }
 
  private:
-   unsigned length() const {
-      return whole_ ? 0 : Family::trailingZeros( own_ ) + 1;
-   }
-   void skipEmpty();
+   void skipEnds();
 
    const PrefixTable* table_ = nullptr;
-   bool whole_ = false;  // at the prefix of length 0
    size_t at_ = 0;
-   Number own_ = 0;  // the lengths, from this one on, that begin at this start
 };
 
 // Inline down to here: the one operation that is hot.
 template <class Family>
-inline size_t PrefixTable<Family>::precedingStart( Number address ) const {
-   auto place = static_cast<uint32_t>( address >> index_.shift ) & index_.mask;
-   // From the last start before the place, since one always precedes.
-   size_t low = index_.first[place] - 1;
-   size_t count = index_.first[place + 1] - low;
-   const Number* base = starts_.data() + low;
-   while ( count > 1 ) {
-      size_t half = count / 2;
-      base += base[half] <= address ? half : 0;
-      count -= half;
+inline int PrefixTable<Family>::lengthAt( size_t range, unsigned limit ) const {
+   if ( limit < Family::bits ) {
+      while ( lengths_[range] > limit + 1 ) --range;
    }
-   return static_cast<size_t>( base - starts_.data() );
+   return lengths_[range] - 1;
 }
 
+// A prefix of at most `limit` bits holds the address and its leading bits alike.
 template <class Family>
 inline int PrefixTable<Family>::matchedLength( Number address,
                                                unsigned limit ) const {
-   settle();
-   int otherwise = whole_ ? 0 : noMatch;
-   if ( index_.first.empty() ) return otherwise;
-   if ( ( ( address ^ index_.common ) & index_.commonMask ) != 0 ) return otherwise;
-   size_t at = precedingStart( address );
-   unsigned shared = Family::leadingZeros( address ^ starts_[at] );
-   Number fitting = lengths_[at] & Family::ones( shared < limit ? shared : limit );
-   if ( fitting == 0 ) return otherwise;
-   return static_cast<int>( Family::bits - Family::leadingZeros( fitting ) );
+   if ( limit < Family::bits ) address &= ~Family::ones( Family::bits - limit );
+   const Number offset = address - index_.base;
+   if ( offset >= index_.span ) return searchedLength( address, limit );
+   uint32_t range = index_.first[static_cast<uint32_t>( offset >> index_.shift )];
+   if ( ( range & crowded ) != 0 ) return searchedLength( address, limit );
+   while ( bounds_[range + 1] <= address ) ++range;
+   return lengthAt( range, limit );
 }
 
 template <class Family>

@@ -97,6 +97,36 @@ TEST_F( FrrFilter, AsksForTheWholeGroupPrefixWhateverTheSource ) {
    EXPECT_FALSE( enabled( "ff3e:1::1/128" ) );
    EXPECT_FALSE( enabled( "239.1.1.1/32" ) );
    EXPECT_FALSE( enabled( "none" ) );
+   lists->aclIs( "groups", rules( "permit ff3d::/16" ) );
+   EXPECT_FALSE( enabled( "ff3e::1/128" ) );
+}
+
+// The name's own step is all there is to count.
+TEST_F( FrrFilter, WithoutListsEnablesNothing ) {
+   lists.reset();
+   start();
+   EXPECT_TRUE( sm->initialized() );
+   EXPECT_EQ( steps(), 1U );
+   config->frrFilterIs( "groups" );
+   EXPECT_EQ( steps(), 1U );
+   sm->handleAclConfig();
+   sm->handleAclConfig( "groups" );
+   EXPECT_EQ( steps(), 0U );
+   EXPECT_FALSE( enabled( "239.1.2.3/32" ) );
+}
+
+TEST_F( FrrFilter, InitializesAStatusThatIsNot ) {
+   status = frrFilterStatusFactory( AddressFamily::ipv4 );
+   status->trieDel();
+   status->initializedIs( false );
+   lists->aclIs( "groups", rules( "permit 239.1.0.0/16" ) );
+   config->frrFilterIs( "groups" );
+   sm = frrFilterSmFactory( config, lists, status );
+   EXPECT_TRUE( status->initialized() );
+   EXPECT_TRUE( enabled( "239.1.2.3/32" ) );
+   steps();
+   sm->handleAclConfig();  // the configured list's
+   EXPECT_EQ( steps(), 1U );
 }
 
 TEST_F( FrrFilter, TracesAsItGoes ) {

@@ -28,7 +28,7 @@ class SsmGroups : public testing::Test {
    void start( AddressFamily family = AddressFamily::ipv4 ) {
       info = Mox::newEntity<SsmGroupInfo>( family );
       sm = SsmGroupSmIs( config, lists, info );
-      steps();
+      counted = info->ssmConfigChanged();
    }
    bool ssm( const char* group ) const {
       return info->ssmGroup( IpGenAddr( Mox::StringView( group ) ), *config );
@@ -134,15 +134,27 @@ TEST_F( SsmGroups, FollowAListMadeAnewUnderItsName ) {
 }
 
 TEST_F( SsmGroups, WatchListsThatWereThereBefore ) {
-   lists->aclIs( "groups", rules( "permit ff3e::/16, permit 2001:db8::/32" ) );
+   auto current = Mox::newEntity<Acl::AclSubConfig>(
+      rules( "permit ff3e::/16, permit 2001:db8::/32" ) );
+   lists->aclIs( "groups" )->currCfgIs( current );
    config->ssmFilterIs( "groups" );
    start( AddressFamily::ipv6 );
    EXPECT_TRUE( ssm( "ff3e:1::1" ) );
    EXPECT_FALSE( ssm( "ff3d::1" ) );
    EXPECT_FALSE( ssm( "2001:db8::1" ) );
-   lists->acl( "groups" )->rulesIs( rules( "permit ff3d::/16" ) );
+   current->rulesIs( rules( "permit ff3d::/16" ) );
    EXPECT_TRUE( ssm( "ff3d::1" ) );
+   EXPECT_FALSE( ssm( "ff3e:1::1" ) );
    EXPECT_EQ( steps(), 1U );
+}
+
+TEST_F( SsmGroups, CountOneStepAtTheStartWhateverTheFilter ) {
+   for ( const char* filter : { "", "missing", ".no-ssm-range" } ) {
+      config->ssmFilterIs( filter );
+      start();
+      EXPECT_EQ( info->ssmConfigChanged(), 1U ) << filter;
+      EXPECT_TRUE( sm->initialized() );
+   }
 }
 
 TEST_F( SsmGroups, IgnoreOtherListsAndSayWhatTheyDo ) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 
 #include "apps/agent/config/ConfigReader.h"
 
@@ -49,10 +50,17 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
      manager_( real_, &loop, options_.root ),
      published_(
         real_, Published::ProcessStatus::mount( manager_, ::Brane::tableWriter ) ),
+     kernelRoutes_( loop, real_,
+                    [this] {
+                       for ( const auto& family : families_ )
+                          family->pathsChanged();
+                    } ),
      replay_( options_.captures ) {
    for ( const std::string& problem : bindCaptures() ) throw ConfigError( problem );
+   updateKernelRoutes();
    families_ = newFamilies( options_.config );
    if ( families_.empty() ) throw ConfigError( kNoInterface );
+   for ( const std::string& interface : options_.interfaces ) listen( interface );
    turnEnd_.emplace( loop_, [this] { handleTurnEnd(); } );
 }
 
@@ -66,7 +74,7 @@ Agent::Families Agent::newFamilies( const AgentConfig& config ) {
          if ( !hasFamily( vrf, family ) || find( vrf.name, family ) != nullptr )
             continue;
          made.push_back( std::make_unique<FamilyInstance>(
-            family, vrf, manager_, real_, clock_, counters_ ) );
+            family, vrf, manager_, real_, clock_, counters_, &kernelRoutes_ ) );
       }
    }
    return made;
@@ -80,19 +88,46 @@ FamilyInstance* Agent::find( const L3::VrfName& vrf, AddressFamily family ) cons
    return nullptr;
 }
 
-// A line for each capture without an interface.
+// A line for each capture or interface that the configuration does not know.
 std::vector<std::string> Agent::bindCaptures() {
    std::vector<std::string> problems;
    bindings_.clear();
    for ( const Replay::Input& input : replay_.inputs() ) {
-      bindings_.push_back( captureBinding( options_.config, input.capture ) );
-      if ( !bindings_.back().interface.empty() ) continue;
+      bindings_[input.capture] = captureBinding( options_.config, input.capture );
+      if ( !bindings_[input.capture].interface.empty() ) continue;
       problems.push_back(
          fmt::format( "{}: no single interface stands for capture \"{}\"; name one "
                       "with --read NAME=FILE",
                       input.path, input.capture ) );
    }
+   for ( const std::string& name : options_.interfaces ) {
+      bindings_[name] = captureBinding( options_.config, name );
+      if ( bindings_[name].interface.empty() )
+         problems.push_back( name + ": no interface of the configuration" );
+   }
    return problems;
+}
+
+void Agent::listen( const std::string& interface ) {
+   LiveCapture::Observer observer;
+   observer.packet = [this, interface]( const CapturedPacket& packet ) {
+      receive( { interface, packet.link, packet.bytes.size() < packet.wireLength,
+                 packet.bytes } );
+   };
+   observer.state = options_.note;
+   observer.missed = [this]( uint64_t count ) {
+      counters_.dropped( missed, count );
+   };
+   live_.push_back( std::make_unique<LiveCapture>( loop_, real_, interface,
+                                                   std::move( observer ) ) );
+}
+
+void Agent::updateKernelRoutes() {
+   std::set<uint32_t> tables;
+   for ( const VrfConfig& vrf : options_.config.vrfs ) {
+      if ( vrf.kernelRpf ) tables.insert( vrf.routeTable );
+   }
+   kernelRoutes_.tablesAre( std::move( tables ) );
 }
 
 std::vector<std::string> Agent::configIs( AgentConfig config ) {
@@ -118,6 +153,7 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
    for ( auto& family : made ) kept.push_back( std::move( family ) );
    families_ = std::move( kept );
    options_.config = std::move( config );
+   updateKernelRoutes();
    std::vector<std::string> unbound = bindCaptures();
    notes.insert( notes.end(), unbound.begin(), unbound.end() );
    return notes;
@@ -160,26 +196,27 @@ void Agent::playSlice() {
    double end = real_.now() + kReplaySlice;
    replay_.play(
       clock_, [&] { return real_.now() >= end; },
-      [this]( const Replay::Frame& frame ) { receive( frame ); } );
+      [this]( const Replay::Frame& frame ) {
+         receive( { replay_.inputs()[frame.input].capture, frame.link,
+                    frame.truncated, frame.bytes } );
+      } );
    if ( !replay_.atEnd() ) loop_.post( [this] { playSlice(); } );
 }
 
-void Agent::receive( const Replay::Frame& frame ) {
+void Agent::receive( const Frame& frame ) {
    DropReason reason = decode( frame );
    if ( reason != notDropped ) counters_.dropped( reason );
 }
 
-DropReason Agent::decode( const Replay::Frame& frame ) {
+DropReason Agent::decode( const Frame& frame ) {
    IpPacket packet;
-   if ( DropReason reason = decodeFrame( frame.link, frame.bytes, packet ) ) {
+   if ( DropReason reason = decodeFrame( frame.link, frame.bytes, packet ) )
       return frame.truncated ? truncatedCapture : reason;
-   }
    Message message;
-   if ( DropReason reason = decodeMessage( packet, message ) ) {
+   if ( DropReason reason = decodeMessage( packet, message ) )
       return frame.truncated ? truncatedCapture : reason;
-   }
    counters_.received( message );
-   const CaptureBinding& binding = bindings_[frame.input];
+   const CaptureBinding& binding = bindings_.at( frame.capture );
    FamilyInstance* family = find( binding.vrf, packet.family() );
    if ( family == nullptr || binding.interface.empty() ) {
       counters_.refused( noAddress );

@@ -3,15 +3,17 @@
 // Start-up in order: configuration, tables of every VRF and family mounted as
 // writer with their reconcilers; as each has reloaded, its engines take the reloaded
 // states up; then the captures are replayed in slices; from their end on the agent
-// lives in real time. Doorbells ring at the end of each turn of the loop.
+// lives in real time. Interfaces that it listens on are heard from the start. Doorbells ring at the end of each turn of the loop.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <vector>
 
 #include "apps/agent/FamilyInstance.h"
 #include "apps/agent/Replay.h"
+#include "apps/agent/capture/LiveCapture.h"
 #include "platform/loop/RealClock.h"
 
 namespace Agent {
@@ -20,11 +22,16 @@ struct AgentOptions {
    AgentConfig config;
    std::string root = Corvex::EntityManager::defaultRoot;
    std::vector<Replay::Input> captures;
+   // Interfaces of this host to listen on, by the names of their captures. REQUIRES: no
+   // captures to replay, whose time is another.
+   std::vector<std::string> interfaces;
+   // Sentences for people: interfaces that went away, and the like.
+   std::function<void( const std::string& )> note = []( const std::string& ) {};
 };
 
 class Agent {
  public:
-   // Mounts the tables and reads the captures. `loop` outlives the agent. Throws
+   // Mounts the tables, reads the captures and opens the interfaces. `loop` outlives the agent. Throws
    // CaptureError, ConfigError (a capture without an interface),
    // Brane::SecondWriterError, Brane::CreateError.
    Agent( Mox::Loop& loop, AgentOptions options );
@@ -60,8 +67,17 @@ class Agent {
    void handleTurnEnd();
    void adoptReloaded();
    void playSlice();
-   void receive( const Replay::Frame& frame );
-   DropReason decode( const Replay::Frame& frame );
+   // A frame that arrived where `capture` is bound to.
+   struct Frame {
+      const std::string& capture;
+      LinkType link;
+      bool truncated;
+      Bytes bytes;
+   };
+   void listen( const std::string& interface );
+   void updateKernelRoutes();
+   void receive( const Frame& frame );
+   DropReason decode( const Frame& frame );
    bool published() const;
 
    AgentOptions options_;
@@ -71,10 +87,12 @@ class Agent {
    AgentCounters counters_;
    Corvex::EntityManager manager_;
    Published::CounterPublisher published_;
+   KernelRoutes kernelRoutes_;
    Families families_;
    Replay replay_;
-   std::vector<CaptureBinding> bindings_;  // by input of the replay
-   bool started_ = false;                  // the replay
+   std::map<std::string, CaptureBinding> bindings_;  // by capture
+   std::vector<std::unique_ptr<LiveCapture>> live_;
+   bool started_ = false;  // the replay
    std::function<void()> ready_;
    std::optional<Mox::Loop::TurnEnd> turnEnd_;
 };

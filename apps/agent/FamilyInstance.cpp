@@ -25,7 +25,8 @@ Mox::Ptr<Sm::Status> newModel( const VrfConfig& config ) {
 FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
                                 const VrfConfig& config,
                                 Corvex::EntityManager& manager, Mox::Clock& real,
-                                AgentClock& clock, AgentCounters& counters )
+                                AgentClock& clock, AgentCounters& counters,
+                                const KernelRoutes* kernelRoutes )
    : family_( family ),
      config_( config ),
      manager_( manager ),
@@ -44,7 +45,12 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
         manager, Sm::AdvertisedSgStatus::mountPath( family, config.name ),
         ::Brane::tableWriter, Sm::AdvertisedSgStatus::capacityFor( *model_ ) ) ),
      protocol_( family, config_, model_, pimStatus_, registers_, clock, counters,
-                [this] { publishDue_ = true; } ),
+                kernelRoutes, [this] { publishDue_ = true; } ),
+     mfib_( Published::MfibStatus::mount(
+               manager, Published::MfibStatus::mountPath( family, config.name ),
+               ::Brane::tableReader ),
+            model_, protocol_, real ),
+     tally_( real, model_, tables_ ),
      real_( real ),
      resume_( &real ),
      published_( Published::FamilyStatus::mount(
@@ -77,6 +83,8 @@ std::vector<std::string> FamilyInstance::mountNotes() const {
 void FamilyInstance::adopt() {
    adopted_ = true;
    protocol_.adopt();
+   mfib_.adopted();
+   tally_.touch();
    publishAdvertised( *advertised_, config_, family_, counters_ );
    for ( auto& receive : std::exchange( waiting_, {} ) ) receive();
 }
@@ -143,6 +151,7 @@ void FamilyInstance::receive( Vantu::IntfId intfId, const IpPacket& packet,
 void FamilyInstance::handleTurnEnd() {
    if ( adopted_ ) {
       double end = real_.now() + kReviewSlice;
+      if ( protocol_.pending() ) tally_.touch();
       bool done = protocol_.review( [&] { return real_.now() >= end; } );
       if ( !done ) resume_.wakeupTimeIs( real_.now() );
    }

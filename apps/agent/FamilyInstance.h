@@ -9,7 +9,8 @@
 #include <memory>
 
 #include "apps/agent/AgentClock.h"
-#include "apps/agent/engine/Protocol.h"
+#include "apps/agent/MfibWatch.h"
+#include "apps/agent/RouteTally.h"
 #include "apps/published/Counting.h"
 #include "apps/published/Publisher.h"
 #include "export/RouteBraneRestartSm.h"
@@ -22,11 +23,12 @@ class FamilyInstance {
  public:
    static constexpr size_t maxWaiting = 10000;  // messages, during the reload
 
-   // The manager, clocks and counters outlive the instance. Throws what mounting throws
+   // The manager, clocks, counters and kernel routes (null: none) outlive the instance. Throws what mounting throws
    // (Brane::SecondWriterError, Brane::CreateError).
    FamilyInstance( Vantu::AddressFamily family, const VrfConfig& config,
                    Corvex::EntityManager& manager, Mox::Clock& real,
-                   AgentClock& clock, AgentCounters& counters );
+                   AgentClock& clock, AgentCounters& counters,
+                   const KernelRoutes* kernelRoutes = nullptr );
    ~FamilyInstance();
 
    Vantu::AddressFamily family() const { return family_; }
@@ -64,6 +66,9 @@ class FamilyInstance {
    void receive( Vantu::IntfId intfId, const IpPacket& packet,
                  const Message& message );
 
+   // The host's routes have changed.
+   void pathsChanged() { protocol_.pathsChanged(); }
+
    // At the end of a turn: forwarding follows the turn's changes, and what changed is
    // published, an interface alone, too.
    void handleTurnEnd();
@@ -93,6 +98,8 @@ class FamilyInstance {
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers_;
    Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised_;
    Protocol protocol_;
+   MfibWatch mfib_;
+   RouteTally tally_;
    // Asks for another turn when a review has used up its time.
    Mox::Clock& real_;
    Resume resume_;

@@ -16,6 +16,7 @@ constexpr int kUsage = 2;
 
 struct Arguments {
    std::vector<std::string> read;
+   std::vector<std::string> interfaces;
    std::string router;
    std::string config;
    std::string root = Corvex::EntityManager::defaultRoot;
@@ -34,10 +35,16 @@ std::string notARouter( const std::string& text ) {
 }
 
 void declare( CLI::App& app, Arguments& arguments ) {
-   app.add_option( "--read", arguments.read,
-                   "Replay a capture (pcap, pcapng); NAME=FILE for the interface "
-                   "whose capture is NAME. Repeatable" )
-      ->type_name( "[NAME=]FILE" );
+   auto* read =
+      app.add_option(
+            "--read", arguments.read,
+            "Replay a capture (pcap, pcapng); NAME=FILE for the interface "
+            "whose capture is NAME. Repeatable" )
+         ->type_name( "[NAME=]FILE" );
+   app.add_option( "--interface", arguments.interfaces,
+                   "Listen on an interface of this host. Repeatable" )
+      ->type_name( "NAME" )
+      ->excludes( read );
    auto* router =
       app.add_option( "--router", arguments.router,
                       "Without a configuration: which router on the link to play" )
@@ -96,6 +103,8 @@ int run( const Arguments& arguments ) {
    for ( const std::string& text : arguments.read ) {
       options.captures.push_back( inputOf( text ) );
    }
+   options.interfaces = arguments.interfaces;
+   options.note = []( const std::string& text ) { complain( 0, text ); };
    Mox::Loop loop;
    Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },
                             [&]( int ) { loop.stop(); } );

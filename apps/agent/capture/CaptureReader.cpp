@@ -5,25 +5,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "apps/agent/capture/LinkTypes.h"
+
 namespace Agent {
 namespace {
-
-LinkType linkTypeOf( int dataLink ) {
-   switch ( dataLink ) {
-      case DLT_EN10MB:
-         return LinkType::ethernet;
-      case DLT_RAW:
-      case DLT_IPV4:
-      case DLT_IPV6:
-         return LinkType::rawIp;
-      case DLT_LINUX_SLL:
-         return LinkType::linuxCooked;
-      case DLT_LINUX_SLL2:
-         return LinkType::linuxCooked2;
-      default:
-         return LinkType::unknown;
-   }
-}
 
 // libpcap begins some of its messages with the path.
 [[noreturn]] void fail( const std::string& path, std::string text ) {

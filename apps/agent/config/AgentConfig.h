@@ -89,6 +89,9 @@ struct VrfConfig {
    std::vector<AccessListConfig> accessLists;
    std::vector<InterfaceConfig> interfaces;
    std::vector<RpfRouteConfig> rpfRoutes;
+   // Reverse paths come from the host's own routes, too, of this table of the kernel.
+   bool kernelRpf = false;
+   uint32_t routeTable = 254;
    std::vector<RpConfig> rps;
    std::vector<AdvertisedConfig> advertised;
 };

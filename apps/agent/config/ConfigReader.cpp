@@ -136,6 +136,7 @@ class VrfReader {
    AccessListConfig readAccessList( const Place& place );
    void readName( Section& section, VrfConfig& out );
    void readMrouteTable( Section& section, VrfConfig& out );
+   static void readRpf( Section& section, VrfConfig& out );
 
    std::vector<L3::VrfName> vrfs_;
    std::map<uint32_t, L3::VrfName> mrouteTables_;
@@ -159,6 +160,7 @@ VrfConfig VrfReader::read( const Place& place ) {
    VrfConfig out;
    readName( section, out );
    readMrouteTable( section, out );
+   readRpf( section, out );
    section.value( "maxRoutes", out.maxRoutes );
    section.value( "maxRouteIntfs", out.maxRouteIntfs );
    section.value( "require-hello", out.requireHello );
@@ -211,6 +213,17 @@ void VrfReader::readMrouteTable( Section& section, VrfConfig& out ) {
    if ( !isNew )
       place->fail( fmt::format( "mroute-table {} is VRF '{}'s", out.mrouteTable,
                                 other->second.name() ) );
+}
+
+void VrfReader::readRpf( Section& section, VrfConfig& out ) {
+   if ( std::optional<Place> place = section.take( "rpf" ) ) {
+      std::string text = Section::convert<std::string>( *place, "rpf" );
+      if ( text != "kernel" && text != "static" )
+         place->fail(
+            fmt::format( "rpf: '{}' is neither kernel nor static", text ) );
+      out.kernelRpf = text == "kernel";
+   }
+   section.value( "route-table", out.routeTable );
 }
 
 InterfaceConfig VrfReader::readInterface( const Place& place ) {

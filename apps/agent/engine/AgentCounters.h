@@ -18,7 +18,9 @@ class AgentCounters {
    AgentCounters();
 
    void received( const Message& message );
-   void dropped( DropReason reason ) { dropped_[reason]->inc(); }
+   void dropped( DropReason reason, uint64_t count = 1 ) {
+      dropped_[reason]->inc( count );
+   }
    void refused( Refusal reason ) { refused_[reason]->inc(); }
 
    uint64_t droppedCount( DropReason reason ) const {

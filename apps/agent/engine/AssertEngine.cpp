@@ -59,6 +59,10 @@ void AssertEngine::receive( IntfId intfId, const IpGenAddr& sender,
 }
 
 bool AssertEngine::receive( const Key& key, const AssertMetric& metric ) {
+   if ( !routes_.hasRoom( key.routeKey() ) ) {
+      counters_.refused( tableFull );
+      return false;
+   }
    bool changed = machine( key ).receive( metric );
    settle( key );
    return changed;

@@ -85,6 +85,8 @@ void JoinPruneEngine::receiveJoin( const Message& message, const IpGenAddr& grou
    if ( source.wildcard ) return receiveWcJoin( message, group, source.address );
    Key key{ group, message.intfId, source.address };
    if ( !source.rpt ) {
+      if ( !routes_.hasRoom( key.routeKey() ) )
+         return counters_.refused( tableFull );
       joinMachine( key ).receiveJoin( message.holdtime );
       routes_.update( key.routeKey() );
       return;
@@ -111,6 +113,7 @@ void JoinPruneEngine::receiveWcJoin( const Message& message, const IpGenAddr& gr
    if ( !ours.isUnspecified() && ours != rp )
       return counters_.refused( rpMismatch );
    Key key{ group, message.intfId, anySource( group ) };
+   if ( !routes_.hasRoom( key.routeKey() ) ) return counters_.refused( tableFull );
    joinMachine( key, rp ).receiveJoin( message.holdtime );
    eachRptPrune( group, message.intfId, []( auto& it ) { it.receiveWcJoin(); } );
 }
@@ -122,6 +125,8 @@ void JoinPruneEngine::receivePrune( const Message& message, const IpGenAddr& gro
    if ( source.rpt && !source.wildcard ) {
       if ( refuseSharedTree( group ) ) return;
       Key key{ group, message.intfId, source.address };
+      if ( !routes_.hasRoom( key.routeKey() ) )
+         return counters_.refused( tableFull );
       rptPruneMachine( key ).receiveRptPrune( message.holdtime,
                                               message.pendingTime );
       return;

@@ -105,31 +105,41 @@ void MembershipEngine::end( IntfId intfId, const IpGenAddr& group ) {
 void MembershipEngine::write( IntfId intfId, const IpGenAddr& group, Group& state,
                               bool shared,
                               const std::map<IpGenAddr, bool>& sources ) {
-   if ( shared != state.shared )
-      writeRecord( { anySource( group ), group }, intfId, shared, false );
+   const RouteKey sharedKey{ anySource( group ), group };
+   if ( shared != state.shared && writeRecord( sharedKey, intfId, shared, false ) )
+      state.shared = shared;
+   std::vector<IpGenAddr> gone;
    for ( const auto& [source, included] : state.sources ) {
-      if ( sources.count( source ) == 0 )
-         writeRecord( { source, group }, intfId, false, false );
+      if ( sources.count( source ) == 0 ) gone.push_back( source );
+   }
+   for ( const IpGenAddr& source : gone ) {
+      writeRecord( { source, group }, intfId, false, false );
+      state.sources.erase( source );
    }
    for ( const auto& [source, included] : sources ) {
       auto before = state.sources.find( source );
-      if ( before == state.sources.end() || before->second != included )
-         writeRecord( { source, group }, intfId, included, !included );
+      if ( before != state.sources.end() && before->second == included ) continue;
+      if ( writeRecord( { source, group }, intfId, included, !included ) )
+         state.sources[source] = included;
    }
-   state.shared = shared;
-   state.sources = sources;
 }
 
-void MembershipEngine::writeRecord( const RouteKey& key, IntfId intfId,
+// False: there is no room for the route.
+bool MembershipEngine::writeRecord( const RouteKey& key, IntfId intfId,
                                     bool included, bool excluded ) {
-   Mox::Ptr<Routes::Intf> intf = included || excluded
-                                    ? routes_.record( key, intfId )
-                                    : routes_.find( key, intfId );
-   if ( intf == nullptr ) return;
+   bool wanted = included || excluded;
+   if ( wanted && !routes_.hasRoom( key ) ) {
+      counters_.refused( tableFull );
+      return false;
+   }
+   Mox::Ptr<Routes::Intf> intf =
+      wanted ? routes_.record( key, intfId ) : routes_.find( key, intfId );
+   if ( intf == nullptr ) return true;
    intf->localMembershipIs( included );
    intf->localReceiverIncludeIs( included );
    intf->localReceiverExcludeIs( excluded );
    routes_.update( key, intfId );
+   return true;
 }
 
 void MembershipEngine::adopt() {

@@ -43,7 +43,8 @@ class MembershipEngine {
    struct Group {
       std::unique_ptr<GroupMembership> membership;
       // What stands in the records: members of the shared tree, and of sources
-      // whether they are included.
+      // whether they are included. What found no room is tried again with the next
+      // report.
       bool shared = false;
       std::map<Vantu::IpGenAddr, bool> sources;
    };
@@ -62,7 +63,7 @@ class MembershipEngine {
    void update( Vantu::IntfId intfId, const Vantu::IpGenAddr& group );
    void write( Vantu::IntfId intfId, const Vantu::IpGenAddr& group, Group& state,
                bool shared, const std::map<Vantu::IpGenAddr, bool>& sources );
-   void writeRecord( const RouteKey& key, Vantu::IntfId intfId, bool included,
+   bool writeRecord( const RouteKey& key, Vantu::IntfId intfId, bool included,
                      bool excluded );
 
    Routes& routes_;

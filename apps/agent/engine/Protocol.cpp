@@ -27,6 +27,7 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
                     Mox::Ptr<Routing::Pim::Status> pimStatus,
                     Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers,
                     Mox::Clock& clock, AgentCounters& counters,
+                    const KernelRoutes* kernelRoutes,
                     std::function<void()> linksChanged )
    : family_( family ),
      config_( config ),
@@ -34,12 +35,13 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
      clock_( clock ),
      counters_( counters ),
      linksChanged_( std::move( linksChanged ) ),
-     topology_( config ),
+     topology_( config, kernelRoutes ),
      policy_( family, config ),
      routes_( model, clock, topology_, &policy_ ),
      joinPrune_( routes_, clock, topology_, &policy_, counters ),
      membership_( routes_, clock, &policy_, counters ),
      asserts_( routes_, clock, counters ),
+     sources_( routes_, clock, topology_, counters ),
      forwarding_( model, [this]( const auto& key ) { asserts_.review( key ); } ),
      registering_( std::move( registers ), clock, topology_, config, counters ) {
    updateLinks();
@@ -111,6 +113,7 @@ void Protocol::adopt() {
    joinPrune_.adopt();
    membership_.adopt();
    asserts_.adopt();
+   sources_.adopt();
    for ( IntfId intfId : routes_.intfs() ) {
       if ( links_.count( intfId ) == 0 ) endStates( intfId );
    }
@@ -123,8 +126,20 @@ void Protocol::configChanged() {
    if ( !adopted_ ) return;
    joinPrune_.endSourceSpecific();
    membership_.endSourceSpecific();
+   pathsChanged();
+}
+
+void Protocol::pathsChanged() {
+   if ( !adopted_ ) return;
    routes_.updatePaths();
+   sources_.updatePaths();
    registering_.updateConfig();
+}
+
+void Protocol::receiveData( const Routing::Pim::RouteKey& key, IntfId intfId,
+                            bool wrong ) {
+   sources_.receiveData( key, intfId );
+   if ( wrong ) asserts_.handleData( key, intfId );
 }
 
 void Protocol::receive( IntfId intfId, const IpPacket& packet,

@@ -12,6 +12,7 @@
 #include "apps/agent/engine/JoinPruneEngine.h"
 #include "apps/agent/engine/MembershipEngine.h"
 #include "apps/agent/engine/RegisterEngine.h"
+#include "apps/agent/engine/SourceEngine.h"
 #include "apps/agent/packet/Message.h"
 
 namespace Agent {
@@ -24,14 +25,14 @@ class Protocol {
       std::unique_ptr<Neighbors> neighbors;
    };
 
-   // The configuration is looked at again in configChanged(). The links' DR roles and
+   // `kernelRoutes` may be null. The configuration is looked at again in configChanged(). The links' DR roles and
    // neighbours may be others when `linksChanged` is called.
    Protocol( Vantu::AddressFamily family, const VrfConfig& config,
              Mox::Ptr<Routing::Pim::SparseMode::Status> model,
              Mox::Ptr<Routing::Pim::Status> pimStatus,
              Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers,
              Mox::Clock& clock, AgentCounters& counters,
-             std::function<void()> linksChanged );
+             const KernelRoutes* kernelRoutes, std::function<void()> linksChanged );
 
    const std::map<Vantu::IntfId, Link>& links() const { return links_; }
 
@@ -44,6 +45,18 @@ class Protocol {
    // A message that arrived on the interface. REQUIRES: adopted.
    void receive( Vantu::IntfId intfId, const IpPacket& packet,
                  const Message& message );
+
+   // The kernel tells of data: a packet of the route's source came in by the interface,
+   // `wrong` where the route does not expect it; so many seconds ago the last one was
+   // forwarded. REQUIRES: adopted.
+   void receiveData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
+                     bool wrong );
+   void receiveMore( const Routing::Pim::RouteKey& key, double age ) {
+      sources_.receiveMore( key, age );
+   }
+
+   // The host's routes have changed.
+   void pathsChanged();
 
    // As of ForwardingEngine: forwarding follows what has changed.
    bool review( const std::function<bool()>& over ) {
@@ -77,6 +90,7 @@ class Protocol {
    JoinPruneEngine joinPrune_;
    MembershipEngine membership_;
    AssertEngine asserts_;
+   SourceEngine sources_;
    ForwardingEngine forwarding_;
    RegisterEngine registering_;
    std::map<Vantu::IntfId, Link> links_;

@@ -25,7 +25,7 @@ namespace Agent {
    V( notToUs )       /* a register or register-stop to another router */         \
    V( notTheRp )      /* a register for a group that another router is RP of */   \
    V( notRegistered ) /* a register-stop for a source that is not on a link */    \
-   V( tableFull )     /* an (S,G) that its table has no room for */
+   V( tableFull )     /* a route that its table has no room for */
 MOX_ENUM( Refusal, AGENT_REFUSALS )
 MOX_ENUM_TEXT( Refusal, AGENT_REFUSALS )
 

@@ -37,6 +37,12 @@ class Routes {
    Mox::Ptr<Route> find( const RouteKey& key ) { return model_->route( key ); }
    Mox::Ptr<Intf> find( const RouteKey& key, Vantu::IntfId intfId );
 
+   // Is the route there, or may one more be? The model has a limit of routes.
+   bool hasRoom( const RouteKey& key ) const {
+      return model_->route().size() < model_->maxRoutes() ||
+             std::as_const( *model_ ).route( key ) != nullptr;
+   }
+
    // The interfaces with a record.
    std::set<Vantu::IntfId> intfs() const;
 

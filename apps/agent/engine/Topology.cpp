@@ -5,38 +5,66 @@ namespace Agent {
 using Routing::Pim::Rpf;
 using Vantu::IpGenAddr;
 
+bool Topology::isOwn( const IpGenAddr& address ) const {
+   for ( const InterfaceConfig& interface : config_.interfaces ) {
+      for ( const InterfaceAddress& own : interface.addresses ) {
+         if ( own.address == address ) return true;
+      }
+   }
+   return false;
+}
+
+Topology::Path Topology::configuredPath( const RpfRouteConfig& route,
+                                         const IpGenAddr& address ) const {
+   bool attached = route.neighbor.isUnspecified();
+   Rpf rpf{ route.interface,
+            attached ? address : route.neighbor,
+            static_cast<uint8_t>( route.preference ),
+            { route.metric } };
+   Path path{ rpf, attached, {}, false };
+   if ( !route.backup ) return path;
+   path.backupAttached = route.backup->neighbor.isUnspecified();
+   path.backup = { route.backup->interface,
+                   path.backupAttached ? address : route.backup->neighbor,
+                   static_cast<uint8_t>( route.backup->preference ),
+                   { route.backup->metric } };
+   return path;
+}
+
 Topology::Path Topology::pathTo( const IpGenAddr& address ) const {
    Path best;
    int bestLength = -1;
-   auto offer = [&]( const Vantu::IpGenPrefix& prefix, const Path& path ) {
+   if ( isOwn( address ) ) return best;
+   auto offers = [&]( const Vantu::IpGenPrefix& prefix ) {
       int length = static_cast<int>( prefix.length() );
-      if ( length <= bestLength || !prefix.contains( address ) ) return;
-      best = path;
+      if ( length <= bestLength || !prefix.contains( address ) ) return false;
       bestLength = length;
+      return true;
    };
    for ( const InterfaceConfig& interface : config_.interfaces ) {
       for ( const InterfaceAddress& own : interface.addresses ) {
-         offer( own.subnet,
-                { Rpf{ interface.name, address, 0, { 0 } }, true, {}, false } );
+         if ( offers( own.subnet ) )
+            best = { Rpf{ interface.name, address, 0, { 0 } }, true, {}, false };
       }
    }
    for ( const RpfRouteConfig& route : config_.rpfRoutes ) {
-      bool attached = route.neighbor.isUnspecified();
-      Rpf rpf{ route.interface,
-               attached ? address : route.neighbor,
-               static_cast<uint8_t>( route.preference ),
-               { route.metric } };
-      Path path{ rpf, attached, {}, false };
-      if ( route.backup ) {
-         path.backupAttached = route.backup->neighbor.isUnspecified();
-         path.backup = { route.backup->interface,
-                         path.backupAttached ? address : route.backup->neighbor,
-                         static_cast<uint8_t>( route.backup->preference ),
-                         { route.backup->metric } };
-      }
-      offer( route.prefix, path );
+      if ( offers( route.prefix ) ) best = configuredPath( route, address );
    }
-   return best;
+   if ( kernel_ == nullptr || !config_.kernelRpf ) return best;
+   auto found = kernel_->find( config_.routeTable, address );
+   if ( !found || static_cast<int>( found->length ) <= bestLength ) return best;
+   const KernelRoute& route = found->route;
+   if ( route.interface == Vantu::IntfId() ) return {};
+   bool attached = route.neighbor.isUnspecified();
+   // The kernel has no preferences; what it made itself is as good as a subnet here.
+   uint8_t preference = route.connected ? 0 : 1;
+   return { Rpf{ route.interface,
+                 attached ? address : route.neighbor,
+                 preference,
+                 { route.metric } },
+            attached,
+            {},
+            false };
 }
 
 IpGenAddr Topology::rpOf( const IpGenAddr& group ) const {

@@ -11,6 +11,7 @@ namespace Agent {
 //   name               text
 #define AGENT_DROP_REASONS( R ) \
   R( notDropped,        "not dropped" ) \
+  R( missed,            "it came faster than the agent took it" ) \
   R( truncatedCapture,  "the capture holds only a part of the packet" ) \
   R( unknownLink,       "the link type is not supported" ) \
   R( notIp,             "neither IPv4 nor IPv6" ) \

@@ -381,5 +381,130 @@ TEST_F( Family, MembersAndAssertsDecideWhatForwards ) {
    EXPECT_TRUE( forwards() );
 }
 
+// A source on a link is known from the packets that the forwarding process tells of.
+class Sources : public Family {
+ protected:
+   Sources() { startWith( kConfig ); }
+
+   void startWith( const std::string& config ) {
+      start( config );
+      while ( !family->ready() ) real.runPass();
+      adopt();
+   }
+   void adopt() {
+      family->adopt();
+      family->handleTurnEnd();
+   }
+   void upcall( const char* source, const char* intf,
+                Published::UpcallKind kind = Published::noCacheUpcall ) {
+      mfib->upcallIs(
+         { { sgKey( source, kGroup ), intfId( intf ) }, kind, 1, real.now() } );
+      exchange();
+   }
+   void packets( const char* source, uint64_t count ) {
+      mfib->cacheIs(
+         { sgKey( source, kGroup ), count, count * 100, 2, real.now() } );
+      exchange();
+   }
+   void exchange() {
+      kernelSide.dispatch();
+      real.runUntil( real.now() + 0.01 );
+      manager.dispatch();
+      family->handleTurnEnd();
+   }
+   const Route* source( const char* text ) const {
+      return family->model().route( sgKey( text, kGroup ) );
+   }
+
+   static constexpr const char* kGroup = "233.252.0.1";
+   Corvex::EntityManager kernelSide{ real, nullptr, root.path() };
+   Mox::Ptr<Published::MfibStatus> mfib = Published::MfibStatus::mount(
+      kernelSide,
+      Published::MfibStatus::mountPath( Vantu::AddressFamily::ipv4,
+                                        L3::VrfName( "default" ) ),
+      Brane::tableWriter, 100 );
+};
+
+TEST_F( Sources, LiveWhileTheySend ) {
+   upcall( "198.51.100.7", "eth2" );
+   upcall( "203.0.113.77", "eth1" );
+   EXPECT_EQ( family->model().route().size(), 0u )
+      << "from another link, or behind another router";
+   upcall( "198.51.100.7", "eth1" );
+   ASSERT_NE( source( "198.51.100.7" ), nullptr );
+   EXPECT_TRUE( source( "198.51.100.7" )->spTree() );
+   EXPECT_TRUE( source( "198.51.100.7" )->directlyConnected() );
+   EXPECT_EQ( source( "198.51.100.7" )->iif(), intfId( "eth1" ) );
+   join( "eth2" );
+   EXPECT_TRUE(
+      source( "198.51.100.7" )->routeIntf( intfId( "eth2" ) )->forward() );
+
+   real.runUntil( real.now() + 200 );
+   packets( "198.51.100.7", 5 );
+   EXPECT_EQ( source( "198.51.100.7" )->kernelStats(),
+              ( Routing::Pim::PimKernelStats{ 5, 500, 2 } ) );
+   real.runUntil( real.now() + 209 );
+   EXPECT_NE( source( "198.51.100.7" ), nullptr );
+   real.runUntil( real.now() + 2 );
+   EXPECT_EQ( source( "198.51.100.7" ), nullptr );
+   packets( "198.51.100.7", 6 );
+   EXPECT_EQ( source( "198.51.100.7" ), nullptr ) << "counters make no state";
+}
+
+TEST_F( Sources, AreTakenUpAfterARestart ) {
+   upcall( "198.51.100.7", "eth1" );
+   upcall( "198.51.101.9", "eth2" );
+   real.runUntil( real.now() + 1 );
+   // eth2's subnet is another now: the second source is not on it any more.
+   startWith( with( "198.51.101.1/24", "198.51.102.1/24" ) );
+   EXPECT_NE( source( "198.51.100.7" ), nullptr );
+   EXPECT_EQ( source( "198.51.101.9" ), nullptr );
+   real.runUntil( real.now() + 209 );
+   EXPECT_NE( source( "198.51.100.7" ), nullptr );
+   real.runUntil( real.now() + 2 );
+   EXPECT_EQ( source( "198.51.100.7" ), nullptr );
+   // Upcalls of long ago tell nothing.
+   startWith( kConfig );
+   EXPECT_EQ( source( "198.51.100.7" ), nullptr );
+   configIs( kConfig );
+}
+
+TEST_F( Sources, ThatShowUpOnTheWrongSideWinAsserts ) {
+   join( "eth1", kGroup, "203.0.113.77" );
+   auto record = [&] {
+      return source( "203.0.113.77" )->routeIntf( intfId( "eth1" ) );
+   };
+   upcall( "203.0.113.77", "eth2", Published::wrongVifUpcall );
+   EXPECT_EQ( record()->assertInfo().assertState,
+              Routing::Pim::SparseMode::assertNoInfo );
+   upcall( "203.0.113.77", "eth1", Published::wrongVifUpcall );
+   EXPECT_EQ( record()->assertInfo().assertState,
+              Routing::Pim::SparseMode::iAmAssertWinner );
+}
+
+TEST_F( Sources, BeyondTheLimitOfRoutesAreRefused ) {
+   startWith( with( "maxRoutes: 100", "maxRoutes: 2" ) );
+   join( "eth2", "233.252.0.2" );
+   upcall( "198.51.100.7", "eth1" );
+   upcall( "198.51.100.8", "eth1" );
+   upcall( "198.51.100.7", "eth1" );
+   join( "eth2", "233.252.0.3" );
+   EXPECT_EQ( family->model().route().size(), 2u );
+   EXPECT_EQ( counters.refusedCount( tableFull ), 2u );
+}
+
+TEST_F( Family, RoutesThatWaitAreCounted ) {
+   start( with( "prefix: 0.0.0.0/0", "prefix: 203.0.113.0/24" ) );
+   untilAdopted();
+   join( "eth1" );
+   join( "eth1", "233.252.0.1", "10.9.9.9" );
+   join( "eth2", "233.252.0.1", "10.9.9.8" );
+   real.runUntil( real.now() + 1 );
+   EXPECT_EQ( family->tables().unresolvedRoutes(), 2u );
+   configIs( kConfig );
+   real.runUntil( real.now() + 1 );
+   EXPECT_EQ( family->tables().unresolvedRoutes(), 0u );
+}
+
 }
 }

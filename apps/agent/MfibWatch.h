@@ -1,0 +1,43 @@
+// What the forwarding process tells of one VRF and family: packets without a route, or
+// from the wrong side, and the counters of those that flow.
+//
+//    watches  the forwarding process's tables, whenever they are there
+//    writes   the routes' kernelStats; tells the engines of data
+//
+// Event-loop thread; all that it is given outlives it.
+#pragma once
+
+#include <memory>
+
+#include "apps/agent/engine/Protocol.h"
+#include "apps/published/MfibStatus.h"
+
+namespace Agent {
+
+class MfibWatch {
+ public:
+   // `real` is the clock of the tables' times. Throws what mounting throws.
+   MfibWatch( Mox::Ptr<Published::MfibStatus> tables,
+              Mox::Ptr<Routing::Pim::SparseMode::Status> model, Protocol& protocol,
+              Mox::Clock& real );
+   ~MfibWatch();
+
+   // The engines have taken up what was reloaded: what the tables hold counts now.
+   void adopted();
+
+ private:
+   class MoxTables;
+
+   void readAll();
+   void readUpcall( const Routing::Pim::RouteIntfKey& key );
+   void readCache( const Routing::Pim::RouteKey& key );
+
+   Mox::Ptr<Published::MfibStatus> tables_;
+   Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
+   Protocol& protocol_;
+   Mox::Clock& real_;
+   bool adopted_ = false;
+   std::unique_ptr<MoxTables> moxTables_;
+};
+
+}

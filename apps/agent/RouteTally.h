@@ -1,0 +1,35 @@
+// Counts the routes that wait for something, in the tables beside the routes: without
+// a way to their source or RP, about to go, changing trees.
+//
+// Counted anew within a second after a change. Event-loop thread; the clock outlives it.
+#pragma once
+
+#include "export/Status.h"
+#include "platform/loop/Clock.h"
+
+namespace Agent {
+
+class RouteTally : public Mox::Clock::Notifiee {
+ public:
+   static constexpr double interval = 1.0;  // s
+
+   RouteTally( Mox::Clock& clock,
+               Mox::Ptr<const Routing::Pim::SparseMode::Status> model,
+               Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables );
+
+   // Routes may have changed.
+   void touch();
+   // At once.
+   void count();
+
+ private:
+   void onTime() override { count(); }
+   void write( Routing::Pim::SparseMode::Brane::RouteCounterType type,
+               uint32_t count );
+
+   Mox::Ptr<const Routing::Pim::SparseMode::Status> model_;
+   Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables_;
+   double last_ = 0.0;
+};
+
+}

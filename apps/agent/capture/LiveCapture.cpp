@@ -1,0 +1,107 @@
+#include "apps/agent/capture/LiveCapture.h"
+
+#include <pcap/pcap.h>
+
+#include <utility>
+
+#include "apps/agent/capture/LinkTypes.h"
+
+namespace Agent {
+namespace {
+
+constexpr int kSnapshotLength = 65535;
+constexpr int kBuffer = 8 << 20;  // bytes
+// MLD comes with a hop-by-hop option (RFC 3810, 5).
+constexpr const char* kFilter =
+   "ip proto 2 or ip proto 103 or ip6 proto 103 or ip6 proto 0 or "
+   "(icmp6 and (ip6[40] = 143 or (ip6[40] >= 130 and ip6[40] <= 132)))";
+
+}
+
+struct LiveCapture::Handle {
+   explicit Handle( pcap_t* p ) : pcap( p ) {}
+   ~Handle() { pcap_close( pcap ); }
+   Handle( const Handle& ) = delete;
+   Handle& operator=( const Handle& ) = delete;
+
+   pcap_t* pcap;
+   LinkType link = LinkType::unknown;
+   unsigned dropped = 0;  // as the kernel counts, over all time
+};
+
+LiveCapture::LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interface,
+                          Observer observer )
+   : Notifiee( &clock ),
+     loop_( loop ),
+     interface_( std::move( interface ) ),
+     observer_( std::move( observer ) ),
+     handle_( open() ) {}
+
+LiveCapture::~LiveCapture() = default;
+
+std::unique_ptr<LiveCapture::Handle> LiveCapture::open() {
+   char error[PCAP_ERRBUF_SIZE] = "";
+   pcap_t* pcap = pcap_create( interface_.c_str(), error );
+   if ( pcap == nullptr ) throw CaptureError( interface_ + ": " + error );
+   auto handle = std::make_unique<Handle>( pcap );
+   pcap_set_snaplen( pcap, kSnapshotLength );
+   pcap_set_promisc( pcap, 1 );
+   pcap_set_immediate_mode( pcap, 1 );
+   pcap_set_buffer_size( pcap, kBuffer );
+   int result = pcap_activate( pcap );
+   if ( result < 0 ) {
+      std::string text = pcap_geterr( pcap );
+      throw CaptureError( interface_ + ": " +
+                          ( text.empty() ? pcap_statustostr( result ) : text ) );
+   }
+   bpf_program program;
+   if ( pcap_compile( pcap, &program, kFilter, 1, PCAP_NETMASK_UNKNOWN ) != 0 )
+      throw CaptureError( interface_ + ": " + pcap_geterr( pcap ) );
+   result = pcap_setfilter( pcap, &program );
+   pcap_freecode( &program );
+   if ( result != 0 || pcap_setdirection( pcap, PCAP_D_IN ) != 0 ||
+        pcap_setnonblock( pcap, 1, error ) != 0 )
+      throw CaptureError( interface_ + ": " + pcap_geterr( pcap ) + error );
+   handle->link = linkTypeOf( pcap_datalink( pcap ) );
+   watcher_ = std::make_unique<Mox::Loop::FdWatcher>(
+      loop_, pcap_get_selectable_fd( pcap ), [this] { read(); } );
+   return handle;
+}
+
+void LiveCapture::read() {
+   auto take = []( u_char* self, const pcap_pkthdr* header, const u_char* bytes ) {
+      auto& capture = *reinterpret_cast<LiveCapture*>( self );
+      CapturedPacket packet;
+      packet.bytes = Bytes( bytes, header->caplen );
+      packet.wireLength = header->len;
+      packet.link = capture.handle_->link;
+      capture.observer_.packet( packet );
+   };
+   int result = pcap_dispatch( handle_->pcap, kMaxPackets, take,
+                               reinterpret_cast<u_char*>( this ) );
+   if ( result < 0 ) return lose( pcap_geterr( handle_->pcap ) );
+   pcap_stat stat{};
+   if ( pcap_stats( handle_->pcap, &stat ) != 0 ) return;
+   unsigned missed = stat.ps_drop - std::exchange( handle_->dropped, stat.ps_drop );
+   if ( missed != 0 ) observer_.missed( missed );
+}
+
+void LiveCapture::lose( const std::string& why ) {
+   observer_.state( interface_ + ": " + why + "; waiting for it to come back" );
+   watcher_.reset();
+   handle_.reset();
+   wakeupTimeIs( clock()->now() + retryInterval );
+}
+
+void LiveCapture::onTime() {
+   try {
+      handle_ = open();
+   } catch ( const CaptureError& ) {
+      watcher_.reset();
+      wakeupTimeIs( clock()->now() + retryInterval );
+      return;
+   }
+   observer_.state( interface_ + ": is back" );
+}
+
+}

@@ -1,0 +1,54 @@
+// What arrives on a network interface of this host, PIM and group membership alone, as
+// it comes. Listens only; needs CAP_NET_RAW.
+//
+// An interface that goes away is tried again each second. Event-loop thread; the loop and
+// clock outlive it.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "apps/agent/capture/CaptureReader.h"
+#include "platform/loop/Clock.h"
+#include "platform/loop/Loop.h"
+
+namespace Agent {
+
+class LiveCapture : public Mox::Clock::Notifiee {
+ public:
+   static constexpr double retryInterval = 1.0;  // s
+
+   struct Observer {
+      std::function<void( const CapturedPacket& )> packet;
+      // The interface has gone, or is back: a sentence for people.
+      std::function<void( const std::string& )> state;
+      // So many packets came faster than they were taken.
+      std::function<void( uint64_t )> missed;
+   };
+
+   // Opens the interface. Throws CaptureError: there is none of that name, or this
+   // process may not listen.
+   LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interface,
+                Observer observer );
+   ~LiveCapture() override;
+
+   const std::string& interface() const { return interface_; }
+
+ private:
+   struct Handle;
+   static constexpr int kMaxPackets = 256;  // a turn; others want the loop, too
+
+   std::unique_ptr<Handle> open();
+   void read();
+   void lose( const std::string& why );
+   void onTime() override;
+
+   Mox::Loop& loop_;
+   std::string interface_;
+   Observer observer_;
+   std::unique_ptr<Handle> handle_;  // null while the interface is away
+   std::unique_ptr<Mox::Loop::FdWatcher> watcher_;
+};
+
+}

@@ -1,0 +1,84 @@
+// This host's own unicast routes, told by the kernel: the reverse paths of VRFs that
+// say `rpf: kernel`.
+//
+// Read whole at the start, and again when the kernel tells of a change, at most once
+// each rereadInterval. Event-loop thread; the loop and clock outlive it.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <unordered_map>
+
+#include "apps/netlink/Notifications.h"
+#include "platform/loop/Clock.h"
+#include "platform/net/IntfId.h"
+#include "platform/net/IpGenPrefix.h"
+
+namespace Agent {
+
+struct KernelRoute {
+   Vantu::IntfId interface;    // empty: what goes there is thrown away
+   Vantu::IpGenAddr neighbor;  // unspecified: the prefix is on the link itself
+   bool connected = false;     // made by the kernel with an address of its own
+   uint32_t metric = 0;
+   bool operator==( const KernelRoute& ) const = default;
+};
+
+// The routes of one table and family.
+class KernelRib {
+ public:
+   // The better one of two for the same prefix stays: the lower metric, the first.
+   void add( const Vantu::IpGenPrefix& prefix, const KernelRoute& route );
+
+   struct Match {
+      unsigned length;
+      const KernelRoute& route;
+   };
+   // By the longest prefix.
+   std::optional<Match> find( const Vantu::IpGenAddr& address ) const;
+
+   bool operator==( const KernelRib& ) const = default;
+
+ private:
+   // By length, the longest first.
+   std::map<unsigned, std::unordered_map<Vantu::IpGenAddr, KernelRoute>,
+            std::greater<>>
+      lengths_;
+};
+
+class KernelRoutes : public Mox::Clock::Notifiee {
+ public:
+   static constexpr uint32_t mainTable = 254;
+   static constexpr double rereadInterval = 1.0;  // s
+
+   // `changed` is called when routes are others than before.
+   KernelRoutes( Mox::Loop& loop, Mox::Clock& clock,
+                 std::function<void()> changed );
+
+   // Which tables' routes are kept; none at the start, when the kernel is not asked
+   // either. Throws std::system_error.
+   void tablesAre( std::set<uint32_t> tables );
+
+   std::optional<KernelRib::Match> find( uint32_t table,
+                                         const Vantu::IpGenAddr& address ) const;
+
+ private:
+   using Ribs = std::map<std::pair<uint32_t, Vantu::AddressFamily>, KernelRib>;
+
+   void touch();
+   void onTime() override;
+   bool read();
+   void add( Ribs& ribs, const Netlink::Message& message ) const;
+
+   Mox::Loop& loop_;
+   std::set<uint32_t> tables_;
+   std::function<void()> changed_;
+   std::map<uint32_t, Vantu::IntfId> names_;  // by index
+   Ribs ribs_;
+   double lastRead_ = 0.0;
+   std::optional<Netlink::Notifications> notifications_;
+};
+
+}

@@ -1,0 +1,75 @@
+#include "apps/agent/engine/SourceEngine.h"
+
+namespace Agent {
+
+SourceEngine::SourceEngine( Routes& routes, Mox::Clock& clock,
+                            const Topology& topology, AgentCounters& counters )
+   : routes_( routes ),
+     clock_( clock ),
+     topology_( topology ),
+     counters_( counters ) {}
+
+bool SourceEngine::attached( const RouteKey& key ) const {
+   return topology_.pathTo( key.source ).attached;
+}
+
+bool SourceEngine::accept( const RouteKey& key ) {
+   if ( !key.group.isMulticast() ) {
+      counters_.refused( notMulticast );
+   } else if ( key.group.isLinkLocalMulticast() ) {
+      counters_.refused( linkLocalGroup );
+   } else if ( key.source.isUnspecified() || key.source.isMulticast() ) {
+      counters_.refused( badSource );
+   } else if ( !routes_.hasRoom( key ) ) {
+      counters_.refused( tableFull );
+   } else {
+      return true;
+   }
+   return false;
+}
+
+void SourceEngine::receiveData( const RouteKey& key, Vantu::IntfId intfId ) {
+   if ( !accept( key ) ) return;
+   const Topology::Path path = topology_.pathTo( key.source );
+   if ( !path.attached || path.rpf.intfId != intfId ) return;
+   routes_.route( key )->katExpiredIs( false );
+   routes_.update( key );
+   start( key );
+}
+
+void SourceEngine::receiveMore( const RouteKey& key, double age ) {
+   auto found = keepalive_.find( key );
+   if ( found != keepalive_.end() ) found->second->extend( keepalivePeriod - age );
+}
+
+void SourceEngine::start( const RouteKey& key ) {
+   std::unique_ptr<Timer>& timer = keepalive_[key];
+   if ( timer == nullptr )
+      timer = std::make_unique<Timer>( clock_, [this, key] { end( key ); } );
+   timer->start( keepalivePeriod );
+}
+
+void SourceEngine::end( const RouteKey& key ) {
+   if ( Mox::Ptr<Routes::Route> route = routes_.find( key ) ) {
+      route->katExpiredIs( true );
+      routes_.update( key );
+   }
+   keepalive_.erase( key );
+}
+
+void SourceEngine::adopt() {
+   for ( const auto& route : routes_.model().route() ) {
+      if ( !route.katExpired() ) start( route.key() );
+   }
+   updatePaths();
+}
+
+void SourceEngine::updatePaths() {
+   std::vector<RouteKey> gone;
+   for ( const auto& [key, timer] : keepalive_ ) {
+      if ( !attached( key ) ) gone.push_back( key );
+   }
+   for ( const RouteKey& key : gone ) end( key );
+}
+
+}

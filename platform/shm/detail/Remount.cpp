@@ -1,5 +1,8 @@
 #include "platform/shm/detail/Remount.h"
 
+#include <sys/random.h>
+
+#include <algorithm>
 #include <cstring>
 
 namespace Brane::Detail {
@@ -19,9 +22,7 @@ class Remount {
    void run() {
       if ( !intended_ && nothingToDo() ) return;
       const bool jump = !survey_.headSound() || strayed();
-      const uint64_t head =
-         ( survey_.headSound() ? *view_.head() : survey_.highestSequence() ) +
-         headJump;
+      const uint64_t head = newHead();
       // The head's own entry gives way: until the head moves it reads as damaged.
       if ( jump ) storeWord( view_.journal( head ), journalEntry( 0, head ) );
       setCounts( []( uint64_t want, uint64_t now ) { return want > now; } );
@@ -31,6 +32,7 @@ class Remount {
       for ( uint32_t slot : survey_.broken() ) setState( slot, slotFree );
       setCounts( []( uint64_t want, uint64_t now ) { return want < now; } );
       if ( jump ) {
+         clearBeyond( head );
          storeWord( view_.head(), head );
       } else if ( intended_ ) {
          storeWord( view_.head(), *view_.head() + 1 );
@@ -39,6 +41,27 @@ class Remount {
    }
 
  private:
+   // No follower may have heard of it, nor of one so near before it that its journal
+   // might tell of the way. Of a wild head nobody knows what stood there: the records
+   // may all be older, and an earlier repair may have gone the same way.
+   uint64_t newHead() const {
+      const uint64_t head = *view_.head();
+      if ( survey_.headSound() ) return head + headJump;
+      uint16_t random = 0;
+      while ( getrandom( &random, sizeof random, 0 ) != sizeof random ) continue;
+      const uint64_t base = head < maxSequence / 2 ? head : 0;
+      // Times one more than a multiple of four: the short form changes like headJump's.
+      return std::max( base, survey_.highestSequence() ) +
+             headJump * ( 4 * uint64_t( random ) + 1 );
+   }
+
+   // What was written there at another time is no intent, and no sign of damage.
+   void clearBeyond( uint64_t head ) {
+      for ( uint64_t next : { head + 1, head + 2 } ) {
+         storeWord( view_.journal( next ), journalEntry( 0, head ) );
+      }
+   }
+
    bool nothingToDo() const {
       const std::vector<uint64_t>& index = survey_.index();
       return survey_.headSound() && survey_.older().empty() &&

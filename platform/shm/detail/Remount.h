@@ -15,7 +15,7 @@ namespace Brane::Detail {
 //
 //   1 the head's entry           only with repairs beyond the last intent, or where
 //                                the head is damaged: it then reads as damaged
-//                                until 8, for the next remount too
+//                                until 9, for the next remount too
 //   2 counts that are too low    a standing key beyond the line comes into reach
 //   3 words to be set            each switches a key to its newer record, or shows
 //                                one that no word named
@@ -24,8 +24,10 @@ namespace Brane::Detail {
 //   5 words to be cleared        of no record, or of a key that stands elsewhere
 //   6 broken slots = Free        nothing names them any more
 //   7 counts that are too high
-//   8 the journal's head         the last intent's notice goes out; after 1 it moves
-//                                so far that followers compare everything
+//   8 entries beyond the head    only after 1: of another time, they are no intent
+//   9 the journal's head         the last intent's notice goes out; after 1 it moves
+//                                so far that followers compare everything, and where
+//                                the head was damaged so that none has heard of it
 void putRight( const WriterView& view, const Survey& survey, AttachReport& report );
 
 }

@@ -347,6 +347,45 @@ TEST_F( Attach, RepairsDamageAndTellsFollowers ) {
    EXPECT_EQ( followed.content, expected );
 }
 
+// The head is wild and a record broken, again and again: each repair is told, though it
+// knows the former head no more, and leaves nothing for the next mount to say.
+TEST_F( Attach, RepairsAWildHeadAnewEachTime ) {
+   const std::string sound = makeTable();
+   auto geometry =
+      Detail::Geometry::of( layout.keySize, layout.recordSize, 10, 1024 );
+   TableReader reader( path, layout );
+   TableFollower follower( reader );
+   Followed followed{ contentOf( reader ) };
+   for ( uint64_t id = 1; id <= 5; ++id ) {
+      SCOPED_TRACE( id );
+      std::string bytes = bytesOf( path );
+      Position at = noPosition;
+      Record out;
+      Key key{ id, 0 };
+      ASSERT_EQ( reader.lookup( &key, &out, &at ), lookupFound );
+      auto* words =
+         reinterpret_cast<uint64_t*>( bytes.data() + geometry.indexOffset );
+      uint32_t slot = Detail::slotOf( words[at] );
+      bytes[geometry.slotsOffset + slot * geometry.slotStride + 40] ^= 4;
+      std::memset( bytes.data() + Detail::controlOffset, id % 2 ? 0xee : 0, 8 );
+      bytesAre( path, bytes );
+      {
+         TableWriter writer( path, layout, 10, options );
+         EXPECT_TRUE( writer.attachReport().resequenced );
+         EXPECT_EQ( writer.size(), 5 - id );
+      }
+      followed.drain( follower );
+      EXPECT_EQ( followed.content, contentOf( reader ) );
+      TableWriter next( path, layout, 10, options );
+      EXPECT_EQ( next.attachReport().texts, std::vector<Mox::String>() );
+   }
+   // The journal of an earlier time lies beyond a head that has started over.
+   TableWriter writer( path, layout, 10, options );
+   for ( uint64_t id = 1; id <= 5; ++id ) put( writer, id, 9 );
+   followed.drain( follower );
+   EXPECT_EQ( followed.content, contentOf( reader ) );
+}
+
 TEST_F( Attach, RefusesWhatCannotBeATable ) {
    Layout odd = layout;
    odd.recordSize = 47;

@@ -230,8 +230,8 @@ TEST_F( Kill, WhileChangingCapacityKeepsTheFormerInstance ) {
 }
 
 // Bytes as a stray pointer leaves them: the first key's record broken, the second's
-// word gone, the third's word at one place more.
-std::string damaged( std::string bytes, uint32_t capacity ) {
+// word gone, the third's word at one place more; the head, too, where `wild`.
+std::string damaged( std::string bytes, uint32_t capacity, bool wild ) {
    auto geometry =
       Detail::Geometry::of( sizeof( Key ), sizeof( Record ), capacity, 4 );
    auto* words = reinterpret_cast<uint64_t*>( bytes.data() + geometry.indexOffset );
@@ -247,11 +247,15 @@ std::string damaged( std::string bytes, uint32_t capacity ) {
    bytes[geometry.slotsOffset + slot * geometry.slotStride + 40] ^= 4;
    words[taken.at( 1 )] = 0;
    words[free] = words[taken.at( 2 )];
+   if ( wild ) std::memset( bytes.data() + Detail::controlOffset, 0xee, 8 );
    return bytes;
 }
 
 // A repair that is killed half way: the next one still tells followers of all.
-TEST_F( Kill, WhileRepairingDamageLosesNoNotice ) {
+class KillInRepair : public Kill, public testing::WithParamInterface<bool> {};
+INSTANTIATE_TEST_SUITE_P( Head, KillInRepair, testing::Bool() );
+
+TEST_P( KillInRepair, LosesNoNotice ) {
    {
       TableWriter writer( path, layout, capacity, options );
       for ( size_t i = 0; i < 9; ++i ) put( writer, ids[i], i );
@@ -259,7 +263,7 @@ TEST_F( Kill, WhileRepairingDamageLosesNoNotice ) {
    }
    const std::string former = bytesOf( path );
    const Content before = contentOf( TableReader( path, layout ) );
-   bytesAre( path, damaged( former, capacity ) );
+   bytesAre( path, damaged( former, capacity, GetParam() ) );
    Content expected;
    auto images = KillPoints::of( path, [&] {
       TableWriter writer( path, layout, capacity, options );
@@ -282,6 +286,9 @@ TEST_F( Kill, WhileRepairingDamageLosesNoNotice ) {
          EXPECT_EQ( contentOf( writer ), expected );
          EXPECT_EQ( writer.verify().damaged, 0u );
       } );
+      EXPECT_TRUE( TableWriter( dead, layout, capacity, options )
+                      .attachReport()
+                      .texts.empty() );
       followed.drain( follower );
       EXPECT_EQ( followed.content, expected );
       TableWriter writer( dead, layout, capacity, options );

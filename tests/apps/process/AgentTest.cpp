@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
+#include <random>
 
 #include "tests/apps/agent/Captures.h"
 #include "tests/apps/process/Site.h"
@@ -69,6 +71,47 @@ TEST_F( AgentProgram, SaysWhatItCouldNotTakeUp ) {
       << ended.err;
    EXPECT_NE( ended.err.find( "vrf default ipv6: 2 routes" ), std::string::npos )
       << ended.err;
+}
+
+// Some words of each table that hold anything, the headers' too in the last rounds.
+void damageTables( const std::string& root, std::mt19937_64& random,
+                   bool headers ) {
+   for ( const auto& entry :
+         std::filesystem::recursive_directory_iterator( root ) ) {
+      if ( !entry.is_regular_file() || entry.path().has_extension() ) continue;
+      std::string bytes = bytesOf( entry.path() );
+      std::vector<size_t> taken;
+      for ( size_t at = headers ? 0 : 8192; at + 8 <= bytes.size(); at += 8 ) {
+         if ( bytes.compare( at, 8, std::string( 8, '\0' ) ) != 0 )
+            taken.push_back( at );
+      }
+      std::fstream file( entry.path(),
+                         std::ios::in | std::ios::out | std::ios::binary );
+      for ( int i = 0; i < 6 && !taken.empty(); ++i ) {
+         size_t at = taken[random() % taken.size()] + random() % 8;
+         file.seekp( static_cast<std::streamoff>( at ) );
+         file.put( static_cast<char>( bytes[at] ^ static_cast<char>( random() ) ) );
+      }
+   }
+}
+
+// What can be repaired is, the rest starts empty; the next agent finds nothing left to
+// say.
+TEST_F( AgentProgram, StartsOverWhateverDamageAndEndsIt ) {
+   const uint64_t seed = std::random_device()();
+   SCOPED_TRACE( "seed " + std::to_string( seed ) );
+   std::mt19937_64 random( seed );
+   for ( int round = 0; round < 6 && !HasFailure(); ++round ) {
+      ASSERT_EQ( runToEnd( site.fedAgent( { "--exit-at-end" } ) ).status, 0 );
+      damageTables( site.root(), random, round >= 4 );
+      Ended repairing = runToEnd( site.agent( { "--exit-at-end" } ) );
+      EXPECT_EQ( repairing.status, 0 ) << repairing.err;
+      EXPECT_NE( repairing.err.find( site.root() ), std::string::npos )
+         << "no table is named: " << repairing.err;
+      Ended next = runToEnd( site.agent( { "--exit-at-end" } ) );
+      EXPECT_EQ( next.status, 0 ) << next.err;
+      EXPECT_EQ( next.err.find( site.root() ), std::string::npos ) << next.err;
+   }
 }
 
 TEST_F( AgentProgram, ExitsAtTheEndOfItsCaptures ) {

@@ -7,6 +7,8 @@
 //    reader      in another process, rebuilds the model from notifications; its peer
 //                builds the same model there directly, from the same values
 //    reconciler  in another process, loads the tables into a fresh model; same peer
+//    restart     a new writer takes the tables over and loads them; the longest slice
+//                against the quantum of 100 ms and one entry
 //
 // Prints one line a figure. `bench_export <routes> <interfaces a route> <rounds>`.
 
@@ -156,7 +158,8 @@ struct Side {
       double began = BenchClock::wall();
       auto restart =
          Brane::routeBraneRestartSmFactory( model, tables, role, &clock );
-      while ( !model->initialized() ) clock.pass();
+      while ( !model->initialized() )
+         longestSlice = std::max( longestSlice, clock.pass() );
       return BenchClock::wall() - began;
    }
 
@@ -164,6 +167,7 @@ struct Side {
    Corvex::EntityManager manager;
    Mox::Ptr<Status> model;
    Mox::Ptr<Brane::Status> tables;
+   double longestSlice = 0;  // s; of a reload
 };
 
 void check( size_t records, const Size& size ) {
@@ -269,6 +273,27 @@ void writeHere( const std::string& root, const Size& size, int ready, int go ) {
    wait( nullptr );
 }
 
+// After the writer has gone, as the next agent starts.
+void restart( const std::string& root, const Size& size ) {
+   std::vector<double> loaded;
+   for ( unsigned i = 0; i < size.rounds; ++i ) {
+      loaded.push_back( inChild( [&] {
+         double began = BenchClock::wall();
+         Side agent( root, ::Brane::tableWriter, size );
+         double mount = BenchClock::wall() - began;
+         double seconds = agent.reload( ::Brane::tableWriter );
+         check( agent.records(), size );
+         fmt::print(
+            "restart:    mount {:.0f} ms, reload {:.0f} ms, longest slice "
+            "{:.2f} ms\n",
+            1e3 * mount, 1e3 * seconds, 1e3 * agent.longestSlice );
+         std::fflush( stdout );
+         return seconds;
+      } ) );
+   }
+   fmt::print( "restart:    reload {:.0f} ms, median\n", 1e3 * median( loaded ) );
+}
+
 }
 }
 
@@ -293,6 +318,7 @@ int main( int argc, char** argv ) {
       return 0;
    }
    writeHere( name, size, ready[0], go[1] );
+   restart( name, size );
    std::filesystem::remove_all( name );
    return 0;
 }

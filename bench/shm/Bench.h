@@ -139,8 +139,12 @@ inline void used( const void* memory ) {
    __asm__ volatile( "" : : "r"( memory ) : "memory" );
 }
 
-// One line: figure, its base, the ratio and what it is to reach.
+// One line: figure, its base, the ratio and what it is to reach, 0 for nothing set.
 inline void row( const char* what, double figure, double base, double target ) {
+   if ( target == 0 ) {
+      printf( "  %-44s %10.1f %10.1f %7.2f\n", what, figure, base, figure / base );
+      return;
+   }
    printf( "  %-44s %10.1f %10.1f %7.2f %7.2f %s\n", what, figure, base,
            figure / base, target, figure / base <= target ? "" : "MISS" );
 }

@@ -23,19 +23,37 @@ class CopyPeer {
    std::byte* memory_;
 };
 
-// An LMDB environment without sync on the same file system. Null where the library
-// is missing.
-class LmdbPeer {
+// A keyed store of another maker. In an environment of its own per process; figures are
+// ns per record.
+class Peer {
  public:
-   static std::unique_ptr<LmdbPeer> make( const std::string& path,
-                                          const Size& size );
-   virtual ~LmdbPeer() = default;
-   // In an environment of its own per process: figures are ns per record.
+   virtual ~Peer() = default;
+   virtual double insert( const Keys& keys, std::byte* record ) = 0;
+   // Of the first `count` keys, which stand.
    virtual double writeSingle( const Keys& keys, std::byte* record,
                                size_t count ) = 0;
+   // By what its user has kept of each key. 0 here and below: no such operation.
+   virtual double writeHandle( const Keys&, std::byte* ) { return 0; }
    virtual double writeBatch( const Keys& keys, std::byte* record ) = 0;
    virtual double readSingle( const Keys& keys, std::byte* record ) = 0;
    virtual double readBatch( const Keys& keys, std::byte* record ) = 0;
 };
+
+// All on the tables' file system; null where the library was missing at configuration.
+using PeerFactory = std::unique_ptr<Peer> ( * )( const std::string& path,
+                                                 const Size& size );
+
+// LMDB without sync, a transaction a record or a batch.
+std::unique_ptr<Peer> lmdbPeer( const std::string& path, const Size& size );
+
+// DPDK's rte_hash, lock-free for readers, from key to a slot of a shared-memory file. A
+// record goes to a free slot, as in the tables; that no reader still copies from the slot
+// is not seen to, which would take its users a quiescent-state scheme beside it. In one
+// process: without huge pages it has no second.
+std::unique_ptr<Peer> rteHashPeer( const std::string& path, const Size& size );
+
+// Boost's unordered map in a managed mapped file, with a sharable mutex taken for each
+// record or batch.
+std::unique_ptr<Peer> boostPeer( const std::string& path, const Size& size );
 
 }

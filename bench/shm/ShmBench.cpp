@@ -1,10 +1,11 @@
-// The tables against memcpy and LMDB.
+// The tables against memcpy, LMDB, rte_hash and Boost.Interprocess.
 //
 //    bench_shm [A|B]     both without an argument
 //
 // Columns: ns per record, the base's ns per record, their ratio, what to reach.
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/inotify.h>
 
 #include <cmath>
@@ -61,7 +62,7 @@ class TableBench {
       writes( copy );
       reads( copy );
       remounts();
-      lmdb();
+      peers();
       if ( size_.records < 100000 ) latency();
       churn();
    }
@@ -81,13 +82,22 @@ class TableBench {
          }
       } );
    }
-   double rewriteSingle( TableWriter& writer ) {
+   double rewriteSingle( TableWriter& writer,
+                         const std::vector<Position>* positions = nullptr ) {
       return timed( visited_.count(), [&] {
          for ( size_t i = 0; i < visited_.count(); ++i ) {
             std::memcpy( record_.data(), visited_.at( i ), size_.keySize );
-            writer.put( record_.data() );
+            writer.put( record_.data(),
+                        positions ? ( *positions )[i] : noPosition );
          }
       } );
+   }
+   std::vector<Position> positionsIn( const TableWriter& writer ) const {
+      std::vector<Position> positions;
+      for ( size_t k = 0; k < visited_.count(); ++k ) {
+         positions.push_back( writer.positionAtOrBefore( visited_.at( k ) ) );
+      }
+      return positions;
    }
    double rewriteBatch( TableWriter& writer, std::vector<Position>* positions ) {
       std::vector<TableWriter::PutItem> items( batchSize );
@@ -118,17 +128,13 @@ class TableBench {
          base.push_back( copy.write( visited_, record_.data() ) );
          single.push_back( rewriteSingle( *writer ) );
          batch.push_back( rewriteBatch( *writer, nullptr ) );
-         std::vector<Position> positions;
-         for ( size_t k = 0; k < visited_.count(); ++k ) {
-            positions.push_back( writer->positionAtOrBefore( visited_.at( k ) ) );
-         }
+         std::vector<Position> positions = positionsIn( *writer );
          handle.push_back( rewriteBatch( *writer, &positions ) );
       }
       double memory = median( base );
-      single_ = median( single );
-      batch_ = median( batch );
-      row( "rewrite, single / memcpy", single_, memory, targets_.rewrite );
-      row( "rewrite, batch / memcpy", batch_, memory, targets_.rewriteBatch );
+      row( "rewrite, single / memcpy", median( single ), memory, targets_.rewrite );
+      row( "rewrite, batch / memcpy", median( batch ), memory,
+           targets_.rewriteBatch );
       row( "rewrite, handle and prefetch / memcpy", median( handle ), memory,
            targets_.rewriteHandle );
       row( "insert, single / memcpy", median( insert ), memory, targets_.insert );
@@ -225,29 +231,78 @@ class TableBench {
          [&] {
             while ( shared_.stage == 0 ) rewriteBatch( writer, nullptr );
          } );
-      shared_.stage = 0;
+      besideMirrors( writer, 1, targets_.mirror );
+      besideMirrors( writer, 3, 0 );
+      besideStopped( writer );
+   }
+
+   // Rewrites for 0.2 s at least.
+   double rewrites( TableWriter& writer ) {
+      std::vector<double> values;
+      double until = nowNs() + 2e8;
+      while ( values.size() < rounds || nowNs() < until ) {
+         values.push_back( rewriteSingle( writer ) );
+      }
+      return median( values );
+   }
+
+   void follow() {
+      TableReader reader( path_, layout_ );
+      TableFollower follower( reader );
+      uint64_t changes = 0;
+      ++shared_.stage;
+      while ( !shared_.stamp ) {
+         follower.drain( [&]( const Change& ) { ++changes; } );
+         usleep( 1000 );
+      }
+      if ( !changes ) abort();
+   }
+
+   // Each drains once a millisecond.
+   void besideMirrors( TableWriter& writer, uint64_t mirrors, double target ) {
+      shared_.stage = shared_.stamp = 0;
+      double alone = rewrites( writer );
+      std::function<void()> meanwhile = [&] {
+         while ( shared_.stage < mirrors ) usleep( 100 );
+         row( mirrors == 1 ? "write beside one mirror / alone"
+                           : "write beside three mirrors / alone",
+              rewrites( writer ), alone, target );
+         shared_.stamp = 1;
+      };
+      for ( uint64_t i = 0; i < mirrors; ++i ) {
+         meanwhile = [this, inner = std::move( meanwhile )] {
+            inReader( [this] { follow(); }, inner );
+         };
+      }
+      meanwhile();
+   }
+
+   // Stopped in the middle of a visit, having followed the table before.
+   void besideStopped( TableWriter& writer ) {
+      shared_.stage = shared_.stamp = 0;
+      double alone = rewrites( writer );
       inReader(
          [&] {
             TableReader reader( path_, layout_ );
             TableFollower follower( reader );
-            uint64_t changes = 0;
-            shared_.stage = 1;
-            while ( shared_.stage == 1 ) {
-               follower.drain( [&]( const Change& ) { ++changes; } );
-               usleep( 1000 );
-            }
-            if ( !changes ) abort();
+            uint32_t met = 0;
+            reader.visit( [&]( Position, const void* ) {
+               if ( ++met < size_.records / 2 ) return true;
+               shared_.stage = uint64_t( getpid() );
+               raise( SIGSTOP );
+               return false;
+            } );
          },
          [&] {
             while ( shared_.stage == 0 ) usleep( 100 );
-            std::vector<double> values;
-            double until = nowNs() + 2e8;
-            while ( values.size() < rounds || nowNs() < until ) {
-               values.push_back( rewriteSingle( writer ) );
-            }
-            row( "write beside one mirror / alone", median( values ), single_,
-                 targets_.mirror );
-            shared_.stage = 2;
+            auto pid = pid_t( shared_.stage );
+            int status = 0;
+            if ( waitpid( pid, &status, WUNTRACED ) != pid ||
+                 !WIFSTOPPED( status ) )
+               abort();
+            row( "write beside a stopped reader / alone", rewrites( writer ), alone,
+                 0 );
+            kill( pid, SIGCONT );
          } );
    }
 
@@ -262,29 +317,96 @@ class TableBench {
            shared_.figures[2], targets_.remount );
    }
 
-   void lmdb() {
-      // Single writes are slow there; a part of the table tells as much.
+   enum Figure {
+      inserts,
+      singles,
+      handles,
+      batches,
+      looks,
+      lookBatches,
+      figureCount
+   };
+
+   // A peer's operations and the table's in turns, in one process: medians of each in
+   // shared_. False where the peer is missing.
+   bool measure( const char* name, PeerFactory make ) {
+      // Single writes are slow in some; a part of the table tells as much.
       size_t part = std::min<size_t>( visited_.count(), 20000 );
+      std::string path = directory_ + "/" + name;
+      shared_.stage = 0;
       inReader( [&] {
-         auto peer = LmdbPeer::make( directory_ + "/lmdb", size_ );
-         if ( !peer ) return;
-         peer->writeBatch( inserted_, record_.data() );
-         std::vector<double> single, batch, readSingle, readBatch;
-         for ( int i = 0; i < 5; ++i ) {
-            single.push_back( peer->writeSingle( visited_, record_.data(), part ) );
-            batch.push_back( peer->writeBatch( visited_, record_.data() ) );
-            readSingle.push_back( peer->readSingle( visited_, record_.data() ) );
-            readBatch.push_back( peer->readBatch( visited_, record_.data() ) );
+         std::vector<double> theirs[figureCount], ours[figureCount];
+         std::unique_ptr<Peer> peer;
+         Writer writer;
+         for ( int i = 0; i < 3; ++i ) {
+            peer.reset();
+            std::filesystem::remove_all( path );
+            peer = make( path, size_ );
+            if ( !peer ) return;
+            theirs[inserts].push_back( peer->insert( inserted_, record_.data() ) );
+            writer.reset();
+            removeTableFiles( path_ );
+            writer = open();
+            ours[inserts].push_back( insertAll( *writer ) );
          }
-         fasterRow( "write, single, against LMDB", single_, median( single ),
-                    targets_.lmdbWrite );
-         fasterRow( "write, batch, against LMDB", batch_, median( batch ),
-                    targets_.lmdbWriteBatch );
-         fasterRow( "look-up, single, against LMDB", shared_.figures[0],
-                    median( readSingle ), targets_.lmdbLookup );
-         fasterRow( "look-up, batch, against LMDB", shared_.figures[1],
-                    median( readBatch ), targets_.lmdbLookupBatch );
+         TableReader reader( path_, layout_ );
+         std::vector<Position> positions = positionsIn( *writer );
+         for ( int i = 0; i < rounds; ++i ) {
+            std::byte* record = record_.data();
+            theirs[singles].push_back(
+               peer->writeSingle( visited_, record, part ) );
+            ours[singles].push_back( rewriteSingle( *writer ) );
+            theirs[handles].push_back( peer->writeHandle( visited_, record ) );
+            ours[handles].push_back( rewriteSingle( *writer, &positions ) );
+            theirs[batches].push_back( peer->writeBatch( visited_, record ) );
+            ours[batches].push_back( rewriteBatch( *writer, nullptr ) );
+            theirs[looks].push_back( peer->readSingle( visited_, record ) );
+            ours[looks].push_back( lookupSingle( reader ) );
+            theirs[lookBatches].push_back( peer->readBatch( visited_, record ) );
+            ours[lookBatches].push_back( lookupBatch( reader ) );
+         }
+         for ( int i = 0; i < figureCount; ++i ) {
+            shared_.figures[i] = median( ours[i] );
+            shared_.figures[figureCount + i] = median( theirs[i] );
+         }
+         peer.reset();
+         std::filesystem::remove_all( path );
+         shared_.stage = 1;
       } );
+      if ( !shared_.stage ) printf( "  no figures of %s\n", name );
+      return shared_.stage != 0;
+   }
+   void faster( const char* what, Figure figure, double target ) {
+      fasterRow( what, shared_.figures[figure],
+                 shared_.figures[figureCount + figure], target );
+   }
+   void compare( const char* what, Figure figure, double target ) {
+      row( what, shared_.figures[figure], shared_.figures[figureCount + figure],
+           target );
+   }
+
+   void peers() {
+      if ( measure( "LMDB", lmdbPeer ) ) {
+         faster( "write, single, against LMDB", singles, targets_.lmdbWrite );
+         faster( "write, batch, against LMDB", batches, targets_.lmdbWriteBatch );
+         faster( "look-up, single, against LMDB", looks, targets_.lmdbLookup );
+         faster( "look-up, batch, against LMDB", lookBatches,
+                 targets_.lmdbLookupBatch );
+      }
+      if ( measure( "rte_hash", rteHashPeer ) ) {
+         compare( "insert, single / rte_hash", inserts, 1 );
+         compare( "rewrite, single / rte_hash, former looked up", singles, 1 );
+         compare( "rewrite, handle / rte_hash, former known", handles, 1 );
+         compare( "look-up, single / rte_hash", looks, 1 );
+         compare( "look-up, batch / rte_hash", lookBatches, 1 );
+      }
+      if ( measure( "Boost.Interprocess", boostPeer ) ) {
+         compare( "insert, single / Boost.Interprocess", inserts, 0 );
+         compare( "rewrite, single / Boost.Interprocess", singles, 0 );
+         compare( "rewrite, batch / Boost.Interprocess", batches, 0 );
+         compare( "look-up, single / Boost.Interprocess", looks, 0 );
+         compare( "look-up, batch / Boost.Interprocess", lookBatches, 0 );
+      }
    }
 
    // From the writer's change to the value in a reader that slept, and from a bare
@@ -436,8 +558,6 @@ class TableBench {
    std::vector<std::byte> records_;
    std::vector<std::byte> record_;
    Shared& shared_;
-   double single_ = 0;
-   double batch_ = 0;
 };
 
 constexpr Size sizeA{ "A", 10000, 320, 40 };

@@ -74,15 +74,14 @@ struct AdvertisedConfig {
 
 // Both address families.
 struct VrfConfig {
-   static constexpr uint32_t defaultMrouteTable = 253;  // RT_TABLE_DEFAULT
-
    L3::VrfName name;
    uint32_t maxRoutes = 10000;
    uint32_t maxRouteIntfs = 600000;
    // Joins count only from neighbours that said hello (RFC 7761, 4.3.1).
    bool requireHello = true;
-   // The kernel's multicast routing table that stands for this VRF.
-   uint32_t mrouteTable = defaultMrouteTable;
+   // The kernel's multicast routing table that stands for this VRF; nothing: the one
+   // that it looks into where no rule says otherwise, another for each family.
+   std::optional<uint32_t> mrouteTable = std::nullopt;
    // Names of access lists, of each family; see SsmGroupInfo.h and FrrFilterSm.h.
    std::string ssmFilter, ssmFilter6;
    std::string frrFilter, frrFilter6;

@@ -205,13 +205,14 @@ void VrfReader::readName( Section& section, VrfConfig& out ) {
 void VrfReader::readMrouteTable( Section& section, VrfConfig& out ) {
    std::optional<Place> place = section.take( "mroute-table" );
    if ( !place ) return;
-   out.mrouteTable = Section::convert<uint32_t>( *place, "mroute-table" );
-   if ( out.mrouteTable == 0 || out.mrouteTable >= kMrouteTableEnd )
-      place->fail( fmt::format( "mroute-table: {} is not in 1 to {}",
-                                out.mrouteTable, kMrouteTableEnd - 1 ) );
-   auto [other, isNew] = mrouteTables_.emplace( out.mrouteTable, out.name );
+   auto table = Section::convert<uint32_t>( *place, "mroute-table" );
+   if ( table == 0 || table >= kMrouteTableEnd )
+      place->fail( fmt::format( "mroute-table: {} is not in 1 to {}", table,
+                                kMrouteTableEnd - 1 ) );
+   out.mrouteTable = table;
+   auto [other, isNew] = mrouteTables_.emplace( table, out.name );
    if ( !isNew )
-      place->fail( fmt::format( "mroute-table {} is VRF '{}'s", out.mrouteTable,
+      place->fail( fmt::format( "mroute-table {} is VRF '{}'s", table,
                                 other->second.name() ) );
 }
 

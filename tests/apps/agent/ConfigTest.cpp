@@ -62,7 +62,7 @@ TEST( Config, TheDocumentedExampleIsRead ) {
    EXPECT_EQ( vrf.advertised[1].rp, IpGenAddr( "1.1.1.2" ) );
    EXPECT_FALSE( vrf.advertised[0].anycast );
    EXPECT_TRUE( vrf.advertised[1].anycast );
-   EXPECT_EQ( vrf.mrouteTable, 253u );
+   EXPECT_EQ( vrf.mrouteTable, std::nullopt );
    EXPECT_EQ( config.vrfs[1].mrouteTable, 10u );
    EXPECT_EQ( config.vrfs[1].interfaces[0].name, Vantu::IntfId( "eth2" ) );
 }

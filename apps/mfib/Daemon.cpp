@@ -1,0 +1,178 @@
+#include "apps/mfib/Daemon.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "apps/mfib/Capabilities.h"
+
+namespace Forwarding {
+namespace {
+
+using Agent::InterfaceConfig;
+using Agent::VrfConfig;
+using Vantu::AddressFamily;
+
+bool hasFamily( const VrfConfig& vrf, AddressFamily family ) {
+   auto isOf = [&]( const Agent::InterfaceAddress& own ) {
+      return own.address.family() == family;
+   };
+   return std::any_of( vrf.interfaces.begin(), vrf.interfaces.end(),
+                       [&]( const InterfaceConfig& interface ) {
+                          return std::any_of( interface.addresses.begin(),
+                                              interface.addresses.end(), isOf );
+                       } );
+}
+
+// Where the kernel looks when no rule (ip-mrule(8)) says otherwise.
+uint32_t kernelsTable( AddressFamily family ) {
+   return family == AddressFamily::ipv4 ? RT_TABLE_DEFAULT : RT_TABLE_MAIN;
+}
+
+FamilyConfig familyOf( const VrfConfig& vrf, AddressFamily family ) {
+   FamilyConfig out{ vrf.name,
+                     family,
+                     vrf.mrouteTable.value_or( kernelsTable( family ) ),
+                     vrf.maxRoutes,
+                     {} };
+   for ( const InterfaceConfig& interface : vrf.interfaces )
+      out.interfaces.push_back( interface.name );
+   return out;
+}
+
+// One table is one socket.
+std::string socketName( const FamilyConfig& config ) {
+   return fmt::format( "mroute-{}-{}", Vantu::valueToStrep( config.family ),
+                       config.table );
+}
+
+void check( const FamilyConfig& next, const std::vector<FamilyConfig>& others ) {
+   if ( next.interfaces.size() > kMaxVifs ) {
+      throw std::runtime_error( fmt::format(
+         "vrf {} has {} interfaces; the kernel forwards between {} of a table at "
+         "most",
+         next.vrf.name(), next.interfaces.size(), kMaxVifs ) );
+   }
+   for ( const FamilyConfig& other : others ) {
+      if ( other.family != next.family || other.table != next.table ) continue;
+      throw std::runtime_error( fmt::format(
+         "VRFs '{}' and '{}' have one mroute-table, {}; give each its own",
+         other.vrf.name(), next.vrf.name(), next.table ) );
+   }
+}
+
+// Also says whether it was kept.
+std::pair<SharedFd, bool> socketFor( const FamilyConfig& config,
+                                     SocketStore& store ) {
+   SharedFd kept = store.take( socketName( config ) );
+   if ( kept != nullptr && isMrtSocket( config.family, kept->value() ) )
+      return { kept, true };
+   SharedFd opened = openMrtSocket( config.family, config.table );
+   store.keep( socketName( config ), opened );
+   return { opened, false };
+}
+
+}
+
+std::vector<FamilyConfig> familiesOf( const Agent::AgentConfig& config ) {
+   std::vector<FamilyConfig> out;
+   for ( const VrfConfig& vrf : config.vrfs ) {
+      for ( AddressFamily family : { AddressFamily::ipv4, AddressFamily::ipv6 } ) {
+         if ( !hasFamily( vrf, family ) ) continue;
+         FamilyConfig next = familyOf( vrf, family );
+         check( next, out );
+         out.push_back( std::move( next ) );
+      }
+   }
+   if ( out.empty() )
+      throw std::runtime_error(
+         "the configuration names no interface with an address" );
+   return out;
+}
+
+Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
+                std::vector<FamilyConfig> families, const DaemonOptions& options,
+                Family::Say say )
+   : Notifiee( &clock ),
+     loop_( loop ),
+     clock_( clock ),
+     counterInterval_( options.counterInterval ),
+     say_( std::move( say ) ) {
+   SocketStore store;
+   std::vector<std::unique_ptr<MrtTable>> kernels;
+   for ( const FamilyConfig& config : families ) {
+      auto [socket, kept] = socketFor( config, store );
+      say_( fmt::format( "{}: table {}, {} socket", nameOf( config ), config.table,
+                         kept ? "kept" : "new" ) );
+      kernels.push_back(
+         std::make_unique<MrtTable>( socket, config.family, config.table ) );
+   }
+   store.dropOthers();
+   dropCapabilities();
+   for ( const auto& kernel : kernels ) kernel->makeReady();
+   manager_ = std::make_unique<Corvex::EntityManager>( clock, &loop, options.root );
+   links_ = std::make_unique<Links>( loop, [this] {
+      eachFamily( []( Family& family ) { family.handleLinks(); } );
+   } );
+   for ( size_t i = 0; i < families.size(); ++i )
+      add( families[i], std::move( kernels[i] ) );
+   turnEnd_ = std::make_unique<Mox::Loop::TurnEnd>( loop, [this] {
+      eachFamily( []( Family& family ) { family.handleTurnEnd(); } );
+   } );
+   if ( counterInterval_ > 0.0 ) wakeupTimeIs( clock.now() + counterInterval_ );
+   store.tellReady();
+}
+
+void Daemon::add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel ) {
+   SharedFd socket = kernel->socket();
+   auto family = std::make_unique<Family>(
+      config, std::move( kernel ), links_->table(), *manager_, clock_, say_ );
+   Family* plain = family.get();
+   auto watcher = std::make_unique<Mox::Loop::FdWatcher>(
+      loop_, socket->value(), [plain] { plain->takeUpcalls(); } );
+   members_.push_back( { std::move( family ), std::move( watcher ), socket } );
+}
+
+// The kernel may refuse an answer for a while: said once, and tried again.
+template <class Call>
+void Daemon::eachFamily( Call call ) {
+   for ( const Member& member : members_ ) {
+      try {
+         call( *member.family );
+      } catch ( const std::system_error& e ) {
+         if ( problem_ != e.what() ) say_( e.what() );
+         problem_ = e.what();
+      }
+   }
+}
+
+void Daemon::onTime() {
+   eachFamily( []( Family& family ) { family.publishCounters(); } );
+   wakeupTimeIs( clock_.now() + counterInterval_ );
+}
+
+void Daemon::configIs( const std::vector<FamilyConfig>& families ) {
+   auto same = []( const FamilyConfig& a, const FamilyConfig& b ) {
+      return a.vrf == b.vrf && a.family == b.family && a.table == b.table;
+   };
+   for ( const FamilyConfig& next : families ) {
+      auto member = std::find_if(
+         members_.begin(), members_.end(),
+         [&]( const Member& m ) { return same( m.family->config(), next ); } );
+      if ( member == members_.end() ) {
+         say_( nameOf( next ) + ": forwarded from the next start on" );
+      } else {
+         member->family->interfacesIs( next.interfaces );
+      }
+   }
+   for ( const Member& member : members_ ) {
+      const FamilyConfig& config = member.family->config();
+      if ( std::none_of( families.begin(), families.end(), [&]( const auto& next ) {
+              return same( config, next );
+           } ) )
+         say_( nameOf( config ) + ": forwarded until the next start" );
+   }
+}
+
+}

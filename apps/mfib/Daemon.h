@@ -1,0 +1,60 @@
+// The forwarding process: all VRFs and families of a configuration.
+//
+// Start-up in order: the kernel's tables by kept or new sockets, which are handed over
+// for keeping at once; then every capability is dropped; then interfaces, tables and
+// mirrors. Event-loop thread only.
+#pragma once
+
+#include "apps/agent/config/AgentConfig.h"
+#include "apps/mfib/Family.h"
+#include "apps/mfib/Links.h"
+#include "apps/mfib/SocketStore.h"
+#include "platform/loop/RealClock.h"
+
+namespace Forwarding {
+
+// What the configuration asks for: a member for each VRF and family in which an
+// interface has an address; each with all interfaces of the VRF. Throws
+// std::runtime_error: no such interface, two VRFs with one table, too many interfaces.
+std::vector<FamilyConfig> familiesOf( const Agent::AgentConfig& config );
+
+struct DaemonOptions {
+   std::string root = Corvex::EntityManager::defaultRoot;
+   double counterInterval = 1.0;  // s; 0: never
+};
+
+class Daemon : private Mox::Clock::Notifiee {
+ public:
+   // `loop` and `clock` outlive it. Throws std::runtime_error and what mounting
+   // throws. Drops the capabilities of the process.
+   Daemon( Mox::Loop& loop, Mox::RealClock& clock,
+           std::vector<FamilyConfig> families, const DaemonOptions& options,
+           Family::Say say );
+
+   // Interfaces come and go; other changes are told to need a start.
+   void configIs( const std::vector<FamilyConfig>& families );
+
+ private:
+   struct Member {
+      std::unique_ptr<Family> family;
+      std::unique_ptr<Mox::Loop::FdWatcher> watcher;
+      SharedFd socket;
+   };
+
+   void onTime() override;
+   void add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel );
+   template <class Call>
+   void eachFamily( Call call );
+
+   Mox::Loop& loop_;
+   Mox::RealClock& clock_;
+   double counterInterval_;
+   Family::Say say_;
+   std::unique_ptr<Corvex::EntityManager> manager_;
+   std::unique_ptr<Links> links_;
+   std::vector<Member> members_;
+   std::unique_ptr<Mox::Loop::TurnEnd> turnEnd_;
+   std::string problem_;
+};
+
+}

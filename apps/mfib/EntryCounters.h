@@ -1,0 +1,18 @@
+// The kernel's counters of its entries, in the table `cache`. Event-loop thread only.
+#pragma once
+
+#include <functional>
+
+#include "apps/mfib/KernelTable.h"
+#include "apps/published/MfibStatus.h"
+
+namespace Forwarding {
+
+// Publishes what changed since the table was written. Entries that `wanted` says no to
+// are left out; a record without an entry goes. `now`: s on CLOCK_MONOTONIC. Throws
+// std::system_error.
+void publishEntryCounters(
+   const KernelTable& kernel, Published::MfibStatus& tables,
+   const std::function<bool( const Routing::Pim::RouteKey& )>& wanted, double now );
+
+}

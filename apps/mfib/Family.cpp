@@ -1,0 +1,124 @@
+#include "apps/mfib/Family.h"
+
+#include <fmt/format.h>
+
+#include "apps/mfib/EntryCounters.h"
+
+namespace Forwarding {
+
+namespace Sm = Routing::Pim::SparseMode;
+using Published::MfibStatus;
+
+std::string nameOf( const FamilyConfig& config ) {
+   return fmt::format( "vrf {} {}", config.vrf.name(),
+                       Vantu::valueToStrep( config.family ) );
+}
+
+Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
+                const LinkTable& links, Corvex::EntityManager& manager,
+                Mox::Clock& clock, const Say& say )
+   : config_( std::move( config ) ),
+     kernel_( std::move( kernel ) ),
+     links_( links ),
+     clock_( clock ),
+     say_( [name = nameOf( config_ ), say]( const std::string& text ) {
+        say( name + ": " + text );
+     } ),
+     published_( MfibStatus::mount(
+        manager, MfibStatus::mountPath( config_.family, config_.vrf ),
+        Brane::tableWriter, config_.maxRoutes ) ),
+     vifs_( *kernel_, published_, say_ ),
+     unsure_( !vifs_.adopt( links ) ),
+     upcalls_( nameOf( config_ ), published_ ),
+     model_( Sm::statusFactory( config_.vrf ) ),
+     tables_( Sm::Brane::Status::mountInDependencyOrder(
+        manager, Sm::Brane::Status::mountPath( config_.family, config_.vrf ),
+        Brane::tableReader, nullptr ) ),
+     reader_( Sm::Brane::routeBraneReaderSmFactory( model_, tables_ ) ),
+     restart_( Sm::Brane::routeBraneRestartSmFactory(
+        model_, tables_, Brane::tableReader, &clock ) ),
+     mfib_( std::make_unique<Mfib>( nameOf( config_ ), model_, tables_, vifs_,
+                                    *kernel_, clock ) ) {
+   vifs_.namesIs( config_.interfaces );
+   vifs_.update( links );
+}
+
+void Family::interfacesIs( std::vector<Vantu::IntfId> interfaces ) {
+   config_.interfaces = std::move( interfaces );
+   vifs_.namesIs( config_.interfaces );
+   vifs_.update( links_ );
+   mfib_->markAll();
+}
+
+void Family::handleLinks() {
+   if ( vifs_.update( links_ ) ) mfib_->markAll();
+}
+
+void Family::takeUpcalls() {
+   for ( unsigned count = 0; count < maxUpcallsATurn; ++count ) {
+      std::optional<Upcall> upcall = kernel_->nextUpcall();
+      if ( !upcall ) return;
+      Vantu::IntfId name = vifs_.name( upcall->vif );
+      if ( name.empty() ) continue;
+      upcalls_.add( { upcall->key, name }, upcall->kind, clock_.now() );
+   }
+}
+
+void Family::publishCounters() {
+   vifs_.publishCounters();
+   if ( !mfib_->started() ) return;
+   publishEntryCounters(
+      *kernel_, *published_,
+      [this]( const Routing::Pim::RouteKey& key ) { return mfib_->has( key ); },
+      clock_.now() );
+}
+
+// Tables that are not there yet load as empty ones: what stands in the kernel would go.
+bool Family::loaded() const {
+   auto whole = []( const MoxBrane::TableBase& table ) {
+      return table.control()->mountStatus() == MoxBrane::mountReady &&
+             table.control()->quiesced();
+   };
+   return model_->initialized() && whole( tables_->route() ) &&
+          whole( tables_->routeIntf() );
+}
+
+void Family::start() {
+   constexpr int kTries = 3;
+   std::vector<StandingEntry> standing;
+   for ( int i = 0; i < kTries; ++i ) {
+      standing.clear();
+      if ( kernel_->visit(
+              [&]( const StandingEntry& entry ) { standing.push_back( entry ); } ) )
+         break;
+   }
+   mfib_->start( standing, unsure_ );
+}
+
+// One that stays is said once.
+void Family::tellProblem() {
+   std::string problem;
+   for ( const MoxBrane::TableBase* table :
+         { static_cast<const MoxBrane::TableBase*>( &tables_->route() ),
+           static_cast<const MoxBrane::TableBase*>( &tables_->routeIntf() ) } ) {
+      MoxBrane::MountStatus status = table->control()->mountStatus();
+      if ( status == MoxBrane::mountMismatch || status == MoxBrane::mountDamaged )
+         problem = table->control()->problem();
+   }
+   if ( problem == problem_ ) return;
+   problem_ = problem;
+   if ( !problem.empty() ) say_( problem );
+}
+
+void Family::handleTurnEnd() {
+   tellProblem();
+   if ( !mfib_->started() && loaded() ) start();
+   if ( !mfib_->started() ) return;
+   mfib_->write();
+   if ( told_ || !mfib_->idle() ) return;
+   told_ = true;
+   say_( fmt::format( "in step: {} entries, {} written, {} removed", mfib_->size(),
+                      mfib_->written(), mfib_->removed() ) );
+}
+
+}

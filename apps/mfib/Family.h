@@ -1,0 +1,80 @@
+// The forwarding of one VRF and family: the mirror of the agent's tables, the kernel's
+// table, and what is published of it.
+//
+// Start-up: the interfaces are given to the kernel; the mirror loads; then what stands in
+// the kernel is compared with it, and only differences are written. While there are no
+// tables, or the agent has gone, the kernel goes on with what it has.
+// Event-loop thread only.
+#pragma once
+
+#include <memory>
+
+#include "apps/mfib/Mfib.h"
+#include "apps/mfib/Upcalls.h"
+#include "export/RouteBraneRestartSm.h"
+#include "platform/loop/Loop.h"
+
+namespace Forwarding {
+
+struct FamilyConfig {
+   L3::VrfName vrf;
+   Vantu::AddressFamily family = Vantu::AddressFamily::ipv4;
+   uint32_t table = 0;  // the kernel's number
+   uint32_t maxRoutes = 0;
+   std::vector<Vantu::IntfId> interfaces;
+};
+
+// "vrf default ipv4"
+std::string nameOf( const FamilyConfig& config );
+
+class Family {
+ public:
+   static constexpr unsigned maxUpcallsATurn = 256;
+
+   // Lines for people.
+   using Say = std::function<void( const std::string& )>;
+
+   // `kernel` owns the table; the others outlive the family. Throws what mounting
+   // throws (Brane::SecondWriterError, Brane::CreateError).
+   Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
+           const LinkTable& links, Corvex::EntityManager& manager,
+           Mox::Clock& clock, const Say& say );
+
+   const FamilyConfig& config() const { return config_; }
+   const Mfib& mfib() const { return *mfib_; }
+
+   // Other interfaces.
+   void interfacesIs( std::vector<Vantu::IntfId> interfaces );
+   // The host's interfaces changed.
+   void handleLinks();
+   // The kernel's socket is readable.
+   void takeUpcalls();
+   // Publishes the kernel's counters. Throws std::system_error.
+   void publishCounters();
+   // At the end of each turn of the loop. Throws std::system_error.
+   void handleTurnEnd();
+
+ private:
+   bool loaded() const;
+   void start();
+   void tellProblem();
+
+   FamilyConfig config_;
+   std::unique_ptr<KernelTable> kernel_;
+   const LinkTable& links_;
+   Mox::Clock& clock_;
+   Say say_;
+   Mox::Ptr<Published::MfibStatus> published_;
+   Vifs vifs_;
+   bool unsure_;
+   Upcalls upcalls_;
+   Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
+   Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables_;
+   Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneReaderSm> reader_;
+   Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneRestartSm> restart_;
+   std::unique_ptr<Mfib> mfib_;
+   std::string problem_;
+   bool told_ = false;  // that all is written
+};
+
+}

@@ -1,0 +1,110 @@
+#include "apps/mfib/KernelMessages.h"
+
+#include <linux/mroute.h>
+#include <linux/mroute6.h>
+#include <unistd.h>
+
+namespace Forwarding {
+namespace {
+
+using Netlink::Bytes;
+using Routing::Pim::RouteKey;
+using Vantu::AddressFamily;
+using Vantu::IpGenAddr;
+
+// One that no packet can have, or be sent to.
+bool isFlow( const RouteKey& key ) {
+   return key.group.isMulticast() && !key.source.isMulticast() &&
+          !key.source.isUnspecified();
+}
+
+std::optional<Published::UpcallKind> kindOf( unsigned type, unsigned noCache,
+                                             unsigned wrongVif ) {
+   if ( type == noCache ) return Published::noCacheUpcall;
+   if ( type == wrongVif ) return Published::wrongVifUpcall;
+   return std::nullopt;
+}
+
+std::optional<Upcall> checked( const Upcall& upcall,
+                               std::optional<Published::UpcallKind> kind ) {
+   if ( !kind || upcall.vif >= kMaxVifs || !isFlow( upcall.key ) )
+      return std::nullopt;
+   return Upcall{ upcall.key, upcall.vif, *kind };
+}
+
+std::optional<Upcall> readUpcall4( Bytes packet ) {
+   std::optional<igmpmsg> message = Netlink::valueOf<igmpmsg>( packet );
+   // Where an IP header has its protocol, which is never 0.
+   if ( !message || message->im_mbz != 0 ) return std::nullopt;
+   unsigned vif = message->im_vif + 256U * message->im_vif_hi;
+   return checked(
+      { { IpGenAddr( message->im_src ), IpGenAddr( message->im_dst ) }, vif },
+      kindOf( message->im_msgtype, IGMPMSG_NOCACHE, IGMPMSG_WRONGVIF ) );
+}
+
+std::optional<Upcall> readUpcall6( Bytes packet ) {
+   std::optional<mrt6msg> message = Netlink::valueOf<mrt6msg>( packet );
+   // Where ICMPv6 has its type.
+   if ( !message || message->im6_mbz != 0 ) return std::nullopt;
+   return checked(
+      { { IpGenAddr( message->im6_src ), IpGenAddr( message->im6_dst ) },
+        message->im6_mif },
+      kindOf( message->im6_msgtype, MRT6MSG_NOCACHE, MRT6MSG_WRONGMIF ) );
+}
+
+// The threshold that the kernel gives to an interface it does not send out of.
+constexpr unsigned kNoThreshold = 255;
+
+std::vector<uint32_t> readNexthops( Bytes list ) {
+   std::vector<uint32_t> indexes;
+   while ( auto hop = Netlink::valueOf<rtnexthop>( list ) ) {
+      if ( hop->rtnh_len < sizeof *hop || hop->rtnh_len > list.size() ) break;
+      if ( hop->rtnh_hops < kNoThreshold && hop->rtnh_ifindex > 0 )
+         indexes.push_back( static_cast<uint32_t>( hop->rtnh_ifindex ) );
+      list = list.subspan(
+         std::min<size_t>( list.size(), RTNH_ALIGN( hop->rtnh_len ) ) );
+   }
+   return indexes;
+}
+
+}
+
+std::optional<Upcall> readUpcall( AddressFamily family, Bytes packet ) {
+   return family == AddressFamily::ipv4 ? readUpcall4( packet )
+                                        : readUpcall6( packet );
+}
+
+std::optional<StandingEntry> readEntry( const Netlink::Message& message,
+                                        AddressFamily family, uint32_t table ) {
+   const auto* body = message.body<rtmsg>();
+   if ( message.type() != RTM_NEWROUTE || body == nullptr ||
+        body->rtm_type != RTN_MULTICAST ||
+        ( body->rtm_flags & RTNH_F_UNRESOLVED ) != 0 ||
+        Netlink::familyOf( body->rtm_family ) != family )
+      return std::nullopt;
+   Netlink::Attributes attributes = message.attributes<rtmsg>();
+   if ( attributes.value<uint32_t>( RTA_TABLE ).value_or( body->rtm_table ) !=
+        table )
+      return std::nullopt;
+   auto group = attributes.address( RTA_DST, family );
+   if ( !group || !group->isMulticast() ) return std::nullopt;
+   StandingEntry entry;
+   entry.key = { attributes.address( RTA_SRC, family )
+                    .value_or( IpGenAddr::unspecified( family ) ),
+                 *group };
+   entry.incomingIndex = attributes.value<uint32_t>( RTA_IIF ).value_or( 0 );
+   entry.outgoingIndexes =
+      readNexthops( attributes.find( RTA_MULTIPATH ).value_or( Bytes() ) );
+   if ( auto stats = attributes.value<rta_mfc_stats>( RTA_MFC_STATS ) ) {
+      entry.packets = stats->mfcs_packets;
+      entry.bytes = stats->mfcs_bytes;
+      entry.wrongIf = stats->mfcs_wrong_if;
+   }
+   static const auto kTicks = static_cast<double>( sysconf( _SC_CLK_TCK ) );
+   entry.idle = static_cast<double>(
+                   attributes.value<uint64_t>( RTA_EXPIRES ).value_or( 0 ) ) /
+                kTicks;
+   return entry;
+}
+
+}

@@ -1,0 +1,72 @@
+// One multicast routing table of the kernel, as the forwarding process uses it: the seam
+// behind which tests put a table of their own.
+//
+// A vif is the kernel's number, 0 to 31, of an interface in this table. Failures are
+// errno values; 0: done.
+#pragma once
+
+#include <bitset>
+#include <functional>
+#include <optional>
+
+#include "apps/published/MfibRecords.h"
+
+namespace Forwarding {
+
+constexpr unsigned kMaxVifs = 32;
+
+using VifSet = std::bitset<kMaxVifs>;
+
+// What the kernel shall do with the packets of an (S,G), or of the group where no
+// (S,G) entry says otherwise.
+struct Entry {
+   Routing::Pim::RouteKey key;
+   unsigned incoming = 0;
+   VifSet outgoing;
+
+   bool operator==( const Entry& ) const = default;
+};
+
+// One that stands in the kernel, in the kernel's words.
+struct StandingEntry {
+   Routing::Pim::RouteKey key;
+   uint32_t incomingIndex = 0;  // of the interface; 0: it has gone
+   std::vector<uint32_t> outgoingIndexes;
+   uint64_t packets = 0;  // all, also those that came in elsewhere
+   uint64_t bytes = 0;
+   uint64_t wrongIf = 0;
+   double idle = 0.0;  // s since the last; of no meaning before the first
+};
+
+struct VifCounters {
+   uint64_t packetsIn = 0, bytesIn = 0, packetsOut = 0, bytesOut = 0;
+};
+
+struct Upcall {
+   Routing::Pim::RouteKey key;
+   unsigned vif = 0;
+   Published::UpcallKind kind = Published::noCacheUpcall;
+};
+
+class KernelTable {
+ public:
+   virtual ~KernelTable() = default;
+
+   virtual int vifIs( unsigned vif, uint32_t ifIndex ) = 0;
+   virtual int vifDel( unsigned vif ) = 0;
+   // Nothing where the kernel has no such vif.
+   virtual std::optional<VifCounters> vif( unsigned vif ) const = 0;
+
+   // Makes the entry, or replaces the one of its key.
+   virtual int entryIs( const Entry& entry ) = 0;
+   virtual int entryDel( const Routing::Pim::RouteKey& key ) = 0;
+   // False: it changed meanwhile, and something may be missing. Throws
+   // std::system_error.
+   virtual bool visit(
+      const std::function<void( const StandingEntry& )>& visitor ) const = 0;
+
+   // The next that waits; nothing when there is none.
+   virtual std::optional<Upcall> nextUpcall() = 0;
+};
+
+}

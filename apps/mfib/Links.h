@@ -1,0 +1,43 @@
+// The host's interfaces by name, followed as they come, go and are renamed.
+// Event-loop thread only.
+#pragma once
+
+#include <functional>
+#include <map>
+
+#include "apps/netlink/Notifications.h"
+#include "platform/net/IntfId.h"
+
+namespace Forwarding {
+
+// What is known of them; plain, so that tests can say it.
+class LinkTable {
+ public:
+   // 0: there is none of that name.
+   uint32_t index( Vantu::IntfId name ) const;
+
+   void linkIs( uint32_t index, Vantu::IntfId name ) { names_[index] = name; }
+   void linkDel( uint32_t index ) { names_.erase( index ); }
+   void clear() { names_.clear(); }
+
+ private:
+   std::map<uint32_t, Vantu::IntfId> names_;
+};
+
+class Links {
+ public:
+   // `changed` is called after each change. Throws std::system_error.
+   Links( Mox::Loop& loop, Mox::Loop::Function changed );
+
+   const LinkTable& table() const { return table_; }
+
+ private:
+   void reload();
+   void take( const Netlink::Message& message );
+
+   LinkTable table_;
+   Mox::Loop::Function changed_;
+   Netlink::Notifications notifications_;
+};
+
+}

@@ -1,0 +1,178 @@
+#include "apps/mfib/Mfib.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "apps/published/Incoming.h"
+#include "platform/trace/Trace.h"
+
+namespace Forwarding {
+
+MOX_TRACE_FACILITY( trace, "Pimsm::Mfib" )
+
+namespace Sm = Routing::Pim::SparseMode;
+
+std::optional<Entry> wantedEntry( const Sm::Route& route, const Vifs& vifs ) {
+   const Routing::Pim::RouteKey& key = route.key();
+   if ( !key.group.isMulticast() || key.group.isLinkLocalMulticast() )
+      return std::nullopt;
+   std::optional<unsigned> incoming = vifs.vif( Published::incomingIntf( route ) );
+   if ( !incoming ) return std::nullopt;
+   Entry entry{ key, *incoming, {} };
+   for ( const Sm::Intf& intf : route.routeIntf() ) {
+      if ( !intf.forward() ) continue;
+      if ( auto vif = vifs.vif( intf.intfId() ) ) entry.outgoing.set( *vif );
+   }
+   // The kernel finds a (*,G) entry only by an interface that it sends out of, and
+   // does not send back by the one that the packet came in by; of an (S,G) entry's
+   // incoming interface it would.
+   entry.outgoing.set( *incoming, key.source.isUnspecified() );
+   return entry;
+}
+
+Mfib::Mfib( const std::string& name, Model model, Tables tables, const Vifs& vifs,
+            KernelTable& kernel, Mox::Clock& clock )
+   : Mox::Clock::Notifiee( &clock ),
+     model_( std::move( model ) ),
+     tables_( std::move( tables ) ),
+     vifs_( vifs ),
+     kernel_( kernel ),
+     writes_( name, "entriesWritten" ),
+     removals_( name, "entriesRemoved" ),
+     refusals_( name, "entriesRefused" ) {
+   notifierIs( tables_.get() );
+}
+
+void Mfib::start( const std::vector<StandingEntry>& standing, bool unsure ) {
+   for ( const StandingEntry& told : standing ) {
+      std::optional<unsigned> incoming = vifs_.vifOfIndex( told.incomingIndex );
+      Entry entry{ told.key, incoming.value_or( 0 ), {} };
+      for ( uint32_t index : told.outgoingIndexes ) {
+         if ( auto vif = vifs_.vifOfIndex( index ) ) entry.outgoing.set( *vif );
+      }
+      // A number that no interface has: equal to nothing that is wanted.
+      if ( unsure || !incoming ) entry.incoming = kMaxVifs;
+      standing_.emplace( told.key, entry );
+   }
+   started_ = true;
+   markAll();
+}
+
+void Mfib::markAll() {
+   if ( !started_ ) return;
+   const double settled = clock()->now() - settleTime;
+   for ( const Sm::Route& route : model_->route() ) {
+      routes_.insert( route.key() );
+      markAt( route.key(), settled );
+   }
+   for ( const auto& [key, entry] : standing_ ) markAt( key, settled );
+}
+
+// An (S,G) route comes in along the shared tree until it is on the source tree.
+void Mfib::mark( const RouteKey& key ) {
+   if ( !started_ ) return;
+   const double now = clock()->now();
+   if ( model_->route( key ) != nullptr ) {
+      routes_.insert( key );
+   } else {
+      routes_.erase( key );
+   }
+   markAt( key, now );
+   if ( !key.source.isUnspecified() ) return;
+   for ( auto it = routes_.upper_bound( key );
+         it != routes_.end() && it->group == key.group; ++it )
+      markAt( *it, now );
+}
+
+void Mfib::markAt( const RouteKey& key, double time ) {
+   marked_[key] = time;
+}
+
+std::optional<Entry> Mfib::wanted( const RouteKey& key ) const {
+   Mox::Ptr<const Sm::Route> route = model_->route( key );
+   return route == nullptr ? std::nullopt : wantedEntry( *route, vifs_ );
+}
+
+// Where packets of the key go now: by its own entry, else by the (*,G) one, which names
+// its incoming interface only to be found.
+VifSet Mfib::reached( const RouteKey& key ) const {
+   auto entry = standing_.find( key );
+   if ( entry == standing_.end() ) {
+      entry = standing_.find(
+         { Vantu::IpGenAddr::unspecified( key.group.family() ), key.group } );
+   }
+   if ( entry == standing_.end() ) return VifSet();
+   VifSet out = entry->second.outgoing;
+   bool shared = entry->first.source.isUnspecified();
+   if ( shared && entry->second.incoming < kMaxVifs )
+      out.reset( entry->second.incoming );
+   return out;
+}
+
+bool Mfib::takesAway( const RouteKey& key,
+                      const std::optional<Entry>& wanted ) const {
+   VifSet left = reached( key );
+   if ( wanted ) {
+      left &= ~wanted->outgoing;
+      left.reset( wanted->incoming );
+   }
+   return left.any();
+}
+
+int Mfib::bring( const RouteKey& key, const std::optional<Entry>& wanted ) {
+   if ( wanted ) {
+      if ( int error = kernel_.entryIs( *wanted ) ) return error;
+      standing_[key] = *wanted;
+      writes_.inc();
+      return 0;
+   }
+   int error = kernel_.entryDel( key );
+   if ( error != 0 && error != ENOENT ) return error;
+   standing_.erase( key );
+   removals_.inc();
+   return 0;
+}
+
+void Mfib::write() {
+   if ( marked_.empty() ) return;
+   const double now = clock()->now();
+   double next = Mox::Clock::never;
+   unsigned writes = 0;
+   for ( auto it = marked_.begin(); it != marked_.end(); ) {
+      const RouteKey key = it->first;
+      std::optional<Entry> entry = wanted( key );
+      auto standing = standing_.find( key );
+      bool same = entry ? standing != standing_.end() && standing->second == *entry
+                        : standing == standing_.end();
+      double due = now;
+      if ( !same && takesAway( key, entry ) ) due = it->second + settleTime;
+      auto refused = refused_.find( key );
+      if ( !same && refused != refused_.end() )
+         due = std::max( due, refused->second );
+      if ( due <= now && !same ) {
+         if ( writes++ == maxWrites ) {
+            next = now;
+            break;
+         }
+         if ( int error = bring( key, entry ) ) {
+            MOX_TRACE(
+               trace, 0,
+               "the kernel refuses " << key << ": " << std::strerror( error ) );
+            refusals_.inc();
+            due = refused_[key] = now + retryTime;
+         } else {
+            same = true;
+         }
+      }
+      if ( !same ) {
+         next = std::min( next, due );
+         ++it;
+         continue;
+      }
+      if ( refused != refused_.end() ) refused_.erase( refused );
+      it = marked_.erase( it );
+   }
+   wakeupTimeIs( next );
+}
+
+}

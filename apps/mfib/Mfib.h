@@ -1,0 +1,105 @@
+// Keeps the kernel's entries in step with the exported routes of one VRF and family.
+//
+//   watches  tables route and routeIntf key by key, after the reader that keeps the
+//            model: create it later than that one
+//   writes   the kernel's entries, by difference: what stands there is not written again
+//   wakes    to write what waits, below; in a second after the kernel refused something
+//   ignores  everything until started(): what stands in the kernel goes on forwarding
+//
+// A change that takes traffic away from an interface waits until its route has been quiet
+// for a moment: the records of a route and of its interfaces come one by one, and a route
+// seen without its interfaces must neither cut off a stream nor hide the shared tree.
+// A change that only adds is written at once.
+//
+// Goes before what it was given. Event-loop thread only.
+#pragma once
+
+#include <map>
+#include <set>
+
+#include "apps/mfib/Vifs.h"
+#include "export/Status.h"
+#include "model/Status.h"
+#include "platform/entity/EventCounter.h"
+#include "platform/loop/Clock.h"
+
+namespace Forwarding {
+
+// The entry that the route asks for; nothing where no interface of the kernel's is its
+// incoming one, as at the RP itself, and for groups that are never routed.
+std::optional<Entry> wantedEntry( const Routing::Pim::SparseMode::Route& route,
+                                  const Vifs& vifs );
+
+class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
+             private Mox::Clock::Notifiee {
+ public:
+   // s; above the longest delay of the writer's reviews, 50 ms.
+   static constexpr double settleTime = 0.1;
+   static constexpr double retryTime = 1.0;  // s
+   static constexpr unsigned maxWrites =
+      1000;  // a call of write(); the rest follows
+
+   using RouteKey = Routing::Pim::RouteKey;
+   using Model = Mox::Ptr<const Routing::Pim::SparseMode::Status>;
+   using Tables = Mox::Ptr<const Routing::Pim::SparseMode::Brane::Status>;
+
+   // `vifs`, `kernel` and `clock` outlive it. `name` is the owner of its counters.
+   Mfib( const std::string& name, Model model, Tables tables, const Vifs& vifs,
+         KernelTable& kernel, Mox::Clock& clock );
+
+   // The model holds what the tables hold: from here on the kernel follows. What
+   // already stands in the kernel is taken up; with `unsure` each entry is written
+   // once more, since it may hold what the kernel does not tell.
+   void start( const std::vector<StandingEntry>& standing, bool unsure );
+   bool started() const { return started_; }
+
+   // Interfaces changed: every route is looked at again.
+   void markAll();
+
+   // Writes the differences that are due. Called at the end of a turn.
+   void write();
+
+   // Is there nothing left to write?
+   bool idle() const { return marked_.empty(); }
+   size_t size() const { return standing_.size(); }
+   bool has( const RouteKey& key ) const { return standing_.count( key ) != 0; }
+   uint64_t written() const { return writes_.value(); }
+   uint64_t removed() const { return removals_.value(); }
+   uint64_t refused() const { return refusals_.value(); }
+
+   using NotifieeConst::onRoute;
+   using NotifieeConst::onRouteIntf;
+   void onRoute( const RouteKey& key ) override { mark( key ); }
+   void onRouteIntf( const Routing::Pim::RouteIntfKey& key ) override {
+      mark( key.routeKey );
+   }
+
+ private:
+   // The (*,G) entry first, then the group's others.
+   struct ByGroup {
+      bool operator()( const RouteKey& a, const RouteKey& b ) const {
+         return a.group != b.group ? a.group < b.group : a.source < b.source;
+      }
+   };
+
+   void onTime() override { write(); }
+   void mark( const RouteKey& key );
+   void markAt( const RouteKey& key, double time );
+   std::optional<Entry> wanted( const RouteKey& key ) const;
+   bool takesAway( const RouteKey& key, const std::optional<Entry>& wanted ) const;
+   int bring( const RouteKey& key, const std::optional<Entry>& wanted );
+   VifSet reached( const RouteKey& key ) const;
+
+   Model model_;
+   Tables tables_;
+   const Vifs& vifs_;
+   KernelTable& kernel_;
+   bool started_ = false;
+   std::set<RouteKey, ByGroup> routes_;           // of the model
+   std::map<RouteKey, Entry, ByGroup> standing_;  // in the kernel
+   std::map<RouteKey, double, ByGroup> marked_;   // since when
+   std::map<RouteKey, double, ByGroup> refused_;  // until when
+   Mox::EventCounter writes_, removals_, refusals_;
+};
+
+}

@@ -1,0 +1,37 @@
+// The table of what the kernel handed up: bounded, the oldest goes for a new one.
+// Event-loop thread only.
+#pragma once
+
+#include <list>
+#include <unordered_map>
+
+#include "apps/published/MfibStatus.h"
+#include "platform/entity/EventCounter.h"
+
+namespace Forwarding {
+
+class Upcalls {
+ public:
+   // Goes on with what stands in the table. `name` is the owner of its counters.
+   // REQUIRES: capacity of at least one.
+   Upcalls( const std::string& name, Mox::Ptr<Published::MfibStatus> tables,
+            size_t capacity = Published::MfibStatus::maxUpcalls );
+
+   // One at `time`, s on CLOCK_MONOTONIC.
+   void add( const Routing::Pim::RouteIntfKey& key, Published::UpcallKind kind,
+             double time );
+
+   uint64_t received() const { return received_.value(); }
+   uint64_t dropped() const { return dropped_.value(); }
+
+ private:
+   using Order = std::list<Routing::Pim::RouteIntfKey>;  // the oldest first
+
+   Mox::Ptr<Published::MfibStatus> tables_;
+   size_t capacity_;
+   Order order_;
+   std::unordered_map<Routing::Pim::RouteIntfKey, Order::iterator> known_;
+   Mox::EventCounter received_, dropped_;
+};
+
+}

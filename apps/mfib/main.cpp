@@ -1,0 +1,111 @@
+// pimsm-mfib: the kernel's multicast forwarding after the agent's tables.
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <filesystem>
+#include <iostream>
+
+#include "apps/agent/config/ConfigReader.h"
+#include "apps/mfib/Daemon.h"
+#include "apps/mfib/Keeper.h"
+#include "platform/loop/SignalWatcher.h"
+
+namespace {
+
+// Exit statuses; 0: stopped by a signal.
+constexpr int kFailed = 1;
+constexpr int kUsage = 2;
+
+constexpr double kMaxInterval = 3600.0;  // s
+
+struct Arguments {
+   std::string config;
+   Forwarding::DaemonOptions options;
+   bool keep = false;
+};
+
+void declare( CLI::App& app, Arguments& arguments ) {
+   app.add_option( "--config", arguments.config,
+                   "The agent's configuration file (YAML)" )
+      ->type_name( "FILE" )
+      ->required();
+   app.add_option( "--root", arguments.options.root, "Directory of the tables" )
+      ->type_name( "DIR" )
+      ->capture_default_str();
+   app.add_option( "--counters", arguments.options.counterInterval,
+                   "How often to publish the kernel's counters; 0: never" )
+      ->type_name( "SECONDS" )
+      ->check( CLI::Range( 0.0, kMaxInterval ) )
+      ->capture_default_str();
+   app.add_flag( "--keep", arguments.keep,
+                 "Run under a parent that keeps the kernel's tables and starts the "
+                 "process again when it dies" );
+}
+
+int complain( int status, const std::string& text ) {
+   std::cerr << "pimsm-mfib: " << text << std::endl;
+   return status;
+}
+
+void say( const std::string& text ) {
+   complain( 0, text );
+}
+
+// A bad file changes nothing.
+void reload( Forwarding::Daemon& daemon, const std::string& path ) {
+   try {
+      daemon.configIs( Forwarding::familiesOf( Agent::readConfig( path ) ) );
+      say( "took up " + path );
+   } catch ( const std::exception& e ) {
+      say( std::string( e.what() ) + "; the configuration stays as it was" );
+   }
+}
+
+int forward( const Arguments& arguments ) {
+   auto families = Forwarding::familiesOf( Agent::readConfig( arguments.config ) );
+   Mox::Loop loop;
+   Mox::RealClock clock( loop );
+   Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },
+                            [&]( int ) { loop.stop(); } );
+   Forwarding::Daemon daemon( loop, clock, std::move( families ), arguments.options,
+                              say );
+   Mox::SignalWatcher reloads( loop, { SIGHUP },
+                               [&]( int ) { reload( daemon, arguments.config ); } );
+   loop.run();
+   return 0;
+}
+
+// By its path, so that a program that was replaced meanwhile is what starts next.
+int keep( int argc, char** argv ) {
+   std::vector<std::string> program = {
+      std::filesystem::read_symlink( "/proc/self/exe" ) };
+   for ( int i = 1; i < argc; ++i ) {
+      if ( std::string( argv[i] ) != "--keep" ) program.emplace_back( argv[i] );
+   }
+   Mox::Loop loop;
+   Mox::RealClock clock( loop );
+   return Forwarding::Keeper( loop, clock, std::move( program ), say ).run();
+}
+
+}
+
+int main( int argc, char** argv ) {
+   CLI::App app(
+      "Forwards multicast: programs the kernel's multicast routing tables from the "
+      "agent's tables, and goes on while the agent is away." );
+   Arguments arguments;
+   declare( app, arguments );
+   app.set_version_flag( "--version", PIMSM_VERSION );
+   try {
+      app.parse( argc, argv );
+   } catch ( const CLI::Success& e ) {
+      return app.exit( e );
+   } catch ( const CLI::ParseError& e ) {
+      return complain( kUsage, std::string( e.what() ) + "; see --help" );
+   }
+   try {
+      return arguments.keep ? keep( argc, argv ) : forward( arguments );
+   } catch ( const std::exception& e ) {
+      return complain( kFailed, e.what() );
+   }
+}

@@ -1,0 +1,385 @@
+// From routes to the kernel's entries, with a kernel in memory.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "apps/mfib/EntryCounters.h"
+#include "apps/mfib/Family.h"
+#include "tests/apps/mfib/FakeKernel.h"
+#include "tests/support/ExportPair.h"
+#include "tests/support/VrfBuilder.h"
+
+namespace Forwarding {
+namespace {
+
+namespace Sm = Routing::Pim::SparseMode;
+using Routing::Pim::RouteKey;
+using Sm::Test::addr;
+using Sm::Test::intfId;
+using Sm::Test::sgKey;
+using Sm::Test::wcKey;
+
+constexpr const char* kGroup = "239.1.2.3";
+const RouteKey kSg = sgKey( "192.0.2.1", kGroup );
+const RouteKey kWc = wcKey( kGroup );
+
+// An agent's tables, and the forwarding of them: eth0 to eth3 are the vifs 0 to 3.
+class Forwards : public testing::Test {
+ protected:
+   void SetUp() override {
+      for ( uint32_t i = 0; i < 4; ++i )
+         links.linkIs( 10 + i, intfId( "eth" + std::to_string( i ) ) );
+      agent.start();
+   }
+   // The first process, or one that starts again over what the kernel has.
+   void start() {
+      family.reset();
+      manager =
+         std::make_unique<Corvex::EntityManager>( clock, nullptr, root.path() );
+      auto seam = std::make_unique<FakeKernel>();
+      seam->vifs = kept.vifs;
+      seam->entries = kept.entries;
+      kernel = seam.get();
+      FamilyConfig config{ L3::VrfName( "default" ),
+                           Vantu::AddressFamily::ipv4,
+                           253,
+                           1000,
+                           { intfId( "eth0" ), intfId( "eth1" ), intfId( "eth2" ),
+                             intfId( "eth3" ) } };
+      family = std::make_unique<Family>(
+         config, std::move( seam ), links, *manager, clock,
+         [this]( const std::string& text ) { said += text + "\n"; } );
+      follow( 0.2 );
+   }
+   // The process dies; the kernel keeps what it has.
+   void stop() {
+      kept.vifs = kernel->vifs;
+      kept.entries = kernel->entries;
+      family.reset();
+      manager.reset();
+   }
+   void publish() {
+      agent.publish();
+      follow( 0.0 );
+   }
+   // Turns of the loop for so many seconds.
+   void follow( double seconds ) {
+      double end = clock.now() + seconds;
+      do {
+         clock.advance( 0.01 );
+         manager->dispatch();
+         clock.runPass();
+         family->handleTurnEnd();
+      } while ( clock.now() < end );
+   }
+   // The interfaces that an entry sends out of, "1 2"; "none" without one.
+   std::string outgoing( const RouteKey& key ) const {
+      auto found = kernel->entries.find( key );
+      if ( found == kernel->entries.end() ) return "none";
+      std::string out;
+      for ( unsigned vif = 0; vif < kMaxVifs; ++vif ) {
+         if ( found->second.outgoing[vif] )
+            out += ( out.empty() ? "" : " " ) + std::to_string( vif );
+      }
+      return out;
+   }
+   int incoming( const RouteKey& key ) const {
+      auto found = kernel->entries.find( key );
+      return found == kernel->entries.end() ? -1 : int( found->second.incoming );
+   }
+   Sm::Test::RouteBuilder wc( const char* rpf = "eth0" ) {
+      auto route = vrf.wc( kGroup ).rpf( rpf );
+      route->initializedIs( true );
+      return route;
+   }
+   Sm::Test::RouteBuilder sg( const char* rpf = "eth0" ) {
+      auto route = vrf.sg( "192.0.2.1", kGroup ).spTree().rpf( rpf );
+      route->initializedIs( true );
+      return route;
+   }
+   static void forward( Sm::Test::RouteBuilder route, const char* name,
+                        bool on = true ) {
+      auto intf = route.intf( name );
+      intf->initializedIs( true );
+      intf->forwardIs( on );
+   }
+
+   Mox::Test::TempRoot root;
+   Mox::TestClock clock{ 1000.0 };
+   Sm::Test::AgentSide agent{ clock, root.path() };
+   Sm::Test::Vrf vrf{ agent.model };
+   LinkTable links;
+   FakeKernel kept;
+   std::unique_ptr<Corvex::EntityManager> manager;
+   std::unique_ptr<Family> family;
+   FakeKernel* kernel = nullptr;
+   std::string said;
+};
+
+TEST_F( Forwards, AnEntryIsItsRoutesInterfaces ) {
+   start();
+   auto shared = wc();
+   forward( shared, "eth1" );
+   forward( shared, "unknown" );
+   auto own = sg( "eth3" );
+   forward( own, "eth2" );
+   forward( own, "eth1", false );
+   auto local = vrf.sg( "192.0.2.1", "224.0.0.9" ).spTree().rpf( "eth0" );
+   forward( local, "eth1" );
+   publish();
+   follow( Mfib::settleTime );
+   EXPECT_EQ( outgoing( kWc ), "0 1" )
+      << "the kernel finds it by its own interface";
+   EXPECT_EQ( incoming( kWc ), 0 );
+   EXPECT_EQ( outgoing( kSg ), "2" );
+   EXPECT_EQ( incoming( kSg ), 3 );
+   EXPECT_EQ( kernel->entries.size(), 2u ) << "link-local groups are never routed";
+   EXPECT_EQ( kernel->writes, 2 );
+   // Not on the source tree it comes in along the shared one, and follows that.
+   own.spTree( false );
+   publish();
+   EXPECT_EQ( incoming( kSg ), 0 );
+   shared.rpf( "eth2" );
+   publish();
+   EXPECT_EQ( incoming( kSg ), 2 );
+   // At the RP itself nothing comes in along the shared tree.
+   shared.rpf( Sm::Test::rpfBy( "" ) );
+   publish();
+   follow( 1.0 );
+   EXPECT_TRUE( kernel->entries.empty() );
+}
+
+TEST_F( Forwards, WritesDifferencesOnly ) {
+   auto own = sg();
+   forward( own, "eth1" );
+   agent.publish();
+   start();
+   EXPECT_EQ( kernel->writes, 1 );
+   own->creationTimeIs( 5.0 );
+   publish();
+   follow( 1.0 );
+   EXPECT_EQ( kernel->writes, 1 ) << "another value, the same forwarding";
+   forward( own, "eth2" );
+   publish();
+   EXPECT_EQ( kernel->writes, 2 ) << "at once";
+}
+
+TEST_F( Forwards, TakesAwayOnlyAfterAQuietMoment ) {
+   start();
+   auto shared = wc();
+   forward( shared, "eth1" );
+   publish();
+   ASSERT_EQ( outgoing( kWc ), "0 1" );
+   // The route alone is seen first; the shared tree must go on.
+   auto own = sg();
+   publish();
+   EXPECT_EQ( outgoing( kSg ), "none" );
+   forward( own, "eth1" );
+   publish();
+   EXPECT_EQ( outgoing( kSg ), "1" );
+   forward( own, "eth1", false );
+   publish();
+   EXPECT_EQ( outgoing( kSg ), "1" );
+   follow( Mfib::settleTime );
+   EXPECT_EQ( outgoing( kSg ), "" );
+   EXPECT_EQ( kernel->writes, 3 );
+   agent.model->routeDel( kSg );
+   publish();
+   EXPECT_EQ( outgoing( kSg ), "none" )
+      << "going back to the shared tree only adds";
+}
+
+TEST_F( Forwards, AStartTakesUpWhatTheKernelHas ) {
+   auto shared = wc();
+   forward( shared, "eth1" );
+   auto own = sg();
+   forward( own, "eth2" );
+   agent.publish();
+   start();
+   stop();
+   const auto before = kept.entries;
+   start();
+   EXPECT_EQ( kernel->writes, 0 );
+   EXPECT_EQ( kernel->entries, before );
+   stop();
+   // Meanwhile: one route goes, one changes, one comes; another interface goes and is
+   // back under another number, which the kernel's entries do not tell.
+   agent.model->routeDel( kSg );
+   forward( shared, "eth2" );
+   auto other = vrf.sg( "192.0.2.2", kGroup ).spTree().rpf( "eth0" );
+   other->initializedIs( true );
+   agent.publish();
+   start();
+   EXPECT_EQ( kernel->writes, 3 );
+   EXPECT_EQ( outgoing( kSg ), "none" );
+   EXPECT_EQ( outgoing( kWc ), "0 1 2" );
+   EXPECT_EQ( outgoing( other->key() ), "" );
+   stop();
+   kept.vifs.erase( 2 );
+   links.linkDel( 12 );
+   links.linkIs( 22, intfId( "eth2" ) );
+   forward( shared, "eth2", false );
+   agent.publish();
+   start();
+   EXPECT_EQ( kernel->vifs.at( 2 ), 22u );
+   EXPECT_EQ( outgoing( kWc ), "0 1" );
+}
+
+TEST_F( Forwards, TablesThatAreNotThereTakeNothingAway ) {
+   forward( sg(), "eth1" );
+   agent.publish();
+   start();
+   stop();
+   std::filesystem::rename( root.path() + "/routing/pim/sparsemode/status",
+                            root.path() + "/away" );
+   start();
+   EXPECT_EQ( outgoing( kSg ), "1" );
+   EXPECT_EQ( kernel->writes, 0 );
+}
+
+TEST_F( Forwards, InterfacesThatComeAndGo ) {
+   links.linkDel( 11 );
+   auto own = sg();
+   forward( own, "eth1" );
+   agent.publish();
+   start();
+   EXPECT_NE( said.find( "there is no interface eth1 yet" ), std::string::npos );
+   EXPECT_EQ( outgoing( kSg ), "" );
+   links.linkIs( 21, intfId( "eth1" ) );
+   family->handleLinks();
+   follow( 0.0 );
+   EXPECT_EQ( kernel->vifs.at( 1 ), 21u );
+   EXPECT_EQ( outgoing( kSg ), "1" );
+   // Renamed: another interface is no stand-in.
+   links.linkIs( 21, intfId( "lan" ) );
+   links.linkDel( 10 );
+   family->handleLinks();
+   follow( 1.0 );
+   EXPECT_EQ( kernel->vifs.count( 1 ), 0u );
+   EXPECT_EQ( outgoing( kSg ), "none" ) << "its incoming interface has gone";
+   // More than the kernel takes.
+   std::vector<Vantu::IntfId> many;
+   for ( unsigned i = 0; i <= kMaxVifs; ++i )
+      many.push_back( intfId( "m" + std::to_string( i ) ) );
+   family->interfacesIs( many );
+   EXPECT_NE( said.find( "m32 is left out" ), std::string::npos ) << said;
+}
+
+TEST_F( Forwards, WhatTheKernelRefusesIsTriedAgain ) {
+   start();
+   kernel->refused.insert( kSg );
+   auto own = sg();
+   forward( own, "eth1" );
+   forward( wc(), "eth1" );
+   publish();
+   EXPECT_EQ( outgoing( kSg ), "none" );
+   EXPECT_EQ( outgoing( kWc ), "0 1" ) << "the others go on";
+   EXPECT_EQ( family->mfib().refused(), 1u );
+   kernel->refused.clear();
+   follow( Mfib::retryTime / 2 );
+   EXPECT_EQ( outgoing( kSg ), "none" ) << "not at every turn";
+   follow( Mfib::retryTime );
+   EXPECT_EQ( outgoing( kSg ), "1" );
+}
+
+TEST_F( Forwards, CountersFollowAndGoWithTheirEntries ) {
+   auto tables = [&] {
+      return Published::MfibStatus::mount(
+         *manager,
+         Published::MfibStatus::mountPath( Vantu::AddressFamily::ipv4,
+                                           L3::VrfName( "default" ) ),
+         Brane::tableWriter, 1000 );
+   };
+   start();
+   forward( sg(), "eth1" );
+   publish();
+   Published::MfibCache record;
+   auto counted = [&]( uint64_t packets, uint64_t wrongIf, double idle ) {
+      StandingEntry& told = kernel->stats[kSg];
+      told.packets = packets;
+      told.wrongIf = wrongIf;
+      told.idle = idle;
+      family->publishCounters();
+      return tables()->cache().find( kSg, record ) == Brane::lookupFound;
+   };
+   ASSERT_TRUE( counted( 0, 0, 900.0 ) );
+   EXPECT_EQ( record.lastPacket, 0.0 ) << "never";
+   ASSERT_TRUE( counted( 5, 5, 0.0 ) );
+   EXPECT_EQ( record.packets, 0u );
+   EXPECT_EQ( record.lastPacket, 0.0 ) << "only by a wrong interface";
+   ASSERT_TRUE( counted( 8, 5, 0.5 ) );
+   double last = clock.now() - 0.5;
+   EXPECT_EQ( record.packets, 3u );
+   EXPECT_EQ( record.lastPacket, last );
+   follow( 2.0 );
+   ASSERT_TRUE( counted( 9, 6, 0.0 ) );
+   EXPECT_EQ( record.wrongIf, 6u );
+   EXPECT_EQ( record.lastPacket, last ) << "a packet that counts for nothing";
+   agent.model->routeDel( kSg );
+   publish();
+   follow( 1.0 );
+   family->publishCounters();
+   EXPECT_EQ( tables()->cache().size(), 0u );
+}
+
+// Whatever the order of changes, deaths and interfaces, the kernel ends with what the
+// routes say.
+TEST_F( Forwards, AnyWalkEndsInStep ) {
+   const auto seed = std::random_device()();
+   SCOPED_TRACE( "seed " + std::to_string( seed ) );
+   std::mt19937 random( seed );
+   auto pick = [&]( unsigned count ) { return unsigned( random() % count ); };
+   auto name = [&] { return "eth" + std::to_string( pick( 4 ) ); };
+   start();
+   for ( int step = 0; step < 600; ++step ) {
+      std::string group = "239.0.0." + std::to_string( 1 + pick( 3 ) );
+      std::string source = "192.0.2." + std::to_string( 1 + pick( 3 ) );
+      bool shared = pick( 3 ) == 0;
+      RouteKey key = shared ? wcKey( group ) : sgKey( source, group );
+      switch ( pick( 8 ) ) {
+         case 0:
+            agent.model->routeDel( key );
+            break;
+         case 1: {
+            uint32_t index = 10 + pick( 4 );
+            links.linkDel( index );
+            links.linkDel( index + 100 );
+            if ( pick( 3 ) != 0 )
+               links.linkIs( pick( 2 ) == 0 ? index : index + 100,
+                             intfId( "eth" + std::to_string( index - 10 ) ) );
+            family->handleLinks();
+            break;
+         }
+         case 2:
+            if ( pick( 4 ) != 0 ) break;
+            stop();
+            start();
+            break;
+         default: {
+            auto route = shared ? vrf.wc( group ) : vrf.sg( source, group );
+            route->initializedIs( true );
+            if ( !shared ) route.spTree( pick( 2 ) == 0 );
+            if ( pick( 3 ) == 0 ) route.rpf( name() );
+            forward( route, name().c_str(), pick( 3 ) != 0 );
+         }
+      }
+      if ( pick( 2 ) == 0 ) publish();
+   }
+   publish();
+   follow( 1.0 );
+   Published::MfibStatus& tables = *Published::MfibStatus::mount(
+      *manager,
+      Published::MfibStatus::mountPath( Vantu::AddressFamily::ipv4,
+                                        L3::VrfName( "default" ) ),
+      Brane::tableWriter, 1000 );
+   Vifs vifs( *kernel, &tables, []( const std::string& ) {} );
+   ASSERT_TRUE( vifs.adopt( links ) );
+   std::map<RouteKey, Entry> wanted;
+   for ( const Sm::Route& route : agent.model->route() ) {
+      if ( auto entry = wantedEntry( route, vifs ) ) wanted[route.key()] = *entry;
+   }
+   EXPECT_EQ( kernel->entries, wanted );
+}
+
+}
+}

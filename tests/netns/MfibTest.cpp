@@ -1,0 +1,324 @@
+// The forwarding process with the real kernel: streams follow the tables.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "tests/netns/Flow.h"
+#include "tests/netns/Forwarder.h"
+
+namespace Netns {
+namespace {
+
+using Vantu::AddressFamily;
+using Vantu::IpGenAddr;
+using Faults = Receiver::Faults;
+
+class MfibForwards : public testing::TestWithParam<AddressFamily> {
+ protected:
+   void SetUp() override {
+      static const std::string kWhyNot = notPermitted();
+      if ( !kWhyNot.empty() ) GTEST_SKIP() << kWhyNot;
+      net = std::make_unique<Topology>();
+      writeConfig( Topology::config() );
+   }
+   void writeConfig( const std::string& text ) {
+      std::ofstream( config() ) << text;
+   }
+   std::string config() const { return root.path() + "/mfib.yaml"; }
+   std::unique_ptr<Forwarder> start(
+      const Mox::Test::Program::Arguments& more = {} ) {
+      return std::make_unique<Forwarder>( *net, root.path(), config(), more );
+   }
+   // Both families have interfaces; the other one has no tables unless the test makes
+   // some.
+   static constexpr size_t families = 1;
+
+   IpGenAddr group( int last ) const {
+      return IpGenAddr(
+         ( GetParam() == AddressFamily::ipv4 ? "239.9.9." : "ff3e::9:" ) +
+         std::to_string( last ) );
+   }
+   IpGenAddr any() const { return IpGenAddr::unspecified( GetParam() ); }
+   IpGenAddr host( int link ) const {
+      return Topology::hostAddress( GetParam(), link );
+   }
+   Receiver receiver( int link, const IpGenAddr& of ) {
+      return Receiver( net->host( link ), Topology::hostInterface( link ), of );
+   }
+   Sender sender( int link, const IpGenAddr& to, int rate = 1000 ) {
+      return Sender( net->host( link ), Topology::hostInterface( link ), to, rate );
+   }
+   // The next packets arrive.
+   static testing::AssertionResult flows( Receiver& receiver,
+                                          const Sender& sender ) {
+      uint32_t number = sender.sent() + 20;
+      if ( eventually( [&] { return receiver.reached( number ); } ) )
+         return testing::AssertionSuccess();
+      return testing::AssertionFailure()
+             << "of " << sender.sent() << " packets " << receiver.received().size()
+             << " came; routes of the kernel: " << kernelRoutes_();
+   }
+   // It has got nothing while the other got the next packets.
+   static bool quietBeside( Receiver& quiet, Receiver& other,
+                            const Sender& sender ) {
+      quiet.forget();
+      return flows( other, sender ) && quiet.received().empty();
+   }
+   std::string kernelRoutes() const {
+      return net->router.ip( GetParam() == AddressFamily::ipv4 ? "mroute show"
+                                                               : "-6 mroute show" );
+   }
+   static std::string kernelRoutes_() { return current_->kernelRoutes(); }
+   MfibForwards() { current_ = this; }
+   static MfibForwards* current_;
+
+   Mox::Test::TempRoot root;
+   std::unique_ptr<Topology> net;
+};
+MfibForwards* MfibForwards::current_ = nullptr;
+
+TEST_P( MfibForwards, AStreamFollowsItsRoute ) {
+   Routes routes( root.path(), GetParam() );
+   routes.route( host( 0 ), group( 1 ), "r0", { "r1" } );
+   auto forwarder = start();
+   ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
+   Receiver left = receiver( 1, group( 1 ) );
+   Receiver right = receiver( 2, group( 1 ) );
+   Sender stream = sender( 0, group( 1 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   EXPECT_TRUE( right.received().empty() );
+
+   routes.route( host( 0 ), group( 1 ), "r0", { "r1", "r2" } );
+   ASSERT_TRUE( flows( right, stream ) );
+   routes.route( host( 0 ), group( 1 ), "r0", { "r2" } );
+   ASSERT_TRUE( eventually( [&] { return quietBeside( left, right, stream ); } ) );
+   EXPECT_EQ( right.faults(), Faults() ) << "untouched by the other's changes";
+
+   // Nothing is left of a route that goes.
+   routes.remove( host( 0 ), group( 1 ) );
+   EXPECT_TRUE( eventually( [&] {
+      return kernelRoutes().find( "State: resolved" ) == std::string::npos;
+   } ) )
+      << kernelRoutes();
+}
+
+TEST_P( MfibForwards, NewSourcesFlowOnTheSharedTree ) {
+   Routes routes( root.path(), GetParam() );
+   routes.route( any(), group( 1 ), "r0", { "r1", "r2" } );
+   auto forwarder = start( { "--counters", "0.05" } );
+   ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
+   Receiver left = receiver( 1, group( 1 ) );
+   Receiver right = receiver( 2, group( 1 ) );
+   Sender stream = sender( 0, group( 1 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   ASSERT_TRUE( flows( right, stream ) );
+   EXPECT_EQ( left.faults(), Faults() ) << "from the first packet on";
+   Published seen( root.path(), GetParam() );
+   auto upcall = [&]( int link, ::Published::UpcallKind kind ) {
+      ::Published::MfibUpcall record;
+      return seen.now().upcall().find(
+                { { host( link ), group( 1 ) },
+                  Vantu::IntfId( Topology::routerInterface( link ) ) },
+                record ) == Brane::lookupFound &&
+             record.kind == kind;
+   };
+   EXPECT_FALSE( upcall( 0, ::Published::noCacheUpcall ) );
+
+   // Of one (S,G) the shared tree's copy stops, of the others it goes on.
+   routes.route( host( 0 ), group( 1 ), "r0", { "r1" } );
+   ASSERT_TRUE( eventually( [&] { return quietBeside( right, left, stream ); } ) );
+   EXPECT_EQ( left.faults(), Faults() );
+   ::Published::MfibCache counters;
+   auto counted = [&] {
+      return seen.now().cache().find( { host( 0 ), group( 1 ) }, counters ) ==
+                Brane::lookupFound &&
+             counters.packets > 100 && counters.lastPacket > 0.0;
+   };
+   EXPECT_TRUE( eventually( counted ) );
+   EXPECT_EQ( counters.wrongIf, 0u );
+   routes.remove( host( 0 ), group( 1 ) );
+   ASSERT_TRUE( flows( right, stream ) );
+   EXPECT_EQ( left.faults(), Faults() ) << "back on the shared tree";
+
+   // By an interface that the tree sends out of.
+   Sender wrong = sender( 1, group( 1 ) );
+   EXPECT_TRUE(
+      eventually( [&] { return upcall( 1, ::Published::wrongVifUpcall ); } ) );
+   ::Published::MfibVif vif;
+   auto vifCounted = [&] {
+      return seen.now().vif().find( Vantu::IntfId( "r1" ), vif ) ==
+                Brane::lookupFound &&
+             vif.packetsOut > 100;
+   };
+   EXPECT_TRUE( eventually( vifCounted ) );
+}
+
+TEST_P( MfibForwards, ASourceWithoutARouteIsToldOf ) {
+   Routes routes( root.path(), GetParam() );
+   auto forwarder = start();
+   ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
+   Receiver left = receiver( 1, group( 7 ) );
+   Sender stream = sender( 0, group( 7 ) );
+   Published seen( root.path(), GetParam() );
+   ::Published::MfibUpcall upcall;
+   EXPECT_TRUE( eventually( [&] {
+      return seen.now().upcall().find(
+                { { host( 0 ), group( 7 ) }, Vantu::IntfId( "r0" ) }, upcall ) ==
+             Brane::lookupFound;
+   } ) );
+   EXPECT_EQ( upcall.kind, ::Published::noCacheUpcall );
+   EXPECT_GT( upcall.last, 0.0 );
+   EXPECT_TRUE( left.received().empty() );
+   routes.route( host( 0 ), group( 7 ), "r0", { "r1" } );
+   EXPECT_TRUE( flows( left, stream ) );
+}
+
+TEST_P( MfibForwards, WhileTheAgentIsGoneAndAfterItsReturn ) {
+   auto routes = std::make_unique<Routes>( root.path(), GetParam() );
+   routes->route( host( 0 ), group( 1 ), "r0", { "r1" } );
+   auto forwarder = start();
+   ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
+   Receiver left = receiver( 1, group( 1 ) );
+   Receiver right = receiver( 2, group( 1 ) );
+   Sender stream = sender( 0, group( 1 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   routes.reset();
+   ASSERT_TRUE( flows( left, stream ) );
+   routes = std::make_unique<Routes>( root.path(), GetParam() );
+   ASSERT_TRUE( flows( left, stream ) );
+   routes->route( host( 0 ), group( 1 ), "r0", { "r1", "r2" } );
+   ASSERT_TRUE( flows( right, stream ) );
+   EXPECT_EQ( left.faults(), Faults() );
+}
+
+// The child of a process, or 0.
+pid_t childOf( pid_t parent ) {
+   std::string pid = std::to_string( parent );
+   std::ifstream children( "/proc/" + pid + "/task/" + pid + "/children" );
+   pid_t child = 0;
+   children >> child;
+   return child;
+}
+
+std::string statusLine( pid_t pid, const std::string& key ) {
+   std::ifstream status( "/proc/" + std::to_string( pid ) + "/status" );
+   for ( std::string line; std::getline( status, line ); ) {
+      if ( line.rfind( key + ":", 0 ) == 0 )
+         return line.substr( line.find_last_of( " \t" ) + 1 );
+   }
+   return "none";
+}
+
+bool isPowerless( pid_t pid ) {
+   const std::string kNone( 16, '0' );
+   for ( const char* set : { "CapPrm", "CapEff", "CapInh", "CapBnd", "CapAmb" } ) {
+      if ( statusLine( pid, set ) != kNone ) return false;
+   }
+   return statusLine( pid, "NoNewPrivs" ) == "1";
+}
+
+TEST_P( MfibForwards, WithoutAnyCapability ) {
+   auto forwarder = start();
+   pid_t pid = forwarder->program().pid();
+   ASSERT_TRUE( eventually( [&] { return isPowerless( pid ); } ) );
+   Routes routes( root.path(), GetParam() );
+   // Also interfaces that come later, go, and come back under another number.
+   writeConfig(
+      Topology::config( "      - {name: r3, addresses: [10.99.3.1/24, "
+                        "\"2001:db8:99:3::1/64\"]}\n" ) );
+   forwarder->program().signal( SIGHUP );
+   ASSERT_TRUE( forwarder->program().untilErr( "took up" ) );
+   ASSERT_TRUE( forwarder->program().untilErr( "no interface r3 yet" ) );
+   routes.route( host( 0 ), group( 1 ), "r0", { "r1", "r3" } );
+   Receiver left = receiver( 1, group( 1 ) );
+   Sender stream = sender( 0, group( 1 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   for ( int round = 0; round < 2; ++round ) {
+      Namespace late;
+      connect( net->router, "r3", late, "c0" );
+      Receiver third( late, "c0", group( 1 ) );
+      EXPECT_TRUE( flows( third, stream ) );
+      EXPECT_EQ( left.faults(), Faults() );
+      net->router.ip( "link delete r3" );
+   }
+   EXPECT_TRUE( flows( left, stream ) );
+   EXPECT_TRUE( isPowerless( pid ) );
+}
+
+TEST_P( MfibForwards, ThroughItsOwnDeathsWithAKeptSocket ) {
+   constexpr int kDeaths = 5;
+   Routes routes( root.path(), GetParam() );
+   routes.route( host( 0 ), group( 1 ), "r0", { "r1" } );
+   routes.route( any(), group( 2 ), "r0", { "r1" } );
+   auto forwarder = start( { "--keep" } );
+   ASSERT_TRUE( forwarder->inStep( 1 ) ) << forwarder->program().err();
+   Receiver left = receiver( 1, group( 1 ) );
+   Receiver shared = receiver( 1, group( 2 ) );
+   Receiver right = receiver( 2, group( 1 ) );
+   Sender stream = sender( 0, group( 1 ) );
+   Sender second = sender( 0, group( 2 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   ASSERT_TRUE( flows( shared, second ) );
+   pid_t child = childOf( forwarder->program().pid() );
+   for ( int death = 1; death <= kDeaths; ++death ) {
+      ASSERT_GT( child, 0 );
+      kill( child, SIGKILL );
+      // What changes while it is dead is made up for.
+      if ( death == kDeaths )
+         routes.route( host( 0 ), group( 1 ), "r0", { "r1", "r2" } );
+      ASSERT_TRUE( eventually( [&] {
+         pid_t next = childOf( forwarder->program().pid() );
+         return next != 0 && next != child;
+      } ) );
+      child = childOf( forwarder->program().pid() );
+      ASSERT_TRUE( forwarder->inStep( size_t( death ) + 1 ) )
+         << forwarder->program().err();
+      EXPECT_TRUE( flows( left, stream ) );
+   }
+   EXPECT_TRUE( flows( right, stream ) );
+   EXPECT_TRUE( isPowerless( child ) );
+   EXPECT_EQ( left.faults(), Faults() ) << forwarder->program().err();
+   EXPECT_EQ( shared.faults(), Faults() );
+   // No difference, nothing written.
+   EXPECT_NE( forwarder->program().err().find( "2 entries, 0 written, 0 removed" ),
+              std::string::npos )
+      << forwarder->program().err();
+   RecordProperty( "packets", std::to_string( left.received().size() ) );
+
+   // The keeper ends with its child, and the kernel's table with both.
+   forwarder->program().signal( SIGTERM );
+   EXPECT_EQ( forwarder->program().wait(), 0 );
+   EXPECT_EQ( kernelRoutes().find( "State: resolved" ), std::string::npos )
+      << kernelRoutes();
+}
+
+TEST_P( MfibForwards, AfterAGapWithoutAKeptSocket ) {
+   Routes routes( root.path(), GetParam() );
+   routes.route( host( 0 ), group( 1 ), "r0", { "r1" } );
+   auto forwarder = start();
+   ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
+   Receiver left = receiver( 1, group( 1 ) );
+   Sender stream = sender( 0, group( 1 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   forwarder->program().signal( SIGKILL );
+   EXPECT_EQ( forwarder->program().wait(), -SIGKILL );
+   forwarder = start();
+   ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
+   ASSERT_TRUE( flows( left, stream ) );
+   Faults faults = left.faults();
+   EXPECT_EQ( faults.doubled, 0u );
+   // At 1,000 packets a second.
+   std::cout << "gap without a kept socket: " << faults.longestGap << " ms\n";
+}
+
+INSTANTIATE_TEST_SUITE_P( Families, MfibForwards,
+                          testing::Values( AddressFamily::ipv4,
+                                           AddressFamily::ipv6 ),
+                          []( const auto& row ) {
+                             return row.param == AddressFamily::ipv4 ? "IPv4"
+                                                                     : "IPv6";
+                          } );
+
+}
+}

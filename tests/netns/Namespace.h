@@ -1,0 +1,49 @@
+// Network namespaces of a test. They have no name and leave nothing behind: the kernel
+// removes one with the last process in it, however the test ends.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/loop/Loop.h"
+
+namespace Netns {
+
+// May this process make namespaces, and is there an `ip` to fill them? The word to skip
+// with; empty: yes.
+std::string notPermitted();
+
+class Namespace {
+ public:
+   // With its loopback up. Throws std::system_error.
+   Namespace();
+
+   // The calling thread, and what it starts, is in the namespace while this lives;
+   // sockets opened meanwhile stay in it.
+   class Inside {
+    public:
+      explicit Inside( const Namespace& space );
+      ~Inside();
+      Inside( const Inside& ) = delete;
+      Inside& operator=( const Inside& ) = delete;
+
+    private:
+      Mox::Loop::Fd former_;
+   };
+
+   // Runs ip(8) with these arguments in the namespace. Throws std::runtime_error with
+   // what it says when it fails; returns its output.
+   std::string ip( const std::string& arguments ) const;
+
+   // As ip(8) takes it after "netns".
+   std::string path() const;
+
+ private:
+   std::unique_ptr<Mox::Loop::Fd> file_;
+};
+
+// "r0" of one namespace and "s0" of another, joined and up.
+void connect( const Namespace& a, const std::string& nameA, const Namespace& b,
+              const std::string& nameB );
+
+}

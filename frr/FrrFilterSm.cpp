@@ -1,7 +1,6 @@
 #include "frr/FrrFilterSm.h"
 
-#include "platform/acl/AclToPrefix.h"
-#include "platform/trace/Trace.h"
+#include "platform/pim/GroupTrie.h"
 
 namespace Routing::Pim::SparseMode {
 
@@ -175,53 +174,19 @@ void FrrFilterSm::handleAllRules( const Acl::AclConfig* aclConfig ) {
       MOX_TRACE( facility, 8, "handleAllRules not initialized " );
       return;
    }
-   clearTrie();
-   if ( aclConfig == nullptr || aclConfig->currCfg() == nullptr ) {
-      MOX_TRACE( facility, 8, "handleAllRules acl deletion, update changeCount " );
-   } else {
-      loadTrie( *aclConfig );
-   }
-   frrFilterStatus()->changeCountInc( 1 );
-}
-
-void FrrFilterSm::clearTrie() {
-   TrieGen* trie = frrFilterStatus()->trie();
-   if ( trie == nullptr ) return;
-   if ( Trie* trie4 = trie->trie4() ) {
-      MOX_TRACE( facility, 8, "handleAllRules cleanup trie4 first " );
-      trie4->handleDeletion();
-      trie4->handleInitialized();
-   }
-   if ( PatriciaTrie* trie6 = trie->trie6() ) {
-      MOX_TRACE( facility, 8, "handleAllRules cleanup trie6 first " );
-      trie6->handleDeletion();
-      trie6->handleInitialized();
-   }
-}
-
-void FrrFilterSm::loadTrie( const Acl::AclConfig& aclConfig ) {
-   Vantu::IpGenPrefixSet permitted;
-   switch ( frrFilterStatus()->addressFamily() ) {
-      case Vantu::AddressFamily::ipv4:
-         AclPrefix::AclToPrefix::multicast().handleAcl( &aclConfig, permitted,
-                                                        false );
-         break;
-      case Vantu::AddressFamily::ipv6:
-         AclIp6Prefix::AclToIp6Prefix::multicast().handleAcl( &aclConfig, permitted,
-                                                              false );
-         break;
-      default:
-         MOX_TRACE(
-            facility, 7,
-            "Unsupported address family " << frrFilterStatus()->addressFamily() );
-   }
    // Absent only where somebody has taken it away.
    TrieGen* trie = frrFilterStatus()->trie();
-   if ( trie == nullptr ) return;
-   for ( const Vantu::IpGenPrefix& prefix : permitted ) {
-      trie->routeIs( prefix, true );
-      MOX_TRACE( facility, 8, "pset " << prefix );
+   if ( trie != nullptr ) clearTrie( *trie, facility );
+   if ( aclConfig == nullptr || aclConfig->currCfg() == nullptr ) {
+      MOX_TRACE( facility, 8, "handleAllRules acl deletion, update changeCount " );
+   } else if ( trie != nullptr ) {
+      for ( const Vantu::IpGenPrefix& prefix : permittedGroups(
+               *aclConfig, frrFilterStatus()->addressFamily(), facility ) ) {
+         trie->routeIs( prefix, true );
+         MOX_TRACE( facility, 8, "pset " << prefix );
+      }
    }
+   frrFilterStatus()->changeCountInc( 1 );
 }
 
 }

@@ -63,8 +63,6 @@ class PIMSM_API FrrFilterSm : public Mox::Entity {
 
    Mox::String frrFilter() const { return config() ? config()->frrFilter() : ""; }
    void watchAcl( const Mox::String& name );
-   void clearTrie();
-   void loadTrie( const Acl::AclConfig& aclConfig );
    // While it is being constructed nobody can let go of it, but a pin would.
    Mox::Ptr<FrrFilterSm> pin() { return constructed_ ? this : nullptr; }
 

@@ -1,7 +1,6 @@
 #include "ssm/SsmGroupSm.h"
 
-#include "platform/acl/AclToPrefix.h"
-#include "platform/trace/Trace.h"
+#include "platform/pim/GroupTrie.h"
 
 namespace Routing::Pim::SparseMode {
 
@@ -174,48 +173,18 @@ void SsmGroupSm::handleAllRules( const Acl::AclConfig* acl ) {
       MOX_TRACE( facility, 8, "handleAllRules not initialized " );
       return;
    }
-   clearTrie();
+   TrieGen& trie = *ssmGroupInfo()->trie();
+   clearTrie( trie, facility );
    if ( acl != nullptr ) {
-      loadTrie( *acl );
+      for ( const Vantu::IpGenPrefix& prefix :
+            permittedGroups( *acl, ssmGroupInfo()->addressFamily(), facility ) ) {
+         trie.routeIs( prefix, true );
+      }
    } else {
       MOX_TRACE( facility, 8,
                  "handleAllRules acl deletion, update ssmConfigChanged " );
    }
    ssmGroupInfo()->ssmConfigChangedInc( 1 );
-}
-
-void SsmGroupSm::clearTrie() {
-   TrieGen& trie = *ssmGroupInfo()->trie();
-   if ( Trie* trie4 = trie.trie4() ) {
-      MOX_TRACE( facility, 8, "handleAllRules cleanup trie4 first " );
-      trie4->handleDeletion();
-      trie4->handleInitialized();
-   }
-   if ( PatriciaTrie* trie6 = trie.trie6() ) {
-      MOX_TRACE( facility, 8, "handleAllRules cleanup trie6 first " );
-      trie6->handleDeletion();
-      trie6->handleInitialized();
-   }
-}
-
-void SsmGroupSm::loadTrie( const Acl::AclConfig& acl ) {
-   Vantu::IpGenPrefixSet permitted;
-   switch ( ssmGroupInfo()->addressFamily() ) {
-      case Vantu::AddressFamily::ipv4:
-         AclPrefix::AclToPrefix::multicast().handleAcl( &acl, permitted, false );
-         break;
-      case Vantu::AddressFamily::ipv6:
-         AclIp6Prefix::AclToIp6Prefix::multicast().handleAcl( &acl, permitted,
-                                                              false );
-         break;
-      default:
-         MOX_TRACE(
-            facility, 7,
-            "Unsupported address family " << ssmGroupInfo()->addressFamily() );
-   }
-   for ( const Vantu::IpGenPrefix& prefix : permitted ) {
-      ssmGroupInfo()->trie()->routeIs( prefix, true );
-   }
 }
 
 Mox::Ptr<SsmGroupSm> SsmGroupSmIs( ConfigPtr config, AclTypeConfigPtr aclIpConfig,

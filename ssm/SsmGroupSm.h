@@ -70,8 +70,6 @@ class PIMSM_API SsmGroupSm : public Mox::Entity {
       return aclIpConfig() ? aclIpConfig()->acl( name ) : nullptr;
    }
    void watchAcl( const Mox::String& name );
-   void clearTrie();
-   void loadTrie( const Acl::AclConfig& acl );
    // While it is being constructed nobody can let go of it, but a pin would.
    Mox::Ptr<SsmGroupSm> pin() { return constructed_ ? this : nullptr; }
 

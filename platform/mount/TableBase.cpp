@@ -18,6 +18,7 @@ constexpr uint32_t kPartKeys = 256;
 // Keys are foretold in batches, so that whoever fetches memory can do so in batches:
 // when fewer than this many lie ahead, twice as many will.
 constexpr size_t kForetoldKeys = 16;
+constexpr size_t kCacheLine = 64;
 
 bool wasReady( MountStatus status ) {
    return status == mountReady || status == mountRemoved;
@@ -346,13 +347,42 @@ void TableBase::visitRecords( const void* from, const RecordVisitor& visitor,
       return;
    }
    if ( writer_ == nullptr ) return;
-   Position position =
+   Position start =
       from != nullptr ? writer_->positionAtOrBefore( from ) : ::Brane::noPosition;
-   if ( position == ::Brane::noPosition ) position = writer_->next();
-   while ( position != ::Brane::noPosition ) {
-      const void* record = writtenAt( position );
-      if ( record != nullptr && !visitor( record ) ) return;
-      position = writer_->next( position );
+   visitWritten( start, visitor, ahead );
+}
+
+// Standing positions are gathered two batches ahead of their visit, and their records
+// fetched; of the nearer batch the keys are foretold. What is removed meanwhile is no
+// record when its turn comes.
+void TableBase::visitWritten( ::Brane::Position position,
+                              const RecordVisitor& visitor,
+                              const KeyHint& ahead ) const {
+   using ::Brane::noPosition;
+   std::vector<::Brane::Position> near, far;
+   auto gather = [&] {
+      far.clear();
+      for ( ; position != noPosition && far.size() < kForetoldKeys;
+            position = writer_->next( position ) ) {
+         auto* record = static_cast<const std::byte*>( writtenAt( position ) );
+         if ( record == nullptr ) continue;
+         far.push_back( position );
+         for ( size_t at = 0; at < layout_.recordSize; at += kCacheLine )
+            __builtin_prefetch( record + at );
+      }
+   };
+   if ( position == noPosition ) position = writer_->next();
+   for ( gather(); !far.empty(); ) {
+      near.swap( far );
+      for ( ::Brane::Position each : near ) {
+         const void* record = ahead ? writtenAt( each ) : nullptr;
+         if ( record != nullptr ) ahead( record );
+      }
+      gather();
+      for ( ::Brane::Position each : near ) {
+         const void* record = writtenAt( each );
+         if ( record != nullptr && !visitor( record ) ) return;
+      }
    }
 }
 

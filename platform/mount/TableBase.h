@@ -122,6 +122,8 @@ class PIMSM_API TableBase {
    void corrupted( const char* text );
    ::Brane::Lookup lookupWritten( const void* key, void* out ) const;
    const void* writtenAt( ::Brane::Position position ) const;
+   void visitWritten( ::Brane::Position position, const RecordVisitor& visitor,
+                      const KeyHint& ahead ) const;
    void tellDamaged( const char* text ) const;
 
    MountedEntity& entity_;

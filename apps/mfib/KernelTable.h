@@ -65,7 +65,8 @@ class KernelTable {
    virtual bool visit(
       const std::function<void( const StandingEntry& )>& visitor ) const = 0;
 
-   // The next that waits; nothing when there is none.
+   // The next that waits; nothing when there is none, or other packets had to be
+   // passed over: look again when the socket is readable.
    virtual std::optional<Upcall> nextUpcall() = 0;
 };
 

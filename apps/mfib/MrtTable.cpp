@@ -21,6 +21,7 @@ using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
 
 constexpr int kReceiveBuffer = 1 << 20;  // of upcalls, and of packets that wait
+constexpr unsigned kMaxOthers = 256;     // packets that are no upcall, a look
 constexpr unsigned char kSend = 1;       // the least TTL of a packet to be sent
 constexpr unsigned char kDoNotSend = 255;
 
@@ -204,14 +205,14 @@ bool MrtTable::visit(
 
 std::optional<Upcall> MrtTable::nextUpcall() {
    uint8_t packet[2048];
-   while ( true ) {
+   // Whoever floods the link with IGMP must not keep the process from its work.
+   for ( unsigned others = 0; others < kMaxOthers; ++others ) {
       ssize_t count = recv( socket_->value(), packet, sizeof packet, MSG_DONTWAIT );
-      if ( count < 0 && errno == EINTR ) continue;
-      if ( count < 0 ) return std::nullopt;
+      if ( count < 0 ) break;
       auto size = static_cast<size_t>( count );
       if ( auto upcall = readUpcall( family_, { packet, size } ) ) return upcall;
-      ++otherPackets_;
    }
+   return std::nullopt;
 }
 
 }

@@ -42,16 +42,12 @@ class MrtTable : public KernelTable {
       const std::function<void( const StandingEntry& )>& visitor ) const override;
    std::optional<Upcall> nextUpcall() override;
 
-   // Packets from the socket that were no upcall: IGMP, for the most part.
-   uint64_t otherPackets() const { return otherPackets_; }
-
  private:
    bool isIpv4() const { return family_ == Vantu::AddressFamily::ipv4; }
 
    SharedFd socket_;
    Vantu::AddressFamily family_;
    uint32_t table_;
-   uint64_t otherPackets_ = 0;
 };
 
 }

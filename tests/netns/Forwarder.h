@@ -25,6 +25,13 @@ class Routes {
    void route( const Vantu::IpGenAddr& source, const Vantu::IpGenAddr& group,
                const std::string& incoming,
                const std::vector<std::string>& outgoing ) {
+      prepare( source, group, incoming, outgoing );
+      publish();
+   }
+   // The same, not published yet.
+   void prepare( const Vantu::IpGenAddr& source, const Vantu::IpGenAddr& group,
+                 const std::string& incoming,
+                 const std::vector<std::string>& outgoing ) {
       namespace Sm = Routing::Pim::SparseMode;
       Sm::Test::Vrf vrf( agent_.model );
       std::string g = valueToStrep( group );
@@ -42,8 +49,8 @@ class Routes {
          intf->forwardIs( out );
          intf.joinState( out ? Sm::Intf::joined : Sm::Intf::noInfo );
       }
-      agent_.publish();
    }
+   void publish() { agent_.publish(); }
    void remove( const Vantu::IpGenAddr& source, const Vantu::IpGenAddr& group ) {
       agent_.model->routeDel( { source, group } );
       agent_.publish();

@@ -39,6 +39,12 @@ class MfibForwards : public testing::TestWithParam<AddressFamily> {
          ( GetParam() == AddressFamily::ipv4 ? "239.9.9." : "ff3e::9:" ) +
          std::to_string( last ) );
    }
+   IpGenAddr otherGroup( int number ) const {
+      bool isIpv4 = GetParam() == AddressFamily::ipv4;
+      return IpGenAddr( ( isIpv4 ? "239.1." : "ff3e::1:" ) +
+                        std::to_string( number / 200 ) + ( isIpv4 ? "." : ":" ) +
+                        std::to_string( number % 200 ) );
+   }
    IpGenAddr any() const { return IpGenAddr::unspecified( GetParam() ); }
    IpGenAddr host( int link ) const {
       return Topology::hostAddress( GetParam(), link );
@@ -291,10 +297,23 @@ TEST_P( MfibForwards, ThroughItsOwnDeathsWithAKeptSocket ) {
    EXPECT_EQ( forwarder->program().wait(), 0 );
    EXPECT_EQ( kernelRoutes().find( "State: resolved" ), std::string::npos )
       << kernelRoutes();
+   // The child does not outlive a keeper that is killed.
+   forwarder = start( { "--keep" } );
+   ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
+   ASSERT_NE( kernelRoutes().find( "State: resolved" ), std::string::npos );
+   forwarder->program().signal( SIGKILL );
+   EXPECT_TRUE( eventually( [&] {
+      return kernelRoutes().find( "State: resolved" ) == std::string::npos;
+   } ) )
+      << kernelRoutes();
 }
 
 TEST_P( MfibForwards, AfterAGapWithoutAKeptSocket ) {
    Routes routes( root.path(), GetParam() );
+   // Before the stream's, in the order of writing.
+   const int others = std::getenv( "PIMSM_LONG" ) != nullptr ? 9999 : 0;
+   for ( int i = 0; i < others; ++i )
+      routes.prepare( host( 1 + i % 2 ), otherGroup( i ), "r1", { "r2" } );
    routes.route( host( 0 ), group( 1 ), "r0", { "r1" } );
    auto forwarder = start();
    ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
@@ -309,7 +328,72 @@ TEST_P( MfibForwards, AfterAGapWithoutAKeptSocket ) {
    Faults faults = left.faults();
    EXPECT_EQ( faults.doubled, 0u );
    // At 1,000 packets a second.
-   std::cout << "gap without a kept socket: " << faults.longestGap << " ms\n";
+   SCOPED_TRACE( forwarder->program().err() );
+   EXPECT_NE(
+      forwarder->program().err().find( std::to_string( others + 1 ) + " entries" ),
+      std::string::npos );
+   std::cout << "gap without a kept socket, " << others + 1
+             << " routes: " << faults.longestGap << " ms\n";
+}
+
+// A VRF is a table of its own, to which a rule leads.
+TEST_P( MfibForwards, AVrfByItsTable ) {
+   std::string text = Topology::config( "    mroute-table: 10\n" );
+   writeConfig( text );
+   const std::string family = GetParam() == AddressFamily::ipv4 ? "" : "-6 ";
+   for ( const char* name : { "r0", "r1", "r2" } )
+      net->router.ip( family + "mrule add iif " + name + " lookup 10" );
+   Routes routes( root.path(), GetParam() );
+   routes.route( host( 0 ), group( 1 ), "r0", { "r1" } );
+   auto forwarder = start( { "--keep" } );
+   ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
+   Receiver left = receiver( 1, group( 1 ) );
+   Sender stream = sender( 0, group( 1 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   kill( childOf( forwarder->program().pid() ), SIGKILL );
+   ASSERT_TRUE( forwarder->inStep( 2 ) ) << forwarder->program().err();
+   EXPECT_TRUE( forwarder->program().untilErr( "0 written, 0 removed" ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   EXPECT_EQ( left.faults(), Faults() );
+}
+
+// In `arguments` CONFIG stands for a file without fault, and BAD for one with.
+struct WrongRow {
+   const char* arguments;
+   int status;
+   const char* says;
+};
+
+TEST_P( MfibForwards, NotWithoutWhatItNeeds ) {
+   auto holder = start();
+   ASSERT_TRUE(
+      eventually( [&] { return isPowerless( holder->program().pid() ); } ) );
+   std::ofstream( root.path() + "/bad.yaml" ) << "vrfs:\n- nam: x\n";
+   const WrongRow rows[] = {
+      { "", 2, "--config" },
+      { "--config CONFIG --what", 2, "--what" },
+      { "--config CONFIG --counters -1", 2, "--counters" },
+      { "--config /absent.yaml", 1, "/absent.yaml: No such file" },
+      { "--config BAD", 1, "bad.yaml:2: " },
+      { "--config CONFIG", 1, "another process holds it" },
+      // It never was ready: starting it again would not help.
+      { "--config CONFIG --keep", 1, "another process holds it" } };
+   for ( const WrongRow& row : rows ) {
+      SCOPED_TRACE( row.arguments );
+      Mox::Test::Program::Arguments command = { PIMSM_MFIB, "--root", root.path() };
+      std::istringstream words( row.arguments );
+      for ( std::string word; words >> word; ) {
+         if ( word == "CONFIG" ) word = config();
+         if ( word == "BAD" ) word = root.path() + "/bad.yaml";
+         command.push_back( word );
+      }
+      Namespace::Inside inside( net->router );
+      Mox::Test::Ended ended = Mox::Test::runToEnd( command );
+      EXPECT_EQ( ended.status, row.status ) << ended.err;
+      EXPECT_EQ( ended.out, "" );
+      EXPECT_NE( ended.err.find( row.says ), std::string::npos ) << ended.err;
+      EXPECT_EQ( ended.err.find( '\n' ), ended.err.size() - 1 ) << ended.err;
+   }
 }
 
 INSTANTIATE_TEST_SUITE_P( Families, MfibForwards,

@@ -240,6 +240,8 @@ TEST_P( MfibForwards, WithoutAnyCapability ) {
    Receiver left = receiver( 1, group( 1 ) );
    Sender stream = sender( 0, group( 1 ) );
    ASSERT_TRUE( flows( left, stream ) );
+   // The first packets may have come before the entry: the kernel holds back a few only.
+   left.forget();
    for ( int round = 0; round < 2; ++round ) {
       Namespace late;
       connect( net->router, "r3", late, "c0" );
@@ -253,7 +255,7 @@ TEST_P( MfibForwards, WithoutAnyCapability ) {
 }
 
 TEST_P( MfibForwards, ThroughItsOwnDeathsWithAKeptSocket ) {
-   constexpr int kDeaths = 5;
+   constexpr int kDeaths = 4;
    Routes routes( root.path(), GetParam() );
    routes.route( host( 0 ), group( 1 ), "r0", { "r1" } );
    routes.route( any(), group( 2 ), "r0", { "r1" } );

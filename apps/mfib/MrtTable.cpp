@@ -196,8 +196,8 @@ int MrtTable::entryDel( const RouteKey& key ) {
 bool MrtTable::visit(
    const std::function<void( const StandingEntry& )>& visitor ) const {
    int family = isIpv4() ? RTNL_FAMILY_IPMR : RTNL_FAMILY_IP6MR;
-   return Netlink::dump(
-      RTM_GETROUTE, family, [&]( const Netlink::Message& message ) {
+   return Netlink::dumpRoutes(
+      family, table_, [&]( const Netlink::Message& message ) {
          if ( auto entry = readEntry( message, family_, table_ ) )
             visitor( *entry );
       } );

@@ -15,17 +15,24 @@ constexpr timeval kPatience = { 5, 0 };  // a kernel that says nothing for so lo
    throw std::system_error( error, std::generic_category(), what );
 }
 
-void request( const mnl_socket* socket, uint16_t type, int family ) {
-   struct {
-      nlmsghdr header;
-      rtmsg body;  // as long as any other that begins with a family
-   } message{};
-   message.header.nlmsg_len = sizeof message;
-   message.header.nlmsg_type = type;
-   message.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-   message.header.nlmsg_seq = kSequence;
-   message.body.rtm_family = static_cast<uint8_t>( family );
-   if ( mnl_socket_sendto( socket, &message, sizeof message ) < 0 )
+// `table` null: of all.
+void request( const mnl_socket* socket, uint16_t type, int family,
+              const uint32_t* table ) {
+   alignas( nlmsghdr ) char buffer[128] = {};
+   nlmsghdr* message = mnl_nlmsg_put_header( buffer );
+   message->nlmsg_type = type;
+   message->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+   message->nlmsg_seq = kSequence;
+   // As long as any other body that begins with a family.
+   auto* body =
+      static_cast<rtmsg*>( mnl_nlmsg_put_extra_header( message, sizeof( rtmsg ) ) );
+   body->rtm_family = static_cast<uint8_t>( family );
+   if ( table != nullptr ) {
+      int on = 1;
+      mnl_socket_setsockopt( socket, NETLINK_GET_STRICT_CHK, &on, sizeof on );
+      mnl_attr_put_u32( message, RTA_TABLE, *table );
+   }
+   if ( mnl_socket_sendto( socket, message, message->nlmsg_len ) < 0 )
       fail( errno, "netlink request" );
 }
 
@@ -36,13 +43,12 @@ int errorIn( const nlmsghdr* message ) {
    return -error;
 }
 
-}
-
-bool dump( uint16_t type, int family, const Handler& handler ) {
+bool answer( uint16_t type, int family, const uint32_t* table,
+             const Handler& handler ) {
    Socket socket = openSocket();
    int file = mnl_socket_get_fd( socket.get() );
    setsockopt( file, SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience );
-   request( socket.get(), type, family );
+   request( socket.get(), type, family, table );
    // As large as the kernel fills a part of a dump.
    alignas( nlmsghdr ) char buffer[32768];
    bool whole = true;
@@ -62,6 +68,16 @@ bool dump( uint16_t type, int family, const Handler& handler ) {
          handler( Message( *message ) );
       }
    }
+}
+
+}
+
+bool dump( uint16_t type, int family, const Handler& handler ) {
+   return answer( type, family, nullptr, handler );
+}
+
+bool dumpRoutes( int family, uint32_t table, const Handler& handler ) {
+   return answer( RTM_GETROUTE, family, &table, handler );
 }
 
 }

@@ -16,4 +16,8 @@ using Handler = std::function<void( const Message& )>;
 // something; ask again. Throws std::system_error.
 bool dump( uint16_t type, int family, const Handler& handler );
 
+// A dump of routes (RTM_GETROUTE) of one table. A kernel that cannot choose tells of
+// all tables: look at each message's own.
+bool dumpRoutes( int family, uint32_t table, const Handler& handler );
+
 }

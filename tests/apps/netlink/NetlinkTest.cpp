@@ -74,6 +74,20 @@ TEST( Dump, TellsOfEveryLink ) {
    EXPECT_EQ( std::count( names.begin(), names.end(), "lo" ), 1 );
 }
 
+TEST( Dump, TellsOfOneTableOnly ) {
+   // The loopback's own addresses are in the local table.
+   for ( uint32_t table :
+         { uint32_t( RT_TABLE_LOCAL ), uint32_t( RT_TABLE_MAIN ) } ) {
+      size_t others = 0, own = 0;
+      dumpRoutes( AF_INET, table, [&]( const Message& message ) {
+         ASSERT_NE( message.body<rtmsg>(), nullptr );
+         ( message.body<rtmsg>()->rtm_table == table ? own : others ) += 1;
+      } );
+      EXPECT_EQ( others, 0u );
+      EXPECT_TRUE( own > 0 || table != RT_TABLE_LOCAL );
+   }
+}
+
 TEST( Dump, ThrowsWhatTheKernelAnswers ) {
    // A message of no known type.
    EXPECT_THROW( dump( RTM_MAX + 1, AF_UNSPEC, []( const Message& ) {} ),

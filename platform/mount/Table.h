@@ -73,8 +73,8 @@ class Table : public TableBase {
    Table( MountedEntity& entity, Mox::String name, Callbacks callbacks,
           ::Brane::WriterOptions options = {},
           Corruption corruption = corruptionThrown )
-      : TableBase( entity, std::move( name ), makeLayout(), std::move( options ),
-                   corruption ),
+      : TableBase( entity, std::move( name ), makeLayout(),
+                   withFresh( std::move( options ) ), corruption ),
         callbacks_( std::move( callbacks ) ) {}
 
    // The record's layout, as it stands in the table's header.
@@ -192,6 +192,16 @@ class Table : public TableBase {
       }
       alignas( 16 ) typename KeyForm::Bytes bytes;
    };
+
+   // Not every field's default is all zeros: an infinite metric is not.
+   static ::Brane::WriterOptions withFresh( ::Brane::WriterOptions options ) {
+      Record fresh;
+      std::memset( &fresh, 0, sizeof fresh );
+      Form::write( V(), fresh.bytes );
+      auto* bytes = reinterpret_cast<const std::byte*>( &fresh );
+      options.fresh.assign( bytes, bytes + kRecordSize );
+      return options;
+   }
 
    bool decode( const void* record, V& out ) const {
       typename Form::Bytes bytes;

@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "platform/shm/AttachReport.h"
 #include "platform/shm/Error.h"
@@ -38,6 +39,9 @@ struct WriterOptions {
    bool zeroKey = false;
    // Sequence that a new file starts from.
    uint64_t firstSequence = 0;
+   // What a record begins as that is taken over from another layout: the fields that
+   // were not in it keep this. recordSize bytes, or empty: zeros.
+   std::vector<std::byte> fresh;
 };
 
 // Result of a verifying sweep.

@@ -232,6 +232,35 @@ TEST_F( Restart, GivesAReadersStrayToItsRouteLater ) {
               nullptr );
 }
 
+// What an older agent's interfaces did not have is as in a fresh record, not all zeros:
+// a metric of zeros would be better than any that comes.
+TEST_F( Restart, GivesFieldsOfNoFormerLayoutTheirDefaults ) {
+   leave( 1, 0 );
+   AgentSide agent( clock, root.path() );
+   const RouteIntfKey key{ keyOf( 0 ), intfId( "eth1" ) };
+   {
+      using Table = Brane::RouteIntfTable;
+      ::Brane::Layout older = Table::makeLayout();
+      for ( auto& field : older.fields ) {
+         if ( field.name == "assertInfo" ) field.type += "Once";
+      }
+      ::Brane::TableWriter former( root.path() + '/' + agent.path + "/routeIntf",
+                                   older, 100 );
+      Brane::Intf record( key );
+      record.joinState = Intf::joined;
+      record.assertInfo = { iAmAssertLoser,
+                            assertMetric( "[S] 192.0.2.9 [110/20]" ) };
+      alignas( 16 )::Brane::FlatForm<Brane::Intf>::Bytes bytes{};
+      ::Brane::FlatForm<Brane::Intf>::write( record, bytes );
+      former.put( &bytes );
+   }
+   agent.start();
+   const Intf* taken = agent.model->route( keyOf( 0 ) )->routeIntf( key.intfId );
+   ASSERT_NE( taken, nullptr );
+   EXPECT_EQ( taken->joinState(), Intf::joined );
+   EXPECT_EQ( taken->assertInfo(), AssertInfo() );
+}
+
 TEST_F( Restart, RunsAgainAfterBeingKilledInBetween ) {
    leave( 5, 3 );
    for ( int passes = 1; passes < 20; ++passes ) {

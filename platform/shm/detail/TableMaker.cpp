@@ -201,7 +201,8 @@ void TableMaker::create( const Former* former, const Survey* survey ) {
 void TableMaker::copySurvivors( const Former& former, const Survey& survey ) {
    std::vector<Move> moves =
       movesBetween( layoutOf( former.header ), table_.layout_ );
-   std::vector<std::byte> record( table_.layout_.recordSize );
+   std::vector<std::byte> record = options_.fresh;
+   record.resize( table_.layout_.recordSize );
    for ( Position p = 0; p < survey.index().size(); ++p ) {
       uint64_t word = survey.index()[p];
       if ( !isWord( p ) || !word ) continue;

@@ -230,6 +230,14 @@ class Table : public TableBase {
       if ( decodeKey( key, decoded ) ) callbacks_.keySoon( decoded );
    }
    void handleMountStatus() override { callbacks_.mountStatusChanged(); }
+   bool isValue( const void* record ) const override {
+      typename Form::Bytes bytes;
+      std::memcpy( &bytes, record, sizeof bytes );
+      V value;
+      if ( !Form::read( bytes, value ) ) return false;
+      const KeyBytes key( value.key );
+      return std::memcmp( &key.bytes, record, sizeof key.bytes ) == 0;
+   }
 
    Callbacks callbacks_;
 };

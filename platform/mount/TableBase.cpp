@@ -1,5 +1,7 @@
 #include "platform/mount/TableBase.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -72,7 +74,37 @@ void TableBase::mountWriter( Corvex::EntityManager& manager,
    manager.makeDirectories( path );
    writer_ =
       std::make_unique<::Brane::TableWriter>( path, layout_, capacity, options_ );
-   tellAttached( writer_->attachReport() );
+   ::Brane::AttachReport report = writer_->attachReport();
+   dropWhatIsNoValue( report );
+   tellAttached( report );
+}
+
+// Whole by its checksum, and yet nobody can read it: left standing it would take room
+// and keep readers at what they knew, for nothing ever writes its key again.
+void TableBase::dropWhatIsNoValue( ::Brane::AttachReport& report ) {
+   constexpr size_t kTexts = 32;
+   std::vector<std::byte> keys;
+   visitRecords( nullptr,
+                 [&]( const void* record ) {
+                    auto* key = static_cast<const std::byte*>( record );
+                    if ( !isValue( record ) )
+                       keys.insert( keys.end(), key, key + layout_.keySize );
+                    return true;
+                 },
+                 {} );
+   for ( size_t at = 0; at < keys.size(); at += layout_.keySize ) {
+      const std::byte* key = keys.data() + at;
+      ::Brane::Position position = writer_->positionAtOrBefore( key );
+      if ( !writer_->remove( key ) ) continue;
+      ++report.dropped;
+      --report.survivors;
+      if ( report.texts.size() >= kTexts ) continue;
+      // Before word of what is harmless: the first becomes the problem.
+      report.texts.insert(
+         report.texts.begin(),
+         fmt::format( "{}: position {}: the record is no value of this program's",
+                      writer_->path(), position ) );
+   }
 }
 
 // What stood there was not simply taken up: whoever looks for lost records must find

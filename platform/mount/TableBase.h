@@ -84,6 +84,8 @@ class PIMSM_API TableBase {
    virtual void handleKeySoon( const void* key ) = 0;
    // The table came, went, or was replaced by another instance.
    virtual void handleMountStatus() = 0;
+   // Are a record's bytes a value of the type, under the key that they begin with?
+   virtual bool isValue( const void* record ) const = 0;
 
    void putRecord( const void* record );
    bool removeRecord( const void* key, void* removed );
@@ -106,6 +108,7 @@ class PIMSM_API TableBase {
    bool mount( ::Brane::TableRole role, uint32_t capacity );
    void mountWriter( Corvex::EntityManager& manager, const Mox::String& path,
                      uint32_t capacity );
+   void dropWhatIsNoValue( ::Brane::AttachReport& report );
    void tellAttached( const ::Brane::AttachReport& report );
    void mountReader( Corvex::EntityManager& manager, const Mox::String& path );
    bool followPart();

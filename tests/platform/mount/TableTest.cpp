@@ -278,21 +278,26 @@ TEST_F( TypedTable, CommitsAValueBuiltInPlace ) {
    EXPECT_EQ( agent.recorder.take(), Numbers{} );
 }
 
-// A mapping is trusted in nothing.
-TEST_F( TypedTable, LeavesOutRecordsThatAreNoValue ) {
-   agent.shelf.reset();
-   ::Brane::TableWriter raw( root.path() + "/shelf/book", BookTable::makeLayout(),
-                             64 );
+// Whole records that are no value: an unknown number, and a key in another form.
+void writeSenseless( const std::string& root, uint32_t capacity ) {
+   ::Brane::TableWriter raw( root + "/shelf/book", BookTable::makeLayout(),
+                             capacity );
    struct alignas( 16 ) {
       ::Brane::FlatForm<Book>::Bytes bytes;
    } record;
-   for ( uint32_t i = 1; i <= 3; ++i ) {
+   for ( uint32_t i = 1; i <= 4; ++i ) {
       std::memset( &record, 0, sizeof record );
       ::Brane::FlatForm<Book>::write( bookOf( i ), record.bytes );
       if ( i == 2 ) record.bytes.colour = 77;
+      if ( i == 4 ) record.bytes.key.address.address[15] = 1;  // IPv4 has 4 bytes
       raw.put( &record );
    }
-   raw.ring();
+}
+
+// A mapping is trusted in nothing.
+TEST_F( TypedTable, LeavesOutRecordsThatAreNoValue ) {
+   agent.shelf.reset();
+   writeSenseless( root.path(), 64 );
    Side reader( clock, root.path(), ::Brane::tableReader );
    const BookTable& table = reader.shelf->book();
    Book ignored;
@@ -304,8 +309,31 @@ TEST_F( TypedTable, LeavesOutRecordsThatAreNoValue ) {
       ++met;
       return true;
    } );
-   EXPECT_EQ( met, 2U );
+   EXPECT_EQ( met, 3U );
    EXPECT_EQ( table.undecodable(), 3U );
+}
+
+// Nothing else would ever remove them. A new instance, and the old one in place.
+TEST_F( TypedTable, DropsRecordsThatAreNoValueWhenMountedForWriting ) {
+   for ( uint32_t capacity : { 64U, 2000U } ) {
+      agent.shelf.reset();
+      writeSenseless( root.path(), capacity );
+      Side reader( clock, root.path(), ::Brane::tableReader );
+      Side next( clock, root.path(), ::Brane::tableWriter );
+      const BookTable& table = next.shelf->book();
+      EXPECT_EQ( table.size(), 2U );
+      EXPECT_TRUE( table.has( bookKey( 1 ) ) && table.has( bookKey( 3 ) ) );
+      const Mox::String problem = table.control()->problem();
+      EXPECT_NE( problem.find( "no value" ), Mox::String::npos ) << problem;
+      // Readers hear that they have gone.
+      next.manager.dispatch();
+      clock.advance( 0.1 );
+      reader.manager.dispatch();
+      Numbers heard = reader.recorder.take();
+      EXPECT_EQ( std::count( heard.begin(), heard.end(), 2U ), 1 ) << capacity;
+      EXPECT_FALSE( reader.shelf->book().has( bookKey( 2 ) ) );
+      EXPECT_EQ( reader.shelf->book().size(), 2U );
+   }
 }
 
 }

@@ -1,6 +1,7 @@
 #include "apps/agent/Agent.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <set>
@@ -232,8 +233,11 @@ bool Agent::published() const {
 }
 
 std::string Agent::summary() const {
-   std::string out = fmt::format( "replayed {} of {} packets\n", replay_.played(),
-                                  replay_.size() );
+   std::string out = "listening on " +
+                     fmt::format( "{}\n", fmt::join( options_.interfaces, ", " ) );
+   if ( options_.interfaces.empty() )
+      out = fmt::format( "replayed {} of {} packets\n", replay_.played(),
+                         replay_.size() );
    if ( !replay_.problem().empty() ) out += replay_.problem() + "\n";
    out += counters_.text() + "\n";
    for ( const auto& family : families_ ) {

@@ -34,12 +34,13 @@ LiveCapture::LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interf
    : Notifiee( &clock ),
      loop_( loop ),
      interface_( std::move( interface ) ),
-     observer_( std::move( observer ) ),
-     handle_( open() ) {}
+     observer_( std::move( observer ) ) {
+   open();
+}
 
 LiveCapture::~LiveCapture() = default;
 
-std::unique_ptr<LiveCapture::Handle> LiveCapture::open() {
+void LiveCapture::open() {
    char error[PCAP_ERRBUF_SIZE] = "";
    pcap_t* pcap = pcap_create( interface_.c_str(), error );
    if ( pcap == nullptr ) throw CaptureError( interface_ + ": " + error );
@@ -65,7 +66,7 @@ std::unique_ptr<LiveCapture::Handle> LiveCapture::open() {
    handle->link = linkTypeOf( pcap_datalink( pcap ) );
    watcher_ = std::make_unique<Mox::Loop::FdWatcher>(
       loop_, pcap_get_selectable_fd( pcap ), [this] { read(); } );
-   return handle;
+   handle_ = std::move( handle );
 }
 
 void LiveCapture::read() {
@@ -95,9 +96,8 @@ void LiveCapture::lose( const std::string& why ) {
 
 void LiveCapture::onTime() {
    try {
-      handle_ = open();
+      open();
    } catch ( const CaptureError& ) {
-      watcher_.reset();
       wakeupTimeIs( clock()->now() + retryInterval );
       return;
    }

@@ -39,7 +39,7 @@ class LiveCapture : public Mox::Clock::Notifiee {
    struct Handle;
    static constexpr int kMaxPackets = 256;  // a turn; others want the loop, too
 
-   std::unique_ptr<Handle> open();
+   void open();
    void read();
    void lose( const std::string& why );
    void onTime() override;

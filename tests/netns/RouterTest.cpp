@@ -1,0 +1,349 @@
+// A whole router: the agent listens on its interfaces, the forwarding process follows
+// its tables, hosts join with ordinary socket calls.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <regex>
+#include <set>
+
+#include "tests/netns/Flow.h"
+#include "tests/netns/Forwarder.h"
+
+namespace Netns {
+namespace {
+
+using Json = nlohmann::json;
+using Mox::Test::Program;
+using Vantu::AddressFamily;
+using Vantu::IpGenAddr;
+using Faults = Receiver::Faults;
+
+// The RP is the host on the source's link, unless a test says otherwise: then the
+// shared tree comes in there.
+class LiveRouter : public testing::TestWithParam<AddressFamily> {
+ protected:
+   void SetUp() override {
+      static const std::string kWhyNot = notPermitted();
+      if ( !kWhyNot.empty() ) GTEST_SKIP() << kWhyNot;
+      net = std::make_unique<Topology>();
+      start( host( 0 ) );
+   }
+   void start( const IpGenAddr& rp ) {
+      forwarder.reset();
+      agent.reset();
+      std::ofstream( config() )
+         << Topology::config( "    rpf: kernel\n    rps:\n    - address: \"" +
+                              valueToStrep( rp ) + "\"\n" );
+      forwarder = std::make_unique<Forwarder>(
+         *net, root.path(), config(), Program::Arguments{ "--counters", "0.1" } );
+      startAgent();
+      ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
+   }
+   void startAgent() {
+      Namespace::Inside inside( net->router );
+      Program::Arguments command = { PIMSM_AGENT, "--config", config(), "--root",
+                                     root.path() };
+      for ( int link = 0; link < Topology::links; ++link ) {
+         command.push_back( "--interface" );
+         command.push_back( Topology::routerInterface( link ) );
+      }
+      agent = std::make_unique<Program>( command );
+      ASSERT_TRUE( agent->untilErr( "listening" ) ) << agent->err();
+   }
+   std::string config() const { return root.path() + "/router.yaml"; }
+
+   bool ipv4() const { return GetParam() == AddressFamily::ipv4; }
+   IpGenAddr group( int last, bool ssm = false ) const {
+      const char* const kBase[] = { "ff0e::9:", "ff3e::9:", "239.9.9.",
+                                    "232.9.9." };
+      return IpGenAddr( kBase[( ipv4() ? 2 : 0 ) + ( ssm ? 1 : 0 )] +
+                        std::to_string( last ) );
+   }
+   IpGenAddr host( int link ) const {
+      return Topology::hostAddress( GetParam(), link );
+   }
+   Receiver receiver( int link, const IpGenAddr& of,
+                      const IpGenAddr& source = {} ) {
+      return Receiver( net->host( link ), Topology::hostInterface( link ), of,
+                       source );
+   }
+   Sender sender( int link, const IpGenAddr& to, int rate = 1000 ) {
+      return Sender( net->host( link ), Topology::hostInterface( link ), to, rate );
+   }
+   testing::AssertionResult flows( Receiver& receiver, const Sender& sender ) {
+      uint32_t number = sender.sent() + 20;
+      if ( eventually( [&] { return receiver.reached( number ); } ) )
+         return testing::AssertionSuccess();
+      return testing::AssertionFailure() << receiver.received().size() << " of "
+                                         << sender.sent() << " packets came\n"
+                                         << show( {} ) << kernel() << agent->err();
+   }
+
+   std::string show( Program::Arguments more ) const {
+      more.insert( more.begin(), { PIMSM_SHOW, "--root", root.path() } );
+      return Mox::Test::runToEnd( more ).out;
+   }
+   std::string kernel() const {
+      return net->router.ip( ipv4() ? "mroute show" : "-6 mroute show" );
+   }
+   using Olists = std::map<std::string, std::set<std::string>>;
+   // While a route is made the kernel keeps three packets and drops the next: what
+   // counts comes after.
+   static uint32_t firstSince( Receiver& receiver, uint32_t number ) {
+      for ( uint32_t each : receiver.received() ) {
+         if ( each >= number ) return each;
+      }
+      return 0;
+   }
+   // The outgoing lists that the tool shows, of routes with an incoming interface, by
+   // "(source, group) from incoming"; "*" is any source.
+   Olists shownOlists() const {
+      Olists out;
+      std::istringstream lines( show( { ipv4() ? "-4" : "-6", "--json-lines" } ) );
+      for ( std::string line; std::getline( lines, line ); ) {
+         Json route = Json::parse( line );
+         if ( route.contains( "data" ) ) route = route["data"];
+         if ( !route.contains( "incoming-interface" ) ) continue;
+         std::set<std::string>& olist =
+            out["(" + route["source-address"].get<std::string>() + ", " +
+                route["group"].get<std::string>() + ") from " +
+                route["incoming-interface"].get<std::string>()];
+         for ( const Json& intf : route["outgoing-interface"] )
+            olist.insert( intf["name"].get<std::string>() );
+      }
+      return out;
+   }
+   // The same as the kernel has it: resolved entries only; of a (*,G) one the kernel
+   // lists the incoming interface, too.
+   Olists kernelOlists() const {
+      Olists out;
+      static const std::regex kEntry(
+         R"(\((\S+),(\S+)\)\s+Iif: (\S+)(?:\s+Oifs: ([^S]*))?\s*State: resolved)" );
+      const std::string text = kernel();
+      for ( std::sregex_iterator it( text.begin(), text.end(), kEntry ), end;
+            it != end; ++it ) {
+         std::string source = ( *it )[1], iif = ( *it )[3];
+         bool any = source == "0.0.0.0" || source == "::";
+         std::set<std::string>& olist = out["(" + ( any ? "*" : source ) + ", " +
+                                            ( *it )[2].str() + ") from " + iif];
+         std::istringstream names( ( *it )[4].str() );
+         for ( std::string name; names >> name; ) {
+            if ( name != iif ) olist.insert( name );
+         }
+      }
+      return out;
+   }
+   bool agree() const {
+      return eventually( [&] { return shownOlists() == kernelOlists(); } );
+   }
+
+   // A downstream router on the link says these things.
+   void downstream( int link, const Program::Arguments& what ) {
+      Program::Arguments command = {
+         "/usr/bin/python3",
+         PIMSM_SOURCE_DIR "/tests/netns/downstream.py",
+         Topology::hostInterface( link ),
+         valueToStrep( host( link ) ),
+         valueToStrep( Topology::routerAddress( GetParam(), link ) ),
+         valueToStrep( host( 0 ) ) };
+      command.insert( command.end(), what.begin(), what.end() );
+      Namespace::Inside inside( net->host( link ) );
+      Mox::Test::Ended ended = Mox::Test::runToEnd( command );
+      ASSERT_EQ( ended.status, 0 ) << ended.err;
+   }
+   Mox::Test::TempRoot root;
+   std::unique_ptr<Topology> net;
+   std::unique_ptr<Forwarder> forwarder;
+   std::unique_ptr<Program> agent;
+};
+
+TEST_P( LiveRouter, HostsJoinAndLeaveAGroup ) {
+   Sender stream = sender( 0, group( 1 ) );
+   uint32_t asked = stream.sent();
+   Receiver left = receiver( 1, group( 1 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   std::cout << "join to first packet: " << firstSince( left, asked ) - asked
+             << " ms\n";
+   left.forget();
+   auto right = std::make_unique<Receiver>( receiver( 2, group( 1 ) ) );
+   ASSERT_TRUE( flows( *right, stream ) );
+   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
+   // A leave takes effect when nobody has answered in two seconds.
+   uint32_t left_at = stream.sent();
+   right.reset();
+   ASSERT_TRUE( eventually( [&] {
+      for ( const auto& [route, olist] : kernelOlists() ) {
+         if ( olist.count( "r2" ) != 0 ) return false;
+      }
+      return true;
+   } ) )
+      << kernel();
+   std::cout << "leave to last packet: " << stream.sent() - left_at << " ms\n";
+   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
+   ASSERT_TRUE( flows( left, stream ) );
+   EXPECT_EQ( left.faults(), Faults() );
+}
+
+TEST_P( LiveRouter, HostsJoinASourceOfAGroup ) {
+   Sender stream = sender( 0, group( 1, true ) );
+   Receiver left = receiver( 1, group( 1, true ), host( 0 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   left.forget();
+   // Another source is not wanted, and a member of all sources gets nothing.
+   Receiver right = receiver( 2, group( 1, true ), host( 1 ) );
+   Sender other = sender( 1, group( 1, true ) );
+   ASSERT_TRUE( flows( right, other ) );
+   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
+   ASSERT_TRUE( flows( left, stream ) );
+   EXPECT_EQ( left.faults(), Faults() );
+}
+
+TEST_P( LiveRouter, ADownstreamRouterJoinsAndPrunes ) {
+   if ( Mox::Test::runToEnd(
+           { "/usr/bin/python3", "-c", "import scapy.contrib.pim" } )
+           .status != 0 )
+      GTEST_SKIP() << "no scapy here (python3-scapy)";
+   const std::string g = valueToStrep( group( 1 ) );
+   Sender stream = sender( 0, group( 1 ) );
+   Receiver right = receiver( 2, group( 1 ) );
+   ASSERT_TRUE( flows( right, stream ) );
+   right.forget();
+   // Not a member of its own, but the link gets what its router has joined.
+   Receiver left = receiver( 1, group( 9 ) );
+   auto joined = [&]( const std::string& source ) {
+      for ( const auto& [route, olist] : kernelOlists() ) {
+         if ( route.rfind( "(" + source + ", " + g, 0 ) == 0 )
+            return olist.count( "r1" ) != 0;
+      }
+      return false;
+   };
+   downstream( 1, { "join", "*", g } );
+   ASSERT_TRUE( eventually( [&] { return joined( "*" ); } ) )
+      << show( {} ) << agent->err();
+   const std::string s = valueToStrep( host( 0 ) );
+   downstream( 1, { "join", s, g } );
+   ASSERT_TRUE( eventually( [&] { return joined( s ); } ) )
+      << show( {} ) << kernel();
+   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
+   downstream( 1, { "prune", s, g, "prune", "*", g } );
+   ASSERT_TRUE( eventually( [&] { return !joined( s ) && !joined( "*" ); } ) )
+      << show( {} ) << kernel();
+   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
+   ASSERT_TRUE( flows( right, stream ) );
+   EXPECT_EQ( right.faults(), Faults() ) << "the other link noticed nothing";
+}
+
+// As the RP itself it has no shared tree to come in by: the source's packets make the
+// route, at its first-hop router.
+TEST_P( LiveRouter, ASourceOnALinkMakesItsRoute ) {
+   start( Topology::routerAddress( GetParam(), 0 ) );
+   Receiver left = receiver( 1, group( 1 ) );
+   Sender stream = sender( 0, group( 1 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   std::cout << "from the source's first packet to one that came: "
+             << left.received().front() << " ms\n";
+   left.forget();
+   Receiver right = receiver( 2, group( 1 ) );
+   ASSERT_TRUE( flows( right, stream ) );
+   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
+   EXPECT_EQ( left.faults(), Faults() );
+}
+
+// What stays the same over a restart: all but times and the order of lines, and the
+// upstream join state, which the tables take up with the route's next marked change.
+std::set<std::string> lasting( const std::string& lines ) {
+   std::set<std::string> out;
+   std::istringstream stream( lines );
+   for ( std::string line; std::getline( stream, line ); ) {
+      Json route = Json::parse( line );
+      std::function<void( Json& )> strip = [&]( Json& json ) {
+         if ( json.is_object() ) {
+            for ( const char* time :
+                  { "up-time", "since-last-join", "since-last-rpt-prune", "writer",
+                    "pimsm-state:upstream-join-state" } )
+               json.erase( time );
+         }
+         for ( Json& part : json ) {
+            if ( part.is_structured() ) strip( part );
+         }
+      };
+      strip( route );
+      out.insert( route.dump() );
+   }
+   return out;
+}
+
+// What one of them lacks of the other.
+std::string difference( const std::set<std::string>& before,
+                        const std::set<std::string>& after ) {
+   std::string out;
+   for ( const std::string& line : before )
+      out += after.count( line ) == 0 ? "- " + line + "\n" : "";
+   for ( const std::string& line : after )
+      out += before.count( line ) == 0 ? "+ " + line + "\n" : "";
+   return out;
+}
+
+TEST_P( LiveRouter, NoPacketIsLostWhileTheAgentIsKilled ) {
+   const char* given = std::getenv( "PIMSM_SEED" );
+   const unsigned seed =
+      given != nullptr ? unsigned( std::atoi( given ) ) : std::random_device()();
+   const int kills = std::getenv( "PIMSM_LONG" ) != nullptr ? 50 : 5;
+   std::cout << "seed " << seed << "\n";
+   std::mt19937 random( seed );
+   Sender stream = sender( 0, group( 1 ) );
+   Sender ssm = sender( 0, group( 2, true ) );
+   Receiver left = receiver( 1, group( 1 ) );
+   Receiver right = receiver( 2, group( 2, true ), host( 0 ) );
+   Receiver third = receiver( 2, group( 1 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   ASSERT_TRUE( flows( right, ssm ) );
+   ASSERT_TRUE( flows( third, stream ) );
+   for ( Receiver* each : { &left, &right, &third } ) each->forget();
+   const Program::Arguments kLines = { ipv4() ? "-4" : "-6", "--json-lines" };
+   ASSERT_TRUE( agree() );
+   const std::set<std::string> before = lasting( show( kLines ) );
+   ASSERT_FALSE( before.empty() );
+   for ( int kill = 0; kill < kills; ++kill ) {
+      // Also a show tool that reads at that moment.
+      std::unique_ptr<Program> reader;
+      if ( kill % 2 == 1 ) {
+         reader = std::make_unique<Program>(
+            Program::Arguments{ PIMSM_SHOW, "--root", root.path() } );
+      }
+      uint32_t at = stream.sent() + random() % 300;
+      ASSERT_TRUE( eventually( [&] { return stream.sent() >= at; } ) );
+      agent->signal( SIGKILL );
+      if ( reader != nullptr ) reader->signal( SIGKILL );
+      ASSERT_EQ( agent->wait(), -SIGKILL );
+      EXPECT_EQ( difference( before, lasting( show( kLines ) ) ), "" );
+      startAgent();
+      ASSERT_TRUE(
+         eventually( [&] { return lasting( show( kLines ) ) == before; } ) )
+         << difference( before, lasting( show( kLines ) ) );
+   }
+   ASSERT_TRUE( flows( left, stream ) );
+   ASSERT_TRUE( flows( right, ssm ) );
+   ASSERT_TRUE( flows( third, stream ) );
+   EXPECT_EQ( left.faults(), Faults() );
+   EXPECT_EQ( right.faults(), Faults() );
+   EXPECT_EQ( third.faults(), Faults() );
+   std::cout << kills << " kills, " << left.received().size() << " + "
+             << right.received().size() << " + " << third.received().size()
+             << " packets, none lost or doubled\n";
+}
+
+INSTANTIATE_TEST_SUITE_P( Families, LiveRouter,
+                          testing::Values( AddressFamily::ipv4,
+                                           AddressFamily::ipv6 ),
+                          []( const auto& row ) {
+                             return row.param == AddressFamily::ipv4 ? "IPv4"
+                                                                     : "IPv6";
+                          } );
+
+}
+}

@@ -2,233 +2,26 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-
-#include "apps/published/Incoming.h"
+#include "apps/show/DerivationReport.h"
+#include "apps/show/OutgoingReport.h"
+#include "apps/show/RouteFilter.h"
 #include "apps/show/Words.h"
-#include "model/Derivation.h"
 
 namespace Show {
 
 namespace Sm = Routing::Pim::SparseMode;
 using Json = nlohmann::ordered_json;
 using Routing::Pim::RouteKey;
-using Sm::Derivation;
-using Sm::MacroFlip;
-using Sm::MacroInput;
-using Sm::MacroStep;
 
 namespace {
 
-constexpr size_t kValueColumn = 58;
-
-struct Answer {
-   Derivation derivation;
-   std::vector<MacroFlip> flips;
-};
-
-// On the source tree and on the shared one, what a record's `forward` follows; what
-// the upstream join follows.
-std::string usualMacro( const Route& route, bool ofIntf ) {
-   if ( route.wildCard() ) return ofIntf ? "immediateOlistWc" : "joinDesiredWc";
-   if ( !ofIntf ) return "joinDesiredSg";
-   return route.spTree() ? "inheritedOlistSg" : "inheritedOlistSgRpt";
-}
-
-Sm::MacroArguments argumentsOf( const Question& question,
-                                Sm::IntfCollection& failover ) {
-   bool received = question.macro.starts_with( "is" ) &&
-                   question.macro.find( "Assert" ) != std::string::npos;
-   if ( received && !question.received )
-      throw Mox::RangeError( question.macro + " needs --received METRIC" );
-   if ( question.macro == "joinDesiredSgFastFailover" && question.failover.empty() )
-      throw Mox::RangeError( question.macro + " needs --failover INTERFACES" );
-   for ( Vantu::IntfId intfId : question.failover ) failover.intfIs( intfId );
-   Sm::MacroArguments arguments;
-   arguments.fastFailoverIntfs = &failover;
-   if ( question.received ) arguments.received = *question.received;
-   return arguments;
-}
-
-Answer answer( const Mirror& mirror, const Question& question ) {
+// The one asked about, or all.
+std::vector<const Intf*> asked( const Mirror& mirror, const Question& question ) {
    const Route& route = *std::as_const( *mirror.model ).route( question.route );
-   bool ofIntf = !question.intfId.empty();
-   std::string macro =
-      question.macro.empty() ? usualMacro( route, ofIntf ) : question.macro;
-   Mox::Ptr<Sm::IntfCollection> failover = Sm::intfCollectionFactory();
-   Sm::MacroArguments arguments = argumentsOf( question, *failover );
-   if ( !ofIntf )
-      return { derive( route, macro, arguments ),
-               flipsOf( route, macro, arguments ) };
-   const Intf& intf = *route.routeIntf( question.intfId );
-   return { derive( intf, macro, arguments ), flipsOf( intf, macro, arguments ) };
-}
-
-// As people would say it; in the field's text form where there is nothing shorter.
-std::string valueText( const std::string& value ) {
-   using Sm::AssertMetric;
-   if ( value == "true" ) return "yes";
-   if ( value == "false" ) return "no";
-   if ( value == valueToStrep( AssertMetric() ) ) return "none";
-   if ( value.starts_with( "Value('Routing::Pim::Rpf'" ) )
-      return rpfText( Mox::stringToValue<Rpf>( value ), false );
-   if ( value.starts_with( "Value('Routing::Pim::IntfAddr'" ) )
-      return Vantu::valueToStrep(
-         Mox::stringToValue<Routing::Pim::IntfAddr>( value ).address );
-   return value;
-}
-
-std::string aboutText( const RouteKey& route, Vantu::IntfId intfId ) {
-   if ( route == RouteKey() ) return std::string( intfId.name() );
-   std::string out = keyText( route );
-   if ( !intfId.empty() ) out += ' ' + std::string( intfId.name() );
-   return out;
-}
-
-// What forwarding adds to the macro: nothing goes out where it comes in.
-bool comesInThere( const Mirror& mirror, const Question& question ) {
-   if ( !question.macro.empty() || question.intfId.empty() ) return false;
-   const Route& route = *std::as_const( *mirror.model ).route( question.route );
-   return Published::incomingIntf( route ) == question.intfId;
-}
-
-// "vrf default ipv4, agent running, (S, G): eth3 does not forward", or the macro's
-// answer.
-std::string headline( const Mirror& mirror, const Question& question,
-                      const Derivation& derivation ) {
-   std::string where = fmt::format( "vrf {} {}, agent {}, ", mirror.vrf(),
-                                    familyName( mirror.family ),
-                                    mirror.writerAlive() ? "running" : "gone" );
-   if ( !question.macro.empty() || question.intfId.empty() ) {
-      return where + fmt::format( "{}: {} is {}\n",
-                                  aboutText( derivation.route, derivation.intfId ),
-                                  derivation.macro, valueText( derivation.value ) );
-   }
-   const Intf& intf = *std::as_const( *mirror.model )
-                          .route( question.route )
-                          ->routeIntf( question.intfId );
-   return where + fmt::format( "{}: {} {}\n", keyText( question.route ),
-                               intf.intfId().name(), forwardText( intf ) );
-}
-
-// The last step of a rule, and one that only looks at fields, has no condition.
-std::string stepText( const MacroStep& step ) {
-   if ( step.condition.empty() ) return step.outcome.empty() ? "" : step.outcome;
-   return fmt::format( "{} {} {}", valueText( step.outcome ),
-                       step.wanted ? "if" : "unless", step.condition );
-}
-
-// A step about another record than its rule says about which.
-std::string ofText( const Derivation& derivation, const MacroStep& step ) {
-   if ( step.from.size() != 1 || step.from[0].intfId == derivation.intfId )
-      return "";
-   return " of " + std::string( step.from[0].intfId.name() );
-}
-
-void line( std::string& out, size_t indent, const std::string& text,
-           const std::string& value, bool decides ) {
-   std::string left = std::string( indent, ' ' ) + text;
-   out += fmt::format( "{:<{}}  {}{}\n", left, kValueColumn, value,
-                       decides ? "   <- decides" : "" );
-}
-
-void addInputs( std::string& out, const Derivation& derivation, size_t indent ) {
-   for ( const MacroInput& input : derivation.inputs ) {
-      line( out, indent,
-            input.field + " of " + aboutText( input.route, input.intfId ),
-            valueText( input.value ), false );
-   }
-}
-
-bool onlyFacts( const Derivation& derivation ) {
-   return derivation.steps.size() == 1 && derivation.steps[0].outcome.empty();
-}
-
-bool readsItself( const Derivation& derivation ) {
-   return onlyFacts( derivation ) && derivation.inputs.size() == 1 &&
-          derivation.inputs[0].field == derivation.macro;
-}
-
-void addRule( std::string& out, const Derivation& derivation, bool all,
-              size_t indent );
-
-void addTerm( std::string& out, const Derivation& derivation, bool all,
-              size_t indent ) {
-   // A fact that is but one field is told by it.
-   if ( readsItself( derivation ) ) return addInputs( out, derivation, indent );
-   line(
-      out, indent,
-      derivation.macro + " of " + aboutText( derivation.route, derivation.intfId ),
-      valueText( derivation.value ), false );
-   addRule( out, derivation, all, indent + 2 );
-}
-
-void addRule( std::string& out, const Derivation& derivation, bool all,
-              size_t indent ) {
-   addInputs( out, derivation, indent );
-   for ( const MacroStep& step : derivation.steps ) {
-      bool fact = onlyFacts( derivation );
-      if ( !fact ) {
-         std::string value = step.condition.empty() ? step.value
-                             : step.holds           ? "true"
-                                                    : "false";
-         line( out, indent, stepText( step ) + ofText( derivation, step ),
-               valueText( value ), step.decides );
-      }
-      if ( !all && !step.decides ) continue;
-      for ( const Derivation& term : step.from )
-         addTerm( out, term, all, fact ? indent : indent + 2 );
-   }
-}
-
-std::string flipText( const MacroFlip& flip ) {
-   return fmt::format( "  {} of {}: {} instead of {}\n", flip.input.field,
-                       aboutText( flip.input.route, flip.input.intfId ),
-                       valueText( flip.value ), valueText( flip.input.value ) );
-}
-
-// Interfaces whose address and DR role this process does not know.
-void collectUnknown( const Derivation& derivation,
-                     std::vector<Vantu::IntfId>& unknown ) {
-   for ( const MacroInput& input : derivation.inputs ) {
-      if ( input.field != "pimIntf" || input.value != "false" ) continue;
-      if ( std::find( unknown.begin(), unknown.end(), input.intfId ) ==
-           unknown.end() )
-         unknown.push_back( input.intfId );
-   }
-   for ( const MacroStep& step : derivation.steps ) {
-      for ( const Derivation& term : step.from ) collectUnknown( term, unknown );
-   }
-}
-
-Json inputJson( const MacroInput& input ) {
-   Json json;
-   json["of"] = aboutText( input.route, input.intfId );
-   json["field"] = input.field;
-   json["value"] = input.value;
-   return json;
-}
-
-Json derivationJson( const Derivation& derivation ) {
-   Json json;
-   json["macro"] = derivation.macro;
-   json["of"] = aboutText( derivation.route, derivation.intfId );
-   json["value"] = derivation.value;
-   for ( const MacroInput& input : derivation.inputs )
-      json["inputs"].push_back( inputJson( input ) );
-   for ( const MacroStep& step : derivation.steps ) {
-      Json& entry = json["steps"].emplace_back( Json::object() );
-      if ( !step.condition.empty() ) {
-         entry[step.wanted ? "if" : "unless"] = step.condition;
-         entry["holds"] = step.holds;
-      }
-      if ( !step.outcome.empty() ) entry["outcome"] = step.outcome;
-      if ( !step.value.empty() ) entry["value"] = step.value;
-      entry["decides"] = step.decides;
-      for ( const Derivation& term : step.from )
-         entry["terms"].push_back( derivationJson( term ) );
-   }
-   return json;
+   RouteFilter filter;
+   if ( !question.intfId.empty() )
+      filter.iface = std::string( question.intfId.name() );
+   return selectIntfs( route, filter );
 }
 
 }
@@ -259,56 +52,25 @@ bool knows( const Mirror& mirror, const Question& question ) {
    return question.intfId.empty() || route->routeIntf( question.intfId ) != nullptr;
 }
 
-std::string explainText( const Mirror& mirror, const Question& question ) {
-   Answer found = answer( mirror, question );
-   const Derivation& derivation = found.derivation;
-   std::string out = headline( mirror, question, derivation );
-   bool forwarding = question.macro.empty() && !question.intfId.empty();
-   bool incoming = comesInThere( mirror, question );
-   if ( forwarding ) {
-      line( out, 2, "no if it is the incoming interface", incoming ? "yes" : "no",
-            incoming );
-      line( out, 2, derivation.macro, valueText( derivation.value ), !incoming );
+std::string explainText( const Mirror& mirror, const Question& question,
+                         double now ) {
+   if ( !question.macro.empty() ) return derivationText( mirror, question );
+   std::string text;
+   for ( const Intf* intf : asked( mirror, question ) ) {
+      if ( !text.empty() ) text += '\n';
+      text += outgoingText( mirror, *intf, now );
    }
-   addRule( out, derivation, question.all, forwarding ? 4 : 2 );
-   out += found.flips.empty() ? "No single change would give another answer.\n"
-                              : "Another answer would come of one of these:\n";
-   for ( const MacroFlip& flip : found.flips ) out += flipText( flip );
-   std::vector<Vantu::IntfId> unknown;
-   if ( mirror.model->pimStatus() == nullptr )
-      collectUnknown( derivation, unknown );
-   for ( Vantu::IntfId intfId : unknown ) {
-      out += fmt::format(
-         "Address and DR role of {} are unknown here: it counts as DR without "
-         "address.\n",
-         intfId.name() );
-   }
-   return out;
+   if ( !text.empty() ) return text;
+   return fmt::format( "{} vrf {}: no interface in any list\n",
+                       keyText( question.route ), mirror.vrf() );
 }
 
 Json explainJson( const Mirror& mirror, const Question& question ) {
-   Answer found = answer( mirror, question );
-   Json json = derivationJson( found.derivation );
-   if ( question.macro.empty() && !question.intfId.empty() ) {
-      json["forwarding"] = std::as_const( *mirror.model )
-                              .route( question.route )
-                              ->routeIntf( question.intfId )
-                              ->forward();
-      json["incoming"] = comesInThere( mirror, question );
-   }
-   Json& flips = json["flips"] = Json::array();
-   for ( const MacroFlip& flip : found.flips ) {
-      Json entry = inputJson( flip.input );
-      entry["instead"] = flip.value;
-      entry["answer"] = flip.answer;
-      flips.push_back( std::move( entry ) );
-   }
-   std::vector<Vantu::IntfId> unknown;
-   if ( mirror.model->pimStatus() == nullptr )
-      collectUnknown( found.derivation, unknown );
-   for ( Vantu::IntfId intfId : unknown )
-      json["unknown"].push_back( intfId.name() );
-   return json;
+   if ( !question.macro.empty() ) return derivationJson( mirror, question );
+   Json list = Json::array();
+   for ( const Intf* intf : asked( mirror, question ) )
+      list.push_back( outgoingJson( mirror, *intf ) );
+   return list;
 }
 
 }

@@ -10,12 +10,12 @@
 
 namespace Show {
 
-// What is asked: about a route, or about one of its interfaces.
+// What is asked: about a route, without macro all its interfaces, or about one of them.
 struct Question {
    Routing::Pim::RouteKey route;
    Vantu::IntfId intfId;  // empty: the route
-   std::string macro;     // empty: the one that decides on joining or forwarding
-   bool all = false;      // every step with its terms, not only the deciding ones
+   std::string macro;  // empty: what puts interfaces in the outgoing lists or not
+   bool all = false;   // every step with its terms, not only the deciding ones
    // For the macros that take one. Without it they are refused.
    std::optional<Routing::Pim::SparseMode::AssertMetric> received;
    std::vector<Vantu::IntfId> failover;
@@ -34,7 +34,9 @@ Routing::Pim::SparseMode::AssertMetric metricArgument( const std::string& text )
 
 // REQUIRES: knows(). Throw NameError or RangeError for a macro that is not there, not for
 // this route, or without its argument.
-std::string explainText( const Mirror& mirror, const Question& question );
+// `now`: seconds, CLOCK_MONOTONIC.
+std::string explainText( const Mirror& mirror, const Question& question,
+                         double now );
 nlohmann::ordered_json explainJson( const Mirror& mirror,
                                     const Question& question );
 

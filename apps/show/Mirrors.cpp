@@ -1,8 +1,14 @@
 #include "apps/show/Mirrors.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <ctime>
 #include <filesystem>
 #include <stdexcept>
+#include <tuple>
+
+#include "platform/shm/TableFiles.h"
 
 namespace Show {
 
@@ -93,6 +99,27 @@ Mirror::Problem Mirror::problem( const MoxBrane::MountedEntity& entity ) {
       if ( problem.kind != Problem::none ) return problem;
    }
    return {};
+}
+
+// A bell is rung by writing to it; clocks that were set say 0.
+std::optional<double> Mirror::sinceLastWrite() const {
+   timespec latest{};
+   for ( const MoxBrane::TableBase* table :
+         std::initializer_list<const MoxBrane::TableBase*>{
+            &tables->route(), &tables->routeIntf() } ) {
+      struct stat status;
+      const Brane::TableFiles files( table->reader()->path() );
+      if ( stat( files.bell.c_str(), &status ) != 0 ) continue;
+      if ( std::tie( status.st_mtim.tv_sec, status.st_mtim.tv_nsec ) >
+           std::tie( latest.tv_sec, latest.tv_nsec ) )
+         latest = status.st_mtim;
+   }
+   if ( latest.tv_sec == 0 ) return std::nullopt;
+   timespec now;
+   clock_gettime( CLOCK_REALTIME, &now );
+   return std::max( 0.0,
+                    static_cast<double>( now.tv_sec - latest.tv_sec ) +
+                       static_cast<double>( now.tv_nsec - latest.tv_nsec ) * 1e-9 );
 }
 
 uint64_t Mirror::unreadable() const {

@@ -40,6 +40,9 @@ struct Mirror {
    Problem problem() const;
    // The same of an entity's tables.
    static Problem problem( const MoxBrane::MountedEntity& entity );
+   // Seconds since the agent last rang after writing routes; nothing where the bells are
+   // not to be seen.
+   std::optional<double> sinceLastWrite() const;
    // Records left out because they were busy, damaged or no value of their type.
    uint64_t unreadable() const;
 

@@ -47,6 +47,13 @@ std::string agoText( double time, double now ) {
    return time == 0.0 ? "never" : spanText( now - time ) + " ago";
 }
 
+std::string lastWriteText( const Mirror& mirror ) {
+   const auto since = mirror.sinceLastWrite();
+   return fmt::format( "As of the agent's last write, {}{}.\n",
+                       since ? spanText( *since ) + " ago" : "at an unknown time",
+                       mirror.writerAlive() ? "" : "; it is gone" );
+}
+
 std::string rpfText( const Rpf& rpf, bool attached ) {
    if ( rpf == Rpf() ) return "unresolved";
    std::string intf( rpf.intfId.name() );

@@ -24,6 +24,9 @@ std::string spanText( double seconds );
 // "12s ago"; "never" for the time 0.
 std::string agoText( double time, double now );
 
+// "As of the agent's last write, 12s ago.", a line.
+std::string lastWriteText( const Mirror& mirror );
+
 // "eth0 via 192.0.2.1", "eth0, attached", "unresolved".
 std::string rpfText( const Rpf& rpf, bool attached );
 

@@ -10,6 +10,7 @@
 #include "apps/show/RouteJson.h"
 #include "apps/show/RouteText.h"
 #include "apps/show/StatusReport.h"
+#include "apps/show/Words.h"
 
 namespace {
 
@@ -86,9 +87,9 @@ void declareExplain( CLI::App& app, Arguments& arguments ) {
    app.add_option( "source", arguments.explained[0], "Source, or '*'" )->required();
    app.add_option( "group", arguments.explained[1], "Group" )->required();
    app.add_option( "iface", arguments.explained[2],
-                   "Interface; without: the route" );
+                   "Interface; without: every one of the route" );
    app.add_option( "--macro", arguments.question.macro,
-                   "Macro to explain; without: forwarding, or the upstream join" )
+                   "Macro to explain; without: the outgoing lists" )
       ->type_name( "NAME" );
    app.add_option( "--received", arguments.received,
                    "The received metric that the macro compares, \"[S] ADDRESS "
@@ -268,7 +269,9 @@ ExitStatus printExplanations( const Show::Mirrors& mirrors,
             *mirror, Show::explainJson( *mirror, arguments.question ) ) );
       } else {
          std::cout << ( known ? "\n" : "" )
-                   << Show::explainText( *mirror, arguments.question );
+                   << Show::explainText( *mirror, arguments.question,
+                                         mirrors.now() )
+                   << Show::lastWriteText( *mirror );
       }
       known = true;
    }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "apps/published/Publisher.h"
 #include "apps/show/Mirrors.h"
 #include "register/AdvertisedSgStatus.h"
 #include "register/RegisterStatus.h"
@@ -66,11 +67,32 @@ class ShownRouter {
       for ( Published* side : { &ipv4, &ipv6, &red } ) side->publish();
    }
 
+   // The agent's interfaces of the VRF default, IPv4: DR on eth3, not on eth2.
+   void publishInterfaces() {
+      agent = ::Published::FamilyStatus::mount(
+         ipv4.manager,
+         ::Published::FamilyStatus::mountPath( Vantu::AddressFamily::ipv4,
+                                               L3::VrfName( "default" ) ),
+         ::Brane::tableWriter );
+      auto intf = [&]( const char* name, const char* address, bool dr,
+                       uint32_t neighbors ) {
+         agent->interfaceIs( { SmTest::intfId( name ), SmTest::addr( address ), 24,
+                               dr, neighbors } );
+      };
+      intf( "eth0", "192.0.2.2", false, 1 );
+      intf( "eth1", "192.0.2.4", false, 1 );
+      intf( "eth2", "198.51.100.2", false, 2 );
+      intf( "eth3", "192.0.2.130", true, 0 );
+      intf( "eth4", "203.0.113.2", true, 0 );
+      intf( "eth9", "203.0.113.130", true, 0 );
+   }
+
    Mox::Test::TempRoot root;
    Mox::TestClock clock{ now };
    Published ipv4{ clock, root.path() };
    Published ipv6{ clock, root.path(), Vantu::AddressFamily::ipv6 };
    Published red{ clock, root.path(), Vantu::AddressFamily::ipv4, "red" };
+   Mox::Ptr<::Published::FamilyStatus> agent;
 
  private:
    // Deliberately not in the order in which they are shown.

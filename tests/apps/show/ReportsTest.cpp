@@ -59,11 +59,30 @@ TEST_F( Reports, Explanation ) {
    question.route = SmTest::sgKey( "198.51.100.7", "239.1.2.3" );
    question.intfId = Vantu::IntfId( "eth3" );
    const Mirror& mirror = view.mirror( "default", Vantu::AddressFamily::ipv4 );
-   std::string text = explainText( mirror, question ) + '\n';
+   std::string text = explainText( mirror, question, ShownRouter::now ) + '\n';
    question.macro = "lostAssertSg";
    question.all = true;
-   text += explainText( mirror, question );
+   text += explainText( mirror, question, ShownRouter::now );
+   expectGolden( "explain-macro.txt", text );
+   expectGolden( "explain-macro.json",
+                 explainJson( mirror, question ).dump( 2 ) + '\n' );
+}
+
+// With the agent's interfaces; every one of the group's routes.
+TEST_F( Reports, OutgoingLists ) {
+   router.publishInterfaces();
+   View later( router.root.path() );
+   const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
+   std::string text;
+   for ( const char* source : { "0.0.0.0", "198.51.100.7", "198.51.100.9" } ) {
+      Question question;
+      question.route = SmTest::sgKey( source, "239.1.2.3" );
+      text += explainText( mirror, question, ShownRouter::now ) + '\n';
+   }
    expectGolden( "explain.txt", text );
+   Question question;
+   question.route = SmTest::sgKey( "198.51.100.7", "239.1.2.3" );
+   question.intfId = Vantu::IntfId( "eth3" );
    expectGolden( "explain.json", explainJson( mirror, question ).dump( 2 ) + '\n' );
 }
 

@@ -55,10 +55,11 @@ class Remount {
              headJump * ( 4 * uint64_t( random ) + 1 );
    }
 
-   // What was written there at another time is no intent, and no sign of damage.
+   // What was written there at another time is no intent, and no sign of damage: the
+   // short form of its sequence may come again.
    void clearBeyond( uint64_t head ) {
-      for ( uint64_t next : { head + 1, head + 2 } ) {
-         storeWord( view_.journal( next ), journalEntry( 0, head ) );
+      for ( uint64_t next = 1; next < view_.geometry.journalEntries; ++next ) {
+         storeWord( view_.journal( head + next ), journalEntry( 0, head ) );
       }
    }
 

@@ -24,7 +24,7 @@ namespace Brane::Detail {
 //   5 words to be cleared        of no record, or of a key that stands elsewhere
 //   6 broken slots = Free        nothing names them any more
 //   7 counts that are too high
-//   8 entries beyond the head    only after 1: of another time, they are no intent
+//   8 the journal's entries      only after 1: of another time, they are no intent
 //   9 the journal's head         the last intent's notice goes out; after 1 it moves
 //                                so far that followers compare everything, and where
 //                                the head was damaged so that none has heard of it

@@ -386,6 +386,43 @@ TEST_F( Attach, RepairsAWildHeadAnewEachTime ) {
    EXPECT_EQ( followed.content, contentOf( reader ) );
 }
 
+// Each time the head is wild and only an old record is left to tell the sequence: the
+// journal of the last time must not pass for that of this one.
+TEST_F( Attach, RepairsAWildHeadFromTheSameRecordAgainAndAgain ) {
+   auto geometry =
+      Detail::Geometry::of( layout.keySize, layout.recordSize, 10, 1024 );
+   {
+      TableWriter writer( path, layout, 10, options );
+      put( writer, 9, 0 );
+   }
+   for ( uint64_t round = 1; round <= 3; ++round ) {
+      SCOPED_TRACE( round );
+      {
+         TableWriter writer( path, layout, 10, options );
+         EXPECT_EQ( writer.attachReport().texts, std::vector<Mox::String>() );
+         for ( uint64_t id = 1; id <= 4; ++id ) put( writer, id, round );
+      }
+      std::string bytes = bytesOf( path );
+      TableReader reader( path, layout );
+      for ( uint64_t id = 1; id <= 4; ++id ) {
+         Position at = noPosition;
+         Record out;
+         Key key{ id, 0 };
+         ASSERT_EQ( reader.lookup( &key, &out, &at ), lookupFound );
+         auto* words =
+            reinterpret_cast<uint64_t*>( bytes.data() + geometry.indexOffset );
+         uint32_t slot = Detail::slotOf( words[at] );
+         bytes[geometry.slotsOffset + slot * geometry.slotStride + 40] ^= 4;
+      }
+      std::memset( bytes.data() + Detail::controlOffset, 0xee, 8 );
+      bytesAre( path, bytes );
+      TableWriter writer( path, layout, 10, options );
+      EXPECT_TRUE( writer.attachReport().resequenced );
+      EXPECT_EQ( writer.size(), 1u );
+      put( writer, 1, round );
+   }
+}
+
 TEST_F( Attach, RefusesWhatCannotBeATable ) {
    Layout odd = layout;
    odd.recordSize = 47;

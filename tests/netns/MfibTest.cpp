@@ -30,10 +30,6 @@ class MfibForwards : public testing::TestWithParam<AddressFamily> {
       const Mox::Test::Program::Arguments& more = {} ) {
       return std::make_unique<Forwarder>( *net, root.path(), config(), more );
    }
-   // Both families have interfaces; the other one has no tables unless the test makes
-   // some.
-   static constexpr size_t families = 1;
-
    IpGenAddr group( int last ) const {
       return IpGenAddr(
          ( GetParam() == AddressFamily::ipv4 ? "239.9.9." : "ff3e::9:" ) +
@@ -56,18 +52,16 @@ class MfibForwards : public testing::TestWithParam<AddressFamily> {
       return Sender( net->host( link ), Topology::hostInterface( link ), to, rate );
    }
    // The next packets arrive.
-   static testing::AssertionResult flows( Receiver& receiver,
-                                          const Sender& sender ) {
+   testing::AssertionResult flows( Receiver& receiver, const Sender& sender ) {
       uint32_t number = sender.sent() + 20;
       if ( eventually( [&] { return receiver.reached( number ); } ) )
          return testing::AssertionSuccess();
       return testing::AssertionFailure()
              << "of " << sender.sent() << " packets " << receiver.received().size()
-             << " came; routes of the kernel: " << kernelRoutes_();
+             << " came; routes of the kernel: " << kernelRoutes();
    }
    // It has got nothing while the other got the next packets.
-   static bool quietBeside( Receiver& quiet, Receiver& other,
-                            const Sender& sender ) {
+   bool quietBeside( Receiver& quiet, Receiver& other, const Sender& sender ) {
       quiet.forget();
       return flows( other, sender ) && quiet.received().empty();
    }
@@ -75,14 +69,10 @@ class MfibForwards : public testing::TestWithParam<AddressFamily> {
       return net->router.ip( GetParam() == AddressFamily::ipv4 ? "mroute show"
                                                                : "-6 mroute show" );
    }
-   static std::string kernelRoutes_() { return current_->kernelRoutes(); }
-   MfibForwards() { current_ = this; }
-   static MfibForwards* current_;
 
    Mox::Test::TempRoot root;
    std::unique_ptr<Topology> net;
 };
-MfibForwards* MfibForwards::current_ = nullptr;
 
 TEST_P( MfibForwards, AStreamFollowsItsRoute ) {
    Routes routes( root.path(), GetParam() );

@@ -237,6 +237,16 @@ TEST_F( Forwards, TablesThatAreNotThereTakeNothingAway ) {
    EXPECT_EQ( kernel->writes, 0 );
 }
 
+TEST_F( Forwards, TablesThatAreRemovedTakeTheirEntriesAlong ) {
+   forward( sg(), "eth1" );
+   agent.publish();
+   start();
+   ASSERT_EQ( outgoing( kSg ), "1" );
+   agent.manager.removeTables( agent.path );
+   follow( 1.0 );
+   EXPECT_TRUE( kernel->entries.empty() ) << "the agent gave the VRF up";
+}
+
 TEST_F( Forwards, InterfacesThatComeAndGo ) {
    links.linkDel( 11 );
    auto own = sg();

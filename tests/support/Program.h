@@ -1,11 +1,13 @@
 // Runs programs as processes of their own: reads what they say while they run,
 // signals them, and knows how they ended. Every wait has a deadline and none
-// sleeps; whatever still runs is killed with the object.
+// sleeps; whatever still runs is killed with the object, or with the thread that made
+// it.
 #pragma once
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -118,6 +120,8 @@ class Program {
       argv.push_back( nullptr );
       pid_t pid = fork();
       if ( pid != 0 ) return pid;
+      // Also where the test is killed before it can.
+      prctl( PR_SET_PDEATHSIG, SIGKILL );
       dup2( out_.writer, STDOUT_FILENO );
       dup2( err_.writer, STDERR_FILENO );
       execv( argv[0], argv.data() );

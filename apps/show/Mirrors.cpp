@@ -61,7 +61,10 @@ Mirror::Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
      agent( Published::FamilyStatus::mount(
         manager, Published::FamilyStatus::mountPath( family, name ),
         Brane::tableReader ) ),
-     pim( std::make_unique<Published::PimMirror>( model, agent ) ) {}
+     pim( std::make_unique<Published::PimMirror>( model, agent ) ),
+     mfib( Published::MfibStatus::mount(
+        manager, Published::MfibStatus::mountPath( family, name ),
+        Brane::tableReader ) ) {}
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/published/MfibStatus.h"
 #include "apps/published/PimMirror.h"
 #include "export/RouteBraneRestartSm.h"
 #include "platform/loop/RealClock.h"
@@ -57,6 +58,8 @@ struct Mirror {
    // What the agent publishes of itself; its tables may be missing.
    Mox::Ptr<Published::FamilyStatus> agent;
    std::unique_ptr<Published::PimMirror> pim;
+   // What the forwarding process publishes; its tables may be missing.
+   Mox::Ptr<Published::MfibStatus> mfib;
 };
 
 class Mirrors {

@@ -12,14 +12,6 @@ namespace Sm = Routing::Pim::SparseMode;
 
 namespace {
 
-// RFC 7951: 64-bit numbers are strings. In hundredths of a second.
-std::string timeticks( double seconds ) {
-   // What stands in a table may be any number, even none.
-   constexpr double kLongest = 1e12;
-   double bounded = seconds > 0 ? std::min( seconds, kLongest ) : 0;
-   return std::to_string( static_cast<uint64_t>( bounded * 100 ) );
-}
-
 void addTime( Json& json, const char* name, double time, double now ) {
    if ( time != 0.0 ) json[name] = timeticks( now - time );
 }

@@ -27,15 +27,49 @@ std::string counterText( const Mirror& mirror, Sm::Brane::RouteCounterType type 
    return count ? std::to_string( *count ) : "unknown";
 }
 
+// The advertised (S,G) are the one collection of their entity.
+std::string nameOf( const MoxBrane::TableBase& table ) {
+   return table.name() == "coll" ? "advertised" : table.name();
+}
+
 std::string tableLine( const MoxBrane::TableBase& table ) {
-   return fmt::format( "    {:<13} {:>8} used {:>8} free of {}\n", table.name(),
+   return fmt::format( "    {:<19} {:>8} used {:>8} free of {}\n", nameOf( table ),
                        table.size(), table.capacity() - table.size(),
                        table.capacity() );
 }
 
+bool ready( const MoxBrane::TableBase& table ) {
+   return table.control()->mountStatus() == MoxBrane::mountReady;
+}
+
+// The agent's tables that are there; those of the routes are.
+std::vector<const MoxBrane::TableBase*> agentTables( const Mirror& mirror ) {
+   std::vector<const MoxBrane::TableBase*> tables;
+   for ( const MoxBrane::MountedEntity* entity :
+         std::initializer_list<const MoxBrane::MountedEntity*>{
+            mirror.tables.get(), mirror.registers.get(), mirror.advertised.get(),
+            mirror.agent.get() } ) {
+      for ( const MoxBrane::TableBase* table : entity->tables() )
+         if ( ready( *table ) ) tables.push_back( table );
+   }
+   return tables;
+}
+
+// The forwarding process's; none where it has never run.
+std::vector<const MoxBrane::TableBase*> mfibTables( const Mirror& mirror ) {
+   std::vector<const MoxBrane::TableBase*> tables;
+   for ( const MoxBrane::TableBase* table : mirror.mfib->tables() )
+      if ( ready( *table ) ) tables.push_back( table );
+   return tables;
+}
+
+bool mfibAlive( const Mirror& mirror ) {
+   return mirror.mfib->cache().writerAlive();
+}
+
 Json tableJson( const MoxBrane::TableBase& table ) {
    Json json;
-   json["name"] = table.name();
+   json["name"] = nameOf( table );
    json["used"] = table.size();
    json["capacity"] = table.capacity();
    json["generation"] = fmt::format( "{:016x}", table.reader()->instanceId() );
@@ -49,9 +83,8 @@ std::string statusText( const Mirror& mirror ) {
    std::string text = fmt::format( "vrf {} {}: agent {}\n", mirror.vrf(),
                                    familyName( mirror.family ),
                                    mirror.writerAlive() ? "running" : "gone" );
-   for ( const MoxBrane::TableBase* table : mirror.tables->tables() ) {
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) )
       text += tableLine( *table );
-   }
    text += fmt::format( "    routes        {} (*,G), {} (S,G)\n",
                         mirror.model->wcRoutes(), mirror.model->sgRoutes() );
    text += fmt::format(
@@ -62,6 +95,14 @@ std::string statusText( const Mirror& mirror ) {
    const Brane::TableReader* route = mirror.tables->route().reader();
    text += fmt::format( "    generation    {:016x}, {} route changes\n",
                         route->instanceId(), route->sequence() );
+   const auto since = mirror.sinceLastWrite();
+   text += fmt::format( "    last write    {}\n",
+                        since ? spanText( *since ) + " ago" : "unknown" );
+   const auto mfib = mfibTables( mirror );
+   if ( mfib.empty() ) return text + "    forwarding process unknown: no tables\n";
+   text += fmt::format( "    forwarding process {}\n",
+                        mfibAlive( mirror ) ? "running" : "gone" );
+   for ( const MoxBrane::TableBase* table : mfib ) text += tableLine( *table );
    return text;
 }
 
@@ -69,8 +110,16 @@ Json statusJson( const Mirror& mirror ) {
    Json json;
    json["wc-routes"] = mirror.model->wcRoutes();
    json["sg-routes"] = mirror.model->sgRoutes();
-   for ( const MoxBrane::TableBase* table : mirror.tables->tables() ) {
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) )
       json["table"].push_back( tableJson( *table ) );
+   if ( auto since = mirror.sinceLastWrite() )
+      json["since-last-write"] = timeticks( *since );
+   const auto mfib = mfibTables( mirror );
+   if ( !mfib.empty() ) {
+      json["forwarding-process"]["writer"] =
+         mfibAlive( mirror ) ? "running" : "gone";
+      for ( const MoxBrane::TableBase* table : mfib )
+         json["forwarding-process"]["table"].push_back( tableJson( *table ) );
    }
    struct Row {
       const char* name;

@@ -47,6 +47,13 @@ std::string agoText( double time, double now ) {
    return time == 0.0 ? "never" : spanText( now - time ) + " ago";
 }
 
+std::string timeticks( double seconds ) {
+   // What stands in a table may be any number, even none.
+   constexpr double kLongest = 1e12;
+   double bounded = seconds > 0 ? std::min( seconds, kLongest ) : 0;
+   return std::to_string( static_cast<uint64_t>( bounded * 100 ) );
+}
+
 std::string lastWriteText( const Mirror& mirror ) {
    const auto since = mirror.sinceLastWrite();
    return fmt::format( "As of the agent's last write, {}{}.\n",

@@ -24,6 +24,9 @@ std::string spanText( double seconds );
 // "12s ago"; "never" for the time 0.
 std::string agoText( double time, double now );
 
+// In hundredths of a second, as RFC 7951 has numbers of 64 bits: a text.
+std::string timeticks( double seconds );
+
 // "As of the agent's last write, 12s ago.", a line.
 std::string lastWriteText( const Mirror& mirror );
 

@@ -1,0 +1,51 @@
+// What the tool is asked on its command line.
+#pragma once
+
+#include <string>
+
+#include "apps/show/Explain.h"
+#include "apps/show/RouteFilter.h"
+
+namespace Show {
+
+enum ExitStatus {
+   done = 0,
+   nothingFound = 1,  // or `check` found something
+   wrongUsage = 2,
+   noTables = 3,
+   layoutNotSupported = 4,
+   writerGone = 5,
+};
+
+enum Command {
+   routesCommand,
+   statusCommand,
+   explainCommand,
+   checkCommand,
+   interfacesCommand,
+   registersCommand,
+   advertisedCommand,
+   histogramCommand
+};
+
+struct Arguments {
+   Command command = routesCommand;
+   Selection selection;
+   RouteFilter filter;
+   bool json = false;
+   bool jsonLines = false;
+   bool count = false;
+   bool detail = false;
+   Question question;  // of explainCommand
+};
+
+class WrongUsage : public Mox::Error {
+ public:
+   using Error::Error;
+};
+
+// Throws WrongUsage with a line that says what is wrong. Nothing: help or version was
+// asked for and is printed.
+std::optional<Arguments> parseArguments( int argc, char** argv );
+
+}

@@ -1,0 +1,166 @@
+#include "apps/show/CheckReport.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "apps/published/Incoming.h"
+#include "apps/show/Olist.h"
+#include "apps/show/Words.h"
+
+namespace Show {
+
+using Json = nlohmann::ordered_json;
+using Routing::Pim::RouteIntfKey;
+using Routing::Pim::RouteKey;
+
+namespace {
+
+void checkIntf( const Intf& intf, const Conceivable& conceivable,
+                Checked& checked ) {
+   ++checked.intfs;
+   const Route& route = *intf.parentRoute();
+   std::optional<bool> forwards = false;
+   if ( Published::incomingIntf( route ) != intf.intfId() )
+      forwards = conceivable.known( intf, [&] { return inOlist( intf ); } );
+   if ( !forwards ) {
+      ++checked.undecided;
+   } else if ( *forwards != intf.forward() ) {
+      checked.findings.push_back(
+         { "forward-differs", route.key(), intf.intfId(),
+           fmt::format( "{}, but by its outgoing list it would {}",
+                        forwardText( intf ),
+                        *forwards ? "forward" : "not forward" ) } );
+   }
+}
+
+void checkRoute( const Route& route, Checked& checked ) {
+   ++checked.routes;
+   if ( !route.rpf().intfId.empty() ) return;
+   checked.findings.push_back(
+      { "unresolved-rpf",
+        route.key(),
+        {},
+        route.wildCard() ? "no way to its RP" : "no way to its source" } );
+}
+
+// Looked at again at the end: a living agent removes a route's interfaces after it.
+bool stands( const Mirror& mirror, const RouteIntfKey& key ) {
+   return mirror.tables->routeIntf().has( key ) &&
+          !mirror.tables->route().has( key.routeKey );
+}
+
+void checkStrays( const Mirror& mirror, const RouteFilter& filter,
+                  Checked& checked ) {
+   std::vector<RouteIntfKey> strays;
+   mirror.tables->routeIntf().visit( nullptr, [&]( const auto& record ) {
+      if ( !mirror.tables->route().has( record.key.routeKey ) )
+         strays.push_back( record.key );
+      return true;
+   } );
+   for ( const RouteIntfKey& key : strays ) {
+      if ( !filter.matches( key.routeKey ) || !stands( mirror, key ) ) continue;
+      checked.findings.push_back(
+         { "no-route", key.routeKey, key.intfId, "its route is not there" } );
+   }
+}
+
+struct Unverified {
+   uint64_t damaged = 0;
+   uint64_t undecodable = 0;
+};
+
+Unverified verifyAll( const MoxBrane::TableBase& table ) {
+   const Brane::TableReader& reader = *table.reader();
+   Unverified out;
+   const uint64_t before = reader.counters().damaged;
+   reader.visit( [&]( Brane::Position, const void* record ) {
+      out.damaged += reader.verify( record ) == Brane::lookupDamaged ? 1 : 0;
+      return true;
+   } );
+   // Some count themselves as damaged when they are verified, too.
+   out.damaged = std::max( out.damaged, reader.counters().damaged - before );
+   out.undecodable = table.undecodable();
+   return out;
+}
+
+void checkTables( const MoxBrane::MountedEntity& entity, Checked& checked ) {
+   for ( const MoxBrane::TableBase* table : entity.tables() ) {
+      if ( table->control()->mountStatus() != MoxBrane::mountReady ) continue;
+      const Unverified found = verifyAll( *table );
+      if ( found.damaged == 0 && found.undecodable == 0 ) continue;
+      checked.findings.push_back(
+         { "unverifiable",
+           {},
+           {},
+           fmt::format( "table {}: {} damaged records, {} of no value",
+                        table->name(), found.damaged, found.undecodable ) } );
+   }
+}
+
+std::string whereText( const Finding& finding ) {
+   if ( finding.key == RouteKey() ) return "";
+   std::string text = keyText( finding.key );
+   if ( !finding.intfId.empty() )
+      text += ' ' + std::string( finding.intfId.name() );
+   return text + ": ";
+}
+
+}
+
+Checked check( const Mirror& mirror, const RouteFilter& filter ) {
+   Checked checked;
+   const Conceivable conceivable( mirror );
+   for ( const Route* route : selectRoutes( mirror, filter ) ) {
+      checkRoute( *route, checked );
+      for ( const Intf* intf : selectIntfs( *route, filter ) )
+         checkIntf( *intf, conceivable, checked );
+   }
+   checkStrays( mirror, filter, checked );
+   for ( const MoxBrane::MountedEntity* entity :
+         std::initializer_list<const MoxBrane::MountedEntity*>{
+            mirror.tables.get(), mirror.registers.get(), mirror.advertised.get(),
+            mirror.agent.get() } )
+      checkTables( *entity, checked );
+   return checked;
+}
+
+std::string checkText( const Mirror& mirror, const Checked& checked ) {
+   std::string text = fmt::format(
+      "vrf {} {}: {} routes, {} interfaces checked, {} found, agent {}\n",
+      mirror.vrf(), familyName( mirror.family ), checked.routes, checked.intfs,
+      checked.findings.size(), mirror.writerAlive() ? "running" : "gone" );
+   for ( const Finding& finding : checked.findings )
+      text += fmt::format( "    {:<15}  {}{}\n", finding.kind, whereText( finding ),
+                           finding.text );
+   if ( checked.undecided != 0 )
+      text += fmt::format(
+         "    {} outgoing lists unknown: the agent publishes no "
+         "interfaces\n",
+         checked.undecided );
+   return text;
+}
+
+Json checkJson( const Checked& checked ) {
+   Json json;
+   json["routes"] = checked.routes;
+   json["interfaces"] = checked.intfs;
+   json["undecided"] = checked.undecided;
+   Json& list = json["findings"] = Json::array();
+   for ( const Finding& finding : checked.findings ) {
+      Json entry;
+      entry["kind"] = finding.kind;
+      if ( finding.key != RouteKey() ) {
+         entry["group"] = Vantu::valueToStrep( finding.key.group );
+         entry["source-address"] = finding.key.source.isUnspecified()
+                                      ? "*"
+                                      : Vantu::valueToStrep( finding.key.source );
+      }
+      if ( !finding.intfId.empty() ) entry["interface"] = finding.intfId.name();
+      entry["text"] = finding.text;
+      list.push_back( std::move( entry ) );
+   }
+   return json;
+}
+
+}

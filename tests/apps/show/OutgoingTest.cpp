@@ -15,7 +15,7 @@ namespace {
 namespace Sm = Routing::Pim::SparseMode;
 
 // Of a (*,G) route and four (S,G) routes each, at most.
-constexpr int kGroups = 210;
+constexpr int kGroups = 206;
 constexpr int kIntfs = 6;
 
 std::string nameOf( int intf ) {
@@ -31,7 +31,7 @@ class RandomModel {
    RandomModel( SmTest::Vrf vrf, uint32_t seed ) : vrf_( vrf ), random_( seed ) {
       for ( int g = 0; g < kGroups; ++g ) {
          std::string group = "239.1." + std::to_string( g ) + ".1";
-         if ( g % 8 != 0 ) fill( vrf_.wc( group ).rpTree(), true );
+         if ( g % 7 != 0 ) fill( vrf_.wc( group ).rpTree(), true );
          for ( int s = 1; s <= 4; ++s ) {
             auto sg = vrf_.sg( "192.0.2." + std::to_string( s ), group );
             sg.spTree( chance( 60 ) ).upJoined( chance( 70 ) );
@@ -128,7 +128,7 @@ TEST( Outgoing, AgreesWithWhatTheAgentWroteOnEveryInterface ) {
 
    // What is not told is said to be unknown, and what is known all the same is right.
    Tally blind = expectAgreement( *View( root.path() ).all().all()[0], false );
-   EXPECT_GE( blind.routes, 1000U );
+   EXPECT_EQ( blind.routes, 1000U );
    EXPECT_GT( blind.unknown, blind.intfs / 50 );
    EXPECT_LT( blind.unknown, blind.intfs / 2 );
 

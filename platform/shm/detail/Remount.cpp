@@ -59,7 +59,9 @@ class Remount {
    // short form of its sequence may come again.
    void clearBeyond( uint64_t head ) {
       for ( uint64_t next = 1; next < view_.geometry.journalEntries; ++next ) {
-         storeWord( view_.journal( head + next ), journalEntry( 0, head ) );
+         // As in a new table, but where that is the short form of this very sequence.
+         uint64_t none = entryIsOf( 0, head + next ) ? journalEntry( 0, head ) : 0;
+         storeWord( view_.journal( head + next ), none );
       }
    }
 

@@ -59,8 +59,9 @@ class Remount {
    // short form of its sequence may come again.
    void clearBeyond( uint64_t head ) {
       for ( uint64_t next = 1; next < view_.geometry.journalEntries; ++next ) {
-         // As in a new table, but where that is the short form of this very sequence.
-         uint64_t none = entryIsOf( 0, head + next ) ? journalEntry( 0, head ) : 0;
+         // Zero, as in a new table, is of no sequence but those of the first place.
+         bool first = view_.journal( head + next ) == view_.journal( 0 );
+         uint64_t none = first ? journalEntry( 0, head ) : 0;
          storeWord( view_.journal( head + next ), none );
       }
    }

@@ -210,12 +210,14 @@ void RegisterEngine::adopt() {
    for ( const RouteKey& key : tables_->anycastDiscoveredSg().keys() ) {
       source( key ).fromPeer.start( rpKeepalive );
    }
-   for ( const auto* table :
-         { &tables_->registerOif(), &tables_->noRegisterOif() } ) {
-      for ( const RouteKey& key : table->keys() ) {
-         if ( !source( key ).known() )
-            source( key ).fromRouter.start( rpKeepalive );
-      }
+   // A peer's register alone does not put the register interface into an olist.
+   for ( const RouteKey& key : tables_->registerOif().keys() ) {
+      Source& passedOn = source( key );
+      if ( !passedOn.registered.running() )
+         passedOn.fromRouter.start( rpKeepalive );
+   }
+   for ( const RouteKey& key : tables_->noRegisterOif().keys() ) {
+      if ( !source( key ).known() ) source( key ).fromRouter.start( rpKeepalive );
    }
    updateConfig();
 }

@@ -229,10 +229,13 @@ TEST_F( Registers, AreTakenUpAfterARestart ) {
    stop( "198.51.100.8" );
    receiveRegister( "192.0.2.50", "203.0.113.9", kRemote, "239.1.1.1" );
    receiveRegister( "192.0.2.77", "192.0.2.1", kRemote, "238.1.1.2" );
+   receiveRegister( "192.0.2.77", "192.0.2.1", kRemote, "238.1.1.1" );
+   receiveRegister( "192.0.2.50", "203.0.113.8", kRemote, "238.1.1.1" );
    clock.runUntil( 10050 );
    start();
    engine->adopt();
-   EXPECT_EQ( engine->size(), 4u );
+   EXPECT_EQ( engine->size(), 5u );
+   EXPECT_EQ( in( kRemote, "238.1.1.1" ), "oif anycast" );
    EXPECT_EQ( in(), "oif dr" );
    EXPECT_EQ( in( "198.51.100.8" ), "no-oif dr" );
    EXPECT_EQ( in( kRemote, "239.1.1.1" ), "no-oif" );

@@ -23,16 +23,20 @@ void publishAll( const Table& table, const std::vector<Record>& all,
       if ( !kept ) gone.push_back( standing.key );
       return true;
    } );
-   try {
-      for ( const auto& key : gone ) remove( key );
-      for ( const Record& record : all ) {
-         Record standing;
-         if ( table.find( record.key, standing ) != Brane::lookupFound ||
-              !( standing == record ) )
-            write( record );
+   // What is refused, for want of room for one, keeps none of the others back.
+   auto attempt = [&]( auto change ) {
+      try {
+         change();
+      } catch ( const Brane::TableError& e ) {
+         MOX_TRACE( trace, 0, table.name() << ": " << e.what() );
       }
-   } catch ( const Brane::TableError& e ) {
-      MOX_TRACE( trace, 0, table.name() << ": " << e.what() );
+   };
+   for ( const auto& key : gone ) attempt( [&] { remove( key ); } );
+   for ( const Record& record : all ) {
+      Record standing;
+      if ( table.find( record.key, standing ) != Brane::lookupFound ||
+           !( standing == record ) )
+         attempt( [&] { write( record ); } );
    }
 }
 

@@ -97,6 +97,23 @@ TEST_F( Publishing, WritesOnlyWhatHasChanged ) {
    EXPECT_EQ( found.address, addr( "192.0.2.9" ) );
 }
 
+TEST_F( Publishing, WhatFindsNoRoomKeepsNothingElseBack ) {
+   auto tables = FamilyStatus::mount( agentSide, path(), Brane::tableWriter );
+   std::vector<Setting> all;
+   for ( uint32_t i = 0; i < tables->setting().capacity(); ++i )
+      all.push_back( { Text<32>( std::to_string( i ) ), Text<224>( "old" ) } );
+   publishSettings( *tables, all );
+   for ( Setting& setting : all ) setting.value = Text<224>( "new" );
+   all.insert( all.begin(), { Text<32>( "one more" ), Text<224>( "new" ) } );
+   publishSettings( *tables, all );
+   unsigned current = 0;
+   tables->setting().visit( nullptr, [&]( const Setting& setting ) {
+      current += setting.value == Text<224>( "new" );
+      return true;
+   } );
+   EXPECT_EQ( current, all.size() - 1 );
+}
+
 TEST_F( Publishing, WhatTheForwardingProcessSaysReachesReadersWhole ) {
    auto path =
       MfibStatus::mountPath( Vantu::AddressFamily::ipv4, L3::VrfName( "red" ) );

@@ -128,25 +128,25 @@ void RouteBraneReaderSm::handleBraneRouteIntf( const RouteIntfKey& key ) {
    }
 }
 
-// The source's groups tell what was counted already: a change made inside a
-// notification is notified first, and the outer one then finds nothing new.
+// A change made inside a notification is notified first, and the outer one then finds
+// nothing new. What the model's sources hold tells nothing: others may keep them too.
 void RouteBraneReaderSm::handleRoute( const RouteKey& key ) {
    READER_TRACE( 8, "handleRoute" );
    SparseMode::Status& model = *status();
    Mox::Ptr<SparseMode::Route> route = model.route( key );
-   Mox::Ptr<Source> source = model.source( key.source );
-   bool counted = source != nullptr && source->sourceGroup( key.group ) != nullptr;
    bool wildcard = key.source.isUnspecified();
    if ( route != nullptr ) {
-      if ( !counted ) {
+      if ( counted_.insert( key ).second )
          wildcard ? model.wcRoutesInc( 1 ) : model.sgRoutesInc( 1 );
-         model.sourceIs( key.source )->sourceGroupIs( key.group, true );
-      }
+      if ( model.route( key ) != route ) return;  // gone while it was counted
+      model.sourceIs( key.source )->sourceGroupIs( key.group, true );
       strays_->adopt( *route );
       return;
    }
-   if ( !counted ) return;
+   if ( counted_.erase( key ) == 0 ) return;
    wildcard ? model.wcRoutesDec( 1 ) : model.sgRoutesDec( 1 );
+   Mox::Ptr<Source> source = model.source( key.source );
+   if ( source == nullptr ) return;
    source->sourceGroupDel( key.group );
    if ( source->sourceGroup().empty() ) model.sourceDel( key.source );
 }

@@ -16,6 +16,7 @@
 #pragma once
 
 #include <memory>
+#include <unordered_set>
 
 #include "export/Status.h"
 
@@ -60,6 +61,7 @@ class PIMSM_API RouteBraneReaderSm : public Mox::Entity {
    std::unique_ptr<MoxStatus> moxStatus_;
    std::unique_ptr<MoxBraneStatus> moxBraneStatus_;
    std::unique_ptr<StrayIntfs> strays_;
+   std::unordered_set<RouteKey> counted_;  // in wcRoutes or sgRoutes
 };
 
 PIMSM_API Mox::Ptr<RouteBraneReaderSm> routeBraneReaderSmFactory(

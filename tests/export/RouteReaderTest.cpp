@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "export/Conversion.h"
 #include "tests/support/ExportPair.h"
+#include "tests/support/ModelRecorders.h"
 #include "tests/support/TraceCapture.h"
 #include "tests/support/VrfBuilder.h"
 
@@ -214,6 +216,82 @@ TEST_F( RouteReader, CountsRoutesAndKeepsSources ) {
    EXPECT_EQ( side.model->source().size(), 1U );
    EXPECT_EQ( side.model->sgRoutes(), 0U );
    EXPECT_EQ( side.model->wcRoutes(), 1U );
+}
+
+// Somebody else may keep the sources as well, and hear of each route first.
+class SourceKeeper : public Status::NotifieeConst {
+ public:
+   explicit SourceKeeper( Status& status ) : status_( status ) {
+      notifierIs( &status );
+   }
+   void onRoute( const RouteKey& key ) override {
+      if ( status_.route( key ) == nullptr ) {
+         status_.sourceDel( key.source );
+      } else {
+         status_.sourceIs( key.source )->sourceGroupIs( key.group, true );
+      }
+   }
+
+ private:
+   Status& status_;
+};
+
+TEST_F( RouteReader, CountsBesideAnotherKeeperOfSources ) {
+   ReaderSide late( clock, root.path() );
+   SourceKeeper keeper( *late.model );
+   late.start();
+   tables().routeIs( Brane::Route( kKey ) );
+   agent.manager.dispatch();
+   late.follow();
+   EXPECT_EQ( late.model->sgRoutes(), 1U );
+   tables().routeDel( kKey );
+   agent.manager.dispatch();
+   late.follow();
+   EXPECT_EQ( late.model->sgRoutes(), 0U );
+   EXPECT_EQ( late.model->source().size(), 0U );
+}
+
+// What each copy sets, in its order: observers see the former path before the new one.
+TEST_F( RouteReader, CopiesInTheRecordsOrder ) {
+   Mox::Ptr<Route> route = side.model->routeIs( kKey );
+   Mox::Ptr<Intf> intf = route->routeIntfIs( kIntfKey.intfId );
+   RouteRecorder ofRoute( route.get() );
+   UpstreamRecorder ofUmh( route->umh() );
+   IntfRecorder ofIntf( intf.get() );
+   Mox::Test::Heard heard;
+   ofRoute.inside = ofUmh.inside =
+      ofIntf.inside = [&]( const Mox::String& what ) { heard.push_back( what ); };
+   Brane::Route record = Brane::doGetBraneRouteFromRoute( *route );
+   record.creationTime = 12;
+   record.rpf = rpfBy( "eth0" );
+   record.prevRpf = rpfBy( "eth2" );
+   record.rpfAttached = true;
+   record.mbrIif = intfId( "eth3" );
+   record.rpfFrr = rpfBy( "eth4" );
+   record.iifSwitchState = Route::wrongVifRecd;
+   record.iifSwitchPending = true;
+   record.upJoinState = upJoined;
+   record.upRptState = upRptPruned;
+   Brane::doUpdateRoute( *route, record );
+   EXPECT_THAT( std::exchange( heard, {} ),
+                ElementsAre( "creationTime", "prevRpf", "rpf", "rpfAttached",
+                             "mbrIif", "iifSwitchState", "iifSwitchPending",
+                             "upJoinState", "upRptState", "umhFrr" ) );
+   Brane::Intf joined( kIntfKey );
+   joined.toBeDeleted = joined.forward = joined.fastForward = true;
+   joined.allowRpInUse = true;
+   joined.joinState = Intf::joined;
+   joined.rptState = Intf::rptPruned;
+   joined.lastJoinReceived = joined.lastRptPruneReceived = 5;
+   joined.assertInfo.assertState = iAmAssertWinner;
+   joined.lastAssertAction = 3;
+   joined.localReceiverInclude = joined.localReceiverExclude = true;
+   Brane::doUpdateIntf( *intf, joined );
+   EXPECT_THAT(
+      heard, ElementsAre( "toBeDeleted", "forward", "fastForward", "allowRpInUse",
+                          "joinState", "lastJoinReceived", "rptState",
+                          "lastRptPruneReceived", "assertInfo", "lastAssertAction",
+                          "localReceiverInclude", "localReceiverExclude" ) );
 }
 
 // What stood when the reader came is the reconciler's; then the counts hold too.

@@ -59,7 +59,7 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
      replay_( options_.captures ) {
    for ( const std::string& problem : bindCaptures() ) throw ConfigError( problem );
    updateKernelRoutes();
-   families_ = newFamilies( options_.config );
+   addFamilies( options_.config, families_ );
    if ( families_.empty() ) throw ConfigError( kNoInterface );
    for ( const std::string& interface : options_.interfaces ) listen( interface );
    turnEnd_.emplace( loop_, [this] { handleTurnEnd(); } );
@@ -67,9 +67,9 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
 
 Agent::~Agent() = default;
 
-// Those of the configuration that are not there yet. Throws what mounting throws.
-Agent::Families Agent::newFamilies( const AgentConfig& config ) {
-   Families made;
+// Those of the configuration that are not there yet. Throws what mounting throws;
+// `made` then has those that came before.
+void Agent::addFamilies( const AgentConfig& config, Families& made ) {
    for ( const VrfConfig& vrf : config.vrfs ) {
       for ( AddressFamily family : { AddressFamily::ipv4, AddressFamily::ipv6 } ) {
          if ( !hasFamily( vrf, family ) || find( vrf.name, family ) != nullptr )
@@ -77,6 +77,17 @@ Agent::Families Agent::newFamilies( const AgentConfig& config ) {
          made.push_back( std::make_unique<FamilyInstance>(
             family, vrf, manager_, real_, clock_, counters_, &kernelRoutes_ ) );
       }
+   }
+}
+
+// All of them or, without a trace in the tables' directory, none.
+Agent::Families Agent::newFamilies( const AgentConfig& config ) {
+   Families made;
+   try {
+      addFamilies( config, made );
+   } catch ( ... ) {
+      for ( const auto& family : made ) family->retire();
+      throw;
    }
    return made;
 }

@@ -60,6 +60,7 @@ class Agent {
  private:
    using Families = std::vector<std::unique_ptr<FamilyInstance>>;
 
+   void addFamilies( const AgentConfig& config, Families& made );
    Families newFamilies( const AgentConfig& config );
    FamilyInstance* find( const L3::VrfName& vrf,
                          Vantu::AddressFamily family ) const;

@@ -237,7 +237,11 @@ TEST_F( Family, RetiringRemovesTheTables ) {
    ASSERT_TRUE( std::filesystem::exists( files / "route" ) );
    std::filesystem::path others[] = {
       root.path() + "/" + family->registers().name() + "/registerOif",
-      root.path() + "/" + family->advertised().name() + "/coll" };
+      root.path() + "/" + family->advertised().name() + "/coll",
+      root.path() + "/" +
+         Published::FamilyStatus::mountPath( family->family(),
+                                             family->config().name ) +
+         "/interface" };
    for ( const auto& file : others ) EXPECT_TRUE( std::filesystem::exists( file ) );
    family->retire();
    for ( const auto& file : others )

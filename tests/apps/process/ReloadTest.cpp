@@ -46,6 +46,21 @@ TEST_F( Reload, VrfsComeAndGoWithTheirTables ) {
    EXPECT_EQ( statusOf( "blue" ), 5 );
 }
 
+// Of two new VRFs the second finds a file in its tables' way.
+TEST_F( Reload, AVrfThatCannotBeMountedBringsNoOther ) {
+   write( "vrfs:\n" + vrf( "red", "192.0.2.1/24" ) );
+   Program agent( command() );
+   ASSERT_TRUE( agent.untilErr( "replayed" ) ) << agent.err();
+   site.write( "routing/pim/sparsemode/status/bad", "in the way" );
+   write( "vrfs:\n" + vrf( "red", "192.0.2.1/24" ) +
+          vrf( "green", "192.0.3.1/24" ) + vrf( "bad", "192.0.4.1/24" ) );
+   agent.signal( SIGHUP );
+   ASSERT_TRUE( agent.untilErr( "the configuration stays as it was" ) )
+      << agent.err();
+   EXPECT_EQ( statusOf( "red" ), 0 );
+   EXPECT_EQ( statusOf( "green" ), 3 );
+}
+
 TEST_F( Reload, ABadFileChangesNothing ) {
    write( "vrfs:\n" + vrf( "red", "192.0.2.1/24" ) );
    Program agent( command() );

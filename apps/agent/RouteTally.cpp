@@ -2,7 +2,11 @@
 
 #include <algorithm>
 
+#include "platform/trace/Trace.h"
+
 namespace Agent {
+
+MOX_TRACE_FACILITY( trace, "Pimsm::Agent" )
 
 namespace Brane = Routing::Pim::SparseMode::Brane;
 
@@ -40,7 +44,12 @@ void RouteTally::write( Brane::RouteCounterType type, uint32_t count ) {
            ::Brane::lookupFound &&
         before == record )
       return;
-   tables_->routeCounterIs( record );
+   // A damaged count is no reason for the agent to end; the next mount repairs it.
+   try {
+      tables_->routeCounterIs( record );
+   } catch ( const ::Brane::TableError& e ) {
+      MOX_TRACE( trace, 0, "routeCounter: " << e.what() );
+   }
 }
 
 }

@@ -20,7 +20,11 @@ void breakStamp( const std::string& file, const Key& key ) {
    typename ::Brane::FlatForm<Key>::Bytes flat{};
    ::Brane::FlatForm<Key>::write( key, flat );
    std::string wanted( reinterpret_cast<const char*>( &flat ), sizeof flat );
+   // Where a slot's record begins; a short key's bytes may stand elsewhere, too.
+   constexpr size_t kSlot = 64;
    size_t place = bytes.find( wanted );
+   while ( place != std::string::npos && place % kSlot != kBeforeRecord )
+      place = bytes.find( wanted, place + 1 );
    if ( place == std::string::npos ) throw std::runtime_error( "no such key" );
    stream.clear();
    stream.seekp( static_cast<std::streamoff>( place - kBeforeRecord ) );

@@ -6,6 +6,7 @@
 
 #include "apps/agent/config/ConfigReader.h"
 #include "platform/loop/TestClock.h"
+#include "tests/support/Damage.h"
 #include "tests/support/TempRoot.h"
 #include "tests/support/VrfBuilder.h"
 
@@ -507,6 +508,18 @@ TEST_F( Family, RoutesThatWaitAreCounted ) {
    EXPECT_EQ( family->tables().unresolvedRoutes(), 2u );
    configIs( kConfig );
    real.runUntil( real.now() + 1 );
+   EXPECT_EQ( family->tables().unresolvedRoutes(), 0u );
+   // A count that is damaged keeps none of the others back.
+   namespace Tables = Routing::Pim::SparseMode::Brane;
+   Mox::Test::breakStamp(
+      root.path() + "/" + family->tables().name() + "/routeCounter",
+      Tables::RouteCounterKey{ Tables::toBeDeleted, 0 } );
+   join( "eth1", "233.252.0.9" );
+   real.runUntil( real.now() + 1 );
+   Tables::RouteCounter seen;
+   EXPECT_EQ(
+      family->tables().routeCounter().find( { Tables::toBeDeleted, 0 }, seen ),
+      Brane::lookupDamaged );
    EXPECT_EQ( family->tables().unresolvedRoutes(), 0u );
 }
 

@@ -38,8 +38,11 @@ TEST( RegisterCapacities, AreTheModelsLimits ) {
    Mox::Ptr<Status> model = statusFactory( L3::VrfName( "red" ) );
    model->maxRoutesIs( 77 );
    RegisterCapacities capacities( *model );
-   EXPECT_EQ( capacities.registerOif, 77U );
-   EXPECT_EQ( capacities.anycastDiscoveredSg, 77U );
+   for ( uint32_t each :
+         { capacities.registerOif, capacities.noRegisterOif,
+           capacities.drDiscoveredSg, capacities.anycastDiscoveredSg } ) {
+      EXPECT_EQ( each, 77U );
+   }
    EXPECT_EQ( AdvertisedSgStatus::capacityFor( *model ), 77U );
 }
 
@@ -176,15 +179,20 @@ TEST_F( RegisterTables, ReplaceTheControlAndSayIt ) {
 class EntityWatch : public ::MoxBrane::CollectionControl::NotifieeConst {
  public:
    EntityWatch( const ::MoxBrane::CollectionControl* control, Heard& heard )
-      : heard_( heard ) {
+      : heard_( heard ), entity_( control->entity() ) {
       notifierIs( control );
    }
    void onEntity() override {
-      if ( notifier()->entity() == nullptr ) heard_.push_back( notifier()->name() );
+      if ( notifier()->entity() != nullptr ) return;
+      heard_.push_back( notifier()->name() );
+      shell = Mox::Ptr<const ::MoxBrane::MountedEntity>( entity_ );
    }
+
+   Mox::Ptr<const ::MoxBrane::MountedEntity> shell;
 
  private:
    Heard& heard_;
+   const ::MoxBrane::MountedEntity* entity_;
 };
 
 TEST_F( RegisterTables, LetGoOfTheirControlsInOrder ) {
@@ -197,13 +205,22 @@ TEST_F( RegisterTables, LetGoOfTheirControlsInOrder ) {
    for ( const auto& control : held ) {
       watches.push_back( std::make_unique<EntityWatch>( control.get(), order ) );
    }
-   // Its own observer alone; it leaves before the others are dropped.
-   EXPECT_EQ( status.observerCount(), 1U );
+   const Mox::String paths[] = { status.name(), advertised.name() };
+   EXPECT_EQ( status.observerCount(), 1U );  // its own
    agent.status.reset();
    EXPECT_EQ( order, ( Heard{ "anycastDiscoveredSg", "drDiscoveredSg",
                               "noRegisterOif", "registerOif" } ) );
    agent.advertised.reset();
    EXPECT_EQ( order.back(), "coll" );
+   // The shells that are still held are handed out to nobody, and observed by none.
+   for ( const Mox::String& path : paths ) {
+      EXPECT_EQ( agent.manager.entity( path ), nullptr ) << path;
+   }
+   for ( const auto& watch : watches ) {
+      ASSERT_NE( watch->shell, nullptr );
+      EXPECT_EQ( watch->shell->observerCount(), 0U );
+      watch->shell.reset();
+   }
    for ( const auto& control : held ) {
       control->initialize( ::Brane::tableReader, 0,
                            false );  // nothing left to mount
@@ -250,15 +267,20 @@ TEST_F( RegisterTables, TellTheirMount ) {
       "other", "Routing::Pim::SparseMode::RegisterStatus" );
    RegisterRecorder recorder( dynamic_cast<RegisterStatus*>( made.get() ) );
    RegisterCapacities capacities;
-   capacities.registerOif = capacities.noRegisterOif = 2;
-   capacities.drDiscoveredSg = capacities.anycastDiscoveredSg = 3;
+   capacities.registerOif = 2;
+   capacities.noRegisterOif = 3;
+   capacities.drDiscoveredSg = 4;
+   capacities.anycastDiscoveredSg = 5;
    EXPECT_EQ( RegisterStatus::mount( agent.manager, "other", ::Brane::tableWriter,
                                      capacities ),
               made );
    EXPECT_EQ( recorder.take(), ( Heard{ "anycastDiscoveredSg", "drDiscoveredSg",
                                         "noRegisterOif", "registerOif" } ) );
-   EXPECT_EQ( recorder.notifier()->registerOif().capacity(), 2U );
-   EXPECT_EQ( recorder.notifier()->anycastDiscoveredSg().capacity(), 3U );
+   const RegisterStatus& mounted = *recorder.notifier();
+   EXPECT_EQ( mounted.registerOif().capacity(), 2U );
+   EXPECT_EQ( mounted.noRegisterOif().capacity(), 3U );
+   EXPECT_EQ( mounted.drDiscoveredSg().capacity(), 4U );
+   EXPECT_EQ( mounted.anycastDiscoveredSg().capacity(), 5U );
 }
 
 TEST_F( RegisterTables, AttachNoReaderWhileSuspended ) {

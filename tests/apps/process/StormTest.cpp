@@ -23,18 +23,17 @@ struct Content {
    std::map<RouteIntfKey, Sm::Brane::Intf> intfs;
 
    // Without what a kill leaves half done: an interface without its route, a route
-   // that was about to go with its last interface, and, of routes that come and go,
-   // what the forwarding engine had not yet made of their joins.
+   // that was about to go with its last interface, and what the forwarding engine had
+   // not yet made of joins: of routes that come and go whether they forward, of all the
+   // upstream state, of which a change alone is not written.
    Content settled() const {
       Content out;
       for ( auto [key, record] : intfs ) {
          auto route = routes.find( key.routeKey );
          if ( route == routes.end() ) continue;
          auto& kept = out.routes.insert( *route ).first->second;
-         if ( !isStanding( key.routeKey ) ) {
-            kept.upJoinState = Sm::upNotJoined;
-            record.forward = false;
-         }
+         kept.upJoinState = Sm::upNotJoined;
+         if ( !isStanding( key.routeKey ) ) record.forward = false;
          out.intfs.emplace( key, record );
       }
       return out;

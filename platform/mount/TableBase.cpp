@@ -218,7 +218,7 @@ bool TableBase::drain() {
       bool more = !notifyPending();
       while ( !more && followPart() ) more = timeIsUp();
       if ( more ) drainSoon( true );
-      quiescedIs( !more && !again_ );
+      quiescedIs( !more && !again_ && pending_.empty() );
       return !more;
    } catch ( ... ) {
       drainSoon( true );
@@ -287,12 +287,21 @@ void TableBase::foretell() {
    }
 }
 
+// Does another program's table, or a damaged one, stand there now?
+bool TableBase::unreadable() const {
+   return reader_->state() == ::Brane::readerMismatch ||
+          reader_->state() == ::Brane::readerDamaged;
+}
+
+// What cannot be looked up now waits until it can: the follower takes it for told, and
+// says nothing of values that come back as they were.
 // False when the time was up before all were notified. A handler may drain, or
 // throw: the place is kept in members, and nothing is notified twice.
 bool TableBase::notifyPending() {
    const size_t size = layout_.keySize;
    std::vector<std::byte> key( size );
    for ( size_t count = 1; notified_ < pending_.size(); ++count ) {
+      if ( unreadable() ) return true;
       if ( foretold_ < notified_ + kForetoldKeys * size ) foretell();
       std::memcpy( key.data(), pending_.data() + notified_, size );
       notified_ += size;

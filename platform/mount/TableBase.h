@@ -115,6 +115,7 @@ class PIMSM_API TableBase {
    bool notifyPending();
    void foretell();
    bool updateWriterAlive( bool changes );
+   bool unreadable() const;
    bool timeIsUp() const;
    void drainSoon( bool atOnce );
    void updateMountStatus();

@@ -294,6 +294,38 @@ void writeSenseless( const std::string& root, uint32_t capacity ) {
    }
 }
 
+// A change, and another program's table before the reader has heard of it; then the
+// table comes back with the same value.
+TEST_F( TypedTable, TellsAChangeThatCouldNotBeReadWhenItCan ) {
+   Side reader( clock, root.path(), ::Brane::tableReader );
+   reader.manager.dispatch();
+   agent.shelf->bookIs( bookOf( 1 ) );
+   agent.shelf.reset();
+   ::Brane::Layout other = BookTable::makeLayout();
+   for ( auto& field : other.fields ) {
+      if ( field.name == "lent" ) field.name = "borrowed";
+   }
+   { ::Brane::TableWriter( root.path() + "/shelf/book", other, 2000 ); }
+   bool found = false;
+   reader.recorder.inside = [&]( const BookKey& key ) {
+      Book seen;
+      found = reader.shelf->book().find( key, seen ) == ::Brane::lookupFound;
+   };
+   auto follow = [&] {
+      for ( int turn = 0; turn < 3; ++turn ) {
+         clock.advance( 0.1 );
+         reader.manager.dispatch();
+      }
+   };
+   follow();
+   EXPECT_EQ( reader.shelf->bookControl()->mountStatus(), mountMismatch );
+   Side next( clock, root.path(), ::Brane::tableWriter );
+   follow();
+   EXPECT_EQ( reader.shelf->bookControl()->mountStatus(), mountReady );
+   EXPECT_TRUE( found );
+   EXPECT_TRUE( reader.shelf->book().quiesced() );
+}
+
 // A mapping is trusted in nothing.
 TEST_F( TypedTable, LeavesOutRecordsThatAreNoValue ) {
    agent.shelf.reset();

@@ -94,6 +94,8 @@ std::vector<CommandRow> commands() {
                                   "--not-forwarding" } );
    std::vector<const char*> all = routes;
    all.insert( all.end(), { "--group", "--source" } );
+   std::vector<const char*> any = all;
+   any.push_back( "--json" );
    return {
       { routesCommand, "routes", "Routes and interfaces (the default)", {} },
       { statusCommand, "status", "Tables: room, writer, counts", all },
@@ -106,7 +108,8 @@ std::vector<CommandRow> commands() {
         "(S,G) whose packets are registered or not, and why", routes },
       { advertisedCommand, "advertised", "(S,G) advertised to other RPs", routes },
       { histogramCommand, "histogram",
-        "How many groups sources have, and sources groups", all } };
+        "How many groups sources have, and sources groups", all },
+      { metricsCommand, "metrics", "Counts for Prometheus", any } };
 }
 
 void refuseOptions( const CLI::App& app, const CommandRow& row ) {
@@ -154,6 +157,10 @@ Arguments parse( CLI::App& app, int argc, char** argv ) {
       CLI::App* parser = app.add_subcommand( row.name, row.text );
       if ( row.command == explainCommand )
          declareExplain( *parser, arguments, given );
+      if ( row.command == metricsCommand )
+         parser
+            ->add_option( "--output", arguments.output, "Replace this file, whole" )
+            ->type_name( "FILE" );
       parser->fallthrough();
       declareFamily( *parser, given );
       parsers.push_back( parser );

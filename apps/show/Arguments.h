@@ -25,7 +25,8 @@ enum Command {
    interfacesCommand,
    registersCommand,
    advertisedCommand,
-   histogramCommand
+   histogramCommand,
+   metricsCommand
 };
 
 struct Arguments {
@@ -36,7 +37,8 @@ struct Arguments {
    bool jsonLines = false;
    bool count = false;
    bool detail = false;
-   Question question;  // of explainCommand
+   Question question;   // of explainCommand
+   std::string output;  // of metricsCommand; empty: standard output
 };
 
 class WrongUsage : public Mox::Error {

@@ -139,7 +139,9 @@ uint64_t Mirror::unreadable() const {
 }
 
 Mirrors::Mirrors( const Selection& selection )
-   : clock_( loop_ ), manager_( clock_, &loop_, selection.root ) {
+   : clock_( loop_ ),
+     manager_( clock_, &loop_, selection.root ),
+     process_( Published::ProcessStatus::mount( manager_, Brane::tableReader ) ) {
    using Vantu::AddressFamily;
    for ( AddressFamily family : { AddressFamily::ipv4, AddressFamily::ipv6 } ) {
       if ( !selection.family || selection.family == family ) {

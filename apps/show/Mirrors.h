@@ -73,6 +73,8 @@ class Mirrors {
    // In order of VRF name, IPv4 first.
    const std::vector<std::unique_ptr<Mirror>>& all() const { return mirrors_; }
    double now() const { return clock_.now(); }
+   // What the agent's process counts; its table may be missing.
+   const Published::ProcessStatus& agentProcess() const { return *process_; }
 
  private:
    void mountFamily( const Selection& selection, Vantu::AddressFamily family );
@@ -80,6 +82,7 @@ class Mirrors {
    Mox::Loop loop_;
    Mox::RealClock clock_;
    Corvex::EntityManager manager_;
+   Mox::Ptr<Published::ProcessStatus> process_;
    std::vector<std::unique_ptr<Mirror>> mirrors_;
 };
 

@@ -7,6 +7,7 @@
 #include "apps/show/CheckReport.h"
 #include "apps/show/HistogramReport.h"
 #include "apps/show/InterfaceReport.h"
+#include "apps/show/MetricsReport.h"
 #include "apps/show/RegisterReport.h"
 #include "apps/show/RouteJson.h"
 #include "apps/show/RouteText.h"
@@ -125,6 +126,16 @@ ExitStatus printChecked( const Mirrors& mirrors, const Arguments& arguments ) {
    return found ? nothingFound : done;
 }
 
+ExitStatus printMetrics( const Mirrors& mirrors, const Arguments& arguments ) {
+   std::string text = metricsText( mirrors, PIMSM_VERSION );
+   if ( arguments.output.empty() ) {
+      std::cout << text;
+   } else {
+      replaceFile( arguments.output, text );
+   }
+   return done;
+}
+
 // Of every mirror the same, by `text` or `json`, apart by `between`.
 template <class Text, class ToJson>
 ExitStatus printEach( const Mirrors& mirrors, const Arguments& arguments,
@@ -195,6 +206,8 @@ void warnOfUnreadable( const Mirror& mirror ) {
 
 ExitStatus print( const Mirrors& mirrors, const Arguments& arguments ) {
    switch ( arguments.command ) {
+      case metricsCommand:
+         return printMetrics( mirrors, arguments );
       case checkCommand:
          return printChecked( mirrors, arguments );
       case interfacesCommand:
@@ -263,6 +276,8 @@ int runCommand( int argc, char** argv ) {
    } catch ( const Mox::NameError& e ) {
       return complain( wrongUsage, e.what() );
    } catch ( const Mox::RangeError& e ) {
+      return complain( wrongUsage, e.what() );
+   } catch ( const OutputError& e ) {
       return complain( wrongUsage, e.what() );
    } catch ( const std::exception& e ) {
       return complain( noTables, e.what() );

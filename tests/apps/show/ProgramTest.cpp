@@ -123,6 +123,8 @@ TEST_F( ShowProgram, RefusesWrongUsage ) {
       { "status --json-lines", "--json-lines" },
       { "check --count", "--count" },
       { "interfaces --detail", "--detail" },
+      { "metrics --json", "--json" },
+      { "routes --output /tmp/x", "--output" },
       { "explain 239.1.2.3", "group" },
       { "explain * 192.0.2.1", "no multicast group" },
       { "explain 2001:db8::1 239.1.2.3", "family" },
@@ -180,6 +182,42 @@ TEST_F( ShowShownRouter, RefusesALayoutThatIsNotItsOwn ) {
    expectComplaint( shown( "registers -4" ), 3, "drDiscoveredSg" );
    std::filesystem::remove( root + '/' + router.ipv4.advertised->name() + "/coll" );
    expectComplaint( shown( "advertised -4" ), 3, "coll is missing" );
+}
+
+TEST_F( ShowShownRouter, MetricsAreReadByAnotherParser ) {
+   const std::string python = "/usr/bin/python3", parser = PIMSM_METRICS_PARSER;
+   if ( Mox::Test::runToEnd( { python, parser } ).status != 0 )
+      GTEST_SKIP() << "python3-prometheus-client is not installed";
+   router.publishProcess();
+   const std::string file = empty.path() + "/metrics.prom";
+   std::ofstream( file ) << "of another time\n";
+   Ended ended = shown( "metrics --output " + file );
+   EXPECT_EQ( ended.status, 0 ) << ended.err;
+   EXPECT_EQ( ended.out, "" );
+   Ended parsed = Mox::Test::runToEnd( { python, parser, file } );
+   EXPECT_EQ( parsed.status, 0 ) << parsed.err;
+   EXPECT_EQ( parsed.out, R"(gauge pimsm_writer_up 3
+gauge pimsm_table_used_ratio 21
+gauge pimsm_registers 12
+gauge pimsm_routes 6
+gauge pimsm_outgoing_interfaces 3
+gauge pimsm_routes_pending 1
+histogram pimsm_source_groups 12
+histogram pimsm_group_sources 13
+counter pimsm_table_writes 3
+counter pimsm_review_passes 1
+gauge pimsm_reload_duration_seconds 1
+gauge pimsm_reload_routes 1
+counter pimsm_agent_packets 2
+counter pimsm_agent_packets_dropped 1
+gauge pimsm_build_info 1
+)" );
+   EXPECT_EQ( std::distance( std::filesystem::directory_iterator( empty.path() ),
+                             std::filesystem::directory_iterator() ),
+              1 )
+      << "nothing is left beside the file";
+   expectComplaint( shown( "metrics --output " + empty.path() + "/no/file" ), 2,
+                    "cannot write" );
 }
 
 // Nothing in a file makes it hang or crash, whatever it makes of it.

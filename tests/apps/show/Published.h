@@ -87,12 +87,33 @@ class ShownRouter {
       intf( "eth9", "203.0.113.130", true, 0 );
    }
 
+   // Some of what the agent counts.
+   void publishProcess() {
+      process =
+         ::Published::ProcessStatus::mount( ipv4.manager, ::Brane::tableWriter );
+      auto count = [&]( const std::string& owner, const char* name,
+                        uint64_t value ) {
+         process->counterIs(
+            { { ::Published::Text<160>( owner ), ::Published::Text<48>( name ) },
+              value } );
+      };
+      count( "agent/packets", "hello", 34 );
+      count( "agent/packets", "join-prune", 9 );
+      count( "agent/dropped", "bad \"checksum\"\\", 2 );
+      for ( const char* name : { "routeIs", "routeDel", "refusedWrites", "reviews",
+                                 "reloadMicroseconds", "reloadRoutes" } )
+         count( ipv4.path, name, 1500000 );
+      ipv4.tables->routeCounterIs(
+         { { Routing::Pim::SparseMode::Brane::switching, 0 }, 7 } );
+   }
+
    Mox::Test::TempRoot root;
    Mox::TestClock clock{ now };
    Published ipv4{ clock, root.path() };
    Published ipv6{ clock, root.path(), Vantu::AddressFamily::ipv6 };
    Published red{ clock, root.path(), Vantu::AddressFamily::ipv4, "red" };
    Mox::Ptr<::Published::FamilyStatus> agent;
+   Mox::Ptr<::Published::ProcessStatus> process;
 
  private:
    // Deliberately not in the order in which they are shown.

@@ -10,6 +10,7 @@
 #include "apps/show/Explain.h"
 #include "apps/show/HistogramReport.h"
 #include "apps/show/InterfaceReport.h"
+#include "apps/show/MetricsReport.h"
 #include "apps/show/RegisterReport.h"
 #include "apps/show/RouteJson.h"
 #include "apps/show/RouteText.h"
@@ -241,6 +242,14 @@ TEST_F( Reports, StatusWithCounters ) {
       << statusText( mirror );
    EXPECT_EQ( statusJson( mirror )["switching"], 7 );
    EXPECT_FALSE( statusJson( mirror ).contains( "unresolved" ) );
+}
+
+TEST_F( Reports, Metrics ) {
+   router.publishProcess();
+   Mirrors mirrors( { router.root.path(), "default", Vantu::AddressFamily::ipv4 } );
+   mirrors.load();
+   expectGolden( "metrics.txt",
+                 withoutGenerations( metricsText( mirrors, "1.2.3" ) ) );
 }
 
 // In red there are more counts than rows.

@@ -1,0 +1,239 @@
+#include "apps/show/MetricsReport.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "apps/published/Counting.h"
+#include "apps/show/Exposition.h"
+#include "apps/show/Words.h"
+
+namespace Show {
+
+namespace Sm = Routing::Pim::SparseMode;
+using Labels = Exposition::Labels;
+
+namespace {
+
+Labels with( Labels labels, const char* name, const std::string& value ) {
+   labels.emplace_back( name, value );
+   return labels;
+}
+
+// By owner and name.
+class Counters {
+ public:
+   explicit Counters( const Published::ProcessStatus& process ) {
+      if ( process.counterControl()->mountStatus() != MoxBrane::mountReady ) return;
+      process.counter().visit( nullptr, [this]( const Published::Counter& record ) {
+         values_[{ record.key.owner.text(), record.key.name.text() }] =
+            record.value;
+         return true;
+      } );
+   }
+
+   std::optional<uint64_t> value( const std::string& owner,
+                                  const std::string& name ) const {
+      auto found = values_.find( { owner, name } );
+      if ( found == values_.end() ) return std::nullopt;
+      return found->second;
+   }
+   template <class Call>
+   void each( const std::string& owner, Call call ) const {
+      for ( auto at = values_.lower_bound( { owner, "" } );
+            at != values_.end() && at->first.first == owner; ++at )
+         call( at->first.second, at->second );
+   }
+
+ private:
+   std::map<std::pair<std::string, std::string>, uint64_t> values_;
+};
+
+template <class Histogram>
+Exposition::Counts countsOf( const Histogram& histogram ) {
+   Exposition::Counts counts;
+   for ( const auto& [count, entry] : histogram )
+      counts[count] = entry.addr().size();
+   return counts;
+}
+
+// The unspecified address stands for the (*,G) routes' and is no source.
+Exposition::Counts sourceCounts( const Mirror& mirror,
+                                 const Published::Counting& counting ) {
+   Exposition::Counts counts = countsOf( counting.sources().sourcesByGroupCount() );
+   const Sm::Source* shared =
+      mirror.model->source( Vantu::IpGenAddr::unspecified( mirror.family ) );
+   if ( shared == nullptr ) return counts;
+   auto found = counts.find( shared->sourceGroup().size() );
+   if ( found != counts.end() && --found->second == 0 ) counts.erase( found );
+   return counts;
+}
+
+void addRoutes( Exposition& out, const Mirror& mirror, const Labels& labels ) {
+   constexpr const char* kRoutes = "Routes by kind: (*,G) or (S,G).";
+   out.gauge( "pimsm_routes", kRoutes, with( labels, "kind", "wc" ),
+              mirror.model->wcRoutes() );
+   out.gauge( "pimsm_routes", kRoutes, with( labels, "kind", "sg" ),
+              mirror.model->sgRoutes() );
+   size_t outgoing = 0;
+   for ( const Route& route : std::as_const( *mirror.model ).route() ) {
+      for ( const Intf& intf : route.routeIntf() )
+         outgoing += intf.forward() ? 1 : 0;
+   }
+   out.gauge( "pimsm_outgoing_interfaces",
+              "Interfaces that forward, summed over all routes.", labels,
+              static_cast<double>( outgoing ) );
+   struct Row {
+      const char* state;
+      Sm::Brane::RouteCounterType type;
+   };
+   for ( const Row& row : { Row{ "unresolved", Sm::Brane::unresolved },
+                            Row{ "switching", Sm::Brane::switching },
+                            Row{ "to-be-deleted", Sm::Brane::toBeDeleted } } ) {
+      Sm::Brane::RouteCounter record;
+      if ( mirror.tables->routeCounter().find( { row.type, 0 }, record ) ==
+           Brane::lookupFound )
+         out.gauge( "pimsm_routes_pending", "Routes that wait for something.",
+                    with( labels, "state", row.state ), record.count );
+   }
+   const Published::Counting counting( mirror.model );
+   out.histogram( "pimsm_source_groups", "Sources by their number of groups.",
+                  labels, sourceCounts( mirror, counting ) );
+   out.histogram( "pimsm_group_sources", "Groups by their number of sources.",
+                  labels, countsOf( counting.groups().groupsBySourceCount() ) );
+}
+
+void addTables( Exposition& out, const Mirror& mirror, const Labels& labels ) {
+   out.gauge( "pimsm_writer_up", "Does the agent hold its tables?", labels,
+              mirror.writerAlive() ? 1 : 0 );
+   for ( const MoxBrane::MountedEntity* entity :
+         std::initializer_list<const MoxBrane::MountedEntity*>{
+            mirror.tables.get(), mirror.registers.get() } ) {
+      for ( const MoxBrane::TableBase* table : entity->tables() ) {
+         if ( table->capacity() == 0 ) continue;
+         out.gauge( "pimsm_table_used_ratio", "Part of a table that is full.",
+                    with( labels, "table", table->name() ),
+                    static_cast<double>( table->size() ) / table->capacity() );
+      }
+   }
+   for ( const MoxBrane::TableBase* table : mirror.registers->tables() ) {
+      if ( table->capacity() == 0 ) continue;
+      out.gauge( "pimsm_registers", "(S,G) in each table of the register state.",
+                 with( labels, "table", table->name() ), table->size() );
+   }
+}
+
+// What the agent counts of a VRF and family, under the path of its tables.
+void addAgentOf( Exposition& out, const Mirror& mirror, const Labels& labels,
+                 const Counters& counters ) {
+   const std::string& path = mirror.tables->name();
+   auto of = [&]( const std::string& name ) {
+      return counters.value( path, name );
+   };
+   constexpr const char* kWrites =
+      "Table writes of the agent, tried ones and what "
+      "came of them.";
+   for ( const MoxBrane::TableBase* table : mirror.tables->tables() ) {
+      const Labels labelled = with( labels, "table", table->name() );
+      if ( auto count = of( table->name() + "Is" ) )
+         out.counter( "pimsm_table_writes_total", kWrites,
+                      with( labelled, "result", "tried" ), *count );
+      if ( auto count = of( table->name() + "Del" ) )
+         out.counter( "pimsm_table_writes_total", kWrites,
+                      with( labelled, "result", "removed" ), *count );
+   }
+   if ( auto count = of( "refusedWrites" ) )
+      out.counter(
+         "pimsm_table_writes_total", kWrites,
+         with( with( labels, "table", "route, routeIntf" ), "result", "refused" ),
+         *count );
+   if ( auto count = of( "reviews" ) )
+      out.counter( "pimsm_review_passes_total",
+                   "Reviews of changed routes that the agent has finished.", labels,
+                   *count );
+   if ( auto count = of( "reloadMicroseconds" ) )
+      out.gauge( "pimsm_reload_duration_seconds",
+                 "How long the agent took to reload its tables at its start.",
+                 labels, static_cast<double>( *count ) * 1e-6 );
+   if ( auto count = of( "reloadRoutes" ) )
+      out.gauge( "pimsm_reload_routes", "Routes that the agent reloaded.", labels,
+                 static_cast<double>( *count ) );
+}
+
+void addAgent( Exposition& out, const Counters& counters ) {
+   struct Row {
+      const char* owner;
+      const char* name;
+      const char* label;
+      const char* help;
+   };
+   constexpr Row kRows[] = {
+      { "agent/packets", "pimsm_agent_packets_total", "type",
+        "Messages that the agent received." },
+      { "agent/dropped", "pimsm_agent_packets_dropped_total", "reason",
+        "Packets that the agent could not decode." },
+      { "agent/refused", "pimsm_agent_refused_total", "reason",
+        "Decoded messages, or parts of them, that changed nothing." } };
+   for ( const Row& row : kRows ) {
+      counters.each( row.owner, [&]( const std::string& name, uint64_t value ) {
+         out.counter( row.name, row.help, { { row.label, name } }, value );
+      } );
+   }
+}
+
+[[noreturn]] void failed( const std::string& path ) {
+   throw OutputError(
+      fmt::format( "cannot write {}: {}", path, std::strerror( errno ) ) );
+}
+
+bool writeAll( int file, const std::string& text ) {
+   size_t done = 0;
+   while ( done < text.size() ) {
+      ssize_t count = write( file, text.data() + done, text.size() - done );
+      if ( count < 0 ) return false;
+      done += static_cast<size_t>( count );
+   }
+   return fchmod( file, 0644 ) == 0;
+}
+
+}
+
+std::string metricsText( const Mirrors& mirrors, const char* version ) {
+   Exposition out;
+   const Counters counters( mirrors.agentProcess() );
+   for ( const auto& mirror : mirrors.all() ) {
+      const Labels labels = { { "vrf", mirror->vrf() },
+                              { "family", familyName( mirror->family ) } };
+      addTables( out, *mirror, labels );
+      addRoutes( out, *mirror, labels );
+      addAgentOf( out, *mirror, labels, counters );
+   }
+   addAgent( out, counters );
+   const auto& layout = mirrors.all().front()->tables->route().reader()->layout();
+   out.gauge( "pimsm_build_info", "The tool's version and its tables' layout.",
+              { { "version", version },
+                { "layout", fmt::format( "{:016x}", layout.fingerprint() ) } },
+              1 );
+   return out.text();
+}
+
+void replaceFile( const std::string& path, const std::string& text ) {
+   std::string fresh = path + ".XXXXXX";
+   const int file = mkstemp( fresh.data() );
+   if ( file < 0 ) failed( path );
+   const bool written = writeAll( file, text );
+   if ( close( file ) == 0 && written &&
+        rename( fresh.c_str(), path.c_str() ) == 0 )
+      return;
+   const int error = errno;
+   unlink( fresh.c_str() );
+   errno = error;
+   failed( path );
+}
+
+}

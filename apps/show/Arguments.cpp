@@ -109,7 +109,11 @@ std::vector<CommandRow> commands() {
       { advertisedCommand, "advertised", "(S,G) advertised to other RPs", routes },
       { histogramCommand, "histogram",
         "How many groups sources have, and sources groups", all },
-      { metricsCommand, "metrics", "Counts for Prometheus", any } };
+      { metricsCommand, "metrics", "Counts for Prometheus", any },
+      { watchCommand,
+        "watch",
+        "The same live; without a terminal a line a change",
+        { "--count", "--detail", "--json" } } };
 }
 
 void refuseOptions( const CLI::App& app, const CommandRow& row ) {

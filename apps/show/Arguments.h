@@ -26,7 +26,8 @@ enum Command {
    registersCommand,
    advertisedCommand,
    histogramCommand,
-   metricsCommand
+   metricsCommand,
+   watchCommand
 };
 
 struct Arguments {

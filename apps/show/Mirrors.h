@@ -73,6 +73,8 @@ class Mirrors {
    // In order of VRF name, IPv4 first.
    const std::vector<std::unique_ptr<Mirror>>& all() const { return mirrors_; }
    double now() const { return clock_.now(); }
+   Mox::Clock& clock() { return clock_; }
+   Mox::Loop& loop() { return loop_; }
    // What the agent's process counts; its table may be missing.
    const Published::ProcessStatus& agentProcess() const { return *process_; }
 

@@ -32,25 +32,6 @@ Columns columnsFor( const std::vector<const Route*>& routes,
    return columns;
 }
 
-std::string routeLine( const Route& route, size_t keyWidth, double now ) {
-   const Rpf incoming = Published::incomingRpf( route );
-   return fmt::format(
-      "{:<{}}  {:>7}  {}  {}{}{}\n", keyText( route.key() ), keyWidth,
-      route.creationTime() == 0.0 ? "unknown"
-                                  : spanText( now - route.creationTime() ),
-      treeText( route ), incoming == Rpf() ? "" : "in ",
-      rpfText( incoming, route.rpfAttached() ),
-      route.upJoinState() == Sm::upJoined ? "  upstream joined" : "" );
-}
-
-std::string intfLine( const Intf& intf, size_t nameWidth, double now ) {
-   std::string line =
-      fmt::format( "    {:<{}}  {:<16}  {}", intf.intfId().name(), nameWidth,
-                   forwardText( intf ), intfReason( intf, now ) );
-   line.erase( line.find_last_not_of( ' ' ) + 1 );
-   return line + '\n';
-}
-
 std::string metricText( const Rpf& rpf ) {
    if ( rpf == Rpf() ) return "none";
    return fmt::format( "{}/{}", rpf.preference, rpf.metric.value );
@@ -111,6 +92,25 @@ void intfDetail( std::string& text, const Intf& intf, double now ) {
    field( out, kIndent, "allow rp in use", yesNo( intf.allowRpInUse() ) );
 }
 
+}
+
+std::string routeLine( const Route& route, size_t keyWidth, double now ) {
+   const Rpf incoming = Published::incomingRpf( route );
+   return fmt::format(
+      "{:<{}}  {:>7}  {}  {}{}{}\n", keyText( route.key() ), keyWidth,
+      route.creationTime() == 0.0 ? "unknown"
+                                  : spanText( now - route.creationTime() ),
+      treeText( route ), incoming == Rpf() ? "" : "in ",
+      rpfText( incoming, route.rpfAttached() ),
+      route.upJoinState() == Sm::upJoined ? "  upstream joined" : "" );
+}
+
+std::string intfLine( const Intf& intf, size_t nameWidth, double now ) {
+   std::string line =
+      fmt::format( "    {:<{}}  {:<16}  {}", intf.intfId().name(), nameWidth,
+                   forwardText( intf ), intfReason( intf, now ) );
+   line.erase( line.find_last_not_of( ' ' ) + 1 );
+   return line + '\n';
 }
 
 std::string routesHeading( const Mirror& mirror, size_t matching ) {

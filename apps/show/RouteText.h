@@ -11,6 +11,12 @@ namespace Show {
 std::string routesText( const Mirror& mirror, const RouteFilter& filter,
                         bool detail, double now );
 
+// One line each, the key and the name filled up to their widths.
+std::string routeLine( const Routing::Pim::SparseMode::Route& route,
+                       size_t keyWidth, double now );
+std::string intfLine( const Routing::Pim::SparseMode::Intf& intf, size_t nameWidth,
+                      double now );
+
 // The heading alone: "vrf default ipv4: 2 of 1284 routes, agent running".
 std::string routesHeading( const Mirror& mirror, size_t matching );
 

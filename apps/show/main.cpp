@@ -1,5 +1,7 @@
 // pimsm-show: prints the exported PIM state.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <iostream>
 
@@ -12,6 +14,7 @@
 #include "apps/show/RouteJson.h"
 #include "apps/show/RouteText.h"
 #include "apps/show/StatusReport.h"
+#include "apps/show/Watch.h"
 #include "apps/show/Words.h"
 
 namespace Show {
@@ -204,8 +207,20 @@ void warnOfUnreadable( const Mirror& mirror ) {
              << " unreadable records are left out\n";
 }
 
-ExitStatus print( const Mirrors& mirrors, const Arguments& arguments ) {
+ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
+   const bool terminal =
+      isatty( STDIN_FILENO ) != 0 && isatty( STDOUT_FILENO ) != 0;
+   watch( mirrors, arguments.filter,
+          arguments.jsonLines ? watchJsonLines
+          : terminal          ? watchScreen
+                              : watchText );
+   return done;
+}
+
+ExitStatus print( Mirrors& mirrors, const Arguments& arguments ) {
    switch ( arguments.command ) {
+      case watchCommand:
+         return watchThem( mirrors, arguments );
       case metricsCommand:
          return printMetrics( mirrors, arguments );
       case checkCommand:

@@ -123,6 +123,7 @@ TEST_F( ShowProgram, RefusesWrongUsage ) {
       { "status --json-lines", "--json-lines" },
       { "check --count", "--count" },
       { "interfaces --detail", "--detail" },
+      { "watch --json", "--json" },
       { "metrics --json", "--json" },
       { "routes --output /tmp/x", "--output" },
       { "explain 239.1.2.3", "group" },

@@ -156,21 +156,23 @@ bool isMldType( uint8_t type ) {
           type == kMldReport2;
 }
 
-// Such messages are never forwarded; MLD's have a link-local sender, too.
+// Such messages are never forwarded; MLD's have a link-local sender, too. A host that has
+// no such address yet may report, but not query.
 bool isOffLink( const IpPacket& packet ) {
    if ( packet.ttl != 1 ) return true;
-   return packet.family() == AddressFamily::ipv6 && !packet.source.isLinkLocal() &&
-          !packet.source.isUnspecified();
+   if ( packet.family() == AddressFamily::ipv4 || packet.source.isLinkLocal() )
+      return false;
+   return !packet.source.isUnspecified() || packet.payload[0] == kMldQuery;
 }
 
 }
 
 // IGMP carries other protocols too, as the first version of PIM.
 bool isMembership( const IpPacket& packet ) {
-   if ( packet.protocol == igmpProtocol )
-      return packet.payload.empty() || isIgmpType( packet.payload[0] );
-   return packet.protocol == icmp6Protocol && !packet.payload.empty() &&
-          isMldType( packet.payload[0] );
+   const bool ipv4 = packet.family() == AddressFamily::ipv4;
+   if ( packet.protocol != ( ipv4 ? igmpProtocol : icmp6Protocol ) ) return false;
+   if ( packet.payload.empty() ) return ipv4;
+   return ipv4 ? isIgmpType( packet.payload[0] ) : isMldType( packet.payload[0] );
 }
 
 DropReason decodeMembership( const IpPacket& packet, MembershipMessage& out ) {

@@ -49,12 +49,12 @@ struct MembershipQuery {
 
 using MembershipMessage = std::variant<MembershipReport, MembershipQuery>;
 
-// Is it one of theirs? Of ICMPv6 by its type.
+// Is it one of theirs? IGMP of IPv4 alone, MLD of IPv6 alone; of ICMPv6 by its type.
 bool isMembership( const IpPacket& packet );
 
 // Fills `out` and returns notDropped, or says why not; `out` is then unspecified.
-// A message counts with a TTL or hop limit of 1 only, MLD from a link-local or the
-// unspecified address only (RFC 3810, 5.1.14 and 5.2.14).
+// A message counts with a TTL or hop limit of 1 only, MLD from a link-local address only,
+// a report also from the unspecified one (RFC 3810, 5.1.14 and 5.2.13).
 [[nodiscard]] DropReason decodeMembership( const IpPacket& packet,
                                            MembershipMessage& out );
 

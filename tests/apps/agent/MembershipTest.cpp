@@ -149,6 +149,25 @@ TEST( Membership, OnlyTheLinkItselfCounts ) {
    global.packet.source = IpGenAddr( "2001:db8::7" );
    global.cut( done.bytes().size() );
    EXPECT_EQ( global.reason(), offLink );
+   for ( unsigned type : { 130, 131 } ) {
+      PacketBuilder bytes =
+         PacketBuilder().u8( type ).u8( 0 ).u16( 0 ).u32( 0 ).addr( "ff3e::1" );
+      Packet unnumbered( bytes, true );
+      unnumbered.packet.source = IpGenAddr( "::" );
+      unnumbered.cut( bytes.bytes().size() );
+      EXPECT_EQ( unnumbered.reason(), type == 130 ? offLink : notDropped );
+   }
+}
+
+TEST( Membership, EachFamilyHasItsOwnProtocol ) {
+   for ( bool ipv6 : { false, true } ) {
+      const ByteVector bytes = { uint8_t( ipv6 ? 143 : 0x22 ), 0, 0, 0 };
+      Packet own( PacketBuilder().hex( "00000000" ), ipv6 );
+      own.packet.payload = bytes;
+      EXPECT_TRUE( isMembership( own.packet ) );
+      own.packet.source = IpGenAddr( ipv6 ? "192.0.2.7" : "fe80::7" );
+      EXPECT_FALSE( isMembership( own.packet ) );
+   }
 }
 
 }

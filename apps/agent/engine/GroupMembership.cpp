@@ -59,6 +59,7 @@ void GroupMembership::adoptExclude() {
 
 void GroupMembership::adoptSource( const IpGenAddr& source, bool requested ) {
    if ( requested ) return request( source, times_.membership() );
+   adoptExclude();
    sources_[source] = nullptr;
 }
 

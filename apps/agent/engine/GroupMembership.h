@@ -51,7 +51,8 @@ class GroupMembership {
    // A querier asks for the group, or for sources of it, within `time`.
    void handleQuery( const std::vector<Vantu::IpGenAddr>& sources, double time );
 
-   // Takes up what a reload left, for a membership time from now on.
+   // Takes up what a reload left, for a membership time from now on. Only who wants all
+   // sources excludes one.
    void adoptExclude();
    void adoptSource( const Vantu::IpGenAddr& source, bool requested );
 

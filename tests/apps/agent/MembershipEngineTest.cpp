@@ -184,5 +184,15 @@ TEST_F( Members, ReloadedOnesLiveForAMembershipTime ) {
    EXPECT_EQ( state(), "" );
 }
 
+// As a process leaves it that died between two writes, or had no room for the group.
+TEST_F( Members, AnExcludedSourceAloneIsReloadedWithItsGroup ) {
+   receive( isExclude, kGroup, { addr( "192.0.2.7" ) } );
+   model->routeDel( wcKey( kGroup ) );
+   restart();
+   EXPECT_EQ( state(), "(*) eth1 member; (192.0.2.7) eth1 excluded" );
+   after( 261 );
+   EXPECT_EQ( state(), "" );
+}
+
 }
 }

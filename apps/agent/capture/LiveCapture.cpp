@@ -76,6 +76,7 @@ void LiveCapture::read() {
       packet.bytes = Bytes( bytes, header->caplen );
       packet.wireLength = header->len;
       packet.link = capture.handle_->link;
+      if ( isOfVlan( packet.link, packet.bytes ) ) return;
       capture.observer_.packet( packet );
    };
    int result = pcap_dispatch( handle_->pcap, kMaxPackets, take,

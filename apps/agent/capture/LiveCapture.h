@@ -1,5 +1,5 @@
 // What arrives on a network interface of this host, PIM and group membership alone, as
-// it comes. Listens only; needs CAP_NET_RAW.
+// it comes; of the interface itself, not of VLANs on it. Listens only; needs CAP_NET_RAW.
 //
 // An interface that goes away is tried again each second. Event-loop thread; the loop and
 // clock outlive it.

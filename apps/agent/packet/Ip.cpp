@@ -22,10 +22,14 @@ IpGenAddr takeAddress( AddressFamily family, Cursor& cursor ) {
    return IpGenAddr::fromBytes( family, bytes.data() );
 }
 
+bool isTag( uint16_t type ) {
+   return type == kEtherVlan || type == kEtherServiceVlan;
+}
+
 uint16_t etherTypeBehindTags( Cursor& cursor ) {
    uint16_t type = cursor.u16();
    for ( int tags = 0; tags < 2; ++tags ) {
-      if ( type != kEtherVlan && type != kEtherServiceVlan ) break;
+      if ( !isTag( type ) ) break;
       cursor.skip( 2 );
       type = cursor.u16();
    }
@@ -126,6 +130,17 @@ DropReason decodeIpv6( Cursor cursor, IpPacket& out ) {
    return reason;
 }
 
+}
+
+bool isOfVlan( LinkType link, Bytes frame ) {
+   if ( link != LinkType::ethernet ) return false;
+   Cursor cursor( frame );
+   cursor.skip( 12 );
+   constexpr uint16_t kNumber = 0x0fff;
+   while ( isTag( cursor.u16() ) ) {
+      if ( ( cursor.u16() & kNumber ) != 0 ) return true;
+   }
+   return false;
 }
 
 DropReason decodeFrame( LinkType link, Bytes frame, IpPacket& out ) {

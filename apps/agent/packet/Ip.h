@@ -13,6 +13,10 @@ namespace Agent {
 // which are skipped: the capture tells the interface, not the tag.
 enum class LinkType { unknown, ethernet, rawIp, linuxCooked, linuxCooked2 };
 
+// Is it a VLAN's frame? Heard on an Ethernet interface of this host it belongs to another
+// one. A tag of number 0 tells only a priority.
+bool isOfVlan( LinkType link, Bytes frame );
+
 struct IpPacket {
    Vantu::IpGenAddr source;
    Vantu::IpGenAddr destination;

@@ -68,6 +68,18 @@ void expectPayload( const Decoded& decoded ) {
    EXPECT_EQ( packet.ttl, 1 );
 }
 
+TEST( IpDecoder, VlansAreInterfacesOfTheirOwn ) {
+   auto isOf = []( const char* behindMacs, LinkType link = LinkType::ethernet ) {
+      return isOfVlan( link, PacketBuilder().zeros( 12 ).hex( behindMacs ) );
+   };
+   EXPECT_TRUE( isOf( "8100 0005 0800" ) );
+   EXPECT_TRUE( isOf( "88a8 e000 8100 0006 0800" ) );
+   EXPECT_FALSE( isOf( "8100 e000 0800" ) ) << "only a priority";
+   EXPECT_FALSE( isOf( "0800 4500" ) );
+   EXPECT_FALSE( isOf( "8100" ) );
+   EXPECT_FALSE( isOf( "8100 0005", LinkType::rawIp ) );
+}
+
 TEST( IpDecoder, LinkHeadersLeadToThePacket ) {
    ByteVector trailer = { 0xee, 0xee };  // padding to the least Ethernet frame
    const ByteVector macs( 12 );

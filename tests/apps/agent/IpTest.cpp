@@ -70,7 +70,8 @@ void expectPayload( const Decoded& decoded ) {
 
 TEST( IpDecoder, VlansAreInterfacesOfTheirOwn ) {
    auto isOf = []( const char* behindMacs, LinkType link = LinkType::ethernet ) {
-      return isOfVlan( link, PacketBuilder().zeros( 12 ).hex( behindMacs ) );
+      const ByteVector frame = PacketBuilder().zeros( 12 ).hex( behindMacs );
+      return isOfVlan( link, frame );
    };
    EXPECT_TRUE( isOf( "8100 0005 0800" ) );
    EXPECT_TRUE( isOf( "88a8 e000 8100 0006 0800" ) );

@@ -76,7 +76,8 @@ function( pimsm_shared_library )
    add_library( Pimsm SHARED ${objects} )
    set_target_properties( Pimsm PROPERTIES
       VERSION ${PROJECT_VERSION} SOVERSION 1 LINKER_LANGUAGE CXX )
-   target_link_libraries( Pimsm PUBLIC pimsm_options fmt::fmt Boost::headers )
+   target_link_libraries( Pimsm PUBLIC
+      $<BUILD_INTERFACE:pimsm_options> fmt::fmt Boost::headers )
    # A sanitizer's runtime comes with the program.
    if( NOT PIMSM_SANITIZE )
       target_link_options( Pimsm PRIVATE -Wl,--no-undefined )

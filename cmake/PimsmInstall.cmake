@@ -1,0 +1,55 @@
+# What cmake --install puts where: the library with its public headers, the files by
+# which others find it, and the programs.
+#
+# The headers lie under include/pimsm as they do here, so that #include
+# "model/Status.h" reads the same inside and outside. A detail/ header stays at home:
+# no public one includes any.
+
+include( GNUInstallDirs )
+include( CMakePackageConfigHelpers )
+
+function( pimsm_install )
+   set( headers ${CMAKE_INSTALL_INCLUDEDIR}/pimsm )
+   target_compile_features( Pimsm PUBLIC cxx_std_20 )
+   target_include_directories( Pimsm INTERFACE $<INSTALL_INTERFACE:${headers}> )
+   set( PIMSM_PC_CFLAGS "" )
+   if( PIMSM_ATOMIC_PTR )
+      # Who links the library must count as it does.
+      target_compile_definitions( Pimsm INTERFACE $<INSTALL_INTERFACE:PIMSM_ATOMIC_PTR=1> )
+      set( PIMSM_PC_CFLAGS "-DPIMSM_ATOMIC_PTR=1" )
+   endif()
+
+   install( TARGETS Pimsm EXPORT PimsmTargets
+      LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} )
+   install( TARGETS pimsm-agent pimsm-show RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} )
+   install( TARGETS pimsm-mfib RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} )
+   install( FILES doc/man/pimsm-agent.1 doc/man/pimsm-show.1
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 )
+   install( FILES doc/man/pimsm-mfib.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 )
+   foreach( program IN ITEMS pimsm-agent pimsm-show pimsm-mfib )
+      install( FILES apps/completion.bash RENAME ${program}
+         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions )
+   endforeach()
+   install( DIRECTORY platform model export register count ssm frr
+      DESTINATION ${headers}
+      FILES_MATCHING PATTERN "*.h" PATTERN detail EXCLUDE )
+
+   set( config ${CMAKE_INSTALL_LIBDIR}/cmake/Pimsm )
+   configure_package_config_file( cmake/PimsmConfig.cmake.in PimsmConfig.cmake
+      INSTALL_DESTINATION ${config} NO_SET_AND_CHECK_MACRO )
+   # Before 1.0 any minor version may break what is built against it.
+   write_basic_package_version_file( PimsmConfigVersion.cmake
+      COMPATIBILITY SameMinorVersion )
+   install( EXPORT PimsmTargets NAMESPACE Pimsm:: DESTINATION ${config} )
+   install( FILES ${CMAKE_CURRENT_BINARY_DIR}/PimsmConfig.cmake
+      ${CMAKE_CURRENT_BINARY_DIR}/PimsmConfigVersion.cmake DESTINATION ${config} )
+
+   # Where its own file lies tells the prefix, so that a moved tree is found as well.
+   cmake_path( RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR
+      BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} OUTPUT_VARIABLE libdir )
+   cmake_path( SET up NORMALIZE "${libdir}/pkgconfig" )
+   string( REGEX REPLACE "[^/]+" ".." PIMSM_PC_UP "${up}" )
+   configure_file( cmake/pimsm.pc.in pimsm.pc @ONLY )
+   install( FILES ${CMAKE_CURRENT_BINARY_DIR}/pimsm.pc
+      DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig )
+endfunction()

@@ -3,6 +3,7 @@
 #include "export/Conversion.h"
 #include "export/detail/ModelFetch.h"
 #include "export/detail/StrayIntfs.h"
+#include "platform/trace/Probe.h"
 #include "platform/trace/Trace.h"
 
 namespace Routing::Pim::SparseMode::Brane {
@@ -92,6 +93,7 @@ void RouteBraneRestartSm::doReview() {
       RESTART_TRACE( 3, "doReview(), Brane routes: "
                            << braneStatus()->route().size()
                            << ", Status routes: " << status()->route().size() );
+      MOX_PROBE( reload, status()->route().size() );
       status()->initializedIs( true );
       return;
    }

@@ -2,6 +2,7 @@
 
 #include "export/Conversion.h"
 #include "export/detail/MoxRoute.h"
+#include "platform/trace/Probe.h"
 #include "platform/trace/Trace.h"
 
 namespace Routing::Pim::SparseMode::Brane {
@@ -118,6 +119,7 @@ void RouteBraneWriterSm::doReview() {
    if ( reviewChangeSet_->empty() ) {
       MOX_TRACE( trace, 3, "doReview(), Finished review" );
       reviewsInc( 1 );
+      MOX_PROBE( review, reviews(), slices() );
       reviewTimer_->lastReviewTimeIs( clock_->now() );
       doMaybeUpdateReviewTimer();
       return;

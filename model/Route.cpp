@@ -1,6 +1,7 @@
 #include "model/Route.h"
 
 #include "model/Status.h"
+#include "platform/trace/Probe.h"
 
 namespace Routing::Pim::SparseMode {
 
@@ -14,6 +15,7 @@ Route::Route( const RouteKey& key, Status* status )
 #undef PIMSM_RUN_HANDLER
    initFirstInactivityTime();
    handleInitialized();
+   MOX_PROBE( route_add, &key_ );
 }
 
 Route::~Route() {

@@ -1,6 +1,7 @@
 #include "model/Status.h"
 
 #include "platform/entity/Factory.h"
+#include "platform/trace/Probe.h"
 
 namespace Routing::Pim::SparseMode {
 
@@ -24,6 +25,7 @@ void Status::handleZeroReferences() {
 void Status::handleRouteDel( SparseMode::Route& removed ) {
    removed.stray_ = true;
    strays_.add( &removed );
+   MOX_PROBE( route_del, &removed.key() );
 }
 
 Mox::Ptr<Status> statusFactory( const L3::VrfName& vrfName ) {

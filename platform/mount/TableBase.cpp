@@ -7,6 +7,7 @@
 
 #include "platform/mount/EntityManager.h"
 #include "platform/mount/MountedEntity.h"
+#include "platform/trace/Probe.h"
 #include "platform/trace/Trace.h"
 
 MOX_TRACE_FACILITY( trace, "Pimsm::Table" )
@@ -145,6 +146,9 @@ void TableBase::updateMountStatus() {
             break;
       }
       control_->problemIs( reader_->problem() );
+      if ( status == mountReady && control_->mountStatus() != mountReady ) {
+         MOX_PROBE( reader_attach, name_.c_str(), reader_->capacity() );
+      }
    }
    control_->mountStatusIs( status );
    control_->writerAliveIs( writerAlive() );

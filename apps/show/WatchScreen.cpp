@@ -200,9 +200,14 @@ class Screen : public Mox::Clock::Notifiee {
                                    recent.rate( clock()->now() ) ),
                       false );
       const double now = clock()->now();
-      for ( size_t i = skip; i < routes.size() && !terminal_.full(); ++i ) {
+      const size_t end =
+         std::min( routes.size(), skip + static_cast<size_t>( LINES ) );
+      size_t width = 0;
+      for ( size_t i = skip; i < end; ++i )
+         width = std::max( width, keyText( routes[i]->key() ).size() );
+      for ( size_t i = skip; i < end && !terminal_.full(); ++i ) {
          const Route& route = *routes[i];
-         terminal_.line( routeLine( route, keyText( route.key() ).size(), now ),
+         terminal_.line( routeLine( route, width, now ),
                          recent.changed( route.key() ) );
          for ( const Intf* intf : selectIntfs( route, filter_ ) )
             terminal_.line( intfLine( *intf, kNameWidth, now ),

@@ -57,6 +57,7 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
         manager, Published::FamilyStatus::mountPath( family, config.name ),
         ::Brane::tableWriter ) ) {
    model_->pimStatusIs( pimStatus_ );
+   adoptNeighbors();
    // The reconciler first: it alone writes until the model is initialized.
    restart_ = Sm::Brane::routeBraneRestartSmFactory( model_, tables_,
                                                      ::Brane::tableWriter, &real );
@@ -104,6 +105,41 @@ void FamilyInstance::retire() {
    manager_.removeTables( published_->name() );
 }
 
+// Before anything is published: the DR of a link is the one it was.
+void FamilyInstance::adoptNeighbors() {
+   for ( const Published::NeighborKey& key : published_->neighbor().keys() ) {
+      Published::Neighbor record;
+      if ( published_->neighbor().find( key, record ) != ::Brane::lookupFound )
+         continue;
+      PimHello hello;
+      if ( record.hasDrPriority ) hello.drPriority = record.drPriority;
+      if ( record.hasGenerationId ) hello.generationId = record.generationId;
+      if ( record.hasLanPruneDelay )
+         hello.lanPruneDelay = { false,
+                                 static_cast<uint16_t>( record.propagationDelay ),
+                                 static_cast<uint16_t>( record.overrideInterval ) };
+      protocol_.adoptNeighbor( key.intfId, key.address, hello );
+   }
+}
+
+void FamilyInstance::publishNeighbors() {
+   std::vector<Published::Neighbor> neighbors;
+   for ( const auto& [intfId, link] : protocol_.links() ) {
+      for ( const auto& [address, hello] : link.neighbors->hellos() ) {
+         LanPruneDelay delay = hello.lanPruneDelay.value_or( LanPruneDelay() );
+         neighbors.push_back( { { intfId, address, 0 },
+                                hello.drPriority.has_value(),
+                                hello.drPriority.value_or( 0 ),
+                                hello.generationId.has_value(),
+                                hello.generationId.value_or( 0 ),
+                                hello.lanPruneDelay.has_value(),
+                                delay.propagationDelay,
+                                delay.overrideInterval } );
+      }
+   }
+   Published::publishNeighbors( *published_, neighbors );
+}
+
 // What a reader needs to see what the agent saw.
 void FamilyInstance::publish() {
    std::vector<Published::Interface> interfaces;
@@ -114,6 +150,7 @@ void FamilyInstance::publish() {
                               static_cast<uint32_t>( link.neighbors->size() ) } );
    }
    Published::publishInterfaces( *published_, interfaces );
+   publishNeighbors();
    std::vector<Published::Rp> rps;
    for ( const RpConfig& rp : config_.rps ) {
       if ( rp.address.family() != family_ ) continue;

@@ -83,6 +83,8 @@ class FamilyInstance {
    };
 
    void publish();
+   void publishNeighbors();
+   void adoptNeighbors();
 
    Vantu::AddressFamily family_;
    VrfConfig config_;

@@ -1,6 +1,7 @@
 #include "apps/published/Publisher.h"
 
 #include <algorithm>
+#include <set>
 
 #include "platform/entity/EventCounter.h"
 #include "platform/shm/Error.h"
@@ -15,12 +16,11 @@ namespace {
 template <class Table, class Record, class Write, class Remove>
 void publishAll( const Table& table, const std::vector<Record>& all,
                  const Write& write, const Remove& remove ) {
+   std::set<typename Table::Key> kept;
+   for ( const Record& record : all ) kept.insert( record.key );
    std::vector<typename Table::Key> gone;
    table.visit( nullptr, [&]( const Record& standing ) {
-      bool kept = std::any_of( all.begin(), all.end(), [&]( const Record& record ) {
-         return record.key == standing.key;
-      } );
-      if ( !kept ) gone.push_back( standing.key );
+      if ( kept.count( standing.key ) == 0 ) gone.push_back( standing.key );
       return true;
    } );
    // What is refused, for want of room for one, keeps none of the others back.
@@ -47,6 +47,13 @@ void publishInterfaces( FamilyStatus& tables, const std::vector<Interface>& all 
       tables.interface(), all,
       [&]( const Interface& record ) { tables.interfaceIs( record ); },
       [&]( Vantu::IntfId key ) { tables.interfaceDel( key ); } );
+}
+
+void publishNeighbors( FamilyStatus& tables, const std::vector<Neighbor>& all ) {
+   publishAll(
+      tables.neighbor(), all,
+      [&]( const Neighbor& record ) { tables.neighborIs( record ); },
+      [&]( const NeighborKey& key ) { tables.neighborDel( key ); } );
 }
 
 void publishRps( FamilyStatus& tables, const std::vector<Rp>& all ) {

@@ -13,6 +13,7 @@ namespace Published {
 // The tables whole, as they should be. What a former process left goes, too. A table
 // that is full keeps what is in it.
 void publishInterfaces( FamilyStatus& tables, const std::vector<Interface>& all );
+void publishNeighbors( FamilyStatus& tables, const std::vector<Neighbor>& all );
 void publishRps( FamilyStatus& tables, const std::vector<Rp>& all );
 void publishSettings( FamilyStatus& tables, const std::vector<Setting>& all );
 

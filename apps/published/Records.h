@@ -14,6 +14,22 @@ namespace Published {
    FIELD( bool,             iAmDr,        false ) \
    FIELD( uint32_t,         neighbors,    0 ) /* PIM neighbours */
 
+#define PUBLISHED_NEIGHBOR_KEY( FIELD ) \
+   FIELD( Vantu::IntfId,    intfId,  {} ) \
+   FIELD( Vantu::IpGenAddr, address, {} ) \
+   FIELD( uint32_t,         unused,  0 ) /* keys are of whole 8 bytes */
+
+// What its last hello said; of an option that was not there the value is zero.
+#define PUBLISHED_NEIGHBOR( FIELD ) \
+   FIELD( Published::NeighborKey, key,              {} ) \
+   FIELD( bool,                   hasDrPriority,    false ) \
+   FIELD( uint32_t,               drPriority,       0 ) \
+   FIELD( bool,                   hasGenerationId,  false ) \
+   FIELD( uint32_t,               generationId,     0 ) \
+   FIELD( bool,                   hasLanPruneDelay, false ) \
+   FIELD( uint32_t,               propagationDelay, 0 ) /* ms */ \
+   FIELD( uint32_t,               overrideInterval, 0 ) /* ms */
+
 #define PUBLISHED_RP_KEY( FIELD ) \
    FIELD( Vantu::IpGenAddr, group,  {} ) \
    FIELD( uint32_t,         length, 0 )
@@ -38,6 +54,15 @@ namespace Published {
 struct Interface {
    PUBLISHED_INTERFACE( MOX_RECORD_FIELD )
    bool operator==( const Interface& ) const = default;
+};
+
+struct NeighborKey {
+   PUBLISHED_NEIGHBOR_KEY( MOX_RECORD_FIELD )
+   auto operator<=>( const NeighborKey& ) const = default;
+};
+struct Neighbor {
+   PUBLISHED_NEIGHBOR( MOX_RECORD_FIELD )
+   bool operator==( const Neighbor& ) const = default;
 };
 
 struct RpKey {
@@ -68,6 +93,8 @@ struct Counter {
 namespace Brane {
 
 BRANE_FLAT_RECORD( Published::Interface, "Interface", PUBLISHED_INTERFACE )
+BRANE_FLAT_RECORD( Published::NeighborKey, "NeighborKey", PUBLISHED_NEIGHBOR_KEY )
+BRANE_FLAT_RECORD( Published::Neighbor, "Neighbor", PUBLISHED_NEIGHBOR )
 BRANE_FLAT_RECORD( Published::RpKey, "RpKey", PUBLISHED_RP_KEY )
 BRANE_FLAT_RECORD( Published::Rp, "Rp", PUBLISHED_RP )
 BRANE_FLAT_RECORD( Published::Setting, "Setting", PUBLISHED_SETTING )

@@ -8,6 +8,7 @@ namespace Published {
 namespace {
 
 constexpr uint32_t kMaxInterfaces = 4096;
+constexpr uint32_t kMaxNeighbors = 16384;
 constexpr uint32_t kMaxRps = 1024;
 constexpr uint32_t kMaxSettings = 64;
 constexpr uint32_t kMaxCounters = 2048;
@@ -50,6 +51,7 @@ Mox::Ptr<FamilyStatus> FamilyStatus::mount( Corvex::EntityManager& manager,
                                             Brane::TableRole role ) {
    Mox::Ptr<FamilyStatus> entity = entityAt<FamilyStatus>( manager, path );
    initialize( *entity->interfaceControl(), role, kMaxInterfaces, manager );
+   initialize( *entity->neighborControl(), role, kMaxNeighbors, manager );
    initialize( *entity->rpControl(), role, kMaxRps, manager );
    initialize( *entity->settingControl(), role, kMaxSettings, manager );
    return entity;

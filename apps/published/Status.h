@@ -10,6 +10,7 @@
 namespace Published {
 
 using InterfaceTable = MoxBrane::Table<Interface>;
+using NeighborTable = MoxBrane::Table<Neighbor>;
 using RpTable = MoxBrane::Table<Rp>;
 using SettingTable = MoxBrane::Table<Setting>;
 using CounterTable = MoxBrane::Table<Counter>;
@@ -17,6 +18,7 @@ using CounterTable = MoxBrane::Table<Counter>;
 // clang-format off
 #define PUBLISHED_FAMILY_ATTRIBUTES( A ) \
    A( Table, interface, Interface, InterfaceTable, , "interfaces that speak PIM" ) \
+   A( Table, neighbor,  Neighbor,  NeighborTable,  , "PIM neighbours; the next agent knows them from here" ) \
    A( Table, rp,        Rp,        RpTable,        , "configured RPs by group range" ) \
    A( Table, setting,   Setting,   SettingTable,   , "other configuration" )
 

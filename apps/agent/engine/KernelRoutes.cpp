@@ -74,7 +74,12 @@ void KernelRoutes::tablesAre( std::set<uint32_t> tables ) {
                                      RTNLGRP_IPV6_ROUTE },
          [this]( const Netlink::Message& ) { touch(); }, [this] { touch(); } );
    }
-   onTime();
+   // Whole, if it can be had: a router's reloaded state is judged by these routes.
+   constexpr int kTries = 20;
+   bool whole = read();
+   for ( int tries = 1; tries < kTries && !whole; ++tries ) whole = read();
+   if ( !whole ) touch();
+   changed_();
 }
 
 void KernelRoutes::touch() {

@@ -54,6 +54,13 @@ bool Neighbors::has( const Vantu::IpGenAddr& address ) const {
    return neighbors_.count( address ) != 0;
 }
 
+std::map<Vantu::IpGenAddr, PimHello> Neighbors::hellos() const {
+   std::map<Vantu::IpGenAddr, PimHello> out;
+   for ( const auto& [address, neighbor] : neighbors_ )
+      out[address] = neighbor.hello;
+   return out;
+}
+
 bool Neighbors::iAmDr() const {
    bool byPriority =
       std::all_of( neighbors_.begin(), neighbors_.end(), []( const auto& entry ) {

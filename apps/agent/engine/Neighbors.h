@@ -37,6 +37,8 @@ class Neighbors {
 
    bool has( const Vantu::IpGenAddr& address ) const;
    size_t size() const { return neighbors_.size(); }
+   // The last hello of each.
+   std::map<Vantu::IpGenAddr, PimHello> hellos() const;
 
    // RFC 7761, 4.3.2: highest priority, then highest address; addresses alone when
    // some neighbour has no priority option.

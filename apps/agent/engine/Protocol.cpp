@@ -107,6 +107,14 @@ void Protocol::updateDr( IntfId intfId ) {
    linksChanged_();
 }
 
+void Protocol::adoptNeighbor( IntfId intfId, const IpGenAddr& address,
+                              PimHello hello ) {
+   auto link = links_.find( intfId );
+   if ( link == links_.end() || contains( link->second.own, address ) ) return;
+   hello.holdtime.reset();
+   link->second.neighbors->receiveHello( address, hello );
+}
+
 void Protocol::adopt() {
    adopted_ = true;
    routes_.adopt();

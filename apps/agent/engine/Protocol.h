@@ -36,6 +36,10 @@ class Protocol {
 
    const std::map<Vantu::IntfId, Link>& links() const { return links_; }
 
+   // A neighbour that a former process knew: lives for the default hold time from now on.
+   void adoptNeighbor( Vantu::IntfId intfId, const Vantu::IpGenAddr& address,
+                       PimHello hello );
+
    // Once, when the model has been reloaded: the engines take its states up.
    void adopt();
 

@@ -386,6 +386,43 @@ TEST_F( Family, MembersAndAssertsDecideWhatForwards ) {
    EXPECT_TRUE( forwards() );
 }
 
+// Else this router would think itself the DR until the next hello, and forward beside
+// the one that is.
+TEST_F( Family, NeighborsAreKnownAfterARestart ) {
+   start();
+   untilAdopted();
+   IpPacket packet;
+   packet.source = addr( "198.51.100.9" );
+   packet.destination = addr( "224.0.0.13" );
+   PimHello hello;
+   hello.holdtime = 0xffff;
+   hello.drPriority = 7;
+   hello.generationId = 0;
+   hello.lanPruneDelay = LanPruneDelay{ true, 100, 4000 };
+   PimMessage message;
+   message.body = hello;
+   family->receive( intfId( "eth1" ), packet, message );
+   family->handleTurnEnd();
+   auto dr = [&]( const char* intf ) {
+      return family->model().pimStatus()->intf( intfId( intf ) )->iAmDr();
+   };
+   EXPECT_FALSE( dr( "eth1" ) );
+   for ( int restart = 0; restart < 2; ++restart ) {
+      start();
+      EXPECT_FALSE( dr( "eth1" ) );
+      EXPECT_TRUE( dr( "eth2" ) );
+      untilAdopted();
+      EXPECT_FALSE( dr( "eth1" ) );
+   }
+   real.runUntil( real.now() + 104 );
+   EXPECT_FALSE( dr( "eth1" ) );
+   real.runUntil( real.now() + 2 );
+   family->handleTurnEnd();
+   EXPECT_TRUE( dr( "eth1" ) ) << "nobody said hello since";
+   start();
+   EXPECT_TRUE( dr( "eth1" ) ) << "who has gone does not come back";
+}
+
 // A source on a link is known from the packets that the forwarding process tells of.
 class Sources : public Family {
  protected:

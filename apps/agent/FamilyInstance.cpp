@@ -55,7 +55,8 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      resume_( &real ),
      published_( Published::FamilyStatus::mount(
         manager, Published::FamilyStatus::mountPath( family, config.name ),
-        ::Brane::tableWriter ) ) {
+        ::Brane::tableWriter ) ),
+     familyCounters_( tables_->name(), real.now() ) {
    model_->pimStatusIs( pimStatus_ );
    adoptNeighbors();
    // The reconciler first: it alone writes until the model is initialized.
@@ -83,6 +84,7 @@ std::vector<std::string> FamilyInstance::mountNotes() const {
 
 void FamilyInstance::adopt() {
    adopted_ = true;
+   familyCounters_.reloaded( model_->route().size(), real_.now() );
    protocol_.adopt();
    mfib_.adopted();
    tally_.touch();
@@ -192,6 +194,7 @@ void FamilyInstance::handleTurnEnd() {
       bool done = protocol_.review( [&] { return real_.now() >= end; } );
       if ( !done ) resume_.wakeupTimeIs( real_.now() );
    }
+   familyCounters_.follow( *writer_ );
    if ( std::exchange( publishDue_, false ) ) publish();
    writer_->doMaybeUpdateReviewTimer();
 }

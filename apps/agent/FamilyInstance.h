@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "apps/agent/AgentClock.h"
+#include "apps/agent/FamilyCounters.h"
 #include "apps/agent/MfibWatch.h"
 #include "apps/agent/RouteTally.h"
 #include "apps/published/Counting.h"
@@ -106,6 +107,7 @@ class FamilyInstance {
    Mox::Clock& real_;
    Resume resume_;
    Mox::Ptr<Published::FamilyStatus> published_;
+   FamilyCounters familyCounters_;
    bool publishDue_ = true;  // interfaces or configuration have changed
    bool adopted_ = false;
    std::deque<std::function<void()>> waiting_;

@@ -1,5 +1,7 @@
 #include "apps/agent/engine/SourceEngine.h"
 
+#include "apps/published/Incoming.h"
+
 namespace Agent {
 
 SourceEngine::SourceEngine( Routes& routes, Mox::Clock& clock,
@@ -34,19 +36,30 @@ void SourceEngine::receiveData( const RouteKey& key, Vantu::IntfId intfId ) {
    if ( !path.attached || path.rpf.intfId != intfId ) return;
    routes_.route( key )->katExpiredIs( false );
    routes_.update( key );
-   start( key );
+   start( key, keepalivePeriod );
 }
 
+// The kernel hands up no packet of a route that a join made before the source sent: what
+// it counts tells of the source.
 void SourceEngine::receiveMore( const RouteKey& key, double age ) {
+   const double left = keepalivePeriod - age;
    auto found = keepalive_.find( key );
-   if ( found != keepalive_.end() ) found->second->extend( keepalivePeriod - age );
+   if ( found != keepalive_.end() ) return found->second->extend( left );
+   Mox::Ptr<Routes::Route> route = routes_.find( key );
+   if ( !( left > 0.0 ) || route == nullptr || route->wildCard() ) return;
+   const Topology::Path path = topology_.pathTo( key.source );
+   if ( !path.attached || path.rpf.intfId != Published::incomingIntf( *route ) )
+      return;
+   route->katExpiredIs( false );
+   routes_.update( key );
+   start( key, left );
 }
 
-void SourceEngine::start( const RouteKey& key ) {
+void SourceEngine::start( const RouteKey& key, double seconds ) {
    std::unique_ptr<Timer>& timer = keepalive_[key];
    if ( timer == nullptr )
       timer = std::make_unique<Timer>( clock_, [this, key] { end( key ); } );
-   timer->start( keepalivePeriod );
+   timer->start( seconds );
 }
 
 void SourceEngine::end( const RouteKey& key ) {
@@ -59,7 +72,7 @@ void SourceEngine::end( const RouteKey& key ) {
 
 void SourceEngine::adopt() {
    for ( const auto& route : routes_.model().route() ) {
-      if ( !route.katExpired() ) start( route.key() );
+      if ( !route.katExpired() ) start( route.key(), keepalivePeriod );
    }
    updatePaths();
 }

@@ -26,8 +26,9 @@ class SourceEngine {
    // the source is on a link there.
    void receiveData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId );
 
-   // The route's last packet came so many seconds ago: its timer, where it runs, starts
-   // from there.
+   // The route's last packet came so many seconds ago: its timer starts from there. Where
+   // it does not run, that is so for a source on a link only; a route that is not there
+   // is not made.
    void receiveMore( const Routing::Pim::RouteKey& key, double age );
 
    // The configuration or the routes have changed: what is no source of this router's
@@ -39,7 +40,7 @@ class SourceEngine {
 
    bool accept( const RouteKey& key );
    bool attached( const RouteKey& key ) const;
-   void start( const RouteKey& key );
+   void start( const RouteKey& key, double seconds );
    void end( const RouteKey& key );
 
    Routes& routes_;

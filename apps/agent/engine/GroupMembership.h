@@ -61,6 +61,11 @@ class GroupMembership {
    // Nobody wants anything.
    bool empty() const { return !exclude_ && sources_.empty(); }
 
+   bool has( const Vantu::IpGenAddr& source ) const {
+      return sources_.count( source ) != 0;
+   }
+   size_t size() const { return sources_.size(); }
+
    // By source: requested, or excluded.
    std::map<Vantu::IpGenAddr, bool> sources() const;
 

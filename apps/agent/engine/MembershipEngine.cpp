@@ -1,5 +1,7 @@
 #include "apps/agent/engine/MembershipEngine.h"
 
+#include <algorithm>
+
 namespace Agent {
 
 using Vantu::IntfId;
@@ -36,9 +38,22 @@ void MembershipEngine::receiveReport( IntfId intfId,
          return source.isUnspecified() || source.isMulticast();
       } );
       for ( ; bad > 0; --bad ) counters_.refused( badSource );
-      membership( intfId, record.group ).receive( record, report.version );
+      GroupMembership& machine = membership( intfId, record.group );
+      limitSources( machine, record );
+      machine.receive( record, report.version );
       update( intfId, record.group );
    }
+}
+
+// Not all that hosts may ask for comes to a route, whose number has a limit.
+void MembershipEngine::limitSources( const GroupMembership& machine,
+                                     MembershipRecord& record ) {
+   size_t room = maxSources - std::min( machine.size(), maxSources );
+   std::erase_if( record.sources, [&]( const IpGenAddr& source ) {
+      if ( machine.has( source ) ) return false;
+      if ( room == 0 ) counters_.refused( tooManySources );
+      return room == 0 || room-- == 0;
+   } );
 }
 
 bool MembershipEngine::accept( const MembershipRecord& record ) {
@@ -83,7 +98,8 @@ GroupMembership& MembershipEngine::membership( IntfId intfId,
    return *machine;
 }
 
-// The records follow the machine; one that wants nothing goes.
+// The records follow the machine; one that wants nothing goes, and one for which there is
+// no room at all.
 void MembershipEngine::update( IntfId intfId, const IpGenAddr& group ) {
    Group& state = links_[intfId].groups[group];
    const GroupMembership& machine = *state.membership;
@@ -92,7 +108,8 @@ void MembershipEngine::update( IntfId intfId, const IpGenAddr& group ) {
    if ( machine.excludeMode() )
       std::erase_if( sources, []( const auto& entry ) { return entry.second; } );
    write( intfId, group, state, machine.excludeMode(), sources );
-   if ( machine.empty() ) links_[intfId].groups.erase( IpGenAddr( group ) );
+   if ( !state.shared && state.sources.empty() )
+      links_[intfId].groups.erase( IpGenAddr( group ) );
 }
 
 void MembershipEngine::end( IntfId intfId, const IpGenAddr& group ) {

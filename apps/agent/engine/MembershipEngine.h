@@ -19,6 +19,9 @@ namespace Agent {
 
 class MembershipEngine {
  public:
+   // Of one group on one link; what hosts say of more of them does not count.
+   static constexpr size_t maxSources = 4096;
+
    // `policy` says which groups are source-specific; null: none.
    MembershipEngine( Routes& routes, Mox::Clock& clock, const GroupPolicy* policy,
                      AgentCounters& counters );
@@ -44,7 +47,7 @@ class MembershipEngine {
       std::unique_ptr<GroupMembership> membership;
       // What stands in the records: members of the shared tree, and of sources
       // whether they are included. What found no room is tried again with the next
-      // report.
+      // report; a group of which nothing stands is forgotten until then.
       bool shared = false;
       std::map<Vantu::IpGenAddr, bool> sources;
    };
@@ -56,6 +59,7 @@ class MembershipEngine {
    void receiveReport( Vantu::IntfId intfId, const MembershipReport& report );
    void receiveQuery( Vantu::IntfId intfId, const MembershipQuery& query );
    bool accept( const MembershipRecord& record );
+   void limitSources( const GroupMembership& machine, MembershipRecord& record );
    bool sourceSpecific( const Vantu::IpGenAddr& group ) const;
    GroupMembership& membership( Vantu::IntfId intfId,
                                 const Vantu::IpGenAddr& group );

@@ -121,6 +121,29 @@ TEST_F( Members, WhatMakesNoSenseIsRefused ) {
    EXPECT_EQ( state(), "(192.0.2.7) eth1 member" ) << "the rest counts";
 }
 
+// Whoever makes up groups and sources takes no more room than the tables have.
+TEST_F( Members, WhatFindsNoRoomIsForgotten ) {
+   model->maxRoutesIs( 1 );
+   receive( isExclude );
+   after( 10 );
+   receive( isExclude, "233.252.0.2" );
+   receive( isInclude, kSsmGroup, { addr( "192.0.2.7" ) } );
+   EXPECT_EQ( state(), "(*) eth1 member" );
+   EXPECT_EQ( counters.refusedCount( tableFull ), 2u );
+   after( 251 );
+   EXPECT_EQ( clock.nextWakeup(), Mox::Clock::never );
+   receive( isExclude, "233.252.0.2" );
+   EXPECT_EQ( state(), "(*) eth1 member" );
+   std::vector<Vantu::IpGenAddr> many;
+   for ( size_t i = 0; i <= MembershipEngine::maxSources; ++i )
+      many.push_back( addr(
+         ( "10.1." + std::to_string( i / 256 ) + "." + std::to_string( i % 256 ) )
+            .c_str() ) );
+   receive( allow, "233.252.0.2", many );
+   receive( allow, "233.252.0.2", { many.front() } );
+   EXPECT_EQ( counters.refusedCount( tooManySources ), 1u );
+}
+
 TEST_F( Members, APolicyThatChangesEndsMembersOfTheSharedTree ) {
    receive( isExclude, kGroup, { addr( "192.0.2.7" ) } );
    receive( isExclude, "233.253.0.1" );

@@ -62,9 +62,13 @@ bool answer( uint16_t type, int family, const uint32_t* table,
             message = mnl_nlmsg_next( message, &left ) ) {
          if ( message->nlmsg_seq != kSequence ) continue;
          if ( ( message->nlmsg_flags & NLM_F_DUMP_INTR ) != 0 ) whole = false;
-         if ( message->nlmsg_type == NLMSG_DONE ) return whole;
-         if ( message->nlmsg_type == NLMSG_ERROR )
-            fail( errorIn( message ), "netlink dump" );
+         bool done = message->nlmsg_type == NLMSG_DONE;
+         if ( done || message->nlmsg_type == NLMSG_ERROR ) {
+            // One that fails half-way ends like any other, but for its number.
+            int error = errorIn( message );
+            if ( error != 0 || !done ) fail( error, "netlink dump" );
+            return whole;
+         }
          handler( Message( *message ) );
       }
    }

@@ -1,6 +1,7 @@
 #include "apps/agent/engine/KernelRoutes.h"
 
 #include <algorithm>
+#include <system_error>
 
 namespace Agent {
 namespace {
@@ -89,7 +90,12 @@ void KernelRoutes::touch() {
 
 void KernelRoutes::onTime() {
    const Ribs before = ribs_;
-   if ( !read() ) return touch();
+   try {
+      if ( !read() ) return touch();
+   } catch ( const std::system_error& ) {
+      // The routes stay as they were.
+      return touch();
+   }
    if ( before != ribs_ ) changed_();
 }
 

@@ -92,6 +92,10 @@ TEST( Dump, ThrowsWhatTheKernelAnswers ) {
    // A message of no known type.
    EXPECT_THROW( dump( RTM_MAX + 1, AF_UNSPEC, []( const Message& ) {} ),
                  std::system_error );
+   // The answer to this one ends as if it had been told whole.
+   constexpr uint32_t kNoTable = 987654321;
+   EXPECT_THROW( dumpRoutes( AF_INET, kNoTable, []( const Message& ) {} ),
+                 std::system_error );
 }
 
 }

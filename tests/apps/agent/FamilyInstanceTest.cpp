@@ -493,6 +493,25 @@ TEST_F( Sources, LiveWhileTheySend ) {
    EXPECT_EQ( source( "198.51.100.7" ), nullptr ) << "counters make no state";
 }
 
+// A route that a join made before has an entry in the kernel, and no upcall.
+TEST_F( Sources, OfJoinedRoutesAreKnownByTheCounters ) {
+   join( "eth2", kGroup, "198.51.100.7" );
+   join( "eth2", kGroup, "203.0.113.77" );
+   auto silent = [&]( const char* text ) { return source( text )->katExpired(); };
+   mfib->cacheIs( { sgKey( "198.51.100.7", kGroup ), 0, 0, 0, 0.0 } );
+   exchange();
+   EXPECT_TRUE( silent( "198.51.100.7" ) ) << "it has never sent";
+   packets( "198.51.100.7", 1 );
+   packets( "203.0.113.77", 1 );
+   EXPECT_FALSE( silent( "198.51.100.7" ) );
+   EXPECT_TRUE( silent( "203.0.113.77" ) ) << "it is behind another router";
+   real.runUntil( real.now() + 209 );
+   EXPECT_FALSE( silent( "198.51.100.7" ) );
+   join( "eth2", kGroup, "198.51.100.7" );
+   real.runUntil( real.now() + 2 );
+   EXPECT_TRUE( silent( "198.51.100.7" ) );
+}
+
 TEST_F( Sources, AreTakenUpAfterARestart ) {
    upcall( "198.51.100.7", "eth1" );
    upcall( "198.51.101.9", "eth2" );

@@ -27,10 +27,14 @@ void Neighbors::ownIs( const Vantu::IpGenAddr& own, uint32_t drPriority ) {
    observer_.changed();
 }
 
-void Neighbors::receiveHello( const Vantu::IpGenAddr& from,
+bool Neighbors::receiveHello( const Vantu::IpGenAddr& from,
                               const PimHello& hello ) {
    double holdtime = holdtimeOf( hello );
-   if ( holdtime == 0.0 ) return forget( from );
+   if ( holdtime == 0.0 ) {
+      forget( from );
+      return true;
+   }
+   if ( size() >= maxNeighbors && !has( from ) ) return false;
    Neighbor& neighbor = neighbors_[from];
    bool restarted = neighbor.expiry != nullptr &&
                     neighbor.hello.generationId != hello.generationId;
@@ -42,6 +46,7 @@ void Neighbors::receiveHello( const Vantu::IpGenAddr& from,
    neighbor.expiry->start( holdtime );
    if ( restarted ) observer_.lost( from );
    observer_.changed();
+   return true;
 }
 
 void Neighbors::forget( const Vantu::IpGenAddr& address ) {

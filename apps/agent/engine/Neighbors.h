@@ -22,6 +22,7 @@ struct NeighborsObserver {
 
 class Neighbors {
  public:
+   static constexpr size_t maxNeighbors = 1024;
    static constexpr double defaultHoldtime = 105.0;    // s; 3.5 hellos
    static constexpr double propagationDelay = 0.5;     // s; of this router
    static constexpr double overrideIntervalOwn = 2.5;  // s; of this router
@@ -32,8 +33,9 @@ class Neighbors {
    // Another own address or priority.
    void ownIs( const Vantu::IpGenAddr& own, uint32_t drPriority );
 
-   // A hello of another router on the link. Hold time 0 says goodbye.
-   void receiveHello( const Vantu::IpGenAddr& from, const PimHello& hello );
+   // A hello of another router on the link. Hold time 0 says goodbye. False: there are
+   // too many others.
+   bool receiveHello( const Vantu::IpGenAddr& from, const PimHello& hello );
 
    bool has( const Vantu::IpGenAddr& address ) const;
    size_t size() const { return neighbors_.size(); }

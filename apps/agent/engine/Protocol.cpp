@@ -173,8 +173,11 @@ void Protocol::receivePim( IntfId intfId, const Link& link, const IpPacket& pack
       return counters_.refused( otherType );
    if ( packet.destination != allPimRouters( family_ ) )
       return counters_.refused( notToAllRouters );
-   if ( const auto* hello = std::get_if<PimHello>( &message.body ) )
-      return link.neighbors->receiveHello( packet.source, *hello );
+   if ( const auto* hello = std::get_if<PimHello>( &message.body ) ) {
+      if ( !link.neighbors->receiveHello( packet.source, *hello ) )
+         counters_.refused( tooManyNeighbors );
+      return;
+   }
    receiveOfNeighbor( intfId, link, packet, message );
 }
 

@@ -26,7 +26,8 @@ namespace Agent {
    V( notTheRp )       /* a register for a group that another router is RP of */   \
    V( notRegistered )  /* a register-stop for a source that is not on a link */    \
    V( tableFull )      /* a route that its table has no room for */                \
-   V( tooManySources ) /* of a group on a link that is full of them */
+   V( tooManySources ) /* of a group on a link that is full of them */             \
+   V( tooManyNeighbors ) /* a hello on a link that is full of them */
 MOX_ENUM( Refusal, AGENT_REFUSALS )
 MOX_ENUM_TEXT( Refusal, AGENT_REFUSALS )
 

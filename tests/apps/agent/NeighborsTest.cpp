@@ -89,6 +89,22 @@ TEST_F( NeighborsOfALink, AnotherGenerationIdTellsOfARestart ) {
    EXPECT_EQ( lost, " 2 2" ) << "an option that appears counts as well";
 }
 
+// Whoever makes up senders takes no more room than that, and no neighbour's place.
+TEST_F( NeighborsOfALink, AreNoMoreThanSoMany ) {
+   auto from = []( size_t i ) {
+      return addr(
+         ( "10.0." + std::to_string( i / 256 ) + "." + std::to_string( i % 256 ) )
+            .c_str() );
+   };
+   for ( size_t i = 0; i < Neighbors::maxNeighbors; ++i )
+      EXPECT_TRUE( neighbors.receiveHello( from( i ), hello() ) );
+   EXPECT_FALSE( neighbors.receiveHello( addr( "192.0.2.2" ), hello() ) );
+   EXPECT_EQ( neighbors.size(), Neighbors::maxNeighbors );
+   EXPECT_TRUE( neighbors.receiveHello( from( 0 ), hello() ) );
+   EXPECT_TRUE( neighbors.receiveHello( from( 0 ), hello( 0 ) ) );
+   EXPECT_TRUE( neighbors.receiveHello( addr( "192.0.2.2" ), hello() ) );
+}
+
 struct DrRow {
    const char* name;
    uint32_t own;

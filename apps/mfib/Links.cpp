@@ -1,6 +1,12 @@
 #include "apps/mfib/Links.h"
 
+#include <system_error>
+
+#include "platform/trace/Trace.h"
+
 namespace Forwarding {
+
+MOX_TRACE_FACILITY( trace, "Pimsm::Forwarding::Links" )
 
 uint32_t LinkTable::index( Vantu::IntfId name ) const {
    for ( const auto& [index, known] : names_ ) {
@@ -14,11 +20,11 @@ Links::Links( Mox::Loop& loop, Mox::Loop::Function changed )
      notifications_(
         loop, { RTNLGRP_LINK },
         [this]( const Netlink::Message& message ) {
-           take( message );
+           take( table_, message );
            changed_();
         },
         [this] {
-           reload();
+           recover();
            changed_();
         } ) {
    reload();
@@ -26,22 +32,33 @@ Links::Links( Mox::Loop& loop, Mox::Loop::Function changed )
 
 // A change during the dump is notified as well: the table ends up right.
 void Links::reload() {
-   table_.clear();
-   Netlink::dump( RTM_GETLINK, AF_UNSPEC,
-                  [this]( const Netlink::Message& message ) { take( message ); } );
+   LinkTable table;
+   Netlink::dump( RTM_GETLINK, AF_UNSPEC, [&]( const Netlink::Message& message ) {
+      take( table, message );
+   } );
+   table_ = std::move( table );
 }
 
-void Links::take( const Netlink::Message& message ) {
+// Of a kernel that is short of something now, what was known stays; forwarding goes on.
+void Links::recover() {
+   try {
+      reload();
+   } catch ( const std::system_error& e ) {
+      MOX_TRACE( trace, 0, "the interfaces could not be read anew: " << e.what() );
+   }
+}
+
+void Links::take( LinkTable& table, const Netlink::Message& message ) {
    const auto* body = message.body<ifinfomsg>();
    // Bridges and multicast routing tell of links in their own families.
    if ( body == nullptr || body->ifi_index <= 0 || body->ifi_family != AF_UNSPEC )
       return;
    auto index = static_cast<uint32_t>( body->ifi_index );
-   if ( message.type() == RTM_DELLINK ) return table_.linkDel( index );
+   if ( message.type() == RTM_DELLINK ) return table.linkDel( index );
    if ( message.type() != RTM_NEWLINK ) return;
    auto name = message.attributes<ifinfomsg>().text( IFLA_IFNAME );
    if ( !name || name->size() > Vantu::IntfId::maxLength ) return;
-   table_.linkIs( index, Vantu::IntfId( *name ) );
+   table.linkIs( index, Vantu::IntfId( *name ) );
 }
 
 }

@@ -18,7 +18,6 @@ class LinkTable {
 
    void linkIs( uint32_t index, Vantu::IntfId name ) { names_[index] = name; }
    void linkDel( uint32_t index ) { names_.erase( index ); }
-   void clear() { names_.clear(); }
 
  private:
    std::map<uint32_t, Vantu::IntfId> names_;
@@ -33,7 +32,8 @@ class Links {
 
  private:
    void reload();
-   void take( const Netlink::Message& message );
+   void recover();
+   static void take( LinkTable& table, const Netlink::Message& message );
 
    LinkTable table_;
    Mox::Loop::Function changed_;

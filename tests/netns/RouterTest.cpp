@@ -29,6 +29,9 @@ class LiveRouter : public testing::TestWithParam<AddressFamily> {
    void SetUp() override {
       static const std::string kWhyNot = notPermitted();
       if ( !kWhyNot.empty() ) GTEST_SKIP() << kWhyNot;
+#ifdef __SANITIZE_ADDRESS__
+      GTEST_SKIP() << "real time: not with programs that the sanitizers slow down";
+#endif
       net = std::make_unique<Topology>();
       start( host( 0 ) );
    }
@@ -54,9 +57,13 @@ class LiveRouter : public testing::TestWithParam<AddressFamily> {
       agent = std::make_unique<Program>( command );
       ASSERT_TRUE( agent->untilErr( "listening" ) ) << agent->err();
    }
-   std::string config() const { return root.path() + "/router.yaml"; }
+   std::string config() const {
+      return root.path() + "/router.yaml";
+   }
 
-   bool ipv4() const { return GetParam() == AddressFamily::ipv4; }
+   bool ipv4() const {
+      return GetParam() == AddressFamily::ipv4;
+   }
    IpGenAddr group( int last, bool ssm = false ) const {
       const char* const kBase[] = { "ff0e::9:", "ff3e::9:", "239.9.9.",
                                     "232.9.9." };

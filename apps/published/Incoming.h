@@ -14,10 +14,19 @@ inline Routing::Pim::Rpf incomingRpf(
    return route.rpfWc();
 }
 
-// The empty interface: nowhere, or not known.
+// Is what incomingRpf leads to, the source or the RP, on the link itself?
+inline bool incomingAttached( const Routing::Pim::SparseMode::Route& route ) {
+   if ( route.wildCard() || route.spTree() || route.wc() == nullptr )
+      return route.rpfAttached();
+   return route.wc()->rpfAttached();
+}
+
+// The empty interface: nowhere, or not known. The model's "Null0" is no interface to
+// those who look for one.
 inline Vantu::IntfId incomingIntf( const Routing::Pim::SparseMode::Route& route ) {
+   static const Vantu::IntfId null0( "Null0" );
    if ( route.wildCard() || route.mbr() || route.spTree() || route.wc() == nullptr )
-      return route.iif();
+      return route.iif() == null0 ? Vantu::IntfId() : route.iif();
    return route.rpfWc().intfId;
 }
 

@@ -179,6 +179,19 @@ void ChangeFeed::takeSkipped( std::vector<Change>& changes, double now ) {
    if ( routes || intfs ) changes.push_back( { "sweep", {}, {}, {} } );
 }
 
+// By the records, as Published::incomingIntf by the model.
+bool ChangeFeed::comesIn( const RouteKey& key, const RouteFilter& filter ) const {
+   if ( filter.iif.empty() ) return true;
+   auto route = knownRoutes_.find( key );
+   if ( route == knownRoutes_.end() ) return false;
+   if ( !route->second.routeFlags.spTree() ) {
+      auto shared = knownRoutes_.find(
+         { Vantu::IpGenAddr::unspecified( key.group.family() ), key.group } );
+      if ( shared != knownRoutes_.end() ) route = shared;
+   }
+   return route->second.rpf.intfId.name() == filter.iif;
+}
+
 void ChangeFeed::takeRoute( const RouteKey& key, const RouteFilter& filter,
                             std::vector<Change>& changes ) {
    Change change{ "", key, {}, {} };
@@ -188,10 +201,7 @@ void ChangeFeed::takeRoute( const RouteKey& key, const RouteFilter& filter,
         ( filter.kind == "wc" && !wildcard ) ||
         ( filter.kind == "sg" && wildcard ) )
       return;
-   auto now = knownRoutes_.find( key );
-   if ( !filter.iif.empty() && ( now == knownRoutes_.end() ||
-                                 now->second.rpf.intfId.name() != filter.iif ) )
-      return;
+   if ( !comesIn( key, filter ) ) return;
    changes.push_back( std::move( change ) );
 }
 
@@ -204,10 +214,7 @@ void ChangeFeed::takeIntf( const RouteIntfKey& key, const RouteFilter& filter,
         ( filter.kind == "sg" && wildcard ) ||
         ( !filter.iface.empty() && key.intfId.name() != filter.iface ) )
       return;
-   auto route = knownRoutes_.find( key.routeKey );
-   if ( !filter.iif.empty() && ( route == knownRoutes_.end() ||
-                                 route->second.rpf.intfId.name() != filter.iif ) )
-      return;
+   if ( !comesIn( key.routeKey, filter ) ) return;
    auto now = knownIntfs_.find( key );
    if ( filter.forwarding && now != knownIntfs_.end() &&
         now->second.forward != *filter.forwarding )

@@ -62,6 +62,9 @@ class ChangeFeed : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst
 
    void takeWriter( std::vector<Change>& changes, double now );
    void takeSkipped( std::vector<Change>& changes, double now );
+   // Does the route's traffic come in where the filter says?
+   bool comesIn( const Routing::Pim::RouteKey& key,
+                 const RouteFilter& filter ) const;
    void takeRoute( const Routing::Pim::RouteKey& key, const RouteFilter& filter,
                    std::vector<Change>& changes );
    void takeIntf( const Routing::Pim::RouteIntfKey& key, const RouteFilter& filter,

@@ -53,10 +53,9 @@ Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter ) {
                                        of( record.key ).published = record;
                                        return true;
                                     } );
-   const Vantu::IntfId nowhere( "Null0" );  // as UpstreamInfo::iif has it
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
       const Vantu::IntfId incoming = Published::incomingIntf( *route );
-      if ( !incoming.empty() && incoming != nowhere ) of( incoming ).incoming += 1;
+      if ( !incoming.empty() ) of( incoming ).incoming += 1;
       for ( const Intf* intf : selectIntfs( *route, filter ) )
          add( of( intf->intfId() ), *intf );
    }

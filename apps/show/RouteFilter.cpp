@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <tuple>
 
+#include "apps/published/Incoming.h"
+
 namespace Show {
 
 using Routing::Pim::SparseMode::Intf;
@@ -25,7 +27,8 @@ bool RouteFilter::matches( const Route& route ) const {
    if ( kind == "wc" && !wildcard ) return false;
    if ( kind == "sg" && wildcard ) return false;
    if ( !matches( key ) ) return false;
-   if ( !iif.empty() && route.iif().name() != iif ) return false;
+   if ( !iif.empty() && Published::incomingIntf( route ).name() != iif )
+      return false;
    if ( iface.empty() && !forwarding ) return true;
    return !selectIntfs( route, *this ).empty();
 }

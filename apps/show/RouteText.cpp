@@ -101,7 +101,7 @@ std::string routeLine( const Route& route, size_t keyWidth, double now ) {
       route.creationTime() == 0.0 ? "unknown"
                                   : spanText( now - route.creationTime() ),
       treeText( route ), incoming == Rpf() ? "" : "in ",
-      rpfText( incoming, route.rpfAttached() ),
+      rpfText( incoming, Published::incomingAttached( route ) ),
       route.upJoinState() == Sm::upJoined ? "  upstream joined" : "" );
 }
 

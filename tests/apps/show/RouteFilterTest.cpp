@@ -50,9 +50,10 @@ const Row kRows[] = {
    { "source=198.51.100.9", { kPruned } },
    { "source=198.51.100.0/29", { kTree } },
    { "iface=eth4", { kBare, kTree } },
-   { "iface=eth", {} },  // whole names only
-   { "iif=eth0", { kWc, kOther } },
-   { "iif=eth4", {} },  // no downstream interfaces
+   { "iface=eth", {} },                       // whole names only
+   { "iif=eth0", { kWc, kPruned, kOther } },  // as long as it follows the tree
+   { "iif=Null0", {} },                       // no name of an interface
+   { "iif=eth4", {} },                        // no downstream interfaces
    { "kind=wc", { kWc, kOther } },
    { "kind=sg", { kBare, kTree, kPruned } },
    { "group=239.1.2.3 source=198.51.100.0/24 iface=eth2 iif=eth1 kind=sg",

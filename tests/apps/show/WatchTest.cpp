@@ -63,6 +63,15 @@ TEST_F( Watching, TellsWhatIsNewWhatIsOtherAndWhatWent ) {
    EXPECT_EQ( lines( 1, filter ),
               "update (198.51.100.7, 239.1.2.3) eth5: forwarding "
               "yes -> no\n" );
+   router.ipv4.vrf()
+      .sg( "198.51.100.9", "239.1.2.3" )
+      .rpf( SmTest::rpfBy( "eth2", "198.51.100.10" ) );
+   router.ipv4.publish();
+   filter.iface = "";
+   filter.iif = "eth0";  // where the shared tree comes in
+   EXPECT_EQ( lines( 1, filter ),
+              "update (198.51.100.9, 239.1.2.3): rpf-neighbor "
+              "198.51.100.9 -> 198.51.100.10\n" );
 }
 
 TEST_F( Watching, ARestartIsGoneAndBackAndWhatDiffers ) {

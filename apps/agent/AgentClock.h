@@ -8,16 +8,16 @@
 
 #include <algorithm>
 
-#include "platform/loop/Clock.h"
+#include "apps/agent/FollowingClock.h"
 
 namespace Agent {
 
-class AgentClock : public Mox::Clock {
+class AgentClock : public FollowingClock {
  public:
    // `real` outlives this clock. Starts live.
-   explicit AgentClock( Mox::Clock& real ) : real_( real ), bridge_( *this ) {}
+   using FollowingClock::FollowingClock;
 
-   double now() const override { return live_ ? real_.now() : now_; }
+   double now() const override { return live_ ? FollowingClock::now() : now_; }
 
    // From here on time is what advance() says. Wake-ups that are set
    // stay at their times.
@@ -42,27 +42,12 @@ class AgentClock : public Mox::Clock {
 
  protected:
    void handleNextWakeup() override {
-      if ( live_ ) bridge_.wakeupTimeIs( nextWakeup() );
+      if ( live_ ) FollowingClock::handleNextWakeup();
    }
 
  private:
-   class Bridge : public Notifiee {
-    public:
-      explicit Bridge( AgentClock& owner )
-         : Notifiee( &owner.real_ ), owner_( owner ) {}
-      void onTime() override {
-         owner_.fireDue( owner_.now(), owner_.turn() );
-         owner_.handleNextWakeup();
-      }
-
-    private:
-      AgentClock& owner_;
-   };
-
-   Mox::Clock& real_;
    bool live_ = true;
    double now_ = 0.0;
-   Bridge bridge_;
 };
 
 }

@@ -38,6 +38,7 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      tables_( Sm::Brane::Status::mountInDependencyOrder(
         manager, Sm::Brane::Status::mountPath( family, config.name ),
         ::Brane::tableWriter, model_.get() ) ),
+     writerClock_( real, [this] { return mayWrite(); } ),
      registers_( Sm::RegisterStatus::mount(
         manager, Sm::RegisterStatus::mountPath( family, config.name ),
         ::Brane::tableWriter, Sm::RegisterCapacities( *model_ ) ) ),
@@ -62,7 +63,7 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
    // The reconciler first: it alone writes until the model is initialized.
    restart_ = Sm::Brane::routeBraneRestartSmFactory( model_, tables_,
                                                      ::Brane::tableWriter, &real );
-   writer_ = Sm::Brane::routeBraneWriterSmFactory( model_, tables_, &real );
+   writer_ = Sm::Brane::routeBraneWriterSmFactory( model_, tables_, &writerClock_ );
 }
 
 FamilyInstance::~FamilyInstance() = default;
@@ -187,13 +188,27 @@ void FamilyInstance::receive( Vantu::IntfId intfId, const IpPacket& packet,
    } );
 }
 
-void FamilyInstance::handleTurnEnd() {
-   if ( adopted_ ) {
-      double end = real_.now() + kReviewSlice;
-      if ( protocol_.pending() ) tally_.touch();
-      bool done = protocol_.review( [&] { return real_.now() >= end; } );
-      if ( !done ) resume_.wakeupTimeIs( real_.now() );
+// A slice. Does forwarding follow all that has changed?
+bool FamilyInstance::review() {
+   if ( protocol_.pending() ) tally_.touch();
+   const double start = real_.now();
+   if ( protocol_.review( [&] { return real_.now() >= start + kReviewSlice; } ) ) {
+      behindSince_.reset();
+      return true;
    }
+   if ( !behindSince_ ) behindSince_ = start;
+   resume_.wakeupTimeIs( start );
+   return false;
+}
+
+// Readers see no route on which an engine's change stands and what follows from it does
+// not. Whoever floods a link with changes must not keep all others from the tables.
+bool FamilyInstance::mayWrite() {
+   return !adopted_ || review() || real_.now() - *behindSince_ >= maxBehind;
+}
+
+void FamilyInstance::handleTurnEnd() {
+   if ( adopted_ ) review();
    familyCounters_.follow( *writer_ );
    if ( std::exchange( publishDue_, false ) ) publish();
    writer_->doMaybeUpdateReviewTimer();

@@ -7,9 +7,11 @@
 
 #include <deque>
 #include <memory>
+#include <optional>
 
 #include "apps/agent/AgentClock.h"
 #include "apps/agent/FamilyCounters.h"
+#include "apps/agent/GatedClock.h"
 #include "apps/agent/MfibWatch.h"
 #include "apps/agent/RouteTally.h"
 #include "apps/published/Counting.h"
@@ -23,6 +25,7 @@ namespace Agent {
 class FamilyInstance {
  public:
    static constexpr size_t maxWaiting = 10000;  // messages, during the reload
+   static constexpr double maxBehind = 1.0;     // s
 
    // The manager, clocks, counters and kernel routes (null: none) outlive the instance. Throws what mounting throws
    // (Brane::SecondWriterError, Brane::CreateError).
@@ -71,7 +74,8 @@ class FamilyInstance {
    void pathsChanged() { protocol_.pathsChanged(); }
 
    // At the end of a turn: forwarding follows the turn's changes, and what changed is
-   // published, an interface alone, too.
+   // published, an interface alone, too. No route is published between a change and
+   // the forwarding that follows from it, unless it takes longer than maxBehind.
    void handleTurnEnd();
    // Is everything that is marked in the tables?
    bool published() const;
@@ -83,6 +87,8 @@ class FamilyInstance {
       void onTime() override {}
    };
 
+   bool review();
+   bool mayWrite();
    void publish();
    void publishNeighbors();
    void adoptNeighbors();
@@ -97,6 +103,7 @@ class FamilyInstance {
    Mox::Ptr<Routing::Pim::Status> pimStatus_;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables_;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneRestartSm> restart_;
+   GatedClock writerClock_;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneWriterSm> writer_;
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers_;
    Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised_;
@@ -110,6 +117,7 @@ class FamilyInstance {
    FamilyCounters familyCounters_;
    bool publishDue_ = true;  // interfaces or configuration have changed
    bool adopted_ = false;
+   std::optional<double> behindSince_;  // forwarding, behind the changes
    std::deque<std::function<void()>> waiting_;
 };
 

@@ -1,5 +1,6 @@
 #include "apps/agent/FamilyInstance.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -61,6 +62,11 @@ class Family : public testing::Test {
    // A join from a neighbour on the interface: for the group, or for a source of it.
    void join( const char* intf, const char* group = "233.252.0.1",
               const char* source = nullptr ) {
+      hearJoin( intf, group, source );
+      family->handleTurnEnd();
+   }
+   // The same in the middle of a turn.
+   void hearJoin( const char* intf, const char* group, const char* source ) {
       Vantu::IpGenAddr own;
       for ( const InterfaceConfig& each : family->config().interfaces ) {
          if ( each.name == intfId( intf ) ) own = each.addresses.front().address;
@@ -85,7 +91,6 @@ class Family : public testing::Test {
       PimMessage message;
       message.body = body;
       family->receive( intfId( intf ), packet, message );
-      family->handleTurnEnd();
    }
    const Route* route( const char* group = "233.252.0.1" ) const {
       return family->model().route( wcKey( group ) );
@@ -110,6 +115,44 @@ TEST_F( Family, MessagesWaitForTheReload ) {
    start();
    for ( size_t i = 0; i < FamilyInstance::maxWaiting + 2; ++i ) join( "eth1" );
    EXPECT_EQ( counters.refusedCount( tooManyWaiting ), 2u );
+}
+
+// A review of the tables may be due between an engine's change and the end of the turn.
+TEST_F( Family, NoRouteIsPublishedBeforeItsForwarding ) {
+   start();
+   untilAdopted();
+   join( "eth1" );
+   real.advance( 0.01 );
+   hearJoin( "eth2", "233.252.0.1", "192.0.2.77" );
+   real.runPass();
+   const Routing::Pim::RouteKey key = sgKey( "192.0.2.77", "233.252.0.1" );
+   ASSERT_TRUE( family->tables().route().has( key ) );
+   for ( const char* intf : { "eth1", "eth2" } ) {
+      namespace Tables = Routing::Pim::SparseMode::Brane;
+      Tables::Intf record;
+      ASSERT_EQ(
+         family->tables().routeIntf().find( { key, intfId( intf ) }, record ),
+         Brane::lookupFound )
+         << intf;
+      EXPECT_TRUE( record.forward ) << intf;
+   }
+}
+
+// Changes beyond what forwarding follows in time: the tables follow late, not never.
+TEST_F( Family, AFloodHoldsTheTablesUpForAWhileOnly ) {
+   start( with( "maxRoutes: 100", "maxRoutes: 10000" ) );
+   untilAdopted();
+   real.stepIs( 0.006 );  // two routes a slice
+   const double flooded = real.now();
+   for ( int i = 0; family->tables().route().size() == 0; ++i ) {
+      ASSERT_LT( real.now(), flooded + 2 * FamilyInstance::maxBehind );
+      for ( int source = 1; source <= 10; ++source )
+         hearJoin( "eth2", "233.252.0.1",
+                   fmt::format( "10.0.{}.{}", i, source ).c_str() );
+      real.runPass();
+      family->handleTurnEnd();
+   }
+   EXPECT_FALSE( family->published() );
 }
 
 TEST_F( Family, RoutesFollowTheConfiguration ) {

@@ -1,0 +1,38 @@
+// A clock that goes with another one, whose passes wake its observers.
+#pragma once
+
+#include "platform/loop/Clock.h"
+
+namespace Agent {
+
+class FollowingClock : public Mox::Clock {
+ public:
+   // `real` outlives this clock.
+   explicit FollowingClock( Mox::Clock& real ) : real_( real ), bridge_( *this ) {}
+
+   double now() const override { return real_.now(); }
+
+ protected:
+   void handleNextWakeup() override { bridge_.wakeupTimeIs( nextWakeup() ); }
+   // The other clock has come to nextWakeup(). What is left due waits for its next pass.
+   virtual void handleDue() { fireDue( now(), turn() ); }
+
+ private:
+   class Bridge : public Notifiee {
+    public:
+      explicit Bridge( FollowingClock& owner )
+         : Notifiee( &owner.real_ ), owner_( owner ) {}
+      void onTime() override {
+         owner_.handleDue();
+         owner_.handleNextWakeup();
+      }
+
+    private:
+      FollowingClock& owner_;
+   };
+
+   Mox::Clock& real_;
+   Bridge bridge_;
+};
+
+}

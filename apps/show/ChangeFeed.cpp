@@ -184,7 +184,7 @@ bool ChangeFeed::comesIn( const RouteKey& key, const RouteFilter& filter ) const
    if ( filter.iif.empty() ) return true;
    auto route = knownRoutes_.find( key );
    if ( route == knownRoutes_.end() ) return false;
-   if ( !route->second.routeFlags.spTree() ) {
+   if ( !route->second.routeFlags.spTree() && !route->second.rpfAttached ) {
       auto shared = knownRoutes_.find(
          { Vantu::IpGenAddr::unspecified( key.group.family() ), key.group } );
       if ( shared != knownRoutes_.end() ) route = shared;

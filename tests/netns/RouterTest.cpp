@@ -114,7 +114,10 @@ class LiveRouter : public testing::TestWithParam<AddressFamily> {
       for ( std::string line; std::getline( lines, line ); ) {
          Json route = Json::parse( line );
          if ( route.contains( "data" ) ) route = route["data"];
-         if ( !route.contains( "incoming-interface" ) ) continue;
+         // An (S,G,rpt) entry tells of upstream states only.
+         if ( !route.contains( "incoming-interface" ) ||
+              !route.contains( "outgoing-interface" ) )
+            continue;
          std::set<std::string>& olist =
             out["(" + route["source-address"].get<std::string>() + ", " +
                 route["group"].get<std::string>() + ") from " +
@@ -148,6 +151,12 @@ class LiveRouter : public testing::TestWithParam<AddressFamily> {
       return eventually( [&] { return shownOlists() == kernelOlists(); } );
    }
 
+   static constexpr const char* kNoScapy = "no scapy here (python3-scapy)";
+   static bool hasScapy() {
+      return Mox::Test::runToEnd(
+                { "/usr/bin/python3", "-c", "import scapy.contrib.pim" } )
+                .status == 0;
+   }
    // A downstream router on the link says these things.
    void downstream( int link, const Program::Arguments& what ) {
       Program::Arguments command = {
@@ -212,10 +221,7 @@ TEST_P( LiveRouter, HostsJoinASourceOfAGroup ) {
 }
 
 TEST_P( LiveRouter, ADownstreamRouterJoinsAndPrunes ) {
-   if ( Mox::Test::runToEnd(
-           { "/usr/bin/python3", "-c", "import scapy.contrib.pim" } )
-           .status != 0 )
-      GTEST_SKIP() << "no scapy here (python3-scapy)";
+   if ( !hasScapy() ) GTEST_SKIP() << kNoScapy;
    const std::string g = valueToStrep( group( 1 ) );
    Sender stream = sender( 0, group( 1 ) );
    Receiver right = receiver( 2, group( 1 ) );
@@ -268,6 +274,33 @@ TEST_P( LiveRouter, ASourceOnALinkMakesItsRoute ) {
    ASSERT_TRUE( flows( right, stream ) );
    EXPECT_TRUE( agree() ) << show( {} ) << kernel();
    EXPECT_EQ( left.faults(), Faults() );
+}
+
+// A prune from the shared tree makes its route before the source has ever sent: what it
+// sends then comes in by its own link, not from the RP.
+TEST_P( LiveRouter, ASourceOnALinkMayHaveBeenPrunedBefore ) {
+   if ( !hasScapy() ) GTEST_SKIP() << kNoScapy;
+   start( host( 1 ) );
+   Receiver right = receiver( 2, group( 1 ) );
+   const std::string g = valueToStrep( group( 1 ) ), s = valueToStrep( host( 0 ) );
+   auto hasRoute = [&] {
+      return kernel().find( valueToStrep( host( 0 ) ) ) != std::string::npos;
+   };
+   ASSERT_TRUE( eventually( [&] {
+      downstream( 2, { "join", "*", g, "prune-rpt", s, g } );
+      return hasRoute();
+   } ) )
+      << show( {} ) << kernel();
+   Sender stream = sender( 0, group( 1 ) );
+   ASSERT_TRUE( flows( right, stream ) );
+   ASSERT_TRUE( eventually( [&] {
+      return show( { "--json-lines" } ).find( "\"is-spt\":true" ) !=
+             std::string::npos;
+   } ) )
+      << show( {} );
+   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
+   EXPECT_EQ( right.faults(), Faults() );
+   EXPECT_EQ( right.received().front(), 0u );
 }
 
 // What stays the same over a restart: all but times and the order of lines, and the

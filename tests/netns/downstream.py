@@ -2,8 +2,9 @@
 
 usage: downstream.py INTERFACE SENDER UPSTREAM RP [WHAT SOURCE GROUP]...
 
-Says hello on the interface, then sends one join/prune message for each WHAT (join or
-prune), in order; SOURCE "*" means the group's shared tree, by the RP.
+Says hello on the interface, then sends one join/prune message for each WHAT (join, prune,
+or prune-rpt of a source on the shared tree), in order; SOURCE "*" means the group's shared
+tree, by the RP.
 """
 
 import ipaddress
@@ -33,7 +34,8 @@ def hello4():
 
 def join_prune4(upstream, rp, what, source, group):
     shared = source == "*"
-    flags = dict(sparse=1, wildcard=int(shared), rpt=int(shared), mask_len=32)
+    flags = dict(sparse=1, wildcard=int(shared), rpt=int(shared or what == "prune-rpt"),
+                 mask_len=32)
     address = rp if shared else source
     entry = PIMv2GroupAddrs(gaddr=group, mask_len=32)
     if what == "join":
@@ -49,7 +51,7 @@ def packed(address):
 
 
 def hello6():
-    return b"\x20\0\0\0" + struct.pack("!HHHHHI", 1, 2, 105, 20, 4, 7)
+    return b"\x20\0\0\0" + struct.pack("!HHHHHIHHI", 1, 2, 105, 19, 4, 0, 20, 4, 7)
 
 
 # scapy's PIM layer knows IPv4 addresses only.
@@ -58,7 +60,7 @@ def join_prune6(upstream, rp, what, source, group):
     out = b"\x23\0\0\0" + b"\2\0" + packed(upstream) + struct.pack("!BBH", 0, 1, 210)
     joins = 1 if what == "join" else 0
     out += b"\2\0\0\x80" + packed(group) + struct.pack("!HH", joins, 1 - joins)
-    flags = 7 if shared else 4
+    flags = 7 if shared else 5 if what == "prune-rpt" else 4
     return out + bytes([2, 0, flags, 128]) + packed(rp if shared else source)
 
 

@@ -106,6 +106,7 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
     public:
       explicit MoxUmh( MoxRoute& route ) : route_( route ) {}
       void onRpf() override { route_.mark(); }
+      void onRpfAttached() override { route_.mark(); }
       void onPrevRpf() override { route_.mark(); }
       void onMbrIif() override { route_.mark(); }
       void onFrr() override { route_.mark(); }

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "apps/agent/config/ConfigReader.h"
+#include "apps/published/Incoming.h"
 #include "platform/loop/TestClock.h"
 #include "tests/support/Damage.h"
 #include "tests/support/TempRoot.h"
@@ -67,22 +68,34 @@ class Family : public testing::Test {
    }
    // The same in the middle of a turn.
    void hearJoin( const char* intf, const char* group, const char* source ) {
-      Vantu::IpGenAddr own;
+      hear( intf, group, { encoded( source, source == nullptr ) }, {} );
+   }
+   // A prune of the source from the group's shared tree.
+   void pruneRpt( const char* intf, const char* group, const char* source ) {
+      hear( intf, group, {}, { encoded( source, true ) } );
+      family->handleTurnEnd();
+   }
+   static EncodedSource encoded( const char* source, bool rpt ) {
+      EncodedSource out;
+      out.address = addr( source == nullptr ? "203.0.113.1" : source );
+      out.maskLength = 32;
+      out.sparse = true;
+      out.wildcard = source == nullptr;
+      out.rpt = rpt;
+      return out;
+   }
+   void hear( const char* intf, const char* group, std::vector<EncodedSource> joins,
+              std::vector<EncodedSource> prunes ) {
+      PimJoinPrune body;
       for ( const InterfaceConfig& each : family->config().interfaces ) {
-         if ( each.name == intfId( intf ) ) own = each.addresses.front().address;
+         if ( each.name == intfId( intf ) )
+            body.upstreamNeighbor = each.addresses.front().address;
       }
-      bool shared = source == nullptr;
-      EncodedSource joined;
-      joined.address = addr( shared ? "203.0.113.1" : source );
-      joined.maskLength = 32;
-      joined.sparse = true;
-      joined.wildcard = joined.rpt = shared;
       JoinPruneGroup entry;
       entry.address = addr( group );
       entry.maskLength = 32;
-      entry.joins = { joined };
-      PimJoinPrune body;
-      body.upstreamNeighbor = own;
+      entry.joins = std::move( joins );
+      entry.prunes = std::move( prunes );
       body.holdtime = 210;
       body.groups = { entry };
       IpPacket packet;
@@ -553,6 +566,19 @@ TEST_F( Sources, OfJoinedRoutesAreKnownByTheCounters ) {
    join( "eth2", kGroup, "198.51.100.7" );
    real.runUntil( real.now() + 2 );
    EXPECT_TRUE( silent( "198.51.100.7" ) );
+}
+
+// A prune from the shared tree makes the route, and an entry in the kernel: packets that
+// come in by the source's link are not to be missed there.
+TEST_F( Sources, OfPrunedRoutesAreKnownByTheCounters ) {
+   join( "eth2" );
+   pruneRpt( "eth2", kGroup, "198.51.100.7" );
+   ASSERT_NE( source( "198.51.100.7" ), nullptr );
+   EXPECT_FALSE( source( "198.51.100.7" )->spTree() );
+   EXPECT_EQ( Published::incomingIntf( *source( "198.51.100.7" ) ),
+              intfId( "eth1" ) );
+   packets( "198.51.100.7", 1 );
+   EXPECT_TRUE( source( "198.51.100.7" )->spTree() );
 }
 
 TEST_F( Sources, AreTakenUpAfterARestart ) {

@@ -142,6 +142,11 @@ TEST_F( Forwards, AnEntryIsItsRoutesInterfaces ) {
    shared.rpf( "eth2" );
    publish();
    EXPECT_EQ( incoming( kSg ), 2 );
+   // But a source on a link of the router sends there.
+   own.attached();
+   publish();
+   EXPECT_EQ( incoming( kSg ), 3 );
+   own.attached( false );
    // At the RP itself nothing comes in along the shared tree.
    shared.rpf( Sm::Test::rpfBy( "" ) );
    publish();

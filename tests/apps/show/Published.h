@@ -171,7 +171,7 @@ class ShownRouter {
       tree.intf( "eth4" )->forwardIs( true );
       tree.intf( "eth5" )->forwardIs( true );
       auto pruned = ipv4.vrf().sg( "198.51.100.9", "239.1.2.3" ).rpTree();
-      pruned.rpf( SmTest::rpfBy( "eth2", "198.51.100.9" ) ).attached();
+      pruned.rpf( SmTest::rpfBy( "eth9", "203.0.113.131" ) );
       pruned.intf( "eth2" ).rptPruned()->lastRptPruneReceivedIs( now - 300 );
       auto bare = ipv4.vrf().sg( "203.0.113.9", "239.0.0.1" );
       bare.intf( "eth4" ).wonAssert( "[S] 192.0.2.1 [110/20]" );

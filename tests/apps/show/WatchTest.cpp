@@ -65,13 +65,13 @@ TEST_F( Watching, TellsWhatIsNewWhatIsOtherAndWhatWent ) {
               "yes -> no\n" );
    router.ipv4.vrf()
       .sg( "198.51.100.9", "239.1.2.3" )
-      .rpf( SmTest::rpfBy( "eth2", "198.51.100.10" ) );
+      .rpf( SmTest::rpfBy( "eth9", "203.0.113.132" ) );
    router.ipv4.publish();
    filter.iface = "";
    filter.iif = "eth0";  // where the shared tree comes in
    EXPECT_EQ( lines( 1, filter ),
               "update (198.51.100.9, 239.1.2.3): rpf-neighbor "
-              "198.51.100.9 -> 198.51.100.10\n" );
+              "203.0.113.131 -> 203.0.113.132\n" );
 }
 
 TEST_F( Watching, ARestartIsGoneAndBackAndWhatDiffers ) {

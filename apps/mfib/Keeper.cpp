@@ -24,6 +24,8 @@ constexpr int kFirstSocket = 3;       // as sd_listen_fds(3) has it
 constexpr size_t kMaxMessage = 4096;  // bytes
 constexpr size_t kMaxAttached = 16;   // sockets of one message
 constexpr int kNotStarted = 127;
+// A turn; more than the kernel queues (net.unix.max_dgram_qlen).
+constexpr unsigned kMaxMessages = 1024;
 
 // An address of the kernel's choice, without a file.
 std::string bindAnywhere( int file ) {
@@ -89,6 +91,19 @@ int Keeper::run() {
    spawn();
    loop_.run();
    return status_;
+}
+
+// One that stays is said once.
+void Keeper::onTime() {
+   try {
+      spawn();
+      problem_.clear();
+   } catch ( const std::system_error& e ) {
+      if ( problem_ != e.what() )
+         say_( fmt::format( "{}; trying again", e.what() ) );
+      problem_ = e.what();
+      wakeupTimeIs( clock()->now() + pause_.next( 0.0 ) );
+   }
 }
 
 void Keeper::spawn() {
@@ -167,7 +182,7 @@ void Keeper::handleEnd( int status ) {
 }
 
 void Keeper::readMessages() {
-   while ( readMessage() ) continue;
+   for ( unsigned count = 0; count < kMaxMessages && readMessage(); ) ++count;
 }
 
 // False: there is none.

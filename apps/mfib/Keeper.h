@@ -4,8 +4,9 @@
 // The program hands sockets over and finds them again as with systemd (SocketStore.h).
 // SIGTERM, SIGINT and SIGHUP are passed on. The keeper ends, with the program's exit
 // status, when it ended by itself or on a signal that was passed on, and when it failed
-// before it was ever ready: starting again would not mend that. Once it was ready the
-// keeper itself needs no capability, and drops them.
+// before it was ever ready: starting again would not mend that. A host that has no room
+// for a process now is asked again after the pause. Once the program was ready the keeper
+// itself needs no capability, and drops them.
 #pragma once
 
 #include <sys/types.h>
@@ -31,11 +32,11 @@ class Keeper : private Mox::Clock::Notifiee {
    ~Keeper() override;
 
    // Starts the program, and runs the loop until the keeper is to end. Returns the
-   // exit status.
+   // exit status. Throws std::system_error when there is no room for a first process.
    int run();
 
  private:
-   void onTime() override { spawn(); }
+   void onTime() override;
    void spawn();
    [[noreturn]] void becomeProgram();
    void handleSignal( int signal );
@@ -56,6 +57,7 @@ class Keeper : private Mox::Clock::Notifiee {
    double started_ = 0.0;
    bool wasReady_ = false;
    bool ending_ = false;
+   std::string problem_;  // of the last start
    int status_ = 0;
 };
 

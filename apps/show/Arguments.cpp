@@ -3,6 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <iostream>
+#include <sstream>
+
+#include "apps/show/Fold.h"
 
 namespace Show {
 
@@ -186,14 +190,17 @@ Arguments parse( CLI::App& app, int argc, char** argv ) {
 
 std::optional<Arguments> parseArguments( int argc, char** argv ) {
    CLI::App app(
-      "Shows PIM sparse-mode routes from the agent's tables. Exit status: 0 "
-      "done; 1 no such route, or check found something; 2 wrong usage; 3 no "
-      "tables; 4 "
-      "layout not supported; 5 printed, but the agent is gone." );
+      "Shows PIM sparse-mode routes from the agent's tables.\n"
+      "Exit status: 0 done; 1 no such route, or check found something; 2 wrong\n"
+      "usage; 3 no tables; 4 layout not supported; 5 printed, but the agent is "
+      "gone." );
+   app.name( "pimsm-show" );
    try {
       return parse( app, argc, argv );
    } catch ( const CLI::Success& e ) {
-      app.exit( e );
+      std::ostringstream text;
+      app.exit( e, text, std::cerr );
+      std::cout << folded( text.str(), outputWidth() );
       return std::nullopt;
    } catch ( const CLI::ParseError& e ) {
       throw WrongUsage( std::string( e.what() ) + "; see --help" );

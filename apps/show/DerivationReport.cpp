@@ -155,7 +155,7 @@ void addRule( std::string& out, const Derivation& derivation, bool all,
 }
 
 std::string flipText( const MacroFlip& flip ) {
-   return fmt::format( "  {} of {}: {} instead of {}\n", flip.input.field,
+   return fmt::format( "  {} of {}: {}\tinstead of {}\n", flip.input.field,
                        aboutText( flip.input.route, flip.input.intfId ),
                        valueText( flip.value ), valueText( flip.input.value ) );
 }

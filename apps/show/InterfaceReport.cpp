@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 
 #include "apps/published/Incoming.h"
 #include "apps/show/Words.h"
@@ -41,6 +42,22 @@ std::string neighborsText( const InterfaceTotals& totals ) {
    return totals.published ? std::to_string( totals.published->neighbors ) : "-";
 }
 
+// The address, the longest, comes last.
+using Row = std::array<std::string, 10>;
+Row rowOf( const std::string& name, const InterfaceTotals& totals ) {
+   auto count = []( uint32_t number ) { return std::to_string( number ); };
+   return { name,
+            drText( totals ),
+            neighborsText( totals ),
+            count( totals.incoming ),
+            count( totals.joins ),
+            count( totals.members ),
+            count( totals.assertsWon ),
+            count( totals.assertsLost ),
+            count( totals.forwarding ),
+            addressText( totals ) };
+}
+
 }
 
 Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter ) {
@@ -74,25 +91,23 @@ std::string interfacesText( const Mirror& mirror, const Interfaces& interfaces )
                    interfaces.size() == 1 ? "" : "s",
                    mirror.writerAlive() ? "running" : "gone" );
    if ( interfaces.empty() ) return text;
-   size_t name = 4, address = 7;
-   for ( const auto& [each, totals] : interfaces ) {
-      name = std::max( name, each.size() );
-      address = std::max( address, addressText( totals ).size() );
+   std::vector<Row> rows = { { "name", "DR", "nbrs", "in", "join", "memb", "won",
+                               "lost", "fwd", "address" } };
+   for ( const auto& [name, totals] : interfaces )
+      rows.push_back( rowOf( name, totals ) );
+   std::array<size_t, std::tuple_size_v<Row>> widths{};
+   for ( const Row& row : rows ) {
+      for ( size_t i = 0; i < row.size(); ++i )
+         widths[i] = std::max( widths[i], row[i].size() );
    }
-   auto row = [&]( const auto& first, const auto& second, const auto& dr,
-                   const auto& neighbors, const auto&... counts ) {
-      text += fmt::format( "{:<{}}  {:<{}}  {:<7} {:>4}", first, name, second,
-                           address, dr, neighbors );
-      ( ( text += fmt::format( " {:>5}", counts ) ), ... );
-      text += '\n';
-   };
    text += '\n';
-   row( "name", "address", "DR", "nbrs", "in", "join", "memb", "won", "lost",
-        "fwd" );
-   for ( const auto& [each, totals] : interfaces )
-      row( each, addressText( totals ), drText( totals ), neighborsText( totals ),
-           totals.incoming, totals.joins, totals.members, totals.assertsWon,
-           totals.assertsLost, totals.forwarding );
+   for ( const Row& row : rows ) {
+      text +=
+         fmt::format( "{:<{}}  {:<{}} ", row[0], widths[0], row[1], widths[1] );
+      for ( size_t i = 2; i + 1 < row.size(); ++i )
+         text += fmt::format( " {:>{}}", row[i], widths[i] );
+      text += "  " + row.back() + '\n';
+   }
    return text;
 }
 

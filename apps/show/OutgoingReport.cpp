@@ -35,10 +35,10 @@ std::string lostText( const Mirror& mirror, const Term& term, const Intf& asked 
    const AssertMetric& winner = asked.assertInfo().assertWinnerMetric;
    std::string text = valueToStrep( winner );
    if ( std::string_view( term.macro ) != "lostAssertSg" )
-      return text + " is the winner";
+      return text + "\tis the winner";
    AssertMetric ours = asked.sptAssertMetric();
-   if ( !ours ) return text + " beats ours, infinite: not joined upstream";
-   text += " beats ours ";
+   if ( !ours ) return text + "\tbeats ours, infinite: not joined upstream";
+   text += "\tbeats ours ";
    if ( mirror.model->pimStatus() == nullptr )
       return text + fmt::format( "[S] [{}/{}]", ours.preference.value(),
                                  ours.metric.value );
@@ -141,7 +141,7 @@ std::string inText( const Olist& list ) {
 }
 
 std::string headline( const Mirror& mirror, const Intf& intf ) {
-   return fmt::format( "{} vrf {}: {} {}\n", keyText( intf.parentRoute()->key() ),
+   return fmt::format( "{}\tvrf {}: {} {}\n", keyText( intf.parentRoute()->key() ),
                        mirror.vrf(), intf.intfId().name(),
                        intf.forward() ? "forwards" : "does NOT forward" );
 }

@@ -30,7 +30,8 @@ bool RouteFilter::matches( const Route& route ) const {
    if ( !iif.empty() && Published::incomingIntf( route ).name() != iif )
       return false;
    if ( iface.empty() && !forwarding ) return true;
-   return !selectIntfs( route, *this ).empty();
+   return std::any_of( route.routeIntf().begin(), route.routeIntf().end(),
+                       [this]( const Intf& intf ) { return matches( intf ); } );
 }
 
 bool RouteFilter::matches( const Intf& intf ) const {

@@ -14,24 +14,6 @@ namespace Sm = Routing::Pim::SparseMode;
 
 namespace {
 
-// Widths that fit everything shown of a mirror.
-struct Columns {
-   size_t key = 0;
-   size_t intf = 0;
-};
-
-Columns columnsFor( const std::vector<const Route*>& routes,
-                    const RouteFilter& filter ) {
-   Columns columns;
-   for ( const Route* route : routes ) {
-      columns.key = std::max( columns.key, keyText( route->key() ).size() );
-      for ( const Intf* intf : selectIntfs( *route, filter ) ) {
-         columns.intf = std::max( columns.intf, intf->intfId().name().size() );
-      }
-   }
-   return columns;
-}
-
 std::string metricText( const Rpf& rpf ) {
    if ( rpf == Rpf() ) return "none";
    return fmt::format( "{}/{}", rpf.preference, rpf.metric.value );
@@ -94,10 +76,21 @@ void intfDetail( std::string& text, const Intf& intf, double now ) {
 
 }
 
-std::string routeLine( const Route& route, size_t keyWidth, double now ) {
+Columns columnsFor( const std::vector<const Route*>& routes,
+                    const RouteFilter& filter ) {
+   Columns columns;
+   for ( const Route* route : routes ) {
+      columns.key = std::max( columns.key, keyText( route->key() ).size() );
+      for ( const Intf* intf : selectIntfs( *route, filter ) )
+         columns.intf = std::max( columns.intf, intf->intfId().name().size() );
+   }
+   return columns;
+}
+
+std::string routeLine( const Route& route, const Columns& columns, double now ) {
    const Rpf incoming = Published::incomingRpf( route );
    return fmt::format(
-      "{:<{}}  {:>7}  {}  {}{}{}\n", keyText( route.key() ), keyWidth,
+      "{:<{}}  {:>7}  {}  {}{}{}\n", keyText( route.key() ), columns.key,
       route.creationTime() == 0.0 ? "unknown"
                                   : spanText( now - route.creationTime() ),
       treeText( route ), incoming == Rpf() ? "" : "in ",
@@ -105,9 +98,9 @@ std::string routeLine( const Route& route, size_t keyWidth, double now ) {
       route.upJoinState() == Sm::upJoined ? "  upstream joined" : "" );
 }
 
-std::string intfLine( const Intf& intf, size_t nameWidth, double now ) {
+std::string intfLine( const Intf& intf, const Columns& columns, double now ) {
    std::string line =
-      fmt::format( "    {:<{}}  {:<16}  {}", intf.intfId().name(), nameWidth,
+      fmt::format( "    {:<{}}  {:<16}  {}", intf.intfId().name(), columns.intf,
                    forwardText( intf ), intfReason( intf, now ) );
    line.erase( line.find_last_not_of( ' ' ) + 1 );
    return line + '\n';
@@ -131,10 +124,10 @@ std::string routesText( const Mirror& mirror, const RouteFilter& filter,
    if ( !routes.empty() ) text += '\n';
    Columns columns = columnsFor( routes, filter );
    for ( const Route* route : routes ) {
-      text += routeLine( *route, columns.key, now );
+      text += routeLine( *route, columns, now );
       if ( detail ) routeDetail( text, *route );
       for ( const Intf* intf : selectIntfs( *route, filter ) ) {
-         text += intfLine( *intf, columns.intf, now );
+         text += intfLine( *intf, columns, now );
          if ( detail ) intfDetail( text, *intf, now );
       }
    }

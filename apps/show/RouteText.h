@@ -4,6 +4,7 @@
 #include <string>
 
 #include "apps/show/RouteFilter.h"
+#include "apps/show/Words.h"
 
 namespace Show {
 
@@ -11,11 +12,17 @@ namespace Show {
 std::string routesText( const Mirror& mirror, const RouteFilter& filter,
                         bool detail, double now );
 
-// One line each, the key and the name filled up to their widths.
-std::string routeLine( const Routing::Pim::SparseMode::Route& route,
-                       size_t keyWidth, double now );
-std::string intfLine( const Routing::Pim::SparseMode::Intf& intf, size_t nameWidth,
-                      double now );
+// Widths that fit the keys and the names of interfaces.
+struct Columns {
+   size_t key = 0;
+   size_t intf = 0;
+};
+Columns columnsFor( const std::vector<const Route*>& routes,
+                    const RouteFilter& filter );
+
+// One line each.
+std::string routeLine( const Route& route, const Columns& columns, double now );
+std::string intfLine( const Intf& intf, const Columns& columns, double now );
 
 // The heading alone: "vrf default ipv4: 2 of 1284 routes, agent running".
 std::string routesHeading( const Mirror& mirror, size_t matching );

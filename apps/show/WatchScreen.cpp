@@ -1,21 +1,17 @@
 #include "apps/show/WatchScreen.h"
 
 #include <fmt/format.h>
-#include <ncurses.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <clocale>
-#include <cstdlib>
+#include <limits>
+#include <sstream>
 #include <unordered_map>
+#include <utility>
 
-#include "apps/show/MetricsReport.h"
+#include "apps/show/Fold.h"
 #include "apps/show/RouteText.h"
-#include "apps/show/Words.h"
-
-// Their names collide with ours.
-#undef timeout
+#include "apps/show/Terminal.h"
 
 namespace Show {
 
@@ -49,18 +45,23 @@ class Recent : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
    bool changed( const RouteKey& key ) const { return routes_.contains( key ); }
    bool changed( const RouteIntfKey& key ) const { return intfs_.contains( key ); }
 
-   // Forgets what is no longer marked; the changes a second since the last call.
-   double rate( double now ) {
+   // Forgets what is no longer marked, and takes the rate since the last call.
+   void update( double now ) {
       const double past = now - kHighlight;
       std::erase_if( routes_, [&]( const auto& e ) { return e.second < past; } );
       std::erase_if( intfs_, [&]( const auto& e ) { return e.second < past; } );
       const double span = std::max( now - lastTime_, 1e-3 );
-      const double rate = static_cast<double>( count_ - lastCount_ ) / span;
+      rate_ = static_cast<double>( count_ - lastCount_ ) / span;
       lastTime_ = now;
       lastCount_ = count_;
-      return rate;
    }
+   // Changes a second.
+   double rate() const { return rate_; }
    const Mirror& mirror() const { return mirror_; }
+
+   // Of the present picture: its routes, and the widths of those that may be seen.
+   size_t matching = 0;
+   Columns columns;
 
  private:
    const Mirror& mirror_;
@@ -69,71 +70,7 @@ class Recent : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
    std::unordered_map<RouteKey, double> routes_;
    std::unordered_map<RouteIntfKey, double> intfs_;
    uint64_t count_ = 0, lastCount_ = 0;
-   double lastTime_ = 0.0;
-};
-
-// The terminal while it is ours.
-class Terminal {
- public:
-   Terminal() {
-      std::setlocale( LC_ALL, "" );
-      screen_ = newterm( nullptr, stdout, stdin );
-      if ( screen_ == nullptr )
-         throw OutputError(
-            "cannot use this terminal: set TERM, or watch with "
-            "--json-lines" );
-      set_term( screen_ );
-      cbreak();
-      noecho();
-      nodelay( stdscr, true );
-      keypad( stdscr, true );
-      curs_set( 0 );
-      if ( std::getenv( "NO_COLOR" ) == nullptr && has_colors() ) {
-         start_color();
-         use_default_colors();
-         init_pair( 1, COLOR_GREEN, -1 );
-         mark_ = COLOR_PAIR( 1 ) | A_BOLD;
-      }
-   }
-   ~Terminal() {
-      endwin();
-      delscreen( screen_ );
-   }
-   Terminal( const Terminal& ) = delete;
-   Terminal& operator=( const Terminal& ) = delete;
-
-   // Starts an empty picture of the terminal's present size.
-   void begin() {
-      winsize size{};
-      if ( ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 && size.ws_row > 0 &&
-           is_term_resized( size.ws_row, size.ws_col ) )
-         resizeterm( size.ws_row, size.ws_col );
-      erase();
-      row_ = 0;
-   }
-   void end( const std::string& footer ) {
-      attron( A_REVERSE );
-      put( LINES - 1, footer );
-      attroff( A_REVERSE );
-      refresh();
-   }
-   bool full() const { return row_ >= LINES - 1; }
-   void line( const std::string& text, bool marked ) {
-      if ( full() ) return;
-      if ( marked ) attron( mark_ );
-      put( row_++, text );
-      if ( marked ) attroff( mark_ );
-   }
-
- private:
-   static void put( int row, const std::string& text ) {
-      std::string shown = text.substr( 0, text.find( '\n' ) );
-      mvaddnstr( row, 0, shown.c_str(), std::max( 0, COLS ) );
-   }
-
-   SCREEN* screen_ = nullptr;
-   chtype mark_ = A_REVERSE;
-   int row_ = 0;
+   double lastTime_ = 0.0, rate_ = 0.0;
 };
 
 class Screen : public Mox::Clock::Notifiee {
@@ -158,72 +95,146 @@ class Screen : public Mox::Clock::Notifiee {
    }
 
    void readKeys() {
-      for ( int key = getch(); key != ERR; key = getch() ) {
-         const size_t page = static_cast<size_t>( std::max( 1, LINES / 4 ) );
-         if ( key == 'q' ) return mirrors_.loop().stop();
-         if ( key == KEY_DOWN ) first_ += 1;
-         if ( key == KEY_NPAGE || key == ' ' ) first_ += page;
-         if ( key == KEY_UP ) first_ -= std::min<size_t>( first_, 1 );
-         if ( key == KEY_PPAGE ) first_ -= std::min( first_, page );
-         if ( key == KEY_HOME ) first_ = 0;
+      const int page = std::max( 1, terminal_.rows() - 3 );
+      for ( auto key = terminal_.key(); key != Terminal::none;
+            key = terminal_.key() ) {
+         if ( key == Terminal::quit ) return mirrors_.loop().stop();
+         if ( key == Terminal::up ) within_ -= 1;
+         if ( key == Terminal::down ) within_ += 1;
+         if ( key == Terminal::pageUp ) within_ -= page;
+         if ( key == Terminal::pageDown ) within_ += page;
+         if ( key == Terminal::top ) first_ = 0, within_ = 0;
+         if ( key == Terminal::bottom ) first_ = kLast, within_ = 0;
       }
       wakeupTimeIs( clock()->now() );
    }
 
+   struct Matching {
+      const Recent* recent;
+      const Route* route;
+   };
+   struct Row {
+      std::string text;
+      bool marked;
+   };
+
    void draw() {
       terminal_.begin();
-      size_t before = 0, total = 0;
-      std::vector<std::vector<const Route*>> selected;
-      for ( const auto& recent : recent_ ) {
-         selected.push_back( selectRoutes( recent->mirror(), filter_ ) );
-         total += selected.back().size();
+      select();
+      scroll();
+      align();
+      const Recent* headed = nullptr;
+      for ( size_t i = first_; i < matching_.size() && !terminal_.full(); ++i ) {
+         if ( std::exchange( headed, matching_[i].recent ) != matching_[i].recent )
+            drawHeading( *headed, i != first_ );
+         const std::vector<Row> rows = rowsOf( matching_[i] );
+         // The route stays to be seen above what of it was not scrolled away.
+         terminal_.line( rows[0].text, rows[0].marked );
+         for ( size_t k = 1 + ( i == first_ ? within_ : 0 ); k < rows.size(); ++k )
+            terminal_.line( rows[k].text, rows[k].marked );
       }
-      first_ = std::min( first_, total == 0 ? 0 : total - 1 );
-      for ( size_t i = 0; i < recent_.size(); ++i ) {
-         const size_t skip =
-            first_ > before ? std::min( first_ - before, selected[i].size() ) : 0;
-         before += selected[i].size();
-         drawMirror( *recent_[i], selected[i], skip );
-      }
+      for ( const Recent* recent : without_ )
+         drawHeading( *recent, headed != nullptr );
       terminal_.end( fmt::format(
          "q leaves, arrows move; route {} of {}; changes of the last {:.0f} s are "
          "marked",
-         total == 0 ? 0 : first_ + 1, total, kHighlight ) );
+         matching_.empty() ? 0 : first_ + 1, matching_.size(), kHighlight ) );
    }
 
-   void drawMirror( Recent& recent, const std::vector<const Route*>& routes,
-                    size_t skip ) {
-      const Mirror& mirror = recent.mirror();
-      std::string heading = routesHeading( mirror, routes.size() );
-      heading.pop_back();
-      terminal_.line( fmt::format( "{}, {:.1f} changes/s", heading,
-                                   recent.rate( clock()->now() ) ),
-                      false );
-      const double now = clock()->now();
-      const size_t end =
-         std::min( routes.size(), skip + static_cast<size_t>( LINES ) );
-      size_t width = 0;
-      for ( size_t i = skip; i < end; ++i )
-         width = std::max( width, keyText( routes[i]->key() ).size() );
-      for ( size_t i = skip; i < end && !terminal_.full(); ++i ) {
-         const Route& route = *routes[i];
-         terminal_.line( routeLine( route, width, now ),
-                         recent.changed( route.key() ) );
-         for ( const Intf* intf : selectIntfs( route, filter_ ) )
-            terminal_.line( intfLine( *intf, kNameWidth, now ),
-                            recent.changed( { route.key(), intf->intfId() } ) );
+   // What there is to see now, and the mirrors in which there is nothing.
+   void select() {
+      matching_.clear();
+      without_.clear();
+      for ( const auto& recent : recent_ ) {
+         recent->update( clock()->now() );
+         const auto routes = selectRoutes( recent->mirror(), filter_ );
+         if ( routes.empty() ) without_.push_back( recent.get() );
+         for ( const Route* route : routes )
+            matching_.push_back( { recent.get(), route } );
+         recent->matching = routes.size();
       }
-      terminal_.line( "", false );
    }
 
-   static constexpr size_t kNameWidth = 8;
+   // From the row that keys led to, to the route that it is of.
+   void scroll() {
+      if ( matching_.empty() ) {
+         first_ = 0, within_ = 0;
+         return;
+      }
+      first_ = std::min( first_, matching_.size() - 1 );
+      auto rows = [this] {
+         return static_cast<int>( rowsOf( matching_[first_] ).size() );
+      };
+      for ( ; within_ < 0 && first_ > 0; within_ += rows() ) --first_;
+      within_ = std::max( 0, within_ );
+      for ( int here = rows(); within_ >= here; here = rows() ) {
+         if ( first_ + 1 == matching_.size() ) {
+            within_ = here - 1;
+         } else {
+            within_ -= here;
+            ++first_;
+         }
+      }
+   }
+
+   // The columns of what may come into the picture, for each mirror by itself.
+   void align() {
+      const auto begin = matching_.begin() + static_cast<ptrdiff_t>( first_ );
+      const auto end =
+         begin + std::min<ptrdiff_t>( terminal_.rows(), matching_.end() - begin );
+      for ( const auto& recent : recent_ ) {
+         std::vector<const Route*> routes;
+         for ( auto each = begin; each != end; ++each )
+            if ( each->recent == recent.get() ) routes.push_back( each->route );
+         recent->columns = columnsFor( routes, filter_ );
+      }
+   }
+
+   void drawHeading( const Recent& recent, bool apart ) {
+      if ( apart ) terminal_.line( "", false );
+      std::string heading = routesHeading( recent.mirror(), recent.matching );
+      heading.pop_back();
+      for ( const std::string& row : rowsOf(
+               fmt::format( "{}, {:.1f} changes/s", heading, recent.rate() ) ) )
+         terminal_.line( row, false );
+   }
+
+   // As many as the line takes.
+   std::vector<std::string> rowsOf( const std::string& line ) const {
+      std::istringstream text( folded( line, terminal_.columns() ) );
+      std::vector<std::string> rows;
+      for ( std::string row; std::getline( text, row ); ) rows.push_back( row );
+      return rows;
+   }
+
+   std::vector<Row> rowsOf( const Matching& matching ) const {
+      const double now = clock()->now();
+      const Route& route = *matching.route;
+      std::vector<Row> rows;
+      auto add = [&]( const std::string& line, bool marked ) {
+         for ( std::string& row : rowsOf( line ) )
+            rows.push_back( { std::move( row ), marked } );
+      };
+      add( routeLine( route, matching.recent->columns, now ),
+           matching.recent->changed( route.key() ) );
+      for ( const Intf* intf : selectIntfs( route, filter_ ) )
+         add( intfLine( *intf, matching.recent->columns, now ),
+              matching.recent->changed( { route.key(), intf->intfId() } ) );
+      return rows;
+   }
+
+   static constexpr size_t kLast = std::numeric_limits<size_t>::max();
 
    Mirrors& mirrors_;
    RouteFilter filter_;
    std::vector<std::unique_ptr<Recent>> recent_;
    Terminal terminal_;
    Mox::Loop::FdWatcher keys_;
+   // Of the present picture.
+   std::vector<Matching> matching_;
+   std::vector<const Recent*> without_;
    size_t first_ = 0;  // route at the top
+   int within_ = 0;    // rows of it that were scrolled away
 };
 
 }

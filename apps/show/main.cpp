@@ -7,6 +7,7 @@
 
 #include "apps/show/Arguments.h"
 #include "apps/show/CheckReport.h"
+#include "apps/show/Fold.h"
 #include "apps/show/HistogramReport.h"
 #include "apps/show/InterfaceReport.h"
 #include "apps/show/MetricsReport.h"
@@ -23,6 +24,10 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+void printText( const std::string& text ) {
+   std::cout << folded( text, outputWidth() );
+}
+
 // How many match, in whatever form was asked for.
 Json countJson( const Mirror& mirror, size_t matching ) {
    Json json;
@@ -31,18 +36,18 @@ Json countJson( const Mirror& mirror, size_t matching ) {
    return envelope( mirror, std::move( json ) );
 }
 
-void printText( const Mirrors& mirrors, const Arguments& arguments ) {
+void printRouteText( const Mirrors& mirrors, const Arguments& arguments ) {
    bool first = true;
    for ( const auto& mirror : mirrors.all() ) {
       if ( arguments.count ) {
-         std::cout << routesHeading(
-            *mirror, selectRoutes( *mirror, arguments.filter ).size() );
+         printText( routesHeading(
+            *mirror, selectRoutes( *mirror, arguments.filter ).size() ) );
          continue;
       }
-      if ( !first ) std::cout << '\n';
+      printText( ( first ? "" : "\n" ) + routesText( *mirror, arguments.filter,
+                                                     arguments.detail,
+                                                     mirrors.now() ) );
       first = false;
-      std::cout << routesText( *mirror, arguments.filter, arguments.detail,
-                               mirrors.now() );
    }
 }
 
@@ -76,7 +81,7 @@ ExitStatus printRoutes( const Mirrors& mirrors, const Arguments& arguments ) {
    if ( arguments.json || arguments.jsonLines ) {
       printJson( mirrors, arguments );
    } else {
-      printText( mirrors, arguments );
+      printRouteText( mirrors, arguments );
    }
    bool matching = std::any_of(
       mirrors.all().begin(), mirrors.all().end(), [&]( const auto& mirror ) {
@@ -105,7 +110,7 @@ ExitStatus printSelected( const Mirrors& mirrors, const Arguments& arguments,
       if ( arguments.json ) {
          document.push_back( envelope( *mirror, json( selected ) ) );
       } else {
-         std::cout << ( first ? "" : "\n" ) << text( *mirror, selected );
+         printText( ( first ? "" : "\n" ) + text( *mirror, selected ) );
       }
       first = false;
    }
@@ -122,7 +127,7 @@ ExitStatus printChecked( const Mirrors& mirrors, const Arguments& arguments ) {
       if ( arguments.json ) {
          document.push_back( envelope( *mirror, checkJson( checked ) ) );
       } else {
-         std::cout << checkText( *mirror, checked );
+         printText( checkText( *mirror, checked ) );
       }
    }
    if ( arguments.json ) printJsonDocument( document );
@@ -149,7 +154,7 @@ ExitStatus printEach( const Mirrors& mirrors, const Arguments& arguments,
       if ( arguments.json ) {
          document.push_back( envelope( *mirror, json( *mirror ) ) );
       } else {
-         std::cout << ( first ? "" : between ) << text( *mirror );
+         printText( ( first ? "" : between ) + text( *mirror ) );
       }
       first = false;
    }
@@ -166,9 +171,9 @@ ExitStatus printExplanations( const Mirrors& mirrors, const Arguments& arguments
          document.push_back(
             envelope( *mirror, explainJson( *mirror, arguments.question ) ) );
       } else {
-         std::cout << ( known ? "\n" : "" )
-                   << explainText( *mirror, arguments.question, mirrors.now() )
-                   << lastWriteText( *mirror );
+         printText( ( known ? "\n" : "" ) +
+                    explainText( *mirror, arguments.question, mirrors.now() ) +
+                    lastWriteText( *mirror ) );
       }
       known = true;
    }

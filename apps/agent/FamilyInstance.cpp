@@ -164,6 +164,20 @@ void FamilyInstance::publish() {
    }
    Published::publishRps( *published_, rps );
    const bool ipv4 = family_ == Vantu::AddressFamily::ipv4;
+   const std::string& ssmFilter = ipv4 ? config_.ssmFilter : config_.ssmFilter6;
+   const std::string& frrFilter = ipv4 ? config_.frrFilter : config_.frrFilter6;
+   std::vector<Published::AccessRule> rules;
+   for ( const AccessListConfig& list : config_.accessLists ) {
+      if ( list.name != ssmFilter && list.name != frrFilter ) continue;
+      for ( const Acl::AclRule& rule : list.rules.rules() ) {
+         rules.push_back( { { Published::Text<224>( list.name ), rule.sequence, 0 },
+                            list.rules.type(),
+                            rule.action,
+                            rule.source,
+                            rule.destination } );
+      }
+   }
+   Published::publishAccessRules( *published_, rules );
    auto setting = []( const char* name, const std::string& value ) {
       return Published::Setting{ Published::Text<32>( name ),
                                  Published::Text<224>( value ) };
@@ -173,8 +187,9 @@ void FamilyInstance::publish() {
       { setting( "maxRoutes", std::to_string( config_.maxRoutes ) ),
         setting( "maxRouteIntfs", std::to_string( config_.maxRouteIntfs ) ),
         setting( "require-hello", config_.requireHello ? "yes" : "no" ),
-        setting( "ssmFilter", ipv4 ? config_.ssmFilter : config_.ssmFilter6 ),
-        setting( "frrFilter", ipv4 ? config_.frrFilter : config_.frrFilter6 ) } );
+        setting( "ssmFilter", ssmFilter ), setting( "frrFilter", frrFilter ),
+        // Where fewer found room, what the lists say is not known.
+        setting( "access-rules", std::to_string( rules.size() ) ) } );
 }
 
 void FamilyInstance::receive( Vantu::IntfId intfId, const IpPacket& packet,

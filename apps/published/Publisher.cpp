@@ -1,7 +1,6 @@
 #include "apps/published/Publisher.h"
 
-#include <algorithm>
-#include <set>
+#include <map>
 
 #include "platform/entity/EventCounter.h"
 #include "platform/shm/Error.h"
@@ -16,11 +15,11 @@ namespace {
 template <class Table, class Record, class Write, class Remove>
 void publishAll( const Table& table, const std::vector<Record>& all,
                  const Write& write, const Remove& remove ) {
-   std::set<typename Table::Key> kept;
-   for ( const Record& record : all ) kept.insert( record.key );
+   std::map<typename Table::Key, const Record*> wanted;
+   for ( const Record& record : all ) wanted.emplace( record.key, &record );
    std::vector<typename Table::Key> gone;
    table.visit( nullptr, [&]( const Record& standing ) {
-      if ( kept.count( standing.key ) == 0 ) gone.push_back( standing.key );
+      if ( wanted.count( standing.key ) == 0 ) gone.push_back( standing.key );
       return true;
    } );
    // What is refused, for want of room for one, keeps none of the others back.
@@ -32,11 +31,11 @@ void publishAll( const Table& table, const std::vector<Record>& all,
       }
    };
    for ( const auto& key : gone ) attempt( [&] { remove( key ); } );
-   for ( const Record& record : all ) {
+   for ( const auto& [key, record] : wanted ) {
       Record standing;
-      if ( table.find( record.key, standing ) != Brane::lookupFound ||
-           !( standing == record ) )
-         attempt( [&] { write( record ); } );
+      if ( table.find( key, standing ) != Brane::lookupFound ||
+           !( standing == *record ) )
+         attempt( [&] { write( *record ); } );
    }
 }
 
@@ -60,6 +59,14 @@ void publishRps( FamilyStatus& tables, const std::vector<Rp>& all ) {
    publishAll(
       tables.rp(), all, [&]( const Rp& record ) { tables.rpIs( record ); },
       [&]( const RpKey& key ) { tables.rpDel( key ); } );
+}
+
+void publishAccessRules( FamilyStatus& tables,
+                         const std::vector<AccessRule>& all ) {
+   publishAll(
+      tables.accessRule(), all,
+      [&]( const AccessRule& record ) { tables.accessRuleIs( record ); },
+      [&]( const AccessRuleKey& key ) { tables.accessRuleDel( key ); } );
 }
 
 void publishSettings( FamilyStatus& tables, const std::vector<Setting>& all ) {
@@ -88,15 +95,6 @@ void CounterPublisher::publish() {
          { { Text<160>( counter->owner() ), Text<48>( counter->name() ) },
            counter->value() } );
    }
-   // Of two of one name the first counts.
-   std::stable_sort(
-      all.begin(), all.end(),
-      []( const Counter& a, const Counter& b ) { return a.key < b.key; } );
-   all.erase( std::unique( all.begin(), all.end(),
-                           []( const Counter& a, const Counter& b ) {
-                              return a.key == b.key;
-                           } ),
-              all.end() );
    publishAll(
       tables_->counter(), all,
       [&]( const Counter& record ) { tables_->counterIs( record ); },

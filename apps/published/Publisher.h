@@ -11,10 +11,11 @@
 namespace Published {
 
 // The tables whole, as they should be. What a former process left goes, too. A table
-// that is full keeps what is in it.
+// that is full keeps what is in it. Of two records of one key the first counts.
 void publishInterfaces( FamilyStatus& tables, const std::vector<Interface>& all );
 void publishNeighbors( FamilyStatus& tables, const std::vector<Neighbor>& all );
 void publishRps( FamilyStatus& tables, const std::vector<Rp>& all );
+void publishAccessRules( FamilyStatus& tables, const std::vector<AccessRule>& all );
 void publishSettings( FamilyStatus& tables, const std::vector<Setting>& all );
 
 // Publishes the process's event counters, each second while they change. The clock

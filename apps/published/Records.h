@@ -2,6 +2,7 @@
 #pragma once
 
 #include "apps/published/Text.h"
+#include "platform/acl/AclRules.h"
 #include "platform/pim/FlatForms.h"
 
 namespace Published {
@@ -37,6 +38,18 @@ namespace Published {
 #define PUBLISHED_RP( FIELD ) \
    FIELD( Published::RpKey, key,     {} ) /* the group range */ \
    FIELD( Vantu::IpGenAddr, address, {} )
+
+#define PUBLISHED_ACCESS_RULE_KEY( FIELD ) \
+   FIELD( Published::Text<224>, list,     {} ) \
+   FIELD( uint32_t,             sequence, 0 ) \
+   FIELD( uint32_t,             unused,   0 ) /* keys are of whole 8 bytes */
+
+#define PUBLISHED_ACCESS_RULE( FIELD ) \
+   FIELD( Published::AccessRuleKey, key,         {} ) \
+   FIELD( Acl::AclType,             type,        Acl::standard ) /* the list's */ \
+   FIELD( Acl::AclAction,           action,      Acl::deny ) \
+   FIELD( Vantu::IpGenPrefix,       source,      {} ) \
+   FIELD( Vantu::IpGenPrefix,       destination, {} )
 
 #define PUBLISHED_SETTING( FIELD ) \
    FIELD( Published::Text<32>,  key,   {} ) /* as in the configuration */ \
@@ -74,6 +87,15 @@ struct Rp {
    bool operator==( const Rp& ) const = default;
 };
 
+struct AccessRuleKey {
+   PUBLISHED_ACCESS_RULE_KEY( MOX_RECORD_FIELD )
+   auto operator<=>( const AccessRuleKey& ) const = default;
+};
+struct AccessRule {
+   PUBLISHED_ACCESS_RULE( MOX_RECORD_FIELD )
+   bool operator==( const AccessRule& ) const = default;
+};
+
 struct Setting {
    PUBLISHED_SETTING( MOX_RECORD_FIELD )
    bool operator==( const Setting& ) const = default;
@@ -97,6 +119,9 @@ BRANE_FLAT_RECORD( Published::NeighborKey, "NeighborKey", PUBLISHED_NEIGHBOR_KEY
 BRANE_FLAT_RECORD( Published::Neighbor, "Neighbor", PUBLISHED_NEIGHBOR )
 BRANE_FLAT_RECORD( Published::RpKey, "RpKey", PUBLISHED_RP_KEY )
 BRANE_FLAT_RECORD( Published::Rp, "Rp", PUBLISHED_RP )
+BRANE_FLAT_RECORD( Published::AccessRuleKey, "AccessRuleKey",
+                   PUBLISHED_ACCESS_RULE_KEY )
+BRANE_FLAT_RECORD( Published::AccessRule, "AccessRule", PUBLISHED_ACCESS_RULE )
 BRANE_FLAT_RECORD( Published::Setting, "Setting", PUBLISHED_SETTING )
 BRANE_FLAT_RECORD( Published::CounterKey, "CounterKey", PUBLISHED_COUNTER_KEY )
 BRANE_FLAT_RECORD( Published::Counter, "Counter", PUBLISHED_COUNTER )

@@ -10,6 +10,7 @@ namespace {
 constexpr uint32_t kMaxInterfaces = 4096;
 constexpr uint32_t kMaxNeighbors = 16384;
 constexpr uint32_t kMaxRps = 1024;
+constexpr uint32_t kMaxAccessRules = 4096;
 constexpr uint32_t kMaxSettings = 64;
 constexpr uint32_t kMaxCounters = 2048;
 
@@ -53,6 +54,7 @@ Mox::Ptr<FamilyStatus> FamilyStatus::mount( Corvex::EntityManager& manager,
    initialize( *entity->interfaceControl(), role, kMaxInterfaces, manager );
    initialize( *entity->neighborControl(), role, kMaxNeighbors, manager );
    initialize( *entity->rpControl(), role, kMaxRps, manager );
+   initialize( *entity->accessRuleControl(), role, kMaxAccessRules, manager );
    initialize( *entity->settingControl(), role, kMaxSettings, manager );
    return entity;
 }

@@ -12,15 +12,17 @@ namespace Published {
 using InterfaceTable = MoxBrane::Table<Interface>;
 using NeighborTable = MoxBrane::Table<Neighbor>;
 using RpTable = MoxBrane::Table<Rp>;
+using AccessRuleTable = MoxBrane::Table<AccessRule>;
 using SettingTable = MoxBrane::Table<Setting>;
 using CounterTable = MoxBrane::Table<Counter>;
 
 // clang-format off
 #define PUBLISHED_FAMILY_ATTRIBUTES( A ) \
-   A( Table, interface, Interface, InterfaceTable, , "interfaces that speak PIM" ) \
-   A( Table, neighbor,  Neighbor,  NeighborTable,  , "PIM neighbours; the next agent knows them from here" ) \
-   A( Table, rp,        Rp,        RpTable,        , "configured RPs by group range" ) \
-   A( Table, setting,   Setting,   SettingTable,   , "other configuration" )
+   A( Table, interface,  Interface,  InterfaceTable,  , "interfaces that speak PIM" ) \
+   A( Table, neighbor,   Neighbor,   NeighborTable,   , "PIM neighbours; the next agent knows them from here" ) \
+   A( Table, rp,         Rp,         RpTable,         , "configured RPs by group range" ) \
+   A( Table, accessRule, AccessRule, AccessRuleTable, , "of the lists that settings name" ) \
+   A( Table, setting,    Setting,    SettingTable,    , "other configuration" )
 
 #define PUBLISHED_PROCESS_ATTRIBUTES( A ) \
    A( Table, counter, Counter, CounterTable, , "event counters of the process" )

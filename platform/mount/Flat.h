@@ -20,7 +20,7 @@
 #include "platform/base/Enum.h"
 #include "platform/base/Flags.h"
 #include "platform/net/IntfId.h"
-#include "platform/net/IpGenAddr.h"
+#include "platform/net/IpGenPrefix.h"
 #include "platform/shm/Layout.h"
 
 namespace Brane {
@@ -123,6 +123,29 @@ struct FlatForm<Vantu::IpGenAddr> {
                                             ? Vantu::AddressFamily::ipv6
                                             : Vantu::AddressFamily::ipv4,
                                          bytes.address );
+      return true;
+   }
+};
+
+template <>
+struct FlatForm<Vantu::IpGenPrefix> {
+   struct Bytes {
+      FlatForm<Vantu::IpGenAddr>::Bytes address;
+      uint32_t length;  // 0 for no prefix, else one more than its length
+   };
+   static Mox::String typeText() { return "IpGenPrefix"; }
+   static void write( const Vantu::IpGenPrefix& value, Bytes& bytes ) {
+      if ( value.isNone() ) return;
+      FlatForm<Vantu::IpGenAddr>::write( value.address(), bytes.address );
+      bytes.length = value.length() + 1;
+   }
+   static bool read( const Bytes& bytes, Vantu::IpGenPrefix& out ) {
+      Vantu::IpGenAddr address;
+      if ( !FlatForm<Vantu::IpGenAddr>::read( bytes.address, address ) ||
+           bytes.length > Vantu::addressBits( address.family() ) + 1 )
+         return false;
+      out = bytes.length == 0 ? Vantu::IpGenPrefix()
+                              : Vantu::IpGenPrefix( address, bytes.length - 1 );
       return true;
    }
 };

@@ -1,6 +1,7 @@
 // What the agent publishes of itself, from its tables to a reader's model.
 #include <gtest/gtest.h>
 
+#include "apps/published/GroupRanges.h"
 #include "apps/published/MfibStatus.h"
 #include "apps/published/PimMirror.h"
 #include "apps/published/Publisher.h"
@@ -112,6 +113,56 @@ TEST_F( Publishing, WhatFindsNoRoomKeepsNothingElseBack ) {
       return true;
    } );
    EXPECT_EQ( current, all.size() - 1 );
+}
+
+TEST_F( Publishing, ReadersKnowWhatTheConfigurationSaysOfGroups ) {
+   using Known = std::optional<bool>;
+   auto tables = FamilyStatus::mount( agentSide, path(), Brane::tableWriter );
+   const auto ranges = [&] {
+      return GroupRanges( Vantu::AddressFamily::ipv4, *tables );
+   };
+   const auto rp = [&]( const char* group ) {
+      const auto found = ranges().rp( addr( group ) );
+      return found ? valueToStrep( *found ) : "none";
+   };
+   const auto ssm = [&]( const char* group ) {
+      return ranges().sourceSpecific( addr( group ) );
+   };
+   const auto policy = [&]( const char* filter, const char* rules ) {
+      publishSettings( *tables,
+                       { { Text<32>( "ssmFilter" ), Text<224>( filter ) },
+                         { Text<32>( "access-rules" ), Text<224>( rules ) } } );
+   };
+   EXPECT_EQ( rp( "239.1.2.3" ), "none" );
+   EXPECT_EQ( ssm( "232.1.2.3" ), Known() ) << "no setting, nothing known";
+
+   // The longest range counts, and of one range the RP named first.
+   publishRps( *tables, { { { addr( "224.0.0.0" ), 4 }, addr( "192.0.2.9" ) },
+                          { { addr( "239.1.0.0" ), 16 }, addr( "192.0.2.10" ) },
+                          { { addr( "239.1.0.0" ), 16 }, addr( "192.0.2.11" ) } } );
+   EXPECT_EQ( rp( "239.1.2.3" ), "192.0.2.10" );
+   EXPECT_EQ( rp( "239.2.2.3" ), "192.0.2.9" );
+
+   policy( "", "0" );
+   EXPECT_EQ( ssm( "232.1.2.3" ), Known( true ) );
+   EXPECT_EQ( ssm( "239.1.2.3" ), Known( false ) );
+   policy( ".no-ssm-range", "0" );
+   EXPECT_EQ( ssm( "232.1.2.3" ), Known( false ) );
+   auto rule = [&]( uint32_t sequence, Acl::AclAction action, const char* group ) {
+      return AccessRule{ { Text<224>( "ours" ), sequence, 0 },
+                         Acl::standard,
+                         action,
+                         Vantu::IpGenPrefix( group ),
+                         {} };
+   };
+   publishAccessRules( *tables, { rule( 20, Acl::permit, "239.0.0.0/8" ),
+                                  rule( 10, Acl::deny, "239.1.0.0/16" ) } );
+   policy( "ours", "2" );
+   EXPECT_EQ( ssm( "232.1.2.3" ), Known( false ) );
+   EXPECT_EQ( ssm( "239.1.2.3" ), Known( false ) );
+   EXPECT_EQ( ssm( "239.2.2.3" ), Known( true ) );
+   policy( "ours", "3" );
+   EXPECT_EQ( ssm( "239.2.2.3" ), Known() ) << "a rule is missing";
 }
 
 TEST_F( Publishing, WhatTheForwardingProcessSaysReachesReadersWhole ) {

@@ -146,7 +146,7 @@ Json checkJson( const Checked& checked ) {
    json["routes"] = checked.routes;
    json["interfaces"] = checked.intfs;
    json["undecided"] = checked.undecided;
-   Json& list = json["findings"] = Json::array();
+   Json& list = json["finding"] = Json::array();
    for ( const Finding& finding : checked.findings ) {
       Json entry;
       entry["kind"] = finding.kind;

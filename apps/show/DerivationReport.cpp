@@ -229,12 +229,11 @@ std::string derivationText( const Mirror& mirror, const Question& question ) {
 Json derivationJson( const Mirror& mirror, const Question& question ) {
    Answer found = answer( mirror, question );
    Json json = derivationJson( found.derivation );
-   Json& flips = json["flips"] = Json::array();
    for ( const MacroFlip& flip : found.flips ) {
       Json entry = inputJson( flip.input );
       entry["instead"] = flip.value;
       entry["answer"] = flip.answer;
-      flips.push_back( std::move( entry ) );
+      json["flips"].push_back( std::move( entry ) );
    }
    std::vector<Vantu::IntfId> unknown;
    if ( mirror.model->pimStatus() == nullptr )

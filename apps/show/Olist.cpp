@@ -140,23 +140,6 @@ std::string clauseOf( const std::vector<Olist>& lists, const Values& before,
    return all;
 }
 
-std::vector<std::string> turnsOf( const std::vector<Olist>& lists, const Intf& intf,
-                                  const Values& values ) {
-   std::vector<std::string> turns;
-   for ( const MacroFlip& flip :
-         flipsOf( intf, olistMacro( *intf.parentRoute() ) ) ) {
-      MacroInput changed = flip.input;
-      changed.value = flip.value;
-      std::string clause =
-         clauseOf( lists, values, valuesOf( lists, intf, &changed ) );
-      // The neighbour that was taken away: its terms were not asked again.
-      if ( clause.empty() ) clause = "the (*,G) route went";
-      if ( std::find( turns.begin(), turns.end(), clause ) == turns.end() )
-         turns.push_back( clause );
-   }
-   return turns;
-}
-
 }
 
 const char* olistMacro( const Route& route ) {
@@ -195,14 +178,33 @@ Outgoing outgoingOf( const Mirror& mirror, const Intf& intf ) {
       first = false;
    } );
    out.forwards = out.incoming ? std::optional( false ) : in;
-   if ( !in ) return out;
-   if ( !out.incoming ) markDecider( out.olists, values );
-   if ( out.incoming ) {
-      if ( *in ) out.turns = { "the traffic came in elsewhere" };
-   } else if ( conceivable.published() ) {
-      out.turns = turnsOf( out.olists, intf, values );
-   }
+   if ( in && !out.incoming ) markDecider( out.olists, values );
    return out;
+}
+
+std::vector<std::string> turnsOf( const Mirror& mirror, const Intf& intf,
+                                  const Outgoing& outgoing ) {
+   const std::vector<Olist>& lists = outgoing.olists;
+   if ( outgoing.incoming && lists.back().in == true )
+      return { "the traffic came in elsewhere" };
+   // What is not published has no single value that could change.
+   if ( outgoing.incoming || !outgoing.forwards ||
+        !Conceivable( mirror ).published() )
+      return {};
+   const Values values = valuesOf( lists, intf );
+   std::vector<std::string> turns;
+   for ( const MacroFlip& flip :
+         flipsOf( intf, olistMacro( *intf.parentRoute() ) ) ) {
+      MacroInput changed = flip.input;
+      changed.value = flip.value;
+      std::string clause =
+         clauseOf( lists, values, valuesOf( lists, intf, &changed ) );
+      // The neighbour that was taken away: its terms were not asked again.
+      if ( clause.empty() ) clause = "the (*,G) route went";
+      if ( std::find( turns.begin(), turns.end(), clause ) == turns.end() )
+         turns.push_back( clause );
+   }
+   return turns;
 }
 
 }

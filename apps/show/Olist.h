@@ -33,14 +33,17 @@ struct Outgoing {
    bool incoming = false;      // the traffic comes in here, and never goes out
    // By the macros; nothing where the tables do not tell.
    std::optional<bool> forwards;
-   // What single change would give the other answer, each as a clause: "lost_assert(S,G)
-   // ended". Empty where `forwards` is nothing.
-   std::vector<std::string> turns;
 };
 
 // REQUIRES: the interface has a route, both of the mirror.
 Outgoing outgoingOf( const Mirror& mirror,
                      const Routing::Pim::SparseMode::Intf& intf );
+
+// What single change would give the other answer, each as a clause: "lost_assert(S,G)
+// ended". Empty where the answer is not known. `outgoing` is outgoingOf() the interface.
+std::vector<std::string> turnsOf( const Mirror& mirror,
+                                  const Routing::Pim::SparseMode::Intf& intf,
+                                  const Outgoing& outgoing );
 
 // The macro that a route's interfaces follow: immediateOlistWc, or an inherited list by
 // the route's tree.

@@ -146,14 +146,16 @@ std::string headline( const Mirror& mirror, const Intf& intf ) {
                        intf.forward() ? "forwards" : "does NOT forward" );
 }
 
-std::string turnText( const Outgoing& outgoing ) {
-   if ( !outgoing.forwards || outgoing.turns.empty() ) return "";
+std::string turnText( const Mirror& mirror, const Intf& intf,
+                      const Outgoing& outgoing ) {
+   const std::vector<std::string> turns = turnsOf( mirror, intf, outgoing );
+   if ( turns.empty() ) return "";
    std::string text =
       *outgoing.forwards ? "Would not forward if " : "Would forward if ";
    std::string indent( 3, ' ' );
-   for ( size_t i = 0; i < outgoing.turns.size(); ++i ) {
+   for ( size_t i = 0; i < turns.size(); ++i ) {
       if ( i != 0 ) text += ",\n" + indent + "or if ";
-      text += outgoing.turns[i];
+      text += turns[i];
    }
    return text + ".\n";
 }
@@ -210,7 +212,8 @@ Json termJson( const Mirror& mirror, const Term& term, const Intf& intf ) {
    json["adds"] = term.adds;
    if ( term.holds ) json["value"] = *term.holds;
    if ( term.decides ) json["decides"] = true;
-   json["fields"] = fieldsJson( mirror, term, intf );
+   Json fields = fieldsJson( mirror, term, intf );
+   if ( !fields.empty() ) json["fields"] = std::move( fields );
    return json;
 }
 
@@ -227,7 +230,8 @@ std::string outgoingText( const Mirror& mirror, const Intf& intf, double now ) {
    if ( outgoing.incoming )
       text += line( "  incoming interface",
                     "YES: nothing goes out where it comes in", true );
-   return text + turnText( outgoing ) + doubtText( mirror, intf, outgoing );
+   return text + turnText( mirror, intf, outgoing ) +
+          doubtText( mirror, intf, outgoing );
 }
 
 Json outgoingJson( const Mirror& mirror, const Intf& intf ) {
@@ -249,7 +253,8 @@ Json outgoingJson( const Mirror& mirror, const Intf& intf ) {
       for ( const Term& term : list.terms )
          entry["terms"].push_back( termJson( mirror, term, intf ) );
    }
-   json["would-change-if"] = outgoing.turns;
+   for ( const std::string& turn : turnsOf( mirror, intf, outgoing ) )
+      json["would-change-if"].push_back( turn );
    return json;
 }
 

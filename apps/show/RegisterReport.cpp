@@ -130,10 +130,10 @@ Json registersJson( const Registers& selected ) {
    Json list = Json::array();
    for ( const RegisterRow& row : selected.rows ) {
       Json json = keyJson( row.key );
-      json["pimsm-state:register-oif"] = row.registerOif;
-      json["pimsm-state:no-register-oif"] = row.noRegisterOif;
-      json["pimsm-state:dr-discovered"] = row.drDiscovered;
-      json["pimsm-state:anycast-discovered"] = row.anycastDiscovered;
+      json["register-oif"] = row.registerOif;
+      json["no-register-oif"] = row.noRegisterOif;
+      json["dr-discovered"] = row.drDiscovered;
+      json["anycast-discovered"] = row.anycastDiscovered;
       list.push_back( std::move( json ) );
    }
    return list;
@@ -144,7 +144,7 @@ Json advertisedJson( const Advertised& selected ) {
    for ( const AdvertisedSg& row : selected.rows ) {
       Json json = keyJson( row.key );
       json["rp-address"] = Vantu::valueToStrep( row.rp );
-      json["pimsm-state:anycast-discovered"] = row.anycastDiscovered;
+      json["anycast-discovered"] = row.anycastDiscovered;
       list.push_back( std::move( json ) );
    }
    return list;

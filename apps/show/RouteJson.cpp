@@ -1,92 +1,200 @@
 #include "apps/show/RouteJson.h"
 
-#include <algorithm>
-
+#include "apps/published/GroupRanges.h"
 #include "apps/published/Incoming.h"
+#include "apps/show/Olist.h"
 #include "apps/show/Words.h"
+#include "apps/show/YangData.h"
 
 namespace Show {
 
 using Json = nlohmann::ordered_json;
 namespace Sm = Routing::Pim::SparseMode;
+using Vantu::IpGenAddr;
 
 namespace {
 
-void addTime( Json& json, const char* name, double time, double now ) {
+void addSince( Json& json, const char* name, double time, double now ) {
    if ( time != 0.0 ) json[name] = timeticks( now - time );
 }
 
-std::string addressText( const Vantu::IpGenAddr& address ) {
-   return Vantu::valueToStrep( address );
+void addIntf( Json& json, const char* name, Vantu::IntfId intfId ) {
+   if ( !intfId.empty() ) json[name] = std::string( intfId.name() );
 }
 
-void addRpf( Json& json, const Rpf& rpf ) {
+void addNeighbor( Json& json, const char* name, const IpGenAddr& address ) {
+   if ( !address.isUnspecified() ) json[name] = Vantu::valueToStrep( address );
+}
+
+std::string flagsText( const Route& route ) {
+   std::string text;
+   const auto add = [&]( bool set, const char* name ) {
+      if ( set ) text += ( text.empty() ? "" : " " ) + yangName( name );
+   };
+#define PIMSM_ADD_FLAG( X, name, ... ) add( route.name(), #name );
+   PIMSM_EACH_ROUTE_FLAG( PIMSM_ADD_FLAG, )
+#undef PIMSM_ADD_FLAG
+   return text;
+}
+
+void addPath( Json& json, const char* name, const Rpf& rpf, bool attached ) {
    if ( rpf == Rpf() ) return;
-   json["incoming-interface"] = rpf.intfId.name();
-   json["rpf-neighbor"] = addressText( rpf.neighbor );
-}
-
-Json intfJson( const Intf& intf, double now ) {
-   Json json;
-   json["name"] = intf.intfId().name();
-   json["forwarding"] = intf.forward();
-   json["fast-forwarding"] = intf.fastForward();
-   json["join-state"] = stringValue( intf.joinState() );
-   addTime( json, "since-last-join", intf.lastJoinReceived(), now );
-   json["rpt-state"] = stringValue( intf.rptState() );
-   addTime( json, "since-last-rpt-prune", intf.lastRptPruneReceived(), now );
-   json["assert-state"] = stringValue( intf.assertInfo().assertState );
-   if ( intf.assertInfo().assertState != Sm::assertNoInfo ) {
-      json["assert-winner"] = valueToStrep( intf.assertInfo().assertWinnerMetric );
-   }
-   json["local-receiver-include"] = intf.localReceiverInclude();
-   json["local-receiver-exclude"] = intf.localReceiverExclude();
-   return json;
+   Json& path = json[name];
+   addIntf( path, "interface", rpf.intfId );
+   addNeighbor( path, "neighbor", rpf.neighbor );
+   path["attached"] = attached;
+   path["preference"] = rpf.preference;
+   path["metric"] = rpf.metric.value;
 }
 
 // As ietf-pim-base has it: "no-info" where only members or the shared tree keep it.
-const char* jpState( const Intf& intf ) {
-   switch ( intf.joinState() ) {
-      case Intf::noInfo:
-         return "no-info";
-      case Intf::prunePending:
-         return "prune-pending";
-      case Intf::joined:
-         return "join";
-   }
-   return "no-info";
+std::string jpState( const Intf& intf ) {
+   return intf.joinState() == Intf::joined
+             ? "join"
+             : yangName( stringValue( intf.joinState() ) );
 }
 
-Json outgoingJson( const Intf& intf ) {
+Json winnerJson( const Sm::AssertMetric& metric ) {
    Json json;
-   json["name"] = intf.intfId().name();
-   json["jp-state"] = jpState( intf );
+   addNeighbor( json, "address", metric.address );
+   json["rpt-bit"] = metric.rptBit;
+   json["preference"] = metric.preference.value();
+   json["metric"] = metric.metric.value;
    return json;
 }
 
-Json routeJson( const Route& route, const RouteFilter& filter, double now ) {
-   Json json;
-   bool wildcard = route.key().source.isUnspecified();
-   json["group"] = addressText( route.key().group );
-   json["source-address"] = wildcard ? "*" : addressText( route.key().source );
-   json["is-rpt"] = wildcard;
-   if ( !wildcard ) json["is-spt"] = route.spTree();
-   addTime( json, "up-time", route.creationTime(), now );
-   addRpf( json, Published::incomingRpf( route ) );
-   Json& outgoing = json["outgoing-interface"] = Json::array();
-   for ( const Intf* intf : selectIntfs( route, filter ) ) {
-      if ( intf->forward() ) outgoing.push_back( outgoingJson( *intf ) );
+// Why an interface does not forward; empty where that is not known.
+std::string reason( const Outgoing& outgoing ) {
+   if ( outgoing.incoming ) return "incoming-interface";
+   if ( outgoing.forwards != false ) return "";
+   for ( const Olist& list : outgoing.olists ) {
+      if ( list.decides ) return "no-receivers";
+      for ( const Term& term : list.terms )
+         if ( term.decides ) return term.name;
    }
-   json["pimsm-state:flags"] = route.routeFlagsString();
-   json["pimsm-state:rpf-attached"] = route.rpfAttached();
-   json["pimsm-state:upstream-join-state"] = stringValue( route.upJoinState() );
-   json["pimsm-state:upstream-rpt-state"] = stringValue( route.upRptState() );
-   Json& interfaces = json["pimsm-state:interface"] = Json::array();
-   for ( const Intf* intf : selectIntfs( route, filter ) ) {
-      interfaces.push_back( intfJson( *intf, now ) );
-   }
-   return json;
+   return "";
 }
+
+// Makes the entries of a mirror's routes.
+class Entries {
+ public:
+   Entries( const Mirror& mirror, const RouteFilter& filter, double now )
+      : mirror_( mirror ),
+        filter_( filter ),
+        ranges_( mirror.family, *mirror.agent ),
+        now_( now ) {}
+
+   Json route( const Route& route ) const {
+      const bool wildcard = route.key().source.isUnspecified();
+      Json json = key( route, wildcard );
+      if ( !wildcard ) json["is-spt"] = route.spTree();
+      addIncoming( json, route );
+      addGroup( json, route );
+      if ( !wildcard ) json["msdp-learned"] = route.msdpDiscovered();
+      addSince( json, "up-time", route.creationTime(), now_ );
+      const auto intfs = selectIntfs( route, filter_ );
+      Json& outgoing = json["outgoing-interface"] = Json::array();
+      for ( const Intf* intf : intfs ) {
+         if ( !intf->forward() ) continue;
+         outgoing.push_back( { { "name", std::string( intf->intfId().name() ) },
+                               { "jp-state", jpState( *intf ) } } );
+      }
+      addState( json, route );
+      Json& all = json["pimsm-state:interface"] = Json::array();
+      for ( const Intf* intf : intfs ) all.push_back( interface( *intf ) );
+      return json;
+   }
+
+   // Where the RP tree brings the source's traffic in, and who pruned it off there.
+   Json rpt( const Route& route ) const {
+      Json json = key( route, true );
+      addIntf( json, "incoming-interface", route.rpfWc().intfId );
+      addNeighbor( json, "rpf-neighbor", route.rpfWc().neighbor );
+      addGroup( json, route );
+      json["pimsm-state:upstream-rpt-state"] =
+         yangName( stringValue( route.upRptState() ), "upRpt" );
+      Json& all = json["pimsm-state:interface"] = Json::array();
+      for ( const Intf* intf : selectIntfs( route, filter_ ) ) {
+         if ( intf->rptState() == Intf::rptNoInfo ) continue;
+         Json entry;
+         entry["name"] = std::string( intf->intfId().name() );
+         entry["rpt-state"] = yangName( stringValue( intf->rptState() ), "rpt" );
+         addSince( entry, "since-last-rpt-prune", intf->lastRptPruneReceived(),
+                   now_ );
+         all.push_back( std::move( entry ) );
+      }
+      return json;
+   }
+
+ private:
+   static Json key( const Route& route, bool rpt ) {
+      const auto& key = route.key();
+      Json json;
+      json["group"] = Vantu::valueToStrep( key.group );
+      json["source-address"] =
+         key.source.isUnspecified() ? "*" : Vantu::valueToStrep( key.source );
+      json["is-rpt"] = rpt;
+      return json;
+   }
+
+   static void addIncoming( Json& json, const Route& route ) {
+      const Vantu::IntfId intfId = Published::incomingIntf( route );
+      const Rpf rpf = Published::incomingRpf( route );
+      addIntf( json, "incoming-interface", intfId );
+      // A border router's interface has no neighbour of its own.
+      if ( rpf.intfId == intfId ) addNeighbor( json, "rpf-neighbor", rpf.neighbor );
+   }
+
+   void addGroup( Json& json, const Route& route ) const {
+      const auto specific = ranges_.sourceSpecific( route.key().group );
+      if ( specific )
+         json["mode"] =
+            *specific ? "ietf-pim-base:pim-ssm" : "ietf-pim-base:pim-asm";
+      if ( specific == true ) return;
+      if ( const auto rp = ranges_.rp( route.key().group ) )
+         json["rp-address"] = Vantu::valueToStrep( *rp );
+   }
+
+   static void addState( Json& json, const Route& route ) {
+      json["pimsm-state:flags"] = flagsText( route );
+      addPath( json, "pimsm-state:rpf", route.rpf(), route.rpfAttached() );
+      addPath( json, "pimsm-state:previous-rpf", route.prevRpf(), false );
+      addPath( json, "pimsm-state:fast-reroute-rpf", route.rpfFrr(),
+               route.rpfFrrAttached() );
+      addIntf( json, "pimsm-state:border-router-interface", route.mbrIif() );
+      json["pimsm-state:upstream-join-state"] =
+         yangName( stringValue( route.upJoinState() ), "up" );
+      Json& change = json["pimsm-state:interface-switch"];
+      change["state"] = yangName( stringValue( route.iifSwitchState() ) );
+      change["pending"] = route.iifSwitchPending();
+   }
+
+   Json interface( const Intf& intf ) const {
+      Json json;
+      json["name"] = std::string( intf.intfId().name() );
+      json["forwarding"] = intf.forward();
+      if ( !intf.forward() ) {
+         const std::string why = reason( outgoingOf( mirror_, intf ) );
+         if ( !why.empty() ) json["not-forwarding-reason"] = why;
+      }
+      json["fast-failover-forwarding"] = intf.fastForward();
+      json["join-state"] = jpState( intf );
+      addSince( json, "since-last-join", intf.lastJoinReceived(), now_ );
+      const Sm::AssertInfo& info = intf.assertInfo();
+      json["assert-state"] = yangName( stringValue( info.assertState ), "assert" );
+      if ( info.assertState != Sm::assertNoInfo )
+         json["assert-winner"] = winnerJson( info.assertWinnerMetric );
+      json["local-receiver-include"] = intf.localReceiverInclude();
+      json["local-receiver-exclude"] = intf.localReceiverExclude();
+      json["to-be-deleted"] = intf.toBeDeleted();
+      return json;
+   }
+
+   const Mirror& mirror_;
+   const RouteFilter& filter_;
+   Published::GroupRanges ranges_;
+   double now_;
+};
 
 bool hasRptState( const Route& route ) {
    for ( const Intf& intf : route.routeIntf() ) {
@@ -95,36 +203,24 @@ bool hasRptState( const Route& route ) {
    return route.upRptState() == Sm::upRptPruned;
 }
 
-// The second entry of an (S,G) route: where the RP tree would bring it in.
-Json rptJson( const Route& route ) {
-   Json json;
-   json["group"] = addressText( route.key().group );
-   json["source-address"] = addressText( route.key().source );
-   json["is-rpt"] = true;
-   addRpf( json, route.rpfWc() );
-   return json;
 }
 
-}
-
-Json envelope( const Mirror& mirror, Json data ) {
-   Json json;
-   json["vrf"] = mirror.vrf();
-   json["family"] = familyName( mirror.family );
-   json["writer"] = mirror.writerAlive() ? "running" : "gone";
-   json["data"] = std::move( data );
-   return json;
-}
-
-Json routesJson( const Mirror& mirror, const RouteFilter& filter, double now ) {
-   Json list = Json::array();
+std::vector<Json> routeEntries( const Mirror& mirror, const RouteFilter& filter,
+                                double now ) {
+   const Entries entries( mirror, filter, now );
+   std::vector<Json> all;
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
-      list.push_back( routeJson( *route, filter, now ) );
-      if ( !route->key().source.isUnspecified() && hasRptState( *route ) ) {
-         list.push_back( rptJson( *route ) );
-      }
+      all.push_back( entries.route( *route ) );
+      if ( !route->key().source.isUnspecified() && hasRptState( *route ) )
+         all.push_back( entries.rpt( *route ) );
    }
-   return list;
+   return all;
+}
+
+Json routesJson( const Mirror& mirror, std::vector<Json> entries ) {
+   Json json;
+   json[familyName( mirror.family ) + "-route"] = std::move( entries );
+   return json;
 }
 
 }

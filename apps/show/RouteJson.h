@@ -1,4 +1,4 @@
-// Routes as JSON: names of ietf-pim-base where it has them (RFC 9128),
+// Routes as the topology-tree-info of ietf-pim-base (RFC 9128) has them, with
 // `pimsm-state:` members for the rest. What the tables do not tell is left out.
 #pragma once
 
@@ -8,12 +8,15 @@
 
 namespace Show {
 
-// One mirror's envelope: vrf, family, writer, data.
-nlohmann::ordered_json envelope( const Mirror& mirror,
-                                 nlohmann::ordered_json data );
+// The matching routes' entries, in order: a (*,G) route's is of the RP tree, an (S,G)
+// route's is not; its (S,G,rpt) state, where there is any, has a second entry. `now`:
+// seconds, CLOCK_MONOTONIC.
+std::vector<nlohmann::ordered_json> routeEntries( const Mirror& mirror,
+                                                  const RouteFilter& filter,
+                                                  double now );
 
-// The matching routes, an (S,G) route with (S,G,rpt) state as a second entry.
-nlohmann::ordered_json routesJson( const Mirror& mirror, const RouteFilter& filter,
-                                   double now );
+// topology-tree-info with these entries.
+nlohmann::ordered_json routesJson( const Mirror& mirror,
+                                   std::vector<nlohmann::ordered_json> entries );
 
 }

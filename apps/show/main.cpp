@@ -17,6 +17,7 @@
 #include "apps/show/StatusReport.h"
 #include "apps/show/Watch.h"
 #include "apps/show/Words.h"
+#include "apps/show/YangData.h"
 
 namespace Show {
 
@@ -33,7 +34,7 @@ Json countJson( const Mirror& mirror, size_t matching ) {
    Json json;
    json["matching"] = matching;
    json["routes"] = mirror.model->route().size();
-   return envelope( mirror, std::move( json ) );
+   return envelope( mirror, "pimsm-state:route-count", std::move( json ) );
 }
 
 void printRouteText( const Mirrors& mirrors, const Arguments& arguments ) {
@@ -51,8 +52,9 @@ void printRouteText( const Mirrors& mirrors, const Arguments& arguments ) {
    }
 }
 
-void printJsonDocument( const Json& document ) {
-   std::cout << document.dump( 2, ' ', false, Json::error_handler_t::replace )
+// `indent`: -1 for a line.
+void printJsonDocument( const Json& document, int indent = 2 ) {
+   std::cout << document.dump( indent, ' ', false, Json::error_handler_t::replace )
              << '\n';
 }
 
@@ -64,17 +66,20 @@ void printJson( const Mirrors& mirrors, const Arguments& arguments ) {
             *mirror, selectRoutes( *mirror, arguments.filter ).size() ) );
          continue;
       }
-      Json list = routesJson( *mirror, arguments.filter, mirrors.now() );
-      if ( arguments.jsonLines ) {
-         for ( Json& route : list ) {
-            document.push_back( envelope( *mirror, std::move( route ) ) );
-         }
+      std::vector<Json> entries =
+         routeEntries( *mirror, arguments.filter, mirrors.now() );
+      const auto add = [&]( std::vector<Json> some ) {
+         document.push_back( envelope( *mirror, "topology-tree-info",
+                                       routesJson( *mirror, std::move( some ) ) ) );
+      };
+      if ( arguments.json ) {
+         add( std::move( entries ) );
       } else {
-         document.push_back( envelope( *mirror, std::move( list ) ) );
+         for ( Json& entry : entries ) add( { std::move( entry ) } );
       }
    }
    if ( arguments.json ) return printJsonDocument( document );
-   for ( const Json& line : document ) std::cout << line.dump() << '\n';
+   for ( const Json& line : document ) printJsonDocument( line, -1 );
 }
 
 ExitStatus printRoutes( const Mirrors& mirrors, const Arguments& arguments ) {
@@ -98,17 +103,18 @@ bool isEmpty( const Interfaces& selected ) {
    return selected.empty();
 }
 
-// What `select` finds in each mirror, by `text` or `json`.
+// What `select` finds in each mirror, by `text`, or by `json` as the member `member`.
 template <class Select, class Text, class ToJson>
 ExitStatus printSelected( const Mirrors& mirrors, const Arguments& arguments,
-                          Select select, Text text, ToJson json ) {
+                          Select select, Text text, const char* member,
+                          ToJson json ) {
    Json document = Json::array();
    bool first = true, matching = false;
    for ( const auto& mirror : mirrors.all() ) {
       auto selected = select( *mirror, arguments.filter );
       matching = matching || !isEmpty( selected );
       if ( arguments.json ) {
-         document.push_back( envelope( *mirror, json( selected ) ) );
+         document.push_back( envelope( *mirror, member, json( selected ) ) );
       } else {
          printText( ( first ? "" : "\n" ) + text( *mirror, selected ) );
       }
@@ -125,7 +131,8 @@ ExitStatus printChecked( const Mirrors& mirrors, const Arguments& arguments ) {
       const Checked checked = check( *mirror, arguments.filter );
       found = found || !checked.findings.empty();
       if ( arguments.json ) {
-         document.push_back( envelope( *mirror, checkJson( checked ) ) );
+         document.push_back(
+            envelope( *mirror, "pimsm-state:check", checkJson( checked ) ) );
       } else {
          printText( checkText( *mirror, checked ) );
       }
@@ -144,15 +151,17 @@ ExitStatus printMetrics( const Mirrors& mirrors, const Arguments& arguments ) {
    return done;
 }
 
-// Of every mirror the same, by `text` or `json`, apart by `between`.
+// Of every mirror the same, by `text` and apart by `between`, or by `json` as the member
+// `member`.
 template <class Text, class ToJson>
 ExitStatus printEach( const Mirrors& mirrors, const Arguments& arguments,
-                      const char* between, Text text, ToJson json ) {
+                      const char* between, Text text, const char* member,
+                      ToJson json ) {
    Json document = Json::array();
    bool first = true;
    for ( const auto& mirror : mirrors.all() ) {
       if ( arguments.json ) {
-         document.push_back( envelope( *mirror, json( *mirror ) ) );
+         document.push_back( envelope( *mirror, member, json( *mirror ) ) );
       } else {
          printText( ( first ? "" : between ) + text( *mirror ) );
       }
@@ -168,8 +177,10 @@ ExitStatus printExplanations( const Mirrors& mirrors, const Arguments& arguments
    for ( const auto& mirror : mirrors.all() ) {
       if ( !knows( *mirror, arguments.question ) ) continue;
       if ( arguments.json ) {
+         Json answer;
+         answer["answer"] = explainJson( *mirror, arguments.question );
          document.push_back(
-            envelope( *mirror, explainJson( *mirror, arguments.question ) ) );
+            envelope( *mirror, "pimsm-state:explanation", std::move( answer ) ) );
       } else {
          printText( ( known ? "\n" : "" ) +
                     explainText( *mirror, arguments.question, mirrors.now() ) +
@@ -232,19 +243,21 @@ ExitStatus print( Mirrors& mirrors, const Arguments& arguments ) {
          return printChecked( mirrors, arguments );
       case interfacesCommand:
          return printSelected( mirrors, arguments, interfacesOf, interfacesText,
-                               interfacesJson );
+                               "pimsm-state:interface-total", interfacesJson );
       case statusCommand:
-         return printEach( mirrors, arguments, "", statusText, statusJson );
+         return printEach( mirrors, arguments, "", statusText, "pimsm-state:status",
+                           statusJson );
       case histogramCommand:
-         return printEach( mirrors, arguments, "\n", histogramText, histogramJson );
+         return printEach( mirrors, arguments, "\n", histogramText,
+                           "pimsm-state:histogram", histogramJson );
       case explainCommand:
          return printExplanations( mirrors, arguments );
       case registersCommand:
          return printSelected( mirrors, arguments, selectRegisters, registersText,
-                               registersJson );
+                               "pimsm-state:register", registersJson );
       case advertisedCommand:
          return printSelected( mirrors, arguments, selectAdvertised, advertisedText,
-                               advertisedJson );
+                               "pimsm-state:advertised", advertisedJson );
       default:
          return printRoutes( mirrors, arguments );
    }

@@ -68,7 +68,7 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
       { "status", 0, 0, "forwarding process unknown" },
       { "check", 1, 0, "unresolved-rpf   (203.0.113.9, 239.0.0.1)" },
       { "check --vrf red", 0, 1, "0 found" },
-      { "check --group 239.9.9.9 -4 --json", 0, 0, "\"findings\": []" },
+      { "check --group 239.9.9.9 -4 --json", 0, 0, "\"finding\": []" },
       { "interfaces --iface eth5 -4 --vrf default", 0, 4, "eth5" },
       { "interfaces --iface eth77", 1, 5, "0 interfaces" },
       { "-4 --vrf default --group 239.1.2.0/24 --kind sg --iif eth1 --iface eth3",
@@ -95,7 +95,7 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
       { "histogram --vrf red", 0, 2, "from 0 mirrored routes" },
       { "histogram -6 --json", 0, 0, "\"address\": \"::\"" },
       { "--group 239.9.9.9", 1, 5, "0 of 5 routes" },
-      { "--iface eth9 --json", 1, 20, "" } };
+      { "--iface eth9 --json", 1, 0, "\"ipv4-route\": []" } };
    for ( const AskedRow& row : rows ) {
       SCOPED_TRACE( row.options );
       Ended ended = shown( row.options );
@@ -260,24 +260,115 @@ TEST_F( ShowProgram, ShowsWhatAGoneAgentLeft ) {
       << "not found says more than gone";
 }
 
+// The member of an envelope's address family.
+const nlohmann::json& dataOf( const nlohmann::json& envelope, const char* member ) {
+   return envelope.at( "data" )
+      .at( "ietf-network-instance:network-instances" )
+      .at( "network-instance" )
+      .at( 0 )
+      .at( "vrf-root" )
+      .at( "ietf-routing:routing" )
+      .at( "control-plane-protocols" )
+      .at( "ietf-pim-base:pim" )
+      .at( "address-family" )
+      .at( 0 )
+      .at( member );
+}
+
 TEST_F( ShowShownRouter, GivesOneJsonDocument ) {
    auto routes = json( "--json" );
    ASSERT_EQ( routes.size(), 3U );
    EXPECT_EQ( routes[0]["vrf"], "default" );
    EXPECT_EQ( routes[0]["family"], "ipv4" );
    EXPECT_EQ( routes[0]["writer"], "running" );
-   EXPECT_EQ( routes[0]["data"].size(), 6U ) << "five, one with a second entry";
+   const char* tree = "topology-tree-info";
+   EXPECT_EQ( dataOf( routes[0], tree )["ipv4-route"].size(), 6U )
+      << "five, one with a second entry";
    EXPECT_EQ( routes[2]["vrf"], "red" );
-   EXPECT_TRUE( routes[2]["data"].empty() );
-   EXPECT_EQ( json( "status --json" )[0]["data"]["sg-routes"], 3 );
+   EXPECT_TRUE( dataOf( routes[2], tree )["ipv4-route"].empty() );
+   EXPECT_EQ(
+      dataOf( json( "status --json" )[0], "pimsm-state:status" )["sg-routes"], 3 );
    auto count = json( "-4 --vrf default --kind wc --count --json" );
-   EXPECT_EQ( count[0]["data"]["matching"], 2 );
-   EXPECT_EQ( count[0]["data"]["routes"], 5 );
-   std::istringstream lines( shown( "--json-lines" ).out );
+   EXPECT_EQ( dataOf( count[0], "pimsm-state:route-count" ),
+              nlohmann::json( { { "matching", 2 }, { "routes", 5 } } ) );
+   std::istringstream lines( shown( "-4 --json-lines" ).out );
    for ( std::string line; std::getline( lines, line ); ) {
-      auto route = nlohmann::json::parse( line );
-      EXPECT_TRUE( route["data"].contains( "group" ) ) << line;
+      auto envelope = nlohmann::json::parse( line );
+      EXPECT_EQ( dataOf( envelope, tree )["ipv4-route"].size(), 1U ) << line;
    }
+}
+
+// Every state of a route and of its interfaces.
+void addShapes( SmTest::Vrf vrf ) {
+   namespace Sm = Routing::Pim::SparseMode;
+   auto wc = vrf.wc( "239.9.0.1" ).rpTree().rpf( "eth0" );
+   auto sg = vrf.sg( "192.0.2.1", "239.9.0.1" ).rpf( "eth1" ).attached();
+   sg.prevRpf( "eth2" ).rpfFrr( SmTest::rpfBy( "eth3" ) ).mbr( "eth4" ).upJoined();
+   sg->routeFlagsIs( Sm::Route::RouteFlags( Sm::Route::RouteFlags::limit ) );
+   int next = 0;
+   const auto intf = [&]( SmTest::RouteBuilder route ) {
+      return route.intf( "eth" + std::to_string( next++ % 10 ) );
+   };
+   for ( auto state :
+         { Sm::Intf::noInfo, Sm::Intf::prunePending, Sm::Intf::joined } )
+      intf( sg ).joinState( state ).include().exclude()->forwardIs( true );
+   intf( sg ).lostAssert( "[R] 192.0.2.9 [2147483647/4294967295]" );
+   intf( sg ).wonAssert( "[S] 192.0.2.8 [0/0]" )->toBeDeletedIs( true );
+   for ( auto switched : { Sm::Route::notSwitching, Sm::Route::switchIifUpdated,
+                           Sm::Route::wrongVifRecd, Sm::Route::intervalElapsed,
+                           Sm::Route::hwSwitchComplete } ) {
+      auto route =
+         vrf.sg( "192.0.2." + std::to_string( 10 + next++ ), "239.9.0.1" );
+      route.iifSwitching( switched )->iifSwitchPendingIs( true );
+      for ( auto state :
+            { Sm::upRptNotPruned, Sm::upRptNotJoined, Sm::upRptPruned } )
+         vrf.sg( "192.0.2." + std::to_string( 100 + next++ ), "239.9.0.1" )
+            .upRpt( state );
+   }
+   for ( auto state :
+         { Sm::Intf::rptNoInfo, Sm::Intf::rptPruned, Sm::Intf::rptPrunePending,
+           Sm::Intf::rptPruneTemp, Sm::Intf::rptPrunePendingTemp } ) {
+      auto pruned = intf( vrf.sg( "192.0.2.99", "239.9.0.1" ).rpTree() );
+      pruned.rptState( state )->lastRptPruneReceivedIs( 1 );
+      wc.intf( pruned->intfId().name() ).joined();
+   }
+   // Each thing that keeps an interface out.
+   auto kept = vrf.sg( "192.0.2.98", "239.9.0.1" ).spTree().rpf( "eth9" );
+   for ( const char* name : { "eth7", "eth8", "eth9" } ) kept.intf( name );
+   kept.intf( "eth8" ).joined().lostAssertTo( "192.0.2.66" );
+   auto excluded = vrf.sg( "192.0.2.97", "239.9.0.1" );
+   excluded.intf( "eth3" ).exclude();
+   wc.intf( "eth3" ).include();
+   excluded.intf( "eth4" ).lostAssertTo( "192.0.2.66" );
+   wc.intf( "eth4" ).joined();
+   excluded.intf( "eth5" );
+   wc.intf( "eth5" ).joined().lostAssertTo( "192.0.2.66" );
+}
+
+// Says what yanglint says; skips without it, or without the IETF modules.
+TEST_F( ShowShownRouter, JsonIsValidByItsYangModules ) {
+   router.publishInterfaces();
+   router.publishGroups();
+   addShapes( router.ipv4.vrf() );
+   router.ipv4.publish();
+   const char* named = std::getenv( "PIMSM_YANG" );
+   Program::Arguments command = {
+      PIMSM_YANG_CHECK, named != nullptr ? named : PIMSM_YANG_MODULES,
+      PIMSM_YANG_MODULE,
+      "Port-Channel20,eth0,eth1,eth2,eth3,eth4,eth5,eth6,eth7,eth8,eth9" };
+   for ( const char* options :
+         { "routes", "routes --count", "routes --json-lines --kind wc",
+           "interfaces", "registers", "advertised", "histogram", "status", "check",
+           "explain 198.51.100.7 239.1.2.3",
+           "explain 198.51.100.7 239.1.2.3 eth3 --macro lostAssertSg" } ) {
+      std::string all = options;
+      if ( all.find( "--json-lines" ) == std::string::npos ) all += " --json";
+      command.push_back( empty.path() + '/' + std::to_string( command.size() ) );
+      std::ofstream( command.back() ) << shown( all ).out;
+   }
+   const Ended ended = Mox::Test::runToEnd( command );
+   if ( ended.status == 77 ) GTEST_SKIP() << ended.out;
+   EXPECT_EQ( ended.status, 0 ) << ended.out << ended.err;
 }
 
 }

@@ -87,6 +87,19 @@ class ShownRouter {
       intf( "eth9", "203.0.113.130", true, 0 );
    }
 
+   // RPs of the VRF default, IPv4, and the default source-specific range. Goes after
+   // publishInterfaces().
+   void publishGroups() {
+      ::Published::publishRps( *agent, { { { SmTest::addr( "239.0.0.0" ), 8 },
+                                           SmTest::addr( "192.0.2.9" ) },
+                                         { { SmTest::addr( "239.1.10.0" ), 24 },
+                                           SmTest::addr( "192.0.2.254" ) } } );
+      using ::Published::Text;
+      ::Published::publishSettings(
+         *agent, { { Text<32>( "ssmFilter" ), Text<224>( "" ) },
+                   { Text<32>( "access-rules" ), Text<224>( "0" ) } } );
+   }
+
    // Some of what the agent counts.
    void publishProcess() {
       process =

@@ -16,6 +16,7 @@
 #include "apps/show/RouteJson.h"
 #include "apps/show/RouteText.h"
 #include "apps/show/StatusReport.h"
+#include "apps/show/YangData.h"
 #include "tests/apps/show/Published.h"
 #include "tests/support/Damage.h"
 
@@ -102,9 +103,11 @@ TEST_F( Reports, InterfacesAndCheck ) {
    const Checked checked = check( mirror, {} );
    expectGolden( "interfaces.txt", interfacesText( mirror, interfaces ) + '\n' +
                                       checkText( mirror, checked ) );
-   expectGolden( "interfaces.json",
-                 envelope( mirror, interfacesJson( interfaces ) ).dump( 2 ) + '\n' +
-                    checkJson( checked ).dump( 2 ) + '\n' );
+   expectGolden( "interfaces.json", envelope( mirror, "pimsm-state:interface-total",
+                                              interfacesJson( interfaces ) )
+                                          .dump( 2 ) +
+                                       '\n' + checkJson( checked ).dump( 2 ) +
+                                       '\n' );
    RouteFilter filter;
    filter.iface = "eth5";
    EXPECT_EQ( interfacesText( view.mirror( "default", Vantu::AddressFamily::ipv4 ),
@@ -162,8 +165,10 @@ TEST_F( Reports, RegistersAndAdvertised ) {
       Advertised advertised = selectAdvertised( *mirror, {} );
       text += registersText( *mirror, registers ) + '\n' +
               advertisedText( *mirror, advertised ) + '\n';
-      document.push_back( envelope( *mirror, registersJson( registers ) ) );
-      document.push_back( envelope( *mirror, advertisedJson( advertised ) ) );
+      document.push_back(
+         envelope( *mirror, "pimsm-state:register", registersJson( registers ) ) );
+      document.push_back( envelope( *mirror, "pimsm-state:advertised",
+                                    advertisedJson( advertised ) ) );
    }
    expectGolden( "registers.txt", text );
    expectGolden( "registers.json", document.dump( 2 ) + '\n' );
@@ -225,10 +230,14 @@ TEST_F( Reports, OfWideThingsOnANarrowTerminal ) {
 }
 
 TEST_F( Reports, RoutesAsJson ) {
+   router.publishInterfaces();
+   router.publishGroups();
+   View later( router.root.path() );
    auto document = nlohmann::ordered_json::array();
-   for ( const auto& mirror : view.all().all() ) {
-      document.push_back(
-         envelope( *mirror, routesJson( *mirror, {}, ShownRouter::now ) ) );
+   for ( const auto& mirror : later.all().all() ) {
+      document.push_back( envelope(
+         *mirror, "topology-tree-info",
+         routesJson( *mirror, routeEntries( *mirror, {}, ShownRouter::now ) ) ) );
    }
    expectGolden( "routes.json", document.dump( 2 ) + '\n' );
 }
@@ -267,7 +276,8 @@ TEST_F( Reports, Status ) {
    View later( router.root.path() );
    for ( const auto& mirror : later.all().all() ) {
       text += statusText( *mirror );
-      document.push_back( envelope( *mirror, statusJson( *mirror ) ) );
+      document.push_back(
+         envelope( *mirror, "pimsm-state:status", statusJson( *mirror ) ) );
    }
    expectGolden( "status.txt", withoutAges( withoutGenerations( text ) ) );
    expectGolden( "status.json",
@@ -311,8 +321,10 @@ TEST_F( Reports, Histograms ) {
       text += histogramText( *mirror ) + '\n';
    expectGolden( "histogram.txt", text );
    const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
-   expectGolden( "histogram.json",
-                 envelope( mirror, histogramJson( mirror ) ).dump( 2 ) + '\n' );
+   expectGolden( "histogram.json", envelope( mirror, "pimsm-state:histogram",
+                                             histogramJson( mirror ) )
+                                         .dump( 2 ) +
+                                      '\n' );
 }
 
 TEST_F( Reports, SelectByVrfAndFamily ) {

@@ -97,6 +97,9 @@ Terminal::Key Terminal::key() {
          return top;
       case KEY_END:
          return bottom;
+      case 'L' & 0x1f:
+         clearok( curscr, true );
+         return other;
       default:
          return other;
    }

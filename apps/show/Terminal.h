@@ -31,7 +31,8 @@ class Terminal {
    bool full() const { return row_ >= rows() - 1; }
    void end( const std::string& footer );
 
-   // What was pressed next; `none` where nothing more was.
+   // What was pressed next; `none` where nothing more was. ^L has the next picture drawn
+   // anew, whatever the terminal shows.
    Key key();
 
  private:

@@ -38,6 +38,8 @@ size_t countLines( const std::string& text ) {
 
 class ShowProgram : public testing::Test {
  protected:
+   ShowProgram() { unsetenv( "COLUMNS" ); }  // a thing a line
+
    Mox::Test::TempRoot empty;
 };
 
@@ -73,8 +75,6 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
       { "interfaces --iface eth77", 1, 5, "0 interfaces" },
       { "-4 --vrf default --group 239.1.2.0/24 --kind sg --iif eth1 --iface eth3",
         0, 4, "vrf default ipv4: 1 of 5 routes, agent running" },
-      { "-4 --vrf default --kind wc --count", 0, 1,
-        "vrf default ipv4: 2 of 5 routes, agent running\n" },
       { "-4 --vrf default --group 239.1.2.3 --not-forwarding", 0, 6,
         "assert lost" },
       { "--json-lines", 0, 7, "" },
@@ -106,6 +106,53 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
       }
       EXPECT_NE( ended.out.find( row.says ), std::string::npos ) << ended.out;
    }
+}
+
+// How many routes of default IPv4, default IPv6 and red match.
+TEST_F( ShowShownRouter, CountsWhatEachFilterTakes ) {
+   const std::tuple<const char*, const char*, int> rows[] = {
+      { "", "5 1 0", 0 },
+      { "--vrf all", "5 1 0", 0 },
+      { "--vrf default", "5 1", 0 },
+      { "--vrf red", "0", 0 },
+      { "-4", "5 0", 0 },
+      { "-6", "1", 0 },
+      { "--group 239.1.2.3", "3 0 0", 0 },
+      { "--group ff00::/8", "0 1 0", 0 },
+      { "--source 198.51.100.0/24", "2 0 0", 0 },
+      { "--iface eth4", "2 0 0", 0 },
+      { "--iif eth0", "3 1 0", 0 },
+      { "--kind wc", "2 1 0", 0 },
+      { "--kind sg", "3 0 0", 0 },
+      { "--forwarding", "2 1 0", 0 },
+      { "--not-forwarding", "4 0 0", 0 },
+      { "--iface eth3 --not-forwarding", "1 0 0", 0 },
+      { "--vrf default -6 --kind wc --iif eth0 --iface eth1 --forwarding", "1", 0 },
+      { "-4 --vrf default --group 239.1.2.0/24 --source 198.51.100.0/24 --kind sg "
+        "--iif eth1 --iface eth2 --forwarding",
+        "1", 0 },
+      { "-4 --vrf default --group 239.1.2.0/24 --source 198.51.100.0/24 --kind sg "
+        "--iif eth1 --iface eth2 --not-forwarding",
+        "0", 1 } };
+   for ( const auto& [options, counts, status] : rows ) {
+      SCOPED_TRACE( options );
+      const Ended ended = shown( std::string( options ) + " --count" );
+      EXPECT_EQ( ended.status, status ) << ended.err;
+      std::istringstream lines( ended.out );
+      std::string found;
+      for ( std::string line; std::getline( lines, line ); )
+         found +=
+            ( found.empty() ? "" : " " ) +
+            std::to_string( std::stoi( line.substr( line.find( ": " ) + 2 ) ) );
+      EXPECT_EQ( found, counts ) << ended.out;
+   }
+}
+
+TEST_F( ShowShownRouter, SaysThatItCannotWrite ) {
+   const Ended ended = Mox::Test::runToEnd(
+      { "/bin/sh", "-c",
+        "exec " PIMSM_SHOW " --root " + router.root.path() + " >/dev/full" } );
+   expectComplaint( ended, 2, "cannot write the output" );
 }
 
 TEST_F( ShowProgram, RefusesWrongUsage ) {

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "apps/agent/config/ConfigReader.h"
+#include "apps/published/Vrfs.h"
 
 namespace Agent {
 namespace {
@@ -16,6 +17,7 @@ constexpr const char* kNoInterface =
    "the configuration names no interface with an address";
 
 using Vantu::AddressFamily;
+constexpr AddressFamily kFamilies[] = { AddressFamily::ipv4, AddressFamily::ipv6 };
 
 bool hasFamily( const VrfConfig& vrf, AddressFamily family ) {
    for ( const InterfaceConfig& interface : vrf.interfaces ) {
@@ -61,6 +63,7 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
    updateKernelRoutes();
    addFamilies( options_.config, families_ );
    if ( families_.empty() ) throw ConfigError( kNoInterface );
+   removeLeftovers();
    for ( const std::string& interface : options_.interfaces ) listen( interface );
    turnEnd_.emplace( loop_, [this] { handleTurnEnd(); } );
 }
@@ -71,7 +74,7 @@ Agent::~Agent() = default;
 // `made` then has those that came before.
 void Agent::addFamilies( const AgentConfig& config, Families& made ) {
    for ( const VrfConfig& vrf : config.vrfs ) {
-      for ( AddressFamily family : { AddressFamily::ipv4, AddressFamily::ipv6 } ) {
+      for ( AddressFamily family : kFamilies ) {
          if ( !hasFamily( vrf, family ) || find( vrf.name, family ) != nullptr )
             continue;
          made.push_back( std::make_unique<FamilyInstance>(
@@ -86,10 +89,30 @@ Agent::Families Agent::newFamilies( const AgentConfig& config ) {
    try {
       addFamilies( config, made );
    } catch ( ... ) {
-      for ( const auto& family : made ) family->retire();
+      made.clear();
+      for ( const VrfConfig& vrf : config.vrfs ) {
+         for ( AddressFamily family : kFamilies ) {
+            if ( find( vrf.name, family ) == nullptr )
+               FamilyInstance::removeTables( options_.root, family, vrf.name );
+         }
+      }
       throw;
    }
    return made;
+}
+
+// What VRFs left that went from the configuration while no agent ran.
+void Agent::removeLeftovers() {
+   for ( AddressFamily family : kFamilies ) {
+      for ( const L3::VrfName& vrf :
+            Published::vrfsUnder( options_.root, family ) ) {
+         if ( find( vrf, family ) != nullptr ) continue;
+         FamilyInstance::removeTables( options_.root, family, vrf );
+         options_.note(
+            fmt::format( "vrf {} {}: no longer configured, its tables are removed",
+                         vrf.name(), Vantu::valueToStrep( family ) ) );
+      }
+   }
 }
 
 FamilyInstance* Agent::find( const L3::VrfName& vrf, AddressFamily family ) const {

@@ -62,6 +62,7 @@ class Agent {
 
    void addFamilies( const AgentConfig& config, Families& made );
    Families newFamilies( const AgentConfig& config );
+   void removeLeftovers();
    FamilyInstance* find( const L3::VrfName& vrf,
                          Vantu::AddressFamily family ) const;
    std::vector<std::string> bindCaptures();

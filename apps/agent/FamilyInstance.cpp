@@ -4,6 +4,7 @@
 #include <set>
 
 #include "apps/agent/engine/Advertised.h"
+#include "apps/published/Vrfs.h"
 
 namespace Agent {
 
@@ -106,6 +107,17 @@ void FamilyInstance::retire() {
    manager_.removeTables( registers_->name() );
    manager_.removeTables( advertised_->name() );
    manager_.removeTables( published_->name() );
+}
+
+void FamilyInstance::removeTables( const std::string& root,
+                                   Vantu::AddressFamily family,
+                                   const L3::VrfName& vrf ) {
+   for ( const Mox::String& path :
+         { Sm::Brane::Status::mountPath( family, vrf ),
+           Sm::RegisterStatus::mountPath( family, vrf ),
+           Sm::AdvertisedSgStatus::mountPath( family, vrf ),
+           Published::FamilyStatus::mountPath( family, vrf ) } )
+      Published::removeTablesUnder( root + '/' + path );
 }
 
 // Before anything is published: the DR of a link is the one it was.

@@ -66,6 +66,11 @@ class FamilyInstance {
    // is to go next.
    void retire();
 
+   // The same of a VRF without an instance: as a former agent left it, or a constructor
+   // that threw. What has a writer stays.
+   static void removeTables( const std::string& root, Vantu::AddressFamily family,
+                             const L3::VrfName& vrf );
+
    // A decoded message that arrived on the interface.
    void receive( Vantu::IntfId intfId, const IpPacket& packet,
                  const Message& message );

@@ -4,43 +4,14 @@
 
 #include <algorithm>
 #include <ctime>
-#include <filesystem>
-#include <stdexcept>
 #include <tuple>
 
+#include "apps/published/Vrfs.h"
 #include "platform/shm/TableFiles.h"
 
 namespace Show {
 
 namespace Sm = Routing::Pim::SparseMode;
-
-namespace {
-
-// The directory that holds one family's VRFs, relative to the root.
-std::string vrfDirectory( Vantu::AddressFamily family ) {
-   std::string any = Sm::Brane::Status::mountPath( family, L3::VrfName( "x" ) );
-   return any.substr( 0, any.size() - 2 );
-}
-
-std::vector<L3::VrfName> vrfsUnder( const std::filesystem::path& directory,
-                                    const std::string& wanted ) {
-   std::vector<L3::VrfName> names;
-   std::error_code missing;
-   std::filesystem::directory_iterator entries( directory, missing );
-   if ( missing == std::errc::permission_denied ) {
-      throw std::runtime_error(
-         directory.string() + ": permission denied; join the group that owns it" );
-   }
-   for ( const auto& entry : entries ) {
-      std::string name = entry.path().filename().string();
-      if ( name.size() > L3::VrfName::maxLength ) continue;
-      if ( !std::filesystem::exists( entry.path() / "route", missing ) ) continue;
-      if ( wanted == "all" || wanted == name ) names.emplace_back( name );
-   }
-   return names;
-}
-
-}
 
 Mirror::Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
                 Vantu::AddressFamily mirrorFamily, const L3::VrfName& name )
@@ -155,9 +126,9 @@ Mirrors::Mirrors( const Selection& selection )
 
 void Mirrors::mountFamily( const Selection& selection,
                            Vantu::AddressFamily family ) {
-   std::filesystem::path directory( selection.root );
-   directory /= vrfDirectory( family );
-   for ( const L3::VrfName& name : vrfsUnder( directory, selection.vrf ) ) {
+   for ( const L3::VrfName& name :
+         Published::vrfsUnder( selection.root, family ) ) {
+      if ( selection.vrf != "all" && selection.vrf != name.name() ) continue;
       mirrors_.push_back(
          std::make_unique<Mirror>( manager_, clock_, family, name ) );
    }

@@ -1,6 +1,8 @@
 // SIGHUP: the configuration is read again while the agent runs.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "tests/apps/process/Site.h"
 
 namespace Agent {
@@ -44,6 +46,17 @@ TEST_F( Reload, VrfsComeAndGoWithTheirTables ) {
    agent.signal( SIGTERM );
    EXPECT_EQ( agent.wait(), 0 );
    EXPECT_EQ( statusOf( "blue" ), 5 );
+
+   // What went from the configuration while no agent ran goes at the next start.
+   write( "vrfs:\n" + vrf( "blue", "192.0.3.1/24" ) );
+   Program next( command() );
+   ASSERT_TRUE( next.untilErr( "vrf green ipv6: no longer configured" ) )
+      << next.err();
+   ASSERT_TRUE( next.untilErr( "replayed" ) ) << next.err();
+   EXPECT_EQ( statusOf( "blue" ), 0 );
+   EXPECT_EQ( statusOf( "green" ), 3 );
+   EXPECT_FALSE( std::filesystem::exists(
+      site.root() + "/routing6/pim/sparsemode/status/green" ) );
 }
 
 // Of two new VRFs the second finds a file in its tables' way.
@@ -51,7 +64,7 @@ TEST_F( Reload, AVrfThatCannotBeMountedBringsNoOther ) {
    write( "vrfs:\n" + vrf( "red", "192.0.2.1/24" ) );
    Program agent( command() );
    ASSERT_TRUE( agent.untilErr( "replayed" ) ) << agent.err();
-   site.write( "routing/pim/sparsemode/status/bad", "in the way" );
+   site.write( "routing/pim/sparsemode/agentstatus/bad", "in the way" );
    write( "vrfs:\n" + vrf( "red", "192.0.2.1/24" ) +
           vrf( "green", "192.0.3.1/24" ) + vrf( "bad", "192.0.4.1/24" ) );
    agent.signal( SIGHUP );
@@ -59,6 +72,11 @@ TEST_F( Reload, AVrfThatCannotBeMountedBringsNoOther ) {
       << agent.err();
    EXPECT_EQ( statusOf( "red" ), 0 );
    EXPECT_EQ( statusOf( "green" ), 3 );
+   // Nor is a trace left of the one that got half its tables.
+   for ( const char* name : { "green", "bad" } )
+      EXPECT_FALSE( std::filesystem::exists(
+         site.root() + "/routing/pim/sparsemode/status/" + name ) )
+         << name;
 }
 
 TEST_F( Reload, ABadFileChangesNothing ) {

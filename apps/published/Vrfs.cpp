@@ -1,0 +1,63 @@
+#include "apps/published/Vrfs.h"
+
+#include <filesystem>
+#include <set>
+#include <stdexcept>
+
+#include "export/Status.h"
+#include "platform/shm/Error.h"
+#include "platform/shm/TableFiles.h"
+#include "platform/trace/Trace.h"
+
+namespace Published {
+
+MOX_TRACE_FACILITY( trace, "Pimsm::Published" )
+
+namespace {
+
+// The directory that holds one family's VRFs, relative to the root.
+std::string directoryOf( Vantu::AddressFamily family ) {
+   const std::string any = Routing::Pim::SparseMode::Brane::Status::mountPath(
+      family, L3::VrfName( "x" ) );
+   return any.substr( 0, any.size() - 2 );
+}
+
+}
+
+std::vector<L3::VrfName> vrfsUnder( const std::string& root,
+                                    Vantu::AddressFamily family ) {
+   const auto directory = std::filesystem::path( root ) / directoryOf( family );
+   std::vector<L3::VrfName> names;
+   std::error_code missing;
+   std::filesystem::directory_iterator entries( directory, missing );
+   if ( missing == std::errc::permission_denied ) {
+      throw std::runtime_error(
+         directory.string() + ": permission denied; join the group that owns it" );
+   }
+   for ( const auto& entry : entries ) {
+      const std::string name = entry.path().filename().string();
+      if ( name.size() > L3::VrfName::maxLength ) continue;
+      if ( std::filesystem::exists( entry.path() / "route", missing ) )
+         names.emplace_back( name );
+   }
+   return names;
+}
+
+void removeTablesUnder( const std::string& directory ) {
+   std::error_code ignored;
+   std::set<std::string> tables;  // each of several files: "route", "route.bell"
+   for ( const auto& entry :
+         std::filesystem::directory_iterator( directory, ignored ) )
+      tables.insert( entry.path().parent_path() / entry.path().stem() );
+   for ( const std::string& table : tables ) {
+      try {
+         Brane::removeTableFiles( table );
+      } catch ( const Brane::TableError& e ) {
+         MOX_TRACE( trace, 0, e.what() );
+      }
+   }
+   if ( std::filesystem::is_directory( directory, ignored ) )
+      std::filesystem::remove( directory, ignored );
+}
+
+}

@@ -1,0 +1,21 @@
+// The VRFs that have tables, as the files say.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/net/AddressFamily.h"
+#include "platform/net/VrfName.h"
+
+namespace Published {
+
+// The VRFs whose route table stands under the root, in no order. Throws
+// std::runtime_error where the directory may not be read.
+std::vector<L3::VrfName> vrfsUnder( const std::string& root,
+                                    Vantu::AddressFamily family );
+
+// Removes the tables in a directory that have no writer, and the directory when it is
+// empty then. What cannot be removed stays.
+void removeTablesUnder( const std::string& directory );
+
+}

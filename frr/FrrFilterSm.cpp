@@ -1,5 +1,6 @@
 #include "frr/FrrFilterSm.h"
 
+#include "platform/acl/RulesNotifiee.h"
 #include "platform/pim/GroupTrie.h"
 
 namespace Routing::Pim::SparseMode {
@@ -43,19 +44,13 @@ class FrrFilterSm::MoxAclIpConfig : public Acl::AclTypeConfig::NotifieeConst {
    FrrFilterSm& sm_;
 };
 
-class FrrFilterSm::MoxAclConfig : public Acl::AclConfig::NotifieeConst {
+class FrrFilterSm::MoxAclConfig : public Acl::RulesNotifiee {
  public:
    MoxAclConfig( FrrFilterSm& sm, const Acl::AclConfig& list )
-      : sm_( sm ), moxCfg_( *this ) {
-      notifierIs( &list );
-      moxCfg_.notifierIs( list.currCfg() );
-   }
-   void onCurrCfg() override {
-      moxCfg_.notifierIs( notifier()->currCfg() );
-      handleCurrCfg();
-   }
+      : RulesNotifiee( list ), sm_( sm ) {}
 
-   void handleCurrCfg() {
+ private:
+   void onRules() override {
       if ( notifier() == nullptr ) return;
       MOX_TRACE( facility, 8,
                  FRR_HANDLER( "MoxAclConfig::handleCurrCfg()" )
@@ -64,18 +59,7 @@ class FrrFilterSm::MoxAclConfig : public Acl::AclConfig::NotifieeConst {
       if ( notifier()->name() == sm_.frrFilter() ) sm_.handleAllRules( notifier() );
    }
 
- private:
-   class MoxCfg : public Acl::AclSubConfig::NotifieeConst {
-    public:
-      explicit MoxCfg( MoxAclConfig& list ) : list_( list ) {}
-      void onRules() override { list_.handleCurrCfg(); }
-
-    private:
-      MoxAclConfig& list_;
-   };
-
    FrrFilterSm& sm_;
-   MoxCfg moxCfg_;
 };
 
 Mox::Ptr<FrrFilterSm> frrFilterSmFactory( ConfigPtr config,

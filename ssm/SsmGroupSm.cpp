@@ -1,5 +1,6 @@
 #include "ssm/SsmGroupSm.h"
 
+#include "platform/acl/RulesNotifiee.h"
 #include "platform/pim/GroupTrie.h"
 
 namespace Routing::Pim::SparseMode {
@@ -40,37 +41,20 @@ class SsmGroupSm::MoxAclIpConfig : public Acl::AclTypeConfig::NotifieeConst {
    SsmGroupSm& sm_;
 };
 
-class SsmGroupSm::MoxAclConfig : public Acl::AclConfig::NotifieeConst {
+class SsmGroupSm::MoxAclConfig : public Acl::RulesNotifiee {
  public:
    MoxAclConfig( SsmGroupSm& sm, const Acl::AclConfig& list )
-      : sm_( sm ), moxCfg_( *this ) {
-      notifierIs( &list );
-      moxCfg_.notifierIs( list.currCfg() );
-   }
-   void onCurrCfg() override {
-      moxCfg_.notifierIs( notifier()->currCfg() );
-      handleCurrCfg();
-   }
+      : RulesNotifiee( list ), sm_( sm ) {}
 
-   void handleCurrCfg() {
+ private:
+   void onRules() override {
       MOX_TRACE( facility, 8, "handleCurrCfg" );
       if ( notifier() == nullptr ) return;
       auto pin = sm_.pin();
       if ( notifier()->name() == sm_.ssmFilter() ) sm_.handleAllRules( notifier() );
    }
 
- private:
-   class MoxCfg : public Acl::AclSubConfig::NotifieeConst {
-    public:
-      explicit MoxCfg( MoxAclConfig& list ) : list_( list ) {}
-      void onRules() override { list_.handleCurrCfg(); }
-
-    private:
-      MoxAclConfig& list_;
-   };
-
    SsmGroupSm& sm_;
-   MoxCfg moxCfg_;
 };
 
 SsmGroupSm::SsmGroupSm( ConfigPtr config, AclTypeConfigPtr aclIpConfig,

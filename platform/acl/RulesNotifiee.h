@@ -1,0 +1,39 @@
+// Observes the rules of one access list, whichever sub-configuration holds them.
+#pragma once
+
+#include "platform/acl/AclConfig.h"
+
+namespace Acl {
+
+// Derive and override onRules(). May be destroyed inside it. Event-loop thread only.
+class RulesNotifiee : public AclConfig::NotifieeConst {
+ protected:
+   // No notification for what stands.
+   explicit RulesNotifiee( const AclConfig& list ) : current_( *this ) {
+      notifierIs( &list );
+      current_.notifierIs( list.currCfg() );
+   }
+
+   // The list has other rules, or another sub-configuration with any. The list may
+   // have none, or have gone: see notifier().
+   virtual void onRules() = 0;
+
+ private:
+   class Current : public AclSubConfig::NotifieeConst {
+    public:
+      explicit Current( RulesNotifiee& list ) : list_( list ) {}
+      void onRules() override { list_.onRules(); }
+
+    private:
+      RulesNotifiee& list_;
+   };
+
+   void onCurrCfg() override {
+      current_.notifierIs( notifier()->currCfg() );
+      onRules();
+   }
+
+   Current current_;
+};
+
+}

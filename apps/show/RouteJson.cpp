@@ -200,7 +200,7 @@ bool hasRptState( const Route& route ) {
    for ( const Intf& intf : route.routeIntf() ) {
       if ( intf.rptState() != Intf::rptNoInfo ) return true;
    }
-   return route.upRptState() == Sm::upRptPruned;
+   return route.upRptState() != Sm::upRptNotJoined;
 }
 
 }

@@ -46,12 +46,12 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
 void Family::interfacesIs( std::vector<Vantu::IntfId> interfaces ) {
    config_.interfaces = std::move( interfaces );
    vifs_.namesIs( config_.interfaces );
-   vifs_.update( links_ );
-   mfib_->markAll();
+   mfib_->handleVifs( vifs_.update( links_ ) );
 }
 
 void Family::handleLinks() {
-   if ( vifs_.update( links_ ) ) mfib_->markAll();
+   const VifSet changed = vifs_.update( links_ );
+   if ( changed.any() ) mfib_->handleVifs( changed );
 }
 
 void Family::takeUpcalls() {

@@ -12,6 +12,13 @@ MOX_TRACE_FACILITY( trace, "Pimsm::Mfib" )
 
 namespace Sm = Routing::Pim::SparseMode;
 
+namespace {
+
+// A number that no interface has: such an entry equals nothing that is wanted.
+constexpr unsigned kUnsure = kMaxVifs;
+
+}
+
 std::optional<Entry> wantedEntry( const Sm::Route& route, const Vifs& vifs ) {
    const Routing::Pim::RouteKey& key = route.key();
    if ( !key.group.isMulticast() || key.group.isLinkLocalMulticast() )
@@ -50,16 +57,22 @@ void Mfib::start( const std::vector<StandingEntry>& standing, bool unsure ) {
       for ( uint32_t index : told.outgoingIndexes ) {
          if ( auto vif = vifs_.vifOfIndex( index ) ) entry.outgoing.set( *vif );
       }
-      // A number that no interface has: equal to nothing that is wanted.
-      if ( unsure || !incoming ) entry.incoming = kMaxVifs;
+      if ( unsure || !incoming ) entry.incoming = kUnsure;
       standing_.emplace( told.key, entry );
    }
    started_ = true;
    markAll();
 }
 
-void Mfib::markAll() {
+void Mfib::handleVifs( const VifSet& changed ) {
    if ( !started_ ) return;
+   for ( auto& [key, entry] : standing_ ) {
+      if ( ( entry.outgoing & changed ).any() ) entry.incoming = kUnsure;
+   }
+   markAll();
+}
+
+void Mfib::markAll() {
    const double settled = clock()->now() - settleTime;
    for ( const Sm::Route& route : model_->route() ) {
       routes_.insert( route.key() );
@@ -104,7 +117,7 @@ VifSet Mfib::reached( const RouteKey& key ) const {
    if ( entry == standing_.end() ) return VifSet();
    VifSet out = entry->second.outgoing;
    bool shared = entry->first.source.isUnspecified();
-   if ( shared && entry->second.incoming < kMaxVifs )
+   if ( shared && entry->second.incoming != kUnsure )
       out.reset( entry->second.incoming );
    return out;
 }

@@ -53,8 +53,9 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    void start( const std::vector<StandingEntry>& standing, bool unsure );
    bool started() const { return started_; }
 
-   // Interfaces changed: every route is looked at again.
-   void markAll();
+   // Interfaces changed: every route is looked at again, and the entries with one of
+   // those numbers are written anew, whatever the kernel has of them.
+   void handleVifs( const VifSet& changed );
 
    // Writes the differences that are due. Called at the end of a turn.
    void write();
@@ -83,6 +84,7 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    };
 
    void onTime() override { write(); }
+   void markAll();
    void mark( const RouteKey& key );
    void markAt( const RouteKey& key, double time );
    std::optional<Entry> wanted( const RouteKey& key ) const;

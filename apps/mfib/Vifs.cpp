@@ -30,8 +30,8 @@ bool Vifs::adopt( const LinkTable& links ) {
       }
       Slot& slot = slots_[record.vif];
       slot.name = record.key;
-      if ( record.ifIndex == 0 ) continue;
-      bool stands = kernel_.vif( record.vif ).has_value() &&
+      // Entries may still name one that went, if their writing was cut short.
+      bool stands = record.ifIndex != 0 && kernel_.vif( record.vif ).has_value() &&
                     links.index( record.key ) == record.ifIndex;
       if ( stands ) slot.ifIndex = record.ifIndex;
       agrees = agrees && stands;
@@ -71,11 +71,11 @@ void Vifs::namesIs( const std::vector<IntfId>& names ) {
    }
 }
 
-bool Vifs::update( const LinkTable& links ) {
-   bool changed = false;
+VifSet Vifs::update( const LinkTable& links ) {
+   VifSet changed;
    for ( unsigned vif = 0; vif < kMaxVifs; ++vif ) {
       if ( slots_[vif].name.empty() ) continue;
-      changed |= updateSlot( vif, links.index( slots_[vif].name ) );
+      changed[vif] = updateSlot( vif, links.index( slots_[vif].name ) );
    }
    return changed;
 }
@@ -85,9 +85,10 @@ bool Vifs::updateSlot( unsigned vif, uint32_t ifIndex ) {
    if ( ifIndex == 0 && !slot.told )
       trouble_( fmt::format( "there is no interface {} yet", slot.name.name() ) );
    slot.told = ifIndex == 0;
-   if ( slot.ifIndex == ifIndex ) return false;
-   // The kernel takes a vif back by itself when the interface goes, but not when
-   // another takes its name.
+   // The kernel takes a vif back by itself when the interface goes, of which not all that
+   // happened may be known, but not when another takes its name.
+   const bool stands = ifIndex == 0 || kernel_.vif( vif ).has_value();
+   if ( slot.ifIndex == ifIndex && stands ) return false;
    if ( slot.ifIndex != 0 ) kernel_.vifDel( vif );
    slot.ifIndex = ifIndex;
    publish( vif, {} );

@@ -30,9 +30,10 @@ class Vifs {
    // left out.
    void namesIs( const std::vector<Vantu::IntfId>& names );
 
-   // Gives the kernel those that exist and takes back those that do not. True when
-   // something changed: entries are to be looked at again.
-   bool update( const LinkTable& links );
+   // Gives the kernel those that exist and takes back those that do not. The numbers that
+   // changed, also those that the kernel took back and has again: it forgot them in
+   // entries that were written meanwhile.
+   VifSet update( const LinkTable& links );
 
    // Nothing for an interface that the kernel does not forward with.
    std::optional<unsigned> vif( Vantu::IntfId name ) const;

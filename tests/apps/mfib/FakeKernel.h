@@ -25,7 +25,10 @@ class FakeKernel : public KernelTable {
    int entryIs( const Entry& entry ) override {
       if ( refused.count( entry.key ) != 0 ) return ENOMEM;
       ++writes;
-      entries[entry.key] = entry;
+      // Silently without the interfaces that it does not have.
+      Entry& kept = entries[entry.key] = entry;
+      for ( unsigned vif = 0; vif < kMaxVifs; ++vif )
+         kept.outgoing[vif] = kept.outgoing[vif] && vifs.count( vif ) != 0;
       return 0;
    }
    int entryDel( const Routing::Pim::RouteKey& key ) override {

@@ -265,8 +265,19 @@ TEST_F( Forwards, InterfacesThatComeAndGo ) {
    follow( 0.0 );
    EXPECT_EQ( kernel->vifs.at( 1 ), 21u );
    EXPECT_EQ( outgoing( kSg ), "1" );
+   // It goes and is back before anybody tells, and an entry is written meanwhile.
+   kernel->vifs.erase( 1 );
+   forward( own, "eth2" );
+   publish();
+   EXPECT_EQ( outgoing( kSg ), "2" );
+   links.linkDel( 21 );
+   family->handleLinks();
+   links.linkIs( 31, intfId( "eth1" ) );
+   family->handleLinks();
+   follow( 0.0 );
+   EXPECT_EQ( outgoing( kSg ), "1 2" );
    // Renamed: another interface is no stand-in.
-   links.linkIs( 21, intfId( "lan" ) );
+   links.linkIs( 31, intfId( "lan" ) );
    links.linkDel( 10 );
    family->handleLinks();
    follow( 1.0 );
@@ -357,6 +368,9 @@ TEST_F( Forwards, AnyWalkEndsInStep ) {
             break;
          case 1: {
             uint32_t index = 10 + pick( 4 );
+            // The kernel is the first to know.
+            kernel->vifs.erase( index - 10 );
+            if ( pick( 2 ) == 0 ) publish();
             links.linkDel( index );
             links.linkDel( index + 100 );
             if ( pick( 3 ) != 0 )
@@ -388,7 +402,7 @@ TEST_F( Forwards, AnyWalkEndsInStep ) {
                                         L3::VrfName( "default" ) ),
       Brane::tableWriter, 1000 );
    Vifs vifs( *kernel, &tables, []( const std::string& ) {} );
-   ASSERT_TRUE( vifs.adopt( links ) );
+   vifs.adopt( links );
    std::map<RouteKey, Entry> wanted;
    for ( const Sm::Route& route : agent.model->route() ) {
       if ( auto entry = wantedEntry( route, vifs ) ) wanted[route.key()] = *entry;

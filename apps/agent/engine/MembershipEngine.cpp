@@ -70,11 +70,18 @@ bool MembershipEngine::accept( const MembershipRecord& record ) {
    return false;
 }
 
-// Another router is the querier; its times count (RFC 3376, 4.1.6, 4.1.7 and 6.6.1).
+// Another router is the querier; its times count, or the defaults where it does not tell
+// them (RFC 3376, 4.1.6 and 4.1.7; RFC 3810, 5.1.8 and 5.1.9). Older versions have none to
+// tell.
 void MembershipEngine::receiveQuery( IntfId intfId, const MembershipQuery& query ) {
    Link& link = links_[intfId];
-   if ( query.robustness != 0 ) link.times.robustness = query.robustness;
-   if ( query.interval != 0.0 ) link.times.queryInterval = query.interval;
+   if ( query.version >= 3 ) {
+      const MembershipTimes defaults;
+      link.times.robustness =
+         query.robustness != 0 ? query.robustness : defaults.robustness;
+      link.times.queryInterval =
+         query.interval != 0.0 ? query.interval : defaults.queryInterval;
+   }
    if ( query.group.isUnspecified() ) {
       if ( query.maxResponse != 0.0 ) link.times.queryResponse = query.maxResponse;
       return;

@@ -177,6 +177,10 @@ TEST_F( Members, AnotherQuerierSetsTheTimes ) {
    query.robustness = 3;
    query.interval = 20;
    engine->receive( intfId( "eth1" ), query );
+   MembershipQuery older;
+   older.version = 2;
+   older.maxResponse = 3;
+   engine->receive( intfId( "eth1" ), older );
    receive( isExclude, "233.252.0.2" );
    query.group = addr( kGroup );
    engine->receive( intfId( "eth1" ), query );
@@ -188,6 +192,15 @@ TEST_F( Members, AnotherQuerierSetsTheTimes ) {
    EXPECT_EQ( model->route().size(), 1u );
    after( 0.2 );
    EXPECT_EQ( model->route().size(), 0u ) << "3 * 20 + 3 s after the report";
+   query.group = Vantu::IpGenAddr();
+   query.robustness = 0;
+   query.interval = 0;
+   engine->receive( intfId( "eth1" ), query );
+   receive( isExclude );
+   after( 252.9 );
+   EXPECT_EQ( model->route().size(), 1u ) << "the defaults, and 3 s";
+   after( 0.2 );
+   EXPECT_EQ( model->route().size(), 0u );
 }
 
 TEST_F( Members, ReloadedOnesLiveForAMembershipTime ) {

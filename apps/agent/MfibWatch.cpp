@@ -1,5 +1,7 @@
 #include "apps/agent/MfibWatch.h"
 
+#include <algorithm>
+
 namespace Agent {
 
 using Routing::Pim::RouteIntfKey;
@@ -45,14 +47,18 @@ void MfibWatch::readAll() {
    for ( const RouteKey& key : tables_->cache().keys() ) readCache( key );
 }
 
-// An old one tells of a source that may be silent since.
+double MfibWatch::age( double time ) const {
+   return std::max( 0.0, real_.now() - time );
+}
+
+// One that stands there from before may tell of a source that is silent since.
 void MfibWatch::readUpcall( const RouteIntfKey& key ) {
    Published::MfibUpcall upcall;
    if ( !adopted_ || tables_->upcall().find( key, upcall ) != Brane::lookupFound )
       return;
-   if ( upcall.last < real_.now() - SourceEngine::keepalivePeriod ) return;
-   protocol_.receiveData( key.routeKey, key.intfId,
-                          upcall.kind == Published::wrongVifUpcall );
+   const bool wrong =
+      upcall.kind == Published::wrongVifUpcall && age( upcall.last ) < wrongVifTime;
+   protocol_.receiveData( key.routeKey, key.intfId, age( upcall.last ), wrong );
 }
 
 void MfibWatch::readCache( const RouteKey& key ) {
@@ -62,7 +68,8 @@ void MfibWatch::readCache( const RouteKey& key ) {
    Mox::Ptr<Routing::Pim::SparseMode::Route> route = model_->route( key );
    if ( route == nullptr ) return;
    route->kernelStatsIs( { cache.packets, cache.bytes, cache.wrongIf } );
-   protocol_.receiveMore( key, real_.now() - cache.lastPacket );
+   if ( cache.lastPacket > 0.0 )
+      protocol_.receiveMore( key, age( cache.lastPacket ) );
 }
 
 }

@@ -16,6 +16,10 @@ namespace Agent {
 
 class MfibWatch {
  public:
+   // An interface is wrong for packets that come in now: of those that still come the
+   // kernel tells each 3 s.
+   static constexpr double wrongVifTime = 3.0;  // s
+
    // `real` is the clock of the tables' times. Throws what mounting throws.
    MfibWatch( Mox::Ptr<Published::MfibStatus> tables,
               Mox::Ptr<Routing::Pim::SparseMode::Status> model, Protocol& protocol,
@@ -31,6 +35,7 @@ class MfibWatch {
    void readAll();
    void readUpcall( const Routing::Pim::RouteIntfKey& key );
    void readCache( const Routing::Pim::RouteKey& key );
+   double age( double time ) const;
 
    Mox::Ptr<Published::MfibStatus> tables_;
    Mox::Ptr<Routing::Pim::SparseMode::Status> model_;

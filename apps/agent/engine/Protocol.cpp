@@ -145,8 +145,8 @@ void Protocol::pathsChanged() {
 }
 
 void Protocol::receiveData( const Routing::Pim::RouteKey& key, IntfId intfId,
-                            bool wrong ) {
-   sources_.receiveData( key, intfId );
+                            double age, bool wrong ) {
+   sources_.receiveData( key, intfId, age );
    if ( wrong ) asserts_.handleData( key, intfId );
 }
 

@@ -50,11 +50,11 @@ class Protocol {
    void receive( Vantu::IntfId intfId, const IpPacket& packet,
                  const Message& message );
 
-   // The kernel tells of data: a packet of the route's source came in by the interface,
-   // `wrong` where the route does not expect it; so many seconds ago the last one was
-   // forwarded. REQUIRES: adopted.
+   // The kernel tells of data, the last so many seconds ago: a packet of the route's
+   // source came in by the interface, `wrong` where the route does not expect what
+   // comes now; one was forwarded. REQUIRES: adopted.
    void receiveData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
-                     bool wrong );
+                     double age, bool wrong );
    void receiveMore( const Routing::Pim::RouteKey& key, double age ) {
       sources_.receiveMore( key, age );
    }

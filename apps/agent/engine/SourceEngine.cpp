@@ -30,13 +30,15 @@ bool SourceEngine::accept( const RouteKey& key ) {
    return false;
 }
 
-void SourceEngine::receiveData( const RouteKey& key, Vantu::IntfId intfId ) {
-   if ( !accept( key ) ) return;
+void SourceEngine::receiveData( const RouteKey& key, Vantu::IntfId intfId,
+                                double age ) {
+   const double left = keepalivePeriod - age;
+   if ( !( left > 0.0 ) || !accept( key ) ) return;
    const Topology::Path path = topology_.pathTo( key.source );
    if ( !path.attached || path.rpf.intfId != intfId ) return;
    routes_.route( key )->katExpiredIs( false );
    routes_.update( key );
-   start( key, keepalivePeriod );
+   start( key, left );
 }
 
 // The kernel hands up no packet of a route that a join made before the source sent: what
@@ -59,7 +61,7 @@ void SourceEngine::start( const RouteKey& key, double seconds ) {
    std::unique_ptr<Timer>& timer = keepalive_[key];
    if ( timer == nullptr )
       timer = std::make_unique<Timer>( clock_, [this, key] { end( key ); } );
-   timer->start( seconds );
+   timer->extend( seconds );
 }
 
 void SourceEngine::end( const RouteKey& key ) {

@@ -22,13 +22,14 @@ class SourceEngine {
    // Takes up the sources that a reload left, for a keepalive period from now on.
    void adopt();
 
-   // A packet of the route's source came in by the interface. Nothing happens unless
-   // the source is on a link there.
-   void receiveData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId );
+   // A packet of the route's source came in by the interface so many seconds ago: its
+   // timer starts from there. Nothing happens unless the source is on a link there.
+   void receiveData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
+                     double age );
 
-   // The route's last packet came so many seconds ago: its timer starts from there. Where
-   // it does not run, that is so for a source on a link only; a route that is not there
-   // is not made.
+   // The same of a packet that was forwarded, where it came in being known. Where the
+   // timer does not run, that is so for a source on a link only; a route that is not
+   // there is not made.
    void receiveMore( const Routing::Pim::RouteKey& key, double age );
 
    // The configuration or the routes have changed: what is no source of this router's

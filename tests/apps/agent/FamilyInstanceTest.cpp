@@ -110,7 +110,8 @@ class Family : public testing::Test {
    }
 
    Mox::Test::TempRoot root;
-   Mox::TestClock real{ 10000.0 };
+   Mox::TestClock real{
+      100.0 };  // a keepalive period has not passed since the boot
    AgentClock clock{ real };
    AgentCounters counters;
    Corvex::EntityManager manager{ real, nullptr, root.path() };
@@ -494,9 +495,12 @@ class Sources : public Family {
       family->handleTurnEnd();
    }
    void upcall( const char* source, const char* intf,
-                Published::UpcallKind kind = Published::noCacheUpcall ) {
-      mfib->upcallIs(
-         { { sgKey( source, kGroup ), intfId( intf ) }, kind, 1, real.now() } );
+                Published::UpcallKind kind = Published::noCacheUpcall,
+                double age = 0.0 ) {
+      mfib->upcallIs( { { sgKey( source, kGroup ), intfId( intf ) },
+                        kind,
+                        1,
+                        real.now() - age } );
       exchange();
    }
    void packets( const char* source, uint64_t count ) {
@@ -593,9 +597,15 @@ TEST_F( Sources, AreTakenUpAfterARestart ) {
    EXPECT_NE( source( "198.51.100.7" ), nullptr );
    real.runUntil( real.now() + 2 );
    EXPECT_EQ( source( "198.51.100.7" ), nullptr );
-   // Upcalls of long ago tell nothing.
+   // Upcalls of long ago tell nothing, one of a while ago of the rest of its time.
    startWith( kConfig );
    EXPECT_EQ( source( "198.51.100.7" ), nullptr );
+   upcall( "198.51.100.8", "eth1", Published::noCacheUpcall, 200 );
+   EXPECT_NE( source( "198.51.100.8" ), nullptr );
+   real.runUntil( real.now() + 9 );
+   EXPECT_NE( source( "198.51.100.8" ), nullptr );
+   real.runUntil( real.now() + 2 );
+   EXPECT_EQ( source( "198.51.100.8" ), nullptr );
    configIs( kConfig );
 }
 
@@ -607,6 +617,10 @@ TEST_F( Sources, ThatShowUpOnTheWrongSideWinAsserts ) {
    upcall( "203.0.113.77", "eth2", Published::wrongVifUpcall );
    EXPECT_EQ( record()->assertInfo().assertState,
               Routing::Pim::SparseMode::assertNoInfo );
+   upcall( "203.0.113.77", "eth1", Published::wrongVifUpcall, 4.0 );
+   EXPECT_EQ( record()->assertInfo().assertState,
+              Routing::Pim::SparseMode::assertNoInfo )
+      << "it was there before";
    upcall( "203.0.113.77", "eth1", Published::wrongVifUpcall );
    EXPECT_EQ( record()->assertInfo().assertState,
               Routing::Pim::SparseMode::iAmAssertWinner );

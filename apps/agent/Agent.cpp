@@ -36,6 +36,14 @@ bool namesAFamily( const AgentConfig& config ) {
                        } );
 }
 
+std::set<uint32_t> kernelTables( const AgentConfig& config ) {
+   std::set<uint32_t> tables;
+   for ( const VrfConfig& vrf : config.vrfs ) {
+      if ( vrf.kernelRpf ) tables.insert( vrf.routeTable );
+   }
+   return tables;
+}
+
 const VrfConfig* vrfOf( const AgentConfig& config, const L3::VrfName& name ) {
    for ( const VrfConfig& vrf : config.vrfs ) {
       if ( vrf.name == name ) return &vrf;
@@ -60,7 +68,7 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
                     } ),
      replay_( options_.captures ) {
    for ( const std::string& problem : bindCaptures() ) throw ConfigError( problem );
-   updateKernelRoutes();
+   kernelRoutes_.tablesAre( kernelTables( options_.config ) );
    addFamilies( options_.config, families_ );
    if ( families_.empty() ) throw ConfigError( kNoInterface );
    removeLeftovers();
@@ -83,7 +91,7 @@ void Agent::addFamilies( const AgentConfig& config, Families& made ) {
    }
 }
 
-// All of them or, without a trace in the tables' directory, none.
+// All of them or, without a trace in the tables' directory and of the kernel's routes, none.
 Agent::Families Agent::newFamilies( const AgentConfig& config ) {
    Families made;
    try {
@@ -96,6 +104,7 @@ Agent::Families Agent::newFamilies( const AgentConfig& config ) {
                FamilyInstance::removeTables( options_.root, family, vrf.name );
          }
       }
+      kernelRoutes_.tablesAre( kernelTables( options_.config ) );
       throw;
    }
    return made;
@@ -157,16 +166,12 @@ void Agent::listen( const std::string& interface ) {
                                                    std::move( observer ) ) );
 }
 
-void Agent::updateKernelRoutes() {
-   std::set<uint32_t> tables;
-   for ( const VrfConfig& vrf : options_.config.vrfs ) {
-      if ( vrf.kernelRpf ) tables.insert( vrf.routeTable );
-   }
-   kernelRoutes_.tablesAre( std::move( tables ) );
-}
-
 std::vector<std::string> Agent::configIs( AgentConfig config ) {
    if ( !namesAFamily( config ) ) throw ConfigError( kNoInterface );
+   // What may fail comes first; until all follow, nobody loses the routes he goes by.
+   std::set<uint32_t> tables = kernelTables( config );
+   tables.merge( kernelTables( options_.config ) );
+   kernelRoutes_.tablesAre( std::move( tables ) );
    Families made = newFamilies( config );
    std::vector<std::string> notes;
    Families kept;
@@ -188,7 +193,7 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
    for ( auto& family : made ) kept.push_back( std::move( family ) );
    families_ = std::move( kept );
    options_.config = std::move( config );
-   updateKernelRoutes();
+   kernelRoutes_.tablesAre( kernelTables( options_.config ) );
    std::vector<std::string> unbound = bindCaptures();
    notes.insert( notes.end(), unbound.begin(), unbound.end() );
    return notes;

@@ -46,8 +46,9 @@ class Agent {
    std::vector<std::string> mountNotes() const;
 
    // Another configuration: VRFs come and go with their tables, the others follow
-   // it. Returns what does not follow now, a line each. Throws ConfigError, and what
-   // mounting a new VRF throws; nothing has changed then.
+   // it. Returns what does not follow now, a line each. Throws ConfigError, what
+   // mounting a new VRF throws, and std::system_error where the kernel's routes cannot be
+   // read; nothing has changed then.
    std::vector<std::string> configIs( AgentConfig config );
 
    const AgentCounters& counters() const { return counters_; }
@@ -77,7 +78,6 @@ class Agent {
       Bytes bytes;
    };
    void listen( const std::string& interface );
-   void updateKernelRoutes();
    void receive( const Frame& frame );
    DropReason decode( const Frame& frame );
    bool published() const;

@@ -44,87 +44,29 @@ bool throwsAway( uint8_t type ) {
    return type == RTN_BLACKHOLE || type == RTN_UNREACHABLE || type == RTN_PROHIBIT;
 }
 
-}
+// What the kernel tells of these tables, links first.
+class Reading {
+ public:
+   explicit Reading( const std::set<uint32_t>& tables ) : tables_( tables ) {}
 
-void KernelRib::add( const Vantu::IpGenPrefix& prefix, const KernelRoute& route ) {
-   auto [entry, isNew] =
-      lengths_[prefix.length()].emplace( prefix.address(), route );
-   if ( !isNew && route.metric < entry->second.metric ) entry->second = route;
-}
-
-std::optional<KernelRib::Match> KernelRib::find( const IpGenAddr& address ) const {
-   for ( const auto& [length, routes] : lengths_ ) {
-      auto found = routes.find( Vantu::IpGenPrefix( address, length ).address() );
-      if ( found != routes.end() ) return Match{ length, found->second };
+   void addLink( const Netlink::Message& message ) {
+      const auto* body = message.body<ifinfomsg>();
+      if ( body == nullptr || message.type() != RTM_NEWLINK ) return;
+      auto name = message.attributes<ifinfomsg>().text( IFLA_IFNAME );
+      if ( name )
+         names_[static_cast<uint32_t>( body->ifi_index )] = Vantu::IntfId( *name );
    }
-   return std::nullopt;
-}
+   void addRoute( const Netlink::Message& message );
 
-KernelRoutes::KernelRoutes( Mox::Loop& loop, Mox::Clock& clock,
-                            std::function<void()> changed )
-   : Notifiee( &clock ), loop_( loop ), changed_( std::move( changed ) ) {}
+   KernelRibs takeRibs() { return std::move( ribs_ ); }
 
-void KernelRoutes::tablesAre( std::set<uint32_t> tables ) {
-   if ( tables_ == tables ) return;
-   tables_ = std::move( tables );
-   // Told of changes first, so that none is missed between.
-   if ( !notifications_ ) {
-      notifications_.emplace(
-         loop_,
-         std::initializer_list<int>{ RTNLGRP_LINK, RTNLGRP_IPV4_ROUTE,
-                                     RTNLGRP_IPV6_ROUTE },
-         [this]( const Netlink::Message& ) { touch(); }, [this] { touch(); } );
-   }
-   // Whole, if it can be had: a router's reloaded state is judged by these routes.
-   constexpr int kTries = 20;
-   bool whole = read();
-   for ( int tries = 1; tries < kTries && !whole; ++tries ) whole = read();
-   if ( !whole ) touch();
-   changed_();
-}
+ private:
+   const std::set<uint32_t>& tables_;
+   std::map<uint32_t, Vantu::IntfId> names_;  // by index
+   KernelRibs ribs_;
+};
 
-void KernelRoutes::touch() {
-   double due = std::max( clock()->now(), lastRead_ + rereadInterval );
-   if ( wakeupTime() > due ) wakeupTimeIs( due );
-}
-
-void KernelRoutes::onTime() {
-   const Ribs before = ribs_;
-   try {
-      if ( !read() ) return touch();
-   } catch ( const std::system_error& ) {
-      // The routes stay as they were.
-      return touch();
-   }
-   if ( before != ribs_ ) changed_();
-}
-
-// False: something changed meanwhile.
-bool KernelRoutes::read() {
-   lastRead_ = clock()->now();
-   std::map<uint32_t, Vantu::IntfId> names;
-   bool whole = Netlink::dump(
-      RTM_GETLINK, AF_UNSPEC, [&]( const Netlink::Message& message ) {
-         const auto* body = message.body<ifinfomsg>();
-         if ( body == nullptr || message.type() != RTM_NEWLINK ) return;
-         auto name = message.attributes<ifinfomsg>().text( IFLA_IFNAME );
-         if ( name )
-            names[static_cast<uint32_t>( body->ifi_index )] =
-               Vantu::IntfId( *name );
-      } );
-   names_ = std::move( names );
-   Ribs ribs;
-   for ( int family : { AF_INET, AF_INET6 } ) {
-      bool all = Netlink::dump(
-         RTM_GETROUTE, family,
-         [&]( const Netlink::Message& message ) { add( ribs, message ); } );
-      whole = whole && all;
-   }
-   if ( whole ) ribs_ = std::move( ribs );
-   return whole;
-}
-
-void KernelRoutes::add( Ribs& ribs, const Netlink::Message& message ) const {
+void Reading::addRoute( const Netlink::Message& message ) {
    const auto* body = message.body<rtmsg>();
    if ( body == nullptr || message.type() != RTM_NEWROUTE ) return;
    auto family = Netlink::familyOf( body->rtm_family );
@@ -148,8 +90,95 @@ void KernelRoutes::add( Ribs& ribs, const Netlink::Message& message ) const {
    route.metric = attributes.value<uint32_t>( RTA_PRIORITY ).value_or( 0 );
    IpGenAddr destination = attributes.address( RTA_DST, *family )
                               .value_or( IpGenAddr::unspecified( *family ) );
-   ribs[{ table, *family }].add(
+   ribs_[{ table, *family }].add(
       Vantu::IpGenPrefix( destination, body->rtm_dst_len ), route );
+}
+
+}
+
+void KernelRib::add( const Vantu::IpGenPrefix& prefix, const KernelRoute& route ) {
+   auto [entry, isNew] =
+      lengths_[prefix.length()].emplace( prefix.address(), route );
+   if ( !isNew && route.metric < entry->second.metric ) entry->second = route;
+}
+
+std::optional<KernelRib::Match> KernelRib::find( const IpGenAddr& address ) const {
+   for ( const auto& [length, routes] : lengths_ ) {
+      auto found = routes.find( Vantu::IpGenPrefix( address, length ).address() );
+      if ( found != routes.end() ) return Match{ length, found->second };
+   }
+   return std::nullopt;
+}
+
+KernelRoutes::KernelRoutes( Mox::Loop& loop, Mox::Clock& clock,
+                            std::function<void()> changed )
+   : Notifiee( &clock ), loop_( loop ), changed_( std::move( changed ) ) {}
+
+void KernelRoutes::tablesAre( std::set<uint32_t> tables ) {
+   if ( std::includes( tables_.begin(), tables_.end(), tables.begin(),
+                       tables.end() ) ) {
+      KernelRibs left = ribs_;
+      std::erase_if( left, [&]( const auto& rib ) {
+         return tables.count( rib.first.first ) == 0;
+      } );
+      tables_ = std::move( tables );
+      return ribsAre( std::move( left ) );
+   }
+   subscribe();
+   // Whole, if it can be had: a router's reloaded state is judged by these routes.
+   constexpr int kTries = 20;
+   bool whole = read( tables );
+   for ( int tries = 1; tries < kTries && !whole; ++tries ) whole = read( tables );
+   tables_ = std::move( tables );
+   if ( !whole ) touch();
+}
+
+// Before the first reading, so that no change is missed between.
+void KernelRoutes::subscribe() {
+   if ( notifications_ ) return;
+   notifications_.emplace(
+      loop_,
+      std::initializer_list<int>{ RTNLGRP_LINK, RTNLGRP_IPV4_ROUTE,
+                                  RTNLGRP_IPV6_ROUTE },
+      [this]( const Netlink::Message& ) { touch(); }, [this] { touch(); } );
+}
+
+void KernelRoutes::touch() {
+   double due = std::max( clock()->now(), lastRead_ + rereadInterval );
+   if ( wakeupTime() > due ) wakeupTimeIs( due );
+}
+
+void KernelRoutes::onTime() {
+   if ( tables_.empty() ) return;
+   try {
+      if ( !read( tables_ ) ) touch();
+   } catch ( const std::system_error& ) {
+      // The routes stay as they were.
+      touch();
+   }
+}
+
+// False: something changed meanwhile, and the routes stay as they were.
+bool KernelRoutes::read( const std::set<uint32_t>& tables ) {
+   lastRead_ = clock()->now();
+   Reading reading( tables );
+   bool whole = Netlink::dump(
+      RTM_GETLINK, AF_UNSPEC,
+      [&]( const Netlink::Message& message ) { reading.addLink( message ); } );
+   for ( int family : { AF_INET, AF_INET6 } ) {
+      bool all = Netlink::dump(
+         RTM_GETROUTE, family,
+         [&]( const Netlink::Message& message ) { reading.addRoute( message ); } );
+      whole = whole && all;
+   }
+   if ( whole ) ribsAre( reading.takeRibs() );
+   return whole;
+}
+
+void KernelRoutes::ribsAre( KernelRibs ribs ) {
+   if ( ribs == ribs_ ) return;
+   ribs_ = std::move( ribs );
+   changed_();
 }
 
 std::optional<KernelRib::Match> KernelRoutes::find(

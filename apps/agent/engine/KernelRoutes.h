@@ -48,6 +48,9 @@ class KernelRib {
       lengths_;
 };
 
+// By table and family.
+using KernelRibs = std::map<std::pair<uint32_t, Vantu::AddressFamily>, KernelRib>;
+
 class KernelRoutes : public Mox::Clock::Notifiee {
  public:
    static constexpr uint32_t mainTable = 254;
@@ -58,25 +61,24 @@ class KernelRoutes : public Mox::Clock::Notifiee {
                  std::function<void()> changed );
 
    // Which tables' routes are kept; none at the start, when the kernel is not asked
-   // either. Throws std::system_error.
+   // either, nor is it for fewer than before. Throws std::system_error; nothing has
+   // changed then.
    void tablesAre( std::set<uint32_t> tables );
 
    std::optional<KernelRib::Match> find( uint32_t table,
                                          const Vantu::IpGenAddr& address ) const;
 
  private:
-   using Ribs = std::map<std::pair<uint32_t, Vantu::AddressFamily>, KernelRib>;
-
    void touch();
    void onTime() override;
-   bool read();
-   void add( Ribs& ribs, const Netlink::Message& message ) const;
+   void subscribe();
+   bool read( const std::set<uint32_t>& tables );
+   void ribsAre( KernelRibs ribs );
 
    Mox::Loop& loop_;
    std::set<uint32_t> tables_;
    std::function<void()> changed_;
-   std::map<uint32_t, Vantu::IntfId> names_;  // by index
-   Ribs ribs_;
+   KernelRibs ribs_;
    double lastRead_ = 0.0;
    std::optional<Netlink::Notifications> notifications_;
 };

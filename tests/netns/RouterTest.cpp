@@ -106,23 +106,29 @@ class LiveRouter : public testing::TestWithParam<AddressFamily> {
       }
       return 0;
    }
+   Json routeOf( const Json& line ) const {
+      const Json::json_pointer kRoutes(
+         "/data/ietf-network-instance:network-instances/network-instance/0/vrf-root"
+         "/ietf-routing:routing/control-plane-protocols/ietf-pim-base:pim"
+         "/address-family/0/topology-tree-info" );
+      return line.at( kRoutes ).at( ipv4() ? "ipv4-route" : "ipv6-route" ).at( 0 );
+   }
    // The outgoing lists that the tool shows, of routes with an incoming interface, by
    // "(source, group) from incoming"; "*" is any source.
    Olists shownOlists() const {
       Olists out;
       std::istringstream lines( show( { ipv4() ? "-4" : "-6", "--json-lines" } ) );
       for ( std::string line; std::getline( lines, line ); ) {
-         Json route = Json::parse( line );
-         if ( route.contains( "data" ) ) route = route["data"];
+         const Json route = routeOf( Json::parse( line ) );
          // An (S,G,rpt) entry tells of upstream states only.
          if ( !route.contains( "incoming-interface" ) ||
               !route.contains( "outgoing-interface" ) )
             continue;
          std::set<std::string>& olist =
-            out["(" + route["source-address"].get<std::string>() + ", " +
-                route["group"].get<std::string>() + ") from " +
-                route["incoming-interface"].get<std::string>()];
-         for ( const Json& intf : route["outgoing-interface"] )
+            out["(" + route.at( "source-address" ).get<std::string>() + ", " +
+                route.at( "group" ).get<std::string>() + ") from " +
+                route.at( "incoming-interface" ).get<std::string>()];
+         for ( const Json& intf : route.at( "outgoing-interface" ) )
             olist.insert( intf["name"].get<std::string>() );
       }
       return out;

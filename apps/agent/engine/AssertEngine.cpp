@@ -5,14 +5,6 @@ namespace Agent {
 using Vantu::IntfId;
 using Vantu::IpGenAddr;
 
-namespace {
-
-IpGenAddr anySource( const IpGenAddr& group ) {
-   return IpGenAddr::unspecified( group.family() );
-}
-
-}
-
 AssertEngine::AssertEngine( Routes& routes, Mox::Clock& clock,
                             AgentCounters& counters )
    : routes_( routes ), clock_( clock ), counters_( counters ) {}

@@ -13,10 +13,6 @@ namespace {
 
 constexpr uint16_t kForever = 0xffff;
 
-IpGenAddr anySource( const IpGenAddr& group ) {
-   return IpGenAddr::unspecified( group.family() );
-}
-
 bool wholeAddress( const IpGenAddr& address, unsigned maskLength ) {
    return maskLength == Vantu::addressBits( address.family() );
 }

@@ -7,14 +7,6 @@ namespace Agent {
 using Vantu::IntfId;
 using Vantu::IpGenAddr;
 
-namespace {
-
-IpGenAddr anySource( const IpGenAddr& group ) {
-   return IpGenAddr::unspecified( group.family() );
-}
-
-}
-
 MembershipEngine::MembershipEngine( Routes& routes, Mox::Clock& clock,
                                     const GroupPolicy* policy,
                                     AgentCounters& counters )

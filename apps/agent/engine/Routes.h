@@ -21,6 +21,11 @@
 
 namespace Agent {
 
+// The source of a group's (*,G) route.
+inline Vantu::IpGenAddr anySource( const Vantu::IpGenAddr& group ) {
+   return Vantu::IpGenAddr::unspecified( group.family() );
+}
+
 class Routes {
  public:
    using Intf = Routing::Pim::SparseMode::Intf;

@@ -1,13 +1,7 @@
 // Captures of real packets, replayed for routers on their link, packet by packet.
-#include <fmt/format.h>
-#include <gtest/gtest.h>
-
-#include "apps/agent/FamilyInstance.h"
-#include "apps/agent/Replay.h"
-#include "platform/loop/TestClock.h"
 #include "tests/apps/agent/Captures.h"
 #include "tests/apps/agent/ExpectedRoutes.h"
-#include "tests/support/TempRoot.h"
+#include "tests/apps/agent/ReplayedFamily.h"
 
 namespace Agent {
 namespace {
@@ -54,20 +48,15 @@ std::ostream& operator<<( std::ostream& out, const Row& row ) {
    return out << row.name;
 }
 
-class ReplayedCaptures : public testing::TestWithParam<Row> {
+class ReplayedCaptures : public testing::TestWithParam<Row>,
+                         protected ReplayedFamily {
  protected:
-   ReplayedCaptures() {
-      while ( !family.ready() ) real.runPass();
-      family.adopt();
-   }
+   ReplayedCaptures() : ReplayedFamily( vrfConfig() ) {}
 
    static VrfConfig vrfConfig() {
-      AgentConfig config =
-         assumedConfig( Vantu::IpGenAddr( Mox::StringView( GetParam().router ) ) );
-      config.vrfs[0].requireHello = GetParam().requireHello;
-      config.vrfs[0].maxRoutes = 100;
-      config.vrfs[0].maxRouteIntfs = 100;
-      return config.vrfs[0];
+      VrfConfig config = configFor( GetParam().router );
+      config.requireHello = GetParam().requireHello;
+      return config;
    }
 
    void receive( const Replay::Frame& frame ) {
@@ -119,19 +108,6 @@ class ReplayedCaptures : public testing::TestWithParam<Row> {
       }
       return out;
    }
-
-   Mox::Test::TempRoot root;
-   Mox::TestClock real{ 10000.0 };
-   AgentClock clock{ real };
-   AgentCounters counters;
-   Corvex::EntityManager manager{ real, nullptr, root.path() };
-   VrfConfig config = vrfConfig();
-   FamilyInstance family{ config.interfaces[0].addresses[0].address.family(),
-                          config,
-                          manager,
-                          real,
-                          clock,
-                          counters };
 };
 
 bool ofFamily( const ListedMessage& message, Vantu::AddressFamily family ) {
@@ -145,27 +121,19 @@ TEST_P( ReplayedCaptures, LeaveWhatTheListingImplies ) {
    auto listed = listedMessages( *directory )[GetParam().capture];
    ASSERT_FALSE( listed.empty() );
    ExpectedRoutes expected( GetParam().router, GetParam().requireHello );
-   Replay replay( { { *directory / GetParam().capture, "" } } );
-   replay.start( clock, real.now() );
    size_t most = 0;
-   double last = 0.0;
-   for ( int number = 1; !replay.atEnd(); ++number ) {
-      SCOPED_TRACE( fmt::format( "packet {}", number ) );
-      replay.play(
-         clock, [] { return true; },
-         [&]( const Replay::Frame& frame ) {
+   play( *directory / GetParam().capture,
+         [&]( int number, const Replay::Frame& frame ) {
             receive( frame );
-            last = frame.elapsed;
+            auto message = listed.find( number );
+            if ( message == listed.end() ) {
+               expected.passTo( frame.elapsed );
+            } else if ( ofFamily( message->second, family.family() ) ) {
+               expected.receive( message->second );
+            }
+            ASSERT_EQ( states(), expected.states() );
+            most = std::max( most, states().size() );
          } );
-      auto message = listed.find( number );
-      if ( message == listed.end() ) {
-         expected.passTo( last );
-      } else if ( ofFamily( message->second, family.family() ) ) {
-         expected.receive( message->second );
-      }
-      ASSERT_EQ( states(), expected.states() );
-      most = std::max( most, states().size() );
-   }
    EXPECT_EQ( most, GetParam().most );
    EXPECT_EQ( refused(), expected.refused() );
    real.runUntil( real.now() + 250 );
@@ -178,43 +146,28 @@ TEST( ReplayedRegisters, LeaveTheSourceInTheTables ) {
    SKIP_WITHOUT_CAPTURES( directory );
    for ( bool isRp : { false, true } ) {
       VrfConfig config =
-         assumedConfig( Vantu::IpGenAddr( isRp ? "192.168.1.254" : "192.168.0.6" ) )
-            .vrfs[0];
-      config.maxRoutes = config.maxRouteIntfs = 100;
+         ReplayedFamily::configFor( isRp ? "192.168.1.254" : "192.168.0.6" );
       config.rps = { { Vantu::IpGenAddr( "192.168.1.254" ), {} } };
       config.rpfRoutes = {
          { Vantu::IpGenPrefix( "192.168.20.0/24" ), Vantu::IntfId( "eth0" ),
            Vantu::IpGenAddr( isRp ? "192.168.0.6" : "0.0.0.0" ) } };
-      Mox::Test::TempRoot root;
-      Mox::TestClock real{ 10000.0 };
-      AgentClock clock{ real };
-      AgentCounters counters;
-      Corvex::EntityManager manager{ real, nullptr, root.path() };
-      FamilyInstance family{
-         Vantu::AddressFamily::ipv4, config, manager, real, clock, counters };
-      while ( !family.ready() ) real.runPass();
-      family.adopt();
-      Replay replay( { { *directory / "pim-register-stop.pcap", "" } } );
-      replay.start( clock, real.now() );
+      ReplayedFamily router( config );
       std::string history;
       const Routing::Pim::RouteKey key{ Vantu::IpGenAddr( "192.168.20.10" ),
                                         Vantu::IpGenAddr( "239.1.2.3" ) };
-      const auto& tables = family.registers();
-      while ( !replay.atEnd() ) {
-         replay.play(
-            clock, [] { return true; },
-            [&]( const Replay::Frame& frame ) {
-               IpPacket packet;
-               PimMessage message;
-               ASSERT_EQ( decodeFrame( frame.link, frame.bytes, packet ),
-                          notDropped );
-               ASSERT_EQ( decodePim( packet, message ), notDropped );
-               family.receive( Vantu::IntfId( "eth0" ), packet, message );
-               history += tables.registerOif().has( key ) ? "oif" : "";
-               history += tables.noRegisterOif().has( key ) ? "no-oif" : "";
-               history += tables.drDiscoveredSg().has( key ) ? " dr, " : ", ";
-            } );
-      }
+      const auto& tables = router.family.registers();
+      router.play(
+         *directory / "pim-register-stop.pcap",
+         [&]( int, const Replay::Frame& frame ) {
+            IpPacket packet;
+            PimMessage message;
+            ASSERT_EQ( decodeFrame( frame.link, frame.bytes, packet ), notDropped );
+            ASSERT_EQ( decodePim( packet, message ), notDropped );
+            router.family.receive( Vantu::IntfId( "eth0" ), packet, message );
+            history += tables.registerOif().has( key ) ? "oif" : "";
+            history += tables.noRegisterOif().has( key ) ? "no-oif" : "";
+            history += tables.drDiscoveredSg().has( key ) ? " dr, " : ", ";
+         } );
       EXPECT_EQ( history, isRp ? "no-oif, no-oif, " : "oif dr, no-oif dr, " );
    }
 }

@@ -1,13 +1,7 @@
 // Captures of real hosts and queriers, replayed packet by packet, against the members
 // that an independent listing of their messages implies.
-#include <fmt/format.h>
-#include <gtest/gtest.h>
-
-#include "apps/agent/FamilyInstance.h"
-#include "apps/agent/Replay.h"
-#include "platform/loop/TestClock.h"
 #include "tests/apps/agent/Captures.h"
-#include "tests/support/TempRoot.h"
+#include "tests/apps/agent/ReplayedFamily.h"
 
 namespace Agent {
 namespace {
@@ -84,55 +78,35 @@ TEST( ReplayedMembership, LeavesTheMembersThatTheListingImplies ) {
    SKIP_WITHOUT_CAPTURES( directory );
    auto listed = listedMemberships( *directory );
    for ( const Row& row : kRows ) {
-      Mox::Test::TempRoot root;
-      Mox::TestClock real{ 10000.0 };
-      AgentClock clock{ real };
-      AgentCounters counters;
-      Corvex::EntityManager manager{ real, nullptr, root.path() };
-      VrfConfig config = assumedConfig( Vantu::IpGenAddr( row.router ) ).vrfs[0];
-      config.maxRoutes = config.maxRouteIntfs = 100;
-      FamilyInstance family{ config.interfaces[0].addresses[0].address.family(),
-                             config,
-                             manager,
-                             real,
-                             clock,
-                             counters };
-      while ( !family.ready() ) real.runPass();
-      family.adopt();
+      ReplayedFamily router( ReplayedFamily::configFor( row.router ) );
       auto members = [&] {
          std::set<std::string> out;
-         for ( const auto& route : family.model().route() ) {
+         for ( const auto& route : router.family.model().route() ) {
             if ( route.routeIntf( Vantu::IntfId( "eth0" ) )
                     ->localReceiverInclude() )
                out.insert( valueToStrep( route.key().group ) );
          }
          return out;
       };
-      Replay replay( { { *directory / row.capture, "" } } );
-      replay.start( clock, real.now() );
       ExpectedMembers expected;
       size_t most = 0;
-      for ( int number = 1; !replay.atEnd(); ++number ) {
-         SCOPED_TRACE( fmt::format( "{} packet {}", row.capture, number ) );
-         replay.play(
-            clock, [] { return true; },
-            [&]( const Replay::Frame& frame ) {
-               IpPacket packet;
-               Message message;
-               ASSERT_EQ( decodeFrame( frame.link, frame.bytes, packet ),
-                          notDropped );
-               ASSERT_EQ( decodeMessage( packet, message ), notDropped );
-               family.receive( Vantu::IntfId( "eth0" ), packet, message );
-               for ( const std::string& line : listed[row.capture][number] )
-                  expected.receive( line, frame.elapsed );
-               ASSERT_EQ( members(), expected.at( frame.elapsed ) );
-            } );
-         most = std::max( most, members().size() );
-      }
+      router.play(
+         *directory / row.capture, [&]( int number, const Replay::Frame& frame ) {
+            IpPacket packet;
+            Message message;
+            ASSERT_EQ( decodeFrame( frame.link, frame.bytes, packet ), notDropped );
+            ASSERT_EQ( decodeMessage( packet, message ), notDropped );
+            router.family.receive( Vantu::IntfId( "eth0" ), packet, message );
+            for ( const std::string& line : listed[row.capture][number] )
+               expected.receive( line, frame.elapsed );
+            ASSERT_EQ( members(), expected.at( frame.elapsed ) );
+            most = std::max( most, members().size() );
+         } );
       EXPECT_EQ( most, row.most ) << row.capture;
-      EXPECT_EQ( counters.refusedCount( linkLocalGroup ), expected.linkLocal );
-      EXPECT_EQ( counters.refusedCount( notMulticast ), expected.unicast );
-      real.runUntil( real.now() + 261 );
+      EXPECT_EQ( router.counters.refusedCount( linkLocalGroup ),
+                 expected.linkLocal );
+      EXPECT_EQ( router.counters.refusedCount( notMulticast ), expected.unicast );
+      router.real.runUntil( router.real.now() + 261 );
       EXPECT_EQ( members(), std::set<std::string>() ) << row.capture;
    }
 }

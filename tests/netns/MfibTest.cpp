@@ -4,22 +4,18 @@
 #include <fstream>
 #include <sstream>
 
-#include "tests/netns/Flow.h"
 #include "tests/netns/Forwarder.h"
+#include "tests/netns/NetworkTest.h"
 
 namespace Netns {
 namespace {
 
-using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
-using Faults = Receiver::Faults;
 
-class MfibForwards : public testing::TestWithParam<AddressFamily> {
+class MfibForwards : public NetworkTest {
  protected:
    void SetUp() override {
-      static const std::string kWhyNot = notPermitted();
-      if ( !kWhyNot.empty() ) GTEST_SKIP() << kWhyNot;
-      net = std::make_unique<Topology>();
+      NetworkTest::SetUp();
       writeConfig( Topology::config() );
    }
    void writeConfig( const std::string& text ) {
@@ -30,48 +26,17 @@ class MfibForwards : public testing::TestWithParam<AddressFamily> {
       const Mox::Test::Program::Arguments& more = {} ) {
       return std::make_unique<Forwarder>( *net, root.path(), config(), more );
    }
-   IpGenAddr group( int last ) const {
-      return IpGenAddr(
-         ( GetParam() == AddressFamily::ipv4 ? "239.9.9." : "ff3e::9:" ) +
-         std::to_string( last ) );
-   }
    IpGenAddr otherGroup( int number ) const {
-      bool isIpv4 = GetParam() == AddressFamily::ipv4;
-      return IpGenAddr( ( isIpv4 ? "239.1." : "ff3e::1:" ) +
-                        std::to_string( number / 200 ) + ( isIpv4 ? "." : ":" ) +
+      return IpGenAddr( ( ipv4() ? "239.1." : "ff3e::1:" ) +
+                        std::to_string( number / 200 ) + ( ipv4() ? "." : ":" ) +
                         std::to_string( number % 200 ) );
    }
    IpGenAddr any() const { return IpGenAddr::unspecified( GetParam() ); }
-   IpGenAddr host( int link ) const {
-      return Topology::hostAddress( GetParam(), link );
-   }
-   Receiver receiver( int link, const IpGenAddr& of ) {
-      return Receiver( net->host( link ), Topology::hostInterface( link ), of );
-   }
-   Sender sender( int link, const IpGenAddr& to, int rate = 1000 ) {
-      return Sender( net->host( link ), Topology::hostInterface( link ), to, rate );
-   }
-   // The next packets arrive.
-   testing::AssertionResult flows( Receiver& receiver, const Sender& sender ) {
-      uint32_t number = sender.sent() + 20;
-      if ( eventually( [&] { return receiver.reached( number ); } ) )
-         return testing::AssertionSuccess();
-      return testing::AssertionFailure()
-             << "of " << sender.sent() << " packets " << receiver.received().size()
-             << " came; routes of the kernel: " << kernelRoutes();
-   }
    // It has got nothing while the other got the next packets.
    bool quietBeside( Receiver& quiet, Receiver& other, const Sender& sender ) {
       quiet.forget();
       return flows( other, sender ) && quiet.received().empty();
    }
-   std::string kernelRoutes() const {
-      return net->router.ip( GetParam() == AddressFamily::ipv4 ? "mroute show"
-                                                               : "-6 mroute show" );
-   }
-
-   Mox::Test::TempRoot root;
-   std::unique_ptr<Topology> net;
 };
 
 TEST_P( MfibForwards, AStreamFollowsItsRoute ) {
@@ -93,10 +58,9 @@ TEST_P( MfibForwards, AStreamFollowsItsRoute ) {
 
    // Nothing is left of a route that goes.
    routes.remove( host( 0 ), group( 1 ) );
-   EXPECT_TRUE( eventually( [&] {
-      return kernelRoutes().find( "State: resolved" ) == std::string::npos;
-   } ) )
-      << kernelRoutes();
+   EXPECT_TRUE( eventually(
+      [&] { return kernel().find( "State: resolved" ) == std::string::npos; } ) )
+      << kernel();
 }
 
 TEST_P( MfibForwards, NewSourcesFlowOnTheSharedTree ) {
@@ -287,17 +251,15 @@ TEST_P( MfibForwards, ThroughItsOwnDeathsWithAKeptSocket ) {
    // The keeper ends with its child, and the kernel's table with both.
    forwarder->program().signal( SIGTERM );
    EXPECT_EQ( forwarder->program().wait(), 0 );
-   EXPECT_EQ( kernelRoutes().find( "State: resolved" ), std::string::npos )
-      << kernelRoutes();
+   EXPECT_EQ( kernel().find( "State: resolved" ), std::string::npos ) << kernel();
    // The child does not outlive a keeper that is killed.
    forwarder = start( { "--keep" } );
    ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
-   ASSERT_NE( kernelRoutes().find( "State: resolved" ), std::string::npos );
+   ASSERT_NE( kernel().find( "State: resolved" ), std::string::npos );
    forwarder->program().signal( SIGKILL );
-   EXPECT_TRUE( eventually( [&] {
-      return kernelRoutes().find( "State: resolved" ) == std::string::npos;
-   } ) )
-      << kernelRoutes();
+   EXPECT_TRUE( eventually(
+      [&] { return kernel().find( "State: resolved" ) == std::string::npos; } ) )
+      << kernel();
 }
 
 TEST_P( MfibForwards, AfterAGapWithoutAKeptSocket ) {
@@ -332,7 +294,7 @@ TEST_P( MfibForwards, AfterAGapWithoutAKeptSocket ) {
 TEST_P( MfibForwards, AVrfByItsTable ) {
    std::string text = Topology::config( "    mroute-table: 10\n" );
    writeConfig( text );
-   const std::string family = GetParam() == AddressFamily::ipv4 ? "" : "-6 ";
+   const std::string family = ipv4() ? "" : "-6 ";
    for ( const char* name : { "r0", "r1", "r2" } )
       net->router.ip( family + "mrule add iif " + name + " lookup 10" );
    Routes routes( root.path(), GetParam() );
@@ -388,13 +350,7 @@ TEST_P( MfibForwards, NotWithoutWhatItNeeds ) {
    }
 }
 
-INSTANTIATE_TEST_SUITE_P( Families, MfibForwards,
-                          testing::Values( AddressFamily::ipv4,
-                                           AddressFamily::ipv6 ),
-                          []( const auto& row ) {
-                             return row.param == AddressFamily::ipv4 ? "IPv4"
-                                                                     : "IPv6";
-                          } );
+INSTANTIATE_FOR_FAMILIES( MfibForwards );
 
 }
 }

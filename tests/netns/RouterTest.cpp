@@ -1,7 +1,5 @@
 // A whole router: the agent listens on its interfaces, the forwarding process follows
 // its tables, hosts join with ordinary socket calls.
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -10,30 +8,26 @@
 #include <regex>
 #include <set>
 
-#include "tests/netns/Flow.h"
 #include "tests/netns/Forwarder.h"
+#include "tests/netns/NetworkTest.h"
 
 namespace Netns {
 namespace {
 
 using Json = nlohmann::json;
 using Mox::Test::Program;
-using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
-using Faults = Receiver::Faults;
 
 // The RP is the host on the source's link, unless a test says otherwise: then the
 // shared tree comes in there.
-class LiveRouter : public testing::TestWithParam<AddressFamily> {
+class LiveRouter : public NetworkTest {
  protected:
    void SetUp() override {
-      static const std::string kWhyNot = notPermitted();
-      if ( !kWhyNot.empty() ) GTEST_SKIP() << kWhyNot;
 #ifdef __SANITIZE_ADDRESS__
       GTEST_SKIP() << "real time: not with programs that the sanitizers slow down";
 #endif
-      net = std::make_unique<Topology>();
-      start( host( 0 ) );
+      NetworkTest::SetUp();
+      if ( !IsSkipped() ) start( host( 0 ) );
    }
    void start( const IpGenAddr& rp ) {
       forwarder.reset();
@@ -61,41 +55,12 @@ class LiveRouter : public testing::TestWithParam<AddressFamily> {
       return root.path() + "/router.yaml";
    }
 
-   bool ipv4() const {
-      return GetParam() == AddressFamily::ipv4;
-   }
-   IpGenAddr group( int last, bool ssm = false ) const {
-      const char* const kBase[] = { "ff0e::9:", "ff3e::9:", "239.9.9.",
-                                    "232.9.9." };
-      return IpGenAddr( kBase[( ipv4() ? 2 : 0 ) + ( ssm ? 1 : 0 )] +
-                        std::to_string( last ) );
-   }
-   IpGenAddr host( int link ) const {
-      return Topology::hostAddress( GetParam(), link );
-   }
-   Receiver receiver( int link, const IpGenAddr& of,
-                      const IpGenAddr& source = {} ) {
-      return Receiver( net->host( link ), Topology::hostInterface( link ), of,
-                       source );
-   }
-   Sender sender( int link, const IpGenAddr& to, int rate = 1000 ) {
-      return Sender( net->host( link ), Topology::hostInterface( link ), to, rate );
-   }
-   testing::AssertionResult flows( Receiver& receiver, const Sender& sender ) {
-      uint32_t number = sender.sent() + 20;
-      if ( eventually( [&] { return receiver.reached( number ); } ) )
-         return testing::AssertionSuccess();
-      return testing::AssertionFailure() << receiver.received().size() << " of "
-                                         << sender.sent() << " packets came\n"
-                                         << show( {} ) << kernel() << agent->err();
-   }
-
    std::string show( Program::Arguments more ) const {
       more.insert( more.begin(), { PIMSM_SHOW, "--root", root.path() } );
       return Mox::Test::runToEnd( more ).out;
    }
-   std::string kernel() const {
-      return net->router.ip( ipv4() ? "mroute show" : "-6 mroute show" );
+   std::string state() const override {
+      return show( {} ) + kernel() + agent->err();
    }
    using Olists = std::map<std::string, std::set<std::string>>;
    // While a route is made the kernel keeps three packets and drops the next: what
@@ -177,8 +142,7 @@ class LiveRouter : public testing::TestWithParam<AddressFamily> {
       Mox::Test::Ended ended = Mox::Test::runToEnd( command );
       ASSERT_EQ( ended.status, 0 ) << ended.err;
    }
-   Mox::Test::TempRoot root;
-   std::unique_ptr<Topology> net;
+
    std::unique_ptr<Forwarder> forwarder;
    std::unique_ptr<Program> agent;
 };
@@ -393,13 +357,7 @@ TEST_P( LiveRouter, NoPacketIsLostWhileTheAgentIsKilled ) {
              << " packets, none lost or doubled\n";
 }
 
-INSTANTIATE_TEST_SUITE_P( Families, LiveRouter,
-                          testing::Values( AddressFamily::ipv4,
-                                           AddressFamily::ipv6 ),
-                          []( const auto& row ) {
-                             return row.param == AddressFamily::ipv4 ? "IPv4"
-                                                                     : "IPv6";
-                          } );
+INSTANTIATE_FOR_FAMILIES( LiveRouter );
 
 }
 }

@@ -1,5 +1,6 @@
 // What writers and readers make of a file that stands there already.
 #include <sched.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 
@@ -7,7 +8,6 @@
 
 #include "Support.h"
 #include "platform/shm/detail/Checksum.h"
-#include "platform/shm/detail/Format.h"
 
 namespace Brane::Test {
 namespace {
@@ -294,43 +294,32 @@ TEST_F( Attach, SignalsDoNotDisturbTheMakingOfALargeTable ) {
    sigaction( SIGALRM, &former, nullptr );
 }
 
-TEST_F( Attach, StartsEmptyAfterAReboot ) {
-   makeTable();
-   options.bootId = "next boot";
-   TableWriter writer( path, layout, 10, options );
-   EXPECT_EQ( writer.attachReport().status, attachOtherBoot );
-   EXPECT_EQ( writer.size(), 0u );
-   ASSERT_EQ( writer.attachReport().texts.size(), 1u );
-   EXPECT_NE( writer.attachReport().texts[0].find( "next boot" ),
-              std::string::npos );
-}
+// Damage as a stray pointer does it.
+class Repair : public Attach {
+ protected:
+   Position positionOf( const TableReader& reader, uint64_t id ) {
+      Position at = noPosition;
+      Record out;
+      Key key{ id, 0 };
+      EXPECT_EQ( reader.lookup( &key, &out, &at ), lookupFound );
+      return at;
+   }
 
-// Damage as a stray pointer does it: every record is whole, or dropped and named;
-// followers hear of what has gone.
-TEST_F( Attach, RepairsDamageAndTellsFollowers ) {
-   const std::string sound = makeTable();
-   auto geometry =
-      Detail::Geometry::of( layout.keySize, layout.recordSize, 10, 1024 );
+   Detail::Geometry geometry = geometryOf( 10 );
+};
+
+// Every record is whole, or dropped and named; followers hear of what has gone.
+TEST_F( Repair, DropsWhatIsDamagedAndTellsFollowers ) {
+   std::string bytes = makeTable();
    TableReader reader( path, layout );
    TableFollower follower( reader );
    Followed followed{ contentOf( reader ) };
-   Position at = noPosition;
-   Record out;
-   Key third{ 3, 0 };
-   ASSERT_EQ( reader.lookup( &third, &out, &at ), lookupFound );
-   std::string bytes = sound;
-   // Record 3 loses a bit; the index loses another key's word; the head is wild.
-   auto* words = reinterpret_cast<uint64_t*>( bytes.data() + geometry.indexOffset );
-   uint32_t slot = Detail::slotOf( words[at] );
-   bytes[geometry.slotsOffset + slot * geometry.slotStride + 40] ^= 4;
-   for ( Position p = 0; p < geometry.positions(); ++p ) {
-      if ( Detail::isWord( p ) && words[p] && p != at ) {
-         words[p] = 0;
-         break;
-      }
-   }
-   std::memset( bytes.data() + Detail::controlOffset, 0xee, 8 );
+   breakRecordAt( bytes, geometry, positionOf( reader, 3 ) );
+   // The index loses another key's word; the head is wild.
+   indexIn( bytes, geometry )[positionOf( reader, 1 )] = 0;
+   headIs( bytes, 0xee );
    bytesAre( path, bytes );
+   Key third{ 3, 0 };
    EXPECT_EQ( reader.verify( &third ), lookupDamaged );
    TableWriter writer( path, layout, 10, options );
    const AttachReport& report = writer.attachReport();
@@ -349,25 +338,16 @@ TEST_F( Attach, RepairsDamageAndTellsFollowers ) {
 
 // The head is wild and a record broken, again and again: each repair is told, though it
 // knows the former head no more, and leaves nothing for the next mount to say.
-TEST_F( Attach, RepairsAWildHeadAnewEachTime ) {
-   const std::string sound = makeTable();
-   auto geometry =
-      Detail::Geometry::of( layout.keySize, layout.recordSize, 10, 1024 );
+TEST_F( Repair, OfAWildHeadIsToldAnewEachTime ) {
+   makeTable();
    TableReader reader( path, layout );
    TableFollower follower( reader );
    Followed followed{ contentOf( reader ) };
    for ( uint64_t id = 1; id <= 5; ++id ) {
       SCOPED_TRACE( id );
       std::string bytes = bytesOf( path );
-      Position at = noPosition;
-      Record out;
-      Key key{ id, 0 };
-      ASSERT_EQ( reader.lookup( &key, &out, &at ), lookupFound );
-      auto* words =
-         reinterpret_cast<uint64_t*>( bytes.data() + geometry.indexOffset );
-      uint32_t slot = Detail::slotOf( words[at] );
-      bytes[geometry.slotsOffset + slot * geometry.slotStride + 40] ^= 4;
-      std::memset( bytes.data() + Detail::controlOffset, id % 2 ? 0xee : 0, 8 );
+      breakRecordAt( bytes, geometry, positionOf( reader, id ) );
+      headIs( bytes, id % 2 ? 0xee : 0 );
       bytesAre( path, bytes );
       {
          TableWriter writer( path, layout, 10, options );
@@ -388,9 +368,7 @@ TEST_F( Attach, RepairsAWildHeadAnewEachTime ) {
 
 // Each time the head is wild and only an old record is left to tell the sequence: the
 // journal of the last time must not pass for that of this one.
-TEST_F( Attach, RepairsAWildHeadFromTheSameRecordAgainAndAgain ) {
-   auto geometry =
-      Detail::Geometry::of( layout.keySize, layout.recordSize, 10, 1024 );
+TEST_F( Repair, OfAWildHeadFromTheSameRecordAgainAndAgain ) {
    {
       TableWriter writer( path, layout, 10, options );
       put( writer, 9, 0 );
@@ -404,17 +382,9 @@ TEST_F( Attach, RepairsAWildHeadFromTheSameRecordAgainAndAgain ) {
       }
       std::string bytes = bytesOf( path );
       TableReader reader( path, layout );
-      for ( uint64_t id = 1; id <= 4; ++id ) {
-         Position at = noPosition;
-         Record out;
-         Key key{ id, 0 };
-         ASSERT_EQ( reader.lookup( &key, &out, &at ), lookupFound );
-         auto* words =
-            reinterpret_cast<uint64_t*>( bytes.data() + geometry.indexOffset );
-         uint32_t slot = Detail::slotOf( words[at] );
-         bytes[geometry.slotsOffset + slot * geometry.slotStride + 40] ^= 4;
-      }
-      std::memset( bytes.data() + Detail::controlOffset, 0xee, 8 );
+      for ( uint64_t id = 1; id <= 4; ++id )
+         breakRecordAt( bytes, geometry, positionOf( reader, id ) );
+      headIs( bytes, 0xee );
       bytesAre( path, bytes );
       TableWriter writer( path, layout, 10, options );
       EXPECT_TRUE( writer.attachReport().resequenced );
@@ -435,60 +405,69 @@ TEST_F( Attach, RefusesWhatCannotBeATable ) {
                  CreateError );
 }
 
-// Runs `body` in a child that has a file system of `size` bytes at `directory`.
-template <class Body>
-void onSmallFileSystem( const std::string& directory, size_t size, Body body ) {
-   int status = TableTest::ended( TableTest::start( [&] {
-      std::string limit = "size=" + std::to_string( size );
-      bool mounted =
-         unshare( CLONE_NEWNS ) == 0 &&
-         mount( "none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr ) == 0 &&
-         mount( "none", directory.c_str(), "tmpfs", 0, limit.c_str() ) == 0;
-      _exit( mounted ? body() : 77 );
-   } ) );
-   ASSERT_TRUE( WIFEXITED( status ) ) << "signal " << WTERMSIG( status );
-   if ( WEXITSTATUS( status ) == 77 ) GTEST_SKIP() << "no private mount permitted";
-   EXPECT_EQ( WEXITSTATUS( status ), 0 );
-}
-
+// A file system of some pages: the doorbell's page is had before the table's, or the
+// table is not made; what is refused leaves nothing.
 TEST_F( Attach, FullFileSystemIsAnErrorWithNothingLeft ) {
-   onSmallFileSystem( directory, 256 << 10, [&] {
-      int result = 1;
-      try {
-         TableWriter writer( path, layout, 100000, options );
-      } catch ( const CreateError& e ) {
-         bool named =
-            strstr( e.what(), "No space" ) && strstr( e.what(), path.c_str() );
-         bool left = std::filesystem::exists( path ) ||
-                     std::filesystem::exists( path + ".new" );
-         result = named && !left ? 0 : 2;
-      }
-      // What fits still works.
-      TableWriter small( path, layout, 10, options );
-      put( small, 1, 1 );
-      return result;
-   } );
-}
-
-// The doorbell's page is had before the table's, or the table is not made.
-TEST_F( Attach, NoTableIsMadeWhoseDoorbellCannotRing ) {
-   constexpr size_t page = 4096;
-   size_t size = makeTable().size();
-   for ( size_t pages : { size_t( 1 ), size / page + 1, size / page + 2 } ) {
+   const size_t page = 4096, size = makeTable().size(), enough = size / page + 2;
+   for ( size_t pages : { size_t( 1 ), enough - 1, enough } ) {
       SCOPED_TRACE( pages );
-      onSmallFileSystem( directory, pages * page, [&] {
-         bool refused = false;
+      int status = ended( start( [&] {
+         std::string limit = "size=" + std::to_string( pages * page );
+         bool mounted =
+            unshare( CLONE_NEWNS ) == 0 &&
+            mount( "none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr ) == 0 &&
+            mount( "none", directory.c_str(), "tmpfs", 0, limit.c_str() ) == 0;
+         if ( !mounted ) _exit( 77 );
          try {
             TableWriter writer( path, layout, 10, options );
-         } catch ( const CreateError& ) {
-            refused = true;
+            bool rung = std::filesystem::file_size( path + ".bell" ) == 1;
+            _exit( pages == enough && rung ? 0 : 1 );
+         } catch ( const CreateError& e ) {
+            bool named =
+               strstr( e.what(), "No space" ) && strstr( e.what(), path.c_str() );
+            bool left = std::filesystem::exists( path ) ||
+                        std::filesystem::exists( path + ".new" );
+            _exit( pages < enough && named && !left ? 0 : 2 );
          }
-         bool fits = pages == size / page + 2;
-         bool rung = std::filesystem::exists( path + ".bell" ) &&
-                     std::filesystem::file_size( path + ".bell" ) == 1;
-         return refused == !fits && ( !fits || rung ) ? 0 : 1;
-      } );
+      } ) );
+      ASSERT_TRUE( WIFEXITED( status ) ) << "signal " << WTERMSIG( status );
+      if ( WEXITSTATUS( status ) == 77 )
+         GTEST_SKIP() << "no private mount permitted";
+      EXPECT_EQ( WEXITSTATUS( status ), 0 );
    }
+}
+
+// A second writer is refused, in this process as in another, until the first has gone.
+TEST_F( Attach, SecondWriterIsRefusedUntilTheFirstIsKilled ) {
+   int ready[2];
+   ASSERT_EQ( pipe( ready ), 0 );
+   pid_t first = start( [&] {
+      TableWriter writer( path, layout, 10, options );
+      put( writer, 1, 1 );
+      if ( write( ready[1], "x", 1 ) == 1 ) pause();
+   } );
+   char byte;
+   ASSERT_EQ( read( ready[0], &byte, 1 ), 1 );
+   TableReader reader( path, layout );
+   EXPECT_TRUE( reader.writerAlive() );
+   try {
+      TableWriter second( path, layout, 10, options );
+      ADD_FAILURE() << "admitted";
+   } catch ( const SecondWriterError& e ) {
+      EXPECT_EQ( e.pid(), first );
+      EXPECT_NE( std::string( e.what() ).find( std::to_string( first ) ),
+                 std::string::npos );
+   }
+   EXPECT_THROW( removeTableFiles( path ), SecondWriterError );
+   kill( first, SIGKILL );
+   ended( first );
+   EXPECT_FALSE( reader.writerAlive() );
+   TableWriter second( path, layout, 10, options );
+   EXPECT_EQ( second.attachReport().survivors, 1u );
+   EXPECT_THROW( TableWriter( path, layout, 10, options ), SecondWriterError );
+   EXPECT_TRUE( reader.writerAlive() );
+   close( ready[0] );
+   close( ready[1] );
 }
 
 }

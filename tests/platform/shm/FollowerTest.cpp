@@ -123,27 +123,6 @@ TEST_F( Follower, TellsABurstInParts ) {
    EXPECT_EQ( followed.changes, 900u );
 }
 
-TEST_F( Follower, HearsOfAFullRewriteWithRemovals ) {
-   TableWriter writer( path, layout, 3000, options );
-   for ( uint64_t id = 1; id <= 3000; ++id ) put( writer, id, 1 );
-   TableReader reader( path, layout );
-   TableFollower follower( reader );
-   Followed followed{ contentOf( reader ) };
-   for ( uint64_t id = 1; id <= 3000; ++id ) {
-      if ( id % 3 ) {
-         put( writer, id, 2 );
-      } else {
-         remove( writer, id );
-      }
-   }
-   for ( uint64_t id = 1; id <= 5000; ++id ) put( writer, 1, id );
-   auto drained = followed.drain( follower );
-   EXPECT_TRUE( drained.lapped );
-   EXPECT_EQ( drained.written, 2000u );
-   EXPECT_EQ( drained.removed, 1000u );
-   EXPECT_EQ( followed.content, contentOf( writer ) );
-}
-
 TEST_F( Follower, TellsWhatDiffersInANewInstance ) {
    auto writer = std::make_unique<TableWriter>( path, layout, 10, options );
    for ( uint64_t id = 1; id <= 6; ++id ) put( *writer, id, 1 );

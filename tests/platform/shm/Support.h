@@ -22,6 +22,7 @@
 #include "platform/shm/TableFollower.h"
 #include "platform/shm/TableReader.h"
 #include "platform/shm/TableWriter.h"
+#include "platform/shm/detail/Format.h"
 #include "platform/shm/detail/Geometry.h"
 #include "platform/shm/detail/Hash.h"
 #include "tests/support/TempRoot.h"
@@ -134,13 +135,30 @@ struct Followed {
    }
 };
 
+inline Detail::Geometry geometryOf( uint32_t capacity, uint32_t journal = 1024 ) {
+   return Detail::Geometry::of( sizeof( Key ), sizeof( Record ), capacity,
+                                journal );
+}
+
+// Bytes of a table, as a stray pointer leaves them.
+inline uint64_t* indexIn( std::string& bytes, const Detail::Geometry& geometry ) {
+   return reinterpret_cast<uint64_t*>( bytes.data() + geometry.indexOffset );
+}
+inline void breakRecordAt( std::string& bytes, const Detail::Geometry& geometry,
+                           Position position ) {
+   uint32_t slot = Detail::slotOf( indexIn( bytes, geometry )[position] );
+   bytes[geometry.slotsOffset + slot * geometry.slotStride + 40] ^= 4;
+}
+inline void headIs( std::string& bytes, int byte ) {
+   std::memset( bytes.data() + Detail::controlOffset, byte, 8 );
+}
+
 constexpr std::array<uint64_t, 2> testSeed = { 11, 22 };
 
 // Keys of one home line in a table of that capacity and testSeed.
 inline std::vector<uint64_t> neighbours( uint32_t capacity, size_t count,
                                          uint32_t home = 0 ) {
-   auto geometry =
-      Detail::Geometry::of( sizeof( Key ), sizeof( Record ), capacity, 4 );
+   auto geometry = geometryOf( capacity, 4 );
    uint64_t seed[2] = { testSeed[0], testSeed[1] };
    std::vector<uint64_t> ids;
    for ( uint64_t id = 1; ids.size() < count; ++id ) {

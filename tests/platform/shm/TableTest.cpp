@@ -1,7 +1,6 @@
 #include <random>
 
 #include "Support.h"
-#include "platform/shm/detail/Format.h"
 
 namespace Brane::Test {
 namespace {
@@ -163,8 +162,7 @@ TEST_F( Table, EqualsAMapThroughLongChurn ) {
    EXPECT_EQ( looked, expected );
    // Removal leaves nothing that lengthens a search: all counts are back at zero.
    for ( auto& [id, record] : expected ) EXPECT_TRUE( remove( writer, id ) );
-   auto geometry =
-      Detail::Geometry::of( layout.keySize, layout.recordSize, 300, 1024 );
+   auto geometry = geometryOf( 300 );
    std::string bytes = bytesOf( path );
    EXPECT_EQ( bytes.find_first_not_of( '\0', geometry.indexOffset ),
               bytes.find_first_not_of( '\0', geometry.slotsOffset ) );

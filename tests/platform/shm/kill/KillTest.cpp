@@ -1,7 +1,6 @@
 #include <random>
 
 #include "KillPoints.h"
-#include "platform/shm/detail/Format.h"
 
 namespace Brane::Test {
 namespace {
@@ -232,9 +231,8 @@ TEST_F( Kill, WhileChangingCapacityKeepsTheFormerInstance ) {
 // Bytes as a stray pointer leaves them: the first key's record broken, the second's
 // word gone, the third's word at one place more; the head, too, where `wild`.
 std::string damaged( std::string bytes, uint32_t capacity, bool wild ) {
-   auto geometry =
-      Detail::Geometry::of( sizeof( Key ), sizeof( Record ), capacity, 4 );
-   auto* words = reinterpret_cast<uint64_t*>( bytes.data() + geometry.indexOffset );
+   auto geometry = geometryOf( capacity, 4 );
+   auto* words = indexIn( bytes, geometry );
    std::vector<Position> taken;
    Position free = noPosition;
    for ( Position p = 0; p < geometry.positions(); ++p ) {
@@ -243,11 +241,10 @@ std::string damaged( std::string bytes, uint32_t capacity, bool wild ) {
       // Within every key's reach, after the others.
       if ( !words[p] && taken.size() >= 3 && free == noPosition ) free = p;
    }
-   size_t slot = Detail::slotOf( words[taken.at( 0 )] );
-   bytes[geometry.slotsOffset + slot * geometry.slotStride + 40] ^= 4;
+   breakRecordAt( bytes, geometry, taken.at( 0 ) );
    words[taken.at( 1 )] = 0;
    words[free] = words[taken.at( 2 )];
-   if ( wild ) std::memset( bytes.data() + Detail::controlOffset, 0xee, 8 );
+   if ( wild ) headIs( bytes, 0xee );
    return bytes;
 }
 

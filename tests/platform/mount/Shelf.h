@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/base/Record.h"
+#include "platform/loop/TestClock.h"
 #include "platform/mount/EntityManager.h"
 #include "platform/mount/TableAttribute.h"
 
@@ -99,6 +100,37 @@ class ShelfRecorder : public Shelf::NotifieeConst {
 
  private:
    std::vector<uint32_t> heard_;
+};
+
+// One process with a shelf: its manager, mounted in a role, observed.
+struct Side {
+   Side( Mox::TestClock& clock, const std::string& root, ::Brane::TableRole role,
+         uint32_t capacity = 2000, bool useInotify = true )
+      : Side( clock, root, useInotify ) {
+      mount( role, capacity );
+   }
+   // Not mounted yet.
+   explicit Side( Mox::TestClock& clock, const std::string& root,
+                  bool useInotify = true )
+      : manager( clock, nullptr, root, useInotify ), shelf( shelfOf( manager ) ) {}
+
+   void mount( ::Brane::TableRole role, uint32_t capacity = 4 ) {
+      shelf->bookControl()->initialize(
+         role, role == ::Brane::tableWriter ? capacity : 0, false );
+   }
+   CollectionControl& control() { return *shelf->bookControl(); }
+   static Mox::Ptr<Shelf> shelfOf( Corvex::EntityManager& manager ) {
+      return Mox::Ptr<Shelf>( dynamic_cast<Shelf*>(
+         createEntity( manager, kPath, "MoxBrane::Test::Shelf" ).get() ) );
+   }
+   static std::string file( const std::string& root ) {
+      return root + '/' + kPath + "/book";
+   }
+
+   static constexpr const char* kPath = "house/room/shelf";
+   Corvex::EntityManager manager;
+   Mox::Ptr<Shelf> shelf;
+   ShelfRecorder recorder{ shelf.get() };
 };
 
 }

@@ -4,7 +4,6 @@
 #include <set>
 #include <stdexcept>
 
-#include "platform/loop/TestClock.h"
 #include "tests/platform/mount/Shelf.h"
 #include "tests/support/TempRoot.h"
 #include "tests/support/ThrowingAssertions.h"
@@ -14,29 +13,23 @@ namespace {
 
 using Numbers = std::vector<uint32_t>;
 
-struct Side {
-   Side( Mox::TestClock& clock, const std::string& root, ::Brane::TableRole role,
-         bool useInotify = true )
-      : manager( clock, nullptr, root, useInotify ),
-        shelf(
-           dynamic_cast<Shelf*>(
-              createEntity( manager, "shelf", "MoxBrane::Test::Shelf" ).detach() ),
-           false ),
-        recorder( shelf.get() ) {
-      shelf->bookControl()->initialize(
-         role, role == ::Brane::tableWriter ? 2000 : 0, false );
-   }
-
-   Corvex::EntityManager manager;
-   Mox::Ptr<Shelf> shelf;
-   ShelfRecorder recorder;
-};
-
 class TypedTable : public testing::Test {
  protected:
+   // Lets the reader hear of all that was written.
+   Numbers heardBy( Side& reader ) {
+      agent.manager.dispatch();
+      clock.advance( 0.1 );
+      reader.manager.dispatch();
+      return reader.recorder.take();
+   }
+   void add( uint32_t count ) {
+      for ( uint32_t i = 1; i <= count; ++i ) agent.shelf->bookIs( bookOf( i ) );
+   }
+
    Mox::TestClock clock;
    Mox::Test::TempRoot root;
    Side agent{ clock, root.path(), ::Brane::tableWriter };
+   BookTable& table = const_cast<BookTable&>( agent.shelf->book() );
 };
 
 TEST_F( TypedTable, NotifiesItsOwnWritesAtOnce ) {
@@ -46,13 +39,12 @@ TEST_F( TypedTable, NotifiesItsOwnWritesAtOnce ) {
    EXPECT_EQ( agent.shelf->bookDel( bookKey( 1 ) ), bookOf( 1 ) );
    EXPECT_EQ( agent.recorder.take(), Numbers{ 1 } );
    EXPECT_EQ( agent.shelf->bookDel( bookKey( 1 ) ), Book() );
-   EXPECT_EQ( agent.recorder.take(), Numbers{} );
    EXPECT_THROW( agent.shelf->bookIs( Book() ), Mox::RangeError );  // the zero key
    EXPECT_EQ( agent.recorder.take(), Numbers{} );
 }
 
 TEST_F( TypedTable, RemovesAllButWhatComesMeanwhile ) {
-   for ( uint32_t i = 1; i <= 8; ++i ) agent.shelf->bookIs( bookOf( i ) );
+   add( 8 );
    agent.recorder.inside = [&]( const BookKey& key ) {
       if ( key.number < 10 ) agent.shelf->bookIs( bookOf( key.number + 10 ) );
    };
@@ -65,7 +57,7 @@ TEST_F( TypedTable, RemovesAllButWhatComesMeanwhile ) {
 TEST_F( TypedTable, TellsReadersOfEachChangedKeyOnce ) {
    for ( bool useInotify : { true, false } ) {
       agent.shelf->bookIs( bookOf( 9 ) );
-      Side reader( clock, root.path(), ::Brane::tableReader, useInotify );
+      Side reader( clock, root.path(), ::Brane::tableReader, 0, useInotify );
       clock.advance( 0.1 );
       clock.runPass();
       EXPECT_EQ( reader.recorder.take(), Numbers{} );  // what stood is silent
@@ -99,7 +91,7 @@ TEST_F( TypedTable, TakesUpABurstInParts ) {
    Side reader( clock, root.path(), ::Brane::tableReader );
    reader.manager.dispatch();
    constexpr uint32_t kBooks = 1500;
-   for ( uint32_t i = 1; i <= kBooks; ++i ) agent.shelf->bookIs( bookOf( i ) );
+   add( kBooks );
    agent.manager.dispatch();
    clock.advance( 0.1 );
    clock.stepIs( 0.011 );  // any look at the time finds it up
@@ -133,17 +125,13 @@ TEST_F( TypedTable, TakesUpABurstInParts ) {
 TEST_F( TypedTable, GoesOnBehindAHandlerThatThrows ) {
    Side reader( clock, root.path(), ::Brane::tableReader );
    reader.manager.dispatch();
-   for ( uint32_t i = 1; i <= 5; ++i ) agent.shelf->bookIs( bookOf( i ) );
-   agent.manager.dispatch();
-   clock.advance( 0.1 );
+   add( 5 );
    reader.recorder.inside = [&]( const BookKey& ) {
       reader.recorder.inside = {};
       throw std::runtime_error( "no" );
    };
-   EXPECT_THROW( reader.manager.dispatch(), std::runtime_error );
-   clock.advance( 0.1 );
-   reader.manager.dispatch();
-   Numbers heard = reader.recorder.take();
+   EXPECT_THROW( heardBy( reader ), std::runtime_error );
+   Numbers heard = heardBy( reader );
    EXPECT_EQ( std::set<uint32_t>( heard.begin(), heard.end() ).size(), 5u );
    EXPECT_EQ( heard.size(), 5u );
 }
@@ -151,7 +139,7 @@ TEST_F( TypedTable, GoesOnBehindAHandlerThatThrows ) {
 // Keys are foretold in visiting order, each at most once, none late.
 TEST_F( TypedTable, ForetellsAVisitInItsOrder ) {
    Side reader( clock, root.path(), ::Brane::tableReader );
-   for ( uint32_t i = 1; i <= 100; ++i ) agent.shelf->bookIs( bookOf( i ) );
+   add( 100 );
    Numbers ahead, met;
    reader.shelf->book().visit(
       nullptr,
@@ -168,9 +156,9 @@ TEST_F( TypedTable, ForetellsAVisitInItsOrder ) {
 
 TEST_F( TypedTable, ResumesAVisitWhereTheBookmarkStood ) {
    Side reader( clock, root.path(), ::Brane::tableReader );
-   for ( uint32_t i = 1; i <= 40; ++i ) agent.shelf->bookIs( bookOf( i ) );
+   add( 40 );
    for ( Side* side : { &agent, &reader } ) {
-      const BookTable& table = side->shelf->book();
+      const BookTable& books = side->shelf->book();
       std::set<uint32_t> met;
       BookKey bookmark;
       auto stopAfter = [&]( size_t count ) {
@@ -180,12 +168,12 @@ TEST_F( TypedTable, ResumesAVisitWhereTheBookmarkStood ) {
             return met.size() < count;
          };
       };
-      table.visit( nullptr, stopAfter( 20 ) );
+      books.visit( nullptr, stopAfter( 20 ) );
       ASSERT_EQ( met.size(), 20U );
       uint32_t gone = bookmark.number;
       Book removed = agent.shelf->bookDel( bookmark );
       EXPECT_EQ( removed.key.number, gone );
-      table.visit( &bookmark, stopAfter( 100 ) );
+      books.visit( &bookmark, stopAfter( 100 ) );
       EXPECT_EQ( met.size(), 40U );
       agent.shelf->bookIs( removed );
    }
@@ -219,7 +207,6 @@ TEST_F( TypedTable, SaysWhenNothingIsPending ) {
 }
 
 TEST_F( TypedTable, HandsItselfToAnotherControl ) {
-   auto& table = const_cast<BookTable&>( agent.shelf->book() );
    Mox::Ptr<CollectionControl> former( table.control() );
    auto other = Mox::newEntity<CollectionControl>( "other" );
    agent.shelf->bookIs( bookOf( 1 ) );
@@ -249,7 +236,6 @@ TEST_F( TypedTable, HandsItselfToAnotherControl ) {
 
 // The record is built in the table's memory; nobody sees it before the commit.
 TEST_F( TypedTable, CommitsAValueBuiltInPlace ) {
-   auto& table = const_cast<BookTable&>( agent.shelf->book() );
    agent.shelf->bookIs( bookOf( 1, 5 ) );
    agent.recorder.take();
    BookTable::InPlace built = table.inPlace();
@@ -280,7 +266,7 @@ TEST_F( TypedTable, CommitsAValueBuiltInPlace ) {
 
 // Whole records that are no value: an unknown number, and a key in another form.
 void writeSenseless( const std::string& root, uint32_t capacity ) {
-   ::Brane::TableWriter raw( root + "/shelf/book", BookTable::makeLayout(),
+   ::Brane::TableWriter raw( Side::file( root ), BookTable::makeLayout(),
                              capacity );
    struct alignas( 16 ) {
       ::Brane::FlatForm<Book>::Bytes bytes;
@@ -305,7 +291,7 @@ TEST_F( TypedTable, TellsAChangeThatCouldNotBeReadWhenItCan ) {
    for ( auto& field : other.fields ) {
       if ( field.name == "lent" ) field.name = "borrowed";
    }
-   { ::Brane::TableWriter( root.path() + "/shelf/book", other, 2000 ); }
+   { ::Brane::TableWriter( Side::file( root.path() ), other, 2000 ); }
    bool found = false;
    reader.recorder.inside = [&]( const BookKey& key ) {
       Book seen;
@@ -326,45 +312,34 @@ TEST_F( TypedTable, TellsAChangeThatCouldNotBeReadWhenItCan ) {
    EXPECT_TRUE( reader.shelf->book().quiesced() );
 }
 
-// A mapping is trusted in nothing.
-TEST_F( TypedTable, LeavesOutRecordsThatAreNoValue ) {
-   agent.shelf.reset();
-   writeSenseless( root.path(), 64 );
-   Side reader( clock, root.path(), ::Brane::tableReader );
-   const BookTable& table = reader.shelf->book();
-   Book ignored;
-   EXPECT_EQ( table.find( bookKey( 1 ), ignored ), ::Brane::lookupFound );
-   EXPECT_EQ( table.find( bookKey( 2 ), ignored ), ::Brane::lookupDamaged );
-   EXPECT_TRUE( table.has( bookKey( 2 ) ) );
-   unsigned met = 0;
-   table.visit( nullptr, [&]( const Book& ) {
-      ++met;
-      return true;
-   } );
-   EXPECT_EQ( met, 3U );
-   EXPECT_EQ( table.undecodable(), 3U );
-}
-
-// Nothing else would ever remove them. A new instance, and the old one in place.
-TEST_F( TypedTable, DropsRecordsThatAreNoValueWhenMountedForWriting ) {
+// A mapping is trusted in nothing. Mounted for writing, it loses what nothing else
+// would ever remove: a new instance, and the old one in place.
+TEST_F( TypedTable, LeavesOutRecordsThatAreNoValueAndDropsThemAsWriter ) {
    for ( uint32_t capacity : { 64U, 2000U } ) {
       agent.shelf.reset();
       writeSenseless( root.path(), capacity );
       Side reader( clock, root.path(), ::Brane::tableReader );
+      const BookTable& read = reader.shelf->book();
+      Book ignored;
+      EXPECT_EQ( read.find( bookKey( 1 ), ignored ), ::Brane::lookupFound );
+      EXPECT_EQ( read.find( bookKey( 2 ), ignored ), ::Brane::lookupDamaged );
+      EXPECT_TRUE( read.has( bookKey( 2 ) ) );
+      unsigned met = 0;
+      read.visit( nullptr, [&]( const Book& ) { return ++met > 0; } );
+      EXPECT_EQ( met, 3U );
+      EXPECT_EQ( read.undecodable(), 3U );
       Side next( clock, root.path(), ::Brane::tableWriter );
-      const BookTable& table = next.shelf->book();
-      EXPECT_EQ( table.size(), 2U );
-      EXPECT_TRUE( table.has( bookKey( 1 ) ) && table.has( bookKey( 3 ) ) );
-      const Mox::String problem = table.control()->problem();
+      const BookTable& kept = next.shelf->book();
+      EXPECT_EQ( kept.size(), 2U );
+      EXPECT_TRUE( kept.has( bookKey( 1 ) ) && kept.has( bookKey( 3 ) ) );
+      const Mox::String problem = kept.control()->problem();
       EXPECT_NE( problem.find( "no value" ), Mox::String::npos ) << problem;
       // Readers hear that they have gone.
       next.manager.dispatch();
-      clock.advance( 0.1 );
-      reader.manager.dispatch();
-      Numbers heard = reader.recorder.take();
+      Numbers heard = heardBy( reader );
       EXPECT_EQ( std::count( heard.begin(), heard.end(), 2U ), 1 ) << capacity;
-      EXPECT_FALSE( reader.shelf->book().has( bookKey( 2 ) ) );
-      EXPECT_EQ( reader.shelf->book().size(), 2U );
+      EXPECT_FALSE( read.has( bookKey( 2 ) ) );
+      EXPECT_EQ( read.size(), 2U );
    }
 }
 

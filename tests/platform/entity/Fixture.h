@@ -3,11 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <set>
 #include <unordered_map>
 
-#include "platform/entity/Attribute.h"
+#include "tests/support/Recorder.h"
 
 namespace Mox::Test {
 
@@ -56,57 +55,17 @@ class Tree : public Entity {
    explicit Tree( String name ) : name_( std::move( name ) ) {}
    size_t total() const { return leaf().size() + sorted().size(); }
 
-   std::vector<String> reactions;
-
  protected:
    void handleZeroReferences() override { leafDelAll(); }
 
  private:
-   void handleWord() {
-      reactions.push_back( "word" );
-      lowIs( ( word() & 1 ) != 0 );
-   }
-   void handleLow() {
-      reactions.push_back( "low" );
-      wordIs( ( word() & ~1U ) | static_cast<uint32_t>( low() ) );
-   }
+   void handleWord() { lowIs( ( word() & 1 ) != 0 ); }
+   void handleLow() { wordIs( ( word() & ~1U ) | static_cast<uint32_t>( low() ) ); }
    Ptr<Test::Leaf> newCrown() { return new Test::Leaf( 0 ); }
    Ptr<Test::Leaf> newLeaf( uint32_t id ) { return new Test::Leaf( id ); }
    Ptr<Test::Leaf> newSorted( uint32_t id ) { return new Test::Leaf( id ); }
 };
 
-// Writes down every notification, and may do something inside one.
-class Recorder : public Tree::NotifieeConst {
- public:
-   std::vector<String> heard;
-   std::function<void( const String& )> inside;
-
-   void onHeight() override { hear( "height" ); }
-   void onWord() override { hear( "word" ); }
-   void onLow() override { hear( "low" ); }
-   void onBumps() override { hear( "bumps" ); }
-   void onFriendly() override { hear( "friendly" ); }
-   void onCrown() override { hear( "crown" ); }
-   void onLeaf( const uint32_t& id ) override {
-      hear( "leaf " + valueToStrep( id ) );
-   }
-   void onSorted( const uint32_t& id ) override {
-      hear( "sorted " + valueToStrep( id ) );
-   }
-   void onFlag( const String& key ) override { hear( "flag " + key ); }
-   void onNumber( const uint32_t& n ) override {
-      hear( "number " + valueToStrep( n ) );
-   }
-
-   std::vector<String> take() { return std::exchange( heard, {} ); }
-
- private:
-   void hear( const String& what ) {
-      heard.push_back( what );
-      if ( inside ) inside( what );
-   }
-};
-
-using Heard = std::vector<String>;
+PIMSM_TEST_RECORDER( TreeRecorder, Tree, TEST_TREE_ATTRIBUTES )
 
 }

@@ -97,11 +97,10 @@ TEST( IpGenAddr, HashSpreadsNeighbours ) {
    std::set<size_t> whole;
    std::unordered_set<size_t> low;
    for ( uint32_t i = 0; i < kCount; ++i ) {
-      IpGenAddr v6 = addr( "2001:db8::" );
-      auto bytes = v6.bytes();
-      bytes[14] = static_cast<uint8_t>( i >> 8 );
-      bytes[15] = static_cast<uint8_t>( i );
-      v6 = IpGenAddr::fromBytes( AddressFamily::ipv6, bytes.data() );
+      const uint8_t bytes[16] = {
+         0x20,        1, 0xd, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, uint8_t( i >> 8 ),
+         uint8_t( i ) };
+      IpGenAddr v6 = IpGenAddr::fromBytes( AddressFamily::ipv6, bytes );
       IpGenAddr v4 = IpGenAddr( in_addr{ htonl( 0xe9fc0000 + i ) } );
       whole.insert( { v6.hash(), v4.hash() } );
       low.insert( v4.hash() % kCount );

@@ -10,6 +10,7 @@ namespace Routing::Pim::SparseMode::Test {
 namespace {
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 const RouteKey kKey = sgKey( "192.0.2.1", "233.252.0.1" );
@@ -82,49 +83,38 @@ TEST_F( RouteWriter, LeavesDefaultsWithoutUpstreamRecords ) {
 TEST_F( RouteWriter, TracesEachStep ) {
    agent.start();
    Mox::Test::TraceCapture traces( "Pimsm::RouteBraneWriter/9" );
-   auto take = [&] {
-      auto lines = traces.take();
-      for ( auto& line : lines )
-         line.erase( 0, strlen( "Pimsm::RouteBraneWriter " ) );
-      return lines;
-   };
    RouteBuilder route = vrf.sg( "192.0.2.1", "233.252.0.1" );
    route.spTree().intf( "eth1" );
-   agent.publish();
-   EXPECT_THAT(
-      take(), ElementsAre(
-                 "3 doReview(), Starting review",
-                 "4 doReviewRoute(192.0.2.1, 233.252.0.1): Updating route "
-                 "in brane, Flags: " +
-                    route->routeFlagsString() + ", IIF Switch State: notSwitching",
-                 "6 doReviewRouteIntf(192.0.2.1, 233.252.0.1) 'eth1': "
-                 "Updating intf in brane",
-                 "3 doReview(), Finished review" ) );
+   const Mox::String intf = "6 doReviewRouteIntf(192.0.2.1, 233.252.0.1) 'eth1': ";
+   const Mox::String ofRoute = "4 doReviewRoute(192.0.2.1, 233.252.0.1): ";
+   auto expectReview = [&]( const std::vector<Mox::String>& steps ) {
+      agent.publish();
+      Mox::Test::TraceCapture::Lines lines{ "3 doReview(), Starting review" };
+      lines.insert( lines.end(), steps.begin(), steps.end() );
+      lines.push_back( "3 doReview(), Finished review" );
+      for ( auto& line : lines ) line.insert( 0, "Pimsm::RouteBraneWriter " );
+      EXPECT_EQ( traces.take(), lines );
+   };
+   expectReview(
+      { ofRoute + "Updating route in brane, Flags: " + route->routeFlagsString() +
+           ", IIF Switch State: notSwitching",
+        intf + "Updating intf in brane" } );
    route->routeIntfDel( intfId( "eth1" ) );
-   agent.publish();
-   EXPECT_THAT( take(),
-                ElementsAre( "3 doReview(), Starting review",
-                             "6 doReviewRouteIntf(192.0.2.1, 233.252.0.1) "
-                             "'eth1': Deleting intf from brane, no routeIntf",
-                             "3 doReview(), Finished review" ) );
+   expectReview( { intf + "Deleting intf from brane, no routeIntf" } );
    route.intf( "eth1" );
-   agent.publish();
-   take();
+   expectReview( { intf + "Updating intf in brane" } );
    vrf->routeDel( kKey );
-   agent.publish();
-   EXPECT_THAT( take(), ElementsAre( "3 doReview(), Starting review",
-                                     "4 doReviewRoute(192.0.2.1, 233.252.0.1): "
-                                     "Deleting route from brane",
-                                     "6 doReviewRouteIntf(192.0.2.1, 233.252.0.1) "
-                                     "'eth1': Deleting intf from brane, no route",
-                                     "3 doReview(), Finished review" ) );
+   expectReview( { ofRoute + "Deleting route from brane",
+                   intf + "Deleting intf from brane, no route" } );
    auto again =
       Brane::routeBraneWriterSmFactory( agent.model, agent.tables, &clock );
-   EXPECT_THAT( take(), ElementsAre( "8 handleInitialized" ) );
+   EXPECT_THAT( traces.take(),
+                ElementsAre( "Pimsm::RouteBraneWriter 8 handleInitialized" ) );
 }
 
+// Routes first; 82 records are 10 ms of this clock.
 TEST_F( RouteWriter, KeepsToItsQuantumAndResumesAtOnce ) {
-   constexpr unsigned kRoutes = 10000;
+   constexpr size_t kRoutes = 1000, kASlice = 82;
    agent.start();
    for ( unsigned i = 0; i < kRoutes; ++i ) {
       agent.model->routeIs( keyOf( i ) )->routeIntfIs( intfId( "eth1" ) );
@@ -132,28 +122,22 @@ TEST_F( RouteWriter, KeepsToItsQuantumAndResumesAtOnce ) {
    Mox::Test::TraceCapture traces( "Pimsm::RouteBraneWriter/3" );
    clock.advance( agent.writer->maxDelay() );
    clock.stepIs( 1.0 / 8192 );
-   constexpr unsigned kASlice = 82;  // 10 ms of it
-   unsigned routes = kRoutes;
-   unsigned intfs = kRoutes;
-   while ( agent.writer->reviews() < 2 ) {
+   size_t left = kRoutes, intfs = kRoutes;
+   for ( bool first = true; first || left != 0 || intfs != 0; first = false ) {
       double began = clock.now();
       ASSERT_TRUE( clock.runPass() );
       EXPECT_LT( clock.now() - began, 1.1 * agent.writer->reviewQuantum() );
-      auto lines = traces.take();
-      ASSERT_EQ( lines.size(), 2U );
       const auto& pending = agent.writer->reviewChangeSet();
-      EXPECT_THAT( lines[0],
-                   HasSubstr( routes == kRoutes ? "Starting" : "Resuming" ) );
-      EXPECT_EQ( pending.route().size(), routes > kASlice ? routes - kASlice : 0 );
-      EXPECT_LT( pending.routeIntf().size(), intfs );
-      routes = static_cast<unsigned>( pending.route().size() );
-      intfs = static_cast<unsigned>( pending.routeIntf().size() );
-      if ( pending.empty() ) break;
-      EXPECT_EQ( lines[1],
-                 "Pimsm::RouteBraneWriter 3 doReview(), Suspending review, "
-                 "pending routes:" +
-                    std::to_string( routes ) +
-                    ", pending intfs:" + std::to_string( intfs ) );
+      left -= std::min( left, kASlice );
+      intfs = pending.routeIntf().size();
+      EXPECT_EQ( pending.route().size(), left );
+      Mox::String end = "Finished review";
+      if ( left != 0 || intfs != 0 )
+         end = "Suspending review, pending routes:" + std::to_string( left ) +
+               ", pending intfs:" + std::to_string( intfs );
+      EXPECT_THAT( traces.take(),
+                   ElementsAre( HasSubstr( first ? "Starting" : "Resuming" ),
+                                EndsWith( end ) ) );
    }
    EXPECT_EQ( agent.tables->route().size(), kRoutes );
    EXPECT_EQ( agent.tables->routeIntf().size(), kRoutes );

@@ -12,77 +12,7 @@ using Mox::Test::assertionText;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Entries of one source or group, written one after the other: "+1" entry 1 with
-// the flag true, "~1" with false, "-1" removes it.
-struct Row {
-   const char* name;
-   const char* before;  // written first
-   const char* step;
-   // The counts that the step notifies, then the histogram.
-   const char* source;
-   const char* group;
-};
-constexpr Row kRows[] = {
-   { "first", "", "+1", "1 0 0 1{192.0.2.1}", "1 0 0 1{233.252.0.1}" },
-   { "second", "+1", "+2", "2 1 1 2{192.0.2.1}", "2 1 1 2{233.252.0.1}" },
-   { "oneOfTwoGoes", "+1+2", "-1", "1 2 2 1{192.0.2.1}", "1 2 2 1{233.252.0.1}" },
-   { "lastGoes", "+1", "-1", "0 1 1 0{192.0.2.1}", "0 1 1 0{233.252.0.1}" },
-   // The flag counts for a source, the presence for a group.
-   { "falseIntoAnEntry", "+1", "~1", "2 2 1{192.0.2.1}", "0 0 1{233.252.0.1}" },
-   { "trueIntoAFalseEntry", "~1", "+1", "0 0 1{192.0.2.1}", "0 0 1{233.252.0.1}" },
-   { "newButFalse", "+1", "~2", "2 3 3 1{192.0.2.1} 2{192.0.2.1}",
-     "2 1 1 2{233.252.0.1}" },
-};
-
-class Transition : public testing::TestWithParam<Row> {
- protected:
-   // What the step notifies, then the histogram; the recorder is of the side that
-   // `write` and `remove` change.
-   template <class Recorder, class Write, class Remove>
-   static Mox::String outcome( Recorder& recorder, Write write, Remove remove ) {
-      auto run = [&]( Mox::StringView steps ) {
-         for ( ; !steps.empty(); steps.remove_prefix( 2 ) ) {
-            const unsigned n = unsigned( steps[1] - '0' );
-            steps[0] == '-' ? (void)remove( n ) : write( n, steps[0] == '+' );
-         }
-      };
-      run( GetParam().before );
-      recorder.take();
-      run( GetParam().step );
-      Mox::String text;
-      for ( const Mox::String& one : recorder.take() ) {
-         text += one.substr( one.find( ' ' ) + 1 ) + ' ';
-      }
-      return text;
-   }
-
-   Counting c;
-};
-
-TEST_P( Transition, MovesASource ) {
-   c.start();
-   auto source = c.status->sourceIs( sourceAddr( 1 ) );
-   EXPECT_EQ( c.sources(), "" );
-   const Mox::String heard = outcome(
-      c.sourcesHeard,
-      [&]( unsigned n, bool on ) { source->sourceGroupIs( groupAddr( n ), on ); },
-      [&]( unsigned n ) { return source->sourceGroupDel( groupAddr( n ) ); } );
-   EXPECT_EQ( heard + c.sources(), GetParam().source );
-}
-
-TEST_P( Transition, MovesAGroup ) {
-   c.start();
-   auto group = c.groupSourceMap->groupIs( groupAddr( 1 ) );
-   EXPECT_EQ( c.groups(), "" );
-   const Mox::String heard = outcome(
-      c.groupsHeard,
-      [&]( unsigned n, bool on ) { group->groupSourceIs( sourceAddr( n ), on ); },
-      [&]( unsigned n ) { return group->groupSourceDel( sourceAddr( n ) ); } );
-   EXPECT_EQ( heard + c.groups(), GetParam().group );
-}
-
-INSTANTIATE_TEST_SUITE_P(, Transition, testing::ValuesIn( kRows ),
-                         []( const auto& row ) { return row.param.name; } );
+// How entries move in general is the random walk's to tell.
 
 TEST( SgCountSm, FirstCountFilesEverythingInOrderAndClearsNothing ) {
    Counting c;

@@ -24,13 +24,6 @@ TEST( InternalRouteKey, PrintsAsItsBareKey ) {
                  Mox::ParseError );
 }
 
-TEST( InternalRouteKey, IsEmptyAsMadeByDefaultOnly ) {
-   EXPECT_TRUE( !InternalRouteKey() );
-   EXPECT_FALSE( !InternalRouteKey( kKey ) );
-   EXPECT_FALSE( !InternalRouteKey( { {}, kKey.group } ) );
-   EXPECT_FALSE( !InternalRouteKey( { kKey.source, {} } ) );
-}
-
 TEST( AdvertisedSg, ReadsBackWhatItPrints ) {
    const AdvertisedSg value{ kKey, Vantu::IpGenAddr( "192.0.2.1" ), true };
    const Mox::String text =
@@ -68,7 +61,10 @@ TEST( AdvertisedSg, OrdersByKeyThenRpThenDiscovery ) {
    }
 }
 
-TEST( AdvertisedSg, IsEmptyAsMadeByDefaultOnly ) {
+TEST( RegisterValues, AreEmptyAsMadeByDefaultOnly ) {
+   EXPECT_TRUE( !InternalRouteKey() );
+   EXPECT_FALSE( !InternalRouteKey( { {}, kKey.group } ) );
+   EXPECT_FALSE( !InternalRouteKey( { kKey.source, {} } ) );
    EXPECT_TRUE( !AdvertisedSg() );
    EXPECT_FALSE( !AdvertisedSg{ kKey } );
    EXPECT_FALSE( ( !AdvertisedSg{ {}, Vantu::IpGenAddr( "192.0.2.1" ) } ) );

@@ -46,8 +46,12 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      advertised_( Sm::AdvertisedSgStatus::mount(
         manager, Sm::AdvertisedSgStatus::mountPath( family, config.name ),
         ::Brane::tableWriter, Sm::AdvertisedSgStatus::capacityFor( *model_ ) ) ),
-     protocol_( family, config_, model_, pimStatus_, registers_, clock, counters,
-                kernelRoutes, [this] { publishDue_ = true; } ),
+     protocol_(
+        family, config_, model_, pimStatus_, registers_, clock, counters,
+        kernelRoutes, [this] { publishDue_ = true; },
+        [this]( const auto& key, Vantu::IntfId intfId ) {
+           markExport( key, intfId );
+        } ),
      mfib_( Published::MfibStatus::mount(
                manager, Published::MfibStatus::mountPath( family, config.name ),
                ::Brane::tableReader ),
@@ -226,6 +230,18 @@ bool FamilyInstance::review() {
    if ( !behindSince_ ) behindSince_ = start;
    resume_.wakeupTimeIs( start );
    return false;
+}
+
+// People read join, prune and assert states and their times in the tables: none waits for
+// a change that the writer marks by itself. Whatever is reloaded has its marks.
+void FamilyInstance::markExport( const Routing::Pim::RouteKey& key,
+                                 Vantu::IntfId intfId ) {
+   if ( !adopted_ ) return;
+   if ( intfId.empty() ) {
+      writer_->changeSet().routeIs( key, true );
+   } else {
+      writer_->changeSet().routeIntfIs( { key, intfId }, true );
+   }
 }
 
 // Readers see no route on which an engine's change stands and what follows from it does

@@ -94,6 +94,7 @@ class FamilyInstance {
 
    bool review();
    bool mayWrite();
+   void markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId );
    void publish();
    void publishNeighbors();
    void adoptNeighbors();

@@ -98,7 +98,7 @@ void Mfib::mark( const RouteKey& key ) {
 }
 
 void Mfib::markAt( const RouteKey& key, double time ) {
-   marked_[key] = time;
+   marked_.try_emplace( key, Marked{ time, time } ).first->second.last = time;
 }
 
 std::optional<Entry> Mfib::wanted( const RouteKey& key ) const {
@@ -158,7 +158,9 @@ void Mfib::write() {
       bool same = entry ? standing != standing_.end() && standing->second == *entry
                         : standing == standing_.end();
       double due = now;
-      if ( !same && takesAway( key, entry ) ) due = it->second + settleTime;
+      if ( !same && takesAway( key, entry ) )
+         due = std::min( it->second.last + settleTime,
+                         it->second.first + maxSettleTime );
       auto refused = refused_.find( key );
       if ( !same && refused != refused_.end() )
          due = std::max( due, refused->second );

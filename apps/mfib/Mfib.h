@@ -7,7 +7,7 @@
 //   ignores  everything until started(): what stands in the kernel goes on forwarding
 //
 // A change that takes traffic away from an interface waits until its route has been quiet
-// for a moment: the records of a route and of its interfaces come one by one, and a route
+// for a moment, but not for long: the records of a route and of its interfaces come one by one, and a route
 // seen without its interfaces must neither cut off a stream nor hide the shared tree.
 // A change that only adds is written at once.
 //
@@ -35,6 +35,8 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
  public:
    // s; above the longest delay of the writer's reviews, 50 ms.
    static constexpr double settleTime = 0.1;
+   // s; a route of many interfaces is never quiet: each join is published.
+   static constexpr double maxSettleTime = 1.0;
    static constexpr double retryTime = 1.0;  // s
    static constexpr unsigned maxWrites =
       1000;  // a call of write(); the rest follows
@@ -99,7 +101,10 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    bool started_ = false;
    std::set<RouteKey, ByGroup> routes_;           // of the model
    std::map<RouteKey, Entry, ByGroup> standing_;  // in the kernel
-   std::map<RouteKey, double, ByGroup> marked_;   // since when
+   struct Marked {
+      double first, last;  // s
+   };
+   std::map<RouteKey, Marked, ByGroup> marked_;
    std::map<RouteKey, double, ByGroup> refused_;  // until when
    Mox::EventCounter writes_, removals_, refusals_;
 };

@@ -78,9 +78,17 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
    }
 
    void onRouteFlags() override { mark(); }
-   void onIifSwitchState() override { mark(); }
+   void onIifSwitchState() override {
+      mark();
+      changed();
+   }
    // Others do not read it.
-   void onUpJoinState() override { engine_.mark( key_ ); }
+   void onUpJoinState() override {
+      engine_.mark( key_ );
+      changed();
+   }
+   void onCreationTime() override { changed(); }
+   void onIifSwitchPending() override { changed(); }
    void onUmh() override {
       umh_.notifierIs( notifier()->umh() );
       mark();
@@ -107,7 +115,10 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
       explicit MoxUmh( MoxRoute& route ) : route_( route ) {}
       void onRpf() override { route_.mark(); }
       void onRpfAttached() override { route_.mark(); }
-      void onPrevRpf() override { route_.mark(); }
+      void onPrevRpf() override {
+         route_.mark();
+         route_.changed();
+      }
       void onMbrIif() override { route_.mark(); }
       void onFrr() override { route_.mark(); }
       void onRoute() override { route_.mark(); }
@@ -118,16 +129,30 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
    class MoxIntf : public Intf::NotifieeConst {
     public:
       explicit MoxIntf( MoxRoute& route ) : route_( route ) {}
-      void onJoinState() override { route_.mark(); }
-      void onRptState() override { route_.mark(); }
-      void onAssertInfo() override { route_.mark(); }
-      void onLocalReceiverInclude() override { route_.mark(); }
-      void onLocalReceiverExclude() override { route_.mark(); }
+      void onJoinState() override { mark(); }
+      void onRptState() override { mark(); }
+      void onAssertInfo() override { mark(); }
+      void onLocalReceiverInclude() override { mark(); }
+      void onLocalReceiverExclude() override { mark(); }
+      // No macro reads these.
+      void onLastJoinReceived() override { changed(); }
+      void onLastRptPruneReceived() override { changed(); }
+      void onLastAssertAction() override { changed(); }
+      void onFastForward() override { changed(); }
+      void onToBeDeleted() override { changed(); }
+      void onAllowRpInUse() override { changed(); }
 
     private:
+      void changed() { route_.changed( notifier()->intfId() ); }
+      void mark() {
+         route_.mark();
+         changed();
+      }
+
       MoxRoute& route_;
    };
 
+   void changed( IntfId intfId = {} ) { engine_.hooks_.changed( key_, intfId ); }
    // What a (*,G) route has, its group's routes read.
    void mark() {
       if ( key_.source.isUnspecified() ) return engine_.markGroup( key_.group );
@@ -185,9 +210,9 @@ class ForwardingEngine::MoxStatus final : public Sm::Status::NotifieeConst {
    MoxPim pim_;
 };
 
-ForwardingEngine::ForwardingEngine( Mox::Ptr<Sm::Status> model, Reviewed reviewed )
+ForwardingEngine::ForwardingEngine( Mox::Ptr<Sm::Status> model, Hooks hooks )
    : model_( std::move( model ) ),
-     reviewed_( std::move( reviewed ) ),
+     hooks_( std::move( hooks ) ),
      moxStatus_( std::make_unique<MoxStatus>( *this, *model_ ) ) {
    for ( const RouteKey& key : Mox::keysOf( model_->route() ) ) handleRoute( key );
 }
@@ -242,7 +267,7 @@ bool ForwardingEngine::review( const std::function<bool()>& over ) {
       if ( round_.empty() ) return true;
       auto [group, source] = *round_.begin();
       round_.erase( round_.begin() );
-      reviewed_( { source, group } );
+      hooks_.reviewed( { source, group } );
       Mox::Ptr<Sm::Route> route = model_->route( { source, group } );
       if ( route == nullptr ) continue;
       if ( !route->wildCard() )

@@ -26,12 +26,20 @@ namespace Agent {
 
 class ForwardingEngine {
  public:
-   // `reviewed` is told of each route whose macros may answer otherwise now, before it is
-   // reviewed; it may change states, and end the route.
-   using Reviewed = std::function<void( const Routing::Pim::RouteKey& )>;
-   explicit ForwardingEngine(
-      Mox::Ptr<Routing::Pim::SparseMode::Status> model,
-      Reviewed reviewed = []( const Routing::Pim::RouteKey& ) {} );
+   struct Hooks {
+      // Called for each route whose macros may answer otherwise now, before it is
+      // reviewed; may change states, and end the route.
+      std::function<void( const Routing::Pim::RouteKey& )> reviewed =
+         []( const Routing::Pim::RouteKey& ) {};
+      // Something else stands in the route, or in its record of the interface; the
+      // empty interface: in the route itself. Must change nothing.
+      std::function<void( const Routing::Pim::RouteKey&, Vantu::IntfId )> changed =
+         []( const Routing::Pim::RouteKey&, Vantu::IntfId ) {};
+   };
+   ForwardingEngine( Mox::Ptr<Routing::Pim::SparseMode::Status> model,
+                     Hooks hooks );
+   explicit ForwardingEngine( Mox::Ptr<Routing::Pim::SparseMode::Status> model )
+      : ForwardingEngine( std::move( model ), Hooks() ) {}
    ~ForwardingEngine();
    ForwardingEngine( const ForwardingEngine& ) = delete;
    ForwardingEngine& operator=( const ForwardingEngine& ) = delete;
@@ -62,7 +70,7 @@ class ForwardingEngine {
    void handlePimIntf( const Vantu::IntfId& intfId );
 
    Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
-   Reviewed reviewed_;
+   Hooks hooks_;
    std::set<Mark> marked_;
    std::set<Mark> round_;  // being reviewed
    std::map<Group, std::map<Source, std::unique_ptr<MoxRoute>>> groups_;

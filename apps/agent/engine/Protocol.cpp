@@ -22,13 +22,14 @@ bool contains( const std::vector<IpGenAddr>& addresses, const IpGenAddr& address
 
 }
 
-Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
-                    Mox::Ptr<Routing::Pim::SparseMode::Status> model,
-                    Mox::Ptr<Routing::Pim::Status> pimStatus,
-                    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers,
-                    Mox::Clock& clock, AgentCounters& counters,
-                    const KernelRoutes* kernelRoutes,
-                    std::function<void()> linksChanged )
+Protocol::Protocol(
+   Vantu::AddressFamily family, const VrfConfig& config,
+   Mox::Ptr<Routing::Pim::SparseMode::Status> model,
+   Mox::Ptr<Routing::Pim::Status> pimStatus,
+   Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers, Mox::Clock& clock,
+   AgentCounters& counters, const KernelRoutes* kernelRoutes,
+   std::function<void()> linksChanged,
+   std::function<void( const Routing::Pim::RouteKey&, IntfId )> changed )
    : family_( family ),
      config_( config ),
      pimStatus_( std::move( pimStatus ) ),
@@ -42,7 +43,8 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
      membership_( routes_, clock, &policy_, counters ),
      asserts_( routes_, clock, counters ),
      sources_( routes_, clock, topology_, counters ),
-     forwarding_( model, [this]( const auto& key ) { asserts_.review( key ); } ),
+     forwarding_( model, { [this]( const auto& key ) { asserts_.review( key ); },
+                           std::move( changed ) } ),
      registering_( std::move( registers ), clock, topology_, config, counters ) {
    updateLinks();
 }

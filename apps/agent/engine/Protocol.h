@@ -26,13 +26,16 @@ class Protocol {
    };
 
    // `kernelRoutes` may be null. The configuration is looked at again in configChanged(). The links' DR roles and
-   // neighbours may be others when `linksChanged` is called.
-   Protocol( Vantu::AddressFamily family, const VrfConfig& config,
-             Mox::Ptr<Routing::Pim::SparseMode::Status> model,
-             Mox::Ptr<Routing::Pim::Status> pimStatus,
-             Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers,
-             Mox::Clock& clock, AgentCounters& counters,
-             const KernelRoutes* kernelRoutes, std::function<void()> linksChanged );
+   // neighbours may be others when `linksChanged` is called; `changed` is as of
+   // ForwardingEngine.
+   Protocol(
+      Vantu::AddressFamily family, const VrfConfig& config,
+      Mox::Ptr<Routing::Pim::SparseMode::Status> model,
+      Mox::Ptr<Routing::Pim::Status> pimStatus,
+      Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers,
+      Mox::Clock& clock, AgentCounters& counters, const KernelRoutes* kernelRoutes,
+      std::function<void()> linksChanged,
+      std::function<void( const Routing::Pim::RouteKey&, Vantu::IntfId )> changed );
 
    const std::map<Vantu::IntfId, Link>& links() const { return links_; }
 

@@ -7,6 +7,7 @@
 
 #include "apps/agent/config/ConfigReader.h"
 #include "apps/published/Incoming.h"
+#include "export/Conversion.h"
 #include "platform/loop/TestClock.h"
 #include "tests/support/Damage.h"
 #include "tests/support/TempRoot.h"
@@ -150,6 +151,57 @@ TEST_F( Family, NoRouteIsPublishedBeforeItsForwarding ) {
          << intf;
       EXPECT_TRUE( record.forward ) << intf;
    }
+}
+
+// Also what the writer does not mark by itself: join and prune states, their times, the
+// upstream join state.
+TEST_F( Family, TheTablesHoldWhatStandsInTheModel ) {
+   namespace Tables = Routing::Pim::SparseMode::Brane;
+   start( with( "  require-hello: no\n",
+                "  require-hello: no\n  ssmFilter: .no-ssm-range\n" ) );
+   untilAdopted();
+   const auto expectPublished = [this]( const char* after ) {
+      SCOPED_TRACE( after );
+      do {
+         real.advance( 0.05 );
+         real.runPass();
+         family->handleTurnEnd();
+      } while ( !family->published() );
+      for ( const Route& route : family->model().route() ) {
+         Tables::Route record;
+         ASSERT_EQ( family->tables().route().find( route.key(), record ),
+                    Brane::lookupFound );
+         EXPECT_EQ( record, Tables::doGetBraneRouteFromRoute( route ) );
+         for ( const auto& intf : route.routeIntf() ) {
+            Tables::Intf found;
+            ASSERT_EQ( family->tables().routeIntf().find(
+                          { route.key(), intf.intfId() }, found ),
+                       Brane::lookupFound );
+            EXPECT_EQ( found,
+                       Tables::doGetBraneIntfFromRouteIntf( route.key(), intf ) );
+         }
+      }
+   };
+   join( "eth1" );
+   expectPublished( "a join" );
+   real.advance( 30 );
+   join( "eth1" );
+   EXPECT_EQ( route()->routeIntf( intfId( "eth1" ) )->lastJoinReceived(),
+              real.now() );
+   expectPublished( "its refresh" );
+   join( "eth1", "233.252.0.1", "192.0.2.77" );
+   expectPublished( "a join of a source that comes in by the shared tree, too" );
+   pruneRpt( "eth1", "233.252.0.1", "192.0.2.78" );
+   expectPublished( "a prune from the shared tree" );
+   hear( "eth1", "233.252.0.1", {}, { encoded( nullptr, true ) } );
+   family->handleTurnEnd();
+   expectPublished( "a prune" );
+   configIs( with( "198.51.100.1/24", "198.51.100.2/24" ) );
+   expectPublished( "another address" );
+   real.advance( 211 );
+   real.runPass();
+   expectPublished( "the end of all joins" );
+   EXPECT_EQ( family->model().route().size(), 0u );
 }
 
 // Changes beyond what forwarding follows in time: the tables follow late, not never.

@@ -2,6 +2,9 @@
 // fatal assertion, traces, and the letters that macros put into a route's flags.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "model/Derivation.h"
 #include "tests/model/macros/Allocations.h"
 #include "tests/support/ThrowingAssertions.h"
 #include "tests/support/TraceCapture.h"
@@ -13,41 +16,15 @@ namespace {
 using Mox::Test::assertionText;
 using Mox::Test::TraceCapture;
 
-#define NAMED( macro ) \
-   { #macro, &Intf::macro }
-constexpr struct {
-   const char* name;
-   bool ( Intf::*macro )() const;
-} kAnswers[] = {
-   NAMED( joinsWcRp ),
-   NAMED( joinsWc ),
-   NAMED( joinsSg ),
-   NAMED( prunesSgRpt ),
-   NAMED( iAmDr ),
-   NAMED( lostAssertWc ),
-   NAMED( lostAssertSg ),
-   NAMED( lostAssertSgRpt ),
-   NAMED( includeWc ),
-   NAMED( includeSg ),
-   NAMED( excludeSg ),
-   NAMED( includeSgFastFailover ),
-   NAMED( immediateOlistWcRp ),
-   NAMED( immediateOlistWc ),
-   NAMED( immediateOlistSg ),
-   NAMED( inheritedOlistSgRpt ),
-   NAMED( inheritedOlistSg ),
-   NAMED( couldAssertWc ),
-   NAMED( couldAssertSg ),
-   NAMED( assertTrackingDesiredWc ),
-   NAMED( assertTrackingDesiredSg ),
-};
-#undef NAMED
-
-// The macros that hold.
+// The macros that hold, as reflection runs them.
 Mox::String truths( const Intf& intf ) {
    Mox::String names;
-   for ( const auto& answer : kAnswers )
-      if ( ( intf.*answer.macro )() ) names += Mox::String( answer.name ) + ' ';
+   for ( const Mox::AttributeInfo& row : intf.typeInfo().attributes )
+      if ( std::ranges::count( intfMacroNames(), row.name ) != 0 &&
+           row.get( intf ) == "true" )
+         names += Mox::String( row.name ) + ' ';
+   if ( intf.couldAssertSg() ) names += "couldAssertSg ";
+   if ( intf.assertTrackingDesiredSg() ) names += "assertTrackingDesiredSg ";
    return names;
 }
 
@@ -56,13 +33,13 @@ void expectAlone( IntfBuilder intf ) {
    EXPECT_EQ( truths( *intf ), "iAmDr " );
    intf.joined().include();
    EXPECT_EQ( truths( *intf ),
-              "joinsWc joinsSg iAmDr includeWc includeSg includeSgFastFailover "
+              "iAmDr joinsWc joinsSg includeWc includeSg includeSgFastFailover "
               "immediateOlistWc immediateOlistSg inheritedOlistSg couldAssertWc "
               "assertTrackingDesiredWc assertTrackingDesiredSg " );
    intf.joinState( Intf::noInfo ).include( false ).exclude().rptPruned();
    intf.lostAssert( "[R] 192.0.2.9 [120/30]" );
    EXPECT_EQ( truths( *intf ),
-              "prunesSgRpt iAmDr lostAssertWc lostAssertSg lostAssertSgRpt " );
+              "iAmDr prunesSgRpt lostAssertWc lostAssertSg lostAssertSgRpt " );
    EXPECT_EQ( intf->pimIntf(), nullptr );
    EXPECT_EQ( intf->myIp(), Vantu::IpGenAddr() );
    for ( const AssertMetric& own :
@@ -94,7 +71,7 @@ TEST( MacrosAlone, NamelessInterfaceIsTheMissingRpfInterface ) {
    EXPECT_EQ( truths( *intf ), "iAmDr " );
    intf.joined().lostAssert( "[R] 192.0.2.9 [1/1]" );
    EXPECT_EQ( truths( *intf ),
-              "joinsWc joinsSg iAmDr lostAssertSg immediateOlistWc "
+              "iAmDr joinsWc joinsSg immediateOlistWc lostAssertSg "
               "assertTrackingDesiredSg " );
 }
 

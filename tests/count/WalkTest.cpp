@@ -23,7 +23,9 @@ class PlainHistogram {
       entry.insert( address );
       store( count, entry );
    }
-   void move( const Addr& address, uint32_t count, uint32_t before ) {
+   void move( const Addr& address, size_t entries, bool added ) {
+      const auto count = uint32_t( entries );
+      const uint32_t before = added ? count - 1 : count + 1;
       file( address, count );
       Entry entry = at( before );
       entry.erase( address );
@@ -91,16 +93,11 @@ class Walk : public testing::TestWithParam<int> {
          return;
       }
       auto entity = c.status->sourceIs( source );
-      if ( what < 4 ) {
-         entity->sourceGroupDel( group );
-      } else {
-         entity->sourceGroupIs( group, what > 5 );
-      }
+      what < 4 ? (void)entity->sourceGroupDel( group )
+               : entity->sourceGroupIs( group, what > 5 );
       auto& entries = sources[source];
       if ( !change( entries, group, what ) ) return;
-      const auto count = uint32_t( entries.size() );
-      const bool added = what > 5;  // the flag decides
-      plainSources.move( source, count, added ? count - 1 : count + 1 );
+      plainSources.move( source, entries.size(), what > 5 );  // the flag decides
    }
    void stepGroup( const Addr& group, const Addr& source, unsigned what ) {
       if ( what == 0 ) {
@@ -109,16 +106,11 @@ class Walk : public testing::TestWithParam<int> {
          return;
       }
       auto entity = c.groupSourceMap->groupIs( group );
-      if ( what < 4 ) {
-         entity->groupSourceDel( source );
-      } else {
-         entity->groupSourceIs( source, what > 5 );
-      }
+      what < 4 ? (void)entity->groupSourceDel( source )
+               : entity->groupSourceIs( source, what > 5 );
       auto& entries = groups[group];
       if ( !change( entries, source, what ) ) return;
-      const auto count = uint32_t( entries.size() );
-      const bool added = what > 3;  // the presence decides
-      plainGroups.move( group, count, added ? count - 1 : count + 1 );
+      plainGroups.move( group, entries.size(), what > 3 );  // the presence decides
    }
    // 1 to 3 removes, 4 and 5 write false, more writes true.
    static bool change( std::map<Addr, bool>& entries, const Addr& key,

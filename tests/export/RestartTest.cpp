@@ -182,25 +182,6 @@ TEST_F( Restart, ResumesAfterABookmarkThatHasGone ) {
    EXPECT_EQ( agent.tables->routeIntf().size(), 12 - intfsGone );
 }
 
-TEST_F( Restart, RemovesStaleInterfacesAsWriterOnly ) {
-   leave( 1, 1 );
-   const RouteIntfKey stale{ keyOf( 7 ), intfId( "eth1" ) };
-   {
-      AgentSide former( clock, root.path() );
-      former.mount();
-      former.tables->routeIntfIs( Brane::Intf( stale ) );
-   }
-   ReaderSide reader( clock, root.path() );
-   reader.start();
-   EXPECT_TRUE( reader.tables->routeIntf().has( stale ) );
-   expectLoaded( reader, 1, 1 );
-   AgentSide agent( clock, root.path() );
-   agent.start();
-   EXPECT_FALSE( agent.tables->routeIntf().has( stale ) );
-   EXPECT_EQ( agent.tables->routeIntf().size(), 1U );
-   expectLoaded( agent, 1, 1 );
-}
-
 // A reader's reconciler meets an interface before its route is there.
 TEST_F( Restart, GivesAReadersStrayToItsRouteLater ) {
    const RouteIntfKey stray{ keyOf( 7 ), intfId( "eth1" ) };

@@ -275,6 +275,7 @@ TEST_F( RouteReader, CopiesInTheRecordsOrder ) {
                 ElementsAre( "creationTime", "prevRpf", "rpf", "rpfAttached",
                              "mbrIif", "iifSwitchState", "iifSwitchPending",
                              "upJoinState", "upRptState", "umhFrr" ) );
+   EXPECT_EQ( Brane::doGetBraneRouteFromRoute( *route ), record );
    Brane::Intf joined( kIntfKey );
    joined.toBeDeleted = joined.forward = joined.fastForward = true;
    joined.allowRpInUse = true;
@@ -285,6 +286,7 @@ TEST_F( RouteReader, CopiesInTheRecordsOrder ) {
    joined.lastAssertAction = 3;
    joined.localReceiverInclude = joined.localReceiverExclude = true;
    Brane::doUpdateIntf( *intf, joined );
+   EXPECT_EQ( Brane::doGetBraneIntfFromRouteIntf( kKey, *intf ), joined );
    EXPECT_THAT(
       heard, ElementsAre( "toBeDeleted", "forward", "fastForward", "allowRpInUse",
                           "joinState", "lastJoinReceived", "rptState",

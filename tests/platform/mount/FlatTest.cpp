@@ -45,17 +45,6 @@ TEST( Flat, RefusesWhatIsNoValue ) {
       []( auto& b ) { std::memset( b.place.name, 'y', sizeof b.place.name ); } ) );
 }
 
-TEST( Flat, KeepsBothFamilies ) {
-   for ( const char* text :
-         { "0.0.0.0", "255.255.255.255", "::", "2001:db8::1" } ) {
-      Book book;
-      book.key.address = Vantu::IpGenAddr( text );
-      Book read;
-      ASSERT_TRUE( ::Brane::FlatForm<Book>::read( bytesOf( book ), read ) );
-      EXPECT_EQ( read.key.address, book.key.address );
-   }
-}
-
 // A record's type text, and so the layout of whoever has it as a field, changes
 // with any of its fields.
 TEST( Flat, TellsNestedRecordsApart ) {

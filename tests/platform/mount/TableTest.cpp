@@ -154,31 +154,6 @@ TEST_F( TypedTable, ForetellsAVisitInItsOrder ) {
    EXPECT_EQ( ahead, met );
 }
 
-TEST_F( TypedTable, ResumesAVisitWhereTheBookmarkStood ) {
-   Side reader( clock, root.path(), ::Brane::tableReader );
-   add( 40 );
-   for ( Side* side : { &agent, &reader } ) {
-      const BookTable& books = side->shelf->book();
-      std::set<uint32_t> met;
-      BookKey bookmark;
-      auto stopAfter = [&]( size_t count ) {
-         return [&, count]( const Book& book ) {
-            bookmark = book.key;
-            met.insert( book.key.number );
-            return met.size() < count;
-         };
-      };
-      books.visit( nullptr, stopAfter( 20 ) );
-      ASSERT_EQ( met.size(), 20U );
-      uint32_t gone = bookmark.number;
-      Book removed = agent.shelf->bookDel( bookmark );
-      EXPECT_EQ( removed.key.number, gone );
-      books.visit( &bookmark, stopAfter( 100 ) );
-      EXPECT_EQ( met.size(), 40U );
-      agent.shelf->bookIs( removed );
-   }
-}
-
 // Quiet: what was written was rung, what was rung was told.
 TEST_F( TypedTable, SaysWhenNothingIsPending ) {
    Side reader( clock, root.path(), ::Brane::tableReader );

@@ -14,15 +14,15 @@ enum Departure {
    drWithoutPim,
    // 4.6, no winner is not me: here it is, where the own address is unspecified.
    namelessWinner,
-   // 4.1.6, pim_exclude(S,G) asks no (*,G) state: here nothing is excluded without it.
+   // 4.1.6, pim_exclude(S,G) asks no (*,G) state: here none excludes without it.
    excludeNeedsSibling,
-   // 4.6.5, never lost on RPF_interface(S): here the test waits for the upstream join.
+   // 4.6.5, never lost on RPF_interface(S): here that waits for the upstream join.
    lostSgJoinsRpfTest,
    // 4.6.3, the MRIB's values: here infinite until joined upstream.
    sptMetricWantsJoin,
    // 4.6.3, the MRIB's values, zeros for none: here infinite without a path.
    noPathIsInfinite,
-   // 4.6.1, joins(S,G) and pim_include(S,G) assert: here a lost (*,G) assert bars them.
+   // 4.6.1, joins(S,G), pim_include(S,G) assert: a lost (*,G) assert bars them here.
    lostWcBarsOwnAssert,
    // 4.6.1, joins(S,G) tracks: here not with the (*,G) assert lost.
    lostWcEndsOwnTracking,
@@ -30,7 +30,7 @@ enum Departure {
    standbyTracks,
    // 4.5.4, joins for any outgoing interface: here not without an upstream record.
    noUpstreamNoJoin,
-   // 4.5.7 has no such exception: here nothing is pruned from the register interface.
+   // 4.5.7 knows no exception: here nothing is pruned from the register interface.
    registerNeverPrunes,
    // 4.5.7 knows no standby path: here not pruned off the fast-reroute neighbour.
    standbySharesNeighbor,

@@ -33,7 +33,8 @@ struct Macro {
 
 // clang-format off
 #define MACRO( wc, from, macro, args, expected ) \
-   Macro{ #macro, wc, []( const Model& m ) { return plain( m.from().macro args ); }, \
+   Macro{ #macro, wc, \
+          []( const Model& m ) { return plain( m.from().macro args ); }, \
           []( const Oracle& o ) -> Value { return expected; } },
 #define WC( macro ) MACRO( true, wcIntf, macro, (), ( o.macro() & 1 ) != 0 )
 #define SG( macro ) MACRO( false, sgIntf, macro, (), ( o.macro() & 1 ) != 0 )

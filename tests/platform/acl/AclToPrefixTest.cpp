@@ -64,8 +64,9 @@ TEST( AclToPrefix, TakesNothingFromNoListAndAddsToWhatIsThere ) {
 }
 
 // Random lists over a range of 512 groups against a matcher that asks each rule for
-// each group. A group's prefix answers for every source: what is for some sources only
-// neither permits the group nor takes it from a rule behind. The range may lie at either end of the address space.
+// each group. A group's prefix answers for every source: what is for some sources
+// only neither permits the group nor takes it from a rule behind. The range may lie
+// at either end of the address space.
 template <class Family>
 class Trial {
    using Number = typename Family::Number;

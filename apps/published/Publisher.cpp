@@ -31,11 +31,12 @@ void publishAll( const Table& table, const std::vector<Record>& all,
       }
    };
    for ( const auto& key : gone ) attempt( [&] { remove( key ); } );
-   for ( const auto& [key, record] : wanted ) {
+   for ( const auto& entry : wanted ) {
+      const Record& record = *entry.second;
       Record standing;
-      if ( table.find( key, standing ) != Brane::lookupFound ||
-           !( standing == *record ) )
-         attempt( [&] { write( *record ); } );
+      if ( table.find( entry.first, standing ) != Brane::lookupFound ||
+           !( standing == record ) )
+         attempt( [&] { write( record ); } );
    }
 }
 

@@ -194,7 +194,7 @@ void RouteBraneWriterSm::doReviewRouteIntf( const RouteIntfKey& key ) {
 // when it was for want of room, which may come.
 template <class Key, class Operation>
 bool RouteBraneWriterSm::refusedFullTable( const char* where, const Key& key,
-                                           Operation operation ) {
+                                           Writes& writes, Operation operation ) {
    try {
       operation();
       return false;
@@ -204,17 +204,20 @@ bool RouteBraneWriterSm::refusedFullTable( const char* where, const Key& key,
       MOX_TRACE( trace, 0, where << key << ": " << e.what() );
    } catch ( const Mox::Error& e ) {
       MOX_TRACE( trace, 0, where << key << ": " << e.what() );
+      ++writes.refused;
       refusedInc( 1 );
       return false;
    }
+   ++writes.refused;
    refusedInc( 1 );
    return true;
 }
 
 void RouteBraneWriterSm::writeRoute( const SparseMode::Route& route ) {
    RouteKey key = route.key();
-   bool full = refusedFullTable( "doReviewRoute", key, [&] {
+   bool full = refusedFullTable( "doReviewRoute", key, routeWrites_, [&] {
       braneStatus_->routeIs( doGetBraneRouteFromRoute( route ) );
+      ++routeWrites_.written;
    } );
    if ( full ) refusedRoutes_.insert( key );
 }
@@ -222,8 +225,9 @@ void RouteBraneWriterSm::writeRoute( const SparseMode::Route& route ) {
 void RouteBraneWriterSm::writeRouteIntf( const RouteKey& routeKey,
                                          const SparseMode::Intf& intf ) {
    RouteIntfKey key{ routeKey, intf.intfId() };
-   bool full = refusedFullTable( "doReviewRouteIntf", key, [&] {
+   bool full = refusedFullTable( "doReviewRouteIntf", key, routeIntfWrites_, [&] {
       braneStatus_->routeIntfIs( doGetBraneIntfFromRouteIntf( routeKey, intf ) );
+      ++routeIntfWrites_.written;
    } );
    if ( full ) refusedRouteIntfs_.insert( key );
 }
@@ -232,9 +236,10 @@ void RouteBraneWriterSm::writeRouteIntf( const RouteKey& routeKey,
 void RouteBraneWriterSm::deleteRoute( const RouteKey& key ) {
    refusedRoutes_.erase( key );
    bool removed = false;
-   refusedFullTable( "doReviewRoute", key,
+   refusedFullTable( "doReviewRoute", key, routeWrites_,
                      [&] { removed = !!braneStatus_->routeDel( key ); } );
    if ( !removed ) return;
+   ++routeWrites_.removed;
    for ( const RouteKey& waiting : std::exchange( refusedRoutes_, {} ) ) {
       changeSet_->routeIs( waiting, true );
    }
@@ -243,9 +248,10 @@ void RouteBraneWriterSm::deleteRoute( const RouteKey& key ) {
 void RouteBraneWriterSm::deleteRouteIntf( const RouteIntfKey& key ) {
    refusedRouteIntfs_.erase( key );
    bool removed = false;
-   refusedFullTable( "doReviewRouteIntf", key,
+   refusedFullTable( "doReviewRouteIntf", key, routeIntfWrites_,
                      [&] { removed = !!braneStatus_->routeIntfDel( key ); } );
    if ( !removed ) return;
+   ++routeIntfWrites_.removed;
    for ( const RouteIntfKey& waiting : std::exchange( refusedRouteIntfs_, {} ) ) {
       changeSet_->routeIntfIs( waiting, true );
    }

@@ -61,6 +61,15 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
                        Mox::Clock* clock );
    ~RouteBraneWriterSm() override;
 
+   // What came of this writer's writes to a table.
+   struct Writes {
+      uint64_t written = 0;
+      uint64_t removed = 0;  // records that stood
+      uint64_t refused = 0;  // of either kind; refused() is both tables'
+   };
+   const Writes& routeWrites() const { return routeWrites_; }
+   const Writes& routeIntfWrites() const { return routeIntfWrites_; }
+
    // Keys marked since the last review began; keys of the review in progress.
    RouteChangeSet& changeSet() { return *changeSet_; }
    const RouteChangeSet& reviewChangeSet() const { return *reviewChangeSet_; }
@@ -87,7 +96,8 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
    void doReviewRouteIntf( const RouteIntfKey& key );
    bool sliceOver() const;
    template <class Key, class Operation>
-   bool refusedFullTable( const char* where, const Key& key, Operation operation );
+   bool refusedFullTable( const char* where, const Key& key, Writes& writes,
+                          Operation operation );
    void writeRoute( const SparseMode::Route& route );
    void writeRouteIntf( const RouteKey& key, const SparseMode::Intf& intf );
    void deleteRoute( const RouteKey& key );
@@ -103,6 +113,7 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
    // Waiting for room in their table.
    std::unordered_set<RouteKey> refusedRoutes_;
    std::unordered_set<RouteIntfKey> refusedRouteIntfs_;
+   Writes routeWrites_, routeIntfWrites_;
 };
 
 PIMSM_API Mox::Ptr<RouteBraneWriterSm> routeBraneWriterSmFactory(

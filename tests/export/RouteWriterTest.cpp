@@ -215,6 +215,11 @@ TEST_F( RouteWriter, WritesRefusedRecordsWhenRoomComes ) {
    Mox::Test::TraceCapture traces( "Pimsm::RouteBraneWriter/0" );
    agent.publish();
    EXPECT_EQ( agent.writer->refused(), 4U );
+   for ( const auto& writes :
+         { agent.writer->routeWrites(), agent.writer->routeIntfWrites() } ) {
+      EXPECT_EQ( writes.written, 2U );
+      EXPECT_EQ( writes.refused, 2U );
+   }
    EXPECT_EQ( traces.take().size(), 4U );
    EXPECT_EQ( agent.tables->route().size(), 2U );
    // Not tried again without reason, and again when a record goes.

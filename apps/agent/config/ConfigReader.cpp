@@ -192,7 +192,8 @@ void VrfReader::readName( Section& section, VrfConfig& out ) {
    Place place = section.require( "name" );
    out.name = Section::convert<L3::VrfName>( place, "name" );
    const std::string& name = out.name.name();
-   if ( name.empty() || name == "." || name == ".." ||
+   // "all" is how readers ask for every one.
+   if ( name.empty() || name == "." || name == ".." || name == "all" ||
         name.find( '/' ) != std::string::npos ||
         name.find( '\0' ) != std::string::npos ) {
       place.fail( fmt::format( "'{}' cannot name a VRF", name ) );

@@ -163,6 +163,7 @@ TEST( Config, FaultsOfInterfacesVrfsAndDocuments ) {
       { vrf + "  - name: eth0\n    addresses: [none]\n",
         "5: address: expected address/length" },
       { "vrfs:\n- name: ../up\n", "2: '../up' cannot name a VRF" },
+      { "vrfs:\n- name: all\n", "2: 'all' cannot name a VRF" },
       { "vrfs:\n- {name: red, mroute-table: 7}\n- {name: blue, mroute-table: 7}\n",
         "3: mroute-table 7 is VRF 'red's" },
       { "vrfs:\n- name: red\n- name: red\n", "3: VRF 'red' comes twice" },

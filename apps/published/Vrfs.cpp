@@ -1,5 +1,8 @@
 #include "apps/published/Vrfs.h"
 
+#include <grp.h>
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <set>
 #include <stdexcept>
@@ -22,6 +25,17 @@ std::string directoryOf( Vantu::AddressFamily family ) {
    return any.substr( 0, any.size() - 2 );
 }
 
+// Whose group may look there: that of the nearest directory that everybody sees.
+std::string groupOf( std::filesystem::path path ) {
+   struct stat status;
+   while ( stat( path.c_str(), &status ) != 0 ) {
+      if ( path == path.parent_path() ) return "that owns it";
+      path = path.parent_path();
+   }
+   const group* entry = getgrgid( status.st_gid );
+   return entry != nullptr ? entry->gr_name : std::to_string( status.st_gid );
+}
+
 }
 
 std::vector<L3::VrfName> vrfsUnder( const std::string& root,
@@ -31,8 +45,9 @@ std::vector<L3::VrfName> vrfsUnder( const std::string& root,
    std::error_code missing;
    std::filesystem::directory_iterator entries( directory, missing );
    if ( missing == std::errc::permission_denied ) {
-      throw std::runtime_error(
-         directory.string() + ": permission denied; join the group that owns it" );
+      throw std::runtime_error( directory.string() +
+                                ": permission denied: join the group " +
+                                groupOf( directory ) + ", as usermod -aG does" );
    }
    for ( const auto& entry : entries ) {
       const std::string name = entry.path().filename().string();

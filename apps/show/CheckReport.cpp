@@ -5,7 +5,9 @@
 #include <algorithm>
 
 #include "apps/published/Incoming.h"
+#include "apps/show/AgentTables.h"
 #include "apps/show/Olist.h"
+#include "apps/show/Rps.h"
 #include "apps/show/Words.h"
 
 namespace Show {
@@ -34,14 +36,19 @@ void checkIntf( const Intf& intf, const Conceivable& conceivable,
    }
 }
 
-void checkRoute( const Route& route, Checked& checked ) {
+std::string unresolvedText( const Route& route, const Rps& rps ) {
+   if ( !route.wildCard() ) return "no way to its source";
+   if ( const auto rp = rps.rp( route.key().group ) )
+      return "no way to its RP " + Vantu::valueToStrep( *rp );
+   return rps.published() ? "its group has no RP" : "no incoming interface";
+}
+
+void checkRoute( const Route& route, const Rps& rps, Checked& checked ) {
    ++checked.routes;
    if ( !route.rpf().intfId.empty() ) return;
+   if ( route.wildCard() && rps.startsHere( route ) ) return;
    checked.findings.push_back(
-      { "unresolved-rpf",
-        route.key(),
-        {},
-        route.wildCard() ? "no way to its RP" : "no way to its source" } );
+      { "unresolved-rpf", route.key(), {}, unresolvedText( route, rps ) } );
 }
 
 // Looked at again at the end: a living agent removes a route's interfaces after it.
@@ -84,18 +91,21 @@ Unverified verifyAll( const MoxBrane::TableBase& table ) {
    return out;
 }
 
-void checkTables( const MoxBrane::MountedEntity& entity, Checked& checked ) {
-   for ( const MoxBrane::TableBase* table : entity.tables() ) {
-      if ( table->control()->mountStatus() != MoxBrane::mountReady ) continue;
-      const Unverified found = verifyAll( *table );
-      if ( found.damaged == 0 && found.undecodable == 0 ) continue;
+void checkTable( const MoxBrane::TableBase& table, Checked& checked ) {
+   const auto found = [&]( const char* kind, const std::string& text ) {
       checked.findings.push_back(
-         { "unverifiable",
+         { kind,
            {},
            {},
-           fmt::format( "table {}: {} damaged records, {} of no value",
-                        table->name(), found.damaged, found.undecodable ) } );
-   }
+           fmt::format( "table {}: {}", tableName( table ), text ) } );
+   };
+   const std::string problem = unreadableText( table );
+   if ( !problem.empty() ) found( "unreadable", problem );
+   if ( !isReady( table ) ) return;
+   const Unverified records = verifyAll( table );
+   if ( records.damaged != 0 || records.undecodable != 0 )
+      found( "unverifiable", fmt::format( "{} damaged records, {} of no value",
+                                          records.damaged, records.undecodable ) );
 }
 
 std::string whereText( const Finding& finding ) {
@@ -111,18 +121,20 @@ std::string whereText( const Finding& finding ) {
 Checked check( const Mirror& mirror, const RouteFilter& filter ) {
    Checked checked;
    const Conceivable conceivable( mirror );
+   const Rps rps( mirror );
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
-      checkRoute( *route, checked );
+      checkRoute( *route, rps, checked );
       for ( const Intf* intf : selectIntfs( *route, filter ) )
          checkIntf( *intf, conceivable, checked );
    }
    checkStrays( mirror, filter, checked );
-   for ( const MoxBrane::MountedEntity* entity :
-         std::initializer_list<const MoxBrane::MountedEntity*>{
-            mirror.tables.get(), mirror.registers.get(), mirror.advertised.get(),
-            mirror.agent.get() } )
-      checkTables( *entity, checked );
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) )
+      checkTable( *table, checked );
    return checked;
+}
+
+void checkProcess( const Published::ProcessStatus& process, Checked& checked ) {
+   checkTable( process.counter(), checked );
 }
 
 std::string checkText( const Mirror& mirror, const Checked& checked ) {
@@ -134,10 +146,8 @@ std::string checkText( const Mirror& mirror, const Checked& checked ) {
       text += fmt::format( "    {:<15}  {}{}\n", finding.kind, whereText( finding ),
                            finding.text );
    if ( checked.undecided != 0 )
-      text += fmt::format(
-         "    {} outgoing lists unknown: the agent publishes no "
-         "interfaces\n",
-         checked.undecided );
+      text += fmt::format( "    {} outgoing lists unknown: {}\n", checked.undecided,
+                           noInterfacesText( mirror ) );
    return text;
 }
 

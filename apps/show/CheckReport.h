@@ -13,9 +13,9 @@ struct Finding {
    // "forward-differs": an interface's record against its outgoing list by the macros,
    // where those are known; "no-route": an interface's record without its route's;
    // "unresolved-rpf": a route without a way to its source or RP; "unverifiable":
-   // records whose checksum, place or bytes are wrong.
+   // records whose checksum, place or bytes are wrong; "unreadable": a whole table.
    const char* kind;
-   Routing::Pim::RouteKey key;  // none for "unverifiable"
+   Routing::Pim::RouteKey key;  // none for the last two
    Vantu::IntfId intfId;        // empty: the route as a whole
    std::string text;
 };
@@ -29,6 +29,8 @@ struct Checked {
 
 // Routes and interfaces that match; all records of all tables.
 Checked check( const Mirror& mirror, const RouteFilter& filter );
+// Adds what is found of the tables of the agent's process.
+void checkProcess( const Published::ProcessStatus& process, Checked& checked );
 
 std::string checkText( const Mirror& mirror, const Checked& checked );
 nlohmann::ordered_json checkJson( const Checked& checked );

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <set>
+
 #include "apps/show/DerivationReport.h"
 #include "apps/show/OutgoingReport.h"
 #include "apps/show/RouteFilter.h"
@@ -50,6 +52,23 @@ bool knows( const Mirror& mirror, const Question& question ) {
    const Route* route = std::as_const( *mirror.model ).route( question.route );
    if ( route == nullptr ) return false;
    return question.intfId.empty() || route->routeIntf( question.intfId ) != nullptr;
+}
+
+std::string unknownText( const Mirrors& mirrors, const Question& question ) {
+   const std::string key = keyText( question.route );
+   std::set<std::string> intfs;
+   bool standing = false;
+   for ( const auto& mirror : mirrors.all() ) {
+      const Route* route = std::as_const( *mirror->model ).route( question.route );
+      if ( route == nullptr ) continue;
+      standing = true;
+      for ( const Intf& intf : route->routeIntf() )
+         intfs.emplace( intf.intfId().name() );
+   }
+   if ( !standing ) return "no such route " + key + ": see pimsm-show routes";
+   return fmt::format(
+      "route {} has no record of {}: it has {}", key, question.intfId.name(),
+      intfs.empty() ? "none" : fmt::format( "{}", fmt::join( intfs, ", " ) ) );
 }
 
 std::string explainText( const Mirror& mirror, const Question& question,

@@ -29,6 +29,9 @@ Routing::Pim::RouteKey routeArgument( const std::string& source,
 // Is there what is asked about?
 bool knows( const Mirror& mirror, const Question& question );
 
+// For who does not know it anywhere: which of route and interface is not there.
+std::string unknownText( const Mirrors& mirrors, const Question& question );
+
 // A metric as the text form of assert metrics has it. Throws ParseError or RangeError.
 Routing::Pim::SparseMode::AssertMetric metricArgument( const std::string& text );
 

@@ -19,7 +19,7 @@ void add( InterfaceTotals& totals, const Intf& intf ) {
    const Sm::AssertState state = intf.assertInfo().assertState;
    totals.records += 1;
    totals.joins += intf.joinState() != Intf::noInfo ? 1 : 0;
-   totals.rptPrunes += intf.rptState() != Intf::rptNoInfo ? 1 : 0;
+   totals.rptPrunes += intf.prunesSgRpt() ? 1 : 0;
    totals.members += intf.localReceiverInclude() ? 1 : 0;
    totals.assertsWon += state == Sm::iAmAssertWinner ? 1 : 0;
    totals.assertsLost += state == Sm::iAmAssertLoser ? 1 : 0;

@@ -1,6 +1,7 @@
 #include "apps/show/Mirrors.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <ctime>
@@ -37,17 +38,13 @@ Mirror::Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
         manager, Published::MfibStatus::mountPath( family, name ),
         Brane::tableReader ) ) {}
 
-namespace {
-
-Mirror::Problem problemOf( const MoxBrane::MountedEntity& entity,
-                           const MoxBrane::TableBase& table ) {
-   using Problem = Mirror::Problem;
+Mirror::Problem Mirror::problem( const MoxBrane::TableBase& table ) {
    const MoxBrane::CollectionControl* control = table.control();
    if ( control->mountStatus() == MoxBrane::mountReady ) return {};
    if ( control->mountStatus() == MoxBrane::mountWaiting ||
         control->mountStatus() == MoxBrane::mountRemoved ) {
       return { Problem::missing,
-               entity.name() + "/" + control->name() + " is missing" };
+               control->entity()->name() + "/" + control->name() + " is missing" };
    }
    using Brane::LayoutError;
    LayoutError::Mismatch mismatch = table.reader()->mismatch();
@@ -58,21 +55,22 @@ Mirror::Problem problemOf( const MoxBrane::MountedEntity& entity,
             control->problem() };
 }
 
-}
-
 // The counters' table may be missing: nobody need count.
 Mirror::Problem Mirror::problem() const {
-   Problem problem = problemOf( *tables, tables->route() );
-   return problem.kind != Problem::none ? problem
-                                        : problemOf( *tables, tables->routeIntf() );
+   Problem found = problem( tables->route() );
+   return found.kind != Problem::none ? found : problem( tables->routeIntf() );
 }
 
 Mirror::Problem Mirror::problem( const MoxBrane::MountedEntity& entity ) {
    for ( const MoxBrane::TableBase* table : entity.tables() ) {
-      Problem problem = problemOf( entity, *table );
-      if ( problem.kind != Problem::none ) return problem;
+      Problem found = problem( *table );
+      if ( found.kind != Problem::none ) return found;
    }
    return {};
+}
+
+bool Mirror::gone() const {
+   return access( tables->route().reader()->path().c_str(), F_OK ) != 0;
 }
 
 // A bell is rung by writing to it; clocks that were set say 0.
@@ -109,40 +107,90 @@ uint64_t Mirror::unreadable() const {
    return count;
 }
 
-Mirrors::Mirrors( const Selection& selection )
-   : clock_( loop_ ),
-     manager_( clock_, &loop_, selection.root ),
-     process_( Published::ProcessStatus::mount( manager_, Brane::tableReader ) ) {
+namespace {
+
+using Found = std::vector<std::pair<Vantu::AddressFamily, L3::VrfName>>;
+
+Found find( const Selection& selection ) {
    using Vantu::AddressFamily;
+   Found found;
    for ( AddressFamily family : { AddressFamily::ipv4, AddressFamily::ipv6 } ) {
-      if ( !selection.family || selection.family == family ) {
-         mountFamily( selection, family );
+      if ( selection.family && selection.family != family ) continue;
+      for ( const L3::VrfName& name :
+            Published::vrfsUnder( selection.root, family ) ) {
+         if ( selection.vrf == "all" || selection.vrf == name.name() )
+            found.emplace_back( family, name );
       }
    }
-   std::stable_sort(
-      mirrors_.begin(), mirrors_.end(),
-      []( const auto& a, const auto& b ) { return a->vrf() < b->vrf(); } );
+   std::sort( found.begin(), found.end(), []( const auto& a, const auto& b ) {
+      return std::tie( a.second.name(), a.first ) <
+             std::tie( b.second.name(), b.first );
+   } );
+   return found;
 }
 
-void Mirrors::mountFamily( const Selection& selection,
-                           Vantu::AddressFamily family ) {
-   for ( const L3::VrfName& name :
-         Published::vrfsUnder( selection.root, family ) ) {
-      if ( selection.vrf != "all" && selection.vrf != name.name() ) continue;
-      mirrors_.push_back(
-         std::make_unique<Mirror>( manager_, clock_, family, name ) );
+// Has the loop turn from time to time.
+class Glances : public Mox::Clock::Notifiee {
+ public:
+   explicit Glances( Mox::Clock& clock ) : Notifiee( &clock ) { onTime(); }
+
+ private:
+   static constexpr double kInterval = 0.02;  // s
+   void onTime() override { wakeupTimeIs( clock()->now() + kInterval ); }
+};
+
+Mirror::Problem problemOf( const Mirror& mirror, Mirrors::Part part ) {
+   switch ( part ) {
+      case Mirrors::registersPart:
+         return Mirror::problem( *mirror.registers );
+      case Mirrors::advertisedPart:
+         return Mirror::problem( *mirror.advertised );
+      default:
+         return mirror.problem();
    }
 }
 
-void Mirrors::load() {
-   auto allLoaded = [this] {
-      return std::all_of( mirrors_.begin(), mirrors_.end(),
-                          []( const auto& mirror ) { return mirror->loaded(); } );
+}
+
+// What may not be read is heard of first, before any of it is mounted.
+Mirrors::Mirrors( const Selection& selection )
+   : clock_( loop_ ), manager_( clock_, &loop_, selection.root ) {
+   const Found found = find( selection );
+   process_ = Published::ProcessStatus::mount( manager_, Brane::tableReader );
+   for ( const auto& [family, name] : found )
+      mirrors_.push_back(
+         std::make_unique<Mirror>( manager_, clock_, family, name ) );
+}
+
+std::vector<Mirrors::Unread> Mirrors::load( Part part ) {
+   using Problem = Mirror::Problem;
+   const double end = now() + patience;
+   auto waits = [&]( const auto& mirror ) {
+      const Problem::Kind kind = problemOf( *mirror, part ).kind;
+      if ( kind == Problem::none ) return part == routesPart && !mirror->loaded();
+      return kind == Problem::missing && mirror->writerAlive() && !mirror->gone() &&
+             now() < end;
    };
+   auto anyWaits = [&] {
+      return std::any_of( mirrors_.begin(), mirrors_.end(), waits );
+   };
+   Glances glances( clock_ );
    Mox::Loop::TurnEnd check( loop_, [&] {
-      if ( allLoaded() ) loop_.stop();
+      if ( !anyWaits() ) loop_.stop();
    } );
-   if ( !allLoaded() ) loop_.run();
+   if ( anyWaits() ) loop_.run();
+   std::vector<Unread> unread;
+   for ( auto& mirror : mirrors_ ) {
+      Problem problem = problemOf( *mirror, part );
+      if ( problem.kind == Problem::none ) continue;
+      if ( problem.kind == Problem::missing && mirror->gone() ) {
+         mirror.reset();
+      } else {
+         unread.push_back( { std::move( mirror ), std::move( problem ) } );
+      }
+   }
+   std::erase( mirrors_, nullptr );
+   return unread;
 }
 
 }

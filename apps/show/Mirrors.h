@@ -38,9 +38,13 @@ struct Mirror {
       Kind kind = none;
       std::string text;
    };
+   // Of the routes.
    Problem problem() const;
-   // The same of an entity's tables.
+   // The same of an entity's tables, and of one.
    static Problem problem( const MoxBrane::MountedEntity& entity );
+   static Problem problem( const MoxBrane::TableBase& table );
+   // Have the tables been removed since they were found, as with their VRF?
+   bool gone() const;
    // Seconds since the agent last rang after writing routes; nothing where the bells are
    // not to be seen.
    std::optional<double> sinceLastWrite() const;
@@ -64,11 +68,23 @@ struct Mirror {
 
 class Mirrors {
  public:
-   // Mounts what the selection names and there is; load() fills the models.
+   // s; how long load() waits for tables that are being made.
+   static constexpr double patience = 1.0;
+
+   // Mounts what the selection names and there is; load() fills the models. Throws
+   // std::runtime_error where the directory may not be read.
    explicit Mirrors( const Selection& selection );
 
-   // Runs the loop until every model holds what its tables held.
-   void load();
+   // What of a mirror is to be read.
+   enum Part { routesPart, registersPart, advertisedPart };
+   struct Unread {
+      std::unique_ptr<Mirror> mirror;
+      Mirror::Problem problem;
+   };
+   // Runs the loop until all() can be read; for the routes, until every model holds
+   // what its tables held. Takes out of all() and returns what cannot be read; what was
+   // removed meanwhile is taken out without a word.
+   std::vector<Unread> load( Part part = routesPart );
 
    // In order of VRF name, IPv4 first.
    const std::vector<std::unique_ptr<Mirror>>& all() const { return mirrors_; }
@@ -79,8 +95,6 @@ class Mirrors {
    const Published::ProcessStatus& agentProcess() const { return *process_; }
 
  private:
-   void mountFamily( const Selection& selection, Vantu::AddressFamily family );
-
    Mox::Loop loop_;
    Mox::RealClock clock_;
    Corvex::EntityManager manager_;

@@ -6,7 +6,9 @@
 #include <iterator>
 
 #include "apps/published/Incoming.h"
+#include "apps/show/Rps.h"
 #include "apps/show/Words.h"
+#include "apps/show/YangData.h"
 
 namespace Show {
 
@@ -27,6 +29,31 @@ std::string yesNo( bool value ) {
    return value ? "yes" : "no";
 }
 
+// "prune pending (prunePending)": the word, and the state for those who know it.
+template <class State>
+std::string stateText( State state, const char* prefix = "" ) {
+   const Mox::StringView name = stringValue( state );
+   std::string word = yangName( name, prefix );
+   std::replace( word.begin(), word.end(), '-', ' ' );
+   return word == name ? word : fmt::format( "{} ({})", word, name );
+}
+
+std::string assertStateText( Sm::AssertState state ) {
+   const char* word = state == Sm::iAmAssertWinner  ? "won"
+                      : state == Sm::iAmAssertLoser ? "lost"
+                                                    : "no info";
+   return fmt::format( "{} ({})", word, stringValue( state ) );
+}
+
+// "lost (A2)": the actions of RFC 7761, 4.6.1 and 4.6.2.
+std::string actionText( uint8_t action ) {
+   constexpr const char* kWords[] = { "won",       "lost",      "sent again",
+                                      "cancelled", "forgotten", "lost" };
+   if ( action == 0 ) return "none";
+   if ( action > std::size( kWords ) ) return fmt::format( "unknown ({})", action );
+   return fmt::format( "{} (A{})", kWords[action - 1], action );
+}
+
 template <class Out>
 void field( Out out, const char* indent, const char* name,
             const std::string& value ) {
@@ -40,32 +67,36 @@ void routeDetail( std::string& text, const Route& route ) {
    field( out, kIndent, "rpf", rpfText( route.rpf(), route.rpfAttached() ) );
    field( out, kIndent, "rpf metric", metricText( route.rpf() ) );
    field( out, kIndent, "previous rpf", rpfText( route.prevRpf(), false ) );
+   field( out, kIndent, "previous rpf metric", metricText( route.prevRpf() ) );
    field( out, kIndent, "fast-reroute rpf",
           rpfText( route.rpfFrr(), route.rpfFrrAttached() ) );
+   field( out, kIndent, "fast-reroute rpf metric", metricText( route.rpfFrr() ) );
    field( out, kIndent, "border router interface", nameText( route.mbrIif() ) );
-   field( out, kIndent, "interface switch", stringValue( route.iifSwitchState() ) );
+   field( out, kIndent, "interface switch", stateText( route.iifSwitchState() ) );
    field( out, kIndent, "switch pending", yesNo( route.iifSwitchPending() ) );
-   field( out, kIndent, "upstream join state", stringValue( route.upJoinState() ) );
-   field( out, kIndent, "upstream rpt state", stringValue( route.upRptState() ) );
+   field( out, kIndent, "upstream join state",
+          stateText( route.upJoinState(), "up" ) );
+   field( out, kIndent, "upstream rpt state",
+          stateText( route.upRptState(), "upRpt" ) );
 }
 
 void intfDetail( std::string& text, const Intf& intf, double now ) {
    auto out = std::back_inserter( text );
    constexpr const char* kIndent = "          ";
    field( out, kIndent, "forwards in a failover", yesNo( intf.fastForward() ) );
-   field( out, kIndent, "join state", stringValue( intf.joinState() ) );
+   field( out, kIndent, "join state", stateText( intf.joinState() ) );
    field( out, kIndent, "last join", agoText( intf.lastJoinReceived(), now ) );
-   field( out, kIndent, "rpt state", stringValue( intf.rptState() ) );
+   field( out, kIndent, "rpt state", stateText( intf.rptState(), "rpt" ) );
    field( out, kIndent, "last rpt prune",
           agoText( intf.lastRptPruneReceived(), now ) );
    field( out, kIndent, "assert state",
-          stringValue( intf.assertInfo().assertState ) );
+          assertStateText( intf.assertInfo().assertState ) );
    if ( intf.assertInfo().assertState != Sm::assertNoInfo ) {
       field( out, kIndent, "assert winner",
              valueToStrep( intf.assertInfo().assertWinnerMetric ) );
    }
    field( out, kIndent, "last assert action",
-          std::to_string( intf.lastAssertAction() ) );
+          actionText( intf.lastAssertAction() ) );
    field( out, kIndent, "local receiver include",
           yesNo( intf.localReceiverInclude() ) );
    field( out, kIndent, "local receiver exclude",
@@ -87,14 +118,16 @@ Columns columnsFor( const std::vector<const Route*>& routes,
    return columns;
 }
 
-std::string routeLine( const Route& route, const Columns& columns, double now ) {
+std::string routeLine( const Route& route, const Columns& columns, double now,
+                       bool startsHere ) {
    const Rpf incoming = Published::incomingRpf( route );
    return fmt::format(
       "{:<{}}  {:>7}  {}  {}{}{}\n", keyText( route.key() ), columns.key,
       route.creationTime() == 0.0 ? "unknown"
                                   : spanText( now - route.creationTime() ),
       treeText( route ), incoming == Rpf() ? "" : "in ",
-      rpfText( incoming, Published::incomingAttached( route ) ),
+      startsHere ? "from its RP, this router"
+                 : rpfText( incoming, Published::incomingAttached( route ) ),
       route.upJoinState() == Sm::upJoined ? "  upstream joined" : "" );
 }
 
@@ -123,8 +156,9 @@ std::string routesText( const Mirror& mirror, const RouteFilter& filter,
    std::string text = routesHeading( mirror, routes.size() );
    if ( !routes.empty() ) text += '\n';
    Columns columns = columnsFor( routes, filter );
+   const Rps rps( mirror );
    for ( const Route* route : routes ) {
-      text += routeLine( *route, columns, now );
+      text += routeLine( *route, columns, now, rps.startsHere( *route ) );
       if ( detail ) routeDetail( text, *route );
       for ( const Intf* intf : selectIntfs( *route, filter ) ) {
          text += intfLine( *intf, columns, now );

@@ -20,8 +20,9 @@ struct Columns {
 Columns columnsFor( const std::vector<const Route*>& routes,
                     const RouteFilter& filter );
 
-// One line each.
-std::string routeLine( const Route& route, const Columns& columns, double now );
+// One line each. `startsHere`: see Rps.
+std::string routeLine( const Route& route, const Columns& columns, double now,
+                       bool startsHere = false );
 std::string intfLine( const Intf& intf, const Columns& columns, double now );
 
 // The heading alone: "vrf default ipv4: 2 of 1284 routes, agent running".

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "apps/show/AgentTables.h"
 #include "apps/show/Words.h"
 
 namespace Show {
@@ -27,39 +28,25 @@ std::string counterText( const Mirror& mirror, Sm::Brane::RouteCounterType type 
    return count ? std::to_string( *count ) : "unknown";
 }
 
-// The advertised (S,G) are the one collection of their entity.
-std::string nameOf( const MoxBrane::TableBase& table ) {
-   return table.name() == "coll" ? "advertised" : table.name();
-}
-
 std::string tableLine( const MoxBrane::TableBase& table ) {
-   return fmt::format( "    {:<19} {:>8} used {:>8} free of {}\n", nameOf( table ),
-                       table.size(), table.capacity() - table.size(),
-                       table.capacity() );
+   const std::string problem = unreadableText( table );
+   if ( !problem.empty() )
+      return fmt::format( "    {:<19} cannot be read: {}\n", tableName( table ),
+                          problem );
+   return fmt::format( "    {:<19} {:>8} used {:>8} free of {}\n",
+                       tableName( table ), table.size(),
+                       table.capacity() - table.size(), table.capacity() );
 }
 
-bool ready( const MoxBrane::TableBase& table ) {
-   return table.control()->mountStatus() == MoxBrane::mountReady;
-}
-
-// The agent's tables that are there; those of the routes are.
-std::vector<const MoxBrane::TableBase*> agentTables( const Mirror& mirror ) {
-   std::vector<const MoxBrane::TableBase*> tables;
-   for ( const MoxBrane::MountedEntity* entity :
-         std::initializer_list<const MoxBrane::MountedEntity*>{
-            mirror.tables.get(), mirror.registers.get(), mirror.advertised.get(),
-            mirror.agent.get() } ) {
-      for ( const MoxBrane::TableBase* table : entity->tables() )
-         if ( ready( *table ) ) tables.push_back( table );
-   }
-   return tables;
+bool isPublished( const MoxBrane::TableBase& table ) {
+   return isReady( table ) || !unreadableText( table ).empty();
 }
 
 // The forwarding process's; none where it has never run.
 std::vector<const MoxBrane::TableBase*> mfibTables( const Mirror& mirror ) {
    std::vector<const MoxBrane::TableBase*> tables;
    for ( const MoxBrane::TableBase* table : mirror.mfib->tables() )
-      if ( ready( *table ) ) tables.push_back( table );
+      if ( isPublished( *table ) ) tables.push_back( table );
    return tables;
 }
 
@@ -69,7 +56,12 @@ bool mfibAlive( const Mirror& mirror ) {
 
 Json tableJson( const MoxBrane::TableBase& table ) {
    Json json;
-   json["name"] = nameOf( table );
+   json["name"] = tableName( table );
+   const std::string problem = unreadableText( table );
+   if ( !problem.empty() ) {
+      json["problem"] = problem;
+      return json;
+   }
    json["used"] = table.size();
    json["capacity"] = table.capacity();
    json["generation"] = fmt::format( "{:016x}", table.reader()->instanceId() );
@@ -83,8 +75,9 @@ std::string statusText( const Mirror& mirror ) {
    std::string text = fmt::format( "vrf {} {}: agent {}\n", mirror.vrf(),
                                    familyName( mirror.family ),
                                    mirror.writerAlive() ? "running" : "gone" );
-   for ( const MoxBrane::TableBase* table : agentTables( mirror ) )
-      text += tableLine( *table );
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
+      if ( isPublished( *table ) ) text += tableLine( *table );
+   }
    text += fmt::format( "    routes        {} (*,G), {} (S,G)\n",
                         mirror.model->wcRoutes(), mirror.model->sgRoutes() );
    text += fmt::format(
@@ -110,8 +103,9 @@ Json statusJson( const Mirror& mirror ) {
    Json json;
    json["wc-routes"] = mirror.model->wcRoutes();
    json["sg-routes"] = mirror.model->sgRoutes();
-   for ( const MoxBrane::TableBase* table : agentTables( mirror ) )
-      json["table"].push_back( tableJson( *table ) );
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
+      if ( isPublished( *table ) ) json["table"].push_back( tableJson( *table ) );
+   }
    if ( auto since = mirror.sinceLastWrite() )
       json["since-last-write"] = timeticks( *since );
    const auto mfib = mfibTables( mirror );

@@ -54,6 +54,13 @@ std::string timeticks( double seconds ) {
    return std::to_string( static_cast<uint64_t>( bounded * 100 ) );
 }
 
+std::string noInterfacesText( const Mirror& mirror ) {
+   return Mirror::problem( mirror.agent->interface() ).kind ==
+                Mirror::Problem::missing
+             ? "the agent publishes no interfaces"
+             : "the agent's table of interfaces cannot be read";
+}
+
 std::string lastWriteText( const Mirror& mirror ) {
    const auto since = mirror.sinceLastWrite();
    return fmt::format( "As of the agent's last write, {}{}.\n",
@@ -91,17 +98,23 @@ std::string assertText( const Sm::AssertInfo& info ) {
                                                   : "assert lost to " + who;
 }
 
+// Do we know that the members here are not ours?
+bool servedByAnother( const Intf& intf ) {
+   return !intf.forward() && intf.pimIntf() != nullptr && !intf.iAmDr();
+}
+
 // A record with nothing of its own stands for the (*,G) route's.
 std::string inheritedText( const Intf& intf ) {
    const Intf* shared = intf.wcIntf();
    if ( shared == nullptr || shared == &intf ) return "";
-   if ( shared->joinState() != Intf::noInfo ) return "inherits the (*,G) join";
-   return shared->localReceiverInclude() ? "inherits the (*,G) member" : "";
-}
-
-// Do we know that the members here are not ours?
-bool servedByAnother( const Intf& intf ) {
-   return !intf.forward() && intf.pimIntf() != nullptr && !intf.iAmDr();
+   if ( !intf.forward() && shared->assertInfo().assertState == Sm::iAmAssertLoser )
+      return "(*,G) " + assertText( shared->assertInfo() );
+   const char* how = intf.forward() ? "inherits" : "in spite of";
+   if ( shared->joinState() != Intf::noInfo )
+      return fmt::format( "{} the (*,G) join", how );
+   if ( !shared->localReceiverInclude() ) return "";
+   return servedByAnother( intf ) ? "(*,G) member, another router is DR"
+                                  : fmt::format( "{} the (*,G) member", how );
 }
 
 }
@@ -116,7 +129,9 @@ std::string intfReason( const Intf& intf, double now ) {
       append( out, "last join " + agoText( intf.lastJoinReceived(), now ) );
    }
    if ( intf.rptState() != Intf::rptNoInfo ) {
-      append( out, "source pruned " + agoText( intf.lastRptPruneReceived(), now ) );
+      append( out, ( intf.prunesSgRpt() ? "source pruned "
+                                        : "source prune pending, last " ) +
+                      agoText( intf.lastRptPruneReceived(), now ) );
    }
    if ( intf.localReceiverInclude() )
       append( out,

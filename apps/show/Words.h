@@ -27,6 +27,9 @@ std::string agoText( double time, double now );
 // In hundredths of a second, as RFC 7951 has numbers of 64 bits: a text.
 std::string timeticks( double seconds );
 
+// "the agent publishes no interfaces": why its addresses and DR roles are not known.
+std::string noInterfacesText( const Mirror& mirror );
+
 // "As of the agent's last write, 12s ago.", a line.
 std::string lastWriteText( const Mirror& mirror );
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <set>
 
 #include "apps/show/Arguments.h"
 #include "apps/show/CheckReport.h"
@@ -24,6 +25,11 @@ namespace Show {
 namespace {
 
 using Json = nlohmann::ordered_json;
+
+ExitStatus complain( ExitStatus status, const std::string& text ) {
+   std::cerr << "pimsm-show: " << text << '\n';
+   return status;
+}
 
 void printText( const std::string& text ) {
    std::cout << folded( text, outputWidth() );
@@ -97,11 +103,16 @@ ExitStatus printRoutes( const Mirrors& mirrors, const Arguments& arguments ) {
 }
 
 template <class Row>
-bool isEmpty( const Selected<Row>& selected ) {
+bool isEmpty( const Selected<Row>& selected, const RouteFilter& ) {
    return selected.rows.empty();
 }
-bool isEmpty( const Interfaces& selected ) {
-   return selected.empty();
+// Where routes were asked for, an interface with no part in any is none of theirs.
+bool isEmpty( const Interfaces& selected, RouteFilter filter ) {
+   filter.iface.clear();
+   const bool routes = filter.active();
+   return std::none_of( selected.begin(), selected.end(), [&]( const auto& each ) {
+      return !routes || each.second.records != 0 || each.second.incoming != 0;
+   } );
 }
 
 // What `select` finds in each mirror, by `text`, or by `json` as the member `member`.
@@ -113,7 +124,7 @@ ExitStatus printSelected( const Mirrors& mirrors, const Arguments& arguments,
    bool first = true, matching = false;
    for ( const auto& mirror : mirrors.all() ) {
       auto selected = select( *mirror, arguments.filter );
-      matching = matching || !isEmpty( selected );
+      matching = matching || !isEmpty( selected, arguments.filter );
       if ( arguments.json ) {
          document.push_back( envelope( *mirror, member, json( selected ) ) );
       } else {
@@ -125,17 +136,26 @@ ExitStatus printSelected( const Mirrors& mirrors, const Arguments& arguments,
    return arguments.filter.active() && !matching ? nothingFound : done;
 }
 
+void addAge( Json& json, const Mirror& mirror ) {
+   if ( const auto since = mirror.sinceLastWrite() )
+      json["since-last-write"] = timeticks( *since );
+}
+
 ExitStatus printChecked( const Mirrors& mirrors, const Arguments& arguments ) {
    Json document = Json::array();
-   bool found = false;
+   bool found = false, first = true;
    for ( const auto& mirror : mirrors.all() ) {
-      const Checked checked = check( *mirror, arguments.filter );
+      Checked checked = check( *mirror, arguments.filter );
+      if ( std::exchange( first, false ) )
+         checkProcess( mirrors.agentProcess(), checked );
       found = found || !checked.findings.empty();
       if ( arguments.json ) {
+         Json json = checkJson( checked );
+         addAge( json, *mirror );
          document.push_back(
-            envelope( *mirror, "pimsm-state:check", checkJson( checked ) ) );
+            envelope( *mirror, "pimsm-state:check", std::move( json ) ) );
       } else {
-         printText( checkText( *mirror, checked ) );
+         printText( checkText( *mirror, checked ) + lastWriteText( *mirror ) );
       }
    }
    if ( arguments.json ) printJsonDocument( document );
@@ -180,6 +200,7 @@ ExitStatus printExplanations( const Mirrors& mirrors, const Arguments& arguments
       if ( arguments.json ) {
          Json answer;
          answer["answer"] = explainJson( *mirror, arguments.question );
+         addAge( answer, *mirror );
          document.push_back(
             envelope( *mirror, "pimsm-state:explanation", std::move( answer ) ) );
       } else {
@@ -189,32 +210,62 @@ ExitStatus printExplanations( const Mirrors& mirrors, const Arguments& arguments
       }
       known = true;
    }
+   if ( !known )
+      return complain( nothingFound, unknownText( mirrors, arguments.question ) );
    if ( arguments.json ) printJsonDocument( document );
-   if ( known ) return done;
-   std::cerr << "pimsm-show: no such route or interface: see pimsm-show routes\n";
-   return nothingFound;
+   return done;
 }
 
-ExitStatus complain( ExitStatus status, const std::string& text ) {
-   std::cerr << "pimsm-show: " << text << '\n';
-   return status;
+// The VRFs that there are instead; nothing where there are none.
+std::string othersText( Selection selection ) {
+   selection.vrf = "all";
+   std::set<std::string> names;
+   const Mirrors others( selection );
+   for ( const auto& mirror : others.all() ) names.insert( mirror->vrf() );
+   std::string text;
+   for ( const std::string& name : names )
+      text += ( text.empty() ? ": there are " : ", " ) + name;
+   return text;
 }
 
 std::string noTablesText( const Selection& selection ) {
-   std::string what = "no tables";
-   if ( selection.vrf != "all" ) what += " of vrf " + selection.vrf;
+   std::string what = "no ";
+   if ( selection.family ) what += familyName( *selection.family ) + ' ';
+   what += "tables";
+   std::string others;
+   if ( selection.vrf != "all" ) {
+      what += " of vrf " + selection.vrf;
+      others = othersText( selection );
+   }
    return what + " under " + selection.root +
-          ": start pimsm-agent, or name its --root";
+          ( others.empty() ? ": start pimsm-agent, or name its --root" : others );
 }
 
-ExitStatus complainOf( const Mirror::Problem& problem ) {
-   if ( problem.kind == Mirror::Problem::otherLayout ) {
-      return complain(
-         layoutNotSupported,
-         problem.text + ": use the pimsm-show of the agent's version" );
+ExitStatus complainOf( const Mirrors::Unread& unread ) {
+   const Mirror& mirror = *unread.mirror;
+   const std::string text = "vrf " + mirror.vrf() + ' ' +
+                            familyName( mirror.family ) + ": " +
+                            unread.problem.text + ": ";
+   if ( unread.problem.kind == Mirror::Problem::otherLayout )
+      return complain( layoutNotSupported,
+                       text + "use the pimsm-show of the agent's version" );
+   const bool starting =
+      unread.problem.kind == Mirror::Problem::missing && mirror.writerAlive();
+   return complain(
+      noTables, text + ( starting ? "pimsm-agent is still starting, or to be "
+                                    "restarted, which makes it anew"
+                                  : "restart pimsm-agent, which makes it anew" ) );
+}
+
+// A line each. The status: another layout where that is all there is to complain of;
+// done without any.
+ExitStatus complainOfAll( const std::vector<Mirrors::Unread>& unread ) {
+   ExitStatus status = done;
+   for ( const Mirrors::Unread& each : unread ) {
+      const ExitStatus own = complainOf( each );
+      if ( status != noTables ) status = own;
    }
-   return complain( noTables,
-                    problem.text + ": restart pimsm-agent, which makes it anew" );
+   return status;
 }
 
 void warnOfUnreadable( const Mirror& mirror ) {
@@ -264,35 +315,13 @@ ExitStatus print( Mirrors& mirrors, const Arguments& arguments ) {
    }
 }
 
-bool listsSources( Command command ) {
-   return command == registersCommand || command == advertisedCommand;
+Mirrors::Part partOf( Command command ) {
+   if ( command == registersCommand ) return Mirrors::registersPart;
+   return command == advertisedCommand ? Mirrors::advertisedPart
+                                       : Mirrors::routesPart;
 }
 
-// What keeps the command from reading the mirror's tables.
-Mirror::Problem problemOf( const Mirror& mirror, Command command ) {
-   switch ( command ) {
-      case registersCommand:
-         return Mirror::problem( *mirror.registers );
-      case advertisedCommand:
-         return Mirror::problem( *mirror.advertised );
-      default:
-         return mirror.problem();
-   }
-}
-
-ExitStatus run( const Arguments& arguments ) {
-   // Outlives us: the system takes a process's memory back at once, records one by one
-   // would take nearly half of the time of a count.
-   static Mirrors& mirrors = *new Mirrors( arguments.selection );
-   if ( mirrors.all().empty() ) {
-      return complain( noTables, noTablesText( arguments.selection ) );
-   }
-   for ( const auto& mirror : mirrors.all() ) {
-      Mirror::Problem problem = problemOf( *mirror, arguments.command );
-      if ( problem.kind == Mirror::Problem::none ) continue;
-      return complainOf( problem );
-   }
-   if ( !listsSources( arguments.command ) ) mirrors.load();
+ExitStatus printWhatIsThere( Mirrors& mirrors, const Arguments& arguments ) {
    ExitStatus result = print( mirrors, arguments );
    for ( const auto& mirror : mirrors.all() ) warnOfUnreadable( *mirror );
    if ( !std::cout.flush() )
@@ -300,6 +329,22 @@ ExitStatus run( const Arguments& arguments ) {
    bool alive = std::all_of( mirrors.all().begin(), mirrors.all().end(),
                              []( const auto& m ) { return m->writerAlive(); } );
    return result == done && !alive ? writerGone : result;
+}
+
+ExitStatus run( const Arguments& arguments ) {
+   // Outlives us: the system takes a process's memory back at once, records one by one
+   // would take nearly half of the time of a count.
+   static Mirrors& mirrors = *new Mirrors( arguments.selection );
+   const auto unread = mirrors.load( partOf( arguments.command ) );
+   if ( mirrors.all().empty() && unread.empty() )
+      return complain( noTables, noTablesText( arguments.selection ) );
+   if ( mirrors.all().empty() ) return complainOfAll( unread );
+   // Who watches hears of it now: there is no end to wait for.
+   ExitStatus missing = done;
+   if ( arguments.command == watchCommand ) missing = complainOfAll( unread );
+   const ExitStatus result = printWhatIsThere( mirrors, arguments );
+   if ( arguments.command != watchCommand ) missing = complainOfAll( unread );
+   return missing != done && result != wrongUsage ? missing : result;
 }
 
 int runCommand( int argc, char** argv ) {

@@ -41,6 +41,26 @@ TEST( Words, TimeZeroIsNever ) {
    EXPECT_EQ( agoText( 101, 100 ), "0s ago" );
 }
 
+TEST( Words, WhyAnInterfaceDoesNotForwardIsNotTakenForWhyItWould ) {
+   using namespace Routing::Pim::SparseMode::Test;
+   Vrf vrf;
+   auto wc = vrf.wc( "239.1.2.3" );
+   auto sg = vrf.sg( "198.51.100.7", "239.1.2.3" ).rpTree();
+   wc.intf( "eth1" ).joined();
+   const auto intf = sg.intf( "eth1" );
+   intf->forwardIs( true );
+   EXPECT_EQ( intfReason( *intf.get(), 100 ), "inherits the (*,G) join" );
+   intf->forwardIs( false );
+   EXPECT_EQ( intfReason( *intf.get(), 100 ), "in spite of the (*,G) join" );
+   wc.intf( "eth1" ).lostAssertTo( "192.0.2.66" );
+   EXPECT_EQ( intfReason( *intf.get(), 100 ), "(*,G) assert lost to 192.0.2.66" );
+   intf->lastRptPruneReceivedIs( 40 );
+   intf->rptStateIs( Intf::rptPrunePending );
+   EXPECT_EQ( intfReason( *intf.get(), 100 ), "source prune pending, last 1m ago" );
+   intf->rptStateIs( Intf::rptPruned );
+   EXPECT_EQ( intfReason( *intf.get(), 100 ), "source pruned 1m ago" );
+}
+
 TEST( Words, APathIsNamedByWhatIsKnownOfIt ) {
    using Routing::Pim::SparseMode::Test::rpfBy;
    EXPECT_EQ( rpfText( Rpf(), false ), "unresolved" );

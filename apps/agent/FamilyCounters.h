@@ -1,6 +1,7 @@
 // What the agent counts of one VRF and family beside its tables' own counters, under
-// the path of its route tables: "reviews" finished, "refusedWrites" of both route
-// tables, and of the reload at the start "reloadRoutes" and "reloadMicroseconds".
+// the path of its route tables: "reviews" finished; of either route table what came of
+// its writes, "routeWritten", "routeRemoved", "routeRefused" and the same of routeIntf;
+// of the reload at the start "reloadRoutes" and "reloadMicroseconds".
 #pragma once
 
 #include "export/RouteBraneWriterSm.h"
@@ -10,9 +11,12 @@ namespace Agent {
 
 class FamilyCounters {
  public:
+   using Writer = Routing::Pim::SparseMode::Brane::RouteBraneWriterSm;
+
    FamilyCounters( Mox::StringView path, double now )
       : reviews_( path, "reviews" ),
-        refused_( path, "refusedWrites" ),
+        route_( path, "route" ),
+        routeIntf_( path, "routeIntf" ),
         reloadRoutes_( path, "reloadRoutes" ),
         reloadMicroseconds_( path, "reloadMicroseconds" ),
         start_( now ) {}
@@ -22,14 +26,32 @@ class FamilyCounters {
       reloadRoutes_.inc( routes );
       reloadMicroseconds_.inc( static_cast<uint64_t>( ( now - start_ ) * 1e6 ) );
    }
-   void follow(
-      const Routing::Pim::SparseMode::Brane::RouteBraneWriterSm& writer ) {
-      reviews_.inc( writer.reviews() - reviews_.value() );
-      refused_.inc( writer.refused() - refused_.value() );
+   void follow( const Writer& writer ) {
+      catchUp( reviews_, writer.reviews() );
+      route_.follow( writer.routeWrites() );
+      routeIntf_.follow( writer.routeIntfWrites() );
    }
 
  private:
-   Mox::EventCounter reviews_, refused_, reloadRoutes_, reloadMicroseconds_;
+   static void catchUp( Mox::EventCounter& counter, uint64_t count ) {
+      counter.inc( count - counter.value() );
+   }
+   struct TableWrites {
+      TableWrites( Mox::StringView path, const Mox::String& table )
+         : written( path, table + "Written" ),
+           removed( path, table + "Removed" ),
+           refused( path, table + "Refused" ) {}
+      void follow( const Writer::Writes& writes ) {
+         catchUp( written, writes.written );
+         catchUp( removed, writes.removed );
+         catchUp( refused, writes.refused );
+      }
+      Mox::EventCounter written, removed, refused;
+   };
+
+   Mox::EventCounter reviews_;
+   TableWrites route_, routeIntf_;
+   Mox::EventCounter reloadRoutes_, reloadMicroseconds_;
    double start_;
 };
 

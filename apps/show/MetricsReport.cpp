@@ -10,8 +10,10 @@
 #include <optional>
 
 #include "apps/published/Counting.h"
+#include "apps/show/AgentTables.h"
 #include "apps/show/Exposition.h"
 #include "apps/show/Words.h"
+#include "apps/show/YangData.h"
 
 namespace Show {
 
@@ -102,29 +104,59 @@ void addRoutes( Exposition& out, const Mirror& mirror, const Labels& labels ) {
                     with( labels, "state", row.state ), record.count );
    }
    const Published::Counting counting( mirror.model );
-   out.histogram( "pimsm_source_groups", "Sources by their number of groups.",
-                  labels, sourceCounts( mirror, counting ) );
-   out.histogram( "pimsm_group_sources", "Groups by their number of sources.",
-                  labels, countsOf( counting.groups().groupsBySourceCount() ) );
+   out.histogram(
+      "pimsm_source_groups",
+      "Sources of (S,G) routes by their number of groups; the unspecified "
+      "one of (*,G) routes is left out.",
+      labels, sourceCounts( mirror, counting ) );
+   out.histogram( "pimsm_group_sources",
+                  "Groups by the number of sources in their (S,G) routes.", labels,
+                  countsOf( counting.groups().groupsBySourceCount() ) );
 }
 
 void addTables( Exposition& out, const Mirror& mirror, const Labels& labels ) {
    out.gauge( "pimsm_writer_up", "Does the agent hold its tables?", labels,
               mirror.writerAlive() ? 1 : 0 );
-   for ( const MoxBrane::MountedEntity* entity :
-         std::initializer_list<const MoxBrane::MountedEntity*>{
-            mirror.tables.get(), mirror.registers.get() } ) {
-      for ( const MoxBrane::TableBase* table : entity->tables() ) {
-         if ( table->capacity() == 0 ) continue;
-         out.gauge( "pimsm_table_used_ratio", "Part of a table that is full.",
-                    with( labels, "table", table->name() ),
-                    static_cast<double>( table->size() ) / table->capacity() );
-      }
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
+      // The counters of routes fill their table whatever happens.
+      if ( table->capacity() == 0 || table == &mirror.tables->routeCounter() )
+         continue;
+      out.gauge( "pimsm_table_used_ratio", "Part of a table that is full.",
+                 with( labels, "table", tableName( *table ) ),
+                 static_cast<double>( table->size() ) / table->capacity() );
    }
    for ( const MoxBrane::TableBase* table : mirror.registers->tables() ) {
       if ( table->capacity() == 0 ) continue;
       out.gauge( "pimsm_registers", "(S,G) in each table of the register state.",
                  with( labels, "table", table->name() ), table->size() );
+   }
+}
+
+// Of the route tables what came of the writes, of the others how often who keeps them
+// asked.
+void addWrites( Exposition& out, const Mirror& mirror, const Labels& labels,
+                const Counters& counters ) {
+   struct Row {
+      const char* counter;  // behind the table's name
+      const char* result;
+   };
+   constexpr Row kRows[] = { { "Written", "written" },
+                             { "Removed", "removed" },
+                             { "Refused", "refused" },
+                             { "Is", "asked-to-write" },
+                             { "Del", "asked-to-remove" } };
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
+      const std::string& owner = table->control()->entity()->name();
+      for ( const Row& row : kRows ) {
+         const auto count = counters.value( owner, table->name() + row.counter );
+         if ( !count ) continue;
+         out.counter( "pimsm_table_writes_total",
+                      "Writes of the agent to its tables: of those of routes what "
+                      "came of them, of the others what was asked.",
+                      with( with( labels, "table", tableName( *table ) ), "result",
+                            row.result ),
+                      *count );
+      }
    }
 }
 
@@ -135,23 +167,6 @@ void addAgentOf( Exposition& out, const Mirror& mirror, const Labels& labels,
    auto of = [&]( const std::string& name ) {
       return counters.value( path, name );
    };
-   constexpr const char* kWrites =
-      "Table writes of the agent, tried ones and what "
-      "came of them.";
-   for ( const MoxBrane::TableBase* table : mirror.tables->tables() ) {
-      const Labels labelled = with( labels, "table", table->name() );
-      if ( auto count = of( table->name() + "Is" ) )
-         out.counter( "pimsm_table_writes_total", kWrites,
-                      with( labelled, "result", "tried" ), *count );
-      if ( auto count = of( table->name() + "Del" ) )
-         out.counter( "pimsm_table_writes_total", kWrites,
-                      with( labelled, "result", "removed" ), *count );
-   }
-   if ( auto count = of( "refusedWrites" ) )
-      out.counter(
-         "pimsm_table_writes_total", kWrites,
-         with( with( labels, "table", "route, routeIntf" ), "result", "refused" ),
-         *count );
    if ( auto count = of( "reviews" ) )
       out.counter( "pimsm_review_passes_total",
                    "Reviews of changed routes that the agent has finished.", labels,
@@ -181,7 +196,8 @@ void addAgent( Exposition& out, const Counters& counters ) {
         "Decoded messages, or parts of them, that changed nothing." } };
    for ( const Row& row : kRows ) {
       counters.each( row.owner, [&]( const std::string& name, uint64_t value ) {
-         out.counter( row.name, row.help, { { row.label, name } }, value );
+         out.counter( row.name, row.help, { { row.label, yangName( name ) } },
+                      value );
       } );
    }
 }
@@ -211,6 +227,7 @@ std::string metricsText( const Mirrors& mirrors, const char* version ) {
                               { "family", familyName( mirror->family ) } };
       addTables( out, *mirror, labels );
       addRoutes( out, *mirror, labels );
+      addWrites( out, *mirror, labels, counters );
       addAgentOf( out, *mirror, labels, counters );
    }
    addAgent( out, counters );

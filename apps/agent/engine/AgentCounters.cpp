@@ -37,7 +37,7 @@ AgentCounters::AgentCounters() {
    for ( const char* other :
          { "unknown", "membership-report", "membership-query" } )
       add( received_, "agent/packets", other );
-   for ( uint32_t reason = 0; reason < dropReasonCount; ++reason ) {
+   for ( uint32_t reason = notDropped + 1; reason < dropReasonCount; ++reason ) {
       add( dropped_, "agent/dropped",
            dropName( static_cast<DropReason>( reason ) ) );
    }

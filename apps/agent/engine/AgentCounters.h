@@ -18,13 +18,14 @@ class AgentCounters {
    AgentCounters();
 
    void received( const Message& message );
+   // REQUIRES: a reason other than notDropped; of droppedCount(), too.
    void dropped( DropReason reason, uint64_t count = 1 ) {
-      dropped_[reason]->inc( count );
+      dropped_[reason - 1]->inc( count );
    }
    void refused( Refusal reason ) { refused_[reason]->inc(); }
 
    uint64_t droppedCount( DropReason reason ) const {
-      return dropped_[reason]->value();
+      return dropped_[reason - 1]->value();
    }
    uint64_t refusedCount( Refusal reason ) const {
       return refused_[reason]->value();
@@ -39,7 +40,7 @@ class AgentCounters {
    using Counters = std::vector<std::unique_ptr<Mox::EventCounter>>;
 
    Counters received_;  // PIM types, unknown ones, reports, queries
-   Counters dropped_;
+   Counters dropped_;   // but for notDropped
    Counters refused_;
 };
 

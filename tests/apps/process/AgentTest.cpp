@@ -128,6 +128,47 @@ TEST_F( AgentProgram, ExitsAtTheEndOfItsCaptures ) {
    EXPECT_EQ( runToEnd( site.agent( { "--exit-at-end" } ) ).status, 0 );
 }
 
+// The names and labels on which others build alerts.
+TEST_F( AgentProgram, HasAMetricOfEachKind ) {
+   ASSERT_EQ( runToEnd( site.fedAgent( { "--exit-at-end" } ) ).status, 0 );
+   const std::string metrics = site.show( { "metrics" } ).out;
+   const std::string ipv4 = "{vrf=\"default\",family=\"ipv4\"";
+   for ( const std::string& sample :
+         { "pimsm_routes" + ipv4 + ",kind=\"wc\"} ",
+           "pimsm_outgoing_interfaces" + ipv4 + "} ",
+           "pimsm_routes_pending" + ipv4 + ",state=\"unresolved\"} ",
+           "pimsm_table_used_ratio" + ipv4 + ",table=\"advertised\"} ",
+           "pimsm_table_used_ratio" + ipv4 + ",table=\"interface\"} ",
+           "pimsm_writer_up" + ipv4 + "} 0\n",
+           "pimsm_registers" + ipv4 + ",table=\"registerOif\"} ",
+           "pimsm_source_groups_count" + ipv4 + "} ",
+           "pimsm_group_sources_count" + ipv4 + "} ",
+           "pimsm_table_writes_total" + ipv4 +
+              ",table=\"route\",result=\"refused\"} 0\n",
+           "pimsm_table_writes_total" + ipv4 +
+              ",table=\"registerOif\",result=\"asked-to-write\"} ",
+           "pimsm_reload_duration_seconds" + ipv4 + "} ",
+           "pimsm_reload_routes" + ipv4 + "} 0\n",
+           std::string( "pimsm_agent_packets_total{type=\"join-prune\"} 9\n" ),
+           std::string( "pimsm_agent_packets_dropped_total{reason=\"truncated-"
+                        "message\"} 1\n" ),
+           std::string( "pimsm_build_info{version=" ) } )
+      EXPECT_NE( metrics.find( '\n' + sample ), std::string::npos )
+         << sample << " in\n"
+         << metrics;
+   for ( const std::string& counted :
+         { "pimsm_review_passes_total" + ipv4 + "} ",
+           "pimsm_table_writes_total" + ipv4 +
+              ",table=\"route\",result=\"written\"} ",
+           "pimsm_table_writes_total" + ipv4 +
+              ",table=\"routeIntf\",result=\"written\"} " } ) {
+      const size_t at = metrics.find( '\n' + counted );
+      ASSERT_NE( at, std::string::npos ) << counted << " in\n" << metrics;
+      EXPECT_NE( metrics[at + 1 + counted.size()], '0' ) << counted;
+   }
+   EXPECT_EQ( metrics.find( "not-dropped" ), std::string::npos );
+}
+
 TEST_F( AgentProgram, PlaysWhatABrokenOffCaptureHolds ) {
    std::string bytes = bytesOf( demo( "eth2.pcap" ) );
    std::string path = site.write( "cut.pcap", bytes.substr( 0, bytes.size() - 5 ) );

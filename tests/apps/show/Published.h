@@ -113,9 +113,10 @@ class ShownRouter {
       count( "agent/packets", "hello", 34 );
       count( "agent/packets", "join-prune", 9 );
       count( "agent/dropped", "bad \"checksum\"\\", 2 );
-      for ( const char* name : { "routeIs", "routeDel", "refusedWrites", "reviews",
-                                 "reloadMicroseconds", "reloadRoutes" } )
+      for ( const char* name : { "routeWritten", "routeRemoved", "routeIntfRefused",
+                                 "reviews", "reloadMicroseconds", "reloadRoutes" } )
          count( ipv4.path, name, 1500000 );
+      count( ipv4.registers->name(), "registerOifIs", 3 );
       ipv4.tables->routeCounterIs(
          { { Routing::Pim::SparseMode::Brane::switching, 0 }, 7 } );
    }

@@ -15,8 +15,9 @@ class OutputError : public Mox::Error {
    using Error::Error;
 };
 
-// Replaces the file as a whole: who reads it finds the old text or the new one. Throws
-// OutputError; the file is as it was then.
+// Replaces the file as a whole: who reads it finds the old text or the new one. It keeps
+// its mode and, where we may, its owner; of a link its target is replaced. Throws
+// OutputError, for what is no regular file, too; all is as it was then.
 void replaceFile( const std::string& path, const std::string& text );
 
 }

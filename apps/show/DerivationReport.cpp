@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "apps/show/FieldJson.h"
 #include "apps/show/Words.h"
 #include "model/Derivation.h"
 
@@ -178,7 +179,7 @@ Json inputJson( const MacroInput& input ) {
    Json json;
    json["of"] = aboutText( input.route, input.intfId );
    json["field"] = input.field;
-   json["value"] = input.value;
+   json["value"] = fieldValue( input.field, input.value );
    return json;
 }
 
@@ -231,7 +232,7 @@ Json derivationJson( const Mirror& mirror, const Question& question ) {
    Json json = derivationJson( found.derivation );
    for ( const MacroFlip& flip : found.flips ) {
       Json entry = inputJson( flip.input );
-      entry["instead"] = flip.value;
+      entry["instead"] = fieldValue( flip.input.field, flip.value );
       entry["answer"] = flip.answer;
       json["flips"].push_back( std::move( entry ) );
    }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "apps/show/FieldJson.h"
 #include "apps/show/Words.h"
 
 namespace Show {
@@ -164,10 +165,8 @@ std::string doubtText( const Mirror& mirror, const Intf& intf,
                        const Outgoing& outgoing ) {
    std::string text;
    if ( mirror.model->pimStatus() == nullptr )
-      text += fmt::format(
-         "Address and DR role of {} are unknown: the agent "
-         "publishes no interfaces.\n",
-         intf.intfId().name() );
+      text += fmt::format( "Address and DR role of {} are unknown: {}.\n",
+                           intf.intfId().name(), noInterfacesText( mirror ) );
    if ( outgoing.forwards && *outgoing.forwards != intf.forward() )
       text += fmt::format( "By these terms it would {}: see pimsm-show check.\n",
                            *outgoing.forwards ? "forward" : "not forward" );
@@ -199,8 +198,8 @@ Json fieldsJson( const Mirror& mirror, const Term& term, const Intf& intf ) {
       if ( field.route != Routing::Pim::RouteKey() )
          json["route"] = keyText( field.route );
       if ( !field.intfId.empty() ) json["interface"] = field.intfId.name();
-      json["field"] = field.field;
-      json["value"] = field.value;
+      json["field"] = fieldName( field.field );
+      json["value"] = fieldValue( field.field, field.value );
       list.push_back( std::move( json ) );
    }
    return list;

@@ -35,11 +35,14 @@ std::string flagsText( const Route::RouteFlags& flags ) {
    return text;
 }
 
-void addPath( Json& json, const char* name, const Rpf& rpf, bool attached ) {
+// The source on a link, a host, is no PIM neighbour.
+void addPath( Json& json, const char* name, const Rpf& rpf,
+              const RouteRecord& record, bool attached ) {
    if ( rpf == Rpf() ) return;
    Json& path = json[name];
    addName( path, "interface", rpf.intfId );
-   addNeighbor( path, "neighbor", rpf.neighbor );
+   if ( rpf.neighbor != record.key.source )
+      addNeighbor( path, "neighbor", rpf.neighbor );
    path["attached"] = attached;
    path["preference"] = rpf.preference;
    path["metric"] = rpf.metric.value;
@@ -72,6 +75,16 @@ Incoming rptIncomingOf( const Route& route ) {
    return { rpf.intfId, rpf.neighbor };
 }
 
+Json pathJson( const Rpf& rpf ) {
+   Json json;
+   if ( rpf == Rpf() ) return json;
+   addName( json, "interface", rpf.intfId );
+   addNeighbor( json, "neighbor", rpf.neighbor );
+   json["preference"] = rpf.preference;
+   json["metric"] = rpf.metric.value;
+   return json;
+}
+
 void addRoute( Json& json, const RouteRecord& record, const Incoming& incoming ) {
    const bool wildcard = record.key.source.isUnspecified();
    if ( !wildcard ) json["is-spt"] = record.routeFlags.spTree();
@@ -81,9 +94,9 @@ void addRoute( Json& json, const RouteRecord& record, const Incoming& incoming )
 
 void addRouteState( Json& json, const RouteRecord& record ) {
    json["pimsm-state:flags"] = flagsText( record.routeFlags );
-   addPath( json, "pimsm-state:rpf", record.rpf, record.rpfAttached );
-   addPath( json, "pimsm-state:previous-rpf", record.prevRpf, false );
-   addPath( json, "pimsm-state:fast-reroute-rpf", record.rpfFrr,
+   addPath( json, "pimsm-state:rpf", record.rpf, record, record.rpfAttached );
+   addPath( json, "pimsm-state:previous-rpf", record.prevRpf, record, false );
+   addPath( json, "pimsm-state:fast-reroute-rpf", record.rpfFrr, record,
             record.rpfFrrAttached );
    addName( json, "pimsm-state:border-router-interface", record.mbrIif );
    json["pimsm-state:upstream-join-state"] =
@@ -109,7 +122,10 @@ void addIntf( Json& json, const IntfRecord& record ) {
       json["assert-winner"] = winnerJson( info.assertWinnerMetric );
    json["local-receiver-include"] = record.localReceiverInclude;
    json["local-receiver-exclude"] = record.localReceiverExclude;
+   if ( record.lastAssertAction != 0 )
+      json["last-assert-action"] = record.lastAssertAction;
    json["to-be-deleted"] = record.toBeDeleted;
+   json["allow-rp-in-use"] = record.allowRpInUse;
 }
 
 void addRptIntf( Json& json, const IntfRecord& record ) {

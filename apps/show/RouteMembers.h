@@ -38,6 +38,9 @@ void addRpt( nlohmann::ordered_json& json, const RouteRecord& record,
 void addIntf( nlohmann::ordered_json& json, const IntfRecord& record );
 void addRptIntf( nlohmann::ordered_json& json, const IntfRecord& record );
 
+// A path by itself; null for the default, which is none.
+nlohmann::ordered_json pathJson( const Rpf& rpf );
+
 // As ietf-pim-base has it: "no-info" where only members or the shared tree keep it.
 std::string jpState( Intf::JoinState state );
 

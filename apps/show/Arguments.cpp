@@ -5,6 +5,7 @@
 #include <array>
 #include <iostream>
 #include <sstream>
+#include <tuple>
 
 #include "apps/show/Fold.h"
 
@@ -25,80 +26,130 @@ struct Given {
    std::vector<std::string> failover;
 };
 
-// CLI11 lets no option fall through from a command that begins with a digit: each
-// command has these for itself.
-void declareFamily( CLI::App& app, Given& given ) {
-   app.add_flag( "-4", given.ipv4, "IPv4 only" );
-   app.add_flag( "-6", given.ipv6, "IPv6 only" );
+// A script's unset variable is no filter.
+std::string filled( const std::string& text ) {
+   return text.empty() ? "must not be empty" : "";
 }
 
-void declareCommon( CLI::App& app, Arguments& arguments, Given& given ) {
-   app.add_option( "--root", arguments.selection.root, "Directory of the tables" )
-      ->type_name( "DIR" )
-      ->capture_default_str();
-   app.add_option( "--vrf", arguments.selection.vrf, "One VRF, or all" )
-      ->type_name( "NAME|all" )
-      ->capture_default_str();
-   declareFamily( app, given );
-   auto* json = app.add_flag( "--json", arguments.json, "One JSON document" );
-   app.add_flag( "--json-lines", arguments.jsonLines, "One JSON document a route" )
-      ->excludes( json );
+std::string interfaceName( const std::string& text ) {
+   if ( text.size() <= Vantu::IntfId::maxLength ) return filled( text );
+   return text + " is no interface's name: it has more than " +
+          std::to_string( Vantu::IntfId::maxLength ) + " bytes";
 }
 
-void declareRoutes( CLI::App& app, Arguments& arguments, Given& given ) {
-   app.add_option( "--group", given.group, "Groups of this prefix" )
-      ->type_name( "PREFIX" );
-   app.add_option( "--source", given.source, "Sources of this prefix" )
-      ->type_name( "PREFIX" );
-   app.add_option( "--iface", arguments.filter.iface, "With this interface" )
-      ->type_name( "NAME" );
-   app.add_option( "--iif", arguments.filter.iif, "With this incoming interface" )
-      ->type_name( "NAME" );
-   app.add_option( "--kind", arguments.filter.kind, "(*,G) or (S,G) routes" )
-      ->check( CLI::IsMember( { "wc", "sg" } ) );
-   auto* forwarding =
-      app.add_flag( "--forwarding", given.forwarding, "Interfaces that forward" );
-   app.add_flag( "--not-forwarding", given.notForwarding,
-                 "Interfaces that do not forward" )
-      ->excludes( forwarding );
-   app.add_flag( "--count", arguments.count, "Only how many routes match" );
-   app.add_flag( "--detail", arguments.detail, "Every field" );
+// Declares options at a program or a command, but for those that say nothing to it.
+class Declaration {
+ public:
+   using Check = std::string ( * )( const std::string& );
+   using Names = std::vector<const char*>;
+
+   Declaration( CLI::App& app, const Names& refused )
+      : app_( app ), refused_( refused ) {}
+
+   void text( const char* name, std::string& into, const char* type,
+              const char* help, Check check = filled ) const {
+      if ( !refuses( name ) )
+         app_.add_option( name, into, help )
+            ->type_name( type )
+            ->check( check )
+            ->capture_default_str();
+   }
+   void flag( const char* name, bool& into, const char* help ) const {
+      if ( !refuses( name ) ) app_.add_flag( name, into, help );
+   }
+
+ private:
+   bool refuses( const char* name ) const {
+      return std::any_of( refused_.begin(), refused_.end(),
+                          [&]( std::string_view each ) { return each == name; } );
+   }
+
+   CLI::App& app_;
+   const Names& refused_;
+};
+
+void declare( const Declaration& at, Arguments& arguments, Given& given ) {
+   at.text( "--root", arguments.selection.root, "DIR", "Directory of the tables" );
+   at.text( "--vrf", arguments.selection.vrf, "NAME|all", "One VRF, or all" );
+   at.flag( "-4", given.ipv4, "IPv4 only" );
+   at.flag( "-6", given.ipv6, "IPv6 only" );
+   at.text( "--group", given.group, "PREFIX", "Groups of this prefix" );
+   at.text( "--source", given.source, "PREFIX", "Sources of this prefix" );
+   at.text( "--iface", arguments.filter.iface, "NAME", "With this interface",
+            interfaceName );
+   at.text( "--iif", arguments.filter.iif, "NAME", "With this incoming interface",
+            interfaceName );
+   at.text( "--kind", arguments.filter.kind, "wc|sg", "(*,G) or (S,G) routes",
+            []( const std::string& text ) -> std::string {
+               if ( text == "wc" || text == "sg" ) return "";
+               return text + " is neither wc nor sg";
+            } );
+   at.flag( "--forwarding", given.forwarding, "Interfaces that forward" );
+   at.flag( "--not-forwarding", given.notForwarding,
+            "Interfaces that do not forward" );
+   at.flag( "--count", arguments.count, "Only how many routes match" );
+   at.flag( "--detail", arguments.detail, "Every field" );
+   at.flag( "--json", arguments.json, "One JSON document" );
+   at.flag( "--json-lines", arguments.jsonLines,
+            "One JSON document a route or change" );
+}
+
+// Whether they stand before the command or behind it.
+void refuseContradictions( const Arguments& arguments, const Given& given ) {
+   const bool json = arguments.json || arguments.jsonLines;
+   const std::tuple<bool, const char*, const char*> rows[] = {
+      { given.ipv4 && given.ipv6, "-6", "excludes -4" },
+      { given.forwarding && given.notForwarding, "--not-forwarding",
+        "excludes --forwarding" },
+      { arguments.json && arguments.jsonLines, "--json-lines", "excludes --json" },
+      { arguments.detail && json, "--detail",
+        "is for text: JSON has every field" } };
+   for ( const auto& [contradict, name, says] : rows ) {
+      if ( contradict ) throw CLI::ValidationError( name, says );
+   }
 }
 
 void declareExplain( CLI::App& app, Arguments& arguments, Given& given ) {
    app.add_option( "source", given.explained[0], "Source, or '*'" )->required();
    app.add_option( "group", given.explained[1], "Group" )->required();
    app.add_option( "iface", given.explained[2],
-                   "Interface; without: every one of the route" );
-   app.add_option( "--macro", arguments.question.macro,
-                   "Macro to explain; without: the outgoing lists" )
-      ->type_name( "NAME" );
+                   "Interface; without: every one of the route" )
+      ->check( interfaceName );
+   auto* macro = app.add_option( "--macro", arguments.question.macro,
+                                 "Macro to explain; without: the outgoing lists" )
+                    ->type_name( "NAME" )
+                    ->check( filled );
    app.add_option( "--received", given.received,
                    "The received metric that the macro compares, \"[S] ADDRESS "
                    "[PREFERENCE/METRIC]\"" )
-      ->type_name( "METRIC" );
+      ->type_name( "METRIC" )
+      ->check( filled )
+      ->needs( macro );
    app.add_option( "--failover", given.failover,
                    "The interfaces of the fast-reroute path" )
       ->type_name( "NAME,..." )
-      ->delimiter( ',' );
-   app.add_flag( "--all", arguments.question.all, "Every term of every step" );
+      ->delimiter( ',' )
+      ->check( interfaceName )
+      ->needs( macro );
+   app.add_flag( "--all", arguments.question.all, "Every term of every step" )
+      ->needs( macro );
 }
 
 struct CommandRow {
    Command command;
    const char* name;
    const char* text;
-   std::vector<const char*> refused;  // options that say nothing to it
+   Declaration::Names refused;  // options that say nothing to it
 };
 
 std::vector<CommandRow> commands() {
-   const std::vector<const char*> forms = { "--count", "--detail", "--json-lines" };
-   std::vector<const char*> routes = forms;
+   const Declaration::Names forms = { "--count", "--detail", "--json-lines" };
+   Declaration::Names routes = forms;
    routes.insert( routes.end(), { "--iface", "--iif", "--kind", "--forwarding",
                                   "--not-forwarding" } );
-   std::vector<const char*> all = routes;
+   Declaration::Names all = routes;
    all.insert( all.end(), { "--group", "--source" } );
-   std::vector<const char*> any = all;
+   Declaration::Names any = all;
    any.push_back( "--json" );
    return {
       { routesCommand, "routes", "Routes and interfaces (the default)", {} },
@@ -127,6 +178,14 @@ void refuseOptions( const CLI::App& app, const CommandRow& row ) {
    }
 }
 
+// What is asked for has a family by itself. Throws RangeError for two.
+void familyIs( Arguments& arguments, Vantu::AddressFamily family,
+               const std::string& text ) {
+   if ( arguments.selection.family.value_or( family ) != family )
+      throw Mox::RangeError( text + " is not of the address family asked for" );
+   arguments.selection.family = family;
+}
+
 // Throws ParseError or RangeError.
 void readQuestion( Arguments& arguments, const Given& given ) {
    const auto& [source, group, intf] = given.explained;
@@ -136,27 +195,29 @@ void readQuestion( Arguments& arguments, const Given& given ) {
       arguments.question.received = metricArgument( given.received );
    for ( const std::string& name : given.failover )
       arguments.question.failover.emplace_back( name );
-   arguments.selection.family = arguments.question.route.group.family();
+   familyIs( arguments, arguments.question.route.group.family(), group );
 }
 
 // Throws ParseError or RangeError.
 void readFilter( Arguments& arguments, const Given& given ) {
-   if ( !given.group.empty() )
-      arguments.filter.group = prefixArgument( given.group );
-   if ( !given.source.empty() )
-      arguments.filter.source = prefixArgument( given.source );
-   if ( given.forwarding || given.notForwarding )
-      arguments.filter.forwarding = given.forwarding;
+   const auto prefix = [&]( const std::string& text, auto& into ) {
+      if ( text.empty() ) return;
+      into = prefixArgument( text );
+      familyIs( arguments, into->address().family(), text );
+   };
    if ( given.ipv4 ) arguments.selection.family = Vantu::AddressFamily::ipv4;
    if ( given.ipv6 ) arguments.selection.family = Vantu::AddressFamily::ipv6;
+   prefix( given.group, arguments.filter.group );
+   prefix( given.source, arguments.filter.source );
+   if ( given.forwarding || given.notForwarding )
+      arguments.filter.forwarding = given.forwarding;
 }
 
 // Throws CLI::ParseError, Mox::ParseError, RangeError.
 Arguments parse( CLI::App& app, int argc, char** argv ) {
    Arguments arguments;
    Given given;
-   declareCommon( app, arguments, given );
-   declareRoutes( app, arguments, given );
+   declare( Declaration( app, {} ), arguments, given );
    app.set_version_flag( "--version", PIMSM_VERSION );
    app.require_subcommand( 0, 1 );
    const std::vector<CommandRow> rows = commands();
@@ -166,23 +227,23 @@ Arguments parse( CLI::App& app, int argc, char** argv ) {
       if ( row.command == explainCommand )
          declareExplain( *parser, arguments, given );
       if ( row.command == metricsCommand )
-         parser
-            ->add_option( "--output", arguments.output, "Replace this file, whole" )
-            ->type_name( "FILE" );
+         Declaration( *parser, {} )
+            .text( "--output", arguments.output, "FILE",
+                   "Replace this file, whole" );
+      // What it refuses falls through to the program's, to be refused by name.
       parser->fallthrough();
-      declareFamily( *parser, given );
+      declare( Declaration( *parser, row.refused ), arguments, given );
       parsers.push_back( parser );
    }
    app.parse( argc, argv );
-   if ( given.ipv4 && given.ipv6 )
-      throw CLI::ValidationError( "-6", "excludes -4" );
    for ( size_t i = 0; i < rows.size(); ++i ) {
       if ( !parsers[i]->parsed() ) continue;
       arguments.command = rows[i].command;
       refuseOptions( app, rows[i] );
    }
-   if ( arguments.command == explainCommand ) readQuestion( arguments, given );
+   refuseContradictions( arguments, given );
    readFilter( arguments, given );
+   if ( arguments.command == explainCommand ) readQuestion( arguments, given );
    return arguments;
 }
 

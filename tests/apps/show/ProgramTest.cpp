@@ -15,11 +15,12 @@ namespace {
 using Mox::Test::Ended;
 using Mox::Test::Program;
 
-// The options' words, apart by spaces.
+// The options' words, apart by spaces; '' is an empty one.
 Ended show( const std::string& root, const std::string& options = "" ) {
    Program::Arguments command = { PIMSM_SHOW, "--root", root };
    std::istringstream words( options );
-   for ( std::string word; words >> word; ) command.push_back( word );
+   for ( std::string word; words >> word; )
+      command.push_back( word == "''" ? "" : word );
    return Mox::Test::runToEnd( command );
 }
 
@@ -69,8 +70,11 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
       { "--vrf red", 0, 1, "red" },  // asked for nothing that is not there
       { "status", 0, 0, "forwarding process unknown" },
       { "check", 1, 0, "unresolved-rpf   (203.0.113.9, 239.0.0.1)" },
-      { "check --vrf red", 0, 1, "0 found" },
+      { "check --vrf red", 0, 2, "As of the agent's last write, " },
       { "check --group 239.9.9.9 -4 --json", 0, 0, "\"finding\": []" },
+      { "check --json --vrf red", 0, 0, "\"since-last-write\"" },
+      { "explain * 239.1.2.3 --json", 0, 0, "\"since-last-write\"" },
+      { "registers --help", 0, 0, "--source" },
       { "interfaces --iface eth5 -4 --vrf default", 0, 4, "eth5" },
       { "interfaces --iface eth77", 1, 5, "0 interfaces" },
       { "-4 --vrf default --group 239.1.2.0/24 --kind sg --iif eth1 --iface eth3",
@@ -88,13 +92,13 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
       { "registers", 0, 11, "vrf default ipv4: 5 (S,G), agent running" },
       { "registers --source 198.51.100.0/24 -4 --vrf default", 0, 4, "3 of 5" },
       { "advertised --json -6", 0, 0, "\"rp-address\": \"2001:db8::1\"" },
-      { "registers --group 239.9.9.9", 1, 5, "0 of 5" },
+      { "registers --group 239.9.9.9", 1, 3, "0 of 5" },
       { "advertised --vrf red", 0, 1, "0 (S,G)" },
       { "advertised --vrf red --group 239.0.0.0/8", 1, 1, "0 (S,G)" },
       { "histogram -4 --vrf default", 0, 0, "this reader from 5 mirrored routes" },
       { "histogram --vrf red", 0, 2, "from 0 mirrored routes" },
       { "histogram -6 --json", 0, 0, "\"address\": \"::\"" },
-      { "--group 239.9.9.9", 1, 5, "0 of 5 routes" },
+      { "--group 239.9.9.9", 1, 3, "0 of 5 routes" },
       { "--iface eth9 --json", 1, 0, "\"ipv4-route\": []" } };
    for ( const AskedRow& row : rows ) {
       SCOPED_TRACE( row.options );
@@ -117,9 +121,9 @@ TEST_F( ShowShownRouter, CountsWhatEachFilterTakes ) {
       { "--vrf red", "0", 0 },
       { "-4", "5 0", 0 },
       { "-6", "1", 0 },
-      { "--group 239.1.2.3", "3 0 0", 0 },
-      { "--group ff00::/8", "0 1 0", 0 },
-      { "--source 198.51.100.0/24", "2 0 0", 0 },
+      { "--group 239.1.2.3", "3 0", 0 },
+      { "--group ff00::/8", "1", 0 },
+      { "--source 198.51.100.0/24", "2 0", 0 },
       { "--iface eth4", "2 0 0", 0 },
       { "--iif eth0", "3 1 0", 0 },
       { "--kind wc", "2 1 0", 0 },
@@ -163,6 +167,17 @@ TEST_F( ShowProgram, RefusesWrongUsage ) {
       { "-4 status -6", "-6" },
       { "--kind both", "both" },
       { "--group banana", "banana" },
+      { "--group ''", "must not be empty" },
+      { "--iface ''", "must not be empty" },
+      { "metrics --output ''", "must not be empty" },
+      { "--iif an-interface-of-32-bytes-in-length", "more than 31 bytes" },
+      { "-6 --group 239.0.0.0/8", "address family" },
+      { "--source 192.0.2.1 --group ff0e::1", "address family" },
+      { "--detail --json", "--detail" },
+      { "--forwarding routes --not-forwarding", "--not-forwarding" },
+      { "explain * 239.1.2.3 --all", "--macro" },
+      { "explain * 239.1.2.3 --failover eth1", "--macro" },
+      { "explain * 239.1.2.3 --received banana", "--macro" },
       { "--group 239.0.0.0/33", "32" },
       { "--source", "--source" },
       { "--json --json-lines", "--json" },
@@ -190,7 +205,8 @@ TEST_F( ShowProgram, RefusesWrongUsage ) {
 
 TEST_F( ShowShownRouter, RefusesToExplainWhatIsNotThere ) {
    expectComplaint( shown( "explain * 239.9.9.9" ), 1, "no such route" );
-   expectComplaint( shown( "explain * 239.1.2.3 eth9" ), 1, "no such route" );
+   expectComplaint( shown( "explain * 239.1.2.3 eth9" ), 1,
+                    "no record of eth9: it has eth2, eth3, eth5" );
    expectComplaint( shown( "explain * 239.1.2.3 --macro joined" ), 2, "joined" );
    expectComplaint( shown( "explain * 239.1.2.3 eth2 --macro isPreferredAssertWc" ),
                     2, "--received" );
@@ -208,7 +224,7 @@ TEST_F( ShowShownRouter, RefusesToExplainWhatIsNotThere ) {
 TEST_F( ShowShownRouter, SaysThatThereAreNoTables ) {
    expectComplaint( show( empty.path() ), 3, "start pimsm-agent" );
    expectComplaint( show( empty.path() + "/absent" ), 3, "/absent" );
-   expectComplaint( shown( "--vrf blue" ), 3, "no tables of vrf blue" );
+   expectComplaint( shown( "--vrf blue" ), 3, "there are default, red" );
    expectComplaint( shown( "-6 --vrf red" ), 3, "vrf red" );
 }
 
@@ -227,9 +243,9 @@ TEST_F( ShowShownRouter, RefusesALayoutThatIsNotItsOwn ) {
    EXPECT_EQ( shown( "registers -4" ).status, 0 ) << "needs no routes";
    std::filesystem::resize_file(
       root + '/' + router.ipv4.registers->name() + "/drDiscoveredSg", 100 );
-   expectComplaint( shown( "registers -4" ), 3, "drDiscoveredSg" );
+   expectComplaint( shown( "registers -4 --vrf default" ), 3, "drDiscoveredSg" );
    std::filesystem::remove( root + '/' + router.ipv4.advertised->name() + "/coll" );
-   expectComplaint( shown( "advertised -4" ), 3, "coll is missing" );
+   expectComplaint( shown( "advertised -4 --vrf default" ), 3, "coll is missing" );
 }
 
 TEST_F( ShowShownRouter, MetricsAreReadByAnotherParser ) {
@@ -252,7 +268,7 @@ gauge pimsm_outgoing_interfaces 3
 gauge pimsm_routes_pending 1
 histogram pimsm_source_groups 12
 histogram pimsm_group_sources 13
-counter pimsm_table_writes 3
+counter pimsm_table_writes 4
 counter pimsm_review_passes 1
 gauge pimsm_reload_duration_seconds 1
 gauge pimsm_reload_routes 1
@@ -266,6 +282,35 @@ gauge pimsm_build_info 1
       << "nothing is left beside the file";
    expectComplaint( shown( "metrics --output " + empty.path() + "/no/file" ), 2,
                     "cannot write" );
+}
+
+TEST_F( ShowShownRouter, SaysWhichGroupMayRead ) {
+   const std::string nobody = "65534", setpriv = "/usr/bin/setpriv";
+   if ( geteuid() != 0 || !std::filesystem::exists( setpriv ) ||
+        Mox::Test::runToEnd( { setpriv, "--reuid", nobody, "--clear-groups",
+                               PIMSM_SHOW, "--version" } )
+              .status != 0 )
+      GTEST_SKIP() << "cannot run the program as somebody else";
+   expectComplaint( Mox::Test::runToEnd( { setpriv, "--reuid", nobody, "--regid",
+                                           nobody, "--clear-groups", PIMSM_SHOW,
+                                           "--root", router.root.path() } ),
+                    3, "join the group root" );
+}
+
+TEST_F( ShowShownRouter, PrintsWhatIsSoundBesideWhatIsNot ) {
+   std::filesystem::remove( router.root.path() + '/' + router.ipv6.path +
+                            "/routeIntf" );
+   for ( const char* command : { "routes", "status", "check", "metrics" } ) {
+      SCOPED_TRACE( command );
+      const Ended ended = shown( command );
+      EXPECT_EQ( ended.status, 3 );
+      EXPECT_NE( ended.out.find( "red" ), std::string::npos ) << ended.out;
+      EXPECT_EQ( ended.err.rfind( "pimsm-show: vrf default ipv6: ", 0 ), 0U )
+         << ended.err;
+      EXPECT_EQ( countLines( ended.err ), 1U ) << ended.err;
+   }
+   EXPECT_EQ( shown( "--vrf red" ).err, "" );
+   EXPECT_EQ( shown( "-4" ).status, 0 );
 }
 
 // Nothing in a file makes it hang or crash, whatever it makes of it.

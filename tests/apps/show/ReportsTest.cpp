@@ -1,7 +1,10 @@
 // What the tool prints of the shown router, word for word.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <cctype>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -155,6 +158,90 @@ TEST_F( Reports, CheckFindsWhatContradictsItself ) {
                           Routing::Pim::RouteIntfKey{ SmTest::wcKey( "239.1.2.3" ),
                                                       SmTest::intfId( "eth0" ) } );
    EXPECT_EQ( found(), "unverifiable \n1" );
+   std::filesystem::resize_file(
+      router.root.path() + '/' + other.registers->name() + "/registerOif", 100 );
+   EXPECT_EQ( found(), "unverifiable \nunreadable \n1" );
+   View blue( router.root.path(), "blue" );
+   const std::string status = statusText( *blue.all().all()[0] );
+   EXPECT_NE( status.find( "registerOif         cannot be read: " ),
+              std::string::npos )
+      << status;
+}
+
+TEST_F( Reports, TheRpHasNoWayToItselfToBeMissed ) {
+   router.publishInterfaces();
+   router.publishGroups();  // 192.0.2.9 is the RP of 239.0.0.0/8
+   router.agent->interfaceIs(
+      { SmTest::intfId( "eth8" ), SmTest::addr( "192.0.2.9" ), 24, true, 0 } );
+   router.ipv4.vrf().wc( "239.7.7.7" ).rpTree();
+   router.ipv4.vrf().wc( "239.1.10.7" ).rpTree();
+   router.ipv4.vrf().wc( "238.7.7.7" ).rpTree();
+   auto attached = router.ipv4.vrf().sg( "192.0.2.77", "239.7.7.7" ).spTree();
+   attached.rpf( SmTest::rpfBy( "eth0", "192.0.2.77" ) ).attached();
+   router.ipv4.publish();
+   View later( router.root.path() );
+   const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
+   RouteFilter filter;
+   filter.kind = "wc";
+   std::string findings;
+   for ( const Finding& finding : check( mirror, filter ).findings ) {
+      if ( finding.kind == std::string( "unresolved-rpf" ) )
+         findings += finding.text + '\n';
+   }
+   EXPECT_EQ( findings, "its group has no RP\nno way to its RP 192.0.2.254\n" );
+   filter = {};
+   filter.group = prefixArgument( "239.7.7.7" );
+   const std::string text = routesText( mirror, filter, false, ShownRouter::now );
+   EXPECT_NE( text.find( "shared tree  from its RP, this router\n" ),
+              std::string::npos )
+      << text;
+   const auto entries = routeEntries( mirror, filter, ShownRouter::now );
+   ASSERT_EQ( entries.size(), 2U );
+   EXPECT_EQ( entries[1]["incoming-interface"], "eth0" );
+   EXPECT_FALSE( entries[1].contains( "rpf-neighbor" ) ) << entries[1];
+}
+
+// A VRF that goes leaves no complaint, one that comes is waited for.
+TEST_F( Reports, OfVrfsThatComeAndGo ) {
+   Mirrors mirrors( { router.root.path(), "all", {} } );
+   const std::string root = router.root.path() + '/';
+   router.red.manager.removeTables( router.red.path );
+   EXPECT_TRUE( mirrors.load().empty() );
+   EXPECT_EQ( mirrors.all().size(), 2U );
+   const std::string table = root + router.ipv6.path + "/routeIntf";
+   std::filesystem::rename( table, table + ".away" );
+   Mirrors early( { router.root.path(), "all", {} } );
+   ASSERT_EQ( early.all()[1]->problem().kind, Mirror::Problem::missing );
+   std::filesystem::rename( table + ".away", table );
+   EXPECT_TRUE( early.load().empty() );
+   EXPECT_EQ( early.all().size(), 2U );
+}
+
+TEST_F( Reports, FilesAreReplacedAsTheyStand ) {
+   namespace fs = std::filesystem;
+   const fs::path root = router.root.path();
+   const auto textOf = []( const fs::path& path ) {
+      std::ifstream file( path );
+      return std::string( std::istreambuf_iterator<char>( file ), {} );
+   };
+   const mode_t mask = umask( 027 );
+   replaceFile( root / "new", "1" );
+   umask( mask );
+   EXPECT_EQ( fs::status( root / "new" ).permissions(), fs::perms( 0640 ) );
+   fs::permissions( root / "new", fs::perms( 0600 ) );
+   fs::create_symlink( "new", root / "link" );
+   replaceFile( root / "link", "2" );
+   EXPECT_TRUE( fs::is_symlink( root / "link" ) );
+   EXPECT_EQ( textOf( root / "new" ), "2" );
+   EXPECT_EQ( fs::status( root / "new" ).permissions(), fs::perms( 0600 ) );
+   mkfifo( ( root / "fifo" ).c_str(), 0600 );
+   fs::create_symlink( "nothing", root / "dangling" );
+   for ( const char* name : { "fifo", "dangling", "routing", "no/file" } )
+      EXPECT_THROW( replaceFile( root / name, "3" ), OutputError ) << name;
+   EXPECT_TRUE( fs::is_fifo( root / "fifo" ) );
+   EXPECT_TRUE( fs::is_symlink( root / "dangling" ) );
+   EXPECT_EQ( std::distance( fs::directory_iterator( root ), {} ), 6 )
+      << "nothing is left beside them";
 }
 
 TEST_F( Reports, RegistersAndAdvertised ) {

@@ -32,7 +32,7 @@ std::string yesNo( bool value ) {
 // "prune pending (prunePending)": the word, and the state for those who know it.
 template <class State>
 std::string stateText( State state, const char* prefix = "" ) {
-   const Mox::StringView name = stringValue( state );
+   const Mox::String name = stringValue( state );
    std::string word = yangName( name, prefix );
    std::replace( word.begin(), word.end(), '-', ' ' );
    return word == name ? word : fmt::format( "{} ({})", word, name );

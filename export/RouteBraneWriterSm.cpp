@@ -198,19 +198,15 @@ bool RouteBraneWriterSm::refusedFullTable( const char* where, const Key& key,
    try {
       operation();
       return false;
-   } catch ( const ::Brane::TableFullError& e ) {
-      MOX_TRACE( trace, 0, where << key << ": " << e.what() );
-   } catch ( const ::Brane::ProbeLimitError& e ) {
-      MOX_TRACE( trace, 0, where << key << ": " << e.what() );
    } catch ( const Mox::Error& e ) {
-      MOX_TRACE( trace, 0, where << key << ": " << e.what() );
+      MOX_TRACE( trace, 0,
+                 where << key << ": " << e.what()
+                       << Mox::traceField( "VRF", status_->vrfName().name() ) );
       ++writes.refused;
       refusedInc( 1 );
-      return false;
+      return dynamic_cast<const ::Brane::TableFullError*>( &e ) != nullptr ||
+             dynamic_cast<const ::Brane::ProbeLimitError*>( &e ) != nullptr;
    }
-   ++writes.refused;
-   refusedInc( 1 );
-   return true;
 }
 
 void RouteBraneWriterSm::writeRoute( const SparseMode::Route& route ) {

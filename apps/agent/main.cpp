@@ -7,6 +7,7 @@
 #include "apps/agent/Agent.h"
 #include "apps/agent/config/ConfigReader.h"
 #include "platform/loop/SignalWatcher.h"
+#include "platform/trace/Sinks.h"
 
 namespace {
 
@@ -123,6 +124,7 @@ int run( const Arguments& arguments ) {
 }
 
 int main( int argc, char** argv ) {
+   if ( Mox::journalHasStandardError() ) Mox::traceSinkIs( Mox::journalSink() );
    CLI::App app(
       "The Pimsm reference agent: keeps PIM sparse-mode state from packets "
       "and publishes it in shared-memory tables." );

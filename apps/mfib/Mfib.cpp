@@ -170,9 +170,10 @@ void Mfib::write() {
             break;
          }
          if ( int error = bring( key, entry ) ) {
-            MOX_TRACE(
-               trace, 0,
-               "the kernel refuses " << key << ": " << std::strerror( error ) );
+            MOX_TRACE( trace, 0,
+                       "the kernel refuses "
+                          << key << ": " << std::strerror( error )
+                          << Mox::traceField( "VRF", model_->vrfName().name() ) );
             refusals_.inc();
             due = refused_[key] = now + retryTime;
          } else {

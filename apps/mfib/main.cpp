@@ -9,6 +9,7 @@
 #include "apps/mfib/Daemon.h"
 #include "apps/mfib/Keeper.h"
 #include "platform/loop/SignalWatcher.h"
+#include "platform/trace/Sinks.h"
 
 namespace {
 
@@ -90,6 +91,7 @@ int keep( int argc, char** argv ) {
 }
 
 int main( int argc, char** argv ) {
+   if ( Mox::journalHasStandardError() ) Mox::traceSinkIs( Mox::journalSink() );
    CLI::App app(
       "Forwards multicast: programs the kernel's multicast routing tables from the "
       "agent's tables, and goes on while the agent is away." );

@@ -1,29 +1,21 @@
 #include "platform/trace/Trace.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <utility>
 #include <vector>
 
+#include "platform/trace/Sinks.h"
 #include "platform/trace/detail/TraceSettings.h"
 
 namespace Mox {
 namespace {
 
-void writeLine( const TraceRecord& record ) {
-   // The steady clock is CLOCK_MONOTONIC.
-   std::chrono::duration<double> now =
-      std::chrono::steady_clock::now().time_since_epoch();
-   String line = fmt::format( "{:.6f} {} {} {}", now.count(), record.facility,
-                              record.level, record.text );
-   std::replace( line.begin(), line.end(), '\n', ' ' );
-   line += '\n';
-   std::fwrite( line.data(), 1, line.size(), stderr );
+// Where a trace's stream keeps its content.
+int contentPlace() {
+   static const int place = std::ios_base::xalloc();
+   return place;
 }
 
 }
@@ -53,7 +45,7 @@ class TraceRegistry {
    }
 
    TraceSink sinkIs( TraceSink sink ) {
-      if ( !sink ) sink = writeLine;
+      if ( !sink ) sink = textSink();
       return std::exchange( sink_, std::move( sink ) );
    }
 
@@ -83,7 +75,7 @@ class TraceRegistry {
 
    std::vector<TraceFacility*> facilities_;
    TraceSettings settings_;
-   TraceSink sink_ = writeLine;
+   TraceSink sink_ = textSink();
    bool emitting_ = false;
 };
 
@@ -107,10 +99,13 @@ struct TraceLine::Content {
    const TraceFacility& facility;
    unsigned level;
    std::ostringstream stream;
+   std::vector<TraceField> fields;
 };
 
 TraceLine::TraceLine( const TraceFacility& facility, unsigned level )
-   : content_( new Content{ facility, level, {} } ) {}
+   : content_( new Content{ facility, level, {}, {} } ) {
+   content_->stream.pword( contentPlace() ) = content_.get();
+}
 
 TraceLine::~TraceLine() = default;
 
@@ -118,10 +113,16 @@ std::ostream& TraceLine::stream() {
    return content_->stream;
 }
 
+void TraceLine::addField( std::ostream& stream, const char* name, String value ) {
+   auto* content = static_cast<Content*>( stream.pword( contentPlace() ) );
+   if ( content != nullptr )
+      content->fields.push_back( { name, std::move( value ) } );
+}
+
 void TraceLine::emit() {
    String text = content_->stream.str();
    TraceRegistry::instance().emit(
-      { content_->facility.name(), content_->level, text } );
+      { content_->facility.name(), content_->level, text, content_->fields } );
 }
 
 TraceFacility defaultTraceFacility( "Pimsm" );

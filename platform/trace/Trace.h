@@ -19,6 +19,8 @@
 #include <functional>
 #include <memory>
 #include <ostream>
+#include <span>
+#include <sstream>
 
 #include "platform/base/Export.h"
 #include "platform/base/String.h"
@@ -47,14 +49,21 @@ class PIMSM_API TraceFacility {
    const char* name_;
 };
 
+// What a trace says beside its text, for sinks that keep such things apart.
+struct TraceField {
+   StringView name;  // capital letters, digits and underscores: "VRF"
+   String value;
+};
+
 // What a sink gets; valid during the call. The sink adds the time.
 struct TraceRecord {
    StringView facility;
    unsigned level;
    StringView text;
+   std::span<const TraceField> fields = {};
 };
 
-// Must not throw. Traces made by the sink itself are dropped.
+// Must not throw. Sinks.h has some. Traces made by the sink itself are dropped.
 using TraceSink = std::function<void( const TraceRecord& )>;
 
 // Replaces the sink of the whole process and returns the former one; an empty one
@@ -87,12 +96,37 @@ class PIMSM_API TraceLine {
    TraceLine& operator=( const TraceLine& ) = delete;
 
    std::ostream& stream();
+   // To the trace whose stream this is; any other takes no field.
+   static void addField( std::ostream& stream, const char* name, String value );
    void emit();
 
  private:
    struct Content;
    std::unique_ptr<Content> content_;
 };
+
+template <class T>
+struct TraceFieldOf {
+   const char* name;
+   const T& value;
+};
+
+// Gives a trace a field, and its text nothing. `name` is a literal, the value as it is
+// streamed:
+//
+//    MOX_TRACE( trace, 0, "no room for " << key << traceField( "VRF", vrf ) );
+template <class T>
+TraceFieldOf<T> traceField( const char* name, const T& value ) {
+   return { name, value };
+}
+
+template <class T>
+std::ostream& operator<<( std::ostream& stream, const TraceFieldOf<T>& field ) {
+   std::ostringstream text;
+   text << field.value;
+   TraceLine::addField( stream, field.name, text.str() );
+   return stream;
+}
 
 }
 

@@ -1,7 +1,10 @@
-#include "platform/trace/Trace.h"
+#include "platform/trace/Sinks.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <memory>
 #include <vector>
@@ -126,6 +129,58 @@ TEST_F( Trace, DestroyedFacilityLeavesTheRegistry ) {
    gone.reset();
    traceSettingsIs( "Pimsm*/3" );
    EXPECT_TRUE( writer.enabled( 3 ) );
+}
+
+TEST_F( Trace, FieldsStandBesideTheText ) {
+   std::vector<String> fields;
+   traceSinkIs( [&]( const TraceRecord& r ) {
+      lines.emplace_back( r.text );
+      for ( const TraceField& field : r.fields )
+         fields.push_back( fmt::format( "{}={}", field.name, field.value ) );
+   } );
+   traceSettingsIs( "Pimsm*/9" );
+   MOX_TRACE(
+      writer, 1,
+      "full" << traceField( "VRF", "red" ) << '!' << traceField( "ROOM", 0 ) );
+   MOX_TRACE( writer, 1, "next" );
+   EXPECT_EQ( lines, ( std::vector<String>{ "full!", "next" } ) );
+   EXPECT_EQ( fields, ( std::vector<String>{ "VRF=red", "ROOM=0" } ) );
+   std::ostringstream other;
+   other << traceField( "VRF", "red" ) << "text";
+   EXPECT_EQ( other.str(), "text" );
+}
+
+// A journal of the test's own.
+TEST_F( Trace, TheJournalGetsEntries ) {
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   const String path = fmt::format( "/tmp/pimsm-journal-{}", getpid() );
+   path.copy( address.sun_path, sizeof address.sun_path - 1 );
+   const int journal = socket( AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
+   ASSERT_EQ(
+      bind( journal, reinterpret_cast<sockaddr*>( &address ), sizeof address ), 0 );
+   traceSettingsIs( "Pimsm*/9" );
+   traceSinkIs( journalSink( path ) );
+   MOX_TRACE( writer, 0, "no room" << traceField( "VRF", "red" ) );
+   MOX_TRACE( reader, 5, "two\nlines" );
+   char bytes[1000];
+   const auto entry = [&] {
+      const ssize_t size = recv( journal, bytes, sizeof bytes, MSG_DONTWAIT );
+      return String( bytes, static_cast<size_t>( std::max<ssize_t>( size, 0 ) ) );
+   };
+   EXPECT_EQ( entry(),
+              "MESSAGE=no room\nPRIORITY=4\n"
+              "TRACE_FACILITY=Pimsm::RouteBraneWriter\nTRACE_LEVEL=0\n"
+              "VRF=red\n" );
+   EXPECT_EQ( entry(), String( "MESSAGE\n\x09\0\0\0\0\0\0\0two\nlines\n", 26 ) +
+                          "PRIORITY=7\nTRACE_FACILITY=Pimsm::RouteBraneReader\n"
+                          "TRACE_LEVEL=5\n" );
+   close( journal );
+   unlink( path.c_str() );
+   CaptureStderr();
+   MOX_TRACE( writer, 1, "nobody takes it" );
+   EXPECT_NE( GetCapturedStderr().find( " Pimsm::RouteBraneWriter 1 nobody" ),
+              String::npos );
 }
 
 }

@@ -66,8 +66,6 @@ class Model {
       now_ = next;
    }
 
-   Status& status() { return *vrf_; }
-   Routing::Pim::Status& pim() { return *pim_; }
    const Route& wc() const { return *wc_; }
    const Route& sg() const { return *sg_; }
    const Intf& wcIntf() const { return *wcIntf_[0]; }

@@ -1,6 +1,6 @@
 // The protocol macros as RFC 7761 writes them: algebra of sets of interfaces. A set
 // is a word with a bit for each port. Where this system departs from the RFC, the
-// departure has a name below, and can be switched off.
+// departure has a name and a row in kDepartures, and can be switched off.
 #pragma once
 
 #include <bitset>
@@ -9,36 +9,36 @@
 
 namespace Routing::Pim::SparseMode::Test {
 
-enum Departure {
-   // 4.3.2, no DR without PIM: here an interface without PIM record counts as DR.
-   drWithoutPim,
-   // 4.6, no winner is not me: here it is, where the own address is unspecified.
-   namelessWinner,
-   // 4.1.6, pim_exclude(S,G) asks no (*,G) state: here none excludes without it.
-   excludeNeedsSibling,
-   // 4.6.5, never lost on RPF_interface(S): here that waits for the upstream join.
-   lostSgJoinsRpfTest,
-   // 4.6.3, the MRIB's values: here infinite until joined upstream.
-   sptMetricWantsJoin,
-   // 4.6.3, the MRIB's values, zeros for none: here infinite without a path.
-   noPathIsInfinite,
-   // 4.6.1, joins(S,G), pim_include(S,G) assert: a lost (*,G) assert bars them here.
-   lostWcBarsOwnAssert,
-   // 4.6.1, joins(S,G) tracks: here not with the (*,G) assert lost.
-   lostWcEndsOwnTracking,
-   // 4.6.1 knows no standby path: here the fast-reroute RPF interface tracks too.
-   standbyTracks,
-   // 4.5.4, joins for any outgoing interface: here not without an upstream record.
-   noUpstreamNoJoin,
-   // 4.5.7 knows no exception: here nothing is pruned from the register interface.
-   registerNeverPrunes,
-   // 4.5.7 knows no standby path: here not pruned off the fast-reroute neighbour.
-   standbySharesNeighbor,
-   // 4.1.6, (pim_include(*,G) - pim_exclude(S,G)) + pim_include(S,G): here bare
-   // membership, exclusion first; no DR, no assert.
-   failoverIsMembership,
-   kDepartureCount
+// clang-format off
+//       name                      RFC 7761                                  this system
+#define PIMSM_DEPARTURES( D ) \
+   D( drWithoutPim,            "4.3.2: no DR without PIM",               "an interface without PIM record counts as DR" ) \
+   D( namelessWinner,          "4.6: no winner is not me",               "no winner is me where the own address is unspecified" ) \
+   D( excludeNeedsSibling,     "4.1.6: pim_exclude(S,G) asks no (*,G) state", "without (*,G) record nothing is excluded" ) \
+   D( lostSgJoinsRpfTest,      "4.6.5: never lost on RPF_interface(S)",  "that test is left out until joined upstream" ) \
+   D( sptMetricWantsJoin,      "4.6.3: the MRIB's values",               "infinite until joined upstream" ) \
+   D( noPathIsInfinite,        "4.6.3: the MRIB's values, zeros for none", "infinite without a path" ) \
+   D( lostWcBarsOwnAssert,     "4.6.1: joins(S,G) and pim_include(S,G) assert all the same", "a lost (*,G) assert bars them" ) \
+   D( lostWcEndsOwnTracking,   "4.6.1: joins(S,G) tracks all the same",  "not by its join, with the (*,G) assert lost" ) \
+   D( standbyTracks,           "4.6.1: knows no standby path",           "the fast-reroute RPF interface tracks too" ) \
+   D( noUpstreamNoJoin,        "4.5.4: joins for any outgoing interface", "not without an upstream record" ) \
+   D( registerNeverPrunes,     "4.5.7: no such exception",               "nothing is pruned from the register interface" ) \
+   D( standbySharesNeighbor,   "4.5.7: knows no standby path",           "not pruned off the fast-reroute neighbour" ) \
+   D( failoverIsMembership,    "4.1.6: (pim_include(*,G) - pim_exclude(S,G)) + pim_include(S,G)", "bare membership, exclusion first; no DR, no assert" )
+// clang-format on
+
+#define PIMSM_DEPARTURE_NAME( name, rfc, ours ) name,
+#define PIMSM_DEPARTURE_ROW( name, rfc, ours ) { #name, rfc, ours },
+
+enum Departure { PIMSM_DEPARTURES( PIMSM_DEPARTURE_NAME ) kDepartureCount };
+
+struct DepartureRow {
+   const char* name;
+   const char* rfc;
+   const char* ours;
 };
+inline constexpr DepartureRow kDepartures[] = {
+   PIMSM_DEPARTURES( PIMSM_DEPARTURE_ROW ) };
 
 using Departures = std::bitset<kDepartureCount>;
 

@@ -11,6 +11,9 @@
 //          port 0   port 1   port 2
 //            |
 //        receivers and rivals; this router is 192.0.2.5 on port 0, 192.0.3.5 on ..
+//
+// The values of an enumeration begin with those that stand for all others where
+// only a part can be walked.
 #pragma once
 
 #include <array>
@@ -56,6 +59,7 @@ enum class Upstream : uint8_t {
    bare,
    port1
 };
+enum class WcState : uint8_t { record, noRoute, noRecord };
 
 // RFC 7761, 4.6.3. Addresses are IPv4 as numbers, 0 for none.
 struct Metric {

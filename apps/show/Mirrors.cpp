@@ -122,10 +122,6 @@ Found find( const Selection& selection ) {
             found.emplace_back( family, name );
       }
    }
-   std::sort( found.begin(), found.end(), []( const auto& a, const auto& b ) {
-      return std::tie( a.second.name(), a.first ) <
-             std::tie( b.second.name(), b.first );
-   } );
    return found;
 }
 
@@ -154,12 +150,44 @@ Mirror::Problem problemOf( const Mirror& mirror, Mirrors::Part part ) {
 
 // What may not be read is heard of first, before any of it is mounted.
 Mirrors::Mirrors( const Selection& selection )
-   : clock_( loop_ ), manager_( clock_, &loop_, selection.root ) {
+   : selection_( selection ),
+     clock_( loop_ ),
+     manager_( clock_, &loop_, selection.root ) {
    const Found found = find( selection );
    process_ = Published::ProcessStatus::mount( manager_, Brane::tableReader );
-   for ( const auto& [family, name] : found )
-      mirrors_.push_back(
-         std::make_unique<Mirror>( manager_, clock_, family, name ) );
+   mount( found );
+}
+
+void Mirrors::mount( const Found& found ) {
+   for ( const auto& entry : found ) {
+      const auto& [family, name] = entry;
+      const bool known =
+         std::any_of( mirrors_.begin(), mirrors_.end(), [&]( const auto& mirror ) {
+            return mirror->family == entry.first &&
+                   mirror->vrf() == entry.second.name();
+         } );
+      if ( !known )
+         mirrors_.push_back(
+            std::make_unique<Mirror>( manager_, clock_, family, name ) );
+   }
+   std::sort( mirrors_.begin(), mirrors_.end(), []( const auto& a, const auto& b ) {
+      return std::make_pair( a->vrf(), a->family ) <
+             std::make_pair( b->vrf(), b->family );
+   } );
+}
+
+void Mirrors::rescan() {
+   try {
+      mount( find( selection_ ) );
+   } catch ( const std::exception& ) {
+      // As while directories are being made: what may not be read now may be at the
+      // next look.
+   }
+}
+
+void Mirrors::drop( const Mirror& mirror ) {
+   std::erase_if( mirrors_,
+                  [&]( const auto& each ) { return each.get() == &mirror; } );
 }
 
 std::vector<Mirrors::Unread> Mirrors::load( Part part ) {

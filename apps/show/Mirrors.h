@@ -30,6 +30,10 @@ struct Mirror {
 
    std::string vrf() const { return model->vrfName().name(); }
    bool loaded() const { return model->initialized(); }
+   // Were the tables removed, as with their VRF, after they had been there?
+   bool removed() const {
+      return tables->route().control()->mountStatus() == MoxBrane::mountRemoved;
+   }
    bool writerAlive() const { return tables->route().writerAlive(); }
    // Why the tables cannot be read. What was read but is no record is no problem of
    // this kind: see unreadable().
@@ -86,6 +90,11 @@ class Mirrors {
    // removed meanwhile is taken out without a word.
    std::vector<Unread> load( Part part = routesPart );
 
+   // Mounts what has come since and may be read; it loads as the loop runs.
+   void rescan();
+   // REQUIRES: one of all(), that nobody uses any more.
+   void drop( const Mirror& mirror );
+
    // In order of VRF name, IPv4 first.
    const std::vector<std::unique_ptr<Mirror>>& all() const { return mirrors_; }
    double now() const { return clock_.now(); }
@@ -95,6 +104,10 @@ class Mirrors {
    const Published::ProcessStatus& agentProcess() const { return *process_; }
 
  private:
+   using Found = std::vector<std::pair<Vantu::AddressFamily, L3::VrfName>>;
+   void mount( const Found& found );
+
+   Selection selection_;
    Mox::Loop loop_;
    Mox::RealClock clock_;
    Corvex::EntityManager manager_;

@@ -80,8 +80,6 @@ class Screen : public Mox::Clock::Notifiee {
         mirrors_( mirrors ),
         filter_( filter ),
         keys_( mirrors.loop(), STDIN_FILENO, [this] { readKeys(); } ) {
-      for ( const auto& mirror : mirrors.all() )
-         recent_.push_back( std::make_unique<Recent>( *mirror, mirrors.clock() ) );
       wakeupTimeIs( clock()->now() );
    }
 
@@ -119,6 +117,7 @@ class Screen : public Mox::Clock::Notifiee {
    };
 
    void draw() {
+      followVrfs();
       terminal_.begin();
       select();
       scroll();
@@ -139,6 +138,28 @@ class Screen : public Mox::Clock::Notifiee {
          "q leaves, arrows move; route {} of {}; changes of the last {:.0f} s are "
          "marked",
          matching_.empty() ? 0 : first_ + 1, matching_.size(), kHighlight ) );
+   }
+
+   // As they come and go.
+   void followVrfs() {
+      for ( auto& recent : recent_ ) {
+         const Mirror& mirror = recent->mirror();
+         if ( !mirror.removed() ) continue;
+         recent.reset();
+         mirrors_.drop( mirror );
+      }
+      mirrors_.rescan();
+      std::vector<std::unique_ptr<Recent>> all;
+      for ( const auto& mirror : mirrors_.all() ) {
+         auto found = std::find_if(
+            recent_.begin(), recent_.end(), [&]( const auto& recent ) {
+               return recent != nullptr && &recent->mirror() == mirror.get();
+            } );
+         all.push_back( found != recent_.end() ? std::move( *found )
+                                               : std::make_unique<Recent>(
+                                                    *mirror, mirrors_.clock() ) );
+      }
+      recent_ = std::move( all );
    }
 
    // What there is to see now, and the mirrors in which there is nothing.

@@ -180,6 +180,40 @@ TEST_F( WatchProgram, SaysThatTheAgentIsGoneByItsStatus ) {
    EXPECT_TRUE( terminal.shows( "writer-gone" ) );
    terminal.signal( SIGTERM );
    EXPECT_EQ( terminal.status(), 5 );
+   AtTerminal late( watch( "--json-lines" ) );
+   EXPECT_TRUE( late.shows( R"("op":"writer-gone"})" ) ) << "gone before it began";
+}
+
+TEST_F( WatchProgram, FollowsVrfsThatGoAndCome ) {
+   const std::string all = "watch -4 --root " + router.root.path();
+   AtTerminal screen( all ), lines( all + " --json-lines" );
+   ASSERT_TRUE( screen.shows( "vrf red ipv4" ) );
+   auto sg = router.ipv4.vrf().sg( "198.51.100.7", "239.1.2.3" );
+   ASSERT_TRUE( lines.shows( "}\r\n", [&] {
+      sg.intf( "eth3" )->forwardIs( !sg.intf( "eth3" )->forward() );
+      router.ipv4.publish();
+   } ) );
+   router.red.manager.removeTables( router.red.path );
+   EXPECT_TRUE( lines.shows( R"("vrf":"red","family":"ipv4","op":"vrf-gone"})" ) );
+   Published blue( router.clock, router.root.path(), Vantu::AddressFamily::ipv4,
+                   "blue" );
+   blue.vrf().wc( "239.7.7.7" ).rpf( "eth0" );
+   blue.publish();
+   const std::string come = R"("vrf":"blue","family":"ipv4","op":)";
+   EXPECT_TRUE( lines.shows( come + R"("vrf-new"})" ) );
+   EXPECT_TRUE( lines.shows( come + R"("add","group":"239.7.7.7")" ) );
+   EXPECT_TRUE( screen.shows( "vrf blue ipv4" ) );
+   lines.signal( SIGTERM );
+   EXPECT_EQ( lines.status(), 0 ) << "a VRF that went is no agent that went";
+}
+
+// While nothing changes, too.
+TEST_F( WatchProgram, EndsWhenNobodyReads ) {
+   Mox::Test::Program shell(
+      { "/bin/sh", "-c",
+        "{ " PIMSM_SHOW " " + watch() + "; echo ended with $? >&2; } | true" } );
+   EXPECT_EQ( shell.wait(), 0 );
+   EXPECT_EQ( shell.err(), "ended with 0\n" );
 }
 
 TEST_F( WatchProgram, RefusesATerminalThatItDoesNotKnow ) {

@@ -2,76 +2,300 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <functional>
 
+#include "apps/show/RouteJson.h"
 #include "tests/apps/show/Published.h"
 
 namespace Show {
 namespace {
 
+using Json = nlohmann::ordered_json;
+using SmTest::intfId;
+using SmTest::rpfBy;
+using SmTest::sgKey;
+using SmTest::wcKey;
+
 // The tool's side in this process, on the real clock and its loop.
 class Watching : public testing::Test {
  protected:
-   Watching() { mirrors.load(); }
-
    // The lines of what comes until there are so many, or the deadline.
-   std::string lines( size_t wanted, const RouteFilter& filter = {} ) {
+   std::string lines( size_t wanted ) {
       std::string out;
-      const auto end =
-         std::chrono::steady_clock::now() + std::chrono::seconds( 30 );
-      while ( std::chrono::steady_clock::now() < end ) {
-         router.ipv4.manager.dispatch();
-         mirrors.loop().dispatch();
-         for ( const Change& change : feed.take( filter, mirrors.now() + ahead ) ) {
-            out += changeText( feed.mirror(), change, kTime ).substr( 26 ) + '\n';
-            json.push_back( changeJson( feed.mirror(), change, kTime ) );
-            if ( --wanted == 0 ) return out;
+      until( [&] {
+         for ( const Change& change : feed.take( {}, mirrors.now() + ahead ) ) {
+            out += text( change );
+            last = change;
+            if ( --wanted == 0 ) break;
          }
-      }
-      return out + "deadline\n";
+         return wanted == 0;
+      } );
+      return out;
+   }
+
+   // All that was written, as far as the filter takes it. Times alone, which are written
+   // last, are no change.
+   std::string told( const RouteFilter& filter = {} ) {
+      const auto key = sgKey( "203.0.113.9", "239.0.0.1" );
+      const Vantu::IntfId eth4 = intfId( "eth4" );
+      ++stamp;
+      write( key, [&]( RouteRecord& route ) { route.creationTime = stamp; } );
+      write( key, "eth4",
+             [&]( IntfRecord& intf ) { intf.lastJoinReceived = stamp; } );
+      const Route& mirrored = *mirrors.all()[0]->model->route( key );
+      until( [&] {
+         return mirrored.creationTime() == stamp &&
+                mirrored.routeIntf( eth4 )->lastJoinReceived() == stamp;
+      } );
+      std::string out;
+      for ( const Change& change : feed.take( filter, mirrors.now() ) )
+         if ( change.op != std::string_view( "sweep" ) ) out += text( change );
+      return out;
+   }
+
+   // Changes the records, whatever the agent would write when.
+   template <class Edit>
+   void write( const Routing::Pim::RouteKey& key, Edit edit ) {
+      RouteRecord record;
+      router.ipv4.tables->route().find( key, record );
+      edit( record );
+      router.ipv4.tables->routeIs( record );
+   }
+   template <class Edit>
+   void write( const Routing::Pim::RouteKey& key, const char* intf, Edit edit ) {
+      IntfRecord record;
+      router.ipv4.tables->routeIntf().find( { key, intfId( intf ) }, record );
+      edit( record );
+      router.ipv4.tables->routeIntfIs( record );
+   }
+   void remove( const Routing::Pim::RouteKey& key, const char* intf ) {
+      router.ipv4.tables->routeIntfDel( { key, intfId( intf ) } );
    }
 
    static constexpr const char* kTime = "2024-05-01T10:00:02.114Z";
+   const Routing::Pim::RouteKey wc = wcKey( "239.1.2.3" ),
+                                sg = sgKey( "198.51.100.7", "239.1.2.3" );
    ShownRouter router;
    Mirrors mirrors{ { router.root.path(), "default", Vantu::AddressFamily::ipv4 } };
-   ChangeFeed feed{ *mirrors.all()[0], [] {} };
+   ChangeFeed feed{ loaded(), false, [] {} };
    double ahead = 0.0;  // s, of the real clock
-   std::vector<nlohmann::ordered_json> json;
+   double stamp = 1.0;
+   Change last{};  // of lines()
+
+ private:
+   const Mirror& loaded() {
+      mirrors.load();
+      return *mirrors.all()[0];
+   }
+   void until( const std::function<bool()>& holds ) {
+      const auto end =
+         std::chrono::steady_clock::now() + std::chrono::seconds( 30 );
+      do {
+         router.ipv4.manager.dispatch();
+         mirrors.loop().dispatch();
+         if ( holds() ) return;
+      } while ( std::chrono::steady_clock::now() < end );
+      ADD_FAILURE() << "deadline";
+   }
+   std::string text( const Change& change ) const {
+      return changeText( feed.mirror(), change, kTime ).substr( 26 ) + '\n';
+   }
 };
 
-TEST_F( Watching, TellsWhatIsNewWhatIsOtherAndWhatWent ) {
-   auto sg = router.ipv4.vrf().sg( "198.51.100.7", "239.1.2.3" );
-   sg->spTreeIs( false );
-   router.ipv4.publish();
-   EXPECT_EQ( lines( 1 ), "update (198.51.100.7, 239.1.2.3): is-spt yes -> no\n" );
+// All that stands, as if it were new: what `routes` says of it, member by member, but
+// what follows from several records, and times.
+TEST_F( Watching, SpeaksTheWordsOfRoutes ) {
+   const Mirror& mirror = *mirrors.all()[0];
+   std::vector<Json> told, shown;
+   ChangeFeed all( mirror, true, [] {} );
+   const std::vector<Change> changes = all.take( {}, mirrors.now() );
+   EXPECT_STREQ( changes.at( 0 ).op, "vrf-new" );
+   for ( size_t i = 1; i < changes.size(); ++i ) {
+      Json line = changeJson( mirror, changes[i], kTime ), members;
+      EXPECT_EQ( line["op"], "add" );
+      for ( const auto& [name, values] : line["changed"].items() )
+         members[name] = values[1];
+      told.push_back( { line["group"], line["source-address"], line["is-rpt"],
+                        line.value( "interface", "" ), members } );
+   }
+   const auto show = [&]( const Json& entry, const std::string& intf,
+                          Json members ) {
+      for ( const char* name :
+            { "group", "source-address", "is-rpt", "mode", "rp-address", "up-time",
+              "outgoing-interface", "pimsm-state:interface", "name",
+              "not-forwarding-reason", "since-last-join", "since-last-rpt-prune" } )
+         members.erase( name );
+      shown.push_back( { entry["group"], entry["source-address"], entry["is-rpt"],
+                         intf, std::move( members ) } );
+   };
+   for ( const Json& entry : routeEntries( mirror, {}, mirrors.now() ) ) {
+      show( entry, "", entry );
+      for ( const Json& intf : entry["pimsm-state:interface"] )
+         show( entry, intf["name"], intf );
+   }
+   EXPECT_TRUE( std::is_sorted(
+      changes.begin() + 1, changes.end(), []( const Change& a, const Change& b ) {
+         return std::tie( a.key.group, a.key.source, a.intfId ) <
+                std::tie( b.key.group, b.key.source, b.intfId );
+      } ) );
+   std::sort( told.begin(), told.end() );
+   std::sort( shown.begin(), shown.end() );
+   EXPECT_EQ( Json( told ).dump( 1 ), Json( shown ).dump( 1 ) );
+}
+
+TEST_F( Watching, TellsEveryMemberThatDiffers ) {
+   const auto eth4 = [this]( auto edit ) {
+      return [=, this] { write( sg, "eth4", edit ); };
+   };
+   const auto route = [this]( auto edit ) {
+      return [=, this] { write( sg, edit ); };
+   };
+   const std::string entry = " (198.51.100.7, 239.1.2.3): ",
+                     rpt = " (198.51.100.7, 239.1.2.3, rpt)",
+                     intf = " (198.51.100.7, 239.1.2.3) eth4: ";
+   const std::pair<std::function<void()>, std::string> rows[] = {
+      { route( []( RouteRecord& r ) { r.rpf.metric = { 30 }; } ),
+        "update" + entry + "rpf metric 20 -> 30\n" },
+      { route( []( RouteRecord& r ) { r.rpfAttached = true; } ),
+        "update" + entry +
+           "rpf-neighbor 192.0.2.5 -> none, rpf attached no -> yes\n" },
+      { route( []( RouteRecord& r ) { r.rpfAttached = false; } ),
+        "update" + entry +
+           "rpf attached yes -> no, rpf-neighbor none -> 192.0.2.5\n" },
+      { route( []( RouteRecord& r ) { r.prevRpf = rpfBy( "eth6" ); } ),
+        "update" + entry +
+           "previous-rpf interface none -> eth6, previous-rpf neighbor none -> "
+           "192.0.2.254, previous-rpf attached none -> no, previous-rpf preference "
+           "none -> 110, previous-rpf metric none -> 20\n" },
+      { route( []( RouteRecord& r ) { r.mbrIif = intfId( "eth6" ); } ),
+        "update" + entry + "border-router-interface none -> eth6\n" },
+      { route( []( RouteRecord& r ) { r.iifSwitchPending = true; } ),
+        "update" + entry + "interface-switch pending no -> yes\n" },
+      { route( []( RouteRecord& r ) { r.routeFlags.drDiscoveredIs( true ); } ),
+        "update" + entry +
+           "flags sp-tree kat-expired -> sp-tree kat-expired dr-discovered\n" },
+      { route( []( RouteRecord& r ) {
+           r.upRptState = Routing::Pim::SparseMode::upRptNotPruned;
+        } ),
+        "add" + rpt +
+           ": incoming-interface eth0, rpf-neighbor 192.0.2.1, "
+           "upstream-rpt-state not-pruned\n" },
+      { eth4( []( IntfRecord& r ) { r.rptState = Intf::rptPruned; } ),
+        "add" + rpt + " eth4: rpt-state pruned\n" },
+      { eth4( []( IntfRecord& r ) { r.rptState = Intf::rptNoInfo; } ),
+        "delete" + rpt + " eth4\n" },
+      { eth4( []( IntfRecord& r ) { r.fastForward = true; } ),
+        "update" + intf + "fast-failover-forwarding no -> yes\n" },
+      { eth4( []( IntfRecord& r ) {
+           r.assertInfo = { Routing::Pim::SparseMode::iAmAssertLoser,
+                            SmTest::assertMetric( "[S] 192.0.2.66 [90/20]" ) };
+        } ),
+        "update" + intf +
+           "assert-state no-info -> i-am-assert-loser, assert-winner address none "
+           "-> 192.0.2.66, assert-winner rpt-bit none -> no, assert-winner "
+           "preference none -> 90, assert-winner metric none -> 20\n" },
+      // Along the shared tree, and with it.
+      { route( []( RouteRecord& r ) { r.routeFlags.spTreeIs( false ); } ),
+        "update" + entry +
+           "is-spt yes -> no, incoming-interface eth1 -> eth0, rpf-neighbor "
+           "192.0.2.5 -> 192.0.2.1\n" },
+      { [this] {
+          write( wc, []( RouteRecord& r ) { r.rpf.intfId = intfId( "eth8" ); } );
+       },
+        "update (*, 239.1.2.3): incoming-interface eth0 -> eth8, rpf interface "
+        "eth0 "
+        "-> eth8\n"
+        "update" +
+           entry + "incoming-interface eth0 -> eth8\n" + "update" + rpt +
+           ": incoming-interface eth0 -> eth8\n"
+           "update (198.51.100.9, 239.1.2.3): incoming-interface eth0 -> eth8\n"
+           "update (198.51.100.9, 239.1.2.3, rpt): incoming-interface eth0 -> "
+           "eth8\n" } };
+   for ( const auto& [edit, expected] : rows ) {
+      edit();
+      EXPECT_EQ( told(), expected );
+   }
+   write( sg, []( RouteRecord& r ) { r.rpf.metric = { 40 }; } );
+   router.ipv4.manager.dispatch();
+   EXPECT_EQ( lines( 1 ), "update" + entry + "rpf metric 30 -> 40\n" );
    EXPECT_EQ(
-      json[0].dump(),
+      changeJson( feed.mirror(), last, kTime ).dump(),
       R"({"time":"2024-05-01T10:00:02.114Z","vrf":"default","family":"ipv4",)"
       R"("op":"update","group":"239.1.2.3","source-address":"198.51.100.7",)"
-      R"("is-rpt":false,"changed":{"is-spt":[true,false]}})" );
-   sg.intf( "eth4" )->forwardIs( false );
-   router.ipv4.publish();
-   EXPECT_EQ( lines( 1 ),
-              "update (198.51.100.7, 239.1.2.3) eth4: forwarding yes -> "
-              "no\n" );
-   sg.intf( "eth2" )->forwardIs( false );
-   sg.intf( "eth5" )->forwardIs( false );
-   router.ipv4.vrf()->routeDel( SmTest::wcKey( "239.1.10.1" ) );
-   router.ipv4.publish();
-   RouteFilter filter;
-   filter.iface = "eth5";
-   EXPECT_EQ( lines( 1, filter ),
-              "update (198.51.100.7, 239.1.2.3) eth5: forwarding "
-              "yes -> no\n" );
-   router.ipv4.vrf()
-      .sg( "198.51.100.9", "239.1.2.3" )
-      .rpf( SmTest::rpfBy( "eth9", "203.0.113.132" ) );
-   router.ipv4.publish();
-   filter.iface = "";
-   filter.iif = "eth0";  // where the shared tree comes in
-   EXPECT_EQ( lines( 1, filter ),
-              "update (198.51.100.9, 239.1.2.3): rpf-neighbor "
-              "203.0.113.131 -> 203.0.113.132\n" );
+      R"("is-rpt":false,"changed":{"pimsm-state:rpf":[{"interface":"eth1",)"
+      R"("neighbor":"192.0.2.5","attached":false,"preference":110,"metric":30},)"
+      R"({"interface":"eth1","neighbor":"192.0.2.5","attached":false,)"
+      R"("preference":110,"metric":40}]}})" );
+}
+
+// What matches before its change or after it, deletes as well.
+TEST_F( Watching, FiltersByBeforeAndAfter ) {
+   const auto forward = [this]( const char* intf, bool on ) {
+      write( sg, intf, [on]( IntfRecord& r ) { r.forward = on; } );
+   };
+   const auto spTree = [this]( bool on ) {
+      write( sg, [on]( RouteRecord& r ) { r.routeFlags.spTreeIs( on ); } );
+   };
+   const auto joined = [this]( const Routing::Pim::RouteKey& key, bool on ) {
+      write( key, [on]( RouteRecord& r ) {
+         r.upJoinState = on ? Routing::Pim::SparseMode::upJoined
+                            : Routing::Pim::SparseMode::upNotJoined;
+      } );
+   };
+   const auto bothJoined = [&]( bool on ) { joined( wc, on ), joined( sg, on ); };
+   const auto by = []( auto set ) {
+      RouteFilter filter;
+      set( filter );
+      return filter;
+   };
+   const RouteFilter forwarding = by( []( auto&f ) { f.forwarding = true; } ),
+                     notForwarding = by( []( auto&f ) { f.forwarding = false; } ),
+                     eth0 = by( []( auto&f ) { f.iif = "eth0"; } ),
+                     eth1 = by( []( auto&f ) { f.iif = "eth1"; } );
+   const std::string it = " (198.51.100.7, 239.1.2.3)",
+                     left = ": upstream-join-state joined -> not-joined\n",
+                     came = ": upstream-join-state not-joined -> joined\n";
+   const std::tuple<RouteFilter, std::function<void()>, std::string> rows[] = {
+      { forwarding, [&] { forward( "eth5", false ); },
+        "update" + it + " eth5: forwarding yes -> no\n" },
+      { notForwarding, [&] { forward( "eth5", true ); },
+        "update" + it + " eth5: forwarding no -> yes\n" },
+      { notForwarding, [&] { remove( sg, "eth5" ); }, "" },
+      { forwarding, [&] { remove( sg, "eth4" ); }, "delete" + it + " eth4\n" },
+      { forwarding, [&] { remove( sg, "eth3" ); }, "" },
+      { eth1, [&] { spTree( false ); },
+        "update" + it +
+           ": is-spt yes -> no, incoming-interface eth1 -> eth0, rpf-neighbor "
+           "192.0.2.5 -> 192.0.2.1\n" },
+      { eth1, [&] { joined( sg, false ); }, "" },
+      { eth0, [&] { joined( sg, true ); }, "update" + it + came },
+      { by( []( auto& f ) { f.kind = "sg"; } ), [&] { bothJoined( false ); },
+        "update" + it + left },
+      { by( []( auto& f ) { f.kind = "wc"; } ), [&] { bothJoined( true ); },
+        "update (*, 239.1.2.3)" + came },
+      { by( []( auto& f ) { f.source = prefixArgument( "198.51.100.0/24" ); } ),
+        [&] { bothJoined( false ); }, "update" + it + left },
+      { by( []( auto& f ) { f.group = prefixArgument( "239.1.2.4" ); } ),
+        [&] { bothJoined( true ); }, "" },
+      { by( []( auto& f ) { f.iface = "eth5"; } ), [&] { bothJoined( false ); },
+        "update (*, 239.1.2.3)" + left },
+      { eth0,
+        [&] {
+           const auto key = wcKey( "239.1.10.1" );
+           router.ipv4.tables->routeDel( key );
+           remove( key, "Port-Channel20" );
+           router.ipv4.tables->routeDel( sgKey( "198.51.100.9", "239.1.2.3" ) );
+        },
+        "delete (198.51.100.9, 239.1.2.3)\n"
+        "delete (198.51.100.9, 239.1.2.3, rpt)\n"
+        "delete (*, 239.1.10.1)\n"
+        "delete (*, 239.1.10.1) Port-Channel20\n" } };
+   for ( const auto& [filter, edit, expected] : rows ) {
+      edit();
+      EXPECT_EQ( told( filter ), expected );
+   }
 }
 
 TEST_F( Watching, ARestartIsGoneAndBackAndWhatDiffers ) {
@@ -91,12 +315,12 @@ TEST_F( Watching, ARestartIsGoneAndBackAndWhatDiffers ) {
 // Faster than it is looked at: values are skipped, never the last one, and a line says
 // when.
 TEST_F( Watching, SaysThatItFellBehind ) {
-   auto sg = router.ipv4.vrf().sg( "198.51.100.7", "239.1.2.3" );
+   auto route = router.ipv4.vrf().sg( "198.51.100.7", "239.1.2.3" );
    for ( int i = 0; i < 100; ++i ) {
-      sg.intf( "eth3" )->forwardIs( i % 2 == 0 );
+      route.intf( "eth3" )->forwardIs( i % 2 == 0 );
       router.ipv4.publish();
    }
-   sg.intf( "eth3" )->forwardIs( true );
+   route.intf( "eth3" )->forwardIs( true );
    router.ipv4.publish();
    std::string told = lines( 2 );
    EXPECT_NE( told.find( "sweep: fell behind" ), std::string::npos ) << told;

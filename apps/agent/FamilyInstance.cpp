@@ -56,7 +56,8 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
                manager, Published::MfibStatus::mountPath( family, config.name ),
                ::Brane::tableReader ),
             model_, protocol_, real ),
-     tally_( real, model_, tables_ ),
+     tally_( real, model_, tables_,
+             [this]( const auto& rp ) { return isOwn( config_, rp ); } ),
      real_( real ),
      resume_( &real ),
      published_( Published::FamilyStatus::mount(
@@ -176,7 +177,8 @@ void FamilyInstance::publish() {
       for ( const Vantu::IpGenPrefix& range : rp.groups )
          rps.push_back(
             { { range.address(), static_cast<uint32_t>( range.length() ) },
-              rp.address } );
+              rp.address,
+              isOwn( config_, rp.address ) } );
    }
    Published::publishRps( *published_, rps );
    const bool ipv4 = family_ == Vantu::AddressFamily::ipv4;

@@ -12,10 +12,12 @@ namespace Brane = Routing::Pim::SparseMode::Brane;
 
 RouteTally::RouteTally( Mox::Clock& clock,
                         Mox::Ptr<const Routing::Pim::SparseMode::Status> model,
-                        Mox::Ptr<Brane::Status> tables )
+                        Mox::Ptr<Brane::Status> tables,
+                        std::function<bool( const Vantu::IpGenAddr& )> isOwn )
    : Notifiee( &clock ),
      model_( std::move( model ) ),
-     tables_( std::move( tables ) ) {}
+     tables_( std::move( tables ) ),
+     isOwn_( std::move( isOwn ) ) {}
 
 void RouteTally::touch() {
    double due = std::max( clock()->now(), last_ + interval );
@@ -24,17 +26,23 @@ void RouteTally::touch() {
 
 void RouteTally::count() {
    last_ = clock()->now();
-   uint32_t unresolved = 0;
+   uint32_t waiting = 0;
    uint32_t toBeDeleted = 0;
    uint32_t switching = 0;
    for ( const auto& route : model_->route() ) {
-      unresolved += route.rpf().intfId == Vantu::IntfId() ? 1 : 0;
+      waiting += unresolved( route ) ? 1 : 0;
       toBeDeleted += route.markedForDeletion() ? 1 : 0;
       switching += route.switching() ? 1 : 0;
    }
-   write( Brane::unresolved, unresolved );
+   write( Brane::unresolved, waiting );
    write( Brane::toBeDeleted, toBeDeleted );
    write( Brane::switching, switching );
+}
+
+bool RouteTally::unresolved( const Routing::Pim::SparseMode::Route& route ) const {
+   if ( !route.rpf().intfId.empty() ) return false;
+   return !route.wildCard() || route.umh() == nullptr ||
+          !isOwn_( route.umh()->rp() );
 }
 
 void RouteTally::write( Brane::RouteCounterType type, uint32_t count ) {

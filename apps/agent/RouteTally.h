@@ -1,8 +1,10 @@
 // Counts the routes that wait for something, in the tables beside the routes: without
-// a way to their source or RP, about to go, changing trees.
+// a way to their source or RP, unless that is this router, about to go, changing trees.
 //
 // Counted anew within a second after a change. Event-loop thread; the clock outlives it.
 #pragma once
+
+#include <functional>
 
 #include "export/Status.h"
 #include "platform/loop/Clock.h"
@@ -15,7 +17,8 @@ class RouteTally : public Mox::Clock::Notifiee {
 
    RouteTally( Mox::Clock& clock,
                Mox::Ptr<const Routing::Pim::SparseMode::Status> model,
-               Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables );
+               Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables,
+               std::function<bool( const Vantu::IpGenAddr& )> isOwn );
 
    // Routes may have changed.
    void touch();
@@ -24,11 +27,13 @@ class RouteTally : public Mox::Clock::Notifiee {
 
  private:
    void onTime() override { count(); }
+   bool unresolved( const Routing::Pim::SparseMode::Route& route ) const;
    void write( Routing::Pim::SparseMode::Brane::RouteCounterType type,
                uint32_t count );
 
    Mox::Ptr<const Routing::Pim::SparseMode::Status> model_;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables_;
+   std::function<bool( const Vantu::IpGenAddr& )> isOwn_;
    double last_ = 0.0;
 };
 

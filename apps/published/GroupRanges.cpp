@@ -72,8 +72,7 @@ GroupRanges::GroupRanges( Vantu::AddressFamily family,
    Sm::SsmGroupSmIs( config_, known, ssm_ );
 }
 
-std::optional<Vantu::IpGenAddr> GroupRanges::rp(
-   const Vantu::IpGenAddr& group ) const {
+const Rp* GroupRanges::longest( const Vantu::IpGenAddr& group ) const {
    const Rp* best = nullptr;
    for ( const Rp& candidate : rps_ ) {
       const RpKey& range = candidate.key;
@@ -82,8 +81,19 @@ std::optional<Vantu::IpGenAddr> GroupRanges::rp(
          continue;
       if ( best == nullptr || range.length > best->key.length ) best = &candidate;
    }
-   if ( best == nullptr ) return std::nullopt;
-   return best->address;
+   return best;
+}
+
+std::optional<Vantu::IpGenAddr> GroupRanges::rp(
+   const Vantu::IpGenAddr& group ) const {
+   const Rp* found = longest( group );
+   if ( found == nullptr ) return std::nullopt;
+   return found->address;
+}
+
+bool GroupRanges::ownRp( const Vantu::IpGenAddr& group ) const {
+   const Rp* found = longest( group );
+   return found != nullptr && found->own;
 }
 
 std::optional<bool> GroupRanges::sourceSpecific(

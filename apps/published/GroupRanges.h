@@ -17,11 +17,16 @@ class GroupRanges {
 
    // The configured RP; nothing where there is none, or it is not known.
    std::optional<Vantu::IpGenAddr> rp( const Vantu::IpGenAddr& group ) const;
+   // Is it this router?
+   bool ownRp( const Vantu::IpGenAddr& group ) const;
 
    // Is the group source-specific (RFC 4607)? Nothing where it is not known.
    std::optional<bool> sourceSpecific( const Vantu::IpGenAddr& group ) const;
 
  private:
+   // Null: none.
+   const Rp* longest( const Vantu::IpGenAddr& group ) const;
+
    std::vector<Rp> rps_;
    // Null where the lists are not known.
    Mox::Ptr<Routing::Pim::SparseMode::Config> config_;

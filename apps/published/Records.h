@@ -37,7 +37,8 @@ namespace Published {
 
 #define PUBLISHED_RP( FIELD ) \
    FIELD( Published::RpKey, key,     {} ) /* the group range */ \
-   FIELD( Vantu::IpGenAddr, address, {} )
+   FIELD( Vantu::IpGenAddr, address, {} ) \
+   FIELD( bool,             own,     false ) /* it is this router */
 
 #define PUBLISHED_ACCESS_RULE_KEY( FIELD ) \
    FIELD( Published::Text<224>, list,     {} ) \

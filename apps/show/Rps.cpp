@@ -6,18 +6,7 @@ namespace Show {
 
 Rps::Rps( const Mirror& mirror )
    : ranges_( mirror.family, *mirror.agent ),
-     published_( mirror.agent->rp().size() != 0 ) {
-   mirror.agent->interface().visit( nullptr,
-                                    [&]( const Published::Interface& record ) {
-                                       own_.insert( record.address );
-                                       return true;
-                                    } );
-}
-
-bool Rps::ownRp( const Vantu::IpGenAddr& group ) const {
-   const auto address = rp( group );
-   return address && own_.count( *address ) != 0;
-}
+     published_( mirror.agent->rp().size() != 0 ) {}
 
 bool Rps::startsHere( const Routing::Pim::SparseMode::Route& route ) const {
    return ( route.wildCard() || Published::comesBySharedTree( route ) ) &&

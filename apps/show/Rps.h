@@ -1,8 +1,6 @@
 // The RPs of a mirror's groups. A copy of the moment; event-loop thread only.
 #pragma once
 
-#include <set>
-
 #include "apps/published/GroupRanges.h"
 #include "apps/show/Mirrors.h"
 
@@ -18,15 +16,16 @@ class Rps {
    std::optional<Vantu::IpGenAddr> rp( const Vantu::IpGenAddr& group ) const {
       return ranges_.rp( group );
    }
-   // Is it this router, by the addresses that its interfaces publish?
-   bool ownRp( const Vantu::IpGenAddr& group ) const;
+   // Is it this router?
+   bool ownRp( const Vantu::IpGenAddr& group ) const {
+      return ranges_.ownRp( group );
+   }
    // Does the traffic come from the RP, which is this router? Then it comes in nowhere.
    bool startsHere( const Routing::Pim::SparseMode::Route& route ) const;
 
  private:
    Published::GroupRanges ranges_;
    bool published_;
-   std::set<Vantu::IpGenAddr> own_;
 };
 
 }

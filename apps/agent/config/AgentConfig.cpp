@@ -21,6 +21,15 @@ InterfaceAddress assumedAddress( const IpGenAddr& router ) {
 
 }
 
+bool isOwn( const VrfConfig& vrf, const Vantu::IpGenAddr& address ) {
+   for ( const InterfaceConfig& interface : vrf.interfaces ) {
+      for ( const InterfaceAddress& own : interface.addresses ) {
+         if ( own.address == address ) return true;
+      }
+   }
+   return false;
+}
+
 AgentConfig assumedConfig( const IpGenAddr& router ) {
    InterfaceConfig interface;
    interface.name = Vantu::IntfId( kAssumedInterface );

@@ -99,6 +99,9 @@ struct AgentConfig {
    std::vector<VrfConfig> vrfs;
 };
 
+// Is it one of this router's addresses in the VRF?
+bool isOwn( const VrfConfig& vrf, const Vantu::IpGenAddr& address );
+
 // What is assumed without a configuration: the interface eth0 of the VRF "default"
 // with that address, its subnet /24 or /64; no RP, no RPF route.
 AgentConfig assumedConfig( const Vantu::IpGenAddr& router );

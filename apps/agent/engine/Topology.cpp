@@ -5,15 +5,6 @@ namespace Agent {
 using Routing::Pim::Rpf;
 using Vantu::IpGenAddr;
 
-bool Topology::isOwn( const IpGenAddr& address ) const {
-   for ( const InterfaceConfig& interface : config_.interfaces ) {
-      for ( const InterfaceAddress& own : interface.addresses ) {
-         if ( own.address == address ) return true;
-      }
-   }
-   return false;
-}
-
 Topology::Path Topology::configuredPath( const RpfRouteConfig& route,
                                          const IpGenAddr& address ) const {
    bool attached = route.neighbor.isUnspecified();
@@ -34,7 +25,7 @@ Topology::Path Topology::configuredPath( const RpfRouteConfig& route,
 Topology::Path Topology::pathTo( const IpGenAddr& address ) const {
    Path best;
    int bestLength = -1;
-   if ( isOwn( address ) ) return best;
+   if ( isOwn( config_, address ) ) return best;
    auto offers = [&]( const Vantu::IpGenPrefix& prefix ) {
       int length = static_cast<int>( prefix.length() );
       if ( length <= bestLength || !prefix.contains( address ) ) return false;

@@ -32,7 +32,6 @@ class Topology {
    Vantu::IpGenAddr rpOf( const Vantu::IpGenAddr& group ) const;
 
  private:
-   bool isOwn( const Vantu::IpGenAddr& address ) const;
    Path configuredPath( const RpfRouteConfig& route,
                         const Vantu::IpGenAddr& address ) const;
 

@@ -153,6 +153,26 @@ TEST_F( Family, NoRouteIsPublishedBeforeItsForwarding ) {
    }
 }
 
+// An RP has no way to itself, by any of its addresses, and lacks none.
+TEST_F( Family, OnlyRoutesThatLackAWayCountAsUnresolved ) {
+   namespace Tables = Routing::Pim::SparseMode::Brane;
+   std::string config =
+      with( "[198.51.101.1/24]", "[198.51.101.1/24, 203.0.113.1/24]" );
+   const size_t routes = config.find( "  rpf-routes:" );
+   config.erase( routes, config.find( "  rps:" ) - routes );
+   start( config );
+   untilAdopted();
+   join( "eth1" );
+   join( "eth1", "233.252.0.1", "10.9.9.9" );
+   real.advance( 2 );
+   real.runPass();
+   Tables::RouteCounter unresolved;
+   ASSERT_EQ(
+      family->tables().routeCounter().find( { Tables::unresolved, 0 }, unresolved ),
+      Brane::lookupFound );
+   EXPECT_EQ( unresolved.count, 1u );
+}
+
 // Also what the writer does not mark by itself: join and prune states, their times, the
 // upstream join state.
 TEST_F( Family, TheTablesHoldWhatStandsInTheModel ) {

@@ -171,8 +171,8 @@ TEST_F( Reports, CheckFindsWhatContradictsItself ) {
 TEST_F( Reports, TheRpHasNoWayToItselfToBeMissed ) {
    router.publishInterfaces();
    router.publishGroups();  // 192.0.2.9 is the RP of 239.0.0.0/8
-   router.agent->interfaceIs(
-      { SmTest::intfId( "eth8" ), SmTest::addr( "192.0.2.9" ), 24, true, 0 } );
+   router.agent->rpIs(
+      { { SmTest::addr( "239.0.0.0" ), 8 }, SmTest::addr( "192.0.2.9" ), true } );
    router.ipv4.vrf().wc( "239.7.7.7" ).rpTree();
    router.ipv4.vrf().wc( "239.1.10.7" ).rpTree();
    router.ipv4.vrf().wc( "238.7.7.7" ).rpTree();

@@ -11,6 +11,7 @@
 
 #include "apps/show/Fold.h"
 #include "apps/show/RouteText.h"
+#include "apps/show/Rps.h"
 #include "apps/show/Terminal.h"
 
 namespace Show {
@@ -236,7 +237,8 @@ class Screen : public Mox::Clock::Notifiee {
          for ( std::string& row : rowsOf( line ) )
             rows.push_back( { std::move( row ), marked } );
       };
-      add( routeLine( route, matching.recent->columns, now ),
+      add( routeLine( route, matching.recent->columns, now,
+                      Rps( matching.recent->mirror() ).startsHere( route ) ),
            matching.recent->changed( route.key() ) );
       for ( const Intf* intf : selectIntfs( route, filter_ ) )
          add( intfLine( *intf, matching.recent->columns, now ),

@@ -58,8 +58,8 @@ size_t nextLine( std::string_view line, size_t after, size_t room ) {
 void append( std::string& out, std::string_view line ) {
    line = line.substr( 0, line.find_last_not_of( kBlanks ) + 1 );
    out += line;
-   std::replace( out.end() - static_cast<std::ptrdiff_t>( line.size() ), out.end(), '\t',
-                 ' ' );
+   std::replace( out.end() - static_cast<std::ptrdiff_t>( line.size() ), out.end(),
+                 '\t', ' ' );
    out += '\n';
 }
 

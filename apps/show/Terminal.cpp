@@ -2,6 +2,7 @@
 
 #include <ncurses.h>
 #include <sys/ioctl.h>
+#include <termcap.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,11 +19,17 @@ void put( int row, const std::string& text ) {
    mvaddnstr( row, 0, text.c_str(), std::max( 0, COLS ) );
 }
 
+// newterm() keeps some memory of a terminal that it does not know.
+bool isKnown() {
+   const char* type = std::getenv( "TERM" );
+   return type != nullptr && tgetent( nullptr, type ) == 1;
+}
+
 }
 
 Terminal::Terminal() {
    std::setlocale( LC_ALL, "" );
-   screen_ = newterm( nullptr, stdout, stdin );
+   if ( isKnown() ) screen_ = newterm( nullptr, stdout, stdin );
    if ( screen_ == nullptr )
       throw OutputError(
          "cannot use this terminal: set TERM, or watch with "

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <sstream>
 #include <unordered_map>
 #include <utility>
@@ -60,8 +61,9 @@ class Recent : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
    double rate() const { return rate_; }
    const Mirror& mirror() const { return mirror_; }
 
-   // Of the present picture: its routes, and the widths of those that may be seen.
+   // Of the present picture: its routes, their RPs, and the widths of what may be seen.
    size_t matching = 0;
+   std::optional<Rps> rps;
    Columns columns;
 
  private:
@@ -174,6 +176,7 @@ class Screen : public Mox::Clock::Notifiee {
          for ( const Route* route : routes )
             matching_.push_back( { recent.get(), route } );
          recent->matching = routes.size();
+         recent->rps.emplace( recent->mirror() );
       }
    }
 
@@ -238,7 +241,7 @@ class Screen : public Mox::Clock::Notifiee {
             rows.push_back( { std::move( row ), marked } );
       };
       add( routeLine( route, matching.recent->columns, now,
-                      Rps( matching.recent->mirror() ).startsHere( route ) ),
+                      matching.recent->rps->startsHere( route ) ),
            matching.recent->changed( route.key() ) );
       for ( const Intf* intf : selectIntfs( route, filter_ ) )
          add( intfLine( *intf, matching.recent->columns, now ),

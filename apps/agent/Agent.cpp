@@ -72,7 +72,8 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
    addFamilies( options_.config, families_ );
    if ( families_.empty() ) throw ConfigError( kNoInterface );
    removeLeftovers();
-   for ( const std::string& interface : options_.interfaces ) listen( interface );
+   for ( const std::string& interface : listenedOn() )
+      live_.push_back( listen( interface ) );
    turnEnd_.emplace( loop_, [this] { handleTurnEnd(); } );
 }
 
@@ -144,7 +145,7 @@ std::vector<std::string> Agent::bindCaptures() {
                       "with --read NAME=FILE",
                       input.path, input.capture ) );
    }
-   for ( const std::string& name : options_.interfaces ) {
+   for ( const std::string& name : listenedOn() ) {
       bindings_[name] = captureBinding( options_.config, name );
       if ( bindings_[name].interface.empty() )
          problems.push_back( name + ": no interface of the configuration" );
@@ -152,7 +153,36 @@ std::vector<std::string> Agent::bindCaptures() {
    return problems;
 }
 
-void Agent::listen( const std::string& interface ) {
+// By the names of their captures, which are this host's interfaces.
+std::vector<std::string> Agent::listenedOn() const {
+   if ( !options_.listen ) return options_.interfaces;
+   std::vector<std::string> names;
+   for ( const VrfConfig& vrf : options_.config.vrfs ) {
+      for ( const InterfaceConfig& interface : vrf.interfaces ) {
+         if ( !interface.addresses.empty() ) names.push_back( interface.capture );
+      }
+   }
+   return names;
+}
+
+// As the configuration now says; returns a line for each that cannot be heard.
+std::vector<std::string> Agent::listenAnew() {
+   std::vector<std::string> problems;
+   std::map<std::string, std::unique_ptr<LiveCapture>> before;
+   for ( auto& live : live_ ) before[live->interface()] = std::move( live );
+   live_.clear();
+   for ( const std::string& name : listenedOn() ) {
+      std::unique_ptr<LiveCapture> live = std::move( before[name] );
+      try {
+         live_.push_back( live ? std::move( live ) : listen( name ) );
+      } catch ( const CaptureError& e ) {
+         problems.push_back( e.what() );
+      }
+   }
+   return problems;
+}
+
+std::unique_ptr<LiveCapture> Agent::listen( const std::string& interface ) {
    LiveCapture::Observer observer;
    observer.packet = [this, interface]( const CapturedPacket& packet ) {
       receive( { interface, packet.link, packet.bytes.size() < packet.wireLength,
@@ -162,8 +192,9 @@ void Agent::listen( const std::string& interface ) {
    observer.missed = [this]( uint64_t count ) {
       counters_.dropped( missed, count );
    };
-   live_.push_back( std::make_unique<LiveCapture>( loop_, real_, interface,
-                                                   std::move( observer ) ) );
+   return std::make_unique<LiveCapture>(
+      loop_, real_, interface, std::move( observer ),
+      options_.listen ? LiveCapture::isWaitedFor : LiveCapture::isThere );
 }
 
 std::vector<std::string> Agent::configIs( AgentConfig config ) {
@@ -196,6 +227,9 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
    kernelRoutes_.tablesAre( kernelTables( options_.config ) );
    std::vector<std::string> unbound = bindCaptures();
    notes.insert( notes.end(), unbound.begin(), unbound.end() );
+   if ( !options_.listen ) return notes;
+   std::vector<std::string> unheard = listenAnew();
+   notes.insert( notes.end(), unheard.begin(), unheard.end() );
    return notes;
 }
 
@@ -272,9 +306,9 @@ bool Agent::published() const {
 }
 
 std::string Agent::summary() const {
-   std::string out = "listening on " +
-                     fmt::format( "{}\n", fmt::join( options_.interfaces, ", " ) );
-   if ( options_.interfaces.empty() )
+   std::string out =
+      "listening on " + fmt::format( "{}\n", fmt::join( listenedOn(), ", " ) );
+   if ( live_.empty() )
       out = fmt::format( "replayed {} of {} packets\n", replay_.played(),
                          replay_.size() );
    if ( !replay_.problem().empty() ) out += replay_.problem() + "\n";

@@ -3,7 +3,8 @@
 // Start-up in order: configuration, tables of every VRF and family mounted as
 // writer with their reconcilers; as each has reloaded, its engines take the reloaded
 // states up; then the captures are replayed in slices; from their end on the agent
-// lives in real time. Interfaces that it listens on are heard from the start. Doorbells ring at the end of each turn of the loop.
+// lives in real time. Interfaces that it listens on are heard from the start. Doorbells
+// ring at the end of each turn of the loop.
 #pragma once
 
 #include <map>
@@ -25,14 +26,17 @@ struct AgentOptions {
    // Interfaces of this host to listen on, by the names of their captures. REQUIRES: no
    // captures to replay, whose time is another.
    std::vector<std::string> interfaces;
+   // On those of the configuration instead, as it changes; one that is not there is
+   // waited for.
+   bool listen = false;
    // Sentences for people: interfaces that went away, and the like.
    std::function<void( const std::string& )> note = []( const std::string& ) {};
 };
 
 class Agent {
  public:
-   // Mounts the tables, reads the captures and opens the interfaces. `loop` outlives the agent. Throws
-   // CaptureError, ConfigError (a capture without an interface),
+   // Mounts the tables, reads the captures and opens the interfaces. `loop` outlives the
+   // agent. Throws CaptureError, ConfigError (a capture without an interface),
    // Brane::SecondWriterError, Brane::CreateError.
    Agent( Mox::Loop& loop, AgentOptions options );
    ~Agent();
@@ -77,7 +81,9 @@ class Agent {
       bool truncated;
       Bytes bytes;
    };
-   void listen( const std::string& interface );
+   std::vector<std::string> listenedOn() const;
+   std::vector<std::string> listenAnew();
+   std::unique_ptr<LiveCapture> listen( const std::string& interface );
    void receive( const Frame& frame );
    DropReason decode( const Frame& frame );
    bool published() const;

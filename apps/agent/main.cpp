@@ -18,6 +18,7 @@ constexpr int kUsage = 2;
 struct Arguments {
    std::vector<std::string> read;
    std::vector<std::string> interfaces;
+   bool listen = false;
    std::string router;
    std::string config;
    std::string root = Corvex::EntityManager::defaultRoot;
@@ -42,10 +43,11 @@ void declare( CLI::App& app, Arguments& arguments ) {
             "Replay a capture (pcap, pcapng); NAME=FILE for the interface "
             "whose capture is NAME. Repeatable" )
          ->type_name( "[NAME=]FILE" );
-   app.add_option( "--interface", arguments.interfaces,
-                   "Listen on an interface of this host. Repeatable" )
-      ->type_name( "NAME" )
-      ->excludes( read );
+   auto* interface =
+      app.add_option( "--interface", arguments.interfaces,
+                      "Listen on an interface of this host. Repeatable" )
+         ->type_name( "NAME" )
+         ->excludes( read );
    auto* router =
       app.add_option( "--router", arguments.router,
                       "Without a configuration: which router on the link to play" )
@@ -53,6 +55,12 @@ void declare( CLI::App& app, Arguments& arguments ) {
          ->check( notARouter );
    app.add_option( "--config", arguments.config, "Configuration file (YAML)" )
       ->type_name( "FILE" )
+      ->excludes( router );
+   app.add_flag(
+         "--listen", arguments.listen,
+         "Listen on the interfaces of the configuration, also as it changes" )
+      ->excludes( read )
+      ->excludes( interface )
       ->excludes( router );
    app.add_option( "--root", arguments.root, "Directory of the tables" )
       ->type_name( "DIR" )
@@ -105,6 +113,7 @@ int run( const Arguments& arguments ) {
       options.captures.push_back( inputOf( text ) );
    }
    options.interfaces = arguments.interfaces;
+   options.listen = arguments.listen;
    options.note = []( const std::string& text ) { complain( 0, text ); };
    Mox::Loop loop;
    Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },

@@ -32,19 +32,23 @@ class LiveRouter : public NetworkTest {
    void start( const IpGenAddr& rp ) {
       forwarder.reset();
       agent.reset();
-      std::ofstream( config() )
-         << Topology::config( "    rpf: kernel\n    rps:\n    - address: \"" +
-                              valueToStrep( rp ) + "\"\n" );
+      configure( rp );
       forwarder = std::make_unique<Forwarder>(
          *net, root.path(), config(), Program::Arguments{ "--counters", "0.1" } );
       startAgent();
       ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
    }
+   void configure( const IpGenAddr& rp, const std::string& interfaces = "" ) const {
+      std::ofstream( config() )
+         << Topology::config( interfaces + "    rpf: kernel\n    rps:\n" +
+                              "    - address: \"" + valueToStrep( rp ) + "\"\n" );
+   }
    void startAgent() {
       Namespace::Inside inside( net->router );
       Program::Arguments command = { PIMSM_AGENT, "--config", config(), "--root",
                                      root.path() };
-      for ( int link = 0; link < Topology::links; ++link ) {
+      if ( !named ) command.push_back( "--listen" );
+      for ( int link = 0; named && link < Topology::links; ++link ) {
          command.push_back( "--interface" );
          command.push_back( Topology::routerInterface( link ) );
       }
@@ -145,7 +149,43 @@ class LiveRouter : public NetworkTest {
 
    std::unique_ptr<Forwarder> forwarder;
    std::unique_ptr<Program> agent;
+   bool named = false;  // its interfaces, each by an option
 };
+
+TEST_P( LiveRouter, InterfacesComeAndGo ) {
+   Sender stream = sender( 0, group( 1 ) );
+   Receiver left = receiver( 1, group( 1 ) );
+   ASSERT_TRUE( flows( left, stream ) );
+   left.forget();
+   configure( host( 0 ),
+              "      - {name: r3, addresses: [10.99.3.1/24, "
+              "\"2001:db8:99:3::1/64\"]}\n" );
+   for ( Program* each : { agent.get(), &forwarder->program() } ) {
+      each->signal( SIGHUP );
+      ASSERT_TRUE( each->untilErr( "took up" ) ) << each->err();
+   }
+   ASSERT_TRUE( agent->untilErr( "r3: there is none of that name; waiting" ) );
+   {
+      Namespace late;
+      connect( net->router, "r3", late, "c0" );
+      ASSERT_TRUE( agent->untilErr( "r3: is heard" ) ) << agent->err();
+      Receiver third( late, "c0", group( 1 ) );
+      EXPECT_TRUE( flows( third, stream ) );
+      net->router.ip( "link delete r3" );
+   }
+   ASSERT_TRUE( flows( left, stream ) );
+   configure( host( 0 ) );
+   agent->signal( SIGHUP );
+   ASSERT_TRUE(
+      eventually( [&] { return show( {} ).find( "r3" ) == std::string::npos; } ) );
+   EXPECT_EQ( left.faults(), Faults() );
+   // One that is asked for by its name has to be there: here, outside the network, none is.
+   Mox::Test::Ended refused =
+      Mox::Test::runToEnd( { PIMSM_AGENT, "--config", config(), "--root",
+                             root.path() + "/other", "--interface", "r0" } );
+   EXPECT_EQ( refused.status, 1 );
+   EXPECT_EQ( refused.err.rfind( "pimsm-agent: r0: ", 0 ), 0u ) << refused.err;
+}
 
 TEST_P( LiveRouter, HostsJoinAndLeaveAGroup ) {
    Sender stream = sender( 0, group( 1 ) );
@@ -324,6 +364,7 @@ TEST_P( LiveRouter, NoPacketIsLostWhileTheAgentIsKilled ) {
    const Program::Arguments kLines = { ipv4() ? "-4" : "-6", "--json-lines" };
    ASSERT_TRUE( agree() );
    for ( Receiver* each : { &left, &right, &third } ) each->forget();
+   named = true;
    const std::set<std::string> before = lasting( show( kLines ) );
    ASSERT_FALSE( before.empty() );
    for ( int kill = 0; kill < kills; ++kill ) {

@@ -16,6 +16,11 @@ constexpr const char* kFilter =
    "ip proto 2 or ip proto 103 or ip6 proto 103 or ip6 proto 0 or "
    "(icmp6 and (ip6[40] = 143 or (ip6[40] >= 130 and ip6[40] <= 132)))";
 
+class NoSuchInterface : public CaptureError {
+ public:
+   using CaptureError::CaptureError;
+};
+
 }
 
 struct LiveCapture::Handle {
@@ -30,12 +35,17 @@ struct LiveCapture::Handle {
 };
 
 LiveCapture::LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interface,
-                          Observer observer )
+                          Observer observer, Presence presence )
    : Notifiee( &clock ),
      loop_( loop ),
      interface_( std::move( interface ) ),
      observer_( std::move( observer ) ) {
-   open();
+   try {
+      open();
+   } catch ( const NoSuchInterface& ) {
+      if ( presence == isThere ) throw;
+      lose( "there is none of that name" );
+   }
 }
 
 LiveCapture::~LiveCapture() = default;
@@ -52,8 +62,10 @@ void LiveCapture::open() {
    int result = pcap_activate( pcap );
    if ( result < 0 ) {
       std::string text = pcap_geterr( pcap );
-      throw CaptureError( interface_ + ": " +
-                          ( text.empty() ? pcap_statustostr( result ) : text ) );
+      if ( text.empty() ) text = pcap_statustostr( result );
+      if ( result == PCAP_ERROR_NO_SUCH_DEVICE )
+         throw NoSuchInterface( interface_ + ": " + text );
+      throw CaptureError( interface_ + ": " + text );
    }
    bpf_program program;
    if ( pcap_compile( pcap, &program, kFilter, 1, PCAP_NETMASK_UNKNOWN ) != 0 )
@@ -89,7 +101,7 @@ void LiveCapture::read() {
 }
 
 void LiveCapture::lose( const std::string& why ) {
-   observer_.state( interface_ + ": " + why + "; waiting for it to come back" );
+   observer_.state( interface_ + ": " + why + "; waiting for it" );
    watcher_.reset();
    handle_.reset();
    wakeupTimeIs( clock()->now() + retryInterval );
@@ -102,7 +114,7 @@ void LiveCapture::onTime() {
       wakeupTimeIs( clock()->now() + retryInterval );
       return;
    }
-   observer_.state( interface_ + ": is back" );
+   observer_.state( interface_ + ": is heard" );
 }
 
 }

@@ -27,10 +27,12 @@ class LiveCapture : public Mox::Clock::Notifiee {
       std::function<void( uint64_t )> missed;
    };
 
-   // Opens the interface. Throws CaptureError: there is none of that name, or this
-   // process may not listen.
+   enum Presence { isThere, isWaitedFor };
+
+   // Opens the interface. Throws CaptureError: this process may not listen, or there is
+   // no interface of that name and none is waited for.
    LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interface,
-                Observer observer );
+                Observer observer, Presence presence = isThere );
    ~LiveCapture() override;
 
    const std::string& interface() const { return interface_; }

@@ -349,7 +349,11 @@ void TableBase::commitRecord( ::Brane::Reservation& record ) {
 
 ::Brane::Lookup TableBase::lookupRecord( const void* key, void* out ) const {
    if ( writer_ != nullptr ) return lookupWritten( key, out );
-   return reader_ != nullptr ? reader_->lookup( key, out ) : ::Brane::lookupAbsent;
+   if ( reader_ == nullptr ) return ::Brane::lookupAbsent;
+   ::Brane::Position position = ::Brane::noPosition;
+   ::Brane::Lookup result = reader_->lookup( key, out, &position );
+   if ( result == ::Brane::lookupFound ) follower_->met( position, key );
+   return result;
 }
 
 // A look-up changes nothing: what is damaged is said, and fatal only to write.
@@ -386,7 +390,10 @@ void TableBase::visitRecords( const void* from, const RecordVisitor& visitor,
    using ::Brane::Position;
    if ( reader_ != nullptr ) {
       reader_->visit(
-         [&]( Position, const void* record ) { return visitor( record ); },
+         [&]( Position position, const void* record ) {
+            follower_->met( position, record );
+            return visitor( record );
+         },
          from != nullptr ? reader_->resumeBefore( from ) : ::Brane::noPosition,
          ahead );
       return;

@@ -12,6 +12,9 @@ TableFollower::Drained TableFollower::drain( const Callback& callback,
                                              uint32_t limit ) {
    return mirror_->drain( callback, limit );
 }
+void TableFollower::met( Position position, const void* key ) {
+   mirror_->met( position, static_cast<const std::byte*>( key ) );
+}
 bool TableFollower::pending() const {
    return mirror_->pending();
 }

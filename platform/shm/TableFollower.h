@@ -29,7 +29,7 @@ struct Change {
    Kind kind = written;
    const void* key = nullptr;     // keySize bytes; lives during the call
    const void* record = nullptr;  // a whole copy when written, null when removed
-   Position position = noPosition;
+   Position position = noPosition;  // none of a key that was only met
 };
 
 class PIMSM_API TableFollower {
@@ -59,6 +59,10 @@ class PIMSM_API TableFollower {
    // between the parts of a burst; what changes again before it was told comes once.
    // Only the difference to another instance comes whole.
    Drained drain( const Callback& callback, uint32_t limit = UINT32_MAX );
+
+   // The owner has found this key there by a look of its own: its end is told by a later
+   // drain even where it comes before its beginning was. `key` is keySize bytes.
+   void met( Position position, const void* key );
 
    // Has the journal moved on since the last drain? For timers where no doorbell is
    // to be had; one load, no system call, and blind to another instance.

@@ -135,6 +135,35 @@ TEST_F( RouteReader, KeepsInterfacesWhoseRouteComesLater ) {
    EXPECT_EQ( seen()->routeIntf().size(), 0U );
 }
 
+// A record may be looked up, or met in the reload, before it is told of, and be gone by
+// then: both in one batch of changes.
+TEST_F( RouteReader, WhatItFoundByItselfGoesAgain ) {
+   tables().routeIs( Brane::Route( kKey ) );
+   tables().routeIntfIs( Brane::Intf( kIntfKey ) );
+   side.reader->handleBraneRouteIntf( kIntfKey );
+   ASSERT_NE( seen(), nullptr );
+   tables().routeIntfDel( kIntfKey );
+   tables().routeDel( kKey );
+   deliver();
+   EXPECT_EQ( seen(), nullptr );
+
+   ReaderSide late( clock, root.path() );
+   late.mount();
+   tables().routeIs( Brane::Route( kKey ) );
+   tables().routeIntfIs( Brane::Intf( kIntfKey ) );
+   late.reader = Brane::routeBraneReaderSmFactory( late.model, late.tables );
+   late.reload();
+   ASSERT_NE( late.model->route( kKey ), nullptr );
+   tables().routeIntfDel( kIntfKey );
+   agent.manager.dispatch();
+   late.follow();
+   EXPECT_EQ( late.model->route( kKey )->routeIntf().size(), 0U );
+   tables().routeDel( kKey );
+   agent.manager.dispatch();
+   late.follow();
+   EXPECT_EQ( late.model->route( kKey ), nullptr );
+}
+
 // A reader that was there before the tables: each route comes before its interfaces,
 // though a burst comes in parts.
 TEST_F( RouteReader, HearsOfRoutesFirst ) {

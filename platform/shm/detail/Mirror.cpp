@@ -34,6 +34,7 @@ Mirror::Mirror( ReaderTable& table ) : table_( table ) {
 
 void Mirror::restart() {
    instance_ = table_.instance();
+   met_.clear();
    load();
 }
 
@@ -75,7 +76,26 @@ TableFollower::Drained Mirror::drain( const TableFollower::Callback& callback,
    bool unreadable = !table_.instance() && table_.state() != readerAbsent;
    if ( moved && !unreadable ) moveTo( table_.instance(), teller );
    teller.drained.again = !again_.empty();
+   bool caughtUp = !teller.drained.more && !teller.drained.again;
+   if ( !met_.empty() && caughtUp ) settleMet( teller );
    return teller.drained;
+}
+
+// What is told already, or stood when this began, is remembered where it stands.
+void Mirror::met( Position position, const std::byte* key ) {
+   const uint32_t size = table_.layout().keySize;
+   const std::byte* known =
+      position < known_.positions() ? known_.key( position ) : nullptr;
+   if ( known && std::memcmp( known, key, size ) == 0 ) return;
+   met_.emplace( key, key + size );
+}
+
+// With all changes told, a key that was met is remembered, or has gone since.
+void Mirror::settleMet( Teller& teller ) {
+   for ( const auto& key : std::exchange( met_, {} ) ) {
+      if ( !instance_ || !knownElsewhere( key.data() ) )
+         teller.removed( key.data(), noPosition );
+   }
 }
 
 bool Mirror::pending() const {

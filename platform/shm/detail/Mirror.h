@@ -6,6 +6,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "platform/shm/TableFollower.h"
@@ -20,6 +21,7 @@ class Mirror {
 
    TableFollower::Drained drain( const TableFollower::Callback& callback,
                                  uint32_t limit );
+   void met( Position position, const std::byte* key );
    bool pending() const;
    void restart();
    uint32_t size() const { return known_.size(); }
@@ -54,6 +56,7 @@ class Mirror {
    void compareIntent( uint64_t head, Teller& teller );
    void compare( Position position, uint64_t word, Teller& teller );
    void vanished( Position position, Teller& teller );
+   void settleMet( Teller& teller );
    void replaced( Position position, uint64_t word, Teller& teller );
    bool knownElsewhere( const std::byte* key ) const;
    uint64_t wordAt( Position position ) const;
@@ -67,6 +70,8 @@ class Mirror {
    uint64_t scanHead_ = 0;
    std::vector<Position> candidates_;
    std::vector<Position> again_;  // busy when last looked at
+   // Keys that the owner found before they were told.
+   std::set<std::vector<std::byte>> met_;
    std::vector<std::byte> record_;
    std::vector<std::byte> other_;  // a second record
 };

@@ -1,8 +1,9 @@
 #include "apps/agent/engine/AssertEngine.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "platform/loop/TestClock.h"
+#include "tests/apps/agent/ScriptRun.h"
 #include "tests/support/VrfBuilder.h"
 
 namespace Agent {
@@ -12,31 +13,82 @@ using namespace Routing::Pim::SparseMode::Test;
 using namespace Routing::Pim::SparseMode;
 
 const char* const kGroup = "233.252.0.1";
+const char* const kSource = "192.0.2.1";
 
-// A (*,G) route, joined on eth1, and (S,G) routes where they are made.
-class Asserts : public testing::Test {
- protected:
-   Asserts() {
+// Received metrics. The router's own is [110/20] of 203.0.113.5, on the tree of its route.
+const std::map<std::string, const char*> kMetrics = {
+   { "best", "[S] 203.0.113.9 [90/1]" },
+   { "good", "[S] 203.0.113.9 [110/10]" },
+   { "higher", "[S] 203.0.113.9 [110/20]" },
+   { "other", "[S] 203.0.113.8 [110/5]" },
+   { "bad", "[S] 203.0.113.9 [120/1]" },
+   { "badOther", "[S] 203.0.113.8 [120/1]" },
+   { "rptBest", "[R] 203.0.113.9 [90/1]" },
+   { "rptBad", "[R] 203.0.113.9 [120/1]" },
+   { "cancel", "[R] 203.0.113.9 [2147483647/4294967295]" },
+   { "cancelOther", "[R] 203.0.113.8 [2147483647/4294967295]" } };
+
+// A (*,G) or an (S,G) route or both, joined on eth1, which is where the asserts come in.
+struct Link {
+   explicit Link( const std::string& there ) {
       vrf.pimIntf( "eth0", "192.0.2.5" ).pimIntf( "eth1", "203.0.113.5" );
-      vrf.wc( kGroup ).rpTree().rpf( "eth0" ).upJoined().intf( "eth1" ).joined();
+      for ( char route : there )
+         at( route ).rpf( "eth0" ).upJoined().intf( "eth1" ).joined();
    }
-   RouteBuilder sg() {
-      auto route = vrf.sg( "192.0.2.1", kGroup ).spTree().rpf( "eth0" ).upJoined();
-      route.intf( "eth1" ).joined();
-      return route;
+   RouteBuilder at( char route ) {
+      return route == '*' ? vrf.wc( kGroup ).rpTree()
+                          : vrf.sg( kSource, kGroup ).spTree();
    }
-   void receive( const char* source, bool rptBit, uint32_t preference,
-                 const char* group = kGroup, uint8_t length = 32 ) {
-      PimAssert message{ addr( group ), length,     addr( source ),
-                         rptBit,        preference, 1 };
-      engine.receive( intfId( "eth1" ), addr( "203.0.113.9" ), message );
+   static Routing::Pim::RouteKey key( char route ) {
+      return route == '*' ? wcKey( kGroup ) : sgKey( kSource, kGroup );
    }
-   AssertState state( const Routing::Pim::RouteKey& key ) {
-      const Intf* intf = routes.find( key, intfId( "eth1" ) ).get();
-      return intf == nullptr ? assertNoInfo : intf->assertInfo().assertState;
+   void receive( char route, const std::string& metricName ) {
+      const AssertMetric metric = assertMetric( kMetrics.at( metricName ) );
+      engine.receive( intfId( "eth1" ), metric.address,
+                      { addr( kGroup ), 32, key( route ).source, metric.rptBit,
+                        metric.preference.value(), metric.metric.value } );
    }
-   AssertState shared() { return state( wcKey( kGroup ) ); }
-   AssertState ofSource() { return state( sgKey( "192.0.2.1", kGroup ) ); }
+   void join( const EncodedSource& source ) {
+      PimJoinPrune joins;
+      joins.groups.push_back( { addr( kGroup ), 32, { source }, {} } );
+      engine.receive( intfId( "eth1" ), joins );
+   }
+   // "S good" is an assert of the source, "* rptBest" one of the group.
+   void act( const ScriptWords& words ) {
+      const std::string& event = words[0];
+      const char route = words.size() > 1 ? words[1][0] : 'S';
+      if ( event == "S" || event == "*" ) receive( event[0], words[1] );
+      if ( event == "data" ) engine.handleData( key( 'S' ), intfId( "eth1" ) );
+      if ( event == "join" ) join( { key( 'S' ).source, 32, true, false, false } );
+      if ( event == "joinWc" )
+         join( { addr( "198.51.100.1" ), 32, true, true, true } );
+      if ( event == "joinRpt" )
+         join( { key( 'S' ).source, 32, true, false, true } );
+      if ( event == "lose" )
+         engine.handleNeighborLost( intfId( words.back() ),
+                                    addr( "203.0.113." + words[1] ) );
+      if ( event == "gone" ) engine.handleIntfGone( intfId( "eth1" ) );
+      if ( event == "leave" ) at( route ).intf( "eth1" ).joinState( Intf::noInfo );
+      if ( event == "move" ) at( 'S' ).rpf( words[1] );
+      if ( event == "improve" )
+         at( 'S' ).rpf( rpfBy( "eth0", "192.0.2.254", 1, 1 ) );
+      // A group's lost assert would end its sources' ones.
+      if ( vrf->route().size() != 1 ) return;
+      for ( char each : { 'S', '*' } ) engine.review( key( each ) );
+   }
+   std::string state() {
+      std::string out;
+      for ( char route : { 'S', '*' } ) {
+         Mox::Ptr<Intf> intf = routes.find( key( route ), intfId( "eth1" ) );
+         if ( intf == nullptr || intf->assertInfo().assertState == assertNoInfo )
+            continue;
+         const bool won = intf->assertInfo().assertState == iAmAssertWinner;
+         out +=
+            fmt::format( "{}{} {} {}", out.empty() ? "" : "; ", route,
+                         won ? "won" : "lost", intf->assertWinner().bytes()[3] );
+      }
+      return out.empty() ? "-" : out;
+   }
 
    Mox::TestClock clock;
    Vrf vrf;
@@ -47,69 +99,103 @@ class Asserts : public testing::Test {
    AssertEngine engine{ routes, clock, counters };
 };
 
-// RFC 7761, 4.6.2: the group's machine hears what the source's one does not take up.
-TEST_F( Asserts, OfASourceComeToTheGroupOnlyWhereTheSourceHoldsNone ) {
-   receive( "192.0.2.1", true, 1 );
-   EXPECT_EQ( shared(), iAmAssertLoser );
-   EXPECT_EQ( vrf->route( sgKey( "192.0.2.1", kGroup ) ), nullptr )
-      << "none was made for the source";
-   engine.handleNeighborLost( intfId( "eth1" ), addr( "203.0.113.9" ) );
-   EXPECT_EQ( shared(), assertNoInfo );
-   sg();
-   receive( "192.0.2.1", true, 1 );
-   EXPECT_EQ( ofSource(), iAmAssertWinner );
-   EXPECT_EQ( shared(), assertNoInfo );
-   receive( "192.0.2.1", true, 1 );
-   EXPECT_EQ( shared(), assertNoInfo ) << "the source still holds one";
-   receive( "0.0.0.0", true, 1 );
-   EXPECT_EQ( shared(), iAmAssertLoser );
+struct Row {
+   const char* routes;
+   const char* script;
+   const char* history;
+};
+
+// RFC 7761, 4.6.1 and 4.6.2: state by event. `data` comes in on eth1.
+const Row kRows[] = {
+   // (S,G), no info
+   { "S", "0 S bad", "0 S won 5" },
+   { "S", "0 S rptBest", "0 S won 5" },
+   { "S", "0 data", "0 S won 5" },
+   { "S", "0 leave, 1 data", "" },
+   { "S", "0 leave, 1 S bad", "" },
+   { "S", "0 leave, 1 S good", "" },
+   { "S", "0 leave, 1 S cancel", "" },
+   { "S", "0 S good", "0 S lost 9, 180 -" },
+   { "S", "0 S higher", "0 S lost 9, 180 -" },
+   // winner
+   { "S", "0 data, 10 S bad, 20 join", "0 S won 5" },
+   { "S", "0 data, 10 S good", "0 S won 5, 10 S lost 9, 190 -" },
+   { "S", "0 data, 10 leave", "0 S won 5, 10 -" },
+   // loser
+   { "S", "0 S good, 10 S other", "0 S lost 9, 10 S lost 8, 190 -" },
+   { "S", "0 S other, 10 S good", "0 S lost 8, 180 -" },
+   { "S", "0 S best, 10 S good", "0 S lost 9, 190 -" },
+   { "S", "0 S good, 10 S bad", "0 S lost 9, 10 -" },
+   { "S", "0 S good, 10 S badOther", "0 S lost 9, 180 -" },
+   { "S", "0 S good, 10 S cancel", "0 S lost 9, 10 -" },
+   { "S", "0 S good, 10 S cancelOther", "0 S lost 9, 180 -" },
+   { "S", "0 S other, 10 S rptBest", "0 S lost 8, 180 -" },
+   { "S", "0 S good, 10 lose 9 eth1", "0 S lost 9, 10 -" },
+   { "S", "0 S good, 10 lose 8 eth1, 10 lose 9 eth0", "0 S lost 9, 180 -" },
+   { "S", "0 S good, 10 leave", "0 S lost 9, 10 -" },
+   { "S", "0 S good, 5 joinRpt, 10 join", "0 S lost 9, 10 -" },
+   { "S", "0 S good, 10 improve", "0 S lost 9, 10 -" },
+   { "S", "0 move eth1, 1 S good, 10 move eth0", "1 S lost 9, 10 -" },
+   { "S", "0 S good, 10 move eth1", "0 S lost 9, 180 -" },
+   // (*,G): asserts of the shared tree only
+   { "*", "0 * rptBad", "0 * won 5" },
+   { "*", "0 * good, 1 * bad", "" },
+   { "*", "0 data, 5 * best, 10 * rptBest", "0 * won 5, 10 * lost 9, 190 -" },
+   { "*", "0 * rptBest, 10 * cancel", "0 * lost 9, 10 -" },
+   // The group's machine hears what the source's one does not take up.
+   { "*", "0 S rptBest", "0 * lost 9, 180 -" },
+   { "S*", "0 S rptBest, 1 S rptBest, 2 * rptBest",
+     "0 S won 5, 2 S won 5; * lost 9, 182 S won 5" },
+   { "S*", "0 S other, 1 S rptBest", "0 S lost 8, 180 -" },
+   { "S*", "0 S good, 0 * rptBest, 1 join, 2 joinWc",
+     "0 S lost 9, 0 S lost 9; * lost 9, 1 * lost 9, 2 -" },
+   { "S*", "0 S good, 0 * rptBest, 1 lose 9 eth1",
+     "0 S lost 9, 0 S lost 9; * lost 9, 1 -" },
+   { "S*", "0 S good, 0 * rptBest, 1 gone",
+     "0 S lost 9, 0 S lost 9; * lost 9, 1 -" },
+};
+
+TEST( Asserts, FollowTheTables ) {
+   for ( const Row& row : kRows ) {
+      Link link( row.routes );
+      EXPECT_EQ( playScript(
+                    link.clock, row.script, [&] { return link.state(); },
+                    [&]( const ScriptWords& words ) { link.act( words ); } ),
+                 row.history )
+         << row.routes << ": " << row.script;
+      EXPECT_TRUE( row.routes[0] == 'S' ||
+                   link.vrf->route( Link::key( 'S' ) ) == nullptr );
+   }
 }
 
-TEST_F( Asserts, LostOnesEndWithJoinsNeighboursAndInterfaces ) {
-   sg();
-   auto lose = [&] {
-      receive( "192.0.2.1", false, 1 );
-      receive( "0.0.0.0", true, 1 );
-      ASSERT_EQ( ofSource(), iAmAssertLoser );
-      ASSERT_EQ( shared(), iAmAssertLoser );
+TEST( Asserts, TellActionsAndCountWhatTheyHear ) {
+   Link link( "S" );
+   auto intf = link.at( 'S' ).intf( "eth1" );
+   std::string actions;
+   for ( const char* metric : { "bad", "bad", "good", "best", "bad", "good" } ) {
+      link.receive( 'S', metric );
+      actions += std::to_string( intf->lastAssertAction() );
+   }
+   EXPECT_EQ( actions, "132256" );
+   EXPECT_EQ( intf->rxInferiorAssert(), 3 );
+   EXPECT_EQ( intf->rxPreferredAssert(), 3 );
+}
+
+TEST( Asserts, ThatMakeNoSenseAreRefused ) {
+   Link link( "*" );
+   auto receive = [&]( const char* source, const char* group, uint8_t length ) {
+      link.engine.receive( intfId( "eth1" ), addr( "203.0.113.9" ),
+                           { addr( group ), length, addr( source ), true, 1, 1 } );
    };
-   lose();
-   PimJoinPrune joins;
-   JoinPruneGroup& group = joins.groups.emplace_back();
-   group.address = addr( kGroup );
-   group.joins = { { addr( "192.0.2.1" ), 32, true, false, true } };
-   engine.receive( intfId( "eth1" ), joins );
-   EXPECT_EQ( ofSource(), iAmAssertLoser ) << "an (S,G,rpt) join is none of these";
-   group.joins = { { addr( "192.0.2.1" ), 32, true, false, false } };
-   engine.receive( intfId( "eth1" ), joins );
-   EXPECT_EQ( ofSource(), assertNoInfo );
-   EXPECT_EQ( shared(), iAmAssertLoser );
-   group.joins = { { addr( "198.51.100.1" ), 32, true, true, true } };
-   engine.receive( intfId( "eth1" ), joins );
-   EXPECT_EQ( shared(), assertNoInfo );
-   lose();
-   engine.handleNeighborLost( intfId( "eth1" ), addr( "203.0.113.8" ) );
-   engine.handleNeighborLost( intfId( "eth0" ), addr( "203.0.113.9" ) );
-   EXPECT_EQ( ofSource(), iAmAssertLoser ) << "another router, another link";
-   engine.handleNeighborLost( intfId( "eth1" ), addr( "203.0.113.9" ) );
-   EXPECT_EQ( ofSource(), assertNoInfo );
-   EXPECT_EQ( shared(), assertNoInfo );
-   lose();
-   engine.handleIntfGone( intfId( "eth1" ) );
-   EXPECT_EQ( ofSource(), assertNoInfo );
-   EXPECT_EQ( shared(), assertNoInfo );
-}
-
-TEST_F( Asserts, ThatMakeNoSenseAreRefused ) {
-   receive( "0.0.0.0", true, 1, "192.0.2.1" );
-   receive( "0.0.0.0", true, 1, "224.0.0.5" );
-   receive( "0.0.0.0", true, 1, kGroup, 24 );
-   receive( "224.1.1.1", true, 1 );
-   receive( "0.0.0.0", true, 1, "233.252.0.2" );
-   EXPECT_EQ( counters.text(),
+   receive( "0.0.0.0", "192.0.2.1", 32 );
+   receive( "0.0.0.0", "224.0.0.5", 32 );
+   receive( "0.0.0.0", kGroup, 24 );
+   receive( "224.1.1.1", kGroup, 32 );
+   receive( "0.0.0.0", "233.252.0.2", 32 );
+   EXPECT_EQ( link.counters.text(),
               "refused: notMulticast 1, linkLocalGroup 1, "
               "partialMask 1, badSource 1, noRoute 1" );
-   EXPECT_EQ( shared(), assertNoInfo );
+   EXPECT_EQ( link.state(), "-" );
 }
 
 }

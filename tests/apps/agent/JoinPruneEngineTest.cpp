@@ -4,21 +4,20 @@
 #include <gtest/gtest.h>
 
 #include <set>
-#include <sstream>
 
-#include "platform/loop/TestClock.h"
+#include "apps/agent/config/ConfigReader.h"
+#include "tests/apps/agent/ScriptRun.h"
 #include "tests/support/VrfBuilder.h"
 
 namespace Agent {
 namespace {
 
 using namespace Routing::Pim::SparseMode::Test;
-using Routing::Pim::RouteKey;
 using Routing::Pim::SparseMode::Intf;
 using Routing::Pim::SparseMode::Route;
 
 // Short names, in messages as in states.
-const std::pair<std::string, std::string> kNames[] = { { "RP", "198.51.100.1" },
+const std::pair<std::string, std::string> kNames[] = { { "*", "198.51.100.1" },
                                                        { "G1", "233.252.0.1" },
                                                        { "G2", "233.252.0.2" },
                                                        { "S1", "192.0.2.7" },
@@ -38,353 +37,284 @@ std::string nameOf( const Vantu::IpGenAddr& address ) {
    return valueToStrep( address );
 }
 
-const RouteKey kWc = { Vantu::IpGenAddr(), address( "G1" ) };
-const RouteKey kSg = { address( "S1" ), address( "G1" ) };
-
-// "G1 +RP=SWR +S1 -S2/31=SR G2 +S1": groups, each with its joins and prunes; flags
-// are "S" and lengths whole where nothing is said.
-class MessageReader {
- public:
-   static PimJoinPrune read( const std::string& text, uint16_t holdtime ) {
-      MessageReader reader;
-      reader.message_.holdtime = holdtime;
-      std::istringstream words( text );
-      for ( std::string word; words >> word; ) reader.take( word );
-      return reader.message_;
-   }
-
- private:
-   void take( std::string word ) {
-      char kind = word[0];
-      bool isGroup = kind != '+' && kind != '-';
-      if ( !isGroup ) word.erase( 0, 1 );
-      std::string flags = cut( word, '=', "S" );
-      std::string length = cut( word, '/', "" );
-      Vantu::IpGenAddr where = address( word );
-      auto bits = static_cast<uint8_t>( Vantu::addressBits( where.family() ) );
-      if ( !length.empty() ) bits = static_cast<uint8_t>( std::stoi( length ) );
-      if ( isGroup ) {
-         JoinPruneGroup& group = message_.groups.emplace_back();
-         group.address = where;
-         group.maskLength = bits;
-         return;
-      }
-      JoinPruneGroup& group = message_.groups.back();
-      EncodedSource& source =
-         ( kind == '+' ? group.joins : group.prunes ).emplace_back();
-      source.address = where;
-      source.maskLength = bits;
-      source.sparse = flags.find( 'S' ) != std::string::npos;
-      source.wildcard = flags.find( 'W' ) != std::string::npos;
-      source.rpt = flags.find( 'R' ) != std::string::npos;
-   }
-   // Cuts off what follows the mark.
-   static std::string cut( std::string& word, char mark, const char* otherwise ) {
+// "+*", "-S1=R", "S1/31": the RP has its flags, lengths are whole where nothing is said.
+EncodedSource encoded( std::string word ) {
+   auto cut = [&]( char mark, std::string otherwise ) {
       size_t at = word.find( mark );
       if ( at == std::string::npos ) return otherwise;
       std::string out = word.substr( at + 1 );
       word.erase( at );
       return out;
-   }
-
-   PimJoinPrune message_;
-};
-
-// The router: eth0 upstream with the way to everything, eth1 and eth2 downstream;
-// one RP, for 233.0.0.0/8 only.
-VrfConfig routerConfig() {
-   VrfConfig config;
-   for ( const char* name : { "eth0", "eth1", "eth2" } ) {
-      config.interfaces.emplace_back().name = intfId( name );
-   }
-   config.interfaces[1].addresses.push_back(
-      { addr( "203.0.113.1" ), Vantu::IpGenPrefix( "203.0.113.0/24" ) } );
-   RpfRouteConfig& route = config.rpfRoutes.emplace_back();
-   route.prefix = Vantu::IpGenPrefix( "0.0.0.0/0" );
-   route.interface = intfId( "eth0" );
-   route.neighbor = addr( "192.0.2.254" );
-   route.preference = 110;
-   route.metric = 20;
-   config.rps.push_back(
-      { address( "RP" ), { Vantu::IpGenPrefix( "233.0.0.0/8" ) } } );
-   return config;
+   };
+   std::string flags = cut( '=', word == "*" ? "WR" : "" );
+   std::string length = cut( '/', "" );
+   EncodedSource out;
+   out.address = address( word );
+   out.maskLength = Vantu::addressBits( out.address.family() );
+   if ( !length.empty() ) out.maskLength = std::stoi( length );
+   out.wildcard = flags.find( 'W' ) != std::string::npos;
+   out.rpt = flags.find( 'R' ) != std::string::npos;
+   return out;
 }
 
-class JoinPrune : public testing::Test {
- protected:
-   void receive( const char* intf, const std::string& message,
-                 uint16_t holdtime = 210 ) {
-      engine->receive( intfId( intf ), neighbors,
-                       MessageReader::read( message, holdtime ) );
-   }
-   // More than one neighbour: prunes wait 3 s for others to override.
-   void othersMayOverride() {
-      PimHello hello;
-      hello.holdtime = 0xffff;
-      neighbors.receiveHello( addr( "203.0.113.2" ), hello );
-      neighbors.receiveHello( addr( "203.0.113.3" ), hello );
-   }
-   void after( double seconds ) { clock.runUntil( clock.now() + seconds ); }
+// eth0 upstream with the way to everything, eth1 and eth2 downstream; one RP, for
+// 233.0.0.0/8 only.
+const char* const kConfig =
+   "vrfs:\n"
+   "- name: default\n"
+   "  interfaces:\n"
+   "  - {name: eth0}\n"
+   "  - {name: eth1, addresses: [203.0.113.1/24]}\n"
+   "  - {name: eth2}\n"
+   "  rpf-routes:\n"
+   "  - {prefix: 0.0.0.0/0, interface: eth0, neighbor: 192.0.2.254, preference: "
+   "110, metric: 20}\n"
+   "  rps: [{address: 198.51.100.1, groups: [233.0.0.0/8]}]\n";
 
-   // "(*, G1) eth1 joined; (S1, G1) eth1 joined eth2 rptPruned", in order.
+struct Router {
+   // "eth2 @50 G1 +S1 -S2=R G2 +*": groups, each with its joins and prunes. On eth1 and
+   // for ever where nothing else is said.
+   void receive( const ScriptWords& words ) {
+      PimJoinPrune message;
+      message.holdtime = 0xffff;
+      const char* intf = "eth1";
+      for ( const std::string& word : words ) {
+         if ( word == "eth2" ) {
+            intf = "eth2";
+         } else if ( word[0] == '@' ) {
+            message.holdtime = std::stoi( word.substr( 1 ) );
+         } else if ( word[0] == '+' || word[0] == '-' ) {
+            JoinPruneGroup& group = message.groups.back();
+            ( word[0] == '+' ? group.joins : group.prunes )
+               .push_back( encoded( word.substr( 1 ) ) );
+         } else {
+            EncodedSource group = encoded( word );
+            message.groups.push_back( { group.address, group.maskLength, {}, {} } );
+         }
+      }
+      engine.receive( intfId( intf ), neighbors, message );
+   }
+   std::string play( const std::string& script ) {
+      return playScript(
+         clock, script, [this] { return state(); },
+         [this]( const ScriptWords& words ) {
+            if ( words[0] != "others" ) return receive( words );
+            // Prunes wait 3 s for them to override.
+            PimHello hello;
+            hello.holdtime = 0xffff;
+            for ( const char* other : { "203.0.113.2", "203.0.113.3" } )
+               neighbors.receiveHello( addr( other ), hello );
+         } );
+   }
+   // "* joined; S1 joined eth2 rptPruned; S1 G2 joined": eth1 and G1 go without saying.
    std::string state() const {
       std::set<std::string> lines;
       for ( const Route& route : std::as_const( *model ).route() ) {
-         std::set<std::string> intfs;
-         for ( const Intf& intf : route.routeIntf() ) {
-            intfs.insert( wordsOf( intf ) );
-         }
-         lines.insert( fmt::format( "({}, {}) {}", nameOf( route.key().source ),
-                                    nameOf( route.key().group ),
-                                    fmt::join( intfs, " " ) ) );
+         std::string intfs;
+         for ( const char* name : { "eth1", "eth2" } )
+            if ( const Intf* intf = route.routeIntf( intfId( name ) ) )
+               intfs += wordsOf( *intf );
+         std::string key = nameOf( route.key().source );
+         if ( route.key().group != address( "G1" ) )
+            key += ' ' + nameOf( route.key().group );
+         lines.insert( key + intfs );
       }
-      return fmt::format( "{}", fmt::join( lines, "; " ) );
+      return lines.empty() ? "-" : fmt::format( "{}", fmt::join( lines, "; " ) );
    }
    static std::string wordsOf( const Intf& intf ) {
-      std::string out( intf.intfId().name() );
-      if ( intf.joinState() != Intf::noInfo ) {
+      std::string out;
+      if ( intf.intfId() != intfId( "eth1" ) )
+         out += ' ' + std::string( intf.intfId().name() );
+      if ( intf.joinState() != Intf::noInfo )
          out += ' ' + std::string( stringValue( intf.joinState() ) );
-      }
-      if ( intf.rptState() != Intf::rptNoInfo ) {
+      if ( intf.rptState() != Intf::rptNoInfo )
          out += ' ' + std::string( stringValue( intf.rptState() ) );
-      }
-      return out;
+      return out.empty() ? " bare" : out;
    }
    // It must be there.
-   const Route& route( const RouteKey& key ) const {
-      const Route* found = std::as_const( *model ).route( key );
+   const Route& route( const std::string& source, const std::string& group ) const {
+      Vantu::IpGenAddr of =
+         source == "*" ? anySource( address( group ) ) : address( source );
+      const Route* found =
+         std::as_const( *model ).route( { of, address( group ) } );
       if ( found == nullptr ) throw std::runtime_error( "no route" );
       return *found;
-   }
-   // Every refusal counted, as "name count".
-   std::string refusals() const {
-      std::string out;
-      for ( uint32_t reason = 0; reason < refusalCount; ++reason ) {
-         uint64_t count = counters.refusedCount( static_cast<Refusal>( reason ) );
-         if ( count == 0 ) continue;
-         out += fmt::format( "{}{} {}", out.empty() ? "" : ", ",
-                             stringValue( static_cast<Refusal>( reason ) ), count );
-      }
-      return out;
-   }
-
-   // As a new process with the old one's model.
-   void restart() {
-      engine = std::make_unique<JoinPruneEngine>( routes, clock, topology, nullptr,
-                                                  counters );
-      routes.adopt();
-      engine->adopt();
    }
 
    Mox::TestClock clock;
    Mox::Ptr<Routing::Pim::SparseMode::Status> model =
       Routing::Pim::SparseMode::statusFactory( L3::VrfName( "default" ) );
-   VrfConfig config = routerConfig();
+   VrfConfig config = parseConfig( kConfig, "test" ).vrfs[0];
    Topology topology{ config };
    Routes routes{ model, clock, topology, nullptr };
    AgentCounters counters;
    Neighbors neighbors{ clock, addr( "203.0.113.1" ), 1 };
-   std::unique_ptr<JoinPruneEngine> engine = std::make_unique<JoinPruneEngine>(
-      routes, clock, topology, nullptr, counters );
+   JoinPruneEngine engine{ routes, clock, topology, nullptr, counters };
 };
 
-struct MessageRow {
-   const char* name;
-   const char* messages;  // all on eth1
-   const char* state;
-   const char* refusals;
+// RFC 7761, figures 1 to 3, state by event; what a timer does later shows which timers
+// the event set.
+const ScriptRow kFigures[] = {
+   { "0 @210 G1 +S1", "0 S1 joined, 210 -" },
+   { "0 G1 -S1, 1 G1 +S1=R", "" },
+   { "0 @0 G1 +S1", "0 S1 joined, 0 -" },
+   { "0 @210 G1 +S1, 100 @210 G1 +S1", "0 S1 joined, 310 -" },
+   { "0 @210 G1 +S1, 100 @50 G1 +S1", "0 S1 joined, 210 -" },
+   { "0 G1 +S1, 100 @210 G1 +S1", "0 S1 joined" },
+   { "0 @210 G1 +S1, 100 G1 +S1", "0 S1 joined" },
+   { "0 @210 G1 +S1, 10 G1 -S1", "0 S1 joined, 10 -" },
+   { "0 G1 +S1, 1 G1 -S1, 2 @5 G1 +S1", "0 S1 joined, 1 -, 2 S1 joined, 7 -" },
+   { "0 others, 0 @210 G1 +S1, 10 G1 -S1, 12 G1 -S1",
+     "0 S1 joined, 10 S1 prunePending, 13 -" },
+   { "0 others, 0 @11 G1 +S1, 10 G1 -S1", "0 S1 joined, 10 S1 prunePending, 11 -" },
+   { "0 others, 0 @210 G1 +S1, 10 G1 -S1, 12 @210 G1 +S1",
+     "0 S1 joined, 10 S1 prunePending, 12 S1 joined, 222 -" },
+   { "0 others, 0 @210 G1 +S1, 10 G1 -S1, 12 @5 G1 +S1",
+     "0 S1 joined, 10 S1 prunePending, 12 S1 joined, 210 -" },
+   { "0 others, 0 G1 +S1, 10 G1 -S1, 11 G1 +S1, 12 G1 -S1",
+     "0 S1 joined, 10 S1 prunePending, 11 S1 joined, 12 S1 prunePending, 15 -" },
+
+   { "0 @210 G1 -S1=R", "0 S1 rptPruned, 210 -" },
+   { "0 @0 G1 -S1=R", "0 S1 rptPruned, 0 -" },
+   { "0 @210 G1 -S1=R, 9 @210 G1 -S1=R", "0 S1 rptPruned, 219 -" },
+   { "0 @210 G1 -S1=R, 9 @50 G1 -S1=R", "0 S1 rptPruned, 210 -" },
+   { "0 G1 -S1=R, 1 G1 +S1=R, 2 @5 G1 -S1=R",
+     "0 S1 rptPruned, 1 -, 2 S1 rptPruned, 7 -" },
+   { "0 G1 -S1=R, 9 G1 +*", "0 S1 rptPruned, 9 * joined" },
+   { "0 G1 -S1=R, 9 G1 +* +S1=R", "0 S1 rptPruned, 9 * joined" },
+   { "0 @210 G1 -S1=R, 9 @210 G1 +* -S1=R",
+     "0 S1 rptPruned, 9 * joined; S1 rptPruned, 219 -" },
+   { "0 @210 G1 -S1=R, 9 @50 G1 +* -S1=R",
+     "0 S1 rptPruned, 9 * joined; S1 rptPruned, 59 S1 rptPruned, 210 -" },
+   { "0 others, 0 @210 G1 -S1=R, 1 @300 G1 -S1=R",
+     "0 S1 rptPrunePending, 3 S1 rptPruned, 210 -" },
+   { "0 others, 0 @2 G1 -S1=R", "0 S1 rptPrunePending, 2 -" },
+   { "0 others, 0 G1 -S1=R, 1 G1 +*", "0 S1 rptPrunePending, 1 * joined" },
+   { "0 others, 0 G1 -S1=R, 1 G1 +* +S1=R", "0 S1 rptPrunePending, 1 * joined" },
+   { "0 others, 0 @210 G1 -S1=R, 1 @210 G1 +* -S1=R",
+     "0 S1 rptPrunePending, 1 * joined; S1 rptPrunePending, "
+     "3 * joined; S1 rptPruned, 211 -" },
+   { "0 others, 0 @210 G1 -S1=R, 1 @50 G1 +* -S1=R",
+     "0 S1 rptPrunePending, 1 * joined; S1 rptPrunePending, "
+     "3 * joined; S1 rptPruned, 51 S1 rptPruned, 210 -" },
+   { "0 others, 0 G1 -S1=R, 1 G1 +S1=R, 2 @10 G1 -S1=R",
+     "0 S1 rptPrunePending, 1 -, 2 S1 rptPrunePending, 5 S1 rptPruned, 12 -" },
+};
+
+// Entries, groups and interfaces that have to do with each other, or not.
+const ScriptRow kMessages[] = {
+   { "0 G1 +* +S1, 1 G1 -S2=R",
+     "0 * joined; S1 joined, 1 * joined; S1 joined; S2 rptPruned" },
+   // A (*,G) prune counts whatever RP it names.
+   { "0 G1 +*, 1 G1 -198.51.100.2=WR", "0 * joined, 1 -" },
+   // A message that both joins and prunes the same thing: its joins come first.
+   { "0 G1 -S1 +S1", "" },
+   // Its end is the end of the message, not of the group's entries.
+   { "0 G1 -S1=R -S2=R, 1 G1 +* G2 +* G1 -S1=R",
+     "0 S1 rptPruned; S2 rptPruned, 1 * G2 joined; * joined; S1 rptPruned" },
+   // Of another group or interface; the record that was pruned inherits from the group.
+   { "0 G1 -S1=R -S2=R G2 -S1=R, 0 eth2 G1 -S1=R, 1 G1 +* -S2=R",
+     "0 S1 G2 rptPruned; S1 rptPruned; S2 rptPruned, "
+     "0 S1 G2 rptPruned; S1 rptPruned eth2 rptPruned; S2 rptPruned, "
+     "1 * joined; S1 G2 rptPruned; S1 bare eth2 rptPruned; S2 rptPruned" },
+   { "0 @100 G1 +S1, 0 eth2 G1 -S1, 0 eth2 @50 G1 +S1",
+     "0 S1 joined, 0 S1 joined eth2 joined, 50 S1 joined, 100 -" },
+   { "0 @50 G1 +S1, 0 @100 G1 -S1=R",
+     "0 S1 joined, 0 S1 joined rptPruned, 50 S1 rptPruned, 100 -" },
 };
 
 // Beside each refused entry stands a good one, which counts.
-const MessageRow kRows[] = {
-   { "ClassesOfEntriesAreToldApart", "G1 +RP=SWR +S1 | G1 -S2=SR",
-     "(*, G1) eth1 joined; (S1, G1) eth1 joined; (S2, G1) eth1 rptPruned", "" },
-   { "SparseBitIsNotAskedFor", "G1 +RP=WR +S1= | G1 -S2=R",
-     "(*, G1) eth1 joined; (S1, G1) eth1 joined; (S2, G1) eth1 rptPruned", "" },
-   { "UnicastGroup", "S1 +S1 G1 +S1", "(S1, G1) eth1 joined", "notMulticast 1" },
-   { "LinkLocalGroup", "224.0.0.251 +S1 G1 +S1", "(S1, G1) eth1 joined",
+struct RefusedRow {
+   const char* script;
+   const char* history;
+   const char* refused;
+};
+const RefusedRow kRefused[] = {
+   { "0 S1 +S1 G1 +S1", "0 S1 joined", "notMulticast 1" },
+   { "0 224.0.0.251 +S1 224.0.1.0 +S1", "0 S1 224.0.1.0 joined",
      "linkLocalGroup 1" },
-   { "FirstGroupOffItsLink", "224.0.1.0 +S1", "(S1, 224.0.1.0) eth1 joined", "" },
-   { "GroupRange", "G1/24 +S1 G2 +S1", "(S1, G2) eth1 joined", "partialMask 1" },
-   { "SourceRange", "G1 +S1/31 +S2", "(S2, G1) eth1 joined", "partialMask 1" },
-   { "Ranges", "G1 +S1/8 -S1/8", "", "partialMask 2" },
-   { "UnspecifiedSource", "G1 +0.0.0.0 +S1", "(S1, G1) eth1 joined",
-     "badSource 1" },
-   { "MulticastSource", "G1 -G2=SR +S1", "(S1, G1) eth1 joined", "badSource 1" },
-   { "WildcardWithoutRpt", "G1 +RP=SW +S1", "(S1, G1) eth1 joined", "badFlags 1" },
-   { "AnotherRp", "G1 +198.51.100.2=SWR +S1 -S2=SR",
-     "(S1, G1) eth1 joined; (S2, G1) eth1 rptPruned", "rpMismatch 1" },
+   { "0 G1/24 +S1 G2 +S1/31 +S1 -S2/8", "0 S1 G2 joined", "partialMask 3" },
+   { "0 G1 +0.0.0.0 -G2=R +S1", "0 S1 joined", "badSource 2" },
+   { "0 G1 +*=W +S1", "0 S1 joined", "badFlags 1" },
    // Nor does a refused (*,G) join touch what the sender prunes.
-   { "AnotherRpLater", "G1 -S1=SR | G1 +198.51.100.2=SWR",
-     "(S1, G1) eth1 rptPruned", "rpMismatch 1" },
-   { "PruneTowardsWhateverRp", "G1 +RP=SWR | G1 -198.51.100.2=SWR", "", "" },
-   { "PruneOfWhatIsNotThere",
-     "G1 -RP=SWR -S1 | G1 +S1=SR | G1 +S1 | G2 -S1 | G1 -S2",
-     "(S1, G1) eth1 joined", "" },
-   // A message that both joins and prunes the same thing: its joins come first.
-   { "PrunesWhatItJoins", "G1 -S1 +S1", "", "" },
-   // Its end is the end of the message, not of the group's entries.
-   { "GroupTwiceInAMessage", "G1 -S1=SR -S2=SR | G1 +RP=SWR G2 +RP=SWR G1 -S1=SR",
-     "(*, G1) eth1 joined; (*, G2) eth1 joined; (S1, G1) eth1 rptPruned", "" },
-   { "Ipv6",
-     "ff0e::1 +2001:db8::1=SWR +2001:db8::7 | ff02::1 +2001:db8::7 | ff0e::2 +::",
-     "(*, ff0e::1) eth1 joined; (2001:db8::7, ff0e::1) eth1 joined",
-     "linkLocalGroup 1, badSource 1" },
+   { "0 G1 -S1=R, 1 G1 +198.51.100.2=WR", "0 S1 rptPruned", "rpMismatch 1" },
+   { "0 ff0e::1 +2001:db8::1=WR ff02::1 +2001:db8::7 ff0e::2 +::",
+     "0 * ff0e::1 joined", "linkLocalGroup 1, badSource 1" },
 };
 
-class JoinPruneMessages : public JoinPrune,
-                          public testing::WithParamInterface<MessageRow> {};
-
-TEST_P( JoinPruneMessages, LeaveStateAndCountRefusals ) {
-   std::istringstream messages( GetParam().messages );
-   for ( std::string message; std::getline( messages, message, '|' ); ) {
-      receive( "eth1", message );
+TEST( JoinPrune, FollowsTheFiguresAndKeepsEntriesApart ) {
+   for ( const auto& [script, history] : kFigures )
+      EXPECT_EQ( Router().play( script ), history ) << script;
+   for ( const auto& [script, history] : kMessages )
+      EXPECT_EQ( Router().play( script ), history ) << script;
+   for ( const RefusedRow& row : kRefused ) {
+      Router router;
+      EXPECT_EQ( router.play( row.script ), row.history ) << row.script;
+      EXPECT_EQ( router.counters.text(), std::string( "refused: " ) + row.refused );
    }
-   EXPECT_EQ( state(), GetParam().state );
-   EXPECT_EQ( refusals(), GetParam().refusals );
 }
 
-std::ostream& operator<<( std::ostream& out, const MessageRow& row ) {
-   return out << row.name;
-}
-
-INSTANTIATE_TEST_SUITE_P( Entries, JoinPruneMessages, testing::ValuesIn( kRows ),
-                          []( const auto& row ) { return row.param.name; } );
-
-TEST_F( JoinPrune, FillsInWhatTheRouteIs ) {
-   receive( "eth1", "G1 +RP=SWR +S1 +203.0.113.77 239.1.1.1 +203.0.113.9=SWR" );
-   receive( "eth1", "ff0e::1 +2001:db8::7" );
-   const Route& wc = route( kWc );
-   EXPECT_TRUE( wc.initialized() );
-   EXPECT_TRUE( wc.wildCard() && wc.rpTree() && !wc.spTree() );
-   EXPECT_EQ( wc.creationTime(), clock.now() );
-   EXPECT_EQ( wc.umh()->rp(), address( "RP" ) );
+TEST( JoinPrune, FillsInWhatTheRouteIs ) {
+   Router router;
+   router.receive( { "@50", "G1", "+*", "+S1", "+203.0.113.77", "-S1=R",
+                     "239.1.1.1", "+203.0.113.9=WR", "ff0e::1", "+2001:db8::7" } );
+   const Route& wc = router.route( "*", "G1" );
+   EXPECT_TRUE( wc.initialized() && wc.wildCard() && wc.rpTree() && !wc.spTree() );
+   EXPECT_EQ( wc.creationTime(), router.clock.now() );
+   EXPECT_EQ( wc.umh()->rp(), address( "*" ) );
    EXPECT_EQ( wc.rpf(), rpfBy( "eth0" ) );
    EXPECT_FALSE( wc.rpfAttached() );
-   EXPECT_TRUE( wc.routeIntf( intfId( "eth1" ) )->initialized() );
-   const Route& sg = route( kSg );
-   EXPECT_TRUE( sg.initialized() );
-   EXPECT_TRUE( sg.spTree() && !sg.rpTree() && !sg.wildCard() );
+   const Route& sg = router.route( "S1", "G1" );
+   EXPECT_TRUE( sg.initialized() && sg.spTree() && !sg.rpTree() && !sg.wildCard() );
    EXPECT_EQ( sg.rpf(), rpfBy( "eth0" ) );
-   const Route& onLink = route( sgKey( "203.0.113.77", "233.252.0.1" ) );
+   const Intf& intf = *sg.routeIntf( intfId( "eth1" ) );
+   EXPECT_TRUE( intf.initialized() );
+   EXPECT_EQ( intf.lastJoinReceived(), router.clock.now() );
+   EXPECT_EQ( intf.lastRptPruneReceived(), router.clock.now() );
+   const Route& onLink = router.route( "203.0.113.77", "G1" );
    EXPECT_TRUE( onLink.rpfAttached() );
    EXPECT_EQ( onLink.rpf(), rpfBy( "eth1", "203.0.113.77", 0, 0 ) );
-   const Route& learned = route( wcKey( "239.1.1.1" ) );
+   const Route& learned = router.route( "*", "239.1.1.1" );
    EXPECT_EQ( learned.umh()->rp(), addr( "203.0.113.9" ) ) << "none is configured";
-   EXPECT_TRUE( learned.rpfAttached() );
-   EXPECT_EQ( route( sgKey( "2001:db8::7", "ff0e::1" ) ).rpf(),
-              Routing::Pim::Rpf() )
+   EXPECT_EQ( router.route( "2001:db8::7", "ff0e::1" ).rpf(), Routing::Pim::Rpf() )
       << "no IPv6 route is configured";
-   EXPECT_EQ( refusals(), "" );
+   // A source tree no more where only the prune is left of it.
+   router.receive( { "G1", "-S1=R" } );
+   router.clock.runUntil( router.clock.now() + 50 );
+   EXPECT_TRUE( router.route( "S1", "G1" ).rpTree() && !sg.spTree() );
 }
 
-TEST_F( JoinPrune, AWcJoinEndsPrunesOfItsGroupAndInterfaceOnly ) {
-   for ( const char* intf : { "eth1", "eth2" } ) {
-      receive( intf, "G1 -S1=SR -S2=SR G2 -S1=SR" );
-   }
-   receive( "eth1", "G1 +RP=SWR -S2=SR" );
-   EXPECT_EQ( state(),
-              "(*, G1) eth1 joined; "
-              "(S1, G1) eth1 eth2 rptPruned; "
-              "(S1, G2) eth1 rptPruned eth2 rptPruned; "
-              "(S2, G1) eth1 rptPruned eth2 rptPruned" );
-}
-
-TEST_F( JoinPrune, WaitsForOverridesWhereOthersAre ) {
-   othersMayOverride();
-   receive( "eth1", "G1 +RP=SWR +S1 -S2=SR" );
-   receive( "eth1", "G1 -RP=SWR -S1" );
-   EXPECT_EQ( state(),
-              "(*, G1) eth1 prunePending; (S1, G1) eth1 prunePending; "
-              "(S2, G1) eth1 rptPrunePending" );
-   after( 1 );
-   receive( "eth1", "G1 +S1" );
-   after( 2 );
-   EXPECT_EQ( state(), "(S1, G1) eth1 joined; (S2, G1) eth1 rptPruned" );
-   // Each of the ways in which a machine ends, and its route with it.
-   receive( "eth1", "G1 +S2=SR" );
-   receive( "eth1", "G2 -S1=SR -S2=SR" );
-   receive( "eth1", "G2 +S1=SR" );
-   receive( "eth1", "G2 +RP=SWR" );
-   EXPECT_EQ( state(), "(*, G2) eth1 joined; (S1, G1) eth1 joined" );
-}
-
-TEST_F( JoinPrune, RecordsAndRoutesGoWithTheirLastState ) {
-   receive( "eth1", "G1 +RP=SWR +S1", 100 );
-   receive( "eth2", "G1 -S1" );  // what another interface joined
-   receive( "eth2", "G1 +RP=SWR -S1=SR", 50 );
-   after( 50 );
-   EXPECT_EQ( state(), "(*, G1) eth1 joined; (S1, G1) eth1 joined" );
-   after( 49 );
-   EXPECT_FALSE( state().empty() );
-   after( 1 );
-   EXPECT_EQ( state(), "" );
-   receive( "eth1", "G1 +RP=SWR", 10 );
-   EXPECT_EQ( route( kWc ).creationTime(), clock.now() )
-      << "another route under the old key";
-}
-
-TEST_F( JoinPrune, ARouteIsOnTheSourceTreeWhileSomeInterfaceJoinedIt ) {
-   receive( "eth1", "G1 +S1", 50 );
-   receive( "eth1", "G1 -S1=SR", 100 );
-   EXPECT_EQ( state(), "(S1, G1) eth1 joined rptPruned" );
-   EXPECT_TRUE( route( kSg ).spTree() );
-   after( 50 );
-   EXPECT_EQ( state(), "(S1, G1) eth1 rptPruned" );
-   EXPECT_TRUE( route( kSg ).rpTree() && !route( kSg ).spTree() );
-   receive( "eth2", "G1 +S1", 50 );
-   EXPECT_TRUE( route( kSg ).spTree() );
-   after( 50 );
-   EXPECT_EQ( state(), "" ) << "both have ended at once";
-}
-
-// What a former agent left pending counts as joined or pruned: nothing tells when
-// its timer would have ended.
-TEST_F( JoinPrune, TakesUpWhatWasReloaded ) {
-   Vrf vrf( model );
+// What a former agent left pending counts as joined or pruned: nothing tells when its
+// timer would have ended. The configuration may have changed while no agent ran.
+TEST( JoinPrune, TakesUpWhatWasReloaded ) {
+   Router router;
+   Vrf vrf( router.model );
    vrf.wc( "233.252.0.1" ).rpTree().intf( "eth1" ).joined();
    auto sg = vrf.sg( "192.0.2.7", "233.252.0.1" ).spTree();
    sg.intf( "eth1" ).prunePending()->lastJoinReceivedIs( 77 );
    sg.intf( "eth2" ).rptState( Intf::rptPruneTemp );
-   vrf.sg( "192.0.2.8", "233.252.0.1" )
-      .intf( "eth1" )
-      .rptState( Intf::rptPrunePendingTemp );
-   vrf.sg( "192.0.2.8", "233.252.0.1" )
-      .intf( "eth2" )
-      .rptState( Intf::rptPrunePending );
+   auto pruned = vrf.sg( "192.0.2.8", "233.252.0.1" );
+   pruned.intf( "eth1" ).rptState( Intf::rptPrunePendingTemp );
+   pruned.intf( "eth2" ).rptState( Intf::rptPrunePending );
+   // Learned from a join: the tables do not hold its RP, its path stays.
+   vrf.wc( "239.1.1.1" ).rpTree().rpf( "eth2" ).intf( "eth1" ).joined();
    // A process that dies between two writes leaves records without state, and
    // nobody else would ever remove them.
    vrf.wc( "233.252.0.2" ).rpTree();
    vrf.sg( "192.0.2.7", "233.252.0.2" ).spTree().intf( "eth1" );
    vrf.sg( "192.0.2.8", "233.252.0.2" ).spTree().intf( "eth1" );
    vrf.sg( "192.0.2.8", "233.252.0.2" ).intf( "eth2" ).joined();
-   routes.adopt();
-   engine->adopt();
-   EXPECT_EQ( state(),
-              "(*, G1) eth1 joined; (S1, G1) eth1 joined eth2 rptPruned; "
-              "(S2, G1) eth1 rptPruned eth2 rptPruned; (S2, G2) eth2 joined" );
+   router.routes.adopt();
+   router.engine.adopt();
+   EXPECT_EQ( router.state(),
+              "* 239.1.1.1 joined; * joined; S1 joined eth2 rptPruned; "
+              "S2 G2 eth2 joined; S2 rptPruned eth2 rptPruned" );
    EXPECT_EQ( sg.intf( "eth1" )->lastJoinReceived(), 77 ) << "none was received";
-   after( 100 );
-   receive( "eth1", "G1 +RP=SWR -S2=SR" );
-   after( 109 );
-   EXPECT_EQ( model->route().size(), 4U );
-   after( 1 );
-   EXPECT_EQ( state(), "(*, G1) eth1 joined; (S2, G1) eth1 rptPruned" )
-      << "210 s for what nobody refreshed";
-   after( 100 );
-   EXPECT_EQ( state(), "" );
-}
-
-// The configuration may have changed while no agent ran.
-TEST_F( JoinPrune, ReloadedRoutesFollowThePresentConfiguration ) {
-   receive( "eth1", "G1 +RP=SWR +S1 239.1.1.1 +203.0.113.9=SWR" );
-   config.rpfRoutes[0].neighbor = addr( "192.0.2.253" );
-   restart();
-   EXPECT_EQ( route( kWc ).rpf().neighbor, addr( "192.0.2.253" ) );
-   EXPECT_EQ( route( kSg ).rpf().neighbor, addr( "192.0.2.253" ) );
-   EXPECT_EQ( route( kWc ).umh()->rp(), address( "RP" ) );
-   EXPECT_EQ( route( wcKey( "239.1.1.1" ) ).rpf().neighbor, addr( "203.0.113.9" ) )
-      << "learned from a join: the tables do not hold its RP, its path stays";
+   EXPECT_EQ( router.route( "S1", "G1" ).rpf(), rpfBy( "eth0" ) );
+   EXPECT_EQ( router.route( "*", "G1" ).umh()->rp(), address( "*" ) );
+   EXPECT_EQ( router.route( "*", "239.1.1.1" ).rpf(), rpfBy( "eth2" ) );
+   EXPECT_EQ( router.play( "100 @210 G1 +* -S2=R" ),
+              "210 * joined; S2 rptPruned, 310 -" );
 }
 
 }

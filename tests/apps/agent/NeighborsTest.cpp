@@ -1,170 +1,131 @@
 #include "apps/agent/engine/Neighbors.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "platform/loop/TestClock.h"
+#include "tests/apps/agent/ScriptRun.h"
 
 namespace Agent {
 namespace {
 
-using Vantu::IpGenAddr;
-
-IpGenAddr addr( const char* text ) {
-   return IpGenAddr( Mox::StringView( text ) );
+Vantu::IpGenAddr addr( const std::string& text ) {
+   return Vantu::IpGenAddr( Mox::StringView( text ) );
 }
 
-PimHello hello( std::optional<uint16_t> holdtime = 105,
-                std::optional<uint32_t> priority = 1,
-                std::optional<LanPruneDelay> delay = {} ) {
-   PimHello out;
-   out.holdtime = holdtime;
-   out.drPriority = priority;
-   out.lanPruneDelay = delay;
-   return out;
-}
-
-class NeighborsOfALink : public testing::Test {
- protected:
-   // Is it still there shortly before, and gone at that time?
-   void expectGoneAfter( const char* address, double seconds ) {
-      clock.runUntil( clock.now() + seconds - 0.5 );
-      EXPECT_TRUE( neighbors.has( addr( address ) ) );
-      clock.runUntil( clock.now() + 0.5 );
-      EXPECT_FALSE( neighbors.has( addr( address ) ) );
+// Own address: 192.0.2.5. The state is what it was at the last notification.
+struct Link {
+   // "3 40 dr=7 gen=1 700/100" is a hello of 192.0.2.3: hold time, DR priority, generation
+   // and delays in ms; "own 9" sets the own priority.
+   void act( const ScriptWords& words ) {
+      if ( words[0] == "own" )
+         return neighbors.ownIs( addr( "192.0.2.5" ), std::stoul( words[1] ) );
+      PimHello hello;
+      hello.drPriority = 1;
+      for ( const std::string& word :
+            ScriptWords( words.begin() + 1, words.end() ) ) {
+         const size_t slash = word.find( '/' );
+         if ( word == "nodr" ) {
+            hello.drPriority.reset();
+         } else if ( word.rfind( "dr=", 0 ) == 0 ) {
+            hello.drPriority = std::stoul( word.substr( 3 ) );
+         } else if ( word.rfind( "gen=", 0 ) == 0 ) {
+            hello.generationId = std::stoul( word.substr( 4 ) );
+         } else if ( slash != std::string::npos ) {
+            hello.lanPruneDelay =
+               LanPruneDelay{ false, uint16_t( std::stoi( word ) ),
+                              uint16_t( std::stoi( word.substr( slash + 1 ) ) ) };
+         } else {
+            hello.holdtime = std::stoi( word );
+         }
+      }
+      EXPECT_TRUE( neighbors.receiveHello( addr( "192.0.2." + words[0] ), hello ) );
+   }
+   // "2 3 wait 3 dr": neighbours, how long a prune waits, is this router the DR?
+   void look() {
+      state.clear();
+      for ( const auto& [address, hello] : neighbors.hellos() )
+         state += std::to_string( address.bytes()[3] ) + ' ';
+      if ( neighbors.prunePendingTime() > 0 )
+         state += fmt::format( "wait {:g} ", neighbors.prunePendingTime() );
+      state += neighbors.iAmDr() ? "dr" : "no";
    }
 
    Mox::TestClock clock;
-   int changes = 0;
-   std::string lost;  // " 2" for 192.0.2.2
-   Neighbors neighbors{ clock, addr( "192.0.2.5" ), 1,
-                        NeighborsObserver{ [this] { ++changes; },
-                                           [this]( const IpGenAddr& address ) {
-                                              lost += ' ';
-                                              lost +=
-                                                 valueToStrep( address ).back();
-                                           } } };
+   std::string state = "dr";
+   std::string lost;
+   Neighbors neighbors{
+      clock, addr( "192.0.2.5" ), 1,
+      NeighborsObserver{ [this] { look(); },
+                         [this]( const auto& address ) {
+                            lost += std::to_string( address.bytes()[3] );
+                         } } };
 };
 
-TEST_F( NeighborsOfALink, AHelloLastsForItsHoldTimeOrTheDefault ) {
-   neighbors.receiveHello( addr( "192.0.2.2" ), hello( 40 ) );
-   EXPECT_FALSE( neighbors.has( addr( "192.0.2.3" ) ) );
-   expectGoneAfter( "192.0.2.2", 40 );
-   EXPECT_EQ( changes, 2 );
-   neighbors.receiveHello( addr( "192.0.2.2" ), hello( {} ) );
-   expectGoneAfter( "192.0.2.2", Neighbors::defaultHoldtime );
-}
+struct Row {
+   const char* script;
+   const char* history;
+   const char* lost;
+};
 
-// Unlike a join's, a hello's hold time replaces the former one, and may be shorter.
-TEST_F( NeighborsOfALink, EachHelloSetsTheTimeAnew ) {
-   neighbors.receiveHello( addr( "192.0.2.2" ), hello( 0xffff ) );
-   clock.runUntil( clock.now() + 100000 );
-   EXPECT_TRUE( neighbors.has( addr( "192.0.2.2" ) ) ) << "0xffff is for ever";
-   neighbors.receiveHello( addr( "192.0.2.2" ), hello( 50 ) );
-   expectGoneAfter( "192.0.2.2", 50 );
-}
+const Row kRows[] = {
+   { "0 2 40", "0 2 dr, 40 dr", "2" },
+   { "0 2", "0 2 dr, 105 dr", "2" },
+   // Unlike a join's, a hello's hold time replaces the former one, and may be shorter.
+   { "0 2 65535, 99000 2 50", "0 2 dr, 99050 dr", "2" },
+   // Goodbye, also of a stranger.
+   { "0 2 0", "", "" },
+   { "0 2, 1 3 0, 2 2 0, 3 2 30", "0 2 dr, 2 dr, 3 2 dr, 33 dr", "22" },
+   // Whoever has started anew has forgotten what it said (RFC 7761, 4.3.1): an option that
+   // appears counts as well.
+   { "0 2, 1 2 gen=7, 2 2 gen=7, 3 2 gen=8", "0 2 dr, 108 dr", "222" },
+   // The DR: priority, then address, and the address alone where one has no priority. The
+   // address and the priority point different ways, unless the row is about one alone.
+   { "0 6", "0 6 no, 105 dr", "6" },
+   { "0 4 dr=2", "0 4 no, 105 dr", "4" },
+   { "0 own 2, 0 6", "0 6 dr, 105 dr", "6" },
+   { "0 4 dr=4294967295", "0 4 no, 105 dr", "4" },
+   { "0 6 dr=0", "0 6 dr, 105 dr", "6" },
+   { "0 own 0, 0 4 nodr", "0 4 dr, 105 dr", "4" },
+   { "0 own 9, 0 4 nodr, 0 6", "0 4 dr, 0 4 6 wait 3 no, 105 dr", "46" },
+   { "0 own 5, 0 1 dr=6, 0 9", "0 1 no, 0 1 9 wait 3 no, 105 dr", "19" },
+   { "0 4 dr=2, 1 own 3", "0 4 no, 1 4 dr, 105 dr", "4" },
+   // A prune waits where another could override, for as long as the slowest takes if all
+   // tell; the own delays are 500 and 2500 ms.
+   { "0 2, 1 3, 2 3 0", "0 2 dr, 1 2 3 wait 3 dr, 2 2 dr, 105 dr", "32" },
+   { "0 2 700/100, 0 3 10/4000, 1 4 30, 40 3 20/30",
+     "0 2 dr, 0 2 3 wait 4.7 dr, 1 2 3 4 wait 3 dr, 31 2 3 wait 4.7 dr, "
+     "40 2 3 wait 3.2 dr, 105 3 dr, 145 dr",
+     "423" },
+};
 
-TEST_F( NeighborsOfALink, AHoldTimeOfZeroSaysGoodbye ) {
-   neighbors.receiveHello( addr( "192.0.2.2" ), hello( 0 ) );
-   EXPECT_EQ( changes, 0 ) << "a stranger's goodbye";
-   neighbors.receiveHello( addr( "192.0.2.2" ), hello() );
-   neighbors.receiveHello( addr( "192.0.2.3" ), hello() );
-   neighbors.receiveHello( addr( "192.0.2.2" ), hello( 0 ) );
-   EXPECT_FALSE( neighbors.has( addr( "192.0.2.2" ) ) );
-   EXPECT_TRUE( neighbors.has( addr( "192.0.2.3" ) ) );
-   EXPECT_EQ( changes, 3 );
-   neighbors.receiveHello( addr( "192.0.2.2" ), hello( 30 ) );
-   expectGoneAfter( "192.0.2.2", 30 );
-   EXPECT_EQ( lost, " 2 2" );
-}
-
-// Whoever has started anew has forgotten what it said (RFC 7761, 4.3.1).
-TEST_F( NeighborsOfALink, AnotherGenerationIdTellsOfARestart ) {
-   PimHello said = hello();
-   neighbors.receiveHello( addr( "192.0.2.2" ), said );
-   for ( uint32_t generation : { 7, 7, 8 } ) {
-      said.generationId = generation;
-      neighbors.receiveHello( addr( "192.0.2.2" ), said );
-      EXPECT_TRUE( neighbors.has( addr( "192.0.2.2" ) ) );
+TEST( NeighborsOfALink, FollowTheirHellos ) {
+   for ( const Row& row : kRows ) {
+      Link link;
+      EXPECT_EQ( playScript(
+                    link.clock, row.script, [&] { return link.state; },
+                    [&]( const ScriptWords& words ) { link.act( words ); } ),
+                 row.history )
+         << row.script;
+      EXPECT_EQ( link.lost, row.lost ) << row.script;
    }
-   EXPECT_EQ( lost, " 2 2" ) << "an option that appears counts as well";
 }
 
 // Whoever makes up senders takes no more room than that, and no neighbour's place.
-TEST_F( NeighborsOfALink, AreNoMoreThanSoMany ) {
+TEST( NeighborsOfALink, AreNoMoreThanSoMany ) {
+   Link link;
+   Neighbors& neighbors = link.neighbors;
    auto from = []( size_t i ) {
-      return addr(
-         ( "10.0." + std::to_string( i / 256 ) + "." + std::to_string( i % 256 ) )
-            .c_str() );
+      return addr( fmt::format( "10.0.{}.{}", i / 256, i % 256 ) );
    };
    for ( size_t i = 0; i < Neighbors::maxNeighbors; ++i )
-      EXPECT_TRUE( neighbors.receiveHello( from( i ), hello() ) );
-   EXPECT_FALSE( neighbors.receiveHello( addr( "192.0.2.2" ), hello() ) );
+      EXPECT_TRUE( neighbors.receiveHello( from( i ), {} ) );
+   EXPECT_FALSE( neighbors.receiveHello( addr( "192.0.2.2" ), {} ) );
    EXPECT_EQ( neighbors.size(), Neighbors::maxNeighbors );
-   EXPECT_TRUE( neighbors.receiveHello( from( 0 ), hello() ) );
-   EXPECT_TRUE( neighbors.receiveHello( from( 0 ), hello( 0 ) ) );
-   EXPECT_TRUE( neighbors.receiveHello( addr( "192.0.2.2" ), hello() ) );
-}
-
-struct DrRow {
-   const char* name;
-   uint32_t own;
-   std::vector<std::pair<const char*, std::optional<uint32_t>>> others;
-   bool iAmDr;
-};
-
-// In every row the address and the priority point different ways, unless the row is
-// about one of them alone. Own address: 192.0.2.5.
-const DrRow kDrRows[] = {
-   { "Alone", 0, {}, true },
-   { "HigherAddressOfEqualPriority", 1, { { "192.0.2.6", 1 } }, false },
-   { "LowerAddressOfEqualPriority", 1, { { "192.0.2.4", 1 } }, true },
-   { "HigherPriority", 1, { { "192.0.2.4", 2 } }, false },
-   { "LowerPriority", 2, { { "192.0.2.6", 1 } }, true },
-   { "HighestPriorityThereIs", 1, { { "192.0.2.4", 0xffffffff } }, false },
-   { "PriorityZero", 1, { { "192.0.2.6", 0 } }, true },
-   { "AddressWhereOneHasNoPriority", 0, { { "192.0.2.4", {} } }, true },
-   { "AddressForAll", 9, { { "192.0.2.4", {} }, { "192.0.2.6", 1 } }, false },
-   { "OneOfSeveralIsEnough", 5, { { "192.0.2.1", 6 }, { "192.0.2.9", 1 } }, false },
-};
-
-TEST( NeighborsDr, FollowsPriorityThenAddress ) {
-   for ( const DrRow& row : kDrRows ) {
-      Mox::TestClock clock;
-      Neighbors neighbors( clock, addr( "192.0.2.5" ), row.own );
-      for ( const auto& [address, priority] : row.others ) {
-         neighbors.receiveHello( addr( address ), hello( 105, priority ) );
-      }
-      EXPECT_EQ( neighbors.iAmDr(), row.iAmDr ) << row.name;
-      clock.runUntil( clock.now() + 105 );
-      EXPECT_TRUE( neighbors.iAmDr() ) << row.name << ": all have gone";
-   }
-}
-
-TEST_F( NeighborsOfALink, APruneWaitsOnlyWhereAnotherCouldOverride ) {
-   EXPECT_EQ( neighbors.prunePendingTime(), 0 );
-   neighbors.receiveHello( addr( "192.0.2.2" ), hello() );
-   EXPECT_EQ( neighbors.prunePendingTime(), 0 ) << "nobody but the pruning one";
-   neighbors.receiveHello( addr( "192.0.2.3" ), hello() );
-   EXPECT_EQ( neighbors.prunePendingTime(), 3.0 );
-   neighbors.receiveHello( addr( "192.0.2.3" ), hello( 0 ) );
-   EXPECT_EQ( neighbors.prunePendingTime(), 0 );
-}
-
-TEST_F( NeighborsOfALink, TheSlowestSetsTheOverrideIntervalIfAllHaveTheOption ) {
-   EXPECT_EQ( neighbors.overrideInterval(), 3.0 );
-   neighbors.receiveHello( addr( "192.0.2.2" ),
-                           hello( 105, 1, LanPruneDelay{ false, 700, 100 } ) );
-   EXPECT_DOUBLE_EQ( neighbors.overrideInterval(), 0.7 + 2.5 );
-   neighbors.receiveHello( addr( "192.0.2.3" ),
-                           hello( 105, 1, LanPruneDelay{ false, 10, 4000 } ) );
-   EXPECT_DOUBLE_EQ( neighbors.overrideInterval(), 0.7 + 4.0 );
-   neighbors.receiveHello( addr( "192.0.2.4" ), hello( 30 ) );
-   EXPECT_DOUBLE_EQ( neighbors.overrideInterval(), 3.0 ) << "one without it";
-   clock.runUntil( clock.now() + 30 );
-   EXPECT_DOUBLE_EQ( neighbors.overrideInterval(), 4.7 );
-   neighbors.receiveHello( addr( "192.0.2.3" ),
-                           hello( 105, 1, LanPruneDelay{ false, 20, 30 } ) );
-   EXPECT_DOUBLE_EQ( neighbors.overrideInterval(), 3.2 );
+   EXPECT_TRUE( neighbors.receiveHello( from( 0 ), {} ) );
+   PimHello goodbye;
+   goodbye.holdtime = 0;
+   EXPECT_TRUE( neighbors.receiveHello( from( 0 ), goodbye ) );
+   EXPECT_TRUE( neighbors.receiveHello( addr( "192.0.2.2" ), {} ) );
 }
 
 }

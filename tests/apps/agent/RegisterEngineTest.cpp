@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
+#include <map>
 
 #include "apps/agent/config/ConfigReader.h"
 #include "apps/agent/engine/Advertised.h"
 #include "platform/loop/TestClock.h"
-#include "tests/apps/agent/MachineRun.h"
+#include "tests/apps/agent/ScriptRun.h"
 #include "tests/support/Damage.h"
 #include "tests/support/TempRoot.h"
 #include "tests/support/ThrowingAssertions.h"
@@ -42,6 +42,16 @@ const char* const kConfig =
 
 constexpr const char* kAttached = "198.51.100.7";
 constexpr const char* kRemote = "10.0.0.7";
+constexpr const char* kRouter = "192.0.2.50";
+constexpr const char* kPeer = "192.0.2.77";
+
+// A, B and C are of sources on eth1, R and P of groups whose RP this router is.
+const std::map<std::string, std::pair<const char*, const char*>> kSources = {
+   { "A", { kAttached, "233.252.0.1" } },
+   { "B", { "198.51.100.8", "233.252.0.1" } },
+   { "C", { kAttached, "233.252.0.2" } },
+   { "R", { kRemote, "239.1.1.1" } },
+   { "P", { kRemote, "238.1.1.1" } } };
 
 class Registers : public testing::Test {
  protected:
@@ -57,10 +67,15 @@ class Registers : public testing::Test {
                                       capacities );
       engine = std::make_unique<RegisterEngine>( tables, clock, topology, config,
                                                  counters );
+      engine->adopt();
    }
-
-   static VrfConfig parse( const std::string& text ) {
-      return parseConfig( text, "test" ).vrfs[0];
+   // The configuration with one text replaced.
+   void configure( const std::string& text = "", const std::string& by = "" ) {
+      std::string all = kConfig;
+      config =
+         parseConfig( all.replace( all.find( text ), text.size(), by ), "test" )
+            .vrfs[0];
+      engine->updateConfig();
    }
 
    void receiveRegister( const char* from, const char* to, const char* source,
@@ -76,107 +91,103 @@ class Registers : public testing::Test {
       PimRegisterStop message{ addr( group ), maskLength, addr( source ) };
       engine->receive( packet( from, to ), message );
    }
-   // Of an attached source to the RP, and the RP's answer.
-   void send( bool nullRegister = false, const char* source = kAttached ) {
-      receiveRegister( "192.0.2.1", "203.0.113.1", source, "233.252.0.1",
-                       nullRegister );
-   }
-   void stop( const char* source = kAttached ) {
-      receiveStop( "203.0.113.1", "192.0.2.1", source, "233.252.0.1" );
-   }
-
    static IpPacket packet( const char* from, const char* to ) {
       IpPacket out;
       out.source = addr( from );
       out.destination = addr( to );
       return out;
    }
-
-   // The tables that hold the key: "oif", "no-oif", "dr", "anycast".
-   std::string in( const char* source = kAttached,
-                   const char* group = "233.252.0.1" ) const {
-      auto key = sgKey( source, group );
+   // "data A" and "null A" go to the RP, "stop A" is its answer; "router R" and "peer P"
+   // come here.
+   void act( const ScriptWords& words ) {
+      const std::string& event = words[0];
+      if ( event == "restart" ) return start();
+      if ( event == "peerless" )
+         return configure( ", anycast-peers: [192.0.2.77]" );
+      if ( event == "not-rp" ) return configure( "203.0.113.8/32, 203.0.113.9/32" );
+      if ( event == "moved" )
+         return configure( "198.51.100.1/24", "198.51.101.1/24" );
+      const auto& [source, group] = kSources.at( words[1] );
+      if ( event == "stop" )
+         receiveStop( "203.0.113.1", "192.0.2.1", source, group );
+      if ( event == "stopAll" )
+         receiveStop( "203.0.113.1", "192.0.2.1", "0.0.0.0", group );
+      if ( event == "data" || event == "null" )
+         receiveRegister( "192.0.2.1", "203.0.113.1", source, group,
+                          event == "null" );
+      if ( event == "router" )
+         receiveRegister( kRouter, words[1] == "R" ? "203.0.113.9" : "203.0.113.8",
+                          source, group );
+      if ( event == "peer" ) receiveRegister( kPeer, "192.0.2.1", source, group );
+   }
+   // The tables that hold each source: "A oif dr; R no-oif anycast".
+   std::string state() const {
       std::string out;
-      if ( tables->registerOif().has( key ) ) out += "oif ";
-      if ( tables->noRegisterOif().has( key ) ) out += "no-oif ";
-      if ( tables->drDiscoveredSg().has( key ) ) out += "dr ";
-      if ( tables->anycastDiscoveredSg().has( key ) ) out += "anycast ";
-      return out.empty() ? "none" : out.substr( 0, out.size() - 1 );
+      for ( const auto& [name, source] : kSources ) {
+         auto key = sgKey( source.first, source.second );
+         std::string in;
+         if ( tables->registerOif().has( key ) ) in += " oif";
+         if ( tables->noRegisterOif().has( key ) ) in += " no-oif";
+         if ( tables->drDiscoveredSg().has( key ) ) in += " dr";
+         if ( tables->anycastDiscoveredSg().has( key ) ) in += " anycast";
+         if ( !in.empty() ) out += ( out.empty() ? "" : "; " ) + name + in;
+      }
+      return out.empty() ? "none" : out;
    }
 
    Mox::TestClock clock{ 10000.0 };
    Mox::Test::TempRoot root;
    Corvex::EntityManager manager{ clock, nullptr, root.path() };
    AgentCounters counters;
-   VrfConfig config = parse( kConfig );
+   VrfConfig config = parseConfig( kConfig, "test" ).vrfs[0];
    Topology topology{ config };
    Mox::Ptr<RegisterStatus> tables;
    std::unique_ptr<RegisterEngine> engine;
 };
 
-class FirstHop : public Registers,
-                 public testing::WithParamInterface<MachineRow> {};
+const ScriptRow kRows[] = {
+   // As the first hop: register until stopped, and again afterwards.
+   { "0 data A, 100 data A", "0 A oif dr, 310 none" },
+   { "0 data A, 10 stop A", "0 A oif dr, 10 A no-oif dr, 70 A oif dr, 210 none" },
+   { "0 data A, 10 stop A, 65 null A, 66 stop A",
+     "0 A oif dr, 10 A no-oif dr, 126 A oif dr, 275 none" },
+   { "0 data A, 10 stop A, 20 null A",
+     "0 A oif dr, 10 A no-oif dr, 70 A oif dr, 230 none" },
+   { "0 data A, 10 stop A, 20 data A",
+     "0 A oif dr, 10 A no-oif dr, 20 A oif dr, 230 none" },
+   { "0 stop A", "0 A no-oif dr, 60 A oif dr, 210 none" },
+   { "0 data A, 200 stop A", "0 A oif dr, 200 A no-oif dr, 210 none" },
+   { "0 data A, 0 data B, 0 data C, 200 stopAll A",
+     "0 A oif dr, 0 A oif dr; B oif dr, 0 A oif dr; B oif dr; C oif dr, "
+     "200 A no-oif dr; B no-oif dr; C oif dr, 210 none" },
+   { "0 data A, 1 moved", "0 A oif dr, 1 none" },
+   // As the RP: passed on to the peer; what a peer passed on is not.
+   { "0 router R", "0 R no-oif, 185 none" },
+   { "0 peer P", "0 P no-oif anycast, 185 none" },
+   { "0 router P, 100 peer P",
+     "0 P oif, 100 P oif anycast, 185 P no-oif anycast, 285 none" },
+   { "0 router P, 1 peerless", "0 P oif, 1 P no-oif, 185 none" },
+   { "0 router R, 0 peer P, 1 not-rp",
+     "0 R no-oif, 0 P no-oif anycast; R no-oif, 1 none" },
+   // Taken up after a restart.
+   { "0 data A, 5 data B, 5 stop B, 50 restart",
+     "0 A oif dr, 5 A oif dr; B oif dr, 5 A oif dr; B no-oif dr, "
+     "110 A oif dr; B oif dr, 260 none" },
+   { "0 router R, 50 restart", "0 R no-oif, 235 none" },
+   { "0 peer P, 50 restart", "0 P no-oif anycast, 235 none" },
+   { "0 router P, 0 peer P, 50 restart", "0 P oif, 0 P oif anycast, 235 none" },
+};
 
-TEST_P( FirstHop, RegistersUntilStoppedAndAgainAfterwards ) {
-   MachineRun run( clock, [&] { return in(); } );
-   run.play( GetParam().script, [&]( const MachineStep& step ) {
-      if ( step.event == "data" ) send();
-      if ( step.event == "null" ) send( true );
-      if ( step.event == "stop" ) stop();
-   } );
-   EXPECT_EQ( run.history(), GetParam().history );
-   EXPECT_EQ( engine->size(), 0u );
-}
-
-INSTANTIATE_TEST_SUITE_P(
-   Scripts, FirstHop,
-   testing::Values(
-      MachineRow{ "Alone", "0 data", "0 oif dr, 210 none" },
-      MachineRow{ "Refreshed", "0 data, 100 data", "0 oif dr, 310 none" },
-      MachineRow{ "Stopped", "0 data, 10 stop",
-                  "0 oif dr, 10 no-oif dr, 70 oif dr, 210 none" },
-      MachineRow{ "StoppedAgainAtTheProbe", "0 data, 10 stop, 65 null, 66 stop",
-                  "0 oif dr, 10 no-oif dr, 126 oif dr, 275 none" },
-      MachineRow{ "ProbeAloneEndsNoSuppression", "0 data, 10 stop, 20 null",
-                  "0 oif dr, 10 no-oif dr, 70 oif dr, 230 none" },
-      MachineRow{ "DataShowsThatItGoesOn", "0 data, 10 stop, 20 data",
-                  "0 oif dr, 10 no-oif dr, 20 oif dr, 230 none" },
-      MachineRow{ "AStopShowsTheSource", "0 stop",
-                  "0 no-oif dr, 60 oif dr, 210 none" },
-      MachineRow{ "StoppedToTheEnd", "0 data, 200 stop",
-                  "0 oif dr, 200 no-oif dr, 210 none" } ),
-   []( const auto& row ) { return std::string( row.param.name ); } );
-
-TEST_F( Registers, AStopMayMeanEverySourceOfItsGroup ) {
-   send();
-   send( false, "198.51.100.8" );
-   receiveRegister( "192.0.2.1", "203.0.113.1", kAttached, "233.252.0.2" );
-   stop( "0.0.0.0" );
-   EXPECT_EQ( in(), "no-oif dr" );
-   EXPECT_EQ( in( "198.51.100.8" ), "no-oif dr" );
-   EXPECT_EQ( in( kAttached, "233.252.0.2" ), "oif dr" );
-   EXPECT_EQ( engine->size(), 3u );
-}
-
-TEST_F( Registers, ArriveAtTheRpFromRoutersAndPeers ) {
-   receiveRegister( "192.0.2.50", "203.0.113.9", kRemote, "239.1.1.1" );
-   EXPECT_EQ( in( kRemote, "239.1.1.1" ), "no-oif" );
-   // Passed on to the peer; what a peer passed on is not.
-   receiveRegister( "192.0.2.50", "203.0.113.8", kRemote, "238.1.1.1" );
-   EXPECT_EQ( in( kRemote, "238.1.1.1" ), "oif" );
-   receiveRegister( "192.0.2.77", "192.0.2.1", kRemote, "238.1.1.2" );
-   EXPECT_EQ( in( kRemote, "238.1.1.2" ), "no-oif anycast" );
-   // Both at once, and the peer's outlives the other.
-   clock.runUntil( 10100 );
-   receiveRegister( "192.0.2.77", "192.0.2.1", kRemote, "238.1.1.1" );
-   EXPECT_EQ( in( kRemote, "238.1.1.1" ), "oif anycast" );
-   clock.runUntil( 10185 );
-   EXPECT_EQ( in( kRemote, "238.1.1.1" ), "no-oif anycast" );
-   EXPECT_EQ( in( kRemote, "239.1.1.1" ), "none" );
-   clock.runUntil( 10285 );
-   EXPECT_EQ( engine->size(), 0u );
-   EXPECT_EQ( tables->noRegisterOif().size() + tables->anycastDiscoveredSg().size(),
-              0u );
+TEST_F( Registers, FollowTheirMessages ) {
+   for ( const auto& [script, history] : kRows ) {
+      configure();
+      EXPECT_EQ( playScript(
+                    clock, script, [&] { return state(); },
+                    [&]( const ScriptWords& words ) { act( words ); } ),
+                 history )
+         << script;
+      EXPECT_EQ( engine->size(), 0u ) << script;
+   }
 }
 
 TEST_F( Registers, ThatDoNotConcernUsChangeNothing ) {
@@ -191,19 +202,16 @@ TEST_F( Registers, ThatDoNotConcernUsChangeNothing ) {
    };
    const char* rp = "203.0.113.1";
    for ( const auto& [refusal, act] :
-         { Row{ notMulticast, sent( "192.0.2.50", "203.0.113.9", kRemote, rp ) },
-           { linkLocalGroup,
-             sent( "192.0.2.50", "203.0.113.9", kRemote, "224.0.0.5" ) },
-           { badSource,
-             sent( "192.0.2.50", "203.0.113.9", "0.0.0.0", "239.1.1.1" ) },
-           { badSource,
-             sent( "192.0.2.50", "203.0.113.9", "239.1.1.1", "239.1.1.1" ) },
-           { notToUs, sent( "192.0.2.50", rp, kRemote, "233.252.0.1" ) },
-           { notTheRp, sent( "192.0.2.50", "192.0.2.1", kRemote, "233.252.0.1" ) },
+         { Row{ notMulticast, sent( kRouter, "203.0.113.9", kRemote, rp ) },
+           { linkLocalGroup, sent( kRouter, "203.0.113.9", kRemote, "224.0.0.5" ) },
+           { badSource, sent( kRouter, "203.0.113.9", "0.0.0.0", "239.1.1.1" ) },
+           { badSource, sent( kRouter, "203.0.113.9", "239.1.1.1", "239.1.1.1" ) },
+           { notToUs, sent( kRouter, rp, kRemote, "233.252.0.1" ) },
+           { notTheRp, sent( kRouter, "192.0.2.1", kRemote, "233.252.0.1" ) },
            // To an own address that is not the group's RP, and not from a peer.
-           { notTheRp, sent( "192.0.2.50", "192.0.2.1", kRemote, "239.1.1.1" ) },
-           { notTheRp, sent( "192.0.2.77", "203.0.113.8", kRemote, "239.1.1.1" ) },
-           { ownPacket, sent( "203.0.113.8", "192.0.2.77", kRemote, "238.1.1.1" ) },
+           { notTheRp, sent( kRouter, "192.0.2.1", kRemote, "239.1.1.1" ) },
+           { notTheRp, sent( kPeer, "203.0.113.8", kRemote, "239.1.1.1" ) },
+           { ownPacket, sent( "203.0.113.8", kPeer, kRemote, "238.1.1.1" ) },
            { notToUs, stopped( rp, "192.0.2.2", kAttached, "233.252.0.1" ) },
            { ownPacket,
              stopped( "203.0.113.9", "10.0.0.1", kRemote, "239.1.1.1" ) },
@@ -223,53 +231,9 @@ TEST_F( Registers, ThatDoNotConcernUsChangeNothing ) {
    EXPECT_EQ( tables->registerOif().size() + tables->noRegisterOif().size(), 0u );
 }
 
-TEST_F( Registers, AreTakenUpAfterARestart ) {
-   send();
-   send( false, "198.51.100.8" );
-   stop( "198.51.100.8" );
-   receiveRegister( "192.0.2.50", "203.0.113.9", kRemote, "239.1.1.1" );
-   receiveRegister( "192.0.2.77", "192.0.2.1", kRemote, "238.1.1.2" );
-   receiveRegister( "192.0.2.77", "192.0.2.1", kRemote, "238.1.1.1" );
-   receiveRegister( "192.0.2.50", "203.0.113.8", kRemote, "238.1.1.1" );
-   clock.runUntil( 10050 );
-   start();
-   engine->adopt();
-   EXPECT_EQ( engine->size(), 5u );
-   EXPECT_EQ( in( kRemote, "238.1.1.1" ), "oif anycast" );
-   EXPECT_EQ( in(), "oif dr" );
-   EXPECT_EQ( in( "198.51.100.8" ), "no-oif dr" );
-   EXPECT_EQ( in( kRemote, "239.1.1.1" ), "no-oif" );
-   EXPECT_EQ( in( kRemote, "238.1.1.2" ), "no-oif anycast" );
-   clock.runUntil( 10110 );
-   EXPECT_EQ( in( "198.51.100.8" ), "oif dr" );
-   clock.runUntil( 10235 );
-   EXPECT_EQ( engine->size(), 2u );
-   clock.runUntil( 10260 );
-   EXPECT_EQ( engine->size(), 0u );
-   EXPECT_EQ( tables->registerOif().size(), 0u );
-}
-
-TEST_F( Registers, EndWithTheConfigurationThatTheyRestOn ) {
-   send();
-   receiveRegister( "192.0.2.50", "203.0.113.9", kRemote, "239.1.1.1" );
-   receiveRegister( "192.0.2.50", "203.0.113.8", kRemote, "238.1.1.1" );
-   std::string text = kConfig;
-   text.erase( text.find( ", anycast-peers: [192.0.2.77]" ), 29 );
-   config = parse( text );
-   engine->updateConfig();
-   EXPECT_EQ( in( kRemote, "238.1.1.1" ), "no-oif" );
-   EXPECT_EQ( in(), "oif dr" );
-   text.erase( text.find( "  - {address: 203.0.113.9" ) );
-   text.replace( text.find( "198.51.100.1/24" ), 15, "198.51.101.1/24" );
-   config = parse( text );
-   engine->updateConfig();
-   EXPECT_EQ( engine->size(), 0u );
-   EXPECT_EQ( in(), "none" );
-}
-
 TEST_F( Registers, ThatFindNoRoomAreCounted ) {
    for ( unsigned i = 1; i <= 6; ++i ) {
-      receiveRegister( "192.0.2.50", "203.0.113.9",
+      receiveRegister( kRouter, "203.0.113.9",
                        ( "10.0.0." + std::to_string( i ) ).c_str(), "239.1.1.1" );
    }
    EXPECT_EQ( counters.refusedCount( tableFull ), 2u );
@@ -282,21 +246,21 @@ TEST_F( Registers, ThatFindNoRoomAreCounted ) {
 // The damaged source goes on as it is, the others like ever; to end it is a write that
 // the table refuses for good. The next agent starts without it.
 TEST_F( Registers, OutliveADamagedRecordUntilItIsWritten ) {
-   send();
+   act( { "data", "A" } );
    Mox::Test::breakStamp( root.path() + "/tables/registerOif",
                           sgKey( kAttached, "233.252.0.1" ) );
-   send();
-   send( false, "198.51.100.8" );
-   EXPECT_EQ( in( "198.51.100.8" ), "oif dr" );
+   act( { "data", "A" } );
+   act( { "data", "B" } );
+   EXPECT_NE( state().find( "B oif dr" ), std::string::npos );
    EXPECT_NE( tables->registerOifControl()->problem(), "" );
-   EXPECT_EQ( Mox::Test::assertionText( [&] { stop(); } ),
+   EXPECT_EQ( Mox::Test::assertionText( [&] {
+                 act( { "stop", "A" } );
+              } ),
               "write outside the mapped region" );
    start();
-   engine->adopt();
-   EXPECT_EQ( in( "198.51.100.8" ), "oif dr" );
-   send();
-   stop();
-   EXPECT_EQ( in(), "no-oif dr" );
+   act( { "data", "A" } );
+   act( { "stop", "A" } );
+   EXPECT_EQ( state(), "A no-oif dr; B oif dr" );
 }
 
 TEST( Advertised, FollowsTheConfiguration ) {

@@ -1,0 +1,62 @@
+// Plays a script on a test clock and writes down when a state changes.
+//
+//    "0 join 210, 10 prune 3"   ->   "0 joined, 10 prunePending, 13 noInfo"
+//
+// Seconds count from the script's start; what stands behind them is the test's.
+#pragma once
+
+#include <functional>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/base/Text.h"
+#include "platform/loop/TestClock.h"
+
+namespace Agent {
+
+struct ScriptRow {
+   const char* script;
+   const char* history;
+};
+
+using ScriptWords = std::vector<std::string>;
+
+// `act` does what a step says; when all are through, time passes until every timer is,
+// even one of 18 hours.
+inline std::string playScript(
+   Mox::TestClock& clock, const std::string& script,
+   const std::function<std::string()>& state,
+   const std::function<void( const ScriptWords& )>& act ) {
+   const double start = clock.now();
+   std::string last = state();
+   std::string history;
+   auto look = [&] {
+      if ( state() == last ) return;
+      last = state();
+      history += ( history.empty() ? "" : ", " ) +
+                 Mox::valueToStrep( clock.now() - start ) + ' ' + last;
+   };
+   // Whatever is due by then comes first.
+   auto until = [&]( double seconds ) {
+      while ( clock.nextWakeup() <= start + seconds ) {
+         clock.runUntil( clock.nextWakeup() );
+         look();
+      }
+      clock.runUntil( start + seconds );
+   };
+   std::istringstream steps( script );
+   for ( std::string step; std::getline( steps, step, ',' ); ) {
+      std::istringstream text( step );
+      double at = 0.0;
+      text >> at;
+      until( at );
+      act( ScriptWords( std::istream_iterator<std::string>( text ), {} ) );
+      look();
+   }
+   until( 100000 );
+   return history;
+}
+
+}

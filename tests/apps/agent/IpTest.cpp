@@ -1,5 +1,6 @@
 #include "apps/agent/packet/Ip.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "tests/apps/agent/PacketBuilder.h"
@@ -7,70 +8,81 @@
 namespace Agent {
 namespace {
 
-constexpr unsigned kPim = 103;
-const ByteVector kPayload = { 1, 2, 3, 4 };
+const std::string kMacs( 24, '0' );
 
-struct Ipv4 {
-   unsigned version = 4;
-   unsigned headerWords = 5;
-   unsigned total = 24;
-   unsigned fragment = 0x4000;  // do not fragment
-};
-
-ByteVector ipv4( const Ipv4& fields = {} ) {
-   size_t options = fields.headerWords > 5 ? ( fields.headerWords - 5 ) * 4 : 0;
-   return PacketBuilder()
-      .u8( fields.version << 4 | fields.headerWords )
-      .u8( 0 )
-      .u16( fields.total )
-      .u16( 7 )
-      .u16( fields.fragment )
-      .hex( "01 67 0000" )  // time to live, PIM
-      .addr( "192.0.2.1" )
-      .addr( "224.0.0.13" )
-      .zeros( options )
-      .raw( kPayload );
+// With what its header says of version and length, total length and fragment.
+std::string ipv4( const char* version = "45", const char* total = "0018",
+                  const char* fragment = "4000", const char* options = "" ) {
+   return fmt::format(
+      " {} 00 {} 0007 {} 01 67 0000 =192.0.2.1 =224.0.0.13 {} 01020304", version,
+      total, fragment, options );
+}
+// With extension headers of so many bytes, the first of which has the number `next`.
+std::string ipv6( const char* next = "67", size_t size = 0,
+                  const std::string& extensions = "" ) {
+   return fmt::format( " 60000000 {:04x} {} 01 =fe80::1 =ff02::d {} 01020304",
+                       size + 4, next, extensions );
 }
 
-// With the extension headers, the first of which has the number `next`.
-ByteVector ipv6( unsigned next = kPim, const ByteVector& extensions = {} ) {
-   return PacketBuilder()
-      .u32( 0x60000000 )
-      .u16( static_cast<unsigned>( extensions.size() + kPayload.size() ) )
-      .u8( next )
-      .u8( 1 )
-      .addr( "fe80::1" )
-      .addr( "ff02::d" )
-      .raw( extensions )
-      .raw( kPayload );
-}
+const char* const kIpv4 = "192.0.2.1>224.0.0.13 103 ttl 1: 1 2 3 4";
+const char* const kIpv6 = "fe80::1>ff02::d 103 ttl 1: 1 2 3 4";
 
-// A decoded packet with the frame into which its payload points.
-struct Decoded {
-   explicit Decoded( ByteVector bytes, LinkType link = LinkType::rawIp )
-      : frame( std::move( bytes ) ), reason( decodeFrame( link, frame, packet ) ) {}
-
-   ByteVector frame;
-   IpPacket packet;
-   DropReason reason;
-};
-
-DropReason reasonOf( const ByteVector& packet, LinkType link = LinkType::rawIp ) {
-   return Decoded( packet, link ).reason;
-}
-
-void expectPayload( const Decoded& decoded ) {
-   const IpPacket& packet = decoded.packet;
-   ASSERT_EQ( decoded.reason, notDropped );
-   EXPECT_EQ( ByteVector( packet.payload.begin(), packet.payload.end() ),
-              kPayload );
-   EXPECT_EQ( packet.protocol, kPim );
-   EXPECT_EQ( packet.ttl, 1 );
+TEST( IpDecoder, LeadsToThePayloadOrTellsWhyNot ) {
+   struct Row {
+      LinkType link;
+      std::string frame;
+      const char* text;
+   };
+   constexpr LinkType ethernet = LinkType::ethernet, raw = LinkType::rawIp;
+   for (
+      const Row& row :
+      { // Padding to the least frame is behind the packet.
+        Row{ ethernet, kMacs + "0800" + ipv4() + "eeee", kIpv4 },
+        { ethernet, kMacs + "8100 0005 0800" + ipv4(), kIpv4 },
+        { ethernet, kMacs + "88a8 0005 8100 0006 0800" + ipv4(), kIpv4 },
+        { LinkType::linuxCooked, kMacs + "0000 0800" + ipv4(), kIpv4 },
+        { LinkType::linuxCooked2, "0800" + std::string( 36, '0' ) + ipv4(), kIpv4 },
+        { LinkType::unknown, ipv4(), "unknownLink" },
+        { ethernet, kMacs + "0806" + std::string( 56, '0' ), "notIp" },
+        { ethernet, kMacs + "86dd" + ipv4() + std::string( 40, '0' ),
+          "badIpHeader" },
+        // Headers that contradict themselves
+        { raw, ipv4( "47", "0020", "4000", "0000000000000000" ), kIpv4 },
+        { raw, ipv4( "55" ), "badIpHeader" },
+        { raw, ipv4( "44" ), "badIpHeader" },
+        { raw, ipv4( "47", "001b", "4000", "0000000000000000" ), "badIpHeader" },
+        { raw, ipv4( "45", "0019" ), "truncatedCapture" },
+        { raw, ipv4( "45", "0018", "2000" ), "fragment" },
+        { raw, ipv4( "45", "0018", "0001" ), "fragment" },
+        // Hop-by-hop, destination, routing, and a fragment that is the whole packet
+        { raw, ipv6(), kIpv6 },
+        { raw,
+          ipv6( "00", 48,
+                "3c 00 000000000000 2b 02" + std::string( 44, '0' ) +
+                   " 2c 00 000000000000 67 00 0000 00000009" ),
+          kIpv6 },
+        { raw, ipv6( "2c", 8, "67 00 0006 00000009" ), kIpv6 },
+        { raw, ipv6( "2c", 8, "67 00 0001 00000009" ), "fragment" },
+        { raw, ipv6( "2c", 8, "67 00 0008 00000009" ), "fragment" },
+        { raw, ipv6( "00", 8, "67 ff 000000000000" ), "badIpHeader" },
+        { raw, ipv6( "00" ), "badIpHeader" },
+        { raw, ipv6( "00", 800, std::string( 1600, '0' ) ), "badIpHeader" } } ) {
+      const ByteVector frame = PacketBuilder().hex( row.frame );
+      IpPacket packet;
+      DropReason reason = decodeFrame( row.link, frame, packet );
+      std::string text( dropName( reason ) );
+      if ( reason == notDropped )
+         text = fmt::format( "{}>{} {} ttl {}: {}", valueToStrep( packet.source ),
+                             valueToStrep( packet.destination ), packet.protocol,
+                             packet.ttl, fmt::join( packet.payload, " " ) );
+      EXPECT_EQ( text, row.text ) << row.frame;
+   }
 }
 
 TEST( IpDecoder, VlansAreInterfacesOfTheirOwn ) {
-   auto isOf = []( const char* behindMacs, LinkType link = LinkType::ethernet ) {
-      const ByteVector frame = PacketBuilder().zeros( 12 ).hex( behindMacs );
+   auto isOf = []( const std::string& behindMacs,
+                   LinkType link = LinkType::ethernet ) {
+      const ByteVector frame = PacketBuilder().hex( kMacs + behindMacs );
       return isOfVlan( link, frame );
    };
    EXPECT_TRUE( isOf( "8100 0005 0800" ) );
@@ -79,83 +91,6 @@ TEST( IpDecoder, VlansAreInterfacesOfTheirOwn ) {
    EXPECT_FALSE( isOf( "0800 4500" ) );
    EXPECT_FALSE( isOf( "8100" ) );
    EXPECT_FALSE( isOf( "8100 0005", LinkType::rawIp ) );
-}
-
-TEST( IpDecoder, LinkHeadersLeadToThePacket ) {
-   ByteVector trailer = { 0xee, 0xee };  // padding to the least Ethernet frame
-   const ByteVector macs( 12 );
-   struct Row {
-      const char* name;
-      LinkType link;
-      ByteVector header;
-   };
-   auto behindMacs = [&]( const char* text ) {
-      return PacketBuilder().raw( macs ).hex( text );
-   };
-   for ( const Row& row :
-         { Row{ "ethernet", LinkType::ethernet, behindMacs( "0800" ) },
-           { "tagged", LinkType::ethernet, behindMacs( "8100 0005 0800" ) },
-           { "twice", LinkType::ethernet,
-             behindMacs( "88a8 0005 8100 0006 0800" ) },
-           { "cooked", LinkType::linuxCooked, behindMacs( "0000 0800" ) },
-           { "cooked 2", LinkType::linuxCooked2,
-             PacketBuilder().hex( "0800" ).zeros( 18 ) },
-           { "raw", LinkType::rawIp, {} } } ) {
-      SCOPED_TRACE( row.name );
-      Decoded decoded(
-         PacketBuilder().raw( row.header ).raw( ipv4() ).raw( trailer ), row.link );
-      expectPayload( decoded );
-      EXPECT_EQ( decoded.packet.source, Vantu::IpGenAddr( "192.0.2.1" ) );
-   }
-   EXPECT_EQ( reasonOf( ipv4(), LinkType::unknown ), unknownLink );
-   ByteVector arp = behindMacs( "0806" ).zeros( 28 );
-   EXPECT_EQ( reasonOf( arp, LinkType::ethernet ), notIp );
-   ByteVector mixed = behindMacs( "86dd" ).raw( ipv4() ).zeros( 20 );
-   EXPECT_EQ( reasonOf( mixed, LinkType::ethernet ), badIpHeader );
-}
-
-TEST( IpDecoder, Ipv4HeadersThatContradictThemselves ) {
-   expectPayload( Decoded( ipv4( { .headerWords = 7, .total = 32 } ) ) );
-   EXPECT_EQ( reasonOf( ipv4( { .version = 5 } ) ), badIpHeader );
-   EXPECT_EQ( reasonOf( ipv4( { .headerWords = 4 } ) ), badIpHeader );
-   EXPECT_EQ( reasonOf( ipv4( { .headerWords = 7, .total = 27 } ) ), badIpHeader );
-   EXPECT_EQ( reasonOf( ipv4( { .total = 25 } ) ), truncatedCapture );
-   EXPECT_EQ( reasonOf( ipv4( { .fragment = 0x2000 } ) ), fragment );
-   EXPECT_EQ( reasonOf( ipv4( { .fragment = 1 } ) ), fragment );
-}
-
-TEST( IpDecoder, Ipv6ExtensionHeadersAreSkipped ) {
-   constexpr unsigned kHopByHop = 0;
-   constexpr unsigned kFragment = 44;
-   Decoded plain( ipv6() );
-   expectPayload( plain );
-   EXPECT_EQ( plain.packet.destination, Vantu::IpGenAddr( "ff02::d" ) );
-   // Hop-by-hop, destination, routing, and a fragment that is the whole packet.
-   expectPayload( Decoded( ipv6( kHopByHop, PacketBuilder()
-                                               .hex( "3c 00 000000000000" )
-                                               .hex( "2b 02" )
-                                               .zeros( 22 )
-                                               .hex( "2c 00 000000000000" )
-                                               .hex( "67 00 0000 00000009" ) ) ) );
-   struct Row {
-      const char* what;
-      unsigned next;
-      ByteVector extensions;
-      DropReason reason;
-   };
-   auto hex = []( const char* text ) { return PacketBuilder().hex( text ); };
-   for ( const Row& row :
-         { Row{ "more fragments", kFragment, hex( "67 00 0001 00000009" ),
-                fragment },
-           { "a later fragment", kFragment, hex( "67 00 0008 00000009" ),
-             fragment },
-           { "reserved bits", kFragment, hex( "67 00 0006 00000009" ), notDropped },
-           { "too long", kHopByHop, hex( "67 ff 000000000000" ), badIpHeader },
-           { "cut off in its first bytes", kHopByHop, {}, badIpHeader },
-           { "an endless chain", kHopByHop, ByteVector( 800 ), badIpHeader } } ) {
-      EXPECT_EQ( reasonOf( ipv6( row.next, row.extensions ) ), row.reason )
-         << row.what;
-   }
 }
 
 }

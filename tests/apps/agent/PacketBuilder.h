@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,10 +24,21 @@ class PacketBuilder {
    PacketBuilder& u32( uint32_t value ) {
       return u16( value >> 16 ).u16( value & 0xffff );
    }
-   // "8100 0005": digits in pairs, spaces anywhere between them.
-   PacketBuilder& hex( const char* text ) {
-      for ( const char* at = text; *at != '\0'; at += *at == ' ' ? 1 : 2 ) {
-         if ( *at != ' ' ) u8( std::stoul( std::string( at, 2 ), nullptr, 16 ) );
+   // "8100 0005 =10.0.0.1 @10.0.0.1 #239.1.1.1 7%10.0.0.1": digits in pairs, and addresses:
+   // plain, and encoded as unicast, as group and as source with those flags.
+   PacketBuilder& hex( const std::string& text ) {
+      std::istringstream words( text );
+      for ( std::string word; words >> word; ) {
+         const size_t mark = word.find_first_of( "=@#%" );
+         const char* behind = word.c_str() + mark + 1;
+         for ( size_t at = 0; mark == std::string::npos && at < word.size();
+               at += 2 )
+            u8( std::stoul( word.substr( at, 2 ), nullptr, 16 ) );
+         if ( mark == std::string::npos ) continue;
+         if ( word[mark] == '=' ) addr( behind );
+         if ( word[mark] == '@' ) unicast( behind );
+         if ( word[mark] == '#' ) group( behind );
+         if ( word[mark] == '%' ) source( behind, word[0] - '0' );
       }
       return *this;
    }

@@ -157,14 +157,19 @@ TEST_P( LiveRouter, InterfacesComeAndGo ) {
    Receiver left = receiver( 1, group( 1 ) );
    ASSERT_TRUE( flows( left, stream ) );
    left.forget();
+   net->router.ip( "link add r4 type veth peer name c4" );
    configure( host( 0 ),
               "      - {name: r3, addresses: [10.99.3.1/24, "
-              "\"2001:db8:99:3::1/64\"]}\n" );
+              "\"2001:db8:99:3::1/64\"]}\n"
+              "      - {name: r4, addresses: [10.99.4.1/24]}\n" );
    for ( Program* each : { agent.get(), &forwarder->program() } ) {
       each->signal( SIGHUP );
       ASSERT_TRUE( each->untilErr( "took up" ) ) << each->err();
    }
    ASSERT_TRUE( agent->untilErr( "r3: there is none of that name; waiting" ) );
+   ASSERT_TRUE( agent->untilErr( "r4: it is down; waiting" ) ) << agent->err();
+   net->router.ip( "link set r4 up" );
+   ASSERT_TRUE( agent->untilErr( "r4: is heard" ) ) << agent->err();
    {
       Namespace late;
       connect( net->router, "r3", late, "c0" );

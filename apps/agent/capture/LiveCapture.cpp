@@ -16,9 +16,12 @@ constexpr const char* kFilter =
    "ip proto 2 or ip proto 103 or ip6 proto 103 or ip6 proto 0 or "
    "(icmp6 and (ip6[40] = 143 or (ip6[40] >= 130 and ip6[40] <= 132)))";
 
-class NoSuchInterface : public CaptureError {
+// There is no such interface, or it is down: either may change.
+class InterfaceAway : public CaptureError {
  public:
-   using CaptureError::CaptureError;
+   InterfaceAway( const std::string& interface, const char* what )
+      : CaptureError( interface + ": " + what ), why( what ) {}
+   const char* why;
 };
 
 }
@@ -42,9 +45,9 @@ LiveCapture::LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interf
      observer_( std::move( observer ) ) {
    try {
       open();
-   } catch ( const NoSuchInterface& ) {
+   } catch ( const InterfaceAway& e ) {
       if ( presence == isThere ) throw;
-      lose( "there is none of that name" );
+      lose( e.why );
    }
 }
 
@@ -64,7 +67,10 @@ void LiveCapture::open() {
       std::string text = pcap_geterr( pcap );
       if ( text.empty() ) text = pcap_statustostr( result );
       if ( result == PCAP_ERROR_NO_SUCH_DEVICE )
-         throw NoSuchInterface( interface_ + ": " + text );
+         throw InterfaceAway( interface_, "there is none of that name" );
+      if ( result == PCAP_ERROR_IFACE_NOT_UP )
+         throw InterfaceAway( interface_, "it is down" );
+      if ( result == PCAP_ERROR_PERM_DENIED ) text += "; needs CAP_NET_RAW";
       throw CaptureError( interface_ + ": " + text );
    }
    bpf_program program;

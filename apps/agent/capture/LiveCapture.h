@@ -29,8 +29,8 @@ class LiveCapture : public Mox::Clock::Notifiee {
 
    enum Presence { isThere, isWaitedFor };
 
-   // Opens the interface. Throws CaptureError: this process may not listen, or there is
-   // no interface of that name and none is waited for.
+   // Opens the interface. Throws CaptureError: this process may not listen, or the
+   // interface is not there, or down, and is not waited for.
    LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interface,
                 Observer observer, Presence presence = isThere );
    ~LiveCapture() override;

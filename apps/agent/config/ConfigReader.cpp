@@ -25,7 +25,9 @@ using Vantu::IpGenPrefix;
 // The kernel names the register interface after the table, in 15 characters.
 constexpr uint32_t kMrouteTableEnd = 1'000'000'000;
 // The R bit of an assert stands above the preference (RFC 7761, 4.9.6).
-constexpr uint32_t kMaxPreference = 255;  // an administrative distance: 8 bits
+constexpr uint32_t kMaxPreference = 255;      // an administrative distance: 8 bits
+constexpr uint32_t kMaxRecords = 16'000'000;  // a table holds some more
+constexpr const char* kNoSsmRange = ".no-ssm-range";
 
 IpGenPrefix multicastRange( AddressFamily family ) {
    return IpGenPrefix( family == AddressFamily::ipv4 ? "224.0.0.0/4" : "ff00::/8" );
@@ -58,12 +60,21 @@ void checkNew( const Place& place, const char* what, std::vector<T>& known,
 
 InterfaceAddress readAddress( const Place& place ) {
    std::string text = place.text( "address" );
+   if ( text.find( '/' ) == std::string::npos )
+      place.fail( fmt::format( "address: expected address/length at '{}'", text ) );
    InterfaceAddress out;
    out.subnet = Section::convert<IpGenPrefix>( place, "address" );
-   if ( out.subnet.isNone() ) place.fail( "address: expected address/length" );
    out.address = IpGenAddr( Mox::StringView( text ).substr( 0, text.find( '/' ) ) );
    checkUnicast( place, out.address );
    return out;
+}
+
+// Of a VRF or an interface.
+template <class Name>
+Name readNewName( const Place& place ) {
+   if ( place.text( "name" ).size() > Name::maxLength )
+      place.fail( fmt::format( "name: longer than {} bytes", Name::maxLength ) );
+   return Section::convert<Name>( place, "name" );
 }
 
 IntfId readInterfaceName( const Place& place, const VrfConfig& vrf ) {
@@ -113,7 +124,11 @@ Acl::AclRule readRule( const Place& place, uint32_t place10, bool& extended ) {
    Acl::AclRule out;
    out.sequence = place10;
    section.value( "sequence", out.sequence );
-   out.action = section.required<Acl::AclAction>( "action" );
+   Place action = section.require( "action" );
+   std::string word = action.text( "action" );
+   if ( word != "permit" && word != "deny" )
+      action.fail( fmt::format( "action: '{}' is neither permit nor deny", word ) );
+   out.action = Section::convert<Acl::AclAction>( action, "action" );
    section.value( "group", out.destination );
    if ( std::optional<Place> source = section.take( "source" ) ) {
       out.source = Section::convert<IpGenPrefix>( *source, "source" );
@@ -136,6 +151,8 @@ class VrfReader {
    AccessListConfig readAccessList( const Place& place );
    void readName( Section& section, VrfConfig& out );
    void readMrouteTable( Section& section, VrfConfig& out );
+   void readFilter( Section& section, const char* key, std::string& out ) const;
+   static void readLimit( Section& section, const char* key, uint32_t& out );
    static void readRpf( Section& section, VrfConfig& out );
 
    std::vector<L3::VrfName> vrfs_;
@@ -161,16 +178,16 @@ VrfConfig VrfReader::read( const Place& place ) {
    readName( section, out );
    readMrouteTable( section, out );
    readRpf( section, out );
-   section.value( "maxRoutes", out.maxRoutes );
-   section.value( "maxRouteIntfs", out.maxRouteIntfs );
+   readLimit( section, "maxRoutes", out.maxRoutes );
+   readLimit( section, "maxRouteIntfs", out.maxRouteIntfs );
    section.value( "require-hello", out.requireHello );
-   section.value( "ssmFilter", out.ssmFilter );
-   section.value( "ssmFilter6", out.ssmFilter6 );
-   section.value( "frrFilter", out.frrFilter );
-   section.value( "frrFilter6", out.frrFilter6 );
    for ( const Place& member : section.list( "access-lists" ) ) {
       out.accessLists.push_back( readAccessList( member ) );
    }
+   readFilter( section, "ssmFilter", out.ssmFilter );
+   readFilter( section, "ssmFilter6", out.ssmFilter6 );
+   readFilter( section, "frrFilter", out.frrFilter );
+   readFilter( section, "frrFilter6", out.frrFilter6 );
    for ( const Place& member : section.list( "interfaces" ) ) {
       out.interfaces.push_back( readInterface( member ) );
    }
@@ -190,7 +207,7 @@ VrfConfig VrfReader::read( const Place& place ) {
 // The name becomes a part of the tables' paths.
 void VrfReader::readName( Section& section, VrfConfig& out ) {
    Place place = section.require( "name" );
-   out.name = Section::convert<L3::VrfName>( place, "name" );
+   out.name = readNewName<L3::VrfName>( place );
    const std::string& name = out.name.name();
    // "all" is how readers ask for every one.
    if ( name.empty() || name == "." || name == ".." || name == "all" ||
@@ -213,8 +230,29 @@ void VrfReader::readMrouteTable( Section& section, VrfConfig& out ) {
    out.mrouteTable = table;
    auto [other, isNew] = mrouteTables_.emplace( table, out.name );
    if ( !isNew )
-      place->fail( fmt::format( "mroute-table {} is VRF '{}'s", table,
+      place->fail( fmt::format( "mroute-table {} is that of VRF '{}'", table,
                                 other->second.name() ) );
+}
+
+// Without its list a filter would be none, and nobody would be told.
+void VrfReader::readFilter( Section& section, const char* key,
+                            std::string& out ) const {
+   std::optional<Place> place = section.take( key );
+   if ( !place ) return;
+   out = place->text( key );
+   bool known = std::count( accessLists_.begin(), accessLists_.end(), out ) != 0;
+   bool isSsm = std::string_view( key ).substr( 0, 3 ) == "ssm";
+   if ( !known && !( isSsm && out == kNoSsmRange ) )
+      place->fail( fmt::format( "{}: no access list '{}' in this VRF", key, out ) );
+}
+
+void VrfReader::readLimit( Section& section, const char* key, uint32_t& out ) {
+   std::optional<Place> place = section.take( key );
+   if ( !place ) return;
+   out = Section::convert<uint32_t>( *place, key );
+   if ( out == 0 || out > kMaxRecords )
+      place->fail(
+         fmt::format( "{}: {} is not in 1 to {}", key, out, kMaxRecords ) );
 }
 
 void VrfReader::readRpf( Section& section, VrfConfig& out ) {
@@ -232,7 +270,7 @@ InterfaceConfig VrfReader::readInterface( const Place& place ) {
    Section section( place, "interface" );
    InterfaceConfig out;
    Place name = section.require( "name" );
-   out.name = Section::convert<IntfId>( name, "name" );
+   out.name = readNewName<IntfId>( name );
    std::string text( out.name.name() );
    if ( text.empty() ) name.fail( "an interface needs a name" );
    checkNew( name, "interface", interfaces_, out.name, text );

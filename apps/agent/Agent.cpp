@@ -314,9 +314,10 @@ std::string Agent::summary() const {
    if ( !replay_.problem().empty() ) out += replay_.problem() + "\n";
    out += counters_.text() + "\n";
    for ( const auto& family : families_ ) {
-      out += fmt::format( "vrf {} {}: {} routes\n", family->config().name.name(),
-                          Vantu::valueToStrep( family->family() ),
-                          family->model().route().size() );
+      size_t routes = family->model().route().size();
+      out += fmt::format( "vrf {} {}: {} {}\n", family->config().name.name(),
+                          Vantu::valueToStrep( family->family() ), routes,
+                          routes == 1 ? "route" : "routes" );
    }
    return out;
 }

@@ -7,6 +7,7 @@
 #include "apps/agent/Agent.h"
 #include "apps/agent/config/ConfigReader.h"
 #include "platform/loop/SignalWatcher.h"
+#include "platform/shm/Error.h"
 #include "platform/trace/Sinks.h"
 
 namespace {
@@ -53,15 +54,16 @@ void declare( CLI::App& app, Arguments& arguments ) {
                       "Without a configuration: which router on the link to play" )
          ->type_name( "ADDRESS" )
          ->check( notARouter );
-   app.add_option( "--config", arguments.config, "Configuration file (YAML)" )
-      ->type_name( "FILE" )
-      ->excludes( router );
+   auto* config =
+      app.add_option( "--config", arguments.config, "Configuration file (YAML)" )
+         ->type_name( "FILE" )
+         ->excludes( router );
    app.add_flag(
          "--listen", arguments.listen,
          "Listen on the interfaces of the configuration, also as it changes" )
+      ->needs( config )
       ->excludes( read )
-      ->excludes( interface )
-      ->excludes( router );
+      ->excludes( interface );
    app.add_option( "--root", arguments.root, "Directory of the tables" )
       ->type_name( "DIR" )
       ->capture_default_str();
@@ -120,6 +122,10 @@ int run( const Arguments& arguments ) {
                             [&]( int ) { loop.stop(); } );
    Agent::Agent agent( loop, std::move( options ) );
    for ( const std::string& note : agent.mountNotes() ) complain( 0, note );
+   if ( !arguments.listen && arguments.interfaces.empty() &&
+        arguments.read.empty() )
+      complain( 0,
+                "hears nothing: give --listen, --interface NAME or --read FILE" );
    Mox::SignalWatcher reloads( loop, { SIGHUP },
                                [&]( int ) { reload( agent, arguments.config ); } );
    agent.readyIs( [&] {
@@ -152,6 +158,9 @@ int main( int argc, char** argv ) {
    }
    try {
       return run( arguments );
+   } catch ( const Brane::SecondWriterError& e ) {
+      return complain(
+         kFailed, std::string( e.what() ) + ": stop it, or name another --root" );
    } catch ( const std::exception& e ) {
       return complain( kFailed, e.what() );
    }

@@ -232,6 +232,7 @@ TEST_P( AgentRefuses, InOneLine ) {
 
 const WrongRow kWrongRows[] = {
    { "NoConfiguration", "", 2, "--config FILE, or --router ADDRESS" },
+   { "ListenWithoutConfiguration", "--listen --router 192.0.2.1", 2, "--config" },
    { "UnknownOption", "--what", 2, "--what" },
    { "BothConfigurations", "--router 192.0.2.1 --config CONFIG", 2, "--router" },
    { "RouterIsNoAddress", "--router 192.0.2.256", 2, "192.0.2.256" },

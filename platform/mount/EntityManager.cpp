@@ -156,12 +156,16 @@ void checkDirectory( const Mox::String& directory ) {
    if ( !S_ISDIR( target.st_mode ) ) refuse( "not a directory" );
    for ( uid_t owner : { name.st_uid, target.st_uid } ) {
       if ( owner == 0 || owner == geteuid() ) continue;
-      refuse( fmt::format( "belongs to user {}, neither root nor {}, who writes",
-                           owner, geteuid() ) );
+      refuse(
+         fmt::format( "belongs to user {}, who could change the tables: name "
+                      "another, or remove it",
+                      owner ) );
    }
    if ( ( target.st_mode & S_IWOTH ) && !( target.st_mode & S_ISVTX ) ) {
-      refuse( fmt::format( "everybody may write it (mode {:o})",
-                           target.st_mode & 07777 ) );
+      refuse(
+         fmt::format( "everybody may write it (mode {:o}): name another, or "
+                      "remove it",
+                      target.st_mode & 07777 ) );
    }
 }
 

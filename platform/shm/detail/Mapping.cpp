@@ -1,6 +1,7 @@
 #include "platform/shm/detail/Mapping.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -85,8 +86,9 @@ Descriptor createFile( const Mox::String& path, uint64_t size ) {
    int error = allocate( file.get(), size );
    if ( error ) {
       unlink( path.c_str() );
+      Mox::String what = fmt::format( "cannot allocate {} bytes", size );
       errno = error;
-      systemFailed( path, "cannot allocate" );
+      systemFailed( path, what.c_str() );
    }
    return file;
 }

@@ -10,7 +10,7 @@ _pimsm_words() {
 }
 
 _pimsm() {
-   local cur prev words cword command
+   local cur prev words cword command i
    _init_completion || return
    case $prev in
       --root) _filedir -d; return ;;
@@ -19,13 +19,26 @@ _pimsm() {
          COMPREPLY=($(compgen -W "$(ls /sys/class/net 2>/dev/null)" -- "$cur"))
          return ;;
       --kind) COMPREPLY=($(compgen -W 'wc sg' -- "$cur")); return ;;
-      --vrf) COMPREPLY=($(compgen -W 'all default' -- "$cur")); return ;;
-      --router | --group | --source | --received | --failover | --counters) return ;;
+      --vrf)
+         COMPREPLY=($(compgen -W "all
+            $(ls /dev/shm/pimsm/routing/pim/sparsemode/status 2>/dev/null)" -- "$cur"))
+         return ;;
+      --router | --group | --source | --macro | --received | --failover | --counters)
+         return ;;
    esac
-   # pimsm-show has commands: the first word that is no option.
+   # pimsm-show has commands: the first word that is no option, nor an option's value.
    command=
-   [[ ${words[0]##*/} != pimsm-show || $cword -lt 2 || ${words[1]} == -* ]] ||
-      command=${words[1]}
+   if [[ ${words[0]##*/} == pimsm-show ]]; then
+      for ((i = 1; i < cword; i++)); do
+         case ${words[i]} in
+            --root | --vrf | --group | --source | --iface | --iif | --kind)
+               ((i++))
+               [[ ${words[i]} != = ]] || ((i++)) ;;
+            -*) ;;
+            *) command=${words[i]}; break ;;
+         esac
+      done
+   fi
    COMPREPLY=($(compgen -W "$(_pimsm_words "${words[0]}" $command)" -- "$cur"))
 } &&
    complete -F _pimsm pimsm-agent pimsm-show pimsm-mfib

@@ -144,6 +144,8 @@ int main( int argc, char** argv ) try {
    Corvex::EntityManager manager(
       clock, &loop, argc > 1 ? argv[1] : Corvex::EntityManager::defaultRoot );
    auto model = Sm::statusFactory( vrf );
+   model->maxRoutesIs( 1000 );  // the tables take the room of so many
+   model->maxRouteIntfsIs( 10000 );
    auto tables = Sm::Brane::Status::mountInDependencyOrder(
       manager, Sm::Brane::Status::mountPath( Vantu::AddressFamily::ipv4, vrf ),
       Brane::tableWriter, model.get() );

@@ -17,6 +17,8 @@ int main( int argc, char** argv ) {
 
    // The state, the tables, and what keeps the second in step with the first.
    auto status = Sm::statusFactory( vrf );
+   status->maxRoutesIs( 1000 );  // the tables take the room of so many
+   status->maxRouteIntfsIs( 10000 );
    auto tables = Sm::Brane::Status::mountInDependencyOrder(
       manager, Sm::Brane::Status::mountPath( Vantu::AddressFamily::ipv4, vrf ),
       Brane::tableWriter, status.get() );

@@ -2,16 +2,19 @@
 //
 //    "0 join 210, 10 prune 3"   ->   "0 joined, 10 prunePending, 13 noInfo"
 //
-// Seconds count from the script's start; what stands behind them is the test's.
+// Seconds count from the script's start, to the hundredth; what stands behind them is
+// the test's.
 #pragma once
 
+#include <fmt/format.h>
+
+#include <cmath>
 #include <functional>
 #include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "platform/base/Text.h"
 #include "platform/loop/TestClock.h"
 
 namespace Agent {
@@ -35,8 +38,9 @@ inline std::string playScript(
    auto look = [&] {
       if ( state() == last ) return;
       last = state();
-      history += ( history.empty() ? "" : ", " ) +
-                 Mox::valueToStrep( clock.now() - start ) + ' ' + last;
+      history +=
+         fmt::format( "{}{:g} {}", history.empty() ? "" : ", ",
+                      std::round( 100 * ( clock.now() - start ) ) / 100, last );
    };
    // Whatever is due by then comes first.
    auto until = [&]( double seconds ) {

@@ -25,15 +25,19 @@ std::string directoryOf( Vantu::AddressFamily family ) {
    return any.substr( 0, any.size() - 2 );
 }
 
-// Whose group may look there: that of the nearest directory that everybody sees.
-std::string groupOf( std::filesystem::path path ) {
+// How one comes to look there: by the group of the nearest directory that everybody
+// sees; root's is nobody's to join.
+std::string remedy( std::filesystem::path path ) {
    struct stat status;
    while ( stat( path.c_str(), &status ) != 0 ) {
-      if ( path == path.parent_path() ) return "that owns it";
+      if ( path == path.parent_path() ) return "ask its owner";
       path = path.parent_path();
    }
+   if ( status.st_gid == 0 ) return "only root may look, as with sudo";
    const group* entry = getgrgid( status.st_gid );
-   return entry != nullptr ? entry->gr_name : std::to_string( status.st_gid );
+   return "join the group " +
+          ( entry != nullptr ? entry->gr_name : std::to_string( status.st_gid ) ) +
+          ", as usermod -aG does";
 }
 
 }
@@ -46,8 +50,7 @@ std::vector<L3::VrfName> vrfsUnder( const std::string& root,
    std::filesystem::directory_iterator entries( directory, missing );
    if ( missing == std::errc::permission_denied ) {
       throw std::runtime_error( directory.string() +
-                                ": permission denied: join the group " +
-                                groupOf( directory ) + ", as usermod -aG does" );
+                                ": permission denied: " + remedy( directory ) );
    }
    for ( const auto& entry : entries ) {
       const std::string name = entry.path().filename().string();

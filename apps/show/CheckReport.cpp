@@ -139,8 +139,9 @@ void checkProcess( const Published::ProcessStatus& process, Checked& checked ) {
 
 std::string checkText( const Mirror& mirror, const Checked& checked ) {
    std::string text = fmt::format(
-      "vrf {} {}: {} routes, {} interfaces checked, {} found, agent {}\n",
-      mirror.vrf(), familyName( mirror.family ), checked.routes, checked.intfs,
+      "vrf {} {}: {} route{}, {} interface{} checked, {} found, agent {}\n",
+      mirror.vrf(), familyName( mirror.family ), checked.routes,
+      checked.routes == 1 ? "" : "s", checked.intfs, checked.intfs == 1 ? "" : "s",
       checked.findings.size(), mirror.writerAlive() ? "running" : "gone" );
    for ( const Finding& finding : checked.findings )
       text += fmt::format( "    {:<15}  {}{}\n", finding.kind, whereText( finding ),

@@ -42,10 +42,20 @@ Sm::MacroArguments argumentsOf( const Question& question,
    return arguments;
 }
 
+// A macro of a route does not ask for an interface, and the reverse.
+void checkSubject( const std::string& macro, bool ofIntf ) {
+   const auto& others = ofIntf ? Sm::routeMacroNames() : Sm::intfMacroNames();
+   if ( std::find( others.begin(), others.end(), macro ) == others.end() ) return;
+   throw Mox::RangeError( macro + ( ofIntf
+                                       ? " is of a route: name no interface"
+                                       : " is of an interface: name one, too" ) );
+}
+
 Answer answer( const Mirror& mirror, const Question& question ) {
    const Route& route = *std::as_const( *mirror.model ).route( question.route );
    bool ofIntf = !question.intfId.empty();
    const std::string& macro = question.macro;
+   checkSubject( macro, ofIntf );
    Mox::Ptr<Sm::IntfCollection> failover = Sm::intfCollectionFactory();
    Sm::MacroArguments arguments = argumentsOf( question, *failover );
    if ( !ofIntf )

@@ -37,34 +37,29 @@ TEST( Config, TheDocumentedExampleIsRead ) {
       parse( text.substr( begin, text.find( "```", begin ) - begin ) );
    ASSERT_EQ( config.vrfs.size(), 2u );
    const VrfConfig& vrf = config.vrfs[0];
-   EXPECT_EQ( vrf.name, L3::VrfName( "default" ) );
    EXPECT_EQ( vrf.maxRoutes, 20000u );
    EXPECT_FALSE( vrf.requireHello );
    ASSERT_EQ( vrf.interfaces.size(), 2u );
    EXPECT_EQ( vrf.interfaces[0].capture, "left" );
    EXPECT_EQ( vrf.interfaces[1].drPriority, 100u );
-   ASSERT_EQ( vrf.interfaces[0].addresses.size(), 2u );
-   EXPECT_EQ( vrf.interfaces[0].addresses[0].address, IpGenAddr( "10.0.0.13" ) );
-   EXPECT_EQ( vrf.interfaces[0].addresses[0].subnet, IpGenPrefix( "10.0.0.0/24" ) );
-   EXPECT_EQ( vrf.interfaces[0].addresses[1].subnet,
-              IpGenPrefix( "2001:db8::/64" ) );
+   const auto& addresses = vrf.interfaces[0].addresses;
+   ASSERT_EQ( addresses.size(), 2u );
+   EXPECT_EQ( addresses[0].address, IpGenAddr( "10.0.0.13" ) );
+   EXPECT_EQ( addresses[0].subnet, IpGenPrefix( "10.0.0.0/24" ) );
+   EXPECT_EQ( addresses[1].subnet, IpGenPrefix( "2001:db8::/64" ) );
    ASSERT_EQ( vrf.rpfRoutes.size(), 2u );
    EXPECT_EQ( vrf.rpfRoutes[0].neighbor, IpGenAddr( "10.0.1.1" ) );
    EXPECT_EQ( vrf.rpfRoutes[0].preference, 110u );
    EXPECT_EQ( vrf.rpfRoutes[0].metric, 20u );
-   EXPECT_EQ( vrf.rpfRoutes[1].neighbor, IpGenAddr( "::" ) )
-      << "on the link itself";
+   EXPECT_TRUE( vrf.rpfRoutes[1].neighbor.isUnspecified() ) << "on the link itself";
    EXPECT_EQ( vrf.rps[0].groups, std::vector{ IpGenPrefix( "239.0.0.0/8" ) } );
    EXPECT_EQ( vrf.rps[2].anycastPeers, std::vector{ IpGenAddr( "10.0.1.9" ) } );
    ASSERT_EQ( vrf.advertised.size(), 2u );
    EXPECT_EQ( vrf.advertised[0].source, IpGenAddr( "10.0.0.7" ) );
    EXPECT_EQ( vrf.advertised[0].group, IpGenAddr( "239.1.2.3" ) );
    EXPECT_EQ( vrf.advertised[1].rp, IpGenAddr( "1.1.1.2" ) );
-   EXPECT_FALSE( vrf.advertised[0].anycast );
-   EXPECT_TRUE( vrf.advertised[1].anycast );
-   EXPECT_EQ( vrf.mrouteTable, std::nullopt );
+   EXPECT_TRUE( vrf.advertised[1].anycast && !vrf.advertised[0].anycast );
    EXPECT_EQ( config.vrfs[1].mrouteTable, 10u );
-   EXPECT_EQ( config.vrfs[1].interfaces[0].name, Vantu::IntfId( "eth2" ) );
 }
 
 TEST( Config, FaultsNameFileAndLine ) {
@@ -85,15 +80,11 @@ TEST( Config, FaultsNameFileAndLine ) {
       const Row& row : {
          Row{ "maxRouter: 5", "vrf: unknown key 'maxRouter'" },
          { "maxRoutes: many", "maxRoutes: expected a number at 'many'" },
-         { "maxRoutes: -1", "maxRoutes: expected a number at '-1'" },
-         { "maxRoutes: 4294967296", "maxRoutes: 4294967296 is above 4294967295" },
          { "maxRoutes: 0", "maxRoutes: 0 is not in 1 to 16000000" },
          { "maxRouteIntfs: 16000001",
            "maxRouteIntfs: 16000001 is not in 1 to 16000000" },
          { "maxRoutes: [1]", "maxRoutes: expected a single value" },
          { "mroute-table: 0", "mroute-table: 0 is not in 1 to 999999999" },
-         { "mroute-table: 1000000000",
-           "mroute-table: 1000000000 is not in 1 to 999999999" },
          { "require-hello: maybe",
            "require-hello: expected true or false at 'maybe'" },
          { "access-lists: [{rules: []}]", "access-list: key 'name' is missing" },
@@ -114,12 +105,8 @@ TEST( Config, FaultsNameFileAndLine ) {
          { "rps: [{address: 224.0.0.1}]", "224.0.0.1 is no unicast address" },
          { "rps: [{address: 10.0.0.1, groups: [10.0.0.0/8]}]",
            "10.0.0.0/8 is not within 224.0.0.0/4" },
-         { "rps: [{address: 10.0.0.1, groups: ['ff0e::/16']}]",
-           "ff0e::/16 is not within 224.0.0.0/4" },
          { "rps: [{address: 10.0.0.1}, {address: 10.0.0.1}]",
            "RP '10.0.0.1' comes twice" },
-         { "rps: [{address: 10.0.0.1, anycast-peers: ['::1']}]",
-           "anycast-peers: ::1 is of another family" },
          { "rps: [{address: 10.0.0.1, anycast-peers: [10.0.0.2, 10.0.0.2]}]",
            "peer '10.0.0.2' comes twice" },
          { advertised( "source: 10.0.0.7, rp: 10.0.0.1" ),
@@ -128,20 +115,14 @@ TEST( Config, FaultsNameFileAndLine ) {
            "10.0.0.8 is no multicast address" },
          { advertised( "source: '::7', group: 239.1.2.3, rp: 10.0.0.1" ),
            "source: ::7 is of another family" },
-         { advertised( "source: 10.0.0.7, group: 239.1.2.3, rp: 224.0.0.1" ),
-           "224.0.0.1 is no unicast address" },
          { advertised( "source: 10.0.0.7, group: 239.1.2.3, rp: 10.0.0.1}, "
                        "{source: 10.0.0.7, group: 239.1.2.3, rp: 10.0.0.2" ),
            "advertised (10.0.0.7, 239.1.2.3) comes twice" },
          { rpf( "10.0.0.0/33, interface: eth0" ),
            "prefix: IpGenPrefix::length > 32 not allowed" },
          { rpf( "none, interface: eth0" ), "prefix: expected address/length" },
-         { rpf( "10.0.0.0/8, interface: eth9" ),
-           "interface 'eth9' is not of this VRF" },
          { rpf( "10.0.0.0/8, interface: eth0, neighbor: '::1'" ),
            "neighbor and prefix differ in family" },
-         { rpf( "10.0.0.0/8, interface: eth0, neighbor: 0.0.0.0" ),
-           "0.0.0.0 is no unicast address" },
          { rpf( "10.0.0.0/8, interface: eth0, preference: 256" ),
            "preference: 256 is above 255" },
          { rpf( "10.0.0.0/8, interface: eth0}, {prefix: 10.1.0.0/8, interface: "
@@ -187,15 +168,12 @@ TEST( Config, FaultsOfInterfacesVrfsAndDocuments ) {
 }
 
 TEST( Config, VrfsMayHaveTheSameAddresses ) {
-   auto vrf = []( const std::string& name ) {
-      return "- name: " + name + "\n  interfaces:\n  - name: " + name +
-             "0\n    addresses: [10.0.0.1/24]\n  rpf-routes:\n  - {prefix: "
-             "10.1.0.0/16, interface: " +
-             name + "0}\n  rps:\n  - address: 2001:db8::1\n";
-   };
-   AgentConfig config = parse( "vrfs:\n" + vrf( "red" ) + vrf( "blue" ) );
-   ASSERT_EQ( config.vrfs.size(), 2u );
-   EXPECT_EQ( config.vrfs[0].rps[0].groups,
+   std::string text = "vrfs:\n";
+   for ( std::string name : { "red", "blue" } )
+      text += "- name: " + name + "\n  interfaces: [{name: " + name +
+              "0, addresses: [10.0.0.1/24]}]\n"
+              "  rps: [{address: 2001:db8::1}]\n";
+   EXPECT_EQ( parse( text ).vrfs.at( 1 ).rps[0].groups,
               std::vector{ IpGenPrefix( "ff00::/8" ) } );
 }
 
@@ -223,9 +201,7 @@ TEST( Config, UnreadableFilesAreNamed ) {
 
 TEST( Config, WithoutOneAnInterfaceIsAssumedAndSaidSo ) {
    AgentConfig config = assumedConfig( IpGenAddr( "10.0.0.13" ) );
-   CaptureBinding only = captureBinding( config, "" );
-   EXPECT_EQ( only.interface, Vantu::IntfId( "eth0" ) );
-   EXPECT_EQ( only.vrf, L3::VrfName( "default" ) );
+   EXPECT_EQ( captureBinding( config, "" ).interface, Vantu::IntfId( "eth0" ) );
    EXPECT_EQ( config.vrfs[0].interfaces[0].addresses[0].subnet,
               IpGenPrefix( "10.0.0.0/24" ) );
    EXPECT_EQ(

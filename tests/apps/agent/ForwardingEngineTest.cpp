@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
+#include <map>
 
 #include "tests/support/VrfBuilder.h"
 
@@ -32,20 +32,12 @@ class Forwarding : public testing::Test {
    }
    // The records of a route in order, in brackets those that do not forward.
    static std::string records( const Route& route ) {
-      std::vector<std::string> names;
-      for ( const Intf& intf : route.routeIntf() ) {
-         std::string name( intf.intfId().name() );
-         names.push_back( intf.forward() ? name : "[" + name + "]" );
-      }
-      auto bare = []( const std::string& name ) {
-         return name.front() == '[' ? name.substr( 1 ) : name;
-      };
-      std::sort( names.begin(), names.end(), [&]( const auto& a, const auto& b ) {
-         return bare( a ) < bare( b );
-      } );
+      std::map<std::string, bool> forward;
+      for ( const Intf& intf : route.routeIntf() )
+         forward[std::string( intf.intfId().name() )] = intf.forward();
       std::string out;
-      for ( const std::string& name : names )
-         out += ( out.empty() ? "" : " " ) + name;
+      for ( const auto& [name, is] : forward )
+         out += ( out.empty() ? "" : " " ) + ( is ? name : "[" + name + "]" );
       return out;
    }
    std::string wcRecords() { return records( *wc() ); }
@@ -102,86 +94,54 @@ TEST_F( Forwarding, FollowsEveryInput ) {
    Intf& own = *source.routeIntf( intfId( "eth2" ) );
    Intf& inherited = *source.routeIntf( intfId( "eth1" ) );
    auto pim = [&]( const char* name ) { return vrf.pim()->intf( intfId( name ) ); };
-   const AssertInfo lost{ iAmAssertLoser, assertMetric( "[S] 192.0.2.7 [1/1]" ) };
-   Mox::Ptr<Routing::Pim::Status> noPim = Mox::newEntity<Routing::Pim::Status>();
+   auto member = [&] { return source.routeIntfIs( intfId( "eth2" ) ); };
+   auto shared = [&] { return wc().intf( "eth1" ); };
+   const Routing::Pim::IntfAddr six{ addr( "192.0.2.6" ), 24 };
+   const AssertInfo won{ iAmAssertWinner, assertMetric( "[S] 192.0.2.5 [1/1]" ) };
    struct Step {
-      const char* what;
       std::function<void()> change;
       const char* records;
    };
    const Step steps[] = {
-      { "join", [&] { own.joinStateIs( Intf::noInfo ); }, "eth1" },
-      { "member",
-        [&] {
-           source.routeIntfIs( intfId( "eth2" ) )->localReceiverIncludeIs( true );
-        },
-        "eth1 eth2" },
-      { "DR role", [&] { pim( "eth2" )->iAmDrIs( false ); }, "eth1 [eth2]" },
-      { "winner",
-        [&] {
-           source.routeIntf( intfId( "eth2" ) )
-              ->assertInfoIs(
-                 { iAmAssertWinner, assertMetric( "[S] 192.0.2.5 [1/1]" ) } );
-        },
-        "eth1 eth2" },
-      { "address",
-        [&] {
-           pim( "eth2" )->addrIs( { addr( "192.0.2.6" ), 24 } );
-        },
-        "eth1 [eth2]" },
-      { "no PIM interface", [&] { vrf.pim()->intfDel( intfId( "eth2" ) ); },
-        "eth1 [eth2]" },
-      { "no winner",
-        [&] { source.routeIntf( intfId( "eth2" ) )->assertInfoIs( {} ); },
-        "eth1 eth2" },
-      { "PIM interface again", [&] { vrf.pim()->intfIs( intfId( "eth2" ) ); },
-        "eth1 eth2" },  // without address it is its own winner
-      { "its address",
-        [&] {
-           pim( "eth2" )->addrIs( { addr( "192.0.2.6" ), 24 } );
-        },
-        "eth1 [eth2]" },
-      { "other PIM status", [&] { vrf->pimStatusIs( noPim ); }, "eth1 eth2" },
-      { "no PIM status", [&] { vrf->pimStatusIs( nullptr ); }, "eth1 eth2" },
-      { "PIM status again", [&] { vrf->pimStatusIs( vrf.pim() ); }, "eth1 [eth2]" },
-      { "still heard", [&] { pim( "eth2" )->iAmDrIs( true ); }, "eth1 eth2" },
-      { "rpt prune", [&] { inherited.rptStateIs( Intf::rptPruned ); },
-        "[eth1] eth2" },
-      { "rpt prune ends", [&] { inherited.rptStateIs( Intf::rptNoInfo ); },
-        "eth1 eth2" },
-      { "member of the group",
-        [&] { wc().intf( "eth1" )->localReceiverIncludeIs( true ); }, "eth1 eth2" },
-      { "its join ends", [&] { wc().intf( "eth1" )->joinStateIs( Intf::noInfo ); },
-        "eth1 eth2" },
-      { "source excluded", [&] { inherited.localReceiverExcludeIs( true ); },
-        "[eth1] eth2" },
-      { "and not", [&] { inherited.localReceiverExcludeIs( false ); },
-        "eth1 eth2" },
-      { "assert of the group", [&] { wc().intf( "eth1" )->assertInfoIs( lost ); },
-        "[eth1] eth2" },
-      { "and not", [&] { wc().intf( "eth1" )->assertInfoIs( {} ); }, "eth1 eth2" },
-      { "RPF", [&] { source.umh()->rpfIs( rpfBy( "eth2" ) ); }, "eth1 [eth2]" },
-      { "switch of interface", [&] { source.iifSwitchingIs( true ); },
-        "eth1 [eth2]" },
-      { "its state", [&] { source.iifSwitchStateIs( Route::switchIifUpdated ); },
-        "eth1 eth2" },
-      { "former RPF", [&] { source.umh()->prevRpfIs( rpfBy( "eth1" ) ); },
-        "[eth1] eth2" },
-      { "border router", [&] { source.mbrIs( true ); }, "eth1 eth2" },
-      { "its interface", [&] { source.umh()->mbrIifIs( intfId( "eth2" ) ); },
-        "eth1 [eth2]" },
-      { "no upstream record", [&] { source.umhDel(); }, "eth1 eth2" },
-      { "another", [&] { source.umhIs(); }, "eth1 eth2" },
-      { "bound", [&] { source.umh()->routeIs( &source ); }, "eth1 eth2" },
-      { "with interface", [&] { source.umh()->mbrIifIs( intfId( "eth1" ) ); },
-        "[eth1] eth2" },
-      { "SPT bit", [&] { source.spTreeIs( false ); }, "[eth1] [eth2]" },
+      { [&] { own.joinStateIs( Intf::noInfo ); }, "eth1" },
+      { [&] { member()->localReceiverIncludeIs( true ); }, "eth1 eth2" },
+      { [&] { pim( "eth2" )->iAmDrIs( false ); }, "eth1 [eth2]" },
+      { [&] { member()->assertInfoIs( won ); }, "eth1 eth2" },
+      { [&] { pim( "eth2" )->addrIs( six ); }, "eth1 [eth2]" },
+      { [&] { member()->assertInfoIs( {} ); }, "eth1 [eth2]" },
+      { [&] { vrf.pim()->intfDel( intfId( "eth2" ) ); }, "eth1 eth2" },
+      // Without address it is its own winner.
+      { [&] { vrf.pim()->intfIs( intfId( "eth2" ) ); }, "eth1 eth2" },
+      { [&] { pim( "eth2" )->addrIs( six ); }, "eth1 [eth2]" },
+      { [&] { vrf->pimStatusIs( nullptr ); }, "eth1 eth2" },
+      { [&] { vrf->pimStatusIs( vrf.pim() ); }, "eth1 [eth2]" },
+      { [&] { pim( "eth2" )->iAmDrIs( true ); }, "eth1 eth2" },
+      { [&] { inherited.rptStateIs( Intf::rptPruned ); }, "[eth1] eth2" },
+      { [&] { inherited.rptStateIs( Intf::rptNoInfo ); }, "eth1 eth2" },
+      { [&] { shared().include(); }, "eth1 eth2" },
+      { [&] { shared().joinState( Intf::noInfo ); }, "eth1 eth2" },
+      { [&] { inherited.localReceiverExcludeIs( true ); }, "[eth1] eth2" },
+      { [&] { inherited.localReceiverExcludeIs( false ); }, "eth1 eth2" },
+      { [&] { shared().lostAssert( "[S] 192.0.2.7 [1/1]" ); }, "[eth1] eth2" },
+      { [&] { shared().noAssert(); }, "eth1 eth2" },
+      { [&] { source.umh()->rpfIs( rpfBy( "eth2" ) ); }, "eth1 [eth2]" },
+      { [&] { source.iifSwitchingIs( true ); }, "eth1 [eth2]" },
+      { [&] { source.iifSwitchStateIs( Route::switchIifUpdated ); }, "eth1 eth2" },
+      { [&] { source.umh()->prevRpfIs( rpfBy( "eth1" ) ); }, "[eth1] eth2" },
+      { [&] { source.mbrIs( true ); }, "eth1 eth2" },
+      { [&] { source.umh()->mbrIifIs( intfId( "eth2" ) ); }, "eth1 [eth2]" },
+      { [&] { source.umhDel(); }, "eth1 eth2" },
+      { [&] { source.umhIs(); }, "eth1 eth2" },
+      { [&] { source.umh()->routeIs( &source ); }, "eth1 eth2" },
+      { [&] { source.umh()->mbrIifIs( intfId( "eth1" ) ); }, "[eth1] eth2" },
+      { [&] { source.spTreeIs( false ); }, "[eth1] [eth2]" },
    };
+   int number = 0;
    for ( const Step& step : steps ) {
       step.change();
-      EXPECT_TRUE( engine.pending() ) << step.what;
+      EXPECT_TRUE( engine.pending() ) << ++number;
       review();
-      EXPECT_EQ( sgRecords(), step.records ) << step.what;
+      EXPECT_EQ( sgRecords(), step.records ) << number;
    }
 }
 

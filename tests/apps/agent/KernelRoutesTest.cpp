@@ -27,34 +27,11 @@ class NoFileLeft {
    rlimit former_{};
 };
 
-class UnreadableRoutes : public testing::Test {
- protected:
-   void SetUp() override {
-#ifdef __SANITIZE_ADDRESS__
-      GTEST_SKIP() << "the sanitizers open files to look at an object";
-#endif
-   }
-};
-
 // Who asks again asks the kernel again, and does not find it done.
-TEST_F( UnreadableRoutes, AreNotTakenForRead ) {
-   Mox::Loop loop;
-   Mox::RealClock clock( loop );
-   KernelRoutes routes( loop, clock, [] {} );
-   {
-      NoFileLeft limit;
-      for ( int tries = 0; tries < 2; ++tries )
-         EXPECT_THROW( routes.tablesAre( { KernelRoutes::mainTable } ),
-                       std::system_error );
-      EXPECT_NO_THROW( routes.tablesAre( {} ) );
-   }
-   EXPECT_NO_THROW( routes.tablesAre( { KernelRoutes::mainTable, 7 } ) );
-   NoFileLeft limit;
-   EXPECT_NO_THROW( routes.tablesAre( { KernelRoutes::mainTable } ) )
-      << "it is known";
-}
-
-TEST_F( UnreadableRoutes, LeaveTheAgentAsItWas ) {
+TEST( UnreadableRoutes, LeaveTheAgentAsItWas ) {
+#ifdef __SANITIZE_ADDRESS__
+   GTEST_SKIP() << "the sanitizers open files to look at an object";
+#endif
    const std::string config =
       "vrfs:\n"
       "- name: default\n"
@@ -66,7 +43,7 @@ TEST_F( UnreadableRoutes, LeaveTheAgentAsItWas ) {
    options.config = parseConfig( config, "test" );
    options.root = root.path();
    Agent agent( loop, std::move( options ) );
-   {
+   for ( int tries = 0; tries < 2; ++tries ) {
       NoFileLeft limit;
       EXPECT_THROW( agent.configIs( parseConfig( other, "test" ) ),
                     std::system_error );
@@ -75,6 +52,9 @@ TEST_F( UnreadableRoutes, LeaveTheAgentAsItWas ) {
    EXPECT_FALSE( family.config().kernelRpf );
    agent.configIs( parseConfig( other, "test" ) );
    EXPECT_TRUE( family.config().kernelRpf );
+   NoFileLeft limit;
+   EXPECT_NO_THROW( agent.configIs( parseConfig( other, "test" ) ) )
+      << "it is known";
 }
 
 }

@@ -6,6 +6,7 @@
 #include "apps/agent/engine/Timer.h"
 #include "platform/loop/TestClock.h"
 #include "tests/apps/agent/PacketBuilder.h"
+#include "tests/support/ErrorText.h"
 #include "tests/support/TempRoot.h"
 
 namespace Agent {
@@ -13,17 +14,20 @@ namespace {
 
 class Replaying : public testing::Test {
  protected:
-   // The last `cut` bytes are missing.
-   std::string capture( const char* name, const std::vector<CapturedByte>& packets,
-                        size_t cut = 0 ) const {
-      ByteVector bytes = pcapFile( packets );
-      bytes.resize( bytes.size() - cut );
+   std::string write( const char* name, const ByteVector& bytes ) const {
       return writeFile( folder.path() + '/' + name, bytes );
    }
-
+   // The last `cut` bytes are missing.
+   Replay::Input capture( const char* name,
+                          const std::vector<CapturedByte>& packets,
+                          size_t cut = 0 ) const {
+      ByteVector bytes = pcapFile( packets );
+      bytes.resize( bytes.size() - cut );
+      return { write( name, bytes ), "" };
+   }
    // Plays on for `count` packets; "time input/content", and "cut" where the
    // capture holds only a part.
-   void play( Replay& replay, size_t count ) {
+   void play( Replay& replay, size_t count = 10 ) {
       replay.play(
          clock, [&] { return --count == 0; },
          [this]( const Replay::Frame& frame ) {
@@ -41,24 +45,31 @@ class Replaying : public testing::Test {
 
 using Heard = std::vector<std::string>;
 
+// Time does not go back within a file.
 TEST_F( Replaying, KeepsDistancesOfAllLinksAndEndsNow ) {
    Replay replay(
-      { { capture( "a", { { 100, 1 }, { 107.5, 2 }, { 130, 3 } } ), "l" },
-        { capture( "b", { { 105, 4 }, { 130, 5 }, { 300, 6 } } ), "r" } } );
-   EXPECT_EQ( replay.size(), 6U );
+      { capture( "a", { { 100, 1 }, { 107.5, 2 }, { 130, 3 } } ),
+        capture( "none", {} ),
+        capture( "b", { { 105, 4 }, { 130, 5 }, { 300, 6 }, { 299, 7 } } ) } );
+   EXPECT_EQ( replay.size(), 7U );
    replay.start( clock, real.now() );
    EXPECT_EQ( clock.now(), 4800 );
-   play( replay, 10 );
-   EXPECT_EQ( heard, ( Heard{ "4800 0/1", "4805 1/4", "4807.5 0/2", "4830 0/3",
-                              "4830 1/5", "5000 1/6" } ) );
+   play( replay );
+   EXPECT_EQ( heard, ( Heard{ "4800 0/1", "4805 2/4", "4807.5 0/2", "4830 0/3",
+                              "4830 2/5", "5000 2/6", "5000 2/7" } ) );
    EXPECT_TRUE( replay.atEnd() );
    real.advance( 1 );
    EXPECT_EQ( clock.now(), 5001 ) << "live from here on";
+   Replay nothing( { capture( "a", {} ) } );
+   nothing.start( clock, real.now() );
+   play( nothing );
+   EXPECT_TRUE( nothing.atEnd() );
+   real.advance( 7 );
+   EXPECT_EQ( clock.now(), 5008 );
 }
 
 TEST_F( Replaying, GoesOnWhereASliceEnded ) {
-   Replay replay(
-      { { capture( "a", { { 100, 1 }, { 110, 2 }, { 120, 3 } } ), "" } } );
+   Replay replay( { capture( "a", { { 100, 1 }, { 110, 2 }, { 120, 3 } } ) } );
    replay.start( clock, real.now() );
    std::vector<double> expired;
    Timer timer( clock, [&] { expired.push_back( clock.now() ); } );
@@ -73,31 +84,59 @@ TEST_F( Replaying, GoesOnWhereASliceEnded ) {
    play( replay, 1 );
    EXPECT_TRUE( replay.atEnd() );
    EXPECT_EQ( clock.now(), 5100 );
-   EXPECT_EQ( heard.size(), 3U );
-}
-
-TEST_F( Replaying, OfNothingIsLiveAtOnce ) {
-   Replay replay( { { capture( "a", {} ), "" } } );
-   replay.start( clock, real.now() );
-   play( replay, 10 );
-   EXPECT_TRUE( replay.atEnd() );
-   real.advance( 7 );
-   EXPECT_EQ( clock.now(), 5007 );
 }
 
 TEST_F( Replaying, PlaysWhatABrokenOffCaptureHolds ) {
-   std::string path = capture( "a", { { 100, 1 }, { 110, 2, 60 }, { 120, 3 } }, 1 );
-   Replay replay( { { path, "" } } );
-   EXPECT_EQ( replay.problem().rfind( path + ": ", 0 ), 0U ) << replay.problem();
+   const Replay::Input broken =
+      capture( "a", { { 100, 1 }, { 110, 2, 60 }, { 120, 3 } }, 1 );
+   Replay replay( { broken } );
+   EXPECT_EQ( replay.problem().rfind( broken.path + ": truncated", 0 ), 0U );
    replay.start( clock, real.now() );
-   play( replay, 10 );
+   play( replay );
    EXPECT_EQ( heard, ( Heard{ "4990 0/1", "5000 0/2 cut" } ) );
 }
 
 TEST_F( Replaying, RefusesWhatIsNoCapture ) {
-   std::string path = writeFile( folder.path() + "/text", { 't', 'e', 'x', 't' } );
-   EXPECT_THROW( Replay( { { path, "" } } ), CaptureError );
-   EXPECT_THROW( Replay( { { folder.path() + "/absent", "" } } ), CaptureError );
+   for ( const std::string& path :
+         { folder.path() + "/absent", folder.path(), write( "empty", {} ),
+           write( "text", { 'n', 'o', ' ', 'c', 'a', 'p' } ) } ) {
+      std::string error = Mox::Test::errorText<CaptureError>( [&] {
+         Replay( { { path, "" } } );
+      } );
+      EXPECT_EQ( error.rfind( path + ": ", 0 ), 0u ) << error;
+   }
+}
+
+TEST_F( Replaying, ReadsBothFormats ) {
+   // Section header, one interface of cooked frames, one packet of four bytes.
+   const ByteVector modern =
+      PacketBuilder()
+         .hex( "0a0d0d0a 0000001c 1a2b3c4d 0001 0000 ffffffff ffffffff 0000001c" )
+         .hex( "00000001 00000014 0071 0000 0000ffff 00000014" )
+         .hex( "00000006 00000024 00000000 00000000" )
+         .u32( 2500000 )
+         .hex( "00000004 00000004 cafe0001 00000024" );
+   struct Row {
+      ByteVector file;
+      double time;
+      LinkType link;
+      size_t size;
+      uint32_t wireLength;
+   };
+   for ( const Row& row :
+         { Row{ pcapFile( { { 7.25, 0xaa, 60 } } ), 7.25, LinkType::ethernet, 1,
+                60 },
+           { pcapFile( { { 7, 0 } }, 105 ), 7, LinkType::unknown, 1, 1 },
+           { modern, 2.5, LinkType::linuxCooked, 4, 4 } } ) {
+      CapturedPacket packet;
+      CaptureReader reader( write( "file", row.file ) );
+      ASSERT_TRUE( reader.next( packet ) );
+      EXPECT_EQ( packet.time, row.time );
+      EXPECT_EQ( packet.link, row.link );
+      EXPECT_EQ( packet.bytes.size(), row.size );
+      EXPECT_EQ( packet.wireLength, row.wireLength );
+      EXPECT_FALSE( reader.next( packet ) );
+   }
 }
 
 }

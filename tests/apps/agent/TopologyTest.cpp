@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "apps/agent/config/ConfigReader.h"
 #include "tests/support/VrfBuilder.h"
 
 namespace Agent {
@@ -9,47 +10,54 @@ namespace {
 
 using Routing::Pim::SparseMode::Test::addr;
 using Routing::Pim::SparseMode::Test::intfId;
-using Vantu::IpGenPrefix;
 
 TEST( KernelRib, TheLongestPrefixAndThenTheLowestMetricWins ) {
    KernelRib rib;
-   rib.add( IpGenPrefix( "0.0.0.0/0" ), { intfId( "eth0" ), addr( "10.0.0.1" ) } );
-   rib.add( IpGenPrefix( "198.51.100.0/24" ),
-            { intfId( "eth1" ), addr( "10.0.1.1" ), false, 50 } );
-   rib.add( IpGenPrefix( "198.51.100.0/24" ),
-            { intfId( "eth2" ), addr( "10.0.2.1" ), false, 20 } );
-   rib.add( IpGenPrefix( "198.51.100.0/24" ),
-            { intfId( "eth3" ), addr( "10.0.3.1" ), false, 20 } );
-   rib.add( IpGenPrefix( "198.51.100.128/25" ), {} );
+   const Vantu::IpGenPrefix subnet( "198.51.100.0/24" );
+   rib.add( Vantu::IpGenPrefix( "0.0.0.0/0" ),
+            { intfId( "eth0" ), addr( "10.0.0.1" ) } );
+   rib.add( subnet, { intfId( "eth1" ), addr( "10.0.1.1" ), false, 50 } );
+   rib.add( subnet, { intfId( "eth2" ), addr( "10.0.2.1" ), false, 20 } );
+   rib.add( subnet, { intfId( "eth3" ), addr( "10.0.3.1" ), false, 20 } );
+   rib.add( Vantu::IpGenPrefix( "198.51.100.128/25" ), {} );
    auto by = [&]( const char* address ) {
-      return std::string( rib.find( addr( address ) )->route.interface.name() );
+      return rib.find( addr( address ) )->route.interface;
    };
-   EXPECT_EQ( by( "192.0.2.1" ), "eth0" );
-   EXPECT_EQ( by( "198.51.100.127" ), "eth2" );
-   EXPECT_EQ( by( "198.51.100.128" ), "" ) << "thrown away";
+   EXPECT_EQ( by( "192.0.2.1" ), intfId( "eth0" ) );
+   EXPECT_EQ( by( "198.51.100.127" ), intfId( "eth2" ) );
+   EXPECT_EQ( by( "198.51.100.128" ), intfId( "" ) ) << "thrown away";
    EXPECT_FALSE( KernelRib().find( addr( "192.0.2.1" ) ).has_value() );
 }
 
-TEST( Topology, SubnetsComeBeforeRoutesOfTheirLengthAndOwnAddressesLeadNowhere ) {
-   VrfConfig config;
-   InterfaceConfig& interface = config.interfaces.emplace_back();
-   interface.name = intfId( "eth1" );
-   interface.addresses = { { addr( "192.0.2.1" ), IpGenPrefix( "192.0.2.0/24" ) } };
-   for ( const char* prefix : { "192.0.2.0/24", "192.0.2.64/26", "0.0.0.0/0" } ) {
-      RpfRouteConfig& route = config.rpfRoutes.emplace_back();
-      route.prefix = IpGenPrefix( prefix );
-      route.interface = intfId( "eth0" );
-      route.neighbor = addr( "10.0.0.1" );
-   }
+// Subnets come before routes of their length, own addresses lead nowhere.
+TEST( Topology, TheLongestPrefixWins ) {
+   const VrfConfig config =
+      parseConfig(
+         "vrfs:\n"
+         "- name: default\n"
+         "  interfaces: [{name: eth0}, {name: eth1, addresses: [192.0.2.1/24]}]\n"
+         "  rpf-routes:\n"
+         "  - {prefix: 192.0.2.0/24, interface: eth0, neighbor: 10.0.0.1}\n"
+         "  - {prefix: 192.0.2.64/26, interface: eth0, neighbor: 10.0.0.1}\n"
+         "  - {prefix: 0.0.0.0/0, interface: eth0, neighbor: 10.0.0.1}\n"
+         "  rps:\n"
+         "  - {address: 10.0.0.2, groups: [239.1.0.0/16]}\n"
+         "  - {address: 10.0.0.3, groups: [239.0.0.0/8]}\n",
+         "test" )
+         .vrfs[0];
    Topology topology( config );
-   auto path = [&]( const char* to ) { return topology.pathTo( addr( to ) ); };
-   EXPECT_EQ( path( "192.0.2.9" ).rpf.intfId, intfId( "eth1" ) );
-   EXPECT_TRUE( path( "192.0.2.9" ).attached );
-   EXPECT_EQ( path( "192.0.2.9" ).rpf.neighbor, addr( "192.0.2.9" ) );
-   EXPECT_EQ( path( "192.0.2.65" ).rpf.intfId, intfId( "eth0" ) );
-   EXPECT_FALSE( path( "192.0.2.65" ).attached );
-   EXPECT_EQ( path( "203.0.113.1" ).rpf.intfId, intfId( "eth0" ) );
-   EXPECT_EQ( path( "192.0.2.1" ).rpf, Routing::Pim::Rpf() ) << "this router";
+   auto path = [&]( const char* address ) {
+      Topology::Path to = topology.pathTo( addr( address ) );
+      return std::string( to.rpf.intfId.name() ) + ' ' +
+             valueToStrep( to.rpf.neighbor ) + ( to.attached ? " attached" : "" );
+   };
+   EXPECT_EQ( path( "192.0.2.9" ), "eth1 192.0.2.9 attached" );
+   EXPECT_EQ( path( "192.0.2.65" ), "eth0 10.0.0.1" );
+   EXPECT_EQ( path( "203.0.113.1" ), "eth0 10.0.0.1" );
+   EXPECT_EQ( topology.pathTo( addr( "192.0.2.1" ) ).rpf, Routing::Pim::Rpf() );
+   EXPECT_EQ( topology.rpOf( addr( "239.1.1.1" ) ), addr( "10.0.0.2" ) );
+   EXPECT_EQ( topology.rpOf( addr( "239.2.1.1" ) ), addr( "10.0.0.3" ) );
+   EXPECT_TRUE( topology.rpOf( addr( "233.252.0.1" ) ).isUnspecified() );
 }
 
 }

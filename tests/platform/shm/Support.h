@@ -2,7 +2,9 @@
 // processes that use it.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -105,6 +107,11 @@ inline std::optional<Record> found( const TableReader& reader, uint64_t id ) {
    return result == lookupFound ? std::optional( r ) : std::nullopt;
 }
 
+inline std::optional<Record> found( const Content& content, uint64_t id ) {
+   auto at = content.find( id );
+   return at == content.end() ? std::nullopt : std::optional( at->second );
+}
+
 inline void put( TableWriter& writer, uint64_t id, uint64_t generation ) {
    Record r = Record::of( id, generation );
    writer.put( &r );
@@ -170,6 +177,27 @@ inline std::vector<uint64_t> neighbours( uint32_t capacity, size_t count,
    }
    return ids;
 }
+
+// Numbers for another process; who waits for one in vain gets none of them.
+struct Pipe {
+   Pipe() { EXPECT_EQ( pipe( ends ), 0 ); }
+   ~Pipe() {
+      for ( int end : ends ) close( end );
+   }
+   void send( uint64_t number ) const {
+      EXPECT_EQ( write( ends[1], &number, sizeof number ),
+                 ssize_t( sizeof number ) );
+   }
+   uint64_t receive() const {
+      constexpr int deadline = 60000;  // ms
+      uint64_t number = 0;
+      pollfd item{ ends[0], POLLIN, 0 };
+      bool sent = ::poll( &item, 1, deadline ) == 1;
+      EXPECT_TRUE( sent && read( ends[0], &number, sizeof number ) > 0 );
+      return number;
+   }
+   int ends[2];
+};
 
 class TableTest : public testing::Test {
  public:

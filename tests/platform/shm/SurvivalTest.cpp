@@ -107,7 +107,9 @@ class Survival : public TableTest {
             _exit( 2 );
          for ( uint64_t generation = life << 32;; ++generation ) {
             uint64_t id = random() % keys + 1;
-            if ( id > standing && random() % 2 ) {
+            if ( random() % 1000 == 0 ) {
+               fill( writer, generation );
+            } else if ( id > standing && random() % 2 ) {
                remove( writer, id );
             } else {
                put( writer, id, generation );
@@ -115,10 +117,20 @@ class Survival : public TableTest {
          }
       } );
    }
-   static bool stop( pid_t pid ) {
+   // Readers take none of its slots, wherever they are stopped or killed.
+   static void fill( TableWriter& writer, uint64_t generation ) {
+      for ( uint64_t id = 1; id <= keys; ++id ) put( writer, id, generation );
+      try {
+         put( writer, keys + 1, generation );
+         _exit( 3 );
+      } catch ( const TableFullError& ) {
+      }
+   }
+   static void stopped( pid_t pid ) {
       int status = 0;
       kill( pid, SIGSTOP );
-      return waitpid( pid, &status, WUNTRACED ) == pid && WIFSTOPPED( status );
+      waitpid( pid, &status, WUNTRACED );
+      ASSERT_TRUE( WIFSTOPPED( status ) ) << "ended by itself";
    }
    static void killed( pid_t pid ) {
       kill( pid, SIGKILL );
@@ -132,19 +144,20 @@ class Survival : public TableTest {
    std::atomic<bool>* over;
 };
 
-TEST_F( Survival, OfReadersBesideWritersThatAreStoppedAndKilled ) {
+TEST_F( Survival, OfReadersAndWritersThatAreStoppedAndKilled ) {
    const uint64_t lives = std::getenv( "PIMSM_LONG" ) ? 2000 : 60;
    Watch watch( path, layout );
    pid_t readers[3];
    for ( pid_t& reader : readers ) reader = startReader();
-   uint64_t stops = 0, readersKilled = 0;
    auto expectSound = [&]( bool still ) {
-      const char* text = watch.complaint( still );
-      EXPECT_EQ( text, nullptr ) << text;
+      EXPECT_STREQ( watch.complaint( still ), nullptr );
    };
    for ( uint64_t life = 1; life <= lives && !HasFailure(); ++life ) {
       SCOPED_TRACE( "life " + std::to_string( life ) );
       pid_t writer = startWriter( life );
+      pid_t& reader = readers[random() % 3];
+      const bool waits = random() % 3 == 0;
+      if ( waits ) stopped( reader );
       // Anywhere in its start, or in its work.
       uint64_t until = watch.reader.sequence() + random() % 300;
       bool early = random() % 4 == 0;
@@ -155,8 +168,7 @@ TEST_F( Survival, OfReadersBesideWritersThatAreStoppedAndKilled ) {
          expectSound( false );
       }
       for ( uint64_t i = random() % 4; !early && i > 0 && !HasFailure(); --i ) {
-         ASSERT_TRUE( stop( writer ) ) << "the writer ended by itself";
-         ++stops;
+         stopped( writer );
          expectSound( true );
          kill( writer, SIGCONT );
          for ( uint64_t looks = random() % 10; looks > 0; --looks )
@@ -164,12 +176,10 @@ TEST_F( Survival, OfReadersBesideWritersThatAreStoppedAndKilled ) {
       }
       killed( writer );
       expectSound( true );
-      if ( random() % 10 == 0 ) {
-         pid_t& reader = readers[random() % 3];
-         killed( reader );
-         reader = startReader();
-         ++readersKilled;
-      }
+      if ( waits ) kill( reader, SIGCONT );
+      if ( random() % 5 != 0 ) continue;
+      killed( reader );
+      reader = startReader();
    }
    *over = true;
    for ( pid_t reader : readers ) EXPECT_EQ( ended( reader ), 0 );
@@ -177,45 +187,6 @@ TEST_F( Survival, OfReadersBesideWritersThatAreStoppedAndKilled ) {
    TableWriter writer( path, layout, keys, options );
    EXPECT_EQ( writer.verify().damaged, 0u );
    EXPECT_EQ( watch.followed(), contentOf( writer ) );
-   std::cout << lives << " writers killed, " << stops << " stops, " << readersKilled
-             << " readers killed, " << writer.sequence() << " changes, "
-             << watch.reader.counters().verified << " look-ups, "
-             << watch.reader.counters().retried << " retries" << std::endl;
-}
-
-// A reader that is stopped in the middle of a copy, or killed there, takes neither
-// slots nor time from the writer.
-TEST_F( Survival, OfAWriterBesideReadersThatAreStoppedAndKilled ) {
-   pid_t stopped = startReader();
-   pid_t doomed = startReader();
-   TableWriter writer( path, layout, keys, options );
-   Watch watch( path, layout );
-   for ( uint64_t round = 1; round <= 50 && !HasFailure(); ++round ) {
-      for ( uint64_t looks = random() % 20; looks > 0; --looks )
-         EXPECT_EQ( watch.complaint( true ), nullptr );
-      ASSERT_TRUE( stop( stopped ) ) << "the reader ended by itself";
-      if ( round % 10 == 0 ) {
-         killed( doomed );
-         doomed = 0;
-      }
-      uint64_t before = writer.sequence();
-      for ( uint64_t id = 1; id <= keys; ++id ) put( writer, id, round * 100 );
-      EXPECT_THROW( put( writer, keys + 1, 1 ), TableFullError );
-      // Every slot over again, several times.
-      for ( uint64_t i = 1; i < 10; ++i ) {
-         for ( uint64_t id = 1; id <= keys; ++id )
-            put( writer, id, round * 100 + i );
-      }
-      for ( uint64_t id = standing + 1; id <= keys; ++id )
-         EXPECT_TRUE( remove( writer, id ) );
-      EXPECT_EQ( writer.sequence() - before, 10 * keys + keys - standing );
-      if ( doomed == 0 ) doomed = startReader();
-      kill( stopped, SIGCONT );
-   }
-   *over = true;
-   EXPECT_EQ( ended( stopped ), 0 );
-   EXPECT_EQ( ended( doomed ), 0 );
-   EXPECT_EQ( writer.verify().damaged, 0u );
 }
 
 }

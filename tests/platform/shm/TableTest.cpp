@@ -7,25 +7,6 @@ namespace {
 
 class Table : public TableTest {};
 
-TEST_F( Table, IsSeenByReadersThatWereThereBefore ) {
-   TableReader early( path, layout );
-   EXPECT_EQ( early.state(), readerAbsent );
-   TableWriter writer( path, layout, 10, options );
-   EXPECT_EQ( writer.attachReport().status, attachCreated );
-   EXPECT_TRUE( early.poll() );
-   put( writer, 7, 1 );
-   // What a visitor gets is a copy: scribbling on it harms nobody.
-   early.visit( []( Position, const void* record ) {
-      std::memset( const_cast<void*>( record ), 0xff, sizeof( Record ) );
-      return true;
-   } );
-   EXPECT_EQ( found( early, 7 ), Record::of( 7, 1 ) );
-   Record removed;
-   Key key{ 7, 0 };
-   EXPECT_TRUE( writer.remove( &key, &removed ) );
-   EXPECT_EQ( removed, Record::of( 7, 1 ) );
-}
-
 TEST_F( Table, RefusesTheZeroKeyUnlessAsked ) {
    Record zero = Record::of( 0, 1 );
    {
@@ -34,9 +15,18 @@ TEST_F( Table, RefusesTheZeroKeyUnlessAsked ) {
       EXPECT_EQ( writer.sequence(), 0u );
    }
    options.zeroKey = true;
-   TableWriter writer( path, layout, 4, options );
-   writer.put( &zero );
+   {
+      TableWriter writer( path, layout, 4, options );
+      writer.put( &zero );
+      put( writer, 1, 1 );
+   }
    EXPECT_EQ( found( TableReader( path, layout ), 0 ), zero );
+   // No longer: it is left behind.
+   options.zeroKey = false;
+   TableWriter writer( path, layout, 20, options );
+   EXPECT_EQ( writer.attachReport().survivors, 1u );
+   EXPECT_EQ( writer.attachReport().dropped, 1u );
+   EXPECT_EQ( contentOf( writer ).count( 0 ), 0u );
 }
 
 TEST_F( Table, RefusesKeysBeyondTheReachOfProbing ) {
@@ -59,157 +49,176 @@ TEST_F( Table, RefusesKeysBeyondTheReachOfProbing ) {
    EXPECT_EQ( writer.verify().damaged, 0u );
 }
 
-TEST_F( Table, WritesInPlaceAndInBatches ) {
-   TableWriter writer( path, layout, 100, options );
-   TableReader reader( path, layout );
-   Record one = Record::of( 1, 1 ), late = Record::of( 2, 1 );
-   {
-      Reservation first = writer.reserve(), second = writer.reserve();
-      std::memcpy( first.record(), &one, sizeof( one ) );
-      std::memcpy( second.record(), &late, sizeof( late ) );
-      EXPECT_EQ( contentOf( reader ).size(), 0u );
-      second.commit();
-      EXPECT_EQ( found( reader, 2 ), late );
-   }
-   // Not committed: given back.
-   EXPECT_EQ( found( reader, 1 ), std::nullopt );
-   std::vector<Record> records;
-   std::vector<TableWriter::PutItem> items;
-   for ( uint64_t id = 1; id <= 100; ++id )
-      records.push_back( Record::of( id, 2 ) );
-   for ( const Record& r : records ) items.push_back( { &r } );
-   writer.put( items );
-   // Handles, one of them stale: it costs time, no more.
-   for ( Record& r : records ) r = Record::of( r.key.id, 3 );
-   std::swap( items[3].position, items[90].position );
-   items[50].position = 0xfffffff0;
-   writer.put( items );
-   Content content = contentOf( reader );
-   ASSERT_EQ( content.size(), 100u );
-   for ( auto& [id, record] : content ) EXPECT_EQ( record, Record::of( id, 3 ) );
-   Reservation full = writer.reserve();
-   Record more = Record::of( 101, 1 );
-   std::memcpy( full.record(), &more, sizeof( more ) );
-   EXPECT_THROW( full.commit(), TableFullError );
-   EXPECT_EQ( full.record(), nullptr );
-}
+// A writer, replaced now and then, a reader and a follower that drains by the way,
+// against a map: through long churn, and where counters wrap: the word's generation,
+// the journal's sequence, and the last sequences there are.
+class Churn : public TableTest, public testing::WithParamInterface<uint64_t> {
+ protected:
+   static constexpr uint32_t capacity = 300;
 
-TEST_F( Table, ResumesIterationAfterAVanishedKey ) {
-   // Two lines' worth of one home line: order and home differ.
-   TableWriter writer( path, layout, 60, options );
-   TableReader reader( path, layout );
-   for ( uint64_t id : neighbours( 60, 30 ) ) put( writer, id, 1 );
-   std::vector<uint64_t> order;
-   for ( Position p = writer.next(); p != noPosition; p = writer.next( p ) ) {
-      order.push_back( static_cast<const Record*>( writer.at( p ) )->key.id );
+   void mount() {
+      writer.reset();
+      writer = std::make_unique<TableWriter>( path, layout, capacity, options );
+      ASSERT_EQ( writer->attachReport().texts, std::vector<Mox::String>() );
    }
-   ASSERT_EQ( order.size(), 30u );
-   for ( size_t i = 0; i < order.size(); ++i ) {
-      Key key{ order[i], 0 };
-      remove( writer, order[i] );
-      std::set<uint64_t> rest, visited;
-      Position from = writer.positionAtOrBefore( &key );
-      for ( Position p = from; p != noPosition; p = writer.next( p ) ) {
-         auto* r = static_cast<const Record*>( writer.at( p ) );
-         if ( r != nullptr ) rest.insert( r->key.id );
-      }
-      auto visit = [&]( Position, const void* r ) {
-         return visited.insert( static_cast<const Record*>( r )->key.id ).second;
-      };
-      reader.visit( visit, reader.resumeBefore( &key ) );
-      EXPECT_EQ( visited, rest );
-      for ( size_t later = i + 1; later < order.size(); ++later ) {
-         EXPECT_TRUE( rest.count( order[later] ) ) << "missed after " << i;
-      }
-      put( writer, order[i], 1 );
+   uint64_t anyKey() { return ids[random() % ( random() % 2 ? 70 : ids.size() )]; }
+   // Handles, some of them stale or wild: they cost time, no more.
+   Position hint( uint64_t id ) {
+      return random() % 8 ? positions[id] : Position( random() % 8000 );
    }
-}
-
-TEST_F( Table, EqualsAMapThroughLongChurn ) {
-   uint32_t seed = std::random_device()();
-   SCOPED_TRACE( "seed " + std::to_string( seed ) );
-   std::mt19937_64 random( seed );
-   TableWriter writer( path, layout, 300, options );
-   TableReader reader( path, layout );
-   Content expected;
-   for ( uint64_t step = 1; step <= 60000; ++step ) {
-      uint64_t id = random() % 400 + 1;
-      if ( random() % 3 == 0 ) {
-         EXPECT_EQ( remove( writer, id ), expected.erase( id ) == 1 );
-      } else if ( expected.count( id ) || expected.size() < 300 ) {
-         put( writer, id, step );
-         expected[id] = Record::of( id, step );
+   void removeAny() {
+      uint64_t id = anyKey();
+      Key key{ id, 0 };
+      Record removed;
+      auto former = expected.extract( id );
+      ASSERT_EQ( writer->remove( &key, &removed, hint( id ) ), !former.empty() );
+      ASSERT_TRUE( former.empty() || removed == former.mapped() );
+   }
+   Position put( const Record& record ) {
+      const uint64_t id = record.key.id;
+      if ( random() % 2 ) return writer->put( &record, hint( id ) );
+      // In place: nobody sees it before, and what is not committed is given back.
+      auto standing = found( *reader, id );
+      Reservation dropped = writer->reserve(), built = writer->reserve();
+      for ( Reservation* each : { &dropped, &built } )
+         std::memcpy( each->record(), &record, sizeof( record ) );
+      EXPECT_EQ( found( *reader, id ), standing );
+      return built.commit( hint( id ) );
+   }
+   void putAny() {
+      const uint64_t id = anyKey(), before = writer->sequence();
+      const Record record = Record::of( id, ++generation );
+      if ( expected.size() < capacity || expected.count( id ) ) {
+         positions[id] = put( record );
+         expected[id] = record;
       } else {
-         uint64_t before = writer.sequence();
-         EXPECT_THROW( put( writer, id, step ), TableFullError );
-         EXPECT_EQ( writer.sequence(), before );
-      }
-      if ( step % 5000 == 0 ) {
-         ASSERT_EQ( contentOf( reader ), expected );
-         ASSERT_EQ( writer.verify().damaged, 0u );
+         EXPECT_THROW( put( record ), TableFullError );
+         ASSERT_EQ( writer->sequence(), before );
       }
    }
-   std::vector<Record> out( 400 );
-   std::vector<Key> keys;
-   std::vector<TableReader::LookupItem> items;
-   for ( uint64_t id = 1; id <= 400; ++id ) keys.push_back( { id, 0 } );
-   for ( size_t i = 0; i < 400; ++i ) items.push_back( { &keys[i], &out[i] } );
-   reader.lookup( items );
-   Content looked;
-   for ( size_t i = 0; i < 400; ++i ) {
-      if ( items[i].result == lookupFound ) looked[keys[i].id] = out[i];
+   void putBatch() {
+      std::vector<Record> records;
+      std::vector<TableWriter::PutItem> items;
+      for ( auto& [id, record] : expected ) {
+         if ( random() % 3 ) records.push_back( Record::of( id, ++generation ) );
+      }
+      for ( const Record& r : records ) items.push_back( { &r, hint( r.key.id ) } );
+      writer->put( items );
+      for ( size_t i = 0; i < items.size(); ++i ) {
+         positions[records[i].key.id] = items[i].position;
+         expected[records[i].key.id] = records[i];
+      }
    }
-   EXPECT_EQ( looked, expected );
+   void change( uint64_t steps ) {
+      for ( ; steps > 0 && !HasFailure(); --steps ) {
+         auto kind = random() % 200;
+         kind == 0 ? putBatch() : kind < 80 ? removeAny() : putAny();
+      }
+   }
+   void check() {
+      ASSERT_EQ( contentOf( *reader ), expected );
+      ASSERT_EQ( contentOf( *writer ), expected );
+      ASSERT_EQ( writer->verify().damaged, 0u );
+      Content looked;
+      std::vector<Record> keys, out( ids.size() );
+      std::vector<TableReader::LookupItem> items;
+      for ( uint64_t id : ids ) keys.push_back( Record::of( id, 0 ) );
+      for ( size_t i = 0; i < ids.size(); ++i )
+         items.push_back( { &keys[i].key, &out[i] } );
+      reader->lookup( items );
+      for ( size_t i = 0; i < ids.size(); ++i ) {
+         if ( items[i].result == lookupFound ) looked[ids[i]] = out[i];
+      }
+      ASSERT_EQ( looked, expected );
+   }
+
+   // A bookmark whose key stands, or has gone since: nothing behind it is missed.
+   void resume() {
+      using Ids = std::vector<uint64_t>;
+      auto entered = []( Ids& into ) {
+         return [&]( Position, const void* r ) {
+            into.push_back( static_cast<const Record*>( r )->key.id );
+            return true;
+         };
+      };
+      Ids order, byReader, byWriter;
+      reader->visit( entered( order ) );
+      if ( order.empty() ) return;
+      const size_t at = random() % order.size();
+      const Key key{ order[at], 0 };
+      const bool gone = random() % 2;
+      ASSERT_TRUE( !gone ||
+                   ( writer->remove( &key ) && expected.erase( key.id ) ) );
+      reader->visit( entered( byReader ), reader->resumeBefore( &key ) );
+      for ( Position p = writer->positionAtOrBefore( &key ); p != noPosition;
+            p = writer->next( p ) ) {
+         if ( const void* r = writer->at( p ) ) entered( byWriter )( p, r );
+      }
+      ASSERT_EQ( byReader, byWriter );
+      Ids behind( order.begin() + std::ptrdiff_t( at + gone ), order.end() );
+      ASSERT_GE( byWriter.size(), behind.size() );
+      ASSERT_TRUE(
+         std::equal( behind.rbegin(), behind.rend(), byWriter.rbegin() ) );
+      ASSERT_TRUE( gone || byWriter == behind );
+   }
+
+   const uint32_t seed = std::random_device()();
+   std::mt19937_64 random{ seed };
+   std::vector<uint64_t> ids = neighbours( capacity, 60, 3 );
+   std::map<uint64_t, Position> positions;
+   std::unique_ptr<TableWriter> writer;
+   std::unique_ptr<TableReader> reader;
+   Content expected;
+   uint64_t generation = 0;
+};
+
+constexpr uint64_t last = Detail::maxSequence - 6000;
+INSTANTIATE_TEST_SUITE_P( From, Churn,
+                          testing::Values( 0, ( 1ull << 28 ) - 9000,
+                                           ( 1ull << 32 ) - 9000,
+                                           ( 3ull << 32 ) - 9000, last ) );
+
+TEST_P( Churn, EqualsAMap ) {
+   SCOPED_TRACE( "seed " + std::to_string( seed ) );
+   const uint64_t rounds = GetParam() == last ? 12 : 300;
+   for ( uint64_t id = 1000000; ids.size() < 400; ++id ) ids.push_back( id );
+   options.firstSequence = GetParam();
+   options.journalEntries = random() % 2 ? 4 : 256;
+   mount();
+   reader = std::make_unique<TableReader>( path, layout );
+   TableFollower follower( *reader );
+   Followed followed;
+   bool drainedSo[2][2] = {};  // lapped, in parts
+   for ( uint64_t round = 1; round <= rounds && !HasFailure(); ++round ) {
+      if ( random() % 3 == 0 ) mount();
+      change( random() % ( round % 4 ? 10 : 500 ) );
+      resume();
+      uint32_t limit = 1 + random() % ( random() % 2 ? 4 : 50 );
+      if ( random() % 2 ) limit = UINT32_MAX;
+      TableFollower::Drained drained;
+      for ( uint64_t part = 0; part == 0 || drained.more; ++part ) {
+         ASSERT_LT( part, 4000u );
+         // No more changes in the end, or it might never come.
+         change( part < 20 ? random() % 5 : 0 );
+         drained = followed.drain( follower, limit );
+         EXPECT_LE( drained.written + drained.removed, 2ull * limit + 1 );
+         drainedSo[drained.lapped][drained.more] = true;
+         EXPECT_EQ( follower.pending(), drained.more );
+      }
+      ASSERT_EQ( followed.content, expected );
+      ASSERT_EQ( follower.size(), writer->size() );
+      check();
+   }
+   for ( bool lapped : { false, true } ) {
+      bool both = drainedSo[lapped][false] && drainedSo[lapped][true];
+      EXPECT_TRUE( both || GetParam() == last );
+   }
    // Removal leaves nothing that lengthens a search: all counts are back at zero.
-   for ( auto& [id, record] : expected ) EXPECT_TRUE( remove( writer, id ) );
-   auto geometry = geometryOf( 300 );
+   for ( auto& [id, record] : expected ) EXPECT_TRUE( remove( *writer, id ) );
+   auto geometry = geometryOf( capacity, options.journalEntries );
    std::string bytes = bytesOf( path );
    EXPECT_EQ( bytes.find_first_not_of( '\0', geometry.indexOffset ),
               bytes.find_first_not_of( '\0', geometry.slotsOffset ) );
-}
-
-// The word's generation, the journal's sequence, and the last sequences there are;
-// the writer is replaced at each step of the way.
-TEST_F( Table, SurvivesCountersThatWrap ) {
-   options.journalEntries = 4;
-   for ( uint64_t limit : { uint64_t( 1 ) << 28, uint64_t( 1 ) << 32,
-                            uint64_t( 3 ) << 32, Detail::maxSequence } ) {
-      SCOPED_TRACE( limit );
-      bool last = limit == Detail::maxSequence;
-      options.firstSequence = limit - ( last ? 40 : 20 );
-      removeTableFiles( path );
-      auto writer = std::make_unique<TableWriter>( path, layout, 8, options );
-      TableReader reader( path, layout );
-      TableFollower follower( reader );
-      Followed followed;
-      TableFollower lateFollower( reader );
-      Followed late;
-      Content expected;
-      for ( uint64_t generation = 1; generation <= 12; ++generation ) {
-         writer.reset();
-         writer = std::make_unique<TableWriter>( path, layout, 8, options );
-         ASSERT_EQ( writer->attachReport().status, attachReused );
-         ASSERT_TRUE( writer->attachReport().texts.empty() )
-            << writer->attachReport().texts[0];
-         uint64_t coming = 2 + generation % 2;
-         for ( uint64_t id : { uint64_t( 1 ), coming } ) {
-            put( *writer, id, generation );
-            expected[id] = Record::of( id, generation );
-         }
-         if ( generation % 3 == 0 ) {
-            remove( *writer, coming );
-            expected.erase( coming );
-         }
-         followed.drain( follower );
-         ASSERT_EQ( followed.content, expected );
-         ASSERT_EQ( contentOf( reader ), expected );
-         ASSERT_EQ( contentOf( *writer ), expected );
-      }
-      EXPECT_EQ( writer->sequence() < limit, last );
-      late.drain( lateFollower );
-      EXPECT_EQ( late.content, expected );
-      EXPECT_EQ( writer->verify().damaged, 0u );
-   }
 }
 
 }

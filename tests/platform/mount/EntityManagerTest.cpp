@@ -31,7 +31,6 @@ class EntityManager : public testing::Test {
 
 TEST_F( EntityManager, GivesOneEntityAPath ) {
    Corvex::EntityManager& manager = own.manager;
-   EXPECT_EQ( own.shelf->name(), kPath );
    EXPECT_EQ( Side::shelfOf( manager ), own.shelf );
    EXPECT_EQ( manager.entity( kPath ), own.shelf );
    EXPECT_THROW( manager.createEntity( kPath, kDrawer ), Mox::NameError );
@@ -61,17 +60,14 @@ TEST_F( EntityManager, MakesAnEntityAnewThatHasGone ) {
 
 TEST_F( EntityManager, MountsOnceForOneRole ) {
    CollectionControl& control = own.control();
-   EXPECT_EQ( control.mountStatus(), notMounted );
    EXPECT_THROW( own.shelf->bookIs( bookOf( 1 ) ), ::Brane::ReadOnlyError );
    EXPECT_THROW( own.shelf->bookDel( bookKey( 1 ) ), ::Brane::ReadOnlyError );
    // Suspension is for readers only.
    control.initialize( tableReader, 0, true );
-   EXPECT_FALSE( own.shelf->book().mounted() );
    EXPECT_EQ( control.mountStatus(), notMounted );
    control.initialize( tableWriter, 4, true );
-   ::Brane::TableWriter* writer = own.shelf->book().writer();
    control.initialize( tableWriter, 9, false );
-   EXPECT_EQ( own.shelf->book().writer(), writer );
+   EXPECT_EQ( own.shelf->book().capacity(), 4U );
    EXPECT_EQ( control.capacity(), 4U );
    EXPECT_THROW( control.initialize( tableReader, 0, false ), ::Brane::TableError );
    EXPECT_EQ( control.role(), tableWriter );
@@ -135,36 +131,58 @@ TEST_F( EntityManager, MayGoBeforeItsEntities ) {
 // any key.
 TEST_F( EntityManager, TellsReadersOfTablesAndWritersThatComeAndGo ) {
    Side reader( clock, root.path(), tableReader );
-   auto listen = [&] {
+   bool found = false;
+   reader.recorder.inside = [&]( const BookKey& key ) {
+      Book seen;
+      found = reader.shelf->book().find( key, seen ) == ::Brane::lookupFound;
+   };
+   auto expect = [&]( const Numbers& keys, MountStatus status, bool alive,
+                      unsigned mounts ) {
       for ( int i = 0; i < 3; ++i ) {
          clock.advance( 0.01 );
          clock.runPass();
          reader.manager.dispatch();
       }
-      return reader.recorder.take();
-   };
-   auto expect = [&]( MountStatus status, bool alive, unsigned mounts ) {
+      EXPECT_EQ( reader.recorder.take(), keys );
       EXPECT_EQ( reader.control().mountStatus(), status );
       EXPECT_EQ( reader.control().writerAlive(), alive );
       EXPECT_EQ( std::exchange( reader.recorder.mounts, 0 ), mounts );
    };
-   expect( mountWaiting, false, 0 );
-   auto agent = std::make_unique<Side>( clock, root.path(), tableWriter );
-   agent->shelf->bookIs( bookOf( 1 ) );
-   agent->manager.dispatch();
-   EXPECT_EQ( listen(), Numbers{ 1 } );
-   expect( mountReady, true, 1 );
-   agent.reset();
-   EXPECT_EQ( listen(), Numbers{} );
-   expect( mountReady, false, 1 );
-   own.mount( tableWriter, 2000 );
-   EXPECT_EQ( listen(), Numbers{} );
-   expect( mountReady, true, 1 );
-   EXPECT_EQ( reader.shelf->book().size(), 1U );
-   own.manager.removeTables( kPath );
-   EXPECT_EQ( listen(), Numbers{ 1 } );
-   EXPECT_EQ( reader.control().mountStatus(), mountRemoved );
-   EXPECT_EQ( reader.shelf->book().size(), 0U );
+   expect( {}, mountWaiting, false, 0 );
+   // Twice under one name, the second time with another bell; in between of another
+   // size.
+   for ( uint32_t capacity : { 2000, 3000, 0, 2000 } ) {
+      if ( capacity == 0 ) {
+         own.mount( tableWriter, 3000 );
+         expect( {}, mountReady, true, 1 );
+         own.manager.removeTables( kPath );
+         expect( { 1 }, mountRemoved, false, 1 );
+         own.shelf.reset();
+         continue;
+      }
+      Side agent( clock, root.path(), tableWriter, capacity );
+      expect( {}, mountReady, true, 1 );
+      agent.shelf->bookIs( bookOf( 1 ) );
+      agent.manager.dispatch();
+      expect( { 1 }, mountReady, true, 0 );
+      EXPECT_EQ( reader.shelf->book().size(), 1U );
+      agent.shelf.reset();
+      expect( {}, mountReady, false, 1 );
+   }
+   // A change, and another program's table before it was heard of; then the table
+   // comes back with the same value.
+   {
+      Side agent( clock, root.path(), tableWriter );
+      agent.shelf->bookIs( bookOf( 1, 7 ) );
+   }
+   ::Brane::Layout other = BookTable::makeLayout();
+   other.fields[4].name = "borrowed";
+   { ::Brane::TableWriter( Side::file( root.path() ), other, 2000 ); }
+   expect( {}, mountMismatch, false, 1 );
+   Side next( clock, root.path(), tableWriter );
+   found = false;
+   expect( { 1 }, mountReady, true, 1 );
+   EXPECT_TRUE( found && reader.shelf->book().quiesced() );
 }
 
 }

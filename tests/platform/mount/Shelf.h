@@ -1,6 +1,7 @@
 // A record of every kind of field, and an entity with a table of it.
 #pragma once
 
+#include <set>
 #include <vector>
 
 #include "platform/base/Record.h"
@@ -83,6 +84,14 @@ inline Book bookOf( uint32_t number, double weight = 1 ) {
    return book;
 }
 
+using BookBytes = ::Brane::FlatForm<Book>::Bytes;
+inline BookBytes flatBytesOf( const Book& book ) {
+   BookBytes bytes;
+   std::memset( &bytes, 0, sizeof bytes );
+   ::Brane::FlatForm<Book>::write( book, bytes );
+   return bytes;
+}
+
 // Writes down the numbers of the keys notified; `mounts` counts table changes.
 class ShelfRecorder : public Shelf::NotifieeConst {
  public:
@@ -93,10 +102,12 @@ class ShelfRecorder : public Shelf::NotifieeConst {
       if ( inside ) inside( key );
    }
    void onBook() override { ++mounts; }
+   void onBookSoon( const BookKey& key ) override { soon.insert( key.number ); }
    std::vector<uint32_t> take() { return std::exchange( heard_, {} ); }
 
    std::function<void( const BookKey& )> inside;
    unsigned mounts = 0;
+   std::set<uint32_t> soon;
 
  private:
    std::vector<uint32_t> heard_;

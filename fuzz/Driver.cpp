@@ -79,18 +79,15 @@ class Mutator {
       auto place = bytes.begin() + static_cast<std::ptrdiff_t>( at );
       switch ( below( 7 ) ) {
          case 0:  // cut off
-            bytes.resize( at );
-            return;
+            return bytes.resize( at );
          case 1:
             bytes.insert( place, static_cast<uint8_t>( random_() ) );
             return;
          case 2: {  // the rest of another seed
             const Bytes& other = anySeed();
-            size_t from = below( other.size() );
+            auto from = static_cast<std::ptrdiff_t>( below( other.size() ) );
             bytes.resize( at );
-            bytes.insert( bytes.end(),
-                          other.begin() + static_cast<std::ptrdiff_t>( from ),
-                          other.end() );
+            bytes.insert( bytes.end(), other.begin() + from, other.end() );
             return;
          }
          case 3:  // twice
@@ -149,15 +146,11 @@ int main( int argc, char** argv ) {
    for ( int number : { SIGABRT, SIGALRM } ) signal( number, handleSignal );
    std::vector<Bytes> seeds = seedsFrom( paths );
    Mutator mutator( seeds );
-   if ( only != 0 && print != 0 ) {
-      Bytes bytes = mutator.make( only );
-      return std::fwrite( bytes.data(), 1, bytes.size(), stdout ) == bytes.size()
-                ? 0
-                : 1;
-   }
    if ( only != 0 ) {
-      runOne( only, mutator.make( only ) );
-      return 0;
+      Bytes bytes = mutator.make( only );
+      if ( print == 0 ) runOne( only, bytes );
+      size_t wanted = print == 0 ? 0 : bytes.size();
+      return std::fwrite( bytes.data(), 1, wanted, stdout ) == wanted ? 0 : 1;
    }
    for ( const Bytes& bytes : seeds ) runOne( 0, bytes );
    for ( unsigned long number = 1; number <= runs; ++number )

@@ -6,14 +6,13 @@
 // written. A writer that takes the damaged table over keeps only such, each under its
 // key, and works from there on; then the reader finds all that it wrote.
 
-#include <fcntl.h>
-#include <unistd.h>
-
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <map>
+#include <fstream>
 #include <set>
-#include <vector>
+#include <string>
 
 #include "fuzz/Check.h"
 #include "platform/shm/TableFollower.h"
@@ -59,17 +58,11 @@ class Site {
                put( writer, Record::of( id, generation ) );
             }
          }
-         for ( uint64_t id : { 2, 5, 7 } ) {
-            Record key = Record::of( id, 0 );
-            writer.remove( key.key );
-         }
+         for ( uint64_t id : { 2, 5, 7 } ) writer.remove( Record::of( id, 0 ).key );
       }
-      int file = open( path().c_str(), O_RDONLY );
-      FUZZ_CHECK( file >= 0 );
-      image_.resize( std::filesystem::file_size( path() ) );
-      FUZZ_CHECK( read( file, image_.data(), image_.size() ) ==
-                  static_cast<ssize_t>( image_.size() ) );
-      close( file );
+      std::ifstream file( path(), std::ios::binary );
+      image_.assign( std::istreambuf_iterator<char>( file ), {} );
+      FUZZ_CHECK( image_.size() == std::filesystem::file_size( path() ) );
    }
    ~Site() { std::filesystem::remove_all( directory_ ); }
 
@@ -84,7 +77,7 @@ class Site {
    }
 
    void damage( const uint8_t* data, size_t size ) const {
-      std::vector<uint8_t> bytes = image_;
+      std::string bytes = image_;
       for ( size_t at = 0; at + 4 <= size; ) {
          size_t offset = data[at] | data[at + 1] << 8 | data[at + 2] << 16;
          size_t length = data[at + 3];
@@ -93,22 +86,21 @@ class Site {
             bytes.resize( std::min( bytes.size(), length * 64 ) );
             continue;
          }
-         length = std::min( { length, size - at } );
+         length = std::min( length, size - at );
          for ( size_t i = 0; i < length && !bytes.empty(); ++i )
-            bytes[( offset + i ) % bytes.size()] = data[at + i];
+            bytes[( offset + i ) % bytes.size()] =
+               static_cast<char>( data[at + i] );
          at += length;
       }
-      int file = open( path().c_str(), O_RDWR | O_CREAT | O_TRUNC, 0640 );
-      FUZZ_CHECK( file >= 0 );
-      FUZZ_CHECK( write( file, bytes.data(), bytes.size() ) ==
-                  static_cast<ssize_t>( bytes.size() ) );
-      close( file );
+      std::ofstream file( path(), std::ios::binary );
+      file.write( bytes.data(), static_cast<std::streamsize>( bytes.size() ) );
+      FUZZ_CHECK( file.flush() );
    }
 
  private:
    std::string directory_;
    Brane::WriterOptions options_;
-   std::vector<uint8_t> image_;
+   std::string image_;
    std::set<Record> written_;
 };
 
@@ -118,8 +110,7 @@ void readDamaged( const Site& site ) {
       FUZZ_CHECK( !reader.problem().empty() );
    }
    for ( uint64_t id = 0; id <= kCapacity; ++id ) {
-      Record found;
-      Record key = Record::of( id, 0 );
+      Record found, key = Record::of( id, 0 );
       reader.lookup( key.key, &found );
       if ( reader.verify( key.key ) != Brane::lookupFound ) continue;
       FUZZ_CHECK( reader.lookup( key.key, &found ) == Brane::lookupFound );

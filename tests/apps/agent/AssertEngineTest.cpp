@@ -158,10 +158,7 @@ const Row kRows[] = {
 TEST( Asserts, FollowTheTables ) {
    for ( const Row& row : kRows ) {
       Link link( row.routes );
-      EXPECT_EQ( playScript(
-                    link.clock, row.script, [&] { return link.state(); },
-                    [&]( const ScriptWords& words ) { link.act( words ); } ),
-                 row.history )
+      EXPECT_EQ( playScript( link.clock, row.script, link ), row.history )
          << row.routes << ": " << row.script;
       EXPECT_TRUE( row.routes[0] == 'S' ||
                    link.vrf->route( Link::key( 'S' ) ) == nullptr );

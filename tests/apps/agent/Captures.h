@@ -38,22 +38,29 @@ struct ListedMessage {
 // By capture and frame.
 using ListedMessages = std::map<std::string, std::map<int, ListedMessage>>;
 
-inline ListedMessages listedMessages( const std::filesystem::path& directory ) {
-   ListedMessages out;
-   std::ifstream file( directory / "decoded-pim.tsv" );
+inline std::vector<std::vector<std::string>> listedLines(
+   const std::filesystem::path& path ) {
+   std::vector<std::vector<std::string>> out;
+   std::ifstream file( path );
    std::string line;
    std::getline( file, line );  // the columns' names
    while ( std::getline( file, line ) ) {
       std::istringstream columns( line );
-      std::string column[8];
+      auto& column = out.emplace_back( 8 );
       for ( std::string& text : column ) std::getline( columns, text, '\t' );
+   }
+   return out;
+}
+
+inline ListedMessages listedMessages( const std::filesystem::path& directory ) {
+   ListedMessages out;
+   for ( const auto& column : listedLines( directory / "decoded-pim.tsv" ) )
       out[column[0]][std::stoi( column[1] )] = { std::stod( column[2] ),
                                                  column[3],
                                                  column[4],
                                                  column[5],
                                                  column[6],
                                                  column[7] };
-   }
    return out;
 }
 
@@ -65,13 +72,8 @@ using ListedMemberships =
 inline ListedMemberships listedMemberships(
    const std::filesystem::path& directory ) {
    ListedMemberships out;
-   std::ifstream file( directory / "decoded-membership.tsv" );
-   std::string line;
-   std::getline( file, line );
-   while ( std::getline( file, line ) ) {
-      std::istringstream columns( line );
-      std::string column[8];
-      for ( std::string& text : column ) std::getline( columns, text, '\t' );
+   for ( const auto& column :
+         listedLines( directory / "decoded-membership.tsv" ) ) {
       std::string text =
          column[3] + ' ' + column[4] + ' ' + column[5] + ' ' + column[6];
       if ( !column[7].empty() ) text += ' ' + column[7];

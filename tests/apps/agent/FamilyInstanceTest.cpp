@@ -490,7 +490,7 @@ TEST_F( Family, NeighborsAreKnownAfterARestart ) {
 
 // A source on a link is known from the packets that the forwarding process tells of.
 class Sources : public Family {
- protected:
+ public:
    // A is on eth1, B on eth2, X behind another router.
    static const char* address( const std::string& name ) {
       return name == "A"   ? "198.51.100.7"
@@ -575,11 +575,7 @@ TEST_F( Sources, FollowWhatTheKernelTells ) {
       for ( const auto& key : mfib->upcall().keys() ) mfib->upcallDel( key );
       for ( const auto& key : mfib->cache().keys() ) mfib->cacheDel( key );
       adopted();
-      EXPECT_EQ( playScript(
-                    real, script, [&] { return state(); },
-                    [&]( const ScriptWords& words ) { act( words ); } ),
-                 history )
-         << script;
+      EXPECT_EQ( playScript( real, script, *this ), history ) << script;
    }
 }
 

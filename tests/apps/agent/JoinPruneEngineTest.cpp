@@ -94,17 +94,16 @@ struct Router {
       }
       engine.receive( intfId( intf ), neighbors, message );
    }
+   void act( const ScriptWords& words ) {
+      if ( words[0] != "others" ) return receive( words );
+      // Prunes wait 3 s for them to override.
+      PimHello hello;
+      hello.holdtime = 0xffff;
+      for ( const char* other : { "203.0.113.2", "203.0.113.3" } )
+         neighbors.receiveHello( addr( other ), hello );
+   }
    std::string play( const std::string& script ) {
-      return playScript(
-         clock, script, [this] { return state(); },
-         [this]( const ScriptWords& words ) {
-            if ( words[0] != "others" ) return receive( words );
-            // Prunes wait 3 s for them to override.
-            PimHello hello;
-            hello.holdtime = 0xffff;
-            for ( const char* other : { "203.0.113.2", "203.0.113.3" } )
-               neighbors.receiveHello( addr( other ), hello );
-         } );
+      return playScript( clock, script, *this );
    }
    // "* joined; S1 joined eth2 rptPruned; S1 G2 joined": eth1 and G1 go without saying.
    std::string state() const {

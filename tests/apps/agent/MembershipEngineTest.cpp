@@ -160,11 +160,7 @@ const ScriptRow kRows[] = {
 TEST( MembershipEngine, FollowsTheTables ) {
    for ( const auto& [script, history] : kRows ) {
       Members members;
-      EXPECT_EQ( playScript(
-                    members.clock, script, [&] { return members.state(); },
-                    [&]( const ScriptWords& words ) { members.act( words ); } ),
-                 history )
-         << script;
+      EXPECT_EQ( playScript( members.clock, script, members ), history ) << script;
       EXPECT_EQ( members.model->route().size(), 0u );
    }
 }

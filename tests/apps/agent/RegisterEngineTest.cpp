@@ -44,6 +44,7 @@ constexpr const char* kAttached = "198.51.100.7";
 constexpr const char* kRemote = "10.0.0.7";
 constexpr const char* kRouter = "192.0.2.50";
 constexpr const char* kPeer = "192.0.2.77";
+constexpr const char* kRp = "203.0.113.1";
 
 // A, B and C are of sources on eth1, R and P of groups whose RP this router is.
 const std::map<std::string, std::pair<const char*, const char*>> kSources = {
@@ -54,7 +55,7 @@ const std::map<std::string, std::pair<const char*, const char*>> kSources = {
    { "P", { kRemote, "238.1.1.1" } } };
 
 class Registers : public testing::Test {
- protected:
+ public:
    Registers() { start(); }
 
    void start() {
@@ -108,13 +109,10 @@ class Registers : public testing::Test {
       if ( event == "moved" )
          return configure( "198.51.100.1/24", "198.51.101.1/24" );
       const auto& [source, group] = kSources.at( words[1] );
-      if ( event == "stop" )
-         receiveStop( "203.0.113.1", "192.0.2.1", source, group );
-      if ( event == "stopAll" )
-         receiveStop( "203.0.113.1", "192.0.2.1", "0.0.0.0", group );
+      if ( event == "stop" ) receiveStop( kRp, "192.0.2.1", source, group );
+      if ( event == "stopAll" ) receiveStop( kRp, "192.0.2.1", "0.0.0.0", group );
       if ( event == "data" || event == "null" )
-         receiveRegister( "192.0.2.1", "203.0.113.1", source, group,
-                          event == "null" );
+         receiveRegister( "192.0.2.1", kRp, source, group, event == "null" );
       if ( event == "router" )
          receiveRegister( kRouter, words[1] == "R" ? "203.0.113.9" : "203.0.113.8",
                           source, group );
@@ -181,53 +179,55 @@ const ScriptRow kRows[] = {
 TEST_F( Registers, FollowTheirMessages ) {
    for ( const auto& [script, history] : kRows ) {
       configure();
-      EXPECT_EQ( playScript(
-                    clock, script, [&] { return state(); },
-                    [&]( const ScriptWords& words ) { act( words ); } ),
-                 history )
-         << script;
+      EXPECT_EQ( playScript( clock, script, *this ), history ) << script;
       EXPECT_EQ( engine->size(), 0u ) << script;
    }
 }
 
+struct RefusedRow {
+   Refusal refusal;
+   const char* from;
+   const char* to;
+   const char* source;
+   const char* group;
+   uint8_t mask = 32;
+};
+const RefusedRow kRefused[] = {
+   { notMulticast, kRouter, "203.0.113.9", kRemote, kRp },
+   { linkLocalGroup, kRouter, "203.0.113.9", kRemote, "224.0.0.5" },
+   { badSource, kRouter, "203.0.113.9", "0.0.0.0", "239.1.1.1" },
+   { badSource, kRouter, "203.0.113.9", "239.1.1.1", "239.1.1.1" },
+   { notToUs, kRouter, kRp, kRemote, "233.252.0.1" },
+   { notTheRp, kRouter, "192.0.2.1", kRemote, "233.252.0.1" },
+   // To an own address that is not the group's RP, and not from a peer.
+   { notTheRp, kRouter, "192.0.2.1", kRemote, "239.1.1.1" },
+   { notTheRp, kPeer, "203.0.113.8", kRemote, "239.1.1.1" },
+   { ownPacket, "203.0.113.8", kPeer, kRemote, "238.1.1.1" },
+};
+const RefusedRow kRefusedStops[] = {
+   { notToUs, kRp, "192.0.2.2", kAttached, "233.252.0.1" },
+   { ownPacket, "203.0.113.9", "10.0.0.1", kRemote, "239.1.1.1" },
+   { rpMismatch, "203.0.113.2", "192.0.2.1", kAttached, "233.252.0.1" },
+   { notRegistered, kRp, "192.0.2.1", kRemote, "233.252.0.1" },
+   { partialMask, kRp, "192.0.2.1", kAttached, "233.252.0.1", 24 },
+   { notMulticast, kRp, "192.0.2.1", kAttached, "192.0.2.9" },
+};
+
 TEST_F( Registers, ThatDoNotConcernUsChangeNothing ) {
-   using Row = std::pair<Refusal, std::function<void()>>;
-   auto sent = [&]( const char* from, const char* to, const char* source,
-                    const char* group ) {
-      return [=, this] { receiveRegister( from, to, source, group ); };
-   };
-   auto stopped = [&]( const char* from, const char* to, const char* source,
-                       const char* group, uint8_t mask = 32 ) {
-      return [=, this] { receiveStop( from, to, source, group, mask ); };
-   };
-   const char* rp = "203.0.113.1";
-   for ( const auto& [refusal, act] :
-         { Row{ notMulticast, sent( kRouter, "203.0.113.9", kRemote, rp ) },
-           { linkLocalGroup, sent( kRouter, "203.0.113.9", kRemote, "224.0.0.5" ) },
-           { badSource, sent( kRouter, "203.0.113.9", "0.0.0.0", "239.1.1.1" ) },
-           { badSource, sent( kRouter, "203.0.113.9", "239.1.1.1", "239.1.1.1" ) },
-           { notToUs, sent( kRouter, rp, kRemote, "233.252.0.1" ) },
-           { notTheRp, sent( kRouter, "192.0.2.1", kRemote, "233.252.0.1" ) },
-           // To an own address that is not the group's RP, and not from a peer.
-           { notTheRp, sent( kRouter, "192.0.2.1", kRemote, "239.1.1.1" ) },
-           { notTheRp, sent( kPeer, "203.0.113.8", kRemote, "239.1.1.1" ) },
-           { ownPacket, sent( "203.0.113.8", kPeer, kRemote, "238.1.1.1" ) },
-           { notToUs, stopped( rp, "192.0.2.2", kAttached, "233.252.0.1" ) },
-           { ownPacket,
-             stopped( "203.0.113.9", "10.0.0.1", kRemote, "239.1.1.1" ) },
-           { rpMismatch,
-             stopped( "203.0.113.2", "192.0.2.1", kAttached, "233.252.0.1" ) },
-           { notRegistered, stopped( rp, "192.0.2.1", kRemote, "233.252.0.1" ) },
-           { partialMask,
-             stopped( rp, "192.0.2.1", kAttached, "233.252.0.1", 24 ) },
-           { notMulticast,
-             stopped( rp, "192.0.2.1", kAttached, "192.0.2.9" ) } } ) {
-      SCOPED_TRACE( std::string( stringValue( refusal ) ) );
-      uint64_t before = counters.refusedCount( refusal );
-      act();
-      EXPECT_EQ( counters.refusedCount( refusal ), before + 1 );
+   auto expectRefused = [this]( const RefusedRow& row, auto receive ) {
+      uint64_t before = counters.refusedCount( row.refusal );
+      receive();
+      EXPECT_EQ( counters.refusedCount( row.refusal ), before + 1 )
+         << row.from << row.to;
       EXPECT_EQ( engine->size(), 0u );
-   }
+   };
+   for ( const RefusedRow& row : kRefused )
+      expectRefused(
+         row, [&] { receiveRegister( row.from, row.to, row.source, row.group ); } );
+   for ( const RefusedRow& row : kRefusedStops )
+      expectRefused( row, [&] {
+         receiveStop( row.from, row.to, row.source, row.group, row.mask );
+      } );
    EXPECT_EQ( tables->registerOif().size() + tables->noRegisterOif().size(), 0u );
 }
 
@@ -263,17 +263,12 @@ TEST_F( Registers, OutliveADamagedRecordUntilItIsWritten ) {
    EXPECT_EQ( state(), "A no-oif dr; B oif dr" );
 }
 
-TEST( Advertised, FollowsTheConfiguration ) {
-   Mox::TestClock clock;
-   Mox::Test::TempRoot root;
-   Corvex::EntityManager manager( clock, nullptr, root.path() );
-   AgentCounters counters;
+TEST_F( Registers, AdvertisedSourcesFollowTheConfiguration ) {
    auto table = AdvertisedSgStatus::mount( manager, "t", ::Brane::tableWriter, 2 );
    auto entry = [&]( const char* group, bool anycast ) {
       return AdvertisedConfig{ addr( "10.0.0.1" ), addr( group ),
                                addr( "10.9.9.9" ), anycast };
    };
-   VrfConfig config;
    constexpr auto kFamily = Vantu::AddressFamily::ipv4;
    config.advertised = {
       entry( "239.1.1.1", false ),

@@ -107,34 +107,19 @@ TEST_F( Replaying, RefusesWhatIsNoCapture ) {
    }
 }
 
-TEST_F( Replaying, ReadsBothFormats ) {
-   // Section header, one interface of cooked frames, one packet of four bytes.
-   const ByteVector modern =
-      PacketBuilder()
-         .hex( "0a0d0d0a 0000001c 1a2b3c4d 0001 0000 ffffffff ffffffff 0000001c" )
-         .hex( "00000001 00000014 0071 0000 0000ffff 00000014" )
-         .hex( "00000006 00000024 00000000 00000000" )
-         .u32( 2500000 )
-         .hex( "00000004 00000004 cafe0001 00000024" );
-   struct Row {
-      ByteVector file;
-      double time;
-      LinkType link;
-      size_t size;
-      uint32_t wireLength;
-   };
-   for ( const Row& row :
-         { Row{ pcapFile( { { 7.25, 0xaa, 60 } } ), 7.25, LinkType::ethernet, 1,
-                60 },
-           { pcapFile( { { 7, 0 } }, 105 ), 7, LinkType::unknown, 1, 1 },
-           { modern, 2.5, LinkType::linuxCooked, 4, 4 } } ) {
+TEST_F( Replaying, TellsTimesAndLinks ) {
+   for ( const auto& [number, link] : { std::pair( 1, LinkType::ethernet ),
+                                        { 113, LinkType::linuxCooked },
+                                        { 276, LinkType::linuxCooked2 },
+                                        { 101, LinkType::rawIp },
+                                        { 105, LinkType::unknown } } ) {
       CapturedPacket packet;
-      CaptureReader reader( write( "file", row.file ) );
+      CaptureReader reader(
+         write( "file", pcapFile( { { 7.25, 0xaa, 60 } }, number ) ) );
       ASSERT_TRUE( reader.next( packet ) );
-      EXPECT_EQ( packet.time, row.time );
-      EXPECT_EQ( packet.link, row.link );
-      EXPECT_EQ( packet.bytes.size(), row.size );
-      EXPECT_EQ( packet.wireLength, row.wireLength );
+      EXPECT_EQ( packet.link, link ) << number;
+      EXPECT_EQ( packet.time, 7.25 );
+      EXPECT_EQ( packet.wireLength, 60u );
       EXPECT_FALSE( reader.next( packet ) );
    }
 }

@@ -1,13 +1,59 @@
 // Captures of real packets, replayed for routers on their link, packet by packet.
-#include "tests/apps/agent/Captures.h"
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "apps/agent/FamilyInstance.h"
+#include "apps/agent/Replay.h"
+#include "apps/agent/config/ConfigReader.h"
+#include "platform/loop/TestClock.h"
 #include "tests/apps/agent/ExpectedRoutes.h"
-#include "tests/apps/agent/ReplayedFamily.h"
+#include "tests/support/TempRoot.h"
 
 namespace Agent {
 namespace {
 
 using Routing::Pim::SparseMode::Intf;
 using Routing::Pim::SparseMode::Route;
+
+// A router on the link of a capture, for its packets to be played into.
+struct ReplayedFamily {
+   explicit ReplayedFamily( const VrfConfig& config )
+      : family( config.interfaces[0].addresses[0].address.family(), config, manager,
+                real, clock, counters ) {
+      while ( !family.ready() ) real.runPass();
+      family.adopt();
+   }
+
+   // As assumed for the router's address; small.
+   static VrfConfig configFor( const char* router ) {
+      VrfConfig config =
+         assumedConfig( Vantu::IpGenAddr( Mox::StringView( router ) ) ).vrfs[0];
+      config.maxRoutes = config.maxRouteIntfs = 100;
+      return config;
+   }
+
+   // Each frame at its time, with its number from 1 on; until one fails fatally.
+   void play(
+      const std::string& path,
+      const std::function<void( int number, const Replay::Frame& )>& receive ) {
+      Replay replay( { { path, "" } } );
+      replay.start( clock, real.now() );
+      for ( int number = 1; !replay.atEnd(); ++number ) {
+         SCOPED_TRACE( fmt::format( "{} packet {}", path, number ) );
+         replay.play(
+            clock, [] { return true; },
+            [&]( const Replay::Frame& frame ) { receive( number, frame ); } );
+         if ( testing::Test::HasFatalFailure() ) return;
+      }
+   }
+
+   Mox::Test::TempRoot root;
+   Mox::TestClock real{ 10000.0 };
+   AgentClock clock{ real };
+   AgentCounters counters;
+   Corvex::EntityManager manager{ real, nullptr, root.path() };
+   FamilyInstance family;
+};
 
 // `most`: how many states the router holds at its fullest, counted by hand in the
 // listing; so that the comparison never runs on nothing unawares.
@@ -140,40 +186,114 @@ TEST_P( ReplayedCaptures, LeaveWhatTheListingImplies ) {
    EXPECT_EQ( states(), std::set<std::string>() ) << "nobody refreshes any more";
 }
 
-// A register and the RP's answer, as the first hop and as the RP.
-TEST( ReplayedRegisters, LeaveTheSourceInTheTables ) {
-   auto directory = capturesDirectory();
-   SKIP_WITHOUT_CAPTURES( directory );
-   for ( bool isRp : { false, true } ) {
-      VrfConfig config =
-         ReplayedFamily::configFor( isRp ? "192.168.1.254" : "192.168.0.6" );
-      config.rps = { { Vantu::IpGenAddr( "192.168.1.254" ), {} } };
-      config.rpfRoutes = {
-         { Vantu::IpGenPrefix( "192.168.20.0/24" ), Vantu::IntfId( "eth0" ),
-           Vantu::IpGenAddr( isRp ? "192.168.0.6" : "0.0.0.0" ) } };
-      ReplayedFamily router( config );
-      std::string history;
-      const Routing::Pim::RouteKey key{ Vantu::IpGenAddr( "192.168.20.10" ),
-                                        Vantu::IpGenAddr( "239.1.2.3" ) };
-      const auto& tables = router.family.registers();
-      router.play(
-         *directory / "pim-register-stop.pcap",
-         [&]( int, const Replay::Frame& frame ) {
-            IpPacket packet;
-            PimMessage message;
-            ASSERT_EQ( decodeFrame( frame.link, frame.bytes, packet ), notDropped );
-            ASSERT_EQ( decodePim( packet, message ), notDropped );
-            router.family.receive( Vantu::IntfId( "eth0" ), packet, message );
-            history += tables.registerOif().has( key ) ? "oif" : "";
-            history += tables.noRegisterOif().has( key ) ? "no-oif" : "";
-            history += tables.drDiscoveredSg().has( key ) ? " dr, " : ", ";
-         } );
-      EXPECT_EQ( history, isRp ? "no-oif, no-oif, " : "oif dr, no-oif dr, " );
-   }
-}
-
 INSTANTIATE_TEST_SUITE_P( Routers, ReplayedCaptures, testing::ValuesIn( kRows ),
                           []( const auto& row ) { return row.param.name; } );
+
+// Groups with the time until which they have members: hosts in these captures want all
+// sources or none, and their queriers ask with the default times.
+class ExpectedMembers {
+ public:
+   // "192.0.2.7 IGMPv3 Membership Report 239.1.1.1 TO_EX".
+   void receive( const std::string& line, double now ) {
+      std::istringstream words( line );
+      std::string sender, text, group, record;
+      words >> sender;
+      for ( std::string word; words >> word; ) {
+         if ( word.find( '.' ) != std::string::npos ||
+              word.find( ':' ) != std::string::npos ) {
+            group = word;
+            break;
+         }
+         text += ( text.empty() ? "" : " " ) + word;
+      }
+      words >> record;
+      if ( group == "0.0.0.0" ) return;
+      bool query = text.find( "Query" ) != std::string::npos;
+      bool leave = record == "TO_IN" || text.find( "Leave" ) != std::string::npos ||
+                   text.find( "Done" ) != std::string::npos;
+      if ( !query && refused( group ) ) return;
+      if ( query || leave ) {
+         auto found = until_.find( group );
+         if ( found != until_.end() )
+            found->second = std::min( found->second, now + 2 );
+      } else {
+         until_[group] = now + 260;
+      }
+   }
+   std::set<std::string> at( double now ) {
+      std::erase_if( until_, [&]( auto& entry ) { return entry.second <= now; } );
+      std::set<std::string> out;
+      for ( const auto& [group, until] : until_ ) out.insert( group );
+      return out;
+   }
+   uint64_t linkLocal = 0;
+   uint64_t unicast = 0;
+
+ private:
+   bool refused( const std::string& group ) {
+      bool local =
+         group.rfind( "224.0.0.", 0 ) == 0 || group.rfind( "ff02:", 0 ) == 0;
+      int first = std::atoi( group.c_str() );
+      bool multicast = local || ( first >= 224 && first < 240 );
+      linkLocal += local ? 1 : 0;
+      unicast += multicast ? 0 : 1;
+      return local || !multicast;
+   }
+
+   std::map<std::string, double> until_;
+};
+
+// `most`: groups at the fullest, counted by hand in the listing.
+struct MembersRow {
+   const char* capture;
+   const char* router;
+   size_t most;
+};
+
+const MembersRow kMembersRows[] = {
+   { "igmpv2.pcap", "192.168.1.99", 4 },
+   { "igmpv2-v3.pcap", "192.168.1.99", 1 },
+   { "igmpv3-asm.pcap", "20.0.1.99", 3 },
+   { "igmpv3-report-sources.pcap", "192.0.2.1", 0 },
+   { "mldv1.pcap", "fe80::99", 0 } };
+
+TEST( ReplayedMembership, LeavesTheMembersThatTheListingImplies ) {
+   auto directory = capturesDirectory();
+   SKIP_WITHOUT_CAPTURES( directory );
+   auto listed = listedMemberships( *directory );
+   for ( const MembersRow& row : kMembersRows ) {
+      ReplayedFamily router( ReplayedFamily::configFor( row.router ) );
+      auto members = [&] {
+         std::set<std::string> out;
+         for ( const auto& route : router.family.model().route() ) {
+            if ( route.routeIntf( Vantu::IntfId( "eth0" ) )
+                    ->localReceiverInclude() )
+               out.insert( valueToStrep( route.key().group ) );
+         }
+         return out;
+      };
+      ExpectedMembers expected;
+      size_t most = 0;
+      router.play(
+         *directory / row.capture, [&]( int number, const Replay::Frame& frame ) {
+            IpPacket packet;
+            Message message;
+            ASSERT_EQ( decodeFrame( frame.link, frame.bytes, packet ), notDropped );
+            ASSERT_EQ( decodeMessage( packet, message ), notDropped );
+            router.family.receive( Vantu::IntfId( "eth0" ), packet, message );
+            for ( const std::string& line : listed[row.capture][number] )
+               expected.receive( line, frame.elapsed );
+            ASSERT_EQ( members(), expected.at( frame.elapsed ) );
+            most = std::max( most, members().size() );
+         } );
+      EXPECT_EQ( most, row.most ) << row.capture;
+      EXPECT_EQ( router.counters.refusedCount( linkLocalGroup ),
+                 expected.linkLocal );
+      EXPECT_EQ( router.counters.refusedCount( notMulticast ), expected.unicast );
+      router.real.runUntil( router.real.now() + 261 );
+      EXPECT_EQ( members(), std::set<std::string>() ) << row.capture;
+   }
+}
 
 }
 }

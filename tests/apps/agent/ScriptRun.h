@@ -9,7 +9,6 @@
 #include <fmt/format.h>
 
 #include <cmath>
-#include <functional>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -26,18 +25,17 @@ struct ScriptRow {
 
 using ScriptWords = std::vector<std::string>;
 
-// `act` does what a step says; when all are through, time passes until every timer is,
-// even one of 18 hours.
-inline std::string playScript(
-   Mox::TestClock& clock, const std::string& script,
-   const std::function<std::string()>& state,
-   const std::function<void( const ScriptWords& )>& act ) {
+// The world's act() does what a step says, its state() tells the state; when all are
+// through, time passes until every timer is, even one of 18 hours.
+template <class World>
+std::string playScript( Mox::TestClock& clock, const std::string& script,
+                        World& world ) {
    const double start = clock.now();
-   std::string last = state();
+   std::string last = world.state();
    std::string history;
    auto look = [&] {
-      if ( state() == last ) return;
-      last = state();
+      if ( world.state() == last ) return;
+      last = world.state();
       history +=
          fmt::format( "{}{:g} {}", history.empty() ? "" : ", ",
                       std::round( 100 * ( clock.now() - start ) ) / 100, last );
@@ -56,7 +54,7 @@ inline std::string playScript(
       double at = 0.0;
       text >> at;
       until( at );
-      act( ScriptWords( std::istream_iterator<std::string>( text ), {} ) );
+      world.act( ScriptWords( std::istream_iterator<std::string>( text ), {} ) );
       look();
    }
    until( 100000 );

@@ -182,9 +182,8 @@ TEST_F( Attach, RepairsAreToldAnewEachTime ) {
    makeTable();
    Content expected = firstFive;
    const Detail::Geometry geometry = geometryOf( 10 );
-   TableReader reader( path, layout );
-   TableFollower follower( reader );
-   Followed followed{ expected };
+   Followed followed( path, layout );
+   TableReader& reader = followed.reader;
    for ( uint64_t round = 1; round <= 300 && !HasFailure(); ++round ) {
       SCOPED_TRACE( round );
       std::string bytes = bytesOf( path );
@@ -221,7 +220,7 @@ TEST_F( Attach, RepairsAreToldAnewEachTime ) {
          EXPECT_EQ( contentOf( writer ), expected );
          EXPECT_EQ( writer.verify().damaged, 0u );
       }
-      followed.drain( follower );
+      followed.drain();
       EXPECT_EQ( followed.content, expected );
       TableWriter next( path, layout, 10, options );
       EXPECT_EQ( next.attachReport().texts, std::vector<Mox::String>() );
@@ -231,7 +230,7 @@ TEST_F( Attach, RepairsAreToldAnewEachTime ) {
          put( next, id, round );
          expected[id] = Record::of( id, round );
       }
-      followed.drain( follower );
+      followed.drain();
       EXPECT_EQ( followed.content, expected );
    }
 }

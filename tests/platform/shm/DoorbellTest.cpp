@@ -87,15 +87,13 @@ TEST_F( Doorbell, TellsOfAWriterThatWasKilledBeforeItRang ) {
    } );
    ready.receive();
    DoorbellHub hub;
-   TableReader reader( path, layout );
-   TableFollower follower( reader );
-   Followed followed;
+   Followed followed( path, layout );
    hub.add( path, [&] {
       ++calls;
-      followed.drain( follower );
+      followed.drain();
    } );
    EXPECT_EQ( rings( hub ), 1 );
-   EXPECT_TRUE( reader.writerAlive() );
+   EXPECT_TRUE( followed.reader.writerAlive() );
    try {
       newWriter( path );
       ADD_FAILURE() << "admitted";
@@ -108,7 +106,7 @@ TEST_F( Doorbell, TellsOfAWriterThatWasKilledBeforeItRang ) {
    EXPECT_TRUE( WIFSIGNALED( ended( first ) ) );
    EXPECT_EQ( rings( hub ), 1 );
    EXPECT_EQ( followed.content[1], Record::of( 1, 1 ) );
-   EXPECT_FALSE( reader.writerAlive() );
+   EXPECT_FALSE( followed.reader.writerAlive() );
    // Once more a little later, since the bell may ring before the lock is free.
    EXPECT_LT( hub.due(), now + 1 );
    EXPECT_EQ( rings( hub ), 1 );
@@ -116,21 +114,19 @@ TEST_F( Doorbell, TellsOfAWriterThatWasKilledBeforeItRang ) {
    auto second = newWriter( path );
    EXPECT_EQ( second->attachReport().survivors, 1u );
    EXPECT_THROW( newWriter( path ), SecondWriterError );
-   EXPECT_TRUE( reader.writerAlive() );
+   EXPECT_TRUE( followed.reader.writerAlive() );
 }
 
 // As where the system has no instance left.
 TEST_F( Doorbell, FallsBackToTimeWithoutInotify ) {
    TableWriter writer( path, layout, 10, options );
-   TableReader reader( path, layout );
-   TableFollower follower( reader );
-   Followed followed;
+   Followed followed( path, layout );
    DoorbellHub hub( false );
    EXPECT_EQ( hub.fd(), -1 );
    EXPECT_EQ( hub.due(), never );
    DoorbellHub::Id id = hub.add( path, [&] {
       ++calls;
-      followed.drain( follower );
+      followed.drain();
    } );
    EXPECT_TRUE( hub.fallback() );
    for ( int look = 1; look < 4; ++look ) {

@@ -6,39 +6,35 @@ namespace {
 class Follower : public TableTest {};
 
 TEST_F( Follower, HearsEachLaterChangeOnce ) {
-   TableReader reader( path, layout );
-   TableFollower follower( reader );
-   Followed followed;
-   EXPECT_FALSE( followed.drain( follower ).stateChanged );
+   Followed followed( path, layout );
+   EXPECT_FALSE( followed.drain().stateChanged );
    TableWriter writer( path, layout, 10, options );
    put( writer, 1, 1 );
    // A table that appears was empty until then.
-   EXPECT_TRUE( followed.drain( follower ).stateChanged );
+   EXPECT_TRUE( followed.drain().stateChanged );
    EXPECT_EQ( followed.changes, 1u );
    // What stands when a follower is made is not told.
-   TableReader lateReader( path, layout );
-   TableFollower late( lateReader );
-   Followed lateFollowed;
-   EXPECT_FALSE( lateFollowed.drain( late ).stateChanged );
-   EXPECT_EQ( lateFollowed.changes, 0u );
+   Followed late( path, layout );
+   EXPECT_FALSE( late.drain().stateChanged );
+   EXPECT_EQ( late.changes, 0u );
    put( writer, 2, 1 );
    put( writer, 2, 2 );
-   EXPECT_TRUE( follower.pending() );
-   EXPECT_EQ( followed.drain( follower ).written, 1u );
+   EXPECT_TRUE( followed.follower.pending() );
+   EXPECT_EQ( followed.drain().written, 1u );
    EXPECT_EQ( followed.content.at( 2 ), Record::of( 2, 2 ) );
-   EXPECT_FALSE( follower.pending() );
+   EXPECT_FALSE( followed.follower.pending() );
    // An equal value is a change.
    put( writer, 2, 2 );
-   EXPECT_EQ( followed.drain( follower ).written, 1u );
+   EXPECT_EQ( followed.drain().written, 1u );
    remove( writer, 1 );
-   EXPECT_EQ( followed.drain( follower ).removed, 1u );
+   EXPECT_EQ( followed.drain().removed, 1u );
    // Came and went in between: nobody knew it.
    put( writer, 5, 1 );
    remove( writer, 5 );
    remove( writer, 2 );
    put( writer, 2, 9 );
-   EXPECT_EQ( lateFollowed.drain( late ).written, 1u );
-   auto drained = followed.drain( follower );
+   EXPECT_EQ( late.drain().written, 1u );
+   auto drained = followed.drain();
    EXPECT_EQ( drained.written, 1u );
    EXPECT_EQ( drained.removed, 0u );
 }
@@ -46,14 +42,12 @@ TEST_F( Follower, HearsEachLaterChangeOnce ) {
 // Each of a burst's keys once, whichever way it is found.
 TEST_F( Follower, TellsABurstInParts ) {
    options.journalEntries = 256;
-   TableReader reader( path, layout );
-   TableFollower follower( reader );
-   Followed followed;
+   Followed followed( path, layout );
    TableWriter writer( path, layout, 1000, options );
    for ( uint32_t count : { 900u, 200u } ) {
       for ( uint64_t id = 1; id <= count; ++id ) put( writer, id, 1 );
       followed.changes = 0;
-      while ( followed.drain( follower, 100 ).more ) continue;
+      while ( followed.drain( 100 ).more ) continue;
       EXPECT_EQ( followed.changes, count );
    }
 }
@@ -61,9 +55,7 @@ TEST_F( Follower, TellsABurstInParts ) {
 TEST_F( Follower, TellsWhatDiffersInANewInstance ) {
    auto writer = std::make_unique<TableWriter>( path, layout, 10, options );
    for ( uint64_t id = 1; id <= 6; ++id ) put( *writer, id, 1 );
-   TableReader reader( path, layout );
-   TableFollower follower( reader );
-   Followed followed{ contentOf( reader ) };
+   Followed followed( path, layout );
    // Not yet told when the instance changes.
    put( *writer, 1, 2 );
    remove( *writer, 2 );
@@ -72,7 +64,7 @@ TEST_F( Follower, TellsWhatDiffersInANewInstance ) {
    put( *writer, 3, 3 );
    remove( *writer, 4 );
    put( *writer, 7, 1 );
-   auto drained = followed.drain( follower );
+   auto drained = followed.drain();
    EXPECT_TRUE( drained.stateChanged );
    EXPECT_EQ( drained.written, 3u );  // 1, 3 and 7
    EXPECT_EQ( drained.removed, 2u );
@@ -82,24 +74,24 @@ TEST_F( Follower, TellsWhatDiffersInANewInstance ) {
    Layout other = layout;
    other.recordSize += 8;
    { TableWriter converted( path, other, 10, options ); }
-   drained = followed.drain( follower );
+   drained = followed.drain();
    EXPECT_TRUE( drained.stateChanged );
-   EXPECT_EQ( reader.state(), readerMismatch );
+   EXPECT_EQ( followed.reader.state(), readerMismatch );
    EXPECT_EQ( drained.removed, 0u );
    writer = std::make_unique<TableWriter>( path, layout, 10, options );
    remove( *writer, 7 );
    put( *writer, 1, 5 );
-   followed.drain( follower );
+   followed.drain();
    EXPECT_EQ( followed.content, contentOf( *writer ) );
    // Gone, and back: both are told. Removed once more, the files are a successor's.
    writer->removeFiles();
-   drained = followed.drain( follower );
+   drained = followed.drain();
    EXPECT_EQ( drained.removed, 4u );
-   EXPECT_EQ( reader.state(), readerAbsent );
+   EXPECT_EQ( followed.reader.state(), readerAbsent );
    TableWriter successor( path, layout, 10, options );
    put( successor, 1, 9 );
    writer->removeFiles();
-   followed.drain( follower );
+   followed.drain();
    EXPECT_EQ( followed.content, contentOf( successor ) );
    EXPECT_TRUE( writerAlive( path ) );
 }
@@ -108,15 +100,13 @@ TEST_F( Follower, TakesEverythingForChangedBeyondTheGenerations ) {
    TableWriter writer( path, layout, 4, options );
    put( writer, 1, 1 );
    put( writer, 2, 1 );
-   TableReader reader( path, layout );
-   TableFollower follower( reader );
-   Followed followed;
+   Followed followed( path, layout );
    // The head alone, as 2^28 writes would leave it with words that repeat.
    uint64_t head = writer.sequence() + ( 1ull << 28 );
    std::string bytes = bytesOf( path );
    std::memcpy( bytes.data() + Detail::controlOffset, &head, 8 );
    bytesAre( path, bytes );
-   EXPECT_EQ( followed.drain( follower ).written, 2u );
+   EXPECT_EQ( followed.drain().written, 2u );
 }
 
 }

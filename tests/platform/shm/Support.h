@@ -74,26 +74,24 @@ inline Layout layoutOfRecord() {
 // By key id.
 using Content = std::map<uint64_t, Record>;
 
+inline void enter( Content& content, const void* bytes ) {
+   Record r;
+   std::memcpy( &r, bytes, sizeof( r ) );
+   EXPECT_TRUE( r.whole() ) << "torn record of key " << r.key.id;
+   EXPECT_TRUE( content.emplace( r.key.id, r ).second ) << "met twice";
+}
 inline Content contentOf( const TableReader& reader ) {
    Content content;
    reader.visit( [&]( Position, const void* bytes ) {
-      Record r;
-      std::memcpy( &r, bytes, sizeof( r ) );
-      EXPECT_TRUE( r.whole() ) << "torn record of key " << r.key.id;
-      EXPECT_TRUE( content.emplace( r.key.id, r ).second ) << "met twice";
+      enter( content, bytes );
       return true;
    } );
    return content;
 }
-
 inline Content contentOf( const TableWriter& writer ) {
    Content content;
-   for ( Position p = writer.next(); p != noPosition; p = writer.next( p ) ) {
-      Record r;
-      std::memcpy( &r, writer.at( p ), sizeof( r ) );
-      EXPECT_TRUE( r.whole() );
-      content[r.key.id] = r;
-   }
+   for ( Position p = writer.next(); p != noPosition; p = writer.next( p ) )
+      enter( content, writer.at( p ) );
    EXPECT_EQ( content.size(), writer.size() );
    return content;
 }
@@ -121,25 +119,28 @@ inline bool remove( TableWriter& writer, uint64_t id ) {
    return writer.remove( &key );
 }
 
-// What a follower's owner would know.
+// A reader's follower, and what its owner knows.
 struct Followed {
-   Content content;
-   uint32_t changes = 0;
+   Followed( const std::string& path, const Layout& layout )
+      : reader( path, layout ),
+        follower( reader ),
+        content( contentOf( reader ) ) {}
 
-   TableFollower::Drained drain( TableFollower& follower,
-                                 uint32_t limit = UINT32_MAX ) {
+   TableFollower::Drained drain( uint32_t limit = UINT32_MAX ) {
       auto tell = [this]( const Change& change ) {
          ++changes;
          Key key;
          std::memcpy( &key, change.key, sizeof( key ) );
-         if ( change.kind == Change::removed ) {
-            content.erase( key.id );
-            return;
-         }
-         std::memcpy( &content[key.id], change.record, sizeof( Record ) );
+         content.erase( key.id );
+         if ( change.kind == Change::written ) enter( content, change.record );
       };
       return follower.drain( tell, limit );
    }
+
+   TableReader reader;
+   TableFollower follower;
+   Content content;
+   uint32_t changes = 0;
 };
 
 inline Detail::Geometry geometryOf( uint32_t capacity, uint32_t journal = 1024 ) {

@@ -18,12 +18,9 @@ constexpr uint64_t standing = 20;
 constexpr uint64_t keys = 60;
 
 // Looks every key up and holds the answer against all earlier ones.
-class Watch {
+class Watch : public Followed {
  public:
-   Watch( const std::string& path, const Layout& layout )
-      : reader( path, layout ), follower_( reader ) {
-      followed_.content = contentOf( reader );
-   }
+   using Followed::Followed;
 
    // Null while all is as it must be. `still`: no writer is running.
    const char* complaint( bool still ) {
@@ -35,16 +32,14 @@ class Watch {
       return waited ? "tried again though nobody writes" : nullptr;
    }
    const char* complaint() {
-      followed_.drain( follower_ );
+      drain();
       return complaint( false );
    }
    // What it was told, with nobody writing.
    const Content& followed() {
-      while ( followed_.drain( follower_ ).again ) continue;
-      return followed_.content;
+      while ( drain().again ) continue;
+      return content;
    }
-
-   TableReader reader;
 
  private:
    const char* look( uint64_t id, bool still ) {
@@ -61,8 +56,6 @@ class Watch {
       return nullptr;
    }
 
-   TableFollower follower_;
-   Followed followed_;
    std::map<uint64_t, uint64_t> latest_;
 };
 

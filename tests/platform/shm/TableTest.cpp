@@ -167,7 +167,7 @@ class Churn : public TableTest, public testing::WithParamInterface<uint64_t> {
    std::vector<uint64_t> ids = neighbours( capacity, 60, 3 );
    std::map<uint64_t, Position> positions;
    std::unique_ptr<TableWriter> writer;
-   std::unique_ptr<TableReader> reader;
+   TableReader* reader = nullptr;
    Content expected;
    uint64_t generation = 0;
 };
@@ -185,9 +185,8 @@ TEST_P( Churn, EqualsAMap ) {
    options.firstSequence = GetParam();
    options.journalEntries = random() % 2 ? 4 : 256;
    mount();
-   reader = std::make_unique<TableReader>( path, layout );
-   TableFollower follower( *reader );
-   Followed followed;
+   Followed followed( path, layout );
+   reader = &followed.reader;
    bool drainedSo[2][2] = {};  // lapped, in parts
    for ( uint64_t round = 1; round <= rounds && !HasFailure(); ++round ) {
       if ( random() % 3 == 0 ) mount();
@@ -200,13 +199,13 @@ TEST_P( Churn, EqualsAMap ) {
          ASSERT_LT( part, 4000u );
          // No more changes in the end, or it might never come.
          change( part < 20 ? random() % 5 : 0 );
-         drained = followed.drain( follower, limit );
+         drained = followed.drain( limit );
          EXPECT_LE( drained.written + drained.removed, 2ull * limit + 1 );
          drainedSo[drained.lapped][drained.more] = true;
-         EXPECT_EQ( follower.pending(), drained.more );
+         EXPECT_EQ( followed.follower.pending(), drained.more );
       }
       ASSERT_EQ( followed.content, expected );
-      ASSERT_EQ( follower.size(), writer->size() );
+      ASSERT_EQ( followed.follower.size(), writer->size() );
       check();
    }
    for ( bool lapped : { false, true } ) {

@@ -86,30 +86,26 @@ class Kill : public TableTest {
       std::string dead = directory + "/dead/t";
       std::filesystem::remove( dead );
       bytesAre( dead, change.former );
-      TableReader reader( dead, layout );
-      TableFollower follower( reader );
-      Followed followed{ contentOf( reader ) };
+      Followed followed( dead, layout );
       ASSERT_EQ( followed.content, change.before );
       // One that drains again only after the next writer's first change.
-      TableReader lateReader( dead, layout );
-      TableFollower lateFollower( lateReader );
-      Followed late = followed;
+      Followed late( dead, layout );
       bytesAre( dead, image );
-      Content seen = readDead( reader, change );
+      Content seen = readDead( followed.reader, change );
       // The bell tells of the death: the follower hears of what can be seen.
-      followed.drain( follower );
+      followed.drain();
       EXPECT_EQ( followed.content, seen );
-      std::vector<std::string> again = killPoints(
-         dead, [&] { remount( dead, change, seen, followed, follower ); } );
-      EXPECT_EQ( reader.counters().damaged, 0u );
-      goOn( dead, change, late, lateFollower );
+      std::vector<std::string> again =
+         killPoints( dead, [&] { remount( dead, change, seen, followed ); } );
+      EXPECT_EQ( followed.reader.counters().damaged, 0u );
+      goOn( dead, change, late );
       for ( size_t i = 0; deep && i < again.size() && !HasFailure(); ++i ) {
          check( again[i], change, false );
       }
    }
 
    void remount( const std::string& dead, const Change& change, const Content& seen,
-                 Followed& followed, TableFollower& follower ) {
+                 Followed& followed ) {
       TableWriter writer( dead, layout, capacity, options );
       const AttachReport& report = writer.attachReport();
       ASSERT_EQ( report.status, attachReused );
@@ -123,20 +119,19 @@ class Kill : public TableTest {
       EXPECT_EQ( writer.verify().damaged, 0u );
       TableReader fresh( dead, layout );
       EXPECT_EQ( readDead( fresh, change ), content );
-      followed.drain( follower );
+      followed.drain();
       EXPECT_EQ( followed.content, content );
    }
 
    // The next writer's changes do not hide the notice of the one half done.
-   void goOn( const std::string& dead, const Change& change, Followed& late,
-              TableFollower& follower ) {
+   void goOn( const std::string& dead, const Change& change, Followed& late ) {
       TableWriter writer( dead, layout, capacity, options );
       for ( auto& [id, record] : change.before ) {
          if ( found( change.after, id ) != record ) continue;
          put( writer, id, 800 );
          break;
       }
-      late.drain( follower );
+      late.drain();
       EXPECT_EQ( late.content, contentOf( writer ) );
       exercise( writer, late.content );
    }
@@ -255,9 +250,7 @@ TEST_F( Kill, InARepairLosesNoNotice ) {
    auto repair = [&]( const std::string& image ) {
       std::filesystem::remove( dead );
       bytesAre( dead, former );
-      TableReader reader( dead, layout );
-      TableFollower follower( reader );
-      Followed followed{ before };
+      Followed followed( dead, layout );
       bytesAre( dead, image );
       auto again = killPoints( dead, [&] {
          TableWriter writer( dead, layout, capacity, options );
@@ -267,7 +260,7 @@ TEST_F( Kill, InARepairLosesNoNotice ) {
       EXPECT_EQ(
          TableWriter( dead, layout, capacity, options ).attachReport().texts,
          std::vector<Mox::String>() );
-      followed.drain( follower );
+      followed.drain();
       EXPECT_EQ( followed.content, expected );
       TableWriter writer( dead, layout, capacity, options );
       exercise( writer, expected );

@@ -1,27 +1,9 @@
-#include <functional>
 #include <random>
 
-#include "../Support.h"
-#include "platform/shm/detail/Store.h"
+#include "KillPoints.h"
 
 namespace Brane::Test {
 namespace {
-
-// Runs `act` and copies the file after each store in it, as a kill would leave it.
-std::vector<std::string> killPoints( const std::string& file,
-                                     const std::function<void()>& act ) {
-   static std::string hooked;
-   static std::vector<std::string> images;
-   hooked = file;
-   images.clear();
-   Detail::storeHook = [] {
-      std::string bytes = bytesOf( hooked );
-      if ( images.empty() || images.back() != bytes ) images.push_back( bytes );
-   };
-   act();
-   Detail::storeHook = nullptr;
-   return images;
-}
 
 // A table of 12 with most keys in one line, so that they pass lines by, and a
 // journal of 4, which wraps all the time.
@@ -96,7 +78,7 @@ class Kill : public TableTest {
       followed.drain();
       EXPECT_EQ( followed.content, seen );
       std::vector<std::string> again =
-         killPoints( dead, [&] { remount( dead, change, seen, followed ); } );
+         KillPoints::of( dead, [&] { remount( dead, change, seen, followed ); } );
       EXPECT_EQ( followed.reader.counters().damaged, 0u );
       goOn( dead, change, late );
       for ( size_t i = 0; deep && i < again.size() && !HasFailure(); ++i ) {
@@ -157,7 +139,7 @@ TEST_F( Kill, AnywhereInAChangeLeavesTheOldRecordOrTheNew ) {
       } else if ( !full ) {
          change.after[id] = Record::of( id, step );
       }
-      auto images = killPoints( path, [&] {
+      auto images = KillPoints::of( path, [&] {
          Record r = Record::of( id, step );
          Key key{ id, 0 };
          if ( kind < 3 ) {
@@ -194,7 +176,7 @@ TEST_F( Kill, WhileMakingAnInstanceLeavesTheFormerOne ) {
          content[ids[i]] = Record::of( ids[i], i );
       }
       const std::string before = bytesOf( path );
-      auto images = killPoints(
+      auto images = KillPoints::of(
          files.fresh, [&] { TableWriter writer( path, layout, 40, options ); } );
       ASSERT_GT( images.size(), former ? 100u : 5u );
       for ( const std::string& image : images ) {
@@ -252,7 +234,7 @@ TEST_F( Kill, InARepairLosesNoNotice ) {
       bytesAre( dead, former );
       Followed followed( dead, layout );
       bytesAre( dead, image );
-      auto again = killPoints( dead, [&] {
+      auto again = KillPoints::of( dead, [&] {
          TableWriter writer( dead, layout, capacity, options );
          EXPECT_EQ( contentOf( writer ), expected );
          EXPECT_EQ( writer.verify().damaged, 0u );
@@ -268,7 +250,7 @@ TEST_F( Kill, InARepairLosesNoNotice ) {
    };
    for ( bool wild : { false, true } ) {
       bytesAre( path, damaged( former, capacity, wild ) );
-      auto images = killPoints( path, [&] {
+      auto images = KillPoints::of( path, [&] {
          TableWriter writer( path, layout, capacity, options );
          EXPECT_EQ( writer.attachReport().dropped, 1u );
          expected = contentOf( writer );

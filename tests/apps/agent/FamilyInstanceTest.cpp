@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
+#include <set>
 
 #include "apps/agent/config/ConfigReader.h"
 #include "export/Conversion.h"
@@ -144,17 +146,6 @@ class Family : public testing::Test {
    std::unique_ptr<FamilyInstance> family;
 };
 
-TEST_F( Family, MessagesWaitForTheReload ) {
-   start();
-   join( "eth1" );
-   EXPECT_EQ( route(), nullptr );
-   untilAdopted();
-   EXPECT_TRUE( forwards( route(), "eth1" ) );
-   start();
-   for ( size_t i = 0; i < FamilyInstance::maxWaiting + 2; ++i ) join( "eth1" );
-   EXPECT_EQ( counters.refusedCount( tooManyWaiting ), 2u );
-}
-
 // A review of the tables may be due between an engine's change and the end of the turn.
 TEST_F( Family, NoRouteIsPublishedBeforeItsForwarding ) {
    adopted();
@@ -259,103 +250,6 @@ TEST_F( Family, AFloodHoldsTheTablesUpForAWhileOnly ) {
    EXPECT_FALSE( family->published() );
 }
 
-TEST_F( Family, RoutesFollowTheConfiguration ) {
-   adopted();
-   join( "eth1" );
-   join( "eth0" );
-   EXPECT_EQ( route()->rpf().intfId, intfId( "eth0" ) );
-   EXPECT_FALSE( forwards( route(), "eth0" ) );
-   configIs( with( "interface: eth0, neighbor: 192.0.2.254",
-                   "interface: eth1, neighbor: 198.51.100.254" ) );
-   EXPECT_EQ( route()->rpf().intfId, intfId( "eth1" ) );
-   EXPECT_EQ( route()->prevRpf().intfId, intfId( "eth0" ) );
-   EXPECT_TRUE( forwards( route(), "eth0" ) );
-   EXPECT_FALSE( forwards( route(), "eth1" ) );
-   configIs( with( "203.0.113.1", "198.51.100.77" ) );
-   EXPECT_EQ( route()->umh()->rp(), addr( "198.51.100.77" ) );
-   EXPECT_TRUE( route()->rpfAttached() );
-   // Without one of our own the last one stays.
-   configIs( with( "  rps:\n  - {address: 203.0.113.1}\n", "",
-                   with( "198.51.100.1/24", "198.51.103.1/24" ) ) );
-   EXPECT_EQ( route()->umh()->rp(), addr( "198.51.100.77" ) );
-   EXPECT_EQ( route()->rpf().intfId, intfId( "eth0" ) );
-}
-
-TEST_F( Family, AnInterfaceGoesWithItsState ) {
-   const std::string gone =
-      with( "[198.51.100.1/24, \"fe80::1/64\"]", "[\"fe80::1/64\"]" );
-   for ( bool whileDown : { false, true } ) {
-      adopted();
-      join( "eth1" );
-      join( "eth0" );
-      join( "eth1", "233.252.0.2" );
-      untilPublished();
-      whileDown ? adopted( gone ) : configIs( gone );
-      ASSERT_NE( route(), nullptr );
-      EXPECT_EQ( route()->routeIntf( intfId( "eth1" ) ), nullptr );
-      EXPECT_EQ( route( "233.252.0.2" ), nullptr );
-      EXPECT_EQ( family->model().pimStatus()->intf( intfId( "eth1" ) ), nullptr );
-   }
-   join( "eth1" );
-   EXPECT_EQ( counters.refusedCount( noAddress ), 1u );
-   configIs( with( "198.51.100.1/24", "198.51.100.2/24" ) );
-   EXPECT_EQ( family->model().pimStatus()->intf( intfId( "eth1" ) )->addr().address,
-              addr( "198.51.100.2" ) );
-}
-
-// The default range, none, and a list; what stands when the range changes ends.
-TEST_F( Family, SourceSpecificGroupsGetNoSharedTree ) {
-   adopted();
-   join( "eth1", "232.1.1.1" );
-   EXPECT_EQ( route( "232.1.1.1" ), nullptr );
-   EXPECT_EQ( counters.refusedCount( ssmGroup ), 1u );
-   join( "eth1", "232.1.1.1", "192.0.2.77" );
-   EXPECT_EQ( family->model().route().size(), 1u );
-   configIs(
-      with( "  require-hello", "  ssmFilter: .no-ssm-range\n  require-hello" ) );
-   join( "eth1", "232.1.1.1" );
-   EXPECT_NE( route( "232.1.1.1" ), nullptr );
-   join( "eth1", "239.7.1.1" );
-   configIs( with( "  require-hello",
-                   "  ssmFilter: ours\n"
-                   "  access-lists:\n"
-                   "  - name: ours\n"
-                   "    rules:\n"
-                   "    - {action: deny, group: 239.7.2.0/24}\n"
-                   "    - {action: permit, group: 239.7.0.0/16}\n"
-                   "  require-hello" ) );
-   EXPECT_EQ( route( "239.7.1.1" ), nullptr );
-   EXPECT_NE( route( "232.1.1.1" ), nullptr );
-   join( "eth1", "239.7.2.1" );
-   EXPECT_NE( route( "239.7.2.1" ), nullptr );
-   join( "eth1", "239.7.3.1" );
-   EXPECT_EQ( counters.refusedCount( ssmGroup ), 2u );
-}
-
-TEST_F( Family, BackupPathsStandWhereTheFilterEnablesThem ) {
-   const std::string backup =
-      with( "neighbor: 192.0.2.254",
-            "neighbor: 192.0.2.254, backup: {interface: eth2, "
-            "neighbor: 198.51.101.254, metric: 7}" );
-   adopted( backup );
-   join( "eth1" );
-   EXPECT_EQ( route()->umhFrr(), nullptr ) << "no filter enables it";
-   configIs( with( "  require-hello",
-                   "  frrFilter: fast\n"
-                   "  access-lists:\n"
-                   "  - name: fast\n"
-                   "    rules: [{action: permit, group: 233.252.0.0/24}]\n"
-                   "  require-hello",
-                   backup ) );
-   EXPECT_EQ( route()->rpfFrr(), rpfBy( "eth2", "198.51.101.254", 1, 7 ) );
-   EXPECT_TRUE( route()->routeIntf( intfId( "eth1" ) )->fastForward() );
-   join( "eth1", "233.252.1.1" );
-   EXPECT_EQ( route( "233.252.1.1" )->umhFrr(), nullptr );
-   configIs( kConfig );
-   EXPECT_EQ( route()->umhFrr(), nullptr );
-   EXPECT_FALSE( route()->routeIntf( intfId( "eth1" ) )->fastForward() );
-}
-
 TEST_F( Family, RetiringRemovesTheTables ) {
    adopted();
    std::vector<std::string> files;
@@ -394,69 +288,6 @@ TEST_F( Family, RegistersAndAdvertisesAsTheConfigurationSays ) {
    EXPECT_EQ( family->advertised().coll().size(), 0u );
 }
 
-// What was forwarding goes on, without a gap: on an (S,G) route also where only the (*,G)
-// record stands behind it.
-TEST_F( Family, AReloadKeepsForwarding ) {
-   adopted();
-   join( "eth1" );
-   join( "eth2", kGroup, "192.0.2.77" );
-   auto both = [&] {
-      return forwards( source( "192.0.2.77" ), "eth1" ) &&
-             forwards( source( "192.0.2.77" ), "eth2" );
-   };
-   ASSERT_TRUE( both() );
-   untilPublished();
-   start();
-   while ( !family->ready() ) real.runPass();
-   EXPECT_TRUE( both() );
-   const auto& groupsBy = family->counting().groups().groupsBySourceCount();
-   EXPECT_EQ( groupsBy.at( 1 ).addr().size(), 1u );
-   family->adopt();
-   EXPECT_TRUE( both() );
-   family->handleTurnEnd();
-   EXPECT_TRUE( both() );
-   pass( JoinPruneEngine::defaultHoldtime );
-   EXPECT_EQ( family->model().route().size(), 0u );
-   EXPECT_TRUE( groupsBy.empty() );
-}
-
-// What hosts and other routers say reaches the outgoing list, and outlives the process.
-TEST_F( Family, MembersAndAssertsDecideWhatForwards ) {
-   adopted();
-   auto forwarding = [&] {
-      return std::string( forwards( route(), "eth1" ) ? "*" : "-" ) +
-             ( forwards( source( "192.0.2.77" ), "eth1" ) ? "S" : "-" );
-   };
-   auto assertOf = [&]( const char* source, bool rpt ) {
-      receive( "eth1", "198.51.100.9",
-               pim( PimAssert{ addr( kGroup ), 32, addr( source ), rpt, 0, 0 } ) );
-      family->handleTurnEnd();
-   };
-   MembershipReport report;
-   report.records = { { isExclude, addr( kGroup ), {} } };
-   receive( "eth1", "198.51.100.7", MembershipMessage( report ) );
-   join( "eth2", kGroup, "192.0.2.77" );
-   EXPECT_EQ( forwarding(), "*S" );
-   assertOf( "192.0.2.77", false );
-   EXPECT_EQ( forwarding(), "*-" ) << "of the source's tree, not the group's";
-   hearJoin( "eth1", kGroup, "192.0.2.77" );
-   family->handleTurnEnd();
-   EXPECT_EQ( forwarding(), "*S" ) << "a join ends it";
-   assertOf( "0.0.0.0", true );
-   EXPECT_EQ( forwarding(), "-S" );
-   pass( 181 );
-   EXPECT_EQ( forwarding(), "*S" );
-   assertOf( "0.0.0.0", true );
-   pass( 1 );
-   adopted();
-   EXPECT_EQ( forwarding(), "-S" );
-   EXPECT_EQ( route()->routeIntf( intfId( "eth1" ) )->assertWinner(),
-              addr( "198.51.100.9" ) );
-   EXPECT_TRUE( route()->routeIntf( intfId( "eth1" ) )->localReceiverInclude() );
-   pass( 181 );
-   EXPECT_TRUE( forwards( route(), "eth1" ) );
-}
-
 // Else this router would think itself the DR until the next hello, and forward beside
 // the one that is.
 TEST_F( Family, NeighborsAreKnownAfterARestart ) {
@@ -488,8 +319,42 @@ TEST_F( Family, NeighborsAreKnownAfterARestart ) {
    EXPECT_TRUE( dr( "eth1" ) ) << "who has gone does not come back";
 }
 
-// A source on a link is known from the packets that the forwarding process tells of.
-class Sources : public Family {
+// The configuration, changed here and there.
+const std::map<std::string, std::vector<std::pair<const char*, const char*>>>
+   kChanges = {
+      { "plain", {} },
+      { "rerouted",
+        { { "eth0, neighbor: 192.0.2.254", "eth1, neighbor: 198.51.100.254" } } },
+      { "rp-on-eth1", { { "203.0.113.1", "198.51.100.77" } } },
+      { "no-rp",
+        { { "  rps:\n  - {address: 203.0.113.1}\n", "" },
+          { "198.51.100.1/24", "10.0.0.1/24" } } },
+      { "no-eth1", { { "198.51.100.1/24, ", "" } } },
+      { "eth2-moved", { { "198.51.101.1/24", "198.51.102.1/24" } } },
+      { "two-routes", { { "maxRoutes: 100", "maxRoutes: 2" } } },
+      { "no-ssm",
+        { { "  require-hello", "  ssmFilter: .no-ssm-range\n  require-hello" } } },
+      { "own-ssm",
+        { { "  require-hello",
+            "  ssmFilter: list\n  access-lists:\n  - name: list\n    rules:\n"
+            "    - {action: deny, group: 239.7.2.0/24}\n"
+            "    - {action: permit, group: 239.7.0.0/16}\n"
+            "  require-hello" } } },
+      { "backup",
+        { { "neighbor: 192.0.2.254",
+            "neighbor: 192.0.2.254, backup: {interface: eth2, neighbor: "
+            "198.51.101.254}" } } },
+      { "backup-of-some",
+        { { "neighbor: 192.0.2.254",
+            "neighbor: 192.0.2.254, backup: {interface: eth2, neighbor: "
+            "198.51.101.254}" },
+          { "  require-hello",
+            "  frrFilter: list\n  access-lists:\n  - name: list\n"
+            "    rules: [{action: permit, group: 233.252.0.0/24}]\n"
+            "  require-hello" } } },
+};
+
+class Scripts : public Family {
  public:
    // A is on eth1, B on eth2, X behind another router.
    static const char* address( const std::string& name ) {
@@ -497,48 +362,99 @@ class Sources : public Family {
              : name == "B" ? "198.51.101.9"
                            : "203.0.113.77";
    }
-   // "up A eth1 4", "wrong A eth1": an upcall of 4 s ago, of now; "packets A 5" the
-   // kernel's count; "join eth2 A", "prune eth2 A". At a restart eth2 is another subnet.
+   using Family::hear;
+   static std::string config( const std::string& name ) {
+      std::string out = kConfig;
+      for ( const auto& [text, by] : kChanges.at( name ) )
+         out = with( text, by, out );
+      return out;
+   }
+   // "config plain", "restart plain"; "start" and "adopt" are the halves of a restart.
    void act( const ScriptWords& words ) {
       const std::string& event = words[0];
-      if ( event == "restart" )
-         return adopted( with( "198.51.101.1/24", "198.51.102.1/24" ) );
-      if ( event == "join" )
-         join( words[1].c_str(), kGroup,
-               words.size() > 2 ? address( words[2] ) : nullptr );
-      if ( event == "prune" ) pruneRpt( words[1].c_str(), address( words[2] ) );
+      if ( event == "config" ) return configIs( config( words[1] ) );
+      if ( event == "restart" ) return adopted( config( words[1] ) );
+      if ( event == "adopt" ) return family->adopt();
+      if ( event == "start" ) {
+         start();
+         while ( !family->ready() ) real.runPass();
+      } else if ( event == "up" || event == "wrong" || event == "packets" ) {
+         tell( words );
+      } else {
+         hear( words );
+      }
+   }
+   // "up A eth1 4", "wrong A eth1": upcalls of 4 s ago, of now; "packets A 5": the kernel's
+   // count.
+   void tell( const ScriptWords& words ) {
+      const auto key = sgKey( address( words[1] ), kGroup );
       const double age = words.size() > 3 ? std::stod( words[3] ) : 0.0;
-      if ( event == "up" || event == "wrong" )
-         mfib->upcallIs(
-            { { sgKey( address( words[1] ), kGroup ), intfId( words[2] ) },
-              event == "up" ? Published::noCacheUpcall : Published::wrongVifUpcall,
-              1,
-              real.now() - age } );
-      if ( event == "packets" ) {
+      const double now = real.now();
+      if ( words[0] == "packets" ) {
          const uint64_t count = std::stoul( words[2] );
-         mfib->cacheIs( { sgKey( address( words[1] ), kGroup ), count, count * 100,
-                          2, count == 0 ? 0.0 : real.now() } );
+         mfib->cacheIs( { key, count, count * 100, 2, count == 0 ? 0.0 : now } );
+      } else {
+         auto kind =
+            words[0] == "up" ? Published::noCacheUpcall : Published::wrongVifUpcall;
+         mfib->upcallIs( { { key, intfId( words[2] ) }, kind, 1, now - age } );
       }
       kernelSide.dispatch();
       manager.dispatch();
-      family->handleTurnEnd();
    }
-   // "A sends spt": of each source with a route whether its packets are known of, and whether
-   // it is on its own tree; "won" is an assert on eth1.
-   std::string state() const {
-      std::string out;
-      for ( const char* name : { "A", "B", "X" } ) {
-         const Route* of = source( address( name ) );
-         if ( of == nullptr ) continue;
-         out += ( out.empty() ? "" : "; " ) + std::string( name );
-         if ( !of->katExpired() ) out += " sends";
-         if ( of->spTree() ) out += " spt";
-         const auto* intf = of->routeIntf( intfId( "eth1" ) );
-         if ( intf != nullptr && intf->assertInfo().assertState ==
-                                    Routing::Pim::SparseMode::iAmAssertWinner )
-            out += " won";
+   // "join eth1", "join eth1 A", "join eth1 239.1.1.1 A"; "prune eth2 A" from the shared tree;
+   // "member eth1"; "assert eth1 A" and "assert eth1" are better than ours.
+   void hear( const ScriptWords& words ) {
+      const std::string& event = words[0];
+      const char* intf = words[1].c_str();
+      const bool ofSource = words.back().size() == 1;
+      const char* from = ofSource ? address( words.back() ) : nullptr;
+      const bool ofGroup = words.size() > 2 && words[2].size() > 1;
+      if ( event == "join" )
+         hearJoin( intf, ofGroup ? words[2].c_str() : kGroup, from );
+      if ( event == "prune" ) pruneRpt( intf, from );
+      MembershipReport report;
+      report.records = { { isExclude, addr( kGroup ), {} } };
+      if ( event == "member" )
+         receive( intf, "198.51.100.7", MembershipMessage( report ) );
+      if ( event == "assert" )
+         receive(
+            intf, "198.51.100.9",
+            pim( PimAssert{ addr( kGroup ), 32, addr( ofSource ? from : "0.0.0.0" ),
+                            !ofSource, 0, 0 } ) );
+   }
+   // "*@eth0 eth1 [eth2]; A@eth1 sends spt eth2": each route with its RPF interface and, where
+   // there is one, its backup; whether its source is known to send and is on its own tree;
+   // the records, in brackets those that do not forward, with a plus those that do fast.
+   std::string state() {
+      family->handleTurnEnd();
+      std::set<std::string> out;
+      for ( const Route& route : family->model().route() ) {
+         std::string text = "*";
+         for ( const char* name : { "A", "B", "X" } )
+            if ( route.key().source == addr( address( name ) ) ) text = name;
+         if ( route.key().group != addr( kGroup ) )
+            text += valueToStrep( route.key().group );
+         text += fmt::format( "@{}", route.rpf().intfId.name() );
+         if ( route.umhFrr() != nullptr )
+            text += fmt::format( "/{}", route.rpfFrr().intfId.name() );
+         if ( !route.katExpired() ) text += " sends";
+         if ( route.spTree() ) text += " spt";
+         for ( const char* name : { "eth0", "eth1", "eth2" } ) {
+            const auto* intf = route.routeIntf( intfId( name ) );
+            if ( intf == nullptr ) continue;
+            std::string record = name;
+            if ( intf->assertInfo().assertState ==
+                 Routing::Pim::SparseMode::iAmAssertWinner )
+               record += " won";
+            if ( intf->assertInfo().assertState ==
+                 Routing::Pim::SparseMode::iAmAssertLoser )
+               record += " lost";
+            if ( intf->fastForward() ) record += "+";
+            text += intf->forward() ? " " + record : " [" + record + "]";
+         }
+         out.insert( text );
       }
-      return out.empty() ? "none" : out;
+      return out.empty() ? "none" : fmt::format( "{}", fmt::join( out, "; " ) );
    }
 
    Corvex::EntityManager kernelSide{ real, nullptr, root.path() };
@@ -549,56 +465,111 @@ class Sources : public Family {
       Brane::tableWriter, 100 );
 };
 
-const ScriptRow kSources[] = {
-   { "0 up A eth1", "0 A sends spt, 210 none" },
-   { "0 up A eth1, 200 packets A 5", "0 A sends spt, 410 none" },
-   { "0 up A eth1 200", "0 A sends spt, 10 none" },
+const ScriptRow kRows[] = {
+   // Routes follow the configuration, with a joined RP where none is configured.
+   { "0 join eth1, 0 join eth0, 1 config rerouted, 2 config plain",
+     "0 *@eth0 eth1, 0 *@eth0 [eth0] eth1, 1 *@eth1 eth0 [eth1], "
+     "2 *@eth0 [eth0] eth1, 210 none" },
+   { "0 join eth1, 1 config rp-on-eth1, 2 config no-rp",
+     "0 *@eth0 eth1, 1 *@eth1 [eth1], 2 *@eth0 eth1, 210 none" },
+   // An interface goes with its state, also while no agent runs.
+   { "0 join eth1, 0 join eth0, 0 join eth1 233.252.0.2, 1 config no-eth1",
+     "0 *@eth0 eth1, 0 *@eth0 [eth0] eth1, "
+     "0 *233.252.0.2@eth0 eth1; *@eth0 [eth0] eth1, 1 *@eth0 [eth0], 210 none" },
+   { "0 join eth1, 0 join eth0, 0 join eth1 233.252.0.2, 1 restart no-eth1",
+     "0 *@eth0 eth1, 0 *@eth0 [eth0] eth1, "
+     "0 *233.252.0.2@eth0 eth1; *@eth0 [eth0] eth1, 1 *@eth0 [eth0], 211 none" },
+   // Source-specific groups get no shared tree: the default range, none, and a list.
+   { "0 join eth1 232.1.1.1, 0 join eth1 232.1.1.1 X",
+     "0 X232.1.1.1@eth0 spt eth1, 210 none" },
+   { "0 config no-ssm, 0 join eth1 232.1.1.1, 0 join eth1 239.7.1.1, "
+     "1 config own-ssm",
+     "0 *232.1.1.1@eth0 eth1, 0 *232.1.1.1@eth0 eth1; *239.7.1.1@eth0 eth1, "
+     "1 *232.1.1.1@eth0 eth1, 210 none" },
+   { "0 config own-ssm, 0 join eth1 239.7.2.1, 1 join eth1 239.7.3.1",
+     "0 *239.7.2.1@eth0 eth1, 210 none" },
+   // Backup paths stand where the filter enables them.
+   { "0 config backup, 0 join eth1, 0 join eth1 233.252.1.1, "
+     "1 config backup-of-some, 2 config plain",
+     "0 *@eth0 eth1, 0 *233.252.1.1@eth0 eth1; *@eth0 eth1, "
+     "1 *233.252.1.1@eth0 eth1; *@eth0/eth2 eth1+, "
+     "2 *233.252.1.1@eth0 eth1; *@eth0 eth1, 210 none" },
+   // Messages wait for the reload; what was forwarding goes on without a gap, on an (S,G)
+   // route also where only the (*,G) record stands behind it.
+   { "0 start, 0 join eth1, 1 adopt", "1 *@eth0 eth1, 211 none" },
+   { "0 join eth1, 0 join eth2 X, 1 start, 2 adopt",
+     "0 *@eth0 eth1, 0 *@eth0 eth1; X@eth0 spt eth1 eth2, 212 none" },
+   // What hosts and other routers say, and a reload of it.
+   { "0 member eth1, 0 join eth2 X, 1 assert eth1 X, 2 join eth1 X, "
+     "3 assert eth1",
+     "0 *@eth0 eth1, 0 *@eth0 eth1; X@eth0 spt eth1 eth2, "
+     "1 *@eth0 eth1; X@eth0 spt [eth1 lost] eth2, "
+     "2 *@eth0 eth1; X@eth0 spt eth1 eth2, "
+     "3 *@eth0 [eth1 lost]; X@eth0 spt eth1 eth2, "
+     "183 *@eth0 eth1; X@eth0 spt eth1 eth2, "
+     "210 *@eth0 eth1; X@eth0 spt eth1, 212 *@eth0 eth1, 260 none" },
+   { "0 member eth1, 1 assert eth1, 2 restart plain",
+     "0 *@eth0 eth1, 1 *@eth0 [eth1 lost], 182 *@eth0 eth1, 262 none" },
+   // A source on a link is known from the packets that the forwarding process tells of.
+   { "0 join eth2, 0 up A eth1, 200 packets A 5",
+     "0 *@eth0 eth2, 0 *@eth0 eth2; A@eth1 sends spt eth2, "
+     "210 A@eth1 sends spt, 410 none" },
+   { "0 up A eth1 200", "0 A@eth1 sends spt, 10 none" },
    { "0 up A eth1 210", "" },
    // From another link, or behind another router; counters make no state.
    { "0 up A eth2, 0 up X eth1, 1 packets A 5", "" },
    // A route that a join made before has an entry in the kernel, and no upcall.
-   { "0 join eth2 A, 0 join eth2 X, 1 packets A 0, 2 packets A 1, 3 packets X 1",
-     "0 A spt, 0 A spt; X spt, 2 A sends spt; X spt, 210 A sends spt, 212 none" },
+   { "0 join eth2 A, 0 join eth2 X, 1 packets A 0, 2 packets A 1, "
+     "3 packets X 1",
+     "0 A@eth1 spt eth2, 0 A@eth1 spt eth2; X@eth0 spt eth2, "
+     "2 A@eth1 sends spt eth2; X@eth0 spt eth2, 210 A@eth1 sends spt, 212 none" },
    // So has one that a prune from the shared tree made, by the source's link.
-   { "0 join eth2, 0 prune eth2 A, 1 packets A 1", "0 A, 1 A sends spt, 211 none" },
+   { "0 join eth2, 0 prune eth2 A, 1 packets A 1",
+     "0 *@eth0 eth2, 0 *@eth0 eth2; A@eth1 [eth2], "
+     "1 *@eth0 eth2; A@eth1 sends spt [eth2], 210 A@eth1 sends spt, 211 none" },
    // Taken up after a restart, but for who is not on the link any more.
-   { "0 up A eth1, 0 up B eth2, 1 restart",
-     "0 A sends spt; B sends spt, 1 A sends spt, 211 none" },
+   { "0 up A eth1, 0 up B eth2, 1 restart eth2-moved",
+     "0 A@eth1 sends spt; B@eth2 sends spt, 1 A@eth1 sends spt, 211 none" },
    // On the wrong side it is asserted, if that is news.
-   { "0 join eth1 X, 1 wrong X eth2, 2 wrong X eth1 4", "0 X spt, 210 none" },
+   { "0 join eth1 X, 1 wrong X eth2, 2 wrong X eth1 4",
+     "0 X@eth0 spt eth1, 210 none" },
    { "0 join eth1 X, 3 wrong X eth1",
-     "0 X spt, 3 X spt won, 210 X won, 210.01 none" },
+     "0 X@eth0 spt eth1, 3 X@eth0 spt eth1 won, 210 none" },
+   { "0 restart two-routes, 0 join eth1, 0 up A eth1, 1 up B eth2, "
+     "2 join eth1 239.1.1.1",
+     "0 *@eth0 eth1, 0 *@eth0 eth1; A@eth1 sends spt [eth1], 210 none" },
 };
 
-TEST_F( Sources, FollowWhatTheKernelTells ) {
-   for ( const auto& [script, history] : kSources ) {
+TEST_F( Scripts, LeaveRoutes ) {
+   for ( const auto& [script, history] : kRows ) {
       for ( const auto& key : mfib->upcall().keys() ) mfib->upcallDel( key );
       for ( const auto& key : mfib->cache().keys() ) mfib->cacheDel( key );
       adopted();
       EXPECT_EQ( playScript( real, script, *this ), history ) << script;
    }
+   EXPECT_EQ( counters.text(), "refused: ssmGroup 2, tableFull 2" );
 }
 
-TEST_F( Sources, FillInWhatTheRouteIs ) {
-   adopted( with( "maxRoutes: 100", "maxRoutes: 2" ) );
-   const auto tell = [this]( const ScriptWords& words ) {
-      act( words );
+TEST_F( Scripts, FillInWhatTheRouteIs ) {
+   adopted();
+   for ( const char* step : { "join eth2", "up A eth1", "packets A 5" } ) {
+      std::istringstream text( step );
+      act( ScriptWords( std::istream_iterator<std::string>( text ), {} ) );
       pass( 0.01 );
-   };
-   join( "eth2" );
-   tell( { "up", "A", "eth1" } );
-   tell( { "packets", "A", "5" } );
-   const Route& route = *source( address( "A" ) );
-   EXPECT_TRUE( route.directlyConnected() );
-   EXPECT_EQ( route.iif(), intfId( "eth1" ) );
-   EXPECT_TRUE( forwards( &route, "eth2" ) );
-   EXPECT_EQ( route.kernelStats(), ( Routing::Pim::PimKernelStats{ 5, 500, 2 } ) );
-   // Beyond the limit of routes they are refused, and others are.
-   tell( { "up", "B", "eth2" } );
-   tell( { "up", "A", "eth1" } );
-   join( "eth2", "233.252.0.3" );
-   EXPECT_EQ( family->model().route().size(), 2u );
-   EXPECT_EQ( counters.refusedCount( tableFull ), 2u );
+   }
+   EXPECT_TRUE( source( address( "A" ) )->directlyConnected() );
+   EXPECT_EQ( source( address( "A" ) )->kernelStats(),
+              ( Routing::Pim::PimKernelStats{ 5, 500, 2 } ) );
+   EXPECT_EQ(
+      family->counting().groups().groupsBySourceCount().at( 1 ).addr().size(), 1u );
+   configIs( config( "no-eth1" ) );
+   EXPECT_EQ( family->model().pimStatus()->intf( intfId( "eth1" ) ), nullptr );
+   configIs( config( "no-rp" ) );
+   EXPECT_EQ( family->model().pimStatus()->intf( intfId( "eth1" ) )->addr().address,
+              addr( "10.0.0.1" ) );
+   start();
+   for ( size_t i = 0; i < FamilyInstance::maxWaiting + 2; ++i ) join( "eth1" );
+   EXPECT_EQ( counters.refusedCount( tooManyWaiting ), 2u );
 }
 
 }

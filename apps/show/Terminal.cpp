@@ -19,17 +19,20 @@ void put( int row, const std::string& text ) {
    mvaddnstr( row, 0, text.c_str(), std::max( 0, COLS ) );
 }
 
-// newterm() keeps some memory of a terminal that it does not know.
-bool isKnown() {
+// Is it known, and can its cursor be moved? newterm() keeps some memory of a terminal that
+// it does not know, and writes blanks to one of the other kind.
+bool isUsable() {
    const char* type = std::getenv( "TERM" );
-   return type != nullptr && tgetent( nullptr, type ) == 1;
+   char move[] = "cm";
+   return type != nullptr && tgetent( nullptr, type ) == 1 &&
+          tgetstr( move, nullptr ) != nullptr;
 }
 
 }
 
 Terminal::Terminal() {
    std::setlocale( LC_ALL, "" );
-   if ( isKnown() ) screen_ = newterm( nullptr, stdout, stdin );
+   if ( isUsable() ) screen_ = newterm( nullptr, stdout, stdin );
    if ( screen_ == nullptr )
       throw OutputError(
          "cannot use this terminal: set TERM, or watch with "

@@ -217,12 +217,15 @@ TEST_F( WatchProgram, EndsWhenNobodyReads ) {
 }
 
 TEST_F( WatchProgram, RefusesATerminalThatItDoesNotKnow ) {
-   AtTerminal terminal( watch(), "no-such-terminal" );
-   EXPECT_EQ( terminal.status(), 2 );
-   EXPECT_NE( terminal.shown().find( "cannot use this terminal" ),
-              std::string::npos )
-      << terminal.shown();
-   EXPECT_TRUE( terminal.restored() );
+   for ( const char* type : { "no-such-terminal", "dumb" } ) {
+      SCOPED_TRACE( type );
+      AtTerminal terminal( watch(), type );
+      EXPECT_EQ( terminal.status(), 2 );
+      EXPECT_NE( terminal.shown().find( "cannot use this terminal" ),
+                 std::string::npos )
+         << terminal.shown();
+      EXPECT_TRUE( terminal.restored() );
+   }
 }
 
 }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <set>
 
 #include "apps/agent/config/ConfigReader.h"
@@ -73,7 +74,7 @@ const char* const kConfig =
 
 struct Router {
    // "eth2 @50 G1 +S1 -S2=R G2 +*": groups, each with its joins and prunes. On eth1 and
-   // for ever where nothing else is said.
+   // for ever, of G1, where nothing else is said.
    void receive( const ScriptWords& words ) {
       PimJoinPrune message;
       message.holdtime = 0xffff;
@@ -84,6 +85,8 @@ struct Router {
          } else if ( word[0] == '@' ) {
             message.holdtime = std::stoi( word.substr( 1 ) );
          } else if ( word[0] == '+' || word[0] == '-' ) {
+            if ( message.groups.empty() )
+               message.groups.push_back( { address( "G1" ), 32, {}, {} } );
             JoinPruneGroup& group = message.groups.back();
             ( word[0] == '+' ? group.joins : group.prunes )
                .push_back( encoded( word.substr( 1 ) ) );
@@ -105,7 +108,8 @@ struct Router {
    std::string play( const std::string& script ) {
       return playScript( clock, script, *this );
    }
-   // "* joined; S1 joined eth2 rptPruned; S1 G2 joined": eth1 and G1 go without saying.
+   // "* in; S1 in? eth2 out; S1 G2 out?": joined, pruned from the shared tree, and whether
+   // a prune is pending. eth1 and G1 go without saying.
    std::string state() const {
       std::set<std::string> lines;
       for ( const Route& route : std::as_const( *model ).route() ) {
@@ -121,13 +125,17 @@ struct Router {
       return lines.empty() ? "-" : fmt::format( "{}", fmt::join( lines, "; " ) );
    }
    static std::string wordsOf( const Intf& intf ) {
-      std::string out;
-      if ( intf.intfId() != intfId( "eth1" ) )
-         out += ' ' + std::string( intf.intfId().name() );
-      if ( intf.joinState() != Intf::noInfo )
-         out += ' ' + std::string( stringValue( intf.joinState() ) );
-      if ( intf.rptState() != Intf::rptNoInfo )
-         out += ' ' + std::string( stringValue( intf.rptState() ) );
+      static const std::map<Intf::JoinState, const char*> kJoin = {
+         { Intf::noInfo, "" },
+         { Intf::joined, " in" },
+         { Intf::prunePending, " in?" } };
+      static const std::map<Intf::RptState, const char*> kPrune = {
+         { Intf::rptNoInfo, "" },
+         { Intf::rptPruned, " out" },
+         { Intf::rptPrunePending, " out?" } };
+      std::string out =
+         std::string( kJoin.at( intf.joinState() ) ) + kPrune.at( intf.rptState() );
+      if ( intf.intfId() != intfId( "eth1" ) ) return " eth2" + out;
       return out.empty() ? " bare" : out;
    }
    // It must be there.
@@ -154,72 +162,62 @@ struct Router {
 // RFC 7761, figures 1 to 3, state by event; what a timer does later shows which timers
 // the event set.
 const ScriptRow kFigures[] = {
-   { "0 @210 G1 +S1", "0 S1 joined, 210 -" },
-   { "0 G1 -S1, 1 G1 +S1=R", "" },
-   { "0 @0 G1 +S1", "0 S1 joined, 0 -" },
-   { "0 @210 G1 +S1, 100 @210 G1 +S1", "0 S1 joined, 310 -" },
-   { "0 @210 G1 +S1, 100 @50 G1 +S1", "0 S1 joined, 210 -" },
-   { "0 G1 +S1, 100 @210 G1 +S1", "0 S1 joined" },
-   { "0 @210 G1 +S1, 100 G1 +S1", "0 S1 joined" },
-   { "0 @210 G1 +S1, 10 G1 -S1", "0 S1 joined, 10 -" },
-   { "0 G1 +S1, 1 G1 -S1, 2 @5 G1 +S1", "0 S1 joined, 1 -, 2 S1 joined, 7 -" },
-   { "0 others, 0 @210 G1 +S1, 10 G1 -S1, 12 G1 -S1",
-     "0 S1 joined, 10 S1 prunePending, 13 -" },
-   { "0 others, 0 @11 G1 +S1, 10 G1 -S1", "0 S1 joined, 10 S1 prunePending, 11 -" },
-   { "0 others, 0 @210 G1 +S1, 10 G1 -S1, 12 @210 G1 +S1",
-     "0 S1 joined, 10 S1 prunePending, 12 S1 joined, 222 -" },
-   { "0 others, 0 @210 G1 +S1, 10 G1 -S1, 12 @5 G1 +S1",
-     "0 S1 joined, 10 S1 prunePending, 12 S1 joined, 210 -" },
-   { "0 others, 0 G1 +S1, 10 G1 -S1, 11 G1 +S1, 12 G1 -S1",
-     "0 S1 joined, 10 S1 prunePending, 11 S1 joined, 12 S1 prunePending, 15 -" },
+   { "0 @210 +S1", "0 S1 in, 210 -" },
+   { "0 -S1, 1 +S1=R", "" },
+   { "0 @0 +S1", "0 S1 in, 0 -" },
+   { "0 @210 +S1, 100 @210 +S1", "0 S1 in, 310 -" },
+   { "0 @210 +S1, 100 @50 +S1", "0 S1 in, 210 -" },
+   { "0 +S1, 100 @210 +S1", "0 S1 in" },
+   { "0 @210 +S1, 100 +S1", "0 S1 in" },
+   { "0 @210 +S1, 10 -S1", "0 S1 in, 10 -" },
+   { "0 +S1, 1 -S1, 2 @5 +S1", "0 S1 in, 1 -, 2 S1 in, 7 -" },
+   { "0 others, 0 @210 +S1, 10 -S1, 12 -S1", "0 S1 in, 10 S1 in?, 13 -" },
+   { "0 others, 0 @11 +S1, 10 -S1", "0 S1 in, 10 S1 in?, 11 -" },
+   { "0 others, 0 @210 +S1, 10 -S1, 12 @210 +S1",
+     "0 S1 in, 10 S1 in?, 12 S1 in, 222 -" },
+   { "0 others, 0 @210 +S1, 10 -S1, 12 @5 +S1",
+     "0 S1 in, 10 S1 in?, 12 S1 in, 210 -" },
+   { "0 others, 0 +S1, 10 -S1, 11 +S1, 12 -S1",
+     "0 S1 in, 10 S1 in?, 11 S1 in, 12 S1 in?, 15 -" },
 
-   { "0 @210 G1 -S1=R", "0 S1 rptPruned, 210 -" },
-   { "0 @0 G1 -S1=R", "0 S1 rptPruned, 0 -" },
-   { "0 @210 G1 -S1=R, 9 @210 G1 -S1=R", "0 S1 rptPruned, 219 -" },
-   { "0 @210 G1 -S1=R, 9 @50 G1 -S1=R", "0 S1 rptPruned, 210 -" },
-   { "0 G1 -S1=R, 1 G1 +S1=R, 2 @5 G1 -S1=R",
-     "0 S1 rptPruned, 1 -, 2 S1 rptPruned, 7 -" },
-   { "0 G1 -S1=R, 9 G1 +*", "0 S1 rptPruned, 9 * joined" },
-   { "0 G1 -S1=R, 9 G1 +* +S1=R", "0 S1 rptPruned, 9 * joined" },
-   { "0 @210 G1 -S1=R, 9 @210 G1 +* -S1=R",
-     "0 S1 rptPruned, 9 * joined; S1 rptPruned, 219 -" },
-   { "0 @210 G1 -S1=R, 9 @50 G1 +* -S1=R",
-     "0 S1 rptPruned, 9 * joined; S1 rptPruned, 59 S1 rptPruned, 210 -" },
-   { "0 others, 0 @210 G1 -S1=R, 1 @300 G1 -S1=R",
-     "0 S1 rptPrunePending, 3 S1 rptPruned, 210 -" },
-   { "0 others, 0 @2 G1 -S1=R", "0 S1 rptPrunePending, 2 -" },
-   { "0 others, 0 G1 -S1=R, 1 G1 +*", "0 S1 rptPrunePending, 1 * joined" },
-   { "0 others, 0 G1 -S1=R, 1 G1 +* +S1=R", "0 S1 rptPrunePending, 1 * joined" },
-   { "0 others, 0 @210 G1 -S1=R, 1 @210 G1 +* -S1=R",
-     "0 S1 rptPrunePending, 1 * joined; S1 rptPrunePending, "
-     "3 * joined; S1 rptPruned, 211 -" },
-   { "0 others, 0 @210 G1 -S1=R, 1 @50 G1 +* -S1=R",
-     "0 S1 rptPrunePending, 1 * joined; S1 rptPrunePending, "
-     "3 * joined; S1 rptPruned, 51 S1 rptPruned, 210 -" },
-   { "0 others, 0 G1 -S1=R, 1 G1 +S1=R, 2 @10 G1 -S1=R",
-     "0 S1 rptPrunePending, 1 -, 2 S1 rptPrunePending, 5 S1 rptPruned, 12 -" },
+   { "0 @210 -S1=R", "0 S1 out, 210 -" },
+   { "0 @0 -S1=R", "0 S1 out, 0 -" },
+   { "0 @210 -S1=R, 9 @210 -S1=R", "0 S1 out, 219 -" },
+   { "0 @210 -S1=R, 9 @50 -S1=R", "0 S1 out, 210 -" },
+   { "0 -S1=R, 1 +S1=R, 2 @5 -S1=R", "0 S1 out, 1 -, 2 S1 out, 7 -" },
+   { "0 -S1=R, 9 +*", "0 S1 out, 9 * in" },
+   { "0 -S1=R, 9 +* +S1=R", "0 S1 out, 9 * in" },
+   { "0 @210 -S1=R, 9 @210 +* -S1=R", "0 S1 out, 9 * in; S1 out, 219 -" },
+   { "0 @210 -S1=R, 9 @50 +* -S1=R", "0 S1 out, 9 * in; S1 out, 59 S1 out, 210 -" },
+   { "0 others, 0 @210 -S1=R, 1 @300 -S1=R", "0 S1 out?, 3 S1 out, 210 -" },
+   { "0 others, 0 @2 -S1=R", "0 S1 out?, 2 -" },
+   { "0 others, 0 -S1=R, 1 +*", "0 S1 out?, 1 * in" },
+   { "0 others, 0 -S1=R, 1 +* +S1=R", "0 S1 out?, 1 * in" },
+   { "0 others, 0 @210 -S1=R, 1 @210 +* -S1=R",
+     "0 S1 out?, 1 * in; S1 out?, 3 * in; S1 out, 211 -" },
+   { "0 others, 0 @210 -S1=R, 1 @50 +* -S1=R",
+     "0 S1 out?, 1 * in; S1 out?, 3 * in; S1 out, 51 S1 out, 210 -" },
+   { "0 others, 0 -S1=R, 1 +S1=R, 2 @10 -S1=R",
+     "0 S1 out?, 1 -, 2 S1 out?, 5 S1 out, 12 -" },
 };
 
 // Entries, groups and interfaces that have to do with each other, or not.
 const ScriptRow kMessages[] = {
-   { "0 G1 +* +S1, 1 G1 -S2=R",
-     "0 * joined; S1 joined, 1 * joined; S1 joined; S2 rptPruned" },
+   { "0 +* +S1, 1 -S2=R", "0 * in; S1 in, 1 * in; S1 in; S2 out" },
    // A (*,G) prune counts whatever RP it names.
-   { "0 G1 +*, 1 G1 -198.51.100.2=WR", "0 * joined, 1 -" },
+   { "0 +*, 1 -198.51.100.2=WR", "0 * in, 1 -" },
    // A message that both joins and prunes the same thing: its joins come first.
-   { "0 G1 -S1 +S1", "" },
+   { "0 -S1 +S1", "" },
    // Its end is the end of the message, not of the group's entries.
-   { "0 G1 -S1=R -S2=R, 1 G1 +* G2 +* G1 -S1=R",
-     "0 S1 rptPruned; S2 rptPruned, 1 * G2 joined; * joined; S1 rptPruned" },
+   { "0 -S1=R -S2=R, 1 +* G2 +* G1 -S1=R",
+     "0 S1 out; S2 out, 1 * G2 in; * in; S1 out" },
    // Of another group or interface; the record that was pruned inherits from the group.
-   { "0 G1 -S1=R -S2=R G2 -S1=R, 0 eth2 G1 -S1=R, 1 G1 +* -S2=R",
-     "0 S1 G2 rptPruned; S1 rptPruned; S2 rptPruned, "
-     "0 S1 G2 rptPruned; S1 rptPruned eth2 rptPruned; S2 rptPruned, "
-     "1 * joined; S1 G2 rptPruned; S1 bare eth2 rptPruned; S2 rptPruned" },
-   { "0 @100 G1 +S1, 0 eth2 G1 -S1, 0 eth2 @50 G1 +S1",
-     "0 S1 joined, 0 S1 joined eth2 joined, 50 S1 joined, 100 -" },
-   { "0 @50 G1 +S1, 0 @100 G1 -S1=R",
-     "0 S1 joined, 0 S1 joined rptPruned, 50 S1 rptPruned, 100 -" },
+   { "0 -S1=R -S2=R G2 -S1=R, 0 eth2 -S1=R, 1 +* -S2=R",
+     "0 S1 G2 out; S1 out; S2 out, 0 S1 G2 out; S1 out eth2 out; S2 out, "
+     "1 * in; S1 G2 out; S1 bare eth2 out; S2 out" },
+   { "0 @100 +S1, 0 eth2 -S1, 0 eth2 @50 +S1",
+     "0 S1 in, 0 S1 in eth2 in, 50 S1 in, 100 -" },
+   { "0 @50 +S1, 0 @100 -S1=R", "0 S1 in, 0 S1 in out, 50 S1 out, 100 -" },
 };
 
 // Beside each refused entry stands a good one, which counts.
@@ -229,16 +227,15 @@ struct RefusedRow {
    const char* refused;
 };
 const RefusedRow kRefused[] = {
-   { "0 S1 +S1 G1 +S1", "0 S1 joined", "notMulticast 1" },
-   { "0 224.0.0.251 +S1 224.0.1.0 +S1", "0 S1 224.0.1.0 joined",
-     "linkLocalGroup 1" },
-   { "0 G1/24 +S1 G2 +S1/31 +S1 -S2/8", "0 S1 G2 joined", "partialMask 3" },
-   { "0 G1 +0.0.0.0 -G2=R +S1", "0 S1 joined", "badSource 2" },
-   { "0 G1 +*=W +S1", "0 S1 joined", "badFlags 1" },
+   { "0 S1 +S1 G1 +S1", "0 S1 in", "notMulticast 1" },
+   { "0 224.0.0.251 +S1 224.0.1.0 +S1", "0 S1 224.0.1.0 in", "linkLocalGroup 1" },
+   { "0 G1/24 +S1 G2 +S1/31 +S1 -S2/8", "0 S1 G2 in", "partialMask 3" },
+   { "0 +0.0.0.0 -G2=R +S1", "0 S1 in", "badSource 2" },
+   { "0 +*=W +S1", "0 S1 in", "badFlags 1" },
    // Nor does a refused (*,G) join touch what the sender prunes.
-   { "0 G1 -S1=R, 1 G1 +198.51.100.2=WR", "0 S1 rptPruned", "rpMismatch 1" },
-   { "0 ff0e::1 +2001:db8::1=WR ff02::1 +2001:db8::7 ff0e::2 +::",
-     "0 * ff0e::1 joined", "linkLocalGroup 1, badSource 1" },
+   { "0 -S1=R, 1 +198.51.100.2=WR", "0 S1 out", "rpMismatch 1" },
+   { "0 ff0e::1 +2001:db8::1=WR ff02::1 +2001:db8::7 ff0e::2 +::", "0 * ff0e::1 in",
+     "linkLocalGroup 1, badSource 1" },
 };
 
 TEST( JoinPrune, FollowsTheFiguresAndKeepsEntriesApart ) {
@@ -305,15 +302,14 @@ TEST( JoinPrune, TakesUpWhatWasReloaded ) {
    vrf.sg( "192.0.2.8", "233.252.0.2" ).intf( "eth2" ).joined();
    router.routes.adopt();
    router.engine.adopt();
-   EXPECT_EQ( router.state(),
-              "* 239.1.1.1 joined; * joined; S1 joined eth2 rptPruned; "
-              "S2 G2 eth2 joined; S2 rptPruned eth2 rptPruned" );
+   EXPECT_EQ(
+      router.state(),
+      "* 239.1.1.1 in; * in; S1 in eth2 out; S2 G2 eth2 in; S2 out eth2 out" );
    EXPECT_EQ( sg.intf( "eth1" )->lastJoinReceived(), 77 ) << "none was received";
    EXPECT_EQ( router.route( "S1", "G1" ).rpf(), rpfBy( "eth0" ) );
    EXPECT_EQ( router.route( "*", "G1" ).umh()->rp(), address( "*" ) );
    EXPECT_EQ( router.route( "*", "239.1.1.1" ).rpf(), rpfBy( "eth2" ) );
-   EXPECT_EQ( router.play( "100 @210 G1 +* -S2=R" ),
-              "210 * joined; S2 rptPruned, 310 -" );
+   EXPECT_EQ( router.play( "100 @210 G1 +* -S2=R" ), "210 * in; S2 out, 310 -" );
 }
 
 }

@@ -402,18 +402,18 @@ class Scripts : public Family {
       manager.dispatch();
    }
    // "join eth1", "join eth1 A", "join eth1 239.1.1.1 A"; "prune eth2 A" from the shared tree;
-   // "member eth1"; "assert eth1 A" and "assert eth1" are better than ours.
+   // "member eth1 239.1.1.1"; "assert eth1 A" and "assert eth1" are better than ours.
    void hear( const ScriptWords& words ) {
       const std::string& event = words[0];
       const char* intf = words[1].c_str();
       const bool ofSource = words.back().size() == 1;
       const char* from = ofSource ? address( words.back() ) : nullptr;
       const bool ofGroup = words.size() > 2 && words[2].size() > 1;
-      if ( event == "join" )
-         hearJoin( intf, ofGroup ? words[2].c_str() : kGroup, from );
+      const char* group = ofGroup ? words[2].c_str() : kGroup;
+      if ( event == "join" ) hearJoin( intf, group, from );
       if ( event == "prune" ) pruneRpt( intf, from );
       MembershipReport report;
-      report.records = { { isExclude, addr( kGroup ), {} } };
+      report.records = { { isExclude, addr( group ), {} } };
       if ( event == "member" )
          receive( intf, "198.51.100.7", MembershipMessage( report ) );
       if ( event == "assert" )
@@ -483,8 +483,9 @@ const ScriptRow kRows[] = {
    { "0 join eth1 232.1.1.1, 0 join eth1 232.1.1.1 X",
      "0 X232.1.1.1@eth0 spt eth1, 210 none" },
    { "0 config no-ssm, 0 join eth1 232.1.1.1, 0 join eth1 239.7.1.1, "
-     "1 config own-ssm",
+     "0 member eth2 239.7.1.1, 1 config own-ssm",
      "0 *232.1.1.1@eth0 eth1, 0 *232.1.1.1@eth0 eth1; *239.7.1.1@eth0 eth1, "
+     "0 *232.1.1.1@eth0 eth1; *239.7.1.1@eth0 eth1 eth2, "
      "1 *232.1.1.1@eth0 eth1, 210 none" },
    { "0 config own-ssm, 0 join eth1 239.7.2.1, 1 join eth1 239.7.3.1",
      "0 *239.7.2.1@eth0 eth1, 210 none" },

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <set>
 
-#include "apps/agent/config/ConfigReader.h"
 #include "tests/apps/agent/ScriptRun.h"
 #include "tests/support/VrfBuilder.h"
 
@@ -200,25 +199,6 @@ TEST( MembershipEngine, WhatFindsNoRoomIsForgotten ) {
    members.report( allow, "233.252.0.2", many );
    members.report( allow, "233.252.0.2", { many.front() } );
    EXPECT_EQ( members.counters.refusedCount( tooManySources ), 1u );
-}
-
-TEST( MembershipEngine, APolicyThatChangesEndsMembersOfTheSharedTree ) {
-   Members members;
-   members.report( isExclude, kGroup, { source( 'A' ) } );
-   members.report( isExclude, "233.253.0.1" );
-   members.config = parseConfig(
-                       "vrfs:\n"
-                       "- name: default\n"
-                       "  ssmFilter: ours\n"
-                       "  access-lists:\n"
-                       "  - name: ours\n"
-                       "    rules: [{action: permit, group: 233.252.0.0/16}]\n",
-                       "test" )
-                       .vrfs[0];
-   members.policy.configIs( members.config );
-   members.engine->endSourceSpecific();
-   EXPECT_EQ( members.state(), "*" );
-   EXPECT_NE( members.model->route( wcKey( "233.253.0.1" ) ), nullptr );
 }
 
 }

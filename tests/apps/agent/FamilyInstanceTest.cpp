@@ -31,9 +31,15 @@ const char* const kConfig =
    "  - {name: eth1, addresses: [198.51.100.1/24, \"fe80::1/64\"]}\n"
    "  - {name: eth2, addresses: [198.51.101.1/24]}\n"
    "  rpf-routes:\n"
-   "  - {prefix: 0.0.0.0/0, interface: eth0, neighbor: 192.0.2.254}\n"
-   "  rps:\n"
-   "  - {address: 203.0.113.1}\n";
+   "  - {prefix: 0.0.0.0/0, interface: eth0, neighbor: 192.0.2.254, backup: "
+   "{interface: eth2, neighbor: 198.51.101.254}}\n"
+   "  rps: [{address: 203.0.113.1}]\n"
+   "  access-lists:\n"
+   "  - {name: some, rules: [{action: permit, group: 233.252.0.0/24}]}\n"
+   "  - name: most\n"
+   "    rules:\n"
+   "    - {action: deny, group: 239.7.2.0/24}\n"
+   "    - {action: permit, group: 239.7.0.0/16}\n";
 
 namespace Tables = Routing::Pim::SparseMode::Brane;
 
@@ -319,39 +325,21 @@ TEST_F( Family, NeighborsAreKnownAfterARestart ) {
    EXPECT_TRUE( dr( "eth1" ) ) << "who has gone does not come back";
 }
 
-// The configuration, changed here and there.
-const std::map<std::string, std::vector<std::pair<const char*, const char*>>>
-   kChanges = {
-      { "plain", {} },
-      { "rerouted",
-        { { "eth0, neighbor: 192.0.2.254", "eth1, neighbor: 198.51.100.254" } } },
-      { "rp-on-eth1", { { "203.0.113.1", "198.51.100.77" } } },
-      { "no-rp",
-        { { "  rps:\n  - {address: 203.0.113.1}\n", "" },
-          { "198.51.100.1/24", "10.0.0.1/24" } } },
-      { "no-eth1", { { "198.51.100.1/24, ", "" } } },
-      { "eth2-moved", { { "198.51.101.1/24", "198.51.102.1/24" } } },
-      { "two-routes", { { "maxRoutes: 100", "maxRoutes: 2" } } },
-      { "no-ssm",
-        { { "  require-hello", "  ssmFilter: .no-ssm-range\n  require-hello" } } },
-      { "own-ssm",
-        { { "  require-hello",
-            "  ssmFilter: list\n  access-lists:\n  - name: list\n    rules:\n"
-            "    - {action: deny, group: 239.7.2.0/24}\n"
-            "    - {action: permit, group: 239.7.0.0/16}\n"
-            "  require-hello" } } },
-      { "backup",
-        { { "neighbor: 192.0.2.254",
-            "neighbor: 192.0.2.254, backup: {interface: eth2, neighbor: "
-            "198.51.101.254}" } } },
-      { "backup-of-some",
-        { { "neighbor: 192.0.2.254",
-            "neighbor: 192.0.2.254, backup: {interface: eth2, neighbor: "
-            "198.51.101.254}" },
-          { "  require-hello",
-            "  frrFilter: list\n  access-lists:\n  - name: list\n"
-            "    rules: [{action: permit, group: 233.252.0.0/24}]\n"
-            "  require-hello" } } },
+// What the configuration says otherwise.
+const std::map<std::string, std::pair<const char*, const char*>> kChanges = {
+   { "plain", { "", "" } },
+   { "rerouted",
+     { "eth0, neighbor: 192.0.2.254", "eth1, neighbor: 198.51.100.254" } },
+   { "rp-on-eth1", { "203.0.113.1", "198.51.100.77" } },
+   { "no-rp", { "[{address: 203.0.113.1}]", "[]" } },
+   { "no-eth1", { "198.51.100.1/24, ", "" } },
+   { "eth1-moved", { "198.51.100.1/24", "10.0.0.1/24" } },
+   { "eth2-moved", { "198.51.101.1/24", "198.51.102.1/24" } },
+   { "two-routes", { "maxRoutes: 100", "maxRoutes: 2" } },
+   { "no-ssm",
+     { "  require-hello", "  ssmFilter: .no-ssm-range\n  require-hello" } },
+   { "own-ssm", { "  require-hello", "  ssmFilter: most\n  require-hello" } },
+   { "frr", { "  require-hello", "  frrFilter: some\n  require-hello" } },
 };
 
 class Scripts : public Family {
@@ -363,10 +351,12 @@ class Scripts : public Family {
                            : "203.0.113.77";
    }
    using Family::hear;
-   static std::string config( const std::string& name ) {
+   // "no-rp" or "no-rp+eth1-moved".
+   static std::string config( const std::string& names ) {
+      std::istringstream words( names );
       std::string out = kConfig;
-      for ( const auto& [text, by] : kChanges.at( name ) )
-         out = with( text, by, out );
+      for ( std::string name; std::getline( words, name, '+' ); )
+         out = with( kChanges.at( name ).first, kChanges.at( name ).second, out );
       return out;
    }
    // "config plain", "restart plain"; "start" and "adopt" are the halves of a restart.
@@ -470,7 +460,7 @@ const ScriptRow kRows[] = {
    { "0 join eth1, 0 join eth0, 1 config rerouted, 2 config plain",
      "0 *@eth0 eth1, 0 *@eth0 [eth0] eth1, 1 *@eth1 eth0 [eth1], "
      "2 *@eth0 [eth0] eth1, 210 none" },
-   { "0 join eth1, 1 config rp-on-eth1, 2 config no-rp",
+   { "0 join eth1, 1 config rp-on-eth1, 2 config no-rp+eth1-moved",
      "0 *@eth0 eth1, 1 *@eth1 [eth1], 2 *@eth0 eth1, 210 none" },
    // An interface goes with its state, also while no agent runs.
    { "0 join eth1, 0 join eth0, 0 join eth1 233.252.0.2, 1 config no-eth1",
@@ -490,8 +480,7 @@ const ScriptRow kRows[] = {
    { "0 config own-ssm, 0 join eth1 239.7.2.1, 1 join eth1 239.7.3.1",
      "0 *239.7.2.1@eth0 eth1, 210 none" },
    // Backup paths stand where the filter enables them.
-   { "0 config backup, 0 join eth1, 0 join eth1 233.252.1.1, "
-     "1 config backup-of-some, 2 config plain",
+   { "0 join eth1, 0 join eth1 233.252.1.1, 1 config frr, 2 config plain",
      "0 *@eth0 eth1, 0 *233.252.1.1@eth0 eth1; *@eth0 eth1, "
      "1 *233.252.1.1@eth0 eth1; *@eth0/eth2 eth1+, "
      "2 *233.252.1.1@eth0 eth1; *@eth0 eth1, 210 none" },
@@ -565,7 +554,7 @@ TEST_F( Scripts, FillInWhatTheRouteIs ) {
       family->counting().groups().groupsBySourceCount().at( 1 ).addr().size(), 1u );
    configIs( config( "no-eth1" ) );
    EXPECT_EQ( family->model().pimStatus()->intf( intfId( "eth1" ) ), nullptr );
-   configIs( config( "no-rp" ) );
+   configIs( config( "eth1-moved" ) );
    EXPECT_EQ( family->model().pimStatus()->intf( intfId( "eth1" ) )->addr().address,
               addr( "10.0.0.1" ) );
    start();

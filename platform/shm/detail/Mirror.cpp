@@ -92,10 +92,12 @@ void Mirror::met( Position position, const std::byte* key ) {
 
 // With all changes told, a key that was met is remembered, or has gone since.
 void Mirror::settleMet( Teller& teller ) {
-   for ( const auto& key : std::exchange( met_, {} ) ) {
+   while ( !met_.empty() && !teller.full() ) {
+      const auto key = std::move( met_.extract( met_.begin() ).value() );
       if ( !instance_ || !knownElsewhere( key.data() ) )
          teller.removed( key.data(), noPosition );
    }
+   teller.drained.more = !met_.empty();
 }
 
 bool Mirror::pending() const {

@@ -209,8 +209,9 @@ ExitStatus printExplanations( const Mirrors& mirrors, const Arguments& arguments
 }
 
 ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
-   const bool terminal =
-      isatty( STDIN_FILENO ) != 0 && isatty( STDOUT_FILENO ) != 0;
+   // In the background a terminal would stop us.
+   const bool terminal = isatty( STDOUT_FILENO ) != 0 &&
+                         tcgetpgrp( STDIN_FILENO ) == getpgrp();
    watch( mirrors, arguments.filter,
           arguments.jsonLines ? watchJsonLines
           : terminal          ? watchScreen

@@ -71,7 +71,7 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
    kernelRoutes_.tablesAre( kernelTables( options_.config ) );
    addFamilies( options_.config, families_ );
    if ( families_.empty() ) throw ConfigError( kNoInterface );
-   removeLeftovers();
+   if ( !options_.assumed ) removeLeftovers();
    for ( const std::string& interface : listenedOn() )
       live_.push_back( listen( interface ) );
    turnEnd_.emplace( loop_, [this] { handleTurnEnd(); } );

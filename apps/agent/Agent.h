@@ -21,6 +21,8 @@ namespace Agent {
 
 struct AgentOptions {
    AgentConfig config;
+   // The configuration is assumed: tables of other VRFs are not its to remove.
+   bool assumed = false;
    std::string root = Corvex::EntityManager::defaultRoot;
    std::vector<Replay::Input> captures;
    // Interfaces of this host to listen on, by the names of their captures. REQUIRES: no

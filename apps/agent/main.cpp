@@ -110,6 +110,7 @@ void reload( Agent::Agent& agent, const std::string& path ) {
 int run( const Arguments& arguments ) {
    Agent::AgentOptions options;
    options.config = configOf( arguments );
+   options.assumed = arguments.config.empty();
    options.root = arguments.root;
    for ( const std::string& text : arguments.read ) {
       options.captures.push_back( inputOf( text ) );

@@ -47,7 +47,13 @@ TEST_F( Reload, VrfsComeAndGoWithTheirTables ) {
    EXPECT_EQ( agent.wait(), 0 );
    EXPECT_EQ( statusOf( "blue" ), 5 );
 
-   // What went from the configuration while no agent ran goes at the next start.
+   // What went from the configuration while no agent ran goes at the next start, but not
+   // for an agent that has none.
+   const Mox::Test::Ended played = Mox::Test::runToEnd(
+      { PIMSM_AGENT, "--root", site.root(), "--router", "10.0.0.13", "--read",
+        demo( "join.pcap" ), "--exit-at-end" } );
+   EXPECT_EQ( played.status, 0 ) << played.err;
+   EXPECT_EQ( statusOf( "green" ), 5 );
    write( "vrfs:\n" + vrf( "blue", "192.0.3.1/24" ) );
    Program next( command() );
    ASSERT_TRUE( next.untilErr( "vrf green ipv6: no longer configured" ) )

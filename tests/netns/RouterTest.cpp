@@ -156,6 +156,8 @@ TEST_P( LiveRouter, InterfacesComeAndGo ) {
    Sender stream = sender( 0, group( 1 ) );
    Receiver left = receiver( 1, group( 1 ) );
    ASSERT_TRUE( flows( left, stream ) );
+   // The kernel has let go of the packets that waited for the route.
+   ASSERT_TRUE( agree() ) << show( {} ) << kernel();
    left.forget();
    net->router.ip( "link add r4 type veth peer name c4" );
    configure( host( 0 ),

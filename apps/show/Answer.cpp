@@ -210,8 +210,8 @@ ExitStatus printExplanations( const Mirrors& mirrors, const Arguments& arguments
 
 ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
    // In the background a terminal would stop us.
-   const bool terminal = isatty( STDOUT_FILENO ) != 0 &&
-                         tcgetpgrp( STDIN_FILENO ) == getpgrp();
+   const bool terminal =
+      isatty( STDOUT_FILENO ) != 0 && tcgetpgrp( STDIN_FILENO ) == getpgrp();
    watch( mirrors, arguments.filter,
           arguments.jsonLines ? watchJsonLines
           : terminal          ? watchScreen

@@ -27,8 +27,8 @@ struct Change {
    enum Kind : uint32_t { written, removed };
 
    Kind kind = written;
-   const void* key = nullptr;     // keySize bytes; lives during the call
-   const void* record = nullptr;  // a whole copy when written, null when removed
+   const void* key = nullptr;       // keySize bytes; lives during the call
+   const void* record = nullptr;    // a whole copy when written, null when removed
    Position position = noPosition;  // none of a key that was only met
 };
 

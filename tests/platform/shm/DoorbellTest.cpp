@@ -324,7 +324,8 @@ TEST_F( Doorbell, ADirectoryMadeMeanwhileIsNotMissed ) {
       DoorbellHub hub;
       started = round;
       std::string place = directory + '/' + std::to_string( round );
-      EXPECT_TRUE( HasFailure() || seesTable( hub, place + "/a/b/c/d/t" ) ) << round;
+      EXPECT_TRUE( HasFailure() || seesTable( hub, place + "/a/b/c/d/t" ) )
+         << round;
       while ( finished < round ) std::this_thread::yield();
    }
    maker.join();

@@ -159,7 +159,8 @@ class Table : public TableBase {
    // Removes, notifies and returns the record; the default value, silently, when
    // there was none. Throws ReadOnlyError.
    V del( const Key& where ) {
-      Key key = where;
+      // `where` may be part of what a handler destroys.
+      const Key key = where;  // NOLINT(performance-unnecessary-copy-initialization)
       KeyBytes bytes( key );
       Record record;
       V removed{};

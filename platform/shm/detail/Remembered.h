@@ -58,7 +58,7 @@ class Remembered {
    uint32_t takeKey() {
       if ( freeKeys_.empty() ) {
          if ( taken_ % blockKeys == 0 ) {
-            blocks_.emplace_back( new std::byte[blockKeys * keySize_] );
+            blocks_.emplace_back( new std::byte[size_t( blockKeys ) * keySize_] );
          }
          return taken_++;
       }

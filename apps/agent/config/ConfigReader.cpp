@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "apps/agent/config/detail/Section.h"
+#include "ssm/SsmGroupInfo.h"
 
 namespace Agent {
 namespace {
@@ -27,7 +28,6 @@ constexpr uint32_t kMrouteTableEnd = 1'000'000'000;
 // The R bit of an assert stands above the preference (RFC 7761, 4.9.6).
 constexpr uint32_t kMaxPreference = 255;      // an administrative distance: 8 bits
 constexpr uint32_t kMaxRecords = 16'000'000;  // a table holds some more
-constexpr const char* kNoSsmRange = ".no-ssm-range";
 
 IpGenPrefix multicastRange( AddressFamily family ) {
    return IpGenPrefix( family == AddressFamily::ipv4 ? "224.0.0.0/4" : "ff00::/8" );
@@ -242,7 +242,7 @@ void VrfReader::readFilter( Section& section, const char* key,
    out = place->text( key );
    bool known = std::count( accessLists_.begin(), accessLists_.end(), out ) != 0;
    bool isSsm = std::string_view( key ).substr( 0, 3 ) == "ssm";
-   if ( !known && !( isSsm && out == kNoSsmRange ) )
+   if ( !known && !( isSsm && out == Routing::Pim::SparseMode::noSsmRange ) )
       place->fail( fmt::format( "{}: no access list '{}' in this VRF", key, out ) );
 }
 

@@ -67,6 +67,7 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
                           family->pathsChanged();
                     } ),
      replay_( options_.captures ) {
+   manager_.noteHandlerIs( options_.note );
    for ( const std::string& problem : bindCaptures() ) throw ConfigError( problem );
    kernelRoutes_.tablesAre( kernelTables( options_.config ) );
    addFamilies( options_.config, families_ );

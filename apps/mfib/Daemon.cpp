@@ -112,6 +112,7 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
    dropCapabilities();
    for ( const auto& kernel : kernels ) kernel->makeReady();
    manager_ = std::make_unique<Corvex::EntityManager>( clock, &loop, options.root );
+   manager_->noteHandlerIs( say_ );
    links_ = std::make_unique<Links>( loop, [this] {
       eachFamily( []( Family& family ) { family.handleLinks(); } );
    } );

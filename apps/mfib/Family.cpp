@@ -97,14 +97,8 @@ void Family::start() {
 
 // One that stays is said once.
 void Family::tellProblem() {
-   std::string problem;
-   for ( const MoxBrane::TableBase* table :
-         { static_cast<const MoxBrane::TableBase*>( &tables_->route() ),
-           static_cast<const MoxBrane::TableBase*>( &tables_->routeIntf() ) } ) {
-      MoxBrane::MountStatus status = table->control()->mountStatus();
-      if ( status == MoxBrane::mountMismatch || status == MoxBrane::mountDamaged )
-         problem = table->control()->problem();
-   }
+   std::string problem = tables_->route().control()->problem();
+   if ( problem.empty() ) problem = tables_->routeIntf().control()->problem();
    if ( problem == problem_ ) return;
    problem_ = problem;
    if ( !problem.empty() ) say_( problem );

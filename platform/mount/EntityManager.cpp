@@ -7,16 +7,22 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "platform/entity/Factory.h"
 #include "platform/mount/MountedEntity.h"
 #include "platform/mount/TableBase.h"
+#include "platform/trace/Trace.h"
 
 namespace Corvex {
 namespace {
 
+MOX_TRACE_FACILITY( trace, "Pimsm::EntityManager" )
+
 constexpr double kDrainSoon = 0.001;       // s
 constexpr double kDispatchQuantum = 0.01;  // s
+constexpr double kRestoreAgain = 1.0;      // s
+constexpr double kTellRestored = 0.1;  // s; whoever removes a tree takes a while
 
 void checkPath( Mox::StringView path ) {
    size_t start = 0;
@@ -51,6 +57,7 @@ EntityManager::EntityManager( Mox::Clock& clock, Mox::Loop* loop, Mox::String ro
      root_( std::move( root ) ),
      hub_( useInotify ),
      wakeup_( std::make_unique<Wakeup>( *this, clock ) ) {
+   watchRoot();
    if ( loop == nullptr ) return;
    if ( hub_.fd() >= 0 ) {
       watcher_ = std::make_unique<Mox::Loop::FdWatcher>(
@@ -62,6 +69,11 @@ EntityManager::EntityManager( Mox::Clock& clock, Mox::Loop* loop, Mox::String ro
 EntityManager::~EntityManager() {
    ring();
    for ( const auto& [path, entity] : entities_ ) entity->manager_ = nullptr;
+}
+
+// Whoever moves the root moves all tables, and no directory below it hears of that.
+void EntityManager::watchRoot() {
+   rootWatch_ = hub_.addFiles( root_, [this] { hub_.lookAgain( rootWatch_ ); } );
 }
 
 Mox::Ptr<Mox::Entity> EntityManager::entity( Mox::StringView path ) const {
@@ -109,7 +121,10 @@ void EntityManager::dispatchHub() {
       drainSoon_.erase( drainSoon_.begin() );
       table->drainInOrder();
    }
+   if ( restoreAgain_ <= now ) restoreAgain();
    double due = hub_.dispatch( now );
+   if ( tellRestored_ <= now ) tellRestored();
+   due = std::min( { due, restoreAgain_, tellRestored_ } );
    if ( !drainSoon_.empty() ) {
       due = std::min( due, drainAtOnce_ ? now : now + kDrainSoon );
    }
@@ -123,11 +138,63 @@ Brane::DoorbellHub::Id EntityManager::watch( const Mox::String& path,
    return id;
 }
 
+Brane::DoorbellHub::Id EntityManager::watchFiles( const Mox::String& path,
+                                                  MoxBrane::TableBase& table ) {
+   Brane::DoorbellHub::Id id =
+      hub_.addFiles( path, [this, &table] { restoreFiles( table ); } );
+   wakeup_->wakeupTimeIs( std::min( wakeup_->wakeupTime(), clock_.now() ) );
+   return id;
+}
+
+// What the system refuses is tried again; it is told once.
+void EntityManager::restoreFiles( MoxBrane::TableBase& table ) {
+   Brane::TableWriter& writer = *table.writer();
+   if ( writer.filesStand() ) return;
+   try {
+      makeDirectories( writer.path() );
+      writer.restoreFiles();
+   } catch ( const Brane::CreateError& e ) {
+      if ( std::exchange( problem_, e.what() ) != e.what() ) note( problem_ );
+      if ( std::find( unrestored_.begin(), unrestored_.end(), &table ) ==
+           unrestored_.end() )
+         unrestored_.push_back( &table );
+      restoreAgain_ = clock_.now() + kRestoreAgain;
+      return;
+   }
+   restored_.push_back( writer.path() );
+   tellRestored_ = clock_.now() + kTellRestored;
+}
+
+void EntityManager::restoreAgain() {
+   restoreAgain_ = Mox::Clock::never;
+   for ( MoxBrane::TableBase* table : std::exchange( unrestored_, {} ) )
+      restoreFiles( *table );
+}
+
+void EntityManager::tellRestored() {
+   tellRestored_ = Mox::Clock::never;
+   problem_.clear();
+   const std::vector<Mox::String> paths = std::exchange( restored_, {} );
+   Mox::String others;
+   if ( paths.size() > 1 )
+      others = fmt::format( " and {} others", paths.size() - 1 );
+   note(
+      fmt::format( "{}{}: somebody removed or replaced the table's files; they "
+                   "are made anew, with all that they held",
+                   paths.front(), others ) );
+}
+
+void EntityManager::note( const Mox::String& text ) const {
+   if ( noteHandler_ ) return noteHandler_( text );
+   MOX_TRACE( trace, 0, text );
+}
+
 void EntityManager::unwatch( Brane::DoorbellHub::Id id,
                              MoxBrane::TableBase& table ) {
    hub_.remove( id );
    std::erase( drainSoon_, &table );
    std::erase( draining_, &table );
+   std::erase( unrestored_, &table );
 }
 
 void EntityManager::drainSoon( MoxBrane::TableBase& table, bool atOnce ) {
@@ -194,6 +261,8 @@ void EntityManager::removeTables( Mox::StringView path ) {
    for ( MoxBrane::TableBase* table : found->second->tables() ) {
       if ( table->writer() != nullptr ) table->writer()->removeFiles();
    }
+   // Stays where another process keeps a table there.
+   rmdir( fmt::format( "{}/{}", root_, path ).c_str() );
 }
 
 }

@@ -7,6 +7,7 @@
 // only; entities must not be used for tables after their manager has gone.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <vector>
@@ -55,11 +56,20 @@ class PIMSM_API EntityManager {
 
    // Rings the doorbells of what was written and takes up what others wrote: for
    // some 10 ms; the rest of a burst waits for the next dispatch, which a loop makes
-   // on its next turn.
+   // on its next turn. Files of tables mounted for writing that somebody took away or
+   // replaced are made anew with all that they held. Throws Brane::SecondWriterError
+   // where another process has become their writer meanwhile: this one should end.
    void dispatch();
 
-   // Removes the files of a path whose entity is mounted for writing, so that
-   // readers see the tables go. The entity stays usable, unseen.
+   // Gets sentences for people about files that were made anew, or cannot be. The
+   // default, null, traces them.
+   using NoteHandler = std::function<void( const Mox::String& text )>;
+   void noteHandlerIs( NoteHandler handler ) {
+      noteHandler_ = std::move( handler );
+   }
+
+   // Retires the tables of a path whose entity is mounted for writing: their files and
+   // directory go, and readers see the tables go. The entity stays usable, unseen.
    void removeTables( Mox::StringView path );
 
  private:
@@ -78,6 +88,13 @@ class PIMSM_API EntityManager {
    bool timeIsUp() const { return clock_.now() >= dispatchEnd_; }
    Mox::String tablePath( Mox::StringView entityPath, Mox::StringView table ) const;
    void makeDirectories( const Mox::String& tablePath ) const;
+   Brane::DoorbellHub::Id watchFiles( const Mox::String& path,
+                                      MoxBrane::TableBase& table );
+   void watchRoot();
+   void restoreFiles( MoxBrane::TableBase& table );
+   void restoreAgain();
+   void tellRestored();
+   void note( const Mox::String& text ) const;
    void dispatchHub();
    void ring();
 
@@ -85,12 +102,21 @@ class PIMSM_API EntityManager {
    Mox::String root_;
    bool attachSuspended_ = false;
    Brane::DoorbellHub hub_;
+   Brane::DoorbellHub::Id rootWatch_ = 0;
    std::map<Mox::String, MoxBrane::MountedEntity*, std::less<>> entities_;
    std::vector<MoxBrane::TableBase*> drainSoon_;
    bool drainAtOnce_ = false;
    double dispatchEnd_ = 0;
    // Of the dispatch in progress; a handler may make any of them go.
    std::vector<MoxBrane::TableBase*> draining_;
+   // Tables whose files could not be made anew, and when that is tried again.
+   std::vector<MoxBrane::TableBase*> unrestored_;
+   double restoreAgain_ = Mox::Clock::never;
+   // Files that were made anew and not told of yet; told when no more come.
+   std::vector<Mox::String> restored_;
+   double tellRestored_ = Mox::Clock::never;
+   Mox::String problem_;
+   NoteHandler noteHandler_;
    std::unique_ptr<Wakeup> wakeup_;
    std::unique_ptr<Mox::Loop::FdWatcher> watcher_;
    std::unique_ptr<Mox::Loop::TurnEnd> turnEnd_;

@@ -46,9 +46,8 @@ TableBase::TableBase( MountedEntity& entity, Mox::String name,
 TableBase::~TableBase() {
    control_->table_ = nullptr;
    control_->entity_ = nullptr;
-   if ( reader_ != nullptr && entity_.manager() != nullptr ) {
+   if ( mounted() && entity_.manager() != nullptr )
       entity_.manager()->unwatch( bell_, *this );
-   }
 }
 
 bool TableBase::mount( ::Brane::TableRole role, uint32_t capacity ) {
@@ -78,6 +77,7 @@ void TableBase::mountWriter( Corvex::EntityManager& manager,
    ::Brane::AttachReport report = writer_->attachReport();
    dropWhatIsNoValue( report );
    tellAttached( report );
+   bell_ = manager.watchFiles( path, *this );
 }
 
 // Whole by its checksum, and yet nobody can read it: left standing it would take room

@@ -22,8 +22,9 @@ constexpr double afterDeath = 0.01;  // s
 
 // A ring is a write; the writer's end closes the bell.
 constexpr uint32_t bellMask = IN_MODIFY | IN_CLOSE_WRITE | IN_DELETE_SELF;
-constexpr uint32_t directoryMask =
-   IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+constexpr uint32_t directoryMask = IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM |
+                                   IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF |
+                                   IN_ONLYDIR;
 
 Mox::String directoryOf( const Mox::String& path ) {
    size_t slash = path.rfind( '/' );
@@ -44,6 +45,7 @@ bool isMissing( int error ) {
 struct DoorbellHub::Table {
    TableFiles files;
    Callback callback;
+   bool filesOnly = false;
    int bell = -1;         // watch; -1 while there is none
    int directory = -1;    // watch of the table's directory or an ancestor of it
    bool nearest = false;  // the directory itself
@@ -72,12 +74,21 @@ bool DoorbellHub::fallback() const {
 }
 
 DoorbellHub::Id DoorbellHub::add( const Mox::String& path, Callback callback ) {
-   Id id = ++lastId_;
-   auto table = std::make_shared<Table>(
-      Table{ .files = TableFiles( path ), .callback = std::move( callback ) } );
-   tables_.emplace( id, table );
+   return add( std::make_shared<Table>(
+      Table{ .files = TableFiles( path ), .callback = std::move( callback ) } ) );
+}
+
+DoorbellHub::Id DoorbellHub::addFiles( const Mox::String& path,
+                                       Callback callback ) {
+   return add( std::make_shared<Table>( Table{ .files = TableFiles( path ),
+                                               .callback = std::move( callback ),
+                                               .filesOnly = true } ) );
+}
+
+DoorbellHub::Id DoorbellHub::add( std::shared_ptr<Table> table ) {
+   tables_.emplace( ++lastId_, table );
    arm( *table );
-   return id;
+   return lastId_;
 }
 
 void DoorbellHub::remove( Id id ) {
@@ -88,6 +99,12 @@ void DoorbellHub::remove( Id id ) {
    tables_.erase( found );
    dropWatch( table->bell );
    dropWatch( table->directory );
+}
+
+void DoorbellHub::lookAgain( Id asker ) {
+   for ( auto& [id, table] : tables_ ) {
+      if ( id != asker ) armAnew( *table );
+   }
 }
 
 // The kernel gives one watch per file: others may share it.
@@ -105,7 +122,7 @@ void DoorbellHub::arm( Table& table ) {
    table.rung = true;
    if ( fd_ < 0 ) return;
    if ( !table.nearest ) watchDirectory( table );
-   if ( table.bell < 0 ) {
+   if ( table.bell < 0 && !table.filesOnly ) {
       table.bell = inotify_add_watch( fd_, table.files.bell.c_str(), bellMask );
       table.blind = table.bell < 0 && !isMissing( errno );
    }
@@ -116,6 +133,8 @@ void DoorbellHub::armAnew( Table& table ) {
    int bell = std::exchange( table.bell, -1 );
    table.nearest = false;
    arm( table );
+   // Without a bell at the name the writer may still ring the former one.
+   if ( table.bell < 0 ) table.bell = bell;
    if ( bell != table.bell ) dropWatch( bell );
 }
 
@@ -186,13 +205,16 @@ void DoorbellHub::handleDirectory( Table& table, uint32_t mask, const char* name
       table.directory = -1;
       table.nearest = false;
    }
-   if ( !table.nearest ) return arm( table );
+   // A directory that comes again has other files.
+   if ( !table.nearest ) return armAnew( table );
    bool bell = name == nameOf( table.files.bell );
    // A bell of this name is another file: the watch follows it there.
    if ( bell && ( mask & ( IN_CREATE | IN_MOVED_TO ) ) ) {
       dropBell( table );
       arm( table );
    }
+   bool lock = table.filesOnly && name == nameOf( table.files.lock );
+   if ( lock || ( table.filesOnly && bell ) ) table.rung = true;
    if ( name == nameOf( table.files.table ) ) table.rung = true;
 }
 

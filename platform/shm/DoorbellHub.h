@@ -1,8 +1,9 @@
 // Listens to the doorbells of any number of tables through one inotify instance.
 //
-// Readers only: a table's bell rings when its writer says so, when the writer dies,
-// and when the table appears, is replaced or goes away. Free of any event loop: the
-// owner polls fd() and calls dispatch(). Single thread.
+// For readers a table's bell rings when its writer says so, when the writer dies,
+// and when the table appears, is replaced or goes away. A writer may have its own table's
+// files watched. Free of any event loop: the owner polls fd() and calls dispatch().
+// Single thread.
 #pragma once
 
 #include <functional>
@@ -37,7 +38,14 @@ class PIMSM_API DoorbellHub {
    // Watches the table at `path`, present or not, its directory too. Called back at
    // the next dispatch() in any case, so that nothing before is missed.
    Id add( const Mox::String& path, Callback callback );
+   // The same for a writer: called back when one of the table's files may have come or
+   // gone, not when the bell rings.
+   Id addFiles( const Mox::String& path, Callback callback );
    void remove( Id id );  // unknown: nothing
+
+   // Sets all watches anew and rings all tables but the asker's: for who knows that
+   // directories above the tables' own have moved, which no watch tells.
+   void lookAgain( Id asker );
 
    // Readable when dispatch() has something to do; -1 without inotify.
    int fd() const { return fd_; }
@@ -54,6 +62,7 @@ class PIMSM_API DoorbellHub {
  private:
    struct Table;
 
+   Id add( std::shared_ptr<Table> table );
    void arm( Table& table );
    void armAnew( Table& table );
    void watchDirectory( Table& table );

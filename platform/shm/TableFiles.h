@@ -24,8 +24,8 @@ struct PIMSM_API TableFiles {
 // A missing or unreadable doorbell reads as no.
 PIMSM_API bool writerAlive( const Mox::String& path );
 
-// Removes a table that has no writer, all its files; attached readers keep their
-// mapping and find the table absent when they poll. Missing files are fine.
+// Retires a table that has no writer, and removes all its files; attached readers keep
+// their mapping and find the table absent when they poll. Missing files are fine.
 // Throws SecondWriterError while a writer lives.
 PIMSM_API void removeTableFiles( const Mox::String& path );
 

@@ -61,6 +61,9 @@ class PIMSM_API TableReader {
    // has changed. Cheap (one stat) when neither has. A TableFollower polls for
    // itself; do not poll its reader beside it. Throws CreateError; a table that the
    // system refused to map reads as readerDamaged, and the next poll tries again.
+   // A table is absent once its writer has retired it (TableWriter::removeFiles). Files
+   // that vanish otherwise leave the reader attached to what stood there last, and
+   // problem() says so.
    bool poll();
 
    ReaderState state() const;

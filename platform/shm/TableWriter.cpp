@@ -68,6 +68,12 @@ const AttachReport& TableWriter::attachReport() const {
 Sweep TableWriter::verify() const {
    return table_->verify();
 }
+bool TableWriter::filesStand() const {
+   return table_->filesStand();
+}
+void TableWriter::restoreFiles() {
+   table_->restoreFiles();
+}
 void TableWriter::removeFiles() {
    table_->removeFiles();
 }

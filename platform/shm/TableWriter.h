@@ -118,9 +118,20 @@ class PIMSM_API TableWriter {
    // Checks every record and the whole index. Takes milliseconds per 100,000.
    Sweep verify() const;
 
-   // Removes the table's files, for a table that shall not come back. Readers find
-   // it absent. The writer itself stays usable, unseen, until destroyed. Once more:
-   // nothing.
+   // Do the table's files still lead to it? Three system calls. True after
+   // removeFiles().
+   bool filesStand() const;
+   // Makes those files anew that somebody took away or replaced, with all that the table
+   // holds; readers move there by themselves. Nothing where all stand. The directory
+   // must exist. Throws SecondWriterError where another process has become the writer at
+   // the path: what is written here is seen by nobody then, and the process should end.
+   // Throws CreateError where the system refuses; try again later.
+   // REQUIRES: no reservations.
+   void restoreFiles();
+
+   // Retires the table: marks it, then removes its files. Readers find it absent; files
+   // that vanish without the mark change nothing for them. The writer itself stays
+   // usable, unseen, until destroyed. Once more: nothing.
    void removeFiles();
 
  private:

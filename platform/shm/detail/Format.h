@@ -52,6 +52,10 @@ static_assert( offsetof( FileHeader, fields ) == 128 );
 // The journal's head: the sequence of the last published change. A cache line
 // pair of its own, since all readers look at it.
 constexpr uint32_t controlOffset = 8192;
+// The mark of a table that its writer retired: retiredWord, else 0. Versions that do not
+// know it leave it at 0, so that it needed no version of its own.
+constexpr uint32_t retiredOffset = controlOffset + 8;
+constexpr uint64_t retiredWord = 0x6465726974655242;  // "BRetired"
 constexpr uint32_t journalOffset = controlOffset + 128;
 static_assert( sizeof( FileHeader ) <= controlOffset );
 

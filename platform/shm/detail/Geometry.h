@@ -52,6 +52,7 @@ struct View {
    uint64_t seed[2] = {};
 
    Word* head() const { return wordAtOffset( controlOffset ); }
+   Word* retired() const { return wordAtOffset( retiredOffset ); }
    Word* journal( uint64_t sequence ) const {
       return wordAtOffset( journalOffset ) +
              ( sequence & ( geometry.journalEntries - 1 ) );

@@ -49,14 +49,6 @@ bool lockedAgainst( short type, int fd ) {
    throw SecondWriterError( files.table + " is written by " + who, pid );
 }
 
-// A first writer that removes its table takes the lock file away, too; who waited
-// for that file must not lock what has no name any more.
-bool stillNamed( int fd, const Mox::String& path ) {
-   struct stat mine, named;
-   return fstat( fd, &mine ) == 0 && stat( path.c_str(), &named ) == 0 &&
-          mine.st_ino == named.st_ino && mine.st_dev == named.st_dev;
-}
-
 void leavePid( int fd ) {
    // Fixed width: a longer former text leaves nothing behind.
    Mox::String text = std::to_string( getpid() );
@@ -72,7 +64,9 @@ Descriptor takeWriterLock( const TableFiles& files ) {
       Descriptor file( openFile( files.lock, O_RDWR | O_CREAT, 0600 ) );
       if ( !file ) systemFailed( files.lock, "cannot open the lock file" );
       if ( !tryLock( file.get(), files.lock ) ) refuseSecond( files, file.get() );
-      if ( !stillNamed( file.get(), files.lock ) ) continue;
+      // A first writer that removes its table takes the lock file away, too; who waited
+      // for that file must not lock what has no name any more.
+      if ( !leadsTo( files.lock, fileIdOf( file, files.lock ) ) ) continue;
       fchmod( file.get(), 0600 );
       leavePid( file.get() );
       return file;

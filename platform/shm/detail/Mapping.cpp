@@ -24,6 +24,19 @@ Descriptor& Descriptor::operator=( Descriptor&& other ) noexcept {
    return *this;
 }
 
+FileId fileIdOf( const Descriptor& file, const Mox::String& path ) {
+   struct stat status;
+   if ( fstat( file.get(), &status ) != 0 )
+      systemFailed( path, "cannot look at the file" );
+   return { status.st_dev, status.st_ino };
+}
+
+bool leadsTo( const Mox::String& path, const FileId& file ) {
+   struct stat status;
+   return lstat( path.c_str(), &status ) == 0 &&
+          FileId{ status.st_dev, status.st_ino } == file;
+}
+
 Mapping::~Mapping() {
    if ( data_ ) munmap( data_, size_ );
 }

@@ -25,6 +25,20 @@ class Descriptor {
    int fd_;
 };
 
+// Which file it is, whatever its name. Somebody must hold the file, or another gets the
+// number.
+struct FileId {
+   dev_t device = 0;
+   ino_t inode = 0;
+   bool operator==( const FileId& ) const = default;
+};
+
+// Of an open file. Throws CreateError.
+FileId fileIdOf( const Descriptor& file, const Mox::String& path );
+
+// Does the name lead to this file now?
+bool leadsTo( const Mox::String& path, const FileId& file );
+
 class Mapping {
  public:
    Mapping() = default;

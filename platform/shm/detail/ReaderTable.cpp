@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <utility>
@@ -32,10 +33,31 @@ ReaderTable::ReaderTable( const Mox::String& path, const Layout& layout )
    poll();
 }
 
-bool ReaderTable::becomeAbsent() {
+// Did the writer of the file that was last there say that it goes?
+bool ReaderTable::retired() const {
+   uint64_t word = 0;
+   return file_ &&
+          pread( file_.get(), &word, sizeof word, retiredOffset ) == sizeof word &&
+          word == retiredWord;
+}
+
+// Somebody's removal of files is no word of what they held: what was read last stands
+// until there is a table again, or its writer retires it.
+bool ReaderTable::handleMissing() {
+   const auto last = instance_ ? instance_ : former_;
+   if ( last && !retired() ) {
+      instance_ = last;
+      state_ = readerAttached;
+      problem_ = files_.table +
+                 ": the file is gone, though its writer has not retired the table; "
+                 "what it held last stands";
+      return !std::exchange( orphaned_, true );
+   }
    bool changed = state_ != readerAbsent;
    state_ = readerAbsent;
+   orphaned_ = false;
    instance_.reset();
+   former_.reset();
    file_ = Descriptor();
    problem_.clear();
    return changed;
@@ -44,13 +66,14 @@ bool ReaderTable::becomeAbsent() {
 bool ReaderTable::poll() {
    struct stat status;
    if ( stat( files_.table.c_str(), &status ) != 0 ) {
-      if ( nothingThere( errno ) ) return becomeAbsent();
+      if ( nothingThere( errno ) ) return handleMissing();
       systemFailed( files_.table, "cannot look at the file" );
    }
-   bool same = file_ && status.st_dev == device_ && status.st_ino == inode_;
+   bool same =
+      file_ && !orphaned_ && FileId{ status.st_dev, status.st_ino } == fileId_;
    if ( same ) return false;
    Descriptor file( openFile( files_.table, O_RDONLY | O_NONBLOCK ) );
-   if ( !file && nothingThere( errno ) ) return becomeAbsent();
+   if ( !file && nothingThere( errno ) ) return handleMissing();
    if ( !file ) systemFailed( files_.table, "cannot open" );
    attach( std::move( file ) );
    return true;
@@ -59,7 +82,8 @@ bool ReaderTable::poll() {
 // Where the system refuses, nothing is attached, and the next poll tries again.
 void ReaderTable::attach( Descriptor file ) {
    file_ = Descriptor();
-   instance_.reset();
+   orphaned_ = false;
+   if ( instance_ ) former_ = std::exchange( instance_, nullptr );
    problem_.clear();
    try {
       adopt( file );
@@ -82,14 +106,14 @@ void ReaderTable::adopt( Descriptor& file ) {
       }
       instance_ = std::make_shared<const Instance>(
          file.get(), uint64_t( status.st_size ), layout_, files_.table );
+      former_.reset();
       state_ = readerAttached;
    } catch ( const LayoutError& e ) {
       state_ = e.otherRecord() ? readerMismatch : readerDamaged;
       mismatch_ = e.mismatch();
       problem_ = e.what();
    }
-   device_ = status.st_dev;
-   inode_ = status.st_ino;
+   fileId_ = { status.st_dev, status.st_ino };
    file_ = std::move( file );
 }
 

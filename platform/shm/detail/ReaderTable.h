@@ -42,7 +42,8 @@ class ReaderTable {
 
  private:
    void countFailed( const Instance::Copy& copy, Position position );
-   bool becomeAbsent();
+   bool handleMissing();
+   bool retired() const;
    void attach( Descriptor file );
    void adopt( Descriptor& file );
    bool isPosition( Position position ) const;
@@ -56,9 +57,11 @@ class ReaderTable {
    // Kept open, so that no other file gets its inode number; none unless it was
    // judged.
    Descriptor file_;
-   dev_t device_ = 0;
-   ino_t inode_ = 0;
+   FileId fileId_;
+   bool orphaned_ = false;  // the name leads nowhere, and the table was not retired
    std::shared_ptr<const Instance> instance_;
+   // The last one that could be read, while what took its place cannot.
+   std::shared_ptr<const Instance> former_;
    TableReader::Counters counters_;
    std::vector<std::byte> buffer_;
 };

@@ -146,7 +146,8 @@ AttachStatus TableMaker::judge( const Former& former, const Survey& survey ) {
 }
 
 void TableMaker::takeOver( Former former, const Survey& survey ) {
-   useMapping( std::move( former.mapping ), former.header );
+   useFile( former.file, std::move( former.mapping ), former.header );
+   if ( *table_.view_.retired() ) storeWord( table_.view_.retired(), 0 );
    putRight( table_.view_, survey, table_.report_ );
    table_.sequence_ = *table_.view_.head();
    table_.size_ = survey.survivors();
@@ -183,7 +184,7 @@ void TableMaker::create( const Former* former, const Survey* survey ) {
    writeHeader( mapping.data(), layout, values );
    FileHeader header;
    std::memcpy( &header, mapping.data(), sizeof( header ) );
-   useMapping( std::move( mapping ), header );
+   useFile( file, std::move( mapping ), header );
    uint64_t first = options_.firstSequence;
    storeWord( table_.view_.journal( first ), journalEntry( 0, first ) );
    storeWord( table_.view_.head(), first );
@@ -226,7 +227,9 @@ void TableMaker::drop( const Mox::Error& why ) {
    --table_.report_.survivors;
 }
 
-void TableMaker::useMapping( Mapping mapping, const FileHeader& header ) {
+void TableMaker::useFile( const Descriptor& file, Mapping mapping,
+                          const FileHeader& header ) {
+   table_.file_ = fileIdOf( file, table_.path() );
    table_.mapping_ = std::move( mapping );
    table_.view_ = { table_.mapping_.data(),
                     geometryOf( header ),

@@ -33,7 +33,8 @@ class TableMaker {
    HeaderValues freshValues() const;
    void copySurvivors( const Former& former, const Survey& survey );
    void drop( const Mox::Error& why );
-   void useMapping( Mapping mapping, const FileHeader& header );
+   void useFile( const Descriptor& file, Mapping mapping,
+                 const FileHeader& header );
 
    WriterTable& table_;
    uint32_t capacity_;

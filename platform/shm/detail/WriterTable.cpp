@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -318,9 +319,45 @@ void WriterTable::ring() {
    if ( rung_ != sequence_ && writeBell() ) rung_ = sequence_;
 }
 
+bool WriterTable::filesStand() const {
+   if ( filesRemoved_ ) return true;
+   return leadsTo( files_.lock, fileIdOf( lock_, files_.lock ) ) &&
+          leadsTo( files_.bell, fileIdOf( bell_, files_.bell ) ) &&
+          leadsTo( files_.table, file_ );
+}
+
+// The lock first: what stands at the other names may be another writer's. The table
+// last: who sees it can watch its bell.
+void WriterTable::restoreFiles() {
+   MOX_ASSERT( reservations_ == 0 );
+   if ( filesStand() ) return;
+   if ( !leadsTo( files_.lock, fileIdOf( lock_, files_.lock ) ) )
+      lock_ = takeWriterLock( files_ );
+   if ( !leadsTo( files_.bell, fileIdOf( bell_, files_.bell ) ) ) openBell();
+   if ( !leadsTo( files_.table, file_ ) ) copyToNewFile();
+   rung_ = sequence_ - 1;
+   ring();
+}
+
+// Byte by byte: sequences and positions stay, so that followers find only what they have
+// not been told yet.
+void WriterTable::copyToNewFile() {
+   Descriptor file = createFile( files_.fresh, mapping_.size() );
+   Mapping mapping =
+      Mapping::ofFile( file.get(), mapping_.size(), true, files_.fresh );
+   std::memcpy( mapping.data(), mapping_.data(), mapping_.size() );
+   const FileId made = fileIdOf( file, files_.fresh );
+   if ( rename( files_.fresh.c_str(), files_.table.c_str() ) != 0 )
+      systemFailed( files_.table, "cannot rename the table's copy" );
+   file_ = made;
+   mapping_ = std::move( mapping );
+   view_.base = mapping_.data();
+}
+
 void WriterTable::removeFiles() {
    // The names may be a successor's by now.
    if ( std::exchange( filesRemoved_, true ) ) return;
+   storeWord( view_.retired(), retiredWord );
    unlink( files_.table.c_str() );
    rung_ = sequence_ - 1;
    ring();

@@ -33,6 +33,8 @@ class WriterTable {
    Position positionAtOrBefore( const void* key ) const;
 
    void ring();
+   bool filesStand() const;
+   void restoreFiles();
    void removeFiles();
    Sweep verify() const;
 
@@ -60,6 +62,7 @@ class WriterTable {
    Position putHashed( const void* record, uint64_t hash, Position hint );
    void openBell();
    bool writeBell() const;
+   void copyToNewFile();
    void release( uint32_t slot );
    void finish( const WriterView& view, const Place& place,
                 const RecordIdentity& identity );
@@ -71,6 +74,7 @@ class WriterTable {
    bool zeroKey_ = false;
    Descriptor lock_;
    Descriptor bell_;
+   FileId file_;  // of the mapping, which keeps it
    Mapping mapping_;
    WriterView view_;
    uint64_t instanceId_ = 0;

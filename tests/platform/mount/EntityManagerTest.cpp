@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "tests/platform/mount/Shelf.h"
 #include "tests/support/ErrorText.h"
 #include "tests/support/TempRoot.h"
@@ -125,6 +127,67 @@ TEST_F( EntityManager, MayGoBeforeItsEntities ) {
    clock.advance( 1 );
    clock.runPass();
    read.reset();
+}
+
+// Files that somebody removes or moves while their writer lives.
+TEST_F( EntityManager, MakesItsFilesAnewUntilAnotherWriterHasThem ) {
+   namespace fs = std::filesystem;
+   own.mount( tableWriter, 20 );
+   own.shelf->bookIs( bookOf( 1 ) );
+   Side reader( clock, root.path(), tableReader );
+   std::vector<Mox::String> notes;
+   own.manager.noteHandlerIs(
+      [&]( const auto& text ) { notes.push_back( text ); } );
+   auto turn = [&] {
+      for ( int i = 0; i < 20; ++i ) {
+         clock.advance( 0.01 );
+         clock.runPass();
+         own.manager.dispatch();
+         reader.manager.dispatch();
+      }
+   };
+   turn();
+   const fs::path file = Side::file( root.path() );
+   const fs::path elsewhere = root.path() + "-moved";
+   const std::function<void()> damages[] = {
+      [&] { fs::remove( file ); },
+      [&] { fs::remove( file.string() + ".lock" ); },
+      [&] { fs::remove( file.string() + ".bell" ); },
+      [&] { fs::rename( file, file.string() + "-" ); },
+      [&] { fs::remove_all( root.path() ); },
+      [&] { fs::rename( root.path(), elsewhere ); },
+   };
+   uint32_t number = 1;
+   for ( const auto& damage : damages ) {
+      SCOPED_TRACE( number );
+      damage();
+      turn();
+      own.shelf->bookIs( bookOf( ++number ) );
+      turn();
+      EXPECT_EQ( reader.recorder.take(), Numbers{ number } );
+      EXPECT_EQ( reader.shelf->book().size(), number );
+      EXPECT_TRUE( reader.control().writerAlive() );
+      EXPECT_EQ(
+         Side( clock, root.path(), tableReader ).shelf->book().keys().size(),
+         number );
+   }
+   EXPECT_EQ( notes.size(), std::size( damages ) );
+   EXPECT_THAT( notes.back(), HasSubstr( "made anew" ) );
+   // In a place where it cannot be made it is tried again.
+   fs::remove( file );
+   fs::create_directory( file );
+   notes.clear();
+   turn();
+   EXPECT_THAT( notes, testing::ElementsAre( HasSubstr( "cannot rename" ) ) );
+   fs::remove( file );
+   clock.advance( 1 );
+   turn();
+   EXPECT_EQ( notes.size(), 2U );
+   // Another process was faster.
+   fs::remove_all( root.path() );
+   Side rival( clock, root.path(), tableWriter );
+   EXPECT_THROW( turn(), ::Brane::SecondWriterError );
+   fs::remove_all( elsewhere );
 }
 
 // A table that comes and goes, and a writer that does: the latter without a word of

@@ -96,6 +96,70 @@ TEST_F( Follower, TellsWhatDiffersInANewInstance ) {
    EXPECT_TRUE( writerAlive( path ) );
 }
 
+// Only a retired table takes what it held along.
+TEST_F( Follower, KeepsWhatWasInFilesThatVanish ) {
+   TableWriter writer( path, layout, 10, options );
+   for ( uint64_t id = 1; id <= 3; ++id ) put( writer, id, 1 );
+   Followed followed( path, layout );
+   auto expectKept = [&]( const char* problem ) {
+      auto drained = followed.drain();
+      EXPECT_TRUE( drained.stateChanged );
+      EXPECT_EQ( drained.written + drained.removed, 0u );
+      EXPECT_NE( followed.reader.problem().find( problem ), std::string::npos );
+   };
+   const std::string stale = bytesOf( path );
+   unlink( path.c_str() );
+   expectKept( "gone" );
+   // What the writer goes on to write is heard all the same, there and when it is back.
+   put( writer, 4, 1 );
+   EXPECT_EQ( followed.drain().written, 1u );
+   remove( writer, 1 );
+   EXPECT_FALSE( writer.filesStand() );
+   writer.restoreFiles();
+   EXPECT_TRUE( writer.filesStand() );
+   EXPECT_EQ( followed.drain().removed, 1u );
+   EXPECT_EQ( followed.content, contentOf( writer ) );
+   EXPECT_TRUE( followed.reader.problem().empty() );
+   // Something else takes its place, and vanishes.
+   unlink( path.c_str() );
+   bytesAre( path, "no table" );
+   expectKept( "8 bytes" );
+   unlink( path.c_str() );
+   expectKept( "gone" );
+   // An old copy, without lock and bell.
+   for ( const char* suffix : { ".lock", ".bell" } )
+      unlink( ( path + suffix ).c_str() );
+   bytesAre( path, stale );
+   writer.restoreFiles();
+   EXPECT_TRUE( writerAlive( path ) );
+   put( writer, 5, 1 );
+   followed.drain();
+   EXPECT_EQ( followed.content, contentOf( writer ) );
+   EXPECT_EQ( contentOf( TableReader( path, layout ) ), contentOf( writer ) );
+   // Retired, by its writer or in its absence; a mark that was never followed by the
+   // removal counts no more once somebody writes there again.
+   for ( bool orphaned : { true, false } ) {
+      auto next =
+         std::make_unique<TableWriter>( directory + "/v", layout, 10, options );
+      put( *next, 1, 1 );
+      const std::string mine = directory + "/v";
+      Followed other( mine, layout );
+      if ( orphaned ) {
+         link( mine.c_str(), ( mine + "-" ).c_str() );
+         next->removeFiles();
+         rename( ( mine + "-" ).c_str(), mine.c_str() );
+         next = std::make_unique<TableWriter>( mine, layout, 10, options );
+         EXPECT_EQ( next->attachReport().survivors, 1u );
+         unlink( mine.c_str() );
+         EXPECT_EQ( other.drain().removed, 0u );
+      } else {
+         next.reset();
+         removeTableFiles( mine );
+         EXPECT_EQ( other.drain().removed, 1u );
+      }
+   }
+}
+
 TEST_F( Follower, TakesEverythingForChangedBeyondTheGenerations ) {
    TableWriter writer( path, layout, 4, options );
    put( writer, 1, 1 );

@@ -77,7 +77,7 @@ void publish( const char* what, Side& agent, Brane::RouteBraneWriterSm& writer,
    double began = BenchClock::wall();
    double worked = 0;
    std::vector<double> slices;
-   while ( !writer.changeSet().empty() || !writer.reviewChangeSet().empty() ) {
+   while ( !writer.changeSet()->empty() || !writer.reviewChangeSet()->empty() ) {
       slices.push_back( agent.clock.pass() );
       agent.manager.dispatch();
       worked += slices.back();

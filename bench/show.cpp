@@ -184,8 +184,8 @@ class Agent {
  private:
    double publish() {
       double worked = 0;
-      while ( !writer_->changeSet().empty() ||
-              !writer_->reviewChangeSet().empty() ) {
+      while ( !writer_->changeSet()->empty() ||
+              !writer_->reviewChangeSet()->empty() ) {
          const double left = side_.clock.nextWakeup() - BenchClock::wall();
          if ( left > 0 )
             usleep( static_cast<useconds_t>( std::ceil( 1e6 * left ) ) );

@@ -171,8 +171,8 @@ int main( int argc, char** argv ) try {
    // end, everything marked is published first.
    Mox::Loop::TurnEnd turnEnd( loop, [&] {
       writer->doMaybeUpdateReviewTimer();
-      if ( ending && writer->changeSet().empty() &&
-           writer->reviewChangeSet().empty() )
+      if ( ending && writer->changeSet()->empty() &&
+           writer->reviewChangeSet()->empty() )
          loop.stop();
    } );
    loop.run();

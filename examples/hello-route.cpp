@@ -41,7 +41,7 @@ int main( int argc, char** argv ) {
 
    // The writer publishes in a review, 10 to 50 ms later.
    Mox::Loop::TurnEnd published( loop, [&] {
-      if ( writer->changeSet().empty() && writer->reviewChangeSet().empty() )
+      if ( writer->changeSet()->empty() && writer->reviewChangeSet()->empty() )
          loop.stop();
    } );
    loop.run();

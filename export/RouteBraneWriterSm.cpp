@@ -17,7 +17,7 @@ class RouteBraneWriterSm::MoxStatus : public SparseMode::Status::NotifieeConst {
       notifierIs( writer.status().get() );
    }
    void onRoute( const RouteKey& key ) override {
-      Mox::Ptr<RouteBraneWriterSm> pin( &writer_ );
+      Mox::Pin pin( &writer_ );
       writer_.handleRoute( key );
    }
    void onInitialized() override { writer_.doMaybeUpdateReviewTimer(); }
@@ -31,7 +31,7 @@ class RouteBraneWriterSm::MoxClock : public Mox::Clock::Notifiee {
    explicit MoxClock( RouteBraneWriterSm& writer )
       : Notifiee( writer.clock() ), writer_( writer ) {}
    void onTime() override {
-      Mox::Ptr<RouteBraneWriterSm> pin( &writer_ );
+      Mox::Pin pin( &writer_ );
       writer_.reviewTimer_->handleWakeup();
       writer_.doReview();
    }
@@ -74,14 +74,20 @@ void RouteBraneWriterSm::handleInitialized() {
    reviewTimer_.emplace( *moxClock_, kFillInterval, kMaxCredits,
                          static_cast<float>( minDelay() ),
                          static_cast<float>( maxDelay() ) );
-   reviewChangeSet_ = Mox::newEntity<RouteChangeSet>();
+   reviewChangeSet_ = routeChangeSetFactory();
    initializedIs( true );
    doMaybeUpdateReviewTimer();
 }
 
 void RouteBraneWriterSm::handleChangeSet() {
-   changeSet_ = Mox::newEntity<RouteChangeSet>();
+   changeSet_ = routeChangeSetFactory();
    moxChangeSet_->notifierIs( changeSet_.get() );
+}
+
+const RouteBraneWriterSm::MoxRoute* RouteBraneWriterSm::route(
+   const RouteKey& key ) const {
+   auto found = route_.find( key );
+   return found == route_.end() ? nullptr : found->second.get();
 }
 
 // Under a known key another object may stand: the reactor is made anew.

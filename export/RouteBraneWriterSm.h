@@ -53,13 +53,16 @@ using ClockPointer = Mox::Clock*;
 
 class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
  public:
+   class MoxRoute;
+   // The reactors on the model's routes, by key.
+   using RouteReactors = std::unordered_map<RouteKey, std::unique_ptr<MoxRoute>>;
+
    MOX_ENTITY( RouteBraneWriterSm, PIMSM_ROUTE_WRITER_ATTRIBUTES )
 
    // Marks everything the model holds and ends with handleInitialized().
    // REQUIRES: nothing null; the tables mounted as writer.
    RouteBraneWriterSm( ModelStatusPtr status, BraneStatusPtr braneStatus,
                        Mox::Clock* clock );
-   ~RouteBraneWriterSm() override;
 
    // What came of this writer's writes to a table.
    struct Writes {
@@ -71,8 +74,18 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
    const Writes& routeIntfWrites() const { return routeIntfWrites_; }
 
    // Keys marked since the last review began; keys of the review in progress.
-   RouteChangeSet& changeSet() { return *changeSet_; }
-   const RouteChangeSet& reviewChangeSet() const { return *reviewChangeSet_; }
+   // Never null once constructed, and another after each begin of a review.
+   RouteChangeSet* changeSet() { return changeSet_.get(); }
+   const RouteChangeSet* changeSet() const { return changeSet_.get(); }
+   const RouteChangeSet* reviewChangeSet() const { return reviewChangeSet_.get(); }
+   const Mox::ReviewTimer* reviewTimer() const {
+      return reviewTimer_ ? &*reviewTimer_ : nullptr;
+   }
+
+   // One for each of the model's routes; null where there is none. What they are stays
+   // the writer's own.
+   const RouteReactors& route() const { return route_; }
+   const MoxRoute* route( const RouteKey& key ) const;
 
    void handleInitialized();
    // Begins a new, empty change set.
@@ -83,11 +96,13 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
    // the model are initialized.
    void doMaybeUpdateReviewTimer();
 
+ protected:
+   ~RouteBraneWriterSm() override;
+
  private:
    class MoxStatus;
    class MoxClock;
    class MoxChangeSet;
-   class MoxRoute;
 
    void handleRoute( const RouteKey& key );
    void doReviewRoutes();
@@ -109,7 +124,7 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
    Mox::Ptr<RouteChangeSet> changeSet_;
    Mox::Ptr<RouteChangeSet> reviewChangeSet_;
    std::optional<Mox::ReviewTimer> reviewTimer_;
-   std::unordered_map<RouteKey, std::unique_ptr<MoxRoute>> route_;
+   RouteReactors route_;
    // Waiting for room in their table.
    std::unordered_set<RouteKey> refusedRoutes_;
    std::unordered_set<RouteIntfKey> refusedRouteIntfs_;

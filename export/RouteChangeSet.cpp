@@ -4,4 +4,16 @@ namespace Routing::Pim::SparseMode::Brane {
 
 MOX_ENTITY_TYPE( RouteChangeSet, PIMSM_ROUTE_CHANGE_SET_ATTRIBUTES )
 
+void RouteChangeSet::routeNotify( const RouteKey& key ) {
+   MOX_NOTIFY_KEY( Route );
+}
+
+void RouteChangeSet::routeIntfNotify( const RouteIntfKey& key ) {
+   MOX_NOTIFY_KEY( RouteIntf );
+}
+
+Mox::Ptr<RouteChangeSet> routeChangeSetFactory() {
+   return Mox::newEntity<RouteChangeSet>();
+}
+
 }

@@ -24,6 +24,15 @@ class PIMSM_API RouteChangeSet : public Mox::Entity {
    MOX_ENTITY( RouteChangeSet, PIMSM_ROUTE_CHANGE_SET_ATTRIBUTES )
 
    bool empty() const { return route().empty() && routeIntf().empty(); }
+
+   // Tells the observers of a key, marked or not.
+   void routeNotify( const RouteKey& key );
+   void routeIntfNotify( const RouteIntfKey& key );
+
+ protected:
+   ~RouteChangeSet() override = default;
 };
+
+PIMSM_API Mox::Ptr<RouteChangeSet> routeChangeSetFactory();
 
 }

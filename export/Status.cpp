@@ -39,7 +39,8 @@ Mox::String Status::mountPath( Vantu::AddressFamily family,
 
 Mox::Ptr<Status> Status::mountInDependencyOrder(
    Corvex::EntityManager& manager, Mox::StringView path,
-   ::Brane::TableRole tableRole, const SparseMode::Status* status ) {
+   ::Brane::TableRole tableRole,
+   const Mox::Ptr<const SparseMode::Status>& status ) {
    Mox::Ptr<Mox::Entity> created =
       ::MoxBrane::createEntity( manager, path, staticTypeInfo().name );
    Mox::Ptr<Status> entity( dynamic_cast<Status*>( created.get() ) );

@@ -22,7 +22,13 @@ using RouteCounterTable = ::MoxBrane::Table<Brane::RouteCounter>;
 #define PIMSM_BRANE_STATUS_ATTRIBUTES( A ) \
    A( Table, route,        Route,        RouteTable,        , "by RouteKey" ) \
    A( Table, routeIntf,    RouteIntf,    RouteIntfTable,    , "by RouteIntfKey" ) \
-   A( Table, routeCounter, RouteCounter, RouteCounterTable, ::MoxBrane::withZeroKey(), "by RouteCounterKey" )
+   A( Table, routeCounter, RouteCounter, RouteCounterTable, ::MoxBrane::withZeroKey(), "by RouteCounterKey" ) \
+   A( Computed, routeControl,        RouteControl,        ::MoxBrane::CollectionControl, , "mounting handle" ) \
+   A( Computed, routeIntfControl,    RouteIntfControl,    ::MoxBrane::CollectionControl, , "mounting handle" ) \
+   A( Computed, routeCounterControl, RouteCounterControl, ::MoxBrane::CollectionControl, , "mounting handle" ) \
+   A( Computed, unresolvedRoutes,    UnresolvedRoutes,    uint32_t, , "of routeCounter" ) \
+   A( Computed, toBeDeletedRoutes,   ToBeDeletedRoutes,   uint32_t, , "of routeCounter" ) \
+   A( Computed, switchingRoutes,     SwitchingRoutes,     uint32_t, , "of routeCounter" )
 // clang-format on
 
 class PIMSM_API Status : public ::MoxBrane::MountedEntity {
@@ -46,12 +52,16 @@ class PIMSM_API Status : public ::MoxBrane::MountedEntity {
    // CollectionControl::initialize does.
    static Mox::Ptr<Status> mountInDependencyOrder(
       Corvex::EntityManager& manager, Mox::StringView path,
-      ::Brane::TableRole tableRole, const SparseMode::Status* status );
+      ::Brane::TableRole tableRole,
+      const Mox::Ptr<const SparseMode::Status>& status );
 
    // Counts of routes as the counting process published them; 0 while it has not.
    uint32_t unresolvedRoutes() const { return counted( unresolved ); }
    uint32_t toBeDeletedRoutes() const { return counted( toBeDeleted ); }
    uint32_t switchingRoutes() const { return counted( switching ); }
+
+ protected:
+   ~Status() override = default;
 
  private:
    uint32_t counted( RouteCounterType type ) const;

@@ -28,7 +28,6 @@ class PIMSM_API AdvertisedSgStatus : public ::MoxBrane::MountedEntity {
 
    // Unmounted; use mount().
    explicit AdvertisedSgStatus( Mox::StringView name );
-   ~AdvertisedSgStatus() override;
 
    // Where the table of a VRF is mounted; fails as MoxBrane::vrfPath().
    static Mox::String mountPath( Vantu::AddressFamily family,
@@ -47,6 +46,9 @@ class PIMSM_API AdvertisedSgStatus : public ::MoxBrane::MountedEntity {
                                               Mox::StringView path,
                                               ::Brane::TableRole role,
                                               uint32_t capacity = 0 );
+
+ protected:
+   ~AdvertisedSgStatus() override;
 
  private:
    void handleZeroReferences() override;

@@ -50,7 +50,6 @@ class PIMSM_API RegisterStatus : public ::MoxBrane::MountedEntity {
 
    // Unmounted; use mount().
    explicit RegisterStatus( Mox::StringView name );
-   ~RegisterStatus() override;
 
    // Where the tables of a VRF are mounted; fails as MoxBrane::vrfPath().
    static Mox::String mountPath( Vantu::AddressFamily family,
@@ -66,6 +65,9 @@ class PIMSM_API RegisterStatus : public ::MoxBrane::MountedEntity {
 
    // It is never restored from a backup copy.
    static constexpr bool hasBackupSupport() { return false; }
+
+ protected:
+   ~RegisterStatus() override;
 
  private:
    void handleZeroReferences() override;

@@ -240,9 +240,9 @@ void FamilyInstance::markExport( const Routing::Pim::RouteKey& key,
                                  Vantu::IntfId intfId ) {
    if ( !adopted_ ) return;
    if ( intfId.empty() ) {
-      writer_->changeSet().routeIs( key, true );
+      writer_->changeSet()->routeIs( key, true );
    } else {
-      writer_->changeSet().routeIntfIs( { key, intfId }, true );
+      writer_->changeSet()->routeIntfIs( { key, intfId }, true );
    }
 }
 
@@ -260,8 +260,8 @@ void FamilyInstance::handleTurnEnd() {
 }
 
 bool FamilyInstance::published() const {
-   return !protocol_.pending() && writer_->reviewChangeSet().empty() &&
-          writer_->changeSet().empty();
+   return !protocol_.pending() && writer_->reviewChangeSet()->empty() &&
+          writer_->changeSet()->empty();
 }
 
 }

@@ -6,6 +6,11 @@
 // Event-loop thread only.
 #pragma once
 
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <vector>
+
 #include "platform/mount/Flat.h"
 #include "platform/mount/TableBase.h"
 
@@ -96,6 +101,74 @@ class Table : public TableBase {
       return ::Brane::lookupDamaged;
    }
 
+   // A copy of the key's record, or nothing. Throws UnreadableError where a record
+   // stands and is busy or damaged, as find() tells without one.
+   std::optional<V> at( const Key& key ) const {
+      V value;
+      switch ( find( key, value ) ) {
+         case ::Brane::lookupFound:
+            return value;
+         case ::Brane::lookupAbsent:
+            return std::nullopt;
+         case ::Brane::lookupBusy:
+            unreadable( "is being rewritten too fast to be read" );
+         case ::Brane::lookupDamaged:
+            break;
+      }
+      unreadable( "is damaged" );
+   }
+
+   // The records of the keys that stand when begin() is called, each copied when its
+   // turn comes; one that went meanwhile, or cannot be read, is passed over. The table
+   // may change, and must outlive the iterators.
+   class Iterator {
+    public:
+      using value_type = V;
+      using difference_type = std::ptrdiff_t;
+      using pointer = const V*;
+      using reference = const V&;
+      using iterator_category = std::input_iterator_tag;
+
+      Iterator() = default;
+      explicit Iterator( const Table& table )
+         : table_( &table ),
+           keys_( std::make_shared<const std::vector<Key>>( table.keys() ) ) {
+         settle();
+      }
+      const V& operator*() const { return value_; }
+      const V* operator->() const { return &value_; }
+      Iterator& operator++() {
+         ++next_;
+         settle();
+         return *this;
+      }
+      Iterator operator++( int ) {
+         Iterator before = *this;
+         ++*this;
+         return before;
+      }
+      bool operator==( const Iterator& other ) const {
+         return keys_ == other.keys_ && next_ == other.next_;
+      }
+
+    private:
+      void settle() {
+         while ( next_ < keys_->size() &&
+                 table_->find( ( *keys_ )[next_], value_ ) != ::Brane::lookupFound )
+            ++next_;
+         if ( next_ < keys_->size() ) return;
+         keys_ = nullptr;
+         next_ = 0;
+      }
+
+      const Table* table_ = nullptr;
+      std::shared_ptr<const std::vector<Key>> keys_;
+      size_t next_ = 0;
+      V value_{};
+   };
+   Iterator begin() const { return Iterator( *this ); }
+   Iterator end() const { return Iterator(); }
+
    // Does the key stand? True also while its record is busy or damaged.
    bool has( const Key& key ) const {
       V ignored;
@@ -143,6 +216,14 @@ class Table : public TableBase {
    // Free memory of the table to build a value in, seen by nobody until commit().
    // REQUIRES: at most 16 of a table at a time. Throws ReadOnlyError.
    InPlace inPlace() { return InPlace( *this, reserveRecord() ); }
+
+   // As is(), by way of the table's own memory.
+   void commit( const V* value ) {
+      MOX_ASSERT( value );
+      InPlace record = inPlace();
+      record.is( *value );
+      commit( &record );
+   }
 
    // Makes the value that stands in the table's memory its key's record, without
    // copying it, then notifies the key. As is() in what it throws; the memory is

@@ -4,7 +4,8 @@
 //
 // with `using RouteTable = MoxBrane::Table<Route>` declares on a MountedEntity:
 //
-//   route()             the table: find, has, visit, size
+//   route()             the table: find, has, visit, size, begin and end
+//   route( key )        a copy of the record, or nothing: Table::at
 //   routeIs( value )    writes or replaces, then notifies the key
 //   routeDel( key )     removes and returns; silent and default when absent
 //   routeDelAll()
@@ -24,7 +25,8 @@
 //
 //   routeIs( value )         counts
 //   routeInPlace()           free memory to build a value in: Table::InPlace
-//   routeCommit( value )     counts, as routeIs, for such a value
+//   routeCommit( value )     counts, as routeIs, for such a value, or a pointer to one of
+//                            the caller's, which is built in place first
 //   routeDel( key )          counts, also when there was none
 //   routeDelAll()            by routeDel, each key for itself
 //   routeNotify( key )       counts, also when nobody observes
@@ -46,6 +48,9 @@
 #define MOX_ACCESS_Table( name, Name, type, ... )                         \
    const type& name() const {                                             \
       return name##_;                                                     \
+   }                                                                      \
+   std::optional<type::Value> name( const type::Key& key ) const {        \
+      return name##_.at( key );                                           \
    }                                                                      \
    ::MoxBrane::CollectionControl* name##Control() const {                 \
       return name##_.control();                                           \
@@ -98,6 +103,9 @@ struct TableCounters {
    const type& name() const {                                                   \
       return name##_;                                                           \
    }                                                                            \
+   std::optional<type::Value> name( const type::Key& key ) const {              \
+      return name##_.at( key );                                                 \
+   }                                                                            \
    ::MoxBrane::CollectionControl* name##Control() const {                       \
       return name##_.control();                                                 \
    }                                                                            \
@@ -116,12 +124,16 @@ struct TableCounters {
       name##Counters_.is.inc();                                                 \
       name##_.commit( value );                                                  \
    }                                                                            \
+   void name##Commit( const type::Value* value ) {                              \
+      name##Counters_.is.inc();                                                 \
+      name##_.commit( value );                                                  \
+   }                                                                            \
    type::Value name##Del( const type::Key& key ) {                              \
       name##Counters_.del.inc();                                                \
       return name##_.del( key );                                                \
    }                                                                            \
    void name##DelAll() {                                                        \
-      ::Mox::Ptr<Self> pin( this );                                             \
+      ::Mox::Pin<Self> pin( this );                                             \
       for ( const type::Key& key : name##_.keys() ) name##Del( key );           \
    }                                                                            \
    void name##Notify( const type::Key& where ) {                                \

@@ -217,7 +217,7 @@ void TableBase::ring() {
 
 bool TableBase::drain() {
    if ( follower_ == nullptr ) return true;
-   Mox::Ptr<const MountedEntity> pin( &entity_ );
+   Mox::Pin pin( &entity_ );
    try {
       bool more = !notifyPending();
       while ( !more && followPart() ) more = timeIsUp();
@@ -231,7 +231,7 @@ bool TableBase::drain() {
 }
 
 void TableBase::drainInOrder() {
-   Mox::Ptr<const MountedEntity> pin( &entity_ );
+   Mox::Pin pin( &entity_ );
    for ( TableBase* table : entity_.tables() ) {
       bool done = table->drain();
       if ( table == this ) return;
@@ -354,6 +354,11 @@ void TableBase::commitRecord( ::Brane::Reservation& record ) {
    ::Brane::Lookup result = reader_->lookup( key, out, &position );
    if ( result == ::Brane::lookupFound ) follower_->met( position, key );
    return result;
+}
+
+void TableBase::unreadable( const char* what ) const {
+   throw ::Brane::UnreadableError( entity_.name() + "/" + name_ + ": a record " +
+                                   what );
 }
 
 // A look-up changes nothing: what is damaged is said, and fatal only to write.

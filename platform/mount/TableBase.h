@@ -93,6 +93,7 @@ class PIMSM_API TableBase {
    ::Brane::Reservation reserveRecord();
    void commitRecord( ::Brane::Reservation& record );
    ::Brane::Lookup lookupRecord( const void* key, void* out ) const;
+   [[noreturn]] void unreadable( const char* what ) const;
    // See Table::visit.
    using RecordVisitor = std::function<bool( const void* record )>;
    using KeyHint = ::Brane::TableReader::Ahead;

@@ -39,6 +39,13 @@ class PIMSM_API CorruptionError : public TableError {
    using TableError::TableError;
 };
 
+// A record that stands and cannot be read whole: rewritten faster than it could be
+// copied, or damaged; the text says which.
+class PIMSM_API UnreadableError : public TableError {
+ public:
+   using TableError::TableError;
+};
+
 // The directory, the permissions or the space do not allow to make or map the
 // table's files. The text holds the path and the system's reason.
 class PIMSM_API CreateError : public TableError {

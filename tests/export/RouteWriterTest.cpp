@@ -33,7 +33,7 @@ class RouteWriter : public testing::Test {
    }
    // "route", "intf", both or neither: what is marked of the route and its eth1.
    Mox::String marked() const {
-      auto& set = agent.writer->changeSet();
+      auto& set = *agent.writer->changeSet();
       Mox::String text;
       if ( set.route( kKey ) != nullptr ) text += "route ";
       if ( set.routeIntf( { kKey, intfId( "eth1" ) } ) != nullptr ) text += "intf ";
@@ -127,7 +127,7 @@ TEST_F( RouteWriter, KeepsToItsQuantumAndResumesAtOnce ) {
       double began = clock.now();
       ASSERT_TRUE( clock.runPass() );
       EXPECT_LT( clock.now() - began, 1.1 * agent.writer->reviewQuantum() );
-      const auto& pending = agent.writer->reviewChangeSet();
+      const auto& pending = *agent.writer->reviewChangeSet();
       left -= std::min( left, kASlice );
       intfs = pending.routeIntf().size();
       EXPECT_EQ( pending.route().size(), left );
@@ -168,7 +168,7 @@ TEST_F( RouteWriter, WaitsForTheModelToBeInitialized ) {
    clock.runUntil( clock.now() + 10 );
    agent.writer->doReview();
    EXPECT_EQ( agent.tables->route().size(), 0U );
-   EXPECT_EQ( agent.writer->changeSet().route().size(), 2U );
+   EXPECT_EQ( agent.writer->changeSet()->route().size(), 2U );
    agent.model->initializedIs( true );
    clock.runUntil( clock.now() + 0.05 );
    EXPECT_EQ( agent.tables->route().size(), 2U );

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include "tests/support/Damage.h"
 #include "tests/support/ExportPair.h"
 #include "tests/support/ThrowingAssertions.h"
+#include "tests/support/VrfBuilder.h"
 
 namespace Routing::Pim::SparseMode::Test {
 namespace {
@@ -82,6 +84,38 @@ TEST_F( BraneStatusMount, FollowsTheDependencies ) {
    EXPECT_EQ( agent.tables, former );
    agent.role = ::Brane::tableReader;
    EXPECT_THROW( agent.mount(), ::Brane::TableError );
+}
+
+// A record that cannot be read is no absent one.
+TEST_F( BraneStatusMount, GivesItsRecordsByKeyAndOneAfterAnother ) {
+   AgentSide agent( clock, root.path() );
+   agent.mount();
+   std::set<RouteKey> keys;
+   for ( const char* group : { "233.252.0.1", "233.252.0.2", "233.252.0.3" } ) {
+      Brane::Route record;
+      record.key = SparseMode::Test::sgKey( "192.0.2.1", group );
+      record.creationTime = 7;
+      agent.tables->routeIs( record );
+      keys.insert( record.key );
+   }
+   const RouteKey first = *keys.begin();
+   EXPECT_EQ( agent.tables->route( first )->creationTime, 7 );
+   EXPECT_EQ( agent.tables->route( RouteKey() ), std::nullopt );
+   EXPECT_EQ( agent.tables->routeCounter( { Brane::unresolved, 0 } ), std::nullopt );
+   std::set<RouteKey> met;
+   for ( const Brane::Route& record : agent.tables->route() ) {
+      if ( met.empty() ) agent.tables->routeDel( *keys.rbegin() );
+      met.insert( record.key );
+   }
+   // The one that went meanwhile may have been the first.
+   EXPECT_TRUE( met == keys || met.size() == keys.size() - 1 );
+   for ( const char* name : { "routeControl", "unresolvedRoutes" } )
+      EXPECT_NE( agent.tables->attributeText( name ), "" );
+   ReaderSide reader( clock, root.path() );
+   reader.mount();
+   reader.manager.dispatch();
+   Mox::Test::breakStamp( root.path() + '/' + agent.path + "/route", first );
+   EXPECT_THROW( reader.tables->route( first ), ::Brane::UnreadableError );
 }
 
 TEST_F( BraneStatusMount, AttachesNoReaderWhileSuspended ) {

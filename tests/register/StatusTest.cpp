@@ -107,8 +107,9 @@ TEST_F( RegisterTables, NotifyEachWriteAndRemoval ) {
    {                                                                 \
       Heard both = heardBoth( 1, #name );                            \
       Heard twice = { both[0], both[1], both[0], both[1] };          \
-      status.name##Is( entryOf( 1 ) );                               \
-      status.name##Is( entryOf( 1 ) );                               \
+      const InternalRouteKey entry = entryOf( 1 );                   \
+      status.name##Is( entry );                                      \
+      status.name##Commit( &entry );                                 \
       EXPECT_EQ( recorder.take(), twice );                           \
       InternalRouteKeyTable::InPlace built = status.name##InPlace(); \
       built.is( entryOf( 2 ) );                                      \

@@ -61,7 +61,8 @@ struct AgentSide : ExportSide {
    void publish() {
       writer->doMaybeUpdateReviewTimer();
       int passes = 0;
-      while ( !writer->changeSet().empty() || !writer->reviewChangeSet().empty() ) {
+      while ( !writer->changeSet()->empty() ||
+              !writer->reviewChangeSet()->empty() ) {
          if ( ++passes > 100000 ) throw std::runtime_error( "no review follows" );
          clock.advance( writer->maxDelay() );
          clock.runPass();

@@ -164,7 +164,10 @@ TEST_F( TypedTable, CommitsOnlyAValueBuiltInPlace ) {
    built.is( bookOf( 1 ) );
    table.commit( &built );
    EXPECT_NE( assertionText( [&] { table.commit( &built ); } ), "" );
-   EXPECT_NE( assertionText( [&] { table.commit( nullptr ); } ), "" );
+   EXPECT_NE( assertionText( [&] {
+                 table.commit( static_cast<BookTable::InPlace*>( nullptr ) );
+              } ),
+              "" );
    wild->key.address.family = 77;
    EXPECT_NE( assertionText( [&] { table.commit( &wild ); } ), "" );
    // Refused as another write would be, and the memory is given back.

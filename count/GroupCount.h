@@ -30,6 +30,9 @@ class PIMSM_API GroupCount : public Mox::Entity {
 
    // It is never restored from a backup copy.
    static constexpr bool hasBackupSupport() { return false; }
+
+ protected:
+   ~GroupCount() override = default;
 };
 
 PIMSM_API Mox::Ptr<GroupCount> groupCountFactory( Mox::StringView name );

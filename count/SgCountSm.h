@@ -56,7 +56,6 @@ class PIMSM_API SgCountSm : public Mox::Entity {
    // REQUIRES: nothing null.
    SgCountSm( StatusConstPtr status, SourceCountPtr sourceCount,
               GroupSourceMapConstPtr groupSourceMap, GroupCountPtr groupCount );
-   ~SgCountSm() override;
 
    // The first count: files every source and group that there is. Always true.
    bool handleInitialized();
@@ -76,11 +75,16 @@ class PIMSM_API SgCountSm : public Mox::Entity {
    const MoxSrcHandler* srcHandler( const Vantu::IpGenAddr& srcAddr ) const;
    void srcHandlerIs( std::unique_ptr<MoxSrcHandler> handler );
    void srcHandlerDel( Vantu::IpGenAddr srcAddr ) { srcHandler_.erase( srcAddr ); }
+   void srcHandlerDelAll() { srcHandler_.clear(); }
 
    const GrpHandlerMap& grpHandler() const { return grpHandler_; }
    const MoxGrpHandler* grpHandler( const Vantu::IpGenAddr& grpAddr ) const;
    void grpHandlerIs( std::unique_ptr<MoxGrpHandler> handler );
    void grpHandlerDel( Vantu::IpGenAddr grpAddr ) { grpHandler_.erase( grpAddr ); }
+   void grpHandlerDelAll() { grpHandler_.clear(); }
+
+ protected:
+   ~SgCountSm() override;
 
  private:
    class MoxStatus;

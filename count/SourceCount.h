@@ -32,6 +32,9 @@ class PIMSM_API SourceCount : public Mox::Entity {
 
    // It is never restored from a backup copy.
    static constexpr bool hasBackupSupport() { return false; }
+
+ protected:
+   ~SourceCount() override = default;
 };
 
 PIMSM_API Mox::Ptr<SourceCount> sourceCountFactory( Mox::StringView name );

@@ -21,7 +21,7 @@ class FrrFilterSm::MoxConfig : public Config::NotifieeConst {
       notifierIs( sm.config().get() );
    }
    void onFrrFilter() override {
-      auto pin = sm_.pin();
+      Mox::Pin pin( &sm_ );
       sm_.handleFrrFilter();
    }
 
@@ -35,7 +35,7 @@ class FrrFilterSm::MoxAclIpConfig : public Acl::AclTypeConfig::NotifieeConst {
       notifierIs( sm.aclIpConfig().get() );
    }
    void onAcl( const Mox::String& name ) override {
-      auto pin = sm_.pin();
+      Mox::Pin pin( &sm_ );
       sm_.handleAclConfig( name );
       sm_.watchAcl( name );
    }
@@ -55,7 +55,7 @@ class FrrFilterSm::MoxAclConfig : public Acl::RulesNotifiee {
       MOX_TRACE( facility, 8,
                  FRR_HANDLER( "MoxAclConfig::handleCurrCfg()" )
                     << ' ' << notifier()->name() );
-      auto pin = sm_.pin();
+      Mox::Pin pin( &sm_ );
       if ( notifier()->name() == sm_.frrFilter() ) sm_.handleAllRules( notifier() );
    }
 
@@ -88,7 +88,6 @@ FrrFilterSm::FrrFilterSm( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
       for ( const auto& name : Mox::keysOf( aclIpConfig_->acl() ) )
          watchAcl( name );
    }
-   constructed_ = true;
 }
 
 FrrFilterSm::~FrrFilterSm() = default;
@@ -111,6 +110,10 @@ void FrrFilterSm::aclConfigIs( const Acl::AclConfig* list ) {
 
 void FrrFilterSm::aclConfigDel( const Mox::String& name ) {
    aclConfig_.erase( name );
+}
+
+void FrrFilterSm::aclConfigDelAll() {
+   aclConfig_.clear();
 }
 
 void FrrFilterSm::watchAcl( const Mox::String& name ) {

@@ -35,6 +35,7 @@ using FrrFilterStatusPtr = Mox::Ptr<FrrFilterStatus>;
 class PIMSM_API FrrFilterSm : public Mox::Entity {
  public:
    class MoxAclConfig;
+   using AclConfigReactors = std::map<Mox::String, std::unique_ptr<MoxAclConfig>>;
 
    MOX_ENTITY( FrrFilterSm, PIMSM_FRR_FILTER_SM_ATTRIBUTES )
 
@@ -42,13 +43,14 @@ class PIMSM_API FrrFilterSm : public Mox::Entity {
    // REQUIRES: frrFilterStatus not null.
    FrrFilterSm( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
                 FrrFilterStatusPtr frrFilterStatus );
-   ~FrrFilterSm() override;
 
    // The watched lists by name; null when the list is not watched.
+   const AclConfigReactors& aclConfig() const { return aclConfig_; }
    const MoxAclConfig* aclConfig( const Mox::String& name ) const;
    // Begins to watch the list, in place of another of that name. Null is fatal.
    void aclConfigIs( const Acl::AclConfig* list );
    void aclConfigDel( const Mox::String& name );
+   void aclConfigDelAll();
 
    void handleInitialized();
    void handleFrrFilter();
@@ -57,19 +59,19 @@ class PIMSM_API FrrFilterSm : public Mox::Entity {
    // Rebuilds the filter from the list; null leaves it empty.
    void handleAllRules( const Acl::AclConfig* aclConfig );
 
+ protected:
+   ~FrrFilterSm() override;
+
  private:
    class MoxConfig;
    class MoxAclIpConfig;
 
    Mox::String frrFilter() const { return config() ? config()->frrFilter() : ""; }
    void watchAcl( const Mox::String& name );
-   // While it is being constructed nobody can let go of it, but a pin would.
-   Mox::Ptr<FrrFilterSm> pin() { return constructed_ ? this : nullptr; }
 
    std::unique_ptr<MoxConfig> moxConfig_;
    std::unique_ptr<MoxAclIpConfig> moxAclIpConfig_;
-   std::map<Mox::String, std::unique_ptr<MoxAclConfig>> aclConfig_;
-   bool constructed_ = false;
+   AclConfigReactors aclConfig_;
 };
 
 PIMSM_API Mox::Ptr<FrrFilterSm> frrFilterSmFactory(

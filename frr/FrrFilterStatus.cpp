@@ -1,5 +1,6 @@
 #include "frr/FrrFilterStatus.h"
 
+#include "platform/entity/Factory.h"
 #include "platform/trace/Trace.h"
 
 namespace Routing::Pim::SparseMode {
@@ -7,6 +8,11 @@ namespace Routing::Pim::SparseMode {
 MOX_TRACE_FACILITY( facility, "Pimsm::FrrFilterSm" )
 
 MOX_ENTITY_TYPE( FrrFilterStatus, PIMSM_FRR_FILTER_STATUS_ATTRIBUTES )
+
+MOX_FACTORY( FrrFilterStatus, []( Mox::StringView family ) {
+   return frrFilterStatusFactory(
+      Mox::stringToValue<Vantu::AddressFamily>( family ) );
+} )
 
 static constexpr Mox::StringView kTrieName = "FrrFilter";
 

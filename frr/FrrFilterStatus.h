@@ -33,6 +33,9 @@ class PIMSM_API FrrFilterStatus : public Mox::Entity {
    bool frrEnabled( const Vantu::IpGenPrefix& srcPrefix,
                     const Vantu::IpGenPrefix& grpPrefix ) const;
 
+ protected:
+   ~FrrFilterStatus() override = default;
+
  private:
    TrieGen* newTrie() const;
 };

@@ -1,5 +1,6 @@
 #include "ssm/SsmGroupInfo.h"
 
+#include "platform/entity/Factory.h"
 #include "platform/net/VrfName.h"
 #include "platform/trace/Trace.h"
 
@@ -8,6 +9,14 @@ namespace Routing::Pim::SparseMode {
 MOX_TRACE_FACILITY( trace, "Pimsm::SsmGroupSm" )
 
 MOX_ENTITY_TYPE( SsmGroupInfo, PIMSM_SSM_GROUP_INFO_ATTRIBUTES )
+
+MOX_FACTORY( SsmGroupInfo, []( Mox::StringView family ) {
+   return ssmGroupInfoFactory( Mox::stringToValue<Vantu::AddressFamily>( family ) );
+} )
+
+Mox::Ptr<SsmGroupInfo> ssmGroupInfoFactory( Vantu::AddressFamily family ) {
+   return Mox::newEntity<SsmGroupInfo>( family );
+}
 
 namespace {
 

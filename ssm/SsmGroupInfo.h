@@ -44,11 +44,24 @@ class PIMSM_API SsmGroupInfo : public Mox::Entity {
    // other than the two. Throws RangeError where level 8 is traced and the VRF's
    // name is longer than L3::VrfName::maxLength.
    bool ssmGroup( const Vantu::IpGenAddr& group, const Config& config ) const;
+   // REQUIRES: not null.
+   bool ssmGroup( const Vantu::IpGenAddr& group,
+                  const Mox::Ptr<const Config>& config ) const {
+      MOX_ASSERT( config != nullptr );
+      return ssmGroup( group, *config );
+   }
+
+   // Lets go of the trie; runs at the end, too.
+   void doCleanup();
+
+ protected:
+   ~SsmGroupInfo() override = default;
 
  private:
    TrieGen* newTrie() const;
    void handleZeroReferences() override { doCleanup(); }
-   void doCleanup();
 };
+
+PIMSM_API Mox::Ptr<SsmGroupInfo> ssmGroupInfoFactory( Vantu::AddressFamily family );
 
 }

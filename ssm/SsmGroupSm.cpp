@@ -17,7 +17,7 @@ class SsmGroupSm::MoxConfig : public Config::NotifieeConst {
       notifierIs( sm.config().get() );
    }
    void onSsmFilter() override {
-      auto pin = sm_.pin();
+      Mox::Pin pin( &sm_ );
       sm_.handleSsmFilter();
    }
 
@@ -32,7 +32,7 @@ class SsmGroupSm::MoxAclIpConfig : public Acl::AclTypeConfig::NotifieeConst {
    }
    void onAcl( const Mox::String& name ) override {
       SsmGroupSm& sm = sm_;
-      auto pin = sm.pin();
+      Mox::Pin pin( &sm );
       sm.handleAclConfig( name );
       sm.watchAcl( name );
    }
@@ -50,7 +50,7 @@ class SsmGroupSm::MoxAclConfig : public Acl::RulesNotifiee {
    void onRules() override {
       MOX_TRACE( facility, 8, "handleCurrCfg" );
       if ( notifier() == nullptr ) return;
-      auto pin = sm_.pin();
+      Mox::Pin pin( &sm_ );
       if ( notifier()->name() == sm_.ssmFilter() ) sm_.handleAllRules( notifier() );
    }
 
@@ -70,7 +70,6 @@ SsmGroupSm::SsmGroupSm( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
       for ( const auto& name : Mox::keysOf( aclIpConfig_->acl() ) )
          watchAcl( name );
    }
-   constructed_ = true;
 }
 
 SsmGroupSm::~SsmGroupSm() = default;
@@ -171,10 +170,17 @@ void SsmGroupSm::handleAllRules( const Acl::AclConfig* acl ) {
    ssmGroupInfo()->ssmConfigChangedInc( 1 );
 }
 
-Mox::Ptr<SsmGroupSm> SsmGroupSmIs( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
-                                   SsmGroupInfoPtr ssmGroupInfo ) {
+Mox::Ptr<SsmGroupSm> ssmGroupSmFactory( ConfigPtr config,
+                                        AclTypeConfigPtr aclIpConfig,
+                                        SsmGroupInfoPtr ssmGroupInfo ) {
    return Mox::newEntity<SsmGroupSm>( std::move( config ), std::move( aclIpConfig ),
                                       std::move( ssmGroupInfo ) );
+}
+
+Mox::Ptr<SsmGroupSm> SsmGroupSmIs( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
+                                   SsmGroupInfoPtr ssmGroupInfo ) {
+   return ssmGroupSmFactory( std::move( config ), std::move( aclIpConfig ),
+                             std::move( ssmGroupInfo ) );
 }
 
 }

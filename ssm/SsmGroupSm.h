@@ -33,6 +33,7 @@ using SsmGroupInfoPtr = Mox::Ptr<SsmGroupInfo>;
 class PIMSM_API SsmGroupSm : public Mox::Entity {
  public:
    class MoxAclConfig;
+   using AclConfigReactors = std::map<Mox::String, std::unique_ptr<MoxAclConfig>>;
 
    MOX_ENTITY( SsmGroupSm, PIMSM_SSM_GROUP_SM_ATTRIBUTES )
 
@@ -40,7 +41,6 @@ class PIMSM_API SsmGroupSm : public Mox::Entity {
    // REQUIRES: ssmGroupInfo not null.
    SsmGroupSm( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
                SsmGroupInfoPtr ssmGroupInfo );
-   ~SsmGroupSm() override;
 
    // Stop watching and let go; the range stays as it is. aclIpConfigDel() forgets
    // the lists as well.
@@ -48,6 +48,7 @@ class PIMSM_API SsmGroupSm : public Mox::Entity {
    void aclIpConfigDel();
 
    // The watched lists by name; null when the list is not watched.
+   const AclConfigReactors& aclConfig() const { return aclConfig_; }
    const MoxAclConfig* aclConfig( const Mox::String& name ) const;
    // Begins to watch the list, in place of another of that name. Null is fatal.
    void aclConfigIs( const Acl::AclConfig* list );
@@ -61,6 +62,9 @@ class PIMSM_API SsmGroupSm : public Mox::Entity {
    // Rebuilds the range from the list; null leaves it empty.
    void handleAllRules( const Acl::AclConfig* acl );
 
+ protected:
+   ~SsmGroupSm() override;
+
  private:
    class MoxConfig;
    class MoxAclIpConfig;
@@ -70,15 +74,15 @@ class PIMSM_API SsmGroupSm : public Mox::Entity {
       return aclIpConfig() ? aclIpConfig()->acl( name ) : nullptr;
    }
    void watchAcl( const Mox::String& name );
-   // While it is being constructed nobody can let go of it, but a pin would.
-   Mox::Ptr<SsmGroupSm> pin() { return constructed_ ? this : nullptr; }
 
    std::unique_ptr<MoxConfig> moxConfig_;
    std::unique_ptr<MoxAclIpConfig> moxAclIpConfig_;
-   std::map<Mox::String, std::unique_ptr<MoxAclConfig>> aclConfig_;
-   bool constructed_ = false;
+   AclConfigReactors aclConfig_;
 };
 
+PIMSM_API Mox::Ptr<SsmGroupSm> ssmGroupSmFactory( ConfigPtr config,
+                                                  AclTypeConfigPtr aclIpConfig,
+                                                  SsmGroupInfoPtr ssmGroupInfo );
 PIMSM_API Mox::Ptr<SsmGroupSm> SsmGroupSmIs( ConfigPtr config,
                                              AclTypeConfigPtr aclIpConfig,
                                              SsmGroupInfoPtr ssmGroupInfo );

@@ -76,6 +76,8 @@ class IpGenPrefixSet {
       return prefixes_.erase( prefix ) != 0;
    }
    void clear() { prefixes_.clear(); }
+   // As clear(), by the name that collections have.
+   void prefixDelAll() { clear(); }
 
    // Is this very prefix a member?
    bool has( const IpGenPrefix& prefix ) const {

@@ -22,7 +22,7 @@ class RouteBraneReaderSm::MoxStatus : public SparseMode::Status::NotifieeConst {
       notifierIs( reader.status().get() );
    }
    void onRoute( const RouteKey& key ) override {
-      Mox::Ptr<RouteBraneReaderSm> pin( &reader_ );
+      Mox::Pin pin( &reader_ );
       reader_.handleRoute( key );
    }
 
@@ -39,11 +39,11 @@ class RouteBraneReaderSm::MoxBraneStatus : public Brane::Status::NotifieeConst {
    using NotifieeConst::onRoute;
    using NotifieeConst::onRouteIntf;
    void onRoute( const RouteKey& key ) override {
-      Mox::Ptr<RouteBraneReaderSm> pin( &reader_ );
+      Mox::Pin pin( &reader_ );
       reader_.handleBraneRoute( key );
    }
    void onRouteIntf( const RouteIntfKey& key ) override {
-      Mox::Ptr<RouteBraneReaderSm> pin( &reader_ );
+      Mox::Pin pin( &reader_ );
       reader_.handleBraneRouteIntf( key );
    }
    void onRouteIntfSoon( const RouteIntfKey& key ) override { fetch_.soon( key ); }

@@ -41,7 +41,6 @@ class PIMSM_API RouteBraneReaderSm : public Mox::Entity {
    // REQUIRES: nothing null.
    RouteBraneReaderSm( ModelStatusMutablePtr status,
                        BraneStatusConstPtr braneStatus );
-   ~RouteBraneReaderSm() override;
 
    void handleInitialized();
    // A route record was written or removed.
@@ -51,6 +50,9 @@ class PIMSM_API RouteBraneReaderSm : public Mox::Entity {
    void handleBraneRouteIntf( const RouteIntfKey& key );
    // A route was added to the model or removed from it: counts, and keeps sources.
    void handleRoute( const RouteKey& key );
+
+ protected:
+   ~RouteBraneReaderSm() override;
 
  private:
    class MoxStatus;

@@ -33,7 +33,7 @@ class RouteBraneRestartSm::MoxClock : public Mox::Clock::Notifiee {
    explicit MoxClock( RouteBraneRestartSm& restart )
       : Notifiee( restart.clock() ), restart_( restart ) {}
    void onTime() override {
-      Mox::Ptr<RouteBraneRestartSm> pin( &restart_ );
+      Mox::Pin pin( &restart_ );
       restart_.doReview();
    }
 

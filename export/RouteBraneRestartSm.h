@@ -46,11 +46,13 @@ class PIMSM_API RouteBraneRestartSm : public Mox::Entity {
    RouteBraneRestartSm( ModelStatusMutablePtr status,
                         BraneStatusMutablePtr braneStatus, ::Brane::TableRole role,
                         Mox::Clock* clock );
-   ~RouteBraneRestartSm() override;
 
    void handleInitialized();
    // One slice. The clock watcher calls it when its time comes.
    void doReview();
+
+ protected:
+   ~RouteBraneRestartSm() override;
 
  private:
    class MoxClock;

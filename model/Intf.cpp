@@ -9,7 +9,15 @@ static_assert( sizeof( Intf ) <= 144, "a router holds 600,000 of them" );
 MOX_ENTITY_TYPE( Intf, PIMSM_INTF_ATTRIBUTES )
 
 Intf::Intf( Vantu::IntfId intfId, Route* parentRoute )
-   : intfId_( intfId ), parentRoute_( parentRoute ) {}
+   : Intf( intfId, parentRoute, ForCollection() ) {
+   if ( parentRoute == nullptr ) return;
+   stray_ = true;
+   parentRoute->strayIntfs_.add( this );
+}
+
+Mox::Ptr<Intf> intfFactory( Vantu::IntfId intfId, Route* parentRoute ) {
+   return Mox::newEntity<Intf>( intfId, parentRoute );
+}
 
 Intf::~Intf() {
    if ( stray_ && parentRoute_ != nullptr )

@@ -73,8 +73,12 @@ namespace Routing::Pim::SparseMode {
    A( Computed, lostAssertSgRpt,     LostAssertSgRpt,      bool,          ,      "lost_assert(S,G,rpt,I)" ) \
    A( Computed, sptAssertMetric,     SptAssertMetric,      AssertMetric,  ,      "spt_assert_metric(S,I)" ) \
    A( Computed, rptAssertMetric,     RptAssertMetric,      AssertMetric,  ,      "rpt_assert_metric(G,I)" ) \
-   A( Computed, myAssertMetricWc,    MyAssertMetricWc,     AssertMetric,  ,      "as the (*,G) machine sees it" )
-// What can assert is not among them: listing all attributes must be safe.
+   A( Computed, myAssertMetricWc,    MyAssertMetricWc,     AssertMetric,  ,      "as the (*,G) machine sees it" ) \
+   A( Alone,   couldAssertSg,        CouldAssertSg,        bool,          ,      "CouldAssert(S,G,I); fatal on a (*,G) record" ) \
+   A( Alone,   assertTrackingDesiredSg, AssertTrackingDesiredSg, bool,    ,      "AssertTrackingDesired(S,G,I); likewise" ) \
+   A( Alone,   myAssertMetricSg,     MyAssertMetricSg,     AssertMetric,  ,      "as the (S,G) machine sees it; likewise" ) \
+   A( Computed, wcIntf,              WcIntf,               Intf,          ,      "record of the (*,G) route" ) \
+   A( Computed, pimIntf,             PimIntf,              Routing::Pim::Intf, , "of the VRF; null: unknown" )
 // clang-format on
 
 class PIMSM_API Intf : public Mox::Entity {
@@ -92,14 +96,16 @@ class PIMSM_API Intf : public Mox::Entity {
 
    MOX_ENTITY( Intf, PIMSM_INTF_ATTRIBUTES )
 
-   // Use Route::routeIntfIs. `parentRoute` may be null.
+   // Route::routeIntfIs makes it an interface of the route; one that is made here
+   // belongs to no collection, and loses its parent when that goes. `parentRoute` may be
+   // null.
    Intf( Vantu::IntfId intfId, Route* parentRoute );
-   ~Intf() override;
 
    const Vantu::IntfId& mapKey() const { return intfId_; }
 
    // The stored change flags, to change bits in place; then call
    // changeFlagsDoEmbeddedWriteConstraints(), which notifies unconditionally.
+   // changeFlags() is a copy.
    IntfChangeFlags& changeFlagsInPlace() { return changeFlags_; }
    void changeFlagsDoEmbeddedWriteConstraints();
 
@@ -170,12 +176,23 @@ class PIMSM_API Intf : public Mox::Entity {
    bool isInferiorAssertWc( const AssertMetric& received ) const;
    bool isInferiorAssertSg( const AssertMetric& received ) const;
 
+ protected:
+   ~Intf() override;
+
  private:
    friend class Route;
+
+   // Of its parent's collection: what the public constructor adds is left out.
+   struct ForCollection {};
+   Intf( Vantu::IntfId intfId, Route* parentRoute, ForCollection )
+      : intfId_( intfId ), parentRoute_( parentRoute ) {}
 
    // Not in its parent's collection: the parent keeps it among its strays.
    bool stray_ = false;
 };
+
+// As new Intf(), its notifications on.
+PIMSM_API Mox::Ptr<Intf> intfFactory( Vantu::IntfId intfId, Route* parentRoute );
 
 MOX_ENUM_TEXT( Intf::JoinState, PIMSM_JOIN_STATES )
 MOX_ENUM_TEXT( Intf::RptState, PIMSM_RPT_STATES )

@@ -18,6 +18,9 @@ using IntfSet = std::unordered_set<Vantu::IntfId>;
 class PIMSM_API IntfCollection : public Mox::Entity {
  public:
    MOX_ENTITY( IntfCollection, PIMSM_INTF_COLLECTION_ATTRIBUTES )
+
+ protected:
+   ~IntfCollection() override = default;
 };
 
 PIMSM_API Mox::Ptr<IntfCollection> intfCollectionFactory();

@@ -8,6 +8,13 @@ namespace Routing::Pim::SparseMode {
 MOX_ENTITY_TYPE( Route, PIMSM_ROUTE_ATTRIBUTES )
 
 Route::Route( const RouteKey& key, Status* status )
+   : Route( key, status, ForCollection() ) {
+   if ( status == nullptr ) return;
+   stray_ = true;
+   status->strays_.add( this );
+}
+
+Route::Route( const RouteKey& key, Status* status, ForCollection )
    : key_( key ), pimsmStatus_( status ) {
    handleRouteFlags();
 #define PIMSM_RUN_HANDLER( X, name, Name, letter, initial, meaning ) handle##Name();
@@ -74,12 +81,8 @@ void Route::changeFlagsDoEmbeddedWriteConstraints() {
 Mox::Ptr<Intf> Route::routeIntfIs( Vantu::IntfId intfId, Route* parentRoute ) {
    Intf* existing = routeIntf( intfId );
    if ( existing == nullptr ) {
-      Mox::Ptr<Intf> made( new Intf( intfId, parentRoute ) );
-      if ( parentRoute != this && parentRoute != nullptr ) {
-         made->stray_ = true;
-         parentRoute->strayIntfs_.add( made.get() );
-      }
-      return routeIntfAdd( made );
+      if ( parentRoute == this ) return routeIntfAdd( newRouteIntf( intfId ) );
+      return routeIntfAdd( new Intf( intfId, parentRoute ) );
    }
    if ( existing->parentRoute() == parentRoute ) return existing;
    throw Mox::NameInUseError(
@@ -93,6 +96,10 @@ void Route::handleRouteIntfDel( Intf& removed ) {
    if ( removed.stray_ || removed.parentRoute() != this ) return;
    removed.stray_ = true;
    strayIntfs_.add( &removed );
+}
+
+Mox::Ptr<Route> routeFactory( const RouteKey& key, Status* status ) {
+   return Mox::newEntity<Route>( key, status );
 }
 
 Route::IifSwitchState Route::IifSwitchStateInstance( uint32_t number ) {

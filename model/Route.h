@@ -126,9 +126,9 @@ class PIMSM_API Route : public Mox::Entity {
    // change of a view notifies the word first, then the view.
    MOX_ENTITY( Route, PIMSM_ROUTE_ATTRIBUTES )
 
-   // Use Status::routeIs. `status` may be null.
+   // Status::routeIs makes it a route of the VRF; one that is made here belongs to no
+   // collection, and loses its status when that goes. `status` may be null.
    Route( const RouteKey& key, Status* status );
-   ~Route() override;
 
    const RouteKey& mapKey() const { return key_; }
 
@@ -162,9 +162,16 @@ class PIMSM_API Route : public Mox::Entity {
 
    // The stored change flags, to change bits in place; then call
    // changeFlagsDoEmbeddedWriteConstraints(), which notifies unconditionally.
+   // changeFlags() is a copy.
    SparseMode::ChangeFlags& changeFlagsInPlace() { return changeFlags_; }
    void changeFlagsDoEmbeddedWriteConstraints();
 
+   // The reactions: the views follow the word; the word follows each view
+   // (handleRpTree() and so on). Nothing where they agree.
+   void handleRouteFlags();
+   PIMSM_EACH_ROUTE_FLAG( PIMSM_ROUTE_FLAG_HANDLER, )
+   // Makes umh and binds it. Runs for every new route, whatever `initialized` holds.
+   void handleInitialized();
    void initFirstInactivityTime();
 
    // Would `rpf` as fast-reroute path only repeat the main path? The absent RPF
@@ -204,6 +211,7 @@ class PIMSM_API Route : public Mox::Entity {
    Mox::String expiredFlagsString() const;
 
  protected:
+   ~Route() override;
    void handleZeroReferences() override;
 
  private:
@@ -211,16 +219,15 @@ class PIMSM_API Route : public Mox::Entity {
    friend class Intf;
    friend class UpstreamInfo;
 
-   void handleRouteFlags();
+   // Of a collection: what the public constructor adds is left out.
+   struct ForCollection {};
+   Route( const RouteKey& key, Status* status, ForCollection );
    void viewChanged( RouteFlags::Bit bit, bool on );
-   PIMSM_EACH_ROUTE_FLAG( PIMSM_ROUTE_FLAG_HANDLER, )
-   // Runs for every route, whatever `initialized` holds.
-   void handleInitialized();
 
    Mox::Ptr<UpstreamInfo> newUmh() { return new UpstreamInfo; }
    Mox::Ptr<UpstreamInfo> newUmhFrr() { return new UpstreamInfo; }
    Mox::Ptr<Intf> newRouteIntf( Vantu::IntfId intfId ) {
-      return new Intf( intfId, this );
+      return new Intf( intfId, this, Intf::ForCollection() );
    }
    void handleRouteIntfDel( Intf& removed );
    void unbindUpstreams();
@@ -235,5 +242,8 @@ MOX_ENUM_TEXT( Route::IifSwitchState, PIMSM_IIF_SWITCH_STATES )
 
 // "(S, G), Flags: <letters>"; "null" for a null pointer.
 PIMSM_API std::ostream& operator<<( std::ostream& stream, const Route* route );
+
+// As new Route(), its notifications on.
+PIMSM_API Mox::Ptr<Route> routeFactory( const RouteKey& key, Status* status );
 
 }

@@ -30,6 +30,11 @@ class PIMSM_API Source : public Mox::Entity {
    explicit Source( const Vantu::IpGenAddr& sourceAddr )
       : sourceAddr_( sourceAddr ) {}
    const Vantu::IpGenAddr& mapKey() const { return sourceAddr_; }
+
+ protected:
+   ~Source() override = default;
 };
+
+PIMSM_API Mox::Ptr<Source> sourceFactory( const Vantu::IpGenAddr& sourceAddr );
 
 }

@@ -41,18 +41,18 @@ class PIMSM_API Status : public Mox::Entity {
    MOX_ENTITY( Status, PIMSM_STATUS_ATTRIBUTES )
 
    explicit Status( const L3::VrfName& vrfName ) : vrfName_( vrfName ) {}
-   ~Status() override;
 
    const L3::VrfName& mapKey() const { return vrfName_; }
 
  protected:
+   ~Status() override;
    void handleZeroReferences() override;
 
  private:
    friend class SparseMode::Route;
 
    Mox::Ptr<SparseMode::Route> newRoute( const RouteKey& key ) {
-      return new SparseMode::Route( key, this );
+      return new SparseMode::Route( key, this, SparseMode::Route::ForCollection() );
    }
    void handleRouteDel( SparseMode::Route& removed );
    Mox::Ptr<SparseMode::Source> newSource( const Vantu::IpGenAddr& address ) {

@@ -18,6 +18,9 @@ class PIMSM_API StatusColl : public Mox::Entity {
  public:
    MOX_ENTITY( StatusColl, PIMSM_STATUS_COLL_ATTRIBUTES )
 
+ protected:
+   ~StatusColl() override = default;
+
  private:
    Mox::Ptr<Status> newVrfStatus( const L3::VrfName& vrfName ) {
       return statusFactory( vrfName );

@@ -1,6 +1,7 @@
 #include "model/UpstreamInfo.h"
 
 #include "model/Route.h"
+#include "platform/entity/Factory.h"
 #include "platform/trace/Trace.h"
 
 namespace Routing::Pim::SparseMode {
@@ -8,6 +9,12 @@ namespace Routing::Pim::SparseMode {
 using Mox::defaultTraceFacility;
 
 MOX_ENTITY_TYPE( UpstreamInfo, PIMSM_UPSTREAM_ATTRIBUTES )
+
+MOX_FACTORY( UpstreamInfo, []( Mox::StringView ) { return upstreamInfoFactory(); } )
+
+Mox::Ptr<UpstreamInfo> upstreamInfoFactory() {
+   return Mox::newEntity<UpstreamInfo>();
+}
 
 namespace {
 
@@ -88,7 +95,7 @@ void UpstreamInfo::doUpdateRpf( const Routing::Pim::Rpf& next ) {
                  << " current RPF: " << rpf() << " new RPF: " << next
                  << " (MoFrr: " << int( frr() ) << ")" );
    // Pinned, and copies: an observer of prevRpf may change what the references show.
-   Mox::Ptr<UpstreamInfo> pin( this );
+   Mox::Pin pin( this );
    const Routing::Pim::Rpf wanted = next;
    prevRpfIs( Routing::Pim::Rpf( rpf() ) );
    rpfIs( wanted );
@@ -100,7 +107,7 @@ void UpstreamInfo::doUpdateRptState( SparseMode::UpRptState state ) {
                  << ( route() != nullptr ? route()->key() : RouteKey() ) << " prev "
                  << prevRptState() << " curr " << upRptState() << " new "
                  << state );
-   Mox::Ptr<UpstreamInfo> pin( this );
+   Mox::Pin pin( this );
    prevRptStateIs( upRptState() );
    upRptStateIs( state );
 }

@@ -43,8 +43,6 @@ class PIMSM_API UpstreamInfo : public Mox::Entity {
  public:
    MOX_ENTITY( UpstreamInfo, PIMSM_UPSTREAM_ATTRIBUTES )
 
-   ~UpstreamInfo() override;
-
    // The incoming interface, "Null0" where there is none.
    Vantu::IntfId iif() const;
 
@@ -59,6 +57,9 @@ class PIMSM_API UpstreamInfo : public Mox::Entity {
    // present state even when the new one equals it.
    void doUpdateRptState( SparseMode::UpRptState state );
 
+ protected:
+   ~UpstreamInfo() override;
+
  private:
    friend class SparseMode::Route;
 
@@ -71,5 +72,8 @@ class PIMSM_API UpstreamInfo : public Mox::Entity {
    // The route that clears `route` when it goes.
    SparseMode::Route* boundTo_ = nullptr;
 };
+
+// Bound to no route.
+PIMSM_API Mox::Ptr<UpstreamInfo> upstreamInfoFactory();
 
 }

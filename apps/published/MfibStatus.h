@@ -35,6 +35,9 @@ class MfibStatus : public MoxBrane::MountedEntity {
    static Mox::Ptr<MfibStatus> mount( Corvex::EntityManager& manager,
                                       Mox::StringView path, Brane::TableRole role,
                                       uint32_t maxRoutes = 0 );
+
+ protected:
+   ~MfibStatus() override = default;
 };
 
 }

@@ -40,6 +40,9 @@ class FamilyStatus : public MoxBrane::MountedEntity {
    static Mox::Ptr<FamilyStatus> mount( Corvex::EntityManager& manager,
                                         Mox::StringView path,
                                         Brane::TableRole role );
+
+ protected:
+   ~FamilyStatus() override = default;
 };
 
 class ProcessStatus : public MoxBrane::MountedEntity {
@@ -52,6 +55,9 @@ class ProcessStatus : public MoxBrane::MountedEntity {
 
    static Mox::Ptr<ProcessStatus> mount( Corvex::EntityManager& manager,
                                          Brane::TableRole role );
+
+ protected:
+   ~ProcessStatus() override = default;
 };
 
 }

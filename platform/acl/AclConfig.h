@@ -29,6 +29,9 @@ class PIMSM_API AclSubConfig : public Mox::Entity {
    MOX_ENTITY( AclSubConfig, PIMSM_ACL_SUB_CONFIG_ATTRIBUTES )
 
    explicit AclSubConfig( AclRules rules = {} ) : rules_( std::move( rules ) ) {}
+
+ protected:
+   ~AclSubConfig() override = default;
 };
 
 class PIMSM_API AclConfig : public Mox::Entity {
@@ -42,6 +45,9 @@ class PIMSM_API AclConfig : public Mox::Entity {
    // Puts a new sub-configuration with these rules in force; nothing happens when
    // the current one holds equal rules.
    void rulesIs( const AclRules& rules );
+
+ protected:
+   ~AclConfig() override = default;
 };
 
 using AclConfigMap = Mox::OrderedMap<Mox::String, AclConfig>;
@@ -53,6 +59,9 @@ class PIMSM_API AclTypeConfig : public Mox::Entity {
    // The list with these rules: a new one has them before anybody hears of it, an
    // existing one gets them by its rulesIs(). Throws RangeError for the empty name.
    Mox::Ptr<AclConfig> aclIs( const Mox::String& name, const AclRules& rules );
+
+ protected:
+   ~AclTypeConfig() override = default;
 
  private:
    Mox::Ptr<AclConfig> newAcl( const Mox::String& name ) {

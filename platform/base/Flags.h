@@ -4,7 +4,8 @@
 //    MOX_FLAGS( Marks, "Name::Space::", MARKS )
 //
 // inside a class or namespace declares the type with its text forms and, for each
-// flag, a reader and a mutator. Row order gives the bits: the first flag is 0x1. A
+// flag, a reader and a mutator, which a temporary does not have: a copy that somebody
+// returned would be changed and forgotten. Row order gives the bits: the first flag is 0x1. A
 // word above the limit, which is all the flags, is refused with the RangeError
 // "<Type>::value > 0x<limit> not allowed".
 // The letter is the flag's own in compact trace forms; ' ' where it has none.
@@ -43,14 +44,14 @@ class FlagSet {
    uint32_t value() const { return word_; }
 
    // Throws RangeError above the limit.
-   void valueIs( uint32_t word ) {
+   void valueIs( uint32_t word ) & {
       if ( word > Self::limit )
          Detail::flagsOutOfRange( Self::typeName, Self::limit );
       word_ = word;
    }
 
    bool flag( unsigned bit ) const { return ( ( word_ >> bit ) & 1 ) != 0; }
-   void flagIs( unsigned bit, bool on ) {
+   void flagIs( unsigned bit, bool on ) & {
       word_ = ( word_ & ~( 1U << bit ) ) | ( static_cast<uint32_t>( on ) << bit );
    }
 
@@ -71,7 +72,7 @@ class FlagSet {
    bool name() const {                   \
       return flag( name##Bit );          \
    }                                     \
-   void name##Is( bool on ) {            \
+   void name##Is( bool on )& {           \
       flagIs( name##Bit, on );           \
    }
 

@@ -35,6 +35,9 @@
 //   Set       standard set: nameIs( key ), nameHas( key ), nameDel, nameDelAll; hook
 //             onName( key )
 //   Computed  no storage: the class defines name() const; listed for reflection
+//   Alone     as Computed, but read only when asked for by its name, and left out where
+//             all attributes are listed: an assertion stands behind it, or it shows what
+//             another attribute shows
 //   Via       no storage: reads and, through reflection alone, writes the attribute
 //             of the same name on the Child that stands in the `initial` column; the
 //             default of the type while that is null
@@ -119,7 +122,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
    }                                                     \
    void name##Is( ::Mox::In<type> value ) {              \
       if ( name##_ == value ) return;                    \
-      ::Mox::Ptr<Self> pin( this );                      \
+      ::Mox::Pin<Self> pin( this );                      \
       name##_ = value;                                   \
       handle##Name();                                    \
       MOX_NOTIFY( Name );                                \
@@ -208,7 +211,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       return removed;                                                      \
    }                                                                       \
    void name##DelAll() {                                                   \
-      ::Mox::Ptr<Self> pin( this );                                        \
+      ::Mox::Pin<Self> pin( this );                                        \
       for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key ); \
    }                                                                       \
                                                                            \
@@ -240,7 +243,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       return true;                                                         \
    }                                                                       \
    void name##DelAll() {                                                   \
-      ::Mox::Ptr<Self> pin( this );                                        \
+      ::Mox::Pin<Self> pin( this );                                        \
       for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key ); \
    }
 
@@ -279,6 +282,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
    MOX_STORED( name, type, {} )
 
 #define MOX_ACCESS_Computed( name, Name, type, initial )
+#define MOX_ACCESS_Alone( name, Name, type, initial )
 
 #define MOX_ACCESS_Via( name, Name, type, child )                   \
    type name() const {                                              \
@@ -303,6 +307,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
 #define MOX_HOOK_ValueMap( Name, type ) MOX_HOOK_KEY( Name, type )
 #define MOX_HOOK_Set( Name, type ) MOX_HOOK_KEY( Name, type )
 #define MOX_HOOK_Computed( Name, type )
+#define MOX_HOOK_Alone( Name, type )
 #define MOX_HOOK_Via( Name, type )
 
 #define MOX_SET_BY_MUTATOR( name, type ) \
@@ -318,6 +323,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
 #define MOX_SET_ValueMap( name, type, initial ) nullptr
 #define MOX_SET_Set( name, type, initial ) nullptr
 #define MOX_SET_Computed( name, type, initial ) nullptr
+#define MOX_SET_Alone( name, type, initial ) nullptr
 #define MOX_SET_Via( name, type, child )                                        \
    []( ::Mox::Entity& entity, ::Mox::StringView text ) {                        \
       auto* target = static_cast<Self&>( entity ).child();                      \
@@ -361,10 +367,13 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
 
 // Once in the type's source file, in its namespace: the reflection table.
 #define MOX_ENTITY_TYPE( Type, ATTRIBUTES )                                      \
+   static_assert( !std::is_destructible_v<Type>, #Type                           \
+                  ": make the destructor protected: entities are held"           \
+                  " by counted pointers" );                                      \
    const ::Mox::TypeInfo& Type::staticTypeInfo() {                               \
-      static const ::Mox::AttributeInfo rows[] = { ATTRIBUTES( MOX_ROW_INFO ) }; \
-      static const ::Mox::TypeInfo info{ ::Mox::Detail::fullTypeName<Type>(),    \
-                                         rows };                                 \
+      static ::Mox::AttributeInfo rows[] = { ATTRIBUTES( MOX_ROW_INFO ) };       \
+      static const ::Mox::TypeInfo info =                                        \
+         ::Mox::Detail::typeInfoOf( ::Mox::Detail::fullTypeName<Type>(), rows ); \
       return info;                                                               \
    }                                                                             \
    const ::Mox::TypeInfo& Type::typeInfo() const {                               \

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
+#include <unordered_map>
 
 #include "platform/base/Prefetch.h"
 #include "platform/entity/Entity.h"
@@ -237,22 +239,53 @@ struct CollectionOwner {
    }
 };
 
-// Members that outlive their place in a collection while somebody holds them. Their
-// plain back pointer must be cleared when the owner goes.
+// Members that outlive their place in a collection, or never had one, while somebody
+// holds them. Their plain back pointer must be cleared when the owner goes.
+//
+// Mostly there are none or two, which are looked through; with more an index is kept, so
+// that letting go of many in any order takes the time of each.
 template <class T>
 class Strays {
  public:
-   void add( T* member ) { members_.push_back( member ); }
+   // REQUIRES: not among them.
+   void add( T* member ) {
+      if ( places_ != nullptr ) places_->emplace( member, members_.size() );
+      members_.push_back( member );
+      if ( places_ == nullptr && members_.size() > kScanned ) makeIndex();
+   }
    void remove( T* member ) {
-      auto found = std::find( members_.rbegin(), members_.rend(), member );
-      if ( found == members_.rend() ) return;
-      *found = members_.back();
+      size_t place = placeOf( member );
+      if ( place == members_.size() ) return;
+      T* last = members_.back();
+      if ( places_ != nullptr ) {
+         ( *places_ )[last] = place;
+         places_->erase( member );
+      }
+      members_[place] = last;
       members_.pop_back();
+      if ( members_.empty() ) places_.reset();
    }
    const std::vector<T*>& members() const { return members_; }
 
  private:
+   static constexpr size_t kScanned = 16;
+
+   void makeIndex() {
+      places_ = std::make_unique<std::unordered_map<const T*, size_t>>();
+      for ( size_t i = 0; i < members_.size(); ++i )
+         places_->emplace( members_[i], i );
+   }
+   size_t placeOf( const T* member ) const {
+      if ( places_ == nullptr ) {
+         auto found = std::find( members_.begin(), members_.end(), member );
+         return static_cast<size_t>( found - members_.begin() );
+      }
+      auto found = places_->find( member );
+      return found == places_->end() ? members_.size() : found->second;
+   }
+
    std::vector<T*> members_;
+   std::unique_ptr<std::unordered_map<const T*, size_t>> places_;
 };
 
 }

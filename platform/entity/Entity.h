@@ -13,7 +13,9 @@
 // goes, the entity runs handleZeroReferences() once, with itself pinned, and drops
 // its observers, each of which forgets its target. Whoever took a reference
 // meanwhile holds the empty shell until he lets go; nothing is destroyed twice.
-// A caller holds a reference while he calls a mutator.
+// Types make their destructors protected, so that an entity is made by new and held by
+// Ptr. Before the first reference its mutators work; from then on a caller holds one while
+// he calls them.
 #pragma once
 
 #include <memory>
@@ -56,6 +58,9 @@ class PIMSM_API Entity {
    // The last reference has gone: remove the members, notifying as usual.
    virtual void handleZeroReferences() {}
 
+   // Does anybody hold a reference? False during construction.
+   bool isHeld() const { return count_ != 0; }
+
    // Calls `call` with each observer, as an Observer&.
    template <class Observer, class Call>
    void notifyObservers( Call call ) const {
@@ -69,6 +74,9 @@ class PIMSM_API Entity {
    }
 
  private:
+   template <class T>
+   friend class Pin;
+
    // One walk over the observers; walks of one entity nest.
    class Visit {
     public:
@@ -157,6 +165,19 @@ inline Entity::NotifieeConst* Entity::Visit::next() {
    if ( current != nullptr ) cursor_ = current == last_ ? nullptr : current->next_;
    return current;
 }
+
+// Keeps an entity for as long as a call of its own lasts, in which an observer may let go
+// of it. Of one that nobody holds yet it takes no reference: that would be its last.
+template <class T>
+class Pin {
+ public:
+   explicit Pin( T* entity ) : held_( entity->isHeld() ? entity : nullptr ) {}
+   Pin( const Pin& ) = delete;
+   Pin& operator=( const Pin& ) = delete;
+
+ private:
+   Ptr<T> held_;
+};
 
 // Returns a new entity with its notifications on, as factories do.
 template <class T, class... Args>

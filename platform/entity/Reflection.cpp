@@ -5,13 +5,19 @@
 namespace Mox {
 
 const AttributeInfo& TypeInfo::attribute( StringView attributeName ) const {
-   auto found =
-      std::find_if( attributes.begin(), attributes.end(),
-                    [&]( const auto& row ) { return row.name == attributeName; } );
-   if ( found == attributes.end() ) {
-      throw NameError( name + " has no attribute " + String( attributeName ) );
+   for ( const auto& rows : { attributes, unlisted } ) {
+      for ( const AttributeInfo& row : rows ) {
+         if ( row.name == attributeName ) return row;
+      }
    }
-   return *found;
+   throw NameError( name + " has no attribute " + String( attributeName ) );
+}
+
+TypeInfo Detail::typeInfoOf( String name, std::span<AttributeInfo> rows ) {
+   auto alone = std::stable_partition(
+      rows.begin(), rows.end(),
+      []( const AttributeInfo& row ) { return row.kind != "Alone"; } );
+   return { std::move( name ), { rows.begin(), alone }, { alone, rows.end() } };
 }
 
 }

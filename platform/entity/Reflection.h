@@ -27,9 +27,12 @@ struct AttributeInfo {
 
 struct TypeInfo {
    String name;  // the full C++ name
+   // In order of declaration.
    std::span<const AttributeInfo> attributes;
+   // Those that are read by name alone: of the kind Alone.
+   std::span<const AttributeInfo> unlisted;
 
-   // Throws NameError when the type has no attribute of that name.
+   // Of either; throws NameError when the type has no attribute of that name.
    PIMSM_API const AttributeInfo& attribute( StringView attributeName ) const;
 };
 
@@ -51,6 +54,9 @@ std::vector<typename C::key_type> keysOf( const C& collection ) {
 }
 
 namespace Detail {
+
+// Sorts the rows: those of the kind Alone come last.
+PIMSM_API TypeInfo typeInfoOf( String name, std::span<AttributeInfo> rows );
 
 template <class T>
 String fullTypeName() {

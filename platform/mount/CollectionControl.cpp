@@ -12,7 +12,7 @@ void CollectionControl::initialize( Brane::TableRole wanted, uint32_t records,
    if ( wanted != Brane::tableWriter && attachSuspended ) return;
    if ( !table_->mount( wanted, records ) ) return;
    // An observer of one value may let the table go before the next.
-   Mox::Ptr<CollectionControl> pin( this );
+   Mox::Pin pin( this );
    roleIs( wanted );
    capacityIs( records );
    if ( table_ != nullptr ) table_->updateMountStatus();

@@ -62,6 +62,9 @@ class PIMSM_API CollectionControl : public Mox::Entity {
    void initialize( Brane::TableRole role, uint32_t capacity,
                     bool attachSuspended );
 
+ protected:
+   ~CollectionControl() override = default;
+
  private:
    friend class TableBase;
    TableBase* table_ = nullptr;  // null once it has gone, or has another control

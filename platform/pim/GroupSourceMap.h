@@ -26,6 +26,9 @@ class PIMSM_API Group : public Mox::Entity {
 
    explicit Group( const Vantu::IpGenAddr& groupAddr ) : groupAddr_( groupAddr ) {}
    const Vantu::IpGenAddr& mapKey() const { return groupAddr_; }
+
+ protected:
+   ~Group() override = default;
 };
 
 using GroupMap = Mox::OrderedMap<Vantu::IpGenAddr, Group>;
@@ -38,6 +41,9 @@ using GroupMap = Mox::OrderedMap<Vantu::IpGenAddr, Group>;
 class PIMSM_API GroupSourceMap : public Mox::Entity {
  public:
    MOX_ENTITY( GroupSourceMap, PIMSM_GROUP_SOURCE_MAP_ATTRIBUTES )
+
+ protected:
+   ~GroupSourceMap() override = default;
 
  private:
    Mox::Ptr<SparseMode::Group> newGroup( const Vantu::IpGenAddr& address ) {

@@ -38,6 +38,9 @@ class PIMSM_API Intf : public Mox::Entity {
 
    explicit Intf( Vantu::IntfId intfId ) : intfId_( intfId ) {}
    const Vantu::IntfId& mapKey() const { return intfId_; }
+
+ protected:
+   ~Intf() override = default;
 };
 
 using IntfMap = Mox::HashedMap<Vantu::IntfId, Intf>;
@@ -50,6 +53,9 @@ using IntfMap = Mox::HashedMap<Vantu::IntfId, Intf>;
 class PIMSM_API Status : public Mox::Entity {
  public:
    MOX_ENTITY( Status, PIMSM_PIM_STATUS_ATTRIBUTES )
+
+ protected:
+   ~Status() override = default;
 
  private:
    Mox::Ptr<Pim::Intf> newIntf( Vantu::IntfId intfId ) {

@@ -22,7 +22,7 @@ inline void sequenceToValue( Mox::StringIter& begin, Mox::StringIter end,
    Mox::sequenceToValue( begin, end, out.value );
 }
 inline std::ostream& operator<<( std::ostream& stream, const RouteMetric& metric ) {
-   return stream << metric.value;
+   return stream << valueToStrep( metric );
 }
 
 namespace Pim::Packet {
@@ -54,7 +54,7 @@ struct AssertMessage {
 
 inline std::ostream& operator<<(
    std::ostream& stream, const AssertMessage::AssertMetricPreference& preference ) {
-   return stream << preference.value();
+   return stream << Mox::valueToStrep( preference.value() );
 }
 
 }

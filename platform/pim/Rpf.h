@@ -35,7 +35,7 @@ MOX_RECORD_TEXT( Rpf, "Routing::Pim::Rpf", PIMSM_RPF )
 inline std::ostream& operator<<( std::ostream& stream, const Rpf& rpf ) {
    if ( rpf == Rpf() ) return stream << "none";
    return stream << rpf.intfId << " via " << rpf.neighbor << " ["
-                 << unsigned( rpf.preference ) << '/' << rpf.metric << ']';
+                 << Mox::valueToStrep( rpf.preference ) << '/' << rpf.metric << ']';
 }
 
 }

@@ -21,6 +21,9 @@ class PIMSM_API Config : public Mox::Entity {
    MOX_ENTITY( Config, PIMSM_SPARSE_MODE_CONFIG_ATTRIBUTES )
 
    explicit Config( Mox::StringView vrfName ) : vrfName_( vrfName ) {}
+
+ protected:
+   ~Config() override = default;
 };
 
 }

@@ -44,6 +44,9 @@ class PIMSM_API TrieGen : public Mox::Entity {
 
    uint64_t size() const;
 
+ protected:
+   ~TrieGen() override = default;
+
  private:
    bool isIp4() const { return addressFamily_ == Vantu::AddressFamily::ipv4; }
    bool isIp6() const { return addressFamily_ == Vantu::AddressFamily::ipv6; }

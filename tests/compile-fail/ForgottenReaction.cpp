@@ -16,6 +16,8 @@ class Tower : public Entity {
       heightIs( height() < 9 ? height() : 9 );
    }
 #endif
+ protected:
+   ~Tower() override = default;
 };
 
 MOX_ENTITY_TYPE( Tower, TOWER_ATTRIBUTES )

@@ -12,6 +12,9 @@ namespace Mox::Test {
 class Tower : public Entity {
  public:
    MOX_ENTITY( Tower, TOWER_ATTRIBUTES )
+
+ protected:
+   ~Tower() override = default;
 };
 
 MOX_ENTITY_TYPE( Tower, TOWER_ATTRIBUTES )

@@ -56,6 +56,9 @@ TEST( SharedLibrary, NotifiesObserversOfThisProgram ) {
 class Tower : public Mox::Entity {
  public:
    MOX_ENTITY( Tower, TOWER_ATTRIBUTES )
+
+ protected:
+   ~Tower() override = default;
 };
 MOX_ENTITY_TYPE( Tower, TOWER_ATTRIBUTES )
 

@@ -3,6 +3,7 @@
 
 #include <limits>
 
+#include "platform/entity/Factory.h"
 #include "tests/support/ErrorText.h"
 #include "tests/support/ModelRecorders.h"
 
@@ -180,6 +181,39 @@ TEST_F( RouteOfVrf, EveryAttributeOfEveryEntityHasAText ) {
    route->attributeTextIs( "mbrIif", "'eth3'" );
    EXPECT_EQ( upstream.take(), Heard{ "mbrIif" } );
    EXPECT_THROW( route->attributeTextIs( "iif", "'eth9'" ), Mox::NameError );
+   // What is fatal of some records is not listed, and is to be had by its name.
+   for ( const char* name : { "couldAssertSg", "assertTrackingDesiredSg" } )
+      EXPECT_EQ( intf->attributeText( name ), "false" ) << name;
+   EXPECT_EQ( intf->attributeText( "myAssertMetricSg" ),
+              valueToStrep( AssertMetric() ) );
+}
+
+TEST_F( RouteOfVrf, IsMadeByNameOrFactoryLikeAllEntities ) {
+   const std::pair<const char*, const char*> names[] = {
+      { "Source", "192.0.2.1" },
+      { "UpstreamInfo", "" },
+      { "IntfCollection", "" },
+      { "Status", "red" },
+   };
+   for ( const auto& [type, text] : names ) {
+      Mox::Ptr<Mox::Entity> made = Mox::newEntityByType(
+         Mox::String( "Routing::Pim::SparseMode::" ) + type, text );
+      EXPECT_TRUE( made->notificationsEnabled() ) << type;
+   }
+   // One that nobody holds yet works, and has its back pointer as others have.
+   auto* route =
+      new Route( { addr( "192.0.2.1" ), addr( "233.252.0.1" ) }, vrf.get() );
+   route->mbrIs( true );
+   route->umh()->doUpdateRpf( rpfBy( "eth0" ) );
+   Mox::Ptr<Route> held( route );
+   Mox::Ptr<Intf> intf = intfFactory( intfId( "eth1" ), route );
+   EXPECT_TRUE( held->routeFlags().mbr() );
+   EXPECT_EQ( held->pimsmStatus(), vrf.get() );
+   vrf.release();
+   EXPECT_EQ( held->pimsmStatus(), nullptr );
+   EXPECT_EQ( intf->parentRoute(), route );
+   held.reset();
+   EXPECT_EQ( intf->parentRoute(), nullptr );
 }
 
 TEST_F( RouteOfVrf, PrintsItsKeyAndFlags ) {

@@ -58,6 +58,7 @@ class Recorder : public Notifiee {
    }
 #define PIMSM_HEAR_Fixed( name, Name, type )
 #define PIMSM_HEAR_Computed( name, Name, type )
+#define PIMSM_HEAR_Alone( name, Name, type )
 #define PIMSM_HEAR_Via( name, Name, type )
 #define PIMSM_HEAR_Value( name, Name, type ) PIMSM_HEAR_PLAIN( name, Name )
 #define PIMSM_HEAR_Reacting( name, Name, type ) PIMSM_HEAR_PLAIN( name, Name )

@@ -21,9 +21,11 @@ class Leaf : public Entity {
  public:
    MOX_ENTITY( Leaf, TEST_LEAF_ATTRIBUTES )
    explicit Leaf( uint32_t id ) : id_( id ) { ++alive; }
-   ~Leaf() override { --alive; }
    uint32_t mapKey() const { return id(); }
    static inline int alive = 0;
+
+ protected:
+   ~Leaf() override { --alive; }
 };
 
 using LeafMap = HashedMap<uint32_t, Leaf>;
@@ -56,6 +58,7 @@ class Tree : public Entity {
    size_t total() const { return leaf().size() + sorted().size(); }
 
  protected:
+   ~Tree() override = default;
    void handleZeroReferences() override { leafDelAll(); }
 
  private:

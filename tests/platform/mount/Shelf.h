@@ -65,6 +65,9 @@ class Shelf : public MountedEntity {
  public:
    MOX_ENTITY( Shelf, TEST_SHELF_ATTRIBUTES )
    explicit Shelf( Mox::StringView name ) : MountedEntity( name ) {}
+
+ protected:
+   ~Shelf() override = default;
 };
 
 // Another type, that could stand at the same path.
@@ -72,6 +75,9 @@ class Drawer : public MountedEntity {
  public:
    MOX_ENTITY( Drawer, TEST_SHELF_ATTRIBUTES )
    explicit Drawer( Mox::StringView name ) : MountedEntity( name ) {}
+
+ protected:
+   ~Drawer() override = default;
 };
 
 inline BookKey bookKey( uint32_t number ) {

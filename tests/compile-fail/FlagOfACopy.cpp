@@ -1,0 +1,15 @@
+// A reader's result is a copy: what is set in it would be lost.
+#include "model/Route.h"
+
+namespace Routing::Pim::SparseMode::Test {
+
+void markRpChanged( Route& route ) {
+#ifdef BAD
+   route.changeFlags().rpChangedIs( true );
+#else
+   route.changeFlagsInPlace().rpChangedIs( true );
+   route.changeFlagsDoEmbeddedWriteConstraints();
+#endif
+}
+
+}

@@ -82,6 +82,15 @@ Texts alternatives( const Route& subject, const Routing::Pim::Rpf& stored,
    return others( stored, values );
 }
 
+Texts alternatives( const Route&, Route::IifSwitchState stored, Vantu::IntfId ) {
+   return otherNames( stored );
+}
+
+Texts alternatives( const Route&, const Vantu::IntfId& stored,
+                    Vantu::IntfId asked ) {
+   return others<Vantu::IntfId>( stored, { {}, asked } );
+}
+
 Texts alternatives( const Vantu::IntfId&, const IntfAddr& stored, Vantu::IntfId ) {
    return others<IntfAddr>( stored, { {} } );
 }
@@ -104,6 +113,8 @@ using Detail::answerText;
    WC( IntfRules, immediateOlistWcRp, ) WC( IntfRules, immediateOlistWc, ) \
    WC( IntfRules, immediateOlistSg, ) \
    WC( SgIntfRules, inheritedOlistSgRpt, ) WC( SgIntfRules, inheritedOlistSg, ) \
+   WC( SgIntfRules, inOlist, ) WC( SgIntfRules, forwardDesired, ) \
+   WC( SgIntfRules, fastForwardDesired, ) \
    WC( IntfRules, couldAssertWc, ) SG( SgIntfRules, couldAssertSg, ) \
    WC( IntfRules, assertTrackingDesiredWc, ) SG( SgIntfRules, assertTrackingDesiredSg, ) \
    WC( IntfRules, lostAssertWc, ) WC( IntfRules, lostAssertSg, ) \
@@ -124,6 +135,7 @@ using Detail::answerText;
    ASK( RouteRules, joinDesiredWcRp, ) ASK( RouteRules, joinDesiredWc, ) \
    ASK( RouteRules, rptJoinDesiredWc, ) \
    ASK( RouteRules, joinDesiredSg, ) ASK( RouteRules, pruneDesiredSgRpt, ) \
+   ASK( RouteRules, comesBySharedTree, ) ASK( RouteRules, incomingIntf, ) \
    ASK( RouteRules, joinDesiredSgFastFailover, *arguments.fastFailoverIntfs )
 // clang-format on
 
@@ -193,7 +205,7 @@ std::vector<MacroFlip> flips( const About& about, Mox::StringView macro,
       for ( const Mox::String& value : read.alternatives ) {
          other.value = value;
          Mox::String then =
-            answer( Detail::Replacing( &other ), about, macro, arguments );
+            answer( Detail::Replacing( { &other, 1 } ), about, macro, arguments );
          if ( then != present ) found.push_back( { read.input, value, then } );
       }
    }
@@ -212,6 +224,11 @@ const std::vector<Mox::StringView>& routeMacroNames() {
    static const std::vector<Mox::StringView> names{
       PIMSM_ROUTE_MACROS( PIMSM_NAME ) };
    return names;
+}
+
+Mox::String answerGiven( const Intf& intf, Mox::StringView macro,
+                         std::span<const MacroInput> given ) {
+   return answer( Detail::Replacing( given ), intf, macro, {} );
 }
 
 Derivation derive( const Intf& intf, Mox::StringView macro,

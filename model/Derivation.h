@@ -12,6 +12,7 @@
 // RangeError where an (S,G) macro is asked about a wildCard route that it asserts.
 #pragma once
 
+#include <span>
 #include <vector>
 
 #include "model/IntfCollection.h"
@@ -81,6 +82,12 @@ PIMSM_API Derivation derive( const Intf& intf, Mox::StringView macro,
 PIMSM_API Derivation derive( const Route& route, Mox::StringView macro,
                              const MacroArguments& arguments = {},
                              const MacroInput* replaced = nullptr );
+
+// The answer as text if each of these had its value: inputs, or what macros of an
+// interface answer, whose name is then the field. What the rules ask neither of changes
+// nothing.
+PIMSM_API Mox::String answerGiven( const Intf& intf, Mox::StringView macro,
+                                   std::span<const MacroInput> given );
 
 // Every single change of an input that would change the answer, in the order in
 // which the rules read them. Tried are: the other value of a bool and of an

@@ -66,6 +66,9 @@ namespace Routing::Pim::SparseMode {
    A( Computed, immediateOlistSg,    ImmediateOlistSg,     bool,          ,      "immediate_olist(S,G)" ) \
    A( Computed, inheritedOlistSgRpt, InheritedOlistSgRpt,  bool,          ,      "inherited_olist(S,G,rpt)" ) \
    A( Computed, inheritedOlistSg,    InheritedOlistSg,     bool,          ,      "inherited_olist(S,G)" ) \
+   A( Computed, inOlist,             InOlist,              bool,          ,      "in the list that the route's traffic follows" ) \
+   A( Computed, forwardDesired,      ForwardDesired,       bool,          ,      "what forward should be" ) \
+   A( Computed, fastForwardDesired,  FastForwardDesired,   bool,          ,      "what fastForward should be" ) \
    A( Computed, couldAssertWc,       CouldAssertWc,        bool,          ,      "CouldAssert(*,G,I)" ) \
    A( Computed, assertTrackingDesiredWc, AssertTrackingDesiredWc, bool,   ,      "AssertTrackingDesired(*,G,I)" ) \
    A( Computed, lostAssertWc,        LostAssertWc,         bool,          ,      "lost_assert(*,G,I)" ) \
@@ -145,6 +148,18 @@ class PIMSM_API Intf : public Mox::Entity {
    bool immediateOlistSg() const;
    bool inheritedOlistSgRpt() const;
    bool inheritedOlistSg() const;
+
+   // ---- what follows for forwarding (RFC 7761, 4.2)
+
+   // Is the interface in the list that the route's traffic follows now: immediate_olist(*,G)
+   // of a (*,G) route, inherited_olist(S,G) of one on the source tree, else
+   // inherited_olist(S,G,rpt)?
+   bool inOlist() const;
+   // What `forward` should be: inOlist(), but for the interface where the traffic comes in,
+   // Route::incomingIntf().
+   bool forwardDesired() const;
+   // What `fastForward` should be: the same by the fast-reroute path. False without one.
+   bool fastForwardDesired() const;
 
    // ---- asserts (RFC 7761, 4.6)
 

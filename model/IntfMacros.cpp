@@ -49,6 +49,10 @@ PIMSM_MACRO( bool, immediateOlistSg, rules )
 PIMSM_MACRO( bool, inheritedOlistSgRpt, sgRules )
 PIMSM_MACRO( bool, inheritedOlistSg, sgRules )
 
+PIMSM_MACRO( bool, inOlist, sgRules )
+PIMSM_MACRO( bool, forwardDesired, sgRules )
+PIMSM_MACRO( bool, fastForwardDesired, sgRules )
+
 PIMSM_MACRO( bool, couldAssertWc, rules )
 PIMSM_MACRO( bool, couldAssertSg, sgRules )
 PIMSM_MACRO( bool, assertTrackingDesiredWc, rules )

@@ -108,7 +108,11 @@ using RouteIntfMap = Mox::HashedMap<Vantu::IntfId, Intf>;
    A( Computed, joinDesiredWc,       JoinDesiredWc,       bool,            ,      "JoinDesired(*,G)" ) \
    A( Computed, rptJoinDesiredWc,    RptJoinDesiredWc,    bool,            ,      "RPTJoinDesired(G)" ) \
    A( Computed, joinDesiredSg,       JoinDesiredSg,       bool,            ,      "JoinDesired(S,G)" ) \
-   A( Computed, pruneDesiredSgRpt,   PruneDesiredSgRpt,   bool,            ,      "PruneDesired(S,G,rpt)" )
+   A( Computed, pruneDesiredSgRpt,   PruneDesiredSgRpt,   bool,            ,      "PruneDesired(S,G,rpt)" ) \
+   A( Computed, comesBySharedTree,   ComesBySharedTree,   bool,            ,      "the traffic comes in along the (*,G) route's path" ) \
+   A( Computed, incomingIntf,        IncomingIntf,        Vantu::IntfId,   ,      "where the traffic comes in; empty: nowhere known" ) \
+   A( Computed, incomingRpf,         IncomingRpf,         Routing::Pim::Rpf, ,    "the path that it takes" ) \
+   A( Computed, incomingAttached,    IncomingAttached,    bool,            ,      "that path's end is on the link" )
 // clang-format on
 
 class PIMSM_API Route : public Mox::Entity {
@@ -202,6 +206,19 @@ class PIMSM_API Route : public Mox::Entity {
    bool pruneDesiredSgRpt() const;
    // Is an (S,G) join wanted on the fast-reroute path, for these interfaces?
    bool joinDesiredSgFastFailover( const IntfCollection& fastFailoverIntfs ) const;
+
+   // ---- where the traffic comes in (RFC 7761, 4.2)
+
+   // Does it come along the (*,G) route's path? That of an (S,G) route does while the
+   // route is not on the source tree, unless the source is on a link of this router.
+   bool comesBySharedTree() const;
+   // The interface; empty where none is known, for "Null0" is no interface. A border
+   // router's interface counts before either path.
+   Vantu::IntfId incomingIntf() const;
+   // The path that the traffic takes, and whether its end, the source or the RP, is on
+   // the link itself.
+   Routing::Pim::Rpf incomingRpf() const;
+   bool incomingAttached() const;
 
    // Single letters for what is set; see the order in the source. "E" stands for a
    // route on no tree. While switching, "H" tells that data comes and has somewhere

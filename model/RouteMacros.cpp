@@ -4,8 +4,9 @@
 
 namespace Routing::Pim::SparseMode {
 
-#define PIMSM_MACRO( name )                                         \
-   bool Route::name() const {                                       \
+#define PIMSM_MACRO( name ) PIMSM_ROUTE_ANSWER( bool, name )
+#define PIMSM_ROUTE_ANSWER( Result, name )                          \
+   Result Route::name() const {                                     \
       return Detail::RouteRules<Detail::Plain>( {}, *this ).name(); \
    }
 
@@ -19,6 +20,16 @@ PIMSM_MACRO( joinDesiredWc )
 PIMSM_MACRO( rptJoinDesiredWc )
 PIMSM_MACRO( joinDesiredSg )
 PIMSM_MACRO( pruneDesiredSgRpt )
+PIMSM_MACRO( comesBySharedTree )
+PIMSM_ROUTE_ANSWER( Vantu::IntfId, incomingIntf )
+
+Routing::Pim::Rpf Route::incomingRpf() const {
+   return comesBySharedTree() ? rpfWc() : rpf();
+}
+
+bool Route::incomingAttached() const {
+   return comesBySharedTree() ? wc()->rpfAttached() : rpfAttached();
+}
 
 bool Route::joinDesiredSgFastFailover(
    const IntfCollection& fastFailoverIntfs ) const {

@@ -1,6 +1,6 @@
 #include "model/UpstreamInfo.h"
 
-#include "model/Route.h"
+#include "model/detail/RouteRules.h"
 #include "platform/entity/Factory.h"
 #include "platform/trace/Trace.h"
 
@@ -44,37 +44,11 @@ void UpstreamInfo::announceRoute() {
    MOX_NOTIFY( Route );
 }
 
+// The rule's; see detail/RouteRules.h.
 Vantu::IntfId UpstreamInfo::iif() const {
    if ( route() == nullptr ) return orNull0( {} );
-   if ( frr() )
-      return orNull0( route()->switching() ? Vantu::IntfId() : rpf().intfId );
-   return orNull0( mainIif() );
-}
-
-Vantu::IntfId UpstreamInfo::mainIif() const {
-   const SparseMode::Route* owner = route();
-   if ( owner->mbr() ) {
-      MOX_TRACE( defaultTraceFacility, 7,
-                 "iif" << owner << ", MBR, returning " << mbrIif() );
-      return mbrIif();
-   }
-   if ( owner->switching() && owner->wc() != nullptr ) {
-      Vantu::IntfId shared = owner->rpfWc().intfId;
-      MOX_TRACE( defaultTraceFacility, 7,
-                 "iif" << owner << ", switching, returning " << shared );
-      return shared;
-   }
-   if ( owner->iifSwitching() &&
-        ( owner->iifSwitchState() == SparseMode::Route::switchIifUpdated ||
-          owner->iifSwitchState() == SparseMode::Route::wrongVifRecd ) ) {
-      MOX_TRACE(
-         defaultTraceFacility, 7,
-         "iif" << owner << ", iif switching, returning " << prevRpf().intfId );
-      return prevRpf().intfId;
-   }
-   MOX_TRACE( defaultTraceFacility, 7,
-              "iif" << owner << ", not switching, returning " << rpf().intfId );
-   return rpf().intfId;
+   return orNull0(
+      Detail::RouteRules<Detail::Plain>( {}, *route() ).iifOf( *this ) );
 }
 
 bool UpstreamInfo::directlyConnected() const {

@@ -67,7 +67,6 @@ class PIMSM_API UpstreamInfo : public Mox::Entity {
    // What routeIs( nullptr ) does, in two steps, for a route that is going.
    void forgetRoute();
    void announceRoute();
-   Vantu::IntfId mainIif() const;
 
    // The route that clears `route` when it goes.
    SparseMode::Route* boundTo_ = nullptr;

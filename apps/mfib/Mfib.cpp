@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "apps/published/Incoming.h"
 #include "platform/trace/Trace.h"
 
 namespace Forwarding {
@@ -23,7 +22,7 @@ std::optional<Entry> wantedEntry( const Sm::Route& route, const Vifs& vifs ) {
    const Routing::Pim::RouteKey& key = route.key();
    if ( !key.group.isMulticast() || key.group.isLinkLocalMulticast() )
       return std::nullopt;
-   std::optional<unsigned> incoming = vifs.vif( Published::incomingIntf( route ) );
+   std::optional<unsigned> incoming = vifs.vif( route.incomingIntf() );
    if ( !incoming ) return std::nullopt;
    Entry entry{ key, *incoming, {} };
    for ( const Sm::Intf& intf : route.routeIntf() ) {

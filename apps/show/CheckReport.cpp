@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "apps/published/Incoming.h"
 #include "apps/show/AgentTables.h"
 #include "apps/show/Olist.h"
 #include "apps/show/Rps.h"
@@ -23,8 +22,8 @@ void checkIntf( const Intf& intf, const Conceivable& conceivable,
    ++checked.intfs;
    const Route& route = *intf.parentRoute();
    std::optional<bool> forwards = false;
-   if ( Published::incomingIntf( route ) != intf.intfId() )
-      forwards = conceivable.known( intf, [&] { return inOlist( intf ); } );
+   if ( route.incomingIntf() != intf.intfId() )
+      forwards = conceivable.known( intf, [&] { return intf.inOlist(); } );
    if ( !forwards ) {
       ++checked.undecided;
    } else if ( *forwards != intf.forward() ) {

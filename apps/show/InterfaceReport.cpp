@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 
-#include "apps/published/Incoming.h"
 #include "apps/show/Words.h"
 
 namespace Show {
@@ -71,7 +70,7 @@ Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter ) {
                                        return true;
                                     } );
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
-      const Vantu::IntfId incoming = Published::incomingIntf( *route );
+      const Vantu::IntfId incoming = route->incomingIntf();
       if ( !incoming.empty() ) of( incoming ).incoming += 1;
       for ( const Intf* intf : selectIntfs( *route, filter ) )
          add( of( intf->intfId() ), *intf );

@@ -11,7 +11,8 @@
 
 namespace Show {
 
-// A set that an outgoing list is put together of.
+// A set that an outgoing list is put together of. How, the list's macro alone knows; what
+// stands here is what people call them, and in which order they are told.
 struct Term {
    const char* name;     // "joins(*,G)"
    const char* macro;    // as Derivation.h has it
@@ -22,7 +23,8 @@ struct Term {
 };
 
 struct Olist {
-   const char* name;  // "inherited_olist(S,G)"
+   const char* name;   // "inherited_olist(S,G)"
+   const char* macro;  // as Derivation.h has it
    std::vector<Term> terms;
    std::optional<bool> in = std::nullopt;
    bool decides = false;  // no term does: nothing asks for the interface
@@ -45,11 +47,6 @@ std::vector<std::string> turnsOf( const Mirror& mirror,
                                   const Routing::Pim::SparseMode::Intf& intf,
                                   const Outgoing& outgoing );
 
-// The macro that a route's interfaces follow: immediateOlistWc, or an inherited list by
-// the route's tree.
-const char* olistMacro( const Routing::Pim::SparseMode::Route& route );
-// Its answer, without the look at where the traffic comes in.
-bool inOlist( const Routing::Pim::SparseMode::Intf& intf );
 // May be null: no (*,G) record of the interface.
 const Routing::Pim::SparseMode::Intf* askedBy(
    const Term& term, const Routing::Pim::SparseMode::Intf& intf );

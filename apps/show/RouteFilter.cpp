@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <tuple>
 
-#include "apps/published/Incoming.h"
-
 namespace Show {
 
 using Routing::Pim::SparseMode::Intf;
@@ -27,8 +25,7 @@ bool RouteFilter::matches( const Route& route ) const {
    if ( kind == "wc" && !wildcard ) return false;
    if ( kind == "sg" && wildcard ) return false;
    if ( !matches( key ) ) return false;
-   if ( !iif.empty() && Published::incomingIntf( route ).name() != iif )
-      return false;
+   if ( !iif.empty() && route.incomingIntf().name() != iif ) return false;
    if ( iface.empty() && !forwarding ) return true;
    return std::any_of( route.routeIntf().begin(), route.routeIntf().end(),
                        [this]( const Intf& intf ) { return matches( intf ); } );

@@ -1,6 +1,5 @@
 #include "apps/show/RouteMembers.h"
 
-#include "apps/published/Incoming.h"
 #include "apps/show/YangData.h"
 
 namespace Show {
@@ -60,10 +59,10 @@ Json winnerJson( const Sm::AssertMetric& metric ) {
 }
 
 Incoming incomingOf( const Route& route ) {
-   Incoming incoming{ Published::incomingIntf( route ), {} };
-   const Rpf rpf = Published::incomingRpf( route );
+   Incoming incoming{ route.incomingIntf(), {} };
+   const Rpf rpf = route.incomingRpf();
    const bool source =
-      !route.key().source.isUnspecified() && !Published::comesBySharedTree( route );
+      !route.key().source.isUnspecified() && !route.comesBySharedTree();
    if ( source && route.rpfAttached() ) return incoming;
    // A border router's interface has no neighbour of its own.
    if ( rpf.intfId == incoming.intfId ) incoming.neighbor = rpf.neighbor;

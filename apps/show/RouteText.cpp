@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include "apps/published/Incoming.h"
 #include "apps/show/Rps.h"
 #include "apps/show/Words.h"
 #include "apps/show/YangData.h"
@@ -120,14 +119,14 @@ Columns columnsFor( const std::vector<const Route*>& routes,
 
 std::string routeLine( const Route& route, const Columns& columns, double now,
                        bool startsHere ) {
-   const Rpf incoming = Published::incomingRpf( route );
+   const Rpf incoming = route.incomingRpf();
    return fmt::format(
       "{:<{}}  {:>7}  {}  {}{}{}\n", keyText( route.key() ), columns.key,
       route.creationTime() == 0.0 ? "unknown"
                                   : spanText( now - route.creationTime() ),
       treeText( route ), incoming == Rpf() ? "" : "in ",
       startsHere ? "from its RP, this router"
-                 : rpfText( incoming, Published::incomingAttached( route ) ),
+                 : rpfText( incoming, route.incomingAttached() ),
       route.upJoinState() == Sm::upJoined ? "  upstream joined" : "" );
 }
 

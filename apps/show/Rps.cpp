@@ -1,7 +1,5 @@
 #include "apps/show/Rps.h"
 
-#include "apps/published/Incoming.h"
-
 namespace Show {
 
 Rps::Rps( const Mirror& mirror )
@@ -9,9 +7,8 @@ Rps::Rps( const Mirror& mirror )
      published_( mirror.agent->rp().size() != 0 ) {}
 
 bool Rps::startsHere( const Routing::Pim::SparseMode::Route& route ) const {
-   return ( route.wildCard() || Published::comesBySharedTree( route ) ) &&
-          Published::incomingRpf( route ) == Routing::Pim::Rpf() &&
-          ownRp( route.key().group );
+   return ( route.wildCard() || route.comesBySharedTree() ) &&
+          route.incomingRpf() == Routing::Pim::Rpf() && ownRp( route.key().group );
 }
 
 }

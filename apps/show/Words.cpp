@@ -1,7 +1,5 @@
 #include "apps/show/Words.h"
 
-#include "apps/published/Incoming.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -122,7 +120,7 @@ std::string inheritedText( const Intf& intf ) {
 std::string intfReason( const Intf& intf, double now ) {
    std::string out;
    const Route* route = intf.parentRoute();
-   if ( route != nullptr && intf.intfId() == Published::incomingIntf( *route ) )
+   if ( route != nullptr && intf.intfId() == route->incomingIntf() )
       append( out, "incoming interface" );
    if ( intf.joinState() == Intf::prunePending ) append( out, "prune pending" );
    if ( intf.joinState() != Intf::noInfo ) {

@@ -37,38 +37,54 @@ inline AssertMetric parsed( const Mox::String& text ) {
    return Mox::stringToValue<AssertMetric>( text );
 }
 
-// Asks with one input replaced; null: with none.
+// Asks with some inputs replaced, or some answers.
 class Replacing {
  public:
    static constexpr bool records = false;
    static constexpr bool traces = false;
+   static constexpr bool replaces = true;
    using Bool = bool;
    template <class T>
    using Read = T;
 
-   explicit Replacing( const MacroInput* replaced ) : replaced_( replaced ) {}
+   explicit Replacing( std::span<const MacroInput> replaced )
+      : replaced_( replaced ) {}
 
    template <class Subject, class T>
    T input( const Subject& subject, const char* field, const T& stored ) const {
-      return concerns( subject, field ) ? parsed<T>( replaced_->value ) : stored;
+      const MacroInput* other = replacement( subject, field );
+      return other != nullptr ? parsed<T>( other->value ) : stored;
+   }
+
+   // What the macro is said to answer; nothing where it is to be asked.
+   template <class T, class Subject>
+   std::optional<T> answer( const Subject& subject, const char* macro ) const {
+      const MacroInput* given = replacement( subject, macro );
+      if ( given == nullptr ) return std::nullopt;
+      return parsed<T>( given->value );
    }
 
    template <class Subject, class T>
    const T* neighbor( const Subject& subject, const char* field,
                       const T* found ) const {
-      if ( found == nullptr || !concerns( subject, field ) ) return found;
-      return parsed<bool>( replaced_->value ) ? found : nullptr;
+      if ( found == nullptr ) return found;
+      const MacroInput* other = replacement( subject, field );
+      return other == nullptr || parsed<bool>( other->value ) ? found : nullptr;
    }
 
  private:
    template <class Subject>
-   bool concerns( const Subject& subject, const char* field ) const {
-      if ( replaced_ == nullptr || replaced_->field != field ) return false;
-      MacroInput here = inputOf( subject, field );
-      return here.route == replaced_->route && here.intfId == replaced_->intfId;
+   const MacroInput* replacement( const Subject& subject,
+                                  const char* field ) const {
+      for ( const MacroInput& each : replaced_ ) {
+         if ( each.field != field ) continue;
+         MacroInput here = inputOf( subject, field );
+         if ( here.route == each.route && here.intfId == each.intfId ) return &each;
+      }
+      return nullptr;
    }
 
-   const MacroInput* replaced_;
+   std::span<const MacroInput> replaced_;
 };
 
 // A truth value whose && and || evaluate both sides, so that each term is recorded.
@@ -108,6 +124,10 @@ Texts alternatives( const Intf& subject, const AssertMetric& stored,
                     Vantu::IntfId asked );
 Texts alternatives( const Route& subject, UpJoinState stored, Vantu::IntfId asked );
 Texts alternatives( const Route& subject, const Routing::Pim::Rpf& stored,
+                    Vantu::IntfId asked );
+Texts alternatives( const Route& subject, const Vantu::IntfId& stored,
+                    Vantu::IntfId asked );
+Texts alternatives( const Route& subject, Route::IifSwitchState stored,
                     Vantu::IntfId asked );
 Texts alternatives( const Vantu::IntfId& subject, const IntfAddr& stored,
                     Vantu::IntfId asked );
@@ -209,12 +229,15 @@ class Recording {
  public:
    static constexpr bool records = true;
    static constexpr bool traces = false;
+   static constexpr bool replaces = false;
    using Bool = FullBool;
    template <class T>
    using Read = T;
 
    Recording( Record& record, const MacroInput* replaced )
-      : replacing_( replaced ), record_( &record ) {}
+      : replacing_( replaced != nullptr ? std::span<const MacroInput>( replaced, 1 )
+                                        : std::span<const MacroInput>() ),
+        record_( &record ) {}
 
    template <class Subject, class T>
    T input( const Subject& subject, const char* field, const T& stored ) const {

@@ -136,7 +136,103 @@ class RouteRules {
       RESULT( false );
    }
 
+   // ---- where the traffic comes in (RFC 7761, 4.2)
+
+   // Along the shared tree? That of an (S,G) route does while the route is not on the
+   // source tree, unless the source is on a link of this router: its first packet there
+   // puts the route on the source tree (4.2.2), and must not be lost.
+   Bool comesBySharedTree() const {
+      RULE( Bool );
+      FALSE_IF( route_.wildCard() );
+      FALSE_IF( spTree() );
+      FALSE_IF( rpfAttached() );
+      RESULT( hasWc() );
+   }
+
+   // Else by the route's own path. A border router's interface counts before either.
+   Vantu::IntfId incomingIntf() const {
+      RULE( Vantu::IntfId );
+      RESULT_IF( comesBySharedTree() && !mbr(), rpfWc().intfId );
+      RESULT( ownIif() );
+   }
+
    // ---- what rules are made of
+
+   // By the route's own upstream records, empty where there is none.
+   Vantu::IntfId ownIif() const {
+      return umh() != nullptr ? iifOf( *umh() ) : Vantu::IntfId();
+   }
+   Vantu::IntfId iifFrr() const {
+      return umhFrr() != nullptr ? iifOf( *umhFrr() ) : Vantu::IntfId();
+   }
+
+   // The incoming interface of an upstream record, by the route that it is bound to; empty
+   // where it is bound to none.
+   Vantu::IntfId iifOf( const UpstreamInfo& upstream ) const {
+      if ( upstream.route() == nullptr ) return {};
+      const RouteRules owner( q_, *upstream.route() );
+      return upstream.frr() ? owner.frrIif( upstream ) : owner.iif( upstream );
+   }
+
+   Vantu::IntfId frrIif( const UpstreamInfo& upstream ) const {
+      RULE( Vantu::IntfId );
+      RESULT_IF( switching(), Vantu::IntfId() );
+      RESULT( rpfOf( &upstream, "rpfFrr" ).intfId );
+   }
+
+// A step that tells its outcome, where it is for the answer alone.
+#define IIF_STEP( why, outcome )                                        \
+   if constexpr ( Q::traces ) {                                         \
+      const Vantu::IntfId iif_ = outcome;                               \
+      MOX_TRACE( Mox::defaultTraceFacility, 7,                          \
+                 "iif" << &route_ << ", " why ", returning " << iif_ ); \
+      return iif_;                                                      \
+   }
+#define IIF_IF( condition, why, outcome )       \
+   if constexpr ( Q::traces ) {                 \
+      if ( condition ) IIF_STEP( why, outcome ) \
+   } else {                                     \
+      RESULT_IF( condition, outcome );          \
+   }
+
+   Vantu::IntfId iif( const UpstreamInfo& upstream ) const {
+      RULE( Vantu::IntfId );
+      IIF_IF( mbr(), "MBR", mbrIif( upstream ) )
+      IIF_IF( switching() && hasWc(), "switching", rpfWc().intfId )
+      IIF_IF( holdsFormerIif(), "iif switching",
+              rpfIn( "prevRpf", upstream.prevRpf() ).intfId )
+      IIF_STEP( "not switching", rpfIn( "rpf", upstream.rpf() ).intfId )
+      else {
+         RESULT( rpfIn( "rpf", upstream.rpf() ).intfId );
+      }
+   }
+#undef IIF_IF
+#undef IIF_STEP
+
+   Bool switching() const {
+      RULE( Bool );
+      FACT( q_.input( route_, "switching", route_.switching() ) );
+   }
+
+   // While the interface changes, the former one's traffic goes on.
+   Bool holdsFormerIif() const {
+      RULE( Bool );
+      const Route::IifSwitchState state =
+         q_.input( route_, "iifSwitchState", route_.iifSwitchState() );
+      FACT( q_.input( route_, "iifSwitching", route_.iifSwitching() ) &&
+            ( state == Route::switchIifUpdated || state == Route::wrongVifRecd ) );
+   }
+
+   Bool mbr() const {
+      RULE( Bool );
+      FACT( q_.input( route_, "mbr", route_.mbr() ) );
+   }
+
+   Bool rpfAttached() const {
+      RULE( Bool );
+      FACT( umh() != nullptr &&
+            q_.input( route_, "rpfAttached", umh()->rpfAttached() ) );
+   }
 
    // Does the (*,G) route serve an interface of which this route holds no record?
    // Those of which it holds one are judged with its own state.
@@ -200,14 +296,29 @@ class RouteRules {
       FACT( umhFrr() != nullptr && rpfWc().sameNeighbor( rpfFrr() ) );
    }
 
-   const Route* wc() const { return q_.neighbor( route_, "wc", route_.wc() ); }
+   const Route* wc() const {
+      return q_.neighbor( route_, "wc", route_.wc() );
+   }
 
-   Read<Routing::Pim::Rpf> rpf() const { return rpfOf( umh(), "rpf" ); }
+   Read<Routing::Pim::Rpf> rpf() const {
+      return rpfOf( umh(), "rpf" );
+   }
 
-   Read<Routing::Pim::Rpf> rpfFrr() const { return rpfOf( umhFrr(), "rpfFrr" ); }
+   Read<Routing::Pim::Rpf> rpfFrr() const {
+      return rpfOf( umhFrr(), "rpfFrr" );
+   }
 
  private:
-   IntfRules<Q> at( const Intf& intf ) const { return { q_, intf }; }
+   Vantu::IntfId mbrIif( const UpstreamInfo& upstream ) const {
+      return q_.input( route_, "mbrIif", upstream.mbrIif() );
+   }
+   Read<Routing::Pim::Rpf> rpfIn( const char* field,
+                                  const Routing::Pim::Rpf& stored ) const {
+      return q_.input( route_, field, stored );
+   }
+   IntfRules<Q> at( const Intf& intf ) const {
+      return { q_, intf };
+   }
    SgIntfRules<Q> at( const Intf& intf, const Route* shared ) const {
       return { q_, intf, shared };
    }
@@ -261,9 +372,21 @@ Vantu::IntfId SgIntfRules<Q>::rpfIntfOfWc() const {
 }
 
 template <class Q>
-Vantu::IntfId SgIntfRules<Q>::rpfFrrIntf() const {
+Routing::Pim::Rpf SgIntfRules<Q>::rpfFrr() const {
    if ( route() == nullptr ) return {};
-   return RouteRules<Q>( q_, *route() ).rpfFrr().intfId;
+   return RouteRules<Q>( q_, *route() ).rpfFrr();
+}
+
+template <class Q>
+Vantu::IntfId SgIntfRules<Q>::incomingIntf() const {
+   if ( route() == nullptr ) return {};
+   return RouteRules<Q>( q_, *route() ).incomingIntf();
+}
+
+template <class Q>
+Vantu::IntfId SgIntfRules<Q>::iifFrr() const {
+   if ( route() == nullptr ) return {};
+   return RouteRules<Q>( q_, *route() ).iifFrr();
 }
 
 template <class Q>

@@ -27,6 +27,7 @@ namespace Routing::Pim::SparseMode::Detail {
 struct Plain {
    static constexpr bool records = false;
    static constexpr bool traces = true;
+   static constexpr bool replaces = false;
    using Bool = bool;
 
    template <class T>
@@ -48,14 +49,18 @@ struct Plain {
 
 // The first words of each rule; T is its result's type. The rule is known by the
 // function's name, its subject by subject().
-#define RULE( T )                                            \
-   const char* ruleName_ = __func__;                         \
-   auto rule_ = [&] {                                        \
-      if constexpr ( Q::records )                            \
-         return q_.template rule<T>( ruleName_, subject() ); \
-      else                                                   \
-         return 0;                                           \
-   }();                                                      \
+#define RULE( T )                                                        \
+   const char* ruleName_ = __func__;                                     \
+   if constexpr ( Q::replaces ) {                                        \
+      if ( auto given_ = q_.template answer<T>( subject(), ruleName_ ) ) \
+         return *given_;                                                 \
+   }                                                                     \
+   auto rule_ = [&] {                                                    \
+      if constexpr ( Q::records )                                        \
+         return q_.template rule<T>( ruleName_, subject() );             \
+      else                                                               \
+         return 0;                                                       \
+   }();                                                                  \
    static_cast<void>( rule_ ), static_cast<void>( ruleName_ )
 
 #define RULE_STEP( wanted, condition, outcome )                   \

@@ -51,6 +51,7 @@ class SgIntfRules : public IntfRules<Q> {
    using Bool = typename Q::Bool;
    using Base::assertWinner;
    using Base::iAmDr;
+   using Base::immediateOlistWc;
    using Base::includeSg;
    using Base::intf_;
    using Base::joinsSg;
@@ -128,6 +129,33 @@ class SgIntfRules : public IntfRules<Q> {
       RESULT( includeSg() );
    }
 
+   // ---- what follows for forwarding (RFC 7761, 4.2)
+
+   // On the source tree goes to all that asked for the source or the group, on the
+   // shared tree to the group's interfaces that did not prune the source.
+   Bool inOlist() const {
+      RULE( Bool );
+      RESULT_IF( wildCard(), immediateOlistWc() );
+      RESULT_IF( spTree(), inheritedOlistSg() );
+      RESULT( inheritedOlistSgRpt() );
+   }
+
+   // Nothing goes out where it came in.
+   Bool forwardDesired() const {
+      RULE( Bool );
+      FALSE_IF( incomingIntfIsHere() );
+      RESULT( inOlist() );
+   }
+
+   // The same while the traffic comes by the fast-reroute path; by that one's incoming
+   // interface alone, for the main one's does not bring any then.
+   Bool fastForwardDesired() const {
+      RULE( Bool );
+      FALSE_UNLESS( hasFrrPath() );
+      FALSE_IF( iifFrrIsHere() );
+      RESULT( inOlist() );
+   }
+
    // ---- asserts (RFC 7761, 4.6)
 
    // CouldAssert(S,G,I) (4.6.1)
@@ -197,6 +225,26 @@ class SgIntfRules : public IntfRules<Q> {
 
    // ---- what rules are made of
 
+   Bool wildCard() const {
+      RULE( Bool );
+      FACT( route() != nullptr && route()->wildCard() );
+   }
+
+   Bool incomingIntfIsHere() const {
+      RULE( Bool );
+      RESULT( incomingIntf() == intf_.intfId() );
+   }
+
+   Bool hasFrrPath() const {
+      RULE( Bool );
+      FACT( rpfFrr() != Routing::Pim::Rpf() );
+   }
+
+   Bool iifFrrIsHere() const {
+      RULE( Bool );
+      FACT( iifFrr() == intf_.intfId() );
+   }
+
    Bool rpfFrrIntfIsHere() const {
       RULE( Bool );
       FACT( rpfFrrIntf() == intf_.intfId() );
@@ -226,7 +274,10 @@ class SgIntfRules : public IntfRules<Q> {
    WcIntfRules<Q> w() const { return { q_, wcIntf() }; }
 
    Vantu::IntfId rpfIntfOfWc() const;
-   Vantu::IntfId rpfFrrIntf() const;
+   Routing::Pim::Rpf rpfFrr() const;
+   Vantu::IntfId rpfFrrIntf() const { return rpfFrr().intfId; }
+   Vantu::IntfId incomingIntf() const;
+   Vantu::IntfId iifFrr() const;
    Bool joinDesiredSg() const;
    Bool joinDesiredOfWc() const;
 

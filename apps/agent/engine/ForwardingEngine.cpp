@@ -3,7 +3,6 @@
 #include <unordered_map>
 
 #include "apps/agent/engine/RecordState.h"
-#include "apps/published/Incoming.h"
 
 namespace Agent {
 
@@ -14,21 +13,10 @@ using Vantu::IntfId;
 
 namespace {
 
-// On the source tree all that asked for the source or the group, on the shared tree
-// the group's interfaces that did not prune it (RFC 7761, 4.2).
-bool inOlist( const Sm::Route& route, const Intf& intf ) {
-   if ( route.wildCard() ) return intf.immediateOlistWc();
-   return route.spTree() ? intf.inheritedOlistSg() : intf.inheritedOlistSgRpt();
-}
-
 void updateForwarding( Sm::Route& route ) {
-   const IntfId iif = Published::incomingIntf( route );
-   const bool protectedPath = route.rpfFrr() != Routing::Pim::Rpf();
-   const IntfId iifFrr = route.iifFrr();
    for ( Intf& intf : route.routeIntf() ) {
-      bool out = inOlist( route, intf );
-      intf.forwardIs( out && intf.intfId() != iif );
-      intf.fastForwardIs( protectedPath && out && intf.intfId() != iifFrr );
+      intf.forwardIs( intf.forwardDesired() );
+      intf.fastForwardIs( intf.fastForwardDesired() );
    }
 }
 

@@ -1,7 +1,5 @@
 #include "apps/agent/engine/SourceEngine.h"
 
-#include "apps/published/Incoming.h"
-
 namespace Agent {
 
 SourceEngine::SourceEngine( Routes& routes, Mox::Clock& clock,
@@ -50,8 +48,7 @@ void SourceEngine::receiveMore( const RouteKey& key, double age ) {
    Mox::Ptr<Routes::Route> route = routes_.find( key );
    if ( !( left > 0.0 ) || route == nullptr || route->wildCard() ) return;
    const Topology::Path path = topology_.pathTo( key.source );
-   if ( !path.attached || path.rpf.intfId != Published::incomingIntf( *route ) )
-      return;
+   if ( !path.attached || path.rpf.intfId != route->incomingIntf() ) return;
    route->katExpiredIs( false );
    routes_.update( key );
    start( key, left );

@@ -26,6 +26,9 @@ enum Slot : uint32_t {
    kOthers = 1 << 17,  // ports 1 and 2
    kReceivedSlot = 1 << 18,
    kFailover = 1 << 19,
+   kAttached = 1 << 20,
+   kBorder = 1 << 21,
+   kWcBorder = 1 << 22,
    kPort0 = kWcState | kWcJoin | kWcInclude | kWcWinner | kSgJoin | kRpt |
             kSgInclude | kSgExclude | kSgWinner | kPim,
 };
@@ -171,6 +174,9 @@ AXIS( frr, kFrr, w.sg.frr = Upstream( v ), upTo( 3 ), 0, 1 );
 AXIS( frrAny, kFrr, w.sg.frr = Upstream( v ), upTo( 8 ), 0, 1, 3 );
 AXIS( spt, kSpt, w.sg.spt = v, upTo( 2 ) );
 AXIS( upJoined, kUpJoined, w.sg.upJoined = v, upTo( 2 ) );
+AXIS( attached, kAttached, w.sg.attached = v, upTo( 2 ) );
+AXIS( border, kBorder, w.sg.border = v, upTo( 2 ) );
+AXIS( wcBorder, kWcBorder, w.wc.border = v, upTo( 2 ) );
 AXIS( kat, kKat, w.sg.katExpired = v, upTo( 2 ) );
 AXIS( received, kReceivedSlot, w.received = uint8_t( v ), upTo( kReceived ) );
 AXIS( failover, kFailover, w.failover = uint8_t( v ), upTo( 16 ) );
@@ -193,6 +199,8 @@ const Axes ownRpt = pim + wcRpf + rpt + sgExclude + sgRpf + spt + sgWinner;
 const Axes own = ownRpt + upJoined + sgJoin + sgInclude;
 const Axes inheritedRpt = wcSide + ownRpt;
 const Axes inherited = wcSide + own;
+const Axes tree = wcState + spt + attached;
+const Axes path = wcRpfAny + sgRpfAny + border;
 const Axes tracking = elsewhere + wcSide + pim + wcRpf + rpt + sgExclude + sgRpf +
                       spt + sgWinner + upJoined + sgJoin + sgInclude + frr + kat;
 const Axes ports = port0 + port1 + port2;
@@ -203,6 +211,12 @@ Value plain( bool value ) {
 }
 Value plain( const Vantu::IpGenAddr& address ) {
    return numberOf( address );
+}
+// The set of the port.
+Value plain( const Vantu::IntfId& intfId ) {
+   for ( uint32_t i = 0; i != kPorts; ++i )
+      if ( intfId == Model::portId( i ) ) return 1U << i;
+   return 0U;
 }
 Value plain( const AssertMetric& metric ) {
    return plainMetric( metric );
@@ -257,6 +271,14 @@ const std::vector<Macro> kMacros = {
    SG( inheritedOlistSgRpt, inheritedRpt ),
    SG( inheritedOlistSg, inherited ),
 
+   MACRO( true, wcIntf, inOlist, (), ( o.immediateOlistWc() & 1 ) != 0, olistWc ),
+   MACRO( false, sgIntf, inOlist, (), ( o.inOlistSg() & 1 ) != 0, inherited ),
+   MACRO( true, wcIntf, forwardDesired, (), ( o.forwardWc() & 1 ) != 0, olistWc + wcBorder ),
+   MACRO( false, sgIntf, forwardDesired, (), ( o.forwardSg() & 1 ) != 0,
+          thin( wcSide ) + own + attached + border ),
+   MACRO( false, sgIntf, fastForwardDesired, (), ( o.fastForwardSg() & 1 ) != 0,
+          thin( wcSide ) + own + frr ),
+
    WC( couldAssertWc, olistWc ),
    SG( couldAssertSg, inherited ),
    WC( assertTrackingDesiredWc, port1 + olistWc ),
@@ -282,6 +304,8 @@ const std::vector<Macro> kMacros = {
    WC_ROUTE( rptJoinDesiredWc, ports + wcRpfAny ),
    SG_ROUTE( joinDesiredSg, wcState + joinSg ),
    SG_ROUTE( pruneDesiredSgRpt, wcState + ports + wcRpfAny + sgRpfAny + frrAny + spt ),
+   SG_ROUTE( comesBySharedTree, tree + sgRpfAny ),
+   MACRO( false, sg, incomingIntf, (), uint32_t( o.incomingSg() ), tree + path + wcBorder ),
    MACRO( false, sg, joinDesiredSgFastFailover, ( m.failover() ),
           o.joinDesiredSgFastFailover(), wcState + failover + ports ),
 };
@@ -302,10 +326,10 @@ const std::vector<Macro>& macros() {
 }
 
 const Axes& allAxes() {
-   static const Axes axes = wcState + wcJoin + wcInclude + wcWinner + wcIdle +
-                            sgJoin + rpt + sgInclude + sgExclude + sgWinner + pim +
-                            wcRpfAny + sgRpfAny + frrAny + spt + upJoined + kat +
-                            received + failover + port1 + port2;
+   static const Axes axes =
+      wcState + wcJoin + wcInclude + wcWinner + wcIdle + sgJoin + rpt + sgInclude +
+      sgExclude + sgWinner + pim + wcRpfAny + sgRpfAny + frrAny + spt + upJoined +
+      kat + received + failover + port1 + port2 + attached + border + wcBorder;
    return axes;
 }
 

@@ -66,6 +66,11 @@ class Model {
       now_ = next;
    }
 
+   static Vantu::IntfId portId( int i ) {
+      constexpr const char* names[] = { "eth1", "eth2", "eth3" };
+      return intfId( names[i] );
+   }
+
    const Route& wc() const { return *wc_; }
    const Route& sg() const { return *sg_; }
    const Intf& wcIntf() const { return *wcIntf_[0]; }
@@ -92,6 +97,8 @@ class Model {
          Mox::Ptr<UpstreamInfo> umh = route.umhIs();
          umh->routeIs( &route );
          umh->rpfIs( rpfOf( ids_, path ) );
+         umh->rpfAttachedIs( upper.attached );
+         umh->mbrIifIs( ids_[kBorderPort] );
       } else {
          route.umhDel();
       }
@@ -104,6 +111,7 @@ class Model {
          route.umhFrrDel();
       }
       route.spTreeIs( upper.spt );
+      route.mbrIs( upper.border );
       route.upJoinStateIs( upper.upJoined ? upJoined : upNotJoined );
       route.katExpiredIs( upper.katExpired );
    }

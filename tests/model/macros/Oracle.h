@@ -112,6 +112,26 @@ class Oracle {
       return ( inheritedOlistSgRpt() | joinsSg() | includeSg() ) & ~lostAssertSg();
    }
 
+   // ---- 4.2: forwarding
+
+   bool comesBySharedTree() const {
+      return w_.wcRoute && !w_.sg.spt && !( sgPath_.record && w_.sg.attached );
+   }
+   Set incomingWc() const { return incoming( w_.wc, wcPath_ ); }
+   Set incomingSg() const {
+      const bool shared = comesBySharedTree() && !w_.sg.border;
+      return shared ? at( wcPath_ ) : incoming( w_.sg, sgPath_ );
+   }
+   Set inOlistSg() const {
+      return w_.sg.spt ? inheritedOlistSg() : inheritedOlistSgRpt();
+   }
+   Set forwardWc() const { return immediateOlistWc() & ~incomingWc(); }
+   Set forwardSg() const { return inOlistSg() & ~incomingSg(); }
+   Set fastForwardSg() const {
+      const bool path = frrPath_.record && !frrPath_.none();
+      return path ? inOlistSg() & ~at( frrPath_ ) : 0;
+   }
+
    // ---- 4.6.1 to 4.6.5: asserts
 
    Set couldAssertWc() const {
@@ -228,6 +248,11 @@ class Oracle {
       for ( int i = 0; i != kPorts; ++i )
          if ( holds( i ) ) set |= 1U << i;
       return set;
+   }
+   // Without upstream record nothing comes in.
+   static Set incoming( const Upper& upper, const Path& path ) {
+      if ( !path.record ) return 0;
+      return upper.border ? 1U << kBorderPort : at( path );
    }
    static bool has( Set set, int i ) { return ( set >> i & 1 ) != 0; }
    static Set at( const Path& path ) {

@@ -23,6 +23,7 @@
 namespace Routing::Pim::SparseMode::Test {
 
 constexpr int kPorts = 3;
+constexpr int kBorderPort = 2;
 
 enum class Join : uint8_t { none, joined, prunePending };
 enum class Rpt : uint8_t {
@@ -100,6 +101,8 @@ struct Upper {
    bool spt = false;
    bool upJoined = false;
    bool katExpired = false;
+   bool attached = false;  // the end of the path is on the link
+   bool border = false;    // comes in by a border router, on port 2
 
    bool operator==( const Upper& ) const = default;
 };

@@ -62,7 +62,7 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      resume_( &real ),
      published_( Published::FamilyStatus::mount(
         manager, Published::FamilyStatus::mountPath( family, config.name ),
-        ::Brane::tableWriter ) ),
+        ::Brane::tableWriter, config.maxRouteIntfs ) ),
      familyCounters_( tables_->name(), real.now() ) {
    model_->pimStatusIs( pimStatus_ );
    adoptNeighbors();
@@ -92,7 +92,12 @@ std::vector<std::string> FamilyInstance::mountNotes() const {
 void FamilyInstance::adopt() {
    adopted_ = true;
    familyCounters_.reloaded( model_->route().size(), real_.now() );
-   protocol_.adopt();
+   protocol_.adopt( [this]( const Routing::Pim::RouteIntfKey& key ) {
+      Published::Downstream kept{ key };
+      published_->downstream().find( key, kept );
+      return kept;
+   } );
+   markAllTimers();
    mfib_.adopted();
    tally_.touch();
    publishAdvertised( *advertised_, config_, family_, counters_ );
@@ -135,17 +140,23 @@ void FamilyInstance::adoptNeighbors() {
       if ( record.hasDrPriority ) hello.drPriority = record.drPriority;
       if ( record.hasGenerationId ) hello.generationId = record.generationId;
       if ( record.hasLanPruneDelay )
-         hello.lanPruneDelay = { false,
+         hello.lanPruneDelay = { record.trackingSupport,
                                  static_cast<uint16_t>( record.propagationDelay ),
                                  static_cast<uint16_t>( record.overrideInterval ) };
-      protocol_.adoptNeighbor( key.intfId, key.address, hello );
+      std::optional<double> until;
+      if ( record.until != 0.0 ) {
+         hello.holdtime = static_cast<uint16_t>( record.holdtime );
+         until = record.until;
+      }
+      protocol_.adoptNeighbor( key.intfId, key.address, hello, until );
    }
 }
 
 void FamilyInstance::publishNeighbors() {
    std::vector<Published::Neighbor> neighbors;
    for ( const auto& [intfId, link] : protocol_.links() ) {
-      for ( const auto& [address, hello] : link.neighbors->hellos() ) {
+      for ( const auto& [address, neighbor] : link.neighbors->all() ) {
+         const PimHello& hello = neighbor.hello;
          LanPruneDelay delay = hello.lanPruneDelay.value_or( LanPruneDelay() );
          neighbors.push_back( { { intfId, address, 0 },
                                 hello.drPriority.has_value(),
@@ -154,10 +165,31 @@ void FamilyInstance::publishNeighbors() {
                                 hello.generationId.value_or( 0 ),
                                 hello.lanPruneDelay.has_value(),
                                 delay.propagationDelay,
-                                delay.overrideInterval } );
+                                delay.overrideInterval,
+                                delay.trackingSupport,
+                                hello.holdtime.value_or( static_cast<uint16_t>(
+                                   Neighbors::defaultHoldtime ) ),
+                                neighbor.expiry->until() } );
       }
    }
    Published::publishNeighbors( *published_, neighbors );
+}
+
+// Whatever stands or was left.
+void FamilyInstance::markAllTimers() {
+   for ( const auto& key : published_->downstream().keys() )
+      timersDue_.insert( key );
+   for ( const Sm::Route& route : std::as_const( *model_ ).route() ) {
+      for ( const Sm::Intf& intf : route.routeIntf() )
+         timersDue_.insert( { route.key(), intf.intfId() } );
+   }
+}
+
+// Before the states that they belong to: one that is in the tables without its timers
+// would live for another time.
+void FamilyInstance::publishTimers() {
+   for ( const auto& key : std::exchange( timersDue_, {} ) )
+      Published::publishDownstream( *published_, protocol_.timers( key ) );
 }
 
 // What a reader needs to see what the agent saw.
@@ -242,6 +274,7 @@ void FamilyInstance::markExport( const Routing::Pim::RouteKey& key,
    if ( intfId.empty() ) {
       writer_->changeSet()->routeIs( key, true );
    } else {
+      timersDue_.insert( { key, intfId } );
       writer_->changeSet()->routeIntfIs( { key, intfId }, true );
    }
 }
@@ -249,19 +282,23 @@ void FamilyInstance::markExport( const Routing::Pim::RouteKey& key,
 // Readers see no route on which an engine's change stands and what follows from it does
 // not. Whoever floods a link with changes must not keep all others from the tables.
 bool FamilyInstance::mayWrite() {
-   return !adopted_ || review() || real_.now() - *behindSince_ >= maxBehind;
+   const bool may =
+      !adopted_ || review() || real_.now() - *behindSince_ >= maxBehind;
+   publishTimers();
+   return may;
 }
 
 void FamilyInstance::handleTurnEnd() {
    if ( adopted_ ) review();
+   publishTimers();
    familyCounters_.follow( *writer_ );
    if ( std::exchange( publishDue_, false ) ) publish();
    writer_->doMaybeUpdateReviewTimer();
 }
 
 bool FamilyInstance::published() const {
-   return !protocol_.pending() && writer_->reviewChangeSet()->empty() &&
-          writer_->changeSet()->empty();
+   return !protocol_.pending() && timersDue_.empty() &&
+          writer_->reviewChangeSet()->empty() && writer_->changeSet()->empty();
 }
 
 }

@@ -8,6 +8,7 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <unordered_set>
 
 #include "apps/agent/AgentClock.h"
 #include "apps/agent/FamilyCounters.h"
@@ -97,6 +98,8 @@ class FamilyInstance {
    void markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId );
    void publish();
    void publishNeighbors();
+   void publishTimers();
+   void markAllTimers();
    void adoptNeighbors();
 
    Vantu::AddressFamily family_;
@@ -122,6 +125,7 @@ class FamilyInstance {
    Mox::Ptr<Published::FamilyStatus> published_;
    FamilyCounters familyCounters_;
    bool publishDue_ = true;  // interfaces or configuration have changed
+   std::unordered_set<Routing::Pim::RouteIntfKey> timersDue_;  // may run otherwise
    bool adopted_ = false;
    std::optional<double> behindSince_;  // forwarding, behind the changes
    std::deque<std::function<void()>> waiting_;

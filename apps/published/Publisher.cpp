@@ -12,6 +12,23 @@ MOX_TRACE_FACILITY( trace, "Pimsm::Published" )
 
 namespace {
 
+// What is refused, for want of room for one, keeps none of the others back.
+template <class Table, class Change>
+void attempt( const Table& table, const Change& change ) {
+   try {
+      change();
+   } catch ( const Brane::TableError& e ) {
+      MOX_TRACE( trace, 0, table.name() << ": " << e.what() );
+   }
+}
+
+template <class Table, class Record>
+bool stands( const Table& table, const Record& record ) {
+   Record standing;
+   return table.find( record.key, standing ) == Brane::lookupFound &&
+          standing == record;
+}
+
 template <class Table, class Record, class Write, class Remove>
 void publishAll( const Table& table, const std::vector<Record>& all,
                  const Write& write, const Remove& remove ) {
@@ -22,21 +39,10 @@ void publishAll( const Table& table, const std::vector<Record>& all,
       if ( wanted.count( standing.key ) == 0 ) gone.push_back( standing.key );
       return true;
    } );
-   // What is refused, for want of room for one, keeps none of the others back.
-   auto attempt = [&]( auto change ) {
-      try {
-         change();
-      } catch ( const Brane::TableError& e ) {
-         MOX_TRACE( trace, 0, table.name() << ": " << e.what() );
-      }
-   };
-   for ( const auto& key : gone ) attempt( [&] { remove( key ); } );
+   for ( const auto& key : gone ) attempt( table, [&] { remove( key ); } );
    for ( const auto& entry : wanted ) {
       const Record& record = *entry.second;
-      Record standing;
-      if ( table.find( entry.first, standing ) != Brane::lookupFound ||
-           !( standing == record ) )
-         attempt( [&] { write( record ); } );
+      if ( !stands( table, record ) ) attempt( table, [&] { write( record ); } );
    }
 }
 
@@ -54,6 +60,16 @@ void publishNeighbors( FamilyStatus& tables, const std::vector<Neighbor>& all ) 
       tables.neighbor(), all,
       [&]( const Neighbor& record ) { tables.neighborIs( record ); },
       [&]( const NeighborKey& key ) { tables.neighborDel( key ); } );
+}
+
+void publishDownstream( FamilyStatus& tables, const Downstream& record ) {
+   attempt( tables.downstream(), [&] {
+      if ( record == Downstream{ record.key } ) {
+         tables.downstreamDel( record.key );
+      } else if ( !stands( tables.downstream(), record ) ) {
+         tables.downstreamIs( record );
+      }
+   } );
 }
 
 void publishRps( FamilyStatus& tables, const std::vector<Rp>& all ) {

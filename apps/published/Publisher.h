@@ -14,6 +14,8 @@ namespace Published {
 // that is full keeps what is in it. Of two records of one key the first counts.
 void publishInterfaces( FamilyStatus& tables, const std::vector<Interface>& all );
 void publishNeighbors( FamilyStatus& tables, const std::vector<Neighbor>& all );
+// One record; where no timer runs it goes.
+void publishDownstream( FamilyStatus& tables, const Downstream& record );
 void publishRps( FamilyStatus& tables, const std::vector<Rp>& all );
 void publishAccessRules( FamilyStatus& tables, const std::vector<AccessRule>& all );
 void publishSettings( FamilyStatus& tables, const std::vector<Setting>& all );

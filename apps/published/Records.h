@@ -29,7 +29,19 @@ namespace Published {
    FIELD( uint32_t,               generationId,     0 ) \
    FIELD( bool,                   hasLanPruneDelay, false ) \
    FIELD( uint32_t,               propagationDelay, 0 ) /* ms */ \
-   FIELD( uint32_t,               overrideInterval, 0 ) /* ms */
+   FIELD( uint32_t,               overrideInterval, 0 ) /* ms */ \
+   FIELD( bool,                   trackingSupport,  false ) \
+   FIELD( uint32_t,               holdtime,         0 ) /* s; 65535: for ever */ \
+   FIELD( double,                 until,            0.0 ) /* 0: not known */
+
+// The timers of an interface of a route, for the next agent. 0: it does not run.
+#define PUBLISHED_DOWNSTREAM( FIELD ) \
+   FIELD( Routing::Pim::RouteIntfKey, key,               {} ) \
+   FIELD( double,                     joinHoldtime,      0.0 ) /* s from lastJoinReceived on */ \
+   FIELD( double,                     rptHoldtime,       0.0 ) /* s from lastRptPruneReceived on */ \
+   FIELD( double,                     prunePendingUntil, 0.0 ) \
+   FIELD( double,                     rptPendingUntil,   0.0 ) \
+   FIELD( double,                     assertUntil,       0.0 )
 
 #define PUBLISHED_RP_KEY( FIELD ) \
    FIELD( Vantu::IpGenAddr, group,  {} ) \
@@ -79,6 +91,11 @@ struct Neighbor {
    bool operator==( const Neighbor& ) const = default;
 };
 
+struct Downstream {
+   PUBLISHED_DOWNSTREAM( MOX_RECORD_FIELD )
+   bool operator==( const Downstream& ) const = default;
+};
+
 struct RpKey {
    PUBLISHED_RP_KEY( MOX_RECORD_FIELD )
    auto operator<=>( const RpKey& ) const = default;
@@ -118,6 +135,7 @@ namespace Brane {
 BRANE_FLAT_RECORD( Published::Interface, "Interface", PUBLISHED_INTERFACE )
 BRANE_FLAT_RECORD( Published::NeighborKey, "NeighborKey", PUBLISHED_NEIGHBOR_KEY )
 BRANE_FLAT_RECORD( Published::Neighbor, "Neighbor", PUBLISHED_NEIGHBOR )
+BRANE_FLAT_RECORD( Published::Downstream, "Downstream", PUBLISHED_DOWNSTREAM )
 BRANE_FLAT_RECORD( Published::RpKey, "RpKey", PUBLISHED_RP_KEY )
 BRANE_FLAT_RECORD( Published::Rp, "Rp", PUBLISHED_RP )
 BRANE_FLAT_RECORD( Published::AccessRuleKey, "AccessRuleKey",

@@ -49,10 +49,12 @@ Mox::String FamilyStatus::mountPath( Vantu::AddressFamily family,
 
 Mox::Ptr<FamilyStatus> FamilyStatus::mount( Corvex::EntityManager& manager,
                                             Mox::StringView path,
-                                            Brane::TableRole role ) {
+                                            Brane::TableRole role,
+                                            uint32_t routeIntfs ) {
    Mox::Ptr<FamilyStatus> entity = entityAt<FamilyStatus>( manager, path );
    initialize( *entity->interfaceControl(), role, kMaxInterfaces, manager );
    initialize( *entity->neighborControl(), role, kMaxNeighbors, manager );
+   initialize( *entity->downstreamControl(), role, routeIntfs, manager );
    initialize( *entity->rpControl(), role, kMaxRps, manager );
    initialize( *entity->accessRuleControl(), role, kMaxAccessRules, manager );
    initialize( *entity->settingControl(), role, kMaxSettings, manager );

@@ -11,6 +11,7 @@ namespace Published {
 
 using InterfaceTable = MoxBrane::Table<Interface>;
 using NeighborTable = MoxBrane::Table<Neighbor>;
+using DownstreamTable = MoxBrane::Table<Downstream>;
 using RpTable = MoxBrane::Table<Rp>;
 using AccessRuleTable = MoxBrane::Table<AccessRule>;
 using SettingTable = MoxBrane::Table<Setting>;
@@ -20,6 +21,7 @@ using CounterTable = MoxBrane::Table<Counter>;
 #define PUBLISHED_FAMILY_ATTRIBUTES( A ) \
    A( Table, interface,  Interface,  InterfaceTable,  , "interfaces that speak PIM" ) \
    A( Table, neighbor,   Neighbor,   NeighborTable,   , "PIM neighbours; the next agent knows them from here" ) \
+   A( Table, downstream, Downstream, DownstreamTable, , "timers of route interfaces; the next agent goes on with them" ) \
    A( Table, rp,         Rp,         RpTable,         , "configured RPs by group range" ) \
    A( Table, accessRule, AccessRule, AccessRuleTable, , "of the lists that settings name" ) \
    A( Table, setting,    Setting,    SettingTable,    , "other configuration" )
@@ -36,10 +38,11 @@ class FamilyStatus : public MoxBrane::MountedEntity {
 
    static Mox::String mountPath( Vantu::AddressFamily family,
                                  const L3::VrfName& vrf );
-   // Throws what CollectionControl::initialize does.
+   // `routeIntfs`: how many interfaces of routes the writer has room for; a reader
+   // takes what it finds. Throws what CollectionControl::initialize does.
    static Mox::Ptr<FamilyStatus> mount( Corvex::EntityManager& manager,
-                                        Mox::StringView path,
-                                        Brane::TableRole role );
+                                        Mox::StringView path, Brane::TableRole role,
+                                        uint32_t routeIntfs = 0 );
 
  protected:
    ~FamilyStatus() override = default;

@@ -141,16 +141,22 @@ void AssertEngine::settle( const Key& key ) {
    routes_.update( key.routeKey(), key.intfId );
 }
 
-void AssertEngine::adopt() {
+void AssertEngine::adopt( const KeptTimers& kept ) {
    for ( const auto& route : routes_.model().route() ) {
       for ( const Routes::Intf& intf : route.routeIntf() ) {
          if ( intf.assertInfo().assertState ==
               Routing::Pim::SparseMode::assertNoInfo )
             continue;
          machine( { route.key().group, route.key().source, intf.intfId() } )
-            .adopt();
+            .adopt( kept( { route.key(), intf.intfId() } ).assertUntil );
       }
    }
+}
+
+void AssertEngine::tell( Published::Downstream& record ) const {
+   const RouteKey& route = record.key.routeKey;
+   auto found = machines_.find( { route.group, route.source, record.key.intfId } );
+   if ( found != machines_.end() ) record.assertUntil = found->second->until();
 }
 
 }

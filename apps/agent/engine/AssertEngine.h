@@ -7,6 +7,7 @@
 
 #include "apps/agent/engine/AgentCounters.h"
 #include "apps/agent/engine/AssertMachine.h"
+#include "apps/agent/engine/HoldTimer.h"
 #include "apps/agent/engine/Routes.h"
 
 namespace Agent {
@@ -15,8 +16,9 @@ class AssertEngine {
  public:
    AssertEngine( Routes& routes, Mox::Clock& clock, AgentCounters& counters );
 
-   // Takes up the states that a reload left.
-   void adopt();
+   // As of JoinPruneEngine.
+   void adopt( const KeptTimers& kept );
+   void tell( Published::Downstream& record ) const;
 
    // An assert of another router on the interface.
    void receive( Vantu::IntfId intfId, const Vantu::IpGenAddr& sender,

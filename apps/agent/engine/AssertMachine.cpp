@@ -146,10 +146,14 @@ void AssertMachine::review() {
    }
 }
 
-void AssertMachine::adopt() {
+void AssertMachine::adopt( double until ) {
    if ( intf_->assertInfo().assertState != iAmAssertLoser ) return;
    incoming_ = isIncoming();
-   expiry_.start( assertTime );
+   if ( until != 0.0 ) {
+      expiry_.resume( until );
+   } else {
+      expiry_.start( assertTime );
+   }
 }
 
 void AssertMachine::end() {

@@ -51,8 +51,11 @@ class AssertMachine {
    void handleNeighborLost( const Vantu::IpGenAddr& address );
    // What the macros read may have changed.
    void review();
-   // Takes up what a reload left: a loser hears of its winner within the assert time.
-   void adopt();
+   // Takes up what a reload left: a loser hears of its winner by then; 0: within the
+   // assert time.
+   void adopt( double until );
+   // Until when it waits for its winner; 0: it does not.
+   double until() const { return expiry_.until(); }
    // The interface goes.
    void end();
 

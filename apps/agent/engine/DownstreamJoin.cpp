@@ -12,7 +12,7 @@ DownstreamJoin::DownstreamJoin( Mox::Clock& clock, Mox::Ptr<Intf> intf,
 void DownstreamJoin::receiveJoin( double holdtime ) {
    prunePending_.cancel();
    expiry_.extend( holdtime );
-   intf_->lastJoinReceivedIs( expiry_.clock()->now() );
+   intf_->lastJoinReceivedIs( expiry_.now() );
    intf_->joinStateIs( Intf::joined );
 }
 
@@ -23,11 +23,18 @@ void DownstreamJoin::receivePrune( double pendingTime ) {
    prunePending_.start( pendingTime );
 }
 
-// What the prune-pending timer had left is not known: the state counts as joined,
-// and whoever meant the prune prunes again.
-void DownstreamJoin::adopt( double holdtime ) {
-   expiry_.start( holdtime );
-   intf_->joinStateIs( Intf::joined );
+// Timers are kept before states: where they differ, a kill came between. A prune whose
+// pending time is not known counts for nothing.
+void DownstreamJoin::adopt( const Published::Downstream& kept ) {
+   expiry_.adopt( intf_->lastJoinReceived(), kept.joinHoldtime );
+   const bool pending = kept.prunePendingUntil != 0.0;
+   if ( pending ) prunePending_.resume( kept.prunePendingUntil );
+   intf_->joinStateIs( pending ? Intf::prunePending : Intf::joined );
+}
+
+void DownstreamJoin::tell( Published::Downstream& record ) const {
+   record.joinHoldtime = expiry_.holdtime();
+   record.prunePendingUntil = prunePending_.until();
 }
 
 void DownstreamJoin::end() {

@@ -9,7 +9,7 @@
 // The state is the record's joinState; this holds the two timers. Times in seconds.
 #pragma once
 
-#include "apps/agent/engine/Timer.h"
+#include "apps/agent/engine/HoldTimer.h"
 #include "model/Intf.h"
 
 namespace Agent {
@@ -26,8 +26,10 @@ class DownstreamJoin {
    void receiveJoin( double holdtime );
    // `pendingTime`: how long others may override; 0 prunes at once.
    void receivePrune( double pendingTime );
-   // Takes up a state that was reloaded, for `holdtime` from now on.
-   void adopt( double holdtime );
+   // Takes up a state that was reloaded.
+   void adopt( const Published::Downstream& kept );
+   // What the next process is to know of the timers.
+   void tell( Published::Downstream& record ) const;
 
  private:
    void handlePrunePendingExpired() { end(); }
@@ -36,7 +38,7 @@ class DownstreamJoin {
 
    Mox::Ptr<Intf> intf_;
    std::function<void()> ended_;
-   Timer expiry_;
+   HoldTimer expiry_;
    Timer prunePending_;
 };
 

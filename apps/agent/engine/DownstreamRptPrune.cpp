@@ -22,7 +22,7 @@ void DownstreamRptPrune::receiveRptJoin() {
 }
 
 void DownstreamRptPrune::receiveRptPrune( double holdtime, double pendingTime ) {
-   intf_->lastRptPruneReceivedIs( expiry_.clock()->now() );
+   intf_->lastRptPruneReceivedIs( expiry_.now() );
    switch ( intf_->rptState() ) {
       case Intf::rptNoInfo:
          expiry_.start( holdtime );
@@ -31,6 +31,7 @@ void DownstreamRptPrune::receiveRptPrune( double holdtime, double pendingTime ) 
          prunePending_.start( pendingTime );
          return;
       case Intf::rptPrunePending:
+         expiry_.keep();
          return;
       case Intf::rptPruned:
       case Intf::rptPruneTemp:
@@ -51,9 +52,20 @@ void DownstreamRptPrune::endOfMessage() {
    }
 }
 
-void DownstreamRptPrune::adopt( double holdtime ) {
-   expiry_.start( holdtime );
-   intf_->rptStateIs( Intf::rptPruned );
+// As of DownstreamJoin.
+void DownstreamRptPrune::adopt( const Published::Downstream& kept ) {
+   const bool pruned = intf_->rptState() == Intf::rptPruned ||
+                       intf_->rptState() == Intf::rptPruneTemp;
+   if ( !pruned && kept.rptHoldtime == 0.0 ) return end();
+   expiry_.adopt( intf_->lastRptPruneReceived(), kept.rptHoldtime );
+   const bool pending = kept.rptPendingUntil != 0.0;
+   if ( pending ) prunePending_.resume( kept.rptPendingUntil );
+   intf_->rptStateIs( pending ? Intf::rptPrunePending : Intf::rptPruned );
+}
+
+void DownstreamRptPrune::tell( Published::Downstream& record ) const {
+   record.rptHoldtime = expiry_.holdtime();
+   record.rptPendingUntil = prunePending_.until();
 }
 
 void DownstreamRptPrune::handlePrunePendingExpired() {

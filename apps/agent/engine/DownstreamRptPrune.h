@@ -15,7 +15,7 @@
 // The state is the record's rptState; this holds the two timers. Times in seconds.
 #pragma once
 
-#include "apps/agent/engine/Timer.h"
+#include "apps/agent/engine/HoldTimer.h"
 #include "model/Intf.h"
 
 namespace Agent {
@@ -34,8 +34,10 @@ class DownstreamRptPrune {
    // `pendingTime`: how long others may override; 0 prunes at once.
    void receiveRptPrune( double holdtime, double pendingTime );
    void endOfMessage();
-   // Takes up a state that was reloaded, for `holdtime` from now on.
-   void adopt( double holdtime );
+   // Takes up a state that was reloaded.
+   void adopt( const Published::Downstream& kept );
+   // What the next process is to know of the timers.
+   void tell( Published::Downstream& record ) const;
 
  private:
    void handlePrunePendingExpired();
@@ -43,7 +45,7 @@ class DownstreamRptPrune {
 
    Mox::Ptr<Intf> intf_;
    std::function<void()> ended_;
-   Timer expiry_;
+   HoldTimer expiry_;
    Timer prunePending_;
 };
 

@@ -19,15 +19,16 @@ bool wholeAddress( const IpGenAddr& address, unsigned maskLength ) {
 
 }
 
-JoinPruneEngine::JoinPruneEngine( Routes& routes, Mox::Clock& clock,
-                                  const Topology& topology,
-                                  const GroupPolicy* policy,
-                                  AgentCounters& counters )
+JoinPruneEngine::JoinPruneEngine(
+   Routes& routes, Mox::Clock& clock, const Topology& topology,
+   const GroupPolicy* policy, AgentCounters& counters,
+   std::function<void( const RouteKey&, Vantu::IntfId )> timed )
    : routes_( routes ),
      clock_( clock ),
      topology_( topology ),
      policy_( policy ),
-     counters_( counters ) {}
+     counters_( counters ),
+     timed_( std::move( timed ) ) {}
 
 void JoinPruneEngine::receive( Vantu::IntfId intfId, const Neighbors& neighbors,
                                const PimJoinPrune& message ) {
@@ -85,6 +86,7 @@ void JoinPruneEngine::receiveJoin( const Message& message, const IpGenAddr& grou
          return counters_.refused( tableFull );
       joinMachine( key ).receiveJoin( message.holdtime );
       routes_.update( key.routeKey() );
+      timed_( key.routeKey(), key.intfId );
       return;
    }
    Downstream* found = find( key );
@@ -111,6 +113,7 @@ void JoinPruneEngine::receiveWcJoin( const Message& message, const IpGenAddr& gr
    Key key{ group, message.intfId, anySource( group ) };
    if ( !routes_.hasRoom( key.routeKey() ) ) return counters_.refused( tableFull );
    joinMachine( key, rp ).receiveJoin( message.holdtime );
+   timed_( key.routeKey(), key.intfId );
    eachRptPrune( group, message.intfId, []( auto& it ) { it.receiveWcJoin(); } );
 }
 
@@ -125,6 +128,7 @@ void JoinPruneEngine::receivePrune( const Message& message, const IpGenAddr& gro
          return counters_.refused( tableFull );
       rptPruneMachine( key ).receiveRptPrune( message.holdtime,
                                               message.pendingTime );
+      timed_( key.routeKey(), key.intfId );
       return;
    }
    Key key{ group, message.intfId,
@@ -213,17 +217,32 @@ void JoinPruneEngine::endIf(
    }
 }
 
-void JoinPruneEngine::adopt() {
+// One whose prune counts for nothing may go with its route: keys are taken first.
+void JoinPruneEngine::adopt( const KeptTimers& kept ) {
+   std::vector<RouteIntfKey> keys;
    for ( const auto& route : routes_.model().route() ) {
       for ( const Intf& intf : route.routeIntf() ) {
-         Key key{ route.key().group, intf.intfId(), route.key().source };
-         if ( intf.joinState() != Intf::noInfo )
-            joinMachine( key ).adopt( defaultHoldtime );
-         if ( intf.rptState() != Intf::rptNoInfo )
-            rptPruneMachine( key ).adopt( defaultHoldtime );
+         if ( intf.joinState() != Intf::noInfo ||
+              intf.rptState() != Intf::rptNoInfo )
+            keys.push_back( { route.key(), intf.intfId() } );
       }
    }
+   for ( const RouteIntfKey& key : keys ) {
+      const Mox::Ptr<Intf> intf = routes_.find( key.routeKey, key.intfId );
+      const Published::Downstream timers = kept( key );
+      if ( intf->joinState() != Intf::noInfo )
+         joinMachine( Key::of( key ) ).adopt( timers );
+      if ( intf->rptState() != Intf::rptNoInfo )
+         rptPruneMachine( Key::of( key ) ).adopt( timers );
+   }
    endSourceSpecific();
+}
+
+void JoinPruneEngine::tell( Published::Downstream& record ) const {
+   auto found = downstream_.find( Key::of( record.key ) );
+   if ( found == downstream_.end() ) return;
+   if ( found->second.join != nullptr ) found->second.join->tell( record );
+   if ( found->second.rptPrune != nullptr ) found->second.rptPrune->tell( record );
 }
 
 }

@@ -18,16 +18,21 @@ namespace Agent {
 
 class JoinPruneEngine {
  public:
-   // How long a state lives that was reloaded after a restart (RFC 7761, 4.11).
-   static constexpr double defaultHoldtime = 210.0;  // s
+   using RouteKey = Routing::Pim::RouteKey;
+   using RouteIntfKey = Routing::Pim::RouteIntfKey;
 
-   // `policy` says which groups take no shared-tree state; null: none.
-   JoinPruneEngine( Routes& routes, Mox::Clock& clock, const Topology& topology,
-                    const GroupPolicy* policy, AgentCounters& counters );
+   // `policy` says which groups take no shared-tree state; null: none. `timed`: timers of
+   // the record may run otherwise, though nothing else has changed.
+   JoinPruneEngine(
+      Routes& routes, Mox::Clock& clock, const Topology& topology,
+      const GroupPolicy* policy, AgentCounters& counters,
+      std::function<void( const RouteKey&, Vantu::IntfId )> timed =
+         []( const RouteKey&, Vantu::IntfId ) {} );
 
-   // Takes up the states that a reload left: each lives for defaultHoldtime unless
-   // refreshed.
-   void adopt();
+   // Takes up the states that a reload left, with the time that they have left.
+   void adopt( const KeptTimers& kept );
+   // What the next process is to know of the record's timers.
+   void tell( Published::Downstream& record ) const;
 
    // The policy has changed: shared-tree state of groups that are source-specific now
    // ends.
@@ -42,7 +47,6 @@ class JoinPruneEngine {
 
  private:
    using Intf = Routing::Pim::SparseMode::Intf;
-   using RouteKey = Routing::Pim::RouteKey;
 
    // By group and interface first: a (*,G) join touches all sources of both.
    struct Key {
@@ -51,6 +55,9 @@ class JoinPruneEngine {
       Vantu::IpGenAddr source;
       auto operator<=>( const Key& ) const = default;
       RouteKey routeKey() const { return { source, group }; }
+      static Key of( const RouteIntfKey& key ) {
+         return { key.routeKey.group, key.intfId, key.routeKey.source };
+      }
    };
    struct Downstream {
       std::unique_ptr<DownstreamJoin> join;
@@ -88,6 +95,7 @@ class JoinPruneEngine {
    const Topology& topology_;
    const GroupPolicy* policy_;
    AgentCounters& counters_;
+   std::function<void( const RouteKey&, Vantu::IntfId )> timed_;
    std::map<Key, Downstream> downstream_;
 };
 

@@ -49,6 +49,15 @@ bool Neighbors::receiveHello( const Vantu::IpGenAddr& from,
    return true;
 }
 
+void Neighbors::adopt( const Vantu::IpGenAddr& from, const PimHello& hello,
+                       std::optional<double> until ) {
+   if ( !receiveHello( from, hello ) || !until || !has( from ) ) return;
+   const double now = clock_.now();
+   const double nextHello = now + holdtimeOf( hello ) / hellosInHoldtime;
+   neighbors_[from].expiry->resume( *until > now ? std::max( *until, nextHello )
+                                                 : *until );
+}
+
 void Neighbors::forget( const Vantu::IpGenAddr& address ) {
    if ( neighbors_.erase( address ) == 0 ) return;
    observer_.lost( address );
@@ -57,13 +66,6 @@ void Neighbors::forget( const Vantu::IpGenAddr& address ) {
 
 bool Neighbors::has( const Vantu::IpGenAddr& address ) const {
    return neighbors_.count( address ) != 0;
-}
-
-std::map<Vantu::IpGenAddr, PimHello> Neighbors::hellos() const {
-   std::map<Vantu::IpGenAddr, PimHello> out;
-   for ( const auto& [address, neighbor] : neighbors_ )
-      out[address] = neighbor.hello;
-   return out;
 }
 
 bool Neighbors::iAmDr() const {

@@ -23,7 +23,8 @@ struct NeighborsObserver {
 class Neighbors {
  public:
    static constexpr size_t maxNeighbors = 1024;
-   static constexpr double defaultHoldtime = 105.0;    // s; 3.5 hellos
+   static constexpr double defaultHoldtime = 105.0;  // s
+   static constexpr double hellosInHoldtime = 3.5;
    static constexpr double propagationDelay = 0.5;     // s; of this router
    static constexpr double overrideIntervalOwn = 2.5;  // s; of this router
 
@@ -37,10 +38,18 @@ class Neighbors {
    // too many others.
    bool receiveHello( const Vantu::IpGenAddr& from, const PimHello& hello );
 
+   // Who said hello to a former process, until when it holds; nothing: not known, the
+   // default hold time from now on. Its next hello comes within its hello period.
+   void adopt( const Vantu::IpGenAddr& from, const PimHello& hello,
+               std::optional<double> until );
+
+   struct Neighbor {
+      PimHello hello;  // the last
+      std::unique_ptr<Timer> expiry;
+   };
+   const std::map<Vantu::IpGenAddr, Neighbor>& all() const { return neighbors_; }
    bool has( const Vantu::IpGenAddr& address ) const;
    size_t size() const { return neighbors_.size(); }
-   // The last hello of each.
-   std::map<Vantu::IpGenAddr, PimHello> hellos() const;
 
    // RFC 7761, 4.3.2: highest priority, then highest address; addresses alone when
    // some neighbour has no priority option.
@@ -53,11 +62,6 @@ class Neighbors {
    double prunePendingTime() const { return size() > 1 ? overrideInterval() : 0.0; }
 
  private:
-   struct Neighbor {
-      PimHello hello;
-      std::unique_ptr<Timer> expiry;
-   };
-
    void forget( const Vantu::IpGenAddr& address );
    bool everyNeighborDelays() const;
 

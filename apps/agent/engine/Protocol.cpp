@@ -39,7 +39,7 @@ Protocol::Protocol(
      topology_( config, kernelRoutes ),
      policy_( family, config ),
      routes_( model, clock, topology_, &policy_ ),
-     joinPrune_( routes_, clock, topology_, &policy_, counters ),
+     joinPrune_( routes_, clock, topology_, &policy_, counters, changed ),
      membership_( routes_, clock, &policy_, counters ),
      asserts_( routes_, clock, counters ),
      sources_( routes_, clock, topology_, counters ),
@@ -110,24 +110,31 @@ void Protocol::updateDr( IntfId intfId ) {
 }
 
 void Protocol::adoptNeighbor( IntfId intfId, const IpGenAddr& address,
-                              PimHello hello ) {
+                              const PimHello& hello, std::optional<double> until ) {
    auto link = links_.find( intfId );
    if ( link == links_.end() || contains( link->second.own, address ) ) return;
-   hello.holdtime.reset();
-   link->second.neighbors->receiveHello( address, hello );
+   link->second.neighbors->adopt( address, hello, until );
 }
 
-void Protocol::adopt() {
+void Protocol::adopt( const KeptTimers& kept ) {
    adopted_ = true;
    routes_.adopt();
-   joinPrune_.adopt();
+   joinPrune_.adopt( kept );
    membership_.adopt();
-   asserts_.adopt();
+   asserts_.adopt( kept );
    sources_.adopt();
    for ( IntfId intfId : routes_.intfs() ) {
       if ( links_.count( intfId ) == 0 ) endStates( intfId );
    }
    registering_.adopt();
+}
+
+Published::Downstream Protocol::timers(
+   const Routing::Pim::RouteIntfKey& key ) const {
+   Published::Downstream record{ key };
+   joinPrune_.tell( record );
+   asserts_.tell( record );
+   return record;
 }
 
 void Protocol::configChanged() {

@@ -39,12 +39,14 @@ class Protocol {
 
    const std::map<Vantu::IntfId, Link>& links() const { return links_; }
 
-   // A neighbour that a former process knew: lives for the default hold time from now on.
+   // As of Neighbors; unless it is this router itself.
    void adoptNeighbor( Vantu::IntfId intfId, const Vantu::IpGenAddr& address,
-                       PimHello hello );
+                       const PimHello& hello, std::optional<double> until );
 
    // Once, when the model has been reloaded: the engines take its states up.
-   void adopt();
+   void adopt( const KeptTimers& kept );
+   // What the next process is to know of a record's timers.
+   Published::Downstream timers( const Routing::Pim::RouteIntfKey& key ) const;
 
    // The configuration that was given says something else.
    void configChanged();

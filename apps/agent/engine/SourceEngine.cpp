@@ -44,7 +44,10 @@ void SourceEngine::receiveData( const RouteKey& key, Vantu::IntfId intfId,
 void SourceEngine::receiveMore( const RouteKey& key, double age ) {
    const double left = keepalivePeriod - age;
    auto found = keepalive_.find( key );
-   if ( found != keepalive_.end() ) return found->second->extend( left );
+   if ( found != keepalive_.end() ) {
+      found->second->extend( left );
+      return;
+   }
    Mox::Ptr<Routes::Route> route = routes_.find( key );
    if ( !( left > 0.0 ) || route == nullptr || route->wildCard() ) return;
    const Topology::Path path = topology_.pathTo( key.source );

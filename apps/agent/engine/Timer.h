@@ -16,10 +16,18 @@ class Timer : public Mox::Clock::Notifiee {
    // Seconds from now; infinity never expires. Replaces what was set.
    void start( double seconds ) { startUntil( clock()->now() + seconds ); }
    // As start(), unless that would bring the expiry forward (RFC 7761: "set to the
-   // maximum of its current value and the HoldTime").
-   void extend( double seconds ) {
+   // maximum of its current value and the HoldTime"). Did it start?
+   bool extend( double seconds ) {
       double until = clock()->now() + seconds;
-      if ( !running_ || wakeupTime() < until ) startUntil( until );
+      if ( running_ && wakeupTime() >= until ) return false;
+      startUntil( until );
+      return true;
+   }
+   // Goes on as a former process had set it. Of one that ended while nobody ran, what
+   // would have restarted it may have gone unheard: it gets a little time more.
+   void resume( double until ) {
+      const double now = clock()->now();
+      startUntil( until > now ? until : now + grace );
    }
    // Brings the expiry of a running timer forward, never back.
    void lower( double seconds ) {
@@ -27,6 +35,8 @@ class Timer : public Mox::Clock::Notifiee {
       if ( running_ && wakeupTime() > until ) startUntil( until );
    }
    bool running() const { return running_; }
+   // When it expires; 0 where it does not run.
+   double until() const { return running_ ? wakeupTime() : 0.0; }
    // Seconds until the expiry; 0 where it does not run.
    double left() const { return running_ ? wakeupTime() - clock()->now() : 0.0; }
    void cancel() {
@@ -35,6 +45,7 @@ class Timer : public Mox::Clock::Notifiee {
    }
 
    static constexpr double never = Mox::Clock::never;
+   static constexpr double grace = 5.0;  // s
 
  private:
    void startUntil( double time ) {

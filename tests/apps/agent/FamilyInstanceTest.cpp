@@ -102,7 +102,7 @@ class Family : public testing::Test {
          if ( each.name == intfId( intf ) )
             body.upstreamNeighbor = each.addresses.front().address;
       }
-      body.holdtime = 210;
+      body.holdtime = holdtime;
       body.groups = {
          { addr( group ), 32, std::move( joins ), std::move( prunes ) } };
       receive( intf, "192.0.2.9", pim( body ) );
@@ -119,6 +119,13 @@ class Family : public testing::Test {
       packet.source = addr( sender );
       packet.destination = addr( destination );
       family->receive( intfId( intf ), packet, message );
+   }
+   Mox::Ptr<Published::FamilyStatus> published() {
+      return Published::FamilyStatus::mount(
+         manager,
+         Published::FamilyStatus::mountPath( family->family(),
+                                             family->config().name ),
+         Brane::tableWriter );
    }
    void pass( double seconds ) {
       real.runUntil( real.now() + seconds );
@@ -144,6 +151,7 @@ class Family : public testing::Test {
    }
 
    Mox::Test::TempRoot root;
+   uint16_t holdtime = 210;  // of what is joined and pruned
    // A keepalive period has not passed since the boot.
    Mox::TestClock real{ 100.0 };
    AgentClock clock{ real };
@@ -223,10 +231,17 @@ TEST_F( Family, TheTablesHoldWhatStandsInTheModel ) {
    join( "eth1" );
    expectPublished( "a join" );
    real.advance( 30 );
+   struct Writes : Published::FamilyStatus::NotifieeConst {
+      using NotifieeConst::onDownstream;
+      void onDownstream( const Routing::Pim::RouteIntfKey& ) override { ++count; }
+      int count = 0;
+   } writes;
+   writes.notifierIs( published().get() );
    join( "eth1" );
    EXPECT_EQ( route()->routeIntf( intfId( "eth1" ) )->lastJoinReceived(),
               real.now() );
    expectPublished( "its refresh" );
+   EXPECT_EQ( writes.count, 0 ) << "its timers are as long as before";
    join( "eth1", kGroup, "192.0.2.77" );
    expectPublished( "a join of a source that comes in by the shared tree, too" );
    pruneRpt( "eth1", "192.0.2.78" );
@@ -239,6 +254,10 @@ TEST_F( Family, TheTablesHoldWhatStandsInTheModel ) {
    real.runPass();
    expectPublished( "the end of all joins" );
    EXPECT_EQ( family->model().route().size(), 0u );
+   EXPECT_EQ( published()->downstream().size(), 0u );
+   published()->downstreamIs( { { wcKey( kGroup ), intfId( "eth1" ) }, 210 } );
+   adopted();
+   EXPECT_EQ( published()->downstream().size(), 0u ) << "no state goes with it";
 }
 
 // Changes beyond what forwarding follows in time: the tables follow late, not never.
@@ -262,9 +281,7 @@ TEST_F( Family, RetiringRemovesTheTables ) {
    for ( const std::string& file : { family->tables().name() + "/route",
                                      family->registers().name() + "/registerOif",
                                      family->advertised().name() + "/coll",
-                                     Published::FamilyStatus::mountPath(
-                                        family->family(), family->config().name ) +
-                                        "/interface" } )
+                                     published()->name() + "/interface" } )
       files.push_back( root.path() + "/" + file );
    for ( const auto& file : files ) EXPECT_TRUE( std::filesystem::exists( file ) );
    family->retire();
@@ -299,7 +316,7 @@ TEST_F( Family, RegistersAndAdvertisesAsTheConfigurationSays ) {
 TEST_F( Family, NeighborsAreKnownAfterARestart ) {
    adopted();
    PimHello hello;
-   hello.holdtime = 0xffff;
+   hello.holdtime = 350;
    hello.drPriority = 7;
    hello.generationId = 0;
    hello.lanPruneDelay = LanPruneDelay{ true, 100, 4000 };
@@ -316,13 +333,31 @@ TEST_F( Family, NeighborsAreKnownAfterARestart ) {
       EXPECT_FALSE( dr( "eth1" ) );
       EXPECT_TRUE( dr( "eth2" ) );
       untilAdopted();
+      pass( 170 );
    }
-   pass( 104 );
-   EXPECT_FALSE( dr( "eth1" ) );
-   pass( 2 );
-   EXPECT_TRUE( dr( "eth1" ) ) << "nobody said hello since";
+   // What is left of its hold time, but no less than the time to its next hello.
+   auto expectGoneAfter = [&]( double seconds ) {
+      pass( seconds - 1 );
+      EXPECT_FALSE( dr( "eth1" ) );
+      pass( 2 );
+      EXPECT_TRUE( dr( "eth1" ) ) << "nobody said hello since";
+   };
+   adopted();
+   expectGoneAfter( 100 );
    start();
    EXPECT_TRUE( dr( "eth1" ) ) << "who has gone does not come back";
+   untilAdopted();
+   hello.drPriority = 7;
+   receive( "eth1", "198.51.100.0", pim( hello ) );
+   family->handleTurnEnd();
+   family.reset();
+   real.advance( 351 );
+   adopted();
+   expectGoneAfter( 5 );
+   receive( "eth1", "198.51.100.0", pim( hello ) );
+   family->handleTurnEnd();
+   start( with( "198.51.100.1/24", "198.51.100.0/24" ) );
+   EXPECT_TRUE( dr( "eth1" ) ) << "it is this router now";
 }
 
 // What the configuration says otherwise.
@@ -359,11 +394,15 @@ class Scripts : public Family {
          out = with( kChanges.at( name ).first, kChanges.at( name ).second, out );
       return out;
    }
-   // "config plain", "restart plain"; "start" and "adopt" are the halves of a restart.
+   // "config plain", "restart plain", "hold 30"; "others eth1" are two neighbours; "start" and "adopt" are the halves of a restart.
    void act( const ScriptWords& words ) {
       const std::string& event = words[0];
       if ( event == "config" ) return configIs( config( words[1] ) );
       if ( event == "restart" ) return adopted( config( words[1] ) );
+      if ( event == "hold" ) {
+         holdtime = static_cast<uint16_t>( std::stoul( words[1] ) );
+         return;
+      }
       if ( event == "adopt" ) return family->adopt();
       if ( event == "start" ) {
          start();
@@ -402,6 +441,8 @@ class Scripts : public Family {
       const char* group = ofGroup ? words[2].c_str() : kGroup;
       if ( event == "join" ) hearJoin( intf, group, from );
       if ( event == "prune" ) pruneRpt( intf, from );
+      for ( const char* other : { "198.51.100.8", "198.51.100.9" } )
+         if ( event == "others" ) receive( intf, other, pim( PimHello() ) );
       MembershipReport report;
       report.records = { { isExclude, addr( group ), {} } };
       if ( event == "member" )
@@ -468,7 +509,26 @@ const ScriptRow kRows[] = {
      "0 *233.252.0.2@eth0 eth1; *@eth0 [eth0] eth1, 1 *@eth0 [eth0], 210 none" },
    { "0 join eth1, 0 join eth0, 0 join eth1 233.252.0.2, 1 restart no-eth1",
      "0 *@eth0 eth1, 0 *@eth0 [eth0] eth1, "
-     "0 *233.252.0.2@eth0 eth1; *@eth0 [eth0] eth1, 1 *@eth0 [eth0], 211 none" },
+     "0 *233.252.0.2@eth0 eth1; *@eth0 [eth0] eth1, 1 *@eth0 [eth0], 210 none" },
+   // What a join or prune said of its time holds over a restart; a time that ran out
+   // while no agent ran is a little longer.
+   { "0 hold 3600, 0 join eth1, 300 restart plain", "0 *@eth0 eth1, 3600 none" },
+   { "0 hold 65535, 0 join eth1, 9 restart plain, 90000 prune eth1",
+     "0 *@eth0 eth1, 90000 none" },
+   { "0 hold 30, 0 join eth1, 0 hold 300, 0 join eth1, 9 restart plain, 9 hold 20, "
+     "99 join eth1, 100 restart plain",
+     "0 *@eth0 eth1, 300 none" },
+   { "0 hold 30, 0 join eth1, 9 start, 40 adopt, 41 restart plain",
+     "0 *@eth0 eth1, 45 none" },
+   { "0 hold 300, 0 others eth1, 0 join eth1, 10 prune eth1 X, 11 restart plain, "
+     "20 prune eth1, 21 restart plain",
+     "0 *@eth0 eth1, 10 *@eth0 eth1; X@eth0 eth1, 13 *@eth0 eth1; X@eth0 [eth1], "
+     "23 X@eth0 [eth1], 310 none" },
+   { "0 hold 210, 0 others eth1, 0 join eth1, 1 prune eth1, 2 join eth1, "
+     "3 restart plain",
+     "0 *@eth0 eth1, 212 none" },
+   { "0 others eth1, 0 join eth1, 1 prune eth1, 2 start, 9 adopt",
+     "0 *@eth0 eth1, 14 none" },
    // Source-specific groups get no shared tree: the default range, none, and a list.
    { "0 join eth1 232.1.1.1, 0 join eth1 232.1.1.1 X",
      "0 X232.1.1.1@eth0 spt eth1, 210 none" },
@@ -488,7 +548,7 @@ const ScriptRow kRows[] = {
    // route also where only the (*,G) record stands behind it.
    { "0 start, 0 join eth1, 1 adopt", "1 *@eth0 eth1, 211 none" },
    { "0 join eth1, 0 join eth2 X, 1 start, 2 adopt",
-     "0 *@eth0 eth1, 0 *@eth0 eth1; X@eth0 spt eth1 eth2, 212 none" },
+     "0 *@eth0 eth1, 0 *@eth0 eth1; X@eth0 spt eth1 eth2, 210 none" },
    // What hosts and other routers say, and a reload of it.
    { "0 member eth1, 0 join eth2 X, 1 assert eth1 X, 2 join eth1 X, "
      "3 assert eth1",
@@ -499,7 +559,7 @@ const ScriptRow kRows[] = {
      "183 *@eth0 eth1; X@eth0 spt eth1 eth2, "
      "210 *@eth0 eth1; X@eth0 spt eth1, 212 *@eth0 eth1, 260 none" },
    { "0 member eth1, 1 assert eth1, 2 restart plain",
-     "0 *@eth0 eth1, 1 *@eth0 [eth1 lost], 182 *@eth0 eth1, 262 none" },
+     "0 *@eth0 eth1, 1 *@eth0 [eth1 lost], 181 *@eth0 eth1, 262 none" },
    // A source on a link is known from the packets that the forwarding process tells of.
    { "0 join eth2, 0 up A eth1, 200 packets A 5",
      "0 *@eth0 eth2, 0 *@eth0 eth2; A@eth1 sends spt eth2, "

@@ -280,8 +280,8 @@ TEST( JoinPrune, FillsInWhatTheRouteIs ) {
    EXPECT_TRUE( router.route( "S1", "G1" ).rpTree() && !sg.spTree() );
 }
 
-// What a former agent left pending counts as joined or pruned: nothing tells when its
-// timer would have ended. The configuration may have changed while no agent ran.
+// A prune whose pending time is not known counts for nothing, for nothing must stop
+// forwarding by a restart. The configuration may have changed while no agent ran.
 TEST( JoinPrune, TakesUpWhatWasReloaded ) {
    Router router;
    Vrf vrf( router.model );
@@ -292,6 +292,7 @@ TEST( JoinPrune, TakesUpWhatWasReloaded ) {
    auto pruned = vrf.sg( "192.0.2.8", "233.252.0.1" );
    pruned.intf( "eth1" ).rptState( Intf::rptPrunePendingTemp );
    pruned.intf( "eth2" ).rptState( Intf::rptPrunePending );
+   pruned.intf( "eth2" )->lastRptPruneReceivedIs( router.clock.now() - 1 );
    // Learned from a join: the tables do not hold its RP, its path stays.
    vrf.wc( "239.1.1.1" ).rpTree().rpf( "eth2" ).intf( "eth1" ).joined();
    // A process that dies between two writes leaves records without state, and
@@ -301,15 +302,27 @@ TEST( JoinPrune, TakesUpWhatWasReloaded ) {
    vrf.sg( "192.0.2.8", "233.252.0.2" ).spTree().intf( "eth1" );
    vrf.sg( "192.0.2.8", "233.252.0.2" ).intf( "eth2" ).joined();
    router.routes.adopt();
-   router.engine.adopt();
-   EXPECT_EQ(
-      router.state(),
-      "* 239.1.1.1 in; * in; S1 in eth2 out; S2 G2 eth2 in; S2 out eth2 out" );
+   router.engine.adopt( [&]( const auto& key ) {
+      Published::Downstream kept{ key };
+      if ( key == Routing::Pim::RouteIntfKey{ pruned->key(), intfId( "eth2" ) } ) {
+         kept.rptHoldtime = 51;
+         kept.rptPendingUntil = router.clock.now() + 2;
+      }
+      return kept;
+   } );
+   EXPECT_EQ( router.state(),
+              "* 239.1.1.1 in; * in; S1 in eth2 out; "
+              "S2 G2 eth2 in; S2 bare eth2 out?" );
    EXPECT_EQ( sg.intf( "eth1" )->lastJoinReceived(), 77 ) << "none was received";
    EXPECT_EQ( router.route( "S1", "G1" ).rpf(), rpfBy( "eth0" ) );
    EXPECT_EQ( router.route( "*", "G1" ).umh()->rp(), address( "*" ) );
    EXPECT_EQ( router.route( "*", "239.1.1.1" ).rpf(), rpfBy( "eth2" ) );
-   EXPECT_EQ( router.play( "100 @210 G1 +* -S2=R" ), "210 * in; S2 out, 310 -" );
+   EXPECT_EQ( router.play( "100 @210 G1 +* -S2=R" ),
+              "2 * 239.1.1.1 in; * in; S1 in eth2 out; S2 G2 eth2 in; "
+              "S2 bare eth2 out, "
+              "50 * 239.1.1.1 in; * in; S1 in eth2 out; S2 G2 eth2 in, "
+              "100 * 239.1.1.1 in; * in; S1 in eth2 out; S2 G2 eth2 in; S2 out, "
+              "210 * in; S2 out, 310 -" );
 }
 
 }

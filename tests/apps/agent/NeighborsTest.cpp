@@ -44,7 +44,7 @@ struct Link {
    // "2 3 wait 3 dr": neighbours, how long a prune waits, is this router the DR?
    void look() {
       told.clear();
-      for ( const auto& [address, hello] : neighbors.hellos() )
+      for ( const auto& [address, neighbor] : neighbors.all() )
          told += std::to_string( address.bytes()[3] ) + ' ';
       if ( neighbors.prunePendingTime() > 0 )
          told += fmt::format( "wait {:g} ", neighbors.prunePendingTime() );

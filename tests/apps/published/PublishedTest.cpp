@@ -73,10 +73,12 @@ TEST_F( Publishing, AMirrorFollowsTheInterfaces ) {
 }
 
 TEST_F( Publishing, WritesOnlyWhatHasChanged ) {
-   auto tables = FamilyStatus::mount( agentSide, path(), Brane::tableWriter );
+   auto tables = FamilyStatus::mount( agentSide, path(), Brane::tableWriter, 10 );
    class Counting : public FamilyStatus::NotifieeConst {
     public:
+      using NotifieeConst::onDownstream;
       using NotifieeConst::onSetting;
+      void onDownstream( const Routing::Pim::RouteIntfKey& ) override { ++changes; }
       void onSetting( const Text<32>& ) override { ++changes; }
       int changes = 0;
    } counting;
@@ -91,6 +93,12 @@ TEST_F( Publishing, WritesOnlyWhatHasChanged ) {
    publishSettings( *tables, { hello } );
    EXPECT_EQ( counting.changes, 4 );
    EXPECT_EQ( tables->setting().size(), 1u );
+   Downstream timers{ { { {}, addr( "239.1.2.3" ) }, intfId( "eth0" ) }, 210 };
+   publishDownstream( *tables, timers );
+   publishDownstream( *tables, timers );
+   EXPECT_EQ( counting.changes, 5 );
+   publishDownstream( *tables, { timers.key } );
+   EXPECT_EQ( tables->downstream().size(), 0u );
    publishRps( *tables, { { { addr( "239.0.0.0" ), 8 }, addr( "192.0.2.9" ) } } );
    Rp found;
    EXPECT_EQ( tables->rp().find( { addr( "239.0.0.0" ), 8 }, found ),

@@ -73,7 +73,7 @@ class ShownRouter {
          ipv4.manager,
          ::Published::FamilyStatus::mountPath( Vantu::AddressFamily::ipv4,
                                                L3::VrfName( "default" ) ),
-         ::Brane::tableWriter );
+         ::Brane::tableWriter, 100 );
       auto intf = [&]( const char* name, const char* address, bool dr,
                        uint32_t neighbors ) {
          agent->interfaceIs( { SmTest::intfId( name ), SmTest::addr( address ), 24,

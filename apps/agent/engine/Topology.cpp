@@ -25,7 +25,8 @@ Topology::Path Topology::configuredPath( const RpfRouteConfig& route,
 Topology::Path Topology::pathTo( const IpGenAddr& address ) const {
    Path best;
    int bestLength = -1;
-   if ( isOwn( config_, address ) ) return best;
+   // Groups without an RP ask for the unspecified address, and a default route has it.
+   if ( address.isUnspecified() || isOwn( config_, address ) ) return best;
    auto offers = [&]( const Vantu::IpGenPrefix& prefix ) {
       int length = static_cast<int>( prefix.length() );
       if ( length <= bestLength || !prefix.contains( address ) ) return false;

@@ -24,7 +24,7 @@ class Topology {
    };
    // By the longest prefix; the connected subnets count, with preference 0. Of equal
    // prefixes a subnet comes first, then a configured route. The router's own
-   // addresses have no path.
+   // addresses have no path, nor has the unspecified one.
    Path pathTo( const Vantu::IpGenAddr& address ) const;
 
    // The RP configured for the group, by the longest group range, the first of

@@ -30,7 +30,8 @@ TEST( KernelRib, TheLongestPrefixAndThenTheLowestMetricWins ) {
    EXPECT_FALSE( KernelRib().find( addr( "192.0.2.1" ) ).has_value() );
 }
 
-// Subnets come before routes of their length, own addresses lead nowhere.
+// Subnets come before routes of their length; own addresses lead nowhere, nor does the
+// unspecified one, though a default route matches it.
 TEST( Topology, TheLongestPrefixWins ) {
    const VrfConfig config =
       parseConfig(
@@ -44,7 +45,8 @@ TEST( Topology, TheLongestPrefixWins ) {
          "     backup: {interface: eth1, neighbor: 192.0.2.7, metric: 7}}\n"
          "  rps:\n"
          "  - {address: 10.0.0.2, groups: [239.1.0.0/16]}\n"
-         "  - {address: 10.0.0.3, groups: [239.0.0.0/8]}\n",
+         "  - {address: 10.0.0.3, groups: [239.0.0.0/8]}\n"
+         "  - {address: 10.0.0.4, groups: [239.0.0.0/8]}\n",
          "test" )
          .vrfs[0];
    Topology topology( config );
@@ -59,6 +61,7 @@ TEST( Topology, TheLongestPrefixWins ) {
    EXPECT_EQ( topology.pathTo( addr( "203.0.113.1" ) ).backup,
               rpfBy( "eth1", "192.0.2.7", 1, 7 ) );
    EXPECT_EQ( topology.pathTo( addr( "192.0.2.1" ) ).rpf, Routing::Pim::Rpf() );
+   EXPECT_EQ( topology.pathTo( addr( "0.0.0.0" ) ).rpf, Routing::Pim::Rpf() );
    EXPECT_EQ( topology.rpOf( addr( "239.1.1.1" ) ), addr( "10.0.0.2" ) );
    EXPECT_EQ( topology.rpOf( addr( "239.2.1.1" ) ), addr( "10.0.0.3" ) );
    EXPECT_TRUE( topology.rpOf( addr( "233.252.0.1" ) ).isUnspecified() );

@@ -60,6 +60,8 @@ RouteBraneReaderSm::RouteBraneReaderSm( ModelStatusMutablePtr status,
      moxStatus_( std::make_unique<MoxStatus>( *this ) ),
      moxBraneStatus_( std::make_unique<MoxBraneStatus>( *this ) ),
      strays_( std::make_unique<StrayIntfs>( *braneStatus_ ) ) {
+   for ( const SparseMode::Route& route : std::as_const( *status_ ).route() )
+      counted_.insert( route.key() );
    handleInitialized();
 }
 
@@ -144,7 +146,9 @@ void RouteBraneReaderSm::handleRoute( const RouteKey& key ) {
       return;
    }
    if ( counted_.erase( key ) == 0 ) return;
-   wildcard ? model.wcRoutesDec( 1 ) : model.sgRoutesDec( 1 );
+   // Nobody may have counted what stood before there was a reader.
+   const uint32_t count = wildcard ? model.wcRoutes() : model.sgRoutes();
+   if ( count > 0 ) wildcard ? model.wcRoutesDec( 1 ) : model.sgRoutesDec( 1 );
    Mox::Ptr<Source> source = model.source( key.source );
    if ( source == nullptr ) return;
    source->sourceGroupDel( key.group );

@@ -4,8 +4,8 @@
 //   writes   the model: routes, interfaces, sources, sgRoutes and wcRoutes
 //   wakes    with each notification, at once; it has no timer
 //   ignores  what the tables hold when it is created: RouteBraneRestartSm loads
-//            that. Create this one first, on an empty model; only so do the counters
-//            stay right.
+//            that. Create this one first, on an empty model; only so are all routes
+//            counted. One that takes the place of another goes on with its counts.
 //
 // An interface record without a route is ignored but noted, and taken up when its
 // route appears: no order is promised between the tables. A record that cannot be
@@ -63,7 +63,7 @@ class PIMSM_API RouteBraneReaderSm : public Mox::Entity {
    std::unique_ptr<MoxStatus> moxStatus_;
    std::unique_ptr<MoxBraneStatus> moxBraneStatus_;
    std::unique_ptr<StrayIntfs> strays_;
-   std::unordered_set<RouteKey> counted_;  // in wcRoutes or sgRoutes
+   std::unordered_set<RouteKey> counted_;  // in wcRoutes or sgRoutes, by whomever
 };
 
 PIMSM_API Mox::Ptr<RouteBraneReaderSm> routeBraneReaderSmFactory(

@@ -209,9 +209,11 @@ TEST_F( RouteReader, KeepsTheFastRerouteRecordWhileThereIsAPath ) {
       EXPECT_TRUE( former->frr() );
       EXPECT_EQ( former->route(), seen() );
    }
+   side.model->route( kKey )->umhDel();
    tables().routeIs( Brane::Route( kKey ) );
    deliver();
    EXPECT_EQ( seen()->umhFrr(), nullptr );
+   EXPECT_EQ( seen()->umh()->route(), seen() ) << "one that was made anew";
 }
 
 TEST_F( RouteReader, CountsRoutesAndKeepsSources ) {
@@ -233,9 +235,21 @@ TEST_F( RouteReader, CountsRoutesAndKeepsSources ) {
    }
    tables().routeDel( other );
    expect( 1, 2, 3, 1 );
+   // Another reader takes its place.
+   side.reader = nullptr;
+   side.reader = Brane::routeBraneReaderSmFactory( side.model, side.tables );
+   side.model->wcRoutesIs( 0 );
    tables().routeDel( kKey );
    tables().routeDel( wildcards[1] );
-   expect( 0, 1, 1, 0 );
+   expect( 0, 0, 1, 0 );
+
+   // An observer may remove what is counted just now.
+   StatusRecorder remover( side.model.get() );
+   remover.inside = [&]( const Mox::String& what ) {
+      if ( what == "sgRoutes" ) side.model->routeDel( kKey );
+   };
+   tables().routeIs( Brane::Route( kKey ) );
+   expect( 0, 0, 1, 0 );
 }
 
 // Somebody else may keep the sources as well, and hear of each route first.

@@ -171,6 +171,7 @@ TEST_F( Forwarding, UpstreamStatesFollowTheMacros ) {
 TEST_F( Forwarding, FastForwardsWhereThereIsABackupPath ) {
    sg().intf( "eth1" ).joined();
    sg().intf( "eth2" ).joined();
+   sg().intf( "eth9" ).joined();
    auto fast = [&]( const char* intf ) {
       review();
       return sg()->routeIntf( intfId( intf ) )->fastForward();
@@ -184,6 +185,7 @@ TEST_F( Forwarding, FastForwardsWhereThereIsABackupPath ) {
    EXPECT_TRUE( fast( "eth1" ) );
    EXPECT_FALSE( fast( "eth2" ) );
    EXPECT_TRUE( sg()->routeIntf( intfId( "eth2" ) )->forward() );
+   EXPECT_TRUE( fast( "eth9" ) ) << "traffic does not come in there then";
    sg()->umhFrrDel();
    EXPECT_FALSE( fast( "eth1" ) );
 

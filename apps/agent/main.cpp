@@ -6,6 +6,7 @@
 
 #include "apps/agent/Agent.h"
 #include "apps/agent/config/ConfigReader.h"
+#include "platform/loop/Service.h"
 #include "platform/loop/SignalWatcher.h"
 #include "platform/shm/Error.h"
 #include "platform/trace/Sinks.h"
@@ -140,6 +141,7 @@ int run( const Arguments& arguments ) {
 }
 
 int main( int argc, char** argv ) {
+   Mox::startService( { SIGHUP, SIGTERM, SIGINT } );
    if ( Mox::journalHasStandardError() ) Mox::traceSinkIs( Mox::journalSink() );
    CLI::App app(
       "The Pimsm reference agent: keeps PIM sparse-mode state from packets "

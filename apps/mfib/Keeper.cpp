@@ -123,9 +123,11 @@ void Keeper::spawn() {
 
 // One thread only: whatever is safe before the fork is safe here.
 void Keeper::becomeProgram() {
-   sigset_t none;
-   sigemptyset( &none );
-   sigprocmask( SIG_SETMASK, &none, nullptr );
+   // The others wait until the program takes them up.
+   sigset_t own;
+   sigemptyset( &own );
+   sigaddset( &own, SIGCHLD );
+   sigprocmask( SIG_UNBLOCK, &own, nullptr );
    // Out of the way first: a socket may stand where another is to go.
    std::vector<int> copies;
    std::string names;

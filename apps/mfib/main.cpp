@@ -8,6 +8,7 @@
 #include "apps/agent/config/ConfigReader.h"
 #include "apps/mfib/Daemon.h"
 #include "apps/mfib/Keeper.h"
+#include "platform/loop/Service.h"
 #include "platform/loop/SignalWatcher.h"
 #include "platform/trace/Sinks.h"
 
@@ -91,6 +92,7 @@ int keep( int argc, char** argv ) {
 }
 
 int main( int argc, char** argv ) {
+   Mox::startService( { SIGHUP, SIGTERM, SIGINT } );
    if ( Mox::journalHasStandardError() ) Mox::traceSinkIs( Mox::journalSink() );
    CLI::App app(
       "Forwards multicast: programs the kernel's multicast routing tables from the "

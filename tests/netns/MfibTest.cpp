@@ -190,6 +190,7 @@ TEST_P( MfibForwards, WithoutAnyCapability ) {
    forwarder->program().signal( SIGHUP );
    ASSERT_TRUE( forwarder->program().untilErr( "took up" ) );
    ASSERT_TRUE( forwarder->program().untilErr( "no interface r3 yet" ) );
+   forwarder->program().closeErr();  // nobody need read what it says
    routes.route( host( 0 ), group( 1 ), "r0", { "r1", "r3" } );
    Receiver left = receiver( 1, group( 1 ) );
    Sender stream = sender( 0, group( 1 ) );
@@ -248,6 +249,13 @@ TEST_P( MfibForwards, ThroughItsOwnDeathsWithAKeptSocket ) {
       << forwarder->program().err();
    RecordProperty( "packets", std::to_string( left.received().size() ) );
 
+   // Nobody need read what it says.
+   forwarder->program().closeErr();
+   kill( child, SIGKILL );
+   EXPECT_TRUE( eventually( [&] {
+      pid_t next = childOf( forwarder->program().pid() );
+      return next != 0 && next != child && isPowerless( next );
+   } ) );
    // The keeper ends with its child, and the kernel's table with both.
    forwarder->program().signal( SIGTERM );
    EXPECT_EQ( forwarder->program().wait(), 0 );

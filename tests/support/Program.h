@@ -18,6 +18,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace Mox::Test {
@@ -47,6 +48,12 @@ class Program {
    // What it has said so far.
    const std::string& out() const { return out_.text; }
    const std::string& err() const { return err_.text; }
+
+   // Nobody reads any more what it says.
+   void closeErr() {
+      close( std::exchange( err_.reader, -1 ) );
+      err_.open = false;
+   }
 
    void signal( int number ) const { kill( pid_, number ); }
 

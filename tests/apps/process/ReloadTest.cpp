@@ -1,6 +1,8 @@
 // SIGHUP: the configuration is read again while the agent runs.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
 
 #include "tests/apps/process/Site.h"
@@ -63,6 +65,41 @@ TEST_F( Reload, VrfsComeAndGoWithTheirTables ) {
    EXPECT_EQ( statusOf( "green" ), 3 );
    EXPECT_FALSE( std::filesystem::exists(
       site.root() + "/routing6/pim/sparsemode/status/green" ) );
+}
+
+// One that comes while the agent starts, here while it waits for its configuration.
+TEST_F( Reload, SignalsWaitForTheAgent ) {
+   for ( int signal : { SIGHUP, SIGTERM } ) {
+      std::filesystem::remove( path );
+      ASSERT_EQ( mkfifo( path.c_str(), 0600 ), 0 );
+      Program agent( command() );
+      std::ofstream first( path );  // opened when it reads
+      first << "vrfs:\n" + vrf( "red", "192.0.2.1/24" ) << std::flush;
+      std::filesystem::remove( path );
+      write( "vrfs:\n" + vrf( "green", "192.0.3.1/24" ) );
+      agent.signal( signal );
+      first.close();
+      if ( signal == SIGHUP ) {
+         ASSERT_TRUE( agent.untilErr( "took up" ) ) << agent.err();
+         EXPECT_EQ( statusOf( "green" ), 0 );
+         agent.signal( SIGTERM );
+      }
+      EXPECT_EQ( agent.wait(), 0 ) << agent.err();
+   }
+}
+
+TEST_F( Reload, NobodyNeedReadWhatTheAgentSays ) {
+   write( "vrfs:\n" + vrf( "red", "192.0.2.1/24" ) );
+   Program agent( command() );
+   ASSERT_TRUE( agent.untilErr( "replayed" ) ) << agent.err();
+   agent.closeErr();
+   write( "vrfs:\n" + vrf( "green", "192.0.3.1/24" ) );
+   agent.signal( SIGHUP );
+   const auto end = std::chrono::steady_clock::now() + Program::deadline;
+   while ( statusOf( "green" ) == 3 && std::chrono::steady_clock::now() < end )
+      continue;
+   agent.signal( SIGTERM );
+   EXPECT_EQ( agent.wait(), 0 );
 }
 
 // Of two new VRFs the second finds a file in its tables' way.

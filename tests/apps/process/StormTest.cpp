@@ -2,10 +2,13 @@
 // work, under readers that check all they hear of.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iostream>
+#include <limits>
 #include <optional>
 #include <thread>
 
+#include "apps/published/Status.h"
 #include "export/Status.h"
 #include "platform/loop/TestClock.h"
 #include "platform/mount/EntityManager.h"
@@ -16,6 +19,12 @@ namespace Agent::Storm {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using Timers = std::map<RouteIntfKey, Published::Downstream>;
+
+// As the tables count it.
+double now() {
+   return std::chrono::duration<double>( Clock::now().time_since_epoch() ).count();
+}
 
 // What both families' tables hold.
 struct Content {
@@ -75,6 +84,45 @@ struct Content {
       }
       return out;
    }
+   // When its join runs out by what the last one said.
+   double joinEndOf( const RouteIntfKey& key ) const {
+      auto found = intfs.find( key );
+      const unsigned holdtime = holdtimeOf( numberOf( key.routeKey ) );
+      if ( found == intfs.end() || holdtime == 0xffff ||
+           found->second.joinState == Sm::Intf::noInfo )
+         return std::numeric_limits<double>::infinity();
+      return found->second.lastJoinReceived + holdtime;
+   }
+   // When the interface stops forwarding by what the messages said. The timers are no
+   // older than the states.
+   double endOf( const RouteIntfKey& key, const Timers& timers ) const {
+      double end = joinEndOf( key );
+      if ( auto kept = timers.find( key ); kept != timers.end() ) {
+         const Published::Downstream& timer = kept->second;
+         if ( timer.prunePendingUntil != 0.0 )
+            end = std::min( end, timer.prunePendingUntil );
+         if ( timer.rptHoldtime != 0.0 )
+            end = std::min( end, timer.rptPendingUntil );
+      }
+      const RouteIntfKey shared = sharedOf( key );
+      return shared == key ? end : std::min( end, endOf( shared, timers ) );
+   }
+   static RouteIntfKey sharedOf( const RouteIntfKey& key ) {
+      const Vantu::IpGenAddr& group = key.routeKey.group;
+      return { { Vantu::IpGenAddr::unspecified( group.family() ), group },
+               key.intfId };
+   }
+   bool joined( const RouteIntfKey& key ) const {
+      auto found = intfs.find( key );
+      return routes.count( key.routeKey ) != 0 && found != intfs.end() &&
+             found->second.joinState != Sm::Intf::noInfo;
+   }
+   // Without a route of its own the source's traffic takes the group's.
+   bool forwards( const RouteIntfKey& key ) const {
+      auto found =
+         intfs.find( routes.count( key.routeKey ) != 0 ? key : sharedOf( key ) );
+      return found != intfs.end() && found->second.forward;
+   }
    size_t routesOf( AddressFamily family ) const {
       size_t count = 0;
       for ( const auto& [key, record] : routes )
@@ -105,7 +153,21 @@ class RawTables {
             manager_,
             Sm::Brane::Status::mountPath( family, L3::VrfName( "default" ) ),
             ::Brane::tableReader, nullptr ) );
+         agent_.push_back( Published::FamilyStatus::mount(
+            manager_,
+            Published::FamilyStatus::mountPath( family, L3::VrfName( "default" ) ),
+            ::Brane::tableReader ) );
       }
+   }
+   Timers timers() const {
+      Timers out;
+      for ( const auto& tables : agent_ ) {
+         tables->downstream().visit( nullptr, [&]( const auto& record ) {
+            out.emplace( record.key, record );
+            return true;
+         } );
+      }
+      return out;
    }
    // Changes that the tables have seen.
    uint64_t changes() const {
@@ -141,6 +203,7 @@ class RawTables {
    Mox::TestClock clock_;
    Corvex::EntityManager manager_;
    std::vector<Mox::Ptr<Sm::Brane::Status>> tables_;
+   std::vector<Mox::Ptr<Published::FamilyStatus>> agent_;
 };
 
 class Storm : public testing::Test {
@@ -150,12 +213,18 @@ class Storm : public testing::Test {
    Storm() {
       std::cout << "PIMSM_SEED=" << seed << std::endl;
       config( 1000, 10000 );
+      feed( false );
+   }
+
+   void feed( bool timed ) {
+      read.clear();
       for ( unsigned interface : { 1, 2 } ) {
          std::string name = fmt::format( "eth{}", interface );
          read.push_back( "--read" );
-         read.push_back( name + '=' +
-                         writeFile( site.root() + '/' + name + ".pcap",
-                                    Link( interface, messages, seed ).file() ) );
+         read.push_back(
+            name + '=' +
+            writeFile( site.root() + '/' + name + ".pcap",
+                       Link( interface, messages, seed, timed ).file() ) );
       }
    }
 
@@ -264,6 +333,36 @@ class Storm : public testing::Test {
       kill( agent );
       return now;
    }
+   // What forwarded does, until its time is up. Returns how many there are.
+   unsigned expectForwarding( const Content& left, const Timers& timers,
+                              const Content& content, double at ) {
+      unsigned forwarding = 0;
+      for ( const auto& [key, intf] : left.intfs ) {
+         // What a kill left half removed has no join any more.
+         if ( !intf.forward || left.endOf( key, timers ) <= at ||
+              !( left.joined( key ) || left.joined( Content::sharedOf( key ) ) ) )
+            continue;
+         EXPECT_TRUE( content.forwards( key ) ) << intf;
+         ++forwarding;
+      }
+      return forwarding;
+   }
+   // Has all gone whose time ran out before, or is pending?
+   bool over( const Content& left, const Timers& timers ) const {
+      for ( const auto& [key, timer] : tables->timers() ) {
+         if ( timer.prunePendingUntil != 0.0 || timer.rptPendingUntil != 0.0 )
+            return false;
+         auto kept = timers.find( key );
+         auto intf = left.intfs.find( key );
+         if ( timer.joinHoldtime == 0.0 || kept == timers.end() ||
+              intf == left.intfs.end() )
+            continue;
+         const double held = kept->second.joinHoldtime;
+         if ( held != 0.0 && intf->second.lastJoinReceived + held < now() )
+            return false;
+      }
+      return true;
+   }
    void expectAllStand( const Content& content ) {
       for ( unsigned number = 0; number < standing; ++number ) {
          for ( bool ipv4 : { true, false } ) {
@@ -338,6 +437,41 @@ TEST_F( Storm, LosesNothingHoweverOftenTheAgentIsKilled ) {
              << " with a write half done, " << tables->changes()
              << " changes; the readers: " << std::endl;
    for ( auto& reader : readers ) std::cout << "   " << ask( *reader );
+}
+
+TEST_F( Storm, NoInterfaceStopsForwardingByAKill ) {
+   const unsigned wanted = std::getenv( "PIMSM_LONG" ) ? 200 : 12;
+   feed( true );
+   uint64_t changes = liveOnce();
+   unsigned forwarding = 0, pending = 0;
+   while ( !HasFailure() ) {
+      SCOPED_TRACE( fmt::format( "kill {}", kills ) );
+      const Content left = tables->content();
+      const Timers timers = tables->timers();
+      for ( const auto& [key, timer] : timers ) {
+         pending +=
+            timer.prunePendingUntil > now() || timer.rptPendingUntil > now();
+      }
+      Program next( quiet() );
+      ASSERT_TRUE( next.untilErr( "vrf default ipv6:" ) ) << next.err();
+      // In the end what ran out goes, and nothing else.
+      const bool last = kills + 2 >= wanted;
+      auto end = Clock::now() + Program::deadline;
+      while ( last && !over( left, timers ) && Clock::now() < end )
+         std::this_thread::yield();
+      EXPECT_LT( Clock::now(), end );
+      const Content content = tables->content();
+      forwarding += expectForwarding( left, timers, content, now() );
+      expectAllStand( content );
+      kill( next );
+      if ( last ) break;
+      Program agent( busy() );
+      killSomewhere( agent, changes );
+   }
+   EXPECT_GT( pending, 0U );
+   std::cout << kills << " agents killed, " << forwarding
+             << " interfaces seen forwarding on, " << pending
+             << " prunes pending\n";
 }
 
 TEST_F( Storm, KeepsEveryRouteWhenItsLimitsChange ) {

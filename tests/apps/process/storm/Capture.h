@@ -32,15 +32,17 @@ inline std::string configText( unsigned maxRoutes, unsigned maxRouteIntfs ) {
 }
 
 // A link with one downstream router, which joins what stands and then joins and
-// prunes the others at random, for ever.
+// prunes the others at random, for ever; or, `timed`, for all hold times, in the course
+// of five minutes, while another router may override its prunes.
 class Link {
  public:
-   Link( unsigned interface, unsigned messages, unsigned seed )
-      : interface_( interface ), random_( seed ) {
+   Link( unsigned interface, unsigned messages, unsigned seed, bool timed )
+      : interface_( interface ), random_( seed ), timed_( timed ) {
       file_.hex( "a1b2c3d4 0002 0004 00000000 00000000 0000ffff" ).u32( 1 );
       for ( bool ipv4 : { true, false } ) {
-         // Held for ever, and the router's only neighbour.
-         add( ipv4, 0, PacketBuilder().u16( 1 ).u16( 2 ).u16( 0xffff ) );
+         // Held for ever.
+         for ( unsigned host = 99; host > ( timed ? 97U : 98U ); --host )
+            add( ipv4, 0, PacketBuilder().u16( 1 ).u16( 2 ).u16( 0xffff ), host );
          for ( unsigned at = 0; at < standing; ) {
             std::vector<unsigned> numbers;
             while ( at < standing && numbers.size() < 10 )
@@ -50,8 +52,13 @@ class Link {
       }
       for ( unsigned i = 0; i < messages; ++i ) {
          std::vector<unsigned> numbers;
-         while ( numbers.size() < 10 )
-            numbers.push_back( standing + random_() % ( all - standing ) );
+         while ( numbers.size() < 10 ) {
+            unsigned number = standing + random_() % ( all - standing );
+            if ( !timed || numbers.empty() ||
+                 holdtimeOf( number ) == holdtimeOf( numbers.front() ) )
+               numbers.push_back( number );
+         }
+         if ( timed ) time_ += 300'000'000 / messages;
          joinPrune( i % 2 == 0, numbers );
       }
    }
@@ -65,22 +72,30 @@ class Link {
       for ( unsigned number : numbers ) {
          if ( !isOn( number, interface_ ) ) continue;
          bool join = number < standing || random_() % 2 == 0;
+         bool rpt = timed_ && number >= standing && isWildcard( number ) &&
+                    random_() % 2 == 0;
          ++count;
-         groups.group( groupOf( ipv4, number ).c_str() ).u16( join ).u16( !join );
+         groups.group( groupOf( ipv4, number ).c_str() );
+         groups.u16( join ).u16( !join + rpt );
          groups.source( sourceOf( ipv4, number ).c_str(),
                         isWildcard( number ) ? 7 : 4 );
+         if ( rpt ) groups.source( sourceOf( ipv4, number + 1 ).c_str(), 5 );
       }
       const char* own = !ipv4 ? ( interface_ == 1 ? "fe80::1" : "fe80::2" )
                         : interface_ == 1 ? "192.0.2.1"
                                           : "203.0.113.1";
-      body.unicast( own ).u8( 0 ).u8( count ).u16( 0xffff ).raw( groups );
+      const unsigned holdtime = timed_ ? holdtimeOf( numbers.front() ) : 0xffff;
+      body.unicast( own ).u8( 0 ).u8( count ).u16( holdtime ).raw( groups );
       add( ipv4, 3, body );
    }
 
-   void add( bool ipv4, unsigned type, const ByteVector& body ) {
-      const char* from = !ipv4             ? "fe80::99"
-                         : interface_ == 1 ? "192.0.2.99"
-                                           : "203.0.113.99";
+   void add( bool ipv4, unsigned type, const ByteVector& body,
+             unsigned host = 99 ) {
+      const std::string sender = ( !ipv4             ? "fe80::"
+                                   : interface_ == 1 ? "192.0.2."
+                                                     : "203.0.113." ) +
+                                 std::to_string( host );
+      const char* from = sender.c_str();
       const char* to = ipv4 ? "224.0.0.13" : "ff02::d";
       ByteVector pim = PacketBuilder().u8( 0x20 | type ).zeros( 3 ).raw( body );
       PacketBuilder summed;
@@ -102,7 +117,9 @@ class Link {
       }
       frame.addr( from ).addr( to ).raw( pim );
       auto size = static_cast<uint32_t>( frame.bytes().size() );
-      file_.u32( 1000 ).u32( time_++ ).u32( size ).u32( size ).raw( frame );
+      file_.u32( 1000 + time_ / 1'000'000 ).u32( time_ % 1'000'000 );
+      file_.u32( size ).u32( size ).raw( frame );
+      ++time_;
    }
 
    static unsigned folded( const ByteVector& bytes ) {
@@ -115,6 +132,7 @@ class Link {
 
    unsigned interface_;
    std::mt19937 random_;
+   bool timed_;
    uint32_t time_ = 0;  // us
    PacketBuilder file_;
 };

@@ -6,6 +6,9 @@
 //    every fourth              (*,G), the others (S,G)
 //    by number modulo 3        on eth1, on eth2, on both
 //    by its source's net k     neighbour and metric of the RPF
+//    by number / 4 modulo 4    how long a timed join or prune of the latter is held
+//
+// A timed link also prunes a source of net 1 from the shared trees that come and go.
 #pragma once
 
 #include <fmt/format.h>
@@ -55,12 +58,24 @@ inline RouteKey keyOf( bool ipv4, unsigned number ) {
    return { Vantu::IpGenAddr( sourceOf( ipv4, number ) ), group };
 }
 
+inline RouteKey rptKeyOf( bool ipv4, unsigned wildcard ) {
+   return { Vantu::IpGenAddr( sourceOf( ipv4, wildcard + 1 ) ),
+            Vantu::IpGenAddr( groupOf( ipv4, wildcard ) ) };
+}
+inline unsigned holdtimeOf( unsigned number ) {
+   constexpr unsigned kTimes[] = { 30, 210, 3600, 0xffff };
+   return number < standing ? 0xffff : kTimes[number / 4 % 4];
+}
+
 // The number that makes this key; `all` when none does.
 inline unsigned numberOf( const RouteKey& key ) {
    static const auto numbers = [] {
       std::map<RouteKey, unsigned> out;
       for ( unsigned number = 0; number < all; ++number ) {
-         for ( bool ipv4 : { true, false } ) out[keyOf( ipv4, number )] = number;
+         for ( bool ipv4 : { true, false } ) {
+            out[keyOf( ipv4, number )] = number;
+            if ( isWildcard( number ) ) out[rptKeyOf( ipv4, number )] = number;
+         }
       }
       return out;
    }();
@@ -74,7 +89,8 @@ inline bool isStanding( const RouteKey& key ) {
 inline bool keepsRule( const Sm::Brane::Route& record ) {
    unsigned number = numberOf( record.key );
    if ( number == all ) return false;
-   unsigned net = number % 4;
+   bool rpt = isWildcard( number ) && !record.key.source.isUnspecified();
+   unsigned net = rpt ? 1 : number % 4;
    bool ipv4 = record.key.group.family() == AddressFamily::ipv4;
    Routing::Pim::Rpf rpf{ Vantu::IntfId( "eth0" ),
                           Vantu::IpGenAddr( neighborOf( ipv4, net ) ),

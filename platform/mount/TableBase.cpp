@@ -124,6 +124,8 @@ void TableBase::tellAttached( const ::Brane::AttachReport& report ) {
 void TableBase::mountReader( Corvex::EntityManager& manager,
                              const Mox::String& path ) {
    reader_ = std::make_unique<::Brane::TableReader>( path, layout_ );
+   // Whoever mirrors what he reads would keep and pass on what never was.
+   reader_->verifyingIs( true );
    follower_ = std::make_unique<::Brane::TableFollower>( *reader_ );
    bell_ = manager.watch( path, *this );
 }

@@ -24,6 +24,10 @@ bool TableReader::writerAlive() const {
    return Brane::writerAlive( path() );
 }
 
+void TableReader::verifyingIs( bool verifying ) {
+   table_->verifyingIs( verifying );
+}
+
 Lookup TableReader::lookup( const void* key, void* out, Position* position ) const {
    return table_->lookup( key, out, position );
 }

@@ -46,7 +46,7 @@ class PIMSM_API TableReader {
       uint64_t verified = 0;  // records copied and found whole
       uint64_t retried = 0;   // copies that the writer overtook
       uint64_t busy = 0;
-      uint64_t damaged = 0;
+      uint64_t damaged = 0;  // records, each once
    };
 
    // Attaches if the table is there; a missing one is no error.
@@ -74,6 +74,11 @@ class PIMSM_API TableReader {
    // last one before, where poll() threw.
    LayoutError::Mismatch mismatch() const;
    bool writerAlive() const;
+
+   // Is each record, also one that a follower tells, judged by its checksum and place
+   // when it is read? Otherwise by what its index word and slot say of each other, and
+   // the rest is left to verify(). False at first. REQUIRES: no follower yet.
+   void verifyingIs( bool verifying );
 
    // Copies the key's record (recordSize bytes) to `out`; it is left unspecified
    // unless found. A standing key is never reported as absent: without a table the

@@ -55,7 +55,7 @@ void Mirror::load() {
    for ( Position p = 0; p < known_.positions(); ++p ) {
       if ( !isWord( p ) || !wordAt( p ) ) continue;
       auto copy = instance_->copy( p, record_.data() );
-      Lookup found = table_.count( copy, p );
+      Lookup found = table_.count( *instance_, copy, p, record_.data() );
       if ( found == lookupBusy ) again_.push_back( p );
       if ( found == lookupFound ) known_.keyIs( p, record_.data() );
       if ( found == lookupFound || found == lookupDamaged ) {
@@ -271,7 +271,7 @@ void Mirror::compare( Position position, uint64_t word, Teller& teller ) {
    if ( word == known_.word( position ) ) return;
    if ( !word ) return vanished( position, teller );
    auto copy = instance_->copy( position, record_.data() );
-   switch ( table_.count( copy, position ) ) {
+   switch ( table_.count( *instance_, copy, position, record_.data() ) ) {
       case lookupBusy:
          again_.push_back( position );
          return;

@@ -84,6 +84,7 @@ void ReaderTable::attach( Descriptor file ) {
    file_ = Descriptor();
    orphaned_ = false;
    if ( instance_ ) former_ = std::exchange( instance_, nullptr );
+   damaged_.clear();
    problem_.clear();
    try {
       adopt( file );
@@ -119,10 +120,17 @@ void ReaderTable::adopt( Descriptor& file ) {
 
 void ReaderTable::countFailed( const Instance::Copy& copy, Position position ) {
    if ( copy.result == lookupBusy ) ++counters_.busy;
-   if ( copy.result != lookupDamaged ) return;
-   ++counters_.damaged;
-   problem_ = placeText( files_.table, position, slotOf( copy.word ) ) +
-              ": index and slot contradict each other";
+   if ( copy.result == lookupDamaged )
+      damaged( copy, position, "index and slot contradict each other" );
+}
+
+Lookup ReaderTable::damaged( const Instance::Copy& copy, Position position,
+                             const char* what ) {
+   if ( std::exchange( damaged_[position], copy.word ) != copy.word )
+      ++counters_.damaged;
+   problem_ =
+      placeText( files_.table, position, slotOf( copy.word ) ) + ": " + what;
+   return lookupDamaged;
 }
 
 bool ReaderTable::isPosition( Position position ) const {
@@ -138,8 +146,8 @@ Lookup ReaderTable::withoutInstance() const {
 Lookup ReaderTable::lookup( const void* key, void* out, Position* position ) {
    if ( !instance_ ) return withoutInstance();
    Position at = noPosition;
-   Lookup result =
-      count( instance_->lookup( key, instance_->hashOf( key ), out, &at ), at );
+   auto copy = instance_->lookup( key, instance_->hashOf( key ), out, &at );
+   Lookup result = count( *instance_, copy, at, out );
    if ( position && result == lookupFound ) *position = at;
    return result;
 }
@@ -158,16 +166,15 @@ void ReaderTable::lookup( std::span<TableReader::LookupItem> items ) {
          instance_->fetchSlots( hashes[slots % linesAhead] );
       }
       Position at = noPosition;
-      items[i].result =
-         count( instance_->lookup( items[i].key, hashes[i % linesAhead],
-                                   items[i].out, &at ),
-                at );
+      auto copy = instance_->lookup( items[i].key, hashes[i % linesAhead],
+                                     items[i].out, &at );
+      items[i].result = count( *instance_, copy, at, items[i].out );
    }
 }
 
 Lookup ReaderTable::at( Position position, void* out ) {
    if ( !isPosition( position ) ) return lookupAbsent;
-   return count( instance_->copy( position, out ), position );
+   return count( *instance_, instance_->copy( position, out ), position, out );
 }
 
 // Standing positions are gathered ahead of their visit, in batches: address
@@ -205,7 +212,8 @@ Position ReaderTable::visit( const TableReader::Visitor& visitor, Position after
       if ( visited == found ) return noPosition;
       Position p = standing[visited % kept];
       if ( !loadWord( words + p ) ) continue;
-      Lookup result = count( instance->copy( p, record.data() ), p );
+      auto copy = instance->copy( p, record.data() );
+      Lookup result = count( *instance, copy, p, record.data() );
       if ( result == lookupFound && !visitor( p, record.data() ) ) return p;
    }
 }
@@ -229,10 +237,9 @@ Lookup ReaderTable::verify( const void* key ) {
    auto copy =
       instance_->lookup( key, instance_->hashOf( key ), buffer_.data(), &at );
    if ( copy.result == lookupFound &&
-        !instance_->verify( at, copy, buffer_.data() ) ) {
-      copy.result = lookupDamaged;
-   }
-   return count( copy, at );
+        !instance_->verify( at, copy, buffer_.data() ) )
+      return damaged( copy, at, kUnverified );
+   return count( *instance_, copy, at, buffer_.data() );
 }
 
 }

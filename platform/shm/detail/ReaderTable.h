@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <span>
+#include <unordered_map>
 
 #include "platform/shm/TableFiles.h"
 #include "platform/shm/TableReader.h"
@@ -32,16 +33,27 @@ class ReaderTable {
    const Layout& layout() const { return layout_; }
    const TableReader::Counters& counters() const { return counters_; }
 
-   // Counts a copy and says what it found.
-   Lookup count( const Instance::Copy& copy, Position position ) {
+   void verifyingIs( bool verifying ) { verifying_ = verifying; }
+
+   // Judges and counts a copy, and says what it found.
+   Lookup count( const Instance& instance, const Instance::Copy& copy,
+                 Position position, const void* record ) {
       counters_.retried += copy.retries;
+      if ( verifying_ && copy.result == lookupFound &&
+           !instance.verify( position, copy, record ) )
+         return damaged( copy, position, kUnverified );
       counters_.verified += copy.result == lookupFound;
       if ( copy.result > lookupAbsent ) countFailed( copy, position );
       return copy.result;
    }
 
  private:
+   static constexpr const char* kUnverified =
+      "the record's checksum or place is wrong";
+
    void countFailed( const Instance::Copy& copy, Position position );
+   Lookup damaged( const Instance::Copy& copy, Position position,
+                   const char* what );
    bool handleMissing();
    bool retired() const;
    void attach( Descriptor file );
@@ -63,6 +75,9 @@ class ReaderTable {
    // The last one that could be read, while what took its place cannot.
    std::shared_ptr<const Instance> former_;
    TableReader::Counters counters_;
+   bool verifying_ = false;
+   // The index words of what was counted as damaged, which is read again and again.
+   std::unordered_map<Position, uint64_t> damaged_;
    std::vector<std::byte> buffer_;
 };
 

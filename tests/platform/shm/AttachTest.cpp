@@ -235,6 +235,30 @@ TEST_F( Attach, RepairsAreToldAnewEachTime ) {
    }
 }
 
+// Every way to a record, and each damage counted once however often it is met.
+TEST_F( Attach, AVerifyingReaderGivesNoBrokenRecord ) {
+   makeTable();
+   TableReader reader( path, layout );
+   const Key key{ 3, 0 };
+   Record out;
+   Position at = noPosition;
+   ASSERT_EQ( reader.lookup( &key, &out, &at ), lookupFound );
+   std::string bytes = bytesOf( path );
+   breakRecordAt( bytes, geometryOf( 10 ), at );
+   bytesAre( path, bytes );
+   EXPECT_EQ( reader.lookup( &key, &out ), lookupFound ) << "left to verify()";
+   reader.verifyingIs( true );
+   TableFollower follower( reader );
+   EXPECT_EQ( follower.size(), 4u );
+   EXPECT_EQ( reader.lookup( &key, &out ), lookupDamaged );
+   TableReader::LookupItem item{ &key, &out };
+   reader.lookup( { &item, 1 } );
+   EXPECT_EQ( item.result, lookupDamaged );
+   EXPECT_EQ( reader.at( at, &out ), lookupDamaged );
+   EXPECT_EQ( contentOf( reader ).count( 3 ), 0u );
+   EXPECT_EQ( reader.counters().damaged, 1u );
+}
+
 TEST_F( Attach, RefusesWhatCannotBeATable ) {
    Layout odd = layout, astride = layout;
    odd.recordSize = 47;

@@ -61,6 +61,8 @@ class Agent {
    const std::vector<std::unique_ptr<FamilyInstance>>& families() const {
       return families_;
    }
+   // Where a capture breaks off, and how; empty: none does.
+   const std::string& captureProblem() const { return replay_.problem(); }
    // What was replayed, reloaded and counted; lines for people.
    std::string summary() const;
 

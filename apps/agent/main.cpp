@@ -6,16 +6,16 @@
 
 #include "apps/agent/Agent.h"
 #include "apps/agent/config/ConfigReader.h"
+#include "apps/program/Ending.h"
 #include "platform/loop/Service.h"
 #include "platform/loop/SignalWatcher.h"
-#include "platform/shm/Error.h"
 #include "platform/trace/Sinks.h"
 
 namespace {
 
-// Exit statuses; 0: stopped by a signal, or at the end of the captures.
-constexpr int kFailed = 1;
-constexpr int kUsage = 2;
+using namespace Programs;
+
+constexpr const char* kProgram = "pimsm-agent";
 
 struct Arguments {
    std::vector<std::string> read;
@@ -67,6 +67,7 @@ void declare( CLI::App& app, Arguments& arguments ) {
       ->excludes( interface );
    app.add_option( "--root", arguments.root, "Directory of the tables" )
       ->type_name( "DIR" )
+      ->check( filled )
       ->capture_default_str();
    app.add_flag( "--exit-at-end", arguments.exitAtEnd,
                  "Stop when the captures are replayed and published" );
@@ -87,28 +88,26 @@ Agent::AgentConfig configOf( const Arguments& arguments ) {
    return Agent::assumedConfig( router );
 }
 
-int complain( int status, const std::string& text ) {
-   std::cerr << "pimsm-agent: " << text << '\n';
-   return status;
+void say( const std::string& text ) {
+   complain( kProgram, done, text );
 }
 
 // A bad file changes nothing.
 void reload( Agent::Agent& agent, const std::string& path ) {
    if ( path.empty() ) {
-      complain( 0, "there is no configuration file to read again" );
+      say( "there is no configuration file to read again" );
       return;
    }
    try {
       for ( const std::string& note : agent.configIs( Agent::readConfig( path ) ) )
-         complain( 0, note );
-      complain( 0, "took up " + path );
+         say( note );
+      say( "took up " + path );
    } catch ( const std::exception& e ) {
-      complain( 0,
-                std::string( e.what() ) + "; the configuration stays as it was" );
+      say( std::string( e.what() ) + "; the configuration stays as it was" );
    }
 }
 
-int run( const Arguments& arguments ) {
+ExitStatus run( const Arguments& arguments ) {
    Agent::AgentOptions options;
    options.config = configOf( arguments );
    options.assumed = arguments.config.empty();
@@ -118,16 +117,15 @@ int run( const Arguments& arguments ) {
    }
    options.interfaces = arguments.interfaces;
    options.listen = arguments.listen;
-   options.note = []( const std::string& text ) { complain( 0, text ); };
+   options.note = say;
    Mox::Loop loop;
    Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },
                             [&]( int ) { loop.stop(); } );
    Agent::Agent agent( loop, std::move( options ) );
-   for ( const std::string& note : agent.mountNotes() ) complain( 0, note );
+   for ( const std::string& note : agent.mountNotes() ) say( note );
    if ( !arguments.listen && arguments.interfaces.empty() &&
         arguments.read.empty() )
-      complain( 0,
-                "hears nothing: give --listen, --interface NAME or --read FILE" );
+      say( "hears nothing: give --listen, --interface NAME or --read FILE" );
    Mox::SignalWatcher reloads( loop, { SIGHUP },
                                [&]( int ) { reload( agent, arguments.config ); } );
    agent.readyIs( [&] {
@@ -135,14 +133,11 @@ int run( const Arguments& arguments ) {
       if ( arguments.exitAtEnd ) loop.stop();
    } );
    loop.run();
-   return 0;
+   // What came before a capture broke off is published.
+   return agent.captureProblem().empty() ? done : unverified;
 }
 
-}
-
-int main( int argc, char** argv ) {
-   Mox::startService( { SIGHUP, SIGTERM, SIGINT } );
-   if ( Mox::journalHasStandardError() ) Mox::traceSinkIs( Mox::journalSink() );
+ExitStatus runCommand( int argc, char** argv ) {
    CLI::App app(
       "The Pimsm reference agent: keeps PIM sparse-mode state from packets "
       "and publishes it in shared-memory tables." );
@@ -152,19 +147,26 @@ int main( int argc, char** argv ) {
    try {
       app.parse( argc, argv );
    } catch ( const CLI::Success& e ) {
-      return app.exit( e );
+      app.exit( e );
+      return done;
    } catch ( const CLI::ParseError& e ) {
-      return complain( kUsage, std::string( e.what() ) + "; see --help" );
+      throw WrongUsage( std::string( e.what() ) + "; see --help" );
    }
-   if ( arguments.config.empty() && arguments.router.empty() ) {
-      return complain( kUsage, "give --config FILE, or --router ADDRESS" );
-   }
+   if ( arguments.config.empty() && arguments.router.empty() )
+      throw WrongUsage( "give --config FILE, or --router ADDRESS" );
    try {
       return run( arguments );
-   } catch ( const Brane::SecondWriterError& e ) {
-      return complain(
-         kFailed, std::string( e.what() ) + ": stop it, or name another --root" );
-   } catch ( const std::exception& e ) {
-      return complain( kFailed, e.what() );
+   } catch ( const Agent::CaptureError& e ) {
+      // An interface may be refused to us, a file was named by its user.
+      if ( arguments.read.empty() ) throw;
+      throw WrongUsage( e.what() );
    }
+}
+
+}
+
+int main( int argc, char** argv ) {
+   Mox::startService( { SIGHUP, SIGTERM, SIGINT } );
+   if ( Mox::journalHasStandardError() ) Mox::traceSinkIs( Mox::journalSink() );
+   return ending( kProgram, [&] { return runCommand( argc, argv ); } );
 }

@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <stdexcept>
 
-#include "apps/mfib/Capabilities.h"
+#include "apps/agent/config/ConfigReader.h"
+#include "apps/program/Capabilities.h"
 
 namespace Forwarding {
 namespace {
@@ -49,14 +49,14 @@ std::string socketName( const FamilyConfig& config ) {
 
 void check( const FamilyConfig& next, const std::vector<FamilyConfig>& others ) {
    if ( next.interfaces.size() > kMaxVifs ) {
-      throw std::runtime_error( fmt::format(
+      throw Agent::ConfigError( fmt::format(
          "vrf {} has {} interfaces; the kernel forwards between {} of a table at "
          "most",
          next.vrf.name(), next.interfaces.size(), kMaxVifs ) );
    }
    for ( const FamilyConfig& other : others ) {
       if ( other.family != next.family || other.table != next.table ) continue;
-      throw std::runtime_error( fmt::format(
+      throw Agent::ConfigError( fmt::format(
          "VRFs '{}' and '{}' have one mroute-table, {}; give each its own",
          other.vrf.name(), next.vrf.name(), next.table ) );
    }
@@ -86,7 +86,7 @@ std::vector<FamilyConfig> familiesOf( const Agent::AgentConfig& config ) {
       }
    }
    if ( out.empty() )
-      throw std::runtime_error(
+      throw Agent::ConfigError(
          "the configuration names no interface with an address" );
    return out;
 }
@@ -109,7 +109,7 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
          std::make_unique<MrtTable>( socket, config.family, config.table ) );
    }
    store.dropOthers();
-   dropCapabilities();
+   Programs::dropCapabilities();
    for ( const auto& kernel : kernels ) kernel->makeReady();
    manager_ = std::make_unique<Corvex::EntityManager>( clock, &loop, options.root );
    manager_->noteHandlerIs( say_ );

@@ -14,7 +14,7 @@
 #include <sstream>
 #include <system_error>
 
-#include "apps/mfib/Capabilities.h"
+#include "apps/program/Capabilities.h"
 #include "platform/loop/SignalWatcher.h"
 
 namespace Forwarding {
@@ -226,7 +226,7 @@ void Keeper::handleMessage( const std::string& text,
         name.find( ':' ) == std::string::npos )
       kept_[name] = sockets.front();
    if ( fields["READY"] == "1" && !std::exchange( wasReady_, true ) )
-      dropCapabilities();
+      Programs::dropCapabilities();
 }
 
 }

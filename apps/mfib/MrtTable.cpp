@@ -12,6 +12,7 @@
 
 #include "apps/mfib/KernelMessages.h"
 #include "apps/netlink/Dump.h"
+#include "apps/program/Ending.h"
 
 namespace Forwarding {
 namespace {
@@ -68,9 +69,11 @@ mf6cctl entry6( const RouteKey& key ) {
 
 [[noreturn]] void fail( AddressFamily family, uint32_t table, int error,
                         const char* advice ) {
-   throw std::runtime_error( fmt::format( "multicast routing table {} ({}): {}{}",
-                                          table, Vantu::valueToStrep( family ),
-                                          std::strerror( error ), advice ) );
+   const std::string text =
+      fmt::format( "multicast routing table {} ({}): {}{}", table,
+                   Vantu::valueToStrep( family ), std::strerror( error ), advice );
+   if ( error == EADDRINUSE ) throw Programs::HeldByAnother( text );
+   throw std::runtime_error( text );
 }
 
 const char* adviceOn( int error ) {

@@ -8,16 +8,16 @@
 #include "apps/agent/config/ConfigReader.h"
 #include "apps/mfib/Daemon.h"
 #include "apps/mfib/Keeper.h"
+#include "apps/program/Ending.h"
 #include "platform/loop/Service.h"
 #include "platform/loop/SignalWatcher.h"
 #include "platform/trace/Sinks.h"
 
 namespace {
 
-// Exit statuses; 0: stopped by a signal.
-constexpr int kFailed = 1;
-constexpr int kUsage = 2;
+using namespace Programs;
 
+constexpr const char* kProgram = "pimsm-mfib";
 constexpr double kMaxInterval = 3600.0;  // s
 
 struct Arguments {
@@ -33,6 +33,7 @@ void declare( CLI::App& app, Arguments& arguments ) {
       ->required();
    app.add_option( "--root", arguments.options.root, "Directory of the tables" )
       ->type_name( "DIR" )
+      ->check( filled )
       ->capture_default_str();
    app.add_option( "--counters", arguments.options.counterInterval,
                    "How often to publish the kernel's counters; 0: never" )
@@ -44,13 +45,8 @@ void declare( CLI::App& app, Arguments& arguments ) {
                  "process again when it dies" );
 }
 
-int complain( int status, const std::string& text ) {
-   std::cerr << "pimsm-mfib: " << text << std::endl;
-   return status;
-}
-
 void say( const std::string& text ) {
-   complain( 0, text );
+   complain( kProgram, done, text );
 }
 
 // A bad file changes nothing.
@@ -63,7 +59,7 @@ void reload( Forwarding::Daemon& daemon, const std::string& path ) {
    }
 }
 
-int forward( const Arguments& arguments ) {
+ExitStatus forward( const Arguments& arguments ) {
    auto families = Forwarding::familiesOf( Agent::readConfig( arguments.config ) );
    Mox::Loop loop;
    Mox::RealClock clock( loop );
@@ -74,11 +70,11 @@ int forward( const Arguments& arguments ) {
    Mox::SignalWatcher reloads( loop, { SIGHUP },
                                [&]( int ) { reload( daemon, arguments.config ); } );
    loop.run();
-   return 0;
+   return done;
 }
 
 // By its path, so that a program that was replaced meanwhile is what starts next.
-int keep( int argc, char** argv ) {
+ExitStatus keep( int argc, char** argv ) {
    std::vector<std::string> program = {
       std::filesystem::read_symlink( "/proc/self/exe" ) };
    for ( int i = 1; i < argc; ++i ) {
@@ -86,14 +82,12 @@ int keep( int argc, char** argv ) {
    }
    Mox::Loop loop;
    Mox::RealClock clock( loop );
-   return Forwarding::Keeper( loop, clock, std::move( program ), say ).run();
+   Forwarding::Keeper keeper( loop, clock, std::move( program ), say );
+   // The program's own, of this table, or 128 and the signal that ended it.
+   return static_cast<ExitStatus>( keeper.run() );
 }
 
-}
-
-int main( int argc, char** argv ) {
-   Mox::startService( { SIGHUP, SIGTERM, SIGINT } );
-   if ( Mox::journalHasStandardError() ) Mox::traceSinkIs( Mox::journalSink() );
+ExitStatus runCommand( int argc, char** argv ) {
    CLI::App app(
       "Forwards multicast: programs the kernel's multicast routing tables from the "
       "agent's tables, and goes on while the agent is away." );
@@ -103,13 +97,18 @@ int main( int argc, char** argv ) {
    try {
       app.parse( argc, argv );
    } catch ( const CLI::Success& e ) {
-      return app.exit( e );
+      app.exit( e );
+      return done;
    } catch ( const CLI::ParseError& e ) {
-      return complain( kUsage, std::string( e.what() ) + "; see --help" );
+      throw WrongUsage( std::string( e.what() ) + "; see --help" );
    }
-   try {
-      return arguments.keep ? keep( argc, argv ) : forward( arguments );
-   } catch ( const std::exception& e ) {
-      return complain( kFailed, e.what() );
-   }
+   return arguments.keep ? keep( argc, argv ) : forward( arguments );
+}
+
+}
+
+int main( int argc, char** argv ) {
+   Mox::startService( { SIGHUP, SIGTERM, SIGINT } );
+   if ( Mox::journalHasStandardError() ) Mox::traceSinkIs( Mox::journalSink() );
+   return ending( kProgram, [&] { return runCommand( argc, argv ); } );
 }

@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <set>
-#include <stdexcept>
 
 #include "export/Status.h"
 #include "platform/shm/Error.h"
@@ -49,8 +48,8 @@ std::vector<L3::VrfName> vrfsUnder( const std::string& root,
    std::error_code missing;
    std::filesystem::directory_iterator entries( directory, missing );
    if ( missing == std::errc::permission_denied ) {
-      throw std::runtime_error( directory.string() +
-                                ": permission denied: " + remedy( directory ) );
+      throw UnreadableError( directory.string() +
+                             ": permission denied: " + remedy( directory ) );
    }
    for ( const auto& entry : entries ) {
       const std::string name = entry.path().filename().string();

@@ -4,13 +4,20 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/Error.h"
 #include "platform/net/AddressFamily.h"
 #include "platform/net/VrfName.h"
 
 namespace Published {
 
+// A directory may not be read; the text says what to do.
+class UnreadableError : public Mox::Error {
+ public:
+   using Error::Error;
+};
+
 // The VRFs whose route table stands under the root, in no order. Throws
-// std::runtime_error where the directory may not be read.
+// UnreadableError where the directory may not be read.
 std::vector<L3::VrfName> vrfsUnder( const std::string& root,
                                     Vantu::AddressFamily family );
 

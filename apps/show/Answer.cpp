@@ -222,8 +222,7 @@ ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
 }
 
 ExitStatus complain( ExitStatus status, const std::string& text ) {
-   std::cerr << "pimsm-show: " << text << '\n';
-   return status;
+   return Programs::complain( "pimsm-show", status, text );
 }
 
 ExitStatus print( Mirrors& mirrors, const Arguments& arguments ) {

@@ -26,11 +26,6 @@ struct Given {
    std::vector<std::string> failover;
 };
 
-// A script's unset variable is no filter.
-std::string filled( const std::string& text ) {
-   return text.empty() ? "must not be empty" : "";
-}
-
 std::string interfaceName( const std::string& text ) {
    if ( text.size() <= Vantu::IntfId::maxLength ) return filled( text );
    return text + " is no interface's name: it has more than " +
@@ -254,7 +249,8 @@ std::optional<Arguments> parseArguments( int argc, char** argv ) {
       "Shows PIM sparse-mode routes from the agent's tables.\n"
       "Exit status: 0 done; 1 no such route, or check found something; 2 wrong\n"
       "usage; 3 no tables; 4 layout not supported; 5 printed, but the agent is "
-      "gone." );
+      "gone;\n8 printed, but something read did not verify; 9 the output could not "
+      "be\nwritten, or memory ran out." );
    app.name( "pimsm-show" );
    try {
       return parse( app, argc, argv );

@@ -3,19 +3,13 @@
 
 #include <string>
 
+#include "apps/program/Ending.h"
 #include "apps/show/Explain.h"
 #include "apps/show/RouteFilter.h"
 
 namespace Show {
 
-enum ExitStatus {
-   done = 0,
-   nothingFound = 1,  // or `check` found something
-   wrongUsage = 2,
-   noTables = 3,
-   layoutNotSupported = 4,
-   writerGone = 5,
-};
+using namespace Programs;
 
 enum Command {
    routesCommand,
@@ -40,11 +34,6 @@ struct Arguments {
    bool detail = false;
    Question question;   // of explainCommand
    std::string output;  // of metricsCommand; empty: standard output
-};
-
-class WrongUsage : public Mox::Error {
- public:
-   using Error::Error;
 };
 
 // Throws WrongUsage with a line that says what is wrong. Nothing: help or version was

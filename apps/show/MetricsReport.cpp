@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 
+#include "apps/program/Ending.h"
 #include "apps/published/Counting.h"
 #include "apps/show/AgentTables.h"
 #include "apps/show/Exposition.h"
@@ -240,7 +241,7 @@ std::optional<struct stat> standing( const std::string& path ) {
                                output.st_dev == status.st_dev &&
                                output.st_ino == status.st_ino;
    if ( S_ISREG( status.st_mode ) && !standardOutput ) return status;
-   throw OutputError( fmt::format(
+   throw Programs::WrongUsage( fmt::format(
       "cannot replace {}: it is no file of its own; without --output the "
       "text goes to standard output",
       path ) );

@@ -10,6 +10,7 @@ namespace Show {
 // Never a group or source as a label. What is not known is left out.
 std::string metricsText( const Mirrors& mirrors, const char* version );
 
+// The output cannot be written.
 class OutputError : public Mox::Error {
  public:
    using Error::Error;
@@ -17,7 +18,7 @@ class OutputError : public Mox::Error {
 
 // Replaces the file as a whole: who reads it finds the old text or the new one. It keeps
 // its mode and, where we may, its owner; of a link its target is replaced. Throws
-// OutputError, for what is no regular file, too; all is as it was then.
+// OutputError, and WrongUsage for what is no regular file; all is as it was then.
 void replaceFile( const std::string& path, const std::string& text );
 
 }

@@ -94,17 +94,17 @@ std::optional<double> Mirror::sinceLastWrite() const {
                        static_cast<double>( now.tv_nsec - latest.tv_nsec ) * 1e-9 );
 }
 
-uint64_t Mirror::unreadable() const {
+uint64_t unreadable( const MoxBrane::MountedEntity& entity ) {
    uint64_t count = 0;
-   for ( const MoxBrane::MountedEntity* entity :
-         std::initializer_list<const MoxBrane::MountedEntity*>{
-            tables.get(), registers.get(), advertised.get() } ) {
-      for ( const MoxBrane::TableBase* table : entity->tables() ) {
-         const auto& counters = table->reader()->counters();
-         count += counters.busy + counters.damaged + table->undecodable();
-      }
-   }
+   for ( const MoxBrane::TableBase* table : entity.tables() )
+      count += table->reader()->counters().damaged + table->undecodable();
    return count;
+}
+
+uint64_t Mirror::unreadable() const {
+   return Show::unreadable( *tables ) + Show::unreadable( *registers ) +
+          Show::unreadable( *advertised ) + Show::unreadable( *agent ) +
+          Show::unreadable( *mfib );
 }
 
 namespace {

@@ -52,7 +52,7 @@ struct Mirror {
    // Seconds since the agent last rang after writing routes; nothing where the bells are
    // not to be seen.
    std::optional<double> sinceLastWrite() const;
-   // Records left out because they were busy, damaged or no value of their type.
+   // Records of all tables that were left out as damaged or no value of their type.
    uint64_t unreadable() const;
 
    Vantu::AddressFamily family;
@@ -70,13 +70,16 @@ struct Mirror {
    Mox::Ptr<Published::MfibStatus> mfib;
 };
 
+// Records of an entity's tables that were left out as damaged or no value of their type.
+uint64_t unreadable( const MoxBrane::MountedEntity& entity );
+
 class Mirrors {
  public:
    // s; how long load() waits for tables that are being made.
    static constexpr double patience = 1.0;
 
    // Mounts what the selection names and there is; load() fills the models. Throws
-   // std::runtime_error where the directory may not be read.
+   // Published::UnreadableError where the directory may not be read.
    explicit Mirrors( const Selection& selection );
 
    // What of a mirror is to be read.

@@ -9,7 +9,7 @@
 #include <clocale>
 #include <cstdlib>
 
-#include "apps/show/MetricsReport.h"
+#include "apps/program/Ending.h"
 
 namespace Show {
 
@@ -34,7 +34,7 @@ Terminal::Terminal() {
    std::setlocale( LC_ALL, "" );
    if ( isUsable() ) screen_ = newterm( nullptr, stdout, stdin );
    if ( screen_ == nullptr )
-      throw OutputError(
+      throw Programs::WrongUsage(
          "cannot use this terminal: set TERM, or watch with "
          "--json-lines" );
    set_term( screen_ );

@@ -12,7 +12,7 @@ class Terminal {
  public:
    enum Key { none, other, quit, up, down, pageUp, pageDown, top, bottom };
 
-   // Throws OutputError for a terminal that cannot place text.
+   // Throws WrongUsage for a terminal that cannot place text.
    Terminal();
    // Leaves it as it was.
    ~Terminal();

@@ -6,7 +6,7 @@
 namespace Show {
 
 // REQUIRES: loaded mirrors; standard input and output are a terminal. Returns when the
-// loop is stopped, by `q` among others. Throws OutputError for a terminal that cannot
+// loop is stopped, by `q` among others. Throws WrongUsage for a terminal that cannot
 // place text.
 void watchOnScreen( Mirrors& mirrors, const RouteFilter& filter );
 

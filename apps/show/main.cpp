@@ -4,6 +4,7 @@
 #include <iostream>
 #include <set>
 
+#include "apps/published/Vrfs.h"
 #include "apps/show/Answer.h"
 #include "apps/show/MetricsReport.h"
 #include "apps/show/Words.h"
@@ -64,11 +65,14 @@ ExitStatus complainOfAll( const std::vector<Mirrors::Unread>& unread ) {
    return status;
 }
 
-void warnOfUnreadable( const Mirror& mirror ) {
-   uint64_t count = mirror.unreadable();
-   if ( count == 0 ) return;
-   std::cerr << "pimsm-show: vrf " << mirror.vrf() << ": " << count
-             << " unreadable records are left out\n";
+// Left out as damaged, or as no value of their type.
+bool warnOfUnreadable( const std::string& where, uint64_t count ) {
+   if ( count == 0 ) return false;
+   complain( unverified,
+             where + ": " + std::to_string( count ) +
+                " unreadable records are left out; restart pimsm-agent, "
+                "which removes them" );
+   return true;
 }
 
 Mirrors::Part partOf( Command command ) {
@@ -79,11 +83,17 @@ Mirrors::Part partOf( Command command ) {
 
 ExitStatus printWhatIsThere( Mirrors& mirrors, const Arguments& arguments ) {
    ExitStatus result = print( mirrors, arguments );
-   for ( const auto& mirror : mirrors.all() ) warnOfUnreadable( *mirror );
-   if ( !std::cout.flush() )
-      return complain( wrongUsage, "cannot write the output" );
+   bool damaged = warnOfUnreadable( "the agent's process",
+                                    unreadable( mirrors.agentProcess() ) );
+   for ( const auto& mirror : mirrors.all() )
+      damaged = warnOfUnreadable(
+                   "vrf " + mirror->vrf() + ' ' + familyName( mirror->family ),
+                   mirror->unreadable() ) ||
+                damaged;
    bool alive = std::all_of( mirrors.all().begin(), mirrors.all().end(),
                              []( const auto& m ) { return m->writerAlive(); } );
+   // Of `check` the damage is a finding.
+   if ( damaged && arguments.command != checkCommand ) return unverified;
    return result == done && !alive ? writerGone : result;
 }
 
@@ -100,23 +110,20 @@ ExitStatus run( const Arguments& arguments ) {
    if ( arguments.command == watchCommand ) missing = complainOfAll( unread );
    const ExitStatus result = printWhatIsThere( mirrors, arguments );
    if ( arguments.command != watchCommand ) missing = complainOfAll( unread );
-   return missing != done && result != wrongUsage ? missing : result;
+   return missing != done ? missing : result;
 }
 
-int runCommand( int argc, char** argv ) {
-   std::optional<Arguments> arguments;
+ExitStatus runCommand( int argc, char** argv ) {
    try {
-      arguments = parseArguments( argc, argv );
+      const auto arguments = parseArguments( argc, argv );
       return arguments ? run( *arguments ) : done;
-   } catch ( const WrongUsage& e ) {
-      return complain( wrongUsage, e.what() );
    } catch ( const Mox::NameError& e ) {
       return complain( wrongUsage, e.what() );
    } catch ( const Mox::RangeError& e ) {
       return complain( wrongUsage, e.what() );
-   } catch ( const OutputError& e ) {
-      return complain( wrongUsage, e.what() );
-   } catch ( const std::exception& e ) {
+   } catch ( const Published::UnreadableError& e ) {
+      return complain( noTables, e.what() );
+   } catch ( const Brane::CreateError& e ) {
       return complain( noTables, e.what() );
    }
 }
@@ -126,5 +133,6 @@ int runCommand( int argc, char** argv ) {
 }
 
 int main( int argc, char** argv ) {
-   return Show::runCommand( argc, argv );
+   return Programs::ending( "pimsm-show",
+                            [&] { return Show::runCommand( argc, argv ); } );
 }

@@ -333,13 +333,14 @@ TEST_P( MfibForwards, NotWithoutWhatItNeeds ) {
    std::ofstream( root.path() + "/bad.yaml" ) << "vrfs:\n- nam: x\n";
    const WrongRow rows[] = {
       { "", 2, "--config" },
+      { "--config CONFIG --root=", 2, "--root" },
       { "--config CONFIG --what", 2, "--what" },
       { "--config CONFIG --counters -1", 2, "--counters" },
-      { "--config /absent.yaml", 1, "/absent.yaml: No such file" },
-      { "--config BAD", 1, "bad.yaml:2: " },
-      { "--config CONFIG", 1, "another process holds it" },
+      { "--config /absent.yaml", 2, "/absent.yaml: No such file" },
+      { "--config BAD", 2, "bad.yaml:2: " },
+      { "--config CONFIG", 6, "another process holds it" },
       // It never was ready: starting it again would not help.
-      { "--config CONFIG --keep", 1, "another process holds it" } };
+      { "--config CONFIG --keep", 6, "another process holds it" } };
    for ( const WrongRow& row : rows ) {
       SCOPED_TRACE( row.arguments );
       Mox::Test::Program::Arguments command = { PIMSM_MFIB, "--root", root.path() };

@@ -190,7 +190,7 @@ TEST_P( LiveRouter, InterfacesComeAndGo ) {
    Mox::Test::Ended refused =
       Mox::Test::runToEnd( { PIMSM_AGENT, "--config", config(), "--root",
                              root.path() + "/other", "--interface", "r0" } );
-   EXPECT_EQ( refused.status, 1 );
+   EXPECT_EQ( refused.status, 9 );
    EXPECT_EQ( refused.err.rfind( "pimsm-agent: r0: ", 0 ), 0u ) << refused.err;
 }
 

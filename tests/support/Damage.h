@@ -10,11 +10,12 @@
 
 namespace Mox::Test {
 
-// The stamp of the key's slot no longer fits the index. In place: who has mapped the
-// file sees it.
+constexpr size_t kBeforeRecord = 16;  // stamp and checksum
+
+// A bit of the byte at that place of the key's slot. In place: who has mapped the file
+// sees it.
 template <class Key>
-void breakStamp( const std::string& file, const Key& key ) {
-   constexpr size_t kBeforeRecord = 16;  // stamp and checksum
+void breakSlot( const std::string& file, const Key& key, size_t at ) {
    std::fstream stream( file, std::ios::in | std::ios::out | std::ios::binary );
    std::string bytes{ std::istreambuf_iterator<char>( stream ), {} };
    typename ::Brane::FlatForm<Key>::Bytes flat{};
@@ -27,8 +28,20 @@ void breakStamp( const std::string& file, const Key& key ) {
       place = bytes.find( wanted, place + 1 );
    if ( place == std::string::npos ) throw std::runtime_error( "no such key" );
    stream.clear();
-   stream.seekp( static_cast<std::streamoff>( place - kBeforeRecord ) );
-   stream.put( static_cast<char>( bytes[place - kBeforeRecord] ^ 0x40 ) );
+   place += at - kBeforeRecord;
+   stream.seekp( static_cast<std::streamoff>( place ) );
+   stream.put( static_cast<char>( bytes[place] ^ 0x40 ) );
+}
+
+// The stamp no longer fits the index.
+template <class Key>
+void breakStamp( const std::string& file, const Key& key ) {
+   breakSlot( file, key, 0 );
+}
+// The checksum no longer fits the record, whose last bytes are others.
+template <class Key>
+void breakRecord( const std::string& file, const Key& key, size_t recordSize ) {
+   breakSlot( file, key, kBeforeRecord + recordSize - 1 );
 }
 
 }

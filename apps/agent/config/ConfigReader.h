@@ -4,14 +4,14 @@
 #include <string>
 
 #include "apps/agent/config/AgentConfig.h"
-#include "platform/base/Error.h"
+#include "apps/program/Ending.h"
 
 namespace Agent {
 
 // The text is "file:line: what is wrong", or "file: ..." where it cannot be read.
-class ConfigError : public Mox::Error {
+class ConfigError : public Programs::WrongUsage {
  public:
-   using Error::Error;
+   using WrongUsage::WrongUsage;
 };
 
 // Throws ConfigError on the first fault: unreadable, not YAML, an unknown or

@@ -47,7 +47,7 @@ TEST_F( AgentProgram, IsRefusedWhileAnotherHoldsTheTables ) {
    Program first( site.agent() );
    ASSERT_TRUE( first.untilErr( "replayed" ) ) << first.err();
    Ended second = runToEnd( site.agent() );
-   EXPECT_EQ( second.status, 1 );
+   EXPECT_EQ( second.status, 6 );
    EXPECT_NE( second.err.find( std::to_string( first.pid() ) ), std::string::npos )
       << second.err;
    EXPECT_EQ( linesOf( second.err ).size(), 1U ) << second.err;
@@ -174,7 +174,7 @@ TEST_F( AgentProgram, PlaysWhatABrokenOffCaptureHolds ) {
    std::string path = site.write( "cut.pcap", bytes.substr( 0, bytes.size() - 5 ) );
    Ended ended =
       runToEnd( site.agent( { "--read", "eth2=" + path, "--exit-at-end" } ) );
-   EXPECT_EQ( ended.status, 0 );
+   EXPECT_EQ( ended.status, 8 );
    EXPECT_NE( ended.err.find( "replayed 2 of 2" ), std::string::npos ) << ended.err;
    EXPECT_NE( ended.err.find( path + ": truncated" ), std::string::npos )
       << ended.err;
@@ -238,17 +238,18 @@ const WrongRow kWrongRows[] = {
    { "RouterIsNoAddress", "--router 192.0.2.256", 2, "192.0.2.256" },
    { "RouterIsAGroup", "--router 224.0.0.13", 2, "no unicast address" },
    { "RouterIsUnspecified", "--router ::", 2, "no unicast address" },
-   { "AbsentConfiguration", "--config /absent.yaml", 1, "/absent.yaml: No" },
-   { "FaultyConfiguration", "--config BAD-CONFIG", 1, "bad.yaml:2: " },
-   { "TablesThatCannotBeMade", "--config CONFIG --root /proc/absent", 1,
+   { "AbsentConfiguration", "--config /absent.yaml", 2, "/absent.yaml: No" },
+   { "FaultyConfiguration", "--config BAD-CONFIG", 2, "bad.yaml:2: " },
+   { "EmptyRoot", "--config CONFIG --root=", 2, "--root" },
+   { "TablesThatCannotBeMade", "--config CONFIG --root /proc/absent", 9,
      "/proc/absent" },
-   { "AbsentCapture", "--config CONFIG --read eth1=/absent.pcap", 1,
+   { "AbsentCapture", "--config CONFIG --read eth1=/absent.pcap", 2,
      "/absent.pcap: No such file" },
-   { "NoCapture", "--config CONFIG --read eth1=NO-CAPTURE", 1,
+   { "NoCapture", "--config CONFIG --read eth1=NO-CAPTURE", 2,
      "capture: unknown file format" },
-   { "CaptureWithoutName", "--config CONFIG --read CAPTURE", 1,
+   { "CaptureWithoutName", "--config CONFIG --read CAPTURE", 2,
      "--read NAME=FILE" },
-   { "CaptureOfUnknownName", "--config CONFIG --read eth9=CAPTURE", 1, "eth9" },
+   { "CaptureOfUnknownName", "--config CONFIG --read eth9=CAPTURE", 2, "eth9" },
 };
 
 INSTANTIATE_TEST_SUITE_P( Reasons, AgentRefuses, testing::ValuesIn( kWrongRows ),

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "tests/apps/show/Published.h"
+#include "tests/support/Damage.h"
 #include "tests/support/Program.h"
 
 namespace Show {
@@ -157,7 +158,42 @@ TEST_F( ShowShownRouter, SaysThatItCannotWrite ) {
    const Ended ended = Mox::Test::runToEnd(
       { "/bin/sh", "-c",
         "exec " PIMSM_SHOW " --root " + router.root.path() + " >/dev/full" } );
-   expectComplaint( ended, 2, "cannot write the output" );
+   expectComplaint( ended, 9, "cannot write the output" );
+   // Beyond the limit of a file's size; what was begun goes.
+   const std::string file = empty.path() + "/metrics";
+   expectComplaint( Mox::Test::runToEnd(
+                       { "/bin/sh", "-c",
+                         "ulimit -f 1; exec " PIMSM_SHOW " --root " +
+                            router.root.path() + " metrics --output " + file } ),
+                    9, "cannot write " + file );
+   EXPECT_TRUE( std::filesystem::is_empty( empty.path() ) );
+}
+
+// In the table of routes, of what the agent publishes beside it, of registers.
+TEST_F( ShowShownRouter, LeavesOutWhatDoesNotVerifyAndSaysSoByItsStatus ) {
+   router.publishInterfaces();
+   const auto fileOf = [&]( const std::string& entity, const char* table ) {
+      return router.root.path() + '/' + entity + '/' + table;
+   };
+   const std::string whole = shown( "-4 --vrf default" ).out;
+   Mox::Test::breakRecord( fileOf( router.agent->name(), "interface" ),
+                           SmTest::intfId( "eth3" ), 64 );
+   Ended ended = shown( "interfaces -4 --vrf default --iface eth3" );
+   EXPECT_EQ( ended.status, 8 );
+   EXPECT_EQ( ended.out.find( "192.0.2.130" ), std::string::npos ) << ended.out;
+   // A source that never sent.
+   Mox::Test::breakSlot( fileOf( router.ipv4.path, "route" ),
+                         SmTest::sgKey( "203.0.113.9", "239.0.0.1" ),
+                         Mox::Test::kBeforeRecord + 5 );
+   ended = shown( "-4 --vrf default" );
+   EXPECT_EQ( ended.status, 8 );
+   EXPECT_EQ( countLines( ended.out ), countLines( whole ) - 2 ) << ended.out;
+   EXPECT_NE( ended.out.find( "4 routes" ), std::string::npos ) << ended.out;
+   EXPECT_NE( ended.err.find( "vrf default ipv4: 2 unreadable records" ),
+              std::string::npos )
+      << ended.err;
+   EXPECT_EQ( shown( "check" ).status, 1 );
+   EXPECT_EQ( shown( "--vrf red" ).status, 0 );
 }
 
 TEST_F( ShowProgram, RefusesWrongUsage ) {
@@ -169,6 +205,7 @@ TEST_F( ShowProgram, RefusesWrongUsage ) {
       { "--kind both", "both" },
       { "--group banana", "banana" },
       { "--group ''", "must not be empty" },
+      { "--root ''", "must not be empty" },
       { "--iface ''", "must not be empty" },
       { "metrics --output ''", "must not be empty" },
       { "--iif an-interface-of-32-bytes-in-length", "more than 31 bytes" },
@@ -285,7 +322,7 @@ gauge pimsm_build_info 1
                              std::filesystem::directory_iterator() ),
               1 )
       << "nothing is left beside the file";
-   expectComplaint( shown( "metrics --output " + empty.path() + "/no/file" ), 2,
+   expectComplaint( shown( "metrics --output " + empty.path() + "/no/file" ), 9,
                     "cannot write" );
 }
 

@@ -1,11 +1,11 @@
-#include "apps/mfib/Capabilities.h"
+#include "apps/program/Capabilities.h"
 
 #include <cap-ng.h>
 #include <sys/prctl.h>
 
 #include <stdexcept>
 
-namespace Forwarding {
+namespace Programs {
 
 void dropCapabilities() {
    bool sealed = prctl( PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0 ) == 0;

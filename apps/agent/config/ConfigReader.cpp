@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "apps/agent/config/detail/Section.h"
+#include "apps/program/Printable.h"
 #include "ssm/SsmGroupInfo.h"
 
 namespace Agent {
@@ -69,9 +70,16 @@ InterfaceAddress readAddress( const Place& place ) {
    return out;
 }
 
+// It will be printed, by others than us, too.
+void checkName( const Place& place, const std::string& name ) {
+   if ( Programs::printable( name ) == name ) return;
+   place.fail( fmt::format( "name: '{}' has a control character", name ) );
+}
+
 // Of a VRF or an interface.
 template <class Name>
 Name readNewName( const Place& place ) {
+   checkName( place, place.text( "name" ) );
    if ( place.text( "name" ).size() > Name::maxLength )
       place.fail( fmt::format( "name: longer than {} bytes", Name::maxLength ) );
    return Section::convert<Name>( place, "name" );
@@ -86,7 +94,8 @@ IntfId readInterfaceName( const Place& place, const VrfConfig& vrf ) {
    place.fail( fmt::format( "interface '{}' is not of this VRF", name.name() ) );
 }
 
-IpGenAddr readNeighbor( Section& section, AddressFamily family ) {
+IpGenAddr readNeighbor( Section& section, const VrfConfig& vrf,
+                        AddressFamily family ) {
    std::optional<Place> place = section.take( "neighbor" );
    if ( !place ) return IpGenAddr::unspecified( family );
    auto neighbor = Section::convert<IpGenAddr>( *place, "neighbor" );
@@ -94,6 +103,9 @@ IpGenAddr readNeighbor( Section& section, AddressFamily family ) {
       place->fail( "neighbor and prefix differ in family" );
    }
    checkUnicast( *place, neighbor );
+   if ( isOwn( vrf, neighbor ) )
+      place->fail( fmt::format( "neighbor: {} is an address of this router",
+                                valueToStrep( neighbor ) ) );
    return neighbor;
 }
 
@@ -112,10 +124,20 @@ BackupConfig readBackup( const Place& place, const VrfConfig& vrf,
    Section section( place, "backup" );
    BackupConfig out;
    out.interface = readInterfaceName( section.require( "interface" ), vrf );
-   out.neighbor = readNeighbor( section, family );
+   out.neighbor = readNeighbor( section, vrf, family );
    readMetric( section, out.preference, out.metric );
    section.finish();
    return out;
+}
+
+// Groups are all that the lists are asked for.
+IpGenPrefix readRuleGroup( const Place& place ) {
+   auto group = Section::convert<IpGenPrefix>( place, "group" );
+   if ( group.isNone() ) return group;
+   IpGenPrefix range = multicastRange( group.family() );
+   if ( range.contains( group ) || group.contains( range ) ) return group;
+   place.fail( fmt::format( "group: {} is not within {}", valueToStrep( group ),
+                            valueToStrep( range ) ) );
 }
 
 // One with a source makes the list an extended one.
@@ -129,13 +151,24 @@ Acl::AclRule readRule( const Place& place, uint32_t place10, bool& extended ) {
    if ( word != "permit" && word != "deny" )
       action.fail( fmt::format( "action: '{}' is neither permit nor deny", word ) );
    out.action = Section::convert<Acl::AclAction>( action, "action" );
-   section.value( "group", out.destination );
+   if ( std::optional<Place> group = section.take( "group" ) )
+      out.destination = readRuleGroup( *group );
    if ( std::optional<Place> source = section.take( "source" ) ) {
       out.source = Section::convert<IpGenPrefix>( *source, "source" );
       extended = true;
    }
    section.finish();
    return out;
+}
+
+// None of a list that matches any address.
+std::optional<AddressFamily> familyOf( const Acl::AclRules& rules ) {
+   for ( const Acl::AclRule& rule : rules.rules() ) {
+      for ( const IpGenPrefix& prefix : { rule.source, rule.destination } ) {
+         if ( !prefix.isNone() ) return prefix.family();
+      }
+   }
+   return std::nullopt;
 }
 
 // Reads one VRF; what must be unique in all VRFs is kept here.
@@ -151,7 +184,8 @@ class VrfReader {
    AccessListConfig readAccessList( const Place& place );
    void readName( Section& section, VrfConfig& out );
    void readMrouteTable( Section& section, VrfConfig& out );
-   void readFilter( Section& section, const char* key, std::string& out ) const;
+   static void readFilter( Section& section, const char* key, AddressFamily family,
+                           const VrfConfig& vrf, std::string& out );
    static void readLimit( Section& section, const char* key, uint32_t& out );
    static void readRpf( Section& section, VrfConfig& out );
 
@@ -184,10 +218,10 @@ VrfConfig VrfReader::read( const Place& place ) {
    for ( const Place& member : section.list( "access-lists" ) ) {
       out.accessLists.push_back( readAccessList( member ) );
    }
-   readFilter( section, "ssmFilter", out.ssmFilter );
-   readFilter( section, "ssmFilter6", out.ssmFilter6 );
-   readFilter( section, "frrFilter", out.frrFilter );
-   readFilter( section, "frrFilter6", out.frrFilter6 );
+   readFilter( section, "ssmFilter", AddressFamily::ipv4, out, out.ssmFilter );
+   readFilter( section, "ssmFilter6", AddressFamily::ipv6, out, out.ssmFilter6 );
+   readFilter( section, "frrFilter", AddressFamily::ipv4, out, out.frrFilter );
+   readFilter( section, "frrFilter6", AddressFamily::ipv6, out, out.frrFilter6 );
    for ( const Place& member : section.list( "interfaces" ) ) {
       out.interfaces.push_back( readInterface( member ) );
    }
@@ -211,8 +245,7 @@ void VrfReader::readName( Section& section, VrfConfig& out ) {
    const std::string& name = out.name.name();
    // "all" is how readers ask for every one.
    if ( name.empty() || name == "." || name == ".." || name == "all" ||
-        name.find( '/' ) != std::string::npos ||
-        name.find( '\0' ) != std::string::npos ) {
+        name.find( '/' ) != std::string::npos ) {
       place.fail( fmt::format( "'{}' cannot name a VRF", name ) );
    }
    checkNew( place, "VRF", vrfs_, out.name, name );
@@ -234,16 +267,22 @@ void VrfReader::readMrouteTable( Section& section, VrfConfig& out ) {
                                 other->second.name() ) );
 }
 
-// Without its list a filter would be none, and nobody would be told.
-void VrfReader::readFilter( Section& section, const char* key,
-                            std::string& out ) const {
+// Without its list, or with one that no group of its family matches, a filter would be
+// none, and nobody would be told.
+void VrfReader::readFilter( Section& section, const char* key, AddressFamily family,
+                            const VrfConfig& vrf, std::string& out ) {
    std::optional<Place> place = section.take( key );
    if ( !place ) return;
    out = place->text( key );
-   bool known = std::count( accessLists_.begin(), accessLists_.end(), out ) != 0;
    bool isSsm = std::string_view( key ).substr( 0, 3 ) == "ssm";
-   if ( !known && !( isSsm && out == Routing::Pim::SparseMode::noSsmRange ) )
+   if ( isSsm && out == Routing::Pim::SparseMode::noSsmRange ) return;
+   auto list = std::find_if( vrf.accessLists.begin(), vrf.accessLists.end(),
+                             [&]( const auto& each ) { return each.name == out; } );
+   if ( list == vrf.accessLists.end() )
       place->fail( fmt::format( "{}: no access list '{}' in this VRF", key, out ) );
+   if ( familyOf( list->rules ).value_or( family ) != family )
+      place->fail(
+         fmt::format( "{}: access list '{}' is of another family", key, out ) );
 }
 
 void VrfReader::readLimit( Section& section, const char* key, uint32_t& out ) {
@@ -276,6 +315,7 @@ InterfaceConfig VrfReader::readInterface( const Place& place ) {
    checkNew( name, "interface", interfaces_, out.name, text );
    out.capture = text;
    section.value( "capture", out.capture );
+   checkName( section.take( "capture" ).value_or( name ), out.capture );
    checkNew( section.take( "capture" ).value_or( name ), "capture", captures_,
              out.capture, out.capture );
    section.value( "dr-priority", out.drPriority );
@@ -297,7 +337,7 @@ RpfRouteConfig VrfReader::readRpfRoute( const Place& place, const VrfConfig& vrf
    checkNew( prefix, "prefix", rpfPrefixes_, out.prefix,
              valueToStrep( out.prefix ) );
    out.interface = readInterfaceName( section.require( "interface" ), vrf );
-   out.neighbor = readNeighbor( section, out.prefix.family() );
+   out.neighbor = readNeighbor( section, vrf, out.prefix.family() );
    readMetric( section, out.preference, out.metric );
    if ( std::optional<Place> backup = section.take( "backup" ) )
       out.backup = readBackup( *backup, vrf, out.prefix.family() );
@@ -396,6 +436,7 @@ AccessListConfig VrfReader::readAccessList( const Place& place ) {
    AccessListConfig out;
    Place name = section.require( "name" );
    out.name = Section::convert<std::string>( name, "name" );
+   checkName( name, out.name );
    if ( out.name.empty() ) name.fail( "an access list needs a name" );
    checkNew( name, "access list", accessLists_, out.name, out.name );
    std::vector<Acl::AclRule> rules;

@@ -4,12 +4,15 @@
 
 #include <algorithm>
 
+#include "apps/program/Printable.h"
+
 namespace Agent {
 
 // An empty file has a node without a place.
 void Place::fail( const std::string& text ) const {
    int line = std::max( node.Mark().line, 0 ) + 1;
-   throw ConfigError( fmt::format( "{}:{}: {}", *file, line, text ) );
+   throw ConfigError(
+      fmt::format( "{}:{}: {}", *file, line, Programs::printable( text ) ) );
 }
 
 std::string Place::text( const std::string& what ) const {

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-
 #include "apps/show/AgentTables.h"
 #include "apps/show/Olist.h"
 #include "apps/show/Rps.h"
@@ -71,25 +69,6 @@ void checkStrays( const Mirror& mirror, const RouteFilter& filter,
    }
 }
 
-struct Unverified {
-   uint64_t damaged = 0;
-   uint64_t undecodable = 0;
-};
-
-Unverified verifyAll( const MoxBrane::TableBase& table ) {
-   const Brane::TableReader& reader = *table.reader();
-   Unverified out;
-   const uint64_t before = reader.counters().damaged;
-   reader.visit( [&]( Brane::Position, const void* record ) {
-      out.damaged += reader.verify( record ) == Brane::lookupDamaged ? 1 : 0;
-      return true;
-   } );
-   // Some count themselves as damaged when they are verified, too.
-   out.damaged = std::max( out.damaged, reader.counters().damaged - before );
-   out.undecodable = table.undecodable();
-   return out;
-}
-
 void checkTable( const MoxBrane::TableBase& table, Checked& checked ) {
    const auto found = [&]( const char* kind, const std::string& text ) {
       checked.findings.push_back(
@@ -101,17 +80,17 @@ void checkTable( const MoxBrane::TableBase& table, Checked& checked ) {
    const std::string problem = unreadableText( table );
    if ( !problem.empty() ) found( "unreadable", problem );
    if ( !isReady( table ) ) return;
-   const Unverified records = verifyAll( table );
-   if ( records.damaged != 0 || records.undecodable != 0 )
+   // What is damaged was counted as the table was taken up.
+   const uint64_t damaged = table.reader()->counters().damaged;
+   if ( damaged != 0 || table.undecodable() != 0 )
       found( "unverifiable", fmt::format( "{} damaged records, {} of no value",
-                                          records.damaged, records.undecodable ) );
+                                          damaged, table.undecodable() ) );
 }
 
 std::string whereText( const Finding& finding ) {
    if ( finding.key == RouteKey() ) return "";
    std::string text = keyText( finding.key );
-   if ( !finding.intfId.empty() )
-      text += ' ' + std::string( finding.intfId.name() );
+   if ( !finding.intfId.empty() ) text += ' ' + nameText( finding.intfId );
    return text + ": ";
 }
 
@@ -139,7 +118,7 @@ void checkProcess( const Published::ProcessStatus& process, Checked& checked ) {
 std::string checkText( const Mirror& mirror, const Checked& checked ) {
    std::string text = fmt::format(
       "vrf {} {}: {} route{}, {} interface{} checked, {} found, agent {}\n",
-      mirror.vrf(), familyName( mirror.family ), checked.routes,
+      vrfText( mirror ), familyName( mirror.family ), checked.routes,
       checked.routes == 1 ? "" : "s", checked.intfs, checked.intfs == 1 ? "" : "s",
       checked.findings.size(), mirror.writerAlive() ? "running" : "gone" );
    for ( const Finding& finding : checked.findings )

@@ -80,15 +80,15 @@ std::string valueText( const std::string& value ) {
 }
 
 std::string aboutText( const RouteKey& route, Vantu::IntfId intfId ) {
-   if ( route == RouteKey() ) return std::string( intfId.name() );
+   if ( route == RouteKey() ) return nameText( intfId );
    std::string out = keyText( route );
-   if ( !intfId.empty() ) out += ' ' + std::string( intfId.name() );
+   if ( !intfId.empty() ) out += ' ' + nameText( intfId );
    return out;
 }
 
 // "vrf default ipv4, agent running, (S, G): joinDesiredSg is yes"
 std::string headline( const Mirror& mirror, const Derivation& derivation ) {
-   return fmt::format( "vrf {} {}, agent {}, {}: {} is {}\n", mirror.vrf(),
+   return fmt::format( "vrf {} {}, agent {}, {}: {} is {}\n", vrfText( mirror ),
                        familyName( mirror.family ),
                        mirror.writerAlive() ? "running" : "gone",
                        aboutText( derivation.route, derivation.intfId ),
@@ -106,7 +106,7 @@ std::string stepText( const MacroStep& step ) {
 std::string ofText( const Derivation& derivation, const MacroStep& step ) {
    if ( step.from.size() != 1 || step.from[0].intfId == derivation.intfId )
       return "";
-   return " of " + std::string( step.from[0].intfId.name() );
+   return " of " + nameText( step.from[0].intfId );
 }
 
 void line( std::string& out, size_t indent, const std::string& text,
@@ -232,7 +232,7 @@ std::string derivationText( const Mirror& mirror, const Question& question ) {
       out += fmt::format(
          "Address and DR role of {} are unknown here: it counts as DR without "
          "address.\n",
-         intfId.name() );
+         nameText( intfId ) );
    }
    return out;
 }

@@ -81,7 +81,7 @@ std::string explainText( const Mirror& mirror, const Question& question,
    }
    if ( !text.empty() ) return text;
    return fmt::format( "{} vrf {}: no interface in any list\n",
-                       keyText( question.route ), mirror.vrf() );
+                       keyText( question.route ), vrfText( mirror ) );
 }
 
 Json explainJson( const Mirror& mirror, const Question& question ) {

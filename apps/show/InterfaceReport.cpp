@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "apps/program/Printable.h"
 #include "apps/show/Words.h"
 
 namespace Show {
@@ -85,7 +86,7 @@ Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter ) {
 
 std::string interfacesText( const Mirror& mirror, const Interfaces& interfaces ) {
    std::string text =
-      fmt::format( "vrf {} {}: {} interface{}, agent {}\n", mirror.vrf(),
+      fmt::format( "vrf {} {}: {} interface{}, agent {}\n", vrfText( mirror ),
                    familyName( mirror.family ), interfaces.size(),
                    interfaces.size() == 1 ? "" : "s",
                    mirror.writerAlive() ? "running" : "gone" );
@@ -93,7 +94,7 @@ std::string interfacesText( const Mirror& mirror, const Interfaces& interfaces )
    std::vector<Row> rows = { { "name", "DR", "nbrs", "in", "join", "memb", "won",
                                "lost", "fwd", "address" } };
    for ( const auto& [name, totals] : interfaces )
-      rows.push_back( rowOf( name, totals ) );
+      rows.push_back( rowOf( Programs::printable( name ), totals ) );
    std::array<size_t, std::tuple_size_v<Row>> widths{};
    for ( const Row& row : rows ) {
       for ( size_t i = 0; i < row.size(); ++i )

@@ -143,7 +143,7 @@ std::string inText( const Olist& list ) {
 
 std::string headline( const Mirror& mirror, const Intf& intf ) {
    return fmt::format( "{}\tvrf {}: {} {}\n", keyText( intf.parentRoute()->key() ),
-                       mirror.vrf(), intf.intfId().name(),
+                       vrfText( mirror ), nameText( intf.intfId() ),
                        intf.forward() ? "forwards" : "does NOT forward" );
 }
 
@@ -166,7 +166,7 @@ std::string doubtText( const Mirror& mirror, const Intf& intf,
    std::string text;
    if ( mirror.model->pimStatus() == nullptr )
       text += fmt::format( "Address and DR role of {} are unknown: {}.\n",
-                           intf.intfId().name(), noInterfacesText( mirror ) );
+                           nameText( intf.intfId() ), noInterfacesText( mirror ) );
    if ( outgoing.forwards && *outgoing.forwards != intf.forward() )
       text += fmt::format( "By these terms it would {}: see pimsm-show check.\n",
                            *outgoing.forwards ? "forward" : "not forward" );

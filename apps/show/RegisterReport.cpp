@@ -35,7 +35,7 @@ std::string heading( const Mirror& mirror, const Selected<Row>& selected ) {
    std::string count = std::to_string( selected.rows.size() );
    if ( selected.rows.size() != selected.all )
       count += fmt::format( " of {}", selected.all );
-   return fmt::format( "vrf {} {}: {} (S,G), agent {}\n", mirror.vrf(),
+   return fmt::format( "vrf {} {}: {} (S,G), agent {}\n", vrfText( mirror ),
                        familyName( mirror.family ), count,
                        mirror.writerAlive() ? "running" : "gone" );
 }

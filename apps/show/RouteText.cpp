@@ -20,8 +20,8 @@ std::string metricText( const Rpf& rpf ) {
    return fmt::format( "{}/{}", rpf.preference, rpf.metric.value );
 }
 
-std::string nameText( Vantu::IntfId intfId ) {
-   return intfId.empty() ? "none" : std::string( intfId.name() );
+std::string nameOrNone( Vantu::IntfId intfId ) {
+   return intfId.empty() ? "none" : nameText( intfId );
 }
 
 std::string yesNo( bool value ) {
@@ -70,7 +70,7 @@ void routeDetail( std::string& text, const Route& route ) {
    field( out, kIndent, "fast-reroute rpf",
           rpfText( route.rpfFrr(), route.rpfFrrAttached() ) );
    field( out, kIndent, "fast-reroute rpf metric", metricText( route.rpfFrr() ) );
-   field( out, kIndent, "border router interface", nameText( route.mbrIif() ) );
+   field( out, kIndent, "border router interface", nameOrNone( route.mbrIif() ) );
    field( out, kIndent, "interface switch", stateText( route.iifSwitchState() ) );
    field( out, kIndent, "switch pending", yesNo( route.iifSwitchPending() ) );
    field( out, kIndent, "upstream join state",
@@ -112,7 +112,7 @@ Columns columnsFor( const std::vector<const Route*>& routes,
    for ( const Route* route : routes ) {
       columns.key = std::max( columns.key, keyText( route->key() ).size() );
       for ( const Intf* intf : selectIntfs( *route, filter ) )
-         columns.intf = std::max( columns.intf, intf->intfId().name().size() );
+         columns.intf = std::max( columns.intf, nameText( intf->intfId() ).size() );
    }
    return columns;
 }
@@ -132,8 +132,8 @@ std::string routeLine( const Route& route, const Columns& columns, double now,
 
 std::string intfLine( const Intf& intf, const Columns& columns, double now ) {
    std::string line =
-      fmt::format( "    {:<{}}  {:<16}  {}", intf.intfId().name(), columns.intf,
-                   forwardText( intf ), intfReason( intf, now ) );
+      fmt::format( "    {:<{}}  {:<16}  {}", nameText( intf.intfId() ),
+                   columns.intf, forwardText( intf ), intfReason( intf, now ) );
    line.erase( line.find_last_not_of( ' ' ) + 1 );
    return line + '\n';
 }
@@ -144,7 +144,7 @@ std::string routesHeading( const Mirror& mirror, size_t matching ) {
       matching == all
          ? fmt::format( "{} route{}", all, all == 1 ? "" : "s" )
          : fmt::format( "{} of {} route{}", matching, all, all == 1 ? "" : "s" );
-   return fmt::format( "vrf {} {}: {}, agent {}\n", mirror.vrf(),
+   return fmt::format( "vrf {} {}: {}, agent {}\n", vrfText( mirror ),
                        familyName( mirror.family ), count,
                        mirror.writerAlive() ? "running" : "gone" );
 }

@@ -72,7 +72,7 @@ Json tableJson( const MoxBrane::TableBase& table ) {
 }
 
 std::string statusText( const Mirror& mirror ) {
-   std::string text = fmt::format( "vrf {} {}: agent {}\n", mirror.vrf(),
+   std::string text = fmt::format( "vrf {} {}: agent {}\n", vrfText( mirror ),
                                    familyName( mirror.family ),
                                    mirror.writerAlive() ? "running" : "gone" );
    for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {

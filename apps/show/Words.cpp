@@ -1,5 +1,7 @@
 #include "apps/show/Words.h"
 
+#include "apps/program/Printable.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -11,6 +13,14 @@ namespace Sm = Routing::Pim::SparseMode;
 
 std::string familyName( Vantu::AddressFamily family ) {
    return Vantu::valueToStrep( family );
+}
+
+std::string nameText( Vantu::IntfId intfId ) {
+   return Programs::printable( intfId.name() );
+}
+
+std::string vrfText( const Mirror& mirror ) {
+   return Programs::printable( mirror.vrf() );
 }
 
 std::string keyText( const Routing::Pim::RouteKey& key ) {
@@ -68,7 +78,7 @@ std::string lastWriteText( const Mirror& mirror ) {
 
 std::string rpfText( const Rpf& rpf, bool attached ) {
    if ( rpf == Rpf() ) return "unresolved";
-   std::string intf( rpf.intfId.name() );
+   const std::string intf = nameText( rpf.intfId );
    if ( attached ) return intf + ", attached";
    return intf + " via " + Vantu::valueToStrep( rpf.neighbor );
 }

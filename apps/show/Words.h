@@ -14,6 +14,10 @@ using Routing::Pim::SparseMode::Route;
 // "ipv4", "ipv6".
 std::string familyName( Vantu::AddressFamily family );
 
+// Names as text may have them: other agents take what they like.
+std::string nameText( Vantu::IntfId intfId );
+std::string vrfText( const Mirror& mirror );
+
 // "(S, G)", "(*, G)".
 std::string keyText( const Routing::Pim::RouteKey& key );
 

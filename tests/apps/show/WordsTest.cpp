@@ -35,6 +35,10 @@ TEST( Words, SpansHaveTwoUnitsAtMost ) {
    EXPECT_EQ( spanText( kInfinity ), spanText( 1e300 ) ) << "whatever it says";
 }
 
+TEST( Words, NamesDoNotCommandTheTerminal ) {
+   EXPECT_EQ( nameText( Vantu::IntfId( "e\x1b[2J\n" ) ), "e\\x1b[2J\\x0a" );
+}
+
 TEST( Words, TimeZeroIsNever ) {
    EXPECT_EQ( agoText( 0, 100 ), "never" );
    EXPECT_EQ( agoText( 40, 100 ), "1m ago" );

@@ -168,8 +168,15 @@ void ChangeFeed::onRouteIntf( const RouteIntfKey& key ) {
    something_();
 }
 
+// Tables that go or come with their VRF have no bell for a moment, which is no sign of an
+// agent's end. A table that is there again has one, which the first look may have missed.
+bool ChangeFeed::writerAlive() const {
+   if ( mirror_.writerAlive() ) return true;
+   return mirror_.gone() ? alive_ : mirror_.writerAlive();
+}
+
 void ChangeFeed::takeWriter( std::vector<Change>& changes, double now ) {
-   const bool alive = mirror_.writerAlive();
+   const bool alive = writerAlive();
    if ( alive == alive_ ) return;
    alive_ = alive;
    changes.push_back( { alive ? "writer-back" : "writer-gone", {}, {}, {}, {} } );

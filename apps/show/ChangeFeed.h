@@ -89,6 +89,7 @@ class ChangeFeed : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst
    void touch( const RouteKey& key ) { changed_[key]; }
    // An (S,G) route may come in along its (*,G) route's path.
    void touchSources( const RouteKey& wildcard );
+   bool writerAlive() const;
    void takeWriter( std::vector<Change>& changes, double now );
    void takeSkipped( std::vector<Change>& changes, double now );
    void takeKey( const RouteKey& key, const std::set<Vantu::IntfId>& intfs,

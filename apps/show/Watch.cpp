@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "apps/program/Printable.h"
 #include "apps/show/MetricsReport.h"
 #include "apps/show/WatchScreen.h"
 #include "platform/loop/SignalWatcher.h"
@@ -81,7 +82,7 @@ bool writeOut( std::string_view text ) {
 class Lines : public Mox::Clock::Notifiee {
  public:
    static constexpr double interval = 0.05;   // s
-   static constexpr double rescanning = 1.0;  // s, between two looks for VRFs
+   static constexpr double rescanning = 0.2;  // s, between two looks for VRFs
 
    Lines( Mirrors& mirrors, const RouteFilter& filter, bool json )
       : Notifiee( &mirrors.clock() ),
@@ -125,9 +126,13 @@ class Lines : public Mox::Clock::Notifiee {
          const bool followed = std::any_of(
             feeds_.begin(), feeds_.end(),
             [&]( const auto& feed ) { return &feed->mirror() == mirror.get(); } );
-         if ( !followed && mirror->loaded() &&
-              mirror->problem().kind == Mirror::Problem::none )
+         if ( followed || mirror->problem().kind != Mirror::Problem::none )
+            continue;
+         if ( mirror->loaded() ) {
             follow( *mirror, true );
+         } else {
+            rescanTime_ = clock()->now() + interval;
+         }
       }
    }
 
@@ -143,7 +148,8 @@ class Lines : public Mox::Clock::Notifiee {
 
    std::string line( const Mirror& mirror, const Change& change,
                      const std::string& time ) const {
-      if ( !json_ ) return changeText( mirror, change, time );
+      if ( !json_ )
+         return Programs::printable( changeText( mirror, change, time ) );
       return changeJson( mirror, change, time )
          .dump( -1, ' ', false, Json::error_handler_t::replace );
    }
@@ -154,6 +160,32 @@ class Lines : public Mox::Clock::Notifiee {
    double rescanTime_ = 0.0;
    std::vector<std::unique_ptr<ChangeFeed>> feeds_;
 };
+
+// The path to the source or RP without what the traffic's own interface and neighbour
+// tell already.
+std::vector<Change::Field> toldOnce( std::vector<Change::Field> fields ) {
+   const auto named = [&]( const char* name ) {
+      return std::find_if( fields.begin(), fields.end(), [&]( const auto& field ) {
+         return field.name == name;
+      } );
+   };
+   const auto rpf = named( "pimsm-state:rpf" );
+   if ( rpf == fields.end() ) return fields;
+   for ( const auto& [part, name] :
+         { std::pair( "interface", "incoming-interface" ),
+           std::pair( "neighbor", "rpf-neighbor" ) } ) {
+      const auto told = named( name );
+      const auto same = [part = part]( const Json& path, const Json& value ) {
+         return ( path.is_null() ? Json() : path.value( part, Json() ) ) == value;
+      };
+      if ( told == fields.end() || !same( rpf->before, told->before ) ||
+           !same( rpf->after, told->after ) )
+         continue;
+      if ( !rpf->before.is_null() ) rpf->before.erase( part );
+      if ( !rpf->after.is_null() ) rpf->after.erase( part );
+   }
+   return fields;
+}
 
 std::string fieldText( const Json& value ) {
    if ( value.is_null() ) return "none";
@@ -200,7 +232,7 @@ std::string changeText( const Mirror& mirror, const Change& change,
    if ( !change.intfId.empty() ) text += ' ' + std::string( change.intfId.name() );
    if ( op == "delete" ) return text;
    std::string fields;
-   for ( const Change::Field& field : change.fields )
+   for ( const Change::Field& field : toldOnce( change.fields ) )
       addField( fields, field.name.substr( field.name.find( ':' ) + 1 ),
                 field.before, field.after, op == "update" );
    return text + ": " + fields;

@@ -204,9 +204,7 @@ TEST_F( Watching, TellsEveryMemberThatDiffers ) {
       { [this] {
           write( wc, []( RouteRecord& r ) { r.rpf.intfId = intfId( "eth8" ); } );
        },
-        "update (*, 239.1.2.3): incoming-interface eth0 -> eth8, rpf interface "
-        "eth0 "
-        "-> eth8\n"
+        "update (*, 239.1.2.3): incoming-interface eth0 -> eth8\n"
         "update" +
            entry + "incoming-interface eth0 -> eth8\n" + "update" + rpt +
            ": incoming-interface eth0 -> eth8\n"
@@ -305,11 +303,20 @@ TEST_F( Watching, ARestartIsGoneAndBackAndWhatDiffers ) {
    router.ipv4.restart.reset();
    router.ipv4.tables.reset();
    EXPECT_EQ( lines( 1 ), "writer-gone\n" );
+   ahead += 2 * ChangeFeed::restartPause;  // for longer than the pause
    router.ipv4.mount();
    EXPECT_EQ( lines( 1 ), "writer-back\n" );
-   EXPECT_TRUE( feed.take( {}, mirrors.now() ).empty() ) << "not at once";
+   EXPECT_TRUE( feed.take( {}, mirrors.now() + ahead ).empty() ) << "not at once";
    ahead += ChangeFeed::restartPause;
    EXPECT_EQ( lines( 1 ), "delete (*, 239.1.10.1)\n" );
+}
+
+// The tables of a VRF that goes lose their bell, too, and that may be seen first.
+TEST_F( Watching, AVrfThatGoesIsNoWriterThatDied ) {
+   router.ipv4.manager.removeTables( router.ipv4.path );
+   EXPECT_TRUE( feed.take( {}, mirrors.now() ).empty() );
+   lines( 1 );
+   EXPECT_STREQ( last.op, "vrf-gone" );
 }
 
 // Faster than it is looked at: values are skipped, never the last one, and a line says

@@ -1,11 +1,14 @@
 // pimsm-agent: the reference agent as a program.
 
+#include <linux/capability.h>
 #include <CLI/CLI.hpp>
+
 #include <csignal>
 #include <iostream>
 
 #include "apps/agent/Agent.h"
 #include "apps/agent/config/ConfigReader.h"
+#include "apps/program/Capabilities.h"
 #include "apps/program/Ending.h"
 #include "platform/loop/Service.h"
 #include "platform/loop/SignalWatcher.h"
@@ -122,6 +125,12 @@ ExitStatus run( const Arguments& arguments ) {
    Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },
                             [&]( int ) { loop.stop(); } );
    Agent::Agent agent( loop, std::move( options ) );
+   // All is open; only interfaces that come later are to be opened yet.
+   if ( arguments.listen || !arguments.interfaces.empty() ) {
+      dropCapabilities( { CAP_NET_RAW } );
+   } else {
+      dropCapabilities();
+   }
    for ( const std::string& note : agent.mountNotes() ) say( note );
    if ( !arguments.listen && arguments.interfaces.empty() &&
         arguments.read.empty() )

@@ -161,17 +161,9 @@ pid_t childOf( pid_t parent ) {
    return child;
 }
 
-std::string statusLine( pid_t pid, const std::string& key ) {
-   std::ifstream status( "/proc/" + std::to_string( pid ) + "/status" );
-   for ( std::string line; std::getline( status, line ); ) {
-      if ( line.rfind( key + ":", 0 ) == 0 )
-         return line.substr( line.find_last_of( " \t" ) + 1 );
-   }
-   return "none";
-}
-
 bool isPowerless( pid_t pid ) {
    const std::string kNone( 16, '0' );
+   using Mox::Test::statusLine;
    for ( const char* set : { "CapPrm", "CapEff", "CapInh", "CapBnd", "CapAmb" } ) {
       if ( statusLine( pid, set ) != kNone ) return false;
    }

@@ -159,6 +159,10 @@ TEST_P( LiveRouter, InterfacesComeAndGo ) {
    // The kernel has let go of the packets that waited for the route.
    ASSERT_TRUE( agree() ) << show( {} ) << kernel();
    left.forget();
+   // Of all that root may do it keeps what opens interfaces that come.
+   for ( const char* set : { "CapPrm", "CapEff" } )
+      EXPECT_EQ( Mox::Test::statusLine( agent->pid(), set ), "0000000000002000" );
+   EXPECT_EQ( Mox::Test::statusLine( agent->pid(), "NoNewPrivs" ), "1" );
    net->router.ip( "link add r4 type veth peer name c4" );
    configure( host( 0 ),
               "      - {name: r3, addresses: [10.99.3.1/24, "

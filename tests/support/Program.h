@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -167,6 +168,16 @@ class Program {
    bool ended_ = false;
    int status_ = 0;
 };
+
+// What the kernel says of a process under the key, or "none".
+inline std::string statusLine( pid_t pid, const std::string& key ) {
+   std::ifstream status( "/proc/" + std::to_string( pid ) + "/status" );
+   for ( std::string line; std::getline( status, line ); ) {
+      if ( line.rfind( key + ":", 0 ) == 0 )
+         return line.substr( line.find_last_of( " \t" ) + 1 );
+   }
+   return "none";
+}
 
 // A program that ends by itself, to its end.
 struct Ended {

@@ -46,6 +46,8 @@ TEST_F( AgentProgram, LeavesRoutesThatTheNextOneTakesUp ) {
 TEST_F( AgentProgram, IsRefusedWhileAnotherHoldsTheTables ) {
    Program first( site.agent() );
    ASSERT_TRUE( first.untilErr( "replayed" ) ) << first.err();
+   for ( const char* set : { "CapPrm", "CapEff" } )
+      EXPECT_EQ( Mox::Test::statusLine( first.pid(), set ), "0000000000000000" );
    Ended second = runToEnd( site.agent() );
    EXPECT_EQ( second.status, 6 );
    EXPECT_NE( second.err.find( std::to_string( first.pid() ) ), std::string::npos )
@@ -65,7 +67,9 @@ TEST_F( AgentProgram, SaysWhatItCouldNotTakeUp ) {
       << std::string( 5000, 'x' );
    Ended ended = runToEnd( site.agent( { "--exit-at-end" } ) );
    EXPECT_EQ( ended.status, 0 );
-   EXPECT_NE( ended.err.find( "status/default/route" ), std::string::npos )
+   EXPECT_NE( ended.err.find( "status/default/route: " ), std::string::npos )
+      << ended.err;
+   EXPECT_NE( ended.err.find( ": made anew, empty\n" ), std::string::npos )
       << ended.err;
    EXPECT_NE( ended.err.find( "vrf default ipv4: 0 routes" ), std::string::npos )
       << ended.err;

@@ -40,8 +40,23 @@ std::string unresolvedText( const Route& route, const Rps& rps ) {
    return rps.published() ? "its group has no RP" : "no incoming interface";
 }
 
-void checkRoute( const Route& route, const Rps& rps, Checked& checked ) {
+// Empty: the key can be a route's of that family.
+std::string impossibleText( const RouteKey& key, Vantu::AddressFamily family ) {
+   const bool wildcard = key.source.isUnspecified();
+   if ( key.group.family() != family ||
+        ( !wildcard && key.source.family() != family ) )
+      return "its addresses are not of the table's family";
+   if ( !key.group.isMulticast() ) return "its group is no multicast address";
+   return key.source.isMulticast() ? "its source is a multicast address" : "";
+}
+
+void checkRoute( const Mirror& mirror, const Route& route, const Rps& rps,
+                 Checked& checked ) {
    ++checked.routes;
+   const std::string impossible = impossibleText( route.key(), mirror.family );
+   if ( !impossible.empty() )
+      checked.findings.push_back(
+         { "impossible-address", route.key(), {}, impossible } );
    if ( !route.rpf().intfId.empty() ) return;
    if ( route.wildCard() && rps.startsHere( route ) ) return;
    checked.findings.push_back(
@@ -101,7 +116,7 @@ Checked check( const Mirror& mirror, const RouteFilter& filter ) {
    const Conceivable conceivable( mirror );
    const Rps rps( mirror );
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
-      checkRoute( *route, rps, checked );
+      checkRoute( mirror, *route, rps, checked );
       for ( const Intf* intf : selectIntfs( *route, filter ) )
          checkIntf( *intf, conceivable, checked );
    }

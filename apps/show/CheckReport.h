@@ -12,6 +12,7 @@ namespace Show {
 struct Finding {
    // "forward-differs": an interface's record against its outgoing list by the macros,
    // where those are known; "no-route": an interface's record without its route's;
+   // "impossible-address": a route that nothing can be sent along;
    // "unresolved-rpf": a route without a way to its source or RP; "unverifiable":
    // records whose checksum, place or bytes are wrong; "unreadable": a whole table.
    const char* kind;

@@ -228,7 +228,16 @@ void checkDirectory( const Mox::String& directory ) {
                       "another, or remove it",
                       owner ) );
    }
-   if ( ( target.st_mode & S_IWOTH ) && !( target.st_mode & S_ISVTX ) ) {
+   // In a sticky one nobody renames what is another's.
+   if ( target.st_mode & S_ISVTX ) return;
+   bool shared = target.st_gid != 0 && target.st_gid != getegid();
+   if ( ( target.st_mode & S_IWGRP ) && shared ) {
+      refuse(
+         fmt::format( "group {} may write it (mode {:o}): name another, or "
+                      "take that from it",
+                      target.st_gid, target.st_mode & 07777 ) );
+   }
+   if ( target.st_mode & S_IWOTH ) {
       refuse(
          fmt::format( "everybody may write it (mode {:o}): name another, or "
                       "remove it",

@@ -101,7 +101,10 @@ TEST_F( EntityManager, WritesInNoDirectoryThatOthersRule ) {
       // Only root can give files away.
       if ( chown( directory.c_str(), kStranger, -1U ) != 0 ) continue;
       expectRefused( "belongs to user 4242" );
-      ASSERT_EQ( chown( directory.c_str(), geteuid(), -1U ), 0 );
+      ASSERT_EQ( chown( directory.c_str(), geteuid(), kStranger ), 0 );
+      ASSERT_EQ( chmod( directory.c_str(), 0770 ), 0 );
+      expectRefused( "group 4242 may write" );
+      ASSERT_EQ( chown( directory.c_str(), -1U, getegid() ), 0 );
    }
    rmdir( below.c_str() );
    ASSERT_EQ( symlink( "/dev/shm", below.c_str() ), 0 );

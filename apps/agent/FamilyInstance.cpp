@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "apps/agent/MountNotes.h"
 #include "apps/agent/engine/Advertised.h"
 #include "apps/published/Vrfs.h"
 
@@ -75,18 +76,9 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
 FamilyInstance::~FamilyInstance() = default;
 
 std::vector<std::string> FamilyInstance::mountNotes() const {
-   std::vector<std::string> notes;
-   auto add = [&]( const MoxBrane::MountedEntity& entity ) {
-      for ( const MoxBrane::TableBase* table : entity.tables() ) {
-         const std::string& problem = table->control()->problem();
-         if ( !problem.empty() ) notes.push_back( problem );
-      }
-   };
-   add( *tables_ );
-   add( *registers_ );
-   add( *advertised_ );
-   add( *published_ );
-   return notes;
+   return Agent::mountNotes(
+      "vrf " + config_.name.name() + ' ' + Vantu::valueToStrep( family_ ),
+      { tables_.get(), registers_.get(), advertised_.get(), published_.get() } );
 }
 
 void FamilyInstance::adopt() {

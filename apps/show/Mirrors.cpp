@@ -46,6 +46,10 @@ Mirror::Problem Mirror::problem( const MoxBrane::TableBase& table ) {
       return { Problem::missing,
                control->entity()->name() + "/" + control->name() + " is missing" };
    }
+   struct stat status;
+   if ( stat( table.reader()->path().c_str(), &status ) == 0 &&
+        !S_ISREG( status.st_mode ) )
+      return { Problem::noFile, control->problem() };
    using Brane::LayoutError;
    LayoutError::Mismatch mismatch = table.reader()->mismatch();
    bool otherLayout = control->mountStatus() == MoxBrane::mountMismatch ||

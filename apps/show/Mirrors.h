@@ -38,7 +38,7 @@ struct Mirror {
    // Why the tables cannot be read. What was read but is no record is no problem of
    // this kind: see unreadable().
    struct Problem {
-      enum Kind { none, missing, otherLayout, damaged };
+      enum Kind { none, missing, otherLayout, damaged, noFile };
       Kind kind = none;
       std::string text;
    };

@@ -46,6 +46,8 @@ ExitStatus complainOf( const Mirrors::Unread& unread ) {
    if ( unread.problem.kind == Mirror::Problem::otherLayout )
       return complain( layoutNotSupported,
                        text + "use the pimsm-show of the agent's version" );
+   if ( unread.problem.kind == Mirror::Problem::noFile )
+      return complain( noTables, text + "remove it, and restart pimsm-agent" );
    const bool starting =
       unread.problem.kind == Mirror::Problem::missing && mirror.writerAlive();
    return complain(

@@ -97,13 +97,12 @@ void TableMaker::run() {
 bool TableMaker::readFormer( Former& former ) {
    const Mox::String& path = table_.path();
    former.file = Descriptor( openFile( path, O_RDWR | O_NONBLOCK ) );
-   if ( !former.file ) {
-      if ( errno == ENOENT ) return false;
-      systemFailed( path, "cannot open" );
-   }
+   if ( !former.file && errno == ENOENT ) return false;
+   if ( !former.file && errno != EISDIR ) systemFailed( path, "cannot open" );
    struct stat status;
-   if ( fstat( former.file.get(), &status ) != 0 || !S_ISREG( status.st_mode ) ) {
-      throw CreateError( path + ": not a file" );
+   if ( !former.file || fstat( former.file.get(), &status ) != 0 ||
+        !S_ISREG( status.st_mode ) ) {
+      throw CreateError( path + ": not a file: remove it" );
    }
    std::byte bytes[sizeof( FileHeader )];
    ssize_t got = pread( former.file.get(), bytes, sizeof( bytes ), 0 );

@@ -1,5 +1,6 @@
 // pimsm-show as a program: options, forms of output, exit statuses.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -112,6 +113,13 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
       }
       EXPECT_NE( ended.out.find( row.says ), std::string::npos ) << ended.out;
    }
+}
+
+// A route that nothing has asked for yet still comes in by an interface.
+TEST_F( ShowShownRouter, AnIncomingInterfaceAloneIsAnAnswer ) {
+   router.red.vrf().sg( "192.0.2.9", "239.5.5.5" ).spTree().rpf( "eth7" );
+   router.red.publish();
+   EXPECT_EQ( shown( "interfaces --vrf red --group 239.5.5.5" ).status, 0 );
 }
 
 // How many routes of default IPv4, default IPv6 and red match.
@@ -357,6 +365,18 @@ TEST_F( ShowShownRouter, PrintsWhatIsSoundBesideWhatIsNot ) {
    }
    EXPECT_EQ( shown( "--vrf red" ).err, "" );
    EXPECT_EQ( shown( "-4" ).status, 0 );
+}
+
+// The agent does not remove what it did not make.
+TEST_F( ShowShownRouter, SaysWhatIsToBeRemoved ) {
+   const std::string table =
+      router.root.path() + '/' + router.ipv4.path + "/routeIntf";
+   std::filesystem::remove( table );
+   std::filesystem::create_directory( table );
+   expectComplaint( shown( "-4 --vrf default" ), 3, "remove it" );
+   std::filesystem::remove( table );
+   ASSERT_EQ( mkfifo( table.c_str(), 0640 ), 0 );
+   expectComplaint( shown( "-4 --vrf default" ), 3, "remove it" );
 }
 
 // Nothing in a file makes it hang or crash, whatever it makes of it.

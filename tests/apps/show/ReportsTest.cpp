@@ -147,9 +147,19 @@ TEST_F( Reports, CheckFindsWhatContradictsItself ) {
    other.vrf().wc( "239.1.2.4" );
    other.publish();
    EXPECT_EQ( found(), "unresolved-rpf \n1" );
+   other.vrf()->routeDel( SmTest::wcKey( "239.1.2.4" ) );
+   const char* const impossible[][2] = { { "2001:db8::1", "ff0e::1" },
+                                         { "2001:db8::1", "239.1.2.3" },
+                                         { "192.0.2.1", "198.51.100.1" },
+                                         { "239.1.2.3", "239.1.2.3" } };
+   for ( const auto& [source, group] : impossible ) {
+      other.vrf().sg( source, group ).rpf( "eth0" );
+      other.publish();
+      EXPECT_EQ( found(), "impossible-address \n1" ) << source << ' ' << group;
+      other.vrf()->routeDel( SmTest::sgKey( source, group ) );
+   }
    other.tables->routeIntfIs( Routing::Pim::SparseMode::Brane::Intf(
       { SmTest::wcKey( "239.1.2.5" ), SmTest::intfId( "eth7" ) } ) );
-   other.vrf()->routeDel( SmTest::wcKey( "239.1.2.4" ) );
    other.publish();
    EXPECT_EQ( found(), "no-route eth7\n1" );
    other.tables->routeIntfDel(
@@ -215,6 +225,23 @@ TEST_F( Reports, OfVrfsThatComeAndGo ) {
    std::filesystem::rename( table + ".away", table );
    EXPECT_TRUE( early.load().empty() );
    EXPECT_EQ( early.all().size(), 2U );
+}
+
+// Whichever table's bell it rang.
+TEST_F( Reports, TheLastWriteIsTheLatestOfAllTables ) {
+   namespace fs = std::filesystem;
+   const std::string tables = router.root.path() + '/' + router.ipv4.path;
+   const View own( router.root.path(), "default" );
+   const Mirror& mirror = own.mirror( "default", Vantu::AddressFamily::ipv4 );
+   for ( const char* latest : { "route", "routeIntf" } ) {
+      for ( const char* table : { "route", "routeIntf" } )
+         fs::last_write_time( tables + '/' + table + ".bell",
+                              fs::file_time_type::clock::now() -
+                                 std::chrono::hours( table == latest ? 1 : 9 ) );
+      EXPECT_EQ( spanText( mirror.sinceLastWrite().value_or( 0 ) ).substr( 0, 2 ),
+                 "1h" )
+         << latest;
+   }
 }
 
 TEST_F( Reports, FilesAreReplacedAsTheyStand ) {

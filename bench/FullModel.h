@@ -53,13 +53,16 @@ struct Size {
    unsigned records() const { return routes * ( 1 + intfs ); }
 };
 
+// Of addresses there are more than a table takes records.
+constexpr unsigned kMaxRoutes = 10'000'000;
+
 // Of the command line; ends the program where that is wrong.
 inline Size sizeOf( int argc, char** argv ) {
    Size size;
    if ( argc > 1 ) size.routes = static_cast<unsigned>( std::atoi( argv[1] ) );
    if ( argc > 2 ) size.intfs = static_cast<unsigned>( std::atoi( argv[2] ) );
    if ( argc > 3 ) size.rounds = static_cast<unsigned>( std::atoi( argv[3] ) );
-   if ( size.routes != 0 && size.routes <= 60000 && size.intfs != 0 &&
+   if ( size.routes != 0 && size.routes <= kMaxRoutes && size.intfs != 0 &&
         size.rounds != 0 )
       return size;
    fmt::print( stderr, "usage: {} [routes [interfaces [rounds]]]\n", argv[0] );
@@ -67,9 +70,10 @@ inline Size sizeOf( int argc, char** argv ) {
 }
 
 inline RouteKey keyOf( unsigned i ) {
+   const unsigned low = i % 250 + 1, middle = i / 250 % 250, high = i / 62500;
    return {
-      Vantu::IpGenAddr( fmt::format( "198.18.{}.{}", i / 250, i % 250 + 1 ) ),
-      Vantu::IpGenAddr( fmt::format( "239.1.{}.{}", i / 250, i % 250 + 1 ) ) };
+      Vantu::IpGenAddr( fmt::format( "10.{}.{}.{}", high, middle, low ) ),
+      Vantu::IpGenAddr( fmt::format( "239.{}.{}.{}", 1 + high, middle, low ) ) };
 }
 
 struct Values {

@@ -78,8 +78,10 @@ struct Site {
       append( out, own( intf ) );
       append( out, { 0, count, 0, 210 } );
       for ( unsigned i = first; i < first + count; ++i ) {
-         append( out, { 1, 0, 0, 32, 239, 1, i / 250, i % 250 + 1, 0, 1, 0, 0 } );
-         append( out, { 1, 0, 4, 32, 198, 18, i / 250, i % 250 + 1 } );
+         const unsigned low = i % 250 + 1, middle = i / 250 % 250,
+                        high = i / 62500;
+         append( out, { 1, 0, 0, 32, 239, 1 + high, middle, low, 0, 1, 0, 0 } );
+         append( out, { 1, 0, 4, 32, 198, 18 + high, middle, low } );
       }
       fillChecksum( out, message );
       const size_t length = out.size() - 14;

@@ -4,7 +4,7 @@
 # from the folder's sources, records its declared dependencies for
 # tools/check-includes, and puts its objects into libPimsm.so.
 
-set( PIMSM_DEPS_FILE ${CMAKE_BINARY_DIR}/folder-deps.txt )
+set( PIMSM_DEPS_FILE ${PROJECT_BINARY_DIR}/folder-deps.txt )
 file( WRITE ${PIMSM_DEPS_FILE} "" )
 set_property( GLOBAL PROPERTY PIMSM_FOLDERS "" )
 
@@ -12,7 +12,7 @@ include( CheckIncludeFileCXX )
 
 add_library( pimsm_options INTERFACE )
 target_compile_features( pimsm_options INTERFACE cxx_std_20 )
-target_include_directories( pimsm_options INTERFACE ${CMAKE_SOURCE_DIR} )
+target_include_directories( pimsm_options INTERFACE ${PROJECT_SOURCE_DIR} )
 # Boost's headers are the system's: their warnings are not ours to mend.
 target_compile_options( pimsm_options INTERFACE
    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
@@ -72,7 +72,7 @@ endfunction()
 
 # Records "folder: name deps..." for tools/check-includes.
 function( pimsm_declare_folder name )
-   file( RELATIVE_PATH folder ${CMAKE_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR} )
+   file( RELATIVE_PATH folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR} )
    list( JOIN ARGN " " deps )
    file( APPEND ${PIMSM_DEPS_FILE} "${folder}: ${name} ${deps}\n" )
 endfunction()
@@ -97,7 +97,7 @@ endfunction()
 # The include rule is part of every build.
 function( pimsm_check_includes )
    add_custom_target( check-includes ALL
-      COMMAND python3 ${CMAKE_SOURCE_DIR}/tools/check-includes
-              ${CMAKE_SOURCE_DIR} ${PIMSM_DEPS_FILE}
+      COMMAND python3 ${PROJECT_SOURCE_DIR}/tools/check-includes
+              ${PROJECT_SOURCE_DIR} ${PIMSM_DEPS_FILE}
       COMMENT "Checking the include rule" VERBATIM )
 endfunction()

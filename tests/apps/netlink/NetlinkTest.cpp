@@ -13,9 +13,9 @@ namespace {
 std::vector<uint8_t> attribute( uint16_t type, uint16_t length,
                                 std::vector<uint8_t> value ) {
    nlattr header = { length, type };
-   std::vector<uint8_t> out( sizeof header );
+   std::vector<uint8_t> out( sizeof header + value.size() );
    std::memcpy( out.data(), &header, sizeof header );
-   out.insert( out.end(), value.begin(), value.end() );
+   std::copy( value.begin(), value.end(), out.begin() + sizeof header );
    return out;
 }
 

@@ -25,8 +25,10 @@ TEST_F( CopyRace, LeavesEveryCopyWhole ) {
    ASSERT_EQ( mprotect( base, size, PROT_READ | PROT_WRITE ), 0 );
    const Detail::WriterView view{
       base, instance.geometry(), { testSeed[0], testSeed[1] } };
-   const Key key{ 1, 0 };
-   const uint64_t hash = instance.hashOf( &key );
+   // A record begins with its key.
+   const Record first = Record::of( 1, 1 );
+   const Key& key = first.key;
+   const uint64_t hash = instance.hashOf( &first );
    const Position position = view.geometry.homeOf( hash ) * Detail::lineWords;
    // The stores of put() and remove(), over two slots by turns: they are filled
    // again as soon as can be.

@@ -1,6 +1,7 @@
 // What a stray pointer may do to a table's file.
 #pragma once
 
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -23,12 +24,19 @@ void breakSlot( const std::string& file, const Key& key, size_t at ) {
    std::string wanted( reinterpret_cast<const char*>( &flat ), sizeof flat );
    // Where a slot's record begins; a short key's bytes may stand elsewhere, too.
    constexpr size_t kSlot = 64;
-   size_t place = bytes.find( wanted );
-   while ( place != std::string::npos && place % kSlot != kBeforeRecord )
-      place = bytes.find( wanted, place + 1 );
-   if ( place == std::string::npos ) throw std::runtime_error( "no such key" );
+   // The newest of those that held the key: the stamp begins with the sequence.
+   size_t found = std::string::npos;
+   uint64_t newest = 0;
+   for ( size_t place = bytes.find( wanted ); place != std::string::npos;
+         place = bytes.find( wanted, place + 1 ) ) {
+      if ( place % kSlot != kBeforeRecord ) continue;
+      uint64_t stamp;
+      std::memcpy( &stamp, bytes.data() + place - kBeforeRecord, sizeof stamp );
+      if ( stamp > newest ) newest = stamp, found = place;
+   }
+   if ( found == std::string::npos ) throw std::runtime_error( "no such key" );
    stream.clear();
-   place += at - kBeforeRecord;
+   const size_t place = found + at - kBeforeRecord;
    stream.seekp( static_cast<std::streamoff>( place ) );
    stream.put( static_cast<char>( bytes[place] ^ 0x40 ) );
 }

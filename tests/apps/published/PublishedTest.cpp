@@ -7,6 +7,7 @@
 #include "apps/published/Publisher.h"
 #include "platform/entity/EventCounter.h"
 #include "platform/loop/TestClock.h"
+#include "tests/support/Damage.h"
 #include "tests/support/TempRoot.h"
 #include "tests/support/VrfBuilder.h"
 
@@ -61,6 +62,15 @@ TEST_F( Publishing, AMirrorFollowsTheInterfaces ) {
    EXPECT_EQ( eth0->addr().address, addr( "192.0.2.2" ) );
    EXPECT_FALSE( eth0->iAmDr() );
    EXPECT_EQ( model->pimStatus()->intf( intfId( "eth1" ) ), nullptr );
+
+   // What does not verify is not taken up.
+   publishInterfaces( *tables, { interface( "eth0", "192.0.2.3", true ) } );
+   Mox::Test::breakRecord( root.path() + '/' + path() + "/interface",
+                           intfId( "eth0" ), 64 );
+   exchange();
+   EXPECT_EQ( eth0->addr().address, addr( "192.0.2.2" ) );
+   publishInterfaces( *tables, { interface( "eth0", "192.0.2.2", false ) } );
+   exchange();
 
    // A reader that starts later finds what stands; without a table nothing is known.
    auto later = Routing::Pim::SparseMode::statusFactory( L3::VrfName( "red" ) );

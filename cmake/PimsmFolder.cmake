@@ -84,6 +84,8 @@ function( pimsm_shared_library )
       list( APPEND objects $<TARGET_OBJECTS:${folder}> )
    endforeach()
    add_library( Pimsm SHARED ${objects} )
+   # By the name that find_package gives it, where the project is part of another.
+   add_library( Pimsm::Pimsm ALIAS Pimsm )
    set_target_properties( Pimsm PROPERTIES
       VERSION ${PROJECT_VERSION} SOVERSION 1 LINKER_LANGUAGE CXX )
    target_link_libraries( Pimsm PUBLIC

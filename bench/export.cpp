@@ -12,6 +12,8 @@
 //
 // Prints one line a figure. `bench_export <routes> <interfaces a route> <rounds>`.
 
+#include <fmt/format.h>
+
 #include <filesystem>
 #include <random>
 

@@ -10,6 +10,7 @@
 // Prints one line a figure. `bench_show <routes> <interfaces a route> <rounds>`.
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/resource.h>

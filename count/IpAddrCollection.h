@@ -1,7 +1,7 @@
 // A set of addresses, of which each carries a flag that its users always set.
 #pragma once
 
-#include <ostream>
+#include <iosfwd>
 #include <unordered_map>
 
 #include "platform/base/Text.h"

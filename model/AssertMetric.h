@@ -1,8 +1,6 @@
 // Assert metrics and the assert state of an interface (RFC 7761, 4.6).
 #pragma once
 
-#include <ostream>
-
 #include "platform/base/Enum.h"
 #include "platform/base/Record.h"
 #include "platform/net/IpGenAddr.h"

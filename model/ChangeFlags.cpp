@@ -1,5 +1,7 @@
 #include "model/ChangeFlags.h"
 
+#include <ostream>
+
 namespace Routing::Pim::SparseMode {
 
 std::ostream& operator<<( std::ostream& stream, const ChangeFlags* flags ) {

@@ -37,8 +37,8 @@ Route::~Route() {
 // All records forget the route before anyone hears of one: an observer may look at
 // the others, or let go of them.
 void Route::unbindUpstreams() {
-   std::vector<Mox::Ptr<UpstreamInfo>> bound( upstreams_.members().begin(),
-                                              upstreams_.members().end() );
+   const std::vector<UpstreamInfo*> members = upstreams_.members();
+   const std::vector<Mox::Ptr<UpstreamInfo>> bound( members.begin(), members.end() );
    for ( const auto& upstream : bound ) upstream->forgetRoute();
    for ( const auto& upstream : bound ) upstream->announceRoute();
 }

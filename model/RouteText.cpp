@@ -1,5 +1,7 @@
 // Text forms of a route and of its flag sets.
 
+#include <ostream>
+
 #include "model/Route.h"
 
 namespace Routing::Pim::SparseMode {

@@ -1,5 +1,7 @@
 #include "platform/acl/AclRules.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace Acl {

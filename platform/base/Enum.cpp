@@ -1,5 +1,7 @@
 #include "platform/base/Enum.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 

@@ -13,10 +13,7 @@
 // to the value; an unknown one is a RangeError.
 #pragma once
 
-#include <fmt/format.h>
-
 #include <cstdint>
-#include <ostream>
 #include <span>
 
 #include "platform/base/Text.h"
@@ -73,5 +70,5 @@ Enum enumInstance( StringView name ) {
          ::Mox::Detail::parseEnum( enumNames( Type() ), begin, end ) );          \
    }                                                                             \
    inline std::ostream& operator<<( std::ostream& stream, Type value ) {         \
-      return stream << stringValue( value );                                     \
+      return ::Mox::Detail::put( stream, stringValue( value ) );                 \
    }

@@ -12,7 +12,6 @@
 #pragma once
 
 #include <cstdint>
-#include <ostream>
 #include <span>
 
 #include "platform/base/Text.h"
@@ -103,6 +102,6 @@ class FlagSet {
          out.valueIs( ::Mox::Detail::parseFlags( begin, end, fullName, rows() ) ); \
       }                                                                            \
       friend std::ostream& operator<<( std::ostream& stream, const Type& flags ) { \
-         return stream << valueToStrep( flags );                                   \
+         return ::Mox::Detail::put( stream, valueToStrep( flags ) );               \
       }                                                                            \
    };

@@ -13,8 +13,6 @@
 // under the field's name.
 #pragma once
 
-#include <ostream>
-
 #include "platform/base/Text.h"
 
 namespace Mox {
@@ -88,5 +86,5 @@ class RecordParser {
 // operator<< that prints the text form, for types without a shorter one for traces.
 #define MOX_STREAM_TEXT( Type )                                                 \
    inline std::ostream& operator<<( std::ostream& stream, const Type& value ) { \
-      return stream << valueToStrep( value );                                   \
+      return ::Mox::Detail::put( stream, valueToStrep( value ) );               \
    }

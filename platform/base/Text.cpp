@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <ostream>
 
 namespace Mox {
 namespace {
@@ -95,6 +96,10 @@ void expectLiteral( StringIter& begin, StringIter end, StringView literal ) {
 }
 
 namespace Detail {
+
+std::ostream& put( std::ostream& stream, StringView text ) {
+   return stream << text;
+}
 
 String unsignedText( uint64_t value ) {
    return fmt::format_int( value ).str();

@@ -18,6 +18,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <iosfwd>
 #include <limits>
 #include <type_traits>
 
@@ -28,6 +29,8 @@
 namespace Mox {
 
 namespace Detail {
+// For headers, which need not know streams whole.
+PIMSM_API std::ostream& put( std::ostream& stream, StringView text );
 PIMSM_API String unsignedText( uint64_t value );
 PIMSM_API String signedText( int64_t value );
 PIMSM_API uint64_t parseUnsigned( StringIter& begin, StringIter end, uint64_t max );

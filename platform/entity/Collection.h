@@ -6,10 +6,7 @@
 // loop whose body can do so walks keysOf( collection ) instead.
 #pragma once
 
-#include <algorithm>
 #include <map>
-#include <memory>
-#include <unordered_map>
 
 #include "platform/base/Prefetch.h"
 #include "platform/entity/Entity.h"
@@ -241,51 +238,31 @@ struct CollectionOwner {
 
 // Members that outlive their place in a collection, or never had one, while somebody
 // holds them. Their plain back pointer must be cleared when the owner goes.
-//
-// Mostly there are none or two, which are looked through; with more an index is kept, so
-// that letting go of many in any order takes the time of each.
 template <class T>
 class Strays {
  public:
    // REQUIRES: not among them.
-   void add( T* member ) {
-      if ( places_ != nullptr ) places_->emplace( member, members_.size() );
-      members_.push_back( member );
-      if ( places_ == nullptr && members_.size() > kScanned ) makeIndex();
-   }
+   void add( T* member ) { slots_.add( hashOf( member ), member ); }
    void remove( T* member ) {
-      size_t place = placeOf( member );
-      if ( place == members_.size() ) return;
-      T* last = members_.back();
-      if ( places_ != nullptr ) {
-         ( *places_ )[last] = place;
-         places_->erase( member );
-      }
-      members_[place] = last;
-      members_.pop_back();
-      if ( members_.empty() ) places_.reset();
+      size_t place = slots_.find(
+         hashOf( member ), [&]( const Entity* each ) { return each == member; } );
+      if ( place != HashedSlots::npos ) slots_.remove( place );
    }
-   const std::vector<T*>& members() const { return members_; }
+   // In order of coming, as long as none went.
+   std::vector<T*> members() const {
+      std::vector<T*> members;
+      for ( const auto& slot : slots_.slots() )
+         members.push_back( static_cast<T*>( slot.member ) );
+      return members;
+   }
 
  private:
-   static constexpr size_t kScanned = 16;
-
-   void makeIndex() {
-      places_ = std::make_unique<std::unordered_map<const T*, size_t>>();
-      for ( size_t i = 0; i < members_.size(); ++i )
-         places_->emplace( members_[i], i );
-   }
-   size_t placeOf( const T* member ) const {
-      if ( places_ == nullptr ) {
-         auto found = std::find( members_.begin(), members_.end(), member );
-         return static_cast<size_t>( found - members_.begin() );
-      }
-      auto found = places_->find( member );
-      return found == places_->end() ? members_.size() : found->second;
+   static uint64_t hashOf( const T* member ) {
+      uint64_t h = reinterpret_cast<uintptr_t>( member ) * 0x9e3779b97f4a7c15ULL;
+      return h ^ ( h >> 32 );
    }
 
-   std::vector<T*> members_;
-   std::unique_ptr<std::unordered_map<const T*, size_t>> places_;
+   HashedSlots slots_;
 };
 
 }

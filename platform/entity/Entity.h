@@ -18,7 +18,6 @@
 // he calls them.
 #pragma once
 
-#include <memory>
 #include <type_traits>
 
 #include "platform/base/Assert.h"

@@ -1,6 +1,7 @@
 #include "platform/entity/Reflection.h"
 
 #include <algorithm>
+#include <boost/core/demangle.hpp>
 
 namespace Mox {
 
@@ -11,6 +12,10 @@ const AttributeInfo& TypeInfo::attribute( StringView attributeName ) const {
       }
    }
    throw NameError( name + " has no attribute " + String( attributeName ) );
+}
+
+String Detail::fullTypeName( const std::type_info& type ) {
+   return boost::core::demangle( type.name() );
 }
 
 TypeInfo Detail::typeInfoOf( String name, std::span<AttributeInfo> rows ) {

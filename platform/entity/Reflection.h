@@ -1,7 +1,6 @@
 // Reflection by name: what a type's attribute list tells at run time.
 #pragma once
 
-#include <boost/core/demangle.hpp>
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <span>
 #include <type_traits>
@@ -58,9 +57,11 @@ namespace Detail {
 // Sorts the rows: those of the kind Alone come last.
 PIMSM_API TypeInfo typeInfoOf( String name, std::span<AttributeInfo> rows );
 
+PIMSM_API String fullTypeName( const std::type_info& type );
+
 template <class T>
 String fullTypeName() {
-   return boost::core::demangle( typeid( T ).name() );
+   return fullTypeName( typeid( T ) );
 }
 
 template <class T>

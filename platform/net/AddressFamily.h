@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstdint>
-#include <ostream>
 
 #include "platform/base/Text.h"
 
@@ -32,7 +31,7 @@ inline void sequenceToValue( Mox::StringIter& begin, Mox::StringIter end,
 }
 
 inline std::ostream& operator<<( std::ostream& stream, AddressFamily family ) {
-   return stream << valueToStrep( family );
+   return Mox::Detail::put( stream, valueToStrep( family ) );
 }
 
 // The bits of an address; 0 for any other family.

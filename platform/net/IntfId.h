@@ -10,8 +10,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <ostream>
+#include <iosfwd>
 
 #include "platform/base/Export.h"
 #include "platform/base/Text.h"

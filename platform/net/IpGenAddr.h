@@ -14,8 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <functional>
-#include <ostream>
+#include <iosfwd>
 #include <type_traits>
 
 #include "platform/base/Export.h"

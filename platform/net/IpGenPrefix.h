@@ -9,8 +9,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <ostream>
+#include <iosfwd>
 #include <set>
 
 #include "platform/base/Export.h"

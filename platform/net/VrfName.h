@@ -4,8 +4,7 @@
 
 #include <compare>
 #include <cstddef>
-#include <functional>
-#include <ostream>
+#include <iosfwd>
 
 #include "platform/base/Export.h"
 #include "platform/base/Text.h"

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <compare>
-#include <ostream>
 
 #include "platform/base/Record.h"
 #include "platform/net/IntfId.h"
@@ -29,15 +28,7 @@ struct RouteKey {
 };
 MOX_RECORD_TEXT( RouteKey, "Routing::Pim::RouteKey", PIMSM_ROUTE_KEY )
 
-inline std::ostream& operator<<( std::ostream& stream, const RouteKey& key ) {
-   stream << '(';
-   if ( key.source.isUnspecified() ) {
-      stream << '*';
-   } else {
-      stream << key.source;
-   }
-   return stream << ", " << key.group << ')';
-}
+PIMSM_API std::ostream& operator<<( std::ostream& stream, const RouteKey& key );
 
 // clang-format off
 #define PIMSM_ROUTE_INTF_KEY( FIELD ) \
@@ -53,9 +44,7 @@ struct RouteIntfKey {
 };
 MOX_RECORD_TEXT( RouteIntfKey, "Routing::Pim::RouteIntfKey", PIMSM_ROUTE_INTF_KEY )
 
-inline std::ostream& operator<<( std::ostream& stream, const RouteIntfKey& key ) {
-   return stream << key.routeKey << ' ' << key.intfId;
-}
+PIMSM_API std::ostream& operator<<( std::ostream& stream, const RouteIntfKey& key );
 
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <compare>
-#include <ostream>
 
 #include "platform/base/Text.h"
 
@@ -22,7 +21,7 @@ inline void sequenceToValue( Mox::StringIter& begin, Mox::StringIter end,
    Mox::sequenceToValue( begin, end, out.value );
 }
 inline std::ostream& operator<<( std::ostream& stream, const RouteMetric& metric ) {
-   return stream << valueToStrep( metric );
+   return Mox::Detail::put( stream, valueToStrep( metric ) );
 }
 
 namespace Pim::Packet {
@@ -54,7 +53,7 @@ struct AssertMessage {
 
 inline std::ostream& operator<<(
    std::ostream& stream, const AssertMessage::AssertMetricPreference& preference ) {
-   return stream << Mox::valueToStrep( preference.value() );
+   return Mox::Detail::put( stream, Mox::valueToStrep( preference.value() ) );
 }
 
 }

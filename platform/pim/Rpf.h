@@ -2,8 +2,6 @@
 // unicast route that says so. The default value means that there is none.
 #pragma once
 
-#include <ostream>
-
 #include "platform/base/Record.h"
 #include "platform/net/IntfId.h"
 #include "platform/net/IpGenAddr.h"
@@ -32,10 +30,6 @@ struct Rpf {
 MOX_RECORD_TEXT( Rpf, "Routing::Pim::Rpf", PIMSM_RPF )
 
 // For traces: "'eth0' via 192.0.2.1 [110/20]", "none" for the default.
-inline std::ostream& operator<<( std::ostream& stream, const Rpf& rpf ) {
-   if ( rpf == Rpf() ) return stream << "none";
-   return stream << rpf.intfId << " via " << rpf.neighbor << " ["
-                 << Mox::valueToStrep( rpf.preference ) << '/' << rpf.metric << ']';
-}
+PIMSM_API std::ostream& operator<<( std::ostream& stream, const Rpf& rpf );
 
 }

@@ -1,4 +1,5 @@
 // Real packets, decoded as an independent dissector decoded them.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <functional>

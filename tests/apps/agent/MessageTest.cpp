@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include "apps/agent/packet/Message.h"
 
 #include <gtest/gtest.h>

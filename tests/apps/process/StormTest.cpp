@@ -1,5 +1,6 @@
 // The agent killed again and again, at any moment of its start, its reload and its
 // work, under readers that check all they hear of.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,6 +1,8 @@
 // The storm's router and the captures that keep it busy.
 #pragma once
 
+#include <fmt/format.h>
+
 #include <random>
 
 #include "tests/apps/agent/PacketBuilder.h"

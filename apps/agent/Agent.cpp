@@ -7,7 +7,7 @@
 #include <set>
 
 #include "apps/agent/config/ConfigReader.h"
-#include "apps/published/Vrfs.h"
+#include "published/Vrfs.h"
 
 namespace Agent {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "apps/agent/MountNotes.h"
 #include "apps/agent/engine/Advertised.h"
-#include "apps/published/Vrfs.h"
+#include "published/Vrfs.h"
 
 namespace Agent {
 

@@ -10,7 +10,7 @@
 #include <memory>
 
 #include "apps/agent/engine/Protocol.h"
-#include "apps/published/MfibStatus.h"
+#include "published/MfibStatus.h"
 
 namespace Agent {
 

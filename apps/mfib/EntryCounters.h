@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "apps/mfib/KernelTable.h"
-#include "apps/published/MfibStatus.h"
+#include "published/MfibStatus.h"
 
 namespace Forwarding {
 

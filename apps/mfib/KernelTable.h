@@ -9,7 +9,7 @@
 #include <functional>
 #include <optional>
 
-#include "apps/published/MfibRecords.h"
+#include "published/MfibRecords.h"
 
 namespace Forwarding {
 

@@ -5,7 +5,7 @@
 #include <list>
 #include <unordered_map>
 
-#include "apps/published/MfibStatus.h"
+#include "published/MfibStatus.h"
 #include "platform/entity/EventCounter.h"
 
 namespace Forwarding {

@@ -11,7 +11,7 @@
 
 #include "apps/mfib/KernelTable.h"
 #include "apps/mfib/Links.h"
-#include "apps/published/MfibStatus.h"
+#include "published/MfibStatus.h"
 
 namespace Forwarding {
 

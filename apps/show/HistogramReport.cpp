@@ -6,7 +6,7 @@
 #include <bit>
 #include <map>
 
-#include "apps/published/Counting.h"
+#include "published/Counting.h"
 #include "apps/show/RouteText.h"
 
 namespace Show {

@@ -12,7 +12,7 @@
 #include <optional>
 
 #include "apps/program/Ending.h"
-#include "apps/published/Counting.h"
+#include "published/Counting.h"
 #include "apps/show/AgentTables.h"
 #include "apps/show/Exposition.h"
 #include "apps/show/Words.h"

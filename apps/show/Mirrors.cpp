@@ -7,7 +7,7 @@
 #include <ctime>
 #include <tuple>
 
-#include "apps/published/Vrfs.h"
+#include "published/Vrfs.h"
 #include "platform/shm/TableFiles.h"
 
 namespace Show {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "apps/published/MfibStatus.h"
-#include "apps/published/PimMirror.h"
+#include "published/MfibStatus.h"
+#include "published/PimMirror.h"
 #include "export/RouteBraneRestartSm.h"
 #include "platform/loop/RealClock.h"
 #include "register/AdvertisedSgStatus.h"

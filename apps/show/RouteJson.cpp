@@ -1,6 +1,6 @@
 #include "apps/show/RouteJson.h"
 
-#include "apps/published/GroupRanges.h"
+#include "published/GroupRanges.h"
 #include "apps/show/Olist.h"
 #include "apps/show/RouteMembers.h"
 #include "apps/show/YangData.h"

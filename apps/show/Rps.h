@@ -1,7 +1,7 @@
 // The RPs of a mirror's groups. A copy of the moment; event-loop thread only.
 #pragma once
 
-#include "apps/published/GroupRanges.h"
+#include "published/GroupRanges.h"
 #include "apps/show/Mirrors.h"
 
 namespace Show {

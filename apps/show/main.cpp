@@ -4,7 +4,7 @@
 #include <iostream>
 #include <set>
 
-#include "apps/published/Vrfs.h"
+#include "published/Vrfs.h"
 #include "apps/show/Answer.h"
 #include "apps/show/MetricsReport.h"
 #include "apps/show/Words.h"

@@ -4,7 +4,7 @@
 
 #include <fstream>
 
-#include "apps/published/MfibStatus.h"
+#include "published/MfibStatus.h"
 #include "tests/netns/Topology.h"
 #include "tests/support/ExportPair.h"
 #include "tests/support/Program.h"

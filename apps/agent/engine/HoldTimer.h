@@ -4,7 +4,7 @@
 #pragma once
 
 #include "apps/agent/engine/Timer.h"
-#include "apps/published/Records.h"
+#include "published/Records.h"
 
 namespace Agent {
 

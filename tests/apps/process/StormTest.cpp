@@ -9,7 +9,7 @@
 #include <optional>
 #include <thread>
 
-#include "apps/published/Status.h"
+#include "published/Status.h"
 #include "export/Status.h"
 #include "platform/loop/TestClock.h"
 #include "platform/mount/EntityManager.h"

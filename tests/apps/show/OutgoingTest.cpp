@@ -5,7 +5,7 @@
 #include <random>
 
 #include "apps/agent/engine/ForwardingEngine.h"
-#include "apps/published/Publisher.h"
+#include "published/Publisher.h"
 #include "apps/show/Olist.h"
 #include "tests/apps/show/Published.h"
 

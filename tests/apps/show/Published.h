@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "apps/published/Publisher.h"
+#include "published/Publisher.h"
 #include "apps/show/Mirrors.h"
 #include "register/AdvertisedSgStatus.h"
 #include "register/RegisterStatus.h"

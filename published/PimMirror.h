@@ -8,12 +8,12 @@
 // Goes before the entities it was given. Event-loop thread only.
 #pragma once
 
-#include "apps/published/Status.h"
 #include "model/Status.h"
+#include "published/Status.h"
 
 namespace Published {
 
-class PimMirror : public FamilyStatus::NotifieeConst {
+class PIMSM_API PimMirror : public FamilyStatus::NotifieeConst {
  public:
    PimMirror( Mox::Ptr<Routing::Pim::SparseMode::Status> model,
               Mox::Ptr<const FamilyStatus> tables );

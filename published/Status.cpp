@@ -1,4 +1,4 @@
-#include "apps/published/Status.h"
+#include "published/Status.h"
 
 #include "export/Status.h"
 #include "platform/entity/Factory.h"

@@ -1,4 +1,4 @@
-#include "apps/published/MfibStatus.h"
+#include "published/MfibStatus.h"
 
 #include "export/Status.h"
 #include "platform/entity/Factory.h"

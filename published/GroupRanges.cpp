@@ -1,4 +1,4 @@
-#include "apps/published/GroupRanges.h"
+#include "published/GroupRanges.h"
 
 #include <map>
 

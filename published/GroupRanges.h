@@ -5,12 +5,12 @@
 #include <optional>
 #include <vector>
 
-#include "apps/published/Status.h"
+#include "published/Status.h"
 #include "ssm/SsmGroupSm.h"
 
 namespace Published {
 
-class GroupRanges {
+class PIMSM_API GroupRanges {
  public:
    // The tables may be missing: then nothing is known.
    GroupRanges( Vantu::AddressFamily family, const FamilyStatus& tables );

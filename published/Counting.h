@@ -21,7 +21,7 @@
 
 namespace Published {
 
-class Counting : public Routing::Pim::SparseMode::Status::NotifieeConst {
+class PIMSM_API Counting : public Routing::Pim::SparseMode::Status::NotifieeConst {
  public:
    // Counts what is there. REQUIRES: not null.
    explicit Counting( Mox::Ptr<Routing::Pim::SparseMode::Status> model );

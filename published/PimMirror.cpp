@@ -1,4 +1,4 @@
-#include "apps/published/PimMirror.h"
+#include "published/PimMirror.h"
 
 namespace Published {
 

@@ -1,5 +1,5 @@
 // What is counted of a model, against a count of its routes from scratch.
-#include "apps/published/Counting.h"
+#include "published/Counting.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "apps/published/Vrfs.h"
+#include "published/Vrfs.h"
 
 #include <grp.h>
 #include <sys/stat.h>

@@ -1,9 +1,9 @@
 // The records of what the agent publishes about itself.
 #pragma once
 
-#include "apps/published/Text.h"
 #include "platform/acl/AclRules.h"
 #include "platform/pim/FlatForms.h"
+#include "published/Text.h"
 
 namespace Published {
 

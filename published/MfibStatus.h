@@ -2,10 +2,10 @@
 // and family: its interfaces, counters and upcalls. Event-loop thread only.
 #pragma once
 
-#include "apps/published/MfibRecords.h"
 #include "platform/mount/EntityManager.h"
 #include "platform/mount/TableAttribute.h"
 #include "platform/net/VrfName.h"
+#include "published/MfibRecords.h"
 
 namespace Published {
 
@@ -20,7 +20,7 @@ using MfibUpcallTable = MoxBrane::Table<MfibUpcall>;
    A( Table, upcall, Upcall, MfibUpcallTable, , "packets handed up; when full the oldest goes" )
 // clang-format on
 
-class MfibStatus : public MoxBrane::MountedEntity {
+class PIMSM_API MfibStatus : public MoxBrane::MountedEntity {
  public:
    MOX_ENTITY( MfibStatus, PUBLISHED_MFIB_ATTRIBUTES )
 

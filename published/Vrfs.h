@@ -11,18 +11,18 @@
 namespace Published {
 
 // A directory may not be read; the text says what to do.
-class UnreadableError : public Mox::Error {
+class PIMSM_API UnreadableError : public Mox::Error {
  public:
    using Error::Error;
 };
 
 // The VRFs whose route table stands under the root, in no order. Throws
 // UnreadableError where the directory may not be read.
-std::vector<L3::VrfName> vrfsUnder( const std::string& root,
-                                    Vantu::AddressFamily family );
+PIMSM_API std::vector<L3::VrfName> vrfsUnder( const std::string& root,
+                                              Vantu::AddressFamily family );
 
 // Removes the tables in a directory that have no writer, and the directory when it is
 // empty then. What cannot be removed stays.
-void removeTablesUnder( const std::string& directory );
+PIMSM_API void removeTablesUnder( const std::string& directory );
 
 }

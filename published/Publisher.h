@@ -5,24 +5,28 @@
 #include <functional>
 #include <vector>
 
-#include "apps/published/Status.h"
 #include "platform/loop/Clock.h"
+#include "published/Status.h"
 
 namespace Published {
 
 // The tables whole, as they should be. What a former process left goes, too. A table
 // that is full keeps what is in it. Of two records of one key the first counts.
-void publishInterfaces( FamilyStatus& tables, const std::vector<Interface>& all );
-void publishNeighbors( FamilyStatus& tables, const std::vector<Neighbor>& all );
+PIMSM_API void publishInterfaces( FamilyStatus& tables,
+                                  const std::vector<Interface>& all );
+PIMSM_API void publishNeighbors( FamilyStatus& tables,
+                                 const std::vector<Neighbor>& all );
 // One record; where no timer runs it goes.
-void publishDownstream( FamilyStatus& tables, const Downstream& record );
-void publishRps( FamilyStatus& tables, const std::vector<Rp>& all );
-void publishAccessRules( FamilyStatus& tables, const std::vector<AccessRule>& all );
-void publishSettings( FamilyStatus& tables, const std::vector<Setting>& all );
+PIMSM_API void publishDownstream( FamilyStatus& tables, const Downstream& record );
+PIMSM_API void publishRps( FamilyStatus& tables, const std::vector<Rp>& all );
+PIMSM_API void publishAccessRules( FamilyStatus& tables,
+                                   const std::vector<AccessRule>& all );
+PIMSM_API void publishSettings( FamilyStatus& tables,
+                                const std::vector<Setting>& all );
 
 // Publishes the process's event counters, each second while they change. The clock
 // outlives it.
-class CounterPublisher : public Mox::Clock::Notifiee {
+class PIMSM_API CounterPublisher : public Mox::Clock::Notifiee {
  public:
    static constexpr double interval = 1.0;  // s
 

@@ -1,4 +1,4 @@
-#include "apps/published/Publisher.h"
+#include "published/Publisher.h"
 
 #include <map>
 

@@ -1,10 +1,10 @@
 // What the agent publishes of itself, from its tables to a reader's model.
 #include <gtest/gtest.h>
 
-#include "apps/published/GroupRanges.h"
-#include "apps/published/MfibStatus.h"
-#include "apps/published/PimMirror.h"
-#include "apps/published/Publisher.h"
+#include "published/GroupRanges.h"
+#include "published/MfibStatus.h"
+#include "published/PimMirror.h"
+#include "published/Publisher.h"
 #include "platform/entity/EventCounter.h"
 #include "platform/loop/TestClock.h"
 #include "tests/support/Damage.h"

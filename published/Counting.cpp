@@ -1,4 +1,4 @@
-#include "apps/published/Counting.h"
+#include "published/Counting.h"
 
 namespace Published {
 

@@ -2,10 +2,10 @@
 // ProcessStatus for the whole process. Event-loop thread only.
 #pragma once
 
-#include "apps/published/Records.h"
 #include "platform/mount/EntityManager.h"
 #include "platform/mount/TableAttribute.h"
 #include "platform/net/VrfName.h"
+#include "published/Records.h"
 
 namespace Published {
 
@@ -30,7 +30,7 @@ using CounterTable = MoxBrane::Table<Counter>;
    A( Table, counter, Counter, CounterTable, , "event counters of the process" )
 // clang-format on
 
-class FamilyStatus : public MoxBrane::MountedEntity {
+class PIMSM_API FamilyStatus : public MoxBrane::MountedEntity {
  public:
    MOX_ENTITY( FamilyStatus, PUBLISHED_FAMILY_ATTRIBUTES )
 
@@ -48,7 +48,7 @@ class FamilyStatus : public MoxBrane::MountedEntity {
    ~FamilyStatus() override = default;
 };
 
-class ProcessStatus : public MoxBrane::MountedEntity {
+class PIMSM_API ProcessStatus : public MoxBrane::MountedEntity {
  public:
    MOX_ENTITY( ProcessStatus, PUBLISHED_PROCESS_ATTRIBUTES )
 

@@ -78,8 +78,7 @@ struct Site {
       append( out, own( intf ) );
       append( out, { 0, count, 0, 210 } );
       for ( unsigned i = first; i < first + count; ++i ) {
-         const unsigned low = i % 250 + 1, middle = i / 250 % 250,
-                        high = i / 62500;
+         const unsigned low = i % 250 + 1, middle = i / 250 % 250, high = i / 62500;
          append( out, { 1, 0, 0, 32, 239, 1 + high, middle, low, 0, 1, 0, 0 } );
          append( out, { 1, 0, 4, 32, 198, 18 + high, middle, low } );
       }
@@ -136,7 +135,7 @@ Figures measure( const Site& site, unsigned joins ) {
       Mox::Loop loop;
       Mox::RealClock real( loop );
       AgentClock clock( real );
-      AgentCounters counters;
+      RouterCounters counters;
       Corvex::EntityManager manager( real, &loop, root );
       FamilyInstance family( Vantu::AddressFamily::ipv4, site.config(), manager,
                              real, clock, counters );

@@ -2,11 +2,11 @@
 #
 # pimsm_folder( NAME net DEPS base entity ) makes the static library pimsm_net
 # from the folder's sources, records its declared dependencies for
-# tools/check-includes, and puts its objects into libPimsm.so.
+# tools/check-includes, and puts its objects into libPimsm.so, or into that of the
+# LIBRARY that it names.
 
 set( PIMSM_DEPS_FILE ${PROJECT_BINARY_DIR}/folder-deps.txt )
 file( WRITE ${PIMSM_DEPS_FILE} "" )
-set_property( GLOBAL PROPERTY PIMSM_FOLDERS "" )
 
 include( CheckIncludeFileCXX )
 
@@ -55,7 +55,10 @@ set( CMAKE_CXX_VISIBILITY_PRESET hidden )
 set( CMAKE_VISIBILITY_INLINES_HIDDEN ON )
 
 function( pimsm_folder )
-   cmake_parse_arguments( F "" "NAME" "DEPS;LIBS" ${ARGN} )
+   cmake_parse_arguments( F "" "NAME;LIBRARY" "DEPS;LIBS" ${ARGN} )
+   if( NOT F_LIBRARY )
+      set( F_LIBRARY Pimsm )
+   endif()
    file( GLOB sources CONFIGURE_DEPENDS *.cpp detail/*.cpp )
    if( NOT sources )
       # A folder of headers alone still is a target, so that it compiles alone.
@@ -67,7 +70,7 @@ function( pimsm_folder )
    list( TRANSFORM F_DEPS PREPEND pimsm_ OUTPUT_VARIABLE deps )
    target_link_libraries( pimsm_${F_NAME} PUBLIC pimsm_options ${deps} ${F_LIBS} )
    pimsm_declare_folder( ${F_NAME} ${F_DEPS} )
-   set_property( GLOBAL APPEND PROPERTY PIMSM_FOLDERS pimsm_${F_NAME} )
+   set_property( GLOBAL APPEND PROPERTY FOLDERS_OF_${F_LIBRARY} pimsm_${F_NAME} )
 endfunction()
 
 # Records "folder: name deps..." for tools/check-includes.
@@ -77,22 +80,24 @@ function( pimsm_declare_folder name )
    file( APPEND ${PIMSM_DEPS_FILE} "${folder}: ${name} ${deps}\n" )
 endfunction()
 
-function( pimsm_shared_library )
-   get_property( folders GLOBAL PROPERTY PIMSM_FOLDERS )
+# pimsm_shared_library( Pimsm fmt::fmt ): the library of that name of its folders, linked
+# with what follows.
+function( pimsm_shared_library name )
+   get_property( folders GLOBAL PROPERTY FOLDERS_OF_${name} )
    set( objects "" )
    foreach( folder IN LISTS folders )
       list( APPEND objects $<TARGET_OBJECTS:${folder}> )
    endforeach()
-   add_library( Pimsm SHARED ${objects} )
+   add_library( ${name} SHARED ${objects} )
    # By the name that find_package gives it, where the project is part of another.
-   add_library( Pimsm::Pimsm ALIAS Pimsm )
-   set_target_properties( Pimsm PROPERTIES
+   add_library( Pimsm::${name} ALIAS ${name} )
+   set_target_properties( ${name} PROPERTIES
       VERSION ${PROJECT_VERSION} SOVERSION 1 LINKER_LANGUAGE CXX )
-   target_link_libraries( Pimsm PUBLIC
-      $<BUILD_INTERFACE:pimsm_options> fmt::fmt Boost::headers )
+   target_link_libraries( ${name} PUBLIC
+      $<BUILD_INTERFACE:pimsm_options> ${ARGN} Boost::headers )
    # A sanitizer's runtime comes with the program.
    if( NOT PIMSM_SANITIZE )
-      target_link_options( Pimsm PRIVATE -Wl,--no-undefined )
+      target_link_options( ${name} PRIVATE -Wl,--no-undefined )
    endif()
 endfunction()
 

@@ -19,7 +19,7 @@ function( pimsm_install )
       set( PIMSM_PC_CFLAGS "-DPIMSM_ATOMIC_PTR=1" )
    endif()
 
-   install( TARGETS Pimsm EXPORT PimsmTargets
+   install( TARGETS Pimsm PimsmRouter EXPORT PimsmTargets
       LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} )
    install( TARGETS pimsm-agent pimsm-show RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} )
    install( TARGETS pimsm-mfib RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} )
@@ -32,7 +32,7 @@ function( pimsm_install )
       install( FILES apps/completion.bash RENAME ${program}
          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions )
    endforeach()
-   install( DIRECTORY platform model export register count ssm frr published
+   install( DIRECTORY platform model export register count ssm frr published packet engine
       DESTINATION ${headers}
       FILES_MATCHING PATTERN "*.h" PATTERN detail EXCLUDE )
 
@@ -52,6 +52,8 @@ function( pimsm_install )
    cmake_path( SET up NORMALIZE "${libdir}/pkgconfig" )
    string( REGEX REPLACE "[^/]+" ".." PIMSM_PC_UP "${up}" )
    configure_file( cmake/pimsm.pc.in pimsm.pc @ONLY )
+   configure_file( cmake/pimsm-router.pc.in pimsm-router.pc @ONLY )
    install( FILES ${CMAKE_CURRENT_BINARY_DIR}/pimsm.pc
+      ${CMAKE_CURRENT_BINARY_DIR}/pimsm-router.pc
       DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig )
 endfunction()

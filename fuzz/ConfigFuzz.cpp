@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "apps/agent/config/ConfigReader.h"
+#include "apps/config/ConfigReader.h"
 #include "fuzz/Check.h"
 
 extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size ) {

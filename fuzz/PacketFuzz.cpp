@@ -1,8 +1,9 @@
 // The packet decoders. The first byte chooses what stands in front of the IP header,
 // the rest is a frame. What is accepted must be as the decoders promise.
 
-#include "apps/agent/packet/Message.h"
+#include "apps/config/RouterNames.h"
 #include "fuzz/Check.h"
+#include "packet/Message.h"
 
 namespace {
 

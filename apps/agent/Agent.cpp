@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <set>
 
-#include "apps/agent/config/ConfigReader.h"
+#include "apps/config/ConfigReader.h"
 #include "published/Vrfs.h"
 
 namespace Agent {
@@ -160,7 +160,8 @@ std::vector<std::string> Agent::listenedOn() const {
    std::vector<std::string> names;
    for ( const VrfConfig& vrf : options_.config.vrfs ) {
       for ( const InterfaceConfig& interface : vrf.interfaces ) {
-         if ( !interface.addresses.empty() ) names.push_back( interface.capture );
+         if ( !interface.addresses.empty() )
+            names.push_back( vrf.capture( interface.name ) );
       }
    }
    return names;

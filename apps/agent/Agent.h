@@ -15,6 +15,7 @@
 #include "apps/agent/FamilyInstance.h"
 #include "apps/agent/Replay.h"
 #include "apps/agent/capture/LiveCapture.h"
+#include "apps/config/AgentConfig.h"
 #include "platform/loop/RealClock.h"
 
 namespace Agent {
@@ -57,7 +58,7 @@ class Agent {
    // read; nothing has changed then.
    std::vector<std::string> configIs( AgentConfig config );
 
-   const AgentCounters& counters() const { return counters_; }
+   const RouterCounters& counters() const { return counters_; }
    const std::vector<std::unique_ptr<FamilyInstance>>& families() const {
       return families_;
    }
@@ -96,7 +97,7 @@ class Agent {
    Mox::Loop& loop_;
    Mox::RealClock real_;
    AgentClock clock_;
-   AgentCounters counters_;
+   RouterCounters counters_;
    Corvex::EntityManager manager_;
    Published::CounterPublisher published_;
    KernelRoutes kernelRoutes_;

@@ -4,7 +4,7 @@
 #include <set>
 
 #include "apps/agent/MountNotes.h"
-#include "apps/agent/engine/Advertised.h"
+#include "engine/Advertised.h"
 #include "published/Vrfs.h"
 
 namespace Agent {
@@ -27,7 +27,7 @@ Mox::Ptr<Sm::Status> newModel( const VrfConfig& config ) {
 FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
                                 const VrfConfig& config,
                                 Corvex::EntityManager& manager, Mox::Clock& real,
-                                AgentClock& clock, AgentCounters& counters,
+                                AgentClock& clock, RouterCounters& counters,
                                 const KernelRoutes* kernelRoutes )
    : family_( family ),
      config_( config ),
@@ -49,7 +49,10 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
         ::Brane::tableWriter, Sm::AdvertisedSgStatus::capacityFor( *model_ ) ) ),
      protocol_(
         family, config_, model_, pimStatus_, registers_, clock, counters,
-        kernelRoutes, [this] { publishDue_ = true; },
+        [this, kernelRoutes]( const Vantu::IpGenAddr& address ) {
+           return hostRoute( kernelRoutes, address );
+        },
+        [this] { publishDue_ = true; },
         [this]( const auto& key, Vantu::IntfId intfId ) {
            markExport( key, intfId );
         } ),
@@ -71,6 +74,17 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
    restart_ = Sm::Brane::routeBraneRestartSmFactory( model_, tables_,
                                                      ::Brane::tableWriter, &real );
    writer_ = Sm::Brane::routeBraneWriterSmFactory( model_, tables_, &writerClock_ );
+}
+
+// Where the VRF's reverse paths come from the kernel's routes, too.
+std::optional<HostRoute> FamilyInstance::hostRoute(
+   const KernelRoutes* routes, const Vantu::IpGenAddr& address ) const {
+   if ( routes == nullptr || !config_.kernelRpf ) return std::nullopt;
+   auto found = routes->find( config_.routeTable, address );
+   if ( !found ) return std::nullopt;
+   const KernelRoute& route = found->route;
+   return HostRoute{ found->length, route.interface, route.neighbor,
+                     route.connected, route.metric };
 }
 
 FamilyInstance::~FamilyInstance() = default;

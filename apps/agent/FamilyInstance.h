@@ -13,12 +13,14 @@
 #include "apps/agent/AgentClock.h"
 #include "apps/agent/FamilyCounters.h"
 #include "apps/agent/GatedClock.h"
+#include "apps/agent/KernelRoutes.h"
 #include "apps/agent/MfibWatch.h"
 #include "apps/agent/RouteTally.h"
-#include "published/Counting.h"
-#include "published/Publisher.h"
+#include "apps/config/AgentConfig.h"
 #include "export/RouteBraneRestartSm.h"
 #include "export/RouteBraneWriterSm.h"
+#include "published/Counting.h"
+#include "published/Publisher.h"
 #include "register/AdvertisedSgStatus.h"
 
 namespace Agent {
@@ -32,7 +34,7 @@ class FamilyInstance {
    // (Brane::SecondWriterError, Brane::CreateError).
    FamilyInstance( Vantu::AddressFamily family, const VrfConfig& config,
                    Corvex::EntityManager& manager, Mox::Clock& real,
-                   AgentClock& clock, AgentCounters& counters,
+                   AgentClock& clock, RouterCounters& counters,
                    const KernelRoutes* kernelRoutes = nullptr );
    ~FamilyInstance();
 
@@ -93,6 +95,8 @@ class FamilyInstance {
       void onTime() override {}
    };
 
+   std::optional<HostRoute> hostRoute( const KernelRoutes* routes,
+                                       const Vantu::IpGenAddr& address ) const;
    bool review();
    bool mayWrite();
    void markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId );
@@ -106,7 +110,7 @@ class FamilyInstance {
    VrfConfig config_;
    Corvex::EntityManager& manager_;
    AgentClock& clock_;
-   AgentCounters& counters_;
+   RouterCounters& counters_;
    Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
    Published::Counting counting_;
    Mox::Ptr<Routing::Pim::Status> pimStatus_;

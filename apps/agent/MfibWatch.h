@@ -9,7 +9,8 @@
 
 #include <memory>
 
-#include "apps/agent/engine/Protocol.h"
+#include "apps/config/RouterNames.h"
+#include "engine/Protocol.h"
 #include "published/MfibStatus.h"
 
 namespace Agent {

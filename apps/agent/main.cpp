@@ -7,7 +7,7 @@
 #include <iostream>
 
 #include "apps/agent/Agent.h"
-#include "apps/agent/config/ConfigReader.h"
+#include "apps/config/ConfigReader.h"
 #include "apps/program/Capabilities.h"
 #include "apps/program/Ending.h"
 #include "platform/loop/Service.h"

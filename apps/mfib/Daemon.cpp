@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "apps/agent/config/ConfigReader.h"
+#include "apps/config/ConfigReader.h"
 #include "apps/program/Capabilities.h"
 
 namespace Forwarding {

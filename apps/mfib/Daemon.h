@@ -5,7 +5,7 @@
 // mirrors. Event-loop thread only.
 #pragma once
 
-#include "apps/agent/config/AgentConfig.h"
+#include "apps/config/AgentConfig.h"
 #include "apps/mfib/Family.h"
 #include "apps/mfib/Links.h"
 #include "apps/mfib/SocketStore.h"

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <iostream>
 
-#include "apps/agent/config/ConfigReader.h"
+#include "apps/config/ConfigReader.h"
 #include "apps/mfib/Daemon.h"
 #include "apps/mfib/Keeper.h"
 #include "apps/program/Ending.h"

@@ -10,8 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "apps/agent/packet/Cursor.h"
-#include "apps/agent/packet/Ip.h"
+#include "apps/config/RouterNames.h"
+#include "packet/Cursor.h"
+#include "packet/Ip.h"
 #include "platform/base/Error.h"
 
 namespace Agent {

@@ -3,7 +3,8 @@
 
 #include <pcap/pcap.h>
 
-#include "apps/agent/packet/Ip.h"
+#include "apps/config/RouterNames.h"
+#include "packet/Ip.h"
 
 namespace Agent {
 

@@ -1,9 +1,10 @@
 #include "apps/agent/AgentClock.h"
+#include "apps/config/RouterNames.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "apps/agent/engine/Timer.h"
+#include "engine/Timer.h"
 #include "platform/loop/TestClock.h"
 
 namespace Agent {

@@ -1,4 +1,5 @@
-#include "apps/agent/engine/AssertEngine.h"
+#include "apps/config/RouterNames.h"
+#include "engine/AssertEngine.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -95,7 +96,7 @@ struct Link {
    VrfConfig config;
    Topology topology{ config };
    Routes routes{ vrf.ptr(), clock, topology, nullptr };
-   AgentCounters counters;
+   RouterCounters counters;
    AssertEngine engine{ routes, clock, counters };
 };
 

@@ -1,4 +1,4 @@
-#include "apps/agent/config/ConfigReader.h"
+#include "apps/config/ConfigReader.h"
 
 #include <gtest/gtest.h>
 
@@ -37,7 +37,7 @@ TEST( Config, TheDocumentedExampleIsRead ) {
    EXPECT_EQ( vrf.maxRoutes, 20000u );
    EXPECT_FALSE( vrf.requireHello );
    ASSERT_EQ( vrf.interfaces.size(), 2u );
-   EXPECT_EQ( vrf.interfaces[0].capture, "left" );
+   EXPECT_EQ( vrf.capture( vrf.interfaces[0].name ), "left" );
    EXPECT_EQ( vrf.interfaces[1].drPriority, 100u );
    const auto& addresses = vrf.interfaces[0].addresses;
    ASSERT_EQ( addresses.size(), 2u );

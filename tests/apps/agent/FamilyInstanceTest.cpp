@@ -7,7 +7,7 @@
 #include <map>
 #include <set>
 
-#include "apps/agent/config/ConfigReader.h"
+#include "apps/config/ConfigReader.h"
 #include "export/Conversion.h"
 #include "tests/apps/agent/ScriptRun.h"
 #include "tests/support/Damage.h"
@@ -155,7 +155,7 @@ class Family : public testing::Test {
    // A keepalive period has not passed since the boot.
    Mox::TestClock real{ 100.0 };
    AgentClock clock{ real };
-   AgentCounters counters;
+   RouterCounters counters;
    Corvex::EntityManager manager{ real, nullptr, root.path() };
    std::unique_ptr<FamilyInstance> family;
 };

@@ -1,4 +1,5 @@
-#include "apps/agent/engine/ForwardingEngine.h"
+#include "apps/config/RouterNames.h"
+#include "engine/ForwardingEngine.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
-#include "apps/agent/packet/Ip.h"
+#include "apps/config/RouterNames.h"
+#include "packet/Ip.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

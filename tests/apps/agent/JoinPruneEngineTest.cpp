@@ -1,4 +1,5 @@
-#include "apps/agent/engine/JoinPruneEngine.h"
+#include "apps/config/RouterNames.h"
+#include "engine/JoinPruneEngine.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -6,7 +7,7 @@
 #include <map>
 #include <set>
 
-#include "apps/agent/config/ConfigReader.h"
+#include "apps/config/ConfigReader.h"
 #include "tests/apps/agent/ScriptRun.h"
 #include "tests/support/VrfBuilder.h"
 
@@ -154,7 +155,7 @@ struct Router {
    VrfConfig config = parseConfig( kConfig, "test" ).vrfs[0];
    Topology topology{ config };
    Routes routes{ model, clock, topology, nullptr };
-   AgentCounters counters;
+   RouterCounters counters;
    Neighbors neighbors{ clock, addr( "203.0.113.1" ), 1 };
    JoinPruneEngine engine{ routes, clock, topology, nullptr, counters };
 };

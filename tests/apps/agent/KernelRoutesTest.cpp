@@ -1,4 +1,4 @@
-#include "apps/agent/engine/KernelRoutes.h"
+#include "apps/agent/KernelRoutes.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include "apps/agent/Agent.h"
-#include "apps/agent/config/ConfigReader.h"
+#include "apps/config/ConfigReader.h"
 #include "tests/support/TempRoot.h"
 
 namespace Agent {

@@ -1,4 +1,5 @@
-#include "apps/agent/engine/MembershipEngine.h"
+#include "apps/config/RouterNames.h"
+#include "engine/MembershipEngine.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -109,7 +110,7 @@ class Members {
    Mox::Ptr<Routing::Pim::SparseMode::Status> model =
       Routing::Pim::SparseMode::statusFactory( L3::VrfName( "default" ) );
    Routes routes{ model, clock, topology, &policy };
-   AgentCounters counters;
+   RouterCounters counters;
    std::unique_ptr<MembershipEngine> engine;
 };
 

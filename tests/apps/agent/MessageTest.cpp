@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
-#include "apps/agent/packet/Message.h"
+#include "apps/config/RouterNames.h"
+#include "packet/Message.h"
 
 #include <gtest/gtest.h>
 

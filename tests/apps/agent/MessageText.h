@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "apps/agent/packet/Message.h"
+#include "apps/config/RouterNames.h"
+#include "packet/Message.h"
 
 namespace Agent {
 

@@ -1,4 +1,5 @@
-#include "apps/agent/engine/Neighbors.h"
+#include "apps/config/RouterNames.h"
+#include "engine/Neighbors.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

@@ -1,11 +1,12 @@
-#include "apps/agent/engine/RegisterEngine.h"
+#include "apps/config/RouterNames.h"
+#include "engine/RegisterEngine.h"
 
 #include <gtest/gtest.h>
 
 #include <map>
 
-#include "apps/agent/config/ConfigReader.h"
-#include "apps/agent/engine/Advertised.h"
+#include "apps/config/ConfigReader.h"
+#include "engine/Advertised.h"
 #include "platform/loop/TestClock.h"
 #include "tests/apps/agent/ScriptRun.h"
 #include "tests/support/Damage.h"
@@ -136,7 +137,7 @@ class Registers : public testing::Test {
    Mox::TestClock clock{ 10000.0 };
    Mox::Test::TempRoot root;
    Corvex::EntityManager manager{ clock, nullptr, root.path() };
-   AgentCounters counters;
+   RouterCounters counters;
    VrfConfig config = parseConfig( kConfig, "test" ).vrfs[0];
    Topology topology{ config };
    Mox::Ptr<RegisterStatus> tables;

@@ -1,9 +1,10 @@
 #include "apps/agent/Replay.h"
+#include "apps/config/RouterNames.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "apps/agent/engine/Timer.h"
+#include "engine/Timer.h"
 #include "platform/loop/TestClock.h"
 #include "tests/apps/agent/PacketBuilder.h"
 #include "tests/support/ErrorText.h"

@@ -4,7 +4,7 @@
 
 #include "apps/agent/FamilyInstance.h"
 #include "apps/agent/Replay.h"
-#include "apps/agent/config/ConfigReader.h"
+#include "apps/config/ConfigReader.h"
 #include "platform/loop/TestClock.h"
 #include "tests/apps/agent/ExpectedRoutes.h"
 #include "tests/support/TempRoot.h"
@@ -50,7 +50,7 @@ struct ReplayedFamily {
    Mox::Test::TempRoot root;
    Mox::TestClock real{ 10000.0 };
    AgentClock clock{ real };
-   AgentCounters counters;
+   RouterCounters counters;
    Corvex::EntityManager manager{ real, nullptr, root.path() };
    FamilyInstance family;
 };

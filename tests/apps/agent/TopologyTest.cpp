@@ -1,8 +1,10 @@
-#include "apps/agent/engine/Topology.h"
+#include "apps/agent/KernelRoutes.h"
+#include "apps/config/RouterNames.h"
+#include "engine/Topology.h"
 
 #include <gtest/gtest.h>
 
-#include "apps/agent/config/ConfigReader.h"
+#include "apps/config/ConfigReader.h"
 #include "tests/support/VrfBuilder.h"
 
 namespace Agent {

@@ -4,9 +4,10 @@
 
 #include <random>
 
-#include "apps/agent/engine/ForwardingEngine.h"
-#include "published/Publisher.h"
+#include "apps/config/RouterNames.h"
 #include "apps/show/Olist.h"
+#include "engine/ForwardingEngine.h"
+#include "published/Publisher.h"
 #include "tests/apps/show/Published.h"
 
 namespace Show {

@@ -1,0 +1,501 @@
+#include "apps/config/ConfigReader.h"
+
+#include <fmt/format.h>
+#include <yaml-cpp/eventhandler.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <set>
+#include <sstream>
+
+#include "apps/config/detail/Section.h"
+#include "apps/program/Printable.h"
+#include "ssm/SsmGroupInfo.h"
+
+namespace Agent {
+namespace {
+
+using Vantu::AddressFamily;
+using Vantu::IntfId;
+using Vantu::IpGenAddr;
+using Vantu::IpGenPrefix;
+
+// The kernel names the register interface after the table, in 15 characters.
+constexpr uint32_t kMrouteTableEnd = 1'000'000'000;
+// The R bit of an assert stands above the preference (RFC 7761, 4.9.6).
+constexpr uint32_t kMaxPreference = 255;      // an administrative distance: 8 bits
+constexpr uint32_t kMaxRecords = 16'000'000;  // a table holds some more
+
+IpGenPrefix multicastRange( AddressFamily family ) {
+   return IpGenPrefix( family == AddressFamily::ipv4 ? "224.0.0.0/4" : "ff00::/8" );
+}
+
+// An address that a router or host can own.
+void checkUnicast( const Place& place, const IpGenAddr& address ) {
+   if ( !address.isUnspecified() && !address.isMulticast() ) return;
+   place.fail( valueToStrep( address ) + " is no unicast address" );
+}
+
+IpGenAddr readUnicast( const Place& place, const char* what,
+                       AddressFamily family ) {
+   auto address = Section::convert<IpGenAddr>( place, what );
+   checkUnicast( place, address );
+   if ( address.family() == family ) return address;
+   place.fail(
+      fmt::format( "{}: {} is of another family", what, valueToStrep( address ) ) );
+}
+
+// A member of `names` twice is an error at `place`.
+template <class T>
+void checkNew( const Place& place, const char* what, std::vector<T>& known,
+               const T& next, const std::string& text ) {
+   if ( std::find( known.begin(), known.end(), next ) != known.end() ) {
+      place.fail( fmt::format( "{} '{}' comes twice", what, text ) );
+   }
+   known.push_back( next );
+}
+
+InterfaceAddress readAddress( const Place& place ) {
+   std::string text = place.text( "address" );
+   if ( text.find( '/' ) == std::string::npos )
+      place.fail( fmt::format( "address: expected address/length at '{}'", text ) );
+   InterfaceAddress out;
+   out.subnet = Section::convert<IpGenPrefix>( place, "address" );
+   out.address = IpGenAddr( Mox::StringView( text ).substr( 0, text.find( '/' ) ) );
+   checkUnicast( place, out.address );
+   return out;
+}
+
+// It will be printed, by others than us, too.
+void checkName( const Place& place, const std::string& name ) {
+   if ( Programs::printable( name ) == name ) return;
+   place.fail( fmt::format( "name: '{}' has a control character", name ) );
+}
+
+// Of a VRF or an interface.
+template <class Name>
+Name readNewName( const Place& place ) {
+   checkName( place, place.text( "name" ) );
+   if ( place.text( "name" ).size() > Name::maxLength )
+      place.fail( fmt::format( "name: longer than {} bytes", Name::maxLength ) );
+   return Section::convert<Name>( place, "name" );
+}
+
+IntfId readInterfaceName( const Place& place, const VrfConfig& vrf ) {
+   auto name = Section::convert<IntfId>( place, "interface" );
+   bool isKnown = std::any_of(
+      vrf.interfaces.begin(), vrf.interfaces.end(),
+      [&]( const InterfaceConfig& known ) { return known.name == name; } );
+   if ( isKnown ) return name;
+   place.fail( fmt::format( "interface '{}' is not of this VRF", name.name() ) );
+}
+
+IpGenAddr readNeighbor( Section& section, const VrfConfig& vrf,
+                        AddressFamily family ) {
+   std::optional<Place> place = section.take( "neighbor" );
+   if ( !place ) return IpGenAddr::unspecified( family );
+   auto neighbor = Section::convert<IpGenAddr>( *place, "neighbor" );
+   if ( neighbor.family() != family ) {
+      place->fail( "neighbor and prefix differ in family" );
+   }
+   checkUnicast( *place, neighbor );
+   if ( isOwn( vrf, neighbor ) )
+      place->fail( fmt::format( "neighbor: {} is an address of this router",
+                                valueToStrep( neighbor ) ) );
+   return neighbor;
+}
+
+void readMetric( Section& section, uint32_t& preference, uint32_t& metric ) {
+   section.value( "preference", preference );
+   if ( preference > kMaxPreference ) {
+      section.require( "preference" )
+         .fail( fmt::format( "preference: {} is above {}", preference,
+                             kMaxPreference ) );
+   }
+   section.value( "metric", metric );
+}
+
+BackupConfig readBackup( const Place& place, const VrfConfig& vrf,
+                         AddressFamily family ) {
+   Section section( place, "backup" );
+   BackupConfig out;
+   out.interface = readInterfaceName( section.require( "interface" ), vrf );
+   out.neighbor = readNeighbor( section, vrf, family );
+   readMetric( section, out.preference, out.metric );
+   section.finish();
+   return out;
+}
+
+// Groups are all that the lists are asked for.
+IpGenPrefix readRuleGroup( const Place& place ) {
+   auto group = Section::convert<IpGenPrefix>( place, "group" );
+   if ( group.isNone() ) return group;
+   IpGenPrefix range = multicastRange( group.family() );
+   if ( range.contains( group ) || group.contains( range ) ) return group;
+   place.fail( fmt::format( "group: {} is not within {}", valueToStrep( group ),
+                            valueToStrep( range ) ) );
+}
+
+// One with a source makes the list an extended one.
+Acl::AclRule readRule( const Place& place, uint32_t place10, bool& extended ) {
+   Section section( place, "rule" );
+   Acl::AclRule out;
+   out.sequence = place10;
+   section.value( "sequence", out.sequence );
+   Place action = section.require( "action" );
+   std::string word = action.text( "action" );
+   if ( word != "permit" && word != "deny" )
+      action.fail( fmt::format( "action: '{}' is neither permit nor deny", word ) );
+   out.action = Section::convert<Acl::AclAction>( action, "action" );
+   if ( std::optional<Place> group = section.take( "group" ) )
+      out.destination = readRuleGroup( *group );
+   if ( std::optional<Place> source = section.take( "source" ) ) {
+      out.source = Section::convert<IpGenPrefix>( *source, "source" );
+      extended = true;
+   }
+   section.finish();
+   return out;
+}
+
+// None of a list that matches any address.
+std::optional<AddressFamily> familyOf( const Acl::AclRules& rules ) {
+   for ( const Acl::AclRule& rule : rules.rules() ) {
+      for ( const IpGenPrefix& prefix : { rule.source, rule.destination } ) {
+         if ( !prefix.isNone() ) return prefix.family();
+      }
+   }
+   return std::nullopt;
+}
+
+// Reads one VRF; what must be unique in all VRFs is kept here.
+class VrfReader {
+ public:
+   VrfConfig read( const Place& place );
+
+ private:
+   InterfaceConfig readInterface( const Place& place, VrfConfig& vrf );
+   RpfRouteConfig readRpfRoute( const Place& place, const VrfConfig& vrf );
+   RpConfig readRp( const Place& place );
+   AdvertisedConfig readAdvertised( const Place& place );
+   AccessListConfig readAccessList( const Place& place );
+   void readName( Section& section, VrfConfig& out );
+   void readMrouteTable( Section& section, VrfConfig& out );
+   static void readFilter( Section& section, const char* key, AddressFamily family,
+                           const VrfConfig& vrf, std::string& out );
+   static void readLimit( Section& section, const char* key, uint32_t& out );
+   static void readRpf( Section& section, VrfConfig& out );
+
+   std::vector<L3::VrfName> vrfs_;
+   std::map<uint32_t, L3::VrfName> mrouteTables_;
+   std::vector<IntfId> interfaces_;
+   std::vector<std::string> captures_;
+   // Of the VRF being read.
+   std::vector<IpGenAddr> addresses_;
+   std::vector<IpGenPrefix> rpfPrefixes_;
+   std::vector<IpGenAddr> rps_;
+   std::set<std::pair<IpGenAddr, IpGenAddr>> advertised_;
+   std::vector<std::string> accessLists_;
+};
+
+VrfConfig VrfReader::read( const Place& place ) {
+   addresses_.clear();
+   rpfPrefixes_.clear();
+   rps_.clear();
+   advertised_.clear();
+   accessLists_.clear();
+   Section section( place, "vrf" );
+   VrfConfig out;
+   readName( section, out );
+   readMrouteTable( section, out );
+   readRpf( section, out );
+   readLimit( section, "maxRoutes", out.maxRoutes );
+   readLimit( section, "maxRouteIntfs", out.maxRouteIntfs );
+   section.value( "require-hello", out.requireHello );
+   for ( const Place& member : section.list( "access-lists" ) ) {
+      out.accessLists.push_back( readAccessList( member ) );
+   }
+   readFilter( section, "ssmFilter", AddressFamily::ipv4, out, out.ssmFilter );
+   readFilter( section, "ssmFilter6", AddressFamily::ipv6, out, out.ssmFilter6 );
+   readFilter( section, "frrFilter", AddressFamily::ipv4, out, out.frrFilter );
+   readFilter( section, "frrFilter6", AddressFamily::ipv6, out, out.frrFilter6 );
+   for ( const Place& member : section.list( "interfaces" ) ) {
+      out.interfaces.push_back( readInterface( member, out ) );
+   }
+   for ( const Place& member : section.list( "rpf-routes" ) ) {
+      out.rpfRoutes.push_back( readRpfRoute( member, out ) );
+   }
+   for ( const Place& member : section.list( "rps" ) ) {
+      out.rps.push_back( readRp( member ) );
+   }
+   for ( const Place& member : section.list( "advertised" ) ) {
+      out.advertised.push_back( readAdvertised( member ) );
+   }
+   section.finish();
+   return out;
+}
+
+// The name becomes a part of the tables' paths.
+void VrfReader::readName( Section& section, VrfConfig& out ) {
+   Place place = section.require( "name" );
+   out.name = readNewName<L3::VrfName>( place );
+   const std::string& name = out.name.name();
+   // "all" is how readers ask for every one.
+   if ( name.empty() || name == "." || name == ".." || name == "all" ||
+        name.find( '/' ) != std::string::npos ) {
+      place.fail( fmt::format( "'{}' cannot name a VRF", name ) );
+   }
+   checkNew( place, "VRF", vrfs_, out.name, name );
+}
+
+// The default is for one VRF, so that several without the key are no fault where nothing
+// forwards: the forwarding process refuses them.
+void VrfReader::readMrouteTable( Section& section, VrfConfig& out ) {
+   std::optional<Place> place = section.take( "mroute-table" );
+   if ( !place ) return;
+   auto table = Section::convert<uint32_t>( *place, "mroute-table" );
+   if ( table == 0 || table >= kMrouteTableEnd )
+      place->fail( fmt::format( "mroute-table: {} is not in 1 to {}", table,
+                                kMrouteTableEnd - 1 ) );
+   out.mrouteTable = table;
+   auto [other, isNew] = mrouteTables_.emplace( table, out.name );
+   if ( !isNew )
+      place->fail( fmt::format( "mroute-table {} is that of VRF '{}'", table,
+                                other->second.name() ) );
+}
+
+// Without its list, or with one that no group of its family matches, a filter would be
+// none, and nobody would be told.
+void VrfReader::readFilter( Section& section, const char* key, AddressFamily family,
+                            const VrfConfig& vrf, std::string& out ) {
+   std::optional<Place> place = section.take( key );
+   if ( !place ) return;
+   out = place->text( key );
+   bool isSsm = std::string_view( key ).substr( 0, 3 ) == "ssm";
+   if ( isSsm && out == Routing::Pim::SparseMode::noSsmRange ) return;
+   auto list = std::find_if( vrf.accessLists.begin(), vrf.accessLists.end(),
+                             [&]( const auto& each ) { return each.name == out; } );
+   if ( list == vrf.accessLists.end() )
+      place->fail( fmt::format( "{}: no access list '{}' in this VRF", key, out ) );
+   if ( familyOf( list->rules ).value_or( family ) != family )
+      place->fail(
+         fmt::format( "{}: access list '{}' is of another family", key, out ) );
+}
+
+void VrfReader::readLimit( Section& section, const char* key, uint32_t& out ) {
+   std::optional<Place> place = section.take( key );
+   if ( !place ) return;
+   out = Section::convert<uint32_t>( *place, key );
+   if ( out == 0 || out > kMaxRecords )
+      place->fail(
+         fmt::format( "{}: {} is not in 1 to {}", key, out, kMaxRecords ) );
+}
+
+void VrfReader::readRpf( Section& section, VrfConfig& out ) {
+   if ( std::optional<Place> place = section.take( "rpf" ) ) {
+      std::string text = Section::convert<std::string>( *place, "rpf" );
+      if ( text != "kernel" && text != "static" )
+         place->fail(
+            fmt::format( "rpf: '{}' is neither kernel nor static", text ) );
+      out.kernelRpf = text == "kernel";
+   }
+   section.value( "route-table", out.routeTable );
+}
+
+InterfaceConfig VrfReader::readInterface( const Place& place, VrfConfig& vrf ) {
+   Section section( place, "interface" );
+   InterfaceConfig out;
+   Place name = section.require( "name" );
+   out.name = readNewName<IntfId>( name );
+   std::string text( out.name.name() );
+   if ( text.empty() ) name.fail( "an interface needs a name" );
+   checkNew( name, "interface", interfaces_, out.name, text );
+   std::string capture = text;
+   section.value( "capture", capture );
+   checkName( section.take( "capture" ).value_or( name ), capture );
+   checkNew( section.take( "capture" ).value_or( name ), "capture", captures_,
+             capture, capture );
+   if ( capture != text ) vrf.captures[out.name] = capture;
+   section.value( "dr-priority", out.drPriority );
+   for ( const Place& member : section.list( "addresses" ) ) {
+      out.addresses.push_back( readAddress( member ) );
+      const IpGenAddr& address = out.addresses.back().address;
+      checkNew( member, "address", addresses_, address, valueToStrep( address ) );
+   }
+   section.finish();
+   return out;
+}
+
+RpfRouteConfig VrfReader::readRpfRoute( const Place& place, const VrfConfig& vrf ) {
+   Section section( place, "rpf-route" );
+   RpfRouteConfig out;
+   Place prefix = section.require( "prefix" );
+   out.prefix = Section::convert<IpGenPrefix>( prefix, "prefix" );
+   if ( out.prefix.isNone() ) prefix.fail( "prefix: expected address/length" );
+   checkNew( prefix, "prefix", rpfPrefixes_, out.prefix,
+             valueToStrep( out.prefix ) );
+   out.interface = readInterfaceName( section.require( "interface" ), vrf );
+   out.neighbor = readNeighbor( section, vrf, out.prefix.family() );
+   readMetric( section, out.preference, out.metric );
+   if ( std::optional<Place> backup = section.take( "backup" ) )
+      out.backup = readBackup( *backup, vrf, out.prefix.family() );
+   section.finish();
+   return out;
+}
+
+RpConfig VrfReader::readRp( const Place& place ) {
+   Section section( place, "rp" );
+   RpConfig out;
+   Place address = section.require( "address" );
+   out.address = Section::convert<IpGenAddr>( address, "address" );
+   checkUnicast( address, out.address );
+   checkNew( address, "RP", rps_, out.address, valueToStrep( out.address ) );
+   IpGenPrefix range = multicastRange( out.address.family() );
+   for ( const Place& member : section.list( "groups" ) ) {
+      out.groups.push_back( Section::convert<IpGenPrefix>( member, "groups" ) );
+      if ( !range.contains( out.groups.back() ) ) {
+         member.fail( fmt::format( "{} is not within {}",
+                                   valueToStrep( out.groups.back() ),
+                                   valueToStrep( range ) ) );
+      }
+   }
+   if ( out.groups.empty() ) out.groups.push_back( range );
+   for ( const Place& member : section.list( "anycast-peers" ) ) {
+      auto peer = readUnicast( member, "anycast-peers", out.address.family() );
+      checkNew( member, "peer", out.anycastPeers, peer, valueToStrep( peer ) );
+   }
+   section.finish();
+   return out;
+}
+
+AdvertisedConfig VrfReader::readAdvertised( const Place& place ) {
+   Section section( place, "advertised" );
+   AdvertisedConfig out;
+   Place group = section.require( "group" );
+   out.group = Section::convert<IpGenAddr>( group, "group" );
+   if ( !out.group.isMulticast() )
+      group.fail( valueToStrep( out.group ) + " is no multicast address" );
+   AddressFamily family = out.group.family();
+   out.source = readUnicast( section.require( "source" ), "source", family );
+   out.rp = readUnicast( section.require( "rp" ), "rp", family );
+   section.value( "anycast", out.anycast );
+   section.finish();
+   if ( !advertised_.emplace( out.source, out.group ).second ) {
+      place.fail( fmt::format( "advertised ({}, {}) comes twice",
+                               valueToStrep( out.source ),
+                               valueToStrep( out.group ) ) );
+   }
+   return out;
+}
+
+// Where a second document begins. The parser's own way to load all of them does not end
+// on some broken texts.
+class SecondDocument : private YAML::EventHandler {
+ public:
+   // The line of the first thing in it; 0: there is none.
+   static int lineIn( const std::string& text ) {
+      std::istringstream stream( text );
+      YAML::Parser parser( stream );
+      SecondDocument handler;
+      if ( !parser.HandleNextDocument( handler ) ) return 0;
+      handler.line_ = 0;
+      parser.HandleNextDocument( handler );
+      return handler.line_;
+   }
+
+ private:
+   using Mark = YAML::Mark;
+   using Tag = const std::string&;
+   using Style = YAML::EmitterStyle::value;
+   void met( const Mark& mark ) {
+      if ( line_ == 0 ) line_ = mark.line + 1;
+   }
+   void OnDocumentStart( const Mark& ) override {}
+   void OnDocumentEnd() override {}
+   void OnNull( const Mark&, YAML::anchor_t ) override {}
+   void OnAlias( const Mark& mark, YAML::anchor_t ) override { met( mark ); }
+   void OnScalar( const Mark& mark, Tag, YAML::anchor_t, Tag ) override {
+      met( mark );
+   }
+   void OnSequenceStart( const Mark& mark, Tag, YAML::anchor_t, Style ) override {
+      met( mark );
+   }
+   void OnSequenceEnd() override {}
+   void OnMapStart( const Mark& mark, Tag, YAML::anchor_t, Style ) override {
+      met( mark );
+   }
+   void OnMapEnd() override {}
+
+   int line_ = 0;
+};
+
+AccessListConfig VrfReader::readAccessList( const Place& place ) {
+   Section section( place, "access-list" );
+   AccessListConfig out;
+   Place name = section.require( "name" );
+   out.name = Section::convert<std::string>( name, "name" );
+   checkName( name, out.name );
+   if ( out.name.empty() ) name.fail( "an access list needs a name" );
+   checkNew( name, "access list", accessLists_, out.name, out.name );
+   std::vector<Acl::AclRule> rules;
+   bool extended = false;
+   for ( const Place& member : section.list( "rules" ) ) {
+      auto next = static_cast<uint32_t>( 10 * ( rules.size() + 1 ) );
+      rules.push_back( readRule( member, next, extended ) );
+   }
+   section.finish();
+   // A standard list's only prefix stands in `source`.
+   if ( !extended ) {
+      for ( Acl::AclRule& rule : rules ) std::swap( rule.source, rule.destination );
+   }
+   try {
+      out.rules = { extended ? Acl::extended : Acl::standard, rules };
+   } catch ( const Mox::RangeError& e ) {
+      place.fail( e.what() );
+   }
+   return out;
+}
+
+AgentConfig readRoot( const Place& place ) {
+   Section section( place, "configuration" );
+   AgentConfig out;
+   VrfReader reader;
+   for ( const Place& member : section.list( "vrfs" ) ) {
+      out.vrfs.push_back( reader.read( member ) );
+   }
+   section.finish();
+   if ( out.vrfs.empty() ) place.fail( "configuration: no VRF in 'vrfs'" );
+   return out;
+}
+
+}
+
+AgentConfig parseConfig( const std::string& text, const std::string& name ) {
+   try {
+      if ( int line = SecondDocument::lineIn( text ) ) {
+         throw ConfigError( fmt::format( "{}:{}: a second document", name, line ) );
+      }
+      return readRoot( { YAML::Load( text ), &name } );
+   } catch ( const YAML::Exception& e ) {
+      throw ConfigError( fmt::format( "{}:{}: {}", name, e.mark.line + 1, e.msg ) );
+   }
+}
+
+AgentConfig readConfig( const std::string& path ) {
+   std::ifstream file( path );
+   std::string text;
+   char buffer[4096];
+   while ( file.read( buffer, sizeof buffer ) || file.gcount() > 0 ) {
+      text.append( buffer, static_cast<size_t>( file.gcount() ) );
+   }
+   // At a regular end the stream has failed to read more, but is not bad.
+   if ( !file.is_open() || file.bad() ) {
+      throw ConfigError( fmt::format( "{}: {}", path, std::strerror( errno ) ) );
+   }
+   return parseConfig( text, path );
+}
+
+}

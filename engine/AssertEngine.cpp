@@ -1,0 +1,162 @@
+#include "engine/AssertEngine.h"
+
+namespace Router {
+
+using Vantu::IntfId;
+using Vantu::IpGenAddr;
+
+AssertEngine::AssertEngine( Routes& routes, Mox::Clock& clock,
+                            RouterCounters& counters )
+   : routes_( routes ), clock_( clock ), counters_( counters ) {}
+
+bool AssertEngine::accept( const PimAssert& message ) {
+   if ( !message.group.isMulticast() ) {
+      counters_.refused( notMulticast );
+   } else if ( message.group.isLinkLocalMulticast() ) {
+      counters_.refused( linkLocalGroup );
+   } else if ( message.maskLength !=
+               Vantu::addressBits( message.group.family() ) ) {
+      counters_.refused( partialMask );
+   } else if ( message.source.isMulticast() ) {
+      counters_.refused( badSource );
+   } else {
+      return true;
+   }
+   return false;
+}
+
+// Without a route of the group nothing is forwarded that could be asserted.
+bool AssertEngine::concerns( const RouteKey& key ) {
+   return routes_.find( key ) != nullptr ||
+          routes_.find( { anySource( key.group ), key.group } ) != nullptr;
+}
+
+// The (*,G) machine hears a message only when the (S,G) machine is in noInfo before and
+// after it (RFC 7761, 4.6.2).
+void AssertEngine::receive( IntfId intfId, const IpGenAddr& sender,
+                            const PimAssert& message ) {
+   if ( !accept( message ) ) return;
+   const IpGenAddr any = anySource( message.group );
+   if ( !concerns( { message.source, message.group } ) )
+      return counters_.refused( noRoute );
+   const AssertMetric metric{
+      message.rptBit, message.preference, { message.metric }, sender };
+   if ( !message.source.isUnspecified() ) {
+      Key key{ message.group, message.source, intfId };
+      bool changed = receive( key, metric );
+      if ( changed || machines_.count( key ) != 0 ) return;
+   }
+   if ( routes_.find( { any, message.group } ) != nullptr )
+      receive( Key{ message.group, any, intfId }, metric );
+}
+
+bool AssertEngine::receive( const Key& key, const AssertMetric& metric ) {
+   if ( !routes_.hasRoom( key.routeKey() ) ) {
+      counters_.refused( tableFull );
+      return false;
+   }
+   bool changed = machine( key ).receive( metric );
+   settle( key );
+   return changed;
+}
+
+void AssertEngine::receive( IntfId intfId, const PimJoinPrune& message ) {
+   if ( machines_.empty() ) return;
+   for ( const JoinPruneGroup& group : message.groups ) {
+      for ( const EncodedSource& source : group.joins ) {
+         if ( source.rpt && !source.wildcard ) continue;
+         Key key{ group.address,
+                  source.wildcard ? anySource( group.address ) : source.address,
+                  intfId };
+         auto found = machines_.find( key );
+         if ( found == machines_.end() ) continue;
+         found->second->handleJoin();
+         settle( key );
+      }
+   }
+}
+
+void AssertEngine::handleData( const RouteKey& key, IntfId intfId ) {
+   RouteKey shared{ anySource( key.group ), key.group };
+   for ( const RouteKey& each : { key, shared } ) {
+      if ( routes_.find( each, intfId ) == nullptr ) continue;
+      Key at{ each.group, each.source, intfId };
+      machine( at ).handleData();
+      settle( at );
+      if ( machines_.count( at ) != 0 ) return;
+   }
+}
+
+// The call may end states; keys are taken first.
+template <class Call>
+void AssertEngine::each( const std::function<bool( const Key& )>& wanted,
+                         Call call ) {
+   std::vector<Key> keys;
+   for ( const auto& [key, machine] : machines_ ) {
+      if ( wanted( key ) ) keys.push_back( key );
+   }
+   for ( const Key& key : keys ) {
+      auto found = machines_.find( key );
+      if ( found == machines_.end() ) continue;
+      call( *found->second );
+      settle( key );
+   }
+}
+
+void AssertEngine::handleNeighborLost( IntfId intfId, const IpGenAddr& address ) {
+   each( [&]( const Key& key ) { return key.intfId == intfId; },
+         [&]( AssertMachine& it ) { it.handleNeighborLost( address ); } );
+}
+
+void AssertEngine::handleIntfGone( IntfId intfId ) {
+   each( [&]( const Key& key ) { return key.intfId == intfId; },
+         []( AssertMachine& it ) { it.end(); } );
+}
+
+void AssertEngine::review( const RouteKey& route ) {
+   auto next = machines_.lower_bound( { route.group, route.source, IntfId() } );
+   while ( next != machines_.end() && next->first.routeKey() == route ) {
+      Key key = next->first;
+      next->second->review();
+      settle( key );
+      next = machines_.upper_bound( key );
+   }
+}
+
+AssertMachine& AssertEngine::machine( const Key& key ) {
+   std::unique_ptr<AssertMachine>& machine = machines_[key];
+   if ( machine == nullptr ) {
+      machine = std::make_unique<AssertMachine>(
+         clock_, routes_.record( key.routeKey(), key.intfId ),
+         [this, key] { settle( key ); } );
+   }
+   return *machine;
+}
+
+// Without a state machine and record go.
+void AssertEngine::settle( const Key& key ) {
+   auto found = machines_.find( key );
+   if ( found == machines_.end() ) return;
+   if ( !found->second->active() ) machines_.erase( found );
+   routes_.update( key.routeKey(), key.intfId );
+}
+
+void AssertEngine::adopt( const KeptTimers& kept ) {
+   for ( const auto& route : routes_.model().route() ) {
+      for ( const Routes::Intf& intf : route.routeIntf() ) {
+         if ( intf.assertInfo().assertState ==
+              Routing::Pim::SparseMode::assertNoInfo )
+            continue;
+         machine( { route.key().group, route.key().source, intf.intfId() } )
+            .adopt( kept( { route.key(), intf.intfId() } ).assertUntil );
+      }
+   }
+}
+
+void AssertEngine::tell( Published::Downstream& record ) const {
+   const RouteKey& route = record.key.routeKey;
+   auto found = machines_.find( { route.group, route.source, record.key.intfId } );
+   if ( found != machines_.end() ) record.assertUntil = found->second->until();
+}
+
+}

@@ -1,0 +1,182 @@
+#include "engine/AssertMachine.h"
+
+#include "model/Route.h"
+
+namespace Router {
+
+using namespace Routing::Pim::SparseMode;
+
+namespace {
+
+bool isCancel( const AssertMetric& metric ) {
+   const AssertMetric infinite;
+   return metric.rptBit && metric.preference == infinite.preference &&
+          metric.metric == infinite.metric;
+}
+
+}
+
+AssertMachine::AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf,
+                              std::function<void()> ended )
+   : intf_( std::move( intf ) ),
+     ended_( std::move( ended ) ),
+     expiry_( clock, [this] {
+        forget( 5 );
+        auto tell = ended_;
+        tell();
+     } ) {}
+
+bool AssertMachine::wildcard() const {
+   return intf_->parentRoute()->wildCard();
+}
+bool AssertMachine::couldAssert() const {
+   return wildcard() ? intf_->couldAssertWc() : intf_->couldAssertSg();
+}
+bool AssertMachine::trackingDesired() const {
+   return wildcard() ? intf_->assertTrackingDesiredWc()
+                     : intf_->assertTrackingDesiredSg();
+}
+AssertMetric AssertMachine::ownMetric() const {
+   return wildcard() ? intf_->myAssertMetricWc() : intf_->myAssertMetricSg();
+}
+bool AssertMachine::isPreferred( const AssertMetric& metric ) const {
+   return wildcard() ? intf_->isPreferredAssertWc( metric )
+                     : intf_->isPreferredAssertSg( metric );
+}
+bool AssertMachine::isAcceptable( const AssertMetric& metric ) const {
+   return wildcard() ? intf_->isAcceptableAssertWc( metric )
+                     : intf_->isAcceptableAssertSg( metric );
+}
+bool AssertMachine::isInferior( const AssertMetric& metric ) const {
+   return wildcard() ? intf_->isInferiorAssertWc( metric )
+                     : intf_->isInferiorAssertSg( metric );
+}
+bool AssertMachine::isIncoming() const {
+   return intf_->parentRoute()->rpf().intfId == intf_->intfId();
+}
+bool AssertMachine::fromWinner( const AssertMetric& metric ) const {
+   return metric.address == intf_->assertWinner();
+}
+bool AssertMachine::active() const {
+   return intf_->assertInfo().assertState != assertNoInfo;
+}
+
+bool AssertMachine::receive( const AssertMetric& metric ) {
+   if ( intf_->parentRoute() == nullptr ) return false;
+   if ( wildcard() && !metric.rptBit ) return false;
+   // One that is infinite compares as such without its sender.
+   const AssertMetric compared = isCancel( metric ) ? AssertMetric() : metric;
+   if ( active() ? isPreferred( compared ) : isAcceptable( compared ) )
+      intf_->rxPreferredAssertInc( 1 );
+   if ( isInferior( compared ) ) intf_->rxInferiorAssertInc( 1 );
+   switch ( intf_->assertInfo().assertState ) {
+      case assertNoInfo:
+         return receiveInNoInfo( compared );
+      case iAmAssertWinner:
+         return receiveAsWinner( compared );
+      case iAmAssertLoser:
+         return receiveAsLoser( metric );
+   }
+   return false;
+}
+
+bool AssertMachine::receiveInNoInfo( const AssertMetric& metric ) {
+   bool fromSharedTree = !wildcard() && metric.rptBit;
+   if ( couldAssert() && ( fromSharedTree || isInferior( metric ) ) ) {
+      win( 1 );
+      return true;
+   }
+   if ( fromSharedTree || !trackingDesired() || !isAcceptable( metric ) )
+      return false;
+   lose( metric, 6 );
+   return true;
+}
+
+bool AssertMachine::receiveAsWinner( const AssertMetric& metric ) {
+   if ( isPreferred( metric ) ) {
+      lose( metric, 2 );
+   } else if ( isInferior( metric ) ) {
+      win( 3 );
+   } else {
+      return false;
+   }
+   return true;
+}
+
+bool AssertMachine::receiveAsLoser( const AssertMetric& metric ) {
+   const bool cancel = isCancel( metric );
+   if ( fromWinner( metric ) && ( cancel || isInferior( metric ) ) ) {
+      forget( 5 );
+      return true;
+   }
+   // An (S,G) loser heeds no asserts of the shared tree.
+   if ( cancel || ( metric.rptBit && !wildcard() ) ) return false;
+   if ( !isPreferred( metric ) &&
+        !( fromWinner( metric ) && isAcceptable( metric ) ) )
+      return false;
+   lose( metric, 2 );
+   return true;
+}
+
+void AssertMachine::handleData() {
+   if ( intf_->parentRoute() == nullptr || active() || !couldAssert() ) return;
+   win( 1 );
+}
+
+void AssertMachine::handleJoin() {
+   if ( intf_->assertInfo().assertState == iAmAssertLoser ) forget( 5 );
+}
+
+void AssertMachine::handleNeighborLost( const Vantu::IpGenAddr& address ) {
+   if ( intf_->assertInfo().assertState == iAmAssertLoser &&
+        intf_->assertWinner() == address )
+      forget( 5 );
+}
+
+void AssertMachine::review() {
+   if ( intf_->parentRoute() == nullptr ) return;
+   const AssertInfo& info = intf_->assertInfo();
+   if ( info.assertState == iAmAssertWinner ) {
+      if ( !couldAssert() ) return forget( 4 );
+      if ( info.assertWinnerMetric != ownMetric() ) win( 3 );
+   } else if ( info.assertState == iAmAssertLoser ) {
+      bool left = incoming_ && !isIncoming();
+      if ( left || !trackingDesired() || ownMetric() < info.assertWinnerMetric )
+         forget( 5 );
+   }
+}
+
+void AssertMachine::adopt( double until ) {
+   if ( intf_->assertInfo().assertState != iAmAssertLoser ) return;
+   incoming_ = isIncoming();
+   if ( until != 0.0 ) {
+      expiry_.resume( until );
+   } else {
+      expiry_.start( assertTime );
+   }
+}
+
+void AssertMachine::end() {
+   forget( 5 );
+}
+
+void AssertMachine::win( uint8_t action ) {
+   expiry_.cancel();
+   intf_->lastAssertActionIs( action );
+   intf_->assertInfoIs( { iAmAssertWinner, ownMetric() } );
+}
+
+void AssertMachine::lose( const AssertMetric& metric, uint8_t action ) {
+   incoming_ = isIncoming();
+   expiry_.start( assertTime );
+   intf_->lastAssertActionIs( action );
+   intf_->assertInfoIs( { iAmAssertLoser, metric } );
+}
+
+void AssertMachine::forget( uint8_t action ) {
+   expiry_.cancel();
+   intf_->lastAssertActionIs( action );
+   intf_->assertInfoIs( {} );
+}
+
+}

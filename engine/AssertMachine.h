@@ -1,0 +1,88 @@
+// The assert machine of one interface of one route (RFC 7761, 4.6.1 for (S,G) and
+// 4.6.2 for (*,G)): which of the routers on a link forwards.
+//
+//    state     event                                              new state  action
+//    noInfo    inferior, this router could assert                 winner     A1
+//              data comes in, this router could assert            winner     A1
+//              acceptable, tracking desired                       loser      A6
+//    winner    inferior                                           winner     A3
+//              preferred                                          loser      A2
+//              this router could not assert any more              noInfo     A4
+//    loser     preferred; acceptable from the winner              loser      A2
+//              inferior, or a cancel, from the winner             noInfo     A5
+//              the winner is silent, has gone or restarted        noInfo     A5
+//              tracking not desired; own metric is better         noInfo     A5
+//              the interface stops being the incoming one         noInfo     A5
+//              a join to this router                              noInfo     A5
+//
+// An (S,G) machine takes up asserts without the RPT bit, in noInfo also one with it
+// as inferior; a (*,G) machine takes only those with it. Nothing is sent: a winner
+// stays one without a timer, as if its asserts were heard. State and winner are the
+// record's assertInfo, the last action its lastAssertAction, 1 to 6. Event-loop
+// thread.
+#pragma once
+
+#include "engine/Timer.h"
+#include "model/Intf.h"
+#include "packet/Pim.h"
+
+namespace Router {
+
+class PIMSM_API AssertMachine {
+ public:
+   using Intf = Routing::Pim::SparseMode::Intf;
+   using AssertMetric = Routing::Pim::SparseMode::AssertMetric;
+
+   static constexpr double assertTime = 180.0;  // s; RFC 7761, 4.11
+
+   // REQUIRES: the record's route lives. `ended` is called when a timer has ended the
+   // state; it may destroy the machine.
+   AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf,
+                  std::function<void()> ended );
+
+   // An assert with that metric, of the sender whose address it holds; infinite with
+   // the sender's address: a cancel. Has it changed anything?
+   bool receive( const AssertMetric& metric );
+   // A packet came in that this router sends out here.
+   void handleData();
+   // A join of the route to this router.
+   void handleJoin();
+   // The router has gone, or restarted.
+   void handleNeighborLost( const Vantu::IpGenAddr& address );
+   // What the macros read may have changed.
+   void review();
+   // Takes up what a reload left: a loser hears of its winner by then; 0: within the
+   // assert time.
+   void adopt( double until );
+   // Until when it waits for its winner; 0: it does not.
+   double until() const { return expiry_.until(); }
+   // The interface goes.
+   void end();
+
+   bool active() const;
+
+ private:
+   bool wildcard() const;
+   bool couldAssert() const;
+   bool trackingDesired() const;
+   AssertMetric ownMetric() const;
+   bool isPreferred( const AssertMetric& metric ) const;
+   bool isAcceptable( const AssertMetric& metric ) const;
+   bool isInferior( const AssertMetric& metric ) const;
+   bool isIncoming() const;
+   bool fromWinner( const AssertMetric& metric ) const;
+
+   bool receiveInNoInfo( const AssertMetric& metric );
+   bool receiveAsWinner( const AssertMetric& metric );
+   bool receiveAsLoser( const AssertMetric& metric );
+   void win( uint8_t action );
+   void lose( const AssertMetric& metric, uint8_t action );
+   void forget( uint8_t action );
+
+   Mox::Ptr<Intf> intf_;
+   std::function<void()> ended_;
+   Timer expiry_;
+   bool incoming_ = false;  // when the assert was lost
+};
+
+}

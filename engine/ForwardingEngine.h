@@ -1,0 +1,81 @@
+// Keeps forwarding and upstream states of one VRF and family as the protocol macros
+// say.
+//
+//   watches  routes, their upstream and interface records, and the PIM interfaces;
+//            any change of what the macros read marks the route, on a (*,G) route all
+//            of the group
+//   writes   forward and fastForward of each record, upJoinState and the upstream
+//            (S,G,rpt) state (RFC 7761, 4.5.4 to 4.5.7, nothing is sent); on the
+//            (S,G) routes of a group a record for each interface of its (*,G) route,
+//            so that a route's outgoing list is its records with `forward`
+//   wakes    when review() is called, at the end of a turn of the loop
+//
+// An interface never forwards what comes in by it. Event-loop thread; the model
+// outlives the engine.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <utility>
+
+#include "model/Status.h"
+
+namespace Router {
+
+class PIMSM_API ForwardingEngine {
+ public:
+   struct Hooks {
+      // Called for each route whose macros may answer otherwise now, before it is
+      // reviewed; may change states, and end the route.
+      std::function<void( const Routing::Pim::RouteKey& )> reviewed =
+         []( const Routing::Pim::RouteKey& ) {};
+      // Something else stands in the route, or in its record of the interface; the
+      // empty interface: in the route itself. Must change nothing.
+      std::function<void( const Routing::Pim::RouteKey&, Vantu::IntfId )> changed =
+         []( const Routing::Pim::RouteKey&, Vantu::IntfId ) {};
+   };
+   ForwardingEngine( Mox::Ptr<Routing::Pim::SparseMode::Status> model,
+                     Hooks hooks );
+   explicit ForwardingEngine( Mox::Ptr<Routing::Pim::SparseMode::Status> model )
+      : ForwardingEngine( std::move( model ), Hooks() ) {}
+   ~ForwardingEngine();
+   ForwardingEngine( const ForwardingEngine& ) = delete;
+   ForwardingEngine& operator=( const ForwardingEngine& ) = delete;
+
+   // Reviews marked routes, at least one, until `over` says true. Is all done? What is
+   // marked meanwhile waits until all others have had their turn.
+   bool review( const std::function<bool()>& over );
+
+   // Is something marked?
+   bool pending() const { return !marked_.empty() || !round_.empty(); }
+
+ private:
+   using Route = Routing::Pim::SparseMode::Route;
+   using Group = Vantu::IpGenAddr;
+   using Source = Vantu::IpGenAddr;
+   // The (*,G) route comes before its group's (S,G) routes.
+   using Mark = std::pair<Group, Source>;
+   class MoxStatus;
+   class MoxPimIntf;
+   class MoxRoute;
+
+   void mark( const Routing::Pim::RouteKey& key ) {
+      marked_.emplace( key.group, key.source );
+   }
+   void markGroup( const Group& group );
+   void markAll();
+   void handleRoute( const Routing::Pim::RouteKey& key );
+   void handlePimIntf( const Vantu::IntfId& intfId );
+
+   Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
+   Hooks hooks_;
+   std::set<Mark> marked_;
+   std::set<Mark> round_;  // being reviewed
+   std::map<Group, std::map<Source, std::unique_ptr<MoxRoute>>> groups_;
+   std::map<Vantu::IntfId, std::unique_ptr<MoxPimIntf>> pimIntfs_;
+   std::unique_ptr<MoxStatus> moxStatus_;
+};
+
+}

@@ -1,0 +1,45 @@
+// What the configuration says of groups in one VRF and family: which are
+// source-specific, and for which there is fast reroute.
+//
+// Holds the library's configuration entities and the reactors on them. Event-loop
+// thread; the configuration is copied.
+#pragma once
+
+#include <functional>
+
+#include "engine/Config.h"
+#include "frr/FrrFilterSm.h"
+#include "ssm/SsmGroupSm.h"
+#include "ssm/SsmJoinPruneFilter.h"
+
+namespace Router {
+
+class PIMSM_API GroupPolicy {
+ public:
+   GroupPolicy( Vantu::AddressFamily family, const VrfConfig& config );
+   ~GroupPolicy();
+   GroupPolicy( const GroupPolicy& ) = delete;
+   GroupPolicy& operator=( const GroupPolicy& ) = delete;
+
+   // Lists first, then who names them.
+   void configIs( const VrfConfig& config );
+
+   // Is the group source-specific (RFC 4607)? Then it gets no shared-tree state.
+   bool sourceSpecific( const Vantu::IpGenAddr& group ) const {
+      return filter_->deny( group );
+   }
+   bool frrEnabled( const Vantu::IpGenAddr& source,
+                    const Vantu::IpGenAddr& group ) const;
+
+ private:
+   Vantu::AddressFamily family_;
+   Mox::Ptr<Routing::Pim::SparseMode::Config> config_;
+   Mox::Ptr<Acl::AclTypeConfig> lists_;
+   Mox::Ptr<Routing::Pim::SparseMode::SsmGroupInfo> ssm_;
+   Mox::Ptr<Routing::Pim::SparseMode::SsmGroupSm> ssmSm_;
+   Mox::Ptr<Routing::Pim::JoinPruneFilter> filter_;
+   Mox::Ptr<Routing::Pim::SparseMode::FrrFilterStatus> frr_;
+   Mox::Ptr<Routing::Pim::SparseMode::FrrFilterSm> frrSm_;
+};
+
+}

@@ -1,0 +1,102 @@
+// Turns received join/prune messages into downstream state of one VRF and family:
+// routes, interface records and their machines (RFC 7761, 4.5.1 to 4.5.3).
+//
+// Each machine's state is a record's of Routes. Event-loop thread; what the engine is
+// given outlives it.
+#pragma once
+
+#include <map>
+#include <set>
+
+#include "engine/DownstreamJoin.h"
+#include "engine/DownstreamRptPrune.h"
+#include "engine/Neighbors.h"
+#include "engine/RouterCounters.h"
+#include "engine/Routes.h"
+
+namespace Router {
+
+class PIMSM_API JoinPruneEngine {
+ public:
+   using RouteKey = Routing::Pim::RouteKey;
+   using RouteIntfKey = Routing::Pim::RouteIntfKey;
+
+   // `policy` says which groups take no shared-tree state; null: none. `timed`: timers of
+   // the record may run otherwise, though nothing else has changed.
+   JoinPruneEngine(
+      Routes& routes, Mox::Clock& clock, const Topology& topology,
+      const GroupPolicy* policy, RouterCounters& counters,
+      std::function<void( const RouteKey&, Vantu::IntfId )> timed =
+         []( const RouteKey&, Vantu::IntfId ) {} );
+
+   // Takes up the states that a reload left, with the time that they have left.
+   void adopt( const KeptTimers& kept );
+   // What the next process is to know of the record's timers.
+   void tell( Published::Downstream& record ) const;
+
+   // The policy has changed: shared-tree state of groups that are source-specific now
+   // ends.
+   void endSourceSpecific();
+
+   // The interface has gone: all state on it ends.
+   void handleIntfGone( Vantu::IntfId intfId );
+
+   // A message addressed to this router, from a neighbour on the interface.
+   void receive( Vantu::IntfId intfId, const Neighbors& neighbors,
+                 const PimJoinPrune& message );
+
+ private:
+   using Intf = Routing::Pim::SparseMode::Intf;
+
+   // By group and interface first: a (*,G) join touches all sources of both.
+   struct Key {
+      Vantu::IpGenAddr group;
+      Vantu::IntfId intfId;
+      Vantu::IpGenAddr source;
+      auto operator<=>( const Key& ) const = default;
+      RouteKey routeKey() const { return { source, group }; }
+      static Key of( const RouteIntfKey& key ) {
+         return { key.routeKey.group, key.intfId, key.routeKey.source };
+      }
+   };
+   struct Downstream {
+      std::unique_ptr<DownstreamJoin> join;
+      std::unique_ptr<DownstreamRptPrune> rptPrune;
+   };
+   // What one message brings along to each of its entries.
+   struct Message {
+      Vantu::IntfId intfId;
+      double holdtime;
+      double pendingTime;
+   };
+
+   bool acceptGroup( const JoinPruneGroup& group );
+   bool acceptSource( const EncodedSource& source, const Vantu::IpGenAddr& group );
+   void receiveJoin( const Message& message, const Vantu::IpGenAddr& group,
+                     const EncodedSource& source );
+   void receivePrune( const Message& message, const Vantu::IpGenAddr& group,
+                      const EncodedSource& source );
+   void receiveWcJoin( const Message& message, const Vantu::IpGenAddr& group,
+                       const Vantu::IpGenAddr& rp );
+   template <class Call>
+   void eachRptPrune( const Vantu::IpGenAddr& group, Vantu::IntfId intfId,
+                      Call call );
+
+   void endIf(
+      const std::function<bool( const Key&, const Downstream& )>& condition );
+   Downstream* find( const Key& key );
+   DownstreamJoin& joinMachine( const Key& key, const Vantu::IpGenAddr& rp = {} );
+   DownstreamRptPrune& rptPruneMachine( const Key& key );
+   bool refuseSharedTree( const Vantu::IpGenAddr& group );
+   void handleEnded( const Key& key );
+
+   Routes& routes_;
+   Mox::Clock& clock_;
+   const Topology& topology_;
+   const GroupPolicy* policy_;
+   RouterCounters& counters_;
+   std::function<void( const RouteKey&, Vantu::IntfId )> timed_;
+   std::map<Key, Downstream> downstream_;
+};
+
+}

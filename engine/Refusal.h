@@ -1,0 +1,38 @@
+// Why a sound packet, or an entry of one, changes nothing; the agent counts by
+// reason.
+#pragma once
+
+#include "platform/base/Enum.h"
+
+namespace Router {
+
+#define AGENT_REFUSALS( V )                                                        \
+   V( noAddress )       /* the interface has no address of the family */           \
+   V( ownPacket )       /* sent by the router that the agent plays */              \
+   V( notToAllRouters ) /* not sent to ALL-PIM-ROUTERS */                          \
+   V( otherType )       /* a message type without an engine */                     \
+   V( unknownNeighbor ) /* its sender never said hello, or long ago */             \
+   V( otherUpstream )   /* a join/prune addressed to another router */             \
+   V( notMulticast )    /* the group is no multicast address */                    \
+   V( linkLocalGroup )  /* the group never leaves its link */                      \
+   V( partialMask )     /* a range of groups or sources */                         \
+   V( badSource )       /* unspecified or multicast */                             \
+   V( badFlags )        /* a wildcard without the RPT bit */                       \
+   V( tooManyWaiting )  /* came while the tables were reloaded */                  \
+   V( noRoute )         /* an assert for a group that is not routed */             \
+   V( ssmGroup )        /* shared-tree state for a source-specific group */        \
+   V( rpMismatch )     /* a (*,G) join or register-stop of another RP than ours */ \
+   V( notToUs )        /* a register or register-stop to another router */         \
+   V( notTheRp )       /* a register for a group that another router is RP of */   \
+   V( notRegistered )  /* a register-stop for a source that is not on a link */    \
+   V( tableFull )      /* a route that its table has no room for */                \
+   V( tooManySources ) /* of a group on a link that is full of them */             \
+   V( tooManyNeighbors ) /* a hello on a link that is full of them */
+MOX_ENUM( Refusal, AGENT_REFUSALS )
+MOX_ENUM_TEXT( Refusal, AGENT_REFUSALS )
+
+#define AGENT_REFUSAL_ONE( name ) +1
+constexpr uint32_t refusalCount = 0 AGENT_REFUSALS( AGENT_REFUSAL_ONE );
+#undef AGENT_REFUSAL_ONE
+
+}

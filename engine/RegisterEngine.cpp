@@ -1,0 +1,237 @@
+#include "engine/RegisterEngine.h"
+
+#include <algorithm>
+
+namespace Router {
+
+using Routing::Pim::SparseMode::InternalRouteKey;
+using Vantu::IpGenAddr;
+
+// What keeps a source in the tables, each for its time.
+struct RegisterEngine::Source {
+   Source( Mox::Clock& clock, const std::function<void()>& ended )
+      : registered( clock, ended ),
+        fromRouter( clock, ended ),
+        fromPeer( clock, ended ),
+        stopped( clock, ended ) {}
+
+   bool known() const {
+      return registered.running() || fromRouter.running() || fromPeer.running();
+   }
+   // Does the register interface stand in its olist?
+   bool registers( bool hasPeers ) const {
+      return ( registered.running() && !stopped.running() ) ||
+             ( fromRouter.running() && hasPeers );
+   }
+
+   Timer registered;  // by this router, its first hop
+   Timer fromRouter;
+   Timer fromPeer;
+   Timer stopped;
+};
+
+RegisterEngine::RegisterEngine(
+   Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables, Mox::Clock& clock,
+   const Topology& topology, const VrfConfig& config, RouterCounters& counters )
+   : tables_( std::move( tables ) ),
+     clock_( clock ),
+     topology_( topology ),
+     config_( config ),
+     counters_( counters ) {}
+
+RegisterEngine::~RegisterEngine() = default;
+
+bool RegisterEngine::isOwn( const IpGenAddr& address ) const {
+   for ( const InterfaceConfig& interface : config_.interfaces ) {
+      for ( const InterfaceAddress& own : interface.addresses ) {
+         if ( own.address == address ) return true;
+      }
+   }
+   return false;
+}
+
+// The group's RP where this router is it, else null.
+const RpConfig* RegisterEngine::ownRp( const IpGenAddr& group ) const {
+   IpGenAddr address = topology_.rpOf( group );
+   if ( !isOwn( address ) ) return nullptr;
+   auto rp = std::find_if(
+      config_.rps.begin(), config_.rps.end(),
+      [&]( const RpConfig& each ) { return each.address == address; } );
+   return rp == config_.rps.end() ? nullptr : &*rp;
+}
+
+bool RegisterEngine::accept( const IpGenAddr& group, const IpGenAddr& source ) {
+   if ( !group.isMulticast() ) {
+      counters_.refused( notMulticast );
+   } else if ( group.isLinkLocalMulticast() ) {
+      counters_.refused( linkLocalGroup );
+   } else if ( source.isUnspecified() || source.isMulticast() ) {
+      counters_.refused( badSource );
+   } else {
+      return true;
+   }
+   return false;
+}
+
+void RegisterEngine::receive( const IpPacket& packet, const PimRegister& message ) {
+   if ( !accept( message.group, message.source ) ) return;
+   RouteKey key{ message.source, message.group };
+   if ( isOwn( packet.source ) ) return receiveSent( key, message.nullRegister );
+   if ( !isOwn( packet.destination ) ) return counters_.refused( notToUs );
+   const RpConfig* rp = ownRp( message.group );
+   if ( rp == nullptr ) return counters_.refused( notTheRp );
+   const auto& peers = rp->anycastPeers;
+   if ( std::find( peers.begin(), peers.end(), packet.source ) != peers.end() ) {
+      source( key ).fromPeer.start( rpKeepalive );
+   } else if ( packet.destination == rp->address ) {
+      source( key ).fromRouter.start( rpKeepalive );
+   } else {
+      return counters_.refused( notTheRp );
+   }
+   update( key );
+}
+
+// An RP passes registers on to its peers as well: only a source on a link is one
+// that this router is the first hop of.
+void RegisterEngine::receiveSent( const RouteKey& key, bool nullRegister ) {
+   if ( !topology_.pathTo( key.source ).attached )
+      return counters_.refused( ownPacket );
+   Source& sent = source( key );
+   sent.registered.start( keepalive );
+   if ( !nullRegister ) sent.stopped.cancel();
+   update( key );
+}
+
+void RegisterEngine::receive( const IpPacket& packet,
+                              const PimRegisterStop& message ) {
+   if ( isOwn( packet.source ) ) return counters_.refused( ownPacket );
+   if ( !isOwn( packet.destination ) ) return counters_.refused( notToUs );
+   bool anySource = message.source.isUnspecified();
+   // Where every source is meant there is none to be checked.
+   if ( !accept( message.group, anySource ? packet.source : message.source ) )
+      return;
+   if ( message.maskLength != Vantu::addressBits( message.group.family() ) )
+      return counters_.refused( partialMask );
+   IpGenAddr rp = topology_.rpOf( message.group );
+   if ( !rp.isUnspecified() && rp != packet.source )
+      return counters_.refused( rpMismatch );
+   if ( !anySource ) return receiveStop( { message.source, message.group } );
+   std::vector<RouteKey> keys;
+   for ( const auto& [key, each] : sources_ ) {
+      if ( key.group == message.group && each->registered.running() )
+         keys.push_back( key );
+   }
+   for ( const RouteKey& key : keys ) receiveStop( key );
+}
+
+void RegisterEngine::receiveStop( const RouteKey& key ) {
+   if ( !topology_.pathTo( key.source ).attached )
+      return counters_.refused( notRegistered );
+   Source& stopped = source( key );
+   if ( !stopped.registered.running() ) stopped.registered.start( keepalive );
+   stopped.stopped.start( suppression );
+   update( key );
+}
+
+RegisterEngine::Source& RegisterEngine::source( const RouteKey& key ) {
+   std::unique_ptr<Source>& found = sources_[key];
+   if ( found == nullptr )
+      found = std::make_unique<Source>( clock_, [this, key] { update( key ); } );
+   return *found;
+}
+
+// A table that has no room keeps what it has, and the source is tried again at its
+// next register; one that stands nowhere is forgotten.
+void RegisterEngine::update( const RouteKey& key ) {
+   auto found = sources_.find( key );
+   if ( found == sources_.end() ) return;
+   if ( !found->second->known() ) {
+      sources_.erase( found );
+      return remove( key );
+   }
+   if ( tryPublish( key, *found->second ) ) return;
+   counters_.refused( tableFull );
+   if ( !stands( key ) ) sources_.erase( found );
+}
+
+bool RegisterEngine::tryPublish( const RouteKey& key, const Source& source ) {
+   try {
+      publish( key, source );
+      return true;
+   } catch ( const ::Brane::TableFullError& ) {
+      return false;
+   } catch ( const ::Brane::ProbeLimitError& ) {
+      return false;
+   }
+}
+
+bool RegisterEngine::stands( const RouteKey& key ) const {
+   return tables_->registerOif().has( key ) ||
+          tables_->noRegisterOif().has( key ) ||
+          tables_->drDiscoveredSg().has( key ) ||
+          tables_->anycastDiscoveredSg().has( key );
+}
+
+// Additions before removals.
+void RegisterEngine::publish( const RouteKey& key, const Source& source ) {
+   const RpConfig* rp = ownRp( key.group );
+   const InternalRouteKey value( key );
+   bool registers = source.registers( rp != nullptr && !rp->anycastPeers.empty() );
+   bool sent = source.registered.running(), peer = source.fromPeer.running();
+   auto& tables = *tables_;
+   if ( registers && !tables.registerOif().has( key ) )
+      tables.registerOifIs( value );
+   if ( !registers && !tables.noRegisterOif().has( key ) )
+      tables.noRegisterOifIs( value );
+   if ( sent && !tables.drDiscoveredSg().has( key ) )
+      tables.drDiscoveredSgIs( value );
+   if ( peer && !tables.anycastDiscoveredSg().has( key ) )
+      tables.anycastDiscoveredSgIs( value );
+   if ( !registers ) tables.registerOifDel( key );
+   if ( registers ) tables.noRegisterOifDel( key );
+   if ( !sent ) tables.drDiscoveredSgDel( key );
+   if ( !peer ) tables.anycastDiscoveredSgDel( key );
+}
+
+void RegisterEngine::remove( const RouteKey& key ) {
+   tables_->registerOifDel( key );
+   tables_->noRegisterOifDel( key );
+   tables_->drDiscoveredSgDel( key );
+   tables_->anycastDiscoveredSgDel( key );
+}
+
+// What brought a source is told from the tables that it stands in.
+void RegisterEngine::adopt() {
+   for ( const RouteKey& key : tables_->drDiscoveredSg().keys() ) {
+      Source& sent = source( key );
+      sent.registered.start( keepalive );
+      if ( tables_->noRegisterOif().has( key ) ) sent.stopped.start( suppression );
+   }
+   for ( const RouteKey& key : tables_->anycastDiscoveredSg().keys() ) {
+      source( key ).fromPeer.start( rpKeepalive );
+   }
+   // A peer's register alone does not put the register interface into an olist.
+   for ( const RouteKey& key : tables_->registerOif().keys() ) {
+      Source& passedOn = source( key );
+      if ( !passedOn.registered.running() )
+         passedOn.fromRouter.start( rpKeepalive );
+   }
+   for ( const RouteKey& key : tables_->noRegisterOif().keys() ) {
+      if ( !source( key ).known() ) source( key ).fromRouter.start( rpKeepalive );
+   }
+   updateConfig();
+}
+
+void RegisterEngine::updateConfig() {
+   std::vector<RouteKey> keys;
+   for ( auto& [key, each] : sources_ ) {
+      keys.push_back( key );
+      if ( !topology_.pathTo( key.source ).attached ) each->registered.cancel();
+      if ( ownRp( key.group ) != nullptr ) continue;
+      each->fromRouter.cancel();
+      each->fromPeer.cancel();
+   }
+   for ( const RouteKey& key : keys ) update( key );
+}
+
+}

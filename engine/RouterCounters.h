@@ -1,0 +1,47 @@
+// What the agent counts, in the process-wide registry of event counters. Owners are
+// "agent/packets" by message type, "agent/dropped" by reason for what could not be
+// decoded, "agent/refused" by reason for what was decoded and changes nothing.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "engine/Refusal.h"
+#include "packet/DropReason.h"
+#include "packet/Message.h"
+#include "platform/entity/EventCounter.h"
+
+namespace Router {
+
+class PIMSM_API RouterCounters {
+ public:
+   RouterCounters();
+
+   void received( const Message& message );
+   // REQUIRES: a reason other than notDropped; of droppedCount(), too.
+   void dropped( DropReason reason, uint64_t count = 1 ) {
+      dropped_[reason - 1]->inc( count );
+   }
+   void refused( Refusal reason ) { refused_[reason]->inc(); }
+
+   uint64_t droppedCount( DropReason reason ) const {
+      return dropped_[reason - 1]->value();
+   }
+   uint64_t refusedCount( Refusal reason ) const {
+      return refused_[reason]->value();
+   }
+   uint64_t receivedCount( PimType type ) const;
+
+   // "packets: hello 34, join-prune 9; dropped: badPimVersion 4; refused: ..."; the
+   // counts that are not zero.
+   std::string text() const;
+
+ private:
+   using Counters = std::vector<std::unique_ptr<Mox::EventCounter>>;
+
+   Counters received_;  // PIM types, unknown ones, reports, queries
+   Counters dropped_;   // but for notDropped
+   Counters refused_;
+};
+
+}

@@ -1,0 +1,67 @@
+// A one-shot timer on any clock.
+#pragma once
+
+#include <functional>
+#include <utility>
+
+#include "platform/loop/Clock.h"
+
+namespace Router {
+
+class PIMSM_API Timer : public Mox::Clock::Notifiee {
+ public:
+   Timer( Mox::Clock& clock, std::function<void()> expired )
+      : Notifiee( &clock ), expired_( std::move( expired ) ) {}
+
+   // Seconds from now; infinity never expires. Replaces what was set.
+   void start( double seconds ) { startUntil( clock()->now() + seconds ); }
+   // As start(), unless that would bring the expiry forward (RFC 7761: "set to the
+   // maximum of its current value and the HoldTime"). Did it start?
+   bool extend( double seconds ) {
+      double until = clock()->now() + seconds;
+      if ( running_ && wakeupTime() >= until ) return false;
+      startUntil( until );
+      return true;
+   }
+   // Goes on as a former process had set it. Of one that ended while nobody ran, what
+   // would have restarted it may have gone unheard: it gets a little time more.
+   void resume( double until ) {
+      const double now = clock()->now();
+      startUntil( until > now ? until : now + grace );
+   }
+   // Brings the expiry of a running timer forward, never back.
+   void lower( double seconds ) {
+      double until = clock()->now() + seconds;
+      if ( running_ && wakeupTime() > until ) startUntil( until );
+   }
+   bool running() const { return running_; }
+   // When it expires; 0 where it does not run.
+   double until() const { return running_ ? wakeupTime() : 0.0; }
+   // Seconds until the expiry; 0 where it does not run.
+   double left() const { return running_ ? wakeupTime() - clock()->now() : 0.0; }
+   void cancel() {
+      running_ = false;
+      wakeupTimeIs( never );
+   }
+
+   static constexpr double never = Mox::Clock::never;
+   static constexpr double grace = 5.0;  // s
+
+ private:
+   void startUntil( double time ) {
+      running_ = true;
+      wakeupTimeIs( time );
+   }
+   // The function may destroy the timer.
+   void onTime() override {
+      running_ = false;
+      auto expired = expired_;
+      expired();
+   }
+
+   // The wake-up time cannot tell a timer that never expires from one not set.
+   bool running_ = false;
+   std::function<void()> expired_;
+};
+
+}

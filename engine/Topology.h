@@ -1,0 +1,55 @@
+// What this router knows of the network: the reverse path towards an address and
+// the RP of a group, as the configuration says and, where that asks for them, the
+// host's own routes.
+#pragma once
+
+#include <functional>
+
+#include "engine/Config.h"
+#include "platform/pim/Rpf.h"
+
+namespace Router {
+
+// A unicast route of the host's own.
+struct HostRoute {
+   unsigned length = 0;        // of the prefix
+   Vantu::IntfId interface;    // empty: what goes there is thrown away
+   Vantu::IpGenAddr neighbor;  // unspecified: the prefix is on the link itself
+   bool connected = false;     // made by the host with an address of its own
+   uint32_t metric = 0;
+};
+
+// By the longest prefix; nothing where there is none, or where the host is not asked.
+using HostRoutes =
+   std::function<std::optional<HostRoute>( const Vantu::IpGenAddr& address )>;
+
+class PIMSM_API Topology {
+ public:
+   // Keeps the configuration.
+   explicit Topology( const VrfConfig& config, HostRoutes hostRoutes = {} )
+      : config_( config ), hostRoutes_( std::move( hostRoutes ) ) {}
+
+   struct Path {
+      Routing::Pim::Rpf rpf;     // default: no route
+      bool attached = false;     // the address is on the link itself
+      Routing::Pim::Rpf backup;  // default: none
+      bool backupAttached = false;
+   };
+   // By the longest prefix; the connected subnets count, with preference 0. Of equal
+   // prefixes a subnet comes first, then a configured route. The router's own
+   // addresses have no path, nor has the unspecified one.
+   Path pathTo( const Vantu::IpGenAddr& address ) const;
+
+   // The RP configured for the group, by the longest group range, the first of
+   // equal ones; the unspecified address of the group's family when there is none.
+   Vantu::IpGenAddr rpOf( const Vantu::IpGenAddr& group ) const;
+
+ private:
+   Path configuredPath( const RpfRouteConfig& route,
+                        const Vantu::IpGenAddr& address ) const;
+
+   const VrfConfig& config_;
+   HostRoutes hostRoutes_;
+};
+
+}

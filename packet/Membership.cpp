@@ -1,0 +1,186 @@
+#include "packet/Membership.h"
+
+#include "packet/Checksum.h"
+
+namespace Router {
+namespace {
+
+using Vantu::AddressFamily;
+using Vantu::IpGenAddr;
+
+// Types on the wire.
+constexpr uint8_t kIgmpQuery = 0x11;
+constexpr uint8_t kIgmpReport1 = 0x12;
+constexpr uint8_t kIgmpReport2 = 0x16;
+constexpr uint8_t kIgmpLeave = 0x17;
+constexpr uint8_t kIgmpReport3 = 0x22;
+constexpr uint8_t kMldQuery = 130;
+constexpr uint8_t kMldReport1 = 131;
+constexpr uint8_t kMldDone = 132;
+constexpr uint8_t kMldReport2 = 143;
+
+// RFC 3376, 4.1.1 and 4.1.7; RFC 3810, 5.1.3 and 5.1.9: beyond its half a code is an
+// exponent of three bits and a mantissa.
+double decodeTime( uint32_t code, unsigned bits ) {
+   if ( code < 1U << ( bits - 1 ) ) return code;
+   unsigned mantissaBits = bits - 4;
+   uint32_t mantissa = code & ( ( 1U << mantissaBits ) - 1 );
+   uint32_t exponent = code >> mantissaBits & 7U;
+   return static_cast<double>( ( mantissa | 1U << mantissaBits )
+                               << ( exponent + 3 ) );
+}
+
+bool isGoodChecksum( const IpPacket& packet ) {
+   Checksum checksum;
+   if ( packet.family() == AddressFamily::ipv6 )
+      addPseudoHeader( checksum, packet, packet.payload.size(), icmp6Protocol );
+   checksum.add( packet.payload );
+   return checksum.isGood();
+}
+
+class Decoder {
+ public:
+   Decoder( Bytes message, AddressFamily family )
+      : cursor_( message ), size_( message.size() ), family_( family ) {}
+
+   DropReason decode( MembershipMessage& out );
+
+ private:
+   bool ipv4() const { return family_ == AddressFamily::ipv4; }
+   DropReason query( uint16_t code, MembershipQuery& out );
+   DropReason report( MembershipReport& out );
+   DropReason oldReport( MembershipReport& out, uint8_t version,
+                         MembershipRecordType type );
+   IpGenAddr address();
+   std::vector<IpGenAddr> addresses( size_t count );
+   DropReason checked() const {
+      return cursor_.ok() ? notDropped : truncatedMessage;
+   }
+
+   Cursor cursor_;
+   size_t size_;
+   AddressFamily family_;
+};
+
+// In IGMP the code is a byte before the checksum, in MLD two bytes behind it, with
+// two more reserved.
+DropReason Decoder::decode( MembershipMessage& out ) {
+   uint8_t type = cursor_.u8();
+   uint16_t code = cursor_.u8();
+   cursor_.skip( 2 );
+   if ( !ipv4() && type != kMldReport2 ) {
+      code = cursor_.u16();
+      cursor_.skip( 2 );
+   }
+   switch ( type ) {
+      case kIgmpQuery:
+      case kMldQuery:
+         return query( code, out.emplace<MembershipQuery>() );
+      case kIgmpReport3:
+      case kMldReport2:
+         return report( out.emplace<MembershipReport>() );
+      case kIgmpReport1:
+         return oldReport( out.emplace<MembershipReport>(), 1, isExclude );
+      case kIgmpReport2:
+      case kMldReport1:
+         return oldReport( out.emplace<MembershipReport>(), 2, isExclude );
+      default:
+         return oldReport( out.emplace<MembershipReport>(), 2, toInclude );
+   }
+}
+
+// The length tells the version (RFC 3376, 7.1; RFC 3810, 8.1).
+DropReason Decoder::query( uint16_t code, MembershipQuery& out ) {
+   const size_t oldSize = ipv4() ? 8 : 24;
+   if ( size_ != oldSize && size_ < oldSize + 4 ) return truncatedMessage;
+   out.group = address();
+   const double unit = ipv4() ? 0.1 : 0.001;  // s
+   if ( size_ == oldSize ) {
+      out.version = ipv4() && code == 0 ? 1 : 2;
+      out.maxResponse = out.version == 1 ? 10.0 : code * unit;
+      return checked();
+   }
+   out.maxResponse = decodeTime( code, ipv4() ? 8 : 16 ) * unit;
+   uint8_t flags = cursor_.u8();
+   out.suppress = ( flags & 8 ) != 0;
+   out.robustness = flags & 7;
+   out.interval = decodeTime( cursor_.u8(), 8 );
+   out.sources = addresses( cursor_.u16() );
+   return checked();
+}
+
+DropReason Decoder::report( MembershipReport& out ) {
+   cursor_.skip( 2 );
+   for ( size_t count = cursor_.u16(); count > 0 && cursor_.ok(); --count ) {
+      uint8_t type = cursor_.u8();
+      size_t auxiliary = cursor_.u8() * 4U;
+      size_t sources = cursor_.u16();
+      MembershipRecord record;
+      record.group = address();
+      record.sources = addresses( sources );
+      cursor_.skip( auxiliary );
+      if ( type < 1 || type > 6 ) continue;
+      record.type = static_cast<MembershipRecordType>( type - 1 );
+      out.records.push_back( std::move( record ) );
+   }
+   return checked();
+}
+
+DropReason Decoder::oldReport( MembershipReport& out, uint8_t version,
+                               MembershipRecordType type ) {
+   out.version = version;
+   out.records.push_back( { type, address(), {} } );
+   return checked();
+}
+
+IpGenAddr Decoder::address() {
+   Bytes bytes = cursor_.take( Vantu::addressBits( family_ ) / 8 );
+   if ( bytes.empty() ) return IpGenAddr::unspecified( family_ );
+   return IpGenAddr::fromBytes( family_, bytes.data() );
+}
+
+// No more than are there, whatever the count says.
+std::vector<IpGenAddr> Decoder::addresses( size_t count ) {
+   std::vector<IpGenAddr> out;
+   for ( ; count > 0 && cursor_.ok(); --count ) out.push_back( address() );
+   return out;
+}
+
+bool isIgmpType( uint8_t type ) {
+   return type == kIgmpQuery || type == kIgmpReport1 || type == kIgmpReport2 ||
+          type == kIgmpLeave || type == kIgmpReport3;
+}
+
+bool isMldType( uint8_t type ) {
+   return type == kMldQuery || type == kMldReport1 || type == kMldDone ||
+          type == kMldReport2;
+}
+
+// Such messages are never forwarded; MLD's have a link-local sender, too. A host that has
+// no such address yet may report, but not query.
+bool isOffLink( const IpPacket& packet ) {
+   if ( packet.ttl != 1 ) return true;
+   if ( packet.family() == AddressFamily::ipv4 || packet.source.isLinkLocal() )
+      return false;
+   return !packet.source.isUnspecified() || packet.payload[0] == kMldQuery;
+}
+
+}
+
+// IGMP carries other protocols too, as the first version of PIM.
+bool isMembership( const IpPacket& packet ) {
+   const bool ipv4 = packet.family() == AddressFamily::ipv4;
+   if ( packet.protocol != ( ipv4 ? igmpProtocol : icmp6Protocol ) ) return false;
+   if ( packet.payload.empty() ) return ipv4;
+   return ipv4 ? isIgmpType( packet.payload[0] ) : isMldType( packet.payload[0] );
+}
+
+DropReason decodeMembership( const IpPacket& packet, MembershipMessage& out ) {
+   constexpr size_t kLeast = 8;
+   if ( packet.payload.size() < kLeast ) return truncatedMessage;
+   if ( !isGoodChecksum( packet ) ) return badChecksum;
+   if ( isOffLink( packet ) ) return offLink;
+   return Decoder( packet.payload, packet.family() ).decode( out );
+}
+
+}

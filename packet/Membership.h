@@ -1,0 +1,61 @@
+// Group membership messages: IGMP versions 1 to 3 (RFC 1112, 2236, 3376) and MLD
+// versions 1 and 2 (RFC 2710, 3810), decoded into one form. MLDv1 counts as version 2
+// and MLDv2 as version 3, after the IGMP versions that they are made of. A message is
+// checked as a whole before any of it counts.
+#pragma once
+
+#include <cstdint>
+#include <variant>
+#include <vector>
+
+#include "packet/DropReason.h"
+#include "packet/Ip.h"
+#include "platform/base/Enum.h"
+
+namespace Router {
+
+constexpr uint8_t igmpProtocol = 2;
+constexpr uint8_t icmp6Protocol = 58;
+
+// What a host says of a group (RFC 3376, 4.2.12); numbered as on the wire from 1.
+#define AGENT_MEMBERSHIP_RECORDS( V ) \
+   V( isInclude ) V( isExclude ) V( toInclude ) V( toExclude ) V( allow ) V( block )
+MOX_ENUM( MembershipRecordType, AGENT_MEMBERSHIP_RECORDS )
+MOX_ENUM_TEXT( MembershipRecordType, AGENT_MEMBERSHIP_RECORDS )
+
+struct MembershipRecord {
+   MembershipRecordType type = isInclude;
+   Vantu::IpGenAddr group;
+   std::vector<Vantu::IpGenAddr> sources;
+};
+
+// An older version's report is one `isExclude` record, its leave (MLD: done) one
+// `toInclude` record, both without sources. Records of unknown types are left out
+// (RFC 3376, 4.2.12).
+struct MembershipReport {
+   uint8_t version = 3;
+   std::vector<MembershipRecord> records;
+};
+
+struct MembershipQuery {
+   uint8_t version = 3;
+   Vantu::IpGenAddr group;  // unspecified: a general query
+   std::vector<Vantu::IpGenAddr> sources;
+   double maxResponse = 0.0;  // s; version 1: 10
+   bool suppress = false;     // other routers keep their timers
+   uint8_t robustness = 0;    // 0: not told
+   double interval = 0.0;     // s; 0: not told
+};
+
+using MembershipMessage = std::variant<MembershipReport, MembershipQuery>;
+
+// Is it one of theirs? IGMP of IPv4 alone, MLD of IPv6 alone; of ICMPv6 by its type.
+PIMSM_API bool isMembership( const IpPacket& packet );
+
+// Fills `out` and returns notDropped, or says why not; `out` is then unspecified.
+// A message counts with a TTL or hop limit of 1 only, MLD from a link-local address only,
+// a report also from the unspecified one (RFC 3810, 5.1.14 and 5.2.13).
+[[nodiscard]] PIMSM_API DropReason decodeMembership( const IpPacket& packet,
+                                                     MembershipMessage& out );
+
+}

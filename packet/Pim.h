@@ -1,0 +1,118 @@
+// PIM version 2 messages (RFC 7761, 4.9).
+//
+// Hello, join/prune, assert and register-stop are decoded in full; of a register's data
+// packet only who sends to whom; of every other message only the type, which the agent
+// counts. A message is checked as a whole before any of it counts.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <variant>
+#include <vector>
+
+#include "packet/DropReason.h"
+#include "packet/Ip.h"
+#include "platform/net/IpGenAddr.h"
+
+namespace Router {
+
+constexpr uint8_t pimProtocol = 103;
+
+// As on the wire; other numbers occur.
+enum class PimType : uint8_t {
+   hello,
+   registerData,
+   registerStop,
+   joinPrune,
+   bootstrap,
+   assertion,
+   graft,
+   graftAck,
+   candidateRp,
+   stateRefresh,
+   dfElection
+};
+
+// For metrics and traces: "hello", "join-prune"; "unknown" for other numbers.
+PIMSM_API Mox::StringView pimTypeName( PimType type );
+
+// Times in milliseconds.
+struct LanPruneDelay {
+   bool trackingSupport = false;
+   uint16_t propagationDelay = 0;
+   uint16_t overrideInterval = 0;
+};
+
+// Options that are absent are empty. Of one that comes twice the last counts.
+// State refresh and options unknown to us are skipped.
+struct PimHello {
+   std::optional<uint16_t> holdtime;  // s; 0xffff = for ever, 0 = goodbye
+   std::optional<LanPruneDelay> lanPruneDelay;
+   std::optional<uint32_t> drPriority;
+   std::optional<uint32_t> generationId;
+   std::vector<Vantu::IpGenAddr> addresses;  // the sender's secondary ones
+};
+
+struct EncodedSource {
+   Vantu::IpGenAddr address;
+   uint8_t maskLength = 0;
+   bool sparse = false;
+   bool wildcard = false;
+   bool rpt = false;
+};
+
+struct JoinPruneGroup {
+   Vantu::IpGenAddr address;
+   uint8_t maskLength = 0;
+   std::vector<EncodedSource> joins;
+   std::vector<EncodedSource> prunes;
+};
+
+// All addresses are of the packet's family.
+struct PimJoinPrune {
+   Vantu::IpGenAddr upstreamNeighbor;
+   uint16_t holdtime = 0;  // s; 0xffff = for ever
+   std::vector<JoinPruneGroup> groups;
+};
+
+// A data packet, or a null register's header alone, that a router passed on (RFC 7761,
+// 4.9.3). Both addresses are of the outer packet's family.
+struct PimRegister {
+   bool border = false;
+   bool nullRegister = false;
+   Vantu::IpGenAddr source;
+   Vantu::IpGenAddr group;  // the data packet's destination, whatever it is
+};
+
+// RFC 7761, 4.9.4.
+struct PimRegisterStop {
+   Vantu::IpGenAddr group;
+   uint8_t maskLength = 0;
+   Vantu::IpGenAddr source;  // unspecified: every source of the group
+};
+
+// RFC 7761, 4.9.6.
+struct PimAssert {
+   Vantu::IpGenAddr group;
+   uint8_t maskLength = 0;
+   Vantu::IpGenAddr source;  // unspecified: of the (*,G) state
+   bool rptBit = false;
+   uint32_t preference = 0;  // 31 bits
+   uint32_t metric = 0;
+};
+
+struct PimMessage {
+   PimType type = PimType::hello;
+   std::variant<std::monostate, PimHello, PimJoinPrune, PimRegister,
+                PimRegisterStop, PimAssert>
+      body;
+};
+
+// Fills `out` and returns notDropped, or says why not; `out` is then unspecified.
+// The checksum covers the message, for IPv6 with the pseudo header, and of a
+// register only the first 8 bytes, which is then also the length in the pseudo header;
+// one over the whole register is accepted too (RFC 7761, 4.9 and 4.9.3).
+[[nodiscard]] PIMSM_API DropReason decodePim( const IpPacket& packet,
+                                              PimMessage& out );
+
+}

@@ -57,7 +57,7 @@ EntityManager::EntityManager( Mox::Clock& clock, Mox::Loop* loop, Mox::String ro
      root_( std::move( root ) ),
      hub_( useInotify ),
      wakeup_( std::make_unique<Wakeup>( *this, clock ) ) {
-   watchRoot();
+   while ( root_.size() > 1 && root_.ends_with( '/' ) ) root_.pop_back();
    if ( loop == nullptr ) return;
    if ( hub_.fd() >= 0 ) {
       watcher_ = std::make_unique<Mox::Loop::FdWatcher>(
@@ -71,9 +71,14 @@ EntityManager::~EntityManager() {
    for ( const auto& [path, entity] : entities_ ) entity->manager_ = nullptr;
 }
 
-// Whoever moves the root moves all tables, and no directory below it hears of that.
-void EntityManager::watchRoot() {
-   rootWatch_ = hub_.addFiles( root_, [this] { hub_.lookAgain( rootWatch_ ); } );
+// A table's own directory tells when it moves; those above it, up to the root, do not.
+void EntityManager::watchAbove( const Mox::String& path ) {
+   const size_t own = path.rfind( '/' );
+   for ( size_t slash = root_.size(); slash < own;
+         slash = path.find( '/', slash + 1 ) ) {
+      Mox::String directory = path.substr( 0, slash );
+      if ( above_.insert( directory ).second ) hub_.addAbove( directory );
+   }
 }
 
 Mox::Ptr<Mox::Entity> EntityManager::entity( Mox::StringView path ) const {
@@ -133,6 +138,7 @@ void EntityManager::dispatchHub() {
 
 Brane::DoorbellHub::Id EntityManager::watch( const Mox::String& path,
                                              MoxBrane::TableBase& table ) {
+   watchAbove( path );
    Brane::DoorbellHub::Id id = hub_.add( path, [&table] { table.drainInOrder(); } );
    wakeup_->wakeupTimeIs( std::min( wakeup_->wakeupTime(), clock_.now() ) );
    return id;
@@ -140,13 +146,15 @@ Brane::DoorbellHub::Id EntityManager::watch( const Mox::String& path,
 
 Brane::DoorbellHub::Id EntityManager::watchFiles( const Mox::String& path,
                                                   MoxBrane::TableBase& table ) {
+   watchAbove( path );
    Brane::DoorbellHub::Id id =
       hub_.addFiles( path, [this, &table] { restoreFiles( table ); } );
    wakeup_->wakeupTimeIs( std::min( wakeup_->wakeupTime(), clock_.now() ) );
    return id;
 }
 
-// What the system refuses is tried again; it is told once.
+// What the system refuses is tried again. It is told once, by the first of all tables
+// that wait.
 void EntityManager::restoreFiles( MoxBrane::TableBase& table ) {
    Brane::TableWriter& writer = *table.writer();
    if ( writer.filesStand() ) return;
@@ -154,7 +162,8 @@ void EntityManager::restoreFiles( MoxBrane::TableBase& table ) {
       makeDirectories( writer.path() );
       writer.restoreFiles();
    } catch ( const Brane::CreateError& e ) {
-      if ( std::exchange( problem_, e.what() ) != e.what() ) note( problem_ );
+      if ( unrestored_.empty() && std::exchange( problem_, e.what() ) != e.what() )
+         note( problem_ );
       if ( std::find( unrestored_.begin(), unrestored_.end(), &table ) ==
            unrestored_.end() )
          unrestored_.push_back( &table );

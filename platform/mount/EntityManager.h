@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "platform/entity/Entity.h"
@@ -90,7 +91,7 @@ class PIMSM_API EntityManager {
    void makeDirectories( const Mox::String& tablePath ) const;
    Brane::DoorbellHub::Id watchFiles( const Mox::String& path,
                                       MoxBrane::TableBase& table );
-   void watchRoot();
+   void watchAbove( const Mox::String& path );
    void restoreFiles( MoxBrane::TableBase& table );
    void restoreAgain();
    void tellRestored();
@@ -102,7 +103,7 @@ class PIMSM_API EntityManager {
    Mox::String root_;
    bool attachSuspended_ = false;
    Brane::DoorbellHub hub_;
-   Brane::DoorbellHub::Id rootWatch_ = 0;
+   std::set<Mox::String> above_;  // watched directories, from the root on
    std::map<Mox::String, MoxBrane::MountedEntity*, std::less<>> entities_;
    std::vector<MoxBrane::TableBase*> drainSoon_;
    bool drainAtOnce_ = false;

@@ -46,6 +46,7 @@ struct DoorbellHub::Table {
    TableFiles files;
    Callback callback;
    bool filesOnly = false;
+   bool above = false;    // no table, but a directory above some
    int bell = -1;         // watch; -1 while there is none
    int directory = -1;    // watch of the table's directory or an ancestor of it
    bool nearest = false;  // the directory itself
@@ -85,6 +86,16 @@ DoorbellHub::Id DoorbellHub::addFiles( const Mox::String& path,
                                                .filesOnly = true } ) );
 }
 
+DoorbellHub::Id DoorbellHub::addAbove( const Mox::String& directory ) {
+   auto above = std::make_shared<Table>( Table{ .files = TableFiles( directory ),
+                                                .callback = {},
+                                                .filesOnly = true,
+                                                .above = true } );
+   const Id id = add( above );
+   above->rung = false;
+   return id;
+}
+
 DoorbellHub::Id DoorbellHub::add( std::shared_ptr<Table> table ) {
    tables_.emplace( ++lastId_, table );
    arm( *table );
@@ -101,9 +112,11 @@ void DoorbellHub::remove( Id id ) {
    dropWatch( table->directory );
 }
 
-void DoorbellHub::lookAgain( Id asker ) {
+void DoorbellHub::lookAgain() {
    for ( auto& [id, table] : tables_ ) {
-      if ( id != asker ) armAnew( *table );
+      armAnew( *table );
+      // All are looked at already; they would ring each other for ever.
+      if ( table->above ) table->rung = false;
    }
 }
 
@@ -239,14 +252,17 @@ void DoorbellHub::callDue( double now ) {
    for ( auto& [id, table] : tables_ ) {
       if ( dueOf( *table ) <= now ) due.push_back( table );
    }
+   bool moved = false;
    for ( auto& table : due ) {
-      if ( table->removed ) continue;
+      moved = moved || table->above;
+      if ( table->removed || table->above ) continue;
       table->rung = false;
       table->called = now;
       table->recall =
          std::exchange( table->died, false ) ? now + afterDeath : never;
       table->callback();
    }
+   if ( moved && fd_ >= 0 ) lookAgain();
 }
 
 double DoorbellHub::dueOf( const Table& table ) const {

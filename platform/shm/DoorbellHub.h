@@ -43,9 +43,9 @@ class PIMSM_API DoorbellHub {
    Id addFiles( const Mox::String& path, Callback callback );
    void remove( Id id );  // unknown: nothing
 
-   // Sets all watches anew and rings all tables but the asker's: for who knows that
-   // directories above the tables' own have moved, which no watch tells.
-   void lookAgain( Id asker );
+   // Watches a directory above tables. Nothing below it hears when it moves: all watches
+   // are set anew then, and all tables rung.
+   Id addAbove( const Mox::String& directory );
 
    // Readable when dispatch() has something to do; -1 without inotify.
    int fd() const { return fd_; }
@@ -63,6 +63,7 @@ class PIMSM_API DoorbellHub {
    struct Table;
 
    Id add( std::shared_ptr<Table> table );
+   void lookAgain();
    void arm( Table& table );
    void armAnew( Table& table );
    void watchDirectory( Table& table );

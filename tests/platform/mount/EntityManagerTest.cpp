@@ -137,6 +137,9 @@ TEST_F( EntityManager, MakesItsFilesAnewUntilAnotherWriterHasThem ) {
    namespace fs = std::filesystem;
    own.mount( tableWriter, 20 );
    own.shelf->bookIs( bookOf( 1 ) );
+   Mox::Ptr<Shelf> other( dynamic_cast<Shelf*>(
+      own.manager.createEntity( "house/other", kShelf ).get() ) );
+   other->bookControl()->initialize( tableWriter, 4, false );
    Side reader( clock, root.path(), tableReader );
    std::vector<Mox::String> notes;
    own.manager.noteHandlerIs(
@@ -159,6 +162,7 @@ TEST_F( EntityManager, MakesItsFilesAnewUntilAnotherWriterHasThem ) {
       [&] { fs::rename( file, file.string() + "-" ); },
       [&] { fs::remove_all( root.path() ); },
       [&] { fs::rename( root.path(), elsewhere ); },
+      [&] { fs::rename( root.path() + "/house", root.path() + "/moved" ); },
    };
    uint32_t number = 1;
    for ( const auto& damage : damages ) {
@@ -177,13 +181,18 @@ TEST_F( EntityManager, MakesItsFilesAnewUntilAnotherWriterHasThem ) {
    EXPECT_EQ( notes.size(), std::size( damages ) );
    EXPECT_THAT( notes.back(), HasSubstr( "made anew" ) );
    // In a place where it cannot be made it is tried again.
-   fs::remove( file );
-   fs::create_directory( file );
+   const fs::path files[] = { file, root.path() + "/house/other/book" };
+   for ( const fs::path& each : files ) {
+      fs::remove( each );
+      fs::create_directory( each );
+   }
    notes.clear();
-   turn();
+   for ( int tries = 0; tries < 3; ++tries ) {
+      turn();
+      clock.advance( 1 );
+   }
    EXPECT_THAT( notes, testing::ElementsAre( HasSubstr( "cannot rename" ) ) );
-   fs::remove( file );
-   clock.advance( 1 );
+   for ( const fs::path& each : files ) fs::remove( each );
    turn();
    EXPECT_EQ( notes.size(), 2U );
    // Another process was faster.

@@ -32,7 +32,7 @@ function( pimsm_install )
       install( FILES apps/completion.bash RENAME ${program}
          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions )
    endforeach()
-   install( DIRECTORY platform model export register count ssm frr published packet engine
+   install( DIRECTORY platform model export register count ssm frr published assembly packet engine
       DESTINATION ${headers}
       FILES_MATCHING PATTERN "*.h" PATTERN detail EXCLUDE )
 

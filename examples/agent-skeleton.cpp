@@ -12,8 +12,7 @@
 #include <map>
 #include <sstream>
 
-#include "export/RouteBraneRestartSm.h"
-#include "export/RouteBraneWriterSm.h"
+#include "assembly/VrfWriter.h"
 #include "platform/loop/RealClock.h"
 
 namespace Sm = Routing::Pim::SparseMode;
@@ -84,7 +83,7 @@ class JoinEngine : public Mox::Clock::Notifiee {
    // The protocol's macros decide; the engine only asks.
    static void review( Sm::Route& route ) {
       for ( Sm::Intf& intf : route.routeIntf() )
-         intf.forwardIs( intf.immediateOlistWc() );
+         intf.forwardIs( intf.forwardDesired() );
       route.upJoinStateIs( route.joinDesiredWc() ? Sm::upJoined : Sm::upNotJoined );
    }
    // [review]
@@ -138,26 +137,21 @@ bool readLines( JoinEngine& engine, std::string& rest ) {
 
 int main( int argc, char** argv ) try {
    // [start]
-   const L3::VrfName vrf( "default" );
    Mox::Loop loop;
    Mox::RealClock clock( loop );
    Corvex::EntityManager manager(
       clock, &loop, argc > 1 ? argv[1] : Corvex::EntityManager::defaultRoot );
-   auto model = Sm::statusFactory( vrf );
-   model->maxRoutesIs( 1000 );  // the tables take the room of so many
-   model->maxRouteIntfsIs( 10000 );
-   auto tables = Sm::Brane::Status::mountInDependencyOrder(
-      manager, Sm::Brane::Status::mountPath( Vantu::AddressFamily::ipv4, vrf ),
-      Brane::tableWriter, model.get() );
-   auto restart = Sm::Brane::routeBraneRestartSmFactory(
-      model, tables, Brane::tableWriter, &clock );
-   auto writer = Sm::Brane::routeBraneWriterSmFactory( model, tables, &clock );
-   JoinEngine engine( &clock, model );
+   // The model, its tables with room for so many routes and interfaces, and what keeps
+   // the second in step with the first.
+   Sm::VrfWriter vrf( manager, clock, Vantu::AddressFamily::ipv4,
+                      L3::VrfName( "default" ), { 1000, 10000 } );
+   JoinEngine engine( &clock, vrf.model() );
 
    // No packet before the reload has ended.
-   while ( !model->initialized() ) loop.dispatch();
+   while ( !vrf.ready() ) loop.dispatch();
    engine.adopt();
-   std::cout << "ready with " << model->route().size() << " routes" << std::endl;
+   std::cout << "ready with " << vrf.model()->route().size() << " routes"
+             << std::endl;
    // [start]
 
    // [run]
@@ -167,13 +161,10 @@ int main( int argc, char** argv ) try {
       ending = !readLines( engine, rest );
       if ( ending ) input.readWantedIs( false );
    } );
-   // A change of an interface alone waits for a review: ask for one each turn. At the
-   // end, everything marked is published first.
+   // What changed in the turn is published. At the end, all of it is before the loop stops.
    Mox::Loop::TurnEnd turnEnd( loop, [&] {
-      writer->doMaybeUpdateReviewTimer();
-      if ( ending && writer->changeSet()->empty() &&
-           writer->reviewChangeSet()->empty() )
-         loop.stop();
+      vrf.handleTurnEnd();
+      if ( ending && vrf.idle() ) loop.stop();
    } );
    loop.run();
    // [run]

@@ -15,13 +15,6 @@ namespace {
 
 constexpr double kReviewSlice = 0.01;  // s
 
-Mox::Ptr<Sm::Status> newModel( const VrfConfig& config ) {
-   Mox::Ptr<Sm::Status> model = Sm::statusFactory( config.name );
-   model->maxRoutesIs( config.maxRoutes );
-   model->maxRouteIntfsIs( config.maxRouteIntfs );
-   return model;
-}
-
 }
 
 FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
@@ -31,24 +24,16 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
                                 const KernelRoutes* kernelRoutes )
    : family_( family ),
      config_( config ),
-     manager_( manager ),
      clock_( clock ),
      counters_( counters ),
-     model_( newModel( config ) ),
-     counting_( model_ ),
-     pimStatus_( Mox::newEntity<Routing::Pim::Status>() ),
-     tables_( Sm::Brane::Status::mountInDependencyOrder(
-        manager, Sm::Brane::Status::mountPath( family, config.name ),
-        ::Brane::tableWriter, model_.get() ) ),
      writerClock_( real, [this] { return mayWrite(); } ),
-     registers_( Sm::RegisterStatus::mount(
-        manager, Sm::RegisterStatus::mountPath( family, config.name ),
-        ::Brane::tableWriter, Sm::RegisterCapacities( *model_ ) ) ),
-     advertised_( Sm::AdvertisedSgStatus::mount(
-        manager, Sm::AdvertisedSgStatus::mountPath( family, config.name ),
-        ::Brane::tableWriter, Sm::AdvertisedSgStatus::capacityFor( *model_ ) ) ),
+     vrf_( manager, real, family, config.name,
+           { config.maxRoutes, config.maxRouteIntfs, &writerClock_ } ),
+     counting_( vrf_.model() ),
+     pimStatus_( Mox::newEntity<Routing::Pim::Status>() ),
      protocol_(
-        family, config_, model_, pimStatus_, registers_, clock, counters,
+        family, config_, vrf_.model(), pimStatus_, vrf_.registers(), clock,
+        counters,
         [this, kernelRoutes]( const Vantu::IpGenAddr& address ) {
            return hostRoute( kernelRoutes, address );
         },
@@ -59,21 +44,14 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
      mfib_( Published::MfibStatus::mount(
                manager, Published::MfibStatus::mountPath( family, config.name ),
                ::Brane::tableReader ),
-            model_, protocol_, real ),
-     tally_( real, model_, tables_,
+            vrf_.model(), protocol_, real ),
+     tally_( real, vrf_.model(), vrf_.tables(),
              [this]( const auto& rp ) { return isOwn( config_, rp ); } ),
      real_( real ),
      resume_( &real ),
-     published_( Published::FamilyStatus::mount(
-        manager, Published::FamilyStatus::mountPath( family, config.name ),
-        ::Brane::tableWriter, config.maxRouteIntfs ) ),
-     familyCounters_( tables_->name(), real.now() ) {
-   model_->pimStatusIs( pimStatus_ );
+     familyCounters_( vrf_.tables()->name(), real.now() ) {
+   vrf_.model()->pimStatusIs( pimStatus_ );
    adoptNeighbors();
-   // The reconciler first: it alone writes until the model is initialized.
-   restart_ = Sm::Brane::routeBraneRestartSmFactory( model_, tables_,
-                                                     ::Brane::tableWriter, &real );
-   writer_ = Sm::Brane::routeBraneWriterSmFactory( model_, tables_, &writerClock_ );
 }
 
 // Where the VRF's reverse paths come from the kernel's routes, too.
@@ -92,21 +70,21 @@ FamilyInstance::~FamilyInstance() = default;
 std::vector<std::string> FamilyInstance::mountNotes() const {
    return Agent::mountNotes(
       "vrf " + config_.name.name() + ' ' + Vantu::valueToStrep( family_ ),
-      { tables_.get(), registers_.get(), advertised_.get(), published_.get() } );
+      vrf_.entities() );
 }
 
 void FamilyInstance::adopt() {
    adopted_ = true;
-   familyCounters_.reloaded( model_->route().size(), real_.now() );
+   familyCounters_.reloaded( vrf_.model()->route().size(), real_.now() );
    protocol_.adopt( [this]( const Routing::Pim::RouteIntfKey& key ) {
       Published::Downstream kept{ key };
-      published_->downstream().find( key, kept );
+      vrf_.published()->downstream().find( key, kept );
       return kept;
    } );
    markAllTimers();
    mfib_.adopted();
    tally_.touch();
-   publishAdvertised( *advertised_, config_, family_, counters_ );
+   publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );
    for ( auto& receive : std::exchange( waiting_, {} ) ) receive();
 }
 
@@ -115,32 +93,25 @@ void FamilyInstance::configIs( const VrfConfig& config ) {
    publishDue_ = true;
    protocol_.configChanged();
    if ( !adopted_ ) return;
-   publishAdvertised( *advertised_, config_, family_, counters_ );
+   publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );
 }
 
 void FamilyInstance::retire() {
-   manager_.removeTables( tables_->name() );
-   manager_.removeTables( registers_->name() );
-   manager_.removeTables( advertised_->name() );
-   manager_.removeTables( published_->name() );
+   vrf_.retire();
 }
 
 void FamilyInstance::removeTables( const std::string& root,
                                    Vantu::AddressFamily family,
                                    const L3::VrfName& vrf ) {
-   for ( const Mox::String& path :
-         { Sm::Brane::Status::mountPath( family, vrf ),
-           Sm::RegisterStatus::mountPath( family, vrf ),
-           Sm::AdvertisedSgStatus::mountPath( family, vrf ),
-           Published::FamilyStatus::mountPath( family, vrf ) } )
-      Published::removeTablesUnder( root + '/' + path );
+   Sm::VrfWriter::removeTables( root, family, vrf );
 }
 
 // Before anything is published: the DR of a link is the one it was.
 void FamilyInstance::adoptNeighbors() {
-   for ( const Published::NeighborKey& key : published_->neighbor().keys() ) {
+   for ( const Published::NeighborKey& key : vrf_.published()->neighbor().keys() ) {
       Published::Neighbor record;
-      if ( published_->neighbor().find( key, record ) != ::Brane::lookupFound )
+      if ( vrf_.published()->neighbor().find( key, record ) !=
+           ::Brane::lookupFound )
          continue;
       PimHello hello;
       if ( record.hasDrPriority ) hello.drPriority = record.drPriority;
@@ -178,14 +149,14 @@ void FamilyInstance::publishNeighbors() {
                                 neighbor.expiry->until() } );
       }
    }
-   Published::publishNeighbors( *published_, neighbors );
+   Published::publishNeighbors( *vrf_.published(), neighbors );
 }
 
 // Whatever stands or was left.
 void FamilyInstance::markAllTimers() {
-   for ( const auto& key : published_->downstream().keys() )
+   for ( const auto& key : vrf_.published()->downstream().keys() )
       timersDue_.insert( key );
-   for ( const Sm::Route& route : std::as_const( *model_ ).route() ) {
+   for ( const Sm::Route& route : std::as_const( *vrf_.model() ).route() ) {
       for ( const Sm::Intf& intf : route.routeIntf() )
          timersDue_.insert( { route.key(), intf.intfId() } );
    }
@@ -195,7 +166,7 @@ void FamilyInstance::markAllTimers() {
 // would live for another time.
 void FamilyInstance::publishTimers() {
    for ( const auto& key : std::exchange( timersDue_, {} ) )
-      Published::publishDownstream( *published_, protocol_.timers( key ) );
+      Published::publishDownstream( *vrf_.published(), protocol_.timers( key ) );
 }
 
 // What a reader needs to see what the agent saw.
@@ -207,7 +178,7 @@ void FamilyInstance::publish() {
                               intf.iAmDr(),
                               static_cast<uint32_t>( link.neighbors->size() ) } );
    }
-   Published::publishInterfaces( *published_, interfaces );
+   Published::publishInterfaces( *vrf_.published(), interfaces );
    publishNeighbors();
    std::vector<Published::Rp> rps;
    for ( const RpConfig& rp : config_.rps ) {
@@ -218,7 +189,7 @@ void FamilyInstance::publish() {
               rp.address,
               isOwn( config_, rp.address ) } );
    }
-   Published::publishRps( *published_, rps );
+   Published::publishRps( *vrf_.published(), rps );
    const bool ipv4 = family_ == Vantu::AddressFamily::ipv4;
    const std::string& ssmFilter = ipv4 ? config_.ssmFilter : config_.ssmFilter6;
    const std::string& frrFilter = ipv4 ? config_.frrFilter : config_.frrFilter6;
@@ -233,13 +204,13 @@ void FamilyInstance::publish() {
                             rule.destination } );
       }
    }
-   Published::publishAccessRules( *published_, rules );
+   Published::publishAccessRules( *vrf_.published(), rules );
    auto setting = []( const char* name, const std::string& value ) {
       return Published::Setting{ Published::Text<32>( name ),
                                  Published::Text<224>( value ) };
    };
    Published::publishSettings(
-      *published_,
+      *vrf_.published(),
       { setting( "maxRoutes", std::to_string( config_.maxRoutes ) ),
         setting( "maxRouteIntfs", std::to_string( config_.maxRouteIntfs ) ),
         setting( "require-hello", config_.requireHello ? "yes" : "no" ),
@@ -278,10 +249,10 @@ void FamilyInstance::markExport( const Routing::Pim::RouteKey& key,
                                  Vantu::IntfId intfId ) {
    if ( !adopted_ ) return;
    if ( intfId.empty() ) {
-      writer_->changeSet()->routeIs( key, true );
+      vrf_.writer().changeSet()->routeIs( key, true );
    } else {
       timersDue_.insert( { key, intfId } );
-      writer_->changeSet()->routeIntfIs( { key, intfId }, true );
+      vrf_.writer().changeSet()->routeIntfIs( { key, intfId }, true );
    }
 }
 
@@ -297,14 +268,13 @@ bool FamilyInstance::mayWrite() {
 void FamilyInstance::handleTurnEnd() {
    if ( adopted_ ) review();
    publishTimers();
-   familyCounters_.follow( *writer_ );
+   familyCounters_.follow( vrf_.writer() );
    if ( std::exchange( publishDue_, false ) ) publish();
-   writer_->doMaybeUpdateReviewTimer();
+   vrf_.handleTurnEnd();
 }
 
 bool FamilyInstance::published() const {
-   return !protocol_.pending() && timersDue_.empty() &&
-          writer_->reviewChangeSet()->empty() && writer_->changeSet()->empty();
+   return !protocol_.pending() && timersDue_.empty() && vrf_.idle();
 }
 
 }

@@ -17,6 +17,7 @@
 #include "apps/agent/MfibWatch.h"
 #include "apps/agent/RouteTally.h"
 #include "apps/config/AgentConfig.h"
+#include "assembly/VrfWriter.h"
 #include "export/RouteBraneRestartSm.h"
 #include "export/RouteBraneWriterSm.h"
 #include "published/Counting.h"
@@ -40,15 +41,15 @@ class FamilyInstance {
 
    Vantu::AddressFamily family() const { return family_; }
    const VrfConfig& config() const { return config_; }
-   const Routing::Pim::SparseMode::Status& model() const { return *model_; }
+   const Routing::Pim::SparseMode::Status& model() const { return *vrf_.model(); }
    const Routing::Pim::SparseMode::Brane::Status& tables() const {
-      return *tables_;
+      return *vrf_.tables();
    }
    const Routing::Pim::SparseMode::RegisterStatus& registers() const {
-      return *registers_;
+      return *vrf_.registers();
    }
    const Routing::Pim::SparseMode::AdvertisedSgStatus& advertised() const {
-      return *advertised_;
+      return *vrf_.advertised();
    }
    // How many groups a source has and sources a group.
    const Published::Counting& counting() const { return counting_; }
@@ -58,7 +59,7 @@ class FamilyInstance {
    std::vector<std::string> mountNotes() const;
 
    // Has the reload ended?
-   bool ready() const { return model_->initialized(); }
+   bool ready() const { return vrf_.ready(); }
    bool adopted() const { return adopted_; }
    // Once, when ready: the engines take up what was reloaded, then what has waited.
    void adopt();
@@ -108,25 +109,18 @@ class FamilyInstance {
 
    Vantu::AddressFamily family_;
    VrfConfig config_;
-   Corvex::EntityManager& manager_;
    AgentClock& clock_;
    RouterCounters& counters_;
-   Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
+   GatedClock writerClock_;
+   Routing::Pim::SparseMode::VrfWriter vrf_;
    Published::Counting counting_;
    Mox::Ptr<Routing::Pim::Status> pimStatus_;
-   Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables_;
-   Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneRestartSm> restart_;
-   GatedClock writerClock_;
-   Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneWriterSm> writer_;
-   Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers_;
-   Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised_;
    Protocol protocol_;
    MfibWatch mfib_;
    RouteTally tally_;
    // Asks for another turn when a review has used up its time.
    Mox::Clock& real_;
    Resume resume_;
-   Mox::Ptr<Published::FamilyStatus> published_;
    FamilyCounters familyCounters_;
    bool publishDue_ = true;  // interfaces or configuration have changed
    std::unordered_set<Routing::Pim::RouteIntfKey> timersDue_;  // may run otherwise

@@ -30,15 +30,9 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
      vifs_( *kernel_, published_, say_ ),
      unsure_( !vifs_.adopt( links ) ),
      upcalls_( nameOf( config_ ), published_ ),
-     model_( Sm::statusFactory( config_.vrf ) ),
-     tables_( Sm::Brane::Status::mountInDependencyOrder(
-        manager, Sm::Brane::Status::mountPath( config_.family, config_.vrf ),
-        Brane::tableReader, nullptr ) ),
-     reader_( Sm::Brane::routeBraneReaderSmFactory( model_, tables_ ) ),
-     restart_( Sm::Brane::routeBraneRestartSmFactory(
-        model_, tables_, Brane::tableReader, &clock ) ),
-     mfib_( std::make_unique<Mfib>( nameOf( config_ ), model_, tables_, vifs_,
-                                    *kernel_, clock ) ) {
+     mirror_( manager, clock, config_.family, config_.vrf, {}, false ),
+     mfib_( std::make_unique<Mfib>( nameOf( config_ ), mirror_.model(),
+                                    mirror_.tables(), vifs_, *kernel_, clock ) ) {
    vifs_.namesIs( config_.interfaces );
    vifs_.update( links );
 }
@@ -73,16 +67,6 @@ void Family::publishCounters() {
       clock_.now() );
 }
 
-// Tables that are not there yet load as empty ones: what stands in the kernel would go.
-bool Family::loaded() const {
-   auto whole = []( const MoxBrane::TableBase& table ) {
-      return table.control()->mountStatus() == MoxBrane::mountReady &&
-             table.control()->quiesced();
-   };
-   return model_->initialized() && whole( tables_->route() ) &&
-          whole( tables_->routeIntf() );
-}
-
 void Family::start() {
    constexpr int kTries = 3;
    std::vector<StandingEntry> standing;
@@ -97,8 +81,9 @@ void Family::start() {
 
 // One that stays is said once.
 void Family::tellProblem() {
-   std::string problem = tables_->route().control()->problem();
-   if ( problem.empty() ) problem = tables_->routeIntf().control()->problem();
+   std::string problem = mirror_.tables()->route().control()->problem();
+   if ( problem.empty() )
+      problem = mirror_.tables()->routeIntf().control()->problem();
    if ( problem == problem_ ) return;
    problem_ = problem;
    if ( !problem.empty() ) say_( problem );
@@ -106,7 +91,9 @@ void Family::tellProblem() {
 
 void Family::handleTurnEnd() {
    tellProblem();
-   if ( !mfib_->started() && loaded() ) start();
+   // Tables that are not there yet load as empty ones: what stands in the kernel would
+   // go.
+   if ( !mfib_->started() && mirror_.loaded() ) start();
    if ( !mfib_->started() ) return;
    mfib_->write();
    if ( told_ || !mfib_->idle() ) return;

@@ -11,7 +11,7 @@
 
 #include "apps/mfib/Mfib.h"
 #include "apps/mfib/Upcalls.h"
-#include "export/RouteBraneRestartSm.h"
+#include "assembly/VrfMirror.h"
 #include "platform/loop/Loop.h"
 
 namespace Forwarding {
@@ -55,7 +55,6 @@ class Family {
    void handleTurnEnd();
 
  private:
-   bool loaded() const;
    void start();
    void tellProblem();
 
@@ -68,10 +67,7 @@ class Family {
    Vifs vifs_;
    bool unsure_;
    Upcalls upcalls_;
-   Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
-   Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables_;
-   Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneReaderSm> reader_;
-   Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneRestartSm> restart_;
+   Routing::Pim::SparseMode::VrfMirror mirror_;
    std::unique_ptr<Mfib> mfib_;
    std::string problem_;
    bool told_ = false;  // that all is written

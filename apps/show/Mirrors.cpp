@@ -7,8 +7,8 @@
 #include <ctime>
 #include <tuple>
 
-#include "published/Vrfs.h"
 #include "platform/shm/TableFiles.h"
+#include "published/Vrfs.h"
 
 namespace Show {
 
@@ -17,23 +17,16 @@ namespace Sm = Routing::Pim::SparseMode;
 Mirror::Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
                 Vantu::AddressFamily mirrorFamily, const L3::VrfName& name )
    : family( mirrorFamily ),
-     model( Sm::statusFactory( name ) ),
-     tables( Sm::Brane::Status::mountInDependencyOrder(
-        manager, Sm::Brane::Status::mountPath( family, name ), Brane::tableReader,
-        nullptr ) ),
-     reader( Sm::Brane::routeBraneReaderSmFactory( model, tables ) ),
-     restart( Sm::Brane::routeBraneRestartSmFactory( model, tables,
-                                                     Brane::tableReader, &clock ) ),
+     routes( manager, clock, family, name ),
+     model( routes.model() ),
+     tables( routes.tables() ),
      registers( Sm::RegisterStatus::mount(
         manager, Sm::RegisterStatus::mountPath( family, name ),
         Brane::tableReader ) ),
      advertised( Sm::AdvertisedSgStatus::mount(
         manager, Sm::AdvertisedSgStatus::mountPath( family, name ),
         Brane::tableReader ) ),
-     agent( Published::FamilyStatus::mount(
-        manager, Published::FamilyStatus::mountPath( family, name ),
-        Brane::tableReader ) ),
-     pim( std::make_unique<Published::PimMirror>( model, agent ) ),
+     agent( routes.published() ),
      mfib( Published::MfibStatus::mount(
         manager, Published::MfibStatus::mountPath( family, name ),
         Brane::tableReader ) ) {}

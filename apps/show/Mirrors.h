@@ -7,10 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "published/MfibStatus.h"
-#include "published/PimMirror.h"
-#include "export/RouteBraneRestartSm.h"
+#include "assembly/VrfMirror.h"
 #include "platform/loop/RealClock.h"
+#include "published/MfibStatus.h"
 #include "register/AdvertisedSgStatus.h"
 #include "register/RegisterStatus.h"
 
@@ -56,16 +55,15 @@ struct Mirror {
    uint64_t unreadable() const;
 
    Vantu::AddressFamily family;
+   Routing::Pim::SparseMode::VrfMirror routes;
+   // Of `routes`, as are the agent's below.
    Mox::Ptr<Routing::Pim::SparseMode::Status> model;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables;
-   Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneReaderSm> reader;
-   Mox::Ptr<Routing::Pim::SparseMode::Brane::RouteBraneRestartSm> restart;
    // These tables need no loading.
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers;
    Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised;
    // What the agent publishes of itself; its tables may be missing.
    Mox::Ptr<Published::FamilyStatus> agent;
-   std::unique_ptr<Published::PimMirror> pim;
    // What the forwarding process publishes; its tables may be missing.
    Mox::Ptr<Published::MfibStatus> mfib;
 };

@@ -1,0 +1,94 @@
+// One VRF and family of a process that follows an agent: the model that mirrors its
+// routes, and what keeps it in step with the tables.
+//
+//    VrfMirror::Observer observer;
+//    observer.route = []( const auto& key, const auto* before, const auto* now ) { ... };
+//    VrfMirror vrf( manager, clock, Vantu::AddressFamily::ipv4, name, observer );
+//    Mox::Loop::TurnEnd turnEnd( loop, [&] { vrf.handleTurnEnd(); } );
+//
+// The tables are waited for, and the agent may go and come back: the routes stay
+// meanwhile, and then what differs is told. Event-loop thread.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "export/RouteBraneRestartSm.h"
+#include "published/PimMirror.h"
+
+namespace Routing::Pim::SparseMode {
+
+class PIMSM_API VrfMirror : private Brane::Status::NotifieeConst {
+ public:
+   // Called at the end of a turn, for what is asked for; `before` or `now` null: the
+   // record did not stand, or does no more. Values between two turns are left out, and
+   // equal ones are no change. A hook may look at the model, and must not destroy the
+   // mirror.
+   struct Observer {
+      std::function<void( const RouteKey& key, const Brane::Route* before,
+                          const Brane::Route* now )>
+         route;
+      std::function<void( const RouteIntfKey& key, const Brane::Intf* before,
+                          const Brane::Intf* now )>
+         routeIntf;
+      // An agent has come, or gone. The first call is for one that is there.
+      std::function<void( bool alive )> writer;
+   };
+
+   // Manager and clock outlive it. Without `interfaces` the model has no PIM interfaces:
+   // enough for who looks at stored states alone. Throws what mounting throws
+   // (Brane::CreateError).
+   VrfMirror( Corvex::EntityManager& manager, Mox::Clock& clock,
+              Vantu::AddressFamily family, const L3::VrfName& vrf,
+              Observer observer = {}, bool interfaces = true );
+   ~VrfMirror() override;
+
+   // As the agent had it at its last write; macros answer as they did there.
+   const Mox::Ptr<Status>& model() const { return model_; }
+   const Mox::Ptr<Brane::Status>& tables() const { return tables_; }
+   // What the agent publishes beside the routes; null without interfaces.
+   const Mox::Ptr<Published::FamilyStatus>& published() const { return published_; }
+
+   // Has the model been filled once? Of tables that were not there, with nothing.
+   bool initialized() const { return model_->initialized(); }
+   // Does it hold all that the tables hold, which are there?
+   bool loaded() const;
+   bool writerAlive() const { return tables_->route().writerAlive(); }
+
+   // At the end of each turn of the loop: calls the observer.
+   void handleTurnEnd();
+
+ private:
+   void onRoute( const RouteKey& key ) override { routes_.changed.insert( key ); }
+   void onRouteIntf( const RouteIntfKey& key ) override {
+      intfs_.changed.insert( key );
+   }
+
+   // What was told of one table.
+   template <class Record>
+   struct Known {
+      using Key = decltype( Record::key );
+      std::unordered_map<Key, Record> records;
+      std::unordered_set<Key> changed;
+      bool loaded = false;
+   };
+   template <class Record, class Table, class Tell>
+   void tell( Known<Record>& known, const Table& table, const Tell& tell );
+   void tellWriter();
+
+   Observer observer_;
+   Mox::Ptr<Status> model_;
+   Mox::Ptr<Brane::Status> tables_;
+   Mox::Ptr<Brane::RouteBraneReaderSm> reader_;
+   Mox::Ptr<Brane::RouteBraneRestartSm> restart_;
+   Mox::Ptr<Published::FamilyStatus> published_;
+   std::unique_ptr<Published::PimMirror> pim_;
+   Known<Brane::Route> routes_;
+   Known<Brane::Intf> intfs_;
+   bool writerAlive_ = false;
+};
+
+}

@@ -1,0 +1,67 @@
+#include "assembly/VrfWriter.h"
+
+#include "published/Vrfs.h"
+
+namespace Routing::Pim::SparseMode {
+namespace {
+
+Mox::Ptr<Status> newModel( const L3::VrfName& vrf,
+                           const VrfWriterOptions& options ) {
+   Mox::Ptr<Status> model = statusFactory( vrf );
+   model->maxRoutesIs( options.maxRoutes );
+   model->maxRouteIntfsIs( options.maxRouteIntfs );
+   return model;
+}
+
+}
+
+// The reconciler before the writer: it alone writes until the model is initialized.
+VrfWriter::VrfWriter( Corvex::EntityManager& manager, Mox::Clock& clock,
+                      Vantu::AddressFamily family, const L3::VrfName& vrf,
+                      const VrfWriterOptions& options )
+   : manager_( manager ),
+     model_( newModel( vrf, options ) ),
+     tables_( Brane::Status::mountInDependencyOrder(
+        manager, Brane::Status::mountPath( family, vrf ), ::Brane::tableWriter,
+        model_ ) ),
+     registers_( RegisterStatus::mount(
+        manager, RegisterStatus::mountPath( family, vrf ), ::Brane::tableWriter,
+        RegisterCapacities( *model_ ) ) ),
+     advertised_( AdvertisedSgStatus::mount(
+        manager, AdvertisedSgStatus::mountPath( family, vrf ), ::Brane::tableWriter,
+        AdvertisedSgStatus::capacityFor( *model_ ) ) ),
+     published_( Published::FamilyStatus::mount(
+        manager, Published::FamilyStatus::mountPath( family, vrf ),
+        ::Brane::tableWriter, options.maxRouteIntfs ) ),
+     restart_( Brane::routeBraneRestartSmFactory( model_, tables_,
+                                                  ::Brane::tableWriter, &clock ) ),
+     writer_( Brane::routeBraneWriterSmFactory(
+        model_, tables_,
+        options.reviewClock != nullptr ? options.reviewClock : &clock ) ) {}
+
+VrfWriter::~VrfWriter() = default;
+
+bool VrfWriter::idle() const {
+   return writer_->changeSet()->empty() && writer_->reviewChangeSet()->empty();
+}
+
+std::vector<const MoxBrane::MountedEntity*> VrfWriter::entities() const {
+   return { tables_.get(), registers_.get(), advertised_.get(), published_.get() };
+}
+
+void VrfWriter::retire() {
+   for ( const MoxBrane::MountedEntity* entity : entities() )
+      manager_.removeTables( entity->name() );
+}
+
+void VrfWriter::removeTables( const Mox::String& root, Vantu::AddressFamily family,
+                              const L3::VrfName& vrf ) {
+   for ( const Mox::String& path :
+         { Brane::Status::mountPath( family, vrf ),
+           RegisterStatus::mountPath( family, vrf ),
+           AdvertisedSgStatus::mountPath( family, vrf ),
+           Published::FamilyStatus::mountPath( family, vrf ) } )
+      Published::removeTablesUnder( root + '/' + path );
+}
+
+}

@@ -1,9 +1,9 @@
 # What cmake --install puts where: the library with its public headers, the files by
 # which others find it, and the programs.
 #
-# The headers lie under include/pimsm as they do here, so that #include
-# "model/Status.h" reads the same inside and outside. A detail/ header stays at home:
-# no public one includes any.
+# The headers lie under include/pimsm as they do here: both <pimsm/model/Status.h> and
+# "model/Status.h" are found, and tools/install-headers has them include each other by the
+# first.
 
 include( GNUInstallDirs )
 include( CMakePackageConfigHelpers )
@@ -11,7 +11,11 @@ include( CMakePackageConfigHelpers )
 function( pimsm_install )
    set( headers ${CMAKE_INSTALL_INCLUDEDIR}/pimsm )
    target_compile_features( Pimsm PUBLIC cxx_std_20 )
-   target_include_directories( Pimsm INTERFACE $<INSTALL_INTERFACE:${headers}> )
+   target_include_directories( Pimsm INTERFACE
+      $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> $<INSTALL_INTERFACE:${headers}>
+      $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include> )
+   file( MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include )
+   file( CREATE_LINK ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/include/pimsm SYMBOLIC )
    set( PIMSM_PC_CFLAGS "" )
    if( PIMSM_ATOMIC_PTR )
       # Who links the library must count as it does.
@@ -32,9 +36,27 @@ function( pimsm_install )
       install( FILES apps/completion.bash RENAME ${program}
          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions )
    endforeach()
-   install( DIRECTORY platform model export register count ssm frr published assembly packet engine
-      DESTINATION ${headers}
-      FILES_MATCHING PATTERN "*.h" PATTERN detail EXCLUDE )
+   install( CODE "execute_process( COMMAND_ERROR_IS_FATAL ANY COMMAND
+      ${PROJECT_SOURCE_DIR}/tools/install-headers ${PROJECT_SOURCE_DIR}
+      \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${headers}\"
+      platform model export register count ssm frr published assembly packet engine )" )
+
+   # The services, by where the programs are; systemd looks below /usr/local, too.
+   foreach( service IN ITEMS agent:${CMAKE_INSTALL_FULL_BINDIR} mfib:${CMAKE_INSTALL_FULL_SBINDIR} )
+      string( REPLACE ":" ";" service ${service} )
+      list( GET service 0 name )
+      list( GET service 1 programs )
+      file( READ debian/pimsm-tools.pimsm-${name}.service unit )
+      string( REGEX REPLACE "ExecStart=/usr/s?bin/" "ExecStart=${programs}/" unit "${unit}" )
+      file( WRITE ${CMAKE_CURRENT_BINARY_DIR}/pimsm-${name}.service "${unit}" )
+      install( FILES ${CMAKE_CURRENT_BINARY_DIR}/pimsm-${name}.service
+         DESTINATION lib/systemd/system )
+   endforeach()
+   install( FILES debian/pimsm-tools.tmpfiles RENAME pimsm.conf DESTINATION lib/tmpfiles.d )
+   install( FILES debian/pimsm-tools.sysusers RENAME pimsm.conf DESTINATION lib/sysusers.d )
+   file( GLOB guides doc/*.md )
+   install( FILES README.md CHANGELOG.md ${guides} DESTINATION ${CMAKE_INSTALL_DOCDIR} )
+   install( DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} USE_SOURCE_PERMISSIONS )
 
    set( config ${CMAKE_INSTALL_LIBDIR}/cmake/Pimsm )
    configure_package_config_file( cmake/PimsmConfig.cmake.in PimsmConfig.cmake

@@ -6,8 +6,7 @@
 #include <iostream>
 #include <set>
 
-#include "assembly/VrfMirror.h"
-#include "platform/loop/RealClock.h"
+#include <pimsm/pimsm.h>
 
 namespace Sm = Routing::Pim::SparseMode;
 

@@ -12,8 +12,7 @@
 #include <map>
 #include <sstream>
 
-#include "assembly/VrfWriter.h"
-#include "platform/loop/RealClock.h"
+#include <pimsm/pimsm.h>
 
 namespace Sm = Routing::Pim::SparseMode;
 using Routing::Pim::RouteIntfKey;

@@ -3,7 +3,7 @@
 // usage: hello-route [DIRECTORY OF THE TABLES]
 #include <iostream>
 
-#include "assembly/VrfWriter.h"
+#include <pimsm/pimsm.h>
 
 namespace Sm = Routing::Pim::SparseMode;
 

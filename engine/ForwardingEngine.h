@@ -31,8 +31,8 @@ class PIMSM_API ForwardingEngine {
       // reviewed; may change states, and end the route.
       std::function<void( const Routing::Pim::RouteKey& )> reviewed =
          []( const Routing::Pim::RouteKey& ) {};
-      // Something else stands in the route, or in its record of the interface; the
-      // empty interface: in the route itself. Must change nothing.
+      // A value of the route has changed, or one of its record of the interface. The empty
+      // interface stands for the route itself. The hook must not change the model.
       std::function<void( const Routing::Pim::RouteKey&, Vantu::IntfId )> changed =
          []( const Routing::Pim::RouteKey&, Vantu::IntfId ) {};
    };

@@ -38,7 +38,8 @@ Route::~Route() {
 // the others, or let go of them.
 void Route::unbindUpstreams() {
    const std::vector<UpstreamInfo*> members = upstreams_.members();
-   const std::vector<Mox::Ptr<UpstreamInfo>> bound( members.begin(), members.end() );
+   const std::vector<Mox::Ptr<UpstreamInfo>> bound( members.begin(),
+                                                    members.end() );
    for ( const auto& upstream : bound ) upstream->forgetRoute();
    for ( const auto& upstream : bound ) upstream->announceRoute();
 }

@@ -24,8 +24,8 @@ std::string directoryOf( Vantu::AddressFamily family ) {
    return any.substr( 0, any.size() - 2 );
 }
 
-// How one comes to look there: by the group of the nearest directory that everybody
-// sees; root's is nobody's to join.
+// What a user may do who is refused: join the group of the nearest directory that he can
+// see. Where that is root's group, only root may look.
 std::string remedy( std::filesystem::path path ) {
    struct stat status;
    while ( stat( path.c_str(), &status ) != 0 ) {

@@ -29,7 +29,8 @@ SharedFd SocketStore::take( const std::string& name ) {
    return socket;
 }
 
-// What is kept is not polled: a socket with an error is as good as any.
+// systemd drops a descriptor of its store that polls with an error. Ours must stay: a
+// routing socket keeps the kernel's entries whatever it polls.
 void SocketStore::keep( const std::string& name, const SharedFd& socket ) {
    std::string message = "FDSTORE=1\nFDPOLL=0\nFDNAME=" + name;
    int file = socket->value();

@@ -5,8 +5,8 @@
 #include <list>
 #include <unordered_map>
 
-#include "published/MfibStatus.h"
 #include "platform/entity/EventCounter.h"
+#include "published/MfibStatus.h"
 
 namespace Forwarding {
 

@@ -1,5 +1,6 @@
-// What this router may be on its interfaces where the agent publishes none: what holds
-// of everything that it may be is known all the same.
+// Answers without knowing this router's own addresses and DR roles, where the agent does
+// not publish them: every role that the tables allow is tried. An answer that is the same
+// for all of them is known.
 #pragma once
 
 #include <functional>

@@ -35,9 +35,10 @@ size_t hangOf( std::string_view line, size_t width ) {
    return std::min( indent + kIndent, width / 2 );
 }
 
-// The word with which the next line begins: of those before which the line fits into
-// `room`, the last at a good place, else the last; the first where none fits. The end
-// without a word beyond `after`.
+// Where the next line begins. Candidates are the words beyond `after` before which the
+// line fits into `room`: the last of them at a good place is taken, or else the last of
+// all. Where the line fits before none, the first word is taken. The line's end stands for
+// no such word.
 size_t nextLine( std::string_view line, size_t after, size_t room ) {
    size_t good = line.size(), any = line.size();
    int depth = 0;

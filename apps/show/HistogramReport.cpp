@@ -6,8 +6,8 @@
 #include <bit>
 #include <map>
 
-#include "published/Counting.h"
 #include "apps/show/RouteText.h"
+#include "published/Counting.h"
 
 namespace Show {
 

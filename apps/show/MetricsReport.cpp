@@ -12,11 +12,11 @@
 #include <optional>
 
 #include "apps/program/Ending.h"
-#include "published/Counting.h"
 #include "apps/show/AgentTables.h"
 #include "apps/show/Exposition.h"
 #include "apps/show/Words.h"
 #include "apps/show/YangData.h"
+#include "published/Counting.h"
 
 namespace Show {
 

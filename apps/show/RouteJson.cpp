@@ -1,10 +1,10 @@
 #include "apps/show/RouteJson.h"
 
-#include "published/GroupRanges.h"
 #include "apps/show/Olist.h"
 #include "apps/show/RouteMembers.h"
 #include "apps/show/YangData.h"
 #include "export/Conversion.h"
+#include "published/GroupRanges.h"
 
 namespace Show {
 

@@ -1,8 +1,8 @@
 // The RPs of a mirror's groups. A copy of the moment; event-loop thread only.
 #pragma once
 
-#include "published/GroupRanges.h"
 #include "apps/show/Mirrors.h"
+#include "published/GroupRanges.h"
 
 namespace Show {
 

@@ -111,7 +111,8 @@ class Lines : public Mox::Clock::Notifiee {
       for ( const auto& feed : feeds_ ) {
          for ( const Change& change : feed->take( filter_, clock()->now() ) )
             text += line( feed->mirror(), change, time ) + '\n';
-         // A returned writer's changes wait; a gone one's return touches again.
+         // Changes wait for a second after a writer has come back, and must be taken
+         // then. While it is gone nothing need be looked at: its return is heard.
          more = more || ( feed->waiting() && feed->mirror().writerAlive() );
       }
       forgetGone();

@@ -4,10 +4,10 @@
 #include <iostream>
 #include <set>
 
-#include "published/Vrfs.h"
 #include "apps/show/Answer.h"
 #include "apps/show/MetricsReport.h"
 #include "apps/show/Words.h"
+#include "published/Vrfs.h"
 
 namespace Show {
 

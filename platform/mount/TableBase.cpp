@@ -299,8 +299,8 @@ bool TableBase::unreadable() const {
           reader_->state() == ::Brane::readerDamaged;
 }
 
-// What cannot be looked up now waits until it can: the follower takes it for told, and
-// says nothing of values that come back as they were.
+// Keys wait here while their table cannot be read. The follower has told them once, and
+// will not tell them again where the values come back as they were.
 // False when the time was up before all were notified. A handler may drain, or
 // throw: the place is kept in members, and nothing is notified twice.
 bool TableBase::notifyPending() {

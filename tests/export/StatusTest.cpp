@@ -101,7 +101,8 @@ TEST_F( BraneStatusMount, GivesItsRecordsByKeyAndOneAfterAnother ) {
    const RouteKey first = *keys.begin();
    EXPECT_EQ( agent.tables->route( first )->creationTime, 7 );
    EXPECT_EQ( agent.tables->route( RouteKey() ), std::nullopt );
-   EXPECT_EQ( agent.tables->routeCounter( { Brane::unresolved, 0 } ), std::nullopt );
+   EXPECT_EQ( agent.tables->routeCounter( { Brane::unresolved, 0 } ),
+              std::nullopt );
    std::set<RouteKey> met;
    for ( const Brane::Route& record : agent.tables->route() ) {
       if ( met.empty() ) agent.tables->routeDel( *keys.rbegin() );

@@ -1,12 +1,12 @@
 // What the agent publishes of itself, from its tables to a reader's model.
 #include <gtest/gtest.h>
 
+#include "platform/entity/EventCounter.h"
+#include "platform/loop/TestClock.h"
 #include "published/GroupRanges.h"
 #include "published/MfibStatus.h"
 #include "published/PimMirror.h"
 #include "published/Publisher.h"
-#include "platform/entity/EventCounter.h"
-#include "platform/loop/TestClock.h"
 #include "tests/support/Damage.h"
 #include "tests/support/TempRoot.h"
 #include "tests/support/VrfBuilder.h"

@@ -178,7 +178,8 @@ TEST_F( Family, NoRouteIsPublishedBeforeItsForwarding ) {
    }
 }
 
-// An RP has no way to itself, by any of its addresses, and lacks none.
+// A router that is the RP needs no path to itself: its routes do not count as unresolved,
+// whichever of its addresses the RP has.
 TEST_F( Family, RoutesThatLackAWayAreCounted ) {
    const std::string own =
       with( "[198.51.101.1/24]", "[198.51.101.1/24, 203.0.113.1/24]",

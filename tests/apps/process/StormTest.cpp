@@ -9,10 +9,10 @@
 #include <optional>
 #include <thread>
 
-#include "published/Status.h"
 #include "export/Status.h"
 #include "platform/loop/TestClock.h"
 #include "platform/mount/EntityManager.h"
+#include "published/Status.h"
 #include "tests/apps/process/Site.h"
 #include "tests/apps/process/storm/Capture.h"
 

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "published/Publisher.h"
 #include "apps/show/Mirrors.h"
+#include "published/Publisher.h"
 #include "register/AdvertisedSgStatus.h"
 #include "register/RegisterStatus.h"
 #include "tests/support/ExportPair.h"

@@ -243,6 +243,20 @@ TEST_F( RouteReader, CountsRoutesAndKeepsSources ) {
    tables().routeDel( wildcards[1] );
    expect( 0, 0, 1, 0 );
 
+   // Who hears of a route before the reader may remove it at once.
+   {
+      side.reader = nullptr;
+      StatusRecorder first( side.model.get() );
+      first.inside = [&]( const Mox::String& what ) {
+         if ( what.rfind( "route", 0 ) == 0 ) side.model->routeDel( kKey );
+      };
+      side.reader = Brane::routeBraneReaderSmFactory( side.model, side.tables );
+      for ( const RouteKey& key : { other, kKey } )
+         tables().routeIs( Brane::Route( key ) );
+      expect( 1, 0, 2, 1 );
+      for ( const RouteKey& key : { other, kKey } ) tables().routeDel( key );
+      expect( 0, 0, 1, 0 );
+   }
    // An observer may remove what is counted just now.
    StatusRecorder remover( side.model.get() );
    remover.inside = [&]( const Mox::String& what ) {

@@ -335,8 +335,6 @@ void WriterTable::restoreFiles() {
       lock_ = takeWriterLock( files_ );
    if ( !leadsTo( files_.bell, fileIdOf( bell_, files_.bell ) ) ) openBell();
    if ( !leadsTo( files_.table, file_ ) ) copyToNewFile();
-   rung_ = sequence_ - 1;
-   ring();
 }
 
 // Byte by byte: sequences and positions stay, so that followers find only what they have

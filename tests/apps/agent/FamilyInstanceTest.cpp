@@ -243,6 +243,13 @@ TEST_F( Family, TheTablesHoldWhatStandsInTheModel ) {
               real.now() );
    expectPublished( "its refresh" );
    EXPECT_EQ( writes.count, 0 ) << "its timers are as long as before";
+   hearJoin( "eth1", kGroup, "192.0.2.79" );
+   real.advance( 0.05 );
+   real.runPass();
+   const Routing::Pim::RouteIntfKey heard{ sgKey( "192.0.2.79", kGroup ),
+                                           intfId( "eth1" ) };
+   EXPECT_TRUE( family->tables().routeIntf().has( heard ) ) << "within a turn";
+   EXPECT_TRUE( published()->downstream().has( heard ) ) << "before the state";
    join( "eth1", kGroup, "192.0.2.77" );
    expectPublished( "a join of a source that comes in by the shared tree, too" );
    pruneRpt( "eth1", "192.0.2.78" );
@@ -442,8 +449,10 @@ class Scripts : public Family {
       const char* group = ofGroup ? words[2].c_str() : kGroup;
       if ( event == "join" ) hearJoin( intf, group, from );
       if ( event == "prune" ) pruneRpt( intf, from );
+      PimHello hello;
+      hello.generationId = 7;
       for ( const char* other : { "198.51.100.8", "198.51.100.9" } )
-         if ( event == "others" ) receive( intf, other, pim( PimHello() ) );
+         if ( event == "others" ) receive( intf, other, pim( hello ) );
       MembershipReport report;
       report.records = { { isExclude, addr( group ), {} } };
       if ( event == "member" )
@@ -559,6 +568,8 @@ const ScriptRow kRows[] = {
      "3 *@eth0 [eth1 lost]; X@eth0 spt eth1 eth2, "
      "183 *@eth0 eth1; X@eth0 spt eth1 eth2, "
      "210 *@eth0 eth1; X@eth0 spt eth1, 212 *@eth0 eth1, 260 none" },
+   { "0 join eth1, 0 others eth1, 1 assert eth1, 2 restart plain, 3 others eth1",
+     "0 *@eth0 eth1, 1 *@eth0 [eth1 lost], 108 *@eth0 eth1, 210 none" },
    { "0 member eth1, 1 assert eth1, 2 restart plain",
      "0 *@eth0 eth1, 1 *@eth0 [eth1 lost], 181 *@eth0 eth1, 262 none" },
    // A source on a link is known from the packets that the forwarding process tells of.

@@ -120,6 +120,12 @@ TEST_F( Follower, KeepsWhatWasInFilesThatVanish ) {
    EXPECT_EQ( followed.drain().removed, 1u );
    EXPECT_EQ( followed.content, contentOf( writer ) );
    EXPECT_TRUE( followed.reader.problem().empty() );
+   // Moved away and back.
+   rename( path.c_str(), ( path + "-" ).c_str() );
+   expectKept( "gone" );
+   rename( ( path + "-" ).c_str(), path.c_str() );
+   expectKept( "" );
+   EXPECT_TRUE( followed.reader.problem().empty() );
    // Something else takes its place, and vanishes.
    unlink( path.c_str() );
    bytesAre( path, "no table" );

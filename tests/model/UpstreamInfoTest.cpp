@@ -77,6 +77,21 @@ TEST_F( Upstream, BackupPathIgnoresTheMainCasesAndSwitchingSilencesIt ) {
    EXPECT_EQ( traces.take(), Lines{} );
 }
 
+// Traffic on the source tree comes in by all of these cases, the later the stronger.
+TEST_F( Upstream, TellsWhereTheSourceTreeComesIn ) {
+   vrf.wc( "233.252.0.1" ).rpf( "eth1" );
+   sg.spTree().iifSwitching( Route::wrongVifRecd );
+   EXPECT_EQ( sg->incomingIntf(), intfId( "eth9" ) );
+   sg.switching();
+   EXPECT_EQ( sg->incomingIntf(), intfId( "eth1" ) );
+   sg.mbr( "eth3" );
+   EXPECT_EQ( sg->incomingIntf(), intfId( "eth3" ) );
+   // The route to which the record is bound decides.
+   auto other = vrf.sg( "192.0.2.2", "233.252.0.1" );
+   sg->umh()->routeIs( other.ptr().get() );
+   EXPECT_EQ( sg->incomingIntf(), intfId( "eth0" ) );
+}
+
 TEST_F( Upstream, UnboundRecordHasNoInterface ) {
    sg->umh()->routeIs( nullptr );
    EXPECT_EQ( sg->iif(), intfId( "Null0" ) );

@@ -14,8 +14,15 @@ function( pimsm_install )
    target_include_directories( Pimsm INTERFACE
       $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> $<INSTALL_INTERFACE:${headers}>
       $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include> )
-   file( MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include )
-   file( CREATE_LINK ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/include/pimsm SYMBOLIC )
+   # Links to the folders, not to the project: that would hold the build, and itself.
+   file( REMOVE_RECURSE ${PROJECT_BINARY_DIR}/include/pimsm )
+   file( MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include/pimsm )
+   set( public platform model export register count ssm frr published assembly packet engine )
+   foreach( part IN LISTS public ITEMS pimsm.h )
+      file( CREATE_LINK ${PROJECT_SOURCE_DIR}/${part}
+         ${PROJECT_BINARY_DIR}/include/pimsm/${part} SYMBOLIC )
+   endforeach()
+   list( JOIN public " " public )
    set( PIMSM_PC_CFLAGS "" )
    if( PIMSM_ATOMIC_PTR )
       # Who links the library must count as it does.
@@ -39,7 +46,7 @@ function( pimsm_install )
    install( CODE "execute_process( COMMAND_ERROR_IS_FATAL ANY COMMAND
       ${PROJECT_SOURCE_DIR}/tools/install-headers ${PROJECT_SOURCE_DIR}
       \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${headers}\"
-      platform model export register count ssm frr published assembly packet engine )" )
+      ${public} )" )
 
    # The services, by where the programs are; systemd looks below /usr/local, too.
    foreach( service IN ITEMS agent:${CMAKE_INSTALL_FULL_BINDIR} mfib:${CMAKE_INSTALL_FULL_SBINDIR} )

@@ -26,9 +26,7 @@ void publishAdvertised( AdvertisedSgStatus& table, const VrfConfig& config,
       if ( stands && standing == value ) continue;
       try {
          table.collIs( value );
-      } catch ( const ::Brane::TableFullError& ) {
-         counters.refused( tableFull );
-      } catch ( const ::Brane::ProbeLimitError& ) {
+      } catch ( const ::Brane::NoRoomError& ) {
          counters.refused( tableFull );
       }
    }

@@ -158,9 +158,7 @@ bool RegisterEngine::tryPublish( const RouteKey& key, const Source& source ) {
    try {
       publish( key, source );
       return true;
-   } catch ( const ::Brane::TableFullError& ) {
-      return false;
-   } catch ( const ::Brane::ProbeLimitError& ) {
+   } catch ( const ::Brane::NoRoomError& ) {
       return false;
    }
 }

@@ -210,8 +210,7 @@ bool RouteBraneWriterSm::refusedFullTable( const char* where, const Key& key,
                        << Mox::traceField( "VRF", status_->vrfName().name() ) );
       ++writes.refused;
       refusedInc( 1 );
-      return dynamic_cast<const ::Brane::TableFullError*>( &e ) != nullptr ||
-             dynamic_cast<const ::Brane::ProbeLimitError*>( &e ) != nullptr;
+      return dynamic_cast<const ::Brane::NoRoomError*>( &e ) != nullptr;
    }
 }
 

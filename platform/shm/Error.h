@@ -21,16 +21,23 @@ class PIMSM_API ReadOnlyError : public TableError {
    using TableError::TableError;
 };
 
-// One record more than the capacity. Replacing stays possible.
-class PIMSM_API TableFullError : public TableError {
+// There is no room for a record of this key now; others may fit, and room may come when
+// records go. Replacing stays possible.
+class PIMSM_API NoRoomError : public TableError {
  public:
    using TableError::TableError;
 };
 
-// So many keys share this key's index lines that no reader would look further.
-class PIMSM_API ProbeLimitError : public TableError {
+// One record more than the capacity.
+class PIMSM_API TableFullError : public NoRoomError {
  public:
-   using TableError::TableError;
+   using NoRoomError::NoRoomError;
+};
+
+// So many keys share this key's index lines that no reader would look further.
+class PIMSM_API ProbeLimitError : public NoRoomError {
+ public:
+   using NoRoomError::NoRoomError;
 };
 
 // What stands in the table cannot be; the text names table, position and slot.

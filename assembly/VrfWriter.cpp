@@ -1,5 +1,7 @@
 #include "assembly/VrfWriter.h"
 
+#include <fmt/format.h>
+
 #include "published/Vrfs.h"
 
 namespace Routing::Pim::SparseMode {
@@ -61,7 +63,7 @@ void VrfWriter::removeTables( const Mox::String& root, Vantu::AddressFamily fami
            RegisterStatus::mountPath( family, vrf ),
            AdvertisedSgStatus::mountPath( family, vrf ),
            Published::FamilyStatus::mountPath( family, vrf ) } )
-      Published::removeTablesUnder( root + '/' + path );
+      Published::removeTablesUnder( fmt::format( "{}/{}", root, path ) );
 }
 
 }

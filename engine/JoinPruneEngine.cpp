@@ -6,7 +6,6 @@
 
 namespace Router {
 
-using Routing::Pim::SparseMode::Status;
 using Vantu::IpGenAddr;
 
 namespace {

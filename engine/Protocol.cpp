@@ -24,7 +24,7 @@ bool contains( const std::vector<IpGenAddr>& addresses, const IpGenAddr& address
 
 Protocol::Protocol(
    Vantu::AddressFamily family, const VrfConfig& config,
-   Mox::Ptr<Routing::Pim::SparseMode::Status> model,
+   const Mox::Ptr<Routing::Pim::SparseMode::Status>& model,
    Mox::Ptr<Routing::Pim::Status> pimStatus,
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers, Mox::Clock& clock,
    RouterCounters& counters, HostRoutes hostRoutes,

@@ -6,7 +6,6 @@
 
 namespace Forwarding {
 
-namespace Sm = Routing::Pim::SparseMode;
 using Published::MfibStatus;
 
 std::string nameOf( const FamilyConfig& config ) {

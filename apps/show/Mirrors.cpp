@@ -125,11 +125,12 @@ Found find( const Selection& selection ) {
 // Has the loop turn from time to time.
 class Glances : public Mox::Clock::Notifiee {
  public:
-   explicit Glances( Mox::Clock& clock ) : Notifiee( &clock ) { onTime(); }
+   explicit Glances( Mox::Clock& clock ) : Notifiee( &clock ) { wakeUp(); }
 
  private:
    static constexpr double kInterval = 0.02;  // s
-   void onTime() override { wakeupTimeIs( clock()->now() + kInterval ); }
+   void onTime() override { wakeUp(); }
+   void wakeUp() { wakeupTimeIs( clock()->now() + kInterval ); }
 };
 
 Mirror::Problem problemOf( const Mirror& mirror, Mirrors::Part part ) {

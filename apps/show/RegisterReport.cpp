@@ -89,6 +89,7 @@ Registers selectRegisters( const Mirror& mirror, const RouteFilter& filter ) {
    mark( tables.drDiscoveredSg(), &RegisterRow::drDiscovered );
    mark( tables.anycastDiscoveredSg(), &RegisterRow::anycastDiscovered );
    std::vector<RegisterRow> all;
+   all.reserve( rows.size() );
    for ( const auto& [key, row] : rows ) all.push_back( row );
    return select( std::move( all ), filter );
 }

@@ -204,8 +204,8 @@ void addField( std::string& text, const std::string& name, const Json& before,
       Json all = old;
       all.update( now );
       for ( const auto& [part, ignored] : all.items() )
-         addField( text, name + ' ' + part, old.value( part, Json() ),
-                   now.value( part, Json() ), update );
+         addField( text, fmt::format( "{} {}", name, part ),
+                   old.value( part, Json() ), now.value( part, Json() ), update );
       return;
    }
    if ( !text.empty() ) text += ", ";

@@ -79,7 +79,7 @@ DropReason decodeIpv4( Cursor cursor, IpPacket& out ) {
    if ( !cursor.ok() ) return truncatedCapture;
 
    constexpr size_t kHeader = 20;
-   size_t header = ( version & 0x0fU ) * 4;
+   size_t header = size_t{ 4 } * ( version & 0x0fU );
    if ( version >> 4 != 4 || header < kHeader || total < header )
       return badIpHeader;
    if ( total > captured ) return truncatedCapture;

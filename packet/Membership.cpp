@@ -113,7 +113,7 @@ DropReason Decoder::report( MembershipReport& out ) {
    cursor_.skip( 2 );
    for ( size_t count = cursor_.u16(); count > 0 && cursor_.ok(); --count ) {
       uint8_t type = cursor_.u8();
-      size_t auxiliary = cursor_.u8() * 4U;
+      size_t auxiliary = size_t{ 4 } * cursor_.u8();
       size_t sources = cursor_.u16();
       MembershipRecord record;
       record.group = address();

@@ -17,7 +17,7 @@ VrfMirror::VrfMirror( Corvex::EntityManager& manager, Mox::Clock& clock,
      reader_( Brane::routeBraneReaderSmFactory( model_, tables_ ) ),
      restart_( Brane::routeBraneRestartSmFactory( model_, tables_,
                                                   ::Brane::tableReader, &clock ) ) {
-   notifierIs( tables_.get() );
+   if ( observer_.route || observer_.routeIntf ) notifierIs( tables_.get() );
    if ( !interfaces ) return;
    published_ = Published::FamilyStatus::mount(
       manager, Published::FamilyStatus::mountPath( family, vrf ),
@@ -40,8 +40,8 @@ bool VrfMirror::loaded() const {
 // read just now changes nothing, and is looked at again with its next change.
 template <class Record, class Table, class Tell>
 void VrfMirror::tell( Known<Record>& known, const Table& table, const Tell& tell ) {
-   auto changed = std::exchange( known.changed, {} );
    if ( !tell ) return;
+   auto changed = std::exchange( known.changed, {} );
    if ( !std::exchange( known.loaded, true ) ) {
       for ( const auto& key : table.keys() ) changed.insert( key );
    }

@@ -62,9 +62,12 @@ class PIMSM_API VrfMirror : private Brane::Status::NotifieeConst {
    void handleTurnEnd();
 
  private:
-   void onRoute( const RouteKey& key ) override { routes_.changed.insert( key ); }
+   // What nobody asks for is not noted: it would be kept for ever.
+   void onRoute( const RouteKey& key ) override {
+      if ( observer_.route ) routes_.changed.insert( key );
+   }
    void onRouteIntf( const RouteIntfKey& key ) override {
-      intfs_.changed.insert( key );
+      if ( observer_.routeIntf ) intfs_.changed.insert( key );
    }
 
    // What was told of one table.

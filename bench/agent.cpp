@@ -139,9 +139,9 @@ Figures measure( const Site& site, unsigned joins ) {
       Corvex::EntityManager manager( real, &loop, root );
       FamilyInstance family( Vantu::AddressFamily::ipv4, site.config(), manager,
                              real, clock, counters );
-      while ( !family.ready() ) loop.dispatch();
-      family.adopt();
-      Mox::Loop::TurnEnd turnEnd( loop, [&] { family.handleTurnEnd(); } );
+      while ( !family.router().ready() ) loop.dispatch();
+      family.router().adopt();
+      Mox::Loop::TurnEnd turnEnd( loop, [&] { family.router().handleTurnEnd(); } );
       size_t next = 0;
       double last = 0.0;
       std::function<void()> take = [&] {
@@ -150,7 +150,7 @@ Figures measure( const Site& site, unsigned joins ) {
             IpPacket packet;
             Message message;
             if ( !decode( arrivals[next].frame, packet, message ) ) std::abort();
-            family.receive( arrivals[next].intfId, packet, message );
+            family.router().receive( arrivals[next].intfId, packet, message );
             ++next;
          }
          if ( next < arrivals.size() ) return loop.post( take );
@@ -158,14 +158,15 @@ Figures measure( const Site& site, unsigned joins ) {
       };
       began = wall();
       loop.post( take );
-      while ( last == 0.0 || !family.published() ) {
+      while ( last == 0.0 || !family.router().published() ) {
          double turn = wall();
          loop.dispatch();
          out.slice = std::max( out.slice, wall() - turn );
       }
       out.published = wall() - last;
       out.packets = static_cast<double>( arrivals.size() ) / ( last - began );
-      if ( family.tables().routeIntf().size() != site.routes * site.intfs )
+      if ( family.router().writer().tables()->routeIntf().size() !=
+           site.routes * site.intfs )
          std::abort();
    }
    std::filesystem::remove_all( root );

@@ -17,7 +17,7 @@ function( pimsm_install )
    # Links to the folders, not to the project: that would hold the build, and itself.
    file( REMOVE_RECURSE ${PROJECT_BINARY_DIR}/include/pimsm )
    file( MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include/pimsm )
-   set( public platform model export register count ssm frr published assembly packet engine )
+   set( public platform model export register count ssm frr published assembly packet engine router )
    foreach( part IN LISTS public ITEMS pimsm.h )
       file( CREATE_LINK ${PROJECT_SOURCE_DIR}/${part}
          ${PROJECT_BINARY_DIR}/include/pimsm/${part} SYMBOLIC )

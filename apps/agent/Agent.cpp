@@ -64,7 +64,7 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
      kernelRoutes_( loop, real_,
                     [this] {
                        for ( const auto& family : families_ )
-                          family->pathsChanged();
+                          family->router().pathsChanged();
                     } ),
      replay_( options_.captures ) {
    manager_.noteHandlerIs( options_.note );
@@ -103,7 +103,8 @@ Agent::Families Agent::newFamilies( const AgentConfig& config ) {
       for ( const VrfConfig& vrf : config.vrfs ) {
          for ( AddressFamily family : kFamilies ) {
             if ( find( vrf.name, family ) == nullptr )
-               FamilyInstance::removeTables( options_.root, family, vrf.name );
+               Routing::Pim::SparseMode::VrfWriter::removeTables(
+                  options_.root, family, vrf.name );
          }
       }
       kernelRoutes_.tablesAre( kernelTables( options_.config ) );
@@ -118,7 +119,8 @@ void Agent::removeLeftovers() {
       for ( const L3::VrfName& vrf :
             Published::vrfsUnder( options_.root, family ) ) {
          if ( find( vrf, family ) != nullptr ) continue;
-         FamilyInstance::removeTables( options_.root, family, vrf );
+         Routing::Pim::SparseMode::VrfWriter::removeTables( options_.root, family,
+                                                            vrf );
          options_.note(
             fmt::format( "vrf {} {}: no longer configured, its tables are removed",
                          vrf.name(), Vantu::valueToStrep( family ) ) );
@@ -211,7 +213,7 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
    for ( auto& family : families_ ) {
       const VrfConfig* next = vrfOf( config, family->config().name );
       if ( next == nullptr || !hasFamily( *next, family->family() ) ) {
-         family->retire();
+         family->router().retire();
          continue;
       }
       if ( next->maxRoutes != family->config().maxRoutes ||
@@ -246,7 +248,7 @@ std::vector<std::string> Agent::mountNotes() const {
 
 void Agent::handleTurnEnd() {
    adoptReloaded();
-   for ( const auto& family : families_ ) family->handleTurnEnd();
+   for ( const auto& family : families_ ) family->router().handleTurnEnd();
    published_.touch();
    if ( ready_ && started_ && replay_.atEnd() && published() ) {
       published_.publish();
@@ -259,8 +261,9 @@ void Agent::handleTurnEnd() {
 void Agent::adoptReloaded() {
    bool all = true;
    for ( const auto& family : families_ ) {
-      if ( family->ready() && !family->adopted() ) family->adopt();
-      all = all && family->adopted();
+      if ( family->router().ready() && !family->router().adopted() )
+         family->router().adopt();
+      all = all && family->router().adopted();
    }
    if ( started_ || !all ) return;
    started_ = true;
@@ -297,14 +300,15 @@ DropReason Agent::decode( const Frame& frame ) {
    if ( family == nullptr || binding.interface.empty() ) {
       counters_.refused( noAddress );
    } else {
-      family->receive( binding.interface, packet, message );
+      family->router().receive( binding.interface, packet, message );
    }
    return notDropped;
 }
 
 bool Agent::published() const {
-   return std::all_of( families_.begin(), families_.end(),
-                       []( const auto& family ) { return family->published(); } );
+   return std::all_of(
+      families_.begin(), families_.end(),
+      []( const auto& family ) { return family->router().published(); } );
 }
 
 std::string Agent::summary() const {
@@ -316,7 +320,7 @@ std::string Agent::summary() const {
    if ( !replay_.problem().empty() ) out += replay_.problem() + "\n";
    out += counters_.text() + "\n";
    for ( const auto& family : families_ ) {
-      size_t routes = family->model().route().size();
+      size_t routes = family->router().model().route().size();
       out += fmt::format( "vrf {} {}: {} {}\n", family->config().name.name(),
                           Vantu::valueToStrep( family->family() ), routes,
                           routes == 1 ? "route" : "routes" );

@@ -17,6 +17,7 @@
 #include "apps/agent/capture/LiveCapture.h"
 #include "apps/config/AgentConfig.h"
 #include "platform/loop/RealClock.h"
+#include "published/Publisher.h"
 
 namespace Agent {
 

@@ -8,11 +8,11 @@
 
 #include <algorithm>
 
-#include "apps/agent/FollowingClock.h"
+#include "platform/loop/FollowingClock.h"
 
 namespace Agent {
 
-class AgentClock : public FollowingClock {
+class AgentClock : public Mox::FollowingClock {
  public:
    // `real` outlives this clock. Starts live.
    using FollowingClock::FollowingClock;

@@ -58,9 +58,9 @@ class Family : public testing::Test {
       untilAdopted();
    }
    void untilAdopted() {
-      while ( !family->ready() ) real.runPass();
-      family->adopt();
-      family->handleTurnEnd();
+      while ( !family->router().ready() ) real.runPass();
+      family->router().adopt();
+      family->router().handleTurnEnd();
    }
    static VrfConfig parse( std::string text ) {
       return parseConfig( text, "test" ).vrfs[0];
@@ -74,13 +74,13 @@ class Family : public testing::Test {
    }
    void configIs( const std::string& text ) {
       family->configIs( parse( text ) );
-      family->handleTurnEnd();
+      family->router().handleTurnEnd();
    }
    // A join from a neighbour on the interface: for the group, or for a source of it.
    void join( const char* intf, const char* group = kGroup,
               const char* source = nullptr ) {
       hearJoin( intf, group, source );
-      family->handleTurnEnd();
+      family->router().handleTurnEnd();
    }
    // The same in the middle of a turn.
    void hearJoin( const char* intf, const char* group, const char* source ) {
@@ -89,7 +89,7 @@ class Family : public testing::Test {
    // A prune of the source from the group's shared tree, or of that tree.
    void pruneRpt( const char* intf, const char* source ) {
       hear( intf, kGroup, {}, { encoded( source, true ) } );
-      family->handleTurnEnd();
+      family->router().handleTurnEnd();
    }
    static EncodedSource encoded( const char* source, bool rpt ) {
       return { addr( source == nullptr ? "203.0.113.1" : source ), 32, true,
@@ -118,7 +118,7 @@ class Family : public testing::Test {
       IpPacket packet;
       packet.source = addr( sender );
       packet.destination = addr( destination );
-      family->receive( intfId( intf ), packet, message );
+      family->router().receive( intfId( intf ), packet, message );
    }
    Mox::Ptr<Published::FamilyStatus> published() {
       return Published::FamilyStatus::mount(
@@ -129,20 +129,20 @@ class Family : public testing::Test {
    }
    void pass( double seconds ) {
       real.runUntil( real.now() + seconds );
-      family->handleTurnEnd();
+      family->router().handleTurnEnd();
    }
    void untilPublished() {
       do {
          real.advance( 0.05 );
          real.runPass();
-         family->handleTurnEnd();
-      } while ( !family->published() );
+         family->router().handleTurnEnd();
+      } while ( !family->router().published() );
    }
    const Route* route( const char* group = kGroup ) const {
-      return family->model().route( wcKey( group ) );
+      return family->router().model().route( wcKey( group ) );
    }
    const Route* source( const char* text ) const {
-      return family->model().route( sgKey( text, kGroup ) );
+      return family->router().model().route( sgKey( text, kGroup ) );
    }
    static bool forwards( const Route* of, const char* intf ) {
       const auto* record =
@@ -168,12 +168,12 @@ TEST_F( Family, NoRouteIsPublishedBeforeItsForwarding ) {
    hearJoin( "eth2", kGroup, "192.0.2.77" );
    real.runPass();
    const Routing::Pim::RouteKey key = sgKey( "192.0.2.77", kGroup );
-   ASSERT_TRUE( family->tables().route().has( key ) );
+   ASSERT_TRUE( family->router().writer().tables()->route().has( key ) );
    for ( const char* intf : { "eth1", "eth2" } ) {
       Tables::Intf record;
-      ASSERT_EQ(
-         family->tables().routeIntf().find( { key, intfId( intf ) }, record ),
-         Brane::lookupFound );
+      ASSERT_EQ( family->router().writer().tables()->routeIntf().find(
+                    { key, intfId( intf ) }, record ),
+                 Brane::lookupFound );
       EXPECT_TRUE( record.forward ) << intf;
    }
 }
@@ -189,21 +189,22 @@ TEST_F( Family, RoutesThatLackAWayAreCounted ) {
    join( "eth1", kGroup, "10.9.9.9" );
    join( "eth2", kGroup, "10.9.9.8" );
    pass( 1 );
-   EXPECT_EQ( family->tables().unresolvedRoutes(), 2u );
+   EXPECT_EQ( family->router().writer().tables()->unresolvedRoutes(), 2u );
    configIs( kConfig );
    pass( 1 );
-   EXPECT_EQ( family->tables().unresolvedRoutes(), 0u );
+   EXPECT_EQ( family->router().writer().tables()->unresolvedRoutes(), 0u );
    // A count that is damaged keeps none of the others back.
-   Mox::Test::breakStamp(
-      root.path() + "/" + family->tables().name() + "/routeCounter",
-      Tables::RouteCounterKey{ Tables::toBeDeleted, 0 } );
+   Mox::Test::breakStamp( root.path() + "/" +
+                             family->router().writer().tables()->name() +
+                             "/routeCounter",
+                          Tables::RouteCounterKey{ Tables::toBeDeleted, 0 } );
    configIs( own );
    pass( 1 );
    Tables::RouteCounter seen;
-   EXPECT_EQ(
-      family->tables().routeCounter().find( { Tables::toBeDeleted, 0 }, seen ),
-      Brane::lookupDamaged );
-   EXPECT_EQ( family->tables().unresolvedRoutes(), 2u );
+   EXPECT_EQ( family->router().writer().tables()->routeCounter().find(
+                 { Tables::toBeDeleted, 0 }, seen ),
+              Brane::lookupDamaged );
+   EXPECT_EQ( family->router().writer().tables()->unresolvedRoutes(), 2u );
 }
 
 // Also what the writer does not mark by itself: join and prune states, their times, the
@@ -214,14 +215,15 @@ TEST_F( Family, TheTablesHoldWhatStandsInTheModel ) {
    const auto expectPublished = [this]( const char* after ) {
       SCOPED_TRACE( after );
       untilPublished();
-      for ( const Route& route : family->model().route() ) {
+      for ( const Route& route : family->router().model().route() ) {
          Tables::Route record;
-         ASSERT_EQ( family->tables().route().find( route.key(), record ),
-                    Brane::lookupFound );
+         ASSERT_EQ(
+            family->router().writer().tables()->route().find( route.key(), record ),
+            Brane::lookupFound );
          EXPECT_EQ( record, Tables::doGetBraneRouteFromRoute( route ) );
          for ( const auto& intf : route.routeIntf() ) {
             Tables::Intf found;
-            ASSERT_EQ( family->tables().routeIntf().find(
+            ASSERT_EQ( family->router().writer().tables()->routeIntf().find(
                           { route.key(), intf.intfId() }, found ),
                        Brane::lookupFound );
             EXPECT_EQ( found,
@@ -248,7 +250,8 @@ TEST_F( Family, TheTablesHoldWhatStandsInTheModel ) {
    real.runPass();
    const Routing::Pim::RouteIntfKey heard{ sgKey( "192.0.2.79", kGroup ),
                                            intfId( "eth1" ) };
-   EXPECT_TRUE( family->tables().routeIntf().has( heard ) ) << "within a turn";
+   EXPECT_TRUE( family->router().writer().tables()->routeIntf().has( heard ) )
+      << "within a turn";
    EXPECT_TRUE( published()->downstream().has( heard ) ) << "before the state";
    join( "eth1", kGroup, "192.0.2.77" );
    expectPublished( "a join of a source that comes in by the shared tree, too" );
@@ -261,7 +264,7 @@ TEST_F( Family, TheTablesHoldWhatStandsInTheModel ) {
    real.advance( 211 );
    real.runPass();
    expectPublished( "the end of all joins" );
-   EXPECT_EQ( family->model().route().size(), 0u );
+   EXPECT_EQ( family->router().model().route().size(), 0u );
    EXPECT_EQ( published()->downstream().size(), 0u );
    published()->downstreamIs( { { wcKey( kGroup ), intfId( "eth1" ) }, 210 } );
    adopted();
@@ -273,26 +276,27 @@ TEST_F( Family, AFloodHoldsTheTablesUpForAWhileOnly ) {
    adopted( with( "maxRoutes: 100", "maxRoutes: 10000" ) );
    real.stepIs( 0.006 );  // two routes a slice
    const double flooded = real.now();
-   for ( int i = 0; family->tables().route().size() == 0; ++i ) {
-      ASSERT_LT( real.now(), flooded + 2 * FamilyInstance::maxBehind );
+   for ( int i = 0; family->router().writer().tables()->route().size() == 0; ++i ) {
+      ASSERT_LT( real.now(), flooded + 2 * VrfRouter::maxBehind );
       for ( int source = 1; source <= 10; ++source )
          hearJoin( "eth2", kGroup, fmt::format( "10.0.{}.{}", i, source ).c_str() );
       real.runPass();
-      family->handleTurnEnd();
+      family->router().handleTurnEnd();
    }
-   EXPECT_FALSE( family->published() );
+   EXPECT_FALSE( family->router().published() );
 }
 
 TEST_F( Family, RetiringRemovesTheTables ) {
    adopted();
    std::vector<std::string> files;
-   for ( const std::string& file : { family->tables().name() + "/route",
-                                     family->registers().name() + "/registerOif",
-                                     family->advertised().name() + "/coll",
-                                     published()->name() + "/interface" } )
+   for ( const std::string& file :
+         { family->router().writer().tables()->name() + "/route",
+           family->router().writer().registers()->name() + "/registerOif",
+           family->router().writer().advertised()->name() + "/coll",
+           published()->name() + "/interface" } )
       files.push_back( root.path() + "/" + file );
    for ( const auto& file : files ) EXPECT_TRUE( std::filesystem::exists( file ) );
-   family->retire();
+   family->router().retire();
    family.reset();
    for ( const auto& file : files ) EXPECT_FALSE( std::filesystem::exists( file ) );
 }
@@ -308,15 +312,15 @@ TEST_F( Family, RegistersAndAdvertisesAsTheConfigurationSays ) {
    sent.source = addr( "198.51.100.7" );
    sent.group = addr( "239.1.2.3" );
    receive( "eth0", "198.51.101.1", pim( sent ), "203.0.113.1" );
-   EXPECT_EQ( family->registers().registerOif().size(), 0u );
+   EXPECT_EQ( family->router().writer().registers()->registerOif().size(), 0u );
    untilAdopted();
-   EXPECT_TRUE( family->registers().drDiscoveredSg().has(
+   EXPECT_TRUE( family->router().writer().registers()->drDiscoveredSg().has(
       sgKey( "198.51.100.7", "239.1.2.3" ) ) );
-   EXPECT_TRUE(
-      family->advertised().coll().has( sgKey( "10.0.0.7", "239.1.2.3" ) ) );
+   EXPECT_TRUE( family->router().writer().advertised()->coll().has(
+      sgKey( "10.0.0.7", "239.1.2.3" ) ) );
    configIs( with( "198.51.100.1/24", "198.51.103.1/24" ) );
-   EXPECT_EQ( family->registers().drDiscoveredSg().size(), 0u );
-   EXPECT_EQ( family->advertised().coll().size(), 0u );
+   EXPECT_EQ( family->router().writer().registers()->drDiscoveredSg().size(), 0u );
+   EXPECT_EQ( family->router().writer().advertised()->coll().size(), 0u );
 }
 
 // Else this router would think itself the DR until the next hello, and forward beside
@@ -331,9 +335,9 @@ TEST_F( Family, NeighborsAreKnownAfterARestart ) {
    receive( "eth1", "198.51.100.0", pim( hello ) );
    hello.drPriority = 0;
    receive( "eth2", "198.51.101.9", pim( hello ) );
-   family->handleTurnEnd();
+   family->router().handleTurnEnd();
    auto dr = [&]( const char* intf ) {
-      return family->model().pimStatus()->intf( intfId( intf ) )->iAmDr();
+      return family->router().model().pimStatus()->intf( intfId( intf ) )->iAmDr();
    };
    for ( int restart = 0; restart < 2; ++restart ) {
       EXPECT_FALSE( dr( "eth1" ) );
@@ -357,13 +361,13 @@ TEST_F( Family, NeighborsAreKnownAfterARestart ) {
    untilAdopted();
    hello.drPriority = 7;
    receive( "eth1", "198.51.100.0", pim( hello ) );
-   family->handleTurnEnd();
+   family->router().handleTurnEnd();
    family.reset();
    real.advance( 351 );
    adopted();
    expectGoneAfter( 5 );
    receive( "eth1", "198.51.100.0", pim( hello ) );
-   family->handleTurnEnd();
+   family->router().handleTurnEnd();
    start( with( "198.51.100.1/24", "198.51.100.0/24" ) );
    EXPECT_TRUE( dr( "eth1" ) ) << "it is this router now";
 }
@@ -411,10 +415,10 @@ class Scripts : public Family {
          holdtime = static_cast<uint16_t>( std::stoul( words[1] ) );
          return;
       }
-      if ( event == "adopt" ) return family->adopt();
+      if ( event == "adopt" ) return family->router().adopt();
       if ( event == "start" ) {
          start();
-         while ( !family->ready() ) real.runPass();
+         while ( !family->router().ready() ) real.runPass();
       } else if ( event == "up" || event == "wrong" || event == "packets" ) {
          tell( words );
       } else {
@@ -467,9 +471,9 @@ class Scripts : public Family {
    // there is one, its backup; whether its source is known to send and is on its own tree;
    // the records, in brackets those that do not forward, with a plus those that do fast.
    std::string state() {
-      family->handleTurnEnd();
+      family->router().handleTurnEnd();
       std::set<std::string> out;
-      for ( const Route& route : family->model().route() ) {
+      for ( const Route& route : family->router().model().route() ) {
          std::string text = "*";
          for ( const char* name : { "A", "B", "X" } )
             if ( route.key().source == addr( address( name ) ) ) text = name;
@@ -622,15 +626,27 @@ TEST_F( Scripts, FillInWhatTheRouteIs ) {
    EXPECT_TRUE( source( address( "A" ) )->directlyConnected() );
    EXPECT_EQ( source( address( "A" ) )->kernelStats(),
               ( Routing::Pim::PimKernelStats{ 5, 500, 2 } ) );
-   EXPECT_EQ(
-      family->counting().groups().groupsBySourceCount().at( 1 ).addr().size(), 1u );
+   EXPECT_EQ( family->router()
+                 .counting()
+                 .groups()
+                 .groupsBySourceCount()
+                 .at( 1 )
+                 .addr()
+                 .size(),
+              1u );
    configIs( config( "no-eth1" ) );
-   EXPECT_EQ( family->model().pimStatus()->intf( intfId( "eth1" ) ), nullptr );
+   EXPECT_EQ( family->router().model().pimStatus()->intf( intfId( "eth1" ) ),
+              nullptr );
    configIs( config( "eth1-moved" ) );
-   EXPECT_EQ( family->model().pimStatus()->intf( intfId( "eth1" ) )->addr().address,
+   EXPECT_EQ( family->router()
+                 .model()
+                 .pimStatus()
+                 ->intf( intfId( "eth1" ) )
+                 ->addr()
+                 .address,
               addr( "10.0.0.1" ) );
    start();
-   for ( size_t i = 0; i < FamilyInstance::maxWaiting + 2; ++i ) join( "eth1" );
+   for ( size_t i = 0; i < VrfRouter::maxWaiting + 2; ++i ) join( "eth1" );
    EXPECT_EQ( counters.refusedCount( tooManyWaiting ), 2u );
 }
 

@@ -20,8 +20,8 @@ struct ReplayedFamily {
    explicit ReplayedFamily( const VrfConfig& config )
       : family( config.interfaces[0].addresses[0].address.family(), config, manager,
                 real, clock, counters ) {
-      while ( !family.ready() ) real.runPass();
-      family.adopt();
+      while ( !family.router().ready() ) real.runPass();
+      family.router().adopt();
    }
 
    // As assumed for the router's address; small.
@@ -112,13 +112,13 @@ class ReplayedCaptures : public testing::TestWithParam<Row>,
       if ( message.type == PimType::registerData ||
            message.type == PimType::registerStop )
          return;
-      family.receive( Vantu::IntfId( "eth0" ), packet, message );
+      family.router().receive( Vantu::IntfId( "eth0" ), packet, message );
    }
 
    // As ExpectedRoutes::states().
    std::set<std::string> states() const {
       std::set<std::string> out;
-      for ( const Route& route : family.model().route() ) {
+      for ( const Route& route : family.router().model().route() ) {
          for ( const Intf& intf : route.routeIntf() ) {
             addStates( route.key(), intf, out );
          }
@@ -262,7 +262,7 @@ TEST( ReplayedMembership, LeavesTheMembersThatTheListingImplies ) {
       ReplayedFamily router( ReplayedFamily::configFor( row.router ) );
       auto members = [&] {
          std::set<std::string> out;
-         for ( const auto& route : router.family.model().route() ) {
+         for ( const auto& route : router.family.router().model().route() ) {
             if ( route.routeIntf( Vantu::IntfId( "eth0" ) )
                     ->localReceiverInclude() )
                out.insert( valueToStrep( route.key().group ) );
@@ -271,18 +271,18 @@ TEST( ReplayedMembership, LeavesTheMembersThatTheListingImplies ) {
       };
       ExpectedMembers expected;
       size_t most = 0;
-      router.play(
-         *directory / row.capture, [&]( int number, const Replay::Frame& frame ) {
-            IpPacket packet;
-            Message message;
-            ASSERT_EQ( decodeFrame( frame.link, frame.bytes, packet ), notDropped );
-            ASSERT_EQ( decodeMessage( packet, message ), notDropped );
-            router.family.receive( Vantu::IntfId( "eth0" ), packet, message );
-            for ( const std::string& line : listed[row.capture][number] )
-               expected.receive( line, frame.elapsed );
-            ASSERT_EQ( members(), expected.at( frame.elapsed ) );
-            most = std::max( most, members().size() );
-         } );
+      router.play( *directory / row.capture, [&]( int number,
+                                                  const Replay::Frame& frame ) {
+         IpPacket packet;
+         Message message;
+         ASSERT_EQ( decodeFrame( frame.link, frame.bytes, packet ), notDropped );
+         ASSERT_EQ( decodeMessage( packet, message ), notDropped );
+         router.family.router().receive( Vantu::IntfId( "eth0" ), packet, message );
+         for ( const std::string& line : listed[row.capture][number] )
+            expected.receive( line, frame.elapsed );
+         ASSERT_EQ( members(), expected.at( frame.elapsed ) );
+         most = std::max( most, members().size() );
+      } );
       EXPECT_EQ( most, row.most ) << row.capture;
       EXPECT_EQ( router.counters.refusedCount( linkLocalGroup ),
                  expected.linkLocal );

@@ -4,11 +4,11 @@
 
 #include <functional>
 
-#include "apps/agent/FollowingClock.h"
+#include "platform/loop/FollowingClock.h"
 
-namespace Agent {
+namespace Router {
 
-class GatedClock : public FollowingClock {
+class GatedClock : public Mox::FollowingClock {
  public:
    // `open` is asked before observers are woken; where it says false, again in the next
    // pass. `real` outlives this clock.

@@ -1,8 +1,8 @@
-#include "apps/agent/MfibWatch.h"
+#include "router/MfibWatch.h"
 
 #include <algorithm>
 
-namespace Agent {
+namespace Router {
 
 using Routing::Pim::RouteIntfKey;
 using Routing::Pim::RouteKey;

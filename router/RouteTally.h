@@ -9,9 +9,9 @@
 #include "export/Status.h"
 #include "platform/loop/Clock.h"
 
-namespace Agent {
+namespace Router {
 
-class RouteTally : public Mox::Clock::Notifiee {
+class PIMSM_API RouteTally : public Mox::Clock::Notifiee {
  public:
    static constexpr double interval = 1.0;  // s
 

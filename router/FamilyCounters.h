@@ -7,7 +7,7 @@
 #include "export/RouteBraneWriterSm.h"
 #include "platform/entity/EventCounter.h"
 
-namespace Agent {
+namespace Router {
 
 class FamilyCounters {
  public:

@@ -3,12 +3,12 @@
 
 #include "platform/loop/Clock.h"
 
-namespace Agent {
+namespace Mox {
 
-class FollowingClock : public Mox::Clock {
+class FollowingClock : public Clock {
  public:
    // `real` outlives this clock.
-   explicit FollowingClock( Mox::Clock& real ) : real_( real ), bridge_( *this ) {}
+   explicit FollowingClock( Clock& real ) : real_( real ), bridge_( *this ) {}
 
    double now() const override { return real_.now(); }
 
@@ -31,7 +31,7 @@ class FollowingClock : public Mox::Clock {
       FollowingClock& owner_;
    };
 
-   Mox::Clock& real_;
+   Clock& real_;
    Bridge bridge_;
 };
 

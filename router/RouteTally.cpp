@@ -1,12 +1,12 @@
-#include "apps/agent/RouteTally.h"
+#include "router/RouteTally.h"
 
 #include <algorithm>
 
 #include "platform/trace/Trace.h"
 
-namespace Agent {
+namespace Router {
 
-MOX_TRACE_FACILITY( trace, "Pimsm::Agent" )
+MOX_TRACE_FACILITY( trace, "Pimsm::Router" )
 
 namespace Brane = Routing::Pim::SparseMode::Brane;
 

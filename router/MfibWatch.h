@@ -9,13 +9,12 @@
 
 #include <memory>
 
-#include "apps/config/RouterNames.h"
 #include "engine/Protocol.h"
 #include "published/MfibStatus.h"
 
-namespace Agent {
+namespace Router {
 
-class MfibWatch {
+class PIMSM_API MfibWatch {
  public:
    // An interface is wrong for packets that come in now: of those that still come the
    // kernel tells each 3 s.

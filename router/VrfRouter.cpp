@@ -1,0 +1,151 @@
+#include "router/VrfRouter.h"
+
+#include "engine/Advertised.h"
+#include "published/Publisher.h"
+#include "router/Publishing.h"
+
+namespace Router {
+
+namespace Sm = Routing::Pim::SparseMode;
+
+namespace {
+
+constexpr double kReviewSlice = 0.01;  // s
+
+}
+
+VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
+                      Vantu::AddressFamily family, const VrfConfig& config,
+                      RouterCounters& counters, const VrfRouterOptions& options )
+   : family_( family ),
+     config_( config ),
+     counters_( counters ),
+     clock_( clock ),
+     writerClock_( clock, [this] { return mayWrite(); } ),
+     vrf_( manager, clock, family, config.name,
+           { options.maxRoutes, options.maxRouteIntfs, &writerClock_ } ),
+     counting_( vrf_.model() ),
+     pimStatus_( Mox::newEntity<Routing::Pim::Status>() ),
+     protocol_(
+        family, config_, vrf_.model(), pimStatus_, vrf_.registers(),
+        options.engineClock != nullptr ? *options.engineClock : clock, counters,
+        options.hostRoutes, [this] { publishDue_ = true; },
+        [this]( const auto& key, Vantu::IntfId intfId ) {
+           markExport( key, intfId );
+        } ),
+     mfib_( Published::MfibStatus::mount(
+               manager, Published::MfibStatus::mountPath( family, config.name ),
+               ::Brane::tableReader ),
+            vrf_.model(), protocol_, clock ),
+     tally_( clock, vrf_.model(), vrf_.tables(),
+             [this]( const auto& rp ) { return isOwn( config_, rp ); } ),
+     resume_( &clock ),
+     familyCounters_( vrf_.tables()->name(), clock.now() ) {
+   vrf_.model()->pimStatusIs( pimStatus_ );
+   adoptNeighbors( protocol_, *vrf_.published() );
+}
+
+VrfRouter::~VrfRouter() = default;
+
+void VrfRouter::adopt() {
+   adopted_ = true;
+   familyCounters_.reloaded( vrf_.model()->route().size(), clock_.now() );
+   protocol_.adopt( [this]( const Routing::Pim::RouteIntfKey& key ) {
+      Published::Downstream kept{ key };
+      vrf_.published()->downstream().find( key, kept );
+      return kept;
+   } );
+   markAllTimers();
+   mfib_.adopted();
+   tally_.touch();
+   publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );
+   for ( auto& receive : std::exchange( waiting_, {} ) ) receive();
+}
+
+void VrfRouter::configIs( const VrfConfig& config ) {
+   config_ = config;
+   publishDue_ = true;
+   protocol_.configChanged();
+   if ( !adopted_ ) return;
+   publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );
+}
+
+// Whatever stands or was left.
+void VrfRouter::markAllTimers() {
+   for ( const auto& key : vrf_.published()->downstream().keys() )
+      timersDue_.insert( key );
+   for ( const Sm::Route& route : std::as_const( *vrf_.model() ).route() ) {
+      for ( const Sm::Intf& intf : route.routeIntf() )
+         timersDue_.insert( { route.key(), intf.intfId() } );
+   }
+}
+
+// Before the states that they belong to: one that is in the tables without its timers
+// would live for another time.
+void VrfRouter::publishTimers() {
+   for ( const auto& key : std::exchange( timersDue_, {} ) )
+      Published::publishDownstream( *vrf_.published(), protocol_.timers( key ) );
+}
+
+void VrfRouter::receive( Vantu::IntfId intfId, const IpPacket& packet,
+                         const Message& message ) {
+   if ( adopted_ ) return protocol_.receive( intfId, packet, message );
+   if ( waiting_.size() >= maxWaiting ) return counters_.refused( tooManyWaiting );
+   IpPacket kept = packet;
+   kept.payload = {};  // the frame does not wait; the message holds what it said
+   waiting_.push_back( [this, intfId, kept, message] {
+      protocol_.receive( intfId, kept, message );
+   } );
+}
+
+// A slice. Does forwarding follow all that has changed?
+bool VrfRouter::review() {
+   if ( protocol_.pending() ) tally_.touch();
+   const double start = clock_.now();
+   if ( protocol_.review( [&] { return clock_.now() >= start + kReviewSlice; } ) ) {
+      behindSince_.reset();
+      return true;
+   }
+   if ( !behindSince_ ) behindSince_ = start;
+   resume_.wakeupTimeIs( start );
+   return false;
+}
+
+// People read join, prune and assert states and their times in the tables: none waits for
+// a change that the writer marks by itself. Whatever is reloaded has its marks.
+void VrfRouter::markExport( const Routing::Pim::RouteKey& key,
+                            Vantu::IntfId intfId ) {
+   if ( !adopted_ ) return;
+   if ( intfId.empty() ) {
+      vrf_.writer().changeSet()->routeIs( key, true );
+   } else {
+      timersDue_.insert( { key, intfId } );
+      vrf_.writer().changeSet()->routeIntfIs( { key, intfId }, true );
+   }
+}
+
+// Readers see no route on which an engine's change stands and what follows from it does
+// not. Whoever floods a link with changes must not keep all others from the tables.
+bool VrfRouter::mayWrite() {
+   const bool may =
+      !adopted_ || review() || clock_.now() - *behindSince_ >= maxBehind;
+   publishTimers();
+   return may;
+}
+
+void VrfRouter::handleTurnEnd() {
+   if ( adopted_ ) review();
+   publishTimers();
+   familyCounters_.follow( vrf_.writer() );
+   if ( std::exchange( publishDue_, false ) ) {
+      publishLinks( *vrf_.published(), protocol_, *pimStatus_ );
+      publishConfig( *vrf_.published(), family_, config_, *vrf_.model() );
+   }
+   vrf_.handleTurnEnd();
+}
+
+bool VrfRouter::published() const {
+   return !protocol_.pending() && timersDue_.empty() && vrf_.idle();
+}
+
+}

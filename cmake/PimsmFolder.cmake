@@ -1,9 +1,15 @@
-# One CMake target a folder.
+# One CMake target a folder, which links what the folder declares and nothing else.
 #
-# pimsm_folder( NAME net DEPS base entity ) makes the static library pimsm_net
-# from the folder's sources, records its declared dependencies for
-# tools/check-includes, and puts its objects into libPimsm.so, or into that of the
-# LIBRARY that it names.
+# pimsm_folder( NAME net DEPS base entity LIBS fmt::fmt ) makes the static library pimsm_net
+# from the folder's sources but main.cpp, and puts its objects into libPimsm.so, or into that
+# of the LIBRARY that it names. Where the libraries are made already, below apps/, it is part
+# of none, and gets a declared folder of theirs by linking them.
+#
+# pimsm_executable( NAME pimsm-agent DEPS agent ) makes the program of the folder's main.cpp.
+#
+# DEPS are folders that stand before it, LIBS libraries of PimsmExternal.cmake. Both are
+# recorded for tools/check-includes, which looks at what the sources include, and for
+# pimsm_check_links(), which looks at what the targets link.
 
 set( PIMSM_DEPS_FILE ${PROJECT_BINARY_DIR}/folder-deps.txt )
 file( WRITE ${PIMSM_DEPS_FILE} "" )
@@ -56,28 +62,92 @@ set( CMAKE_VISIBILITY_INLINES_HIDDEN ON )
 
 function( pimsm_folder )
    cmake_parse_arguments( F "" "NAME;LIBRARY" "DEPS;LIBS" ${ARGN} )
-   if( NOT F_LIBRARY )
-      set( F_LIBRARY Pimsm )
-   endif()
    file( GLOB sources CONFIGURE_DEPENDS *.cpp detail/*.cpp )
+   list( FILTER sources EXCLUDE REGEX "/main\\.cpp$" )
    if( NOT sources )
       # A folder of headers alone still is a target, so that it compiles alone.
       file( WRITE ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp "" )
       set( sources ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp )
    endif()
-   add_library( pimsm_${F_NAME} STATIC ${sources} )
-   target_compile_definitions( pimsm_${F_NAME} PRIVATE PIMSM_BUILDING )
-   list( TRANSFORM F_DEPS PREPEND pimsm_ OUTPUT_VARIABLE deps )
-   target_link_libraries( pimsm_${F_NAME} PUBLIC pimsm_options ${deps} ${F_LIBS} )
-   pimsm_declare_folder( ${F_NAME} ${F_DEPS} )
-   set_property( GLOBAL APPEND PROPERTY FOLDERS_OF_${F_LIBRARY} pimsm_${F_NAME} )
+   set( target pimsm_${F_NAME} )
+   add_library( ${target} STATIC ${sources} )
+   pimsm_declare( ${target} ${CMAKE_CURRENT_SOURCE_DIR} "${F_DEPS}" "${F_LIBS}" )
+   if( TARGET Pimsm )
+      target_compile_definitions( ${target} PRIVATE PIMSM_VERSION="${PROJECT_VERSION}" )
+      return()
+   endif()
+   if( NOT F_LIBRARY )
+      set( F_LIBRARY Pimsm )
+   endif()
+   target_compile_definitions( ${target} PRIVATE PIMSM_BUILDING )
+   set_target_properties( ${target} PROPERTIES PIMSM_PART_OF ${F_LIBRARY} )
+   set_property( GLOBAL APPEND PROPERTY FOLDERS_OF_${F_LIBRARY} ${target} )
 endfunction()
 
-# Records "folder: name deps..." for tools/check-includes.
-function( pimsm_declare_folder name )
-   file( RELATIVE_PATH folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR} )
-   list( JOIN ARGN " " deps )
-   file( APPEND ${PIMSM_DEPS_FILE} "${folder}: ${name} ${deps}\n" )
+function( pimsm_executable )
+   cmake_parse_arguments( E "" "NAME" "DEPS;LIBS" ${ARGN} )
+   add_executable( ${E_NAME} main.cpp )
+   target_compile_definitions( ${E_NAME} PRIVATE PIMSM_VERSION="${PROJECT_VERSION}" )
+   pimsm_declare( ${E_NAME} ${CMAKE_CURRENT_SOURCE_DIR}/main.cpp "${E_DEPS}" "${E_LIBS}" )
+endfunction()
+
+# Links what is declared and records it, for tools/check-includes as a line
+# "platform/net: pimsm_net pimsm_base pimsm_entity fmt::fmt".
+function( pimsm_declare target path deps libs )
+   set( links pimsm_options ${libs} )
+   foreach( dep IN LISTS deps )
+      if( NOT TARGET pimsm_${dep} )
+         message( FATAL_ERROR "${target} declares ${dep}, which does not stand before it" )
+      endif()
+      get_target_property( library pimsm_${dep} PIMSM_PART_OF )
+      if( TARGET "${library}" )
+         list( APPEND links ${library} )
+      else()
+         list( APPEND links pimsm_${dep} )
+      endif()
+   endforeach()
+   list( REMOVE_DUPLICATES links )
+   get_target_property( type ${target} TYPE )
+   if( type STREQUAL "EXECUTABLE" )
+      target_link_libraries( ${target} PRIVATE ${links} )
+   else()
+      target_link_libraries( ${target} PUBLIC ${links} )
+   endif()
+   set_target_properties( ${target} PROPERTIES PIMSM_DECLARED "${links}" )
+   set_property( GLOBAL APPEND PROPERTY PIMSM_DIRECTORIES ${CMAKE_CURRENT_SOURCE_DIR} )
+   file( RELATIVE_PATH where ${PROJECT_SOURCE_DIR} ${path} )
+   list( TRANSFORM deps PREPEND pimsm_ )
+   list( JOIN deps " " deps )
+   list( JOIN libs " " libs )
+   file( APPEND ${PIMSM_DEPS_FILE} "${where}: ${target} ${deps} ${libs}\n" )
+endfunction()
+
+# Fails where a target of a declared folder links what that does not declare, or is not
+# declared itself. At the end of all: later calls could add to what a target links.
+function( pimsm_check_links )
+   get_property( directories GLOBAL PROPERTY PIMSM_DIRECTORIES )
+   list( REMOVE_DUPLICATES directories )
+   foreach( directory IN LISTS directories )
+      get_property( targets DIRECTORY ${directory} PROPERTY BUILDSYSTEM_TARGETS )
+      foreach( target IN LISTS targets )
+         get_target_property( declared ${target} PIMSM_DECLARED )
+         set( links "" )
+         foreach( property IN ITEMS LINK_LIBRARIES INTERFACE_LINK_LIBRARIES )
+            get_target_property( some ${target} ${property} )
+            if( some )
+               list( APPEND links ${some} )
+            endif()
+         endforeach()
+         # A private library of a static one; and the marks of a call from elsewhere.
+         list( TRANSFORM links REPLACE "^\\$<LINK_ONLY:(.*)>$" "\\1" )
+         list( FILTER links EXCLUDE REGEX "^::@" )
+         list( REMOVE_ITEM links ${declared} )
+         list( REMOVE_DUPLICATES links )
+         if( links OR NOT declared )
+            message( SEND_ERROR "${target} links what ${directory} does not declare: ${links}" )
+         endif()
+      endforeach()
+   endforeach()
 endfunction()
 
 # pimsm_shared_library( Pimsm fmt::fmt ): the library of that name of its folders, linked
@@ -105,6 +175,6 @@ endfunction()
 function( pimsm_check_includes )
    add_custom_target( check-includes ALL
       COMMAND python3 ${PROJECT_SOURCE_DIR}/tools/check-includes
-              ${PROJECT_SOURCE_DIR} ${PIMSM_DEPS_FILE}
+              ${PROJECT_SOURCE_DIR} ${PIMSM_DEPS_FILE} ${PIMSM_EXTERNAL_FILE}
       COMMENT "Checking the include rule" VERBATIM )
 endfunction()

@@ -10,19 +10,14 @@ AssertEngine::AssertEngine( Routes& routes, Mox::Clock& clock,
    : routes_( routes ), clock_( clock ), counters_( counters ) {}
 
 bool AssertEngine::accept( const PimAssert& message ) {
-   if ( !message.group.isMulticast() ) {
-      counters_.refused( notMulticast );
-   } else if ( message.group.isLinkLocalMulticast() ) {
-      counters_.refused( linkLocalGroup );
-   } else if ( message.maskLength !=
-               Vantu::addressBits( message.group.family() ) ) {
-      counters_.refused( partialMask );
+   if ( !counters_.accepted( refusalOfGroup( message.group ) ) ) return false;
+   std::optional<Refusal> refusal;
+   if ( message.maskLength != Vantu::addressBits( message.group.family() ) ) {
+      refusal = partialMask;
    } else if ( message.source.isMulticast() ) {
-      counters_.refused( badSource );
-   } else {
-      return true;
+      refusal = badSource;
    }
-   return false;
+   return counters_.accepted( refusal );
 }
 
 // Without a route of the group nothing is forwarded that could be asserted.

@@ -49,30 +49,21 @@ void JoinPruneEngine::receive( Vantu::IntfId intfId, const Neighbors& neighbors,
 }
 
 bool JoinPruneEngine::acceptGroup( const JoinPruneGroup& group ) {
-   if ( !group.address.isMulticast() ) {
-      counters_.refused( notMulticast );
-   } else if ( group.address.isLinkLocalMulticast() ) {
-      counters_.refused( linkLocalGroup );
-   } else if ( !wholeAddress( group.address, group.maskLength ) ) {
-      counters_.refused( partialMask );
-   } else {
-      return true;
-   }
+   if ( !counters_.accepted( refusalOfGroup( group.address ) ) ) return false;
+   if ( wholeAddress( group.address, group.maskLength ) ) return true;
+   counters_.refused( partialMask );
    return false;
 }
 
 bool JoinPruneEngine::acceptSource( const EncodedSource& source,
                                     const IpGenAddr& group ) {
+   std::optional<Refusal> refusal = refusalOfSource( source.address );
    if ( !wholeAddress( group, source.maskLength ) ) {
-      counters_.refused( partialMask );
-   } else if ( source.address.isUnspecified() || source.address.isMulticast() ) {
-      counters_.refused( badSource );
-   } else if ( source.wildcard && !source.rpt ) {
-      counters_.refused( badFlags );
-   } else {
-      return true;
+      refusal = partialMask;
+   } else if ( !refusal && source.wildcard && !source.rpt ) {
+      refusal = badFlags;
    }
-   return false;
+   return counters_.accepted( refusal );
 }
 
 void JoinPruneEngine::receiveJoin( const Message& message, const IpGenAddr& group,

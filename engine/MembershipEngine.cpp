@@ -26,10 +26,9 @@ void MembershipEngine::receiveReport( IntfId intfId,
                                       const MembershipReport& report ) {
    for ( MembershipRecord record : report.records ) {
       if ( !accept( record ) ) continue;
-      size_t bad = std::erase_if( record.sources, []( const IpGenAddr& source ) {
-         return source.isUnspecified() || source.isMulticast();
+      std::erase_if( record.sources, [this]( const IpGenAddr& source ) {
+         return !counters_.accepted( refusalOfSource( source ) );
       } );
-      for ( ; bad > 0; --bad ) counters_.refused( badSource );
       GroupMembership& machine = membership( intfId, record.group );
       limitSources( machine, record );
       machine.receive( record, report.version );
@@ -50,15 +49,9 @@ void MembershipEngine::limitSources( const GroupMembership& machine,
 
 bool MembershipEngine::accept( const MembershipRecord& record ) {
    bool allSources = record.type == isExclude || record.type == toExclude;
-   if ( !record.group.isMulticast() ) {
-      counters_.refused( notMulticast );
-   } else if ( record.group.isLinkLocalMulticast() ) {
-      counters_.refused( linkLocalGroup );
-   } else if ( allSources && sourceSpecific( record.group ) ) {
-      counters_.refused( ssmGroup );
-   } else {
-      return true;
-   }
+   if ( !counters_.accepted( refusalOfGroup( record.group ) ) ) return false;
+   if ( !allSources || !sourceSpecific( record.group ) ) return true;
+   counters_.refused( ssmGroup );
    return false;
 }
 

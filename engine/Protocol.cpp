@@ -182,8 +182,7 @@ void Protocol::receivePim( IntfId intfId, const Link& link, const IpPacket& pack
       return counters_.refused( otherType );
    if ( packet.destination != allPimRouters( family_ ) )
       return counters_.refused( notToAllRouters );
-   if ( packet.source.isUnspecified() || packet.source.isMulticast() )
-      return counters_.refused( badSource );
+   if ( !counters_.accepted( refusalOfSource( packet.source ) ) ) return;
    if ( const auto* hello = std::get_if<PimHello>( &message.body ) ) {
       if ( !link.neighbors->receiveHello( packet.source, *hello ) )
          counters_.refused( tooManyNeighbors );

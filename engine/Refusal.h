@@ -2,7 +2,10 @@
 // reason.
 #pragma once
 
+#include <optional>
+
 #include "platform/base/Enum.h"
+#include "platform/net/IpGenAddr.h"
 
 namespace Router {
 
@@ -34,5 +37,21 @@ MOX_ENUM_TEXT( Refusal, AGENT_REFUSALS )
 #define AGENT_REFUSAL_ONE( name ) +1
 constexpr uint32_t refusalCount = 0 AGENT_REFUSALS( AGENT_REFUSAL_ONE );
 #undef AGENT_REFUSAL_ONE
+
+// Is the address one of a group that routers forward, of a source? If not, why.
+inline std::optional<Refusal> refusalOfGroup( const Vantu::IpGenAddr& group ) {
+   if ( !group.isMulticast() ) return notMulticast;
+   if ( group.isLinkLocalMulticast() ) return linkLocalGroup;
+   return std::nullopt;
+}
+inline std::optional<Refusal> refusalOfSource( const Vantu::IpGenAddr& source ) {
+   if ( source.isUnspecified() || source.isMulticast() ) return badSource;
+   return std::nullopt;
+}
+inline std::optional<Refusal> refusalOfRoute( const Vantu::IpGenAddr& source,
+                                              const Vantu::IpGenAddr& group ) {
+   const auto refusal = refusalOfGroup( group );
+   return refusal ? refusal : refusalOfSource( source );
+}
 
 }

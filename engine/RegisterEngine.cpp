@@ -61,16 +61,7 @@ const RpConfig* RegisterEngine::ownRp( const IpGenAddr& group ) const {
 }
 
 bool RegisterEngine::accept( const IpGenAddr& group, const IpGenAddr& source ) {
-   if ( !group.isMulticast() ) {
-      counters_.refused( notMulticast );
-   } else if ( group.isLinkLocalMulticast() ) {
-      counters_.refused( linkLocalGroup );
-   } else if ( source.isUnspecified() || source.isMulticast() ) {
-      counters_.refused( badSource );
-   } else {
-      return true;
-   }
-   return false;
+   return counters_.accepted( refusalOfRoute( source, group ) );
 }
 
 void RegisterEngine::receive( const IpPacket& packet, const PimRegister& message ) {

@@ -23,6 +23,11 @@ class PIMSM_API RouterCounters {
       dropped_[reason - 1]->inc( count );
    }
    void refused( Refusal reason ) { refused_[reason]->inc(); }
+   // Counts the reason, if there is one. Is there none?
+   bool accepted( std::optional<Refusal> reason ) {
+      if ( reason ) refused( *reason );
+      return !reason;
+   }
 
    uint64_t droppedCount( DropReason reason ) const {
       return dropped_[reason - 1]->value();

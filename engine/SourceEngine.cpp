@@ -14,17 +14,9 @@ bool SourceEngine::attached( const RouteKey& key ) const {
 }
 
 bool SourceEngine::accept( const RouteKey& key ) {
-   if ( !key.group.isMulticast() ) {
-      counters_.refused( notMulticast );
-   } else if ( key.group.isLinkLocalMulticast() ) {
-      counters_.refused( linkLocalGroup );
-   } else if ( key.source.isUnspecified() || key.source.isMulticast() ) {
-      counters_.refused( badSource );
-   } else if ( !routes_.hasRoom( key ) ) {
-      counters_.refused( tableFull );
-   } else {
-      return true;
-   }
+   if ( !counters_.accepted( refusalOfRoute( key.source, key.group ) ) ) return false;
+   if ( routes_.hasRoom( key ) ) return true;
+   counters_.refused( tableFull );
    return false;
 }
 

@@ -139,6 +139,7 @@ Published::Downstream Protocol::timers(
 
 void Protocol::configChanged() {
    policy_.configIs( config_ );
+   topology_.configIs( config_ );
    updateLinks();
    if ( !adopted_ ) return;
    joinPrune_.endSourceSpecific();

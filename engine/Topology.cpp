@@ -4,77 +4,86 @@ namespace Router {
 
 using Routing::Pim::Rpf;
 using Vantu::IpGenAddr;
+using Vantu::IpGenPrefix;
 
-Topology::Path Topology::configuredPath( const RpfRouteConfig& route,
-                                         const IpGenAddr& address ) const {
-   bool attached = route.neighbor.isUnspecified();
-   Rpf rpf{ route.interface,
-            attached ? address : route.neighbor,
-            static_cast<uint8_t>( route.preference ),
-            { route.metric } };
-   Path path{ rpf, attached, {}, false };
+namespace {
+
+Topology::Path configuredPath( const RpfRouteConfig& route ) {
+   Topology::Path path;
+   path.rpf = { route.interface,
+                route.neighbor,
+                static_cast<uint8_t>( route.preference ),
+                { route.metric } };
+   path.attached = route.neighbor.isUnspecified();
    if ( !route.backup ) return path;
-   path.backupAttached = route.backup->neighbor.isUnspecified();
    path.backup = { route.backup->interface,
-                   path.backupAttached ? address : route.backup->neighbor,
+                   route.backup->neighbor,
                    static_cast<uint8_t>( route.backup->preference ),
                    { route.backup->metric } };
+   path.backupAttached = route.backup->neighbor.isUnspecified();
    return path;
+}
+
+Topology::Path hostPath( const HostRoute& route ) {
+   Topology::Path path;
+   if ( route.interface == Vantu::IntfId() ) return path;
+   // A host has no preferences; what it made itself is as good as a subnet here.
+   const uint8_t preference = route.connected ? 0 : 1;
+   path.rpf = { route.interface, route.neighbor, preference, { route.metric } };
+   path.attached = route.neighbor.isUnspecified();
+   return path;
+}
+
+}
+
+// What comes first stays, where prefixes are equal.
+void Topology::configIs( const VrfConfig& config ) {
+   paths_.clear();
+   rps_.clear();
+   for ( const InterfaceConfig& interface : config.interfaces ) {
+      for ( const InterfaceAddress& own : interface.addresses ) {
+         paths_.insert( IpGenPrefix( own.address ), {} );
+      }
+   }
+   for ( const InterfaceConfig& interface : config.interfaces ) {
+      const Rpf onLink{ interface.name, {}, 0, { 0 } };
+      for ( const InterfaceAddress& own : interface.addresses ) {
+         paths_.insert( own.subnet, { onLink, true, {}, false } );
+      }
+   }
+   for ( const RpfRouteConfig& route : config.rpfRoutes ) {
+      paths_.insert( route.prefix, configuredPath( route ) );
+   }
+   for ( const RpConfig& rp : config.rps ) {
+      const auto family = rp.address.family();
+      if ( rp.groups.empty() )
+         rps_.insert( IpGenPrefix( IpGenAddr::unspecified( family ), 0 ),
+                      rp.address );
+      for ( const IpGenPrefix& range : rp.groups ) {
+         if ( range.family() == family ) rps_.insert( range, rp.address );
+      }
+   }
 }
 
 Topology::Path Topology::pathTo( const IpGenAddr& address ) const {
    Path best;
-   int bestLength = -1;
    // Groups without an RP ask for the unspecified address, and a default route has it.
-   if ( address.isUnspecified() || isOwn( config_, address ) ) return best;
-   auto offers = [&]( const Vantu::IpGenPrefix& prefix ) {
-      int length = static_cast<int>( prefix.length() );
-      if ( length <= bestLength || !prefix.contains( address ) ) return false;
-      bestLength = length;
-      return true;
-   };
-   for ( const InterfaceConfig& interface : config_.interfaces ) {
-      for ( const InterfaceAddress& own : interface.addresses ) {
-         if ( offers( own.subnet ) )
-            best = { Rpf{ interface.name, address, 0, { 0 } }, true, {}, false };
-      }
+   if ( address.isUnspecified() ) return best;
+   const auto configured = paths_.find( address );
+   if ( configured ) best = configured->value;
+   if ( hostRoutes_ ) {
+      const std::optional<HostRoute> host = hostRoutes_( address );
+      if ( host && ( !configured || host->length > configured->length ) )
+         best = hostPath( *host );
    }
-   for ( const RpfRouteConfig& route : config_.rpfRoutes ) {
-      if ( offers( route.prefix ) ) best = configuredPath( route, address );
-   }
-   std::optional<HostRoute> route;
-   if ( hostRoutes_ ) route = hostRoutes_( address );
-   if ( !route || static_cast<int>( route->length ) <= bestLength ) return best;
-   if ( route->interface == Vantu::IntfId() ) return {};
-   bool attached = route->neighbor.isUnspecified();
-   // A host has no preferences; what it made itself is as good as a subnet here.
-   uint8_t preference = route->connected ? 0 : 1;
-   return { Rpf{ route->interface,
-                 attached ? address : route->neighbor,
-                 preference,
-                 { route->metric } },
-            attached,
-            {},
-            false };
+   if ( best.attached ) best.rpf.neighbor = address;
+   if ( best.backupAttached ) best.backup.neighbor = address;
+   return best;
 }
 
 IpGenAddr Topology::rpOf( const IpGenAddr& group ) const {
-   IpGenAddr best = IpGenAddr::unspecified( group.family() );
-   int bestLength = -1;
-   for ( const RpConfig& rp : config_.rps ) {
-      if ( rp.address.family() != group.family() ) continue;
-      if ( rp.groups.empty() && bestLength < 0 ) {
-         best = rp.address;
-         bestLength = 0;
-      }
-      for ( const Vantu::IpGenPrefix& range : rp.groups ) {
-         int length = static_cast<int>( range.length() );
-         if ( length <= bestLength || !range.contains( group ) ) continue;
-         best = rp.address;
-         bestLength = length;
-      }
-   }
-   return best;
+   const auto found = rps_.find( group );
+   return found ? found->value : IpGenAddr::unspecified( group.family() );
 }
 
 }

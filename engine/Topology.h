@@ -7,6 +7,7 @@
 
 #include "engine/Config.h"
 #include "platform/pim/Rpf.h"
+#include "platform/trie/PrefixMap.h"
 
 namespace Router {
 
@@ -25,9 +26,13 @@ using HostRoutes =
 
 class PIMSM_API Topology {
  public:
-   // Keeps the configuration.
    explicit Topology( const VrfConfig& config, HostRoutes hostRoutes = {} )
-      : config_( config ), hostRoutes_( std::move( hostRoutes ) ) {}
+      : hostRoutes_( std::move( hostRoutes ) ) {
+      configIs( config );
+   }
+
+   // Takes the place of the present configuration; nothing of it is kept by reference.
+   void configIs( const VrfConfig& config );
 
    struct Path {
       Routing::Pim::Rpf rpf;     // default: no route
@@ -45,11 +50,11 @@ class PIMSM_API Topology {
    Vantu::IpGenAddr rpOf( const Vantu::IpGenAddr& group ) const;
 
  private:
-   Path configuredPath( const RpfRouteConfig& route,
-                        const Vantu::IpGenAddr& address ) const;
-
-   const VrfConfig& config_;
    HostRoutes hostRoutes_;
+   // Where a path is attached, the address itself is the next hop and stands in no
+   // value.
+   Routing::PrefixMap<Path> paths_;
+   Routing::PrefixMap<Vantu::IpGenAddr> rps_;
 };
 
 }

@@ -22,7 +22,7 @@ std::optional<HostRoute> FamilyInstance::hostRoute(
    if ( routes == nullptr || !config_.kernelRpf ) return std::nullopt;
    auto found = routes->find( config_.routeTable, address );
    if ( !found ) return std::nullopt;
-   const KernelRoute& route = found->route;
+   const KernelRoute& route = found->value;
    return HostRoute{ found->length, route.interface, route.neighbor,
                      route.connected, route.metric };
 }

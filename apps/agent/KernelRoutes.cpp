@@ -70,9 +70,9 @@ void Reading::addRoute( const Netlink::Message& message ) {
    const auto* body = message.body<rtmsg>();
    if ( body == nullptr || message.type() != RTM_NEWROUTE ) return;
    auto family = Netlink::familyOf( body->rtm_family );
-   bool kept = body->rtm_type == RTN_UNICAST || throwsAway( body->rtm_type );
+   bool wanted = body->rtm_type == RTN_UNICAST || throwsAway( body->rtm_type );
    bool cached = ( body->rtm_flags & RTM_F_CLONED ) != 0;
-   if ( !family || !kept || cached || body->rtm_tos != 0 ||
+   if ( !family || !wanted || cached || body->rtm_tos != 0 ||
         body->rtm_dst_len > Vantu::addressBits( *family ) )
       return;
    const Netlink::Attributes attributes = message.attributes<rtmsg>();
@@ -90,24 +90,12 @@ void Reading::addRoute( const Netlink::Message& message ) {
    route.metric = attributes.value<uint32_t>( RTA_PRIORITY ).value_or( 0 );
    IpGenAddr destination = attributes.address( RTA_DST, *family )
                               .value_or( IpGenAddr::unspecified( *family ) );
-   ribs_[{ table, *family }].add(
+   // Of several for one prefix the lowest metric counts, then the first.
+   auto [kept, isNew] = ribs_[table].insert(
       Vantu::IpGenPrefix( destination, body->rtm_dst_len ), route );
+   if ( !isNew && route.metric < kept.metric ) kept = route;
 }
 
-}
-
-void KernelRib::add( const Vantu::IpGenPrefix& prefix, const KernelRoute& route ) {
-   auto [entry, isNew] =
-      lengths_[prefix.length()].emplace( prefix.address(), route );
-   if ( !isNew && route.metric < entry->second.metric ) entry->second = route;
-}
-
-std::optional<KernelRib::Match> KernelRib::find( const IpGenAddr& address ) const {
-   for ( const auto& [length, routes] : lengths_ ) {
-      auto found = routes.find( Vantu::IpGenPrefix( address, length ).address() );
-      if ( found != routes.end() ) return Match{ length, found->second };
-   }
-   return std::nullopt;
 }
 
 KernelRoutes::KernelRoutes( Mox::Loop& loop, Mox::Clock& clock,
@@ -119,7 +107,7 @@ void KernelRoutes::tablesAre( std::set<uint32_t> tables ) {
                        tables.end() ) ) {
       KernelRibs left = ribs_;
       std::erase_if( left, [&]( const auto& rib ) {
-         return tables.count( rib.first.first ) == 0;
+         return tables.count( rib.first ) == 0;
       } );
       tables_ = std::move( tables );
       return ribsAre( std::move( left ) );
@@ -183,7 +171,7 @@ void KernelRoutes::ribsAre( KernelRibs ribs ) {
 
 std::optional<KernelRib::Match> KernelRoutes::find(
    uint32_t table, const IpGenAddr& address ) const {
-   auto rib = ribs_.find( { table, address.family() } );
+   auto rib = ribs_.find( table );
    if ( rib == ribs_.end() ) return std::nullopt;
    return rib->second.find( address );
 }

@@ -9,12 +9,11 @@
 #include <map>
 #include <optional>
 #include <set>
-#include <unordered_map>
 
 #include "apps/netlink/Notifications.h"
 #include "platform/loop/Clock.h"
 #include "platform/net/IntfId.h"
-#include "platform/net/IpGenPrefix.h"
+#include "platform/trie/PrefixMap.h"
 
 namespace Agent {
 
@@ -26,30 +25,11 @@ struct KernelRoute {
    bool operator==( const KernelRoute& ) const = default;
 };
 
-// The routes of one table and family.
-class KernelRib {
- public:
-   // The better one of two for the same prefix stays: the lower metric, the first.
-   void add( const Vantu::IpGenPrefix& prefix, const KernelRoute& route );
+// The routes of one table.
+using KernelRib = Routing::PrefixMap<KernelRoute>;
 
-   struct Match {
-      unsigned length;
-      const KernelRoute& route;
-   };
-   // By the longest prefix.
-   std::optional<Match> find( const Vantu::IpGenAddr& address ) const;
-
-   bool operator==( const KernelRib& ) const = default;
-
- private:
-   // By length, the longest first.
-   std::map<unsigned, std::unordered_map<Vantu::IpGenAddr, KernelRoute>,
-            std::greater<>>
-      lengths_;
-};
-
-// By table and family.
-using KernelRibs = std::map<std::pair<uint32_t, Vantu::AddressFamily>, KernelRib>;
+// By table.
+using KernelRibs = std::map<uint32_t, KernelRib>;
 
 class KernelRoutes : public Mox::Clock::Notifiee {
  public:

@@ -77,6 +77,7 @@ class Registers : public testing::Test {
       config =
          parseConfig( all.replace( all.find( text ), text.size(), by ), "test" )
             .vrfs[0];
+      topology.configIs( config );
       engine->updateConfig();
    }
 

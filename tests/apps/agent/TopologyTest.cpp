@@ -14,24 +14,6 @@ using Routing::Pim::SparseMode::Test::addr;
 using Routing::Pim::SparseMode::Test::intfId;
 using Routing::Pim::SparseMode::Test::rpfBy;
 
-TEST( KernelRib, TheLongestPrefixAndThenTheLowestMetricWins ) {
-   KernelRib rib;
-   const Vantu::IpGenPrefix subnet( "198.51.100.0/24" );
-   rib.add( Vantu::IpGenPrefix( "0.0.0.0/0" ),
-            { intfId( "eth0" ), addr( "10.0.0.1" ) } );
-   rib.add( subnet, { intfId( "eth1" ), addr( "10.0.1.1" ), false, 50 } );
-   rib.add( subnet, { intfId( "eth2" ), addr( "10.0.2.1" ), false, 20 } );
-   rib.add( subnet, { intfId( "eth3" ), addr( "10.0.3.1" ), false, 20 } );
-   rib.add( Vantu::IpGenPrefix( "198.51.100.128/25" ), {} );
-   auto by = [&]( const char* address ) {
-      return rib.find( addr( address ) )->route.interface;
-   };
-   EXPECT_EQ( by( "192.0.2.1" ), intfId( "eth0" ) );
-   EXPECT_EQ( by( "198.51.100.127" ), intfId( "eth2" ) );
-   EXPECT_EQ( by( "198.51.100.128" ), intfId( "" ) ) << "thrown away";
-   EXPECT_FALSE( KernelRib().find( addr( "192.0.2.1" ) ).has_value() );
-}
-
 // Subnets come before routes of their length; own addresses lead nowhere, nor does the
 // unspecified one, though a default route matches it.
 TEST( Topology, TheLongestPrefixWins ) {

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <new>
 
+#include "apps/program/Output.h"
 #include "apps/program/Printable.h"
 #include "platform/shm/Error.h"
 
@@ -40,8 +41,10 @@ ExitStatus complain( const char* program, ExitStatus status,
 ExitStatus ending( const char* program, const std::function<ExitStatus()>& work ) {
    std::signal( SIGXFSZ, SIG_IGN );
    const ExitStatus status = tried( program, work );
-   if ( std::cout.flush() ) return status;
-   return complain( program, systemRefused, "cannot write the output" );
+   return tried( program, [&] {
+      flushOutput();
+      return status;
+   } );
 }
 
 std::string filled( const std::string& text ) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "apps/program/Output.h"
 #include "apps/show/CheckReport.h"
 #include "apps/show/Fold.h"
 #include "apps/show/HistogramReport.h"

@@ -8,11 +8,10 @@
 #include <algorithm>
 #include <climits>
 #include <csignal>
-#include <cstring>
 #include <ctime>
 
+#include "apps/program/Output.h"
 #include "apps/program/Printable.h"
-#include "apps/show/MetricsReport.h"
 #include "apps/show/WatchScreen.h"
 #include "platform/loop/SignalWatcher.h"
 
@@ -71,8 +70,7 @@ bool writeOut( std::string_view text ) {
       } else if ( errno == EPIPE ) {
          return false;
       } else if ( errno != EINTR && errno != EAGAIN ) {
-         throw OutputError( std::string( "cannot write the output: " ) +
-                            std::strerror( errno ) );
+         Programs::cannotWrite( "the output" );
       }
    }
    return true;

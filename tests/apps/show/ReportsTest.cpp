@@ -1,8 +1,6 @@
 // What the tool prints of the shown router, word for word.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include <cctype>
 #include <filesystem>
 #include <fstream>
@@ -242,33 +240,6 @@ TEST_F( Reports, TheLastWriteIsTheLatestOfAllTables ) {
                  "1h" )
          << latest;
    }
-}
-
-TEST_F( Reports, FilesAreReplacedAsTheyStand ) {
-   namespace fs = std::filesystem;
-   const fs::path root = router.root.path();
-   const auto textOf = []( const fs::path& path ) {
-      std::ifstream file( path );
-      return std::string( std::istreambuf_iterator<char>( file ), {} );
-   };
-   const mode_t mask = umask( 027 );
-   replaceFile( root / "new", "1" );
-   umask( mask );
-   EXPECT_EQ( fs::status( root / "new" ).permissions(), fs::perms( 0640 ) );
-   fs::permissions( root / "new", fs::perms( 0600 ) );
-   fs::create_symlink( "new", root / "link" );
-   replaceFile( root / "link", "2" );
-   EXPECT_TRUE( fs::is_symlink( root / "link" ) );
-   EXPECT_EQ( textOf( root / "new" ), "2" );
-   EXPECT_EQ( fs::status( root / "new" ).permissions(), fs::perms( 0600 ) );
-   mkfifo( ( root / "fifo" ).c_str(), 0600 );
-   fs::create_symlink( "nothing", root / "dangling" );
-   for ( const char* name : { "fifo", "dangling", "routing", "no/file" } )
-      EXPECT_THROW( replaceFile( root / name, "3" ), Mox::Error ) << name;
-   EXPECT_TRUE( fs::is_fifo( root / "fifo" ) );
-   EXPECT_TRUE( fs::is_symlink( root / "dangling" ) );
-   EXPECT_EQ( std::distance( fs::directory_iterator( root ), {} ), 6 )
-      << "nothing is left beside them";
 }
 
 TEST_F( Reports, RegistersAndAdvertised ) {

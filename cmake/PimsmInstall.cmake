@@ -37,7 +37,7 @@ function( pimsm_install )
    install( FILES doc/man/pimsm-agent.1 doc/man/pimsm-show.1
       DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 )
    install( FILES doc/man/pimsm-mfib.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 )
-   install( FILES apps/show/yang/pimsm-state.yang
+   install( FILES apps/json/yang/pimsm-state.yang
       DESTINATION ${CMAKE_INSTALL_DATADIR}/yang/modules/pimsm )
    foreach( program IN ITEMS pimsm-agent pimsm-show pimsm-mfib )
       install( FILES apps/completion.bash RENAME ${program}

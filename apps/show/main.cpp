@@ -4,9 +4,9 @@
 #include <iostream>
 #include <set>
 
-#include "apps/show/Answer.h"
-#include "apps/show/MetricsReport.h"
-#include "apps/show/Words.h"
+#include "apps/show/metrics/MetricsReport.h"
+#include "apps/show/output/Answer.h"
+#include "apps/show/text/Words.h"
 #include "published/Vrfs.h"
 
 namespace Show {

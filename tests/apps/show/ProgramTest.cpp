@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "tests/apps/show/Published.h"
+#include "tests/apps/mirror/Published.h"
 #include "tests/support/Damage.h"
 #include "tests/support/Program.h"
 

@@ -1,0 +1,138 @@
+// What changes in the tables of one VRF and family, as differences between records.
+//
+//   watches  tables route and routeIntf key by key; reads the model, which follows them,
+//            for where the traffic comes in
+//   ignores  values between two calls of take(): the last one counts; times, which are
+//            no change of their own
+//
+// While the writer is gone, and for a second after it is back, changes wait: a
+// restarting agent is told as gone and back, and then by what differs. Goes before the
+// mirror. Event-loop thread only.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "apps/json/RouteMembers.h"
+#include "apps/mirror/RouteFilter.h"
+
+namespace Show {
+
+struct Change {
+   // "add", "update", "delete" of a route's or an interface's entry as `routes` prints
+   // it; "sweep": values were skipped before it; "writer-gone", "writer-back";
+   // "vrf-new", "vrf-gone".
+   const char* op;
+   Routing::Pim::RouteKey key;
+   Vantu::IntfId intfId;  // empty: the route itself
+   bool rpt = false;      // the entry of an (S,G) route's (S,G,rpt) state
+   // The entry's members that differ; null: not there before, or now.
+   struct Field {
+      std::string name;
+      nlohmann::ordered_json before, after;
+   };
+   std::vector<Field> fields;
+};
+
+class ChangeFeed : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
+ public:
+   static constexpr double restartPause = 1.0;  // s
+
+   // `something` is called when take() may have something to tell. `isNew`: the VRF has
+   // come just now, and all that stands is to be told. REQUIRES: a loaded mirror.
+   ChangeFeed( const Mirror& mirror, bool isNew, std::function<void()> something );
+
+   // Since the last call, what the filter takes: each item that matches before its
+   // change or after it. In order of group, source, interface. The first call tells of a
+   // writer that is gone already.
+   std::vector<Change> take( const RouteFilter& filter, double now );
+   // Is something left for a later take()?
+   bool waiting() const {
+      return !changed_.empty() || !routeLag_.settled() || !intfLag_.settled();
+   }
+   // Was "vrf-gone" told? Nothing comes after it.
+   bool gone() const { return gone_; }
+
+   const Mirror& mirror() const { return mirror_; }
+
+   using NotifieeConst::onRoute;
+   using NotifieeConst::onRouteIntf;
+   void onRoute( const Routing::Pim::RouteKey& key ) override;
+   void onRoute() override { something_(); }
+   void onRouteIntf( const Routing::Pim::RouteIntfKey& key ) override;
+
+ private:
+   using RouteKey = Routing::Pim::RouteKey;
+
+   struct ByGroup {
+      bool operator()( const RouteKey& a, const RouteKey& b ) const {
+         return std::tie( a.group, a.source ) < std::tie( b.group, b.source );
+      }
+   };
+   // A route without its interfaces; records have no times here.
+   struct RouteState {
+      std::optional<RouteRecord> record;  // none: it does not stand
+      Incoming incoming, rptIncoming;
+      bool rpt = false;  // has it (S,G,rpt) state?
+      bool operator==( const RouteState& ) const = default;
+   };
+   struct Known {
+      RouteState route;
+      std::map<Vantu::IntfId, IntfRecord> intfs;
+   };
+
+   void touch( const RouteKey& key ) { changed_[key]; }
+   // An (S,G) route may come in along its (*,G) route's path.
+   void touchSources( const RouteKey& wildcard );
+   bool writerAlive() const;
+   void takeWriter( std::vector<Change>& changes, double now );
+   void takeSkipped( std::vector<Change>& changes, double now );
+   void takeKey( const RouteKey& key, const std::set<Vantu::IntfId>& intfs,
+                 const RouteFilter& filter, std::vector<Change>& changes );
+   static void tellRoute( std::vector<Change>& changes, const RouteKey& key,
+                          const RouteState& before, const RouteState& after );
+   // What of a route follows from other records than its own.
+   void derive( const RouteKey& key, Known& known ) const;
+
+   // How far what is told of a table lies behind its journal.
+   class Lag {
+    public:
+      explicit Lag( const MoxBrane::TableBase& table ) : table_( table ) {
+         restart();
+      }
+      void restart();
+      void notified() { ++notified_, settled_ = false; }
+      bool settled() const { return settled_; }
+      // Were changes skipped that the last call has not told? At least those that it
+      // tells: who still writes is looked at again.
+      bool skipped( double now );
+
+    private:
+      const MoxBrane::TableBase& table_;
+      uint64_t instance_ = 0;
+      uint64_t notified_ = 0;
+      uint64_t known_ = 0;  // of the journal, told or skipped, before `notified_`
+      uint64_t mark_ = 0;   // the journal's head at markTime_
+      double markTime_ = 0.0;
+      uint64_t markNotified_ = 0;
+      bool settled_ = true;
+   };
+
+   const Mirror& mirror_;
+   Mox::Ptr<const Routing::Pim::SparseMode::Brane::Status> tables_;
+   std::function<void()> something_;
+   std::map<RouteKey, Known, ByGroup> known_;
+   // To be looked at; a route always with its key, its interfaces where they changed.
+   std::map<RouteKey, std::set<Vantu::IntfId>, ByGroup> changed_;
+   bool new_, gone_ = false;
+   bool alive_ = true;  // as told
+   double quietUntil_ = 0.0;
+   Lag routeLag_, intfLag_;
+};
+
+}

@@ -1,0 +1,138 @@
+#include "apps/json/RouteMembers.h"
+
+#include "apps/json/YangData.h"
+
+namespace Show {
+
+using Json = nlohmann::ordered_json;
+namespace Sm = Routing::Pim::SparseMode;
+using Vantu::IpGenAddr;
+
+namespace {
+
+void addName( Json& json, const char* name, Vantu::IntfId intfId ) {
+   if ( !intfId.empty() ) json[name] = std::string( intfId.name() );
+}
+
+void addNeighbor( Json& json, const char* name, const IpGenAddr& address ) {
+   if ( !address.isUnspecified() ) json[name] = Vantu::valueToStrep( address );
+}
+
+void addIncoming( Json& json, const Incoming& incoming ) {
+   addName( json, "incoming-interface", incoming.intfId );
+   addNeighbor( json, "rpf-neighbor", incoming.neighbor );
+}
+
+std::string flagsText( const Route::RouteFlags& flags ) {
+   std::string text;
+   const auto add = [&]( bool set, const char* name ) {
+      if ( set ) text += ( text.empty() ? "" : " " ) + yangName( name );
+   };
+#define PIMSM_ADD_FLAG( X, name, ... ) add( flags.name(), #name );
+   PIMSM_EACH_ROUTE_FLAG( PIMSM_ADD_FLAG, )
+#undef PIMSM_ADD_FLAG
+   return text;
+}
+
+// The source on a link, a host, is no PIM neighbour.
+void addPath( Json& json, const char* name, const Rpf& rpf,
+              const RouteRecord& record, bool attached ) {
+   if ( rpf == Rpf() ) return;
+   Json& path = json[name];
+   addName( path, "interface", rpf.intfId );
+   if ( rpf.neighbor != record.key.source )
+      addNeighbor( path, "neighbor", rpf.neighbor );
+   path["attached"] = attached;
+   path["preference"] = rpf.preference;
+   path["metric"] = rpf.metric.value;
+}
+
+Json winnerJson( const Sm::AssertMetric& metric ) {
+   Json json;
+   addNeighbor( json, "address", metric.address );
+   json["rpt-bit"] = metric.rptBit;
+   json["preference"] = metric.preference.value();
+   json["metric"] = metric.metric.value;
+   return json;
+}
+
+}
+
+Incoming incomingOf( const Route& route ) {
+   Incoming incoming{ route.incomingIntf(), {} };
+   const Rpf rpf = route.incomingRpf();
+   const bool source =
+      !route.key().source.isUnspecified() && !route.comesBySharedTree();
+   if ( source && route.rpfAttached() ) return incoming;
+   // A border router's interface has no neighbour of its own.
+   if ( rpf.intfId == incoming.intfId ) incoming.neighbor = rpf.neighbor;
+   return incoming;
+}
+
+Incoming rptIncomingOf( const Route& route ) {
+   const Rpf rpf = route.rpfWc();
+   return { rpf.intfId, rpf.neighbor };
+}
+
+Json pathJson( const Rpf& rpf ) {
+   Json json;
+   if ( rpf == Rpf() ) return json;
+   addName( json, "interface", rpf.intfId );
+   addNeighbor( json, "neighbor", rpf.neighbor );
+   json["preference"] = rpf.preference;
+   json["metric"] = rpf.metric.value;
+   return json;
+}
+
+void addRoute( Json& json, const RouteRecord& record, const Incoming& incoming ) {
+   const bool wildcard = record.key.source.isUnspecified();
+   if ( !wildcard ) json["is-spt"] = record.routeFlags.spTree();
+   addIncoming( json, incoming );
+   if ( !wildcard ) json["msdp-learned"] = record.routeFlags.msdpDiscovered();
+}
+
+void addRouteState( Json& json, const RouteRecord& record ) {
+   json["pimsm-state:flags"] = flagsText( record.routeFlags );
+   addPath( json, "pimsm-state:rpf", record.rpf, record, record.rpfAttached );
+   addPath( json, "pimsm-state:previous-rpf", record.prevRpf, record, false );
+   addPath( json, "pimsm-state:fast-reroute-rpf", record.rpfFrr, record,
+            record.rpfFrrAttached );
+   addName( json, "pimsm-state:border-router-interface", record.mbrIif );
+   json["pimsm-state:upstream-join-state"] =
+      yangName( stringValue( record.upJoinState ), "up" );
+   Json& change = json["pimsm-state:interface-switch"];
+   change["state"] = yangName( stringValue( record.iifSwitchState ) );
+   change["pending"] = record.iifSwitchPending;
+}
+
+void addRpt( Json& json, const RouteRecord& record, const Incoming& incoming ) {
+   addIncoming( json, incoming );
+   json["pimsm-state:upstream-rpt-state"] =
+      yangName( stringValue( record.upRptState ), "upRpt" );
+}
+
+void addIntf( Json& json, const IntfRecord& record ) {
+   json["forwarding"] = record.forward;
+   json["fast-failover-forwarding"] = record.fastForward;
+   json["join-state"] = jpState( record.joinState );
+   const Sm::AssertInfo& info = record.assertInfo;
+   json["assert-state"] = yangName( stringValue( info.assertState ), "assert" );
+   if ( info.assertState != Sm::assertNoInfo )
+      json["assert-winner"] = winnerJson( info.assertWinnerMetric );
+   json["local-receiver-include"] = record.localReceiverInclude;
+   json["local-receiver-exclude"] = record.localReceiverExclude;
+   if ( record.lastAssertAction != 0 )
+      json["last-assert-action"] = record.lastAssertAction;
+   json["to-be-deleted"] = record.toBeDeleted;
+   json["allow-rp-in-use"] = record.allowRpInUse;
+}
+
+void addRptIntf( Json& json, const IntfRecord& record ) {
+   json["rpt-state"] = yangName( stringValue( record.rptState ), "rpt" );
+}
+
+std::string jpState( Intf::JoinState state ) {
+   return state == Intf::joined ? "join" : yangName( stringValue( state ) );
+}
+
+}

@@ -1,0 +1,37 @@
+#include "apps/mirror/AgentTables.h"
+
+#include <algorithm>
+
+namespace Show {
+
+std::vector<const MoxBrane::TableBase*> agentTables( const Mirror& mirror ) {
+   std::vector<const MoxBrane::TableBase*> tables;
+   for ( const MoxBrane::MountedEntity* entity :
+         std::initializer_list<const MoxBrane::MountedEntity*>{
+            mirror.tables.get(), mirror.registers.get(), mirror.advertised.get(),
+            mirror.agent.get() } )
+      tables.insert( tables.end(), entity->tables().begin(),
+                     entity->tables().end() );
+   return tables;
+}
+
+bool isReady( const MoxBrane::TableBase& table ) {
+   return table.control()->mountStatus() == MoxBrane::mountReady;
+}
+
+std::string unreadableText( const MoxBrane::TableBase& table ) {
+   using Problem = Mirror::Problem;
+   const Problem problem = Mirror::problem( table );
+   const auto& siblings = table.control()->entity()->tables();
+   const bool published =
+      std::any_of( siblings.begin(), siblings.end(), []( const auto* each ) {
+         return Mirror::problem( *each ).kind != Problem::missing;
+      } );
+   return problem.kind == Problem::none || !published ? "" : problem.text;
+}
+
+std::string tableName( const MoxBrane::TableBase& table ) {
+   return table.name() == "coll" ? "advertised" : table.name();
+}
+
+}

@@ -1,0 +1,226 @@
+#include "apps/mirror/Mirrors.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
+#include <tuple>
+
+#include "platform/shm/TableFiles.h"
+#include "published/Vrfs.h"
+
+namespace Show {
+
+namespace Sm = Routing::Pim::SparseMode;
+
+std::string familyName( Vantu::AddressFamily family ) {
+   return Vantu::valueToStrep( family );
+}
+
+Mirror::Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
+                Vantu::AddressFamily mirrorFamily, const L3::VrfName& name )
+   : family( mirrorFamily ),
+     routes( manager, clock, family, name ),
+     model( routes.model() ),
+     tables( routes.tables() ),
+     registers( Sm::RegisterStatus::mount(
+        manager, Sm::RegisterStatus::mountPath( family, name ),
+        Brane::tableReader ) ),
+     advertised( Sm::AdvertisedSgStatus::mount(
+        manager, Sm::AdvertisedSgStatus::mountPath( family, name ),
+        Brane::tableReader ) ),
+     agent( routes.published() ),
+     mfib( Published::MfibStatus::mount(
+        manager, Published::MfibStatus::mountPath( family, name ),
+        Brane::tableReader ) ) {}
+
+Mirror::Problem Mirror::problem( const MoxBrane::TableBase& table ) {
+   const MoxBrane::CollectionControl* control = table.control();
+   if ( control->mountStatus() == MoxBrane::mountReady ) return {};
+   if ( control->mountStatus() == MoxBrane::mountWaiting ||
+        control->mountStatus() == MoxBrane::mountRemoved ) {
+      return { Problem::missing,
+               control->entity()->name() + "/" + control->name() + " is missing" };
+   }
+   struct stat status;
+   if ( stat( table.reader()->path().c_str(), &status ) == 0 &&
+        !S_ISREG( status.st_mode ) )
+      return { Problem::noFile, control->problem() };
+   using Brane::LayoutError;
+   LayoutError::Mismatch mismatch = table.reader()->mismatch();
+   bool otherLayout = control->mountStatus() == MoxBrane::mountMismatch ||
+                      mismatch == LayoutError::formatVersion ||
+                      mismatch == LayoutError::byteOrder;
+   return { otherLayout ? Problem::otherLayout : Problem::damaged,
+            control->problem() };
+}
+
+// The counters' table may be missing: nobody need count.
+Mirror::Problem Mirror::problem() const {
+   Problem found = problem( tables->route() );
+   return found.kind != Problem::none ? found : problem( tables->routeIntf() );
+}
+
+Mirror::Problem Mirror::problem( const MoxBrane::MountedEntity& entity ) {
+   for ( const MoxBrane::TableBase* table : entity.tables() ) {
+      Problem found = problem( *table );
+      if ( found.kind != Problem::none ) return found;
+   }
+   return {};
+}
+
+bool Mirror::gone() const {
+   return access( tables->route().reader()->path().c_str(), F_OK ) != 0;
+}
+
+// A bell is rung by writing to it; clocks that were set say 0.
+std::optional<double> Mirror::sinceLastWrite() const {
+   timespec latest{};
+   for ( const MoxBrane::TableBase* table :
+         std::initializer_list<const MoxBrane::TableBase*>{
+            &tables->route(), &tables->routeIntf() } ) {
+      struct stat status;
+      const Brane::TableFiles files( table->reader()->path() );
+      if ( stat( files.bell.c_str(), &status ) != 0 ) continue;
+      if ( std::tie( status.st_mtim.tv_sec, status.st_mtim.tv_nsec ) >
+           std::tie( latest.tv_sec, latest.tv_nsec ) )
+         latest = status.st_mtim;
+   }
+   if ( latest.tv_sec == 0 ) return std::nullopt;
+   timespec now;
+   clock_gettime( CLOCK_REALTIME, &now );
+   return std::max( 0.0,
+                    static_cast<double>( now.tv_sec - latest.tv_sec ) +
+                       static_cast<double>( now.tv_nsec - latest.tv_nsec ) * 1e-9 );
+}
+
+uint64_t unreadable( const MoxBrane::MountedEntity& entity ) {
+   uint64_t count = 0;
+   for ( const MoxBrane::TableBase* table : entity.tables() )
+      count += table->reader()->counters().damaged + table->undecodable();
+   return count;
+}
+
+uint64_t Mirror::unreadable() const {
+   return Show::unreadable( *tables ) + Show::unreadable( *registers ) +
+          Show::unreadable( *advertised ) + Show::unreadable( *agent ) +
+          Show::unreadable( *mfib );
+}
+
+namespace {
+
+using Found = std::vector<std::pair<Vantu::AddressFamily, L3::VrfName>>;
+
+Found find( const Selection& selection ) {
+   using Vantu::AddressFamily;
+   Found found;
+   for ( AddressFamily family : { AddressFamily::ipv4, AddressFamily::ipv6 } ) {
+      if ( selection.family && selection.family != family ) continue;
+      for ( const L3::VrfName& name :
+            Published::vrfsUnder( selection.root, family ) ) {
+         if ( selection.vrf == "all" || selection.vrf == name.name() )
+            found.emplace_back( family, name );
+      }
+   }
+   return found;
+}
+
+// Has the loop turn from time to time.
+class Glances : public Mox::Clock::Notifiee {
+ public:
+   explicit Glances( Mox::Clock& clock ) : Notifiee( &clock ) { wakeUp(); }
+
+ private:
+   static constexpr double kInterval = 0.02;  // s
+   void onTime() override { wakeUp(); }
+   void wakeUp() { wakeupTimeIs( clock()->now() + kInterval ); }
+};
+
+Mirror::Problem problemOf( const Mirror& mirror, Mirrors::Part part ) {
+   switch ( part ) {
+      case Mirrors::registersPart:
+         return Mirror::problem( *mirror.registers );
+      case Mirrors::advertisedPart:
+         return Mirror::problem( *mirror.advertised );
+      default:
+         return mirror.problem();
+   }
+}
+
+}
+
+// What may not be read is heard of first, before any of it is mounted.
+Mirrors::Mirrors( const Selection& selection )
+   : selection_( selection ),
+     clock_( loop_ ),
+     manager_( clock_, &loop_, selection.root ) {
+   const Found found = find( selection );
+   process_ = Published::ProcessStatus::mount( manager_, Brane::tableReader );
+   mount( found );
+}
+
+void Mirrors::mount( const Found& found ) {
+   for ( const auto& entry : found ) {
+      const auto& [family, name] = entry;
+      const bool known =
+         std::any_of( mirrors_.begin(), mirrors_.end(), [&]( const auto& mirror ) {
+            return mirror->family == entry.first &&
+                   mirror->vrf() == entry.second.name();
+         } );
+      if ( !known )
+         mirrors_.push_back(
+            std::make_unique<Mirror>( manager_, clock_, family, name ) );
+   }
+   std::sort( mirrors_.begin(), mirrors_.end(), []( const auto& a, const auto& b ) {
+      return std::make_pair( a->vrf(), a->family ) <
+             std::make_pair( b->vrf(), b->family );
+   } );
+}
+
+void Mirrors::rescan() {
+   try {
+      mount( find( selection_ ) );
+   } catch ( const std::exception& ) {
+      // As while directories are being made: what may not be read now may be at the
+      // next look.
+   }
+}
+
+void Mirrors::drop( const Mirror& mirror ) {
+   std::erase_if( mirrors_,
+                  [&]( const auto& each ) { return each.get() == &mirror; } );
+}
+
+std::vector<Mirrors::Unread> Mirrors::load( Part part ) {
+   using Problem = Mirror::Problem;
+   const double end = now() + patience;
+   auto waits = [&]( const auto& mirror ) {
+      const Problem::Kind kind = problemOf( *mirror, part ).kind;
+      if ( kind == Problem::none ) return part == routesPart && !mirror->loaded();
+      return kind == Problem::missing && mirror->writerAlive() && !mirror->gone() &&
+             now() < end;
+   };
+   auto anyWaits = [&] {
+      return std::any_of( mirrors_.begin(), mirrors_.end(), waits );
+   };
+   Glances glances( clock_ );
+   Mox::Loop::TurnEnd check( loop_, [&] {
+      if ( !anyWaits() ) loop_.stop();
+   } );
+   if ( anyWaits() ) loop_.run();
+   std::vector<Unread> unread;
+   for ( auto& mirror : mirrors_ ) {
+      Problem problem = problemOf( *mirror, part );
+      if ( problem.kind == Problem::none ) continue;
+      if ( problem.kind == Problem::missing && mirror->gone() ) {
+         mirror.reset();
+      } else {
+         unread.push_back( { std::move( mirror ), std::move( problem ) } );
+      }
+   }
+   std::erase( mirrors_, nullptr );
+   return unread;
+}
+
+}

@@ -1,0 +1,41 @@
+// Which routes and interfaces the user asked for.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "apps/mirror/Mirrors.h"
+#include "platform/net/IpGenPrefix.h"
+
+namespace Show {
+
+// Everything passes a default filter; what is given combines.
+struct RouteFilter {
+   std::optional<Vantu::IpGenPrefix> group;
+   std::optional<Vantu::IpGenPrefix> source;  // (*,G) routes never match one
+   std::string iface;  // routes with this interface, and it alone
+   std::string iif;    // routes that come in there
+   std::string kind;   // "wc", "sg", or any
+   std::optional<bool>
+      forwarding;  // interfaces that do, or do not; and their routes
+
+   bool active() const;
+   // Group and source alone.
+   bool matches( const Routing::Pim::RouteKey& key ) const;
+   bool matches( const Routing::Pim::SparseMode::Route& route ) const;
+   bool matches( const Routing::Pim::SparseMode::Intf& intf ) const;
+};
+
+// A prefix, or an address that stands for itself. Throws ParseError or RangeError.
+Vantu::IpGenPrefix prefixArgument( const std::string& text );
+
+// The matching routes of a mirror in order of group, then source.
+std::vector<const Routing::Pim::SparseMode::Route*> selectRoutes(
+   const Mirror& mirror, const RouteFilter& filter );
+
+// The matching interfaces of a route in order of name.
+std::vector<const Routing::Pim::SparseMode::Intf*> selectIntfs(
+   const Routing::Pim::SparseMode::Route& route, const RouteFilter& filter );
+
+}

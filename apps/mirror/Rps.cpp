@@ -1,0 +1,14 @@
+#include "apps/mirror/Rps.h"
+
+namespace Show {
+
+Rps::Rps( const Mirror& mirror )
+   : ranges_( mirror.family, *mirror.agent ),
+     published_( mirror.agent->rp().size() != 0 ) {}
+
+bool Rps::startsHere( const Routing::Pim::SparseMode::Route& route ) const {
+   return ( route.wildCard() || route.comesBySharedTree() ) &&
+          route.incomingRpf() == Routing::Pim::Rpf() && ownRp( route.key().group );
+}
+
+}

@@ -1,0 +1,222 @@
+#include "apps/show/metrics/MetricsReport.h"
+
+#include <fmt/format.h>
+
+#include <map>
+#include <optional>
+
+#include "apps/json/YangData.h"
+#include "apps/mirror/AgentTables.h"
+#include "apps/show/metrics/Exposition.h"
+#include "published/Counting.h"
+
+namespace Show {
+
+namespace Sm = Routing::Pim::SparseMode;
+using Labels = Exposition::Labels;
+
+namespace {
+
+Labels with( Labels labels, const char* name, const std::string& value ) {
+   labels.emplace_back( name, value );
+   return labels;
+}
+
+// By owner and name.
+class Counters {
+ public:
+   explicit Counters( const Published::ProcessStatus& process ) {
+      if ( process.counterControl()->mountStatus() != MoxBrane::mountReady ) return;
+      process.counter().visit( nullptr, [this]( const Published::Counter& record ) {
+         values_[{ record.key.owner.text(), record.key.name.text() }] =
+            record.value;
+         return true;
+      } );
+   }
+
+   std::optional<uint64_t> value( const std::string& owner,
+                                  const std::string& name ) const {
+      auto found = values_.find( { owner, name } );
+      if ( found == values_.end() ) return std::nullopt;
+      return found->second;
+   }
+   template <class Call>
+   void each( const std::string& owner, Call call ) const {
+      for ( auto at = values_.lower_bound( { owner, "" } );
+            at != values_.end() && at->first.first == owner; ++at )
+         call( at->first.second, at->second );
+   }
+
+ private:
+   std::map<std::pair<std::string, std::string>, uint64_t> values_;
+};
+
+template <class Histogram>
+Exposition::Counts countsOf( const Histogram& histogram ) {
+   Exposition::Counts counts;
+   for ( const auto& [count, entry] : histogram )
+      counts[count] = entry.addr().size();
+   return counts;
+}
+
+// The unspecified address stands for the (*,G) routes' and is no source.
+Exposition::Counts sourceCounts( const Mirror& mirror,
+                                 const Published::Counting& counting ) {
+   Exposition::Counts counts = countsOf( counting.sources().sourcesByGroupCount() );
+   const Sm::Source* shared =
+      mirror.model->source( Vantu::IpGenAddr::unspecified( mirror.family ) );
+   if ( shared == nullptr ) return counts;
+   auto found = counts.find( shared->sourceGroup().size() );
+   if ( found != counts.end() && --found->second == 0 ) counts.erase( found );
+   return counts;
+}
+
+void addRoutes( Exposition& out, const Mirror& mirror, const Labels& labels ) {
+   constexpr const char* kRoutes = "Routes by kind: (*,G) or (S,G).";
+   out.gauge( "pimsm_routes", kRoutes, with( labels, "kind", "wc" ),
+              mirror.model->wcRoutes() );
+   out.gauge( "pimsm_routes", kRoutes, with( labels, "kind", "sg" ),
+              mirror.model->sgRoutes() );
+   size_t outgoing = 0;
+   for ( const Route& route : std::as_const( *mirror.model ).route() ) {
+      for ( const Intf& intf : route.routeIntf() )
+         outgoing += intf.forward() ? 1 : 0;
+   }
+   out.gauge( "pimsm_outgoing_interfaces",
+              "Interfaces that forward, summed over all routes.", labels,
+              static_cast<double>( outgoing ) );
+   struct Row {
+      const char* state;
+      Sm::Brane::RouteCounterType type;
+   };
+   for ( const Row& row : { Row{ "unresolved", Sm::Brane::unresolved },
+                            Row{ "switching", Sm::Brane::switching },
+                            Row{ "to-be-deleted", Sm::Brane::toBeDeleted } } ) {
+      Sm::Brane::RouteCounter record;
+      if ( mirror.tables->routeCounter().find( { row.type, 0 }, record ) ==
+           Brane::lookupFound )
+         out.gauge( "pimsm_routes_pending", "Routes that wait for something.",
+                    with( labels, "state", row.state ), record.count );
+   }
+   const Published::Counting counting( mirror.model );
+   out.histogram(
+      "pimsm_source_groups",
+      "Sources of (S,G) routes by their number of groups; the unspecified "
+      "one of (*,G) routes is left out.",
+      labels, sourceCounts( mirror, counting ) );
+   out.histogram( "pimsm_group_sources",
+                  "Groups by the number of sources in their (S,G) routes.", labels,
+                  countsOf( counting.groups().groupsBySourceCount() ) );
+}
+
+void addTables( Exposition& out, const Mirror& mirror, const Labels& labels ) {
+   out.gauge( "pimsm_writer_up", "Does the agent hold its tables?", labels,
+              mirror.writerAlive() ? 1 : 0 );
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
+      // The counters of routes fill their table whatever happens.
+      if ( table->capacity() == 0 || table == &mirror.tables->routeCounter() )
+         continue;
+      out.gauge( "pimsm_table_used_ratio", "Part of a table that is full.",
+                 with( labels, "table", tableName( *table ) ),
+                 static_cast<double>( table->size() ) / table->capacity() );
+   }
+   for ( const MoxBrane::TableBase* table : mirror.registers->tables() ) {
+      if ( table->capacity() == 0 ) continue;
+      out.gauge( "pimsm_registers", "(S,G) in each table of the register state.",
+                 with( labels, "table", table->name() ), table->size() );
+   }
+}
+
+// Of the route tables what came of the writes, of the others how often who keeps them
+// asked.
+void addWrites( Exposition& out, const Mirror& mirror, const Labels& labels,
+                const Counters& counters ) {
+   struct Row {
+      const char* counter;  // behind the table's name
+      const char* result;
+   };
+   constexpr Row kRows[] = { { "Written", "written" },
+                             { "Removed", "removed" },
+                             { "Refused", "refused" },
+                             { "Is", "asked-to-write" },
+                             { "Del", "asked-to-remove" } };
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
+      const std::string& owner = table->control()->entity()->name();
+      for ( const Row& row : kRows ) {
+         const auto count = counters.value( owner, table->name() + row.counter );
+         if ( !count ) continue;
+         out.counter( "pimsm_table_writes_total",
+                      "Writes of the agent to its tables: of those of routes what "
+                      "came of them, of the others what was asked.",
+                      with( with( labels, "table", tableName( *table ) ), "result",
+                            row.result ),
+                      *count );
+      }
+   }
+}
+
+// What the agent counts of a VRF and family, under the path of its tables.
+void addAgentOf( Exposition& out, const Mirror& mirror, const Labels& labels,
+                 const Counters& counters ) {
+   const std::string& path = mirror.tables->name();
+   auto of = [&]( const std::string& name ) {
+      return counters.value( path, name );
+   };
+   if ( auto count = of( "reviews" ) )
+      out.counter( "pimsm_review_passes_total",
+                   "Reviews of changed routes that the agent has finished.", labels,
+                   *count );
+   if ( auto count = of( "reloadMicroseconds" ) )
+      out.gauge( "pimsm_reload_duration_seconds",
+                 "How long the agent took to reload its tables at its start.",
+                 labels, static_cast<double>( *count ) * 1e-6 );
+   if ( auto count = of( "reloadRoutes" ) )
+      out.gauge( "pimsm_reload_routes", "Routes that the agent reloaded.", labels,
+                 static_cast<double>( *count ) );
+}
+
+void addAgent( Exposition& out, const Counters& counters ) {
+   struct Row {
+      const char* owner;
+      const char* name;
+      const char* label;
+      const char* help;
+   };
+   constexpr Row kRows[] = {
+      { "agent/packets", "pimsm_agent_packets_total", "type",
+        "Messages that the agent received." },
+      { "agent/dropped", "pimsm_agent_packets_dropped_total", "reason",
+        "Packets that the agent could not decode." },
+      { "agent/refused", "pimsm_agent_refused_total", "reason",
+        "Decoded messages, or parts of them, that changed nothing." } };
+   for ( const Row& row : kRows ) {
+      counters.each( row.owner, [&]( const std::string& name, uint64_t value ) {
+         out.counter( row.name, row.help, { { row.label, yangName( name ) } },
+                      value );
+      } );
+   }
+}
+
+}
+
+std::string metricsText( const Mirrors& mirrors, const char* version ) {
+   Exposition out;
+   const Counters counters( mirrors.agentProcess() );
+   for ( const auto& mirror : mirrors.all() ) {
+      const Labels labels = { { "vrf", mirror->vrf() },
+                              { "family", familyName( mirror->family ) } };
+      addTables( out, *mirror, labels );
+      addRoutes( out, *mirror, labels );
+      addWrites( out, *mirror, labels, counters );
+      addAgentOf( out, *mirror, labels, counters );
+   }
+   addAgent( out, counters );
+   const auto& layout = mirrors.all().front()->tables->route().reader()->layout();
+   out.gauge( "pimsm_build_info", "The tool's version and its tables' layout.",
+              { { "version", version },
+                { "layout", fmt::format( "{:016x}", layout.fingerprint() ) } },
+              1 );
+   return out.text();
+}
+
+}

@@ -1,0 +1,170 @@
+#include "apps/show/reports/CheckReport.h"
+
+#include <fmt/format.h>
+
+#include "apps/mirror/AgentTables.h"
+#include "apps/mirror/Olist.h"
+#include "apps/mirror/Rps.h"
+#include "apps/show/text/Words.h"
+
+namespace Show {
+
+using Json = nlohmann::ordered_json;
+using Routing::Pim::RouteIntfKey;
+using Routing::Pim::RouteKey;
+
+namespace {
+
+void checkIntf( const Intf& intf, const Conceivable& conceivable,
+                Checked& checked ) {
+   ++checked.intfs;
+   const Route& route = *intf.parentRoute();
+   std::optional<bool> forwards = false;
+   if ( route.incomingIntf() != intf.intfId() )
+      forwards = conceivable.known( intf, [&] { return intf.inOlist(); } );
+   if ( !forwards ) {
+      ++checked.undecided;
+   } else if ( *forwards != intf.forward() ) {
+      checked.findings.push_back(
+         { "forward-differs", route.key(), intf.intfId(),
+           fmt::format( "{}, but by its outgoing list it would {}",
+                        forwardText( intf ),
+                        *forwards ? "forward" : "not forward" ) } );
+   }
+}
+
+std::string unresolvedText( const Route& route, const Rps& rps ) {
+   if ( !route.wildCard() ) return "no way to its source";
+   if ( const auto rp = rps.rp( route.key().group ) )
+      return "no way to its RP " + Vantu::valueToStrep( *rp );
+   return rps.published() ? "its group has no RP" : "no incoming interface";
+}
+
+// Empty: the key can be a route's of that family.
+std::string impossibleText( const RouteKey& key, Vantu::AddressFamily family ) {
+   const bool wildcard = key.source.isUnspecified();
+   if ( key.group.family() != family ||
+        ( !wildcard && key.source.family() != family ) )
+      return "its addresses are not of the table's family";
+   if ( !key.group.isMulticast() ) return "its group is no multicast address";
+   return key.source.isMulticast() ? "its source is a multicast address" : "";
+}
+
+void checkRoute( const Mirror& mirror, const Route& route, const Rps& rps,
+                 Checked& checked ) {
+   ++checked.routes;
+   const std::string impossible = impossibleText( route.key(), mirror.family );
+   if ( !impossible.empty() )
+      checked.findings.push_back(
+         { "impossible-address", route.key(), {}, impossible } );
+   if ( !route.rpf().intfId.empty() ) return;
+   if ( route.wildCard() && rps.startsHere( route ) ) return;
+   checked.findings.push_back(
+      { "unresolved-rpf", route.key(), {}, unresolvedText( route, rps ) } );
+}
+
+// Looked at again at the end: a living agent removes a route's interfaces after it.
+bool stands( const Mirror& mirror, const RouteIntfKey& key ) {
+   return mirror.tables->routeIntf().has( key ) &&
+          !mirror.tables->route().has( key.routeKey );
+}
+
+void checkStrays( const Mirror& mirror, const RouteFilter& filter,
+                  Checked& checked ) {
+   std::vector<RouteIntfKey> strays;
+   mirror.tables->routeIntf().visit( nullptr, [&]( const auto& record ) {
+      if ( !mirror.tables->route().has( record.key.routeKey ) )
+         strays.push_back( record.key );
+      return true;
+   } );
+   for ( const RouteIntfKey& key : strays ) {
+      if ( !filter.matches( key.routeKey ) || !stands( mirror, key ) ) continue;
+      checked.findings.push_back(
+         { "no-route", key.routeKey, key.intfId, "its route is not there" } );
+   }
+}
+
+void checkTable( const MoxBrane::TableBase& table, Checked& checked ) {
+   const auto found = [&]( const char* kind, const std::string& text ) {
+      checked.findings.push_back(
+         { kind,
+           {},
+           {},
+           fmt::format( "table {}: {}", tableName( table ), text ) } );
+   };
+   const std::string problem = unreadableText( table );
+   if ( !problem.empty() ) found( "unreadable", problem );
+   if ( !isReady( table ) ) return;
+   // What is damaged was counted as the table was taken up.
+   const uint64_t damaged = table.reader()->counters().damaged;
+   if ( damaged != 0 || table.undecodable() != 0 )
+      found( "unverifiable", fmt::format( "{} damaged records, {} of no value",
+                                          damaged, table.undecodable() ) );
+}
+
+std::string whereText( const Finding& finding ) {
+   if ( finding.key == RouteKey() ) return "";
+   std::string text = keyText( finding.key );
+   if ( !finding.intfId.empty() ) text += ' ' + nameText( finding.intfId );
+   return text + ": ";
+}
+
+}
+
+Checked check( const Mirror& mirror, const RouteFilter& filter ) {
+   Checked checked;
+   const Conceivable conceivable( mirror );
+   const Rps rps( mirror );
+   for ( const Route* route : selectRoutes( mirror, filter ) ) {
+      checkRoute( mirror, *route, rps, checked );
+      for ( const Intf* intf : selectIntfs( *route, filter ) )
+         checkIntf( *intf, conceivable, checked );
+   }
+   checkStrays( mirror, filter, checked );
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) )
+      checkTable( *table, checked );
+   return checked;
+}
+
+void checkProcess( const Published::ProcessStatus& process, Checked& checked ) {
+   checkTable( process.counter(), checked );
+}
+
+std::string checkText( const Mirror& mirror, const Checked& checked ) {
+   std::string text = fmt::format(
+      "vrf {} {}: {} route{}, {} interface{} checked, {} found, agent {}\n",
+      vrfText( mirror ), familyName( mirror.family ), checked.routes,
+      checked.routes == 1 ? "" : "s", checked.intfs, checked.intfs == 1 ? "" : "s",
+      checked.findings.size(), mirror.writerAlive() ? "running" : "gone" );
+   for ( const Finding& finding : checked.findings )
+      text += fmt::format( "    {:<15}  {}{}\n", finding.kind, whereText( finding ),
+                           finding.text );
+   if ( checked.undecided != 0 )
+      text += fmt::format( "    {} outgoing lists unknown: {}\n", checked.undecided,
+                           noInterfacesText( mirror ) );
+   return text;
+}
+
+Json checkJson( const Checked& checked ) {
+   Json json;
+   json["routes"] = checked.routes;
+   json["interfaces"] = checked.intfs;
+   json["undecided"] = checked.undecided;
+   Json& list = json["finding"] = Json::array();
+   for ( const Finding& finding : checked.findings ) {
+      Json entry;
+      entry["kind"] = finding.kind;
+      if ( finding.key != RouteKey() ) {
+         entry["group"] = Vantu::valueToStrep( finding.key.group );
+         entry["source-address"] = finding.key.source.isUnspecified()
+                                      ? "*"
+                                      : Vantu::valueToStrep( finding.key.source );
+      }
+      if ( !finding.intfId.empty() ) entry["interface"] = finding.intfId.name();
+      entry["text"] = finding.text;
+      list.push_back( std::move( entry ) );
+   }
+   return json;
+}
+
+}

@@ -1,0 +1,18 @@
+// How the routes spread: the groups of each source, the sources of each group.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "apps/mirror/Mirrors.h"
+
+namespace Show {
+
+// One mirror's part of `histogram`, counted by this process from what it mirrors: a
+// heading, bars for both histograms. More than 16 different counts are shown in
+// ranges, JSON has each. The source of a (*,G) route is the unspecified address: it
+// is counted and named as such. REQUIRES: the mirror is loaded.
+std::string histogramText( const Mirror& mirror );
+nlohmann::ordered_json histogramJson( const Mirror& mirror );
+
+}

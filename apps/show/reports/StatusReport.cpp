@@ -1,0 +1,132 @@
+#include "apps/show/reports/StatusReport.h"
+
+#include <fmt/format.h>
+
+#include "apps/json/YangData.h"
+#include "apps/mirror/AgentTables.h"
+#include "apps/show/text/Words.h"
+
+namespace Show {
+
+using Json = nlohmann::ordered_json;
+namespace Sm = Routing::Pim::SparseMode;
+
+namespace {
+
+// Absent until the counting process has published it.
+std::optional<uint32_t> counter( const Mirror& mirror,
+                                 Sm::Brane::RouteCounterType type ) {
+   Sm::Brane::RouteCounter record;
+   if ( mirror.tables->routeCounter().find( { type, 0 }, record ) !=
+        Brane::lookupFound ) {
+      return std::nullopt;
+   }
+   return record.count;
+}
+
+std::string counterText( const Mirror& mirror, Sm::Brane::RouteCounterType type ) {
+   auto count = counter( mirror, type );
+   return count ? std::to_string( *count ) : "unknown";
+}
+
+std::string tableLine( const MoxBrane::TableBase& table ) {
+   const std::string problem = unreadableText( table );
+   if ( !problem.empty() )
+      return fmt::format( "    {:<19} cannot be read: {}\n", tableName( table ),
+                          problem );
+   return fmt::format( "    {:<19} {:>8} used {:>8} free of {}\n",
+                       tableName( table ), table.size(),
+                       table.capacity() - table.size(), table.capacity() );
+}
+
+bool isPublished( const MoxBrane::TableBase& table ) {
+   return isReady( table ) || !unreadableText( table ).empty();
+}
+
+// The forwarding process's; none where it has never run.
+std::vector<const MoxBrane::TableBase*> mfibTables( const Mirror& mirror ) {
+   std::vector<const MoxBrane::TableBase*> tables;
+   for ( const MoxBrane::TableBase* table : mirror.mfib->tables() )
+      if ( isPublished( *table ) ) tables.push_back( table );
+   return tables;
+}
+
+bool mfibAlive( const Mirror& mirror ) {
+   return mirror.mfib->cache().writerAlive();
+}
+
+Json tableJson( const MoxBrane::TableBase& table ) {
+   Json json;
+   json["name"] = tableName( table );
+   const std::string problem = unreadableText( table );
+   if ( !problem.empty() ) {
+      json["problem"] = problem;
+      return json;
+   }
+   json["used"] = table.size();
+   json["capacity"] = table.capacity();
+   json["generation"] = fmt::format( "{:016x}", table.reader()->instanceId() );
+   json["changes"] = std::to_string( table.reader()->sequence() );
+   return json;
+}
+
+}
+
+std::string statusText( const Mirror& mirror ) {
+   std::string text = fmt::format( "vrf {} {}: agent {}\n", vrfText( mirror ),
+                                   familyName( mirror.family ),
+                                   mirror.writerAlive() ? "running" : "gone" );
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
+      if ( isPublished( *table ) ) text += tableLine( *table );
+   }
+   text += fmt::format( "    routes        {} (*,G), {} (S,G)\n",
+                        mirror.model->wcRoutes(), mirror.model->sgRoutes() );
+   text += fmt::format(
+      "    pending       unresolved {}, switching {}, to be deleted {}\n",
+      counterText( mirror, Sm::Brane::unresolved ),
+      counterText( mirror, Sm::Brane::switching ),
+      counterText( mirror, Sm::Brane::toBeDeleted ) );
+   const Brane::TableReader* route = mirror.tables->route().reader();
+   text += fmt::format( "    generation    {:016x}, {} route changes\n",
+                        route->instanceId(), route->sequence() );
+   const auto since = mirror.sinceLastWrite();
+   text += fmt::format( "    last write    {}\n",
+                        since ? spanText( *since ) + " ago" : "unknown" );
+   const auto mfib = mfibTables( mirror );
+   if ( mfib.empty() ) return text + "    forwarding process unknown: no tables\n";
+   text += fmt::format( "    forwarding process {}\n",
+                        mfibAlive( mirror ) ? "running" : "gone" );
+   for ( const MoxBrane::TableBase* table : mfib ) text += tableLine( *table );
+   return text;
+}
+
+Json statusJson( const Mirror& mirror ) {
+   Json json;
+   json["wc-routes"] = mirror.model->wcRoutes();
+   json["sg-routes"] = mirror.model->sgRoutes();
+   for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
+      if ( isPublished( *table ) ) json["table"].push_back( tableJson( *table ) );
+   }
+   if ( auto since = mirror.sinceLastWrite() )
+      json["since-last-write"] = timeticks( *since );
+   const auto mfib = mfibTables( mirror );
+   if ( !mfib.empty() ) {
+      json["forwarding-process"]["writer"] =
+         mfibAlive( mirror ) ? "running" : "gone";
+      for ( const MoxBrane::TableBase* table : mfib )
+         json["forwarding-process"]["table"].push_back( tableJson( *table ) );
+   }
+   struct Row {
+      const char* name;
+      Sm::Brane::RouteCounterType type;
+   };
+   constexpr Row kRows[] = { { "unresolved", Sm::Brane::unresolved },
+                             { "switching", Sm::Brane::switching },
+                             { "to-be-deleted", Sm::Brane::toBeDeleted } };
+   for ( const Row& row : kRows ) {
+      if ( auto count = counter( mirror, row.type ) ) json[row.name] = *count;
+   }
+   return json;
+}
+
+}

@@ -1,0 +1,14 @@
+// The tables of each VRF: how full, whose, and what is pending.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "apps/mirror/Mirrors.h"
+
+namespace Show {
+
+std::string statusText( const Mirror& mirror );
+nlohmann::ordered_json statusJson( const Mirror& mirror );
+
+}

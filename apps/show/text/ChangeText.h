@@ -1,0 +1,12 @@
+// A change as a line of text.
+#pragma once
+
+#include "apps/json/ChangeFeed.h"
+
+namespace Show {
+
+// Without its end. `time`: "2024-05-01T10:00:02.114Z".
+std::string changeText( const Mirror& mirror, const Change& change,
+                        const std::string& time );
+
+}

@@ -1,0 +1,106 @@
+#include "apps/show/text/Fold.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstddef>
+#include <cstdlib>
+
+namespace Show {
+
+namespace {
+
+constexpr size_t kLeastWidth = 20;
+constexpr size_t kIndent = 6;  // of what goes on, where no column says
+constexpr const char* kBlanks = " \t";
+
+bool isBlank( char c ) {
+   return c == ' ' || c == '\t';
+}
+
+bool beginsWord( std::string_view line, size_t at ) {
+   return at > 0 && !isBlank( line[at] ) && isBlank( line[at - 1] );
+}
+
+bool beginsColumn( std::string_view line, size_t at ) {
+   return beginsWord( line, at ) && at > 1 && isBlank( line[at - 2] );
+}
+
+size_t hangOf( std::string_view line, size_t width ) {
+   const size_t indent = line.find_first_not_of( kBlanks );
+   for ( size_t at = std::min( width / 2, line.size() - 1 ); at > indent; --at )
+      if ( beginsColumn( line, at ) ) return at;
+   return std::min( indent + kIndent, width / 2 );
+}
+
+// Where the next line begins. Candidates are the words beyond `after` before which the
+// line fits into `room`: the last of them at a good place is taken, or else the last of
+// all. Where the line fits before none, the first word is taken. The line's end stands for
+// no such word.
+size_t nextLine( std::string_view line, size_t after, size_t room ) {
+   size_t good = line.size(), any = line.size();
+   int depth = 0;
+   for ( size_t at = 1; at < line.size(); ++at ) {
+      depth += line[at - 1] == '(' ? 1 : line[at - 1] == ')' ? -1 : 0;
+      if ( at <= after || !beginsWord( line, at ) ) continue;
+      const size_t end = line.find_last_not_of( kBlanks, at - 1 ) + 1;
+      if ( end > room && any != line.size() ) break;
+      any = at;
+      if ( end > room ) break;
+      if ( beginsColumn( line, at ) || line[at - 1] == '\t' ||
+           ( line[end - 1] == ',' && depth == 0 ) )
+         good = at;
+   }
+   return good != line.size() ? good : any;
+}
+
+void append( std::string& out, std::string_view line ) {
+   line = line.substr( 0, line.find_last_not_of( kBlanks ) + 1 );
+   out += line;
+   std::replace( out.end() - static_cast<std::ptrdiff_t>( line.size() ), out.end(),
+                 '\t', ' ' );
+   out += '\n';
+}
+
+void foldLine( std::string& out, std::string_view line, size_t width ) {
+   if ( line.size() <= width ) return append( out, line );
+   const size_t hang = hangOf( line, width );
+   size_t indent = 0, after = hang;
+   while ( indent + line.size() > width ) {
+      const size_t next = nextLine( line, after, width - indent );
+      if ( next == line.size() ) break;
+      append( out.append( indent, ' ' ), line.substr( 0, next ) );
+      line.remove_prefix( next );
+      indent = hang;
+      after = 0;
+   }
+   append( out.append( indent, ' ' ), line );
+}
+
+}
+
+size_t outputWidth() {
+   size_t width = 0;
+   if ( const char* columns = std::getenv( "COLUMNS" ) ) {
+      const std::string_view text( columns );
+      std::from_chars( text.data(), text.data() + text.size(), width );
+   }
+   winsize size{};
+   if ( width == 0 && ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 )
+      width = size.ws_col;
+   return width == 0 ? noFold : std::max( width, kLeastWidth );
+}
+
+std::string folded( std::string_view text, size_t width ) {
+   std::string out;
+   while ( !text.empty() ) {
+      const size_t end = std::min( text.find( '\n' ), text.size() );
+      foldLine( out, text.substr( 0, end ), width );
+      text.remove_prefix( std::min( end + 1, text.size() ) );
+   }
+   return out;
+}
+
+}

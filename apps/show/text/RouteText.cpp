@@ -1,0 +1,170 @@
+#include "apps/show/text/RouteText.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "apps/json/YangData.h"
+#include "apps/mirror/Rps.h"
+#include "apps/show/text/Words.h"
+
+namespace Show {
+
+namespace Sm = Routing::Pim::SparseMode;
+
+namespace {
+
+std::string metricText( const Rpf& rpf ) {
+   if ( rpf == Rpf() ) return "none";
+   return fmt::format( "{}/{}", rpf.preference, rpf.metric.value );
+}
+
+std::string nameOrNone( Vantu::IntfId intfId ) {
+   return intfId.empty() ? "none" : nameText( intfId );
+}
+
+std::string yesNo( bool value ) {
+   return value ? "yes" : "no";
+}
+
+// "prune pending (prunePending)": the word, and the state for those who know it.
+template <class State>
+std::string stateText( State state, const char* prefix = "" ) {
+   const Mox::String name = stringValue( state );
+   std::string word = yangName( name, prefix );
+   std::replace( word.begin(), word.end(), '-', ' ' );
+   return word == name ? word : fmt::format( "{} ({})", word, name );
+}
+
+std::string assertStateText( Sm::AssertState state ) {
+   const char* word = state == Sm::iAmAssertWinner  ? "won"
+                      : state == Sm::iAmAssertLoser ? "lost"
+                                                    : "no info";
+   return fmt::format( "{} ({})", word, stringValue( state ) );
+}
+
+// "lost (A2)": the actions of RFC 7761, 4.6.1 and 4.6.2.
+std::string actionText( uint8_t action ) {
+   constexpr const char* kWords[] = { "won",       "lost",      "sent again",
+                                      "cancelled", "forgotten", "lost" };
+   if ( action == 0 ) return "none";
+   if ( action > std::size( kWords ) ) return fmt::format( "unknown ({})", action );
+   return fmt::format( "{} (A{})", kWords[action - 1], action );
+}
+
+template <class Out>
+void field( Out out, const char* indent, const char* name,
+            const std::string& value ) {
+   fmt::format_to( out, "{}{:<25}{}\n", indent, name, value );
+}
+
+void routeDetail( std::string& text, const Route& route ) {
+   auto out = std::back_inserter( text );
+   constexpr const char* kIndent = "      ";
+   field( out, kIndent, "flags", route.routeFlagsString() );
+   field( out, kIndent, "rpf", rpfText( route.rpf(), route.rpfAttached() ) );
+   field( out, kIndent, "rpf metric", metricText( route.rpf() ) );
+   field( out, kIndent, "previous rpf", rpfText( route.prevRpf(), false ) );
+   field( out, kIndent, "previous rpf metric", metricText( route.prevRpf() ) );
+   field( out, kIndent, "fast-reroute rpf",
+          rpfText( route.rpfFrr(), route.rpfFrrAttached() ) );
+   field( out, kIndent, "fast-reroute rpf metric", metricText( route.rpfFrr() ) );
+   field( out, kIndent, "border router interface", nameOrNone( route.mbrIif() ) );
+   field( out, kIndent, "interface switch", stateText( route.iifSwitchState() ) );
+   field( out, kIndent, "switch pending", yesNo( route.iifSwitchPending() ) );
+   field( out, kIndent, "upstream join state",
+          stateText( route.upJoinState(), "up" ) );
+   field( out, kIndent, "upstream rpt state",
+          stateText( route.upRptState(), "upRpt" ) );
+}
+
+void intfDetail( std::string& text, const Intf& intf, double now ) {
+   auto out = std::back_inserter( text );
+   constexpr const char* kIndent = "          ";
+   field( out, kIndent, "forwards in a failover", yesNo( intf.fastForward() ) );
+   field( out, kIndent, "join state", stateText( intf.joinState() ) );
+   field( out, kIndent, "last join", agoText( intf.lastJoinReceived(), now ) );
+   field( out, kIndent, "rpt state", stateText( intf.rptState(), "rpt" ) );
+   field( out, kIndent, "last rpt prune",
+          agoText( intf.lastRptPruneReceived(), now ) );
+   field( out, kIndent, "assert state",
+          assertStateText( intf.assertInfo().assertState ) );
+   if ( intf.assertInfo().assertState != Sm::assertNoInfo ) {
+      field( out, kIndent, "assert winner",
+             valueToStrep( intf.assertInfo().assertWinnerMetric ) );
+   }
+   field( out, kIndent, "last assert action",
+          actionText( intf.lastAssertAction() ) );
+   field( out, kIndent, "local receiver include",
+          yesNo( intf.localReceiverInclude() ) );
+   field( out, kIndent, "local receiver exclude",
+          yesNo( intf.localReceiverExclude() ) );
+   field( out, kIndent, "to be deleted", yesNo( intf.toBeDeleted() ) );
+   field( out, kIndent, "allow rp in use", yesNo( intf.allowRpInUse() ) );
+}
+
+}
+
+Columns columnsFor( const std::vector<const Route*>& routes,
+                    const RouteFilter& filter ) {
+   Columns columns;
+   for ( const Route* route : routes ) {
+      columns.key = std::max( columns.key, keyText( route->key() ).size() );
+      for ( const Intf* intf : selectIntfs( *route, filter ) )
+         columns.intf = std::max( columns.intf, nameText( intf->intfId() ).size() );
+   }
+   return columns;
+}
+
+std::string routeLine( const Route& route, const Columns& columns, double now,
+                       bool startsHere ) {
+   const Rpf incoming = route.incomingRpf();
+   return fmt::format(
+      "{:<{}}  {:>7}  {}  {}{}{}\n", keyText( route.key() ), columns.key,
+      route.creationTime() == 0.0 ? "unknown"
+                                  : spanText( now - route.creationTime() ),
+      treeText( route ), incoming == Rpf() ? "" : "in ",
+      startsHere ? "from its RP, this router"
+                 : rpfText( incoming, route.incomingAttached() ),
+      route.upJoinState() == Sm::upJoined ? "  upstream joined" : "" );
+}
+
+std::string intfLine( const Intf& intf, const Columns& columns, double now ) {
+   std::string line =
+      fmt::format( "    {:<{}}  {:<16}  {}", nameText( intf.intfId() ),
+                   columns.intf, forwardText( intf ), intfReason( intf, now ) );
+   line.erase( line.find_last_not_of( ' ' ) + 1 );
+   return line + '\n';
+}
+
+std::string routesHeading( const Mirror& mirror, size_t matching ) {
+   size_t all = mirror.model->route().size();
+   std::string count =
+      matching == all
+         ? fmt::format( "{} route{}", all, all == 1 ? "" : "s" )
+         : fmt::format( "{} of {} route{}", matching, all, all == 1 ? "" : "s" );
+   return fmt::format( "vrf {} {}: {}, agent {}\n", vrfText( mirror ),
+                       familyName( mirror.family ), count,
+                       mirror.writerAlive() ? "running" : "gone" );
+}
+
+std::string routesText( const Mirror& mirror, const RouteFilter& filter,
+                        bool detail, double now ) {
+   auto routes = selectRoutes( mirror, filter );
+   std::string text = routesHeading( mirror, routes.size() );
+   if ( !routes.empty() ) text += '\n';
+   Columns columns = columnsFor( routes, filter );
+   const Rps rps( mirror );
+   for ( const Route* route : routes ) {
+      text += routeLine( *route, columns, now, rps.startsHere( *route ) );
+      if ( detail ) routeDetail( text, *route );
+      for ( const Intf* intf : selectIntfs( *route, filter ) ) {
+         text += intfLine( *intf, columns, now );
+         if ( detail ) intfDetail( text, *intf, now );
+      }
+   }
+   return text;
+}
+
+}

@@ -1,0 +1,144 @@
+#include "apps/show/text/Words.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "apps/program/Printable.h"
+
+namespace Show {
+
+namespace Sm = Routing::Pim::SparseMode;
+
+std::string nameText( Vantu::IntfId intfId ) {
+   return Programs::printable( intfId.name() );
+}
+
+std::string vrfText( const Mirror& mirror ) {
+   return Programs::printable( mirror.vrf() );
+}
+
+std::string keyText( const Routing::Pim::RouteKey& key ) {
+   std::ostringstream out;
+   out << key;
+   return out.str();
+}
+
+std::string spanText( double seconds ) {
+   struct Unit {
+      uint64_t seconds;
+      char letter;
+   };
+   constexpr Unit kUnits[] = {
+      { 86400, 'd' }, { 3600, 'h' }, { 60, 'm' }, { 1, 's' } };
+   // What stands in a table may be any number, even none.
+   constexpr double kLongest = 1e12;
+   auto left =
+      seconds > 0 ? static_cast<uint64_t>( std::min( seconds, kLongest ) ) : 0;
+   for ( size_t i = 0; i + 1 < std::size( kUnits ); ++i ) {
+      if ( left < kUnits[i].seconds ) continue;
+      uint64_t first = left / kUnits[i].seconds;
+      uint64_t second = left % kUnits[i].seconds / kUnits[i + 1].seconds;
+      std::string out = fmt::format( "{}{}", first, kUnits[i].letter );
+      if ( second != 0 ) out += fmt::format( "{}{}", second, kUnits[i + 1].letter );
+      return out;
+   }
+   return fmt::format( "{}s", left );
+}
+
+std::string agoText( double time, double now ) {
+   return time == 0.0 ? "never" : spanText( now - time ) + " ago";
+}
+
+std::string noInterfacesText( const Mirror& mirror ) {
+   return Mirror::problem( mirror.agent->interface() ).kind ==
+                Mirror::Problem::missing
+             ? "the agent publishes no interfaces"
+             : "the agent's table of interfaces cannot be read";
+}
+
+std::string lastWriteText( const Mirror& mirror ) {
+   const auto since = mirror.sinceLastWrite();
+   return fmt::format( "As of the agent's last write, {}{}.\n",
+                       since ? spanText( *since ) + " ago" : "at an unknown time",
+                       mirror.writerAlive() ? "" : "; it is gone" );
+}
+
+std::string rpfText( const Rpf& rpf, bool attached ) {
+   if ( rpf == Rpf() ) return "unresolved";
+   const std::string intf = nameText( rpf.intfId );
+   if ( attached ) return intf + ", attached";
+   return intf + " via " + Vantu::valueToStrep( rpf.neighbor );
+}
+
+std::string treeText( const Route& route ) {
+   if ( route.spTree() ) return "source tree";
+   if ( route.rpTree() || route.wildCard() ) return "shared tree";
+   return "no tree";
+}
+
+std::string forwardText( const Intf& intf ) {
+   return intf.forward() ? "forwards" : "does not forward";
+}
+
+namespace {
+
+void append( std::string& out, const std::string& part ) {
+   if ( !out.empty() ) out += ", ";
+   out += part;
+}
+
+std::string assertText( const Sm::AssertInfo& info ) {
+   std::string who = Vantu::valueToStrep( info.assertWinnerMetric.address );
+   return info.assertState == Sm::iAmAssertWinner ? "assert won"
+                                                  : "assert lost to " + who;
+}
+
+// Do we know that the members here are not ours?
+bool servedByAnother( const Intf& intf ) {
+   return !intf.forward() && intf.pimIntf() != nullptr && !intf.iAmDr();
+}
+
+// A record with nothing of its own stands for the (*,G) route's.
+std::string inheritedText( const Intf& intf ) {
+   const Intf* shared = intf.wcIntf();
+   if ( shared == nullptr || shared == &intf ) return "";
+   if ( !intf.forward() && shared->assertInfo().assertState == Sm::iAmAssertLoser )
+      return "(*,G) " + assertText( shared->assertInfo() );
+   const char* how = intf.forward() ? "inherits" : "in spite of";
+   if ( shared->joinState() != Intf::noInfo )
+      return fmt::format( "{} the (*,G) join", how );
+   if ( !shared->localReceiverInclude() ) return "";
+   return servedByAnother( intf ) ? "(*,G) member, another router is DR"
+                                  : fmt::format( "{} the (*,G) member", how );
+}
+
+}
+
+std::string intfReason( const Intf& intf, double now ) {
+   std::string out;
+   const Route* route = intf.parentRoute();
+   if ( route != nullptr && intf.intfId() == route->incomingIntf() )
+      append( out, "incoming interface" );
+   if ( intf.joinState() == Intf::prunePending ) append( out, "prune pending" );
+   if ( intf.joinState() != Intf::noInfo ) {
+      append( out, "last join " + agoText( intf.lastJoinReceived(), now ) );
+   }
+   if ( intf.rptState() != Intf::rptNoInfo ) {
+      append( out, ( intf.prunesSgRpt() ? "source pruned "
+                                        : "source prune pending, last " ) +
+                      agoText( intf.lastRptPruneReceived(), now ) );
+   }
+   if ( intf.localReceiverInclude() )
+      append( out,
+              servedByAnother( intf ) ? "member, another router is DR" : "member" );
+   if ( intf.localReceiverExclude() ) append( out, "source excluded" );
+   if ( intf.assertInfo().assertState != Sm::assertNoInfo ) {
+      append( out, assertText( intf.assertInfo() ) );
+   }
+   if ( out.empty() ) append( out, inheritedText( intf ) );
+   return out;
+}
+
+}

@@ -1,0 +1,43 @@
+// How the tool words what it shows.
+#pragma once
+
+#include <string>
+
+#include "apps/mirror/Mirrors.h"
+
+namespace Show {
+
+// Names as text may have them: other agents take what they like.
+std::string nameText( Vantu::IntfId intfId );
+std::string vrfText( const Mirror& mirror );
+
+// "(S, G)", "(*, G)".
+std::string keyText( const Routing::Pim::RouteKey& key );
+
+// A span of seconds in one or two units: "12s", "3m5s", "2h10m", "4d3h"; "0s" when
+// negative, as a clock read before the time was written.
+std::string spanText( double seconds );
+
+// "12s ago"; "never" for the time 0.
+std::string agoText( double time, double now );
+
+// "the agent publishes no interfaces": why its addresses and DR roles are not known.
+std::string noInterfacesText( const Mirror& mirror );
+
+// "As of the agent's last write, 12s ago.", a line.
+std::string lastWriteText( const Mirror& mirror );
+
+// "eth0 via 192.0.2.1", "eth0, attached", "unresolved".
+std::string rpfText( const Rpf& rpf, bool attached );
+
+// "source tree", "shared tree", "no tree".
+std::string treeText( const Route& route );
+
+// "forwards", "does not forward": as the agent wrote it.
+std::string forwardText( const Intf& intf );
+
+// What the tables tell of an interface besides: last join and prune, members, assert,
+// the (*,G) record that it stands for.
+std::string intfReason( const Intf& intf, double now );
+
+}

@@ -1,0 +1,118 @@
+#include "apps/show/watch/Terminal.h"
+
+#include <ncurses.h>
+#include <sys/ioctl.h>
+#include <termcap.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstdlib>
+
+#include "apps/program/Ending.h"
+
+namespace Show {
+
+namespace {
+
+void put( int row, const std::string& text ) {
+   mvaddnstr( row, 0, text.c_str(), std::max( 0, COLS ) );
+}
+
+// Is it known, and can its cursor be moved? newterm() keeps some memory of a terminal that
+// it does not know, and writes blanks to one of the other kind.
+bool isUsable() {
+   const char* type = std::getenv( "TERM" );
+   char move[] = "cm";
+   return type != nullptr && tgetent( nullptr, type ) == 1 &&
+          tgetstr( move, nullptr ) != nullptr;
+}
+
+}
+
+Terminal::Terminal() {
+   std::setlocale( LC_ALL, "" );
+   if ( isUsable() ) screen_ = newterm( nullptr, stdout, stdin );
+   if ( screen_ == nullptr )
+      throw Programs::WrongUsage(
+         "cannot use this terminal: set TERM, or watch with "
+         "--json-lines" );
+   set_term( screen_ );
+   cbreak();
+   noecho();
+   nodelay( stdscr, true );
+   keypad( stdscr, true );
+   curs_set( 0 );
+   mark_ = A_REVERSE;
+   if ( std::getenv( "NO_COLOR" ) == nullptr && has_colors() ) {
+      start_color();
+      use_default_colors();
+      init_pair( 1, COLOR_GREEN, -1 );
+      mark_ = COLOR_PAIR( 1 ) | A_BOLD;
+   }
+}
+
+Terminal::~Terminal() {
+   endwin();
+   delscreen( screen_ );
+}
+
+int Terminal::rows() const {
+   return LINES;
+}
+
+size_t Terminal::columns() const {
+   return static_cast<size_t>( std::max( 1, COLS ) );
+}
+
+void Terminal::begin() {
+   winsize size{};
+   if ( ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 && size.ws_row > 0 &&
+        is_term_resized( size.ws_row, size.ws_col ) )
+      resizeterm( size.ws_row, size.ws_col );
+   erase();
+   row_ = 0;
+}
+
+void Terminal::line( const std::string& text, bool marked ) {
+   if ( full() ) return;
+   if ( marked ) attron( mark_ );
+   put( row_++, text );
+   if ( marked ) attroff( mark_ );
+}
+
+void Terminal::end( const std::string& footer ) {
+   attron( A_REVERSE );
+   put( LINES - 1, footer );
+   attroff( A_REVERSE );
+   refresh();
+}
+
+Terminal::Key Terminal::key() {
+   switch ( getch() ) {
+      case ERR:
+         return none;
+      case 'q':
+         return quit;
+      case KEY_UP:
+         return up;
+      case KEY_DOWN:
+         return down;
+      case KEY_PPAGE:
+         return pageUp;
+      case KEY_NPAGE:
+      case ' ':
+         return pageDown;
+      case KEY_HOME:
+         return top;
+      case KEY_END:
+         return bottom;
+      case 'L' & 0x1f:
+         clearok( curscr, true );
+         return other;
+      default:
+         return other;
+   }
+}
+
+}

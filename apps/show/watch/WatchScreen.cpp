@@ -1,0 +1,273 @@
+#include "apps/show/watch/WatchScreen.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <limits>
+#include <optional>
+#include <sstream>
+#include <unordered_map>
+#include <utility>
+
+#include "apps/mirror/Rps.h"
+#include "apps/show/text/Fold.h"
+#include "apps/show/text/RouteText.h"
+#include "apps/show/watch/Terminal.h"
+
+namespace Show {
+
+namespace {
+
+using Routing::Pim::RouteIntfKey;
+using Routing::Pim::RouteKey;
+
+constexpr double kInterval = 0.5;   // s, between two pictures
+constexpr double kHighlight = 3.0;  // s, that a change stays marked
+
+// When what last changed, and how many changes there were.
+class Recent : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
+ public:
+   Recent( const Mirror& mirror, const Mox::Clock& clock )
+      : mirror_( mirror ), tables_( mirror.tables ), clock_( clock ) {
+      notifierIs( tables_.get() );
+   }
+
+   using NotifieeConst::onRoute;
+   using NotifieeConst::onRouteIntf;
+   void onRoute( const RouteKey& key ) override {
+      ++count_;
+      routes_[key] = clock_.now();
+   }
+   void onRouteIntf( const RouteIntfKey& key ) override {
+      ++count_;
+      intfs_[key] = clock_.now();
+   }
+
+   bool changed( const RouteKey& key ) const { return routes_.contains( key ); }
+   bool changed( const RouteIntfKey& key ) const { return intfs_.contains( key ); }
+
+   // Forgets what is no longer marked, and takes the rate since the last call.
+   void update( double now ) {
+      const double past = now - kHighlight;
+      std::erase_if( routes_, [&]( const auto& e ) { return e.second < past; } );
+      std::erase_if( intfs_, [&]( const auto& e ) { return e.second < past; } );
+      const double span = std::max( now - lastTime_, 1e-3 );
+      rate_ = static_cast<double>( count_ - lastCount_ ) / span;
+      lastTime_ = now;
+      lastCount_ = count_;
+   }
+   // Changes a second.
+   double rate() const { return rate_; }
+   const Mirror& mirror() const { return mirror_; }
+
+   // Of the present picture: its routes, their RPs, and the widths of what may be seen.
+   size_t matching = 0;
+   std::optional<Rps> rps;
+   Columns columns;
+
+ private:
+   const Mirror& mirror_;
+   Mox::Ptr<const Routing::Pim::SparseMode::Brane::Status> tables_;
+   const Mox::Clock& clock_;
+   std::unordered_map<RouteKey, double> routes_;
+   std::unordered_map<RouteIntfKey, double> intfs_;
+   uint64_t count_ = 0, lastCount_ = 0;
+   double lastTime_ = 0.0, rate_ = 0.0;
+};
+
+class Screen : public Mox::Clock::Notifiee {
+ public:
+   Screen( Mirrors& mirrors, const RouteFilter& filter )
+      : Notifiee( &mirrors.clock() ),
+        mirrors_( mirrors ),
+        filter_( filter ),
+        keys_( mirrors.loop(), STDIN_FILENO, [this] { readKeys(); } ) {
+      wakeupTimeIs( clock()->now() );
+   }
+
+ private:
+   void onTime() override {
+      const double start = clock()->now();
+      draw();
+      // Never more than half of the time goes into pictures.
+      const double cost = clock()->now() - start;
+      wakeupTimeIs( clock()->now() + std::max( kInterval, cost ) );
+   }
+
+   void readKeys() {
+      const int page = std::max( 1, terminal_.rows() - 3 );
+      for ( auto key = terminal_.key(); key != Terminal::none;
+            key = terminal_.key() ) {
+         if ( key == Terminal::quit ) return mirrors_.loop().stop();
+         if ( key == Terminal::up ) within_ -= 1;
+         if ( key == Terminal::down ) within_ += 1;
+         if ( key == Terminal::pageUp ) within_ -= page;
+         if ( key == Terminal::pageDown ) within_ += page;
+         if ( key == Terminal::top ) first_ = 0, within_ = 0;
+         if ( key == Terminal::bottom ) first_ = kLast, within_ = 0;
+      }
+      wakeupTimeIs( clock()->now() );
+   }
+
+   struct Matching {
+      const Recent* recent;
+      const Route* route;
+   };
+   struct Row {
+      std::string text;
+      bool marked;
+   };
+
+   void draw() {
+      followVrfs();
+      terminal_.begin();
+      select();
+      scroll();
+      align();
+      const Recent* headed = nullptr;
+      for ( size_t i = first_; i < matching_.size() && !terminal_.full(); ++i ) {
+         if ( std::exchange( headed, matching_[i].recent ) != matching_[i].recent )
+            drawHeading( *headed, i != first_ );
+         const std::vector<Row> rows = rowsOf( matching_[i] );
+         // The route stays to be seen above what of it was not scrolled away.
+         terminal_.line( rows[0].text, rows[0].marked );
+         for ( size_t k = 1 + ( i == first_ ? within_ : 0 ); k < rows.size(); ++k )
+            terminal_.line( rows[k].text, rows[k].marked );
+      }
+      for ( const Recent* recent : without_ )
+         drawHeading( *recent, headed != nullptr );
+      terminal_.end( fmt::format(
+         "q leaves, arrows move; route {} of {}; changes of the last {:.0f} s are "
+         "marked",
+         matching_.empty() ? 0 : first_ + 1, matching_.size(), kHighlight ) );
+   }
+
+   // As they come and go.
+   void followVrfs() {
+      for ( auto& recent : recent_ ) {
+         const Mirror& mirror = recent->mirror();
+         if ( !mirror.removed() ) continue;
+         recent.reset();
+         mirrors_.drop( mirror );
+      }
+      mirrors_.rescan();
+      std::vector<std::unique_ptr<Recent>> all;
+      for ( const auto& mirror : mirrors_.all() ) {
+         auto found = std::find_if(
+            recent_.begin(), recent_.end(), [&]( const auto& recent ) {
+               return recent != nullptr && &recent->mirror() == mirror.get();
+            } );
+         all.push_back( found != recent_.end() ? std::move( *found )
+                                               : std::make_unique<Recent>(
+                                                    *mirror, mirrors_.clock() ) );
+      }
+      recent_ = std::move( all );
+   }
+
+   // What there is to see now, and the mirrors in which there is nothing.
+   void select() {
+      matching_.clear();
+      without_.clear();
+      for ( const auto& recent : recent_ ) {
+         recent->update( clock()->now() );
+         const auto routes = selectRoutes( recent->mirror(), filter_ );
+         if ( routes.empty() ) without_.push_back( recent.get() );
+         for ( const Route* route : routes )
+            matching_.push_back( { recent.get(), route } );
+         recent->matching = routes.size();
+         recent->rps.emplace( recent->mirror() );
+      }
+   }
+
+   // From the row that keys led to, to the route that it is of.
+   void scroll() {
+      if ( matching_.empty() ) {
+         first_ = 0, within_ = 0;
+         return;
+      }
+      first_ = std::min( first_, matching_.size() - 1 );
+      auto rows = [this] {
+         return static_cast<int>( rowsOf( matching_[first_] ).size() );
+      };
+      for ( ; within_ < 0 && first_ > 0; within_ += rows() ) --first_;
+      within_ = std::max( 0, within_ );
+      for ( int here = rows(); within_ >= here; here = rows() ) {
+         if ( first_ + 1 == matching_.size() ) {
+            within_ = here - 1;
+         } else {
+            within_ -= here;
+            ++first_;
+         }
+      }
+   }
+
+   // The columns of what may come into the picture, for each mirror by itself.
+   void align() {
+      const auto begin = matching_.begin() + static_cast<ptrdiff_t>( first_ );
+      const auto end =
+         begin + std::min<ptrdiff_t>( terminal_.rows(), matching_.end() - begin );
+      for ( const auto& recent : recent_ ) {
+         std::vector<const Route*> routes;
+         for ( auto each = begin; each != end; ++each )
+            if ( each->recent == recent.get() ) routes.push_back( each->route );
+         recent->columns = columnsFor( routes, filter_ );
+      }
+   }
+
+   void drawHeading( const Recent& recent, bool apart ) {
+      if ( apart ) terminal_.line( "", false );
+      std::string heading = routesHeading( recent.mirror(), recent.matching );
+      heading.pop_back();
+      for ( const std::string& row : rowsOf(
+               fmt::format( "{}, {:.1f} changes/s", heading, recent.rate() ) ) )
+         terminal_.line( row, false );
+   }
+
+   // As many as the line takes.
+   std::vector<std::string> rowsOf( const std::string& line ) const {
+      std::istringstream text( folded( line, terminal_.columns() ) );
+      std::vector<std::string> rows;
+      for ( std::string row; std::getline( text, row ); ) rows.push_back( row );
+      return rows;
+   }
+
+   std::vector<Row> rowsOf( const Matching& matching ) const {
+      const double now = clock()->now();
+      const Route& route = *matching.route;
+      std::vector<Row> rows;
+      auto add = [&]( const std::string& line, bool marked ) {
+         for ( std::string& row : rowsOf( line ) )
+            rows.push_back( { std::move( row ), marked } );
+      };
+      add( routeLine( route, matching.recent->columns, now,
+                      matching.recent->rps->startsHere( route ) ),
+           matching.recent->changed( route.key() ) );
+      for ( const Intf* intf : selectIntfs( route, filter_ ) )
+         add( intfLine( *intf, matching.recent->columns, now ),
+              matching.recent->changed( { route.key(), intf->intfId() } ) );
+      return rows;
+   }
+
+   static constexpr size_t kLast = std::numeric_limits<size_t>::max();
+
+   Mirrors& mirrors_;
+   RouteFilter filter_;
+   std::vector<std::unique_ptr<Recent>> recent_;
+   Terminal terminal_;
+   Mox::Loop::FdWatcher keys_;
+   // Of the present picture.
+   std::vector<Matching> matching_;
+   std::vector<const Recent*> without_;
+   size_t first_ = 0;  // route at the top
+   int within_ = 0;    // rows of it that were scrolled away
+};
+
+}
+
+void watchOnScreen( Mirrors& mirrors, const RouteFilter& filter ) {
+   Screen screen( mirrors, filter );
+   mirrors.loop().run();
+}
+
+}

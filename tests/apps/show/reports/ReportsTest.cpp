@@ -1,0 +1,426 @@
+// What the tool prints of the shown router, word for word.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "apps/json/RouteJson.h"
+#include "apps/json/YangData.h"
+#include "apps/show/metrics/MetricsReport.h"
+#include "apps/show/reports/CheckReport.h"
+#include "apps/show/reports/Explain.h"
+#include "apps/show/reports/HistogramReport.h"
+#include "apps/show/reports/InterfaceReport.h"
+#include "apps/show/reports/RegisterReport.h"
+#include "apps/show/reports/StatusReport.h"
+#include "apps/show/text/Fold.h"
+#include "apps/show/text/RouteText.h"
+#include "tests/apps/mirror/Published.h"
+#include "tests/support/Damage.h"
+
+namespace Show {
+namespace {
+
+// Of the text as it stands where nothing folds it. UPDATE_GOLDEN=1 in the environment
+// writes the files anew.
+void expectGolden( const char* name, const std::string& printed ) {
+   const std::string text = folded( printed, noFold );
+   std::string path = std::string( PIMSM_GOLDEN ) + '/' + name;
+   if ( std::getenv( "UPDATE_GOLDEN" ) != nullptr ) std::ofstream( path ) << text;
+   std::ifstream file( path );
+   ASSERT_TRUE( file.is_open() ) << path;
+   std::stringstream expected;
+   expected << file.rdbuf();
+   EXPECT_EQ( text, expected.str() )
+      << "UPDATE_GOLDEN=1 writes " << path << " anew";
+}
+
+class Reports : public testing::Test {
+ protected:
+   std::string routes( const RouteFilter& filter, bool detail = false ) const {
+      std::string out;
+      for ( const auto& mirror : view.all().all() ) {
+         if ( !out.empty() ) out += '\n';
+         out += routesText( *mirror, filter, detail, ShownRouter::now );
+      }
+      return out;
+   }
+
+   ShownRouter router;
+   View view{ router.root.path() };
+};
+
+TEST_F( Reports, Routes ) {
+   expectGolden( "routes.txt", routes( {} ) );
+}
+
+TEST_F( Reports, RoutesInDetail ) {
+   RouteFilter filter;
+   filter.source = prefixArgument( "198.51.100.7" );
+   filter.iface = "eth3";
+   expectGolden( "detail.txt", routes( filter, true ) );
+}
+
+TEST_F( Reports, Explanation ) {
+   Question question;
+   question.route = SmTest::sgKey( "198.51.100.7", "239.1.2.3" );
+   question.intfId = Vantu::IntfId( "eth3" );
+   const Mirror& mirror = view.mirror( "default", Vantu::AddressFamily::ipv4 );
+   std::string text = explainText( mirror, question, ShownRouter::now ) + '\n';
+   question.macro = "lostAssertSg";
+   question.all = true;
+   text += explainText( mirror, question, ShownRouter::now );
+   expectGolden( "explain-macro.txt", text );
+   expectGolden( "explain-macro.json",
+                 explainJson( mirror, question ).dump( 2 ) + '\n' );
+}
+
+// With the agent's interfaces; every one of the group's routes.
+TEST_F( Reports, OutgoingLists ) {
+   router.publishInterfaces();
+   View later( router.root.path() );
+   const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
+   std::string text;
+   for ( const char* source : { "0.0.0.0", "198.51.100.7", "198.51.100.9" } ) {
+      Question question;
+      question.route = SmTest::sgKey( source, "239.1.2.3" );
+      text += explainText( mirror, question, ShownRouter::now ) + '\n';
+   }
+   expectGolden( "explain.txt", text );
+   Question question;
+   question.route = SmTest::sgKey( "198.51.100.7", "239.1.2.3" );
+   question.intfId = Vantu::IntfId( "eth3" );
+   expectGolden( "explain.json", explainJson( mirror, question ).dump( 2 ) + '\n' );
+}
+
+TEST_F( Reports, InterfacesAndCheck ) {
+   router.publishInterfaces();
+   View later( router.root.path() );
+   const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
+   const Interfaces interfaces = interfacesOf( mirror, {} );
+   const Checked checked = check( mirror, {} );
+   expectGolden( "interfaces.txt", interfacesText( mirror, interfaces ) + '\n' +
+                                      checkText( mirror, checked ) );
+   expectGolden( "interfaces.json", envelope( mirror, "pimsm-state:interface-total",
+                                              interfacesJson( interfaces ) )
+                                          .dump( 2 ) +
+                                       '\n' + checkJson( checked ).dump( 2 ) +
+                                       '\n' );
+   RouteFilter filter;
+   filter.iface = "eth5";
+   EXPECT_EQ( interfacesText( view.mirror( "default", Vantu::AddressFamily::ipv4 ),
+                              interfacesOf( mirror, filter ) ),
+              "vrf default ipv4: 1 interface, agent running\n\n"
+              "name  DR       nbrs in join memb won lost fwd  address\n"
+              "eth5  unknown     -  0    1    0   0    0   2  unknown\n" );
+}
+
+// Each kind of fault, and nothing but it.
+TEST_F( Reports, CheckFindsWhatContradictsItself ) {
+   Published other( router.clock, router.root.path(), Vantu::AddressFamily::ipv4,
+                    "blue" );
+   auto wc = other.vrf().wc( "239.1.2.3" ).rpf( "eth0" );
+   wc.intf( "eth1" ).joined()->forwardIs( true );
+   wc.intf( "eth0" ).joined();  // incoming: does not forward all the same
+   wc.intf( "eth2" ).include();
+   other.publish();
+   auto found = [&] {
+      View blue( router.root.path(), "blue" );
+      std::string kinds;
+      const Checked checked = check( *blue.all().all()[0], {} );
+      for ( const Finding& finding : checked.findings )
+         kinds += std::string( finding.kind ) + ' ' +
+                  std::string( finding.intfId.name() ) + '\n';
+      return kinds + std::to_string( checked.undecided );
+   };
+   EXPECT_EQ( found(), "1" ) << "who is DR on eth2 is not known";
+   wc.intf( "eth1" )->forwardIs( false );
+   other.publish();
+   EXPECT_EQ( found(), "forward-differs eth1\n1" );
+   wc.intf( "eth1" )->forwardIs( true );
+   other.publish();
+   other.vrf().wc( "239.1.2.4" );
+   other.publish();
+   EXPECT_EQ( found(), "unresolved-rpf \n1" );
+   other.vrf()->routeDel( SmTest::wcKey( "239.1.2.4" ) );
+   const char* const impossible[][2] = { { "2001:db8::1", "ff0e::1" },
+                                         { "2001:db8::1", "239.1.2.3" },
+                                         { "192.0.2.1", "198.51.100.1" },
+                                         { "239.1.2.3", "239.1.2.3" } };
+   for ( const auto& [source, group] : impossible ) {
+      other.vrf().sg( source, group ).rpf( "eth0" );
+      other.publish();
+      EXPECT_EQ( found(), "impossible-address \n1" ) << source << ' ' << group;
+      other.vrf()->routeDel( SmTest::sgKey( source, group ) );
+   }
+   other.tables->routeIntfIs( Routing::Pim::SparseMode::Brane::Intf(
+      { SmTest::wcKey( "239.1.2.5" ), SmTest::intfId( "eth7" ) } ) );
+   other.publish();
+   EXPECT_EQ( found(), "no-route eth7\n1" );
+   other.tables->routeIntfDel(
+      { SmTest::wcKey( "239.1.2.5" ), SmTest::intfId( "eth7" ) } );
+   Mox::Test::breakStamp( router.root.path() + '/' + other.path + "/routeIntf",
+                          Routing::Pim::RouteIntfKey{ SmTest::wcKey( "239.1.2.3" ),
+                                                      SmTest::intfId( "eth0" ) } );
+   EXPECT_EQ( found(), "unverifiable \n1" );
+   std::filesystem::resize_file(
+      router.root.path() + '/' + other.registers->name() + "/registerOif", 100 );
+   EXPECT_EQ( found(), "unverifiable \nunreadable \n1" );
+   View blue( router.root.path(), "blue" );
+   const std::string status = statusText( *blue.all().all()[0] );
+   EXPECT_NE( status.find( "registerOif         cannot be read: " ),
+              std::string::npos )
+      << status;
+}
+
+TEST_F( Reports, TheRpHasNoWayToItselfToBeMissed ) {
+   router.publishInterfaces();
+   router.publishGroups();  // 192.0.2.9 is the RP of 239.0.0.0/8
+   router.agent->rpIs(
+      { { SmTest::addr( "239.0.0.0" ), 8 }, SmTest::addr( "192.0.2.9" ), true } );
+   router.ipv4.vrf().wc( "239.7.7.7" ).rpTree();
+   router.ipv4.vrf().wc( "239.1.10.7" ).rpTree();
+   router.ipv4.vrf().wc( "238.7.7.7" ).rpTree();
+   auto attached = router.ipv4.vrf().sg( "192.0.2.77", "239.7.7.7" ).spTree();
+   attached.rpf( SmTest::rpfBy( "eth0", "192.0.2.77" ) ).attached();
+   router.ipv4.publish();
+   View later( router.root.path() );
+   const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
+   RouteFilter filter;
+   filter.kind = "wc";
+   std::string findings;
+   for ( const Finding& finding : check( mirror, filter ).findings ) {
+      if ( finding.kind == std::string( "unresolved-rpf" ) )
+         findings += finding.text + '\n';
+   }
+   EXPECT_EQ( findings, "its group has no RP\nno way to its RP 192.0.2.254\n" );
+   filter = {};
+   filter.group = prefixArgument( "239.7.7.7" );
+   const std::string text = routesText( mirror, filter, false, ShownRouter::now );
+   EXPECT_NE( text.find( "shared tree  from its RP, this router\n" ),
+              std::string::npos )
+      << text;
+   const auto entries = routeEntries( mirror, filter, ShownRouter::now );
+   ASSERT_EQ( entries.size(), 2U );
+   EXPECT_EQ( entries[1]["incoming-interface"], "eth0" );
+   EXPECT_FALSE( entries[1].contains( "rpf-neighbor" ) ) << entries[1];
+}
+
+// A VRF that goes leaves no complaint, one that comes is waited for.
+TEST_F( Reports, OfVrfsThatComeAndGo ) {
+   Mirrors mirrors( { router.root.path(), "all", {} } );
+   const std::string root = router.root.path() + '/';
+   router.red.manager.removeTables( router.red.path );
+   EXPECT_TRUE( mirrors.load().empty() );
+   EXPECT_EQ( mirrors.all().size(), 2U );
+   const std::string table = root + router.ipv6.path + "/routeIntf";
+   std::filesystem::rename( table, table + ".away" );
+   Mirrors early( { router.root.path(), "all", {} } );
+   ASSERT_EQ( early.all()[1]->problem().kind, Mirror::Problem::missing );
+   std::filesystem::rename( table + ".away", table );
+   EXPECT_TRUE( early.load().empty() );
+   EXPECT_EQ( early.all().size(), 2U );
+}
+
+// Whichever table's bell it rang.
+TEST_F( Reports, TheLastWriteIsTheLatestOfAllTables ) {
+   namespace fs = std::filesystem;
+   const std::string tables = router.root.path() + '/' + router.ipv4.path;
+   const View own( router.root.path(), "default" );
+   const Mirror& mirror = own.mirror( "default", Vantu::AddressFamily::ipv4 );
+   for ( const char* latest : { "route", "routeIntf" } ) {
+      for ( const char* table : { "route", "routeIntf" } )
+         fs::last_write_time( tables + '/' + table + ".bell",
+                              fs::file_time_type::clock::now() -
+                                 std::chrono::hours( table == latest ? 1 : 9 ) );
+      EXPECT_EQ( spanText( mirror.sinceLastWrite().value_or( 0 ) ).substr( 0, 2 ),
+                 "1h" )
+         << latest;
+   }
+}
+
+TEST_F( Reports, RegistersAndAdvertised ) {
+   std::string text;
+   auto document = nlohmann::ordered_json::array();
+   for ( const auto& mirror : view.all().all() ) {
+      Registers registers = selectRegisters( *mirror, {} );
+      Advertised advertised = selectAdvertised( *mirror, {} );
+      text += registersText( *mirror, registers ) + '\n' +
+              advertisedText( *mirror, advertised ) + '\n';
+      document.push_back(
+         envelope( *mirror, "pimsm-state:register", registersJson( registers ) ) );
+      document.push_back( envelope( *mirror, "pimsm-state:advertised",
+                                    advertisedJson( advertised ) ) );
+   }
+   expectGolden( "registers.txt", text );
+   expectGolden( "registers.json", document.dump( 2 ) + '\n' );
+}
+
+// The longest of names and addresses, on a terminal of 80 columns.
+TEST_F( Reports, OfWideThingsOnANarrowTerminal ) {
+   constexpr auto kIpv6 = Vantu::AddressFamily::ipv6;
+   constexpr const char *kVrf = "customer-blue-multicast-east",
+                        *kGroup = "ff3e:30:2001:db8:85a3:1234:8000:2",
+                        *kSource = "2001:db8:85a3:1234:5678:8a2e:370:7334";
+   Published wide( router.clock, router.root.path(), kIpv6, kVrf );
+   auto wc = wide.vrf().wc( kGroup ).rpTree().upJoined();
+   wc.rpf( SmTest::rpfBy( "Port-Channel1200.3000", "fe80::21b:21ff:fe5c:1234" ) );
+   wc->creationTimeIs( ShownRouter::now - 123456 );
+   wc.intf( "Ethernet13/1/24.4001" )
+      .include()
+      .wonAssert( "[*] fe80::21b:21ff:fe5c:4321 [2147483647/4294967295]" );
+   auto sg = wide.vrf().sg( kSource, kGroup ).spTree().upJoined();
+   sg.rpf( SmTest::rpfBy( "Port-Channel1200.3000", kSource ) );
+   auto lost = sg.intf( "Ethernet13/1/24.4001" ).prunePending().exclude();
+   lost.rptPruned().lostAssertTo( "fe80::21b:21ff:fe5c:4321" );
+   lost->lastJoinReceivedIs( ShownRouter::now - 99 );
+   lost->lastRptPruneReceivedIs( ShownRouter::now - 99999 );
+   sg.intf( "Ethernet13/1/24.4003" ).joined();
+   namespace Sm = Routing::Pim::SparseMode;
+   const Sm::InternalRouteKey key( SmTest::sgKey( kSource, kGroup ) );
+   wide.registers->drDiscoveredSgIs( key );
+   wide.registers->anycastDiscoveredSgIs( key );
+   wide.advertised->collIs( { key.key, SmTest::addr( kSource ), true } );
+   auto agent = ::Published::FamilyStatus::mount(
+      wide.manager,
+      ::Published::FamilyStatus::mountPath( kIpv6, L3::VrfName( kVrf ) ),
+      ::Brane::tableWriter );
+   for ( const char* name : { "Ethernet13/1/24.4001", "Port-Channel1200.3000" } )
+      agent->interfaceIs( { SmTest::intfId( name ),
+                            SmTest::addr( "fe80::21b:21ff:fe5c:99" ), 64, false,
+                            12 } );
+   wide.publish();
+   View later( router.root.path(), kVrf );
+   const Mirror& mirror = later.mirror( kVrf, kIpv6 );
+   Question question;
+   question.route = key.key;
+   std::string text = routesText( mirror, {}, true, ShownRouter::now ) + '\n' +
+                      explainText( mirror, question, ShownRouter::now ) + '\n' +
+                      checkText( mirror, check( mirror, {} ) ) + '\n' +
+                      interfacesText( mirror, interfacesOf( mirror, {} ) ) + '\n' +
+                      registersText( mirror, selectRegisters( mirror, {} ) ) +
+                      advertisedText( mirror, selectAdvertised( mirror, {} ) ) +
+                      '\n' + histogramText( mirror ) + '\n';
+   question.intfId = SmTest::intfId( "Ethernet13/1/24.4001" );
+   question.macro = "lostAssertSg";
+   text += explainText( mirror, question, ShownRouter::now );
+   text = folded( text, 80 );
+   expectGolden( "narrow.txt", text );
+   std::istringstream lines( text );
+   for ( std::string line; std::getline( lines, line ); )
+      EXPECT_LE( line.size(), 80U ) << line;
+}
+
+TEST_F( Reports, RoutesAsJson ) {
+   router.publishInterfaces();
+   router.publishGroups();
+   View later( router.root.path() );
+   auto document = nlohmann::ordered_json::array();
+   for ( const auto& mirror : later.all().all() ) {
+      document.push_back( envelope(
+         *mirror, "topology-tree-info",
+         routesJson( *mirror, routeEntries( *mirror, {}, ShownRouter::now ) ) ) );
+   }
+   expectGolden( "routes.json", document.dump( 2 ) + '\n' );
+}
+
+// Each table's instance has a number of its own.
+std::string withoutGenerations( std::string text ) {
+   constexpr size_t kDigits = 16;
+   size_t run = 0;
+   for ( size_t at = 0; at < text.size(); ++at ) {
+      run = std::isxdigit( text[at] ) != 0 ? run + 1 : 0;
+      if ( run != kDigits ) continue;
+      text.replace( at + 1 - kDigits, kDigits, "GENERATION" );
+      at += std::string( "GENERATION" ).size() - kDigits;
+      run = 0;
+   }
+   return text;
+}
+
+// The time of the last write is the real one.
+std::string withoutAges( const std::string& text ) {
+   return std::regex_replace(
+      std::regex_replace( text, std::regex( "last write    [0-9a-z]+ ago" ),
+                          "last write    AGE ago" ),
+      std::regex( "\"since-last-write\": \"[0-9]+\"" ),
+      "\"since-last-write\": \"AGE\"" );
+}
+
+TEST_F( Reports, Status ) {
+   auto forwarding = ::Published::MfibStatus::mount(
+      router.ipv4.manager,
+      ::Published::MfibStatus::mountPath( Vantu::AddressFamily::ipv4,
+                                          L3::VrfName( "default" ) ),
+      ::Brane::tableWriter, 1000 );
+   std::string text;
+   auto document = nlohmann::ordered_json::array();
+   View later( router.root.path() );
+   for ( const auto& mirror : later.all().all() ) {
+      text += statusText( *mirror );
+      document.push_back(
+         envelope( *mirror, "pimsm-state:status", statusJson( *mirror ) ) );
+   }
+   expectGolden( "status.txt", withoutAges( withoutGenerations( text ) ) );
+   expectGolden( "status.json",
+                 withoutAges( withoutGenerations( document.dump( 2 ) ) ) + '\n' );
+}
+
+// Counts that somebody publishes are no longer unknown.
+TEST_F( Reports, StatusWithCounters ) {
+   namespace Brane = Routing::Pim::SparseMode::Brane;
+   router.ipv4.tables->routeCounterIs( { { Brane::switching, 0 }, 7 } );
+   View later( router.root.path() );
+   const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
+   EXPECT_NE( statusText( mirror ).find(
+                 "unresolved unknown, switching 7, to be deleted unknown" ),
+              std::string::npos )
+      << statusText( mirror );
+   EXPECT_EQ( statusJson( mirror )["switching"], 7 );
+   EXPECT_FALSE( statusJson( mirror ).contains( "unresolved" ) );
+}
+
+TEST_F( Reports, Metrics ) {
+   router.publishProcess();
+   Mirrors mirrors( { router.root.path(), "default", Vantu::AddressFamily::ipv4 } );
+   mirrors.load();
+   expectGolden( "metrics.txt",
+                 withoutGenerations( metricsText( mirrors, "1.2.3" ) ) );
+}
+
+// In red there are more counts than rows.
+TEST_F( Reports, Histograms ) {
+   for ( int source = 1; source <= 20; ++source ) {
+      for ( int group = 1; group <= source; ++group ) {
+         router.red.vrf().sg( "198.51.100." + std::to_string( source ),
+                              "239.1.2." + std::to_string( group ) );
+      }
+   }
+   router.red.publish();
+   View later( router.root.path() );
+   std::string text;
+   for ( const auto& mirror : later.all().all() )
+      text += histogramText( *mirror ) + '\n';
+   expectGolden( "histogram.txt", text );
+   const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
+   expectGolden( "histogram.json", envelope( mirror, "pimsm-state:histogram",
+                                             histogramJson( mirror ) )
+                                         .dump( 2 ) +
+                                      '\n' );
+}
+
+TEST_F( Reports, SelectByVrfAndFamily ) {
+   View red( router.root.path(), "red" );
+   ASSERT_EQ( red.all().all().size(), 1U );
+   EXPECT_EQ( red.all().all()[0]->vrf(), "red" );
+   Mirrors ipv6( { router.root.path(), "all", Vantu::AddressFamily::ipv6 } );
+   ASSERT_EQ( ipv6.all().size(), 1U );
+   EXPECT_EQ( ipv6.all()[0]->family, Vantu::AddressFamily::ipv6 );
+   EXPECT_TRUE( Mirrors( { router.root.path(), "blue", {} } ).all().empty() );
+}
+
+}
+}

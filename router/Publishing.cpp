@@ -39,12 +39,19 @@ PimHello helloOf( const Published::Neighbor& record ) {
    return hello;
 }
 
+Vantu::IpGenPrefix allGroups( Vantu::AddressFamily family ) {
+   return Vantu::IpGenPrefix( family == Vantu::AddressFamily::ipv4 ? "224.0.0.0/4"
+                                                                   : "ff00::/8" );
+}
+
 std::vector<Published::Rp> rpRecords( Vantu::AddressFamily family,
                                       const VrfConfig& config ) {
    std::vector<Published::Rp> out;
    for ( const RpConfig& rp : config.rps ) {
       if ( rp.address.family() != family ) continue;
-      for ( const Vantu::IpGenPrefix& range : rp.groups )
+      std::vector<Vantu::IpGenPrefix> ranges = rp.groups;
+      if ( ranges.empty() ) ranges.push_back( allGroups( family ) );
+      for ( const Vantu::IpGenPrefix& range : ranges )
          out.push_back(
             { { range.address(), static_cast<uint32_t>( range.length() ) },
               rp.address,

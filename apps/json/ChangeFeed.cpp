@@ -218,6 +218,22 @@ void ChangeFeed::derive( const RouteKey& key, Known& known ) const {
                               } ) );
 }
 
+std::vector<ChangeFeed::IntfChange> ChangeFeed::refreshIntfs(
+   const RouteKey& key, const std::set<Vantu::IntfId>& intfs, Known& known ) const {
+   std::vector<IntfChange> changed;
+   for ( Vantu::IntfId intfId : intfs ) {
+      std::optional<IntfRecord> before;
+      const auto found = known.intfs.find( intfId );
+      if ( found != known.intfs.end() ) before = found->second;
+      std::optional<IntfRecord> after = before;
+      refresh( tables_->routeIntf(), { key, intfId }, after );
+      known.intfs.erase( intfId );
+      if ( after ) known.intfs.emplace( intfId, *after );
+      if ( before != after ) changed.push_back( { intfId, before, after } );
+   }
+   return changed;
+}
+
 void ChangeFeed::takeKey( const RouteKey& key, const std::set<Vantu::IntfId>& intfs,
                           const RouteFilter& filter,
                           std::vector<Change>& changes ) {
@@ -235,32 +251,14 @@ void ChangeFeed::takeKey( const RouteKey& key, const std::set<Vantu::IntfId>& in
          [&]( const auto& intf ) { return takes( filter, intf.second ); } );
    };
    const RouteState before = known.route;
-   bool routeTaken = takesRoute(), intfsTaken = comesIn();
-   struct Changed {
-      Vantu::IntfId intfId;
-      std::optional<IntfRecord> before, after;
-   };
-   std::vector<Changed> changed;
-   for ( Vantu::IntfId intfId : intfs ) {
-      auto found = known.intfs.find( intfId );
-      std::optional<IntfRecord> record;
-      if ( found != known.intfs.end() ) record = found->second;
-      changed.push_back( { intfId, record, record } );
-      refresh( tables_->routeIntf(), { key, intfId }, changed.back().after );
-      if ( changed.back().after ) {
-         known.intfs.insert_or_assign( intfId, *changed.back().after );
-      } else {
-         known.intfs.erase( intfId );
-      }
-   }
+   const bool tookRoute = takesRoute(), cameIn = comesIn();
+   const std::vector<IntfChange> changed = refreshIntfs( key, intfs, known );
    refresh( tables_->route(), key, known.route.record );
    derive( key, known );
-   routeTaken = takesRoute() || routeTaken;
-   intfsTaken = comesIn() || intfsTaken;
-   if ( routeTaken ) tellRoute( changes, key, before, known.route );
+   if ( tookRoute || takesRoute() ) tellRoute( changes, key, before, known.route );
+   const bool comes = cameIn || comesIn();
    for ( const auto& [intfId, was, is] : changed ) {
-      if ( !intfsTaken || was == is ) continue;
-      if ( !takes( filter, was ) && !takes( filter, is ) ) continue;
+      if ( !comes || ( !takes( filter, was ) && !takes( filter, is ) ) ) continue;
       tellOf( changes, { "", key, intfId, false, {} }, was, is, intfJson );
       if ( !isWildcard( key ) )
          tellOf( changes, { "", key, intfId, true, {} }, was, is, rptIntfJson );

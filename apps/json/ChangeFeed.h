@@ -69,11 +69,6 @@ class ChangeFeed : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst
  private:
    using RouteKey = Routing::Pim::RouteKey;
 
-   struct ByGroup {
-      bool operator()( const RouteKey& a, const RouteKey& b ) const {
-         return std::tie( a.group, a.source ) < std::tie( b.group, b.source );
-      }
-   };
    // A route without its interfaces; records have no times here.
    struct RouteState {
       std::optional<RouteRecord> record;  // none: it does not stand
@@ -92,6 +87,13 @@ class ChangeFeed : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst
    bool writerAlive() const;
    void takeWriter( std::vector<Change>& changes, double now );
    void takeSkipped( std::vector<Change>& changes, double now );
+   struct IntfChange {
+      Vantu::IntfId intfId;
+      std::optional<IntfRecord> before, after;
+   };
+   std::vector<IntfChange> refreshIntfs( const RouteKey& key,
+                                         const std::set<Vantu::IntfId>& intfs,
+                                         Known& known ) const;
    void takeKey( const RouteKey& key, const std::set<Vantu::IntfId>& intfs,
                  const RouteFilter& filter, std::vector<Change>& changes );
    static void tellRoute( std::vector<Change>& changes, const RouteKey& key,

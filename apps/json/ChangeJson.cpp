@@ -13,11 +13,8 @@ Json changeJson( const Mirror& mirror, const Change& change,
    json["op"] = change.op;
    if ( std::string_view( change.op ) == "sweep" ) json["reason"] = "fell behind";
    if ( change.key == Routing::Pim::RouteKey() ) return json;
-   const bool wildcard = change.key.source.isUnspecified();
-   json["group"] = Vantu::valueToStrep( change.key.group );
-   json["source-address"] =
-      wildcard ? "*" : Vantu::valueToStrep( change.key.source );
-   json["is-rpt"] = wildcard || change.rpt;
+   json.update( keyJson( change.key ) );
+   json["is-rpt"] = change.key.source.isUnspecified() || change.rpt;
    if ( !change.intfId.empty() ) json["interface"] = change.intfId.name();
    for ( const Change::Field& field : change.fields )
       json["changed"][field.name] = Json::array( { field.before, field.after } );

@@ -80,11 +80,7 @@ class Entries {
 
  private:
    static Json key( const Route& route, bool rpt ) {
-      const auto& key = route.key();
-      Json json;
-      json["group"] = Vantu::valueToStrep( key.group );
-      json["source-address"] =
-         key.source.isUnspecified() ? "*" : Vantu::valueToStrep( key.source );
+      Json json = keyJson( route.key() );
       json["is-rpt"] = rpt;
       return json;
    }

@@ -84,6 +84,14 @@ Json pathJson( const Rpf& rpf ) {
    return json;
 }
 
+Json keyJson( const Routing::Pim::RouteKey& key ) {
+   Json json;
+   json["group"] = Vantu::valueToStrep( key.group );
+   json["source-address"] =
+      key.source.isUnspecified() ? "*" : Vantu::valueToStrep( key.source );
+   return json;
+}
+
 void addRoute( Json& json, const RouteRecord& record, const Incoming& incoming ) {
    const bool wildcard = record.key.source.isUnspecified();
    if ( !wildcard ) json["is-spt"] = record.routeFlags.spTree();

@@ -25,6 +25,9 @@ Incoming rptIncomingOf( const Route& route );
 using RouteRecord = Routing::Pim::SparseMode::Brane::Route;
 using IntfRecord = Routing::Pim::SparseMode::Brane::Intf;
 
+// "group" and "source-address", which is "*" of a (*,G) route.
+nlohmann::ordered_json keyJson( const Routing::Pim::RouteKey& key );
+
 // They add to an object. Of a (*,G) route's entry, or an (S,G) route's that is not of the
 // RP tree: what ietf-pim-base has, and what our module adds.
 void addRoute( nlohmann::ordered_json& json, const RouteRecord& record,

@@ -29,7 +29,7 @@ Json envelope( const Mirror& mirror, const char* member, Json value ) {
    Json json;
    json["vrf"] = mirror.vrf();
    json["family"] = familyName( mirror.family );
-   json["writer"] = mirror.writerAlive() ? "running" : "gone";
+   json["writer"] = mirror.writerText();
    json["data"]["ietf-network-instance:network-instances"]["network-instance"]
       .push_back( instance( mirror.vrf(), std::move( routing ) ) );
    return json;

@@ -34,4 +34,17 @@ std::string tableName( const MoxBrane::TableBase& table ) {
    return table.name() == "coll" ? "advertised" : table.name();
 }
 
+std::array<Pending, 3> pendingRoutes( const Mirror& mirror ) {
+   using namespace Routing::Pim::SparseMode::Brane;
+   const auto count = [&]( RouteCounterType type ) {
+      RouteCounter record;
+      const bool found = mirror.tables->routeCounter().find(
+                            { type, 0 }, record ) == ::Brane::lookupFound;
+      return found ? std::optional( record.count ) : std::nullopt;
+   };
+   return { { { "unresolved", count( unresolved ) },
+              { "switching", count( switching ) },
+              { "to-be-deleted", count( toBeDeleted ) } } };
+}
+
 }

@@ -2,6 +2,8 @@
 // Event-loop thread only.
 #pragma once
 
+#include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,5 +22,12 @@ std::string unreadableText( const MoxBrane::TableBase& table );
 
 // "routeIntf"; "advertised", which alone has no name of its own.
 std::string tableName( const MoxBrane::TableBase& table );
+
+// Routes that wait for something; nothing where their number is not published.
+struct Pending {
+   const char* state;  // "unresolved", "switching", "to-be-deleted"
+   std::optional<uint32_t> routes;
+};
+std::array<Pending, 3> pendingRoutes( const Mirror& mirror );
 
 }

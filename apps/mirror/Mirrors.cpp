@@ -138,14 +138,11 @@ class Glances : public Mox::Clock::Notifiee {
 };
 
 Mirror::Problem problemOf( const Mirror& mirror, Mirrors::Part part ) {
-   switch ( part ) {
-      case Mirrors::registersPart:
-         return Mirror::problem( *mirror.registers );
-      case Mirrors::advertisedPart:
-         return Mirror::problem( *mirror.advertised );
-      default:
-         return mirror.problem();
-   }
+   if ( part == Mirrors::registersPart )
+      return Mirror::problem( *mirror.registers );
+   if ( part == Mirrors::advertisedPart )
+      return Mirror::problem( *mirror.advertised );
+   return mirror.problem();
 }
 
 }
@@ -161,21 +158,21 @@ Mirrors::Mirrors( const Selection& selection )
 }
 
 void Mirrors::mount( const Found& found ) {
-   for ( const auto& entry : found ) {
-      const auto& [family, name] = entry;
-      const bool known =
-         std::any_of( mirrors_.begin(), mirrors_.end(), [&]( const auto& mirror ) {
-            return mirror->family == entry.first &&
-                   mirror->vrf() == entry.second.name();
-         } );
+   const auto order = []( const auto& mirror ) {
+      return std::pair( mirror->vrf(), mirror->family );
+   };
+   for ( const auto& [family, name] : found ) {
+      const std::pair wanted( name.name(), family );
+      const bool known = std::any_of(
+         mirrors_.begin(), mirrors_.end(),
+         [&]( const auto& mirror ) { return order( mirror ) == wanted; } );
       if ( !known )
          mirrors_.push_back(
             std::make_unique<Mirror>( manager_, clock_, family, name ) );
    }
-   std::sort( mirrors_.begin(), mirrors_.end(), []( const auto& a, const auto& b ) {
-      return std::make_pair( a->vrf(), a->family ) <
-             std::make_pair( b->vrf(), b->family );
-   } );
+   std::sort(
+      mirrors_.begin(), mirrors_.end(),
+      [&]( const auto& a, const auto& b ) { return order( a ) < order( b ); } );
 }
 
 void Mirrors::rescan() {

@@ -41,6 +41,7 @@ struct Mirror {
       return tables->route().control()->mountStatus() == MoxBrane::mountRemoved;
    }
    bool writerAlive() const { return tables->route().writerAlive(); }
+   const char* writerText() const { return writerAlive() ? "running" : "gone"; }
    // Why the tables cannot be read. What was read but is no record is no problem of
    // this kind: see unreadable().
    struct Problem {

@@ -1,7 +1,6 @@
 #include "apps/mirror/RouteFilter.h"
 
 #include <algorithm>
-#include <tuple>
 
 namespace Show {
 
@@ -51,8 +50,7 @@ std::vector<const Route*> selectRoutes( const Mirror& mirror,
       if ( filter.matches( route ) ) routes.push_back( &route );
    }
    std::sort( routes.begin(), routes.end(), []( const Route* a, const Route* b ) {
-      return std::tie( a->key().group, a->key().source ) <
-             std::tie( b->key().group, b->key().source );
+      return ByGroup()( a->key(), b->key() );
    } );
    return routes;
 }

@@ -3,12 +3,21 @@
 
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "apps/mirror/Mirrors.h"
 #include "platform/net/IpGenPrefix.h"
 
 namespace Show {
+
+// The order in which routes are shown.
+struct ByGroup {
+   bool operator()( const Routing::Pim::RouteKey& a,
+                    const Routing::Pim::RouteKey& b ) const {
+      return std::tie( a.group, a.source ) < std::tie( b.group, b.source );
+   }
+};
 
 // Everything passes a default filter; what is given combines.
 struct RouteFilter {
@@ -30,7 +39,7 @@ struct RouteFilter {
 // A prefix, or an address that stands for itself. Throws ParseError or RangeError.
 Vantu::IpGenPrefix prefixArgument( const std::string& text );
 
-// The matching routes of a mirror in order of group, then source.
+// The matching routes of a mirror by group, then source.
 std::vector<const Routing::Pim::SparseMode::Route*> selectRoutes(
    const Mirror& mirror, const RouteFilter& filter );
 

@@ -1,10 +1,7 @@
 // pimsm-show: prints the exported PIM state.
 
-#include <algorithm>
-#include <iostream>
 #include <set>
 
-#include "apps/show/metrics/MetricsReport.h"
 #include "apps/show/output/Answer.h"
 #include "apps/show/text/Words.h"
 #include "published/Vrfs.h"
@@ -40,9 +37,8 @@ std::string noTablesText( const Selection& selection ) {
 
 ExitStatus complainOf( const Mirrors::Unread& unread ) {
    const Mirror& mirror = *unread.mirror;
-   const std::string text = "vrf " + mirror.vrf() + ' ' +
-                            familyName( mirror.family ) + ": " +
-                            unread.problem.text + ": ";
+   const std::string text =
+      mirrorText( mirror ) + ": " + unread.problem.text + ": ";
    if ( unread.problem.kind == Mirror::Problem::otherLayout )
       return complain( layoutNotSupported,
                        text + "use the pimsm-show of the agent's version" );
@@ -87,13 +83,11 @@ ExitStatus printWhatIsThere( Mirrors& mirrors, const Arguments& arguments ) {
    ExitStatus result = print( mirrors, arguments );
    bool damaged = warnOfUnreadable( "the agent's process",
                                     unreadable( mirrors.agentProcess() ) );
-   for ( const auto& mirror : mirrors.all() )
-      damaged = warnOfUnreadable(
-                   "vrf " + mirror->vrf() + ' ' + familyName( mirror->family ),
-                   mirror->unreadable() ) ||
-                damaged;
-   bool alive = std::all_of( mirrors.all().begin(), mirrors.all().end(),
-                             []( const auto& m ) { return m->writerAlive(); } );
+   bool alive = true;
+   for ( const auto& mirror : mirrors.all() ) {
+      damaged |= warnOfUnreadable( mirrorText( *mirror ), mirror->unreadable() );
+      alive = alive && mirror->writerAlive();
+   }
    // Of `check` the damage is a finding.
    if ( damaged && arguments.command != checkCommand ) return unverified;
    return result == done && !alive ? writerGone : result;

@@ -11,12 +11,8 @@ namespace {
 std::string escaped( const std::string& value ) {
    std::string out;
    for ( char c : value ) {
-      if ( c == '\\' || c == '"' ) out += '\\';
-      if ( c == '\n' ) {
-         out += "\\n";
-      } else {
-         out += c;
-      }
+      if ( c == '\\' || c == '"' || c == '\n' ) out += '\\';
+      out += c == '\n' ? 'n' : c;
    }
    return out;
 }

@@ -85,18 +85,10 @@ void addRoutes( Exposition& out, const Mirror& mirror, const Labels& labels ) {
    out.gauge( "pimsm_outgoing_interfaces",
               "Interfaces that forward, summed over all routes.", labels,
               static_cast<double>( outgoing ) );
-   struct Row {
-      const char* state;
-      Sm::Brane::RouteCounterType type;
-   };
-   for ( const Row& row : { Row{ "unresolved", Sm::Brane::unresolved },
-                            Row{ "switching", Sm::Brane::switching },
-                            Row{ "to-be-deleted", Sm::Brane::toBeDeleted } } ) {
-      Sm::Brane::RouteCounter record;
-      if ( mirror.tables->routeCounter().find( { row.type, 0 }, record ) ==
-           Brane::lookupFound )
+   for ( const Pending& pending : pendingRoutes( mirror ) ) {
+      if ( pending.routes )
          out.gauge( "pimsm_routes_pending", "Routes that wait for something.",
-                    with( labels, "state", row.state ), record.count );
+                    with( labels, "state", pending.state ), *pending.routes );
    }
    const Published::Counting counting( mirror.model );
    out.histogram(

@@ -33,18 +33,20 @@ void printJson( const Json& document, int indent = 2 ) {
    std::cout << jsonText( document, indent ) << '\n';
 }
 
-// What is printed of mirrors, one after the other: as text, or as one JSON document in
-// which each has its envelope around `member`.
+// What is printed of mirrors, one after the other: as text, or as JSON in which each has
+// its envelope around `member`: one document, or a line each.
 class Printout {
  public:
    // `between`: what parts the text of two mirrors.
-   Printout( bool json, const char* member, const char* between )
-      : json_( json ), member_( member ), between_( between ) {}
+   Printout( const Arguments& arguments, const char* member, const char* between )
+      : arguments_( arguments ), member_( member ), between_( between ) {}
 
    template <class Text, class ToJson>
    void add( const Mirror& mirror, Text text, ToJson json ) {
-      if ( json_ ) {
+      if ( arguments_.json ) {
          document_.push_back( envelope( mirror, member_, json() ) );
+      } else if ( arguments_.jsonLines ) {
+         printJson( envelope( mirror, member_, json() ), -1 );
       } else {
          printText( ( first_ ? "" : between_ ) + text() );
       }
@@ -52,68 +54,79 @@ class Printout {
    }
    bool first() const { return first_; }
    void end() const {
-      if ( json_ ) printJson( document_ );
+      if ( arguments_.json ) printJson( document_ );
    }
 
  private:
-   bool json_, first_ = true;
+   const Arguments& arguments_;
    const char* member_;
    const char* between_;
+   bool first_ = true;
    Json document_ = Json::array();
 };
 
+// Of every mirror the same, by `text` and apart by `between`, or by `json` as the member
+// `member`.
+template <class Text, class ToJson>
+ExitStatus printEach( const Mirrors& mirrors, const Arguments& arguments,
+                      const char* between, Text text, const char* member,
+                      ToJson json ) {
+   Printout out( arguments, member, between );
+   for ( const auto& mirror : mirrors.all() )
+      out.add(
+         *mirror, [&] { return text( *mirror ); },
+         [&] { return json( *mirror ); } );
+   out.end();
+   return done;
+}
+
 // How many match, in whatever form was asked for.
-Json countJson( const Mirror& mirror, size_t matching ) {
-   Json json;
-   json["matching"] = matching;
-   json["routes"] = mirror.model->route().size();
-   return envelope( mirror, "pimsm-state:route-count", std::move( json ) );
+void printCount( const Mirrors& mirrors, const Arguments& arguments ) {
+   const auto matching = [&]( const Mirror& mirror ) {
+      return selectRoutes( mirror, arguments.filter ).size();
+   };
+   printEach(
+      mirrors, arguments, "",
+      [&]( const Mirror& mirror ) {
+         return routesHeading( mirror, matching( mirror ) );
+      },
+      "pimsm-state:route-count",
+      [&]( const Mirror& mirror ) {
+         return Json{ { "matching", matching( mirror ) },
+                      { "routes", mirror.model->route().size() } };
+      } );
 }
 
-void printRouteText( const Mirrors& mirrors, const Arguments& arguments ) {
-   bool first = true;
+void printRouteLines( const Mirrors& mirrors, const RouteFilter& filter ) {
    for ( const auto& mirror : mirrors.all() ) {
-      if ( arguments.count ) {
-         printText( routesHeading(
-            *mirror, selectRoutes( *mirror, arguments.filter ).size() ) );
-         continue;
-      }
-      printText( ( first ? "" : "\n" ) + routesText( *mirror, arguments.filter,
-                                                     arguments.detail,
-                                                     mirrors.now() ) );
-      first = false;
+      for ( Json& entry : routeEntries( *mirror, filter, mirrors.now() ) )
+         printJson( envelope( *mirror, "topology-tree-info",
+                              routesJson( *mirror, { std::move( entry ) } ) ),
+                    -1 );
    }
 }
 
-void printRouteJson( const Mirrors& mirrors, const Arguments& arguments ) {
-   Json document = Json::array();
-   for ( const auto& mirror : mirrors.all() ) {
-      if ( arguments.count ) {
-         document.push_back( countJson(
-            *mirror, selectRoutes( *mirror, arguments.filter ).size() ) );
-         continue;
-      }
-      std::vector<Json> entries =
-         routeEntries( *mirror, arguments.filter, mirrors.now() );
-      const auto add = [&]( std::vector<Json> some ) {
-         document.push_back( envelope( *mirror, "topology-tree-info",
-                                       routesJson( *mirror, std::move( some ) ) ) );
-      };
-      if ( arguments.json ) {
-         add( std::move( entries ) );
-      } else {
-         for ( Json& entry : entries ) add( { std::move( entry ) } );
-      }
-   }
-   if ( arguments.json ) return printJson( document );
-   for ( const Json& line : document ) printJson( line, -1 );
+void printAllOfRoutes( const Mirrors& mirrors, const Arguments& arguments ) {
+   printEach(
+      mirrors, arguments, "\n",
+      [&]( const Mirror& mirror ) {
+         return routesText( mirror, arguments.filter, arguments.detail,
+                            mirrors.now() );
+      },
+      "topology-tree-info",
+      [&]( const Mirror& mirror ) {
+         return routesJson(
+            mirror, routeEntries( mirror, arguments.filter, mirrors.now() ) );
+      } );
 }
 
 ExitStatus printRoutes( const Mirrors& mirrors, const Arguments& arguments ) {
-   if ( arguments.json || arguments.jsonLines ) {
-      printRouteJson( mirrors, arguments );
+   if ( arguments.count ) {
+      printCount( mirrors, arguments );
+   } else if ( arguments.jsonLines ) {
+      printRouteLines( mirrors, arguments.filter );
    } else {
-      printRouteText( mirrors, arguments );
+      printAllOfRoutes( mirrors, arguments );
    }
    if ( !arguments.filter.active() ) return done;
    const bool matching = std::any_of(
@@ -141,7 +154,7 @@ template <class Select, class Text, class ToJson>
 ExitStatus printSelected( const Mirrors& mirrors, const Arguments& arguments,
                           Select select, Text text, const char* member,
                           ToJson json ) {
-   Printout out( arguments.json, member, "\n" );
+   Printout out( arguments, member, "\n" );
    bool matching = false;
    for ( const auto& mirror : mirrors.all() ) {
       const auto selected = select( *mirror, arguments.filter );
@@ -161,7 +174,7 @@ Json withAge( Json json, const Mirror& mirror ) {
 }
 
 ExitStatus printChecked( const Mirrors& mirrors, const Arguments& arguments ) {
-   Printout out( arguments.json, "pimsm-state:check", "" );
+   Printout out( arguments, "pimsm-state:check", "" );
    bool found = false;
    for ( const auto& mirror : mirrors.all() ) {
       Checked checked = check( *mirror, arguments.filter );
@@ -186,24 +199,9 @@ ExitStatus printMetrics( const Mirrors& mirrors, const Arguments& arguments ) {
    return done;
 }
 
-// Of every mirror the same, by `text` and apart by `between`, or by `json` as the member
-// `member`.
-template <class Text, class ToJson>
-ExitStatus printEach( const Mirrors& mirrors, const Arguments& arguments,
-                      const char* between, Text text, const char* member,
-                      ToJson json ) {
-   Printout out( arguments.json, member, between );
-   for ( const auto& mirror : mirrors.all() )
-      out.add(
-         *mirror, [&] { return text( *mirror ); },
-         [&] { return json( *mirror ); } );
-   out.end();
-   return done;
-}
-
 ExitStatus printExplanations( const Mirrors& mirrors, const Arguments& arguments ) {
    const Question& question = arguments.question;
-   Printout out( arguments.json, "pimsm-state:explanation", "\n" );
+   Printout out( arguments, "pimsm-state:explanation", "\n" );
    for ( const auto& mirror : mirrors.all() ) {
       if ( !knows( *mirror, question ) ) continue;
       out.add(

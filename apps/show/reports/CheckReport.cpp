@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "apps/json/RouteMembers.h"
 #include "apps/mirror/AgentTables.h"
 #include "apps/mirror/Olist.h"
 #include "apps/mirror/Rps.h"
@@ -131,11 +132,11 @@ void checkProcess( const Published::ProcessStatus& process, Checked& checked ) {
 }
 
 std::string checkText( const Mirror& mirror, const Checked& checked ) {
-   std::string text = fmt::format(
-      "vrf {} {}: {} route{}, {} interface{} checked, {} found, agent {}\n",
-      vrfText( mirror ), familyName( mirror.family ), checked.routes,
-      checked.routes == 1 ? "" : "s", checked.intfs, checked.intfs == 1 ? "" : "s",
-      checked.findings.size(), mirror.writerAlive() ? "running" : "gone" );
+   std::string text =
+      headingText( mirror, fmt::format( "{}, {} checked, {} found",
+                                        countText( checked.routes, "route" ),
+                                        countText( checked.intfs, "interface" ),
+                                        checked.findings.size() ) );
    for ( const Finding& finding : checked.findings )
       text += fmt::format( "    {:<15}  {}{}\n", finding.kind, whereText( finding ),
                            finding.text );
@@ -154,12 +155,7 @@ Json checkJson( const Checked& checked ) {
    for ( const Finding& finding : checked.findings ) {
       Json entry;
       entry["kind"] = finding.kind;
-      if ( finding.key != RouteKey() ) {
-         entry["group"] = Vantu::valueToStrep( finding.key.group );
-         entry["source-address"] = finding.key.source.isUnspecified()
-                                      ? "*"
-                                      : Vantu::valueToStrep( finding.key.source );
-      }
+      if ( finding.key != RouteKey() ) entry.update( keyJson( finding.key ) );
       if ( !finding.intfId.empty() ) entry["interface"] = finding.intfId.name();
       entry["text"] = finding.text;
       list.push_back( std::move( entry ) );

@@ -88,9 +88,8 @@ std::string aboutText( const RouteKey& route, Vantu::IntfId intfId ) {
 
 // "vrf default ipv4, agent running, (S, G): joinDesiredSg is yes"
 std::string headline( const Mirror& mirror, const Derivation& derivation ) {
-   return fmt::format( "vrf {} {}, agent {}, {}: {} is {}\n", vrfText( mirror ),
-                       familyName( mirror.family ),
-                       mirror.writerAlive() ? "running" : "gone",
+   return fmt::format( "{}, agent {}, {}: {} is {}\n", mirrorText( mirror ),
+                       mirror.writerText(),
                        aboutText( derivation.route, derivation.intfId ),
                        derivation.macro, valueText( derivation.value ) );
 }
@@ -171,7 +170,6 @@ std::string flipText( const MacroFlip& flip ) {
                        valueText( flip.value ), valueText( flip.input.value ) );
 }
 
-// Interfaces whose address and DR role this process does not know.
 void collectUnknown( const Derivation& derivation,
                      std::vector<Vantu::IntfId>& unknown ) {
    for ( const MacroInput& input : derivation.inputs ) {
@@ -183,6 +181,15 @@ void collectUnknown( const Derivation& derivation,
    for ( const MacroStep& step : derivation.steps ) {
       for ( const Derivation& term : step.from ) collectUnknown( term, unknown );
    }
+}
+
+// Interfaces whose address and DR role this process does not know.
+std::vector<Vantu::IntfId> unknownOf( const Mirror& mirror,
+                                      const Derivation& derivation ) {
+   std::vector<Vantu::IntfId> unknown;
+   if ( mirror.model->pimStatus() == nullptr )
+      collectUnknown( derivation, unknown );
+   return unknown;
 }
 
 Json inputJson( const MacroInput& input ) {
@@ -225,10 +232,7 @@ std::string derivationText( const Mirror& mirror, const Question& question ) {
    out += found.flips.empty() ? "No single change would give another answer.\n"
                               : "Another answer would come of one of these:\n";
    for ( const MacroFlip& flip : found.flips ) out += flipText( flip );
-   std::vector<Vantu::IntfId> unknown;
-   if ( mirror.model->pimStatus() == nullptr )
-      collectUnknown( derivation, unknown );
-   for ( Vantu::IntfId intfId : unknown ) {
+   for ( Vantu::IntfId intfId : unknownOf( mirror, derivation ) ) {
       out += fmt::format(
          "Address and DR role of {} are unknown here: it counts as DR without "
          "address.\n",
@@ -246,10 +250,7 @@ Json derivationJson( const Mirror& mirror, const Question& question ) {
       entry["answer"] = flip.answer;
       json["flips"].push_back( std::move( entry ) );
    }
-   std::vector<Vantu::IntfId> unknown;
-   if ( mirror.model->pimStatus() == nullptr )
-      collectUnknown( found.derivation, unknown );
-   for ( Vantu::IntfId intfId : unknown )
+   for ( Vantu::IntfId intfId : unknownOf( mirror, found.derivation ) )
       json["unknown"].push_back( intfId.name() );
    return json;
 }

@@ -7,6 +7,7 @@
 #include <map>
 
 #include "apps/show/text/RouteText.h"
+#include "apps/show/text/Words.h"
 #include "published/Counting.h"
 
 namespace Show {
@@ -82,17 +83,17 @@ Json histogramJson( const char* counted, const char* filed, const Rows& rows ) {
 std::string histogramText( const Mirror& mirror ) {
    const size_t routes = mirror.model->route().size();
    std::string text = routesHeading( mirror, routes ) +
-                      fmt::format( "counted by this reader from {} mirrored {}\n",
-                                   routes, routes == 1 ? "route" : "routes" );
+                      fmt::format( "counted by this reader from {}\n",
+                                   countText( routes, "mirrored route" ) );
    if ( routes == 0 ) return text;
    const Published::Counting counting( mirror.model );
    text += barsText( "groups per source", "sources",
                      rowsOf( counting.sources().sourcesByGroupCount() ) );
    if ( const auto* shared = unspecifiedSource( mirror ) ) {
       const size_t groups = shared->sourceGroup().size();
-      text += fmt::format( "one of them {}, the source of {} (*,G) {}\n",
-                           Vantu::valueToStrep( shared->sourceAddr() ), groups,
-                           groups == 1 ? "route" : "routes" );
+      text += fmt::format( "one of them {}, the source of {}\n",
+                           Vantu::valueToStrep( shared->sourceAddr() ),
+                           countText( groups, "(*,G) route" ) );
    }
    return text + barsText( "sources per group", "groups",
                            rowsOf( counting.groups().groupsBySourceCount() ) );

@@ -86,10 +86,7 @@ Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter ) {
 
 std::string interfacesText( const Mirror& mirror, const Interfaces& interfaces ) {
    std::string text =
-      fmt::format( "vrf {} {}: {} interface{}, agent {}\n", vrfText( mirror ),
-                   familyName( mirror.family ), interfaces.size(),
-                   interfaces.size() == 1 ? "" : "s",
-                   mirror.writerAlive() ? "running" : "gone" );
+      headingText( mirror, countText( interfaces.size(), "interface" ) );
    if ( interfaces.empty() ) return text;
    std::vector<Row> rows = { { "name", "DR", "nbrs", "in", "join", "memb", "won",
                                "lost", "fwd", "address" } };

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "apps/json/FieldJson.h"
+#include "apps/json/RouteMembers.h"
 #include "apps/show/text/Words.h"
 
 namespace Show {
@@ -235,11 +236,7 @@ std::string outgoingText( const Mirror& mirror, const Intf& intf, double now ) {
 
 Json outgoingJson( const Mirror& mirror, const Intf& intf ) {
    const Outgoing outgoing = outgoingOf( mirror, intf );
-   const auto& key = intf.parentRoute()->key();
-   Json json;
-   json["group"] = Vantu::valueToStrep( key.group );
-   json["source-address"] =
-      key.source.isUnspecified() ? "*" : Vantu::valueToStrep( key.source );
+   Json json = keyJson( intf.parentRoute()->key() );
    json["interface"] = intf.intfId().name();
    json["forwarding"] = intf.forward();
    json["incoming"] = outgoing.incoming;

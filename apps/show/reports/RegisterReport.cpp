@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <map>
-#include <tuple>
 
+#include "apps/json/RouteMembers.h"
 #include "apps/show/text/Words.h"
 
 namespace Show {
@@ -23,8 +23,7 @@ Selected<Row> select( std::vector<Row> rows, const RouteFilter& filter ) {
    std::erase_if( rows,
                   [&]( const Row& row ) { return !filter.matches( row.key ); } );
    std::sort( rows.begin(), rows.end(), []( const Row& a, const Row& b ) {
-      return std::tie( a.key.group, a.key.source ) <
-             std::tie( b.key.group, b.key.source );
+      return ByGroup()( a.key, b.key );
    } );
    selected.rows = std::move( rows );
    return selected;
@@ -35,9 +34,7 @@ std::string heading( const Mirror& mirror, const Selected<Row>& selected ) {
    std::string count = std::to_string( selected.rows.size() );
    if ( selected.rows.size() != selected.all )
       count += fmt::format( " of {}", selected.all );
-   return fmt::format( "vrf {} {}: {} (S,G), agent {}\n", vrfText( mirror ),
-                       familyName( mirror.family ), count,
-                       mirror.writerAlive() ? "running" : "gone" );
+   return headingText( mirror, count + " (S,G)" );
 }
 
 template <class Row>
@@ -59,18 +56,6 @@ std::string originText( const RegisterRow& row ) {
    std::string text = row.drDiscovered ? "first hop" : "";
    if ( row.drDiscovered && row.anycastDiscovered ) text += ", ";
    return text + ( row.anycastDiscovered ? "anycast-RP" : "" );
-}
-
-std::string trimmed( std::string line ) {
-   line.erase( line.find_last_not_of( ' ' ) + 1 );
-   return line + '\n';
-}
-
-Json keyJson( const RouteKey& key ) {
-   Json json;
-   json["group"] = Vantu::valueToStrep( key.group );
-   json["source-address"] = Vantu::valueToStrep( key.source );
-   return json;
 }
 
 }
@@ -107,8 +92,9 @@ std::string registersText( const Mirror& mirror, const Registers& selected ) {
    std::string text = heading( mirror, selected );
    size_t width = keyWidth( selected );
    for ( const RegisterRow& row : selected.rows ) {
-      text += trimmed( fmt::format( "{:<{}}  {:<17}  {}", keyText( row.key ), width,
-                                    registerWord( row ), originText( row ) ) );
+      text +=
+         lineText( fmt::format( "{:<{}}  {:<17}  {}", keyText( row.key ), width,
+                                registerWord( row ), originText( row ) ) );
    }
    return text;
 }
@@ -119,7 +105,7 @@ std::string advertisedText( const Mirror& mirror, const Advertised& selected ) {
    for ( const AdvertisedSg& row : selected.rows )
       rpWidth = std::max( rpWidth, Vantu::valueToStrep( row.rp ).size() );
    for ( const AdvertisedSg& row : selected.rows ) {
-      text += trimmed(
+      text += lineText(
          fmt::format( "{:<{}}  RP {:<{}}  {}", keyText( row.key ), width,
                       Vantu::valueToStrep( row.rp ), rpWidth,
                       row.anycastDiscovered ? "from an anycast-RP peer" : "" ) );

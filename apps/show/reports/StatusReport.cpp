@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "apps/json/YangData.h"
 #include "apps/mirror/AgentTables.h"
 #include "apps/show/text/Words.h"
@@ -9,24 +11,18 @@
 namespace Show {
 
 using Json = nlohmann::ordered_json;
-namespace Sm = Routing::Pim::SparseMode;
 
 namespace {
 
-// Absent until the counting process has published it.
-std::optional<uint32_t> counter( const Mirror& mirror,
-                                 Sm::Brane::RouteCounterType type ) {
-   Sm::Brane::RouteCounter record;
-   if ( mirror.tables->routeCounter().find( { type, 0 }, record ) !=
-        Brane::lookupFound ) {
-      return std::nullopt;
-   }
-   return record.count;
-}
-
-std::string counterText( const Mirror& mirror, Sm::Brane::RouteCounterType type ) {
-   auto count = counter( mirror, type );
-   return count ? std::to_string( *count ) : "unknown";
+// "unresolved 2, switching 0, to be deleted unknown"
+std::string pendingText( const Mirror& mirror ) {
+   std::string text;
+   for ( const Pending& pending : pendingRoutes( mirror ) )
+      text += fmt::format(
+         "{}{} {}", text.empty() ? "" : ", ", pending.state,
+         pending.routes ? std::to_string( *pending.routes ) : "unknown" );
+   std::replace( text.begin(), text.end(), '-', ' ' );
+   return text;
 }
 
 std::string tableLine( const MoxBrane::TableBase& table ) {
@@ -73,19 +69,15 @@ Json tableJson( const MoxBrane::TableBase& table ) {
 }
 
 std::string statusText( const Mirror& mirror ) {
-   std::string text = fmt::format( "vrf {} {}: agent {}\n", vrfText( mirror ),
-                                   familyName( mirror.family ),
-                                   mirror.writerAlive() ? "running" : "gone" );
+   std::string text =
+      fmt::format( "vrf {} {}: agent {}\n", vrfText( mirror ),
+                   familyName( mirror.family ), mirror.writerText() );
    for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
       if ( isPublished( *table ) ) text += tableLine( *table );
    }
    text += fmt::format( "    routes        {} (*,G), {} (S,G)\n",
                         mirror.model->wcRoutes(), mirror.model->sgRoutes() );
-   text += fmt::format(
-      "    pending       unresolved {}, switching {}, to be deleted {}\n",
-      counterText( mirror, Sm::Brane::unresolved ),
-      counterText( mirror, Sm::Brane::switching ),
-      counterText( mirror, Sm::Brane::toBeDeleted ) );
+   text += "    pending       " + pendingText( mirror ) + '\n';
    const Brane::TableReader* route = mirror.tables->route().reader();
    text += fmt::format( "    generation    {:016x}, {} route changes\n",
                         route->instanceId(), route->sequence() );
@@ -116,16 +108,8 @@ Json statusJson( const Mirror& mirror ) {
       for ( const MoxBrane::TableBase* table : mfib )
          json["forwarding-process"]["table"].push_back( tableJson( *table ) );
    }
-   struct Row {
-      const char* name;
-      Sm::Brane::RouteCounterType type;
-   };
-   constexpr Row kRows[] = { { "unresolved", Sm::Brane::unresolved },
-                             { "switching", Sm::Brane::switching },
-                             { "to-be-deleted", Sm::Brane::toBeDeleted } };
-   for ( const Row& row : kRows ) {
-      if ( auto count = counter( mirror, row.type ) ) json[row.name] = *count;
-   }
+   for ( const Pending& pending : pendingRoutes( mirror ) )
+      if ( pending.routes ) json[pending.state] = *pending.routes;
    return json;
 }
 

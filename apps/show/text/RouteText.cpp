@@ -131,22 +131,16 @@ std::string routeLine( const Route& route, const Columns& columns, double now,
 }
 
 std::string intfLine( const Intf& intf, const Columns& columns, double now ) {
-   std::string line =
-      fmt::format( "    {:<{}}  {:<16}  {}", nameText( intf.intfId() ),
-                   columns.intf, forwardText( intf ), intfReason( intf, now ) );
-   line.erase( line.find_last_not_of( ' ' ) + 1 );
-   return line + '\n';
+   return lineText( fmt::format( "    {:<{}}  {:<16}  {}",
+                                 nameText( intf.intfId() ), columns.intf,
+                                 forwardText( intf ), intfReason( intf, now ) ) );
 }
 
 std::string routesHeading( const Mirror& mirror, size_t matching ) {
    size_t all = mirror.model->route().size();
-   std::string count =
-      matching == all
-         ? fmt::format( "{} route{}", all, all == 1 ? "" : "s" )
-         : fmt::format( "{} of {} route{}", matching, all, all == 1 ? "" : "s" );
-   return fmt::format( "vrf {} {}: {}, agent {}\n", vrfText( mirror ),
-                       familyName( mirror.family ), count,
-                       mirror.writerAlive() ? "running" : "gone" );
+   std::string count = countText( all, "route" );
+   if ( matching != all ) count = fmt::format( "{} of {}", matching, count );
+   return headingText( mirror, count );
 }
 
 std::string routesText( const Mirror& mirror, const RouteFilter& filter,

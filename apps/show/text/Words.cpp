@@ -19,6 +19,25 @@ std::string vrfText( const Mirror& mirror ) {
    return Programs::printable( mirror.vrf() );
 }
 
+std::string mirrorText( const Mirror& mirror ) {
+   return fmt::format( "vrf {} {}", vrfText( mirror ),
+                       familyName( mirror.family ) );
+}
+
+std::string headingText( const Mirror& mirror, const std::string& told ) {
+   return fmt::format( "{}: {}, agent {}\n", mirrorText( mirror ), told,
+                       mirror.writerText() );
+}
+
+std::string countText( size_t count, const char* what ) {
+   return fmt::format( "{} {}{}", count, what, count == 1 ? "" : "s" );
+}
+
+std::string lineText( std::string text ) {
+   text.erase( text.find_last_not_of( ' ' ) + 1 );
+   return text + '\n';
+}
+
 std::string keyText( const Routing::Pim::RouteKey& key ) {
    std::ostringstream out;
    out << key;

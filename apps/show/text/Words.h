@@ -10,6 +10,17 @@ namespace Show {
 // Names as text may have them: other agents take what they like.
 std::string nameText( Vantu::IntfId intfId );
 std::string vrfText( const Mirror& mirror );
+// "vrf default ipv4"
+std::string mirrorText( const Mirror& mirror );
+
+// "vrf default ipv4: 2 routes, agent running", a line, of what is told of the mirror.
+std::string headingText( const Mirror& mirror, const std::string& told );
+
+// "1 route", "3 routes".
+std::string countText( size_t count, const char* what );
+
+// A line without blanks at its end, with its end.
+std::string lineText( std::string text );
 
 // "(S, G)", "(*, G)".
 std::string keyText( const Routing::Pim::RouteKey& key );

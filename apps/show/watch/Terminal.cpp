@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <clocale>
 #include <cstdlib>
+#include <utility>
 
 #include "apps/program/Ending.h"
 
@@ -89,30 +90,15 @@ void Terminal::end( const std::string& footer ) {
 }
 
 Terminal::Key Terminal::key() {
-   switch ( getch() ) {
-      case ERR:
-         return none;
-      case 'q':
-         return quit;
-      case KEY_UP:
-         return up;
-      case KEY_DOWN:
-         return down;
-      case KEY_PPAGE:
-         return pageUp;
-      case KEY_NPAGE:
-      case ' ':
-         return pageDown;
-      case KEY_HOME:
-         return top;
-      case KEY_END:
-         return bottom;
-      case 'L' & 0x1f:
-         clearok( curscr, true );
-         return other;
-      default:
-         return other;
-   }
+   constexpr std::pair<int, Key> kKeys[] = {
+      { ERR, none },      { 'q', quit },         { KEY_UP, up },
+      { KEY_DOWN, down }, { KEY_PPAGE, pageUp }, { KEY_NPAGE, pageDown },
+      { ' ', pageDown },  { KEY_HOME, top },     { KEY_END, bottom } };
+   const int pressed = getch();
+   for ( const auto& [code, key] : kKeys )
+      if ( code == pressed ) return key;
+   if ( pressed == ( 'L' & 0x1f ) ) clearok( curscr, true );
+   return other;
 }
 
 }

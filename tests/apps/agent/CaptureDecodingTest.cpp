@@ -6,7 +6,7 @@
 
 #include "apps/agent/capture/CaptureReader.h"
 #include "tests/apps/agent/Captures.h"
-#include "tests/apps/agent/MessageText.h"
+#include "tests/packet/MessageText.h"
 
 namespace Agent {
 namespace {

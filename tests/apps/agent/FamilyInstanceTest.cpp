@@ -9,7 +9,7 @@
 
 #include "apps/config/ConfigReader.h"
 #include "export/Conversion.h"
-#include "tests/apps/agent/ScriptRun.h"
+#include "tests/engine/ScriptRun.h"
 #include "tests/support/Damage.h"
 #include "tests/support/TempRoot.h"
 #include "tests/support/VrfBuilder.h"

@@ -6,7 +6,7 @@
 
 #include "engine/Timer.h"
 #include "platform/loop/TestClock.h"
-#include "tests/apps/agent/PacketBuilder.h"
+#include "tests/packet/PacketBuilder.h"
 #include "tests/support/ErrorText.h"
 #include "tests/support/TempRoot.h"
 

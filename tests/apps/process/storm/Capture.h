@@ -5,10 +5,12 @@
 
 #include <random>
 
-#include "tests/apps/agent/PacketBuilder.h"
 #include "tests/apps/process/storm/Rule.h"
+#include "tests/packet/PacketBuilder.h"
 
 namespace Agent::Storm {
+
+using namespace Router;
 
 inline std::string configText( unsigned maxRoutes, unsigned maxRouteIntfs ) {
    std::string out = fmt::format(

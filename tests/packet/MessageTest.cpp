@@ -1,14 +1,13 @@
 #include <fmt/format.h>
 
-#include "apps/config/RouterNames.h"
 #include "packet/Message.h"
 
 #include <gtest/gtest.h>
 
-#include "tests/apps/agent/MessageText.h"
-#include "tests/apps/agent/PacketBuilder.h"
+#include "tests/packet/MessageText.h"
+#include "tests/packet/PacketBuilder.h"
 
-namespace Agent {
+namespace Router {
 namespace {
 
 // A message whose checksum is right unless a test spoils it.

@@ -1,4 +1,3 @@
-#include "apps/config/RouterNames.h"
 #include "engine/ForwardingEngine.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +7,7 @@
 
 #include "tests/support/VrfBuilder.h"
 
-namespace Agent {
+namespace Router {
 namespace {
 
 using namespace Routing::Pim::SparseMode;

@@ -6,10 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "apps/config/RouterNames.h"
 #include "packet/Message.h"
 
-namespace Agent {
+namespace Router {
 
 inline std::string textOf( const PimHello& hello ) {
    std::string out;

@@ -10,7 +10,7 @@
 
 #include "platform/net/IpGenAddr.h"
 
-namespace Agent {
+namespace Router {
 
 using ByteVector = std::vector<uint8_t>;
 

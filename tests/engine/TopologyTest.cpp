@@ -1,5 +1,3 @@
-#include "apps/agent/KernelRoutes.h"
-#include "apps/config/RouterNames.h"
 #include "engine/Topology.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +5,7 @@
 #include "apps/config/ConfigReader.h"
 #include "tests/support/VrfBuilder.h"
 
-namespace Agent {
+namespace Router {
 namespace {
 
 using Routing::Pim::SparseMode::Test::addr;
@@ -18,7 +16,7 @@ using Routing::Pim::SparseMode::Test::rpfBy;
 // unspecified one, though a default route matches it.
 TEST( Topology, TheLongestPrefixWins ) {
    const VrfConfig config =
-      parseConfig(
+      Agent::parseConfig(
          "vrfs:\n"
          "- name: default\n"
          "  interfaces: [{name: eth0}, {name: eth1, addresses: [192.0.2.1/24]}]\n"

@@ -1,4 +1,3 @@
-#include "apps/config/RouterNames.h"
 #include "engine/MembershipEngine.h"
 
 #include <fmt/format.h>
@@ -7,10 +6,10 @@
 #include <algorithm>
 #include <set>
 
-#include "tests/apps/agent/ScriptRun.h"
+#include "tests/engine/ScriptRun.h"
 #include "tests/support/VrfBuilder.h"
 
-namespace Agent {
+namespace Router {
 namespace {
 
 using namespace Routing::Pim::SparseMode::Test;

@@ -1,13 +1,12 @@
-#include "apps/config/RouterNames.h"
 #include "engine/AssertEngine.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "tests/apps/agent/ScriptRun.h"
+#include "tests/engine/ScriptRun.h"
 #include "tests/support/VrfBuilder.h"
 
-namespace Agent {
+namespace Router {
 namespace {
 
 using namespace Routing::Pim::SparseMode::Test;

@@ -1,12 +1,11 @@
-#include "apps/config/RouterNames.h"
 #include "engine/Neighbors.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "tests/apps/agent/ScriptRun.h"
+#include "tests/engine/ScriptRun.h"
 
-namespace Agent {
+namespace Router {
 namespace {
 
 Vantu::IpGenAddr addr( const std::string& text ) {

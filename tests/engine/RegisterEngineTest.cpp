@@ -1,4 +1,3 @@
-#include "apps/config/RouterNames.h"
 #include "engine/RegisterEngine.h"
 
 #include <gtest/gtest.h>
@@ -8,13 +7,13 @@
 #include "apps/config/ConfigReader.h"
 #include "engine/Advertised.h"
 #include "platform/loop/TestClock.h"
-#include "tests/apps/agent/ScriptRun.h"
+#include "tests/engine/ScriptRun.h"
 #include "tests/support/Damage.h"
 #include "tests/support/TempRoot.h"
 #include "tests/support/ThrowingAssertions.h"
 #include "tests/support/VrfBuilder.h"
 
-namespace Agent {
+namespace Router {
 namespace {
 
 using namespace Routing::Pim::SparseMode;
@@ -74,9 +73,9 @@ class Registers : public testing::Test {
    // The configuration with one text replaced.
    void configure( const std::string& text = "", const std::string& by = "" ) {
       std::string all = kConfig;
-      config =
-         parseConfig( all.replace( all.find( text ), text.size(), by ), "test" )
-            .vrfs[0];
+      config = Agent::parseConfig( all.replace( all.find( text ), text.size(), by ),
+                                   "test" )
+                  .vrfs[0];
       topology.configIs( config );
       engine->updateConfig();
    }
@@ -139,7 +138,7 @@ class Registers : public testing::Test {
    Mox::Test::TempRoot root;
    Corvex::EntityManager manager{ clock, nullptr, root.path() };
    RouterCounters counters;
-   VrfConfig config = parseConfig( kConfig, "test" ).vrfs[0];
+   VrfConfig config = Agent::parseConfig( kConfig, "test" ).vrfs[0];
    Topology topology{ config };
    Mox::Ptr<RegisterStatus> tables;
    std::unique_ptr<RegisterEngine> engine;

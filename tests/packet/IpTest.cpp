@@ -1,12 +1,11 @@
-#include "apps/config/RouterNames.h"
 #include "packet/Ip.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "tests/apps/agent/PacketBuilder.h"
+#include "tests/packet/PacketBuilder.h"
 
-namespace Agent {
+namespace Router {
 namespace {
 
 const std::string kMacs( 24, '0' );

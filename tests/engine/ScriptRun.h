@@ -16,7 +16,7 @@
 
 #include "platform/loop/TestClock.h"
 
-namespace Agent {
+namespace Router {
 
 struct ScriptRow {
    const char* script;

@@ -1,4 +1,3 @@
-#include "apps/config/RouterNames.h"
 #include "engine/JoinPruneEngine.h"
 
 #include <fmt/format.h>
@@ -8,10 +7,10 @@
 #include <set>
 
 #include "apps/config/ConfigReader.h"
-#include "tests/apps/agent/ScriptRun.h"
+#include "tests/engine/ScriptRun.h"
 #include "tests/support/VrfBuilder.h"
 
-namespace Agent {
+namespace Router {
 namespace {
 
 using namespace Routing::Pim::SparseMode::Test;
@@ -152,7 +151,7 @@ struct Router {
    Mox::TestClock clock;
    Mox::Ptr<Routing::Pim::SparseMode::Status> model =
       Routing::Pim::SparseMode::statusFactory( L3::VrfName( "default" ) );
-   VrfConfig config = parseConfig( kConfig, "test" ).vrfs[0];
+   VrfConfig config = Agent::parseConfig( kConfig, "test" ).vrfs[0];
    Topology topology{ config };
    Routes routes{ model, clock, topology, nullptr };
    RouterCounters counters;

@@ -10,13 +10,13 @@
 // meanwhile, and then what differs is told. Event-loop thread.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
 
 #include "export/RouteBraneRestartSm.h"
+#include "platform/base/Hook.h"
 #include "published/PimMirror.h"
 
 namespace Routing::Pim::SparseMode {
@@ -28,14 +28,14 @@ class PIMSM_API VrfMirror : private Brane::Status::NotifieeConst {
    // equal ones are no change. A hook may look at the model, and must not destroy the
    // mirror.
    struct Observer {
-      std::function<void( const RouteKey& key, const Brane::Route* before,
-                          const Brane::Route* now )>
+      Mox::Hook<void( const RouteKey& key, const Brane::Route* before,
+                      const Brane::Route* now )>
          route;
-      std::function<void( const RouteIntfKey& key, const Brane::Intf* before,
-                          const Brane::Intf* now )>
+      Mox::Hook<void( const RouteIntfKey& key, const Brane::Intf* before,
+                      const Brane::Intf* now )>
          routeIntf;
       // An agent has come, or gone. The first call is for one that is there.
-      std::function<void( bool alive )> writer;
+      Mox::Hook<void( bool alive )> writer;
    };
 
    // Manager and clock outlive it. Without `interfaces` the model has no PIM interfaces:

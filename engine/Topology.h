@@ -3,9 +3,10 @@
 // host's own routes.
 #pragma once
 
-#include <functional>
+#include <optional>
 
 #include "engine/Config.h"
+#include "platform/base/Hook.h"
 #include "platform/pim/Rpf.h"
 #include "platform/trie/PrefixMap.h"
 
@@ -22,7 +23,7 @@ struct HostRoute {
 
 // By the longest prefix; nothing where there is none, or where the host is not asked.
 using HostRoutes =
-   std::function<std::optional<HostRoute>( const Vantu::IpGenAddr& address )>;
+   Mox::Hook<std::optional<HostRoute>( const Vantu::IpGenAddr& address )>;
 
 class PIMSM_API Topology {
  public:

@@ -42,6 +42,9 @@
 //             of the same name on the Child that stands in the `initial` column; the
 //             default of the type while that is null
 //
+// A mutator that is given a value or key of another type gives one error that says so; so do
+// a text for a flag and a fraction for a count.
+//
 // nameDelAll takes the keys as they are and removes and notifies one at a time; keys
 // added meanwhile stay. A mutator copies the key that it notifies, so the caller's
 // may be the collection's own.
@@ -59,13 +62,38 @@ using In = std::conditional_t<std::is_trivially_copyable_v<T> && sizeof( T ) <= 
 
 namespace Detail {
 
+// May it be given? What the language would convert without a word does not fit, either: a
+// text is no flag, a fraction no count.
+template <class Given, class Wanted>
+constexpr bool fits() {
+   if ( std::is_same_v<Wanted, bool> && std::is_pointer_v<std::decay_t<Given>> )
+      return false;
+   if ( std::is_integral_v<Wanted> && std::is_floating_point_v<Given> )
+      return false;
+   return std::is_convertible_v<const Given&, Wanted> ||
+          std::is_convertible_v<Given, Wanted>;
+}
+
+// Where a mutator was given something else, the compiler says this and no more.
+template <class Given, class Wanted>
+void refuseValue() {
+   static_assert( fits<Given, Wanted>(),
+                  "an attribute takes values of its own type: Wanted, not Given" );
+}
+template <class Given, class Wanted>
+void refuseTarget() {
+   static_assert( fits<Given, Wanted>(),
+                  "an observer watches an entity of its own type, by a plain "
+                  "pointer: Wanted, not Given" );
+}
+
 template <class T>
 concept Parseable =
    !std::is_pointer_v<T> && requires( StringIter & begin, StringIter end, T& out ) {
    sequenceToValue( begin, end, out );
 };
 
-template <class Self, class T, auto mutator>
+template <class Self, class T, void ( Self::*mutator )( In<T> )>
 constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
    if constexpr ( Parseable<T> ) {
       return []( Entity& entity, StringView text ) {
@@ -81,6 +109,15 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
 
 // ---- the rows' parts by kind; MOX_x_Kind( name, Name, type, initial, meaning )
 // ----
+
+// Stands beside mutator( Wanted ) for all that is none.
+#define MOX_REFUSE( mutator, Result, Wanted, reason )                \
+   template <class Given>                                            \
+   requires( !::Mox::Detail::fits<Given, Wanted>() ) Result mutator( \
+      const Given& ) {                                               \
+      ::Mox::Detail::reason<Given, Wanted>();                        \
+      return Result();                                               \
+   }
 
 #define MOX_STORED( name, type, initial ) \
  private:                                 \
@@ -114,6 +151,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       name##_ = value;                                \
       MOX_NOTIFY( Name );                             \
    }                                                  \
+   MOX_REFUSE( name##Is, void, type, refuseValue )    \
    MOX_STORED( name, type, initial )
 
 #define MOX_ACCESS_Reacting( name, Name, type, initial ) \
@@ -127,6 +165,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       handle##Name();                                    \
       MOX_NOTIFY( Name );                                \
    }                                                     \
+   MOX_REFUSE( name##Is, void, type, refuseValue )       \
    MOX_STORED( name, type, initial )
 
 #define MOX_ACCESS_Counter( name, Name, type, initial ) \
@@ -148,17 +187,19 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       name##Is( value );                                \
       return value;                                     \
    }                                                    \
+   MOX_REFUSE( name##Is, void, type, refuseValue )      \
    MOX_STORED( name, type, initial )
 
-#define MOX_ACCESS_View( name, Name, type, initial )      \
-   const type* name() const {                             \
-      return name##_.get();                               \
-   }                                                      \
-   void name##Is( const ::Mox::Ptr<const type>& value ) { \
-      if ( name##_ == value ) return;                     \
-      name##_ = value;                                    \
-      MOX_NOTIFY( Name );                                 \
-   }                                                      \
+#define MOX_ACCESS_View( name, Name, type, initial )                 \
+   const type* name() const {                                        \
+      return name##_.get();                                          \
+   }                                                                 \
+   void name##Is( const ::Mox::Ptr<const type>& value ) {            \
+      if ( name##_ == value ) return;                                \
+      name##_ = value;                                               \
+      MOX_NOTIFY( Name );                                            \
+   }                                                                 \
+   MOX_REFUSE( name##Is, void, ::Mox::Ptr<const type>, refuseValue ) \
    MOX_STORED( name, ::Mox::Ptr<const type>, nullptr )
 
 #define MOX_ACCESS_Child( name, Name, type, initial ) \
@@ -184,47 +225,48 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
    }                                                  \
    MOX_STORED( name, ::Mox::Ptr<type>, nullptr )
 
-#define MOX_ACCESS_MAP( name, Name, type, REMOVED )                        \
-   type& name() {                                                          \
-      return name##_;                                                      \
-   }                                                                       \
-   const type& name() const {                                              \
-      return name##_;                                                      \
-   }                                                                       \
-   type::Member* name( const type::key_type& key ) {                       \
-      return name##_.find( key );                                          \
-   }                                                                       \
-   const type::Member* name( const type::key_type& key ) const {           \
-      return name##_.find( key );                                          \
-   }                                                                       \
-   ::Mox::Ptr<type::Member> name##Is( const type::key_type& key ) {        \
-      if ( type::Member* existing = name##_.find( key ) ) return existing; \
-      return name##Add( new##Name( key ) );                                \
-   }                                                                       \
-   ::Mox::Ptr<type::Member> name##Del( const type::key_type& where ) {     \
-      type::key_type key = where;                                          \
-      ::Mox::Ptr<type::Member> removed =                                   \
-         ::Mox::CollectionOwner::remove( name##_, key );                   \
-      if ( removed == nullptr ) return removed;                            \
-      REMOVED( Name );                                                     \
-      MOX_NOTIFY_KEY( Name );                                              \
-      return removed;                                                      \
-   }                                                                       \
-   void name##DelAll() {                                                   \
-      ::Mox::Pin<Self> pin( this );                                        \
-      for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key ); \
-   }                                                                       \
-                                                                           \
- private:                                                                  \
-   ::Mox::Ptr<type::Member> name##Add( ::Mox::Ptr<type::Member> made ) {   \
-      made->notificationsEnabledIs( true );                                \
-      ::Mox::CollectionOwner::add( name##_, made.get() );                  \
-      const type::key_type key = made->mapKey();                           \
-      MOX_NOTIFY_KEY( Name );                                              \
-      return made;                                                         \
-   }                                                                       \
-   type name##_;                                                           \
-                                                                           \
+#define MOX_ACCESS_MAP( name, Name, type, REMOVED )                              \
+   type& name() {                                                                \
+      return name##_;                                                            \
+   }                                                                             \
+   const type& name() const {                                                    \
+      return name##_;                                                            \
+   }                                                                             \
+   type::Member* name( const type::key_type& key ) {                             \
+      return name##_.find( key );                                                \
+   }                                                                             \
+   const type::Member* name( const type::key_type& key ) const {                 \
+      return name##_.find( key );                                                \
+   }                                                                             \
+   ::Mox::Ptr<type::Member> name##Is( const type::key_type& key ) {              \
+      if ( type::Member* existing = name##_.find( key ) ) return existing;       \
+      return name##Add( new##Name( key ) );                                      \
+   }                                                                             \
+   MOX_REFUSE( name##Is, ::Mox::Ptr<type::Member>, type::key_type, refuseValue ) \
+   ::Mox::Ptr<type::Member> name##Del( const type::key_type& where ) {           \
+      type::key_type key = where;                                                \
+      ::Mox::Ptr<type::Member> removed =                                         \
+         ::Mox::CollectionOwner::remove( name##_, key );                         \
+      if ( removed == nullptr ) return removed;                                  \
+      REMOVED( Name );                                                           \
+      MOX_NOTIFY_KEY( Name );                                                    \
+      return removed;                                                            \
+   }                                                                             \
+   void name##DelAll() {                                                         \
+      ::Mox::Pin<Self> pin( this );                                              \
+      for ( const auto& key : ::Mox::keysOf( name##_ ) ) name##Del( key );       \
+   }                                                                             \
+                                                                                 \
+ private:                                                                        \
+   ::Mox::Ptr<type::Member> name##Add( ::Mox::Ptr<type::Member> made ) {         \
+      made->notificationsEnabledIs( true );                                      \
+      ::Mox::CollectionOwner::add( name##_, made.get() );                        \
+      const type::key_type key = made->mapKey();                                 \
+      MOX_NOTIFY_KEY( Name );                                                    \
+      return made;                                                               \
+   }                                                                             \
+   type name##_;                                                                 \
+                                                                                 \
  public:
 
 #define MOX_REMOVED_IGNORED( Name )
@@ -278,6 +320,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       type::key_type key = where;                                 \
       if ( name##_.insert( key ).second ) MOX_NOTIFY_KEY( Name ); \
    }                                                              \
+   MOX_REFUSE( name##Is, void, type::key_type, refuseValue )      \
    MOX_ERASED( name, Name, type )                                 \
    MOX_STORED( name, type, {} )
 
@@ -310,8 +353,10 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
 #define MOX_HOOK_Alone( Name, type )
 #define MOX_HOOK_Via( Name, type )
 
-#define MOX_SET_BY_MUTATOR( name, type ) \
-   ::Mox::Detail::textSetter<Self, type, &Self::name##Is>()
+#define MOX_SET_BY_MUTATOR( name, type )                                       \
+   ::Mox::Detail::textSetter<Self, type,                                       \
+                             static_cast<void ( Self::* )( ::Mox::In<type> )>( \
+                                &Self::name##Is )>()
 #define MOX_SET_Value( name, type, initial ) MOX_SET_BY_MUTATOR( name, type )
 #define MOX_SET_Reacting( name, type, initial ) MOX_SET_BY_MUTATOR( name, type )
 #define MOX_SET_Counter( name, type, initial ) MOX_SET_BY_MUTATOR( name, type )
@@ -358,6 +403,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
          return static_cast<const Type*>( target() );               \
       }                                                             \
       void notifierIs( const Type* entity ) { targetIs( entity ); } \
+      MOX_REFUSE( notifierIs, void, const Type*, refuseTarget )     \
       ATTRIBUTES( MOX_ROW_HOOK )                                    \
    };                                                               \
    const ::Mox::TypeInfo& typeInfo() const override;                \

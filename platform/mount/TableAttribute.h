@@ -58,6 +58,7 @@
    void name##Is( const type::Value& value ) {                            \
       name##_.is( value );                                                \
    }                                                                      \
+   MOX_REFUSE( name##Is, void, type::Value, refuseValue )                 \
    type::Value name##Del( const type::Key& key ) {                        \
       return name##_.del( key );                                          \
    }                                                                      \
@@ -117,6 +118,7 @@ struct TableCounters {
       name##Counters_.is.inc();                                                 \
       name##_.is( value );                                                      \
    }                                                                            \
+   MOX_REFUSE( name##Is, void, type::Value, refuseValue )                       \
    type::InPlace name##InPlace() {                                              \
       return name##_.inPlace();                                                 \
    }                                                                            \

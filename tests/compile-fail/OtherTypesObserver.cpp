@@ -1,18 +1,21 @@
-// An observer watches entities of its own type only.
+// An observer watches entities of its own type only, by plain pointers.
 #include "model/Status.h"
 
 namespace Routing::Pim::SparseMode::Test {
 
 struct Watcher : Route::NotifieeConst {};
 
-#ifdef BAD
-void watch( Watcher& watcher, Status& status ) {
-   watcher.notifierIs( &status );
-}
-#else
-void watch( Watcher& watcher, Route& route ) {
-   watcher.notifierIs( &route );
-}
+void watch( Watcher& watcher, Mox::Ptr<Status> status, Mox::Ptr<Route> route ) {
+#ifndef BAD
+   watcher.notifierIs( route.get() );
+   watcher.notifierIs( nullptr );
+#elif BAD == 1
+   watcher.notifierIs( status.get() );
+#elif BAD == 2
+   watcher.notifierIs( route );
 #endif
+   (void)status;
+   (void)route;
+}
 
 }

@@ -1,13 +1,18 @@
-// A hook for an attribute that the entity does not have overrides nothing.
+// A hook for an attribute that the entity does not have, or with other arguments, overrides
+// nothing.
 #include "model/Status.h"
 
 namespace Routing::Pim::SparseMode::Test {
 
 struct Watcher : Route::NotifieeConst {
-#ifdef BAD
-   void onJoinState() override {}
-#else
+   using NotifieeConst::onRouteIntf;
+#ifndef BAD
    void onUpJoinState() override {}
+   void onRouteIntf( const Vantu::IntfId& ) override {}
+#elif BAD == 1
+   void onJoinState() override {}
+#elif BAD == 2
+   void onRouteIntf( int ) override {}
 #endif
 };
 

@@ -48,8 +48,8 @@ std::vector<L3::VrfName> vrfsUnder( const std::string& root,
    std::error_code missing;
    std::filesystem::directory_iterator entries( directory, missing );
    if ( missing == std::errc::permission_denied ) {
-      throw UnreadableError( directory.string() +
-                             ": permission denied: " + remedy( directory ) );
+      throw UnreadableDirectoryError(
+         directory.string() + ": permission denied: " + remedy( directory ) );
    }
    for ( const auto& entry : entries ) {
       const std::string name = entry.path().filename().string();

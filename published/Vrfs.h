@@ -11,13 +11,13 @@
 namespace Published {
 
 // A directory may not be read; the text says what to do.
-class PIMSM_API UnreadableError : public Mox::Error {
+class PIMSM_API UnreadableDirectoryError : public Mox::Error {
  public:
    using Error::Error;
 };
 
 // The VRFs whose route table stands under the root, in no order. Throws
-// UnreadableError where the directory may not be read.
+// UnreadableDirectoryError where the directory may not be read.
 PIMSM_API std::vector<L3::VrfName> vrfsUnder( const std::string& root,
                                               Vantu::AddressFamily family );
 

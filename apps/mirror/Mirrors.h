@@ -85,7 +85,7 @@ class Mirrors {
    static constexpr double patience = 1.0;
 
    // Mounts what the selection names and there is; load() fills the models. Throws
-   // Published::UnreadableError where the directory may not be read.
+   // Published::UnreadableDirectoryError where the directory may not be read.
    explicit Mirrors( const Selection& selection );
 
    // What of a mirror is to be read.

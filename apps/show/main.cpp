@@ -117,7 +117,7 @@ ExitStatus runCommand( int argc, char** argv ) {
       return complain( wrongUsage, e.what() );
    } catch ( const Mox::RangeError& e ) {
       return complain( wrongUsage, e.what() );
-   } catch ( const Published::UnreadableError& e ) {
+   } catch ( const Published::UnreadableDirectoryError& e ) {
       return complain( noTables, e.what() );
    } catch ( const Brane::CreateError& e ) {
       return complain( noTables, e.what() );

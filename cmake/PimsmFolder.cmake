@@ -163,8 +163,9 @@ function( pimsm_shared_library name )
    add_library( Pimsm::${name} ALIAS ${name} )
    set_target_properties( ${name} PROPERTIES
       VERSION ${PROJECT_VERSION} SOVERSION 1 LINKER_LANGUAGE CXX )
-   target_link_libraries( ${name} PUBLIC
-      $<BUILD_INTERFACE:pimsm_options> ${ARGN} Boost::headers )
+   # Warnings, and headers by their place in this project, are not for who uses it.
+   target_link_libraries( ${name} PRIVATE $<BUILD_INTERFACE:pimsm_options> )
+   target_link_libraries( ${name} PUBLIC ${ARGN} Boost::headers )
    # A sanitizer's runtime comes with the program.
    if( NOT PIMSM_SANITIZE )
       target_link_options( ${name} PRIVATE -Wl,--no-undefined )

@@ -13,20 +13,23 @@ function( pimsm_install )
    target_compile_features( Pimsm PUBLIC cxx_std_20 )
    target_include_directories( Pimsm INTERFACE
       $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> $<INSTALL_INTERFACE:${headers}>
-      $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include> )
-   # Links to the folders, not to the project: that would hold the build, and itself.
-   file( REMOVE_RECURSE ${PROJECT_BINARY_DIR}/include/pimsm )
-   file( MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include/pimsm )
+      $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/headers> )
+   # For who has this project as a part of his: as they are installed.
    set( public platform model export register count ssm frr published assembly packet engine router )
-   foreach( part IN LISTS public ITEMS pimsm.h )
-      file( CREATE_LINK ${PROJECT_SOURCE_DIR}/${part}
-         ${PROJECT_BINARY_DIR}/include/pimsm/${part} SYMBOLIC )
-   endforeach()
+   list( TRANSFORM public APPEND "/*.h" OUTPUT_VARIABLE patterns )
+   file( GLOB_RECURSE sources CONFIGURE_DEPENDS ${patterns} )
+   set( made ${PROJECT_BINARY_DIR}/headers/pimsm )
+   add_custom_command( OUTPUT ${made}.stamp
+      COMMAND ${PROJECT_SOURCE_DIR}/tools/install-headers ${PROJECT_SOURCE_DIR} ${made} ${public}
+      COMMAND ${CMAKE_COMMAND} -E touch ${made}.stamp
+      DEPENDS ${sources} pimsm.h tools/install-headers VERBATIM )
+   add_custom_target( pimsm-headers ALL DEPENDS ${made}.stamp )
+   add_dependencies( Pimsm pimsm-headers )
    list( JOIN public " " public )
    set( PIMSM_PC_CFLAGS "" )
    if( PIMSM_ATOMIC_PTR )
       # Who links the library must count as it does.
-      target_compile_definitions( Pimsm INTERFACE $<INSTALL_INTERFACE:PIMSM_ATOMIC_PTR=1> )
+      target_compile_definitions( Pimsm INTERFACE PIMSM_ATOMIC_PTR=1 )
       set( PIMSM_PC_CFLAGS "-DPIMSM_ATOMIC_PTR=1" )
    endif()
 

@@ -5,7 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "packet/Ip.h"
+#include "packet/Cursor.h"
+#include "platform/net/IpGenAddr.h"
 
 namespace Router {
 
@@ -19,21 +20,26 @@ class PIMSM_API Checksum {
    void add( uint32_t number ) { sum_ += ( number >> 16 ) + ( number & 0xffff ); }
 
    // Over what carries its own checksum.
-   bool isGood() const {
-      uint64_t folded = sum_;
-      while ( folded > 0xffff ) folded = ( folded >> 16 ) + ( folded & 0xffff );
-      return folded == 0xffff;
-   }
+   bool isGood() const { return folded() == 0xffff; }
+   // To be written where zeros were added.
+   uint16_t value() const { return static_cast<uint16_t>( ~folded() ); }
 
  private:
+   uint64_t folded() const {
+      uint64_t folded = sum_;
+      while ( folded > 0xffff ) folded = ( folded >> 16 ) + ( folded & 0xffff );
+      return folded;
+   }
+
    uint64_t sum_ = 0;
 };
 
 // IPv6's pseudo header for `length` bytes of the protocol (RFC 8200, 8.1).
-inline void addPseudoHeader( Checksum& checksum, const IpPacket& packet,
-                             size_t length, uint8_t protocol ) {
-   checksum.add( packet.source.bytes() );
-   checksum.add( packet.destination.bytes() );
+inline void addPseudoHeader( Checksum& checksum, const Vantu::IpGenAddr& source,
+                             const Vantu::IpGenAddr& destination, size_t length,
+                             uint8_t protocol ) {
+   checksum.add( source.bytes() );
+   checksum.add( destination.bytes() );
    checksum.add( static_cast<uint32_t>( length ) );
    checksum.add( static_cast<uint32_t>( protocol ) );
 }

@@ -1,23 +1,13 @@
 #include "packet/Membership.h"
 
 #include "packet/Checksum.h"
+#include "packet/Numbers.h"
 
 namespace Router {
 namespace {
 
 using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
-
-// Types on the wire.
-constexpr uint8_t kIgmpQuery = 0x11;
-constexpr uint8_t kIgmpReport1 = 0x12;
-constexpr uint8_t kIgmpReport2 = 0x16;
-constexpr uint8_t kIgmpLeave = 0x17;
-constexpr uint8_t kIgmpReport3 = 0x22;
-constexpr uint8_t kMldQuery = 130;
-constexpr uint8_t kMldReport1 = 131;
-constexpr uint8_t kMldDone = 132;
-constexpr uint8_t kMldReport2 = 143;
 
 // RFC 3376, 4.1.1 and 4.1.7; RFC 3810, 5.1.3 and 5.1.9: beyond its half a code is an
 // exponent of three bits and a mantissa.
@@ -33,7 +23,8 @@ double decodeTime( uint32_t code, unsigned bits ) {
 bool isGoodChecksum( const IpPacket& packet ) {
    Checksum checksum;
    if ( packet.family() == AddressFamily::ipv6 )
-      addPseudoHeader( checksum, packet, packet.payload.size(), icmp6Protocol );
+      addPseudoHeader( checksum, packet.source, packet.destination,
+                       packet.payload.size(), icmp6Protocol );
    checksum.add( packet.payload );
    return checksum.isGood();
 }
@@ -68,21 +59,21 @@ DropReason Decoder::decode( MembershipMessage& out ) {
    uint8_t type = cursor_.u8();
    uint16_t code = cursor_.u8();
    cursor_.skip( 2 );
-   if ( !ipv4() && type != kMldReport2 ) {
+   if ( !ipv4() && type != mldReport2 ) {
       code = cursor_.u16();
       cursor_.skip( 2 );
    }
    switch ( type ) {
-      case kIgmpQuery:
-      case kMldQuery:
+      case igmpQuery:
+      case mldQuery:
          return query( code, out.emplace<MembershipQuery>() );
-      case kIgmpReport3:
-      case kMldReport2:
+      case igmpReport3:
+      case mldReport2:
          return report( out.emplace<MembershipReport>() );
-      case kIgmpReport1:
+      case igmpReport1:
          return oldReport( out.emplace<MembershipReport>(), 1, isExclude );
-      case kIgmpReport2:
-      case kMldReport1:
+      case igmpReport2:
+      case mldReport1:
          return oldReport( out.emplace<MembershipReport>(), 2, isExclude );
       default:
          return oldReport( out.emplace<MembershipReport>(), 2, toInclude );
@@ -147,13 +138,13 @@ std::vector<IpGenAddr> Decoder::addresses( size_t count ) {
 }
 
 bool isIgmpType( uint8_t type ) {
-   return type == kIgmpQuery || type == kIgmpReport1 || type == kIgmpReport2 ||
-          type == kIgmpLeave || type == kIgmpReport3;
+   return type == igmpQuery || type == igmpReport1 || type == igmpReport2 ||
+          type == igmpLeave || type == igmpReport3;
 }
 
 bool isMldType( uint8_t type ) {
-   return type == kMldQuery || type == kMldReport1 || type == kMldDone ||
-          type == kMldReport2;
+   return type == mldQuery || type == mldReport1 || type == mldDone ||
+          type == mldReport2;
 }
 
 // Such messages are never forwarded; MLD's have a link-local sender, too. A host that has
@@ -162,7 +153,7 @@ bool isOffLink( const IpPacket& packet ) {
    if ( packet.ttl != 1 ) return true;
    if ( packet.family() == AddressFamily::ipv4 || packet.source.isLinkLocal() )
       return false;
-   return !packet.source.isUnspecified() || packet.payload[0] == kMldQuery;
+   return !packet.source.isUnspecified() || packet.payload[0] == mldQuery;
 }
 
 }

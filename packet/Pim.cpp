@@ -3,6 +3,7 @@
 #include <array>
 
 #include "packet/Checksum.h"
+#include "packet/Numbers.h"
 
 namespace Router {
 namespace {
@@ -10,26 +11,18 @@ namespace {
 using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
 
-constexpr size_t kRegisterHeader = 8;
-
-// Hello options (RFC 7761, 4.9.2).
-constexpr uint16_t kHoldtime = 1;
-constexpr uint16_t kLanPruneDelay = 2;
-constexpr uint16_t kDrPriority = 19;
-constexpr uint16_t kGenerationId = 20;
-constexpr uint16_t kAddressList = 24;
-
 bool isGoodChecksum( const IpPacket& packet, size_t covered ) {
    Checksum checksum;
    if ( packet.family() == AddressFamily::ipv6 )
-      addPseudoHeader( checksum, packet, covered, pimProtocol );
+      addPseudoHeader( checksum, packet.source, packet.destination, covered,
+                       pimProtocol );
    checksum.add( packet.payload.first( covered ) );
    return checksum.isGood();
 }
 
 bool isGoodChecksum( const IpPacket& packet, PimType type ) {
-   if ( type == PimType::registerData && packet.payload.size() > kRegisterHeader &&
-        isGoodChecksum( packet, kRegisterHeader ) ) {
+   if ( type == PimType::registerData && packet.payload.size() > registerHeader &&
+        isGoodChecksum( packet, registerHeader ) ) {
       return true;
    }
    return isGoodChecksum( packet, packet.payload.size() );
@@ -78,10 +71,10 @@ DropReason Decoder::hello( PimHello& out ) {
 
 DropReason Decoder::option( uint16_t type, Cursor value, PimHello& out ) {
    switch ( type ) {
-      case kHoldtime:
+      case helloHoldtime:
          out.holdtime = value.u16();
          break;
-      case kLanPruneDelay: {
+      case helloLanPruneDelay: {
          constexpr uint16_t kTracking = 0x8000;
          uint16_t propagation = value.u16();
          out.lanPruneDelay = { ( propagation & kTracking ) != 0,
@@ -89,13 +82,13 @@ DropReason Decoder::option( uint16_t type, Cursor value, PimHello& out ) {
                                value.u16() };
          break;
       }
-      case kDrPriority:
+      case helloDrPriority:
          out.drPriority = value.u32();
          break;
-      case kGenerationId:
+      case helloGenerationId:
          out.generationId = value.u32();
          break;
-      case kAddressList:
+      case helloAddressList:
          return addressList( value, out );
       default:
          return notDropped;

@@ -82,6 +82,8 @@ struct PimRegister {
    bool nullRegister = false;
    Vantu::IpGenAddr source;
    Vantu::IpGenAddr group;  // the data packet's destination, whatever it is
+   // To be encoded, whole; decoding leaves it empty. Empty: a null register's.
+   Bytes packet;
 };
 
 // RFC 7761, 4.9.4.

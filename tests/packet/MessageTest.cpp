@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include "packet/Encode.h"
 #include "packet/Message.h"
 
 #include <gtest/gtest.h>
@@ -74,6 +75,19 @@ class Sent {
                              query->interval, query->suppress ? " suppress" : "" );
       return out;
    }
+
+   // Written again after it has been read.
+   ByteVector encoded() const {
+      Message message;
+      IpPacket read = packet;
+      read.payload = bytes_;
+      EXPECT_EQ( decodeMessage( read, message ), notDropped );
+      if ( auto* pim = std::get_if<PimMessage>( &message ) )
+         return encodePim( *pim, packet.source, packet.destination );
+      return encodeMembership( std::get<MembershipMessage>( message ),
+                               packet.source, packet.destination );
+   }
+   const ByteVector& bytes() const { return bytes_; }
 
    IpPacket packet;
 
@@ -259,6 +273,48 @@ TEST( MembershipMessage, IsReadOrDropped ) {
    const Sent whole( icmp6Protocol, true, PacketBuilder().hex( kMldReport ) );
    for ( size_t length = 8; length < whole.size(); ++length )
       EXPECT_EQ( whole.cut( length ).text(), "truncatedMessage" ) << length;
+}
+
+// The data packets of null registers have what RFC 7761, 4.9.3 says in front.
+TEST( Messages, AreWrittenAsTheyWereRead ) {
+   struct Written {
+      unsigned protocol;
+      bool ipv6;
+      const char* bytes;
+   };
+   for ( const Written& row :
+         { Written{ pimProtocol, false,
+                    "20000000 0001 0002 0069 0002 0004 81f4 09c4 0013 0004 00000007"
+                    " 0014 0004 fffefdfc 0018 000c @192.0.2.5 @192.0.2.6" },
+           { pimProtocol, true, "20000000 0018 0012 @2001:db8::1" },
+           { pimProtocol, false, kJoinPrune },
+           { pimProtocol, true,
+             "23000000 @fe80::9 00 01 ffff #ff3e::1 0001 0000 6%2001:db8::1" },
+           { pimProtocol, false,
+             "21000000 c0000000 45000014 00000000 0067 a64b =198.51.100.7 "
+             "=233.252.0.1" },
+           { pimProtocol, true,
+             "21000000 40000000 60000000 0004 67 00 =2001:db8::7 =ff3e::1 0000 "
+             "d294" },
+           { pimProtocol, false, kStop },
+           { pimProtocol, false, kAssert },
+           { igmpProtocol, false, "11640000 e9fc0001 0a7d 0000" },
+           { igmpProtocol, false, "118f0000 e9fc0001 02ff 0001 c0000207" },
+           { igmpProtocol, false, "117f0000 e9fc0001 0080 0000" },
+           { igmpProtocol, false, "11ff0000 e9fc0001" },
+           { igmpProtocol, false, "11000000 00000000" },
+           { igmpProtocol, false, "12000000 e9fc0001" },
+           { igmpProtocol, false, "16000000 e9fc0001" },
+           { igmpProtocol, false, "17000000 e9fc0001" },
+           { icmp6Protocol, true, "82000000 03e8 0000 =ff3e::1" },
+           { icmp6Protocol, true, "82000000 8001 0000 =ff3e::1 0280 0000" },
+           { icmp6Protocol, true, "82000000 7fff 0000 =ff3e::1 0280 0000" },
+           { icmp6Protocol, true, "84000000 0000 0000 =ff3e::1" },
+           { icmp6Protocol, true, kMldReport } } ) {
+      Sent sent( row.protocol, row.ipv6, PacketBuilder().hex( row.bytes ) );
+      if ( row.bytes[1] == '1' && row.protocol == pimProtocol ) sent.checksum( 8 );
+      EXPECT_EQ( sent.encoded(), sent.bytes() ) << row.bytes;
+   }
 }
 
 // Not forwarded; and MLD's sender is of the link, or has no address yet and only reports.

@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "apps/agent/capture/CaptureReader.h"
+#include "packet/Encode.h"
 #include "tests/apps/agent/Captures.h"
 #include "tests/packet/MessageText.h"
 
@@ -52,6 +53,14 @@ void compare( const CapturedPacket& captured, const ListedMessage& expected ) {
    // What the dissector misses behind a null register's header is not there to be had.
    std::string detail = expected.detail;
    if ( detail.rfind( "malformed ", 0 ) == 0 ) detail.erase( 0, 10 );
+   EXPECT_EQ( textOf( message ), detail );
+   // What is written says the same.
+   const auto written = encodePim( message, packet.source, packet.destination );
+   if ( expected.type == "Join/Prune" || expected.type == "Assert" ) {
+      EXPECT_EQ( written.size(), packet.payload.size() );
+   }
+   packet.payload = written;
+   ASSERT_EQ( decodePim( packet, message ), notDropped );
    EXPECT_EQ( textOf( message ), detail );
 }
 

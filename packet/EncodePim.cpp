@@ -1,0 +1,163 @@
+#include <algorithm>
+
+#include "packet/Checksum.h"
+#include "packet/Encode.h"
+#include "packet/Numbers.h"
+#include "packet/Writer.h"
+
+namespace Router {
+namespace {
+
+using Vantu::AddressFamily;
+using Vantu::IpGenAddr;
+
+bool isIp4( const IpGenAddr& address ) {
+   return address.family() == AddressFamily::ipv4;
+}
+
+// RFC 7761, 4.9.1: the family as the registry numbers it, and its native encoding.
+void head( Writer& out, const IpGenAddr& address ) {
+   out.u8( isIp4( address ) ? 1 : 2 ).u8( 0 );
+}
+
+void unicast( Writer& out, const IpGenAddr& address ) {
+   head( out, address );
+   out.address( address );
+}
+
+void group( Writer& out, const IpGenAddr& address, uint8_t maskLength ) {
+   head( out, address );
+   out.u8( 0 ).u8( maskLength ).address( address );
+}
+
+void source( Writer& out, const EncodedSource& each ) {
+   head( out, each.address );
+   out.u8( ( each.sparse ? 4U : 0U ) | ( each.wildcard ? 2U : 0U ) |
+           ( each.rpt ? 1U : 0U ) );
+   out.u8( each.maskLength ).address( each.address );
+}
+
+// One kind of body each; the header stands already.
+struct Body {
+   PimType operator()( const std::monostate& ) const { return PimType::hello; }
+   PimType operator()( const PimHello& hello ) const;
+   PimType operator()( const PimJoinPrune& message ) const;
+   PimType operator()( const PimRegister& message ) const;
+   PimType operator()( const PimRegisterStop& message ) const;
+   PimType operator()( const PimAssert& message ) const;
+
+   Writer& out;
+};
+
+PimType Body::operator()( const PimHello& hello ) const {
+   if ( hello.holdtime ) out.u16( helloHoldtime ).u16( 2 ).u16( *hello.holdtime );
+   if ( hello.lanPruneDelay ) {
+      constexpr uint16_t kMost = 0x7fff;
+      const LanPruneDelay& delay = *hello.lanPruneDelay;
+      out.u16( helloLanPruneDelay ).u16( 4 );
+      out.u16( ( delay.trackingSupport ? kMost + 1U : 0U ) |
+               std::min( delay.propagationDelay, kMost ) );
+      out.u16( delay.overrideInterval );
+   }
+   if ( hello.drPriority )
+      out.u16( helloDrPriority ).u16( 4 ).u32( *hello.drPriority );
+   if ( hello.generationId )
+      out.u16( helloGenerationId ).u16( 4 ).u32( *hello.generationId );
+   if ( hello.addresses.empty() ) return PimType::hello;
+   out.u16( helloAddressList );
+   const size_t length = out.size();
+   out.u16( 0 );
+   for ( const IpGenAddr& each : hello.addresses ) unicast( out, each );
+   out.setU16( length, static_cast<uint32_t>( out.size() - length - 2 ) );
+   return PimType::hello;
+}
+
+PimType Body::operator()( const PimJoinPrune& message ) const {
+   unicast( out, message.upstreamNeighbor );
+   out.u8( 0 ).u8( static_cast<uint32_t>( message.groups.size() ) );
+   out.u16( message.holdtime );
+   for ( const JoinPruneGroup& each : message.groups ) {
+      group( out, each.address, each.maskLength );
+      out.u16( static_cast<uint32_t>( each.joins.size() ) );
+      out.u16( static_cast<uint32_t>( each.prunes.size() ) );
+      for ( const EncodedSource& join : each.joins ) source( out, join );
+      for ( const EncodedSource& prune : each.prunes ) source( out, prune );
+   }
+   return PimType::joinPrune;
+}
+
+// The data packet of a null register.
+void nullPacket( Writer& out, const PimRegister& message ) {
+   Checksum checksum;
+   if ( isIp4( message.source ) ) {
+      Writer header;
+      header.u8( 0x45 )
+         .u8( 0 )
+         .u16( 20 )
+         .u32( 0 )
+         .u8( 0 )
+         .u8( pimProtocol )
+         .u16( 0 );
+      header.address( message.source ).address( message.group );
+      checksum.add( header.written() );
+      header.setU16( 10, checksum.value() );
+      out.bytes( header.written() );
+      return;
+   }
+   constexpr size_t kPimHeader = 4;
+   out.u32( 0x60000000 ).u16( kPimHeader ).u8( pimProtocol ).u8( 0 );
+   out.address( message.source ).address( message.group );
+   addPseudoHeader( checksum, message.source, message.group, kPimHeader,
+                    pimProtocol );
+   out.u16( 0 ).u16( checksum.value() );
+}
+
+PimType Body::operator()( const PimRegister& message ) const {
+   out.u32( ( message.border ? 0x80000000 : 0U ) |
+            ( message.nullRegister ? 0x40000000 : 0U ) );
+   if ( message.packet.empty() ) {
+      nullPacket( out, message );
+   } else {
+      out.bytes( message.packet );
+   }
+   return PimType::registerData;
+}
+
+PimType Body::operator()( const PimRegisterStop& message ) const {
+   group( out, message.group, message.maskLength );
+   unicast( out, message.source );
+   return PimType::registerStop;
+}
+
+PimType Body::operator()( const PimAssert& message ) const {
+   group( out, message.group, message.maskLength );
+   unicast( out, message.source );
+   constexpr uint32_t kRptBit = 0x80000000;
+   const uint32_t preference = std::min( message.preference, kRptBit - 1 );
+   out.u32( ( message.rptBit ? kRptBit : 0U ) | preference );
+   out.u32( message.metric );
+   return PimType::assertion;
+}
+
+}
+
+std::vector<uint8_t> encodePim( const PimMessage& message, const IpGenAddr& source,
+                                const IpGenAddr& destination ) {
+   if ( std::holds_alternative<std::monostate>( message.body ) ) return {};
+   constexpr uint32_t kVersion = 2;
+   Writer out;
+   out.u32( 0 );
+   const PimType type = std::visit( Body{ out }, message.body );
+   out.setU16( 0, ( kVersion << 12 ) | static_cast<uint32_t>( type ) << 8 );
+   // Of a register the header alone (RFC 7761, 4.9.3).
+   const size_t covered =
+      type == PimType::registerData ? registerHeader : out.size();
+   Checksum checksum;
+   if ( !isIp4( source ) )
+      addPseudoHeader( checksum, source, destination, covered, pimProtocol );
+   checksum.add( out.written().first( covered ) );
+   out.setU16( 2, checksum.value() );
+   return out.take();
+}
+
+}

@@ -157,6 +157,9 @@ void MembershipEngine::adopt() {
       for ( const Routes::Intf& intf : route.routeIntf() ) {
          if ( !intf.localReceiverInclude() && !intf.localReceiverExclude() )
             continue;
+         // The tables do not hold it.
+         routes_.find( key, intf.intfId() )
+            ->localMembershipIs( intf.localReceiverInclude() );
          GroupMembership& machine = membership( intf.intfId(), key.group );
          Group& state = links_[intf.intfId()].groups[key.group];
          if ( key.source.isUnspecified() ) {

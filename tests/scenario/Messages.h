@@ -1,0 +1,36 @@
+// From the words of a scenario to a packet on a link, as another router or a host sends it.
+#pragma once
+
+#include <functional>
+
+#include "packet/Message.h"
+#include "tests/scenario/Names.h"
+#include "tests/scenario/Words.h"
+
+namespace Scenario {
+
+// What goes without saying, until a scenario says otherwise.
+struct Habits {
+   std::string intf;
+   std::string from;  // a name or an address
+   uint16_t holdtime = 210;
+};
+
+// What another router knows of the one under test.
+struct Link {
+   Vantu::IpGenAddr own;  // its address on the link
+   // The configured RP of a group, or the unspecified address.
+   std::function<Vantu::IpGenAddr( const Vantu::IpGenAddr& )> rpOf;
+};
+
+// A packet, and the bytes that it carries.
+struct Sent {
+   Router::IpPacket packet;
+   std::vector<uint8_t> payload;
+};
+
+// Uses all words. Throws ScriptError, and Mox::ParseError for an address.
+Sent readMessage( Words& words, const Names& names, const Habits& habits,
+                  const Link& link );
+
+}

@@ -1,0 +1,145 @@
+#include "tests/scenario/Runner.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace Scenario {
+namespace {
+
+// In s since the story began; "eth1 A joined".
+using Change = std::pair<double, std::string>;
+
+double rounded( double time ) {
+   return std::round( 100 * time ) / 100;
+}
+
+// A time stands where it is another than before.
+std::vector<std::string> texts( const std::vector<Change>& changes, double from ) {
+   std::vector<std::string> out;
+   for ( const auto& [time, what] : changes ) {
+      out.push_back(
+         time == rounded( from ) ? what : fmt::format( "{:g} s {}", time, what ) );
+      from = time;
+   }
+   return out;
+}
+
+std::vector<Change> expectedChanges( const std::vector<std::string>& texts,
+                                     double time ) {
+   std::vector<Change> out;
+   for ( const std::string& text : texts ) {
+      const size_t unit = text.find( " s " );
+      const bool timed = unit != std::string::npos &&
+                         text.find_first_not_of( "0123456789." ) == unit;
+      if ( timed ) time = std::stod( text );
+      out.emplace_back( rounded( time ), timed ? text.substr( unit + 3 ) : text );
+   }
+   return out;
+}
+
+class Run {
+ public:
+   Run( const Script& script, const Story& story )
+      : script_( script ), story_( story ), world_( script ) {
+      for ( const std::string& name : story.watched )
+         views_.push_back( { viewOf( name ), {} } );
+   }
+
+   std::vector<std::string> failures() {
+      for ( const std::string& each : story_.preamble ) perform( each );
+      changes_.clear();
+      world_.beginStory();
+      for ( const Line& line : story_.lines ) runLine( line );
+      return std::move( failures_ );
+   }
+
+ private:
+   struct Seen {
+      const View& view;
+      Facts facts;
+   };
+
+   void runLine( const Line& line ) {
+      const double from = world_.now();
+      try {
+         for ( const std::string& each : line.statements ) perform( each );
+      } catch ( const std::exception& error ) {
+         return fail( line, error.what() );
+      }
+      // Longer than any hold time.
+      if ( story_.isCase ) wait( world_.now() + 100000 );
+      std::vector<Change> expected = expectedChanges( line.expected, from );
+      std::vector<Change> came = std::exchange( changes_, {} );
+      std::stable_sort( expected.begin(), expected.end() );
+      std::stable_sort( came.begin(), came.end() );
+      if ( came == expected ) return;
+      fail( line, fmt::format( "expected  {}\ncame      {}",
+                               fmt::join( texts( expected, from ), "; " ),
+                               fmt::join( texts( came, from ), "; " ) ) );
+   }
+
+   void perform( const std::string& statement ) {
+      auto defined = script_.defined.find( statement );
+      if ( defined != script_.defined.end() ) {
+         for ( const std::string& each : defined->second ) perform( each );
+         return;
+      }
+      if ( auto until = world_.pause( statement ) ) return wait( *until );
+      world_.act( statement );
+      look();
+   }
+
+   void wait( double until ) {
+      while ( world_.nextDue() <= until ) {
+         world_.runUntil( world_.nextDue() );
+         look();
+      }
+      world_.runUntil( until );
+   }
+
+   void look() {
+      if ( !world_.runs() ) return;
+      for ( Seen& seen : views_ ) {
+         Facts facts =
+            seen.view.facts( world_.router(), world_.counters(), world_.names() );
+         for ( const auto& [subject, text] : seen.facts ) {
+            if ( facts.count( subject ) == 0 ) note( subject, seen.view.whenGone );
+         }
+         for ( const auto& [subject, text] : facts ) {
+            auto before = seen.facts.find( subject );
+            if ( before == seen.facts.end() || before->second != text )
+               note( subject, text );
+         }
+         seen.facts = std::move( facts );
+      }
+   }
+
+   void note( const std::string& subject, const std::string& text ) {
+      changes_.emplace_back( rounded( world_.now() ), subject + ' ' + text );
+   }
+
+   void fail( const Line& line, const std::string& what ) {
+      failures_.push_back(
+         fmt::format( "{}:{}: {}\n{}\n{}", script_.path, line.number, story_.title,
+                      fmt::join( line.statements, "; " ), what ) );
+   }
+
+   const Script& script_;
+   const Story& story_;
+   World world_;
+   std::vector<Seen> views_;
+   std::vector<Change> changes_;
+   std::vector<std::string> failures_;
+};
+
+}
+
+std::vector<std::string> run( const Script& script, const Story& story ) {
+   return Run( script, story ).failures();
+}
+
+}

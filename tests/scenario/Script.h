@@ -1,0 +1,53 @@
+// Scenario files as they stand: blocks of text, and the lines of each scenario. README.md
+// explains the language.
+#pragma once
+
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace Scenario {
+
+// What is wrong with a file, and where: "asserts.scenario:12: no time: +x".
+struct ScriptError : std::runtime_error {
+   using std::runtime_error::runtime_error;
+};
+
+// "join A; +10 s; prune A => 10 s eth1 A left"
+struct Line {
+   int number = 0;
+   std::vector<std::string> statements;
+   // In order; what changes by the statements.
+   std::vector<std::string> expected;
+};
+
+struct Story {
+   std::string title;
+   std::vector<std::string> watched;
+   std::vector<std::string> preamble;  // statements that come first, unobserved
+   std::vector<Line> lines;
+   // A case alone on its line: time passes behind it until nothing is due any more.
+   bool isCase = false;
+};
+
+struct Variant {
+   std::string from;
+   std::string to;
+};
+
+struct Script {
+   std::string path;
+   std::string config;  // YAML of one VRF
+   bool ipv6 = false;
+   std::map<std::string, Variant> variants;
+   std::map<std::string, std::string> names;  // what stands for which text
+   // A word for several statements.
+   std::map<std::string, std::vector<std::string>> defined;
+   std::vector<Story> stories;
+};
+
+// Throws ScriptError.
+Script readScript( const std::string& path );
+
+}

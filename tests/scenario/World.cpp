@@ -1,0 +1,181 @@
+#include "tests/scenario/World.h"
+
+#include "apps/config/ConfigReader.h"
+
+namespace Scenario {
+
+using Vantu::AddressFamily;
+using Vantu::IntfId;
+using Vantu::IpGenAddr;
+
+World::World( const Script& script ) : script_( script ), names_( script.names ) {
+   start( "" );
+   adopt();
+}
+
+// The configuration with the texts of each variant replaced: "no-rp+moved".
+Agent::VrfConfig World::config( const std::string& variants ) const {
+   std::string text = script_.config;
+   for ( size_t from = 0; from < variants.size(); ) {
+      const size_t plus = std::min( variants.find( '+', from ), variants.size() );
+      const std::string name = variants.substr( from, plus - from );
+      auto variant = script_.variants.find( name );
+      if ( variant == script_.variants.end() )
+         throw ScriptError( "no variant: " + name );
+      const size_t at = text.find( variant->second.from );
+      if ( at == std::string::npos )
+         throw ScriptError( "nothing to replace for " + name );
+      text.replace( at, variant->second.from.size(), variant->second.to );
+      from = plus + 1;
+   }
+   return Agent::parseConfig( "vrfs:\n- name: default\n" + text, script_.path )
+      .vrfs[0];
+}
+
+void World::start( const std::string& variants ) {
+   router_.reset();
+   config_ = config( variants );
+   router_ = std::make_unique<Router::VrfRouter>(
+      manager_, clock_, family(), config_, counters_,
+      Router::VrfRouterOptions{ {}, config_.maxRoutes, config_.maxRouteIntfs } );
+   while ( !router_->ready() ) clock_.runPass();
+}
+
+void World::adopt() {
+   router_->adopt();
+   turn();
+}
+
+void World::turn() {
+   manager_.dispatch();
+   if ( router_ != nullptr ) router_->handleTurnEnd();
+}
+
+void World::runUntil( double time ) {
+   clock_.runUntil( start_ + time );
+   turn();
+}
+
+std::optional<double> World::pause( const std::string& statement ) const {
+   Words words( statement );
+   if ( words.accept( "at" ) ) return words.seconds();
+   if ( words.peek().front() != '+' ) return std::nullopt;
+   return now() + words.seconds();
+}
+
+void World::act( const std::string& statement ) {
+   Words words( statement );
+   const std::string first = words.peek();
+   if ( first.back() == ':' ) {
+      words.next();
+      message( words, first.substr( 0, first.size() - 1 ) );
+   } else if ( words.accept( "use" ) ) {
+      habits_.intf = words.next();
+      while ( !words.atEnd() ) {
+         if ( words.accept( "from" ) ) habits_.from = words.next();
+         if ( words.accept( "hold" ) )
+            habits_.holdtime = static_cast<uint16_t>( words.seconds() );
+      }
+   } else if ( words.accept( "config" ) ) {
+      config_ = config( words.atEnd() ? "" : words.next() );
+      router_->configIs( config_ );
+   } else if ( words.accept( "restart" ) ) {
+      start( words.atEnd() ? "" : words.next() );
+      adopt();
+   } else if ( words.accept( "start" ) ) {
+      return start( words.atEnd() ? "" : words.next() );
+   } else if ( words.accept( "stop" ) ) {
+      router_.reset();
+      return words.expectEnd();
+   } else if ( words.accept( "lose" ) ) {
+      lose( words );
+      return words.expectEnd();
+   } else if ( words.accept( "adopt" ) ) {
+      adopt();
+   } else if ( words.accept( "kernel" ) ) {
+      kernel( words );
+   } else {
+      message( words, habits_.intf );
+   }
+   words.expectEnd();
+   // Between a restart's halves there is no turn yet.
+   if ( router_->adopted() ) turn();
+}
+
+void World::message( Words& words, const std::string& intf ) {
+   Link link;
+   for ( const Router::InterfaceConfig& each : config_.interfaces ) {
+      if ( each.name.name() != intf ) continue;
+      for ( const Router::InterfaceAddress& own : each.addresses ) {
+         if ( own.address.family() == family() && link.own.isUnspecified() )
+            link.own = own.address;
+      }
+   }
+   link.rpOf = [this]( const IpGenAddr& group ) {
+      return Router::Topology( config_ ).rpOf( group );
+   };
+   const Sent sent = readMessage( words, names_, habits_, link );
+   Router::Message message;
+   const Router::DropReason reason = Router::decodeMessage( sent.packet, message );
+   if ( reason != Router::notDropped )
+      throw ScriptError( std::string( "dropped: " ) +
+                         std::string( dropName( reason ) ) );
+   router_->receive( IntfId( intf ), sent.packet, message );
+}
+
+// lose A [eth1 [times]]: of a stopped router's tables, as if it had died between two writes.
+void World::lose( Words& words ) {
+   namespace Sm = Routing::Pim::SparseMode;
+   auto model = Sm::statusFactory( config_.name );
+   model->maxRoutesIs( config_.maxRoutes );
+   model->maxRouteIntfsIs( config_.maxRouteIntfs );
+   auto tables = Sm::Brane::Status::mountInDependencyOrder(
+      manager_, Sm::Brane::Status::mountPath( family(), config_.name ),
+      Brane::tableWriter, model );
+   const Routing::Pim::RouteKey key = names_.route( words.next() );
+   if ( words.atEnd() ) {
+      tables->routeDel( key );
+      return;
+   }
+   const Routing::Pim::RouteIntfKey intf{ key, IntfId( words.next() ) };
+   if ( !words.accept( "times" ) ) {
+      tables->routeIntfDel( intf );
+      return;
+   }
+   Published::FamilyStatus::mount(
+      manager_, Published::FamilyStatus::mountPath( family(), config_.name ),
+      Brane::tableWriter, config_.maxRouteIntfs )
+      ->downstreamDel( intf );
+}
+
+// kernel packet A on eth1 [4 s ago], kernel wrong A on eth1 [4 s ago], kernel counts A 5
+void World::kernel( Words& words ) {
+   if ( mfib_ == nullptr ) {
+      mfib_ = Published::MfibStatus::mount(
+         kernelSide_, Published::MfibStatus::mountPath( family(), config_.name ),
+         Brane::tableWriter, 100 );
+   }
+   const std::string what = words.next();
+   const Routing::Pim::RouteKey key = names_.route( words.next() );
+   if ( what == "counts" ) {
+      const auto count = static_cast<uint64_t>( words.number() );
+      mfib_->cacheIs(
+         { key, count, count * 100, 0, count == 0 ? 0.0 : clock_.now() } );
+   } else if ( what == "packet" || what == "wrong" ) {
+      if ( !words.accept( "on" ) ) throw ScriptError( "on which interface?" );
+      const IntfId intf( words.next() );
+      double age = 0.0;
+      if ( !words.atEnd() ) age = words.seconds();
+      words.accept( "ago" );
+      mfib_->upcallIs(
+         { { key, intf },
+           what == "packet" ? Published::noCacheUpcall : Published::wrongVifUpcall,
+           1,
+           clock_.now() - age } );
+   } else {
+      throw ScriptError( "the kernel does not tell that: " + what );
+   }
+   kernelSide_.dispatch();
+}
+
+}

@@ -1,0 +1,66 @@
+// One router under injected time: what a scenario does to it, and what is seen of it.
+#pragma once
+
+#include <memory>
+
+#include "apps/config/AgentConfig.h"
+#include "platform/loop/TestClock.h"
+#include "published/MfibStatus.h"
+#include "router/VrfRouter.h"
+#include "tests/scenario/Messages.h"
+#include "tests/scenario/Script.h"
+#include "tests/support/TempRoot.h"
+
+namespace Scenario {
+
+class World {
+ public:
+   explicit World( const Script& script );
+
+   // One statement, after which everything that follows from it at once has happened.
+   // Throws ScriptError.
+   void act( const std::string& statement );
+   // Until when a statement waits; nothing: it does something.
+   std::optional<double> pause( const std::string& statement ) const;
+
+   // Seconds since the story began.
+   void beginStory() { start_ = clock_.now(); }
+   double now() const { return clock_.now() - start_; }
+   // When the next thing is due; infinite: never.
+   double nextDue() const { return clock_.nextWakeup() - start_; }
+   void runUntil( double time );
+
+   bool runs() const { return router_ != nullptr; }
+   // REQUIRES: it runs.
+   const Router::VrfRouter& router() const { return *router_; }
+   const Router::RouterCounters& counters() const { return counters_; }
+   const Names& names() const { return names_; }
+
+ private:
+   void message( Words& words, const std::string& intf );
+   void kernel( Words& words );
+   void lose( Words& words );
+   Vantu::AddressFamily family() const {
+      return script_.ipv6 ? Vantu::AddressFamily::ipv6 : Vantu::AddressFamily::ipv4;
+   }
+   void adopt();
+   void start( const std::string& variants );
+   Agent::VrfConfig config( const std::string& variants ) const;
+   void turn();
+
+   const Script& script_;
+   Names names_;
+   Habits habits_;
+   Mox::Test::TempRoot root_;
+   Mox::TestClock clock_{
+      100.0 };  // a keepalive period has not passed since the boot
+   double start_ = 100.0;
+   Corvex::EntityManager manager_{ clock_, nullptr, root_.path() };
+   Corvex::EntityManager kernelSide_{ clock_, nullptr, root_.path() };
+   Mox::Ptr<Published::MfibStatus> mfib_;
+   Router::RouterCounters counters_;
+   Agent::VrfConfig config_;
+   std::unique_ptr<Router::VrfRouter> router_;
+};
+
+}

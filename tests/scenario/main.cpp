@@ -1,0 +1,88 @@
+// The scenarios as tests: a suite for each file, a test for each of its scenarios and of its
+// blocks of cases.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "tests/scenario/Runner.h"
+
+namespace Scenario {
+namespace {
+
+class StoriesTest : public testing::Test {
+ public:
+   StoriesTest( const Script& script, std::vector<const Story*> stories )
+      : script_( script ), stories_( std::move( stories ) ) {}
+   void TestBody() override {
+      for ( const Story* story : stories_ ) {
+         for ( const std::string& failure : run( script_, *story ) )
+            ADD_FAILURE() << failure;
+      }
+   }
+
+ private:
+   const Script& script_;
+   std::vector<const Story*> stories_;
+};
+
+// For filters: letters and digits, words with capitals.
+std::string testName( const std::string& title ) {
+   std::string out;
+   bool begins = true;
+   for ( char c : title ) {
+      const auto letter = static_cast<unsigned char>( c );
+      if ( std::isalnum( letter ) != 0 )
+         out += static_cast<char>( begins ? std::toupper( letter ) : letter );
+      begins = std::isalnum( letter ) == 0;
+   }
+   return out;
+}
+
+void addTests( const std::string& path ) {
+   // As long as the process.
+   static std::vector<std::unique_ptr<Script>> scripts;
+   scripts.push_back( std::make_unique<Script>( readScript( path ) ) );
+   const Script& script = *scripts.back();
+   std::vector<std::string> titles;
+   std::map<std::string, std::vector<const Story*>> stories;
+   for ( const Story& story : script.stories ) {
+      if ( stories[story.title].empty() ) titles.push_back( story.title );
+      stories[story.title].push_back( &story );
+   }
+   const std::string suite =
+      testName( std::filesystem::path( path ).stem().string() );
+   for ( const std::string& title : titles ) {
+      testing::RegisterTest(
+         suite.c_str(), testName( title ).c_str(), nullptr, nullptr, path.c_str(),
+         1,
+         [&script, of = stories[title]] { return new StoriesTest( script, of ); } );
+   }
+}
+
+std::vector<std::string> scenarioFiles( const std::string& directory ) {
+   std::vector<std::string> out;
+   for ( const auto& entry :
+         std::filesystem::recursive_directory_iterator( directory ) ) {
+      if ( entry.path().extension() == ".scenario" )
+         out.push_back( entry.path().string() );
+   }
+   std::sort( out.begin(), out.end() );
+   return out;
+}
+
+}
+}
+
+int main( int argc, char** argv ) {
+   testing::InitGoogleTest( &argc, argv );
+   std::vector<std::string> files( argv + 1, argv + argc );
+   if ( files.empty() ) files = Scenario::scenarioFiles( PIMSM_TESTS_DIR );
+   try {
+      for ( const std::string& file : files ) Scenario::addTests( file );
+   } catch ( const Scenario::ScriptError& error ) {
+      fprintf( stderr, "%s\n", error.what() );
+      return 2;
+   }
+   return RUN_ALL_TESTS();
+}

@@ -36,7 +36,7 @@ using PeerRoute = std::vector<std::unique_ptr<PeerIntf>>;
 
 bool nullOlist( const PeerRoute& route ) {
    for ( const auto& intf : route ) {
-      if ( intf->joined | intf->included | intf->lost ) return false;
+      if ( intf->joined || intf->included || intf->lost ) return false;
    }
    return true;
 }

@@ -101,7 +101,9 @@ class FlagSet {
                                    ::Mox::StringIter end, Type& out ) {            \
          out.valueIs( ::Mox::Detail::parseFlags( begin, end, fullName, rows() ) ); \
       }                                                                            \
-      friend std::ostream& operator<<( std::ostream& stream, const Type& flags ) { \
+      /* In an unnamed namespace clang asks that it be used. */                    \
+      [[maybe_unused]] friend std::ostream& operator<<( std::ostream& stream,      \
+                                                        const Type& flags ) {      \
          return ::Mox::Detail::put( stream, valueToStrep( flags ) );               \
       }                                                                            \
    };

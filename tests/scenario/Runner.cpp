@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 namespace Scenario {
@@ -12,6 +13,9 @@ namespace {
 
 // In s since the story began; "eth1 A joined".
 using Change = std::pair<double, std::string>;
+
+// The time of counts.
+constexpr double kAtTheEnd = std::numeric_limits<double>::infinity();
 
 double rounded( double time ) {
    return std::round( 100 * time ) / 100;
@@ -21,8 +25,8 @@ double rounded( double time ) {
 std::vector<std::string> texts( const std::vector<Change>& changes, double from ) {
    std::vector<std::string> out;
    for ( const auto& [time, what] : changes ) {
-      out.push_back(
-         time == rounded( from ) ? what : fmt::format( "{:g} s {}", time, what ) );
+      const bool same = time == rounded( from ) || time == kAtTheEnd;
+      out.push_back( same ? what : fmt::format( "{:g} s {}", time, what ) );
       from = time;
    }
    return out;
@@ -36,7 +40,10 @@ std::vector<Change> expectedChanges( const std::vector<std::string>& texts,
       const bool timed = unit != std::string::npos &&
                          text.find_first_not_of( "0123456789." ) == unit;
       if ( timed ) time = std::stod( text );
-      out.emplace_back( rounded( time ), timed ? text.substr( unit + 3 ) : text );
+      const bool count =
+         text.rfind( "refused ", 0 ) == 0 || text.rfind( "dropped ", 0 ) == 0;
+      out.emplace_back( count ? kAtTheEnd : rounded( time ),
+                        timed ? text.substr( unit + 3 ) : text );
    }
    return out;
 }
@@ -49,12 +56,15 @@ class Run {
          views_.push_back( { viewOf( name ), {} } );
    }
 
-   std::vector<std::string> failures() {
+   Outcome outcome() {
       for ( const std::string& each : story_.preamble ) perform( each );
       changes_.clear();
       world_.beginStory();
-      for ( const Line& line : story_.lines ) runLine( line );
-      return std::move( failures_ );
+      for ( const Line& line : story_.lines ) {
+         runLine( line );
+         if ( !outcome_.missing.empty() ) break;
+      }
+      return std::move( outcome_ );
    }
 
  private:
@@ -70,8 +80,10 @@ class Run {
       } catch ( const std::exception& error ) {
          return fail( line, error.what() );
       }
+      if ( !outcome_.missing.empty() ) return;
       // Longer than any hold time.
       if ( story_.isCase ) wait( world_.now() + 100000 );
+      noteCounts();
       std::vector<Change> expected = expectedChanges( line.expected, from );
       std::vector<Change> came = std::exchange( changes_, {} );
       std::stable_sort( expected.begin(), expected.end() );
@@ -89,21 +101,22 @@ class Run {
          return;
       }
       if ( auto until = world_.pause( statement ) ) return wait( *until );
-      world_.act( statement );
+      if ( statement.rfind( "replay ", 0 ) != 0 ) {
+         world_.act( statement );
+      } else if ( !world_.replay( statement, [this] { look(); } ) ) {
+         outcome_.missing = statement;
+      }
       look();
    }
 
    void wait( double until ) {
-      while ( world_.nextDue() <= until ) {
-         world_.runUntil( world_.nextDue() );
-         look();
-      }
-      world_.runUntil( until );
+      world_.runUntil( until, [this] { look(); } );
    }
 
    void look() {
       if ( !world_.runs() ) return;
       for ( Seen& seen : views_ ) {
+         if ( seen.view.whenGone == nullptr ) continue;
          Facts facts =
             seen.view.facts( world_.router(), world_.counters(), world_.names() );
          for ( const auto& [subject, text] : seen.facts ) {
@@ -118,12 +131,25 @@ class Run {
       }
    }
 
+   void noteCounts() {
+      for ( Seen& seen : views_ ) {
+         if ( seen.view.whenGone != nullptr ) continue;
+         Facts counts =
+            seen.view.facts( world_.router(), world_.counters(), world_.names() );
+         for ( const auto& [subject, text] : counts ) {
+            if ( seen.facts[subject] != text )
+               changes_.emplace_back( kAtTheEnd, subject + ' ' + text );
+         }
+         seen.facts = std::move( counts );
+      }
+   }
+
    void note( const std::string& subject, const std::string& text ) {
       changes_.emplace_back( rounded( world_.now() ), subject + ' ' + text );
    }
 
    void fail( const Line& line, const std::string& what ) {
-      failures_.push_back(
+      outcome_.failures.push_back(
          fmt::format( "{}:{}: {}\n{}\n{}", script_.path, line.number, story_.title,
                       fmt::join( line.statements, "; " ), what ) );
    }
@@ -133,13 +159,13 @@ class Run {
    World world_;
    std::vector<Seen> views_;
    std::vector<Change> changes_;
-   std::vector<std::string> failures_;
+   Outcome outcome_;
 };
 
 }
 
-std::vector<std::string> run( const Script& script, const Story& story ) {
-   return Run( script, story ).failures();
+Outcome run( const Script& script, const Story& story ) {
+   return Run( script, story ).outcome();
 }
 
 }

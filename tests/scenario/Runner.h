@@ -9,7 +9,13 @@
 
 namespace Scenario {
 
-// What went another way, a text each: the line, what was expected, what came.
-std::vector<std::string> run( const Script& script, const Story& story );
+// `failures`: what went another way, a text each: the line, what was expected, what came.
+
+struct Outcome {
+   std::vector<std::string> failures;
+   std::string missing;  // the capture that this machine does not have
+};
+
+Outcome run( const Script& script, const Story& story );
 
 }

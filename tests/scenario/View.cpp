@@ -193,6 +193,13 @@ Facts refusals( const VrfRouter&, const RouterCounters& counters, const Names& )
          out[std::string( "refused " ) + stringValue( refusal )] =
             std::to_string( count );
    }
+   for ( uint32_t number = 1; number < Router::dropReasonCount; ++number ) {
+      const auto reason = static_cast<Router::DropReason>( number );
+      const uint64_t count = counters.droppedCount( reason );
+      if ( count != 0 )
+         out["dropped " + std::string( dropName( reason ) )] =
+            std::to_string( count );
+   }
    return out;
 }
 
@@ -205,7 +212,7 @@ constexpr View kViews[] = { { "downstream", "left", downstream },
                             { "upstream", "not joined", upstream },
                             { "neighbors", "lost", neighbors },
                             { "registers", "unregistered", registers },
-                            { "refusals", "none", refusals } };
+                            { "refusals", nullptr, refusals } };
 
 }
 

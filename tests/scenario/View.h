@@ -15,8 +15,9 @@ namespace Scenario {
 using Facts = std::map<std::string, std::string>;
 
 struct View {
-   const char* name;      // as `watch` says it
-   const char* whenGone;  // of a fact that there is no more
+   const char* name;  // as `watch` says it
+   const char*
+      whenGone;  // of a fact that there is no more; null: counts, told at a line's end
    Facts ( *facts )( const Router::VrfRouter&, const Router::RouterCounters&,
                      const Names& );
 };

@@ -1,5 +1,9 @@
 #include "tests/scenario/World.h"
 
+#include <cstdlib>
+#include <filesystem>
+
+#include "apps/agent/capture/CaptureReader.h"
 #include "apps/config/ConfigReader.h"
 
 namespace Scenario {
@@ -7,6 +11,23 @@ namespace Scenario {
 using Vantu::AddressFamily;
 using Vantu::IntfId;
 using Vantu::IpGenAddr;
+
+namespace {
+
+// Beside the scenario, else among those that PIMSM_CAPTURES names, or that stand beside the
+// source tree; empty: nowhere.
+std::string captureOf( const std::string& name, const std::string& script ) {
+   namespace fs = std::filesystem;
+   const char* named = std::getenv( "PIMSM_CAPTURES" );
+   for ( const fs::path& directory :
+         { fs::path( script ).parent_path(),
+           fs::path( named != nullptr ? named : PIMSM_CAPTURES_DIR ) } ) {
+      if ( fs::exists( directory / name ) ) return directory / name;
+   }
+   return "";
+}
+
+}
 
 World::World( const Script& script ) : script_( script ), names_( script.names ) {
    start( "" );
@@ -51,7 +72,12 @@ void World::turn() {
    if ( router_ != nullptr ) router_->handleTurnEnd();
 }
 
-void World::runUntil( double time ) {
+void World::runUntil( double time, const std::function<void()>& look ) {
+   while ( clock_.nextWakeup() <= start_ + time ) {
+      clock_.runUntil( clock_.nextWakeup() );
+      turn();
+      look();
+   }
    clock_.runUntil( start_ + time );
    turn();
 }
@@ -115,12 +141,43 @@ void World::message( Words& words, const std::string& intf ) {
       return Router::Topology( config_ ).rpOf( group );
    };
    const Sent sent = readMessage( words, names_, habits_, link );
+   receive( IntfId( intf ), sent.packet );
+}
+
+void World::receive( IntfId intf, const Router::IpPacket& packet ) {
    Router::Message message;
-   const Router::DropReason reason = Router::decodeMessage( sent.packet, message );
-   if ( reason != Router::notDropped )
-      throw ScriptError( std::string( "dropped: " ) +
-                         std::string( dropName( reason ) ) );
-   router_->receive( IntfId( intf ), sent.packet, message );
+   const Router::DropReason reason = Router::decodeMessage( packet, message );
+   if ( reason != Router::notDropped ) return counters_.dropped( reason );
+   router_->receive( intf, packet, message );
+}
+
+bool World::replay( const std::string& statement,
+                    const std::function<void()>& look ) {
+   Words words( statement );
+   words.accept( "replay" );
+   const std::string path = captureOf( words.next(), script_.path );
+   if ( path.empty() ) return false;
+   const IntfId intf( words.atEnd() ? habits_.intf : words.next() );
+   words.expectEnd();
+   Agent::CaptureReader reader( path );
+   Agent::CapturedPacket captured;
+   double begin = 0.0;
+   const double base = now();
+   while ( reader.next( captured ) ) {
+      if ( begin == 0.0 ) begin = captured.time;
+      runUntil( base + captured.time - begin, look );
+      Router::IpPacket packet;
+      const Router::DropReason reason =
+         Router::decodeFrame( captured.link, captured.bytes, packet );
+      if ( reason != Router::notDropped ) {
+         counters_.dropped( reason );
+      } else if ( packet.family() == family() ) {
+         receive( intf, packet );
+      }
+      turn();
+      look();
+   }
+   return true;
 }
 
 // lose A [eth1 [times]]: of a stopped router's tables, as if it had died between two writes.

@@ -26,9 +26,12 @@ class World {
    // Seconds since the story began.
    void beginStory() { start_ = clock_.now(); }
    double now() const { return clock_.now() - start_; }
-   // When the next thing is due; infinite: never.
-   double nextDue() const { return clock_.nextWakeup() - start_; }
-   void runUntil( double time );
+   // From one moment when something is due to the next; `look` is called after each.
+   void runUntil( double time, const std::function<void()>& look );
+
+   // Plays a capture into an interface, each packet at its time; `look` is called whenever
+   // something may have changed. False: there is no such capture on this machine.
+   bool replay( const std::string& statement, const std::function<void()>& look );
 
    bool runs() const { return router_ != nullptr; }
    // REQUIRES: it runs.
@@ -37,6 +40,7 @@ class World {
    const Names& names() const { return names_; }
 
  private:
+   void receive( Vantu::IntfId intf, const Router::IpPacket& packet );
    void message( Words& words, const std::string& intf );
    void kernel( Words& words );
    void lose( Words& words );

@@ -1,10 +1,10 @@
 // Access lists as configured: the lists of one kind of filter by name, and in each
 // list its current sub-configuration, which holds the rules.
 //
-// Written by whoever reads the configuration. A list's rules are replaced as a whole,
-// with one notification: of `currCfg` when another sub-configuration takes the former
-// one's place, as rulesIs() of the list does, or of `rules` when the current one gets
-// other rules. Event-loop thread only.
+// Written by the code that reads the configuration. A list's rules are replaced as
+// a whole, with one notification: `currCfg` when another sub-configuration takes
+// the former one's place, as by the list's rulesIs(), or `rules` when the current
+// one gets other rules. Event-loop thread only.
 #pragma once
 
 #include "platform/acl/AclRules.h"
@@ -56,8 +56,9 @@ class PIMSM_API AclTypeConfig : public Mox::Entity {
  public:
    MOX_ENTITY( AclTypeConfig, PIMSM_ACL_TYPE_CONFIG_ATTRIBUTES )
 
-   // The list with these rules: a new one has them before anybody hears of it, an
-   // existing one gets them by its rulesIs(). Throws RangeError for the empty name.
+   // Gives the list these rules: a new list has them before anybody is notified of
+   // it, an existing one gets them by its rulesIs(). Throws RangeError for the
+   // empty name.
    Mox::Ptr<AclConfig> aclIs( const Mox::String& name, const AclRules& rules );
 
  protected:

@@ -16,7 +16,7 @@ using Rules = std::vector<AclRule>;
 
 }
 
-// Found by the record's printer and parser through AclRule.
+// The record's printer and parser find these by argument-dependent look-up.
 static Mox::String valueToStrep( const Rules& rules ) {
    Mox::String out = "[";
    for ( const AclRule& rule : rules ) {

@@ -1,4 +1,4 @@
-// The rules of one access list, as a value: what is replaced is all of them.
+// The rules of one access list, as a value: they are only replaced together.
 #pragma once
 
 #include <vector>
@@ -34,8 +34,9 @@ struct AclRule {
 MOX_RECORD_TEXT( AclRule, "Acl::AclRule", PIMSM_ACL_RULE )
 MOX_STREAM_TEXT( AclRule )
 
-// In ascending order of sequence number, whatever the order given; the first that
-// matches decides, and what none matches is denied. IPv4 or IPv6, never both.
+// In ascending order of sequence number, whatever order they were given in. The
+// first rule that matches decides; an address that no rule matches is denied. IPv4
+// or IPv6, never both.
 class PIMSM_API AclRules {
  public:
    // A standard list that denies everything.
@@ -56,7 +57,7 @@ class PIMSM_API AclRules {
 
 // "Value('Acl::AclRules', ** {'type': standard, 'rules': [<rule>, ...]})".
 PIMSM_API Mox::String valueToStrep( const AclRules& rules );
-// Throws RangeError also for what the constructor refuses.
+// Also throws RangeError for rules that the constructor refuses.
 PIMSM_API void sequenceToValue( Mox::StringIter& begin, Mox::StringIter end,
                                 AclRules& out );
 MOX_STREAM_TEXT( AclRules )

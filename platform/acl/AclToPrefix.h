@@ -1,20 +1,20 @@
-// What an access list permits of the groups, as the fewest prefixes.
+// The groups that an access list permits, as the fewest prefixes.
 //
-// The first rule that matches a group decides; what none matches is denied. The
-// result is clipped to the converter's group range, the multicast range for
-// AclToPrefix::multicast(). Rules of the other family match nothing.
+// The first rule that matches a group decides; a group that no rule matches is
+// denied. The result is clipped to the converter's group range, the multicast range
+// for AclToPrefix::multicast(). Rules of the other family match nothing.
 //
-// A group's prefix answers for all sources, but an extended rule may be for some
-// only. Such a rule says nothing of the group as a whole: by default it is passed
-// over, as if it were not in the list, whether it permits or denies. So a group is
+// A group's prefix stands for all sources, but an extended rule may name only some.
+// By default such a rule is skipped, whether it permits or denies. So a group is
 // permitted where the first rule for every source permits it. With `ignoreSource`
 // the rule counts for its groups as if it were for every source. A source of length
 // 0 is every source. Standard lists have no source: their prefix is the group.
 //
-// Costs O(n log n) comparisons of n rules, plus the prefixes made: rules are painted
-// from the last to the first, each over what follows it, so that each interval is
-// added, cut and swallowed a bounded number of times; the obvious way from the first
-// on, subtracting what is decided from each rule, is quadratic.
+// Costs O(n log n) comparisons of n rules, plus the prefixes made: rules are
+// painted from the last to the first, each over what follows it, so that each
+// interval is added, cut and swallowed a bounded number of times; going from the
+// first rule on and subtracting the decided groups from each rule would be
+// quadratic.
 #pragma once
 
 #include <boost/icl/interval_set.hpp>
@@ -32,8 +32,8 @@ class GroupConverter {
    using Set = boost::icl::interval_set<Number>;
    using Interval = typename Set::interval_type;
 
-   // `groups` is what the result is clipped to, `all` what a rule for any group
-   // matches.
+   // `groups` is the range that the result is clipped to, `all` the range that a
+   // rule for any group matches.
    GroupConverter( Set groups, Set all );
 
    // Adds the permitted groups' prefixes to `out`. A null list, or one without a

@@ -8,14 +8,14 @@ namespace Acl {
 // Derive and override onRules(). May be destroyed inside it. Event-loop thread only.
 class RulesNotifiee : public AclConfig::NotifieeConst {
  protected:
-   // No notification for what stands.
+   // Does not notify of the rules in force.
    explicit RulesNotifiee( const AclConfig& list ) : current_( *this ) {
       notifierIs( &list );
       current_.notifierIs( list.currCfg() );
    }
 
-   // The list has other rules, or another sub-configuration with any. The list may
-   // have none, or have gone: see notifier().
+   // Called when the list has other rules, or another sub-configuration with any.
+   // The list may have no rules, or be gone: see notifier().
    virtual void onRules() = 0;
 
  private:

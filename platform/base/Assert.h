@@ -8,8 +8,8 @@
 
 namespace Mox {
 
-// Gets the text of the failed condition and where it stands. May throw; when it
-// returns, the process aborts.
+// Gets the text of the failed condition and its file and line. May throw. The
+// process aborts when it returns.
 using AssertionHandler = void ( * )( const char* text, const char* file, int line );
 
 // Replaces the handler and returns the former one; null restores the default,
@@ -23,7 +23,7 @@ PIMSM_API AssertionHandler assertionHandlerIs( AssertionHandler handler );
 
 #define MOX_ASSERT( condition ) MOX_ASSERT_TEXT( condition, #condition )
 
-// The same with a text of its own instead of the condition's.
+// The same with `text` in place of the condition's own.
 #define MOX_ASSERT_TEXT( condition, text )                   \
    ( __builtin_expect( !( condition ), 0 )                   \
         ? ::Mox::assertionFailed( text, __FILE__, __LINE__ ) \

@@ -27,7 +27,7 @@ struct EnumNames {
 };
 
 namespace Detail {
-// Outside the enumeration the number itself is printed, never read back.
+// A number outside the enumeration prints as itself and is not read back.
 PIMSM_API String enumText( const EnumNames& names, uint32_t value );
 PIMSM_API uint32_t enumFromName( const EnumNames& names, StringView name );
 PIMSM_API uint32_t enumFromNumber( const EnumNames& names, uint32_t number );

@@ -3,12 +3,12 @@
 //    #define MARKS( FLAG ) FLAG( first, 'F' ) FLAG( second, 'S' )
 //    MOX_FLAGS( Marks, "Name::Space::", MARKS )
 //
-// inside a class or namespace declares the type with its text forms and, for each
-// flag, a reader and a mutator, which a temporary does not have: a copy that somebody
-// returned would be changed and forgotten. Row order gives the bits: the first flag is 0x1. A
-// word above the limit, which is all the flags, is refused with the RangeError
-// "<Type>::value > 0x<limit> not allowed".
-// The letter is the flag's own in compact trace forms; ' ' where it has none.
+// inside a class or namespace declares the type with its text forms, and a reader
+// and a mutator for each flag. A temporary has no mutators: the changed copy would
+// be lost. Row order gives the bits: the first flag is 0x1. The limit is the word
+// of all flags; a word above it is refused with the RangeError "<Type>::value >
+// 0x<limit> not allowed". The letter stands for the flag in compact trace forms; a
+// space means no letter.
 #pragma once
 
 #include <cstdint>
@@ -34,7 +34,7 @@ PIMSM_API uint32_t parseFlags( StringIter& begin, StringIter end,
 // The letters of the set flags in bit order, "0" for an empty word.
 PIMSM_API String compactFlags( uint32_t word, std::span<const FlagRow> rows );
 
-// What the word-level operations of every flag set share.
+// The word-level operations that every flag set has.
 template <class Self>
 class FlagSet {
  public:

@@ -1,5 +1,5 @@
-// A function that a user gives: as std::function, but one of another signature is refused in
-// one sentence. Empty by default.
+// A function that the user supplies. As std::function, but a function of another
+// signature gives one compile error in one sentence. Empty by default.
 #pragma once
 
 #include <concepts>

@@ -6,8 +6,8 @@
 
 namespace Mox {
 
-// The cache lines of `size` bytes. Any address will do. In assembler: GCC takes a
-// function that only prefetches for one without effect and drops its calls.
+// Fetches the cache lines of `size` bytes; any address will do. Written in
+// assembler because GCC drops the calls of a function that only prefetches.
 inline void prefetch( const void* at, size_t size = 1 ) {
    constexpr size_t kLine = 64;
    auto* bytes = static_cast<const char*>( at );

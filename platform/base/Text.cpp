@@ -50,7 +50,7 @@ unsigned hexDigit( StringIter& begin, StringIter end ) {
    return static_cast<unsigned>( found - kHexDigits );
 }
 
-// `begin` stands after the backslash.
+// `begin` points behind the backslash.
 char unescape( StringIter& begin, StringIter end ) {
    if ( begin == end ) parseFailed( "an escaped character", begin, end );
    switch ( char c = *begin++ ) {

@@ -29,7 +29,7 @@
 namespace Mox {
 
 namespace Detail {
-// For headers, which need not know streams whole.
+// Lets headers print without including <ostream>.
 PIMSM_API std::ostream& put( std::ostream& stream, StringView text );
 PIMSM_API String unsignedText( uint64_t value );
 PIMSM_API String signedText( int64_t value );

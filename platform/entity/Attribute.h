@@ -42,8 +42,8 @@
 //             of the same name on the Child that stands in the `initial` column; the
 //             default of the type while that is null
 //
-// A mutator that is given a value or key of another type gives one error that says so; so do
-// a text for a flag and a fraction for a count.
+// A value or key of the wrong type gives one compile error that says so. So does a
+// text for a flag or a fraction for a count.
 //
 // nameDelAll takes the keys as they are and removes and notifies one at a time; keys
 // added meanwhile stay. A mutator copies the key that it notifies, so the caller's
@@ -55,15 +55,15 @@
 
 namespace Mox {
 
-// How mutators take a value and readers give it: small trivial ones by value.
+// How mutators take a value and readers return it: small trivial types by value.
 template <class T>
 using In = std::conditional_t<std::is_trivially_copyable_v<T> && sizeof( T ) <= 16,
                               T, const T&>;
 
 namespace Detail {
 
-// May it be given? What the language would convert without a word does not fit, either: a
-// text is no flag, a fraction no count.
+// May a mutator take this type? Silent conversions of the language are refused,
+// too: a text is no flag, a fraction no count.
 template <class Given, class Wanted>
 constexpr bool fits() {
    if ( std::is_same_v<Wanted, bool> && std::is_pointer_v<std::decay_t<Given>> )
@@ -74,7 +74,7 @@ constexpr bool fits() {
           std::is_convertible_v<Given, Wanted>;
 }
 
-// Where a mutator was given something else, the compiler says this and no more.
+// The compile error, and the only one, for an argument of the wrong type.
 template <class Given, class Wanted>
 void refuseValue() {
    static_assert( fits<Given, Wanted>(),
@@ -110,7 +110,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
 // ---- the rows' parts by kind; MOX_x_Kind( name, Name, type, initial, meaning )
 // ----
 
-// Stands beside mutator( Wanted ) for all that is none.
+// An overload beside mutator( Wanted ) that refuses every other type.
 #define MOX_REFUSE( mutator, Result, Wanted, reason )                \
    template <class Given>                                            \
    requires( !::Mox::Detail::fits<Given, Wanted>() ) Result mutator( \
@@ -276,7 +276,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
 #define MOX_ACCESS_ReactingMap( name, Name, type, initial ) \
    MOX_ACCESS_MAP( name, Name, type, MOX_REMOVED_HANDLED )
 
-// What value maps and sets remove by.
+// Removal from value maps and sets.
 #define MOX_ERASED( name, Name, type )                                     \
    bool name##Del( const type::key_type& where ) {                         \
       type::key_type key = where;                                          \
@@ -393,7 +393,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
                          },                                                 \
                          MOX_SET_##kind( name, type, initial ) },
 
-// In the class body, after the types that the rows name.
+// Stands in the class body, after the types that the rows name.
 #define MOX_ENTITY( Type, ATTRIBUTES )                              \
  public:                                                            \
    using Self = Type;                                               \
@@ -411,7 +411,7 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
    ATTRIBUTES( MOX_ROW_CHECK )                                      \
    ATTRIBUTES( MOX_ROW_ACCESS )
 
-// Once in the type's source file, in its namespace: the reflection table.
+// Stands once in the type's source file, in its namespace: the reflection table.
 #define MOX_ENTITY_TYPE( Type, ATTRIBUTES )                                      \
    static_assert( !std::is_destructible_v<Type>, #Type                           \
                   ": make the destructor protected: entities are held"           \

@@ -42,7 +42,7 @@ size_t HashedSlots::placeOf( size_t position ) const {
    return place;
 }
 
-// Fills the index anew with room for twice the members.
+// Rebuilds the index with room for twice the members.
 void HashedSlots::rebuild() {
    size_t wanted = 16;
    while ( wanted < slots_.size() * 2 ) wanted *= 2;
@@ -58,14 +58,15 @@ void HashedSlots::rebuild() {
 void HashedSlots::add( uint64_t hash, Entity* member ) {
    slots_.push_back( { hash, member } );
    if ( slots_.size() <= kScanned && index_.empty() ) return;
-   // At most three places in four are taken, and a position always fits a place.
+   // At most three places in four are taken, and every position fits a place's
+   // width.
    if ( index_.empty() || slots_.size() * 4 > places() * 3 ) return rebuild();
    size_t place = hash & mask();
    while ( at( place ) != npos ) place = ( place + 1 ) & mask();
    atIs( place, slots_.size() - 1 );
 }
 
-// Empties a place and moves back whoever was pushed past it.
+// Empties a place and moves back the entries that were pushed past it.
 void HashedSlots::clearPlace( size_t place ) {
    size_t hole = place;
    for ( size_t next = ( hole + 1 ) & mask();; next = ( next + 1 ) & mask() ) {

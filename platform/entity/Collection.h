@@ -13,9 +13,9 @@
 
 namespace Mox {
 
-// The members of a hashed collection in a dense array of 16-byte slots, and an open
-// addressed index into it of one, two or four bytes a place. Members are visited
-// without touching the index; up to `kScanned` of them are found without one.
+// The members of a hashed collection in a dense array of 16-byte slots, with an
+// open-addressed index of one, two or four bytes a place. Visiting does not touch
+// the index; up to `kScanned` members are found without an index.
 class PIMSM_API HashedSlots {
  public:
    struct Slot {
@@ -43,7 +43,8 @@ class PIMSM_API HashedSlots {
       }
    }
 
-   // Fetches what find() looks at before it comes to a member, and what add() writes.
+   // Fetches the memory that find() reads before it reaches a member, and that
+   // add() writes.
    void prefetch( uint64_t hash ) const {
       Mox::prefetch( slots_.data() + slots_.size() );
       if ( index_.empty() ) return;
@@ -57,7 +58,7 @@ class PIMSM_API HashedSlots {
 
    // REQUIRES: no such member yet.
    void add( uint64_t hash, Entity* member );
-   // The last member takes the removed one's position.
+   // The last member moves to the removed one's position.
    void remove( size_t position );
 
  private:
@@ -125,11 +126,12 @@ class HashedMap {
    T* find( const K& key ) { return lookup( key ); }
    const T* find( const K& key ) const { return lookup( key ); }
 
-   // For those who know early which keys they will find or add, to fetch the memory
-   // in steps, some other work between them: the key's place first, then whatever of
-   // the likely member is wanted.
+   // For callers that know early which keys they will find or add. Memory is
+   // fetched in steps with other work between them: first the key's place, then the
+   // likely member.
    void prefetch( const K& key ) const { slots_.prefetch( hashOf( key ) ); }
-   // The first member of the key's hash, not itself looked at; null when there is none.
+   // The first member with the key's hash; the member itself is not read. Null when
+   // there is none.
    const T* likely( const K& key ) const {
       return static_cast<const T*>( slots_.likely( hashOf( key ) ) );
    }
@@ -236,19 +238,19 @@ struct CollectionOwner {
    }
 };
 
-// Members that outlive their place in a collection, or never had one, while somebody
-// holds them. Their plain back pointer must be cleared when the owner goes.
+// Members that have left their collection, or never had a place in one, and are
+// still held. Their plain back pointers must be cleared when the owner goes.
 template <class T>
 class Strays {
  public:
-   // REQUIRES: not among them.
+   // REQUIRES: not added before.
    void add( T* member ) { slots_.add( hashOf( member ), member ); }
    void remove( T* member ) {
       size_t place = slots_.find(
          hashOf( member ), [&]( const Entity* each ) { return each == member; } );
       if ( place != HashedSlots::npos ) slots_.remove( place );
    }
-   // In order of coming, as long as none went.
+   // In order of addition until one is removed.
    std::vector<T*> members() const {
       std::vector<T*> members;
       for ( const auto& slot : slots_.slots() )

@@ -11,11 +11,10 @@
 //
 // Lifetime. Ptr<T> counts references; observing does not. When the last reference
 // goes, the entity runs handleZeroReferences() once, with itself pinned, and drops
-// its observers, each of which forgets its target. Whoever took a reference
-// meanwhile holds the empty shell until he lets go; nothing is destroyed twice.
-// Types make their destructors protected, so that an entity is made by new and held by
-// Ptr. Before the first reference its mutators work; from then on a caller holds one while
-// he calls them.
+// its observers, each of which forgets its target. A reference taken meanwhile
+// keeps the empty shell alive; nothing is destroyed twice. Destructors are
+// protected, so that an entity is made by new and held by Ptr. Its mutators work
+// before the first reference; later a caller holds a reference while calling them.
 #pragma once
 
 #include <type_traits>
@@ -64,7 +63,7 @@ class PIMSM_API Entity {
    template <class Observer, class Call>
    void notifyObservers( Call call ) const {
       if ( head_ == nullptr || !notificationsEnabled_ ) return;
-      // A lone observer needs no visit: whatever his call does, nobody follows him.
+      // A lone observer needs no Visit: its call is the last, whatever it does.
       if ( head_ == tail_ ) return call( static_cast<Observer&>( *head_ ) );
       Visit visit( *this );
       while ( NotifieeConst* observer = visit.next() ) {
@@ -165,8 +164,9 @@ inline Entity::NotifieeConst* Entity::Visit::next() {
    return current;
 }
 
-// Keeps an entity for as long as a call of its own lasts, in which an observer may let go
-// of it. Of one that nobody holds yet it takes no reference: that would be its last.
+// Keeps an entity for the duration of its own call, in which an observer may
+// release it. Takes no reference to an entity that nobody holds yet: dropping it
+// would destroy the entity.
 template <class T>
 class Pin {
  public:

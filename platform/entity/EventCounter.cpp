@@ -6,8 +6,8 @@ namespace Mox {
 namespace {
 
 std::vector<const EventCounter*>& registry() {
-   // Never destroyed: counters of static owners leave after other statics have
-   // gone.
+   // Never destroyed: counters with static owners unregister late in static
+   // destruction.
    static auto* all = new std::vector<const EventCounter*>;
    return *all;
 }

@@ -15,7 +15,7 @@ namespace Mox {
 
 class PIMSM_API EventCounter {
  public:
-   // `owner` tells counters of the same name apart, such as a mount path.
+   // `owner`, for instance a mount path, distinguishes counters of the same name.
    EventCounter( StringView owner, StringView name );
    ~EventCounter();
    EventCounter( const EventCounter& ) = delete;

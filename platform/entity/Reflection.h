@@ -1,4 +1,4 @@
-// Reflection by name: what a type's attribute list tells at run time.
+// Reflection by name: a type's attribute list at run time.
 #pragma once
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
@@ -28,10 +28,11 @@ struct TypeInfo {
    String name;  // the full C++ name
    // In order of declaration.
    std::span<const AttributeInfo> attributes;
-   // Those that are read by name alone: of the kind Alone.
+   // The attributes of kind Alone, which are read by name only.
    std::span<const AttributeInfo> unlisted;
 
-   // Of either; throws NameError when the type has no attribute of that name.
+   // Listed or unlisted. Throws NameError when the type has no attribute of that
+   // name.
    PIMSM_API const AttributeInfo& attribute( StringView attributeName ) const;
 };
 
@@ -54,7 +55,7 @@ std::vector<typename C::key_type> keysOf( const C& collection ) {
 
 namespace Detail {
 
-// Sorts the rows: those of the kind Alone come last.
+// Sorts the rows: attributes of kind Alone come last.
 PIMSM_API TypeInfo typeInfoOf( String name, std::span<AttributeInfo> rows );
 
 PIMSM_API String fullTypeName( const std::type_info& type );

@@ -25,7 +25,7 @@ void Clock::fireDue( double time, Turn turn ) {
       if ( wakeup.setting <= turn ) due.push_back( wakeup );
    }
    for ( const Wakeup& wakeup : due ) {
-      // Not found: moved or detached by an observer called before it.
+      // Not found when an observer called earlier moved or detached it.
       if ( wakeups_.erase( wakeup ) == 0 ) continue;
       wakeup.notifiee->wakeup_.time = never;
       handleNextWakeup();

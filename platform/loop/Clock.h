@@ -2,9 +2,9 @@
 //
 // Time is CLOCK_MONOTONIC in seconds, comparable across the processes of one boot.
 // An observer has one wake-up time; a wake-up that is due fires once, on the next
-// pass of the loop, after the other ready work of that pass. One set during a pass
-// waits for the next, even if it is due: work cut into slices sets its wake-up to
-// now and lets others run in between.
+// pass of the loop, after the other ready work of that pass. A wake-up set during a
+// pass waits for the next pass, even if it is due: work cut into slices sets its
+// wake-up to now and lets others run in between.
 //
 // Event-loop thread only.
 #pragma once
@@ -22,13 +22,13 @@ class PIMSM_API Clock {
  public:
    class Notifiee;
 
-   // The wake-up time of an observer that waits for nothing.
+   // The wake-up time of an observer that awaits none.
    static constexpr double never = std::numeric_limits<double>::infinity();
 
    Clock() = default;
    Clock( const Clock& ) = delete;
    Clock& operator=( const Clock& ) = delete;
-   // Observers left behind forget the clock; their wake-ups never fire. Not to be
+   // Remaining observers forget the clock, and their wake-ups never fire. Not to be
    // called from an onTime() of this clock.
    virtual ~Clock();
 
@@ -49,7 +49,7 @@ class PIMSM_API Clock {
    // through; the wake-ups not yet fired stay.
    void fireDue( double time, Turn turn );
 
-   // nextWakeup() has changed. Must not throw.
+   // Called when nextWakeup() has changed. Must not throw.
    virtual void handleNextWakeup() {}
 
  private:
@@ -83,7 +83,8 @@ class PIMSM_API Clock::Notifiee {
    // the next pass. REQUIRES: not a NaN.
    void wakeupTimeIs( double time );
 
-   // The wake-up time came; it reads `never` again and may be set anew.
+   // Called when the wake-up time came. The time reads `never` again and may be set
+   // anew.
    virtual void onTime() = 0;
 
  private:

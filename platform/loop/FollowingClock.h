@@ -1,4 +1,4 @@
-// A clock that goes with another one, whose passes wake its observers.
+// A clock driven by another clock, whose passes wake this clock's observers.
 #pragma once
 
 #include "platform/loop/Clock.h"
@@ -14,7 +14,8 @@ class FollowingClock : public Clock {
 
  protected:
    void handleNextWakeup() override { bridge_.wakeupTimeIs( nextWakeup() ); }
-   // The other clock has come to nextWakeup(). What is left due waits for its next pass.
+   // Called when the other clock reaches nextWakeup(). What stays due waits for the
+   // other clock's next pass.
    virtual void handleDue() { fireDue( now(), turn() ); }
 
  private:

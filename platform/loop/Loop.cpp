@@ -13,7 +13,7 @@
 namespace Mox {
 namespace {
 
-// In the events of the loop's own file; watchers count from 1.
+// The wake file's id in epoll events; watchers count from 1.
 constexpr uint64_t kWakeId = 0;
 
 void throwErrno( const char* what ) {
@@ -78,7 +78,7 @@ void Loop::turn( int timeoutMilliseconds ) {
       for ( size_t i = 0; i < clocks_.size(); ++i ) clocks_[i]->fire();
       serveTurnEnds();
    } catch ( ... ) {
-      // What was not served, the ends of turns too, makes another turn at once.
+      // Another turn follows at once and serves the rest, turn ends included.
       post( [] {} );
       throw;
    }
@@ -136,7 +136,8 @@ Loop::FdWatcher::~FdWatcher() {
    if ( wanted_ != 0 ) epoll_ctl( loop_.fd(), EPOLL_CTL_DEL, fd_, nullptr );
 }
 
-// Nothing wanted means out of the epoll set, which would report a hang-up for ever.
+// A file wanted for nothing leaves the epoll set, which would report its hang-up
+// for ever.
 void Loop::FdWatcher::wantedIs( uint32_t events, bool wanted ) {
    uint32_t former = wanted_;
    uint32_t next = wanted ? former | events : former & ~events;

@@ -3,14 +3,14 @@
 //
 // A turn serves, in this order: the files that are ready, the functions posted
 // before the turn, the wake-ups due on the loop's clocks (RealClock.h), and the
-// functions registered for the end of every turn. Whatever a callback registers
-// for files, posts or wake-ups is served from the next turn on; what it removes is
-// not called any more, even in the same turn.
+// functions registered for the end of every turn. Whatever a callback registers for
+// files, posts or wake-ups is served from the next turn on; what it removes is not
+// called any more, even in the same turn.
 //
 // A process either calls run(), or has a loop of its own that polls fd() for
-// reading and then calls dispatch(). Watchers, hooks and clocks go before their
-// loop. What a callback throws passes through dispatch() and run(); what was not
-// served stays for the next turn. Event-loop thread only.
+// reading and then calls dispatch(). Watchers, hooks and clocks are destroyed
+// before their loop. What a callback throws passes through dispatch() and run();
+// what was not served stays for the next turn. Event-loop thread only.
 #pragma once
 
 #include <sys/epoll.h>
@@ -62,7 +62,7 @@ class PIMSM_API Loop {
    // One turn; never waits. REQUIRES: not called from a callback of this loop.
    void dispatch() { turn( 0 ); }
 
-   // Turns until stop() is called, at once where it was called before.
+   // Runs turns until stop() is called; returns at once when it was called before.
    void run();
    void stop() { stopped_ = true; }
 
@@ -95,9 +95,9 @@ class PIMSM_API Loop {
 // must be open until the watcher is gone.
 class PIMSM_API Loop::FdWatcher {
  public:
-   // Wants to read; to write only where `writable` is given. Either may be empty.
-   // Throws std::system_error for a file that cannot be polled, a regular one for
-   // instance, or that the loop watches already.
+   // Watches for reading, and for writing where `writable` is given. Either may be
+   // empty. Throws std::system_error for a file that the loop already watches, and
+   // for one that cannot be polled, a regular file for instance.
    FdWatcher( Loop& loop, int fd, Function readable, Function writable = {} );
    ~FdWatcher();
    FdWatcher( const FdWatcher& ) = delete;
@@ -105,7 +105,7 @@ class PIMSM_API Loop::FdWatcher {
 
    int fd() const { return fd_; }
 
-   // Asks for the callback or holds it back.
+   // Turns the callback on or off.
    void readWantedIs( bool wanted ) { wantedIs( EPOLLIN, wanted ); }
    void writeWantedIs( bool wanted ) { wantedIs( EPOLLOUT, wanted ); }
 
@@ -129,8 +129,8 @@ class PIMSM_API Loop::FdWatcher {
    std::shared_ptr<const Callbacks> callbacks_;
 };
 
-// Calls back at the end of every turn while it lives; in order of creation. One
-// created during that call is first called in the next turn.
+// Calls back at the end of every turn while it lives, in order of creation. A
+// TurnEnd created during that call is first called in the next turn.
 class PIMSM_API Loop::TurnEnd {
  public:
    TurnEnd( Loop& loop, Function function );

@@ -12,9 +12,10 @@ namespace {
 
 constexpr double kNanoseconds = 1e9;
 
-// Rounded up, so that the timer never rings before `time`. A zero would disarm.
+// Rounded up, so that the timer never fires before `time`. Zero would disarm it.
 timespec timerTime( double time ) {
-   // A century from the start of the clock: beyond what the kernel's word holds.
+   // A century from the start of the clock; much later times overflow the kernel's
+   // word.
    constexpr double kLatest = 3.2e9;
    double bounded = std::clamp( time, 0.0, kLatest );
    double seconds = std::floor( bounded );

@@ -1,4 +1,4 @@
-// CLOCK_MONOTONIC, its wake-ups fired by a loop.
+// CLOCK_MONOTONIC. A loop fires its wake-ups.
 #pragma once
 
 #include <memory>

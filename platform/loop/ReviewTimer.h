@@ -3,8 +3,8 @@
 //
 // The bucket is full at start and again after each whole fill interval. A review
 // asked for with a credit left spends it and comes after the minimum delay; without
-// one it comes after the maximum delay. Never later than the request plus the
-// maximum.
+// one it comes after the maximum delay. No review comes later than the request plus
+// the maximum delay.
 //
 // The timer wakes an observer of a clock that its owner shares: the owner may bring
 // the wake-up forward, to now, to resume a review that it interrupted. So the timer
@@ -35,15 +35,15 @@ class PIMSM_API ReviewTimer {
    ReviewTimer( const ReviewTimer& ) = delete;
    ReviewTimer& operator=( const ReviewTimer& ) = delete;
 
-   // Schedules the next review; nothing when one is pending.
+   // Schedules the next review unless one is pending.
    void doUpdateNextReview();
 
    // From doUpdateNextReview() to the wake-up at nextReviewTime().
    bool reviewPending() const { return nextReviewTime_ != Clock::never; }
    double nextReviewTime() const { return nextReviewTime_; }
 
-   // REQUIRES: called by the observer's onTime(), before its review. True when the
-   // pending review is due: it no longer is pending. Else the wake-up was the
+   // REQUIRES: called by the observer's onTime(), before its review. Returns true
+   // when the pending review is due, and clears it. Otherwise the wake-up was the
    // owner's, and the timer's own is set again.
    bool handleWakeup();
 

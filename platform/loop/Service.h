@@ -1,4 +1,4 @@
-// For a program that runs until it is told to end.
+// The start-up of a program that runs until a signal ends it.
 #pragma once
 
 #include <fcntl.h>
@@ -10,17 +10,17 @@
 
 namespace Mox {
 
-// To be called first of all. From then on the signals wait for their SignalWatcher: one
-// that comes while the program starts is served when the loop runs. A reader of its
-// output that goes ends nothing; what is said then is lost.
+// Call this first of all. From then on the signals wait for their SignalWatcher: a
+// signal during start-up is served when the loop runs. A closed output pipe does
+// not end the program; what it prints then is lost.
 inline void startService( std::initializer_list<int> signals ) {
    sigset_t waiting;
    sigemptyset( &waiting );
    for ( int signal : signals ) sigaddset( &waiting, signal );
    pthread_sigmask( SIG_BLOCK, &waiting, nullptr );
    std::signal( SIGPIPE, SIG_IGN );
-   // Else the next file that is opened, a table perhaps, would take the number of a
-   // standard file that is closed, and with it whatever is said.
+   // Opens the standard files that are closed. Otherwise the next file opened,
+   // perhaps a table, would take such a number and receive the program's messages.
    int file = 0;
    while ( file >= 0 && file <= STDERR_FILENO ) file = open( "/dev/null", O_RDWR );
    if ( file >= 0 ) close( file );

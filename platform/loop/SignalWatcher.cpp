@@ -28,7 +28,7 @@ SignalWatcher::SignalWatcher( Loop& loop, std::initializer_list<int> signals,
    }
 }
 
-// Drained first: a second SIGTERM that waits must not end an orderly shutdown.
+// Drains first: a waiting second SIGTERM must not end an orderly shutdown.
 SignalWatcher::~SignalWatcher() {
    while ( next() != 0 ) continue;
    pthread_sigmask( SIG_UNBLOCK, &blocked_, nullptr );

@@ -10,9 +10,9 @@
 
 namespace Mox {
 
-// Blocks the signals for the calling thread and calls back for each that comes,
-// with its number; equal ones that wait are one. Destruction drops what
-// still waits and unblocks what this watcher blocked. Child processes inherit the
+// Blocks the signals for the calling thread and calls back with the number of each
+// that arrives; equal signals that wait count as one. Destruction drops waiting
+// signals and unblocks what this watcher blocked. Child processes inherit the
 // blocked signals: unblock them before an exec.
 class PIMSM_API SignalWatcher {
  public:

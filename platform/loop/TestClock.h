@@ -1,5 +1,5 @@
-// A clock that moves only when told, and passes that run only when told. Also the
-// clock of a replay, which takes its time from what it replays.
+// A clock that moves, and runs passes, only when told. A replay also uses it and
+// sets it to the times of its record.
 #pragma once
 
 #include "platform/loop/Clock.h"
@@ -10,7 +10,7 @@ class PIMSM_API TestClock : public Clock {
  public:
    explicit TestClock( double now = 1000.0 ) : now_( now ) {}
 
-   // Moves by the step after each reading.
+   // Moves the clock by the step after each reading.
    double now() const override;
 
    // REQUIRES: not before now.

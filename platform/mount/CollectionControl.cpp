@@ -11,7 +11,7 @@ void CollectionControl::initialize( Brane::TableRole wanted, uint32_t records,
    if ( table_ == nullptr || entity() == nullptr ) return;
    if ( wanted != Brane::tableWriter && attachSuspended ) return;
    if ( !table_->mount( wanted, records ) ) return;
-   // An observer of one value may let the table go before the next.
+   // An observer of one value may release the table before the next is set.
    Mox::Pin pin( this );
    roleIs( wanted );
    capacityIs( records );

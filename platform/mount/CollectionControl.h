@@ -1,8 +1,8 @@
-// The mounting handle of one shared-memory table of an entity: through it the table
-// is initialised for a role, and it tells how that went.
+// The mounting handle of one shared-memory table of an entity. It mounts the table
+// in a role and reports the result.
 //
-// Made by the table and outlives it while held; then its operations do nothing.
-// Event-loop thread only.
+// Made by the table. While held it outlives the table; its operations then do
+// nothing. Event-loop thread only.
 #pragma once
 
 #include "platform/entity/Attribute.h"
@@ -35,30 +35,31 @@ MOX_ENUM_TEXT( MountStatus, PIMSM_MOUNT_STATUSES )
    A( Value, entity,      Entity,      MoxBrane::MountedEntity*, nullptr, "whose table it is; plain; null: gone" )
 // clang-format on
 
-// `writerAlive`: a reader hears by the doorbell when the writer has gone and when one is
-// back, and gets the entity's whole-collection notification; no key is notified for it.
-// A table that is removed, as when its VRF goes, is told by mountRemoved.
+// `writerAlive`: a reader learns by the doorbell when the writer has gone or is
+// back. Observers get the entity's whole-collection notification, not one a key.
+// mountRemoved reports a table that is removed, as when its VRF goes.
 //
-// `problem`: in a writer why records that stood in the table were not all taken up as
-// they were (another boot, another layout, damage), what a write was refused for, or
-// what a look-up met that cannot be.
+// `problem`: a writer reports why records in the table were not all taken over as
+// they were (another boot, another layout, damage), why a write was refused, or
+// what corruption a look-up met.
 //
-// `quiesced`: nothing is pending in the journal of changes for this table. A writer has
-// told its readers of all that it wrote; a reader has notified all that its last look at
-// the journal found. False until mounted.
+// `quiesced`: the journal of changes holds nothing pending for this table. A writer
+// has told its readers of all that it wrote; a reader has notified every change
+// that its last look at the journal found. False until mounted.
 class PIMSM_API CollectionControl : public Mox::Entity {
  public:
    MOX_ENTITY( CollectionControl, PIMSM_COLLECTION_CONTROL_ATTRIBUTES )
 
-   // Of no table: one to be given to the entity's mutator for the control.
+   // A control of no table yet, for the entity's mutator of the control.
    explicit CollectionControl( Mox::String name ) : name_( std::move( name ) ) {}
 
    // Mounts the table for the role. A writer creates it, or takes it over, with the
    // given capacity (records); a reader passes 0 and attaches when the table is
-   // there. `attachSuspended` is the entity manager's flag of that name. Again with
-   // the same role: nothing. With another: throws TableError. A writer gets what
-   // TableWriter's constructor throws; nothing is mounted then. Nothing either once the
-   // entity is null. REQUIRES: the entity was created by an entity manager.
+   // there. `attachSuspended` is the entity manager's flag of that name. Does
+   // nothing when mounted in the same role, or when the entity is null. Throws
+   // TableError when mounted in another role. Passes on what TableWriter's
+   // constructor throws; nothing is mounted then. REQUIRES: the entity was created
+   // by an entity manager.
    void initialize( Brane::TableRole role, uint32_t capacity,
                     bool attachSuspended );
 
@@ -67,7 +68,7 @@ class PIMSM_API CollectionControl : public Mox::Entity {
 
  private:
    friend class TableBase;
-   TableBase* table_ = nullptr;  // null once it has gone, or has another control
+   TableBase* table_ = nullptr;  // null: the table has gone, or another control
 };
 
 }

@@ -40,7 +40,7 @@ void checkPath( Mox::StringView path ) {
 
 }
 
-// Serves the hub when it asks to be called without a bell having rung.
+// Serves the hub at the time it asked for, without a bell.
 class EntityManager::Wakeup : public Mox::Clock::Notifiee {
  public:
    Wakeup( EntityManager& manager, Mox::Clock& clock )
@@ -71,7 +71,8 @@ EntityManager::~EntityManager() {
    for ( const auto& [path, entity] : entities_ ) entity->manager_ = nullptr;
 }
 
-// A table's own directory tells when it moves; those above it, up to the root, do not.
+// inotify reports a move of a table's own directory, but not of those above it up
+// to the root: they are watched here.
 void EntityManager::watchAbove( const Mox::String& path ) {
    const size_t own = path.rfind( '/' );
    for ( size_t slash = root_.size(); slash < own;
@@ -119,7 +120,7 @@ void EntityManager::dispatchHub() {
    double now = clock_.now();
    dispatchEnd_ = now + kDispatchQuantum;
    drainAtOnce_ = false;
-   // One at a time: a handler may destroy a table that waits here.
+   // One at a time: a handler may destroy a waiting table.
    for ( size_t left = drainSoon_.size(); left > 0 && !drainSoon_.empty();
          --left ) {
       MoxBrane::TableBase* table = drainSoon_.front();
@@ -153,8 +154,8 @@ Brane::DoorbellHub::Id EntityManager::watchFiles( const Mox::String& path,
    return id;
 }
 
-// What the system refuses is tried again. It is told once, by the first of all tables
-// that wait.
+// Tries again when the system refuses. The first refusal of all waiting tables is
+// reported, the others are not.
 void EntityManager::restoreFiles( MoxBrane::TableBase& table ) {
    Brane::TableWriter& writer = *table.writer();
    if ( writer.filesStand() ) return;
@@ -219,7 +220,7 @@ Mox::String EntityManager::tablePath( Mox::StringView entityPath,
    return fmt::format( "{}/{}/{}", root_, entityPath, table );
 }
 
-// Who may rename below the root could put files of their own in the tables' place.
+// A user who may rename below the root could put own files in the tables' place.
 void checkDirectory( const Mox::String& directory ) {
    auto refuse = [&]( const Mox::String& why ) {
       throw Brane::CreateError( "directory of tables " + directory + ": " + why );
@@ -237,7 +238,7 @@ void checkDirectory( const Mox::String& directory ) {
                       "another, or remove it",
                       owner ) );
    }
-   // In a sticky one nobody renames what is another's.
+   // In a sticky directory nobody renames another user's files.
    if ( target.st_mode & S_ISVTX ) return;
    bool shared = target.st_gid != 0 && target.st_gid != getegid();
    if ( ( target.st_mode & S_IWGRP ) && shared ) {
@@ -260,7 +261,7 @@ void EntityManager::makeDirectories( const Mox::String& path ) const {
          slash = path.find( '/', slash + 1 ) ) {
       Mox::String directory = path.substr( 0, slash );
       if ( mkdir( directory.c_str(), 0750 ) == 0 ) {
-         // Whatever the umask says, the group may look.
+         // The group may read, whatever the umask says.
          chmod( directory.c_str(), 02750 );
          continue;
       }
@@ -279,7 +280,7 @@ void EntityManager::removeTables( Mox::StringView path ) {
    for ( MoxBrane::TableBase* table : found->second->tables() ) {
       if ( table->writer() != nullptr ) table->writer()->removeFiles();
    }
-   // Stays where another process keeps a table there.
+   // The directory stays while another process keeps a table in it.
    rmdir( fmt::format( "{}/{}", root_, path ).c_str() );
 }
 

@@ -1,5 +1,5 @@
-// The central directory of mounted entities: creates them at paths, and keeps their
-// tables in step with other processes.
+// The central directory of mounted entities. It creates them at paths and keeps
+// their tables in step with other processes.
 //
 // Tables lie in files under the manager's root: table `route` of the entity at
 // "routing/x" is the file <root>/routing/x/route. One process may have several
@@ -28,11 +28,11 @@ class PIMSM_API EntityManager {
  public:
    static constexpr const char* defaultRoot = "/dev/shm/pimsm";
 
-   // `clock` and `loop` outlive the manager. `clock` paces the doorbells. With a loop,
-   // doorbells are served and written tables rung by it; without one the owner calls
-   // dispatch(). The root's directories are created (mode 0750) when a writer mounts
-   // below them; it refuses, by CreateError, a root or a directory below it that
-   // belongs to another user than root or its own, or that everybody may write
+   // `clock` and `loop` outlive the manager. `clock` paces the doorbells. A loop
+   // serves doorbells and rings written tables; without one the owner calls
+   // dispatch(). The root's directories are created (mode 0750) when a writer
+   // mounts below them; it refuses, by CreateError, a root or a directory below it
+   // that belongs to another user than root or its own, or that everybody may write
    // (sticky ones excepted).
    EntityManager( Mox::Clock& clock, Mox::Loop* loop,
                   Mox::String root = defaultRoot, bool useInotify = true );
@@ -50,27 +50,28 @@ class PIMSM_API EntityManager {
    Mox::Ptr<Mox::Entity> entity( Mox::StringView path ) const;
 
    // The entity at the path, made by its type's factory when absent. The manager
-   // does not own it: it goes with its last reference. Throws NameError when
-   // another type stands there or the type is unknown, RangeError for a path with
-   // an empty component, "." or "..", a NUL, or a leading slash.
+   // does not own it: its last reference destroys it. Throws NameError when the
+   // path holds another type or the type is unknown, RangeError for a path with an
+   // empty component, "." or "..", a NUL, or a leading slash.
    Mox::Ptr<Mox::Entity> createEntity( Mox::StringView path, Mox::StringView type );
 
-   // Rings the doorbells of what was written and takes up what others wrote: for
-   // some 10 ms; the rest of a burst waits for the next dispatch, which a loop makes
-   // on its next turn. Files of tables mounted for writing that somebody took away or
-   // replaced are made anew with all that they held. Throws Brane::SecondWriterError
-   // where another process has become their writer meanwhile: this one should end.
+   // Rings the doorbells of written tables and takes up other writers' changes, for
+   // some 10 ms; the rest of a burst waits for the next dispatch, which a loop
+   // makes on its next turn. Makes removed or replaced files of tables mounted for
+   // writing anew, with all records. Throws Brane::SecondWriterError when another
+   // process has become their writer meanwhile: this process should end.
    void dispatch();
 
-   // Gets sentences for people about files that were made anew, or cannot be. The
-   // default, null, traces them.
+   // Gets messages about files that were made anew or cannot be. The default, null,
+   // traces them.
    using NoteHandler = std::function<void( const Mox::String& text )>;
    void noteHandlerIs( NoteHandler handler ) {
       noteHandler_ = std::move( handler );
    }
 
-   // Retires the tables of a path whose entity is mounted for writing: their files and
-   // directory go, and readers see the tables go. The entity stays usable, unseen.
+   // Retires the tables of a path whose entity is mounted for writing. Their files
+   // and directory are removed, and readers see the tables go. The entity stays
+   // usable, unseen.
    void removeTables( Mox::StringView path );
 
  private:
@@ -82,8 +83,8 @@ class PIMSM_API EntityManager {
    Brane::DoorbellHub::Id watch( const Mox::String& path,
                                  MoxBrane::TableBase& table );
    void unwatch( Brane::DoorbellHub::Id id, MoxBrane::TableBase& table );
-   // Drain again: at once, on the next turn of the loop, where a rest is left of a
-   // burst; in a millisecond where something was busy.
+   // Drains the table again: with `atOnce`, for the rest of a burst, on the loop's
+   // next turn; otherwise, when a record was busy, in a millisecond.
    void drainSoon( MoxBrane::TableBase& table, bool atOnce );
    // Has the dispatch in progress taken its 10 ms?
    bool timeIsUp() const { return clock_.now() >= dispatchEnd_; }
@@ -108,12 +109,12 @@ class PIMSM_API EntityManager {
    std::vector<MoxBrane::TableBase*> drainSoon_;
    bool drainAtOnce_ = false;
    double dispatchEnd_ = 0;
-   // Of the dispatch in progress; a handler may make any of them go.
+   // The tables of the dispatch in progress; a handler may destroy any of them.
    std::vector<MoxBrane::TableBase*> draining_;
-   // Tables whose files could not be made anew, and when that is tried again.
+   // Tables whose files could not be made anew, and the time of the next attempt.
    std::vector<MoxBrane::TableBase*> unrestored_;
    double restoreAgain_ = Mox::Clock::never;
-   // Files that were made anew and not told of yet; told when no more come.
+   // Files made anew and not reported yet; reported once no more follow.
    std::vector<Mox::String> restored_;
    double tellRestored_ = Mox::Clock::never;
    Mox::String problem_;
@@ -127,7 +128,7 @@ class PIMSM_API EntityManager {
 
 namespace MoxBrane {
 
-// The entity at the path, entered or created; never null.
+// Finds or creates the entity at the path; never null.
 PIMSM_API Mox::Ptr<Mox::Entity> createEntity( Corvex::EntityManager& manager,
                                               Mox::StringView path,
                                               Mox::StringView type );

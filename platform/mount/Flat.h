@@ -32,8 +32,8 @@ struct FlatForm;
 PIMSM_API bool readIntfId( const char ( &name )[Vantu::IntfId::maxLength + 1],
                            Vantu::IntfId& out );
 
-// A record's type text: its name and a digest of its fields, since a field of one
-// record may be another record.
+// A record's type text: its name and a digest of its fields. The digest is needed
+// because a field may itself be a record.
 PIMSM_API Mox::String recordTypeText( Mox::StringView name,
                                       const std::vector<Field>& fields );
 
@@ -105,7 +105,7 @@ struct FlatForm<T> {
 };
 
 // The default address is all zeros, so that the default key is the zero key, which
-// no table takes.
+// a table refuses.
 template <>
 struct FlatForm<Vantu::IpGenAddr> {
    struct Bytes {
@@ -131,7 +131,7 @@ template <>
 struct FlatForm<Vantu::IpGenPrefix> {
    struct Bytes {
       FlatForm<Vantu::IpGenAddr>::Bytes address;
-      uint32_t length;  // 0 for no prefix, else one more than its length
+      uint32_t length;  // 0 for no prefix, otherwise its length plus one
    };
    static Mox::String typeText() { return "IpGenPrefix"; }
    static void write( const Vantu::IpGenPrefix& value, Bytes& bytes ) {

@@ -9,7 +9,7 @@ MountedEntity::~MountedEntity() {
 }
 
 void MountedEntity::handleZeroReferences() {
-   // A shell that somebody still holds must not be handed out again.
+   // An empty shell that is still held must not be handed out again.
    if ( manager_ != nullptr ) manager_->entities_.erase( name_ );
 }
 

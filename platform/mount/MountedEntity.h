@@ -20,7 +20,7 @@ class PIMSM_API MountedEntity : public Mox::Entity {
    const Mox::String& name() const { return name_; }
 
    // Null for an entity made by its factory alone, and once the manager has gone;
-   // tables then cannot be mounted.
+   // tables cannot be mounted then.
    Corvex::EntityManager* manager() const { return manager_; }
 
    // In order of declaration.
@@ -30,7 +30,7 @@ class PIMSM_API MountedEntity : public Mox::Entity {
    explicit MountedEntity( Mox::StringView name ) : name_( name ) {}
    ~MountedEntity() override;
 
-   // A type that overrides this calls it too.
+   // An override calls this one too.
    void handleZeroReferences() override;
 
  private:

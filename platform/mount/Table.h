@@ -1,5 +1,5 @@
-// A mounted table of typed records: the writing process changes it, every process
-// looks up, visits and hears of each changed key.
+// A mounted table of typed records. The writing process changes it; every process
+// looks up, visits and is notified of each changed key.
 //
 // V is a record whose first field is `key`, with a flat form (Flat.h). Owned by its
 // entity; declared there by an attribute row of kind Table (TableAttribute.h).
@@ -16,7 +16,7 @@
 
 namespace MoxBrane {
 
-// For a table in which the all-zero key is a key like any other.
+// For a table that accepts the all-zero key.
 inline ::Brane::WriterOptions withZeroKey() {
    ::Brane::WriterOptions options;
    options.zeroKey = true;
@@ -47,8 +47,8 @@ class Table : public TableBase {
       std::function<void()> mountStatusChanged;
    };
 
-   // A value being built in the table's own memory, in its flat form, zeroed; see
-   // inPlace(). Going out of scope gives the memory back. Must not outlive the
+   // A value being built in the table's own memory, in its flat form, zeroed at
+   // first; see inPlace(). Destruction frees the memory. Must not outlive the
    // table's mount.
    class InPlace {
     public:
@@ -56,7 +56,7 @@ class Table : public TableBase {
       typename Form::Bytes* operator->() const { return bytes(); }
       typename Form::Bytes& operator*() const { return *bytes(); }
       explicit operator bool() const { return bytes() != nullptr; }
-      // The whole value at once.
+      // Writes the whole value.
       // REQUIRES: not committed.
       void is( const V& value ) {
          MOX_ASSERT( bytes() );
@@ -91,8 +91,9 @@ class Table : public TableBase {
       return layout;
    }
 
-   // Copies the key's record to `out`; unspecified unless found. Busy is a reader's,
-   // damaged either side's: see TableReader. Without a mount: absent.
+   // Copies the key's record to `out`, which is unspecified unless found. Only a
+   // reader finds busy records, either side finds damaged ones: see TableReader.
+   // Absent without a mount.
    ::Brane::Lookup find( const Key& key, V& out ) const {
       KeyBytes bytes( key );
       Record record;
@@ -101,8 +102,8 @@ class Table : public TableBase {
       return ::Brane::lookupDamaged;
    }
 
-   // A copy of the key's record, or nothing. Throws UnreadableError where a record
-   // stands and is busy or damaged, as find() tells without one.
+   // A copy of the key's record, or nothing. Throws UnreadableError for a busy or
+   // damaged record; find() reports those without an exception.
    std::optional<V> at( const Key& key ) const {
       V value;
       switch ( find( key, value ) ) {
@@ -118,9 +119,9 @@ class Table : public TableBase {
       unreadable( "is damaged" );
    }
 
-   // The records of the keys that stand when begin() is called, each copied when its
-   // turn comes; one that went meanwhile, or cannot be read, is passed over. The table
-   // may change, and must outlive the iterators.
+   // Visits the keys that stand when begin() is called. Each record is copied in
+   // its turn; one that was removed meanwhile, or cannot be read, is skipped. The
+   // table may change, and must outlive the iterators.
    class Iterator {
     public:
       using value_type = V;
@@ -178,8 +179,8 @@ class Table : public TableBase {
    // Visits records, all of them or from a bookmark on, until the visitor says
    // false. Records that stand throughout are met once; nothing is missed when the
    // bookmark's record has gone, but a few may come again. The visitor may change
-   // the table. `from` null: from the start. `ahead`, when given, may be told keys
-   // a little before their turn, to fetch memory with; it must not use the table.
+   // the table. `from` null: from the start. `ahead`, when given, may get keys a
+   // little before their turn, to fetch memory; it must not use the table.
    using Ahead = std::function<void( const Key& )>;
    void visit( const Key* from, const std::function<bool( const V& )>& visitor,
                const Ahead& ahead = {} ) const {
@@ -201,9 +202,9 @@ class Table : public TableBase {
          hint );
    }
 
-   // Writes or replaces under value.key, then notifies the key, equal value or not.
-   // Throws ReadOnlyError unless mounted for writing, and what TableWriter::put
-   // does.
+   // Writes or replaces the record under value.key, then notifies the key, even
+   // when the value is equal. Throws ReadOnlyError unless mounted for writing, and
+   // the exceptions of TableWriter::put.
    void is( const V& value ) {
       Record record;
       std::memset( &record, 0, sizeof record );
@@ -213,11 +214,11 @@ class Table : public TableBase {
       callbacks_.keyChanged( key );
    }
 
-   // Free memory of the table to build a value in, seen by nobody until commit().
+   // Free memory of the table to build a value in, invisible until commit().
    // REQUIRES: at most 16 of a table at a time. Throws ReadOnlyError.
    InPlace inPlace() { return InPlace( *this, reserveRecord() ); }
 
-   // As is(), by way of the table's own memory.
+   // As is(), but builds the value in the table's own memory.
    void commit( const V* value ) {
       MOX_ASSERT( value );
       InPlace record = inPlace();
@@ -225,10 +226,9 @@ class Table : public TableBase {
       commit( &record );
    }
 
-   // Makes the value that stands in the table's memory its key's record, without
-   // copying it, then notifies the key. As is() in what it throws; the memory is
-   // given back then. REQUIRES: of this table, not committed yet, its key a key's
-   // flat form.
+   // Makes the value in the table's memory its key's record without copying, then
+   // notifies the key. Throws as is() does, and frees the memory then. REQUIRES: of
+   // this table, not committed yet, its key a key's flat form.
    void commit( InPlace* value ) {
       MOX_ASSERT( value && value->table_ == this && *value );
       Key key;
@@ -251,7 +251,8 @@ class Table : public TableBase {
       return removed;
    }
 
-   // The keys as they stand, one by one, each notified; what comes meanwhile stays.
+   // Removes the present keys one by one and notifies each; keys added meanwhile
+   // stay.
    void delAll() {
       for ( const Key& key : keys() ) del( key );
    }

@@ -15,11 +15,11 @@ MOX_TRACE_FACILITY( trace, "Pimsm::Table" )
 namespace MoxBrane {
 namespace {
 
-// Changes told at once: few enough for their records to stay in a cache until they
-// are notified, and many enough for looking at the clock to cost nothing.
+// Changes taken up in one part: few enough for their records to stay in a cache
+// until they are notified, and enough to make the clock's cost negligible.
 constexpr uint32_t kPartKeys = 256;
-// Keys are foretold in batches, so that whoever fetches memory can do so in batches:
-// when fewer than this many lie ahead, twice as many will.
+// Keys are announced ahead in batches, so that memory can be fetched in batches.
+// When fewer than this many are announced, twice as many will be.
 constexpr size_t kForetoldKeys = 16;
 constexpr size_t kCacheLine = 64;
 
@@ -65,7 +65,7 @@ bool TableBase::mount( ::Brane::TableRole role, uint32_t capacity ) {
    } else {
       mountReader( *manager, path );
    }
-   quiesced_ = true;  // an attach tells readers of all, and finds nothing untold
+   quiesced_ = true;  // an attach notifies readers, and leaves nothing pending
    return true;
 }
 
@@ -80,8 +80,8 @@ void TableBase::mountWriter( Corvex::EntityManager& manager,
    bell_ = manager.watchFiles( path, *this );
 }
 
-// Whole by its checksum, and yet nobody can read it: left standing it would take room
-// and keep readers at what they knew, for nothing ever writes its key again.
+// Such a record has a good checksum, yet no reader can decode it. It would take
+// room and keep readers at the former value for ever: nothing writes its key again.
 void TableBase::dropWhatIsNoValue( ::Brane::AttachReport& report ) {
    constexpr size_t kTexts = 32;
    std::vector<std::byte> keys;
@@ -100,7 +100,7 @@ void TableBase::dropWhatIsNoValue( ::Brane::AttachReport& report ) {
       ++report.dropped;
       --report.survivors;
       if ( report.texts.size() >= kTexts ) continue;
-      // Before word of what is harmless: the first becomes the problem.
+      // Inserted before harmless findings: the first text becomes the problem.
       report.texts.insert(
          report.texts.begin(),
          fmt::format( "{}: position {}: the record is no value of this program's",
@@ -108,8 +108,8 @@ void TableBase::dropWhatIsNoValue( ::Brane::AttachReport& report ) {
    }
 }
 
-// What stood there was not simply taken up: whoever looks for lost records must find
-// out why.
+// Reports why records in the table were not simply taken over, for those who look
+// for lost records.
 void TableBase::tellAttached( const ::Brane::AttachReport& report ) {
    if ( report.texts.empty() ) return;
    for ( const Mox::String& text : report.texts ) MOX_TRACE( trace, 0, text );
@@ -124,7 +124,8 @@ void TableBase::tellAttached( const ::Brane::AttachReport& report ) {
 void TableBase::mountReader( Corvex::EntityManager& manager,
                              const Mox::String& path ) {
    reader_ = std::make_unique<::Brane::TableReader>( path, layout_ );
-   // Whoever mirrors what he reads would keep and pass on what never was.
+   // A process that mirrors the table would otherwise keep and pass on damaged
+   // records.
    reader_->verifyingIs( true );
    follower_ = std::make_unique<::Brane::TableFollower>( *reader_ );
    bell_ = manager.watch( path, *this );
@@ -241,8 +242,8 @@ void TableBase::drainInOrder() {
    }
 }
 
-// One part; true when there is more. The keys are copied first: a handler may do
-// anything, the follower's callback not.
+// Takes up one part; true when there is more. The keys are copied first: a handler
+// may change anything, the follower's callback must not.
 bool TableBase::followPart() {
    ::Brane::TableFollower::Drained result;
    try {
@@ -253,7 +254,7 @@ bool TableBase::followPart() {
          },
          kPartKeys );
    } catch ( const ::Brane::CreateError& e ) {
-      // The system refuses a descriptor or memory just now: say so, try again.
+      // The system refuses a descriptor or memory for now: report it and try again.
       control_->problemIs( e.what() );
       result.again = true;
    }
@@ -266,7 +267,7 @@ bool TableBase::followPart() {
    return !notifyPending() || result.more;
 }
 
-// Has the writer gone, or come back? A bell that rings without a change may tell of its
+// Has the writer gone or come back? A bell without a change may mean the writer's
 // end; the hub rings once more when the lock must be free as well.
 bool TableBase::updateWriterAlive( bool changes ) {
    const bool known = control_->writerAlive();
@@ -299,10 +300,10 @@ bool TableBase::unreadable() const {
           reader_->state() == ::Brane::readerDamaged;
 }
 
-// Keys wait here while their table cannot be read. The follower has told them once, and
-// will not tell them again where the values come back as they were.
-// False when the time was up before all were notified. A handler may drain, or
-// throw: the place is kept in members, and nothing is notified twice.
+// Pending keys wait here while their table cannot be read: the follower reported
+// them once and does not repeat them. Returns false when the time ran out before
+// all were notified. A handler may drain or throw, so members keep the position and
+// nothing is notified twice.
 bool TableBase::notifyPending() {
    const size_t size = layout_.keySize;
    std::vector<std::byte> key( size );
@@ -363,7 +364,7 @@ void TableBase::unreadable( const char* what ) const {
                                    what );
 }
 
-// A look-up changes nothing: what is damaged is said, and fatal only to write.
+// A look-up changes nothing: damage is reported, and is fatal only for writes.
 ::Brane::Lookup TableBase::lookupWritten( const void* key, void* out ) const {
    try {
       const void* record = writer_->find( key );
@@ -376,7 +377,7 @@ void TableBase::unreadable( const char* what ) const {
    }
 }
 
-// Null: nothing stands there, or nothing that can be read.
+// Null when no readable record stands there.
 const void* TableBase::writtenAt( ::Brane::Position position ) const {
    try {
       return writer_->at( position );
@@ -411,9 +412,9 @@ void TableBase::visitRecords( const void* from, const RecordVisitor& visitor,
    visitWritten( start, visitor, ahead );
 }
 
-// Standing positions are gathered two batches ahead of their visit, and their records
-// fetched; of the nearer batch the keys are foretold. What is removed meanwhile is no
-// record when its turn comes.
+// Positions are gathered two batches ahead of their visit and their records
+// fetched. The keys of the nearer batch are announced. A record removed meanwhile
+// is skipped in its turn.
 void TableBase::visitWritten( ::Brane::Position position,
                               const RecordVisitor& visitor,
                               const KeyHint& ahead ) const {

@@ -1,5 +1,5 @@
-// What the mounted tables of all record types share: the mount in either role, the
-// doorbell, and the way from changes to notifications. Use Table.h.
+// The part of a mounted table that does not depend on its record type: the mount in
+// either role, the doorbell, and turning changes into notifications. Use Table.h.
 #pragma once
 
 #include <optional>
@@ -30,24 +30,26 @@ class PIMSM_API TableBase {
    ::Brane::TableWriter* writer() const { return writer_.get(); }
    ::Brane::TableReader* reader() const { return reader_.get(); }
 
-   // Records that stand; a reader's count is that of its last drain.
+   // Number of records; a reader's count is that of its last drain.
    uint32_t size() const;
    // 0 while nothing is attached.
    uint32_t capacity() const;
    // Does some process hold the table for writing now?
    bool writerAlive() const;
-   // Records read whole whose bytes were no value of the type.
+   // Number of records that were read whole but were no value of the type.
    uint64_t undecodable() const { return undecodable_; }
-   // Is nothing pending in the journal? CollectionControl says what that means.
+   // Is nothing pending in the journal? See CollectionControl.
    bool quiesced() const { return quiesced_; }
 
-   // Makes another control the mounting handle; the former one's operations do
-   // nothing from now on. Its attributes are set to what is mounted. False when it is
-   // the handle already. REQUIRES: not null, no table's control.
+   // Makes another control the mounting handle, with its attributes set to the
+   // present mount. The former control's operations do nothing from now on. Returns
+   // false when it is the handle already. REQUIRES: not null, and not another
+   // table's control.
    bool controlIs( const Mox::Ptr<CollectionControl>& control );
 
-   // What a write comes to that the table refuses with CorruptionError. Fatal: this
-   // process has written where it must not; the corruption handler is told first.
+   // What happens when the table refuses a write with CorruptionError.
+   // corruptionFatal: this process has written to memory where it must not; the
+   // corruption handler is called first.
    enum Corruption : uint32_t { corruptionThrown, corruptionFatal };
 
    // Gets the refusal's text. The default, null, traces it and sets the control's
@@ -56,21 +58,20 @@ class PIMSM_API TableBase {
    void corruptionHandlerIs( CorruptionHandler handler ) {
       corruptionHandler_ = std::move( handler );
    }
-   // Refusals that it was told of.
+   // Number of refusals passed to the handler.
    uint64_t corruptions() const { return corruptions_; }
 
-   // Tells readers of what was written since the last ring; the manager does so at
-   // the end of each turn. Nothing in a reader.
+   // Tells readers of the changes since the last ring. The manager calls it at the
+   // end of each turn. Does nothing in a reader.
    void ring();
-   // Takes up what the writer has changed and notifies; the manager calls it when
-   // the doorbell rings. Nothing in a writer.
-   // A burst is taken up in parts: past the manager's time for one dispatch the rest
-   // waits for the next turn of the loop, and what changes again meanwhile is notified
-   // once. False: there is such a rest. At least one part is done.
+   // Takes up the writer's changes and notifies. The manager calls it when the
+   // doorbell rings. Does nothing in a writer. A burst is taken up in parts, at
+   // least one. After the manager's time for one dispatch the rest waits for the
+   // next turn of the loop; a key that changes again meanwhile is notified once.
+   // Returns false when there is such a rest.
    bool drain();
-   // drain(), after those of the entity's tables that were declared before this one:
-   // what a later table refers to is there first. This one waits while one of those
-   // has a rest.
+   // Drains after the tables that the entity declared before this one: a later
+   // table's records refer to theirs. Waits while one of those tables has a rest.
    void drainInOrder();
 
  protected:
@@ -80,16 +81,16 @@ class PIMSM_API TableBase {
 
    // A key changed; `key` is keySize bytes.
    virtual void handleKey( const void* key ) = 0;
-   // The key's handleKey comes soon. Must change nothing.
+   // Called before the key's handleKey. Must change nothing.
    virtual void handleKeySoon( const void* key ) = 0;
    // The table came, went, or was replaced by another instance.
    virtual void handleMountStatus() = 0;
-   // Are a record's bytes a value of the type, under the key that they begin with?
+   // Do the record's bytes decode to a value of the type under its key?
    virtual bool isValue( const void* record ) const = 0;
 
    void putRecord( const void* record );
    bool removeRecord( const void* key, void* removed );
-   // Free memory of a record, zeroed; and what makes it the key's record.
+   // Reserves zeroed memory for a record, to be committed as its key's record.
    ::Brane::Reservation reserveRecord();
    void commitRecord( ::Brane::Reservation& record );
    ::Brane::Lookup lookupRecord( const void* key, void* out ) const;
@@ -105,7 +106,7 @@ class PIMSM_API TableBase {
  private:
    friend class CollectionControl;
 
-   // False when it is mounted in that role already.
+   // Returns false when mounted in that role already.
    bool mount( ::Brane::TableRole role, uint32_t capacity );
    void mountWriter( Corvex::EntityManager& manager, const Mox::String& path,
                      uint32_t capacity );
@@ -140,7 +141,7 @@ class PIMSM_API TableBase {
    std::unique_ptr<::Brane::TableReader> reader_;
    std::unique_ptr<::Brane::TableFollower> follower_;
    ::Brane::DoorbellHub::Id bell_ = 0;
-   // Changed keys in parts of which the first have been notified or foretold.
+   // Changed keys in parts. The first keys have been notified or announced.
    std::vector<std::byte> pending_;
    size_t notified_ = 0;
    size_t foretold_ = 0;

@@ -1,4 +1,4 @@
-// Which side of a shared-memory table a mount plays.
+// The side of a shared-memory table that a mount takes.
 #pragma once
 
 #include "platform/base/Enum.h"

@@ -1,7 +1,7 @@
 // The address family of routes, tables and addresses.
 //
-// Other values than the two can be made by a cast, as from a corrupt record or by a
-// caller's fault; they print as "family<number>" and are not read back.
+// A cast can make other values, as can a corrupt record. They print as
+// "family<number>" and are not read back.
 #pragma once
 
 #include <cstdint>
@@ -34,7 +34,7 @@ inline std::ostream& operator<<( std::ostream& stream, AddressFamily family ) {
    return Mox::Detail::put( stream, valueToStrep( family ) );
 }
 
-// The bits of an address; 0 for any other family.
+// The number of bits in an address; 0 for any other family.
 constexpr unsigned addressBits( AddressFamily family ) {
    return family == AddressFamily::ipv4   ? 32
           : family == AddressFamily::ipv6 ? 128

@@ -1,5 +1,5 @@
-// Addresses as unsigned numbers of their family's width, in host order: what
-// arithmetic on ranges and look-ups by bits need.
+// Addresses as unsigned numbers of their family's width, in host order, for
+// arithmetic on ranges and for look-ups by bits.
 //
 // Ip4Number and Ip6Number are two arguments for templates that serve both families.
 #pragma once
@@ -16,7 +16,7 @@ __extension__ typedef unsigned __int128 Uint128;
 
 namespace Detail {
 
-// A word of network order and back.
+// Swaps a word between network and host order.
 inline uint64_t swapped( uint64_t word ) {
    if constexpr ( std::endian::native == std::endian::big ) return word;
    return __builtin_bswap64( word );
@@ -46,7 +46,7 @@ struct Ip4Number {
       return IpGenAddr::fromBytes( family, bytes );
    }
 
-   // `bits` for zero.
+   // Returns `bits` for zero.
    static unsigned leadingZeros( Number number ) {
       return static_cast<unsigned>( std::countl_zero( number ) );
    }
@@ -79,7 +79,7 @@ struct Ip6Number {
       return IpGenAddr::fromBytes( family, bytes );
    }
 
-   // `bits` for zero.
+   // Returns `bits` for zero.
    static unsigned leadingZeros( Number number ) {
       auto high = static_cast<uint64_t>( number >> 64 );
       auto low = static_cast<uint64_t>( number );

@@ -11,7 +11,7 @@ namespace {
 // The names by number; number 0 is the empty name.
 class Names {
  public:
-   // Never destroyed: static objects may name interfaces to the very end.
+   // Never destroyed: static objects may name interfaces until the process ends.
    static Names& instance() {
       static Names& names = *new Names;
       return names;
@@ -30,7 +30,7 @@ class Names {
  private:
    Names() { number( "" ); }
 
-   std::deque<Mox::String> names_;  // never moves what it holds
+   std::deque<Mox::String> names_;  // elements keep their addresses
    std::unordered_map<Mox::StringView, uint32_t> numbers_;
 };
 

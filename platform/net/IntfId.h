@@ -21,10 +21,10 @@ class PIMSM_API IntfId {
  public:
    static constexpr size_t maxLength = 31;
 
-   // None.
+   // No interface.
    constexpr IntfId() = default;
-   // Throws RangeError for a name of more than 31 bytes or with a NUL, which the
-   // records of the tables could not hold. The empty name is none.
+   // Throws RangeError for a name of more than 31 bytes or with a NUL, which table
+   // records cannot hold. The empty name means no interface.
    explicit IntfId( Mox::StringView name );
 
    bool empty() const { return index_ == 0; }

@@ -34,8 +34,8 @@ class PIMSM_API IpGenAddr {
    // Reads the whole text. Throws ParseError.
    explicit IpGenAddr( Mox::StringView text );
 
-   // 0.0.0.0 or ::. Any other family gives its zero address, which equals neither
-   // and is of no use but to be told apart.
+   // 0.0.0.0 or ::. Any other family gives its own zero address, which equals
+   // neither and serves only for comparison.
    static IpGenAddr unspecified( AddressFamily family );
 
    // From bytes in network order, 4 or 16 as the family says.
@@ -64,7 +64,7 @@ class PIMSM_API IpGenAddr {
    bool isLinkLocal() const;
 
    // Equal in every process. Both halves of each product are folded in, so that
-   // neighbours spread in the low bits as well.
+   // neighbouring addresses differ in the low bits as well.
    size_t hash() const {
       constexpr uint64_t kFirst = UINT64_C( 0x9e3779b97f4a7c15 );
       constexpr uint64_t kSecond = UINT64_C( 0xd6e8feb86659fd93 );
@@ -101,7 +101,7 @@ static_assert( std::is_trivially_copyable_v<IpGenAddr> &&
 
 // A family other than the two prints as "family<number>", which is not read back.
 PIMSM_API Mox::String valueToStrep( const IpGenAddr& address );
-// Reads the characters of an address only. Throws ParseError.
+// Reads only characters that an address may have. Throws ParseError.
 PIMSM_API void sequenceToValue( Mox::StringIter& begin, Mox::StringIter end,
                                 IpGenAddr& out );
 PIMSM_API std::ostream& operator<<( std::ostream& stream,

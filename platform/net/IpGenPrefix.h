@@ -21,8 +21,8 @@ namespace Vantu {
 class PIMSM_API IpGenPrefix {
  public:
    constexpr IpGenPrefix() = default;
-   // Throws RangeError when the length exceeds 32 or 128 bits, or the family is
-   // another.
+   // Throws RangeError when the length exceeds 32 or 128 bits, or for any other
+   // family.
    IpGenPrefix( const IpGenAddr& address, unsigned length );
    // The address alone: /32 or /128.
    explicit IpGenPrefix( const IpGenAddr& address );
@@ -35,7 +35,7 @@ class PIMSM_API IpGenPrefix {
    unsigned length() const { return length_; }
 
    bool contains( const IpGenAddr& address ) const;
-   // True for itself and its parts; false where either is none.
+   // True for itself and its parts; false where either prefix is none.
    bool contains( const IpGenPrefix& prefix ) const;
 
    size_t hash() const {
@@ -67,7 +67,8 @@ class IpGenPrefixSet {
  public:
    using Iterator = std::set<IpGenPrefix>::const_iterator;
 
-   // False when it was in the set already, or was not.
+   // Insertion returns false when the prefix was in the set, removal when it was
+   // not.
    bool insert( const IpGenPrefix& prefix ) {
       return prefixes_.insert( prefix ).second;
    }
@@ -75,7 +76,7 @@ class IpGenPrefixSet {
       return prefixes_.erase( prefix ) != 0;
    }
    void clear() { prefixes_.clear(); }
-   // As clear(), by the name that collections have.
+   // Does what clear() does, under the name that collections use.
    void prefixDelAll() { clear(); }
 
    // Is this very prefix a member?

@@ -1,4 +1,4 @@
-// How the shared PIM types lie in shared-memory records.
+// The flat forms of the shared PIM types in shared-memory records.
 #pragma once
 
 #include "platform/mount/Flat.h"

@@ -1,8 +1,8 @@
 // Which sources send to each group of one VRF, as a neighbouring library or the
 // agent knows it; the (S,G) counting only reads it.
 //
-// Whoever fills it adds a group, then its sources, and takes the sources away
-// before the group when they are to be counted out. Event-loop thread only.
+// The owner adds a group, then its sources, and removes the sources before the
+// group when they are to be counted out. Event-loop thread only.
 #pragma once
 
 #include <map>

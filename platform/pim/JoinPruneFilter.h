@@ -1,6 +1,6 @@
-// Decides for which groups shared-tree joins and prunes are not taken.
+// Decides for which groups shared-tree joins and prunes are refused.
 //
-// Implemented where the decision is made, asked by the join/prune processing.
+// The owner of the decision implements it; join/prune processing calls it.
 // Event-loop thread only.
 #pragma once
 

@@ -1,4 +1,4 @@
-// What the neighbour-monitoring service knows of one address; the model stores it.
+// The neighbour-monitoring service's knowledge of one address; the model stores it.
 #pragma once
 
 #include "platform/base/Record.h"

@@ -1,5 +1,5 @@
-// The reverse path of a route: where its traffic comes in and from whom, with the
-// unicast route that says so. The default value means that there is none.
+// The reverse path of a route: its incoming interface and upstream neighbour, and
+// the unicast route that gave them. The default value means that there is none.
 #pragma once
 
 #include "platform/base/Record.h"

@@ -7,8 +7,8 @@
 
 namespace Routing::Pim::SparseMode {
 
-// The VRF's name is deliberately plain text: one that is too long for L3::VrfName
-// raises only where a trace prints it.
+// The VRF's name is deliberately plain text: a name too long for L3::VrfName throws
+// only where a trace prints it.
 // clang-format off
 #define PIMSM_SPARSE_MODE_CONFIG_ATTRIBUTES( A ) \
    A( Fixed, vrfName,   VrfName,   Mox::String, , "of the VRF" ) \

@@ -17,7 +17,7 @@ namespace Brane {
 namespace {
 
 constexpr double never = std::numeric_limits<double>::infinity();
-// A dying writer's bell rings just before the kernel lets go of its lock.
+// A dying writer's bell rings just before the kernel releases its lock.
 constexpr double afterDeath = 0.01;  // s
 
 // A ring is a write; the writer's end closes the bell.
@@ -115,7 +115,7 @@ void DoorbellHub::remove( Id id ) {
 void DoorbellHub::lookAgain() {
    for ( auto& [id, table] : tables_ ) {
       armAnew( *table );
-      // All are looked at already; they would ring each other for ever.
+      // All tables are looked at already; they would ring each other for ever.
       if ( table->above ) table->rung = false;
    }
 }
@@ -129,8 +129,8 @@ void DoorbellHub::dropWatch( int watch ) {
    inotify_rm_watch( fd_, watch );
 }
 
-// Sets what watches can be set. Whatever happened before them is found by the call
-// that follows: every arming rings.
+// Sets the watches that can be set. Every arming rings, so the call that follows
+// finds whatever happened before.
 void DoorbellHub::arm( Table& table ) {
    table.rung = true;
    if ( fd_ < 0 ) return;
@@ -141,18 +141,18 @@ void DoorbellHub::arm( Table& table ) {
    }
 }
 
-// After events were lost: any watch may be of a file that has moved or gone.
+// Called after events were lost: any watched file may have moved or gone.
 void DoorbellHub::armAnew( Table& table ) {
    int bell = std::exchange( table.bell, -1 );
    table.nearest = false;
    arm( table );
-   // Without a bell at the name the writer may still ring the former one.
+   // Without a bell file under the name, the writer may still ring the former one.
    if ( table.bell < 0 ) table.bell = bell;
    if ( bell != table.bell ) dropWatch( bell );
 }
 
-// A directory that is made between the look for it and the watch of its parent
-// rings nothing: only a walk that ends where the one before it did has missed none.
+// A directory made between the look for it and the watch of its parent rings
+// nothing. Two walks that end at the same place prove that nothing was missed.
 void DoorbellHub::watchDirectory( Table& table ) {
    Mox::String reached;
    Mox::String before;
@@ -163,7 +163,8 @@ void DoorbellHub::watchDirectory( Table& table ) {
    } while ( !table.nearest && table.directory >= 0 && reached != before );
 }
 
-// Watches the table's directory, or the nearest ancestor that is there; its path.
+// Watches the table's directory, or its nearest existing ancestor, and returns that
+// path.
 Mox::String DoorbellHub::watchNearest( Table& table ) {
    Mox::String directory = directoryOf( table.files.table );
    for ( bool nearest = true;; nearest = false ) {
@@ -177,7 +178,7 @@ Mox::String DoorbellHub::watchNearest( Table& table ) {
 
 void DoorbellHub::readEvents() {
    alignas( inotify_event ) char buffer[16384];
-   // A read that leaves room for one more event has taken all there were.
+   // A read with room left for one more event has taken all events.
    constexpr ssize_t room = sizeof( inotify_event ) + NAME_MAX + 1;
    ssize_t got;
    do {
@@ -218,10 +219,10 @@ void DoorbellHub::handleDirectory( Table& table, uint32_t mask, const char* name
       table.directory = -1;
       table.nearest = false;
    }
-   // A directory that comes again has other files.
+   // A directory that appears again holds other files.
    if ( !table.nearest ) return armAnew( table );
    bool bell = name == nameOf( table.files.bell );
-   // A bell of this name is another file: the watch follows it there.
+   // A new bell of this name is another file: the watch moves to it.
    if ( bell && ( mask & ( IN_CREATE | IN_MOVED_TO ) ) ) {
       dropBell( table );
       arm( table );

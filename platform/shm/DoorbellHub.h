@@ -1,8 +1,8 @@
 // Listens to the doorbells of any number of tables through one inotify instance.
 //
-// For readers a table's bell rings when its writer says so, when the writer dies,
-// and when the table appears, is replaced or goes away. A writer may have its own table's
-// files watched. Free of any event loop: the owner polls fd() and calls dispatch().
+// A reader's bell rings when the writer rings it or dies, and when the table
+// appears, is replaced or goes away. A writer may have its own table's files
+// watched. Free of any event loop: the owner polls fd() and calls dispatch().
 // Single thread.
 #pragma once
 
@@ -22,40 +22,40 @@ class PIMSM_API DoorbellHub {
    using Callback = std::function<void()>;
    using Id = uint32_t;
 
-   // A burst of rings calls back at most this often; a polling reader takes the
-   // writer's cache lines away.
+   // A burst of rings calls back at most this often: a polling reader slows the
+   // writer by taking its cache lines.
    static constexpr double minInterval = 0.001;  // s
-   // How often every table is called without inotify.
+   // Without inotify, every table is called back this often.
    static constexpr double fallbackInterval = 0.05;  // s
 
-   // Where the system has no inotify instance left, the hub falls back to time.
-   // `useInotify` false: falls back at once.
+   // Falls back to a timer where the system has no inotify instance left, and with
+   // `useInotify` false.
    explicit DoorbellHub( bool useInotify = true );
    ~DoorbellHub();
    DoorbellHub( const DoorbellHub& ) = delete;
    DoorbellHub& operator=( const DoorbellHub& ) = delete;
 
-   // Watches the table at `path`, present or not, its directory too. Called back at
-   // the next dispatch() in any case, so that nothing before is missed.
+   // Watches the table at `path`, present or not, and its directory. The next
+   // dispatch() calls back in any case, so that no earlier change is missed.
    Id add( const Mox::String& path, Callback callback );
    // The same for a writer: called back when one of the table's files may have come or
    // gone, not when the bell rings.
    Id addFiles( const Mox::String& path, Callback callback );
    void remove( Id id );  // unknown: nothing
 
-   // Watches a directory above tables. Nothing below it hears when it moves: all watches
-   // are set anew then, and all tables rung.
+   // Watches a directory above tables. Files below it get no event when it moves,
+   // so all watches are set anew then and all tables rung.
    Id addAbove( const Mox::String& directory );
 
    // Readable when dispatch() has something to do; -1 without inotify.
    int fd() const { return fd_; }
-   // Must some table be looked at on a timer? Without inotify, and while the system
-   // refuses a watch (its limit, permissions); that is tried again each time.
+   // Must some table be polled on a timer? True without inotify, and while the
+   // system refuses a watch (limit, permissions); each poll tries the watch again.
    bool fallback() const;
 
-   // Reads what has rung and calls back. `now`: seconds, monotonic. Returns when to
-   // call again even if fd() stays silent; infinity: not needed. Call it after
-   // add() too, or ask due().
+   // Reads the events and calls back. `now`: seconds, monotonic. Returns the time
+   // of the next call in case fd() stays silent; infinity: not needed. Call it
+   // after add() too, or ask due().
    double dispatch( double now );
    double due() const;
 

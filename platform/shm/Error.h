@@ -1,4 +1,4 @@
-// What can go wrong with a shared-memory table, one type each.
+// The failures of shared-memory tables, one type each.
 #pragma once
 
 #include <sys/types.h>
@@ -9,7 +9,7 @@
 
 namespace Brane {
 
-// A table refused or could not do what it was asked; nothing was changed.
+// A table refused or could not perform an operation; nothing was changed.
 class PIMSM_API TableError : public Mox::Error {
  public:
    using Error::Error;
@@ -21,51 +21,51 @@ class PIMSM_API ReadOnlyError : public TableError {
    using TableError::TableError;
 };
 
-// There is no room for a record of this key now; others may fit, and room may come when
-// records go. Replacing stays possible.
+// There is no room for a record of this key now. Other keys may fit, and room may
+// come when records go. Replacing stays possible.
 class PIMSM_API NoRoomError : public TableError {
  public:
    using TableError::TableError;
 };
 
-// One record more than the capacity.
+// The table holds its capacity of records.
 class PIMSM_API TableFullError : public NoRoomError {
  public:
    using NoRoomError::NoRoomError;
 };
 
-// So many keys share this key's index lines that no reader would look further.
+// So many keys share this key's index lines that a reader would not find it.
 class PIMSM_API ProbeLimitError : public NoRoomError {
  public:
    using NoRoomError::NoRoomError;
 };
 
-// What stands in the table cannot be; the text names table, position and slot.
+// The table's content is impossible; the text names table, position and slot.
 class PIMSM_API CorruptionError : public TableError {
  public:
    using TableError::TableError;
 };
 
-// A record that stands and cannot be read whole: rewritten faster than it could be
-// copied, or damaged; the text says which.
+// A record stands but cannot be read whole: it was rewritten faster than it could
+// be copied, or it is damaged; the text says which.
 class PIMSM_API UnreadableError : public TableError {
  public:
    using TableError::TableError;
 };
 
-// The directory, the permissions or the space do not allow to make or map the
+// The directory, the permissions or the free space prevent making or mapping the
 // table's files. The text holds the path and the system's reason.
 class PIMSM_API CreateError : public TableError {
  public:
    using TableError::TableError;
 };
 
-// Another process, or another writer in this one, holds the table.
+// Another process, or another writer in this process, holds the table.
 class PIMSM_API SecondWriterError : public TableError {
  public:
    SecondWriterError( const Mox::String& text, pid_t pid )
       : TableError( text ), pid_( pid ) {}
-   // The first writer's process id; 0 when it has not left it yet.
+   // The first writer's process id; 0 while it has not written it yet.
    pid_t pid() const { return pid_; }
 
  private:
@@ -91,7 +91,7 @@ class PIMSM_API LayoutError : public TableError {
    LayoutError( Mismatch mismatch, const Mox::String& text )
       : TableError( text ), mismatch_( mismatch ) {}
    Mismatch mismatch() const { return mismatch_; }
-   // Is it a sound table of another record, rather than a broken file?
+   // Is it a sound table of another record type, rather than a broken file?
    bool otherRecord() const { return mismatch_ >= keySize; }
 
  private:

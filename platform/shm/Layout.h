@@ -1,4 +1,4 @@
-// What a table's records look like: the same description for writer and reader.
+// The layout of a table's records: the same description for writer and reader.
 //
 // A record is a flat run of bytes that means the same in every process. It begins
 // with its key; bytes between fields must be zero, since keys compare and hash as
@@ -37,7 +37,7 @@ struct PIMSM_API Layout {
    uint32_t recordSize = 0;
    std::vector<Field> fields;
 
-   // Over the sizes and every field, in order.
+   // Computed over the sizes and every field, in order.
    uint64_t fingerprint() const;
    // Throws Mox::RangeError naming the first rule broken.
    void check() const;
@@ -47,8 +47,8 @@ struct PIMSM_API Layout {
    bool operator==( const Layout& ) const = default;
 };
 
-// The place of a key in a table's index: stable while the key stands, free for
-// another key afterwards. Positions order the iteration.
+// A key's place in a table's index. Stable while the key stands, then free for
+// another key. Positions order the iteration.
 using Position = uint32_t;
 constexpr Position noPosition = ~Position( 0 );
 

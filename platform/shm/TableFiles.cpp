@@ -9,7 +9,7 @@
 namespace Brane {
 namespace {
 
-// Only in a file that is a table as far as its first word tells; others have no readers.
+// Marks only a file whose first word is a table's; other files have no readers.
 void markRetired( const Mox::String& path ) {
    Detail::Descriptor file( Detail::openFile( path, O_RDWR | O_NONBLOCK ) );
    uint64_t word = 0;
@@ -17,7 +17,7 @@ void markRetired( const Mox::String& path ) {
         word != Detail::magicWord )
       return;
    word = Detail::retiredWord;
-   // Where it fails readers keep what they have read.
+   // When this fails, readers keep the records that they have read.
    if ( pwrite( file.get(), &word, sizeof word, Detail::retiredOffset ) < 0 )
       return;
 }
@@ -36,7 +36,7 @@ bool writerAlive( const Mox::String& path ) {
 
 void removeTableFiles( const Mox::String& path ) {
    TableFiles files( path );
-   // Also makes the lock file, to find out; it goes with the others.
+   // Taking the lock makes the lock file, which is removed with the others.
    Detail::Descriptor lock = Detail::takeWriterLock( files );
    markRetired( files.table );
    unlink( files.table.c_str() );

@@ -8,8 +8,9 @@
 
 namespace Brane {
 
-// All have mode 0640, the lock 0600; who may read is the directory's and the group's
-// affair. None may open the lock but the writer's user: a reader could lock it, too.
+// All files have mode 0640, the lock 0600; the directory and the group decide who
+// may read. Only the writer's user may open the lock: whoever can open it can lock
+// it.
 struct PIMSM_API TableFiles {
    explicit TableFiles( const Mox::String& path );
 
@@ -24,9 +25,9 @@ struct PIMSM_API TableFiles {
 // A missing or unreadable doorbell reads as no.
 PIMSM_API bool writerAlive( const Mox::String& path );
 
-// Retires a table that has no writer, and removes all its files; attached readers keep
-// their mapping and find the table absent when they poll. Missing files are fine.
-// Throws SecondWriterError while a writer lives.
+// Retires a table without a writer and removes all its files. Attached readers keep
+// their mapping and find the table absent when they poll. Missing files are no
+// error. Throws SecondWriterError while a writer lives.
 PIMSM_API void removeTableFiles( const Mox::String& path );
 
 }

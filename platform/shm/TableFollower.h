@@ -1,11 +1,11 @@
-// Tells which keys of a table have changed since the last call.
+// Reports the keys of a table that have changed since the last call.
 //
-// A follower remembers the index word and the key of each position, so that it
-// misses nothing however far it falls behind: vanished keys, other keys at the same
-// place and a whole new instance included. What the table holds when the follower
-// is made is not reported; every later change is, equal value or not. A table that
-// appears later was empty until then: all that it holds is reported.
-// Pending changes of one key come as one.
+// A follower remembers the index word and the key of each position. So it misses
+// nothing however far it falls behind: no vanished key, no other key at the same
+// place, no new instance. The records present when the follower is made are not
+// reported; every later change is, equal value or not. A table that appears later
+// was empty until then: all that it holds is reported. Pending changes of one key
+// come as one.
 //
 // Memory: 12 bytes a position (twice the capacity, about) and the keys that stand.
 // Same thread as its reader, which must outlive it.
@@ -29,7 +29,7 @@ struct Change {
    Kind kind = written;
    const void* key = nullptr;       // keySize bytes; lives during the call
    const void* record = nullptr;    // a whole copy when written, null when removed
-   Position position = noPosition;  // none of a key that was only met
+   Position position = noPosition;  // noPosition for a key only known by met()
 };
 
 class PIMSM_API TableFollower {
@@ -44,34 +44,36 @@ class PIMSM_API TableFollower {
    struct Drained {
       uint32_t written = 0;
       uint32_t removed = 0;
-      bool stateChanged = false;  // the reader's state or instance is another
-      bool lapped = false;        // the journal was outrun, all positions compared
-      bool again = false;         // something was busy: drain again soon
-      bool more = false;          // the limit was reached: drain again for the rest
+      bool stateChanged = false;  // the reader's state or instance has changed
+      bool lapped = false;  // the journal was outrun: all positions were compared
+      bool again = false;   // something was busy: drain again soon
+      bool more = false;    // the limit was reached: drain again for the rest
    };
 
    // Polls the reader and reports what has changed, in no promised order. A table
    // that went away reports its keys as removed; a new instance, or a table that
-   // comes back, what differs. While what stands there cannot be read (mismatch,
+   // comes back, reports the differences. While the table cannot be read (mismatch,
    // damaged) nothing is reported and nothing forgotten. The callback may look up
-   // in the reader, and must not drain, poll or throw.
-   // About `limit` changes at most are told, so that a caller can do other work
-   // between the parts of a burst; what changes again before it was told comes once.
-   // Only the difference to another instance comes whole.
+   // in the reader, and must not drain, poll or throw. One call reports about
+   // `limit` changes at most, so that a caller can do other work between the parts
+   // of a burst. A key that changes again before its report is reported once. Only
+   // the difference to another instance is never divided.
    Drained drain( const Callback& callback, uint32_t limit = UINT32_MAX );
 
-   // The owner has found this key there by a look of its own: its end is told by a later
-   // drain even where it comes before its beginning was. `key` is keySize bytes.
+   // Records that the owner found this key by its own look-up. A later drain then
+   // reports its removal, even if its addition was not reported. `key` is keySize
+   // bytes.
    void met( Position position, const void* key );
 
-   // Has the journal moved on since the last drain? For timers where no doorbell is
-   // to be had; one load, no system call, and blind to another instance.
+   // Has the journal moved on since the last drain? For timers without a doorbell:
+   // one load, no system call. Does not notice another instance.
    bool pending() const;
 
-   // Forgets what it knew and starts from what stands now, as if new.
+   // Forgets everything and starts from the present records, as a new follower
+   // does.
    void restart();
 
-   // Keys known to stand.
+   // Number of keys known to stand.
    uint32_t size() const;
 
  private:

@@ -49,41 +49,41 @@ class PIMSM_API TableReader {
       uint64_t damaged = 0;  // records, each once
    };
 
-   // Attaches if the table is there; a missing one is no error.
-   // Throws Mox::RangeError on a bad layout, CreateError where the system refuses
-   // (permission, memory) for another reason than absence.
+   // Attaches to the table if it exists; a missing table is no error. Throws
+   // Mox::RangeError on a bad layout, and CreateError when the system refuses for
+   // another reason than absence (permission, memory).
    TableReader( const Mox::String& path, const Layout& layout );
    ~TableReader();
    TableReader( const TableReader& ) = delete;
    TableReader& operator=( const TableReader& ) = delete;
 
-   // Attaches to what stands at the path now; true when the state or the instance
-   // has changed. Cheap (one stat) when neither has. A TableFollower polls for
-   // itself; do not poll its reader beside it. Throws CreateError; a table that the
-   // system refused to map reads as readerDamaged, and the next poll tries again.
-   // A table is absent once its writer has retired it (TableWriter::removeFiles). Files
-   // that vanish otherwise leave the reader attached to what stood there last, and
-   // problem() says so.
+   // Attaches to the table now at the path; true when the state or the instance has
+   // changed. Costs one stat when neither has. Do not call it beside a
+   // TableFollower, which polls its reader itself. Throws CreateError. A table that
+   // the system refuses to map reads as readerDamaged, and the next poll tries
+   // again. A table is absent once its writer has retired it
+   // (TableWriter::removeFiles). When files vanish otherwise, the reader stays
+   // attached to the last table, and problem() says so.
    bool poll();
 
    ReaderState state() const;
-   // What is wrong in readerMismatch and readerDamaged, with both values; the last
-   // damaged record otherwise; may be empty.
+   // In readerMismatch and readerDamaged the cause, with both values; otherwise the
+   // last damaged record. May be empty.
    const Mox::String& problem() const;
-   // Which header value it was. Only in readerMismatch and readerDamaged; of the
-   // last one before, where poll() threw.
+   // The header value that did not fit. Only in readerMismatch and readerDamaged;
+   // still the former one when poll() threw.
    LayoutError::Mismatch mismatch() const;
    bool writerAlive() const;
 
-   // Is each record, also one that a follower tells, judged by its checksum and place
-   // when it is read? Otherwise by what its index word and slot say of each other, and
-   // the rest is left to verify(). False at first. REQUIRES: no follower yet.
+   // With `verifying`, every record that is read, also by a follower, is checked by
+   // its checksum and place. Otherwise only its index word and slot are compared,
+   // and verify() checks the rest. False at first. REQUIRES: no follower yet.
    void verifyingIs( bool verifying );
 
-   // Copies the key's record (recordSize bytes) to `out`; it is left unspecified
+   // Copies the key's record (recordSize bytes) to `out`, which is unspecified
    // unless found. A standing key is never reported as absent: without a table the
    // answer is absent, in readerMismatch and readerDamaged it is damaged.
-   // `position`, when not null, gets the key's position when found.
+   // `position`, when not null, gets a found key's position.
    Lookup lookup( const void* key, void* out, Position* position = nullptr ) const;
 
    struct LookupItem {
@@ -91,33 +91,33 @@ class PIMSM_API TableReader {
       void* out = nullptr;
       Lookup result = lookupAbsent;
    };
-   // Many keys, each as by lookup(), with the memory they need fetched ahead.
+   // Looks up many keys as lookup() does, and fetches the needed memory ahead.
    void lookup( std::span<LookupItem> items ) const;
 
    // The record that stands at the position, whatever its key; absent if none.
    Lookup at( Position position, void* out ) const;
 
    // Visits the records in order of positions, starting after `after`, until the
-   // visitor says false or the table ends. Returns the last position visited, to
-   // go on from; noPosition when the end was reached. Records standing throughout
-   // are met once. The record's bytes are a copy that lives during the call. What
-   // is damaged or busy is counted and left out.
-   // `ahead`, when given, is told the keys that are to come, up to 32 records
-   // early, to fetch memory that the visitor will need: a hint, for a record that may
-   // change or go before its turn. It must not use this reader.
+   // visitor returns false or the table ends. Returns the last position visited, to
+   // go on from; noPosition when the end was reached. Records that stand throughout
+   // are met once. The record's bytes are a copy that lives during the call.
+   // Damaged and busy records are counted and skipped. `ahead`, when given, gets
+   // the coming keys up to 32 records early, to fetch memory that the visitor will
+   // need. It is a hint: the record may change or go before its turn. It must not
+   // use this reader.
    using Visitor = std::function<bool( Position position, const void* record )>;
    using Ahead = std::function<void( const void* key )>;
    Position visit( const Visitor& visitor, Position after = noPosition,
                    const Ahead& ahead = {} ) const;
 
-   // Where to resume a visit when only a key was kept; as in TableWriter, but to be
-   // used as visit( visitor, resumeBefore( key ) ): the key itself comes again.
+   // Where to resume a visit when only a key was kept, as visit( visitor,
+   // resumeBefore( key ) ). As in TableWriter, but the key itself comes again.
    Position resumeBefore( const void* key ) const;
 
-   // Checks checksum and index place of the record under the key.
+   // Checks the checksum and index place of the key's record.
    Lookup verify( const void* key ) const;
 
-   // Null/zero without a table.
+   // Null or zero without a table.
    uint32_t capacity() const;
    uint64_t instanceId() const;
    uint64_t sequence() const;  // changes published so far

@@ -27,20 +27,20 @@ namespace Detail {
 class WriterTable;
 }
 
-// What tests inject and special tables ask for; the defaults suit everybody else.
+// Settings for tests and special tables; the defaults suit all others.
 struct WriterOptions {
-   // Of a new file's hash; random when absent.
+   // The seed of a new file's hash; random when absent.
    std::optional<std::array<uint64_t, 2>> seed;
-   // The running boot; the kernel's when empty. At most 39 bytes.
+   // The id of the running boot; the kernel's when empty. At most 39 bytes.
    Mox::String bootId;
-   // Length of the change journal, a power of two; by the capacity when 0.
+   // Length of the change journal, a power of two; 0 chooses it by the capacity.
    uint32_t journalEntries = 0;
    // Accept the all-zero key as a key like any other.
    bool zeroKey = false;
    // Sequence that a new file starts from.
    uint64_t firstSequence = 0;
-   // What a record begins as that is taken over from another layout: the fields that
-   // were not in it keep this. recordSize bytes, or empty: zeros.
+   // The initial bytes of a record taken over from another layout: fields missing
+   // there keep these values. recordSize bytes, or empty for zeros.
    std::vector<std::byte> fresh;
 };
 
@@ -65,14 +65,14 @@ class PIMSM_API TableWriter {
    TableWriter& operator=( const TableWriter& ) = delete;
 
    // Writes or replaces the record under its key and returns the key's position.
-   // `hint` is a position returned for this key before; a stale one costs time
-   // only. Throws TableFullError, ProbeLimitError, CorruptionError, Mox::RangeError
-   // (zero key); the table is then unchanged.
+   // `hint` is a position returned for this key before; a stale one only costs
+   // time. Throws TableFullError, ProbeLimitError, CorruptionError or
+   // Mox::RangeError (zero key); the table is then unchanged.
    Position put( const void* record, Position hint = noPosition );
 
-   // Many records at once, each as by put(), with the memory they need fetched
-   // ahead. `position` is hint and result. Stops with put()'s exception at the
-   // first that fails: items before it are written, itself and later ones are not.
+   // Writes many records as put() does, and fetches the needed memory ahead.
+   // `position` is hint and result. Stops with put()'s exception at the first item
+   // that fails: items before it are written, that one and later ones are not.
    struct PutItem {
       const void* record = nullptr;
       Position position = noPosition;
@@ -83,27 +83,28 @@ class PIMSM_API TableWriter {
    // REQUIRES: at most 16 reservations at a time.
    Reservation reserve();
 
-   // Removes the key's record. False when there is none. `removed`, when not null,
-   // gets a copy of the record (recordSize bytes).
+   // Removes the key's record. Returns false when there is none. `removed`, when
+   // not null, gets a copy of the record (recordSize bytes).
    bool remove( const void* key, void* removed = nullptr,
                 Position hint = noPosition );
 
-   // The record in the table, null when there is none; valid until the next put or
+   // The record in the table, null when there is none. Valid until the next put or
    // remove of any key.
    const void* find( const void* key, Position hint = noPosition ) const;
    const void* at( Position position ) const;  // null: nothing stands there
 
-   // Iteration in order of positions. Records put meanwhile may or may not be met;
-   // those that stand throughout are met once. From noPosition: the first.
-   // noPosition at the end.
+   // Iterates in order of positions. From noPosition: the first; returns noPosition
+   // at the end. Records that stand throughout are met once; records put meanwhile
+   // may be missed.
    Position next( Position after = noPosition ) const;
-   // Where to resume when only a key was kept: its position while it stands, else a
-   // place at or before the one it had. Nothing is missed; a few records may come
-   // again. The result may stand empty: look with at(), go on with next().
+   // Where to resume when only a key was kept: its position while it stands,
+   // otherwise a place at or before its former one. Nothing is missed; a few
+   // records may come again. The result may be empty: read it with at(), continue
+   // with next().
    Position positionAtOrBefore( const void* key ) const;
 
-   // Tells readers that something has changed since the last ring; nothing when
-   // nothing has. Once a batch, never once a record: it is a system call.
+   // Tells readers that something has changed since the last ring; does nothing
+   // otherwise. Once a batch, not once a record: it is a system call.
    void ring();
 
    uint32_t size() const;
@@ -118,20 +119,20 @@ class PIMSM_API TableWriter {
    // Checks every record and the whole index. Takes milliseconds per 100,000.
    Sweep verify() const;
 
-   // Do the table's files still lead to it? Three system calls. True after
-   // removeFiles().
+   // Do the file names still lead to this table? Three system calls. Always true
+   // after removeFiles().
    bool filesStand() const;
-   // Makes those files anew that somebody took away or replaced, with all that the table
-   // holds; readers move there by themselves. Nothing where all stand. The directory
-   // must exist. Throws SecondWriterError where another process has become the writer at
-   // the path: what is written here is seen by nobody then, and the process should end.
-   // Throws CreateError where the system refuses; try again later.
-   // REQUIRES: no reservations.
+   // Makes removed or replaced files anew, with all records; readers move there by
+   // themselves. Does nothing when no file is missing. The directory must exist.
+   // Throws SecondWriterError when another process has become the writer at the
+   // path: no reader sees this writer's records then, and the process should end.
+   // Throws CreateError when the system refuses; try again later. REQUIRES: no
+   // reservations.
    void restoreFiles();
 
-   // Retires the table: marks it, then removes its files. Readers find it absent; files
-   // that vanish without the mark change nothing for them. The writer itself stays
-   // usable, unseen, until destroyed. Once more: nothing.
+   // Retires the table: marks it, then removes its files. Readers find it absent;
+   // without the mark they would keep the table. The writer stays usable, unseen,
+   // until destroyed. A second call does nothing.
    void removeFiles();
 
  private:
@@ -140,7 +141,7 @@ class PIMSM_API TableWriter {
 };
 
 // Free memory in a table, to build a record in; commit() makes it the key's record.
-// Going out of scope gives the memory back. Must not outlive its writer.
+// Destruction frees the memory. Must not outlive its writer.
 class PIMSM_API Reservation {
  public:
    Reservation( Reservation&& other ) noexcept;
@@ -151,7 +152,7 @@ class PIMSM_API Reservation {
    // Null after commit() or abandon().
    void* record() const { return record_; }
 
-   // As TableWriter::put(), also in what it throws; the memory is given back then.
+   // As TableWriter::put(), with the same exceptions, which free the memory.
    Position commit( Position hint = noPosition );
    void abandon();
 

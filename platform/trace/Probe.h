@@ -1,5 +1,5 @@
-// Static probes of the provider "pimsm": a no-op instruction each, which a tracer may
-// replace; nothing at all where the library is built without sys/sdt.h (Debian:
+// Static probes of the provider "pimsm": a no-op instruction each, which a tracer
+// may replace; no code at all where the library is built without sys/sdt.h (Debian:
 // systemtap-sdt-dev).
 //
 //    route_add( const RouteKey* )               a route was made

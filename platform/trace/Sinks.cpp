@@ -15,15 +15,15 @@ namespace Mox {
 
 namespace {
 
-// As the journal has its priorities, from syslog.
+// The journal's priorities are those of syslog.
 unsigned priorityOf( unsigned level ) {
    constexpr unsigned kWarning = 4, kInfo = 6, kDebug = 7;
    if ( level == 0 ) return kWarning;
    return level <= 3 ? kInfo : kDebug;
 }
 
-// "NAME=value", a line; of a value with lines of its own the length in eight bytes, the
-// lowest first.
+// Writes a line "NAME=value". A value with several lines is written with its length
+// before it, in eight bytes, lowest first.
 void append( String& entry, StringView name, StringView value ) {
    entry += name;
    if ( value.find( '\n' ) == StringView::npos ) {
@@ -94,7 +94,7 @@ TraceSink journalSink( const String& socket ) {
    };
 }
 
-// The manager says which device and inode it gave.
+// Compares standard error with the device and inode in JOURNAL_STREAM.
 bool journalHasStandardError() {
    const char* given = std::getenv( "JOURNAL_STREAM" );
    struct stat status;

@@ -12,7 +12,7 @@
 namespace Mox {
 namespace {
 
-// Where a trace's stream keeps its content.
+// The stream's pword index that holds the trace's content.
 int contentPlace() {
    static const int place = std::ios_base::xalloc();
    return place;

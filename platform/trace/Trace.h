@@ -45,11 +45,11 @@ class PIMSM_API TraceFacility {
  private:
    friend class TraceRegistry;
 
-   uint32_t levels_;  // a bit a level
+   uint32_t levels_;  // one bit a level
    const char* name_;
 };
 
-// What a trace says beside its text, for sinks that keep such things apart.
+// A trace's named value, for sinks that keep fields apart from the text.
 struct TraceField {
    StringView name;  // capital letters, digits and underscores: "VRF"
    String value;
@@ -63,7 +63,8 @@ struct TraceRecord {
    std::span<const TraceField> fields = {};
 };
 
-// Must not throw. Sinks.h has some. Traces made by the sink itself are dropped.
+// Must not throw. Sinks.h declares some sinks. Traces made by the sink itself are
+// dropped.
 using TraceSink = std::function<void( const TraceRecord& )>;
 
 // Replaces the sink of the whole process and returns the former one; an empty one
@@ -72,18 +73,19 @@ using TraceSink = std::function<void( const TraceRecord& )>;
 PIMSM_API TraceSink traceSinkIs( TraceSink sink );
 
 // Replaces the settings of all facilities, also of those constructed later. At
-// start they come from the environment variable MOX_TRACE. A comma-separated list
-// of entries, of which the first that matches a facility's name decides:
+// start they come from the environment variable MOX_TRACE. They are a
+// comma-separated list of entries; the first that matches a facility's name
+// decides:
 //
 //    <name>/<n>      levels 0 to n
 //    <name>/<a>-<b>  levels a to b
 //
-// The name may be a pattern as of fnmatch(3): "Pimsm*/8". Facilities that match
-// nothing trace nothing. A bad entry gets a warning line on standard error and is
+// The name may be a pattern as of fnmatch(3): "Pimsm*/8". A facility that no entry
+// matches traces nothing. A bad entry gets a warning line on standard error and is
 // left out.
 PIMSM_API void traceSettingsIs( StringView settings );
 
-// The facility of whatever in the library has none of its own: "Pimsm".
+// The facility "Pimsm", for library code without a facility of its own.
 PIMSM_API extern TraceFacility defaultTraceFacility;
 
 // One trace being put together; used by MOX_TRACE. Small and out of line, since
@@ -96,7 +98,8 @@ class PIMSM_API TraceLine {
    TraceLine& operator=( const TraceLine& ) = delete;
 
    std::ostream& stream();
-   // To the trace whose stream this is; any other takes no field.
+   // Adds the field to the trace that owns this stream; ignored for any other
+   // stream.
    static void addField( std::ostream& stream, const char* name, String value );
    void emit();
 
@@ -133,7 +136,7 @@ std::ostream& operator<<( std::ostream& stream, const TraceFieldOf<T>& field ) {
 #define MOX_TRACE_FACILITY( variable, name ) \
    static ::Mox::TraceFacility variable( name );
 
-// The last argument is what would follow "stream <<".
+// The last argument is streamed: it may be several, joined by <<.
 #define MOX_TRACE( facility, level, ... )                           \
    do {                                                             \
       static_assert( ( level ) <= ::Mox::TraceFacility::maxLevel ); \

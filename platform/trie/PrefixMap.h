@@ -1,8 +1,7 @@
-// Values by prefix, of both families, found by the longest one that holds an address:
-// routes, group ranges.
+// Values by prefix, of both families, found by longest match: routes, group ranges.
 //
-// As PrefixTable.h says: made for being loaded whole and then asked often. References
-// and matches end with the next change. One thread.
+// Made for being loaded whole and then asked often, as PrefixTable.h says.
+// References and matches are invalid after the next change. One thread.
 #pragma once
 
 #include <optional>
@@ -16,15 +15,15 @@ namespace Routing {
 template <class Value>
 class PrefixMap {
  public:
-   // The value at the prefix, and true; a value that stands there stays, with false.
-   // Throws RangeError for the default prefix.
+   // Inserts the value and returns it with true. An existing value stays and is
+   // returned with false. Throws RangeError for the default prefix.
    std::pair<Value&, bool> insert( const Vantu::IpGenPrefix& prefix, Value value );
 
    struct Match {
       unsigned length;  // of the prefix
       const Value& value;
    };
-   // Nothing where no prefix holds the address.
+   // Empty when no prefix holds the address.
    std::optional<Match> find( const Vantu::IpGenAddr& address ) const;
 
    size_t size() const { return values_.size(); }

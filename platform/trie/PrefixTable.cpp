@@ -39,7 +39,7 @@ void PrefixTable<Family>::handleDeletion() {
    initialized_ = false;
 }
 
-// Puts the members before the changes, so that of equal ones the last decides.
+// Puts the members before the changes: of equal prefixes the last decides.
 template <class Family>
 void PrefixTable<Family>::rebuild() const {
    std::vector<Change> all;
@@ -69,7 +69,7 @@ void PrefixTable<Family>::rebuild() const {
    buildIndex();
 }
 
-// Members that hold the present one stand on a stack, the innermost on top.
+// The stack holds the members around the present one, the innermost on top.
 template <class Family>
 void PrefixTable<Family>::buildRanges( const std::vector<Change>& members ) const {
    constexpr Number kLast = ~Number( 0 );
@@ -82,7 +82,7 @@ void PrefixTable<Family>::buildRanges( const std::vector<Change>& members ) cons
    bounds.reserve( 2 * members.size() + 2 );
    lengths.reserve( 2 * members.size() + 1 );
    std::vector<Open> open = { { kLast, 0 } };
-   // Of several that end at one address the outermost leaves its mark.
+   // When several prefixes end at one address, the outermost leaves its bound.
    auto endBefore = [&]( Number start ) {
       while ( open.back().last < start ) {
          const Number next = open.back().last + 1;
@@ -110,8 +110,9 @@ void PrefixTable<Family>::buildRanges( const std::vector<Change>& members ) cons
    lengths_ = std::move( lengths );
 }
 
-// Covers the aligned block of addresses in which all bounds lie, and the last address
-// where a prefix reaches it; but never the last of all, which bounds_ ends with.
+// Covers the aligned block of addresses in which all bounds lie, and the last
+// address where a prefix reaches it. Never covers the family's last address, where
+// bounds_ ends.
 template <class Family>
 void PrefixTable<Family>::buildIndex() const {
    constexpr unsigned kFewestPlaces = 8, kMostPlaces = 24;  // bits
@@ -134,7 +135,7 @@ void PrefixTable<Family>::buildIndex() const {
       return static_cast<size_t>( ( bounds_[range] - index_.base ) >>
                                   index_.shift );
    };
-   // A bound counts from the first place on that does not begin before it.
+   // A bound belongs to the first place that does not begin before it.
    auto place = index_.first.begin();
    for ( size_t range = 1; range < count; ++range ) {
       const bool within = ( bounds_[range] & Family::ones( index_.shift ) ) != 0;
@@ -171,7 +172,7 @@ PrefixTable<Family>::Iterator::Iterator( const PrefixTable& table )
    skipEnds();
 }
 
-// A range that a prefix opens begins with its first address, no other one does.
+// Only a range opened by a prefix begins with that prefix's first address.
 template <class Family>
 void PrefixTable<Family>::Iterator::skipEnds() {
    for ( ; at_ < table_->lengths_.size(); ++at_ ) {

@@ -2,20 +2,22 @@
 // and then asked often.
 //
 // The prefixes cut the addresses into ranges. `bounds_` holds the first address of
-// each in order, `lengths_` the length of the longest prefix that holds the range:
-// it is the answer for every address of it. A prefix opens a range, and its end one,
-// in which those around it count again. Of bounds at one address that of an end comes
-// first, then those of the prefixes that begin there, the longest last. So ahead of
-// any bound stands what counted without it, which is what a shorter argument asks.
+// each range in order. `lengths_` holds the length of the longest prefix around the
+// range, which answers for each of its addresses. A prefix opens a range where it
+// begins, and another where it ends and the prefixes around it count again. Of
+// bounds at one address an end's comes first, then those of the prefixes that begin
+// there, the longest last. So the range ahead of a bound is the one that counted
+// without it; look-ups of shorter arguments use that.
 //
 // The range is found through an index by the leading bits in which the bounds vary,
-// with 256 places or once to twice as many as bounds: from the range at the place's
-// beginning on, the next bounds are looked at one by one. Where a place has more than
-// a few, and outside the index, a binary search among all takes its turn.
+// with 256 places or once to twice as many as bounds: a look-up starts at the range
+// of the place's beginning and tries the next bounds one by one. A crowded place,
+// or an address outside the index, takes a binary search among all bounds.
 //
 // Changes are only noted; the next reading sorts and rebuilds, in O(n log n), O(n)
 // when they came in order. Alternating single changes and look-ups therefore costs
-// O(n) each. References and iterators end with the next change. One thread.
+// O(n) each. References and iterators are invalid after the next change. One
+// thread.
 #pragma once
 
 #include <iterator>
@@ -35,12 +37,12 @@ class PrefixTable {
 
    static constexpr int noMatch = -1;
 
-   // Adds the prefix, or removes it; either may be so already.
-   // Throws RangeError for the default prefix and one of another family.
+   // Adds the prefix, or removes it; no effect when it is so already. Throws
+   // RangeError for the default prefix and one of another family.
    void routeIs( const Vantu::IpGenPrefix& prefix, bool present );
 
-   // The longest stored prefix that covers the argument; the default prefix when
-   // there is none, or the argument is none or of another family.
+   // The longest stored prefix that covers the argument. The default prefix when
+   // there is none, or when the argument is none or of another family.
    Vantu::IpGenPrefix longestMatch( const Vantu::IpGenPrefix& prefix ) const {
       if ( prefix.isNone() ) return {};
       return longestMatch( prefix.address(), prefix.length() );
@@ -50,10 +52,10 @@ class PrefixTable {
    }
 
    // The same on bare numbers: the length of the longest stored prefix, of at most
-   // `limit` bits, that holds the address; or noMatch.
+   // `limit` bits, that holds the address. noMatch without one.
    int matchedLength( Number address, unsigned limit = Family::bits ) const;
 
-   // Distinct prefixes. The memory is what the table has allocated, in bytes.
+   // Counts distinct prefixes.
    size_t size() const {
       settle();
       return size_;
@@ -64,10 +66,10 @@ class PrefixTable {
    Iterator begin() const;
    std::default_sentinel_t end() const { return {}; }
 
-   // Forgets all prefixes and gives the memory back; reads find nothing. A change
-   // REQUIRES that handleInitialized() has run since.
+   // Forgets all prefixes and frees the memory; look-ups find nothing. REQUIRES:
+   // handleInitialized() is called before the next change.
    void handleDeletion();
-   // Ready for prefixes; has run after construction.
+   // Allows changes; a new table allows them already.
    void handleInitialized() { initialized_ = true; }
 
  private:
@@ -76,12 +78,13 @@ class PrefixTable {
       uint8_t length;
       bool present;
    };
-   // Which ranges may hold an address.
+   // Maps an address's leading bits to the ranges that may hold it.
    struct Index {
       Number base = 0;  // its first address
-      Number span = 0;  // how many it covers; 0 sends each look-up to the search
+      Number span = 0;  // addresses covered; 0: each look-up searches
       unsigned shift = 0;
-      // The range at each place's beginning; `crowded` where there are many.
+      // The range at each place's beginning; `crowded` where a place has many
+      // bounds.
       std::vector<uint32_t> first;
    };
    static constexpr uint32_t crowded = uint32_t( 1 ) << 31;
@@ -100,8 +103,8 @@ class PrefixTable {
    bool initialized_ = true;
    mutable std::vector<Change> changes_;  // in order of arrival
    mutable size_t size_ = 0;
-   // The first range begins at 0, the one bound more is the last address. A length
-   // stands one greater, 0 for no match.
+   // The first range begins at 0; the extra last bound is the last address. Each
+   // length is stored plus one, 0 for no match.
    mutable std::vector<Number> bounds_;
    mutable std::vector<uint8_t> lengths_;
    mutable Index index_;
@@ -137,7 +140,7 @@ class PrefixTable<Family>::Iterator {
    size_t at_ = 0;
 };
 
-// Inline down to here: the one operation that is hot.
+// Inline from here on: matchedLength() is the one hot operation.
 template <class Family>
 inline int PrefixTable<Family>::lengthAt( size_t range, unsigned limit ) const {
    if ( limit < Family::bits ) {
@@ -146,7 +149,8 @@ inline int PrefixTable<Family>::lengthAt( size_t range, unsigned limit ) const {
    return lengths_[range] - 1;
 }
 
-// A prefix of at most `limit` bits holds the address and its leading bits alike.
+// The address is cut to `limit` bits: a prefix no longer than that holds both or
+// neither.
 template <class Family>
 inline int PrefixTable<Family>::matchedLength( Number address,
                                                unsigned limit ) const {

@@ -1,4 +1,4 @@
-// A named trie of prefixes for either family, and the two that it may hold.
+// A named trie of prefixes of one family, with a trie for either family inside.
 //
 // Routing::Trie serves IPv4, Routing::PatriciaTrie IPv6; both are the sorted table of
 // PrefixTable.h, where the costs stand. Event-loop thread only.
@@ -23,8 +23,8 @@ class PIMSM_API TrieGen : public Mox::Entity {
  public:
    MOX_ENTITY( TrieGen, PIMSM_TRIE_ATTRIBUTES )
 
-   // Any family but the two gives a trie without parts: nothing can be added, and
-   // nothing matches.
+   // A family other than the two gives a trie without parts: nothing can be added,
+   // and nothing matches.
    TrieGen( Mox::StringView name, Vantu::AddressFamily family )
       : name_( name ), addressFamily_( family ) {}
 
@@ -34,12 +34,12 @@ class PIMSM_API TrieGen : public Mox::Entity {
    PatriciaTrie* trie6() { return isIp6() ? &trie6_ : nullptr; }
    const PatriciaTrie* trie6() const { return isIp6() ? &trie6_ : nullptr; }
 
-   // Adds the prefix, or removes it; either may be so already.
-   // Throws RangeError for the default prefix and one of another family.
+   // Adds the prefix, or removes it; no effect when it is so already. Throws
+   // RangeError for the default prefix and one of another family.
    void routeIs( const Vantu::IpGenPrefix& prefix, bool present );
 
-   // The longest stored prefix that covers the argument. Without a match, and for a
-   // prefix of the other family, the default prefix, which is not 0.0.0.0/0.
+   // The longest stored prefix that covers the argument. Returns the default
+   // prefix, which is not 0.0.0.0/0, without a match and for the other family.
    Vantu::IpGenPrefix longestMatch( const Vantu::IpGenPrefix& prefix ) const;
 
    uint64_t size() const;

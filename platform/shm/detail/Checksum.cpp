@@ -30,7 +30,7 @@ uint32_t addByte( uint32_t crc, uint8_t byte ) {
    return ( crc >> 8 ) ^ table[( crc ^ byte ) & 0xff];
 }
 
-// The portable step; the processor's stands beside it.
+// The portable step; the processor's own is below.
 struct Portable {
    static uint64_t add( uint64_t crc, uint64_t word ) {
       auto value = uint32_t( crc );
@@ -40,8 +40,8 @@ struct Portable {
    }
 };
 
-// One text for both ways: STEP adds a word to a lane, STORE stores the pair of words
-// that begins with word i.
+// The computation for both ways: STEP adds a word to a lane, STORE stores the pair
+// of words that begins with word i.
 #define PIMSM_SHM_RECORD_CRC( STEP, STORE )                                     \
    uint64_t a = STEP( ~0u, identity.sequence ), b = STEP( ~0u, identity.slot ); \
    uint64_t c = STEP( ~0u, identity.hash ), d = ~0u;                            \

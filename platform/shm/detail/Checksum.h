@@ -1,4 +1,4 @@
-// CRC32C, by the processor where it can, by table elsewhere: the same values.
+// CRC32C by the processor's instruction, or by table with the same values.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +9,8 @@ namespace Brane::Detail {
 // Plain CRC32C (RFC 3720 section 12.1) of the bytes.
 uint32_t crc32c( const void* data, size_t size );
 
-// What a record is bound to: it is not valid in another slot, at another time or
-// under another hash.
+// Binds a record to its place: its checksum fails in another slot, at another time
+// or under another hash.
 struct RecordIdentity {
    uint64_t sequence = 0;
    uint64_t slot = 0;
@@ -27,7 +27,7 @@ uint32_t recordChecksum( const void* record, size_t size,
 uint32_t storeRecord( std::byte* to, const void* record, size_t size,
                       const RecordIdentity& identity );
 
-// For tests: forces the portable way, or gives it up.
+// For tests: forces or stops forcing the portable way.
 void portableChecksumIs( bool portable );
 
 }

@@ -3,7 +3,8 @@
 //    header | control | journal | index | slots
 //
 // formatVersion is bumped by any change of a struct or constant here, of the hash
-// or of the checksum: writers then start an empty instance, readers report it.
+// or of the checksum: writers then start an empty instance, readers report a
+// mismatch.
 #pragma once
 
 #include <cstddef>
@@ -52,8 +53,8 @@ static_assert( offsetof( FileHeader, fields ) == 128 );
 // The journal's head: the sequence of the last published change. A cache line
 // pair of its own, since all readers look at it.
 constexpr uint32_t controlOffset = 8192;
-// The mark of a table that its writer retired: retiredWord, else 0. Versions that do not
-// know it leave it at 0, so that it needed no version of its own.
+// The mark of a table that its writer retired: retiredWord, otherwise 0. Older
+// versions leave it at 0, so it needed no new format version.
 constexpr uint32_t retiredOffset = controlOffset + 8;
 constexpr uint64_t retiredWord = 0x6465726974655242;  // "BRetired"
 constexpr uint32_t journalOffset = controlOffset + 128;
@@ -128,7 +129,7 @@ constexpr uint64_t sequenceOf( uint64_t stamp ) {
 constexpr bool stampFits( uint64_t stamp, uint64_t word ) {
    return ( sequenceOf( stamp ) & generationMask ) == generationOf( word );
 }
-// Larger ones are damage: they would soon wrap.
+// A larger sequence is damage: it would soon wrap.
 constexpr uint64_t maxSequence = uint64_t( 1 ) << 60;
 
 // In front of the record, in the same cache line as its first 48 bytes.
@@ -138,8 +139,8 @@ struct SlotHead {
 };
 static_assert( sizeof( SlotHead ) == 16 );
 
-// Slots beyond the capacity: replacing works in a full table, and a slot is not
-// used again before that many other writes, which spares readers a retry.
+// Extra slots beyond the capacity. With them a full table can still replace
+// records, and a slot rests for that many writes, which spares readers a retry.
 constexpr uint32_t spareSlots = 64;
 constexpr uint32_t maxReservations = 16;
 

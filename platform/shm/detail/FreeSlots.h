@@ -1,5 +1,6 @@
-// The slots free for writing, first in, first out: a slot rests as long as can be,
-// so that a reader still copying its former record is seldom overtaken.
+// The slots free for writing, first in, first out. A slot rests as long as
+// possible, so that the writer seldom overtakes a reader still copying its former
+// record.
 #pragma once
 
 #include <bit>
@@ -13,7 +14,7 @@ namespace Brane::Detail {
 class FreeSlots {
  public:
    FreeSlots() = default;
-   // Room for that many; empty.
+   // Makes room for that many slots; empty at first.
    explicit FreeSlots( uint32_t slotCount )
       : ring_( std::bit_ceil( slotCount ) ),
         mask_( uint32_t( ring_.size() ) - 1 ) {}
@@ -24,7 +25,7 @@ class FreeSlots {
       MOX_ASSERT( size() > 0 );
       return ring_[head_++ & mask_];
    }
-   // The slot that `ahead` pops from now will give, if it is free already.
+   // The slot that the pop after `ahead` more will give, if it is free already.
    uint32_t peek( uint32_t ahead ) const {
       return ring_[( head_ + ( ahead < size() ? ahead : 0 ) ) & mask_];
    }

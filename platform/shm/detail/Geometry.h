@@ -1,5 +1,5 @@
-// Where everything stands in a table file, computed from four numbers alone: an
-// offset is never read from the file.
+// The offsets of all parts of a table file, computed from four numbers: no offset
+// is read from the file.
 #pragma once
 
 #include <cstddef>
@@ -68,7 +68,7 @@ struct View {
    Byte* record( uint32_t slot ) const {
       return slotBytes( slot ) + sizeof( SlotHead );
    }
-   // Bytes of a slot that are used.
+   // Number of bytes that a slot uses.
    size_t slotSize() const { return sizeof( SlotHead ) + geometry.recordSize; }
 
    operator View<const std::byte>() const {

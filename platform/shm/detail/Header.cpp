@@ -58,7 +58,7 @@ void checkGeometry( const FileHeader& h, uint64_t fileSize,
    }
 }
 
-// Records are copied by them.
+// The fields decide how records are copied to another layout.
 void checkFields( const FileHeader& h, const Mox::String& path ) {
    try {
       layoutOf( h ).check();

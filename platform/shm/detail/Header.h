@@ -1,4 +1,4 @@
-// Writing and judging a table's header.
+// Writes and checks a table's header.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace Brane::Detail {
 
-// What a new instance's header says.
+// The values of a new instance's header.
 struct HeaderValues {
    uint32_t capacity = 0;
    uint32_t journalEntries = 0;
@@ -17,18 +17,18 @@ struct HeaderValues {
    Mox::String bootId;
 };
 
-// Fills the header of a file in the making, all but the ready word.
+// Fills a new file's header, except the ready word.
 void writeHeader( std::byte* base, const Layout& layout,
                   const HeaderValues& values );
 void markReady( std::byte* base );
 
 // Copies the header out of the first `available` bytes of a file of `fileSize`
-// bytes and checks everything that does not depend on the caller's layout. Throws
-// LayoutError; the texts begin with `path`.
+// bytes and checks all that does not depend on the caller's layout. Throws
+// LayoutError, whose texts begin with `path`.
 FileHeader readHeader( const std::byte* base, uint64_t available, uint64_t fileSize,
                        const Mox::String& path );
 
-// Throws LayoutError unless the records are the caller's.
+// Throws LayoutError unless the records have the caller's layout.
 void checkRecord( const FileHeader& header, const Layout& layout,
                   const Mox::String& path );
 

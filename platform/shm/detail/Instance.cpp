@@ -9,10 +9,10 @@ namespace Brane::Detail {
 
 namespace {
 
-// Copies of one record that the writer may overtake. Each takes the writer more
-// than `spareSlots` writes in the time of one copy.
+// Attempts to copy one record that the writer overtakes. To overtake one copy, the
+// writer makes more than `spareSlots` writes in its time.
 constexpr uint32_t maxRetries = 64;
-// Contradictions in a row, everything standing still, that make damage.
+// This many contradictions in a row, without any change between, are damage.
 constexpr uint32_t maxContradictions = 4;
 
 FileHeader headerOf( int fd, uint64_t fileSize, const Layout& layout,
@@ -35,8 +35,7 @@ Instance::Instance( int fd, uint64_t fileSize, const Layout& layout,
             geometryOf( header_ ),
             { header_.seed[0], header_.seed[1] } } {}
 
-// One attempt. True: copy.result says what it is, or would be if the index word
-// still stands.
+// One attempt. On true, copy.result is right if the index word still stands.
 PIMSM_SHM_HOT bool Instance::copySlot( Copy& copy, void* out ) const {
    uint32_t slot = slotOf( copy.word );
    if ( slot >= geometry().slotCount ) return false;
@@ -50,7 +49,7 @@ PIMSM_SHM_HOT bool Instance::copySlot( Copy& copy, void* out ) const {
    if ( stateOf( copy.stamp ) != slotLive ) return false;
    copyOut( out, view_.record( slot ), geometry().recordSize );
    copy.checksum = loadWord( &head->checksum );
-   // A byte of another record was stored after the stamp had changed.
+   // Bytes of another record are stored only after the stamp has changed.
    loadFence();
    copy.result = lookupFound;
    return loadWord( &head->stamp ) == copy.stamp;
@@ -65,7 +64,7 @@ PIMSM_SHM_HOT Instance::Copy Instance::copyWord( Position position, uint64_t wor
    return __builtin_expect( undisturbed, 1 ) ? copy : insist( position, word, out );
 }
 
-// The general case: as often as it takes, up to the limits.
+// The general case: repeats the copy up to the limits.
 Instance::Copy Instance::insist( Position position, uint64_t word,
                                  void* out ) const {
    Copy copy;

@@ -1,14 +1,15 @@
 // One attached instance of a table, as a reader sees it.
 //
 // The copy protocol: load the index word, the slot's stamp, copy, load stamp and
-// word again. Unchanged, the copy is whole and was current. The word changed: the
-// writer was faster, go on with the new one, a bounded number of times. Word and
-// stamp stand still and contradict each other: damage.
+// word again. When both are unchanged, the copy is whole and was current. When the
+// word changed, the writer was faster: repeat with the new word, a bounded number
+// of times. When word and stamp stay the same and contradict each other, the record
+// is damaged.
 //
-// A key that stands is found: it never moves, its index word never is zero, and the
-// passed counts of the lines before it never are zero while it stands. A look-up
-// that ends with "absent" saw each place at a moment when the key was not there; a
-// key that was taken out and put in again meanwhile was absent in between.
+// A standing key is always found: it never moves, and neither its index word nor
+// the passed counts of the lines before it are zero. A look-up that ends with
+// "absent" saw each place while the key was not there; a key that was taken out and
+// put in again meanwhile was absent in between.
 #pragma once
 
 #include <memory>
@@ -23,12 +24,12 @@ namespace Brane::Detail {
 
 class Instance {
  public:
-   // Takes over an open file. Throws LayoutError (also of another record) and
-   // CreateError.
+   // Takes over an open file. Throws LayoutError, also for another record's table,
+   // and CreateError.
    Instance( int fd, uint64_t fileSize, const Layout& layout,
              const Mox::String& path );
 
-   // What one copy found, and the work it took.
+   // The result of one copy and its retries.
    struct Copy {
       Lookup result = lookupAbsent;
       uint32_t retries = 0;
@@ -41,7 +42,7 @@ class Instance {
    // REQUIRES: a position of the index.
    Copy copy( Position position, void* out ) const;
 
-   // The key alone, for a hint: false when it is not to be had at once.
+   // Copies the key alone, for a hint; false when that fails at once.
    bool copyKey( uint64_t word, void* out ) const;
 
    uint64_t hashOf( const void* key ) const {
@@ -50,11 +51,11 @@ class Instance {
    void fetchLine( uint64_t hash ) const;
    void fetchSlots( uint64_t hash ) const;
    void fetchSlot( uint64_t word ) const;
-   // Does the copied record belong there and is its checksum right?
+   // Does the copied record belong to the position, and is its checksum right?
    bool verify( Position position, const Copy& copy, const void* record ) const;
 
-   // The index word, zero if its slot says that the key is gone: what a writer left
-   // that was killed in the middle of a removal.
+   // The index word, or zero if its slot says that the key is gone. A writer killed
+   // in the middle of a removal leaves such a word.
    uint64_t effectiveWord( Position position ) const;
 
    const ConstView& view() const { return view_; }

@@ -1,5 +1,5 @@
-// Looking for a tag among the seven words of an index line, without a branch a
-// word: where the word stands cannot be foretold.
+// Finds a tag among the seven words of an index line without a branch for each
+// word: its place cannot be predicted.
 #pragma once
 
 #include "platform/shm/detail/Format.h"
@@ -7,8 +7,8 @@
 
 namespace Brane::Detail {
 
-// Bit i: word i has the tag. Tag zero asks for free words. Each word is loaded
-// whole, the line is not: others may store to it meanwhile.
+// Bit i is set when word i has the tag. Tag zero finds free words. Each word is
+// loaded whole, the line is not: the writer may store to it meanwhile.
 inline uint32_t wordsWith( const uint64_t* line, uint64_t tag ) {
 #if defined( __SSE2__ ) && !defined( PIMSM_SHM_TSAN )
    // The tags are in the words' low halves.
@@ -32,7 +32,7 @@ inline uint32_t wordsWith( const uint64_t* line, uint64_t tag ) {
 #endif
 }
 
-// The lowest set bit, taken away.
+// Removes the lowest set bit and returns its number.
 inline uint32_t takeFirst( uint32_t& bits ) {
    auto first = uint32_t( __builtin_ctz( bits ) );
    bits &= bits - 1;

@@ -25,7 +25,7 @@ pid_t pidIn( int fd ) {
    return static_cast<pid_t>( std::strtol( text, nullptr, 10 ) );
 }
 
-// False: somebody else's lock is in the way.
+// Returns false when another lock is in the way.
 bool tryLock( int fd, const Mox::String& path ) {
    struct flock lock = wholeFile( F_WRLCK );
    if ( fcntl( fd, F_OFD_SETLK, &lock ) == 0 ) return true;
@@ -33,7 +33,7 @@ bool tryLock( int fd, const Mox::String& path ) {
    return false;
 }
 
-// Is there a lock in the way of one of that type? Takes none.
+// Would a lock of that type be refused? Takes none.
 bool lockedAgainst( short type, int fd ) {
    struct flock lock = wholeFile( type );
    return fcntl( fd, F_OFD_GETLK, &lock ) == 0 && lock.l_type != F_UNLCK;
@@ -50,7 +50,7 @@ bool lockedAgainst( short type, int fd ) {
 }
 
 void leavePid( int fd ) {
-   // Fixed width: a longer former text leaves nothing behind.
+   // Fixed width: nothing of a longer former text remains.
    Mox::String text = std::to_string( getpid() );
    text.resize( 15, '\n' );
    // Only for messages: nothing depends on it.
@@ -64,8 +64,8 @@ Descriptor takeWriterLock( const TableFiles& files ) {
       Descriptor file( openFile( files.lock, O_RDWR | O_CREAT, 0600 ) );
       if ( !file ) systemFailed( files.lock, "cannot open the lock file" );
       if ( !tryLock( file.get(), files.lock ) ) refuseSecond( files, file.get() );
-      // A first writer that removes its table takes the lock file away, too; who waited
-      // for that file must not lock what has no name any more.
+      // A first writer that removes its table removes the lock file, too. A process
+      // that waited for that file must not lock a file without a name.
       if ( !leadsTo( files.lock, fileIdOf( file, files.lock ) ) ) continue;
       fchmod( file.get(), 0600 );
       leavePid( file.get() );
@@ -79,7 +79,7 @@ Descriptor openLockedBell( const TableFiles& files ) {
    Descriptor bell( openFile( files.bell, O_WRONLY | O_CREAT ) );
    if ( !bell ) systemFailed( files.bell, what );
    if ( !tryLock( bell.get(), files.bell ) ) {
-      // Nobody else can open the new one before it is locked.
+      // Nobody else can open the new file before it is locked.
       unlink( files.bell.c_str() );
       bell =
          Descriptor( openFile( files.bell, O_WRONLY | O_CREAT | O_EXCL, 0600 ) );
@@ -90,7 +90,7 @@ Descriptor openLockedBell( const TableFiles& files ) {
    return bell;
 }
 
-// A reader's own lock is for reading and in the way of none such.
+// A reader's own lock is a read lock, which does not conflict with another.
 bool writerRings( const Mox::String& bellPath ) {
    Descriptor bell( openFile( bellPath, O_RDONLY | O_NONBLOCK ) );
    return bell && lockedAgainst( F_RDLCK, bell.get() );

@@ -56,7 +56,7 @@ Mapping Mapping::ofFile( int fd, uint64_t size, bool writable,
    int protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
    void* data = mmap( nullptr, size, protection, MAP_SHARED | MAP_POPULATE, fd, 0 );
    if ( data == MAP_FAILED ) systemFailed( path, "cannot map" );
-   // Where the system allows large pages for shared memory, take them.
+   // Takes large pages where the system allows them for shared memory.
    madvise( data, size, MADV_HUGEPAGE );
    Mapping mapping;
    mapping.data_ = static_cast<std::byte*>( data );
@@ -71,8 +71,9 @@ void systemFailed( const Mox::String& path, const char* what ) {
 
 namespace {
 
-// The kernel gives up all of a call's pages when a signal comes: in pieces that
-// take less time than any timer's period leaves. The error, 0 for none.
+// Allocates in pieces: a signal makes the kernel drop all pages of the interrupted
+// call, so each piece must take less time than any timer's period. Returns the
+// error, 0 for none.
 int allocate( int fd, uint64_t size ) {
    constexpr uint64_t piece = 1 << 20;
    for ( uint64_t at = 0; at < size; at += piece ) {
@@ -90,11 +91,11 @@ int allocate( int fd, uint64_t size ) {
 }
 
 Descriptor createFile( const Mox::String& path, uint64_t size ) {
-   // A leftover of a writer that died while creating.
+   // A writer that died while creating may have left one.
    unlink( path.c_str() );
    Descriptor file( openFile( path, O_RDWR | O_CREAT | O_EXCL ) );
    if ( !file ) systemFailed( path, "cannot create" );
-   fchmod( file.get(), 0640 );  // whatever the process's mask
+   fchmod( file.get(), 0640 );  // independent of the umask
    // A full file system must show now: a page missing later is a SIGBUS.
    int error = allocate( file.get(), size );
    if ( error ) {

@@ -1,4 +1,4 @@
-// A mapped file, and the descriptor that keeps its inode apart from others.
+// A mapped file, and the descriptor that keeps its inode number from being reused.
 #pragma once
 
 #include <sys/stat.h>
@@ -25,15 +25,15 @@ class Descriptor {
    int fd_;
 };
 
-// Which file it is, whatever its name. Somebody must hold the file, or another gets the
-// number.
+// Identifies a file whatever its name. Somebody must hold the file open, or another
+// file may get its number.
 struct FileId {
    dev_t device = 0;
    ino_t inode = 0;
    bool operator==( const FileId& ) const = default;
 };
 
-// Of an open file. Throws CreateError.
+// The id of an open file. Throws CreateError.
 FileId fileIdOf( const Descriptor& file, const Mox::String& path );
 
 // Does the name lead to this file now?
@@ -58,14 +58,15 @@ class Mapping {
    uint64_t size_ = 0;
 };
 
-// "path: what: reason of errno", thrown as CreateError.
+// Throws CreateError with "path: what: reason of errno".
 [[noreturn]] void systemFailed( const Mox::String& path, const char* what );
 
-// Makes a file of that size anew, every page allocated, mode 0640. Throws
+// Makes a new file of that size, every page allocated, mode 0640. Throws
 // CreateError, and leaves no file then.
 Descriptor createFile( const Mox::String& path, uint64_t size );
 
-// Waits out interruptions. -1 and errno as open() does. `mode` is of a file made.
+// Opens as open() does, but repeats after interruptions. `mode` is that of a new
+// file.
 int openFile( const Mox::String& path, int flags, mode_t mode = 0640 );
 
 }

@@ -42,8 +42,8 @@ uint64_t Mirror::wordAt( Position position ) const {
    return loadWord( instance_->view().index() + position );
 }
 
-// Takes what stands now as known. The head first: a change that this pass does not
-// see is after it in the journal.
+// Remembers the present records. Reads the head first: a change that this pass does
+// not see comes after that head in the journal.
 void Mirror::load() {
    again_.clear();
    scan_ = noPosition;
@@ -67,12 +67,12 @@ void Mirror::load() {
 TableFollower::Drained Mirror::drain( const TableFollower::Callback& callback,
                                       uint32_t limit ) {
    Teller teller{ callback, limit, {} };
-   // Changes first, they are what is waited for; whether another instance stands
-   // there costs a system call.
+   // Changes first, they are urgent; checking for another instance costs a system
+   // call.
    if ( instance_ ) follow( teller );
    teller.drained.stateChanged = table_.poll();
    bool moved = table_.instance() != instance_;
-   // Unreadable is not gone: what was known is kept until a table can be read.
+   // Unreadable is not gone: the known records are kept until a table can be read.
    bool unreadable = !table_.instance() && table_.state() != readerAbsent;
    if ( moved && !unreadable ) moveTo( table_.instance(), teller );
    teller.drained.again = !again_.empty();
@@ -81,7 +81,7 @@ TableFollower::Drained Mirror::drain( const TableFollower::Callback& callback,
    return teller.drained;
 }
 
-// What is told already, or stood when this began, is remembered where it stands.
+// Keys told already, or present at the start, are remembered at their positions.
 void Mirror::met( Position position, const std::byte* key ) {
    const uint32_t size = table_.layout().keySize;
    const std::byte* known =
@@ -90,7 +90,7 @@ void Mirror::met( Position position, const std::byte* key ) {
    met_.emplace( key, key + size );
 }
 
-// With all changes told, a key that was met is remembered, or has gone since.
+// Once all changes are told, a key that was met is either remembered or gone.
 void Mirror::settleMet( Teller& teller ) {
    while ( !met_.empty() && !teller.full() ) {
       const auto key = std::move( met_.extract( met_.begin() ).value() );
@@ -108,7 +108,7 @@ bool Mirror::pending() const {
 void Mirror::moveTo( std::shared_ptr<const Instance> instance, Teller& teller ) {
    if ( !instance ) return forgetAll( teller );
    if ( !instance_ && known_.size() == 0 ) {
-      // Nothing was known: whatever stands there is news.
+      // Nothing was known: every record there is new.
       instance_ = std::move( instance );
       again_.clear();
       known_ =
@@ -122,7 +122,7 @@ void Mirror::moveTo( std::shared_ptr<const Instance> instance, Teller& teller ) 
    tellDifference( former.get(), known, teller );
 }
 
-// The former instance still is mapped: its records say whether a value is another.
+// The former instance is still mapped: its records tell whether a value differs.
 void Mirror::tellDifference( const Instance* former, const Remembered& known,
                              Teller& teller ) {
    std::vector<bool> kept( known_.positions() );
@@ -137,7 +137,7 @@ void Mirror::tellDifference( const Instance* former, const Remembered& known,
       bool same =
          loaded && std::memcmp( loaded, key, table_.layout().keySize ) == 0;
       if ( !same ) {
-         // Absent, or came since: then it has a journal entry to come.
+         // Absent, or added since, which a later journal entry reports.
          teller.removed( key, p );
       } else {
          kept[at] = true;
@@ -151,7 +151,8 @@ void Mirror::tellDifference( const Instance* former, const Remembered& known,
    }
 }
 
-// record_ is the key's new record. Silent if the former one was told and is equal.
+// record_ is the key's new record. Does not report it when the former one was told
+// and is equal.
 void Mirror::tellKept( const Instance& former, uint64_t word, Position formerAt,
                        Position at, Teller& teller ) {
    auto old = former.copy( formerAt, other_.data() );
@@ -182,7 +183,8 @@ void Mirror::follow( Teller& teller ) {
    }
 }
 
-// As far as the limit allows; where the journal does not say, a scan begins.
+// Follows the journal up to the limit; starts a scan when the journal is not
+// enough.
 void Mirror::followJournal( uint64_t head, Teller& teller ) {
    uint64_t room = teller.limit - std::min( teller.told(), teller.limit );
    uint64_t last = head - seen_ < instance_->geometry().journalEntries
@@ -203,8 +205,8 @@ void Mirror::followJournal( uint64_t head, Teller& teller ) {
    seen_ = last;
 }
 
-// The positions of the changes since seen_; false if the journal does not hold all
-// of them any more. A head that went backwards is far ahead in this arithmetic.
+// Collects the positions of the changes since seen_; false if the journal no longer
+// holds them all. A head that went backwards is far ahead in this arithmetic.
 bool Mirror::collect( uint64_t head ) {
    candidates_.clear();
    uint32_t positions = known_.positions();
@@ -220,9 +222,9 @@ bool Mirror::collect( uint64_t head ) {
    return true;
 }
 
-// All positions are to be compared, in as many drains as it takes; what changes
-// after this is in the journal from `head` on. Once generations may have repeated,
-// every word is taken for another.
+// Begins to compare all positions, over as many drains as needed; later changes are
+// in the journal from `head` on. Once generations may have repeated, every word
+// counts as changed.
 void Mirror::startScan( uint64_t head ) {
    scan_ = 0;
    scanHead_ = head;
@@ -257,8 +259,8 @@ void Mirror::scan( Teller& teller ) {
    seen_ = scanHead_;
 }
 
-// The change that the writer was making when it was killed: readers may see it
-// already, but only the next writer moves the head.
+// The change that a killed writer was making: readers may see it already, but only
+// the next writer moves the head.
 void Mirror::compareIntent( uint64_t head, Teller& teller ) {
    uint64_t entry = loadWord( instance_->view().journal( head + 1 ) );
    Position position = positionOfEntry( entry );
@@ -294,7 +296,7 @@ void Mirror::vanished( Position position, Teller& teller ) {
    if ( !knownElsewhere( key ) ) teller.removed( key, position );
 }
 
-// record_ is what stands there now, under the same key or another.
+// record_ is the record there now, under the same key or another.
 void Mirror::replaced( Position position, uint64_t word, Teller& teller ) {
    const std::byte* key = known_.key( position );
    bool other =
@@ -305,9 +307,9 @@ void Mirror::replaced( Position position, uint64_t word, Teller& teller ) {
    teller.written( record_.data(), position );
 }
 
-// Was the key told as standing at some other place? That place's word tells when
-// it goes. It does not matter what the table holds by now: a key that is not
-// remembered anywhere and stands after all has a change to come.
+// Was the key told as standing at another place? Then that place's word reports its
+// end. The table's present content does not matter: a key that is remembered
+// nowhere and stands after all has a change to come.
 bool Mirror::knownElsewhere( const std::byte* key ) const {
    uint64_t hash = instance_->hashOf( key );
    Position begin = instance_->geometry().homeOf( hash ) * lineWords;

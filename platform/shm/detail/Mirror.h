@@ -1,8 +1,8 @@
-// The follower's work: what it knew of a table against what stands now.
+// The follower's work: compares the remembered table with the present one.
 //
-// Comparing index words is what finds changes: a word differs after every write of
-// its key, until generations repeat, and a follower that far behind takes
-// everything for changed. The journal only says where to look.
+// Comparing index words finds changes: a word differs after every write of its key
+// until generations repeat, and a follower that far behind takes every word for
+// changed. The journal only says where to look.
 #pragma once
 
 #include <memory>
@@ -27,7 +27,7 @@ class Mirror {
    uint32_t size() const { return known_.size(); }
 
  private:
-   // One drain: whom to tell and what was told.
+   // One drain: its receiver, and its results.
    struct Teller {
       const TableFollower::Callback& callback;
       uint32_t limit;
@@ -64,12 +64,12 @@ class Mirror {
    ReaderTable& table_;
    std::shared_ptr<const Instance> instance_;
    Remembered known_;
-   uint64_t seen_ = 0;  // the sequence up to which changes were told
-   // A comparison of all positions: the next one, and the sequence when it began.
+   uint64_t seen_ = 0;  // changes up to this sequence were told
+   // A scan of all positions: the next one, and the sequence when it began.
    Position scan_ = noPosition;
    uint64_t scanHead_ = 0;
    std::vector<Position> candidates_;
-   std::vector<Position> again_;  // busy when last looked at
+   std::vector<Position> again_;  // positions busy at the last look
    // Keys that the owner found before they were told.
    std::set<std::vector<std::byte>> met_;
    std::vector<std::byte> record_;

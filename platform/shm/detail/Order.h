@@ -53,7 +53,7 @@ namespace Brane::Detail {
 
 using WriterView = View<std::byte>;
 
-// Where a key stands, or where it would: word zero.
+// A key's place, or its future place: word zero.
 struct Place {
    Position position = noPosition;
    uint64_t word = 0;
@@ -81,7 +81,8 @@ PIMSM_SHM_HOT void announce( const WriterView& view, Position position,
    storeWord( view.journal( sequence ), journalEntry( position, sequence ) );
 }
 
-// The lines that a key of this home passes by to stand at the position.
+// Counts the key in each line that a key of this home passes on its way to the
+// position.
 inline void addPassed( const WriterView& view, uint32_t home, Position position,
                        int64_t change ) {
    for ( uint32_t line = home; line < position / lineWords; ++line ) {
@@ -90,7 +91,7 @@ inline void addPassed( const WriterView& view, uint32_t home, Position position,
    }
 }
 
-// Put, stores 3 to 8, for a slot that is filled.
+// Put, stores 3 to 8, for a filled slot.
 PIMSM_SHM_HOT void publish( const WriterView& view, const Place& place,
                             const RecordIdentity& identity ) {
    auto slot = uint32_t( identity.slot );

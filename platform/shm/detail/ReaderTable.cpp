@@ -16,7 +16,7 @@ namespace {
 constexpr size_t linesAhead = 16;
 constexpr size_t slotsAhead = 8;
 
-// A visit fetches slots in batches, and has at least so many fetched ahead.
+// A visit fetches slots in batches of this size, at least one batch ahead.
 constexpr size_t aheadBatch = 16;
 constexpr size_t leastAhead = 8;
 
@@ -33,7 +33,7 @@ ReaderTable::ReaderTable( const Mox::String& path, const Layout& layout )
    poll();
 }
 
-// Did the writer of the file that was last there say that it goes?
+// Did the writer of the former file mark it as retired?
 bool ReaderTable::retired() const {
    uint64_t word = 0;
    return file_ &&
@@ -41,8 +41,8 @@ bool ReaderTable::retired() const {
           word == retiredWord;
 }
 
-// Somebody's removal of files is no word of what they held: what was read last stands
-// until there is a table again, or its writer retires it.
+// Removed files say nothing of the records in them. The reader keeps the last
+// records until there is a table again, or the writer retires it.
 bool ReaderTable::handleMissing() {
    const auto last = instance_ ? instance_ : former_;
    if ( last && !retired() ) {
@@ -79,7 +79,7 @@ bool ReaderTable::poll() {
    return true;
 }
 
-// Where the system refuses, nothing is attached, and the next poll tries again.
+// When the system refuses, nothing is attached and the next poll tries again.
 void ReaderTable::attach( Descriptor file ) {
    file_ = Descriptor();
    orphaned_ = false;
@@ -95,7 +95,7 @@ void ReaderTable::attach( Descriptor file ) {
    }
 }
 
-// Takes the file once it is known what it is.
+// Takes the file over once it has been judged.
 void ReaderTable::adopt( Descriptor& file ) {
    struct stat status;
    if ( fstat( file.get(), &status ) != 0 ) {
@@ -138,7 +138,8 @@ bool ReaderTable::isPosition( Position position ) const {
           isWord( position );
 }
 
-// Without a table: absent. What stands there unreadable may hold any key.
+// The answer without an instance: absent without a table; an unreadable table may
+// hold any key.
 Lookup ReaderTable::withoutInstance() const {
    return state_ == readerAbsent ? lookupAbsent : lookupDamaged;
 }
@@ -177,9 +178,9 @@ Lookup ReaderTable::at( Position position, void* out ) {
    return count( *instance_, instance_->copy( position, out ), position, out );
 }
 
-// Standing positions are gathered ahead of their visit, in batches: address
-// translations overlap only where nothing else is done between them. One that is
-// cleared meanwhile is no record when its turn comes.
+// Standing positions are gathered in batches ahead of their visit: address
+// translations overlap only where nothing else is done between them. A position
+// cleared meanwhile is skipped in its turn.
 Position ReaderTable::visit( const TableReader::Visitor& visitor, Position after,
                              const TableReader::Ahead& ahead ) {
    if ( !instance_ ) return noPosition;

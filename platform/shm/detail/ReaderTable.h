@@ -1,4 +1,4 @@
-// A reader's side of a table: which instance it is attached to, and its counts.
+// A reader's side of a table: its attached instance and its counters.
 #pragma once
 
 #include <memory>
@@ -35,7 +35,7 @@ class ReaderTable {
 
    void verifyingIs( bool verifying ) { verifying_ = verifying; }
 
-   // Judges and counts a copy, and says what it found.
+   // Judges and counts a copy, and returns the result.
    Lookup count( const Instance& instance, const Instance::Copy& copy,
                  Position position, const void* record ) {
       counters_.retried += copy.retries;
@@ -66,17 +66,17 @@ class ReaderTable {
    ReaderState state_ = readerAbsent;
    LayoutError::Mismatch mismatch_ = LayoutError::magic;
    Mox::String problem_;
-   // Kept open, so that no other file gets its inode number; none unless it was
-   // judged.
+   // Kept open so that no other file gets its inode number; none unless the file
+   // was judged.
    Descriptor file_;
    FileId fileId_;
    bool orphaned_ = false;  // the name leads nowhere, and the table was not retired
    std::shared_ptr<const Instance> instance_;
-   // The last one that could be read, while what took its place cannot.
+   // The last readable instance, while its successor cannot be read.
    std::shared_ptr<const Instance> former_;
    TableReader::Counters counters_;
    bool verifying_ = false;
-   // The index words of what was counted as damaged, which is read again and again.
+   // The index words counted as damaged: the same damage is read again and again.
    std::unordered_map<Position, uint64_t> damaged_;
    std::vector<std::byte> buffer_;
 };

@@ -20,13 +20,13 @@ class Remembered {
       : keySize_( keySize ), words_( positions ), keyOf_( positions, noKey ) {}
 
    uint32_t positions() const { return uint32_t( words_.size() ); }
-   // Keys that stand.
+   // Number of keys that stand.
    uint32_t size() const { return size_; }
 
    uint64_t word( Position position ) const { return words_[position]; }
    void wordIs( Position position, uint64_t word ) { words_[position] = word; }
 
-   // Null: none. Valid until the position's key is another.
+   // Null without a key. Valid until the position's key changes.
    const std::byte* key( Position position ) const {
       uint32_t key = keyOf_[position];
       return key == noKey ? nullptr : bytesOf( key );
@@ -71,7 +71,7 @@ class Remembered {
    uint32_t size_ = 0;
    std::vector<uint64_t> words_;
    std::vector<uint32_t> keyOf_;
-   // In blocks: a pool that grew in one piece would be copied again and again.
+   // In blocks: a pool in one piece would be copied again and again as it grows.
    std::vector<std::unique_ptr<std::byte[]>> blocks_;
    uint32_t taken_ = 0;
    std::vector<uint32_t> freeKeys_;

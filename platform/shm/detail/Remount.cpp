@@ -23,7 +23,7 @@ class Remount {
       if ( !intended_ && nothingToDo() ) return;
       const bool jump = !survey_.headSound() || strayed();
       const uint64_t head = newHead();
-      // The head's own entry gives way: until the head moves it reads as damaged.
+      // Overwrites the head's own entry: until the head moves it reads as damaged.
       if ( jump ) storeWord( view_.journal( head ), journalEntry( 0, head ) );
       setCounts( []( uint64_t want, uint64_t now ) { return want > now; } );
       setWords( []( uint64_t want ) { return want != 0; } );
@@ -41,9 +41,10 @@ class Remount {
    }
 
  private:
-   // No follower may have heard of it, nor of one so near before it that its journal
-   // might tell of the way. Of a wild head nobody knows what stood there: the records
-   // may all be older, and an earlier repair may have gone the same way.
+   // No follower may have heard of the new head, nor of one so close before it that
+   // its journal could show the way there. A damaged head tells nothing of what
+   // stood there: all records may be older, and an earlier repair may have moved it
+   // the same way.
    uint64_t newHead() const {
       const uint64_t head = *view_.head();
       if ( survey_.headSound() ) return head + headJump;
@@ -55,11 +56,11 @@ class Remount {
              headJump * ( 4 * uint64_t( random ) + 1 );
    }
 
-   // What was written there at another time is no intent, and no sign of damage: the
-   // short form of its sequence may come again.
+   // Clears entries written there at another time: they are neither an intent nor a
+   // sign of damage. The short form of their sequence may come again.
    void clearBeyond( uint64_t head ) {
       for ( uint64_t next = 1; next < view_.geometry.journalEntries; ++next ) {
-         // Zero, as in a new table, is of no sequence but those of the first place.
+         // Zero, as in a new table, fits no sequence but those of the first place.
          bool first = view_.journal( head + next ) == view_.journal( 0 );
          uint64_t none = first ? journalEntry( 0, head ) : 0;
          storeWord( view_.journal( head + next ), none );
@@ -73,7 +74,7 @@ class Remount {
              std::memcmp( index.data(), view_.index(), index.size() * 8 ) == 0;
    }
 
-   // Is any word wrong beyond those of the change that was being made?
+   // Is any word wrong, other than those of the change in progress?
    bool strayed() const {
       for ( Position p = 0; p < view_.geometry.positions(); ++p ) {
          bool right = view_.index()[p] == survey_.index()[p];
@@ -96,7 +97,7 @@ class Remount {
       }
    }
 
-   // Counts that a kill left wrong are no damage, so they are not told apart.
+   // Counts left wrong by a kill are no damage, and are not reported.
    template <class Condition>
    void setCounts( Condition condition ) {
       for ( uint32_t line = 0; line < view_.geometry.lineCount; ++line ) {

@@ -1,4 +1,4 @@
-// Puts a table right that a former writer left, in place, beside its readers.
+// Repairs a former writer's table in place, beside its readers.
 #pragma once
 
 #include "platform/shm/AttachReport.h"
@@ -7,11 +7,11 @@
 
 namespace Brane::Detail {
 
-// Stores only the differences between what stands and what the survey wants, so
-// that no reader ever misses a standing key. Killed at any store, the next survey
-// wants the same: it judges by the slots, and these keep saying the same until
-// their key's index word is right. What it cannot see any more is which repairs are
-// done; so those that followers would not hear of are announced before the first.
+// Stores only the differences between the table and the survey's wanted state, so
+// that no reader ever misses a standing key. When killed at any store, the next
+// survey wants the same state: it judges by the slots, which stay as they are until
+// their key's index word is right. Only the list of repairs already made is lost;
+// so repairs that followers would not hear of are announced before the first.
 //
 //   1 the head's entry           only with repairs beyond the last intent, or where
 //                                the head is damaged: it then reads as damaged

@@ -1,5 +1,5 @@
-// Every store to shared memory goes through here, so that a test can look at the
-// memory after each one, and every load of a word that may change meanwhile.
+// Every store to shared memory goes through here, so that a test can inspect the
+// memory after each one. So does every load of a word that may change meanwhile.
 //
 // Records are copied in words of 16 bytes. The thread sanitizer wants each word
 // atomic and knows no fences: with it, words are 8 bytes and carry the order
@@ -22,7 +22,8 @@
 #endif
 #endif
 
-// What runs for each record: a call would cost as much as its body.
+// For the functions that run for each record: a call would cost as much as the
+// body.
 #define PIMSM_SHM_HOT __attribute__( ( always_inline ) ) inline
 
 namespace Brane::Detail {
@@ -48,7 +49,7 @@ inline void storeWord( uint64_t* to, uint64_t value ) {
    stored();
 }
 
-// Forbids that a store below becomes visible before one above.
+// Forbids that a store below becomes visible before a store above.
 inline void storeFence() {
 #ifndef PIMSM_SHM_TSAN
    __atomic_thread_fence( __ATOMIC_RELEASE );
@@ -56,7 +57,7 @@ inline void storeFence() {
 #endif
 }
 
-// Forbids that a load below is made before one above.
+// Forbids that a load below is made before a load above.
 inline void loadFence() {
 #ifndef PIMSM_SHM_TSAN
    __atomic_thread_fence( __ATOMIC_ACQUIRE );
@@ -140,8 +141,8 @@ inline void copyOut( void* to, const std::byte* from, size_t size ) {
 #endif
 }
 
-// Fetches the memory for a load or a store to come. In assembler: GCC takes a
-// function that only prefetches for one without effect and drops its calls.
+// Fetches the memory for a load or a store to come. Written in assembler because
+// GCC drops the calls of a function that only prefetches.
 inline void prefetch( const std::byte* at, size_t size ) {
    for ( size_t line = 0; line < size; line += 64 ) {
 #if defined( __x86_64__ )
@@ -154,7 +155,7 @@ inline void prefetch( const std::byte* at, size_t size ) {
 inline void prefetchForStore( const std::byte* at, size_t size ) {
    for ( size_t line = 0; line < size; line += 64 ) {
 #if defined( __x86_64__ )
-      // No operation on processors that do not know it.
+      // Does nothing on processors without this instruction.
       __asm__ volatile( "prefetchw %0" : : "m"( at[line] ) );
 #else
       __builtin_prefetch( at + line, 1, 3 );

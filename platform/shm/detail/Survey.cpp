@@ -12,7 +12,7 @@ namespace Brane::Detail {
 
 namespace {
 
-// How far ahead slots and what is known of them are fetched.
+// The number of slots by which the fetching runs ahead.
 constexpr uint32_t slotsAhead = 16;
 constexpr Position wordsAhead = 24;
 
@@ -39,13 +39,14 @@ Survey::Survey( const ConstView& view, const Mox::String& path )
    placeUnindexed();
 }
 
-// The journal's last entry bears the head's sequence, and none the one after next.
+// The journal's last entry has the head's sequence, and no entry has the one after
+// next.
 void Survey::judgeHead() {
    uint64_t head = loadWord( view_.head() );
    headSound_ = head < maxSequence && entryIsOf( *view_.journal( head ), head ) &&
                 !entryIsOf( *view_.journal( head + 2 ), head + 2 );
    limit_ = headSound_ ? head + 1 : maxSequence;
-   // A remount was killed before it moved the head.
+   // True when a remount was killed before it moved the head.
    bool jumping =
       head < maxSequence && entryIsOf( *view_.journal( head ), head + headJump );
    if ( headSound_ || jumping ) highest_ = head;
@@ -91,7 +92,7 @@ PIMSM_SHM_HOT void Survey::countPassed( uint64_t hash, Position position,
    }
 }
 
-// Where another slot with this slot's key stands, before `end`.
+// The position before `end` of another slot with this slot's key.
 PIMSM_SHM_HOT Position Survey::twinOf( uint32_t slot, Position end ) const {
    const Slot& mine = slots_[slot];
    uint32_t line = view_.geometry.homeOf( mine.hash );
@@ -126,7 +127,7 @@ PIMSM_SHM_HOT void Survey::enter( uint32_t slot, Position position ) {
    ++survivors_;
 }
 
-// The record there gives way to a newer one of its key.
+// The record there is replaced by a newer one of its key.
 void Survey::leave( Position position ) {
    uint32_t slot = slotOf( want_[position] );
    countPassed( slots_[slot].hash, position, ~uint64_t( 0 ) );
@@ -140,7 +141,7 @@ PIMSM_SHM_HOT void Survey::claim( Position position ) {
    uint64_t word = view_.index()[position];
    uint32_t slot = slotOf( word );
    if ( !fits( position, word ) ) {
-      // A killed removal leaves a word that names a Removed slot: nothing to
+      // A word that names a Removed slot is left by a killed removal: nothing to
       // report.
       bool removed = slot < slots_.size() &&
                      stateOf( view_.slot( slot )->stamp ) == slotRemoved;
@@ -149,7 +150,7 @@ PIMSM_SHM_HOT void Survey::claim( Position position ) {
    }
    Position twin = twinOf( slot, position );
    if ( twin == noPosition ) return enter( slot, position );
-   // Two words for one key: damage only. The newer record stays.
+   // Two words for one key come from damage only. The newer record stays.
    report( position, slot, "the key stands twice" );
    uint32_t other = slotOf( want_[twin] );
    if ( slots_[slot].order() < slots_[other].order() ) {
@@ -180,8 +181,8 @@ void Survey::placeUnindexed() {
    }
 }
 
-// A record that no word names: a kill came between its stamp and its word, or
-// between its key's next word and its retirement.
+// Places a record that no word names: the writer was killed between its stamp and
+// its word, or between its key's next word and its retirement.
 void Survey::place( uint32_t slot ) {
    uint32_t home = view_.geometry.homeOf( slots_[slot].hash );
    Position position = twinOf( slot, ( home + probeLimit ) * lineWords );

@@ -1,5 +1,5 @@
-// What a table holds in truth, judged by its slots' checksums alone, and what its
-// index should say. Stores nothing.
+// The true records of a table, judged by its slots' checksums alone, and the index
+// that it should have. Stores nothing.
 #pragma once
 
 #include <vector>
@@ -9,11 +9,12 @@
 
 namespace Brane::Detail {
 
-// How far a repair moves the head: farther than any follower's generations reach,
-// and by whole journals, so that its entry takes the former head's place.
+// The distance by which a repair moves the head: farther than any follower's
+// generations reach, and a whole number of journals, so that its entry takes the
+// former head's place.
 constexpr uint64_t headJump = uint64_t( 1 ) << 30;
 
-// At most so many lines of text on one table's damage.
+// The number of lines of text on one table's damage, at most.
 constexpr size_t maxTexts = 32;
 void addText( std::vector<Mox::String>& texts, Mox::String text );
 
@@ -35,15 +36,16 @@ class Survey {
    bool names( uint32_t slot ) const { return slots_[slot].indexed(); }
 
    uint32_t survivors() const { return survivors_; }
-   // Of the whole records, and of the head as far as it can be believed.
+   // The highest sequence of the whole records, and of the head as far as it is
+   // credible.
    uint64_t highestSequence() const { return highest_; }
-   // Does the journal agree with its head? Also false where a repair was killed
-   // that would have moved the head.
+   // Does the journal agree with its head? Also false when a repair that would have
+   // moved the head was killed.
    bool headSound() const { return headSound_; }
    const std::vector<Mox::String>& texts() const { return texts_; }
 
  private:
-   // What a slot holds. A sequence of 0: no whole record.
+   // The content of a slot. Sequence 0: no whole record.
    struct Slot {
       uint64_t hash = 0;
       uint64_t sequence = 0;
@@ -71,7 +73,7 @@ class Survey {
    ConstView view_;
    Mox::String path_;
    bool headSound_ = true;
-   uint64_t limit_ = 0;  // the highest sequence that can be
+   uint64_t limit_ = 0;  // the highest credible sequence
    uint64_t highest_ = 0;
    uint32_t survivors_ = 0;
    std::vector<Slot> slots_;

@@ -20,7 +20,7 @@ namespace {
 
 uint64_t randomWord() {
    uint64_t word = 0;
-   // Cannot fail for 8 bytes once the kernel's pool is filled, which it waits for.
+   // Waits until the kernel's pool is filled; after that 8 bytes cannot fail.
    while ( getrandom( &word, sizeof( word ), 0 ) != sizeof( word ) ) continue;
    return word;
 }
@@ -38,7 +38,7 @@ void checkOptions( const WriterOptions& options, uint32_t capacity ) {
    if ( options.bootId.size() > 39 ) throw Mox::RangeError( "boot id too long" );
 }
 
-// Which bytes of a former record go where in a new one.
+// Copies bytes of a former record to their place in a new one.
 struct Move {
    uint32_t from, to, size;
 };
@@ -93,7 +93,7 @@ void TableMaker::run() {
    create( &former, &survey );
 }
 
-// False when there is none; then the report says why, if it is worth a word.
+// Returns false when there is none; the report says why, if that is worth a line.
 bool TableMaker::readFormer( Former& former ) {
    const Mox::String& path = table_.path();
    former.file = Descriptor( openFile( path, O_RDWR | O_NONBLOCK ) );
@@ -125,7 +125,7 @@ bool TableMaker::readFormer( Former& former ) {
 AttachStatus TableMaker::judge( const Former& former, const Survey& survey ) {
    Layout found = layoutOf( former.header );
    std::vector<Mox::String>& texts = table_.report_.texts;
-   // The fingerprint is what readers go by, the directory what can be copied.
+   // Readers go by the fingerprint, copying goes by the field directory.
    bool same = found == table_.layout_ &&
                former.header.fingerprint == table_.layout_.fingerprint();
    if ( !same ) {
@@ -169,8 +169,8 @@ HeaderValues TableMaker::freshValues() const {
    return values;
 }
 
-// The new instance is complete before it gets its name; killed before that, the
-// former one stands untouched.
+// The new instance is complete before it gets its name. After a kill before that,
+// the former one stands untouched.
 void TableMaker::create( const Former* former, const Survey* survey ) {
    HeaderValues values = freshValues();
    const Layout& layout = table_.layout_;

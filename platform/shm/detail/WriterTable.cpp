@@ -20,10 +20,10 @@ namespace Brane::Detail {
 
 namespace {
 
-// A batch fetches so many index lines, then so many slots, in a row: address
+// A batch fetches this many index lines, then as many slots, in a row: address
 // translations overlap only where little else is done between them.
 constexpr size_t fetchGroup = 8;
-// How many puts ahead the free slot is fetched.
+// The free slot is fetched this many puts ahead.
 constexpr uint32_t freeAhead = 8;
 
 bool isZero( const void* key, size_t size ) {
@@ -46,14 +46,14 @@ WriterTable::WriterTable( const Mox::String& path, const Layout& layout,
    ring();
 }
 
-// Before the table has its name: who sees the table can watch its bell. And before
-// the table takes its space: the bell's byte must be there for good.
+// Called before the table has its name: whoever sees the table can watch its bell.
+// And before the table takes its space: the bell's byte must be allocated for good.
 void WriterTable::openBell() {
    bell_ = openLockedBell( files_ );
    if ( !writeBell() ) systemFailed( files_.bell, "cannot write the doorbell" );
 }
 
-// Readers watch for the write as such.
+// Readers watch for the write itself, not for the byte.
 bool WriterTable::writeBell() const {
    char byte = 0;
    return pwrite( bell_.get(), &byte, 1, 0 ) == 1;
@@ -81,8 +81,8 @@ void WriterTable::noPlace( bool full ) const {
       fmt::format( "{}: {} index lines are full of keys", path(), probeLimit ) );
 }
 
-// The slot that an index word names. The writer trusts its own mapping no further
-// than it must: a stray pointer in this process may have been there.
+// The slot that an index word names. The writer checks its own mapping, too: a
+// stray pointer in this process may have written to it.
 PIMSM_SHM_HOT uint32_t WriterTable::checkedSlot( Position position,
                                                  uint64_t word ) const {
    uint32_t slot = slotOf( word );
@@ -119,7 +119,7 @@ PIMSM_SHM_HOT Place WriterTable::locate( const void* key, uint64_t hash,
    return probe( key, hash );
 }
 
-// The key's place, or the first free one; no position where neither is.
+// The key's place, or the first free one; noPosition where there is neither.
 PIMSM_SHM_HOT Place WriterTable::probe( const void* key, uint64_t hash ) const {
    Position free = noPosition;
    uint32_t home = view_.geometry.homeOf( hash );
@@ -140,7 +140,7 @@ PIMSM_SHM_HOT Place WriterTable::probe( const void* key, uint64_t hash ) const {
    return { free, 0 };
 }
 
-// As locate(), and refuses what cannot be written; no store has happened then.
+// As locate(), but refuses a key that cannot be written; nothing is stored before.
 PIMSM_SHM_HOT Place WriterTable::placeFor( const void* key, uint64_t hash,
                                            Position hint ) const {
    if ( !zeroKey_ && isZero( key, layout_.keySize ) ) {
@@ -165,7 +165,7 @@ PIMSM_SHM_HOT uint64_t WriterTable::hashAhead( const void* key,
    return hash;
 }
 
-// The slot that will be replaced: its stamp is stored to, its key compared.
+// Fetches the slot to be replaced: its stamp is stored to, its key compared.
 PIMSM_SHM_HOT void WriterTable::fetchSlot( uint64_t hash, Position hint ) const {
    const uint64_t* words = view_.index();
    uint32_t found = 1;
@@ -183,7 +183,7 @@ PIMSM_SHM_HOT void WriterTable::fetchSlot( uint64_t hash, Position hint ) const 
    }
 }
 
-// Gives back a slot that no index word ever named.
+// Frees a slot that no index word ever named.
 void WriterTable::release( uint32_t slot ) {
    storeWord( &view_.slot( slot )->stamp, stampOf( sequence_, slotFree ) );
    free_.push( slot );
@@ -202,7 +202,7 @@ PIMSM_SHM_HOT void WriterTable::finish( const WriterView& view, const Place& pla
 
 PIMSM_SHM_HOT Position WriterTable::putHashed( const void* record, uint64_t hash,
                                                Position hint ) {
-   // A copy: for all that the compiler knows, stores to the table change the member.
+   // A copy: to the compiler any store to the table might change the member.
    const WriterView view = view_;
    prefetchForStore( view.slotBytes( free_.peek( freeAhead ) ), view.slotSize() );
    uint32_t slot = free_.pop();
@@ -221,7 +221,7 @@ PIMSM_SHM_HOT Position WriterTable::putHashed( const void* record, uint64_t hash
 }
 
 Position WriterTable::put( const void* record, Position hint ) {
-   // The record is written while index line and former slot are on their way.
+   // The record is written while the index line and former slot are being fetched.
    uint64_t hash = hashAhead( record, hint );
    fetchSlot( hash, hint );
    return putHashed( record, hash, hint );
@@ -305,7 +305,7 @@ Position WriterTable::next( Position after ) const {
 
 Position WriterTable::positionAtOrBefore( const void* key ) const {
    uint64_t hash = hashOf( key );
-   // A key never stands before its home line, so nothing after it is left out.
+   // A key never stands before its home line, so no later record is skipped.
    const Position home = view_.geometry.homeOf( hash ) * lineWords;
    try {
       Place place = locate( key, hash, noPosition );
@@ -326,8 +326,8 @@ bool WriterTable::filesStand() const {
           leadsTo( files_.table, file_ );
 }
 
-// The lock first: what stands at the other names may be another writer's. The table
-// last: who sees it can watch its bell.
+// The lock first: the files under the other names may be another writer's. The
+// table last: whoever sees it can watch its bell.
 void WriterTable::restoreFiles() {
    MOX_ASSERT( reservations_ == 0 );
    if ( filesStand() ) return;
@@ -337,8 +337,8 @@ void WriterTable::restoreFiles() {
    if ( !leadsTo( files_.table, file_ ) ) copyToNewFile();
 }
 
-// Byte by byte: sequences and positions stay, so that followers find only what they have
-// not been told yet.
+// Byte by byte: sequences and positions stay, so that followers find only untold
+// changes.
 void WriterTable::copyToNewFile() {
    Descriptor file = createFile( files_.fresh, mapping_.size() );
    Mapping mapping =
@@ -353,7 +353,7 @@ void WriterTable::copyToNewFile() {
 }
 
 void WriterTable::removeFiles() {
-   // The names may be a successor's by now.
+   // The names may lead to a successor's files by now.
    if ( std::exchange( filesRemoved_, true ) ) return;
    storeWord( view_.retired(), retiredWord );
    unlink( files_.table.c_str() );

@@ -1,4 +1,4 @@
-// The writer's side of a table: the mapping and what only the writer knows.
+// The writer's side of a table: the mapping and the writer's own state.
 #pragma once
 
 #include <span>
@@ -78,8 +78,8 @@ class WriterTable {
    Mapping mapping_;
    WriterView view_;
    uint64_t instanceId_ = 0;
-   uint64_t sequence_ = 0;  // of the last change
-   uint64_t rung_ = 0;      // the sequence that readers were rung for
+   uint64_t sequence_ = 0;  // sequence of the last change
+   uint64_t rung_ = 0;      // sequence of the last ring
    bool filesRemoved_ = false;
    uint32_t size_ = 0;
    uint32_t reservations_ = 0;

@@ -16,7 +16,7 @@ std::optional<unsigned> parseLevel( StringView text ) {
    return static_cast<unsigned>( text[0] - '0' );
 }
 
-// "n" or "a-b" as a bit a level; 0 for anything else.
+// Parses "n" or "a-b" to one bit a level; 0 for anything else.
 uint32_t parseLevels( StringView text ) {
    size_t dash = text.find( '-' );
    auto low = parseLevel( dash == StringView::npos ? "0" : text.substr( 0, dash ) );

@@ -12,10 +12,10 @@ class TraceSettings {
  public:
    TraceSettings() = default;
 
-   // Warns on standard error of each bad entry and leaves it out.
+   // Warns on standard error of each bad entry and skips it.
    explicit TraceSettings( StringView text );
 
-   // The levels of the first entry that matches, a bit each; 0 where none does.
+   // The levels of the first entry that matches, one bit each; 0 without a match.
    uint32_t levels( const char* facility ) const;
 
  private:

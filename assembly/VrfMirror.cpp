@@ -4,8 +4,8 @@
 
 namespace Routing::Pim::SparseMode {
 
-// The reader on an empty model, then the reconciler that loads what is there: only so do
-// the counters stay right.
+// First the reader on an empty model, then the reconciler that loads the tables:
+// only in this order do the counters stay right.
 VrfMirror::VrfMirror( Corvex::EntityManager& manager, Mox::Clock& clock,
                       Vantu::AddressFamily family, const L3::VrfName& vrf,
                       Observer observer, bool interfaces )
@@ -36,8 +36,8 @@ bool VrfMirror::loaded() const {
           whole( tables_->routeIntf() );
 }
 
-// What stood before anybody listened is told with the first call. A record that cannot be
-// read just now changes nothing, and is looked at again with its next change.
+// The first call reports the records from before it. A record that cannot be read
+// changes nothing, and is read again with its next change.
 template <class Record, class Table, class Tell>
 void VrfMirror::tell( Known<Record>& known, const Table& table, const Tell& tell ) {
    if ( !tell ) return;

@@ -1,13 +1,13 @@
 // One VRF and family of a process that follows an agent: the model that mirrors its
-// routes, and what keeps it in step with the tables.
+// routes, and the reactors that keep the model in step with the tables.
 //
 //    VrfMirror::Observer observer;
 //    observer.route = []( const auto& key, const auto* before, const auto* now ) { ... };
 //    VrfMirror vrf( manager, clock, Vantu::AddressFamily::ipv4, name, observer );
 //    Mox::Loop::TurnEnd turnEnd( loop, [&] { vrf.handleTurnEnd(); } );
 //
-// The tables are waited for, and the agent may go and come back: the routes stay
-// meanwhile, and then what differs is told. Event-loop thread.
+// The tables may come later, and the agent may go and come back: the routes stay
+// meanwhile, and the differences are reported afterwards. Event-loop thread.
 #pragma once
 
 #include <memory>
@@ -23,10 +23,10 @@ namespace Routing::Pim::SparseMode {
 
 class PIMSM_API VrfMirror : private Brane::Status::NotifieeConst {
  public:
-   // Called at the end of a turn, for what is asked for; `before` or `now` null: the
-   // record did not stand, or does no more. Values between two turns are left out, and
-   // equal ones are no change. A hook may look at the model, and must not destroy the
-   // mirror.
+   // The hooks are called at the end of a turn; an empty hook is not. A null
+   // `before` means a new record, a null `now` a removed one. Values between two
+   // turns are left out, and equal values are no change. A hook may look at the
+   // model, and must not destroy the mirror.
    struct Observer {
       Mox::Hook<void( const RouteKey& key, const Brane::Route* before,
                       const Brane::Route* now )>
@@ -34,35 +34,35 @@ class PIMSM_API VrfMirror : private Brane::Status::NotifieeConst {
       Mox::Hook<void( const RouteIntfKey& key, const Brane::Intf* before,
                       const Brane::Intf* now )>
          routeIntf;
-      // An agent has come, or gone. The first call is for one that is there.
+      // An agent has come or gone. The first call is for a present agent.
       Mox::Hook<void( bool alive )> writer;
    };
 
-   // Manager and clock outlive it. Without `interfaces` the model has no PIM interfaces:
-   // enough for who looks at stored states alone. Throws what mounting throws
-   // (Brane::CreateError).
+   // Manager and clock outlive it. Without `interfaces` the model has no PIM
+   // interfaces, which is enough for stored states. Throws the exceptions of
+   // mounting (Brane::CreateError).
    VrfMirror( Corvex::EntityManager& manager, Mox::Clock& clock,
               Vantu::AddressFamily family, const L3::VrfName& vrf,
               Observer observer = {}, bool interfaces = true );
    ~VrfMirror() override;
 
-   // As the agent had it at its last write; macros answer as they did there.
+   // The state at the agent's last write; macros answer as they did in the agent.
    const Mox::Ptr<Status>& model() const { return model_; }
    const Mox::Ptr<Brane::Status>& tables() const { return tables_; }
-   // What the agent publishes beside the routes; null without interfaces.
+   // The agent's tables beside the routes; null without interfaces.
    const Mox::Ptr<Published::FamilyStatus>& published() const { return published_; }
 
-   // Has the model been filled once? Of tables that were not there, with nothing.
+   // Has the model been filled once? Missing tables fill it with nothing.
    bool initialized() const { return model_->initialized(); }
-   // Does it hold all that the tables hold, which are there?
+   // Are the tables there, and does the model hold all their records?
    bool loaded() const;
    bool writerAlive() const { return tables_->route().writerAlive(); }
 
-   // At the end of each turn of the loop: calls the observer.
+   // Call it at the end of each turn of the loop: calls the observer.
    void handleTurnEnd();
 
  private:
-   // What nobody asks for is not noted: it would be kept for ever.
+   // Keys without a hook are not noted: they would stay for ever.
    void onRoute( const RouteKey& key ) override {
       if ( observer_.route ) routes_.changed.insert( key );
    }
@@ -70,7 +70,7 @@ class PIMSM_API VrfMirror : private Brane::Status::NotifieeConst {
       if ( observer_.routeIntf ) intfs_.changed.insert( key );
    }
 
-   // What was told of one table.
+   // The records of one table as last reported.
    template <class Record>
    struct Known {
       using Key = decltype( Record::key );

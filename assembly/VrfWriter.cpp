@@ -17,7 +17,8 @@ Mox::Ptr<Status> newModel( const L3::VrfName& vrf,
 
 }
 
-// The reconciler before the writer: it alone writes until the model is initialized.
+// The reconciler before the writer: only the reconciler writes until the model is
+// initialized.
 VrfWriter::VrfWriter( Corvex::EntityManager& manager, Mox::Clock& clock,
                       Vantu::AddressFamily family, const L3::VrfName& vrf,
                       const VrfWriterOptions& options )

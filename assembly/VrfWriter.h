@@ -1,13 +1,14 @@
-// One VRF and family of an agent: the model, the tables that publish it, and what keeps
-// the second in step with the first.
+// One VRF and family of an agent: the model, the tables that publish it, and the
+// reactors that keep the tables in step with the model.
 //
 //    VrfWriter vrf( manager, clock, Vantu::AddressFamily::ipv4, L3::VrfName( "default" ) );
 //    Mox::Loop::TurnEnd turnEnd( loop, [&] { vrf.handleTurnEnd(); } );
 //    while ( !vrf.ready() ) loop.dispatch();   // what a former process left
 //    vrf.model()->routeIs( ... )
 //
-// The tables are mounted as writer, a file that is there is taken over, and the model is
-// reloaded in slices as the loop turns; only then are changes published. Event-loop thread.
+// The tables are mounted as writer, and existing files are taken over. The model is
+// reloaded in slices as the loop turns; only then are changes published. Event-loop
+// thread.
 #pragma once
 
 #include <vector>
@@ -21,18 +22,18 @@
 namespace Routing::Pim::SparseMode {
 
 struct VrfWriterOptions {
-   // What the tables have room for.
+   // The capacity of the tables.
    uint32_t maxRoutes = 10000;
    uint32_t maxRouteIntfs = 600000;
-   // Whose wake-ups the reviews of changes wait for; null: the clock itself. Outlives the
-   // VRF.
+   // The clock that paces the reviews of changes; null: the clock itself. Outlives
+   // the VRF.
    Mox::Clock* reviewClock = nullptr;
 };
 
 class PIMSM_API VrfWriter {
  public:
-   // Manager and clock outlive it. Throws what mounting throws (Brane::SecondWriterError,
-   // Brane::CreateError).
+   // Manager and clock outlive it. Throws the exceptions of mounting
+   // (Brane::SecondWriterError, Brane::CreateError).
    VrfWriter( Corvex::EntityManager& manager, Mox::Clock& clock,
               Vantu::AddressFamily family, const L3::VrfName& vrf,
               const VrfWriterOptions& options = {} );
@@ -40,33 +41,33 @@ class PIMSM_API VrfWriter {
    VrfWriter( const VrfWriter& ) = delete;
    VrfWriter& operator=( const VrfWriter& ) = delete;
 
-   // What the engines write. Nothing before ready(): what was reloaded comes first.
+   // The engines write it, but not before ready(): the reload comes first.
    const Mox::Ptr<Status>& model() const { return model_; }
-   // What they publish beside the routes, by mutators of the tables.
+   // The engines publish these beside the routes, by the tables' mutators.
    const Mox::Ptr<RegisterStatus>& registers() const { return registers_; }
    const Mox::Ptr<AdvertisedSgStatus>& advertised() const { return advertised_; }
    const Mox::Ptr<Published::FamilyStatus>& published() const { return published_; }
-   // The routes as they are published, written by the route writer alone.
+   // The published routes; only the route writer writes them.
    const Mox::Ptr<Brane::Status>& tables() const { return tables_; }
    Brane::RouteBraneWriterSm& writer() const { return *writer_; }
 
    // Has the reload ended?
    bool ready() const { return model_->initialized(); }
 
-   // At the end of each turn of the loop: what changed is published 10 to 50 ms later, a
-   // change of an interface alone, too, and of states that the writer does not mark by
-   // itself where somebody marked them in its change set.
+   // Call it at the end of each turn of the loop. Changes are published 10 to 50 ms
+   // later: also a change of an interface alone, and states that the writer does
+   // not mark by itself if they are marked in its change set.
    void handleTurnEnd() { writer_->doMaybeUpdateReviewTimer(); }
-   // Is everything that is marked in the tables?
+   // Are all marked changes in the tables?
    bool idle() const;
 
    // In the order in which they are mounted.
    std::vector<const MoxBrane::MountedEntity*> entities() const;
 
-   // The VRF goes: readers see its tables go. Nothing is published any more.
+   // Removes the VRF: readers see its tables go. Nothing is published any more.
    void retire();
-   // The same of a VRF that nobody writes, as a former process left it. What has a writer
-   // stays.
+   // Removes the tables that a former process left of a VRF. Tables with a writer
+   // stay.
    static void removeTables( const Mox::String& root, Vantu::AddressFamily family,
                              const L3::VrfName& vrf );
 

@@ -1,5 +1,5 @@
-// A histogram of one VRF's groups: for each number of sources, the groups that
-// have so many. Kept by SgCountSm; others read. Event-loop thread only.
+// A histogram of one VRF's groups: for each number of sources, the groups with that
+// many. Kept by SgCountSm; others read. Event-loop thread only.
 #pragma once
 
 #include <map>
@@ -23,7 +23,7 @@ class PIMSM_API GroupCount : public Mox::Entity {
 
    explicit GroupCount( Mox::StringView name ) : name_( name ) {}
 
-   // As groupsBySourceCountIs() with a changed copy, at a cost that does not grow
+   // As groupsBySourceCountIs() with a changed copy, but the cost does not grow
    // with the entry; see SourceCount::sourceIs().
    void groupIs( uint32_t sourceCount, const Vantu::IpGenAddr& group );
    void groupDel( uint32_t sourceCount, const Vantu::IpGenAddr& group );

@@ -1,4 +1,4 @@
-// A set of addresses, of which each carries a flag that its users always set.
+// A set of addresses, each with a flag that its users always set.
 #pragma once
 
 #include <iosfwd>
@@ -14,21 +14,21 @@ class PIMSM_API IpAddrCollection {
    using AddrMap = std::unordered_map<Vantu::IpGenAddr, bool>;
 
    IpAddrCollection() = default;
-   // Deliberately a fatal assertion: the text form tells nothing to read back.
+   // Deliberately a fatal assertion: the text form holds nothing to read back.
    [[noreturn]] explicit IpAddrCollection( Mox::StringView text );
 
    const AddrMap& addr() const { return addr_; }
    // The address's flag; null when the address is no member.
    const bool* addr( const Vantu::IpGenAddr& address ) const;
 
-   // True when that changed the collection.
+   // True when the call changed the collection.
    bool addrIs( const Vantu::IpGenAddr& address, bool value );
    bool addrDel( Vantu::IpGenAddr address ) { return addr_.erase( address ) != 0; }
    void addrDelAll() { addr_.clear(); }
 
    // The same addresses with the same flags.
    bool operator==( const IpAddrCollection& ) const = default;
-   // Empty.
+   // Is the collection empty?
    bool operator!() const { return addr_.empty(); }
 
  private:

@@ -72,7 +72,7 @@ SgCountSm::SgCountSm( StatusConstPtr status, SourceCountPtr sourceCount,
 
 SgCountSm::~SgCountSm() = default;
 
-// An observer of the histograms may add and remove sources and groups meanwhile.
+// Walks keys: an observer of the histograms may add and remove sources and groups.
 bool SgCountSm::handleInitialized() {
    MOX_TRACE( trace, 8, "<Vrf:" << status_->vrfName() << ">handleInitialized" );
    for ( const auto& srcAddr : Mox::keysOf( status_->source() ) ) {
@@ -95,16 +95,16 @@ uint32_t countBefore( bool added, uint32_t count ) {
    return count == 0 ? 0 : count - 1;
 }
 
-// An entry left empty goes, but only after its observers have seen it so.
+// An empty entry is removed, but only after its observers have seen it empty.
 bool leftEmpty( const IpAddrCollection* entry ) {
    return entry != nullptr && !*entry;
 }
 
 }
 
-// Observers of the histogram may end the handler, the source and the reactor, even
-// one under construction, which cannot be pinned: once they have run, only what
-// stands here is used.
+// Observers of the histogram may destroy the handler, the source and the reactor,
+// even one under construction, which cannot be pinned. So only local variables are
+// used after they have run.
 void SgCountSm::handleSourceGroupChanged( Vantu::IpGenAddr srcAddr,
                                           Vantu::IpGenAddr grpAddr ) {
    MOX_TRACE( trace, 8,
@@ -141,7 +141,7 @@ void SgCountSm::handleGroupSourceChanged( Vantu::IpGenAddr grpAddr,
    }
 }
 
-// Under a known address another object may stand: its handler is made anew.
+// Another object may stand under a known address: its handler is made anew.
 void SgCountSm::handleSource( const Vantu::IpGenAddr& srcAddr ) {
    const Source* source = status_->source( srcAddr );
    if ( source == nullptr ) return srcHandlerDel( srcAddr );

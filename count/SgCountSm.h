@@ -7,12 +7,12 @@
 //            count only adds. A source or group that goes stays where its last
 //            change filed it, and one that comes is filed with its first change.
 //
-// A change moves an address from the entry of its former count to that of the
-// present one. The former count is taken to be one off, never counted anew. The
-// new entry is written first, so observers see the address in both for a moment.
+// A change moves an address from the entry of its former count to the entry of the
+// present one. The former count is taken to be one off, never counted again. The
+// new entry is written first, so observers briefly see the address in both.
 //
-// Holds references to what it was given; goes before their owner, and clears
-// nothing when it goes. Event-loop thread only.
+// Holds references to its arguments; goes before their owner, and clears nothing
+// when it goes. Event-loop thread only.
 #pragma once
 
 #include <memory>
@@ -52,25 +52,23 @@ class PIMSM_API SgCountSm : public Mox::Entity {
 
    MOX_ENTITY( SgCountSm, PIMSM_SG_COUNT_ATTRIBUTES )
 
-   // Starts to watch and ends with the first count.
-   // REQUIRES: nothing null.
+   // Starts to watch, then makes the first count. REQUIRES: nothing null.
    SgCountSm( StatusConstPtr status, SourceCountPtr sourceCount,
               GroupSourceMapConstPtr groupSourceMap, GroupCountPtr groupCount );
 
-   // The first count: files every source and group that there is. Always true.
+   // The first count: files every existing source and group. Always true.
    bool handleInitialized();
    // The source's entry for the group was added, changed or removed. Deliberately,
    // an entry with the flag false counts as a removal.
    // REQUIRES: the source exists.
    void handleSourceGroupChanged( Vantu::IpGenAddr source, Vantu::IpGenAddr group );
-   // The group's entry for the source was added or removed. Deliberately unlike the
-   // sources' side, the entry's flag plays no part.
-   // REQUIRES: the group exists.
+   // The group's entry for the source was added or removed. Unlike on the sources'
+   // side, the entry's flag is deliberately ignored. REQUIRES: the group exists.
    void handleGroupSourceChanged( Vantu::IpGenAddr group, Vantu::IpGenAddr source );
 
-   // The handlers are written by hand, for their members are observers. An Is files
-   // the handler under its address, where another may stand, which then goes; null
-   // is fatal. Nothing is counted by that.
+   // The handlers are written by hand because their members are observers. An Is
+   // files the handler under its address in place of a former one; null is fatal.
+   // It counts nothing.
    const SrcHandlerMap& srcHandler() const { return srcHandler_; }
    const MoxSrcHandler* srcHandler( const Vantu::IpGenAddr& srcAddr ) const;
    void srcHandlerIs( std::unique_ptr<MoxSrcHandler> handler );

@@ -1,5 +1,5 @@
-// A histogram of one VRF's sources: for each number of groups, the sources that
-// have so many. Kept by SgCountSm; others read. Event-loop thread only.
+// A histogram of one VRF's sources: for each number of groups, the sources with
+// that many. Kept by SgCountSm; others read. Event-loop thread only.
 #pragma once
 
 #include <map>
@@ -24,9 +24,9 @@ class PIMSM_API SourceCount : public Mox::Entity {
    explicit SourceCount( Mox::StringView name ) : name_( name ) {}
 
    // Store and notify exactly as sourcesByGroupCountIs() does for a copy of the
-   // entry, empty if absent, with the source put in or taken out; but nothing is
-   // copied, so that the cost does not grow with the entry. An entry that the last
-   // source leaves stays, empty; taking out of an absent one makes it.
+   // entry, empty if absent, with the source added or removed. But nothing is
+   // copied, so that the cost does not grow with the entry. An entry stays when its
+   // last source leaves it; a removal from an absent entry makes it.
    void sourceIs( uint32_t groupCount, const Vantu::IpGenAddr& source );
    void sourceDel( uint32_t groupCount, const Vantu::IpGenAddr& source );
 

@@ -60,7 +60,7 @@ void doUpdateRoute( SparseMode::Route& route, const Brane::Route& record ) {
    route.routeFlagsIs( record.routeFlags );
    route.creationTimeIs( record.creationTime );
    Mox::Ptr<UpstreamInfo> main = route.umhIs();
-   // One that was removed and is made anew here is not bound yet.
+   // A record made anew here after a removal is not bound yet.
    if ( main->route() == nullptr ) main->routeIs( &route );
    main->prevRpfIs( record.prevRpf );
    main->rpfIs( record.rpf );

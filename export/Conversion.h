@@ -1,11 +1,11 @@
-// Between the model and the exported records.
+// Conversions between the model and the exported records.
 #pragma once
 
 #include "export/Records.h"
 
 namespace Routing::Pim::SparseMode::Brane {
 
-// The record of a model route or interface as it is now.
+// The record of the model's route or interface in its present state.
 PIMSM_API Brane::Route doGetBraneRouteFromRoute( const SparseMode::Route& route );
 PIMSM_API Brane::Intf doGetBraneIntfFromRouteIntf( const RouteKey& routeKey,
                                                    const SparseMode::Intf& intf );

@@ -1,5 +1,5 @@
-// How the exported records lie in their tables. Whatever changes a record's bytes
-// changes its layout fingerprint, and so is told apart by every reader.
+// The flat forms of the exported records. Any change of a record's bytes changes
+// its layout fingerprint, by which every reader notices it.
 #pragma once
 
 #include "export/Records.h"

@@ -3,8 +3,8 @@
 // reader; doc/tables.md draws the bytes.
 //
 // Each has a text form in the value notation, a readable one for traces
-// (braneString), equality, and operator!, which tells an empty slot: a freshly made
-// record under the default key.
+// (braneString), equality, and operator!, true for an empty slot: a default record
+// under the default key.
 #pragma once
 
 #include "export/Fwd.h"
@@ -62,7 +62,7 @@ namespace Routing::Pim::SparseMode::Brane {
 #define PIMSM_BRANE_ROLES( V ) V( reader ) V( writer )
 // clang-format on
 
-// One route. Where the model's has no umh, or no umhFrr, their fields keep
+// One route. The fields of a umh or umhFrr that the model's route lacks keep their
 // defaults.
 struct PIMSM_API Route {
    PIMSM_BRANE_ROUTE( MOX_RECORD_FIELD )
@@ -90,7 +90,7 @@ struct PIMSM_API Intf {
 MOX_RECORD_TEXT( Intf, "Routing::Pim::SparseMode::Brane::Intf", PIMSM_BRANE_INTF )
 MOX_STREAM_TEXT( Intf )
 
-// What routes are counted by.
+// The kinds by which routes are counted.
 MOX_ENUM( RouteCounterType, PIMSM_BRANE_ROUTE_COUNTER_TYPES )
 MOX_ENUM_TEXT( RouteCounterType, PIMSM_BRANE_ROUTE_COUNTER_TYPES )
 
@@ -104,7 +104,7 @@ MOX_RECORD_TEXT( RouteCounterKey,
                  PIMSM_BRANE_ROUTE_COUNTER_KEY )
 MOX_STREAM_TEXT( RouteCounterKey )
 
-// How many routes are of a kind. The library only reads these.
+// The number of routes of one kind. The library only reads these records.
 struct PIMSM_API RouteCounter {
    PIMSM_BRANE_ROUTE_COUNTER( MOX_RECORD_FIELD )
    bool operator==( const RouteCounter& ) const = default;
@@ -114,8 +114,8 @@ MOX_RECORD_TEXT( RouteCounter, "Routing::Pim::SparseMode::Brane::RouteCounter",
                  PIMSM_BRANE_ROUTE_COUNTER )
 MOX_STREAM_TEXT( RouteCounter )
 
-// Which side of the tables a component plays. Not the table facility's role, which
-// mounting and reconciling take; the two do not convert.
+// The side of the tables that a component takes. Mounting and reconciling take the
+// table facility's own role; the two do not convert.
 MOX_ENUM( Role, PIMSM_BRANE_ROLES )
 MOX_ENUM_TEXT( Role, PIMSM_BRANE_ROLES )
 

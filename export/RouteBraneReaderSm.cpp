@@ -90,7 +90,8 @@ void RouteBraneReaderSm::handleBraneRoute( const RouteKey& key ) {
    }
 }
 
-// Its interfaces go with it; those whose records stay may be wanted again.
+// Deletes the route with its interfaces. They are noted: those with records may be
+// wanted again.
 void RouteBraneReaderSm::deleteRoute( const RouteKey& key ) {
    Mox::Ptr<SparseMode::Route> removed = status()->routeDel( key );
    if ( removed == nullptr ) return;
@@ -130,8 +131,9 @@ void RouteBraneReaderSm::handleBraneRouteIntf( const RouteIntfKey& key ) {
    }
 }
 
-// A change made inside a notification is notified first, and the outer one then finds
-// nothing new. What the model's sources hold tells nothing: others may keep them too.
+// A change made inside a notification is notified first; the outer one then finds
+// nothing new. The model's sources do not say what is counted: others may keep
+// sources there, too.
 void RouteBraneReaderSm::handleRoute( const RouteKey& key ) {
    READER_TRACE( 8, "handleRoute" );
    SparseMode::Status& model = *status();
@@ -146,7 +148,7 @@ void RouteBraneReaderSm::handleRoute( const RouteKey& key ) {
       return;
    }
    if ( counted_.erase( key ) == 0 ) return;
-   // Nobody may have counted what stood before there was a reader.
+   // Routes from before this reader may not have been counted.
    const uint32_t count = wildcard ? model.wcRoutes() : model.sgRoutes();
    if ( count > 0 ) wildcard ? model.wcRoutesDec( 1 ) : model.sgRoutesDec( 1 );
    Mox::Ptr<Source> source = model.source( key.source );

@@ -5,14 +5,13 @@
 //   wakes    with each notification, at once; it has no timer
 //   ignores  what the tables hold when it is created: RouteBraneRestartSm loads
 //            that. Create this one first, on an empty model; only so are all routes
-//            counted. One that takes the place of another goes on with its counts.
+//            counted. A reader that replaces another continues its counts.
 //
-// An interface record without a route is ignored but noted, and taken up when its
-// route appears: no order is promised between the tables. A record that cannot be
-// read whole just now changes nothing: it is either being rewritten, and will be
-// notified again, or damaged. The model's observers run inside its handlers.
-// Holds references to what it was given; goes before their owner. Event-loop thread
-// only.
+// An interface record without a route is noted, and taken up when its route
+// appears: no order is promised between the tables. A record that cannot be read
+// whole changes nothing: it is either being rewritten, and will be notified again,
+// or damaged. The model's observers run inside its handlers. Holds references to
+// its arguments; goes before their owner. Event-loop thread only.
 #pragma once
 
 #include <memory>
@@ -45,8 +44,8 @@ class PIMSM_API RouteBraneReaderSm : public Mox::Entity {
    void handleInitialized();
    // A route record was written or removed.
    void handleBraneRoute( const RouteKey& key );
-   // An interface record was written or removed. One that comes before its route's
-   // pulls the route in from the table.
+   // An interface record was written or removed. If its route's record was not
+   // handled yet, the route is read from the table first.
    void handleBraneRouteIntf( const RouteIntfKey& key );
    // A route was added to the model or removed from it: counts, and keeps sources.
    void handleRoute( const RouteKey& key );
@@ -63,7 +62,7 @@ class PIMSM_API RouteBraneReaderSm : public Mox::Entity {
    std::unique_ptr<MoxStatus> moxStatus_;
    std::unique_ptr<MoxBraneStatus> moxBraneStatus_;
    std::unique_ptr<StrayIntfs> strays_;
-   std::unordered_set<RouteKey> counted_;  // in wcRoutes or sgRoutes, by whomever
+   std::unordered_set<RouteKey> counted_;  // in wcRoutes or sgRoutes, by anyone
 };
 
 PIMSM_API Mox::Ptr<RouteBraneReaderSm> routeBraneReaderSmFactory(

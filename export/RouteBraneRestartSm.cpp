@@ -101,8 +101,8 @@ void RouteBraneRestartSm::doReview() {
    moxClock_->wakeupTimeIs( clock()->now() );
 }
 
-// Handles one entry, then looks at the time; out of it, leaves the key of the next
-// entry as bookmark and says false.
+// Handles one entry, then checks the time. When it is up, keeps the key of the next
+// entry as bookmark and returns false.
 template <class Table>
 bool RouteBraneRestartSm::walk(
    const Table& table, const typename Table::Key& from,
@@ -169,7 +169,7 @@ void RouteBraneRestartSm::doReviewRouteIntf( const Brane::Intf& record ) {
    }
 }
 
-// A damaged record is left to the table's own repair; the reload goes on.
+// A damaged record is left for the table's own repair; the reload continues.
 void RouteBraneRestartSm::deleteStale( const RouteIntfKey& key ) {
    try {
       braneStatus()->routeIntfDel( key );

@@ -1,17 +1,16 @@
-// Loads what the exported tables hold into a fresh model: in the agent after a
-// restart, in a reader at its start.
+// Loads the exported tables into a fresh model: in the agent after a restart, in a
+// reader at its start.
 //
-//   watches  the clock; as reader the model's routes, for interfaces whose route
-//            was not there when they were met
+//   watches  the clock; as reader the model's routes, for interfaces that came
+//            before their route
 //   writes   the model; as writer also removes interface records without a route
 //   wakes    on each pass of the loop until done; a slice runs 0.1 s and one entry
 //   then     sets the model's `initialized`, which lets the route writer review
 //
 // Phases: routes, interfaces, then each route's `initialized`. A slice that runs
 // out of time leaves the key of the next entry as bookmark. Removes no routes: the
-// writer's reviews do, as the model changes.
-// Holds references to what it was given; goes before their owner. Event-loop thread
-// only.
+// writer's reviews do, as the model changes. Holds references to its arguments;
+// goes before their owner. Event-loop thread only.
 #pragma once
 
 #include <memory>
@@ -48,7 +47,7 @@ class PIMSM_API RouteBraneRestartSm : public Mox::Entity {
                         Mox::Clock* clock );
 
    void handleInitialized();
-   // One slice. The clock watcher calls it when its time comes.
+   // Runs one slice. The clock watcher calls it when its time comes.
    void doReview();
 
  protected:

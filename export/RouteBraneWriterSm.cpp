@@ -40,8 +40,7 @@ class RouteBraneWriterSm::MoxClock : public Mox::Clock::Notifiee {
    RouteBraneWriterSm& writer_;
 };
 
-// Deliberately not for interfaces: they wait for a review that a route brings
-// about.
+// Deliberately not for interfaces: they wait for a review caused by a route.
 class RouteBraneWriterSm::MoxChangeSet : public RouteChangeSet::NotifieeConst {
  public:
    explicit MoxChangeSet( RouteBraneWriterSm& writer ) : writer_( writer ) {}
@@ -90,7 +89,7 @@ const RouteBraneWriterSm::MoxRoute* RouteBraneWriterSm::route(
    return found == route_.end() ? nullptr : found->second.get();
 }
 
-// Under a known key another object may stand: the reactor is made anew.
+// Another object may stand under a known key: the reactor is made anew.
 void RouteBraneWriterSm::handleRoute( const RouteKey& key ) {
    const SparseMode::Route* route = status_->route( key );
    auto found = route_.find( key );
@@ -150,7 +149,7 @@ void RouteBraneWriterSm::doReviewRoutes() {
    }
 }
 
-// Deliberately runs even when the routes have used the slice up.
+// Deliberately runs even when the routes have used up the slice.
 void RouteBraneWriterSm::doReviewRouteIntfs() {
    while ( !reviewChangeSet_->routeIntf().empty() ) {
       RouteIntfKey key = reviewChangeSet_->routeIntf().begin()->first;
@@ -196,8 +195,8 @@ void RouteBraneWriterSm::doReviewRouteIntf( const RouteIntfKey& key ) {
    writeRouteIntf( key.routeKey, *intf );
 }
 
-// Writes or removes one record. What the table refuses is traced and counted; true
-// when it was for want of room, which may come.
+// Writes or removes one record. A refusal is traced and counted. Returns true for
+// want of room: room may come later.
 template <class Key, class Operation>
 bool RouteBraneWriterSm::refusedFullTable( const char* where, const Key& key,
                                            Writes& writes, Operation operation ) {
@@ -233,7 +232,7 @@ void RouteBraneWriterSm::writeRouteIntf( const RouteKey& routeKey,
    if ( full ) refusedRouteIntfs_.insert( key );
 }
 
-// Room has come: whoever was refused tries again in the next review.
+// A removal makes room: refused records are tried again in the next review.
 void RouteBraneWriterSm::deleteRoute( const RouteKey& key ) {
    refusedRoutes_.erase( key );
    bool removed = false;

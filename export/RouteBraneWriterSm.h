@@ -4,22 +4,21 @@
 //   writes   the tables route and routeIntf, only inside a review
 //   wakes    10 to 50 ms after a marked change, bursts limited by a credit bucket;
 //            a slice of a review runs 10 ms, and one key of each table at least
-//   ignores  deliberately, whatever marks nothing: times, prevRpf, join, prune and
-//            assert state, receiver flags, switch state. They are sampled when
-//            something else marks their record. A change of an interface alone
-//            waits for the next review that something else brings about, unless the
-//            owner calls doMaybeUpdateReviewTimer().
+//   ignores  deliberately, times, prevRpf, join, prune and assert state, receiver
+//            flags and switch state. They are sampled when another change marks
+//            their record. A change of an interface alone waits for the next review
+//            that another change causes, unless the owner calls
+//            doMaybeUpdateReviewTimer().
 //
 // Marks a route:     added or removed; routeFlags; another umh or umhFrr, or none;
 //                    umh's rpf, rpfAttached, mbrIif, upRptState; umhFrr's rpf,
 //                    rpfAttached.
 // Marks an interface: added or removed, also with its route; forward.
 //
-// Until the model is initialized, marks only accumulate. What a table refuses is
-// traced and counted, and the review goes on; a record refused for want of room is
-// marked again when this writer next removes one of that table.
-// Holds references to what it was given; goes before their owner. Event-loop thread
-// only.
+// Until the model is initialized, marks only accumulate. A refused write is traced
+// and counted, and the review goes on. A record refused for want of room is marked
+// again when this writer next removes a record of that table. Holds references to
+// its arguments; goes before their owner. Event-loop thread only.
 #pragma once
 
 #include <memory>
@@ -59,22 +58,23 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
 
    MOX_ENTITY( RouteBraneWriterSm, PIMSM_ROUTE_WRITER_ATTRIBUTES )
 
-   // Marks everything the model holds and ends with handleInitialized().
+   // Marks everything that the model holds, then calls handleInitialized().
    // REQUIRES: nothing null; the tables mounted as writer.
    RouteBraneWriterSm( ModelStatusPtr status, BraneStatusPtr braneStatus,
                        Mox::Clock* clock );
 
-   // What came of this writer's writes to a table.
+   // The results of this writer's writes to a table.
    struct Writes {
       uint64_t written = 0;
       uint64_t removed = 0;  // records that stood
-      uint64_t refused = 0;  // of either kind; refused() is both tables'
+      uint64_t refused = 0;  // writes and removals; refused() counts both tables
    };
    const Writes& routeWrites() const { return routeWrites_; }
    const Writes& routeIntfWrites() const { return routeIntfWrites_; }
 
-   // Keys marked since the last review began; keys of the review in progress.
-   // Never null once constructed, and another after each begin of a review.
+   // The keys marked since the last review began, and the keys of the review in
+   // progress. Never null once constructed; a new object after each start of a
+   // review.
    RouteChangeSet* changeSet() { return changeSet_.get(); }
    const RouteChangeSet* changeSet() const { return changeSet_.get(); }
    const RouteChangeSet* reviewChangeSet() const { return reviewChangeSet_.get(); }
@@ -82,18 +82,18 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
       return reviewTimer_ ? &*reviewTimer_ : nullptr;
    }
 
-   // One for each of the model's routes; null where there is none. What they are stays
-   // the writer's own.
+   // A reactor for each of the model's routes; null without one. Its type is
+   // private to the writer.
    const RouteReactors& route() const { return route_; }
    const MoxRoute* route( const RouteKey& key ) const;
 
    void handleInitialized();
-   // Begins a new, empty change set.
+   // Starts a new, empty change set.
    void handleChangeSet();
-   // One slice. The clock watcher calls it when its time comes.
+   // Runs one slice. The clock watcher calls it when its time comes.
    void doReview();
-   // Schedules a review if something is marked, none is pending, and both this and
-   // the model are initialized.
+   // Schedules a review if something is marked, none is pending, and both this
+   // writer and the model are initialized.
    void doMaybeUpdateReviewTimer();
 
  protected:
@@ -125,7 +125,7 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
    Mox::Ptr<RouteChangeSet> reviewChangeSet_;
    std::optional<Mox::ReviewTimer> reviewTimer_;
    RouteReactors route_;
-   // Waiting for room in their table.
+   // Records waiting for room in their table.
    std::unordered_set<RouteKey> refusedRoutes_;
    std::unordered_set<RouteIntfKey> refusedRouteIntfs_;
    Writes routeWrites_, routeIntfWrites_;

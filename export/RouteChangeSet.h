@@ -1,5 +1,5 @@
-// The keys that have changed since the last review. Observers hear of each key that
-// is newly marked or unmarked; marking a marked key again is silent.
+// The keys that have changed since the last review. Observers are notified of each
+// newly marked or unmarked key; marking a marked key again is silent.
 #pragma once
 
 #include <unordered_map>
@@ -25,7 +25,7 @@ class PIMSM_API RouteChangeSet : public Mox::Entity {
 
    bool empty() const { return route().empty() && routeIntf().empty(); }
 
-   // Tells the observers of a key, marked or not.
+   // Notifies the observers of a key, marked or not.
    void routeNotify( const RouteKey& key );
    void routeIntfNotify( const RouteIntfKey& key );
 

@@ -35,27 +35,27 @@ class PIMSM_API Status : public ::MoxBrane::MountedEntity {
  public:
    MOX_ENTITY( Status, PIMSM_BRANE_STATUS_ATTRIBUTES )
 
-   // Unmounted; use mountInDependencyOrder.
+   // Makes an unmounted entity; use mountInDependencyOrder.
    explicit Status( Mox::StringView name ) : MountedEntity( name ) {}
 
-   // Where the tables of a VRF are mounted. Another family than the two is fatal,
+   // Where the tables of a VRF are mounted. A family other than the two is fatal,
    // "Unsupported address family". Throws RangeError for a VRF name that cannot be
    // part of a path: empty, ".", "..", or with a slash or NUL.
    static Mox::String mountPath( Vantu::AddressFamily family,
                                  const L3::VrfName& vrf );
 
    // Finds or creates the entity at the path and initialises its tables for the
-   // role. As writer: route, routeIntf, routeCounter, sized by the model's limits,
-   // so that a route's table is there before that of its interfaces. REQUIRES:
-   // status. In another role: the reverse order, nothing when the manager's
-   // attachSuspended is set; status is not used. Throws what
-   // CollectionControl::initialize does.
+   // role. As writer: route, routeIntf, routeCounter, sized by the model's limits;
+   // the route table comes before that of its interfaces. REQUIRES: status. In
+   // another role: in reverse order, without status; nothing happens while the
+   // manager's attachSuspended is set. Throws the exceptions of
+   // CollectionControl::initialize.
    static Mox::Ptr<Status> mountInDependencyOrder(
       Corvex::EntityManager& manager, Mox::StringView path,
       ::Brane::TableRole tableRole,
       const Mox::Ptr<const SparseMode::Status>& status );
 
-   // Counts of routes as the counting process published them; 0 while it has not.
+   // Counts of routes from the counting process; 0 until it publishes them.
    uint32_t unresolvedRoutes() const { return counted( unresolved ); }
    uint32_t toBeDeletedRoutes() const { return counted( toBeDeleted ); }
    uint32_t switchingRoutes() const { return counted( switching ); }

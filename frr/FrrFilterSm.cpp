@@ -9,12 +9,12 @@ MOX_TRACE_FACILITY( facility, "Pimsm::FrrFilterSm" )
 
 MOX_ENTITY_TYPE( FrrFilterSm, PIMSM_FRR_FILTER_SM_ATTRIBUTES )
 
-// How the traces of a handler begin.
+// The beginning of a handler's traces.
 #define FRR_HANDLER( signature ) \
    "void Routing::Pim::SparseMode::FrrFilterSm::" signature
 
-// Any of these may be destroyed inside its own call: each does its work last, or
-// goes on without itself.
+// Any of these may be destroyed inside its own call. So each does its work last, or
+// does not use itself afterwards.
 class FrrFilterSm::MoxConfig : public Config::NotifieeConst {
  public:
    explicit MoxConfig( FrrFilterSm& sm ) : sm_( sm ) {
@@ -131,7 +131,7 @@ void FrrFilterSm::handleInitialized() {
    handleFrrFilter();
 }
 
-// Deliberately bumps again after the rebuild has: readers rely on "changed" alone.
+// Deliberately counts again after the rebuild: readers rely on any change at all.
 void FrrFilterSm::handleFrrFilter() {
    MOX_TRACE( facility, 8, FRR_HANDLER( "handleFrrFilter()" ) );
    if ( aclIpConfig() != nullptr ) {
@@ -161,7 +161,7 @@ void FrrFilterSm::handleAllRules( const Acl::AclConfig* aclConfig ) {
       MOX_TRACE( facility, 8, "handleAllRules not initialized " );
       return;
    }
-   // Absent only where somebody has taken it away.
+   // Absent only when another owner has removed it.
    TrieGen* trie = frrFilterStatus()->trie();
    if ( trie != nullptr ) clearTrie( *trie, facility );
    if ( aclConfig == nullptr || aclConfig->currCfg() == nullptr ) {

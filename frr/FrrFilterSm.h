@@ -6,8 +6,8 @@
 //            step a rebuild, and deliberately one more when frrFilter changes
 //   ignores  lists that frrFilter does not name (traced)
 //
-// Without a list, or with one that has no rules yet, no group is enabled.
-// Holds references to what it was given. Observers of changeCount may let go of it,
+// Without a list, or with one that has no rules yet, no group is enabled. Holds
+// references to its arguments. Observers of changeCount may release this reactor,
 // and change the configuration. Event-loop thread only.
 #pragma once
 
@@ -47,7 +47,7 @@ class PIMSM_API FrrFilterSm : public Mox::Entity {
    // The watched lists by name; null when the list is not watched.
    const AclConfigReactors& aclConfig() const { return aclConfig_; }
    const MoxAclConfig* aclConfig( const Mox::String& name ) const;
-   // Begins to watch the list, in place of another of that name. Null is fatal.
+   // Watches the list, in place of a former one of that name. Null is fatal.
    void aclConfigIs( const Acl::AclConfig* list );
    void aclConfigDel( const Mox::String& name );
    void aclConfigDelAll();

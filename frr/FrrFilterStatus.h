@@ -1,7 +1,7 @@
-// For which groups of one address family multicast fast reroute is enabled.
+// The groups of one address family with multicast fast reroute enabled.
 //
-// FrrFilterSm fills the trie. Observers of changeCount hear that answers may have
-// changed; by how much it grows says nothing. Event-loop thread only.
+// FrrFilterSm fills the trie. A change of changeCount means that answers may have
+// changed; its amount means nothing. Event-loop thread only.
 #pragma once
 
 #include "platform/trie/TrieGen.h"
@@ -28,8 +28,9 @@ class PIMSM_API FrrFilterStatus : public Mox::Entity {
 
    void handleInitialized();
 
-   // Does a loaded prefix cover the group's? Deliberately whatever the source, which
-   // is only traced. False for the default prefix and one of the other family.
+   // Does a loaded prefix cover the group's? Deliberately regardless of the source,
+   // which is only traced. False for the default prefix and one of the other
+   // family.
    bool frrEnabled( const Vantu::IpGenPrefix& srcPrefix,
                     const Vantu::IpGenPrefix& grpPrefix ) const;
 

@@ -32,7 +32,8 @@ struct MetricText {
       begin = blank;
       ++matches;
       if ( !Mox::acceptLiteral( begin, end, " [" ) || !digit( begin, end ) ) return;
-      // One that fits no word keeps the initial value, which is beyond the limit.
+      // A preference that fits no word keeps the initial value, which exceeds the
+      // limit.
       begin = std::from_chars( begin, end, preference ).ptr;
       ++matches;
       if ( !Mox::acceptLiteral( begin, end, "/" ) || !digit( begin, end ) ) return;

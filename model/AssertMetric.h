@@ -8,7 +8,7 @@
 
 namespace Routing::Pim::SparseMode {
 
-// How good a router's path to the source or RP is; the better one forwards (RFC
+// The quality of a router's path to the source or RP; the better one forwards (RFC
 // 7761, 4.6.3). The default is the infinite metric, which no router can have.
 //
 // Text: "[S] 10.1.1.2 [110/20]", R instead of S on the shared tree. Reading accepts
@@ -28,8 +28,8 @@ struct PIMSM_API AssertMetric {
    // Is this the infinite metric?
    bool operator!() const { return *this == AssertMetric(); }
 
-   // Is this one better? The first difference decides: a clear RPT bit, the lower
-   // preference, the lower metric, the higher address.
+   // Is this metric better? The first difference decides: a clear RPT bit, the
+   // lower preference, the lower metric, the higher address.
    bool operator<( const AssertMetric& other ) const;
 };
 
@@ -38,8 +38,8 @@ PIMSM_API void sequenceToValue( Mox::StringIter& begin, Mox::StringIter end,
                                 AssertMetric& out );
 MOX_STREAM_TEXT( AssertMetric )
 
-// Has the text all four items, so that reading it asserts nothing? Throws RangeError for
-// a metric beyond 32 bits.
+// Has the text all four items, so that reading it cannot assert? Throws RangeError
+// for a metric beyond 32 bits.
 PIMSM_API bool hasMetricItems( Mox::StringView text );
 
 // clang-format off
@@ -54,7 +54,7 @@ PIMSM_API bool hasMetricItems( Mox::StringView text );
 MOX_ENUM( AssertState, PIMSM_ASSERT_STATES )
 MOX_ENUM_TEXT( AssertState, PIMSM_ASSERT_STATES )
 
-// Throw RangeError on an unknown number or name.
+// Both throw RangeError on an unknown number or name.
 PIMSM_API AssertState AssertStateInstance( uint32_t number );
 PIMSM_API AssertState AssertStateInstance( const Mox::String& name );
 

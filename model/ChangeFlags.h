@@ -1,5 +1,5 @@
-// What changed on a route, or on one of its interfaces, since its last review.
-// The model stores these words; the protocol engines set and clear their bits.
+// The changes of a route, or of one of its interfaces, since its last review. The
+// model stores these words; the protocol engines set and clear their bits.
 #pragma once
 
 #include "platform/base/Flags.h"
@@ -42,7 +42,7 @@ MOX_FLAGS( ChangeFlags, "Routing::Pim::SparseMode::", PIMSM_CHANGE_FLAGS )
 MOX_FLAGS( IntfChangeFlags, "Routing::Pim::SparseMode::", PIMSM_INTF_CHANGE_FLAGS )
 
 // Compact forms for traces: the letters of the set flags in bit order, "0" for an
-// empty word. Deliberately, Z comes last in a route's, after C.
+// empty word. Deliberately, a route's Z comes last, after C.
 PIMSM_API std::ostream& operator<<( std::ostream& stream,
                                     const ChangeFlags* flags );
 PIMSM_API std::ostream& operator<<( std::ostream& stream,

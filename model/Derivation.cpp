@@ -21,7 +21,7 @@ Texts otherNames( Enum stored ) {
    return others;
 }
 
-// Texts of those values that differ from `stored`.
+// The texts of those values that differ from `stored`.
 template <class T>
 Texts others( const T& stored, const std::vector<T>& values ) {
    Texts texts;
@@ -33,7 +33,7 @@ Texts others( const T& stored, const std::vector<T>& values ) {
    return texts;
 }
 
-// The address that is preferred to every other of its family.
+// The address that wins against every other of its family.
 Vantu::IpGenAddr highest( Vantu::AddressFamily family ) {
    std::array<uint8_t, Vantu::IpGenAddr::maxBytes> bytes;
    bytes.fill( 0xff );
@@ -101,8 +101,8 @@ namespace {
 
 using Detail::answerText;
 
-// The macros that are asked about an interface, ASK( rules, name, arguments ). SG:
-// they assert that the route is an (S,G) one.
+// The macros about an interface, ASK( rules, name, arguments ). The SG macros
+// assert that the route is an (S,G) one.
 // clang-format off
 #define PIMSM_INTF_MACROS( WC, SG ) \
    WC( IntfRules, myIp, ) WC( IntfRules, iAmDr, ) \

@@ -1,15 +1,15 @@
-// How a protocol macro comes to its answer, for tools that explain it.
+// The steps by which a protocol macro gets its answer, for tools that explain it.
 //
 //    Derivation why = derive( *intf, "inheritedOlistSg" );
 //    for ( const MacroFlip& flip : flipsOf( *intf, "inheritedOlistSg" ) ) ...
 //
-// The rules that run are those of the macros themselves, so that the two cannot
-// disagree; but every step of a rule is evaluated and told, those behind the deciding
-// one too. Nothing is changed and nothing is traced. Event-loop thread only.
+// The macros' own rules run, so that explanation and macro cannot disagree. Every
+// step of a rule is evaluated and reported, also those behind the deciding one.
+// Nothing is changed and nothing is traced. Event-loop thread only.
 //
-// All functions throw NameError for a macro that is not in intfMacroNames() or
-// routeMacroNames(), and
-// RangeError where an (S,G) macro is asked about a wildCard route that it asserts.
+// All functions throw NameError for a macro that is neither in intfMacroNames() nor
+// in routeMacroNames(), and RangeError for an (S,G) macro of a wildCard route where
+// the macro asserts.
 #pragma once
 
 #include <span>
@@ -21,10 +21,10 @@
 namespace Routing::Pim::SparseMode {
 
 // A field that a rule reads, or a neighbour that may be absent: "wc", "wcIntf",
-// "pimIntf", "umh", "umhFrr", whose value says whether it is there.
+// "pimIntf", "umh", "umhFrr". A neighbour's value says whether it is there.
 struct MacroInput {
-   RouteKey route;        // whose; the default key: the PIM interface itself
-   Vantu::IntfId intfId;  // empty: the route itself
+   RouteKey route;        // the field's owner; the default key: the PIM interface
+   Vantu::IntfId intfId;  // empty: the field is the route's
    Mox::String field;     // "joinState", "spTree", ...
    Mox::String value;     // in the field's text form
 
@@ -34,12 +34,12 @@ struct MacroInput {
 struct Derivation;
 
 // One step of a rule: if the condition is as wanted, the outcome is the answer. The
-// last step of a rule has no condition, and where a rule only looks at fields no
-// words. "w" is the record of the same interface in the (*,G) route.
+// last step has no condition. A rule that only reads fields has no words. "w" is
+// the record of the same interface in the (*,G) route.
 struct MacroStep {
    Mox::String condition;  // in the rule's words: "localReceiverInclude"
    bool wanted = true;     // false: the step decides unless the condition holds
-   bool holds = true;      // the condition
+   bool holds = true;      // does the condition hold?
    Mox::String outcome;    // in the rule's words: "false", "iAmDr"
    Mox::String value;      // the outcome as text; empty where it was not needed
    bool decides = false;   // the first step whose condition is as wanted
@@ -50,32 +50,32 @@ struct MacroStep {
 // A macro's answer with the steps that led to it.
 struct Derivation {
    Mox::String macro;
-   RouteKey route;        // about what it was asked
-   Vantu::IntfId intfId;  // empty: about the route
+   RouteKey route;        // the route in question
+   Vantu::IntfId intfId;  // the interface in question; empty: the route
    Mox::String value;     // the answer as text: "true", "[S] 192.0.2.2 [110/20]"
    std::vector<MacroStep> steps;
    std::vector<MacroInput> inputs;  // read by this rule itself, each once
 };
 
-// What those macros are given that take an argument.
+// The arguments of the macros that take any.
 struct MacroArguments {
    AssertMetric received;                              // of an assert message
    const IntfCollection* fastFailoverIntfs = nullptr;  // null: an empty one
 };
 
-// One input whose change alone changes the answer.
+// A single input change that changes the answer.
 struct MacroFlip {
-   MacroInput input;    // as it is
-   Mox::String value;   // what it would have to be
-   Mox::String answer;  // the macro's then
+   MacroInput input;    // as it is now
+   Mox::String value;   // the changed value
+   Mox::String answer;  // the macro's answer then
 };
 
 PIMSM_API const std::vector<Mox::StringView>& intfMacroNames();
 PIMSM_API const std::vector<Mox::StringView>& routeMacroNames();
 
-// The derivation; with `replaced`, as if that input had its value. An input that the
-// rules do not read changes nothing, and a neighbour can only be taken away. Throws
-// ParseError or RangeError when the value is none of the field's.
+// Derives the macro's answer; with `replaced`, as if that input had its value. An
+// input that the rules do not read changes nothing, and a neighbour can only be
+// removed. Throws ParseError or RangeError when the value does not fit the field.
 PIMSM_API Derivation derive( const Intf& intf, Mox::StringView macro,
                              const MacroArguments& arguments = {},
                              const MacroInput* replaced = nullptr );
@@ -83,14 +83,14 @@ PIMSM_API Derivation derive( const Route& route, Mox::StringView macro,
                              const MacroArguments& arguments = {},
                              const MacroInput* replaced = nullptr );
 
-// The answer as text if each of these had its value: inputs, or what macros of an
-// interface answer, whose name is then the field. What the rules ask neither of changes
-// nothing.
+// The answer as text if each of these had its value. `given` holds inputs, and
+// answers of an interface's macros under the macro's name as field. Entries that
+// the rules do not read change nothing.
 PIMSM_API Mox::String answerGiven( const Intf& intf, Mox::StringView macro,
                                    std::span<const MacroInput> given );
 
 // Every single change of an input that would change the answer, in the order in
-// which the rules read them. Tried are: the other value of a bool and of an
+// which the rules read them. It tries: the other values of a bool or an
 // enumeration; no winner, this router or a better one as the assert winner; no RPF,
 // that of the route's other tree, or this interface as RPF interface; no own
 // address; no neighbour.

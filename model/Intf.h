@@ -1,16 +1,16 @@
-// One downstream interface of one route: what the join, prune and assert machines
-// left behind, the local members there, and the protocol macros computed from it.
+// One downstream interface of one route: the state of the join, prune and assert
+// machines, the local members there, and the protocol macros computed from it.
 //
 // Created by Route::routeIntfIs and owned by Route::routeIntf; a removed record
 // lives while someone holds it. Event-loop thread only. Times are seconds on the
 // framework's clock; 0 = never.
 //
 // Macros are computed on every call and change nothing. A neighbour that is missing
-// (the route, its (*,G) route, the sibling record there, the PIM interface) reads as
-// false, as the empty interface, or as the unspecified address. Those that end in Wc
-// are for records of (*,G) routes, those in Sg and SgRpt for records of (S,G) routes.
-// Where one departs from RFC 7761, its rule in detail/ says so and why;
-// Derivation.h tells for each how it came to its answer.
+// (the route, its (*,G) route, the sibling record there, the PIM interface) reads
+// as false, as the empty interface, or as the unspecified address. Macros that end
+// in Wc are for records of (*,G) routes, those in Sg and SgRpt for records of (S,G)
+// routes. Where a macro departs from RFC 7761, its rule in detail/ says why;
+// Derivation.h explains each answer.
 #pragma once
 
 #include "model/AssertMetric.h"
@@ -91,7 +91,7 @@ class PIMSM_API Intf : public Mox::Entity {
    // Downstream (S,G,rpt) state (RFC 7761, 4.5.3).
    MOX_ENUM( RptState, PIMSM_RPT_STATES )
 
-   // Throw RangeError on an unknown number or name.
+   // Both throw RangeError on an unknown number or name.
    static JoinState JoinStateInstance( uint32_t number );
    static JoinState JoinStateInstance( const Mox::String& name );
    static RptState RptStateInstance( uint32_t number );
@@ -99,15 +99,15 @@ class PIMSM_API Intf : public Mox::Entity {
 
    MOX_ENTITY( Intf, PIMSM_INTF_ATTRIBUTES )
 
-   // Route::routeIntfIs makes it an interface of the route; one that is made here
-   // belongs to no collection, and loses its parent when that goes. `parentRoute` may be
-   // null.
+   // Route::routeIntfIs makes an interface of the route. An Intf made by this
+   // constructor belongs to no collection, and loses its parent when the parent
+   // goes. `parentRoute` may be null.
    Intf( Vantu::IntfId intfId, Route* parentRoute );
 
    const Vantu::IntfId& mapKey() const { return intfId_; }
 
-   // The stored change flags, to change bits in place; then call
-   // changeFlagsDoEmbeddedWriteConstraints(), which notifies unconditionally.
+   // The stored change flags, to change bits in place. Call
+   // changeFlagsDoEmbeddedWriteConstraints() afterwards, which always notifies.
    // changeFlags() is a copy.
    IntfChangeFlags& changeFlagsInPlace() { return changeFlags_; }
    void changeFlagsDoEmbeddedWriteConstraints();
@@ -116,8 +116,8 @@ class PIMSM_API Intf : public Mox::Entity {
 
    // The PIM interface of the VRF: address and DR status.
    const Routing::Pim::Intf* pimIntf() const;
-   // The record of the same interface in the route's (*,G) route; a (*,G) record's
-   // is itself.
+   // The record of the same interface in the route's (*,G) route. A (*,G) record
+   // returns itself.
    const Intf* wcIntf() const;
 
    // ---- state
@@ -127,9 +127,10 @@ class PIMSM_API Intf : public Mox::Entity {
       return assertInfo_.assertWinnerMetric.address;
    }
    Vantu::IpGenAddr myIp() const;
-   // Deliberately true without a PIM interface: it counts as DR, for its members.
+   // Deliberately true without a PIM interface: it counts as DR, so that its
+   // members are served.
    bool iAmDr() const;
-   // Joined or prune-pending, of (*,G) or (S,G) as the record's route is.
+   // Joined or prune-pending in the (*,G) or (S,G) machine of the record's route.
    bool joinsWc() const;
    bool joinsSg() const;
    // Always false: (*,*,RP) state is not kept.
@@ -141,7 +142,7 @@ class PIMSM_API Intf : public Mox::Entity {
    bool includeWc() const;
    bool includeSg() const;
    bool excludeSg() const;
-   // Deliberately without a look at DR and assert.
+   // Deliberately ignores DR and assert.
    bool includeSgFastFailover() const;
    bool immediateOlistWcRp() const;
    bool immediateOlistWc() const;
@@ -149,16 +150,17 @@ class PIMSM_API Intf : public Mox::Entity {
    bool inheritedOlistSgRpt() const;
    bool inheritedOlistSg() const;
 
-   // ---- what follows for forwarding (RFC 7761, 4.2)
+   // ---- the forwarding that follows (RFC 7761, 4.2)
 
-   // Is the interface in the list that the route's traffic follows now: immediate_olist(*,G)
-   // of a (*,G) route, inherited_olist(S,G) of one on the source tree, else
-   // inherited_olist(S,G,rpt)?
+   // Is the interface in the list that the route's traffic follows now? That is
+   // immediate_olist(*,G) of a (*,G) route, inherited_olist(S,G) of an (S,G) route
+   // on the source tree, and inherited_olist(S,G,rpt) otherwise.
    bool inOlist() const;
-   // What `forward` should be: inOlist(), but for the interface where the traffic comes in,
-   // Route::incomingIntf().
+   // The right value of `forward`: inOlist(), except for the traffic's own incoming
+   // interface, Route::incomingIntf().
    bool forwardDesired() const;
-   // What `fastForward` should be: the same by the fast-reroute path. False without one.
+   // The right value of `fastForward`: as above, by the fast-reroute path. False
+   // without one.
    bool fastForwardDesired() const;
 
    // ---- asserts (RFC 7761, 4.6)
@@ -166,7 +168,7 @@ class PIMSM_API Intf : public Mox::Entity {
    bool couldAssertWc() const;
    bool assertTrackingDesiredWc() const;
    // REQUIRES: a record of an (S,G) route; a wildCard one is a fatal assertion. The
-   // same goes for whatever asks couldAssertSg: myAssertMetricSg,
+   // same holds for the macros that use couldAssertSg: myAssertMetricSg,
    // isAcceptableAssertSg and isInferiorAssertSg.
    bool couldAssertSg() const;
    bool assertTrackingDesiredSg() const;
@@ -181,9 +183,10 @@ class PIMSM_API Intf : public Mox::Entity {
    AssertMetric myAssertMetricWc() const;
    AssertMetric myAssertMetricSg() const;
 
-   // A received metric: preferred to the winner's; acceptable, strictly better than
-   // the own; inferior to the own. The infinite one, an assert cancel, is neither
-   // preferred nor acceptable, and to an infinite own one none is inferior.
+   // A received metric is preferred when it beats the winner's, acceptable when it
+   // strictly beats the own, and inferior when the own beats it. The infinite
+   // metric, an assert cancel, is neither preferred nor acceptable. No metric is
+   // inferior to an infinite own one.
    bool isPreferredAssertWc( const AssertMetric& received ) const;
    bool isPreferredAssertSg( const AssertMetric& received ) const;
    bool isAcceptableAssertWc( const AssertMetric& received ) const;
@@ -197,7 +200,7 @@ class PIMSM_API Intf : public Mox::Entity {
  private:
    friend class Route;
 
-   // Of its parent's collection: what the public constructor adds is left out.
+   // Selects the constructor for a collection's member, which adds nothing else.
    struct ForCollection {};
    Intf( Vantu::IntfId intfId, Route* parentRoute, ForCollection )
       : intfId_( intfId ), parentRoute_( parentRoute ) {}
@@ -206,7 +209,7 @@ class PIMSM_API Intf : public Mox::Entity {
    bool stray_ = false;
 };
 
-// As new Intf(), its notifications on.
+// Makes an Intf with its notifications on.
 PIMSM_API Mox::Ptr<Intf> intfFactory( Vantu::IntfId intfId, Route* parentRoute );
 
 MOX_ENUM_TEXT( Intf::JoinState, PIMSM_JOIN_STATES )

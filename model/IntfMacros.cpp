@@ -1,5 +1,4 @@
-// The protocol macros of an interface record, asked plainly; their rules are in
-// detail/.
+// The protocol macros of an interface record, by their rules in detail/.
 
 #include "model/detail/RouteRules.h"
 

@@ -34,8 +34,8 @@ Route::~Route() {
    unbindUpstreams();
 }
 
-// All records forget the route before anyone hears of one: an observer may look at
-// the others, or let go of them.
+// All records forget the route before any observer is called: it may look at the
+// other records, or release them.
 void Route::unbindUpstreams() {
    const std::vector<UpstreamInfo*> members = upstreams_.members();
    const std::vector<Mox::Ptr<UpstreamInfo>> bound( members.begin(),
@@ -58,9 +58,9 @@ void Route::initFirstInactivityTime() {
    firstInactivityTimeIs( std::numeric_limits<double>::infinity() );
 }
 
-// Each view's mutator sets its bit of the word in turn; equality ends the circle.
-// The word is read afresh for each: an observer of one view may have written
-// another.
+// Each view's mutator sets its bit of the word in turn; equality ends the
+// recursion. The word is read anew for each view: an observer of one view may have
+// written another.
 void Route::handleRouteFlags() {
 #define PIMSM_SET_VIEW( X, name, Name, letter, initial, meaning ) \
    name##Is( routeFlags().name() );

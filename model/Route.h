@@ -6,10 +6,10 @@
 // its interfaces, notifying each. Event-loop thread only. Times are seconds on the
 // framework's clock.
 //
-// Whether a route is a (*,G) one is stated by its wildCard flag alone. Absent
-// neighbours read as defaults: no status or (*,G) route as null, no upstream record
-// as the default Rpf and the empty interface. The protocol macros are computed on
-// every call and change nothing; see Intf.h for what holds of them all.
+// The wildCard flag alone says whether a route is a (*,G) one. Absent neighbours
+// read as defaults: no status or (*,G) route as null, no upstream record as the
+// default Rpf and the empty interface. The protocol macros are computed on every
+// call and change nothing; Intf.h says what holds for all macros.
 #pragma once
 
 #include <limits>
@@ -26,9 +26,9 @@ namespace Routing::Pim::SparseMode {
 using RouteIntfMap = Mox::HashedMap<Vantu::IntfId, Intf>;
 
 // clang-format off
-// The route's flags: a bit of the word each, in this order, and a view of its own.
-// EACH( X, name, Name, letter, initial, meaning ); the letter's place in
-// routeFlagsString() is that function's own.
+// The route's flags: each has a bit of the word, in this order, and a view. EACH(
+// X, name, Name, letter, initial, meaning ). routeFlagsString() has its own order
+// of the letters.
 #define PIMSM_EACH_ROUTE_FLAG( EACH, X ) \
    EACH( X, rpTree,            RpTree,            'R', false, "on the RP tree" ) \
    EACH( X, wildCard,          WildCard,          'W', false, "a (*,G) route" ) \
@@ -122,7 +122,7 @@ class PIMSM_API Route : public Mox::Entity {
               "Routing::Pim::SparseMode::Route::", PIMSM_EXPIRED_FLAGS )
    MOX_ENUM( IifSwitchState, PIMSM_IIF_SWITCH_STATES )
 
-   // Throw RangeError on an unknown number or name.
+   // Both throw RangeError on an unknown number or name.
    static IifSwitchState IifSwitchStateInstance( uint32_t number );
    static IifSwitchState IifSwitchStateInstance( const Mox::String& name );
 
@@ -130,8 +130,9 @@ class PIMSM_API Route : public Mox::Entity {
    // change of a view notifies the word first, then the view.
    MOX_ENTITY( Route, PIMSM_ROUTE_ATTRIBUTES )
 
-   // Status::routeIs makes it a route of the VRF; one that is made here belongs to no
-   // collection, and loses its status when that goes. `status` may be null.
+   // Status::routeIs makes a route of the VRF. A Route made by this constructor
+   // belongs to no collection, and loses its status when the status goes. `status`
+   // may be null.
    Route( const RouteKey& key, Status* status );
 
    const RouteKey& mapKey() const { return key_; }
@@ -151,8 +152,8 @@ class PIMSM_API Route : public Mox::Entity {
       return iifSwitchState() == switchIifUpdated;
    }
 
-   // The (*,G) route of the same group in the same Status, looked up each time; a
-   // (*,G) route's is itself. Null when there is none, or no Status.
+   // The (*,G) route of the same group in the same Status, looked up each time. A
+   // (*,G) route returns itself. Null without such a route or a Status.
    Route* wc();
    const Route* wc() const;
 
@@ -161,37 +162,39 @@ class PIMSM_API Route : public Mox::Entity {
 
    // The interface's record under the given parent, created when absent. Throws
    // NameInUseError, and changes nothing, when it exists under another parent.
-   // routeIntfIs( intfId ) returns whatever is there, and creates with this parent.
+   // routeIntfIs( intfId ) returns an existing record whatever its parent, and
+   // otherwise creates it with this route as parent.
    Mox::Ptr<Intf> routeIntfIs( Vantu::IntfId intfId, Route* parentRoute );
 
-   // The stored change flags, to change bits in place; then call
-   // changeFlagsDoEmbeddedWriteConstraints(), which notifies unconditionally.
+   // The stored change flags, to change bits in place. Call
+   // changeFlagsDoEmbeddedWriteConstraints() afterwards, which always notifies.
    // changeFlags() is a copy.
    SparseMode::ChangeFlags& changeFlagsInPlace() { return changeFlags_; }
    void changeFlagsDoEmbeddedWriteConstraints();
 
-   // The reactions: the views follow the word; the word follows each view
-   // (handleRpTree() and so on). Nothing where they agree.
+   // The reactions: the views follow the word, and the word follows each view
+   // (handleRpTree() and so on). They do nothing where both agree.
    void handleRouteFlags();
    PIMSM_EACH_ROUTE_FLAG( PIMSM_ROUTE_FLAG_HANDLER, )
    // Makes umh and binds it. Runs for every new route, whatever `initialized` holds.
    void handleInitialized();
    void initFirstInactivityTime();
 
-   // Would `rpf` as fast-reroute path only repeat the main path? The absent RPF
-   // would not; one on the main incoming interface, or equal to umh's, would.
+   // Would `rpf` as fast-reroute path only repeat the main path? True on the main
+   // incoming interface, or when equal to umh's RPF; false for the absent RPF.
    bool isDuplicateRpf( const Routing::Pim::Rpf& rpf ) const;
 
    // Updates umhFrr; a duplicate clears it instead. Nothing without umhFrr.
    void doUpdateRpfFrr( const Routing::Pim::Rpf& rpf, bool attached );
 
-   // ---- outgoing lists that are empty (RFC 7761, 4.1.6)
+   // ---- empty outgoing lists (RFC 7761, 4.1.6)
 
    bool nullImmediateOlistWcRp() const;
    bool nullImmediateOlistWc() const;
    bool nullImmediateOlistSg() const;
-   // Those of an (S,G) route look at its (*,G) route too: an interface of which only
-   // that one holds a record is judged there, any other by the record here.
+   // On an (S,G) route these consider its (*,G) route too: an interface that only
+   // the (*,G) route has a record of is judged by that record, any other by this
+   // route's.
    bool nullInheritedOlistSg() const;
    bool nullInheritedOlistSgRpt() const;
 
@@ -207,24 +210,25 @@ class PIMSM_API Route : public Mox::Entity {
    // Is an (S,G) join wanted on the fast-reroute path, for these interfaces?
    bool joinDesiredSgFastFailover( const IntfCollection& fastFailoverIntfs ) const;
 
-   // ---- where the traffic comes in (RFC 7761, 4.2)
+   // ---- the incoming interface (RFC 7761, 4.2)
 
-   // Does it come along the (*,G) route's path? That of an (S,G) route does while the
-   // route is not on the source tree, unless the source is on a link of this router.
+   // Does the traffic come along the (*,G) route's path? For an (S,G) route it does
+   // while the route is not on the source tree, unless the source is on a link of
+   // this router.
    bool comesBySharedTree() const;
-   // The interface; empty where none is known, for "Null0" is no interface. A border
-   // router's interface counts before either path.
+   // The incoming interface; empty when it is unknown or "Null0". A border router's
+   // interface takes precedence over either path.
    Vantu::IntfId incomingIntf() const;
-   // The path that the traffic takes, and whether its end, the source or the RP, is on
-   // the link itself.
+   // The path that the traffic takes, and whether its end, the source or the RP, is
+   // directly connected.
    Routing::Pim::Rpf incomingRpf() const;
    bool incomingAttached() const;
 
-   // Single letters for what is set; see the order in the source. "E" stands for a
-   // route on no tree. While switching, "H" tells that data comes and has somewhere
-   // to go, "D" that the source tree has interfaces of its own.
+   // The letters of the set flags; the source gives their order. "E" stands for a
+   // route on no tree. While switching, "H" means that data comes and has an
+   // outgoing interface, "D" that the source tree has interfaces of its own.
    Mox::String routeFlagsString() const;
-   // "ALL,", "Register,", "Advertise," for what is set, commas included.
+   // "ALL,", "Register,", "Advertise," for the set flags, commas included.
    Mox::String expiredFlagsString() const;
 
  protected:
@@ -236,7 +240,7 @@ class PIMSM_API Route : public Mox::Entity {
    friend class Intf;
    friend class UpstreamInfo;
 
-   // Of a collection: what the public constructor adds is left out.
+   // Selects the constructor for a collection's member, which adds nothing else.
    struct ForCollection {};
    Route( const RouteKey& key, Status* status, ForCollection );
    void viewChanged( RouteFlags::Bit bit, bool on );
@@ -249,10 +253,10 @@ class PIMSM_API Route : public Mox::Entity {
    void handleRouteIntfDel( Intf& removed );
    void unbindUpstreams();
 
-   // Whoever points back at this route from outside its collections.
+   // The interfaces that point back at this route from outside its collections.
    Mox::Strays<Intf> strayIntfs_;
    Mox::Strays<UpstreamInfo> upstreams_;
-   bool stray_ = false;  // among its Status's strays itself
+   bool stray_ = false;  // among its Status's strays
 };
 
 MOX_ENUM_TEXT( Route::IifSwitchState, PIMSM_IIF_SWITCH_STATES )
@@ -260,7 +264,7 @@ MOX_ENUM_TEXT( Route::IifSwitchState, PIMSM_IIF_SWITCH_STATES )
 // "(S, G), Flags: <letters>"; "null" for a null pointer.
 PIMSM_API std::ostream& operator<<( std::ostream& stream, const Route* route );
 
-// As new Route(), its notifications on.
+// Makes a Route with its notifications on.
 PIMSM_API Mox::Ptr<Route> routeFactory( const RouteKey& key, Status* status );
 
 }

@@ -1,4 +1,4 @@
-// The protocol macros of a route, asked plainly; their rules are in detail/.
+// The protocol macros of a route, by their rules in detail/.
 
 #include "model/detail/RouteRules.h"
 

@@ -6,7 +6,7 @@
 
 namespace Routing::Pim::SparseMode {
 
-// The order is the form's own, not that of the bits.
+// The form has its own order of letters, not that of the bits.
 Mox::String Route::routeFlagsString() const {
    Mox::String out;
    auto append = [&]( bool set, char letter ) {

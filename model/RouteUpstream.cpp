@@ -1,4 +1,4 @@
-// What a route answers from its upstream records, and its (*,G) route.
+// The parts of a route that its upstream records and its (*,G) route determine.
 
 #include "model/Route.h"
 #include "model/Status.h"
@@ -65,7 +65,7 @@ bool Route::isDuplicateRpf( const Routing::Pim::Rpf& candidate ) const {
 }
 
 void Route::doUpdateRpfFrr( const Routing::Pim::Rpf& wanted, bool attached ) {
-   // A copy: an observer may change what the reference shows.
+   // A copy: an observer may change the referenced RPF.
    const Routing::Pim::Rpf candidate = wanted;
    MOX_TRACE( defaultTraceFacility, 4,
               this << "doUpdateRpfFrr"

@@ -4,11 +4,9 @@
 // enforces nothing: deliberately, neither limit is consulted when routes or
 // interfaces are created, and the counters sgRoutes and wcRoutes are kept by the
 // reader of the exported tables alone. Event-loop thread only.
-//
 // Teardown: all routes, then all sources are removed, each notified, then observers
-// are dropped. Reactors hold counted references to what they were given, so they go
-// before their Status can. A route that somebody still holds loses its back
-// pointer.
+// are dropped. Reactors hold counted references to their arguments, so a Status
+// outlives its reactors. A route that is still held loses its back pointer.
 #pragma once
 
 #include "model/Route.h"

@@ -44,7 +44,7 @@ void UpstreamInfo::announceRoute() {
    MOX_NOTIFY( Route );
 }
 
-// The rule's; see detail/RouteRules.h.
+// The rule is in detail/RouteRules.h.
 Vantu::IntfId UpstreamInfo::iif() const {
    if ( route() == nullptr ) return orNull0( {} );
    return orNull0(
@@ -68,7 +68,8 @@ void UpstreamInfo::doUpdateRpf( const Routing::Pim::Rpf& next ) {
               "doUpdateRpf"
                  << " current RPF: " << rpf() << " new RPF: " << next
                  << " (MoFrr: " << int( frr() ) << ")" );
-   // Pinned, and copies: an observer of prevRpf may change what the references show.
+   // Pinned, and with copies: an observer of prevRpf may change the referenced
+   // values.
    Mox::Pin pin( this );
    const Routing::Pim::Rpf wanted = next;
    prevRpfIs( Routing::Pim::Rpf( rpf() ) );

@@ -1,8 +1,8 @@
-// The upstream (RPF) state of a route: where its traffic comes in, from which
-// neighbour, and the upstream (S,G,rpt) state.
+// The upstream (RPF) state of a route: the incoming interface and neighbour of its
+// traffic, and the upstream (S,G,rpt) state.
 //
-// Owned by a Route, as its umh or umhFrr; whoever binds it sets `route`, which
-// turns null when that route goes. Event-loop thread only.
+// Owned by a Route, as its umh or umhFrr. Binding it sets `route`, which turns null
+// when that route goes. Event-loop thread only.
 #pragma once
 
 #include "model/Fwd.h"
@@ -64,7 +64,7 @@ class PIMSM_API UpstreamInfo : public Mox::Entity {
    friend class SparseMode::Route;
 
    void handleRoute();
-   // What routeIs( nullptr ) does, in two steps, for a route that is going.
+   // The two steps of routeIs( nullptr ), for a route that is going.
    void forgetRoute();
    void announceRoute();
 
@@ -72,7 +72,7 @@ class PIMSM_API UpstreamInfo : public Mox::Entity {
    SparseMode::Route* boundTo_ = nullptr;
 };
 
-// Bound to no route.
+// Makes a record bound to no route.
 PIMSM_API Mox::Ptr<UpstreamInfo> upstreamInfoFactory();
 
 }

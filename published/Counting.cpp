@@ -41,7 +41,7 @@ bool emptied( const Sm::IpAddrCollection* entry ) {
 
 }
 
-// A reader may have taken it away already.
+// A reader may have removed it already.
 void Counting::removeSource( const RouteKey& key ) {
    Mox::Ptr<Sm::Source> source = model_->source( key.source );
    if ( source != nullptr ) {

@@ -1,5 +1,4 @@
-// Counts how a model's state spreads over sources and groups, in the agent and in a
-// reader alike.
+// Counts the model's sources and groups, in the agent and in a reader alike.
 //
 //   watches  the model's routes
 //   writes   the model's sources with their groups, a (*,G) route under the
@@ -8,13 +7,13 @@
 //            histograms, through SgCountSm
 //   wakes    with each route that comes or goes, at once
 //
-// SgCountSm files a group only when a source comes or goes, and leaves what went in
-// entry 0. Here a group without a source stands in entry 0, and what has no route in
-// none.
+// SgCountSm files a group only when a source comes or goes, and leaves removed ones
+// in entry 0. Here entry 0 holds the groups without a source, and nothing without a
+// route is in any entry.
 //
-// In a reader it is made after RouteBraneReaderSm, which must see a route before its
-// source. Goes before the model's owner, and leaves the sources. Event-loop thread
-// only.
+// In a reader it is made after RouteBraneReaderSm, which must handle a route before
+// its source. Destroyed before the model's owner; the sources stay. Event-loop
+// thread only.
 #pragma once
 
 #include "count/SgCountSm.h"
@@ -23,7 +22,7 @@ namespace Published {
 
 class PIMSM_API Counting : public Routing::Pim::SparseMode::Status::NotifieeConst {
  public:
-   // Counts what is there. REQUIRES: not null.
+   // Counts the existing routes. REQUIRES: not null.
    explicit Counting( Mox::Ptr<Routing::Pim::SparseMode::Status> model );
 
    const Routing::Pim::SparseMode::SourceCount& sources() const {

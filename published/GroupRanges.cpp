@@ -21,7 +21,7 @@ std::optional<Mox::String> settingOf( const FamilyStatus& tables,
    return found.value.text();
 }
 
-// The lists by name; nothing where a rule is missing or they are no lists.
+// The lists by name; nothing when a rule is missing or they are no lists.
 std::optional<std::map<Mox::String, Acl::AclRules>> listsOf(
    const FamilyStatus& tables, const Mox::String& count ) {
    struct Rules {

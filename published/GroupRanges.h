@@ -1,5 +1,5 @@
-// What the agent's configuration, as published, says of groups: their RP, and which are
-// source-specific. A copy of the moment; event-loop thread only.
+// The group ranges of the agent's published configuration: the RPs, and the
+// source-specific groups. A copy of the moment; event-loop thread only.
 #pragma once
 
 #include <optional>
@@ -12,23 +12,23 @@ namespace Published {
 
 class PIMSM_API GroupRanges {
  public:
-   // The tables may be missing: then nothing is known.
+   // The tables may be missing: then all answers are unknown.
    GroupRanges( Vantu::AddressFamily family, const FamilyStatus& tables );
 
-   // The configured RP; nothing where there is none, or it is not known.
+   // The configured RP; nothing when there is none or it is unknown.
    std::optional<Vantu::IpGenAddr> rp( const Vantu::IpGenAddr& group ) const;
-   // Is it this router?
+   // Is this router the group's RP?
    bool ownRp( const Vantu::IpGenAddr& group ) const;
 
-   // Is the group source-specific (RFC 4607)? Nothing where it is not known.
+   // Is the group source-specific (RFC 4607)? Nothing when it is unknown.
    std::optional<bool> sourceSpecific( const Vantu::IpGenAddr& group ) const;
 
  private:
-   // Null: none.
+   // Null without an RP.
    const Rp* longest( const Vantu::IpGenAddr& group ) const;
 
    std::vector<Rp> rps_;
-   // Null where the lists are not known.
+   // Null when the lists are unknown.
    Mox::Ptr<Routing::Pim::SparseMode::Config> config_;
    Mox::Ptr<Routing::Pim::SparseMode::SsmGroupInfo> ssm_;
 };

@@ -1,5 +1,5 @@
-// The records of what the forwarding process publishes. Counters wrap around, and start
-// anew when the kernel's entry or interface does.
+// The records that the forwarding process publishes. Counters wrap around, and
+// restart when the kernel's entry or interface does.
 #pragma once
 
 #include "platform/pim/FlatForms.h"
@@ -32,8 +32,8 @@ namespace Published {
    FIELD( double,                     last,  0.0 ) /* s on CLOCK_MONOTONIC */
 // clang-format on
 
-// Why the kernel handed a packet up: no entry for it, or it came in by an interface
-// that the entry sends out of.
+// The reason why the kernel passed a packet up: it has no entry for it, or the
+// packet came in by an interface that the entry sends out of.
 MOX_ENUM( UpcallKind, PUBLISHED_UPCALL_KINDS )
 MOX_ENUM_TEXT( UpcallKind, PUBLISHED_UPCALL_KINDS )
 

@@ -7,7 +7,7 @@ namespace Published {
 
 namespace {
 
-// The kernel knows 32 a table.
+// The kernel allows 32 in a table.
 constexpr uint32_t kMaxVifs = 64;
 
 }

@@ -1,5 +1,5 @@
-// The tables in which the forwarding process publishes what the kernel tells of one VRF
-// and family: its interfaces, counters and upcalls. Event-loop thread only.
+// The tables in which the forwarding process publishes the kernel's state of one
+// VRF and family: interfaces, counters and upcalls. Event-loop thread only.
 #pragma once
 
 #include "platform/mount/EntityManager.h"
@@ -30,8 +30,8 @@ class PIMSM_API MfibStatus : public MoxBrane::MountedEntity {
 
    static Mox::String mountPath( Vantu::AddressFamily family,
                                  const L3::VrfName& vrf );
-   // `maxRoutes` counts for the writer only. Throws what
-   // CollectionControl::initialize does.
+   // `maxRoutes` is used by the writer only. Throws the exceptions of
+   // CollectionControl::initialize.
    static Mox::Ptr<MfibStatus> mount( Corvex::EntityManager& manager,
                                       Mox::StringView path, Brane::TableRole role,
                                       uint32_t maxRoutes = 0 );

@@ -19,7 +19,7 @@ void PimMirror::onInterface( const Vantu::IntfId& intfId ) {
       case Brane::lookupAbsent:
          pim_->intfDel( intfId );
          return;
-      default:  // being rewritten: there will be another notification
+      default:  // busy: another notification follows
          return;
    }
 }

@@ -1,9 +1,9 @@
 // Keeps the PIM interfaces of a mirrored model as the agent publishes them, so that
-// the protocol macros answer as they did in the agent.
+// the protocol macros answer as in the agent.
 //
 //   watches  table interface key by key
-//   writes   the model's pimStatus: null while the agent publishes no table, since
-//            nothing is known then
+//   writes   the model's pimStatus: null, for unknown, while the agent publishes no
+//            table
 //
 // Goes before the entities it was given. Event-loop thread only.
 #pragma once

@@ -12,7 +12,7 @@ MOX_TRACE_FACILITY( trace, "Pimsm::Published" )
 
 namespace {
 
-// What is refused, for want of room for one, keeps none of the others back.
+// One refused record, for want of room for instance, does not stop the others.
 template <class Table, class Change>
 void attempt( const Table& table, const Change& change ) {
    try {

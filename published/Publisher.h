@@ -1,5 +1,5 @@
-// Keeps published tables as the publishing process says: what has not changed is not
-// written again, what is not named any more goes.
+// Keeps published tables as the publishing process wants them: unchanged records
+// are not written again, records not named any more are removed.
 #pragma once
 
 #include <functional>
@@ -10,13 +10,13 @@
 
 namespace Published {
 
-// The tables whole, as they should be. What a former process left goes, too. A table
-// that is full keeps what is in it. Of two records of one key the first counts.
+// The whole tables as they should be. A former process's records go, too. A full
+// table keeps its records. Of two records of one key the first counts.
 PIMSM_API void publishInterfaces( FamilyStatus& tables,
                                   const std::vector<Interface>& all );
 PIMSM_API void publishNeighbors( FamilyStatus& tables,
                                  const std::vector<Neighbor>& all );
-// One record; where no timer runs it goes.
+// Publishes one record, or removes it when no timer runs.
 PIMSM_API void publishDownstream( FamilyStatus& tables, const Downstream& record );
 PIMSM_API void publishRps( FamilyStatus& tables, const std::vector<Rp>& all );
 PIMSM_API void publishAccessRules( FamilyStatus& tables,
@@ -32,9 +32,9 @@ class PIMSM_API CounterPublisher : public Mox::Clock::Notifiee {
 
    CounterPublisher( Mox::Clock& clock, Mox::Ptr<ProcessStatus> tables );
 
-   // Something may have been counted: publishes within the interval.
+   // Counters may have changed: publishes within the interval.
    void touch();
-   // At once.
+   // Publishes at once.
    void publish();
 
  private:

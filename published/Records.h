@@ -1,4 +1,4 @@
-// The records of what the agent publishes about itself.
+// The records that the agent publishes about itself.
 #pragma once
 
 #include "platform/acl/AclRules.h"
@@ -20,7 +20,7 @@ namespace Published {
    FIELD( Vantu::IpGenAddr, address, {} ) \
    FIELD( uint32_t,         unused,  0 ) /* keys are of whole 8 bytes */
 
-// What its last hello said; of an option that was not there the value is zero.
+// The content of a neighbour's last hello; a missing option has the value zero.
 #define PUBLISHED_NEIGHBOR( FIELD ) \
    FIELD( Published::NeighborKey, key,              {} ) \
    FIELD( bool,                   hasDrPriority,    false ) \
@@ -34,7 +34,7 @@ namespace Published {
    FIELD( uint32_t,               holdtime,         0 ) /* s; 65535: for ever */ \
    FIELD( double,                 until,            0.0 ) /* 0: not known */
 
-// The timers of an interface of a route, for the next agent. 0: it does not run.
+// The timers of an interface of a route, for the next agent. 0: not running.
 #define PUBLISHED_DOWNSTREAM( FIELD ) \
    FIELD( Routing::Pim::RouteIntfKey, key,               {} ) \
    FIELD( double,                     joinHoldtime,      0.0 ) /* s from lastJoinReceived on */ \

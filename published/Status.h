@@ -38,8 +38,8 @@ class PIMSM_API FamilyStatus : public MoxBrane::MountedEntity {
 
    static Mox::String mountPath( Vantu::AddressFamily family,
                                  const L3::VrfName& vrf );
-   // `routeIntfs`: how many interfaces of routes the writer has room for; a reader
-   // takes what it finds. Throws what CollectionControl::initialize does.
+   // `routeIntfs` is a writer's room for interfaces of routes; a reader takes the
+   // table as it is. Throws the exceptions of CollectionControl::initialize.
    static Mox::Ptr<FamilyStatus> mount( Corvex::EntityManager& manager,
                                         Mox::StringView path, Brane::TableRole role,
                                         uint32_t routeIntfs = 0 );

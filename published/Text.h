@@ -1,4 +1,4 @@
-// A text of bounded length, as a table's record can hold it.
+// A text of bounded length, for a table's record.
 #pragma once
 
 #include "platform/mount/Flat.h"
@@ -10,7 +10,7 @@ template <size_t size>
 class Text {
  public:
    Text() = default;
-   // Cut off where it is longer, or at a NUL: what is published is for people.
+   // Longer text is cut off, as is text after a NUL: it is for people only.
    explicit Text( Mox::StringView text )
       : text_( text.substr( 0, std::min( text.find( '\0' ), size - 1 ) ) ) {}
 

@@ -24,8 +24,8 @@ std::string directoryOf( Vantu::AddressFamily family ) {
    return any.substr( 0, any.size() - 2 );
 }
 
-// What a user may do who is refused: join the group of the nearest directory that he can
-// see. Where that is root's group, only root may look.
+// The advice to a user who is refused: join the group of the nearest visible
+// directory. Where that group is root's, only root may look.
 std::string remedy( std::filesystem::path path ) {
    struct stat status;
    while ( stat( path.c_str(), &status ) != 0 ) {
@@ -62,7 +62,8 @@ std::vector<L3::VrfName> vrfsUnder( const std::string& root,
 
 void removeTablesUnder( const std::string& directory ) {
    std::error_code ignored;
-   std::set<std::string> tables;  // each of several files: "route", "route.bell"
+   std::set<std::string>
+      tables;  // tables have several files: "route", "route.bell"
    for ( const auto& entry :
          std::filesystem::directory_iterator( directory, ignored ) )
       tables.insert( entry.path().parent_path() / entry.path().stem() );

@@ -1,4 +1,4 @@
-// The VRFs that have tables, as the files say.
+// The VRFs that have tables, by their files.
 #pragma once
 
 #include <string>
@@ -10,19 +10,19 @@
 
 namespace Published {
 
-// A directory may not be read; the text says what to do.
+// A directory may not be read; the text holds the remedy.
 class PIMSM_API UnreadableDirectoryError : public Mox::Error {
  public:
    using Error::Error;
 };
 
-// The VRFs whose route table stands under the root, in no order. Throws
-// UnreadableDirectoryError where the directory may not be read.
+// The VRFs with a route table under the root, in no order. Throws
+// UnreadableDirectoryError when the directory may not be read.
 PIMSM_API std::vector<L3::VrfName> vrfsUnder( const std::string& root,
                                               Vantu::AddressFamily family );
 
-// Removes the tables in a directory that have no writer, and the directory when it is
-// empty then. What cannot be removed stays.
+// Removes the tables in a directory that have no writer, then the directory if it
+// is empty. Files that cannot be removed stay.
 PIMSM_API void removeTablesUnder( const std::string& directory );
 
 }

@@ -1,7 +1,7 @@
 // An (S,G) that this router advertises to other RPs: element of AdvertisedSgStatus.
 //
-// The table's key is `key` alone; ordering, equality and hash deliberately take in
-// all three fields.
+// The table's key is `key` alone; ordering, equality and hash deliberately use all
+// three fields.
 #pragma once
 
 #include "platform/pim/RouteKey.h"
@@ -19,9 +19,9 @@ struct PIMSM_API AdvertisedSg {
    PIMSM_ADVERTISED_SG( MOX_RECORD_FIELD )
 
    bool operator==( const AdvertisedSg& ) const = default;
-   // By key, then rp, then false before true.
+   // By key, then rp, then the flag, false first.
    bool operator<( const AdvertisedSg& other ) const;
-   // Equal to one made by default.
+   // True for the default value.
    bool operator!() const { return *this == AdvertisedSg(); }
    // The exclusive-or of the three addresses' hashes and the flag.
    size_t hash() const;

@@ -1,7 +1,7 @@
 // The (S,G) routes of one VRF and address family that the agent advertises to other
 // RPs, as a table for other processes to read.
 //
-// As RegisterStatus in all else: written by the agent, counted, torn down.
+// As RegisterStatus otherwise: written by the agent, counted, torn down.
 #pragma once
 
 #include <memory>
@@ -33,15 +33,16 @@ class PIMSM_API AdvertisedSgStatus : public ::MoxBrane::MountedEntity {
    static Mox::String mountPath( Vantu::AddressFamily family,
                                  const L3::VrfName& vrf );
 
-   // Records that the table can hold: one for each of the model's routes.
+   // The number of records that the table can hold: one for each of the model's
+   // routes.
    static uint32_t capacityFor( const Status& status ) {
       return status.maxRoutes();
    }
 
    // Finds or creates the entity at the path and initialises its table for the
-   // role; a reader's capacity is not used, and nothing is mounted for it while the
-   // manager's attachSuspended is set. Throws what CollectionControl::initialize
-   // does.
+   // role. A reader's capacity is not used, and it mounts nothing while the
+   // manager's attachSuspended is set. Throws the exceptions of
+   // CollectionControl::initialize.
    static Mox::Ptr<AdvertisedSgStatus> mount( Corvex::EntityManager& manager,
                                               Mox::StringView path,
                                               ::Brane::TableRole role,

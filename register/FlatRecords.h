@@ -1,4 +1,4 @@
-// How the register tables' values lie in their records.
+// The flat forms of the register tables' values.
 #pragma once
 
 #include "platform/pim/FlatForms.h"

@@ -1,7 +1,7 @@
 // The key of an (S,G) route as a table's whole record: element of the four tables
 // of RegisterStatus.
 //
-// Its text form is deliberately that of its key, with nothing around it.
+// Its text form is deliberately the bare form of its key.
 #pragma once
 
 #include "platform/pim/RouteKey.h"
@@ -23,7 +23,7 @@ struct PIMSM_API InternalRouteKey {
    InternalRouteKey( Mox::StringIter& begin, Mox::StringIter end );
 
    bool operator==( const InternalRouteKey& ) const = default;
-   // Empty: both addresses unspecified IPv4, as made by default.
+   // True for the default key: both addresses unspecified IPv4.
    bool operator!() const { return *this == InternalRouteKey(); }
 };
 

@@ -1,13 +1,13 @@
 // The register state of one VRF and address family: four tables of (S,G) keys, for
 // other processes to read without asking the agent.
 //
-// The agent mounts them as writer and decides what stands in them; nothing here
-// does. The mutators count their calls in event counters named after them, of the
-// entity's name (platform/mount/TableAttribute.h). Observers hear local writes at
-// once, other processes' from the loop. Event-loop thread only.
+// The agent mounts them as writer and alone decides on their content. The mutators
+// count their calls in event counters of their own names under the entity's name
+// (platform/mount/TableAttribute.h). Observers hear local writes at once, other
+// processes' from the loop. Event-loop thread only.
 //
 // When the last reference goes, the tables' controls lose their entity, in row
-// order, so that whoever holds one has a handle that does nothing.
+// order, so that a handle still held does nothing.
 #pragma once
 
 #include <memory>
@@ -21,7 +21,7 @@ namespace Routing::Pim::SparseMode {
 
 using InternalRouteKeyTable = ::MoxBrane::Table<InternalRouteKey>;
 
-// The rows' order is that of the event counters and of the teardown.
+// The row order is the order of the event counters and of the teardown.
 // clang-format off
 #define PIMSM_REGISTER_STATUS_ATTRIBUTES( A ) \
    A( CountedTable, anycastDiscoveredSg, AnycastDiscoveredSg, InternalRouteKeyTable, , "learned from an anycast-RP peer" ) \
@@ -30,7 +30,7 @@ using InternalRouteKeyTable = ::MoxBrane::Table<InternalRouteKey>;
    A( CountedTable, registerOif,         RegisterOif,         InternalRouteKeyTable, , "olist with the register interface" )
 // clang-format on
 
-// Records that each table can hold, as a writer mounts it.
+// The numbers of records that a writer's tables can hold.
 struct PIMSM_API RegisterCapacities {
    RegisterCapacities() = default;
    // Room for each of the model's routes.
@@ -48,7 +48,7 @@ class PIMSM_API RegisterStatus : public ::MoxBrane::MountedEntity {
  public:
    MOX_ENTITY( RegisterStatus, PIMSM_REGISTER_STATUS_ATTRIBUTES )
 
-   // Unmounted; use mount().
+   // Makes an unmounted entity; use mount().
    explicit RegisterStatus( Mox::StringView name );
 
    // Where the tables of a VRF are mounted; fails as MoxBrane::vrfPath().
@@ -56,9 +56,9 @@ class PIMSM_API RegisterStatus : public ::MoxBrane::MountedEntity {
                                  const L3::VrfName& vrf );
 
    // Finds or creates the entity at the path and initialises its tables for the
-   // role; a reader's capacities are not used, and nothing is mounted for it while
-   // the manager's attachSuspended is set. Throws what
-   // CollectionControl::initialize does.
+   // role. A reader's capacities are not used, and it mounts nothing while the
+   // manager's attachSuspended is set. Throws the exceptions of
+   // CollectionControl::initialize.
    static Mox::Ptr<RegisterStatus> mount(
       Corvex::EntityManager& manager, Mox::StringView path, ::Brane::TableRole role,
       const RegisterCapacities& capacities = {} );

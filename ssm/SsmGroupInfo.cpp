@@ -25,7 +25,7 @@ constexpr Mox::StringView kSsmGroup =
    "bool Routing::Pim::SparseMode::SsmGroupInfo::ssmGroup("
    "const Vantu::IpGenAddr&, const Config&) const";
 
-// How traces begin. The name's limit is checked here, and only here.
+// The beginning of traces. Only here is the name's limit checked.
 struct Vrf {
    const Config& config;
 };
@@ -87,7 +87,7 @@ bool SsmGroupInfo::ssmGroup( const Vantu::IpGenAddr& group,
          return false;
       }
    }
-   // Deliberately asked for the default range too; the trie is empty then.
+   // Deliberately asked for the default range too, when the trie is empty.
    if ( trie() == nullptr || Vantu::addressBits( group.family() ) == 0 )
       return false;
    if ( trie()->longestMatch( Vantu::IpGenPrefix( group ) ).isNone() ) return false;

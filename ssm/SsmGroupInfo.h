@@ -1,14 +1,14 @@
-// Which groups of one VRF and address family are source-specific (RFC 4607): these
-// must not get shared-tree state.
+// The source-specific groups of one VRF and address family (RFC 4607), which must
+// not get shared-tree state.
 //
-// SsmGroupSm fills the trie; the configuration says whether it counts:
+// SsmGroupSm fills the trie; the configuration says whether it is used:
 //
 //    ssmFilter          source-specific groups
 //    empty              232.0.0.0/8; ff3x::/32 (RFC 4607, 1)
 //    ".no-ssm-range"    none
 //    a list's name      what the list permits; none while there is no such list
 //
-// Observers of ssmConfigChanged hear that answers may have changed. Event-loop
+// Notifications of ssmConfigChanged mean that answers may have changed. Event-loop
 // thread only.
 #pragma once
 
@@ -51,7 +51,7 @@ class PIMSM_API SsmGroupInfo : public Mox::Entity {
       return ssmGroup( group, *config );
    }
 
-   // Lets go of the trie; runs at the end, too.
+   // Releases the trie; the destructor does so, too.
    void doCleanup();
 
  protected:

@@ -9,8 +9,8 @@ MOX_TRACE_FACILITY( facility, "Pimsm::SsmGroupSm" )
 
 MOX_ENTITY_TYPE( SsmGroupSm, PIMSM_SSM_GROUP_SM_ATTRIBUTES )
 
-// Any of these may be destroyed inside its own call: each does its work last, or
-// goes on without itself.
+// Any of these may be destroyed inside its own call. So each does its work last, or
+// does not use itself afterwards.
 class SsmGroupSm::MoxConfig : public Config::NotifieeConst {
  public:
    explicit MoxConfig( SsmGroupSm& sm ) : sm_( sm ) {
@@ -91,7 +91,7 @@ const SsmGroupSm::MoxAclConfig* SsmGroupSm::aclConfig(
    return found == aclConfig_.end() ? nullptr : found->second.get();
 }
 
-// The quote at the end of the text is deliberately there.
+// Deliberately with the quote at the end of the text.
 void SsmGroupSm::aclConfigIs( const Acl::AclConfig* list ) {
    MOX_ASSERT_TEXT(
       list != nullptr,

@@ -6,8 +6,8 @@
 //            one step a rebuild and one when ssmFilter turns to ".no-ssm-range"
 //   ignores  lists that ssmFilter does not name (traced)
 //
-// Holds references to what it was given. Observers of ssmConfigChanged may let go of
-// it, and change the configuration. Event-loop thread only.
+// Holds references to its arguments. Observers of ssmConfigChanged may release this
+// reactor, and change the configuration. Event-loop thread only.
 #pragma once
 
 #include <map>
@@ -42,15 +42,15 @@ class PIMSM_API SsmGroupSm : public Mox::Entity {
    SsmGroupSm( ConfigPtr config, AclTypeConfigPtr aclIpConfig,
                SsmGroupInfoPtr ssmGroupInfo );
 
-   // Stop watching and let go; the range stays as it is. aclIpConfigDel() forgets
-   // the lists as well.
+   // Stop watching and release the configuration; the range stays as it is.
+   // aclIpConfigDel() forgets the lists as well.
    void configDel();
    void aclIpConfigDel();
 
    // The watched lists by name; null when the list is not watched.
    const AclConfigReactors& aclConfig() const { return aclConfig_; }
    const MoxAclConfig* aclConfig( const Mox::String& name ) const;
-   // Begins to watch the list, in place of another of that name. Null is fatal.
+   // Watches the list, in place of a former one of that name. Null is fatal.
    void aclConfigIs( const Acl::AclConfig* list );
    void aclConfigDel( const Mox::String& name );
    void aclConfigDelAll();

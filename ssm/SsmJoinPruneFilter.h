@@ -13,7 +13,7 @@ class PIMSM_API SsmJoinPruneFilter : public JoinPruneFilter {
                        Mox::Ptr<const SsmGroupInfo> ssmGroupInfo );
    ~SsmJoinPruneFilter() override;
 
-   // Throws what SsmGroupInfo::ssmGroup does.
+   // Throws the exceptions of SsmGroupInfo::ssmGroup.
    bool deny( const Vantu::IpGenAddr& group ) const override {
       return ssmGroupInfo_->ssmGroup( group, *config_ );
    }

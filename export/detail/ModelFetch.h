@@ -1,8 +1,8 @@
 // Fetches the part of a model that interface records are about to change.
 //
-// Tables hand out their records in order of a hash, so that each finds its route and
-// that route's interfaces in cold memory. Whoever knows the keys that come tells
-// them here in their order, some 32 before their turn. Each step is taken for
+// Tables hand out their records in order of a hash, so that each finds its route
+// and that route's interfaces in cold memory. A caller that knows the coming keys
+// names them here in their order, some 32 before their turn. Each step is done for
 // `kBatch` keys at once, since address translations overlap only where nothing else
 // is done between them. Changes nothing.
 #pragma once

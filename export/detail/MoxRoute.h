@@ -1,5 +1,5 @@
-// The writer's reactor on one model route: marks the keys that its changes touch.
-// Private to the writer; its owner's change set outlives it.
+// The writer's reactor on one model route: marks the keys that the route's changes
+// concern. Private to the writer; its owner's change set outlives it.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,7 @@ namespace Routing::Pim::SparseMode::Brane {
 
 class RouteBraneWriterSm::MoxRoute final : public SparseMode::Route::NotifieeConst {
  public:
-   // Marks the route and every interface that it has.
+   // Marks the route and all its interfaces.
    MoxRoute( RouteBraneWriterSm& writer, const SparseMode::Route& route )
       : writer_( writer ), key_( route.key() ), umh_( *this ), umhFrr_( *this ) {
       notifierIs( &route );
@@ -52,7 +52,7 @@ class RouteBraneWriterSm::MoxRoute final : public SparseMode::Route::NotifieeCon
    }
 
  private:
-   // Which of an upstream record's values count differs between umh and umhFrr.
+   // umh and umhFrr differ in the values whose changes are marked.
    class MoxUmhFrr : public UpstreamInfo::NotifieeConst {
     public:
       explicit MoxUmhFrr( MoxRoute& route ) : route_( route ) {}

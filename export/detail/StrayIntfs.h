@@ -1,9 +1,9 @@
-// Interface records whose route is not there yet.
+// Interface records whose route is missing.
 //
 // No order is promised between two tables: an interface's record may be seen before
 // its route's, and a route may go and come back while its interfaces' records stay.
-// Whoever mirrors the tables notes such records here and takes them up when the
-// route appears in the model.
+// A mirror notes such records here and takes them up when the route appears in the
+// model.
 #pragma once
 
 #include <unordered_map>
@@ -27,7 +27,7 @@ class StrayIntfs {
       }
    }
 
-   // The route has come: gives it what stands in the table for it.
+   // The route has come: takes up its interface records from the table.
    void adopt( SparseMode::Route& route ) {
       auto found = strays_.find( route.key() );
       if ( found == strays_.end() ) return;

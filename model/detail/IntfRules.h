@@ -1,5 +1,5 @@
-// The protocol macros that look at one interface record alone, as rules (see
-// Rule.h): membership and outgoing lists after RFC 7761, 4.1.6, asserts after 4.6.
+// The protocol macros of one interface record alone, as rules (see Rule.h):
+// membership and outgoing lists after RFC 7761, 4.1.6, asserts after 4.6.
 #pragma once
 
 #include "model/Status.h"
@@ -39,7 +39,7 @@ class IntfRules {
       RESULT( joinsWc() );
    }
 
-   // joins(*,*,RP) of RFC 4601; RFC 7761 has it no more, and its state is not kept.
+   // joins(*,*,RP) of RFC 4601. RFC 7761 has dropped it, and its state is not kept.
    Bool joinsWcRp() const {
       RULE( Bool );
       RESULT( false );
@@ -139,8 +139,8 @@ class IntfRules {
 
    // lost_assert(S,G,I) (4.6.5)
    //
-   // Deliberately, a route not joined upstream is not asked for its RPF interface,
-   // and has the infinite metric of its own: any foreign winner beats it.
+   // Deliberately, a route not joined upstream ignores its RPF interface and has an
+   // infinite own metric: any foreign winner beats it.
    Bool lostAssertSg() const {
       RULE( Bool );
       RULE_TRACE( "lostAssertSg" << intf_.intfId() );
@@ -156,16 +156,17 @@ class IntfRules {
 
    // spt_assert_metric(S,I) (4.6.3)
    //
-   // Deliberately infinite for a route not joined upstream: its path is not in use. And
-   // infinite without a path: whoever has one is the better forwarder.
+   // Deliberately infinite for a route not joined upstream, whose path is not in
+   // use. Also infinite without a path: any router with a path is the better
+   // forwarder.
    AssertMetric sptAssertMetric() const {
       RULE( AssertMetric );
       RESULT_IF( !upJoined() || noRpf(), AssertMetric() );
       RESULT( ( AssertMetric{ false, rpf().preference, rpf().metric, myIp() } ) );
    }
 
-   // rpt_assert_metric(G,I) (4.6.3), on the record of a (*,G) route; deliberately
-   // infinite without a path, as above
+   // rpt_assert_metric(G,I) (4.6.3), on the record of a (*,G) route. Deliberately
+   // infinite without a path, as above.
    AssertMetric rptAssertMetric() const {
       RULE( AssertMetric );
       RESULT_IF( noRpf(), AssertMetric() );
@@ -206,7 +207,7 @@ class IntfRules {
       RESULT( mine < received );
    }
 
-   // ---- what rules are made of
+   // ---- the parts of the rules
 
    Bool localReceiverInclude() const {
       RULE( Bool );
@@ -220,9 +221,9 @@ class IntfRules {
          q_.input( intf_, "localReceiverExclude", intf_.localReceiverExclude() ) );
    }
 
-   // Deliberately, an unspecified own address and no winner are equal: an interface
-   // without address counts as its own winner while there is none, so that its members
-   // are served whatever the DR role.
+   // Deliberately, an unspecified own address equals no winner: without a winner an
+   // interface without address counts as its own winner, so that its members are
+   // served whatever the DR role.
    Bool winnerIsMe() const {
       RULE( Bool );
       FACT( assertWinner() == myIp() );

@@ -1,5 +1,4 @@
-// Who asks a macro with an input replaced, and who records how it answers (see
-// Rule.h).
+// Evaluates a macro with an input replaced, or records its steps (see Rule.h).
 #pragma once
 
 #include <algorithm>
@@ -12,7 +11,7 @@
 
 namespace Routing::Pim::SparseMode::Detail {
 
-// Whose input it is, as MacroInput names it. A PIM interface is named by its id.
+// Names the input's owner as MacroInput does. A PIM interface is named by its id.
 inline MacroInput inputOf( const Intf& intf, const char* field ) {
    const Route* route = intf.parentRoute();
    return {
@@ -29,7 +28,7 @@ template <class T>
 T parsed( const Mox::String& text ) {
    return Mox::stringToValue<T>( text );
 }
-// The type's own reader takes an incomplete text for a broken contract.
+// The type's own parser asserts on an incomplete text.
 template <>
 inline AssertMetric parsed( const Mox::String& text ) {
    if ( !hasMetricItems( text ) )
@@ -37,7 +36,7 @@ inline AssertMetric parsed( const Mox::String& text ) {
    return Mox::stringToValue<AssertMetric>( text );
 }
 
-// Asks with some inputs replaced, or some answers.
+// Evaluates with some inputs or answers replaced.
 class Replacing {
  public:
    static constexpr bool records = false;
@@ -56,7 +55,7 @@ class Replacing {
       return other != nullptr ? parsed<T>( other->value ) : stored;
    }
 
-   // What the macro is said to answer; nothing where it is to be asked.
+   // The answer given for the macro; nothing where it is to be evaluated.
    template <class T, class Subject>
    std::optional<T> answer( const Subject& subject, const char* macro ) const {
       const MacroInput* given = replacement( subject, macro );
@@ -113,8 +112,8 @@ inline Mox::String answerText( FullBool value ) {
    return answerText( static_cast<bool>( value ) );
 }
 
-// What a field might be instead of `stored`, as texts; see flipsOf(). `asked` is the
-// interface about which the whole question is; empty: it is about a route.
+// The values that a field might have instead of `stored`, as texts; see flipsOf().
+// `asked` is the interface of the whole question; empty when it is about a route.
 using Texts = std::vector<Mox::String>;
 Texts alternatives( const Intf& subject, Intf::JoinState stored,
                     Vantu::IntfId asked );
@@ -136,25 +135,25 @@ Texts alternatives( const Subject&, bool stored, Vantu::IntfId ) {
    return { answerText( !stored ) };
 }
 
-// A step's source text without what only the compiler needs.
+// A step's source text without the parts that only the compiler needs.
 Mox::String words( Mox::StringView source );
 
-// What is being recorded.
+// The state of one recording.
 struct Record {
    struct Read {
       MacroInput input;
       Texts alternatives;
    };
 
-   Vantu::IntfId asked;  // about which interface; empty: about a route
+   Vantu::IntfId asked;  // the interface in question; empty: a route
 
-   // Where the next finished derivation goes, and where inputs are noted; null:
-   // outside of any rule.
+   // The list for the next finished derivation, and the open one, which takes
+   // inputs. Null outside of any rule.
    std::vector<Derivation>* finished = nullptr;
    Derivation* open = nullptr;
 
    std::vector<Derivation> roots;
-   std::vector<Read> inputs;  // all that were read, each once, in order
+   std::vector<Read> inputs;  // all inputs read, each once, in order
    std::set<std::tuple<RouteKey, Vantu::IntfId, Mox::StringView>> known;
 };
 
@@ -224,7 +223,7 @@ class RecordedRule {
    std::optional<T> answer_;
 };
 
-// Asks and records; also with one input replaced.
+// Evaluates and records; also with one input replaced.
 class Recording {
  public:
    static constexpr bool records = true;

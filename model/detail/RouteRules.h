@@ -82,8 +82,8 @@ class RouteRules {
       RESULT( !nullImmediateOlistWcRp() );
    }
 
-   // JoinDesired(*,G) (RFC 7761, 4.5.4). Deliberately false for a route whose
-   // upstream record was removed: there is nobody to join towards.
+   // JoinDesired(*,G) (RFC 7761, 4.5.4). Deliberately false when the route's
+   // upstream record was removed: there is no neighbour to join.
    Bool joinDesiredWc() const {
       RULE( Bool );
       FALSE_UNLESS( hasUmh() );
@@ -110,7 +110,7 @@ class RouteRules {
    // PruneDesired(S,G,rpt) (RFC 7761, 4.5.7)
    //
    // Deliberately false where the shared tree comes in through the register
-   // interface: this router is the RP, and there is nobody to prune. And
+   // interface: this router is the RP and has no neighbour to prune. And
    // deliberately, the two trees' neighbours do not count as different when the
    // shared tree's is the fast-reroute neighbour: pruning there would cut the
    // standby path.
@@ -136,11 +136,12 @@ class RouteRules {
       RESULT( false );
    }
 
-   // ---- where the traffic comes in (RFC 7761, 4.2)
+   // ---- the incoming interface (RFC 7761, 4.2)
 
-   // Along the shared tree? That of an (S,G) route does while the route is not on the
-   // source tree, unless the source is on a link of this router: its first packet there
-   // puts the route on the source tree (4.2.2), and must not be lost.
+   // Does the traffic come along the shared tree? For an (S,G) route it does while
+   // the route is not on the source tree, unless the source is on a link of this
+   // router: its first packet there puts the route on the source tree (4.2.2), and
+   // must not be lost.
    Bool comesBySharedTree() const {
       RULE( Bool );
       FALSE_IF( route_.wildCard() );
@@ -149,16 +150,16 @@ class RouteRules {
       RESULT( hasWc() );
    }
 
-   // Else by the route's own path. A border router's interface counts before either.
+   // Otherwise the route's own path. A border router's interface takes precedence.
    Vantu::IntfId incomingIntf() const {
       RULE( Vantu::IntfId );
       RESULT_IF( comesBySharedTree() && !mbr(), rpfWc().intfId );
       RESULT( ownIif() );
    }
 
-   // ---- what rules are made of
+   // ---- the parts of the rules
 
-   // By the route's own upstream records, empty where there is none.
+   // The interface of the route's own upstream records; empty without them.
    Vantu::IntfId ownIif() const {
       return umh() != nullptr ? iifOf( *umh() ) : Vantu::IntfId();
    }
@@ -166,8 +167,8 @@ class RouteRules {
       return umhFrr() != nullptr ? iifOf( *umhFrr() ) : Vantu::IntfId();
    }
 
-   // The incoming interface of an upstream record, by the route that it is bound to; empty
-   // where it is bound to none.
+   // The incoming interface of an upstream record, by the rule of the route that it
+   // is bound to. Empty for an unbound record.
    Vantu::IntfId iifOf( const UpstreamInfo& upstream ) const {
       if ( upstream.route() == nullptr ) return {};
       const RouteRules owner( q_, *upstream.route() );
@@ -180,7 +181,7 @@ class RouteRules {
       RESULT( rpfOf( &upstream, "rpfFrr" ).intfId );
    }
 
-// A step that tells its outcome, where it is for the answer alone.
+// A step that traces its outcome when only the answer is wanted.
 #define IIF_STEP( why, outcome )                                        \
    if constexpr ( Q::traces ) {                                         \
       const Vantu::IntfId iif_ = outcome;                               \
@@ -214,7 +215,7 @@ class RouteRules {
       FACT( q_.input( route_, "switching", route_.switching() ) );
    }
 
-   // While the interface changes, the former one's traffic goes on.
+   // While the interface switches, the former one's traffic is still accepted.
    Bool holdsFormerIif() const {
       RULE( Bool );
       const Route::IifSwitchState state =
@@ -234,8 +235,8 @@ class RouteRules {
             q_.input( route_, "rpfAttached", umh()->rpfAttached() ) );
    }
 
-   // Does the (*,G) route serve an interface of which this route holds no record?
-   // Those of which it holds one are judged with its own state.
+   // Does the (*,G) route serve an interface of which this route has no record? The
+   // other interfaces are judged with this route's own state.
    Bool sharedTreeServesOthers() const {
       RULE( Bool );
       if ( const Route* shared = wc() ) {
@@ -339,7 +340,8 @@ class RouteRules {
       return q_.input( route_, field, upstream->rpf() );
    }
 
-   // A (*,G) route's own; none without a (*,G) route.
+   // The RPF of the (*,G) route, or a (*,G) route's own; none without a (*,G)
+   // route.
    Read<Routing::Pim::Rpf> rpfWc() const {
       if ( route_.wildCard() ) return rpf();
       const Route* shared = wc();
@@ -351,7 +353,7 @@ class RouteRules {
    const Route& route_;
 };
 
-// ---- what an interface asks of routes
+// ---- questions about an interface of the route
 
 template <class Q>
 typename Q::template Read<Routing::Pim::Rpf> IntfRules<Q>::rpf() const {

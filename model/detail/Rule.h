@@ -1,7 +1,7 @@
-// The words in which the protocol macros are written.
+// The macros in which the protocol macros are written as rules.
 //
-// A macro is written once, as the steps of its rule, in a class template over Q, who
-// asks:
+// A protocol macro is written once, as the steps of its rule, in a class template
+// over Q, which evaluates it:
 //
 //    Bool includeWc() const {
 //       RULE( Bool );
@@ -11,11 +11,11 @@
 //       RESULT( iAmDr() );
 //    }
 //
-// For Plain, every step is the bare early return and every input the stored field.
-// For a recording Q (Recording.h) each step is evaluated and noted, those behind the
-// deciding one too; so a rule must not rely on an earlier step for its safety: what
-// may be absent is asked through something that answers for its absence. Conditions
-// are of type Bool, whose && and || evaluate both sides then.
+// For Plain, every step is a bare early return and every input the stored field. A
+// recording Q (Recording.h) evaluates and notes each step, also those behind the
+// deciding one. So a rule must not rely on an earlier step for its safety: an
+// absent neighbour is asked through a function that has an answer for its absence.
+// Conditions are of type Bool, whose && and || then evaluate both sides.
 #pragma once
 
 #include "platform/entity/Attribute.h"
@@ -23,7 +23,7 @@
 
 namespace Routing::Pim::SparseMode::Detail {
 
-// Who merely wants the answer.
+// Evaluates for the answer alone.
 struct Plain {
    static constexpr bool records = false;
    static constexpr bool traces = true;
@@ -38,7 +38,7 @@ struct Plain {
    Read<T> input( const Subject&, const char*, const T& stored ) const {
       return stored;
    }
-   // An entity that may be absent; null then.
+   // A neighbour; null when it is absent.
    template <class Subject, class T>
    const T* neighbor( const Subject&, const char*, const T* found ) const {
       return found;
@@ -47,8 +47,8 @@ struct Plain {
 
 }
 
-// The first words of each rule; T is its result's type. The rule is known by the
-// function's name, its subject by subject().
+// Opens each rule; T is its result's type. The rule is named by the function, its
+// subject is subject().
 #define RULE( T )                                                        \
    const char* ruleName_ = __func__;                                     \
    if constexpr ( Q::replaces ) {                                        \
@@ -82,7 +82,7 @@ struct Plain {
    else                                                         \
       return outcome
 
-// The whole of a rule that only looks at fields: there are no words to tell.
+// The whole of a rule that only reads fields: it has no words to report.
 #define FACT( outcome )                                   \
    if constexpr ( Q::records )                            \
       return rule_.result( "", [&] { return outcome; } ); \

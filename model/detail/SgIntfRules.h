@@ -1,13 +1,13 @@
-// The protocol macros of an (S,G) record that look at the shared tree too, as rules
-// (see Rule.h).
+// The protocol macros of an (S,G) record that also consider the shared tree, as
+// rules (see Rule.h).
 #pragma once
 
 #include "model/detail/IntfRules.h"
 
 namespace Routing::Pim::SparseMode::Detail {
 
-// What an (S,G) record asks of its (*,G) sibling: every answer is false, the metric
-// infinite, where there is none.
+// The answers of an (S,G) record's (*,G) sibling. Without a sibling all answers are
+// false and the metric infinite.
 template <class Q>
 class WcIntfRules {
  public:
@@ -71,7 +71,7 @@ class SgIntfRules : public IntfRules<Q> {
    using Base::winnerIsMe;
    using Base::winnerMetric;
 
-   // `wc` is the (*,G) route as it was found; null: none.
+   // `wc` is the (*,G) route that was found, or null.
    SgIntfRules( const Q& q, const Intf& intf, const Route* wc )
       : Base( q, intf ),
         wc_( wc ),
@@ -88,11 +88,11 @@ class SgIntfRules : public IntfRules<Q> {
 
    // ---- membership and outgoing lists (RFC 7761, 4.1.6)
 
-   // pim_exclude(S,G). The assert is that of the (*,G) record: what is excluded
+   // pim_exclude(S,G). The assert is that of the (*,G) record: the excluded traffic
    // would come down the shared tree.
    //
-   // Deliberately false without a (*,G) record, where the RFC has exclusions of its
-   // own; there is nothing to be taken out of then.
+   // Deliberately false without a (*,G) record, unlike the RFC: then there is no
+   // shared-tree traffic to exclude.
    Bool excludeSg() const {
       RULE( Bool );
       FALSE_UNLESS( localReceiverExclude() );
@@ -102,8 +102,8 @@ class SgIntfRules : public IntfRules<Q> {
       RESULT( iAmDr() );
    }
 
-   // Is there a member on the fast-failover path? Deliberately without a look at DR
-   // or assert: whoever takes over would have to serve it.
+   // Is there a member on the fast-failover path? Deliberately ignores DR and
+   // assert: after a takeover this router would have to serve it.
    Bool includeSgFastFailover() const {
       RULE( Bool );
       FALSE_IF( localReceiverExclude() );
@@ -129,10 +129,11 @@ class SgIntfRules : public IntfRules<Q> {
       RESULT( includeSg() );
    }
 
-   // ---- what follows for forwarding (RFC 7761, 4.2)
+   // ---- the forwarding that follows (RFC 7761, 4.2)
 
-   // On the source tree goes to all that asked for the source or the group, on the
-   // shared tree to the group's interfaces that did not prune the source.
+   // Source-tree traffic goes to all interfaces that joined the source or the
+   // group. Shared-tree traffic goes to the group's interfaces that did not prune
+   // the source.
    Bool inOlist() const {
       RULE( Bool );
       RESULT_IF( wildCard(), immediateOlistWc() );
@@ -140,15 +141,15 @@ class SgIntfRules : public IntfRules<Q> {
       RESULT( inheritedOlistSgRpt() );
    }
 
-   // Nothing goes out where it came in.
+   // Traffic does not leave by its incoming interface.
    Bool forwardDesired() const {
       RULE( Bool );
       FALSE_IF( incomingIntfIsHere() );
       RESULT( inOlist() );
    }
 
-   // The same while the traffic comes by the fast-reroute path; by that one's incoming
-   // interface alone, for the main one's does not bring any then.
+   // The same while traffic comes by the fast-reroute path. Only that path's
+   // incoming interface is excluded: the main one brings no traffic then.
    Bool fastForwardDesired() const {
       RULE( Bool );
       FALSE_UNLESS( hasFrrPath() );
@@ -160,9 +161,9 @@ class SgIntfRules : public IntfRules<Q> {
 
    // CouldAssert(S,G,I) (4.6.1)
    //
-   // Deliberately barred by a lost (*,G) assert even where the (S,G) join or include
-   // alone keeps the interface, which the RFC would let assert: whoever has lost the
-   // link for the group stays silent there for its sources too.
+   // Deliberately barred by a lost (*,G) assert even where the (S,G) join or
+   // include alone keeps the interface, which the RFC would let assert: a router
+   // that lost the link for the group stays silent there for its sources, too.
    Bool couldAssertSg() const {
       RULE( Bool );
       requireSg();
@@ -223,7 +224,7 @@ class SgIntfRules : public IntfRules<Q> {
       RESULT( mine < received );
    }
 
-   // ---- what rules are made of
+   // ---- the parts of the rules
 
    Bool wildCard() const {
       RULE( Bool );

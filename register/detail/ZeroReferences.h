@@ -1,5 +1,5 @@
-// What the register entities do when their last reference goes: a control may be
-// held by others, and must not reach for an entity that is about to go.
+// Detaches the controls when the entity's last reference goes: a control may be
+// held by others, and must not use an entity that is about to go.
 #pragma once
 
 #include "register/AdvertisedSgStatus.h"

@@ -20,14 +20,14 @@ bool AssertEngine::accept( const PimAssert& message ) {
    return counters_.accepted( refusal );
 }
 
-// Without a route of the group nothing is forwarded that could be asserted.
+// Without a route of the group no traffic is forwarded that could cause an assert.
 bool AssertEngine::concerns( const RouteKey& key ) {
    return routes_.find( key ) != nullptr ||
           routes_.find( { anySource( key.group ), key.group } ) != nullptr;
 }
 
-// The (*,G) machine hears a message only when the (S,G) machine is in noInfo before and
-// after it (RFC 7761, 4.6.2).
+// The (*,G) machine gets a message only when the (S,G) machine is in noInfo before
+// and after it (RFC 7761, 4.6.2).
 void AssertEngine::receive( IntfId intfId, const IpGenAddr& sender,
                             const PimAssert& message ) {
    if ( !accept( message ) ) return;
@@ -82,7 +82,7 @@ void AssertEngine::handleData( const RouteKey& key, IntfId intfId ) {
    }
 }
 
-// The call may end states; keys are taken first.
+// The call may end states, so the keys are copied first.
 template <class Call>
 void AssertEngine::each( const std::function<bool( const Key& )>& wanted,
                          Call call ) {
@@ -128,7 +128,7 @@ AssertMachine& AssertEngine::machine( const Key& key ) {
    return *machine;
 }
 
-// Without a state machine and record go.
+// A record without a state loses its machine, and goes.
 void AssertEngine::settle( const Key& key ) {
    auto found = machines_.find( key );
    if ( found == machines_.end() ) return;

@@ -1,6 +1,6 @@
-// Hands received asserts to the machines of one VRF and family (RFC 7761, 4.6), which
-// are there while they hold a state. Event-loop thread; what the engine is given
-// outlives it.
+// Passes received asserts to the machines of one VRF and family (RFC 7761, 4.6). A
+// machine exists while it has a state. Event-loop thread; the constructor's
+// arguments outlive the engine.
 #pragma once
 
 #include <map>
@@ -16,20 +16,20 @@ class PIMSM_API AssertEngine {
  public:
    AssertEngine( Routes& routes, Mox::Clock& clock, RouterCounters& counters );
 
-   // As of JoinPruneEngine.
+   // As JoinPruneEngine::adopt().
    void adopt( const KeptTimers& kept );
    void tell( Published::Downstream& record ) const;
 
    // An assert of another router on the interface.
    void receive( Vantu::IntfId intfId, const Vantu::IpGenAddr& sender,
                  const PimAssert& message );
-   // Joins to this router end what was lost.
+   // Joins to this router end lost asserts.
    void receive( Vantu::IntfId intfId, const PimJoinPrune& message );
-   // A packet came in by an interface where the route does not expect it.
+   // A packet came in by an interface that the route does not expect it on.
    void handleData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId );
    void handleNeighborLost( Vantu::IntfId intfId, const Vantu::IpGenAddr& address );
    void handleIntfGone( Vantu::IntfId intfId );
-   // What the macros of the route read may have changed.
+   // Inputs of the route's macros may have changed.
    void review( const Routing::Pim::RouteKey& key );
 
  private:

@@ -64,7 +64,7 @@ bool AssertMachine::active() const {
 bool AssertMachine::receive( const AssertMetric& metric ) {
    if ( intf_->parentRoute() == nullptr ) return false;
    if ( wildcard() && !metric.rptBit ) return false;
-   // One that is infinite compares as such without its sender.
+   // An infinite metric compares without its sender.
    const AssertMetric compared = isCancel( metric ) ? AssertMetric() : metric;
    if ( active() ? isPreferred( compared ) : isAcceptable( compared ) )
       intf_->rxPreferredAssertInc( 1 );
@@ -109,7 +109,7 @@ bool AssertMachine::receiveAsLoser( const AssertMetric& metric ) {
       forget( 5 );
       return true;
    }
-   // An (S,G) loser heeds no asserts of the shared tree.
+   // An (S,G) loser ignores asserts of the shared tree.
    if ( cancel || ( metric.rptBit && !wildcard() ) ) return false;
    if ( !isPreferred( metric ) &&
         !( fromWinner( metric ) && isAcceptable( metric ) ) )

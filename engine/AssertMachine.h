@@ -1,5 +1,5 @@
 // The assert machine of one interface of one route (RFC 7761, 4.6.1 for (S,G) and
-// 4.6.2 for (*,G)): which of the routers on a link forwards.
+// 4.6.2 for (*,G)): it decides which router on a link forwards.
 //
 //    state     event                                              new state  action
 //    noInfo    inferior, this router could assert                 winner     A1
@@ -15,11 +15,11 @@
 //              the interface stops being the incoming one         noInfo     A5
 //              a join to this router                              noInfo     A5
 //
-// An (S,G) machine takes up asserts without the RPT bit, in noInfo also one with it
-// as inferior; a (*,G) machine takes only those with it. Nothing is sent: a winner
-// stays one without a timer, as if its asserts were heard. State and winner are the
-// record's assertInfo, the last action its lastAssertAction, 1 to 6. Event-loop
-// thread.
+// An (S,G) machine handles asserts without the RPT bit, and in noInfo one with the
+// bit as inferior; a (*,G) machine handles only those with it. Nothing is sent: a
+// winner keeps its state without a timer, as if its asserts were heard. State and
+// winner are the record's assertInfo, the last action is its lastAssertAction, 1 to
+// 6. Event-loop thread.
 #pragma once
 
 #include "engine/Timer.h"
@@ -35,28 +35,28 @@ class PIMSM_API AssertMachine {
 
    static constexpr double assertTime = 180.0;  // s; RFC 7761, 4.11
 
-   // REQUIRES: the record's route lives. `ended` is called when a timer has ended the
-   // state; it may destroy the machine.
+   // REQUIRES: the record's route lives. `ended` is called when a timer has ended
+   // the state; it may destroy the machine.
    AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf,
                   std::function<void()> ended );
 
-   // An assert with that metric, of the sender whose address it holds; infinite with
-   // the sender's address: a cancel. Has it changed anything?
+   // Handles an assert whose metric holds the sender's address; an infinite metric
+   // with that address is a cancel. Returns whether anything changed.
    bool receive( const AssertMetric& metric );
-   // A packet came in that this router sends out here.
+   // A packet came in on an interface where this router forwards it.
    void handleData();
-   // A join of the route to this router.
+   // A join of the route was sent to this router.
    void handleJoin();
-   // The router has gone, or restarted.
+   // The neighbour has gone or restarted.
    void handleNeighborLost( const Vantu::IpGenAddr& address );
-   // What the macros read may have changed.
+   // Inputs of the macros may have changed.
    void review();
-   // Takes up what a reload left: a loser hears of its winner by then; 0: within the
+   // Resumes a reloaded state: a loser waits for its winner until then; 0: for the
    // assert time.
    void adopt( double until );
-   // Until when it waits for its winner; 0: it does not.
+   // The time until which it waits for its winner; 0: it does not wait.
    double until() const { return expiry_.until(); }
-   // The interface goes.
+   // The interface goes: ends the state.
    void end();
 
    bool active() const;
@@ -82,7 +82,7 @@ class PIMSM_API AssertMachine {
    Mox::Ptr<Intf> intf_;
    std::function<void()> ended_;
    Timer expiry_;
-   bool incoming_ = false;  // when the assert was lost
+   bool incoming_ = false;  // the incoming interface when the assert was lost
 };
 
 }

@@ -1,5 +1,5 @@
-// What the engines are told of a VRF. Plain values: who fills them reads them from
-// wherever he likes.
+// The engines' configuration of a VRF. Plain values: the caller reads them from any
+// source.
 #pragma once
 
 #include <cstdint>
@@ -23,25 +23,25 @@ struct InterfaceAddress {
 
 struct InterfaceConfig {
    Vantu::IntfId name;
-   // The first of a family is the one that PIM uses, the others are secondary.
+   // The first address of a family is the one that PIM uses, the others are
+   // secondary.
    std::vector<InterfaceAddress> addresses;
    uint32_t drPriority = 1;
 };
 
-// The path to take over at once when the main one fails.
+// The path that takes over at once when the main one fails.
 struct BackupConfig {
    Vantu::IntfId interface;
-   Vantu::IpGenAddr neighbor;  // unspecified: the prefix is on the link itself
+   Vantu::IpGenAddr neighbor;  // unspecified: the prefix is directly connected
    uint32_t preference = 1;
    uint32_t metric = 0;
 };
 
-// How this router would route towards an address: the RPF look-up takes the longest
-// prefix.
+// This router's path towards a prefix: the RPF look-up takes the longest match.
 struct RpfRouteConfig {
    Vantu::IpGenPrefix prefix;
    Vantu::IntfId interface;
-   // Unspecified where the prefix is on the link itself.
+   // Unspecified when the prefix is directly connected.
    Vantu::IpGenAddr neighbor;
    uint32_t preference = 1;
    uint32_t metric = 0;
@@ -55,10 +55,10 @@ struct AccessListConfig {
 
 struct RpConfig {
    Vantu::IpGenAddr address;
-   // All multicast groups of the family where none is named.
+   // Empty: all multicast groups of the family.
    std::vector<Vantu::IpGenPrefix> groups;
-   // The addresses by which the other routers of an anycast RP send their registers
-   // (RFC 4610).
+   // The source addresses of registers from the other routers of an anycast RP (RFC
+   // 4610).
    std::vector<Vantu::IpGenAddr> anycastPeers = {};
 };
 
@@ -73,9 +73,10 @@ struct AdvertisedConfig {
 // Both address families.
 struct VrfConfig {
    L3::VrfName name;
-   // Joins count only from neighbours that said hello (RFC 7761, 4.3.1).
+   // When true, joins count only from neighbours that sent a hello (RFC 7761,
+   // 4.3.1).
    bool requireHello = true;
-   // Names of access lists, of each family; see SsmGroupInfo.h and FrrFilterSm.h.
+   // The names of access lists, one a family; see SsmGroupInfo.h and FrrFilterSm.h.
    std::string ssmFilter, ssmFilter6;
    std::string frrFilter, frrFilter6;
    std::vector<AccessListConfig> accessLists;

@@ -23,8 +23,8 @@ void DownstreamJoin::receivePrune( double pendingTime ) {
    prunePending_.start( pendingTime );
 }
 
-// Timers are kept before states: where they differ, a kill came between. A prune whose
-// pending time is not known counts for nothing.
+// Timers are stored before states: where they differ, a kill came between. A prune
+// with an unknown pending time is ignored.
 void DownstreamJoin::adopt( const Published::Downstream& kept ) {
    expiry_.adopt( intf_->lastJoinReceived(), kept.joinHoldtime );
    const bool pending = kept.prunePendingUntil != 0.0;

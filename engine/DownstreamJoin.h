@@ -1,5 +1,5 @@
 // The downstream (*,G) and (S,G) join/prune machine of one interface (RFC 7761,
-// 4.5.1 and 4.5.2, which are the same machine on different records).
+// 4.5.1 and 4.5.2: the same machine on different records).
 //
 //    state         join            prune           prune-pending    expiry
 //    noInfo        -> joined       -               n/a              n/a
@@ -24,11 +24,11 @@ class PIMSM_API DownstreamJoin {
                    std::function<void()> ended );
 
    void receiveJoin( double holdtime );
-   // `pendingTime`: how long others may override; 0 prunes at once.
+   // `pendingTime`: the others' time to override the prune; 0 prunes at once.
    void receivePrune( double pendingTime );
-   // Takes up a state that was reloaded.
+   // Resumes a reloaded state.
    void adopt( const Published::Downstream& kept );
-   // What the next process is to know of the timers.
+   // Writes the timers for the next process.
    void tell( Published::Downstream& record ) const;
 
  private:

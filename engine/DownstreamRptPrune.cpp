@@ -52,7 +52,7 @@ void DownstreamRptPrune::endOfMessage() {
    }
 }
 
-// As of DownstreamJoin.
+// As in DownstreamJoin.
 void DownstreamRptPrune::adopt( const Published::Downstream& kept ) {
    const bool pruned = intf_->rptState() == Intf::rptPruned ||
                        intf_->rptState() == Intf::rptPruneTemp;

@@ -10,9 +10,9 @@
 //    temp              -               -> noInfo  -> pruned         -> noInfo n/a        -> noInfo
 // clang-format on
 //
-// A (*,G) join says that the sender wants the whole group again, but for the
-// sources that the same message prunes: the temporary states last until its end.
-// The state is the record's rptState; this holds the two timers. Times in seconds.
+// A (*,G) join restores the whole group, except for the sources that the same
+// message prunes: the temporary states last until the message's end. The state is
+// the record's rptState; this holds the two timers. Times in seconds.
 #pragma once
 
 #include "engine/HoldTimer.h"
@@ -31,12 +31,12 @@ class PIMSM_API DownstreamRptPrune {
 
    void receiveWcJoin();
    void receiveRptJoin();
-   // `pendingTime`: how long others may override; 0 prunes at once.
+   // `pendingTime`: the others' time to override the prune; 0 prunes at once.
    void receiveRptPrune( double holdtime, double pendingTime );
    void endOfMessage();
-   // Takes up a state that was reloaded.
+   // Resumes a reloaded state.
    void adopt( const Published::Downstream& kept );
-   // What the next process is to know of the timers.
+   // Writes the timers for the next process.
    void tell( Published::Downstream& record ) const;
 
  private:

@@ -35,7 +35,8 @@ void updateUpstream( Sm::Route& route ) {
    if ( state != route.upRptState() ) route.umh()->doUpdateRptState( state );
 }
 
-// Gives an (S,G) route the (*,G) route's interfaces, takes away those that went.
+// Gives an (S,G) route records for the (*,G) route's interfaces, and removes
+// records of interfaces that left it.
 void inheritRecords( Sm::Route& route, const Sm::Route* shared ) {
    if ( shared != nullptr ) {
       for ( const Intf& theirs : shared->routeIntf() ) {
@@ -53,7 +54,7 @@ void inheritRecords( Sm::Route& route, const Sm::Route* shared ) {
 
 }
 
-// What the macros read of one route.
+// Observes the macros' inputs in one route.
 class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
  public:
    MoxRoute( ForwardingEngine& engine, const Sm::Route& route )
@@ -70,7 +71,7 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
       mark();
       changed();
    }
-   // Others do not read it.
+   // Only (*,G) routes: other routes' macros do not read it.
    void onUpJoinState() override {
       engine_.mark( key_ );
       changed();
@@ -122,7 +123,7 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
       void onAssertInfo() override { mark(); }
       void onLocalReceiverInclude() override { mark(); }
       void onLocalReceiverExclude() override { mark(); }
-      // No macro reads these.
+      // No macro reads these times.
       void onLastJoinReceived() override { changed(); }
       void onLastRptPruneReceived() override { changed(); }
       void onLastAssertAction() override { changed(); }
@@ -141,7 +142,7 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
    };
 
    void changed( IntfId intfId = {} ) { engine_.hooks_.changed( key_, intfId ); }
-   // What a (*,G) route has, its group's routes read.
+   // The group's (S,G) routes read the (*,G) route, so they are marked as well.
    void mark() {
       if ( key_.source.isUnspecified() ) return engine_.markGroup( key_.group );
       engine_.mark( key_ );
@@ -247,8 +248,8 @@ void ForwardingEngine::handlePimIntf( const IntfId& intfId ) {
    markAll();
 }
 
-// What a review writes may mark its route again; the next one then finds nothing to
-// change.
+// A review's own writes may mark its route again; the next review then changes
+// nothing.
 bool ForwardingEngine::review( const std::function<bool()>& over ) {
    do {
       if ( round_.empty() ) round_.swap( marked_ );

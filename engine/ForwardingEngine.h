@@ -1,5 +1,5 @@
-// Keeps forwarding and upstream states of one VRF and family as the protocol macros
-// say.
+// Keeps forwarding and upstream states of one VRF and family equal to the protocol
+// macros' answers.
 //
 //   watches  routes, their upstream and interface records, and the PIM interfaces;
 //            any change of what the macros read marks the route, on a (*,G) route all
@@ -27,12 +27,13 @@ namespace Router {
 class PIMSM_API ForwardingEngine {
  public:
    struct Hooks {
-      // Called for each route whose macros may answer otherwise now, before it is
-      // reviewed; may change states, and end the route.
+      // Called for each route whose macros' answers may have changed, before its
+      // review. May change states, and end the route.
       std::function<void( const Routing::Pim::RouteKey& )> reviewed =
          []( const Routing::Pim::RouteKey& ) {};
-      // A value of the route has changed, or one of its record of the interface. The empty
-      // interface stands for the route itself. The hook must not change the model.
+      // Called when a value of the route, or of its record of the interface, has
+      // changed. An empty interface means the route itself. Must not change the
+      // model.
       std::function<void( const Routing::Pim::RouteKey&, Vantu::IntfId )> changed =
          []( const Routing::Pim::RouteKey&, Vantu::IntfId ) {};
    };
@@ -44,18 +45,19 @@ class PIMSM_API ForwardingEngine {
    ForwardingEngine( const ForwardingEngine& ) = delete;
    ForwardingEngine& operator=( const ForwardingEngine& ) = delete;
 
-   // Reviews marked routes, at least one, until `over` says true. Is all done? What is
-   // marked meanwhile waits until all others have had their turn.
+   // Reviews marked routes, at least one, until `over` returns true. Returns
+   // whether all are done. Routes marked meanwhile wait until all others have been
+   // reviewed.
    bool review( const std::function<bool()>& over );
 
-   // Is something marked?
+   // Is any route marked?
    bool pending() const { return !marked_.empty() || !round_.empty(); }
 
  private:
    using Route = Routing::Pim::SparseMode::Route;
    using Group = Vantu::IpGenAddr;
    using Source = Vantu::IpGenAddr;
-   // The (*,G) route comes before its group's (S,G) routes.
+   // Sorts the (*,G) route before its group's (S,G) routes.
    using Mark = std::pair<Group, Source>;
    class MoxStatus;
    class MoxPimIntf;

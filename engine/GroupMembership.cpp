@@ -23,8 +23,8 @@ GroupMembership::GroupMembership( Mox::Clock& clock, const MembershipTimes& time
      version1_( clock, [] {} ),
      version2_( clock, [] {} ) {}
 
-// While an older host is there the newer ones' messages count as that one would
-// understand them (RFC 3376, 7.3.2).
+// While an older host is present, newer hosts' messages are read as that version
+// would (RFC 3376, 7.3.2).
 void GroupMembership::receive( const MembershipRecord& record, uint8_t version ) {
    if ( version < 3 && record.type == isExclude )
       ( version == 1 ? version1_ : version2_ ).start( times_.membership() );
@@ -96,9 +96,10 @@ void GroupMembership::include( const Sources& sources ) {
    for ( const IpGenAddr& source : sources ) request( source, times_.membership() );
 }
 
-// Of the INCLUDE mode what was requested and is named stays so; of the EXCLUDE mode
-// what was excluded and is named. What is new is excluded at once in the former,
-// requested for a while in the latter, for others may want it.
+// In INCLUDE mode the requested sources that the record names stay requested, and
+// new ones are excluded at once. In EXCLUDE mode the excluded sources that it names
+// stay excluded, and new ones stay requested for a while: other hosts may want
+// them.
 void GroupMembership::exclude( const Sources& sources, bool query ) {
    keepOnly( sources );
    for ( const IpGenAddr& source : sources ) {
@@ -148,7 +149,7 @@ void GroupMembership::handleSourceExpired( const IpGenAddr& source ) {
    changed();
 }
 
-// RFC 3376, 6.5: what is requested stays; the excluded sources go with the mode.
+// RFC 3376, 6.5: requested sources stay; excluded ones go with the mode.
 void GroupMembership::handleGroupExpired() {
    exclude_ = false;
    for ( auto each = sources_.begin(); each != sources_.end(); )

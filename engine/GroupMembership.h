@@ -1,5 +1,5 @@
-// What the hosts on one link want of one group: the router's side of IGMPv3 and
-// MLDv2 (RFC 3376, 6; RFC 3810, 7), with the older versions' hosts (RFC 3376, 7.3.2).
+// The state of one group on one link: the router's side of IGMPv3 and MLDv2 (RFC
+// 3376, 6; RFC 3810, 7), with the older versions' hosts (RFC 3376, 7.3.2).
 //
 //    state           record            new state                     queried as if asked
 //    INCLUDE(A)      isIn, allow (B)   INCLUDE(A+B)
@@ -13,9 +13,10 @@
 //                    toEx (A)          EXCLUDE(A-Y, Y*A)             A-Y
 //                    toIn (A)          EXCLUDE(X+A, Y-A)             X-A, the group
 //
-// Nothing queries: where a querier would ask again, the timers are lowered to the
-// time in which it would have its answer. A source whose timer runs is requested; of
-// the EXCLUDE mode one without (Y) is excluded. Times in seconds.
+// This router sends no queries: where a querier would ask, the timers are lowered
+// to the time by which it would have an answer. A source with a running timer is
+// requested; in EXCLUDE mode a source without one (Y) is excluded. Times in
+// seconds.
 #pragma once
 
 #include <map>
@@ -26,7 +27,7 @@
 
 namespace Router {
 
-// RFC 3376, 8; a querier on the link may tell others.
+// RFC 3376, 8; the link's querier may announce others.
 struct MembershipTimes {
    double robustness = 2;
    double queryInterval = 125.0;
@@ -39,26 +40,27 @@ struct MembershipTimes {
 
 class PIMSM_API GroupMembership {
  public:
-   // `times` outlives this. `changed` is called when a timer has changed what is
-   // wanted; it may destroy this.
+   // `times` outlives this machine. `changed` is called when a timer has changed
+   // the state; it may destroy the machine.
    GroupMembership( Mox::Clock& clock, const MembershipTimes& times,
                     std::function<void()> changed );
    GroupMembership( const GroupMembership& ) = delete;
    GroupMembership& operator=( const GroupMembership& ) = delete;
 
-   // A host of that version says so; `changed` is not called.
+   // Handles a record of a host of that version. Does not call `changed`.
    void receive( const MembershipRecord& record, uint8_t version );
-   // A querier asks for the group, or for sources of it, within `time`.
+   // A querier asks for the group, or for some of its sources; answers come within
+   // `time`.
    void handleQuery( const std::vector<Vantu::IpGenAddr>& sources, double time );
 
-   // Takes up what a reload left, for a membership time from now on. Only who wants all
-   // sources excludes one.
+   // Resumes reloaded members for a membership time from now on. Excluded sources
+   // imply EXCLUDE mode.
    void adoptExclude();
    void adoptSource( const Vantu::IpGenAddr& source, bool requested );
 
-   // Does some host want all sources but the excluded ones?
+   // Does a host want all sources but the excluded ones?
    bool excludeMode() const { return exclude_; }
-   // Nobody wants anything.
+   // True when no host wants the group or a source of it.
    bool empty() const { return !exclude_ && sources_.empty(); }
 
    bool has( const Vantu::IpGenAddr& source ) const {
@@ -66,7 +68,7 @@ class PIMSM_API GroupMembership {
    }
    size_t size() const { return sources_.size(); }
 
-   // By source: requested, or excluded.
+   // Each source, with true for requested and false for excluded.
    std::map<Vantu::IpGenAddr, bool> sources() const;
 
  private:
@@ -89,9 +91,9 @@ class PIMSM_API GroupMembership {
    std::function<void()> changed_;
    bool exclude_ = false;
    Timer group_;  // of the EXCLUDE mode
-   // One whose timer does not run is excluded.
+   // A source without a running timer is excluded.
    std::map<Vantu::IpGenAddr, std::unique_ptr<Timer>> sources_;
-   // While these run, hosts of version 1 or 2 are there.
+   // While a timer runs, hosts of version 1 or 2 are present.
    Timer version1_;
    Timer version2_;
 };

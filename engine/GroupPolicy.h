@@ -1,5 +1,5 @@
-// What the configuration says of groups in one VRF and family: which are
-// source-specific, and for which there is fast reroute.
+// The group ranges configured in one VRF and family: the source-specific groups,
+// and the groups with fast reroute.
 //
 // Holds the library's configuration entities and the reactors on them. Event-loop
 // thread; the configuration is copied.
@@ -21,10 +21,11 @@ class PIMSM_API GroupPolicy {
    GroupPolicy( const GroupPolicy& ) = delete;
    GroupPolicy& operator=( const GroupPolicy& ) = delete;
 
-   // Lists first, then who names them.
+   // Updates the lists first, then the settings that name them.
    void configIs( const VrfConfig& config );
 
-   // Is the group source-specific (RFC 4607)? Then it gets no shared-tree state.
+   // Is the group source-specific (RFC 4607)? Such a group gets no shared-tree
+   // state.
    bool sourceSpecific( const Vantu::IpGenAddr& group ) const {
       return filter_->deny( group );
    }

@@ -1,6 +1,7 @@
-// What keeps a downstream state alive, and how a process leaves its timers to the next
-// one: each as seconds from the last message that set it, since that message's time is in
-// the tables already and a refresh then changes nothing here.
+// The expiry timer of a downstream state, and the form in which a process leaves
+// its timers to the next one. Each is given in seconds from the last message that
+// set it. That message's time is in the tables already, so a refresh changes
+// nothing here.
 #pragma once
 
 #include "engine/Timer.h"
@@ -8,20 +9,20 @@
 
 namespace Router {
 
-// What a former process left of the timers of a record; of one that it does not know, all
-// are 0.
+// Returns the timers that a former process left of a record; all 0 for an unknown
+// record.
 using KeptTimers =
    std::function<Published::Downstream( const Routing::Pim::RouteIntfKey& )>;
 
 class PIMSM_API HoldTimer {
  public:
-   // Of a state whose hold time is not known after a restart (RFC 7761, 4.11).
+   // The hold time of a state after a restart when it is unknown (RFC 7761, 4.11).
    static constexpr double defaultHoldtime = 210.0;  // s
 
    HoldTimer( Mox::Clock& clock, std::function<void()> expired )
       : timer_( clock, std::move( expired ) ) {}
 
-   // A message says how long the state lives; see Timer.
+   // A message gave the state this hold time; see Timer.
    void start( double holdtime ) {
       timer_.start( holdtime );
       holdtime_ = holdtime;
@@ -29,14 +30,14 @@ class PIMSM_API HoldTimer {
    void extend( double holdtime ) {
       holdtime_ = timer_.extend( holdtime ) ? holdtime : timer_.left();
    }
-   // A message came that changes nothing.
+   // A message came that does not change the state.
    void keep() { holdtime_ = timer_.left(); }
-   // As a former process held the state: the last message came at `received`; hold time 0
-   // is not known.
+   // Resumes a former process's timer: the last message came at `received`; hold
+   // time 0 means unknown.
    void adopt( double received, double holdtime );
    void cancel() { timer_.cancel(); }
 
-   // Seconds that the state lives from its last message on; 0: there is none.
+   // Seconds from the last message to the state's end; 0 without a state.
    double holdtime() const { return timer_.running() ? holdtime_ : 0.0; }
    double now() const { return timer_.clock()->now(); }
 

@@ -92,8 +92,8 @@ bool JoinPruneEngine::refuseSharedTree( const IpGenAddr& group ) {
    return true;
 }
 
-// RFC 7761, 4.5.1: towards another RP than ours it is dropped; without an RP of our
-// own we take the message's.
+// RFC 7761, 4.5.1: a join towards an RP other than ours is dropped. Without an RP
+// of our own we take the message's.
 void JoinPruneEngine::receiveWcJoin( const Message& message, const IpGenAddr& group,
                                      const IpGenAddr& rp ) {
    if ( refuseSharedTree( group ) ) return;
@@ -107,7 +107,7 @@ void JoinPruneEngine::receiveWcJoin( const Message& message, const IpGenAddr& gr
    eachRptPrune( group, message.intfId, []( auto& it ) { it.receiveWcJoin(); } );
 }
 
-// A (*,G) prune counts whatever RP it names (RFC 7761, 4.5.1).
+// A (*,G) prune counts regardless of its RP (RFC 7761, 4.5.1).
 void JoinPruneEngine::receivePrune( const Message& message, const IpGenAddr& group,
                                     const EncodedSource& source ) {
    if ( !acceptSource( source, group ) ) return;
@@ -129,7 +129,8 @@ void JoinPruneEngine::receivePrune( const Message& message, const IpGenAddr& gro
    }
 }
 
-// The call may end the machine and with it the entry: the next one is found anew.
+// The call may end the machine and so remove the entry: the next one is looked up
+// anew.
 template <class Call>
 void JoinPruneEngine::eachRptPrune( const IpGenAddr& group, Vantu::IntfId intfId,
                                     Call call ) {
@@ -169,7 +170,7 @@ DownstreamRptPrune& JoinPruneEngine::rptPruneMachine( const Key& key ) {
    return *machines.rptPrune;
 }
 
-// The record stays while it holds a state of any engine.
+// The record stays while any engine has a state on it.
 void JoinPruneEngine::handleEnded( const Key& key ) {
    Mox::Ptr<Intf> intf = routes_.find( key.routeKey(), key.intfId );
    bool ours = intf != nullptr && ( intf->joinState() != Intf::noInfo ||
@@ -191,7 +192,7 @@ void JoinPruneEngine::handleIntfGone( Vantu::IntfId intfId ) {
       [&]( const Key& key, const Downstream& ) { return key.intfId == intfId; } );
 }
 
-// Ends all state on the records that the condition names.
+// Ends all state on the records that meet the condition.
 void JoinPruneEngine::endIf(
    const std::function<bool( const Key&, const Downstream& )>& condition ) {
    std::vector<Key> keys;
@@ -207,7 +208,8 @@ void JoinPruneEngine::endIf(
    }
 }
 
-// One whose prune counts for nothing may go with its route: keys are taken first.
+// A machine whose prune is ignored may go with its route, so the keys are copied
+// first.
 void JoinPruneEngine::adopt( const KeptTimers& kept ) {
    std::vector<RouteIntfKey> keys;
    for ( const auto& route : routes_.model().route() ) {

@@ -1,8 +1,8 @@
 // Turns received join/prune messages into downstream state of one VRF and family:
 // routes, interface records and their machines (RFC 7761, 4.5.1 to 4.5.3).
 //
-// Each machine's state is a record's of Routes. Event-loop thread; what the engine is
-// given outlives it.
+// Each machine's state is in a record of Routes. Event-loop thread; the
+// constructor's arguments outlive the engine.
 #pragma once
 
 #include <map>
@@ -21,34 +21,34 @@ class PIMSM_API JoinPruneEngine {
    using RouteKey = Routing::Pim::RouteKey;
    using RouteIntfKey = Routing::Pim::RouteIntfKey;
 
-   // `policy` says which groups take no shared-tree state; null: none. `timed`: timers of
-   // the record may run otherwise, though nothing else has changed.
+   // `policy` names the groups without shared-tree state; null: none. `timed` is
+   // called when timers of a record may have changed, though nothing else has.
    JoinPruneEngine(
       Routes& routes, Mox::Clock& clock, const Topology& topology,
       const GroupPolicy* policy, RouterCounters& counters,
       std::function<void( const RouteKey&, Vantu::IntfId )> timed =
          []( const RouteKey&, Vantu::IntfId ) {} );
 
-   // Takes up the states that a reload left, with the time that they have left.
+   // Resumes the reloaded states with their remaining times.
    void adopt( const KeptTimers& kept );
-   // What the next process is to know of the record's timers.
+   // Writes the record's timers for the next process.
    void tell( Published::Downstream& record ) const;
 
-   // The policy has changed: shared-tree state of groups that are source-specific now
-   // ends.
+   // The policy has changed: ends shared-tree state of groups that are now
+   // source-specific.
    void endSourceSpecific();
 
-   // The interface has gone: all state on it ends.
+   // The interface has gone: ends all state on it.
    void handleIntfGone( Vantu::IntfId intfId );
 
-   // A message addressed to this router, from a neighbour on the interface.
+   // Handles a message to this router from a neighbour on the interface.
    void receive( Vantu::IntfId intfId, const Neighbors& neighbors,
                  const PimJoinPrune& message );
 
  private:
    using Intf = Routing::Pim::SparseMode::Intf;
 
-   // By group and interface first: a (*,G) join touches all sources of both.
+   // By group and interface first: a (*,G) join concerns all sources of both.
    struct Key {
       Vantu::IpGenAddr group;
       Vantu::IntfId intfId;
@@ -63,7 +63,7 @@ class PIMSM_API JoinPruneEngine {
       std::unique_ptr<DownstreamJoin> join;
       std::unique_ptr<DownstreamRptPrune> rptPrune;
    };
-   // What one message brings along to each of its entries.
+   // The properties that a message gives to each of its entries.
    struct Message {
       Vantu::IntfId intfId;
       double holdtime;

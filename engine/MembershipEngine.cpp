@@ -36,7 +36,7 @@ void MembershipEngine::receiveReport( IntfId intfId,
    }
 }
 
-// Not all that hosts may ask for comes to a route, whose number has a limit.
+// Only a limited number of the sources that hosts ask for get a route.
 void MembershipEngine::limitSources( const GroupMembership& machine,
                                      MembershipRecord& record ) {
    size_t room = maxSources - std::min( machine.size(), maxSources );
@@ -55,9 +55,9 @@ bool MembershipEngine::accept( const MembershipRecord& record ) {
    return false;
 }
 
-// Another router is the querier; its times count, or the defaults where it does not tell
-// them (RFC 3376, 4.1.6 and 4.1.7; RFC 3810, 5.1.8 and 5.1.9). Older versions have none to
-// tell.
+// Another router is the querier. Its times apply, or the defaults where it gives
+// none (RFC 3376, 4.1.6 and 4.1.7; RFC 3810, 5.1.8 and 5.1.9). Older versions have
+// no such fields.
 void MembershipEngine::receiveQuery( IntfId intfId, const MembershipQuery& query ) {
    Link& link = links_[intfId];
    if ( query.version >= 3 ) {
@@ -90,13 +90,13 @@ GroupMembership& MembershipEngine::membership( IntfId intfId,
    return *machine;
 }
 
-// The records follow the machine; one that wants nothing goes, and one for which there is
-// no room at all.
+// Makes the records follow the machine. A machine without members, or without room
+// for any record, is removed.
 void MembershipEngine::update( IntfId intfId, const IpGenAddr& group ) {
    Group& state = links_[intfId].groups[group];
    const GroupMembership& machine = *state.membership;
    std::map<IpGenAddr, bool> sources = machine.sources();
-   // Requested ones come with the shared tree.
+   // Requested sources come along the shared tree.
    if ( machine.excludeMode() )
       std::erase_if( sources, []( const auto& entry ) { return entry.second; } );
    write( intfId, group, state, machine.excludeMode(), sources );
@@ -110,7 +110,7 @@ void MembershipEngine::end( IntfId intfId, const IpGenAddr& group ) {
    groups.erase( group );
 }
 
-// The shared tree first: it says which records of the source trees stay.
+// The shared tree first: it decides which records of the source trees stay.
 void MembershipEngine::write( IntfId intfId, const IpGenAddr& group, Group& state,
                               bool shared,
                               const std::map<IpGenAddr, bool>& sources ) {
@@ -133,7 +133,7 @@ void MembershipEngine::write( IntfId intfId, const IpGenAddr& group, Group& stat
    }
 }
 
-// False: there is no room for the route.
+// Returns false without room for the route.
 bool MembershipEngine::writeRecord( const RouteKey& key, IntfId intfId,
                                     bool included, bool excluded ) {
    bool wanted = included || excluded;
@@ -157,7 +157,7 @@ void MembershipEngine::adopt() {
       for ( const Routes::Intf& intf : route.routeIntf() ) {
          if ( !intf.localReceiverInclude() && !intf.localReceiverExclude() )
             continue;
-         // The tables do not hold it.
+         // The record is not in the tables.
          routes_.find( key, intf.intfId() )
             ->localMembershipIs( intf.localReceiverInclude() );
          GroupMembership& machine = membership( intf.intfId(), key.group );

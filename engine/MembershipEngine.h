@@ -1,10 +1,10 @@
-// Turns what hosts say by IGMP and MLD into local members of one VRF and family
-// (RFC 7761, 4.1.6: local_receiver_include and local_receiver_exclude).
+// Turns IGMP and MLD messages into local members of one VRF and family (RFC 7761,
+// 4.1.6: local_receiver_include and local_receiver_exclude).
 //
-// A group wanted from all sources is a member of the (*,G) record, the sources that it
-// excludes are on the (S,G) records; a group wanted from some sources only is a
-// member of their (S,G) records. Source-specific groups take the latter alone (RFC
-// 4604). Event-loop thread; what the engine is given outlives it.
+// A group wanted from all sources has members on the (*,G) record; its excluded
+// sources are on the (S,G) records. A group wanted from some sources only has
+// members on their (S,G) records. Source-specific groups use the latter alone (RFC
+// 4604). Event-loop thread; the constructor's arguments outlive the engine.
 #pragma once
 
 #include <map>
@@ -19,25 +19,25 @@ namespace Router {
 
 class PIMSM_API MembershipEngine {
  public:
-   // Of one group on one link; what hosts say of more of them does not count.
+   // The limit of one group on one link; further sources are ignored.
    static constexpr size_t maxSources = 4096;
 
-   // `policy` says which groups are source-specific; null: none.
+   // `policy` names the source-specific groups; null: none.
    MembershipEngine( Routes& routes, Mox::Clock& clock, const GroupPolicy* policy,
                      RouterCounters& counters );
 
-   // Takes up the members that a reload left: each stays for a membership time unless
-   // a host says so again.
+   // Resumes reloaded members: each stays for a membership time unless a host
+   // reports it again.
    void adopt();
 
-   // The policy has changed: who wants all sources of groups that are source-specific
-   // now, gets none.
+   // The policy has changed: members that want all sources of a now source-specific
+   // group lose them.
    void endSourceSpecific();
 
-   // The interface has gone, and its members.
+   // The interface has gone: removes its members.
    void handleIntfGone( Vantu::IntfId intfId );
 
-   // A message on the interface, from another than this router.
+   // Handles a message from another system on the interface.
    void receive( Vantu::IntfId intfId, const MembershipMessage& message );
 
  private:
@@ -45,9 +45,9 @@ class PIMSM_API MembershipEngine {
 
    struct Group {
       std::unique_ptr<GroupMembership> membership;
-      // What stands in the records: members of the shared tree, and of sources
-      // whether they are included. What found no room is tried again with the next
-      // report; a group of which nothing stands is forgotten until then.
+      // The state in the records: membership of the shared tree, and of each source
+      // whether it is included. A state without room is tried again with the next
+      // report; a group with no state in the records is forgotten until then.
       bool shared = false;
       std::map<Vantu::IpGenAddr, bool> sources;
    };

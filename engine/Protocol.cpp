@@ -61,8 +61,8 @@ void Protocol::updateLinks() {
    for ( IntfId intfId : gone ) removeLink( intfId );
 }
 
-// The first address of the family is PIM's. An interface without one gets no link;
-// an existing link is left without addresses.
+// PIM uses the first address of the family. An interface without one gets no link;
+// an existing link loses its addresses.
 void Protocol::updateLink( const InterfaceConfig& interface ) {
    std::vector<IpGenAddr> own;
    Routing::Pim::IntfAddr primary;
@@ -173,7 +173,7 @@ void Protocol::receive( IntfId intfId, const IpPacket& packet,
 
 void Protocol::receivePim( IntfId intfId, const Link& link, const IpPacket& packet,
                            const PimMessage& message ) {
-   // Unicast, and of a register one of this router's own counts.
+   // Registers and stops are unicast; this router's own registers count, too.
    if ( const auto* got = std::get_if<PimRegister>( &message.body ) )
       return registering_.receive( packet, *got );
    if ( const auto* got = std::get_if<PimRegisterStop>( &message.body ) )

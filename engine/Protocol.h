@@ -1,5 +1,6 @@
-// PIM of one VRF and address family: the links, their neighbours, and the engines on
-// what arrives there. Event-loop thread; all that it is given outlives it.
+// PIM of one VRF and address family: the links, their neighbours, and the engines
+// for the messages that arrive. Event-loop thread; the constructor's arguments
+// outlive it.
 #pragma once
 
 #include <functional>
@@ -19,14 +20,14 @@ namespace Router {
 
 class PIMSM_API Protocol {
  public:
-   // One interface's part in this family.
+   // The state of one interface in this family.
    struct Link {
       std::vector<Vantu::IpGenAddr> own;
       std::unique_ptr<Neighbors> neighbors;
    };
 
-   // The configuration is looked at again in configChanged(). The links' DR roles and
-   // neighbours may be others when `linksChanged` is called; `changed` is as of
+   // The configuration is read again in configChanged(). `linksChanged` is called
+   // when the links' DR roles or neighbours may have changed; `changed` is as in
    // ForwardingEngine.
    Protocol(
       Vantu::AddressFamily family, const VrfConfig& config,
@@ -39,25 +40,26 @@ class PIMSM_API Protocol {
 
    const std::map<Vantu::IntfId, Link>& links() const { return links_; }
 
-   // As of Neighbors; unless it is this router itself.
+   // As Neighbors::adopt(), but ignores this router's own addresses.
    void adoptNeighbor( Vantu::IntfId intfId, const Vantu::IpGenAddr& address,
                        const PimHello& hello, std::optional<double> until );
 
-   // Once, when the model has been reloaded: the engines take its states up.
+   // Called once, when the model has been reloaded: the engines resume its states.
    void adopt( const KeptTimers& kept );
-   // What the next process is to know of a record's timers.
+   // The record's timers for the next process.
    Published::Downstream timers( const Routing::Pim::RouteIntfKey& key ) const;
 
-   // The configuration that was given says something else.
+   // The configuration's content has changed.
    void configChanged();
 
-   // A message that arrived on the interface. REQUIRES: adopted.
+   // Handles a message that arrived on the interface. REQUIRES: adopted.
    void receive( Vantu::IntfId intfId, const IpPacket& packet,
                  const Message& message );
 
-   // The kernel tells of data, the last so many seconds ago: a packet of the route's
-   // source came in by the interface, `wrong` where the route does not expect what
-   // comes now; one was forwarded. REQUIRES: adopted.
+   // The kernel reports data of `age` seconds ago. receiveData: a packet of the
+   // route's source came in by the interface; `wrong` where the route does not
+   // expect present packets. receiveMore: a packet was forwarded. REQUIRES:
+   // adopted.
    void receiveData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
                      double age, bool wrong );
    void receiveMore( const Routing::Pim::RouteKey& key, double age ) {
@@ -67,7 +69,7 @@ class PIMSM_API Protocol {
    // The host's routes have changed.
    void pathsChanged();
 
-   // As of ForwardingEngine: forwarding follows what has changed.
+   // As in ForwardingEngine: updates forwarding after changes.
    bool review( const std::function<bool()>& over ) {
       return forwarding_.review( over );
    }

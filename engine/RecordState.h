@@ -1,4 +1,4 @@
-// What keeps an interface record, and with it its route.
+// The conditions under which interface records and routes stay.
 #pragma once
 
 #include "model/Route.h"
@@ -13,8 +13,8 @@ inline bool holdsState( const Routing::Pim::SparseMode::Intf& intf ) {
           intf.assertInfo().assertState != Routing::Pim::SparseMode::assertNoInfo;
 }
 
-// Does an (S,G) record stand for that of the interface in the (*,G) route `shared`? Null:
-// there is none. A (*,G) record inherits nothing from itself.
+// Does an (S,G) record inherit from the interface's record in the (*,G) route
+// `shared`? Null: no such route. A (*,G) record inherits nothing from itself.
 inline bool inherits( const Routing::Pim::SparseMode::Intf& intf,
                       const Routing::Pim::SparseMode::Route* shared ) {
    if ( shared == nullptr || shared == intf.parentRoute() ) return false;
@@ -23,8 +23,8 @@ inline bool inherits( const Routing::Pim::SparseMode::Intf& intf,
    return theirs != nullptr && holdsState( *theirs );
 }
 
-// A route goes when this is false; records that it only inherits do not keep it, a
-// source that sends does (its keepalive timer runs).
+// A route is removed when this is false. Inherited records alone do not keep it; a
+// sending source does, by its keepalive timer.
 inline bool holdsState( const Routing::Pim::SparseMode::Route& route ) {
    if ( !route.katExpired() ) return true;
    for ( const Routing::Pim::SparseMode::Intf& intf : route.routeIntf() ) {

@@ -1,5 +1,5 @@
-// Why a sound packet, or an entry of one, changes nothing; the agent counts by
-// reason.
+// The reasons why a valid packet, or an entry of one, changes nothing; the agent
+// counts them.
 #pragma once
 
 #include <optional>
@@ -38,7 +38,8 @@ MOX_ENUM_TEXT( Refusal, AGENT_REFUSALS )
 constexpr uint32_t refusalCount = 0 AGENT_REFUSALS( AGENT_REFUSAL_ONE );
 #undef AGENT_REFUSAL_ONE
 
-// Is the address one of a group that routers forward, of a source? If not, why.
+// The reason why the address is no group that routers forward, or no source; empty
+// otherwise.
 inline std::optional<Refusal> refusalOfGroup( const Vantu::IpGenAddr& group ) {
    if ( !group.isMulticast() ) return notMulticast;
    if ( group.isLinkLocalMulticast() ) return linkLocalGroup;

@@ -7,7 +7,7 @@ namespace Router {
 using Routing::Pim::SparseMode::InternalRouteKey;
 using Vantu::IpGenAddr;
 
-// What keeps a source in the tables, each for its time.
+// The causes that keep a source in the tables, each with its timer.
 struct RegisterEngine::Source {
    Source( Mox::Clock& clock, const std::function<void()>& ended )
       : registered( clock, ended ),
@@ -18,13 +18,13 @@ struct RegisterEngine::Source {
    bool known() const {
       return registered.running() || fromRouter.running() || fromPeer.running();
    }
-   // Does the register interface stand in its olist?
+   // Is the register interface in the source's olist?
    bool registers( bool hasPeers ) const {
       return ( registered.running() && !stopped.running() ) ||
              ( fromRouter.running() && hasPeers );
    }
 
-   Timer registered;  // by this router, its first hop
+   Timer registered;  // by this router as its first hop
    Timer fromRouter;
    Timer fromPeer;
    Timer stopped;
@@ -50,7 +50,7 @@ bool RegisterEngine::isOwn( const IpGenAddr& address ) const {
    return false;
 }
 
-// The group's RP where this router is it, else null.
+// The group's RP if this router is it, otherwise null.
 const RpConfig* RegisterEngine::ownRp( const IpGenAddr& group ) const {
    IpGenAddr address = topology_.rpOf( group );
    if ( !isOwn( address ) ) return nullptr;
@@ -82,8 +82,8 @@ void RegisterEngine::receive( const IpPacket& packet, const PimRegister& message
    update( key );
 }
 
-// An RP passes registers on to its peers as well: only a source on a link is one
-// that this router is the first hop of.
+// An RP also passes registers on to its peers. This router is the first hop only of
+// a source on its own links.
 void RegisterEngine::receiveSent( const RouteKey& key, bool nullRegister ) {
    if ( !topology_.pathTo( key.source ).attached )
       return counters_.refused( ownPacket );
@@ -98,7 +98,7 @@ void RegisterEngine::receive( const IpPacket& packet,
    if ( isOwn( packet.source ) ) return counters_.refused( ownPacket );
    if ( !isOwn( packet.destination ) ) return counters_.refused( notToUs );
    bool anySource = message.source.isUnspecified();
-   // Where every source is meant there is none to be checked.
+   // A stop for every source has no source to check.
    if ( !accept( message.group, anySource ? packet.source : message.source ) )
       return;
    if ( message.maskLength != Vantu::addressBits( message.group.family() ) )
@@ -131,8 +131,8 @@ RegisterEngine::Source& RegisterEngine::source( const RouteKey& key ) {
    return *found;
 }
 
-// A table that has no room keeps what it has, and the source is tried again at its
-// next register; one that stands nowhere is forgotten.
+// A table without room keeps its records, and the source is tried again at its next
+// register. A source in no table is forgotten.
 void RegisterEngine::update( const RouteKey& key ) {
    auto found = sources_.find( key );
    if ( found == sources_.end() ) return;
@@ -189,7 +189,7 @@ void RegisterEngine::remove( const RouteKey& key ) {
    tables_->anycastDiscoveredSgDel( key );
 }
 
-// What brought a source is told from the tables that it stands in.
+// The tables that hold a source show what caused it.
 void RegisterEngine::adopt() {
    for ( const RouteKey& key : tables_->drDiscoveredSg().keys() ) {
       Source& sent = source( key );
@@ -199,7 +199,7 @@ void RegisterEngine::adopt() {
    for ( const RouteKey& key : tables_->anycastDiscoveredSg().keys() ) {
       source( key ).fromPeer.start( rpKeepalive );
    }
-   // A peer's register alone does not put the register interface into an olist.
+   // A peer's register alone does not add the register interface to an olist.
    for ( const RouteKey& key : tables_->registerOif().keys() ) {
       Source& passedOn = source( key );
       if ( !passedOn.registered.running() )

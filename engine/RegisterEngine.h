@@ -14,12 +14,12 @@
 //   a register-stop from the RP       drDiscoveredSg too, since a stop answers a
 //                                     register; registering ends for suppression
 //
-// A source of any of these stands in registerOif or in noRegisterOif: in the former
-// while its packets are registered, or passed on to peers. A key that moves stands
-// for a moment in both, never in neither.
+// Such a source is in registerOif while its packets are registered or passed on to
+// peers, and otherwise in noRegisterOif. A key that moves is in both for a moment,
+// never in neither.
 //
-// What stands in the tables after a restart lives for its time from then on.
-// Event-loop thread; clock, routing, configuration and counters outlive the engine.
+// After a restart the tables' entries last for their time from then on. Event-loop
+// thread; clock, routing, configuration and counters outlive the engine.
 #pragma once
 
 #include <map>
@@ -36,8 +36,8 @@ class PIMSM_API RegisterEngine {
  public:
    static constexpr double keepalive = 210;    // s; Keepalive_Period
    static constexpr double rpKeepalive = 185;  // s; RP_Keepalive_Period
-   // s; Register_Suppression_Time, the probe at its end included. Without the
-   // spread of RFC 7761, 4.4.1, which keeps many senders apart.
+   // s; Register_Suppression_Time including the probe at its end. Without the
+   // random spread of RFC 7761, 4.4.1, which only senders need.
    static constexpr double suppression = 60;
 
    RegisterEngine( Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables,
@@ -45,15 +45,15 @@ class PIMSM_API RegisterEngine {
                    const VrfConfig& config, RouterCounters& counters );
    ~RegisterEngine();
 
-   // Takes up what the tables hold after a reload.
+   // Resumes the tables' entries after a reload.
    void adopt();
 
-   // The configuration has changed: what no longer holds by it ends.
+   // The configuration has changed: ends the states that it no longer supports.
    void updateConfig();
 
-   // A register sent to this router, or by it.
+   // Handles a register sent to this router, or by it.
    void receive( const IpPacket& packet, const PimRegister& message );
-   // A register-stop sent to this router.
+   // Handles a register-stop sent to this router.
    void receive( const IpPacket& packet, const PimRegisterStop& message );
 
    size_t size() const { return sources_.size(); }

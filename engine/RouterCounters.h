@@ -1,6 +1,6 @@
-// What the agent counts, in the process-wide registry of event counters. Owners are
-// "agent/packets" by message type, "agent/dropped" by reason for what could not be
-// decoded, "agent/refused" by reason for what was decoded and changes nothing.
+// The agent's counters, in the process-wide registry of event counters. Owners:
+// "agent/packets" counts by message type, "agent/dropped" counts undecodable
+// packets by reason, "agent/refused" counts decoded ones without effect by reason.
 #pragma once
 
 #include <memory>
@@ -18,12 +18,12 @@ class PIMSM_API RouterCounters {
    RouterCounters();
 
    void received( const Message& message );
-   // REQUIRES: a reason other than notDropped; of droppedCount(), too.
+   // REQUIRES: a reason other than notDropped; droppedCount() requires it, too.
    void dropped( DropReason reason, uint64_t count = 1 ) {
       dropped_[reason - 1]->inc( count );
    }
    void refused( Refusal reason ) { refused_[reason]->inc(); }
-   // Counts the reason, if there is one. Is there none?
+   // Counts the reason, if there is one. True without a reason.
    bool accepted( std::optional<Refusal> reason ) {
       if ( reason ) refused( *reason );
       return !reason;
@@ -45,7 +45,7 @@ class PIMSM_API RouterCounters {
    using Counters = std::vector<std::unique_ptr<Mox::EventCounter>>;
 
    Counters received_;  // PIM types, unknown ones, reports, queries
-   Counters dropped_;   // but for notDropped
+   Counters dropped_;   // all but notDropped
    Counters refused_;
 };
 

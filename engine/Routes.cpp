@@ -106,7 +106,7 @@ void Routes::update( const RouteKey& key, IntfId intfId ) {
    const Intf* intf = route->routeIntf( intfId );
    bool bare = intf != nullptr && !holdsState( *intf ) &&
                !inherits( *intf, std::as_const( *route ).wc() );
-   // The last state takes the route with its records.
+   // The last state's end removes the route with its records.
    if ( bare && holdsState( *route ) ) route->routeIntfDel( intfId );
    update( key );
 }
@@ -121,7 +121,7 @@ void Routes::update( const RouteKey& key ) {
    }
 }
 
-// Shared trees first: they say which records of the source trees stay.
+// Shared trees first: they decide which records of the source trees stay.
 void Routes::adopt() {
    std::vector<RouteKey> keys = Mox::keysOf( model_->route() );
    std::stable_partition( keys.begin(), keys.end(), []( const RouteKey& key ) {
@@ -131,7 +131,7 @@ void Routes::adopt() {
 }
 
 // The configuration may have changed meanwhile. An RP that is not configured came
-// with a join; the tables keep the path to it alone.
+// with a join; the tables hold only the path to it.
 void Routes::adoptRoute( const RouteKey& key ) {
    Mox::Ptr<Route> route = model_->route( key );
    for ( IntfId intfId : Mox::keysOf( route->routeIntf() ) ) update( key, intfId );
@@ -148,7 +148,7 @@ void Routes::updatePaths() {
       bool wildcard = key.source.isUnspecified();
       IpGenAddr rp = topology_.rpOf( key.group );
       if ( rp.isUnspecified() && wildcard ) rp = route->umhIs()->rp();
-      // After a restart a joined RP is not known any more, only the path to it.
+      // After a restart an RP from a join is unknown, only its path is kept.
       if ( !wildcard || !rp.isUnspecified() ) updatePath( *route, rp );
    }
 }

@@ -1,13 +1,13 @@
-// The routes and interface records of one VRF and family, for the engines to put
-// their states on.
+// The routes and interface records of one VRF and family, on which the engines keep
+// their states.
 //
-// An engine asks for a record, which comes with its route and the route's path where
-// they are missing, and says when it has changed a state there. A record goes with
-// its last state, unless the (*,G) route's stands behind it (ForwardingEngine); a
+// An engine asks for a record, which is made with its route and the route's path
+// where missing, and reports each change of a state there. A record goes with its
+// last state, unless it stands for the (*,G) route's record (ForwardingEngine). A
 // route goes with the last state on its records and its keepalive timer. An (S,G)
 // route is on the source tree while some interface has joined or includes the
-// source, or while a source on a link of this router sends; else, with (S,G,rpt)
-// prunes or asserts alone, on the RP tree.
+// source, or while a source on a link of this router sends. Otherwise, with
+// (S,G,rpt) prunes or asserts alone, it is on the RP tree.
 //
 // Event-loop thread; the model, clock and topology outlive this.
 #pragma once
@@ -32,17 +32,17 @@ class PIMSM_API Routes {
    using Route = Routing::Pim::SparseMode::Route;
    using RouteKey = Routing::Pim::RouteKey;
 
-   // `policy` says which groups have fast reroute; null: none. It outlives this.
+   // `policy` names the groups with fast reroute; null: none. It outlives this.
    Routes( Mox::Ptr<Routing::Pim::SparseMode::Status> model, Mox::Clock& clock,
            const Topology& topology, const GroupPolicy* policy );
 
    const Routing::Pim::SparseMode::Status& model() const { return *model_; }
 
-   // What is there; null: nothing.
+   // The existing route or record; null without one.
    Mox::Ptr<Route> find( const RouteKey& key ) { return model_->route( key ); }
    Mox::Ptr<Intf> find( const RouteKey& key, Vantu::IntfId intfId );
 
-   // Is the route there, or may one more be? The model has a limit of routes.
+   // Does the route exist, or is there room for one more? The model limits routes.
    bool hasRoom( const RouteKey& key ) const {
       return model_->route().size() < model_->maxRoutes() ||
              std::as_const( *model_ ).route( key ) != nullptr;
@@ -51,23 +51,23 @@ class PIMSM_API Routes {
    // The interfaces with a record.
    std::set<Vantu::IntfId> intfs() const;
 
-   // Made where missing. A (*,G) route without an RP takes the one that `rp` names:
-   // its joins may know what the configuration does not.
+   // Makes a missing route. A (*,G) route without a configured RP takes `rp`, the
+   // RP of its join.
    Mox::Ptr<Route> route( const RouteKey& key, const Vantu::IpGenAddr& rp = {} );
    Mox::Ptr<Intf> record( const RouteKey& key, Vantu::IntfId intfId,
                           const Vantu::IpGenAddr& rp = {} );
 
-   // A state of the record, or the route's keepalive, has changed: the route's tree
-   // follows; what holds no state any more goes.
+   // A state of the record, or the route's keepalive, has changed: updates the
+   // route's tree and removes records and routes without a state.
    void update( const RouteKey& key, Vantu::IntfId intfId );
    void update( const RouteKey& key );
 
-   // Takes up what the model holds after a reload: what holds no state goes, as a
-   // process leaves it that died between two writes.
+   // Resumes the reloaded model. Removes routes and records without a state: a
+   // process that died between two writes leaves those.
    void adopt();
 
-   // Every route takes the path and the RP that the topology says now. A (*,G) route
-   // whose RP is not configured keeps the one that its join named.
+   // Gives every route the topology's present path and RP. A (*,G) route whose RP
+   // is not configured keeps the one of its join.
    void updatePaths();
 
  private:

@@ -14,7 +14,8 @@ bool SourceEngine::attached( const RouteKey& key ) const {
 }
 
 bool SourceEngine::accept( const RouteKey& key ) {
-   if ( !counters_.accepted( refusalOfRoute( key.source, key.group ) ) ) return false;
+   if ( !counters_.accepted( refusalOfRoute( key.source, key.group ) ) )
+      return false;
    if ( routes_.hasRoom( key ) ) return true;
    counters_.refused( tableFull );
    return false;
@@ -31,8 +32,8 @@ void SourceEngine::receiveData( const RouteKey& key, Vantu::IntfId intfId,
    start( key, left );
 }
 
-// The kernel hands up no packet of a route that a join made before the source sent: what
-// it counts tells of the source.
+// The kernel passes no packet up for a route that a join made before the source
+// sent. Its packet count shows that the source sends.
 void SourceEngine::receiveMore( const RouteKey& key, double age ) {
    const double left = keepalivePeriod - age;
    auto found = keepalive_.find( key );

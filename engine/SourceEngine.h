@@ -1,6 +1,7 @@
-// Sources on this router's own links, as the forwarding process tells of their packets:
-// (S,G) state at the first-hop router with its keepalive timer (RFC 7761, 4.2 and
-// 4.11). Event-loop thread; what the engine is given outlives it.
+// Sources on this router's own links, known from packets that the forwarding
+// process reports: (S,G) state at the first-hop router with its keepalive timer
+// (RFC 7761, 4.2 and 4.11). Event-loop thread; the constructor's arguments outlive
+// the engine.
 #pragma once
 
 #include <map>
@@ -19,21 +20,21 @@ class PIMSM_API SourceEngine {
    SourceEngine( Routes& routes, Mox::Clock& clock, const Topology& topology,
                  RouterCounters& counters );
 
-   // Takes up the sources that a reload left, for a keepalive period from now on.
+   // Resumes the reloaded sources for a keepalive period from now on.
    void adopt();
 
-   // A packet of the route's source came in by the interface so many seconds ago: its
-   // timer starts from there. Nothing happens unless the source is on a link there.
+   // A packet of the route's source came in by the interface `age` seconds ago: the
+   // timer counts from there. Ignored unless the source is on a link there.
    void receiveData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
                      double age );
 
-   // The same of a packet that was forwarded, where it came in being known. Where the
-   // timer does not run, that is so for a source on a link only; a route that is not
-   // there is not made.
+   // As above for a forwarded packet, whose incoming interface is known. Restarts a
+   // running timer; starts one only for a directly connected source. Makes no
+   // route.
    void receiveMore( const Routing::Pim::RouteKey& key, double age );
 
-   // The configuration or the routes have changed: what is no source of this router's
-   // links any more ends.
+   // The configuration or the routes have changed: ends the state of sources that
+   // are no longer on this router's links.
    void updatePaths();
 
  private:

@@ -13,31 +13,31 @@ class PIMSM_API Timer : public Mox::Clock::Notifiee {
    Timer( Mox::Clock& clock, std::function<void()> expired )
       : Notifiee( &clock ), expired_( std::move( expired ) ) {}
 
-   // Seconds from now; infinity never expires. Replaces what was set.
+   // Starts anew, in seconds from now; infinity never expires.
    void start( double seconds ) { startUntil( clock()->now() + seconds ); }
    // As start(), unless that would bring the expiry forward (RFC 7761: "set to the
-   // maximum of its current value and the HoldTime"). Did it start?
+   // maximum of its current value and the HoldTime"). Returns whether it started.
    bool extend( double seconds ) {
       double until = clock()->now() + seconds;
       if ( running_ && wakeupTime() >= until ) return false;
       startUntil( until );
       return true;
    }
-   // Goes on as a former process had set it. Of one that ended while nobody ran, what
-   // would have restarted it may have gone unheard: it gets a little time more.
+   // Resumes a former process's timer. If it ended while no process ran, a restart
+   // of it may have been missed: it gets a little more time.
    void resume( double until ) {
       const double now = clock()->now();
       startUntil( until > now ? until : now + grace );
    }
-   // Brings the expiry of a running timer forward, never back.
+   // Brings the expiry of a running timer forward, never later.
    void lower( double seconds ) {
       double until = clock()->now() + seconds;
       if ( running_ && wakeupTime() > until ) startUntil( until );
    }
    bool running() const { return running_; }
-   // When it expires; 0 where it does not run.
+   // The time of expiry; 0 when not running.
    double until() const { return running_ ? wakeupTime() : 0.0; }
-   // Seconds until the expiry; 0 where it does not run.
+   // Seconds until the expiry; 0 when not running.
    double left() const { return running_ ? wakeupTime() - clock()->now() : 0.0; }
    void cancel() {
       running_ = false;
@@ -59,7 +59,8 @@ class PIMSM_API Timer : public Mox::Clock::Notifiee {
       expired();
    }
 
-   // The wake-up time cannot tell a timer that never expires from one not set.
+   // Needed because the wake-up time is the same for a timer that never expires and
+   // one that is not set.
    bool running_ = false;
    std::function<void()> expired_;
 };

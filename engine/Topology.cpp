@@ -27,7 +27,8 @@ Topology::Path configuredPath( const RpfRouteConfig& route ) {
 Topology::Path hostPath( const HostRoute& route ) {
    Topology::Path path;
    if ( route.interface == Vantu::IntfId() ) return path;
-   // A host has no preferences; what it made itself is as good as a subnet here.
+   // A host route has no preference; a route that the host made itself ranks as a
+   // subnet.
    const uint8_t preference = route.connected ? 0 : 1;
    path.rpf = { route.interface, route.neighbor, preference, { route.metric } };
    path.attached = route.neighbor.isUnspecified();
@@ -36,7 +37,7 @@ Topology::Path hostPath( const HostRoute& route ) {
 
 }
 
-// What comes first stays, where prefixes are equal.
+// Of equal prefixes the first one stays.
 void Topology::configIs( const VrfConfig& config ) {
    paths_.clear();
    rps_.clear();
@@ -67,7 +68,8 @@ void Topology::configIs( const VrfConfig& config ) {
 
 Topology::Path Topology::pathTo( const IpGenAddr& address ) const {
    Path best;
-   // Groups without an RP ask for the unspecified address, and a default route has it.
+   // Groups without an RP look up the unspecified address, which a default route
+   // would match.
    if ( address.isUnspecified() ) return best;
    const auto configured = paths_.find( address );
    if ( configured ) best = configured->value;

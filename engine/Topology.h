@@ -1,6 +1,5 @@
-// What this router knows of the network: the reverse path towards an address and
-// the RP of a group, as the configuration says and, where that asks for them, the
-// host's own routes.
+// The reverse path towards an address, and the RP of a group: from the
+// configuration and, where that allows them, the host's own routes.
 #pragma once
 
 #include <optional>
@@ -12,16 +11,16 @@
 
 namespace Router {
 
-// A unicast route of the host's own.
+// One of the host's own unicast routes.
 struct HostRoute {
    unsigned length = 0;        // of the prefix
-   Vantu::IntfId interface;    // empty: what goes there is thrown away
-   Vantu::IpGenAddr neighbor;  // unspecified: the prefix is on the link itself
-   bool connected = false;     // made by the host with an address of its own
+   Vantu::IntfId interface;    // empty: traffic there is discarded
+   Vantu::IpGenAddr neighbor;  // unspecified: the prefix is directly connected
+   bool connected = false;     // made by the host for its own address
    uint32_t metric = 0;
 };
 
-// By the longest prefix; nothing where there is none, or where the host is not asked.
+// The route by longest prefix; nothing without one, or where the host is not asked.
 using HostRoutes =
    Mox::Hook<std::optional<HostRoute>( const Vantu::IpGenAddr& address )>;
 
@@ -32,28 +31,28 @@ class PIMSM_API Topology {
       configIs( config );
    }
 
-   // Takes the place of the present configuration; nothing of it is kept by reference.
+   // Replaces the configuration; keeps no reference to it.
    void configIs( const VrfConfig& config );
 
    struct Path {
       Routing::Pim::Rpf rpf;     // default: no route
-      bool attached = false;     // the address is on the link itself
+      bool attached = false;     // the address is directly connected
       Routing::Pim::Rpf backup;  // default: none
       bool backupAttached = false;
    };
-   // By the longest prefix; the connected subnets count, with preference 0. Of equal
-   // prefixes a subnet comes first, then a configured route. The router's own
-   // addresses have no path, nor has the unspecified one.
+   // The path by longest prefix, connected subnets included with preference 0. Of
+   // equal prefixes a subnet comes first, then a configured route. The router's own
+   // addresses and the unspecified one have no path.
    Path pathTo( const Vantu::IpGenAddr& address ) const;
 
-   // The RP configured for the group, by the longest group range, the first of
-   // equal ones; the unspecified address of the group's family when there is none.
+   // The group's configured RP, by the longest group range and the first of equal
+   // ones. Without one the unspecified address of the group's family.
    Vantu::IpGenAddr rpOf( const Vantu::IpGenAddr& group ) const;
 
  private:
    HostRoutes hostRoutes_;
-   // Where a path is attached, the address itself is the next hop and stands in no
-   // value.
+   // An attached path's next hop is the looked-up address itself, so no value holds
+   // it.
    Routing::PrefixMap<Path> paths_;
    Routing::PrefixMap<Vantu::IpGenAddr> rps_;
 };

@@ -1,5 +1,5 @@
-// The internet checksum (RFC 1071), added up over any number of parts, each of even
-// length but the last.
+// The internet checksum (RFC 1071) of any number of parts, each of even length but
+// the last.
 #pragma once
 
 #include <cstddef>
@@ -19,9 +19,9 @@ class PIMSM_API Checksum {
    }
    void add( uint32_t number ) { sum_ += ( number >> 16 ) + ( number & 0xffff ); }
 
-   // Over what carries its own checksum.
+   // The sum must cover the checksum itself.
    bool isGood() const { return folded() == 0xffff; }
-   // To be written where zeros were added.
+   // The checksum to write in a field that was summed as zeros.
    uint16_t value() const { return static_cast<uint16_t>( ~folded() ); }
 
  private:
@@ -34,7 +34,7 @@ class PIMSM_API Checksum {
    uint64_t sum_ = 0;
 };
 
-// IPv6's pseudo header for `length` bytes of the protocol (RFC 8200, 8.1).
+// Adds IPv6's pseudo header for `length` bytes of the protocol (RFC 8200, 8.1).
 inline void addPseudoHeader( Checksum& checksum, const Vantu::IpGenAddr& source,
                              const Vantu::IpGenAddr& destination, size_t length,
                              uint8_t protocol ) {

@@ -1,7 +1,7 @@
 // Reads bytes front to back, in network order.
 //
 // A read beyond the end gives zeros and makes the cursor fail for good, so that a
-// decoder reads on and asks once at the end of each unit.
+// decoder checks only once, at the end of each unit.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +25,7 @@ class Cursor {
    uint16_t u16() { return static_cast<uint16_t>( number( 2 ) ); }
    uint32_t u32() { return number( 4 ); }
 
-   // Empty when there are not as many.
+   // Empty when fewer bytes remain.
    Bytes take( size_t count ) {
       if ( count > rest_.size() ) {
          ok_ = false;

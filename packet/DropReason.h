@@ -1,4 +1,4 @@
-// Why a packet was dropped; the agent counts by reason.
+// The reasons for dropping a packet; the agent counts them.
 #pragma once
 
 #include <cstdint>
@@ -36,7 +36,7 @@ enum DropReason : uint32_t { AGENT_DROP_REASONS( AGENT_DROP_NAME ) };
 constexpr uint32_t dropReasonCount = 0 AGENT_DROP_REASONS( AGENT_DROP_ONE );
 #undef AGENT_DROP_ONE
 
-// The reason's name, for metrics, and a sentence for people.
+// The reason's name for metrics, and its sentence for people.
 PIMSM_API Mox::StringView dropName( DropReason reason );
 PIMSM_API Mox::StringView dropText( DropReason reason );
 

@@ -1,9 +1,9 @@
-// From messages to the payload of their IP packets, checksum included: what `decodePim` and
-// `decodeMembership` read back as it was.
+// Encodes messages to the payload of their IP packets, checksum included;
+// `decodePim` and `decodeMembership` read them back unchanged.
 //
-// Numbers that do not fit their field are cut to the largest that does; of more groups, sources
-// or records than a field can count the caller takes care, who also knows how long a packet may
-// be. The sender's address counts for the checksum of IPv6 alone.
+// A number too large for its field is cut to the largest that fits. The caller
+// makes sure that the numbers of groups, sources and records fit their fields and
+// the packet's size. The sender's address is used for IPv6's checksum only.
 #pragma once
 
 #include <cstdint>
@@ -14,15 +14,16 @@
 
 namespace Router {
 
-// The type is that of the body; of a message without one nothing comes out.
-// A register without a data packet is a null register's: it carries a header from `source`
-// to `group`, for IPv6 with a PIM header behind it (RFC 7761, 4.9.3).
+// The body gives the type; a message without a body gives nothing. A register
+// without a data packet becomes a null register: its inner header goes from
+// `source` to `group`, for IPv6 with a PIM header behind it (RFC 7761, 4.9.3).
 PIMSM_API std::vector<uint8_t> encodePim( const PimMessage& message,
                                           const Vantu::IpGenAddr& source,
                                           const Vantu::IpGenAddr& destination );
 
-// An older version's report has one record, which says whether it is a leave (MLD: done):
-// all else of it is not sent. Of older queries likewise what they have no room for.
+// An older version's report has one record, which says whether it is a leave (MLD:
+// done); the rest is not sent. Older queries also omit the fields that their
+// version lacks.
 PIMSM_API std::vector<uint8_t> encodeMembership(
    const MembershipMessage& message, const Vantu::IpGenAddr& source,
    const Vantu::IpGenAddr& destination );

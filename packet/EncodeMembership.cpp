@@ -13,8 +13,8 @@ namespace {
 using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
 
-// RFC 3376, 4.1.1 and 4.1.7; RFC 3810, 5.1.3 and 5.1.9: the largest time that a code of so
-// many bits has and that is not beyond this one.
+// RFC 3376, 4.1.1 and 4.1.7; RFC 3810, 5.1.3 and 5.1.9: the code of that many bits
+// for the largest time that does not exceed this one.
 uint32_t encodeTime( double time, unsigned bits ) {
    const unsigned mantissaBits = bits - 4;
    const uint32_t plain = 1U << ( bits - 1 );
@@ -28,7 +28,7 @@ uint32_t encodeTime( double time, unsigned bits ) {
    return plain | ( shift - 3 ) << mantissaBits | mantissa;
 }
 
-// A code of a version that counts units only.
+// The code in versions without an exponent.
 uint32_t plainTime( double units, uint32_t most ) {
    return static_cast<uint32_t>(
       std::clamp( std::floor( units + 0.5 ), 0.0, static_cast<double>( most ) ) );
@@ -46,8 +46,8 @@ class Encoder {
                               const IpGenAddr& destination );
 
  private:
-   // In IGMP the code is a byte before the checksum, in MLD two bytes behind it, with
-   // two more reserved.
+   // In IGMP the code is a byte before the checksum. In MLD it is two bytes behind
+   // the checksum, followed by two reserved bytes.
    void head( uint8_t igmpType, uint8_t mldType, uint32_t code ) {
       out_.u8( ipv4_ ? igmpType : mldType ).u8( ipv4_ ? code : 0 ).u16( 0 );
       if ( !ipv4_ && mldType != mldReport2 ) out_.u16( code ).u16( 0 );
@@ -90,7 +90,7 @@ void Encoder::operator()( const MembershipQuery& query ) {
    }
    head( igmpQuery, mldQuery, encodeTime( units, ipv4_ ? 8 : 16 ) );
    out_.address( query.group );
-   // What does not fit is not told (RFC 3376, 4.1.6).
+   // A value that does not fit is sent as zero (RFC 3376, 4.1.6).
    out_.u8( ( query.suppress ? 8U : 0U ) |
             ( query.robustness <= 7 ? query.robustness : 0U ) );
    out_.u8( encodeTime( query.interval, 8 ) );

@@ -15,7 +15,7 @@ bool isIp4( const IpGenAddr& address ) {
    return address.family() == AddressFamily::ipv4;
 }
 
-// RFC 7761, 4.9.1: the family as the registry numbers it, and its native encoding.
+// RFC 7761, 4.9.1: the family's registry number, and its native encoding.
 void head( Writer& out, const IpGenAddr& address ) {
    out.u8( isIp4( address ) ? 1 : 2 ).u8( 0 );
 }
@@ -37,7 +37,7 @@ void source( Writer& out, const EncodedSource& each ) {
    out.u8( each.maskLength ).address( each.address );
 }
 
-// One kind of body each; the header stands already.
+// Writes each kind of body behind the header.
 struct Body {
    PimType operator()( const std::monostate& ) const { return PimType::hello; }
    PimType operator()( const PimHello& hello ) const;
@@ -86,7 +86,7 @@ PimType Body::operator()( const PimJoinPrune& message ) const {
    return PimType::joinPrune;
 }
 
-// The data packet of a null register.
+// The inner packet of a null register.
 void nullPacket( Writer& out, const PimRegister& message ) {
    Checksum checksum;
    if ( isIp4( message.source ) ) {
@@ -149,7 +149,7 @@ std::vector<uint8_t> encodePim( const PimMessage& message, const IpGenAddr& sour
    out.u32( 0 );
    const PimType type = std::visit( Body{ out }, message.body );
    out.setU16( 0, ( kVersion << 12 ) | static_cast<uint32_t>( type ) << 8 );
-   // Of a register the header alone (RFC 7761, 4.9.3).
+   // For a register only the header is summed (RFC 7761, 4.9.3).
    const size_t covered =
       type == PimType::registerData ? registerHeader : out.size();
    Checksum checksum;

@@ -36,13 +36,13 @@ uint16_t etherTypeBehindTags( Cursor& cursor ) {
    return type;
 }
 
-// Without a type of its own: the version tells.
+// The Ethernet type by the IP version, for links without a type field.
 uint16_t etherTypeOfVersion( const Cursor& cursor ) {
    if ( cursor.atEnd() ) return 0;
    return cursor.rest()[0] >> 4 == 6 ? kEtherIpv6 : kEtherIpv4;
 }
 
-// Leaves the cursor at the IP header and returns its Ethernet type.
+// Moves the cursor to the IP header and returns its Ethernet type.
 uint16_t decodeLink( LinkType link, Cursor& cursor ) {
    uint16_t type = 0;
    switch ( link ) {
@@ -90,7 +90,7 @@ DropReason decodeIpv4( Cursor cursor, IpPacket& out ) {
    return notDropped;
 }
 
-// Steps over the extension headers in front of the payload.
+// Skips the extension headers in front of the payload.
 DropReason skipExtensions( Cursor& cursor, uint8_t& protocol ) {
    for ( ;; ) {
       bool isFragment = protocol == kFragment;
@@ -101,7 +101,7 @@ DropReason skipExtensions( Cursor& cursor, uint8_t& protocol ) {
       uint8_t next = cursor.u8();
       uint8_t units = cursor.u8();
       if ( isFragment ) {
-         // One that is the whole packet has offset zero and none to follow.
+         // In an unfragmented packet the offset is zero and no fragment follows.
          constexpr uint16_t kMoreOrOffset = 0xfff9;
          if ( ( cursor.u16() & kMoreOrOffset ) != 0 ) return fragment;
          cursor.skip( 4 );

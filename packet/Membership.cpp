@@ -9,8 +9,8 @@ namespace {
 using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
 
-// RFC 3376, 4.1.1 and 4.1.7; RFC 3810, 5.1.3 and 5.1.9: beyond its half a code is an
-// exponent of three bits and a mantissa.
+// RFC 3376, 4.1.1 and 4.1.7; RFC 3810, 5.1.3 and 5.1.9: the upper half of the codes
+// are an exponent of three bits and a mantissa.
 double decodeTime( uint32_t code, unsigned bits ) {
    if ( code < 1U << ( bits - 1 ) ) return code;
    unsigned mantissaBits = bits - 4;
@@ -53,8 +53,8 @@ class Decoder {
    AddressFamily family_;
 };
 
-// In IGMP the code is a byte before the checksum, in MLD two bytes behind it, with
-// two more reserved.
+// In IGMP the code is a byte before the checksum. In MLD it is two bytes behind the
+// checksum, followed by two reserved bytes.
 DropReason Decoder::decode( MembershipMessage& out ) {
    uint8_t type = cursor_.u8();
    uint16_t code = cursor_.u8();
@@ -80,7 +80,7 @@ DropReason Decoder::decode( MembershipMessage& out ) {
    }
 }
 
-// The length tells the version (RFC 3376, 7.1; RFC 3810, 8.1).
+// The length gives the version (RFC 3376, 7.1; RFC 3810, 8.1).
 DropReason Decoder::query( uint16_t code, MembershipQuery& out ) {
    const size_t oldSize = ipv4() ? 8 : 24;
    if ( size_ != oldSize && size_ < oldSize + 4 ) return truncatedMessage;
@@ -130,7 +130,7 @@ IpGenAddr Decoder::address() {
    return IpGenAddr::fromBytes( family_, bytes.data() );
 }
 
-// No more than are there, whatever the count says.
+// Reads no more than there are, whatever the count says.
 std::vector<IpGenAddr> Decoder::addresses( size_t count ) {
    std::vector<IpGenAddr> out;
    for ( ; count > 0 && cursor_.ok(); --count ) out.push_back( address() );
@@ -147,8 +147,8 @@ bool isMldType( uint8_t type ) {
           type == mldReport2;
 }
 
-// Such messages are never forwarded; MLD's have a link-local sender, too. A host that has
-// no such address yet may report, but not query.
+// Such messages are never forwarded; MLD messages also have a link-local sender. A
+// host without such an address yet may report, but not query.
 bool isOffLink( const IpPacket& packet ) {
    if ( packet.ttl != 1 ) return true;
    if ( packet.family() == AddressFamily::ipv4 || packet.source.isLinkLocal() )
@@ -158,7 +158,7 @@ bool isOffLink( const IpPacket& packet ) {
 
 }
 
-// IGMP carries other protocols too, as the first version of PIM.
+// IGMP carries other protocols, too, for instance the first version of PIM.
 bool isMembership( const IpPacket& packet ) {
    const bool ipv4 = packet.family() == AddressFamily::ipv4;
    if ( packet.protocol != ( ipv4 ? igmpProtocol : icmp6Protocol ) ) return false;

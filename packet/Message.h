@@ -1,4 +1,4 @@
-// The messages that the agent understands, of one IP packet each.
+// The messages that the agent understands, each in one IP packet.
 #pragma once
 
 #include "packet/Membership.h"
@@ -8,7 +8,8 @@ namespace Router {
 
 using Message = std::variant<PimMessage, MembershipMessage>;
 
-// Fills `out` and returns notDropped, or says why not; `out` is then unspecified.
+// Fills `out` and returns notDropped, or returns the reason and leaves `out`
+// unspecified.
 [[nodiscard]] inline DropReason decodeMessage( const IpPacket& packet,
                                                Message& out ) {
    if ( packet.protocol == pimProtocol )

@@ -1,4 +1,4 @@
-// Numbers on the wire that decoders and encoders share.
+// Numbers on the wire, for decoders and encoders.
 #pragma once
 
 #include <cstddef>
@@ -24,7 +24,7 @@ constexpr uint16_t helloDrPriority = 19;
 constexpr uint16_t helloGenerationId = 20;
 constexpr uint16_t helloAddressList = 24;
 
-// What stands before a register's data packet, and what its checksum covers, in bytes.
+// The sizes of a register's header and of the part under its checksum, in bytes.
 constexpr size_t registerHeader = 8;
 
 }

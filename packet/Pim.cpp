@@ -28,7 +28,7 @@ bool isGoodChecksum( const IpPacket& packet, PimType type ) {
    return isGoodChecksum( packet, packet.payload.size() );
 }
 
-// Decodes one message; the first thing that is wrong decides.
+// Decodes one message; the first error decides.
 class Decoder {
  public:
    Decoder( Bytes message, AddressFamily family )
@@ -125,7 +125,7 @@ DropReason Decoder::registerData( PimRegister& out ) {
    if ( !cursor_.ok() || cursor_.atEnd() ) return truncatedMessage;
    bool isIpv4 = family_ == AddressFamily::ipv4;
    if ( cursor_.rest()[0] >> 4 != ( isIpv4 ? 4 : 6 ) ) return badRegister;
-   // Up to the addresses, the last fields of either header but IPv4's options.
+   // Skips up to the addresses, which end either header except for IPv4's options.
    cursor_.skip( isIpv4 ? 12 : 8 );
    Bytes source = cursor_.take( Vantu::addressBits( family_ ) / 8 );
    Bytes group = cursor_.take( Vantu::addressBits( family_ ) / 8 );
@@ -198,7 +198,7 @@ DropReason Decoder::unicast( Cursor& cursor, IpGenAddr& out ) const {
    return address( cursor, family, encoding, out );
 }
 
-// The address itself, behind what its encoding puts in front.
+// Reads the bare address, behind the fields of its encoding.
 DropReason Decoder::address( Cursor& cursor, uint8_t family, uint8_t encoding,
                              IpGenAddr& out ) const {
    constexpr uint8_t kNativeEncoding = 0;

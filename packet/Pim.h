@@ -1,8 +1,8 @@
 // PIM version 2 messages (RFC 7761, 4.9).
 //
-// Hello, join/prune, assert and register-stop are decoded in full; of a register's data
-// packet only who sends to whom; of every other message only the type, which the agent
-// counts. A message is checked as a whole before any of it counts.
+// Hello, join/prune, assert and register-stop are decoded in full. Of a register's
+// data packet only the addresses are, of every other message only the type, which
+// the agent counts. A message is checked as a whole before any part of it is used.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ namespace Router {
 
 constexpr uint8_t pimProtocol = 103;
 
-// As on the wire; other numbers occur.
+// Numbered as on the wire; other numbers occur.
 enum class PimType : uint8_t {
    hello,
    registerData,
@@ -43,8 +43,8 @@ struct LanPruneDelay {
    uint16_t overrideInterval = 0;
 };
 
-// Options that are absent are empty. Of one that comes twice the last counts.
-// State refresh and options unknown to us are skipped.
+// An absent option is empty. When an option comes twice, the last counts. State
+// refresh and unknown options are skipped.
 struct PimHello {
    std::optional<uint16_t> holdtime;  // s; 0xffff = for ever, 0 = goodbye
    std::optional<LanPruneDelay> lanPruneDelay;
@@ -75,14 +75,15 @@ struct PimJoinPrune {
    std::vector<JoinPruneGroup> groups;
 };
 
-// A data packet, or a null register's header alone, that a router passed on (RFC 7761,
-// 4.9.3). Both addresses are of the outer packet's family.
+// A data packet that a router passed on, or a null register's header alone (RFC
+// 7761, 4.9.3). Both addresses are of the outer packet's family.
 struct PimRegister {
    bool border = false;
    bool nullRegister = false;
    Vantu::IpGenAddr source;
    Vantu::IpGenAddr group;  // the data packet's destination, whatever it is
-   // To be encoded, whole; decoding leaves it empty. Empty: a null register's.
+   // For encoding: the whole data packet; empty for a null register. Decoding
+   // leaves it empty.
    Bytes packet;
 };
 
@@ -97,7 +98,7 @@ struct PimRegisterStop {
 struct PimAssert {
    Vantu::IpGenAddr group;
    uint8_t maskLength = 0;
-   Vantu::IpGenAddr source;  // unspecified: of the (*,G) state
+   Vantu::IpGenAddr source;  // unspecified: a (*,G) assert
    bool rptBit = false;
    uint32_t preference = 0;  // 31 bits
    uint32_t metric = 0;
@@ -110,10 +111,11 @@ struct PimMessage {
       body;
 };
 
-// Fills `out` and returns notDropped, or says why not; `out` is then unspecified.
-// The checksum covers the message, for IPv6 with the pseudo header, and of a
-// register only the first 8 bytes, which is then also the length in the pseudo header;
-// one over the whole register is accepted too (RFC 7761, 4.9 and 4.9.3).
+// Fills `out` and returns notDropped, or returns the reason and leaves `out`
+// unspecified. The checksum covers the message, for IPv6 with the pseudo header.
+// For a register it covers only the first 8 bytes, which is then also the length in
+// the pseudo header; a checksum over the whole register is accepted, too (RFC 7761,
+// 4.9 and 4.9.3).
 [[nodiscard]] PIMSM_API DropReason decodePim( const IpPacket& packet,
                                               PimMessage& out );
 

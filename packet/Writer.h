@@ -26,7 +26,7 @@ class Writer {
       const size_t size = Vantu::addressBits( address.family() ) / 8;
       return bytes( Bytes( address.bytes() ).first( size ) );
    }
-   // Where a number was left open.
+   // Writes the number at a place that was left open.
    void setU16( size_t at, uint32_t value ) {
       bytes_[at] = static_cast<uint8_t>( value >> 8 );
       bytes_[at + 1] = static_cast<uint8_t>( value );

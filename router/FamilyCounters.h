@@ -1,7 +1,8 @@
-// What the agent counts of one VRF and family beside its tables' own counters, under
-// the path of its route tables: "reviews" finished; of either route table what came of
-// its writes, "routeWritten", "routeRemoved", "routeRefused" and the same of routeIntf;
-// of the reload at the start "reloadRoutes" and "reloadMicroseconds".
+// The agent's counters of one VRF and family, beside its tables' own counters,
+// under the path of its route tables. "reviews" counts finished reviews.
+// "routeWritten", "routeRemoved" and "routeRefused" count the route table's writes,
+// and the same for routeIntf. "reloadRoutes" and "reloadMicroseconds" describe the
+// reload at the start.
 #pragma once
 
 #include "export/RouteBraneWriterSm.h"
@@ -21,7 +22,7 @@ class FamilyCounters {
         reloadMicroseconds_( path, "reloadMicroseconds" ),
         start_( now ) {}
 
-   // Once: all is taken up that the tables held.
+   // Called once, when the tables have been reloaded.
    void reloaded( size_t routes, double now ) {
       reloadRoutes_.inc( routes );
       reloadMicroseconds_.inc( static_cast<uint64_t>( ( now - start_ ) * 1e6 ) );

@@ -1,5 +1,5 @@
-// A clock that wakes its observers only where something else says so, for a reactor that
-// must not see work half done.
+// A clock that wakes its observers only while its gate is open, for a reactor that
+// must not see unfinished work.
 #pragma once
 
 #include <functional>
@@ -10,8 +10,8 @@ namespace Router {
 
 class GatedClock : public Mox::FollowingClock {
  public:
-   // `open` is asked before observers are woken; where it says false, again in the next
-   // pass. `real` outlives this clock.
+   // `open` is asked before observers are woken; while it returns false, it is
+   // asked again in each pass. `real` outlives this clock.
    GatedClock( Mox::Clock& real, std::function<bool()> open )
       : FollowingClock( real ), open_( std::move( open ) ) {}
 

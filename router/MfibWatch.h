@@ -16,17 +16,17 @@ namespace Router {
 
 class PIMSM_API MfibWatch {
  public:
-   // An interface is wrong for packets that come in now: of those that still come the
-   // kernel tells each 3 s.
+   // An interface counts as wrong for present packets this long: while they come,
+   // the kernel reports them each 3 s.
    static constexpr double wrongVifTime = 3.0;  // s
 
-   // `real` is the clock of the tables' times. Throws what mounting throws.
+   // `real` is the clock of the tables' times. Throws the exceptions of mounting.
    MfibWatch( Mox::Ptr<Published::MfibStatus> tables,
               Mox::Ptr<Routing::Pim::SparseMode::Status> model, Protocol& protocol,
               Mox::Clock& real );
    ~MfibWatch();
 
-   // The engines have taken up what was reloaded: what the tables hold counts now.
+   // The engines have resumed the reloaded states: the tables' content counts now.
    void adopted();
 
  private:

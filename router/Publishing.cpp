@@ -60,7 +60,7 @@ std::vector<Published::Rp> rpRecords( Vantu::AddressFamily family,
    return out;
 }
 
-// Of the lists of these names.
+// The rules of the lists with these names.
 std::vector<Published::AccessRule> ruleRecords( const VrfConfig& config,
                                                 const std::string& ssmFilter,
                                                 const std::string& frrFilter ) {
@@ -115,7 +115,7 @@ void publishConfig( Published::FamilyStatus& tables, Vantu::AddressFamily family
         setting( "maxRouteIntfs", std::to_string( model.maxRouteIntfs() ) ),
         setting( "require-hello", config.requireHello ? "yes" : "no" ),
         setting( "ssmFilter", ssmFilter ), setting( "frrFilter", frrFilter ),
-        // Where fewer found room, what the lists say is not known.
+        // When fewer rules had room, readers treat the lists as unknown.
         setting( "access-rules", std::to_string( rules.size() ) ) } );
 }
 

@@ -52,7 +52,7 @@ void RouteTally::write( Brane::RouteCounterType type, uint32_t count ) {
            ::Brane::lookupFound &&
         before == record )
       return;
-   // A damaged count is no reason for the agent to end; the next mount repairs it.
+   // A damaged count does not end the agent; the next mount repairs it.
    try {
       tables_->routeCounterIs( record );
    } catch ( const ::Brane::TableError& e ) {

@@ -1,7 +1,9 @@
-// Counts the routes that wait for something, in the tables beside the routes: without
-// a way to their source or RP, unless that is this router, about to go, changing trees.
+// Counts the waiting routes, in the tables beside the routes: those without a path
+// to their source or RP (unless that is this router), those about to go, and those
+// changing trees.
 //
-// Counted anew within a second after a change. Event-loop thread; the clock outlives it.
+// Counts again within a second after a change. Event-loop thread; the clock
+// outlives it.
 #pragma once
 
 #include <functional>
@@ -20,9 +22,9 @@ class PIMSM_API RouteTally : public Mox::Clock::Notifiee {
                Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables,
                std::function<bool( const Vantu::IpGenAddr& )> isOwn );
 
-   // Routes may have changed.
+   // Routes may have changed: counts within the interval.
    void touch();
-   // At once.
+   // Counts at once.
    void count();
 
  private:

@@ -70,7 +70,7 @@ void VrfRouter::configIs( const VrfConfig& config ) {
    publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );
 }
 
-// Whatever stands or was left.
+// Marks the timers of all present and former records.
 void VrfRouter::markAllTimers() {
    for ( const auto& key : vrf_.published()->downstream().keys() )
       timersDue_.insert( key );
@@ -80,8 +80,8 @@ void VrfRouter::markAllTimers() {
    }
 }
 
-// Before the states that they belong to: one that is in the tables without its timers
-// would live for another time.
+// Timers go before their states: a state in the tables without its timers would get
+// another lifetime.
 void VrfRouter::publishTimers() {
    for ( const auto& key : std::exchange( timersDue_, {} ) )
       Published::publishDownstream( *vrf_.published(), protocol_.timers( key ) );
@@ -92,13 +92,13 @@ void VrfRouter::receive( Vantu::IntfId intfId, const IpPacket& packet,
    if ( adopted_ ) return protocol_.receive( intfId, packet, message );
    if ( waiting_.size() >= maxWaiting ) return counters_.refused( tooManyWaiting );
    IpPacket kept = packet;
-   kept.payload = {};  // the frame does not wait; the message holds what it said
+   kept.payload = {};  // the frame is not kept; the message holds its content
    waiting_.push_back( [this, intfId, kept, message] {
       protocol_.receive( intfId, kept, message );
    } );
 }
 
-// A slice. Does forwarding follow all that has changed?
+// Reviews one slice. Returns whether forwarding follows all changes.
 bool VrfRouter::review() {
    if ( protocol_.pending() ) tally_.touch();
    const double start = clock_.now();
@@ -111,8 +111,9 @@ bool VrfRouter::review() {
    return false;
 }
 
-// People read join, prune and assert states and their times in the tables: none waits for
-// a change that the writer marks by itself. Whatever is reloaded has its marks.
+// People read join, prune and assert states and their times in the tables, so these
+// do not wait for a change that the writer marks by itself. Reloaded records are
+// marked already.
 void VrfRouter::markExport( const Routing::Pim::RouteKey& key,
                             Vantu::IntfId intfId ) {
    if ( !adopted_ ) return;
@@ -124,8 +125,9 @@ void VrfRouter::markExport( const Routing::Pim::RouteKey& key,
    }
 }
 
-// Readers see no route on which an engine's change stands and what follows from it does
-// not. Whoever floods a link with changes must not keep all others from the tables.
+// Holds the tables back while forwarding does not follow the engines' changes yet.
+// Only for a limited time: a flood of changes on one link must not keep all others
+// out of the tables.
 bool VrfRouter::mayWrite() {
    const bool may =
       !adopted_ || review() || clock_.now() - *behindSince_ >= maxBehind;

@@ -1,4 +1,4 @@
-// One VRF and address family of a router, put together whole: model, tables, engines.
+// A complete router for one VRF and address family: model, tables, engines.
 //
 //    Router::VrfRouter vrf( manager, clock, Vantu::AddressFamily::ipv4, config, counters );
 //    Mox::Loop::TurnEnd turnEnd( loop, [&] { vrf.handleTurnEnd(); } );
@@ -6,11 +6,11 @@
 //    vrf.adopt();
 //    vrf.receive( intfId, packet, message )
 //
-// Opens nothing: who has it hands it the messages of `packet/`, and sends what he sends
-// himself. It publishes the routes, and beside them interfaces, neighbours, RPs, access lists,
-// settings and timers, so that readers see what it saw and the next process goes on from there.
-// It follows the forwarding process of the VRF where one runs. Event-loop thread; what it is
-// given by reference outlives it.
+// Opens no socket: the caller passes in the messages of `packet/` and does all
+// sending. It publishes the routes, and beside them interfaces, neighbours, RPs,
+// access lists, settings and timers, so that readers know its inputs and the next
+// process continues from there. It follows the VRF's forwarding process where one
+// runs. Event-loop thread; arguments by reference outlive it.
 #pragma once
 
 #include <deque>
@@ -30,13 +30,13 @@
 namespace Router {
 
 struct VrfRouterOptions {
-   // The host's unicast routes; empty: there are none but those of the configuration.
+   // The host's unicast routes; empty: only the configuration's routes are used.
    HostRoutes hostRoutes = {};
-   // What the tables have room for.
+   // The capacity of the tables.
    uint32_t maxRoutes = 10000;
    uint32_t maxRouteIntfs = 600000;
-   // The time of the engines, where it is another than that of the tables; null: it is the
-   // same. Outlives the router.
+   // The engines' clock where it differs from the tables' clock; null: the same.
+   // Outlives the router.
    Mox::Clock* engineClock = nullptr;
 };
 
@@ -45,8 +45,8 @@ class PIMSM_API VrfRouter {
    static constexpr size_t maxWaiting = 10000;  // messages, before adopt()
    static constexpr double maxBehind = 1.0;     // s
 
-   // Copies the configuration. Throws what mounting throws (Brane::SecondWriterError,
-   // Brane::CreateError).
+   // Copies the configuration. Throws the exceptions of mounting
+   // (Brane::SecondWriterError, Brane::CreateError).
    VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
               Vantu::AddressFamily family, const VrfConfig& config,
               RouterCounters& counters, const VrfRouterOptions& options = {} );
@@ -56,35 +56,37 @@ class PIMSM_API VrfRouter {
 
    Vantu::AddressFamily family() const { return family_; }
    const Routing::Pim::SparseMode::Status& model() const { return *vrf_.model(); }
-   // What is published; the engines write it.
+   // The published state; the engines write it.
    const Routing::Pim::SparseMode::VrfWriter& writer() const { return vrf_; }
-   // How many groups a source has and sources a group.
+   // The numbers of groups of a source and of sources of a group.
    const Published::Counting& counting() const { return counting_; }
 
    // Has the reload ended?
    bool ready() const { return vrf_.ready(); }
    bool adopted() const { return adopted_; }
-   // Once, when ready: the engines take up what was reloaded, then what has waited.
+   // Call it once, when ready: the engines resume the reloaded states, then handle
+   // the waiting messages.
    void adopt();
 
-   // Another configuration of the same VRF.
+   // Replaces the configuration of the same VRF.
    void configIs( const VrfConfig& config );
-   // The VRF goes: readers see its tables go. The router is to go next.
+   // Removes the VRF: readers see its tables go. Destroy the router next.
    void retire() { vrf_.retire(); }
 
-   // A decoded message that arrived on the interface; one that comes before adopt() waits,
-   // and is counted as refused where too many do. The packet's payload is not looked at.
+   // Handles a decoded message that arrived on the interface. Before adopt() it
+   // waits, and is counted as refused when too many wait. The packet's payload is
+   // not read.
    void receive( Vantu::IntfId intfId, const IpPacket& packet,
                  const Message& message );
 
    // The host's routes have changed.
    void pathsChanged() { protocol_.pathsChanged(); }
 
-   // At the end of each turn of the loop: forwarding follows the turn's changes, and what
-   // changed is published. No route is published between a change and the forwarding that
-   // follows from it, unless it takes longer than maxBehind.
+   // Call it at the end of each turn of the loop: updates forwarding after the
+   // turn's changes and publishes them. No route is published between a change and
+   // the forwarding that follows from it, unless that takes longer than maxBehind.
    void handleTurnEnd();
-   // Is everything that is marked in the tables?
+   // Are all marked changes in the tables?
    bool published() const;
 
  private:
@@ -115,9 +117,9 @@ class PIMSM_API VrfRouter {
    Resume resume_;
    FamilyCounters familyCounters_;
    bool publishDue_ = true;  // interfaces or configuration have changed
-   std::unordered_set<Routing::Pim::RouteIntfKey> timersDue_;  // may run otherwise
+   std::unordered_set<Routing::Pim::RouteIntfKey> timersDue_;  // may have changed
    bool adopted_ = false;
-   std::optional<double> behindSince_;  // forwarding, behind the changes
+   std::optional<double> behindSince_;  // forwarding has been behind since then
    std::deque<std::function<void()>> waiting_;
 };
 

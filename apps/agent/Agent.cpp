@@ -80,8 +80,8 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
 
 Agent::~Agent() = default;
 
-// Those of the configuration that are not there yet. Throws what mounting throws;
-// `made` then has those that came before.
+// Makes the configuration's families that do not exist yet. Throws the exceptions
+// of mounting; `made` then holds those made before.
 void Agent::addFamilies( const AgentConfig& config, Families& made ) {
    for ( const VrfConfig& vrf : config.vrfs ) {
       for ( AddressFamily family : kFamilies ) {
@@ -93,7 +93,8 @@ void Agent::addFamilies( const AgentConfig& config, Families& made ) {
    }
 }
 
-// All of them or, without a trace in the tables' directory and of the kernel's routes, none.
+// Makes all new families. On an exception makes none, and removes all traces of
+// them from the tables' directory and the kernel routes.
 Agent::Families Agent::newFamilies( const AgentConfig& config ) {
    Families made;
    try {
@@ -113,7 +114,7 @@ Agent::Families Agent::newFamilies( const AgentConfig& config ) {
    return made;
 }
 
-// What VRFs left that went from the configuration while no agent ran.
+// Removes the tables of VRFs that left the configuration while no agent ran.
 void Agent::removeLeftovers() {
    for ( AddressFamily family : kFamilies ) {
       for ( const L3::VrfName& vrf :
@@ -136,7 +137,7 @@ FamilyInstance* Agent::find( const L3::VrfName& vrf, AddressFamily family ) cons
    return nullptr;
 }
 
-// A line for each capture or interface that the configuration does not know.
+// Returns a line for each capture or interface that the configuration lacks.
 std::vector<std::string> Agent::bindCaptures() {
    std::vector<std::string> problems;
    bindings_.clear();
@@ -156,7 +157,7 @@ std::vector<std::string> Agent::bindCaptures() {
    return problems;
 }
 
-// By the names of their captures, which are this host's interfaces.
+// The interfaces of this host to listen on, by the names of their captures.
 std::vector<std::string> Agent::listenedOn() const {
    if ( !options_.listen ) return options_.interfaces;
    std::vector<std::string> names;
@@ -169,7 +170,8 @@ std::vector<std::string> Agent::listenedOn() const {
    return names;
 }
 
-// As the configuration now says; returns a line for each that cannot be heard.
+// Follows the configuration; returns a line for each interface that cannot be
+// heard.
 std::vector<std::string> Agent::listenAnew() {
    std::vector<std::string> problems;
    std::map<std::string, std::unique_ptr<LiveCapture>> before;
@@ -203,7 +205,8 @@ std::unique_ptr<LiveCapture> Agent::listen( const std::string& interface ) {
 
 std::vector<std::string> Agent::configIs( AgentConfig config ) {
    if ( !namesAFamily( config ) ) throw ConfigError( kNoInterface );
-   // What may fail comes first; until all follow, nobody loses the routes he goes by.
+   // Steps that may fail come first; until all follow, no VRF loses the routes that
+   // it uses.
    std::set<uint32_t> tables = kernelTables( config );
    tables.merge( kernelTables( options_.config ) );
    kernelRoutes_.tablesAre( std::move( tables ) );
@@ -256,8 +259,8 @@ void Agent::handleTurnEnd() {
    }
 }
 
-// In real time before the replay: a reloaded state lives for its time from now,
-// however far back the replay starts. The replay waits for all.
+// Runs in real time before the replay: a reloaded state lives for its time from
+// now, however far back the replay starts. The replay waits for all families.
 void Agent::adoptReloaded() {
    bool all = true;
    for ( const auto& family : families_ ) {

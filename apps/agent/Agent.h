@@ -1,10 +1,10 @@
 // The reference agent: hosts the library on its event loop and feeds it packets.
 //
 // Start-up in order: configuration, tables of every VRF and family mounted as
-// writer with their reconcilers; as each has reloaded, its engines take the reloaded
-// states up; then the captures are replayed in slices; from their end on the agent
-// lives in real time. Interfaces that it listens on are heard from the start. Doorbells
-// ring at the end of each turn of the loop.
+// writer with their reconcilers; when each has reloaded, its engines resume the
+// reloaded states; then the captures are replayed in slices; after their end the
+// agent runs in real time. Interfaces that it listens on are heard from the start.
+// Doorbells ring at the end of each turn of the loop.
 #pragma once
 
 #include <map>
@@ -23,17 +23,18 @@ namespace Agent {
 
 struct AgentOptions {
    AgentConfig config;
-   // The configuration is assumed: tables of other VRFs are not its to remove.
+   // No configuration was given: the tables of other VRFs are not this agent's to
+   // remove.
    bool assumed = false;
    std::string root = Corvex::EntityManager::defaultRoot;
    std::vector<Replay::Input> captures;
-   // Interfaces of this host to listen on, by the names of their captures. REQUIRES: no
-   // captures to replay, whose time is another.
+   // Interfaces of this host to listen on, by the names of their captures.
+   // REQUIRES: no captures to replay, whose time differs.
    std::vector<std::string> interfaces;
-   // On those of the configuration instead, as it changes; one that is not there is
-   // waited for.
+   // Listens on the configuration's interfaces instead, and follows its changes. A
+   // missing interface is waited for.
    bool listen = false;
-   // Sentences for people: interfaces that went away, and the like.
+   // Gets messages for people, for instance that an interface went away.
    std::function<void( const std::string& )> note = []( const std::string& ) {};
 };
 
@@ -47,25 +48,26 @@ class Agent {
    Agent( const Agent& ) = delete;
    Agent& operator=( const Agent& ) = delete;
 
-   // Called once: the captures are played and what came of them is published.
+   // Called once, when the captures are played and their results published.
    void readyIs( std::function<void()> ready ) { ready_ = std::move( ready ); }
 
-   // As FamilyInstance::mountNotes(), of all.
+   // All families' FamilyInstance::mountNotes().
    std::vector<std::string> mountNotes() const;
 
-   // Another configuration: VRFs come and go with their tables, the others follow
-   // it. Returns what does not follow now, a line each. Throws ConfigError, what
-   // mounting a new VRF throws, and std::system_error where the kernel's routes cannot be
-   // read; nothing has changed then.
+   // Replaces the configuration: VRFs come and go with their tables, the others
+   // follow it. Returns a line for each setting that cannot follow now. Throws
+   // ConfigError, the exceptions of mounting a new VRF, and std::system_error where
+   // the kernel's routes cannot be read; nothing has changed then.
    std::vector<std::string> configIs( AgentConfig config );
 
    const RouterCounters& counters() const { return counters_; }
    const std::vector<std::unique_ptr<FamilyInstance>>& families() const {
       return families_;
    }
-   // Where a capture breaks off, and how; empty: none does.
+   // The damaged captures and their damage; empty without any.
    const std::string& captureProblem() const { return replay_.problem(); }
-   // What was replayed, reloaded and counted; lines for people.
+   // The numbers of packets replayed and routes reloaded, and the counters; lines
+   // for people.
    std::string summary() const;
 
  private:
@@ -80,7 +82,7 @@ class Agent {
    void handleTurnEnd();
    void adoptReloaded();
    void playSlice();
-   // A frame that arrived where `capture` is bound to.
+   // A frame that arrived on the interface of `capture`.
    struct Frame {
       const std::string& capture;
       LinkType link;
@@ -106,7 +108,7 @@ class Agent {
    Replay replay_;
    std::map<std::string, CaptureBinding> bindings_;  // by capture
    std::vector<std::unique_ptr<LiveCapture>> live_;
-   bool started_ = false;  // the replay
+   bool started_ = false;  // the replay has started
    std::function<void()> ready_;
    std::optional<Mox::Loop::TurnEnd> turnEnd_;
 };

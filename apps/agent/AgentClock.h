@@ -19,14 +19,13 @@ class AgentClock : public Mox::FollowingClock {
 
    double now() const override { return live_ ? FollowingClock::now() : now_; }
 
-   // From here on time is what advance() says. Wake-ups that are set
-   // stay at their times.
+   // From here on advance() sets the time. Wake-ups keep their times.
    void replayFrom( double time ) {
       live_ = false;
       now_ = time;
    }
 
-   // Moves on to `time`, firing what is due on the way; never back.
+   // Moves on to `time` and fires the wake-ups due on the way; never moves back.
    void advance( double time ) {
       while ( nextWakeup() <= time ) {
          now_ = std::max( now_, nextWakeup() );

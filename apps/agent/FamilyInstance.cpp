@@ -16,7 +16,7 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
                },
                 config.maxRoutes, config.maxRouteIntfs, &clock } ) {}
 
-// Where the VRF's reverse paths come from the kernel's routes, too.
+// The kernel's route, for VRFs that also take reverse paths from the kernel.
 std::optional<HostRoute> FamilyInstance::hostRoute(
    const KernelRoutes* routes, const Vantu::IpGenAddr& address ) const {
    if ( routes == nullptr || !config_.kernelRpf ) return std::nullopt;

@@ -1,5 +1,5 @@
-// One VRF and address family of the agent, as its configuration says: the router of the
-// library, with the host's routes where the VRF asks for them. Event-loop thread.
+// One VRF and address family of the agent, by its configuration: the library's
+// router, with the host's routes where the VRF asks for them. Event-loop thread.
 #pragma once
 
 #include "apps/agent/AgentClock.h"
@@ -11,8 +11,9 @@ namespace Agent {
 
 class FamilyInstance {
  public:
-   // Manager, clocks, counters and kernel routes (null: none) outlive the instance. Throws
-   // what mounting throws (Brane::SecondWriterError, Brane::CreateError).
+   // Manager, clocks, counters and kernel routes (null: none) outlive the instance.
+   // Throws the exceptions of mounting (Brane::SecondWriterError,
+   // Brane::CreateError).
    FamilyInstance( Vantu::AddressFamily family, const VrfConfig& config,
                    Corvex::EntityManager& manager, Mox::Clock& real,
                    AgentClock& clock, RouterCounters& counters,
@@ -23,11 +24,12 @@ class FamilyInstance {
    VrfRouter& router() { return router_; }
    const VrfRouter& router() const { return router_; }
 
-   // What could not be taken up of the tables as it stood, a line each: of another
-   // layout or boot, damaged.
+   // A line for each table that was not taken over as it stood: of another layout
+   // or boot, or damaged.
    std::vector<std::string> mountNotes() const;
 
-   // Another configuration of the same VRF. Its limits count at the next mount only.
+   // Replaces the configuration of the same VRF. Its limits count at the next mount
+   // only.
    void configIs( const VrfConfig& config );
 
  private:

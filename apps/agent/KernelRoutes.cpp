@@ -8,8 +8,8 @@ namespace {
 
 using Vantu::IpGenAddr;
 
-// What stands in front of an address of the other family (RTA_VIA, RFC 8950) leads to no
-// PIM neighbour of this one.
+// A gateway of the other family (RTA_VIA, RFC 8950) is no PIM neighbour of this
+// one.
 KernelRoute hopOf( const Netlink::Attributes& attributes, uint32_t index,
                    Vantu::AddressFamily family,
                    const std::map<uint32_t, Vantu::IntfId>& names ) {
@@ -22,7 +22,7 @@ KernelRoute hopOf( const Netlink::Attributes& attributes, uint32_t index,
    return route;
 }
 
-// The first of several ways that is up.
+// The first next hop that is up.
 KernelRoute firstHop( std::span<const uint8_t> hops, Vantu::AddressFamily family,
                       const std::map<uint32_t, Vantu::IntfId>& names ) {
    while ( auto hop = Netlink::valueOf<rtnexthop>( hops ) ) {
@@ -44,7 +44,7 @@ bool throwsAway( uint8_t type ) {
    return type == RTN_BLACKHOLE || type == RTN_UNREACHABLE || type == RTN_PROHIBIT;
 }
 
-// What the kernel tells of these tables, links first.
+// The content of a dump of these tables, links first.
 class Reading {
  public:
    explicit Reading( const std::set<uint32_t>& tables ) : tables_( tables ) {}
@@ -90,7 +90,7 @@ void Reading::addRoute( const Netlink::Message& message ) {
    route.metric = attributes.value<uint32_t>( RTA_PRIORITY ).value_or( 0 );
    IpGenAddr destination = attributes.address( RTA_DST, *family )
                               .value_or( IpGenAddr::unspecified( *family ) );
-   // Of several for one prefix the lowest metric counts, then the first.
+   // Of several routes for a prefix the lowest metric counts, then the first.
    auto [kept, isNew] = ribs_[table].insert(
       Vantu::IpGenPrefix( destination, body->rtm_dst_len ), route );
    if ( !isNew && route.metric < kept.metric ) kept = route;
@@ -106,14 +106,14 @@ void KernelRoutes::tablesAre( std::set<uint32_t> tables ) {
    if ( std::includes( tables_.begin(), tables_.end(), tables.begin(),
                        tables.end() ) ) {
       KernelRibs left = ribs_;
-      std::erase_if( left, [&]( const auto& rib ) {
-         return tables.count( rib.first ) == 0;
-      } );
+      std::erase_if(
+         left, [&]( const auto& rib ) { return tables.count( rib.first ) == 0; } );
       tables_ = std::move( tables );
       return ribsAre( std::move( left ) );
    }
    subscribe();
-   // Whole, if it can be had: a router's reloaded state is judged by these routes.
+   // Tries to read a whole dump: a router's reloaded state is judged by these
+   // routes.
    constexpr int kTries = 20;
    bool whole = read( tables );
    for ( int tries = 1; tries < kTries && !whole; ++tries ) whole = read( tables );
@@ -121,7 +121,7 @@ void KernelRoutes::tablesAre( std::set<uint32_t> tables ) {
    if ( !whole ) touch();
 }
 
-// Before the first reading, so that no change is missed between.
+// Subscribes before the first reading, so that no change is missed between.
 void KernelRoutes::subscribe() {
    if ( notifications_ ) return;
    notifications_.emplace(
@@ -146,7 +146,7 @@ void KernelRoutes::onTime() {
    }
 }
 
-// False: something changed meanwhile, and the routes stay as they were.
+// Returns false when something changed meanwhile; the routes stay as they were.
 bool KernelRoutes::read( const std::set<uint32_t>& tables ) {
    lastRead_ = clock()->now();
    Reading reading( tables );

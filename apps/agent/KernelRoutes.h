@@ -1,7 +1,7 @@
-// This host's own unicast routes, told by the kernel: the reverse paths of VRFs that
-// say `rpf: kernel`.
+// This host's own unicast routes, read from the kernel: the reverse paths of VRFs
+// with `rpf: kernel`.
 //
-// Read whole at the start, and again when the kernel tells of a change, at most once
+// Read whole at the start, and again when the kernel reports a change, at most once
 // each rereadInterval. Event-loop thread; the loop and clock outlive it.
 #pragma once
 
@@ -18,9 +18,9 @@
 namespace Agent {
 
 struct KernelRoute {
-   Vantu::IntfId interface;    // empty: what goes there is thrown away
-   Vantu::IpGenAddr neighbor;  // unspecified: the prefix is on the link itself
-   bool connected = false;     // made by the kernel with an address of its own
+   Vantu::IntfId interface;    // empty: traffic there is discarded
+   Vantu::IpGenAddr neighbor;  // unspecified: the prefix is directly connected
+   bool connected = false;     // made by the kernel for its own address
    uint32_t metric = 0;
    bool operator==( const KernelRoute& ) const = default;
 };
@@ -28,7 +28,7 @@ struct KernelRoute {
 // The routes of one table.
 using KernelRib = Routing::PrefixMap<KernelRoute>;
 
-// By table.
+// The routes by the number of their table.
 using KernelRibs = std::map<uint32_t, KernelRib>;
 
 class KernelRoutes : public Mox::Clock::Notifiee {
@@ -36,12 +36,12 @@ class KernelRoutes : public Mox::Clock::Notifiee {
    static constexpr uint32_t mainTable = 254;
    static constexpr double rereadInterval = 1.0;  // s
 
-   // `changed` is called when routes are others than before.
+   // `changed` is called when the routes have changed.
    KernelRoutes( Mox::Loop& loop, Mox::Clock& clock,
                  std::function<void()> changed );
 
-   // Which tables' routes are kept; none at the start, when the kernel is not asked
-   // either, nor is it for fewer than before. Throws std::system_error; nothing has
+   // Selects the tables whose routes are kept; none at the start. The kernel is
+   // only asked when a table is added. Throws std::system_error; nothing has
    // changed then.
    void tablesAre( std::set<uint32_t> tables );
 

@@ -1,5 +1,5 @@
-// Plays captures into the agent: all packets at their distances, none waited for,
-// ending at the present instant.
+// Plays captures into the agent: all packets keep their intervals on the clock,
+// without waiting, and end at the present instant.
 //
 // The captures are read whole first, since the start is known only with the end.
 #pragma once
@@ -15,7 +15,8 @@ namespace Agent {
 
 class Replay {
  public:
-   // One capture and the name of what it stands for; empty: the only interface.
+   // One capture and the name by which the configuration binds it; empty: to the
+   // only interface.
    struct Input {
       std::string path;
       std::string capture;
@@ -29,8 +30,8 @@ class Replay {
       std::vector<uint8_t> bytes;
    };
 
-   // Reads the inputs. Throws CaptureError when one cannot be opened; of one that
-   // breaks off, the packets before count, and problem() says so.
+   // Reads the inputs. Throws CaptureError when one cannot be opened. When one
+   // breaks off, its packets before count, and problem() says so.
    explicit Replay( std::vector<Input> inputs );
 
    const std::vector<Input>& inputs() const { return inputs_; }
@@ -39,10 +40,10 @@ class Replay {
    bool atEnd() const { return next_ == frames_.size(); }
    const std::string& problem() const { return problem_; }  // empty: none
 
-   // Sets the clock back by the captures' length. Before the first play().
+   // Sets the clock back by the captures' length. Call it before the first play().
    void start( AgentClock& clock, double now );
-   // Plays until `over` says true or the end is reached, one frame at least; moves
-   // the clock before each. At the end the clock goes live.
+   // Plays until `over` returns true or the end is reached, one frame at least;
+   // moves the clock before each frame. At the end the clock goes live.
    void play( AgentClock& clock, const std::function<bool()>& over,
               const std::function<void( const Frame& )>& receive );
 

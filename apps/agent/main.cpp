@@ -30,7 +30,7 @@ struct Arguments {
    bool exitAtEnd = false;
 };
 
-// An empty text is CLI11's word for no objection.
+// CLI11 takes an empty text for a valid value.
 std::string notARouter( const std::string& text ) {
    try {
       Vantu::IpGenAddr address( text );
@@ -125,7 +125,7 @@ ExitStatus run( const Arguments& arguments ) {
    Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },
                             [&]( int ) { loop.stop(); } );
    Agent::Agent agent( loop, std::move( options ) );
-   // All is open; only interfaces that come later are to be opened yet.
+   // All files are open; only interfaces that come later are still to be opened.
    if ( arguments.listen || !arguments.interfaces.empty() ) {
       dropCapabilities( { CAP_NET_RAW } );
    } else {
@@ -142,7 +142,7 @@ ExitStatus run( const Arguments& arguments ) {
       if ( arguments.exitAtEnd ) loop.stop();
    } );
    loop.run();
-   // What came before a capture broke off is published.
+   // The packets before a capture's break are published.
    return agent.captureProblem().empty() ? done : unverified;
 }
 
@@ -166,7 +166,8 @@ ExitStatus runCommand( int argc, char** argv ) {
    try {
       return run( arguments );
    } catch ( const Agent::CaptureError& e ) {
-      // An interface may be refused to us, a file was named by its user.
+      // An interface may be refused to this process; a capture file is the user's
+      // choice.
       if ( arguments.read.empty() ) throw;
       throw WrongUsage( e.what() );
    }

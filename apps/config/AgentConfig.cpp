@@ -11,7 +11,7 @@ using Vantu::IpGenPrefix;
 
 constexpr const char* kAssumedInterface = "eth0";
 constexpr const char* kAssumedVrf = "default";
-// What a container's 64 MB of shared memory holds with ease.
+// The number easily fits in a container's 64 MB of shared memory.
 constexpr uint32_t kAssumedRouteIntfs = 60000;
 
 InterfaceAddress assumedAddress( const IpGenAddr& router ) {

@@ -34,7 +34,7 @@ IpGenPrefix multicastRange( AddressFamily family ) {
    return IpGenPrefix( family == AddressFamily::ipv4 ? "224.0.0.0/4" : "ff00::/8" );
 }
 
-// An address that a router or host can own.
+// Accepts an address that a router or host can have.
 void checkUnicast( const Place& place, const IpGenAddr& address ) {
    if ( !address.isUnspecified() && !address.isMulticast() ) return;
    place.fail( valueToStrep( address ) + " is no unicast address" );
@@ -49,7 +49,7 @@ IpGenAddr readUnicast( const Place& place, const char* what,
       fmt::format( "{}: {} is of another family", what, valueToStrep( address ) ) );
 }
 
-// A member of `names` twice is an error at `place`.
+// Throws at `place` when `names` holds a member twice.
 template <class T>
 void checkNew( const Place& place, const char* what, std::vector<T>& known,
                const T& next, const std::string& text ) {
@@ -70,13 +70,13 @@ InterfaceAddress readAddress( const Place& place ) {
    return out;
 }
 
-// It will be printed, by others than us, too.
+// Other programs print the name, too.
 void checkName( const Place& place, const std::string& name ) {
    if ( Programs::printable( name ) == name ) return;
    place.fail( fmt::format( "name: '{}' has a control character", name ) );
 }
 
-// Of a VRF or an interface.
+// Reads the name of a VRF or an interface.
 template <class Name>
 Name readNewName( const Place& place ) {
    checkName( place, place.text( "name" ) );
@@ -130,7 +130,7 @@ BackupConfig readBackup( const Place& place, const VrfConfig& vrf,
    return out;
 }
 
-// Groups are all that the lists are asked for.
+// The lists filter groups only.
 IpGenPrefix readRuleGroup( const Place& place ) {
    auto group = Section::convert<IpGenPrefix>( place, "group" );
    if ( group.isNone() ) return group;
@@ -140,7 +140,7 @@ IpGenPrefix readRuleGroup( const Place& place ) {
                             valueToStrep( range ) ) );
 }
 
-// One with a source makes the list an extended one.
+// A rule with a source makes the list an extended one.
 Acl::AclRule readRule( const Place& place, uint32_t place10, bool& extended ) {
    Section section( place, "rule" );
    Acl::AclRule out;
@@ -161,7 +161,7 @@ Acl::AclRule readRule( const Place& place, uint32_t place10, bool& extended ) {
    return out;
 }
 
-// None of a list that matches any address.
+// The family of the rules; nothing for a list that matches any address.
 std::optional<AddressFamily> familyOf( const Acl::AclRules& rules ) {
    for ( const Acl::AclRule& rule : rules.rules() ) {
       for ( const IpGenPrefix& prefix : { rule.source, rule.destination } ) {
@@ -171,7 +171,7 @@ std::optional<AddressFamily> familyOf( const Acl::AclRules& rules ) {
    return std::nullopt;
 }
 
-// Reads one VRF; what must be unique in all VRFs is kept here.
+// Reads one VRF; holds the names that must be unique in all VRFs.
 class VrfReader {
  public:
    VrfConfig read( const Place& place );
@@ -193,7 +193,7 @@ class VrfReader {
    std::map<uint32_t, L3::VrfName> mrouteTables_;
    std::vector<IntfId> interfaces_;
    std::vector<std::string> captures_;
-   // Of the VRF being read.
+   // The addresses of the VRF being read.
    std::vector<IpGenAddr> addresses_;
    std::vector<IpGenPrefix> rpfPrefixes_;
    std::vector<IpGenAddr> rps_;
@@ -243,7 +243,7 @@ void VrfReader::readName( Section& section, VrfConfig& out ) {
    Place place = section.require( "name" );
    out.name = readNewName<L3::VrfName>( place );
    const std::string& name = out.name.name();
-   // "all" is how readers ask for every one.
+   // "all" means every VRF in the readers' options.
    if ( name.empty() || name == "." || name == ".." || name == "all" ||
         name.find( '/' ) != std::string::npos ) {
       place.fail( fmt::format( "'{}' cannot name a VRF", name ) );
@@ -251,8 +251,8 @@ void VrfReader::readName( Section& section, VrfConfig& out ) {
    checkNew( place, "VRF", vrfs_, out.name, name );
 }
 
-// The default is for one VRF, so that several without the key are no fault where nothing
-// forwards: the forwarding process refuses them.
+// The default suits one VRF only. Several VRFs without the key are no error where
+// nothing forwards: the forwarding process refuses them.
 void VrfReader::readMrouteTable( Section& section, VrfConfig& out ) {
    std::optional<Place> place = section.take( "mroute-table" );
    if ( !place ) return;
@@ -267,8 +267,8 @@ void VrfReader::readMrouteTable( Section& section, VrfConfig& out ) {
                                 other->second.name() ) );
 }
 
-// Without its list, or with one that no group of its family matches, a filter would be
-// none, and nobody would be told.
+// A filter whose list is missing, or matches no group of its family, would silently
+// filter nothing.
 void VrfReader::readFilter( Section& section, const char* key, AddressFamily family,
                             const VrfConfig& vrf, std::string& out ) {
    std::optional<Place> place = section.take( key );
@@ -391,11 +391,11 @@ AdvertisedConfig VrfReader::readAdvertised( const Place& place ) {
    return out;
 }
 
-// Where a second document begins. The parser's own way to load all of them does not end
-// on some broken texts.
+// Finds the start of a second document. The parser's own function for several
+// documents never returns on some broken texts.
 class SecondDocument : private YAML::EventHandler {
  public:
-   // The line of the first thing in it; 0: there is none.
+   // The line of its first node; 0 without a second document.
    static int lineIn( const std::string& text ) {
       std::istringstream stream( text );
       YAML::Parser parser( stream );
@@ -447,7 +447,7 @@ AccessListConfig VrfReader::readAccessList( const Place& place ) {
       rules.push_back( readRule( member, next, extended ) );
    }
    section.finish();
-   // A standard list's only prefix stands in `source`.
+   // A standard list has its only prefix in `source`.
    if ( !extended ) {
       for ( Acl::AclRule& rule : rules ) std::swap( rule.source, rule.destination );
    }
@@ -491,7 +491,7 @@ AgentConfig readConfig( const std::string& path ) {
    while ( file.read( buffer, sizeof buffer ) || file.gcount() > 0 ) {
       text.append( buffer, static_cast<size_t>( file.gcount() ) );
    }
-   // At a regular end the stream has failed to read more, but is not bad.
+   // At a regular end the stream has failed, but is not bad.
    if ( !file.is_open() || file.bad() ) {
       throw ConfigError( fmt::format( "{}: {}", path, std::strerror( errno ) ) );
    }

@@ -18,7 +18,7 @@ class ConfigError : public Programs::WrongUsage {
 // repeated key, a wrong value, a reference to nothing.
 AgentConfig readConfig( const std::string& path );
 
-// The same from a text; `name` stands for the file in errors.
+// Parses a text; `name` stands for the file in errors.
 AgentConfig parseConfig( const std::string& text, const std::string& name );
 
 }

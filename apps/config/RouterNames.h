@@ -1,4 +1,4 @@
-// The programs speak the language of the router's library.
+// The router library's names, as the programs use them.
 #pragma once
 
 namespace Router {}

@@ -25,7 +25,7 @@ bool hasFamily( const VrfConfig& vrf, AddressFamily family ) {
                        } );
 }
 
-// Where the kernel looks when no rule (ip-mrule(8)) says otherwise.
+// The table that the kernel uses when no rule (ip-mrule(8)) says otherwise.
 uint32_t kernelsTable( AddressFamily family ) {
    return family == AddressFamily::ipv4 ? RT_TABLE_DEFAULT : RT_TABLE_MAIN;
 }
@@ -41,7 +41,7 @@ FamilyConfig familyOf( const VrfConfig& vrf, AddressFamily family ) {
    return out;
 }
 
-// One table is one socket.
+// Each table has one socket.
 std::string socketName( const FamilyConfig& config ) {
    return fmt::format( "mroute-{}-{}", Vantu::valueToStrep( config.family ),
                        config.table );
@@ -62,7 +62,7 @@ void check( const FamilyConfig& next, const std::vector<FamilyConfig>& others ) 
    }
 }
 
-// Also says whether it was kept.
+// Also returns whether the socket was a kept one.
 std::pair<SharedFd, bool> socketFor( const FamilyConfig& config,
                                      SocketStore& store ) {
    SharedFd kept = store.take( socketName( config ) );
@@ -135,7 +135,7 @@ void Daemon::add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel )
    members_.push_back( { std::move( family ), std::move( watcher ), socket } );
 }
 
-// The kernel may refuse an answer for a while: said once, and tried again.
+// The kernel may refuse an answer for a while: reports it once, and tries again.
 template <class Call>
 void Daemon::eachFamily( Call call ) {
    for ( const Member& member : members_ ) {

@@ -1,8 +1,8 @@
 // The forwarding process: all VRFs and families of a configuration.
 //
-// Start-up in order: the kernel's tables by kept or new sockets, which are handed over
-// for keeping at once; then every capability is dropped; then interfaces, tables and
-// mirrors. Event-loop thread only.
+// Start-up in order: the kernel's tables by kept or new sockets, which are handed
+// to the keeper at once; then every capability is dropped; then interfaces, tables
+// and mirrors. Event-loop thread only.
 #pragma once
 
 #include "apps/config/AgentConfig.h"
@@ -13,9 +13,10 @@
 
 namespace Forwarding {
 
-// What the configuration asks for: a member for each VRF and family in which an
-// interface has an address; each with all interfaces of the VRF. Throws
-// std::runtime_error: no such interface, two VRFs with one table, too many interfaces.
+// The families that the configuration asks for: each VRF and family in which an
+// interface has an address, with all interfaces of the VRF. Throws
+// std::runtime_error: no such interface, two VRFs with one table, too many
+// interfaces.
 std::vector<FamilyConfig> familiesOf( const Agent::AgentConfig& config );
 
 struct DaemonOptions {
@@ -25,13 +26,13 @@ struct DaemonOptions {
 
 class Daemon : private Mox::Clock::Notifiee {
  public:
-   // `loop` and `clock` outlive it. Throws std::runtime_error and what mounting
-   // throws. Drops the capabilities of the process.
+   // `loop` and `clock` outlive it. Throws std::runtime_error and the exceptions of
+   // mounting. Drops the capabilities of the process.
    Daemon( Mox::Loop& loop, Mox::RealClock& clock,
            std::vector<FamilyConfig> families, const DaemonOptions& options,
            Family::Say say );
 
-   // Interfaces come and go; other changes are told to need a start.
+   // Adds and removes interfaces; reports that other changes need a restart.
    void configIs( const std::vector<FamilyConfig>& families );
 
  private:

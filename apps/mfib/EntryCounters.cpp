@@ -11,7 +11,7 @@ using Routing::Pim::RouteKey;
 
 namespace {
 
-// The kernel counts a packet that came in elsewhere among the others, too.
+// The kernel's total includes packets that came in by a wrong interface.
 MfibCache recordOf( const StandingEntry& entry, const MfibCache& before,
                     double now ) {
    uint64_t packets = entry.packets - std::min( entry.wrongIf, entry.packets );
@@ -39,7 +39,7 @@ void publishEntryCounters( const KernelTable& kernel, Published::MfibStatus& tab
       try {
          tables.cacheIs( record );
       } catch ( const Brane::TableError& ) {
-         // Full: the table has counted it; the others go on.
+         // The table is full and has counted the refusal; the other records go on.
       }
    } );
    if ( !whole ) return;

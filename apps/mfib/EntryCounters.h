@@ -8,9 +8,9 @@
 
 namespace Forwarding {
 
-// Publishes what changed since the table was written. Entries that `wanted` says no to
-// are left out; a record without an entry goes. `now`: s on CLOCK_MONOTONIC. Throws
-// std::system_error.
+// Publishes the changes since the table was written. Leaves out entries for which
+// `wanted` returns false; removes records without an entry. `now`: s on
+// CLOCK_MONOTONIC. Throws std::system_error.
 void publishEntryCounters(
    const KernelTable& kernel, Published::MfibStatus& tables,
    const std::function<bool( const Routing::Pim::RouteKey& )>& wanted, double now );

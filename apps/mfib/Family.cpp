@@ -78,7 +78,7 @@ void Family::start() {
    mfib_->start( standing, unsure_ );
 }
 
-// One that stays is said once.
+// Reports a lasting problem once.
 void Family::tellProblem() {
    std::string problem = mirror_.tables()->route().control()->problem();
    if ( problem.empty() )
@@ -90,8 +90,7 @@ void Family::tellProblem() {
 
 void Family::handleTurnEnd() {
    tellProblem();
-   // Tables that are not there yet load as empty ones: what stands in the kernel would
-   // go.
+   // Missing tables load as empty ones, which would remove the kernel's entries.
    if ( !mfib_->started() && mirror_.loaded() ) start();
    if ( !mfib_->started() ) return;
    mfib_->write();

@@ -1,10 +1,9 @@
-// The forwarding of one VRF and family: the mirror of the agent's tables, the kernel's
-// table, and what is published of it.
+// The forwarding of one VRF and family: the mirror of the agent's tables, the
+// kernel's table, and the tables published about it.
 //
-// Start-up: the interfaces are given to the kernel; the mirror loads; then what stands in
-// the kernel is compared with it, and only differences are written. While there are no
-// tables, or the agent has gone, the kernel goes on with what it has.
-// Event-loop thread only.
+// Start-up: the interfaces are given to the kernel; the mirror loads; then the
+// kernel's entries are compared with it, and only differences are written. Without
+// tables or agent the kernel keeps its entries. Event-loop thread only.
 #pragma once
 
 #include <memory>
@@ -31,11 +30,11 @@ class Family {
  public:
    static constexpr unsigned maxUpcallsATurn = 256;
 
-   // Lines for people.
+   // Prints a line for people.
    using Say = std::function<void( const std::string& )>;
 
-   // `kernel` owns the table; the others outlive the family. Throws what mounting
-   // throws (Brane::SecondWriterError, Brane::CreateError).
+   // `kernel` owns the table; the other arguments outlive the family. Throws the
+   // exceptions of mounting (Brane::SecondWriterError, Brane::CreateError).
    Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
            const LinkTable& links, Corvex::EntityManager& manager,
            Mox::Clock& clock, const Say& say );
@@ -43,15 +42,15 @@ class Family {
    const FamilyConfig& config() const { return config_; }
    const Mfib& mfib() const { return *mfib_; }
 
-   // Other interfaces.
+   // Replaces the interfaces.
    void interfacesIs( std::vector<Vantu::IntfId> interfaces );
-   // The host's interfaces changed.
+   // Call it when the host's interfaces have changed.
    void handleLinks();
-   // The kernel's socket is readable.
+   // Call it when the kernel's socket is readable.
    void takeUpcalls();
    // Publishes the kernel's counters. Throws std::system_error.
    void publishCounters();
-   // At the end of each turn of the loop. Throws std::system_error.
+   // Call it at the end of each turn of the loop. Throws std::system_error.
    void handleTurnEnd();
 
  private:
@@ -70,7 +69,7 @@ class Family {
    Routing::Pim::SparseMode::VrfMirror mirror_;
    std::unique_ptr<Mfib> mfib_;
    std::string problem_;
-   bool told_ = false;  // that all is written
+   bool told_ = false;  // it was reported that all is written
 };
 
 }

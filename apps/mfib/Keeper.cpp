@@ -24,10 +24,10 @@ constexpr int kFirstSocket = 3;       // as sd_listen_fds(3) has it
 constexpr size_t kMaxMessage = 4096;  // bytes
 constexpr size_t kMaxAttached = 16;   // sockets of one message
 constexpr int kNotStarted = 127;
-// A turn; more than the kernel queues (net.unix.max_dgram_qlen).
+// The limit of a turn; more than the kernel queues (net.unix.max_dgram_qlen).
 constexpr unsigned kMaxMessages = 1024;
 
-// An address of the kernel's choice, without a file.
+// Binds to an address of the kernel's choice, without a file.
 std::string bindAnywhere( int file ) {
    sockaddr_un address{};
    address.sun_family = AF_UNIX;
@@ -93,7 +93,7 @@ int Keeper::run() {
    return status_;
 }
 
-// One that stays is said once.
+// A lasting problem is reported once.
 void Keeper::onTime() {
    try {
       spawn();
@@ -121,14 +121,14 @@ void Keeper::spawn() {
    becomeProgram();
 }
 
-// One thread only: whatever is safe before the fork is safe here.
+// This process has one thread: calls that are safe before the fork are safe here.
 void Keeper::becomeProgram() {
-   // The others wait until the program takes them up.
+   // The other signals wait until the program handles them.
    sigset_t own;
    sigemptyset( &own );
    sigaddset( &own, SIGCHLD );
    sigprocmask( SIG_UNBLOCK, &own, nullptr );
-   // Out of the way first: a socket may stand where another is to go.
+   // Copies first: a socket may have a number that another one needs.
    std::vector<int> copies;
    std::string names;
    for ( const auto& [name, socket] : kept_ ) {
@@ -161,7 +161,7 @@ void Keeper::handleSignal( int signal ) {
    }
    int status = 0;
    if ( child_ == 0 || waitpid( child_, &status, WNOHANG ) != child_ ) return;
-   // What it said last still counts.
+   // The program's last messages still count.
    readMessages();
    child_ = 0;
    handleEnd( status );
@@ -187,7 +187,7 @@ void Keeper::readMessages() {
    for ( unsigned count = 0; count < kMaxMessages && readMessage(); ) ++count;
 }
 
-// False: there is none.
+// Returns false without a message.
 bool Keeper::readMessage() {
    char text[kMaxMessage];
    alignas( cmsghdr ) char control[CMSG_SPACE( sizeof( ucred ) ) +
@@ -201,7 +201,7 @@ bool Keeper::readMessage() {
    ssize_t count = recvmsg( messages_.value(), &envelope, MSG_CMSG_CLOEXEC );
    if ( count < 0 ) return false;
    Attached attached = readAttached( envelope );
-   // Anyone on the host may write to the address.
+   // Any process on the host may write to the address.
    bool whole = ( envelope.msg_flags & ( MSG_TRUNC | MSG_CTRUNC ) ) == 0;
    if ( child_ != 0 && attached.sender == child_ && whole ) {
       handleMessage( std::string( text, static_cast<size_t>( count ) ),

@@ -1,12 +1,13 @@
-// A parent that keeps the sockets of a program and starts it again when it dies: for
-// hosts without a service manager that does.
+// A parent that keeps the sockets of a program and restarts the program when it
+// dies: for hosts whose service manager does neither.
 //
-// The program hands sockets over and finds them again as with systemd (SocketStore.h).
-// SIGTERM, SIGINT and SIGHUP are passed on. The keeper ends, with the program's exit
-// status, when it ended by itself or on a signal that was passed on, and when it failed
-// before it was ever ready: starting again would not mend that. A host that has no room
-// for a process now is asked again after the pause. Once the program was ready the keeper
-// itself needs no capability, and drops them.
+// The program hands sockets over and finds them again as with systemd
+// (SocketStore.h). SIGTERM, SIGINT and SIGHUP are passed on. The keeper ends with
+// the program's exit status in three cases: the program ended by itself, or on a
+// signal that was passed on, or it failed before it was ever ready, which a restart
+// would not mend. Where the host has no room for a process, it tries again after
+// the pause. Once the program was ready, the keeper needs no capability and drops
+// them.
 #pragma once
 
 #include <sys/types.h>
@@ -25,14 +26,14 @@ class Keeper : private Mox::Clock::Notifiee {
  public:
    static constexpr size_t maxSockets = 64;
 
-   // `program` is its path, then its arguments. `clock` times lives and pauses.
-   // Throws std::system_error.
+   // `program` is its path, then its arguments. `clock` measures run times and
+   // pauses. Throws std::system_error.
    Keeper( Mox::Loop& loop, Mox::Clock& clock, std::vector<std::string> program,
            std::function<void( const std::string& )> say );
    ~Keeper() override;
 
-   // Starts the program, and runs the loop until the keeper is to end. Returns the
-   // exit status. Throws std::system_error when there is no room for a first process.
+   // Starts the program, and runs the loop until the keeper ends. Returns the exit
+   // status. Throws std::system_error when there is no room for a first process.
    int run();
 
  private:
@@ -50,14 +51,14 @@ class Keeper : private Mox::Clock::Notifiee {
    std::function<void( const std::string& )> say_;
    Mox::Loop::Fd messages_;
    Mox::Loop::FdWatcher watcher_;
-   std::string address_;  // of messages_, as NOTIFY_SOCKET names it
+   std::string address_;  // address of messages_, for NOTIFY_SOCKET
    std::map<std::string, SharedFd> kept_;
    RestartPause pause_;
    pid_t child_ = 0;  // 0: none
    double started_ = 0.0;
    bool wasReady_ = false;
    bool ending_ = false;
-   std::string problem_;  // of the last start
+   std::string problem_;  // why the last start failed
    int status_ = 0;
 };
 

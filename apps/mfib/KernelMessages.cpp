@@ -12,7 +12,7 @@ using Routing::Pim::RouteKey;
 using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
 
-// One that no packet can have, or be sent to.
+// Can a packet have this source and group?
 bool isFlow( const RouteKey& key ) {
    return key.group.isMulticast() && !key.source.isMulticast() &&
           !key.source.isUnspecified();
@@ -34,7 +34,7 @@ std::optional<Upcall> checked( const Upcall& upcall,
 
 std::optional<Upcall> readUpcall4( Bytes packet ) {
    std::optional<igmpmsg> message = Netlink::valueOf<igmpmsg>( packet );
-   // Where an IP header has its protocol, which is never 0.
+   // The place of an IP header's protocol, which is never 0.
    if ( !message || message->im_mbz != 0 ) return std::nullopt;
    unsigned vif = message->im_vif + 256U * message->im_vif_hi;
    return checked(
@@ -44,7 +44,7 @@ std::optional<Upcall> readUpcall4( Bytes packet ) {
 
 std::optional<Upcall> readUpcall6( Bytes packet ) {
    std::optional<mrt6msg> message = Netlink::valueOf<mrt6msg>( packet );
-   // Where ICMPv6 has its type.
+   // The place of ICMPv6's type.
    if ( !message || message->im6_mbz != 0 ) return std::nullopt;
    return checked(
       { { IpGenAddr( message->im6_src ), IpGenAddr( message->im6_dst ) },
@@ -52,7 +52,7 @@ std::optional<Upcall> readUpcall6( Bytes packet ) {
       kindOf( message->im6_msgtype, MRT6MSG_NOCACHE, MRT6MSG_WRONGMIF ) );
 }
 
-// The threshold that the kernel gives to an interface it does not send out of.
+// The kernel's threshold for an interface that the entry does not send out of.
 constexpr unsigned kNoThreshold = 255;
 
 std::vector<uint32_t> readNexthops( Bytes list ) {

@@ -1,5 +1,5 @@
-// One multicast routing table of the kernel, as the forwarding process uses it: the seam
-// behind which tests put a table of their own.
+// One multicast routing table of the kernel, as the forwarding process uses it.
+// Tests replace it with a table of their own.
 //
 // A vif is the kernel's number, 0 to 31, of an interface in this table. Failures are
 // errno values; 0: done.
@@ -17,8 +17,8 @@ constexpr unsigned kMaxVifs = 32;
 
 using VifSet = std::bitset<kMaxVifs>;
 
-// What the kernel shall do with the packets of an (S,G), or of the group where no
-// (S,G) entry says otherwise.
+// The kernel's forwarding of an (S,G), or of the group's packets without an (S,G)
+// entry.
 struct Entry {
    Routing::Pim::RouteKey key;
    unsigned incoming = 0;
@@ -27,15 +27,15 @@ struct Entry {
    bool operator==( const Entry& ) const = default;
 };
 
-// One that stands in the kernel, in the kernel's words.
+// An entry in the kernel, in the kernel's terms.
 struct StandingEntry {
    Routing::Pim::RouteKey key;
-   uint32_t incomingIndex = 0;  // of the interface; 0: it has gone
+   uint32_t incomingIndex = 0;  // of the interface; 0: the interface has gone
    std::vector<uint32_t> outgoingIndexes;
-   uint64_t packets = 0;  // all, also those that came in elsewhere
+   uint64_t packets = 0;  // all, including those of wrong interfaces
    uint64_t bytes = 0;
    uint64_t wrongIf = 0;
-   double idle = 0.0;  // s since the last; of no meaning before the first
+   double idle = 0.0;  // s since the last packet; meaningless before the first
 };
 
 struct VifCounters {
@@ -54,19 +54,19 @@ class KernelTable {
 
    virtual int vifIs( unsigned vif, uint32_t ifIndex ) = 0;
    virtual int vifDel( unsigned vif ) = 0;
-   // Nothing where the kernel has no such vif.
+   // Nothing if the kernel has no such vif.
    virtual std::optional<VifCounters> vif( unsigned vif ) const = 0;
 
-   // Makes the entry, or replaces the one of its key.
+   // Makes the entry, or replaces the key's former one.
    virtual int entryIs( const Entry& entry ) = 0;
    virtual int entryDel( const Routing::Pim::RouteKey& key ) = 0;
-   // False: it changed meanwhile, and something may be missing. Throws
-   // std::system_error.
+   // Returns false when the table changed meanwhile, so that entries may be
+   // missing. Throws std::system_error.
    virtual bool visit(
       const std::function<void( const StandingEntry& )>& visitor ) const = 0;
 
-   // The next that waits; nothing when there is none, or other packets had to be
-   // passed over: look again when the socket is readable.
+   // The next waiting upcall. Nothing when there is none, or after too many other
+   // packets: call again when the socket is readable.
    virtual std::optional<Upcall> nextUpcall() = 0;
 };
 

@@ -39,7 +39,8 @@ void Links::reload() {
    table_ = std::move( table );
 }
 
-// Of a kernel that is short of something now, what was known stays; forwarding goes on.
+// When the kernel cannot answer now, the former table stays, and forwarding goes
+// on.
 void Links::recover() {
    try {
       reload();
@@ -50,7 +51,7 @@ void Links::recover() {
 
 void Links::take( LinkTable& table, const Netlink::Message& message ) {
    const auto* body = message.body<ifinfomsg>();
-   // Bridges and multicast routing tell of links in their own families.
+   // Bridges and multicast routing report links in their own families.
    if ( body == nullptr || body->ifi_index <= 0 || body->ifi_family != AF_UNSPEC )
       return;
    auto index = static_cast<uint32_t>( body->ifi_index );

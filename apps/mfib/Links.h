@@ -10,10 +10,10 @@
 
 namespace Forwarding {
 
-// What is known of them; plain, so that tests can say it.
+// The known interfaces; a plain class, so that tests can fill it.
 class LinkTable {
  public:
-   // 0: there is none of that name.
+   // 0 without an interface of that name.
    uint32_t index( Vantu::IntfId name ) const;
 
    void linkIs( uint32_t index, Vantu::IntfId name ) { names_[index] = name; }

@@ -13,7 +13,7 @@ namespace Sm = Routing::Pim::SparseMode;
 
 namespace {
 
-// A number that no interface has: such an entry equals nothing that is wanted.
+// No interface has this number, so such an entry never equals a wanted one.
 constexpr unsigned kUnsure = kMaxVifs;
 
 }
@@ -29,9 +29,9 @@ std::optional<Entry> wantedEntry( const Sm::Route& route, const Vifs& vifs ) {
       if ( !intf.forward() ) continue;
       if ( auto vif = vifs.vif( intf.intfId() ) ) entry.outgoing.set( *vif );
    }
-   // The kernel finds a (*,G) entry only by an interface that it sends out of, and
-   // does not send back by the one that the packet came in by; of an (S,G) entry's
-   // incoming interface it would.
+   // The kernel finds a (*,G) entry only by one of its outgoing interfaces, and
+   // does not send a packet back by the one that it came in by. With an (S,G) entry
+   // it would send it back.
    entry.outgoing.set( *incoming, key.source.isUnspecified() );
    return entry;
 }
@@ -105,8 +105,9 @@ std::optional<Entry> Mfib::wanted( const RouteKey& key ) const {
    return route == nullptr ? std::nullopt : wantedEntry( *route, vifs_ );
 }
 
-// Where packets of the key go now: by its own entry, else by the (*,G) one, which names
-// its incoming interface only to be found.
+// The interfaces to which packets of the key go now: those of its own entry,
+// otherwise of the (*,G) one. A (*,G) entry lists its incoming interface only to be
+// found.
 VifSet Mfib::reached( const RouteKey& key ) const {
    auto entry = standing_.find( key );
    if ( entry == standing_.end() ) {

@@ -1,17 +1,17 @@
 // Keeps the kernel's entries in step with the exported routes of one VRF and family.
 //
-//   watches  tables route and routeIntf key by key, after the reader that keeps the
-//            model: create it later than that one
-//   writes   the kernel's entries, by difference: what stands there is not written again
-//   wakes    to write what waits, below; in a second after the kernel refused something
-//   ignores  everything until started(): what stands in the kernel goes on forwarding
+//   watches  tables route and routeIntf key by key; created after the reader that keeps
+//            the model, so that it is called after it
+//   writes   the kernel's entries, by difference: equal entries are not written again
+//   wakes    to write delayed changes, see below; a second after a refusal by the kernel
+//   ignores  everything until started(): the kernel's entries go on forwarding
 //
-// A change that takes traffic away from an interface waits until its route has been quiet
-// for a moment, but not for long: the records of a route and of its interfaces come one by one, and a route
-// seen without its interfaces must neither cut off a stream nor hide the shared tree.
-// A change that only adds is written at once.
+// A change that takes traffic from an interface waits until its route has been quiet for
+// a moment, but not for long. The records of a route and of its interfaces come one by
+// one, and a route seen without its interfaces must neither cut off a stream nor hide the
+// shared tree. A change that only adds is written at once.
 //
-// Goes before what it was given. Event-loop thread only.
+// Destroyed before its constructor's arguments. Event-loop thread only.
 #pragma once
 
 #include <map>
@@ -25,8 +25,8 @@
 
 namespace Forwarding {
 
-// The entry that the route asks for; nothing where no interface of the kernel's is its
-// incoming one, as at the RP itself, and for groups that are never routed.
+// The entry that the route asks for. Nothing for a route whose incoming interface
+// is not the kernel's, as at the RP itself, and for groups that are never routed.
 std::optional<Entry> wantedEntry( const Routing::Pim::SparseMode::Route& route,
                                   const Vifs& vifs );
 
@@ -49,20 +49,20 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    Mfib( const std::string& name, Model model, Tables tables, const Vifs& vifs,
          KernelTable& kernel, Mox::Clock& clock );
 
-   // The model holds what the tables hold: from here on the kernel follows. What
-   // already stands in the kernel is taken up; with `unsure` each entry is written
-   // once more, since it may hold what the kernel does not tell.
+   // Call it when the model holds all the tables' records: from here on the kernel
+   // follows. Existing entries are taken over. With `unsure` each is written once
+   // more, since it may differ in ways that the kernel does not show.
    void start( const std::vector<StandingEntry>& standing, bool unsure );
    bool started() const { return started_; }
 
-   // Interfaces changed: every route is looked at again, and the entries with one of
-   // those numbers are written anew, whatever the kernel has of them.
+   // Interfaces changed: every route is checked again, and the entries with one of
+   // those numbers are written anew, whatever the kernel has.
    void handleVifs( const VifSet& changed );
 
-   // Writes the differences that are due. Called at the end of a turn.
+   // Writes the differences that are due. Call it at the end of a turn.
    void write();
 
-   // Is there nothing left to write?
+   // Is nothing left to write?
    bool idle() const { return marked_.empty(); }
    size_t size() const { return standing_.size(); }
    bool has( const RouteKey& key ) const { return standing_.count( key ) != 0; }
@@ -78,7 +78,7 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    }
 
  private:
-   // The (*,G) entry first, then the group's others.
+   // Sorts the (*,G) entry before the group's others.
    struct ByGroup {
       bool operator()( const RouteKey& a, const RouteKey& b ) const {
          return a.group != b.group ? a.group < b.group : a.source < b.source;
@@ -99,8 +99,8 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    const Vifs& vifs_;
    KernelTable& kernel_;
    bool started_ = false;
-   std::set<RouteKey, ByGroup> routes_;           // of the model
-   std::map<RouteKey, Entry, ByGroup> standing_;  // in the kernel
+   std::set<RouteKey, ByGroup> routes_;           // the model's
+   std::map<RouteKey, Entry, ByGroup> standing_;  // the kernel's
    struct Marked {
       double first, last;  // s
    };

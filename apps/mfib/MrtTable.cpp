@@ -21,9 +21,9 @@ using Routing::Pim::RouteKey;
 using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
 
-constexpr int kReceiveBuffer = 1 << 20;  // of upcalls, and of packets that wait
-constexpr unsigned kMaxOthers = 256;     // packets that are no upcall, a look
-constexpr unsigned char kSend = 1;       // the least TTL of a packet to be sent
+constexpr int kReceiveBuffer = 1 << 20;  // for upcalls and waiting packets
+constexpr unsigned kMaxOthers = 256;     // packets in one look that are no upcalls
+constexpr unsigned char kSend = 1;  // the least TTL of a packet to be forwarded
 constexpr unsigned char kDoNotSend = 255;
 
 int protocolOf( AddressFamily family ) {
@@ -102,7 +102,7 @@ SharedFd openMrtSocket( AddressFamily family, uint32_t table ) {
    if ( error == 0 ) error = set( *out, levelOf( family ), MRT_INIT, 1 );
    if ( error != 0 ) fail( family, table, error, adviceOn( error ) );
    if ( !isIpv4 ) {
-      // Upcalls come all the same; neighbour discovery and echoes need not.
+      // Upcalls pass the filter; neighbour discovery and echoes need not.
       icmp6_filter filter;
       ICMP6_FILTER_SETBLOCKALL( &filter );
       set( *out, IPPROTO_ICMPV6, ICMP6_FILTER, filter );
@@ -123,7 +123,8 @@ bool isMrtSocket( AddressFamily family, int fd ) {
           option( SO_PROTOCOL ) == protocolOf( family );
 }
 
-// With asserts on, the kernel tells of packets that come in by an outgoing interface.
+// With asserts on, the kernel reports packets that come in by an outgoing
+// interface.
 void MrtTable::makeReady() {
    int error = set( *socket_, levelOf( family_ ), MRT_ASSERT, 1 );
    if ( error == 0 ) return;
@@ -141,7 +142,7 @@ int MrtTable::vifIs( unsigned vif, uint32_t ifIndex ) {
       request.vifc_lcl_ifindex = static_cast<int>( ifIndex );
       return set( *socket_, IPPROTO_IP, MRT_ADD_VIF, request );
    }
-   // The kernel takes no larger index.
+   // The kernel accepts no larger index.
    if ( ifIndex > UINT16_MAX ) return EOVERFLOW;
    mif6ctl request{};
    request.mif6c_mifi = static_cast<mifi_t>( vif );
@@ -208,7 +209,7 @@ bool MrtTable::visit(
 
 std::optional<Upcall> MrtTable::nextUpcall() {
    uint8_t packet[2048];
-   // Whoever floods the link with IGMP must not keep the process from its work.
+   // The limit keeps a flood of IGMP on a link from blocking the process.
    for ( unsigned others = 0; others < kMaxOthers; ++others ) {
       ssize_t count = recv( socket_->value(), packet, sizeof packet, MSG_DONTWAIT );
       if ( count < 0 ) break;

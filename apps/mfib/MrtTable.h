@@ -1,4 +1,4 @@
-// The real table of the kernel, by an MRT socket (IPv4) or an MRT6 socket (IPv6).
+// The kernel's real table, by an MRT socket (IPv4) or an MRT6 socket (IPv6).
 //
 // A socket that has initialised a table owns it: it may change it without any
 // capability, and when its last copy is closed the kernel flushes the table.
@@ -14,21 +14,22 @@ namespace Forwarding {
 using SharedFd = std::shared_ptr<const Mox::Loop::Fd>;
 
 // A socket that owns the table. Needs CAP_NET_RAW and CAP_NET_ADMIN. Throws
-// std::runtime_error with a text that says what to do.
+// std::runtime_error with the remedy in the text.
 SharedFd openMrtSocket( Vantu::AddressFamily family, uint32_t table );
 
-// Is it a socket of the family's kind? What is handed over by others is not believed.
+// Is it a socket of the family's kind? Sockets handed over by other processes are
+// checked.
 bool isMrtSocket( Vantu::AddressFamily family, int fd );
 
 class MrtTable : public KernelTable {
  public:
-   // Over a socket that owns the table. Call makeReady() when the capabilities are
-   // gone.
+   // Uses a socket that owns the table. Call makeReady() after the capabilities
+   // have been dropped.
    MrtTable( SharedFd socket, Vantu::AddressFamily family, uint32_t table )
       : socket_( std::move( socket ) ), family_( family ), table_( table ) {}
 
-   // Settings that every start makes. Without capabilities the kernel refuses them
-   // to a socket that does not own the table: throws std::runtime_error then.
+   // Makes the settings of every start. Without capabilities the kernel refuses
+   // them to a socket that does not own the table: throws std::runtime_error then.
    void makeReady();
 
    const SharedFd& socket() const { return socket_; }

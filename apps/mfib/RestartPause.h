@@ -1,4 +1,4 @@
-// How long to wait before a program that ended is started again.
+// The pause before a program that ended is restarted.
 #pragma once
 
 #include <algorithm>
@@ -12,8 +12,8 @@ class RestartPause {
    static constexpr double steady =
       10.0;  // s; one that lived so long starts afresh
 
-   // The next pause, after a life of so many seconds: none the first time, then twice
-   // the one before.
+   // The next pause, after a run of so many seconds: none the first time, then
+   // twice the former one.
    double next( double lived ) {
       if ( lived >= steady ) pause_ = 0.0;
       double now = pause_;

@@ -7,7 +7,7 @@
 
 namespace Forwarding {
 
-// The names are of sd_listen_fds_with_names(3)'s making: freed one by one.
+// sd_listen_fds_with_names(3) allocates each name, to be freed one by one.
 SocketStore::SocketStore() {
    char** names = nullptr;
    int count = sd_listen_fds_with_names( 1, &names );
@@ -29,8 +29,8 @@ SharedFd SocketStore::take( const std::string& name ) {
    return socket;
 }
 
-// systemd drops a descriptor of its store that polls with an error. Ours must stay: a
-// routing socket keeps the kernel's entries whatever it polls.
+// systemd drops a descriptor of its store that polls with an error. Ours must stay:
+// a routing socket keeps the kernel's entries even then.
 void SocketStore::keep( const std::string& name, const SharedFd& socket ) {
    std::string message = "FDSTORE=1\nFDPOLL=0\nFDNAME=" + name;
    int file = socket->value();

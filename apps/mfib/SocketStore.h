@@ -11,17 +11,17 @@ namespace Forwarding {
 
 class SocketStore {
  public:
-   // Takes over what the environment names, once a process.
+   // Takes over the sockets that the environment names; once a process.
    SocketStore();
 
-   // The one kept under that name; null: none. It stays kept.
+   // The socket kept under that name, which stays kept; null without one.
    SharedFd take( const std::string& name );
-   // Hands a copy over. Nothing happens where nobody keeps sockets.
+   // Hands a copy to the keeper or systemd. Does nothing without either.
    void keep( const std::string& name, const SharedFd& socket );
-   // Those that nobody took are kept no longer, and close.
+   // Ends the keeping of all sockets that were not taken; they close.
    void dropOthers();
 
-   // Tells whoever started the process that it has all it needs.
+   // Tells the parent that the process has all that it needs.
    void tellReady();
 
  private:

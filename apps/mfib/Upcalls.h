@@ -1,4 +1,4 @@
-// The table of what the kernel handed up: bounded, the oldest goes for a new one.
+// The table of the kernel's upcalls: bounded, a new one replaces the oldest.
 // Event-loop thread only.
 #pragma once
 
@@ -12,12 +12,12 @@ namespace Forwarding {
 
 class Upcalls {
  public:
-   // Goes on with what stands in the table. `name` is the owner of its counters.
+   // Continues with the table's records. `name` is the owner of its counters.
    // REQUIRES: capacity of at least one.
    Upcalls( const std::string& name, Mox::Ptr<Published::MfibStatus> tables,
             size_t capacity = Published::MfibStatus::maxUpcalls );
 
-   // One at `time`, s on CLOCK_MONOTONIC.
+   // Adds an upcall of `time`, s on CLOCK_MONOTONIC.
    void add( const Routing::Pim::RouteIntfKey& key, Published::UpcallKind kind,
              double time );
 
@@ -25,7 +25,7 @@ class Upcalls {
    uint64_t dropped() const { return dropped_.value(); }
 
  private:
-   using Order = std::list<Routing::Pim::RouteIntfKey>;  // the oldest first
+   using Order = std::list<Routing::Pim::RouteIntfKey>;  // oldest first
 
    Mox::Ptr<Published::MfibStatus> tables_;
    size_t capacity_;

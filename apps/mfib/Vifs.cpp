@@ -30,7 +30,8 @@ bool Vifs::adopt( const LinkTable& links ) {
       }
       Slot& slot = slots_[record.vif];
       slot.name = record.key;
-      // Entries may still name one that went, if their writing was cut short.
+      // Entries may still name a vif that went, if the update of entries was cut
+      // short.
       bool stands = record.ifIndex != 0 && kernel_.vif( record.vif ).has_value() &&
                     links.index( record.key ) == record.ifIndex;
       if ( stands ) slot.ifIndex = record.ifIndex;
@@ -85,8 +86,8 @@ bool Vifs::updateSlot( unsigned vif, uint32_t ifIndex ) {
    if ( ifIndex == 0 && !slot.told )
       trouble_( fmt::format( "there is no interface {} yet", slot.name.name() ) );
    slot.told = ifIndex == 0;
-   // The kernel takes a vif back by itself when the interface goes, of which not all that
-   // happened may be known, but not when another takes its name.
+   // The kernel removes a vif by itself when its interface goes, and some of those
+   // events may be missed. It does not when another interface takes the name.
    const bool stands = ifIndex == 0 || kernel_.vif( vif ).has_value();
    if ( slot.ifIndex == ifIndex && stands ) return false;
    if ( slot.ifIndex != 0 ) kernel_.vifDel( vif );

@@ -1,9 +1,9 @@
-// The interfaces between which the kernel forwards, of one VRF and family: which number
-// each has, and whether the kernel knows it.
+// The interfaces between which the kernel forwards, in one VRF and family: the
+// number of each, and whether the kernel has it.
 //
-// Numbers are kept by name in the table `vif`, so that a process that starts again gives
-// each interface the number that it has in the kernel's entries. The record is written
-// before the kernel is told: a record without a vif is mended, a vif without a record
+// Numbers are kept by name in the table `vif`, so that a restarted process gives
+// each interface its number in the kernel's entries. The record is written before
+// the kernel's vif: a record without a vif can be mended, a vif without a record
 // would have an unknown interface.
 #pragma once
 
@@ -17,28 +17,29 @@ namespace Forwarding {
 
 class Vifs {
  public:
-   // `trouble` takes lines for people. The kernel's table outlives this.
+   // `trouble` gets lines for people. The kernel's table outlives this.
    using Trouble = std::function<void( const std::string& )>;
    Vifs( KernelTable& kernel, Mox::Ptr<Published::MfibStatus> tables,
          Trouble trouble );
 
-   // Takes up what the kernel already has, as far as table and links agree with it.
-   // False: something did not agree, and entries may name numbers that mean nothing.
+   // Takes over the kernel's vifs as far as table and links agree with them.
+   // Returns false when one does not agree: then entries may hold meaningless
+   // numbers.
    bool adopt( const LinkTable& links );
 
-   // The interfaces to have; the others go. At most 32: those beyond are told of and
-   // left out.
+   // Sets the wanted interfaces; the others go. At most 32: those beyond are
+   // reported and left out.
    void namesIs( const std::vector<Vantu::IntfId>& names );
 
-   // Gives the kernel those that exist and takes back those that do not. The numbers that
-   // changed, also those that the kernel took back and has again: it forgot them in
-   // entries that were written meanwhile.
+   // Gives the kernel the interfaces that exist and removes those that do not.
+   // Returns the numbers that changed. They include vifs that the kernel removed
+   // and has again: it forgot them in entries written meanwhile.
    VifSet update( const LinkTable& links );
 
-   // Nothing for an interface that the kernel does not forward with.
+   // Nothing for an interface that the kernel does not have.
    std::optional<unsigned> vif( Vantu::IntfId name ) const;
    std::optional<unsigned> vifOfIndex( uint32_t ifIndex ) const;
-   // The empty name for a number without one.
+   // Empty for a number without an interface.
    Vantu::IntfId name( unsigned vif ) const;
 
    // Publishes the kernel's counters.
@@ -48,7 +49,7 @@ class Vifs {
    struct Slot {
       Vantu::IntfId name;
       uint32_t ifIndex = 0;  // 0: not in the kernel
-      bool told = false;     // that there is no such interface
+      bool told = false;     // the missing interface was reported
    };
 
    bool updateSlot( unsigned vif, uint32_t ifIndex );

@@ -1,4 +1,4 @@
-// pimsm-mfib: the kernel's multicast forwarding after the agent's tables.
+// pimsm-mfib: the kernel's multicast forwarding by the agent's tables.
 
 #include <CLI/CLI.hpp>
 #include <csignal>
@@ -73,7 +73,8 @@ ExitStatus forward( const Arguments& arguments ) {
    return done;
 }
 
-// By its path, so that a program that was replaced meanwhile is what starts next.
+// Starts the program by its path, so that a replaced program is used at the next
+// start.
 ExitStatus keep( int argc, char** argv ) {
    std::vector<std::string> program = {
       std::filesystem::read_symlink( "/proc/self/exe" ) };
@@ -83,7 +84,8 @@ ExitStatus keep( int argc, char** argv ) {
    Mox::Loop loop;
    Mox::RealClock clock( loop );
    Forwarding::Keeper keeper( loop, clock, std::move( program ), say );
-   // The program's own, of this table, or 128 and the signal that ended it.
+   // The program's own status, of the shared table, or 128 plus the number of the
+   // signal that ended it.
    return static_cast<ExitStatus>( keeper.run() );
 }
 

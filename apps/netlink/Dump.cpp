@@ -9,13 +9,13 @@ namespace Netlink {
 namespace {
 
 constexpr uint32_t kSequence = 1;
-constexpr timeval kPatience = { 5, 0 };  // a kernel that says nothing for so long
+constexpr timeval kPatience = { 5, 0 };  // how long the kernel may be silent
 
 [[noreturn]] void fail( int error, const char* what ) {
    throw std::system_error( error, std::generic_category(), what );
 }
 
-// `table` null: of all.
+// `table` null: all tables.
 void request( const mnl_socket* socket, uint16_t type, int family,
               const uint32_t* table ) {
    alignas( nlmsghdr ) char buffer[128] = {};
@@ -49,7 +49,7 @@ bool answer( uint16_t type, int family, const uint32_t* table,
    int file = mnl_socket_get_fd( socket.get() );
    setsockopt( file, SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience );
    request( socket.get(), type, family, table );
-   // As large as the kernel fills a part of a dump.
+   // As large as the kernel's parts of a dump.
    alignas( nlmsghdr ) char buffer[32768];
    bool whole = true;
    while ( true ) {
@@ -64,7 +64,8 @@ bool answer( uint16_t type, int family, const uint32_t* table,
          if ( ( message->nlmsg_flags & NLM_F_DUMP_INTR ) != 0 ) whole = false;
          bool done = message->nlmsg_type == NLMSG_DONE;
          if ( done || message->nlmsg_type == NLMSG_ERROR ) {
-            // One that fails half-way ends like any other, but for its number.
+            // A dump that fails half-way ends like any other, except for the error
+            // number.
             int error = errorIn( message );
             if ( error != 0 || !done ) fail( error, "netlink dump" );
             return whole;

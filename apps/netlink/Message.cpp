@@ -19,7 +19,7 @@ std::optional<Bytes> Attributes::find( uint16_t type ) const {
             static_cast<const uint8_t*>( mnl_attr_get_payload( attribute ) ),
             mnl_attr_get_payload_len( attribute ) );
       }
-      // The last one's padding may be missing.
+      // The last attribute's padding may be missing.
       rest = rest.subspan(
          std::min<size_t>( rest.size(), MNL_ALIGN( attribute->nla_len ) ) );
    }
@@ -48,7 +48,7 @@ Attributes Attributes::nested( uint16_t type ) const {
 }
 
 std::optional<AddressFamily> familyOf( int systemFamily ) {
-   // Multicast forwarding's messages have families of their own.
+   // Multicast forwarding uses families of its own.
    if ( systemFamily == AF_INET || systemFamily == RTNL_FAMILY_IPMR )
       return AddressFamily::ipv4;
    if ( systemFamily == AF_INET6 || systemFamily == RTNL_FAMILY_IP6MR )

@@ -1,7 +1,7 @@
-// One message of the kernel's route netlink (rtnetlink(7)), read without trust in its
-// lengths.
+// One message of the kernel's route netlink (rtnetlink(7)), whose lengths are
+// checked.
 //
-// A message and its attributes are views: valid during the call that hands them over.
+// A message and its attributes are views: valid during the call that passes them.
 #pragma once
 
 #include <linux/netlink.h>
@@ -17,7 +17,7 @@ namespace Netlink {
 
 using Bytes = std::span<const uint8_t>;
 
-// A value of the attribute's first bytes; nothing where they are too few.
+// A value from the attribute's first bytes; nothing if they are too few.
 template <class T>
 std::optional<T> valueOf( Bytes bytes ) {
    T value;
@@ -26,13 +26,13 @@ std::optional<T> valueOf( Bytes bytes ) {
    return value;
 }
 
-// A list of attributes. What stands behind a broken one does not count.
+// A list of attributes. It ends at a broken one.
 class Attributes {
  public:
    Attributes() = default;
    explicit Attributes( Bytes bytes ) : bytes_( bytes ) {}
 
-   // The first attribute of that type; nothing where there is none.
+   // The first attribute of that type; nothing without one.
    std::optional<Bytes> find( uint16_t type ) const;
 
    template <class T>
@@ -40,12 +40,12 @@ class Attributes {
       std::optional<Bytes> bytes = find( type );
       return bytes ? valueOf<T>( *bytes ) : std::nullopt;
    }
-   // Of exactly the family's size.
+   // The address, if it has exactly the family's size.
    std::optional<Vantu::IpGenAddr> address( uint16_t type,
                                             Vantu::AddressFamily family ) const;
-   // Without the NUL that ends it.
+   // The text without its final NUL.
    std::optional<Mox::StringView> text( uint16_t type ) const;
-   // Empty where there is none.
+   // Empty without such an attribute.
    Attributes nested( uint16_t type ) const;
 
  private:
@@ -59,14 +59,14 @@ class Message {
 
    uint16_t type() const { return header_.nlmsg_type; }
 
-   // The fixed part, such as rtmsg or ifinfomsg; null where the message is shorter.
+   // The fixed part, such as rtmsg or ifinfomsg; null if the message is shorter.
    template <class Body>
    const Body* body() const {
       return payload().size() < sizeof( Body )
                 ? nullptr
                 : reinterpret_cast<const Body*>( payload().data() );
    }
-   // What follows that part.
+   // The attributes behind the fixed part.
    template <class Body>
    Attributes attributes() const {
       constexpr size_t kSize = NLMSG_ALIGN( sizeof( Body ) );
@@ -83,7 +83,7 @@ class Message {
    const nlmsghdr& header_;
 };
 
-// AF_INET or AF_INET6 of a message as a family; nothing for any other.
+// The family of AF_INET or AF_INET6; nothing for any other number.
 std::optional<Vantu::AddressFamily> familyOf( int systemFamily );
 int systemFamily( Vantu::AddressFamily family );
 

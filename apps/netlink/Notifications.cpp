@@ -11,7 +11,7 @@ constexpr int kReceiveBuffer = 1 << 20;
 Socket subscribed( std::initializer_list<int> groups ) {
    Socket socket = openSocket();
    int file = mnl_socket_get_fd( socket.get() );
-   // Beyond the system's limit only for who may.
+   // Beyond the system's limit only with CAP_NET_ADMIN.
    if ( setsockopt( file, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer,
                     sizeof kReceiveBuffer ) != 0 ) {
       setsockopt( file, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer,
@@ -38,7 +38,7 @@ Notifications::Notifications( Mox::Loop& loop, std::initializer_list<int> groups
 void Notifications::read() {
    alignas( nlmsghdr ) char buffer[32768];
    for ( int reads = 0; reads < kMaxReads; ++reads ) {
-      // libmnl's own receive waits.
+      // libmnl's own receive function blocks.
       sockaddr_nl from{};
       iovec part = { buffer, sizeof buffer };
       msghdr envelope{};

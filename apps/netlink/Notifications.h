@@ -1,8 +1,8 @@
-// What changes in the kernel, told as it happens.
+// Reports changes in the kernel as they happen.
 //
 //    Notifications notifications( loop, { RTNLGRP_LINK }, onMessage, onOverrun );
 //
-// Subscribe first, then dump: nothing falls between. Event-loop thread only.
+// Subscribe first, then dump: no change is missed. Event-loop thread only.
 #pragma once
 
 #include "apps/netlink/Dump.h"
@@ -13,8 +13,8 @@ namespace Netlink {
 
 class Notifications {
  public:
-   // Of the groups RTNLGRP_*. `overrun`: more changed than the socket holds, and some
-   // of it is lost; dump again. Throws std::system_error.
+   // Subscribes to the groups RTNLGRP_*. `overrun` is called when changes were lost
+   // because the socket was full; dump again then. Throws std::system_error.
    Notifications( Mox::Loop& loop, std::initializer_list<int> groups,
                   Handler handler, Mox::Loop::Function overrun );
 

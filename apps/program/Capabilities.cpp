@@ -35,7 +35,7 @@ void dropCapabilities( std::initializer_list<unsigned> kept ) {
       return std::find( kept.begin(), kept.end(), each ) == kept.end();
    } );
    capng_clear( CAPNG_SELECT_ALL );
-   // Without CAP_SETPCAP the bounding set stays; nothing can draw on it any more.
+   // Without CAP_SETPCAP the bounding set stays; no program can use it any more.
    if ( capng_apply( CAPNG_SELECT_BOUNDS ) != 0 ) capng_get_caps_process();
    capng_clear( CAPNG_SELECT_CAPS );
    for ( unsigned each : staying )

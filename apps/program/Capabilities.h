@@ -1,13 +1,14 @@
-// Giving up what the process may do beyond any other.
+// Drops the privileges of the process.
 #pragma once
 
 #include <initializer_list>
 
 namespace Programs {
 
-// All capabilities but those of `kept` that it has, of the bounding set too where that is
-// permitted, and for good: no program that the process starts gains any. The kept ones are
-// its own and pass to no other program. Throws std::runtime_error where another one stays.
+// Drops all capabilities except those of `kept` that the process has, for good, and
+// also from the bounding set where permitted: no program that it starts gains any.
+// The kept ones do not pass to other programs. Throws std::runtime_error when
+// another one stays.
 void dropCapabilities( std::initializer_list<unsigned> kept = {} );
 
 }

@@ -1,4 +1,4 @@
-// How programs end: one table of exit statuses for all of them.
+// The ends of programs: one table of exit statuses for all of them.
 #pragma once
 
 #include <functional>
@@ -16,7 +16,7 @@ enum ExitStatus {
    layoutNotSupported = 4,
    writerGone = 5,     // printed all the same
    heldByAnother = 6,  // another process holds what this one needs
-   storeRefused = 7,   // kept for what sends to a store
+   storeRefused = 7,   // for programs that send to a store
    unverified = 8,     // printed all the same
    systemRefused = 9,  // the output cannot be written, memory ran out, and the like
 };
@@ -31,17 +31,17 @@ class HeldByAnother : public Mox::Error {
    using Error::Error;
 };
 
-// Says so in a line on standard error, under the program's name. Returns the status.
+// Prints the error as a line under the program's name. Returns the status.
 ExitStatus complain( const char* program, ExitStatus status,
                      const std::string& text );
 
-// Does the work and returns its status, or that of what it throws after saying so; that
-// of standard output where this cannot be written. A file beyond its limit is an error
-// like any other from here on, and no signal.
+// Does the work and returns its status. Prints an exception and returns its status;
+// does the same when standard output cannot be written. From here on a file beyond
+// its size limit is an ordinary error, not a signal.
 ExitStatus ending( const char* program, const std::function<ExitStatus()>& work );
 
-// Of an option's value, as CLI11 asks: an empty text is no objection. A script's unset
-// variable is no value.
+// Checks an option's value for CLI11, to which an empty text means valid. Refuses
+// an empty value: a script's variable may be unset.
 std::string filled( const std::string& text );
 
 }

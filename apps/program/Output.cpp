@@ -26,7 +26,7 @@ bool writeAll( int file, const std::string& text ) {
    return true;
 }
 
-// Where a link leads.
+// The path that a link leads to.
 std::string targetOf( const std::string& path ) {
    struct stat status;
    if ( lstat( path.c_str(), &status ) != 0 || !S_ISLNK( status.st_mode ) )
@@ -37,11 +37,11 @@ std::string targetOf( const std::string& path ) {
    return target.get();
 }
 
-// Nothing where none stands. Throws for what a file must not take the place of.
+// Nothing without a file. Throws for a file that must not be replaced.
 std::optional<struct stat> standing( const std::string& path ) {
    struct stat status;
    if ( stat( path.c_str(), &status ) != 0 ) return std::nullopt;
-   // As /dev/stdout leads to: whoever redirected it holds the file itself.
+   // True for /dev/stdout: the process that redirected it holds the file itself.
    struct stat output;
    const bool standardOutput = fstat( STDOUT_FILENO, &output ) == 0 &&
                                output.st_dev == status.st_dev &&
@@ -59,7 +59,7 @@ mode_t modeOfNewFiles() {
    return 0666 & ~mask;
 }
 
-// Owner, where we may set it, and mode are those of the former file.
+// Sets the former file's mode and, where permitted, its owner.
 bool dress( int file, const std::optional<struct stat>& former ) {
    if ( !former ) return fchmod( file, modeOfNewFiles() ) == 0;
    if ( fchown( file, former->st_uid, former->st_gid ) != 0 && errno != EPERM )
@@ -67,7 +67,7 @@ bool dress( int file, const std::optional<struct stat>& former ) {
    return fchmod( file, former->st_mode & 0777 ) == 0;
 }
 
-// A file beside the path, to take its place; it goes unless it has.
+// A temporary file beside the path, to replace it; removed unless it has.
 class Fresh {
  public:
    explicit Fresh( const std::string& path )

@@ -1,4 +1,4 @@
-// What programs write: standard output, and files that others read.
+// The programs' output: standard output, and files that others read.
 #pragma once
 
 #include <cerrno>
@@ -8,23 +8,23 @@
 
 namespace Programs {
 
-// Output that cannot be written; the text says which, and why where that is known.
+// Output that cannot be written; the text names it, and the reason if known.
 class OutputError : public Mox::Error {
  public:
    using Error::Error;
 };
 
-// Throws OutputError. `what`: "the output", or a file's path. `error` is of errno;
-// 0: the reason is not known.
+// Throws OutputError. `what`: "the output", or a file's path. `error`: an errno; 0:
+// the reason is unknown.
 [[noreturn]] void cannotWrite( const std::string& what, int error = errno );
 
-// Throws OutputError where standard output did not take all that was printed.
+// Throws OutputError if standard output did not take all the text.
 void flushOutput();
 
-// Replaces the file as a whole: who reads it finds the old text or the new one. It keeps
-// its mode and, where we may, its owner; of a link its target is replaced. Throws
-// OutputError, and WrongUsage for what is no regular file; all is as it was then. Its text
-// calls the option `--output`, as every program does.
+// Replaces the file as a whole: a reader finds the old text or the new one. The
+// file keeps its mode and, where permitted, its owner; a link's target is replaced.
+// Throws OutputError, and WrongUsage for anything but a regular file; nothing has
+// changed then. The error text calls the option `--output`, as every program does.
 void replaceFile( const std::string& path, const std::string& text );
 
 }

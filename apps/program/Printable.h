@@ -1,4 +1,4 @@
-// Text from elsewhere, as a line that a terminal may be given.
+// Makes foreign text safe for a terminal.
 #pragma once
 
 #include <string>
@@ -6,7 +6,8 @@
 
 namespace Programs {
 
-// Control characters as \xNN: a name could clear the screen, or look like another line.
+// Writes control characters as \xNN: a name could clear the screen, or look like
+// another line.
 std::string printable( std::string_view text );
 
 }

@@ -70,7 +70,7 @@ void CaptureSequence::read( Head& head ) {
 
 bool CaptureSequence::next( Packet& out ) {
    bool isFirst = last_ == kNone;
-   // Only now: until here the caller used the bytes of this file's packet.
+   // Reads on only now: until here the caller used the bytes of this file's packet.
    if ( !isFirst ) read( heads_[last_] );
    auto earliest = std::min_element(
       heads_.begin(), heads_.end(), []( const Head& a, const Head& b ) {

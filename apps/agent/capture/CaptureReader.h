@@ -25,7 +25,7 @@ class CaptureError : public Mox::Error {
 
 struct CapturedPacket {
    double time = 0.0;  // s since 1970
-   Bytes bytes;        // valid until the reader is asked again
+   Bytes bytes;        // valid until the next call of the reader
    size_t wireLength = 0;
    LinkType link = LinkType::unknown;
 };
@@ -40,8 +40,8 @@ class CaptureReader {
 
    const std::string& path() const { return path_; }
 
-   // False at the end. Throws CaptureError where the file is broken off or damaged;
-   // the packets before are good.
+   // Returns false at the end. Throws CaptureError where the file breaks off or is
+   // damaged; the packets before are good.
    bool next( CapturedPacket& out );
 
  private:
@@ -52,8 +52,8 @@ class CaptureReader {
    LinkType link_ = LinkType::unknown;
 };
 
-// Several files as one sequence in the order of time; packets of equal time come in
-// the order in which the files were added. Within a file order is the file's.
+// Several files as one sequence in order of time. Packets of equal time come in the
+// order in which the files were added. Packets of one file keep its order.
 class CaptureSequence {
  public:
    struct Packet : CapturedPacket {
@@ -69,7 +69,7 @@ class CaptureSequence {
       return heads_[file].reader.path();
    }
 
-   // False at the end. Throws CaptureError.
+   // Returns false at the end. Throws CaptureError.
    bool next( Packet& out );
 
  private:

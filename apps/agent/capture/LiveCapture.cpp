@@ -11,12 +11,12 @@ namespace {
 
 constexpr int kSnapshotLength = 65535;
 constexpr int kBuffer = 8 << 20;  // bytes
-// MLD comes with a hop-by-hop option (RFC 3810, 5).
+// MLD has a hop-by-hop option (RFC 3810, 5).
 constexpr const char* kFilter =
    "ip proto 2 or ip proto 103 or ip6 proto 103 or ip6 proto 0 or "
    "(icmp6 and (ip6[40] = 143 or (ip6[40] >= 130 and ip6[40] <= 132)))";
 
-// There is no such interface, or it is down: either may change.
+// The interface is missing or down, which may change.
 class InterfaceAway : public CaptureError {
  public:
    InterfaceAway( const std::string& interface, const char* what )
@@ -34,7 +34,7 @@ struct LiveCapture::Handle {
 
    pcap_t* pcap;
    LinkType link = LinkType::unknown;
-   unsigned dropped = 0;  // as the kernel counts, over all time
+   unsigned dropped = 0;  // the kernel's count, since the start
 };
 
 LiveCapture::LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interface,

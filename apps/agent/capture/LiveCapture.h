@@ -1,5 +1,5 @@
-// What arrives on a network interface of this host, PIM and group membership alone, as
-// it comes; of the interface itself, not of VLANs on it. Listens only; needs CAP_NET_RAW.
+// The PIM and group membership packets that arrive on a network interface of this
+// host, without those of VLANs on it. Listens only; needs CAP_NET_RAW.
 //
 // An interface that goes away is tried again each second. Event-loop thread; the loop and
 // clock outlive it.
@@ -21,16 +21,16 @@ class LiveCapture : public Mox::Clock::Notifiee {
 
    struct Observer {
       std::function<void( const CapturedPacket& )> packet;
-      // The interface has gone, or is back: a sentence for people.
+      // Gets a message when the interface has gone or is back.
       std::function<void( const std::string& )> state;
-      // So many packets came faster than they were taken.
+      // Gets the number of packets that came faster than they were read.
       std::function<void( uint64_t )> missed;
    };
 
    enum Presence { isThere, isWaitedFor };
 
-   // Opens the interface. Throws CaptureError: this process may not listen, or the
-   // interface is not there, or down, and is not waited for.
+   // Opens the interface. Throws CaptureError when this process may not listen, or
+   // when the interface is missing or down and is not waited for.
    LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interface,
                 Observer observer, Presence presence = isThere );
    ~LiveCapture() override;

@@ -8,7 +8,7 @@
 
 namespace Agent {
 
-// An empty file has a node without a place.
+// The node of an empty file has no place.
 void Place::fail( const std::string& text ) const {
    int line = std::max( node.Mark().line, 0 ) + 1;
    throw ConfigError(

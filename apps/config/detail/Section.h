@@ -1,5 +1,5 @@
-// A mapping of the configuration: keys are taken by name, and whatever is left over
-// is an error. Errors carry file and line.
+// A mapping of the configuration: keys are taken by name, and a remaining key is an
+// error. Errors carry file and line.
 #pragma once
 
 #include <yaml-cpp/yaml.h>
@@ -15,7 +15,7 @@
 
 namespace Agent {
 
-// A node and the file it is from.
+// A node and its file.
 struct Place {
    YAML::Node node;
    const std::string* file;
@@ -24,27 +24,27 @@ struct Place {
 
    [[noreturn]] void fail( const std::string& text ) const;
 
-   // The text of a scalar; `what` names it in the error where it is none.
+   // The text of a scalar; `what` names the value in the error if it is no scalar.
    std::string text( const std::string& what ) const;
 
-   // The members of a list; none of an empty value.
+   // The members of a list; none for an empty value.
    std::vector<Place> list( const std::string& what ) const;
 };
 
 class Section {
  public:
-   // `what` names the mapping in errors: "interface". Throws ConfigError where it
-   // is no mapping, or a key comes twice.
+   // `what` names the mapping in errors: "interface". Throws ConfigError if the
+   // node is no mapping, or a key comes twice.
    Section( Place place, std::string what );
 
    const Place& place() const { return place_; }
 
-   // Nothing where the key is absent.
+   // Nothing if the key is absent.
    std::optional<Place> take( const std::string& key );
-   // Throws ConfigError where the key is absent.
+   // Throws ConfigError if the key is absent.
    Place require( const std::string& key );
 
-   // The members of the list under the key; none where it is absent.
+   // The members of the list under the key; none if it is absent.
    std::vector<Place> list( const std::string& key );
 
    // Converts the value in its text form; an absent key leaves `out`.
@@ -59,7 +59,7 @@ class Section {
       return convert<T>( require( key ), key );
    }
 
-   // Throws ConfigError on a key that nobody took.
+   // Throws ConfigError for a key that was not taken.
    void finish() const;
 
    template <class T>
@@ -80,7 +80,7 @@ class Section {
       if constexpr ( std::is_same_v<T, std::string> ) {
          return text;
       } else if constexpr ( std::is_same_v<T, bool> ) {
-         // YAML's older words, which operators write, beside ours.
+         // Also accepts YAML's older words, which operators write.
          if ( text == "yes" || text == "no" ) return text == "yes";
          return Mox::stringToValue<bool>( text );
       } else if constexpr ( std::is_constructible_v<T, Mox::StringView> ) {

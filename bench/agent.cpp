@@ -9,6 +9,7 @@
 // `bench_agent <routes> <interfaces> <rounds>`.
 
 #include <fmt/format.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -101,6 +102,7 @@ struct Figures {
    double decoded = 0.0;    // a second
    double published = 0.0;  // s after the last packet
    double slice = 0.0;      // s, the longest turn
+   double bytes = 0.0;      // of the heap, an interface of a route
 };
 
 bool decode( const Frame& frame, IpPacket& packet, Message& message ) {
@@ -156,6 +158,7 @@ Figures measure( const Site& site, unsigned joins ) {
          if ( next < arrivals.size() ) return loop.post( take );
          last = wall();
       };
+      const size_t before = mallinfo2().uordblks;
       began = wall();
       loop.post( take );
       while ( last == 0.0 || !family.router().published() ) {
@@ -163,6 +166,8 @@ Figures measure( const Site& site, unsigned joins ) {
          loop.dispatch();
          out.slice = std::max( out.slice, wall() - turn );
       }
+      out.bytes = static_cast<double>( mallinfo2().uordblks - before ) /
+                  ( site.routes * site.intfs );
       out.published = wall() - last;
       out.packets = static_cast<double>( arrivals.size() ) / ( last - began );
       if ( family.router().writer().tables()->routeIntf().size() !=
@@ -179,20 +184,21 @@ double median( std::vector<double> values ) {
 }
 
 void report( const Site& site, unsigned joins ) {
-   std::vector<double> packets, ratios, published, slices;
+   std::vector<double> packets, ratios, published, slices, bytes;
    for ( unsigned round = 0; round < site.rounds; ++round ) {
       Figures figures = measure( site, joins );
       packets.push_back( figures.packets );
       ratios.push_back( figures.decoded / figures.packets );
       published.push_back( figures.published );
       slices.push_back( figures.slice );
+      bytes.push_back( figures.bytes );
    }
    fmt::print(
       "{:>2} joins a packet: {:.0f} packets/s, {:.0f} joins/s, {:.1f} x "
       "decoding alone; published {:.2f} s after the last; longest turn "
-      "{:.1f} ms\n",
+      "{:.1f} ms; {:.0f} bytes an interface\n",
       joins, median( packets ), median( packets ) * joins, median( ratios ),
-      median( published ), median( slices ) * 1e3 );
+      median( published ), median( slices ) * 1e3, median( bytes ) );
 }
 
 }

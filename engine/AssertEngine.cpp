@@ -123,6 +123,9 @@ AssertMachine& AssertEngine::machine( const Key& key ) {
    if ( machine == nullptr ) {
       machine = std::make_unique<AssertMachine>(
          clock_, routes_.record( key.routeKey(), key.intfId ),
+         [this, key] {
+            routes_.changed( { key.routeKey(), key.intfId }, { true, true } );
+         },
          [this, key] { settle( key ); } );
    }
    return *machine;

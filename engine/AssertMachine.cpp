@@ -17,8 +17,10 @@ bool isCancel( const AssertMetric& metric ) {
 }
 
 AssertMachine::AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf,
+                              std::function<void()> changed,
                               std::function<void()> ended )
    : intf_( std::move( intf ) ),
+     changed_( std::move( changed ) ),
      ended_( std::move( ended ) ),
      expiry_( clock, [this] {
         forget( 5 );
@@ -162,21 +164,24 @@ void AssertMachine::end() {
 
 void AssertMachine::win( uint8_t action ) {
    expiry_.cancel();
-   intf_->lastAssertActionIs( action );
-   intf_->assertInfoIs( { iAmAssertWinner, ownMetric() } );
+   set( { iAmAssertWinner, ownMetric() }, action );
 }
 
 void AssertMachine::lose( const AssertMetric& metric, uint8_t action ) {
    incoming_ = isIncoming();
    expiry_.start( assertTime );
-   intf_->lastAssertActionIs( action );
-   intf_->assertInfoIs( { iAmAssertLoser, metric } );
+   set( { iAmAssertLoser, metric }, action );
 }
 
 void AssertMachine::forget( uint8_t action ) {
    expiry_.cancel();
+   set( {}, action );
+}
+
+void AssertMachine::set( const AssertInfo& info, uint8_t action ) {
    intf_->lastAssertActionIs( action );
-   intf_->assertInfoIs( {} );
+   intf_->assertInfoIs( info );
+   changed_();
 }
 
 }

@@ -35,10 +35,10 @@ class PIMSM_API AssertMachine {
 
    static constexpr double assertTime = 180.0;  // s; RFC 7761, 4.11
 
-   // REQUIRES: the record's route lives. `ended` is called when a timer has ended
-   // the state; it may destroy the machine.
+   // REQUIRES: the record's route lives. `changed` is called when the record's state has
+   // changed; `ended` when a timer has ended it; the latter may destroy the machine.
    AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf,
-                  std::function<void()> ended );
+                  std::function<void()> changed, std::function<void()> ended );
 
    // Handles an assert whose metric holds the sender's address; an infinite metric
    // with that address is a cancel. Returns whether anything changed.
@@ -79,7 +79,10 @@ class PIMSM_API AssertMachine {
    void lose( const AssertMetric& metric, uint8_t action );
    void forget( uint8_t action );
 
+   void set( const Routing::Pim::SparseMode::AssertInfo& info, uint8_t action );
+
    Mox::Ptr<Intf> intf_;
+   std::function<void()> changed_;
    std::function<void()> ended_;
    Timer expiry_;
    bool incoming_ = false;  // the incoming interface when the assert was lost

@@ -6,7 +6,8 @@
 //    joined        extend expiry   -> prunePending n/a              -> noInfo
 //    prunePending  -> joined       -               -> noInfo        -> noInfo
 //
-// The state is the record's joinState; this holds the two timers. Times in seconds.
+// The state is the record's joinState; this holds the two timers, as plain values. `now`
+// is the engines' time in seconds.
 #pragma once
 
 #include "engine/HoldTimer.h"
@@ -18,28 +19,22 @@ class PIMSM_API DownstreamJoin {
  public:
    using Intf = Routing::Pim::SparseMode::Intf;
 
-   // `ended` is called when the state has become noInfo; it may destroy the
-   // machine.
-   DownstreamJoin( Mox::Clock& clock, Mox::Ptr<Intf> intf,
-                   std::function<void()> ended );
-
-   void receiveJoin( double holdtime );
+   void receiveJoin( Intf& intf, double now, double holdtime );
    // `pendingTime`: the others' time to override the prune; 0 prunes at once.
-   void receivePrune( double pendingTime );
+   void receivePrune( Intf& intf, double now, double pendingTime );
    // Resumes a reloaded state.
-   void adopt( const Published::Downstream& kept );
+   void adopt( Intf& intf, double now, const Published::Downstream& kept );
    // Writes the timers for the next process.
    void tell( Published::Downstream& record ) const;
 
- private:
-   void handlePrunePendingExpired() { end(); }
-   void handleExpired() { end(); }
-   void end();
+   // When handleTime() is to be called next, or earlier; never.
+   double due() const;
+   void handleTime( Intf& intf, double now );
+   void end( Intf& intf );
 
-   Mox::Ptr<Intf> intf_;
-   std::function<void()> ended_;
+ private:
    HoldTimer expiry_;
-   Timer prunePending_;
+   double prunePending_ = 0.0;  // until when; 0: it does not run
 };
 
 }

@@ -1,83 +1,83 @@
 #include "engine/DownstreamRptPrune.h"
 
+#include <algorithm>
+
 namespace Router {
 
-DownstreamRptPrune::DownstreamRptPrune( Mox::Clock& clock, Mox::Ptr<Intf> intf,
-                                        std::function<void()> ended )
-   : intf_( std::move( intf ) ),
-     ended_( std::move( ended ) ),
-     expiry_( clock, [this] { end(); } ),
-     prunePending_( clock, [this] { handlePrunePendingExpired(); } ) {}
-
-void DownstreamRptPrune::receiveWcJoin() {
-   if ( intf_->rptState() == Intf::rptPruned ) {
-      intf_->rptStateIs( Intf::rptPruneTemp );
-   } else if ( intf_->rptState() == Intf::rptPrunePending ) {
-      intf_->rptStateIs( Intf::rptPrunePendingTemp );
+void DownstreamRptPrune::receiveWcJoin( Intf& intf ) {
+   if ( intf.rptState() == Intf::rptPruned ) {
+      intf.rptStateIs( Intf::rptPruneTemp );
+   } else if ( intf.rptState() == Intf::rptPrunePending ) {
+      intf.rptStateIs( Intf::rptPrunePendingTemp );
    }
 }
 
-void DownstreamRptPrune::receiveRptJoin() {
-   if ( intf_->rptState() != Intf::rptNoInfo ) end();
-}
-
-void DownstreamRptPrune::receiveRptPrune( double holdtime, double pendingTime ) {
-   intf_->lastRptPruneReceivedIs( expiry_.now() );
-   switch ( intf_->rptState() ) {
+void DownstreamRptPrune::receiveRptPrune( Intf& intf, double now, double holdtime,
+                                          double pendingTime ) {
+   intf.lastRptPruneReceivedIs( now );
+   switch ( intf.rptState() ) {
       case Intf::rptNoInfo:
-         expiry_.start( holdtime );
-         intf_->rptStateIs( Intf::rptPrunePending );
-         if ( pendingTime <= 0.0 ) return handlePrunePendingExpired();
-         prunePending_.start( pendingTime );
+         if ( holdtime <= 0.0 ) return;
+         expiry_.start( now, holdtime );
+         if ( pendingTime > 0.0 ) prunePending_ = now + pendingTime;
+         intf.rptStateIs( pendingTime > 0.0 ? Intf::rptPrunePending
+                                            : Intf::rptPruned );
          return;
       case Intf::rptPrunePending:
-         expiry_.keep();
+         expiry_.keep( now );
          return;
       case Intf::rptPruned:
       case Intf::rptPruneTemp:
-         expiry_.extend( holdtime );
-         intf_->rptStateIs( Intf::rptPruned );
+         expiry_.extend( now, holdtime );
+         intf.rptStateIs( Intf::rptPruned );
          return;
       case Intf::rptPrunePendingTemp:
-         expiry_.extend( holdtime );
-         intf_->rptStateIs( Intf::rptPrunePending );
+         expiry_.extend( now, holdtime );
+         intf.rptStateIs( Intf::rptPrunePending );
          return;
    }
 }
 
-void DownstreamRptPrune::endOfMessage() {
-   if ( intf_->rptState() == Intf::rptPruneTemp ||
-        intf_->rptState() == Intf::rptPrunePendingTemp ) {
-      end();
+void DownstreamRptPrune::endOfMessage( Intf& intf ) {
+   if ( intf.rptState() == Intf::rptPruneTemp ||
+        intf.rptState() == Intf::rptPrunePendingTemp ) {
+      end( intf );
    }
 }
 
 // As in DownstreamJoin.
-void DownstreamRptPrune::adopt( const Published::Downstream& kept ) {
-   const bool pruned = intf_->rptState() == Intf::rptPruned ||
-                       intf_->rptState() == Intf::rptPruneTemp;
-   if ( !pruned && kept.rptHoldtime == 0.0 ) return end();
-   expiry_.adopt( intf_->lastRptPruneReceived(), kept.rptHoldtime );
+void DownstreamRptPrune::adopt( Intf& intf, double now,
+                                const Published::Downstream& kept ) {
+   const bool pruned =
+      intf.rptState() == Intf::rptPruned || intf.rptState() == Intf::rptPruneTemp;
+   if ( !pruned && kept.rptHoldtime == 0.0 ) return end( intf );
+   expiry_.adopt( now, intf.lastRptPruneReceived(), kept.rptHoldtime );
    const bool pending = kept.rptPendingUntil != 0.0;
-   if ( pending ) prunePending_.resume( kept.rptPendingUntil );
-   intf_->rptStateIs( pending ? Intf::rptPrunePending : Intf::rptPruned );
+   if ( pending ) prunePending_ = Timer::resumed( now, kept.rptPendingUntil );
+   intf.rptStateIs( pending ? Intf::rptPrunePending : Intf::rptPruned );
 }
 
 void DownstreamRptPrune::tell( Published::Downstream& record ) const {
    record.rptHoldtime = expiry_.holdtime();
-   record.rptPendingUntil = prunePending_.until();
+   record.rptPendingUntil = prunePending_;
 }
 
-void DownstreamRptPrune::handlePrunePendingExpired() {
-   intf_->rptStateIs( Intf::rptPruned );
+double DownstreamRptPrune::due() const {
+   return prunePending_ == 0.0 ? expiry_.until()
+                               : std::min( prunePending_, expiry_.until() );
 }
 
-void DownstreamRptPrune::end() {
+void DownstreamRptPrune::handleTime( Intf& intf, double now ) {
+   if ( expiry_.until() <= now ) return end( intf );
+   if ( prunePending_ == 0.0 || prunePending_ > now ) return;
+   prunePending_ = 0.0;
+   intf.rptStateIs( Intf::rptPruned );
+}
+
+void DownstreamRptPrune::end( Intf& intf ) {
    expiry_.cancel();
-   prunePending_.cancel();
-   intf_->rptStateIs( Intf::rptNoInfo );
-   auto ended = ended_;
-   ended();
+   prunePending_ = 0.0;
+   intf.rptStateIs( Intf::rptNoInfo );
 }
 
 }

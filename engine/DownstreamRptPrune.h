@@ -11,8 +11,9 @@
 // clang-format on
 //
 // A (*,G) join restores the whole group, except for the sources that the same
-// message prunes: the temporary states last until the message's end. The state is
-// the record's rptState; this holds the two timers. Times in seconds.
+// message prunes: the temporary states last until the message's end.
+// The state is the record's rptState; this holds the two timers, as plain values. `now` is
+// the engines' time in seconds.
 #pragma once
 
 #include "engine/HoldTimer.h"
@@ -24,29 +25,25 @@ class PIMSM_API DownstreamRptPrune {
  public:
    using Intf = Routing::Pim::SparseMode::Intf;
 
-   // `ended` is called when the state has become rptNoInfo; it may destroy the
-   // machine.
-   DownstreamRptPrune( Mox::Clock& clock, Mox::Ptr<Intf> intf,
-                       std::function<void()> ended );
-
-   void receiveWcJoin();
-   void receiveRptJoin();
+   void receiveWcJoin( Intf& intf );
+   void receiveRptJoin( Intf& intf ) { end( intf ); }
    // `pendingTime`: the others' time to override the prune; 0 prunes at once.
-   void receiveRptPrune( double holdtime, double pendingTime );
-   void endOfMessage();
+   void receiveRptPrune( Intf& intf, double now, double holdtime,
+                         double pendingTime );
+   void endOfMessage( Intf& intf );
    // Resumes a reloaded state.
-   void adopt( const Published::Downstream& kept );
+   void adopt( Intf& intf, double now, const Published::Downstream& kept );
    // Writes the timers for the next process.
    void tell( Published::Downstream& record ) const;
 
- private:
-   void handlePrunePendingExpired();
-   void end();
+   // When handleTime() is to be called next, or earlier; never.
+   double due() const;
+   void handleTime( Intf& intf, double now );
+   void end( Intf& intf );
 
-   Mox::Ptr<Intf> intf_;
-   std::function<void()> ended_;
+ private:
    HoldTimer expiry_;
-   Timer prunePending_;
+   double prunePending_ = 0.0;  // until when; 0: it does not run
 };
 
 }

@@ -1,6 +1,7 @@
 #include "engine/ForwardingEngine.h"
 
-#include <unordered_map>
+#include <algorithm>
+#include <tuple>
 
 #include "engine/RecordState.h"
 
@@ -13,10 +14,15 @@ using Vantu::IntfId;
 
 namespace {
 
-void updateForwarding( Sm::Route& route ) {
+// Calls `changed` for the interfaces whose fastForward is another.
+template <class Changed>
+void updateForwarding( Sm::Route& route, Changed changed ) {
    for ( Intf& intf : route.routeIntf() ) {
       intf.forwardIs( intf.forwardDesired() );
-      intf.fastForwardIs( intf.fastForwardDesired() );
+      const bool fast = intf.fastForwardDesired();
+      if ( fast == intf.fastForward() ) continue;
+      intf.fastForwardIs( fast );
+      changed( intf.intfId() );
    }
 }
 
@@ -62,7 +68,6 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
       notifierIs( &route );
       umh_.notifierIs( route.umh() );
       umhFrr_.notifierIs( route.umhFrr() );
-      for ( const Intf& intf : route.routeIntf() ) onRouteIntf( intf.intfId() );
       mark();
    }
 
@@ -86,17 +91,7 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
       umhFrr_.notifierIs( notifier()->umhFrr() );
       mark();
    }
-   void onRouteIntf( const IntfId& intfId ) override {
-      const Intf* intf = notifier()->routeIntf( intfId );
-      if ( intf == nullptr ) {
-         intfs_.erase( intfId );
-      } else {
-         auto& reactor = intfs_[intfId];
-         if ( reactor == nullptr ) reactor = std::make_unique<MoxIntf>( *this );
-         reactor->notifierIs( intf );
-      }
-      mark();
-   }
+   void onRouteIntf( const IntfId& ) override { mark(); }
 
  private:
    class MoxUmh : public Sm::UpstreamInfo::NotifieeConst {
@@ -115,44 +110,13 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
     private:
       MoxRoute& route_;
    };
-   class MoxIntf : public Intf::NotifieeConst {
-    public:
-      explicit MoxIntf( MoxRoute& route ) : route_( route ) {}
-      void onJoinState() override { mark(); }
-      void onRptState() override { mark(); }
-      void onAssertInfo() override { mark(); }
-      void onLocalReceiverInclude() override { mark(); }
-      void onLocalReceiverExclude() override { mark(); }
-      // No macro reads these times.
-      void onLastJoinReceived() override { changed(); }
-      void onLastRptPruneReceived() override { changed(); }
-      void onLastAssertAction() override { changed(); }
-      void onFastForward() override { changed(); }
-      void onToBeDeleted() override { changed(); }
-      void onAllowRpInUse() override { changed(); }
-
-    private:
-      void changed() { route_.changed( notifier()->intfId() ); }
-      void mark() {
-         route_.mark();
-         changed();
-      }
-
-      MoxRoute& route_;
-   };
-
    void changed( IntfId intfId = {} ) { engine_.hooks_.changed( key_, intfId ); }
-   // The group's (S,G) routes read the (*,G) route, so they are marked as well.
-   void mark() {
-      if ( key_.source.isUnspecified() ) return engine_.markGroup( key_.group );
-      engine_.mark( key_ );
-   }
+   void mark() { engine_.handleRecord( key_ ); }
 
    ForwardingEngine& engine_;
    RouteKey key_;
    MoxUmh umh_;
    MoxUmh umhFrr_;
-   std::unordered_map<IntfId, std::unique_ptr<MoxIntf>> intfs_;
 };
 
 class ForwardingEngine::MoxPimIntf final
@@ -208,32 +172,41 @@ ForwardingEngine::ForwardingEngine( Mox::Ptr<Sm::Status> model, Hooks hooks )
 
 ForwardingEngine::~ForwardingEngine() = default;
 
+void ForwardingEngine::mark( const RouteKey& key ) {
+   marked_.insert( key );
+}
+
 void ForwardingEngine::markGroup( const Group& group ) {
    mark( { Vantu::IpGenAddr::unspecified( group.family() ), group } );
-   auto found = groups_.find( group );
-   if ( found == groups_.end() ) return;
-   for ( const auto& [source, reactor] : found->second )
-      marked_.emplace( group, source );
+   auto found = sources_.find( group );
+   if ( found == sources_.end() ) return;
+   marked_.insert( found->second.begin(), found->second.end() );
 }
 
 void ForwardingEngine::markAll() {
-   for ( const auto& [group, routes] : groups_ ) markGroup( group );
+   for ( const auto& [key, reactor] : routes_ ) mark( key );
+}
+
+// The group's (S,G) routes read the (*,G) route, so they are marked as well.
+void ForwardingEngine::handleRecord( const RouteKey& key ) {
+   if ( key.source.isUnspecified() ) return markGroup( key.group );
+   mark( key );
 }
 
 void ForwardingEngine::handleRoute( const RouteKey& key ) {
    const Sm::Route* route = model_->route( key );
+   const bool shared = key.source.isUnspecified();
    if ( route != nullptr ) {
-      groups_[key.group][key.source] = std::make_unique<MoxRoute>( *this, *route );
+      if ( !shared ) sources_[key.group].insert( key );
+      routes_[key] = std::make_unique<MoxRoute>( *this, *route );
       return;
    }
-   auto group = groups_.find( key.group );
-   if ( group == groups_.end() ) return;
-   group->second.erase( key.source );
-   if ( group->second.empty() ) {
-      groups_.erase( group );
-   } else if ( key.source.isUnspecified() ) {
-      markGroup( key.group );
-   }
+   routes_.erase( key );
+   if ( shared ) return markGroup( key.group );
+   auto group = sources_.find( key.group );
+   if ( group == sources_.end() ) return;
+   group->second.erase( key );
+   if ( group->second.empty() ) sources_.erase( group );
 }
 
 void ForwardingEngine::handlePimIntf( const IntfId& intfId ) {
@@ -248,21 +221,36 @@ void ForwardingEngine::handlePimIntf( const IntfId& intfId ) {
    markAll();
 }
 
+// A round takes what is marked at its beginning.
+std::optional<RouteKey> ForwardingEngine::next() {
+   if ( round_.empty() ) {
+      round_.assign( marked_.begin(), marked_.end() );
+      marked_.clear();
+      std::sort(
+         round_.begin(), round_.end(), []( const RouteKey& a, const RouteKey& b ) {
+            return std::tie( b.group, b.source ) < std::tie( a.group, a.source );
+         } );
+   }
+   if ( round_.empty() ) return std::nullopt;
+   const RouteKey key = round_.back();
+   round_.pop_back();
+   return key;
+}
+
 // A review's own writes may mark its route again; the next review then changes
 // nothing.
 bool ForwardingEngine::review( const std::function<bool()>& over ) {
    do {
-      if ( round_.empty() ) round_.swap( marked_ );
-      if ( round_.empty() ) return true;
-      auto [group, source] = *round_.begin();
-      round_.erase( round_.begin() );
-      hooks_.reviewed( { source, group } );
-      Mox::Ptr<Sm::Route> route = model_->route( { source, group } );
+      const std::optional<RouteKey> key = next();
+      if ( !key ) return true;
+      hooks_.reviewed( *key );
+      Mox::Ptr<Sm::Route> route = model_->route( *key );
       if ( route == nullptr ) continue;
       if ( !route->wildCard() )
          inheritRecords( *route, std::as_const( *route ).wc() );
       updateUpstream( *route );
-      updateForwarding( *route );
+      updateForwarding(
+         *route, [&]( const IntfId& intfId ) { hooks_.changed( *key, intfId ); } );
    } while ( !over() );
    return !pending();
 }

@@ -1,8 +1,9 @@
 // Keeps forwarding and upstream states of one VRF and family equal to the protocol
 // macros' answers.
 //
-//   watches  routes, their upstream and interface records, and the PIM interfaces;
-//            any change of what the macros read marks the route, on a (*,G) route all
+//   watches  routes, their upstream records, which interface records they have, and the
+//            PIM interfaces; of states on interface records the engines that set them tell.
+//            Any change of what the macros read marks the route, on a (*,G) route all
 //            of the group
 //   writes   forward and fastForward of each record, upJoinState and the upstream
 //            (S,G,rpt) state (RFC 7761, 4.5.4 to 4.5.7, nothing is sent); on the
@@ -17,8 +18,10 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
-#include <utility>
+#include <optional>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
 
 #include "model/Status.h"
 
@@ -45,6 +48,9 @@ class PIMSM_API ForwardingEngine {
    ForwardingEngine( const ForwardingEngine& ) = delete;
    ForwardingEngine& operator=( const ForwardingEngine& ) = delete;
 
+   // A state on an interface record has changed.
+   void handleRecord( const Routing::Pim::RouteKey& key );
+
    // Reviews marked routes, at least one, until `over` returns true. Returns
    // whether all are done. Routes marked meanwhile wait until all others have been
    // reviewed.
@@ -55,27 +61,26 @@ class PIMSM_API ForwardingEngine {
 
  private:
    using Route = Routing::Pim::SparseMode::Route;
+   using RouteKey = Routing::Pim::RouteKey;
    using Group = Vantu::IpGenAddr;
-   using Source = Vantu::IpGenAddr;
-   // Sorts the (*,G) route before its group's (S,G) routes.
-   using Mark = std::pair<Group, Source>;
    class MoxStatus;
    class MoxPimIntf;
    class MoxRoute;
 
-   void mark( const Routing::Pim::RouteKey& key ) {
-      marked_.emplace( key.group, key.source );
-   }
+   void mark( const RouteKey& key );
    void markGroup( const Group& group );
    void markAll();
+   std::optional<RouteKey> next();
    void handleRoute( const Routing::Pim::RouteKey& key );
    void handlePimIntf( const Vantu::IntfId& intfId );
 
    Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
    Hooks hooks_;
-   std::set<Mark> marked_;
-   std::set<Mark> round_;  // being reviewed
-   std::map<Group, std::map<Source, std::unique_ptr<MoxRoute>>> groups_;
+   std::unordered_set<RouteKey> marked_;
+   // Being reviewed, the next one last; a (*,G) route comes before its group's (S,G) routes.
+   std::vector<RouteKey> round_;
+   std::unordered_map<RouteKey, std::unique_ptr<MoxRoute>> routes_;
+   std::unordered_map<Group, std::unordered_set<RouteKey>> sources_;
    std::map<Vantu::IntfId, std::unique_ptr<MoxPimIntf>> pimIntfs_;
    std::unique_ptr<MoxStatus> moxStatus_;
 };

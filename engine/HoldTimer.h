@@ -1,8 +1,11 @@
 // The expiry timer of a downstream state, and the form in which a process leaves
 // its timers to the next one. Each is given in seconds from the last message that
 // set it. That message's time is in the tables already, so a refresh changes
-// nothing here.
+// nothing here. A plain value: its owner asks
+// whether it is over. Times in seconds on the engines' clock.
 #pragma once
+
+#include <functional>
 
 #include "engine/Timer.h"
 #include "published/Records.h"
@@ -14,35 +17,43 @@ namespace Router {
 using KeptTimers =
    std::function<Published::Downstream( const Routing::Pim::RouteIntfKey& )>;
 
-class PIMSM_API HoldTimer {
+class HoldTimer {
  public:
    // The hold time of a state after a restart when it is unknown (RFC 7761, 4.11).
-   static constexpr double defaultHoldtime = 210.0;  // s
+   static constexpr double defaultHoldtime = 210.0;
 
-   HoldTimer( Mox::Clock& clock, std::function<void()> expired )
-      : timer_( clock, std::move( expired ) ) {}
-
-   // A message gave the state this hold time; see Timer.
-   void start( double holdtime ) {
-      timer_.start( holdtime );
+   // A message says how long the state lives; infinity: for ever.
+   void start( double now, double holdtime ) {
+      until_ = now + holdtime;
       holdtime_ = holdtime;
    }
-   void extend( double holdtime ) {
-      holdtime_ = timer_.extend( holdtime ) ? holdtime : timer_.left();
+   // As start(), unless that would bring the end forward (RFC 7761: "set to the maximum of
+   // its current value and the HoldTime").
+   void extend( double now, double holdtime ) {
+      if ( running() && until_ >= now + holdtime ) return keep( now );
+      start( now, holdtime );
    }
    // A message came that does not change the state.
-   void keep() { holdtime_ = timer_.left(); }
+   void keep( double now ) { holdtime_ = until_ - now; }
    // Resumes a former process's timer: the last message came at `received`; hold
    // time 0 means unknown.
-   void adopt( double received, double holdtime );
-   void cancel() { timer_.cancel(); }
+   void adopt( double now, double received, double holdtime ) {
+      const double until = received + holdtime;
+      until_ =
+         holdtime > 0.0 ? Timer::resumed( now, until ) : now + defaultHoldtime;
+      holdtime_ = until_ == until ? holdtime : until_ - received;
+   }
+   void cancel() { until_ = 0.0; }
 
+   // When the state is over; never, where there is none.
+   double until() const { return running() ? until_ : Timer::never; }
    // Seconds from the last message to the state's end; 0 without a state.
-   double holdtime() const { return timer_.running() ? holdtime_ : 0.0; }
-   double now() const { return timer_.clock()->now(); }
+   double holdtime() const { return running() ? holdtime_ : 0.0; }
 
  private:
-   Timer timer_;
+   bool running() const { return until_ != 0.0; }
+
+   double until_ = 0.0;
    double holdtime_ = 0.0;
 };
 

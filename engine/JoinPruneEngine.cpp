@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "engine/RecordState.h"
-
 namespace Router {
 
 using Vantu::IpGenAddr;
@@ -18,16 +16,41 @@ bool wholeAddress( const IpGenAddr& address, unsigned maskLength ) {
 
 }
 
-JoinPruneEngine::JoinPruneEngine(
-   Routes& routes, Mox::Clock& clock, const Topology& topology,
-   const GroupPolicy* policy, RouterCounters& counters,
-   std::function<void( const RouteKey&, Vantu::IntfId )> timed )
+// What others may see of a record.
+struct JoinPruneEngine::State {
+   Intf::JoinState join;
+   Intf::RptState rpt;
+   Published::Downstream timers;
+
+   static State of( const Record& record ) {
+      State out{ record.intf->joinState(), record.intf->rptState(), {} };
+      record.join.tell( out.timers );
+      record.rptPrune.tell( out.timers );
+      return out;
+   }
+   bool joined() const { return join != Intf::noInfo; }
+   bool pruned() const { return rpt != Intf::rptNoInfo; }
+   bool sameStates( const State& other ) const {
+      return join == other.join && rpt == other.rpt;
+   }
+};
+
+JoinPruneEngine::JoinPruneEngine( Routes& routes, Mox::Clock& clock,
+                                  const Topology& topology,
+                                  const GroupPolicy* policy,
+                                  RouterCounters& counters )
    : routes_( routes ),
-     clock_( clock ),
      topology_( topology ),
      policy_( policy ),
      counters_( counters ),
-     timed_( std::move( timed ) ) {}
+     deadlines_( clock, [this]( Deadline& deadline ) {
+        act( static_cast<Record&>( deadline ), []( Record& it, double now ) {
+           it.join.handleTime( *it.intf, now );
+           it.rptPrune.handleTime( *it.intf, now );
+        } );
+     } ) {}
+
+JoinPruneEngine::~JoinPruneEngine() = default;
 
 void JoinPruneEngine::receive( Vantu::IntfId intfId, const Neighbors& neighbors,
                                const PimJoinPrune& message ) {
@@ -44,7 +67,9 @@ void JoinPruneEngine::receive( Vantu::IntfId intfId, const Neighbors& neighbors,
       }
    }
    for ( const JoinPruneGroup& group : message.groups ) {
-      eachRptPrune( group.address, intfId, []( auto& it ) { it.endOfMessage(); } );
+      eachRptPrune( group.address, intfId, []( Record& it, double ) {
+         it.rptPrune.endOfMessage( *it.intf );
+      } );
    }
 }
 
@@ -70,19 +95,18 @@ void JoinPruneEngine::receiveJoin( const Message& message, const IpGenAddr& grou
                                    const EncodedSource& source ) {
    if ( !acceptSource( source, group ) ) return;
    if ( source.wildcard ) return receiveWcJoin( message, group, source.address );
-   Key key{ group, message.intfId, source.address };
-   if ( !source.rpt ) {
-      if ( !routes_.hasRoom( key.routeKey() ) )
-         return counters_.refused( tableFull );
-      joinMachine( key ).receiveJoin( message.holdtime );
-      routes_.update( key.routeKey() );
-      timed_( key.routeKey(), key.intfId );
+   const RouteIntfKey key{ { source.address, group }, message.intfId };
+   if ( source.rpt ) {
+      if ( Record* record = find( key ) )
+         act( *record, []( Record& it, double ) {
+            it.rptPrune.receiveRptJoin( *it.intf );
+         } );
       return;
    }
-   Downstream* found = find( key );
-   if ( found != nullptr && found->rptPrune != nullptr ) {
-      found->rptPrune->receiveRptJoin();
-   }
+   if ( Record* record = make( key ) )
+      act( *record, [&]( Record& it, double now ) {
+         it.join.receiveJoin( *it.intf, now, message.holdtime );
+      } );
 }
 
 // RFC 4607, 4: a source-specific group has no shared tree.
@@ -97,115 +121,162 @@ bool JoinPruneEngine::refuseSharedTree( const IpGenAddr& group ) {
 void JoinPruneEngine::receiveWcJoin( const Message& message, const IpGenAddr& group,
                                      const IpGenAddr& rp ) {
    if ( refuseSharedTree( group ) ) return;
-   IpGenAddr ours = topology_.rpOf( group );
+   const IpGenAddr ours = topology_.rpOf( group );
    if ( !ours.isUnspecified() && ours != rp )
       return counters_.refused( rpMismatch );
-   Key key{ group, message.intfId, anySource( group ) };
-   if ( !routes_.hasRoom( key.routeKey() ) ) return counters_.refused( tableFull );
-   joinMachine( key, rp ).receiveJoin( message.holdtime );
-   timed_( key.routeKey(), key.intfId );
-   eachRptPrune( group, message.intfId, []( auto& it ) { it.receiveWcJoin(); } );
+   Record* record = make( { { anySource( group ), group }, message.intfId }, rp );
+   if ( record == nullptr ) return;
+   act( *record, [&]( Record& it, double now ) {
+      it.join.receiveJoin( *it.intf, now, message.holdtime );
+   } );
+   eachRptPrune( group, message.intfId, []( Record& it, double ) {
+      it.rptPrune.receiveWcJoin( *it.intf );
+   } );
 }
 
 // A (*,G) prune counts regardless of its RP (RFC 7761, 4.5.1).
 void JoinPruneEngine::receivePrune( const Message& message, const IpGenAddr& group,
                                     const EncodedSource& source ) {
    if ( !acceptSource( source, group ) ) return;
+   const IpGenAddr of = source.wildcard ? anySource( group ) : source.address;
+   const RouteIntfKey key{ { of, group }, message.intfId };
    if ( source.rpt && !source.wildcard ) {
       if ( refuseSharedTree( group ) ) return;
-      Key key{ group, message.intfId, source.address };
-      if ( !routes_.hasRoom( key.routeKey() ) )
-         return counters_.refused( tableFull );
-      rptPruneMachine( key ).receiveRptPrune( message.holdtime,
-                                              message.pendingTime );
-      timed_( key.routeKey(), key.intfId );
+      if ( Record* record = make( key ) )
+         act( *record, [&]( Record& it, double now ) {
+            it.rptPrune.receiveRptPrune( *it.intf, now, message.holdtime,
+                                         message.pendingTime );
+         } );
       return;
    }
-   Key key{ group, message.intfId,
-            source.wildcard ? anySource( group ) : source.address };
-   Downstream* found = find( key );
-   if ( found != nullptr && found->join != nullptr ) {
-      found->join->receivePrune( message.pendingTime );
-   }
+   if ( Record* record = find( key ) )
+      act( *record, [&]( Record& it, double now ) {
+         it.join.receivePrune( *it.intf, now, message.pendingTime );
+      } );
 }
 
-// The call may end the machine and so remove the entry: the next one is looked up
-// anew.
-template <class Call>
+JoinPruneEngine::OfRoute::const_iterator JoinPruneEngine::placeOf(
+   const OfRoute& records, Vantu::IntfId intfId ) {
+   return std::lower_bound( records.begin(), records.end(), intfId.hash(),
+                            []( const auto& record, size_t hash ) {
+                               return record.first.hash() < hash;
+                            } );
+}
+
+JoinPruneEngine::Record* JoinPruneEngine::find( const RouteIntfKey& key ) const {
+   auto route = records_.find( key.routeKey );
+   if ( route == records_.end() ) return nullptr;
+   auto found = placeOf( route->second, key.intfId );
+   const bool there = found != route->second.end() && found->first == key.intfId;
+   return there ? found->second.get() : nullptr;
+}
+
+// Null, counted: there is no room for its route.
+JoinPruneEngine::Record* JoinPruneEngine::make( const RouteIntfKey& key,
+                                                const IpGenAddr& rp ) {
+   if ( Record* record = find( key ) ) return record;
+   if ( !routes_.hasRoom( key.routeKey ) ) {
+      counters_.refused( tableFull );
+      return nullptr;
+   }
+   auto route = records_.try_emplace( key.routeKey ).first;
+   auto record = std::make_unique<Record>(
+      route->first, routes_.record( key.routeKey, key.intfId, rp ) );
+   OfRoute& records = route->second;
+   return records
+      .emplace( placeOf( records, key.intfId ), key.intfId, std::move( record ) )
+      ->second.get();
+}
+
+void JoinPruneEngine::erase( const RouteIntfKey& key ) {
+   auto route = records_.find( key.routeKey );
+   route->second.erase( placeOf( route->second, key.intfId ) );
+   if ( route->second.empty() ) records_.erase( route );
+}
+
+// All that happens to a record happens here, and nobody is told of it elsewhere. A record
+// without a state goes.
+template <class Act>
+void JoinPruneEngine::act( Record& record, Act change ) {
+   const State before = State::of( record );
+   change( record, deadlines_.now() );
+   const State after = State::of( record );
+   const RouteIntfKey key = record.key();
+   if ( record.indexed != after.pruned() ) indexRptPrune( record, after.pruned() );
+   routes_.changed(
+      key, { !after.sameStates( before ), after.timers != before.timers } );
+   if ( after.joined() || after.pruned() ) {
+      deadlines_.atMost( record,
+                         std::min( record.join.due(), record.rptPrune.due() ) );
+   } else {
+      deadlines_.remove( record );
+      erase( key );
+   }
+   if ( after.joined() != before.joined() || after.pruned() != before.pruned() )
+      routes_.update( key.routeKey, key.intfId );
+}
+
+void JoinPruneEngine::indexRptPrune( Record& record, bool pruned ) {
+   record.indexed = pruned;
+   const auto [route, intfId] = record.key();
+   const RouteIntfKey shared{ { anySource( route.group ), route.group }, intfId };
+   if ( pruned ) {
+      rptPruned_[shared].insert( route.source );
+      return;
+   }
+   auto found = rptPruned_.find( shared );
+   found->second.erase( route.source );
+   if ( found->second.empty() ) rptPruned_.erase( found );
+}
+
+// The call may end prunes: their sources are taken first.
+template <class Act>
 void JoinPruneEngine::eachRptPrune( const IpGenAddr& group, Vantu::IntfId intfId,
-                                    Call call ) {
-   Key key{ group, intfId, anySource( group ) };
-   auto next = downstream_.upper_bound( key );
-   while ( next != downstream_.end() && next->first.group == group &&
-           next->first.intfId == intfId ) {
-      key = next->first;
-      if ( next->second.rptPrune != nullptr ) call( *next->second.rptPrune );
-      next = downstream_.upper_bound( key );
+                                    Act change ) {
+   if ( rptPruned_.empty() ) return;
+   auto found = rptPruned_.find( { { anySource( group ), group }, intfId } );
+   if ( found == rptPruned_.end() ) return;
+   const std::vector<IpGenAddr> sources( found->second.begin(),
+                                         found->second.end() );
+   for ( const IpGenAddr& source : sources ) {
+      if ( Record* record = find( { { source, group }, intfId } ) )
+         act( *record, change );
    }
 }
 
-JoinPruneEngine::Downstream* JoinPruneEngine::find( const Key& key ) {
-   auto found = downstream_.find( key );
-   return found == downstream_.end() ? nullptr : &found->second;
-}
-
-DownstreamJoin& JoinPruneEngine::joinMachine( const Key& key,
-                                              const IpGenAddr& rp ) {
-   Downstream& machines = downstream_[key];
-   if ( machines.join == nullptr ) {
-      machines.join = std::make_unique<DownstreamJoin>(
-         clock_, routes_.record( key.routeKey(), key.intfId, rp ),
-         [this, key] { handleEnded( key ); } );
+// Calls `change` for the records of the keys that the condition names.
+template <class Condition, class Act>
+void JoinPruneEngine::eachOf( Condition condition, Act change ) {
+   std::vector<RouteIntfKey> keys;
+   for ( const auto& [route, records] : records_ ) {
+      for ( const auto& [intfId, record] : records ) {
+         const RouteIntfKey key{ route, intfId };
+         if ( condition( key ) ) keys.push_back( key );
+      }
    }
-   return *machines.join;
-}
-
-DownstreamRptPrune& JoinPruneEngine::rptPruneMachine( const Key& key ) {
-   Downstream& machines = downstream_[key];
-   if ( machines.rptPrune == nullptr ) {
-      machines.rptPrune = std::make_unique<DownstreamRptPrune>(
-         clock_, routes_.record( key.routeKey(), key.intfId ),
-         [this, key] { handleEnded( key ); } );
+   for ( const RouteIntfKey& key : keys ) {
+      if ( Record* record = find( key ) ) act( *record, change );
    }
-   return *machines.rptPrune;
-}
-
-// The record stays while any engine has a state on it.
-void JoinPruneEngine::handleEnded( const Key& key ) {
-   Mox::Ptr<Intf> intf = routes_.find( key.routeKey(), key.intfId );
-   bool ours = intf != nullptr && ( intf->joinState() != Intf::noInfo ||
-                                    intf->rptState() != Intf::rptNoInfo );
-   routes_.update( key.routeKey(), key.intfId );
-   if ( !ours ) downstream_.erase( key );
 }
 
 void JoinPruneEngine::endSourceSpecific() {
    if ( policy_ == nullptr ) return;
-   endIf( [&]( const Key& key, const Downstream& machines ) {
-      bool shared = key.source.isUnspecified() || machines.rptPrune != nullptr;
-      return shared && policy_->sourceSpecific( key.group );
-   } );
+   eachOf(
+      [&]( const RouteIntfKey& key ) {
+         return policy_->sourceSpecific( key.routeKey.group );
+      },
+      []( Record& it, double ) {
+         if ( it.route->source.isUnspecified() ) it.join.end( *it.intf );
+         it.rptPrune.end( *it.intf );
+      } );
 }
 
 void JoinPruneEngine::handleIntfGone( Vantu::IntfId intfId ) {
-   endIf(
-      [&]( const Key& key, const Downstream& ) { return key.intfId == intfId; } );
-}
-
-// Ends all state on the records that meet the condition.
-void JoinPruneEngine::endIf(
-   const std::function<bool( const Key&, const Downstream& )>& condition ) {
-   std::vector<Key> keys;
-   for ( const auto& [key, machines] : downstream_ ) {
-      if ( condition( key, machines ) ) keys.push_back( key );
-   }
-   for ( const Key& key : keys ) {
-      Mox::Ptr<Intf> intf = routes_.find( key.routeKey(), key.intfId );
-      if ( intf == nullptr ) continue;
-      intf->joinStateIs( Intf::noInfo );
-      intf->rptStateIs( Intf::rptNoInfo );
-      handleEnded( key );
-   }
+   eachOf( [&]( const RouteIntfKey& key ) { return key.intfId == intfId; },
+           []( Record& it, double ) {
+              it.join.end( *it.intf );
+              it.rptPrune.end( *it.intf );
+           } );
 }
 
 // A machine whose prune is ignored may go with its route, so the keys are copied
@@ -220,21 +291,24 @@ void JoinPruneEngine::adopt( const KeptTimers& kept ) {
       }
    }
    for ( const RouteIntfKey& key : keys ) {
-      const Mox::Ptr<Intf> intf = routes_.find( key.routeKey, key.intfId );
       const Published::Downstream timers = kept( key );
-      if ( intf->joinState() != Intf::noInfo )
-         joinMachine( Key::of( key ) ).adopt( timers );
-      if ( intf->rptState() != Intf::rptNoInfo )
-         rptPruneMachine( Key::of( key ) ).adopt( timers );
+      Record* record = make( key );
+      if ( record == nullptr ) continue;
+      act( *record, [&]( Record& it, double now ) {
+         if ( it.intf->joinState() != Intf::noInfo )
+            it.join.adopt( *it.intf, now, timers );
+         if ( it.intf->rptState() != Intf::rptNoInfo )
+            it.rptPrune.adopt( *it.intf, now, timers );
+      } );
    }
    endSourceSpecific();
 }
 
 void JoinPruneEngine::tell( Published::Downstream& record ) const {
-   auto found = downstream_.find( Key::of( record.key ) );
-   if ( found == downstream_.end() ) return;
-   if ( found->second.join != nullptr ) found->second.join->tell( record );
-   if ( found->second.rptPrune != nullptr ) found->second.rptPrune->tell( record );
+   const Record* found = find( record.key );
+   if ( found == nullptr ) return;
+   found->join.tell( record );
+   found->rptPrune.tell( record );
 }
 
 }

@@ -1,13 +1,14 @@
 // Turns received join/prune messages into downstream state of one VRF and family:
 // routes, interface records and their machines (RFC 7761, 4.5.1 to 4.5.3).
 //
-// Each machine's state is in a record of Routes. Event-loop thread; the
-// constructor's arguments outlive the engine.
+// Each machine's state is in a record of Routes, which is told of every change. Event-loop
+// thread; the constructor's arguments outlive the engine.
 #pragma once
 
-#include <map>
 #include <set>
+#include <unordered_map>
 
+#include "engine/Deadlines.h"
 #include "engine/DownstreamJoin.h"
 #include "engine/DownstreamRptPrune.h"
 #include "engine/Neighbors.h"
@@ -21,13 +22,10 @@ class PIMSM_API JoinPruneEngine {
    using RouteKey = Routing::Pim::RouteKey;
    using RouteIntfKey = Routing::Pim::RouteIntfKey;
 
-   // `policy` names the groups without shared-tree state; null: none. `timed` is
-   // called when timers of a record may have changed, though nothing else has.
-   JoinPruneEngine(
-      Routes& routes, Mox::Clock& clock, const Topology& topology,
-      const GroupPolicy* policy, RouterCounters& counters,
-      std::function<void( const RouteKey&, Vantu::IntfId )> timed =
-         []( const RouteKey&, Vantu::IntfId ) {} );
+   // `policy` names the groups without shared-tree state; null: none.
+   JoinPruneEngine( Routes& routes, Mox::Clock& clock, const Topology& topology,
+                    const GroupPolicy* policy, RouterCounters& counters );
+   ~JoinPruneEngine();
 
    // Resumes the reloaded states with their remaining times.
    void adopt( const KeptTimers& kept );
@@ -48,21 +46,22 @@ class PIMSM_API JoinPruneEngine {
  private:
    using Intf = Routing::Pim::SparseMode::Intf;
 
-   // By group and interface first: a (*,G) join concerns all sources of both.
-   struct Key {
-      Vantu::IpGenAddr group;
-      Vantu::IntfId intfId;
-      Vantu::IpGenAddr source;
-      auto operator<=>( const Key& ) const = default;
-      RouteKey routeKey() const { return { source, group }; }
-      static Key of( const RouteIntfKey& key ) {
-         return { key.routeKey.group, key.intfId, key.routeKey.source };
-      }
+   // There while one of its machines has a state.
+   struct Record : Deadline {
+      Record( const RouteKey& of, Mox::Ptr<Intf> on )
+         : route( &of ), intf( std::move( on ) ) {}
+      RouteIntfKey key() const { return { *route, intf->intfId() }; }
+
+      const RouteKey* route;
+      Mox::Ptr<Intf> intf;
+      DownstreamJoin join;
+      DownstreamRptPrune rptPrune;
+      bool indexed = false;  // in rptPruned_
    };
-   struct Downstream {
-      std::unique_ptr<DownstreamJoin> join;
-      std::unique_ptr<DownstreamRptPrune> rptPrune;
-   };
+   struct State;
+   // Those of a route, in order of their interfaces' hashes: few, and found without a look at
+   // any. A table of all records would stop the world each time that it grows.
+   using OfRoute = std::vector<std::pair<Vantu::IntfId, std::unique_ptr<Record>>>;
    // The properties that a message gives to each of its entries.
    struct Message {
       Vantu::IntfId intfId;
@@ -78,25 +77,32 @@ class PIMSM_API JoinPruneEngine {
                       const EncodedSource& source );
    void receiveWcJoin( const Message& message, const Vantu::IpGenAddr& group,
                        const Vantu::IpGenAddr& rp );
-   template <class Call>
-   void eachRptPrune( const Vantu::IpGenAddr& group, Vantu::IntfId intfId,
-                      Call call );
 
-   void endIf(
-      const std::function<bool( const Key&, const Downstream& )>& condition );
-   Downstream* find( const Key& key );
-   DownstreamJoin& joinMachine( const Key& key, const Vantu::IpGenAddr& rp = {} );
-   DownstreamRptPrune& rptPruneMachine( const Key& key );
+   static OfRoute::const_iterator placeOf( const OfRoute& records,
+                                           Vantu::IntfId intfId );
+   Record* find( const RouteIntfKey& key ) const;
+   void erase( const RouteIntfKey& key );
+   Record* make( const RouteIntfKey& key, const Vantu::IpGenAddr& rp = {} );
+   // `change( record, now )`; may end the record.
+   template <class Act>
+   void act( Record& record, Act change );
+   void indexRptPrune( Record& record, bool pruned );
+   template <class Act>
+   void eachRptPrune( const Vantu::IpGenAddr& group, Vantu::IntfId intfId,
+                      Act change );
+   template <class Condition, class Act>
+   void eachOf( Condition condition, Act change );
    bool refuseSharedTree( const Vantu::IpGenAddr& group );
-   void handleEnded( const Key& key );
 
    Routes& routes_;
-   Mox::Clock& clock_;
    const Topology& topology_;
    const GroupPolicy* policy_;
    RouterCounters& counters_;
-   std::function<void( const RouteKey&, Vantu::IntfId )> timed_;
-   std::map<Key, Downstream> downstream_;
+   Deadlines deadlines_;
+   std::unordered_map<RouteKey, OfRoute> records_;
+   // Which sources are pruned from a group's shared tree, by the (*,G) and the interface:
+   // a (*,G) join and the end of a message touch all of them.
+   std::unordered_map<RouteIntfKey, std::set<Vantu::IpGenAddr>> rptPruned_;
 };
 
 }

@@ -144,9 +144,12 @@ bool MembershipEngine::writeRecord( const RouteKey& key, IntfId intfId,
    Mox::Ptr<Routes::Intf> intf =
       wanted ? routes_.record( key, intfId ) : routes_.find( key, intfId );
    if ( intf == nullptr ) return true;
+   const bool states = intf->localReceiverInclude() != included ||
+                       intf->localReceiverExclude() != excluded;
    intf->localMembershipIs( included );
    intf->localReceiverIncludeIs( included );
    intf->localReceiverExcludeIs( excluded );
+   routes_.changed( { key, intfId }, { states, false } );
    routes_.update( key, intfId );
    return true;
 }

@@ -22,14 +22,13 @@ bool contains( const std::vector<IpGenAddr>& addresses, const IpGenAddr& address
 
 }
 
-Protocol::Protocol(
-   Vantu::AddressFamily family, const VrfConfig& config,
-   const Mox::Ptr<Routing::Pim::SparseMode::Status>& model,
-   Mox::Ptr<Routing::Pim::Status> pimStatus,
-   Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers, Mox::Clock& clock,
-   RouterCounters& counters, HostRoutes hostRoutes,
-   std::function<void()> linksChanged,
-   std::function<void( const Routing::Pim::RouteKey&, IntfId )> changed )
+Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
+                    const Mox::Ptr<Routing::Pim::SparseMode::Status>& model,
+                    Mox::Ptr<Routing::Pim::Status> pimStatus,
+                    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers,
+                    Mox::Clock& clock, RouterCounters& counters,
+                    HostRoutes hostRoutes, std::function<void()> linksChanged,
+                    Changed changed )
    : family_( family ),
      config_( config ),
      pimStatus_( std::move( pimStatus ) ),
@@ -38,13 +37,20 @@ Protocol::Protocol(
      linksChanged_( std::move( linksChanged ) ),
      topology_( config, std::move( hostRoutes ) ),
      policy_( family, config ),
-     routes_( model, clock, topology_, &policy_ ),
-     joinPrune_( routes_, clock, topology_, &policy_, counters, changed ),
+     routes_( model, clock, topology_, &policy_,
+              [this, changed]( const Routing::Pim::RouteIntfKey& key,
+                               const Routes::Change& change ) {
+                 if ( change.states ) forwarding_.handleRecord( key.routeKey );
+                 changed( key.routeKey, key.intfId, change.timers );
+              } ),
+     joinPrune_( routes_, clock, topology_, &policy_, counters ),
      membership_( routes_, clock, &policy_, counters ),
      asserts_( routes_, clock, counters ),
      sources_( routes_, clock, topology_, counters ),
      forwarding_( model, { [this]( const auto& key ) { asserts_.review( key ); },
-                           std::move( changed ) } ),
+                           [changed]( const auto& key, IntfId intfId ) {
+                              changed( key, intfId, false );
+                           } } ),
      registering_( std::move( registers ), clock, topology_, config, counters ) {
    updateLinks();
 }

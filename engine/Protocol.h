@@ -26,17 +26,20 @@ class PIMSM_API Protocol {
       std::unique_ptr<Neighbors> neighbors;
    };
 
-   // The configuration is read again in configChanged(). `linksChanged` is called
-   // when the links' DR roles or neighbours may have changed; `changed` is as in
-   // ForwardingEngine.
-   Protocol(
-      Vantu::AddressFamily family, const VrfConfig& config,
-      const Mox::Ptr<Routing::Pim::SparseMode::Status>& model,
-      Mox::Ptr<Routing::Pim::Status> pimStatus,
-      Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers,
-      Mox::Clock& clock, RouterCounters& counters, HostRoutes hostRoutes,
-      std::function<void()> linksChanged,
-      std::function<void( const Routing::Pim::RouteKey&, Vantu::IntfId )> changed );
+   // A value of the route has changed, or one of its record of the interface, and `timers`
+   // that the next process is to know. The empty interface stands for the route itself. The
+   // call must not change the model.
+   using Changed = std::function<void( const Routing::Pim::RouteKey&, Vantu::IntfId,
+                                       bool timers )>;
+
+   // The configuration is looked at again in configChanged(). The links' DR roles and
+   // neighbours may be others when `linksChanged` is called.
+   Protocol( Vantu::AddressFamily family, const VrfConfig& config,
+             const Mox::Ptr<Routing::Pim::SparseMode::Status>& model,
+             Mox::Ptr<Routing::Pim::Status> pimStatus,
+             Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers,
+             Mox::Clock& clock, RouterCounters& counters, HostRoutes hostRoutes,
+             std::function<void()> linksChanged, Changed changed );
 
    const std::map<Vantu::IntfId, Link>& links() const { return links_; }
 

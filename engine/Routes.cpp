@@ -16,8 +16,9 @@ void updateTree( Routes::Route& route ) {
    if ( route.wildCard() ) return;
    bool onSourceTree = !route.katExpired() && route.directlyConnected();
    for ( const Routes::Intf& intf : std::as_const( route ).routeIntf() ) {
-      onSourceTree = onSourceTree || intf.localReceiverInclude() ||
-                     intf.joinState() != Routes::Intf::noInfo;
+      if ( onSourceTree ) break;
+      onSourceTree =
+         intf.localReceiverInclude() || intf.joinState() != Routes::Intf::noInfo;
    }
    Routes::Route::RouteFlags flags = route.routeFlags();
    flags.spTreeIs( onSourceTree );
@@ -28,11 +29,12 @@ void updateTree( Routes::Route& route ) {
 }
 
 Routes::Routes( Mox::Ptr<Status> model, Mox::Clock& clock, const Topology& topology,
-                const GroupPolicy* policy )
+                const GroupPolicy* policy, Changed changed )
    : model_( std::move( model ) ),
      clock_( clock ),
      topology_( topology ),
-     policy_( policy ) {}
+     policy_( policy ),
+     changed_( std::move( changed ) ) {}
 
 Mox::Ptr<Routes::Intf> Routes::find( const RouteKey& key, IntfId intfId ) {
    Route* route = model_->route( key );

@@ -32,9 +32,26 @@ class PIMSM_API Routes {
    using Route = Routing::Pim::SparseMode::Route;
    using RouteKey = Routing::Pim::RouteKey;
 
-   // `policy` names the groups with fast reroute; null: none. It outlives this.
-   Routes( Mox::Ptr<Routing::Pim::SparseMode::Status> model, Mox::Clock& clock,
-           const Topology& topology, const GroupPolicy* policy );
+   // What an engine has changed on a record: of its join, prune, assert and member states;
+   // of the timers that the next process is to know. Neither: only what people read.
+   struct Change {
+      bool states = false;
+      bool timers = false;
+   };
+   using Changed =
+      std::function<void( const Routing::Pim::RouteIntfKey&, const Change& )>;
+
+   // `policy` names the groups with fast reroute; null: none. It outlives this. `changed`
+   // hears of every change() of a record.
+   Routes(
+      Mox::Ptr<Routing::Pim::SparseMode::Status> model, Mox::Clock& clock,
+      const Topology& topology, const GroupPolicy* policy,
+      Changed changed = []( const Routing::Pim::RouteIntfKey&, const Change& ) {} );
+
+   // An engine says so of each change of a record, before it calls update().
+   void changed( const Routing::Pim::RouteIntfKey& key, const Change& change ) {
+      changed_( key, change );
+   }
 
    const Routing::Pim::SparseMode::Status& model() const { return *model_; }
 
@@ -80,6 +97,7 @@ class PIMSM_API Routes {
    Mox::Clock& clock_;
    const Topology& topology_;
    const GroupPolicy* policy_;
+   Changed changed_;
 };
 
 }

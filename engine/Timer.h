@@ -25,9 +25,9 @@ class PIMSM_API Timer : public Mox::Clock::Notifiee {
    }
    // Resumes a former process's timer. If it ended while no process ran, a restart
    // of it may have been missed: it gets a little more time.
-   void resume( double until ) {
-      const double now = clock()->now();
-      startUntil( until > now ? until : now + grace );
+   void resume( double until ) { startUntil( resumed( clock()->now(), until ) ); }
+   static double resumed( double now, double until ) {
+      return until > now ? until : now + grace;
    }
    // Brings the expiry of a running timer forward, never later.
    void lower( double seconds ) {

@@ -30,8 +30,8 @@ VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
         family, config_, vrf_.model(), pimStatus_, vrf_.registers(),
         options.engineClock != nullptr ? *options.engineClock : clock, counters,
         options.hostRoutes, [this] { publishDue_ = true; },
-        [this]( const auto& key, Vantu::IntfId intfId ) {
-           markExport( key, intfId );
+        [this]( const auto& key, Vantu::IntfId intfId, bool timers ) {
+           markExport( key, intfId, timers );
         } ),
      mfib_( Published::MfibStatus::mount(
                manager, Published::MfibStatus::mountPath( family, config.name ),
@@ -73,10 +73,10 @@ void VrfRouter::configIs( const VrfConfig& config ) {
 // Marks the timers of all present and former records.
 void VrfRouter::markAllTimers() {
    for ( const auto& key : vrf_.published()->downstream().keys() )
-      timersDue_.insert( key );
+      timersDue_.push_back( key );
    for ( const Sm::Route& route : std::as_const( *vrf_.model() ).route() ) {
       for ( const Sm::Intf& intf : route.routeIntf() )
-         timersDue_.insert( { route.key(), intf.intfId() } );
+         timersDue_.push_back( { route.key(), intf.intfId() } );
    }
 }
 
@@ -114,13 +114,13 @@ bool VrfRouter::review() {
 // People read join, prune and assert states and their times in the tables, so these
 // do not wait for a change that the writer marks by itself. Reloaded records are
 // marked already.
-void VrfRouter::markExport( const Routing::Pim::RouteKey& key,
-                            Vantu::IntfId intfId ) {
+void VrfRouter::markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
+                            bool timers ) {
    if ( !adopted_ ) return;
    if ( intfId.empty() ) {
       vrf_.writer().changeSet()->routeIs( key, true );
    } else {
-      timersDue_.insert( { key, intfId } );
+      if ( timers ) timersDue_.push_back( { key, intfId } );
       vrf_.writer().changeSet()->routeIntfIs( { key, intfId }, true );
    }
 }

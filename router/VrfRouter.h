@@ -16,7 +16,6 @@
 #include <deque>
 #include <functional>
 #include <optional>
-#include <unordered_set>
 #include <vector>
 
 #include "assembly/VrfWriter.h"
@@ -98,7 +97,8 @@ class PIMSM_API VrfRouter {
 
    bool review();
    bool mayWrite();
-   void markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId );
+   void markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
+                    bool timers );
    void publishTimers();
    void markAllTimers();
 
@@ -117,7 +117,7 @@ class PIMSM_API VrfRouter {
    Resume resume_;
    FamilyCounters familyCounters_;
    bool publishDue_ = true;  // interfaces or configuration have changed
-   std::unordered_set<Routing::Pim::RouteIntfKey> timersDue_;  // may have changed
+   std::vector<Routing::Pim::RouteIntfKey> timersDue_;  // may run otherwise
    bool adopted_ = false;
    std::optional<double> behindSince_;  // forwarding has been behind since then
    std::deque<std::function<void()>> waiting_;

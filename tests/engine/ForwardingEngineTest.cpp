@@ -86,13 +86,33 @@ TEST_F( Forwarding, FollowsEveryInput ) {
       std::function<void()> change;
       const char* records;
    };
+   // As engines do that set states on interface records.
+   auto tell = [&]( const Routing::Pim::RouteKey& key ) {
+      engine.handleRecord( key );
+   };
    const Step steps[] = {
-      { [&] { own.joinStateIs( Intf::noInfo ); }, "eth1" },
-      { [&] { member()->localReceiverIncludeIs( true ); }, "eth1 eth2" },
+      { [&] {
+          own.joinStateIs( Intf::noInfo );
+          tell( sgKey( kSource, kGroup ) );
+       },
+        "eth1" },
+      { [&] {
+          member()->localReceiverIncludeIs( true );
+          tell( sgKey( kSource, kGroup ) );
+       },
+        "eth1 eth2" },
       { [&] { pim( "eth2" )->iAmDrIs( false ); }, "eth1 [eth2]" },
-      { [&] { member()->assertInfoIs( won ); }, "eth1 eth2" },
+      { [&] {
+          member()->assertInfoIs( won );
+          tell( sgKey( kSource, kGroup ) );
+       },
+        "eth1 eth2" },
       { [&] { pim( "eth2" )->addrIs( six ); }, "eth1 [eth2]" },
-      { [&] { member()->assertInfoIs( {} ); }, "eth1 [eth2]" },
+      { [&] {
+          member()->assertInfoIs( {} );
+          tell( sgKey( kSource, kGroup ) );
+       },
+        "eth1 [eth2]" },
       { [&] { vrf.pim()->intfDel( intfId( "eth2" ) ); }, "eth1 eth2" },
       // Without address it is its own winner.
       { [&] { vrf.pim()->intfIs( intfId( "eth2" ) ); }, "eth1 eth2" },
@@ -100,14 +120,46 @@ TEST_F( Forwarding, FollowsEveryInput ) {
       { [&] { vrf->pimStatusIs( nullptr ); }, "eth1 eth2" },
       { [&] { vrf->pimStatusIs( vrf.pim() ); }, "eth1 [eth2]" },
       { [&] { pim( "eth2" )->iAmDrIs( true ); }, "eth1 eth2" },
-      { [&] { inherited.rptStateIs( Intf::rptPruned ); }, "[eth1] eth2" },
-      { [&] { inherited.rptStateIs( Intf::rptNoInfo ); }, "eth1 eth2" },
-      { [&] { shared().include(); }, "eth1 eth2" },
-      { [&] { shared().joinState( Intf::noInfo ); }, "eth1 eth2" },
-      { [&] { inherited.localReceiverExcludeIs( true ); }, "[eth1] eth2" },
-      { [&] { inherited.localReceiverExcludeIs( false ); }, "eth1 eth2" },
-      { [&] { shared().lostAssert( "[S] 192.0.2.7 [1/1]" ); }, "[eth1] eth2" },
-      { [&] { shared().noAssert(); }, "eth1 eth2" },
+      { [&] {
+          inherited.rptStateIs( Intf::rptPruned );
+          tell( sgKey( kSource, kGroup ) );
+       },
+        "[eth1] eth2" },
+      { [&] {
+          inherited.rptStateIs( Intf::rptNoInfo );
+          tell( sgKey( kSource, kGroup ) );
+       },
+        "eth1 eth2" },
+      { [&] {
+          shared().include();
+          tell( wcKey( kGroup ) );
+       },
+        "eth1 eth2" },
+      { [&] {
+          shared().joinState( Intf::noInfo );
+          tell( wcKey( kGroup ) );
+       },
+        "eth1 eth2" },
+      { [&] {
+          inherited.localReceiverExcludeIs( true );
+          tell( sgKey( kSource, kGroup ) );
+       },
+        "[eth1] eth2" },
+      { [&] {
+          inherited.localReceiverExcludeIs( false );
+          tell( sgKey( kSource, kGroup ) );
+       },
+        "eth1 eth2" },
+      { [&] {
+          shared().lostAssert( "[S] 192.0.2.7 [1/1]" );
+          tell( wcKey( kGroup ) );
+       },
+        "[eth1] eth2" },
+      { [&] {
+          shared().noAssert();
+          tell( wcKey( kGroup ) );
+       },
+        "eth1 eth2" },
       { [&] { source.umh()->rpfIs( rpfBy( "eth2" ) ); }, "eth1 [eth2]" },
       { [&] { source.iifSwitchingIs( true ); }, "eth1 [eth2]" },
       { [&] { source.iifSwitchStateIs( Route::switchIifUpdated ); }, "eth1 eth2" },
@@ -157,11 +209,13 @@ TEST_F( Forwarding, UpstreamStatesFollowTheMacros ) {
    EXPECT_EQ( source->upRptState(), upRptNotPruned );
    source.intf( "eth1" ).rptPruned();
    source.intf( "eth2" ).rptPruned();
+   engine.handleRecord( source->key() );
    review();
    EXPECT_EQ( source->upRptState(), upRptPruned );
    EXPECT_EQ( source->prevRptState(), upRptNotPruned );
    wc().intf( "eth1" ).joinState( Intf::noInfo );
    source.intf( "eth2" ).joined();
+   engine.handleRecord( wcKey( kGroup ) );
    review();
    EXPECT_EQ( source->upRptState(), upRptNotJoined );
    EXPECT_EQ( source->upJoinState(), upJoined );

@@ -1,4 +1,4 @@
-// A full router's state, and what publishing and rebuilding it takes, for benchmarks.
+// A full router's state, and its publishing and rebuilding, for benchmarks.
 #pragma once
 
 #include <fmt/format.h>
@@ -48,15 +48,15 @@ class BenchClock : public Mox::TestClock {
 
 struct Size {
    unsigned routes = 10000;
-   unsigned intfs = 60;  // a route
+   unsigned intfs = 60;  // per route
    unsigned rounds = 5;
    unsigned records() const { return routes * ( 1 + intfs ); }
 };
 
-// Of addresses there are more than a table takes records.
+// The limit of distinct addresses, more than a table takes records.
 constexpr unsigned kMaxRoutes = 10'000'000;
 
-// Of the command line; ends the program where that is wrong.
+// Parses the command line; ends the program on an error.
 inline Size sizeOf( int argc, char** argv ) {
    Size size;
    if ( argc > 1 ) size.routes = static_cast<unsigned>( std::atoi( argv[1] ) );
@@ -100,8 +100,8 @@ struct Values {
    std::vector<Brane::Intf> intfs;
 };
 
-// The peer of both ways to rebuild: the same setters, fed from memory, and the same
-// counts and sources. Interfaces come in the order of `values`.
+// The peer of both ways to rebuild: the same setters, counts and sources, fed from
+// memory. Interfaces come in the order of `values`.
 inline double buildDirectly( const Values& values,
                              double ( *clock )() = BenchClock::wall ) {
    Mox::Ptr<Status> model = statusFactory( L3::VrfName( "default" ) );
@@ -122,7 +122,8 @@ inline double buildDirectly( const Values& values,
    return clock() - began;
 }
 
-// Runs `measure` in a process of its own, as a reader starts, its heap not yet touched.
+// Runs `measure` in a child process, which starts like a reader with an untouched
+// heap.
 inline double inChild( const std::function<double()>& measure ) {
    int result[2];
    double seconds = 0;
@@ -145,7 +146,7 @@ inline double median( std::vector<double> times ) {
    return times[times.size() / 2];
 }
 
-// What an agent's engines would have left in the model.
+// Fills the model as an agent's engines would.
 inline void fill( Status& model, const Values& values ) {
    for ( const Brane::Route& record : values.routes )
       Brane::doUpdateRoute( *model.routeIs( record.key ), record );
@@ -155,7 +156,7 @@ inline void fill( Status& model, const Values& values ) {
    }
 }
 
-// A process's end of the tables.
+// One process's side of the tables.
 struct Side {
    Side( const std::string& root, ::Brane::TableRole role, const Size& size )
       : manager( clock, nullptr, root ),

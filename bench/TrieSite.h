@@ -1,5 +1,5 @@
-// What the benchmarks of the tries share: random prefixes inside the multicast range,
-// addresses of which half lie under one, and the table loaded with the prefixes.
+// Shared by the benchmarks of the tries: random prefixes inside the multicast
+// range, addresses of which half match one, and the table loaded with the prefixes.
 #pragma once
 
 #include <algorithm>

@@ -1,7 +1,7 @@
-// What making prefixes of an access list costs as its rules grow.
+// The cost of making prefixes of an access list as its rules grow.
 //
-// Overlapping rules are the hard case: each cuts and swallows what others left. The
-// program reports the time of one conversion and, at the end of each family of
+// Overlapping rules are the hard case: each cuts and swallows parts of the others.
+// The program reports the time of one conversion and, at the end of each family of
 // lists, how it grows.
 
 #include <benchmark/benchmark.h>
@@ -16,7 +16,7 @@ namespace {
 template <class Family>
 using Number = typename Family::Number;
 
-// A group of the multicast range, from 28 or more random bits behind its first ones.
+// A group of the multicast range with 28 or more random bits.
 template <class Family>
 Vantu::IpGenPrefix group( uint64_t bits, unsigned length ) {
    constexpr unsigned kFirst = Family::bits == 32 ? 4 : 8;
@@ -28,7 +28,8 @@ Vantu::IpGenPrefix group( uint64_t bits, unsigned length ) {
    return { Family::address( first | rest ), length };
 }
 
-// Permits and denies by turns, of random groups and lengths: nested and overlapping.
+// Alternating permits and denies of random groups and lengths: nested and
+// overlapping.
 template <class Family>
 AclRules overlapping( size_t count ) {
    std::mt19937_64 dice( count );
@@ -42,7 +43,7 @@ AclRules overlapping( size_t count ) {
    return { standard, std::move( rules ) };
 }
 
-// Holes first, then the range that they are in: every rule leaves its mark.
+// Holes first, then the range around them: every rule has an effect.
 template <class Family>
 AclRules holes( size_t count ) {
    std::vector<AclRule> rules;

@@ -69,7 +69,7 @@ struct Site {
                                  Vantu::IpGenAddr( "10.1.1.2" ) } );
       return out;
    }
-   // Joins of the routes from `first` on, of a neighbour on the interface.
+   // Joins of the routes from `first` on, sent by a neighbour on the interface.
    Frame frame( unsigned intf, unsigned first, unsigned count ) const {
       Frame out( 12 );
       append( out, { 8, 0, 0x45, 0, 0, 0, 0, 0, 0, 0, 1, 103, 0, 0 } );
@@ -98,8 +98,8 @@ double wall() {
 }
 
 struct Figures {
-   double packets = 0.0;    // a second
-   double decoded = 0.0;    // a second
+   double packets = 0.0;    // per second
+   double decoded = 0.0;    // per second
    double published = 0.0;  // s after the last packet
    double slice = 0.0;      // s, the longest turn
    double bytes = 0.0;      // of the heap, an interface of a route

@@ -1,12 +1,11 @@
-// What moving one address between two entries of a histogram costs, with 10 to
+// The cost of moving one address between two entries of a histogram, with 10 to
 // 100,000 others in each; the rest of 200,000 sources have two groups.
 //
 //    peer    copies the entry, changes the copy and stores it, for either entry
 //    update the reactor's, with all that a change of a source runs through
 //
-// One source gains and loses a group again and again. Looking it up in the model,
-// which the update includes, costs the same each time, as the model's size does not
-// change.
+// One source gains and loses a group repeatedly. The update includes its look-up in
+// the model, whose cost is constant because the model's size is.
 
 #include <benchmark/benchmark.h>
 
@@ -25,7 +24,8 @@ const Vantu::IpGenAddr kGroup( "233.252.0.1" ), kOtherGroup( "233.252.0.2" );
 
 constexpr uint32_t kSources = 200000;
 
-// `others` sources without a group, as many with one, and the one that changes.
+// `others` sources without a group, as many with one group, and the one that
+// changes.
 struct Setting {
    explicit Setting( uint32_t others ) {
       for ( uint32_t n = 0; n < kSources; ++n ) {

@@ -1,4 +1,4 @@
-// What entities cost: a notification against its peer, a raw virtual call through
+// The cost of entities: a notification against its peer, a raw virtual call through
 // an intrusive list, and the memory of a full router's interface records.
 //
 // Run it with --benchmark_enable_random_interleaving=true
@@ -19,8 +19,8 @@
 namespace Routing::Pim::SparseMode {
 namespace {
 
-// The peer: what one would write by hand for one attribute, without the guarantees
-// for observers that come and go meanwhile.
+// The peer: code written by hand for one attribute, without the guarantees for
+// observers that come and go meanwhile.
 class RawSubject {
  public:
    class Observer {
@@ -49,7 +49,7 @@ class RawSubject {
    Observer* head_ = nullptr;
 };
 
-// Two types of observer on either side, so that no compiler can tell which is
+// Two observer types on either side, so that the compiler cannot tell which is
 // called.
 template <class Base, int step>
 struct Counting : Base {
@@ -111,8 +111,8 @@ size_t residentBytes() {
    return resident * static_cast<size_t>( sysconf( _SC_PAGESIZE ) );
 }
 
-// 600,000 interface records on 10,000 routes, unobserved. The routes are there
-// before the measurement starts; their collections are empty then.
+// 600,000 interface records on 10,000 routes, unobserved. The routes are made
+// before the measurement; their collections are empty then.
 void reportMemory() {
    constexpr uint32_t kRoutes = 10000, kIntfsPerRoute = 60;
    std::vector<Vantu::IntfId> intfs;

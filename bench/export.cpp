@@ -1,4 +1,4 @@
-// What publishing a full router's state costs, and rebuilding it elsewhere:
+// The cost of publishing a full router's state, and of rebuilding it elsewhere:
 // 10,000 routes with 600,000 interfaces.
 //
 //    writer      marks everything and publishes it from scratch; rewrites all of it;
@@ -28,8 +28,8 @@ void check( size_t records, const Size& size ) {
    std::exit( 1 );
 }
 
-// The reading process. `go` gives it a byte when the tables are there and another when
-// all is published; `ready` gets one once it follows.
+// The reading process. `go` sends it a byte when the tables are there and another
+// when all is published; it sends a byte by `ready` once it follows.
 void readInChild( const std::string& root, const Size& size, int ready, int go ) {
    Values values( size );
    char byte = 0;
@@ -49,7 +49,7 @@ void readInChild( const std::string& root, const Size& size, int ready, int go )
    while ( seen() < size.records() && BenchClock::wall() < began + 60 ) {
       follower.manager.dispatch();
    }
-   // What was seen last may wait for its notification.
+   // The last changes may still wait for their notification.
    follower.manager.dispatch();
    double followed = BenchClock::wall() - began;
    check( follower.records(), size );
@@ -73,7 +73,7 @@ void readInChild( const std::string& root, const Size& size, int ready, int go )
    std::fflush( stdout );
 }
 
-// Publishes what is marked; prints the rate and the longest slice.
+// Publishes all marked changes; prints the rate and the longest slice.
 void publish( const char* what, Side& agent, Brane::RouteBraneWriterSm& writer,
               const Size& size ) {
    double began = BenchClock::wall();
@@ -118,7 +118,7 @@ void writeHere( const std::string& root, const Size& size, int ready, int go ) {
    wait( nullptr );
 }
 
-// After the writer has gone, as the next agent starts.
+// Runs after the writer has gone, as the next agent's start.
 void restart( const std::string& root, const Size& size ) {
    std::vector<double> loaded;
    for ( unsigned i = 0; i < size.rounds; ++i ) {

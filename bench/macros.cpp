@@ -1,4 +1,4 @@
-// What the protocol macros cost: the empty-olist tests over a route of 60
+// The cost of the protocol macros: the empty-olist tests over a route of 60
 // interfaces, none of which ends the walk early.
 //
 //    peer    visits 60 heap objects of 128 bytes through a vector of pointers and
@@ -65,7 +65,7 @@ RouteKey keyOf( unsigned i, bool wildcard ) {
             group };
 }
 
-// All routes, made in an order that is not that of visiting.
+// All routes, made in another order than that of the visits.
 struct Routes {
    Routes() : model( statusFactory( L3::VrfName( "default" ) ) ) {
       std::vector<Vantu::IntfId> ids;

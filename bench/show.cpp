@@ -1,4 +1,4 @@
-// What the show tool takes of a full router's tables: 10,000 routes with 600,000
+// The cost of the show tool on a full router's tables: 10,000 routes with 600,000
 // interfaces.
 //
 //    count       `routes --count` from its start to its end, against building the
@@ -37,7 +37,7 @@ using Words = std::vector<std::string>;
    _exit( 127 );
 }
 
-// Seconds, of the clock and of the processor.
+// Seconds by the wall clock and of processor time.
 struct Times {
    double wall = 0, cpu = 0;
 };
@@ -52,14 +52,14 @@ double cpuOfChildren() {
    return seconds( usage.ru_utime ) + seconds( usage.ru_stime );
 }
 
-// What `work`, which waits for its child, takes.
+// The times of `work`, which waits for its child.
 Times timesOf( const std::function<void()>& work ) {
    const double wall = BenchClock::wall(), cpu = cpuOfChildren();
    work();
    return { BenchClock::wall() - wall, cpuOfChildren() - cpu };
 }
 
-// Runs the tool to its end, its output thrown away.
+// Runs the tool to its end and discards its output.
 void show( const Words& words ) {
    const pid_t pid = fork();
    if ( pid == 0 ) {
@@ -74,7 +74,7 @@ void show( const Words& words ) {
    }
 }
 
-// A process beside the agent, until the object goes.
+// A process beside the agent, while the object lives.
 class Beside {
  public:
    explicit Beside( pid_t pid ) : pid_( pid ) {}
@@ -86,7 +86,7 @@ class Beside {
    Beside( const Beside& ) = delete;
    Beside& operator=( const Beside& ) = delete;
 
-   // Throws away what comes to the terminal of the process.
+   // Discards the output to the process's terminal.
    void drain( int terminal ) {
       drain_ = std::thread( [terminal] {
          char buffer[65536];
@@ -137,7 +137,7 @@ std::unique_ptr<Beside> watchAsLines( const std::string& root ) {
    return std::make_unique<Beside>( pid );
 }
 
-// What every reader does, and no more.
+// The common work of every reader, and no more.
 [[noreturn]] void mirrorHere( const std::string& root ) {
    Mox::Loop loop;
    Mox::RealClock clock( loop );
@@ -154,7 +154,7 @@ std::unique_ptr<Beside> watchAsLines( const std::string& root ) {
    std::exit( 0 );
 }
 
-// This program anew, without what the agent holds.
+// A new process of this program, without the agent's memory.
 std::unique_ptr<Beside> mirror( const std::string& root ) {
    const pid_t pid = fork();
    if ( pid == 0 ) exec( "/proc/self/exe", { "bench_show", "--mirror", root } );
@@ -172,7 +172,7 @@ class Agent {
       publish();
    }
 
-   // Nanoseconds of processor time that the writer takes for a record.
+   // The writer's processor time for a record, in nanoseconds.
    double rewrite() {
       for ( const Route& route : side_.model->route() ) {
          for ( const Intf& each : route.routeIntf() )
@@ -232,7 +232,7 @@ struct Company {
    double memory = 0;
 };
 
-// Everything rewritten `kRewrites` times beside each, in turns.
+// Rewrites everything `kRewrites` times beside each process, in turns.
 void watch( Agent& agent, const std::string& root, const Size& size ) {
    constexpr int kRewrites = 5;
    Company companies[] = {
@@ -243,7 +243,7 @@ void watch( Agent& agent, const std::string& root, const Size& size ) {
    for ( unsigned i = 0; i < size.rounds; ++i ) {
       for ( Company& company : companies ) {
          const std::unique_ptr<Beside> beside = company.start();
-         agent.rewrite();  // until it has loaded what there was
+         agent.rewrite();  // until it has reloaded the tables
          const double began = BenchClock::wall(), cpu = beside ? beside->cpu() : 0;
          std::vector<double> times;
          for ( int k = 0; k < kRewrites; ++k ) times.push_back( agent.rewrite() );

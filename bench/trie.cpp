@@ -1,9 +1,10 @@
 // Longest match: the table of the tries against a map for each length and against
 // linear search, at 10 to 100,000 prefixes inside the multicast range.
 //
-// Hot: 256 addresses over and over. Cold: a big buffer is walked before each 64
-// look-ups, which alone are timed. Half of the addresses lie under a prefix. The
-// sizes of the table, and its building against sorting the same prefixes, follow.
+// Hot: 256 addresses repeatedly. Cold: a large buffer is read before each 64
+// look-ups, which alone are timed. Half of the addresses match a prefix. Then
+// follow the sizes of the table, and its building against sorting the same
+// prefixes.
 
 #include <benchmark/benchmark.h>
 
@@ -14,7 +15,7 @@
 namespace Routing::Bench {
 namespace {
 
-// The same through the general types, as the reactors ask.
+// As above through the general types, which the reactors use.
 template <class Family>
 struct General : Table<Family> {
    using Table<Family>::Table;
@@ -97,7 +98,7 @@ void cold( benchmark::State& state ) {
    state.SetItemsProcessed( state.iterations() * kBatch );
 }
 
-// As the list of an access list comes: in order; and shuffled.
+// In order, as an access list's prefixes come, or shuffled.
 template <class Family, bool ordered>
 void build( benchmark::State& state ) {
    auto count = static_cast<size_t>( state.range( 0 ) );

@@ -2,9 +2,9 @@
 // (TRIE) of DPDK, without huge pages, at 10 to 100,000 prefixes inside the multicast
 // range. All are loaded with the same prefixes and must give the same answers.
 //
-// Each peer gets the addresses in the form that it likes best. Hot: 256 addresses over
-// and over, one a call or 64, which DPDK's fib is made for. Cold: 64 look-ups in one
-// call, which alone is timed, after a big buffer was walked.
+// Each peer gets the addresses in its preferred form. Hot: 256 addresses
+// repeatedly, one or 64 a call; DPDK's fib is made for the latter. Cold: 64
+// look-ups in one call, which alone is timed, after a large buffer was read.
 
 #include <benchmark/benchmark.h>
 
@@ -15,7 +15,7 @@
 
 #include "bench/TrieSite.h"
 
-// Last: `likely` is a macro of theirs.
+// Included last: `likely` is a macro there.
 #include <rte_eal.h>
 #include <rte_fib.h>
 #include <rte_fib6.h>
@@ -24,7 +24,7 @@
 namespace Routing::Bench {
 namespace {
 
-constexpr uint64_t kNone = 255;  // instead of a matched length
+constexpr uint64_t kNone = 255;  // in place of a matched length
 constexpr uint32_t kSpareBlocks = 256;
 
 void must( bool good, const char* what ) {
@@ -108,7 +108,7 @@ struct Fib6 {
    using Key = std::array<uint8_t, RTE_FIB6_IPV6_ADDR_SIZE>;
 
    explicit Fib6( const Site<Family>& site ) {
-      uint32_t blocks = kSpareBlocks;  // a step of eight bits behind the first 24
+      uint32_t blocks = kSpareBlocks;  // per eight bits behind the first 24
       for ( const IpGenPrefix& prefix : site.prefixes )
          blocks += ( static_cast<uint32_t>( prefix.length() ) - 24 + 7 ) / 8;
       rte_fib6_conf config{};
@@ -148,7 +148,7 @@ std::vector<typename Peer::Key> keysOf( const Site<typename Peer::Family>& site 
    return keys;
 }
 
-// Every address of the site is asked for, so no peer wins by answering wrong.
+// Checks every address of the site, so that no peer wins by wrong answers.
 template <class Peer>
 void check( const Site<typename Peer::Family>& site, const Peer& peer ) {
    const TablePeer<typename Peer::Family> table( site );

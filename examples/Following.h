@@ -1,6 +1,6 @@
-// Follows the routes of the VRF "default" in an agent's tables, on whatever loop turns
-// `loop`: prints a line for each route that changes, and says when the agent has gone
-// and when one is back.
+// Follows the routes of the VRF "default" in an agent's tables, on any loop that
+// turns `loop`. Prints a line for each route that changes, and says when the agent
+// goes and comes back.
 #pragma once
 
 #include <iostream>
@@ -62,7 +62,7 @@ class Following {
       std::cout << ( out.empty() ? " none\n" : "\n" );
    }
 
-   // In this order: what is made last goes first.
+   // The last one is destroyed first.
    Mox::RealClock clock_;
    Corvex::EntityManager manager_;
    std::set<Routing::Pim::RouteKey> changed_;

@@ -1,10 +1,10 @@
-// An agent with one engine: the downstream (*,G) state of joins and prunes (RFC 7761,
-// 4.5.1), which come as lines of text instead of packets:
+// An agent with one engine: the downstream (*,G) state of joins and prunes (RFC
+// 7761, 4.5.1), which come as lines of text instead of packets:
 //
 //    join GROUP INTERFACE HOLDTIME        prune GROUP INTERFACE
 //
-// Every RP is behind eth0. Ends when its input ends; what it published stays, and the
-// next run goes on with it. usage: agent-skeleton [DIRECTORY OF THE TABLES]
+// Every RP is behind eth0. Ends with its input; its tables stay, and the next run
+// continues with them. usage: agent-skeleton [DIRECTORY OF THE TABLES]
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,7 +20,8 @@ using Routing::Pim::RouteKey;
 using Vantu::IntfId;
 
 // [engine]
-// Writes the model's routes and join states; keeps to itself only when they expire.
+// Writes the model's routes and join states; keeps only their expiry times to
+// itself.
 class JoinEngine : public Mox::Clock::Notifiee {
  public:
    static constexpr double defaultHoldTime = 210;  // s; RFC 7761, 4.11
@@ -28,7 +29,7 @@ class JoinEngine : public Mox::Clock::Notifiee {
    JoinEngine( Mox::Clock* clock, Mox::Ptr<Sm::Status> model )
       : Notifiee( clock ), model_( std::move( model ) ) {}
 
-   // A state that was reloaded has no time left of its own: it lives anew.
+   // A reloaded state has no remaining time: its hold time starts anew.
    void adopt() {
       for ( const Sm::Route& route : model_->route() ) {
          for ( const Sm::Intf& intf : route.routeIntf() )
@@ -79,7 +80,7 @@ class JoinEngine : public Mox::Clock::Notifiee {
       return route;
    }
 
-   // The protocol's macros decide; the engine only asks.
+   // The protocol's macros decide; the engine only calls them.
    static void review( Sm::Route& route ) {
       for ( Sm::Intf& intf : route.routeIntf() )
          intf.forwardIs( intf.forwardDesired() );
@@ -101,7 +102,7 @@ class JoinEngine : public Mox::Clock::Notifiee {
    std::map<RouteIntfKey, double> expires_;
 };
 
-// Throws Mox::Error for what is no address.
+// Throws Mox::Error for an invalid address.
 void receive( JoinEngine& engine, const std::string& line ) {
    std::istringstream words( line );
    std::string what, group, intf;
@@ -117,7 +118,7 @@ void receive( JoinEngine& engine, const std::string& line ) {
    std::cerr << "agent-skeleton: not understood: " << line << '\n';
 }
 
-// Feeds the whole lines that have come; false at the end of input.
+// Handles the whole lines that have arrived; returns false at the end of input.
 bool readLines( JoinEngine& engine, std::string& rest ) {
    char buffer[4096];
    ssize_t count = read( STDIN_FILENO, buffer, sizeof buffer );
@@ -140,13 +141,13 @@ int main( int argc, char** argv ) try {
    Mox::RealClock clock( loop );
    Corvex::EntityManager manager(
       clock, &loop, argc > 1 ? argv[1] : Corvex::EntityManager::defaultRoot );
-   // The model, its tables with room for so many routes and interfaces, and what keeps
-   // the second in step with the first.
+   // The model, its tables with this capacity, and the reactors that keep the
+   // tables in step with the model.
    Sm::VrfWriter vrf( manager, clock, Vantu::AddressFamily::ipv4,
                       L3::VrfName( "default" ), { 1000, 10000 } );
    JoinEngine engine( &clock, vrf.model() );
 
-   // No packet before the reload has ended.
+   // Packets are handled only after the reload.
    while ( !vrf.ready() ) loop.dispatch();
    engine.adopt();
    std::cout << "ready with " << vrf.model()->route().size() << " routes"
@@ -160,7 +161,8 @@ int main( int argc, char** argv ) try {
       ending = !readLines( engine, rest );
       if ( ending ) input.readWantedIs( false );
    } );
-   // What changed in the turn is published. At the end, all of it is before the loop stops.
+   // Publishes the turn's changes. At the end the loop stops once all are
+   // published.
    Mox::Loop::TurnEnd turnEnd( loop, [&] {
       vrf.handleTurnEnd();
       if ( ending && vrf.idle() ) loop.stop();

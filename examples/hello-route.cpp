@@ -1,5 +1,6 @@
-// One route with one interface that a neighbour has joined: prints what the protocol
-// says of it, publishes it, and ends. `pimsm-show` prints it from the tables.
+// Makes one route with one interface that a neighbour has joined, prints the
+// protocol's answers about it, publishes it, and ends. `pimsm-show` prints it from
+// the tables.
 // usage: hello-route [DIRECTORY OF THE TABLES]
 #include <iostream>
 
@@ -12,11 +13,11 @@ int main( int argc, char** argv ) {
    Mox::RealClock clock( loop );
    Corvex::EntityManager manager(
       clock, &loop, argc > 1 ? argv[1] : Corvex::EntityManager::defaultRoot );
-   // The state, the tables, and what keeps the second in step with the first; with room
-   // for so many routes and interfaces.
+   // The model, its tables with this capacity, and the reactors that keep the
+   // tables in step with the model.
    Sm::VrfWriter vrf( manager, clock, Vantu::AddressFamily::ipv4,
                       L3::VrfName( "default" ), { 1000, 10000 } );
-   while ( !vrf.ready() ) loop.dispatch();  // what a former run left
+   while ( !vrf.ready() ) loop.dispatch();  // a former run's routes
 
    // (*, 233.252.0.1) comes in by eth0; a neighbour on eth1 has joined it.
    auto route = vrf.model()->routeIs(
@@ -30,7 +31,7 @@ int main( int argc, char** argv ) {
    std::cout << route->key() << ": immediate_olist(*,G) of " << intf->intfId()
              << " is " << std::boolalpha << intf->immediateOlistWc() << std::endl;
 
-   // Published 10 to 50 ms later.
+   // Changes are published 10 to 50 ms later.
    Mox::Loop::TurnEnd turnEnd( loop, [&] {
       vrf.handleTurnEnd();
       if ( vrf.idle() ) loop.stop();

@@ -1,6 +1,7 @@
-// An agent of one's own for IPv4: hears PIM and IGMP on raw sockets, takes the host's
-// unicast routes, and leaves the protocol to libPimsmRouter. pimsm-mfib forwards what it
-// publishes, pimsm-show explains it. It sends nothing. Needs CAP_NET_RAW.
+// An agent of one's own for IPv4: receives PIM and IGMP on raw sockets, uses the
+// host's unicast routes, and leaves the protocol to libPimsmRouter. pimsm-mfib
+// forwards by its tables, pimsm-show explains them. It sends nothing. Needs
+// CAP_NET_RAW.
 // usage: own-agent DIRECTORY_OF_THE_TABLES RP INTERFACE...
 #include <arpa/inet.h>
 #include <ifaddrs.h>
@@ -32,8 +33,8 @@ void check( int result, const std::string& what ) {
 }
 
 // [routes]
-// The host's route towards an address: the longest prefix, of equal ones the lowest metric.
-// The numbers of /proc/net/route have their bytes in the order of the network.
+// The host's route towards an address: the longest prefix, of equal ones the lowest
+// metric. The numbers of /proc/net/route are in network byte order.
 std::optional<Router::HostRoute> hostRoute( const IpGenAddr& address ) {
    std::optional<Router::HostRoute> best;
    std::ifstream routes( "/proc/net/route" );
@@ -44,7 +45,7 @@ std::optional<Router::HostRoute> hostRoute( const IpGenAddr& address ) {
       if ( std::sscanf( line.c_str(), "%15s %x %x %x %*s %*s %u %x", name,
                         &prefix.s_addr, &gateway.s_addr, &flags, &metric,
                         &mask.s_addr ) != 6 )
-         continue;  // the head line
+         continue;  // the header line
       const unsigned length = std::popcount( mask.s_addr );
       if ( !IpGenPrefix( IpGenAddr( prefix ), length ).contains( address ) )
          continue;
@@ -59,7 +60,7 @@ std::optional<Router::HostRoute> hostRoute( const IpGenAddr& address ) {
 // [routes]
 
 // [config]
-// The interface with its addresses as the host has them now.
+// The interface with its present addresses.
 Router::InterfaceConfig interfaceConfig( const std::string& name ) {
    Router::InterfaceConfig out;
    out.name = IntfId( name );
@@ -84,7 +85,8 @@ Router::InterfaceConfig interfaceConfig( const std::string& name ) {
 // [config]
 
 // [socket]
-// What arrives on an interface of one IP protocol, for the group that its routers hear.
+// Receives one IP protocol's packets on an interface, those to the routers' group
+// included.
 class Ear {
  public:
    using Heard = std::function<void( Router::Bytes )>;
@@ -100,7 +102,7 @@ class Ear {
       member.imr_ifindex = static_cast<int>( if_nametoindex( interface.c_str() ) );
       set( SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(), interface.size() );
       set( IPPROTO_IP, IP_ADD_MEMBERSHIP, &member, sizeof member );
-      // What came before it was bound may have come by another interface.
+      // Packets from before the binding may have come by another interface.
       while ( recv( socket_.value(), buffer_, sizeof buffer_, 0 ) > 0 ) continue;
    }
 
@@ -110,7 +112,7 @@ class Ear {
                          static_cast<socklen_t>( size ) ),
              "raw socket" );
    }
-   // One packet a turn: others want the loop, too.
+   // Reads one packet a turn: others want the loop, too.
    void read() {
       const ssize_t size = recv( socket_.value(), buffer_, sizeof buffer_, 0 );
       if ( size > 0 ) heard_( { buffer_, static_cast<size_t>( size ) } );
@@ -124,7 +126,8 @@ class Ear {
 // [socket]
 
 // [receive]
-// Decodes an IP packet that arrived on the interface, and hands its message to the engines.
+// Decodes an IP packet that arrived on the interface, and hands its message to the
+// engines.
 void receive( Router::VrfRouter& vrf, Router::RouterCounters& counters,
               IntfId intfId, Router::Bytes bytes ) {
    Router::IpPacket packet;
@@ -152,13 +155,13 @@ int main( int argc, char** argv ) try {
       clock, Published::ProcessStatus::mount( manager, Brane::tableWriter ) );
    Router::VrfConfig config;
    config.name = L3::VrfName( "default" );
-   config.rps.push_back( { IpGenAddr( argv[2] ), {} } );  // of all groups
+   config.rps.push_back( { IpGenAddr( argv[2] ), {} } );  // for all groups
    for ( int i = 3; i < argc; ++i )
       config.interfaces.push_back( interfaceConfig( argv[i] ) );
    Router::VrfRouter vrf( manager, clock, Vantu::AddressFamily::ipv4, config,
                           counters, { hostRoute, 1000, 10000 } );
 
-   // What arrives before the reload has ended waits in there.
+   // The router keeps packets that arrive before the reload has ended.
    std::deque<Ear> ears;
    for ( const Router::InterfaceConfig& interface : config.interfaces ) {
       auto heard = [&, name = interface.name]( Router::Bytes bytes ) {
@@ -166,11 +169,13 @@ int main( int argc, char** argv ) try {
       };
       const std::string name( interface.name.name() );
       ears.emplace_back( loop, name, Router::pimProtocol, "224.0.0.13", heard );
-      // Reports of version 3; those before go to the group that they are about.
+      // Hosts send reports of version 3 to this group, older ones to the group in
+      // question.
       ears.emplace_back( loop, name, Router::igmpProtocol, "224.0.0.22", heard );
    }
 
-   // The kernel tells of changes of its routes; what they are is asked anew.
+   // The kernel reports that its routes changed; the routes themselves are read
+   // anew.
    Loop::Fd changes(
       socket( AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE ),
       "netlink socket" );

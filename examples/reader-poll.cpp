@@ -10,7 +10,7 @@
 
 namespace {
 
-// True while there is more to come of the host's own input; here it is thrown away.
+// Returns true while the host's own input continues; the example discards it.
 bool readOn( int input ) {
    char buffer[256];
    return read( input, buffer, sizeof buffer ) > 0;

@@ -1,4 +1,4 @@
-// What a fuzz target demands; a broken demand ends the program with its text.
+// The checks of a fuzz target; a failed check ends the program with its text.
 #pragma once
 
 #include <cstdio>

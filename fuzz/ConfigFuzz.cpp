@@ -1,4 +1,5 @@
-// The configuration reader: any text gives a configuration or a fault with its place.
+// The configuration reader: any text gives a configuration or an error with its
+// place.
 
 #include <string>
 

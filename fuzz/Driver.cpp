@@ -2,8 +2,9 @@
 //
 // usage: fuzz_<name> [-runs=N] [-seed=S] [-only=R [-print=1]] FILE|DIRECTORY...
 //
-// The mutations follow from the seed alone; -only repeats run R, -print writes its input
-// to the standard output instead. What breaks, or takes longer than 30 s, names its run.
+// The mutations depend on the seed alone; -only repeats run R, -print writes its
+// input to standard output instead. A run that fails, or takes longer than 30 s, is
+// named.
 
 #include <signal.h>
 #include <unistd.h>
@@ -78,19 +79,19 @@ class Mutator {
       size_t at = below( bytes.size() + 1 );
       auto place = bytes.begin() + static_cast<std::ptrdiff_t>( at );
       switch ( below( 7 ) ) {
-         case 0:  // cut off
+         case 0:  // truncated
             return bytes.resize( at );
          case 1:
             bytes.insert( place, static_cast<uint8_t>( random_() ) );
             return;
-         case 2: {  // the rest of another seed
+         case 2: {  // the rest from another seed
             const Bytes& other = anySeed();
             auto from = static_cast<std::ptrdiff_t>( below( other.size() ) );
             bytes.resize( at );
             bytes.insert( bytes.end(), other.begin() + from, other.end() );
             return;
          }
-         case 3:  // twice
+         case 3:  // doubled
             bytes.insert( bytes.end(), bytes.begin(), place );
             return;
          default:
@@ -119,7 +120,7 @@ class Mutator {
 void runOne( unsigned long number, const Bytes& bytes ) {
    run = number;
    alarm( 30 );
-   // A copy of the exact size, so that one byte too far is noticed.
+   // A copy of the exact size, so that reading one byte too far is noticed.
    Bytes exact( bytes );
    exact.shrink_to_fit();
    LLVMFuzzerTestOneInput( exact.data(), exact.size() );

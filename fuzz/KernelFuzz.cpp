@@ -1,5 +1,5 @@
-// What the kernel tells the forwarding process. The first byte chooses: an upcall, or an
-// entry of a dump; IPv4 or IPv6. The rest is the message.
+// The kernel's messages to the forwarding process. The first byte chooses: an
+// upcall, or an entry of a dump; IPv4 or IPv6. The rest is the message.
 
 #include <vector>
 
@@ -14,7 +14,7 @@ void checkEntry( const std::vector<uint64_t>& words, size_t size,
                  AddressFamily family ) {
    if ( size < NLMSG_HDRLEN ) return;
    auto header = reinterpret_cast<const nlmsghdr*>( words.data() );
-   // As the seeds have it.
+   // The seeds' table.
    uint32_t table =
       family == AddressFamily::ipv4 ? RT_TABLE_DEFAULT : RT_TABLE_MAIN;
    auto entry = Forwarding::readEntry( Netlink::Message( *header ), family, table );
@@ -40,7 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size ) {
       FUZZ_CHECK( upcall->key.source.family() == family );
       return 0;
    }
-   // Aligned as netlink's are, and of the length that its reader has checked.
+   // Aligned as netlink messages are, and of the length that their reader has
+   // checked.
    std::vector<uint64_t> words( message.size() / sizeof( uint64_t ) + 1 );
    std::copy( message.begin(), message.end(),
               reinterpret_cast<uint8_t*>( words.data() ) );

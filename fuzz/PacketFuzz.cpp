@@ -1,5 +1,5 @@
-// The packet decoders. The first byte chooses what stands in front of the IP header,
-// the rest is a frame. What is accepted must be as the decoders promise.
+// The packet decoders. The first byte chooses the link header, the rest is a frame.
+// An accepted message must keep the decoders' promises.
 
 #include "apps/config/RouterNames.h"
 #include "fuzz/Check.h"
@@ -20,7 +20,7 @@ void checkPim( const Agent::IpPacket& packet, const Agent::PimMessage& message )
    }
 }
 
-// No list holds more than the packet has room for.
+// No list has more members than the packet has room for.
 void checkMembership( const Agent::IpPacket& packet,
                       const Agent::MembershipMessage& message ) {
    const size_t size = Vantu::addressBits( packet.family() ) / 8;

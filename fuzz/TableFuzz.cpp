@@ -2,9 +2,10 @@
 // each an offset (3 bytes), a length (1) and that many bytes; the offset ffffff cuts the
 // file off instead, at the length's multiple of 64.
 //
-// A reader must survive, report or find; what verifies is a record that was once
-// written. A writer that takes the damaged table over keeps only such, each under its
-// key, and works from there on; then the reader finds all that it wrote.
+// A reader must survive and either report damage or find records; a verified record
+// must be one that was written. A writer that takes the damaged table over keeps
+// only such records, each under its key, and works on; then the reader finds all
+// that it wrote.
 
 #include <algorithm>
 #include <cstdlib>
@@ -41,7 +42,7 @@ Brane::Layout layout() {
    return layout;
 }
 
-// A sound table, all that was ever written to it, and a place for damaged copies.
+// A sound table, every record ever written to it, and a place for damaged copies.
 class Site {
  public:
    Site() {

@@ -1,5 +1,5 @@
-// Every text parser. The first byte chooses the type, the rest is its text: what a
-// parser takes must print as something that it reads as the same value.
+// Every text parser. The first byte chooses the type, the rest is its text. The
+// value of an accepted text must print as a text that reads as the same value.
 
 #include <cmath>
 #include <string>
@@ -38,7 +38,7 @@ void roundTrip( const std::string& text ) {
       return;
    } catch ( const Mox::RangeError& ) {
       return;
-   } catch ( const Asserted& ) {  // assert metrics alone
+   } catch ( const Asserted& ) {  // only assert metrics
       return;
    }
    FUZZ_CHECK( same( Mox::stringToValue<T>( valueToStrep( value ) ), value ) );

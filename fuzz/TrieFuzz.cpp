@@ -1,6 +1,6 @@
-// The tries against linear search. The first byte chooses the family, then each five
-// bytes are a step: what to do, a length, and an address made of 16 bits somewhere in
-// ones or in zeros, so that prefixes nest, touch and meet the ends of the range.
+// The tries against linear search. The first byte chooses the family, then each
+// five bytes are a step: an action, a length, and an address of 16 bits somewhere
+// in ones or in zeros, so that prefixes nest, touch and meet the ends of the range.
 
 #include <set>
 
@@ -81,7 +81,7 @@ class Steps {
       }
       FUZZ_CHECK( trie_->longestMatch( prefix ) == longest );
    }
-   // The reactors' way.
+   // Clears as the reactors do.
    void clear() {
       if ( Routing::Trie* trie = trie_->trie4() ) {
          trie->handleDeletion();

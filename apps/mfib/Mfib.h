@@ -1,4 +1,5 @@
-// Keeps the kernel's entries in step with the exported routes of one VRF and family.
+// Keeps the kernel's entries in step with the exported routes of one VRF and
+// family.
 //
 //   watches  tables route and routeIntf key by key; created after the reader that keeps
 //            the model, so that it is called after it
@@ -6,10 +7,11 @@
 //   wakes    to write delayed changes, see below; a second after a refusal by the kernel
 //   ignores  everything until started(): the kernel's entries go on forwarding
 //
-// A change that takes traffic from an interface waits until its route has been quiet for
-// a moment, but not for long. The records of a route and of its interfaces come one by
-// one, and a route seen without its interfaces must neither cut off a stream nor hide the
-// shared tree. A change that only adds is written at once.
+// A change that takes traffic from an interface waits until its route has been
+// quiet for a moment, but not for long. The records of a route and of its
+// interfaces come one by one, and a route seen without its interfaces must neither
+// cut off a stream nor hide the shared tree. A change that only adds is written at
+// once.
 //
 // Destroyed before its constructor's arguments. Event-loop thread only.
 #pragma once

@@ -1,4 +1,4 @@
-// What the rows of the table benchmark share: records, keys, processes, medians.
+// Shared by the rows of the table benchmark: records, keys, processes, medians.
 //
 // Keys are inserted in one shuffled order and visited in another, in every peer.
 // A row is the median of `rounds` runs, in ns per record.
@@ -49,7 +49,7 @@ inline double percentile( std::vector<double> values, double part ) {
                            size_t( double( values.size() ) * part ) )];
 }
 
-// The keys, one after the other, in an order of their own.
+// The keys one after the other, in their own order.
 class Keys {
  public:
    Keys( const Size& size, uint64_t first = 0 ) : size_( size ) {
@@ -68,7 +68,7 @@ class Keys {
    }
 
  private:
-   // As addresses and names stand in a key: few bytes differ.
+   // Like addresses and names in a key: few bytes differ.
    void fill( size_t i ) {
       std::byte* key = bytes_.data() + i * size_.keySize;
       uint64_t number = order_[i];
@@ -103,7 +103,7 @@ struct Shared {
    }
 };
 
-// Runs the body in another process, beside `meanwhile` in this one.
+// Runs the body in another process, while `meanwhile` runs in this one.
 inline void inReader( const std::function<void()>& body,
                       const std::function<void()>& meanwhile = {} ) {
    fflush( stdout );
@@ -134,12 +134,12 @@ double medianOf( size_t records, Pass pass ) {
    return median( values );
 }
 
-// Keeps the compiler from dropping what is never looked at.
+// Keeps the compiler from dropping unused results.
 inline void used( const void* memory ) {
    __asm__ volatile( "" : : "r"( memory ) : "memory" );
 }
 
-// One line: figure, its base, the ratio and what it is to reach, 0 for nothing set.
+// Prints one line: figure, its base, the ratio and its goal, 0 for no goal.
 inline void row( const char* what, double figure, double base, double target ) {
    if ( target == 0 ) {
       printf( "  %-44s %10.1f %10.1f %7.2f\n", what, figure, base, figure / base );

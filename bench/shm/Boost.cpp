@@ -19,7 +19,7 @@ template <size_t KeySize, size_t RecordSize>
 class Boost : public Peer {
    using Key = std::array<std::byte, KeySize>;
    using Record = std::array<std::byte, RecordSize>;
-   // The tables' own hash: what is compared is the map and its lock.
+   // The tables' own hash: the comparison is of the map and its lock.
    struct Hash {
       size_t operator()( const Key& key ) const {
          constexpr uint64_t seed[2] = { 11, 22 };

@@ -65,7 +65,7 @@ class Lmdb : public Peer {
    MDB_val keyOf( const Keys& keys, size_t i ) const {
       return { size_.keySize, const_cast<std::byte*>( keys.at( i ) ) };
    }
-   // The value is the record with its key, as in the table.
+   // The value is the whole record with its key, as in the table.
    void write( const Keys& keys, std::byte* record, size_t begin, size_t end ) {
       MDB_txn* txn;
       check( mdb_txn_begin( env_, nullptr, 0, &txn ) );

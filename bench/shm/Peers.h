@@ -1,4 +1,4 @@
-// What the tables are compared with.
+// The peers that the tables are compared with.
 #pragma once
 
 #include <memory>
@@ -23,37 +23,39 @@ class CopyPeer {
    std::byte* memory_;
 };
 
-// A keyed store of another maker. In an environment of its own per process; figures are
-// ns per record.
+// A keyed store by other authors. Each process has an environment of its own;
+// figures are ns per record.
 class Peer {
  public:
    virtual ~Peer() = default;
    virtual double insert( const Keys& keys, std::byte* record ) = 0;
-   // Of the first `count` keys, which stand.
+   // Writes the first `count` keys, which exist already.
    virtual double writeSingle( const Keys& keys, std::byte* record,
                                size_t count ) = 0;
-   // By what its user has kept of each key. 0 here and below: no such operation.
+   // Writes by a handle that the user has kept for each key. 0 here and below: no
+   // such operation.
    virtual double writeHandle( const Keys&, std::byte* ) { return 0; }
    virtual double writeBatch( const Keys& keys, std::byte* record ) = 0;
    virtual double readSingle( const Keys& keys, std::byte* record ) = 0;
    virtual double readBatch( const Keys& keys, std::byte* record ) = 0;
 };
 
-// All on the tables' file system; null where the library was missing at configuration.
+// All peers are on the tables' file system. Null when the library was missing at
+// configuration.
 using PeerFactory = std::unique_ptr<Peer> ( * )( const std::string& path,
                                                  const Size& size );
 
-// LMDB without sync, a transaction a record or a batch.
+// LMDB without sync, a transaction for each record or batch.
 std::unique_ptr<Peer> lmdbPeer( const std::string& path, const Size& size );
 
-// DPDK's rte_hash, lock-free for readers, from key to a slot of a shared-memory file. A
-// record goes to a free slot, as in the tables; that no reader still copies from the slot
-// is not seen to, which would take its users a quiescent-state scheme beside it. In one
-// process: without huge pages it has no second.
+// DPDK's rte_hash, lock-free for readers, from key to a slot of a shared-memory
+// file. A record goes to a free slot, as in the tables. Nothing prevents that a
+// reader still copies from that slot; users would need a quiescent-state scheme for
+// that. One process only: without huge pages there is no second one.
 std::unique_ptr<Peer> rteHashPeer( const std::string& path, const Size& size );
 
-// Boost's unordered map in a managed mapped file, with a sharable mutex taken for each
-// record or batch.
+// Boost's unordered map in a managed mapped file, with a sharable mutex locked for
+// each record or batch.
 std::unique_ptr<Peer> boostPeer( const std::string& path, const Size& size );
 
 }

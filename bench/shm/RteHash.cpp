@@ -24,12 +24,12 @@ namespace {
 
 bool started = false;
 
-// Once a process.
+// Called once a process.
 void startEnvironment() {
    if ( std::exchange( started, true ) ) return;
    std::vector<std::string> words = { "bench", "--no-huge", "-m", "1024",
                                       "--no-shconf", "--no-pci", "--no-telemetry",
-                                      // Not bound to one of the cores.
+                                      // Keeps the process unbound to a core.
                                       "--lcores=0@(0-1)", "--log-level=error" };
    std::vector<char*> arguments;
    for ( std::string& word : words ) arguments.push_back( word.data() );
@@ -82,7 +82,7 @@ class RteHash : public Peer {
                        size_t count ) override {
       return timed( count, [&] {
          for ( size_t i = 0; i < count; ++i ) {
-            // Which slot becomes free is not told by the addition.
+            // The addition does not return the slot that becomes free.
             void* former = nullptr;
             if ( rte_hash_lookup_data( hash_, keys.at( i ), &former ) < 0 ) abort();
             auto at = size_t( static_cast<std::byte*>( former ) - memory_ );
@@ -150,7 +150,7 @@ class RteHash : public Peer {
    uint32_t slots_ = 0;
    std::byte* memory_ = nullptr;
    std::vector<uint32_t> free_;
-   // By key number: what a user may keep, so that a record need not be looked up.
+   // By key number: a user may keep the slot to avoid the look-up.
    std::vector<uint32_t> slotOf_;
    size_t next_ = 0;
 };

@@ -2,7 +2,7 @@
 //
 //    bench_shm [A|B]     both without an argument
 //
-// Columns: ns per record, the base's ns per record, their ratio, what to reach.
+// Columns: ns per record, the base's ns per record, their ratio, the goal.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -214,7 +214,8 @@ class TableBench {
       beside( *writer );
    }
 
-   // Look-ups while the writer rewrites without a pause; writes beside a mirror.
+   // Measures look-ups while the writer rewrites without a pause, and writes beside
+   // a mirror.
    void beside( TableWriter& writer ) {
       shared_.stage = 0;
       inReader(
@@ -236,7 +237,7 @@ class TableBench {
       besideStopped( writer );
    }
 
-   // Rewrites for 0.2 s at least.
+   // Rewrites for at least 0.2 s.
    double rewrites( TableWriter& writer ) {
       std::vector<double> values;
       double until = nowNs() + 2e8;
@@ -258,7 +259,7 @@ class TableBench {
       if ( !changes ) abort();
    }
 
-   // Each drains once a millisecond.
+   // Each mirror drains once a millisecond.
    void besideMirrors( TableWriter& writer, uint64_t mirrors, double target ) {
       shared_.stage = shared_.stamp = 0;
       double alone = rewrites( writer );
@@ -277,7 +278,7 @@ class TableBench {
       meanwhile();
    }
 
-   // Stopped in the middle of a visit, having followed the table before.
+   // The reader follows the table, then is stopped in the middle of a visit.
    void besideStopped( TableWriter& writer ) {
       shared_.stage = shared_.stamp = 0;
       double alone = rewrites( writer );
@@ -327,10 +328,10 @@ class TableBench {
       figureCount
    };
 
-   // A peer's operations and the table's in turns, in one process: medians of each in
-   // shared_. False where the peer is missing.
+   // Measures a peer's operations and the table's in turns, in one process; leaves
+   // the medians of each in shared_. Returns false without the peer.
    bool measure( const char* name, PeerFactory make ) {
-      // Single writes are slow in some; a part of the table tells as much.
+      // Single writes are slow in some peers; a part of the table is enough.
       size_t part = std::min<size_t>( visited_.count(), 20000 );
       std::string path = directory_ + "/" + name;
       shared_.stage = 0;
@@ -409,8 +410,8 @@ class TableBench {
       }
    }
 
-   // From the writer's change to the value in a reader that slept, and from a bare
-   // write to a watched file to the watcher's wake-up.
+   // Measures from the writer's change to the value in a reader that slept, and
+   // from a bare write to a watched file to the watcher's wake-up.
    void latency() {
       Writer writer = open();
       std::vector<double> bare = bareLatency(), whole = tableLatency( *writer );
@@ -429,7 +430,7 @@ class TableBench {
       inReader( child, [&] {
          while ( shared_.stage == 0 ) usleep( 100 );
          for ( uint64_t i = 1; i <= count; ++i ) {
-            // The reader is asleep, and its last call a while ago.
+            // Lets the reader fall asleep, some time after its last call.
             usleep( 1500 );
             shared_.stamp = 0;
             double start = nowNs();
@@ -497,8 +498,8 @@ class TableBench {
       return ::open( path.c_str(), O_RDWR | O_CREAT, 0640 );
    }
 
-   // Index lines that a miss looks at, after half of the keys were exchanged 20
-   // times in a full table.
+   // Counts the index lines that a miss reads after half of the keys were exchanged
+   // 20 times in a full table.
    void churn() {
       Writer writer = open();
       std::mt19937_64 random( 3 );

@@ -84,13 +84,13 @@ TEST_F( AssembledVrf, TellsItsMirrorWhatDiffersAcrossRestarts ) {
    Mox::Ptr<Route> route = agent->vrf.model()->routeIs( wcKey( "233.252.0.1" ) );
    route->wildCardIs( true );
    EXPECT_THAT( heard(), ElementsAre( "- > not joined" ) );
-   // An interface alone is published, too.
+   // A change of an interface alone is published, too.
    route->routeIntfIs( intfId( "eth1" ) )->forwardIs( true );
    EXPECT_THAT( heard(), ElementsAre( "eth1 forwards" ) );
    route->upJoinStateIs( upJoined );
    agent->vrf.writer().changeSet()->routeIs( route->key(), true );
    EXPECT_THAT( heard(), ElementsAre( "not joined > joined" ) );
-   // Written once more, and equal.
+   // An equal record is written once more.
    agent->vrf.writer().changeSet()->routeIs( route->key(), true );
    EXPECT_THAT( heard(), IsEmpty() );
    EXPECT_TRUE( agent->vrf.idle() );

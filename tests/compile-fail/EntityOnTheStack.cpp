@@ -1,4 +1,5 @@
-// An entity is held by a counted pointer: the first reference to another would be its last.
+// An entity on the stack must not compile: its first counted reference would also
+// be its last.
 #include "model/UpstreamInfo.h"
 
 namespace Routing::Pim::SparseMode::Test {

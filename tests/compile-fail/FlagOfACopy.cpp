@@ -1,4 +1,4 @@
-// A reader's result is a copy: what is set in it would be lost.
+// A reader returns a copy: a flag set in it would be lost.
 #include "model/Route.h"
 
 namespace Routing::Pim::SparseMode::Test {

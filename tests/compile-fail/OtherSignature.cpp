@@ -1,4 +1,4 @@
-// What is given as a hook can be called as the hook is.
+// A hook takes only functions with its signature.
 #include "assembly/VrfMirror.h"
 
 namespace Routing::Pim::SparseMode::Test {

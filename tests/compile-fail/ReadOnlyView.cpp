@@ -1,4 +1,4 @@
-// What a status sees of its PIM interfaces it cannot write.
+// A status sees its PIM interfaces read-only.
 #include "model/Status.h"
 
 namespace Routing::Pim::SparseMode::Test {

@@ -1,5 +1,4 @@
-// A hook for an attribute that the entity does not have, or with other arguments, overrides
-// nothing.
+// A hook of an unknown attribute, or with other arguments, overrides nothing.
 #include "model/Status.h"
 
 namespace Routing::Pim::SparseMode::Test {

@@ -1,5 +1,5 @@
-// A mutator takes values, keys and records of its attribute's type: no text for a flag, no
-// fraction for a count, though the language would convert them.
+// A mutator takes values, keys and records of its attribute's type: no text for a
+// flag and no fraction for a count, though the language would convert them.
 #include "model/Status.h"
 #include "published/Status.h"
 

@@ -1,4 +1,5 @@
-// One VRF's sources and groups, their histograms, and what these notify.
+// One VRF's sources and groups, their histograms, and the histograms'
+// notifications.
 #pragma once
 
 #include "count/SgCountSm.h"

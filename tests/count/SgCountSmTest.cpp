@@ -12,7 +12,7 @@ using Mox::Test::assertionText;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// How entries move in general is the random walk's to tell.
+// The random walk tests how entries move in general.
 
 TEST( SgCountSm, FirstCountFilesEverythingInOrderAndClearsNothing ) {
    Counting c;
@@ -24,7 +24,7 @@ TEST( SgCountSm, FirstCountFilesEverythingInOrderAndClearsNothing ) {
       c.status->sourceIs( sourceAddr( n ) );
       c.groupSourceMap->groupIs( groupAddr( n ) );
    }
-   // The first count heeds no flag.
+   // The first count ignores the flag.
    c.status->source( sourceAddr( 2 ) )->sourceGroupIs( groupAddr( 1 ), false );
    c.groupSourceMap->group( groupAddr( 3 ) )
       ->groupSourceIs( sourceAddr( 1 ), false );
@@ -42,7 +42,7 @@ TEST( SgCountSm, FirstCountFilesEverythingInOrderAndClearsNothing ) {
    EXPECT_THAT( c.groupsHeard.take(),
                 ElementsAre( "groupsBySourceCount 0", "groupsBySourceCount 0",
                              "groupsBySourceCount 1" ) );
-   // Filed a second time, nothing changes.
+   // A second filing changes nothing.
    EXPECT_TRUE( c.sm->handleInitialized() );
    EXPECT_THAT( c.sourcesHeard.take(), IsEmpty() );
    EXPECT_THAT( c.groupsHeard.take(), IsEmpty() );
@@ -85,7 +85,7 @@ TEST( SgCountSm, LeavesWhatGoesWhereItIsFiled ) {
    c.groupSourceMap->groupIs( groupAddr( 1 ) );
    c.start();
    EXPECT_EQ( c.sm->attributeText( "srcHandler" ), "[192.0.2.1]" );
-   // Nobody hears of what a holder still does with them.
+   // Changes by a remaining holder are not noticed.
    Mox::Ptr<Source> source = c.status->sourceDel( sourceAddr( 1 ) );
    Mox::Ptr<Group> group = c.groupSourceMap->groupDel( groupAddr( 1 ) );
    EXPECT_EQ( source->observerCount() + group->observerCount(), 0U );
@@ -97,8 +97,8 @@ TEST( SgCountSm, LeavesWhatGoesWhereItIsFiled ) {
    EXPECT_EQ( c.groups(), "0{233.252.0.1}" );
 }
 
-// An observer registered earlier puts another source and another group in the place
-// of one that goes, before the reactor hears of its going.
+// An observer registered earlier replaces a source and a group that go, before the
+// reactor is notified of the removal.
 TEST( SgCountSm, FollowsWhatIsReplacedInsideANotification ) {
    struct Replacer : Status::NotifieeConst, GroupSourceMap::NotifieeConst {
       explicit Replacer( Counting& counting ) : c( counting ) {
@@ -127,7 +127,7 @@ TEST( SgCountSm, FollowsWhatIsReplacedInsideANotification ) {
    Mox::Ptr<Source> oldSource = c.status->sourceDel( sourceAddr( 1 ) );
    Mox::Ptr<Group> oldGroup = c.groupSourceMap->groupDel( groupAddr( 1 ) );
    EXPECT_EQ( oldSource->observerCount() + oldGroup->observerCount(), 0U );
-   // The late news of the going leaves the new handlers as they are.
+   // The late notification of the removal leaves the new handlers as they are.
    const auto* source = c.sm->srcHandler( sourceAddr( 1 ) );
    const auto* group = c.sm->grpHandler( groupAddr( 1 ) );
    ASSERT_NE( source, nullptr );
@@ -138,7 +138,7 @@ TEST( SgCountSm, FollowsWhatIsReplacedInsideANotification ) {
    EXPECT_EQ( group->notifier(), c.groupSourceMap->group( groupAddr( 1 ) ) );
 }
 
-// Whatever goes inside a write, the move of the address is finished.
+// The move of an address is finished whatever goes inside a write.
 TEST( SgCountSm, FinishesAMoveWhenAllElseGoesInsideIt ) {
    Counting c;
    c.start();
@@ -161,7 +161,8 @@ TEST( SgCountSm, FinishesAMoveWhenAllElseGoesInsideIt ) {
    EXPECT_EQ( c.groups(), "2{233.252.0.1}" );
 }
 
-// The first count's observers change the model under a reactor that nobody holds.
+// The first count's observers change the model while the reactor is under
+// construction.
 TEST( SgCountSm, OutlivesChangesInsideItsFirstCount ) {
    Counting c;
    auto source = c.status->sourceIs( sourceAddr( 1 ) );

@@ -1,6 +1,6 @@
 // Random walks of sources and groups against a plain model that copies, changes and
-// stores whole entries. Each notification is compared with the histogram as it
-// stands at that moment, so the order of the writes is, too.
+// stores whole entries. Each notification is compared with the histogram at that
+// moment, which also checks the order of the writes.
 
 #include <gtest/gtest.h>
 
@@ -144,7 +144,7 @@ TEST_P( Walk, WritesWhatCopiedEntriesWouldInTheSameOrder ) {
    }
 }
 
-// Alone an address empties each entry that it leaves; among many it seldom does.
+// A lone address empties each entry that it leaves; one among many seldom does.
 INSTANTIATE_TEST_SUITE_P( Heads, Walk, testing::Values( 1, 3, 12 ) );
 
 }

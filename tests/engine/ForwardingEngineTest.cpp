@@ -30,7 +30,7 @@ class Forwarding : public testing::Test {
       engine.review( [] { return false; } );
       EXPECT_FALSE( engine.pending() );
    }
-   // The source's records in order, in brackets those that do not forward.
+   // The source's records in order; those that do not forward in brackets.
    std::string sgRecords() {
       std::map<std::string, bool> forward;
       for ( const Intf& intf : vrf->route( sgKey( kSource, kGroup ) )->routeIntf() )
@@ -55,13 +55,14 @@ TEST_F( Forwarding, SourceTreeTakesTheSharedTreesInterfacesOver ) {
    EXPECT_EQ( sgRecords(), "eth1 [eth2] eth3 [eth9]" );
    EXPECT_TRUE( sg()->routeIntf( intfId( "eth1" ) )->initialized() );
 
-   // On the shared tree own joins are not served yet, and traffic comes in there.
+   // On the shared tree the source's own joins do not count yet, and traffic comes
+   // in by eth0.
    wc().intf( "eth0" ).joined();
    sg().spTree( false );
    review();
    EXPECT_EQ( sgRecords(), "[eth0] eth1 [eth2] [eth3] eth9" );
 
-   // With the (*,G) records go those that only stood for them.
+   // Records that only stood for (*,G) records go with them.
    vrf->routeDel( wcKey( kGroup ) );
    sg();
    review();
@@ -114,7 +115,7 @@ TEST_F( Forwarding, FollowsEveryInput ) {
        },
         "eth1 [eth2]" },
       { [&] { vrf.pim()->intfDel( intfId( "eth2" ) ); }, "eth1 eth2" },
-      // Without address it is its own winner.
+      // An interface without address is its own assert winner.
       { [&] { vrf.pim()->intfIs( intfId( "eth2" ) ); }, "eth1 eth2" },
       { [&] { pim( "eth2" )->addrIs( six ); }, "eth1 [eth2]" },
       { [&] { vrf->pimStatusIs( nullptr ); }, "eth1 eth2" },
@@ -181,8 +182,8 @@ TEST_F( Forwarding, FollowsEveryInput ) {
    }
 }
 
-// What only stands without doing anything is neither inherited nor removed again and
-// again; what an assert left stays.
+// A record without effect is neither inherited nor repeatedly removed; one with an
+// assert's state stays.
 TEST_F( Forwarding, KeepsWhatHasStateAndComesToRest ) {
    wc().intf( "eth1" );
    sg().intf( "eth2" ).joined();
@@ -190,7 +191,7 @@ TEST_F( Forwarding, KeepsWhatHasStateAndComesToRest ) {
    unsigned rounds = 0;
    EXPECT_TRUE( engine.review( [&] { return ++rounds > 100; } ) ) << rounds;
    EXPECT_EQ( sgRecords(), "eth2 [eth3]" );
-   // The state before the last change, not before the last review.
+   // Changes after the last review are found, too.
    wc().intf( "eth4" ).joined();
    review();
    EXPECT_EQ( sg()->upRptState(), upRptPruned );
@@ -243,7 +244,7 @@ TEST_F( Forwarding, FastForwardsWhereThereIsABackupPath ) {
    sg()->umhFrrDel();
    EXPECT_FALSE( fast( "eth1" ) );
 
-   // One that was there before the engine is followed as well.
+   // An RPF from before the engine is followed as well.
    sg().rpfFrr( "eth2" );
    ForwardingEngine second( vrf.ptr() );
    second.review( [] { return false; } );
@@ -253,8 +254,8 @@ TEST_F( Forwarding, FastForwardsWhereThereIsABackupPath ) {
    EXPECT_TRUE( sg()->routeIntf( intfId( "eth2" ) )->fastForward() );
 }
 
-// Nothing is lost when the time is up, and whoever is marked all the time keeps nobody
-// else waiting.
+// Nothing is lost when the time is up, and a constantly marked route does not delay
+// the others.
 TEST_F( Forwarding, ReviewsInSlices ) {
    const char* const groups[] = { "233.252.0.1", "233.252.0.2", "233.252.0.3" };
    for ( const char* group : groups )

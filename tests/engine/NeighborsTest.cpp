@@ -11,7 +11,7 @@ namespace {
 
 using Routing::Pim::SparseMode::Test::addr;
 
-// Whoever makes up senders takes no more room than that, and no neighbour's place.
+// Invented senders take limited room, and never a neighbour's place.
 TEST( NeighborsOfALink, AreNoMoreThanSoMany ) {
    Mox::TestClock clock;
    Neighbors neighbors( clock, addr( "192.0.2.5" ), 1 );

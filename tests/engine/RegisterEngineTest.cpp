@@ -1,4 +1,5 @@
-// What messages do stands in registers.scenario; here is what befalls the tables.
+// The effects of messages are in registers.scenario; this file tests damage and
+// changes of the tables.
 #include "engine/RegisterEngine.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +18,7 @@ using namespace Routing::Pim::SparseMode;
 using Test::addr;
 using Test::sgKey;
 
-// First hop of 198.51.100.0/24, whose RP is 203.0.113.1.
+// This router is the first hop of 198.51.100.0/24, whose RP is 203.0.113.1.
 VrfConfig firstHop() {
    const Vantu::IntfId eth1( "eth1" );
    VrfConfig out;
@@ -54,7 +55,7 @@ class Registers : public testing::Test {
       out.destination = addr( to );
       return out;
    }
-   // This router registers the source, and is told to stop.
+   // This router registers the source, and gets a register-stop.
    void data( int host ) {
       PimRegister message;
       message.source = key( host ).source;
@@ -87,8 +88,8 @@ TEST_F( Registers, ThatFindNoRoomAreCounted ) {
    EXPECT_EQ( tables->registerOif().size(), 0u );
 }
 
-// The damaged source goes on as it is, the others like ever; to end it is a write that
-// the table refuses for good. The next agent starts without it.
+// The damaged source keeps its state, the others work as always. Ending it is a
+// write that the table refuses for good. The next agent starts without it.
 TEST_F( Registers, OutliveADamagedRecordUntilItIsWritten ) {
    data( 7 );
    Mox::Test::breakStamp( root.path() + "/tables/registerOif", key( 7 ) );
@@ -126,7 +127,7 @@ TEST_F( Registers, AdvertisedSourcesFollowTheConfiguration ) {
    EXPECT_TRUE( seen.anycastDiscovered );
    auto writes = [&] { return Mox::eventCounter( "t", "collIs" )->value(); };
    EXPECT_EQ( writes(), 2u );
-   // One goes, one changes, and in a full table the new one has its room.
+   // One entry goes, one changes, and the new one finds room in a full table.
    config.advertised = { entry( "239.1.1.2", false ), entry( "239.1.1.3", false ) };
    publishAdvertised( *table, config, kFamily, counters );
    publishAdvertised( *table, config, kFamily, counters );

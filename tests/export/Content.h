@@ -1,4 +1,4 @@
-// What the route tables hold, or would hold of a model.
+// The content of the route tables, or the content that a model would give.
 #pragma once
 
 #include <gtest/gtest.h>

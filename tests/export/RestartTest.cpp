@@ -24,7 +24,7 @@ Mox::String suspendedAt( const RouteIntfKey& key ) {
 
 class Restart : public testing::Test {
  protected:
-   // Tables as a former agent left them.
+   // A former agent's tables.
    void leave( unsigned routes, unsigned intfsEach ) {
       AgentSide former( clock, root.path() );
       former.mount();
@@ -66,7 +66,7 @@ class Restart : public testing::Test {
       } );
       return keys;
    }
-   // Every record stands in the model, and nothing else; strays only in the table.
+   // Expects every record in the model, and no others; strays only in the table.
    void expectLoaded( const ExportSide& side, size_t routes, size_t intfs ) {
       Content held = Content::of( *side.tables );
       std::erase_if( held.intfs, [&]( const auto& entry ) {
@@ -158,13 +158,13 @@ TEST_F( Restart, ResumesInEveryPhaseWithOneEntryASlice ) {
          ASSERT_TRUE( clock.runPass() );
          ++slices;
       }
-      // The end of a phase begins the next one in the same slice.
+      // A phase's end begins the next phase in the same slice.
       EXPECT_EQ( slices, 5 + 15 + 5 - 2 );
       expectLoaded( side, 5, 15 );
    }
 }
 
-// The bookmark's record goes between two slices.
+// The bookmark's record is removed between two slices.
 TEST_F( Restart, ResumesAfterABookmarkThatHasGone ) {
    leave( 6, 2 );
    AgentSide agent( clock, root.path() );
@@ -182,7 +182,7 @@ TEST_F( Restart, ResumesAfterABookmarkThatHasGone ) {
    EXPECT_EQ( agent.tables->routeIntf().size(), 12 - intfsGone );
 }
 
-// A reader's reconciler meets an interface before its route is there.
+// A reader's reconciler meets an interface before its route.
 TEST_F( Restart, GivesAReadersStrayToItsRouteLater ) {
    const RouteIntfKey stray{ keyOf( 7 ), intfId( "eth1" ) };
    AgentSide agent( clock, root.path() );
@@ -198,8 +198,8 @@ TEST_F( Restart, GivesAReadersStrayToItsRouteLater ) {
               nullptr );
 }
 
-// What an older agent's interfaces did not have is as in a fresh record, not all zeros:
-// a metric of zeros would be better than any that comes.
+// Fields missing in an older agent's records get their defaults, not zeros: a zero
+// metric would beat every other.
 TEST_F( Restart, GivesFieldsOfNoFormerLayoutTheirDefaults ) {
    leave( 1, 0 );
    AgentSide agent( clock, root.path() );

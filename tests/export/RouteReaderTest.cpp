@@ -15,7 +15,7 @@ using testing::ElementsAre;
 const RouteKey kKey = sgKey( "192.0.2.1", "233.252.0.1" );
 const RouteIntfKey kIntfKey{ kKey, intfId( "eth1" ) };
 
-// Tables written by hand, and a reader of them.
+// Tables written by the test, and a reader of them.
 class RouteReader : public testing::Test {
  protected:
    RouteReader() {
@@ -103,7 +103,7 @@ TEST_F( RouteReader, PullsTheRouteInForAnEarlyInterface ) {
    EXPECT_NE( seen()->routeIntf( intfId( "eth1" ) ), nullptr );
 }
 
-// No order is promised between the tables.
+// No order is promised between the two tables.
 TEST_F( RouteReader, KeepsInterfacesWhoseRouteComesLater ) {
    Brane::Intf record( kIntfKey );
    record.joinState = Intf::joined;
@@ -116,7 +116,7 @@ TEST_F( RouteReader, KeepsInterfacesWhoseRouteComesLater ) {
    ASSERT_NE( seen()->routeIntf( intfId( "eth1" ) ), nullptr );
    EXPECT_EQ( seen()->routeIntf( intfId( "eth1" ) )->joinState(), Intf::joined );
 
-   // A route that goes and comes back while its interface's record stays.
+   // A route goes and comes back while its interface's record stays.
    tables().routeDel( kKey );
    deliver();
    EXPECT_EQ( seen(), nullptr );
@@ -125,7 +125,7 @@ TEST_F( RouteReader, KeepsInterfacesWhoseRouteComesLater ) {
    ASSERT_NE( seen(), nullptr );
    EXPECT_NE( seen()->routeIntf( intfId( "eth1" ) ), nullptr );
 
-   // And while its record goes.
+   // The interface's record goes meanwhile.
    tables().routeDel( kKey );
    deliver();
    tables().routeIntfDel( kIntfKey );
@@ -135,8 +135,8 @@ TEST_F( RouteReader, KeepsInterfacesWhoseRouteComesLater ) {
    EXPECT_EQ( seen()->routeIntf().size(), 0U );
 }
 
-// A record may be looked up, or met in the reload, before it is told of, and be gone by
-// then: both in one batch of changes.
+// A record may be looked up, or met in the reload, before its notification, and be
+// gone by then: both changes in one batch.
 TEST_F( RouteReader, WhatItFoundByItselfGoesAgain ) {
    tables().routeIs( Brane::Route( kKey ) );
    tables().routeIntfIs( Brane::Intf( kIntfKey ) );
@@ -164,8 +164,8 @@ TEST_F( RouteReader, WhatItFoundByItselfGoesAgain ) {
    EXPECT_EQ( late.model->route( kKey ), nullptr );
 }
 
-// A reader that was there before the tables: each route comes before its interfaces,
-// though a burst comes in parts.
+// A reader from before the tables: each route comes before its interfaces, though a
+// burst comes in parts.
 TEST_F( RouteReader, HearsOfRoutesFirst ) {
    Mox::Test::TempRoot otherRoot;
    ReaderSide early( clock, otherRoot.path() );
@@ -195,7 +195,7 @@ TEST_F( RouteReader, HearsOfRoutesFirst ) {
    }
 }
 
-// What its values are is the random walk's to tell.
+// The random walk tests the values.
 TEST_F( RouteReader, KeepsTheFastRerouteRecordWhileThereIsAPath ) {
    const UpstreamInfo* former = nullptr;
    for ( const char* intf : { "eth5", "eth6" } ) {
@@ -235,7 +235,7 @@ TEST_F( RouteReader, CountsRoutesAndKeepsSources ) {
    }
    tables().routeDel( other );
    expect( 1, 2, 3, 1 );
-   // Another reader takes its place.
+   // Another reader replaces it.
    side.reader = nullptr;
    side.reader = Brane::routeBraneReaderSmFactory( side.model, side.tables );
    side.model->wcRoutesIs( 0 );
@@ -243,7 +243,7 @@ TEST_F( RouteReader, CountsRoutesAndKeepsSources ) {
    tables().routeDel( wildcards[1] );
    expect( 0, 0, 1, 0 );
 
-   // Who hears of a route before the reader may remove it at once.
+   // An observer notified before the reader may remove the route at once.
    {
       side.reader = nullptr;
       StatusRecorder first( side.model.get() );
@@ -257,7 +257,7 @@ TEST_F( RouteReader, CountsRoutesAndKeepsSources ) {
       for ( const RouteKey& key : { other, kKey } ) tables().routeDel( key );
       expect( 0, 0, 1, 0 );
    }
-   // An observer may remove what is counted just now.
+   // An observer may remove the route that is being counted.
    StatusRecorder remover( side.model.get() );
    remover.inside = [&]( const Mox::String& what ) {
       if ( what == "sgRoutes" ) side.model->routeDel( kKey );
@@ -266,7 +266,8 @@ TEST_F( RouteReader, CountsRoutesAndKeepsSources ) {
    expect( 0, 0, 1, 0 );
 }
 
-// Somebody else may keep the sources as well, and hear of each route first.
+// Another observer may keep the sources as well, and be notified of each route
+// first.
 class SourceKeeper : public Status::NotifieeConst {
  public:
    explicit SourceKeeper( Status& status ) : status_( status ) {
@@ -287,7 +288,7 @@ class SourceKeeper : public Status::NotifieeConst {
 TEST_F( RouteReader, CountsBesideAnotherKeeperOfSources ) {
    ReaderSide late( clock, root.path() );
    SourceKeeper keeper( *late.model );
-   // What stood before is the reconciler's.
+   // Existing routes are the reconciler's task.
    tables().routeIs( Brane::Route( kKey ) );
    late.start();
    auto follow = [&] {
@@ -306,7 +307,8 @@ TEST_F( RouteReader, CountsBesideAnotherKeeperOfSources ) {
    }
 }
 
-// What each copy sets, in its order: observers see the former path before the new one.
+// The setters of each copy in order: observers see the former path before the new
+// one.
 TEST_F( RouteReader, CopiesInTheRecordsOrder ) {
    Mox::Ptr<Route> route = side.model->routeIs( kKey );
    Mox::Ptr<Intf> intf = route->routeIntfIs( kIntfKey.intfId );

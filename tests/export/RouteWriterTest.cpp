@@ -31,7 +31,7 @@ class RouteWriter : public testing::Test {
    bool hasIntf( const RouteKey& key, Mox::StringView intf ) const {
       return agent.tables->routeIntf().has( { key, intfId( intf ) } );
    }
-   // "route", "intf", both or neither: what is marked of the route and its eth1.
+   // The marks of the route and its eth1: "route", "intf", both or neither.
    Mox::String marked() const {
       auto& set = *agent.writer->changeSet();
       Mox::String text;
@@ -53,7 +53,7 @@ class RouteWriter : public testing::Test {
    Vrf vrf{ agent.model };
 };
 
-// What is marked and written in general is the random walk's to tell.
+// The random walk tests marking and writing in general.
 
 TEST_F( RouteWriter, HearsTheUpstreamThatReplacedAnother ) {
    agent.start();
@@ -175,7 +175,7 @@ TEST_F( RouteWriter, WaitsForTheModelToBeInitialized ) {
    EXPECT_TRUE( hasIntf( kKey, "eth1" ) );
 }
 
-// Puts another route under the key as soon as it hears that one has gone.
+// Replaces a route as soon as it is notified of its removal.
 class Replacer : public Status::NotifieeConst {
  public:
    explicit Replacer( Status& status ) : status_( status ) {
@@ -222,7 +222,7 @@ TEST_F( RouteWriter, WritesRefusedRecordsWhenRoomComes ) {
    }
    EXPECT_EQ( traces.take().size(), 4U );
    EXPECT_EQ( agent.tables->route().size(), 2U );
-   // Not tried again without reason, and again when a record goes.
+   // Not tried again without reason, but after a removal.
    clock.runUntil( clock.now() + 10 );
    EXPECT_EQ( agent.writer->refused(), 4U );
    for ( unsigned i = 0; i < 4; ++i ) {

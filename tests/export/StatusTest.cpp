@@ -29,7 +29,7 @@ TEST( BraneStatus, LivesAtAPathOfItsVrf ) {
       "Unsupported address family" );
 }
 
-// Notes the order in which the tables come to be mounted.
+// Notes the order in which the tables are mounted.
 class ControlWatch : public ::MoxBrane::CollectionControl::NotifieeConst {
  public:
    ControlWatch( ::MoxBrane::CollectionControl* control, Mox::String& order )
@@ -49,7 +49,7 @@ class BraneStatusMount : public testing::Test {
  protected:
    static constexpr const char* kType = "Routing::Pim::SparseMode::Brane::Status";
 
-   // The tables in the order in which mounting them in the role did it.
+   // The order in which mounting in the role takes the tables.
    Mox::String mountOrder( ExportSide& side ) {
       Mox::Ptr<Mox::Entity> made = side.manager.createEntity( side.path, kType );
       auto* tables = dynamic_cast<Brane::Status*>( made.get() );
@@ -74,11 +74,11 @@ TEST_F( BraneStatusMount, FollowsTheDependencies ) {
    agent.model->maxRouteIntfsIs( 50 );
    EXPECT_EQ( mountOrder( agent ), "route 5 routeIntf 50 routeCounter 3 " );
    EXPECT_EQ( agent.tables->route().capacity(), 5U );
-   // A reader takes the writer's size.
+   // A reader takes the writer's capacity.
    ReaderSide late( clock, root.path() );
    late.mount();
    EXPECT_EQ( late.tables->routeIntf().capacity(), 50U );
-   // The same once more: the same entity, mounted as it was.
+   // A second call returns the same entity, mounted as before.
    Mox::Ptr<Brane::Status> former = agent.tables;
    agent.mount();
    EXPECT_EQ( agent.tables, former );
@@ -86,7 +86,7 @@ TEST_F( BraneStatusMount, FollowsTheDependencies ) {
    EXPECT_THROW( agent.mount(), ::Brane::TableError );
 }
 
-// A record that cannot be read is no absent one.
+// An unreadable record is not absent.
 TEST_F( BraneStatusMount, GivesItsRecordsByKeyAndOneAfterAnother ) {
    AgentSide agent( clock, root.path() );
    agent.mount();
@@ -108,7 +108,7 @@ TEST_F( BraneStatusMount, GivesItsRecordsByKeyAndOneAfterAnother ) {
       if ( met.empty() ) agent.tables->routeDel( *keys.rbegin() );
       met.insert( record.key );
    }
-   // The one that went meanwhile may have been the first.
+   // The record removed meanwhile may have been the first.
    EXPECT_TRUE( met == keys || met.size() == keys.size() - 1 );
    for ( const char* name : { "routeControl", "unresolvedRoutes" } )
       EXPECT_NE( agent.tables->attributeText( name ), "" );

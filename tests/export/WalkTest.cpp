@@ -1,8 +1,8 @@
 // A random walk over the model with a writer and a reader.
 //
-// What a table must hold follows from the marking rules: at each write of a key,
-// the model's fields at that moment; a key is written if and only if a change
-// marked it.
+// The table's content follows from the marking rules: at each write of a key, the
+// model's fields at that moment. A key is written if and only if a change marked
+// it.
 
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ class Marks {
       ++marks_[key].count;
       marks_[key].dirty = true;
    }
-   // A write: false when nothing had marked the key so often.
+   // Notes a write; returns false when the key had fewer marks.
    bool written( const Key& key ) {
       auto found = marks_.find( key );
       if ( found == marks_.end() || found->second.count == 0 ) return false;
@@ -52,7 +52,7 @@ class Marks {
 
 class Walk : public testing::TestWithParam<Vantu::AddressFamily> {
  protected:
-   // Hears of each write and notes what it must have written.
+   // Is notified of each write and notes the expected record.
    class Shadow : public Brane::Status::NotifieeConst {
     public:
       explicit Shadow( Walk& walk ) : walk_( walk ) {
@@ -119,7 +119,7 @@ class Walk : public testing::TestWithParam<Vantu::AddressFamily> {
                { pick( 3 ) } };
    }
 
-   // Something to do, and whether it marks the route where it changes its record.
+   // A change, and whether it marks the route if it changes its record.
    struct Act {
       bool marks;
       std::function<void()> does;
@@ -220,7 +220,8 @@ void Walk::changeUmhFrr( const RouteKey& key, UpstreamInfo& umhFrr ) {
    auto rptState = [&] { return Mox::enumInstance<UpRptState>( pick( 3 ) ); };
    doOneOf( key, { { true, [&] { umhFrr.rpfIs( anyRpf() ); } },
                    { true, [&] { umhFrr.rpfAttachedIs( coin() ); } },
-                   // Of the fast-reroute record these deliberately mark nothing.
+                   // These changes of the fast-reroute record deliberately mark
+                   // nothing.
                    { false, [&] { umhFrr.mbrIifIs( anyIntf() ); } },
                    { false, [&] { umhFrr.upRptStateIs( rptState() ); } } } );
 }
@@ -260,7 +261,7 @@ void Walk::changeIntfFields( const RouteIntfKey& key, Intf& intf ) {
    intf.assertInfoIs( info );
 }
 
-// A mark that is left over must be of a key that neither side has.
+// A remaining mark must be of a key that neither side has.
 void Walk::checkPublished( Content content ) {
    for ( const RouteKey& key : markedRoutes.takeUnwritten() ) {
       ASSERT_EQ( agent.model->route( key ), nullptr ) << "not written " << key;
@@ -272,11 +273,12 @@ void Walk::checkPublished( Content content ) {
       ASSERT_TRUE( route == nullptr || route->routeIntf( key.intfId ) == nullptr )
          << "not written " << key;
    }
-   // A first turn hears of new tables, a second of what they hold.
+   // The first turn notifies of new tables, the second of their records.
    for ( int turn = 0; turn < 4; ++turn ) reader.follow();
    ASSERT_EQ( Content::of( *reader.tables ), content );
    for ( auto& [key, record] : content.routes ) {
-      // Without a fast-reroute RPF the mirror has no record to say "attached" of.
+      // Without a fast-reroute RPF the mirror has no record with the "attached"
+      // flag.
       if ( record.rpfFrr == Rpf() ) record.rpfFrrAttached = false;
    }
    ASSERT_EQ( Content::of( *reader.model ), content );

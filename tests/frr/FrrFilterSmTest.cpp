@@ -43,7 +43,7 @@ class FrrFilter : public testing::Test {
 };
 
 // Each line of the walk: a change, its steps of the counter, and whether a group of
-// the list, and one that the list later gets, are enabled.
+// the list, and one that the list gets later, are enabled.
 TEST_F( FrrFilter, FollowsConfigurationThroughEveryTransition ) {
    start();
    auto expect = [&]( uint32_t count, bool listed, bool added ) {
@@ -101,7 +101,7 @@ TEST_F( FrrFilter, AsksForTheWholeGroupPrefixWhateverTheSource ) {
    EXPECT_FALSE( enabled( "ff3e::1/128" ) );
 }
 
-// The name's own step is all there is to count.
+// Only the name's own step counts.
 TEST_F( FrrFilter, WithoutListsEnablesNothing ) {
    lists.reset();
    start();
@@ -191,8 +191,8 @@ TEST_F( FrrFilter, NullListIsFatal ) {
               "Routing::Pim::SparseMode::FrrFilterSm::aclConfig not allowed" );
 }
 
-// The observer of the counter lets go of the list that is being reacted to, then of
-// the reactor, inside the reactor's own work.
+// The observer of the counter releases the list that is being handled, then the
+// reactor, inside the reactor's own work.
 TEST_F( FrrFilter, SurvivesWhatObserversDo ) {
    start();
    lists->aclIs( "groups", rules( "permit 239.1.0.0/16" ) );

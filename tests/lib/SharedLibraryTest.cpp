@@ -1,5 +1,5 @@
-// The built library from outside, through its public headers alone. What crosses
-// its border by run-time type information would fail where a symbol is hidden.
+// The built library from outside, through its public headers alone. Uses of
+// run-time type information across its border would fail where a symbol is hidden.
 
 #include <gtest/gtest.h>
 
@@ -51,7 +51,7 @@ TEST( SharedLibrary, NotifiesObserversOfThisProgram ) {
    EXPECT_EQ( dynamic_cast<Route::NotifieeConst*>( base ), nullptr );
 }
 
-// An entity type of this program's own, in the library's registry.
+// A test's own entity type in the library's registry.
 #define TOWER_ATTRIBUTES( A ) A( Value, height, Height, uint32_t, 3, "m" )
 class Tower : public Mox::Entity {
  public:
@@ -84,8 +84,8 @@ TEST( SharedLibrary, ThrowsWhatThisProgramCatchesByType ) {
    EXPECT_THROW( Intf::JoinStateInstance( "gone" ), Mox::Error );
 }
 
-// One registry of interface names, one trace sink and one assertion handler a
-// process, on whichever side of the border they are used.
+// The process has one registry of interface names, one trace sink and one assertion
+// handler, on whichever side of the border they are used.
 TEST( SharedLibrary, SharesTheProcessWideState ) {
    Mox::Test::TraceCapture traces( "Pimsm/7" );
    Mox::Ptr<Status> status = statusFactory( L3::VrfName( "red" ) );

@@ -66,7 +66,7 @@ class RandomVrf {
    Vrf vrf_;
 };
 
-// Makes the change that an input speaks of in the model itself.
+// Makes an input's change in the model itself.
 void really( RandomVrf& vrf, const MacroInput& input, const Mox::String& value ) {
    if ( input.field == "addr" || input.field == "iAmDr" ) {
       vrf.pim()->intf( input.intfId )->attributeTextIs( input.field, value );
@@ -124,7 +124,8 @@ std::vector<Question> questions( const IntfCollection& failover ) {
    return all;
 }
 
-// Each rule's first deciding step is marked, and its value follows from it.
+// Checks that each rule's first deciding step is marked, and that its value follows
+// from it.
 void expectSound( const Derivation& derivation ) {
    unsigned deciding = 0;
    bool decided = false;
@@ -154,7 +155,7 @@ class RandomDerivations : public testing::Test {
    unsigned first_ = 0;
 };
 
-// Reflection runs the plain macros.
+// Reflection evaluates the plain macros.
 TEST_F( RandomDerivations, AnswerAsTheMacrosDo ) {
    for ( unsigned seed = first_; seed < first_ + 200; ++seed ) {
       RandomVrf vrf( seed );
@@ -175,8 +176,8 @@ TEST_F( RandomDerivations, AnswerAsTheMacrosDo ) {
    }
 }
 
-// What is said to flip an answer does, when it is done to the model; and what else
-// may be put in gives the answer that the changed model gives.
+// A flip that is reported really reverses the answer when made in the model. Any
+// other replaced input gives the changed model's answer.
 TEST_F( RandomDerivations, ForetellWhatAChangeWouldGive ) {
    unsigned checked = 0;
    for ( unsigned seed = first_; seed < first_ + 60; ++seed ) {
@@ -191,7 +192,7 @@ TEST_F( RandomDerivations, ForetellWhatAChangeWouldGive ) {
             RandomVrf changed( seed );
             Question::intf( changed );
             really( changed, flip.input, flip.value );
-            // Where the sibling is really gone, the (*,G) route's own lists lose it
+            // With the sibling really removed, the (*,G) route's own lists lose it
             // as well.
             if ( flip.input.field == "wcIntf" ) continue;
             EXPECT_EQ( question.derivation( changed ).value, flip.answer )
@@ -217,7 +218,7 @@ TEST( Derivation, TellsTermsFieldsAndWhatWouldFlipIt ) {
    ASSERT_EQ( why.steps.size(), 3u );
    EXPECT_EQ( why.steps[0].condition, "lostAssertSg" );
    EXPECT_TRUE( why.steps[0].decides );
-   // Evaluated though decided before.
+   // Evaluated though an earlier step decided.
    EXPECT_EQ( why.steps[1].condition, "joinsSg" );
    EXPECT_TRUE( why.steps[1].holds );
    ASSERT_EQ( why.steps[1].from.size(), 1u );

@@ -13,8 +13,8 @@ namespace {
 using Mox::String;
 using Mox::Test::errorText;
 
-// The full name, then the flags in the order of their bits; how they print and parse
-// is the platform's.
+// Checks the full name, then the flags in bit order. The platform's tests cover
+// printing and parsing.
 template <class Flags>
 String namesOf() {
    const String text = valueToStrep( Flags() );

@@ -13,7 +13,7 @@ class RouteFlagsOfRoute : public testing::Test {
    RouteBuilder route = vrf.sg( "192.0.2.1", "233.252.0.1" );
    RouteRecorder recorder{ route.get() };
 
-   // The word that the fifteen views spell.
+   // The word that the fifteen views add up to.
    uint32_t wordOfViews() const {
       uint32_t word = 0;
       unsigned bit = 0;
@@ -51,8 +51,8 @@ TEST_F( RouteFlagsOfRoute, EachViewStandsForItsOwnBit ) {
    EXPECT_EQ( route->routeFlags(), RouteFlags( 0x4001 ) );
 }
 
-// At every notification word and views must agree on what was announced so far, and
-// at the end wholly, whoever changed them last.
+// At every notification word and views must agree on the changes notified so far,
+// and at the end completely, whichever was changed last.
 TEST_F( RouteFlagsOfRoute, AWordWrittenInsideANotificationStandsWhole ) {
    recorder.inside = [&]( const Mox::String& what ) {
       if ( what == "wildCard" ) route->routeFlagsIs( RouteFlags( 0x0200 ) );

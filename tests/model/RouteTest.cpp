@@ -35,8 +35,8 @@ TEST_F( RouteOfVrf, StartsWithItsDeliberateInitialValues ) {
    EXPECT_EQ( route->pimsmStatus(), vrf.get() );
 }
 
-// Whoever hears of a route finds it complete, in its collection, and can observe
-// it.
+// An observer notified of a route finds it complete, in its collection, and can
+// observe it.
 TEST_F( RouteOfVrf, IsCompleteAndObservableWhenItsCreationIsHeard ) {
    StatusRecorder recorder( vrf.get() );
    RouteRecorder onRoute;
@@ -104,7 +104,7 @@ TEST_F( RouteOfVrf, ChangeFlagsChangedInPlaceAreAnnouncedOnRequest ) {
    intf->changeFlagsDoEmbeddedWriteConstraints();
    EXPECT_EQ( recorder.take(), Heard{ "changeFlags" } );
    EXPECT_EQ( onIntf.take(), Heard{ "changeFlags" } );
-   route->changeFlagsIs( ChangeFlags( 0x200 ) );  // equal to what stands there
+   route->changeFlagsIs( ChangeFlags( 0x200 ) );  // equal to the present value
    EXPECT_EQ( recorder.take(), Heard{} );
    route->changeFlagsIs( {} );
    EXPECT_EQ( recorder.take(), Heard{ "changeFlags" } );
@@ -169,7 +169,7 @@ TEST_F( RouteOfVrf, EveryAttributeOfEveryEntityHasAText ) {
             << entity->typeInfo().name << ' ' << row.name;
       }
    }
-   // What was read can be written back and changes nothing.
+   // Writing back what was read changes nothing.
    RouteRecorder recorder( route.get() );
    UpstreamRecorder upstream( route->umh() );
    for ( const Mox::AttributeInfo& row : route->typeInfo().attributes ) {
@@ -181,7 +181,8 @@ TEST_F( RouteOfVrf, EveryAttributeOfEveryEntityHasAText ) {
    route->attributeTextIs( "mbrIif", "'eth3'" );
    EXPECT_EQ( upstream.take(), Heard{ "mbrIif" } );
    EXPECT_THROW( route->attributeTextIs( "iif", "'eth9'" ), Mox::NameError );
-   // What is fatal of some records is not listed, and is to be had by its name.
+   // Attributes that assert on some records are not listed, but can be read by
+   // name.
    for ( const char* name : { "couldAssertSg", "assertTrackingDesiredSg" } )
       EXPECT_EQ( intf->attributeText( name ), "false" ) << name;
    EXPECT_EQ( intf->attributeText( "myAssertMetricSg" ),
@@ -200,7 +201,7 @@ TEST_F( RouteOfVrf, IsMadeByNameOrFactoryLikeAllEntities ) {
          Mox::String( "Routing::Pim::SparseMode::" ) + type, text );
       EXPECT_TRUE( made->notificationsEnabled() ) << type;
    }
-   // One that nobody holds yet works, and has its back pointer as others have.
+   // A route that nobody holds yet works, and has its back pointer.
    auto* route =
       new Route( { addr( "192.0.2.1" ), addr( "233.252.0.1" ) }, vrf.get() );
    route->mbrIs( true );

@@ -47,7 +47,7 @@ class BackupRpf : public testing::Test {
 TEST_F( BackupRpf, IsADuplicateOnTheMainInterfaceOrWithTheMainRpf ) {
    EXPECT_TRUE( sg->isDuplicateRpf( rpfBy( "eth0", "192.0.2.250", 1, 1 ) ) );
    EXPECT_FALSE( sg->isDuplicateRpf( rpfBy( "eth2" ) ) );
-   // The main interface is what iif() answers, not where the RPF points.
+   // The main interface is iif(), not the RPF's interface.
    sg.mbr( "eth3" );
    EXPECT_TRUE( sg->isDuplicateRpf( rpfBy( "eth3" ) ) );
    EXPECT_TRUE( sg->isDuplicateRpf( rpfBy( "eth0" ) ) );
@@ -56,7 +56,7 @@ TEST_F( BackupRpf, IsADuplicateOnTheMainInterfaceOrWithTheMainRpf ) {
    sg->umhDel();
    EXPECT_FALSE( sg->isDuplicateRpf( rpfBy( "eth0" ) ) );
    EXPECT_TRUE( sg->isDuplicateRpf( rpfBy( "", "192.0.2.250" ) ) );
-   // No RPF repeats nothing, not even no RPF.
+   // The absent RPF never counts as a duplicate.
    EXPECT_FALSE( sg->isDuplicateRpf( Rpf() ) );
    sg.rpf( Rpf() );
    EXPECT_FALSE( sg->isDuplicateRpf( Rpf() ) );

@@ -26,8 +26,8 @@ TEST( StatusTree, EnforcesNoLimitAndCountsNothing ) {
    EXPECT_EQ( vrf->wcRoutesDec( 1 ), 0xffffffffU );
 }
 
-// The key given may be the collection's own; an observer that removes it must not
-// leave the next one with a dead key.
+// The given key may be the collection's own. An observer that removes it must not
+// leave the next one with a dangling key.
 TEST( SourceOfVrf, NotifiesAKeyThatAnObserverRemovesMeanwhile ) {
    Vrf vrf;
    Mox::Ptr<Source> source = vrf->sourceIs( addr( "192.0.2.1" ) );

@@ -1,5 +1,5 @@
-// What happens when a VRF, a route or a record goes while others look at it or hold
-// parts of it. Run under the address sanitizer these also catch whatever dangles.
+// A VRF, a route or a record goes while other objects observe it or hold parts of
+// it. Under the address sanitizer these tests also catch dangling pointers.
 
 #include <gtest/gtest.h>
 
@@ -39,7 +39,7 @@ TEST( StatusTeardown, AHeldRouteLosesItsStatusAndReadsItAsAbsent ) {
    EXPECT_EQ( sg->iif(), intfId( "eth0" ) );
 }
 
-// A removed route that is let go of before its Status must not be remembered there.
+// A removed route that is released before its Status must be forgotten there.
 TEST( StatusTeardown, RemovedRoutesMayGoInAnyOrder ) {
    Vrf vrf;
    std::vector<Mox::Ptr<Route>> held;
@@ -56,7 +56,7 @@ TEST( StatusTeardown, RemovedRoutesMayGoInAnyOrder ) {
    EXPECT_EQ( last->pimsmStatus(), nullptr );
 }
 
-// What an observer adds while the VRF goes is dropped without a word.
+// A route that an observer adds while the VRF goes is dropped silently.
 TEST( StatusTeardown, ARouteAddedMeanwhileGoesWithTheShell ) {
    std::optional<Vrf> vrf( std::in_place );
    vrf->wc( "233.252.0.1" );
@@ -78,7 +78,7 @@ class RouteTeardown : public testing::Test {
  protected:
    Vrf vrf;
 
-   // The route is then held by nobody but its VRF.
+   // Only the VRF holds the route then.
    Route* make() {
       auto route =
          vrf.sg( "192.0.2.1", "233.252.0.1" ).rpf( "eth0" ).rpfFrr( "eth2" );
@@ -114,7 +114,7 @@ TEST_F( RouteTeardown, HeldPartsForgetTheRoute ) {
 }
 
 // The observer of one record sees that the other has forgotten the route as well,
-// and may let go of it.
+// and may release it.
 TEST_F( RouteTeardown, AHeldRecordMayGoWhileAnotherIsTold ) {
    Route* route = make();
    Mox::Ptr<UpstreamInfo> main = route->umh(), backup = route->umhFrr();

@@ -13,7 +13,7 @@ class Upstream : public testing::Test {
    Vrf vrf;
    RouteBuilder sg =
       vrf.sg( "192.0.2.1", "233.252.0.1" ).rpf( "eth0" ).prevRpf( "eth9" );
-   // What iif() traced, behind the route's key.
+   // The traces of iif(), behind the route's key.
    Lines takeIif() {
       Lines lines = traces.take();
       for ( auto& line : lines ) {
@@ -27,7 +27,7 @@ class Upstream : public testing::Test {
    Mox::Test::TraceCapture traces{ "Pimsm/8" };
 };
 
-// Each case also holds what the later cases would answer with.
+// In each case the later cases' interfaces exist as well.
 TEST_F( Upstream, BorderRouterComesFirst ) {
    vrf.wc( "233.252.0.1" ).rpf( "eth1" );
    sg.mbr( "eth3" ).switching().iifSwitching( Route::wrongVifRecd );
@@ -44,7 +44,7 @@ TEST_F( Upstream, SwitchingAnswersWithTheSharedTree ) {
    EXPECT_EQ( sg->iif(), intfId( "eth1" ) );
    wc.rpf( Rpf() );
    EXPECT_EQ( sg->iif(), intfId( "Null0" ) );
-   // Without a (*,G) route the following cases decide.
+   // Without a (*,G) route the later cases decide.
    vrf->routeDel( wc->key() );
    EXPECT_EQ( sg->iif(), intfId( "eth9" ) );
    EXPECT_EQ( takeIif(), ( Lines{ "JTE, switching, returning 'eth1'",

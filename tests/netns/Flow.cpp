@@ -96,7 +96,7 @@ void Sender::stop() {
    if ( thread_.joinable() ) thread_.join();
 }
 
-// What a busy machine delays is made up for.
+// Catches up on the packets that a busy machine delays.
 void Sender::run( int rate ) {
    Loop::Fd timer( timerfd_create( CLOCK_MONOTONIC, TFD_CLOEXEC ), "timer" );
    itimerspec period{};

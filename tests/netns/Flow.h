@@ -1,4 +1,4 @@
-// Numbered packets from ordinary UDP sockets, and what arrived of them.
+// Sends numbered packets from ordinary UDP sockets, and counts those that arrive.
 #pragma once
 
 #include <atomic>
@@ -14,12 +14,12 @@ namespace Netns {
 
 constexpr uint16_t kFlowPort = 5000;
 
-// Waits until that is so; false at the deadline without. Looks a few hundred times a
-// second.
+// Waits until `holds` returns true; false at the deadline. Checks a few hundred
+// times a second.
 bool eventually( const std::function<bool()>& holds,
                  std::chrono::seconds deadline = std::chrono::seconds( 20 ) );
 
-// Sends to a group from a host, from its start on until it goes or is stopped.
+// Sends to a group from a host while it lives, or until stopped.
 class Sender {
  public:
    // Packets a second; from 1 to 10,000.
@@ -27,7 +27,7 @@ class Sender {
            const Vantu::IpGenAddr& group, int rate = 1000 );
    ~Sender() { stop(); }
 
-   // How many have been sent; their numbers are 0 to that.
+   // The number of packets sent; they are numbered from 0.
    uint32_t sent() const { return sent_; }
    // The last packet is sent when this returns.
    void stop();
@@ -45,20 +45,20 @@ class Sender {
 // A member of a group on a host.
 class Receiver {
  public:
-   // Of any source, or with `source` of that one only.
+   // For any source, or only for `source`.
    Receiver( const Namespace& host, const std::string& interface,
              const Vantu::IpGenAddr& group,
              const Vantu::IpGenAddr& source = Vantu::IpGenAddr() );
 
-   // Takes what has arrived. The numbers, in order of arrival.
+   // Reads the arrived packets. Returns their numbers in order of arrival.
    const std::vector<uint32_t>& received();
-   // Forgets what was received so far.
+   // Forgets the received packets.
    void forget();
 
-   // Is a packet of this number or a later one here?
+   // Has a packet of this number or a later one arrived?
    bool reached( uint32_t number );
-   // Of all received: how many came twice, and how many are missing between the first
-   // and the last; the longest run of those.
+   // The faults among all received packets: duplicates, the number missing between
+   // the first and the last, and the longest run of missing ones.
    struct Faults {
       uint32_t doubled = 0, lost = 0, longestGap = 0;
       bool operator==( const Faults& ) const = default;

@@ -1,4 +1,4 @@
-// A forwarding process in the test network's router, and an agent's stand-in: the test
+// A forwarding process in the test network's router. The test plays the agent and
 // writes the tables itself.
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace Netns {
 
-// The route tables of one family, as an agent leaves them.
+// The route tables of one family, as an agent writes them.
 class Routes {
  public:
    Routes( const std::string& root, Vantu::AddressFamily family )
@@ -20,15 +20,15 @@ class Routes {
       agent_.start();
    }
 
-   // An (S,G) on its source tree, or with the unspecified source a (*,G), that comes in
-   // by one interface and goes out by those.
+   // Publishes an (S,G) on its source tree, or with the unspecified source a (*,G),
+   // with this incoming and these outgoing interfaces.
    void route( const Vantu::IpGenAddr& source, const Vantu::IpGenAddr& group,
                const std::string& incoming,
                const std::vector<std::string>& outgoing ) {
       prepare( source, group, incoming, outgoing );
       publish();
    }
-   // The same, not published yet.
+   // As route(), but without publishing.
    void prepare( const Vantu::IpGenAddr& source, const Vantu::IpGenAddr& group,
                  const std::string& incoming,
                  const std::vector<std::string>& outgoing ) {
@@ -61,7 +61,7 @@ class Routes {
    Routing::Pim::SparseMode::Test::AgentSide agent_;
 };
 
-// What the forwarding process publishes.
+// The forwarding process's tables.
 class Published {
  public:
    Published( const std::string& root, Vantu::AddressFamily family )
@@ -95,7 +95,7 @@ class Forwarder {
    }
 
    Mox::Test::Program& program() { return program_; }
-   // Has it said so, of each of the families?
+   // Has it reported that it is in step, once a family?
    bool inStep( size_t families = 1 ) {
       return program_.until( [&] {
          size_t count = 0;

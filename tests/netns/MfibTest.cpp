@@ -32,7 +32,7 @@ class MfibForwards : public NetworkTest {
                         std::to_string( number % 200 ) );
    }
    IpGenAddr any() const { return IpGenAddr::unspecified( GetParam() ); }
-   // It has got nothing while the other got the next packets.
+   // `quiet` has received nothing while `other` received the next packets.
    bool quietBeside( Receiver& quiet, Receiver& other, const Sender& sender ) {
       quiet.forget();
       return flows( other, sender ) && quiet.received().empty();
@@ -56,7 +56,7 @@ TEST_P( MfibForwards, AStreamFollowsItsRoute ) {
    ASSERT_TRUE( eventually( [&] { return quietBeside( left, right, stream ); } ) );
    EXPECT_EQ( right.faults(), Faults() ) << "untouched by the other's changes";
 
-   // Nothing is left of a route that goes.
+   // A removed route leaves no entry.
    routes.remove( host( 0 ), group( 1 ) );
    EXPECT_TRUE( eventually(
       [&] { return kernel().find( "State: resolved" ) == std::string::npos; } ) )
@@ -85,7 +85,7 @@ TEST_P( MfibForwards, NewSourcesFlowOnTheSharedTree ) {
    };
    EXPECT_FALSE( upcall( 0, ::Published::noCacheUpcall ) );
 
-   // Of one (S,G) the shared tree's copy stops, of the others it goes on.
+   // The shared tree's copy stops for one (S,G) and goes on for the others.
    routes.route( host( 0 ), group( 1 ), "r0", { "r1" } );
    ASSERT_TRUE( eventually( [&] { return quietBeside( right, left, stream ); } ) );
    EXPECT_EQ( left.faults(), Faults() );
@@ -101,7 +101,7 @@ TEST_P( MfibForwards, NewSourcesFlowOnTheSharedTree ) {
    ASSERT_TRUE( flows( right, stream ) );
    EXPECT_EQ( left.faults(), Faults() ) << "back on the shared tree";
 
-   // By an interface that the tree sends out of.
+   // By an interface that is among the tree's outgoing ones.
    Sender wrong = sender( 1, group( 1 ) );
    EXPECT_TRUE(
       eventually( [&] { return upcall( 1, ::Published::wrongVifUpcall ); } ) );
@@ -175,19 +175,19 @@ TEST_P( MfibForwards, WithoutAnyCapability ) {
    pid_t pid = forwarder->program().pid();
    ASSERT_TRUE( eventually( [&] { return isPowerless( pid ); } ) );
    Routes routes( root.path(), GetParam() );
-   // Also interfaces that come later, go, and come back under another number.
+   // Interfaces also come later, go, and come back under another number.
    writeConfig(
       Topology::config( "      - {name: r3, addresses: [10.99.3.1/24, "
                         "\"2001:db8:99:3::1/64\"]}\n" ) );
    forwarder->program().signal( SIGHUP );
    ASSERT_TRUE( forwarder->program().untilErr( "took up" ) );
    ASSERT_TRUE( forwarder->program().untilErr( "no interface r3 yet" ) );
-   forwarder->program().closeErr();  // nobody need read what it says
+   forwarder->program().closeErr();  // nobody may read its output
    routes.route( host( 0 ), group( 1 ), "r0", { "r1", "r3" } );
    Receiver left = receiver( 1, group( 1 ) );
    Sender stream = sender( 0, group( 1 ) );
    ASSERT_TRUE( flows( left, stream ) );
-   // The first packets may have come before the entry: the kernel holds back a few only.
+   // The first packets may precede the entry: the kernel keeps only a few.
    left.forget();
    for ( int round = 0; round < 2; ++round ) {
       Namespace late;
@@ -219,7 +219,7 @@ TEST_P( MfibForwards, ThroughItsOwnDeathsWithAKeptSocket ) {
    for ( int death = 1; death <= kDeaths; ++death ) {
       ASSERT_GT( child, 0 );
       kill( child, SIGKILL );
-      // What changes while it is dead is made up for.
+      // Changes during its death are made up for.
       if ( death == kDeaths )
          routes.route( host( 0 ), group( 1 ), "r0", { "r1", "r2" } );
       ASSERT_TRUE( eventually( [&] {
@@ -241,7 +241,7 @@ TEST_P( MfibForwards, ThroughItsOwnDeathsWithAKeptSocket ) {
       << forwarder->program().err();
    RecordProperty( "packets", std::to_string( left.received().size() ) );
 
-   // Nobody need read what it says.
+   // Nobody may read its output.
    forwarder->program().closeErr();
    kill( child, SIGKILL );
    EXPECT_TRUE( eventually( [&] {
@@ -264,7 +264,7 @@ TEST_P( MfibForwards, ThroughItsOwnDeathsWithAKeptSocket ) {
 
 TEST_P( MfibForwards, AfterAGapWithoutAKeptSocket ) {
    Routes routes( root.path(), GetParam() );
-   // Before the stream's, in the order of writing.
+   // Written before the stream's entry, in order.
    const int others = std::getenv( "PIMSM_LONG" ) != nullptr ? 9999 : 0;
    for ( int i = 0; i < others; ++i )
       routes.prepare( host( 1 + i % 2 ), otherGroup( i ), "r1", { "r2" } );
@@ -311,7 +311,7 @@ TEST_P( MfibForwards, AVrfByItsTable ) {
    EXPECT_EQ( left.faults(), Faults() );
 }
 
-// In `arguments` CONFIG stands for a file without fault, and BAD for one with.
+// In `arguments` CONFIG stands for a correct file, and BAD for a faulty one.
 struct WrongRow {
    const char* arguments;
    int status;
@@ -331,7 +331,7 @@ TEST_P( MfibForwards, NotWithoutWhatItNeeds ) {
       { "--config /absent.yaml", 2, "/absent.yaml: No such file" },
       { "--config BAD", 2, "bad.yaml:2: " },
       { "--config CONFIG", 6, "another process holds it" },
-      // It never was ready: starting it again would not help.
+      // It was never ready, so a restart would not help.
       { "--config CONFIG --keep", 6, "another process holds it" } };
    for ( const WrongRow& row : rows ) {
       SCOPED_TRACE( row.arguments );

@@ -9,13 +9,13 @@
 
 namespace Netns {
 
-// May this process make namespaces, and is there an `ip` to fill them? The word to skip
-// with; empty: yes.
+// The reason why this process cannot make namespaces, or lacks `ip` to fill them,
+// for skipping; empty if it can.
 std::string notPermitted();
 
 class Namespace {
  public:
-   // With its loopback up. Throws std::system_error.
+   // Makes one with its loopback up. Throws std::system_error.
    Namespace();
 
    // The calling thread, and what it starts, is in the namespace while this lives;
@@ -31,18 +31,18 @@ class Namespace {
       Mox::Loop::Fd former_;
    };
 
-   // Runs ip(8) with these arguments in the namespace. Throws std::runtime_error with
-   // what it says when it fails; returns its output.
+   // Runs ip(8) with these arguments in the namespace and returns its output.
+   // Throws std::runtime_error with its message when it fails.
    std::string ip( const std::string& arguments ) const;
 
-   // As ip(8) takes it after "netns".
+   // The path that ip(8) takes after "netns".
    std::string path() const;
 
  private:
    std::unique_ptr<Mox::Loop::Fd> file_;
 };
 
-// "r0" of one namespace and "s0" of another, joined and up.
+// Connects "r0" of one namespace and "s0" of another, both up.
 void connect( const Namespace& a, const std::string& nameA, const Namespace& b,
               const std::string& nameB );
 

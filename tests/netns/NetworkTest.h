@@ -1,4 +1,4 @@
-// What tests in the test network have in common, for each address family.
+// Common to the tests in the test network, for each address family.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -40,7 +40,7 @@ class NetworkTest : public testing::TestWithParam<Vantu::AddressFamily> {
    Sender sender( int link, const IpGenAddr& to, int rate = 1000 ) {
       return Sender( net->host( link ), Topology::hostInterface( link ), to, rate );
    }
-   // The next packets arrive.
+   // Checks that the next packets arrive.
    testing::AssertionResult flows( Receiver& receiver, const Sender& sender ) {
       uint32_t number = sender.sent() + 20;
       if ( eventually( [&] { return receiver.reached( number ); } ) )
@@ -53,7 +53,7 @@ class NetworkTest : public testing::TestWithParam<Vantu::AddressFamily> {
    std::string kernel() const {
       return net->router.ip( ipv4() ? "mroute show" : "-6 mroute show" );
    }
-   // What to print where something does not flow.
+   // The text for a stream that fails.
    virtual std::string state() const { return kernel(); }
 
    Mox::Test::TempRoot root;

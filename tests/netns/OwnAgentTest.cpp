@@ -1,5 +1,5 @@
-// An agent of a stranger's over the engines, in the place of ours: the forwarding process and
-// the show tool do not notice.
+// A user's own agent over the engines in place of ours: the forwarding process and
+// the show tool work with it unchanged.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -14,11 +14,12 @@ namespace {
 using Mox::Test::Program;
 using Vantu::IpGenAddr;
 
-// The stream's source and RP are behind another router, where only a route of the host leads.
+// The stream's source and RP are behind another router, reached only by a host
+// route.
 class OwnAgent : public NetworkTest {
  protected:
    static constexpr const char* kFar = "10.98.0.2";
-   // Less specific, and to another link: what counts where no other leads there.
+   // A less specific route by another link, used only without the specific one.
    static constexpr const char* kWide = "route add 10.98.0.0/16 via 10.99.1.2";
    static constexpr const char* kRoute = "route add 10.98.0.0/24 via 10.99.0.2";
 
@@ -29,7 +30,7 @@ class OwnAgent : public NetworkTest {
       NetworkTest::SetUp();
       if ( IsSkipped() ) return;
       net->router.ip( kWide );
-      // The first address of an interface is the one that its host sends from.
+      // A host sends from an interface's first address.
       net->source.ip( "addr flush dev s0" );
       net->source.ip( "addr add 10.98.0.2/24 dev s0" );
       net->source.ip( "addr add 10.99.0.2/24 dev s0" );
@@ -63,7 +64,7 @@ class OwnAgent : public NetworkTest {
       const Mox::Test::Ended ended = Mox::Test::runToEnd( more );
       return ended.out + ended.err;
    }
-   // What the tool says of all, without what passes with time.
+   // The tool's output, without the parts that change with time.
    std::string answers() const {
       static const std::regex kTimes(
          "\"(up-time|since-last-join)\":\"[0-9]+\",?" );
@@ -92,8 +93,8 @@ TEST_P( OwnAgent, ForwardsAndIsExplained ) {
            { "/usr/bin/python3", "-c", "import scapy.contrib.pim" } )
            .status != 0 )
       GTEST_SKIP() << "no scapy here (python3-scapy)";
-   // A member of all sources of a source-specific group gets nothing: what comes, the
-   // downstream router has joined.
+   // A member of all sources of a source-specific group gets nothing; the traffic
+   // comes from the downstream router's join.
    const std::string ssm = valueToStrep( group( 1, true ) );
    Receiver left = receiver( 1, group( 1, true ) );
    startOwn();
@@ -106,7 +107,7 @@ TEST_P( OwnAgent, ForwardsAndIsExplained ) {
    join( ssm );
    ASSERT_TRUE( shows( {}, ssm ) ) << state();
    EXPECT_TRUE( left.received().empty() && right.received().empty() );
-   // The routes that stand follow the host's.
+   // Existing routes follow the host's route changes.
    net->router.ip( kRoute );
    EXPECT_TRUE( flows( right, any ) );
    EXPECT_TRUE( flows( left, specific ) );
@@ -124,7 +125,8 @@ TEST_P( OwnAgent, ForwardsAndIsExplained ) {
       Mox::Test::runToEnd( { PIMSM_SHOW, "--root", root.path(), "-4", "check" } )
          .status,
       0 );
-   // Ours takes up what it left, the neighbour, too, and says the same.
+   // Our agent takes over its tables, the neighbour included, and gives the same
+   // answers.
    const std::string before = answers();
    EXPECT_NE( before.find( "r1    this     1 " ), std::string::npos ) << before;
    EXPECT_NE( before.find( "\"rp-address\":\"10.98.0.2\"" ), std::string::npos );

@@ -18,7 +18,7 @@ using Json = nlohmann::json;
 using Mox::Test::Program;
 using Vantu::IpGenAddr;
 
-// The RP is the host on the source's link, unless a test says otherwise: then the
+// The RP is the host on the source's link, unless a test sets another: then the
 // shared tree comes in there.
 class LiveRouter : public NetworkTest {
  protected:
@@ -67,8 +67,8 @@ class LiveRouter : public NetworkTest {
       return show( {} ) + kernel() + agent->err();
    }
    using Olists = std::map<std::string, std::set<std::string>>;
-   // While a route is made the kernel keeps three packets and drops the next: what
-   // counts comes after.
+   // While a route is made the kernel keeps three packets and drops the next: the
+   // count starts afterwards.
    static uint32_t firstSince( Receiver& receiver, uint32_t number ) {
       for ( uint32_t each : receiver.received() ) {
          if ( each >= number ) return each;
@@ -89,7 +89,7 @@ class LiveRouter : public NetworkTest {
       std::istringstream lines( show( { ipv4() ? "-4" : "-6", "--json-lines" } ) );
       for ( std::string line; std::getline( lines, line ); ) {
          const Json route = routeOf( Json::parse( line ) );
-         // An (S,G,rpt) entry tells of upstream states only.
+         // An (S,G,rpt) entry has upstream states only.
          if ( !route.contains( "incoming-interface" ) ||
               !route.contains( "outgoing-interface" ) )
             continue;
@@ -102,8 +102,8 @@ class LiveRouter : public NetworkTest {
       }
       return out;
    }
-   // The same as the kernel has it: resolved entries only; of a (*,G) one the kernel
-   // lists the incoming interface, too.
+   // The same lists in the kernel: resolved entries only. A (*,G) entry also lists
+   // its incoming interface.
    Olists kernelOlists() const {
       Olists out;
       static const std::regex kEntry(
@@ -132,7 +132,7 @@ class LiveRouter : public NetworkTest {
                 { "/usr/bin/python3", "-c", "import scapy.contrib.pim" } )
                 .status == 0;
    }
-   // A downstream router on the link says these things.
+   // A downstream router on the link sends these messages.
    void downstream( int link, const Program::Arguments& what ) {
       Program::Arguments command = {
          "/usr/bin/python3",
@@ -149,17 +149,17 @@ class LiveRouter : public NetworkTest {
 
    std::unique_ptr<Forwarder> forwarder;
    std::unique_ptr<Program> agent;
-   bool named = false;  // its interfaces, each by an option
+   bool named = false;  // its interfaces are given by options
 };
 
 TEST_P( LiveRouter, InterfacesComeAndGo ) {
    Sender stream = sender( 0, group( 1 ) );
    Receiver left = receiver( 1, group( 1 ) );
    ASSERT_TRUE( flows( left, stream ) );
-   // The kernel has let go of the packets that waited for the route.
+   // The kernel has dropped the packets that waited for the route.
    ASSERT_TRUE( agree() ) << show( {} ) << kernel();
    left.forget();
-   // Of all that root may do it keeps what opens interfaces that come.
+   // Of root's capabilities it keeps the one that opens new interfaces.
    for ( const char* set : { "CapPrm", "CapEff" } )
       EXPECT_EQ( Mox::Test::statusLine( agent->pid(), set ), "0000000000002000" );
    EXPECT_EQ( Mox::Test::statusLine( agent->pid(), "NoNewPrivs" ), "1" );
@@ -190,7 +190,7 @@ TEST_P( LiveRouter, InterfacesComeAndGo ) {
    ASSERT_TRUE(
       eventually( [&] { return show( {} ).find( "r3" ) == std::string::npos; } ) );
    EXPECT_EQ( left.faults(), Faults() );
-   // One that is asked for by its name has to be there: here, outside the network, none is.
+   // An interface given by name has to exist: outside the test network it does not.
    Mox::Test::Ended refused =
       Mox::Test::runToEnd( { PIMSM_AGENT, "--config", config(), "--root",
                              root.path() + "/other", "--interface", "r0" } );
@@ -210,7 +210,7 @@ TEST_P( LiveRouter, HostsJoinAndLeaveAGroup ) {
    auto right = std::make_unique<Receiver>( receiver( 2, group( 1 ) ) );
    ASSERT_TRUE( flows( *right, stream ) );
    EXPECT_TRUE( agree() ) << show( {} ) << kernel();
-   // A leave takes effect when nobody has answered in two seconds.
+   // A leave takes effect when no host has answered in two seconds.
    uint32_t left_at = stream.sent();
    right.reset();
    ASSERT_TRUE( eventually( [&] {
@@ -232,7 +232,7 @@ TEST_P( LiveRouter, HostsJoinASourceOfAGroup ) {
    ASSERT_TRUE( flows( left, stream ) );
    EXPECT_TRUE( agree() ) << show( {} ) << kernel();
    left.forget();
-   // Another source is not wanted, and a member of all sources gets nothing.
+   // No member wants another source, and a member of all sources gets nothing.
    Receiver right = receiver( 2, group( 1, true ), host( 1 ) );
    Sender other = sender( 1, group( 1, true ) );
    ASSERT_TRUE( flows( right, other ) );
@@ -249,7 +249,8 @@ TEST_P( LiveRouter, ADownstreamRouterJoinsAndPrunes ) {
    ASSERT_TRUE( flows( right, stream ) );
    EXPECT_TRUE( agree() ) << show( {} ) << kernel();
    right.forget();
-   // Not a member of its own, but the link gets what its router has joined.
+   // It is no member itself, but its link gets the traffic that the link's router
+   // joined.
    Receiver left = receiver( 1, group( 9 ) );
    auto joined = [&]( const std::string& source ) {
       for ( const auto& [route, olist] : kernelOlists() ) {
@@ -281,8 +282,8 @@ TEST_P( LiveRouter, ADownstreamRouterJoinsAndPrunes ) {
    unharmed( "the prunes" );
 }
 
-// As the RP itself it has no shared tree to come in by: the source's packets make the
-// route, at its first-hop router.
+// At the RP itself the shared tree has no incoming interface: at its first-hop
+// router the source's packets make the route.
 TEST_P( LiveRouter, ASourceOnALinkMakesItsRoute ) {
    start( Topology::routerAddress( GetParam(), 0 ) );
    Receiver left = receiver( 1, group( 1 ) );
@@ -297,8 +298,8 @@ TEST_P( LiveRouter, ASourceOnALinkMakesItsRoute ) {
    EXPECT_EQ( left.faults(), Faults() );
 }
 
-// A prune from the shared tree makes its route before the source has ever sent: what it
-// sends then comes in by its own link, not from the RP.
+// A prune from the shared tree makes a route before the source has ever sent: its
+// traffic then comes in by its own link, not from the RP.
 TEST_P( LiveRouter, ASourceOnALinkMayHaveBeenPrunedBefore ) {
    if ( !hasScapy() ) GTEST_SKIP() << kNoScapy;
    start( host( 1 ) );
@@ -324,7 +325,7 @@ TEST_P( LiveRouter, ASourceOnALinkMayHaveBeenPrunedBefore ) {
    EXPECT_EQ( right.received().front(), 0u );
 }
 
-// What stays the same over a restart: all but times and the order of lines.
+// The lines that stay the same over a restart: without times, in any order.
 std::set<std::string> lasting( const std::string& lines ) {
    std::set<std::string> out;
    std::istringstream stream( lines );
@@ -346,7 +347,7 @@ std::set<std::string> lasting( const std::string& lines ) {
    return out;
 }
 
-// What one of them lacks of the other.
+// The lines that only one of the two has.
 std::string difference( const std::set<std::string>& before,
                         const std::set<std::string>& after ) {
    std::string out;
@@ -379,7 +380,7 @@ TEST_P( LiveRouter, NoPacketIsLostWhileTheAgentIsKilled ) {
    const std::set<std::string> before = lasting( show( kLines ) );
    ASSERT_FALSE( before.empty() );
    for ( int kill = 0; kill < kills; ++kill ) {
-      // Also a show tool that reads at that moment.
+      // A show tool also reads at that moment.
       std::unique_ptr<Program> reader;
       if ( kill % 2 == 1 ) {
          reader = std::make_unique<Program>(

@@ -19,7 +19,7 @@ void addAddresses( const Namespace& space, const std::string& interface, int lin
                    int last ) {
    space.ip( fmt::format( "address add {}/24 dev {}",
                           address( AddressFamily::ipv4, link, last ), interface ) );
-   // At once, without a search for duplicates.
+   // Usable at once, without duplicate address detection.
    space.ip( fmt::format( "address add {}/64 dev {} nodad",
                           address( AddressFamily::ipv6, link, last ), interface ) );
 }

@@ -22,8 +22,8 @@ struct Topology {
    const Namespace& host( int link ) const;
    static std::string hostInterface( int link );
 
-   // The router's interfaces with their addresses, as the programs' configuration; what
-   // is given follows as further keys of the VRF, indented by four blanks.
+   // The programs' configuration of the router's interfaces and addresses. `more`
+   // follows as further keys of the VRF, indented by four blanks.
    static std::string config( const std::string& more = "" );
 
    Namespace source, router, left, right;

@@ -10,14 +10,14 @@ namespace {
 
 const std::string kMacs( 24, '0' );
 
-// With what its header says of version and length, total length and fragment.
+// With these header fields for version and length, total length and fragment.
 std::string ipv4( const char* version = "45", const char* total = "0018",
                   const char* fragment = "4000", const char* options = "" ) {
    return fmt::format(
       " {} 00 {} 0007 {} 01 67 0000 =192.0.2.1 =224.0.0.13 {} 01020304", version,
       total, fragment, options );
 }
-// With extension headers of so many bytes, the first of which has the number `next`.
+// With this many bytes of extension headers, the first with the number `next`.
 std::string ipv6( const char* next = "67", size_t size = 0,
                   const std::string& extensions = "" ) {
    return fmt::format( " 60000000 {:04x} {} 01 =fe80::1 =ff02::d {} 01020304",

@@ -11,7 +11,7 @@
 namespace Router {
 namespace {
 
-// A message whose checksum is right unless a test spoils it.
+// A message with the right checksum unless a test changes it.
 class Sent {
  public:
    Sent( unsigned protocol, bool ipv6, const ByteVector& bytes ) : bytes_( bytes ) {
@@ -21,7 +21,8 @@ class Sent {
       packet.ttl = 1;
       checksum();
    }
-   // Covers that much of the message and a pseudo header of that length, if any.
+   // The checksum covers that much of the message and a pseudo header of that
+   // length, if any.
    Sent& checksum( size_t covered = std::string::npos ) {
       bytes_.shrink_to_fit();  // so that the sanitizer guards the end
       if ( bytes_.size() < 4 ) return *this;
@@ -50,7 +51,7 @@ class Sent {
    uint8_t& operator[]( size_t at ) { return bytes_[at]; }
    size_t size() const { return bytes_.size(); }
 
-   // What the message says, or the reason why it is dropped.
+   // The decoded message, or the reason for dropping it.
    std::string text() {
       packet.payload = bytes_;
       Message message;
@@ -76,7 +77,7 @@ class Sent {
       return out;
    }
 
-   // Written again after it has been read.
+   // Encoded again after decoding.
    ByteVector encoded() const {
       Message message;
       IpPacket read = packet;
@@ -134,7 +135,7 @@ const Row kPimRows[] = {
      "up=192.0.2.9 hold=210 J(198.51.100.1/32,233.252.0.1/32)SWR "
      "J(198.51.100.2/32,233.252.0.1/32)S P(198.51.100.3/32,233.252.0.1/32)SR "
      "P(198.51.100.4/32,233.252.0.2/32)-" },
-   // What follows the last group is left alone.
+   // Bytes after the last group are ignored.
    { false, "23000000 @192.0.2.9 00 00 00d2 eeeeeeeeee", "up=192.0.2.9 hold=210" },
    { false, kRegister, "null=No border=No inner=198.51.100.7>233.252.0.1" },
    { true, kRegister6, "null=No border=No inner=2001:db8::7>ff3e::1" },
@@ -192,7 +193,7 @@ TEST( PimMessage, JoinPruneIsDroppedForWhatItCannotUse ) {
    }
 }
 
-// With a right checksum, so that the cut itself is what the decoder meets.
+// With a right checksum, so that the decoder meets the cut itself.
 TEST( PimMessage, CutAnywhereItIsDropped ) {
    for ( const auto& [ipv6, bytes] : { std::pair( false, kJoinPrune ),
                                        { false, kRegister },
@@ -250,7 +251,7 @@ const Row kMembershipRows[] = {
    { true, kMldReport,
      "IGMPv3 Membership Report ff3e::1 TO_EX 2001:db8::7; "
      "IGMPv3 Membership Report ff3e::2 ALLOW" },
-   // Auxiliary data is skipped, a record of an unknown type left out.
+   // Auxiliary data is skipped, a record of an unknown type dropped.
    { true,
      "8f000000 0000 0003 07 00 0000 =ff3e::1 01 01 0000 =ff3e::3 eeeeeeee 05 00 "
      "0000 =ff3e::2",
@@ -275,7 +276,7 @@ TEST( MembershipMessage, IsReadOrDropped ) {
       EXPECT_EQ( whole.cut( length ).text(), "truncatedMessage" ) << length;
 }
 
-// The data packets of null registers have what RFC 7761, 4.9.3 says in front.
+// Null registers have the inner header of RFC 7761, 4.9.3.
 TEST( Messages, AreWrittenAsTheyWereRead ) {
    struct Written {
       unsigned protocol;
@@ -317,7 +318,8 @@ TEST( Messages, AreWrittenAsTheyWereRead ) {
    }
 }
 
-// Not forwarded; and MLD's sender is of the link, or has no address yet and only reports.
+// Never forwarded. An MLD sender is link-local, or has no address yet and only
+// reports.
 TEST( MembershipMessage, OnlyTheLinkItselfCounts ) {
    struct Sender {
       bool ipv6;

@@ -1,4 +1,4 @@
-// Decoded messages in a dissector's words, as the listings of captures have them.
+// Decoded messages in the dissector's words, as in the captures' listings.
 #pragma once
 
 #include <fmt/format.h>

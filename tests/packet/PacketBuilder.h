@@ -1,5 +1,4 @@
-// Puts together frames, and the capture files that hold them, byte by byte. Numbers
-// are in network order.
+// Builds frames and capture files byte by byte. Numbers are in network order.
 #pragma once
 
 #include <cstdint>
@@ -57,7 +56,7 @@ class PacketBuilder {
                      all.begin() + Vantu::addressBits( address.family() ) / 8 );
       return *this;
    }
-   // Encoded as of RFC 7761, 4.9.1.
+   // Encoded as in RFC 7761, 4.9.1.
    PacketBuilder& unicast( const char* text ) { return head( text ).addr( text ); }
    PacketBuilder& group( const char* text ) { return source( text, 0 ); }
    PacketBuilder& source( const char* text, unsigned flags ) {

@@ -1,4 +1,4 @@
-// What is counted of a model, against a count of its routes from scratch.
+// The counts of a model, against a count of its routes from scratch.
 #include "published/Counting.h"
 
 #include <gtest/gtest.h>
@@ -68,7 +68,7 @@ TEST( Counting, FollowsRandomWalksOfRoutes ) {
       } else {
          vrf->routeDel( key );
       }
-      // As after a reload: routes stand, nothing is counted yet.
+      // As after a reload: routes exist, and none is counted yet.
       if ( step % 400 == 399 ) {
          counting.reset();
          counting = std::make_unique<Counting>( vrf.ptr() );

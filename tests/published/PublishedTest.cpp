@@ -1,4 +1,4 @@
-// What the agent publishes of itself, from its tables to a reader's model.
+// The agent's published state, from its tables to a reader's model.
 #include <gtest/gtest.h>
 
 #include "platform/entity/EventCounter.h"
@@ -63,7 +63,7 @@ TEST_F( Publishing, AMirrorFollowsTheInterfaces ) {
    EXPECT_FALSE( eth0->iAmDr() );
    EXPECT_EQ( model->pimStatus()->intf( intfId( "eth1" ) ), nullptr );
 
-   // What does not verify is not taken up.
+   // Damaged records are not used.
    publishInterfaces( *tables, { interface( "eth0", "192.0.2.3", true ) } );
    Mox::Test::breakRecord( root.path() + '/' + path() + "/interface",
                            intfId( "eth0" ), 64 );
@@ -72,7 +72,8 @@ TEST_F( Publishing, AMirrorFollowsTheInterfaces ) {
    publishInterfaces( *tables, { interface( "eth0", "192.0.2.2", false ) } );
    exchange();
 
-   // A reader that starts later finds what stands; without a table nothing is known.
+   // A reader that starts later finds the existing records; without a table nothing
+   // is known.
    auto later = Routing::Pim::SparseMode::statusFactory( L3::VrfName( "red" ) );
    PimMirror second( later, seen );
    ASSERT_NE( later->pimStatus(), nullptr );
@@ -154,7 +155,7 @@ TEST_F( Publishing, ReadersKnowWhatTheConfigurationSaysOfGroups ) {
    EXPECT_EQ( rp( "239.1.2.3" ), "none" );
    EXPECT_EQ( ssm( "232.1.2.3" ), Known() ) << "no setting, nothing known";
 
-   // The longest range counts, and of one range the RP named first.
+   // The longest range decides, and for one range the RP named first.
    publishRps( *tables, { { { addr( "224.0.0.0" ), 4 }, addr( "192.0.2.9" ) },
                           { { addr( "239.1.0.0" ), 16 }, addr( "192.0.2.10" ) },
                           { { addr( "239.1.0.0" ), 16 }, addr( "192.0.2.11" ) } } );
@@ -238,7 +239,7 @@ TEST_F( Publishing, CountersFollowOnceASecond ) {
    EXPECT_EQ( value(), 8 );
 }
 
-// A text of any length and a byte soup in its place.
+// A text of any length, and random bytes in its place.
 TEST( PublishedText, IsBoundedAndNeverTrusted ) {
    using Short = Text<8>;
    using Form = Brane::FlatForm<Short>;

@@ -1,6 +1,6 @@
-// The register tables of an agent and of a reader, each side with an entity manager
-// of its own, as two processes would have, and observers that write down what they
-// hear.
+// The register tables of an agent and of a reader. Each side has an entity manager
+// of its own, as two processes would have, and observers that record their
+// notifications.
 #pragma once
 
 #include <set>

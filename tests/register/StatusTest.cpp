@@ -79,7 +79,7 @@ TEST_F( RegisterTables, CountUnderTheirNames ) {
       "registerOifNotify 0, " );
    fresh.reset();
    EXPECT_EQ( countersOf( "fresh" ), "" );
-   // Nobody observes: notifications count all the same.
+   // Notifications count without an observer, too.
    advertised.collIs( advertisedOf( 1 ) );
    advertised.collIs( advertisedOf( 1 ) );
    AdvertisedSgTable::InPlace built = advertised.collInPlace();
@@ -93,7 +93,7 @@ TEST_F( RegisterTables, CountUnderTheirNames ) {
    advertised.collDelAll();
    EXPECT_EQ( countersOf( advertised.name() ),
               "collIs 3, collDel 3, collNotify 6, " );
-   // What is refused was called.
+   // Refused calls count.
    EXPECT_THROW( advertised.collIs( AdvertisedSg() ), Mox::RangeError );
    EXPECT_EQ( countersOf( advertised.name() ),
               "collIs 4, collDel 3, collNotify 6, " );
@@ -196,7 +196,7 @@ TEST_F( RegisterTables, LetGoOfTheirControlsInOrder ) {
                               "noRegisterOif", "registerOif" } ) );
    agent.advertised.reset();
    EXPECT_EQ( order.back(), "coll" );
-   // The shells that are still held are handed out to nobody, and observed by none.
+   // Shells that are still held are not handed out again, and not observed.
    for ( const Mox::String& path : paths ) {
       EXPECT_EQ( agent.manager.entity( path ), nullptr ) << path;
    }
@@ -235,7 +235,7 @@ TEST_F( RegisterTables, AreSeenByAnotherProcess ) {
    EXPECT_EQ( recorder.take(), heardBoth( 3, "registerOif" ) );
    EXPECT_THROW( reader.status->registerOifIs( entryOf( 4 ) ),
                  ::Brane::ReadOnlyError );
-   // The tables go with their VRF: one notification of each collection.
+   // The tables go with their VRF: one notification for each collection.
    agent.manager.removeTables( status.name() );
    clock.advance( 0.01 );
    reader.manager.dispatch();
@@ -275,7 +275,7 @@ TEST_F( RegisterTables, AttachNoReaderWhileSuspended ) {
    EXPECT_FALSE( read->registerOif().mounted() );
 }
 
-// Damaged as by a stray pointer. What the next mount makes of it, the table tells.
+// Damaged as by a stray pointer. The table reports the next mount's repair.
 TEST_F( RegisterTables, AreFatalToWriteWhenCorruptAfterTheHandlerWasTold ) {
    constexpr const char* kFatal = "write outside the mapped region";
    auto& table = const_cast<InternalRouteKeyTable&>( status.registerOif() );
@@ -287,7 +287,7 @@ TEST_F( RegisterTables, AreFatalToWriteWhenCorruptAfterTheHandlerWasTold ) {
    Heard told;
    EXPECT_EQ( assertionText( [&] { status.registerOifIs( entryOf( 1 ) ); } ),
               kFatal );
-   // Nobody handles it: traced, and named in the control.
+   // Without a handler: traced, and named in the control.
    const Mox::String problem = status.registerOifControl()->problem();
    EXPECT_NE( problem, "" );
    ASSERT_EQ( traces.lines().size(), 1U );
@@ -306,7 +306,7 @@ TEST_F( RegisterTables, AreFatalToWriteWhenCorruptAfterTheHandlerWasTold ) {
    }
    EXPECT_EQ( table.corruptions(), 3U );
    EXPECT_EQ( recorder.take(), Heard() );
-   // Other keys are none the worse.
+   // Other keys are unaffected.
    status.registerOifIs( entryOf( 2 ) );
    EXPECT_EQ( recorder.take(), heardBoth( 2, "registerOif" ) );
 }

@@ -31,7 +31,7 @@ TEST( AdvertisedSg, ReadsBackWhatItPrints ) {
       valueToStrep( kKey ) + ", 'rp': 192.0.2.1, 'anycastDiscovered': true})";
    EXPECT_EQ( valueToStrep( value ), text );
    EXPECT_EQ( Mox::stringToValue<AdvertisedSg>( text ), value );
-   // Each piece of the form, broken, fails.
+   // Each part of the form, when broken, fails.
    for ( Mox::StringView piece : { "AdvertisedSg', ** {", "'key': ", ", 'rp': ",
                                    ", 'anycastDiscovered': ", "true", "})" } ) {
       Mox::String broken = text;

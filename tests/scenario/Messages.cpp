@@ -37,7 +37,7 @@ class Reader {
    MembershipQuery query();
    void addSources( std::vector<IpGenAddr>& out );
 
-   // Who sends, to whom, for how long: of any message, at its end.
+   // Sender, receiver and hold time of any message, at its end.
    bool option();
    void options() {
       while ( option() ) {
@@ -114,7 +114,8 @@ PimHello Reader::hello() {
    return out;
 }
 
-// join A, prune B rpt, C rpt, join D mask 31: entries of one group side by side share it.
+// join A, prune B rpt, C rpt, join D mask 31: adjacent entries of one group share
+// it.
 PimJoinPrune Reader::joinPrune( bool join ) {
    PimJoinPrune out;
    while ( true ) {

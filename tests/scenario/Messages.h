@@ -1,4 +1,5 @@
-// From the words of a scenario to a packet on a link, as another router or a host sends it.
+// Turns the words of a scenario into a packet on a link, sent by another router or
+// a host.
 #pragma once
 
 #include <functional>
@@ -9,14 +10,14 @@
 
 namespace Scenario {
 
-// What goes without saying, until a scenario says otherwise.
+// The defaults, until a scenario says otherwise.
 struct Habits {
    std::string intf;
    std::string from;  // a name or an address
    uint16_t holdtime = 210;
 };
 
-// What another router knows of the one under test.
+// Another router's knowledge of the one under test.
 struct Link {
    Vantu::IpGenAddr own;  // its address on the link
    // The configured RP of a group, or the unspecified address.

@@ -1,4 +1,5 @@
-// Short names for addresses and routes, in what a scenario says and in what it expects.
+// Short names for addresses and routes, in a scenario's statements and
+// expectations.
 #pragma once
 
 #include <map>
@@ -16,13 +17,13 @@ class Names {
    // may come later.
    explicit Names( const std::map<std::string, std::string>& texts );
 
-   // Of a name or an address. Throws Mox::ParseError.
+   // The address of a name or an address. Throws Mox::ParseError.
    Vantu::IpGenAddr address( const std::string& word ) const;
-   // Of a name or what stands in brackets. Throws ScriptError.
+   // The route of a name or a text in brackets. Throws ScriptError.
    Routing::Pim::RouteKey route( const std::string& word ) const;
    bool isRoute( const std::string& word ) const;
 
-   // The name where there is one.
+   // The address's name if it has one.
    std::string of( const Vantu::IpGenAddr& address ) const;
    std::string of( const Routing::Pim::RouteKey& key ) const;
 

@@ -11,7 +11,7 @@
 namespace Scenario {
 namespace {
 
-// In s since the story began; "eth1 A joined".
+// Seconds since the story began; "eth1 A joined".
 using Change = std::pair<double, std::string>;
 
 // The time of counts.
@@ -21,7 +21,7 @@ double rounded( double time ) {
    return std::round( 100 * time ) / 100;
 }
 
-// A time stands where it is another than before.
+// A time is printed where it differs from the one before.
 std::vector<std::string> texts( const std::vector<Change>& changes, double from ) {
    std::vector<std::string> out;
    for ( const auto& [time, what] : changes ) {

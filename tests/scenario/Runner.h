@@ -1,4 +1,4 @@
-// Runs one story and compares what changed with what it expects.
+// Runs one story and compares the changes with its expectations.
 #pragma once
 
 #include <string>
@@ -9,11 +9,12 @@
 
 namespace Scenario {
 
-// `failures`: what went another way, a text each: the line, what was expected, what came.
+// `failures`: one text for each difference: the line, the expected change, the real
+// one.
 
 struct Outcome {
    std::vector<std::string> failures;
-   std::string missing;  // the capture that this machine does not have
+   std::string missing;  // the capture that is missing on this machine
 };
 
 Outcome run( const Script& script, const Story& story );

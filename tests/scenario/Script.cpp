@@ -97,7 +97,7 @@ class Reader {
       out_.stories.push_back( { title_, watched_, preamble_, {}, cases_ } );
    }
 
-   // variant NAME: text of the configuration => what stands there instead
+   // variant NAME: text of the configuration => its replacement
    void takeVariant( const std::string& text, const std::string& name ) {
       const size_t colon = text.find( ": " );
       const size_t arrow = text.find( "=>" );
@@ -120,7 +120,7 @@ class Reader {
       out_.stories.back().lines.push_back( std::move( line ) );
    }
 
-   // The line goes on: what is expected of it stands below.
+   // The expectations continue on this line.
    void takeExpected( std::string text ) {
       if ( out_.stories.empty() || out_.stories.back().lines.empty() )
          throw ScriptError( "nothing has happened yet that this could follow" );

@@ -1,5 +1,5 @@
-// Scenario files as they stand: blocks of text, and the lines of each scenario. README.md
-// explains the language.
+// Scenario files as parsed: blocks of text, and the lines of each scenario.
+// README.md explains the language.
 #pragma once
 
 #include <map>
@@ -9,7 +9,7 @@
 
 namespace Scenario {
 
-// What is wrong with a file, and where: "asserts.scenario:12: no time: +x".
+// A file's error and its place: "asserts.scenario:12: no time: +x".
 struct ScriptError : std::runtime_error {
    using std::runtime_error::runtime_error;
 };
@@ -18,7 +18,7 @@ struct ScriptError : std::runtime_error {
 struct Line {
    int number = 0;
    std::vector<std::string> statements;
-   // In order; what changes by the statements.
+   // The changes caused by the statements, in order.
    std::vector<std::string> expected;
 };
 
@@ -27,7 +27,8 @@ struct Story {
    std::vector<std::string> watched;
    std::vector<std::string> preamble;  // statements that come first, unobserved
    std::vector<Line> lines;
-   // A case alone on its line: time passes behind it until nothing is due any more.
+   // A case on a line of its own: afterwards time passes until nothing is due any
+   // more.
    bool isCase = false;
 };
 
@@ -41,7 +42,7 @@ struct Script {
    std::string config;  // YAML of one VRF
    bool ipv6 = false;
    std::map<std::string, Variant> variants;
-   std::map<std::string, std::string> names;  // what stands for which text
+   std::map<std::string, std::string> names;  // the text that each name stands for
    // A word for several statements.
    std::map<std::string, std::vector<std::string>> defined;
    std::vector<Story> stories;

@@ -21,7 +21,7 @@ void add( std::string& text, const std::string& words ) {
    text += ( text.empty() ? "" : " " ) + words;
 }
 
-// A fact of each interface of each route; none where the text is empty.
+// A fact for each interface of each route; none if the text is empty.
 template <class Text>
 Facts ofIntfs( const VrfRouter& router, const Names& names, Text text ) {
    Facts out;
@@ -79,8 +79,9 @@ Facts asserts( const VrfRouter& router, const RouterCounters&,
    } );
 }
 
-// "in eth0/eth2 out eth1 eth2+ not eth3 sends": the backup path behind the stroke, the records
-// that forward, with a plus those that do on it as well, and those that do not.
+// "in eth0/eth2 out eth1 eth2+ not eth3 sends": the backup path behind the stroke;
+// the records that forward, a plus for those that also do by the backup path; the
+// records that do not.
 Facts routes( const VrfRouter& router, const RouterCounters&, const Names& names ) {
    Facts out;
    for ( const Route& route : router.model().route() ) {
@@ -132,7 +133,7 @@ Facts paths( const VrfRouter& router, const RouterCounters&, const Names& names 
    return out;
 }
 
-// The machine's action in the RFC's tables, and what was heard.
+// The machine's action in the RFC's tables, and the times of messages.
 Facts assertActions( const VrfRouter& router, const RouterCounters&,
                      const Names& names ) {
    return ofIntfs( router, names, []( const Intf& intf ) -> std::string {

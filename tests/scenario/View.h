@@ -1,4 +1,5 @@
-// What a scenario watches of a router: facts by subject, a few words each.
+// The parts of a router that a scenario watches: facts by subject, a few words
+// each.
 #pragma once
 
 #include <map>
@@ -15,7 +16,7 @@ namespace Scenario {
 using Facts = std::map<std::string, std::string>;
 
 struct View {
-   const char* name;  // as `watch` says it
+   const char* name;  // its name after `watch`
    const char*
       whenGone;  // of a fact that there is no more; null: counts, told at a line's end
    Facts ( *facts )( const Router::VrfRouter&, const Router::RouterCounters&,

@@ -1,5 +1,5 @@
-// The words of a statement, one after the other. What stands in round brackets is one word,
-// without blanks; a comma is a word of its own.
+// The words of a statement, one after the other. Text in round brackets is one
+// word, without blanks; a comma is a word of its own.
 #pragma once
 
 #include <optional>
@@ -26,10 +26,10 @@ class Words {
       ++at_;
       return true;
    }
-   // Throw ScriptError where no such number stands.
+   // Both throw ScriptError if the word is no such number.
    double number();
    uint32_t whole() { return static_cast<uint32_t>( number() ); }
-   // A number, and the word s behind it, if it stands there.
+   // A number with an optional word s behind it.
    double seconds() {
       const double out = number();
       accept( "s" );

@@ -14,8 +14,8 @@ using Vantu::IpGenAddr;
 
 namespace {
 
-// Beside the scenario, else among those that PIMSM_CAPTURES names, or that stand beside the
-// source tree; empty: nowhere.
+// Looks beside the scenario, then in the directory of PIMSM_CAPTURES or the one
+// beside the source tree. Empty without the capture.
 std::string captureOf( const std::string& name, const std::string& script ) {
    namespace fs = std::filesystem;
    const char* named = std::getenv( "PIMSM_CAPTURES" );
@@ -124,7 +124,7 @@ void World::act( const std::string& statement ) {
       message( words, habits_.intf );
    }
    words.expectEnd();
-   // Between a restart's halves there is no turn yet.
+   // Between a restart's halves there is no turn.
    if ( router_->adopted() ) turn();
 }
 
@@ -180,7 +180,8 @@ bool World::replay( const std::string& statement,
    return true;
 }
 
-// lose A [eth1 [times]]: of a stopped router's tables, as if it had died between two writes.
+// lose A [eth1 [times]]: removes it from a stopped router's tables, as if the
+// router had died between two writes.
 void World::lose( Words& words ) {
    namespace Sm = Routing::Pim::SparseMode;
    auto model = Sm::statusFactory( config_.name );

@@ -1,4 +1,5 @@
-// One router under injected time: what a scenario does to it, and what is seen of it.
+// One router under injected time: a scenario's actions on it, and its observed
+// state.
 #pragma once
 
 #include <memory>
@@ -17,24 +18,24 @@ class World {
  public:
    explicit World( const Script& script );
 
-   // One statement, after which everything that follows from it at once has happened.
-   // Throws ScriptError.
+   // Runs one statement and all its immediate consequences. Throws ScriptError.
    void act( const std::string& statement );
-   // Until when a statement waits; nothing: it does something.
+   // The time until which a statement waits; nothing if it is an action.
    std::optional<double> pause( const std::string& statement ) const;
 
    // Seconds since the story began.
    void beginStory() { start_ = clock_.now(); }
    double now() const { return clock_.now() - start_; }
-   // From one moment when something is due to the next; `look` is called after each.
+   // Moves from one due time to the next; `look` is called after each.
    void runUntil( double time, const std::function<void()>& look );
 
-   // Plays a capture into an interface, each packet at its time; `look` is called whenever
-   // something may have changed. False: there is no such capture on this machine.
+   // Plays a capture into an interface, each packet at its time; `look` is called
+   // whenever something may have changed. Returns false if this machine lacks the
+   // capture.
    bool replay( const std::string& statement, const std::function<void()>& look );
 
    bool runs() const { return router_ != nullptr; }
-   // REQUIRES: it runs.
+   // REQUIRES: the router runs.
    const Router::VrfRouter& router() const { return *router_; }
    const Router::RouterCounters& counters() const { return counters_; }
    const Names& names() const { return names_; }

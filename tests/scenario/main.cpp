@@ -1,5 +1,5 @@
-// The scenarios as tests: a suite for each file, a test for each of its scenarios and of its
-// blocks of cases.
+// The scenarios as tests: a suite for each file, a test for each of its scenarios
+// and of its blocks of cases.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -44,7 +44,7 @@ std::string testName( const std::string& title ) {
 }
 
 void addTests( const std::string& path ) {
-   // As long as the process.
+   // Lives as long as the process.
    static std::vector<std::unique_ptr<Script>> scripts;
    scripts.push_back( std::make_unique<Script>( readScript( path ) ) );
    const Script& script = *scripts.back();

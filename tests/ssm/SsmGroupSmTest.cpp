@@ -62,7 +62,7 @@ TEST_F( SsmGroups, DefaultRangeEndsWhereTheProtocolSays ) {
 }
 
 // Each line of the walk: a change, its steps of the counter, and whether a group of
-// the default range, one of the list's, and one that the list later gets are in.
+// the default range, one of the list's, and one that the list gets later are in.
 TEST_F( SsmGroups, FollowConfigurationThroughEveryTransition ) {
    start();
    auto expect = [&]( uint32_t count, bool byDefault, bool listed, bool added ) {
@@ -112,7 +112,7 @@ TEST_F( SsmGroups, FollowConfigurationThroughEveryTransition ) {
    expect( 1, true, false, false );
 }
 
-// Made anew by an earlier observer, inside the notification that it has gone.
+// An earlier observer makes the list anew inside the notification of its removal.
 TEST_F( SsmGroups, FollowAListMadeAnewUnderItsName ) {
    ListsRecorder earlier( lists.get() );
    start();
@@ -261,7 +261,7 @@ TEST_F( SsmGroups, StayAsTheyAreOnceDetached ) {
    EXPECT_EQ( config->observerCount() + lists->observerCount(), 0U );
 }
 
-// The observer of the counter lets go of the reactor, or changes the configuration,
+// The observer of the counter releases the reactor, or changes the configuration,
 // inside the reactor's own work.
 TEST_F( SsmGroups, SurviveWhatObserversDo ) {
    start();

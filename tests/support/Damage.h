@@ -1,4 +1,4 @@
-// What a stray pointer may do to a table's file.
+// Damages a table's file as a stray pointer would.
 #pragma once
 
 #include <cstring>
@@ -13,8 +13,8 @@ namespace Mox::Test {
 
 constexpr size_t kBeforeRecord = 16;  // stamp and checksum
 
-// A bit of the byte at that place of the key's slot. In place: who has mapped the file
-// sees it.
+// Flips a bit of the byte at that place of the key's slot. In place, so that
+// processes that have mapped the file see it.
 template <class Key>
 void breakSlot( const std::string& file, const Key& key, size_t at ) {
    std::fstream stream( file, std::ios::in | std::ios::out | std::ios::binary );
@@ -22,9 +22,9 @@ void breakSlot( const std::string& file, const Key& key, size_t at ) {
    typename ::Brane::FlatForm<Key>::Bytes flat{};
    ::Brane::FlatForm<Key>::write( key, flat );
    std::string wanted( reinterpret_cast<const char*>( &flat ), sizeof flat );
-   // Where a slot's record begins; a short key's bytes may stand elsewhere, too.
+   // The start of a slot's record; a short key's bytes may also occur elsewhere.
    constexpr size_t kSlot = 64;
-   // The newest of those that held the key: the stamp begins with the sequence.
+   // The newest slot that held the key: the stamp begins with the sequence.
    size_t found = std::string::npos;
    uint64_t newest = 0;
    for ( size_t place = bytes.find( wanted ); place != std::string::npos;
@@ -41,12 +41,12 @@ void breakSlot( const std::string& file, const Key& key, size_t at ) {
    stream.put( static_cast<char>( bytes[place] ^ 0x40 ) );
 }
 
-// The stamp no longer fits the index.
+// Makes the stamp disagree with the index.
 template <class Key>
 void breakStamp( const std::string& file, const Key& key ) {
    breakSlot( file, key, 0 );
 }
-// The checksum no longer fits the record, whose last bytes are others.
+// Makes the checksum disagree with the record, whose last bytes change.
 template <class Key>
 void breakRecord( const std::string& file, const Key& key, size_t recordSize ) {
    breakSlot( file, key, kBeforeRecord + recordSize - 1 );

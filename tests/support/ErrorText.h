@@ -1,4 +1,4 @@
-// The text of the error in which a call ends.
+// The text of the error that a call throws.
 #pragma once
 
 #include <exception>
@@ -7,7 +7,7 @@
 
 namespace Mox::Test {
 
-// "" when `call` returns; an error of another type passes.
+// "" when `call` returns; errors of other types pass through.
 template <class Error = std::exception, class Call>
 String errorText( Call call ) {
    try {

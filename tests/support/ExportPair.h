@@ -1,9 +1,8 @@
-// An agent and a reader in one process, over tables of their own, on one test
-// clock.
+// An agent and a reader in one process, over their own tables, on one test clock.
 //
 //    model -> RouteBraneWriterSm -> tables -> RouteBraneReaderSm -> mirror
 //
-// Each side has its entity manager, as two processes would; exchange() stands for
+// Each side has its entity manager, as two processes would; exchange() replaces
 // their loops' turns.
 #pragma once
 
@@ -31,7 +30,7 @@ struct ExportSide {
       tables =
          Brane::Status::mountInDependencyOrder( manager, path, role, model.get() );
    }
-   // Loads what the tables hold, at once.
+   // Loads the tables at once.
    void reload() {
       restart = Brane::routeBraneRestartSmFactory( model, tables, role, &clock );
       while ( !model->initialized() ) clock.runPass();
@@ -56,8 +55,8 @@ struct AgentSide : ExportSide {
       reload();
       writer = Brane::routeBraneWriterSmFactory( model, tables, &clock );
    }
-   // Publishes whatever is marked: as long as reviews follow one another. Throws
-   // when they stop before the end.
+   // Publishes all marked changes: runs while reviews follow one another. Throws if
+   // they stop before the end.
    void publish() {
       writer->doMaybeUpdateReviewTimer();
       int passes = 0;

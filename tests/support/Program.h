@@ -1,6 +1,6 @@
-// Runs programs as processes of their own: reads what they say while they run,
-// signals them, and knows how they ended. Every wait has a deadline and none
-// sleeps; whatever still runs is killed with the object, or with the thread that made
+// Runs programs as child processes: reads their output while they run, signals
+// them, and returns how they ended. Every wait has a deadline and none sleeps. A
+// program that still runs is killed with the object, or with the thread that made
 // it.
 #pragma once
 
@@ -46,11 +46,11 @@ class Program {
    Program& operator=( const Program& ) = delete;
 
    pid_t pid() const { return pid_; }
-   // What it has said so far.
+   // Its output so far.
    const std::string& out() const { return out_.text; }
    const std::string& err() const { return err_.text; }
 
-   // Nobody reads any more what it says.
+   // Closes the reading end of its standard error.
    void closeErr() {
       close( std::exchange( err_.reader, -1 ) );
       err_.open = false;
@@ -58,8 +58,8 @@ class Program {
 
    void signal( int number ) const { kill( pid_, number ); }
 
-   // Reads on until `holds` says so; false when it has ended, or at the deadline,
-   // without.
+   // Reads on until `holds` returns true. Returns false if it ended or the deadline
+   // came before.
    bool until( const std::function<bool()>& holds ) {
       auto end = Clock::now() + deadline;
       while ( !holds() ) {
@@ -71,8 +71,8 @@ class Program {
       return until( [&] { return err().find( text ) != std::string::npos; } );
    }
 
-   // Waits for its end: the exit status, or minus the number of the signal that
-   // ended it. Throws at the deadline.
+   // Waits for its end and returns the exit status, or minus the number of the
+   // signal that ended it. Throws at the deadline.
    int wait() {
       auto end = Clock::now() + deadline;
       while ( read( end ) ) continue;
@@ -128,7 +128,7 @@ class Program {
       argv.push_back( nullptr );
       pid_t pid = fork();
       if ( pid != 0 ) return pid;
-      // Also where the test is killed before it can.
+      // Kills the program even if the test is killed first.
       prctl( PR_SET_PDEATHSIG, SIGKILL );
       dup2( out_.writer, STDOUT_FILENO );
       dup2( err_.writer, STDERR_FILENO );
@@ -169,7 +169,7 @@ class Program {
    int status_ = 0;
 };
 
-// What the kernel says of a process under the key, or "none".
+// The kernel's value of a process under the key, or "none".
 inline std::string statusLine( pid_t pid, const std::string& key ) {
    std::ifstream status( "/proc/" + std::to_string( pid ) + "/status" );
    for ( std::string line; std::getline( status, line ); ) {
@@ -179,7 +179,7 @@ inline std::string statusLine( pid_t pid, const std::string& key ) {
    return "none";
 }
 
-// A program that ends by itself, to its end.
+// The result of a program that ends by itself.
 struct Ended {
    int status = 0;
    std::string out;

@@ -1,10 +1,10 @@
-// Observers that write down everything they hear.
+// Observers that record all their notifications.
 //
 //    PIMSM_TEST_RECORDER( RouteRecorder, Route, PIMSM_ROUTE_ATTRIBUTES )
 //
 // declares an observer of Route with every hook of the attribute list overridden,
-// so that an unexpected notification shows as well as a missing one. A heard
-// attribute is its name; one with a key is "name key".
+// so that an unexpected notification shows as well as a missing one. A notified
+// attribute is noted by its name, one with a key as "name key".
 #pragma once
 
 #include <functional>
@@ -21,12 +21,12 @@ using Heard = std::vector<String>;
 template <class Notifiee>
 class Recorder : public Notifiee {
  public:
-   // Runs inside every notification, after it was written down. May replace itself.
+   // Runs inside every notification, after it was noted. May replace itself.
    std::function<void( const String& )> inside;
 
    const Heard& heard() const { return heard_; }
 
-   // What was heard since the last call.
+   // The notifications since the last call.
    Heard take() { return std::exchange( heard_, {} ); }
 
  protected:

@@ -1,4 +1,4 @@
-// A directory for shared-memory tables that goes with the test.
+// A directory for shared-memory tables that is removed with the test.
 #pragma once
 
 #include <filesystem>

@@ -1,6 +1,6 @@
 // While one lives, a fatal assertion throws AssertionFailure with its text instead
-// of ending the process. Since an assertion comes before any change of state, a
-// test may go on using the model afterwards.
+// of ending the process. An assertion comes before any change of state, so a test
+// may use the model afterwards.
 #pragma once
 
 #include <stdexcept>
@@ -30,7 +30,7 @@ class ThrowingAssertions {
    AssertionHandler former_;
 };
 
-// The text of the fatal assertion in which `call` ends; "" when it returns.
+// The text of the fatal assertion that `call` raises; "" when it returns.
 template <class Call>
 String assertionText( Call call ) {
    ThrowingAssertions throwing;

@@ -49,7 +49,7 @@ inline AssertMetric assertMetric( Mox::StringView text ) {
    return Mox::stringToValue<AssertMetric>( text );
 }
 
-// What the builders share: a counted reference to what they build.
+// The base of the builders: a counted reference to the entity.
 template <class T>
 class Builder {
  public:
@@ -59,7 +59,7 @@ class Builder {
    T& operator*() const { return *entity_; }
    T* get() const { return entity_.get(); }
    const Mox::Ptr<T>& ptr() const { return entity_; }
-   // Lets go of the entity; the builder is of no use afterwards.
+   // Releases the entity; the builder cannot be used afterwards.
    void release() { entity_.reset(); }
 
  private:
@@ -91,7 +91,7 @@ class IntfBuilder : public Builder<Intf> {
       get()->localReceiverExcludeIs( on );
       return *this;
    }
-   // Lost to a router whose metric beats every own one of the same tree.
+   // Lost to a router whose metric beats every own metric of the same tree.
    IntfBuilder& lostAssertTo( Mox::StringView winner ) {
       bool shared = get()->parentRoute()->wildCard();
       return assertIs( iAmAssertLoser, { shared, 0, { 0 }, addr( winner ) } );
@@ -144,7 +144,7 @@ class RouteBuilder : public Builder<Route> {
       get()->umhIs()->prevRpfIs( rpfBy( intf ) );
       return *this;
    }
-   // The source or RP is on the link itself.
+   // The source or RP is directly connected.
    RouteBuilder& attached( bool on = true ) {
       get()->umhIs()->rpfAttachedIs( on );
       return *this;
@@ -184,7 +184,7 @@ class RouteBuilder : public Builder<Route> {
 
 class Vrf : public Builder<Status> {
  public:
-   // Any status may be built upon, such as that of a reader.
+   // Builds on any status, for instance a reader's.
    explicit Vrf(
       Mox::Ptr<Status> status = statusFactory( L3::VrfName( "default" ) ) )
       : Builder( std::move( status ) ) {}
@@ -209,7 +209,7 @@ class Vrf : public Builder<Status> {
       intf->iAmDrIs( dr );
       return *this;
    }
-   // What pimIntf() wrote; null before.
+   // The PIM status that pimIntf() made; null before.
    Routing::Pim::Status* pim() const { return pim_.get(); }
 
  private:

@@ -12,7 +12,7 @@ namespace {
 
 class AgentClockOverReal : public testing::Test {
  protected:
-   // Writes down "name at" when it expires.
+   // Notes "name at" when it expires.
    std::unique_ptr<Timer> timer( const char* name, double seconds ) {
       auto out = std::make_unique<Timer>( clock, [this, name] {
          heard += fmt::format( "{} {}, ", name, clock.now() );
@@ -20,7 +20,7 @@ class AgentClockOverReal : public testing::Test {
       out->start( seconds );
       return out;
    }
-   // What has been written since.
+   // The notes since the last call.
    std::string news() { return std::exchange( heard, "" ); }
 
    Mox::TestClock real{ 1000.0 };

@@ -1,4 +1,4 @@
-// Real packets, decoded as an independent dissector decoded them.
+// Real packets, compared with an independent dissector's listing.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -22,8 +22,8 @@ std::string expectedTypeName( PimType type ) {
    return number < std::size( names ) ? names[number] : "?";
 }
 
-// Of IPv6 registers the dissector finds those bad whose pseudo header has the length 8,
-// which is the right one (RFC 7761, 4.9); MessageTest has both forms.
+// The dissector calls IPv6 registers bad whose pseudo header has the length 8,
+// which is right (RFC 7761, 4.9). MessageTest has both forms.
 void compare( const CapturedPacket& captured, const ListedMessage& expected ) {
    IpPacket packet;
    PimMessage message;
@@ -50,11 +50,11 @@ void compare( const CapturedPacket& captured, const ListedMessage& expected ) {
    ASSERT_EQ( reason, notDropped ) << dropText( reason );
    EXPECT_EQ( expectedTypeName( message.type ), expected.type );
    if ( message.body.index() == 0 ) return;
-   // What the dissector misses behind a null register's header is not there to be had.
+   // The dissector's listing lacks a null register's inner header.
    std::string detail = expected.detail;
    if ( detail.rfind( "malformed ", 0 ) == 0 ) detail.erase( 0, 10 );
    EXPECT_EQ( textOf( message ), detail );
-   // What is written says the same.
+   // The encoded message decodes to the same.
    const auto written = encodePim( message, packet.source, packet.destination );
    if ( expected.type == "Join/Prune" || expected.type == "Assert" ) {
       EXPECT_EQ( written.size(), packet.payload.size() );
@@ -64,8 +64,9 @@ void compare( const CapturedPacket& captured, const ListedMessage& expected ) {
    EXPECT_EQ( textOf( message ), detail );
 }
 
-// No part of a packet is taken for the whole, and none is read beyond its end: each part
-// is copied to its own allocation, whose bounds the sanitizer guards.
+// A part of a packet must not pass for the whole, and no decoder may read beyond
+// its end: each part is copied to its own allocation, whose bounds the sanitizer
+// guards.
 void cutEverywhere( const CapturedPacket& captured ) {
    IpPacket whole;
    for ( size_t length = 0; length < captured.bytes.size(); ++length ) {
@@ -73,7 +74,7 @@ void cutEverywhere( const CapturedPacket& captured ) {
                                  captured.bytes.begin() + length );
       IpPacket packet;
       if ( decodeFrame( captured.link, part, packet ) != notDropped ) continue;
-      // What is missing is padding behind the packet.
+      // Only padding behind the packet was cut off.
       ASSERT_EQ( decodeFrame( captured.link, captured.bytes, whole ), notDropped );
       ASSERT_EQ( packet.payload.size(), whole.payload.size() ) << length;
    }

@@ -1,4 +1,4 @@
-// Captures of real packets, where there are any, and what a dissector says of them.
+// Captures of real packets, if there are any, and a dissector's listing of them.
 //
 // A line of the listing has tab-separated columns: file, frame, seconds, sender,
 // destination, type, checksum, detail; of a join/prune the detail is
@@ -64,8 +64,8 @@ inline ListedMessages listedMessages( const std::filesystem::path& directory ) {
    return out;
 }
 
-// By capture and frame a line for each record: its columns from the sender on, with
-// a blank between them.
+// By capture and frame a line for each record: its columns from the sender on,
+// separated by blanks.
 using ListedMemberships =
    std::map<std::string, std::map<int, std::vector<std::string>>>;
 

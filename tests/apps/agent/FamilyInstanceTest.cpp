@@ -76,13 +76,14 @@ class Family : public testing::Test {
       family->configIs( parse( text ) );
       family->router().handleTurnEnd();
    }
-   // A join from a neighbour on the interface: for the group, or for a source of it.
+   // A join of the group, or of one of its sources, by a neighbour on the
+   // interface.
    void join( const char* intf, const char* group = kGroup,
               const char* source = nullptr ) {
       hearJoin( intf, group, source );
       family->router().handleTurnEnd();
    }
-   // The same in the middle of a turn.
+   // As join(), in the middle of a turn.
    void hearJoin( const char* intf, const char* group, const char* source ) {
       hear( intf, group, { encoded( source, source == nullptr ) }, {} );
    }
@@ -151,8 +152,8 @@ class Family : public testing::Test {
    }
 
    Mox::Test::TempRoot root;
-   uint16_t holdtime = 210;  // of what is joined and pruned
-   // A keepalive period has not passed since the boot.
+   uint16_t holdtime = 210;  // for joins and prunes
+   // Less than a keepalive period since the boot.
    Mox::TestClock real{ 100.0 };
    AgentClock clock{ real };
    RouterCounters counters;
@@ -160,7 +161,8 @@ class Family : public testing::Test {
    std::unique_ptr<FamilyInstance> family;
 };
 
-// A review of the tables may be due between an engine's change and the end of the turn.
+// A review of the tables may be due between an engine's change and the end of the
+// turn.
 TEST_F( Family, NoRouteIsPublishedBeforeItsForwarding ) {
    adopted();
    join( "eth1" );
@@ -178,8 +180,8 @@ TEST_F( Family, NoRouteIsPublishedBeforeItsForwarding ) {
    }
 }
 
-// A router that is the RP needs no path to itself: its routes do not count as unresolved,
-// whichever of its addresses the RP has.
+// An RP itself needs no path to the RP: its routes do not count as unresolved,
+// whichever of its addresses is the RP.
 TEST_F( Family, RoutesThatLackAWayAreCounted ) {
    const std::string own =
       with( "[198.51.101.1/24]", "[198.51.101.1/24, 203.0.113.1/24]",
@@ -193,7 +195,7 @@ TEST_F( Family, RoutesThatLackAWayAreCounted ) {
    configIs( kConfig );
    pass( 1 );
    EXPECT_EQ( family->router().writer().tables()->unresolvedRoutes(), 0u );
-   // A count that is damaged keeps none of the others back.
+   // A damaged count does not stop the others.
    Mox::Test::breakStamp( root.path() + "/" +
                              family->router().writer().tables()->name() +
                              "/routeCounter",
@@ -207,8 +209,8 @@ TEST_F( Family, RoutesThatLackAWayAreCounted ) {
    EXPECT_EQ( family->router().writer().tables()->unresolvedRoutes(), 2u );
 }
 
-// Also what the writer does not mark by itself: join and prune states, their times, the
-// upstream join state.
+// Also the values that the writer does not mark by itself: join and prune states,
+// their times, the upstream join state.
 TEST_F( Family, TheTablesHoldWhatStandsInTheModel ) {
    adopted( with( "  require-hello: no\n",
                   "  require-hello: no\n  ssmFilter: .no-ssm-range\n" ) );
@@ -271,7 +273,8 @@ TEST_F( Family, TheTablesHoldWhatStandsInTheModel ) {
    EXPECT_EQ( published()->downstream().size(), 0u ) << "no state goes with it";
 }
 
-// Changes beyond what forwarding follows in time: the tables follow late, not never.
+// More changes than forwarding can follow in time: the tables follow late, but they
+// do.
 TEST_F( Family, AFloodHoldsTheTablesUpForAWhileOnly ) {
    adopted( with( "maxRoutes: 100", "maxRoutes: 10000" ) );
    real.stepIs( 0.006 );  // two routes a slice
@@ -301,8 +304,8 @@ TEST_F( Family, RetiringRemovesTheTables ) {
    for ( const auto& file : files ) EXPECT_FALSE( std::filesystem::exists( file ) );
 }
 
-// Registers wait for the reload like all messages, and come from any of the router's
-// own addresses; what is advertised follows the file.
+// Registers wait for the reload like all messages, and come from any of the
+// router's own addresses. The advertised table follows the file.
 TEST_F( Family, RegistersAndAdvertisesAsTheConfigurationSays ) {
    start( std::string( kConfig ) +
           "  advertised:\n"
@@ -323,8 +326,8 @@ TEST_F( Family, RegistersAndAdvertisesAsTheConfigurationSays ) {
    EXPECT_EQ( family->router().writer().advertised()->coll().size(), 0u );
 }
 
-// Else this router would think itself the DR until the next hello, and forward beside
-// the one that is.
+// Otherwise this router would take itself for the DR until the next hello, and
+// forward beside the real one.
 TEST_F( Family, NeighborsAreKnownAfterARestart ) {
    adopted();
    PimHello hello;
@@ -347,7 +350,7 @@ TEST_F( Family, NeighborsAreKnownAfterARestart ) {
       untilAdopted();
       pass( 170 );
    }
-   // What is left of its hold time, but no less than the time to its next hello.
+   // The rest of its hold time, but no less than the time to its next hello.
    auto expectGoneAfter = [&]( double seconds ) {
       pass( seconds - 1 );
       EXPECT_FALSE( dr( "eth1" ) );
@@ -372,7 +375,7 @@ TEST_F( Family, NeighborsAreKnownAfterARestart ) {
    EXPECT_TRUE( dr( "eth1" ) ) << "it is this router now";
 }
 
-// What comes while the tables are reloaded waits, but not without end.
+// Messages wait during the reload, up to a limit.
 TEST_F( Family, OnlySoManyMessagesWait ) {
    start();
    for ( size_t i = 0; i < VrfRouter::maxWaiting + 2; ++i ) join( "eth1" );

@@ -12,7 +12,7 @@
 namespace Agent {
 namespace {
 
-// The process may open no file more: the kernel cannot be asked.
+// Lets the process open no more files: the kernel cannot be asked.
 class NoFileLeft {
  public:
    NoFileLeft() {
@@ -27,7 +27,7 @@ class NoFileLeft {
    rlimit former_{};
 };
 
-// Who asks again asks the kernel again, and does not find it done.
+// The second request asks the kernel again and is not taken for done.
 TEST( UnreadableRoutes, LeaveTheAgentAsItWas ) {
 #ifdef __SANITIZE_ADDRESS__
    GTEST_SKIP() << "the sanitizers open files to look at an object";

@@ -18,7 +18,7 @@ class Replaying : public testing::Test {
    std::string write( const char* name, const ByteVector& bytes ) const {
       return writeFile( folder.path() + '/' + name, bytes );
    }
-   // The last `cut` bytes are missing.
+   // The capture without its last `cut` bytes.
    Replay::Input capture( const char* name,
                           const std::vector<CapturedByte>& packets,
                           size_t cut = 0 ) const {
@@ -26,8 +26,8 @@ class Replaying : public testing::Test {
       bytes.resize( bytes.size() - cut );
       return { write( name, bytes ), "" };
    }
-   // Plays on for `count` packets; "time input/content", and "cut" where the
-   // capture holds only a part.
+   // Plays `count` packets; notes "time input/content", and "cut" for a part of a
+   // packet.
    void play( Replay& replay, size_t count = 10 ) {
       replay.play(
          clock, [&] { return --count == 0; },

@@ -21,7 +21,7 @@ std::string errorOf( const std::string& text ) {
    return Mox::Test::errorText<ConfigError>( [&] { parse( text ); } );
 }
 
-// The example is the documentation's, so that it stays true.
+// The documentation's own example, so that it stays true.
 TEST( Config, TheDocumentedExampleIsRead ) {
    std::ifstream file( PIMSM_SOURCE_DIR "/doc/configuration.md" );
    std::stringstream page;
@@ -60,7 +60,7 @@ TEST( Config, TheDocumentedExampleIsRead ) {
 }
 
 TEST( Config, FaultsNameFileAndLine ) {
-   // A VRF whose line 5 holds the row's text, indented like the VRF's keys.
+   // A VRF with the row's text on line 5, indented like the VRF's keys.
    const std::string vrf =
       "vrfs:\n- name: default\n  interfaces:\n  - {name: eth0}\n";
    struct Row {
@@ -194,7 +194,7 @@ TEST( Config, WhatIsNoYamlIsRefusedWithItsLine ) {
    EXPECT_EQ( errorOf( "vrfs:\n  - {name: [\n" ).rfind( "agent.yaml:", 0 ), 0u );
    EXPECT_EQ( errorOf( "vrfs:\n\t- name: x\n" ).rfind( "agent.yaml:2: ", 0 ), 0u );
    EXPECT_EQ( errorOf( "vrfs: *nowhere\n" ).rfind( "agent.yaml:1: ", 0 ), 0u );
-   // Deep nesting and a value that holds itself must end.
+   // Deep nesting and a self-containing value must end.
    EXPECT_NE( errorOf( std::string( 100000, '[' ) ), "" );
    EXPECT_NE( errorOf( "vrfs: &a [*a]\n" ), "" );
 }

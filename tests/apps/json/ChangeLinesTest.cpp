@@ -16,8 +16,8 @@ using Json = nlohmann::ordered_json;
 
 class ChangesAsJson : public Watching {};
 
-// All that stands, as if it were new: what `routes` says of it, member by member, but
-// what follows from several records, and times.
+// Reports all records as if they were new, with the members of `routes` except
+// times and values that depend on several records.
 TEST_F( ChangesAsJson, SpeaksTheWordsOfRoutes ) {
    const Mirror& mirror = *mirrors.all()[0];
    std::vector<Json> told, shown;

@@ -15,7 +15,7 @@ class Watching : public testing::Test {
  protected:
    Watching() { mirrors.load(); }
 
-   // Changes the records, whatever the agent would write when.
+   // Changes the records whatever the agent would write.
    template <class Edit>
    void write( const Routing::Pim::RouteKey& key, Edit edit ) {
       RouteRecord record;

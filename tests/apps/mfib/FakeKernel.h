@@ -25,7 +25,7 @@ class FakeKernel : public KernelTable {
    int entryIs( const Entry& entry ) override {
       if ( refused.count( entry.key ) != 0 ) return ENOMEM;
       ++writes;
-      // Silently without the interfaces that it does not have.
+      // Silently drops interfaces that it does not have.
       Entry& kept = entries[entry.key] = entry;
       for ( unsigned vif = 0; vif < kMaxVifs; ++vif )
          kept.outgoing[vif] = kept.outgoing[vif] && vifs.count( vif ) != 0;
@@ -41,7 +41,7 @@ class FakeKernel : public KernelTable {
          StandingEntry told =
             stats.count( key ) ? stats.at( key ) : StandingEntry();
          told.key = key;
-         // As the kernel does: of interfaces that it does not have nothing is told.
+         // Like the kernel, does not list interfaces that it does not have.
          auto incoming = vifs.find( entry.incoming );
          if ( incoming != vifs.end() ) told.incomingIndex = incoming->second;
          for ( const auto& [vif, index] : vifs )

@@ -23,7 +23,7 @@ constexpr const char* kGroup = "239.1.2.3";
 const RouteKey kSg = sgKey( "192.0.2.1", kGroup );
 const RouteKey kWc = wcKey( kGroup );
 
-// An agent's tables, and the forwarding of them: eth0 to eth3 are the vifs 0 to 3.
+// An agent's tables and their forwarding: eth0 to eth3 are the vifs 0 to 3.
 class Forwards : public testing::Test {
  protected:
    void SetUp() override {
@@ -31,7 +31,7 @@ class Forwards : public testing::Test {
          links.linkIs( 10 + i, intfId( "eth" + std::to_string( i ) ) );
       agent.start();
    }
-   // The first process, or one that starts again over what the kernel has.
+   // Starts the first process, or another one over the kernel's entries.
    void start() {
       family.reset();
       manager =
@@ -51,7 +51,7 @@ class Forwards : public testing::Test {
          [this]( const std::string& text ) { said += text + "\n"; } );
       follow( 0.2 );
    }
-   // The process dies; the kernel keeps what it has.
+   // The process dies; the kernel keeps its entries.
    void stop() {
       kept.vifs = kernel->vifs;
       kept.entries = kernel->entries;
@@ -62,7 +62,7 @@ class Forwards : public testing::Test {
       agent.publish();
       follow( 0.0 );
    }
-   // Turns of the loop for so many seconds.
+   // Turns the loop for so many seconds.
    void follow( double seconds ) {
       double end = clock.now() + seconds;
       do {
@@ -135,19 +135,20 @@ TEST_F( Forwards, AnEntryIsItsRoutesInterfaces ) {
    EXPECT_EQ( incoming( kSg ), 3 );
    EXPECT_EQ( kernel->entries.size(), 2u ) << "link-local groups are never routed";
    EXPECT_EQ( kernel->writes, 2 );
-   // Not on the source tree it comes in along the shared one, and follows that.
+   // A route that is not on the source tree comes in along the shared tree, and
+   // follows its changes.
    own.spTree( false );
    publish();
    EXPECT_EQ( incoming( kSg ), 0 );
    shared.rpf( "eth2" );
    publish();
    EXPECT_EQ( incoming( kSg ), 2 );
-   // But a source on a link of the router sends there.
+   // A directly connected source sends on its own link.
    own.attached();
    publish();
    EXPECT_EQ( incoming( kSg ), 3 );
    own.attached( false );
-   // At the RP itself nothing comes in along the shared tree.
+   // At the RP itself the shared tree has no incoming interface.
    shared.rpf( Sm::Test::rpfBy( "" ) );
    publish();
    follow( 1.0 );
@@ -175,7 +176,7 @@ TEST_F( Forwards, TakesAwayOnlyAfterAQuietMoment ) {
    forward( shared, "eth1" );
    publish();
    ASSERT_EQ( outgoing( kWc ), "0 1" );
-   // The route alone is seen first; the shared tree must go on.
+   // The route is seen before its interfaces; the shared tree must go on.
    auto own = sg();
    publish();
    EXPECT_EQ( outgoing( kSg ), "none" );
@@ -207,8 +208,8 @@ TEST_F( Forwards, AStartTakesUpWhatTheKernelHas ) {
    EXPECT_EQ( kernel->writes, 0 );
    EXPECT_EQ( kernel->entries, before );
    stop();
-   // Meanwhile: one route goes, one changes, one comes; another interface goes and is
-   // back under another number, which the kernel's entries do not tell.
+   // Meanwhile one route goes, one changes, one comes. Another interface goes and
+   // is back under another number, which the kernel's entries do not show.
    agent.model->routeDel( kSg );
    forward( shared, "eth2" );
    auto other = vrf.sg( "192.0.2.2", kGroup ).spTree().rpf( "eth0" );
@@ -265,7 +266,8 @@ TEST_F( Forwards, InterfacesThatComeAndGo ) {
    follow( 0.0 );
    EXPECT_EQ( kernel->vifs.at( 1 ), 21u );
    EXPECT_EQ( outgoing( kSg ), "1" );
-   // It goes and is back before anybody tells, and an entry is written meanwhile.
+   // The interface goes and is back before it is reported, and an entry is written
+   // meanwhile.
    kernel->vifs.erase( 1 );
    forward( own, "eth2" );
    publish();
@@ -276,14 +278,14 @@ TEST_F( Forwards, InterfacesThatComeAndGo ) {
    family->handleLinks();
    follow( 0.0 );
    EXPECT_EQ( outgoing( kSg ), "1 2" );
-   // Renamed: another interface is no stand-in.
+   // Renamed: another interface does not take its place.
    links.linkIs( 31, intfId( "lan" ) );
    links.linkDel( 10 );
    family->handleLinks();
    follow( 1.0 );
    EXPECT_EQ( kernel->vifs.count( 1 ), 0u );
    EXPECT_EQ( outgoing( kSg ), "none" ) << "its incoming interface has gone";
-   // More than the kernel takes.
+   // More interfaces than the kernel takes.
    std::vector<Vantu::IntfId> many;
    for ( unsigned i = 0; i <= kMaxVifs; ++i )
       many.push_back( intfId( "m" + std::to_string( i ) ) );
@@ -348,8 +350,8 @@ TEST_F( Forwards, CountersFollowAndGoWithTheirEntries ) {
    EXPECT_EQ( tables()->cache().size(), 0u );
 }
 
-// Whatever the order of changes, deaths and interfaces, the kernel ends with what the
-// routes say.
+// After any order of changes, deaths and interface events, the kernel's entries are
+// those of the routes.
 TEST_F( Forwards, AnyWalkEndsInStep ) {
    const auto seed = std::random_device()();
    SCOPED_TRACE( "seed " + std::to_string( seed ) );
@@ -368,7 +370,7 @@ TEST_F( Forwards, AnyWalkEndsInStep ) {
             break;
          case 1: {
             uint32_t index = 10 + pick( 4 );
-            // The kernel is the first to know.
+            // The kernel notices first.
             kernel->vifs.erase( index - 10 );
             if ( pick( 2 ) == 0 ) publish();
             links.linkDel( index );

@@ -1,8 +1,8 @@
-// What the kernel says, the bounded table of upcalls, the pauses between restarts.
+// The kernel's messages, the bounded table of upcalls, the pauses between restarts.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-// After the C library's own, with which the kernel's agree only in that order.
+// The C library's headers must come before the kernel's.
 #include <linux/mroute.h>
 #include <linux/mroute6.h>
 
@@ -74,7 +74,7 @@ TEST( KernelMessages, UpcallsAreTakenWholeOrNotAtAll ) {
    EXPECT_FALSE( readUpcall( AddressFamily::ipv6, bytes ) );
 }
 
-// A dump's message, with room to spoil.
+// A message of a dump, with fields to damage.
 struct DumpedEntry {
    nlmsghdr header{};
    rtmsg body{};
@@ -123,7 +123,7 @@ TEST( KernelMessages, EntriesOfADump ) {
    EXPECT_FALSE( with( []( auto& e ) { e.group.head.nla_len = 7; } ) );
    EXPECT_FALSE( with( []( auto& e ) { e.group.address[0] = 10; } ) );
    EXPECT_FALSE( with( []( auto& e ) { e.header.nlmsg_len = NLMSG_HDRLEN + 5; } ) );
-   // Hops are read as far as their lengths hold.
+   // Next hops are read as long as their lengths are valid.
    auto hops = [&]( uint16_t length ) {
       return with( [&]( auto& e ) { e.outgoing.hops[1].rtnh_len = length; } )
          ->outgoingIndexes.size();
@@ -162,7 +162,7 @@ TEST( Upcalls, TheOldestGoesForANewOne ) {
       EXPECT_EQ( count( 2 ), 0u ) << "the one not heard of for the longest time";
       EXPECT_EQ( upcalls.dropped(), 1u );
    }
-   // The next process goes on in the same order.
+   // The next process continues in the same order.
    Upcalls upcalls( "test", tables, 3 );
    upcalls.add( key( 5 ), Published::noCacheUpcall, 22.0 );
    EXPECT_EQ( count( 3 ), 0u );

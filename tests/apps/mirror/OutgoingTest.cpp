@@ -1,5 +1,5 @@
-// What explain says of an interface against what the agent's engine wrote there, which
-// is what routes prints.
+// The answers of `explain` about an interface against the agent's engine, whose
+// result `routes` prints.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -14,7 +14,7 @@ namespace {
 
 namespace Sm = Routing::Pim::SparseMode;
 
-// Of a (*,G) route and four (S,G) routes each, at most.
+// The limit of groups, each with a (*,G) route and up to four (S,G) routes.
 constexpr int kGroups = 206;
 constexpr int kIntfs = 6;
 
@@ -25,7 +25,7 @@ std::string ownAddress( int intf ) {
    return "10.0." + std::to_string( intf ) + ".5";
 }
 
-// Any state that the protocol's machines may leave, and some that they may not.
+// Any state that the protocol's machines may produce, and some that they may not.
 class RandomModel {
  public:
    RandomModel( SmTest::Vrf vrf, uint32_t seed ) : vrf_( vrf ), random_( seed ) {
@@ -81,7 +81,7 @@ struct Tally {
    size_t routes = 0, intfs = 0, forwarding = 0, unknown = 0;
 };
 
-// Of every interface of the view.
+// Checks every interface of the view.
 Tally expectAgreement( const Mirror& mirror, bool published ) {
    Tally tally;
    for ( const Sm::Route& route : std::as_const( *mirror.model ).route() ) {
@@ -98,7 +98,7 @@ Tally expectAgreement( const Mirror& mirror, bool published ) {
             continue;
          }
          EXPECT_EQ( *outgoing.forwards, intf.forward() );
-         // What decides may be among what is not known.
+         // The deciding term may be unknown.
          if ( published ) {
             EXPECT_EQ( marks( outgoing ), 1U );
          }
@@ -126,7 +126,7 @@ TEST( Outgoing, AgreesWithWhatTheAgentWroteOnEveryInterface ) {
    while ( !engine.review( [] { return false; } ) ) continue;
    side.publish();
 
-   // What is not told is said to be unknown, and what is known all the same is right.
+   // Unpublished input gives "unknown"; the answers still known are right.
    Tally blind = expectAgreement( *View( root.path() ).all().all()[0], false );
    EXPECT_EQ( blind.routes, 1000U );
    EXPECT_GT( blind.unknown, blind.intfs / 50 );

@@ -42,7 +42,7 @@ class Published : public SmTest::AgentSide {
    Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised;
 };
 
-// Shows the same at every run: the time is `now` whenever it is read.
+// The same state in every run: every reading of the time gives `now`.
 //
 //    default ipv4   two shared trees, a source tree, a source pruned off, an
 //                   unresolved source
@@ -87,8 +87,8 @@ class ShownRouter {
       intf( "eth9", "203.0.113.130", true, 0 );
    }
 
-   // RPs of the VRF default, IPv4, and the default source-specific range. Goes after
-   // publishInterfaces().
+   // RPs of the VRF default, IPv4, and the default source-specific range. Called
+   // after publishInterfaces().
    void publishGroups() {
       ::Published::publishRps( *agent, { { { SmTest::addr( "239.0.0.0" ), 8 },
                                            SmTest::addr( "192.0.2.9" ) },
@@ -100,7 +100,7 @@ class ShownRouter {
                    { Text<32>( "access-rules" ), Text<224>( "0" ) } } );
    }
 
-   // Some of what the agent counts.
+   // Some of the agent's counters.
    void publishProcess() {
       process =
          ::Published::ProcessStatus::mount( ipv4.manager, ::Brane::tableWriter );
@@ -130,7 +130,7 @@ class ShownRouter {
    Mox::Ptr<::Published::ProcessStatus> process;
 
  private:
-   // Deliberately not in the order in which they are shown.
+   // Deliberately in another order than the shown one.
    void fillRegisters() {
       using Routing::Pim::SparseMode::InternalRouteKey;
       auto key = []( const char* source, const char* group ) {

@@ -10,7 +10,8 @@
 namespace Show {
 namespace {
 
-// The whole, in the tool's order: by group and source as numbers, not as texts.
+// The whole list in the tool's order: group and source compare as numbers, not as
+// texts.
 constexpr const char* kBare = "(203.0.113.9, 239.0.0.1)";
 constexpr const char* kWc = "(*, 239.1.2.3)";
 constexpr const char* kTree = "(198.51.100.7, 239.1.2.3)";

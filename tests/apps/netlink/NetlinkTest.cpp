@@ -9,7 +9,7 @@
 namespace Netlink {
 namespace {
 
-// An attribute of that type whose length field may say anything.
+// An attribute of that type with any length field.
 std::vector<uint8_t> attribute( uint16_t type, uint16_t length,
                                 std::vector<uint8_t> value ) {
    nlattr header = { length, type };
@@ -89,10 +89,10 @@ TEST( Dump, TellsOfOneTableOnly ) {
 }
 
 TEST( Dump, ThrowsWhatTheKernelAnswers ) {
-   // A message of no known type.
+   // An unknown message type.
    EXPECT_THROW( dump( RTM_MAX + 1, AF_UNSPEC, []( const Message& ) {} ),
                  std::system_error );
-   // The answer to this one ends as if it had been told whole.
+   // The answer to this request ends like a complete one.
    constexpr uint32_t kNoTable = 987654321;
    EXPECT_THROW( dumpRoutes( AF_INET, kNoTable, []( const Message& ) {} ),
                  std::system_error );

@@ -1,4 +1,4 @@
-// The agent as a program: how it starts, is refused, and ends.
+// The agent as a program: its start, refusals, and end.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -77,7 +77,8 @@ TEST_F( AgentProgram, SaysWhatItCouldNotTakeUp ) {
       << ended.err;
 }
 
-// Some words of each table that hold anything, the headers' too in the last rounds.
+// Damages some words of each table that has records, in the last rounds also the
+// headers.
 void damageTables( const std::string& root, std::mt19937_64& random,
                    bool headers ) {
    for ( const auto& entry :
@@ -99,8 +100,8 @@ void damageTables( const std::string& root, std::mt19937_64& random,
    }
 }
 
-// What can be repaired is, the rest starts empty; the next agent finds nothing left to
-// say.
+// Repairable tables are repaired, the others start empty; the next agent has
+// nothing to report.
 TEST_F( AgentProgram, StartsOverWhateverDamageAndEndsIt ) {
    const uint64_t seed = std::random_device()();
    SCOPED_TRACE( "seed " + std::to_string( seed ) );
@@ -132,7 +133,7 @@ TEST_F( AgentProgram, ExitsAtTheEndOfItsCaptures ) {
    EXPECT_EQ( runToEnd( site.agent( { "--exit-at-end" } ) ).status, 0 );
 }
 
-// The names and labels on which others build alerts.
+// Users build alerts on these names and labels.
 TEST_F( AgentProgram, HasAMetricOfEachKind ) {
    ASSERT_EQ( runToEnd( site.fedAgent( { "--exit-at-end" } ) ).status, 0 );
    const std::string metrics = site.show( { "metrics" } ).out;
@@ -195,7 +196,7 @@ TEST_F( AgentProgram, CountsAMalformedPacket ) {
       << ended.err;
 }
 
-// In `arguments`, words apart by spaces, capitals stand for files.
+// `arguments` are separated by blanks; capitals stand for files.
 struct WrongRow {
    const char* name;
    std::string arguments;

@@ -1,4 +1,4 @@
-// Readers as processes of their own, in every order of starts and deaths.
+// Readers as separate processes, in every order of starts and deaths.
 #include <gtest/gtest.h>
 
 #include <cstring>

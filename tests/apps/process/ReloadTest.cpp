@@ -49,8 +49,8 @@ TEST_F( Reload, VrfsComeAndGoWithTheirTables ) {
    EXPECT_EQ( agent.wait(), 0 );
    EXPECT_EQ( statusOf( "blue" ), 5 );
 
-   // What went from the configuration while no agent ran goes at the next start, but not
-   // for an agent that has none.
+   // VRFs removed from the configuration while no agent ran are removed at the next
+   // start, but not by an agent without a configuration.
    const Mox::Test::Ended played = Mox::Test::runToEnd(
       { PIMSM_AGENT, "--root", site.root(), "--router", "10.0.0.13", "--read",
         demo( "join.pcap" ), "--exit-at-end" } );
@@ -67,13 +67,14 @@ TEST_F( Reload, VrfsComeAndGoWithTheirTables ) {
       site.root() + "/routing6/pim/sparsemode/status/green" ) );
 }
 
-// One that comes while the agent starts, here while it waits for its configuration.
+// A signal that comes during the start, here while the agent waits for its
+// configuration.
 TEST_F( Reload, SignalsWaitForTheAgent ) {
    for ( int signal : { SIGHUP, SIGTERM } ) {
       std::filesystem::remove( path );
       ASSERT_EQ( mkfifo( path.c_str(), 0600 ), 0 );
       Program agent( command() );
-      std::ofstream first( path );  // opened when it reads
+      std::ofstream first( path );  // opened when the agent reads it
       first << "vrfs:\n" + vrf( "red", "192.0.2.1/24" ) << std::flush;
       std::filesystem::remove( path );
       write( "vrfs:\n" + vrf( "green", "192.0.3.1/24" ) );
@@ -102,7 +103,7 @@ TEST_F( Reload, NobodyNeedReadWhatTheAgentSays ) {
    EXPECT_EQ( agent.wait(), 0 );
 }
 
-// Of two new VRFs the second finds a file in its tables' way.
+// Of two new VRFs, the second finds a file in place of its tables.
 TEST_F( Reload, AVrfThatCannotBeMountedBringsNoOther ) {
    write( "vrfs:\n" + vrf( "red", "192.0.2.1/24" ) );
    Program agent( command() );
@@ -115,7 +116,7 @@ TEST_F( Reload, AVrfThatCannotBeMountedBringsNoOther ) {
       << agent.err();
    EXPECT_EQ( statusOf( "red" ), 0 );
    EXPECT_EQ( statusOf( "green" ), 3 );
-   // Nor is a trace left of the one that got half its tables.
+   // No trace is left of the one with half its tables either.
    for ( const char* name : { "green", "bad" } )
       EXPECT_FALSE( std::filesystem::exists(
          site.root() + "/routing/pim/sparsemode/status/" + name ) )

@@ -1,4 +1,5 @@
-// A router with tables of its own: its agents, readers and what the show tool says.
+// A router with tables of its own: its agents, its readers and the show tool's
+// output.
 #pragma once
 
 #include <cctype>
@@ -44,7 +45,7 @@ class Site {
    Program::Arguments agent( const Program::Arguments& more = {} ) const {
       return command( { PIMSM_AGENT, "--config", demo( "agent.yaml" ) }, more );
    }
-   // The same, fed with both links' captures.
+   // As above, fed with both links' captures.
    Program::Arguments fedAgent( const Program::Arguments& more = {} ) const {
       Program::Arguments read = { "--read", "eth1=" + demo( "eth1.pcap" ), "--read",
                                   "eth2=" + demo( "eth2.pcap" ) };
@@ -55,8 +56,8 @@ class Site {
    Ended show( const Program::Arguments& more = {} ) const {
       return Mox::Test::runToEnd( command( { PIMSM_SHOW }, more ) );
    }
-   // What the tool shows but for what changes with time: ages, the widths that they
-   // make, and whether an agent runs.
+   // The tool's output without the parts that change with time: ages, the column
+   // widths that depend on them, and whether an agent runs.
    std::string routes() const {
       std::string out;
       for ( const std::string& line : linesOf( show().out ) ) {

@@ -1,5 +1,5 @@
-// The agent killed again and again, at any moment of its start, its reload and its
-// work, under readers that check all they hear of.
+// The agent is killed again and again, at any moment of its start, its reload and
+// its work, while readers check all notifications.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -22,20 +22,21 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Timers = std::map<RouteIntfKey, Published::Downstream>;
 
-// As the tables count it.
+// The tables' clock.
 double now() {
    return std::chrono::duration<double>( Clock::now().time_since_epoch() ).count();
 }
 
-// What both families' tables hold.
+// The content of both families' tables.
 struct Content {
    std::map<RouteKey, Sm::Brane::Route> routes;
    std::map<RouteIntfKey, Sm::Brane::Intf> intfs;
 
-   // Without what a kill leaves half done: an interface without its route, a route
-   // that was about to go with its last interface, and what the forwarding engine had
-   // not yet made of joins: of routes that come and go whether they forward, of all the
-   // upstream state, of which a change alone is not written.
+   // Without the states that a kill leaves half done: an interface without its
+   // route, and a route that was about to go with its last interface. Also without
+   // the forwarding engine's pending results of joins: of routes that come and go
+   // the `forward` of their interfaces, and of all routes the upstream state, whose
+   // change alone is not written.
    Content settled() const {
       Content out;
       for ( const auto& [key, record] : intfs ) {
@@ -54,8 +55,8 @@ struct Content {
       if ( !isStanding( intf.key.routeKey ) ) intf.forward = false;
       return intf;
    }
-   // With the one write that a kill may have stopped between the store that makes it last
-   // and the one that shows it to readers: `next`, which took it up, has it.
+   // With the one write that a kill may have stopped between the store that makes
+   // it permanent and the one that shows it to readers: `next` contains it.
    Content withTheLastWriteOf( const Content& next ) const {
       Content out = *this;
       const Content taken = next.settled();
@@ -85,7 +86,7 @@ struct Content {
       }
       return out;
    }
-   // When its join runs out by what the last one said.
+   // When its join ends according to the last message.
    double joinEndOf( const RouteIntfKey& key ) const {
       auto found = intfs.find( key );
       const unsigned holdtime = holdtimeOf( numberOf( key.routeKey ) );
@@ -94,8 +95,8 @@ struct Content {
          return std::numeric_limits<double>::infinity();
       return found->second.lastJoinReceived + holdtime;
    }
-   // When the interface stops forwarding by what the messages said. The timers are no
-   // older than the states.
+   // When the interface stops forwarding according to the messages. The timers are
+   // no older than the states.
    double endOf( const RouteIntfKey& key, const Timers& timers ) const {
       double end = joinEndOf( key );
       if ( auto kept = timers.find( key ); kept != timers.end() ) {
@@ -118,7 +119,7 @@ struct Content {
       return routes.count( key.routeKey ) != 0 && found != intfs.end() &&
              found->second.joinState != Sm::Intf::noInfo;
    }
-   // Without a route of its own the source's traffic takes the group's.
+   // Traffic of a source without a route follows the group's.
    bool forwards( const RouteIntfKey& key ) const {
       auto found =
          intfs.find( routes.count( key.routeKey ) != 0 ? key : sharedOf( key ) );
@@ -132,7 +133,7 @@ struct Content {
    }
 };
 
-// The records that only one of the two has.
+// The records that only one of the two contains.
 std::string difference( const Content& before, const Content& after,
                         AddressFamily family ) {
    std::set<std::string> former = before.texts( family );
@@ -144,7 +145,7 @@ std::string difference( const Content& before, const Content& after,
    return out;
 }
 
-// The tables as this process reads them, past any model.
+// The tables as this process reads them, without a model.
 class RawTables {
  public:
    explicit RawTables( const std::string& root )
@@ -170,7 +171,7 @@ class RawTables {
       }
       return out;
    }
-   // Changes that the tables have seen.
+   // The number of changes in the tables.
    uint64_t changes() const {
       uint64_t sum = 0;
       for ( const auto& tables : tables_ ) {
@@ -180,7 +181,7 @@ class RawTables {
       return sum;
    }
    uint32_t capacity() const { return tables_[0]->route().reader()->capacity(); }
-   // Every record verified and by the rule.
+   // All records, verified and checked by the rule.
    Content content() const {
       Content out;
       for ( const auto& tables : tables_ ) {
@@ -232,7 +233,7 @@ class Storm : public testing::Test {
    void config( unsigned maxRoutes, unsigned maxRouteIntfs ) {
       site.write( "agent.yaml", configText( maxRoutes, maxRouteIntfs ) );
    }
-   // An agent that only takes up what stands, and one that replays as well.
+   // An agent that only reloads, and one that also replays.
    Program::Arguments quiet() const {
       return { PIMSM_AGENT, "--config", site.root() + "/agent.yaml", "--root",
                site.root() };
@@ -261,7 +262,7 @@ class Storm : public testing::Test {
       ASSERT_EQ( program.wait(), -SIGKILL ) << program.err();
       ++kills;
    }
-   // After some changes, or, now and then, at any moment from the start on.
+   // Kills after some changes or, now and then, at any moment from the start on.
    void killSomewhere( Program& agent, uint64_t changesOfALife ) {
       if ( pick( 3 ) == 0 ) {
          for ( unsigned turns = pick( 60000 ); turns > 0; --turns )
@@ -284,7 +285,7 @@ class Storm : public testing::Test {
          [&] { return reader->out().find( "ready\n" ) != std::string::npos; } ) )
          << reader->err();
    }
-   // What it says next when asked.
+   // The reader's next answer.
    std::string ask( Program& reader ) {
       size_t before = reader.out().size();
       reader.signal( SIGUSR1 );
@@ -308,7 +309,7 @@ class Storm : public testing::Test {
       }
    }
 
-   // The same records, but for what a kill leaves half done.
+   // Expects the same records, except for those that a kill leaves half done.
    void expectKept( const Content& left, const Content& now ) {
       const Content before = left.withTheLastWriteOf( now ).settled();
       for ( AddressFamily family : families ) {
@@ -317,7 +318,8 @@ class Storm : public testing::Test {
          EXPECT_TRUE( differs.empty() ) << differs.substr( 0, 4000 );
       }
    }
-   // An agent takes up the tables: they, its model and the readers' hold what stood.
+   // An agent reloads the tables: the tables, its model and the readers have the
+   // same content.
    Content expectReloadKeeps( const Content& left ) {
       Program agent( quiet() );
       EXPECT_TRUE( agent.untilErr( "vrf default ipv6:" ) ) << agent.err();
@@ -334,12 +336,13 @@ class Storm : public testing::Test {
       kill( agent );
       return now;
    }
-   // What forwarded does, until its time is up. Returns how many there are.
+   // Expects forwarding interfaces to forward until their time is up. Returns their
+   // number.
    unsigned expectForwarding( const Content& left, const Timers& timers,
                               const Content& content, double at ) {
       unsigned forwarding = 0;
       for ( const auto& [key, intf] : left.intfs ) {
-         // What a kill left half removed has no join any more.
+         // A record that a kill left half removed has no join any more.
          if ( !intf.forward || left.endOf( key, timers ) <= at ||
               !( left.joined( key ) || left.joined( Content::sharedOf( key ) ) ) )
             continue;
@@ -348,7 +351,7 @@ class Storm : public testing::Test {
       }
       return forwarding;
    }
-   // Has all gone whose time ran out before, or is pending?
+   // Have all records gone whose time ran out before, or is pending?
    bool over( const Content& left, const Timers& timers ) const {
       for ( const auto& [key, timer] : tables->timers() ) {
          if ( timer.prunePendingUntil != 0.0 || timer.rptPendingUntil != 0.0 )
@@ -379,7 +382,8 @@ class Storm : public testing::Test {
       }
    }
 
-   // The first life, to its end: what it published, in how many changes.
+   // The first life, to its end: returns its published content and the number of
+   // changes.
    uint64_t liveOnce() {
       Program agent( busy() );
       EXPECT_TRUE( agent.untilErr( "vrf default ipv6:" ) ) << agent.err();
@@ -425,7 +429,7 @@ TEST_F( Storm, LosesNothingHoweverOftenTheAgentIsKilled ) {
       }
       Content left = tables->content();
       expectAllStand( left );
-      if ( pick( 2 ) == 0 ) {  // the one that takes up dies of it as well
+      if ( pick( 2 ) == 0 ) {  // the agent that reloads is killed as well
          Program agent( quiet() );
          killSomewhere( agent, 20 );
          expectKept( left, tables->content() );
@@ -455,7 +459,7 @@ TEST_F( Storm, NoInterfaceStopsForwardingByAKill ) {
       }
       Program next( quiet() );
       ASSERT_TRUE( next.untilErr( "vrf default ipv6:" ) ) << next.err();
-      // In the end what ran out goes, and nothing else.
+      // In the end expired records go, and no others.
       const bool last = kills + 2 >= wanted;
       auto end = Clock::now() + Program::deadline;
       while ( last && !over( left, timers ) && Clock::now() < end )
@@ -494,7 +498,7 @@ TEST_F( Storm, KeepsEveryRouteWhenItsLimitsChange ) {
    }
 }
 
-// Tables as another version of the agent left them, and as a reboot does.
+// Tables left by another version of the agent, and by a reboot.
 TEST_F( Storm, KeepsRoutesOverAnUpgradeButNotOverAReboot ) {
    startReaders();
    liveOnce();

@@ -18,7 +18,7 @@ namespace {
 using Mox::Test::Ended;
 using Mox::Test::Program;
 
-// The options' words, apart by spaces; '' is an empty one.
+// `options` are separated by blanks; '' is an empty one.
 Ended show( const std::string& root, const std::string& options = "" ) {
    Program::Arguments command = { PIMSM_SHOW, "--root", root };
    std::istringstream words( options );
@@ -27,7 +27,7 @@ Ended show( const std::string& root, const std::string& options = "" ) {
    return Mox::Test::runToEnd( command );
 }
 
-// One line on standard error that says what to do, nothing else.
+// Expects one line on standard error with the remedy, and nothing else.
 void expectComplaint( const Ended& ended, int status, const std::string& says ) {
    EXPECT_EQ( ended.status, status ) << ended.err;
    EXPECT_EQ( ended.out, "" );
@@ -42,7 +42,7 @@ size_t countLines( const std::string& text ) {
 
 class ShowProgram : public testing::Test {
  protected:
-   ShowProgram() { unsetenv( "COLUMNS" ); }  // a thing a line
+   ShowProgram() { unsetenv( "COLUMNS" ); }  // each item on one line
 
    Mox::Test::TempRoot empty;
 };
@@ -70,7 +70,7 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
    const AskedRow rows[] = {
       { "", 0, 24, "vrf default ipv4: 5 routes, agent running" },
       { "routes", 0, 24, "vrf default ipv4: 5 routes, agent running" },
-      { "--vrf red", 0, 1, "red" },  // asked for nothing that is not there
+      { "--vrf red", 0, 1, "red" },  // nothing missing was asked for
       { "status", 0, 0, "forwarding process unknown" },
       { "check", 1, 0, "unresolved-rpf   (203.0.113.9, 239.0.0.1)" },
       { "check --vrf red", 0, 2, "As of the agent's last write, " },
@@ -115,14 +115,14 @@ TEST_F( ShowShownRouter, AnswersAndSaysByItsStatusWhetherItFound ) {
    }
 }
 
-// A route that nothing has asked for yet still comes in by an interface.
+// A route without any joins yet still has an incoming interface.
 TEST_F( ShowShownRouter, AnIncomingInterfaceAloneIsAnAnswer ) {
    router.red.vrf().sg( "192.0.2.9", "239.5.5.5" ).spTree().rpf( "eth7" );
    router.red.publish();
    EXPECT_EQ( shown( "interfaces --vrf red --group 239.5.5.5" ).status, 0 );
 }
 
-// How many routes of default IPv4, default IPv6 and red match.
+// The numbers of matching routes in default IPv4, default IPv6 and red.
 TEST_F( ShowShownRouter, CountsWhatEachFilterTakes ) {
    const std::tuple<const char*, const char*, int> rows[] = {
       { "", "5 1 0", 0 },
@@ -167,7 +167,7 @@ TEST_F( ShowShownRouter, SaysThatItCannotWrite ) {
       { "/bin/sh", "-c",
         "exec " PIMSM_SHOW " --root " + router.root.path() + " >/dev/full" } );
    expectComplaint( ended, 9, "cannot write the output" );
-   // Beyond the limit of a file's size; what was begun goes.
+   // The file would exceed the size limit; its beginning is removed.
    const std::string file = empty.path() + "/metrics";
    expectComplaint( Mox::Test::runToEnd(
                        { "/bin/sh", "-c",
@@ -177,7 +177,7 @@ TEST_F( ShowShownRouter, SaysThatItCannotWrite ) {
    EXPECT_TRUE( std::filesystem::is_empty( empty.path() ) );
 }
 
-// In the table of routes, of what the agent publishes beside it, of registers.
+// Damages the tables of routes, of the agent's other state, and of registers.
 TEST_F( ShowShownRouter, LeavesOutWhatDoesNotVerifyAndSaysSoByItsStatus ) {
    router.publishInterfaces();
    const auto fileOf = [&]( const std::string& entity, const char* table ) {
@@ -189,7 +189,7 @@ TEST_F( ShowShownRouter, LeavesOutWhatDoesNotVerifyAndSaysSoByItsStatus ) {
    Ended ended = shown( "interfaces -4 --vrf default --iface eth3" );
    EXPECT_EQ( ended.status, 8 );
    EXPECT_EQ( ended.out.find( "192.0.2.130" ), std::string::npos ) << ended.out;
-   // A source that never sent.
+   // A key that was never written.
    Mox::Test::breakSlot( fileOf( router.ipv4.path, "route" ),
                          SmTest::sgKey( "203.0.113.9", "239.0.0.1" ),
                          Mox::Test::kBeforeRecord + 5 );
@@ -283,7 +283,7 @@ TEST_F( ShowShownRouter, RefusesALayoutThatIsNotItsOwn ) {
    std::string route = root + '/' + router.ipv4.path + "/route";
    ASSERT_TRUE( std::filesystem::exists( route ) );
    {
-      // The word behind the magic: the layout's version.
+      // The word behind the magic word is the layout's version.
       std::fstream file( route, std::ios::in | std::ios::out | std::ios::binary );
       file.seekp( 8 );
       file.put( 99 );
@@ -367,7 +367,7 @@ TEST_F( ShowShownRouter, PrintsWhatIsSoundBesideWhatIsNot ) {
    EXPECT_EQ( shown( "-4" ).status, 0 );
 }
 
-// The agent does not remove what it did not make.
+// The agent does not remove files that it did not make.
 TEST_F( ShowShownRouter, SaysWhatIsToBeRemoved ) {
    const std::string table =
       router.root.path() + '/' + router.ipv4.path + "/routeIntf";
@@ -379,7 +379,7 @@ TEST_F( ShowShownRouter, SaysWhatIsToBeRemoved ) {
    expectComplaint( shown( "-4 --vrf default" ), 3, "remove it" );
 }
 
-// Nothing in a file makes it hang or crash, whatever it makes of it.
+// No file content makes the tool hang or crash.
 TEST_F( ShowShownRouter, SurvivesTablesOfAnyLength ) {
    std::string route = router.root.path() + '/' + router.ipv4.path + "/route";
    std::string copy = empty.path() + '/' + router.ipv4.path;
@@ -418,7 +418,7 @@ TEST_F( ShowProgram, ShowsWhatAGoneAgentLeft ) {
       << "not found says more than gone";
 }
 
-// The member of an envelope's address family.
+// The member in an envelope's address family.
 const nlohmann::json& dataOf( const nlohmann::json& envelope, const char* member ) {
    return envelope.at( "data" )
       .at( "ietf-network-instance:network-instances" )
@@ -490,7 +490,7 @@ void addShapes( SmTest::Vrf vrf ) {
       pruned.rptState( state )->lastRptPruneReceivedIs( 1 );
       wc.intf( pruned->intfId().name() ).joined();
    }
-   // Each thing that keeps an interface out.
+   // One route for each reason that keeps an interface out.
    auto kept = vrf.sg( "192.0.2.98", "239.9.0.1" ).spTree().rpf( "eth9" );
    for ( const char* name : { "eth7", "eth8", "eth9" } ) kept.intf( name );
    kept.intf( "eth8" ).joined().lostAssertTo( "192.0.2.66" );
@@ -503,7 +503,7 @@ void addShapes( SmTest::Vrf vrf ) {
    wc.intf( "eth5" ).joined().lostAssertTo( "192.0.2.66" );
 }
 
-// Says what yanglint says; skips without it, or without the IETF modules.
+// Runs yanglint; skips without it, or without the IETF modules.
 TEST_F( ShowShownRouter, JsonIsValidByItsYangModules ) {
    router.publishInterfaces();
    router.publishGroups();

@@ -1,5 +1,5 @@
-// The agent is killed at each store that it makes while it takes up the tables of its
-// predecessor and goes on from there.
+// The agent is killed at each of its stores while it takes over its predecessor's
+// tables and continues from there.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -14,7 +14,7 @@ namespace {
 
 using ::Brane::Test::KillPoints;
 
-// Interfaces whose route has gone.
+// Interfaces without a route.
 size_t orphansIn( const Content& content ) {
    return static_cast<size_t>( std::count_if(
       content.intfs.begin(), content.intfs.end(), [&]( const auto& entry ) {
@@ -29,7 +29,7 @@ struct SmallAgent : AgentSide {
       model->maxRouteIntfsIs( 24 );
       mount();
    }
-   // One entry a slice, the writer beside it as in the agent.
+   // One entry a slice, with the writer beside it as in the agent.
    void takeUp() {
       restart = Brane::routeBraneRestartSmFactory( model, tables, role, &clock );
       restart->reviewQuantumIs( 0 );
@@ -53,8 +53,8 @@ class ExportKill : public testing::Test {
       return { path + "/route", path + "/routeIntf" };
    }
 
-   // A (*,G), three (S,G), three interfaces each, and six interfaces whose routes have
-   // gone: what an agent leaves that dies while it removes two.
+   // A (*,G), three (S,G), three interfaces each, and six interfaces whose routes
+   // have gone: the tables of an agent killed while it removes two routes.
    void leave() {
       SmallAgent former( clock, root.path() );
       former.start();
@@ -81,7 +81,7 @@ class ExportKill : public testing::Test {
       agent.publish();
    }
 
-   // Puts the tables there as the kill left them.
+   // Writes the tables as the kill left them.
    void lay( const KillPoints::Image& image ) {
       for ( size_t i = 0; i < image.size(); ++i ) {
          std::filesystem::path file = files( dead.path() )[i];
@@ -91,7 +91,7 @@ class ExportKill : public testing::Test {
       }
    }
 
-   // What stood throughout is there, old or new.
+   // Checks that every record that stood throughout is there, old or new.
    void check( const Content& seen ) const {
       check( seen.routes, before.routes, after.routes );
       check( seen.intfs, before.intfs, after.intfs );
@@ -106,7 +106,8 @@ class ExportKill : public testing::Test {
          EXPECT_TRUE( found->second == record || found->second == later->second );
       }
    }
-   // Every route of the tables is in the model with all its interfaces, and nothing else.
+   // Checks that the model has every route of the tables with all its interfaces,
+   // and no others.
    static void checkLoaded( const SmallAgent& agent, Content held ) {
       std::erase_if( held.intfs, [&]( const auto& entry ) {
          return !held.routes.contains( entry.first.routeKey );
@@ -116,7 +117,7 @@ class ExportKill : public testing::Test {
          EXPECT_TRUE( route.initialized() );
    }
 
-   // The next agent, itself killed at each store of its reload where `deep`.
+   // Runs the next agent, killed itself at each store of its reload if `deep`.
    void goOn( const KillPoints::Image& image, bool deep ) {
       ++points;
       lay( image );
@@ -134,7 +135,7 @@ class ExportKill : public testing::Test {
             agent->takeUp();
          } );
          check( taken );
-         // The next writer brings to its end what was half done, and loses nothing.
+         // The next writer finishes half-done changes, and loses nothing.
          for ( const auto& [key, record] : seen.routes ) {
             EXPECT_TRUE( taken.routes.contains( key ) ) << key;
          }

@@ -1,4 +1,4 @@
-// What the oracle's states leave out: neighbours that are missing altogether, the
+// Cases outside the oracle's states: neighbours that are missing altogether, the
 // fatal assertion, traces, and the letters that macros put into a route's flags.
 #include <gtest/gtest.h>
 
@@ -43,7 +43,7 @@ constexpr struct {
 };
 #undef NAMED
 
-// The macros that hold.
+// The macros that are true.
 Mox::String truths( const Intf& intf ) {
    Mox::String names;
    for ( const auto& answer : kAnswers )
@@ -51,7 +51,7 @@ Mox::String truths( const Intf& intf ) {
    return names;
 }
 
-// Asks a record in each way to have no neighbours.
+// Checks a record in each way of having no neighbours.
 void expectAlone( IntfBuilder intf ) {
    EXPECT_EQ( truths( *intf ), "iAmDr " );
    intf.joined().include();
@@ -88,7 +88,7 @@ TEST( MacrosAlone, WithoutRouteStatusOrPimStatus ) {
    expectAlone( vrf.sg( "192.0.2.1", "233.252.0.1" ).intf( "eth1" ) );
 }
 
-// Without a route the RPF interface is the empty one, which here is the record's.
+// Without a route the RPF interface is the empty one, here the record's own.
 TEST( MacrosAlone, NamelessInterfaceIsTheMissingRpfInterface ) {
    IntfBuilder intf( new Intf( Vantu::IntfId(), nullptr ) );
    EXPECT_EQ( truths( *intf ), "iAmDr " );
@@ -112,7 +112,7 @@ TEST( MacrosOfSg, RefuseWildcardRoutes ) {
    EXPECT_EQ( assertionText( [&] { intf->lostAssertSg(); } ), "" );
 }
 
-// Whose RPF stands for the shared tree's is a matter of the flag, not of the key.
+// The flag, not the key, decides whose RPF stands for the shared tree's.
 TEST( MacrosOfSg, WildcardFlagAloneMakesTheRpfTheSharedTrees ) {
    Vrf vrf;
    vrf.wc( "233.252.0.1" ).rpf( "eth0" ).intf( "eth1" ).joined();
@@ -147,7 +147,7 @@ TEST( MacroTraces, ExactTextsAtLevelEight ) {
    EXPECT_EQ( trace.take(), ( TraceCapture::Lines{
                                "Pimsm 8 isInferiorAssertSg mine [S] 192.0.2.5 "
                                "[110/20] foreign [S] 192.0.2.7 [100/1]" } ) );
-   // On the RPF interface the answer is known before the winner is looked at.
+   // On the RPF interface the answer is known before the winner is read.
    sg.rpf( "eth1" );
    EXPECT_FALSE( intf->lostAssertSg() );
    EXPECT_EQ( trace.take(), TraceCapture::Lines{ rpfTest } );

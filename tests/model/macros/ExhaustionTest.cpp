@@ -1,9 +1,9 @@
 // Compares every macro with the oracle: over the whole product of the states that
-// its axes span, and over random states of everything, where it is shown as well
-// that nothing but its axes matters and that a call allocates nothing.
+// its axes span, and over random states of everything. The latter also show that
+// nothing but the axes matters and that a call allocates nothing.
 //
-// PIMSM_ORACLE=full or brief says whether every value of an axis is walked or those
-// that stand for all; release builds walk all, others, slower ones, do not.
+// PIMSM_ORACLE=full or brief chooses all values of an axis, or only its
+// representatives. Release builds default to full, the slower others to brief.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -42,7 +42,7 @@ class Totals : public testing::Environment {
 const testing::Environment* const kTotals =
    testing::AddGlobalTestEnvironment( new Totals );
 
-// A World with the way that led to it, to be named in failures.
+// A World and the path that led to it, to be named in failures.
 struct Walker {
    World world;
    std::vector<std::pair<const char*, int>> trail = {};
@@ -58,7 +58,8 @@ struct Walker {
    }
 };
 
-// Visits the product of the axes from the n-th on; stops when `visit` says false.
+// Visits the product of the axes from the n-th on; stops when `visit` returns
+// false.
 template <class Visit>
 bool walk( const Axes& axes, bool all, Walker& walker, Visit visit, size_t n = 0 ) {
    if ( n == axes.size() ) return visit();
@@ -120,7 +121,7 @@ TEST_P( MacroTest, AgreesOverTheProduct ) {
    total.comparisons += states;
    std::cout << macro.name << ": " << states << ( all ? "" : " representative" )
              << " states of " << macro.axes.size() << " facts";
-   // What the product leaves to the samples is said.
+   // Names the axes that are only sampled.
    const char* before = ", by representatives of ";
    for ( const Axis& axis : macro.axes ) {
       if ( !all || !axis.thinned ) continue;
@@ -161,7 +162,7 @@ Mox::String macroName( const testing::TestParamInfo<int>& info ) {
 INSTANTIATE_TEST_SUITE_P( Each, MacroTest,
                           testing::Range( 0, int( macros().size() ) ), macroName );
 
-// Without any one of its rows the table of departures would be wrong.
+// Each row of the table of departures is needed.
 class DepartureTest : public testing::TestWithParam<int> {};
 
 TEST_P( DepartureTest, Matters ) {

@@ -1,5 +1,5 @@
 // Two routers on one LAN, each with a model of its own, walk through an assert as
-// their assert machines would (RFC 7761, 4.6), told apart macro by macro.
+// their assert machines would (RFC 7761, 4.6), compared macro by macro.
 //
 //      source / RP             near: 192.0.2.1, path [110/10]
 //       |       |              far:  192.0.2.9, path [110/20]
@@ -17,8 +17,8 @@ namespace {
 constexpr const char* kSource = "198.51.100.7";
 constexpr const char* kGroup = "233.252.0.1";
 
-// What the (S,G) record on the LAN answers, as letters: could assert, tracks, lost,
-// in the immediate and in the inherited list.
+// The (S,G) record's answers on the LAN, as letters: could assert, tracks, lost, in
+// the immediate and in the inherited list.
 Mox::String answers( const Intf& intf ) {
    Mox::String letters;
    auto add = [&]( bool holds, char letter ) {
@@ -32,7 +32,7 @@ Mox::String answers( const Intf& intf ) {
    return letters;
 }
 
-// What a received metric is: preferred, acceptable, inferior.
+// The verdict on a received metric: preferred, acceptable, inferior.
 Mox::String verdict( const Intf& intf, const AssertMetric& metric ) {
    const bool wc = intf.parentRoute()->wildCard();
    Mox::String letters;
@@ -89,7 +89,7 @@ TEST_F( Lan, SourceAssertFromBothWinningToOneLoserAndBack ) {
    EXPECT_TRUE( far.lan->lostAssertSgRpt() );
    EXPECT_FALSE( far.sg->joinDesiredSg() );
    EXPECT_TRUE( near.sg->joinDesiredSg() );
-   // Repeated, it is acceptable and no news.
+   // Repeated, it is acceptable and changes nothing.
    EXPECT_EQ( verdict( *far.lan, nears ), "A" );
 
    // The winner's path goes: it cannot assert, and cancels.

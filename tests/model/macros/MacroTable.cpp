@@ -44,7 +44,7 @@ Axes operator+( Axes left, const Axes& right ) {
    return left;
 }
 
-// Only the values that stand for all.
+// Keeps only the representatives of each axis.
 Axes thin( Axes axes ) {
    for ( Axis& axis : axes )
       if ( !axis.few.empty() ) {
@@ -59,8 +59,8 @@ void wcStateIs( World& world, int value ) {
    world.ports[0].wc.record = WcState( value ) == WcState::record;
 }
 
-// The (*,G) side of port 0 in one: without route, without record, or a record with
-// every join, inclusion and winner.
+// The (*,G) side of port 0 as one axis: without route, without record, or a record
+// with every join, inclusion and winner.
 void wcSideIs( World& world, int value ) {
    const int state = value < 2 ? value + 1 : 0;
    const int index = value < 2 ? 0 : value - 2;
@@ -189,7 +189,7 @@ AXIS( port2, kOthers, portIs<2>( w, v ), upTo( kPortClasses ), 0, 2, 3 );
 AXIS( elsewhere, kOthers, portIs<1>( w, v ), upTo( 3 ) );
 #undef AXIS
 
-// Of what each macro is a function; the slowest to change first.
+// The facts that each macro depends on; the slowest to change comes first.
 const Axes lostWc = pim + wcRpfAny + wcWinner;
 const Axes lostSg = pim + sgRpfAny + upJoined + sgWinner;
 const Axes lostSgRpt = wcState + pim + wcRpfAny + sgRpfAny + spt + sgWinner;

@@ -1,5 +1,5 @@
-// Every macro under test: how to ask it, what the oracle says, and of what it is a
-// function: the axes of the product over which the two are compared.
+// Every macro under test: its call, the oracle's answer, and its axes, over whose
+// product the two are compared.
 #pragma once
 
 #include <ostream>
@@ -14,10 +14,10 @@ namespace Routing::Pim::SparseMode::Test {
 // One fact of a World that varies.
 struct Axis {
    const char* name;
-   uint32_t slots;  // which facts it settles
+   uint32_t slots;  // the facts that it sets
    void ( *set )( World&, int );
    std::vector<int> values;
-   std::vector<int> few = {};  // those that stand for all; empty for all
+   std::vector<int> few = {};  // the representatives; empty: all
    bool thinned = false;       // `few` in place of all, in the full run too
 };
 using Axes = std::vector<Axis>;
@@ -26,7 +26,7 @@ using Value = std::variant<bool, uint32_t, Metric>;
 
 struct Macro {
    const char* name;
-   bool wc;  // asked of a (*,G) record or route
+   bool wc;  // for a (*,G) record or route
    Value ( *model )( const Model& );
    Value ( *oracle )( const Oracle& );
    Axes axes;
@@ -39,9 +39,9 @@ const std::vector<Macro>& macros();
 // The whole product: each fact by itself.
 const Axes& allAxes();
 
-// Both records of port 0, and (*,G) state around them.
+// Both records of port 0, with (*,G) state around them.
 World worldFor( const Macro& macro );
-// Puts back what the macro's contract asks for.
+// Restores the conditions of the macro's contract.
 void keepContract( const Macro& macro, World& world );
 
 }

@@ -1,5 +1,5 @@
-// Holds a World as entities, and turns one World into the next by touching only
-// what differs, so that millions can be walked.
+// Holds a World as entities, and turns one World into the next by changing only the
+// differences, so that millions can be walked.
 #pragma once
 
 #include <optional>
@@ -150,7 +150,7 @@ class Model {
       intf->rptStateIs( rpts[int( facts.rpt )] );
       intf->localReceiverIncludeIs( facts.include );
       intf->localReceiverExcludeIs( facts.exclude );
-      // No macro reads assertState: it is left to say the contrary.
+      // No macro reads assertState, so it is set to a contradicting value.
       intf->assertInfoIs(
          { facts.winner == Winner::me ? iAmAssertLoser : iAmAssertWinner,
            modelMetric( metricBeside( facts.winner, wc, i, port.pim ) ) } );

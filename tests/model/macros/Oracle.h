@@ -193,7 +193,7 @@ class Oracle {
       if ( has( couldAssertSg(), i ) ) return sptAssertMetric( i );
       return myAssertMetricWc( i );
    }
-   // Nothing is said of the infinite metric: the order alone settles it.
+   // The infinite metric has no rule of its own: the order alone decides.
    Metric received() const {
       return receivedMetric( w_.received, w_.ports[0].pim );
    }
@@ -249,7 +249,7 @@ class Oracle {
          if ( holds( i ) ) set |= 1U << i;
       return set;
    }
-   // Without upstream record nothing comes in.
+   // Without an upstream record there is no incoming interface.
    static Set incoming( const Upper& upper, const Path& path ) {
       if ( !path.record ) return 0;
       return upper.border ? 1U << kBorderPort : at( path );

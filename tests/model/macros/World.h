@@ -1,5 +1,5 @@
-// All that the protocol macros can see of one VRF, as plain data: a (*,G) and an
-// (S,G) route of one group over up to three interfaces.
+// The inputs of the protocol macros in one VRF, as plain data: a (*,G) and an (S,G)
+// route of one group over up to three interfaces.
 //
 //     source                RP
 //          \                /
@@ -12,8 +12,7 @@
 //            |
 //        receivers and rivals; this router is 192.0.2.5 on port 0, 192.0.3.5 on ..
 //
-// The values of an enumeration begin with those that stand for all others where
-// only a part can be walked.
+// Each enumeration begins with its representatives, for walks over only a part.
 #pragma once
 
 #include <array>
@@ -33,9 +32,9 @@ enum class Rpt : uint8_t {
    pruneTemp,
    prunePendingTemp
 };
-// The assert winner's metric beside this router's own of the same tree; `higher`
-// and `lower` equal it but for the address, `worst` the infinite one; `nobody` beats
-// it without an address, which makes it no winner.
+// The assert winner's metric relative to this router's own on the same tree.
+// `higher` and `lower` differ from it in the address only, `worst` is the infinite
+// metric. `nobody` beats it without an address, so there is no winner.
 enum class Winner : uint8_t {
    none,
    me,
@@ -48,8 +47,8 @@ enum class Winner : uint8_t {
 };
 // The PIM record of a port: DR or not, with an own address or not.
 enum class Pim : uint8_t { dr, notDr, namelessNotDr, none, namelessDr };
-// Where a route's traffic comes from. `reg` is the register interface, `bare` a next
-// hop without an interface; `otherHop` is on `up` too.
+// The incoming interface of a route. `reg` is the register interface, `bare` a next
+// hop without an interface; `otherHop` is on `up`, too.
 enum class Upstream : uint8_t {
    here,  // port 0
    up,
@@ -117,7 +116,7 @@ struct World {
    bool operator==( const World& ) const = default;
 };
 
-// ---- what the words above stand for
+// ---- the meaning of the values above
 
 constexpr int kNowhere = -1, kUp = kPorts, kRegister = kPorts + 1;
 
@@ -165,8 +164,9 @@ inline uint32_t ownAddress( int port, Pim pim ) {
    return pim == Pim::dr || pim == Pim::notDr ? onPort( port, 5 ) : 0;
 }
 
-// A metric beside this router's own of the tree. That of `worse` loses by the first
-// item and wins by the later ones; `better` the other way round.
+// A metric relative to this router's own on the tree. The metric of `worse` loses
+// by the first item and wins by the later ones; that of `better` is the other way
+// round.
 inline Metric metricBeside( Winner winner, bool wc, int port, Pim pim ) {
    const Path own = pathOf( Upstream::up, wc );
    const uint32_t low = onPort( port, 1 ), high = onPort( port, 9 );
@@ -194,8 +194,8 @@ inline Metric metricBeside( Winner winner, bool wc, int port, Pim pim ) {
    return {};
 }
 
-// What an assert message may bring to port 0: the infinite metric, then every
-// relation to the own metric of either tree, among them equality in all.
+// The metrics that an assert message may bring to port 0: the infinite one, then
+// every relation to either tree's own metric, equality included.
 constexpr int kReceived = 12;
 
 inline Metric receivedMetric( int index, Pim pim ) {

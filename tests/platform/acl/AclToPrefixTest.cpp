@@ -20,7 +20,7 @@ AclRule rule( uint32_t sequence, AclAction action, const char* source,
             IpGenPrefix( Mox::StringView( destination ) ) };
 }
 
-// Added to what is there. No list, and one without rules, add nothing.
+// Adds to the existing prefixes. No list, or one without rules, adds nothing.
 template <class Converter>
 Mox::String permitted( const Converter& converter, AclType type,
                        const std::vector<AclRule>& rules ) {
@@ -34,7 +34,7 @@ Mox::String permitted( const Converter& converter, AclType type,
    return valueToStrep( out );
 }
 
-// Which rule decides, and that the prefixes are the fewest, is told by random lists.
+// Random lists test which rule decides, and that the prefixes are the fewest.
 TEST( AclToPrefix, ClipsToTheMulticastRange ) {
    auto ip4 = AclPrefix::AclToPrefix::multicast();
    auto ip6 = AclIp6Prefix::AclToIp6Prefix::multicast();
@@ -52,10 +52,10 @@ TEST( AclToPrefix, ClipsToTheMulticastRange ) {
               "{::/0}" );
 }
 
-// Random lists over a range of 512 groups against a matcher that asks each rule for
-// each group. A group's prefix answers for every source: what is for some sources
-// only neither permits the group nor takes it from a rule behind. The range may lie
-// at either end of the address space.
+// Random lists over a range of 512 groups against a matcher that tries each rule on
+// each group. A group's prefix answers for every source: a rule for some sources
+// neither permits the group nor takes it from a later rule. The range may be at
+// either end of the address space.
 constexpr unsigned kBits = 9, kGroups = 1U << kBits;
 using Groups = std::bitset<kGroups>;
 
@@ -75,7 +75,7 @@ AclRules anyRules( std::mt19937& dice, typename Family::Number base ) {
                        type == standard ? group : source,
                        type == standard ? IpGenPrefix() : group } );
    }
-   std::shuffle( out.begin(), out.end(), dice );  // their numbers order them
+   std::shuffle( out.begin(), out.end(), dice );  // their numbers give the order
    return { type, out };
 }
 

@@ -1,4 +1,4 @@
-// Texts that are read back as what they were printed from: the fuzzer tells, too.
+// Texts that read back as the printed value. The fuzzer tests this, too.
 #include "platform/base/Text.h"
 
 #include <gtest/gtest.h>

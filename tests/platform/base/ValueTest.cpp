@@ -66,7 +66,7 @@ TEST( Record, NestsAndIsReadBackOrRefusedByName ) {
       "'third': false}), 'level': 65})";
    EXPECT_EQ( valueToStrep( job ), text );
    EXPECT_EQ( stringToValue<Job>( text ), job );
-   // Cut anywhere, it is refused.
+   // The text is refused wherever it is cut.
    for ( size_t length = 0; length < text.size(); ++length ) {
       EXPECT_ANY_THROW( stringToValue<Job>( text.substr( 0, length ) ) ) << length;
    }

@@ -99,7 +99,7 @@ TEST_F( Attribute, ReflectionReadsEveryKindAndWritesScalars ) {
    for ( const char* name : { "name", "total", "colour" } )
       EXPECT_THROW( tree->attributeTextIs( name, "'x'" ), NameError ) << name;
    EXPECT_THROW( tree->attributeText( "hight" ), NameError );
-   // By way of the child, once it is there.
+   // Through the child, once it exists.
    tree->crownIs();
    expectTexts( { { "colour", "'red'" } } );
    tree->attributeTextIs( "colour", "'blue'" );

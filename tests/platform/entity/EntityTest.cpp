@@ -7,9 +7,9 @@
 namespace Mox::Test {
 namespace {
 
-// Observers of one entity that come and go, change it and let it go inside each
-// other's calls. What the rules say is simple to follow: a visit calls whoever was
-// registered when it began, in that order, and still is; visits nest.
+// Observers of one entity that come and go, change it and release it inside each
+// other's calls. The expected calls are simple: a visit calls every observer that
+// was registered when it began, in that order, and still is. Visits nest.
 class Storm {
  public:
    explicit Storm( unsigned seed ) : random_( seed ) {}
@@ -20,7 +20,7 @@ class Storm {
          actAtRandom( 0 );
          change();
       }
-      // Who is left forgets the entity with its last reference.
+      // The remaining observers forget the entity with its last reference.
       tree_.reset();
       for ( const auto& each : observers_ ) EXPECT_EQ( each->notifier(), nullptr );
       observers_.clear();
@@ -43,7 +43,7 @@ class Storm {
       observer.notifierIs( nullptr );
       std::erase( registered_, observer.registration );
    }
-   // The next of the innermost visit who is still registered; 0: nobody.
+   // The innermost visit's next observer that is still registered; 0: none.
    int next() {
       for ( std::vector<int>& visit = visits_.back(); !visit.empty(); ) {
          int first = visit.front();
@@ -117,7 +117,8 @@ TEST( Teardown, NotifiesThenDropsObserversAndCannotBeRevived ) {
    tree.reset();
    EXPECT_EQ( recorder.take().size(), 3U );
    EXPECT_EQ( recorder.notifier(), nullptr );
-   // The shell lives while held, is not torn down again, and goes with its members.
+   // The shell lives while held, is not torn down again, and is destroyed with its
+   // members.
    ASSERT_NE( taken, nullptr );
    EXPECT_EQ( taken->leaf().size(), 1U );
    EXPECT_EQ( Leaf::alive, 1 );

@@ -46,7 +46,7 @@ TEST_F( ClockPass, FiresDueOnesOnceInOrderOfTimeThenOfSetting ) {
    clock.runPass();
    EXPECT_EQ( calls, "acb" );
    EXPECT_EQ( clock.nextWakeup(), Clock::never );
-   // What is due at once comes with the next pass.
+   // A wake-up that is due at once fires in the next pass.
    a.wakeupTimeIs( -Clock::never );
    b.wakeupTimeIs( 20 );
    a.act = [this] { a.wakeupTimeIs( clock.now() ); };

@@ -18,7 +18,7 @@
 namespace Mox {
 namespace {
 
-// Readable from the start, unless made with 0.
+// Readable from the start unless made with 0.
 class Event : public Loop::Fd {
  public:
    explicit Event( unsigned count = 1 )
@@ -37,7 +37,7 @@ class Alarm : public Clock::Notifiee {
 
 class LoopTest : public testing::Test {
  protected:
-   // What a host of its own loop does.
+   // What a host with a loop of its own does.
    bool ready( int milliseconds = 0 ) const {
       pollfd poller{ loop.fd(), POLLIN, 0 };
       return poll( &poller, 1, milliseconds ) == 1;
@@ -105,12 +105,12 @@ TEST_F( LoopTest, WhatACallbackAsksForComesInTheNextTurn ) {
    EXPECT_EQ( calls, "fefpaesfes" );
 }
 
-// Nor is a new one under its number, which waits for an event of its own.
+// A new file with the same number is not served either until its own event.
 TEST_F( LoopTest, AFileRemovedInItsTurnIsNotServed ) {
    Event one;
    auto two = std::make_unique<Event>(), reused = std::unique_ptr<Event>();
    Watcher a, b, c;
-   // Whichever comes first destroys both, itself included.
+   // The first callback destroys both watchers, its own included.
    auto destroy = [&] {
       calls += 'x';
       int number = two->value();
@@ -145,7 +145,7 @@ TEST_F( LoopTest, ReadAndWriteAreAskedForSeparately ) {
    EXPECT_FALSE( ready() ) << "a hang-up must not spin where nothing is wanted";
    watcher.readWantedIs( true );
    EXPECT_TRUE( ready() );
-   // What cannot be polled is refused.
+   // Files that cannot be polled are refused.
    EXPECT_THROW( Loop::FdWatcher( loop, one.value(), log( 'g' ) ),
                  std::system_error );
 }
@@ -170,7 +170,7 @@ TEST_F( LoopTest, SignalsComeAsEventsUntilTheirWatcherGoes ) {
       loop, std::initializer_list<int>{ SIGHUP, SIGTERM }, [&]( int signal ) {
          calls += signal == SIGHUP ? 'h' : 't';
          if ( signal != SIGTERM ) return;
-         raise( SIGTERM );  // a second one must not kill who winds up
+         raise( SIGTERM );  // a second one must not kill a process that shuts down
          watcher.reset();
       } );
    raise( SIGHUP );
@@ -182,7 +182,7 @@ TEST_F( LoopTest, SignalsComeAsEventsUntilTheirWatcherGoes ) {
    raise( SIGHUP );
    loop.dispatch();
    EXPECT_EQ( calls.substr( 0, 2 ), "hh" );
-   while ( watcher ) loop.dispatch();  // what still waits must not kill the test
+   while ( watcher ) loop.dispatch();  // a waiting signal must not kill the test
    sigset_t blocked;
    pthread_sigmask( SIG_SETMASK, nullptr, &blocked );
    EXPECT_EQ( sigismember( &blocked, SIGTERM ), 0 );

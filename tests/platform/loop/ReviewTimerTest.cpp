@@ -11,7 +11,7 @@ namespace {
 
 using Times = std::vector<double>;
 
-// Owner of a timer as its users are: one shared observer, sliced reviews.
+// A timer's owner as in real use: one shared observer, sliced reviews.
 class Reviewer : public Clock::Notifiee {
  public:
    explicit Reviewer( TestClock& clock ) : Notifiee( &clock ) {}
@@ -28,8 +28,8 @@ class Reviewer : public Clock::Notifiee {
 
 class ReviewTimerTest : public testing::Test {
  protected:
-   // Asks for that many reviews, each when the one before has run; how long they
-   // waited.
+   // Requests that many reviews, each after the one before has run, and returns
+   // their delays.
    Times delaysOf( int count ) {
       Times delays;
       while ( count-- > 0 ) {
@@ -55,14 +55,14 @@ TEST_F( ReviewTimerTest, CreditsBuyTheMinimumAndComeBackByWholeIntervals ) {
    // Two intervals ended, the last at 132.
    clock.nowIs( 134.0 );
    EXPECT_EQ( delaysOf( 5 ), fourAndOne );
-   // The next one ended at 148, whenever the bucket was last asked.
+   // The next interval ended at 148, whenever the bucket was last checked.
    EXPECT_EQ( clock.now(), 149.0 );
    EXPECT_EQ( delaysOf( 1 ), Times{ 0.25 } );
    clock.nowIs( 165.0 );
    EXPECT_EQ( delaysOf( 5 ), fourAndOne ) << "credits do not add up";
 }
 
-// Also beside earlier wake-ups of the owner, set before or after the request.
+// Also with earlier wake-ups of the owner, set before or after the request.
 TEST_F( ReviewTimerTest, PendingFromTheRequestUntilTheWakeup ) {
    EXPECT_FALSE( r.timer.reviewPending() );
    r.wakeupTimeIs( clock.now() );

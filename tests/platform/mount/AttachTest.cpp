@@ -1,4 +1,4 @@
-// What a writer's mount tells of a table that others left.
+// The report of a writer's mount about an existing table.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ using Options = ::Brane::WriterOptions;
 struct Row {
    const char* status;
    uint32_t kept;
-   // How the table stood before.
+   // The former state of the table.
    void ( *leave )( Layout& layout, Options& options );
 };
 const Row kRows[] = {

@@ -51,7 +51,7 @@ TEST_F( EntityManager, MakesAnEntityAnewThatHasGone ) {
    own.shelf.reset();
    EXPECT_EQ( own.manager.entity( kPath ), nullptr );
    control->initialize( tableWriter, 4, false );  // its table has gone
-   // What it wrote outlives it; another type may take the path.
+   // Its records outlive it; another type may take the path.
    own.shelf = Side::shelfOf( own.manager );
    EXPECT_FALSE( own.shelf->book().mounted() );
    own.mount( tableWriter );
@@ -74,7 +74,7 @@ TEST_F( EntityManager, MountsOnceForOneRole ) {
    EXPECT_THROW( control.initialize( tableReader, 0, false ), ::Brane::TableError );
    EXPECT_EQ( control.role(), tableWriter );
    EXPECT_EQ( control.mountStatus(), mountReady );
-   // The table has one writer, in whatever manager.
+   // The table has one writer, whichever manager it belongs to.
    Side rival( clock, root.path() );
    EXPECT_THROW( rival.mount( tableWriter ), ::Brane::SecondWriterError );
    EXPECT_EQ( rival.control().mountStatus(), notMounted );
@@ -83,7 +83,7 @@ TEST_F( EntityManager, MountsOnceForOneRole ) {
    EXPECT_THROW( rival.mount( tableWriter ), ::Brane::TableError );
 }
 
-// Somebody else may have made the root first, to exchange the tables later.
+// Another user may have made the root first, to exchange the tables later.
 TEST_F( EntityManager, WritesInNoDirectoryThatOthersRule ) {
    constexpr uid_t kStranger = 4242;
    auto expectRefused = [&]( const char* why ) {
@@ -98,7 +98,7 @@ TEST_F( EntityManager, WritesInNoDirectoryThatOthersRule ) {
       chmod( directory.c_str(), 0777 );
       expectRefused( "everybody" );
       chmod( directory.c_str(), 0750 );
-      // Only root can give files away.
+      // Only root can change a file's owner.
       if ( chown( directory.c_str(), kStranger, -1U ) != 0 ) continue;
       expectRefused( "belongs to user 4242" );
       ASSERT_EQ( chown( directory.c_str(), geteuid(), kStranger ), 0 );
@@ -132,7 +132,7 @@ TEST_F( EntityManager, MayGoBeforeItsEntities ) {
    read.reset();
 }
 
-// Files that somebody removes or moves while their writer lives.
+// The files are removed or moved while their writer lives.
 TEST_F( EntityManager, MakesItsFilesAnewUntilAnotherWriterHasThem ) {
    namespace fs = std::filesystem;
    own.mount( tableWriter, 20 );
@@ -180,8 +180,8 @@ TEST_F( EntityManager, MakesItsFilesAnewUntilAnotherWriterHasThem ) {
    }
    EXPECT_EQ( notes.size(), std::size( damages ) );
    EXPECT_THAT( notes.back(), HasSubstr( "made anew" ) );
-   // What hinders is told once, and that it ended found out without a sign of it. A table
-   // that is not mounted any more is not tried.
+   // An obstacle is reported once, and its end is noticed without an event. A table
+   // that is no longer mounted is not tried.
    const std::string house = root.path() + "/house";
    chmod( house.c_str(), 0777 );
    for ( const fs::path& each : { file, fs::path( house + "/other/book" ) } )
@@ -205,7 +205,7 @@ TEST_F( EntityManager, MakesItsFilesAnewUntilAnotherWriterHasThem ) {
    fs::remove_all( elsewhere );
 }
 
-// A table that comes and goes, and a writer that does: the latter without a word of
+// A table that comes and goes, and a writer that does; the latter without notifying
 // any key.
 TEST_F( EntityManager, TellsReadersOfTablesAndWritersThatComeAndGo ) {
    Side reader( clock, root.path(), tableReader );
@@ -227,8 +227,8 @@ TEST_F( EntityManager, TellsReadersOfTablesAndWritersThatComeAndGo ) {
       EXPECT_EQ( std::exchange( reader.recorder.mounts, 0 ), mounts );
    };
    expect( {}, mountWaiting, false, 0 );
-   // Twice under one name, the second time with another bell; in between of another
-   // size.
+   // Twice under one name, the second time with another bell; in between with
+   // another size.
    for ( uint32_t capacity : { 2000, 3000, 0, 2000 } ) {
       if ( capacity == 0 ) {
          own.mount( tableWriter, 3000 );
@@ -248,7 +248,7 @@ TEST_F( EntityManager, TellsReadersOfTablesAndWritersThatComeAndGo ) {
       agent.shelf.reset();
       expect( {}, mountReady, false, 1 );
    }
-   // A change, and another program's table before it was heard of; then the table
+   // A change, and another program's table before its notification; then the table
    // comes back with the same value.
    {
       Side agent( clock, root.path(), tableWriter );

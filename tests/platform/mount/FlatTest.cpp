@@ -27,8 +27,8 @@ TEST( Flat, RefusesWhatIsNoValue ) {
    }
 }
 
-// A record's type text, and so the layout of whoever has it as a field, changes
-// with any of its fields.
+// A record's type text, and so the layout of any record with it as a field, changes
+// with each of its fields.
 TEST( Flat, TellsNestedRecordsApart ) {
    const ::Brane::Layout layout = BookTable::makeLayout();
    layout.check();

@@ -70,7 +70,7 @@ class Shelf : public MountedEntity {
    ~Shelf() override = default;
 };
 
-// Another type, that could stand at the same path.
+// Another type for the same path.
 class Drawer : public MountedEntity {
  public:
    MOX_ENTITY( Drawer, TEST_SHELF_ATTRIBUTES )
@@ -98,7 +98,7 @@ inline BookBytes flatBytesOf( const Book& book ) {
    return bytes;
 }
 
-// Writes down the numbers of the keys notified; `mounts` counts table changes.
+// Notes the numbers of the notified keys; `mounts` counts table changes.
 class ShelfRecorder : public Shelf::NotifieeConst {
  public:
    explicit ShelfRecorder( const Shelf* shelf ) { notifierIs( shelf ); }

@@ -33,8 +33,8 @@ TEST_F( TypedTable, RemovesAllButWhatComesMeanwhile ) {
    EXPECT_EQ( agent.recorder.take().size(), 8U + 8U + 8U );
 }
 
-// By doorbell, and by time where there is none; in parts between which the loop gets
-// its turn and changes go on; and behind a handler that throws, who has heard his key.
+// By doorbell, and by time without one; in parts between which the loop turns and
+// changes go on; and after a handler throws, whose key counts as notified.
 TEST_F( TypedTable, TellsReadersOfEachChangedKeyOnce ) {
    unsigned seed = std::random_device()();
    SCOPED_TRACE( testing::Message() << "seed " << seed );
@@ -68,7 +68,7 @@ TEST_F( TypedTable, TellsReadersOfEachChangedKeyOnce ) {
       CollectionControl& control = reader.control();
       clock.advance( 0.1 );
       clock.runPass();
-      EXPECT_EQ( reader.recorder.take(), Numbers{} );  // what stood is silent
+      EXPECT_EQ( reader.recorder.take(), Numbers{} );  // existing keys are silent
       mirror = written;
       size_t mirrored = 0;
       bool slow = false;
@@ -89,7 +89,7 @@ TEST_F( TypedTable, TellsReadersOfEachChangedKeyOnce ) {
          const bool goesOn = random() % 2;
          slow = random() % 2;
          const std::set<uint32_t> once = changed;
-         clock.stepIs( slow ? 0.011 : 0 );  // any look at the time finds it up
+         clock.stepIs( slow ? 0.011 : 0 );  // each reading uses up the time
          unsigned turns = 0;
          mirrored = 0;
          for ( bool bell = useInotify;
@@ -111,7 +111,7 @@ TEST_F( TypedTable, TellsReadersOfEachChangedKeyOnce ) {
          EXPECT_EQ( reader.shelf->book().size(), written.size() );
          const Numbers heard = reader.recorder.take();
          for ( uint32_t number : once ) {
-            // Came, went, or stands at another place: may be told or not, or twice.
+            // Added, removed or moved: may be visited or not, or twice.
             if ( goesOn || removed.count( number ) ) continue;
             EXPECT_EQ( std::count( heard.begin(), heard.end(), number ), 1 );
          }
@@ -119,7 +119,7 @@ TEST_F( TypedTable, TellsReadersOfEachChangedKeyOnce ) {
    }
 }
 
-// Keys are foretold in visiting order, each at most once, none late.
+// Keys are announced in visiting order, each at most once, none late.
 TEST_F( TypedTable, ForetellsAVisitInItsOrder ) {
    Side reader( clock, root.path(), ::Brane::tableReader );
    for ( uint32_t i = 1; i <= 100; ++i ) agent.shelf->bookIs( bookOf( i ) );
@@ -150,7 +150,7 @@ TEST_F( TypedTable, HandsItselfToAnotherControl ) {
    EXPECT_EQ( former->entity(), nullptr );
    agent.manager.dispatch();
    EXPECT_TRUE( other->quiesced() && !former->quiesced() );
-   // The former handle has nothing left to say against another role.
+   // The former handle no longer objects to another role.
    former->initialize( ::Brane::tableReader, 0, false );
    EXPECT_THROW( other->initialize( ::Brane::tableReader, 0, false ),
                  ::Brane::TableError );
@@ -170,7 +170,7 @@ TEST_F( TypedTable, CommitsOnlyAValueBuiltInPlace ) {
               "" );
    wild->key.address.family = 77;
    EXPECT_NE( assertionText( [&] { table.commit( &wild ); } ), "" );
-   // Refused as another write would be, and the memory is given back.
+   // Refused like any other write, and the memory is freed.
    for ( int i = 0; i < 40; ++i ) {
       BookTable::InPlace zero = table.inPlace();
       EXPECT_THROW( table.commit( &zero ), Mox::RangeError );
@@ -179,9 +179,9 @@ TEST_F( TypedTable, CommitsOnlyAValueBuiltInPlace ) {
    EXPECT_EQ( agent.recorder.take(), Numbers{ 1 } );
 }
 
-// A mapping is trusted in nothing. Whole records that are no value, by an unknown
-// number and by a key in another form: mounted for writing, the table loses what
-// nothing else would ever remove, a new instance, and the old one in place.
+// No mapping is trusted. Sound records that are no value, by an unknown number and
+// by a key in another form: a writer's mount removes them, since nothing else ever
+// would, from a new instance and from the old one in place.
 TEST_F( TypedTable, LeavesOutRecordsThatAreNoValueAndDropsThemAsWriter ) {
    for ( uint32_t capacity : { 64U, 2000U } ) {
       agent.shelf.reset();
@@ -206,7 +206,7 @@ TEST_F( TypedTable, LeavesOutRecordsThatAreNoValueAndDropsThemAsWriter ) {
       EXPECT_EQ( kept.size(), 2U );
       EXPECT_TRUE( kept.has( bookKey( 1 ) ) && kept.has( bookKey( 3 ) ) );
       EXPECT_THAT( kept.control()->problem(), testing::HasSubstr( "no value" ) );
-      // Readers hear that they have gone.
+      // Readers are notified of their removal.
       next.manager.dispatch();
       clock.advance( 0.1 );
       reader.manager.dispatch();

@@ -61,8 +61,8 @@ TEST( IpGenAddr, MulticastAndLinkLocalRanges ) {
    }
 }
 
-// Dense and sparse neighbours, as sources and groups are: no two hashes alike, and
-// no bunching in the low bits, which open hash tables use.
+// Dense and sparse neighbours, as sources and groups are: no two hashes are equal,
+// and the low bits, which open hash tables use, are spread.
 TEST( IpGenAddr, HashSpreadsNeighbours ) {
    constexpr uint32_t kCount = 1 << 14;
    std::set<size_t> whole, low;

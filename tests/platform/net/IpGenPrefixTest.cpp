@@ -32,7 +32,7 @@ TEST( IpGenPrefix, ContainsItsFamilyUpToTheLastBit ) {
    EXPECT_TRUE( prefix( "ff00::/8" ).contains( prefix( "ff3e::/32" ) ) );
    EXPECT_TRUE( prefix( "ff00::/8" ).contains( prefix( "ff00::/8" ) ) );
    EXPECT_FALSE( prefix( "ff00::/9" ).contains( prefix( "ff00::/8" ) ) );
-   // None is not the whole range.
+   // The default prefix is not the whole range.
    const IpGenPrefix none, all = prefix( "0.0.0.0/0" );
    EXPECT_LT( none, all );
    EXPECT_FALSE( none.contains( addr( "0.0.0.0" ) ) || none.contains( none ) );

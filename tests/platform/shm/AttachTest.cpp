@@ -1,4 +1,4 @@
-// What writers and readers make of a file that stands there already.
+// Writers and readers that meet an existing file.
 #include <sched.h>
 #include <sys/mount.h>
 
@@ -25,7 +25,7 @@ class Attach : public TableTest {
       std::filesystem::remove( path );
       bytesAre( path, bytes );
    }
-   // What cannot be read may hold any key.
+   // An unreadable table may hold any key.
    static void expectUnreadable( TableReader& reader, ReaderState state ) {
       EXPECT_EQ( reader.state(), state );
       Record out;
@@ -51,7 +51,7 @@ class Attach : public TableTest {
 
 struct HeaderRow {
    LayoutError::Mismatch mismatch;
-   const char* text;  // part of the problem's text: what is found there
+   const char* text;  // part of the problem's text: what was found
    void ( *damage )( Detail::FileHeader& header );
 };
 using H = Detail::FileHeader;
@@ -79,7 +79,7 @@ TEST_F( Attach, NamesEachHeaderMismatch ) {
       std::string bytes = sound;
       auto* header = reinterpret_cast<Detail::FileHeader*>( bytes.data() );
       row.damage( *header );
-      // A checksum that holds, so that what the header says is judged.
+      // Gives the header a right checksum, so that its values are judged.
       uint64_t ready = std::exchange( header->ready, 0 );
       header->checksum = 0;
       header->checksum = Detail::crc32c( header, sizeof( *header ) );
@@ -90,7 +90,7 @@ TEST_F( Attach, NamesEachHeaderMismatch ) {
       expectUnreadable( reader, other ? readerMismatch : readerDamaged );
       EXPECT_EQ( reader.mismatch(), row.mismatch ) << reader.problem();
       EXPECT_THAT( reader.problem(), HasSubstr( row.text ) );
-      // A writer replaces what it cannot use, and the reader moves over.
+      // A writer replaces an unusable file, and the reader moves over.
       TableWriter writer( path, layout, 10, options );
       EXPECT_FALSE( writer.attachReport().texts.empty() );
       put( writer, 3, 30 );
@@ -111,7 +111,7 @@ TEST_F( Attach, ReportsDamagedShortAndEmptyFiles ) {
       EXPECT_EQ( writer.attachReport().status, attachDamaged );
       EXPECT_EQ( writer.size(), 0u );
    }
-   // Any single byte of the header, its padding included, is covered.
+   // The checksum covers every byte of the header, padding included.
    for ( size_t at = 0; at < sizeof( Detail::FileHeader ); at += 37 ) {
       std::string bytes = sound;
       bytes[at] ^= 0x40;
@@ -150,7 +150,7 @@ TEST_F( Attach, ConvertsToAnotherLayoutByFieldNameAndType ) {
                          { "added", "u64", 16, 8 },
                          { "filler", "f64[2]", 24, 16 },
                          { "generation", "u64", 48, 8 } } };
-   // A reader of the other layout is as far from this table as this one will be.
+   // A reader with the other layout finds this table just as wrong.
    TableReader later( path, other );
    expectMismatch( later, layout.recordSize, other.recordSize );
    {
@@ -171,10 +171,10 @@ TEST_F( Attach, ConvertsToAnotherLayoutByFieldNameAndType ) {
    EXPECT_EQ( later.state(), readerAttached );
 }
 
-// Damage as a stray pointer does it, again and again: records broken, index words
-// gone, the head wild. Each repair drops and names what is not whole and tells
-// followers, though it may know the former head no more, and leaves nothing for the
-// next mount to say.
+// Damage as by a stray pointer, repeatedly: records broken, index words gone, the
+// head wild. Each repair drops and names damaged records and notifies followers,
+// even without knowing the former head, and leaves nothing to report at the next
+// mount.
 TEST_F( Attach, RepairsAreToldAnewEachTime ) {
    uint32_t seed = std::random_device()();
    SCOPED_TRACE( "seed " + std::to_string( seed ) );
@@ -190,7 +190,8 @@ TEST_F( Attach, RepairsAreToldAnewEachTime ) {
       bool wild = random() % 4 != 0, harmed = wild;
       uint32_t broken = 0;
       std::vector<Key> brokenKeys;
-      // The oldest always stands: it may be all that tells the sequence.
+      // The oldest record always stands: it may be the only one with a known
+      // sequence.
       for ( uint64_t id = 2; id <= 5; ++id ) {
          Position at = noPosition;
          Record out;
@@ -235,7 +236,7 @@ TEST_F( Attach, RepairsAreToldAnewEachTime ) {
    }
 }
 
-// Every way to a record, and each damage counted once however often it is met.
+// Every way to read a record; each damage is counted once however often it is met.
 TEST_F( Attach, AVerifyingReaderGivesNoBrokenRecord ) {
    makeTable();
    TableReader reader( path, layout );
@@ -270,8 +271,8 @@ TEST_F( Attach, RefusesWhatCannotBeATable ) {
                  CreateError );
 }
 
-// A file system of some pages: the doorbell's page is had before the table's, or the
-// table is not made; what is refused leaves nothing.
+// A file system of a few pages: the doorbell's page is allocated before the
+// table's, or the table is not made; a refusal leaves no file.
 TEST_F( Attach, FullFileSystemIsAnErrorWithNothingLeft ) {
    const size_t page = 4096, size = makeTable().size(), enough = size / page + 2;
    for ( size_t pages : { size_t( 1 ), enough - 1, enough } ) {

@@ -1,5 +1,6 @@
-// A reader and a writer on one mapping, in two threads: what the thread sanitizer can
-// see of the copy protocol. Two mappings of one file are two memories to it.
+// A reader and a writer on one mapping, in two threads, so that the thread
+// sanitizer can see the copy protocol. Two mappings of one file are two memories to
+// it.
 #include <fcntl.h>
 #include <sys/mman.h>
 
@@ -30,8 +31,8 @@ TEST_F( CopyRace, LeavesEveryCopyWhole ) {
    const Key& key = first.key;
    const uint64_t hash = instance.hashOf( &first );
    const Position position = view.geometry.homeOf( hash ) * Detail::lineWords;
-   // The stores of put() and remove(), over two slots by turns: they are filled
-   // again as soon as can be.
+   // The stores of put() and remove(), alternating between two slots: they are
+   // reused as soon as possible.
    std::atomic<bool> over = false;
    std::thread writer( [&] {
       for ( uint64_t sequence = 1; !over; ++sequence ) {

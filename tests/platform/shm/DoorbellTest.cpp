@@ -24,7 +24,7 @@ bool readable( const DoorbellHub& hub, int milliseconds = 0 ) {
 
 class Doorbell : public TableTest {
  protected:
-   // Rings that the hub passes on from now on; the time goes on by 1 s.
+   // The rings that the hub passes on from now on; advances the time by 1 s.
    int rings( DoorbellHub& hub ) {
       int before = calls;
       now += 1;
@@ -74,7 +74,7 @@ TEST_F( Doorbell, RingsForEachTableThatChangedOnceABatch ) {
    EXPECT_EQ( calls, 1 );
 }
 
-// One writer keeps others out until it is killed: of that the bell tells, and of the
+// A writer keeps others out until it is killed. The bell reports the death, and the
 // change that it did not ring for.
 TEST_F( Doorbell, TellsOfAWriterThatWasKilledBeforeItRang ) {
    Pipe ready, go;
@@ -107,7 +107,7 @@ TEST_F( Doorbell, TellsOfAWriterThatWasKilledBeforeItRang ) {
    EXPECT_EQ( rings( hub ), 1 );
    EXPECT_EQ( followed.content[1], Record::of( 1, 1 ) );
    EXPECT_FALSE( followed.reader.writerAlive() );
-   // Once more a little later, since the bell may ring before the lock is free.
+   // Called again a little later, since the bell may ring before the lock is free.
    EXPECT_LT( hub.due(), now + 1 );
    EXPECT_EQ( rings( hub ), 1 );
    EXPECT_EQ( hub.due(), never );
@@ -117,7 +117,7 @@ TEST_F( Doorbell, TellsOfAWriterThatWasKilledBeforeItRang ) {
    EXPECT_TRUE( followed.reader.writerAlive() );
 }
 
-// As where the system has no instance left.
+// As on a system without a free inotify instance.
 TEST_F( Doorbell, FallsBackToTimeWithoutInotify ) {
    TableWriter writer( path, layout, 10, options );
    Followed followed( path, layout );
@@ -141,7 +141,7 @@ TEST_F( Doorbell, FallsBackToTimeWithoutInotify ) {
    EXPECT_EQ( hub.due(), never );
 }
 
-// As a process of another user in the group, where this one may become such.
+// Runs as a process of another user in the group, if this one may.
 template <class Body>
 void asReader( Body body ) {
    const bool privileged = geteuid() == 0;
@@ -150,7 +150,7 @@ void asReader( Body body ) {
    ASSERT_EQ( privileged ? seteuid( 0 ) : 0, 0 );
 }
 
-// A bell that may not be read yet, as between its making and its mode.
+// A bell that may not be read yet, as between its creation and its mode.
 TEST_F( Doorbell, LooksByTimeUntilARefusedBellCanBeWatched ) {
    TableWriter writer( path, layout, 10, options );
    ASSERT_EQ( chmod( directory.c_str(), 0755 ), 0 );
@@ -167,7 +167,7 @@ TEST_F( Doorbell, LooksByTimeUntilARefusedBellCanBeWatched ) {
    EXPECT_TRUE( readable( hub ) );
 }
 
-// Open for reading and locked so; -1 where the file may not be read.
+// Opens the file for reading and read-locks it; -1 where it may not be read.
 int lockedForReading( const std::string& file ) {
    int fd = open( file.c_str(), O_RDONLY | O_CLOEXEC );
    struct flock lock {};
@@ -176,8 +176,8 @@ int lockedForReading( const std::string& file ) {
    return fd;
 }
 
-// A process of the group may lock what it may read: it gets a bell for itself, and
-// neither the writer nor other readers lose theirs.
+// A process of the group may lock files that it may read. It gets a separate bell,
+// and neither the writer nor other readers lose theirs.
 TEST_F( Doorbell, AReadersLocksAreInNobodysWay ) {
    newWriter( path ).reset();
    DoorbellHub hub;
@@ -201,7 +201,7 @@ TEST_F( Doorbell, AReadersLocksAreInNobodysWay ) {
    writer.reset();
    EXPECT_FALSE( writerAlive( path ) );
    close( bell );
-   // The writer's own user can; that is not called a second writer.
+   // The writer's own user can lock it; that is not called a second writer.
    int lock = lockedForReading( path + ".lock" );
    EXPECT_THROW( newWriter( path ), CreateError );
    close( lock );
@@ -250,9 +250,9 @@ TEST_F( Doorbell, CallbacksMayRemoveThemselvesAndOthers ) {
    EXPECT_EQ( hub.due(), never );
 }
 
-// One change, then silence until it was heard: a lost ring would be waited for in
-// vain. The answer is given from within the call, so that the next ring comes at any
-// moment of the hub's work.
+// One change, then silence until it was notified: a lost ring would be waited for
+// in vain. The answer comes from within the call, so that the next ring comes at
+// any moment of the hub's work.
 TEST_F( Doorbell, LosesNoWakeUpInManyRounds ) {
    const uint64_t rounds = std::getenv( "PIMSM_LONG" ) ? 20000 : 1000;
    Pipe answers;
@@ -289,7 +289,7 @@ TEST_F( Doorbell, LosesNoWakeUpInManyRounds ) {
    EXPECT_EQ( ended( child ), 0 );
 }
 
-// Calls back until the table was seen; false when the hub stays silent.
+// Calls dispatch until the table was seen; false when the hub stays silent.
 bool seesTable( DoorbellHub& hub, const std::string& path ) {
    bool seen = false;
    hub.add( path, [&] { seen = access( path.c_str(), F_OK ) == 0; } );
@@ -300,9 +300,8 @@ bool seesTable( DoorbellHub& hub, const std::string& path ) {
    return true;
 }
 
-// Its watches are being set while its directories are made. An ancestor is watched
-// until the directory itself is there: whoever comes between the look and the watch
-// must be found all the same.
+// Watches are set while the directories are made. An ancestor is watched until the
+// directory itself exists: one made between look and watch must be found as well.
 TEST_F( Doorbell, ADirectoryMadeMeanwhileIsNotMissed ) {
    constexpr int rounds = 300;
    std::atomic<int> started = -1, finished = -1;
@@ -310,7 +309,7 @@ TEST_F( Doorbell, ADirectoryMadeMeanwhileIsNotMissed ) {
       for ( int round = 0; round < rounds; ++round ) {
          while ( started < round ) std::this_thread::yield();
          std::string place = directory + '/' + std::to_string( round );
-         // Varied, so that it hits every step of the watcher.
+         // Varied, so that it meets every step of the watcher.
          for ( volatile int spin = 0; spin < round % 100 * 50; ) spin = spin + 1;
          for ( const char* next : { "", "/a", "/b", "/c", "/d" } ) {
             place += next;

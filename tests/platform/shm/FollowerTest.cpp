@@ -13,7 +13,7 @@ TEST_F( Follower, HearsEachLaterChangeOnce ) {
    // A table that appears was empty until then.
    EXPECT_TRUE( followed.drain().stateChanged );
    EXPECT_EQ( followed.changes, 1u );
-   // What stands when a follower is made is not told.
+   // Records from before the follower are not reported.
    Followed late( path, layout );
    EXPECT_FALSE( late.drain().stateChanged );
    EXPECT_EQ( late.changes, 0u );
@@ -23,12 +23,12 @@ TEST_F( Follower, HearsEachLaterChangeOnce ) {
    EXPECT_EQ( followed.drain().written, 1u );
    EXPECT_EQ( followed.content.at( 2 ), Record::of( 2, 2 ) );
    EXPECT_FALSE( followed.follower.pending() );
-   // An equal value is a change.
+   // Writing an equal value is a change.
    put( writer, 2, 2 );
    EXPECT_EQ( followed.drain().written, 1u );
    remove( writer, 1 );
    EXPECT_EQ( followed.drain().removed, 1u );
-   // Came and went in between: nobody knew it.
+   // Added and removed in between: never known.
    put( writer, 5, 1 );
    remove( writer, 5 );
    remove( writer, 2 );
@@ -39,7 +39,7 @@ TEST_F( Follower, HearsEachLaterChangeOnce ) {
    EXPECT_EQ( drained.removed, 0u );
 }
 
-// Each of a burst's keys once, whichever way it is found.
+// Each key of a burst is reported once, whichever way it is found.
 TEST_F( Follower, TellsABurstInParts ) {
    options.journalEntries = 256;
    Followed followed( path, layout );
@@ -56,7 +56,7 @@ TEST_F( Follower, TellsWhatDiffersInANewInstance ) {
    auto writer = std::make_unique<TableWriter>( path, layout, 10, options );
    for ( uint64_t id = 1; id <= 6; ++id ) put( *writer, id, 1 );
    Followed followed( path, layout );
-   // Not yet told when the instance changes.
+   // Not yet reported when the instance changes.
    put( *writer, 1, 2 );
    remove( *writer, 2 );
    writer.reset();
@@ -69,7 +69,7 @@ TEST_F( Follower, TellsWhatDiffersInANewInstance ) {
    EXPECT_EQ( drained.written, 3u );  // 1, 3 and 7
    EXPECT_EQ( drained.removed, 2u );
    EXPECT_EQ( followed.content, contentOf( *writer ) );
-   // While the table cannot be read, what was known is held.
+   // While the table cannot be read, the known records are kept.
    writer.reset();
    Layout other = layout;
    other.recordSize += 8;
@@ -83,7 +83,8 @@ TEST_F( Follower, TellsWhatDiffersInANewInstance ) {
    put( *writer, 1, 5 );
    followed.drain();
    EXPECT_EQ( followed.content, contentOf( *writer ) );
-   // Gone, and back: both are told. Removed once more, the files are a successor's.
+   // Both the removal and the return are reported. After another removal the files
+   // are a successor's.
    writer->removeFiles();
    drained = followed.drain();
    EXPECT_EQ( drained.removed, 4u );
@@ -96,7 +97,7 @@ TEST_F( Follower, TellsWhatDiffersInANewInstance ) {
    EXPECT_TRUE( writerAlive( path ) );
 }
 
-// Only a retired table takes what it held along.
+// Only a retired table's records go with it.
 TEST_F( Follower, KeepsWhatWasInFilesThatVanish ) {
    TableWriter writer( path, layout, 10, options );
    for ( uint64_t id = 1; id <= 3; ++id ) put( writer, id, 1 );
@@ -110,7 +111,7 @@ TEST_F( Follower, KeepsWhatWasInFilesThatVanish ) {
    const std::string stale = bytesOf( path );
    unlink( path.c_str() );
    expectKept( "gone" );
-   // What the writer goes on to write is heard all the same, there and when it is back.
+   // Later writes are still followed, there and after the file is back.
    put( writer, 4, 1 );
    EXPECT_EQ( followed.drain().written, 1u );
    remove( writer, 1 );
@@ -126,7 +127,7 @@ TEST_F( Follower, KeepsWhatWasInFilesThatVanish ) {
    rename( ( path + "-" ).c_str(), path.c_str() );
    expectKept( "" );
    EXPECT_TRUE( followed.reader.problem().empty() );
-   // Something else takes its place, and vanishes.
+   // Another file takes its place, and vanishes.
    unlink( path.c_str() );
    bytesAre( path, "no table" );
    expectKept( "8 bytes" );
@@ -142,8 +143,8 @@ TEST_F( Follower, KeepsWhatWasInFilesThatVanish ) {
    followed.drain();
    EXPECT_EQ( followed.content, contentOf( writer ) );
    EXPECT_EQ( contentOf( TableReader( path, layout ) ), contentOf( writer ) );
-   // Retired, by its writer or in its absence; a mark that was never followed by the
-   // removal counts no more once somebody writes there again.
+   // Retired by its writer or in its absence. A mark without the removal no longer
+   // counts once a writer writes there again.
    for ( bool orphaned : { true, false } ) {
       auto next =
          std::make_unique<TableWriter>( directory + "/v", layout, 10, options );
@@ -171,7 +172,7 @@ TEST_F( Follower, TakesEverythingForChangedBeyondTheGenerations ) {
    put( writer, 1, 1 );
    put( writer, 2, 1 );
    Followed followed( path, layout );
-   // The head alone, as 2^28 writes would leave it with words that repeat.
+   // Only the head, as after 2^28 writes, when words repeat.
    uint64_t head = writer.sequence() + ( 1ull << 28 );
    std::string bytes = bytesOf( path );
    std::memcpy( bytes.data() + Detail::controlOffset, &head, 8 );

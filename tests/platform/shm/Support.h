@@ -1,4 +1,4 @@
-// A small table of self-verifying records, a directory of its own for it, and child
+// A small table of self-verifying records in a directory of its own, and child
 // processes that use it.
 #pragma once
 
@@ -119,7 +119,7 @@ inline bool remove( TableWriter& writer, uint64_t id ) {
    return writer.remove( &key );
 }
 
-// A reader's follower, and what its owner knows.
+// A reader's follower, and its owner's knowledge.
 struct Followed {
    Followed( const std::string& path, const Layout& layout )
       : reader( path, layout ),
@@ -148,7 +148,7 @@ inline Detail::Geometry geometryOf( uint32_t capacity, uint32_t journal = 1024 )
                                 journal );
 }
 
-// Bytes of a table, as a stray pointer leaves them.
+// The words of a table, to damage as a stray pointer would.
 inline uint64_t* indexIn( std::string& bytes, const Detail::Geometry& geometry ) {
    return reinterpret_cast<uint64_t*>( bytes.data() + geometry.indexOffset );
 }
@@ -179,7 +179,7 @@ inline std::vector<uint64_t> neighbours( uint32_t capacity, size_t count,
    return ids;
 }
 
-// Numbers for another process; who waits for one in vain gets none of them.
+// Passes numbers to another process; a read without a number fails at the deadline.
 struct Pipe {
    Pipe() { EXPECT_EQ( pipe( ends ), 0 ); }
    ~Pipe() {
@@ -207,8 +207,7 @@ class TableTest : public testing::Test {
       options.bootId = "boot";
    }
 
-   // Runs `body` in a child that ends without returning here: by 0, or by 1 when it
-   // throws.
+   // Runs `body` in a child that exits here, with 0, or with 1 when it throws.
    template <class Body>
    static pid_t start( Body body ) {
       pid_t pid = fork();
@@ -238,7 +237,7 @@ inline std::string bytesOf( const std::string& file ) {
    std::ifstream in( file, std::ios::binary );
    return { std::istreambuf_iterator<char>( in ), {} };
 }
-// In place: who has mapped the file sees it.
+// Written in place, so that processes that have mapped the file see it.
 inline void bytesAre( const std::string& file, const std::string& bytes ) {
    std::ofstream out( file, std::ios::binary | std::ios::in | std::ios::out );
    if ( !out ) out.open( file, std::ios::binary );

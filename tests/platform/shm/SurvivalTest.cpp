@@ -1,4 +1,5 @@
-// Writers and readers killed and stopped anywhere, beside readers that check all.
+// Writers and readers are killed and stopped anywhere, beside readers that check
+// all.
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -12,17 +13,17 @@
 namespace Brane::Test {
 namespace {
 
-// These always stand; the others come and go. A key's generations only grow, over
-// its removals and its writers' deaths.
+// These keys always stand; the others come and go. A key's generations only grow,
+// over its removals and its writers' deaths.
 constexpr uint64_t standing = 20;
 constexpr uint64_t keys = 60;
 
-// Looks every key up and holds the answer against all earlier ones.
+// Looks every key up and compares the answer with all earlier ones.
 class Watch : public Followed {
  public:
    using Followed::Followed;
 
-   // Null while all is as it must be. `still`: no writer is running.
+   // Null while everything is right. `still`: no writer is running.
    const char* complaint( bool still ) {
       uint64_t retried = reader.counters().retried;
       for ( uint64_t id = 1; id <= keys; ++id ) {
@@ -35,7 +36,7 @@ class Watch : public Followed {
       drain();
       return complaint( false );
    }
-   // What it was told, with nobody writing.
+   // The followed content, with no writer running.
    const Content& followed() {
       while ( drain().again ) continue;
       return content;
@@ -75,7 +76,7 @@ class Survival : public TableTest {
       munmap( over, sizeof( *over ) );
    }
 
-   // Until `over`; a complaint ends it with a status of its own.
+   // Runs until `over`; a complaint ends it with a status of its own.
    pid_t startReader() {
       return start( [this] {
          Watch watch( path, layout );
@@ -89,7 +90,7 @@ class Survival : public TableTest {
          if ( HasFailure() ) _exit( 4 );
       } );
    }
-   // Until killed.
+   // Runs until killed.
    pid_t startWriter( uint64_t life ) {
       uint64_t mine = random();
       return start( [this, life, mine] {
@@ -110,7 +111,7 @@ class Survival : public TableTest {
          }
       } );
    }
-   // Readers take none of its slots, wherever they are stopped or killed.
+   // Readers use up no slot, wherever they are stopped or killed.
    static void fill( TableWriter& writer, uint64_t generation ) {
       for ( uint64_t id = 1; id <= keys; ++id ) put( writer, id, generation );
       try {
@@ -151,7 +152,7 @@ TEST_F( Survival, OfReadersAndWritersThatAreStoppedAndKilled ) {
       pid_t& reader = readers[random() % 3];
       const bool waits = random() % 3 == 0;
       if ( waits ) stopped( reader );
-      // Anywhere in its start, or in its work.
+      // At any moment of its start, or of its work.
       uint64_t until = watch.reader.sequence() + random() % 300;
       bool early = random() % 4 == 0;
       for ( uint64_t looks = random() % 100; early && looks > 0; --looks )

@@ -21,7 +21,7 @@ TEST_F( Table, RefusesTheZeroKeyUnlessAsked ) {
       put( writer, 1, 1 );
    }
    EXPECT_EQ( found( TableReader( path, layout ), 0 ), zero );
-   // No longer: it is left behind.
+   // Later it is no longer accepted, and its record is dropped.
    options.zeroKey = false;
    TableWriter writer( path, layout, 20, options );
    EXPECT_EQ( writer.attachReport().survivors, 1u );
@@ -30,7 +30,7 @@ TEST_F( Table, RefusesTheZeroKeyUnlessAsked ) {
 }
 
 TEST_F( Table, RefusesKeysBeyondTheReachOfProbing ) {
-   // All of one home line: the lines in reach have 7 words each.
+   // All keys have one home line: the lines in reach have 7 words each.
    constexpr size_t reach = Detail::probeLimit * Detail::wordsPerLine;
    TableWriter writer( path, layout, 400, options );
    TableReader reader( path, layout );
@@ -41,7 +41,7 @@ TEST_F( Table, RefusesKeysBeyondTheReachOfProbing ) {
       ASSERT_EQ( found( reader, ids[i] ), Record::of( ids[i], 1 ) );
    }
    EXPECT_EQ( found( reader, ids[reach] ), std::nullopt );
-   // One gone from the first line makes room, and hides nobody behind it.
+   // A removal from the first line makes room, and hides no key behind it.
    EXPECT_TRUE( remove( writer, ids[0] ) );
    for ( size_t i = 1; i < reach; ++i ) ASSERT_TRUE( found( reader, ids[i] ) );
    put( writer, ids[reach], 1 );
@@ -49,9 +49,9 @@ TEST_F( Table, RefusesKeysBeyondTheReachOfProbing ) {
    EXPECT_EQ( writer.verify().damaged, 0u );
 }
 
-// A writer, replaced now and then, a reader and a follower that drains by the way,
-// against a map: through long churn, and where counters wrap: the word's generation,
-// the journal's sequence, and the last sequences there are.
+// A writer, replaced now and then, and a reader and a follower that drains on the
+// way, against a map: through long churn, and where counters wrap: the word's
+// generation, the journal's sequence, and the last sequences.
 class Churn : public TableTest, public testing::WithParamInterface<uint64_t> {
  protected:
    static constexpr uint32_t capacity = 300;
@@ -66,7 +66,7 @@ class Churn : public TableTest, public testing::WithParamInterface<uint64_t> {
       ASSERT_EQ( writer->attachReport().texts, std::vector<Mox::String>() );
    }
    uint64_t anyKey() { return ids[random() % ( random() % 2 ? 70 : ids.size() )]; }
-   // Handles, some of them stale or wild: they cost time, no more.
+   // Handles, some of them stale or wild, which only cost time.
    Position hint( uint64_t id ) {
       return random() % 8 ? positions[id] : Position( random() % 8000 );
    }
@@ -81,7 +81,7 @@ class Churn : public TableTest, public testing::WithParamInterface<uint64_t> {
    Position put( const Record& record ) {
       const uint64_t id = record.key.id;
       if ( random() % 2 ) return writer->put( &record, hint( id ) );
-      // In place: nobody sees it before, and what is not committed is given back.
+      // In place: unseen before the commit, and freed without it.
       auto standing = found( *reader, id );
       Reservation dropped = writer->reserve(), built = writer->reserve();
       for ( Reservation* each : { &dropped, &built } )
@@ -136,7 +136,7 @@ class Churn : public TableTest, public testing::WithParamInterface<uint64_t> {
       ASSERT_EQ( looked, expected );
    }
 
-   // A bookmark whose key stands, or has gone since: nothing behind it is missed.
+   // Resumes at a bookmark whose key stands or has gone: no later key is missed.
    void resume() {
       using Ids = std::vector<uint64_t>;
       auto entered = []( Ids& into ) {
@@ -201,7 +201,7 @@ TEST_P( Churn, EqualsAMap ) {
       TableFollower::Drained drained;
       for ( uint64_t part = 0; part == 0 || drained.more; ++part ) {
          ASSERT_LT( part, 4000u );
-         // No more changes in the end, or it might never come.
+         // No changes in the last parts, so that the drain ends.
          change( part < 20 ? random() % 5 : 0 );
          drained = followed.drain( limit );
          EXPECT_LE( drained.written + drained.removed, 2ull * limit + 1 );
@@ -212,7 +212,7 @@ TEST_P( Churn, EqualsAMap ) {
       ASSERT_EQ( followed.follower.size(), writer->size() );
       check();
    }
-   // Removal leaves nothing that lengthens a search: all counts are back at zero.
+   // Removals leave nothing that lengthens a search: all counts are back at zero.
    for ( auto& [id, record] : expected ) EXPECT_TRUE( remove( *writer, id ) );
    auto geometry = geometryOf( capacity, options.journalEntries );
    std::string bytes = bytesOf( path );

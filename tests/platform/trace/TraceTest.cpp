@@ -60,7 +60,7 @@ TEST_F( Trace, FirstMatchingEntryDecides ) {
    EXPECT_EQ( enabledLevels( reader ), "012345678" );
    EXPECT_EQ( enabledLevels( defaultTraceFacility ), "012345678" );
    EXPECT_EQ( enabledLevels( early ), "" );
-   // One that has gone is told nothing any more.
+   // A destroyed facility gets no settings any more.
    std::make_unique<TraceFacility>( "Pimsm::Gone" ).reset();
    traceSettingsIs( "Early::Bird/9-9" );
    EXPECT_EQ( enabledLevels( early ), "9" );
@@ -87,7 +87,7 @@ TEST_F( Trace, OnlyWhatIsEnabledIsEvaluated ) {
    traceSettingsIs( "Pimsm*/3" );
    MOX_TRACE( writer, 4, "n " << count() );
    EXPECT_EQ( evaluated, 0 );
-   // What an argument throws passes, and nothing is traced.
+   // An argument's exception passes through, and nothing is traced.
    auto fail = []() -> int { throw std::range_error( "too long" ); };
    EXPECT_THROW( MOX_TRACE( writer, 3, "half " << fail() ), std::range_error );
    MOX_TRACE( writer, 3, "n " << count() << ", twice " << 2 * evaluated );
@@ -129,7 +129,7 @@ TEST_F( Trace, FieldsStandBesideTheText ) {
    EXPECT_EQ( other.str(), "text" );
 }
 
-// A journal of the test's own.
+// A journal socket of the test's own.
 TEST_F( Trace, TheJournalGetsEntries ) {
    sockaddr_un address{};
    address.sun_family = AF_UNIX;

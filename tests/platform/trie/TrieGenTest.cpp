@@ -1,4 +1,4 @@
-// What matches is told by the fuzzer, beside linear search.
+// The fuzzer tests the matches against linear search.
 #include "platform/trie/TrieGen.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ IpGenPrefix prefix( const char* text ) {
    return IpGenPrefix( Mox::StringView( text ) );
 }
 
-// Nor does it match them.
+// They do not match either.
 TEST( TrieGen, RefusesWhatItCannotHold ) {
    auto refusal = []( TrieGen& trie, const char* what ) {
       EXPECT_TRUE( trie.longestMatch( prefix( what ) ).isNone() ) << what;

@@ -24,15 +24,15 @@ Content contentOf( const AdvertisedSgStatus& status ) {
    return content;
 }
 
-// An agent's table, and a place where it lies as a kill left it.
+// An agent's table, and a place for the copy that a kill left.
 class RegisterKill : public testing::Test {
  protected:
    Mox::String file( const Mox::Test::TempRoot& where ) const {
       return where.path() + '/' + agent.advertised->name() + "/coll";
    }
 
-   // What a reader and the next agent make of it: what stood before the call, or what
-   // stands after it, and a table that works.
+   // Checks that a reader and the next agent find the content before the call or
+   // after it, and a working table.
    void check( const std::string& image, const Content& before,
                const Content& after ) {
       std::filesystem::create_directories(

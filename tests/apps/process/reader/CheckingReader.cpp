@@ -1,7 +1,9 @@
-// A reader of both families' tables that holds every record it hears of against the
-// storm's rule, and counts. Says "ready" once it listens, and on each SIGUSR1 a line:
+// A reader of both families' tables that checks every notified record by the
+// storm's rule, and counts. Prints "ready" once it listens, and on each SIGUSR1 a
+// line:
 //    <digest of IPv4> <digest of IPv6>; lost 0 broken 0 deleted 12 heard 345
-// lost: standing routes whose deletion was told; broken: records against the rule.
+// lost: standing routes whose deletion was notified; broken: records against the
+// rule.
 // usage: checking_reader ROOT
 #include <csignal>
 #include <iostream>
@@ -22,7 +24,7 @@ struct Counts {
    std::string firstBroken;
 };
 
-// Looks at the tables' own bytes as it hears of them.
+// Reads the tables' own bytes at each notification.
 class TableCheck : public Sm::Brane::Status::NotifieeConst {
  public:
    TableCheck( const Sm::Brane::Status& tables, Counts& counts )

@@ -1,5 +1,5 @@
-// A reader of the IPv4 tables of the VRF "default", as a stranger would write one:
-// at each end of a turn in which its model changed it prints the whole model as one
+// A reader of the IPv4 tables of the VRF "default", written as a user would: at
+// each end of a turn in which its model changed it prints the whole model as one
 // line. Waits by doorbell only. usage: following_reader ROOT
 #include <iostream>
 #include <set>
@@ -12,7 +12,7 @@ namespace Sm = Routing::Pim::SparseMode;
 
 namespace {
 
-// Every record, as the tables would hold it, in an order of its own.
+// Every record as the tables hold it, in a fixed order.
 std::string modelText( const Sm::Status& model ) {
    std::set<std::string> records;
    for ( const Sm::Route& route : model.route() ) {

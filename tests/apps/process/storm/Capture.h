@@ -1,4 +1,4 @@
-// The storm's router and the captures that keep it busy.
+// The storm's router and its captures.
 #pragma once
 
 #include <fmt/format.h>
@@ -35,16 +35,16 @@ inline std::string configText( unsigned maxRoutes, unsigned maxRouteIntfs ) {
    return out;
 }
 
-// A link with one downstream router, which joins what stands and then joins and
-// prunes the others at random, for ever; or, `timed`, for all hold times, in the course
-// of five minutes, while another router may override its prunes.
+// A link with one downstream router. It joins the standing routes, then joins and
+// prunes the others at random, all for ever; or, if `timed`, with all hold times in
+// the course of five minutes, while another router may override its prunes.
 class Link {
  public:
    Link( unsigned interface, unsigned messages, unsigned seed, bool timed )
       : interface_( interface ), random_( seed ), timed_( timed ) {
       file_.hex( "a1b2c3d4 0002 0004 00000000 00000000 0000ffff" ).u32( 1 );
       for ( bool ipv4 : { true, false } ) {
-         // Held for ever.
+         // Hosts that stay for ever.
          for ( unsigned host = 99; host > ( timed ? 97U : 98U ); --host )
             add( ipv4, 0, PacketBuilder().u16( 1 ).u16( 2 ).u16( 0xffff ), host );
          for ( unsigned at = 0; at < standing; ) {

@@ -1,4 +1,4 @@
-// What the storm's agent may publish: every field of a route follows from its group's
+// The rule for the storm's agent: every field of a route follows from its group's
 // number, so that a torn or foreign record shows.
 //
 //    number  0 .. standing-1   joined once, never pruned
@@ -41,7 +41,7 @@ inline std::string groupOf( bool ipv4, unsigned number ) {
    return ipv4 ? fmt::format( "233.252.{}.{}", 1 + number / 250, 1 + number % 250 )
                : fmt::format( "ff0e::db8:{:x}", 1 + number );
 }
-// Of a wildcard: the RP, on net 0.
+// The source, or of a wildcard the RP, on net 0.
 inline std::string sourceOf( bool ipv4, unsigned number ) {
    unsigned net = number % 4;
    unsigned host = net == 0 ? 1 : 1 + number % 200;
@@ -67,7 +67,7 @@ inline unsigned holdtimeOf( unsigned number ) {
    return number < standing ? 0xffff : kTimes[number / 4 % 4];
 }
 
-// The number that makes this key; `all` when none does.
+// The number that makes this key; `all` without one.
 inline unsigned numberOf( const RouteKey& key ) {
    static const auto numbers = [] {
       std::map<RouteKey, unsigned> out;
@@ -108,13 +108,13 @@ inline bool keepsRule( const Sm::Brane::Intf& record ) {
    return false;
 }
 
-// Without a fast-reroute RPF a mirror has no record to say "attached" of.
+// Without a fast-reroute RPF a mirror has no record with the "attached" flag.
 inline std::string textOf( Sm::Brane::Route record ) {
    if ( record.rpfFrr == Routing::Pim::Rpf() ) record.rpfFrrAttached = false;
    return valueToStrep( record );
 }
 
-// A few words that two equal sets of records share.
+// A short text that two equal sets of records share.
 inline std::string digestOf( const std::set<std::string>& records ) {
    uint64_t hash = 14695981039346656037U;
    for ( const std::string& record : records ) {

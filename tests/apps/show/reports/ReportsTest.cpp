@@ -1,4 +1,4 @@
-// What the tool prints of the shown router, word for word.
+// The tool's output for the shown router, word for word.
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -24,8 +24,8 @@
 namespace Show {
 namespace {
 
-// Of the text as it stands where nothing folds it. UPDATE_GOLDEN=1 in the environment
-// writes the files anew.
+// Compares the unfolded text. UPDATE_GOLDEN=1 in the environment writes the files
+// anew.
 void expectGolden( const char* name, const std::string& printed ) {
    const std::string text = folded( printed, noFold );
    std::string path = std::string( PIMSM_GOLDEN ) + '/' + name;
@@ -78,7 +78,7 @@ TEST_F( Reports, Explanation ) {
                  explainJson( mirror, question ).dump( 2 ) + '\n' );
 }
 
-// With the agent's interfaces; every one of the group's routes.
+// With the agent's interfaces; all routes of the group.
 TEST_F( Reports, OutgoingLists ) {
    router.publishInterfaces();
    View later( router.root.path() );
@@ -118,13 +118,13 @@ TEST_F( Reports, InterfacesAndCheck ) {
               "eth5  unknown     -  0    1    0   0    0   2  unknown\n" );
 }
 
-// Each kind of fault, and nothing but it.
+// Each kind of fault, and no others.
 TEST_F( Reports, CheckFindsWhatContradictsItself ) {
    Published other( router.clock, router.root.path(), Vantu::AddressFamily::ipv4,
                     "blue" );
    auto wc = other.vrf().wc( "239.1.2.3" ).rpf( "eth0" );
    wc.intf( "eth1" ).joined()->forwardIs( true );
-   wc.intf( "eth0" ).joined();  // incoming: does not forward all the same
+   wc.intf( "eth0" ).joined();  // the incoming interface: does not forward even so
    wc.intf( "eth2" ).include();
    other.publish();
    auto found = [&] {
@@ -209,7 +209,7 @@ TEST_F( Reports, TheRpHasNoWayToItselfToBeMissed ) {
    EXPECT_FALSE( entries[1].contains( "rpf-neighbor" ) ) << entries[1];
 }
 
-// A VRF that goes leaves no complaint, one that comes is waited for.
+// A VRF that goes gives no complaint; one that comes is waited for.
 TEST_F( Reports, OfVrfsThatComeAndGo ) {
    Mirrors mirrors( { router.root.path(), "all", {} } );
    const std::string root = router.root.path() + '/';
@@ -225,7 +225,7 @@ TEST_F( Reports, OfVrfsThatComeAndGo ) {
    EXPECT_EQ( early.all().size(), 2U );
 }
 
-// Whichever table's bell it rang.
+// Regardless of the table whose bell was rung.
 TEST_F( Reports, TheLastWriteIsTheLatestOfAllTables ) {
    namespace fs = std::filesystem;
    const std::string tables = router.root.path() + '/' + router.ipv4.path;
@@ -259,7 +259,7 @@ TEST_F( Reports, RegistersAndAdvertised ) {
    expectGolden( "registers.json", document.dump( 2 ) + '\n' );
 }
 
-// The longest of names and addresses, on a terminal of 80 columns.
+// The longest names and addresses, on a terminal of 80 columns.
 TEST_F( Reports, OfWideThingsOnANarrowTerminal ) {
    constexpr auto kIpv6 = Vantu::AddressFamily::ipv6;
    constexpr const char *kVrf = "customer-blue-multicast-east",
@@ -327,7 +327,7 @@ TEST_F( Reports, RoutesAsJson ) {
    expectGolden( "routes.json", document.dump( 2 ) + '\n' );
 }
 
-// Each table's instance has a number of its own.
+// The generations are random.
 std::string withoutGenerations( std::string text ) {
    constexpr size_t kDigits = 16;
    size_t run = 0;
@@ -341,7 +341,7 @@ std::string withoutGenerations( std::string text ) {
    return text;
 }
 
-// The time of the last write is the real one.
+// The age of the last write is real.
 std::string withoutAges( const std::string& text ) {
    return std::regex_replace(
       std::regex_replace( text, std::regex( "last write    [0-9a-z]+ ago" ),
@@ -369,7 +369,7 @@ TEST_F( Reports, Status ) {
                  withoutAges( withoutGenerations( document.dump( 2 ) ) ) + '\n' );
 }
 
-// Counts that somebody publishes are no longer unknown.
+// Published counts are no longer unknown.
 TEST_F( Reports, StatusWithCounters ) {
    namespace Brane = Routing::Pim::SparseMode::Brane;
    router.ipv4.tables->routeCounterIs( { { Brane::switching, 0 }, 7 } );
@@ -391,7 +391,7 @@ TEST_F( Reports, Metrics ) {
                  withoutGenerations( metricsText( mirrors, "1.2.3" ) ) );
 }
 
-// In red there are more counts than rows.
+// In red there are more different counts than rows.
 TEST_F( Reports, Histograms ) {
    for ( int source = 1; source <= 20; ++source ) {
       for ( int group = 1; group <= source; ++group ) {

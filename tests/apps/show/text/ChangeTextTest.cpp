@@ -16,7 +16,7 @@ using SmTest::wcKey;
 
 class ChangeText : public Watching {
  protected:
-   // The lines of what comes until there are so many, or the deadline.
+   // The next lines, until there are `wanted` of them, or the deadline.
    std::string lines( size_t wanted ) {
       std::string out;
       until( [&] {
@@ -30,8 +30,8 @@ class ChangeText : public Watching {
       return out;
    }
 
-   // All that was written, as far as the filter takes it. Times alone, which are written
-   // last, are no change.
+   // All changes that match the filter. The last writes change times alone, which
+   // are no change.
    std::string told( const RouteFilter& filter = {} ) {
       const auto key = sgKey( "203.0.113.9", "239.0.0.1" );
       const Vantu::IntfId eth4 = intfId( "eth4" );
@@ -112,7 +112,7 @@ TEST_F( ChangeText, TellsEveryMemberThatDiffers ) {
            "assert-state no-info -> i-am-assert-loser, assert-winner address none "
            "-> 192.0.2.66, assert-winner rpt-bit none -> no, assert-winner "
            "preference none -> 90, assert-winner metric none -> 20\n" },
-      // Along the shared tree, and with it.
+      // Along the shared tree, and together with it.
       { route( []( RouteRecord& r ) { r.routeFlags.spTreeIs( false ); } ),
         "update" + entry +
            "is-spt yes -> no, incoming-interface eth1 -> eth0, rpf-neighbor "
@@ -133,7 +133,7 @@ TEST_F( ChangeText, TellsEveryMemberThatDiffers ) {
    }
 }
 
-// What matches before its change or after it, deletes as well.
+// Changes match by their state before or after, deletions included.
 TEST_F( ChangeText, FiltersByBeforeAndAfter ) {
    const auto forward = [this]( const char* intf, bool on ) {
       write( sg, intf, [on]( IntfRecord& r ) { r.forward = on; } );
@@ -218,7 +218,7 @@ TEST_F( ChangeText, ARestartIsGoneAndBackAndWhatDiffers ) {
    EXPECT_EQ( lines( 1 ), "delete (*, 239.1.10.1)\n" );
 }
 
-// The tables of a VRF that goes lose their bell, too, and that may be seen first.
+// The tables of a VRF that goes lose their bell, too, which may be seen first.
 TEST_F( ChangeText, AVrfThatGoesIsNoWriterThatDied ) {
    router.ipv4.manager.removeTables( router.ipv4.path );
    EXPECT_TRUE( feed.take( {}, mirrors.now() ).empty() );
@@ -226,8 +226,8 @@ TEST_F( ChangeText, AVrfThatGoesIsNoWriterThatDied ) {
    EXPECT_STREQ( last.op, "vrf-gone" );
 }
 
-// Faster than it is looked at: values are skipped, never the last one, and a line says
-// when.
+// Changes come faster than they are read: values are skipped, but never the last
+// one, and a line reports it.
 TEST_F( ChangeText, SaysThatItFellBehind ) {
    auto route = router.ipv4.vrf().sg( "198.51.100.7", "239.1.2.3" );
    for ( int i = 0; i < 100; ++i ) {

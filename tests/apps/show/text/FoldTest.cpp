@@ -5,7 +5,7 @@
 namespace Show {
 namespace {
 
-// Columns of 20.
+// At a width of 20 columns.
 TEST( Folded, BreaksWhereItReadsBest ) {
    const std::pair<const char*, const char*> rows[] = {
       { "", "" },

@@ -51,10 +51,10 @@ class AtTerminal {
    AtTerminal( const AtTerminal& ) = delete;
    AtTerminal& operator=( const AtTerminal& ) = delete;
 
-   // Everything that came to the terminal.
+   // The whole output to the terminal.
    const std::string& shown() const { return shown_; }
 
-   // Waits for the text, doing `meanwhile` from time to time.
+   // Waits for the text, running `meanwhile` from time to time.
    testing::AssertionResult shows(
       const std::string& text, const std::function<void()>& meanwhile = [] {} ) {
       const auto end = Clock::now() + Mox::Test::Program::deadline;
@@ -76,7 +76,7 @@ class AtTerminal {
    }
    void signal( int number ) const { kill( pid_, number ); }
 
-   // Waits for its end, and reads what it said until then.
+   // Waits for the program's end, and reads the rest of its output.
    int status() {
       const auto end = Clock::now() + Mox::Test::Program::deadline;
       int status = 0;
@@ -88,7 +88,7 @@ class AtTerminal {
       read();
       return WIFEXITED( status ) ? WEXITSTATUS( status ) : -WTERMSIG( status );
    }
-   // Has the line its settings of before?
+   // Has the terminal its former settings?
    bool restored() const {
       termios now{};
       tcgetattr( terminal_, &now );
@@ -124,7 +124,7 @@ class WatchProgram : public testing::Test {
    ShownRouter router;
 };
 
-// ncurses' ways of taking a terminal of xterm's kind, and giving it back.
+// The sequences by which ncurses takes over and restores a terminal like xterm.
 constexpr const char *kTakes = "\033[?1049h", *kGivesBack = "\033[?1049l";
 
 TEST_F( WatchProgram, LeavesTheTerminalAsItWas ) {
@@ -148,7 +148,7 @@ TEST_F( WatchProgram, LeavesTheTerminalAsItWas ) {
 TEST_F( WatchProgram, FollowsKeysSizeAndTables ) {
    AtTerminal terminal( watch() );
    ASSERT_TRUE( terminal.shows( "route 1 of 5" ) );
-   const std::string whole = "\f";     // ^L: not what differs alone
+   const std::string whole = "\f";     // ^L: draws everything
    terminal.type( "\033OF" + whole );  // end
    EXPECT_TRUE( terminal.shows( "route 5 of 5" ) );
    terminal.type( "\033OA" + whole );  // up: the last row of the route before
@@ -165,7 +165,7 @@ TEST_F( WatchProgram, FollowsKeysSizeAndTables ) {
 TEST_F( WatchProgram, SaysThatTheAgentIsGoneByItsStatus ) {
    AtTerminal terminal( watch( "--json-lines --iface eth3" ) );
    auto sg = router.ipv4.vrf().sg( "198.51.100.7", "239.1.2.3" );
-   // Until it listens.
+   // Waits until the program listens.
    ASSERT_TRUE( terminal.shows( "}\r\n", [&] {
       sg.intf( "eth3" )->forwardIs( !sg.intf( "eth3" )->forward() );
       router.ipv4.publish();
@@ -207,7 +207,7 @@ TEST_F( WatchProgram, FollowsVrfsThatGoAndCome ) {
    EXPECT_EQ( lines.status(), 0 ) << "a VRF that went is no agent that went";
 }
 
-// While nothing changes, too.
+// Ends even if nothing changes.
 TEST_F( WatchProgram, EndsWhenNobodyReads ) {
    Mox::Test::Program shell(
       { "/bin/sh", "-c",

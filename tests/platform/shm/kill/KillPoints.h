@@ -1,4 +1,4 @@
-// Takes the bytes of a table after each store to it, as a kill would leave them.
+// Copies the bytes of a table after each store to it, as a kill would leave them.
 #pragma once
 
 #include <functional>
@@ -8,13 +8,13 @@
 
 namespace Brane::Test {
 
-// Bytes of some files at each kill point; of one that does not exist, "".
+// The bytes of some files at each kill point; "" for a missing file.
 class KillPoints {
  public:
-   using Image = std::vector<std::string>;  // as the files
+   using Image = std::vector<std::string>;  // in the order of the files
 
-   // Runs `act` and copies the files after each store in it. What `act` throws is
-   // passed on.
+   // Runs `act` and copies the files after each store in it. Exceptions of `act`
+   // pass through.
    static std::vector<Image> of( const std::vector<std::string>& files,
                                  const std::function<void()>& act ) {
       KillPoints points( files );

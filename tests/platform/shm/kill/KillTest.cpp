@@ -18,7 +18,7 @@ class Kill : public TableTest {
       for ( uint64_t id : neighbours( capacity, 4, 1 ) ) ids.push_back( id );
    }
 
-   // What stood before an operation, and after it.
+   // The content before an operation, and after it.
    struct Change {
       Content before, after;
       std::string former;  // the file's bytes before it
@@ -39,7 +39,7 @@ class Kill : public TableTest {
       return content;
    }
 
-   // Every slot and every place works: fill up, replace, empty.
+   // Checks that every slot and every place works: fill up, replace, empty.
    void exercise( TableWriter& writer, const Content& content ) {
       Content expected = content;
       for ( uint64_t id : ids ) {
@@ -62,19 +62,19 @@ class Kill : public TableTest {
       EXPECT_EQ( writer.verify().damaged, 0u );
    }
 
-   // One kill: as a reader that was attached before sees it, and by remounting.
-   // With `deep`, the remount is itself killed at each of its stores.
+   // Checks one kill: by a reader attached before, and by remounting. With `deep`,
+   // the remount is itself killed at each of its stores.
    void check( const std::string& image, const Change& change, bool deep ) {
       std::string dead = directory + "/dead/t";
       std::filesystem::remove( dead );
       bytesAre( dead, change.former );
       Followed followed( dead, layout );
       ASSERT_EQ( followed.content, change.before );
-      // One that drains again only after the next writer's first change.
+      // A follower that drains again only after the next writer's first change.
       Followed late( dead, layout );
       bytesAre( dead, image );
       Content seen = readDead( followed.reader, change );
-      // The bell tells of the death: the follower hears of what can be seen.
+      // The bell reports the death: the follower reports the visible state.
       followed.drain();
       EXPECT_EQ( followed.content, seen );
       std::vector<std::string> again =
@@ -105,7 +105,7 @@ class Kill : public TableTest {
       EXPECT_EQ( followed.content, content );
    }
 
-   // The next writer's changes do not hide the notice of the one half done.
+   // The next writer's changes do not hide the notice of the half-done one.
    void goOn( const std::string& dead, const Change& change, Followed& late ) {
       TableWriter writer( dead, layout, capacity, options );
       for ( auto& [id, record] : change.before ) {
@@ -128,7 +128,7 @@ TEST_F( Kill, AnywhereInAChangeLeavesTheOldRecordOrTheNew ) {
    TableWriter writer( path, layout, capacity, options );
    Content content;
    size_t points = 0;
-   // Enough for each slot to be used again a few times.
+   // Enough for each slot to be reused a few times.
    for ( uint64_t step = 1; step <= 260 && !HasFailure(); ++step ) {
       uint64_t id = ids[random() % ids.size()];
       uint64_t kind = random() % 8;
@@ -165,7 +165,7 @@ TEST_F( Kill, AnywhereInAChangeLeavesTheOldRecordOrTheNew ) {
    EXPECT_GT( points, 1000u );
 }
 
-// Killed while one is made, there is none, or the former one, and nothing in the way.
+// A kill during the making leaves no instance or the former one, and no obstacle.
 TEST_F( Kill, WhileMakingAnInstanceLeavesTheFormerOne ) {
    TableFiles files( path );
    for ( bool former : { false, true } ) {
@@ -197,8 +197,8 @@ TEST_F( Kill, WhileMakingAnInstanceLeavesTheFormerOne ) {
    }
 }
 
-// Bytes as a stray pointer leaves them: the first key's record broken, the second's
-// word gone, the third's word at one place more; the head, too, where `wild`.
+// Bytes as damaged by a stray pointer: the first key's record broken, the second's
+// word gone, the third's word at another place, too; the head, too, if `wild`.
 std::string damaged( std::string bytes, uint32_t capacity, bool wild ) {
    auto geometry = geometryOf( capacity, 4 );
    auto* words = indexIn( bytes, geometry );
@@ -217,7 +217,8 @@ std::string damaged( std::string bytes, uint32_t capacity, bool wild ) {
    return bytes;
 }
 
-// A repair that is killed half way: the next one still tells followers of all.
+// A repair is killed half way: the next one still notifies followers of all
+// changes.
 TEST_F( Kill, InARepairLosesNoNotice ) {
    {
       TableWriter writer( path, layout, capacity, options );
@@ -228,7 +229,7 @@ TEST_F( Kill, InARepairLosesNoNotice ) {
    const Content before = contentOf( TableReader( path, layout ) );
    const std::string dead = directory + "/dead/t";
    Content expected;
-   // What a further kill leaves of the repair of `image`.
+   // The images that further kills leave of the repair of `image`.
    auto repair = [&]( const std::string& image ) {
       std::filesystem::remove( dead );
       bytesAre( dead, former );

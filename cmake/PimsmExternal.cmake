@@ -1,8 +1,8 @@
-# Every library from outside, and the headers by which a source uses it.
+# The external libraries, and the headers by which a source uses each.
 #
-# pimsm_external( fmt::fmt fmt/ ): the target, then what names of its headers begin with. A
-# folder that includes one of them declares the target in its LIBS, whatever its other
-# libraries link: tools/check-includes reads the table.
+# pimsm_external( fmt::fmt fmt/ ): the target, then the prefixes of its headers'
+# names. A folder that includes one of them declares the target in its LIBS, even if
+# another library links it: tools/check-includes reads the table.
 
 set( PIMSM_EXTERNAL_FILE ${PROJECT_BINARY_DIR}/external-libraries.txt )
 file( WRITE ${PIMSM_EXTERNAL_FILE} "" )
@@ -12,7 +12,7 @@ function( pimsm_external target )
    file( APPEND ${PIMSM_EXTERNAL_FILE} "${target}: ${headers}\n" )
 endfunction()
 
-# pimsm_found( pcap pcap/ ): the same of a library without a package for CMake.
+# pimsm_found( pcap pcap/ ): the same for a library without a CMake package.
 function( pimsm_found library )
    find_library( PIMSM_LIB_${library} ${library} REQUIRED )
    add_library( ${library}::${library} INTERFACE IMPORTED GLOBAL )

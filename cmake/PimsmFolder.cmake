@@ -1,9 +1,10 @@
-# One CMake target a folder, which links what the folder declares and nothing else.
+# One CMake target a folder, which links only what the folder declares.
 #
-# pimsm_folder( NAME net DEPS base entity LIBS fmt::fmt ) makes the static library pimsm_net
-# from the folder's sources but main.cpp, and puts its objects into libPimsm.so, or into that
-# of the LIBRARY that it names. Where the libraries are made already, below apps/, it is part
-# of none, and gets a declared folder of theirs by linking them.
+# pimsm_folder( NAME net DEPS base entity LIBS fmt::fmt ) makes the static library
+# pimsm_net from the folder's sources except main.cpp, and puts its objects into
+# libPimsm.so, or into the LIBRARY that it names. Below apps/, where the libraries
+# are complete, a folder is part of neither, and links the library of a declared
+# folder.
 #
 # pimsm_executable( NAME pimsm-agent DEPS agent ) makes the program of the folder's main.cpp.
 #
@@ -19,7 +20,7 @@ include( CheckIncludeFileCXX )
 add_library( pimsm_options INTERFACE )
 target_compile_features( pimsm_options INTERFACE cxx_std_20 )
 target_include_directories( pimsm_options INTERFACE ${PROJECT_SOURCE_DIR} )
-# Boost's headers are the system's: their warnings are not ours to mend.
+# Boost's headers count as the system's: their warnings are not ours to fix.
 target_compile_options( pimsm_options INTERFACE
    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
    -Wcast-align )
@@ -41,7 +42,7 @@ if( PIMSM_SANITIZE )
    target_compile_options( pimsm_options INTERFACE
       -fsanitize=${PIMSM_SANITIZE} -fno-omit-frame-pointer )
    target_link_options( pimsm_options INTERFACE -fsanitize=${PIMSM_SANITIZE} )
-   # g++ 12 finds std::regex uninitialized where the sanitizers are in its way.
+   # g++ 12 reports std::regex as uninitialized under the sanitizers.
    if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
       target_compile_options( pimsm_options INTERFACE -Wno-maybe-uninitialized )
    endif()
@@ -65,7 +66,8 @@ function( pimsm_folder )
    file( GLOB sources CONFIGURE_DEPENDS *.cpp detail/*.cpp )
    list( FILTER sources EXCLUDE REGEX "/main\\.cpp$" )
    if( NOT sources )
-      # A folder of headers alone still is a target, so that it compiles alone.
+      # A folder of headers alone is a target too, so that each header compiles
+      # alone.
       file( WRITE ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp "" )
       set( sources ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp )
    endif()
@@ -122,8 +124,8 @@ function( pimsm_declare target path deps libs )
    file( APPEND ${PIMSM_DEPS_FILE} "${where}: ${target} ${deps} ${libs}\n" )
 endfunction()
 
-# Fails where a target of a declared folder links what that does not declare, or is not
-# declared itself. At the end of all: later calls could add to what a target links.
+# Fails if a target links a folder or library that it does not declare, or is not
+# declared itself. Called last: later calls could add links.
 function( pimsm_check_links )
    get_property( directories GLOBAL PROPERTY PIMSM_DIRECTORIES )
    list( REMOVE_DUPLICATES directories )
@@ -138,7 +140,8 @@ function( pimsm_check_links )
                list( APPEND links ${some} )
             endif()
          endforeach()
-         # A private library of a static one; and the marks of a call from elsewhere.
+         # Skips a static library's private links, and the marks of calls from
+         # another directory.
          list( TRANSFORM links REPLACE "^\\$<LINK_ONLY:(.*)>$" "\\1" )
          list( FILTER links EXCLUDE REGEX "^::@" )
          list( REMOVE_ITEM links ${declared} )
@@ -150,8 +153,8 @@ function( pimsm_check_links )
    endforeach()
 endfunction()
 
-# pimsm_shared_library( Pimsm fmt::fmt ): the library of that name of its folders, linked
-# with what follows.
+# pimsm_shared_library( Pimsm fmt::fmt ): the library of that name from its folders,
+# linked with the libraries that follow.
 function( pimsm_shared_library name )
    get_property( folders GLOBAL PROPERTY FOLDERS_OF_${name} )
    set( objects "" )
@@ -159,11 +162,12 @@ function( pimsm_shared_library name )
       list( APPEND objects $<TARGET_OBJECTS:${folder}> )
    endforeach()
    add_library( ${name} SHARED ${objects} )
-   # By the name that find_package gives it, where the project is part of another.
+   # The name that find_package uses, for a project that includes this one.
    add_library( Pimsm::${name} ALIAS ${name} )
    set_target_properties( ${name} PROPERTIES
       VERSION ${PROJECT_VERSION} SOVERSION 1 LINKER_LANGUAGE CXX )
-   # Warnings, and headers by their place in this project, are not for who uses it.
+   # Users of the library get neither the warnings nor the source tree's header
+   # paths.
    target_link_libraries( ${name} PRIVATE $<BUILD_INTERFACE:pimsm_options> )
    target_link_libraries( ${name} PUBLIC ${ARGN} Boost::headers )
    # A sanitizer's runtime comes with the program.

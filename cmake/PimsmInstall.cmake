@@ -1,5 +1,5 @@
-# What cmake --install puts where: the library with its public headers, the files by
-# which others find it, and the programs.
+# The places of cmake --install: the library with its public headers, the files by
+# which other projects find it, and the programs.
 #
 # The headers lie under include/pimsm as they do here: both <pimsm/model/Status.h> and
 # "model/Status.h" are found, and tools/install-headers has them include each other by the
@@ -14,7 +14,7 @@ function( pimsm_install )
    target_include_directories( Pimsm INTERFACE
       $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> $<INSTALL_INTERFACE:${headers}>
       $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/headers> )
-   # For who has this project as a part of his: as they are installed.
+   # For projects that include this one: the headers as installed.
    set( public platform model export register count ssm frr published assembly packet engine router )
    list( TRANSFORM public APPEND "/*.h" OUTPUT_VARIABLE patterns )
    file( GLOB_RECURSE sources CONFIGURE_DEPENDS ${patterns} )
@@ -28,7 +28,7 @@ function( pimsm_install )
    list( JOIN public " " public )
    set( PIMSM_PC_CFLAGS "" )
    if( PIMSM_ATOMIC_PTR )
-      # Who links the library must count as it does.
+      # Users of the library must count references as it does.
       target_compile_definitions( Pimsm INTERFACE PIMSM_ATOMIC_PTR=1 )
       set( PIMSM_PC_CFLAGS "-DPIMSM_ATOMIC_PTR=1" )
    endif()
@@ -51,7 +51,7 @@ function( pimsm_install )
       \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${headers}\"
       ${public} )" )
 
-   # The services, by where the programs are; systemd looks below /usr/local, too.
+   # The services, with the programs' path; systemd also looks below /usr/local.
    foreach( service IN ITEMS agent:${CMAKE_INSTALL_FULL_BINDIR} mfib:${CMAKE_INSTALL_FULL_SBINDIR} )
       string( REPLACE ":" ";" service ${service} )
       list( GET service 0 name )
@@ -71,14 +71,15 @@ function( pimsm_install )
    set( config ${CMAKE_INSTALL_LIBDIR}/cmake/Pimsm )
    configure_package_config_file( cmake/PimsmConfig.cmake.in PimsmConfig.cmake
       INSTALL_DESTINATION ${config} NO_SET_AND_CHECK_MACRO )
-   # Before 1.0 any minor version may break what is built against it.
+   # Before 1.0 any minor version may break programs built against it.
    write_basic_package_version_file( PimsmConfigVersion.cmake
       COMPATIBILITY SameMinorVersion )
    install( EXPORT PimsmTargets NAMESPACE Pimsm:: DESTINATION ${config} )
    install( FILES ${CMAKE_CURRENT_BINARY_DIR}/PimsmConfig.cmake
       ${CMAKE_CURRENT_BINARY_DIR}/PimsmConfigVersion.cmake DESTINATION ${config} )
 
-   # Where its own file lies tells the prefix, so that a moved tree is found as well.
+   # The prefix follows from the file's own place, so that a moved tree is found as
+   # well.
    cmake_path( RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR
       BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} OUTPUT_VARIABLE libdir )
    cmake_path( SET up NORMALIZE "${libdir}/pkgconfig" )

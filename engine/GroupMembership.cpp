@@ -82,8 +82,7 @@ bool GroupMembership::excluded( const IpGenAddr& source ) const {
 void GroupMembership::request( const IpGenAddr& source, double time ) {
    std::unique_ptr<Timer>& timer = sources_[source];
    if ( timer == nullptr ) {
-      timer = std::make_unique<Timer>(
-         clock_, [this, source] { handleSourceExpired( source ); } );
+      timer = std::make_unique<Timer>( clock_, [this] { handleSourceExpired(); } );
    }
    timer->start( time );
 }
@@ -139,11 +138,18 @@ void GroupMembership::keepOnly( const Sources& sources ) {
    }
 }
 
-void GroupMembership::handleSourceExpired( const IpGenAddr& source ) {
-   if ( exclude_ ) {
-      sources_[source] = nullptr;
-   } else {
-      sources_.erase( source );
+// All that expire now go at once: each change is looked at as a whole.
+void GroupMembership::handleSourceExpired() {
+   const double now = clock_.now();
+   for ( auto each = sources_.begin(); each != sources_.end(); ) {
+      const Timer* timer = each->second.get();
+      if ( timer == nullptr || ( timer->running() && timer->until() > now ) ) {
+         ++each;
+      } else if ( exclude_ ) {
+         ( each++ )->second = nullptr;
+      } else {
+         each = sources_.erase( each );
+      }
    }
    auto changed = changed_;
    changed();

@@ -83,7 +83,7 @@ class PIMSM_API GroupMembership {
    void blockSources( const Sources& sources );
    void queryAllBut( const Sources& sources );
    void keepOnly( const Sources& sources );
-   void handleSourceExpired( const Vantu::IpGenAddr& source );
+   void handleSourceExpired();
    void handleGroupExpired();
 
    Mox::Clock& clock_;

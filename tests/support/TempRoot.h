@@ -16,6 +16,10 @@ class TempRoot {
       }
       path_ = name;
    }
+   // One that somebody else removes as well, should this process be killed.
+   explicit TempRoot( const std::string& path ) : path_( path ) {
+      std::filesystem::create_directory( path );
+   }
    ~TempRoot() {
       std::error_code ignored;
       std::filesystem::remove_all( path_, ignored );

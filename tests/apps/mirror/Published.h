@@ -53,19 +53,8 @@ class ShownRouter {
  public:
    static constexpr double now = 1000000.0;
 
-   ShownRouter() {
-      fillShared();
-      fillSources();
-      fillRegisters();
-      auto wc = ipv6.vrf()
-                   .wc( "ff0e::db8:1" )
-                   .rpTree()
-                   .rpf( SmTest::rpfBy( "eth0", "fe80::fe" ) );
-      wc->creationTimeIs( now - 3 );
-      wc.intf( "eth1" ).joined()->lastJoinReceivedIs( now - 3 );
-      wc.intf( "eth1" )->forwardIs( true );
-      for ( Published* side : { &ipv4, &ipv6, &red } ) side->publish();
-   }
+   ShownRouter() { fill(); }
+   explicit ShownRouter( const std::string& path ) : root( path ) { fill(); }
 
    // The agent's interfaces of the VRF default, IPv4: DR on eth3, not on eth2.
    void publishInterfaces() {
@@ -130,6 +119,19 @@ class ShownRouter {
    Mox::Ptr<::Published::ProcessStatus> process;
 
  private:
+   void fill() {
+      fillShared();
+      fillSources();
+      fillRegisters();
+      auto wc = ipv6.vrf()
+                   .wc( "ff0e::db8:1" )
+                   .rpTree()
+                   .rpf( SmTest::rpfBy( "eth0", "fe80::fe" ) );
+      wc->creationTimeIs( now - 3 );
+      wc.intf( "eth1" ).joined()->lastJoinReceivedIs( now - 3 );
+      wc.intf( "eth1" )->forwardIs( true );
+      for ( Published* side : { &ipv4, &ipv6, &red } ) side->publish();
+   }
    // Deliberately in another order than the shown one.
    void fillRegisters() {
       using Routing::Pim::SparseMode::InternalRouteKey;

@@ -1,0 +1,104 @@
+// Fills tables with the shown router and keeps them as an agent would, until its input
+// ends. Each line that it reads changes something; it says the line when that is done.
+//
+// usage: shown-router ROOT
+#include <iostream>
+#include <map>
+
+#include "tests/apps/mirror/Published.h"
+#include "tests/support/Damage.h"
+
+namespace {
+
+namespace SmTest = Routing::Pim::SparseMode::Test;
+using Show::Published;
+
+// Every state of a route and of its interfaces.
+void addShapes( SmTest::Vrf vrf ) {
+   namespace Sm = Routing::Pim::SparseMode;
+   auto wc = vrf.wc( "239.9.0.1" ).rpTree().rpf( "eth0" );
+   auto sg = vrf.sg( "192.0.2.1", "239.9.0.1" ).rpf( "eth1" ).attached();
+   sg.prevRpf( "eth2" ).rpfFrr( SmTest::rpfBy( "eth3" ) ).mbr( "eth4" ).upJoined();
+   sg->routeFlagsIs( Sm::Route::RouteFlags( Sm::Route::RouteFlags::limit ) );
+   int next = 0;
+   const auto intf = [&]( SmTest::RouteBuilder route ) {
+      return route.intf( "eth" + std::to_string( next++ % 10 ) );
+   };
+   for ( auto state :
+         { Sm::Intf::noInfo, Sm::Intf::prunePending, Sm::Intf::joined } )
+      intf( sg ).joinState( state ).include().exclude()->forwardIs( true );
+   intf( sg ).lostAssert( "[R] 192.0.2.9 [2147483647/4294967295]" );
+   intf( sg ).wonAssert( "[S] 192.0.2.8 [0/0]" )->toBeDeletedIs( true );
+   for ( auto switched : { Sm::Route::notSwitching, Sm::Route::switchIifUpdated,
+                           Sm::Route::wrongVifRecd, Sm::Route::intervalElapsed,
+                           Sm::Route::hwSwitchComplete } ) {
+      auto route =
+         vrf.sg( "192.0.2." + std::to_string( 10 + next++ ), "239.9.0.1" );
+      route.iifSwitching( switched )->iifSwitchPendingIs( true );
+      for ( auto state :
+            { Sm::upRptNotPruned, Sm::upRptNotJoined, Sm::upRptPruned } )
+         vrf.sg( "192.0.2." + std::to_string( 100 + next++ ), "239.9.0.1" )
+            .upRpt( state );
+   }
+   for ( auto state :
+         { Sm::Intf::rptNoInfo, Sm::Intf::rptPruned, Sm::Intf::rptPrunePending,
+           Sm::Intf::rptPruneTemp, Sm::Intf::rptPrunePendingTemp } ) {
+      auto pruned = intf( vrf.sg( "192.0.2.99", "239.9.0.1" ).rpTree() );
+      pruned.rptState( state )->lastRptPruneReceivedIs( 1 );
+      wc.intf( pruned->intfId().name() ).joined();
+   }
+   // Each thing that keeps an interface out.
+   auto kept = vrf.sg( "192.0.2.98", "239.9.0.1" ).spTree().rpf( "eth9" );
+   for ( const char* name : { "eth7", "eth8", "eth9" } ) kept.intf( name );
+   kept.intf( "eth8" ).joined().lostAssertTo( "192.0.2.66" );
+   auto excluded = vrf.sg( "192.0.2.97", "239.9.0.1" );
+   excluded.intf( "eth3" ).exclude();
+   wc.intf( "eth3" ).include();
+   excluded.intf( "eth4" ).lostAssertTo( "192.0.2.66" );
+   wc.intf( "eth4" ).joined();
+   excluded.intf( "eth5" );
+   wc.intf( "eth5" ).joined().lostAssertTo( "192.0.2.66" );
+}
+
+void changesFrom( std::istream& in, Show::ShownRouter& router ) {
+   const auto fileOf = [&]( const std::string& entity, const char* table ) {
+      return router.root.path() + '/' + entity + '/' + table;
+   };
+   const auto family = ::Published::FamilyStatus::mountPath(
+      Vantu::AddressFamily::ipv4, L3::VrfName( "default" ) );
+   const std::map<std::string, std::function<void()>> changes = {
+      { "interfaces", [&] { router.publishInterfaces(); } },
+      { "groups", [&] { router.publishGroups(); } },
+      { "process", [&] { router.publishProcess(); } },
+      { "shapes", [&] { addShapes( router.ipv4.vrf() ); } },
+      { "red source",
+        [&] {
+           router.red.vrf().sg( "192.0.2.9", "239.5.5.5" ).spTree().rpf( "eth7" );
+        } },
+      { "break interface",
+        [&] {
+           Mox::Test::breakRecord( fileOf( family, "interface" ),
+                                   SmTest::intfId( "eth3" ), 64 );
+        } },
+      { "break route",
+        [&] {
+           Mox::Test::breakSlot( fileOf( router.ipv4.path, "route" ),
+                                 SmTest::sgKey( "203.0.113.9", "239.0.0.1" ),
+                                 Mox::Test::kBeforeRecord + 5 );
+        } },
+   };
+   std::cout << "filled" << std::endl;
+   for ( std::string line; std::getline( in, line ); ) {
+      changes.at( line )();
+      for ( Published* side : { &router.ipv4, &router.ipv6, &router.red } )
+         side->publish();
+      std::cout << line << std::endl;
+   }
+}
+
+}
+
+int main( int, char** arguments ) {
+   Show::ShownRouter router( arguments[1] );
+   changesFrom( std::cin, router );
+}

@@ -1,8 +1,6 @@
-// A router with tables of its own: its agents, its readers and the show tool's
-// output.
+// A router with tables of its own: its agents and readers.
 #pragma once
 
-#include <cctype>
 #include <fstream>
 #include <sstream>
 
@@ -31,12 +29,6 @@ inline std::vector<std::string> linesOf( const std::string& text ) {
    return out;
 }
 
-// "12s", "1h59m".
-inline bool isAge( const std::string& word ) {
-   return word.find_first_not_of( "0123456789dhms" ) == std::string::npos &&
-          std::isdigit( word.front() ) != 0 && std::isalpha( word.back() ) != 0;
-}
-
 class Site {
  public:
    const std::string& root() const { return root_.path(); }
@@ -53,24 +45,6 @@ class Site {
       return agent( read );
    }
    Program::Arguments reader() const { return { PIMSM_READER, root() }; }
-   Ended show( const Program::Arguments& more = {} ) const {
-      return Mox::Test::runToEnd( command( { PIMSM_SHOW }, more ) );
-   }
-   // The tool's output without the parts that change with time: ages, the column
-   // widths that depend on them, and whether an agent runs.
-   std::string routes() const {
-      std::string out;
-      for ( const std::string& line : linesOf( show().out ) ) {
-         std::istringstream words( line );
-         for ( std::string word; words >> word; ) {
-            bool changes = isAge( word ) || word == "running" || word == "gone";
-            out += changes ? "..." : word;
-            out += ' ';
-         }
-         out += '\n';
-      }
-      return out;
-   }
    std::string write( const char* name, const std::string& bytes ) const {
       std::string path = root() + '/' + name;
       std::ofstream( path, std::ios::binary ) << bytes;

@@ -20,7 +20,7 @@ void Deadlines::atMost( Deadline& deadline, double time ) {
    if ( deadline.place_ == 0 ) wake();
 }
 
-// The last takes its place.
+// The last entry takes its place.
 void Deadlines::remove( Deadline& deadline ) {
    if ( !deadline.queued() ) return;
    const size_t place = deadline.place_;
@@ -60,12 +60,12 @@ void Deadlines::sink( size_t place, const Entry& entry ) {
    put( place, entry );
 }
 
-// One that has been removed meanwhile leaves a wake-up at which nothing is due.
+// A deadline removed meanwhile leaves a wake-up with nothing due.
 void Deadlines::wake() {
    wakeupTimeIs( heap_.empty() ? never : heap_.front().time );
 }
 
-// The caller queues nothing for a time that has come: what is due has ended with the call.
+// The call queues nothing for a time that has come, so the loop ends.
 void Deadlines::onTime() {
    const double time = now();
    while ( !heap_.empty() && heap_.front().time <= time ) {

@@ -1,9 +1,9 @@
-// Deadlines of many records on one clock, which has one observer for all of them.
+// Deadlines of many records on one clock, with one observer for all of them.
 //
-// A record is a Deadline, or has one; it costs four bytes and, while it is queued, 16 in a heap
-// that knows its place. What is put off is not moved: when the former time comes, the record is
-// told, finds nothing due and queues anew. So a refresh that comes before its time costs nothing.
-// Event-loop thread.
+// A record is a Deadline, or has one. It costs four bytes, and while queued 16 more
+// in a heap that knows its place. A deadline that is put off is not moved: at the
+// former time the record is called, finds nothing due and queues anew. So a refresh
+// before the deadline costs nothing. Event-loop thread.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,8 @@ namespace Router {
 
 class Deadlines;
 
-// Taken from its queue before it goes. Stays where it is while queued.
+// Must be removed from its queue before it is destroyed, and must not move while
+// queued.
 class PIMSM_API Deadline {
  public:
    Deadline() = default;
@@ -36,17 +37,19 @@ class PIMSM_API Deadlines : private Mox::Clock::Notifiee {
  public:
    static constexpr double never = Mox::Clock::never;
 
-   // `due` is called for each deadline whose time has come, in order of time; it is not
-   // queued any more then. The call may queue and remove any, and end the due one.
+   // `due` is called for each deadline whose time has come, in order of time; the
+   // deadline is no longer queued then. The call may queue and remove any deadline,
+   // and destroy the due one.
    Deadlines( Mox::Clock& clock, std::function<void( Deadline& )> due )
       : Notifiee( &clock ), due_( std::move( due ) ) {}
-   // What is still queued must not be used with another queue.
+   // Deadlines that are still queued must not be used with another queue.
 
    double now() const { return clock()->now(); }
 
-   // It is due at that time at the latest. One that is due before stays so. Never: no change.
+   // Makes it due at that time or earlier: an earlier time stays. `never` changes
+   // nothing.
    void atMost( Deadline& deadline, double time );
-   // It may be queued or not.
+   // Has no effect if it is not queued.
    void remove( Deadline& deadline );
 
    size_t size() const { return heap_.size(); }
@@ -67,7 +70,7 @@ class PIMSM_API Deadlines : private Mox::Clock::Notifiee {
    void sink( size_t place, const Entry& entry );
 
    std::function<void( Deadline& )> due_;
-   // Each is due no later than those at 4 * its place + 1 to + 4.
+   // A heap: each entry is due no later than those at 4 * its place + 1 to + 4.
    std::vector<Entry> heap_;
 };
 

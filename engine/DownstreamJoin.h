@@ -27,14 +27,14 @@ class PIMSM_API DownstreamJoin {
    // Writes the timers for the next process.
    void tell( Published::Downstream& record ) const;
 
-   // When handleTime() is to be called next, or earlier; never.
+   // The next call of handleTime() is due at this time at the latest; or never.
    double due() const;
    void handleTime( Intf& intf, double now );
    void end( Intf& intf );
 
  private:
    HoldTimer expiry_;
-   double prunePending_ = 0.0;  // until when; 0: it does not run
+   double prunePending_ = 0.0;  // its end; 0: not running
 };
 
 }

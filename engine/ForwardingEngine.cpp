@@ -14,7 +14,7 @@ using Vantu::IntfId;
 
 namespace {
 
-// Calls `changed` for the interfaces whose fastForward is another.
+// Calls `changed` for the interfaces whose fastForward differs.
 template <class Changed>
 void updateForwarding( Sm::Route& route, Changed changed ) {
    for ( Intf& intf : route.routeIntf() ) {
@@ -221,7 +221,7 @@ void ForwardingEngine::handlePimIntf( const IntfId& intfId ) {
    markAll();
 }
 
-// A round takes what is marked at its beginning.
+// A round takes the routes marked at its beginning.
 std::optional<RouteKey> ForwardingEngine::next() {
    if ( round_.empty() ) {
       round_.assign( marked_.begin(), marked_.end() );

@@ -1,10 +1,10 @@
 // Keeps forwarding and upstream states of one VRF and family equal to the protocol
 // macros' answers.
 //
-//   watches  routes, their upstream records, which interface records they have, and the
-//            PIM interfaces; of states on interface records the engines that set them tell.
-//            Any change of what the macros read marks the route, on a (*,G) route all
-//            of the group
+//   watches  routes, their upstream records, their sets of interface records, and the
+//            PIM interfaces; engines report the states that they set on interface
+//            records. Any change of the macros' inputs marks the route, on a (*,G)
+//            route all of the group
 //   writes   forward and fastForward of each record, upJoinState and the upstream
 //            (S,G,rpt) state (RFC 7761, 4.5.4 to 4.5.7, nothing is sent); on the
 //            (S,G) routes of a group a record for each interface of its (*,G) route,
@@ -48,7 +48,7 @@ class PIMSM_API ForwardingEngine {
    ForwardingEngine( const ForwardingEngine& ) = delete;
    ForwardingEngine& operator=( const ForwardingEngine& ) = delete;
 
-   // A state on an interface record has changed.
+   // Call it when a state on an interface record has changed.
    void handleRecord( const Routing::Pim::RouteKey& key );
 
    // Reviews marked routes, at least one, until `over` returns true. Returns
@@ -77,7 +77,8 @@ class PIMSM_API ForwardingEngine {
    Mox::Ptr<Routing::Pim::SparseMode::Status> model_;
    Hooks hooks_;
    std::unordered_set<RouteKey> marked_;
-   // Being reviewed, the next one last; a (*,G) route comes before its group's (S,G) routes.
+   // The routes being reviewed, the next one last. A (*,G) route comes before its
+   // group's (S,G) routes.
    std::vector<RouteKey> round_;
    std::unordered_map<RouteKey, std::unique_ptr<MoxRoute>> routes_;
    std::unordered_map<Group, std::unordered_set<RouteKey>> sources_;

@@ -1,8 +1,7 @@
 // The expiry timer of a downstream state, and the form in which a process leaves
-// its timers to the next one. Each is given in seconds from the last message that
-// set it. That message's time is in the tables already, so a refresh changes
-// nothing here. A plain value: its owner asks
-// whether it is over. Times in seconds on the engines' clock.
+// its timers to the next one. The hold time counts from the last message, whose
+// time is in the tables already, so a refresh changes nothing there. A plain value:
+// its owner checks whether it is over. Times in seconds on the engines' clock.
 #pragma once
 
 #include <functional>
@@ -22,7 +21,7 @@ class HoldTimer {
    // The hold time of a state after a restart when it is unknown (RFC 7761, 4.11).
    static constexpr double defaultHoldtime = 210.0;
 
-   // A message says how long the state lives; infinity: for ever.
+   // A message gave the state this hold time; infinity: for ever.
    void start( double now, double holdtime ) {
       until_ = now + holdtime;
       holdtime_ = holdtime;
@@ -45,7 +44,7 @@ class HoldTimer {
    }
    void cancel() { until_ = 0.0; }
 
-   // When the state is over; never, where there is none.
+   // The time when the state is over; never without a state.
    double until() const { return running() ? until_ : Timer::never; }
    // Seconds from the last message to the state's end; 0 without a state.
    double holdtime() const { return running() ? holdtime_ : 0.0; }

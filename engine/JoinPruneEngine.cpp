@@ -16,7 +16,7 @@ bool wholeAddress( const IpGenAddr& address, unsigned maskLength ) {
 
 }
 
-// What others may see of a record.
+// The parts of a record that others may see.
 struct JoinPruneEngine::State {
    Intf::JoinState join;
    Intf::RptState rpt;
@@ -171,7 +171,7 @@ JoinPruneEngine::Record* JoinPruneEngine::find( const RouteIntfKey& key ) const 
    return there ? found->second.get() : nullptr;
 }
 
-// Null, counted: there is no room for its route.
+// Null, and counted, without room for the route.
 JoinPruneEngine::Record* JoinPruneEngine::make( const RouteIntfKey& key,
                                                 const IpGenAddr& rp ) {
    if ( Record* record = find( key ) ) return record;
@@ -194,8 +194,8 @@ void JoinPruneEngine::erase( const RouteIntfKey& key ) {
    if ( route->second.empty() ) records_.erase( route );
 }
 
-// All that happens to a record happens here, and nobody is told of it elsewhere. A record
-// without a state goes.
+// Every change of a record is made and reported here. A record without a state is
+// removed.
 template <class Act>
 void JoinPruneEngine::act( Record& record, Act change ) {
    const State before = State::of( record );
@@ -229,7 +229,7 @@ void JoinPruneEngine::indexRptPrune( Record& record, bool pruned ) {
    if ( found->second.empty() ) rptPruned_.erase( found );
 }
 
-// The call may end prunes: their sources are taken first.
+// The call may end prunes, so their sources are copied first.
 template <class Act>
 void JoinPruneEngine::eachRptPrune( const IpGenAddr& group, Vantu::IntfId intfId,
                                     Act change ) {
@@ -244,7 +244,7 @@ void JoinPruneEngine::eachRptPrune( const IpGenAddr& group, Vantu::IntfId intfId
    }
 }
 
-// Calls `change` for the records of the keys that the condition names.
+// Calls `change` for the records whose keys meet the condition.
 template <class Condition, class Act>
 void JoinPruneEngine::eachOf( Condition condition, Act change ) {
    std::vector<RouteIntfKey> keys;

@@ -46,7 +46,7 @@ class PIMSM_API JoinPruneEngine {
  private:
    using Intf = Routing::Pim::SparseMode::Intf;
 
-   // There while one of its machines has a state.
+   // Exists while one of its machines has a state.
    struct Record : Deadline {
       Record( const RouteKey& of, Mox::Ptr<Intf> on )
          : route( &of ), intf( std::move( on ) ) {}
@@ -59,8 +59,9 @@ class PIMSM_API JoinPruneEngine {
       bool indexed = false;  // in rptPruned_
    };
    struct State;
-   // Those of a route, in order of their interfaces' hashes: few, and found without a look at
-   // any. A table of all records would stop the world each time that it grows.
+   // A route's records, in order of their interfaces' hashes: they are few, and a
+   // search reads no record. One table of all records would stop the engine each
+   // time it grows.
    using OfRoute = std::vector<std::pair<Vantu::IntfId, std::unique_ptr<Record>>>;
    // The properties that a message gives to each of its entries.
    struct Message {
@@ -83,7 +84,7 @@ class PIMSM_API JoinPruneEngine {
    Record* find( const RouteIntfKey& key ) const;
    void erase( const RouteIntfKey& key );
    Record* make( const RouteIntfKey& key, const Vantu::IpGenAddr& rp = {} );
-   // `change( record, now )`; may end the record.
+   // Calls `change( record, now )`, which may end the record.
    template <class Act>
    void act( Record& record, Act change );
    void indexRptPrune( Record& record, bool pruned );
@@ -100,8 +101,8 @@ class PIMSM_API JoinPruneEngine {
    RouterCounters& counters_;
    Deadlines deadlines_;
    std::unordered_map<RouteKey, OfRoute> records_;
-   // Which sources are pruned from a group's shared tree, by the (*,G) and the interface:
-   // a (*,G) join and the end of a message touch all of them.
+   // The sources pruned from a group's shared tree, by the (*,G) and the interface:
+   // a (*,G) join and the end of a message concern all of them.
    std::unordered_map<RouteIntfKey, std::set<Vantu::IpGenAddr>> rptPruned_;
 };
 

@@ -26,14 +26,14 @@ class PIMSM_API Protocol {
       std::unique_ptr<Neighbors> neighbors;
    };
 
-   // A value of the route has changed, or one of its record of the interface, and `timers`
-   // that the next process is to know. The empty interface stands for the route itself. The
-   // call must not change the model.
+   // Called when a value of the route, or of its record of the interface, has
+   // changed. `timers`: the timers for the next process have changed. An empty
+   // interface means the route itself. Must not change the model.
    using Changed = std::function<void( const Routing::Pim::RouteKey&, Vantu::IntfId,
                                        bool timers )>;
 
-   // The configuration is looked at again in configChanged(). The links' DR roles and
-   // neighbours may be others when `linksChanged` is called.
+   // The configuration is read again in configChanged(). `linksChanged` is called
+   // when the links' DR roles or neighbours may have changed.
    Protocol( Vantu::AddressFamily family, const VrfConfig& config,
              const Mox::Ptr<Routing::Pim::SparseMode::Status>& model,
              Mox::Ptr<Routing::Pim::Status> pimStatus,

@@ -32,8 +32,8 @@ class PIMSM_API Routes {
    using Route = Routing::Pim::SparseMode::Route;
    using RouteKey = Routing::Pim::RouteKey;
 
-   // What an engine has changed on a record: of its join, prune, assert and member states;
-   // of the timers that the next process is to know. Neither: only what people read.
+   // What an engine has changed on a record: its join, prune, assert and member
+   // states, or the timers for the next process. Neither: only values for people.
    struct Change {
       bool states = false;
       bool timers = false;
@@ -41,14 +41,14 @@ class PIMSM_API Routes {
    using Changed =
       std::function<void( const Routing::Pim::RouteIntfKey&, const Change& )>;
 
-   // `policy` names the groups with fast reroute; null: none. It outlives this. `changed`
-   // hears of every change() of a record.
+   // `policy` names the groups with fast reroute; null: none. It outlives this.
+   // `changed` is called for every change() of a record.
    Routes(
       Mox::Ptr<Routing::Pim::SparseMode::Status> model, Mox::Clock& clock,
       const Topology& topology, const GroupPolicy* policy,
       Changed changed = []( const Routing::Pim::RouteIntfKey&, const Change& ) {} );
 
-   // An engine says so of each change of a record, before it calls update().
+   // An engine reports each change of a record before it calls update().
    void changed( const Routing::Pim::RouteIntfKey& key, const Change& change ) {
       changed_( key, change );
    }

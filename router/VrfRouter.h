@@ -117,7 +117,7 @@ class PIMSM_API VrfRouter {
    Resume resume_;
    FamilyCounters familyCounters_;
    bool publishDue_ = true;  // interfaces or configuration have changed
-   std::vector<Routing::Pim::RouteIntfKey> timersDue_;  // may run otherwise
+   std::vector<Routing::Pim::RouteIntfKey> timersDue_;  // may have changed
    bool adopted_ = false;
    std::optional<double> behindSince_;  // forwarding has been behind since then
    std::deque<std::function<void()>> waiting_;

@@ -12,7 +12,7 @@ using Routing::Pim::RouteKey;
 
 namespace {
 
-// Joins are refreshed every minute: a time alone is no change.
+// Joins are refreshed every minute: a changed time alone is no change.
 void forgetTimes( RouteRecord& record ) {
    record.creationTime = 0;
 }
@@ -20,7 +20,7 @@ void forgetTimes( IntfRecord& record ) {
    record.lastJoinReceived = record.lastRptPruneReceived = 0;
 }
 
-// What is not readable now is being written, and notified then.
+// An unreadable record is being written, and is notified afterwards.
 template <class Table>
 void refresh( const Table& table, const typename Table::Key& key,
               std::optional<typename Table::Value>& known ) {
@@ -32,7 +32,7 @@ void refresh( const Table& table, const typename Table::Key& key,
    known = record;
 }
 
-// Between two entries, of which one may be null.
+// The differences between two entries, of which one may be null.
 std::vector<Change::Field> differences( const Json& before, const Json& after ) {
    std::vector<Change::Field> fields;
    for ( const auto& [name, value] : before.items() ) {
@@ -54,7 +54,8 @@ void tell( std::vector<Change>& changes, Change line, const Json& before,
    changes.push_back( std::move( line ) );
 }
 
-// Adds what of two states, or none, `json` makes entries of.
+// Adds the changes between two states, which may be missing; `json` makes their
+// entries.
 template <class State, class ToJson>
 void tellOf( std::vector<Change>& changes, const Change& line,
              const std::optional<State>& before, const std::optional<State>& after,
@@ -63,7 +64,7 @@ void tellOf( std::vector<Change>& changes, const Change& line,
          after ? json( *after ) : Json() );
 }
 
-// Without those that have a member of their own.
+// The flags without a JSON member of their own.
 Route::RouteFlags otherFlags( Route::RouteFlags flags ) {
    flags.spTreeIs( false );
    flags.msdpDiscoveredIs( false );
@@ -134,8 +135,8 @@ void ChangeFeed::Lag::restart() {
    settled_ = true;
 }
 
-// What stood in the journal at the mark has been taken up if something was notified
-// since, or if nothing has happened for so long that its bell must have rung.
+// The journal up to the mark has been taken up if something was notified since, or
+// if the time is up by which its bell must have rung.
 bool ChangeFeed::Lag::skipped( double now ) {
    constexpr double kRung = 0.05;  // s
    const Brane::TableReader& reader = *table_.reader();
@@ -168,8 +169,9 @@ void ChangeFeed::onRouteIntf( const RouteIntfKey& key ) {
    something_();
 }
 
-// Tables that go or come with their VRF have no bell for a moment, which is no sign of an
-// agent's end. A table that is there again has one, which the first look may have missed.
+// A table that comes or goes with its VRF briefly has no bell, which does not mean
+// that the agent ended. A table that is back has one, which the first look may have
+// missed.
 bool ChangeFeed::writerAlive() const {
    if ( mirror_.writerAlive() ) return true;
    return mirror_.gone() ? alive_ : mirror_.writerAlive();
@@ -202,7 +204,7 @@ void ChangeFeed::touchSources( const RouteKey& wildcard ) {
       touch( each->first );
 }
 
-// Of a route that is gone its path stays known: its interfaces may go later.
+// A removed route's path stays known: its interfaces may go later.
 void ChangeFeed::derive( const RouteKey& key, Known& known ) const {
    RouteState& state = known.route;
    const Route* route = state.record ? mirror_.model->route( key ) : nullptr;
@@ -266,7 +268,7 @@ void ChangeFeed::takeKey( const RouteKey& key, const std::set<Vantu::IntfId>& in
    if ( !known.route.record && known.intfs.empty() ) known_.erase( key );
 }
 
-// A change of a flag that has a member of its own is not told by all of them once more.
+// Skips the flags that have a member of their own: they are not reported twice.
 void ChangeFeed::tellRoute( std::vector<Change>& changes, const RouteKey& key,
                             const RouteState& before, const RouteState& after ) {
    if ( before == after ) return;

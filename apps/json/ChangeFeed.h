@@ -1,4 +1,4 @@
-// What changes in the tables of one VRF and family, as differences between records.
+// The changes in the tables of one VRF and family, as differences between records.
 //
 //   watches  tables route and routeIntf key by key; reads the model, which follows them,
 //            for where the traffic comes in
@@ -24,14 +24,14 @@
 namespace Show {
 
 struct Change {
-   // "add", "update", "delete" of a route's or an interface's entry as `routes` prints
-   // it; "sweep": values were skipped before it; "writer-gone", "writer-back";
-   // "vrf-new", "vrf-gone".
+   // "add", "update", "delete" of a route's or an interface's entry as `routes`
+   // prints it; "sweep": values before it were skipped; "writer-gone",
+   // "writer-back"; "vrf-new", "vrf-gone".
    const char* op;
    Routing::Pim::RouteKey key;
    Vantu::IntfId intfId;  // empty: the route itself
    bool rpt = false;      // the entry of an (S,G) route's (S,G,rpt) state
-   // The entry's members that differ; null: not there before, or now.
+   // The entry's members that differ; null: missing before, or now.
    struct Field {
       std::string name;
       nlohmann::ordered_json before, after;
@@ -43,19 +43,19 @@ class ChangeFeed : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst
  public:
    static constexpr double restartPause = 1.0;  // s
 
-   // `something` is called when take() may have something to tell. `isNew`: the VRF has
-   // come just now, and all that stands is to be told. REQUIRES: a loaded mirror.
+   // `something` is called when take() may have changes. `isNew`: the VRF is new,
+   // so all its records are reported. REQUIRES: a loaded mirror.
    ChangeFeed( const Mirror& mirror, bool isNew, std::function<void()> something );
 
-   // Since the last call, what the filter takes: each item that matches before its
-   // change or after it. In order of group, source, interface. The first call tells of a
-   // writer that is gone already.
+   // The changes since the last call whose item matches the filter before or after
+   // the change, in order of group, source, interface. The first call also reports
+   // a writer that is already gone.
    std::vector<Change> take( const RouteFilter& filter, double now );
-   // Is something left for a later take()?
+   // Will a later take() have changes?
    bool waiting() const {
       return !changed_.empty() || !routeLag_.settled() || !intfLag_.settled();
    }
-   // Was "vrf-gone" told? Nothing comes after it.
+   // Was "vrf-gone" reported? It is the last change.
    bool gone() const { return gone_; }
 
    const Mirror& mirror() const { return mirror_; }
@@ -69,9 +69,9 @@ class ChangeFeed : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst
  private:
    using RouteKey = Routing::Pim::RouteKey;
 
-   // A route without its interfaces; records have no times here.
+   // A route without its interfaces; its record has no times here.
    struct RouteState {
-      std::optional<RouteRecord> record;  // none: it does not stand
+      std::optional<RouteRecord> record;  // none: no such record
       Incoming incoming, rptIncoming;
       bool rpt = false;  // has it (S,G,rpt) state?
       bool operator==( const RouteState& ) const = default;
@@ -82,7 +82,8 @@ class ChangeFeed : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst
    };
 
    void touch( const RouteKey& key ) { changed_[key]; }
-   // An (S,G) route may come in along its (*,G) route's path.
+   // Marks the group's (S,G) routes too, which may come in along the (*,G) route's
+   // path.
    void touchSources( const RouteKey& wildcard );
    bool writerAlive() const;
    void takeWriter( std::vector<Change>& changes, double now );
@@ -98,10 +99,10 @@ class ChangeFeed : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst
                  const RouteFilter& filter, std::vector<Change>& changes );
    static void tellRoute( std::vector<Change>& changes, const RouteKey& key,
                           const RouteState& before, const RouteState& after );
-   // What of a route follows from other records than its own.
+   // Sets the values of a route that other records determine.
    void derive( const RouteKey& key, Known& known ) const;
 
-   // How far what is told of a table lies behind its journal.
+   // How far the reports of a table are behind its journal.
    class Lag {
     public:
       explicit Lag( const MoxBrane::TableBase& table ) : table_( table ) {
@@ -110,16 +111,17 @@ class ChangeFeed : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst
       void restart();
       void notified() { ++notified_, settled_ = false; }
       bool settled() const { return settled_; }
-      // Were changes skipped that the last call has not told? At least those that it
-      // tells: who still writes is looked at again.
+      // Were changes skipped that the last call did not report? Counts only those
+      // that are certain: an active writer is checked again.
       bool skipped( double now );
 
     private:
       const MoxBrane::TableBase& table_;
       uint64_t instance_ = 0;
       uint64_t notified_ = 0;
-      uint64_t known_ = 0;  // of the journal, told or skipped, before `notified_`
-      uint64_t mark_ = 0;   // the journal's head at markTime_
+      uint64_t known_ =
+         0;                // of the journal before `notified_`, reported or skipped
+      uint64_t mark_ = 0;  // the journal's head at markTime_
       double markTime_ = 0.0;
       uint64_t markNotified_ = 0;
       bool settled_ = true;
@@ -129,10 +131,10 @@ class ChangeFeed : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst
    Mox::Ptr<const Routing::Pim::SparseMode::Brane::Status> tables_;
    std::function<void()> something_;
    std::map<RouteKey, Known, ByGroup> known_;
-   // To be looked at; a route always with its key, its interfaces where they changed.
+   // The keys to check: each with its route, and with the interfaces that changed.
    std::map<RouteKey, std::set<Vantu::IntfId>, ByGroup> changed_;
    bool new_, gone_ = false;
-   bool alive_ = true;  // as told
+   bool alive_ = true;  // as reported
    double quietUntil_ = 0.0;
    Lag routeLag_, intfLag_;
 };

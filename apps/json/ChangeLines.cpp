@@ -46,8 +46,8 @@ void ChangeLines::onTime() {
    for ( const auto& feed : feeds_ ) {
       for ( const Change& change : feed->take( filter_, clock()->now() ) )
          text += line_( feed->mirror(), change, time ) + '\n';
-      // Changes wait for a second after a writer has come back, and must be taken
-      // then. While it is gone nothing need be looked at: its return is heard.
+      // Changes wait for a second after a writer's return and must be taken then.
+      // While it is gone no check is needed: its return is notified.
       more = more || ( feed->waiting() && feed->mirror().writerAlive() );
    }
    forgetGone();

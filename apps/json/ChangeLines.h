@@ -1,4 +1,4 @@
-// The changes of all VRFs and families that are mirrored, a line each.
+// The changes of all mirrored VRFs and families, a line each.
 //
 //   watches  the tables of every mirror (see ChangeFeed); looks for VRFs that come
 //   writes   the lines of a moment together, so that a burst is one write
@@ -21,13 +21,14 @@ class ChangeLines : public Mox::Clock::Notifiee {
    static constexpr double interval = 0.05;   // s, between two writes
    static constexpr double rescanning = 0.2;  // s, between two looks for VRFs
 
-   // Makes the line of a change, without its end. `time`: "2024-05-01T10:00:02.114Z".
+   // Makes a change's line without its newline. `time`: "2024-05-01T10:00:02.114Z".
    using Line = std::function<std::string(
       const Mirror& mirror, const Change& change, const std::string& time )>;
    using Write = std::function<void( std::string_view lines )>;
 
-   // REQUIRES: loaded mirrors. What stands in them is not told; all of a VRF that comes
-   // later is, and one that has gone is dropped from them.
+   // REQUIRES: loaded mirrors. Their present records are not reported. All records
+   // of a VRF that comes later are. A VRF that has gone is dropped from the
+   // mirrors.
    ChangeLines( Mirrors& mirrors, const RouteFilter& filter, Line line,
                 Write write );
 

@@ -13,10 +13,10 @@ namespace {
 struct Row {
    Mox::StringView field;
    const char* name;
-   const char* prefix = "";  // of its enumerators
+   const char* prefix = "";  // of the field's enumerators
 };
 
-// The others' names follow from the field's.
+// Other fields' names follow from the field by rule.
 constexpr Row kRows[] = { { "joinState", "join-state" },
                           { "rptState", "rpt-state", "rpt" },
                           { "upJoinState", "upstream-join-state", "up" },

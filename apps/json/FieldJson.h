@@ -1,4 +1,4 @@
-// The fields that a macro reads, as JSON: named and valued as routes has them.
+// The fields that a macro reads, as JSON with the names and values of `routes`.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -9,8 +9,8 @@ namespace Show {
 // "join-state" of "joinState".
 std::string fieldName( const std::string& field );
 
-// Of a value in the text form of Derivation.h: true, "no-info", a path as an object; null
-// for a path that is not there, "infinite" for the infinite metric.
+// The JSON of a value in Derivation.h's text form: true, "no-info", a path as an
+// object; null for an absent path, "infinite" for the infinite metric.
 nlohmann::ordered_json fieldValue( const std::string& field,
                                    const std::string& value );
 

@@ -17,7 +17,7 @@ void addSince( Json& json, const char* name, double time, double now ) {
    if ( time != 0.0 ) json[name] = timeticks( now - time );
 }
 
-// Why an interface does not forward; empty where that is not known.
+// The reason why an interface does not forward; empty if unknown.
 std::string reason( const Outgoing& outgoing ) {
    if ( outgoing.incoming ) return "incoming-interface";
    if ( outgoing.forwards != false ) return "";
@@ -58,7 +58,8 @@ class Entries {
       return json;
    }
 
-   // Where the RP tree brings the source's traffic in, and who pruned it off there.
+   // The source's incoming path on the RP tree, and the interfaces that pruned it
+   // there.
    Json rpt( const Route& route ) const {
       Json json = key( route, true );
       const auto record = Sm::Brane::doGetBraneRouteFromRoute( route );

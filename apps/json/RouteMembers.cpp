@@ -34,7 +34,7 @@ std::string flagsText( const Route::RouteFlags& flags ) {
    return text;
 }
 
-// The source on a link, a host, is no PIM neighbour.
+// A directly connected source is a host, no PIM neighbour.
 void addPath( Json& json, const char* name, const Rpf& rpf,
               const RouteRecord& record, bool attached ) {
    if ( rpf == Rpf() ) return;

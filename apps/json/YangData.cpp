@@ -9,7 +9,7 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-// The root of a VRF's own data, as RFC 8529 mounts it.
+// The root of a VRF's own data, mounted as in RFC 8529.
 Json instance( const std::string& vrf, Json routing ) {
    Json json;
    json["name"] = vrf;
@@ -48,7 +48,7 @@ std::string yangName( Mox::StringView enumerator, Mox::StringView prefix ) {
 }
 
 std::string timeticks( double seconds ) {
-   // What stands in a table may be any number, even none.
+   // A table may hold any number, even no number at all.
    constexpr double kLongest = 1e12;
    double bounded = seconds > 0 ? std::min( seconds, kLongest ) : 0;
    return std::to_string( static_cast<uint64_t>( bounded * 100 ) );

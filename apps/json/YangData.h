@@ -1,4 +1,4 @@
-// JSON of RFC 7951 after ietf-pim-base (RFC 9128) and, for what that lacks, our module
+// JSON of RFC 7951 by ietf-pim-base (RFC 9128) and our additional module
 // yang/pimsm-state.yang. Event-loop thread only.
 #pragma once
 
@@ -9,20 +9,20 @@
 
 namespace Show {
 
-// One mirror's vrf, family, writer and data. The data are the VRF's network instance
-// (RFC 8529); of the address family's PIM state it holds this one member.
+// The vrf, family, writer and data of a mirror. The data are the VRF's network
+// instance (RFC 8529), which holds this one member of the family's PIM state.
 nlohmann::ordered_json envelope( const Mirror& mirror, const char* member,
                                  nlohmann::ordered_json value );
 
-// An enumerator as YANG has it, without the prefix that C++ needs: "prune-pending" for
+// An enumerator's YANG name, without the prefix that C++ needs: "prune-pending" for
 // "prunePending", "not-joined" for "upNotJoined" and "up".
 std::string yangName( Mox::StringView enumerator, Mox::StringView prefix = "" );
 
-// In hundredths of a second, as RFC 7951 has numbers of 64 bits: a text.
+// Hundredths of a second, as a text: RFC 7951 wants that for 64-bit numbers.
 std::string timeticks( double seconds );
 
-// A document, or a line where nothing is indented. Bytes of a name that are no UTF-8 are
-// replaced.
+// A document, or one line without indentation. Bytes of a name that are no UTF-8
+// are replaced.
 std::string jsonText( const nlohmann::ordered_json& json, int indent = -1 );
 
 }

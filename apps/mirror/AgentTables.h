@@ -1,4 +1,4 @@
-// The tables that the agent publishes of a VRF and family, as people are told of them.
+// The tables that the agent publishes of a VRF and family, in words for people.
 // Event-loop thread only.
 #pragma once
 
@@ -11,19 +11,19 @@
 
 namespace Show {
 
-// Of the routes, then the others; what of them is not there, too.
+// The routes' tables first, then the others; missing tables included.
 std::vector<const MoxBrane::TableBase*> agentTables( const Mirror& mirror );
 
 bool isReady( const MoxBrane::TableBase& table );
 
-// Why a table that ought to be there cannot be read. Empty where it can, and where the
+// The reason why an expected table cannot be read. Empty if it can, and if the
 // agent publishes nothing of its kind.
 std::string unreadableText( const MoxBrane::TableBase& table );
 
-// "routeIntf"; "advertised", which alone has no name of its own.
+// "routeIntf"; "advertised" for the table "coll".
 std::string tableName( const MoxBrane::TableBase& table );
 
-// Routes that wait for something; nothing where their number is not published.
+// Routes that wait for something; no number if it is not published.
 struct Pending {
    const char* state;  // "unresolved", "switching", "to-be-deleted"
    std::optional<uint32_t> routes;

@@ -10,7 +10,7 @@ using Vantu::IpGenAddr;
 
 namespace {
 
-// Could this router have the address, as the assert went?
+// Could this router have the address, given the assert's result?
 bool agrees( const AssertInfo& info, const IpGenAddr& own ) {
    const bool winner = own == info.assertWinnerMetric.address;
    if ( info.assertState == Sm::iAmAssertWinner ) return winner;

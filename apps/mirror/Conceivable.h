@@ -1,6 +1,6 @@
-// Answers without knowing this router's own addresses and DR roles, where the agent does
-// not publish them: every role that the tables allow is tried. An answer that is the same
-// for all of them is known.
+// Answers without this router's own addresses and DR roles, where the agent does
+// not publish them. Every role that the tables allow is tried: an answer that is
+// the same for all of them is known.
 #pragma once
 
 #include <functional>
@@ -11,8 +11,8 @@
 
 namespace Show {
 
-// While it lives the mirror's model has PIM interfaces of its making, unless the agent
-// publishes them. Goes before the mirror.
+// While it lives it gives the mirror's model assumed PIM interfaces, unless the
+// agent publishes them. Destroyed before the mirror.
 class Conceivable {
  public:
    explicit Conceivable( const Mirror& mirror );
@@ -23,13 +23,14 @@ class Conceivable {
    // Does the agent publish its interfaces?
    bool published() const { return made_ == nullptr; }
 
-   // Calls for everything that this router may be on the interface: DR or not, with or
-   // without address, the winner of an assert or another, of a lower address or a
-   // higher. Who won, or lost, by the tables is taken for that. Once where it is known.
+   // Calls for every role that this router may have on the interface: DR or not,
+   // with or without address, an assert's winner or a loser with a lower or higher
+   // address. Roles that contradict the tables are left out. Calls once if the role
+   // is known.
    void each( const Routing::Pim::SparseMode::Intf& intf,
               const std::function<void()>& call ) const;
 
-   // The macro's answer; nothing where it might be either.
+   // The macro's answer; nothing if both are possible.
    std::optional<bool> known( const Routing::Pim::SparseMode::Intf& intf,
                               const std::function<bool()>& macro ) const;
 

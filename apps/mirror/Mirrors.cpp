@@ -56,7 +56,7 @@ Mirror::Problem Mirror::problem( const MoxBrane::TableBase& table ) {
             control->problem() };
 }
 
-// The counters' table may be missing: nobody need count.
+// The counters' table may be missing: counting is optional.
 Mirror::Problem Mirror::problem() const {
    Problem found = problem( tables->route() );
    return found.kind != Problem::none ? found : problem( tables->routeIntf() );
@@ -74,7 +74,7 @@ bool Mirror::gone() const {
    return access( tables->route().reader()->path().c_str(), F_OK ) != 0;
 }
 
-// A bell is rung by writing to it; clocks that were set say 0.
+// A bell is rung by writing to it; 0 if the clocks were set back.
 std::optional<double> Mirror::sinceLastWrite() const {
    timespec latest{};
    for ( const MoxBrane::TableBase* table :
@@ -126,7 +126,7 @@ Found find( const Selection& selection ) {
    return found;
 }
 
-// Has the loop turn from time to time.
+// Makes the loop turn from time to time.
 class Glances : public Mox::Clock::Notifiee {
  public:
    explicit Glances( Mox::Clock& clock ) : Notifiee( &clock ) { wakeUp(); }
@@ -147,7 +147,7 @@ Mirror::Problem problemOf( const Mirror& mirror, Mirrors::Part part ) {
 
 }
 
-// What may not be read is heard of first, before any of it is mounted.
+// Unreadable directories are reported first, before anything is mounted.
 Mirrors::Mirrors( const Selection& selection )
    : selection_( selection ),
      clock_( loop_ ),
@@ -179,8 +179,8 @@ void Mirrors::rescan() {
    try {
       mount( find( selection_ ) );
    } catch ( const std::exception& ) {
-      // As while directories are being made: what may not be read now may be at the
-      // next look.
+      // For instance while directories are being made: the next look may be
+      // permitted.
    }
 }
 

@@ -22,7 +22,7 @@ using Routing::Pim::SparseMode::Route;
 // "ipv4", "ipv6".
 std::string familyName( Vantu::AddressFamily family );
 
-// What of the tables is asked for.
+// The VRFs and families that the user asks for.
 struct Selection {
    std::string root = Corvex::EntityManager::defaultRoot;
    std::string vrf = "all";
@@ -36,72 +36,74 @@ struct Mirror {
 
    std::string vrf() const { return model->vrfName().name(); }
    bool loaded() const { return model->initialized(); }
-   // Were the tables removed, as with their VRF, after they had been there?
+   // Were the tables removed, as with their VRF, after they had existed?
    bool removed() const {
       return tables->route().control()->mountStatus() == MoxBrane::mountRemoved;
    }
    bool writerAlive() const { return tables->route().writerAlive(); }
    const char* writerText() const { return writerAlive() ? "running" : "gone"; }
-   // Why the tables cannot be read. What was read but is no record is no problem of
-   // this kind: see unreadable().
+   // The reason why the tables cannot be read. Records that were read but are
+   // invalid are no such problem: see unreadable().
    struct Problem {
       enum Kind { none, missing, otherLayout, damaged, noFile };
       Kind kind = none;
       std::string text;
    };
-   // Of the routes.
+   // The problem of the route tables.
    Problem problem() const;
-   // The same of an entity's tables, and of one.
+   // The problem of an entity's tables, and of one table.
    static Problem problem( const MoxBrane::MountedEntity& entity );
    static Problem problem( const MoxBrane::TableBase& table );
    // Have the tables been removed since they were found, as with their VRF?
    bool gone() const;
-   // Seconds since the agent last rang after writing routes; nothing where the bells are
-   // not to be seen.
+   // Seconds since the agent last rang after writing routes; nothing if the bells
+   // cannot be seen.
    std::optional<double> sinceLastWrite() const;
-   // Records of all tables that were left out as damaged or no value of their type.
+   // The number of records in all tables that were skipped as damaged or
+   // undecodable.
    uint64_t unreadable() const;
 
    Vantu::AddressFamily family;
    Routing::Pim::SparseMode::VrfMirror routes;
-   // Of `routes`, as are the agent's below.
+   // The model of `routes`; those below belong to the agent's tables.
    Mox::Ptr<Routing::Pim::SparseMode::Status> model;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables;
    // These tables need no loading.
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers;
    Mox::Ptr<Routing::Pim::SparseMode::AdvertisedSgStatus> advertised;
-   // What the agent publishes of itself; its tables may be missing.
+   // The agent's tables about itself; they may be missing.
    Mox::Ptr<Published::FamilyStatus> agent;
-   // What the forwarding process publishes; its tables may be missing.
+   // The forwarding process's tables; they may be missing.
    Mox::Ptr<Published::MfibStatus> mfib;
 };
 
-// Records of an entity's tables that were left out as damaged or no value of their type.
+// The number of records in an entity's tables that were skipped as damaged or
+// undecodable.
 uint64_t unreadable( const MoxBrane::MountedEntity& entity );
 
 class Mirrors {
  public:
-   // s; how long load() waits for tables that are being made.
+   // s; the time that load() waits for tables that are being made.
    static constexpr double patience = 1.0;
 
-   // Mounts what the selection names and there is; load() fills the models. Throws
-   // Published::UnreadableDirectoryError where the directory may not be read.
+   // Mounts the selected tables that exist; load() fills the models. Throws
+   // Published::UnreadableDirectoryError if the directory may not be read.
    explicit Mirrors( const Selection& selection );
 
-   // What of a mirror is to be read.
+   // The part of a mirror to be read.
    enum Part { routesPart, registersPart, advertisedPart };
    struct Unread {
       std::unique_ptr<Mirror> mirror;
       Mirror::Problem problem;
    };
    // Runs the loop until all() can be read; for the routes, until every model holds
-   // what its tables held. Takes out of all() and returns what cannot be read; what was
-   // removed meanwhile is taken out without a word.
+   // its tables' records. Removes unreadable mirrors from all() and returns them;
+   // mirrors removed meanwhile are dropped silently.
    std::vector<Unread> load( Part part = routesPart );
 
-   // Mounts what has come since and may be read; it loads as the loop runs.
+   // Mounts new tables that may be read; they load as the loop runs.
    void rescan();
-   // REQUIRES: one of all(), that nobody uses any more.
+   // REQUIRES: one of all(), no longer in use.
    void drop( const Mirror& mirror );
 
    // In order of VRF name, IPv4 first.
@@ -109,7 +111,7 @@ class Mirrors {
    double now() const { return clock_.now(); }
    Mox::Clock& clock() { return clock_; }
    Mox::Loop& loop() { return loop_; }
-   // What the agent's process counts; its table may be missing.
+   // The counters of the agent's process; their table may be missing.
    const Published::ProcessStatus& agentProcess() const { return *process_; }
 
  private:

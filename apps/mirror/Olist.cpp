@@ -38,17 +38,17 @@ std::vector<Olist> listsOf( const Route& route ) {
    return lists;
 }
 
-// The terms' values, list by list.
+// The terms' values, one vector a list.
 using Values = std::vector<std::vector<bool>>;
 
-// One interface of a route, and what its lists would say of other values.
+// One interface of a route, and its lists' answers for other values.
 class Asked {
  public:
    Asked( const std::vector<Olist>& lists, const Intf& intf )
       : lists_( lists ), intf_( intf ) {}
 
-   // Does the list hold the interface, if the terms of it and of those before it had
-   // these values? Its macro says.
+   // Would the list hold the interface if the terms of it and of the lists before
+   // it had these values? Its macro decides.
    bool isIn( const Values& values, size_t list ) const {
       std::vector<MacroInput> given;
       for ( size_t i = 0; i <= list; ++i ) {
@@ -108,8 +108,9 @@ bool anyAdds( const std::vector<Olist>& lists, const Values& values ) {
    return false;
 }
 
-// The first that alone makes the difference; else the first that adds, or takes out
-// what is added. Nothing that adds: the list's own doing.
+// Marks the first term that alone makes the difference. Otherwise the first term
+// that adds, or that removes what is added. Without an adding term the list itself
+// decides.
 void markDecider( std::vector<Olist>& lists, const Values& values,
                   const Asked& asked ) {
    const bool in = asked.isIn( values );
@@ -133,8 +134,8 @@ void markDecider( std::vector<Olist>& lists, const Values& values,
    }
 }
 
-// "lost_assert(S,G) ended", of the terms that the change of a field changes: the first
-// that alone would do, or all.
+// "lost_assert(S,G) ended": of the terms that a field's change affects, the first
+// that alone would suffice, or all.
 std::string clauseOf( const std::vector<Olist>& lists, const Values& before,
                       const Values& after, const Asked& asked ) {
    std::string all;
@@ -188,7 +189,7 @@ std::vector<std::string> turnsOf( const Mirror& mirror, const Intf& intf,
    const std::vector<Olist>& lists = outgoing.olists;
    if ( outgoing.incoming && lists.back().in == true )
       return { "the traffic came in elsewhere" };
-   // What is not published has no single value that could change.
+   // Unpublished input has no single value that could change.
    if ( outgoing.incoming || !outgoing.forwards ||
         !Conceivable( mirror ).published() )
       return {};
@@ -200,7 +201,7 @@ std::vector<std::string> turnsOf( const Mirror& mirror, const Intf& intf,
       changed.value = flip.value;
       std::string clause =
          clauseOf( lists, values, asked.values( &changed ), asked );
-      // The neighbour that was taken away: its terms were not asked again.
+      // The neighbour was removed, so its terms were not evaluated.
       if ( clause.empty() ) clause = "the (*,G) route went";
       if ( std::find( turns.begin(), turns.end(), clause ) == turns.end() )
          turns.push_back( clause );

@@ -1,5 +1,5 @@
-// Why an interface is in a route's outgoing lists or not, in the terms of RFC 7761,
-// 4.1.6, as the protocol macros have them.
+// The reasons why an interface is in a route's outgoing lists or not, in the terms
+// of RFC 7761, 4.1.6, by the protocol macros.
 #pragma once
 
 #include <optional>
@@ -11,29 +11,29 @@
 
 namespace Show {
 
-// A set that an outgoing list is put together of. How, the list's macro alone knows; what
-// stands here is what people call them, and in which order they are told.
+// A set that an outgoing list is made of. Only the list's macro knows how; a Term
+// gives the set's name and its place in the report.
 struct Term {
    const char* name;     // "joins(*,G)"
-   const char* macro;    // as Derivation.h has it
-   bool adds = true;     // otherwise it takes out
-   bool shared = false;  // asked of the interface's (*,G) record
-   std::optional<bool> holds = std::nullopt;  // nothing: the tables do not tell
+   const char* macro;    // by Derivation.h's name
+   bool adds = true;     // false: the term removes
+   bool shared = false;  // evaluated on the interface's (*,G) record
+   std::optional<bool> holds = std::nullopt;  // nothing: unknown
    bool decides = false;
 };
 
 struct Olist {
    const char* name;   // "inherited_olist(S,G)"
-   const char* macro;  // as Derivation.h has it
+   const char* macro;  // by Derivation.h's name
    std::vector<Term> terms;
    std::optional<bool> in = std::nullopt;
-   bool decides = false;  // no term does: nothing asks for the interface
+   bool decides = false;  // no term decides: no term adds the interface
 };
 
 struct Outgoing {
-   std::vector<Olist> olists;  // each holds the one before it
-   bool incoming = false;      // the traffic comes in here, and never goes out
-   // By the macros; nothing where the tables do not tell.
+   std::vector<Olist> olists;  // each contains the one before it
+   bool incoming = false;  // the traffic's own incoming interface never forwards
+   // By the macros; nothing if unknown.
    std::optional<bool> forwards;
 };
 
@@ -41,8 +41,9 @@ struct Outgoing {
 Outgoing outgoingOf( const Mirror& mirror,
                      const Routing::Pim::SparseMode::Intf& intf );
 
-// What single change would give the other answer, each as a clause: "lost_assert(S,G)
-// ended". Empty where the answer is not known. `outgoing` is outgoingOf() the interface.
+// The single changes that would reverse the answer, each as a clause:
+// "lost_assert(S,G) ended". Empty if the answer is unknown. `outgoing` is
+// outgoingOf() the interface.
 std::vector<std::string> turnsOf( const Mirror& mirror,
                                   const Routing::Pim::SparseMode::Intf& intf,
                                   const Outgoing& outgoing );

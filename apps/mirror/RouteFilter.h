@@ -1,4 +1,4 @@
-// Which routes and interfaces the user asked for.
+// The routes and interfaces that the user asks for.
 #pragma once
 
 #include <optional>
@@ -19,18 +19,18 @@ struct ByGroup {
    }
 };
 
-// Everything passes a default filter; what is given combines.
+// Everything passes a default filter; all criteria given must match.
 struct RouteFilter {
    std::optional<Vantu::IpGenPrefix> group;
-   std::optional<Vantu::IpGenPrefix> source;  // (*,G) routes never match one
-   std::string iface;  // routes with this interface, and it alone
-   std::string iif;    // routes that come in there
+   std::optional<Vantu::IpGenPrefix> source;  // never matches a (*,G) route
+   std::string iface;  // routes with this interface, and only it
+   std::string iif;    // routes with this incoming interface
    std::string kind;   // "wc", "sg", or any
    std::optional<bool>
       forwarding;  // interfaces that do, or do not; and their routes
 
    bool active() const;
-   // Group and source alone.
+   // Checks group and source only.
    bool matches( const Routing::Pim::RouteKey& key ) const;
    bool matches( const Routing::Pim::SparseMode::Route& route ) const;
    bool matches( const Routing::Pim::SparseMode::Intf& intf ) const;

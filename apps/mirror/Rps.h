@@ -10,17 +10,18 @@ class Rps {
  public:
    explicit Rps( const Mirror& mirror );
 
-   // Does the agent publish any?
+   // Does the agent publish RPs?
    bool published() const { return published_; }
-   // The group's; nothing where none is configured, or it is not known.
+   // The group's RP; nothing if none is configured, or it is unknown.
    std::optional<Vantu::IpGenAddr> rp( const Vantu::IpGenAddr& group ) const {
       return ranges_.rp( group );
    }
-   // Is it this router?
+   // Is this router the group's RP?
    bool ownRp( const Vantu::IpGenAddr& group ) const {
       return ranges_.ownRp( group );
    }
-   // Does the traffic come from the RP, which is this router? Then it comes in nowhere.
+   // Is this router the RP that the traffic comes from? Then there is no incoming
+   // interface.
    bool startsHere( const Routing::Pim::SparseMode::Route& route ) const;
 
  private:

@@ -10,7 +10,7 @@ namespace Show {
 
 namespace {
 
-// The VRFs that there are instead; nothing where there are none.
+// The existing VRFs, for the message about a missing one; empty without any.
 std::string othersText( Selection selection ) {
    selection.vrf = "all";
    std::set<std::string> names;
@@ -52,8 +52,8 @@ ExitStatus complainOf( const Mirrors::Unread& unread ) {
                                   : "restart pimsm-agent, which makes it anew" ) );
 }
 
-// A line each. The status: another layout where that is all there is to complain of;
-// done without any.
+// Prints a line each. Returns the status of another layout if that is the only kind
+// of problem, done without a problem.
 ExitStatus complainOfAll( const std::vector<Mirrors::Unread>& unread ) {
    ExitStatus status = done;
    for ( const Mirrors::Unread& each : unread ) {
@@ -63,7 +63,7 @@ ExitStatus complainOfAll( const std::vector<Mirrors::Unread>& unread ) {
    return status;
 }
 
-// Left out as damaged, or as no value of their type.
+// Warns of records skipped as damaged or undecodable.
 bool warnOfUnreadable( const std::string& where, uint64_t count ) {
    if ( count == 0 ) return false;
    complain( unverified,
@@ -88,20 +88,20 @@ ExitStatus printWhatIsThere( Mirrors& mirrors, const Arguments& arguments ) {
       damaged |= warnOfUnreadable( mirrorText( *mirror ), mirror->unreadable() );
       alive = alive && mirror->writerAlive();
    }
-   // Of `check` the damage is a finding.
+   // For `check` the damage is a finding.
    if ( damaged && arguments.command != checkCommand ) return unverified;
    return result == done && !alive ? writerGone : result;
 }
 
 ExitStatus run( const Arguments& arguments ) {
-   // Outlives us: the system takes a process's memory back at once, records one by one
-   // would take nearly half of the time of a count.
+   // Never destroyed: the system frees a process's memory at once, while freeing
+   // record by record would take nearly half of the time of a count.
    static Mirrors& mirrors = *new Mirrors( arguments.selection );
    const auto unread = mirrors.load( partOf( arguments.command ) );
    if ( mirrors.all().empty() && unread.empty() )
       return complain( noTables, noTablesText( arguments.selection ) );
    if ( mirrors.all().empty() ) return complainOfAll( unread );
-   // Who watches hears of it now: there is no end to wait for.
+   // `watch` has no end, so the problems are reported now.
    ExitStatus missing = done;
    if ( arguments.command == watchCommand ) missing = complainOfAll( unread );
    const ExitStatus result = printWhatIsThere( mirrors, arguments );

@@ -13,7 +13,7 @@ namespace Show {
 
 namespace {
 
-// As given, before it is read.
+// The options as text, before they are parsed.
 struct Given {
    std::string group;
    std::string source;
@@ -32,7 +32,8 @@ std::string interfaceName( const std::string& text ) {
           std::to_string( Vantu::IntfId::maxLength ) + " bytes";
 }
 
-// Declares options at a program or a command, but for those that say nothing to it.
+// Declares options for the program or a command, except those that do not apply to
+// it.
 class Declaration {
  public:
    using Check = std::string ( * )( const std::string& );
@@ -89,7 +90,8 @@ void declare( const Declaration& at, Arguments& arguments, Given& given ) {
             "One JSON document a route or change" );
 }
 
-// Whether they stand before the command or behind it.
+// Refuses contradictions, whether the options stand before the command or behind
+// it.
 void refuseContradictions( const Arguments& arguments, const Given& given ) {
    const bool json = arguments.json || arguments.jsonLines;
    const std::tuple<bool, const char*, const char*> rows[] = {
@@ -134,7 +136,7 @@ struct CommandRow {
    Command command;
    const char* name;
    const char* text;
-   Declaration::Names refused;  // options that say nothing to it
+   Declaration::Names refused;  // options that do not apply to the command
 };
 
 std::vector<CommandRow> commands() {
@@ -173,7 +175,8 @@ void refuseOptions( const CLI::App& app, const CommandRow& row ) {
    }
 }
 
-// What is asked for has a family by itself. Throws RangeError for two.
+// An address in the question determines its family. Throws RangeError for two
+// families.
 void familyIs( Arguments& arguments, Vantu::AddressFamily family,
                const std::string& text ) {
    if ( arguments.selection.family.value_or( family ) != family )
@@ -181,7 +184,7 @@ void familyIs( Arguments& arguments, Vantu::AddressFamily family,
    arguments.selection.family = family;
 }
 
-// Throws ParseError or RangeError.
+// Parses the question. Throws ParseError or RangeError.
 void readQuestion( Arguments& arguments, const Given& given ) {
    const auto& [source, group, intf] = given.explained;
    arguments.question.route = routeArgument( source, group );
@@ -193,7 +196,7 @@ void readQuestion( Arguments& arguments, const Given& given ) {
    familyIs( arguments, arguments.question.route.group.family(), group );
 }
 
-// Throws ParseError or RangeError.
+// Parses the filter. Throws ParseError or RangeError.
 void readFilter( Arguments& arguments, const Given& given ) {
    const auto prefix = [&]( const std::string& text, auto& into ) {
       if ( text.empty() ) return;
@@ -225,7 +228,8 @@ Arguments parse( CLI::App& app, int argc, char** argv ) {
          Declaration( *parser, {} )
             .text( "--output", arguments.output, "FILE",
                    "Replace this file, whole" );
-      // What it refuses falls through to the program's, to be refused by name.
+      // Options that the command refuses go to the program's parser, which names
+      // them.
       parser->fallthrough();
       declare( Declaration( *parser, row.refused ), arguments, given );
       parsers.push_back( parser );

@@ -1,4 +1,4 @@
-// What the tool is asked on its command line.
+// The tool's command line.
 #pragma once
 
 #include <string>
@@ -32,12 +32,12 @@ struct Arguments {
    bool jsonLines = false;
    bool count = false;
    bool detail = false;
-   Question question;   // of explainCommand
-   std::string output;  // of metricsCommand; empty: standard output
+   Question question;   // for explainCommand
+   std::string output;  // for metricsCommand; empty: standard output
 };
 
-// Throws WrongUsage with a line that says what is wrong. Nothing: help or version was
-// asked for and is printed.
+// Throws WrongUsage with a line about the error. Returns nothing when help or the
+// version was asked for and is printed.
 std::optional<Arguments> parseArguments( int argc, char** argv );
 
 }

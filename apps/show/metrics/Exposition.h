@@ -11,18 +11,18 @@ namespace Show {
 
 class Exposition {
  public:
-   // In the order given; values are escaped as the format wants it.
+   // In the order given; values are escaped by the format's rule.
    using Labels = std::vector<std::pair<const char*, std::string>>;
-   // How many things have a count, by the count.
+   // The number of things with a count, by the count.
    using Counts = std::map<uint64_t, uint64_t>;
 
-   // REQUIRES: one `type` and `help` a name. A name's samples stand together, wherever
-   // others came between.
+   // REQUIRES: one `type` and `help` a name. A name's samples are printed together,
+   // whatever comes between the calls.
    void gauge( const char* name, const char* help, const Labels& labels,
                double value );
    void counter( const char* name, const char* help, const Labels& labels,
                  uint64_t value );
-   // Buckets by powers of two, from 1 to the first that holds all.
+   // Buckets by powers of two, from 1 to the first that holds all samples.
    void histogram( const char* name, const char* help, const Labels& labels,
                    const Counts& counts );
 

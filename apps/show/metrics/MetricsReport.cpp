@@ -22,7 +22,7 @@ Labels with( Labels labels, const char* name, const std::string& value ) {
    return labels;
 }
 
-// By owner and name.
+// The agent's counters by owner and name.
 class Counters {
  public:
    explicit Counters( const Published::ProcessStatus& process ) {
@@ -59,7 +59,7 @@ Exposition::Counts countsOf( const Histogram& histogram ) {
    return counts;
 }
 
-// The unspecified address stands for the (*,G) routes' and is no source.
+// The unspecified address is that of (*,G) routes and is no source.
 Exposition::Counts sourceCounts( const Mirror& mirror,
                                  const Published::Counting& counting ) {
    Exposition::Counts counts = countsOf( counting.sources().sourcesByGroupCount() );
@@ -105,7 +105,7 @@ void addTables( Exposition& out, const Mirror& mirror, const Labels& labels ) {
    out.gauge( "pimsm_writer_up", "Does the agent hold its tables?", labels,
               mirror.writerAlive() ? 1 : 0 );
    for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
-      // The counters of routes fill their table whatever happens.
+      // The route counters' table is always full.
       if ( table->capacity() == 0 || table == &mirror.tables->routeCounter() )
          continue;
       out.gauge( "pimsm_table_used_ratio", "Part of a table that is full.",
@@ -119,12 +119,12 @@ void addTables( Exposition& out, const Mirror& mirror, const Labels& labels ) {
    }
 }
 
-// Of the route tables what came of the writes, of the others how often who keeps them
-// asked.
+// The route tables count the results of writes, the others the calls of their
+// owner.
 void addWrites( Exposition& out, const Mirror& mirror, const Labels& labels,
                 const Counters& counters ) {
    struct Row {
-      const char* counter;  // behind the table's name
+      const char* counter;  // follows the table's name
       const char* result;
    };
    constexpr Row kRows[] = { { "Written", "written" },
@@ -147,7 +147,7 @@ void addWrites( Exposition& out, const Mirror& mirror, const Labels& labels,
    }
 }
 
-// What the agent counts of a VRF and family, under the path of its tables.
+// The agent's counters of a VRF and family, under the path of its tables.
 void addAgentOf( Exposition& out, const Mirror& mirror, const Labels& labels,
                  const Counters& counters ) {
    const std::string& path = mirror.tables->name();

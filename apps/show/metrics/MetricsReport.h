@@ -1,4 +1,4 @@
-// What the tables and the agent's counters come to, as Prometheus reads it.
+// The tables and the agent's counters as Prometheus metrics.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace Show {
 
-// Never a group or source as a label. What is not known is left out.
+// Never uses a group or source as a label. Unknown values are left out.
 std::string metricsText( const Mirrors& mirrors, const char* version );
 
 }

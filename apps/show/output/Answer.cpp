@@ -28,16 +28,16 @@ void printText( const std::string& text ) {
    std::cout << folded( text, outputWidth() );
 }
 
-// `indent`: -1 for a line.
+// `indent` -1 prints one line.
 void printJson( const Json& document, int indent = 2 ) {
    std::cout << jsonText( document, indent ) << '\n';
 }
 
-// What is printed of mirrors, one after the other: as text, or as JSON in which each has
-// its envelope around `member`: one document, or a line each.
+// Prints mirrors one after the other: as text, or as JSON with each mirror's
+// envelope around `member`, as one document or a line each.
 class Printout {
  public:
-   // `between`: what parts the text of two mirrors.
+   // `between` separates the text of two mirrors.
    Printout( const Arguments& arguments, const char* member, const char* between )
       : arguments_( arguments ), member_( member ), between_( between ) {}
 
@@ -65,8 +65,8 @@ class Printout {
    Json document_ = Json::array();
 };
 
-// Of every mirror the same, by `text` and apart by `between`, or by `json` as the member
-// `member`.
+// Prints every mirror: by `text`, separated by `between`, or by `json` as the
+// member `member`.
 template <class Text, class ToJson>
 ExitStatus printEach( const Mirrors& mirrors, const Arguments& arguments,
                       const char* between, Text text, const char* member,
@@ -80,7 +80,7 @@ ExitStatus printEach( const Mirrors& mirrors, const Arguments& arguments,
    return done;
 }
 
-// How many match, in whatever form was asked for.
+// Prints the number of matches in the requested form.
 void printCount( const Mirrors& mirrors, const Arguments& arguments ) {
    const auto matching = [&]( const Mirror& mirror ) {
       return selectRoutes( mirror, arguments.filter ).size();
@@ -140,7 +140,7 @@ template <class Row>
 bool isEmpty( const Selected<Row>& selected, const RouteFilter& ) {
    return selected.rows.empty();
 }
-// Where routes were asked for, an interface with no part in any is none of theirs.
+// When routes are filtered, an interface without a part in any is empty.
 bool isEmpty( const Interfaces& selected, RouteFilter filter ) {
    filter.iface.clear();
    const bool routes = filter.active();
@@ -149,7 +149,8 @@ bool isEmpty( const Interfaces& selected, RouteFilter filter ) {
    } );
 }
 
-// What `select` finds in each mirror, by `text`, or by `json` as the member `member`.
+// Prints what `select` finds in each mirror, by `text`, or by `json` as the member
+// `member`.
 template <class Select, class Text, class ToJson>
 ExitStatus printSelected( const Mirrors& mirrors, const Arguments& arguments,
                           Select select, Text text, const char* member,
@@ -222,7 +223,7 @@ ExitStatus printExplanations( const Mirrors& mirrors, const Arguments& arguments
 }
 
 ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
-   // In the background a terminal would stop us.
+   // In the background a terminal would stop the process.
    const bool terminal =
       isatty( STDOUT_FILENO ) != 0 && tcgetpgrp( STDIN_FILENO ) == getpgrp();
    watch( mirrors, arguments.filter,

@@ -1,4 +1,4 @@
-// What a command answers, printed on standard output in the form that was asked for.
+// Prints a command's answer on standard output in the requested form.
 #pragma once
 
 #include <string>
@@ -8,11 +8,11 @@
 
 namespace Show {
 
-// The status as far as the answer goes; `watch` answers until it is left. Throws
-// OutputError, and Mox::RangeError where `explain` lacks an argument of its macro.
+// Returns the answer's status; `watch` runs until it is left. Throws OutputError,
+// and Mox::RangeError when `explain` lacks an argument of its macro.
 ExitStatus print( Mirrors& mirrors, const Arguments& arguments );
 
-// One line on standard error; returns `status`.
+// Prints one line on standard error; returns `status`.
 ExitStatus complain( ExitStatus status, const std::string& text );
 
 }

@@ -1,4 +1,4 @@
-// What in the tables contradicts itself, or leaves traffic without a way.
+// Finds contradictions in the tables, and traffic without a path.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -10,13 +10,13 @@
 namespace Show {
 
 struct Finding {
-   // "forward-differs": an interface's record against its outgoing list by the macros,
-   // where those are known; "no-route": an interface's record without its route's;
-   // "impossible-address": a route that nothing can be sent along;
-   // "unresolved-rpf": a route without a way to its source or RP; "unverifiable":
-   // records whose checksum, place or bytes are wrong; "unreadable": a whole table.
+   // "forward-differs": an interface's record contradicts its outgoing list by the
+   // macros, where those are known; "no-route": an interface's record without its
+   // route's; "impossible-address": a route that no packet can have;
+   // "unresolved-rpf": a route without a path to its source or RP; "unverifiable":
+   // records with a wrong checksum, place or bytes; "unreadable": a whole table.
    const char* kind;
-   Routing::Pim::RouteKey key;  // none for the last two
+   Routing::Pim::RouteKey key;  // unset for the last two
    Vantu::IntfId intfId;        // empty: the route as a whole
    std::string text;
 };
@@ -24,13 +24,13 @@ struct Finding {
 struct Checked {
    size_t routes = 0;
    size_t intfs = 0;
-   size_t undecided = 0;  // interfaces whose list is not known
+   size_t undecided = 0;  // interfaces whose list is unknown
    std::vector<Finding> findings;
 };
 
-// Routes and interfaces that match; all records of all tables.
+// Checks the matching routes and interfaces, and all records of all tables.
 Checked check( const Mirror& mirror, const RouteFilter& filter );
-// Adds what is found of the tables of the agent's process.
+// Adds the findings in the tables of the agent's process.
 void checkProcess( const Published::ProcessStatus& process, Checked& checked );
 
 std::string checkText( const Mirror& mirror, const Checked& checked );

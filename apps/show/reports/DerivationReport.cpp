@@ -42,7 +42,7 @@ Sm::MacroArguments argumentsOf( const Question& question,
    return arguments;
 }
 
-// A macro of a route does not ask for an interface, and the reverse.
+// A route's macro takes no interface, an interface's macro needs one.
 void checkSubject( const std::string& macro, bool ofIntf ) {
    const auto& others = ofIntf ? Sm::routeMacroNames() : Sm::intfMacroNames();
    if ( std::find( others.begin(), others.end(), macro ) == others.end() ) return;
@@ -65,7 +65,7 @@ Answer answer( const Mirror& mirror, const Question& question ) {
    return { derive( intf, macro, arguments ), flipsOf( intf, macro, arguments ) };
 }
 
-// As people would say it; in the field's text form where there is nothing shorter.
+// The value in plain words; in the field's text form where there are none.
 std::string valueText( const std::string& value ) {
    using Sm::AssertMetric;
    if ( value == "true" ) return "yes";
@@ -94,14 +94,14 @@ std::string headline( const Mirror& mirror, const Derivation& derivation ) {
                        derivation.macro, valueText( derivation.value ) );
 }
 
-// The last step of a rule, and one that only looks at fields, has no condition.
+// A rule's last step has no condition, nor has a rule that only reads fields.
 std::string stepText( const MacroStep& step ) {
    if ( step.condition.empty() ) return step.outcome.empty() ? "" : step.outcome;
    return fmt::format( "{} {} {}", valueText( step.outcome ),
                        step.wanted ? "if" : "unless", step.condition );
 }
 
-// A step about another record than its rule says about which.
+// Names the record of a step that is about another record than its rule.
 std::string ofText( const Derivation& derivation, const MacroStep& step ) {
    if ( step.from.size() != 1 || step.from[0].intfId == derivation.intfId )
       return "";
@@ -137,7 +137,7 @@ void addRule( std::string& out, const Derivation& derivation, bool all,
 
 void addTerm( std::string& out, const Derivation& derivation, bool all,
               size_t indent ) {
-   // A fact that is but one field is told by it.
+   // A fact of a single field is told by that field.
    if ( readsItself( derivation ) ) return addInputs( out, derivation, indent );
    line(
       out, indent,
@@ -183,7 +183,7 @@ void collectUnknown( const Derivation& derivation,
    }
 }
 
-// Interfaces whose address and DR role this process does not know.
+// The interfaces whose address and DR role are unknown here.
 std::vector<Vantu::IntfId> unknownOf( const Mirror& mirror,
                                       const Derivation& derivation ) {
    std::vector<Vantu::IntfId> unknown;

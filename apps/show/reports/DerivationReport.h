@@ -1,4 +1,4 @@
-// How one macro came to its answer, step by step, with its fields.
+// Explains one macro's answer step by step, with its fields.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -8,8 +8,8 @@
 
 namespace Show {
 
-// REQUIRES: knows() and a macro. Throw NameError or RangeError for a macro that is not
-// there, not for this route, or without its argument.
+// REQUIRES: knows() and a macro. Throw NameError or RangeError for a macro that
+// does not exist, does not suit the route, or lacks its argument.
 std::string derivationText( const Mirror& mirror, const Question& question );
 nlohmann::ordered_json derivationJson( const Mirror& mirror,
                                        const Question& question );

@@ -17,7 +17,7 @@ using Routing::Pim::RouteKey;
 
 namespace {
 
-// The one asked about, or all.
+// The interface in question, or all.
 std::vector<const Intf*> asked( const Mirror& mirror, const Question& question ) {
    const Route& route = *std::as_const( *mirror.model ).route( question.route );
    RouteFilter filter;

@@ -20,7 +20,7 @@ namespace {
 constexpr size_t kMaxRows = 16;
 constexpr size_t kBarWidth = 40;
 
-// By their first count, how many have a count up to the next row's.
+// The number of members by count; a row covers the counts up to the next row's.
 using Rows = std::map<uint32_t, size_t>;
 
 template <class Histogram>
@@ -43,7 +43,7 @@ std::string rangeText( uint32_t first ) {
    return fmt::format( "{}-{}", first, first + ( first - 1 ) );
 }
 
-// In proportion, but nothing that is there is left without a mark.
+// Proportional, but at least one mark for any member.
 std::string bar( size_t members, size_t most ) {
    return std::string( std::max<size_t>( 1, members * kBarWidth / most ), '#' );
 }

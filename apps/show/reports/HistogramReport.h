@@ -1,4 +1,4 @@
-// How the routes spread: the groups of each source, the sources of each group.
+// The spread of the routes: the groups of each source, the sources of each group.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -8,10 +8,10 @@
 
 namespace Show {
 
-// One mirror's part of `histogram`, counted by this process from what it mirrors: a
-// heading, bars for both histograms. More than 16 different counts are shown in
-// ranges, JSON has each. The source of a (*,G) route is the unspecified address: it
-// is counted and named as such. REQUIRES: the mirror is loaded.
+// One mirror's part of `histogram`, counted by this process in its mirror: a
+// heading, and bars for both histograms. More than 16 different counts are shown in
+// ranges; JSON has each. The source of a (*,G) route is the unspecified address,
+// counted and named as such. REQUIRES: the mirror is loaded.
 std::string histogramText( const Mirror& mirror );
 nlohmann::ordered_json histogramJson( const Mirror& mirror );
 

@@ -42,7 +42,7 @@ std::string neighborsText( const InterfaceTotals& totals ) {
    return totals.published ? std::to_string( totals.published->neighbors ) : "-";
 }
 
-// The address, the longest, comes last.
+// The address is the longest column and comes last.
 using Row = std::array<std::string, 10>;
 Row rowOf( const std::string& name, const InterfaceTotals& totals ) {
    auto count = []( uint32_t number ) { return std::to_string( number ); };

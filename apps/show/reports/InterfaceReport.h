@@ -1,4 +1,4 @@
-// The interfaces of each VRF: what the agent publishes of them, and their part in the
+// The interfaces of each VRF: the agent's record of each, and its part in the
 // routes.
 #pragma once
 
@@ -12,11 +12,11 @@
 namespace Show {
 
 struct InterfaceTotals {
-   // As the agent publishes it; nothing where it does not.
+   // The agent's record; nothing if it publishes none.
    std::optional<Published::Interface> published;
-   uint32_t incoming = 0;  // routes whose traffic comes in here
-   uint32_t records = 0;   // of routes, as a downstream interface
-   uint32_t joins = 0;     // (*,G) and (S,G), prune pending too
+   uint32_t incoming = 0;  // routes with this incoming interface
+   uint32_t records = 0;   // routes with this downstream interface
+   uint32_t joins = 0;     // (*,G) and (S,G), prune pending included
    uint32_t rptPrunes = 0;
    uint32_t members = 0;  // routes that local receivers ask for
    uint32_t assertsWon = 0;
@@ -27,7 +27,7 @@ struct InterfaceTotals {
 // By name.
 using Interfaces = std::map<std::string, InterfaceTotals>;
 
-// Of the matching routes.
+// The interfaces of the matching routes.
 Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter );
 
 std::string interfacesText( const Mirror& mirror, const Interfaces& interfaces );

@@ -1,4 +1,4 @@
-// Why an interface forwards a route's traffic or not, term by term.
+// Explains term by term why an interface forwards a route's traffic or not.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -12,7 +12,7 @@ namespace Show {
 // CLOCK_MONOTONIC.
 std::string outgoingText( const Mirror& mirror,
                           const Routing::Pim::SparseMode::Intf& intf, double now );
-// What is not known is left out.
+// Unknown values are left out.
 nlohmann::ordered_json outgoingJson( const Mirror& mirror,
                                      const Routing::Pim::SparseMode::Intf& intf );
 

@@ -45,7 +45,7 @@ size_t keyWidth( const Selected<Row>& selected ) {
    return width;
 }
 
-// Two tables are not read at one moment: a key that moves may be met in both or in
+// Two tables are not read at one moment: a key that moves may appear in both or in
 // neither.
 const char* registerWord( const RegisterRow& row ) {
    if ( row.registerOif == row.noRegisterOif ) return "changing";

@@ -18,8 +18,8 @@ struct RegisterRow {
    bool anycastDiscovered = false;
 };
 
-// The matching (S,G) of a mirror in order of group, then source, and how many there
-// are.
+// The matching (S,G) of a mirror in order of group, then source, and the number of
+// all.
 template <class Row>
 struct Selected {
    std::vector<Row> rows;
@@ -31,7 +31,8 @@ using Advertised = Selected<Routing::Pim::SparseMode::AdvertisedSg>;
 Registers selectRegisters( const Mirror& mirror, const RouteFilter& filter );
 Advertised selectAdvertised( const Mirror& mirror, const RouteFilter& filter );
 
-// One mirror's part of `registers` and `advertised`: a heading, a line an (S,G).
+// One mirror's part of `registers` and `advertised`: a heading, and a line for each
+// (S,G).
 std::string registersText( const Mirror& mirror, const Registers& selected );
 std::string advertisedText( const Mirror& mirror, const Advertised& selected );
 

@@ -39,7 +39,7 @@ bool isPublished( const MoxBrane::TableBase& table ) {
    return isReady( table ) || !unreadableText( table ).empty();
 }
 
-// The forwarding process's; none where it has never run.
+// The forwarding process's tables; none if it has never run.
 std::vector<const MoxBrane::TableBase*> mfibTables( const Mirror& mirror ) {
    std::vector<const MoxBrane::TableBase*> tables;
    for ( const MoxBrane::TableBase* table : mirror.mfib->tables() )

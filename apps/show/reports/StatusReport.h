@@ -1,4 +1,4 @@
-// The tables of each VRF: how full, whose, and what is pending.
+// The tables of each VRF: their fill, their writer, and pending routes.
 #pragma once
 
 #include <nlohmann/json.hpp>

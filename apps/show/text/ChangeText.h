@@ -5,7 +5,7 @@
 
 namespace Show {
 
-// Without its end. `time`: "2024-05-01T10:00:02.114Z".
+// The line without its newline. `time`: "2024-05-01T10:00:02.114Z".
 std::string changeText( const Mirror& mirror, const Change& change,
                         const std::string& time );
 

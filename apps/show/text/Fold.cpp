@@ -13,7 +13,7 @@ namespace Show {
 namespace {
 
 constexpr size_t kLeastWidth = 20;
-constexpr size_t kIndent = 6;  // of what goes on, where no column says
+constexpr size_t kIndent = 6;  // of continuation lines without a column
 constexpr const char* kBlanks = " \t";
 
 bool isBlank( char c ) {
@@ -35,10 +35,10 @@ size_t hangOf( std::string_view line, size_t width ) {
    return std::min( indent + kIndent, width / 2 );
 }
 
-// Where the next line begins. Candidates are the words beyond `after` before which the
-// line fits into `room`: the last of them at a good place is taken, or else the last of
-// all. Where the line fits before none, the first word is taken. The line's end stands for
-// no such word.
+// The start of the next line. Candidates are the words beyond `after` before which
+// the line fits into `room`: the last one at a good place is taken, otherwise the
+// last of all. If the line fits before none, the first word is taken. The line's
+// end is no candidate.
 size_t nextLine( std::string_view line, size_t after, size_t room ) {
    size_t good = line.size(), any = line.size();
    int depth = 0;

@@ -1,4 +1,4 @@
-// How wide what the tool prints may be.
+// Limits the width of the tool's output.
 #pragma once
 
 #include <string>
@@ -8,14 +8,14 @@ namespace Show {
 
 constexpr size_t noFold = std::string_view::npos;
 
-// Columns of what standard output goes to: COLUMNS, else the terminal's; elsewhere
-// nothing is folded, so that a thing stays a line.
+// The columns of standard output: COLUMNS, otherwise the terminal's. Other output
+// is not folded, so that each item stays one line.
 size_t outputWidth();
 
-// Each line of a text in as many as it takes to stay within `width` columns where
-// blanks allow it. It goes on below the last column that begins in its left half, and is
-// broken where a column begins, behind a comma outside parentheses, or at a '\t', which
-// is a blank as good as these, rather than at another blank.
+// Folds each line of a text to `width` columns where blanks allow it. Continuations
+// start below the last column that begins in the line's left half. A line is
+// preferably broken where a column begins, behind a comma outside parentheses, or
+// at a '\t', which prints as a blank.
 std::string folded( std::string_view text, size_t width );
 
 }

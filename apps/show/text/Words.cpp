@@ -51,7 +51,7 @@ std::string spanText( double seconds ) {
    };
    constexpr Unit kUnits[] = {
       { 86400, 'd' }, { 3600, 'h' }, { 60, 'm' }, { 1, 's' } };
-   // What stands in a table may be any number, even none.
+   // A table may hold any number, even no number at all.
    constexpr double kLongest = 1e12;
    auto left =
       seconds > 0 ? static_cast<uint64_t>( std::min( seconds, kLongest ) ) : 0;
@@ -114,12 +114,12 @@ std::string assertText( const Sm::AssertInfo& info ) {
                                                   : "assert lost to " + who;
 }
 
-// Do we know that the members here are not ours?
+// Is it known that another router serves the members here?
 bool servedByAnother( const Intf& intf ) {
    return !intf.forward() && intf.pimIntf() != nullptr && !intf.iAmDr();
 }
 
-// A record with nothing of its own stands for the (*,G) route's.
+// A record without state of its own stands for the (*,G) route's.
 std::string inheritedText( const Intf& intf ) {
    const Intf* shared = intf.wcIntf();
    if ( shared == nullptr || shared == &intf ) return "";

@@ -20,8 +20,8 @@ void put( int row, const std::string& text ) {
    mvaddnstr( row, 0, text.c_str(), std::max( 0, COLS ) );
 }
 
-// Is it known, and can its cursor be moved? newterm() keeps some memory of a terminal that
-// it does not know, and writes blanks to one of the other kind.
+// Is the terminal known, and can its cursor be moved? newterm() leaks memory for an
+// unknown terminal, and writes blanks to one without cursor movement.
 bool isUsable() {
    const char* type = std::getenv( "TERM" );
    char move[] = "cm";

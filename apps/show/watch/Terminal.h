@@ -1,9 +1,9 @@
-// The terminal while it is ours: pictures, a row at a time, and keys.
+// The terminal during `watch`: pictures, row by row, and keys.
 #pragma once
 
 #include <string>
 
-// Of ncurses, whose macros stay out of here.
+// From ncurses, whose macros stay out of this header.
 struct screen;
 
 namespace Show {
@@ -14,25 +14,25 @@ class Terminal {
 
    // Throws WrongUsage for a terminal that cannot place text.
    Terminal();
-   // Leaves it as it was.
+   // Restores the terminal.
    ~Terminal();
    Terminal( const Terminal& ) = delete;
    Terminal& operator=( const Terminal& ) = delete;
 
-   // Of the present picture.
+   // The size of the present picture.
    int rows() const;
    size_t columns() const;
 
    // Starts an empty picture of the terminal's present size.
    void begin();
-   // The next row, cut where it is too long; nothing where the picture is full.
+   // Writes the next row, cut if it is too long; ignored when the picture is full.
    void line( const std::string& text, bool marked );
-   // All but the footer's row.
+   // True when only the footer's row is left.
    bool full() const { return row_ >= rows() - 1; }
    void end( const std::string& footer );
 
-   // What was pressed next; `none` where nothing more was. ^L has the next picture drawn
-   // anew, whatever the terminal shows.
+   // The next key pressed; `none` without another one. ^L makes the next picture
+   // redraw the whole terminal.
    Key key();
 
  private:

@@ -22,13 +22,14 @@ namespace Show {
 
 namespace {
 
-// Calls back when nobody can read standard output any more.
+// Calls back when standard output has lost its reader.
 class HangUp {
  public:
    HangUp( Mox::Loop& loop, Mox::Loop::Function gone )
       : epoll_( epoll_create1( EPOLL_CLOEXEC ), "epoll_create1" ),
         watcher_( loop, epoll_.value(), std::move( gone ) ) {
-      // Errors and hang-ups alone. What cannot be polled, as a file, has no reader.
+      // Polls for errors and hang-ups only. A file cannot be polled and has no
+      // reader.
       epoll_event none{};
       epoll_ctl( epoll_.value(), EPOLL_CTL_ADD, STDOUT_FILENO, &none );
    }
@@ -38,7 +39,7 @@ class HangUp {
    Mox::Loop::FdWatcher watcher_;
 };
 
-// The signals wait for the loop, which may wait for a reader.
+// The signals wait for the loop, which may be waiting for a reader.
 bool askedToEnd() {
    sigset_t waiting;
    sigpending( &waiting );
@@ -46,8 +47,8 @@ bool askedToEnd() {
           sigismember( &waiting, SIGINT ) == 1;
 }
 
-// To standard output. False: nobody reads it any more, or we are to end and it would
-// have to wait for its reader. Throws OutputError.
+// Writes to standard output. Returns false when it has no reader any more, or when
+// a signal asks to end while the reader is slow. Throws OutputError.
 bool writeOut( std::string_view text ) {
    constexpr int kPatience = 200;  // ms, to look at signals
    while ( !text.empty() ) {
@@ -56,7 +57,7 @@ bool writeOut( std::string_view text ) {
          if ( askedToEnd() ) return false;
          continue;
       }
-      // What a pipe with room takes without waiting.
+      // The part that a pipe with room takes without waiting.
       const ssize_t written = write( STDOUT_FILENO, text.data(),
                                      std::min<size_t>( text.size(), PIPE_BUF ) );
       if ( written >= 0 ) {
@@ -83,7 +84,7 @@ std::string jsonLine( const Mirror& mirror, const Change& change,
 }
 
 void watch( Mirrors& mirrors, const RouteFilter& filter, WatchForm form ) {
-   // Who reads no more is heard of by the failing write, or before it.
+   // A lost reader shows in the failing write, or in the poll before it.
    std::signal( SIGPIPE, SIG_IGN );
    const HangUp unread( mirrors.loop(), [&] { mirrors.loop().stop(); } );
    Mox::SignalWatcher ends( mirrors.loop(), { SIGTERM, SIGINT },

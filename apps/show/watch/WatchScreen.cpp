@@ -23,9 +23,9 @@ using Routing::Pim::RouteIntfKey;
 using Routing::Pim::RouteKey;
 
 constexpr double kInterval = 0.5;   // s, between two pictures
-constexpr double kHighlight = 3.0;  // s, that a change stays marked
+constexpr double kHighlight = 3.0;  // s; how long a change stays marked
 
-// When what last changed, and how many changes there were.
+// The times of the latest changes, and their number.
 class Recent : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
  public:
    Recent( const Mirror& mirror, const Mox::Clock& clock )
@@ -47,7 +47,8 @@ class Recent : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
    bool changed( const RouteKey& key ) const { return routes_.contains( key ); }
    bool changed( const RouteIntfKey& key ) const { return intfs_.contains( key ); }
 
-   // Forgets what is no longer marked, and takes the rate since the last call.
+   // Forgets changes that are no longer marked, and computes the rate since the
+   // last call.
    void update( double now ) {
       const double past = now - kHighlight;
       std::erase_if( routes_, [&]( const auto& e ) { return e.second < past; } );
@@ -57,11 +58,11 @@ class Recent : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
       lastTime_ = now;
       lastCount_ = count_;
    }
-   // Changes a second.
+   // Changes per second.
    double rate() const { return rate_; }
    const Mirror& mirror() const { return mirror_; }
 
-   // Of the present picture: its routes, their RPs, and the widths of what may be seen.
+   // The present picture's routes, RPs, and column widths.
    size_t matching = 0;
    std::optional<Rps> rps;
    Columns columns;
@@ -90,7 +91,7 @@ class Screen : public Mox::Clock::Notifiee {
    void onTime() override {
       const double start = clock()->now();
       draw();
-      // Never more than half of the time goes into pictures.
+      // At most half of the time goes into pictures.
       const double cost = clock()->now() - start;
       wakeupTimeIs( clock()->now() + std::max( kInterval, cost ) );
    }
@@ -130,7 +131,8 @@ class Screen : public Mox::Clock::Notifiee {
          if ( std::exchange( headed, matching_[i].recent ) != matching_[i].recent )
             drawHeading( *headed, i != first_ );
          const std::vector<Row> rows = rowsOf( matching_[i] );
-         // The route stays to be seen above what of it was not scrolled away.
+         // The route's first row stays visible above the rows that are not scrolled
+         // away.
          terminal_.line( rows[0].text, rows[0].marked );
          for ( size_t k = 1 + ( i == first_ ? within_ : 0 ); k < rows.size(); ++k )
             terminal_.line( rows[k].text, rows[k].marked );
@@ -143,7 +145,7 @@ class Screen : public Mox::Clock::Notifiee {
          matching_.empty() ? 0 : first_ + 1, matching_.size(), kHighlight ) );
    }
 
-   // As they come and go.
+   // Follows VRFs as they come and go.
    void followVrfs() {
       for ( auto& recent : recent_ ) {
          const Mirror& mirror = recent->mirror();
@@ -165,7 +167,7 @@ class Screen : public Mox::Clock::Notifiee {
       recent_ = std::move( all );
    }
 
-   // What there is to see now, and the mirrors in which there is nothing.
+   // Selects the routes to show, and the mirrors without any.
    void select() {
       matching_.clear();
       without_.clear();
@@ -180,7 +182,7 @@ class Screen : public Mox::Clock::Notifiee {
       }
    }
 
-   // From the row that keys led to, to the route that it is of.
+   // Moves from the row that keys led to, to its route.
    void scroll() {
       if ( matching_.empty() ) {
          first_ = 0, within_ = 0;
@@ -202,7 +204,7 @@ class Screen : public Mox::Clock::Notifiee {
       }
    }
 
-   // The columns of what may come into the picture, for each mirror by itself.
+   // Sets the columns of the rows that may be visible, for each mirror.
    void align() {
       const auto begin = matching_.begin() + static_cast<ptrdiff_t>( first_ );
       const auto end =
@@ -224,7 +226,7 @@ class Screen : public Mox::Clock::Notifiee {
          terminal_.line( row, false );
    }
 
-   // As many as the line takes.
+   // The rows that the line takes.
    std::vector<std::string> rowsOf( const std::string& line ) const {
       std::istringstream text( folded( line, terminal_.columns() ) );
       std::vector<std::string> rows;
@@ -256,11 +258,11 @@ class Screen : public Mox::Clock::Notifiee {
    std::vector<std::unique_ptr<Recent>> recent_;
    Terminal terminal_;
    Mox::Loop::FdWatcher keys_;
-   // Of the present picture.
+   // The present picture's.
    std::vector<Matching> matching_;
    std::vector<const Recent*> without_;
-   size_t first_ = 0;  // route at the top
-   int within_ = 0;    // rows of it that were scrolled away
+   size_t first_ = 0;  // the route at the top
+   int within_ = 0;    // its rows that are scrolled away
 };
 
 }

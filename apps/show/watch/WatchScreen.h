@@ -5,9 +5,9 @@
 
 namespace Show {
 
-// REQUIRES: loaded mirrors; standard input and output are a terminal. Returns when the
-// loop is stopped, by `q` among others. Throws WrongUsage for a terminal that cannot
-// place text.
+// REQUIRES: loaded mirrors; standard input and output are a terminal. Returns when
+// the loop is stopped, by `q` among others. Throws WrongUsage for a terminal that
+// cannot place text.
 void watchOnScreen( Mirrors& mirrors, const RouteFilter& filter );
 
 }

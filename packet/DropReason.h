@@ -12,7 +12,7 @@ namespace Router {
 //   name               text
 #define AGENT_DROP_REASONS( R ) \
   R( notDropped,        "not dropped" ) \
-  R( missed,            "it came faster than the agent took it" ) \
+  R( missed,            "it came faster than the agent could read" ) \
   R( truncatedCapture,  "the capture holds only a part of the packet" ) \
   R( unknownLink,       "the link type is not supported" ) \
   R( notIp,             "neither IPv4 nor IPv6" ) \

@@ -144,15 +144,15 @@ std::vector<std::string> Agent::bindCaptures() {
    for ( const Replay::Input& input : replay_.inputs() ) {
       bindings_[input.capture] = captureBinding( options_.config, input.capture );
       if ( !bindings_[input.capture].interface.empty() ) continue;
-      problems.push_back(
-         fmt::format( "{}: no single interface stands for capture \"{}\"; name one "
-                      "with --read NAME=FILE",
-                      input.path, input.capture ) );
+      problems.push_back( fmt::format(
+         "{}: capture \"{}\" is bound to no single interface; name one "
+         "with --read NAME=FILE",
+         input.path, input.capture ) );
    }
    for ( const std::string& name : listenedOn() ) {
       bindings_[name] = captureBinding( options_.config, name );
       if ( bindings_[name].interface.empty() )
-         problems.push_back( name + ": no interface of the configuration" );
+         problems.push_back( name + ": is no interface of the configuration" );
    }
    return problems;
 }

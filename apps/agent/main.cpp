@@ -55,7 +55,7 @@ void declare( CLI::App& app, Arguments& arguments ) {
          ->excludes( read );
    auto* router =
       app.add_option( "--router", arguments.router,
-                      "Without a configuration: which router on the link to play" )
+                      "Without a configuration: the address of the router to play" )
          ->type_name( "ADDRESS" )
          ->check( notARouter );
    auto* config =
@@ -134,7 +134,7 @@ ExitStatus run( const Arguments& arguments ) {
    for ( const std::string& note : agent.mountNotes() ) say( note );
    if ( !arguments.listen && arguments.interfaces.empty() &&
         arguments.read.empty() )
-      say( "hears nothing: give --listen, --interface NAME or --read FILE" );
+      say( "has no input: give --listen, --interface NAME or --read FILE" );
    Mox::SignalWatcher reloads( loop, { SIGHUP },
                                [&]( int ) { reload( agent, arguments.config ); } );
    agent.readyIs( [&] {

@@ -95,7 +95,7 @@ bool Vifs::updateSlot( unsigned vif, uint32_t ifIndex ) {
    publish( vif, {} );
    if ( ifIndex == 0 ) return true;
    if ( int error = kernel_.vifIs( vif, ifIndex ) ) {
-      trouble_( fmt::format( "{} cannot be forwarded with: {}", slot.name.name(),
+      trouble_( fmt::format( "cannot forward with {}: {}", slot.name.name(),
                              std::strerror( error ) ) );
       slot.ifIndex = 0;
       publish( vif, {} );

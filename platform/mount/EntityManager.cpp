@@ -189,8 +189,8 @@ void EntityManager::tellRestored() {
    if ( paths.size() > 1 )
       others = fmt::format( " and {} others", paths.size() - 1 );
    note(
-      fmt::format( "{}{}: somebody removed or replaced the table's files; they "
-                   "are made anew, with all that they held",
+      fmt::format( "{}{}: somebody removed or replaced the table's files; they are "
+                   "made anew with all records",
                    paths.front(), others ) );
 }
 
@@ -244,7 +244,7 @@ void checkDirectory( const Mox::String& directory ) {
    if ( ( target.st_mode & S_IWGRP ) && shared ) {
       refuse(
          fmt::format( "group {} may write it (mode {:o}): name another, or "
-                      "take that from it",
+                      "change its mode",
                       target.st_gid, target.st_mode & 07777 ) );
    }
    if ( target.st_mode & S_IWOTH ) {

@@ -57,7 +57,8 @@ void Layout::check() const {
                "type '" + field.type + "' of field " + field.name );
       require( names.insert( field.name ).second, "two fields " + field.name );
       uint64_t end = uint64_t( field.offset ) + field.size;
-      require( end <= recordSize, "field " + field.name + " leaves the record" );
+      require( end <= recordSize,
+               "field " + field.name + " ends beyond the record" );
       require( field.offset >= keySize || end <= keySize,
                "field " + field.name + " lies astride the key's end" );
    }

@@ -41,7 +41,7 @@ std::string unresolvedText( const Route& route, const Rps& rps ) {
    return rps.published() ? "its group has no RP" : "no incoming interface";
 }
 
-// Empty: the key can be a route's of that family.
+// Why no route of that family can have the key; empty if one can.
 std::string impossibleText( const RouteKey& key, Vantu::AddressFamily family ) {
    const bool wildcard = key.source.isUnspecified();
    if ( key.group.family() != family ||
@@ -64,7 +64,7 @@ void checkRoute( const Mirror& mirror, const Route& route, const Rps& rps,
       { "unresolved-rpf", route.key(), {}, unresolvedText( route, rps ) } );
 }
 
-// Looked at again at the end: a living agent removes a route's interfaces after it.
+// Checked again at the end: a living agent removes a route's interfaces after it.
 bool stands( const Mirror& mirror, const RouteIntfKey& key ) {
    return mirror.tables->routeIntf().has( key ) &&
           !mirror.tables->route().has( key.routeKey );
@@ -81,7 +81,7 @@ void checkStrays( const Mirror& mirror, const RouteFilter& filter,
    for ( const RouteIntfKey& key : strays ) {
       if ( !filter.matches( key.routeKey ) || !stands( mirror, key ) ) continue;
       checked.findings.push_back(
-         { "no-route", key.routeKey, key.intfId, "its route is not there" } );
+         { "no-route", key.routeKey, key.intfId, "its route is missing" } );
    }
 }
 
@@ -96,10 +96,10 @@ void checkTable( const MoxBrane::TableBase& table, Checked& checked ) {
    const std::string problem = unreadableText( table );
    if ( !problem.empty() ) found( "unreadable", problem );
    if ( !isReady( table ) ) return;
-   // What is damaged was counted as the table was taken up.
+   // Damage was counted when the table was loaded.
    const uint64_t damaged = table.reader()->counters().damaged;
    if ( damaged != 0 || table.undecodable() != 0 )
-      found( "unverifiable", fmt::format( "{} damaged records, {} of no value",
+      found( "unverifiable", fmt::format( "{} damaged records, {} undecodable",
                                           damaged, table.undecodable() ) );
 }
 

@@ -47,7 +47,7 @@ std::string lostText( const Mirror& mirror, const Term& term, const Intf& asked 
    return text + valueToStrep( ours );
 }
 
-// Why members are served here or not.
+// Why members are served here, or not.
 std::string memberText( const Mirror& mirror, const Term& term,
                         const Intf& asked ) {
    if ( !asked.localReceiverInclude() ) return "";
@@ -68,14 +68,14 @@ std::string joinText( const Intf& asked, double now ) {
    return asked.joinState() == Intf::prunePending ? "prune pending, " + text : text;
 }
 
-// What stands behind the answer; may be empty.
+// The reason for the answer; may be empty.
 std::string whyText( const Mirror& mirror, const Term& term, const Intf& intf,
                      double now ) {
    const Intf* asked = askedBy( term, intf );
    if ( asked == nullptr ) return "";
    const std::string_view macro = term.macro;
    if ( macro.starts_with( "include" ) ) return memberText( mirror, term, *asked );
-   if ( !term.holds ) return "who is the assert's winner is not known";
+   if ( !term.holds ) return "the assert winner is not known";
    if ( !*term.holds ) return "";
    if ( macro.starts_with( "joins" ) ) return joinText( *asked, now );
    if ( macro == "prunesSgRpt" )
@@ -111,12 +111,12 @@ bool alike( const Term& first, const Term& second ) {
    return first.adds || functionOf( first ) == functionOf( second );
 }
 
-// Has the term nothing to say but no?
+// Is the term a plain no, without a reason to print?
 bool plainlyNo( const Mirror& mirror, const Term& term, const Intf& intf ) {
    return term.holds == false && whyText( mirror, term, intf, 0 ).empty();
 }
 
-// A line a term; two of one kind that are plainly no share one.
+// A line for each term; two plain noes of one kind share a line.
 std::string termsText( const Mirror& mirror, const Olist& list, const Intf& intf,
                        double now ) {
    std::string text;

@@ -12,8 +12,8 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-// The path to the source or RP without what the traffic's own interface and neighbour
-// tell already.
+// Leaves out of the path to the source or RP the values that the incoming interface
+// and neighbour already show.
 std::vector<Change::Field> toldOnce( std::vector<Change::Field> fields ) {
    const auto named = [&]( const char* name ) {
       return std::find_if( fields.begin(), fields.end(), [&]( const auto& field ) {
@@ -44,7 +44,7 @@ std::string fieldText( const Json& value ) {
    return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
-// An object member by member, of which those that are the same say nothing.
+// Adds an object member by member, leaving out equal ones.
 void addField( std::string& text, const std::string& name, const Json& before,
                const Json& after, bool update ) {
    if ( before == after ) return;
@@ -75,7 +75,7 @@ std::string changeText( const Mirror& mirror, const Change& change,
    if ( op == "vrf-new" ) return clockTime + " vrf " + where + " is new";
    std::string text = clockTime + ' ' + where + ' ' + change.op;
    if ( op == "sweep" )
-      return text + ": fell behind, values in between are not told";
+      return text + ": fell behind, values in between are skipped";
    if ( change.key == Routing::Pim::RouteKey() ) return text;
    std::string key = keyText( change.key );
    if ( change.rpt ) key.insert( key.size() - 1, ", rpt" );

@@ -50,7 +50,7 @@ bool ReaderTable::handleMissing() {
       state_ = readerAttached;
       problem_ = files_.table +
                  ": the file is gone, though its writer has not retired the table; "
-                 "what it held last stands";
+                 "its last records are kept";
       return !std::exchange( orphaned_, true );
    }
    bool changed = state_ != readerAbsent;

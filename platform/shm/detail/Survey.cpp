@@ -66,7 +66,7 @@ PIMSM_SHM_HOT void Survey::judgeSlot( uint32_t slot ) {
    if ( !whole ) {
       broken_.push_back( slot );
       const char* what = head->checksum != checksum
-                            ? "the checksum does not hold"
+                            ? "the checksum is wrong"
                             : "the sequence is beyond the journal's";
       return report( noPosition, slot, what );
    }

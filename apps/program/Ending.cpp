@@ -1,5 +1,7 @@
 #include "apps/program/Ending.h"
 
+#include <sys/resource.h>
+
 #include <csignal>
 #include <iostream>
 #include <new>
@@ -30,6 +32,17 @@ ExitStatus tried( const char* program, const std::function<ExitStatus()>& work )
    }
 }
 
+// Tables, bells and sockets need a descriptor each, and the soft limit is made for programs
+// that use select(). Where it cannot be raised, whoever needs more says so.
+void raiseFileLimit() {
+   rlimit limit{};
+   if ( getrlimit( RLIMIT_NOFILE, &limit ) != 0 ||
+        limit.rlim_cur == limit.rlim_max )
+      return;
+   limit.rlim_cur = limit.rlim_max;
+   setrlimit( RLIMIT_NOFILE, &limit );
+}
+
 }
 
 ExitStatus complain( const char* program, ExitStatus status,
@@ -40,6 +53,7 @@ ExitStatus complain( const char* program, ExitStatus status,
 
 ExitStatus ending( const char* program, const std::function<ExitStatus()>& work ) {
    std::signal( SIGXFSZ, SIG_IGN );
+   raiseFileLimit();
    const ExitStatus status = tried( program, work );
    return tried( program, [&] {
       flushOutput();

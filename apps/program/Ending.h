@@ -37,7 +37,8 @@ ExitStatus complain( const char* program, ExitStatus status,
 
 // Does the work and returns its status. Prints an exception and returns its status;
 // does the same when standard output cannot be written. From here on a file beyond
-// its size limit is an ordinary error, not a signal.
+// its size limit is an ordinary error, not a signal, and as many files may be open as the hard
+// limit allows.
 ExitStatus ending( const char* program, const std::function<ExitStatus()>& work );
 
 // Checks an option's value for CLI11, to which an empty text means valid. Refuses

@@ -41,11 +41,12 @@ bool VrfMirror::loaded() const {
 template <class Record, class Table, class Tell>
 void VrfMirror::tell( Known<Record>& known, const Table& table, const Tell& tell ) {
    if ( !tell ) return;
-   auto changed = std::exchange( known.changed, {} );
    if ( !std::exchange( known.loaded, true ) ) {
-      for ( const auto& key : table.keys() ) changed.insert( key );
+      for ( const auto& key : table.keys() ) known.changed.insert( key );
    }
-   for ( const auto& key : changed ) {
+   // One by one: when a call throws, the others are reported at the next turn's end.
+   while ( !known.changed.empty() ) {
+      const auto key = known.changed.extract( known.changed.begin() ).value();
       Record now;
       const ::Brane::Lookup found = table.find( key, now );
       if ( found != ::Brane::lookupFound && found != ::Brane::lookupAbsent )

@@ -20,7 +20,7 @@ void Deadlines::atMost( Deadline& deadline, double time ) {
    if ( deadline.place_ == 0 ) wake();
 }
 
-// The last entry takes its place.
+// The heap's last entry takes the place of the removed one.
 void Deadlines::remove( Deadline& deadline ) {
    if ( !deadline.queued() ) return;
    const size_t place = deadline.place_;
@@ -65,13 +65,17 @@ void Deadlines::wake() {
    wakeupTimeIs( heap_.empty() ? never : heap_.front().time );
 }
 
-// The call queues nothing for a time that has come, so the loop ends.
 void Deadlines::onTime() {
    const double time = now();
-   while ( !heap_.empty() && heap_.front().time <= time ) {
-      Deadline& deadline = *heap_.front().deadline;
-      remove( deadline );
-      due_( deadline );
+   try {
+      while ( !heap_.empty() && heap_.front().time <= time ) {
+         Deadline& deadline = *heap_.front().deadline;
+         remove( deadline );
+         due_( deadline );
+      }
+   } catch ( ... ) {
+      wake();
+      throw;
    }
    wake();
 }

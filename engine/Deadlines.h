@@ -1,9 +1,9 @@
-// Deadlines of many records on one clock, with one observer for all of them.
+// Deadlines of many records on one clock, with one observer of the clock for all.
 //
-// A record is a Deadline, or has one. It costs four bytes, and while queued 16 more
-// in a heap that knows its place. A deadline that is put off is not moved: at the
-// former time the record is called, finds nothing due and queues anew. So a refresh
-// before the deadline costs nothing. Event-loop thread.
+// A record derives from Deadline, which costs four bytes and, while it is queued, 16 more in a
+// heap; the four bytes are its place there. A deadline that is put off is not moved: the record
+// is called at the former time, finds nothing due and queues itself anew. A refresh before that
+// time therefore costs nothing. Event-loop thread.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +16,7 @@ namespace Router {
 
 class Deadlines;
 
-// Must be removed from its queue before it is destroyed, and must not move while
-// queued.
+// Must be removed from its queue before it is destroyed, and must not be moved while queued.
 class PIMSM_API Deadline {
  public:
    Deadline() = default;
@@ -37,12 +36,11 @@ class PIMSM_API Deadlines : private Mox::Clock::Notifiee {
  public:
    static constexpr double never = Mox::Clock::never;
 
-   // `due` is called for each deadline whose time has come, in order of time; the
-   // deadline is no longer queued then. The call may queue and remove any deadline,
-   // and destroy the due one.
+   // `due` is called for each deadline whose time has come, in order of time; it has left the
+   // queue then. The call may queue and remove any deadline and end the due one, but must not
+   // queue one for a time that has come. What it throws passes through; the others stay queued.
    Deadlines( Mox::Clock& clock, std::function<void( Deadline& )> due )
       : Notifiee( &clock ), due_( std::move( due ) ) {}
-   // Deadlines that are still queued must not be used with another queue.
 
    double now() const { return clock()->now(); }
 

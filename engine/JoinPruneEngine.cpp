@@ -126,6 +126,8 @@ void JoinPruneEngine::receiveWcJoin( const Message& message, const IpGenAddr& gr
       return counters_.refused( rpMismatch );
    Record* record = make( { { anySource( group ), group }, message.intfId }, rp );
    if ( record == nullptr ) return;
+   // After a restart the tables hold the path to a joined RP, not the RP.
+   if ( ours.isUnspecified() ) routes_.route( record->key().routeKey, rp );
    act( *record, [&]( Record& it, double now ) {
       it.join.receiveJoin( *it.intf, now, message.holdtime );
    } );
@@ -205,14 +207,17 @@ void JoinPruneEngine::act( Record& record, Act change ) {
    if ( record.indexed != after.pruned() ) indexRptPrune( record, after.pruned() );
    routes_.changed(
       key, { !after.sameStates( before ), after.timers != before.timers } );
-   if ( after.joined() || after.pruned() ) {
-      deadlines_.atMost( record,
-                         std::min( record.join.due(), record.rptPrune.due() ) );
-   } else {
+   const bool ended = !after.joined() && !after.pruned();
+   if ( ended ) {
       deadlines_.remove( record );
       erase( key );
+   } else {
+      deadlines_.atMost( record,
+                         std::min( record.join.due(), record.rptPrune.due() ) );
    }
-   if ( after.joined() != before.joined() || after.pruned() != before.pruned() )
+   // Also a record on which no state began: its route was made for it.
+   if ( ended || after.joined() != before.joined() ||
+        after.pruned() != before.pruned() )
       routes_.update( key.routeKey, key.intfId );
 }
 

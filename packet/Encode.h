@@ -1,9 +1,11 @@
 // Encodes messages to the payload of their IP packets, checksum included;
 // `decodePim` and `decodeMembership` read them back unchanged.
 //
-// A number too large for its field is cut to the largest that fits. The caller
-// makes sure that the numbers of groups, sources and records fit their fields and
-// the packet's size. The sender's address is used for IPv6's checksum only.
+// A number too large for its field is cut to the largest that fits. Addresses are
+// written in the packet's family; unspecified ones may be of either. REQUIRES: the
+// numbers of groups (PimJoinPrune::maxGroups), sources and records (65,535) fit their
+// fields. The caller sees to the packet's size. The sender's address is used for
+// IPv6's checksum and as the family.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +24,7 @@ PIMSM_API std::vector<uint8_t> encodePim( const PimMessage& message,
                                           const Vantu::IpGenAddr& destination );
 
 // An older version's report has one record, which says whether it is a leave (MLD:
-// done); the rest is not sent. Older queries also omit the fields that their
+// done); the rest is not sent; without a record nothing comes out. Older queries also omit the fields that their
 // version lacks.
 PIMSM_API std::vector<uint8_t> encodeMembership(
    const MembershipMessage& message, const Vantu::IpGenAddr& source,

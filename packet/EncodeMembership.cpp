@@ -37,7 +37,7 @@ uint32_t plainTime( double units, uint32_t most ) {
 class Encoder {
  public:
    explicit Encoder( AddressFamily family )
-      : ipv4_( family == AddressFamily::ipv4 ) {}
+      : family_( family ), ipv4_( family == AddressFamily::ipv4 ) {}
 
    void operator()( const MembershipReport& report );
    void operator()( const MembershipQuery& query );
@@ -54,6 +54,7 @@ class Encoder {
    }
    void oldReport( const MembershipReport& report );
 
+   AddressFamily family_;
    bool ipv4_;
    Writer out_;
 };
@@ -65,8 +66,8 @@ void Encoder::operator()( const MembershipReport& report ) {
    for ( const MembershipRecord& record : report.records ) {
       out_.u8( record.type + 1U ).u8( 0 );
       out_.u16( static_cast<uint32_t>( record.sources.size() ) );
-      out_.address( record.group );
-      for ( const IpGenAddr& each : record.sources ) out_.address( each );
+      out_.address( record.group, family_ );
+      for ( const IpGenAddr& each : record.sources ) out_.address( each, family_ );
    }
 }
 
@@ -77,25 +78,27 @@ void Encoder::oldReport( const MembershipReport& report ) {
    } else {
       head( report.version == 1 ? igmpReport1 : igmpReport2, mldReport1, 0 );
    }
-   out_.address( record.group );
+   out_.address( record.group, family_ );
 }
 
 void Encoder::operator()( const MembershipQuery& query ) {
    const double units = query.maxResponse * ( ipv4_ ? 10 : 1000 );
    if ( query.version < 3 ) {
       const uint32_t code = plainTime( units, ipv4_ ? 0xff : 0xffff );
-      head( igmpQuery, mldQuery, query.version == 1 ? 0 : code );
-      out_.address( query.group );
+      // In IGMP, code 0 means version 1.
+      const uint32_t least = ipv4_ ? 1 : 0;
+      head( igmpQuery, mldQuery, query.version == 1 ? 0 : std::max( code, least ) );
+      out_.address( query.group, family_ );
       return;
    }
    head( igmpQuery, mldQuery, encodeTime( units, ipv4_ ? 8 : 16 ) );
-   out_.address( query.group );
+   out_.address( query.group, family_ );
    // A value that does not fit is sent as zero (RFC 3376, 4.1.6).
    out_.u8( ( query.suppress ? 8U : 0U ) |
             ( query.robustness <= 7 ? query.robustness : 0U ) );
    out_.u8( encodeTime( query.interval, 8 ) );
    out_.u16( static_cast<uint32_t>( query.sources.size() ) );
-   for ( const IpGenAddr& each : query.sources ) out_.address( each );
+   for ( const IpGenAddr& each : query.sources ) out_.address( each, family_ );
 }
 
 std::vector<uint8_t> Encoder::take( const IpGenAddr& source,
@@ -113,6 +116,9 @@ std::vector<uint8_t> Encoder::take( const IpGenAddr& source,
 std::vector<uint8_t> encodeMembership( const MembershipMessage& message,
                                        const IpGenAddr& source,
                                        const IpGenAddr& destination ) {
+   const auto* report = std::get_if<MembershipReport>( &message );
+   if ( report != nullptr && report->version < 3 && report->records.empty() )
+      return {};
    Encoder encoder( destination.family() );
    std::visit( encoder, message );
    return encoder.take( source, destination );

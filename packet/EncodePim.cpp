@@ -4,6 +4,7 @@
 #include "packet/Encode.h"
 #include "packet/Numbers.h"
 #include "packet/Writer.h"
+#include "platform/base/Assert.h"
 
 namespace Router {
 namespace {
@@ -11,31 +12,38 @@ namespace {
 using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
 
-bool isIp4( const IpGenAddr& address ) {
-   return address.family() == AddressFamily::ipv4;
-}
+// Writes the parts of messages of one family.
+class PimWriter : public Writer {
+ public:
+   explicit PimWriter( AddressFamily family ) : family_( family ) {}
 
-// RFC 7761, 4.9.1: the family's registry number, and its native encoding.
-void head( Writer& out, const IpGenAddr& address ) {
-   out.u8( isIp4( address ) ? 1 : 2 ).u8( 0 );
-}
+   bool isIp4() const { return family_ == AddressFamily::ipv4; }
+   PimWriter& address( const IpGenAddr& of ) {
+      Writer::address( of, family_ );
+      return *this;
+   }
+   // RFC 7761, 4.9.1: the family's registry number, and its native encoding.
+   void head() { u8( isIp4() ? 1 : 2 ).u8( 0 ); }
+   void unicast( const IpGenAddr& of ) {
+      head();
+      address( of );
+   }
+   void group( const IpGenAddr& of, uint8_t maskLength ) {
+      head();
+      u8( 0 ).u8( maskLength );
+      address( of );
+   }
+   void source( const EncodedSource& each ) {
+      head();
+      u8( ( each.sparse ? 4U : 0U ) | ( each.wildcard ? 2U : 0U ) |
+          ( each.rpt ? 1U : 0U ) );
+      u8( each.maskLength );
+      address( each.address );
+   }
 
-void unicast( Writer& out, const IpGenAddr& address ) {
-   head( out, address );
-   out.address( address );
-}
-
-void group( Writer& out, const IpGenAddr& address, uint8_t maskLength ) {
-   head( out, address );
-   out.u8( 0 ).u8( maskLength ).address( address );
-}
-
-void source( Writer& out, const EncodedSource& each ) {
-   head( out, each.address );
-   out.u8( ( each.sparse ? 4U : 0U ) | ( each.wildcard ? 2U : 0U ) |
-           ( each.rpt ? 1U : 0U ) );
-   out.u8( each.maskLength ).address( each.address );
-}
+ private:
+   AddressFamily family_;
+};
 
 // Writes each kind of body behind the header.
 struct Body {
@@ -46,7 +54,7 @@ struct Body {
    PimType operator()( const PimRegisterStop& message ) const;
    PimType operator()( const PimAssert& message ) const;
 
-   Writer& out;
+   PimWriter& out;
 };
 
 PimType Body::operator()( const PimHello& hello ) const {
@@ -67,30 +75,31 @@ PimType Body::operator()( const PimHello& hello ) const {
    out.u16( helloAddressList );
    const size_t length = out.size();
    out.u16( 0 );
-   for ( const IpGenAddr& each : hello.addresses ) unicast( out, each );
+   for ( const IpGenAddr& each : hello.addresses ) out.unicast( each );
    out.setU16( length, static_cast<uint32_t>( out.size() - length - 2 ) );
    return PimType::hello;
 }
 
 PimType Body::operator()( const PimJoinPrune& message ) const {
-   unicast( out, message.upstreamNeighbor );
+   MOX_ASSERT( message.groups.size() <= PimJoinPrune::maxGroups );
+   out.unicast( message.upstreamNeighbor );
    out.u8( 0 ).u8( static_cast<uint32_t>( message.groups.size() ) );
    out.u16( message.holdtime );
    for ( const JoinPruneGroup& each : message.groups ) {
-      group( out, each.address, each.maskLength );
+      out.group( each.address, each.maskLength );
       out.u16( static_cast<uint32_t>( each.joins.size() ) );
       out.u16( static_cast<uint32_t>( each.prunes.size() ) );
-      for ( const EncodedSource& join : each.joins ) source( out, join );
-      for ( const EncodedSource& prune : each.prunes ) source( out, prune );
+      for ( const EncodedSource& join : each.joins ) out.source( join );
+      for ( const EncodedSource& prune : each.prunes ) out.source( prune );
    }
    return PimType::joinPrune;
 }
 
 // The inner packet of a null register.
-void nullPacket( Writer& out, const PimRegister& message ) {
+void nullPacket( PimWriter& out, const PimRegister& message ) {
    Checksum checksum;
-   if ( isIp4( message.source ) ) {
-      Writer header;
+   if ( out.isIp4() ) {
+      PimWriter header( AddressFamily::ipv4 );
       header.u8( 0x45 )
          .u8( 0 )
          .u16( 20 )
@@ -114,7 +123,7 @@ void nullPacket( Writer& out, const PimRegister& message ) {
 
 PimType Body::operator()( const PimRegister& message ) const {
    out.u32( ( message.border ? 0x80000000 : 0U ) |
-            ( message.nullRegister ? 0x40000000 : 0U ) );
+            ( message.nullRegister || message.packet.empty() ? 0x40000000 : 0U ) );
    if ( message.packet.empty() ) {
       nullPacket( out, message );
    } else {
@@ -124,14 +133,14 @@ PimType Body::operator()( const PimRegister& message ) const {
 }
 
 PimType Body::operator()( const PimRegisterStop& message ) const {
-   group( out, message.group, message.maskLength );
-   unicast( out, message.source );
+   out.group( message.group, message.maskLength );
+   out.unicast( message.source );
    return PimType::registerStop;
 }
 
 PimType Body::operator()( const PimAssert& message ) const {
-   group( out, message.group, message.maskLength );
-   unicast( out, message.source );
+   out.group( message.group, message.maskLength );
+   out.unicast( message.source );
    constexpr uint32_t kRptBit = 0x80000000;
    const uint32_t preference = std::min( message.preference, kRptBit - 1 );
    out.u32( ( message.rptBit ? kRptBit : 0U ) | preference );
@@ -145,7 +154,7 @@ std::vector<uint8_t> encodePim( const PimMessage& message, const IpGenAddr& sour
                                 const IpGenAddr& destination ) {
    if ( std::holds_alternative<std::monostate>( message.body ) ) return {};
    constexpr uint32_t kVersion = 2;
-   Writer out;
+   PimWriter out( source.family() );
    out.u32( 0 );
    const PimType type = std::visit( Body{ out }, message.body );
    out.setU16( 0, ( kVersion << 12 ) | static_cast<uint32_t>( type ) << 8 );
@@ -153,7 +162,7 @@ std::vector<uint8_t> encodePim( const PimMessage& message, const IpGenAddr& sour
    const size_t covered =
       type == PimType::registerData ? registerHeader : out.size();
    Checksum checksum;
-   if ( !isIp4( source ) )
+   if ( !out.isIp4() )
       addPseudoHeader( checksum, source, destination, covered, pimProtocol );
    checksum.add( out.written().first( covered ) );
    out.setU16( 2, checksum.value() );

@@ -70,6 +70,8 @@ struct JoinPruneGroup {
 
 // All addresses are of the packet's family.
 struct PimJoinPrune {
+   static constexpr size_t maxGroups = 255;  // of one message
+
    Vantu::IpGenAddr upstreamNeighbor;
    uint16_t holdtime = 0;  // s; 0xffff = for ever
    std::vector<JoinPruneGroup> groups;

@@ -22,8 +22,13 @@ class Writer {
       bytes_.insert( bytes_.end(), bytes.begin(), bytes.end() );
       return *this;
    }
-   Writer& address( const Vantu::IpGenAddr& address ) {
-      const size_t size = Vantu::addressBits( address.family() ) / 8;
+   // Unspecified addresses are those of the family, whatever theirs is.
+   Writer& address( const Vantu::IpGenAddr& address, Vantu::AddressFamily family ) {
+      const size_t size = Vantu::addressBits( family ) / 8;
+      if ( address.isUnspecified() ) {
+         bytes_.resize( bytes_.size() + size );
+         return *this;
+      }
       return bytes( Bytes( address.bytes() ).first( size ) );
    }
    // Writes the number at a place that was left open.

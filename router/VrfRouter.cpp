@@ -48,6 +48,7 @@ VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
 VrfRouter::~VrfRouter() = default;
 
 void VrfRouter::adopt() {
+   MOX_ASSERT( ready() && !adopted_ );
    adopted_ = true;
    familyCounters_.reloaded( vrf_.model()->route().size(), clock_.now() );
    protocol_.adopt( [this]( const Routing::Pim::RouteIntfKey& key ) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "packet/Encode.h"
+#include "packet/Writer.h"
 
 namespace Scenario {
 namespace {
@@ -53,7 +54,18 @@ class Reader {
    Sent pim( const Body& body );
    Sent membership( const MembershipMessage& message );
 
+   // A bare IPv4 header of a UDP packet.
+   Router::Bytes dataPacket( const RouteKey& key ) {
+      Writer header;
+      header.u8( 0x45 ).u8( 0 ).u16( 20 ).u32( 0 ).u8( 15 ).u8( 17 ).u16( 0 );
+      header.address( key.source, AddressFamily::ipv4 );
+      header.address( key.group, AddressFamily::ipv4 );
+      data_ = header.take();
+      return data_;
+   }
+
    Words& words_;
+   std::vector<uint8_t> data_;
    const Names& names_;
    const Link& link_;
    IpGenAddr from_;
@@ -69,9 +81,7 @@ bool Reader::option() {
    } else if ( words_.accept( "to" ) ) {
       to_ = address();
    } else if ( words_.accept( "hold" ) ) {
-      hold_ = words_.accept( "forever" )
-                 ? 0xffff
-                 : static_cast<uint16_t>( words_.seconds() );
+      hold_ = words_.accept( "forever" ) ? 0xffff : words_.holdtime();
    } else if ( words_.accept( "ttl" ) ) {
       ttl_ = static_cast<uint8_t>( words_.whole() );
    } else if ( words_.accept( "v1" ) ) {
@@ -200,6 +210,7 @@ PimRegister Reader::registered() {
    out.group = key.group;
    out.nullRegister = words_.accept( "null" );
    out.border = words_.accept( "border" );
+   if ( !out.nullRegister ) out.packet = dataPacket( key );
    to_ = link_.own;
    options();
    return out;

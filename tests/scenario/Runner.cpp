@@ -83,6 +83,9 @@ class Run {
       if ( !outcome_.missing.empty() ) return;
       // Longer than any hold time.
       if ( story_.isCase ) wait( world_.now() + 100000 );
+      if ( story_.isCase && world_.over() && world_.runs() &&
+           world_.router().model().route().size() != 0 )
+         fail( line, "routes are left that nothing will ever end" );
       noteCounts();
       std::vector<Change> expected = expectedChanges( line.expected, from );
       std::vector<Change> came = std::exchange( changes_, {} );

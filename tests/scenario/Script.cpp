@@ -75,7 +75,10 @@ class Reader {
       } else if ( first == "variant" ) {
          takeVariant( text, words.next() );
       } else if ( first == "family" ) {
-         out_.ipv6 = words.next() == "ipv6";
+         const std::string family = words.next();
+         if ( family != "ipv4" && family != "ipv6" )
+            throw ScriptError( "no family: " + family );
+         out_.ipv6 = family == "ipv6";
       } else if ( first == "define" ) {
          const std::string word = words.next();
          out_.defined[word.substr( 0, word.find( ':' ) )] =

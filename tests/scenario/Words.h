@@ -35,6 +35,12 @@ class Words {
       accept( "s" );
       return out;
    }
+   // As a message tells it.
+   uint16_t holdtime() {
+      const double out = seconds();
+      if ( out < 0 || out > 0xffff ) throw ScriptError( "no hold time" );
+      return static_cast<uint16_t>( out );
+   }
    // REQUIRES in a sound script: all words are used.
    void expectEnd() const;
 

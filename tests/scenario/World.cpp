@@ -90,6 +90,9 @@ std::optional<double> World::pause( const std::string& statement ) const {
 }
 
 void World::act( const std::string& statement ) {
+   if ( habits_.holdtime == 0xffff ||
+        statement.find( "forever" ) != std::string::npos )
+      forever_ = true;
    Words words( statement );
    const std::string first = words.peek();
    if ( first.back() == ':' ) {
@@ -99,8 +102,7 @@ void World::act( const std::string& statement ) {
       habits_.intf = words.next();
       while ( !words.atEnd() ) {
          if ( words.accept( "from" ) ) habits_.from = words.next();
-         if ( words.accept( "hold" ) )
-            habits_.holdtime = static_cast<uint16_t>( words.seconds() );
+         if ( words.accept( "hold" ) ) habits_.holdtime = words.holdtime();
       }
    } else if ( words.accept( "config" ) ) {
       config_ = config( words.atEnd() ? "" : words.next() );

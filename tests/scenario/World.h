@@ -34,6 +34,11 @@ class World {
    // capture.
    bool replay( const std::string& statement, const std::function<void()>& look );
 
+   // Is nothing due any more, though nothing was to be held for ever?
+   bool over() const {
+      return !forever_ && clock_.nextWakeup() == Mox::Clock::never;
+   }
+
    bool runs() const { return router_ != nullptr; }
    // REQUIRES: the router runs.
    const Router::VrfRouter& router() const { return *router_; }
@@ -53,6 +58,7 @@ class World {
    Agent::VrfConfig config( const std::string& variants ) const;
    void turn();
 
+   bool forever_ = false;  // some message had that hold time
    const Script& script_;
    Names names_;
    Habits habits_;

@@ -7,7 +7,6 @@
 #include "engine/Timer.h"
 #include "platform/loop/TestClock.h"
 #include "tests/packet/PacketBuilder.h"
-#include "tests/support/ErrorText.h"
 #include "tests/support/TempRoot.h"
 
 namespace Agent {
@@ -18,23 +17,17 @@ class Replaying : public testing::Test {
    std::string write( const char* name, const ByteVector& bytes ) const {
       return writeFile( folder.path() + '/' + name, bytes );
    }
-   // The capture without its last `cut` bytes.
    Replay::Input capture( const char* name,
-                          const std::vector<CapturedByte>& packets,
-                          size_t cut = 0 ) const {
-      ByteVector bytes = pcapFile( packets );
-      bytes.resize( bytes.size() - cut );
-      return { write( name, bytes ), "" };
+                          const std::vector<CapturedByte>& packets ) const {
+      return { write( name, pcapFile( packets ) ), "" };
    }
-   // Plays `count` packets; notes "time input/content", and "cut" for a part of a
-   // packet.
+   // Plays `count` packets; notes "time input/content".
    void play( Replay& replay, size_t count = 10 ) {
       replay.play(
          clock, [&] { return --count == 0; },
          [this]( const Replay::Frame& frame ) {
-            heard.push_back( fmt::format( "{} {}/{}{}", clock.now(), frame.input,
-                                          frame.bytes.front(),
-                                          frame.truncated ? " cut" : "" ) );
+            heard.push_back( fmt::format( "{} {}/{}", clock.now(), frame.input,
+                                          frame.bytes.front() ) );
          } );
    }
 
@@ -85,27 +78,6 @@ TEST_F( Replaying, GoesOnWhereASliceEnded ) {
    play( replay, 1 );
    EXPECT_TRUE( replay.atEnd() );
    EXPECT_EQ( clock.now(), 5100 );
-}
-
-TEST_F( Replaying, PlaysWhatABrokenOffCaptureHolds ) {
-   const Replay::Input broken =
-      capture( "a", { { 100, 1 }, { 110, 2, 60 }, { 120, 3 } }, 1 );
-   Replay replay( { broken } );
-   EXPECT_EQ( replay.problem().rfind( broken.path + ": truncated", 0 ), 0U );
-   replay.start( clock, real.now() );
-   play( replay );
-   EXPECT_EQ( heard, ( Heard{ "4990 0/1", "5000 0/2 cut" } ) );
-}
-
-TEST_F( Replaying, RefusesWhatIsNoCapture ) {
-   for ( const std::string& path :
-         { folder.path() + "/absent", folder.path(), write( "empty", {} ),
-           write( "text", { 'n', 'o', ' ', 'c', 'a', 'p' } ) } ) {
-      std::string error = Mox::Test::errorText<CaptureError>( [&] {
-         Replay( { { path, "" } } );
-      } );
-      EXPECT_EQ( error.rfind( path + ": ", 0 ), 0u ) << error;
-   }
 }
 
 TEST_F( Replaying, TellsTimesAndLinks ) {

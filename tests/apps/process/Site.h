@@ -1,8 +1,7 @@
-// A router with tables of its own: its agents and readers.
+// A router with tables of its own: its agents.
 #pragma once
 
 #include <fstream>
-#include <sstream>
 
 #include "tests/support/Program.h"
 #include "tests/support/TempRoot.h"
@@ -21,14 +20,6 @@ inline std::string bytesOf( const std::string& path ) {
    return { std::istreambuf_iterator<char>( file ), {} };
 }
 
-// The lines of a text.
-inline std::vector<std::string> linesOf( const std::string& text ) {
-   std::vector<std::string> out;
-   std::istringstream stream( text );
-   for ( std::string line; std::getline( stream, line ); ) out.push_back( line );
-   return out;
-}
-
 class Site {
  public:
    const std::string& root() const { return root_.path(); }
@@ -44,7 +35,6 @@ class Site {
       read.insert( read.end(), more.begin(), more.end() );
       return agent( read );
    }
-   Program::Arguments reader() const { return { PIMSM_READER, root() }; }
    std::string write( const char* name, const std::string& bytes ) const {
       std::string path = root() + '/' + name;
       std::ofstream( path, std::ios::binary ) << bytes;

@@ -64,6 +64,7 @@ void changesFrom( std::istream& in, Show::ShownRouter& router ) {
    const auto fileOf = [&]( const std::string& entity, const char* table ) {
       return router.root.path() + '/' + entity + '/' + table;
    };
+   std::optional<Published> blue;
    const auto family = ::Published::FamilyStatus::mountPath(
       Vantu::AddressFamily::ipv4, L3::VrfName( "default" ) );
    const std::map<std::string, std::function<void()>> changes = {
@@ -71,6 +72,32 @@ void changesFrom( std::istream& in, Show::ShownRouter& router ) {
       { "groups", [&] { router.publishGroups(); } },
       { "process", [&] { router.publishProcess(); } },
       { "shapes", [&] { addShapes( router.ipv4.vrf() ); } },
+      { "toggle",
+        [&] {
+           auto eth3 =
+              router.ipv4.vrf().sg( "198.51.100.7", "239.1.2.3" ).intf( "eth3" );
+           eth3->forwardIs( !eth3->forward() );
+        } },
+      { "delete",
+        [&] { router.ipv4.vrf()->routeDel( SmTest::wcKey( "239.1.10.1" ) ); } },
+      { "gone",
+        [&] {
+           router.ipv4.writer.reset();
+           router.ipv4.restart.reset();
+           router.ipv4.tables.reset();
+        } },
+      { "remove red",
+        [&] {
+           router.red.manager.removeTables( router.red.path );
+           router.red.writer.reset();
+        } },
+      { "add blue",
+        [&] {
+           blue.emplace( router.clock, router.root.path(),
+                         Vantu::AddressFamily::ipv4, "blue" );
+           blue->vrf().wc( "239.7.7.7" ).rpf( "eth0" );
+           blue->publish();
+        } },
       { "red source",
         [&] {
            router.red.vrf().sg( "192.0.2.9", "239.5.5.5" ).spTree().rpf( "eth7" );
@@ -91,7 +118,7 @@ void changesFrom( std::istream& in, Show::ShownRouter& router ) {
    for ( std::string line; std::getline( in, line ); ) {
       changes.at( line )();
       for ( Published* side : { &router.ipv4, &router.ipv6, &router.red } )
-         side->publish();
+         if ( side->writer != nullptr ) side->publish();
       std::cout << line << std::endl;
    }
 }

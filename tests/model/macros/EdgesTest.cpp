@@ -162,6 +162,17 @@ TEST( MacroTraces, ExactTextsAtLevelEight ) {
    EXPECT_EQ( trace.take(), TraceCapture::Lines() );
 }
 
+// Nothing comes in by the fast-reroute path yet.
+TEST( FastForwardDesired, ExcludesNoInterfaceWhileSwitching ) {
+   Vrf vrf;
+   auto sg = vrf.sg( "192.0.2.1", "233.252.0.1" ).spTree().rpf( "eth0" );
+   sg.rpfFrr( "eth1" );
+   auto intf = sg.intf( "eth1" ).joined();
+   EXPECT_FALSE( intf->fastForwardDesired() );
+   sg.switching();
+   EXPECT_TRUE( intf->fastForwardDesired() );
+}
+
 TEST( RouteFlagsLetters, TellWhereDataGoesWhileSwitching ) {
    Vrf vrf;
    auto sg = vrf.sg( "192.0.2.1", "233.252.0.1" ).switching().katExpired( false );

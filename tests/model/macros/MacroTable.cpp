@@ -229,7 +229,8 @@ Value plain( const AssertMetric& metric ) {
            []( [[maybe_unused]] const Model& m ) {                               \
               return plain( m.from().macro args );                               \
            },                                                                    \
-           []( const Oracle& o ) -> Value { return expected; }, __VA_ARGS__ \
+           []( [[maybe_unused]] const Oracle& o ) -> Value { return expected; },   \
+           __VA_ARGS__ \
    }
 #define SET( wc, from, macro, args, axes ) \
    MACRO( wc, from, macro, args, ( o.macro() & 1 ) != 0, axes )
@@ -304,6 +305,7 @@ const std::vector<Macro> kMacros = {
    WC_ROUTE( rptJoinDesiredWc, ports + wcRpfAny ),
    SG_ROUTE( joinDesiredSg, wcState + joinSg ),
    SG_ROUTE( pruneDesiredSgRpt, wcState + ports + wcRpfAny + sgRpfAny + frrAny + spt ),
+   MACRO( true, wc, comesBySharedTree, (), false, wcRpfAny ),
    SG_ROUTE( comesBySharedTree, tree + sgRpfAny ),
    MACRO( false, sg, incomingIntf, (), uint32_t( o.incomingSg() ), tree + path + wcBorder ),
    MACRO( false, sg, joinDesiredSgFastFailover, ( m.failover() ),

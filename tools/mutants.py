@@ -28,7 +28,9 @@ LOOPS = {"WHILE_STMT", "FOR_STMT", "DO_STMT", "CXX_FOR_RANGE_STMT"}
 
 # One change. `form` says how it is chosen at run time: as a value, as a truth, as an
 # expression for its effect, as a whole statement, or as what a declared name means.
-Site = collections.namedtuple("Site", "path line name hash form start end before after")
+# `constant`: in a function that may serve the compiler alone.
+Site = collections.namedtuple("Site",
+                              "path line name hash constant form start end before after")
 
 _file_location = cindex.conf.lib.clang_getFileLocation
 _file_location.argtypes = [cindex.SourceLocation] + [ctypes.c_void_p] * 3 + [
@@ -73,7 +75,7 @@ class Finder:
         self.lines = [m.start() for m in re.finditer(rb"\n", self.text)]
         self.sites, self.seen, self.count = [], set(), collections.Counter()
         self.macros = []
-        self.function, self.hash, self.truth = "", "", False
+        self.function, self.hash, self.truth, self.fixed = "", "", False, False
         self.asked = set(re.findall(r"\bBool (\w+)\(\) const", text))
         own = [c for c in unit.cursor.get_children()
                if c.location.file and c.location.file.name == unit.spelling]
@@ -105,8 +107,10 @@ class Finder:
             if not children or children[-1].kind.name not in ("COMPOUND_STMT", "CXX_TRY_STMT"):
                 return
             code = self.of(cursor)
-            if "consteval" in code.split("{")[0]:
+            head = code.split("{")[0]
+            if "consteval" in head:
                 return
+            self.fixed = "constexpr" in head
             parent = cursor.semantic_parent
             if not outer and parent.kind.name in SCOPES - {"NAMESPACE"}:
                 outer = parent.spelling + "::"
@@ -157,7 +161,7 @@ class Finder:
         if self.count[name] > 1:
             name = name.replace(f" {kind}:", f" {kind} {self.count[name]}:", 1)
         self.sites.append(Site(self.path, bisect.bisect_left(self.lines, at) + 1, name, self.hash,
-                               form, start, end, before, instead))
+                               self.fixed, form, start, end, before, instead))
 
     # ---- what can be changed
 

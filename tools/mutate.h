@@ -24,7 +24,8 @@ struct Choice {
       const int fd = path != nullptr ? open( path, O_RDWR | O_CLOEXEC ) : -1;
       if ( fd < 0 ) return;
       const auto size = static_cast<size_t>( lseek( fd, 0, SEEK_END ) );
-      void* mapped = mmap( nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0 );
+      void* mapped =
+         mmap( nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0 );
       close( fd );
       if ( mapped != MAP_FAILED ) reached = static_cast<unsigned char*>( mapped );
    }

@@ -160,7 +160,7 @@ void MembershipEngine::adopt() {
       for ( const Routes::Intf& intf : route.routeIntf() ) {
          if ( !intf.localReceiverInclude() && !intf.localReceiverExclude() )
             continue;
-         // The record is not in the tables.
+         // The tables do not hold localMembership.
          routes_.find( key, intf.intfId() )
             ->localMembershipIs( intf.localReceiverInclude() );
          GroupMembership& machine = membership( intf.intfId(), key.group );

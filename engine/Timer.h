@@ -16,12 +16,10 @@ class PIMSM_API Timer : public Mox::Clock::Notifiee {
    // Starts anew, in seconds from now; infinity never expires.
    void start( double seconds ) { startUntil( clock()->now() + seconds ); }
    // As start(), unless that would bring the expiry forward (RFC 7761: "set to the
-   // maximum of its current value and the HoldTime"). Returns whether it started.
-   bool extend( double seconds ) {
-      double until = clock()->now() + seconds;
-      if ( running_ && wakeupTime() >= until ) return false;
-      startUntil( until );
-      return true;
+   // maximum of its current value and the HoldTime").
+   void extend( double seconds ) {
+      const double until = clock()->now() + seconds;
+      if ( !running_ || wakeupTime() < until ) startUntil( until );
    }
    // Resumes a former process's timer. If it ended while no process ran, a restart
    // of it may have been missed: it gets a little more time.

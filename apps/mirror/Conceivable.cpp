@@ -29,12 +29,13 @@ std::vector<IpGenAddr> ownAddresses( const Sm::Intf& intf,
                       : "ffff:ffff:ffff:ffff:ffff:ffff:ffff:fffe" ) };
    for ( const AssertInfo* info : asserts )
       addresses.push_back( info->assertWinnerMetric.address );
-   std::erase_if( addresses, [&]( const IpGenAddr& own ) {
+   std::vector<IpGenAddr> agreeing = addresses;
+   std::erase_if( agreeing, [&]( const IpGenAddr& own ) {
       return !std::all_of(
          asserts.begin(), asserts.end(),
          [&]( const AssertInfo* info ) { return agrees( *info, own ); } );
    } );
-   return addresses;
+   return agreeing.empty() ? addresses : agreeing;
 }
 
 }
@@ -66,14 +67,13 @@ void Conceivable::each( const Sm::Intf& intf,
 
 std::optional<bool> Conceivable::known( const Sm::Intf& intf,
                                         const std::function<bool()>& macro ) const {
-   bool ever = false, always = true, asked = false;
+   bool ever = false, always = true;
    each( intf, [&] {
       const bool holds = macro();
       ever = ever || holds;
       always = always && holds;
-      asked = true;
    } );
-   if ( !asked || ever != always ) return std::nullopt;
+   if ( ever != always ) return std::nullopt;
    return ever;
 }
 

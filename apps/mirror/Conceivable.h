@@ -25,8 +25,8 @@ class Conceivable {
 
    // Calls for every role that this router may have on the interface: DR or not,
    // with or without address, an assert's winner or a loser with a lower or higher
-   // address. Roles that contradict the tables are left out. Calls once if the role
-   // is known.
+   // address. Roles that contradict the tables are left out, unless all do. Calls
+   // once if the role is known.
    void each( const Routing::Pim::SparseMode::Intf& intf,
               const std::function<void()>& call ) const;
 

@@ -5,206 +5,221 @@
 namespace Show {
 
 namespace Sm = Routing::Pim::SparseMode;
+using Sm::Derivation;
 using Sm::Intf;
 using Sm::MacroFlip;
 using Sm::MacroInput;
-using Sm::Route;
+using Sm::MacroStep;
 
 namespace {
 
-std::vector<Olist> listsOf( const Route& route ) {
-   if ( route.wildCard() ) {
-      return { { "immediate_olist(*,G)",
-                 "immediateOlistWc",
-                 { { "joins(*,G)", "joinsWc" },
-                   { "pim_include(*,G)", "includeWc" },
-                   { "lost_assert(*,G)", "lostAssertWc", false } } } };
-   }
-   std::vector<Olist> lists = {
+// The names that RFC 7761 has for the macros.
+const std::vector<Olist>& namedLists() {
+   static const std::vector<Olist> lists = {
+      { "immediate_olist(*,G)",
+        "immediateOlistWc",
+        { { "joins(*,G)", "joinsWc" },
+          { "pim_include(*,G)", "includeWc" },
+          { "lost_assert(*,G)", "lostAssertWc", false } } },
       { "inherited_olist(S,G,rpt)",
         "inheritedOlistSgRpt",
-        { { "joins(*,G)", "joinsWc", true, true },
+        { { "joins(*,G)", "joinsWc" },
           { "prunes(S,G,rpt)", "prunesSgRpt", false },
-          { "pim_include(*,G)", "includeWc", true, true },
+          { "pim_include(*,G)", "includeWc" },
           { "pim_exclude(S,G)", "excludeSg", false },
-          { "lost_assert(*,G)", "lostAssertWc", false, true },
-          { "lost_assert(S,G,rpt)", "lostAssertSgRpt", false } } } };
-   if ( !route.spTree() ) return lists;
-   lists.push_back( { "inherited_olist(S,G)",
-                      "inheritedOlistSg",
-                      { { "joins(S,G)", "joinsSg" },
-                        { "pim_include(S,G)", "includeSg" },
-                        { "lost_assert(S,G)", "lostAssertSg", false } } } );
+          { "lost_assert(*,G)", "lostAssertWc", false },
+          { "lost_assert(S,G,rpt)", "lostAssertSgRpt", false } } },
+      { "inherited_olist(S,G)",
+        "inheritedOlistSg",
+        { { "joins(S,G)", "joinsSg" },
+          { "pim_include(S,G)", "includeSg" },
+          { "lost_assert(S,G)", "lostAssertSg", false } } } };
    return lists;
 }
 
-// The terms' values, one vector a list.
-using Values = std::vector<std::vector<bool>>;
-
-// One interface of a route, and its lists' answers for other values.
-class Asked {
- public:
-   Asked( const std::vector<Olist>& lists, const Intf& intf )
-      : lists_( lists ), intf_( intf ) {}
-
-   // Would the list hold the interface if the terms of it and of the lists before
-   // it had these values? Its macro decides.
-   bool isIn( const Values& values, size_t list ) const {
-      std::vector<MacroInput> given;
-      for ( size_t i = 0; i <= list; ++i ) {
-         for ( size_t k = 0; k < lists_[i].terms.size(); ++k ) {
-            const Term& term = lists_[i].terms[k];
-            const Intf* asked = askedBy( term, intf_ );
-            if ( asked == nullptr ) continue;
-            given.push_back( { asked->parentRoute()->key(), asked->intfId(),
-                               term.macro, values[i][k] ? "true" : "false" } );
-         }
-      }
-      return answerGiven( intf_, lists_[list].macro, given ) == "true";
-   }
-   bool isIn( const Values& values ) const {
-      return isIn( values, lists_.size() - 1 );
-   }
-
-   Values values( const MacroInput* replaced = nullptr ) const {
-      Values values;
-      for ( const Olist& list : lists_ ) {
-         auto& row = values.emplace_back();
-         for ( const Term& term : list.terms )
-            row.push_back( holds( term, replaced ) );
-      }
-      return values;
-   }
-
- private:
-   bool holds( const Term& term, const MacroInput* replaced ) const {
-      const Intf* asked = askedBy( term, intf_ );
-      return asked != nullptr &&
-             derive( *asked, term.macro, {}, replaced ).value == "true";
-   }
-
-   const std::vector<Olist>& lists_;
-   const Intf& intf_;
-};
-
-Values flipped( Values values, size_t list, size_t term ) {
-   values[list][term] = !values[list][term];
-   return values;
+// The first derivation of the macro, in the order of evaluation; null if it was not
+// asked for.
+const Derivation* find( const MacroStep& step, std::string_view macro );
+const Derivation* find( const Derivation& why, std::string_view macro ) {
+   if ( why.macro == macro ) return &why;
+   for ( const MacroStep& step : why.steps )
+      if ( const Derivation* found = find( step, macro ) ) return found;
+   return nullptr;
+}
+const Derivation* find( const MacroStep& step, std::string_view macro ) {
+   for ( const Derivation& from : step.from )
+      if ( const Derivation* found = find( from, macro ) ) return found;
+   return nullptr;
 }
 
-void fold( std::optional<bool>& known, bool value, bool first ) {
-   if ( first ) {
-      known = value;
-   } else if ( known != value ) {
-      known.reset();
+const MacroStep& deciding( const Derivation& why ) {
+   return *std::find_if( why.steps.begin(), why.steps.end(),
+                         []( const MacroStep& step ) { return step.decides; } );
+}
+
+bool holds( const Derivation& why ) {
+   return why.value == "true";
+}
+
+// The lists that inOlist has asked for its answer.
+std::vector<Olist> listsOf( const Intf& intf,
+                            const MacroInput* replaced = nullptr ) {
+   const Derivation why = derive( intf, "inOlist", {}, replaced );
+   const MacroStep& choice = deciding( why );
+   std::vector<Olist> lists;
+   for ( Olist list : namedLists() ) {
+      const Derivation* made = find( choice, list.macro );
+      if ( made == nullptr ) continue;
+      list.in = holds( *made );
+      for ( Term& term : list.terms ) {
+         const Derivation* set = find( *made, term.macro );
+         term.holds = set != nullptr && holds( *set );
+         if ( set == nullptr ) continue;
+         const bool own = set->route == intf.parentRoute()->key();
+         term.asked = own ? &intf : intf.wcIntf();
+      }
+      lists.push_back( std::move( list ) );
+   }
+   return lists;
+}
+
+// Would forwardDesired hold if the answer had this value?
+bool forwardsGiven( const Intf& intf, const char* macro, const char* value ) {
+   const MacroInput given{ intf.parentRoute()->key(), intf.intfId(), macro, value };
+   return answerGiven( intf, "forwardDesired", { &given, 1 } ) == "true";
+}
+
+// By the present role.
+Outgoing outgoingNow( const Intf& intf ) {
+   return { listsOf( intf ), !forwardsGiven( intf, "inOlist", "true" ),
+            intf.forwardDesired() };
+}
+
+void doubt( std::optional<bool>& known, std::optional<bool> other ) {
+   if ( known != other ) known.reset();
+}
+
+// What the two differ in is unknown.
+void doubt( Outgoing& known, const Outgoing& other ) {
+   doubt( known.forwards, other.forwards );
+   for ( size_t i = 0; i < known.olists.size(); ++i ) {
+      Olist& list = known.olists[i];
+      doubt( list.in, other.olists[i].in );
+      for ( size_t k = 0; k < list.terms.size(); ++k )
+         doubt( list.terms[k].holds, other.olists[i].terms[k].holds );
    }
 }
 
-bool anyAdds( const std::vector<Olist>& lists, const Values& values ) {
-   for ( size_t i = 0; i < lists.size(); ++i ) {
-      for ( size_t k = 0; k < lists[i].terms.size(); ++k )
-         if ( lists[i].terms[k].adds && values[i][k] ) return true;
+// Would the interface be in its list with these terms, the one with the other value?
+bool isIn( const Intf& intf, const std::vector<Olist>& lists,
+           const Term* other = nullptr ) {
+   std::vector<MacroInput> given;
+   for ( const Olist& list : lists ) {
+      for ( const Term& term : list.terms ) {
+         if ( term.asked == nullptr ) continue;
+         const bool value = *term.holds != ( &term == other );
+         given.push_back( { term.asked->parentRoute()->key(), intf.intfId(),
+                            term.macro, value ? "true" : "false" } );
+      }
+   }
+   return answerGiven( intf, "inOlist", given ) == "true";
+}
+
+bool anyAdds( const std::vector<Olist>& lists ) {
+   for ( const Olist& list : lists ) {
+      for ( const Term& term : list.terms )
+         if ( term.adds && *term.holds ) return true;
    }
    return false;
 }
 
 // Marks the first term that alone makes the difference. Otherwise the first term
 // that adds, or that removes what is added. Without an adding term the list itself
-// decides.
-void markDecider( std::vector<Olist>& lists, const Values& values,
-                  const Asked& asked ) {
-   const bool in = asked.isIn( values );
-   if ( !in && !anyAdds( lists, values ) ) {
+// decides. `now`: the lists of one role.
+void markDecider( std::vector<Olist>& lists, const std::vector<Olist>& now,
+                  const Intf& intf ) {
+   const bool in = isIn( intf, now );
+   if ( !in && !anyAdds( now ) ) {
       lists.back().decides = true;
       return;
    }
-   auto candidate = [&]( size_t i, size_t k ) {
-      const Term& term = lists[i].terms[k];
-      return term.holds && values[i][k] && term.adds == in;
-   };
    for ( bool alone : { true, false } ) {
       for ( size_t i = lists.size(); i-- > 0; ) {
          for ( size_t k = 0; k < lists[i].terms.size(); ++k ) {
-            if ( !candidate( i, k ) ) continue;
-            if ( alone && asked.isIn( flipped( values, i, k ) ) == in ) continue;
-            lists[i].terms[k].decides = true;
+            Term& term = lists[i].terms[k];
+            if ( term.holds != true || term.adds != in ) continue;
+            if ( alone && isIn( intf, now, &now[i].terms[k] ) == in ) continue;
+            term.decides = true;
             return;
          }
       }
    }
 }
 
-// "lost_assert(S,G) ended": of the terms that a field's change affects, the first
+// "lost_assert(S,G) ended": of the terms that an input's change affects, the first
 // that alone would suffice, or all.
-std::string clauseOf( const std::vector<Olist>& lists, const Values& before,
-                      const Values& after, const Asked& asked ) {
+std::string termsClause( const Intf& intf, const std::vector<Olist>& before,
+                         const std::vector<Olist>& after ) {
    std::string all;
-   const bool in = asked.isIn( before );
-   for ( size_t i = 0; i < lists.size(); ++i ) {
-      for ( size_t k = 0; k < lists[i].terms.size(); ++k ) {
-         if ( before[i][k] == after[i][k] ) continue;
-         std::string clause = lists[i].terms[k].name +
-                              std::string( after[i][k] ? " held" : " ended" );
-         if ( asked.isIn( flipped( before, i, k ) ) != in ) return clause;
+   const bool in = isIn( intf, before );
+   for ( size_t i = 0; i < before.size(); ++i ) {
+      for ( size_t k = 0; k < before[i].terms.size(); ++k ) {
+         const Term& term = before[i].terms[k];
+         const bool then = *after[i].terms[k].holds;
+         if ( *term.holds == then ) continue;
+         const std::string clause =
+            term.name + std::string( then ? " held" : " ended" );
+         if ( isIn( intf, before, &term ) != in ) return clause;
          all += ( all.empty() ? "" : " and " ) + clause;
       }
    }
    return all;
 }
 
+std::string clauseOf( const Intf& intf, const std::vector<Olist>& before,
+                      const MacroFlip& flip ) {
+   MacroInput changed = flip.input;
+   changed.value = flip.value;
+   if ( changed.field == "spTree" )
+      return changed.value == "true" ? "SPTbit(S,G) was set"
+                                     : "SPTbit(S,G) was cleared";
+   // A neighbour can only be removed.
+   if ( changed.field == "wc" || changed.field == "wcIntf" )
+      return "the (*,G) route went";
+   return termsClause( intf, before, listsOf( intf, &changed ) );
 }
 
-const Intf* askedBy( const Term& term, const Intf& intf ) {
-   return term.shared ? intf.wcIntf() : &intf;
 }
 
 Outgoing outgoingOf( const Mirror& mirror, const Intf& intf ) {
-   const Route& route = *intf.parentRoute();
-   Outgoing out;
-   out.olists = listsOf( route );
-   out.incoming = route.incomingIntf() == intf.intfId();
-   const Conceivable conceivable( mirror );
-   const Asked asked( out.olists, intf );
-   bool first = true;
-   std::optional<bool> in;
-   Values values;
-   conceivable.each( intf, [&] {
-      values = asked.values();
-      for ( size_t i = 0; i < out.olists.size(); ++i ) {
-         Olist& list = out.olists[i];
-         for ( size_t k = 0; k < list.terms.size(); ++k )
-            fold( list.terms[k].holds, values[i][k], first );
-         fold( list.in, asked.isIn( values, i ), first );
-      }
-      fold( in, intf.inOlist(), first );
-      first = false;
+   std::optional<Outgoing> out;
+   Outgoing now;
+   Conceivable( mirror ).each( intf, [&] {
+      now = outgoingNow( intf );
+      if ( !out ) out = now;
+      doubt( *out, now );
    } );
-   out.forwards = out.incoming ? std::optional( false ) : in;
-   if ( in && !out.incoming ) markDecider( out.olists, values, asked );
-   return out;
+   if ( out->forwards && !out->incoming )
+      markDecider( out->olists, now.olists, intf );
+   return *out;
 }
 
 std::vector<std::string> turnsOf( const Mirror& mirror, const Intf& intf,
                                   const Outgoing& outgoing ) {
-   const std::vector<Olist>& lists = outgoing.olists;
-   if ( outgoing.incoming && lists.back().in == true )
+   if ( outgoing.incoming ) {
+      const auto elsewhere = Conceivable( mirror ).known( intf, [&] {
+         return forwardsGiven( intf, "incomingIntfIsHere", "false" );
+      } );
+      if ( elsewhere != true ) return {};
       return { "the traffic came in elsewhere" };
+   }
    // Unpublished input has no single value that could change.
-   if ( outgoing.incoming || !outgoing.forwards ||
-        !Conceivable( mirror ).published() )
-      return {};
-   const Asked asked( lists, intf );
-   const Values values = asked.values();
+   if ( !outgoing.forwards || !Conceivable( mirror ).published() ) return {};
    std::vector<std::string> turns;
-   for ( const MacroFlip& flip : flipsOf( intf, lists.back().macro ) ) {
-      MacroInput changed = flip.input;
-      changed.value = flip.value;
-      std::string clause =
-         clauseOf( lists, values, asked.values( &changed ), asked );
-      // The neighbour was removed, so its terms were not evaluated.
-      if ( clause.empty() ) clause = "the (*,G) route went";
+   for ( const MacroFlip& flip : flipsOf( intf, "inOlist" ) ) {
+      std::string clause = clauseOf( intf, outgoing.olists, flip );
       if ( std::find( turns.begin(), turns.end(), clause ) == turns.end() )
-         turns.push_back( clause );
+         turns.push_back( std::move( clause ) );
    }
    return turns;
 }

@@ -14,10 +14,11 @@ namespace Show {
 // A set that an outgoing list is made of. Only the list's macro knows how; a Term
 // gives the set's name and its place in the report.
 struct Term {
-   const char* name;     // "joins(*,G)"
-   const char* macro;    // by Derivation.h's name
-   bool adds = true;     // false: the term removes
-   bool shared = false;  // evaluated on the interface's (*,G) record
+   const char* name;   // "joins(*,G)"
+   const char* macro;  // by Derivation.h's name
+   bool adds = true;   // false: the term removes
+   // The record that was asked; null: the (*,G) route has none of the interface.
+   const Routing::Pim::SparseMode::Intf* asked = nullptr;
    std::optional<bool> holds = std::nullopt;  // nothing: unknown
    bool decides = false;
 };
@@ -33,11 +34,11 @@ struct Olist {
 struct Outgoing {
    std::vector<Olist> olists;  // each contains the one before it
    bool incoming = false;  // the traffic's own incoming interface never forwards
-   // By the macros; nothing if unknown.
-   std::optional<bool> forwards;
+   std::optional<bool> forwards;  // nothing: unknown
 };
 
-// REQUIRES: the interface has a route, both of the mirror.
+// By the derivation of inOlist. REQUIRES: the interface has a route, both of the
+// mirror.
 Outgoing outgoingOf( const Mirror& mirror,
                      const Routing::Pim::SparseMode::Intf& intf );
 
@@ -47,9 +48,5 @@ Outgoing outgoingOf( const Mirror& mirror,
 std::vector<std::string> turnsOf( const Mirror& mirror,
                                   const Routing::Pim::SparseMode::Intf& intf,
                                   const Outgoing& outgoing );
-
-// May be null: no (*,G) record of the interface.
-const Routing::Pim::SparseMode::Intf* askedBy(
-   const Term& term, const Routing::Pim::SparseMode::Intf& intf );
 
 }

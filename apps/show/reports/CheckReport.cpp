@@ -16,21 +16,29 @@ using Routing::Pim::RouteKey;
 
 namespace {
 
-void checkIntf( const Intf& intf, const Conceivable& conceivable,
-                Checked& checked ) {
+// What the interface does, what it would do, and which single changes would make
+// the two agree.
+std::string differsText( const Mirror& mirror, const Intf& intf, bool forwards ) {
+   const char* const actions[] = { "not forward", "forward" };
+   std::string text = fmt::format( "{}, but by its outgoing list it would {}",
+                                   forwardText( intf ), actions[forwards] );
+   const std::vector<std::string> turns =
+      turnsOf( mirror, intf, outgoingOf( mirror, intf ) );
+   if ( turns.empty() ) return text;
+   return text + fmt::format( "; it would {} if {}", actions[!forwards],
+                              fmt::join( turns, " or if " ) );
+}
+
+void checkIntf( const Mirror& mirror, const Intf& intf, Checked& checked ) {
    ++checked.intfs;
-   const Route& route = *intf.parentRoute();
-   std::optional<bool> forwards = false;
-   if ( route.incomingIntf() != intf.intfId() )
-      forwards = conceivable.known( intf, [&] { return intf.inOlist(); } );
+   const std::optional<bool> forwards =
+      Conceivable( mirror ).known( intf, [&] { return intf.forwardDesired(); } );
    if ( !forwards ) {
       ++checked.undecided;
    } else if ( *forwards != intf.forward() ) {
-      checked.findings.push_back(
-         { "forward-differs", route.key(), intf.intfId(),
-           fmt::format( "{}, but by its outgoing list it would {}",
-                        forwardText( intf ),
-                        *forwards ? "forward" : "not forward" ) } );
+      checked.findings.push_back( { "forward-differs", intf.parentRoute()->key(),
+                                    intf.intfId(),
+                                    differsText( mirror, intf, *forwards ) } );
    }
 }
 
@@ -114,12 +122,11 @@ std::string whereText( const Finding& finding ) {
 
 Checked check( const Mirror& mirror, const RouteFilter& filter ) {
    Checked checked;
-   const Conceivable conceivable( mirror );
    const Rps rps( mirror );
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
       checkRoute( mirror, *route, rps, checked );
       for ( const Intf* intf : selectIntfs( *route, filter ) )
-         checkIntf( *intf, conceivable, checked );
+         checkIntf( mirror, *intf, checked );
    }
    checkStrays( mirror, filter, checked );
    for ( const MoxBrane::TableBase* table : agentTables( mirror ) )

@@ -69,9 +69,8 @@ std::string joinText( const Intf& asked, double now ) {
 }
 
 // The reason for the answer; may be empty.
-std::string whyText( const Mirror& mirror, const Term& term, const Intf& intf,
-                     double now ) {
-   const Intf* asked = askedBy( term, intf );
+std::string whyText( const Mirror& mirror, const Term& term, double now ) {
+   const Intf* asked = term.asked;
    if ( asked == nullptr ) return "";
    const std::string_view macro = term.macro;
    if ( macro.starts_with( "include" ) ) return memberText( mirror, term, *asked );
@@ -84,10 +83,9 @@ std::string whyText( const Mirror& mirror, const Term& term, const Intf& intf,
    return lostText( mirror, term, *asked );
 }
 
-std::string termLine( const Mirror& mirror, const Term& term, const Intf& intf,
-                      double now ) {
+std::string termLine( const Mirror& mirror, const Term& term, double now ) {
    std::string value = yesNo( term );
-   std::string why = whyText( mirror, term, intf, now );
+   std::string why = whyText( mirror, term, now );
    if ( !why.empty() ) value += ": " + why;
    return line( fmt::format( "    {}  {}", term.adds ? '+' : '-', term.name ),
                 value, term.decides );
@@ -112,25 +110,24 @@ bool alike( const Term& first, const Term& second ) {
 }
 
 // Is the term a plain no, without a reason to print?
-bool plainlyNo( const Mirror& mirror, const Term& term, const Intf& intf ) {
-   return term.holds == false && whyText( mirror, term, intf, 0 ).empty();
+bool plainlyNo( const Mirror& mirror, const Term& term ) {
+   return term.holds == false && whyText( mirror, term, 0 ).empty();
 }
 
 // A line for each term; two plain noes of one kind share a line.
-std::string termsText( const Mirror& mirror, const Olist& list, const Intf& intf,
-                       double now ) {
+std::string termsText( const Mirror& mirror, const Olist& list, double now ) {
    std::string text;
    for ( size_t i = 0; i < list.terms.size(); ++i ) {
       const Term& term = list.terms[i];
       const Term* next = i + 1 < list.terms.size() ? &list.terms[i + 1] : nullptr;
-      if ( next != nullptr && alike( term, *next ) &&
-           plainlyNo( mirror, term, intf ) && plainlyNo( mirror, *next, intf ) ) {
+      if ( next != nullptr && alike( term, *next ) && plainlyNo( mirror, term ) &&
+           plainlyNo( mirror, *next ) ) {
          text += line( fmt::format( "    {}  {}", term.adds ? '+' : '-',
                                     namesText( term, *next ) ),
                        "no", false );
          ++i;
       } else {
-         text += termLine( mirror, term, intf, now );
+         text += termLine( mirror, term, now );
       }
    }
    return text;
@@ -146,20 +143,6 @@ std::string headline( const Mirror& mirror, const Intf& intf ) {
    return fmt::format( "{}\tvrf {}: {} {}\n", keyText( intf.parentRoute()->key() ),
                        vrfText( mirror ), nameText( intf.intfId() ),
                        intf.forward() ? "forwards" : "does NOT forward" );
-}
-
-std::string turnText( const Mirror& mirror, const Intf& intf,
-                      const Outgoing& outgoing ) {
-   const std::vector<std::string> turns = turnsOf( mirror, intf, outgoing );
-   if ( turns.empty() ) return "";
-   std::string text =
-      *outgoing.forwards ? "Would not forward if " : "Would forward if ";
-   std::string indent( 3, ' ' );
-   for ( size_t i = 0; i < turns.size(); ++i ) {
-      if ( i != 0 ) text += ",\n" + indent + "or if ";
-      text += turns[i];
-   }
-   return text + ".\n";
 }
 
 std::string doubtText( const Mirror& mirror, const Intf& intf,
@@ -187,12 +170,11 @@ void collectFields( const Derivation& derivation, std::vector<MacroInput>& field
    }
 }
 
-Json fieldsJson( const Mirror& mirror, const Term& term, const Intf& intf ) {
+Json fieldsJson( const Mirror& mirror, const Term& term ) {
    Json list = Json::array();
-   const Intf* asked = askedBy( term, intf );
-   if ( asked == nullptr ) return list;
+   if ( term.asked == nullptr ) return list;
    std::vector<MacroInput> fields;
-   collectFields( derive( *asked, term.macro ), fields,
+   collectFields( derive( *term.asked, term.macro ), fields,
                   mirror.model->pimStatus() != nullptr );
    for ( const MacroInput& field : fields ) {
       Json json;
@@ -206,17 +188,25 @@ Json fieldsJson( const Mirror& mirror, const Term& term, const Intf& intf ) {
    return list;
 }
 
-Json termJson( const Mirror& mirror, const Term& term, const Intf& intf ) {
+Json termJson( const Mirror& mirror, const Term& term ) {
    Json json;
    json["term"] = term.name;
    json["adds"] = term.adds;
    if ( term.holds ) json["value"] = *term.holds;
    if ( term.decides ) json["decides"] = true;
-   Json fields = fieldsJson( mirror, term, intf );
+   Json fields = fieldsJson( mirror, term );
    if ( !fields.empty() ) json["fields"] = std::move( fields );
    return json;
 }
 
+}
+
+std::string turnText( const Mirror& mirror, const Intf& intf,
+                      const Outgoing& outgoing, const char* between ) {
+   const std::vector<std::string> turns = turnsOf( mirror, intf, outgoing );
+   if ( turns.empty() ) return "";
+   return fmt::format( "Would {}forward if {}.\n", *outgoing.forwards ? "not " : "",
+                       fmt::join( turns, between ) );
 }
 
 std::string outgoingText( const Mirror& mirror, const Intf& intf, double now ) {
@@ -225,12 +215,12 @@ std::string outgoingText( const Mirror& mirror, const Intf& intf, double now ) {
    for ( const Olist& list : outgoing.olists ) {
       text +=
          line( fmt::format( "  {}", list.name ), inText( list ), list.decides );
-      text += termsText( mirror, list, intf, now );
+      text += termsText( mirror, list, now );
    }
    if ( outgoing.incoming )
       text += line( "  incoming interface",
                     "YES: nothing goes out where it comes in", true );
-   return text + turnText( mirror, intf, outgoing ) +
+   return text + turnText( mirror, intf, outgoing, ",\n   or if " ) +
           doubtText( mirror, intf, outgoing );
 }
 
@@ -247,7 +237,7 @@ Json outgoingJson( const Mirror& mirror, const Intf& intf ) {
       if ( list.in ) entry["in"] = *list.in;
       if ( list.decides ) entry["decides"] = true;
       for ( const Term& term : list.terms )
-         entry["terms"].push_back( termJson( mirror, term, intf ) );
+         entry["terms"].push_back( termJson( mirror, term ) );
    }
    for ( const std::string& turn : turnsOf( mirror, intf, outgoing ) )
       json["would-change-if"].push_back( turn );

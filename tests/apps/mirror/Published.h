@@ -190,7 +190,7 @@ class ShownRouter {
       pruned.rpf( SmTest::rpfBy( "eth9", "203.0.113.131" ) );
       pruned.intf( "eth2" ).rptPruned()->lastRptPruneReceivedIs( now - 300 );
       auto bare = ipv4.vrf().sg( "203.0.113.9", "239.0.0.1" );
-      bare.intf( "eth4" ).wonAssert( "[S] 192.0.2.1 [110/20]" );
+      bare.intf( "eth4" ).joined().wonAssert( "[S] 203.0.113.2 [110/20]" );
    }
 };
 

@@ -76,15 +76,19 @@ TEST_F( Reports, Explanation ) {
    expectGolden( "explain-macro.txt", text );
 }
 
-// With the agent's interfaces; all routes of the group.
+// With the agent's interfaces; all routes of a group, and a join that waits for its
+// source tree.
 TEST_F( Reports, OutgoingLists ) {
    router.publishInterfaces();
    View later( router.root.path() );
    const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
    std::string text;
-   for ( const char* source : { "0.0.0.0", "198.51.100.7", "198.51.100.9" } ) {
+   for ( const auto& [source, group] : { std::pair( "0.0.0.0", "239.1.2.3" ),
+                                         { "198.51.100.7", "239.1.2.3" },
+                                         { "198.51.100.9", "239.1.2.3" },
+                                         { "203.0.113.9", "239.0.0.1" } } ) {
       Question question;
-      question.route = SmTest::sgKey( source, "239.1.2.3" );
+      question.route = SmTest::sgKey( source, group );
       text += explainText( mirror, question, ShownRouter::now ) + '\n';
    }
    expectGolden( "explain.txt", text );

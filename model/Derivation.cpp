@@ -136,6 +136,7 @@ using Detail::answerText;
    ASK( RouteRules, rptJoinDesiredWc, ) \
    ASK( RouteRules, joinDesiredSg, ) ASK( RouteRules, pruneDesiredSgRpt, ) \
    ASK( RouteRules, comesBySharedTree, ) ASK( RouteRules, incomingIntf, ) \
+   ASK( RouteRules, incomingRpf, ) ASK( RouteRules, incomingAttached, ) \
    ASK( RouteRules, joinDesiredSgFastFailover, *arguments.fastFailoverIntfs )
 // clang-format on
 

@@ -22,14 +22,8 @@ PIMSM_MACRO( joinDesiredSg )
 PIMSM_MACRO( pruneDesiredSgRpt )
 PIMSM_MACRO( comesBySharedTree )
 PIMSM_ROUTE_ANSWER( Vantu::IntfId, incomingIntf )
-
-Routing::Pim::Rpf Route::incomingRpf() const {
-   return comesBySharedTree() ? rpfWc() : rpf();
-}
-
-bool Route::incomingAttached() const {
-   return comesBySharedTree() ? wc()->rpfAttached() : rpfAttached();
-}
+PIMSM_ROUTE_ANSWER( Routing::Pim::Rpf, incomingRpf )
+PIMSM_MACRO( incomingAttached )
 
 bool Route::joinDesiredSgFastFailover(
    const IntfCollection& fastFailoverIntfs ) const {

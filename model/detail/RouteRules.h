@@ -157,6 +157,20 @@ class RouteRules {
       RESULT( ownIif() );
    }
 
+   // The path that the traffic takes.
+   Routing::Pim::Rpf incomingRpf() const {
+      RULE( Routing::Pim::Rpf );
+      RESULT_IF( comesBySharedTree(), rpfWc() );
+      RESULT( rpf() );
+   }
+
+   // Is that path's end, the RP or the source, on a link of this router?
+   Bool incomingAttached() const {
+      RULE( Bool );
+      RESULT_IF( comesBySharedTree(), rpfAttachedOfWc() );
+      RESULT( rpfAttached() );
+   }
+
    // ---- the parts of the rules
 
    // The interface of the route's own upstream records; empty without them.
@@ -233,6 +247,12 @@ class RouteRules {
       RULE( Bool );
       FACT( umh() != nullptr &&
             q_.input( route_, "rpfAttached", umh()->rpfAttached() ) );
+   }
+
+   Bool rpfAttachedOfWc() const {
+      const Route* shared = wc();
+      return shared != nullptr ? RouteRules( q_, *shared ).rpfAttached()
+                               : Bool( false );
    }
 
    // Does the (*,G) route serve an interface of which this route has no record? The

@@ -29,6 +29,7 @@ enum Slot : uint32_t {
    kAttached = 1 << 20,
    kBorder = 1 << 21,
    kWcBorder = 1 << 22,
+   kWcAttached = 1 << 23,
    kPort0 = kWcState | kWcJoin | kWcInclude | kWcWinner | kSgJoin | kRpt |
             kSgInclude | kSgExclude | kSgWinner | kPim,
 };
@@ -175,6 +176,7 @@ AXIS( frrAny, kFrr, w.sg.frr = Upstream( v ), upTo( 8 ), 0, 1, 3 );
 AXIS( spt, kSpt, w.sg.spt = v, upTo( 2 ) );
 AXIS( upJoined, kUpJoined, w.sg.upJoined = v, upTo( 2 ) );
 AXIS( attached, kAttached, w.sg.attached = v, upTo( 2 ) );
+AXIS( wcAttached, kWcAttached, w.wc.attached = v, upTo( 2 ) );
 AXIS( border, kBorder, w.sg.border = v, upTo( 2 ) );
 AXIS( wcBorder, kWcBorder, w.wc.border = v, upTo( 2 ) );
 AXIS( kat, kKat, w.sg.katExpired = v, upTo( 2 ) );
@@ -220,6 +222,9 @@ Value plain( const Vantu::IntfId& intfId ) {
 }
 Value plain( const AssertMetric& metric ) {
    return plainMetric( metric );
+}
+Value plain( const Rpf& rpf ) {
+   return plainMetric( { false, rpf.preference, rpf.metric, rpf.neighbor } );
 }
 
 #define MACRO( wc, from, macro, args, expected, ... )                   \
@@ -308,6 +313,8 @@ const std::vector<Macro> kMacros = {
    MACRO( true, wc, comesBySharedTree, (), false, wcRpfAny ),
    SG_ROUTE( comesBySharedTree, tree + sgRpfAny ),
    MACRO( false, sg, incomingIntf, (), uint32_t( o.incomingSg() ), tree + path + wcBorder ),
+   SG_ROUTE( incomingRpf, tree + wcRpfAny + sgRpfAny ),
+   SG_ROUTE( incomingAttached, tree + wcRpfAny + sgRpfAny + wcAttached ),
    MACRO( false, sg, joinDesiredSgFastFailover, ( m.failover() ),
           o.joinDesiredSgFastFailover(), wcState + failover + ports ),
 };
@@ -328,10 +335,11 @@ const std::vector<Macro>& macros() {
 }
 
 const Axes& allAxes() {
-   static const Axes axes =
-      wcState + wcJoin + wcInclude + wcWinner + wcIdle + sgJoin + rpt + sgInclude +
-      sgExclude + sgWinner + pim + wcRpfAny + sgRpfAny + frrAny + spt + upJoined +
-      kat + received + failover + port1 + port2 + attached + border + wcBorder;
+   static const Axes axes = wcState + wcJoin + wcInclude + wcWinner + wcIdle +
+                            sgJoin + rpt + sgInclude + sgExclude + sgWinner + pim +
+                            wcRpfAny + sgRpfAny + frrAny + spt + upJoined + kat +
+                            received + failover + port1 + port2 + attached +
+                            wcAttached + border + wcBorder;
    return axes;
 }
 

@@ -117,6 +117,15 @@ class Oracle {
    bool comesBySharedTree() const {
       return w_.wcRoute && !w_.sg.spt && !( sgPath_.record && w_.sg.attached );
    }
+   // The path as the metric that it gives.
+   Metric incomingRpf() const {
+      const Path& path = comesBySharedTree() ? wcPath_ : sgPath_;
+      return { false, path.preference, path.metric, path.nextHop };
+   }
+   bool incomingAttached() const {
+      return comesBySharedTree() ? wcPath_.record && w_.wc.attached
+                                 : sgPath_.record && w_.sg.attached;
+   }
    Set incomingWc() const { return incoming( w_.wc, wcPath_ ); }
    Set incomingSg() const {
       const bool shared = comesBySharedTree() && !w_.sg.border;

@@ -20,15 +20,17 @@ GroupMembership::GroupMembership( Mox::Clock& clock, const MembershipTimes& time
      times_( times ),
      changed_( std::move( changed ) ),
      group_( clock, [this] { handleGroupExpired(); } ),
-     version1_( clock, [] {} ),
-     version2_( clock, [] {} ) {}
+     sourcesDue_( clock, [this] { handleSourcesDue(); } ) {}
 
 // While an older host is present, newer hosts' messages are read as that version
 // would (RFC 3376, 7.3.2).
 void GroupMembership::receive( const MembershipRecord& record, uint8_t version ) {
+   const double now = clock_.now();
    if ( version < 3 && record.type == isExclude )
-      ( version == 1 ? version1_ : version2_ ).start( times_.membership() );
-   const bool old = version1_.running() || version2_.running();
+      ( version == 1 ? version1Until_ : version2Until_ ) =
+         now + times_.membership();
+   const bool oldest = version1Until_ > now;
+   const bool old = oldest || version2Until_ > now;
    switch ( record.type ) {
       case isInclude:
       case allow:
@@ -38,7 +40,7 @@ void GroupMembership::receive( const MembershipRecord& record, uint8_t version )
       case toExclude:
          return exclude( old ? Sources() : record.sources, true );
       case toInclude:
-         if ( version1_.running() ) return;
+         if ( oldest ) return;
          include( record.sources );
          return queryAllBut( record.sources );
       case block:
@@ -60,35 +62,34 @@ void GroupMembership::adoptExclude() {
 void GroupMembership::adoptSource( const IpGenAddr& source, bool requested ) {
    if ( requested ) return request( source, times_.membership() );
    adoptExclude();
-   sources_[source] = nullptr;
+   sources_[source] = std::nullopt;
 }
 
 std::map<IpGenAddr, bool> GroupMembership::sources() const {
    std::map<IpGenAddr, bool> out;
-   for ( const auto& [source, timer] : sources_ ) out[source] = timer != nullptr;
+   for ( const auto& [source, until] : sources_ ) out[source] = until.has_value();
    return out;
 }
 
-bool GroupMembership::running( const IpGenAddr& source ) const {
-   auto found = sources_.find( source );
-   return found != sources_.end() && found->second != nullptr;
-}
-
-bool GroupMembership::excluded( const IpGenAddr& source ) const {
-   auto found = sources_.find( source );
-   return found != sources_.end() && found->second == nullptr;
-}
-
 void GroupMembership::request( const IpGenAddr& source, double time ) {
-   std::unique_ptr<Timer>& timer = sources_[source];
-   if ( timer == nullptr ) {
-      timer = std::make_unique<Timer>( clock_, [this] { handleSourceExpired(); } );
-   }
-   timer->start( time );
+   const double until = clock_.now() + time;
+   sources_[source] = until;
+   wakeBy( until );
 }
 
 void GroupMembership::lower( const IpGenAddr& source, double time ) {
-   if ( running( source ) ) sources_[source]->lower( time );
+   auto found = sources_.find( source );
+   const double until = clock_.now() + time;
+   if ( found == sources_.end() || !found->second || *found->second <= until )
+      return;
+   found->second = until;
+   wakeBy( until );
+}
+
+// A refresh does not move the wake-up, which then finds nothing due.
+void GroupMembership::wakeBy( double time ) {
+   if ( !sourcesDue_.running() || sourcesDue_.until() > time )
+      sourcesDue_.startUntil( time );
 }
 
 void GroupMembership::include( const Sources& sources ) {
@@ -104,7 +105,7 @@ void GroupMembership::exclude( const Sources& sources, bool query ) {
    for ( const IpGenAddr& source : sources ) {
       if ( sources_.count( source ) != 0 ) continue;
       if ( !exclude_ ) {
-         sources_[source] = nullptr;
+         sources_[source] = std::nullopt;
       } else {
          request( source, query ? group_.left() : times_.membership() );
       }
@@ -124,10 +125,8 @@ void GroupMembership::blockSources( const Sources& sources ) {
 }
 
 void GroupMembership::queryAllBut( const Sources& sources ) {
-   for ( const auto& [source, timer] : sources_ ) {
-      if ( timer != nullptr && !contains( sources, source ) )
-         timer->lower( times_.lastMember() );
-   }
+   for ( const auto& [source, until] : sources_ )
+      if ( !contains( sources, source ) ) lower( source, times_.lastMember() );
    if ( exclude_ ) group_.lower( times_.lastMember() );
 }
 
@@ -139,18 +138,18 @@ void GroupMembership::keepOnly( const Sources& sources ) {
 }
 
 // All that expire now go at once: each change is looked at as a whole.
-void GroupMembership::handleSourceExpired() {
+void GroupMembership::handleSourcesDue() {
    const double now = clock_.now();
+   bool any = false;
    for ( auto each = sources_.begin(); each != sources_.end(); ) {
-      const Timer* timer = each->second.get();
-      if ( timer == nullptr || ( timer->running() && timer->until() > now ) ) {
-         ++each;
-      } else if ( exclude_ ) {
-         ( each++ )->second = nullptr;
-      } else {
-         each = sources_.erase( each );
-      }
+      std::optional<double>& until = each->second;
+      const bool due = until && *until <= now;
+      any |= due;
+      if ( until && !due ) wakeBy( *until );
+      if ( due && exclude_ ) until.reset();
+      each = due && !exclude_ ? sources_.erase( each ) : std::next( each );
    }
+   if ( !any ) return;
    auto changed = changed_;
    changed();
 }
@@ -159,7 +158,7 @@ void GroupMembership::handleSourceExpired() {
 void GroupMembership::handleGroupExpired() {
    exclude_ = false;
    for ( auto each = sources_.begin(); each != sources_.end(); )
-      each = each->second == nullptr ? sources_.erase( each ) : std::next( each );
+      each = each->second ? std::next( each ) : sources_.erase( each );
    auto changed = changed_;
    changed();
 }

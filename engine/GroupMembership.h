@@ -15,12 +15,13 @@
 //
 // This router sends no queries: where a querier would ask, the timers are lowered
 // to the time by which it would have an answer. A source with a running timer is
-// requested; in EXCLUDE mode a source without one (Y) is excluded. Times in
-// seconds.
+// requested; in EXCLUDE mode a source without one (Y) is excluded. A source's timer
+// is a number; one clock observer wakes for all of them. Times in seconds.
 #pragma once
 
+#include <functional>
 #include <map>
-#include <memory>
+#include <optional>
 
 #include "engine/Timer.h"
 #include "packet/Membership.h"
@@ -74,8 +75,6 @@ class PIMSM_API GroupMembership {
  private:
    using Sources = std::vector<Vantu::IpGenAddr>;
 
-   bool running( const Vantu::IpGenAddr& source ) const;
-   bool excluded( const Vantu::IpGenAddr& source ) const;
    void request( const Vantu::IpGenAddr& source, double time );
    void lower( const Vantu::IpGenAddr& source, double time );
    void include( const Sources& sources );
@@ -83,7 +82,8 @@ class PIMSM_API GroupMembership {
    void blockSources( const Sources& sources );
    void queryAllBut( const Sources& sources );
    void keepOnly( const Sources& sources );
-   void handleSourceExpired();
+   void wakeBy( double time );
+   void handleSourcesDue();
    void handleGroupExpired();
 
    Mox::Clock& clock_;
@@ -91,11 +91,12 @@ class PIMSM_API GroupMembership {
    std::function<void()> changed_;
    bool exclude_ = false;
    Timer group_;  // of the EXCLUDE mode
-   // A source without a running timer is excluded.
-   std::map<Vantu::IpGenAddr, std::unique_ptr<Timer>> sources_;
-   // While a timer runs, hosts of version 1 or 2 are present.
-   Timer version1_;
-   Timer version2_;
+   // Until when each source is requested; nothing: it is excluded.
+   std::map<Vantu::IpGenAddr, std::optional<double>> sources_;
+   Timer sourcesDue_;  // runs out with the first source, or before it
+   // Until then hosts of version 1 or 2 are present.
+   double version1Until_ = 0.0;
+   double version2Until_ = 0.0;
 };
 
 }

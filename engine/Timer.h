@@ -15,6 +15,11 @@ class PIMSM_API Timer : public Mox::Clock::Notifiee {
 
    // Starts anew, in seconds from now; infinity never expires.
    void start( double seconds ) { startUntil( clock()->now() + seconds ); }
+   // The same with the time of expiry.
+   void startUntil( double time ) {
+      running_ = true;
+      wakeupTimeIs( time );
+   }
    // As start(), unless that would bring the expiry forward (RFC 7761: "set to the
    // maximum of its current value and the HoldTime").
    void extend( double seconds ) {
@@ -46,10 +51,6 @@ class PIMSM_API Timer : public Mox::Clock::Notifiee {
    static constexpr double grace = 5.0;  // s
 
  private:
-   void startUntil( double time ) {
-      running_ = true;
-      wakeupTimeIs( time );
-   }
    // The function may destroy the timer.
    void onTime() override {
       running_ = false;

@@ -78,13 +78,15 @@ void Family::start() {
    mfib_->start( standing, unsure_ );
 }
 
-// Reports a lasting problem once.
+// Reports a lasting problem once. Both tables mostly have the same, one after the
+// other: behind the path their texts are equal.
 void Family::tellProblem() {
    std::string problem = mirror_.tables()->route().control()->problem();
    if ( problem.empty() )
       problem = mirror_.tables()->routeIntf().control()->problem();
-   if ( problem == problem_ ) return;
-   problem_ = problem;
+   const std::string kind = problem.substr( problem.find( ": " ) + 1 );
+   if ( kind == problem_ ) return;
+   problem_ = kind;
    if ( !problem.empty() ) say_( problem );
 }
 

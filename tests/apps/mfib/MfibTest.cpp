@@ -235,9 +235,18 @@ TEST_F( Forwards, TablesThatAreNotThereTakeNothingAway ) {
    forward( sg(), "eth1" );
    agent.publish();
    start();
+   const std::string status = root.path() + "/routing/pim/sparsemode/status";
+   const std::string away = root.path() + "/away";
+   for ( bool again : { false, true } ) {
+      std::filesystem::rename( again ? away : status, again ? status : away );
+      follow( 1.0 );
+   }
+   const size_t told = said.find( "the file is gone" );
+   EXPECT_NE( told, std::string::npos );
+   EXPECT_EQ( said.find( "the file is gone", told + 1 ), std::string::npos )
+      << said;
    stop();
-   std::filesystem::rename( root.path() + "/routing/pim/sparsemode/status",
-                            root.path() + "/away" );
+   std::filesystem::rename( status, away );
    start();
    EXPECT_EQ( outgoing( kSg ), "1" );
    EXPECT_EQ( kernel->writes, 0 );

@@ -12,7 +12,7 @@ AssertEngine::AssertEngine( Routes& routes, Mox::Clock& clock,
 bool AssertEngine::accept( const PimAssert& message ) {
    if ( !counters_.accepted( refusalOfGroup( message.group ) ) ) return false;
    std::optional<Refusal> refusal;
-   if ( message.maskLength != Vantu::addressBits( message.group.family() ) ) {
+   if ( message.maskLength != hostMask( message.group ) ) {
       refusal = partialMask;
    } else if ( message.source.isMulticast() ) {
       refusal = badSource;

@@ -10,10 +10,6 @@ namespace {
 
 constexpr uint16_t kForever = 0xffff;
 
-bool wholeAddress( const IpGenAddr& address, unsigned maskLength ) {
-   return maskLength == Vantu::addressBits( address.family() );
-}
-
 }
 
 // The parts of a record that others may see.
@@ -75,7 +71,7 @@ void JoinPruneEngine::receive( Vantu::IntfId intfId, const Neighbors& neighbors,
 
 bool JoinPruneEngine::acceptGroup( const JoinPruneGroup& group ) {
    if ( !counters_.accepted( refusalOfGroup( group.address ) ) ) return false;
-   if ( wholeAddress( group.address, group.maskLength ) ) return true;
+   if ( group.maskLength == hostMask( group.address ) ) return true;
    counters_.refused( partialMask );
    return false;
 }
@@ -83,7 +79,7 @@ bool JoinPruneEngine::acceptGroup( const JoinPruneGroup& group ) {
 bool JoinPruneEngine::acceptSource( const EncodedSource& source,
                                     const IpGenAddr& group ) {
    std::optional<Refusal> refusal = refusalOfSource( source.address );
-   if ( !wholeAddress( group, source.maskLength ) ) {
+   if ( source.maskLength != hostMask( group ) ) {
       refusal = partialMask;
    } else if ( !refusal && source.wildcard && !source.rpt ) {
       refusal = badFlags;

@@ -101,7 +101,7 @@ void RegisterEngine::receive( const IpPacket& packet,
    // A stop for every source has no source to check.
    if ( !accept( message.group, anySource ? packet.source : message.source ) )
       return;
-   if ( message.maskLength != Vantu::addressBits( message.group.family() ) )
+   if ( message.maskLength != hostMask( message.group ) )
       return counters_.refused( partialMask );
    IpGenAddr rp = topology_.rpOf( message.group );
    if ( !rp.isUnspecified() && rp != packet.source )

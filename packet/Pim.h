@@ -53,19 +53,28 @@ struct PimHello {
    std::vector<Vantu::IpGenAddr> addresses;  // the sender's secondary ones
 };
 
+// The mask length of a single address. A source's is always this one (RFC 7761,
+// 4.9.1); the engines take no other of a group, either.
+inline uint8_t hostMask( const Vantu::IpGenAddr& address ) {
+   return static_cast<uint8_t>( Vantu::addressBits( address.family() ) );
+}
+
+// Below, a mask length is by default that of the address that the initializer
+// gives: `EncodedSource{ .address = source }` is complete. An address assigned
+// later does not change it.
 struct EncodedSource {
    Vantu::IpGenAddr address;
-   uint8_t maskLength = 0;
-   bool sparse = false;
+   uint8_t maskLength = hostMask( address );
+   bool sparse = true;
    bool wildcard = false;
    bool rpt = false;
 };
 
 struct JoinPruneGroup {
    Vantu::IpGenAddr address;
-   uint8_t maskLength = 0;
-   std::vector<EncodedSource> joins;
-   std::vector<EncodedSource> prunes;
+   uint8_t maskLength = hostMask( address );
+   std::vector<EncodedSource> joins = {};
+   std::vector<EncodedSource> prunes = {};
 };
 
 // All addresses are of the packet's family.
@@ -92,15 +101,15 @@ struct PimRegister {
 // RFC 7761, 4.9.4.
 struct PimRegisterStop {
    Vantu::IpGenAddr group;
-   uint8_t maskLength = 0;
-   Vantu::IpGenAddr source;  // unspecified: every source of the group
+   uint8_t maskLength = hostMask( group );
+   Vantu::IpGenAddr source = {};  // unspecified: every source of the group
 };
 
 // RFC 7761, 4.9.6.
 struct PimAssert {
    Vantu::IpGenAddr group;
-   uint8_t maskLength = 0;
-   Vantu::IpGenAddr source;  // unspecified: a (*,G) assert
+   uint8_t maskLength = hostMask( group );
+   Vantu::IpGenAddr source = {};  // unspecified: a (*,G) assert
    bool rptBit = false;
    uint32_t preference = 0;  // 31 bits
    uint32_t metric = 0;

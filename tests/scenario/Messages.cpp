@@ -47,9 +47,6 @@ class Reader {
    }
    RouteKey route() { return names_.route( words_.next() ); }
    IpGenAddr address() { return names_.address( words_.next() ); }
-   static uint8_t whole( const IpGenAddr& address ) {
-      return static_cast<uint8_t>( Vantu::addressBits( address.family() ) );
-   }
    template <class Body>
    Sent pim( const Body& body );
    Sent membership( const MembershipMessage& message );
@@ -144,11 +141,8 @@ PimJoinPrune Reader::joinPrune( bool join ) {
 
 void Reader::entry( PimJoinPrune& out, bool join ) {
    const RouteKey key = route();
-   EncodedSource source;
-   source.address = key.source;
-   source.maskLength = whole( key.group );
-   source.sparse = true;
-   uint8_t groupMask = source.maskLength;
+   EncodedSource source{ .address = key.source };
+   JoinPruneGroup group{ .address = key.group };
    if ( key.source.isUnspecified() ) {
       source.address = link_.rpOf( key.group );
       source.wildcard = source.rpt = true;
@@ -164,24 +158,21 @@ void Reader::entry( PimJoinPrune& out, bool join ) {
       } else if ( words_.accept( "mask" ) ) {
          source.maskLength = static_cast<uint8_t>( words_.whole() );
       } else if ( words_.accept( "group-mask" ) ) {
-         groupMask = static_cast<uint8_t>( words_.whole() );
+         group.maskLength = static_cast<uint8_t>( words_.whole() );
       } else {
          break;
       }
    }
    if ( out.groups.empty() || out.groups.back().address != key.group )
-      out.groups.push_back( { key.group, groupMask, {}, {} } );
-   JoinPruneGroup& group = out.groups.back();
-   ( join ? group.joins : group.prunes ).push_back( source );
+      out.groups.push_back( group );
+   ( join ? out.groups.back().joins : out.groups.back().prunes )
+      .push_back( source );
 }
 
 // assert A [rpt] PREFERENCE/METRIC [mask N]; an assert of the group has the RPT bit.
 PimAssert Reader::assertion() {
-   PimAssert out;
    const RouteKey key = route();
-   out.group = key.group;
-   out.source = key.source;
-   out.maskLength = whole( key.group );
+   PimAssert out{ .group = key.group, .source = key.source };
    out.rptBit = key.source.isUnspecified();
    if ( words_.accept( "rpt" ) ) out.rptBit = true;
    if ( words_.accept( "no-rpt" ) ) out.rptBit = false;
@@ -219,7 +210,7 @@ PimRegister Reader::registered() {
 // register-stop A [mask N] from RP to ROUTER; (*,G) is for all sources.
 PimRegisterStop Reader::registerStop() {
    const RouteKey key = route();
-   PimRegisterStop out{ key.group, whole( key.group ), key.source };
+   PimRegisterStop out{ .group = key.group, .source = key.source };
    if ( words_.accept( "mask" ) )
       out.maskLength = static_cast<uint8_t>( words_.whole() );
    to_ = link_.own;

@@ -93,8 +93,9 @@ class Family : public testing::Test {
       family->router().handleTurnEnd();
    }
    static EncodedSource encoded( const char* source, bool rpt ) {
-      return { addr( source == nullptr ? "203.0.113.1" : source ), 32, true,
-               source == nullptr, rpt };
+      return { .address = addr( source == nullptr ? "203.0.113.1" : source ),
+               .wildcard = source == nullptr,
+               .rpt = rpt };
    }
    void hear( const char* intf, const char* group, std::vector<EncodedSource> joins,
               std::vector<EncodedSource> prunes ) {
@@ -104,8 +105,9 @@ class Family : public testing::Test {
             body.upstreamNeighbor = each.addresses.front().address;
       }
       body.holdtime = holdtime;
-      body.groups = {
-         { addr( group ), 32, std::move( joins ), std::move( prunes ) } };
+      body.groups = { { .address = addr( group ),
+                        .joins = std::move( joins ),
+                        .prunes = std::move( prunes ) } };
       receive( intf, "192.0.2.9", pim( body ) );
    }
    template <class Body>

@@ -1,7 +1,11 @@
 // An agent of one's own for IPv4: receives PIM and IGMP on raw sockets, uses the
 // host's unicast routes, and leaves the protocol to libPimsmRouter. pimsm-mfib
-// forwards by its tables, pimsm-show explains them. It sends nothing. Needs
-// CAP_NET_RAW.
+// forwards by its tables, pimsm-show explains them. Needs CAP_NET_RAW.
+//
+// It sends nothing. Without hellos no neighbour knows it: none sends it joins, and
+// the others on a shared link elect their DR without it. Without joins of its own
+// it gets only the traffic that somebody else on the upstream link has asked for.
+// An agent in service adds both, and queries; packet/Encode.h writes them.
 // usage: own-agent DIRECTORY_OF_THE_TABLES RP INTERFACE...
 #include <arpa/inet.h>
 #include <ifaddrs.h>

@@ -16,7 +16,7 @@ void publishAdvertised( AdvertisedSgStatus& table, const VrfConfig& config,
       RouteKey key{ each.source, each.group };
       wanted[key] = { key, each.rp, each.anycast };
    }
-   // Removals first: they make room.
+   // Removals come first: they make room.
    for ( const RouteKey& key : table.coll().keys() ) {
       if ( wanted.count( key ) == 0 ) table.collDel( key );
    }

@@ -76,7 +76,7 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
       mark();
       changed();
    }
-   // Only (*,G) routes: other routes' macros do not read it.
+   // Watched on (*,G) routes only: other routes' macros do not read it.
    void onUpJoinState() override {
       engine_.mark( key_ );
       changed();

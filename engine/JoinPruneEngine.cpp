@@ -169,7 +169,7 @@ JoinPruneEngine::Record* JoinPruneEngine::find( const RouteIntfKey& key ) const 
    return there ? found->second.get() : nullptr;
 }
 
-// Null, and counted, without room for the route.
+// Returns null without room for the route, and counts that.
 JoinPruneEngine::Record* JoinPruneEngine::make( const RouteIntfKey& key,
                                                 const IpGenAddr& rp ) {
    if ( Record* record = find( key ) ) return record;
@@ -211,7 +211,7 @@ void JoinPruneEngine::act( Record& record, Act change ) {
       deadlines_.atMost( record,
                          std::min( record.join.due(), record.rptPrune.due() ) );
    }
-   // Also a record on which no state began: its route was made for it.
+   // A record on which no state began is reported, too: its route was made for it.
    if ( ended || after.joined() != before.joined() ||
         after.pruned() != before.pruned() )
       routes_.update( key.routeKey, key.intfId );

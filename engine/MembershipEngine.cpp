@@ -110,7 +110,7 @@ void MembershipEngine::end( IntfId intfId, const IpGenAddr& group ) {
    groups.erase( group );
 }
 
-// The shared tree first: it decides which records of the source trees stay.
+// The shared tree comes first: it decides which records of the source trees stay.
 void MembershipEngine::write( IntfId intfId, const IpGenAddr& group, Group& state,
                               bool shared,
                               const std::map<IpGenAddr, bool>& sources ) {

@@ -5,7 +5,7 @@
 
 namespace Router {
 
-// Has the record a downstream or assert state, or members, of its own?
+// Does the record have a downstream or assert state, or members, of its own?
 inline bool holdsState( const Routing::Pim::SparseMode::Intf& intf ) {
    using Routing::Pim::SparseMode::Intf;
    return intf.joinState() != Intf::noInfo || intf.rptState() != Intf::rptNoInfo ||

@@ -161,7 +161,7 @@ bool RegisterEngine::stands( const RouteKey& key ) const {
           tables_->anycastDiscoveredSg().has( key );
 }
 
-// Additions before removals.
+// Additions come before removals.
 void RegisterEngine::publish( const RouteKey& key, const Source& source ) {
    const RpConfig* rp = ownRp( key.group );
    const InternalRouteKey value( key );

@@ -36,8 +36,8 @@ class PIMSM_API RegisterEngine {
  public:
    static constexpr double keepalive = 210;    // s; Keepalive_Period
    static constexpr double rpKeepalive = 185;  // s; RP_Keepalive_Period
-   // s; Register_Suppression_Time including the probe at its end. Without the
-   // random spread of RFC 7761, 4.4.1, which only senders need.
+   // s; Register_Suppression_Time including the probe at its end. It lacks
+   // the random spread of RFC 7761, 4.4.1, which only senders need.
    static constexpr double suppression = 60;
 
    RegisterEngine( Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables,

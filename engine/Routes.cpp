@@ -123,7 +123,7 @@ void Routes::update( const RouteKey& key ) {
    }
 }
 
-// Shared trees first: they decide which records of the source trees stay.
+// Shared trees come first: they decide which records of the source trees stay.
 void Routes::adopt() {
    std::vector<RouteKey> keys = Mox::keysOf( model_->route() );
    std::stable_partition( keys.begin(), keys.end(), []( const RouteKey& key ) {
@@ -150,7 +150,7 @@ void Routes::updatePaths() {
       bool wildcard = key.source.isUnspecified();
       IpGenAddr rp = topology_.rpOf( key.group );
       if ( rp.isUnspecified() && wildcard ) rp = route->umhIs()->rp();
-      // After a restart an RP from a join is unknown, only its path is kept.
+      // After a restart an RP from a join is unknown: only its path is kept.
       if ( !wildcard || !rp.isUnspecified() ) updatePath( *route, rp );
    }
 }

@@ -33,7 +33,8 @@ class PIMSM_API Routes {
    using RouteKey = Routing::Pim::RouteKey;
 
    // What an engine has changed on a record: its join, prune, assert and member
-   // states, or the timers for the next process. Neither: only values for people.
+   // states, or the timers for the next process. With neither, only values for people have
+   // changed.
    struct Change {
       bool states = false;
       bool timers = false;

@@ -23,9 +23,9 @@ PIMSM_API std::vector<uint8_t> encodePim( const PimMessage& message,
                                           const Vantu::IpGenAddr& source,
                                           const Vantu::IpGenAddr& destination );
 
-// An older version's report has one record, which says whether it is a leave (MLD:
-// done); the rest is not sent; without a record nothing comes out. Older queries also omit the fields that their
-// version lacks.
+// Of an older version's report the first record is sent; it says whether the report
+// is a leave (MLD: done). Without a record nothing is returned. A query omits the
+// fields that its version lacks.
 PIMSM_API std::vector<uint8_t> encodeMembership(
    const MembershipMessage& message, const Vantu::IpGenAddr& source,
    const Vantu::IpGenAddr& destination );

@@ -51,7 +51,7 @@ double MfibWatch::age( double time ) const {
    return std::max( 0.0, real_.now() - time );
 }
 
-// An older upcall may be of a source that is silent since.
+// An older upcall may be of a source that has been silent since.
 void MfibWatch::readUpcall( const RouteIntfKey& key ) {
    Published::MfibUpcall upcall;
    if ( !adopted_ || tables_->upcall().find( key, upcall ) != Brane::lookupFound )

@@ -16,8 +16,8 @@ namespace Router {
 
 class PIMSM_API MfibWatch {
  public:
-   // An interface counts as wrong for present packets this long: while they come,
-   // the kernel reports them each 3 s.
+   // An interface counts as wrong for present packets for this time. While they
+   // come, the kernel reports them every 3 s.
    static constexpr double wrongVifTime = 3.0;  // s
 
    // `real` is the clock of the tables' times. Throws the exceptions of mounting.

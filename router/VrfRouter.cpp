@@ -127,8 +127,8 @@ void VrfRouter::markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId int
 }
 
 // Holds the tables back while forwarding does not follow the engines' changes yet.
-// Only for a limited time: a flood of changes on one link must not keep all others
-// out of the tables.
+// This lasts only for a limited time: a flood of changes on one link must not keep
+// all others out of the tables.
 bool VrfRouter::mayWrite() {
    const bool may =
       !adopted_ || review() || clock_.now() - *behindSince_ >= maxBehind;

@@ -186,10 +186,11 @@ Vantu::IntfId asked( const Route& ) {
 
 template <class About>
 Detail::Record record( const About& about, Mox::StringView macro,
-                       const MacroArguments& arguments,
-                       const MacroInput* replaced ) {
+                       const MacroArguments& arguments, const MacroInput* replaced,
+                       bool alternatives ) {
    Detail::Record record;
    record.asked = asked( about );
+   record.alternatives = alternatives;
    record.finished = &record.roots;
    answer( Detail::Recording( record, replaced ), about, macro, arguments );
    return record;
@@ -198,7 +199,7 @@ Detail::Record record( const About& about, Mox::StringView macro,
 template <class About>
 std::vector<MacroFlip> flips( const About& about, Mox::StringView macro,
                               const MacroArguments& arguments ) {
-   Detail::Record plain = record( about, macro, arguments, nullptr );
+   Detail::Record plain = record( about, macro, arguments, nullptr, true );
    const Mox::String& present = plain.roots.front().value;
    std::vector<MacroFlip> found;
    for ( const Detail::Record::Read& read : plain.inputs ) {
@@ -234,12 +235,14 @@ Mox::String answerGiven( const Intf& intf, Mox::StringView macro,
 
 Derivation derive( const Intf& intf, Mox::StringView macro,
                    const MacroArguments& arguments, const MacroInput* replaced ) {
-   return std::move( record( intf, macro, arguments, replaced ).roots.front() );
+   return std::move(
+      record( intf, macro, arguments, replaced, false ).roots.front() );
 }
 
 Derivation derive( const Route& route, Mox::StringView macro,
                    const MacroArguments& arguments, const MacroInput* replaced ) {
-   return std::move( record( route, macro, arguments, replaced ).roots.front() );
+   return std::move(
+      record( route, macro, arguments, replaced, false ).roots.front() );
 }
 
 std::vector<MacroFlip> flipsOf( const Intf& intf, Mox::StringView macro,

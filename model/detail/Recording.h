@@ -153,7 +153,9 @@ struct Record {
    Derivation* open = nullptr;
 
    std::vector<Derivation> roots;
-   std::vector<Read> inputs;  // all inputs read, each once, in order
+   // All inputs read, each once, in order; only where `alternatives` is set.
+   bool alternatives = false;
+   std::vector<Read> inputs;
    std::set<std::tuple<RouteKey, Vantu::IntfId, Mox::StringView>> known;
 };
 
@@ -271,7 +273,8 @@ class Recording {
          if ( std::find( own.begin(), own.end(), input ) == own.end() )
             own.push_back( input );
       }
-      if ( !record_->known.emplace( input.route, input.intfId, field ).second )
+      if ( !record_->alternatives ||
+           !record_->known.emplace( input.route, input.intfId, field ).second )
          return;
       record_->inputs.push_back( { std::move( input ), others() } );
    }

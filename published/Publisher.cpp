@@ -1,6 +1,7 @@
 #include "published/Publisher.h"
 
 #include <map>
+#include <utility>
 
 #include "platform/entity/EventCounter.h"
 #include "platform/shm/Error.h"
@@ -100,22 +101,33 @@ CounterPublisher::CounterPublisher( Mox::Clock& clock,
      last_( clock.now() - interval ) {}
 
 void CounterPublisher::touch() {
-   if ( wakeupTime() == Mox::Clock::never ) wakeupTimeIs( last_ + interval );
+   if ( wakeupTime() == Mox::Clock::never && Mox::EventCounterChanges::any() )
+      wakeupTimeIs( last_ + interval );
 }
 
+// The first time, and when some have gone, the whole table.
 void CounterPublisher::publish() {
    last_ = clock()->now();
    wakeupTimeIs( Mox::Clock::never );
-   std::vector<Counter> all;
-   for ( const Mox::EventCounter* counter : Mox::eventCounters() ) {
-      all.push_back(
+   const auto changes = Mox::EventCounterChanges::take();
+   const bool known = std::exchange( started_, true ) && !changes.gone;
+   std::vector<Counter> records;
+   for ( const Mox::EventCounter* counter :
+         known ? changes.changed : Mox::eventCounters() ) {
+      records.push_back(
          { { Text<160>( counter->owner() ), Text<48>( counter->name() ) },
            counter->value() } );
    }
-   publishAll(
-      tables_->counter(), all,
-      [&]( const Counter& record ) { tables_->counterIs( record ); },
-      [&]( const CounterKey& key ) { tables_->counterDel( key ); } );
+   const auto write = [&]( const Counter& record ) {
+      tables_->counterIs( record );
+   };
+   if ( known ) {
+      for ( const Counter& record : records )
+         attempt( tables_->counter(), [&] { write( record ); } );
+      return;
+   }
+   publishAll( tables_->counter(), records, write,
+               [&]( const CounterKey& key ) { tables_->counterDel( key ); } );
 }
 
 }

@@ -32,7 +32,7 @@ class PIMSM_API CounterPublisher : public Mox::Clock::Notifiee {
 
    CounterPublisher( Mox::Clock& clock, Mox::Ptr<ProcessStatus> tables );
 
-   // Counters may have changed: publishes within the interval.
+   // Counters may have changed: publishes those that have within the interval.
    void touch();
    // Publishes at once.
    void publish();
@@ -42,6 +42,7 @@ class PIMSM_API CounterPublisher : public Mox::Clock::Notifiee {
 
    Mox::Ptr<ProcessStatus> tables_;
    double last_;
+   bool started_ = false;
 };
 
 }

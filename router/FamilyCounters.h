@@ -35,7 +35,7 @@ class FamilyCounters {
 
  private:
    static void catchUp( Mox::EventCounter& counter, uint64_t count ) {
-      counter.inc( count - counter.value() );
+      if ( count != counter.value() ) counter.inc( count - counter.value() );
    }
    struct TableWrites {
       TableWrites( Mox::StringView path, const Mox::String& table )

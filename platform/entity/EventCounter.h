@@ -24,12 +24,32 @@ class PIMSM_API EventCounter {
    const String& owner() const { return owner_; }
    const String& name() const { return name_; }
    uint64_t value() const { return value_; }
-   void inc( uint64_t n = 1 ) { value_ += n; }
+   void inc( uint64_t n = 1 ) {
+      value_ += n;
+      if ( !changed_ ) noteChange();
+   }
 
  private:
+   friend struct EventCounterChanges;
+   friend PIMSM_API const std::vector<const EventCounter*>& eventCounters();
+
+   void noteChange();
+
    String owner_;
    String name_;
    uint64_t value_ = 0;
+   mutable uint32_t place_ = 0;  // in the registry
+   bool changed_ = false;
+};
+
+// What has happened to the registry since the last take().
+struct PIMSM_API EventCounterChanges {
+   std::vector<const EventCounter*> changed;  // new ones, too
+   bool gone = false;                         // some were destroyed
+
+   // Is there anything to take?
+   static bool any();
+   static EventCounterChanges take();
 };
 
 // All counters in order of registration.

@@ -111,8 +111,10 @@ void EntityManager::dispatch() {
 }
 
 void EntityManager::ring() {
-   for ( const auto& [path, entity] : entities_ ) {
-      for ( MoxBrane::TableBase* table : entity->tables() ) table->ring();
+   while ( !written_.empty() ) {
+      MoxBrane::TableBase* table = written_.back();
+      written_.pop_back();
+      table->ring();
    }
 }
 
@@ -140,7 +142,8 @@ void EntityManager::dispatchHub() {
 Brane::DoorbellHub::Id EntityManager::watch( const Mox::String& path,
                                              MoxBrane::TableBase& table ) {
    watchAbove( path );
-   Brane::DoorbellHub::Id id = hub_.add( path, [&table] { table.drainInOrder(); } );
+   Brane::DoorbellHub::Id id = hub_.add(
+      path, [&table]( Brane::DoorbellHub::Ring why ) { table.handleBell( why ); } );
    wakeup_->wakeupTimeIs( std::min( wakeup_->wakeupTime(), clock_.now() ) );
    return id;
 }
@@ -149,7 +152,7 @@ Brane::DoorbellHub::Id EntityManager::watchFiles( const Mox::String& path,
                                                   MoxBrane::TableBase& table ) {
    watchAbove( path );
    Brane::DoorbellHub::Id id =
-      hub_.addFiles( path, [this, &table] { restoreFiles( table ); } );
+      hub_.addFiles( path, [this, &table]( auto ) { restoreFiles( table ); } );
    wakeup_->wakeupTimeIs( std::min( wakeup_->wakeupTime(), clock_.now() ) );
    return id;
 }
@@ -205,6 +208,7 @@ void EntityManager::unwatch( Brane::DoorbellHub::Id id,
    std::erase( drainSoon_, &table );
    std::erase( draining_, &table );
    std::erase( unrestored_, &table );
+   std::erase( written_, &table );
 }
 
 void EntityManager::drainSoon( MoxBrane::TableBase& table, bool atOnce ) {

@@ -83,6 +83,8 @@ class PIMSM_API EntityManager {
    Brane::DoorbellHub::Id watch( const Mox::String& path,
                                  MoxBrane::TableBase& table );
    void unwatch( Brane::DoorbellHub::Id id, MoxBrane::TableBase& table );
+   // The table was written to: its readers are told at the end of the turn.
+   void written( MoxBrane::TableBase& table ) { written_.push_back( &table ); }
    // Drains the table again: with `atOnce`, for the rest of a burst, on the loop's
    // next turn; otherwise, when a record was busy, in a millisecond.
    void drainSoon( MoxBrane::TableBase& table, bool atOnce );
@@ -119,6 +121,8 @@ class PIMSM_API EntityManager {
    double tellRestored_ = Mox::Clock::never;
    Mox::String problem_;
    NoteHandler noteHandler_;
+   // Written to since the last ring.
+   std::vector<MoxBrane::TableBase*> written_;
    std::unique_ptr<Wakeup> wakeup_;
    std::unique_ptr<Mox::Loop::FdWatcher> watcher_;
    std::unique_ptr<Mox::Loop::TurnEnd> turnEnd_;

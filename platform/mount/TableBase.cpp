@@ -176,6 +176,13 @@ void TableBase::quiescedIs( bool quiesced ) {
    control_->quiescedIs( quiesced );
 }
 
+// The first write since the last ring.
+void TableBase::handleWritten() {
+   if ( !quiesced_ ) return;
+   quiescedIs( false );
+   if ( entity_.manager() != nullptr ) entity_.manager()->written( *this );
+}
+
 void TableBase::corrupted( const char* text ) {
    ++corruptions_;
    if ( corruptionHandler_ ) {
@@ -231,6 +238,14 @@ bool TableBase::drain() {
       drainSoon( true );
       throw;
    }
+}
+
+// A new writer rings once it has mounted, without a change.
+void TableBase::handleBell( ::Brane::DoorbellHub::Ring why ) {
+   const bool idle = follower_ != nullptr && !follower_->pending() &&
+                     control_->writerAlive();
+   if ( why == ::Brane::DoorbellHub::bellRang && idle ) return;
+   drainInOrder();
 }
 
 void TableBase::drainInOrder() {
@@ -329,13 +344,13 @@ bool TableBase::notifyPending() {
 
 void TableBase::putRecord( const void* record ) {
    guarded( [&] { return writable().put( record ); } );
-   if ( quiesced_ ) quiescedIs( false );
+   handleWritten();
 }
 
 bool TableBase::removeRecord( const void* key, void* removed ) {
    if ( !guarded( [&] { return writable().remove( key, removed ); } ) )
       return false;
-   if ( quiesced_ ) quiescedIs( false );
+   handleWritten();
    return true;
 }
 
@@ -347,7 +362,7 @@ bool TableBase::removeRecord( const void* key, void* removed ) {
 
 void TableBase::commitRecord( ::Brane::Reservation& record ) {
    guarded( [&] { return record.commit(); } );
-   if ( quiesced_ ) quiescedIs( false );
+   handleWritten();
 }
 
 ::Brane::Lookup TableBase::lookupRecord( const void* key, void* out ) const {

@@ -73,6 +73,8 @@ class PIMSM_API TableBase {
    // Drains after the tables that the entity declared before this one: a later
    // table's records refer to theirs. Waits while one of those tables has a rest.
    void drainInOrder();
+   // Drains in order if the bell can mean a change of this table.
+   void handleBell( ::Brane::DoorbellHub::Ring why );
 
  protected:
    TableBase( MountedEntity& entity, Mox::String name, ::Brane::Layout layout,
@@ -122,6 +124,7 @@ class PIMSM_API TableBase {
    void drainSoon( bool atOnce );
    void updateMountStatus();
    void quiescedIs( bool quiesced );
+   void handleWritten();
    ::Brane::TableWriter& writable();
    template <class Call>
    auto guarded( Call call );

@@ -46,13 +46,14 @@ struct DoorbellHub::Table {
    TableFiles files;
    Callback callback;
    bool filesOnly = false;
-   bool above = false;    // no table, but a directory above some
-   int bell = -1;         // watch; -1 while there is none
-   int directory = -1;    // watch of the table's directory or an ancestor of it
-   bool nearest = false;  // the directory itself
-   bool blind =
-      false;  // the bell's watch was refused, though the bell may be there
-   bool rung = true;
+   bool above = false;  // no table, but a directory above some
+   Id id = 0;
+   int bell = -1;       // watch; -1 while there is none
+   int directory = -1;  // watch of the table's directory or an ancestor of it
+   std::vector<Mox::String> names = {};  // the entries there that count
+   bool nearest = false;                 // the directory itself
+   bool rung = false;
+   Ring why = bellRang;
    bool died = false;  // a writer's end of the bell was closed
    bool removed = false;
    double called = -never;
@@ -68,10 +69,7 @@ DoorbellHub::~DoorbellHub() {
 }
 
 bool DoorbellHub::fallback() const {
-   if ( fd_ < 0 ) return !tables_.empty();
-   return std::any_of( tables_.begin(), tables_.end(), []( const auto& entry ) {
-      return entry.second->directory < 0 || entry.second->blind;
-   } );
+   return fd_ < 0 ? !tables_.empty() : !blind_.empty();
 }
 
 DoorbellHub::Id DoorbellHub::add( const Mox::String& path, Callback callback ) {
@@ -93,13 +91,15 @@ DoorbellHub::Id DoorbellHub::addAbove( const Mox::String& directory ) {
                                                 .above = true } );
    const Id id = add( above );
    above->rung = false;
+   waiting_.erase( id );
    return id;
 }
 
 DoorbellHub::Id DoorbellHub::add( std::shared_ptr<Table> table ) {
-   tables_.emplace( ++lastId_, table );
+   table->id = ++lastId_;
+   tables_.emplace( table->id, table );
    arm( *table );
-   return lastId_;
+   return table->id;
 }
 
 void DoorbellHub::remove( Id id ) {
@@ -108,70 +108,119 @@ void DoorbellHub::remove( Id id ) {
    auto table = found->second;
    table->removed = true;
    tables_.erase( found );
-   dropWatch( table->bell );
-   dropWatch( table->directory );
+   waiting_.erase( id );
+   blind_.erase( id );
+   bellIs( *table, -1 );
+   directoryIs( *table, -1, {} );
 }
 
-void DoorbellHub::lookAgain() {
+void DoorbellHub::lookAtAll() {
    for ( auto& [id, table] : tables_ ) {
       armAnew( *table );
+      if ( !table->above ) continue;
       // All tables are looked at already; they would ring each other for ever.
-      if ( table->above ) table->rung = false;
+      table->rung = false;
+      waiting_.erase( id );
    }
+}
+
+void DoorbellHub::ring( Table& table, Ring why ) {
+   table.why = table.rung ? std::max( table.why, why ) : why;
+   table.rung = true;
+   waiting_.insert( table.id );
+}
+
+void DoorbellHub::bellIs( Table& table, int watch ) {
+   const int former = std::exchange( table.bell, watch );
+   if ( former == watch ) return;
+   if ( watch >= 0 ) bells_[watch].push_back( &table );
+   auto found = bells_.find( former );
+   if ( found == bells_.end() ) return;
+   std::erase( found->second, &table );
+   if ( found->second.empty() ) bells_.erase( found );
+   dropWatch( former );
+}
+
+void DoorbellHub::directoryIs( Table& table, int watch,
+                               std::vector<Mox::String> names ) {
+   const int former = std::exchange( table.directory, watch );
+   if ( former == watch && names == table.names ) return;
+   for ( const Mox::String& name : std::exchange( table.names, names ) ) {
+      auto found = names_.find( { former, name } );
+      if ( found == names_.end() ) continue;
+      std::erase( found->second, &table );
+      if ( found->second.empty() ) names_.erase( found );
+   }
+   for ( const Mox::String& name : names )
+      if ( watch >= 0 ) names_[{ watch, name }].push_back( &table );
+   if ( former != watch ) dropWatch( former );
 }
 
 // The kernel gives one watch per file: others may share it.
 void DoorbellHub::dropWatch( int watch ) {
-   if ( watch < 0 ) return;
-   for ( const auto& [id, table] : tables_ ) {
-      if ( table->bell == watch || table->directory == watch ) return;
-   }
+   if ( watch < 0 || bells_.count( watch ) != 0 ) return;
+   auto found = names_.lower_bound( { watch, "" } );
+   if ( found != names_.end() && found->first.first == watch ) return;
    inotify_rm_watch( fd_, watch );
 }
 
 // Sets the watches that can be set. Every arming rings, so the call that follows
 // finds whatever happened before.
 void DoorbellHub::arm( Table& table ) {
-   table.rung = true;
+   ring( table, lookAgain );
    if ( fd_ < 0 ) return;
    if ( !table.nearest ) watchDirectory( table );
+   bool refused = table.directory < 0;
    if ( table.bell < 0 && !table.filesOnly ) {
-      table.bell = inotify_add_watch( fd_, table.files.bell.c_str(), bellMask );
-      table.blind = table.bell < 0 && !isMissing( errno );
+      const int bell = watchBell( table );
+      refused = refused || ( bell < 0 && !isMissing( errno ) );
+      bellIs( table, bell );
+   }
+   if ( refused ) {
+      blind_.insert( table.id );
+   } else {
+      blind_.erase( table.id );
    }
 }
 
-// Called after events were lost: any watched file may have moved or gone.
+// Called after events were lost: any watched file may have moved or gone. Without a
+// bell file under the name, the writer may still ring the former one.
 void DoorbellHub::armAnew( Table& table ) {
-   int bell = std::exchange( table.bell, -1 );
    table.nearest = false;
+   const int bell = fd_ < 0 || table.filesOnly ? -1 : watchBell( table );
+   if ( bell >= 0 ) bellIs( table, bell );
    arm( table );
-   // Without a bell file under the name, the writer may still ring the former one.
-   if ( table.bell < 0 ) table.bell = bell;
-   if ( bell != table.bell ) dropWatch( bell );
+}
+
+int DoorbellHub::watchBell( const Table& table ) const {
+   return inotify_add_watch( fd_, table.files.bell.c_str(), bellMask );
 }
 
 // A directory made between the look for it and the watch of its parent rings
 // nothing. Two walks that end at the same place prove that nothing was missed.
 void DoorbellHub::watchDirectory( Table& table ) {
-   Mox::String reached;
+   Mox::String reached = watchNearest( table );
    Mox::String before;
-   do {
-      int former = table.directory;
+   while ( !table.nearest && table.directory >= 0 && reached != before )
       before = std::exchange( reached, watchNearest( table ) );
-      if ( former != table.directory ) dropWatch( former );
-   } while ( !table.nearest && table.directory >= 0 && reached != before );
 }
 
 // Watches the table's directory, or its nearest existing ancestor, and returns that
 // path.
 Mox::String DoorbellHub::watchNearest( Table& table ) {
+   std::vector<Mox::String> names{ nameOf( table.files.table ),
+                                   nameOf( table.files.bell ) };
+   if ( table.filesOnly ) names.push_back( nameOf( table.files.lock ) );
    Mox::String directory = directoryOf( table.files.table );
    for ( bool nearest = true;; nearest = false ) {
-      table.directory = inotify_add_watch( fd_, directory.c_str(), directoryMask );
-      table.nearest = nearest && table.directory >= 0;
-      bool missing = table.directory < 0 && isMissing( errno );
-      if ( !missing || directory == "/" || directory == "." ) return directory;
+      const int watch = inotify_add_watch( fd_, directory.c_str(), directoryMask );
+      const bool missing = watch < 0 && isMissing( errno );
+      if ( !missing || directory == "/" || directory == "." ) {
+         table.nearest = nearest && watch >= 0;
+         directoryIs( table, watch, std::move( names ) );
+         return directory;
+      }
+      names = { nameOf( directory ) };
       directory = directoryOf( directory );
    }
 }
@@ -191,24 +240,38 @@ void DoorbellHub::readEvents() {
    } while ( got > ssize_t( sizeof( buffer ) ) - room );
 }
 
-void DoorbellHub::handleEvent( int watch, uint32_t mask, const char* name ) {
-   for ( auto& [id, table] : tables_ ) {
-      if ( mask & IN_Q_OVERFLOW ) {
-         armAnew( *table );
-      } else if ( table->bell == watch ) {
-         handleBell( *table, mask );
-      } else if ( table->directory == watch ) {
-         handleDirectory( *table, mask, name );
-      }
+// Those whose directory, or the nearest one above it, has the watch, and that wait
+// for the name; with an empty name all of them. A copy: handling changes the index.
+DoorbellHub::Tables DoorbellHub::expecting( int watch, const char* name ) const {
+   if ( *name ) {
+      auto found = names_.find( { watch, name } );
+      return found == names_.end() ? Tables() : found->second;
    }
+   std::set<Table*> all;
+   for ( auto each = names_.lower_bound( { watch, "" } );
+         each != names_.end() && each->first.first == watch; ++each )
+      all.insert( each->second.begin(), each->second.end() );
+   return Tables( all.begin(), all.end() );
+}
+
+void DoorbellHub::handleEvent( int watch, uint32_t mask, const char* name ) {
+   if ( mask & IN_Q_OVERFLOW ) {
+      for ( auto& [id, table] : tables_ ) armAnew( *table );
+      return;
+   }
+   auto bell = bells_.find( watch );
+   const Tables rung = bell == bells_.end() ? Tables() : bell->second;
+   for ( Table* table : rung ) handleBell( *table, mask );
+   for ( Table* table : expecting( watch, name ) )
+      handleDirectory( *table, mask, name );
 }
 
 void DoorbellHub::handleBell( Table& table, uint32_t mask ) {
-   table.rung = true;
+   ring( table, mask & ~uint32_t( IN_MODIFY ) ? lookAgain : bellRang );
    if ( mask & IN_CLOSE_WRITE ) table.died = true;
    // The kernel drops a watch with its file.
    if ( mask & IN_IGNORED ) {
-      table.bell = -1;
+      bellIs( table, -1 );
       arm( table );
    }
 }
@@ -216,33 +279,28 @@ void DoorbellHub::handleBell( Table& table, uint32_t mask ) {
 void DoorbellHub::handleDirectory( Table& table, uint32_t mask, const char* name ) {
    if ( mask & IN_MOVE_SELF ) table.nearest = false;
    if ( mask & IN_IGNORED ) {
-      table.directory = -1;
+      directoryIs( table, -1, {} );
       table.nearest = false;
    }
    // A directory that appears again holds other files.
    if ( !table.nearest ) return armAnew( table );
+   if ( !*name ) return;
    bool bell = name == nameOf( table.files.bell );
    // A new bell of this name is another file: the watch moves to it.
    if ( bell && ( mask & ( IN_CREATE | IN_MOVED_TO ) ) ) {
-      dropBell( table );
+      bellIs( table, -1 );
       arm( table );
    }
-   bool lock = table.filesOnly && name == nameOf( table.files.lock );
-   if ( lock || ( table.filesOnly && bell ) ) table.rung = true;
-   if ( name == nameOf( table.files.table ) ) table.rung = true;
-}
-
-void DoorbellHub::dropBell( Table& table ) {
-   int former = table.bell;
-   table.bell = -1;
-   dropWatch( former );
+   if ( !bell || table.filesOnly ) ring( table, lookAgain );
 }
 
 double DoorbellHub::dispatch( double now ) {
    if ( fd_ >= 0 ) readEvents();
    if ( fallback() && now >= lastFallback_ + fallbackInterval ) {
       lastFallback_ = now;
-      for ( auto& [id, table] : tables_ ) arm( *table );
+      const std::set<Id> blind = blind_;
+      for ( auto& [id, table] : tables_ )
+         if ( fd_ < 0 || blind.count( id ) != 0 ) arm( *table );
    }
    callDue( now );
    return due();
@@ -250,20 +308,27 @@ double DoorbellHub::dispatch( double now ) {
 
 void DoorbellHub::callDue( double now ) {
    std::vector<std::shared_ptr<Table>> due;
-   for ( auto& [id, table] : tables_ ) {
+   for ( Id id : waiting_ ) {
+      const auto& table = tables_.at( id );
       if ( dueOf( *table ) <= now ) due.push_back( table );
    }
    bool moved = false;
    for ( auto& table : due ) {
-      moved = moved || table->above;
-      if ( table->removed || table->above ) continue;
+      if ( table->removed ) continue;
       table->rung = false;
+      if ( table->above ) {
+         waiting_.erase( table->id );
+         moved = true;
+         continue;
+      }
       table->called = now;
       table->recall =
          std::exchange( table->died, false ) ? now + afterDeath : never;
-      table->callback();
+      if ( table->recall == never ) waiting_.erase( table->id );
+      table->callback( table->why );
+      table->why = lookAgain;
    }
-   if ( moved && fd_ >= 0 ) lookAgain();
+   if ( moved && fd_ >= 0 ) lookAtAll();
 }
 
 double DoorbellHub::dueOf( const Table& table ) const {
@@ -273,9 +338,7 @@ double DoorbellHub::dueOf( const Table& table ) const {
 
 double DoorbellHub::due() const {
    double result = fallback() ? lastFallback_ + fallbackInterval : never;
-   for ( const auto& [id, table] : tables_ ) {
-      result = std::min( result, dueOf( *table ) );
-   }
+   for ( Id id : waiting_ ) result = std::min( result, dueOf( *tables_.at( id ) ) );
    return result;
 }
 

@@ -2,13 +2,16 @@
 //
 // A reader's bell rings when the writer rings it or dies, and when the table
 // appears, is replaced or goes away. A writer may have its own table's files
-// watched. Free of any event loop: the owner polls fd() and calls dispatch().
-// Single thread.
+// watched. An event costs the same however many tables there are. Free of any event
+// loop: the owner polls fd() and calls dispatch(). Single thread.
 #pragma once
 
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
+#include <unordered_map>
+#include <vector>
 
 #include "platform/base/Export.h"
 #include "platform/base/String.h"
@@ -17,9 +20,12 @@ namespace Brane {
 
 class PIMSM_API DoorbellHub {
  public:
+   // bellRang: the writer has changed something. lookAgain: files or the writer may
+   // have come or gone, and any change may have been missed.
+   enum Ring : uint32_t { bellRang, lookAgain };
    // Called from dispatch() for a table that may have changed; usually drains a
    // follower. May add and remove tables, itself included.
-   using Callback = std::function<void()>;
+   using Callback = std::function<void( Ring )>;
    using Id = uint32_t;
 
    // A burst of rings calls back at most this often: a polling reader slows the
@@ -61,19 +67,24 @@ class PIMSM_API DoorbellHub {
 
  private:
    struct Table;
+   using Tables = std::vector<Table*>;
 
    Id add( std::shared_ptr<Table> table );
-   void lookAgain();
+   void lookAtAll();
+   void ring( Table& table, Ring why );
    void arm( Table& table );
    void armAnew( Table& table );
+   int watchBell( const Table& table ) const;
    void watchDirectory( Table& table );
    Mox::String watchNearest( Table& table );
+   void bellIs( Table& table, int watch );
+   void directoryIs( Table& table, int watch, std::vector<Mox::String> names );
    void dropWatch( int watch );
-   void dropBell( Table& table );
    void readEvents();
    void handleEvent( int watch, uint32_t mask, const char* name );
    void handleBell( Table& table, uint32_t mask );
    void handleDirectory( Table& table, uint32_t mask, const char* name );
+   Tables expecting( int watch, const char* name ) const;
    void callDue( double now );
    double dueOf( const Table& table ) const;
 
@@ -81,6 +92,11 @@ class PIMSM_API DoorbellHub {
    Id lastId_ = 0;
    double lastFallback_;
    std::map<Id, std::shared_ptr<Table>> tables_;
+   // By watch, and for a directory also by the name of the entry that counts.
+   std::unordered_map<int, Tables> bells_;
+   std::map<std::pair<int, Mox::String>, Tables> names_;
+   std::set<Id> waiting_;  // to be called
+   std::set<Id> blind_;    // without a watch that should be
 };
 
 }

@@ -32,7 +32,7 @@ class Doorbell : public TableTest {
       return calls - before;
    }
    DoorbellHub::Callback count() {
-      return [this] { ++calls; };
+      return [this]( auto ) { ++calls; };
    }
    std::unique_ptr<TableWriter> newWriter( const std::string& at ) {
       return std::make_unique<TableWriter>( at, layout, 10, options );
@@ -48,7 +48,7 @@ TEST_F( Doorbell, RingsForEachTableThatChangedOnceABatch ) {
    DoorbellHub hub;
    int others = 0;
    hub.add( path, count() );
-   hub.add( directory + "/u", [&] { ++others; } );
+   hub.add( directory + "/u", [&]( auto ) { ++others; } );
    EXPECT_EQ( rings( hub ), 1 );  // the first look
    EXPECT_FALSE( hub.fallback() );
    put( writer, 1, 1 );
@@ -88,7 +88,7 @@ TEST_F( Doorbell, TellsOfAWriterThatWasKilledBeforeItRang ) {
    ready.receive();
    DoorbellHub hub;
    Followed followed( path, layout );
-   hub.add( path, [&] {
+   hub.add( path, [&]( auto ) {
       ++calls;
       followed.drain();
    } );
@@ -124,7 +124,7 @@ TEST_F( Doorbell, FallsBackToTimeWithoutInotify ) {
    DoorbellHub hub( false );
    EXPECT_EQ( hub.fd(), -1 );
    EXPECT_EQ( hub.due(), never );
-   DoorbellHub::Id id = hub.add( path, [&] {
+   DoorbellHub::Id id = hub.add( path, [&]( auto ) {
       ++calls;
       followed.drain();
    } );
@@ -240,7 +240,7 @@ TEST_F( Doorbell, FindsATableAgainWhoseMoveTheQueueLost ) {
 TEST_F( Doorbell, CallbacksMayRemoveThemselvesAndOthers ) {
    DoorbellHub hub;
    DoorbellHub::Id first = 0, second = 0;
-   first = hub.add( path, [&] {
+   first = hub.add( path, [&]( auto ) {
       ++calls;
       hub.remove( second );
       hub.remove( first );
@@ -262,7 +262,7 @@ TEST_F( Doorbell, LosesNoWakeUpInManyRounds ) {
       TableFollower follower( reader );
       DoorbellHub hub;
       uint64_t heard = 0;
-      hub.add( path, [&] {
+      hub.add( path, [&]( auto ) {
          follower.drain( [&]( const Change& change ) {
             heard = static_cast<const Record*>( change.record )->generation;
             answers.send( heard );
@@ -292,7 +292,7 @@ TEST_F( Doorbell, LosesNoWakeUpInManyRounds ) {
 // Calls dispatch until the table was seen; false when the hub stays silent.
 bool seesTable( DoorbellHub& hub, const std::string& path ) {
    bool seen = false;
-   hub.add( path, [&] { seen = access( path.c_str(), F_OK ) == 0; } );
+   hub.add( path, [&]( auto ) { seen = access( path.c_str(), F_OK ) == 0; } );
    for ( double now = 0; !seen; now += 1 ) {
       bool later = hub.dispatch( now ) <= now + 1;
       if ( !seen && !later && !readable( hub, deadline ) ) return false;

@@ -19,6 +19,8 @@ namespace Router {
 struct InterfaceAddress {
    Vantu::IpGenAddr address;
    Vantu::IpGenPrefix subnet;
+
+   bool operator==( const InterfaceAddress& ) const = default;
 };
 
 struct InterfaceConfig {
@@ -27,6 +29,8 @@ struct InterfaceConfig {
    // secondary.
    std::vector<InterfaceAddress> addresses;
    uint32_t drPriority = 1;
+
+   bool operator==( const InterfaceConfig& ) const = default;
 };
 
 // The path that takes over at once when the main one fails.
@@ -35,6 +39,8 @@ struct BackupConfig {
    Vantu::IpGenAddr neighbor;  // unspecified: the prefix is directly connected
    uint32_t preference = 1;
    uint32_t metric = 0;
+
+   bool operator==( const BackupConfig& ) const = default;
 };
 
 // This router's path towards a prefix: the RPF look-up takes the longest match.
@@ -46,11 +52,15 @@ struct RpfRouteConfig {
    uint32_t preference = 1;
    uint32_t metric = 0;
    std::optional<BackupConfig> backup = std::nullopt;
+
+   bool operator==( const RpfRouteConfig& ) const = default;
 };
 
 struct AccessListConfig {
    std::string name;
    Acl::AclRules rules;
+
+   bool operator==( const AccessListConfig& ) const = default;
 };
 
 struct RpConfig {
@@ -60,6 +70,8 @@ struct RpConfig {
    // The source addresses of registers from the other routers of an anycast RP (RFC
    // 4610).
    std::vector<Vantu::IpGenAddr> anycastPeers = {};
+
+   bool operator==( const RpConfig& ) const = default;
 };
 
 // An (S,G) that this router advertises to other RPs.
@@ -68,6 +80,8 @@ struct AdvertisedConfig {
    Vantu::IpGenAddr group;
    Vantu::IpGenAddr rp;
    bool anycast = false;  // learned from an anycast-RP peer
+
+   bool operator==( const AdvertisedConfig& ) const = default;
 };
 
 // Both address families.
@@ -84,6 +98,8 @@ struct VrfConfig {
    std::vector<RpfRouteConfig> rpfRoutes;
    std::vector<RpConfig> rps;
    std::vector<AdvertisedConfig> advertised;
+
+   bool operator==( const VrfConfig& ) const = default;
 };
 
 // Is it one of this router's addresses in the VRF?

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 #include "apps/config/ConfigReader.h"
 #include "published/Vrfs.h"
@@ -44,13 +45,6 @@ std::set<uint32_t> kernelTables( const AgentConfig& config ) {
    return tables;
 }
 
-const VrfConfig* vrfOf( const AgentConfig& config, const L3::VrfName& name ) {
-   for ( const VrfConfig& vrf : config.vrfs ) {
-      if ( vrf.name == name ) return &vrf;
-   }
-   return nullptr;
-}
-
 }
 
 Agent::Agent( Mox::Loop& loop, AgentOptions options )
@@ -70,11 +64,14 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
    manager_.noteHandlerIs( options_.note );
    for ( const std::string& problem : bindCaptures() ) throw ConfigError( problem );
    kernelRoutes_.tablesAre( kernelTables( options_.config ) );
-   addFamilies( options_.config, families_ );
+   Families made;
+   addFamilies( options_.config, made );
+   familiesAre( std::move( made ) );
    if ( families_.empty() ) throw ConfigError( kNoInterface );
    if ( !options_.assumed ) removeLeftovers();
+   followLinks();
    for ( const std::string& interface : listenedOn() )
-      live_.push_back( listen( interface ) );
+      live_.emplace( interface, listen( interface ) );
    turnEnd_.emplace( loop_, [this] { handleTurnEnd(); } );
 }
 
@@ -130,19 +127,25 @@ void Agent::removeLeftovers() {
 }
 
 FamilyInstance* Agent::find( const L3::VrfName& vrf, AddressFamily family ) const {
-   for ( const auto& each : families_ ) {
-      if ( each->family() == family && each->config().name == vrf )
-         return each.get();
-   }
-   return nullptr;
+   auto found = byVrf_.find( { vrf, family } );
+   return found == byVrf_.end() ? nullptr : found->second;
+}
+
+void Agent::familiesAre( Families families ) {
+   byVrf_.clear();
+   for ( const auto& each : families )
+      byVrf_.emplace( std::pair( each->config().name, each->family() ),
+                      each.get() );
+   families_ = std::move( families );
 }
 
 // Returns a line for each capture or interface that the configuration lacks.
 std::vector<std::string> Agent::bindCaptures() {
    std::vector<std::string> problems;
    bindings_.clear();
+   auto bindings = captureBindings( options_.config );
    for ( const Replay::Input& input : replay_.inputs() ) {
-      bindings_[input.capture] = captureBinding( options_.config, input.capture );
+      bindings_[input.capture] = bindings[input.capture];
       if ( !bindings_[input.capture].interface.empty() ) continue;
       problems.push_back( fmt::format(
          "{}: capture \"{}\" is bound to no single interface; name one "
@@ -150,7 +153,7 @@ std::vector<std::string> Agent::bindCaptures() {
          input.path, input.capture ) );
    }
    for ( const std::string& name : listenedOn() ) {
-      bindings_[name] = captureBinding( options_.config, name );
+      bindings_[name] = bindings[name];
       if ( bindings_[name].interface.empty() )
          problems.push_back( name + ": is no interface of the configuration" );
    }
@@ -174,18 +177,34 @@ std::vector<std::string> Agent::listenedOn() const {
 // heard.
 std::vector<std::string> Agent::listenAnew() {
    std::vector<std::string> problems;
-   std::map<std::string, std::unique_ptr<LiveCapture>> before;
-   for ( auto& live : live_ ) before[live->interface()] = std::move( live );
-   live_.clear();
+   auto before = std::exchange( live_, {} );
    for ( const std::string& name : listenedOn() ) {
       std::unique_ptr<LiveCapture> live = std::move( before[name] );
       try {
-         live_.push_back( live ? std::move( live ) : listen( name ) );
+         live_.emplace( name, live ? std::move( live ) : listen( name ) );
       } catch ( const CaptureError& e ) {
          problems.push_back( e.what() );
       }
    }
    return problems;
+}
+
+// One subscription for all interfaces that are waited for. Made before the first is
+// looked for, so that none appears unseen.
+void Agent::followLinks() {
+   if ( options_.interfaces.empty() && !options_.listen ) return;
+   auto retryAll = [this] {
+      for ( const auto& [name, live] : live_ ) live->retry();
+   };
+   links_.emplace(
+      loop_, std::initializer_list<int>{ RTNLGRP_LINK },
+      [this]( const Netlink::Message& message ) {
+         if ( message.type() != RTM_NEWLINK || !message.body<ifinfomsg>() ) return;
+         auto name = message.attributes<ifinfomsg>().text( IFLA_IFNAME );
+         auto live = name ? live_.find( std::string( *name ) ) : live_.end();
+         if ( live != live_.end() ) live->second->retry();
+      },
+      retryAll );
 }
 
 std::unique_ptr<LiveCapture> Agent::listen( const std::string& interface ) {
@@ -211,10 +230,13 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
    tables.merge( kernelTables( options_.config ) );
    kernelRoutes_.tablesAre( std::move( tables ) );
    Families made = newFamilies( config );
+   std::map<L3::VrfName, const VrfConfig*> wanted;
+   for ( const VrfConfig& vrf : config.vrfs ) wanted.emplace( vrf.name, &vrf );
    std::vector<std::string> notes;
    Families kept;
    for ( auto& family : families_ ) {
-      const VrfConfig* next = vrfOf( config, family->config().name );
+      auto found = wanted.find( family->config().name );
+      const VrfConfig* next = found == wanted.end() ? nullptr : found->second;
       if ( next == nullptr || !hasFamily( *next, family->family() ) ) {
          family->router().retire();
          continue;
@@ -225,11 +247,11 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
             "vrf {} {}: its limits count from the next start on", next->name.name(),
             Vantu::valueToStrep( family->family() ) ) );
       }
-      family->configIs( *next );
+      if ( *next != family->config() ) family->configIs( *next );
       kept.push_back( std::move( family ) );
    }
    for ( auto& family : made ) kept.push_back( std::move( family ) );
-   families_ = std::move( kept );
+   familiesAre( std::move( kept ) );
    options_.config = std::move( config );
    kernelRoutes_.tablesAre( kernelTables( options_.config ) );
    std::vector<std::string> unbound = bindCaptures();

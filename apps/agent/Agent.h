@@ -16,6 +16,7 @@
 #include "apps/agent/Replay.h"
 #include "apps/agent/capture/LiveCapture.h"
 #include "apps/config/AgentConfig.h"
+#include "apps/netlink/Notifications.h"
 #include "platform/loop/RealClock.h"
 #include "published/Publisher.h"
 
@@ -78,6 +79,7 @@ class Agent {
    void removeLeftovers();
    FamilyInstance* find( const L3::VrfName& vrf,
                          Vantu::AddressFamily family ) const;
+   void familiesAre( Families families );
    std::vector<std::string> bindCaptures();
    void handleTurnEnd();
    void adoptReloaded();
@@ -91,6 +93,7 @@ class Agent {
    };
    std::vector<std::string> listenedOn() const;
    std::vector<std::string> listenAnew();
+   void followLinks();
    std::unique_ptr<LiveCapture> listen( const std::string& interface );
    void receive( const Frame& frame );
    DropReason decode( const Frame& frame );
@@ -105,9 +108,11 @@ class Agent {
    Published::CounterPublisher published_;
    KernelRoutes kernelRoutes_;
    Families families_;
+   std::map<std::pair<L3::VrfName, Vantu::AddressFamily>, FamilyInstance*> byVrf_;
    Replay replay_;
    std::map<std::string, CaptureBinding> bindings_;  // by capture
-   std::vector<std::unique_ptr<LiveCapture>> live_;
+   std::optional<Netlink::Notifications> links_;     // none where nothing is heard
+   std::map<std::string, std::unique_ptr<LiveCapture>> live_;  // by interface
    bool started_ = false;  // the replay has started
    std::function<void()> ready_;
    std::optional<Mox::Loop::TurnEnd> turnEnd_;

@@ -40,18 +40,20 @@ std::string assumedConfigText( const IpGenAddr& router ) {
       assumedAddress( router ).subnet.length() );
 }
 
-CaptureBinding captureBinding( const AgentConfig& config,
-                               const std::string& capture ) {
-   CaptureBinding found;
+std::unordered_map<std::string, CaptureBinding> captureBindings(
+   const AgentConfig& config ) {
+   std::unordered_map<std::string, CaptureBinding> bindings;
    for ( const VrfConfig& vrf : config.vrfs ) {
       for ( const InterfaceConfig& interface : vrf.interfaces ) {
-         if ( !capture.empty() && vrf.capture( interface.name ) != capture )
-            continue;
-         if ( !found.interface.empty() ) return {};
-         found = { vrf.name, interface.name };
+         for ( const std::string& name :
+               { vrf.capture( interface.name ), std::string() } ) {
+            auto [found, isNew] =
+               bindings.try_emplace( name, vrf.name, interface.name );
+            if ( !isNew ) found->second = {};
+         }
       }
    }
-   return found;
+   return bindings;
 }
 
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <unordered_map>
 
 #include "apps/config/RouterNames.h"
 #include "engine/Config.h"
@@ -27,6 +28,8 @@ struct VrfConfig : Router::VrfConfig {
       return named == captures.end() ? std::string( interface.name() )
                                      : named->second;
    }
+
+   bool operator==( const VrfConfig& ) const = default;
 };
 
 struct AgentConfig {
@@ -46,9 +49,9 @@ struct CaptureBinding {
    Vantu::IntfId interface;
 };
 
-// The interface to which the capture of that name is bound. The empty name means
-// the only interface. Empty when there is none, or several.
-CaptureBinding captureBinding( const AgentConfig& config,
-                               const std::string& capture );
+// The interfaces by the names of their captures; the empty name means the only
+// interface. A name of several has an empty binding.
+std::unordered_map<std::string, CaptureBinding> captureBindings(
+   const AgentConfig& config );
 
 }

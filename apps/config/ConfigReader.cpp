@@ -51,12 +51,10 @@ IpGenAddr readUnicast( const Place& place, const char* what,
 
 // Throws at `place` when `names` holds a member twice.
 template <class T>
-void checkNew( const Place& place, const char* what, std::vector<T>& known,
+void checkNew( const Place& place, const char* what, std::set<T>& known,
                const T& next, const std::string& text ) {
-   if ( std::find( known.begin(), known.end(), next ) != known.end() ) {
+   if ( !known.insert( next ).second )
       place.fail( fmt::format( "{} '{}' comes twice", what, text ) );
-   }
-   known.push_back( next );
 }
 
 InterfaceAddress readAddress( const Place& place ) {
@@ -189,16 +187,16 @@ class VrfReader {
    static void readLimit( Section& section, const char* key, uint32_t& out );
    static void readRpf( Section& section, VrfConfig& out );
 
-   std::vector<L3::VrfName> vrfs_;
+   std::set<L3::VrfName> vrfs_;
    std::map<uint32_t, L3::VrfName> mrouteTables_;
-   std::vector<IntfId> interfaces_;
-   std::vector<std::string> captures_;
+   std::set<IntfId> interfaces_;
+   std::set<std::string> captures_;
    // The addresses of the VRF being read.
-   std::vector<IpGenAddr> addresses_;
-   std::vector<IpGenPrefix> rpfPrefixes_;
-   std::vector<IpGenAddr> rps_;
+   std::set<IpGenAddr> addresses_;
+   std::set<IpGenPrefix> rpfPrefixes_;
+   std::set<IpGenAddr> rps_;
    std::set<std::pair<IpGenAddr, IpGenAddr>> advertised_;
-   std::vector<std::string> accessLists_;
+   std::set<std::string> accessLists_;
 };
 
 VrfConfig VrfReader::read( const Place& place ) {
@@ -363,9 +361,11 @@ RpConfig VrfReader::readRp( const Place& place ) {
       }
    }
    if ( out.groups.empty() ) out.groups.push_back( range );
+   std::set<IpGenAddr> peers;
    for ( const Place& member : section.list( "anycast-peers" ) ) {
       auto peer = readUnicast( member, "anycast-peers", out.address.family() );
-      checkNew( member, "peer", out.anycastPeers, peer, valueToStrep( peer ) );
+      checkNew( member, "peer", peers, peer, valueToStrep( peer ) );
+      out.anycastPeers.push_back( peer );
    }
    section.finish();
    return out;

@@ -110,12 +110,19 @@ void LiveCapture::lose( const std::string& why ) {
    observer_.state( interface_ + ": " + why + "; waiting for it" );
    watcher_.reset();
    handle_.reset();
-   wakeupTimeIs( clock()->now() + retryInterval );
+   tryAgain();
 }
 
-void LiveCapture::onTime() {
+void LiveCapture::retry() {
+   if ( handle_ == nullptr ) tryAgain();
+}
+
+void LiveCapture::tryAgain() {
+   wakeupTimeIs( Mox::Clock::never );
    try {
       open();
+   } catch ( const InterfaceAway& ) {
+      return;
    } catch ( const CaptureError& ) {
       wakeupTimeIs( clock()->now() + retryInterval );
       return;

@@ -1,8 +1,9 @@
 // The PIM and group membership packets that arrive on a network interface of this
 // host, without those of VLANs on it. Listens only; needs CAP_NET_RAW.
 //
-// An interface that goes away is tried again each second. Event-loop thread; the loop and
-// clock outlive it.
+// An interface that is missing or down costs nothing: its owner has it tried again when
+// the system's interfaces change. One that went away otherwise is tried each second.
+// Event-loop thread; the loop and clock outlive it.
 #pragma once
 
 #include <functional>
@@ -37,6 +38,9 @@ class LiveCapture : public Mox::Clock::Notifiee {
 
    const std::string& interface() const { return interface_; }
 
+   // The interface may have come or gone up.
+   void retry();
+
  private:
    struct Handle;
    static constexpr int kMaxPackets = 256;  // a turn; others want the loop, too
@@ -44,7 +48,8 @@ class LiveCapture : public Mox::Clock::Notifiee {
    void open();
    void read();
    void lose( const std::string& why );
-   void onTime() override;
+   void tryAgain();
+   void onTime() override { tryAgain(); }
 
    Mox::Loop& loop_;
    std::string interface_;

@@ -65,7 +65,7 @@ TEST( Config, VrfsMayHaveTheSameAddresses ) {
 
 TEST( Config, WithoutOneAnInterfaceIsAssumedAndSaidSo ) {
    AgentConfig config = assumedConfig( IpGenAddr( "10.0.0.13" ) );
-   EXPECT_EQ( captureBinding( config, "" ).interface, Vantu::IntfId( "eth0" ) );
+   EXPECT_EQ( captureBindings( config )[""].interface, Vantu::IntfId( "eth0" ) );
    EXPECT_EQ( config.vrfs[0].interfaces[0].addresses[0].subnet,
               IpGenPrefix( "10.0.0.0/24" ) );
    EXPECT_EQ(
@@ -78,10 +78,10 @@ TEST( Config, CapturesFindTheirInterface ) {
    AgentConfig config = parse(
       "vrfs:\n- name: a\n  interfaces:\n  - {name: eth0, capture: left}\n"
       "- name: b\n  interfaces:\n  - name: eth1\n" );
-   EXPECT_EQ( captureBinding( config, "left" ).interface, Vantu::IntfId( "eth0" ) );
-   EXPECT_EQ( captureBinding( config, "eth1" ).vrf, L3::VrfName( "b" ) );
-   EXPECT_EQ( captureBinding( config, "eth0" ).interface, Vantu::IntfId() );
-   EXPECT_EQ( captureBinding( config, "" ).interface, Vantu::IntfId() )
+   EXPECT_EQ( captureBindings( config )["left"].interface, Vantu::IntfId( "eth0" ) );
+   EXPECT_EQ( captureBindings( config )["eth1"].vrf, L3::VrfName( "b" ) );
+   EXPECT_EQ( captureBindings( config )["eth0"].interface, Vantu::IntfId() );
+   EXPECT_EQ( captureBindings( config )[""].interface, Vantu::IntfId() )
       << "there are two";
 }
 

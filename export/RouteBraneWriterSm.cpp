@@ -40,6 +40,21 @@ class RouteBraneWriterSm::MoxClock : public Mox::Clock::Notifiee {
    RouteBraneWriterSm& writer_;
 };
 
+class RouteBraneWriterSm::Retry : public Mox::Clock::Notifiee {
+ public:
+   explicit Retry( RouteBraneWriterSm& writer )
+      : Notifiee( writer.clock() ), writer_( writer ) {}
+   void onTime() override {
+      Mox::Pin pin( &writer_ );
+      writer_.markRefusedRoutes();
+      writer_.markRefusedRouteIntfs();
+      writer_.doMaybeUpdateReviewTimer();
+   }
+
+ private:
+   RouteBraneWriterSm& writer_;
+};
+
 // Deliberately not for interfaces: they wait for a review caused by a route.
 class RouteBraneWriterSm::MoxChangeSet : public RouteChangeSet::NotifieeConst {
  public:
@@ -60,6 +75,7 @@ RouteBraneWriterSm::RouteBraneWriterSm( ModelStatusPtr status,
    handleChangeSet();
    moxStatus_ = std::make_unique<MoxStatus>( *this );
    moxClock_ = std::make_unique<MoxClock>( *this );
+   retry_ = std::make_unique<Retry>( *this );
    for ( const RouteKey& key : Mox::keysOf( status_->route() ) ) handleRoute( key );
    handleInitialized();
 }
@@ -209,6 +225,9 @@ bool RouteBraneWriterSm::refusedFullTable( const char* where, const Key& key,
                        << Mox::traceField( "VRF", status_->vrfName().name() ) );
       ++writes.refused;
       refusedInc( 1 );
+      // The system may have space again at any time, without a notice.
+      if ( dynamic_cast<const ::Brane::NoSpaceError*>( &e ) )
+         retry_->wakeupTimeIs( clock_->now() + noSpaceRetry );
       return dynamic_cast<const ::Brane::NoRoomError*>( &e ) != nullptr;
    }
 }
@@ -232,6 +251,16 @@ void RouteBraneWriterSm::writeRouteIntf( const RouteKey& routeKey,
    if ( full ) refusedRouteIntfs_.insert( key );
 }
 
+void RouteBraneWriterSm::markRefusedRoutes() {
+   for ( const RouteKey& waiting : std::exchange( refusedRoutes_, {} ) )
+      changeSet_->routeIs( waiting, true );
+}
+
+void RouteBraneWriterSm::markRefusedRouteIntfs() {
+   for ( const RouteIntfKey& waiting : std::exchange( refusedRouteIntfs_, {} ) )
+      changeSet_->routeIntfIs( waiting, true );
+}
+
 // A removal makes room: refused records are tried again in the next review.
 void RouteBraneWriterSm::deleteRoute( const RouteKey& key ) {
    refusedRoutes_.erase( key );
@@ -240,9 +269,7 @@ void RouteBraneWriterSm::deleteRoute( const RouteKey& key ) {
                      [&] { removed = !!braneStatus_->routeDel( key ); } );
    if ( !removed ) return;
    ++routeWrites_.removed;
-   for ( const RouteKey& waiting : std::exchange( refusedRoutes_, {} ) ) {
-      changeSet_->routeIs( waiting, true );
-   }
+   markRefusedRoutes();
 }
 
 void RouteBraneWriterSm::deleteRouteIntf( const RouteIntfKey& key ) {
@@ -252,9 +279,7 @@ void RouteBraneWriterSm::deleteRouteIntf( const RouteIntfKey& key ) {
                      [&] { removed = !!braneStatus_->routeIntfDel( key ); } );
    if ( !removed ) return;
    ++routeIntfWrites_.removed;
-   for ( const RouteIntfKey& waiting : std::exchange( refusedRouteIntfs_, {} ) ) {
-      changeSet_->routeIntfIs( waiting, true );
-   }
+   markRefusedRouteIntfs();
 }
 
 Mox::Ptr<RouteBraneWriterSm> routeBraneWriterSmFactory( ModelStatusPtr status,

@@ -17,7 +17,8 @@
 //
 // Until the model is initialized, marks only accumulate. A refused write is traced
 // and counted, and the review goes on. A record refused for want of room is marked
-// again when this writer next removes a record of that table. Holds references to
+// again when this writer next removes a record of that table, and each second while
+// the table could grow if the system had the space. Holds references to
 // its arguments; goes before their owner. Event-loop thread only.
 #pragma once
 
@@ -57,6 +58,8 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
    using RouteReactors = std::unordered_map<RouteKey, std::unique_ptr<MoxRoute>>;
 
    MOX_ENTITY( RouteBraneWriterSm, PIMSM_ROUTE_WRITER_ATTRIBUTES )
+
+   static constexpr double noSpaceRetry = 1.0;  // s
 
    // Marks everything that the model holds, then calls handleInitialized().
    // REQUIRES: nothing null; the tables mounted as writer.
@@ -102,6 +105,7 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
  private:
    class MoxStatus;
    class MoxClock;
+   class Retry;
    class MoxChangeSet;
 
    void handleRoute( const RouteKey& key );
@@ -116,11 +120,14 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
    void writeRoute( const SparseMode::Route& route );
    void writeRouteIntf( const RouteKey& key, const SparseMode::Intf& intf );
    void deleteRoute( const RouteKey& key );
+   void markRefusedRoutes();
+   void markRefusedRouteIntfs();
    void deleteRouteIntf( const RouteIntfKey& key );
 
    std::unique_ptr<MoxStatus> moxStatus_;
    std::unique_ptr<MoxClock> moxClock_;
    std::unique_ptr<MoxChangeSet> moxChangeSet_;
+   std::unique_ptr<Retry> retry_;
    Mox::Ptr<RouteChangeSet> changeSet_;
    Mox::Ptr<RouteChangeSet> reviewChangeSet_;
    std::optional<Mox::ReviewTimer> reviewTimer_;

@@ -20,6 +20,7 @@
 #include "platform/shm/detail/Checksum.h"
 #include "platform/shm/detail/Geometry.h"
 #include "platform/shm/detail/Hash.h"
+#include "platform/shm/detail/Header.h"
 
 namespace Brane::Bench {
 namespace {
@@ -70,8 +71,12 @@ class TableBench {
  private:
    using Writer = std::unique_ptr<TableWriter>;
 
-   Writer open() const {
-      return std::make_unique<TableWriter>( path_, layout_, size_.records );
+   // With `grows` from a few records; otherwise with room for all.
+   Writer open( bool grows = false ) const {
+      WriterOptions options;
+      if ( !grows ) options.firstCapacity = size_.records;
+      return std::make_unique<TableWriter>( path_, layout_, size_.records,
+                                            options );
    }
 
    double insertAll( TableWriter& writer ) {
@@ -118,9 +123,13 @@ class TableBench {
    }
 
    void writes( const CopyPeer& copy ) {
-      std::vector<double> base, insert, single, batch, handle;
+      std::vector<double> base, insert, growing, single, batch, handle;
       Writer writer;
       for ( int i = 0; i < rounds; ++i ) {
+         writer.reset();
+         removeTableFiles( path_ );
+         writer = open( true );
+         growing.push_back( insertAll( *writer ) );
          writer.reset();
          removeTableFiles( path_ );
          writer = open();
@@ -138,6 +147,7 @@ class TableBench {
       row( "rewrite, handle and prefetch / memcpy", median( handle ), memory,
            targets_.rewriteHandle );
       row( "insert, single / memcpy", median( insert ), memory, targets_.insert );
+      row( "insert, growing from a few / memcpy", median( growing ), memory, 0 );
    }
 
    double lookupSingle( const TableReader& reader ) {
@@ -471,7 +481,7 @@ class TableBench {
             TableReader reader( path_, layout_ );
             TableFollower follower( reader );
             DoorbellHub hub;
-            hub.add( path_, [&] {
+            hub.add( path_, [&]( auto ) {
                follower.drain( [&]( const Change& change ) {
                   used( change.record );
                   shared_.stamp = uint64_t( nowNs() );
@@ -531,13 +541,9 @@ class TableBench {
       void* memory = mmap( nullptr, bytes, PROT_READ, MAP_SHARED, fd, 0 );
       close( fd );
       auto* base = static_cast<const std::byte*>( memory );
-      Detail::FileHeader header;
-      std::memcpy( &header, base, sizeof( header ) );
+      Detail::FileHeader header = Detail::readHeader( base, bytes, bytes, path_ );
       Detail::ConstView view{
-         base,
-         Detail::Geometry::of( header.keySize, header.recordSize, header.capacity,
-                               header.journalEntries ),
-         { header.seed[0], header.seed[1] } };
+         base, Detail::geometryOf( header ), { header.seed[0], header.seed[1] } };
       uint64_t lines = 0;
       for ( const auto& key : keys ) {
          uint32_t line = view.geometry.homeOf(

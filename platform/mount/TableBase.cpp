@@ -242,8 +242,8 @@ bool TableBase::drain() {
 
 // A new writer rings once it has mounted, without a change.
 void TableBase::handleBell( ::Brane::DoorbellHub::Ring why ) {
-   const bool idle = follower_ != nullptr && !follower_->pending() &&
-                     control_->writerAlive();
+   const bool idle =
+      follower_ != nullptr && !follower_->pending() && control_->writerAlive();
    if ( why == ::Brane::DoorbellHub::bellRang && idle ) return;
    drainInOrder();
 }
@@ -393,9 +393,10 @@ void TableBase::unreadable( const char* what ) const {
 }
 
 // Null when no readable record stands there.
-const void* TableBase::writtenAt( ::Brane::Position position ) const {
+const void* TableBase::writtenAt( const ::Brane::TableCursor& cursor,
+                                  ::Brane::Position position ) const {
    try {
-      return writer_->at( position );
+      return cursor.at( position );
    } catch ( const ::Brane::CorruptionError& e ) {
       tellDamaged( e.what() );
       return nullptr;
@@ -434,28 +435,31 @@ void TableBase::visitWritten( ::Brane::Position position,
                               const RecordVisitor& visitor,
                               const KeyHint& ahead ) const {
    using ::Brane::noPosition;
+   // The visitor may change the table, and make it grow.
+   const ::Brane::TableCursor cursor( *writer_ );
    std::vector<::Brane::Position> near, far;
    auto gather = [&] {
       far.clear();
       for ( ; position != noPosition && far.size() < kForetoldKeys;
-            position = writer_->next( position ) ) {
-         auto* record = static_cast<const std::byte*>( writtenAt( position ) );
+            position = cursor.next( position ) ) {
+         auto* record =
+            static_cast<const std::byte*>( writtenAt( cursor, position ) );
          if ( record == nullptr ) continue;
          far.push_back( position );
          for ( size_t at = 0; at < layout_.recordSize; at += kCacheLine )
             __builtin_prefetch( record + at );
       }
    };
-   if ( position == noPosition ) position = writer_->next();
+   if ( position == noPosition ) position = cursor.next();
    for ( gather(); !far.empty(); ) {
       near.swap( far );
       for ( ::Brane::Position each : near ) {
-         const void* record = ahead ? writtenAt( each ) : nullptr;
+         const void* record = ahead ? writtenAt( cursor, each ) : nullptr;
          if ( record != nullptr ) ahead( record );
       }
       gather();
       for ( ::Brane::Position each : near ) {
-         const void* record = writtenAt( each );
+         const void* record = writtenAt( cursor, each );
          if ( record != nullptr && !visitor( record ) ) return;
       }
    }

@@ -6,6 +6,7 @@
 
 #include "platform/mount/CollectionControl.h"
 #include "platform/shm/DoorbellHub.h"
+#include "platform/shm/TableCursor.h"
 #include "platform/shm/TableFollower.h"
 #include "platform/shm/TableWriter.h"
 
@@ -130,7 +131,8 @@ class PIMSM_API TableBase {
    auto guarded( Call call );
    void corrupted( const char* text );
    ::Brane::Lookup lookupWritten( const void* key, void* out ) const;
-   const void* writtenAt( ::Brane::Position position ) const;
+   const void* writtenAt( const ::Brane::TableCursor& cursor,
+                          ::Brane::Position position ) const;
    void visitWritten( ::Brane::Position position, const RecordVisitor& visitor,
                       const KeyHint& ahead ) const;
    void tellDamaged( const char* text ) const;

@@ -34,6 +34,12 @@ class PIMSM_API TableFullError : public NoRoomError {
    using NoRoomError::NoRoomError;
 };
 
+// The table has to grow, and the system has no space for that now.
+class PIMSM_API NoSpaceError : public NoRoomError {
+ public:
+   using NoRoomError::NoRoomError;
+};
+
 // So many keys share this key's index lines that a reader would not find it.
 class PIMSM_API ProbeLimitError : public NoRoomError {
  public:

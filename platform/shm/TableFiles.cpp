@@ -12,14 +12,19 @@ namespace {
 // Marks only a file whose first word is a table's; other files have no readers.
 void markRetired( const Mox::String& path ) {
    Detail::Descriptor file( Detail::openFile( path, O_RDWR | O_NONBLOCK ) );
-   uint64_t word = 0;
-   if ( !file || pread( file.get(), &word, sizeof word, 0 ) != sizeof word ||
-        word != Detail::magicWord )
+   struct {
+      uint64_t magic;
+      uint32_t version;
+   } begin{};
+   if ( !file || pread( file.get(), &begin, sizeof begin, 0 ) != sizeof begin ||
+        begin.magic != Detail::magicWord )
       return;
-   word = Detail::retiredWord;
+   const uint64_t word = Detail::retiredWord;
+   const off_t at = begin.version == Detail::formerVersion
+                       ? Detail::formerRetiredOffset
+                       : offsetof( Detail::FileHeader, retired );
    // When this fails, readers keep the records that they have read.
-   if ( pwrite( file.get(), &word, sizeof word, Detail::retiredOffset ) < 0 )
-      return;
+   if ( pwrite( file.get(), &word, sizeof word, at ) < 0 ) return;
 }
 
 }

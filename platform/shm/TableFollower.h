@@ -65,8 +65,9 @@ class PIMSM_API TableFollower {
    // bytes.
    void met( Position position, const void* key );
 
-   // Has the journal moved on since the last drain? For timers without a doorbell:
-   // one load, no system call. Does not notice another instance.
+   // Has the journal moved on since the last drain, or has the table grown into
+   // another instance? For timers without a doorbell: two loads, no system call.
+   // Does not notice an instance that another writer made.
    bool pending() const;
 
    // Forgets everything and starts from the present records, as a new follower

@@ -49,7 +49,7 @@ Lookup TableReader::verify( const void* key ) const {
 }
 
 uint32_t TableReader::capacity() const {
-   return table_->instance() ? table_->instance()->geometry().capacity : 0;
+   return table_->instance() ? table_->instance()->limit() : 0;
 }
 uint64_t TableReader::instanceId() const {
    return table_->instance() ? table_->instance()->id() : 0;

@@ -117,7 +117,7 @@ class PIMSM_API TableReader {
    // Checks the checksum and index place of the key's record.
    Lookup verify( const void* key ) const;
 
-   // Null or zero without a table.
+   // Null or zero without a table. The capacity is what the table may grow to.
    uint32_t capacity() const;
    uint64_t instanceId() const;
    uint64_t sequence() const;  // changes published so far

@@ -48,7 +48,7 @@ uint32_t TableWriter::size() const {
    return table_->size();
 }
 uint32_t TableWriter::capacity() const {
-   return table_->view().geometry.capacity;
+   return table_->limit();
 }
 const Layout& TableWriter::layout() const {
    return table_->layout();
@@ -90,7 +90,7 @@ Reservation::~Reservation() {
 Position Reservation::commit( Position hint ) {
    Position position;
    try {
-      position = table_->commit( slot_, hint );
+      position = table_->commit( slot_, record_, hint );
    } catch ( ... ) {
       abandon();
       throw;
@@ -100,7 +100,8 @@ Position Reservation::commit( Position hint ) {
 }
 
 void Reservation::abandon() {
-   if ( std::exchange( record_, nullptr ) ) table_->abandon( slot_ );
+   if ( void* record = std::exchange( record_, nullptr ) )
+      table_->abandon( slot_, record );
 }
 
 }

@@ -5,6 +5,10 @@
 // other processes see each put and remove at once and as a whole; they hear of it
 // at the next ring().
 //
+// The file starts small and grows with the records, up to the capacity: a put that
+// needs room makes another instance with the same records, of twice the size, and
+// readers move there with their next look-up, visit or poll.
+//
 // A record is recordSize bytes that begin with the key (see Layout.h). The all-zero
 // key is not a record. Owner's thread only. Destroying the writer leaves the table
 // standing and rings the readers.
@@ -37,6 +41,8 @@ struct WriterOptions {
    uint32_t journalEntries = 0;
    // Accept the all-zero key as a key like any other.
    bool zeroKey = false;
+   // Makes a new file large enough for that many records; 0: for a few.
+   uint32_t firstCapacity = 0;
    // Sequence that a new file starts from.
    uint64_t firstSequence = 0;
    // The initial bytes of a record taken over from another layout: fields missing
@@ -52,6 +58,7 @@ struct Sweep {
 };
 
 class Reservation;
+class TableCursor;
 
 class PIMSM_API TableWriter {
  public:
@@ -66,7 +73,7 @@ class PIMSM_API TableWriter {
 
    // Writes or replaces the record under its key and returns the key's position.
    // `hint` is a position returned for this key before; a stale one only costs
-   // time. Throws TableFullError, ProbeLimitError, CorruptionError or
+   // time. Throws TableFullError, NoSpaceError, ProbeLimitError, CorruptionError or
    // Mox::RangeError (zero key); the table is then unchanged.
    Position put( const void* record, Position hint = noPosition );
 
@@ -80,7 +87,7 @@ class PIMSM_API TableWriter {
    void put( std::span<PutItem> items );
 
    // Writing in place: free memory for one record, not zeroed; see Reservation.
-   // REQUIRES: at most 16 reservations at a time.
+   // REQUIRES: at most 16 reservations at a time. Throws NoSpaceError.
    Reservation reserve();
 
    // Removes the key's record. Returns false when there is none. `removed`, when
@@ -88,14 +95,15 @@ class PIMSM_API TableWriter {
    bool remove( const void* key, void* removed = nullptr,
                 Position hint = noPosition );
 
-   // The record in the table, null when there is none. Valid until the next put or
-   // remove of any key.
+   // The record in the table, null when there is none. Valid until the next put,
+   // reserve or remove of any key.
    const void* find( const void* key, Position hint = noPosition ) const;
    const void* at( Position position ) const;  // null: nothing stands there
 
    // Iterates in order of positions. From noPosition: the first; returns noPosition
    // at the end. Records that stand throughout are met once; records put meanwhile
-   // may be missed.
+   // may be missed. Positions are those of one instance: see instanceId(), and
+   // TableCursor.h for a visit during which the table may grow.
    Position next( Position after = noPosition ) const;
    // Where to resume when only a key was kept: its position while it stands,
    // otherwise a place at or before its former one. Nothing is missed; a few
@@ -108,6 +116,7 @@ class PIMSM_API TableWriter {
    void ring();
 
    uint32_t size() const;
+   // The number of records that the table may hold.
    uint32_t capacity() const;
    const Layout& layout() const;
    const Mox::String& path() const;
@@ -137,6 +146,7 @@ class PIMSM_API TableWriter {
 
  private:
    friend class Reservation;
+   friend class TableCursor;
    std::unique_ptr<Detail::WriterTable> table_;
 };
 

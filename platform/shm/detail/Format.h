@@ -3,8 +3,9 @@
 //    header | control | journal | index | slots
 //
 // formatVersion is bumped by any change of a struct or constant here, of the hash
-// or of the checksum: writers then start an empty instance, readers report a
-// mismatch.
+// or of the checksum: readers then report a mismatch. A writer takes over what
+// formatVersion - 1 wrote (FormerHeader, Geometry::former), and starts an empty
+// instance in place of anything else.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +17,7 @@
 namespace Brane::Detail {
 
 constexpr uint64_t magicWord = 0x6c626154656e6172;  // "raneTabl"
-constexpr uint32_t formatVersion = 2;
+constexpr uint32_t formatVersion = 3;
 constexpr uint32_t byteOrderMark = 0x01020304;
 constexpr uint64_t readyWord = 0x7964616552656e61;  // "aneReady"
 
@@ -27,16 +28,18 @@ struct FieldEntry {
    uint32_t size;
 };
 
-// Written once, before the file has its name; constant afterwards.
+// Written once, before the file has its name; constant afterwards but for `retired`.
+// Only the fields in use are in the file.
 struct FileHeader {
    uint64_t magic;
    uint32_t version;
    uint32_t byteOrder;
-   uint64_t ready;     // readyWord, stored last
-   uint32_t checksum;  // CRC32C of the header with ready and checksum zero
+   uint64_t ready;  // readyWord, stored last
+   uint32_t
+      checksum;  // CRC32C with ready, checksum, retired and unused fields zero
    uint32_t keySize;
    uint32_t recordSize;
-   uint32_t capacity;
+   uint32_t capacity;  // of this instance
    uint64_t fingerprint;
    uint64_t instanceId;  // random
    uint64_t seed[2];     // of the hash
@@ -44,21 +47,33 @@ struct FileHeader {
    uint32_t journalEntries;
    uint32_t fieldCount;
    char bootId[40];
+   uint64_t retired;  // retiredWord once no table, or another instance, is there
+   uint32_t limit;    // instances grow up to this capacity
+   uint32_t reserved;
    FieldEntry fields[Layout::maxFields];
 };
 static_assert( std::is_trivially_copyable_v<FileHeader> );
 static_assert( offsetof( FileHeader, ready ) == 16 );
-static_assert( offsetof( FileHeader, fields ) == 128 );
+static_assert( offsetof( FileHeader, retired ) == 128 );
+static_assert( offsetof( FileHeader, fields ) == 144 );
+constexpr uint32_t headerSize( uint32_t fieldCount ) {
+   return offsetof( FileHeader, fields ) + fieldCount * sizeof( FieldEntry );
+}
 
-// The journal's head: the sequence of the last published change. A cache line
-// pair of its own, since all readers look at it.
-constexpr uint32_t controlOffset = 8192;
-// The mark of a table that its writer retired: retiredWord, otherwise 0. Older
-// versions leave it at 0, so it needed no new format version.
-constexpr uint32_t retiredOffset = controlOffset + 8;
 constexpr uint64_t retiredWord = 0x6465726974655242;  // "BRetired"
-constexpr uint32_t journalOffset = controlOffset + 128;
-static_assert( sizeof( FileHeader ) <= controlOffset );
+
+// The journal's head, the sequence of the last published change, stands behind the
+// header. A cache line pair of its own, since all readers look at it.
+constexpr uint32_t controlSize = 128;
+
+// Format version 2: all 64 fields, no growth, sizes that did not depend on the
+// capacity.
+constexpr uint32_t formerVersion = 2;
+constexpr uint32_t formerFieldsOffset = 128;
+constexpr uint32_t formerHeaderSize =
+   formerFieldsOffset + Layout::maxFields * sizeof( FieldEntry );
+constexpr uint32_t formerControlOffset = 8192;
+constexpr uint32_t formerRetiredOffset = formerControlOffset + 8;
 
 // A journal entry names the position that the change of a sequence concerns.
 constexpr uint64_t journalEntry( Position position, uint64_t sequence ) {
@@ -79,7 +94,8 @@ constexpr bool isWord( Position position ) {
    return position % lineWords != 7;
 }
 
-// A key stands at most this many lines from home, its own included.
+// A key stands at most this many lines from home, its own included. Small tables
+// have fewer lines.
 constexpr uint32_t probeLimit = 32;
 
 // An index word: slot + 1 (24 bits), generation (28), tag of the hash (12, never
@@ -139,9 +155,11 @@ struct SlotHead {
 };
 static_assert( sizeof( SlotHead ) == 16 );
 
-// Extra slots beyond the capacity. With them a full table can still replace
-// records, and a slot rests for that many writes, which spares readers a retry.
-constexpr uint32_t spareSlots = 64;
+// Extra slots beyond the capacity, a quarter of it between these. With them a full
+// table can still replace records, and a slot rests for that many writes, which
+// spares readers a retry.
+constexpr uint32_t leastSpareSlots = 8;
+constexpr uint32_t mostSpareSlots = 64;
 constexpr uint32_t maxReservations = 16;
 
 }

@@ -1,4 +1,4 @@
-// The offsets of all parts of a table file, computed from four numbers: no offset
+// The offsets of all parts of a table file, computed from five numbers: no offset
 // is read from the file.
 #pragma once
 
@@ -17,19 +17,29 @@ struct Geometry {
    uint32_t journalEntries = 0;
    uint32_t slotCount = 0;
    uint32_t slotStride = 0;
+   uint32_t spareSlots = 0;
    uint32_t homeLines = 0;  // lines that a hash can choose
+   uint32_t reach = 0;      // lines from home, its own included, where a key can be
    uint32_t lineCount = 0;  // with those that only probing reaches: no wrapping
+   uint64_t controlOffset = 0;
+   uint64_t journalOffset = 0;
    uint64_t indexOffset = 0;
    uint64_t slotsOffset = 0;
    uint64_t fileSize = 0;
 
    // REQUIRES: sizes that Layout::check() accepts, a capacity up to maxCapacity(),
    // a power of two of journal entries.
-   static Geometry of( uint32_t keySize, uint32_t recordSize, uint32_t capacity,
-                       uint32_t journalEntries );
-   static constexpr uint32_t maxCapacity() { return maxSlots - spareSlots; }
+   static Geometry of( uint32_t keySize, uint32_t recordSize, uint32_t fieldCount,
+                       uint32_t capacity, uint32_t journalEntries );
+   // That of format version 2.
+   static Geometry former( uint32_t keySize, uint32_t recordSize, uint32_t capacity,
+                           uint32_t journalEntries );
+   static constexpr uint32_t maxCapacity() { return maxSlots - mostSpareSlots; }
    // Few enough to stay in a cache, many enough for a burst.
    static uint32_t defaultJournalEntries( uint32_t capacity );
+   // That of a new table's first instance: what a page holds, a few records at
+   // least.
+   static uint32_t firstCapacity( const Layout& layout );
 
    Position positions() const { return lineCount * lineWords; }
    uint32_t homeOf( uint64_t hash ) const {
@@ -37,8 +47,11 @@ struct Geometry {
    }
    // Can a key of this hash stand at the position?
    bool reaches( uint64_t hash, Position position ) const {
-      return position / lineWords - homeOf( hash ) < probeLimit;
+      return position / lineWords - homeOf( hash ) < reach;
    }
+
+ private:
+   void place( uint64_t control, uint64_t slotAlignment );
 };
 
 // A mapped table; Byte is const for readers.
@@ -51,10 +64,10 @@ struct View {
    Geometry geometry;
    uint64_t seed[2] = {};
 
-   Word* head() const { return wordAtOffset( controlOffset ); }
-   Word* retired() const { return wordAtOffset( retiredOffset ); }
+   Word* head() const { return wordAtOffset( geometry.controlOffset ); }
+   Word* retired() const { return wordAtOffset( offsetof( FileHeader, retired ) ); }
    Word* journal( uint64_t sequence ) const {
-      return wordAtOffset( journalOffset ) +
+      return wordAtOffset( geometry.journalOffset ) +
              ( sequence & ( geometry.journalEntries - 1 ) );
    }
    Word* index() const { return wordAtOffset( geometry.indexOffset ); }

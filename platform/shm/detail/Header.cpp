@@ -13,10 +13,32 @@ namespace Brane::Detail {
 
 namespace {
 
+uint32_t usedFields( const FileHeader& header ) {
+   return header.fieldCount <= Layout::maxFields ? header.fieldCount : 0;
+}
+
 uint32_t checksumOf( FileHeader header ) {
    header.ready = 0;
    header.checksum = 0;
+   header.retired = 0;
    return crc32c( &header, sizeof( header ) );
+}
+
+// What a header of format version 2 says in this version's form.
+FileHeader fromFormer( const std::byte* base ) {
+   FileHeader h{};
+   std::memcpy( &h, base, formerFieldsOffset );
+   std::memcpy( h.fields, base + formerFieldsOffset, sizeof( h.fields ) );
+   h.limit = h.capacity;
+   return h;
+}
+
+uint32_t formerChecksum( const std::byte* base ) {
+   std::byte bytes[formerHeaderSize];
+   std::memcpy( bytes, base, sizeof( bytes ) );
+   std::memset( bytes + offsetof( FileHeader, ready ), 0, sizeof( uint64_t ) );
+   std::memset( bytes + offsetof( FileHeader, checksum ), 0, sizeof( uint32_t ) );
+   return crc32c( bytes, sizeof( bytes ) );
 }
 
 template <size_t size>
@@ -36,12 +58,12 @@ Mox::String textOf( const char ( &from )[size] ) {
 
 void checkGeometry( const FileHeader& h, uint64_t fileSize,
                     const Mox::String& path ) {
-   bool sound = h.keySize % 8 == 0 && h.recordSize % 8 == 0 && h.keySize >= 8 &&
-                h.keySize <= h.recordSize &&
-                h.recordSize <= Layout::maxRecordSize &&
-                h.capacity <= Geometry::maxCapacity() &&
-                std::has_single_bit( h.journalEntries ) &&
-                h.journalEntries <= 1u << 24 && h.fieldCount <= Layout::maxFields;
+   bool sound =
+      h.keySize % 8 == 0 && h.recordSize % 8 == 0 && h.keySize >= 8 &&
+      h.keySize <= h.recordSize && h.recordSize <= Layout::maxRecordSize &&
+      h.capacity <= Geometry::maxCapacity() && h.limit <= Geometry::maxCapacity() &&
+      std::has_single_bit( h.journalEntries ) && h.journalEntries <= 1u << 24 &&
+      h.fieldCount <= Layout::maxFields;
    if ( !sound )
       refuse( LayoutError::geometry, path,
               "the header's sizes contradict each other" );
@@ -78,6 +100,7 @@ void writeHeader( std::byte* base, const Layout& layout,
    h.keySize = layout.keySize;
    h.recordSize = layout.recordSize;
    h.capacity = values.capacity;
+   h.limit = values.limit;
    h.fingerprint = layout.fingerprint();
    h.instanceId = values.instanceId;
    std::copy( values.seed, values.seed + 2, h.seed );
@@ -92,7 +115,7 @@ void writeHeader( std::byte* base, const Layout& layout,
       h.fields[i].size = layout.fields[i].size;
    }
    h.checksum = checksumOf( h );
-   for ( size_t at = 0; at < sizeof( h ); at += 8 ) {
+   for ( size_t at = 0; at < headerSize( h.fieldCount ); at += 8 ) {
       storeWord( reinterpret_cast<uint64_t*>( base + at ), wordAt( &h, at / 8 ) );
    }
 }
@@ -103,28 +126,37 @@ void markReady( std::byte* base ) {
 }
 
 FileHeader readHeader( const std::byte* base, uint64_t available, uint64_t fileSize,
-                       const Mox::String& path ) {
+                       const Mox::String& path, bool orFormer ) {
    FileHeader h{};
-   if ( available < sizeof( h ) ) {
-      refuse(
-         LayoutError::tooShort, path,
-         fmt::format( "{} bytes long, a header has {}", fileSize, sizeof( h ) ) );
-   }
-   std::memcpy( &h, base, sizeof( h ) );
+   auto require = [&]( uint64_t size ) {
+      if ( available >= size ) return;
+      refuse( LayoutError::tooShort, path,
+              fmt::format( "{} bytes long, a header has {}", fileSize, size ) );
+   };
    auto differ = [&path]( LayoutError::Mismatch mismatch, const char* what,
                           uint64_t found, uint64_t expected ) {
       if ( found == expected ) return;
       refuse( mismatch, path,
               fmt::format( "{} is {:#x}, expected {:#x}", what, found, expected ) );
    };
+   require( headerSize( 0 ) );
+   std::memcpy( &h, base, headerSize( 0 ) );
    differ( LayoutError::magic, "the magic word", h.magic, magicWord );
    differ( LayoutError::byteOrder, "the byte order mark", h.byteOrder,
            byteOrderMark );
-   differ( LayoutError::formatVersion, "the format version", h.version,
-           formatVersion );
+   const bool former = orFormer && h.version == formerVersion;
+   if ( !former )
+      differ( LayoutError::formatVersion, "the format version", h.version,
+              formatVersion );
+   require( former ? formerHeaderSize : headerSize( usedFields( h ) ) );
+   if ( former ) {
+      h = fromFormer( base );
+   } else {
+      std::memcpy( &h, base, headerSize( usedFields( h ) ) );
+   }
    differ( LayoutError::notReady, "the ready word", h.ready, readyWord );
    differ( LayoutError::checksum, "the header's checksum", h.checksum,
-           checksumOf( h ) );
+           former ? formerChecksum( base ) : checksumOf( h ) );
    checkGeometry( h, fileSize, path );
    checkFields( h, path );
    return h;
@@ -146,9 +178,12 @@ void checkRecord( const FileHeader& header, const Layout& layout,
            layout.fingerprint() );
 }
 
-Geometry geometryOf( const FileHeader& header ) {
-   return Geometry::of( header.keySize, header.recordSize, header.capacity,
-                        header.journalEntries );
+Geometry geometryOf( const FileHeader& h ) {
+   if ( h.version == formerVersion )
+      return Geometry::former( h.keySize, h.recordSize, h.capacity,
+                               h.journalEntries );
+   return Geometry::of( h.keySize, h.recordSize, h.fieldCount, h.capacity,
+                        h.journalEntries );
 }
 
 Layout layoutOf( const FileHeader& header ) {

@@ -10,7 +10,7 @@ namespace Brane::Detail {
 namespace {
 
 // Attempts to copy one record that the writer overtakes. To overtake one copy, the
-// writer makes more than `spareSlots` writes in its time.
+// writer makes more writes than it has spare slots in its time.
 constexpr uint32_t maxRetries = 64;
 // This many contradictions in a row, without any change between, are damage.
 constexpr uint32_t maxContradictions = 4;
@@ -108,9 +108,10 @@ bool Instance::copyKey( uint64_t word, void* out ) const {
 Instance::Copy Instance::lookup( const void* key, uint64_t hash, void* out,
                                  Position* position ) const {
    uint32_t home = geometry().homeOf( hash );
+   const uint32_t end = home + geometry().reach;
    const uint64_t tag = tagOf( hash );
    uint32_t retries = 0;
-   for ( uint32_t line = home; line < home + probeLimit; ++line ) {
+   for ( uint32_t line = home; line < end; ++line ) {
       const uint64_t* words = view_.index() + line * lineWords;
       for ( uint32_t found = wordsWith( words, tag ); found; ) {
          Position at = line * lineWords + takeFirst( found );

@@ -61,6 +61,7 @@ class Instance {
    const ConstView& view() const { return view_; }
    const Geometry& geometry() const { return view_.geometry; }
    uint64_t id() const { return header_.instanceId; }
+   uint32_t limit() const { return header_.limit; }
    uint64_t head() const { return loadWord( view_.head() ); }
 
  private:

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/mman.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -71,6 +72,14 @@ void systemFailed( const Mox::String& path, const char* what ) {
 
 namespace {
 
+// Spares the attempt, which takes time and the space that others want meanwhile. A
+// file system without a limit tells of no blocks.
+bool hasRoom( int fd, uint64_t size ) {
+   struct statvfs system;
+   return fstatvfs( fd, &system ) != 0 || system.f_blocks == 0 ||
+          uint64_t( system.f_bavail ) * system.f_frsize >= size;
+}
+
 // Allocates in pieces: a signal makes the kernel drop all pages of the interrupted
 // call, so each piece must take less time than any timer's period. Returns the
 // error, 0 for none.
@@ -97,7 +106,7 @@ Descriptor createFile( const Mox::String& path, uint64_t size ) {
    if ( !file ) systemFailed( path, "cannot create" );
    fchmod( file.get(), 0640 );  // independent of the umask
    // A full file system must show now: a page missing later is a SIGBUS.
-   int error = allocate( file.get(), size );
+   int error = hasRoom( file.get(), size ) ? allocate( file.get(), size ) : ENOSPC;
    if ( error ) {
       unlink( path.c_str() );
       Mox::String what = fmt::format( "cannot allocate {} bytes", size );

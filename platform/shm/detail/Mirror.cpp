@@ -68,13 +68,18 @@ TableFollower::Drained Mirror::drain( const TableFollower::Callback& callback,
                                       uint32_t limit ) {
    Teller teller{ callback, limit, {} };
    // Changes first, they are urgent; checking for another instance costs a system
-   // call.
-   if ( instance_ ) follow( teller );
+   // call. A table that has grown is compared as a whole, so that no key comes twice.
+   const bool left = instance_ && loadWord( instance_->view().retired() ) != 0;
+   if ( instance_ && !left ) follow( teller );
    teller.drained.stateChanged = table_.poll();
    bool moved = table_.instance() != instance_;
+   if ( left && !moved ) follow( teller );
    // Unreadable is not gone: the known records are kept until a table can be read.
    bool unreadable = !table_.instance() && table_.state() != readerAbsent;
-   if ( moved && !unreadable ) moveTo( table_.instance(), teller );
+   if ( moved && !unreadable ) {
+      teller.drained.more = false;
+      moveTo( table_.instance(), teller );
+   }
    teller.drained.again = !again_.empty();
    bool caughtUp = !teller.drained.more && !teller.drained.again;
    if ( !met_.empty() && caughtUp ) settleMet( teller );
@@ -102,7 +107,8 @@ void Mirror::settleMet( Teller& teller ) {
 
 bool Mirror::pending() const {
    return instance_ &&
-          ( instance_->head() != seen_ || scanning() || !again_.empty() );
+          ( instance_->head() != seen_ || scanning() || !again_.empty() ||
+            loadWord( instance_->view().retired() ) != 0 );
 }
 
 void Mirror::moveTo( std::shared_ptr<const Instance> instance, Teller& teller ) {
@@ -313,7 +319,8 @@ void Mirror::replaced( Position position, uint64_t word, Teller& teller ) {
 bool Mirror::knownElsewhere( const std::byte* key ) const {
    uint64_t hash = instance_->hashOf( key );
    Position begin = instance_->geometry().homeOf( hash ) * lineWords;
-   for ( Position p = begin; p < begin + probeLimit * lineWords; ++p ) {
+   for ( Position p = begin; p < begin + instance_->geometry().reach * lineWords;
+         ++p ) {
       uint64_t word = known_.word( p );
       if ( word != unknownWord && !hasTag( word, tagOf( hash ) ) ) continue;
       const std::byte* other = known_.key( p );

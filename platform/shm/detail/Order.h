@@ -42,6 +42,11 @@
 //   later removal. The slot is free for use only after 7.
 // - In remove, stamp before word: cleared first, the word would be restored by a
 //   remount, which takes every Live slot: the removal would be taken back.
+// A table grows by a new instance, made beside this one and renamed into its place: a
+// kill before the rename leaves this instance untouched, one after it the next, which
+// holds the same records under the same sequences. This one is marked as retired only
+// after the rename, when readers find the next under the name.
+//
 // Readers compare the whole stamp after copying, 61 bits of sequence and the state:
 // it never repeats, however long they were stopped.
 #pragma once
@@ -91,17 +96,23 @@ inline void addPassed( const WriterView& view, uint32_t home, Position position,
    }
 }
 
-// Put, stores 3 to 8, for a filled slot.
-PIMSM_SHM_HOT void publish( const WriterView& view, const Place& place,
-                            const RecordIdentity& identity ) {
+// Put, stores 4 to 6, for a filled slot.
+PIMSM_SHM_HOT void enter( const WriterView& view, const Place& place,
+                          const RecordIdentity& identity ) {
    auto slot = uint32_t( identity.slot );
-   announce( view, place.position, identity.sequence );
    if ( !place.word ) {
       addPassed( view, view.geometry.homeOf( identity.hash ), place.position, 1 );
    }
    storeWord( &view.slot( slot )->stamp, stampOf( identity.sequence, slotLive ) );
    storeWord( view.index() + place.position,
               indexWord( slot, identity.hash, identity.sequence ) );
+}
+
+// Put, stores 3 to 8, for a filled slot.
+PIMSM_SHM_HOT void publish( const WriterView& view, const Place& place,
+                            const RecordIdentity& identity ) {
+   announce( view, place.position, identity.sequence );
+   enter( view, place, identity );
    if ( place.word ) {
       uint64_t* old = &view.slot( slotOf( place.word ) )->stamp;
       storeWord( old, stampOf( sequenceOf( *old ), slotReplaced ) );

@@ -37,7 +37,8 @@ ReaderTable::ReaderTable( const Mox::String& path, const Layout& layout )
 bool ReaderTable::retired() const {
    uint64_t word = 0;
    return file_ &&
-          pread( file_.get(), &word, sizeof word, retiredOffset ) == sizeof word &&
+          pread( file_.get(), &word, sizeof word,
+                 offsetof( FileHeader, retired ) ) == sizeof word &&
           word == retiredWord;
 }
 
@@ -63,7 +64,22 @@ bool ReaderTable::handleMissing() {
    return changed;
 }
 
+// A table that has grown is followed at once: a look-up sees each put. When the
+// system refuses, the next drain says so.
+void ReaderTable::followGrowth() {
+   try {
+      changed_ = look() || changed_;
+   } catch ( const CreateError& ) {
+      changed_ = true;
+   }
+}
+
 bool ReaderTable::poll() {
+   const bool changed = std::exchange( changed_, false );
+   return look() || changed;
+}
+
+bool ReaderTable::look() {
    struct stat status;
    if ( stat( files_.table.c_str(), &status ) != 0 ) {
       if ( nothingThere( errno ) ) return handleMissing();
@@ -145,6 +161,7 @@ Lookup ReaderTable::withoutInstance() const {
 }
 
 Lookup ReaderTable::lookup( const void* key, void* out, Position* position ) {
+   if ( outgrown() ) followGrowth();
    if ( !instance_ ) return withoutInstance();
    Position at = noPosition;
    auto copy = instance_->lookup( key, instance_->hashOf( key ), out, &at );
@@ -154,6 +171,7 @@ Lookup ReaderTable::lookup( const void* key, void* out, Position* position ) {
 }
 
 void ReaderTable::lookup( std::span<TableReader::LookupItem> items ) {
+   if ( outgrown() ) followGrowth();
    for ( auto& item : items ) item.result = withoutInstance();
    if ( !instance_ ) return;
    uint64_t hashes[linesAhead];
@@ -183,6 +201,8 @@ Lookup ReaderTable::at( Position position, void* out ) {
 // cleared meanwhile is skipped in its turn.
 Position ReaderTable::visit( const TableReader::Visitor& visitor, Position after,
                              const TableReader::Ahead& ahead ) {
+   // Positions are one instance's: a visit that goes on does so there.
+   if ( after == noPosition && outgrown() ) followGrowth();
    if ( !instance_ ) return noPosition;
    // The visitor may poll: this instance is visited to its end.
    std::shared_ptr<const Instance> instance = instance_;
@@ -220,6 +240,7 @@ Position ReaderTable::visit( const TableReader::Visitor& visitor, Position after
 }
 
 Position ReaderTable::resumeBefore( const void* key ) {
+   if ( outgrown() ) followGrowth();
    if ( !instance_ ) return noPosition;
    uint64_t hash = instance_->hashOf( key );
    Position at = instance_->geometry().homeOf( hash ) * lineWords;
@@ -233,6 +254,7 @@ Position ReaderTable::resumeBefore( const void* key ) {
 }
 
 Lookup ReaderTable::verify( const void* key ) {
+   if ( outgrown() ) followGrowth();
    if ( !instance_ ) return lookupAbsent;
    Position at = noPosition;
    auto copy =

@@ -54,6 +54,11 @@ class ReaderTable {
    void countFailed( const Instance::Copy& copy, Position position );
    Lookup damaged( const Instance::Copy& copy, Position position,
                    const char* what );
+   bool outgrown() const {
+      return instance_ && loadWord( instance_->view().retired() ) != 0;
+   }
+   void followGrowth();
+   bool look();
    bool handleMissing();
    bool retired() const;
    void attach( Descriptor file );
@@ -76,6 +81,7 @@ class ReaderTable {
    std::shared_ptr<const Instance> former_;
    TableReader::Counters counters_;
    bool verifying_ = false;
+   bool changed_ = false;  // since the last poll
    // The index words counted as damaged: the same damage is read again and again.
    std::unordered_map<Position, uint64_t> damaged_;
    std::vector<std::byte> buffer_;

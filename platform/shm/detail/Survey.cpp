@@ -185,7 +185,7 @@ void Survey::placeUnindexed() {
 // its word, or between its key's next word and its retirement.
 void Survey::place( uint32_t slot ) {
    uint32_t home = view_.geometry.homeOf( slots_[slot].hash );
-   Position position = twinOf( slot, ( home + probeLimit ) * lineWords );
+   Position position = twinOf( slot, ( home + view_.geometry.reach ) * lineWords );
    if ( position != noPosition ) {
       uint32_t other = slotOf( want_[position] );
       if ( slots_[other].order() > slots_[slot].order() ) {
@@ -203,7 +203,7 @@ void Survey::place( uint32_t slot ) {
 
 Position Survey::freePlace( uint32_t slot ) const {
    uint32_t home = view_.geometry.homeOf( slots_[slot].hash );
-   for ( uint32_t line = home; line < home + probeLimit; ++line ) {
+   for ( uint32_t line = home; line < home + view_.geometry.reach; ++line ) {
       uint32_t found = wordsWith( &want_[line * lineWords], 0 );
       if ( found ) return line * lineWords + takeFirst( found );
    }

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "platform/shm/detail/Hash.h"
+#include "platform/shm/detail/Line.h"
 #include "platform/shm/detail/Remount.h"
 
 namespace Brane::Detail {
@@ -65,12 +66,13 @@ void TableMaker::open( WriterTable& table, uint32_t capacity,
 
 TableMaker::TableMaker( WriterTable& table, uint32_t capacity,
                         const WriterOptions& options )
-   : table_( table ), capacity_( capacity ), options_( options ) {
+   : table_( table ), limit_( capacity ), options_( options ) {
    checkOptions( options, capacity );
    if ( options_.bootId.empty() ) options_.bootId = runningBootId();
 }
 
 void TableMaker::run() {
+   table_.limit_ = limit_;
    Former former;
    if ( !readFormer( former ) ) return create( nullptr, nullptr );
    AttachReport& report = table_.report_;
@@ -84,7 +86,8 @@ void TableMaker::run() {
    Survey survey( former.view, table_.path() );
    for ( const Mox::String& text : survey.texts() ) addText( report.texts, text );
    report.dropped = uint32_t( survey.broken().size() );
-   capacity_ = std::max( capacity_, survey.survivors() );
+   limit_ = std::max( limit_, survey.survivors() );
+   table_.limit_ = limit_;
    report.status = judge( former, survey );
    if ( report.status == attachOtherKey ) return create( nullptr, nullptr );
    report.survivors = survey.survivors();
@@ -108,8 +111,8 @@ bool TableMaker::readFormer( Former& former ) {
    ssize_t got = pread( former.file.get(), bytes, sizeof( bytes ), 0 );
    if ( got < 0 ) systemFailed( path, "cannot read" );
    try {
-      former.header =
-         readHeader( bytes, uint64_t( got ), uint64_t( status.st_size ), path );
+      former.header = readHeader( bytes, uint64_t( got ),
+                                  uint64_t( status.st_size ), path, true );
    } catch ( const LayoutError& e ) {
       table_.report_.status = attachDamaged;
       addText( table_.report_.texts, e.what() );
@@ -137,15 +140,28 @@ AttachStatus TableMaker::judge( const Former& former, const Survey& survey ) {
                       table_.layout_.fingerprint(), table_.layout_.recordSize ) );
       return found.sameKey( table_.layout_ ) ? attachConverted : attachOtherKey;
    }
-   if ( former.header.capacity == capacity_ ) return attachReused;
+   if ( former.header.version != formatVersion ) {
+      addText( texts,
+               fmt::format( "{}: format version {} becomes {}, {} records stand",
+                            table_.path(), former.header.version, formatVersion,
+                            survey.survivors() ) );
+      return attachResized;
+   }
+   if ( former.header.limit == limit_ ) return attachReused;
    addText( texts, fmt::format( "{}: capacity {} becomes {}, {} records stand",
-                                table_.path(), former.header.capacity, capacity_,
+                                table_.path(), former.header.limit, limit_,
                                 survey.survivors() ) );
    return attachResized;
 }
 
 void TableMaker::takeOver( Former former, const Survey& survey ) {
-   useFile( former.file, std::move( former.mapping ), former.header );
+   const FileHeader& h = former.header;
+   table_.file_ = fileIdOf( former.file, table_.path() );
+   table_.mapping_ = std::make_shared<Mapping>( std::move( former.mapping ) );
+   table_.view_ = {
+      table_.mapping_->data(), geometryOf( h ), { h.seed[0], h.seed[1] } };
+   table_.instanceId_ = h.instanceId;
+   table_.free_ = FreeSlots( table_.view_.geometry.slotCount );
    if ( *table_.view_.retired() ) storeWord( table_.view_.retired(), 0 );
    putRight( table_.view_, survey, table_.report_ );
    table_.sequence_ = *table_.view_.head();
@@ -155,12 +171,16 @@ void TableMaker::takeOver( Former former, const Survey& survey ) {
    }
 }
 
-HeaderValues TableMaker::freshValues() const {
+HeaderValues TableMaker::freshValues( uint32_t records ) const {
    HeaderValues values;
-   values.capacity = capacity_;
+   values.limit = limit_;
+   const uint32_t first = options_.firstCapacity
+                             ? options_.firstCapacity
+                             : Geometry::firstCapacity( table_.layout_ );
+   values.capacity = std::max( std::min( first, limit_ ), records );
    values.journalEntries = options_.journalEntries
                               ? options_.journalEntries
-                              : Geometry::defaultJournalEntries( capacity_ );
+                              : Geometry::defaultJournalEntries( values.capacity );
    values.instanceId = randomWord();
    for ( size_t i = 0; i < 2; ++i ) {
       values.seed[i] = options_.seed ? ( *options_.seed )[i] : randomWord();
@@ -172,30 +192,95 @@ HeaderValues TableMaker::freshValues() const {
 // The new instance is complete before it gets its name. After a kill before that,
 // the former one stands untouched.
 void TableMaker::create( const Former* former, const Survey* survey ) {
-   HeaderValues values = freshValues();
-   const Layout& layout = table_.layout_;
-   uint64_t size = Geometry::of( layout.keySize, layout.recordSize, values.capacity,
-                                 values.journalEntries )
-                      .fileSize;
-   const Mox::String& path = table_.files_.fresh;
-   Descriptor file = createFile( path, size );
-   Mapping mapping = Mapping::ofFile( file.get(), size, true, path );
-   writeHeader( mapping.data(), layout, values );
-   FileHeader header;
-   std::memcpy( &header, mapping.data(), sizeof( header ) );
-   useFile( file, std::move( mapping ), header );
-   uint64_t first = options_.firstSequence;
-   storeWord( table_.view_.journal( first ), journalEntry( 0, first ) );
-   storeWord( table_.view_.head(), first );
-   table_.sequence_ = first;
-   for ( uint32_t slot = 0; slot < table_.view_.geometry.slotCount; ++slot ) {
-      table_.free_.push( slot );
-   }
+   const HeaderValues values = freshValues( survey ? survey->survivors() : 0 );
+   adopt( table_, make( table_, values, options_.firstSequence ), 0 );
    if ( former ) copySurvivors( *former, *survey );
-   markReady( table_.mapping_.data() );
-   if ( rename( path.c_str(), table_.files_.table.c_str() ) != 0 ) {
-      systemFailed( table_.files_.table, "cannot rename the new instance" );
+   name( table_, table_.view_ );
+}
+
+void TableMaker::grow( WriterTable& table ) {
+   const WriterView& view = table.view_;
+   const Geometry& now = view.geometry;
+   const auto* header = reinterpret_cast<const FileHeader*>( view.base );
+   HeaderValues values;
+   values.limit = table.limit_;
+   values.capacity = std::min( 2 * now.capacity, Geometry::maxCapacity() );
+   // Beyond the limit, room is only wanted for reservations.
+   if ( now.capacity < table.limit_ )
+      values.capacity = std::min( values.capacity, table.limit_ );
+   values.journalEntries = std::max(
+      now.journalEntries,
+      now.journalEntries == Geometry::defaultJournalEntries( now.capacity )
+         ? Geometry::defaultJournalEntries( values.capacity )
+         : 0 );
+   values.instanceId = randomWord();
+   std::copy( view.seed, view.seed + 2, values.seed );
+   values.bootId = Mox::String( header->bootId );
+   try {
+      Made made = make( table, values, table.sequence_ );
+      const uint32_t copied = copyRecords( view, made.view );
+      name( table, made.view );
+      adopt( table, std::move( made ), copied );
+   } catch ( const CreateError& ) {
+      unlink( table.files_.fresh.c_str() );
+      throw;
    }
+}
+
+// A new, empty instance, which has no name yet.
+TableMaker::Made TableMaker::make( const WriterTable& table,
+                                   const HeaderValues& values, uint64_t sequence ) {
+   const Layout& layout = table.layout_;
+   const Geometry geometry = Geometry::of( layout.keySize, layout.recordSize,
+                                           uint32_t( layout.fields.size() ),
+                                           values.capacity, values.journalEntries );
+   const Mox::String& path = table.files_.fresh;
+   Descriptor file = createFile( path, geometry.fileSize );
+   Made made;
+   made.file = fileIdOf( file, path );
+   made.mapping = std::make_shared<Mapping>(
+      Mapping::ofFile( file.get(), geometry.fileSize, true, path ) );
+   made.view = {
+      made.mapping->data(), geometry, { values.seed[0], values.seed[1] } };
+   made.instanceId = values.instanceId;
+   writeHeader( made.view.base, layout, values );
+   storeWord( made.view.journal( sequence ), journalEntry( 0, sequence ) );
+   storeWord( made.view.head(), sequence );
+   return made;
+}
+
+void TableMaker::name( const WriterTable& table, const WriterView& view ) {
+   markReady( view.base );
+   if ( rename( table.files_.fresh.c_str(), table.files_.table.c_str() ) != 0 )
+      systemFailed( table.files_.table, "cannot rename the new instance" );
+}
+
+// Copies all records to the first slots of an empty instance with the same seed, and
+// returns their number. In order of positions: twice as many homes keep the order, so
+// both sides are walked once.
+uint32_t TableMaker::copyRecords( const ConstView& from, const WriterView& to ) {
+   uint32_t slot = 0;
+   for ( Position p = 0; p < from.geometry.positions(); ++p ) {
+      const uint64_t word = isWord( p ) ? from.index()[p] : 0;
+      if ( !word ) continue;
+      const std::byte* record = from.record( slotOf( word ) );
+      const uint64_t hash = keyHash( record, from.geometry.keySize, from.seed );
+      const Place place = freePlace( to, hash );
+      const RecordIdentity identity{
+         sequenceOf( from.slot( slotOf( word ) )->stamp ), slot++, hash };
+      fillSlot( to, record, identity );
+      enter( to, place, identity );
+   }
+   return slot;
+}
+
+Place TableMaker::freePlace( const ConstView& view, uint64_t hash ) {
+   const uint32_t home = view.geometry.homeOf( hash );
+   for ( uint32_t line = home; line < home + view.geometry.reach; ++line ) {
+      uint32_t empty = wordsWith( view.index() + line * lineWords, 0 );
+      if ( empty ) return { line * lineWords + takeFirst( empty ), 0 };
+   }
+   throw CreateError( "a larger instance has no place for a key" );
 }
 
 void TableMaker::copySurvivors( const Former& former, const Survey& survey ) {
@@ -226,15 +311,15 @@ void TableMaker::drop( const Mox::Error& why ) {
    --table_.report_.survivors;
 }
 
-void TableMaker::useFile( const Descriptor& file, Mapping mapping,
-                          const FileHeader& header ) {
-   table_.file_ = fileIdOf( file, table_.path() );
-   table_.mapping_ = std::move( mapping );
-   table_.view_ = { table_.mapping_.data(),
-                    geometryOf( header ),
-                    { header.seed[0], header.seed[1] } };
-   table_.instanceId_ = header.instanceId;
-   table_.free_ = FreeSlots( table_.view_.geometry.slotCount );
+void TableMaker::adopt( WriterTable& table, Made made, uint32_t records ) {
+   table.file_ = made.file;
+   table.mapping_ = std::move( made.mapping );
+   table.view_ = made.view;
+   table.instanceId_ = made.instanceId;
+   table.sequence_ = *made.view.head();
+   const uint32_t slots = made.view.geometry.slotCount;
+   table.free_ = FreeSlots( slots );
+   for ( uint32_t slot = records; slot < slots; ++slot ) table.free_.push( slot );
 }
 
 }

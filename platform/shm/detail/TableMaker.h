@@ -12,6 +12,10 @@ class TableMaker {
    // Opens `table`, whose lock is taken. Throws CreateError, Mox::RangeError.
    static void open( WriterTable& table, uint32_t capacity,
                      const WriterOptions& options );
+   // Replaces the table's instance by one of twice the capacity with the same
+   // records, under the same sequences. Throws CreateError; the table is unchanged
+   // then.
+   static void grow( WriterTable& table );
 
  private:
    // A file that stood at the path, with a usable header.
@@ -22,6 +26,14 @@ class TableMaker {
       ConstView view;
    };
 
+   // A new instance.
+   struct Made {
+      FileId file;
+      std::shared_ptr<Mapping> mapping;
+      WriterView view;
+      uint64_t instanceId = 0;
+   };
+
    TableMaker( WriterTable& table, uint32_t capacity,
                const WriterOptions& options );
 
@@ -29,15 +41,19 @@ class TableMaker {
    bool readFormer( Former& former );
    void takeOver( Former former, const Survey& survey );
    void create( const Former* former, const Survey* survey );
+   static Made make( const WriterTable& table, const HeaderValues& values,
+                     uint64_t sequence );
+   static void name( const WriterTable& table, const WriterView& view );
+   static uint32_t copyRecords( const ConstView& from, const WriterView& to );
+   static Place freePlace( const ConstView& view, uint64_t hash );
+   static void adopt( WriterTable& table, Made made, uint32_t records );
    AttachStatus judge( const Former& former, const Survey& survey );
-   HeaderValues freshValues() const;
+   HeaderValues freshValues( uint32_t records ) const;
    void copySurvivors( const Former& former, const Survey& survey );
    void drop( const Mox::Error& why );
-   void useFile( const Descriptor& file, Mapping mapping,
-                 const FileHeader& header );
 
    WriterTable& table_;
-   uint32_t capacity_;
+   uint32_t limit_;
    WriterOptions options_;
 };
 

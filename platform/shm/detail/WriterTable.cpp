@@ -77,8 +77,8 @@ void WriterTable::noPlace( bool full ) const {
       throw TableFullError(
          fmt::format( "{}: full with {} records", path(), size_ ) );
    }
-   throw ProbeLimitError(
-      fmt::format( "{}: {} index lines are full of keys", path(), probeLimit ) );
+   throw ProbeLimitError( fmt::format( "{}: {} index lines are full of keys",
+                                       path(), view_.geometry.reach ) );
 }
 
 // The slot that an index word names. The writer checks its own mapping, too: a
@@ -123,8 +123,9 @@ PIMSM_SHM_HOT Place WriterTable::locate( const void* key, uint64_t hash,
 PIMSM_SHM_HOT Place WriterTable::probe( const void* key, uint64_t hash ) const {
    Position free = noPosition;
    uint32_t home = view_.geometry.homeOf( hash );
+   const uint32_t end = home + view_.geometry.reach;
    const uint64_t tag = tagOf( hash );
-   for ( uint32_t line = home; line < home + probeLimit; ++line ) {
+   for ( uint32_t line = home; line < end; ++line ) {
       const uint64_t* words = view_.index() + line * lineWords;
       for ( uint32_t found = wordsWith( words, tag ); found; ) {
          Position position = line * lineWords + takeFirst( found );
@@ -148,7 +149,7 @@ PIMSM_SHM_HOT Place WriterTable::placeFor( const void* key, uint64_t hash,
    }
    Place place = locate( key, hash, hint );
    if ( place.word ) return place;
-   bool full = size_ >= view_.geometry.capacity;
+   bool full = size_ >= limit_;
    if ( full || place.position == noPosition ) noPlace( full );
    return place;
 }
@@ -200,8 +201,33 @@ PIMSM_SHM_HOT void WriterTable::finish( const WriterView& view, const Place& pla
    }
 }
 
+// Does a put of the key need room that this instance does not have? A refused key
+// makes it no larger.
+bool WriterTable::mustGrow( const void* key, uint64_t hash, Position hint ) const {
+   if ( size_ >= limit_ || ( !zeroKey_ && isZero( key, layout_.keySize ) ) )
+      return false;
+   return !locate( key, hash, hint ).word;
+}
+
+// Readers find the next instance under the table's name. A reader that has mapped
+// this one sees by its mark that it is not the table any more.
+void WriterTable::grow() {
+   const WriterView before = view_;
+   const std::shared_ptr<Mapping> mapping = mapping_;
+   try {
+      TableMaker::grow( *this );
+   } catch ( const CreateError& e ) {
+      throw NoSpaceError( e.what() );
+   }
+   storeWord( before.retired(), retiredWord );
+   if ( reservations_ ) former_.push_back( mapping );
+}
+
 PIMSM_SHM_HOT Position WriterTable::putHashed( const void* record, uint64_t hash,
                                                Position hint ) {
+   if ( __builtin_expect( size_ >= view_.geometry.capacity, 0 ) &&
+        mustGrow( record, hash, hint ) )
+      grow();
    // A copy: to the compiler any store to the table might change the member.
    const WriterView view = view_;
    prefetchForStore( view.slotBytes( free_.peek( freeAhead ) ), view.slotSize() );
@@ -248,27 +274,36 @@ void WriterTable::put( std::span<TableWriter::PutItem> items ) {
 
 uint32_t WriterTable::reserve() {
    MOX_ASSERT( reservations_ < maxReservations );
+   // One free slot stays for puts.
+   if ( reservations_ + 2 > view_.geometry.spareSlots ) grow();
    ++reservations_;
    uint32_t slot = free_.pop();
    claimSlot( view_, slot, sequence_ + 1 );
    return slot;
 }
 
-Position WriterTable::commit( uint32_t slot, Position hint ) {
-   const std::byte* record = view_.record( slot );
+Position WriterTable::commit( uint32_t slot, const void* record, Position hint ) {
    uint64_t hash = hashOf( record );
+   const bool full = size_ >= view_.geometry.capacity;
+   if ( full && mustGrow( record, hash, hint ) ) grow();
+   if ( record != view_.record( slot ) ) {
+      // Reserved in a former instance.
+      Position position = putHashed( record, hash, hint );
+      abandon( slot, record );
+      return position;
+   }
    Place place = placeFor( record, hash, hint );
    RecordIdentity identity{ sequence_ + 1, slot, hash };
    storeWord( &view_.slot( slot )->checksum,
               recordChecksum( record, layout_.recordSize, identity ) );
    finish( view_, place, identity );
-   --reservations_;
+   if ( --reservations_ == 0 ) former_.clear();
    return place.position;
 }
 
-void WriterTable::abandon( uint32_t slot ) {
-   release( slot );
-   --reservations_;
+void WriterTable::abandon( uint32_t slot, const void* record ) {
+   if ( record == view_.record( slot ) ) release( slot );
+   if ( --reservations_ == 0 ) former_.clear();
 }
 
 bool WriterTable::remove( const void* key, void* removed, Position hint ) {
@@ -295,12 +330,16 @@ const void* WriterTable::at( Position position ) const {
    return word ? view_.record( checkedSlot( position, word ) ) : nullptr;
 }
 
-Position WriterTable::next( Position after ) const {
+Position nextIn( const WriterView& view, Position after ) {
    // noPosition + 1 is 0.
-   for ( Position p = after + 1; p < view_.geometry.positions(); ++p ) {
-      if ( isWord( p ) && view_.index()[p] ) return p;
+   for ( Position p = after + 1; p < view.geometry.positions(); ++p ) {
+      if ( isWord( p ) && view.index()[p] ) return p;
    }
    return noPosition;
+}
+
+Position WriterTable::next( Position after ) const {
+   return nextIn( view_, after );
 }
 
 Position WriterTable::positionAtOrBefore( const void* key ) const {
@@ -340,16 +379,16 @@ void WriterTable::restoreFiles() {
 // Byte by byte: sequences and positions stay, so that followers find only untold
 // changes.
 void WriterTable::copyToNewFile() {
-   Descriptor file = createFile( files_.fresh, mapping_.size() );
-   Mapping mapping =
-      Mapping::ofFile( file.get(), mapping_.size(), true, files_.fresh );
-   std::memcpy( mapping.data(), mapping_.data(), mapping_.size() );
+   const uint64_t size = mapping_->size();
+   Descriptor file = createFile( files_.fresh, size );
+   Mapping mapping = Mapping::ofFile( file.get(), size, true, files_.fresh );
+   std::memcpy( mapping.data(), mapping_->data(), size );
    const FileId made = fileIdOf( file, files_.fresh );
    if ( rename( files_.fresh.c_str(), files_.table.c_str() ) != 0 )
       systemFailed( files_.table, "cannot rename the table's copy" );
    file_ = made;
-   mapping_ = std::move( mapping );
-   view_.base = mapping_.data();
+   mapping_ = std::make_shared<Mapping>( std::move( mapping ) );
+   view_.base = mapping_->data();
 }
 
 void WriterTable::removeFiles() {

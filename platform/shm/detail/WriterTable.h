@@ -1,6 +1,7 @@
 // The writer's side of a table: the mapping and the writer's own state.
 #pragma once
 
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -14,6 +15,9 @@ namespace Brane::Detail {
 
 class Survey;
 
+// The first position after that one with a record; noPosition: none.
+Position nextIn( const WriterView& view, Position after );
+
 class WriterTable {
  public:
    WriterTable( const Mox::String& path, const Layout& layout, uint32_t capacity,
@@ -23,8 +27,8 @@ class WriterTable {
    Position put( const void* record, Position hint );
    void put( std::span<TableWriter::PutItem> items );
    uint32_t reserve();
-   Position commit( uint32_t slot, Position hint );
-   void abandon( uint32_t slot );
+   Position commit( uint32_t slot, const void* record, Position hint );
+   void abandon( uint32_t slot, const void* record );
    bool remove( const void* key, void* removed, Position hint );
 
    const void* find( const void* key, Position hint ) const;
@@ -42,6 +46,8 @@ class WriterTable {
    const Layout& layout() const { return layout_; }
    const Mox::String& path() const { return files_.table; }
    uint64_t instanceId() const { return instanceId_; }
+   uint32_t limit() const { return limit_; }
+   const std::shared_ptr<Mapping>& mapping() const { return mapping_; }
    uint64_t sequence() const { return sequence_; }
    uint32_t size() const { return size_; }
    const AttachReport& report() const { return report_; }
@@ -58,6 +64,8 @@ class WriterTable {
    [[noreturn]] void corrupted( Position position, uint32_t slot,
                                 const char* what ) const;
    [[noreturn]] void noPlace( bool full ) const;
+   bool mustGrow( const void* key, uint64_t hash, Position hint ) const;
+   void grow();
    Place placeFor( const void* key, uint64_t hash, Position hint ) const;
    Position putHashed( const void* record, uint64_t hash, Position hint );
    void openBell();
@@ -75,12 +83,15 @@ class WriterTable {
    Descriptor lock_;
    Descriptor bell_;
    FileId file_;  // of the mapping, which keeps it
-   Mapping mapping_;
+   std::shared_ptr<Mapping> mapping_;
+   // Of former instances in which records are reserved.
+   std::vector<std::shared_ptr<Mapping>> former_;
    WriterView view_;
    uint64_t instanceId_ = 0;
    uint64_t sequence_ = 0;  // sequence of the last change
    uint64_t rung_ = 0;      // sequence of the last ring
    bool filesRemoved_ = false;
+   uint32_t limit_ = 0;
    uint32_t size_ = 0;
    uint32_t reservations_ = 0;
    FreeSlots free_;

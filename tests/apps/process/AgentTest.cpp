@@ -1,6 +1,7 @@
 // The agent as a program, over tables that are damaged.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <random>
 
@@ -24,7 +25,10 @@ void damageTables( const std::string& root, std::mt19937_64& random,
       if ( !entry.is_regular_file() || entry.path().has_extension() ) continue;
       std::string bytes = bytesOf( entry.path() );
       std::vector<size_t> taken;
-      for ( size_t at = headers ? 0 : 8192; at + 8 <= bytes.size(); at += 8 ) {
+      uint32_t fields = 0;
+      std::memcpy( &fields, bytes.data() + 84, sizeof fields );
+      const size_t header = 144 + 72 * fields;  // doc/tables.md
+      for ( size_t at = headers ? 0 : header; at + 8 <= bytes.size(); at += 8 ) {
          if ( bytes.compare( at, 8, std::string( 8, '\0' ) ) != 0 )
             taken.push_back( at );
       }

@@ -6,6 +6,8 @@
 
 #include "Support.h"
 #include "platform/shm/detail/Checksum.h"
+#include "platform/shm/detail/Header.h"
+#include "platform/shm/detail/Order.h"
 
 namespace Brane::Test {
 namespace {
@@ -42,6 +44,31 @@ class Attach : public TableTest {
          EXPECT_THAT( reader.problem(), HasSubstr( std::to_string( value ) ) );
    }
 
+   // In a file system that is full: what stands stays, and more goes in once there
+   // is space.
+   bool refusesToGrow( TableWriter& writer ) {
+      Followed followed( path, layout );
+      Content expected;
+      for ( uint64_t id = 1; id <= 100; ++id ) {
+         if ( id == 20 ) remount( "size=1m" );
+         try {
+            put( writer, id, id );
+            expected[id] = Record::of( id, id );
+         } catch ( const NoSpaceError& ) {
+            if ( id <= 4 || id >= 20 ) return false;
+            put( writer, 1, id );  // replacing stays possible
+            expected[1] = Record::of( 1, id );
+         }
+         if ( contentOf( writer ) != expected ) return false;
+      }
+      followed.drain();
+      return writer.size() < 100 && followed.content == expected &&
+             !std::filesystem::exists( path + ".new" );
+   }
+   void remount( const char* size ) {
+      ::mount( "none", directory.c_str(), "tmpfs", MS_REMOUNT, size );
+   }
+
    const Content firstFive = [] {
       Content content;
       for ( uint64_t id = 1; id <= 5; ++id ) content[id] = Record::of( id, id );
@@ -55,6 +82,7 @@ struct HeaderRow {
    void ( *damage )( Detail::FileHeader& header );
 };
 using H = Detail::FileHeader;
+const size_t kHeaderSize = Detail::headerSize( 5 );
 constexpr HeaderRow kHeaders[] = {
    { LayoutError::magic, "0x1234", []( H& h ) { h.magic = 0x1234; } },
    { LayoutError::formatVersion, "0x77", []( H& h ) { h.version = 0x77; } },
@@ -65,6 +93,7 @@ constexpr HeaderRow kHeaders[] = {
    { LayoutError::fingerprint, "99", []( H& h ) { h.fingerprint = 99; } },
    { LayoutError::geometry, "contradict", []( H& h ) { h.recordSize = 47; } },
    { LayoutError::geometry, "contradict", []( H& h ) { h.capacity = ~0u; } },
+   { LayoutError::geometry, "contradict", []( H& h ) { h.limit = ~0u; } },
    { LayoutError::geometry, "bytes", []( H& h ) { h.capacity = 2000; } },
    { LayoutError::geometry, "contradict", []( H& h ) { h.journalEntries = 0; } },
    { LayoutError::geometry, "contradict", []( H& h ) { h.fieldCount = 65; } },
@@ -77,13 +106,17 @@ TEST_F( Attach, NamesEachHeaderMismatch ) {
    for ( const HeaderRow& row : kHeaders ) {
       SCOPED_TRACE( testing::Message() << row.mismatch << row.text );
       std::string bytes = sound;
-      auto* header = reinterpret_cast<Detail::FileHeader*>( bytes.data() );
-      row.damage( *header );
+      H header{};
+      std::memcpy( &header, bytes.data(), kHeaderSize );
+      row.damage( header );
+      if ( header.fieldCount > Layout::maxFields )
+         std::memset( header.fields, 0, sizeof( header.fields ) );
       // Gives the header a right checksum, so that its values are judged.
-      uint64_t ready = std::exchange( header->ready, 0 );
-      header->checksum = 0;
-      header->checksum = Detail::crc32c( header, sizeof( *header ) );
-      header->ready = ready;
+      uint64_t ready = std::exchange( header.ready, 0 );
+      header.checksum = 0;
+      header.checksum = Detail::crc32c( &header, sizeof( header ) );
+      header.ready = ready;
+      std::memcpy( bytes.data(), &header, kHeaderSize );
       fileIs( bytes );
       TableReader reader( path, layout );
       bool other = row.mismatch >= LayoutError::keySize;
@@ -101,7 +134,7 @@ TEST_F( Attach, NamesEachHeaderMismatch ) {
 
 TEST_F( Attach, ReportsDamagedShortAndEmptyFiles ) {
    const std::string sound = makeTable();
-   for ( size_t size : { size_t( 0 ), size_t( 4000 ), sizeof( Detail::FileHeader ),
+   for ( size_t size : { size_t( 0 ), size_t( 100 ), kHeaderSize - 1, kHeaderSize,
                          sound.size() - 1 } ) {
       fileIs( sound.substr( 0, size ) );
       TableReader reader( path, layout );
@@ -112,7 +145,7 @@ TEST_F( Attach, ReportsDamagedShortAndEmptyFiles ) {
       EXPECT_EQ( writer.size(), 0u );
    }
    // The checksum covers every byte of the header, padding included.
-   for ( size_t at = 0; at < sizeof( Detail::FileHeader ); at += 37 ) {
+   for ( size_t at = 0; at < kHeaderSize; at += 37 ) {
       std::string bytes = sound;
       bytes[at] ^= 0x40;
       fileIs( bytes );
@@ -137,6 +170,61 @@ TEST_F( Attach, ChangesCapacityButNeverBelowItsRecords ) {
    EXPECT_TRUE( reader.poll() );
    EXPECT_EQ( reader.capacity(), 1000u );
    EXPECT_EQ( contentOf( reader ), firstFive );
+}
+
+// The bytes of a table of format version 2 with these records.
+std::string ofFormerVersion( const Layout& layout, const Content& content ) {
+   using namespace Detail;
+   const auto geometry =
+      Geometry::former( layout.keySize, layout.recordSize, 10, 1024 );
+   std::vector<std::byte> memory( geometry.fileSize + 64 );
+   auto* base = memory.data() + ( 64 - uintptr_t( memory.data() ) % 64 );
+   std::vector<std::byte> own( headerSize( Layout::maxFields ) );
+   writeHeader( own.data(), layout,
+                { 10, 10, 1024, 7, { testSeed[0], testSeed[1] }, "boot" } );
+   std::memcpy( base, own.data(), formerFieldsOffset );
+   std::memcpy( base + formerFieldsOffset, own.data() + headerSize( 0 ),
+                layout.fields.size() * sizeof( FieldEntry ) );
+   auto* header = reinterpret_cast<FileHeader*>( base );
+   header->version = formerVersion;
+   header->fileSize = geometry.fileSize;
+   header->checksum = 0;
+   header->checksum = crc32c( base, formerHeaderSize );
+   header->ready = readyWord;
+   const WriterView view{ base, geometry, { testSeed[0], testSeed[1] } };
+   uint32_t slot = 0;
+   storeWord( view.journal( 0 ), journalEntry( 0, 0 ) );
+   auto put = [&]( const Record& record, Place place ) {
+      uint64_t hash = keyHash( &record.key, sizeof( Key ), view.seed );
+      place.position = view.geometry.homeOf( hash ) * lineWords + slot;
+      RecordIdentity identity{ slot + 1, slot, hash };
+      fillSlot( view, &record, identity );
+      publish( view, place, identity );
+      return ++slot;
+   };
+   for ( auto& [id, record] : content ) put( record, {} );
+   return { reinterpret_cast<char*>( base ), geometry.fileSize };
+}
+
+TEST_F( Attach, TakesOverTheFormerFormatWithAllRecords ) {
+   fileIs( ofFormerVersion( layout, firstFive ) );
+   // As an agent of that version leaves them.
+   for ( const char* suffix : { ".bell", ".lock" } ) bytesAre( path + suffix, "1" );
+   TableReader reader( path, layout );
+   expectUnreadable( reader, readerDamaged );
+   EXPECT_EQ( reader.mismatch(), LayoutError::formatVersion );
+   {
+      TableWriter writer( path, layout, 20, options );
+      EXPECT_EQ( writer.attachReport().status, attachResized );
+      EXPECT_EQ( writer.attachReport().survivors, 5u );
+      EXPECT_EQ( writer.attachReport().dropped, 0u );
+      EXPECT_EQ( contentOf( writer ), firstFive );
+      EXPECT_EQ( writer.verify().damaged, 0u );
+   }
+   EXPECT_TRUE( reader.poll() );
+   EXPECT_EQ( contentOf( reader ), firstFive );
+   TableWriter writer( path, layout, 20, options );
+   EXPECT_EQ( writer.attachReport().status, attachReused );
 }
 
 TEST_F( Attach, ConvertsToAnotherLayoutByFieldNameAndType ) {
@@ -285,9 +373,10 @@ TEST_F( Attach, FullFileSystemIsAnErrorWithNothingLeft ) {
             mount( "none", directory.c_str(), "tmpfs", 0, limit.c_str() ) == 0;
          if ( !mounted ) _exit( 77 );
          try {
-            TableWriter writer( path, layout, 10, options );
+            options.firstCapacity = 4;
+            TableWriter writer( path, layout, 100, options );
             bool rung = std::filesystem::file_size( path + ".bell" ) == 1;
-            _exit( pages == enough && rung ? 0 : 1 );
+            _exit( pages == enough && rung && refusesToGrow( writer ) ? 0 : 1 );
          } catch ( const CreateError& e ) {
             bool named =
                strstr( e.what(), "No space" ) && strstr( e.what(), path.c_str() );

@@ -175,7 +175,7 @@ TEST_F( Follower, TakesEverythingForChangedBeyondTheGenerations ) {
    // Only the head, as after 2^28 writes, when words repeat.
    uint64_t head = writer.sequence() + ( 1ull << 28 );
    std::string bytes = bytesOf( path );
-   std::memcpy( bytes.data() + Detail::controlOffset, &head, 8 );
+   std::memcpy( bytes.data() + geometryOf( 4 ).controlOffset, &head, 8 );
    bytesAre( path, bytes );
    EXPECT_EQ( followed.drain().written, 2u );
 }

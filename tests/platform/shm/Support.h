@@ -143,9 +143,12 @@ struct Followed {
    uint32_t changes = 0;
 };
 
-inline Detail::Geometry geometryOf( uint32_t capacity, uint32_t journal = 1024 ) {
-   return Detail::Geometry::of( sizeof( Key ), sizeof( Record ), capacity,
-                                journal );
+// 0 chooses the journal's length by the capacity.
+inline Detail::Geometry geometryOf( uint32_t capacity, uint32_t journal = 0 ) {
+   using Detail::Geometry;
+   return Geometry::of(
+      sizeof( Key ), sizeof( Record ), uint32_t( layoutOfRecord().fields.size() ),
+      capacity, journal ? journal : Geometry::defaultJournalEntries( capacity ) );
 }
 
 // The words of a table, to damage as a stray pointer would.
@@ -158,7 +161,7 @@ inline void breakRecordAt( std::string& bytes, const Detail::Geometry& geometry,
    bytes[geometry.slotsOffset + slot * geometry.slotStride + 40] ^= 4;
 }
 inline void headIs( std::string& bytes, int byte ) {
-   std::memset( bytes.data() + Detail::controlOffset, byte, 8 );
+   std::memset( bytes.data() + geometryOf( 1 ).controlOffset, byte, 8 );
 }
 
 constexpr std::array<uint64_t, 2> testSeed = { 11, 22 };

@@ -32,6 +32,7 @@ TEST_F( Table, RefusesTheZeroKeyUnlessAsked ) {
 TEST_F( Table, RefusesKeysBeyondTheReachOfProbing ) {
    // All keys have one home line: the lines in reach have 7 words each.
    constexpr size_t reach = Detail::probeLimit * Detail::wordsPerLine;
+   options.firstCapacity = 400;
    TableWriter writer( path, layout, 400, options );
    TableReader reader( path, layout );
    std::vector<uint64_t> ids = neighbours( 400, reach + 1 );
@@ -172,7 +173,7 @@ class Churn : public TableTest, public testing::WithParamInterface<uint64_t> {
    std::vector<uint64_t> ids = neighbours( capacity, 60, 3 );
    std::map<uint64_t, Position> positions;
    std::unique_ptr<TableWriter> writer;
-   TableReader* reader = nullptr;
+   std::unique_ptr<TableReader> reader;
    Content expected;
    uint64_t generation = 0;
 };
@@ -191,7 +192,7 @@ TEST_P( Churn, EqualsAMap ) {
    options.journalEntries = random() % 2 ? 4 : 256;
    mount();
    Followed followed( path, layout );
-   reader = &followed.reader;
+   reader = std::make_unique<TableReader>( path, layout );
    for ( uint64_t round = 1; round <= rounds && !HasFailure(); ++round ) {
       if ( random() % 3 == 0 ) mount();
       change( random() % ( round % 4 ? 10 : 1500 ) );
@@ -204,7 +205,9 @@ TEST_P( Churn, EqualsAMap ) {
          // No changes in the last parts, so that the drain ends.
          change( part < 20 ? random() % 5 : 0 );
          drained = followed.drain( limit );
-         EXPECT_LE( drained.written + drained.removed, 2ull * limit + 1 );
+         // The difference to another instance is not divided.
+         EXPECT_TRUE( drained.stateChanged ||
+                      drained.written + drained.removed <= 2ull * limit + 1 );
          drainedSo[drained.lapped][drained.more] = true;
          EXPECT_EQ( followed.follower.pending(), drained.more );
       }
@@ -214,8 +217,9 @@ TEST_P( Churn, EqualsAMap ) {
    }
    // Removals leave nothing that lengthens a search: all counts are back at zero.
    for ( auto& [id, record] : expected ) EXPECT_TRUE( remove( *writer, id ) );
-   auto geometry = geometryOf( capacity, options.journalEntries );
    std::string bytes = bytesOf( path );
+   auto* header = reinterpret_cast<const Detail::FileHeader*>( bytes.data() );
+   auto geometry = geometryOf( header->capacity, header->journalEntries );
    EXPECT_EQ( bytes.find_first_not_of( '\0', geometry.indexOffset ),
               bytes.find_first_not_of( '\0', geometry.slotsOffset ) );
 }

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "tests/packet/PacketBuilder.h"
+#include "tests/packet/Hex.h"
 
 namespace Router {
 namespace {
@@ -67,7 +67,7 @@ TEST( IpDecoder, LeadsToThePayloadOrTellsWhyNot ) {
         { raw, ipv6( "00", 8, "67 ff 000000000000" ), "badIpHeader" },
         { raw, ipv6( "00" ), "badIpHeader" },
         { raw, ipv6( "00", 800, std::string( 1600, '0' ) ), "badIpHeader" } } ) {
-      const ByteVector frame = PacketBuilder().hex( row.frame );
+      const ByteVector frame = hex( row.frame );
       IpPacket packet;
       DropReason reason = decodeFrame( row.link, frame, packet );
       std::string text( dropName( reason ) );
@@ -82,7 +82,7 @@ TEST( IpDecoder, LeadsToThePayloadOrTellsWhyNot ) {
 TEST( IpDecoder, VlansAreInterfacesOfTheirOwn ) {
    auto isOf = []( const std::string& behindMacs,
                    LinkType link = LinkType::ethernet ) {
-      const ByteVector frame = PacketBuilder().hex( kMacs + behindMacs );
+      const ByteVector frame = hex( kMacs + behindMacs );
       return isOfVlan( link, frame );
    };
    EXPECT_TRUE( isOf( "8100 0005 0800" ) );

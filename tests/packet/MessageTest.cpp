@@ -1,12 +1,13 @@
 #include <fmt/format.h>
 
+#include "packet/Checksum.h"
 #include "packet/Encode.h"
 #include "packet/Message.h"
 
 #include <gtest/gtest.h>
 
+#include "tests/packet/Hex.h"
 #include "tests/packet/MessageText.h"
-#include "tests/packet/PacketBuilder.h"
 
 namespace Router {
 namespace {
@@ -28,19 +29,13 @@ class Sent {
       if ( bytes_.size() < 4 ) return *this;
       covered = std::min( covered, bytes_.size() );
       bytes_[2] = bytes_[3] = 0;
-      PacketBuilder all;
-      all.raw( { bytes_.begin(), bytes_.begin() + covered } ).zeros( covered % 2 );
+      Checksum sum;
+      sum.add( Bytes( bytes_ ).first( covered ) );
       if ( packet.source.family() == Vantu::AddressFamily::ipv6 )
-         all.raw( bytesOf( packet.source ) )
-            .raw( bytesOf( packet.destination ) )
-            .u32( covered )
-            .u32( packet.protocol );
-      uint32_t sum = 0;
-      for ( size_t i = 0; i < all.bytes().size(); i += 2 )
-         sum += all.bytes()[i] << 8 | all.bytes()[i + 1];
-      while ( sum > 0xffff ) sum = ( sum >> 16 ) + ( sum & 0xffff );
-      bytes_[2] = ~sum >> 8;
-      bytes_[3] = ~sum;
+         addPseudoHeader( sum, packet.source, packet.destination, covered,
+                          packet.protocol );
+      bytes_[2] = sum.value() >> 8;
+      bytes_[3] = sum.value();
       return *this;
    }
    Sent cut( size_t length ) const {
@@ -93,10 +88,6 @@ class Sent {
    IpPacket packet;
 
  private:
-   static ByteVector bytesOf( const Vantu::IpGenAddr& address ) {
-      return { address.bytes().begin(), address.bytes().end() };
-   }
-
    ByteVector bytes_;
 };
 
@@ -153,20 +144,17 @@ const Row kPimRows[] = {
 
 TEST( PimMessage, IsReadOrDropped ) {
    for ( const Row& row : kPimRows )
-      EXPECT_EQ(
-         Sent( pimProtocol, row.ipv6, PacketBuilder().hex( row.bytes ) ).text(),
-         row.text )
+      EXPECT_EQ( Sent( pimProtocol, row.ipv6, hex( row.bytes ) ).text(), row.text )
          << row.bytes;
    for ( unsigned type : { 1, 2, 19, 20 } ) {
       for ( unsigned length : { 0, 1, 3, 5, 8 } ) {
-         PacketBuilder option;
-         option.hex( "20000000" ).u16( type ).u16( length ).zeros( length );
+         const auto option = hex( fmt::format( "20000000 {:04x} {:04x} {:0{}}",
+                                               type, length, 0, 2 * length ) );
          EXPECT_EQ( Sent( pimProtocol, false, option ).text(), "badOption" )
             << type << ' ' << length;
       }
    }
-   EXPECT_EQ( Sent( 17, false, PacketBuilder().hex( "20000000" ) ).text(),
-              "otherProtocol" );
+   EXPECT_EQ( Sent( 17, false, hex( "20000000" ) ).text(), "otherProtocol" );
 }
 
 TEST( PimMessage, JoinPruneIsDroppedForWhatItCannotUse ) {
@@ -187,7 +175,7 @@ TEST( PimMessage, JoinPruneIsDroppedForWhatItCannotUse ) {
            { "source of IPv6", 26, 2, "badAddress" },
            { "source encoding", 27, 1, "badAddress" },
            { "source mask of 128", 29, 128, "badAddress" } } ) {
-      Sent sent( pimProtocol, false, PacketBuilder().hex( kJoinPrune ) );
+      Sent sent( pimProtocol, false, hex( kJoinPrune ) );
       sent[fault.offset] = fault.value;
       EXPECT_EQ( sent.checksum().text(), fault.reason ) << fault.what;
    }
@@ -200,7 +188,7 @@ TEST( PimMessage, CutAnywhereItIsDropped ) {
                                        { true, kRegister6 },
                                        { false, kStop },
                                        { false, kAssert } } ) {
-      const Sent whole( pimProtocol, ipv6, PacketBuilder().hex( bytes ) );
+      const Sent whole( pimProtocol, ipv6, hex( bytes ) );
       for ( size_t length = 0; length < whole.size(); ++length )
          EXPECT_EQ( whole.cut( length ).text(), "truncatedMessage" )
             << bytes << length;
@@ -209,13 +197,12 @@ TEST( PimMessage, CutAnywhereItIsDropped ) {
 
 TEST( PimMessage, ChecksumCoversAllOrARegistersHeader ) {
    for ( bool ipv6 : { false, true } ) {
-      Sent odd( pimProtocol, ipv6, PacketBuilder().hex( "20000000 fde9 0001 01" ) );
+      Sent odd( pimProtocol, ipv6, hex( "20000000 fde9 0001 01" ) );
       EXPECT_EQ( odd.text(), "" );
       odd[8] ^= 1;
       EXPECT_EQ( odd.text(), "badChecksum" );
       for ( unsigned flags : { 0x40, 0x80, 0x3f } ) {
-         Sent sent( pimProtocol, ipv6,
-                    PacketBuilder().hex( ipv6 ? kRegister6 : kRegister ) );
+         Sent sent( pimProtocol, ipv6, hex( ipv6 ? kRegister6 : kRegister ) );
          sent[4] = flags;
          const std::string text = fmt::format(
             "null={} border={} inner={}", flags == 0x40 ? "Yes" : "No",
@@ -227,7 +214,7 @@ TEST( PimMessage, ChecksumCoversAllOrARegistersHeader ) {
          sent[5] ^= 1;
          EXPECT_EQ( sent.text(), "badChecksum" );
       }
-      Sent other( pimProtocol, false, PacketBuilder().hex( kStop ) );
+      Sent other( pimProtocol, false, hex( kStop ) );
       EXPECT_EQ( other.checksum( 8 ).text(), "badChecksum" )
          << "only registers may leave their data out";
    }
@@ -266,12 +253,12 @@ const Row kMembershipRows[] = {
 
 TEST( MembershipMessage, IsReadOrDropped ) {
    for ( const Row& row : kMembershipRows )
-      EXPECT_EQ( Sent( row.ipv6 ? icmp6Protocol : igmpProtocol, row.ipv6,
-                       PacketBuilder().hex( row.bytes ) )
-                    .text(),
-                 row.text )
+      EXPECT_EQ(
+         Sent( row.ipv6 ? icmp6Protocol : igmpProtocol, row.ipv6, hex( row.bytes ) )
+            .text(),
+         row.text )
          << row.bytes;
-   const Sent whole( icmp6Protocol, true, PacketBuilder().hex( kMldReport ) );
+   const Sent whole( icmp6Protocol, true, hex( kMldReport ) );
    for ( size_t length = 8; length < whole.size(); ++length )
       EXPECT_EQ( whole.cut( length ).text(), "truncatedMessage" ) << length;
 }
@@ -312,7 +299,7 @@ TEST( Messages, AreWrittenAsTheyWereRead ) {
            { icmp6Protocol, true, "82000000 7fff 0000 =ff3e::1 0280 0000" },
            { icmp6Protocol, true, "84000000 0000 0000 =ff3e::1" },
            { icmp6Protocol, true, kMldReport } } ) {
-      Sent sent( row.protocol, row.ipv6, PacketBuilder().hex( row.bytes ) );
+      Sent sent( row.protocol, row.ipv6, hex( row.bytes ) );
       if ( row.bytes[1] == '1' && row.protocol == pimProtocol ) sent.checksum( 8 );
       EXPECT_EQ( sent.encoded(), sent.bytes() ) << row.bytes;
    }
@@ -336,7 +323,7 @@ TEST( MembershipMessage, OnlyTheLinkItselfCounts ) {
            { true, "82000000 00000000 =ff3e::1", "::", 1, true },
            { true, "83000000 00000000 =ff3e::1", "::", 1, false } } ) {
       Sent sent( row.ipv6 ? icmp6Protocol : igmpProtocol, row.ipv6,
-                 PacketBuilder().hex( row.bytes ) );
+                 hex( row.bytes ) );
       sent.packet.source = Vantu::IpGenAddr( Mox::StringView( row.source ) );
       sent.packet.ttl = row.ttl;
       EXPECT_EQ( sent.checksum().text() == "offLink", row.offLink )

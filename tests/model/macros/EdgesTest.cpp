@@ -2,6 +2,7 @@
 // fatal assertion, traces, and the letters that macros put into a route's flags.
 #include <gtest/gtest.h>
 
+#include "model/Derivation.h"
 #include "tests/model/macros/Allocations.h"
 #include "tests/support/ThrowingAssertions.h"
 #include "tests/support/TraceCapture.h"
@@ -13,41 +14,12 @@ namespace {
 using Mox::Test::assertionText;
 using Mox::Test::TraceCapture;
 
-#define NAMED( macro ) \
-   { #macro, &Intf::macro }
-constexpr struct {
-   const char* name;
-   bool ( Intf::*macro )() const;
-} kAnswers[] = {
-   NAMED( joinsWcRp ),
-   NAMED( joinsWc ),
-   NAMED( joinsSg ),
-   NAMED( prunesSgRpt ),
-   NAMED( iAmDr ),
-   NAMED( lostAssertWc ),
-   NAMED( lostAssertSg ),
-   NAMED( lostAssertSgRpt ),
-   NAMED( includeWc ),
-   NAMED( includeSg ),
-   NAMED( excludeSg ),
-   NAMED( includeSgFastFailover ),
-   NAMED( immediateOlistWcRp ),
-   NAMED( immediateOlistWc ),
-   NAMED( immediateOlistSg ),
-   NAMED( inheritedOlistSgRpt ),
-   NAMED( inheritedOlistSg ),
-   NAMED( couldAssertWc ),
-   NAMED( couldAssertSg ),
-   NAMED( assertTrackingDesiredWc ),
-   NAMED( assertTrackingDesiredSg ),
-};
-#undef NAMED
-
 // The macros that are true.
 Mox::String truths( const Intf& intf ) {
    Mox::String names;
-   for ( const auto& answer : kAnswers )
-      if ( ( intf.*answer.macro )() ) names += Mox::String( answer.name ) + ' ';
+   for ( Mox::StringView macro : intfMacroNames() )
+      if ( derive( intf, macro ).value == "true" )
+         names += Mox::String( macro ) + ' ';
    return names;
 }
 
@@ -56,13 +28,13 @@ void expectAlone( IntfBuilder intf ) {
    EXPECT_EQ( truths( *intf ), "iAmDr " );
    intf.joined().include();
    EXPECT_EQ( truths( *intf ),
-              "joinsWc joinsSg iAmDr includeWc includeSg includeSgFastFailover "
+              "iAmDr joinsWc joinsSg includeWc includeSg includeSgFastFailover "
               "immediateOlistWc immediateOlistSg inheritedOlistSg couldAssertWc "
               "assertTrackingDesiredWc assertTrackingDesiredSg " );
    intf.joinState( Intf::noInfo ).include( false ).exclude().rptPruned();
    intf.lostAssert( "[R] 192.0.2.9 [120/30]" );
    EXPECT_EQ( truths( *intf ),
-              "prunesSgRpt iAmDr lostAssertWc lostAssertSg lostAssertSgRpt " );
+              "iAmDr prunesSgRpt lostAssertWc lostAssertSg lostAssertSgRpt " );
    EXPECT_EQ( intf->pimIntf(), nullptr );
    EXPECT_EQ( intf->myIp(), Vantu::IpGenAddr() );
    for ( const AssertMetric& own :
@@ -94,8 +66,8 @@ TEST( MacrosAlone, NamelessInterfaceIsTheMissingRpfInterface ) {
    EXPECT_EQ( truths( *intf ), "iAmDr " );
    intf.joined().lostAssert( "[R] 192.0.2.9 [1/1]" );
    EXPECT_EQ( truths( *intf ),
-              "joinsWc joinsSg iAmDr lostAssertSg immediateOlistWc "
-              "assertTrackingDesiredSg " );
+              "iAmDr joinsWc joinsSg immediateOlistWc "
+              "assertTrackingDesiredSg lostAssertSg " );
 }
 
 TEST( MacrosOfSg, RefuseWildcardRoutes ) {

@@ -11,12 +11,13 @@
 //          port 0   port 1   port 2
 //            |
 //        receivers and rivals; this router is 192.0.2.5 on port 0, 192.0.3.5 on ..
-//
-// Each enumeration begins with its representatives, for walks over only a part.
 #pragma once
 
 #include <array>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
 #include <tuple>
 
 namespace Routing::Pim::SparseMode::Test {
@@ -83,15 +84,11 @@ struct Facts {
    bool include = false;
    bool exclude = false;
    Winner winner = Winner::none;
-
-   bool operator==( const Facts& ) const = default;
 };
 
 struct Port {
    Facts wc, sg;
    Pim pim = Pim::dr;
-
-   bool operator==( const Port& ) const = default;
 };
 
 struct Upper {
@@ -102,8 +99,6 @@ struct Upper {
    bool katExpired = false;
    bool attached = false;  // the end of the path is on the link
    bool border = false;    // comes in by a border router, on port 2
-
-   bool operator==( const Upper& ) const = default;
 };
 
 struct World {
@@ -112,8 +107,6 @@ struct World {
    std::array<Port, kPorts> ports;
    uint8_t received = 0;  // the metric in an assert message: kReceived
    uint8_t failover = 0;  // set of fast-failover interfaces, bit 3 a foreign one
-
-   bool operator==( const World& ) const = default;
 };
 
 // ---- the meaning of the values above
@@ -208,6 +201,46 @@ inline Metric receivedMetric( int index, Pim pim ) {
    const bool wc = index == 11;
    const Path own = pathOf( Upstream::up, wc );
    return { wc, own.preference, own.metric, ownAddress( 0, pim ) };
+}
+
+// ---- random ones
+
+// PIMSM_SEED, or a new one; printed.
+inline unsigned seedOf() {
+   const char* fixed = std::getenv( "PIMSM_SEED" );
+   const unsigned seed =
+      fixed != nullptr ? unsigned( std::atoi( fixed ) ) : std::random_device()();
+   std::printf( "seed %u\n", seed );
+   return seed;
+}
+
+// Port 0 has an (S,G) record. Half of the others have none or an idle one, so that lists may be
+// empty.
+inline World anyWorld( std::mt19937& random ) {
+   auto oneOf = [&]( unsigned count ) { return int( random() % count ); };
+   auto flip = [&] { return oneOf( 2 ) != 0; };
+   World world;
+   world.wcRoute = oneOf( 4 ) != 0;
+   for ( Upper* upper : { &world.wc, &world.sg } )
+      *upper = { Upstream( oneOf( 8 ) ),
+                 Upstream( oneOf( 8 ) ),
+                 flip(),
+                 flip(),
+                 flip(),
+                 flip(),
+                 flip() };
+   for ( Port& port : world.ports ) {
+      port.pim = Pim( oneOf( 5 ) );
+      for ( Facts* facts : { &port.wc, &port.sg } ) {
+         facts->record = flip() || facts == &world.ports[0].sg;
+         if ( flip() )
+            *facts = { true,   Join( oneOf( 3 ) ),  Rpt( oneOf( 5 ) ), flip(),
+                       flip(), Winner( oneOf( 8 ) ) };
+      }
+   }
+   world.received = uint8_t( oneOf( kReceived ) );
+   world.failover = uint8_t( oneOf( 16 ) );
+   return world;
 }
 
 }

@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
+#include <random>
 
+#include "engine/RecordState.h"
 #include "tests/support/VrfBuilder.h"
 
 namespace Router {
@@ -45,140 +46,151 @@ class Forwarding : public testing::Test {
    ForwardingEngine engine{ vrf.ptr() };
 };
 
-TEST_F( Forwarding, SourceTreeTakesTheSharedTreesInterfacesOver ) {
-   wc().intf( "eth1" ).joined();
-   wc().intf( "eth2" ).joined();
-   wc().intf( "eth9" ).joined();
-   sg().intf( "eth2" ).rptPruned();
-   sg().intf( "eth3" ).joined();
-   review();
-   EXPECT_EQ( sgRecords(), "eth1 [eth2] eth3 [eth9]" );
-   EXPECT_TRUE( sg()->routeIntf( intfId( "eth1" ) )->initialized() );
+// One change after another, each followed: afterwards values are what the macros say, and the
+// source's records those with state of their own or in the group's route.
+class Walk : public testing::Test {
+ protected:
+   unsigned oneOf( unsigned count ) { return unsigned( random() % count ); }
+   bool flip() { return oneOf( 2 ) != 0; }
+   Vantu::IntfId anyIntf() {
+      return intfId( "eth" + std::to_string( oneOf( 3 ) ) );
+   }
+   Routing::Pim::RouteKey anyKey() {
+      const char* group = oneOf( 3 ) == 0 ? "233.252.0.2" : kGroup;
+      return flip() ? wcKey( group ) : sgKey( kSource, group );
+   }
 
-   // On the shared tree the source's own joins do not count yet, and traffic comes
-   // in by eth0.
-   wc().intf( "eth0" ).joined();
-   sg().spTree( false );
-   review();
-   EXPECT_EQ( sgRecords(), "[eth0] eth1 [eth2] [eth3] eth9" );
+   // One of these attributes gets one of its values.
+   struct Input {
+      enum { ofRecord, ofRoute, ofPath, ofPim } of;
+      const char* name;
+      std::vector<const char*> values;
+   };
+   static inline const std::vector<const char*> kFlags = { "false", "true" };
+   static inline const std::vector<const char*> kIntfs = { "'eth0'", "'eth1'",
+                                                           "'eth2'" };
+   static inline const std::vector<Input> kInputs = {
+      { Input::ofRecord, "joinState", { "noInfo", "joined", "prunePending" } },
+      { Input::ofRecord, "rptState", { "rptNoInfo", "rptPruned" } },
+      { Input::ofRecord, "localReceiverInclude", kFlags },
+      { Input::ofRecord, "localReceiverExclude", kFlags },
+      { Input::ofRoute, "spTree", kFlags },
+      { Input::ofRoute, "mbr", kFlags },
+      { Input::ofRoute, "switching", kFlags },
+      { Input::ofRoute, "iifSwitching", kFlags },
+      { Input::ofRoute, "katExpired", kFlags },
+      { Input::ofRoute,
+        "iifSwitchState",
+        { "notSwitching", "switchIifUpdated", "wrongVifRecd" } },
+      { Input::ofPath, "rpfAttached", kFlags },
+      { Input::ofPath, "mbrIif", kIntfs },
+      { Input::ofPath, "frr", kFlags },
+      { Input::ofPim, "iAmDr", kFlags } };
 
-   // Records that only stood for (*,G) records go with them.
-   vrf->routeDel( wcKey( kGroup ) );
-   sg();
-   review();
-   EXPECT_EQ( sgRecords(), "[eth2] eth3" );
-}
+   void change() {
+      const Routing::Pim::RouteKey key = anyKey();
+      if ( oneOf( 20 ) == 0 ) {
+         vrf->routeDel( key );
+         return;
+      }
+      Mox::Ptr<Route> route = vrf->routeIs( key );
+      route->wildCardIs( key.source.isUnspecified() );
+      auto path = [&] { return flip() ? route->umhIs() : route->umhFrrIs(); };
+      const Routing::Pim::Rpf rpf =
+         oneOf( 4 ) == 0 ? Routing::Pim::Rpf() : rpfBy( anyIntf().name() );
+      const char* winner = flip() ? "[S] 192.0.2.5 [1/1]" : "[S] 192.0.2.9 [1/1]";
+      // Engines that set states on records say so.
+      auto record = [&] {
+         engine.handleRecord( key );
+         return route->routeIntfIs( anyIntf() );
+      };
+      switch ( const unsigned which = oneOf( kInputs.size() + 9 ) ) {
+         case 0:
+            path()->rpfIs( rpf );
+            break;
+         case 1:
+            path()->prevRpfIs( rpf );
+            break;
+         case 2:
+            path()->routeIs( oneOf( 4 ) == 0 ? nullptr : route.get() );
+            break;
+         case 3:
+            flip() ? route->umhDel() : route->umhFrrDel();
+            break;
+         case 4:
+            record()->assertInfoIs( { iAmAssertLoser, assertMetric( winner ) } );
+            break;
+         case 5:
+            record()->assertInfoIs( {} );
+            break;
+         case 6:
+            vrf->pimStatusIs( flip() ? vrf.pim() : nullptr );
+            break;
+         case 7:
+            vrf.pim()->intfDel( anyIntf() );
+            break;
+         case 8:
+            vrf.pim()
+               ->intfIs( anyIntf() )
+               ->addrIs( { addr( flip() ? "192.0.2.5" : "192.0.2.6" ), 24 } );
+            break;
+         default: {
+            const Input& input = kInputs[which - 9];
+            Mox::Ptr<Mox::Entity> entity = route;
+            if ( input.of == Input::ofRecord ) entity = record();
+            if ( input.of == Input::ofPath ) entity = path();
+            if ( input.of == Input::ofPim ) entity = vrf.pim()->intfIs( anyIntf() );
+            entity->attributeTextIs( input.name,
+                                     input.values[oneOf( input.values.size() )] );
+         }
+      }
+   }
 
-// One change at a time: each must mark the route, and be followed.
-TEST_F( Forwarding, FollowsEveryInput ) {
-   wc().intf( "eth1" ).joined();
-   sg().intf( "eth2" ).joined();
-   review();
-   ASSERT_EQ( sgRecords(), "eth1 eth2" );
-   Route& source = *sg();
-   Intf& own = *source.routeIntf( intfId( "eth2" ) );
-   Intf& inherited = *source.routeIntf( intfId( "eth1" ) );
-   auto pim = [&]( const char* name ) { return vrf.pim()->intf( intfId( name ) ); };
-   auto member = [&] { return source.routeIntfIs( intfId( "eth2" ) ); };
-   auto shared = [&] { return wc().intf( "eth1" ); };
-   const Routing::Pim::IntfAddr six{ addr( "192.0.2.6" ), 24 };
-   const AssertInfo won{ iAmAssertWinner, assertMetric( "[S] 192.0.2.5 [1/1]" ) };
-   struct Step {
-      std::function<void()> change;
-      const char* records;
-   };
-   // As engines do that set states on interface records.
-   auto tell = [&]( const Routing::Pim::RouteKey& key ) {
-      engine.handleRecord( key );
-   };
-   const Step steps[] = {
-      { [&] {
-          own.joinStateIs( Intf::noInfo );
-          tell( sgKey( kSource, kGroup ) );
-       },
-        "eth1" },
-      { [&] {
-          member()->localReceiverIncludeIs( true );
-          tell( sgKey( kSource, kGroup ) );
-       },
-        "eth1 eth2" },
-      { [&] { pim( "eth2" )->iAmDrIs( false ); }, "eth1 [eth2]" },
-      { [&] {
-          member()->assertInfoIs( won );
-          tell( sgKey( kSource, kGroup ) );
-       },
-        "eth1 eth2" },
-      { [&] { pim( "eth2" )->addrIs( six ); }, "eth1 [eth2]" },
-      { [&] {
-          member()->assertInfoIs( {} );
-          tell( sgKey( kSource, kGroup ) );
-       },
-        "eth1 [eth2]" },
-      { [&] { vrf.pim()->intfDel( intfId( "eth2" ) ); }, "eth1 eth2" },
-      // An interface without address is its own assert winner.
-      { [&] { vrf.pim()->intfIs( intfId( "eth2" ) ); }, "eth1 eth2" },
-      { [&] { pim( "eth2" )->addrIs( six ); }, "eth1 [eth2]" },
-      { [&] { vrf->pimStatusIs( nullptr ); }, "eth1 eth2" },
-      { [&] { vrf->pimStatusIs( vrf.pim() ); }, "eth1 [eth2]" },
-      { [&] { pim( "eth2" )->iAmDrIs( true ); }, "eth1 eth2" },
-      { [&] {
-          inherited.rptStateIs( Intf::rptPruned );
-          tell( sgKey( kSource, kGroup ) );
-       },
-        "[eth1] eth2" },
-      { [&] {
-          inherited.rptStateIs( Intf::rptNoInfo );
-          tell( sgKey( kSource, kGroup ) );
-       },
-        "eth1 eth2" },
-      { [&] {
-          shared().include();
-          tell( wcKey( kGroup ) );
-       },
-        "eth1 eth2" },
-      { [&] {
-          shared().joinState( Intf::noInfo );
-          tell( wcKey( kGroup ) );
-       },
-        "eth1 eth2" },
-      { [&] {
-          inherited.localReceiverExcludeIs( true );
-          tell( sgKey( kSource, kGroup ) );
-       },
-        "[eth1] eth2" },
-      { [&] {
-          inherited.localReceiverExcludeIs( false );
-          tell( sgKey( kSource, kGroup ) );
-       },
-        "eth1 eth2" },
-      { [&] {
-          shared().lostAssert( "[S] 192.0.2.7 [1/1]" );
-          tell( wcKey( kGroup ) );
-       },
-        "[eth1] eth2" },
-      { [&] {
-          shared().noAssert();
-          tell( wcKey( kGroup ) );
-       },
-        "eth1 eth2" },
-      { [&] { source.umh()->rpfIs( rpfBy( "eth2" ) ); }, "eth1 [eth2]" },
-      { [&] { source.iifSwitchingIs( true ); }, "eth1 [eth2]" },
-      { [&] { source.iifSwitchStateIs( Route::switchIifUpdated ); }, "eth1 eth2" },
-      { [&] { source.umh()->prevRpfIs( rpfBy( "eth1" ) ); }, "[eth1] eth2" },
-      { [&] { source.mbrIs( true ); }, "eth1 eth2" },
-      { [&] { source.umh()->mbrIifIs( intfId( "eth2" ) ); }, "eth1 [eth2]" },
-      { [&] { source.umhDel(); }, "eth1 eth2" },
-      { [&] { source.umhIs(); }, "eth1 eth2" },
-      { [&] { source.umh()->routeIs( &source ); }, "eth1 eth2" },
-      { [&] { source.umh()->mbrIifIs( intfId( "eth1" ) ); }, "[eth1] eth2" },
-      { [&] { source.spTreeIs( false ); }, "[eth1] [eth2]" },
-   };
-   int number = 0;
-   for ( const Step& step : steps ) {
-      step.change();
-      EXPECT_TRUE( engine.pending() ) << ++number;
-      review();
-      EXPECT_EQ( sgRecords(), step.records ) << number;
+   // What the macros say, in the engine's stead.
+   static void expectFollowed( const Route& route ) {
+      const Route* wc = route.wc();
+      const bool ofWc = route.wildCard();
+      for ( const Intf& intf : route.routeIntf() ) {
+         EXPECT_EQ( intf.forward(), intf.forwardDesired() );
+         EXPECT_EQ( intf.fastForward(), intf.fastForwardDesired() );
+         EXPECT_TRUE( ofWc || holdsState( intf ) || inherits( intf, wc ) );
+      }
+      EXPECT_EQ( route.upJoinState() == upJoined,
+                 ofWc ? route.joinDesiredWc() : route.joinDesiredSg() );
+      if ( ofWc ) return;
+      for ( const Intf& theirs :
+            wc != nullptr ? wc->routeIntf() : route.routeIntf() )
+         EXPECT_TRUE( !holdsState( theirs ) ||
+                      route.routeIntf( theirs.intfId() ) != nullptr );
+      if ( route.umh() == nullptr ) return;
+      EXPECT_EQ( route.upRptState(), wc == nullptr || !wc->rptJoinDesiredWc()
+                                        ? upRptNotJoined
+                                     : route.pruneDesiredSgRpt() ? upRptPruned
+                                                                 : upRptNotPruned );
+   }
+
+   const unsigned seed = std::random_device()();
+   std::mt19937 random{ seed };
+   Vrf vrf = std::move( Vrf().pimIntf( "eth0", "192.0.2.5" ) );
+   ForwardingEngine engine{ vrf.ptr() };
+};
+
+TEST_F( Walk, EveryChangeIsFollowed ) {
+   SCOPED_TRACE( "seed " + std::to_string( seed ) );
+   for ( int step = 0; step < 30000 && !HasFailure(); ++step ) {
+      change();
+      std::map<const Route*, UpRptState> before;
+      for ( const Route& route : vrf->route() ) before[&route] = route.upRptState();
+      unsigned rounds = 0;
+      EXPECT_TRUE( engine.review( [&] { return ++rounds > 100; } ) ) << "no rest";
+      EXPECT_FALSE( engine.pending() );
+      for ( const Route& route : vrf->route() ) {
+         SCOPED_TRACE( testing::Message() << "step " << step << ' ' << &route );
+         expectFollowed( route );
+         if ( route.umh() == nullptr || before[&route] == route.upRptState() )
+            continue;
+         EXPECT_EQ( route.prevRptState(), before[&route] );
+      }
    }
 }
 
@@ -198,60 +210,6 @@ TEST_F( Forwarding, KeepsWhatHasStateAndComesToRest ) {
    sg().intf( "eth2" ).include();
    review();
    EXPECT_EQ( sg()->prevRptState(), upRptNotJoined );
-}
-
-TEST_F( Forwarding, UpstreamStatesFollowTheMacros ) {
-   wc().intf( "eth1" ).joined();
-   auto source = sg().spTree( false );
-   source.intf( "eth1" );
-   review();
-   EXPECT_EQ( wc()->upJoinState(), upJoined );
-   EXPECT_EQ( source->upJoinState(), upNotJoined );
-   EXPECT_EQ( source->upRptState(), upRptNotPruned );
-   source.intf( "eth1" ).rptPruned();
-   source.intf( "eth2" ).rptPruned();
-   engine.handleRecord( source->key() );
-   review();
-   EXPECT_EQ( source->upRptState(), upRptPruned );
-   EXPECT_EQ( source->prevRptState(), upRptNotPruned );
-   wc().intf( "eth1" ).joinState( Intf::noInfo );
-   source.intf( "eth2" ).joined();
-   engine.handleRecord( wcKey( kGroup ) );
-   review();
-   EXPECT_EQ( source->upRptState(), upRptNotJoined );
-   EXPECT_EQ( source->upJoinState(), upJoined );
-   EXPECT_EQ( wc()->upJoinState(), upNotJoined );
-}
-
-TEST_F( Forwarding, FastForwardsWhereThereIsABackupPath ) {
-   sg().intf( "eth1" ).joined();
-   sg().intf( "eth2" ).joined();
-   sg().intf( "eth9" ).joined();
-   auto fast = [&]( const char* intf ) {
-      review();
-      return sg()->routeIntf( intfId( intf ) )->fastForward();
-   };
-   EXPECT_FALSE( fast( "eth1" ) );
-   Mox::Ptr<UpstreamInfo> backup = sg()->umhFrrIs();
-   backup->routeIs( sg().get() );
-   backup->frrIs( true );
-   EXPECT_FALSE( fast( "eth1" ) );
-   backup->rpfIs( rpfBy( "eth2" ) );
-   EXPECT_TRUE( fast( "eth1" ) );
-   EXPECT_FALSE( fast( "eth2" ) );
-   EXPECT_TRUE( sg()->routeIntf( intfId( "eth2" ) )->forward() );
-   EXPECT_TRUE( fast( "eth9" ) ) << "traffic does not come in there then";
-   sg()->umhFrrDel();
-   EXPECT_FALSE( fast( "eth1" ) );
-
-   // An RPF from before the engine is followed as well.
-   sg().rpfFrr( "eth2" );
-   ForwardingEngine second( vrf.ptr() );
-   second.review( [] { return false; } );
-   sg()->umhFrr()->rpfIs( rpfBy( "eth1" ) );
-   EXPECT_TRUE( second.review( [] { return false; } ) );
-   EXPECT_FALSE( sg()->routeIntf( intfId( "eth1" ) )->fastForward() );
-   EXPECT_TRUE( sg()->routeIntf( intfId( "eth2" ) )->fastForward() );
 }
 
 // Nothing is lost when the time is up, and a constantly marked route does not delay

@@ -83,42 +83,6 @@ class Restart : public testing::Test {
    Mox::Test::TempRoot root;
 };
 
-TEST_F( Restart, TracesWhatItLoads ) {
-   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneRestart/9" );
-   {
-      AgentSide agent( clock, root.path() );
-      begin( agent );
-      EXPECT_FALSE( agent.model->initialized() );
-      EXPECT_THAT( lines( traces, agent ), ElementsAre( "8 handleInitialized" ) );
-      clock.runPass();
-      EXPECT_TRUE( agent.model->initialized() );
-      EXPECT_THAT(
-         lines( traces, agent ),
-         ElementsAre( "3 doReview(), Reviewing routes", "8 doReviewRoutes",
-                      "3 doReview(), Brane routes: 0, Status routes: 0" ) );
-      EXPECT_FALSE( clock.runPass() );
-   }
-   leave( 1, 1 );
-   AgentSide agent( clock, root.path() );
-   begin( agent );
-   clock.runPass();
-   const Mox::String flags = agent.model->route( keyOf( 0 ) )->routeFlagsString();
-   EXPECT_THAT(
-      lines( traces, agent ),
-      ElementsAre( "8 handleInitialized", "3 doReview(), Reviewing routes",
-                   "8 doReviewRoutes",
-                   "4 doReviewRoutes(), Updated route (192.0.2.1, 233.252.0.1), "
-                   "Flags: " +
-                      flags + ", IIF Switch State: notSwitching",
-                   "6 doReviewRouteIntfs(192.0.2.1, 233.252.0.1) 'eth0', Updating "
-                   "intf in brane",
-                   "4 doInitializeRoutes(), Initializing route (192.0.2.1, "
-                   "233.252.0.1), Flags: " +
-                      flags,
-                   "3 doReview(), Brane routes: 1, Status routes: 1" ) );
-   expectLoaded( agent, 1, 1 );
-}
-
 // Eight entries, three a slice: four routes loaded, then initialised.
 TEST_F( Restart, SuspendsWithTheKeyAtWhichItResumes ) {
    leave( 4, 0 );
@@ -180,22 +144,6 @@ TEST_F( Restart, ResumesAfterABookmarkThatHasGone ) {
    unsigned intfsGone = goneIntf.routeKey == gone ? 2 : 3;
    expectLoaded( agent, 5, 12 - intfsGone );
    EXPECT_EQ( agent.tables->routeIntf().size(), 12 - intfsGone );
-}
-
-// A reader's reconciler meets an interface before its route.
-TEST_F( Restart, GivesAReadersStrayToItsRouteLater ) {
-   const RouteIntfKey stray{ keyOf( 7 ), intfId( "eth1" ) };
-   AgentSide agent( clock, root.path() );
-   agent.mount();
-   agent.tables->routeIntfIs( Brane::Intf( stray ) );
-   ReaderSide reader( clock, root.path() );
-   reader.start();
-   agent.tables->routeIs( Brane::Route( stray.routeKey ) );
-   agent.manager.dispatch();
-   reader.follow();
-   ASSERT_NE( reader.model->route( stray.routeKey ), nullptr );
-   EXPECT_NE( reader.model->route( stray.routeKey )->routeIntf( stray.intfId ),
-              nullptr );
 }
 
 // Fields missing in an older agent's records get their defaults, not zeros: a zero

@@ -285,28 +285,6 @@ class SourceKeeper : public Status::NotifieeConst {
    Status& status_;
 };
 
-TEST_F( RouteReader, CountsBesideAnotherKeeperOfSources ) {
-   ReaderSide late( clock, root.path() );
-   SourceKeeper keeper( *late.model );
-   // Existing routes are the reconciler's task.
-   tables().routeIs( Brane::Route( kKey ) );
-   late.start();
-   auto follow = [&] {
-      agent.manager.dispatch();
-      late.follow();
-   };
-   for ( int i = 0; i < 2; ++i ) {
-      EXPECT_EQ( late.model->sgRoutes(), 1U );
-      EXPECT_EQ( late.model->source().size(), 1U );
-      tables().routeDel( kKey );
-      follow();
-      EXPECT_EQ( late.model->sgRoutes(), 0U );
-      EXPECT_EQ( late.model->source().size(), 0U );
-      tables().routeIs( Brane::Route( kKey ) );
-      follow();
-   }
-}
-
 // The setters of each copy in order: observers see the former path before the new
 // one.
 TEST_F( RouteReader, CopiesInTheRecordsOrder ) {

@@ -55,63 +55,6 @@ class RouteWriter : public testing::Test {
 
 // The random walk tests marking and writing in general.
 
-TEST_F( RouteWriter, HearsTheUpstreamThatReplacedAnother ) {
-   agent.start();
-   RouteBuilder route = publishedRoute();
-   Mox::Ptr<UpstreamInfo> former = route->umhDel();
-   route->umhIs();
-   agent.publish();
-   former->rpfAttachedIs( true );
-   EXPECT_EQ( marked(), "" );
-   route->umh()->rpfAttachedIs( true );
-   EXPECT_EQ( marked(), "route " );
-   agent.publish();
-   EXPECT_TRUE( recordOf( kKey ).rpfAttached );
-}
-
-TEST_F( RouteWriter, LeavesDefaultsWithoutUpstreamRecords ) {
-   agent.start();
-   RouteBuilder route = publishedRoute();
-   route->umhDel();
-   route->umhFrrDel();
-   route->routeFlagsIs( {} );
-   agent.publish();
-   EXPECT_EQ( recordOf( kKey ), Brane::Route( kKey ) );
-   EXPECT_FALSE( !recordOf( kKey ) );
-}
-
-TEST_F( RouteWriter, TracesEachStep ) {
-   agent.start();
-   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneWriter/9" );
-   RouteBuilder route = vrf.sg( "192.0.2.1", "233.252.0.1" );
-   route.spTree().intf( "eth1" );
-   const Mox::String intf = "6 doReviewRouteIntf(192.0.2.1, 233.252.0.1) 'eth1': ";
-   const Mox::String ofRoute = "4 doReviewRoute(192.0.2.1, 233.252.0.1): ";
-   auto expectReview = [&]( const std::vector<Mox::String>& steps ) {
-      agent.publish();
-      Mox::Test::TraceCapture::Lines lines{ "3 doReview(), Starting review" };
-      lines.insert( lines.end(), steps.begin(), steps.end() );
-      lines.push_back( "3 doReview(), Finished review" );
-      for ( auto& line : lines ) line.insert( 0, "Pimsm::RouteBraneWriter " );
-      EXPECT_EQ( traces.take(), lines );
-   };
-   expectReview(
-      { ofRoute + "Updating route in brane, Flags: " + route->routeFlagsString() +
-           ", IIF Switch State: notSwitching",
-        intf + "Updating intf in brane" } );
-   route->routeIntfDel( intfId( "eth1" ) );
-   expectReview( { intf + "Deleting intf from brane, no routeIntf" } );
-   route.intf( "eth1" );
-   expectReview( { intf + "Updating intf in brane" } );
-   vrf->routeDel( kKey );
-   expectReview( { ofRoute + "Deleting route from brane",
-                   intf + "Deleting intf from brane, no route" } );
-   auto again =
-      Brane::routeBraneWriterSmFactory( agent.model, agent.tables, &clock );
-   EXPECT_THAT( traces.take(),
-                ElementsAre( "Pimsm::RouteBraneWriter 8 handleInitialized" ) );
-}
-
 // Routes first; 82 records are 10 ms of this clock.
 TEST_F( RouteWriter, KeepsToItsQuantumAndResumesAtOnce ) {
    constexpr size_t kRoutes = 1000, kASlice = 82;

@@ -129,50 +129,6 @@ TEST_F( FrrFilter, InitializesAStatusThatIsNot ) {
    EXPECT_EQ( steps(), 1U );
 }
 
-TEST_F( FrrFilter, TracesAsItGoes ) {
-   Mox::Test::TraceCapture capture( "Pimsm::FrrFilterSm/8" );
-   status = frrFilterStatusFactory( AddressFamily::ipv4 );
-   const Mox::String begin = "Pimsm::FrrFilterSm 8 void Routing::Pim::SparseMode::";
-   const Mox::String rest = "Pimsm::FrrFilterSm 8 ";
-   const Mox::String allRules =
-      begin + "FrrFilterSm::handleAllRules(const Acl::AclConfig*)";
-   const Mox::String byName = begin + "FrrFilterSm::handleAclConfig(Mox::String)";
-   EXPECT_EQ( capture.take(),
-              Lines{ begin + "FrrFilterStatus::handleInitialized()(ipv4)" } );
-   sm = FrrFilterSmIs( config, lists, status );
-   EXPECT_EQ(
-      capture.take(),
-      ( Lines{ begin + "FrrFilterSm::handleInitialized()",
-               begin + "FrrFilterSm::handleFrrFilter()", allRules,
-               rest + "handleAllRules cleanup trie4 first ",
-               rest + "handleAllRules acl deletion, update changeCount " } ) );
-   lists->aclIs( "groups", rules( "permit 239.1.0.0/16" ) );
-   EXPECT_EQ( capture.take(), ( Lines{ byName + " groups",
-                                       byName + " not interested in groups" } ) );
-   config->frrFilterIs( "groups" );
-   EXPECT_EQ( capture.take(),
-              ( Lines{ begin + "FrrFilterSm::handleFrrFilter()", allRules,
-                       rest + "handleAllRules cleanup trie4 first ",
-                       rest + "pset 239.1.0.0/16" } ) );
-   lists->acl( "groups" )->currCfgIs( nullptr );  // as if there were no list
-   Lines lines = capture.take();
-   EXPECT_EQ( lines.front(),
-              begin + "FrrFilterSm::MoxAclConfig::handleCurrCfg() groups" );
-   EXPECT_EQ( lines.back(),
-              rest + "handleAllRules acl deletion, update changeCount " );
-   sm->handleAclConfig();
-   EXPECT_EQ( capture.take().front(), begin + "FrrFilterSm::handleAclConfig()" );
-   enabled( "239.1.0.0/24" );
-   EXPECT_EQ(
-      capture.take(),
-      Lines{ rest + "frrEnabled(192.0.2.1/32, 239.1.0.0/24), enabled false" } );
-   sm->initializedIs( false );
-   steps();
-   sm->handleAllRules( nullptr );
-   EXPECT_EQ( capture.take().back(), rest + "handleAllRules not initialized " );
-   EXPECT_EQ( steps(), 0U );
-}
-
 TEST_F( FrrFilter, OfAnUnsupportedFamilyIsEmpty ) {
    lists->aclIs( "groups", rules( "permit 239.1.0.0/16" ) );
    config->frrFilterIs( "groups" );

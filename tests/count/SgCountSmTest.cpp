@@ -79,24 +79,6 @@ TEST( SgCountSm, RefusesNullHandlersAndUnknownAddresses ) {
    EXPECT_EQ( c.sources() + c.groups(), "" );
 }
 
-TEST( SgCountSm, LeavesWhatGoesWhereItIsFiled ) {
-   Counting c;
-   c.status->sourceIs( sourceAddr( 1 ) );
-   c.groupSourceMap->groupIs( groupAddr( 1 ) );
-   c.start();
-   EXPECT_EQ( c.sm->attributeText( "srcHandler" ), "[192.0.2.1]" );
-   // Changes by a remaining holder are not noticed.
-   Mox::Ptr<Source> source = c.status->sourceDel( sourceAddr( 1 ) );
-   Mox::Ptr<Group> group = c.groupSourceMap->groupDel( groupAddr( 1 ) );
-   EXPECT_EQ( source->observerCount() + group->observerCount(), 0U );
-   EXPECT_EQ( c.sm->attributeText( "srcHandler" ), "[]" );
-   EXPECT_EQ( c.sm->attributeText( "grpHandler" ), "[]" );
-   c.sm.reset();
-   EXPECT_EQ( c.status->observerCount() + c.groupSourceMap->observerCount(), 0U );
-   EXPECT_EQ( c.sources(), "0{192.0.2.1}" );
-   EXPECT_EQ( c.groups(), "0{233.252.0.1}" );
-}
-
 // An observer registered earlier replaces a source and a group that go, before the
 // reactor is notified of the removal.
 TEST( SgCountSm, FollowsWhatIsReplacedInsideANotification ) {
@@ -159,27 +141,6 @@ TEST( SgCountSm, FinishesAMoveWhenAllElseGoesInsideIt ) {
    EXPECT_EQ( c.sources(), "2{192.0.2.1}" );
    Mox::Ptr<Group>( group )->groupSourceIs( sourceAddr( 2 ), true );
    EXPECT_EQ( c.groups(), "2{233.252.0.1}" );
-}
-
-// The first count's observers change the model while the reactor is under
-// construction.
-TEST( SgCountSm, OutlivesChangesInsideItsFirstCount ) {
-   Counting c;
-   auto source = c.status->sourceIs( sourceAddr( 1 ) );
-   c.status->sourceIs( sourceAddr( 2 ) );
-   auto group = c.groupSourceMap->groupIs( groupAddr( 1 ) );
-   c.groupSourceMap->groupIs( groupAddr( 2 ) );
-   c.sourcesHeard.inside = [&]( const Mox::String& ) {
-      source->sourceGroupIs( groupAddr( 1 ), true );
-      c.status->sourceDel( sourceAddr( 2 ) );
-   };
-   c.groupsHeard.inside = [&]( const Mox::String& ) {
-      group->groupSourceIs( sourceAddr( 1 ), true );
-      c.groupSourceMap->groupDel( groupAddr( 2 ) );
-   };
-   c.start();
-   EXPECT_EQ( c.sources(), "1{192.0.2.1}" );
-   EXPECT_EQ( c.groups(), "1{233.252.0.1}" );
 }
 
 }

@@ -1,25 +1,14 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <sstream>
 
 #include "tests/export/Content.h"
 #include "tests/support/ExportPair.h"
-#include "tests/support/TraceCapture.h"
 #include "tests/support/VrfBuilder.h"
 
 namespace Routing::Pim::SparseMode::Test {
 namespace {
 
-using testing::ElementsAre;
-
 RouteKey keyOf( unsigned i ) {
    return sgKey( "192.0.2." + std::to_string( i + 1 ), "233.252.0.1" );
-}
-Mox::String suspendedAt( const RouteIntfKey& key ) {
-   std::ostringstream text;
-   text << "3 doReview(), Suspending review at " << key;
-   return text.str();
 }
 
 class Restart : public testing::Test {
@@ -46,17 +35,6 @@ class Restart : public testing::Test {
       side.mount();
       side.restart = Brane::routeBraneRestartSmFactory( side.model, side.tables,
                                                         side.role, &clock );
-   }
-   // "<level> <text>" of the side's reconciler since the last call.
-   auto lines( Mox::Test::TraceCapture& traces, const ExportSide& side ) {
-      const Mox::String by =
-         "RouteBraneRestart(" + Mox::pointerText( side.restart.get() ) + ")";
-      Mox::Test::TraceCapture::Lines kept;
-      for ( auto line : traces.take() ) {
-         line.erase( 0, strlen( "Pimsm::RouteBraneRestart " ) );
-         if ( line.find( by ) == 2 ) kept.push_back( line.erase( 2, by.size() ) );
-      }
-      return kept;
    }
    std::vector<RouteKey> routesInOrder( const ExportSide& side ) {
       std::vector<RouteKey> keys;
@@ -87,7 +65,6 @@ class Restart : public testing::Test {
 TEST_F( Restart, SuspendsWithTheKeyAtWhichItResumes ) {
    leave( 4, 0 );
    AgentSide agent( clock, root.path() );
-   Mox::Test::TraceCapture traces( "Pimsm::RouteBraneRestart/3-3" );
    begin( agent );
    clock.stepIs( 1.0 / 16 );
    agent.restart->reviewQuantumIs( 3.0 / 16 );
@@ -102,12 +79,6 @@ TEST_F( Restart, SuspendsWithTheKeyAtWhichItResumes ) {
    clock.runPass();
    EXPECT_TRUE( agent.model->initialized() );
    EXPECT_EQ( agent.restart->reviewBookmark(), RouteIntfKey() );
-   EXPECT_THAT(
-      lines( traces, agent ),
-      ElementsAre( "3 doReview(), Reviewing routes", suspendedAt( { keys[3], {} } ),
-                   "3 doReview(), Reviewing routes", suspendedAt( { keys[2], {} } ),
-                   "3 doReview(), Reviewing routes",
-                   "3 doReview(), Brane routes: 4, Status routes: 4" ) );
    expectLoaded( agent, 4, 0 );
 }
 

@@ -99,42 +99,6 @@ TEST_F( RegisterTables, CountUnderTheirNames ) {
               "collIs 4, collDel 3, collNotify 6, " );
 }
 
-// Each collection's mutators reach its own table, counters and observers.
-TEST_F( RegisterTables, NotifyEachWriteAndRemoval ) {
-   RegisterRecorder recorder( &status );
-   const Mox::String owner = status.name();
-#define EXPECT_COLLECTION( name )                                    \
-   {                                                                 \
-      Heard both = heardBoth( 1, #name );                            \
-      Heard twice = { both[0], both[1], both[0], both[1] };          \
-      const InternalRouteKey entry = entryOf( 1 );                   \
-      status.name##Is( entry );                                      \
-      status.name##Commit( &entry );                                 \
-      EXPECT_EQ( recorder.take(), twice );                           \
-      InternalRouteKeyTable::InPlace built = status.name##InPlace(); \
-      built.is( entryOf( 2 ) );                                      \
-      EXPECT_FALSE( status.name().has( keyOf( 2 ) ) );               \
-      status.name##Commit( &built );                                 \
-      EXPECT_EQ( recorder.take(), heardBoth( 2, #name ) );           \
-      EXPECT_EQ( status.name().size(), 2U );                         \
-      EXPECT_EQ( status.name##Del( keyOf( 1 ) ), entryOf( 1 ) );     \
-      EXPECT_EQ( recorder.take(), both );                            \
-      EXPECT_TRUE( !status.name##Del( keyOf( 1 ) ) );                \
-      EXPECT_EQ( recorder.take(), Heard() );                         \
-      auto counted = [&]( const char* what ) {                       \
-         return Mox::eventCounter( owner, what )->value();           \
-      };                                                             \
-      EXPECT_EQ( counted( #name "Is" ), 3U );                        \
-      EXPECT_EQ( counted( #name "Del" ), 2U );                       \
-      EXPECT_EQ( counted( #name "Notify" ), 4U );                    \
-   }
-   EXPECT_COLLECTION( anycastDiscoveredSg )
-   EXPECT_COLLECTION( drDiscoveredSg )
-   EXPECT_COLLECTION( noRegisterOif )
-   EXPECT_COLLECTION( registerOif )
-#undef EXPECT_COLLECTION
-}
-
 TEST_F( RegisterTables, LetAFullTablesRefusalThrough ) {
    AdvertisedRecorder recorder( &advertised );
    for ( unsigned i = 1; i <= RegisterSide::kCapacity; ++i ) {
@@ -147,69 +111,6 @@ TEST_F( RegisterTables, LetAFullTablesRefusalThrough ) {
    EXPECT_EQ( advertised.collDel( keyOf( 1 ) ),
               advertisedOf( 1, "192.0.2.2", true ) );
    EXPECT_TRUE( !advertised.collDel( keyOf( 1 ) ) );
-}
-
-TEST_F( RegisterTables, ReplaceTheControlAndSayIt ) {
-   RegisterRecorder recorder( &status );
-   auto control = Mox::newEntity<::MoxBrane::CollectionControl>( "registerOif" );
-   status.registerOifControlIs( control );
-   status.registerOifControlIs( control );
-   EXPECT_EQ( recorder.take(), Heard{ "registerOifControl" } );
-   EXPECT_EQ( status.registerOifControl(), control );
-   EXPECT_EQ( control->mountStatus(), ::MoxBrane::mountReady );
-}
-
-// Notes which control loses its entity, and how many still have theirs.
-class EntityWatch : public ::MoxBrane::CollectionControl::NotifieeConst {
- public:
-   EntityWatch( const ::MoxBrane::CollectionControl* control, Heard& heard )
-      : heard_( heard ), entity_( control->entity() ) {
-      notifierIs( control );
-   }
-   void onEntity() override {
-      if ( notifier()->entity() != nullptr ) return;
-      heard_.push_back( notifier()->name() );
-      shell = Mox::Ptr<const ::MoxBrane::MountedEntity>( entity_ );
-   }
-
-   Mox::Ptr<const ::MoxBrane::MountedEntity> shell;
-
- private:
-   Heard& heard_;
-   const ::MoxBrane::MountedEntity* entity_;
-};
-
-TEST_F( RegisterTables, LetGoOfTheirControlsInOrder ) {
-   std::vector<Mox::Ptr<::MoxBrane::CollectionControl>> held = {
-      status.registerOifControl(), status.anycastDiscoveredSgControl(),
-      status.noRegisterOifControl(), status.drDiscoveredSgControl(),
-      advertised.collControl() };
-   Heard order;
-   std::vector<std::unique_ptr<EntityWatch>> watches;
-   for ( const auto& control : held ) {
-      watches.push_back( std::make_unique<EntityWatch>( control.get(), order ) );
-   }
-   const Mox::String paths[] = { status.name(), advertised.name() };
-   EXPECT_EQ( status.observerCount(), 1U );  // its own
-   agent.status.reset();
-   EXPECT_EQ( order, ( Heard{ "anycastDiscoveredSg", "drDiscoveredSg",
-                              "noRegisterOif", "registerOif" } ) );
-   agent.advertised.reset();
-   EXPECT_EQ( order.back(), "coll" );
-   // Shells that are still held are not handed out again, and not observed.
-   for ( const Mox::String& path : paths ) {
-      EXPECT_EQ( agent.manager.entity( path ), nullptr ) << path;
-   }
-   for ( const auto& watch : watches ) {
-      ASSERT_NE( watch->shell, nullptr );
-      EXPECT_EQ( watch->shell->observerCount(), 0U );
-      watch->shell.reset();
-   }
-   for ( const auto& control : held ) {
-      control->initialize( ::Brane::tableReader, 0,
-                           false );  // nothing left to mount
-      EXPECT_EQ( control->role(), ::Brane::tableWriter );
-   }
 }
 
 TEST_F( RegisterTables, AreSeenByAnotherProcess ) {
@@ -244,35 +145,6 @@ TEST_F( RegisterTables, AreSeenByAnotherProcess ) {
                                "anycastDiscoveredSg" } ) {
       EXPECT_EQ( std::count( heard.begin(), heard.end(), table ), 1 ) << table;
    }
-}
-
-TEST_F( RegisterTables, TellTheirMount ) {
-   auto made = agent.manager.createEntity(
-      "other", "Routing::Pim::SparseMode::RegisterStatus" );
-   RegisterRecorder recorder( dynamic_cast<RegisterStatus*>( made.get() ) );
-   RegisterCapacities capacities;
-   capacities.registerOif = 2;
-   capacities.noRegisterOif = 3;
-   capacities.drDiscoveredSg = 4;
-   capacities.anycastDiscoveredSg = 5;
-   EXPECT_EQ( RegisterStatus::mount( agent.manager, "other", ::Brane::tableWriter,
-                                     capacities ),
-              made );
-   EXPECT_EQ( recorder.take(), ( Heard{ "anycastDiscoveredSg", "drDiscoveredSg",
-                                        "noRegisterOif", "registerOif" } ) );
-   const RegisterStatus& mounted = *recorder.notifier();
-   EXPECT_EQ( mounted.registerOif().capacity(), 2U );
-   EXPECT_EQ( mounted.noRegisterOif().capacity(), 3U );
-   EXPECT_EQ( mounted.drDiscoveredSg().capacity(), 4U );
-   EXPECT_EQ( mounted.anycastDiscoveredSg().capacity(), 5U );
-}
-
-TEST_F( RegisterTables, AttachNoReaderWhileSuspended ) {
-   Corvex::EntityManager readers( clock, nullptr, root.path() );
-   readers.attachSuspendedIs( true );
-   auto read =
-      RegisterStatus::mount( readers, status.name(), ::Brane::tableReader );
-   EXPECT_FALSE( read->registerOif().mounted() );
 }
 
 // Damaged as by a stray pointer. The table reports the next mount's repair.

@@ -81,8 +81,7 @@ class Run {
          return fail( line, error.what() );
       }
       if ( !outcome_.missing.empty() ) return;
-      // Longer than any hold time.
-      if ( story_.isCase ) wait( world_.now() + 100000 );
+      if ( story_.isCase ) waitToTheEnd( line );
       if ( story_.isCase && world_.over() && world_.runs() &&
            world_.router().model().route().size() != 0 )
          fail( line, "routes are left that nothing will ever end" );
@@ -95,6 +94,15 @@ class Run {
       fail( line, fmt::format( "expected  {}\ncame      {}",
                                fmt::join( texts( expected, from ), "; " ),
                                fmt::join( texts( came, from ), "; " ) ) );
+   }
+
+   void waitToTheEnd( const Line& line ) {
+      wait( world_.now() + 1.37 );  // not at the moment of a change
+      if ( world_.runs() && world_.router().adopted() )
+         if ( const std::string route = world_.unpublished(); !route.empty() )
+            fail( line, "the tables do not hold what the model does: " + route );
+      // Longer than any hold time.
+      wait( world_.now() + 100000 );
    }
 
    void perform( const std::string& statement ) {

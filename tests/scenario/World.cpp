@@ -5,6 +5,7 @@
 
 #include "apps/agent/capture/CaptureReader.h"
 #include "apps/config/ConfigReader.h"
+#include "export/Conversion.h"
 
 namespace Scenario {
 
@@ -128,6 +129,28 @@ void World::act( const std::string& statement ) {
    words.expectEnd();
    // Between a restart's halves there is no turn.
    if ( router_->adopted() ) turn();
+}
+
+std::string World::unpublished() {
+   namespace Tables = Routing::Pim::SparseMode::Brane;
+   const auto& tables = *router_->writer().tables();
+   size_t intfs = 0;
+   for ( const auto& route : router_->model().route() ) {
+      bool same =
+         tables.route( route.key() ) == Tables::doGetBraneRouteFromRoute( route );
+      for ( const auto& intf : route.routeIntf() ) {
+         Tables::Intf record;
+         same = same &&
+                tables.routeIntf().find( { route.key(), intf.intfId() }, record ) ==
+                   Brane::lookupFound &&
+                record == Tables::doGetBraneIntfFromRouteIntf( route.key(), intf );
+         ++intfs;
+      }
+      if ( !same ) return names_.of( route.key() );
+   }
+   const bool more = tables.route().size() != router_->model().route().size() ||
+                     tables.routeIntf().size() != intfs;
+   return more ? "one that is gone" : "";
 }
 
 void World::message( Words& words, const std::string& intf ) {

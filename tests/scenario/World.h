@@ -39,6 +39,10 @@ class World {
       return !forever_ && clock_.nextWakeup() == Mox::Clock::never;
    }
 
+   // The first route whose records in the tables are not the model's, a moment after a change;
+   // empty without one.
+   std::string unpublished();
+
    bool runs() const { return router_ != nullptr; }
    // REQUIRES: the router runs.
    const Router::VrfRouter& router() const { return *router_; }

@@ -85,42 +85,23 @@ class Family : public testing::Test {
    }
    // As join(), in the middle of a turn.
    void hearJoin( const char* intf, const char* group, const char* source ) {
-      hear( intf, group, { encoded( source, source == nullptr ) }, {} );
-   }
-   // A prune of the source from the group's shared tree, or of that tree.
-   void pruneRpt( const char* intf, const char* source ) {
-      hear( intf, kGroup, {}, { encoded( source, true ) } );
-      family->router().handleTurnEnd();
-   }
-   static EncodedSource encoded( const char* source, bool rpt ) {
-      return { .address = addr( source == nullptr ? "203.0.113.1" : source ),
-               .wildcard = source == nullptr,
-               .rpt = rpt };
-   }
-   void hear( const char* intf, const char* group, std::vector<EncodedSource> joins,
-              std::vector<EncodedSource> prunes ) {
       PimJoinPrune body;
       for ( const InterfaceConfig& each : family->config().interfaces ) {
          if ( each.name == intfId( intf ) )
             body.upstreamNeighbor = each.addresses.front().address;
       }
-      body.holdtime = holdtime;
-      body.groups = { { .address = addr( group ),
-                        .joins = std::move( joins ),
-                        .prunes = std::move( prunes ) } };
-      receive( intf, "192.0.2.9", pim( body ) );
-   }
-   template <class Body>
-   static PimMessage pim( const Body& body ) {
+      body.holdtime = 210;
+      const bool wc = source == nullptr;
+      body.groups = {
+         { addr( group ),
+           32,
+           { { addr( wc ? "203.0.113.1" : source ), 32, true, wc, wc } },
+           {} } };
+      IpPacket packet;
+      packet.source = addr( "192.0.2.9" );
+      packet.destination = addr( "224.0.0.13" );
       PimMessage message;
       message.body = body;
-      return message;
-   }
-   void receive( const char* intf, const char* sender, const Message& message,
-                 const char* destination = "224.0.0.13" ) {
-      IpPacket packet;
-      packet.source = addr( sender );
-      packet.destination = addr( destination );
       family->router().receive( intfId( intf ), packet, message );
    }
    Mox::Ptr<Published::FamilyStatus> published() {
@@ -134,27 +115,7 @@ class Family : public testing::Test {
       real.runUntil( real.now() + seconds );
       family->router().handleTurnEnd();
    }
-   void untilPublished() {
-      do {
-         real.advance( 0.05 );
-         real.runPass();
-         family->router().handleTurnEnd();
-      } while ( !family->router().published() );
-   }
-   const Route* route( const char* group = kGroup ) const {
-      return family->router().model().route( wcKey( group ) );
-   }
-   const Route* source( const char* text ) const {
-      return family->router().model().route( sgKey( text, kGroup ) );
-   }
-   static bool forwards( const Route* of, const char* intf ) {
-      const auto* record =
-         of != nullptr ? of->routeIntf( intfId( intf ) ) : nullptr;
-      return record != nullptr && record->forward();
-   }
-
    Mox::Test::TempRoot root;
-   uint16_t holdtime = 210;  // for joins and prunes
    // Less than a keepalive period since the boot.
    Mox::TestClock real{ 100.0 };
    AgentClock clock{ real };
@@ -173,6 +134,8 @@ TEST_F( Family, NoRouteIsPublishedBeforeItsForwarding ) {
    real.runPass();
    const Routing::Pim::RouteKey key = sgKey( "192.0.2.77", kGroup );
    ASSERT_TRUE( family->router().writer().tables()->route().has( key ) );
+   EXPECT_TRUE( published()->downstream().has( { key, intfId( "eth2" ) } ) )
+      << "its timers before the state";
    for ( const char* intf : { "eth1", "eth2" } ) {
       Tables::Intf record;
       ASSERT_EQ( family->router().writer().tables()->routeIntf().find(
@@ -211,70 +174,6 @@ TEST_F( Family, RoutesThatLackAWayAreCounted ) {
    EXPECT_EQ( family->router().writer().tables()->unresolvedRoutes(), 2u );
 }
 
-// Also the values that the writer does not mark by itself: join and prune states,
-// their times, the upstream join state.
-TEST_F( Family, TheTablesHoldWhatStandsInTheModel ) {
-   adopted( with( "  require-hello: no\n",
-                  "  require-hello: no\n  ssmFilter: .no-ssm-range\n" ) );
-   const auto expectPublished = [this]( const char* after ) {
-      SCOPED_TRACE( after );
-      untilPublished();
-      for ( const Route& route : family->router().model().route() ) {
-         Tables::Route record;
-         ASSERT_EQ(
-            family->router().writer().tables()->route().find( route.key(), record ),
-            Brane::lookupFound );
-         EXPECT_EQ( record, Tables::doGetBraneRouteFromRoute( route ) );
-         for ( const auto& intf : route.routeIntf() ) {
-            Tables::Intf found;
-            ASSERT_EQ( family->router().writer().tables()->routeIntf().find(
-                          { route.key(), intf.intfId() }, found ),
-                       Brane::lookupFound );
-            EXPECT_EQ( found,
-                       Tables::doGetBraneIntfFromRouteIntf( route.key(), intf ) );
-         }
-      }
-   };
-   join( "eth1" );
-   expectPublished( "a join" );
-   real.advance( 30 );
-   struct Writes : Published::FamilyStatus::NotifieeConst {
-      using NotifieeConst::onDownstream;
-      void onDownstream( const Routing::Pim::RouteIntfKey& ) override { ++count; }
-      int count = 0;
-   } writes;
-   writes.notifierIs( published().get() );
-   join( "eth1" );
-   EXPECT_EQ( route()->routeIntf( intfId( "eth1" ) )->lastJoinReceived(),
-              real.now() );
-   expectPublished( "its refresh" );
-   EXPECT_EQ( writes.count, 0 ) << "its timers are as long as before";
-   hearJoin( "eth1", kGroup, "192.0.2.79" );
-   real.advance( 0.05 );
-   real.runPass();
-   const Routing::Pim::RouteIntfKey heard{ sgKey( "192.0.2.79", kGroup ),
-                                           intfId( "eth1" ) };
-   EXPECT_TRUE( family->router().writer().tables()->routeIntf().has( heard ) )
-      << "within a turn";
-   EXPECT_TRUE( published()->downstream().has( heard ) ) << "before the state";
-   join( "eth1", kGroup, "192.0.2.77" );
-   expectPublished( "a join of a source that comes in by the shared tree, too" );
-   pruneRpt( "eth1", "192.0.2.78" );
-   expectPublished( "a prune from the shared tree" );
-   pruneRpt( "eth1", nullptr );
-   expectPublished( "a prune" );
-   configIs( with( "198.51.100.1/24", "198.51.100.2/24" ) );
-   expectPublished( "another address" );
-   real.advance( 211 );
-   real.runPass();
-   expectPublished( "the end of all joins" );
-   EXPECT_EQ( family->router().model().route().size(), 0u );
-   EXPECT_EQ( published()->downstream().size(), 0u );
-   published()->downstreamIs( { { wcKey( kGroup ), intfId( "eth1" ) }, 210 } );
-   adopted();
-   EXPECT_EQ( published()->downstream().size(), 0u ) << "no state goes with it";
-}
-
 // More changes than forwarding can follow in time: the tables follow late, but they
 // do.
 TEST_F( Family, AFloodHoldsTheTablesUpForAWhileOnly ) {
@@ -304,77 +203,6 @@ TEST_F( Family, RetiringRemovesTheTables ) {
    family->router().retire();
    family.reset();
    for ( const auto& file : files ) EXPECT_FALSE( std::filesystem::exists( file ) );
-}
-
-// Registers wait for the reload like all messages, and come from any of the
-// router's own addresses. The advertised table follows the file.
-TEST_F( Family, RegistersAndAdvertisesAsTheConfigurationSays ) {
-   start( std::string( kConfig ) +
-          "  advertised:\n"
-          "  - {source: 10.0.0.7, group: 239.1.2.3, rp: "
-          "203.0.113.1}\n" );
-   PimRegister sent;
-   sent.source = addr( "198.51.100.7" );
-   sent.group = addr( "239.1.2.3" );
-   receive( "eth0", "198.51.101.1", pim( sent ), "203.0.113.1" );
-   EXPECT_EQ( family->router().writer().registers()->registerOif().size(), 0u );
-   untilAdopted();
-   EXPECT_TRUE( family->router().writer().registers()->drDiscoveredSg().has(
-      sgKey( "198.51.100.7", "239.1.2.3" ) ) );
-   EXPECT_TRUE( family->router().writer().advertised()->coll().has(
-      sgKey( "10.0.0.7", "239.1.2.3" ) ) );
-   configIs( with( "198.51.100.1/24", "198.51.103.1/24" ) );
-   EXPECT_EQ( family->router().writer().registers()->drDiscoveredSg().size(), 0u );
-   EXPECT_EQ( family->router().writer().advertised()->coll().size(), 0u );
-}
-
-// Otherwise this router would take itself for the DR until the next hello, and
-// forward beside the real one.
-TEST_F( Family, NeighborsAreKnownAfterARestart ) {
-   adopted();
-   PimHello hello;
-   hello.holdtime = 350;
-   hello.drPriority = 7;
-   hello.generationId = 0;
-   hello.lanPruneDelay = LanPruneDelay{ true, 100, 4000 };
-   receive( "eth1", "198.51.100.0", pim( hello ) );
-   hello.drPriority = 0;
-   receive( "eth2", "198.51.101.9", pim( hello ) );
-   family->router().handleTurnEnd();
-   auto dr = [&]( const char* intf ) {
-      return family->router().model().pimStatus()->intf( intfId( intf ) )->iAmDr();
-   };
-   for ( int restart = 0; restart < 2; ++restart ) {
-      EXPECT_FALSE( dr( "eth1" ) );
-      start();
-      EXPECT_FALSE( dr( "eth1" ) );
-      EXPECT_TRUE( dr( "eth2" ) );
-      untilAdopted();
-      pass( 170 );
-   }
-   // The rest of its hold time, but no less than the time to its next hello.
-   auto expectGoneAfter = [&]( double seconds ) {
-      pass( seconds - 1 );
-      EXPECT_FALSE( dr( "eth1" ) );
-      pass( 2 );
-      EXPECT_TRUE( dr( "eth1" ) ) << "nobody said hello since";
-   };
-   adopted();
-   expectGoneAfter( 100 );
-   start();
-   EXPECT_TRUE( dr( "eth1" ) ) << "who has gone does not come back";
-   untilAdopted();
-   hello.drPriority = 7;
-   receive( "eth1", "198.51.100.0", pim( hello ) );
-   family->router().handleTurnEnd();
-   family.reset();
-   real.advance( 351 );
-   adopted();
-   expectGoneAfter( 5 );
-   receive( "eth1", "198.51.100.0", pim( hello ) );
-   family->router().handleTurnEnd();
-   start( with( "198.51.100.1/24", "198.51.100.0/24" ) );
-   EXPECT_TRUE( dr( "eth1" ) ) << "it is this router now";
 }
 
 // Messages wait during the reload, up to a limit.

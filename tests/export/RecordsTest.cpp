@@ -72,8 +72,8 @@ TEST( Records, PrintTheirFieldsInOrder ) {
               "routeCounterType dummy count" );
    const Mox::String rpf = " intfId neighbor preference metric";
    Mox::String flags;
-   for ( const auto& row : Route::RouteFlags::rows() )
-      flags += Mox::String( " " ) + row.name;
+   for ( const auto& row : SparseMode::Route::RouteFlags::rows() )
+      flags += " " + Mox::String( row.name );
    EXPECT_EQ( namesIn( Brane::Route() ),
               "Value('Routing::Pim::SparseMode::Brane::Route': key source group "
               "routeFlags" +

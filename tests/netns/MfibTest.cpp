@@ -39,30 +39,6 @@ class MfibForwards : public NetworkTest {
    }
 };
 
-TEST_P( MfibForwards, AStreamFollowsItsRoute ) {
-   Routes routes( root.path(), GetParam() );
-   routes.route( host( 0 ), group( 1 ), "r0", { "r1" } );
-   auto forwarder = start();
-   ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
-   Receiver left = receiver( 1, group( 1 ) );
-   Receiver right = receiver( 2, group( 1 ) );
-   Sender stream = sender( 0, group( 1 ) );
-   ASSERT_TRUE( flows( left, stream ) );
-   EXPECT_TRUE( right.received().empty() );
-
-   routes.route( host( 0 ), group( 1 ), "r0", { "r1", "r2" } );
-   ASSERT_TRUE( flows( right, stream ) );
-   routes.route( host( 0 ), group( 1 ), "r0", { "r2" } );
-   ASSERT_TRUE( eventually( [&] { return quietBeside( left, right, stream ); } ) );
-   EXPECT_EQ( right.faults(), Faults() ) << "untouched by the other's changes";
-
-   // A removed route leaves no entry.
-   routes.remove( host( 0 ), group( 1 ) );
-   EXPECT_TRUE( eventually(
-      [&] { return kernel().find( "State: resolved" ) == std::string::npos; } ) )
-      << kernel();
-}
-
 TEST_P( MfibForwards, NewSourcesFlowOnTheSharedTree ) {
    Routes routes( root.path(), GetParam() );
    routes.route( any(), group( 1 ), "r0", { "r1", "r2" } );
@@ -112,44 +88,6 @@ TEST_P( MfibForwards, NewSourcesFlowOnTheSharedTree ) {
              vif.packetsOut > 100;
    };
    EXPECT_TRUE( eventually( vifCounted ) );
-}
-
-TEST_P( MfibForwards, ASourceWithoutARouteIsToldOf ) {
-   Routes routes( root.path(), GetParam() );
-   auto forwarder = start();
-   ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
-   Receiver left = receiver( 1, group( 7 ) );
-   Sender stream = sender( 0, group( 7 ) );
-   Published seen( root.path(), GetParam() );
-   ::Published::MfibUpcall upcall;
-   EXPECT_TRUE( eventually( [&] {
-      return seen.now().upcall().find(
-                { { host( 0 ), group( 7 ) }, Vantu::IntfId( "r0" ) }, upcall ) ==
-             Brane::lookupFound;
-   } ) );
-   EXPECT_EQ( upcall.kind, ::Published::noCacheUpcall );
-   EXPECT_GT( upcall.last, 0.0 );
-   EXPECT_TRUE( left.received().empty() );
-   routes.route( host( 0 ), group( 7 ), "r0", { "r1" } );
-   EXPECT_TRUE( flows( left, stream ) );
-}
-
-TEST_P( MfibForwards, WhileTheAgentIsGoneAndAfterItsReturn ) {
-   auto routes = std::make_unique<Routes>( root.path(), GetParam() );
-   routes->route( host( 0 ), group( 1 ), "r0", { "r1" } );
-   auto forwarder = start();
-   ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
-   Receiver left = receiver( 1, group( 1 ) );
-   Receiver right = receiver( 2, group( 1 ) );
-   Sender stream = sender( 0, group( 1 ) );
-   ASSERT_TRUE( flows( left, stream ) );
-   routes.reset();
-   ASSERT_TRUE( flows( left, stream ) );
-   routes = std::make_unique<Routes>( root.path(), GetParam() );
-   ASSERT_TRUE( flows( left, stream ) );
-   routes->route( host( 0 ), group( 1 ), "r0", { "r1", "r2" } );
-   ASSERT_TRUE( flows( right, stream ) );
-   EXPECT_EQ( left.faults(), Faults() );
 }
 
 // The child of a process, or 0.

@@ -226,21 +226,6 @@ TEST_P( LiveRouter, HostsJoinAndLeaveAGroup ) {
    EXPECT_EQ( left.faults(), Faults() );
 }
 
-TEST_P( LiveRouter, HostsJoinASourceOfAGroup ) {
-   Sender stream = sender( 0, group( 1, true ) );
-   Receiver left = receiver( 1, group( 1, true ), host( 0 ) );
-   ASSERT_TRUE( flows( left, stream ) );
-   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
-   left.forget();
-   // No member wants another source, and a member of all sources gets nothing.
-   Receiver right = receiver( 2, group( 1, true ), host( 1 ) );
-   Sender other = sender( 1, group( 1, true ) );
-   ASSERT_TRUE( flows( right, other ) );
-   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
-   ASSERT_TRUE( flows( left, stream ) );
-   EXPECT_EQ( left.faults(), Faults() );
-}
-
 TEST_P( LiveRouter, ADownstreamRouterJoinsAndPrunes ) {
    if ( !hasScapy() ) GTEST_SKIP() << kNoScapy;
    const std::string g = valueToStrep( group( 1 ) );
@@ -296,33 +281,6 @@ TEST_P( LiveRouter, ASourceOnALinkMakesItsRoute ) {
    ASSERT_TRUE( flows( right, stream ) );
    EXPECT_TRUE( agree() ) << show( {} ) << kernel();
    EXPECT_EQ( left.faults(), Faults() );
-}
-
-// A prune from the shared tree makes a route before the source has ever sent: its
-// traffic then comes in by its own link, not from the RP.
-TEST_P( LiveRouter, ASourceOnALinkMayHaveBeenPrunedBefore ) {
-   if ( !hasScapy() ) GTEST_SKIP() << kNoScapy;
-   start( host( 1 ) );
-   Receiver right = receiver( 2, group( 1 ) );
-   const std::string g = valueToStrep( group( 1 ) ), s = valueToStrep( host( 0 ) );
-   auto hasRoute = [&] {
-      return kernel().find( valueToStrep( host( 0 ) ) ) != std::string::npos;
-   };
-   ASSERT_TRUE( eventually( [&] {
-      downstream( 2, { "join", "*", g, "prune-rpt", s, g } );
-      return hasRoute();
-   } ) )
-      << show( {} ) << kernel();
-   Sender stream = sender( 0, group( 1 ) );
-   ASSERT_TRUE( flows( right, stream ) );
-   ASSERT_TRUE( eventually( [&] {
-      return show( { "--json-lines" } ).find( "\"is-spt\":true" ) !=
-             std::string::npos;
-   } ) )
-      << show( {} );
-   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
-   EXPECT_EQ( right.faults(), Faults() );
-   EXPECT_EQ( right.received().front(), 0u );
 }
 
 // The lines that stay the same over a restart: without times, in any order.

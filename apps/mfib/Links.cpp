@@ -20,7 +20,7 @@ Links::Links( Mox::Loop& loop, Mox::Loop::Function changed )
      notifications_(
         loop, { RTNLGRP_LINK },
         [this]( const Netlink::Message& message ) {
-           take( table_, message );
+           table_.take( message );
            changed_();
         },
         [this] {
@@ -34,7 +34,7 @@ Links::Links( Mox::Loop& loop, Mox::Loop::Function changed )
 void Links::reload() {
    LinkTable table;
    Netlink::dump( RTM_GETLINK, AF_UNSPEC, [&]( const Netlink::Message& message ) {
-      take( table, message );
+      table.take( message );
    } );
    table_ = std::move( table );
 }
@@ -49,17 +49,17 @@ void Links::recover() {
    }
 }
 
-void Links::take( LinkTable& table, const Netlink::Message& message ) {
+void LinkTable::take( const Netlink::Message& message ) {
    const auto* body = message.body<ifinfomsg>();
    // Bridges and multicast routing report links in their own families.
    if ( body == nullptr || body->ifi_index <= 0 || body->ifi_family != AF_UNSPEC )
       return;
    auto index = static_cast<uint32_t>( body->ifi_index );
-   if ( message.type() == RTM_DELLINK ) return table.linkDel( index );
+   if ( message.type() == RTM_DELLINK ) return linkDel( index );
    if ( message.type() != RTM_NEWLINK ) return;
    auto name = message.attributes<ifinfomsg>().text( IFLA_IFNAME );
    if ( !name || name->size() > Vantu::IntfId::maxLength ) return;
-   table.linkIs( index, Vantu::IntfId( *name ) );
+   linkIs( index, Vantu::IntfId( *name ) );
 }
 
 }

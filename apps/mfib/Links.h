@@ -18,6 +18,8 @@ class LinkTable {
 
    void linkIs( uint32_t index, Vantu::IntfId name ) { names_[index] = name; }
    void linkDel( uint32_t index ) { names_.erase( index ); }
+   // Takes up what the kernel says of a link; ignores all else.
+   void take( const Netlink::Message& message );
 
  private:
    std::map<uint32_t, Vantu::IntfId> names_;
@@ -33,7 +35,6 @@ class Links {
  private:
    void reload();
    void recover();
-   static void take( LinkTable& table, const Netlink::Message& message );
 
    LinkTable table_;
    Mox::Loop::Function changed_;

@@ -77,6 +77,10 @@ TEST( SgCountSm, RefusesNullHandlersAndUnknownAddresses ) {
               } ),
               "group != nullptr" );
    EXPECT_EQ( c.sources() + c.groups(), "" );
+   Mox::Ptr<Group> group = c.groupSourceMap->groupIs( groupAddr( 1 ) );
+   EXPECT_EQ( c.sm->attributeText( "grpHandler" ), "[233.252.0.1]" );
+   c.sm->grpHandlerDelAll();
+   EXPECT_EQ( group->observerCount(), 0U );
 }
 
 // An observer registered earlier replaces a source and a group that go, before the

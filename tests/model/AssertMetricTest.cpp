@@ -64,10 +64,18 @@ TEST( AssertMetricText, FewerThanFourItemsAreFatal ) {
    for ( const char* text :
          { "", "[", "[S", "[S]", "[S] ", "[S] 10.0.0.1", "[S] 10.0.0.1 [",
            "[S] 10.0.0.1 [1", "[S] 10.0.0.1 [1/", "[S] 10.0.0.1 [1/x]",
-           "[S] 10.0.0.1 [-1/2]", "[SR] 10.0.0.1 [1/2]", "S 10.0.0.1 [1/2]" } ) {
+           "[S] 10.0.0.1 [-1/2]", "[SR] 10.0.0.1 [1/2]", "S 10.0.0.1 [1/2]",
+           "S] 10.0.0.1 [1/2]", "[S]  [1/2]", "[S] 10.0.0.1 [/2]",
+           "[S] 10.0.0.1 [1/-2]" } ) {
       EXPECT_EQ( assertionText( [&] { assertMetric( text ); } ), "matches == 4" )
          << text;
    }
+   // A text may end anywhere, whatever stands behind it.
+   const Mox::StringView whole = "[S] 10.0.0.1 [1/2]";
+   for ( size_t size = 0; size < whole.size(); ++size )
+      EXPECT_EQ( hasMetricItems( whole.substr( 0, size ) ),
+                 size == whole.size() - 1 )
+         << size;
 }
 
 TEST( AssertMetricText, RefusesWhatIsOutOfRangeOrNoAddress ) {

@@ -139,6 +139,12 @@ TEST_F( RouteTeardown, AnInterfaceOutlivesAParentElsewhere ) {
    auto holder = vrf.wc( "233.252.0.1" );
    Mox::Ptr<Intf> intf = holder->routeIntfIs( intfId( "eth1" ), parent );
    EXPECT_EQ( intf->parentRoute(), parent );
+   auto brief = vrf.wc( "233.252.0.2" );
+   Mox::Ptr<Intf> lent = brief->routeIntfIs( intfId( "eth2" ), parent );
+   brief->routeIntfDel( intfId( "eth2" ) );
+   vrf->routeDel( brief->key() );
+   brief.release();
+   EXPECT_EQ( lent->parentRoute(), parent );
    remove( parent );
    EXPECT_EQ( intf->parentRoute(), nullptr );
    EXPECT_EQ( holder->routeIntfDel( intfId( "eth1" ) ), intf );

@@ -91,6 +91,11 @@ struct DumpedEntry {
       rtnexthop hops[3]{ { 8, 0, 1, 11 }, { 8, 0, 255, 12 }, { 8, 0, 1, 13 } };
    } outgoing;
 
+   struct {
+      nlattr head{ 12, RTA_EXPIRES };
+      uint32_t ticks[2]{ 500, 0 };
+   } idle;
+
    DumpedEntry() {
       header.nlmsg_len = sizeof *this;
       header.nlmsg_type = RTM_NEWROUTE;
@@ -109,6 +114,7 @@ TEST( KernelMessages, EntriesOfADump ) {
    EXPECT_EQ( good.read()->key,
               ( Routing::Pim::RouteKey{ {}, addr( "239.1.2.3" ) } ) );
    EXPECT_EQ( good.read()->incomingIndex, 10u );
+   EXPECT_EQ( good.read()->idle, 5.0 );
    EXPECT_EQ( good.read()->outgoingIndexes, ( std::vector<uint32_t>{ 11, 13 } ) )
       << "one with the highest threshold is none";
    auto with = []( auto change ) {
@@ -132,6 +138,28 @@ TEST( KernelMessages, EntriesOfADump ) {
    EXPECT_EQ( hops( 7 ), 1u );
    EXPECT_EQ( hops( 17 ), 1u );
    EXPECT_EQ( hops( 16 ), 1u ) << "the third is the second's";
+}
+
+TEST( LinkTable, TakesLinksOfTheirOwnFamilyAlone ) {
+   struct {
+      nlmsghdr header{ 0, RTM_NEWLINK, 0, 0, 0 };
+      ifinfomsg body{};
+      nlattr head{ 8, IFLA_IFNAME };
+      char name[4] = "lan";
+   } link;
+   link.header.nlmsg_len = sizeof link;
+   link.body.ifi_index = 7;
+   auto taken = [&] {
+      LinkTable table;
+      table.take( Netlink::Message( link.header ) );
+      return table.index( intfId( "lan" ) );
+   };
+   EXPECT_EQ( taken(), 7u );
+   link.body.ifi_family = AF_BRIDGE;
+   EXPECT_EQ( taken(), 0u );
+   link.body.ifi_family = AF_UNSPEC;
+   link.body.ifi_index = 0;
+   EXPECT_EQ( taken(), 0u );
 }
 
 TEST( Upcalls, TheOldestGoesForANewOne ) {

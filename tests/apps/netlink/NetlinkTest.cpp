@@ -54,6 +54,14 @@ TEST( Attributes, AreReadAsFarAsTheirLengthsHold ) {
    EXPECT_EQ( Attributes( Bytes( number ) ).value<uint32_t>( 7 ), 1U );
 }
 
+TEST( Family, HasItsNameAndAnotherForMulticastForwarding ) {
+   EXPECT_EQ( familyOf( AF_INET ), Vantu::AddressFamily::ipv4 );
+   EXPECT_EQ( familyOf( RTNL_FAMILY_IPMR ), Vantu::AddressFamily::ipv4 );
+   EXPECT_EQ( familyOf( AF_INET6 ), Vantu::AddressFamily::ipv6 );
+   EXPECT_EQ( familyOf( RTNL_FAMILY_IP6MR ), Vantu::AddressFamily::ipv6 );
+   EXPECT_EQ( familyOf( AF_BRIDGE ), std::nullopt );
+}
+
 TEST( Attributes, HoldAddressesOfTheirFamilyOnly ) {
    using Vantu::AddressFamily;
    auto bytes = attribute( 1, 8, { 192, 0, 2, 1 } );

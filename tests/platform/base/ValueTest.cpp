@@ -14,7 +14,7 @@ namespace {
 
 using Test::errorText;
 
-#define TEST_STATES( V ) V( idle ) V( running ) V( run )
+#define TEST_STATES( V ) V( idle ) V( running ) V( run ) V( run_on )
 #define TEST_FLAGS( FLAG ) FLAG( first, 'F' ) FLAG( silent, ' ' ) FLAG( third, 'T' )
 
 struct Task {
@@ -39,8 +39,9 @@ TEST( Enum, NamesAndNumbersMapBothWays ) {
    EXPECT_EQ( enumInstance<Task::State>( "run" ), Task::run );
    EXPECT_EQ( stringToValue<Task::State>( "running" ), Task::running );
    EXPECT_THROW( stringToValue<Task::State>( "" ), ParseError );
-   EXPECT_EQ( errorText<RangeError>( [] { enumInstance<Task::State>( 3 ); } ),
-              "Task::State has no value 3" );
+   EXPECT_EQ( errorText<RangeError>( [] { enumInstance<Task::State>( 4 ); } ),
+              "Task::State has no value 4" );
+   EXPECT_EQ( stringToValue<Task::State>( "run_on" ), Task::run_on );
    EXPECT_EQ( errorText<RangeError>( [] { stringToValue<Task::State>( "ru" ); } ),
               "Task::State has no value 'ru'" );
    EXPECT_EQ( stringValue( static_cast<Task::State>( 9 ) ), "9" );

@@ -46,6 +46,7 @@ TEST( IpGenAddr, MulticastAndLinkLocalRanges ) {
                                { "239.255.255.255", multicast },
                                { "240.0.0.0", unicast },
                                { "169.254.1.1", linkLocal },
+                               { "169.253.1.1", unicast },
                                { "ff02::1", linkMulticast },
                                { "ff01::1", linkMulticast },
                                { "ff32::1", linkMulticast },

@@ -346,6 +346,7 @@ TEST_F( Attach, AVerifyingReaderGivesNoBrokenRecord ) {
    EXPECT_EQ( reader.at( at, &out ), lookupDamaged );
    EXPECT_EQ( contentOf( reader ).count( 3 ), 0u );
    EXPECT_EQ( reader.counters().damaged, 1u );
+   EXPECT_EQ( reader.counters().verified, 10u );
 }
 
 TEST_F( Attach, RefusesWhatCannotBeATable ) {

@@ -39,7 +39,7 @@ TEST( TrieGen, IsEmptiedByDeletionAndReadyAfterInitialisation ) {
    trie->routeIs( prefix( "239.0.0.0/8" ), true );
    trie->trie4()->handleDeletion();
    EXPECT_EQ( trie->size(), 0U );
-   EXPECT_EQ( trie->trie4()->memory(), 0U );
+   EXPECT_EQ( std::as_const( *trie ).trie4()->memory(), 0U );
    EXPECT_EQ( Mox::Test::assertionText(
                  [&] { trie->routeIs( prefix( "239.0.0.0/8" ), true ); } ),
               "initialized_" );

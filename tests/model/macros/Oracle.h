@@ -1,54 +1,17 @@
 // The protocol macros as RFC 7761 writes them: algebra of sets of interfaces. A set
-// is a word with a bit for each port. Where this system departs from the RFC, the
-// departure has a name and a row in kDepartures, and can be switched off.
+// is a word with a bit for each port. A comment says where this system departs from it.
 #pragma once
-
-#include <bitset>
 
 #include "tests/model/macros/World.h"
 
 namespace Routing::Pim::SparseMode::Test {
 
-// clang-format off
-//       name                      RFC 7761                                  this system
-#define PIMSM_DEPARTURES( D ) \
-   D( drWithoutPim,            "4.3.2: no DR without PIM",               "an interface without PIM record counts as DR" ) \
-   D( namelessWinner,          "4.6: no winner is not me",               "no winner is me where the own address is unspecified" ) \
-   D( excludeNeedsSibling,     "4.1.6: pim_exclude(S,G) asks no (*,G) state", "without (*,G) record nothing is excluded" ) \
-   D( lostSgJoinsRpfTest,      "4.6.5: never lost on RPF_interface(S)",  "that test is left out until joined upstream" ) \
-   D( sptMetricWantsJoin,      "4.6.3: the MRIB's values",               "infinite until joined upstream" ) \
-   D( noPathIsInfinite,        "4.6.3: the MRIB's values, zeros for none", "infinite without a path" ) \
-   D( lostWcBarsOwnAssert,     "4.6.1: joins(S,G) and pim_include(S,G) assert all the same", "a lost (*,G) assert bars them" ) \
-   D( lostWcEndsOwnTracking,   "4.6.1: joins(S,G) tracks all the same",  "not by its join, with the (*,G) assert lost" ) \
-   D( standbyTracks,           "4.6.1: knows no standby path",           "the fast-reroute RPF interface tracks too" ) \
-   D( noUpstreamNoJoin,        "4.5.4: joins for any outgoing interface", "not without an upstream record" ) \
-   D( registerNeverPrunes,     "4.5.7: no such exception",               "nothing is pruned from the register interface" ) \
-   D( standbySharesNeighbor,   "4.5.7: knows no standby path",           "not pruned off the fast-reroute neighbour" ) \
-   D( failoverIsMembership,    "4.1.6: (pim_include(*,G) - pim_exclude(S,G)) + pim_include(S,G)", "bare membership, exclusion first; no DR, no assert" )
-// clang-format on
-
-#define PIMSM_DEPARTURE_NAME( name, rfc, ours ) name,
-#define PIMSM_DEPARTURE_ROW( name, rfc, ours ) { #name, rfc, ours },
-
-enum Departure { PIMSM_DEPARTURES( PIMSM_DEPARTURE_NAME ) kDepartureCount };
-
-struct DepartureRow {
-   const char* name;
-   const char* rfc;
-   const char* ours;
-};
-inline constexpr DepartureRow kDepartures[] = {
-   PIMSM_DEPARTURES( PIMSM_DEPARTURE_ROW ) };
-
-using Departures = std::bitset<kDepartureCount>;
-
 class Oracle {
  public:
    using Set = unsigned;
 
-   explicit Oracle( const World& world, Departures on = Departures().set() )
+   explicit Oracle( const World& world )
       : w_( world ),
-        on_( on ),
         wcPath_( pathOf( world.wc.rpf, true ) ),
         sgPath_( pathOf( world.sg.rpf, false ) ),
         frrPath_( pathOf( world.sg.frr, false ) ) {
@@ -58,11 +21,11 @@ class Oracle {
    // ---- 4.3.2, 4.1.6: state
 
    uint32_t myIp( int i ) const { return ownAddress( i, w_.ports[i].pim ); }
+   // Without PIM there is no other: it counts as DR.
    Set iAmDr() const {
       return where( [&]( int i ) {
          const Pim pim = w_.ports[i].pim;
-         return pim == Pim::none ? on( drWithoutPim )
-                                 : pim == Pim::dr || pim == Pim::namelessDr;
+         return pim == Pim::none || pim == Pim::dr || pim == Pim::namelessDr;
       } );
    }
    Set joinsWc() const {
@@ -86,15 +49,14 @@ class Oracle {
    Set includeSg() const {
       return membersSg() & ( ( iAmDr() & ~lostAssertSg() ) | wonSg() );
    }
+   // Without (*,G) record nothing is excluded.
    Set excludeSg() const {
-      const Set asked = where( [&]( int i ) {
-         return sg( i ).exclude && ( wc( i ).record || !on( excludeNeedsSibling ) );
-      } );
+      const Set asked =
+         where( [&]( int i ) { return sg( i ).exclude && wc( i ).record; } );
       return asked & ( ( iAmDr() & ~lostAssertWc() ) | wonWc() );
    }
+   // Bare membership, exclusion first; no DR, no assert.
    Set includeSgFastFailover() const {
-      if ( !on( failoverIsMembership ) )
-         return ( includeWc() & ~excludeSg() ) | includeSg();
       return ( membersWc() | membersSg() ) &
              where( [&]( int i ) { return sg( i ).record && !sg( i ).exclude; } );
    }
@@ -146,24 +108,21 @@ class Oracle {
    Set couldAssertWc() const {
       return ( joinsWc() | includeWc() ) & ~at( wcPath_ );
    }
+   // A lost (*,G) assert bars the source's own as well.
    Set couldAssertSg() const {
       if ( !w_.sg.spt ) return 0;
-      const Set own = joinsSg() | includeSg();
-      const Set in = on( lostWcBarsOwnAssert )
-                        ? ( sharedTree() | own ) & ~lostAssertWc()
-                        : ( sharedTree() & ~lostAssertWc() ) | own;
-      return in & ~at( sgPath_ );
+      return ( sharedTree() | joinsSg() | includeSg() ) & ~lostAssertWc() &
+             ~at( sgPath_ );
    }
    Set assertTrackingDesiredWc() const {
       return couldAssertWc() | ( membersWc() & ( iAmDr() | wonWc() ) ) |
              ( rptJoinDesiredWc() ? at( wcPath_ ) : 0 );
    }
+   // The fast-reroute RPF interface tracks, too; a join does not, with the (*,G) assert
+   // lost.
    Set assertTrackingDesiredSg() const {
-      const Set own =
-         on( lostWcEndsOwnTracking ) ? joinsSg() & ~lostAssertWc() : joinsSg();
-      const Set upstream =
-         at( sgPath_ ) | ( on( standbyTracks ) ? at( frrPath_ ) : 0 );
-      return ( sharedTree() & ~lostAssertWc() ) | own |
+      const Set upstream = at( sgPath_ ) | at( frrPath_ );
+      return ( ( sharedTree() | joinsSg() ) & ~lostAssertWc() ) |
              ( membersSg() & ( iAmDr() | wonSg() ) ) |
              ( upstream && joinDesiredSg() ? upstream : 0 ) |
              ( !w_.sg.spt && joinDesiredWc() ? at( wcPath_ ) : 0 );
@@ -176,13 +135,13 @@ class Oracle {
       return where( [&]( int i ) { return foreign( i, sgWinner( i ) ); } ) &
              ~( at( wcPath_ ) | ( w_.sg.spt ? at( sgPath_ ) : 0 ) );
    }
+   // The test of the RPF interface is left out until joined upstream.
    Set lostAssertSg() const {
       const Set lost = where( [&]( int i ) {
          return foreign( i, sgWinner( i ) ) &&
                 sgWinner( i ).beats( sptAssertMetric( i ) );
       } );
-      const bool test = w_.sg.upJoined || !on( lostSgJoinsRpfTest );
-      return lost & ~( test ? at( sgPath_ ) : 0 );
+      return lost & ~( w_.sg.upJoined ? at( sgPath_ ) : 0 );
    }
    Metric wcWinner( int i ) const {
       return metricBeside( wc( i ).winner, true, i, w_.ports[i].pim );
@@ -191,8 +150,7 @@ class Oracle {
       return metricBeside( sg( i ).winner, false, i, w_.ports[i].pim );
    }
    Metric sptAssertMetric( int i ) const {
-      if ( !w_.sg.upJoined && on( sptMetricWantsJoin ) ) return {};
-      return pathMetric( sgPath_, false, i );
+      return w_.sg.upJoined ? pathMetric( sgPath_, false, i ) : Metric();
    }
    Metric rptAssertMetric( int i ) const { return pathMetric( wcPath_, true, i ); }
    Metric myAssertMetricWc( int i ) const {
@@ -229,19 +187,16 @@ class Oracle {
    bool nullInheritedOlistSg() const { return inheritedOlistSg() == 0; }
    bool nullInheritedOlistSgRpt() const { return inheritedOlistSgRpt() == 0; }
    bool joinDesiredWcRp() const { return !nullImmediateOlistWcRp(); }
-   bool joinDesiredWc() const {
-      return !nullImmediateOlistWc() &&
-             ( wcPath_.record || !on( noUpstreamNoJoin ) );
-   }
+   bool joinDesiredWc() const { return !nullImmediateOlistWc() && wcPath_.record; }
    bool rptJoinDesiredWc() const { return joinDesiredWc() || joinDesiredWcRp(); }
    bool joinDesiredSg() const {
       return !nullImmediateOlistSg() ||
              ( !w_.sg.katExpired && !nullInheritedOlistSg() );
    }
+   // Nothing is pruned from the register interface, nor off the fast-reroute neighbour.
    bool pruneDesiredSgRpt() const {
-      if ( on( registerNeverPrunes ) && wcPath_.port == kRegister ) return false;
-      const bool standby = on( standbySharesNeighbor ) && frrPath_.record &&
-                           wcPath_.sameNeighbor( frrPath_ );
+      if ( wcPath_.port == kRegister ) return false;
+      const bool standby = frrPath_.record && wcPath_.sameNeighbor( frrPath_ );
       return rptJoinDesiredWc() &&
              ( nullInheritedOlistSgRpt() ||
                ( w_.sg.spt && !wcPath_.sameNeighbor( sgPath_ ) && !standby ) );
@@ -267,7 +222,6 @@ class Oracle {
    static Set at( const Path& path ) {
       return path.port >= 0 && path.port < kPorts ? 1U << path.port : 0;
    }
-   bool on( Departure departure ) const { return on_[departure]; }
 
    // A port without the record has no state there.
    const Facts& wc( int i ) const {
@@ -285,9 +239,9 @@ class Oracle {
    Set sharedTree() const {
       return ( joinsWc() & ~prunesSgRpt() ) | ( includeWc() & ~excludeSg() );
    }
+   // No winner is this router where its own address is unspecified.
    bool isMe( int i, const Metric& winner ) const {
-      return winner.address == myIp( i ) &&
-             ( winner.address != 0 || on( namelessWinner ) );
+      return winner.address == myIp( i );
    }
    bool foreign( int i, const Metric& winner ) const {
       return winner.address != 0 && !isMe( i, winner );
@@ -299,12 +253,11 @@ class Oracle {
       return where( [&]( int i ) { return isMe( i, sgWinner( i ) ); } );
    }
    Metric pathMetric( const Path& path, bool rpt, int i ) const {
-      if ( path.none() && on( noPathIsInfinite ) ) return {};
+      if ( path.none() ) return {};
       return { rpt, path.preference, path.metric, myIp( i ) };
    }
 
    const World& w_;
-   Departures on_;
    Path wcPath_, sgPath_, frrPath_;
    Facts nothing_;
 };

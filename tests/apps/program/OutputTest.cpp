@@ -1,11 +1,14 @@
 #include "apps/program/Output.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 
+#include "tests/support/ErrorText.h"
 #include "tests/support/TempRoot.h"
 
 namespace Programs {
@@ -34,6 +37,20 @@ TEST( Output, FilesAreReplacedAsTheyStand ) {
    fs::create_symlink( "nothing", root / "dangling" );
    for ( const char* name : { "fifo", "dangling", "directory", "no/file" } )
       EXPECT_THROW( replaceFile( root / name, "3" ), Mox::Error ) << name;
+   EXPECT_NE( Mox::Test::errorText<Mox::Error>( [&] {
+                 replaceFile( root / "no/file", "3" );
+              } ).find( "No such file" ),
+              std::string::npos );
+   // Standard output's own file is not replaced, others on its device are.
+   const int kept = dup( STDOUT_FILENO );
+   const int own = creat( ( root / "own" ).c_str(), 0600 );
+   dup2( own, STDOUT_FILENO );
+   EXPECT_THROW( replaceFile( root / "own", "4" ), Mox::Error );
+   EXPECT_NO_THROW( replaceFile( root / "new", "4" ) );
+   dup2( kept, STDOUT_FILENO );
+   close( own );
+   close( kept );
+   fs::remove( root / "own" );
    EXPECT_TRUE( fs::is_fifo( root / "fifo" ) );
    EXPECT_TRUE( fs::is_symlink( root / "dangling" ) );
    EXPECT_EQ( std::distance( fs::directory_iterator( root ), {} ), 5 )

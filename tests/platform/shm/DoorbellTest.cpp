@@ -72,6 +72,13 @@ TEST_F( Doorbell, RingsForEachTableThatChangedOnceABatch ) {
    EXPECT_EQ( calls, 0 );
    EXPECT_EQ( hub.dispatch( now + 0.001 ), never );
    EXPECT_EQ( calls, 1 );
+   // Who watches the files alone hears of theirs, and of no others beside them.
+   hub.addFiles( path, count() );
+   rings( hub );
+   std::ofstream( directory + "/other" ).close();
+   EXPECT_EQ( rings( hub ), 0 );
+   std::filesystem::rename( path + ".lock", path + ".gone" );
+   EXPECT_EQ( rings( hub ), 1 );
 }
 
 // A writer keeps others out until it is killed. The bell reports the death, and the

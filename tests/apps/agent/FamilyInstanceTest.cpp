@@ -92,11 +92,11 @@ class Family : public testing::Test {
       }
       body.holdtime = 210;
       const bool wc = source == nullptr;
+      const EncodedSource joined{ .address = addr( wc ? "203.0.113.1" : source ),
+                                  .wildcard = wc,
+                                  .rpt = wc };
       body.groups = {
-         { addr( group ),
-           32,
-           { { addr( wc ? "203.0.113.1" : source ), 32, true, wc, wc } },
-           {} } };
+         { .address = addr( group ), .joins = { joined }, .prunes = {} } };
       IpPacket packet;
       packet.source = addr( "192.0.2.9" );
       packet.destination = addr( "224.0.0.13" );

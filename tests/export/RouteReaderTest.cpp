@@ -29,9 +29,6 @@ class RouteReader : public testing::Test {
       agent.manager.dispatch();
       side.follow();
    }
-   const Route* seen( const RouteKey& key = kKey ) const {
-      return side.model->route( key );
-   }
    // Lines without the facility and the reader's address.
    auto lines( Mox::Test::TraceCapture& traces ) {
       auto taken = traces.take();
@@ -257,25 +254,6 @@ TEST_F( RouteReader, CountsRightBesideOtherObservers ) {
    tables().routeIs( Brane::Route( kKey ) );
    expect( 0, 0, 1, 0 );
 }
-
-// Another observer may keep the sources as well, and be notified of each route
-// first.
-class SourceKeeper : public Status::NotifieeConst {
- public:
-   explicit SourceKeeper( Status& status ) : status_( status ) {
-      notifierIs( &status );
-   }
-   void onRoute( const RouteKey& key ) override {
-      if ( status_.route( key ) == nullptr ) {
-         status_.sourceDel( key.source );
-      } else {
-         status_.sourceIs( key.source )->sourceGroupIs( key.group, true );
-      }
-   }
-
- private:
-   Status& status_;
-};
 
 // The setters of each copy in order: observers see the former path before the new
 // one.

@@ -23,11 +23,6 @@ RouteKey keyOf( unsigned i ) {
 
 class RouteWriter : public testing::Test {
  protected:
-   Brane::Route recordOf( const RouteKey& key ) const {
-      Brane::Route record;
-      EXPECT_EQ( agent.tables->route().find( key, record ), ::Brane::lookupFound );
-      return record;
-   }
    bool hasIntf( const RouteKey& key, Mox::StringView intf ) const {
       return agent.tables->routeIntf().has( { key, intfId( intf ) } );
    }

@@ -3,8 +3,6 @@
 // notifications.
 #pragma once
 
-#include <set>
-
 #include "platform/loop/TestClock.h"
 #include "register/AdvertisedSgStatus.h"
 #include "register/RegisterStatus.h"
@@ -66,11 +64,5 @@ struct RegisterSide {
    Mox::Ptr<RegisterStatus> status;
    Mox::Ptr<AdvertisedSgStatus> advertised;
 };
-
-template <class Table>
-std::set<typename Table::Key> keysIn( const Table& table ) {
-   auto keys = table.keys();
-   return { keys.begin(), keys.end() };
-}
 
 }

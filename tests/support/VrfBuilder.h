@@ -103,7 +103,6 @@ class IntfBuilder : public Builder<Intf> {
    IntfBuilder& wonAssert( Mox::StringView ownMetric ) {
       return assertIs( iAmAssertWinner, assertMetric( ownMetric ) );
    }
-   IntfBuilder& noAssert() { return assertIs( assertNoInfo, {} ); }
 
  private:
    IntfBuilder& assertIs( AssertState state, const AssertMetric& winner ) {

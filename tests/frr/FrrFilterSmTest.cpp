@@ -68,7 +68,13 @@ TEST_F( FrrFilter, FollowsConfigurationThroughEveryTransition ) {
    lists->aclIs( "others", rules( "permit 239.2.0.0/16" ) );
    lists->aclIs( "others", rules( "permit 239.3.0.0/16" ) );
    expect( 0, true, false );
-   lists->acl( "groups" )->currCfgIs( nullptr );  // a list without rules
+   {
+      Mox::Test::TraceCapture capture( "Pimsm::FrrFilterSm/8" );
+      lists->acl( "groups" )->currCfgIs( nullptr );  // as if there were no list
+      EXPECT_EQ( capture.take().back(),
+                 "Pimsm::FrrFilterSm 8 handleAllRules acl "
+                 "deletion, update changeCount " );
+   }
    expect( 1, false, false );
    lists->acl( "groups" )->rulesIs( one );
    expect( 1, true, false );

@@ -56,6 +56,7 @@ TEST( KernelMessages, UpcallsAreTakenWholeOrNotAtAll ) {
    EXPECT_TRUE( bad4( []( auto& m ) { m.im_vif = 32; } ) );
    EXPECT_TRUE( bad4( []( auto& m ) { m.im_vif_hi = 1; } ) );
    EXPECT_TRUE( bad4( []( auto& m ) { m.im_dst = m.im_src; } ) );
+   EXPECT_TRUE( bad4( []( auto& m ) { m.im_src = m.im_dst; } ) );
    EXPECT_TRUE( bad4( []( auto& m ) { m.im_src = {}; } ) );
 
    mrt6msg good6{};

@@ -96,14 +96,14 @@ TEST_F( EntityManager, WritesInNoDirectoryThatOthersRule ) {
    ASSERT_EQ( mkdir( below.c_str(), 0777 ), 0 );
    for ( const Mox::String& directory : { root.path(), below } ) {
       chmod( directory.c_str(), 0777 );
-      expectRefused( "everybody" );
+      expectRefused( "everybody may write it (mode 777)" );
       chmod( directory.c_str(), 0750 );
       // Only root can change a file's owner.
       if ( chown( directory.c_str(), kStranger, -1U ) != 0 ) continue;
       expectRefused( "belongs to user 4242" );
       ASSERT_EQ( chown( directory.c_str(), geteuid(), kStranger ), 0 );
       ASSERT_EQ( chmod( directory.c_str(), 0770 ), 0 );
-      expectRefused( "group 4242 may write" );
+      expectRefused( "group 4242 may write it (mode 770)" );
       ASSERT_EQ( chown( directory.c_str(), -1U, getegid() ), 0 );
    }
    rmdir( below.c_str() );

@@ -1,7 +1,8 @@
-#include "engine/Advertised.h"
+#include "engine/RegisterEngine.h"
 
 #include <gtest/gtest.h>
 
+#include "engine/Advertised.h"
 #include "platform/entity/EventCounter.h"
 #include "platform/loop/TestClock.h"
 #include "tests/support/TempRoot.h"
@@ -48,6 +49,36 @@ TEST( Advertised, SourcesFollowTheConfiguration ) {
    config.advertised.push_back( entry( "239.1.1.4", false ) );
    publishAdvertised( *table, config, kFamily, counters );
    EXPECT_EQ( counters.refusedCount( tableFull ), 1u );
+}
+
+// No state is kept of registers that no table has: whoever makes up sources takes no more room.
+TEST( Registers, ThatFindNoRoomAreForgotten ) {
+   Mox::TestClock clock;
+   Mox::Test::TempRoot root;
+   Corvex::EntityManager manager{ clock, nullptr, root.path() };
+   RouterCounters counters;
+   VrfConfig config;
+   config.interfaces = {
+      { Vantu::IntfId( "eth1" ),
+        { { addr( "198.51.100.1" ), Vantu::IpGenPrefix( "198.51.100.0/24" ) } } } };
+   config.rps = { { addr( "203.0.113.1" ), {} } };
+   Topology topology( config );
+   RegisterCapacities capacities;
+   capacities.drDiscoveredSg = capacities.registerOif = 4;
+   RegisterEngine engine(
+      RegisterStatus::mount( manager, "tables", ::Brane::tableWriter, capacities ),
+      clock, topology, config, counters );
+   engine.adopt();
+   for ( int host = 2; host <= 7; ++host ) {
+      IpPacket packet;
+      packet.source = addr( "198.51.100.1" );
+      packet.destination = addr( "203.0.113.1" );
+      PimRegister message;
+      message.source = addr( "198.51.100." + std::to_string( host ) );
+      message.group = addr( "233.252.0.1" );
+      engine.receive( packet, message );
+   }
+   EXPECT_EQ( engine.size(), 4u );
 }
 
 }

@@ -29,6 +29,17 @@ struct InterfaceConfig {
    // secondary.
    std::vector<InterfaceAddress> addresses;
    uint32_t drPriority = 1;
+   // What a sending router tells its neighbours, and when (RFC 7761, 4.11). Times in
+   // seconds.
+   uint16_t helloInterval = 30;
+   uint16_t helloHoldtime = 105;
+   uint16_t propagationDelay = 500;   // ms
+   uint16_t overrideInterval = 2500;  // ms
+   // False: every join is sent, though another router has just sent the same.
+   bool joinSuppression = true;
+   uint16_t joinPruneInterval = 60;
+   // Hosts only: no PIM message is sent or taken, and this router is the DR.
+   bool passive = false;
 
    bool operator==( const InterfaceConfig& ) const = default;
 };

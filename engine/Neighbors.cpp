@@ -14,53 +14,66 @@ double holdtimeOf( const PimHello& hello ) {
 
 }
 
-Neighbors::Neighbors( Mox::Clock& clock, const Vantu::IpGenAddr& own,
-                      uint32_t drPriority, NeighborsObserver observer )
-   : clock_( clock ),
-     own_( own ),
-     drPriority_( drPriority ),
-     observer_( std::move( observer ) ) {}
+Neighbors::Neighbors( Mox::Clock& clock, const OwnHello& own,
+                      NeighborsObserver observer )
+   : clock_( clock ), own_( own ), observer_( std::move( observer ) ) {}
 
-void Neighbors::ownIs( const Vantu::IpGenAddr& own, uint32_t drPriority ) {
+void Neighbors::ownIs( const OwnHello& own ) {
    own_ = own;
-   drPriority_ = drPriority;
    observer_.changed();
 }
 
 bool Neighbors::receiveHello( const Vantu::IpGenAddr& from,
                               const PimHello& hello ) {
-   double holdtime = holdtimeOf( hello );
+   const double holdtime = holdtimeOf( hello );
    if ( holdtime == 0.0 ) {
       forget( from );
       return true;
    }
    if ( size() >= maxNeighbors && !has( from ) ) return false;
    Neighbor& neighbor = neighbors_[from];
-   bool restarted = neighbor.expiry != nullptr &&
-                    neighbor.hello.generationId != hello.generationId;
-   neighbor.hello = hello;
-   if ( neighbor.expiry == nullptr ) {
+   const bool isNew = neighbor.expiry == nullptr;
+   const PimHello before = std::exchange( neighbor.hello, hello );
+   if ( isNew ) {
       neighbor.expiry =
          std::make_unique<Timer>( clock_, [this, from] { forget( from ); } );
    }
    neighbor.expiry->start( holdtime );
-   if ( restarted ) observer_.lost( from );
+   if ( isNew ) {
+      observer_.event( from, NeighborEvent::came );
+   } else if ( before.generationId != hello.generationId ) {
+      observer_.event( from, NeighborEvent::restarted );
+   } else if ( before.addresses != hello.addresses ) {
+      observer_.event( from, NeighborEvent::moved );
+   }
    observer_.changed();
    return true;
 }
 
 void Neighbors::adopt( const Vantu::IpGenAddr& from, const PimHello& hello,
                        std::optional<double> until ) {
-   if ( !receiveHello( from, hello ) || !until || !has( from ) ) return;
-   const double now = clock_.now();
-   const double nextHello = now + holdtimeOf( hello ) / hellosInHoldtime;
-   neighbors_[from].expiry->resume( *until > now ? std::max( *until, nextHello )
-                                                 : *until );
+   const double holdtime = holdtimeOf( hello );
+   if ( holdtime == 0.0 || size() >= maxNeighbors ) return;
+   Neighbor& neighbor = neighbors_[from];
+   neighbor.hello = hello;
+   neighbor.expiry =
+      std::make_unique<Timer>( clock_, [this, from] { forget( from ); } );
+   neighbor.expiry->start( holdtime );
+   if ( until ) {
+      const double now = clock_.now();
+      const double nextHello = now + holdtime / hellosInHoldtime;
+      neighbor.expiry->resume( *until > now ? std::max( *until, nextHello )
+                                            : *until );
+   }
+   observer_.changed();
 }
 
 void Neighbors::forget( const Vantu::IpGenAddr& address ) {
-   if ( neighbors_.erase( address ) == 0 ) return;
-   observer_.lost( address );
+   auto found = neighbors_.find( address );
+   if ( found == neighbors_.end() ) return;
+   const Vantu::IpGenAddr gone = found->first;
+   neighbors_.erase( found );
+   observer_.event( gone, NeighborEvent::gone );
    observer_.changed();
 }
 
@@ -68,38 +81,61 @@ bool Neighbors::has( const Vantu::IpGenAddr& address ) const {
    return neighbors_.count( address ) != 0;
 }
 
-bool Neighbors::iAmDr() const {
-   bool byPriority =
+Vantu::IpGenAddr Neighbors::primaryOf( const Vantu::IpGenAddr& address ) const {
+   if ( has( address ) ) return address;
+   for ( const auto& [primary, neighbor] : neighbors_ ) {
+      const auto& list = neighbor.hello.addresses;
+      if ( std::find( list.begin(), list.end(), address ) != list.end() )
+         return primary;
+   }
+   return Vantu::IpGenAddr::unspecified( address.family() );
+}
+
+Vantu::IpGenAddr Neighbors::dr() const {
+   const bool byPriority =
       std::all_of( neighbors_.begin(), neighbors_.end(), []( const auto& entry ) {
          return entry.second.hello.drPriority.has_value();
       } );
-   return std::all_of(
-      neighbors_.begin(), neighbors_.end(), [&]( const auto& entry ) {
-         if ( byPriority && *entry.second.hello.drPriority != drPriority_ ) {
-            return *entry.second.hello.drPriority < drPriority_;
-         }
-         return entry.first < own_;
-      } );
+   using Rank = std::pair<uint32_t, Vantu::IpGenAddr>;
+   Rank best{ byPriority ? own_.drPriority : 0, own_.address };
+   for ( const auto& [address, neighbor] : neighbors_ ) {
+      best = std::max(
+         best, Rank{ byPriority ? *neighbor.hello.drPriority : 0, address } );
+   }
+   return best.second;
 }
 
-bool Neighbors::everyNeighborDelays() const {
-   return std::all_of( neighbors_.begin(), neighbors_.end(),
-                       []( const auto& entry ) {
-                          return entry.second.hello.lanPruneDelay.has_value();
-                       } );
+uint16_t Neighbors::slowest( uint16_t LanPruneDelay::*time, uint16_t own,
+                             uint16_t otherwise ) const {
+   for ( const auto& [address, neighbor] : neighbors_ ) {
+      if ( !neighbor.hello.lanPruneDelay ) return otherwise;
+      own = std::max( own, ( *neighbor.hello.lanPruneDelay ).*time );
+   }
+   return own;
 }
 
 double Neighbors::overrideInterval() const {
-   double propagation = propagationDelay;
-   double override = overrideIntervalOwn;
-   if ( everyNeighborDelays() ) {
-      for ( const auto& [address, neighbor] : neighbors_ ) {
-         const LanPruneDelay& delay = *neighbor.hello.lanPruneDelay;
-         propagation = std::max( propagation, delay.propagationDelay / 1000.0 );
-         override = std::max( override, delay.overrideInterval / 1000.0 );
-      }
-   }
-   return propagation + override;
+   return slowest( &LanPruneDelay::overrideInterval, own_.overrideInterval,
+                   OwnHello().overrideInterval ) /
+          1000.0;
+}
+
+double Neighbors::joinPruneOverrideInterval() const {
+   const double propagation =
+      slowest( &LanPruneDelay::propagationDelay, own_.propagationDelay,
+               OwnHello().propagationDelay ) /
+      1000.0;
+   return propagation + overrideInterval();
+}
+
+// It ends only where all routers of the link can track each other's joins.
+bool Neighbors::joinSuppression() const {
+   if ( own_.joinSuppression ) return true;
+   return !std::all_of( neighbors_.begin(), neighbors_.end(),
+                        []( const auto& entry ) {
+                           const auto& delay = entry.second.hello.lanPruneDelay;
+                           return delay && delay->trackingSupport;
+                        } );
 }
 
 }

@@ -11,13 +11,28 @@
 
 namespace Router {
 
-// `changed` is called after neighbours came, went or changed. Before that `lost` is
-// called with the address of each that went, or restarted (another generation id,
-// RFC 7761, 4.3.1).
+enum class NeighborEvent {
+   came,
+   restarted,  // another generation id (RFC 7761, 4.3.1)
+   moved,      // other secondary addresses
+   gone
+};
+
+// `event` is called with the address of a neighbour; one that is gone has left already.
+// `changed` is called after one or more neighbours came, went or changed.
 struct NeighborsObserver {
    std::function<void()> changed = [] {};
-   std::function<void( const Vantu::IpGenAddr& )> lost =
-      []( const Vantu::IpGenAddr& ) {};
+   std::function<void( const Vantu::IpGenAddr&, NeighborEvent )> event =
+      []( const Vantu::IpGenAddr&, NeighborEvent ) {};
+};
+
+// What this router says of itself on the link.
+struct OwnHello {
+   Vantu::IpGenAddr address;
+   uint32_t drPriority = 1;
+   uint16_t propagationDelay = 500;   // ms
+   uint16_t overrideInterval = 2500;  // ms
+   bool joinSuppression = true;
 };
 
 class PIMSM_API Neighbors {
@@ -25,14 +40,11 @@ class PIMSM_API Neighbors {
    static constexpr size_t maxNeighbors = 1024;
    static constexpr double defaultHoldtime = 105.0;  // s
    static constexpr double hellosInHoldtime = 3.5;
-   static constexpr double propagationDelay = 0.5;     // s; this router's
-   static constexpr double overrideIntervalOwn = 2.5;  // s; this router's
 
-   Neighbors( Mox::Clock& clock, const Vantu::IpGenAddr& own, uint32_t drPriority,
+   Neighbors( Mox::Clock& clock, const OwnHello& own,
               NeighborsObserver observer = {} );
 
-   // Sets this router's address and priority.
-   void ownIs( const Vantu::IpGenAddr& own, uint32_t drPriority );
+   void ownIs( const OwnHello& own );
 
    // Handles a hello of another router on the link. Hold time 0 means goodbye.
    // Returns false when there are too many neighbours.
@@ -40,7 +52,7 @@ class PIMSM_API Neighbors {
 
    // Takes over a former process's neighbour with the end of its hold time. Without
    // a known end, the default hold time starts now: the next hello comes within the
-   // hello period.
+   // hello period. No event is told.
    void adopt( const Vantu::IpGenAddr& from, const PimHello& hello,
                std::optional<double> until );
 
@@ -50,25 +62,36 @@ class PIMSM_API Neighbors {
    };
    const std::map<Vantu::IpGenAddr, Neighbor>& all() const { return neighbors_; }
    bool has( const Vantu::IpGenAddr& address ) const;
+   // The primary address of the neighbour that has the address, as its primary one or
+   // as one of its list: NBR(I, A) of RFC 7761, 4.1.6. The unspecified address
+   // without one.
+   Vantu::IpGenAddr primaryOf( const Vantu::IpGenAddr& address ) const;
    size_t size() const { return neighbors_.size(); }
 
    // RFC 7761, 4.3.2: highest priority, then highest address. Addresses alone when
    // some neighbour has no priority option.
-   bool iAmDr() const;
+   bool iAmDr() const { return dr() == own_.address; }
+   Vantu::IpGenAddr dr() const;
 
-   // J/P_Override_Interval(I) in seconds (RFC 7761, 4.3.3 and 4.11).
+   // In seconds (RFC 7761, 4.3.3 and 4.11): J/P_Override_Interval(I), the part of it
+   // in which routers override, and whether joins of others suppress own ones.
+   double joinPruneOverrideInterval() const;
    double overrideInterval() const;
+   bool joinSuppression() const;
    // The start value of the prune-pending timer: zero unless more than one
    // neighbour might override (RFC 7761, 4.5.1).
-   double prunePendingTime() const { return size() > 1 ? overrideInterval() : 0.0; }
+   double prunePendingTime() const {
+      return size() > 1 ? joinPruneOverrideInterval() : 0.0;
+   }
 
  private:
    void forget( const Vantu::IpGenAddr& address );
-   bool everyNeighborDelays() const;
+   // The greatest of the told times, or the default if a neighbour tells none; ms.
+   uint16_t slowest( uint16_t LanPruneDelay::*time, uint16_t own,
+                     uint16_t otherwise ) const;
 
    Mox::Clock& clock_;
-   Vantu::IpGenAddr own_;
-   uint32_t drPriority_;
+   OwnHello own_;
    NeighborsObserver observer_;
    std::map<Vantu::IpGenAddr, Neighbor> neighbors_;
 };

@@ -4,13 +4,11 @@
 #pragma once
 
 #include <functional>
-#include <map>
-#include <memory>
-#include <set>
 
 #include "engine/AssertEngine.h"
 #include "engine/ForwardingEngine.h"
 #include "engine/JoinPruneEngine.h"
+#include "engine/Links.h"
 #include "engine/MembershipEngine.h"
 #include "engine/RegisterEngine.h"
 #include "engine/SourceEngine.h"
@@ -20,28 +18,34 @@ namespace Router {
 
 class PIMSM_API Protocol {
  public:
-   // The state of one interface in this family.
-   struct Link {
-      std::vector<Vantu::IpGenAddr> own;
-      std::unique_ptr<Neighbors> neighbors;
-   };
-
    // Called when a value of the route, or of its record of the interface, has
    // changed. `timers`: the timers for the next process have changed. An empty
    // interface means the route itself. Must not change the model.
    using Changed = std::function<void( const Routing::Pim::RouteKey&, Vantu::IntfId,
                                        bool timers )>;
 
-   // The configuration is read again in configChanged(). `linksChanged` is called
-   // when the links' DR roles or neighbours may have changed.
+   struct Hooks {
+      HostRoutes hostRoutes = {};
+      // Called when the links' DR roles or neighbours may have changed.
+      std::function<void()> linksChanged = [] {};
+      Changed changed = []( const Routing::Pim::RouteKey&, Vantu::IntfId, bool ) {};
+      // Empty: the router listens and sends nothing.
+      Speech speech = {};
+   };
+
+   // The configuration is read again in configChanged().
    Protocol( Vantu::AddressFamily family, const VrfConfig& config,
              const Mox::Ptr<Routing::Pim::SparseMode::Status>& model,
              Mox::Ptr<Routing::Pim::Status> pimStatus,
              Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers,
-             Mox::Clock& clock, RouterCounters& counters, HostRoutes hostRoutes,
-             std::function<void()> linksChanged, Changed changed );
+             Mox::Clock& clock, RouterCounters& counters, Hooks hooks );
 
-   const std::map<Vantu::IntfId, Link>& links() const { return links_; }
+   // Makes the links, before all other calls.
+   void start( const Links::Kept& kept ) { links_.start( kept ); }
+
+   const Links& links() const { return links_; }
+   // This router leaves its links by intent.
+   void sayGoodbye() { links_.sayGoodbye(); }
 
    // As Neighbors::adopt(), but ignores this router's own addresses.
    void adoptNeighbor( Vantu::IntfId intfId, const Vantu::IpGenAddr& address,
@@ -79,25 +83,20 @@ class PIMSM_API Protocol {
    bool pending() const { return forwarding_.pending(); }
 
  private:
-   void updateLinks();
-   void updateLink( const InterfaceConfig& interface );
-   void removeLink( Vantu::IntfId intfId );
+   void handleNeighbor( Vantu::IntfId intfId, const Vantu::IpGenAddr& address,
+                        NeighborEvent event );
    void endStates( Vantu::IntfId intfId );
-   void updateDr( Vantu::IntfId intfId );
-   void receivePim( Vantu::IntfId intfId, const Link& link, const IpPacket& packet,
-                    const PimMessage& message );
-   void receiveOfNeighbor( Vantu::IntfId intfId, const Link& link,
-                           const IpPacket& packet, const PimMessage& message );
-   void receiveJoinPrune( Vantu::IntfId intfId, const Link& link,
-                          const PimJoinPrune& message );
+   void receivePim( Link& link, const IpPacket& packet, const PimMessage& message );
+   void receiveOfNeighbor( const Link& link, const IpPacket& packet,
+                           const PimMessage& message );
+   void receiveJoinPrune( const Link& link, const PimJoinPrune& message );
 
    Vantu::AddressFamily family_;
    const VrfConfig& config_;
-   Mox::Ptr<Routing::Pim::Status> pimStatus_;
-   Mox::Clock& clock_;
    RouterCounters& counters_;
-   std::function<void()> linksChanged_;
    bool adopted_ = false;
+   Sender sender_;
+   Links links_;
    Topology topology_;
    GroupPolicy policy_;
    Routes routes_;
@@ -107,7 +106,6 @@ class PIMSM_API Protocol {
    SourceEngine sources_;
    ForwardingEngine forwarding_;
    RegisterEngine registering_;
-   std::map<Vantu::IntfId, Link> links_;
 };
 
 }

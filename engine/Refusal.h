@@ -11,6 +11,7 @@ namespace Router {
 
 #define AGENT_REFUSALS( V )                                                        \
    V( noAddress )       /* the interface has no address of the family */           \
+   V( passiveLink )     /* PIM on an interface that is for hosts only */           \
    V( ownPacket )       /* sent by the router that the agent plays */              \
    V( notToAllRouters ) /* not sent to ALL-PIM-ROUTERS */                          \
    V( otherType )       /* a message type without an engine */                     \

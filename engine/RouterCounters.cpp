@@ -11,6 +11,14 @@ size_t indexOf( PimType type ) {
    return std::min( static_cast<size_t>( type ), kTypes );
 }
 
+size_t indexOf( const Message& message ) {
+   if ( const auto* pim = std::get_if<PimMessage>( &message ) )
+      return indexOf( pim->type );
+   const bool query = std::holds_alternative<MembershipQuery>(
+      std::get<MembershipMessage>( message ) );
+   return kTypes + ( query ? 2 : 1 );
+}
+
 template <class Counters>
 void append( std::string& out, const char* title, const Counters& counters ) {
    std::string part;
@@ -30,13 +38,16 @@ RouterCounters::RouterCounters() {
    auto add = []( Counters& counters, const char* owner, Mox::StringView name ) {
       counters.push_back( std::make_unique<Mox::EventCounter>( owner, name ) );
    };
-   for ( size_t type = 0; type < kTypes; ++type ) {
-      add( received_, "agent/packets",
-           pimTypeName( static_cast<PimType>( type ) ) );
-   }
-   for ( const char* other :
-         { "unknown", "membership-report", "membership-query" } )
-      add( received_, "agent/packets", other );
+   auto addKinds = [&]( Counters& counters, const char* owner ) {
+      for ( size_t type = 0; type < kTypes; ++type )
+         add( counters, owner, pimTypeName( static_cast<PimType>( type ) ) );
+      for ( const char* other :
+            { "unknown", "membership-report", "membership-query" } )
+         add( counters, owner, other );
+   };
+   addKinds( received_, "agent/packets" );
+   addKinds( sent_, "agent/sent" );
+   addKinds( unsent_, "agent/unsent" );
    for ( uint32_t reason = notDropped + 1; reason < dropReasonCount; ++reason ) {
       add( dropped_, "agent/dropped",
            dropName( static_cast<DropReason>( reason ) ) );
@@ -48,15 +59,13 @@ RouterCounters::RouterCounters() {
 }
 
 void RouterCounters::received( const Message& message ) {
-   const auto* pim = std::get_if<PimMessage>( &message );
-   size_t index = kTypes + 1;
-   if ( pim != nullptr ) {
-      index = indexOf( pim->type );
-   } else if ( std::holds_alternative<MembershipQuery>(
-                  std::get<MembershipMessage>( message ) ) ) {
-      ++index;
-   }
-   received_[index]->inc();
+   received_[indexOf( message )]->inc();
+}
+void RouterCounters::sent( const Message& message ) {
+   sent_[indexOf( message )]->inc();
+}
+void RouterCounters::unsent( const Message& message ) {
+   unsent_[indexOf( message )]->inc();
 }
 
 uint64_t RouterCounters::receivedCount( PimType type ) const {
@@ -66,6 +75,8 @@ uint64_t RouterCounters::receivedCount( PimType type ) const {
 std::string RouterCounters::text() const {
    std::string out;
    append( out, "packets:", received_ );
+   append( out, "sent:", sent_ );
+   append( out, "unsent:", unsent_ );
    append( out, "dropped:", dropped_ );
    append( out, "refused:", refused_ );
    return out.empty() ? "no packets" : out;

@@ -1,6 +1,7 @@
 // The agent's counters, in the process-wide registry of event counters. Owners:
 // "agent/packets" counts by message type, "agent/dropped" counts undecodable
-// packets by reason, "agent/refused" counts decoded ones without effect by reason.
+// packets by reason, "agent/refused" counts decoded ones without effect by reason,
+// "agent/sent" and "agent/unsent" count by message type what left and what could not.
 #pragma once
 
 #include <memory>
@@ -18,6 +19,8 @@ class PIMSM_API RouterCounters {
    RouterCounters();
 
    void received( const Message& message );
+   void sent( const Message& message );
+   void unsent( const Message& message );
    // REQUIRES: a reason other than notDropped; droppedCount() requires it, too.
    void dropped( DropReason reason, uint64_t count = 1 ) {
       dropped_[reason - 1]->inc( count );
@@ -44,8 +47,11 @@ class PIMSM_API RouterCounters {
  private:
    using Counters = std::vector<std::unique_ptr<Mox::EventCounter>>;
 
-   Counters received_;  // PIM types, unknown ones, reports, queries
-   Counters dropped_;   // all but notDropped
+   // PIM types, unknown ones, reports, queries
+   Counters received_;
+   Counters sent_;
+   Counters unsent_;
+   Counters dropped_;  // all but notDropped
    Counters refused_;
 };
 

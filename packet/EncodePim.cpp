@@ -150,6 +150,14 @@ PimType Body::operator()( const PimAssert& message ) const {
 
 }
 
+PimMessage pimMessage( PimMessage::Body body ) {
+   static constexpr PimType kTypes[] = {
+      PimType::hello,        PimType::hello,        PimType::joinPrune,
+      PimType::registerData, PimType::registerStop, PimType::assertion };
+   const PimType type = kTypes[body.index()];
+   return { type, std::move( body ) };
+}
+
 std::vector<uint8_t> encodePim( const PimMessage& message, const IpGenAddr& source,
                                 const IpGenAddr& destination ) {
    if ( std::holds_alternative<std::monostate>( message.body ) ) return {};

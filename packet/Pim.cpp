@@ -223,6 +223,12 @@ Mox::StringView pimTypeName( PimType type ) {
    return number < names.size() ? names[number] : "unknown";
 }
 
+const IpGenAddr& allPimRouters( Vantu::AddressFamily family ) {
+   static const IpGenAddr v4( "224.0.0.13" );
+   static const IpGenAddr v6( "ff02::d" );
+   return family == Vantu::AddressFamily::ipv4 ? v4 : v6;
+}
+
 DropReason decodePim( const IpPacket& packet, PimMessage& out ) {
    if ( packet.protocol != pimProtocol ) return otherProtocol;
    Cursor cursor( packet.payload );

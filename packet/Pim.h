@@ -18,6 +18,9 @@ namespace Router {
 
 constexpr uint8_t pimProtocol = 103;
 
+// The group of all PIM routers of a link (RFC 7761, 4.9).
+PIMSM_API const Vantu::IpGenAddr& allPimRouters( Vantu::AddressFamily family );
+
 // Numbered as on the wire; other numbers occur.
 enum class PimType : uint8_t {
    hello,
@@ -41,6 +44,7 @@ struct LanPruneDelay {
    bool trackingSupport = false;
    uint16_t propagationDelay = 0;
    uint16_t overrideInterval = 0;
+   bool operator==( const LanPruneDelay& ) const = default;
 };
 
 // An absent option is empty. When an option comes twice, the last counts. State
@@ -51,6 +55,7 @@ struct PimHello {
    std::optional<uint32_t> drPriority;
    std::optional<uint32_t> generationId;
    std::vector<Vantu::IpGenAddr> addresses;  // the sender's secondary ones
+   bool operator==( const PimHello& ) const = default;
 };
 
 // The mask length of a single address. A source's is always this one (RFC 7761,
@@ -116,11 +121,14 @@ struct PimAssert {
 };
 
 struct PimMessage {
+   using Body = std::variant<std::monostate, PimHello, PimJoinPrune, PimRegister,
+                             PimRegisterStop, PimAssert>;
    PimType type = PimType::hello;
-   std::variant<std::monostate, PimHello, PimJoinPrune, PimRegister,
-                PimRegisterStop, PimAssert>
-      body;
+   Body body;
 };
+
+// A message of the body's type. REQUIRES: a body.
+PIMSM_API PimMessage pimMessage( PimMessage::Body body );
 
 // Fills `out` and returns notDropped, or returns the reason and leaves `out`
 // unspecified. The checksum covers the message, for IPv6 with the pseudo header.

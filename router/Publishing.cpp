@@ -88,12 +88,12 @@ void publishLinks( Published::FamilyStatus& tables, const Protocol& protocol,
                    const Routing::Pim::Status& pimStatus ) {
    std::vector<Published::Interface> interfaces;
    std::vector<Published::Neighbor> neighbors;
-   for ( const auto& [intfId, link] : protocol.links() ) {
+   for ( const auto& [intfId, link] : protocol.links().all() ) {
       const Routing::Pim::Intf& intf = *pimStatus.intf( intfId );
       interfaces.push_back( { intfId, intf.addr().address, intf.addr().prefixLength,
                               intf.iAmDr(),
-                              static_cast<uint32_t>( link.neighbors->size() ) } );
-      for ( const auto& [address, neighbor] : link.neighbors->all() )
+                              static_cast<uint32_t>( link.neighbors().size() ) } );
+      for ( const auto& [address, neighbor] : link.neighbors().all() )
          neighbors.push_back( neighborRecord( intfId, address, neighbor ) );
    }
    Published::publishInterfaces( tables, interfaces );

@@ -26,13 +26,14 @@ VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
            { options.maxRoutes, options.maxRouteIntfs, &writerClock_ } ),
      counting_( vrf_.model() ),
      pimStatus_( Mox::newEntity<Routing::Pim::Status>() ),
-     protocol_(
-        family, config_, vrf_.model(), pimStatus_, vrf_.registers(),
-        options.engineClock != nullptr ? *options.engineClock : clock, counters,
-        options.hostRoutes, [this] { publishDue_ = true; },
-        [this]( const auto& key, Vantu::IntfId intfId, bool timers ) {
-           markExport( key, intfId, timers );
-        } ),
+     protocol_( family, config_, vrf_.model(), pimStatus_, vrf_.registers(),
+                options.engineClock != nullptr ? *options.engineClock : clock,
+                counters,
+                { options.hostRoutes, [this] { publishDue_ = true; },
+                  [this]( const auto& key, Vantu::IntfId intfId, bool timers ) {
+                     markExport( key, intfId, timers );
+                  },
+                  options.speech } ),
      mfib_( Published::MfibStatus::mount(
                manager, Published::MfibStatus::mountPath( family, config.name ),
                ::Brane::tableReader ),
@@ -42,6 +43,7 @@ VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
      resume_( &clock ),
      familyCounters_( vrf_.tables()->name(), clock.now() ) {
    vrf_.model()->pimStatusIs( pimStatus_ );
+   protocol_.start( {} );
    adoptNeighbors( protocol_, *vrf_.published() );
 }
 

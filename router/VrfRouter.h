@@ -6,8 +6,8 @@
 //    vrf.adopt();
 //    vrf.receive( intfId, packet, message )
 //
-// Opens no socket: the caller passes in the messages of `packet/` and does all
-// sending. It publishes the routes, and beside them interfaces, neighbours, RPs,
+// Opens no socket: the caller passes in the messages of `packet/`, and sends those
+// that VrfRouterOptions::speech gets; without it the router only listens. It publishes the routes, and beside them interfaces, neighbours, RPs,
 // access lists, settings and timers, so that readers know its inputs and the next
 // process continues from there. It follows the VRF's forwarding process where one
 // runs. Event-loop thread; arguments by reference outlive it.
@@ -37,6 +37,8 @@ struct VrfRouterOptions {
    // The engines' clock where it differs from the tables' clock; null: the same.
    // Outlives the router.
    Mox::Clock* engineClock = nullptr;
+   // The way out for what the router sends; empty: it listens only.
+   Speech speech = {};
 };
 
 class PIMSM_API VrfRouter {
@@ -77,6 +79,9 @@ class PIMSM_API VrfRouter {
    // not read.
    void receive( Vantu::IntfId intfId, const IpPacket& packet,
                  const Message& message );
+
+   // This router leaves its links by intent: neighbours forget it at once.
+   void sayGoodbye() { protocol_.sayGoodbye(); }
 
    // The host's routes have changed.
    void pathsChanged() { protocol_.pathsChanged(); }

@@ -14,6 +14,7 @@
 
 #include "apps/config/detail/Section.h"
 #include "apps/program/Printable.h"
+#include "engine/Neighbors.h"
 #include "ssm/SsmGroupInfo.h"
 
 namespace Agent {
@@ -175,6 +176,9 @@ class VrfReader {
    VrfConfig read( const Place& place );
 
  private:
+   void readTime( Section& section, const char* key, uint32_t least, uint32_t most,
+                  uint16_t& out );
+   void readHello( Section& section, InterfaceConfig& out );
    InterfaceConfig readInterface( const Place& place, VrfConfig& vrf );
    RpfRouteConfig readRpfRoute( const Place& place, const VrfConfig& vrf );
    RpConfig readRp( const Place& place );
@@ -292,6 +296,17 @@ void VrfReader::readLimit( Section& section, const char* key, uint32_t& out ) {
          fmt::format( "{}: {} is not in 1 to {}", key, out, kMaxRecords ) );
 }
 
+void VrfReader::readTime( Section& section, const char* key, uint32_t least,
+                          uint32_t most, uint16_t& out ) {
+   std::optional<Place> place = section.take( key );
+   if ( !place ) return;
+   const auto number = Section::convert<uint32_t>( *place, key );
+   if ( number < least || number > most )
+      place->fail(
+         fmt::format( "{}: {} is not in {} to {}", key, number, least, most ) );
+   out = static_cast<uint16_t>( number );
+}
+
 void VrfReader::readRpf( Section& section, VrfConfig& out ) {
    if ( std::optional<Place> place = section.take( "rpf" ) ) {
       std::string text = Section::convert<std::string>( *place, "rpf" );
@@ -301,6 +316,26 @@ void VrfReader::readRpf( Section& section, VrfConfig& out ) {
       out.kernelRpf = text == "kernel";
    }
    section.value( "route-table", out.routeTable );
+}
+
+// What the interface's hellos say, and the times of what it sends.
+void VrfReader::readHello( Section& section, InterfaceConfig& out ) {
+   const bool told = section.take( "hello-holdtime" ).has_value();
+   readTime( section, "hello-interval", 1, 18724, out.helloInterval );
+   // The hold time that goes with an interval, unless it is given (RFC 7761, 4.11).
+   out.helloHoldtime = static_cast<uint16_t>( out.helloInterval *
+                                              Router::Neighbors::hellosInHoldtime );
+   readTime( section, "hello-holdtime", 1, 65535, out.helloHoldtime );
+   if ( told && out.helloHoldtime < out.helloInterval )
+      section.require( "hello-holdtime" )
+         .fail( fmt::format(
+            "hello-holdtime: {} s end before the next hello, after {} s",
+            out.helloHoldtime, out.helloInterval ) );
+   readTime( section, "propagation-delay", 0, 32767, out.propagationDelay );
+   readTime( section, "override-interval", 0, 65535, out.overrideInterval );
+   readTime( section, "join-prune-interval", 1, 18724, out.joinPruneInterval );
+   section.value( "join-suppression", out.joinSuppression );
+   section.value( "passive", out.passive );
 }
 
 InterfaceConfig VrfReader::readInterface( const Place& place, VrfConfig& vrf ) {
@@ -318,10 +353,14 @@ InterfaceConfig VrfReader::readInterface( const Place& place, VrfConfig& vrf ) {
              capture, capture );
    if ( capture != text ) vrf.captures[out.name] = capture;
    section.value( "dr-priority", out.drPriority );
+   readHello( section, out );
    for ( const Place& member : section.list( "addresses" ) ) {
       out.addresses.push_back( readAddress( member ) );
       const IpGenAddr& address = out.addresses.back().address;
-      checkNew( member, "address", addresses_, address, valueToStrep( address ) );
+      // Many routers have the same link-local address on several links.
+      if ( !address.isLinkLocal() )
+         checkNew( member, "address", addresses_, address,
+                   valueToStrep( address ) );
    }
    section.finish();
    return out;

@@ -14,7 +14,7 @@ using Routing::Pim::SparseMode::Test::addr;
 // Invented senders take limited room, and never a neighbour's place.
 TEST( NeighborsOfALink, AreNoMoreThanSoMany ) {
    Mox::TestClock clock;
-   Neighbors neighbors( clock, addr( "192.0.2.5" ), 1 );
+   Neighbors neighbors( clock, { addr( "192.0.2.5" ) } );
    auto from = []( size_t i ) {
       return addr( fmt::format( "10.0.{}.{}", i / 256, i % 256 ) );
    };

@@ -52,13 +52,19 @@ class Run {
  public:
    Run( const Script& script, const Story& story )
       : script_( script ), story_( story ), world_( script ) {
-      for ( const std::string& name : story.watched )
-         views_.push_back( { viewOf( name ), {} } );
+      for ( const std::string& name : story.watched ) {
+         if ( name == "sends" ) {
+            watchesSent_ = true;
+         } else {
+            views_.push_back( { viewOf( name ), {} } );
+         }
+      }
    }
 
    Outcome outcome() {
       for ( const std::string& each : story_.preamble ) perform( each );
       changes_.clear();
+      world_.takeSent();
       world_.beginStory();
       for ( const Line& line : story_.lines ) {
          runLine( line );
@@ -81,8 +87,9 @@ class Run {
          return fail( line, error.what() );
       }
       if ( !outcome_.missing.empty() ) return;
-      if ( story_.isCase ) waitToTheEnd( line );
-      if ( story_.isCase && world_.over() && world_.runs() &&
+      const bool ends = story_.isCase && !script_.speaks;
+      if ( ends ) waitToTheEnd( line );
+      if ( ends && world_.over() && world_.runs() &&
            world_.router().model().route().size() != 0 )
          fail( line, "routes are left that nothing will ever end" );
       noteCounts();
@@ -125,6 +132,10 @@ class Run {
    }
 
    void look() {
+      for ( const auto& [time, text] : world_.takeSent() ) {
+         if ( watchesSent_ )
+            changes_.emplace_back( rounded( time ), "sends " + text );
+      }
       if ( !world_.runs() ) return;
       for ( Seen& seen : views_ ) {
          if ( seen.view.whenGone == nullptr ) continue;
@@ -169,6 +180,7 @@ class Run {
    const Story& story_;
    World world_;
    std::vector<Seen> views_;
+   bool watchesSent_ = false;
    std::vector<Change> changes_;
    Outcome outcome_;
 };

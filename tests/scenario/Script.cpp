@@ -69,6 +69,8 @@ class Reader {
       const std::string first = words.next();
       if ( first == "config" && words.atEnd() ) {
          inConfig_ = true;
+      } else if ( first == "speaks" && words.atEnd() ) {
+         out_.speaks = true;
       } else if ( first == "name" ) {
          const std::string name = words.next();
          out_.names[name] = words.next();

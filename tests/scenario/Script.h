@@ -41,6 +41,7 @@ struct Script {
    std::string path;
    std::string config;  // YAML of one VRF
    bool ipv6 = false;
+   bool speaks = false;  // the router sends
    std::map<std::string, Variant> variants;
    std::map<std::string, std::string> names;  // the text that each name stands for
    // A word for several statements.

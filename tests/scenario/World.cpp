@@ -6,6 +6,7 @@
 #include "apps/agent/capture/CaptureReader.h"
 #include "apps/config/ConfigReader.h"
 #include "export/Conversion.h"
+#include "tests/scenario/SentText.h"
 
 namespace Scenario {
 
@@ -59,8 +60,23 @@ void World::start( const std::string& variants ) {
    config_ = config( variants );
    router_ = std::make_unique<Router::VrfRouter>(
       manager_, clock_, family(), config_, counters_,
-      Router::VrfRouterOptions{ {}, config_.maxRoutes, config_.maxRouteIntfs } );
+      Router::VrfRouterOptions{
+         {}, config_.maxRoutes, config_.maxRouteIntfs, nullptr, speech() } );
    while ( !router_->ready() ) clock_.runPass();
+}
+
+Router::Speech World::speech() {
+   if ( !script_.speaks ) return {};
+   return { [this]( const Router::Outgoing& message ) {
+              sent_.emplace_back(
+                 now(),
+                 sentText( throughTheWire( message ), names_,
+                           [this]( const IpGenAddr& group ) {
+                              return Router::Topology( config_ ).rpOf( group );
+                           } ) );
+              return true;
+           },
+            [this] { return random_; } };
 }
 
 void World::adopt() {
@@ -113,6 +129,10 @@ void World::act( const std::string& statement ) {
       adopt();
    } else if ( words.accept( "start" ) ) {
       return start( words.atEnd() ? "" : words.next() );
+   } else if ( words.accept( "random" ) ) {
+      random_ = words.number();
+   } else if ( words.accept( "goodbye" ) ) {
+      router_->sayGoodbye();
    } else if ( words.accept( "stop" ) ) {
       router_.reset();
       return words.expectEnd();

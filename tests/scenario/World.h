@@ -42,6 +42,10 @@ class World {
    // The first route whose records in the tables are not the model's, a moment after a change;
    // empty without one.
    std::string unpublished();
+   // The messages sent since the last call, with their times.
+   std::vector<std::pair<double, std::string>> takeSent() {
+      return std::exchange( sent_, {} );
+   }
 
    bool runs() const { return router_ != nullptr; }
    // REQUIRES: the router runs.
@@ -61,6 +65,7 @@ class World {
    void start( const std::string& variants );
    Agent::VrfConfig config( const std::string& variants ) const;
    void turn();
+   Router::Speech speech();
 
    bool forever_ = false;  // some message had that hold time
    const Script& script_;
@@ -75,6 +80,8 @@ class World {
    Mox::Ptr<Published::MfibStatus> mfib_;
    Router::RouterCounters counters_;
    Agent::VrfConfig config_;
+   double random_ = 0.5;
+   std::vector<std::pair<double, std::string>> sent_;
    std::unique_ptr<Router::VrfRouter> router_;
 };
 

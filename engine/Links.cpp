@@ -1,0 +1,91 @@
+#include "engine/Links.h"
+
+#include <set>
+
+namespace Router {
+
+using Vantu::IntfId;
+using Vantu::IpGenAddr;
+
+Links::Links( Vantu::AddressFamily family, const VrfConfig& config,
+              Mox::Ptr<Routing::Pim::Status> pimStatus, Mox::Clock& clock,
+              Sender& sender, Observer observer )
+   : family_( family ),
+     config_( config ),
+     pimStatus_( std::move( pimStatus ) ),
+     clock_( clock ),
+     sender_( sender ),
+     observer_( std::move( observer ) ) {}
+
+void Links::start( const Kept& kept ) {
+   update( kept );
+}
+
+Link* Links::find( IntfId intfId ) {
+   auto found = links_.find( intfId );
+   return found == links_.end() ? nullptr : &found->second;
+}
+const Link* Links::find( IntfId intfId ) const {
+   return const_cast<Links*>( this )->find( intfId );
+}
+
+void Links::update( const Kept& kept ) {
+   std::set<IntfId> gone;
+   for ( const auto& [intfId, link] : links_ ) gone.insert( intfId );
+   for ( const InterfaceConfig& interface : config_.interfaces ) {
+      if ( updateLink( interface, kept ) ) gone.erase( interface.name );
+   }
+   for ( IntfId intfId : gone ) remove( intfId );
+}
+
+// PIM uses the first address of the family. Returns false without one.
+bool Links::updateLink( const InterfaceConfig& interface, const Kept& kept ) {
+   std::vector<IpGenAddr> own;
+   Routing::Pim::IntfAddr primary;
+   for ( const InterfaceAddress& each : interface.addresses ) {
+      if ( each.address.family() != family_ ) continue;
+      if ( own.empty() )
+         primary = { each.address, static_cast<uint8_t>( each.subnet.length() ) };
+      own.push_back( each.address );
+   }
+   if ( own.empty() ) return false;
+   const IntfId name = interface.name;
+   pimStatus_->intfIs( name )->addrIs( primary );
+   if ( Link* link = find( name ) ) {
+      link->configIs( interface, own );
+      return true;
+   }
+   NeighborsObserver observer;
+   observer.changed = [this, name] { updateDr( name ); };
+   observer.event = [this, name]( const IpGenAddr& address, NeighborEvent event ) {
+      HelloMachine& hello = links_.at( name ).hello();
+      if ( event == NeighborEvent::gone ) {
+         hello.handleGone( address );
+      } else if ( event != NeighborEvent::moved ) {
+         hello.handleNew( address );
+      }
+      observer_.neighbor( name, address, event );
+   };
+   links_.try_emplace( name, clock_, sender_, interface, own, std::move( observer ),
+                       kept ? kept( name ) : std::nullopt );
+   updateDr( name );
+   return true;
+}
+
+void Links::remove( IntfId intfId ) {
+   links_.at( intfId ).hello().sayGoodbye();
+   links_.erase( intfId );
+   observer_.gone( intfId );
+   pimStatus_->intfDel( intfId );
+}
+
+void Links::updateDr( IntfId intfId ) {
+   pimStatus_->intfIs( intfId )->iAmDrIs( links_.at( intfId ).neighbors().iAmDr() );
+   observer_.changed();
+}
+
+void Links::sayGoodbye() {
+   for ( auto& [intfId, link] : links_ ) link.hello().sayGoodbye();
+}
+
+}

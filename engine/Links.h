@@ -1,0 +1,59 @@
+// The links of one VRF and family, as the configuration names them. Event-loop
+// thread; the constructor's arguments outlive it.
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "engine/Link.h"
+#include "model/Status.h"
+
+namespace Router {
+
+class PIMSM_API Links {
+ public:
+   struct Observer {
+      // A DR role, a neighbour or an address may have changed.
+      std::function<void()> changed = [] {};
+      std::function<void( Vantu::IntfId, const Vantu::IpGenAddr&, NeighborEvent )>
+         neighbor = []( Vantu::IntfId, const Vantu::IpGenAddr&, NeighborEvent ) {};
+      // The link has left the configuration, or lost its addresses.
+      std::function<void( Vantu::IntfId )> gone = []( Vantu::IntfId ) {};
+   };
+   // What a former process left of the hellos; empty: nothing.
+   using Kept = std::function<std::optional<HelloMachine::Kept>( Vantu::IntfId )>;
+
+   // Writes each link's address and DR role to `pimStatus`. The configuration is read
+   // again in configChanged().
+   Links( Vantu::AddressFamily family, const VrfConfig& config,
+          Mox::Ptr<Routing::Pim::Status> pimStatus, Mox::Clock& clock,
+          Sender& sender, Observer observer );
+
+   // Makes the links. Call it once.
+   void start( const Kept& kept );
+   void configChanged() { update( {} ); }
+
+   const std::map<Vantu::IntfId, Link>& all() const { return links_; }
+   // Null without such a link.
+   Link* find( Vantu::IntfId intfId );
+   const Link* find( Vantu::IntfId intfId ) const;
+
+   // This router leaves all links by intent.
+   void sayGoodbye();
+
+ private:
+   void update( const Kept& kept );
+   bool updateLink( const InterfaceConfig& interface, const Kept& kept );
+   void remove( Vantu::IntfId intfId );
+   void updateDr( Vantu::IntfId intfId );
+
+   Vantu::AddressFamily family_;
+   const VrfConfig& config_;
+   Mox::Ptr<Routing::Pim::Status> pimStatus_;
+   Mox::Clock& clock_;
+   Sender& sender_;
+   Observer observer_;
+   std::map<Vantu::IntfId, Link> links_;
+};
+
+}

@@ -38,6 +38,7 @@ struct InterfaceConfig {
    // False: every join is sent, though another router has just sent the same.
    bool joinSuppression = true;
    uint16_t joinPruneInterval = 60;
+   uint32_t mtu = 1500;  // bytes of an IP packet
    // Hosts only: no PIM message is sent or taken, and this router is the DR.
    bool passive = false;
 

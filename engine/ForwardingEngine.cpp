@@ -202,6 +202,7 @@ void ForwardingEngine::handleRoute( const RouteKey& key ) {
       return;
    }
    routes_.erase( key );
+   mark( key );
    if ( shared ) return markGroup( key.group );
    auto group = sources_.find( key.group );
    if ( group == sources_.end() ) return;
@@ -245,10 +246,14 @@ bool ForwardingEngine::review( const std::function<bool()>& over ) {
       if ( !key ) return true;
       hooks_.reviewed( *key );
       Mox::Ptr<Sm::Route> route = model_->route( *key );
-      if ( route == nullptr ) continue;
+      if ( route == nullptr ) {
+         hooks_.decided( *key );
+         continue;
+      }
       if ( !route->wildCard() )
          inheritRecords( *route, std::as_const( *route ).wc() );
       updateUpstream( *route );
+      hooks_.decided( *key );
       updateForwarding(
          *route, [&]( const IntfId& intfId ) { hooks_.changed( *key, intfId ); } );
    } while ( !over() );

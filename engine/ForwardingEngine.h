@@ -6,7 +6,7 @@
 //            records. Any change of the macros' inputs marks the route, on a (*,G)
 //            route all of the group
 //   writes   forward and fastForward of each record, upJoinState and the upstream
-//            (S,G,rpt) state (RFC 7761, 4.5.4 to 4.5.7, nothing is sent); on the
+//            (S,G,rpt) state (RFC 7761, 4.5.4 to 4.5.7); on the
 //            (S,G) routes of a group a record for each interface of its (*,G) route,
 //            so that a route's outgoing list is its records with `forward`
 //   wakes    when review() is called, at the end of a turn of the loop
@@ -39,6 +39,10 @@ class PIMSM_API ForwardingEngine {
       // model.
       std::function<void( const Routing::Pim::RouteKey&, Vantu::IntfId )> changed =
          []( const Routing::Pim::RouteKey&, Vantu::IntfId ) {};
+      // Called when the route's upstream states have been decided, or when the route
+      // has gone. Must not change the model.
+      std::function<void( const Routing::Pim::RouteKey& )> decided =
+         []( const Routing::Pim::RouteKey& ) {};
    };
    ForwardingEngine( Mox::Ptr<Routing::Pim::SparseMode::Status> model,
                      Hooks hooks );

@@ -24,27 +24,41 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
      topology_( config, std::move( hooks.hostRoutes ) ),
      policy_( family, config ),
      routes_(
-        model, clock, topology_, &policy_,
-        [this, changed = hooks.changed]( const Routing::Pim::RouteIntfKey& key,
-                                         const Routes::Change& change ) {
-           if ( change.states ) forwarding_.handleRecord( key.routeKey );
-           changed( key.routeKey, key.intfId, change.timers );
-        } ),
+        model, clock, topology_, &policy_, sender_.speaks(),
+        { [this, changed = hooks.changed]( const Routing::Pim::RouteIntfKey& key,
+                                           const Routes::Change& change ) {
+            if ( change.states ) forwarding_.handleRecord( key.routeKey );
+            changed( key.routeKey, key.intfId, change.timers );
+         },
+          [this]( Routes::Route& route, const Topology::Path& path ) {
+             return upstream_.resolve( route, path );
+          } } ),
+     upstream_( routes_, links_, sender_, clock, counters ),
      joinPrune_( routes_, clock, topology_, &policy_, counters ),
      membership_( routes_, clock, &policy_, counters ),
      asserts_( routes_, clock, counters ),
      sources_( routes_, clock, topology_, counters ),
      forwarding_( model,
-                  { [this]( const auto& key ) { asserts_.review( key ); },
+                  { [this]( const auto& key ) { review( key ); },
                     [changed = hooks.changed]( const auto& key, IntfId intfId ) {
                        changed( key, intfId, false );
-                    } } ),
+                    },
+                    [this]( const auto& key ) { upstream_.review( key ); } } ),
      registering_( std::move( registers ), clock, topology_, config, counters ) {}
 
 void Protocol::handleNeighbor( IntfId intfId, const IpGenAddr& address,
                                NeighborEvent event ) {
    if ( event == NeighborEvent::gone || event == NeighborEvent::restarted )
       asserts_.handleNeighborLost( intfId, address );
+   upstream_.handleNeighbor( intfId, address, event );
+}
+
+// The states that the macros read come before the macros.
+void Protocol::review( const Routing::Pim::RouteKey& key ) {
+   asserts_.review( key );
+   if ( !sender_.speaks() ) return;
+   upstream_.prepare( key );
+   routes_.updateTree( key );
 }
 
 void Protocol::endStates( IntfId intfId ) {
@@ -101,6 +115,7 @@ void Protocol::pathsChanged() {
 void Protocol::receiveData( const Routing::Pim::RouteKey& key, IntfId intfId,
                             double age, bool wrong ) {
    sources_.receiveData( key, intfId, age );
+   routes_.handleData( key, intfId );
    if ( wrong ) asserts_.handleData( key, intfId );
 }
 
@@ -146,8 +161,10 @@ void Protocol::receiveOfNeighbor( const Link& link, const IpPacket& packet,
 }
 
 void Protocol::receiveJoinPrune( const Link& link, const PimJoinPrune& message ) {
-   if ( !link.isOwn( message.upstreamNeighbor ) )
-      return counters_.refused( otherUpstream );
+   if ( !link.isOwn( message.upstreamNeighbor ) ) {
+      counters_.refused( otherUpstream );
+      return upstream_.receive( link, message );
+   }
    asserts_.receive( link.intfId(), message );
    joinPrune_.receive( link.intfId(), link.neighbors(), message );
 }

@@ -12,6 +12,7 @@
 #include "engine/MembershipEngine.h"
 #include "engine/RegisterEngine.h"
 #include "engine/SourceEngine.h"
+#include "engine/UpstreamEngine.h"
 #include "packet/Message.h"
 
 namespace Router {
@@ -80,6 +81,9 @@ class PIMSM_API Protocol {
    bool review( const std::function<bool()>& over ) {
       return forwarding_.review( over );
    }
+   // Sends the joins and prunes that follow from the changes since the last call. Call
+   // it after review(), at the end of a turn.
+   void flush() { upstream_.flush(); }
    bool pending() const { return forwarding_.pending(); }
 
  private:
@@ -89,6 +93,7 @@ class PIMSM_API Protocol {
    void receivePim( Link& link, const IpPacket& packet, const PimMessage& message );
    void receiveOfNeighbor( const Link& link, const IpPacket& packet,
                            const PimMessage& message );
+   void review( const Routing::Pim::RouteKey& key );
    void receiveJoinPrune( const Link& link, const PimJoinPrune& message );
 
    Vantu::AddressFamily family_;
@@ -100,6 +105,7 @@ class PIMSM_API Protocol {
    Topology topology_;
    GroupPolicy policy_;
    Routes routes_;
+   UpstreamEngine upstream_;
    JoinPruneEngine joinPrune_;
    MembershipEngine membership_;
    AssertEngine asserts_;

@@ -48,6 +48,9 @@ RouterCounters::RouterCounters() {
    addKinds( received_, "agent/packets" );
    addKinds( sent_, "agent/sent" );
    addKinds( unsent_, "agent/unsent" );
+   for ( JoinEvent event :
+         { triggered, periodic, suppressed, overriding, prunesLeftOut } )
+      add( joins_, "agent/joins", stringValue( event ) );
    for ( uint32_t reason = notDropped + 1; reason < dropReasonCount; ++reason ) {
       add( dropped_, "agent/dropped",
            dropName( static_cast<DropReason>( reason ) ) );
@@ -77,6 +80,7 @@ std::string RouterCounters::text() const {
    append( out, "packets:", received_ );
    append( out, "sent:", sent_ );
    append( out, "unsent:", unsent_ );
+   append( out, "joins:", joins_ );
    append( out, "dropped:", dropped_ );
    append( out, "refused:", refused_ );
    return out.empty() ? "no packets" : out;

@@ -1,7 +1,8 @@
 // The agent's counters, in the process-wide registry of event counters. Owners:
 // "agent/packets" counts by message type, "agent/dropped" counts undecodable
 // packets by reason, "agent/refused" counts decoded ones without effect by reason,
-// "agent/sent" and "agent/unsent" count by message type what left and what could not.
+// "agent/sent" and "agent/unsent" count by message type what left and what could not,
+// "agent/joins" entries of join/prune messages.
 #pragma once
 
 #include <memory>
@@ -14,6 +15,16 @@
 
 namespace Router {
 
+// What becomes of the joins and prunes that are to be sent.
+#define AGENT_JOIN_EVENTS( V )                                              \
+   V( triggered )     /* entries sent at a change */                        \
+   V( periodic )      /* joins sent anew */                                 \
+   V( suppressed )    /* joins put off, as another router sent the same */  \
+   V( overriding )    /* joins brought forward, as another router pruned */ \
+   V( prunesLeftOut ) /* (S,G,rpt) prunes without room beside their join */
+MOX_ENUM( JoinEvent, AGENT_JOIN_EVENTS )
+MOX_ENUM_TEXT( JoinEvent, AGENT_JOIN_EVENTS )
+
 class PIMSM_API RouterCounters {
  public:
    RouterCounters();
@@ -21,6 +32,9 @@ class PIMSM_API RouterCounters {
    void received( const Message& message );
    void sent( const Message& message );
    void unsent( const Message& message );
+   void joins( JoinEvent event, uint64_t count = 1 ) {
+      joins_[event]->inc( count );
+   }
    // REQUIRES: a reason other than notDropped; droppedCount() requires it, too.
    void dropped( DropReason reason, uint64_t count = 1 ) {
       dropped_[reason - 1]->inc( count );
@@ -51,6 +65,7 @@ class PIMSM_API RouterCounters {
    Counters received_;
    Counters sent_;
    Counters unsent_;
+   Counters joins_;
    Counters dropped_;  // all but notDropped
    Counters refused_;
 };

@@ -12,29 +12,46 @@ using Vantu::IpGenAddr;
 
 namespace {
 
-void updateTree( Routes::Route& route ) {
-   if ( route.wildCard() ) return;
-   bool onSourceTree = !route.katExpired() && route.directlyConnected();
-   for ( const Routes::Intf& intf : std::as_const( route ).routeIntf() ) {
-      if ( onSourceTree ) break;
-      onSourceTree =
-         intf.localReceiverInclude() || intf.joinState() != Routes::Intf::noInfo;
+// Where this router only listens, somebody else joins.
+bool onOverheardSourceTree( const Routes::Route& route ) {
+   for ( const Routes::Intf& intf : route.routeIntf() ) {
+      if ( intf.localReceiverInclude() || intf.joinState() != Routes::Intf::noInfo )
+         return true;
    }
-   Routes::Route::RouteFlags flags = route.routeFlags();
-   flags.spTreeIs( onSourceTree );
-   flags.rpTreeIs( !onSourceTree );
-   route.routeFlagsIs( flags );
+   return false;
+}
+
+// Did this router lose an assert for the source where it expects its data?
+bool lostAssert( const Routes::Route& route ) {
+   const Routes::Intf* intf = route.routeIntf( route.rpf().intfId );
+   return intf != nullptr && intf->assertInfo().assertState ==
+                                Routing::Pim::SparseMode::iAmAssertLoser;
+}
+
+// Update_SPTbit(S,G) of RFC 7761, 4.2.2, for a route that is joined, as far as data
+// need not be waited for.
+bool comesBySourceTreeAlone( const Routes::Route& route ) {
+   if ( route.directlyConnected() || route.wc() == nullptr ||
+        route.nullInheritedOlistSgRpt() || lostAssert( route ) )
+      return true;
+   return route.nsfRpfResolved() && route.rpf().sameNeighbor( route.rpfWc() );
+}
+
+// Would data on the source tree's interface show that it comes by that tree?
+bool dataWouldTell( const Routes::Route& route ) {
+   return route.joinDesiredSg() && route.rpf().intfId != route.rpfWc().intfId;
 }
 
 }
 
 Routes::Routes( Mox::Ptr<Status> model, Mox::Clock& clock, const Topology& topology,
-                const GroupPolicy* policy, Changed changed )
+                const GroupPolicy* policy, bool joins, Hooks hooks )
    : model_( std::move( model ) ),
      clock_( clock ),
      topology_( topology ),
      policy_( policy ),
-     changed_( std::move( changed ) ) {}
+     joins_( joins ),
+     hooks_( std::move( hooks ) ) {}
 
 Mox::Ptr<Routes::Intf> Routes::find( const RouteKey& key, IntfId intfId ) {
    Route* route = model_->route( key );
@@ -84,7 +101,7 @@ void Routes::updatePath( Route& route, const IpGenAddr& rp ) {
    Mox::Ptr<Routing::Pim::SparseMode::UpstreamInfo> umh = route.umhIs();
    umh->rpIs( rp );
    umh->rpfAttachedIs( path.attached );
-   umh->doUpdateRpf( path.rpf );
+   umh->doUpdateRpf( hooks_.resolve ? hooks_.resolve( route, path ) : path.rpf );
    updateBackup( route, path );
 }
 
@@ -123,6 +140,37 @@ void Routes::update( const RouteKey& key ) {
    }
 }
 
+void Routes::updateTree( const RouteKey& key ) {
+   if ( Mox::Ptr<Route> route = model_->route( key ) ) updateTree( *route );
+}
+
+void Routes::updateTree( Route& route ) {
+   if ( route.wildCard() ) return;
+   const Route& is = route;
+   bool onSourceTree = !is.katExpired() && is.directlyConnected();
+   bool waits = false;
+   if ( !joins_ ) {
+      onSourceTree = onSourceTree || onOverheardSourceTree( is );
+   } else if ( is.joinDesiredSg() ) {
+      onSourceTree = onSourceTree || is.spTree() || comesBySourceTreeAlone( is );
+      waits = !onSourceTree && dataWouldTell( is );
+   }
+   Route::RouteFlags flags = route.routeFlags();
+   flags.spTreeIs( onSourceTree );
+   flags.rpTreeIs( !onSourceTree );
+   if ( joins_ ) flags.switchingIs( waits );
+   route.routeFlagsIs( flags );
+}
+
+void Routes::handleData( const RouteKey& key, IntfId intfId ) {
+   Mox::Ptr<Route> route = model_->route( key );
+   const bool tells = joins_ && route != nullptr && !route->wildCard() &&
+                      route->rpf().intfId == intfId && dataWouldTell( *route );
+   if ( !tells ) return;
+   route->spTreeIs( true );
+   updateTree( *route );
+}
+
 // Shared trees come first: they decide which records of the source trees stay.
 void Routes::adopt() {
    std::vector<RouteKey> keys = Mox::keysOf( model_->route() );
@@ -145,14 +193,17 @@ void Routes::adoptRoute( const RouteKey& key ) {
 }
 
 void Routes::updatePaths() {
-   for ( const RouteKey& key : Mox::keysOf( model_->route() ) ) {
-      Mox::Ptr<Route> route = model_->route( key );
-      bool wildcard = key.source.isUnspecified();
-      IpGenAddr rp = topology_.rpOf( key.group );
-      if ( rp.isUnspecified() && wildcard ) rp = route->umhIs()->rp();
-      // After a restart an RP from a join is unknown: only its path is kept.
-      if ( !wildcard || !rp.isUnspecified() ) updatePath( *route, rp );
-   }
+   for ( const RouteKey& key : Mox::keysOf( model_->route() ) ) updatePath( key );
+}
+
+void Routes::updatePath( const RouteKey& key ) {
+   Mox::Ptr<Route> route = model_->route( key );
+   if ( route == nullptr ) return;
+   bool wildcard = key.source.isUnspecified();
+   IpGenAddr rp = topology_.rpOf( key.group );
+   if ( rp.isUnspecified() && wildcard ) rp = route->umhIs()->rp();
+   // After a restart an RP from a join is unknown: only its path is kept.
+   if ( !wildcard || !rp.isUnspecified() ) updatePath( *route, rp );
 }
 
 }

@@ -4,10 +4,10 @@
 // An engine asks for a record, which is made with its route and the route's path
 // where missing, and reports each change of a state there. A record goes with its
 // last state, unless it stands for the (*,G) route's record (ForwardingEngine). A
-// route goes with the last state on its records and its keepalive timer. An (S,G)
-// route is on the source tree while some interface has joined or includes the
-// source, or while a source on a link of this router sends. Otherwise, with
-// (S,G,rpt) prunes or asserts alone, it is on the RP tree.
+// route goes with the last state on its records and its keepalive timer. Where this
+// router only listens, an (S,G) route is on the source tree while some interface has
+// joined or includes the source, or while a source on a link of this router sends.
+// Otherwise, with (S,G,rpt) prunes or asserts alone, it is on the RP tree.
 //
 // Event-loop thread; the model, clock and topology outlive this.
 #pragma once
@@ -42,16 +42,27 @@ class PIMSM_API Routes {
    using Changed =
       std::function<void( const Routing::Pim::RouteIntfKey&, const Change& )>;
 
+   struct Hooks {
+      // Called for every change() of a record.
+      Changed changed = []( const Routing::Pim::RouteIntfKey&, const Change& ) {};
+      // The route's RPF on a path, where the path's next hop is not its neighbour.
+      // Empty: the path's.
+      std::function<Routing::Pim::Rpf( Route&, const Topology::Path& )> resolve =
+         {};
+   };
+
    // `policy` names the groups with fast reroute; null: none. It outlives this.
-   // `changed` is called for every change() of a record.
-   Routes(
-      Mox::Ptr<Routing::Pim::SparseMode::Status> model, Mox::Clock& clock,
-      const Topology& topology, const GroupPolicy* policy,
-      Changed changed = []( const Routing::Pim::RouteIntfKey&, const Change& ) {} );
+   // `joins`: this router sends joins, and is on a source tree when they bring the data.
+   Routes( Mox::Ptr<Routing::Pim::SparseMode::Status> model, Mox::Clock& clock,
+           const Topology& topology, const GroupPolicy* policy, bool joins,
+           Hooks hooks );
+   Routes( Mox::Ptr<Routing::Pim::SparseMode::Status> model, Mox::Clock& clock,
+           const Topology& topology, const GroupPolicy* policy )
+      : Routes( std::move( model ), clock, topology, policy, false, Hooks() ) {}
 
    // An engine reports each change of a record before it calls update().
    void changed( const Routing::Pim::RouteIntfKey& key, const Change& change ) {
-      changed_( key, change );
+      hooks_.changed( key, change );
    }
 
    const Routing::Pim::SparseMode::Status& model() const { return *model_; }
@@ -87,10 +98,20 @@ class PIMSM_API Routes {
    // Gives every route the topology's present path and RP. A (*,G) route whose RP
    // is not configured keeps the one of its join.
    void updatePaths();
+   // As above, for one route; nothing without it.
+   void updatePath( const RouteKey& key );
+
+   // Updates the route's tree after changes of the macros' inputs. A route that this
+   // router joins is on the source tree as soon as data can come in no other way, or
+   // has come by it (RFC 7761, 4.2.2).
+   void updateTree( const RouteKey& key );
+   // Data of the route came in by the interface.
+   void handleData( const RouteKey& key, Vantu::IntfId intfId );
 
  private:
    Mox::Ptr<Route> newRoute( const RouteKey& key, const Vantu::IpGenAddr& rp );
    void updatePath( Route& route, const Vantu::IpGenAddr& rp );
+   void updateTree( Route& route );
    void updateBackup( Route& route, const Topology::Path& path );
    void adoptRoute( const RouteKey& key );
 
@@ -98,7 +119,8 @@ class PIMSM_API Routes {
    Mox::Clock& clock_;
    const Topology& topology_;
    const GroupPolicy* policy_;
-   Changed changed_;
+   const bool joins_;
+   Hooks hooks_;
 };
 
 }

@@ -140,6 +140,7 @@ bool VrfRouter::mayWrite() {
 
 void VrfRouter::handleTurnEnd() {
    if ( adopted_ ) review();
+   protocol_.flush();
    publishTimers();
    familyCounters_.follow( vrf_.writer() );
    if ( std::exchange( publishDue_, false ) ) {

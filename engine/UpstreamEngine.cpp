@@ -1,0 +1,485 @@
+#include "engine/UpstreamEngine.h"
+
+#include <algorithm>
+#include <set>
+
+namespace Router {
+
+namespace Sm = Routing::Pim::SparseMode;
+using Vantu::IntfId;
+using Vantu::IpGenAddr;
+
+namespace {
+
+constexpr uint16_t kForever = 0xffff;
+constexpr double kJoinsInHoldtime = 3.5;
+
+// The winner of an assert that this router lost on the interface; null without one.
+const IpGenAddr* assertWinner( const Sm::Route& route, IntfId intfId ) {
+   const Sm::Intf* intf = route.routeIntf( intfId );
+   if ( intf == nullptr || intf->assertInfo().assertState != Sm::iAmAssertLoser )
+      return nullptr;
+   return &intf->assertInfo().assertWinnerMetric.address;
+}
+
+bool viaAssert( const Sm::Route& route ) {
+   const IpGenAddr* winner = assertWinner( route, route.rpf().intfId );
+   return winner != nullptr && *winner == route.rpf().neighbor;
+}
+
+}
+
+// A neighbour that routes join through. Unspecified: the interface's routes whose
+// neighbour is not known.
+struct UpstreamEngine::Target : Deadline {
+   Target( IntfId on, const IpGenAddr& of ) : intfId( on ), neighbor( of ) {}
+   bool known() const { return !neighbor.isUnspecified(); }
+
+   IntfId intfId;
+   IpGenAddr neighbor;
+   std::unordered_set<Record*> records;
+   std::set<std::pair<double, Record*>> joins;  // by JT
+   JoinPruneQueue queue;
+};
+
+struct UpstreamEngine::Record : Deadline {
+   explicit Record( const RouteKey& of ) : key( of ) {}
+   bool shared() const { return key.source.isUnspecified(); }
+
+   RouteKey key;
+   IpGenAddr rp;              // of a (*,G) route
+   Target* target = nullptr;  // null: no path, or to this router's own link
+   bool routed = false;       // the route exists
+   bool viaAssert = false;
+   bool joined = false;
+   Sm::UpRptState rpt = Sm::upRptNotJoined;
+   Target* rptTarget = nullptr;  // RPF'(S,G,rpt)
+   bool rptAside = false;        // it is not RPF'(*,G)
+   double joinDue = Deadlines::never;
+};
+
+struct UpstreamEngine::Group {
+   std::unique_ptr<Record> shared;
+   std::map<IpGenAddr, std::unique_ptr<Record>> sources;
+};
+
+UpstreamEngine::UpstreamEngine( Routes& routes, Links& links, const Sender& sender,
+                                Mox::Clock& clock, RouterCounters& counters )
+   : routes_( routes ),
+     links_( links ),
+     sender_( sender ),
+     clock_( clock ),
+     counters_( counters ),
+     joins_( clock,
+             [this]( Deadline& due ) {
+                handleJoinsDue( static_cast<Target&>( due ) );
+             } ),
+     overrides_( clock, [this]( Deadline& due ) {
+        handleOverrideDue( static_cast<Record&>( due ) );
+     } ) {}
+
+UpstreamEngine::~UpstreamEngine() = default;
+
+// ---- records and targets
+
+UpstreamEngine::Record* UpstreamEngine::find( const RouteKey& key ) const {
+   auto group = groups_.find( key.group );
+   if ( group == groups_.end() ) return nullptr;
+   if ( key.source.isUnspecified() ) return group->second.shared.get();
+   auto found = group->second.sources.find( key.source );
+   return found == group->second.sources.end() ? nullptr : found->second.get();
+}
+
+UpstreamEngine::Record& UpstreamEngine::make( const RouteKey& key ) {
+   Group& group = groups_[key.group];
+   std::unique_ptr<Record>& record =
+      key.source.isUnspecified() ? group.shared : group.sources[key.source];
+   if ( record != nullptr ) return *record;
+   record = std::make_unique<Record>( key );
+   ++size_;
+   // Before its own state it shared the (*,G) one.
+   const bool joined = group.shared != nullptr && group.shared->joined;
+   if ( !record->shared() && joined ) {
+      record->rpt = Sm::upRptNotPruned;
+      record->rptTarget = group.shared->target;
+   }
+   return *record;
+}
+
+void UpstreamEngine::erase( Record& record ) {
+   overrides_.remove( record );
+   moveTo( record, nullptr );
+   --size_;
+   const RouteKey key = record.key;
+   auto group = groups_.find( key.group );
+   if ( record.shared() ) {
+      group->second.shared.reset();
+   } else {
+      group->second.sources.erase( key.source );
+   }
+   if ( group->second.shared == nullptr && group->second.sources.empty() )
+      groups_.erase( group );
+}
+
+UpstreamEngine::Target* UpstreamEngine::target( IntfId intfId,
+                                                const IpGenAddr& neighbor ) {
+   std::unique_ptr<Target>& found = targets_[{ intfId, neighbor }];
+   if ( found == nullptr ) found = std::make_unique<Target>( intfId, neighbor );
+   return found.get();
+}
+
+void UpstreamEngine::moveTo( Record& record, Target* target ) {
+   if ( record.target == target ) return;
+   const double due = record.joinDue;
+   setJoinDue( record, Deadlines::never );
+   if ( record.target != nullptr ) record.target->records.erase( &record );
+   record.target = target;
+   if ( target != nullptr ) target->records.insert( &record );
+   setJoinDue( record, due );
+}
+
+// ---- the neighbour of a path
+
+Routing::Pim::Rpf UpstreamEngine::resolve( Route& route,
+                                           const Topology::Path& path ) const {
+   Routing::Pim::Rpf rpf = path.rpf;
+   const Link* link = links_.find( rpf.intfId );
+   bool resolved = true;
+   if ( sender_.speaks() && !path.attached && link != nullptr ) {
+      const IpGenAddr* winner = assertWinner( route, rpf.intfId );
+      const IpGenAddr neighbor =
+         winner != nullptr ? *winner : link->neighbors().primaryOf( rpf.neighbor );
+      resolved = !neighbor.isUnspecified();
+      if ( resolved ) rpf.neighbor = neighbor;
+   }
+   route.nsfRpfResolvedIs( resolved );
+   return rpf;
+}
+
+void UpstreamEngine::prepare( const RouteKey& key ) {
+   if ( !sender_.speaks() ) return;
+   const Record* record = find( key );
+   const Mox::Ptr<Route> route = routes_.find( key );
+   if ( record == nullptr || route == nullptr || route->rpfAttached() ) return;
+   const IpGenAddr* winner = assertWinner( *route, route->rpf().intfId );
+   const bool follows =
+      winner == nullptr ? !record->viaAssert : *winner == route->rpf().neighbor;
+   if ( !follows ) routes_.updatePath( key );
+}
+
+void UpstreamEngine::handleNeighbor( IntfId intfId, const IpGenAddr& address,
+                                     NeighborEvent event ) {
+   if ( !sender_.speaks() ) return;
+   const auto any = IpGenAddr::unspecified( address.family() );
+   std::vector<RouteKey> keys;
+   for ( const IpGenAddr& each : { address, any } ) {
+      auto found = targets_.find( { intfId, each } );
+      if ( found == targets_.end() ) continue;
+      for ( Record* record : found->second->records ) {
+         keys.push_back( record->key );
+         if ( event == NeighborEvent::restarted && record->joined )
+            hasten( *record );
+      }
+   }
+   // The path may stay as it was, and have a neighbour now.
+   for ( const RouteKey& key : keys ) {
+      routes_.updatePath( key );
+      review( key );
+   }
+}
+
+// ---- the machines
+
+void UpstreamEngine::review( const RouteKey& key ) {
+   if ( !sender_.speaks() ) return;
+   const Mox::Ptr<Route> route = routes_.find( key );
+   if ( route != nullptr ) {
+      Record& record = make( key );
+      record.routed = true;
+      follow( record, *route );
+      if ( !record.shared() ) followRpt( record, *route );
+      return;
+   }
+   if ( Record* record = find( key ) ) leave( *record );
+}
+
+// RFC 7761, 4.5.4 and 4.5.5.
+void UpstreamEngine::follow( Record& record, const Route& route ) {
+   const Routing::Pim::Rpf& rpf = route.rpf();
+   Target* to = nullptr;
+   if ( !route.rpfAttached() && links_.find( rpf.intfId ) != nullptr )
+      to = target( rpf.intfId, route.nsfRpfResolved()
+                                  ? rpf.neighbor
+                                  : anySource( record.key.group ) );
+   record.rp = route.umh()->rp();
+   Target* const from = record.target;
+   const bool byAssert = viaAssert( route ) || record.viaAssert;
+   const bool wasJoined =
+      std::exchange( record.joined, route.upJoinState() == Sm::upJoined );
+   record.viaAssert = viaAssert( route );
+   if ( !record.joined ) {
+      if ( wasJoined && from != nullptr ) sendPrune( record, *from );
+      setJoinDue( record, Deadlines::never );
+      return moveTo( record, to );
+   }
+   if ( wasJoined && from == to ) return;
+   moveTo( record, to );
+   const bool sameLink = from != nullptr && to != nullptr && from->known() &&
+                         to->known() && from->intfId == to->intfId;
+   if ( wasJoined && sameLink && byAssert ) return hasten( record );
+   if ( wasJoined && from != nullptr ) sendPrune( record, *from );
+   sendJoin( record, triggered );
+}
+
+// RFC 7761, 4.5.7.
+void UpstreamEngine::followRpt( Record& record, const Route& route ) {
+   const Sm::UpRptState before = std::exchange( record.rpt, route.upRptState() );
+   Target* const to = targetOfRpt( record.key );
+   const Record* shared =
+      find( { anySource( record.key.group ), record.key.group } );
+   const bool aside = shared != nullptr && to != shared->target;
+   const bool returned = std::exchange( record.rptAside, aside ) && !aside;
+   record.rptTarget = to;
+   if ( record.rpt != Sm::upRptNotPruned ) overrides_.remove( record );
+   if ( record.rpt == Sm::upRptPruned && before != Sm::upRptPruned )
+      return sendRpt( record, false );
+   if ( record.rpt == Sm::upRptNotPruned && before == Sm::upRptPruned )
+      return sendRpt( record, true );
+   if ( record.rpt == Sm::upRptNotPruned && before == Sm::upRptNotPruned &&
+        returned )
+      override( record );
+}
+
+// The winner of a lost assert for the source on the shared tree's interface, or the
+// shared tree's neighbour; null: none.
+UpstreamEngine::Target* UpstreamEngine::targetOfRpt( const RouteKey& key ) const {
+   const Record* shared = find( { anySource( key.group ), key.group } );
+   if ( shared == nullptr || shared->target == nullptr ) return nullptr;
+   const Mox::Ptr<Route> route = routes_.find( key );
+   if ( route == nullptr ) return shared->target;
+   const IpGenAddr* winner = assertWinner( *route, shared->target->intfId );
+   if ( winner == nullptr ) return shared->target;
+   return const_cast<UpstreamEngine*>( this )->target( shared->target->intfId,
+                                                       *winner );
+}
+
+// The route has gone, and with it all that it wanted.
+void UpstreamEngine::leave( Record& record ) {
+   record.routed = false;
+   if ( record.joined && record.target != nullptr )
+      sendPrune( record, *record.target );
+   record.joined = false;
+   setJoinDue( record, Deadlines::never );
+   const Record* shared =
+      find( { anySource( record.key.group ), record.key.group } );
+   if ( record.rpt == Sm::upRptPruned && shared != nullptr && shared->joined )
+      sendRpt( record, true );
+   erase( record );
+}
+
+// ---- times
+
+void UpstreamEngine::setJoinDue( Record& record, double time ) {
+   Target* const target = record.target;
+   if ( target != nullptr && record.joinDue != Deadlines::never )
+      target->joins.erase( { record.joinDue, &record } );
+   record.joinDue = time;
+   if ( target == nullptr || time == Deadlines::never ) return;
+   target->joins.insert( { time, &record } );
+   joins_.atMost( *target, target->joins.begin()->first );
+}
+
+double UpstreamEngine::overrideTime( const Target& target ) const {
+   const Link* link = links_.find( target.intfId );
+   return link == nullptr
+             ? 0.0
+             : sender_.randomTime( link->neighbors().overrideInterval() );
+}
+
+// "Decrease the Join Timer to t_override."
+void UpstreamEngine::hasten( Record& record ) {
+   if ( record.target == nullptr || !record.target->known() ) return;
+   const double due = clock_.now() + overrideTime( *record.target );
+   if ( due >= record.joinDue ) return;
+   counters_.joins( overriding );
+   setJoinDue( record, due );
+}
+
+void UpstreamEngine::override( Record& record ) {
+   if ( record.rptTarget == nullptr || !record.rptTarget->known() ) return;
+   overrides_.atMost( record, clock_.now() + overrideTime( *record.rptTarget ) );
+}
+
+void UpstreamEngine::handleJoinsDue( Target& target ) {
+   if ( target.joins.empty() ) return;
+   if ( target.joins.begin()->first <= clock_.now() ) takeAlong( target );
+   if ( !target.joins.empty() )
+      joins_.atMost( target, target.joins.begin()->first );
+}
+
+void UpstreamEngine::handleOverrideDue( Record& record ) {
+   counters_.joins( overriding );
+   sendRpt( record, true );
+   if ( !record.routed ) erase( record );
+}
+
+// ---- sending
+
+void UpstreamEngine::add( Target& to, Tree tree, const Record& record, bool join ) {
+   to.queue.add( tree, record.key, join, record.rp );
+   waiting_.insert( &to );
+}
+
+// Nothing is sent to nobody; the join follows when the neighbour comes.
+void UpstreamEngine::sendJoin( Record& record, JoinEvent why ) {
+   if ( record.target == nullptr || !record.target->known() )
+      return setJoinDue( record, Deadlines::never );
+   counters_.joins( why );
+   add( *record.target, record.shared() ? Tree::shared : Tree::source, record,
+        true );
+   setJoinDue(
+      record, clock_.now() +
+                 links_.find( record.target->intfId )->config().joinPruneInterval );
+}
+
+// A neighbour that has gone needs no prune.
+void UpstreamEngine::sendPrune( Record& record, Target& to ) {
+   const Link* link = links_.find( to.intfId );
+   if ( link == nullptr || !link->neighbors().has( to.neighbor ) ) return;
+   counters_.joins( triggered );
+   add( to, record.shared() ? Tree::shared : Tree::source, record, false );
+}
+
+void UpstreamEngine::sendRpt( const Record& record, bool join ) {
+   Target* const to = record.rptTarget;
+   if ( to == nullptr || !to->known() ) return;
+   counters_.joins( triggered );
+   add( *to, Tree::sharedLessSource, record, join );
+}
+
+// All joins of the neighbour that are due soon.
+void UpstreamEngine::takeAlong( Target& target ) {
+   const double until = clock_.now() + together;
+   while ( !target.joins.empty() && target.joins.begin()->first < until )
+      sendJoin( *target.joins.begin()->second, periodic );
+}
+
+void UpstreamEngine::flush() {
+   for ( Target* target : std::exchange( waiting_, {} ) ) flush( *target );
+   waiting_.clear();
+}
+
+void UpstreamEngine::flush( Target& target ) {
+   Link* const link = links_.find( target.intfId );
+   if ( link == nullptr ) return;
+   takeAlong( target );
+   for ( const IpGenAddr& group : target.queue.joinedGroups() )
+      pruneBeside( target, group );
+   const bool ipv4 = target.neighbor.family() == Vantu::AddressFamily::ipv4;
+   const size_t mtu = std::max<size_t>( link->config().mtu, ipv4 ? 576 : 1280 );
+   const auto holdtime =
+      static_cast<uint16_t>( link->config().joinPruneInterval * kJoinsInHoldtime );
+   const size_t leftOut =
+      target.queue.flush( target.neighbor, holdtime, mtu - ( ipv4 ? 20 : 40 ),
+                          [&]( PimJoinPrune message ) {
+                             link->send( target.neighbor, std::move( message ) );
+                          } );
+   counters_.joins( prunesLeftOut, leftOut );
+}
+
+// A (*,G) join asks for all sources: those that are not wanted go with it.
+void UpstreamEngine::pruneBeside( Target& target, const IpGenAddr& group ) {
+   for ( const auto& [source, record] : groups_[group].sources ) {
+      const Mox::Ptr<Route> route = routes_.find( record->key );
+      if ( route == nullptr ||
+           target.queue.has( Tree::sharedLessSource, record->key ) )
+         continue;
+      if ( route->pruneDesiredSgRpt() || targetOfRpt( record->key ) != &target )
+         add( target, Tree::sharedLessSource, *record, false );
+   }
+}
+
+// ---- what other routers say
+
+void UpstreamEngine::receive( const Link& link, const PimJoinPrune& message ) {
+   if ( !sender_.speaks() ) return;
+   const IpGenAddr neighbor =
+      link.neighbors().primaryOf( message.upstreamNeighbor );
+   auto found = targets_.find( { link.intfId(), neighbor } );
+   if ( found == targets_.end() || !found->second->known() ) return;
+   const Seen seen{
+      link, *found->second,
+      message.holdtime == kForever ? Deadlines::never : message.holdtime };
+   for ( const JoinPruneGroup& group : message.groups ) {
+      if ( groups_.count( group.address ) == 0 ) continue;
+      for ( const EncodedSource& each : group.joins )
+         receiveJoin( seen, group.address, each );
+      for ( const EncodedSource& each : group.prunes )
+         receivePrune( seen, group.address, each );
+   }
+}
+
+void UpstreamEngine::receiveJoin( const Seen& seen, const IpGenAddr& group,
+                                  const EncodedSource& source ) {
+   const RouteKey key{ source.wildcard ? anySource( group ) : source.address,
+                       group };
+   Record* const record = find( key );
+   if ( record == nullptr ) return;
+   if ( source.rpt && !source.wildcard ) {
+      if ( record->rptTarget != &seen.target || !record->queued() ) return;
+      overrides_.remove( *record );
+      if ( !record->routed ) erase( *record );
+   } else if ( record->joined && record->target == &seen.target ) {
+      suppress( seen, *record );
+   }
+}
+
+// "Increase the Join Timer to t_joinsuppress."
+void UpstreamEngine::suppress( const Seen& seen, Record& record ) {
+   if ( !seen.link.neighbors().joinSuppression() ) return;
+   constexpr double kLeast = 1.1, kMost = 1.4;  // of the interval (RFC 7761, 4.11)
+   const double interval = seen.link.config().joinPruneInterval;
+   const double putOff =
+      interval * kLeast + sender_.randomTime( interval * ( kMost - kLeast ) );
+   const double due = clock_.now() + std::min( putOff, seen.holdtime );
+   if ( due <= record.joinDue ) return;
+   counters_.joins( Router::suppressed );
+   setJoinDue( record, due );
+}
+
+void UpstreamEngine::receivePrune( const Seen& seen, const IpGenAddr& group,
+                                   const EncodedSource& source ) {
+   Group& records = groups_.at( group );
+   Record* const shared = records.shared.get();
+   auto hastenIf = [&]( Record* record ) {
+      const bool here =
+         record != nullptr && record->joined && record->target == &seen.target;
+      if ( here ) hasten( *record );
+   };
+   if ( source.wildcard ) {
+      hastenIf( shared );
+      for ( const auto& [address, record] : records.sources )
+         hastenIf( record.get() );
+      return;
+   }
+   const RouteKey key{ source.address, group };
+   hastenIf( find( key ) );
+   overrideRpt( seen, key );
+}
+
+// Another router prunes the source from the shared tree on which this one has it.
+void UpstreamEngine::overrideRpt( const Seen& seen, const RouteKey& key ) {
+   const Record* shared = find( { anySource( key.group ), key.group } );
+   if ( shared == nullptr || !shared->joined ) return;
+   Record* record = find( key );
+   if ( record == nullptr ) {
+      if ( shared->target != &seen.target || refusalOfSource( key.source ) ) return;
+      if ( size_ >= 2 * size_t( routes_.model().maxRoutes() ) )
+         return counters_.refused( tableFull );
+      record = &make( key );
+   }
+   if ( record->rpt == Sm::upRptNotPruned && record->rptTarget == &seen.target )
+      override( *record );
+}
+
+}

@@ -1,0 +1,120 @@
+// Sends joins and prunes towards sources and RPs (RFC 7761, 4.5.4 to 4.5.7).
+//
+// ForwardingEngine decides the upstream states by the macros; this times and sends what
+// follows from them. Each route has a record here with the neighbour that it joins
+// through (RPF'), the time of the next join (JT) and, for an (S,G) route, the override
+// timer of its (S,G,rpt) state (OT). Entries wait in their neighbour's queue until
+// flush(). Records of a neighbour whose joins are due within a second of each other go
+// together.
+//
+// An (S,G,rpt) prune of another router is overridden also for sources without a route
+// here, by a record that lasts until then. Event-loop thread; the constructor's
+// arguments outlive the engine. Does nothing while the sender is silent.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "engine/Deadlines.h"
+#include "engine/JoinPruneQueue.h"
+#include "engine/Links.h"
+#include "engine/RouterCounters.h"
+#include "engine/Routes.h"
+
+namespace Router {
+
+class PIMSM_API UpstreamEngine {
+ public:
+   using RouteKey = Routing::Pim::RouteKey;
+   using Route = Routing::Pim::SparseMode::Route;
+
+   // Joins that are due so soon go out with the others of their neighbour.
+   static constexpr double together = 1.0;  // s
+
+   UpstreamEngine( Routes& routes, Links& links, const Sender& sender,
+                   Mox::Clock& clock, RouterCounters& counters );
+   ~UpstreamEngine();
+
+   // The neighbour towards which the route joins: the one of the path, or the winner of
+   // an assert that this router lost on the path's interface. Notes in the route
+   // whether there is one; without one the path stays.
+   Routing::Pim::Rpf resolve( Route& route, const Topology::Path& path ) const;
+
+   // Called before the route's states are decided: an assert may have changed its
+   // neighbour.
+   void prepare( const RouteKey& key );
+   // The route's upstream states have been decided, or it has gone.
+   void review( const RouteKey& key );
+
+   void handleNeighbor( Vantu::IntfId intfId, const Vantu::IpGenAddr& address,
+                        NeighborEvent event );
+   // A message of another router on the link to another router.
+   void receive( const Link& link, const PimJoinPrune& message );
+
+   // Sends all that waits.
+   void flush();
+
+   size_t size() const { return size_; }
+
+ private:
+   using Address = Vantu::IpGenAddr;
+   struct Target;
+   struct Record;
+   struct Group;
+   using Tree = JoinPruneQueue::Tree;
+
+   Record* find( const RouteKey& key ) const;
+   Record& make( const RouteKey& key );
+   void erase( Record& record );
+   Target* target( Vantu::IntfId intfId, const Address& neighbor );
+   void moveTo( Record& record, Target* target );
+
+   void follow( Record& record, const Route& route );
+   void followRpt( Record& record, const Route& route );
+   void leave( Record& record );
+   Target* targetOfRpt( const RouteKey& key ) const;
+
+   void setJoinDue( Record& record, double time );
+   void hasten( Record& record );
+   void override( Record& record );
+   double overrideTime( const Target& target ) const;
+   void handleJoinsDue( Target& target );
+   void handleOverrideDue( Record& record );
+
+   void sendJoin( Record& record, JoinEvent why );
+   void sendPrune( Record& record, Target& to );
+   void sendRpt( const Record& record, bool join );
+   void add( Target& to, Tree tree, const Record& record, bool join );
+   void takeAlong( Target& target );
+   void pruneBeside( Target& target, const Address& group );
+   void flush( Target& target );
+
+   // What another router's message gives to each of its entries.
+   struct Seen {
+      const Link& link;
+      Target& target;
+      double holdtime;
+   };
+   void receiveJoin( const Seen& seen, const Address& group,
+                     const EncodedSource& source );
+   void receivePrune( const Seen& seen, const Address& group,
+                      const EncodedSource& source );
+   void suppress( const Seen& seen, Record& record );
+   void overrideRpt( const Seen& seen, const RouteKey& key );
+
+   Routes& routes_;
+   Links& links_;
+   const Sender& sender_;
+   Mox::Clock& clock_;
+   RouterCounters& counters_;
+   Deadlines joins_;      // of targets
+   Deadlines overrides_;  // of records
+   std::unordered_map<Address, Group> groups_;
+   size_t size_ = 0;
+   std::map<std::pair<Vantu::IntfId, Address>, std::unique_ptr<Target>> targets_;
+   std::unordered_set<Target*> waiting_;  // with entries in their queue
+};
+
+}

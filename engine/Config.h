@@ -23,6 +23,20 @@ struct InterfaceAddress {
    bool operator==( const InterfaceAddress& ) const = default;
 };
 
+// Of IGMP or MLD on a link (RFC 3376, 8; RFC 3810, 9). Times in seconds.
+struct MembershipConfig {
+   uint8_t version = 3;  // of queries; 2 stands for MLDv1, 3 for MLDv2
+   double queryInterval = 125.0;
+   double queryResponse = 10.0;
+   uint8_t robustness = 2;
+   double lastMemberQuery = 1.0;
+   uint8_t lastMemberCount = 0;  // 0: the robustness
+   // A leave ends a membership at once: the link has one host.
+   bool immediateLeave = false;
+   uint32_t groupLimit = 10000;  // groups with members
+   bool operator==( const MembershipConfig& ) const = default;
+};
+
 struct InterfaceConfig {
    Vantu::IntfId name;
    // The first address of a family is the one that PIM uses, the others are
@@ -41,6 +55,8 @@ struct InterfaceConfig {
    uint32_t mtu = 1500;  // bytes of an IP packet
    // Hosts only: no PIM message is sent or taken, and this router is the DR.
    bool passive = false;
+   MembershipConfig igmp = {};
+   MembershipConfig mld = {};
 
    bool operator==( const InterfaceConfig& ) const = default;
 };

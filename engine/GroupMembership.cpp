@@ -15,10 +15,10 @@ bool contains( const std::vector<IpGenAddr>& sources, const IpGenAddr& source ) 
 }
 
 GroupMembership::GroupMembership( Mox::Clock& clock, const MembershipTimes& times,
-                                  std::function<void()> changed )
+                                  Hooks hooks )
    : clock_( clock ),
      times_( times ),
-     changed_( std::move( changed ) ),
+     hooks_( std::move( hooks ) ),
      group_( clock, [this] { handleGroupExpired(); } ),
      sourcesDue_( clock, [this] { handleSourcesDue(); } ) {}
 
@@ -112,22 +112,44 @@ void GroupMembership::exclude( const Sources& sources, bool query ) {
    }
    exclude_ = true;
    group_.start( times_.membership() );
-   if ( !query ) return;
-   for ( const IpGenAddr& source : sources ) lower( source, times_.lastMember() );
+   if ( query ) this->query( sources );
 }
 
 void GroupMembership::blockSources( const Sources& sources ) {
    for ( const IpGenAddr& source : sources ) {
       if ( exclude_ && sources_.count( source ) == 0 )
          request( source, group_.left() );
-      lower( source, times_.lastMember() );
    }
+   query( sources );
 }
 
 void GroupMembership::queryAllBut( const Sources& sources ) {
+   Sources others;
    for ( const auto& [source, until] : sources_ )
-      if ( !contains( sources, source ) ) lower( source, times_.lastMember() );
-   if ( exclude_ ) group_.lower( times_.lastMember() );
+      if ( !contains( sources, source ) ) others.push_back( source );
+   query( others );
+   if ( !exclude_ || ( hooks_.lowers && !hooks_.lowers() ) ) return;
+   group_.lower( times_.lastMember() );
+   hooks_.ask( {} );
+}
+
+// Does anybody still want these?
+void GroupMembership::query( const Sources& sources ) {
+   if ( hooks_.lowers && !hooks_.lowers() ) return;
+   Sources requested;
+   for ( const IpGenAddr& source : sources ) {
+      auto found = sources_.find( source );
+      if ( found == sources_.end() || !found->second ) continue;
+      requested.push_back( source );
+      lower( source, times_.lastMember() );
+   }
+   if ( !requested.empty() ) hooks_.ask( requested );
+}
+
+double GroupMembership::left( const IpGenAddr& source ) const {
+   auto found = sources_.find( source );
+   if ( found == sources_.end() || !found->second ) return 0.0;
+   return *found->second - clock_.now();
 }
 
 void GroupMembership::keepOnly( const Sources& sources ) {
@@ -150,7 +172,7 @@ void GroupMembership::handleSourcesDue() {
       each = due && !exclude_ ? sources_.erase( each ) : std::next( each );
    }
    if ( !any ) return;
-   auto changed = changed_;
+   auto changed = hooks_.changed;
    changed();
 }
 
@@ -159,7 +181,7 @@ void GroupMembership::handleGroupExpired() {
    exclude_ = false;
    for ( auto each = sources_.begin(); each != sources_.end(); )
       each = each->second ? std::next( each ) : sources_.erase( each );
-   auto changed = changed_;
+   auto changed = hooks_.changed;
    changed();
 }
 

@@ -13,10 +13,10 @@
 //                    toEx (A)          EXCLUDE(A-Y, Y*A)             A-Y
 //                    toIn (A)          EXCLUDE(X+A, Y-A)             X-A, the group
 //
-// This router sends no queries: where a querier would ask, the timers are lowered
-// to the time by which it would have an answer. A source with a running timer is
-// requested; in EXCLUDE mode a source without one (Y) is excluded. A source's timer
-// is a number; one clock observer wakes for all of them. Times in seconds.
+// Where a querier would ask, the timers are lowered to the time by which it would have
+// an answer: at once by the querier and by a router that only listens, otherwise by the
+// querier's message. A source with a running timer is requested; in EXCLUDE mode a
+// source without one (Y) is excluded. Times in seconds.
 #pragma once
 
 #include <functional>
@@ -34,17 +34,34 @@ struct MembershipTimes {
    double queryInterval = 125.0;
    double queryResponse = 10.0;
    double lastMemberQuery = 1.0;
+   double lastMemberCount = 0;   // 0: the robustness
+   bool immediateLeave = false;  // nobody is asked whether the last one left
 
    double membership() const { return robustness * queryInterval + queryResponse; }
-   double lastMember() const { return robustness * lastMemberQuery; }
+   double queries() const {
+      return lastMemberCount != 0 ? lastMemberCount : robustness;
+   }
+   double lastMember() const {
+      return immediateLeave ? 0.0 : queries() * lastMemberQuery;
+   }
+   double otherQuerier() const {
+      return robustness * queryInterval + queryResponse / 2;
+   }
 };
 
 class PIMSM_API GroupMembership {
  public:
-   // `times` outlives this machine. `changed` is called when a timer has changed
-   // the state; it may destroy the machine.
-   GroupMembership( Mox::Clock& clock, const MembershipTimes& times,
-                    std::function<void()> changed );
+   struct Hooks {
+      // Called when a timer has changed the state; may destroy the machine.
+      std::function<void()> changed;
+      // Does a member that may have left lower timers? Empty: always.
+      std::function<bool()> lowers = {};
+      // Asks for sources, or with none for the group, after their timers were lowered.
+      std::function<void( const std::vector<Vantu::IpGenAddr>& )> ask =
+         []( const std::vector<Vantu::IpGenAddr>& ) {};
+   };
+   // `times` outlives this machine.
+   GroupMembership( Mox::Clock& clock, const MembershipTimes& times, Hooks hooks );
    GroupMembership( const GroupMembership& ) = delete;
    GroupMembership& operator=( const GroupMembership& ) = delete;
 
@@ -68,6 +85,9 @@ class PIMSM_API GroupMembership {
       return sources_.count( source ) != 0;
    }
    size_t size() const { return sources_.size(); }
+   // Seconds until the EXCLUDE mode, or the request for the source, ends; 0 without.
+   double left() const { return group_.left(); }
+   double left( const Vantu::IpGenAddr& source ) const;
 
    // Each source, with true for requested and false for excluded.
    std::map<Vantu::IpGenAddr, bool> sources() const;
@@ -81,6 +101,7 @@ class PIMSM_API GroupMembership {
    void exclude( const Sources& sources, bool query );
    void blockSources( const Sources& sources );
    void queryAllBut( const Sources& sources );
+   void query( const Sources& sources );
    void keepOnly( const Sources& sources );
    void wakeBy( double time );
    void handleSourcesDue();
@@ -88,7 +109,7 @@ class PIMSM_API GroupMembership {
 
    Mox::Clock& clock_;
    const MembershipTimes& times_;
-   std::function<void()> changed_;
+   Hooks hooks_;
    bool exclude_ = false;
    Timer group_;  // of the EXCLUDE mode
    // Until when each source is requested; nothing: it is excluded.

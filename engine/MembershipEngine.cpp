@@ -7,25 +7,55 @@ namespace Router {
 using Vantu::IntfId;
 using Vantu::IpGenAddr;
 
-MembershipEngine::MembershipEngine( Routes& routes, Mox::Clock& clock,
-                                    const GroupPolicy* policy,
+MembershipEngine::MembershipEngine( Routes& routes, Links& links, Sender& sender,
+                                    Mox::Clock& clock, const GroupPolicy* policy,
                                     RouterCounters& counters )
-   : routes_( routes ), clock_( clock ), policy_( policy ), counters_( counters ) {}
+   : routes_( routes ),
+     links_( links ),
+     sender_( sender ),
+     clock_( clock ),
+     policy_( policy ),
+     counters_( counters ) {}
+
+void MembershipEngine::updateLinks( const Kept& kept ) {
+   for ( const auto& [intfId, link] : links_.all() ) {
+      const bool isNew = hosts_.count( intfId ) == 0;
+      Hosts& at = hosts( intfId );
+      if ( isNew && kept ) {
+         if ( const auto former = kept( intfId ) ) at.querier.adopt( *former );
+      }
+      const bool ipv4 = link.address().family() == Vantu::AddressFamily::ipv4;
+      const MembershipConfig& config =
+         ipv4 ? link.config().igmp : link.config().mld;
+      at.groupLimit = config.groupLimit;
+      at.querier.configIs( config, link.address(), link.config().mtu );
+   }
+}
+
+MembershipEngine::Hosts& MembershipEngine::hosts( IntfId intfId ) {
+   return hosts_.try_emplace( intfId, clock_, sender_, intfId ).first->second;
+}
+
+const Querier* MembershipEngine::querier( IntfId intfId ) const {
+   auto found = hosts_.find( intfId );
+   return found == hosts_.end() ? nullptr : &found->second.querier;
+}
 
 bool MembershipEngine::sourceSpecific( const IpGenAddr& group ) const {
    return policy_ != nullptr && policy_->sourceSpecific( group );
 }
 
-void MembershipEngine::receive( IntfId intfId, const MembershipMessage& message ) {
+void MembershipEngine::receive( const Link& link, const IpGenAddr& from,
+                                const MembershipMessage& message ) {
    if ( const auto* report = std::get_if<MembershipReport>( &message ) )
-      return receiveReport( intfId, *report );
-   receiveQuery( intfId, std::get<MembershipQuery>( message ) );
+      return receiveReport( link.intfId(), *report );
+   receiveQuery( link.intfId(), from, std::get<MembershipQuery>( message ) );
 }
 
 void MembershipEngine::receiveReport( IntfId intfId,
                                       const MembershipReport& report ) {
    for ( MembershipRecord record : report.records ) {
-      if ( !accept( record ) ) continue;
+      if ( !accept( intfId, record ) ) continue;
       std::erase_if( record.sources, [this]( const IpGenAddr& source ) {
          return !counters_.accepted( refusalOfSource( source ) );
       } );
@@ -47,45 +77,58 @@ void MembershipEngine::limitSources( const GroupMembership& machine,
    } );
 }
 
-bool MembershipEngine::accept( const MembershipRecord& record ) {
+bool MembershipEngine::accept( IntfId intfId, const MembershipRecord& record ) {
    bool allSources = record.type == isExclude || record.type == toExclude;
    if ( !counters_.accepted( refusalOfGroup( record.group ) ) ) return false;
+   const Hosts& at = hosts( intfId );
+   if ( at.groups.size() >= at.groupLimit &&
+        at.groups.count( record.group ) == 0 ) {
+      counters_.refused( tooManyGroups );
+      return false;
+   }
    if ( !allSources || !sourceSpecific( record.group ) ) return true;
    counters_.refused( ssmGroup );
    return false;
 }
 
-// Another router is the querier. Its times apply, or the defaults where it gives
-// none (RFC 3376, 4.1.6 and 4.1.7; RFC 3810, 5.1.8 and 5.1.9). Older versions have
-// no such fields.
-void MembershipEngine::receiveQuery( IntfId intfId, const MembershipQuery& query ) {
-   Link& link = links_[intfId];
-   if ( query.version >= 3 ) {
-      const MembershipTimes defaults;
-      link.times.robustness =
-         query.robustness != 0 ? query.robustness : defaults.robustness;
-      link.times.queryInterval =
-         query.interval != 0.0 ? query.interval : defaults.queryInterval;
+void MembershipEngine::receiveQuery( IntfId intfId, const IpGenAddr& from,
+                                     const MembershipQuery& query ) {
+   Hosts& at = hosts( intfId );
+   if ( !at.querier.receive( from, query ) )
+      return counters_.refused( notTheQuerier );
+   auto found = at.groups.find( query.group );
+   if ( query.suppress || found == at.groups.end() ) return;
+   const MembershipTimes& times = at.querier.times();
+   const double answer =
+      query.maxResponse != 0.0 ? query.maxResponse : times.lastMemberQuery;
+   found->second.membership->handleQuery( query.sources, times.queries() * answer );
+}
+
+void MembershipEngine::ask( IntfId intfId, const IpGenAddr& group,
+                            const std::vector<IpGenAddr>& sources ) {
+   Hosts& at = hosts( intfId );
+   if ( !sender_.speaks() ) return;
+   Group& state = at.groups.at( group );
+   if ( state.queries == nullptr ) {
+      state.queries = std::make_unique<SpecificQueries>( clock_, at.querier,
+                                                         *state.membership, group );
    }
-   if ( query.group.isUnspecified() ) {
-      if ( query.maxResponse != 0.0 ) link.times.queryResponse = query.maxResponse;
-      return;
-   }
-   auto found = link.groups.find( query.group );
-   if ( query.suppress || found == link.groups.end() ) return;
-   double answer =
-      query.maxResponse != 0.0 ? query.maxResponse : link.times.lastMemberQuery;
-   found->second.membership->handleQuery( query.sources,
-                                          link.times.robustness * answer );
+   state.queries->ask( sources );
 }
 
 GroupMembership& MembershipEngine::membership( IntfId intfId,
                                                const IpGenAddr& group ) {
-   Link& link = links_[intfId];
-   std::unique_ptr<GroupMembership>& machine = link.groups[group].membership;
+   Hosts& at = hosts( intfId );
+   std::unique_ptr<GroupMembership>& machine = at.groups[group].membership;
    if ( machine == nullptr ) {
-      machine = std::make_unique<GroupMembership>(
-         clock_, link.times, [this, intfId, group] { update( intfId, group ); } );
+      GroupMembership::Hooks hooks{
+         [this, intfId, group] { update( intfId, group ); },
+         [&at] { return at.querier.asks(); },
+         [this, intfId, group]( const auto& sources ) {
+            ask( intfId, group, sources );
+         } };
+      machine = std::make_unique<GroupMembership>( clock_, at.querier.times(),
+                                                   std::move( hooks ) );
    }
    return *machine;
 }
@@ -93,7 +136,7 @@ GroupMembership& MembershipEngine::membership( IntfId intfId,
 // Makes the records follow the machine. A machine without members, or without room
 // for any record, is removed.
 void MembershipEngine::update( IntfId intfId, const IpGenAddr& group ) {
-   Group& state = links_[intfId].groups[group];
+   Group& state = hosts( intfId ).groups[group];
    const GroupMembership& machine = *state.membership;
    std::map<IpGenAddr, bool> sources = machine.sources();
    // Requested sources come along the shared tree.
@@ -101,11 +144,11 @@ void MembershipEngine::update( IntfId intfId, const IpGenAddr& group ) {
       std::erase_if( sources, []( const auto& entry ) { return entry.second; } );
    write( intfId, group, state, machine.excludeMode(), sources );
    if ( !state.shared && state.sources.empty() )
-      links_[intfId].groups.erase( IpGenAddr( group ) );
+      hosts( intfId ).groups.erase( IpGenAddr( group ) );
 }
 
 void MembershipEngine::end( IntfId intfId, const IpGenAddr& group ) {
-   auto& groups = links_[intfId].groups;
+   auto& groups = hosts( intfId ).groups;
    write( intfId, group, groups[group], false, {} );
    groups.erase( group );
 }
@@ -164,7 +207,7 @@ void MembershipEngine::adopt() {
          routes_.find( key, intf.intfId() )
             ->localMembershipIs( intf.localReceiverInclude() );
          GroupMembership& machine = membership( intf.intfId(), key.group );
-         Group& state = links_[intf.intfId()].groups[key.group];
+         Group& state = hosts( intf.intfId() ).groups[key.group];
          if ( key.source.isUnspecified() ) {
             machine.adoptExclude();
             state.shared = true;
@@ -175,17 +218,17 @@ void MembershipEngine::adopt() {
       }
    }
    endSourceSpecific();
-   for ( auto& [intfId, link] : links_ ) {
+   for ( auto& [intfId, at] : hosts_ ) {
       std::vector<IpGenAddr> groups;
-      for ( const auto& [group, state] : link.groups ) groups.push_back( group );
+      for ( const auto& [group, state] : at.groups ) groups.push_back( group );
       for ( const IpGenAddr& group : groups ) update( intfId, group );
    }
 }
 
 void MembershipEngine::endSourceSpecific() {
-   for ( auto& [intfId, link] : links_ ) {
+   for ( auto& [intfId, at] : hosts_ ) {
       std::vector<IpGenAddr> gone;
-      for ( const auto& [group, state] : link.groups ) {
+      for ( const auto& [group, state] : at.groups ) {
          if ( state.membership->excludeMode() && sourceSpecific( group ) )
             gone.push_back( group );
       }
@@ -194,11 +237,11 @@ void MembershipEngine::endSourceSpecific() {
 }
 
 void MembershipEngine::handleIntfGone( IntfId intfId ) {
-   auto link = links_.find( intfId );
-   if ( link == links_.end() ) return;
-   while ( !link->second.groups.empty() )
-      end( intfId, IpGenAddr( link->second.groups.begin()->first ) );
-   links_.erase( link );
+   auto found = hosts_.find( intfId );
+   if ( found == hosts_.end() ) return;
+   while ( !found->second.groups.empty() )
+      end( intfId, IpGenAddr( found->second.groups.begin()->first ) );
+   hosts_.erase( found );
 }
 
 }

@@ -11,9 +11,10 @@
 #include <memory>
 #include <set>
 
-#include "engine/GroupMembership.h"
+#include "engine/Links.h"
 #include "engine/RouterCounters.h"
 #include "engine/Routes.h"
+#include "engine/SpecificQueries.h"
 
 namespace Router {
 
@@ -23,8 +24,16 @@ class PIMSM_API MembershipEngine {
    static constexpr size_t maxSources = 4096;
 
    // `policy` names the source-specific groups; null: none.
-   MembershipEngine( Routes& routes, Mox::Clock& clock, const GroupPolicy* policy,
+   MembershipEngine( Routes& routes, Links& links, Sender& sender,
+                     Mox::Clock& clock, const GroupPolicy* policy,
                      RouterCounters& counters );
+
+   // What a former process left of the queriers; empty: nothing.
+   using Kept = std::function<std::optional<Querier::Kept>( Vantu::IntfId )>;
+   // The links have changed, or are there for the first time. `kept` serves new ones.
+   void updateLinks( const Kept& kept = {} );
+   // Null without such a link.
+   const Querier* querier( Vantu::IntfId intfId ) const;
 
    // Resumes reloaded members: each stays for a membership time unless a host
    // reports it again.
@@ -38,27 +47,36 @@ class PIMSM_API MembershipEngine {
    void handleIntfGone( Vantu::IntfId intfId );
 
    // Handles a message from another system on the interface.
-   void receive( Vantu::IntfId intfId, const MembershipMessage& message );
+   void receive( const Link& link, const Vantu::IpGenAddr& from,
+                 const MembershipMessage& message );
 
  private:
    using RouteKey = Routing::Pim::RouteKey;
 
    struct Group {
       std::unique_ptr<GroupMembership> membership;
+      std::unique_ptr<SpecificQueries> queries;  // null until the first
       // The state in the records: membership of the shared tree, and of each source
       // whether it is included. A state without room is tried again with the next
       // report; a group with no state in the records is forgotten until then.
       bool shared = false;
       std::map<Vantu::IpGenAddr, bool> sources;
    };
-   struct Link {
-      MembershipTimes times;
+   struct Hosts {
+      Hosts( Mox::Clock& clock, Sender& sender, Vantu::IntfId intfId )
+         : querier( clock, sender, intfId ) {}
+      Querier querier;
+      uint32_t groupLimit = MembershipConfig().groupLimit;
       std::map<Vantu::IpGenAddr, Group> groups;
    };
 
    void receiveReport( Vantu::IntfId intfId, const MembershipReport& report );
-   void receiveQuery( Vantu::IntfId intfId, const MembershipQuery& query );
-   bool accept( const MembershipRecord& record );
+   void receiveQuery( Vantu::IntfId intfId, const Vantu::IpGenAddr& from,
+                      const MembershipQuery& query );
+   bool accept( Vantu::IntfId intfId, const MembershipRecord& record );
+   Hosts& hosts( Vantu::IntfId intfId );
+   void ask( Vantu::IntfId intfId, const Vantu::IpGenAddr& group,
+             const std::vector<Vantu::IpGenAddr>& sources );
    void limitSources( const GroupMembership& machine, MembershipRecord& record );
    bool sourceSpecific( const Vantu::IpGenAddr& group ) const;
    GroupMembership& membership( Vantu::IntfId intfId,
@@ -71,10 +89,12 @@ class PIMSM_API MembershipEngine {
                      bool excluded );
 
    Routes& routes_;
+   Links& links_;
+   Sender& sender_;
    Mox::Clock& clock_;
    const GroupPolicy* policy_;
    RouterCounters& counters_;
-   std::map<Vantu::IntfId, Link> links_;
+   std::map<Vantu::IntfId, Hosts> hosts_;
 };
 
 }

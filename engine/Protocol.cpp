@@ -35,7 +35,7 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
           } } ),
      upstream_( routes_, links_, sender_, clock, counters ),
      joinPrune_( routes_, clock, topology_, &policy_, counters ),
-     membership_( routes_, clock, &policy_, counters ),
+     membership_( routes_, links_, sender_, clock, &policy_, counters ),
      asserts_( routes_, clock, counters ),
      sources_( routes_, clock, topology_, counters ),
      forwarding_( model,
@@ -51,6 +51,11 @@ void Protocol::handleNeighbor( IntfId intfId, const IpGenAddr& address,
    if ( event == NeighborEvent::gone || event == NeighborEvent::restarted )
       asserts_.handleNeighborLost( intfId, address );
    upstream_.handleNeighbor( intfId, address, event );
+}
+
+void Protocol::start( const Kept& kept ) {
+   links_.start( kept.hello );
+   membership_.updateLinks( kept.querier );
 }
 
 // The states that the macros read come before the macros.
@@ -99,6 +104,7 @@ void Protocol::configChanged() {
    policy_.configIs( config_ );
    topology_.configIs( config_ );
    links_.configChanged();
+   membership_.updateLinks();
    if ( !adopted_ ) return;
    joinPrune_.endSourceSpecific();
    membership_.endSourceSpecific();
@@ -126,7 +132,8 @@ void Protocol::receive( IntfId intfId, const IpPacket& packet,
    if ( const auto* pim = std::get_if<PimMessage>( &message ) )
       return receivePim( *link, packet, *pim );
    if ( link->isOwn( packet.source ) ) return counters_.refused( ownPacket );
-   membership_.receive( intfId, std::get<MembershipMessage>( message ) );
+   membership_.receive( *link, packet.source,
+                        std::get<MembershipMessage>( message ) );
 }
 
 void Protocol::receivePim( Link& link, const IpPacket& packet,

@@ -41,8 +41,12 @@ class PIMSM_API Protocol {
              Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> registers,
              Mox::Clock& clock, RouterCounters& counters, Hooks hooks );
 
-   // Makes the links, before all other calls.
-   void start( const Links::Kept& kept ) { links_.start( kept ); }
+   // Makes the links, before all other calls, with what a former process left of them.
+   struct Kept {
+      Links::Kept hello;
+      MembershipEngine::Kept querier;
+   };
+   void start( const Kept& kept );
 
    const Links& links() const { return links_; }
    // This router leaves its links by intent.

@@ -31,6 +31,8 @@ namespace Router {
    V( notRegistered )  /* a register-stop for a source that is not on a link */    \
    V( tableFull )      /* a route that its table has no room for */                \
    V( tooManySources ) /* of a group on a link that is full of them */             \
+   V( tooManyGroups )  /* with members on a link that is full of them */           \
+   V( notTheQuerier )  /* a query of a router that another one outranks */         \
    V( tooManyNeighbors ) /* a hello on a link that is full of them */
 MOX_ENUM( Refusal, AGENT_REFUSALS )
 MOX_ENUM_TEXT( Refusal, AGENT_REFUSALS )

@@ -179,6 +179,9 @@ class VrfReader {
    void readTime( Section& section, const char* key, uint32_t least, uint32_t most,
                   uint16_t& out );
    void readHello( Section& section, InterfaceConfig& out );
+   Router::MembershipConfig readMembership( const Place& place, const char* what,
+                                            uint32_t oldest, uint32_t newest,
+                                            double longest );
    InterfaceConfig readInterface( const Place& place, VrfConfig& vrf );
    RpfRouteConfig readRpfRoute( const Place& place, const VrfConfig& vrf );
    RpConfig readRp( const Place& place );
@@ -336,6 +339,51 @@ void VrfReader::readHello( Section& section, InterfaceConfig& out ) {
    readTime( section, "join-prune-interval", 1, 18724, out.joinPruneInterval );
    section.value( "join-suppression", out.joinSuppression );
    section.value( "passive", out.passive );
+   if ( std::optional<Place> igmp = section.take( "igmp" ) )
+      out.igmp = readMembership( *igmp, "igmp", 2, 3, 25.5 );
+   if ( std::optional<Place> mld = section.take( "mld" ) )
+      out.mld = readMembership( *mld, "mld", 1, 2, 65.535 );
+}
+
+// MLD's versions are one below those of IGMP that they go with.
+Router::MembershipConfig VrfReader::readMembership( const Place& place,
+                                                    const char* what,
+                                                    uint32_t oldest,
+                                                    uint32_t newest,
+                                                    double longest ) {
+   Section section( place, what );
+   Router::MembershipConfig out;
+   auto number = [&]( const char* key, uint32_t least, uint32_t most,
+                      auto& value ) {
+      uint16_t read = 0;
+      if ( !section.take( key ) ) return;
+      readTime( section, key, least, most, read );
+      value = static_cast<std::decay_t<decltype( value )>>( read );
+   };
+   auto seconds = [&]( const char* key, double most, double& value ) {
+      std::optional<Place> given = section.take( key );
+      if ( !given ) return;
+      value = Section::convert<double>( *given, key );
+      if ( !( value >= 0.1 && value <= most ) )
+         given->fail(
+            fmt::format( "{}: {} is not in 0.1 to {}", key, value, most ) );
+   };
+   uint32_t version = newest;
+   number( "version", oldest, newest, version );
+   out.version = static_cast<uint8_t>( version + 3 - newest );
+   number( "query-interval", 1, 31744, out.queryInterval );
+   seconds( "query-max-response-time", longest, out.queryResponse );
+   number( "robustness", 1, 7, out.robustness );
+   seconds( "last-member-query-interval", longest, out.lastMemberQuery );
+   number( "last-member-query-count", 1, 7, out.lastMemberCount );
+   section.value( "immediate-leave", out.immediateLeave );
+   section.value( "group-limit", out.groupLimit );
+   if ( out.queryResponse > out.queryInterval )
+      place.fail( fmt::format(
+         "{}: query-max-response-time {} s is above the interval, {} s", what,
+         out.queryResponse, out.queryInterval ) );
+   section.finish();
+   return out;
 }
 
 InterfaceConfig VrfReader::readInterface( const Place& place, VrfConfig& vrf ) {

@@ -53,8 +53,8 @@ class Run {
    Run( const Script& script, const Story& story )
       : script_( script ), story_( story ), world_( script ) {
       for ( const std::string& name : story.watched ) {
-         if ( name == "sends" ) {
-            watchesSent_ = true;
+         if ( name == "sends" || name == "queries" ) {
+            ( name == "sends" ? watchesSent_ : watchesQueries_ ) = true;
          } else {
             views_.push_back( { viewOf( name ), {} } );
          }
@@ -133,7 +133,8 @@ class Run {
 
    void look() {
       for ( const auto& [time, text] : world_.takeSent() ) {
-         if ( watchesSent_ )
+         const bool query = text.find( " query " ) != std::string::npos;
+         if ( query ? watchesQueries_ : watchesSent_ )
             changes_.emplace_back( rounded( time ), "sends " + text );
       }
       if ( !world_.runs() ) return;
@@ -181,6 +182,7 @@ class Run {
    World world_;
    std::vector<Seen> views_;
    bool watchesSent_ = false;
+   bool watchesQueries_ = false;
    std::vector<Change> changes_;
    Outcome outcome_;
 };

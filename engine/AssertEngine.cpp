@@ -5,9 +5,23 @@ namespace Router {
 using Vantu::IntfId;
 using Vantu::IpGenAddr;
 
-AssertEngine::AssertEngine( Routes& routes, Mox::Clock& clock,
-                            RouterCounters& counters )
-   : routes_( routes ), clock_( clock ), counters_( counters ) {}
+AssertEngine::AssertEngine( Routes& routes, Links& links, const Sender& sender,
+                            Mox::Clock& clock, RouterCounters& counters )
+   : routes_( routes ),
+     links_( links ),
+     sender_( sender ),
+     clock_( clock ),
+     counters_( counters ) {}
+
+void AssertEngine::send( const Key& key, const AssertMetric& metric ) {
+   Link* link = links_.find( key.intfId );
+   if ( link == nullptr ) return;
+   PimAssert message{ .group = key.group, .source = key.source };
+   message.rptBit = metric.rptBit;
+   message.preference = metric.preference.value();
+   message.metric = metric.metric.value;
+   link->send( anySource( key.group ), std::move( message ) );
+}
 
 bool AssertEngine::accept( const PimAssert& message ) {
    if ( !counters_.accepted( refusalOfGroup( message.group ) ) ) return false;
@@ -121,12 +135,17 @@ void AssertEngine::review( const RouteKey& route ) {
 AssertMachine& AssertEngine::machine( const Key& key ) {
    std::unique_ptr<AssertMachine>& machine = machines_[key];
    if ( machine == nullptr ) {
+      AssertMachine::Hooks hooks;
+      hooks.changed = [this, key] {
+         routes_.changed( { key.routeKey(), key.intfId }, { true, true } );
+      };
+      hooks.ended = [this, key] { settle( key ); };
+      if ( sender_.speaks() )
+         hooks.send = [this, key]( const AssertMetric& metric ) {
+            send( key, metric );
+         };
       machine = std::make_unique<AssertMachine>(
-         clock_, routes_.record( key.routeKey(), key.intfId ),
-         [this, key] {
-            routes_.changed( { key.routeKey(), key.intfId }, { true, true } );
-         },
-         [this, key] { settle( key ); } );
+         clock_, routes_.record( key.routeKey(), key.intfId ), std::move( hooks ) );
    }
    return *machine;
 }

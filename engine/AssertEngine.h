@@ -1,5 +1,5 @@
-// Passes received asserts to the machines of one VRF and family (RFC 7761, 4.6). A
-// machine exists while it has a state. Event-loop thread; the constructor's
+// The assert machines of one VRF and family (RFC 7761, 4.6): what they receive, and what
+// they send. A machine exists while it has a state. Event-loop thread; the constructor's
 // arguments outlive the engine.
 #pragma once
 
@@ -7,6 +7,7 @@
 
 #include "engine/AssertMachine.h"
 #include "engine/HoldTimer.h"
+#include "engine/Links.h"
 #include "engine/RouterCounters.h"
 #include "engine/Routes.h"
 
@@ -14,7 +15,8 @@ namespace Router {
 
 class PIMSM_API AssertEngine {
  public:
-   AssertEngine( Routes& routes, Mox::Clock& clock, RouterCounters& counters );
+   AssertEngine( Routes& routes, Links& links, const Sender& sender,
+                 Mox::Clock& clock, RouterCounters& counters );
 
    // As JoinPruneEngine::adopt().
    void adopt( const KeptTimers& kept );
@@ -52,7 +54,11 @@ class PIMSM_API AssertEngine {
    AssertMachine& machine( const Key& key );
    void settle( const Key& key );
 
+   void send( const Key& key, const AssertMetric& metric );
+
    Routes& routes_;
+   Links& links_;
+   const Sender& sender_;
    Mox::Clock& clock_;
    RouterCounters& counters_;
    std::map<Key, std::unique_ptr<AssertMachine>> machines_;

@@ -1,5 +1,7 @@
 #include "engine/AssertMachine.h"
 
+#include <algorithm>
+
 #include "model/Route.h"
 
 namespace Router {
@@ -16,17 +18,17 @@ bool isCancel( const AssertMetric& metric ) {
 
 }
 
-AssertMachine::AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf,
-                              std::function<void()> changed,
-                              std::function<void()> ended )
+AssertMachine::AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf, Hooks hooks )
    : intf_( std::move( intf ) ),
-     changed_( std::move( changed ) ),
-     ended_( std::move( ended ) ),
-     expiry_( clock, [this] {
-        forget( 5 );
-        auto tell = ended_;
-        tell();
-     } ) {}
+     hooks_( std::move( hooks ) ),
+     expiry_( clock, [this] { handleTime(); } ) {}
+
+void AssertMachine::handleTime() {
+   if ( intf_->assertInfo().assertState == iAmAssertWinner ) return win( 3 );
+   forget( 5 );
+   auto tell = hooks_.ended;
+   tell();
+}
 
 bool AssertMachine::wildcard() const {
    return intf_->parentRoute()->wildCard();
@@ -149,7 +151,13 @@ void AssertMachine::review() {
 }
 
 void AssertMachine::adopt( double until ) {
-   if ( intf_->assertInfo().assertState != iAmAssertLoser ) return;
+   if ( intf_->assertInfo().assertState == iAmAssertWinner ) {
+      if ( !hooks_.send ) return;
+      const double now = expiry_.clock()->now();
+      return expiry_.startUntil( until != 0.0
+                                    ? std::max( until, now )
+                                    : now + assertTime - assertOverrideInterval );
+   }
    incoming_ = isIncoming();
    if ( until != 0.0 ) {
       expiry_.resume( until );
@@ -163,8 +171,19 @@ void AssertMachine::end() {
 }
 
 void AssertMachine::win( uint8_t action ) {
+   const AssertMetric metric = ownMetric();
    expiry_.cancel();
-   set( { iAmAssertWinner, ownMetric() }, action );
+   if ( hooks_.send ) expiry_.start( assertTime - assertOverrideInterval );
+   set( { iAmAssertWinner, metric }, action );
+   send( metric );
+}
+
+// However many asserts come: RFC 7761, 4.6 leaves the rate to the router.
+void AssertMachine::send( const AssertMetric& metric ) {
+   const double now = expiry_.clock()->now();
+   if ( !hooks_.send || now < lastSent_ + leastInterval ) return;
+   lastSent_ = now;
+   hooks_.send( metric );
 }
 
 void AssertMachine::lose( const AssertMetric& metric, uint8_t action ) {
@@ -176,12 +195,14 @@ void AssertMachine::lose( const AssertMetric& metric, uint8_t action ) {
 void AssertMachine::forget( uint8_t action ) {
    expiry_.cancel();
    set( {}, action );
+   constexpr uint8_t kCancel = 4;
+   if ( action == kCancel && hooks_.send ) hooks_.send( AssertMetric() );
 }
 
 void AssertMachine::set( const AssertInfo& info, uint8_t action ) {
    intf_->lastAssertActionIs( action );
    intf_->assertInfoIs( info );
-   changed_();
+   hooks_.changed();
 }
 
 }

@@ -5,7 +5,7 @@
 //    noInfo    inferior, this router could assert                 winner     A1
 //              data comes in, this router could assert            winner     A1
 //              acceptable, tracking desired                       loser      A6
-//    winner    inferior                                           winner     A3
+//    winner    inferior; its own assert is due again              winner     A3
 //              preferred                                          loser      A2
 //              this router could not assert any more              noInfo     A4
 //    loser     preferred; acceptable from the winner              loser      A2
@@ -15,10 +15,11 @@
 //              the interface stops being the incoming one         noInfo     A5
 //              a join to this router                              noInfo     A5
 //
+// A1 and A3 send an assert, A4 cancels it; at most one assert leaves a second.
 // An (S,G) machine handles asserts without the RPT bit, and in noInfo one with the
-// bit as inferior; a (*,G) machine handles only those with it. Nothing is sent: a
-// winner keeps its state without a timer, as if its asserts were heard. State and
-// winner are the record's assertInfo, the last action is its lastAssertAction, 1 to
+// bit as inferior; a (*,G) machine handles only those with it. Where this router only
+// listens, a winner keeps its state without a timer, as if its asserts were heard. State
+// and winner are the record's assertInfo, the last action is its lastAssertAction, 1 to
 // 6. Event-loop thread.
 #pragma once
 
@@ -33,12 +34,22 @@ class PIMSM_API AssertMachine {
    using Intf = Routing::Pim::SparseMode::Intf;
    using AssertMetric = Routing::Pim::SparseMode::AssertMetric;
 
-   static constexpr double assertTime = 180.0;  // s; RFC 7761, 4.11
+   // RFC 7761, 4.11, in seconds. The winner repeats its assert that much earlier.
+   static constexpr double assertTime = 180.0;
+   static constexpr double assertOverrideInterval = 3.0;
+   static constexpr double leastInterval = 1.0;
 
-   // REQUIRES: the record's route lives. `changed` is called when the record's state has
-   // changed; `ended` when a timer has ended it; the latter may destroy the machine.
-   AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf,
-                  std::function<void()> changed, std::function<void()> ended );
+   struct Hooks {
+      // Called when the record's state has changed.
+      std::function<void()> changed;
+      // Called when a timer has ended the state; may destroy the machine.
+      std::function<void()> ended;
+      // Sends an assert with the metric; the infinite one cancels. Empty: this router
+      // only listens.
+      std::function<void( const AssertMetric& )> send = {};
+   };
+   // REQUIRES: the record's route lives.
+   AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf, Hooks hooks );
 
    // Handles an assert whose metric holds the sender's address; an infinite metric
    // with that address is a cancel. Returns whether anything changed.
@@ -51,10 +62,11 @@ class PIMSM_API AssertMachine {
    void handleNeighborLost( const Vantu::IpGenAddr& address );
    // Inputs of the macros may have changed.
    void review();
-   // Resumes a reloaded state: a loser waits for its winner until then; 0: for the
-   // assert time.
+   // Resumes a reloaded state: a loser waits for its winner until then, a winner sends
+   // its next assert; 0: after the assert time.
    void adopt( double until );
-   // The time until which it waits for its winner; 0: it does not wait.
+   // The time until which it waits for its winner, or of its own next assert; 0:
+   // neither.
    double until() const { return expiry_.until(); }
    // The interface goes: ends the state.
    void end();
@@ -78,13 +90,15 @@ class PIMSM_API AssertMachine {
    void win( uint8_t action );
    void lose( const AssertMetric& metric, uint8_t action );
    void forget( uint8_t action );
+   void handleTime();
+   void send( const AssertMetric& metric );
 
    void set( const Routing::Pim::SparseMode::AssertInfo& info, uint8_t action );
 
    Mox::Ptr<Intf> intf_;
-   std::function<void()> changed_;
-   std::function<void()> ended_;
+   Hooks hooks_;
    Timer expiry_;
+   double lastSent_ = -leastInterval;
    bool incoming_ = false;  // the incoming interface when the assert was lost
 };
 

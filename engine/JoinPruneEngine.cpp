@@ -34,17 +34,27 @@ struct JoinPruneEngine::State {
 JoinPruneEngine::JoinPruneEngine( Routes& routes, Mox::Clock& clock,
                                   const Topology& topology,
                                   const GroupPolicy* policy,
-                                  RouterCounters& counters )
+                                  RouterCounters& counters, Echo echo )
    : routes_( routes ),
      topology_( topology ),
      policy_( policy ),
      counters_( counters ),
-     deadlines_( clock, [this]( Deadline& deadline ) {
-        act( static_cast<Record&>( deadline ), []( Record& it, double now ) {
-           it.join.handleTime( *it.intf, now );
-           it.rptPrune.handleTime( *it.intf, now );
-        } );
+     echo_( std::move( echo ) ),
+     deadlines_( clock, [this]( Deadline& due ) {
+        handleDue( static_cast<Record&>( due ) );
      } ) {}
+
+// The record may go with its route, so the echo comes from its last moment.
+void JoinPruneEngine::handleDue( Record& record ) {
+   act( record, [this]( Record& it, double now ) {
+      const bool pruned =
+         it.intf->joinState() == Intf::prunePending && it.join.due() <= now;
+      it.join.handleTime( *it.intf, now );
+      it.rptPrune.handleTime( *it.intf, now );
+      if ( pruned )
+         echo_( it.intf->intfId(), *it.route, it.intf->parentRoute()->umh()->rp() );
+   } );
+}
 
 JoinPruneEngine::~JoinPruneEngine() = default;
 

@@ -22,9 +22,14 @@ class PIMSM_API JoinPruneEngine {
    using RouteKey = Routing::Pim::RouteKey;
    using RouteIntfKey = Routing::Pim::RouteIntfKey;
 
+   // Called when a prune of the route, with its RP, has waited in vain for an override.
+   using Echo = std::function<void( Vantu::IntfId, const RouteKey&,
+                                    const Vantu::IpGenAddr& rp )>;
+
    // `policy` names the groups without shared-tree state; null: none.
    JoinPruneEngine( Routes& routes, Mox::Clock& clock, const Topology& topology,
-                    const GroupPolicy* policy, RouterCounters& counters );
+                    const GroupPolicy* policy, RouterCounters& counters,
+                    Echo echo );
    ~JoinPruneEngine();
 
    // Resumes the reloaded states with their remaining times.
@@ -87,6 +92,7 @@ class PIMSM_API JoinPruneEngine {
    // Calls `change( record, now )`, which may end the record.
    template <class Act>
    void act( Record& record, Act change );
+   void handleDue( Record& record );
    void indexRptPrune( Record& record, bool pruned );
    template <class Act>
    void eachRptPrune( const Vantu::IpGenAddr& group, Vantu::IntfId intfId,
@@ -99,6 +105,7 @@ class PIMSM_API JoinPruneEngine {
    const Topology& topology_;
    const GroupPolicy* policy_;
    RouterCounters& counters_;
+   Echo echo_;
    Deadlines deadlines_;
    std::unordered_map<RouteKey, OfRoute> records_;
    // The sources pruned from a group's shared tree, by the (*,G) and the interface:

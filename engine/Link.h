@@ -24,6 +24,11 @@ class PIMSM_API Link {
    // The address that PIM uses.
    const Vantu::IpGenAddr& address() const { return own_.front(); }
    bool isOwn( const Vantu::IpGenAddr& address ) const;
+   // The hold time of this router's joins, in seconds (RFC 7761, 4.11).
+   uint16_t joinHoldtime() const {
+      constexpr double kIntervals = 3.5;
+      return static_cast<uint16_t>( config_.joinPruneInterval * kIntervals );
+   }
 
    Neighbors& neighbors() { return neighbors_; }
    const Neighbors& neighbors() const { return neighbors_; }

@@ -34,9 +34,12 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
              return upstream_.resolve( route, path );
           } } ),
      upstream_( routes_, links_, sender_, clock, counters ),
-     joinPrune_( routes_, clock, topology_, &policy_, counters ),
+     joinPrune_( routes_, clock, topology_, &policy_, counters,
+                 [this]( IntfId intfId, const auto& key, const IpGenAddr& rp ) {
+                    upstream_.echoPrune( intfId, key, rp );
+                 } ),
      membership_( routes_, links_, sender_, clock, &policy_, counters ),
-     asserts_( routes_, clock, counters ),
+     asserts_( routes_, links_, sender_, clock, counters ),
      sources_( routes_, clock, topology_, counters ),
      forwarding_( model,
                   { [this]( const auto& key ) { review( key ); },

@@ -12,7 +12,6 @@ using Vantu::IpGenAddr;
 namespace {
 
 constexpr uint16_t kForever = 0xffff;
-constexpr double kJoinsInHoldtime = 3.5;
 
 // The winner of an assert that this router lost on the interface; null without one.
 const IpGenAddr* assertWinner( const Sm::Route& route, IntfId intfId ) {
@@ -357,6 +356,18 @@ void UpstreamEngine::sendRpt( const Record& record, bool join ) {
    add( *to, Tree::sharedLessSource, record, join );
 }
 
+// The message goes to this router itself, for the others to see.
+void UpstreamEngine::echoPrune( IntfId intfId, const RouteKey& key,
+                                const IpGenAddr& rp ) {
+   const Link* link = links_.find( intfId );
+   if ( !sender_.speaks() || link == nullptr || link->neighbors().size() < 2 )
+      return;
+   Target* const to = target( intfId, link->address() );
+   const bool shared = key.source.isUnspecified();
+   to->queue.add( shared ? Tree::shared : Tree::source, key, false, rp );
+   waiting_.insert( to );
+}
+
 // All joins of the neighbour that are due soon.
 void UpstreamEngine::takeAlong( Target& target ) {
    const double until = clock_.now() + together;
@@ -377,11 +388,9 @@ void UpstreamEngine::flush( Target& target ) {
       pruneBeside( target, group );
    const bool ipv4 = target.neighbor.family() == Vantu::AddressFamily::ipv4;
    const size_t mtu = std::max<size_t>( link->config().mtu, ipv4 ? 576 : 1280 );
-   const auto holdtime =
-      static_cast<uint16_t>( link->config().joinPruneInterval * kJoinsInHoldtime );
    const size_t leftOut =
-      target.queue.flush( target.neighbor, holdtime, mtu - ( ipv4 ? 20 : 40 ),
-                          [&]( PimJoinPrune message ) {
+      target.queue.flush( target.neighbor, link->joinHoldtime(),
+                          mtu - ( ipv4 ? 20 : 40 ), [&]( PimJoinPrune message ) {
                              link->send( target.neighbor, std::move( message ) );
                           } );
    counters_.joins( prunesLeftOut, leftOut );

@@ -53,6 +53,11 @@ class PIMSM_API UpstreamEngine {
    // A message of another router on the link to another router.
    void receive( const Link& link, const PimJoinPrune& message );
 
+   // A neighbour on the link pruned the route, and none of the others overrode it: tells
+   // them so, in case an override was lost (PruneEcho of RFC 7761, 4.5.1 and 4.5.2).
+   void echoPrune( Vantu::IntfId intfId, const RouteKey& key,
+                   const Vantu::IpGenAddr& rp );
+
    // Sends all that waits.
    void flush();
 

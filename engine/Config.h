@@ -118,6 +118,9 @@ struct VrfConfig {
    // When true, joins count only from neighbours that sent a hello (RFC 7761,
    // 4.3.1).
    bool requireHello = true;
+   // The rate of a source, in kbit/s, above which a router with members leaves the
+   // shared tree; 0: at the first packet, infinity: never (RFC 7761, 4.2.1).
+   double sptThreshold = 0.0;
    // The names of access lists, one a family; see SsmGroupInfo.h and FrrFilterSm.h.
    std::string ssmFilter, ssmFilter6;
    std::string frrFilter, frrFilter6;
@@ -129,6 +132,12 @@ struct VrfConfig {
 
    bool operator==( const VrfConfig& ) const = default;
 };
+
+// The interface's first address of the family that routers beyond the link can reach, or
+// else another interface's; the unspecified one without any.
+PIMSM_API Vantu::IpGenAddr globalAddress( const VrfConfig& vrf,
+                                          Vantu::IntfId intfId,
+                                          Vantu::AddressFamily family );
 
 // Is it one of this router's addresses in the VRF?
 PIMSM_API bool isOwn( const VrfConfig& vrf, const Vantu::IpGenAddr& address );

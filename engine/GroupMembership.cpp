@@ -29,8 +29,8 @@ void GroupMembership::receive( const MembershipRecord& record, uint8_t version )
    if ( version < 3 && record.type == isExclude )
       ( version == 1 ? version1Until_ : version2Until_ ) =
          now + times_.membership();
-   const bool oldest = version1Until_ > now;
-   const bool old = oldest || version2Until_ > now;
+   const bool oldest = oldestVersion() == 1;
+   const bool old = oldestVersion() < 3;
    switch ( record.type ) {
       case isInclude:
       case allow:
@@ -54,15 +54,33 @@ void GroupMembership::handleQuery( const Sources& sources, double time ) {
    if ( sources.empty() && exclude_ ) group_.lower( time );
 }
 
-void GroupMembership::adoptExclude() {
+void GroupMembership::adoptExclude( double until ) {
    exclude_ = true;
-   group_.start( times_.membership() );
+   if ( until == 0.0 ) return group_.start( times_.membership() );
+   group_.resume( until );
 }
 
-void GroupMembership::adoptSource( const IpGenAddr& source, bool requested ) {
-   if ( requested ) return request( source, times_.membership() );
-   adoptExclude();
+void GroupMembership::adoptSource( const IpGenAddr& source, bool requested,
+                                   double until ) {
+   if ( requested ) {
+      const double now = clock_.now();
+      return request( source, until == 0.0 ? times_.membership()
+                                           : Timer::resumed( now, until ) - now );
+   }
+   if ( !exclude_ ) adoptExclude( 0.0 );
    sources_[source] = std::nullopt;
+}
+
+void GroupMembership::adoptVersion( uint8_t version ) {
+   const double until = clock_.now() + times_.membership();
+   if ( version == 1 ) version1Until_ = until;
+   if ( version == 2 ) version2Until_ = until;
+}
+
+uint8_t GroupMembership::oldestVersion() const {
+   const double now = clock_.now();
+   if ( version1Until_ > now ) return 1;
+   return version2Until_ > now ? 2 : 3;
 }
 
 std::map<IpGenAddr, bool> GroupMembership::sources() const {

@@ -71,10 +71,14 @@ class PIMSM_API GroupMembership {
    // `time`.
    void handleQuery( const std::vector<Vantu::IpGenAddr>& sources, double time );
 
-   // Resumes reloaded members for a membership time from now on. Excluded sources
-   // imply EXCLUDE mode.
-   void adoptExclude();
-   void adoptSource( const Vantu::IpGenAddr& source, bool requested );
+   // Resumes reloaded members until that time; 0: for a membership time from now on.
+   // Excluded sources imply EXCLUDE mode.
+   void adoptExclude( double until );
+   void adoptSource( const Vantu::IpGenAddr& source, bool requested, double until );
+   // Hosts of that version were there: 3 for the present one.
+   void adoptVersion( uint8_t version );
+   // The version of the oldest host that is there.
+   uint8_t oldestVersion() const;
 
    // Does a host want all sources but the excluded ones?
    bool excludeMode() const { return exclude_; }

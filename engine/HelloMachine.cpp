@@ -73,18 +73,17 @@ PimHello HelloMachine::content() const {
    return hello;
 }
 
-void HelloMachine::send( uint16_t holdtime ) {
+bool HelloMachine::send( uint16_t holdtime ) {
    PimHello hello = content();
    hello.holdtime = holdtime;
-   sender_.send( { intfId_, own(), allPimRouters( own().family() ),
-                   pimMessage( std::move( hello ) ) } );
+   return sender_.send( { intfId_, own(), allPimRouters( own().family() ),
+                          pimMessage( std::move( hello ) ) } );
 }
 
 void HelloMachine::sendNow() {
-   introduced_ = true;
-   deaf_.clear();
-   next_.start( config_.helloInterval );
-   send( config_.helloHoldtime );
+   introduced_ = send( config_.helloHoldtime );
+   if ( introduced_ ) deaf_.clear();
+   next_.start( introduced_ ? config_.helloInterval : Sender::retry );
 }
 
 void HelloMachine::startWithin( double most ) {

@@ -50,7 +50,7 @@ class PIMSM_API HelloMachine {
  private:
    bool speaks() const { return sender_.speaks() && !config_.passive; }
    PimHello content() const;
-   void send( uint16_t holdtime );
+   bool send( uint16_t holdtime );
    void sendNow();
    void startWithin( double most );
 

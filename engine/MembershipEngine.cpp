@@ -62,7 +62,12 @@ void MembershipEngine::receiveReport( IntfId intfId,
       GroupMembership& machine = membership( intfId, record.group );
       limitSources( machine, record );
       machine.receive( record, report.version );
+      const bool mayLeave = record.type == toInclude || record.type == toExclude ||
+                            record.type == block;
+      if ( mayLeave ) hosts( intfId ).groups.at( record.group ).told = true;
       update( intfId, record.group );
+      if ( hosts( intfId ).groups.count( record.group ) != 0 )
+         tellTimes( intfId, record.group );
    }
 }
 
@@ -102,6 +107,8 @@ void MembershipEngine::receiveQuery( IntfId intfId, const IpGenAddr& from,
    const double answer =
       query.maxResponse != 0.0 ? query.maxResponse : times.lastMemberQuery;
    found->second.membership->handleQuery( query.sources, times.queries() * answer );
+   found->second.told = true;
+   tellTimes( intfId, query.group );
 }
 
 void MembershipEngine::ask( IntfId intfId, const IpGenAddr& group,
@@ -145,6 +152,40 @@ void MembershipEngine::update( IntfId intfId, const IpGenAddr& group ) {
    write( intfId, group, state, machine.excludeMode(), sources );
    if ( !state.shared && state.sources.empty() )
       hosts( intfId ).groups.erase( IpGenAddr( group ) );
+}
+
+// A time that differs from the usual one is told to the next process, and told again
+// when it is the usual one.
+void MembershipEngine::tellTimes( IntfId intfId, const IpGenAddr& group ) {
+   Group& state = hosts( intfId ).groups.at( group );
+   const bool old = state.membership->oldestVersion() < 3;
+   if ( !state.told && !old ) return;
+   bool differs = old;
+   auto changed = [&]( const RouteKey& key ) {
+      Published::Downstream record{ { key, intfId } };
+      tell( record );
+      differs |= record.memberUntil != 0.0;
+      routes_.changed( { key, intfId }, { false, true } );
+   };
+   if ( state.shared ) changed( { anySource( group ), group } );
+   for ( const auto& [source, included] : state.sources )
+      changed( { source, group } );
+   state.told = differs;
+}
+
+void MembershipEngine::tell( Published::Downstream& record ) const {
+   const auto& [route, intfId] = record.key;
+   auto at = hosts_.find( intfId );
+   if ( at == hosts_.end() ) return;
+   auto group = at->second.groups.find( route.group );
+   if ( group == at->second.groups.end() ) return;
+   const GroupMembership& machine = *group->second.membership;
+   const bool shared = route.source.isUnspecified();
+   const double left = shared ? machine.left() : machine.left( route.source );
+   if ( left > 0.0 && left <= at->second.querier.times().lastMember() )
+      record.memberUntil = clock_.now() + left;
+   if ( machine.oldestVersion() < 3 && shared )
+      record.memberVersion = machine.oldestVersion();
 }
 
 void MembershipEngine::end( IntfId intfId, const IpGenAddr& group ) {
@@ -192,12 +233,12 @@ bool MembershipEngine::writeRecord( const RouteKey& key, IntfId intfId,
    intf->localMembershipIs( included );
    intf->localReceiverIncludeIs( included );
    intf->localReceiverExcludeIs( excluded );
-   routes_.changed( { key, intfId }, { states, false } );
+   routes_.changed( { key, intfId }, { states, !wanted } );
    routes_.update( key, intfId );
    return true;
 }
 
-void MembershipEngine::adopt() {
+void MembershipEngine::adopt( const KeptTimers& kept ) {
    for ( const auto& route : routes_.model().route() ) {
       const RouteKey& key = route.key();
       for ( const Routes::Intf& intf : route.routeIntf() ) {
@@ -208,11 +249,16 @@ void MembershipEngine::adopt() {
             ->localMembershipIs( intf.localReceiverInclude() );
          GroupMembership& machine = membership( intf.intfId(), key.group );
          Group& state = hosts( intf.intfId() ).groups[key.group];
+         const Published::Downstream timers = kept( { key, intf.intfId() } );
+         state.told = true;  // compared once with what stands
+         if ( timers.memberVersion != 0 )
+            machine.adoptVersion( static_cast<uint8_t>( timers.memberVersion ) );
          if ( key.source.isUnspecified() ) {
-            machine.adoptExclude();
+            machine.adoptExclude( timers.memberUntil );
             state.shared = true;
          } else {
-            machine.adoptSource( key.source, intf.localReceiverInclude() );
+            machine.adoptSource( key.source, intf.localReceiverInclude(),
+                                 timers.memberUntil );
             state.sources[key.source] = intf.localReceiverInclude();
          }
       }

@@ -11,6 +11,7 @@
 #include <memory>
 #include <set>
 
+#include "engine/HoldTimer.h"
 #include "engine/Links.h"
 #include "engine/RouterCounters.h"
 #include "engine/Routes.h"
@@ -36,8 +37,10 @@ class PIMSM_API MembershipEngine {
    const Querier* querier( Vantu::IntfId intfId ) const;
 
    // Resumes reloaded members: each stays for a membership time unless a host
-   // reports it again.
-   void adopt();
+   // reports it again, or until a former process's question would be answered.
+   void adopt( const KeptTimers& kept );
+   // Writes the record's time for the next process.
+   void tell( Published::Downstream& record ) const;
 
    // The policy has changed: members that want all sources of a now source-specific
    // group lose them.
@@ -56,6 +59,7 @@ class PIMSM_API MembershipEngine {
    struct Group {
       std::unique_ptr<GroupMembership> membership;
       std::unique_ptr<SpecificQueries> queries;  // null until the first
+      bool told = false;  // times for the next process differ from the usual ones
       // The state in the records: membership of the shared tree, and of each source
       // whether it is included. A state without room is tried again with the next
       // report; a group with no state in the records is forgotten until then.
@@ -75,6 +79,7 @@ class PIMSM_API MembershipEngine {
                       const MembershipQuery& query );
    bool accept( Vantu::IntfId intfId, const MembershipRecord& record );
    Hosts& hosts( Vantu::IntfId intfId );
+   void tellTimes( Vantu::IntfId intfId, const Vantu::IpGenAddr& group );
    void ask( Vantu::IntfId intfId, const Vantu::IpGenAddr& group,
              const std::vector<Vantu::IpGenAddr>& sources );
    void limitSources( const GroupMembership& machine, MembershipRecord& record );

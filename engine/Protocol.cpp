@@ -5,6 +5,22 @@ namespace Router {
 using Vantu::IntfId;
 using Vantu::IpGenAddr;
 
+namespace {
+
+// What is sent changes what the next process has to know of a link.
+Speech telling( Speech speech, std::function<void()> linksChanged ) {
+   if ( !speech.send ) return speech;
+   auto send = std::move( speech.send );
+   speech.send = [send = std::move( send ),
+                  changed = std::move( linksChanged )]( const Outgoing& message ) {
+      changed();
+      return send( message );
+   };
+   return speech;
+}
+
+}
+
 Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
                     const Mox::Ptr<Routing::Pim::SparseMode::Status>& model,
                     Mox::Ptr<Routing::Pim::Status> pimStatus,
@@ -13,10 +29,11 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
    : family_( family ),
      config_( config ),
      counters_( counters ),
-     sender_( std::move( hooks.speech ), counters ),
+     linksChanged_( std::move( hooks.linksChanged ) ),
+     sender_( telling( std::move( hooks.speech ), linksChanged_ ), counters ),
      links_(
         family, config, std::move( pimStatus ), clock, sender_,
-        { std::move( hooks.linksChanged ),
+        { linksChanged_,
           [this]( IntfId intfId, const IpGenAddr& address, NeighborEvent event ) {
              handleNeighbor( intfId, address, event );
           },
@@ -33,21 +50,26 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
           [this]( Routes::Route& route, const Topology::Path& path ) {
              return upstream_.resolve( route, path );
           } } ),
-     upstream_( routes_, links_, sender_, clock, counters ),
+     upstream_( routes_, links_, config, sender_, clock, counters ),
      joinPrune_( routes_, clock, topology_, &policy_, counters,
                  [this]( IntfId intfId, const auto& key, const IpGenAddr& rp ) {
                     upstream_.echoPrune( intfId, key, rp );
                  } ),
      membership_( routes_, links_, sender_, clock, &policy_, counters ),
      asserts_( routes_, links_, sender_, clock, counters ),
-     sources_( routes_, clock, topology_, counters ),
+     sources_( routes_, clock, topology_, sender_.speaks(), counters ),
      forwarding_( model,
                   { [this]( const auto& key ) { review( key ); },
                     [changed = hooks.changed]( const auto& key, IntfId intfId ) {
                        changed( key, intfId, false );
                     },
                     [this]( const auto& key ) { upstream_.review( key ); } } ),
-     registering_( std::move( registers ), clock, topology_, config, counters ) {}
+     registering_( registers, clock, topology_, config, sender_.speaks(),
+                   counters ),
+     registerSender_(
+        { routes_, topology_, &policy_, config, sender_, clock, counters },
+        std::move( registers ), std::move( hooks.registering ) ),
+     registerReceiver_( routes_, sources_, config, sender_, clock ) {}
 
 void Protocol::handleNeighbor( IntfId intfId, const IpGenAddr& address,
                                NeighborEvent event ) {
@@ -59,6 +81,7 @@ void Protocol::handleNeighbor( IntfId intfId, const IpGenAddr& address,
 void Protocol::start( const Kept& kept ) {
    links_.start( kept.hello );
    membership_.updateLinks( kept.querier );
+   keptJoins_ = kept.lastJoins;
 }
 
 // The states that the macros read come before the macros.
@@ -67,6 +90,7 @@ void Protocol::review( const Routing::Pim::RouteKey& key ) {
    if ( !sender_.speaks() ) return;
    upstream_.prepare( key );
    routes_.updateTree( key );
+   registerSender_.review( key );
 }
 
 void Protocol::endStates( IntfId intfId ) {
@@ -82,23 +106,27 @@ void Protocol::adoptNeighbor( IntfId intfId, const IpGenAddr& address,
    link->neighbors().adopt( address, hello, until );
 }
 
-void Protocol::adopt( const KeptTimers& kept ) {
+void Protocol::adopt( const KeptTimers& kept,
+                      const RegisterSender::KeptTimes& registering ) {
    adopted_ = true;
    routes_.adopt();
    joinPrune_.adopt( kept );
-   membership_.adopt();
+   membership_.adopt( kept );
    asserts_.adopt( kept );
    sources_.adopt();
    for ( IntfId intfId : routes_.intfs() ) {
       if ( links_.find( intfId ) == nullptr ) endStates( intfId );
    }
    registering_.adopt();
+   registerSender_.adopt( registering );
+   upstream_.adopt( keptJoins_ );
 }
 
 Published::Downstream Protocol::timers(
    const Routing::Pim::RouteIntfKey& key ) const {
    Published::Downstream record{ key };
    joinPrune_.tell( record );
+   membership_.tell( record );
    asserts_.tell( record );
    return record;
 }
@@ -130,22 +158,59 @@ void Protocol::receiveData( const Routing::Pim::RouteKey& key, IntfId intfId,
 
 void Protocol::receive( IntfId intfId, const IpPacket& packet,
                         const Message& message ) {
+   // Registers and stops are unicast, whatever link they come by.
+   if ( const auto* pim = std::get_if<PimMessage>( &message ) ) {
+      if ( const auto* got = std::get_if<PimRegister>( &pim->body ) )
+         return receiveRegister( packet, *got );
+      if ( const auto* got = std::get_if<PimRegisterStop>( &pim->body ) ) {
+         if ( sender_.speaks() ) return registerSender_.receive( packet, *got );
+         return registering_.receive( packet, *got );
+      }
+   }
    Link* link = links_.find( intfId );
    if ( link == nullptr ) return counters_.refused( noAddress );
    if ( const auto* pim = std::get_if<PimMessage>( &message ) )
       return receivePim( *link, packet, *pim );
    if ( link->isOwn( packet.source ) ) return counters_.refused( ownPacket );
+   // The querier may be another one, with other times.
+   const auto& membership = std::get<MembershipMessage>( message );
+   if ( std::holds_alternative<MembershipQuery>( membership ) ) linksChanged_();
    membership_.receive( *link, packet.source,
                         std::get<MembershipMessage>( message ) );
 }
 
+// Whoever registers with the wrong router is told to stop, too.
+void Protocol::receiveRegister( const IpPacket& packet,
+                                const PimRegister& message ) {
+   const bool served = registering_.receive( packet, message );
+   if ( !sender_.speaks() ) return;
+   if ( served ) return registerReceiver_.receive( packet, message );
+   const bool toUs =
+      isOwn( config_, packet.destination ) && !isOwn( config_, packet.source );
+   if ( toUs && !refusalOfRoute( message.source, message.group ) )
+      registerReceiver_.refuse( packet, message );
+}
+
+void Protocol::receiveShared( const Routing::Pim::RouteKey& key ) {
+   const bool immediate = sender_.speaks() && config_.sptThreshold == 0.0;
+   const Mox::Ptr<Routes::Route> shared =
+      routes_.find( { anySource( key.group ), key.group } );
+   if ( !immediate || shared == nullptr ) return;
+   const Mox::Ptr<Routes::Route> route = routes_.find( key );
+   for ( const Routes::Intf& intf : std::as_const( *shared ).routeIntf() ) {
+      const Routes::Intf* own =
+         route == nullptr ? nullptr
+                          : std::as_const( *route ).routeIntf( intf.intfId() );
+      const bool member =
+         intf.includeWc() && ( own == nullptr || !own->excludeSg() );
+      if ( !member ) continue;
+      sources_.keepAlive( key, SourceEngine::keepalivePeriod );
+      return;
+   }
+}
+
 void Protocol::receivePim( Link& link, const IpPacket& packet,
                            const PimMessage& message ) {
-   // Registers and stops are unicast; this router's own registers count, too.
-   if ( const auto* got = std::get_if<PimRegister>( &message.body ) )
-      return registering_.receive( packet, *got );
-   if ( const auto* got = std::get_if<PimRegisterStop>( &message.body ) )
-      return registering_.receive( packet, *got );
    if ( link.isOwn( packet.source ) ) return counters_.refused( ownPacket );
    if ( std::holds_alternative<std::monostate>( message.body ) )
       return counters_.refused( otherType );

@@ -11,6 +11,8 @@
 #include "engine/Links.h"
 #include "engine/MembershipEngine.h"
 #include "engine/RegisterEngine.h"
+#include "engine/RegisterReceiver.h"
+#include "engine/RegisterSender.h"
 #include "engine/SourceEngine.h"
 #include "engine/UpstreamEngine.h"
 #include "packet/Message.h"
@@ -30,6 +32,9 @@ class PIMSM_API Protocol {
       // Called when the links' DR roles or neighbours may have changed.
       std::function<void()> linksChanged = [] {};
       Changed changed = []( const Routing::Pim::RouteKey&, Vantu::IntfId, bool ) {};
+      // Called when registering( key ) has changed.
+      std::function<void( const Routing::Pim::RouteKey& )> registering =
+         []( const Routing::Pim::RouteKey& ) {};
       // Empty: the router listens and sends nothing.
       Speech speech = {};
    };
@@ -45,10 +50,20 @@ class PIMSM_API Protocol {
    struct Kept {
       Links::Kept hello;
       MembershipEngine::Kept querier;
+      // When joins were last repeated to a neighbour; 0: not known.
+      UpstreamEngine::LastJoins lastJoins;
    };
    void start( const Kept& kept );
 
    const Links& links() const { return links_; }
+   // Null without such a link.
+   const Querier* querier( Vantu::IntfId intfId ) const {
+      return membership_.querier( intfId );
+   }
+   double lastJoins( Vantu::IntfId intfId,
+                     const Vantu::IpGenAddr& neighbor ) const {
+      return upstream_.lastJoins( intfId, neighbor );
+   }
    // This router leaves its links by intent.
    void sayGoodbye() { links_.sayGoodbye(); }
 
@@ -57,7 +72,13 @@ class PIMSM_API Protocol {
                        const PimHello& hello, std::optional<double> until );
 
    // Called once, when the model has been reloaded: the engines resume its states.
-   void adopt( const KeptTimers& kept );
+   void adopt( const KeptTimers& kept,
+               const RegisterSender::KeptTimes& registering = {} );
+   // The register times of a source, for the next process; nothing: none runs.
+   std::optional<RegisterSender::Kept> registering(
+      const Routing::Pim::RouteKey& key ) const {
+      return registerSender_.kept( key );
+   }
    // The record's timers for the next process.
    Published::Downstream timers( const Routing::Pim::RouteIntfKey& key ) const;
 
@@ -77,6 +98,9 @@ class PIMSM_API Protocol {
    void receiveMore( const Routing::Pim::RouteKey& key, double age ) {
       sources_.receiveMore( key, age );
    }
+   // A source's first packet came along the shared tree (RFC 7761, 4.2.1): changes over
+   // to the source's tree, if members are there and the configuration wants it.
+   void receiveShared( const Routing::Pim::RouteKey& key );
 
    // The host's routes have changed.
    void pathsChanged();
@@ -94,6 +118,7 @@ class PIMSM_API Protocol {
    void handleNeighbor( Vantu::IntfId intfId, const Vantu::IpGenAddr& address,
                         NeighborEvent event );
    void endStates( Vantu::IntfId intfId );
+   void receiveRegister( const IpPacket& packet, const PimRegister& message );
    void receivePim( Link& link, const IpPacket& packet, const PimMessage& message );
    void receiveOfNeighbor( const Link& link, const IpPacket& packet,
                            const PimMessage& message );
@@ -104,6 +129,8 @@ class PIMSM_API Protocol {
    const VrfConfig& config_;
    RouterCounters& counters_;
    bool adopted_ = false;
+   UpstreamEngine::LastJoins keptJoins_;
+   std::function<void()> linksChanged_;
    Sender sender_;
    Links links_;
    Topology topology_;
@@ -116,6 +143,8 @@ class PIMSM_API Protocol {
    SourceEngine sources_;
    ForwardingEngine forwarding_;
    RegisterEngine registering_;
+   RegisterSender registerSender_;
+   RegisterReceiver registerReceiver_;
 };
 
 }

@@ -71,14 +71,18 @@ void Querier::useOwnTimes() {
    times_.immediateLeave = config_.immediateLeave;
 }
 
+// A query that could not leave is tried again: so hosts hear one when the link comes up.
 void Querier::handleQueryDue() {
-   if ( startupLeft_ > 0 ) --startupLeft_;
-   next_.start( startupLeft_ > 0 ? times_.queryInterval / kStartupsInInterval
-                                 : times_.queryInterval );
    MembershipQuery query;
    query.group = IpGenAddr::unspecified( own_.family() );
    query.maxResponse = times_.queryResponse;
-   send( std::move( query ) );
+   const uint32_t left = startupLeft_;
+   if ( startupLeft_ > 0 ) --startupLeft_;
+   next_.start( startupLeft_ > 0 ? times_.queryInterval / kStartupsInInterval
+                                 : times_.queryInterval );
+   if ( send( std::move( query ) ) ) return;
+   startupLeft_ = left;
+   next_.start( Sender::retry );
 }
 
 void Querier::handleOtherGone() {
@@ -114,7 +118,10 @@ void Querier::ask( const IpGenAddr& group, const std::vector<IpGenAddr>& sources
    query.group = group;
    query.suppress = suppress;
    query.maxResponse = times_.lastMemberQuery;
-   if ( sources.empty() ) return send( std::move( query ) );
+   if ( sources.empty() ) {
+      send( std::move( query ) );
+      return;
+   }
    const size_t most = sourcesOf( own_.family(), mtu_ );
    for ( size_t from = 0; from < sources.size(); from += most ) {
       const size_t to = std::min( from + most, sources.size() );
@@ -124,13 +131,13 @@ void Querier::ask( const IpGenAddr& group, const std::vector<IpGenAddr>& sources
    }
 }
 
-void Querier::send( MembershipQuery query ) {
+bool Querier::send( MembershipQuery query ) {
    query.version = config_.version;
    query.robustness = config_.robustness;
    query.interval = times_.queryInterval;
    const IpGenAddr destination =
       query.group.isUnspecified() ? allSystems( own_.family() ) : query.group;
-   sender_.send(
+   return sender_.send(
       { intfId_, own_, destination, MembershipMessage( std::move( query ) ) } );
 }
 

@@ -58,7 +58,7 @@ class PIMSM_API Querier {
    void useOwnTimes();
    void handleQueryDue();
    void handleOtherGone();
-   void send( MembershipQuery query );
+   bool send( MembershipQuery query );
 
    Mox::Clock& clock_;
    Sender& sender_;

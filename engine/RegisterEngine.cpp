@@ -32,11 +32,13 @@ struct RegisterEngine::Source {
 
 RegisterEngine::RegisterEngine(
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables, Mox::Clock& clock,
-   const Topology& topology, const VrfConfig& config, RouterCounters& counters )
+   const Topology& topology, const VrfConfig& config, bool rpOnly,
+   RouterCounters& counters )
    : tables_( std::move( tables ) ),
      clock_( clock ),
      topology_( topology ),
      config_( config ),
+     rpOnly_( rpOnly ),
      counters_( counters ) {}
 
 RegisterEngine::~RegisterEngine() = default;
@@ -64,22 +66,31 @@ bool RegisterEngine::accept( const IpGenAddr& group, const IpGenAddr& source ) {
    return counters_.accepted( refusalOfRoute( source, group ) );
 }
 
-void RegisterEngine::receive( const IpPacket& packet, const PimRegister& message ) {
-   if ( !accept( message.group, message.source ) ) return;
+bool RegisterEngine::receive( const IpPacket& packet, const PimRegister& message ) {
+   auto refused = [this]( Refusal reason ) {
+      counters_.refused( reason );
+      return false;
+   };
+   if ( !accept( message.group, message.source ) ) return false;
    RouteKey key{ message.source, message.group };
-   if ( isOwn( packet.source ) ) return receiveSent( key, message.nullRegister );
-   if ( !isOwn( packet.destination ) ) return counters_.refused( notToUs );
+   if ( isOwn( packet.source ) ) {
+      if ( rpOnly_ ) return refused( ownPacket );
+      receiveSent( key, message.nullRegister );
+      return false;
+   }
+   if ( !isOwn( packet.destination ) ) return refused( notToUs );
    const RpConfig* rp = ownRp( message.group );
-   if ( rp == nullptr ) return counters_.refused( notTheRp );
+   if ( rp == nullptr ) return refused( notTheRp );
    const auto& peers = rp->anycastPeers;
    if ( std::find( peers.begin(), peers.end(), packet.source ) != peers.end() ) {
       source( key ).fromPeer.start( rpKeepalive );
    } else if ( packet.destination == rp->address ) {
       source( key ).fromRouter.start( rpKeepalive );
    } else {
-      return counters_.refused( notTheRp );
+      return refused( notTheRp );
    }
    update( key );
+   return true;
 }
 
 // An RP also passes registers on to its peers. This router is the first hop only of
@@ -191,21 +202,29 @@ void RegisterEngine::remove( const RouteKey& key ) {
 
 // The tables that hold a source show what caused it.
 void RegisterEngine::adopt() {
+   if ( rpOnly_ ) return adoptRegistered();
    for ( const RouteKey& key : tables_->drDiscoveredSg().keys() ) {
       Source& sent = source( key );
       sent.registered.start( keepalive );
       if ( tables_->noRegisterOif().has( key ) ) sent.stopped.start( suppression );
    }
+   adoptRegistered();
+}
+
+// As the RP.
+void RegisterEngine::adoptRegistered() {
    for ( const RouteKey& key : tables_->anycastDiscoveredSg().keys() ) {
       source( key ).fromPeer.start( rpKeepalive );
    }
    // A peer's register alone does not add the register interface to an olist.
    for ( const RouteKey& key : tables_->registerOif().keys() ) {
+      if ( rpOnly_ && ownRp( key.group ) == nullptr ) continue;
       Source& passedOn = source( key );
       if ( !passedOn.registered.running() )
          passedOn.fromRouter.start( rpKeepalive );
    }
    for ( const RouteKey& key : tables_->noRegisterOif().keys() ) {
+      if ( rpOnly_ && ownRp( key.group ) == nullptr ) continue;
       if ( !source( key ).known() ) source( key ).fromRouter.start( rpKeepalive );
    }
    updateConfig();

@@ -1,5 +1,7 @@
 // Keeps the register tables of one VRF and family from decoded registers and
-// register-stops (RFC 7761, 4.4; RFC 4610). Nothing is sent.
+// register-stops (RFC 7761, 4.4; RFC 4610). Nothing is sent. Where this router
+// sends, only the RP's part is here: RegisterSender is the first hop's, RegisterReceiver
+// answers.
 //
 // As the RP of a group, that is where its configured RP is an own address:
 //   a register of an anycast-RP peer  the source is anycastDiscoveredSg
@@ -42,7 +44,7 @@ class PIMSM_API RegisterEngine {
 
    RegisterEngine( Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables,
                    Mox::Clock& clock, const Topology& topology,
-                   const VrfConfig& config, RouterCounters& counters );
+                   const VrfConfig& config, bool rpOnly, RouterCounters& counters );
    ~RegisterEngine();
 
    // Resumes the tables' entries after a reload.
@@ -51,8 +53,9 @@ class PIMSM_API RegisterEngine {
    // The configuration has changed: ends the states that it no longer supports.
    void updateConfig();
 
-   // Handles a register sent to this router, or by it.
-   void receive( const IpPacket& packet, const PimRegister& message );
+   // Handles a register sent to this router, or by it. Returns whether this router
+   // serves it as the group's RP.
+   bool receive( const IpPacket& packet, const PimRegister& message );
    // Handles a register-stop sent to this router.
    void receive( const IpPacket& packet, const PimRegisterStop& message );
 
@@ -66,6 +69,7 @@ class PIMSM_API RegisterEngine {
    const RpConfig* ownRp( const Vantu::IpGenAddr& group ) const;
    bool accept( const Vantu::IpGenAddr& group, const Vantu::IpGenAddr& source );
    void receiveSent( const RouteKey& key, bool nullRegister );
+   void adoptRegistered();
    void receiveStop( const RouteKey& key );
    Source& source( const RouteKey& key );
    void update( const RouteKey& key );
@@ -78,6 +82,7 @@ class PIMSM_API RegisterEngine {
    Mox::Clock& clock_;
    const Topology& topology_;
    const VrfConfig& config_;
+   const bool rpOnly_;
    RouterCounters& counters_;
    std::map<RouteKey, std::unique_ptr<Source>> sources_;
 };

@@ -31,10 +31,12 @@ bool lostAssert( const Routes::Route& route ) {
 // Update_SPTbit(S,G) of RFC 7761, 4.2.2, for a route that is joined, as far as data
 // need not be waited for.
 bool comesBySourceTreeAlone( const Routes::Route& route ) {
-   if ( route.directlyConnected() || route.wc() == nullptr ||
-        route.nullInheritedOlistSgRpt() || lostAssert( route ) )
+   if ( route.directlyConnected() || route.wc() == nullptr || lostAssert( route ) )
       return true;
-   return route.nsfRpfResolved() && route.rpf().sameNeighbor( route.rpfWc() );
+   // At the RP registers bring it, too.
+   if ( route.rpfWc().intfId == registerIntf() ) return false;
+   return route.nullInheritedOlistSgRpt() ||
+          ( route.nsfRpfResolved() && route.rpf().sameNeighbor( route.rpfWc() ) );
 }
 
 // Would data on the source tree's interface show that it comes by that tree?

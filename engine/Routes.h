@@ -26,6 +26,12 @@ inline Vantu::IpGenAddr anySource( const Vantu::IpGenAddr& group ) {
    return Vantu::IpGenAddr::unspecified( group.family() );
 }
 
+// The interface by which registers come in; the protocol macros know it.
+inline const Vantu::IntfId& registerIntf() {
+   static const Vantu::IntfId intfId( "Register0" );
+   return intfId;
+}
+
 class PIMSM_API Routes {
  public:
    using Intf = Routing::Pim::SparseMode::Intf;

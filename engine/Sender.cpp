@@ -4,12 +4,14 @@
 
 namespace Router {
 
-void Sender::send( const Outgoing& message ) {
-   if ( speech_.send( message ) ) {
+bool Sender::send( const Outgoing& message ) {
+   const bool left = speech_.send( message );
+   if ( left ) {
       counters_.sent( message.message );
    } else {
       counters_.unsent( message.message );
    }
+   return left;
 }
 
 }

@@ -35,8 +35,9 @@ class PIMSM_API Sender {
 
    // False: the router listens only. REQUIRES true for all below.
    bool speaks() const { return speech_.send != nullptr; }
-   // Counts the message by its kind and outcome.
-   void send( const Outgoing& message );
+   // Counts the message by its kind and outcome; false: it could not leave.
+   bool send( const Outgoing& message );
+   static constexpr double retry = 1.0;  // s, for messages that must not be missed
    // A random time from 0 to below `most`.
    double randomTime( double most ) const { return speech_.uniform() * most; }
    uint32_t randomWord() const {

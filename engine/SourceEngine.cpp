@@ -3,10 +3,12 @@
 namespace Router {
 
 SourceEngine::SourceEngine( Routes& routes, Mox::Clock& clock,
-                            const Topology& topology, RouterCounters& counters )
+                            const Topology& topology, bool joins,
+                            RouterCounters& counters )
    : routes_( routes ),
      clock_( clock ),
      topology_( topology ),
+     joins_( joins ),
      counters_( counters ) {}
 
 bool SourceEngine::attached( const RouteKey& key ) const {
@@ -29,32 +31,39 @@ void SourceEngine::receiveData( const RouteKey& key, Vantu::IntfId intfId,
    if ( !path.attached || path.rpf.intfId != intfId ) return;
    routes_.route( key )->katExpiredIs( false );
    routes_.update( key );
-   start( key, left );
+   start( key, left, true );
+}
+
+bool SourceEngine::keepAlive( const RouteKey& key, double seconds ) {
+   if ( !accept( key ) ) return false;
+   routes_.route( key )->katExpiredIs( false );
+   start( key, seconds, false );
+   routes_.update( key );
+   return true;
 }
 
 // The kernel passes no packet up for a route that a join made before the source
 // sent. Its packet count shows that the source sends.
 void SourceEngine::receiveMore( const RouteKey& key, double age ) {
    const double left = keepalivePeriod - age;
-   auto found = keepalive_.find( key );
-   if ( found != keepalive_.end() ) {
-      found->second->extend( left );
-      return;
-   }
+   auto found = sources_.find( key );
+   if ( found != sources_.end() ) return found->second.keepalive.extend( left );
    Mox::Ptr<Routes::Route> route = routes_.find( key );
    if ( !( left > 0.0 ) || route == nullptr || route->wildCard() ) return;
    const Topology::Path path = topology_.pathTo( key.source );
-   if ( !path.attached || path.rpf.intfId != route->incomingIntf() ) return;
+   const bool onLink = path.attached && path.rpf.intfId == route->incomingIntf();
+   const bool joined = joins_ && route->spTree() && route->joinDesiredSg();
+   if ( !onLink && !joined ) return;
    route->katExpiredIs( false );
    routes_.update( key );
-   start( key, left );
+   start( key, left, onLink );
 }
 
-void SourceEngine::start( const RouteKey& key, double seconds ) {
-   std::unique_ptr<Timer>& timer = keepalive_[key];
-   if ( timer == nullptr )
-      timer = std::make_unique<Timer>( clock_, [this, key] { end( key ); } );
-   timer->extend( seconds );
+void SourceEngine::start( const RouteKey& key, double seconds, bool onLink ) {
+   auto over = [this, key] { end( key ); };
+   Source& source = sources_.try_emplace( key, clock_, over, onLink ).first->second;
+   source.onLink |= onLink;
+   source.keepalive.extend( seconds );
 }
 
 void SourceEngine::end( const RouteKey& key ) {
@@ -62,20 +71,22 @@ void SourceEngine::end( const RouteKey& key ) {
       route->katExpiredIs( true );
       routes_.update( key );
    }
-   keepalive_.erase( key );
+   sources_.erase( RouteKey( key ) );
 }
 
 void SourceEngine::adopt() {
    for ( const auto& route : routes_.model().route() ) {
-      if ( !route.katExpired() ) start( route.key(), keepalivePeriod );
+      if ( route.katExpired() ) continue;
+      const RouteKey& key = route.key();
+      start( key, keepalivePeriod, !joins_ || attached( key ) );
    }
    updatePaths();
 }
 
 void SourceEngine::updatePaths() {
    std::vector<RouteKey> gone;
-   for ( const auto& [key, timer] : keepalive_ ) {
-      if ( !attached( key ) ) gone.push_back( key );
+   for ( const auto& [key, source] : sources_ ) {
+      if ( source.onLink && !attached( key ) ) gone.push_back( key );
    }
    for ( const RouteKey& key : gone ) end( key );
 }

@@ -1,6 +1,7 @@
-// Sources on this router's own links, known from packets that the forwarding
-// process reports: (S,G) state at the first-hop router with its keepalive timer
-// (RFC 7761, 4.2 and 4.11). Event-loop thread; the constructor's arguments outlive
+// The sources that send, each with the keepalive timer of its route (RFC 7761, 4.2 and
+// 4.11): those on this router's own links, known from packets that the forwarding process
+// reports; where this router joins, also those whose data it forwards, and those that are
+// registered with it. Event-loop thread; the constructor's arguments outlive
 // the engine.
 #pragma once
 
@@ -17,8 +18,9 @@ class PIMSM_API SourceEngine {
  public:
    static constexpr double keepalivePeriod = 210.0;  // s
 
+   // `joins`: this router sends joins.
    SourceEngine( Routes& routes, Mox::Clock& clock, const Topology& topology,
-                 RouterCounters& counters );
+                 bool joins, RouterCounters& counters );
 
    // Resumes the reloaded sources for a keepalive period from now on.
    void adopt();
@@ -29,9 +31,13 @@ class PIMSM_API SourceEngine {
                      double age );
 
    // As above for a forwarded packet, whose incoming interface is known. Restarts a
-   // running timer; starts one only for a directly connected source. Makes no
-   // route.
+   // running timer; starts one only for a directly connected source, or for one that
+   // is joined. Makes no route.
    void receiveMore( const Routing::Pim::RouteKey& key, double age );
+
+   // The source sends by other evidence: its route, made where missing, lives for that
+   // time. Returns false, and counts it, where it cannot be.
+   bool keepAlive( const Routing::Pim::RouteKey& key, double seconds );
 
    // The configuration or the routes have changed: ends the state of sources that
    // are no longer on this router's links.
@@ -42,14 +48,21 @@ class PIMSM_API SourceEngine {
 
    bool accept( const RouteKey& key );
    bool attached( const RouteKey& key ) const;
-   void start( const RouteKey& key, double seconds );
+   struct Source {
+      Source( Mox::Clock& clock, std::function<void()> over, bool on )
+         : keepalive( clock, std::move( over ) ), onLink( on ) {}
+      Timer keepalive;
+      bool onLink;  // known from this router's link
+   };
+   void start( const RouteKey& key, double seconds, bool onLink );
    void end( const RouteKey& key );
 
    Routes& routes_;
    Mox::Clock& clock_;
    const Topology& topology_;
+   const bool joins_;
    RouterCounters& counters_;
-   std::map<RouteKey, std::unique_ptr<Timer>> keepalive_;
+   std::map<RouteKey, Source> sources_;
 };
 
 }

@@ -39,6 +39,7 @@ struct UpstreamEngine::Target : Deadline {
    std::unordered_set<Record*> records;
    std::set<std::pair<double, Record*>> joins;  // by JT
    JoinPruneQueue queue;
+   double lastJoins = 0.0;
 };
 
 struct UpstreamEngine::Record : Deadline {
@@ -62,10 +63,12 @@ struct UpstreamEngine::Group {
    std::map<IpGenAddr, std::unique_ptr<Record>> sources;
 };
 
-UpstreamEngine::UpstreamEngine( Routes& routes, Links& links, const Sender& sender,
+UpstreamEngine::UpstreamEngine( Routes& routes, Links& links,
+                                const VrfConfig& config, const Sender& sender,
                                 Mox::Clock& clock, RouterCounters& counters )
    : routes_( routes ),
      links_( links ),
+     config_( config ),
      sender_( sender ),
      clock_( clock ),
      counters_( counters ),
@@ -137,6 +140,36 @@ void UpstreamEngine::moveTo( Record& record, Target* target ) {
    setJoinDue( record, due );
 }
 
+void UpstreamEngine::adopt( const LastJoins& lastJoins ) {
+   if ( !sender_.speaks() ) return;
+   std::vector<RouteKey> keys = Mox::keysOf( routes_.model().route() );
+   std::stable_partition( keys.begin(), keys.end(), []( const RouteKey& key ) {
+      return key.source.isUnspecified();
+   } );
+   for ( const RouteKey& key : keys ) {
+      const Mox::Ptr<Route> route = routes_.find( key );
+      Record& record = make( key );
+      record.routed = true;
+      record.rp = route->umh()->rp();
+      record.viaAssert = viaAssert( *route );
+      record.joined = route->upJoinState() == Sm::upJoined;
+      moveTo( record, targetOf( *route ) );
+      if ( !record.shared() ) record.rpt = route->upRptState();
+      record.rptTarget = record.shared() ? nullptr : targetOfRpt( key );
+      Target* const to = record.target;
+      if ( !record.joined || to == nullptr || !to->known() ) continue;
+      if ( to->lastJoins == 0.0 )
+         to->lastJoins = lastJoins( to->intfId, to->neighbor );
+      const double interval = links_.find( to->intfId )->config().joinPruneInterval;
+      setJoinDue( record, std::max( to->lastJoins + interval, clock_.now() ) );
+   }
+}
+
+double UpstreamEngine::lastJoins( IntfId intfId, const IpGenAddr& neighbor ) const {
+   auto found = targets_.find( { intfId, neighbor } );
+   return found == targets_.end() ? 0.0 : found->second->lastJoins;
+}
+
 // ---- the neighbour of a path
 
 Routing::Pim::Rpf UpstreamEngine::resolve( Route& route,
@@ -144,7 +177,12 @@ Routing::Pim::Rpf UpstreamEngine::resolve( Route& route,
    Routing::Pim::Rpf rpf = path.rpf;
    const Link* link = links_.find( rpf.intfId );
    bool resolved = true;
-   if ( sender_.speaks() && !path.attached && link != nullptr ) {
+   const bool atRp =
+      sender_.speaks() && route.wildCard() && isOwn( config_, route.umh()->rp() );
+   if ( atRp ) {
+      rpf = Routing::Pim::Rpf();
+      rpf.intfId = registerIntf();
+   } else if ( sender_.speaks() && !path.attached && link != nullptr ) {
       const IpGenAddr* winner = assertWinner( route, rpf.intfId );
       const IpGenAddr neighbor =
          winner != nullptr ? *winner : link->neighbors().primaryOf( rpf.neighbor );
@@ -202,14 +240,18 @@ void UpstreamEngine::review( const RouteKey& key ) {
    if ( Record* record = find( key ) ) leave( *record );
 }
 
+UpstreamEngine::Target* UpstreamEngine::targetOf( const Route& route ) {
+   const Routing::Pim::Rpf& rpf = route.rpf();
+   if ( route.rpfAttached() || links_.find( rpf.intfId ) == nullptr )
+      return nullptr;
+   return target( rpf.intfId, route.nsfRpfResolved()
+                                 ? rpf.neighbor
+                                 : anySource( route.key().group ) );
+}
+
 // RFC 7761, 4.5.4 and 4.5.5.
 void UpstreamEngine::follow( Record& record, const Route& route ) {
-   const Routing::Pim::Rpf& rpf = route.rpf();
-   Target* to = nullptr;
-   if ( !route.rpfAttached() && links_.find( rpf.intfId ) != nullptr )
-      to = target( rpf.intfId, route.nsfRpfResolved()
-                                  ? rpf.neighbor
-                                  : anySource( record.key.group ) );
+   Target* const to = targetOf( route );
    record.rp = route.umh()->rp();
    Target* const from = record.target;
    const bool byAssert = viaAssert( route ) || record.viaAssert;
@@ -371,6 +413,8 @@ void UpstreamEngine::echoPrune( IntfId intfId, const RouteKey& key,
 // All joins of the neighbour that are due soon.
 void UpstreamEngine::takeAlong( Target& target ) {
    const double until = clock_.now() + together;
+   if ( !target.joins.empty() && target.joins.begin()->first < until )
+      target.lastJoins = clock_.now();
    while ( !target.joins.empty() && target.joins.begin()->first < until )
       sendJoin( *target.joins.begin()->second, periodic );
 }

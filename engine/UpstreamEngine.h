@@ -33,13 +33,23 @@ class PIMSM_API UpstreamEngine {
    // Joins that are due so soon go out with the others of their neighbour.
    static constexpr double together = 1.0;  // s
 
-   UpstreamEngine( Routes& routes, Links& links, const Sender& sender,
-                   Mox::Clock& clock, RouterCounters& counters );
+   UpstreamEngine( Routes& routes, Links& links, const VrfConfig& config,
+                   const Sender& sender, Mox::Clock& clock,
+                   RouterCounters& counters );
    ~UpstreamEngine();
+
+   using LastJoins =
+      std::function<double( Vantu::IntfId, const Vantu::IpGenAddr& )>;
+   // Resumes the reloaded upstream states: each neighbour gets its joins a period after
+   // the last ones, at once if that is over.
+   void adopt( const LastJoins& lastJoins );
+   // When the neighbour last got joins that were due; 0: never.
+   double lastJoins( Vantu::IntfId intfId, const Vantu::IpGenAddr& neighbor ) const;
 
    // The neighbour towards which the route joins: the one of the path, or the winner of
    // an assert that this router lost on the path's interface. Notes in the route
-   // whether there is one; without one the path stays.
+   // whether there is one; without one the path stays. At the RP itself a shared tree
+   // begins at the register interface.
    Routing::Pim::Rpf resolve( Route& route, const Topology::Path& path ) const;
 
    // Called before the route's states are decided: an assert may have changed its
@@ -76,6 +86,7 @@ class PIMSM_API UpstreamEngine {
    Target* target( Vantu::IntfId intfId, const Address& neighbor );
    void moveTo( Record& record, Target* target );
 
+   Target* targetOf( const Route& route );
    void follow( Record& record, const Route& route );
    void followRpt( Record& record, const Route& route );
    void leave( Record& record );
@@ -111,6 +122,7 @@ class PIMSM_API UpstreamEngine {
 
    Routes& routes_;
    Links& links_;
+   const VrfConfig& config_;
    const Sender& sender_;
    Mox::Clock& clock_;
    RouterCounters& counters_;

@@ -7,7 +7,9 @@
 namespace Published {
 
 // clang-format off
-#define PUBLISHED_UPCALL_KINDS( V ) V( noCacheUpcall ) V( wrongVifUpcall )
+#define PUBLISHED_UPCALL_KINDS( V )                        \
+   V( noCacheUpcall ) V( wrongVifUpcall )                  \
+   V( sharedTreeUpcall ) /* a source came by a (*,G) entry */
 
 #define PUBLISHED_MFIB_VIF( FIELD ) \
    FIELD( Vantu::IntfId, key,        {} ) \

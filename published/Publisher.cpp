@@ -63,12 +63,30 @@ void publishNeighbors( FamilyStatus& tables, const std::vector<Neighbor>& all ) 
       [&]( const NeighborKey& key ) { tables.neighborDel( key ); } );
 }
 
+void publishNeighborAddresses( FamilyStatus& tables,
+                               const std::vector<NeighborAddress>& all ) {
+   publishAll(
+      tables.neighborAddress(), all,
+      [&]( const NeighborAddress& record ) { tables.neighborAddressIs( record ); },
+      [&]( const NeighborAddressKey& key ) { tables.neighborAddressDel( key ); } );
+}
+
 void publishDownstream( FamilyStatus& tables, const Downstream& record ) {
    attempt( tables.downstream(), [&] {
       if ( record == Downstream{ record.key } ) {
          tables.downstreamDel( record.key );
       } else if ( !stands( tables.downstream(), record ) ) {
          tables.downstreamIs( record );
+      }
+   } );
+}
+
+void publishRegistering( FamilyStatus& tables, const Registering& record ) {
+   attempt( tables.registering(), [&] {
+      if ( record.until == 0.0 ) {
+         tables.registeringDel( record.key );
+      } else if ( !stands( tables.registering(), record ) ) {
+         tables.registeringIs( record );
       }
    } );
 }

@@ -16,8 +16,13 @@ PIMSM_API void publishInterfaces( FamilyStatus& tables,
                                   const std::vector<Interface>& all );
 PIMSM_API void publishNeighbors( FamilyStatus& tables,
                                  const std::vector<Neighbor>& all );
+PIMSM_API void publishNeighborAddresses( FamilyStatus& tables,
+                                         const std::vector<NeighborAddress>& all );
 // Publishes one record, or removes it when no timer runs.
 PIMSM_API void publishDownstream( FamilyStatus& tables, const Downstream& record );
+// Publishes one record, or removes it when no time runs.
+PIMSM_API void publishRegistering( FamilyStatus& tables,
+                                   const Registering& record );
 PIMSM_API void publishRps( FamilyStatus& tables, const std::vector<Rp>& all );
 PIMSM_API void publishAccessRules( FamilyStatus& tables,
                                    const std::vector<AccessRule>& all );

@@ -13,7 +13,15 @@ namespace Published {
    FIELD( Vantu::IpGenAddr, address,      {} ) /* primary, of the family */ \
    FIELD( uint8_t,          prefixLength, 0 ) \
    FIELD( bool,             iAmDr,        false ) \
-   FIELD( uint32_t,         neighbors,    0 ) /* PIM neighbours */
+   FIELD( uint32_t,         neighbors,    0 ) /* PIM neighbours */ \
+   FIELD( Vantu::IpGenAddr, dr,           {} ) \
+   FIELD( bool,             speaks,       false ) /* the router sends there; else 0 below */ \
+   FIELD( uint32_t,         generationId, 0 ) \
+   FIELD( double,           nextHello,    0.0 ) \
+   FIELD( Vantu::IpGenAddr, querier,      {} ) /* of hosts */ \
+   FIELD( double,           otherQuerierUntil, 0.0 ) /* 0: it is this router */ \
+   FIELD( double,           nextQuery,    0.0 ) \
+   FIELD( uint32_t,         startupQueries, 0 ) /* still to be sent at start-up */
 
 #define PUBLISHED_NEIGHBOR_KEY( FIELD ) \
    FIELD( Vantu::IntfId,    intfId,  {} ) \
@@ -32,7 +40,17 @@ namespace Published {
    FIELD( uint32_t,               overrideInterval, 0 ) /* ms */ \
    FIELD( bool,                   trackingSupport,  false ) \
    FIELD( uint32_t,               holdtime,         0 ) /* s; 65535: for ever */ \
-   FIELD( double,                 until,            0.0 ) /* 0: not known */
+   FIELD( double,                 until,            0.0 ) /* 0: not known */ \
+   FIELD( double,                 lastJoins,        0.0 ) /* periodic ones sent to it; 0: none */
+
+#define PUBLISHED_NEIGHBOR_ADDRESS_KEY( FIELD ) \
+   FIELD( Vantu::IntfId,    intfId,   {} ) \
+   FIELD( Vantu::IpGenAddr, neighbor, {} ) /* its primary address */ \
+   FIELD( Vantu::IpGenAddr, address,  {} )
+
+// A secondary address that a neighbour told.
+#define PUBLISHED_NEIGHBOR_ADDRESS( FIELD ) \
+   FIELD( Published::NeighborAddressKey, key, {} )
 
 // The timers of an interface of a route, for the next agent. 0: not running.
 #define PUBLISHED_DOWNSTREAM( FIELD ) \
@@ -41,7 +59,15 @@ namespace Published {
    FIELD( double,                     rptHoldtime,       0.0 ) /* s from lastRptPruneReceived on */ \
    FIELD( double,                     prunePendingUntil, 0.0 ) \
    FIELD( double,                     rptPendingUntil,   0.0 ) \
-   FIELD( double,                     assertUntil,       0.0 )
+   FIELD( double,                     assertUntil,       0.0 ) \
+   FIELD( double,                     memberUntil,       0.0 ) /* of members asked whether they left */ \
+   FIELD( uint32_t,                   memberVersion,     0 ) /* of the oldest host; 0: 3 */
+
+// A source on this router's link whose registers its RP has stopped, for the next agent.
+#define PUBLISHED_REGISTERING( FIELD ) \
+   FIELD( Routing::Pim::RouteKey, key,     {} ) \
+   FIELD( bool,                   probing, false ) /* the RP has been asked anew */ \
+   FIELD( double,                 until,   0.0 ) /* when that time is over */
 
 #define PUBLISHED_RP_KEY( FIELD ) \
    FIELD( Vantu::IpGenAddr, group,  {} ) \
@@ -91,9 +117,23 @@ struct Neighbor {
    bool operator==( const Neighbor& ) const = default;
 };
 
+struct NeighborAddressKey {
+   PUBLISHED_NEIGHBOR_ADDRESS_KEY( MOX_RECORD_FIELD )
+   auto operator<=>( const NeighborAddressKey& ) const = default;
+};
+struct NeighborAddress {
+   PUBLISHED_NEIGHBOR_ADDRESS( MOX_RECORD_FIELD )
+   bool operator==( const NeighborAddress& ) const = default;
+};
+
 struct Downstream {
    PUBLISHED_DOWNSTREAM( MOX_RECORD_FIELD )
    bool operator==( const Downstream& ) const = default;
+};
+
+struct Registering {
+   PUBLISHED_REGISTERING( MOX_RECORD_FIELD )
+   bool operator==( const Registering& ) const = default;
 };
 
 struct RpKey {
@@ -135,7 +175,12 @@ namespace Brane {
 BRANE_FLAT_RECORD( Published::Interface, "Interface", PUBLISHED_INTERFACE )
 BRANE_FLAT_RECORD( Published::NeighborKey, "NeighborKey", PUBLISHED_NEIGHBOR_KEY )
 BRANE_FLAT_RECORD( Published::Neighbor, "Neighbor", PUBLISHED_NEIGHBOR )
+BRANE_FLAT_RECORD( Published::NeighborAddressKey, "NeighborAddressKey",
+                   PUBLISHED_NEIGHBOR_ADDRESS_KEY )
+BRANE_FLAT_RECORD( Published::NeighborAddress, "NeighborAddress",
+                   PUBLISHED_NEIGHBOR_ADDRESS )
 BRANE_FLAT_RECORD( Published::Downstream, "Downstream", PUBLISHED_DOWNSTREAM )
+BRANE_FLAT_RECORD( Published::Registering, "Registering", PUBLISHED_REGISTERING )
 BRANE_FLAT_RECORD( Published::RpKey, "RpKey", PUBLISHED_RP_KEY )
 BRANE_FLAT_RECORD( Published::Rp, "Rp", PUBLISHED_RP )
 BRANE_FLAT_RECORD( Published::AccessRuleKey, "AccessRuleKey",

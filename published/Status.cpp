@@ -9,6 +9,7 @@ namespace {
 
 constexpr uint32_t kMaxInterfaces = 4096;
 constexpr uint32_t kMaxNeighbors = 16384;
+constexpr uint32_t kMaxRegistering = 16384;
 constexpr uint32_t kMaxRps = 1024;
 constexpr uint32_t kMaxAccessRules = 4096;
 constexpr uint32_t kMaxSettings = 64;
@@ -54,7 +55,9 @@ Mox::Ptr<FamilyStatus> FamilyStatus::mount( Corvex::EntityManager& manager,
    Mox::Ptr<FamilyStatus> entity = entityAt<FamilyStatus>( manager, path );
    initialize( *entity->interfaceControl(), role, kMaxInterfaces, manager );
    initialize( *entity->neighborControl(), role, kMaxNeighbors, manager );
+   initialize( *entity->neighborAddressControl(), role, kMaxNeighbors, manager );
    initialize( *entity->downstreamControl(), role, routeIntfs, manager );
+   initialize( *entity->registeringControl(), role, kMaxRegistering, manager );
    initialize( *entity->rpControl(), role, kMaxRps, manager );
    initialize( *entity->accessRuleControl(), role, kMaxAccessRules, manager );
    initialize( *entity->settingControl(), role, kMaxSettings, manager );

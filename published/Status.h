@@ -11,7 +11,9 @@ namespace Published {
 
 using InterfaceTable = MoxBrane::Table<Interface>;
 using NeighborTable = MoxBrane::Table<Neighbor>;
+using NeighborAddressTable = MoxBrane::Table<NeighborAddress>;
 using DownstreamTable = MoxBrane::Table<Downstream>;
+using RegisteringTable = MoxBrane::Table<Registering>;
 using RpTable = MoxBrane::Table<Rp>;
 using AccessRuleTable = MoxBrane::Table<AccessRule>;
 using SettingTable = MoxBrane::Table<Setting>;
@@ -21,7 +23,9 @@ using CounterTable = MoxBrane::Table<Counter>;
 #define PUBLISHED_FAMILY_ATTRIBUTES( A ) \
    A( Table, interface,  Interface,  InterfaceTable,  , "interfaces that speak PIM" ) \
    A( Table, neighbor,   Neighbor,   NeighborTable,   , "PIM neighbours; the next agent knows them from here" ) \
+   A( Table, neighborAddress, NeighborAddress, NeighborAddressTable, , "their secondary addresses" ) \
    A( Table, downstream, Downstream, DownstreamTable, , "timers of route interfaces; the next agent goes on with them" ) \
+   A( Table, registering, Registering, RegisteringTable, , "stopped registers; the next agent goes on with them" ) \
    A( Table, rp,         Rp,         RpTable,         , "configured RPs by group range" ) \
    A( Table, accessRule, AccessRule, AccessRuleTable, , "of the lists that settings name" ) \
    A( Table, setting,    Setting,    SettingTable,    , "other configuration" )

@@ -56,6 +56,9 @@ void MfibWatch::readUpcall( const RouteIntfKey& key ) {
    Published::MfibUpcall upcall;
    if ( !adopted_ || tables_->upcall().find( key, upcall ) != Brane::lookupFound )
       return;
+   if ( upcall.kind == Published::sharedTreeUpcall &&
+        age( upcall.last ) < wrongVifTime )
+      protocol_.receiveShared( key.routeKey );
    const bool wrong =
       upcall.kind == Published::wrongVifUpcall && age( upcall.last ) < wrongVifTime;
    protocol_.receiveData( key.routeKey, key.intfId, age( upcall.last ), wrong );

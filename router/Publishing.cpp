@@ -1,5 +1,7 @@
 #include "router/Publishing.h"
 
+#include <map>
+
 #include "published/Publisher.h"
 
 namespace Router {
@@ -9,7 +11,8 @@ using Vantu::IntfId;
 using Vantu::IpGenAddr;
 
 Published::Neighbor neighborRecord( IntfId intfId, const IpGenAddr& address,
-                                    const Neighbors::Neighbor& neighbor ) {
+                                    const Neighbors::Neighbor& neighbor,
+                                    double lastJoins ) {
    const PimHello& hello = neighbor.hello;
    const LanPruneDelay delay = hello.lanPruneDelay.value_or( LanPruneDelay() );
    return { { intfId, address, 0 },
@@ -23,7 +26,8 @@ Published::Neighbor neighborRecord( IntfId intfId, const IpGenAddr& address,
             delay.trackingSupport,
             hello.holdtime.value_or(
                static_cast<uint16_t>( Neighbors::defaultHoldtime ) ),
-            neighbor.expiry->until() };
+            neighbor.expiry->until(),
+            lastJoins };
 }
 
 PimHello helloOf( const Published::Neighbor& record ) {
@@ -37,6 +41,36 @@ PimHello helloOf( const Published::Neighbor& record ) {
    if ( record.until != 0.0 )
       hello.holdtime = static_cast<uint16_t>( record.holdtime );
    return hello;
+}
+
+Published::Interface interfaceRecord( const Link& link, const Querier* querier,
+                                      const Routing::Pim::Intf& intf ) {
+   Published::Interface out{ .key = link.intfId(), .address = intf.addr().address };
+   out.prefixLength = intf.addr().prefixLength;
+   out.iAmDr = intf.iAmDr();
+   out.neighbors = static_cast<uint32_t>( link.neighbors().size() );
+   out.dr = link.neighbors().dr();
+   if ( const auto hello = link.hello().kept() ) {
+      out.speaks = true;
+      out.generationId = hello->generationId;
+      out.nextHello = hello->nextHello;
+   }
+   if ( querier != nullptr ) {
+      const Querier::Kept kept = querier->kept();
+      out.querier = kept.querier;
+      out.otherQuerierUntil = kept.otherUntil;
+      out.nextQuery = kept.nextQuery;
+      out.startupQueries = kept.startupLeft;
+   }
+   return out;
+}
+
+std::optional<Published::Interface> interfaceOf(
+   const Published::FamilyStatus& tables, IntfId intfId ) {
+   Published::Interface record;
+   if ( tables.interface().find( intfId, record ) != Brane::lookupFound )
+      return std::nullopt;
+   return record;
 }
 
 Vantu::IpGenPrefix allGroups( Vantu::AddressFamily family ) {
@@ -88,16 +122,20 @@ void publishLinks( Published::FamilyStatus& tables, const Protocol& protocol,
                    const Routing::Pim::Status& pimStatus ) {
    std::vector<Published::Interface> interfaces;
    std::vector<Published::Neighbor> neighbors;
+   std::vector<Published::NeighborAddress> addresses;
    for ( const auto& [intfId, link] : protocol.links().all() ) {
-      const Routing::Pim::Intf& intf = *pimStatus.intf( intfId );
-      interfaces.push_back( { intfId, intf.addr().address, intf.addr().prefixLength,
-                              intf.iAmDr(),
-                              static_cast<uint32_t>( link.neighbors().size() ) } );
-      for ( const auto& [address, neighbor] : link.neighbors().all() )
-         neighbors.push_back( neighborRecord( intfId, address, neighbor ) );
+      interfaces.push_back( interfaceRecord( link, protocol.querier( intfId ),
+                                             *pimStatus.intf( intfId ) ) );
+      for ( const auto& [address, neighbor] : link.neighbors().all() ) {
+         neighbors.push_back( neighborRecord(
+            intfId, address, neighbor, protocol.lastJoins( intfId, address ) ) );
+         for ( const IpGenAddr& each : neighbor.hello.addresses )
+            addresses.push_back( { { intfId, address, each } } );
+      }
    }
    Published::publishInterfaces( tables, interfaces );
    Published::publishNeighbors( tables, neighbors );
+   Published::publishNeighborAddresses( tables, addresses );
 }
 
 void publishConfig( Published::FamilyStatus& tables, Vantu::AddressFamily family,
@@ -119,13 +157,40 @@ void publishConfig( Published::FamilyStatus& tables, Vantu::AddressFamily family
         setting( "access-rules", std::to_string( rules.size() ) ) } );
 }
 
+Protocol::Kept keptLinks( const Published::FamilyStatus& tables ) {
+   Protocol::Kept kept;
+   kept.hello = [&tables]( IntfId intfId ) -> std::optional<HelloMachine::Kept> {
+      const auto record = interfaceOf( tables, intfId );
+      if ( !record || !record->speaks ) return std::nullopt;
+      return HelloMachine::Kept{ record->generationId, record->nextHello };
+   };
+   kept.querier = [&tables]( IntfId intfId ) -> std::optional<Querier::Kept> {
+      const auto record = interfaceOf( tables, intfId );
+      if ( !record || record->querier.isUnspecified() ) return std::nullopt;
+      return Querier::Kept{ record->querier, record->otherQuerierUntil,
+                            record->nextQuery, record->startupQueries };
+   };
+   kept.lastJoins = [&tables]( IntfId intfId, const IpGenAddr& neighbor ) {
+      Published::Neighbor record;
+      tables.neighbor().find( { intfId, neighbor, 0 }, record );
+      return record.lastJoins;
+   };
+   return kept;
+}
+
 void adoptNeighbors( Protocol& protocol, const Published::FamilyStatus& tables ) {
+   std::map<Published::NeighborKey, std::vector<IpGenAddr>> addresses;
+   for ( const Published::NeighborAddressKey& key :
+         tables.neighborAddress().keys() )
+      addresses[{ key.intfId, key.neighbor, 0 }].push_back( key.address );
    for ( const Published::NeighborKey& key : tables.neighbor().keys() ) {
       Published::Neighbor record;
       if ( tables.neighbor().find( key, record ) != Brane::lookupFound ) continue;
       std::optional<double> until;
       if ( record.until != 0.0 ) until = record.until;
-      protocol.adoptNeighbor( key.intfId, key.address, helloOf( record ), until );
+      PimHello hello = helloOf( record );
+      hello.addresses = addresses[key];
+      protocol.adoptNeighbor( key.intfId, key.address, hello, until );
    }
 }
 

@@ -18,6 +18,10 @@ PIMSM_API void publishConfig( Published::FamilyStatus& tables,
                               Vantu::AddressFamily family, const VrfConfig& config,
                               const Routing::Pim::SparseMode::Status& model );
 
+// What a former process published of its links, for Protocol::start(). Keeps a
+// reference to the tables.
+PIMSM_API Protocol::Kept keptLinks( const Published::FamilyStatus& tables );
+
 // Takes over the neighbours that a former process published. Call it before
 // anything else is published, so that each link keeps its DR.
 PIMSM_API void adoptNeighbors( Protocol& protocol,

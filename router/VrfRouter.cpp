@@ -33,6 +33,7 @@ VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
                   [this]( const auto& key, Vantu::IntfId intfId, bool timers ) {
                      markExport( key, intfId, timers );
                   },
+                  [this]( const auto& key ) { registeringDue_.push_back( key ); },
                   options.speech } ),
      mfib_( Published::MfibStatus::mount(
                manager, Published::MfibStatus::mountPath( family, config.name ),
@@ -43,7 +44,7 @@ VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
      resume_( &clock ),
      familyCounters_( vrf_.tables()->name(), clock.now() ) {
    vrf_.model()->pimStatusIs( pimStatus_ );
-   protocol_.start( {} );
+   protocol_.start( keptLinks( *vrf_.published() ) );
    adoptNeighbors( protocol_, *vrf_.published() );
 }
 
@@ -53,11 +54,20 @@ void VrfRouter::adopt() {
    MOX_ASSERT( ready() && !adopted_ );
    adopted_ = true;
    familyCounters_.reloaded( vrf_.model()->route().size(), clock_.now() );
-   protocol_.adopt( [this]( const Routing::Pim::RouteIntfKey& key ) {
-      Published::Downstream kept{ key };
-      vrf_.published()->downstream().find( key, kept );
-      return kept;
-   } );
+   protocol_.adopt(
+      [this]( const Routing::Pim::RouteIntfKey& key ) {
+         Published::Downstream kept{ key };
+         vrf_.published()->downstream().find( key, kept );
+         return kept;
+      },
+      [this]( const Routing::Pim::RouteKey& key )
+         -> std::optional<RegisterSender::Kept> {
+         Published::Registering record;
+         const auto& table = vrf_.published()->registering();
+         if ( table.find( key, record ) != ::Brane::lookupFound )
+            return std::nullopt;
+         return RegisterSender::Kept{ record.probing, record.until };
+      } );
    markAllTimers();
    mfib_.adopted();
    tally_.touch();
@@ -88,6 +98,12 @@ void VrfRouter::markAllTimers() {
 void VrfRouter::publishTimers() {
    for ( const auto& key : std::exchange( timersDue_, {} ) )
       Published::publishDownstream( *vrf_.published(), protocol_.timers( key ) );
+   for ( const auto& key : std::exchange( registeringDue_, {} ) ) {
+      const auto kept = protocol_.registering( key );
+      Published::Registering record{ .key = key };
+      if ( kept ) record = { key, kept->probing, kept->until };
+      Published::publishRegistering( *vrf_.published(), record );
+   }
 }
 
 void VrfRouter::receive( Vantu::IntfId intfId, const IpPacket& packet,

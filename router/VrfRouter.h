@@ -123,6 +123,7 @@ class PIMSM_API VrfRouter {
    FamilyCounters familyCounters_;
    bool publishDue_ = true;  // interfaces or configuration have changed
    std::vector<Routing::Pim::RouteIntfKey> timersDue_;  // may have changed
+   std::vector<Routing::Pim::RouteKey> registeringDue_;
    bool adopted_ = false;
    std::optional<double> behindSince_;  // forwarding has been behind since then
    std::deque<std::function<void()>> waiting_;

@@ -91,7 +91,7 @@ bool Reader::option() {
    return true;
 }
 
-// hello [dr N | no-dr] [generation N] [delays PROPAGATION/OVERRIDE in ms] [no-hold]
+// hello [and ADDRESS] [dr N | no-dr] [generation N] [delays PROPAGATION/OVERRIDE in ms] [no-hold]
 PimHello Reader::hello() {
    PimHello out;
    out.drPriority = 1;
@@ -105,6 +105,8 @@ PimHello Reader::hello() {
          out.drPriority.reset();
       } else if ( words_.accept( "no-hold" ) ) {
          holds = false;
+      } else if ( words_.accept( "and" ) ) {
+         out.addresses.push_back( address() );
       } else if ( words_.accept( "generation" ) ) {
          out.generationId = words_.whole();
       } else if ( words_.accept( "delays" ) ) {

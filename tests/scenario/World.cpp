@@ -264,17 +264,18 @@ void World::kernel( Words& words ) {
       const auto count = static_cast<uint64_t>( words.number() );
       mfib_->cacheIs(
          { key, count, count * 100, 0, count == 0 ? 0.0 : clock_.now() } );
-   } else if ( what == "packet" || what == "wrong" ) {
+   } else if ( what == "packet" || what == "wrong" || what == "shared" ) {
       if ( !words.accept( "on" ) ) throw ScriptError( "on which interface?" );
       const IntfId intf( words.next() );
       double age = 0.0;
       if ( !words.atEnd() ) age = words.seconds();
       words.accept( "ago" );
-      mfib_->upcallIs(
-         { { key, intf },
-           what == "packet" ? Published::noCacheUpcall : Published::wrongVifUpcall,
-           1,
-           clock_.now() - age } );
+      mfib_->upcallIs( { { key, intf },
+                         what == "packet"  ? Published::noCacheUpcall
+                         : what == "wrong" ? Published::wrongVifUpcall
+                                           : Published::sharedTreeUpcall,
+                         1,
+                         clock_.now() - age } );
    } else {
       throw ScriptError( "the kernel does not tell that: " + what );
    }

@@ -1,0 +1,48 @@
+#include "engine/RegisterReceiver.h"
+
+#include <limits>
+
+namespace Router {
+
+RegisterReceiver::RegisterReceiver( Routes& routes, SourceEngine& sources,
+                                    const VrfConfig& config, Sender& sender,
+                                    Mox::Clock& clock )
+   : routes_( routes ),
+     sources_( sources ),
+     config_( config ),
+     sender_( sender ),
+     clock_( clock ) {}
+
+// A source without listeners is not asked for, but known: with the first listener this
+// router joins it.
+void RegisterReceiver::receive( const IpPacket& packet,
+                                const PimRegister& message ) {
+   const RouteKey key{ message.source, message.group };
+   const bool switches =
+      config_.sptThreshold < std::numeric_limits<double>::infinity();
+   if ( switches && !sources_.keepAlive( key, SourceEngine::keepalivePeriod ) )
+      return;
+   const Mox::Ptr<Routes::Route> route = routes_.find( key );
+   const bool native = route != nullptr && route->spTree();
+   const bool unwanted =
+      switches && route != nullptr && route->nullInheritedOlistSg();
+   if ( !native && !unwanted ) return;
+   refuse( packet, message );
+   if ( switches ) sources_.keepAlive( key, keepalivePeriod );
+}
+
+void RegisterReceiver::refuse( const IpPacket& packet,
+                               const PimRegister& message ) {
+   const double now = clock_.now();
+   if ( now >= since_ + stopInterval ) {
+      stopped_.clear();
+      since_ = now;
+   }
+   const RouteKey key{ message.source, message.group };
+   if ( !stopped_.insert( { key, packet.source } ).second ) return;
+   PimRegisterStop stop{ .group = message.group, .source = message.source };
+   sender_.send(
+      { {}, packet.destination, packet.source, pimMessage( std::move( stop ) ) } );
+}
+
+}

@@ -1,0 +1,42 @@
+// The RP's answers to registers (RFC 7761, 4.4.2): whether data is to come on its own,
+// and the stop when it does. The kernel decapsulates and forwards the data; RegisterEngine
+// keeps the tables. Event-loop thread; the constructor's arguments outlive it.
+#pragma once
+
+#include <set>
+
+#include "engine/RouterCounters.h"
+#include "engine/Sender.h"
+#include "engine/SourceEngine.h"
+
+namespace Router {
+
+class PIMSM_API RegisterReceiver {
+ public:
+   // At most one stop leaves in that time for a source and router; s.
+   static constexpr double stopInterval = 1.0;
+   // RP_Keepalive_Period, in seconds: longer than a router is silent between two probes.
+   static constexpr double keepalivePeriod = 185.0;
+
+   RegisterReceiver( Routes& routes, SourceEngine& sources, const VrfConfig& config,
+                     Sender& sender, Mox::Clock& clock );
+
+   // A register for a group of which this router is the RP.
+   void receive( const IpPacket& packet, const PimRegister& message );
+   // A register that this router does not serve: its sender is to stop.
+   void refuse( const IpPacket& packet, const PimRegister& message );
+
+ private:
+   using RouteKey = Routing::Pim::RouteKey;
+
+   Routes& routes_;
+   SourceEngine& sources_;
+   const VrfConfig& config_;
+   Sender& sender_;
+   Mox::Clock& clock_;
+   // The stops of the present interval, by source and router.
+   std::set<std::pair<RouteKey, Vantu::IpGenAddr>> stopped_;
+   double since_ = 0.0;
+};
+
+}

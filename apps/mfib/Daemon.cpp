@@ -31,11 +31,9 @@ uint32_t kernelsTable( AddressFamily family ) {
 }
 
 FamilyConfig familyOf( const VrfConfig& vrf, AddressFamily family ) {
-   FamilyConfig out{ vrf.name,
-                     family,
-                     vrf.mrouteTable.value_or( kernelsTable( family ) ),
-                     vrf.maxRoutes,
-                     {} };
+   FamilyConfig out{
+      vrf.name,      family, vrf.mrouteTable.value_or( kernelsTable( family ) ),
+      vrf.maxRoutes, {},     vrf };
    for ( const InterfaceConfig& interface : vrf.interfaces )
       out.interfaces.push_back( interface.name );
    return out;
@@ -101,12 +99,14 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
      say_( std::move( say ) ) {
    SocketStore store;
    std::vector<std::unique_ptr<MrtTable>> kernels;
+   std::vector<std::unique_ptr<RegisterSocket>> registers;
    for ( const FamilyConfig& config : families ) {
       auto [socket, kept] = socketFor( config, store );
       say_( fmt::format( "{}: table {}, {} socket", nameOf( config ), config.table,
                          kept ? "kept" : "new" ) );
       kernels.push_back(
          std::make_unique<MrtTable>( socket, config.family, config.table ) );
+      registers.push_back( std::make_unique<RegisterSocket>( config.family ) );
    }
    store.dropOthers();
    Programs::dropCapabilities();
@@ -117,7 +117,7 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
       eachFamily( []( Family& family ) { family.handleLinks(); } );
    } );
    for ( size_t i = 0; i < families.size(); ++i )
-      add( families[i], std::move( kernels[i] ) );
+      add( families[i], std::move( kernels[i] ), std::move( registers[i] ) );
    turnEnd_ = std::make_unique<Mox::Loop::TurnEnd>( loop, [this] {
       eachFamily( []( Family& family ) { family.handleTurnEnd(); } );
    } );
@@ -125,10 +125,12 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
    store.tellReady();
 }
 
-void Daemon::add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel ) {
+void Daemon::add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,
+                  std::unique_ptr<RegisterSocket> registers ) {
    SharedFd socket = kernel->socket();
-   auto family = std::make_unique<Family>(
-      config, std::move( kernel ), links_->table(), *manager_, clock_, say_ );
+   auto family =
+      std::make_unique<Family>( config, std::move( kernel ), std::move( registers ),
+                                links_->table(), *manager_, clock_, say_ );
    Family* plain = family.get();
    auto watcher = std::make_unique<Mox::Loop::FdWatcher>(
       loop_, socket->value(), [plain] { plain->takeUpcalls(); } );
@@ -164,7 +166,7 @@ void Daemon::configIs( const std::vector<FamilyConfig>& families ) {
       if ( member == members_.end() ) {
          say_( nameOf( next ) + ": forwarded from the next start on" );
       } else {
-         member->family->interfacesIs( next.interfaces );
+         member->family->configIs( next );
       }
    }
    for ( const Member& member : members_ ) {

@@ -43,7 +43,8 @@ class Daemon : private Mox::Clock::Notifiee {
    };
 
    void onTime() override;
-   void add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel );
+   void add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,
+             std::unique_ptr<RegisterSocket> registers );
    template <class Call>
    void eachFamily( Call call );
 

@@ -14,10 +14,11 @@ std::string nameOf( const FamilyConfig& config ) {
 }
 
 Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
-                const LinkTable& links, Corvex::EntityManager& manager,
-                Mox::Clock& clock, const Say& say )
+                std::unique_ptr<RegisterSocket> registers, const LinkTable& links,
+                Corvex::EntityManager& manager, Mox::Clock& clock, const Say& say )
    : config_( std::move( config ) ),
      kernel_( std::move( kernel ) ),
+     registers_( std::move( registers ) ),
      links_( links ),
      clock_( clock ),
      say_( [name = nameOf( config_ ), say]( const std::string& text ) {
@@ -30,14 +31,19 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
      unsure_( !vifs_.adopt( links ) ),
      upcalls_( nameOf( config_ ), published_ ),
      mirror_( manager, clock, config_.family, config_.vrf, {}, false ),
+     agent_( Published::FamilyStatus::mount(
+        manager, Published::FamilyStatus::mountPath( config_.family, config_.vrf ),
+        Brane::tableReader ) ),
+     registered_( nameOf( config_ ), "registersSent" ),
+     unregistered_( nameOf( config_ ), "registersDropped" ),
      mfib_( std::make_unique<Mfib>( nameOf( config_ ), mirror_.model(),
                                     mirror_.tables(), vifs_, *kernel_, clock ) ) {
    vifs_.namesIs( config_.interfaces );
    vifs_.update( links );
 }
 
-void Family::interfacesIs( std::vector<Vantu::IntfId> interfaces ) {
-   config_.interfaces = std::move( interfaces );
+void Family::configIs( FamilyConfig config ) {
+   config_ = std::move( config );
    vifs_.namesIs( config_.interfaces );
    mfib_->handleVifs( vifs_.update( links_ ) );
 }
@@ -51,15 +57,63 @@ void Family::takeUpcalls() {
    for ( unsigned count = 0; count < maxUpcallsATurn; ++count ) {
       std::optional<Upcall> upcall = kernel_->nextUpcall();
       if ( !upcall ) return;
+      if ( !upcall->packet.empty() ) {
+         takePacket( *upcall );
+         continue;
+      }
       Vantu::IntfId name = vifs_.name( upcall->vif );
       if ( name.empty() ) continue;
       upcalls_.add( { upcall->key, name }, upcall->kind, clock_.now() );
    }
 }
 
+// A packet that went out by the register vif: of a source on a link of this router, or
+// the first one of a source on the shared tree, which has been forwarded, too.
+void Family::takePacket( const Upcall& upcall ) {
+   const auto& model = mirror_.model();
+   if ( std::as_const( *model ).route( upcall.key ) != nullptr )
+      return encapsulate( upcall );
+   const Vantu::IntfId incoming = mfib_->follow( upcall.key );
+   if ( incoming.empty() ) return;
+   upcalls_.add( { upcall.key, incoming }, Published::sharedTreeUpcall,
+                 clock_.now() );
+}
+
+// Without an RP, or while the RP wants none, nothing is sent.
+void Family::encapsulate( const Upcall& upcall ) {
+   const auto* route = std::as_const( *mirror_.model() ).route( upcall.key );
+   const Vantu::IpGenAddr rp =
+      Router::Topology( config_.router ).rpOf( upcall.key.group );
+   const Vantu::IpGenAddr source = Router::globalAddress(
+      config_.router, route->incomingIntf(), config_.family );
+   const bool wanted = route->oifRegister() && registers_ != nullptr &&
+                       !rp.isUnspecified() && !source.isUnspecified();
+   const bool sent = wanted && registers_->send( upcall.packet, source, rp ) == 0;
+   ( sent ? registered_ : unregistered_ ).inc();
+}
+
+bool Family::agentSends() const {
+   bool sends = false;
+   agent_->interface().visit( nullptr, [&]( const Published::Interface& record ) {
+      sends = record.speaks;
+      return !sends;
+   } );
+   return sends;
+}
+
+// Entries of sources that have no route and are silent.
+void Family::endSilent() {
+   if ( !mfib_->follows() ) return;
+   kernel_->visit( [&]( const StandingEntry& entry ) {
+      if ( entry.idle > Mfib::idleTime ) mfib_->unfollow( entry.key );
+   } );
+}
+
 void Family::publishCounters() {
    vifs_.publishCounters();
    if ( !mfib_->started() ) return;
+   mfib_->copiesIs( agentSends() );
+   endSilent();
    publishEntryCounters(
       *kernel_, *published_,
       [this]( const Routing::Pim::RouteKey& key ) { return mfib_->has( key ); },
@@ -96,6 +150,10 @@ void Family::handleTurnEnd() {
    if ( !mfib_->started() && mirror_.loaded() ) start();
    if ( !mfib_->started() ) return;
    mfib_->write();
+   if ( mfib_->needsRegisters() && vifs_.registersIs() ) {
+      mfib_->handleVifs( VifSet().set( kRegisterVif ) );
+      mfib_->write();
+   }
    if ( told_ || !mfib_->idle() ) return;
    told_ = true;
    say_( fmt::format( "in step: {} entries, {} written, {} removed", mfib_->size(),

@@ -9,9 +9,12 @@
 #include <memory>
 
 #include "apps/mfib/Mfib.h"
+#include "apps/mfib/RegisterSocket.h"
 #include "apps/mfib/Upcalls.h"
 #include "assembly/VrfMirror.h"
+#include "engine/Topology.h"
 #include "platform/loop/Loop.h"
+#include "published/Status.h"
 
 namespace Forwarding {
 
@@ -21,6 +24,8 @@ struct FamilyConfig {
    uint32_t table = 0;  // the kernel's number
    uint32_t maxRoutes = 0;
    std::vector<Vantu::IntfId> interfaces;
+   // The VRF's RPs, and the addresses by which it registers.
+   Router::VrfConfig router = {};
 };
 
 // "vrf default ipv4"
@@ -35,15 +40,16 @@ class Family {
 
    // `kernel` owns the table; the other arguments outlive the family. Throws the
    // exceptions of mounting (Brane::SecondWriterError, Brane::CreateError).
+   // `registers` sends registers; null: none are sent.
    Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
-           const LinkTable& links, Corvex::EntityManager& manager,
-           Mox::Clock& clock, const Say& say );
+           std::unique_ptr<RegisterSocket> registers, const LinkTable& links,
+           Corvex::EntityManager& manager, Mox::Clock& clock, const Say& say );
 
    const FamilyConfig& config() const { return config_; }
    const Mfib& mfib() const { return *mfib_; }
 
-   // Replaces the interfaces.
-   void interfacesIs( std::vector<Vantu::IntfId> interfaces );
+   // Replaces the configuration of the same VRF, family and table.
+   void configIs( FamilyConfig config );
    // Call it when the host's interfaces have changed.
    void handleLinks();
    // Call it when the kernel's socket is readable.
@@ -55,10 +61,15 @@ class Family {
 
  private:
    void start();
+   void takePacket( const Upcall& upcall );
+   void encapsulate( const Upcall& upcall );
+   void endSilent();
+   bool agentSends() const;
    void tellProblem();
 
    FamilyConfig config_;
    std::unique_ptr<KernelTable> kernel_;
+   std::unique_ptr<RegisterSocket> registers_;
    const LinkTable& links_;
    Mox::Clock& clock_;
    Say say_;
@@ -67,6 +78,8 @@ class Family {
    bool unsure_;
    Upcalls upcalls_;
    Routing::Pim::SparseMode::VrfMirror mirror_;
+   Mox::Ptr<Published::FamilyStatus> agent_;
+   Mox::EventCounter registered_, unregistered_;
    std::unique_ptr<Mfib> mfib_;
    std::string problem_;
    bool told_ = false;  // it was reported that all is written

@@ -29,7 +29,13 @@ std::optional<Upcall> checked( const Upcall& upcall,
                                std::optional<Published::UpcallKind> kind ) {
    if ( !kind || upcall.vif >= kMaxVifs || !isFlow( upcall.key ) )
       return std::nullopt;
-   return Upcall{ upcall.key, upcall.vif, *kind };
+   return Upcall{ upcall.key, upcall.vif, *kind, {} };
+}
+
+// Of what the kernel hands up whole, the packet behind the message.
+Upcall whole( const RouteKey& key, Bytes packet ) {
+   return { key, kRegisterVif, Published::noCacheUpcall,
+            std::vector<uint8_t>( packet.begin(), packet.end() ) };
 }
 
 std::optional<Upcall> readUpcall4( Bytes packet ) {
@@ -37,18 +43,27 @@ std::optional<Upcall> readUpcall4( Bytes packet ) {
    // The place of an IP header's protocol, which is never 0.
    if ( !message || message->im_mbz != 0 ) return std::nullopt;
    unsigned vif = message->im_vif + 256U * message->im_vif_hi;
-   return checked(
-      { { IpGenAddr( message->im_src ), IpGenAddr( message->im_dst ) }, vif },
-      kindOf( message->im_msgtype, IGMPMSG_NOCACHE, IGMPMSG_WRONGVIF ) );
+   const RouteKey key{ IpGenAddr( message->im_src ), IpGenAddr( message->im_dst ) };
+   if ( message->im_msgtype == IGMPMSG_WHOLEPKT )
+      return isFlow( key ) && packet.size() > sizeof *message
+                ? std::optional( whole( key, packet.subspan( sizeof *message ) ) )
+                : std::nullopt;
+   return checked( { key, vif }, kindOf( message->im_msgtype, IGMPMSG_NOCACHE,
+                                         IGMPMSG_WRONGVIF ) );
 }
 
 std::optional<Upcall> readUpcall6( Bytes packet ) {
    std::optional<mrt6msg> message = Netlink::valueOf<mrt6msg>( packet );
    // The place of ICMPv6's type.
    if ( !message || message->im6_mbz != 0 ) return std::nullopt;
+   const RouteKey key{ IpGenAddr( message->im6_src ),
+                       IpGenAddr( message->im6_dst ) };
+   if ( message->im6_msgtype == MRT6MSG_WHOLEPKT )
+      return isFlow( key ) && packet.size() > sizeof *message
+                ? std::optional( whole( key, packet.subspan( sizeof *message ) ) )
+                : std::nullopt;
    return checked(
-      { { IpGenAddr( message->im6_src ), IpGenAddr( message->im6_dst ) },
-        message->im6_mif },
+      { key, message->im6_mif },
       kindOf( message->im6_msgtype, MRT6MSG_NOCACHE, MRT6MSG_WRONGMIF ) );
 }
 

@@ -1,8 +1,9 @@
 // One multicast routing table of the kernel, as the forwarding process uses it.
 // Tests replace it with a table of their own.
 //
-// A vif is the kernel's number, 0 to 31, of an interface in this table. Failures are
-// errno values; 0: done.
+// A vif is the kernel's number, 0 to 31, of an interface in this table. The register
+// vif is no interface: what goes out by it is handed up whole, and registers come in by
+// it, decapsulated by the kernel. Failures are errno values; 0: done.
 #pragma once
 
 #include <bitset>
@@ -14,6 +15,7 @@
 namespace Forwarding {
 
 constexpr unsigned kMaxVifs = 32;
+constexpr unsigned kRegisterVif = 31;
 
 using VifSet = std::bitset<kMaxVifs>;
 
@@ -46,6 +48,8 @@ struct Upcall {
    Routing::Pim::RouteKey key;
    unsigned vif = 0;
    Published::UpcallKind kind = Published::noCacheUpcall;
+   // A packet that went out by the register vif; else empty. `kind` means nothing then.
+   std::vector<uint8_t> packet = {};
 };
 
 class KernelTable {
@@ -54,6 +58,10 @@ class KernelTable {
 
    virtual int vifIs( unsigned vif, uint32_t ifIndex ) = 0;
    virtual int vifDel( unsigned vif ) = 0;
+   // Makes the register vif.
+   virtual int registerVifIs() = 0;
+   // The index of its interface; 0 without it.
+   virtual uint32_t registerIndex() const = 0;
    // Nothing if the kernel has no such vif.
    virtual std::optional<VifCounters> vif( unsigned vif ) const = 0;
 

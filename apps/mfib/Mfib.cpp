@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "engine/Routes.h"
 #include "platform/trace/Trace.h"
 
 namespace Forwarding {
@@ -16,9 +17,24 @@ namespace {
 // No interface has this number, so such an entry never equals a wanted one.
 constexpr unsigned kUnsure = kMaxVifs;
 
+// Does somebody on a link of this router listen to the whole group?
+bool hasMembers( const Sm::Route& route ) {
+   for ( const Sm::Intf& intf : route.routeIntf() )
+      if ( intf.localReceiverInclude() ) return true;
+   return false;
 }
 
-std::optional<Entry> wantedEntry( const Sm::Route& route, const Vifs& vifs ) {
+// Does the route send or take registers, or ask for the copy of a source's first packet?
+bool usesRegisters( const Sm::Route& route, bool copies ) {
+   if ( route.oifRegister() || route.incomingIntf() == Router::registerIntf() )
+      return true;
+   return copies && route.wildCard() && hasMembers( route );
+}
+
+}
+
+std::optional<Entry> wantedEntry( const Sm::Route& route, const Vifs& vifs,
+                                  bool copies ) {
    const Routing::Pim::RouteKey& key = route.key();
    if ( !key.group.isMulticast() || key.group.isLinkLocalMulticast() )
       return std::nullopt;
@@ -33,6 +49,9 @@ std::optional<Entry> wantedEntry( const Sm::Route& route, const Vifs& vifs ) {
    // does not send a packet back by the one that it came in by. With an (S,G) entry
    // it would send it back.
    entry.outgoing.set( *incoming, key.source.isUnspecified() );
+   if ( vifs.registers() && usesRegisters( route, copies ) &&
+        *incoming != kRegisterVif )
+      entry.outgoing.set( kRegisterVif );
    return entry;
 }
 
@@ -90,7 +109,11 @@ void Mfib::mark( const RouteKey& key ) {
       routes_.erase( key );
    }
    markAt( key, now );
+   if ( model_->route( key ) != nullptr ) followers_.erase( key );
    if ( !key.source.isUnspecified() ) return;
+   for ( auto it = followers_.upper_bound( key );
+         it != followers_.end() && it->group == key.group; ++it )
+      markAt( *it, now );
    for ( auto it = routes_.upper_bound( key );
          it != routes_.end() && it->group == key.group; ++it )
       markAt( *it, now );
@@ -101,8 +124,39 @@ void Mfib::markAt( const RouteKey& key, double time ) {
 }
 
 std::optional<Entry> Mfib::wanted( const RouteKey& key ) const {
-   Mox::Ptr<const Sm::Route> route = model_->route( key );
-   return route == nullptr ? std::nullopt : wantedEntry( *route, vifs_ );
+   if ( Mox::Ptr<const Sm::Route> route = model_->route( key ) ) {
+      needsRegisters_ |= usesRegisters( *route, copies_ );
+      return wantedEntry( *route, vifs_, copies_ );
+   }
+   const RouteKey any{ Vantu::IpGenAddr::unspecified( key.group.family() ),
+                       key.group };
+   const Mox::Ptr<const Sm::Route> shared = model_->route( any );
+   if ( shared == nullptr || followers_.count( key ) == 0 ) return std::nullopt;
+   std::optional<Entry> entry = wantedEntry( *shared, vifs_ );
+   if ( !entry ) return std::nullopt;
+   entry->key = key;
+   entry->outgoing.reset( entry->incoming );
+   return entry;
+}
+
+void Mfib::copiesIs( bool copies ) {
+   if ( std::exchange( copies_, copies ) != copies && started_ ) markAll();
+}
+
+Vantu::IntfId Mfib::follow( const RouteKey& key ) {
+   const RouteKey any{ Vantu::IpGenAddr::unspecified( key.group.family() ),
+                       key.group };
+   const Mox::Ptr<const Sm::Route> shared = model_->route( any );
+   const bool here =
+      started_ && shared != nullptr && model_->route( key ) == nullptr;
+   if ( !here || followers_.size() >= maxFollowers ) return {};
+   if ( followers_.insert( key ).second ) markAt( key, clock()->now() );
+   write();
+   return shared->incomingIntf();
+}
+
+void Mfib::unfollow( const RouteKey& key ) {
+   if ( followers_.erase( key ) != 0 ) markAt( key, clock()->now() );
 }
 
 // The interfaces to which packets of the key go now: those of its own entry,
@@ -125,6 +179,7 @@ VifSet Mfib::reached( const RouteKey& key ) const {
 bool Mfib::takesAway( const RouteKey& key,
                       const std::optional<Entry>& wanted ) const {
    VifSet left = reached( key );
+   left.reset( kRegisterVif );
    if ( wanted ) {
       left &= ~wanted->outgoing;
       left.reset( wanted->incoming );

@@ -28,9 +28,10 @@
 namespace Forwarding {
 
 // The entry that the route asks for. Nothing for a route whose incoming interface
-// is not the kernel's, as at the RP itself, and for groups that are never routed.
+// is not the kernel's, and for groups that are never routed. `copies`: a (*,G) entry
+// with members has the register vif, too, so that new sources are told of.
 std::optional<Entry> wantedEntry( const Routing::Pim::SparseMode::Route& route,
-                                  const Vifs& vifs );
+                                  const Vifs& vifs, bool copies = false );
 
 class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
              private Mox::Clock::Notifiee {
@@ -63,6 +64,21 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
 
    // Writes the differences that are due. Call it at the end of a turn.
    void write();
+
+   // New sources of (*,G) entries with members are to be told of.
+   void copiesIs( bool copies );
+   // A source of the group has been told of: until it has a route, an entry like the
+   // (*,G) one serves it, without the register vif. Returns the (*,G) entry's incoming
+   // interface; empty where there is no such entry, or too many are served so.
+   Vantu::IntfId follow( const RouteKey& key );
+   bool follows() const { return !followers_.empty(); }
+   // The source has been silent: its entry goes.
+   void unfollow( const RouteKey& key );
+   static constexpr double idleTime = 210.0;  // s, of a source without a route
+   static constexpr size_t maxFollowers = 10000;
+
+   // Does some route need the register vif?
+   bool needsRegisters() const { return needsRegisters_; }
 
    // Is nothing left to write?
    bool idle() const { return marked_.empty(); }
@@ -108,6 +124,9 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    };
    std::map<RouteKey, Marked, ByGroup> marked_;
    std::map<RouteKey, double, ByGroup> refused_;  // until when
+   std::set<RouteKey, ByGroup> followers_;
+   bool copies_ = false;
+   mutable bool needsRegisters_ = false;
    Mox::EventCounter writes_, removals_, refusals_;
 };
 

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <linux/mroute.h>
 #include <linux/mroute6.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <netinet/icmp6.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -21,7 +23,7 @@ using Routing::Pim::RouteKey;
 using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
 
-constexpr int kReceiveBuffer = 1 << 20;  // for upcalls and waiting packets
+constexpr int kReceiveBuffer = 8 << 20;  // for upcalls and whole packets
 constexpr unsigned kMaxOthers = 256;     // packets in one look that are no upcalls
 constexpr unsigned char kSend = 1;  // the least TTL of a packet to be forwarded
 constexpr unsigned char kDoNotSend = 255;
@@ -123,10 +125,13 @@ bool isMrtSocket( AddressFamily family, int fd ) {
           option( SO_PROTOCOL ) == protocolOf( family );
 }
 
-// With asserts on, the kernel reports packets that come in by an outgoing
-// interface.
+// With PIM on, the kernel reports packets that come in by any other interface than the
+// entry's. The setting outlives the socket of a former process, and whether packets are
+// reported whole follows from its first change from off.
 void MrtTable::makeReady() {
-   int error = set( *socket_, levelOf( family_ ), MRT_ASSERT, 1 );
+   static_assert( MRT_PIM == MRT6_PIM );
+   int error = set( *socket_, levelOf( family_ ), MRT_PIM, 0 );
+   if ( error == 0 ) error = set( *socket_, levelOf( family_ ), MRT_PIM, 1 );
    if ( error == 0 ) return;
    fail( family_, table_, error,
          "; the socket kept for it does not own it: stop the keeper, or remove it "
@@ -158,6 +163,29 @@ int MrtTable::vifDel( unsigned vif ) {
       return set( *socket_, IPPROTO_IP, MRT_DEL_VIF, request );
    }
    return set( *socket_, IPPROTO_IPV6, MRT6_DEL_MIF, static_cast<mifi_t>( vif ) );
+}
+
+int MrtTable::registerVifIs() {
+   if ( isIpv4() ) {
+      vifctl request{};
+      request.vifc_vifi = kRegisterVif;
+      request.vifc_flags = VIFF_REGISTER;
+      request.vifc_threshold = kSend;
+      return set( *socket_, IPPROTO_IP, MRT_ADD_VIF, request );
+   }
+   mif6ctl request{};
+   request.mif6c_mifi = kRegisterVif;
+   request.mif6c_flags = MIFF_REGISTER;
+   request.vifc_threshold = kSend;
+   return set( *socket_, IPPROTO_IPV6, MRT6_ADD_MIF, request );
+}
+
+// The kernel names it after the table, unless it is the family's default one.
+uint32_t MrtTable::registerIndex() const {
+   const uint32_t plain = isIpv4() ? RT_TABLE_DEFAULT : RT_TABLE_MAIN;
+   std::string name = isIpv4() ? "pimreg" : "pim6reg";
+   if ( table_ != plain ) name += std::to_string( table_ );
+   return if_nametoindex( name.c_str() );
 }
 
 std::optional<VifCounters> MrtTable::vif( unsigned vif ) const {
@@ -208,7 +236,7 @@ bool MrtTable::visit(
 }
 
 std::optional<Upcall> MrtTable::nextUpcall() {
-   uint8_t packet[2048];
+   uint8_t packet[65536];
    // The limit keeps a flood of IGMP on a link from blocking the process.
    for ( unsigned others = 0; others < kMaxOthers; ++others ) {
       ssize_t count = recv( socket_->value(), packet, sizeof packet, MSG_DONTWAIT );

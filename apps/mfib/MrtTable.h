@@ -36,6 +36,8 @@ class MrtTable : public KernelTable {
 
    int vifIs( unsigned vif, uint32_t ifIndex ) override;
    int vifDel( unsigned vif ) override;
+   int registerVifIs() override;
+   uint32_t registerIndex() const override;
    std::optional<VifCounters> vif( unsigned vif ) const override;
    int entryIs( const Entry& entry ) override;
    int entryDel( const Routing::Pim::RouteKey& key ) override;

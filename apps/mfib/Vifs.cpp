@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "engine/Routes.h"
+
 namespace Forwarding {
 
 using Published::MfibVif;
@@ -32,8 +34,10 @@ bool Vifs::adopt( const LinkTable& links ) {
       slot.name = record.key;
       // Entries may still name a vif that went, if the update of entries was cut
       // short.
+      const uint32_t index = isRegister( record.vif ) ? kernel_.registerIndex()
+                                                      : links.index( record.key );
       bool stands = record.ifIndex != 0 && kernel_.vif( record.vif ).has_value() &&
-                    links.index( record.key ) == record.ifIndex;
+                    index == record.ifIndex;
       if ( stands ) slot.ifIndex = record.ifIndex;
       agrees = agrees && stands;
    }
@@ -48,7 +52,7 @@ bool Vifs::adopt( const LinkTable& links ) {
 void Vifs::namesIs( const std::vector<IntfId>& names ) {
    for ( unsigned vif = 0; vif < kMaxVifs; ++vif ) {
       Slot& slot = slots_[vif];
-      if ( slot.name.empty() ||
+      if ( slot.name.empty() || isRegister( vif ) ||
            std::find( names.begin(), names.end(), slot.name ) != names.end() )
          continue;
       if ( slot.ifIndex != 0 ) kernel_.vifDel( vif );
@@ -72,10 +76,32 @@ void Vifs::namesIs( const std::vector<IntfId>& names ) {
    }
 }
 
+bool Vifs::isRegister( unsigned vif ) const {
+   return vif == kRegisterVif && slots_[vif].name == Router::registerIntf();
+}
+
+bool Vifs::registersIs() {
+   Slot& slot = slots_[kRegisterVif];
+   if ( registers() && slot.ifIndex != 0 ) return false;
+   if ( registersRefused_ ) return false;
+   int error = ENOSPC;
+   if ( slot.name.empty() || registers() ) {
+      slot.name = Router::registerIntf();
+      error = kernel_.registerVifIs();
+   }
+   if ( error == 0 ) slot.ifIndex = kernel_.registerIndex();
+   registersRefused_ = slot.ifIndex == 0;
+   if ( registersRefused_ )
+      trouble_( fmt::format( "cannot send or take registers: {}",
+                             std::strerror( error ) ) );
+   if ( registers() ) publish( kRegisterVif, {} );
+   return !registersRefused_;
+}
+
 VifSet Vifs::update( const LinkTable& links ) {
    VifSet changed;
    for ( unsigned vif = 0; vif < kMaxVifs; ++vif ) {
-      if ( slots_[vif].name.empty() ) continue;
+      if ( slots_[vif].name.empty() || isRegister( vif ) ) continue;
       changed[vif] = updateSlot( vif, links.index( slots_[vif].name ) );
    }
    return changed;

@@ -31,6 +31,12 @@ class Vifs {
    // reported and left out.
    void namesIs( const std::vector<Vantu::IntfId>& names );
 
+   // Asks for the register vif; once asked for, it stays. Its name here is the one that
+   // routes use. Returns whether it has just come. Without it where 32 interfaces leave
+   // no room.
+   bool registersIs();
+   bool registers() const { return isRegister( kRegisterVif ); }
+
    // Gives the kernel the interfaces that exist and removes those that do not.
    // Returns the numbers that changed. They include vifs that the kernel removed
    // and has again: it forgot them in entries written meanwhile.
@@ -52,6 +58,7 @@ class Vifs {
       bool told = false;     // the missing interface was reported
    };
 
+   bool isRegister( unsigned vif ) const;
    bool updateSlot( unsigned vif, uint32_t ifIndex );
    void publish( unsigned vif, const VifCounters& counters );
    void publish( const Published::MfibVif& record );
@@ -59,6 +66,7 @@ class Vifs {
    KernelTable& kernel_;
    Mox::Ptr<Published::MfibStatus> tables_;
    Trouble trouble_;
+   bool registersRefused_ = false;
    std::array<Slot, kMaxVifs> slots_;
 };
 

@@ -50,6 +50,8 @@ class FakeKernel : public KernelTable {
       }
       return true;
    }
+   int registerVifIs() override { return vifIs( kRegisterVif, registerIndex() ); }
+   uint32_t registerIndex() const override { return 99; }
    std::optional<Upcall> nextUpcall() override { return std::nullopt; }
 
    std::map<unsigned, uint32_t> vifs;  // interface indexes by number

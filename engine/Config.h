@@ -58,6 +58,8 @@ struct InterfaceConfig {
    MembershipConfig igmp = {};
    MembershipConfig mld = {};
 
+   // False: it is no link at present; its addresses stay this router's own.
+   bool up = true;
    bool operator==( const InterfaceConfig& ) const = default;
 };
 

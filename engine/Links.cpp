@@ -38,8 +38,10 @@ void Links::update( const Kept& kept ) {
    for ( IntfId intfId : gone ) remove( intfId );
 }
 
-// PIM uses the first address of the family. Returns false without one.
+// PIM uses the first address of the family. Returns false without one, and for an
+// interface that is not up.
 bool Links::updateLink( const InterfaceConfig& interface, const Kept& kept ) {
+   if ( !interface.up ) return false;
    std::vector<IpGenAddr> own;
    Routing::Pim::IntfAddr primary;
    for ( const InterfaceAddress& each : interface.addresses ) {

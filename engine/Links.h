@@ -17,7 +17,7 @@ class PIMSM_API Links {
       std::function<void()> changed = [] {};
       std::function<void( Vantu::IntfId, const Vantu::IpGenAddr&, NeighborEvent )>
          neighbor = []( Vantu::IntfId, const Vantu::IpGenAddr&, NeighborEvent ) {};
-      // The link has left the configuration, or lost its addresses.
+      // The link has left the configuration, lost its addresses, or is not up.
       std::function<void( Vantu::IntfId )> gone = []( Vantu::IntfId ) {};
    };
    // What a former process left of the hellos; empty: nothing.

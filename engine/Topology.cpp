@@ -47,6 +47,7 @@ void Topology::configIs( const VrfConfig& config ) {
       }
    }
    for ( const InterfaceConfig& interface : config.interfaces ) {
+      if ( !interface.up ) continue;
       const Rpf onLink{ interface.name, {}, 0, { 0 } };
       for ( const InterfaceAddress& own : interface.addresses ) {
          paths_.insert( own.subnet, { onLink, true, {}, false } );

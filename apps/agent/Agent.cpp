@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "apps/agent/wire/Present.h"
 #include "apps/config/ConfigReader.h"
 #include "published/Vrfs.h"
 
@@ -64,6 +65,8 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
    manager_.noteHandlerIs( options_.note );
    for ( const std::string& problem : bindCaptures() ) throw ConfigError( problem );
    kernelRoutes_.tablesAre( kernelTables( options_.config ) );
+   if ( options_.speak )
+      wire_.emplace( loop_, real_, options_.note, [this] { followPresence(); } );
    Families made;
    addFamilies( options_.config, made );
    familiesAre( std::move( made ) );
@@ -77,6 +80,24 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
 
 Agent::~Agent() = default;
 
+// What the engines get of the configuration.
+VrfConfig Agent::present( const VrfConfig& vrf, AddressFamily family ) const {
+   return wire_ ? presentConfig( vrf, family, wire_->links() ) : vrf;
+}
+
+void Agent::followPresence() {
+   for ( const auto& family : families_ ) {
+      const VrfConfig next = present(
+         *vrfOf( options_.config, family->config().name ), family->family() );
+      if ( next.interfaces != family->config().interfaces )
+         family->configIs( next );
+   }
+}
+
+void Agent::sayGoodbye() {
+   for ( const auto& family : families_ ) family->router().sayGoodbye();
+}
+
 // Makes the configuration's families that do not exist yet. Throws the exceptions
 // of mounting; `made` then holds those made before.
 void Agent::addFamilies( const AgentConfig& config, Families& made ) {
@@ -85,7 +106,8 @@ void Agent::addFamilies( const AgentConfig& config, Families& made ) {
          if ( !hasFamily( vrf, family ) || find( vrf.name, family ) != nullptr )
             continue;
          made.push_back( std::make_unique<FamilyInstance>(
-            family, vrf, manager_, real_, clock_, counters_, &kernelRoutes_ ) );
+            family, present( vrf, family ), manager_, real_, clock_, counters_,
+            &kernelRoutes_, wire_ ? &*wire_ : nullptr ) );
       }
    }
 }
@@ -238,6 +260,7 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
       auto found = wanted.find( family->config().name );
       const VrfConfig* next = found == wanted.end() ? nullptr : found->second;
       if ( next == nullptr || !hasFamily( *next, family->family() ) ) {
+         family->router().sayGoodbye();
          family->router().retire();
          continue;
       }
@@ -247,7 +270,8 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
             "vrf {} {}: its limits count from the next start on", next->name.name(),
             Vantu::valueToStrep( family->family() ) ) );
       }
-      if ( *next != family->config() ) family->configIs( *next );
+      const VrfConfig there = present( *next, family->family() );
+      if ( there != family->config() ) family->configIs( there );
       kept.push_back( std::move( family ) );
    }
    for ( auto& family : made ) kept.push_back( std::move( family ) );

@@ -3,7 +3,8 @@
 // Start-up in order: configuration, tables of every VRF and family mounted as
 // writer with their reconcilers; when each has reloaded, its engines resume the
 // reloaded states; then the captures are replayed in slices; after their end the
-// agent runs in real time. Interfaces that it listens on are heard from the start.
+// agent runs in real time. Interfaces that it listens on are heard from the start, and a
+// router's hellos leave them.
 // Doorbells ring at the end of each turn of the loop.
 #pragma once
 
@@ -35,6 +36,8 @@ struct AgentOptions {
    // Listens on the configuration's interfaces instead, and follows its changes. A
    // missing interface is waited for.
    bool listen = false;
+   // Is a router: also sends, on the interfaces that it listens on. REQUIRES: listen.
+   bool speak = false;
    // Gets messages for people, for instance that an interface went away.
    std::function<void( const std::string& )> note = []( const std::string& ) {};
 };
@@ -61,6 +64,9 @@ class Agent {
    // the kernel's routes cannot be read; nothing has changed then.
    std::vector<std::string> configIs( AgentConfig config );
 
+   // This router leaves all its links by intent: its neighbours forget it at once.
+   void sayGoodbye();
+
    const RouterCounters& counters() const { return counters_; }
    const std::vector<std::unique_ptr<FamilyInstance>>& families() const {
       return families_;
@@ -74,6 +80,8 @@ class Agent {
  private:
    using Families = std::vector<std::unique_ptr<FamilyInstance>>;
 
+   VrfConfig present( const VrfConfig& vrf, Vantu::AddressFamily family ) const;
+   void followPresence();
    void addFamilies( const AgentConfig& config, Families& made );
    Families newFamilies( const AgentConfig& config );
    void removeLeftovers();
@@ -107,6 +115,7 @@ class Agent {
    Corvex::EntityManager manager_;
    Published::CounterPublisher published_;
    KernelRoutes kernelRoutes_;
+   std::optional<Wire> wire_;  // of a router that sends
    Families families_;
    std::map<std::pair<L3::VrfName, Vantu::AddressFamily>, FamilyInstance*> byVrf_;
    Replay replay_;

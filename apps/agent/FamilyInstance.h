@@ -4,6 +4,7 @@
 
 #include "apps/agent/AgentClock.h"
 #include "apps/agent/KernelRoutes.h"
+#include "apps/agent/wire/Wire.h"
 #include "apps/config/AgentConfig.h"
 #include "router/VrfRouter.h"
 
@@ -11,13 +12,15 @@ namespace Agent {
 
 class FamilyInstance {
  public:
-   // Manager, clocks, counters and kernel routes (null: none) outlive the instance.
+   // Manager, clocks, counters, kernel routes (null: none) and wire (null: it listens
+   // only) outlive the instance.
    // Throws the exceptions of mounting (Brane::SecondWriterError,
    // Brane::CreateError).
    FamilyInstance( Vantu::AddressFamily family, const VrfConfig& config,
                    Corvex::EntityManager& manager, Mox::Clock& real,
                    AgentClock& clock, RouterCounters& counters,
-                   const KernelRoutes* kernelRoutes = nullptr );
+                   const KernelRoutes* kernelRoutes = nullptr,
+                   Wire* wire = nullptr );
 
    Vantu::AddressFamily family() const { return router_.family(); }
    const VrfConfig& config() const { return config_; }
@@ -28,15 +31,17 @@ class FamilyInstance {
    // or boot, or damaged.
    std::vector<std::string> mountNotes() const;
 
-   // Replaces the configuration of the same VRF. Its limits count at the next mount
-   // only.
+   // Replaces the configuration of the same VRF. An interface that it lacks says
+   // goodbye. Its limits count at the next mount only.
    void configIs( const VrfConfig& config );
 
  private:
    std::optional<HostRoute> hostRoute( const KernelRoutes* routes,
                                        const Vantu::IpGenAddr& address ) const;
+   Speech speech( Wire* wire ) const;
 
    VrfConfig config_;
+   std::map<Vantu::IntfId, std::string> devices_;  // the interfaces' names here
    VrfRouter router_;
 };
 

@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "apps/agent/Agent.h"
+#include "apps/agent/wire/Present.h"
 #include "apps/config/ConfigReader.h"
 #include "apps/program/Capabilities.h"
 #include "apps/program/Ending.h"
@@ -24,6 +25,8 @@ struct Arguments {
    std::vector<std::string> read;
    std::vector<std::string> interfaces;
    bool listen = false;
+   bool speak = false;
+   bool goodbye = false;
    std::string router;
    std::string config;
    std::string root = Corvex::EntityManager::defaultRoot;
@@ -62,12 +65,23 @@ void declare( CLI::App& app, Arguments& arguments ) {
       app.add_option( "--config", arguments.config, "Configuration file (YAML)" )
          ->type_name( "FILE" )
          ->excludes( router );
-   app.add_flag(
-         "--listen", arguments.listen,
-         "Listen on the interfaces of the configuration, also as it changes" )
-      ->needs( config )
-      ->excludes( read )
-      ->excludes( interface );
+   auto* listen =
+      app.add_flag(
+            "--listen", arguments.listen,
+            "Listen on the interfaces of the configuration, also as it changes" )
+         ->needs( config )
+         ->excludes( read )
+         ->excludes( interface );
+   auto* speak =
+      app.add_flag( "--speak", arguments.speak,
+                    "Be a router: as --listen, and send PIM messages there" )
+         ->needs( config )
+         ->excludes( read )
+         ->excludes( interface )
+         ->excludes( listen );
+   app.add_flag( "--goodbye", arguments.goodbye,
+                 "At the end take leave of the neighbours, who forget this router" )
+      ->needs( speak );
    app.add_option( "--root", arguments.root, "Directory of the tables" )
       ->type_name( "DIR" )
       ->check( filled )
@@ -110,6 +124,10 @@ void reload( Agent::Agent& agent, const std::string& path ) {
    }
 }
 
+bool listens( const Arguments& arguments ) {
+   return arguments.listen || arguments.speak;
+}
+
 ExitStatus run( const Arguments& arguments ) {
    Agent::AgentOptions options;
    options.config = configOf( arguments );
@@ -119,22 +137,28 @@ ExitStatus run( const Arguments& arguments ) {
       options.captures.push_back( inputOf( text ) );
    }
    options.interfaces = arguments.interfaces;
-   options.listen = arguments.listen;
+   options.listen = listens( arguments );
+   options.speak = arguments.speak;
    options.note = say;
    Mox::Loop loop;
    Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },
                             [&]( int ) { loop.stop(); } );
    Agent::Agent agent( loop, std::move( options ) );
    // All files are open; only interfaces that come later are still to be opened.
-   if ( arguments.listen || !arguments.interfaces.empty() ) {
+   if ( listens( arguments ) || !arguments.interfaces.empty() ) {
       dropCapabilities( { CAP_NET_RAW } );
    } else {
       dropCapabilities();
    }
    for ( const std::string& note : agent.mountNotes() ) say( note );
-   if ( !arguments.listen && arguments.interfaces.empty() &&
+   if ( !listens( arguments ) && arguments.interfaces.empty() &&
         arguments.read.empty() )
-      say( "has no input: give --listen, --interface NAME or --read FILE" );
+      say(
+         "has no input: give --listen, --speak, --interface NAME or --read FILE" );
+   if ( arguments.speak ) {
+      const std::string problem = Agent::reversePathProblem();
+      if ( !problem.empty() ) say( problem );
+   }
    Mox::SignalWatcher reloads( loop, { SIGHUP },
                                [&]( int ) { reload( agent, arguments.config ); } );
    agent.readyIs( [&] {
@@ -142,6 +166,7 @@ ExitStatus run( const Arguments& arguments ) {
       if ( arguments.exitAtEnd ) loop.stop();
    } );
    loop.run();
+   if ( arguments.goodbye ) agent.sayGoodbye();
    // The packets before a capture's break are published.
    return agent.captureProblem().empty() ? done : unverified;
 }

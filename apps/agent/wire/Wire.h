@@ -1,0 +1,55 @@
+// A router's way out: the sockets of all its interfaces, opened as the interfaces
+// come. Event-loop thread only.
+#pragma once
+
+#include <map>
+#include <random>
+
+#include "apps/agent/wire/HostLinks.h"
+#include "apps/agent/wire/LinkSockets.h"
+#include "platform/loop/Clock.h"
+
+namespace Agent {
+
+class Wire {
+ public:
+   static constexpr double noteInterval = 60.0;  // s
+
+   // `note` gets a message for people when something cannot be sent, at most one an
+   // interface, family and noteInterval. `linksChanged` is called when an interface of
+   // this host has changed. Loop and clock outlive it. Throws std::system_error.
+   Wire( Mox::Loop& loop, Mox::Clock& clock,
+         std::function<void( const std::string& )> note,
+         Mox::Loop::Function linksChanged );
+
+   const HostLinkTable& links() const { return links_.table(); }
+
+   // Sends on that interface of this host; an empty name: wherever the host's routes
+   // lead. Returns false if the message could not leave. An interface that is missing
+   // or down is no reason for a note.
+   bool send( const std::string& device, const Router::Outgoing& message );
+
+   // A random number from 0 to below 1.
+   double uniform() { return distribution_( random_ ); }
+
+ private:
+   struct Way {
+      std::string device;
+      Vantu::AddressFamily family;
+      auto operator<=>( const Way& ) const = default;
+   };
+
+   LinkSockets& sockets( const Way& way, uint32_t index );
+   void closeGone();
+   void note( const Way& way, const std::string& why );
+
+   Mox::Clock& clock_;
+   std::function<void( const std::string& )> note_;
+   std::map<Way, LinkSockets> sockets_;
+   std::map<Way, double> noted_;  // when
+   std::mt19937 random_{ std::random_device()() };
+   std::uniform_real_distribution<double> distribution_;
+   HostLinks links_;
+};
+
+}

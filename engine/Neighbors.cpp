@@ -3,6 +3,9 @@
 #include <algorithm>
 
 namespace Router {
+
+using Vantu::IpGenAddr;
+
 namespace {
 
 constexpr uint16_t kForever = 0xffff;
@@ -46,8 +49,27 @@ bool Neighbors::receiveHello( const Vantu::IpGenAddr& from,
    } else if ( before.addresses != hello.addresses ) {
       observer_.event( from, NeighborEvent::moved );
    }
+   takeAddresses( from, hello.addresses );
    observer_.changed();
    return true;
+}
+
+// Of neighbours that tell the same address the last one has it (RFC 7761, 4.3.4): the
+// same router may have come with another primary address, without a goodbye.
+void Neighbors::takeAddresses( const IpGenAddr& by,
+                               const std::vector<IpGenAddr>& addresses ) {
+   std::vector<IpGenAddr> losers;
+   for ( auto& [primary, neighbor] : neighbors_ ) {
+      if ( primary == by ) continue;
+      const size_t lost =
+         std::erase_if( neighbor.hello.addresses, [&]( const IpGenAddr& each ) {
+            return std::find( addresses.begin(), addresses.end(), each ) !=
+                   addresses.end();
+         } );
+      if ( lost != 0 ) losers.push_back( primary );
+   }
+   for ( const IpGenAddr& loser : losers )
+      observer_.event( loser, NeighborEvent::moved );
 }
 
 void Neighbors::adopt( const Vantu::IpGenAddr& from, const PimHello& hello,

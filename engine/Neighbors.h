@@ -57,7 +57,7 @@ class PIMSM_API Neighbors {
                std::optional<double> until );
 
    struct Neighbor {
-      PimHello hello;  // the last one
+      PimHello hello;  // the last one, without addresses that another told since
       std::unique_ptr<Timer> expiry;
    };
    const std::map<Vantu::IpGenAddr, Neighbor>& all() const { return neighbors_; }
@@ -86,6 +86,8 @@ class PIMSM_API Neighbors {
 
  private:
    void forget( const Vantu::IpGenAddr& address );
+   void takeAddresses( const Vantu::IpGenAddr& by,
+                       const std::vector<Vantu::IpGenAddr>& addresses );
    // The greatest of the told times, or the default if a neighbour tells none; ms.
    uint16_t slowest( uint16_t LanPruneDelay::*time, uint16_t own,
                      uint16_t otherwise ) const;

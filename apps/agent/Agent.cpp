@@ -85,7 +85,9 @@ VrfConfig Agent::present( const VrfConfig& vrf, AddressFamily family ) const {
    return wire_ ? presentConfig( vrf, family, wire_->links() ) : vrf;
 }
 
+// An interface that comes is heard before it speaks.
 void Agent::followPresence() {
+   for ( const auto& [name, live] : live_ ) live->retry();
    for ( const auto& family : families_ ) {
       const VrfConfig next = present(
          *vrfOf( options_.config, family->config().name ), family->family() );

@@ -56,26 +56,29 @@ bool HostLinkTable::takeLink( const Netlink::Message& message ) {
 // The addresses of an interface that is not known yet come again in a dump.
 bool HostLinkTable::takeAddress( const Netlink::Message& message ) {
    const auto* body = message.body<ifaddrmsg>();
-   if ( body == nullptr || body->ifa_family != AF_INET6 ) return false;
+   if ( body == nullptr ) return false;
+   const auto family = Netlink::familyOf( body->ifa_family );
    const auto link = links_.find( body->ifa_index );
+   if ( !family || link == links_.end() ) return false;
    const Netlink::Attributes attributes = message.attributes<ifaddrmsg>();
-   const auto address =
-      attributes.address( IFA_ADDRESS, Vantu::AddressFamily::ipv6 );
-   if ( link == links_.end() || !address || !address->isLinkLocal() ) return false;
+   auto address = attributes.address( IFA_LOCAL, *family );
+   // Where there is no local one, it is not the other end's.
+   if ( !address ) address = attributes.address( IFA_ADDRESS, *family );
+   if ( !address ) return false;
    const uint32_t flags =
       attributes.value<uint32_t>( IFA_FLAGS ).value_or( body->ifa_flags );
    // Another host may have it (RFC 4862, 5.4).
    const bool doubtful = ( flags & ( IFA_F_TENTATIVE | IFA_F_DADFAILED ) ) != 0;
-   std::set<Vantu::IpGenAddr>& linkLocals = link->second.linkLocals;
+   std::set<Vantu::IpGenAddr>& addresses = link->second.addresses;
    if ( message.type() == RTM_DELADDR || doubtful )
-      return linkLocals.erase( *address ) != 0;
-   return linkLocals.insert( *address ).second;
+      return addresses.erase( *address ) != 0;
+   return addresses.insert( *address ).second;
 }
 
 HostLinks::HostLinks( Mox::Loop& loop, Mox::Loop::Function changed )
    : changed_( std::move( changed ) ),
      notifications_(
-        loop, { RTNLGRP_LINK, RTNLGRP_IPV6_IFADDR },
+        loop, { RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR },
         [this]( const Netlink::Message& message ) {
            if ( table_.take( message ) ) changed_();
         },
@@ -87,7 +90,7 @@ HostLinks::HostLinks( Mox::Loop& loop, Mox::Loop::Function changed )
 void HostLinks::reload() {
    HostLinkTable table;
    for ( const auto& [type, family] : { std::pair( RTM_GETLINK, AF_UNSPEC ),
-                                        std::pair( RTM_GETADDR, AF_INET6 ) } )
+                                        std::pair( RTM_GETADDR, AF_UNSPEC ) } )
       Netlink::dump(
          static_cast<uint16_t>( type ), family,
          [&]( const Netlink::Message& message ) { table.take( message ); } );

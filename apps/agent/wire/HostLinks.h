@@ -14,8 +14,8 @@ struct HostLink {
    std::string name;
    uint32_t mtu = 0;  // bytes of an IP packet
    bool up = false;   // by the administrator
-   // Its IPv6 link-local addresses, without those that are not its own for sure.
-   std::set<Vantu::IpGenAddr> linkLocals;
+   // Those of which it is sure; IPv4 first.
+   std::set<Vantu::IpGenAddr> addresses;
    bool operator==( const HostLink& ) const = default;
 };
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <optional>
 
 namespace Agent {
 namespace {
@@ -15,26 +16,32 @@ using Vantu::IpGenAddr;
 
 constexpr const char* kReversePathFilter = "/proc/sys/net/ipv4/conf/all/rp_filter";
 
-// The first address is PIM's.
-void putFirst( InterfaceConfig& interface, const std::set<IpGenAddr>& linkLocals ) {
-   std::vector<InterfaceAddress>& addresses = interface.addresses;
-   IpGenAddr primary = *linkLocals.begin();
-   for ( const InterfaceAddress& each : addresses ) {
-      if ( linkLocals.count( each.address ) != 0 ) primary = each.address;
+// The link-local one that is configured if the host has it, else the lowest; nothing
+// without any.
+std::optional<IpGenAddr> linkLocalOf( const InterfaceConfig& interface,
+                                      const HostLink& link ) {
+   std::optional<IpGenAddr> lowest;
+   for ( const IpGenAddr& each : link.addresses ) {
+      if ( each.family() != AddressFamily::ipv6 || !each.isLinkLocal() ) continue;
+      for ( const InterfaceAddress& own : interface.addresses ) {
+         if ( own.address == each ) return each;
+      }
+      if ( !lowest ) lowest = each;
    }
-   std::erase_if( addresses, []( const InterfaceAddress& each ) {
+   return lowest;
+}
+
+// The first address is PIM's. Returns false if there is none that it can use.
+bool putFirst6( InterfaceConfig& interface, const HostLink& link ) {
+   const std::optional<IpGenAddr> primary = linkLocalOf( interface, link );
+   if ( !primary ) return false;
+   std::erase_if( interface.addresses, []( const InterfaceAddress& each ) {
       return each.address.family() == AddressFamily::ipv6 &&
              each.address.isLinkLocal();
    } );
-   addresses.insert( addresses.begin(),
-                     { primary, Vantu::IpGenPrefix( primary, 64 ) } );
-}
-
-bool hasIpv6( const InterfaceConfig& interface ) {
-   return std::any_of( interface.addresses.begin(), interface.addresses.end(),
-                       []( const InterfaceAddress& each ) {
-                          return each.address.family() == AddressFamily::ipv6;
-                       } );
+   interface.addresses.insert( interface.addresses.begin(),
+                               { *primary, Vantu::IpGenPrefix( *primary, 64 ) } );
+   return true;
 }
 
 }
@@ -43,12 +50,15 @@ VrfConfig presentConfig( VrfConfig config, AddressFamily family,
                          const HostLinkTable& links ) {
    for ( InterfaceConfig& interface : config.interfaces ) {
       const HostLink* link = links.find( config.capture( interface.name ) );
+      const auto first = std::find_if(
+         interface.addresses.begin(), interface.addresses.end(),
+         [&]( const auto& own ) { return own.address.family() == family; } );
       interface.up = link != nullptr && link->up;
-      if ( !interface.up ) continue;
+      if ( !interface.up || first == interface.addresses.end() ) continue;
       interface.mtu = link->mtu;
-      if ( family == AddressFamily::ipv4 || !hasIpv6( interface ) ) continue;
-      interface.up = !link->linkLocals.empty();
-      if ( interface.up ) putFirst( interface, link->linkLocals );
+      interface.up = family == AddressFamily::ipv4
+                        ? link->addresses.count( first->address ) != 0
+                        : putFirst6( interface, *link );
    }
    return config;
 }

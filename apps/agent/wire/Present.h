@@ -9,9 +9,9 @@
 
 namespace Agent {
 
-// The configuration for that family. An interface that is missing or down is not up; in
-// IPv6, one without a link-local address neither. In IPv6 PIM uses the interface's
-// link-local address: the configured one if the interface has it, else the lowest; the
+// The configuration for that family. An interface is not up that is missing or down,
+// or lacks the address that PIM uses: in IPv4 the first one configured, in IPv6 a
+// link-local one, the configured one if the interface has it, else the lowest. The
 // other addresses are secondary. The MTU is the interface's.
 VrfConfig presentConfig( VrfConfig config, Vantu::AddressFamily family,
                          const HostLinkTable& links );

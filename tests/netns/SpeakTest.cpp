@@ -1,0 +1,261 @@
+// Routers that send: between real kernels, and every packet as others decode it.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iostream>
+
+#include "apps/agent/wire/Wire.h"
+#include "platform/loop/RealClock.h"
+#include "tests/netns/Bed.h"
+#include "tests/netns/Decoder.h"
+#include "tests/netns/Flow.h"
+#include "tests/netns/Topology.h"
+#include "tests/support/TempRoot.h"
+
+namespace Netns {
+namespace {
+
+using Vantu::AddressFamily;
+using Vantu::IpGenAddr;
+
+// Turns the loop until the interface has a link-local address of its own.
+IpGenAddr linkLocal( const Agent::Wire& wire, Mox::Loop& loop,
+                     const std::string& interface ) {
+   IpGenAddr found;
+   eventually( [&] {
+      loop.dispatch();
+      for ( const IpGenAddr& each : wire.links().find( interface )->addresses ) {
+         if ( each.family() == AddressFamily::ipv6 && each.isLinkLocal() )
+            found = each;
+      }
+      return found != IpGenAddr();
+   } );
+   return found;
+}
+
+constexpr auto ipv4 = AddressFamily::ipv4, ipv6 = AddressFamily::ipv6;
+
+class Speak : public testing::Test {
+ protected:
+   void SetUp() override {
+#ifdef __SANITIZE_ADDRESS__
+      GTEST_SKIP() << "real time: not with programs that the sanitizers slow down";
+#endif
+      static const std::string kWhyNot = notPermitted();
+      if ( !kWhyNot.empty() ) GTEST_SKIP() << kWhyNot;
+   }
+   Mox::Test::TempRoot root;
+};
+
+// A host behind one router hears a source behind the other.
+TEST_F( Speak, TwoRoutersBringASourceToAHost ) {
+   Bed bed( "S-F F-L L-H", "FL", root.path() );
+   std::optional<Decoder> decoder;
+   if ( Decoder::available() ) {
+      decoder.emplace( bed.node( 'L' ), std::vector<std::string>{ "lf", "lh" },
+                       root.path() + "/l.pcap" );
+   } else {
+      std::cout << Decoder::missing << '\n';
+   }
+   bed.start( 'F' );
+   bed.start( 'L', { "--goodbye" } );
+   auto line = [&]( char router, const char* family,
+                    const std::string& interface ) {
+      std::istringstream lines( bed.show( router, { family, "interfaces" } ) );
+      for ( std::string each; std::getline( lines, each ); ) {
+         if ( each.rfind( interface + " ", 0 ) == 0 ) return each;
+      }
+      return std::string();
+   };
+   // The role, and the number of neighbours.
+   auto says = [&]( char router, const char* family, const char* role, int count ) {
+      std::istringstream words(
+         line( router, family, router == 'F' ? "fl" : "lf" ) );
+      std::string name, dr;
+      int neighbors = -1;
+      words >> name >> dr >> neighbors;
+      return dr == role && neighbors == count;
+   };
+   auto agreed = [&]( const char* family ) {
+      return ( says( 'F', family, "this", 1 ) &&
+               says( 'L', family, "another", 1 ) ) ||
+             ( says( 'F', family, "another", 1 ) &&
+               says( 'L', family, "this", 1 ) );
+   };
+   ASSERT_TRUE( eventually( [&] { return agreed( "-4" ) && agreed( "-6" ); } ) )
+      << bed.state();
+   EXPECT_TRUE( says( 'L', "-4", "this", 1 ) ) << "the higher address";
+
+   struct Stream {
+      Stream( const Bed& bed, AddressFamily family, const IpGenAddr& group )
+         : receiver( bed.node( 'H' ), "hl", group,
+                     bed.address( family, 'S', 'F' ) ),
+           sender( bed.node( 'S' ), "sf", group ) {}
+      bool flows() {
+         const uint32_t number = sender.sent() + 20;
+         return eventually( [&] { return receiver.reached( number ); } );
+      }
+      Receiver receiver;
+      Sender sender;
+   };
+   Stream four( bed, ipv4, IpGenAddr( "232.9.9.1" ) );
+   Stream six( bed, ipv6, IpGenAddr( "ff3e::9:1" ) );
+   ASSERT_TRUE( four.flows() ) << bed.state();
+   ASSERT_TRUE( six.flows() ) << bed.state();
+   for ( Stream* each : { &four, &six } ) {
+      each->receiver.forget();
+      ASSERT_TRUE( each->flows() );
+      EXPECT_EQ( each->receiver.faults(), Receiver::Faults() );
+   }
+
+   // PIM follows the link-local address: here a neighbour gets another.
+   const std::string former = line( 'F', "-6", "fl" );
+   const size_t at = former.find( "fe80::" );
+   ASSERT_NE( at, std::string::npos ) << former;
+   bed.node( 'F' ).ip( "-6 address delete " + former.substr( at ) + " dev fl" );
+   EXPECT_TRUE( eventually( [&] { return line( 'F', "-6", "fl" ).empty(); } ) )
+      << bed.state();
+   EXPECT_FALSE( line( 'F', "-4", "fl" ).empty() );
+   bed.node( 'F' ).ip( "-6 address add fe80::f/64 dev fl nodad" );
+   EXPECT_TRUE( eventually( [&] {
+      return bed.show( 'L', { "-6" } ).find( "via fe80::f " ) != std::string::npos;
+   } ) )
+      << bed.state();
+   EXPECT_TRUE( six.flows() ) << bed.state();
+
+   bed.agent( 'L' ).signal( SIGTERM );
+   EXPECT_EQ( bed.agent( 'L' ).wait(), 0 );
+   EXPECT_TRUE( eventually( [&] {
+      return says( 'F', "-4", "this", 0 ) && says( 'F', "-6", "this", 0 );
+   } ) )
+      << "after the goodbye\n"
+      << bed.state();
+   if ( decoder ) {
+      EXPECT_EQ( decoder->faulty(), "" );
+      for ( const char* from : { "ip.src == 10.99.1.3", "ipv6.src == fe80::/10" } )
+         EXPECT_NE(
+            decoder->packets( std::string( "pim.type == 3 and " ) + from, {} ), "" )
+            << "joins " << from;
+   }
+
+   // The link comes back with other interfaces.
+   bed.start( 'L' );
+   ASSERT_TRUE( four.flows() ) << bed.state();
+   bed.replug( 'F', 'L' );
+   EXPECT_TRUE( four.flows() ) << bed.state();
+   EXPECT_TRUE( six.flows() ) << bed.state();
+}
+
+const char* const kSent4 =
+   "224.0.0.13 1 0xc0  Hello\n"
+   "224.0.0.13 1 0xc0  Join/Prune\n"
+   "224.0.0.13 1 0xc0  Assert\n"
+   "10.99.0.2,233.252.0.1 64,0 0xc0,0x00  Register\n"
+   "224.0.0.1 1 0xc0 148 Membership Query, general\n"
+   "233.252.0.1 1 0xc0 148 Membership Query, specific for group 233.252.0.1, "
+   "sources {10.99.0.1, 10.99.0.2}\n"
+   "233.252.0.1 1 0xc0 148 Membership Query, specific for group 233.252.0.1\n"
+   "10.99.0.2 64 0xc0  Register-stop\n";
+const char* const kSent6 =
+   "ff02::d 1 0x000000c0  Hello\n"
+   "ff02::d 1 0x000000c0  Join/Prune\n"
+   "ff02::d 1 0x000000c0  Assert\n"
+   "2001:db8:99::2,ff0e::db8:1 64,0 0x000000c0,0x00000000  Register\n"
+   "ff02::1 1 0x000000c0 0 Multicast Listener Query\n"
+   "ff0e::db8:1 1 0x000000c0 0 Multicast Listener Query\n"
+   "ff0e::db8:1 1 0x000000c0 0 Multicast Listener Query\n"
+   "2001:db8:99::2 64 0x000000c0  Register-stop\n";
+
+// Each kind of message, as it leaves. The receiver answers nothing: it is no router.
+class SpeakKinds : public Speak, public testing::WithParamInterface<AddressFamily> {
+ protected:
+   void SetUp() override {
+      Speak::SetUp();
+      if ( !IsSkipped() && !Decoder::available() ) GTEST_SKIP() << Decoder::missing;
+   }
+};
+
+TEST_P( SpeakKinds, AreWellFormed ) {
+   using namespace Router;
+   const bool four = GetParam() == ipv4;
+   Bed bed( "A-B", "", root.path() );
+   Decoder decoder( bed.node( 'B' ), { "ba" }, root.path() + "/kinds.pcap" );
+   const IpGenAddr own = bed.address( GetParam(), 'A', 'B' );
+   const IpGenAddr other = bed.address( GetParam(), 'B', 'A' );
+   const IpGenAddr g( four ? "233.252.0.1" : "ff0e::db8:1" );
+   Namespace::Inside inside( bed.node( 'A' ) );
+   Mox::Loop loop;
+   Mox::RealClock clock( loop );
+   std::string notes;
+   Agent::Wire wire(
+      loop, clock, [&]( const std::string& note ) { notes += note + '\n'; },
+      [] {} );
+   const IpGenAddr from = four ? own : linkLocal( wire, loop, "ab" );
+   const IpGenAddr routers = allPimRouters( GetParam() );
+   auto pim = [&]( PimMessage::Body body ) {
+      return wire.send( "ab", { Vantu::IntfId( "ab" ), from, routers,
+                                pimMessage( std::move( body ) ) } );
+   };
+   auto unicast = [&]( PimMessage::Body body ) {
+      return wire.send( "", { {}, own, other, pimMessage( std::move( body ) ) } );
+   };
+   PimHello hello;
+   hello.holdtime = 105;
+   hello.lanPruneDelay = { true, 500, 2500 };
+   hello.drPriority = 1;
+   hello.generationId = 7;
+   hello.addresses = { IpGenAddr( four ? "10.99.0.77" : "2001:db8:99::77" ) };
+   EXPECT_TRUE( pim( hello ) );
+   PimJoinPrune joinPrune{ other, 210, { { g } } };
+   joinPrune.groups[0].joins = {
+      { .address = own, .wildcard = true, .rpt = true } };
+   joinPrune.groups[0].prunes = { { .address = other, .rpt = true } };
+   EXPECT_TRUE( pim( joinPrune ) );
+   EXPECT_TRUE( pim( PimAssert{ .group = g, .source = own, .metric = 20 } ) );
+   PimRegister null;
+   null.nullRegister = true;
+   null.source = own;
+   null.group = g;
+   EXPECT_TRUE( unicast( null ) );
+   auto ask = [&]( const IpGenAddr& to, const MembershipQuery& query ) {
+      return wire.send(
+         "ab", { Vantu::IntfId( "ab" ), from, to, MembershipMessage( query ) } );
+   };
+   const MembershipQuery general{
+      3, IpGenAddr::unspecified( GetParam() ), {}, 10.0, false, 2, 125.0 };
+   EXPECT_TRUE( ask( IpGenAddr( four ? "224.0.0.1" : "ff02::1" ), general ) );
+   EXPECT_TRUE( ask( g, { 3, g, { own, other }, 1.0, true, 2, 125.0 } ) );
+   EXPECT_TRUE( ask( g, { 2, g, {}, 1.0 } ) );
+   EXPECT_TRUE( unicast( PimRegisterStop{ .group = g, .source = own } ) );
+   EXPECT_EQ( notes, "" );
+   EXPECT_TRUE( decoder.saw( "Register-stop" ) );
+
+   // One that cannot leave is told of once.
+   const Outgoing foreign{ Vantu::IntfId( "ab" ),
+                           IpGenAddr( four ? "192.0.2.99" : "fe80::99" ), routers,
+                           pimMessage( hello ) };
+   EXPECT_FALSE( wire.send( "ab", foreign ) );
+   EXPECT_FALSE( wire.send( "ab", foreign ) );
+   EXPECT_FALSE( wire.send( "absent", foreign ) );
+   EXPECT_EQ( std::count( notes.begin(), notes.end(), '\n' ), 1 ) << notes;
+   EXPECT_EQ( notes.rfind( "ab: cannot send in ", 0 ), 0u ) << notes;
+
+   EXPECT_EQ( decoder.faulty(), "" );
+   // Destination, TTL, class, router alert; of a null register the inner ones, too.
+   using Fields = std::vector<std::string>;
+   const Fields fields =
+      four ? Fields{ "ip.dst", "ip.ttl", "ip.dsfield", "ip.opt.type" }
+           : Fields{ "ipv6.dst", "ipv6.hlim", "ipv6.tclass",
+                     "ipv6.opt.router_alert" };
+   EXPECT_EQ( decoder.packets( "pim or igmp.type == 0x11 or icmpv6.type == 130",
+                               fields, "_ws.col.Info" ),
+              four ? kSent4 : kSent6 );
+}
+
+INSTANTIATE_TEST_SUITE_P( Families, SpeakKinds, testing::Values( ipv4, ipv6 ),
+                          []( const auto& row ) {
+                             return row.param == ipv4 ? "IPv4" : "IPv6";
+                          } );
+
+}
+}

@@ -32,6 +32,7 @@ Speech FamilyInstance::speech( Wire* wire ) const {
    if ( wire == nullptr ) return {};
    return { [this, wire]( const Outgoing& out ) {
               return wire->send(
+                 config_.name,
                  out.intfId.empty() ? std::string() : devices_.at( out.intfId ),
                  out );
            },

@@ -192,12 +192,15 @@ TEST_P( SpeakKinds, AreWellFormed ) {
       [] {} );
    const IpGenAddr from = four ? own : linkLocal( wire, loop, "ab" );
    const IpGenAddr routers = allPimRouters( GetParam() );
+   const L3::VrfName vrf( "default" );
    auto pim = [&]( PimMessage::Body body ) {
-      return wire.send( "ab", { Vantu::IntfId( "ab" ), from, routers,
-                                pimMessage( std::move( body ) ) } );
+      return wire.send( vrf, "ab",
+                        { Vantu::IntfId( "ab" ), from, routers,
+                          pimMessage( std::move( body ) ) } );
    };
    auto unicast = [&]( PimMessage::Body body ) {
-      return wire.send( "", { {}, own, other, pimMessage( std::move( body ) ) } );
+      return wire.send( vrf, "",
+                        { {}, own, other, pimMessage( std::move( body ) ) } );
    };
    PimHello hello;
    hello.holdtime = 105;
@@ -219,7 +222,8 @@ TEST_P( SpeakKinds, AreWellFormed ) {
    EXPECT_TRUE( unicast( null ) );
    auto ask = [&]( const IpGenAddr& to, const MembershipQuery& query ) {
       return wire.send(
-         "ab", { Vantu::IntfId( "ab" ), from, to, MembershipMessage( query ) } );
+         vrf, "ab",
+         { Vantu::IntfId( "ab" ), from, to, MembershipMessage( query ) } );
    };
    const MembershipQuery general{
       3, IpGenAddr::unspecified( GetParam() ), {}, 10.0, false, 2, 125.0 };
@@ -228,15 +232,23 @@ TEST_P( SpeakKinds, AreWellFormed ) {
    EXPECT_TRUE( ask( g, { 2, g, {}, 1.0 } ) );
    EXPECT_TRUE( unicast( PimRegisterStop{ .group = g, .source = own } ) );
    EXPECT_EQ( notes, "" );
+   auto counted = [&]( const std::string& owner, const char* name ) {
+      const Mox::EventCounter* counter = Mox::eventCounter( owner, name );
+      return counter == nullptr ? 0 : counter->value();
+   };
+   EXPECT_EQ( counted( "agent/sent/default/ab", "membership-query" ), 3u );
+   const std::string asked = "agent/asked/default/" + valueToStrep( other ) + "/ab";
+   EXPECT_EQ( counted( asked, "joins" ), 1u );
+   EXPECT_EQ( counted( asked, "prunes" ), 1u );
    EXPECT_TRUE( decoder.saw( "Register-stop" ) );
 
    // One that cannot leave is told of once.
    const Outgoing foreign{ Vantu::IntfId( "ab" ),
                            IpGenAddr( four ? "192.0.2.99" : "fe80::99" ), routers,
                            pimMessage( hello ) };
-   EXPECT_FALSE( wire.send( "ab", foreign ) );
-   EXPECT_FALSE( wire.send( "ab", foreign ) );
-   EXPECT_FALSE( wire.send( "absent", foreign ) );
+   EXPECT_FALSE( wire.send( vrf, "ab", foreign ) );
+   EXPECT_FALSE( wire.send( vrf, "ab", foreign ) );
+   EXPECT_FALSE( wire.send( vrf, "absent", foreign ) );
    EXPECT_EQ( std::count( notes.begin(), notes.end(), '\n' ), 1 ) << notes;
    EXPECT_EQ( notes.rfind( "ab: cannot send in ", 0 ), 0u ) << notes;
 

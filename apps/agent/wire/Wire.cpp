@@ -16,7 +16,8 @@ Wire::Wire( Mox::Loop& loop, Mox::Clock& clock,
         linksChanged();
      } ) {}
 
-bool Wire::send( const std::string& device, const Router::Outgoing& message ) {
+bool Wire::send( const L3::VrfName& vrf, const std::string& device,
+                 const Router::Outgoing& message ) {
    const Way way{ device, message.destination.family() };
    uint32_t index = 0;
    if ( !device.empty() ) {
@@ -26,6 +27,7 @@ bool Wire::send( const std::string& device, const Router::Outgoing& message ) {
    }
    try {
       sockets( way, index ).send( message );
+      counters_.count( vrf, message );
       return true;
    } catch ( const std::system_error& e ) {
       note( way, e.what() );

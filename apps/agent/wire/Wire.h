@@ -7,6 +7,7 @@
 
 #include "apps/agent/wire/HostLinks.h"
 #include "apps/agent/wire/LinkSockets.h"
+#include "apps/agent/wire/SentCounters.h"
 #include "platform/loop/Clock.h"
 
 namespace Agent {
@@ -25,9 +26,10 @@ class Wire {
    const HostLinkTable& links() const { return links_.table(); }
 
    // Sends on that interface of this host; an empty name: wherever the host's routes
-   // lead. Returns false if the message could not leave. An interface that is missing
-   // or down is no reason for a note.
-   bool send( const std::string& device, const Router::Outgoing& message );
+   // lead. Counts it as the VRF's. Returns false if the message could not leave. An
+   // interface that is missing or down is no reason for a note.
+   bool send( const L3::VrfName& vrf, const std::string& device,
+              const Router::Outgoing& message );
 
    // A random number from 0 to below 1.
    double uniform() { return distribution_( random_ ); }
@@ -47,6 +49,7 @@ class Wire {
    std::function<void( const std::string& )> note_;
    std::map<Way, LinkSockets> sockets_;
    std::map<Way, double> noted_;  // when
+   SentCounters counters_;
    std::mt19937 random_{ std::random_device()() };
    std::uniform_real_distribution<double> distribution_;
    HostLinks links_;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 #include <optional>
 
@@ -45,6 +46,15 @@ class Counters {
       for ( auto at = values_.lower_bound( { owner, "" } );
             at != values_.end() && at->first.first == owner; ++at )
          call( at->first.second, at->second );
+   }
+   // The same for all owners that begin with `prefix`; `call` gets the rest of the
+   // owner first.
+   template <class Call>
+   void eachBelow( const std::string& prefix, Call call ) const {
+      for ( auto at = values_.lower_bound( { prefix, "" } );
+            at != values_.end() && at->first.first.rfind( prefix, 0 ) == 0; ++at )
+         call( at->first.first.substr( prefix.size() ), at->first.second,
+               at->second );
    }
 
  private:
@@ -180,13 +190,54 @@ void addAgent( Exposition& out, const Counters& counters ) {
       { "agent/dropped", "pimsm_agent_packets_dropped_total", "reason",
         "Packets that the agent could not decode." },
       { "agent/refused", "pimsm_agent_refused_total", "reason",
-        "Decoded messages, or parts of them, that changed nothing." } };
+        "Decoded messages, or parts of them, that changed nothing." },
+      { "agent/sent", "pimsm_agent_packets_sent_total", "type",
+        "Messages that the agent sent." },
+      { "agent/unsent", "pimsm_agent_packets_unsent_total", "type",
+        "Messages that the agent could not send." },
+      { "agent/joins", "pimsm_agent_joins_total", "event",
+        "What became of the agent's own joins and prunes." } };
    for ( const Row& row : kRows ) {
       counters.each( row.owner, [&]( const std::string& name, uint64_t value ) {
          out.counter( row.name, row.help, { { row.label, yangName( name ) } },
                       value );
       } );
    }
+}
+
+// What stands before the first slash; removes it with the slash.
+std::string takePart( std::string& rest ) {
+   const size_t slash = std::min( rest.find( '/' ), rest.size() );
+   std::string part = rest.substr( 0, slash );
+   rest.erase( 0, slash + 1 );
+   return part;
+}
+
+// An interface's name may hold slashes, so it comes last.
+void addSent( Exposition& out, const Counters& counters ) {
+   counters.eachBelow(
+      "agent/sent/",
+      [&]( std::string rest, const std::string& type, uint64_t value ) {
+         const std::string vrf = takePart( rest );
+         out.counter(
+            "pimsm_agent_interface_sent_total",
+            "Messages that the agent sent on an interface.",
+            { { "vrf", vrf }, { "interface", rest }, { "type", yangName( type ) } },
+            value );
+      } );
+   counters.eachBelow(
+      "agent/asked/",
+      [&]( std::string rest, const std::string& what, uint64_t value ) {
+         const std::string vrf = takePart( rest );
+         const std::string neighbor = takePart( rest );
+         out.counter( "pimsm_agent_neighbor_sent_total",
+                      "Joins and prunes that the agent sent for a neighbour.",
+                      { { "vrf", vrf },
+                        { "neighbor", neighbor },
+                        { "interface", rest },
+                        { "what", what } },
+                      value );
+      } );
 }
 
 }
@@ -203,6 +254,7 @@ std::string metricsText( const Mirrors& mirrors, const char* version ) {
       addAgentOf( out, *mirror, labels, counters );
    }
    addAgent( out, counters );
+   addSent( out, counters );
    const auto& layout = mirrors.all().front()->tables->route().reader()->layout();
    out.gauge( "pimsm_build_info", "The tool's version and its tables' layout.",
               { { "version", version },

@@ -101,6 +101,9 @@ class ShownRouter {
       };
       count( "agent/packets", "hello", 34 );
       count( "agent/packets", "join-prune", 9 );
+      count( "agent/sent", "hello", 12 );
+      count( "agent/sent/default/eth1/0", "hello", 7 );
+      count( "agent/asked/default/192.0.2.254/eth1/0", "joins", 5 );
       count( "agent/dropped", "bad \"checksum\"\\", 2 );
       for ( const char* name : { "routeWritten", "routeRemoved", "routeIntfRefused",
                                  "reviews", "reloadMicroseconds", "reloadRoutes" } )

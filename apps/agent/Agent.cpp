@@ -38,6 +38,12 @@ bool namesAFamily( const AgentConfig& config ) {
                        } );
 }
 
+std::map<L3::VrfName, const VrfConfig*> byName( const AgentConfig& config ) {
+   std::map<L3::VrfName, const VrfConfig*> out;
+   for ( const VrfConfig& vrf : config.vrfs ) out.emplace( vrf.name, &vrf );
+   return out;
+}
+
 std::set<uint32_t> kernelTables( const AgentConfig& config ) {
    std::set<uint32_t> tables;
    for ( const VrfConfig& vrf : config.vrfs ) {
@@ -88,9 +94,10 @@ VrfConfig Agent::present( const VrfConfig& vrf, AddressFamily family ) const {
 // An interface that comes is heard before it speaks.
 void Agent::followPresence() {
    for ( const auto& [name, live] : live_ ) live->retry();
+   const auto configs = byName( options_.config );
    for ( const auto& family : families_ ) {
-      const VrfConfig next = present(
-         *vrfOf( options_.config, family->config().name ), family->family() );
+      const VrfConfig next =
+         present( *configs.at( family->config().name ), family->family() );
       if ( next.interfaces != family->config().interfaces )
          family->configIs( next );
    }
@@ -254,8 +261,7 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
    tables.merge( kernelTables( options_.config ) );
    kernelRoutes_.tablesAre( std::move( tables ) );
    Families made = newFamilies( config );
-   std::map<L3::VrfName, const VrfConfig*> wanted;
-   for ( const VrfConfig& vrf : config.vrfs ) wanted.emplace( vrf.name, &vrf );
+   const auto wanted = byName( config );
    std::vector<std::string> notes;
    Families kept;
    for ( auto& family : families_ ) {

@@ -67,7 +67,7 @@ TEST( Registers, ThatFindNoRoomAreForgotten ) {
    capacities.drDiscoveredSg = capacities.registerOif = 4;
    RegisterEngine engine(
       RegisterStatus::mount( manager, "tables", ::Brane::tableWriter, capacities ),
-      clock, topology, config, counters );
+      clock, topology, config, false, counters );
    engine.adopt();
    for ( int host = 2; host <= 7; ++host ) {
       IpPacket packet;

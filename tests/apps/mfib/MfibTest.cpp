@@ -47,7 +47,7 @@ class Forwards : public testing::Test {
                            { intfId( "eth0" ), intfId( "eth1" ), intfId( "eth2" ),
                              intfId( "eth3" ) } };
       family = std::make_unique<Family>(
-         config, std::move( seam ), links, *manager, clock,
+         config, std::move( seam ), nullptr, links, *manager, clock,
          [this]( const std::string& text ) { said += text + "\n"; } );
       follow( 0.2 );
    }
@@ -295,10 +295,11 @@ TEST_F( Forwards, InterfacesThatComeAndGo ) {
    EXPECT_EQ( kernel->vifs.count( 1 ), 0u );
    EXPECT_EQ( outgoing( kSg ), "none" ) << "its incoming interface has gone";
    // More interfaces than the kernel takes.
-   std::vector<Vantu::IntfId> many;
+   FamilyConfig many = family->config();
+   many.interfaces.clear();
    for ( unsigned i = 0; i <= kMaxVifs; ++i )
-      many.push_back( intfId( "m" + std::to_string( i ) ) );
-   family->interfacesIs( many );
+      many.interfaces.push_back( intfId( "m" + std::to_string( i ) ) );
+   family->configIs( many );
    EXPECT_NE( said.find( "m32 is left out" ), std::string::npos ) << said;
 }
 

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <filesystem>
+
 #include "published/Vrfs.h"
 
 namespace Routing::Pim::SparseMode {
@@ -59,12 +61,16 @@ void VrfWriter::retire() {
 
 void VrfWriter::removeTables( const Mox::String& root, Vantu::AddressFamily family,
                               const L3::VrfName& vrf ) {
+   std::vector<std::string> directories;
    for ( const Mox::String& path :
          { Brane::Status::mountPath( family, vrf ),
            RegisterStatus::mountPath( family, vrf ),
            AdvertisedSgStatus::mountPath( family, vrf ),
            Published::FamilyStatus::mountPath( family, vrf ) } )
-      Published::removeTablesUnder( fmt::format( "{}/{}", root, path ) );
+      directories.push_back( fmt::format( "{}/{}", root, path ) );
+   if ( !std::filesystem::is_directory( directories.front() ) ) return;
+   Published::removeTablesUnder(
+      directories, directories.front() + '/' + Corvex::EntityManager::seatName );
 }
 
 }

@@ -4,6 +4,7 @@
 
 #include "platform/mount/EntityManager.h"
 #include "platform/mount/TableAttribute.h"
+#include "platform/mount/VrfPath.h"
 #include "platform/net/VrfName.h"
 #include "published/Records.h"
 
@@ -38,7 +39,8 @@ class PIMSM_API FamilyStatus : public MoxBrane::MountedEntity {
  public:
    MOX_ENTITY( FamilyStatus, PUBLISHED_FAMILY_ATTRIBUTES )
 
-   explicit FamilyStatus( Mox::StringView name ) : MountedEntity( name ) {}
+   explicit FamilyStatus( Mox::StringView name )
+      : MountedEntity( name, MoxBrane::besidePath( name, "status" ) ) {}
 
    static Mox::String mountPath( Vantu::AddressFamily family,
                                  const L3::VrfName& vrf );

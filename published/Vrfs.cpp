@@ -9,6 +9,7 @@
 #include "export/Status.h"
 #include "platform/shm/Error.h"
 #include "platform/shm/TableFiles.h"
+#include "platform/shm/WriterSeat.h"
 #include "platform/trace/Trace.h"
 
 namespace Published {
@@ -60,22 +61,32 @@ std::vector<L3::VrfName> vrfsUnder( const std::string& root,
    return names;
 }
 
-void removeTablesUnder( const std::string& directory ) {
+void removeTablesUnder( const std::vector<std::string>& directories,
+                        const std::string& seat ) {
    std::error_code ignored;
-   std::set<std::string>
-      tables;  // tables have several files: "route", "route.bell"
-   for ( const auto& entry :
-         std::filesystem::directory_iterator( directory, ignored ) )
-      tables.insert( entry.path().parent_path() / entry.path().stem() );
-   for ( const std::string& table : tables ) {
-      try {
-         Brane::removeTableFiles( table );
-      } catch ( const Brane::TableError& e ) {
-         MOX_TRACE( trace, 0, e.what() );
-      }
+   std::set<std::string> tables;  // tables have several files: "route", "route.new"
+   for ( const std::string& directory : directories ) {
+      for ( const auto& entry :
+            std::filesystem::directory_iterator( directory, ignored ) )
+         tables.insert( entry.path().parent_path() / entry.path().stem() );
    }
-   if ( std::filesystem::is_directory( directory, ignored ) )
-      std::filesystem::remove( directory, ignored );
+   const std::string name = std::filesystem::path( seat ).filename();
+   try {
+      Brane::WriterSeat held( seat );
+      for ( const std::string& table : tables ) {
+         if ( std::filesystem::path( table ).filename() != name )
+            Brane::removeTableFiles( table );
+      }
+      for ( const std::string& directory : directories )
+         std::filesystem::remove( directory + '/' + name + ".bell", ignored );
+      held.removeFiles();
+   } catch ( const Brane::TableError& e ) {
+      MOX_TRACE( trace, 0, e.what() );
+   }
+   for ( const std::string& directory : directories ) {
+      if ( std::filesystem::is_directory( directory, ignored ) )
+         std::filesystem::remove( directory, ignored );
+   }
 }
 
 }

@@ -21,8 +21,9 @@ class PIMSM_API UnreadableDirectoryError : public Mox::Error {
 PIMSM_API std::vector<L3::VrfName> vrfsUnder( const std::string& root,
                                               Vantu::AddressFamily family );
 
-// Removes the tables in a directory that have no writer, then the directory if it
-// is empty. Files that cannot be removed stay.
-PIMSM_API void removeTablesUnder( const std::string& directory );
+// Removes the tables in directories whose one writer has that seat (WriterSeat.h),
+// then the directories if they are empty. Does nothing while the writer lives.
+PIMSM_API void removeTablesUnder( const std::vector<std::string>& directories,
+                                  const std::string& seat );
 
 }

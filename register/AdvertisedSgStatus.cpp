@@ -17,7 +17,7 @@ Mox::Ptr<AdvertisedSgStatus> advertisedSgStatusFactory( Mox::StringView name ) {
 }
 
 AdvertisedSgStatus::AdvertisedSgStatus( Mox::StringView name )
-   : MountedEntity( name ),
+   : MountedEntity( name, ::MoxBrane::besidePath( name, "status" ) ),
      zeroReferences_(
         std::make_unique<AdvertisedSgStatusZeroReferencesNotifiee>( this ) ) {}
 

@@ -16,7 +16,7 @@ Mox::Ptr<RegisterStatus> registerStatusFactory( Mox::StringView name ) {
 }
 
 RegisterStatus::RegisterStatus( Mox::StringView name )
-   : MountedEntity( name ),
+   : MountedEntity( name, ::MoxBrane::besidePath( name, "status" ) ),
      zeroReferences_(
         std::make_unique<RegisterStatusZeroReferencesNotifiee>( this ) ) {}
 

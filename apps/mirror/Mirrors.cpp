@@ -5,9 +5,7 @@
 
 #include <algorithm>
 #include <ctime>
-#include <tuple>
 
-#include "platform/shm/TableFiles.h"
 #include "published/Vrfs.h"
 
 namespace Show {
@@ -76,20 +74,12 @@ bool Mirror::gone() const {
 
 // A bell is rung by writing to it; 0 if the clocks were set back.
 std::optional<double> Mirror::sinceLastWrite() const {
-   timespec latest{};
-   for ( const MoxBrane::TableBase* table :
-         std::initializer_list<const MoxBrane::TableBase*>{
-            &tables->route(), &tables->routeIntf() } ) {
-      struct stat status;
-      const Brane::TableFiles files( table->reader()->path() );
-      if ( stat( files.bell.c_str(), &status ) != 0 ) continue;
-      if ( std::tie( status.st_mtim.tv_sec, status.st_mtim.tv_nsec ) >
-           std::tie( latest.tv_sec, latest.tv_nsec ) )
-         latest = status.st_mtim;
-   }
-   if ( latest.tv_sec == 0 ) return std::nullopt;
+   struct stat status;
+   if ( stat( tables->route().reader()->bell().c_str(), &status ) != 0 )
+      return std::nullopt;
    timespec now;
    clock_gettime( CLOCK_REALTIME, &now );
+   const timespec& latest = status.st_mtim;
    return std::max( 0.0,
                     static_cast<double>( now.tv_sec - latest.tv_sec ) +
                        static_cast<double>( now.tv_nsec - latest.tv_nsec ) * 1e-9 );

@@ -56,8 +56,8 @@ struct Mirror {
    static Problem problem( const MoxBrane::TableBase& table );
    // Have the tables been removed since they were found, as with their VRF?
    bool gone() const;
-   // Seconds since the agent last rang after writing routes; nothing if the bells
-   // cannot be seen.
+   // Seconds since the agent last rang after writing tables of this VRF and family;
+   // nothing if the bell cannot be seen.
    std::optional<double> sinceLastWrite() const;
    // The number of records in all tables that were skipped as damaged or
    // undecodable.

@@ -12,6 +12,7 @@
 #include "platform/entity/Factory.h"
 #include "platform/mount/MountedEntity.h"
 #include "platform/mount/TableBase.h"
+#include "platform/shm/TableFiles.h"
 #include "platform/trace/Trace.h"
 
 namespace Corvex {
@@ -143,7 +144,8 @@ Brane::DoorbellHub::Id EntityManager::watch( const Mox::String& path,
                                              MoxBrane::TableBase& table ) {
    watchAbove( path );
    Brane::DoorbellHub::Id id = hub_.add(
-      path, [&table]( Brane::DoorbellHub::Ring why ) { table.handleBell( why ); } );
+      path, bellBase( table.entity_ ),
+      [&table]( Brane::DoorbellHub::Ring why ) { table.handleBell( why ); } );
    wakeup_->wakeupTimeIs( std::min( wakeup_->wakeupTime(), clock_.now() ) );
    return id;
 }
@@ -152,7 +154,8 @@ Brane::DoorbellHub::Id EntityManager::watchFiles( const Mox::String& path,
                                                   MoxBrane::TableBase& table ) {
    watchAbove( path );
    Brane::DoorbellHub::Id id =
-      hub_.addFiles( path, [this, &table]( auto ) { restoreFiles( table ); } );
+      hub_.addFiles( path, bellBase( table.entity_ ),
+                     [this, &table]( auto ) { restoreFiles( table ); } );
    wakeup_->wakeupTimeIs( std::min( wakeup_->wakeupTime(), clock_.now() ) );
    return id;
 }
@@ -163,6 +166,7 @@ void EntityManager::restoreFiles( MoxBrane::TableBase& table ) {
    Brane::TableWriter& writer = *table.writer();
    if ( writer.filesStand() ) return;
    try {
+      makeDirectories( tablePath( table.entity_.seat(), seatName ) );
       makeDirectories( writer.path() );
       writer.restoreFiles();
    } catch ( const Brane::CreateError& e ) {
@@ -278,12 +282,51 @@ void EntityManager::makeDirectories( const Mox::String& path ) const {
    }
 }
 
+std::shared_ptr<Brane::WriterSeat> EntityManager::seatOf(
+   const MoxBrane::MountedEntity& entity ) {
+   const Mox::String base = tablePath( entity.seat(), seatName );
+   std::shared_ptr<Brane::WriterSeat> seat = seats_[entity.seat()].lock();
+   if ( seat == nullptr ) {
+      makeDirectories( base );
+      seat = std::make_shared<Brane::WriterSeat>( base );
+      seats_[entity.seat()] = seat;
+   }
+   seat->addBell( bellBase( entity ) );
+   return seat;
+}
+
+Mox::String EntityManager::bellBase( const MoxBrane::MountedEntity& entity ) const {
+   return tablePath( entity.name(), seatName );
+}
+
+// Removes lock and bell with the last table that is written under them.
+void EntityManager::leaveSeat( const MoxBrane::MountedEntity& entity ) {
+   auto found = seats_.find( entity.seat() );
+   auto seat = found == seats_.end() ? nullptr : found->second.lock();
+   if ( seat == nullptr ) return;
+   for ( const auto& [path, other] : entities_ ) {
+      if ( other->seat() != entity.seat() ) continue;
+      for ( MoxBrane::TableBase* table : other->tables() )
+         if ( table->writes() ) return;
+   }
+   seat->removeFiles();
+   seats_.erase( found );
+   rmdir( fmt::format( "{}/{}", root_, entity.seat() ).c_str() );
+}
+
 void EntityManager::removeTables( Mox::StringView path ) {
    auto found = entities_.find( path );
    if ( found == entities_.end() ) return;
-   for ( MoxBrane::TableBase* table : found->second->tables() ) {
-      if ( table->writer() != nullptr ) table->writer()->removeFiles();
+   const MoxBrane::MountedEntity& entity = *found->second;
+   bool written = false;
+   for ( MoxBrane::TableBase* table : entity.tables() ) {
+      written = written || table->writes();
+      table->retire();
    }
+   if ( !written ) return;
+   if ( entity.seat() != entity.name() )
+      unlink( Brane::TableFiles( bellBase( entity ) ).bell.c_str() );
+   leaveSeat( entity );
    // The directory stays while another process keeps a table in it.
    rmdir( fmt::format( "{}/{}", root_, path ).c_str() );
 }

@@ -16,6 +16,7 @@
 #include "platform/entity/Entity.h"
 #include "platform/loop/RealClock.h"
 #include "platform/shm/DoorbellHub.h"
+#include "platform/shm/WriterSeat.h"
 
 namespace MoxBrane {
 class MountedEntity;
@@ -27,6 +28,8 @@ namespace Corvex {
 class PIMSM_API EntityManager {
  public:
    static constexpr const char* defaultRoot = "/dev/shm/pimsm";
+   // The base of the names of a seat's lock and bell: see MountedEntity::seat().
+   static constexpr const char* seatName = "writer";
 
    // `clock` and `loop` outlive the manager. `clock` paces the doorbells. A loop
    // serves doorbells and rings written tables; without one the owner calls
@@ -92,6 +95,11 @@ class PIMSM_API EntityManager {
    bool timeIsUp() const { return clock_.now() >= dispatchEnd_; }
    Mox::String tablePath( Mox::StringView entityPath, Mox::StringView table ) const;
    void makeDirectories( const Mox::String& tablePath ) const;
+   // The lock and bell of the entity's tables; the bell has a name in its directory.
+   std::shared_ptr<Brane::WriterSeat> seatOf(
+      const MoxBrane::MountedEntity& entity );
+   Mox::String bellBase( const MoxBrane::MountedEntity& entity ) const;
+   void leaveSeat( const MoxBrane::MountedEntity& entity );
    Brane::DoorbellHub::Id watchFiles( const Mox::String& path,
                                       MoxBrane::TableBase& table );
    void watchAbove( const Mox::String& path );
@@ -121,6 +129,7 @@ class PIMSM_API EntityManager {
    double tellRestored_ = Mox::Clock::never;
    Mox::String problem_;
    NoteHandler noteHandler_;
+   std::map<Mox::String, std::weak_ptr<Brane::WriterSeat>> seats_;  // by mount path
    // Written to since the last ring.
    std::vector<MoxBrane::TableBase*> written_;
    std::unique_ptr<Wakeup> wakeup_;

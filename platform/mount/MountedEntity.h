@@ -23,11 +23,17 @@ class PIMSM_API MountedEntity : public Mox::Entity {
    // tables cannot be mounted then.
    Corvex::EntityManager* manager() const { return manager_; }
 
+   // The mount path in whose directory the writer's lock and bell are, `writer.lock`
+   // and `writer.bell`: the entity's own, unless it has one writer with another.
+   const Mox::String& seat() const { return seat_; }
+
    // In order of declaration.
    const std::vector<TableBase*>& tables() const { return tables_; }
 
  protected:
-   explicit MountedEntity( Mox::StringView name ) : name_( name ) {}
+   // `seat`: see seat().
+   explicit MountedEntity( Mox::StringView name, Mox::String seat = {} )
+      : name_( name ), seat_( seat.empty() ? name_ : std::move( seat ) ) {}
    ~MountedEntity() override;
 
    // An override calls this one too.
@@ -40,6 +46,7 @@ class PIMSM_API MountedEntity : public Mox::Entity {
    void leaveManager();
 
    Mox::String name_;
+   Mox::String seat_;
    Corvex::EntityManager* manager_ = nullptr;
    std::vector<TableBase*> tables_;
 };

@@ -72,8 +72,10 @@ bool TableBase::mount( ::Brane::TableRole role, uint32_t capacity ) {
 void TableBase::mountWriter( Corvex::EntityManager& manager,
                              const Mox::String& path, uint32_t capacity ) {
    manager.makeDirectories( path );
+   ::Brane::WriterOptions options = options_;
+   options.seat = manager.seatOf( entity_ );
    writer_ =
-      std::make_unique<::Brane::TableWriter>( path, layout_, capacity, options_ );
+      std::make_unique<::Brane::TableWriter>( path, layout_, capacity, options );
    ::Brane::AttachReport report = writer_->attachReport();
    dropWhatIsNoValue( report );
    tellAttached( report );
@@ -123,12 +125,19 @@ void TableBase::tellAttached( const ::Brane::AttachReport& report ) {
 
 void TableBase::mountReader( Corvex::EntityManager& manager,
                              const Mox::String& path ) {
-   reader_ = std::make_unique<::Brane::TableReader>( path, layout_ );
+   reader_ = std::make_unique<::Brane::TableReader>( path, layout_,
+                                                     manager.bellBase( entity_ ) );
    // A process that mirrors the table would otherwise keep and pass on damaged
    // records.
    reader_->verifyingIs( true );
    follower_ = std::make_unique<::Brane::TableFollower>( *reader_ );
    bell_ = manager.watch( path, *this );
+}
+
+void TableBase::retire() {
+   if ( writer_ == nullptr ) return;
+   retired_ = true;
+   writer_->removeFiles();
 }
 
 void TableBase::updateMountStatus() {

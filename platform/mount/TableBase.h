@@ -108,7 +108,11 @@ class PIMSM_API TableBase {
 
  private:
    friend class CollectionControl;
+   friend class ::Corvex::EntityManager;
 
+   // As writer, and not retired?
+   bool writes() const { return writer_ != nullptr && !retired_; }
+   void retire();
    // Returns false when mounted in that role already.
    bool mount( ::Brane::TableRole role, uint32_t capacity );
    void mountWriter( Corvex::EntityManager& manager, const Mox::String& path,
@@ -152,6 +156,7 @@ class PIMSM_API TableBase {
    size_t foretold_ = 0;
    bool again_ = false;  // the last look at the journal left something busy
    bool quiesced_ = false;
+   bool retired_ = false;  // by removeTables()
    Corruption corruption_;
    CorruptionHandler corruptionHandler_;
    uint64_t corruptions_ = 0;

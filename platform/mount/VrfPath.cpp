@@ -23,4 +23,14 @@ Mox::String vrfPath( Mox::StringView kind, Vantu::AddressFamily family,
                        name );
 }
 
+Mox::String besidePath( Mox::StringView path, Mox::StringView kind ) {
+   const size_t last = path.rfind( '/' );
+   const size_t before = last == Mox::StringView::npos || last == 0
+                            ? last
+                            : path.rfind( '/', last - 1 );
+   if ( before == Mox::StringView::npos || last == 0 ) return Mox::String( path );
+   return fmt::format( "{}/{}{}", path.substr( 0, before ), kind,
+                       path.substr( last ) );
+}
+
 }

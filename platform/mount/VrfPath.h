@@ -13,4 +13,8 @@ namespace MoxBrane {
 PIMSM_API Mox::String vrfPath( Mox::StringView kind, Vantu::AddressFamily family,
                                const L3::VrfName& vrf );
 
+// The path of another kind of the same VRF and family: "a/<kind>/v" for "a/b/v". A
+// path without two slashes stays as it is.
+PIMSM_API Mox::String besidePath( Mox::StringView path, Mox::StringView kind );
+
 }

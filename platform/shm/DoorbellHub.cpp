@@ -72,14 +72,16 @@ bool DoorbellHub::fallback() const {
    return fd_ < 0 ? !tables_.empty() : !blind_.empty();
 }
 
-DoorbellHub::Id DoorbellHub::add( const Mox::String& path, Callback callback ) {
-   return add( std::make_shared<Table>(
-      Table{ .files = TableFiles( path ), .callback = std::move( callback ) } ) );
+DoorbellHub::Id DoorbellHub::add( const Mox::String& path, const Mox::String& seat,
+                                  Callback callback ) {
+   return add( std::make_shared<Table>( Table{
+      .files = TableFiles( path, seat ), .callback = std::move( callback ) } ) );
 }
 
 DoorbellHub::Id DoorbellHub::addFiles( const Mox::String& path,
+                                       const Mox::String& seat,
                                        Callback callback ) {
-   return add( std::make_shared<Table>( Table{ .files = TableFiles( path ),
+   return add( std::make_shared<Table>( Table{ .files = TableFiles( path, seat ),
                                                .callback = std::move( callback ),
                                                .filesOnly = true } ) );
 }

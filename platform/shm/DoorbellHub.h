@@ -43,10 +43,18 @@ class PIMSM_API DoorbellHub {
 
    // Watches the table at `path`, present or not, and its directory. The next
    // dispatch() calls back in any case, so that no earlier change is missed.
-   Id add( const Mox::String& path, Callback callback );
+   // `seat` is the base of the bell's name where tables of the directory share one.
+   Id add( const Mox::String& path, Callback callback ) {
+      return add( path, path, std::move( callback ) );
+   }
+   Id add( const Mox::String& path, const Mox::String& seat, Callback callback );
    // The same for a writer: called back when one of the table's files may have come or
    // gone, not when the bell rings.
-   Id addFiles( const Mox::String& path, Callback callback );
+   Id addFiles( const Mox::String& path, Callback callback ) {
+      return addFiles( path, path, std::move( callback ) );
+   }
+   Id addFiles( const Mox::String& path, const Mox::String& seat,
+                Callback callback );
    void remove( Id id );  // unknown: nothing
 
    // Watches a directory above tables. Files below it get no event when it moves,

@@ -29,11 +29,11 @@ void markRetired( const Mox::String& path ) {
 
 }
 
-TableFiles::TableFiles( const Mox::String& path )
+TableFiles::TableFiles( const Mox::String& path, const Mox::String& seat )
    : table( path ),
      fresh( path + ".new" ),
-     bell( path + ".bell" ),
-     lock( path + ".lock" ) {}
+     bell( seat + ".bell" ),
+     lock( seat + ".lock" ) {}
 
 bool writerAlive( const Mox::String& path ) {
    return Detail::writerRings( TableFiles( path ).bell );

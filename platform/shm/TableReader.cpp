@@ -1,11 +1,14 @@
 #include "platform/shm/TableReader.h"
 
+#include "platform/shm/detail/Lock.h"
 #include "platform/shm/detail/ReaderTable.h"
 
 namespace Brane {
 
-TableReader::TableReader( const Mox::String& path, const Layout& layout )
-   : table_( std::make_unique<Detail::ReaderTable>( path, layout ) ) {}
+TableReader::TableReader( const Mox::String& path, const Layout& layout,
+                          const Mox::String& seat )
+   : table_( std::make_unique<Detail::ReaderTable>( TableFiles( path, seat ),
+                                                    layout ) ) {}
 TableReader::~TableReader() = default;
 
 bool TableReader::poll() {
@@ -21,7 +24,7 @@ LayoutError::Mismatch TableReader::mismatch() const {
    return table_->mismatch();
 }
 bool TableReader::writerAlive() const {
-   return Brane::writerAlive( path() );
+   return Detail::writerRings( bell() );
 }
 
 void TableReader::verifyingIs( bool verifying ) {
@@ -60,6 +63,9 @@ uint64_t TableReader::sequence() const {
 
 const Mox::String& TableReader::path() const {
    return table_->files().table;
+}
+const Mox::String& TableReader::bell() const {
+   return table_->files().bell;
 }
 const Layout& TableReader::layout() const {
    return table_->layout();

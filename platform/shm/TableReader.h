@@ -52,7 +52,11 @@ class PIMSM_API TableReader {
    // Attaches to the table if it exists; a missing table is no error. Throws
    // Mox::RangeError on a bad layout, and CreateError when the system refuses for
    // another reason than absence (permission, memory).
-   TableReader( const Mox::String& path, const Layout& layout );
+   // `seat` is the base of the bell's name where the writer's tables share one.
+   TableReader( const Mox::String& path, const Layout& layout )
+      : TableReader( path, layout, path ) {}
+   TableReader( const Mox::String& path, const Layout& layout,
+                const Mox::String& seat );
    ~TableReader();
    TableReader( const TableReader& ) = delete;
    TableReader& operator=( const TableReader& ) = delete;
@@ -123,6 +127,7 @@ class PIMSM_API TableReader {
    uint64_t sequence() const;  // changes published so far
 
    const Mox::String& path() const;
+   const Mox::String& bell() const;  // the file that the writer rings
    const Layout& layout() const;
    const Counters& counters() const;
 

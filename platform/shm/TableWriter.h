@@ -24,6 +24,7 @@
 #include "platform/shm/AttachReport.h"
 #include "platform/shm/Error.h"
 #include "platform/shm/Layout.h"
+#include "platform/shm/WriterSeat.h"
 
 namespace Brane {
 
@@ -43,6 +44,9 @@ struct WriterOptions {
    bool zeroKey = false;
    // Makes a new file large enough for that many records; 0: for a few.
    uint32_t firstCapacity = 0;
+   // The lock and bell that the table shares with others; null: its own. Lock and
+   // bell that it had of its own, as a former version's tables did, are removed.
+   std::shared_ptr<WriterSeat> seat = nullptr;
    // Sequence that a new file starts from.
    uint64_t firstSequence = 0;
    // The initial bytes of a record taken over from another layout: fields missing
@@ -139,7 +143,8 @@ class PIMSM_API TableWriter {
    // reservations.
    void restoreFiles();
 
-   // Retires the table: marks it, then removes its files. Readers find it absent;
+   // Retires the table: marks it, then removes its files, those of a shared seat
+   // excepted. Readers find it absent;
    // without the mark they would keep the table. The writer stays usable, unseen,
    // until destroyed. A second call does nothing.
    void removeFiles();

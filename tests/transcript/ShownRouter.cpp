@@ -80,12 +80,7 @@ void changesFrom( std::istream& in, Show::ShownRouter& router ) {
         } },
       { "delete",
         [&] { router.ipv4.vrf()->routeDel( SmTest::wcKey( "239.1.10.1" ) ); } },
-      { "gone",
-        [&] {
-           router.ipv4.writer.reset();
-           router.ipv4.restart.reset();
-           router.ipv4.tables.reset();
-        } },
+      { "gone", [&] { router.end(); } },
       { "remove red",
         [&] {
            router.red.manager.removeTables( router.red.path );

@@ -26,8 +26,8 @@ bool nothingThere( int error ) {
 
 }
 
-ReaderTable::ReaderTable( const Mox::String& path, const Layout& layout )
-   : files_( path ), layout_( layout ) {
+ReaderTable::ReaderTable( TableFiles files, const Layout& layout )
+   : files_( std::move( files ) ), layout_( layout ) {
    layout.check();
    buffer_.resize( layout.recordSize );
    poll();

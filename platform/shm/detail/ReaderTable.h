@@ -13,7 +13,7 @@ namespace Brane::Detail {
 
 class ReaderTable {
  public:
-   ReaderTable( const Mox::String& path, const Layout& layout );
+   ReaderTable( TableFiles files, const Layout& layout );
 
    bool poll();
    Lookup lookup( const void* key, void* out, Position* position );

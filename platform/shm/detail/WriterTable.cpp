@@ -39,24 +39,18 @@ WriterTable::WriterTable( const Mox::String& path, const Layout& layout,
                           uint32_t capacity, const WriterOptions& options )
    : files_( path ), layout_( layout ), zeroKey_( options.zeroKey ) {
    layout.check();
-   lock_ = takeWriterLock( files_ );
-   openBell();
+   // Before the table has its name: whoever sees the table can watch its bell.
+   seat_ = options.seat ? options.seat : std::make_shared<WriterSeat>( path );
+   Descriptor former;
+   if ( sharesSeat() && access( files_.lock.c_str(), F_OK ) == 0 )
+      former = takeWriterLock( files_ );
    TableMaker::open( *this, capacity, options );
+   if ( former ) {
+      unlink( files_.bell.c_str() );
+      unlink( files_.lock.c_str() );
+   }
    rung_ = sequence_ - 1;
    ring();
-}
-
-// Called before the table has its name: whoever sees the table can watch its bell.
-// And before the table takes its space: the bell's byte must be allocated for good.
-void WriterTable::openBell() {
-   bell_ = openLockedBell( files_ );
-   if ( !writeBell() ) systemFailed( files_.bell, "cannot write the doorbell" );
-}
-
-// Readers watch for the write itself, not for the byte.
-bool WriterTable::writeBell() const {
-   char byte = 0;
-   return pwrite( bell_.get(), &byte, 1, 0 ) == 1;
 }
 
 WriterTable::~WriterTable() {
@@ -355,24 +349,19 @@ Position WriterTable::positionAtOrBefore( const void* key ) const {
 }
 
 void WriterTable::ring() {
-   if ( rung_ != sequence_ && writeBell() ) rung_ = sequence_;
+   if ( rung_ != sequence_ && seat_->ring() ) rung_ = sequence_;
 }
 
 bool WriterTable::filesStand() const {
    if ( filesRemoved_ ) return true;
-   return leadsTo( files_.lock, fileIdOf( lock_, files_.lock ) ) &&
-          leadsTo( files_.bell, fileIdOf( bell_, files_.bell ) ) &&
-          leadsTo( files_.table, file_ );
+   return seat_->stands() && leadsTo( files_.table, file_ );
 }
 
-// The lock first: the files under the other names may be another writer's. The
-// table last: whoever sees it can watch its bell.
+// The table last: whoever sees it can watch its bell.
 void WriterTable::restoreFiles() {
    MOX_ASSERT( reservations_ == 0 );
    if ( filesStand() ) return;
-   if ( !leadsTo( files_.lock, fileIdOf( lock_, files_.lock ) ) )
-      lock_ = takeWriterLock( files_ );
-   if ( !leadsTo( files_.bell, fileIdOf( bell_, files_.bell ) ) ) openBell();
+   seat_->restore();
    if ( !leadsTo( files_.table, file_ ) ) copyToNewFile();
 }
 
@@ -398,8 +387,7 @@ void WriterTable::removeFiles() {
    unlink( files_.table.c_str() );
    rung_ = sequence_ - 1;
    ring();
-   unlink( files_.bell.c_str() );
-   unlink( files_.lock.c_str() );
+   if ( !sharesSeat() ) seat_->removeFiles();
 }
 
 Sweep WriterTable::verify() const {

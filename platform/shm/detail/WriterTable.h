@@ -68,8 +68,7 @@ class WriterTable {
    void grow();
    Place placeFor( const void* key, uint64_t hash, Position hint ) const;
    Position putHashed( const void* record, uint64_t hash, Position hint );
-   void openBell();
-   bool writeBell() const;
+   bool sharesSeat() const { return seat_->path() != path(); }
    void copyToNewFile();
    void release( uint32_t slot );
    void finish( const WriterView& view, const Place& place,
@@ -80,8 +79,7 @@ class WriterTable {
    TableFiles files_;
    Layout layout_;
    bool zeroKey_ = false;
-   Descriptor lock_;
-   Descriptor bell_;
+   std::shared_ptr<WriterSeat> seat_;
    FileId file_;  // of the mapping, which keeps it
    std::shared_ptr<Mapping> mapping_;
    // Of former instances in which records are reserved.

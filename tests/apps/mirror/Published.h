@@ -56,6 +56,16 @@ class ShownRouter {
    ShownRouter() { fill(); }
    explicit ShownRouter( const std::string& path ) : root( path ) { fill(); }
 
+   // The writer of the VRF default, IPv4, ends; its tables stay.
+   void end() {
+      ipv4.writer.reset();
+      ipv4.restart.reset();
+      ipv4.tables.reset();
+      ipv4.registers.reset();
+      ipv4.advertised.reset();
+      agent.reset();
+   }
+
    // The agent's interfaces of the VRF default, IPv4: DR on eth3, not on eth2.
    void publishInterfaces() {
       agent = ::Published::FamilyStatus::mount(

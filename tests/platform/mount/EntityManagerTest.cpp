@@ -157,8 +157,8 @@ TEST_F( EntityManager, MakesItsFilesAnewUntilAnotherWriterHasThem ) {
    const fs::path elsewhere = root.path() + "-moved";
    const std::function<void()> damages[] = {
       [&] { fs::remove( file ); },
-      [&] { fs::remove( file.string() + ".lock" ); },
-      [&] { fs::remove( file.string() + ".bell" ); },
+      [&] { fs::remove( file.parent_path() / "writer.lock" ); },
+      [&] { fs::remove( file.parent_path() / "writer.bell" ); },
       [&] { fs::rename( file, file.string() + "-" ); },
       [&] { fs::remove_all( root.path() ); },
       [&] { fs::rename( root.path(), elsewhere ); },

@@ -208,13 +208,20 @@ std::string ofFormerVersion( const Layout& layout, const Content& content ) {
 
 TEST_F( Attach, TakesOverTheFormerFormatWithAllRecords ) {
    fileIs( ofFormerVersion( layout, firstFive ) );
-   // As an agent of that version leaves them.
-   for ( const char* suffix : { ".bell", ".lock" } ) bytesAre( path + suffix, "1" );
    TableReader reader( path, layout );
    expectUnreadable( reader, readerDamaged );
    EXPECT_EQ( reader.mismatch(), LayoutError::formatVersion );
+   options.seat = std::make_shared<WriterSeat>( directory + "/seat" );
+   {
+      // An agent of that version lives.
+      WriterSeat own( path );
+      EXPECT_THROW( TableWriter( path, layout, 20, options ), SecondWriterError );
+   }
    {
       TableWriter writer( path, layout, 20, options );
+      for ( const char* suffix : { ".bell", ".lock" } )
+         EXPECT_FALSE( std::filesystem::exists( path + suffix ) );
+      EXPECT_THROW( WriterSeat( directory + "/seat" ), SecondWriterError );
       EXPECT_EQ( writer.attachReport().status, attachResized );
       EXPECT_EQ( writer.attachReport().survivors, 5u );
       EXPECT_EQ( writer.attachReport().dropped, 0u );

@@ -204,9 +204,7 @@ TEST_F( ChangeText, FiltersByBeforeAndAfter ) {
 TEST_F( ChangeText, ARestartIsGoneAndBackAndWhatDiffers ) {
    router.ipv4.vrf()->routeDel( SmTest::wcKey( "239.1.10.1" ) );
    router.ipv4.publish();
-   router.ipv4.writer.reset();
-   router.ipv4.restart.reset();
-   router.ipv4.tables.reset();
+   router.end();
    EXPECT_EQ( lines( 1 ), "writer-gone\n" );
    ahead += 2 * ChangeFeed::restartPause;  // for longer than the pause
    router.ipv4.mount();

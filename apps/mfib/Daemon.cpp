@@ -106,7 +106,7 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
                          kept ? "kept" : "new" ) );
       kernels.push_back(
          std::make_unique<MrtTable>( socket, config.family, config.table ) );
-      registers.push_back( std::make_unique<RegisterSocket>( config.family ) );
+      registers.push_back( registersFor( config, store ) );
    }
    store.dropOthers();
    Programs::dropCapabilities();
@@ -123,6 +123,26 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
    } );
    if ( counterInterval_ > 0.0 ) wakeupTimeIs( clock.now() + counterInterval_ );
    store.tellReady();
+}
+
+// Null, and told, where a process without the right to open one was left none: a former
+// version kept no such socket.
+std::unique_ptr<RegisterSocket> Daemon::registersFor( const FamilyConfig& config,
+                                                      SocketStore& store ) {
+   const std::string name = fmt::format(
+      "register-{}-{}", Vantu::valueToStrep( config.family ), config.table );
+   SharedFd socket = store.take( name );
+   if ( socket == nullptr || !isRegisterSocket( config.family, socket->value() ) ) {
+      try {
+         socket = openRegisterSocket( config.family );
+      } catch ( const std::system_error& e ) {
+         say_( fmt::format( "{}: sends no registers: {}", nameOf( config ),
+                            e.what() ) );
+         return nullptr;
+      }
+      store.keep( name, socket );
+   }
+   return std::make_unique<RegisterSocket>( config.family, socket );
 }
 
 void Daemon::add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,

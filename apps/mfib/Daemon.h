@@ -45,6 +45,8 @@ class Daemon : private Mox::Clock::Notifiee {
    void onTime() override;
    void add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,
              std::unique_ptr<RegisterSocket> registers );
+   std::unique_ptr<RegisterSocket> registersFor( const FamilyConfig& config,
+                                                 SocketStore& store );
    template <class Call>
    void eachFamily( Call call );
 

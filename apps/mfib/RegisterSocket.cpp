@@ -23,20 +23,6 @@ using Vantu::IpGenAddr;
 constexpr size_t kHeader4 = 20, kHeader6 = 40;
 constexpr size_t kTtl4 = 8, kChecksum4 = 10, kHopLimit6 = 7;
 
-int openSocket( AddressFamily family ) {
-   const int fd =
-      socket( Netlink::systemFamily( family ),
-              SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, Router::pimProtocol );
-   if ( fd < 0 )
-      throw std::system_error( errno, std::generic_category(),
-                               "raw socket for registers" );
-   // It only sends: nothing is to wait in it.
-   sock_filter none = BPF_STMT( BPF_RET | BPF_K, 0 );
-   const sock_fprog program{ 1, &none };
-   setsockopt( fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program );
-   return fd;
-}
-
 // The packet as this router passes it on; nothing where its TTL is over.
 std::optional<std::vector<uint8_t>> passedOn( Bytes packet, bool ipv4 ) {
    std::vector<uint8_t> out( packet.begin(), packet.end() );
@@ -70,8 +56,31 @@ void add( msghdr& message, cmsghdr*& at, int level, int type, const Info& info )
 
 }
 
-RegisterSocket::RegisterSocket( AddressFamily family )
-   : family_( family ), socket_( openSocket( family ), "register socket" ) {}
+SharedFd openRegisterSocket( AddressFamily family ) {
+   const int fd =
+      socket( Netlink::systemFamily( family ),
+              SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, Router::pimProtocol );
+   if ( fd < 0 )
+      throw std::system_error( errno, std::generic_category(),
+                               "raw socket for registers" );
+   auto out = std::make_shared<Mox::Loop::Fd>( fd, "register socket" );
+   // It only sends: nothing is to wait in it.
+   sock_filter none = BPF_STMT( BPF_RET | BPF_K, 0 );
+   const sock_fprog program{ 1, &none };
+   setsockopt( fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program );
+   return out;
+}
+
+bool isRegisterSocket( AddressFamily family, int fd ) {
+   auto option = [&]( int name ) {
+      int value = -1;
+      socklen_t size = sizeof value;
+      return getsockopt( fd, SOL_SOCKET, name, &value, &size ) == 0 ? value : -1;
+   };
+   return option( SO_DOMAIN ) == Netlink::systemFamily( family ) &&
+          option( SO_TYPE ) == SOCK_RAW &&
+          option( SO_PROTOCOL ) == Router::pimProtocol;
+}
 
 int RegisterSocket::send( Bytes packet, const IpGenAddr& source,
                           const IpGenAddr& rp ) const {
@@ -122,7 +131,7 @@ int RegisterSocket::send( Bytes packet, const IpGenAddr& source,
    message.msg_controllen = used;
    message.msg_name = &to;
    message.msg_namelen = toSize;
-   return sendmsg( socket_.value(), &message, 0 ) < 0 ? errno : 0;
+   return sendmsg( socket_->value(), &message, 0 ) < 0 ? errno : 0;
 }
 
 }

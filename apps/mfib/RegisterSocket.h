@@ -1,20 +1,26 @@
 // Sends the data of sources on this router's links to their groups' RPs (RFC 7761,
-// 4.4.1 and 4.9.3), by a raw socket that was opened while the process could. Event-loop
-// thread only.
+// 4.4.1 and 4.9.3), by a raw socket that was opened while a process could: it is kept
+// for the next one. Event-loop thread only.
 #pragma once
 
 #include <memory>
 
+#include "apps/mfib/MrtTable.h"
 #include "packet/Cursor.h"
-#include "platform/loop/Loop.h"
 #include "platform/net/IpGenAddr.h"
 
 namespace Forwarding {
 
+// Needs CAP_NET_RAW. Throws std::system_error.
+SharedFd openRegisterSocket( Vantu::AddressFamily family );
+
+// Is it a socket of that kind? Sockets handed over by other processes are checked.
+bool isRegisterSocket( Vantu::AddressFamily family, int fd );
+
 class RegisterSocket {
  public:
-   // Needs CAP_NET_RAW. Throws std::system_error.
-   explicit RegisterSocket( Vantu::AddressFamily family );
+   RegisterSocket( Vantu::AddressFamily family, SharedFd socket )
+      : family_( family ), socket_( std::move( socket ) ) {}
 
    // Sends the packet, which this router passes on: its TTL goes down by one. Returns
    // an errno value; 0: sent; EMSGSIZE also for a packet that is none, ETIMEDOUT for one
@@ -24,7 +30,7 @@ class RegisterSocket {
 
  private:
    Vantu::AddressFamily family_;
-   Mox::Loop::Fd socket_;
+   SharedFd socket_;
 };
 
 }

@@ -37,6 +37,9 @@ class Bed {
 
  private:
    struct Node {
+      Node( int itsNumber, bool isRouter )
+         : number( itsNumber ), router( isRouter ) {}
+
       int number;
       bool router;
       Namespace space;

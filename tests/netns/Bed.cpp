@@ -1,8 +1,18 @@
 #include "tests/netns/Bed.h"
 
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <system_error>
+
 #include <fmt/format.h>
 
 #include <cctype>
+#include <csignal>
 #include <fstream>
 #include <queue>
 #include <set>
@@ -29,8 +39,27 @@ const char* lengthOf( AddressFamily family ) {
 
 }
 
-Bed::Bed( const std::string& links, const std::string& routers, std::string root )
-   : root_( std::move( root ) ) {
+namespace {
+
+// A host leaves checksums to its device; inside a register none would be computed.
+void computeChecksums( const Namespace& host, const std::string& interface ) {
+   Namespace::Inside inside( host );
+   Mox::Loop::Fd socket( ::socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 ),
+                         "socket" );
+   ethtool_value off{ ETHTOOL_STXCSUM, 0 };
+   ifreq request{};
+   interface.copy( request.ifr_name, IFNAMSIZ - 1 );
+   request.ifr_data = reinterpret_cast<char*>( &off );
+   if ( ioctl( socket.value(), SIOCETHTOOL, &request ) != 0 )
+      throw std::system_error( errno, std::generic_category(),
+                               "checksums of " + interface );
+}
+
+}
+
+Bed::Bed( const std::string& links, const std::string& routers, std::string root,
+          char rp )
+   : root_( std::move( root ) ), rp_( rp ) {
    std::istringstream words( links );
    for ( std::string word; words >> word; ) {
       const Link link{ word.at( 0 ), word.at( 2 ) };
@@ -83,6 +112,7 @@ void Bed::addAddresses( size_t link, char of, char towards ) {
                                   network( family, link ), nodes_.at( of ).number,
                                   lengthOf( family ), interface( of, towards ),
                                   family == AddressFamily::ipv6 ? "nodad" : "" ) );
+   computeChecksums( node( of ), interface( of, towards ) );
 }
 
 // Routes to all other links, by way of the fewest routers.
@@ -134,6 +164,16 @@ std::string Bed::config( char router ) const {
             lengthOf( family ) );
       out += "]}\n";
    }
+   if ( rp_ == 0 ) return out;
+   const auto first = std::find_if(
+      links_.begin(), links_.end(),
+      [&]( const Link& link ) { return link.a == rp_ || link.b == rp_; } );
+   out += "  rps:\n";
+   for ( AddressFamily family : kFamilies )
+      out +=
+         fmt::format( "  - {{address: \"{}\"}}\n",
+                      Vantu::valueToStrep( address(
+                         family, rp_, first->a == rp_ ? first->b : first->a ) ) );
    return out;
 }
 
@@ -141,18 +181,28 @@ void Bed::start( char router, const Program::Arguments& more ) {
    Node& node = nodes_.at( router );
    const std::string config = place( router ) + ".yaml";
    std::ofstream( config ) << this->config( router );
-   const Program::Arguments common = { "--config", config, "--root",
-                                       place( router ) };
-   Program::Arguments agent = { PIMSM_AGENT, "--speak" };
-   Program::Arguments forwarder = { PIMSM_MFIB };
-   agent.insert( agent.end(), more.begin(), more.end() );
-   for ( Program::Arguments* each : { &agent, &forwarder } )
-      each->insert( each->end(), common.begin(), common.end() );
-   node.agent.reset();
    node.forwarder.reset();
+   startAgent( router, more );
    Namespace::Inside inside( node.space );
-   node.agent = std::make_unique<Program>( agent );
-   node.forwarder = std::make_unique<Program>( forwarder );
+   node.forwarder = std::make_unique<Program>( Program::Arguments{
+      PIMSM_MFIB, "--config", config, "--root", place( router ) } );
+}
+
+void Bed::startAgent( char router, const Program::Arguments& more ) {
+   Node& node = nodes_.at( router );
+   Program::Arguments arguments = { PIMSM_AGENT, "--speak",
+                                    "--config",  place( router ) + ".yaml",
+                                    "--root",    place( router ) };
+   arguments.insert( arguments.end(), more.begin(), more.end() );
+   node.agent.reset();
+   Namespace::Inside inside( node.space );
+   node.agent = std::make_unique<Program>( arguments );
+}
+
+void Bed::killAgent( char router ) {
+   agent( router ).signal( SIGKILL );
+   agent( router ).wait();
+   startAgent( router, {} );
 }
 
 std::string Bed::show( char router, Program::Arguments arguments ) const {

@@ -18,7 +18,9 @@ namespace Netns {
 
 class Bed {
  public:
-   Bed( const std::string& links, const std::string& routers, std::string root );
+   // `rp` is the RP of all groups, by its address on its first link; 0: none.
+   Bed( const std::string& links, const std::string& routers, std::string root,
+        char rp = 0 );
 
    const Namespace& node( char name ) const { return nodes_.at( name ).space; }
    static std::string interface( char of, char towards );
@@ -29,6 +31,8 @@ class Bed {
 
    // Starts agent and forwarding process; `more` are the agent's further arguments.
    void start( char router, const Mox::Test::Program::Arguments& more = {} );
+   // Kills the agent and starts it again; the forwarding process goes on.
+   void killAgent( char router );
    Mox::Test::Program& agent( char router ) { return *nodes_.at( router ).agent; }
    // What pimsm-show prints there.
    std::string show( char router, Mox::Test::Program::Arguments arguments ) const;
@@ -49,6 +53,7 @@ class Bed {
       char a, b;
    };
 
+   void startAgent( char router, const Mox::Test::Program::Arguments& more );
    void plug( size_t link );
    void addAddresses( size_t link, char of, char towards );
    void addRoutes( char router );
@@ -57,6 +62,7 @@ class Bed {
    std::string place( char router ) const { return root_ + "/" + router; }
 
    std::string root_;
+   const char rp_;
    std::map<char, Node> nodes_;
    std::vector<Link> links_;
 };

@@ -146,6 +146,48 @@ TEST_F( Speak, TwoRoutersBringASourceToAHost ) {
    EXPECT_TRUE( six.flows() ) << bed.state();
 }
 
+// A host listens to a whole group: the source registers, the RP asks for its data, and
+// the registers end.
+TEST_F( Speak, ASourceRegistersAndComesByItsOwnTree ) {
+   Bed bed( "S-F F-R R-L L-H", "FRL", root.path(), 'R' );
+   for ( char router : { 'F', 'R', 'L' } ) bed.start( router );
+   for ( AddressFamily family : { ipv4, ipv6 } ) {
+      const IpGenAddr group( family == ipv4 ? "233.252.0.1" : "ff0e::db8:1" );
+      Receiver receiver( bed.node( 'H' ), "hl", group );
+      const char* const flag = family == ipv4 ? "-4" : "-6";
+      auto shows = [&]( char router, const std::string& what ) {
+         return bed.show( router, { flag } ).find( what ) != std::string::npos;
+      };
+      ASSERT_TRUE( eventually( [&] {
+         return shows( 'R', "(*, " + Vantu::valueToStrep( group ) + ")" );
+      } ) )
+         << bed.state();
+      Sender sender( bed.node( 'S' ), "sf", group );
+      ASSERT_TRUE( eventually( [&] { return receiver.reached( 20 ); } ) )
+         << bed.state();
+      // The source's own tree reaches the RP, which stops the registers.
+      const std::string stopped = std::string( "family=\"" ) +
+                                  ( family == ipv4 ? "ipv4" : "ipv6" ) +
+                                  "\",table=\"noRegisterOif\"} 1";
+      EXPECT_TRUE( eventually( [&] {
+         return bed.show( 'F', { "metrics" } ).find( stopped ) != std::string::npos;
+      } ) )
+         << bed.state();
+      receiver.forget();
+      auto flows = [&] {
+         const uint32_t number = sender.sent() + 300;
+         return eventually( [&] { return receiver.reached( number ); } );
+      };
+      ASSERT_TRUE( flows() );
+      // No agent's death costs a packet.
+      for ( char router : { 'F', 'R', 'L' } ) {
+         bed.killAgent( router );
+         ASSERT_TRUE( flows() ) << router << bed.state();
+      }
+      EXPECT_EQ( receiver.faults(), Receiver::Faults() ) << bed.state();
+   }
+}
+
 const char* const kSent4 =
    "224.0.0.13 1 0xc0  Hello\n"
    "224.0.0.13 1 0xc0  Join/Prune\n"

@@ -33,20 +33,11 @@ ReaderTable::ReaderTable( TableFiles files, const Layout& layout )
    poll();
 }
 
-// Did the writer of the former file mark it as retired?
-bool ReaderTable::retired() const {
-   uint64_t word = 0;
-   return file_ &&
-          pread( file_.get(), &word, sizeof word,
-                 offsetof( FileHeader, retired ) ) == sizeof word &&
-          word == retiredWord;
-}
-
 // Removed files say nothing of the records in them. The reader keeps the last
 // records until there is a table again, or the writer retires it.
 bool ReaderTable::handleMissing() {
    const auto last = instance_ ? instance_ : former_;
-   if ( last && !retired() ) {
+   if ( last && loadWord( last->view().retired() ) != retiredWord ) {
       instance_ = last;
       state_ = readerAttached;
       problem_ = files_.table +
@@ -59,7 +50,8 @@ bool ReaderTable::handleMissing() {
    orphaned_ = false;
    instance_.reset();
    former_.reset();
-   file_ = Descriptor();
+   judged_ = false;
+   unreadable_ = Descriptor();
    problem_.clear();
    return changed;
 }
@@ -86,7 +78,7 @@ bool ReaderTable::look() {
       systemFailed( files_.table, "cannot look at the file" );
    }
    bool same =
-      file_ && !orphaned_ && FileId{ status.st_dev, status.st_ino } == fileId_;
+      judged_ && !orphaned_ && FileId{ status.st_dev, status.st_ino } == fileId_;
    if ( same ) return false;
    Descriptor file( openFile( files_.table, O_RDONLY | O_NONBLOCK ) );
    if ( !file && nothingThere( errno ) ) return handleMissing();
@@ -97,7 +89,8 @@ bool ReaderTable::look() {
 
 // When the system refuses, nothing is attached and the next poll tries again.
 void ReaderTable::attach( Descriptor file ) {
-   file_ = Descriptor();
+   judged_ = false;
+   unreadable_ = Descriptor();
    orphaned_ = false;
    if ( instance_ ) former_ = std::exchange( instance_, nullptr );
    damaged_.clear();
@@ -129,9 +122,10 @@ void ReaderTable::adopt( Descriptor& file ) {
       state_ = e.otherRecord() ? readerMismatch : readerDamaged;
       mismatch_ = e.mismatch();
       problem_ = e.what();
+      unreadable_ = std::move( file );
    }
    fileId_ = { status.st_dev, status.st_ino };
-   file_ = std::move( file );
+   judged_ = true;
 }
 
 void ReaderTable::countFailed( const Instance::Copy& copy, Position position ) {

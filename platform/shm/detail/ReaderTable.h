@@ -60,7 +60,6 @@ class ReaderTable {
    void followGrowth();
    bool look();
    bool handleMissing();
-   bool retired() const;
    void attach( Descriptor file );
    void adopt( Descriptor& file );
    bool isPosition( Position position ) const;
@@ -71,9 +70,10 @@ class ReaderTable {
    ReaderState state_ = readerAbsent;
    LayoutError::Mismatch mismatch_ = LayoutError::magic;
    Mox::String problem_;
-   // Kept open so that no other file gets its inode number; none unless the file
-   // was judged.
-   Descriptor file_;
+   // Of the judged file. No other file gets its number: its mapping keeps it, or, where
+   // it cannot be read, an open descriptor.
+   bool judged_ = false;
+   Descriptor unreadable_;
    FileId fileId_;
    bool orphaned_ = false;  // the name leads nowhere, and the table was not retired
    std::shared_ptr<const Instance> instance_;

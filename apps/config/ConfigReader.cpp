@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <optional>
 #include <set>
@@ -178,6 +179,7 @@ class VrfReader {
  private:
    void readTime( Section& section, const char* key, uint32_t least, uint32_t most,
                   uint16_t& out );
+   void readSptThreshold( Section& section, VrfConfig& out );
    void readHello( Section& section, InterfaceConfig& out );
    Router::MembershipConfig readMembership( const Place& place, const char* what,
                                             uint32_t oldest, uint32_t newest,
@@ -220,6 +222,7 @@ VrfConfig VrfReader::read( const Place& place ) {
    readLimit( section, "maxRoutes", out.maxRoutes );
    readLimit( section, "maxRouteIntfs", out.maxRouteIntfs );
    section.value( "require-hello", out.requireHello );
+   readSptThreshold( section, out );
    for ( const Place& member : section.list( "access-lists" ) ) {
       out.accessLists.push_back( readAccessList( member ) );
    }
@@ -308,6 +311,17 @@ void VrfReader::readTime( Section& section, const char* key, uint32_t least,
       place->fail(
          fmt::format( "{}: {} is not in {} to {}", key, number, least, most ) );
    out = static_cast<uint16_t>( number );
+}
+
+void VrfReader::readSptThreshold( Section& section, VrfConfig& out ) {
+   std::optional<Place> place = section.take( "spt-threshold" );
+   if ( !place ) return;
+   const auto text = Section::convert<std::string>( *place, "spt-threshold" );
+   if ( text != "immediate" && text != "infinity" )
+      place->fail( fmt::format(
+         "spt-threshold: '{}' is neither immediate nor infinity", text ) );
+   if ( text == "infinity" )
+      out.sptThreshold = std::numeric_limits<double>::infinity();
 }
 
 void VrfReader::readRpf( Section& section, VrfConfig& out ) {

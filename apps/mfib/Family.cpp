@@ -112,7 +112,7 @@ void Family::endSilent() {
 void Family::publishCounters() {
    vifs_.publishCounters();
    if ( !mfib_->started() ) return;
-   mfib_->copiesIs( agentSends() );
+   mfib_->copiesIs( config_.router.sptThreshold == 0.0 && agentSends() );
    endSilent();
    publishEntryCounters(
       *kernel_, *published_,

@@ -14,6 +14,11 @@ void* operator new( size_t size ) {
    if ( void* memory = std::malloc( size ) ) return memory;
    throw std::bad_alloc();
 }
+// The library's algorithms use this one, and the delete below.
+void* operator new( size_t size, const std::nothrow_t& ) noexcept {
+   ++Routing::Pim::SparseMode::Test::allocations;
+   return std::malloc( size );
+}
 void operator delete( void* memory ) noexcept {
    std::free( memory );
 }

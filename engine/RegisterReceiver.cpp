@@ -23,12 +23,25 @@ void RegisterReceiver::receive( const IpPacket& packet,
    if ( switches && !sources_.keepAlive( key, SourceEngine::keepalivePeriod ) )
       return;
    const Mox::Ptr<Routes::Route> route = routes_.find( key );
-   const bool native = route != nullptr && route->spTree();
+   const bool native = isNative( key );
    const bool unwanted =
       switches && route != nullptr && route->nullInheritedOlistSg();
    if ( !native && !unwanted ) return;
    refuse( packet, message );
    if ( switches ) sources_.keepAlive( key, keepalivePeriod );
+}
+
+// The kernel takes one of both streams: the registers must not end before it takes the
+// other.
+bool RegisterReceiver::isNative( const RouteKey& key ) {
+   const Mox::Ptr<Routes::Route> route = routes_.find( key );
+   if ( route == nullptr || !route->spTree() ) {
+      native_.erase( key );
+      return false;
+   }
+   const double now = clock_.now();
+   if ( native_.size() > routes_.model().maxRoutes() ) native_.clear();
+   return now >= native_.try_emplace( key, now ).first->second + overlap;
 }
 
 void RegisterReceiver::refuse( const IpPacket& packet,

@@ -3,6 +3,7 @@
 // keeps the tables. Event-loop thread; the constructor's arguments outlive it.
 #pragma once
 
+#include <map>
 #include <set>
 
 #include "engine/RouterCounters.h"
@@ -17,6 +18,10 @@ class PIMSM_API RegisterReceiver {
    static constexpr double stopInterval = 1.0;
    // RP_Keepalive_Period, in seconds: longer than a router is silent between two probes.
    static constexpr double keepalivePeriod = 185.0;
+
+   // Registers go on for that long after the data come by the source's tree, until the
+   // forwarding process has followed; s.
+   static constexpr double overlap = 0.5;
 
    RegisterReceiver( Routes& routes, SourceEngine& sources, const VrfConfig& config,
                      Sender& sender, Mox::Clock& clock );
@@ -34,6 +39,10 @@ class PIMSM_API RegisterReceiver {
    const VrfConfig& config_;
    Sender& sender_;
    Mox::Clock& clock_;
+   bool isNative( const RouteKey& key );
+
+   // Since when the data of registered sources come by their own tree.
+   std::map<RouteKey, double> native_;
    // The stops of the present interval, by source and router.
    std::set<std::pair<RouteKey, Vantu::IpGenAddr>> stopped_;
    double since_ = 0.0;

@@ -78,7 +78,8 @@ TEST( Config, CapturesFindTheirInterface ) {
    AgentConfig config = parse(
       "vrfs:\n- name: a\n  interfaces:\n  - {name: eth0, capture: left}\n"
       "- name: b\n  interfaces:\n  - name: eth1\n" );
-   EXPECT_EQ( captureBindings( config )["left"].interface, Vantu::IntfId( "eth0" ) );
+   EXPECT_EQ( captureBindings( config )["left"].interface,
+              Vantu::IntfId( "eth0" ) );
    EXPECT_EQ( captureBindings( config )["eth1"].vrf, L3::VrfName( "b" ) );
    EXPECT_EQ( captureBindings( config )["eth0"].interface, Vantu::IntfId() );
    EXPECT_EQ( captureBindings( config )[""].interface, Vantu::IntfId() )

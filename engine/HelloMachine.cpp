@@ -6,10 +6,7 @@ using Vantu::IpGenAddr;
 
 HelloMachine::HelloMachine( Mox::Clock& clock, Sender& sender,
                             Vantu::IntfId intfId )
-   : clock_( clock ),
-     sender_( sender ),
-     intfId_( intfId ),
-     next_( clock, [this] { sendNow(); } ) {}
+   : sender_( sender ), intfId_( intfId ), next_( clock, [this] { sendNow(); } ) {}
 
 void HelloMachine::adopt( const Kept& kept ) {
    adopted_ = kept;

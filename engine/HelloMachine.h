@@ -54,7 +54,6 @@ class PIMSM_API HelloMachine {
    void sendNow();
    void startWithin( double most );
 
-   Mox::Clock& clock_;
    Sender& sender_;
    Vantu::IntfId intfId_;
    InterfaceConfig config_;

@@ -17,6 +17,7 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
                 std::unique_ptr<RegisterSocket> registers, const LinkTable& links,
                 Corvex::EntityManager& manager, Mox::Clock& clock, const Say& say )
    : config_( std::move( config ) ),
+     topology_( config_.router ),
      kernel_( std::move( kernel ) ),
      registers_( std::move( registers ) ),
      links_( links ),
@@ -44,6 +45,7 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
 
 void Family::configIs( FamilyConfig config ) {
    config_ = std::move( config );
+   topology_.configIs( config_.router );
    vifs_.namesIs( config_.interfaces );
    mfib_->handleVifs( vifs_.update( links_ ) );
 }
@@ -82,8 +84,7 @@ void Family::takePacket( const Upcall& upcall ) {
 // Without an RP, or while the RP wants none, nothing is sent.
 void Family::encapsulate( const Upcall& upcall ) {
    const auto* route = std::as_const( *mirror_.model() ).route( upcall.key );
-   const Vantu::IpGenAddr rp =
-      Router::Topology( config_.router ).rpOf( upcall.key.group );
+   const Vantu::IpGenAddr rp = topology_.rpOf( upcall.key.group );
    const Vantu::IpGenAddr source = Router::globalAddress(
       config_.router, route->incomingIntf(), config_.family );
    const bool wanted = route->oifRegister() && registers_ != nullptr &&

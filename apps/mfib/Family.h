@@ -68,6 +68,7 @@ class Family {
    void tellProblem();
 
    FamilyConfig config_;
+   Router::Topology topology_;
    std::unique_ptr<KernelTable> kernel_;
    std::unique_ptr<RegisterSocket> registers_;
    const LinkTable& links_;

@@ -114,15 +114,18 @@ SharedFd openMrtSocket( AddressFamily family, uint32_t table ) {
    return out;
 }
 
-bool isMrtSocket( AddressFamily family, int fd ) {
+bool isRawSocket( AddressFamily family, int protocol, int fd ) {
    auto option = [&]( int name ) {
       int value = -1;
       socklen_t size = sizeof value;
       return getsockopt( fd, SOL_SOCKET, name, &value, &size ) == 0 ? value : -1;
    };
    return option( SO_DOMAIN ) == Netlink::systemFamily( family ) &&
-          option( SO_TYPE ) == SOCK_RAW &&
-          option( SO_PROTOCOL ) == protocolOf( family );
+          option( SO_TYPE ) == SOCK_RAW && option( SO_PROTOCOL ) == protocol;
+}
+
+bool isMrtSocket( AddressFamily family, int fd ) {
+   return isRawSocket( family, protocolOf( family ), fd );
 }
 
 // With PIM on, the kernel reports packets that come in by any other interface than the

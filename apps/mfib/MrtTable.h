@@ -17,8 +17,9 @@ using SharedFd = std::shared_ptr<const Mox::Loop::Fd>;
 // std::runtime_error with the remedy in the text.
 SharedFd openMrtSocket( Vantu::AddressFamily family, uint32_t table );
 
-// Is it a socket of the family's kind? Sockets handed over by other processes are
-// checked.
+// Is it a raw socket of the family and protocol? Sockets handed over by other processes
+// are checked.
+bool isRawSocket( Vantu::AddressFamily family, int protocol, int fd );
 bool isMrtSocket( Vantu::AddressFamily family, int fd );
 
 class MrtTable : public KernelTable {

@@ -72,14 +72,7 @@ SharedFd openRegisterSocket( AddressFamily family ) {
 }
 
 bool isRegisterSocket( AddressFamily family, int fd ) {
-   auto option = [&]( int name ) {
-      int value = -1;
-      socklen_t size = sizeof value;
-      return getsockopt( fd, SOL_SOCKET, name, &value, &size ) == 0 ? value : -1;
-   };
-   return option( SO_DOMAIN ) == Netlink::systemFamily( family ) &&
-          option( SO_TYPE ) == SOCK_RAW &&
-          option( SO_PROTOCOL ) == Router::pimProtocol;
+   return isRawSocket( family, Router::pimProtocol, fd );
 }
 
 int RegisterSocket::send( Bytes packet, const IpGenAddr& source,

@@ -123,6 +123,8 @@ struct VrfConfig {
    // The rate of a source, in kbit/s, above which a router with members leaves the
    // shared tree; 0: at the first packet, infinity: never (RFC 7761, 4.2.1).
    double sptThreshold = 0.0;
+   // Groups whose address names their RP (RFC 3956) are taken. False: they are refused.
+   bool embeddedRp = true;
    // The names of access lists, one a family; see SsmGroupInfo.h and FrrFilterSm.h.
    std::string ssmFilter, ssmFilter6;
    std::string frrFilter, frrFilter6;

@@ -2,6 +2,8 @@
 
 #include <set>
 
+#include "engine/EmbeddedRp.h"
+
 namespace Router {
 
 namespace Sm = Routing::Pim::SparseMode;
@@ -21,6 +23,7 @@ GroupPolicy::GroupPolicy( Vantu::AddressFamily family, const VrfConfig& config )
 GroupPolicy::~GroupPolicy() = default;
 
 void GroupPolicy::configIs( const VrfConfig& config ) {
+   embeddedRps_ = config.embeddedRp;
    std::set<std::string> named;
    for ( const AccessListConfig& list : config.accessLists ) {
       lists_->aclIs( list.name, list.rules );
@@ -32,6 +35,14 @@ void GroupPolicy::configIs( const VrfConfig& config ) {
    bool ipv4 = family_ == Vantu::AddressFamily::ipv4;
    config_->ssmFilterIs( ipv4 ? config.ssmFilter : config.ssmFilter6 );
    config_->frrFilterIs( ipv4 ? config.frrFilter : config.frrFilter6 );
+}
+
+std::optional<Refusal> GroupPolicy::refusalOfShared(
+   const Vantu::IpGenAddr& group ) const {
+   if ( sourceSpecific( group ) ) return ssmGroup;
+   const auto rp = embeddedRp( group );
+   if ( rp && ( !embeddedRps_ || rp->isUnspecified() ) ) return noEmbeddedRp;
+   return std::nullopt;
 }
 
 bool GroupPolicy::frrEnabled( const Vantu::IpGenAddr& source,

@@ -8,6 +8,7 @@
 #include <functional>
 
 #include "engine/Config.h"
+#include "engine/Refusal.h"
 #include "frr/FrrFilterSm.h"
 #include "ssm/SsmGroupSm.h"
 #include "ssm/SsmJoinPruneFilter.h"
@@ -29,11 +30,15 @@ class PIMSM_API GroupPolicy {
    bool sourceSpecific( const Vantu::IpGenAddr& group ) const {
       return filter_->deny( group );
    }
+   // The reason why the group has no shared-tree state: it is source-specific, or its
+   // address names no RP that is valid and allowed (RFC 3956). Empty: it may have it.
+   std::optional<Refusal> refusalOfShared( const Vantu::IpGenAddr& group ) const;
    bool frrEnabled( const Vantu::IpGenAddr& source,
                     const Vantu::IpGenAddr& group ) const;
 
  private:
    Vantu::AddressFamily family_;
+   bool embeddedRps_ = true;
    Mox::Ptr<Routing::Pim::SparseMode::Config> config_;
    Mox::Ptr<Acl::AclTypeConfig> lists_;
    Mox::Ptr<Routing::Pim::SparseMode::SsmGroupInfo> ssm_;

@@ -115,11 +115,11 @@ void JoinPruneEngine::receiveJoin( const Message& message, const IpGenAddr& grou
       } );
 }
 
-// RFC 4607, 4: a source-specific group has no shared tree.
+// RFC 4607, 4: a source-specific group has no shared tree. RFC 3956, 3: nor has one whose
+// address should name an RP and does not.
 bool JoinPruneEngine::refuseSharedTree( const IpGenAddr& group ) {
-   if ( policy_ == nullptr || !policy_->sourceSpecific( group ) ) return false;
-   counters_.refused( ssmGroup );
-   return true;
+   return policy_ != nullptr &&
+          !counters_.accepted( policy_->refusalOfShared( group ) );
 }
 
 // RFC 7761, 4.5.1: a join towards an RP other than ours is dropped. Without an RP
@@ -270,11 +270,11 @@ void JoinPruneEngine::eachOf( Condition condition, Act change ) {
    }
 }
 
-void JoinPruneEngine::endSourceSpecific() {
+void JoinPruneEngine::endUnshared() {
    if ( policy_ == nullptr ) return;
    eachOf(
       [&]( const RouteIntfKey& key ) {
-         return policy_->sourceSpecific( key.routeKey.group );
+         return policy_->refusalOfShared( key.routeKey.group ).has_value();
       },
       []( Record& it, double ) {
          if ( it.route->source.isUnspecified() ) it.join.end( *it.intf );
@@ -312,7 +312,7 @@ void JoinPruneEngine::adopt( const KeptTimers& kept ) {
             it.rptPrune.adopt( *it.intf, now, timers );
       } );
    }
-   endSourceSpecific();
+   endUnshared();
 }
 
 void JoinPruneEngine::tell( Published::Downstream& record ) const {

@@ -37,9 +37,9 @@ class PIMSM_API JoinPruneEngine {
    // Writes the record's timers for the next process.
    void tell( Published::Downstream& record ) const;
 
-   // The policy has changed: ends shared-tree state of groups that are now
-   // source-specific.
-   void endSourceSpecific();
+   // The policy has changed: ends shared-tree state of groups that have none
+   // any more.
+   void endUnshared();
 
    // The interface has gone: ends all state on it.
    void handleIntfGone( Vantu::IntfId intfId );

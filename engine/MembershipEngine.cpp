@@ -41,8 +41,10 @@ const Querier* MembershipEngine::querier( IntfId intfId ) const {
    return found == hosts_.end() ? nullptr : &found->second.querier;
 }
 
-bool MembershipEngine::sourceSpecific( const IpGenAddr& group ) const {
-   return policy_ != nullptr && policy_->sourceSpecific( group );
+std::optional<Refusal> MembershipEngine::refusalOfShared(
+   const IpGenAddr& group ) const {
+   if ( policy_ == nullptr ) return std::nullopt;
+   return policy_->refusalOfShared( group );
 }
 
 void MembershipEngine::receive( const Link& link, const IpGenAddr& from,
@@ -91,9 +93,7 @@ bool MembershipEngine::accept( IntfId intfId, const MembershipRecord& record ) {
       counters_.refused( tooManyGroups );
       return false;
    }
-   if ( !allSources || !sourceSpecific( record.group ) ) return true;
-   counters_.refused( ssmGroup );
-   return false;
+   return !allSources || counters_.accepted( refusalOfShared( record.group ) );
 }
 
 void MembershipEngine::receiveQuery( IntfId intfId, const IpGenAddr& from,
@@ -263,7 +263,7 @@ void MembershipEngine::adopt( const KeptTimers& kept ) {
          }
       }
    }
-   endSourceSpecific();
+   endUnshared();
    for ( auto& [intfId, at] : hosts_ ) {
       std::vector<IpGenAddr> groups;
       for ( const auto& [group, state] : at.groups ) groups.push_back( group );
@@ -271,11 +271,11 @@ void MembershipEngine::adopt( const KeptTimers& kept ) {
    }
 }
 
-void MembershipEngine::endSourceSpecific() {
+void MembershipEngine::endUnshared() {
    for ( auto& [intfId, at] : hosts_ ) {
       std::vector<IpGenAddr> gone;
       for ( const auto& [group, state] : at.groups ) {
-         if ( state.membership->excludeMode() && sourceSpecific( group ) )
+         if ( state.membership->excludeMode() && refusalOfShared( group ) )
             gone.push_back( group );
       }
       for ( const IpGenAddr& group : gone ) end( intfId, group );

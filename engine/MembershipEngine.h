@@ -42,9 +42,9 @@ class PIMSM_API MembershipEngine {
    // Writes the record's time for the next process.
    void tell( Published::Downstream& record ) const;
 
-   // The policy has changed: members that want all sources of a now source-specific
-   // group lose them.
-   void endSourceSpecific();
+   // The policy has changed: members that want all sources of a group that has no
+   // shared tree any more lose them.
+   void endUnshared();
 
    // The interface has gone: removes its members.
    void handleIntfGone( Vantu::IntfId intfId );
@@ -83,7 +83,7 @@ class PIMSM_API MembershipEngine {
    void ask( Vantu::IntfId intfId, const Vantu::IpGenAddr& group,
              const std::vector<Vantu::IpGenAddr>& sources );
    void limitSources( const GroupMembership& machine, MembershipRecord& record );
-   bool sourceSpecific( const Vantu::IpGenAddr& group ) const;
+   std::optional<Refusal> refusalOfShared( const Vantu::IpGenAddr& group ) const;
    GroupMembership& membership( Vantu::IntfId intfId,
                                 const Vantu::IpGenAddr& group );
    void end( Vantu::IntfId intfId, const Vantu::IpGenAddr& group );

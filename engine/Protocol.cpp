@@ -137,8 +137,8 @@ void Protocol::configChanged() {
    links_.configChanged();
    membership_.updateLinks();
    if ( !adopted_ ) return;
-   joinPrune_.endSourceSpecific();
-   membership_.endSourceSpecific();
+   joinPrune_.endUnshared();
+   membership_.endUnshared();
    pathsChanged();
 }
 

@@ -25,6 +25,7 @@ namespace Router {
    V( tooManyWaiting )  /* came while the tables were reloaded */                  \
    V( noRoute )         /* an assert for a group that is not routed */             \
    V( ssmGroup )        /* shared-tree state for a source-specific group */        \
+   V( noEmbeddedRp )    /* shared-tree state; its address names no RP for us */    \
    V( rpMismatch )     /* a (*,G) join or register-stop of another RP than ours */ \
    V( notToUs )        /* a register or register-stop to another router */         \
    V( notTheRp )       /* a register for a group that another router is RP of */   \

@@ -1,5 +1,7 @@
 #include "engine/Topology.h"
 
+#include "engine/EmbeddedRp.h"
+
 namespace Router {
 
 using Routing::Pim::Rpf;
@@ -41,6 +43,7 @@ Topology::Path hostPath( const HostRoute& route ) {
 void Topology::configIs( const VrfConfig& config ) {
    paths_.clear();
    rps_.clear();
+   embeddedRps_ = config.embeddedRp;
    for ( const InterfaceConfig& interface : config.interfaces ) {
       for ( const InterfaceAddress& own : interface.addresses ) {
          paths_.insert( IpGenPrefix( own.address ), {} );
@@ -85,6 +88,8 @@ Topology::Path Topology::pathTo( const IpGenAddr& address ) const {
 }
 
 IpGenAddr Topology::rpOf( const IpGenAddr& group ) const {
+   if ( const std::optional<IpGenAddr> embedded = embeddedRp( group ) )
+      return embeddedRps_ ? *embedded : IpGenAddr::unspecified( group.family() );
    const auto found = rps_.find( group );
    return found ? found->value : IpGenAddr::unspecified( group.family() );
 }

@@ -45,8 +45,9 @@ class PIMSM_API Topology {
    // addresses and the unspecified one have no path.
    Path pathTo( const Vantu::IpGenAddr& address ) const;
 
-   // The group's configured RP, by the longest group range and the first of equal
-   // ones. Without one the unspecified address of the group's family.
+   // The RP in the group's own address (RFC 3956), which wins unless the configuration
+   // refuses those; else the configured one, by the longest group range and the first
+   // of equal ones. Without one the unspecified address of the group's family.
    Vantu::IpGenAddr rpOf( const Vantu::IpGenAddr& group ) const;
 
  private:
@@ -55,6 +56,7 @@ class PIMSM_API Topology {
    // it.
    Routing::PrefixMap<Path> paths_;
    Routing::PrefixMap<Vantu::IpGenAddr> rps_;
+   bool embeddedRps_ = true;
 };
 
 }

@@ -223,6 +223,7 @@ VrfConfig VrfReader::read( const Place& place ) {
    readLimit( section, "maxRouteIntfs", out.maxRouteIntfs );
    section.value( "require-hello", out.requireHello );
    readSptThreshold( section, out );
+   section.value( "embedded-rp", out.embeddedRp );
    for ( const Place& member : section.list( "access-lists" ) ) {
       out.accessLists.push_back( readAccessList( member ) );
    }

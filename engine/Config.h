@@ -120,7 +120,7 @@ struct VrfConfig {
    // When true, joins count only from neighbours that sent a hello (RFC 7761,
    // 4.3.1).
    bool requireHello = true;
-   // The rate of a source, in kbit/s, above which a router with members leaves the
+   // The rate of a source's packets, IP headers included, in kbit/s, above which a router with members leaves the
    // shared tree; 0: at the first packet, infinity: never (RFC 7761, 4.2.1).
    double sptThreshold = 0.0;
    // Groups whose address names their RP (RFC 3956) are taken. False: they are refused.

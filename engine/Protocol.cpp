@@ -191,11 +191,13 @@ void Protocol::receiveRegister( const IpPacket& packet,
       registerReceiver_.refuse( packet, message );
 }
 
-void Protocol::receiveShared( const Routing::Pim::RouteKey& key ) {
-   const bool immediate = sender_.speaks() && config_.sptThreshold == 0.0;
+void Protocol::receiveShared( const Routing::Pim::RouteKey& key, double rate ) {
+   const double threshold = config_.sptThreshold;
+   const bool switches =
+      sender_.speaks() && ( threshold == 0.0 || rate > threshold );
    const Mox::Ptr<Routes::Route> shared =
       routes_.find( { anySource( key.group ), key.group } );
-   if ( !immediate || shared == nullptr ) return;
+   if ( !switches || shared == nullptr ) return;
    const Mox::Ptr<Routes::Route> route = routes_.find( key );
    for ( const Routes::Intf& intf : std::as_const( *shared ).routeIntf() ) {
       const Routes::Intf* own =

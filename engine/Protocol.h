@@ -98,9 +98,10 @@ class PIMSM_API Protocol {
    void receiveMore( const Routing::Pim::RouteKey& key, double age ) {
       sources_.receiveMore( key, age );
    }
-   // A source's first packet came along the shared tree (RFC 7761, 4.2.1): changes over
-   // to the source's tree, if members are there and the configuration wants it.
-   void receiveShared( const Routing::Pim::RouteKey& key );
+   // The source's packets come along the shared tree, at that rate in kbit/s; 0: not
+   // known (RFC 7761, 4.2.1). Changes over to the source's tree, if members are there
+   // and the configuration wants it.
+   void receiveShared( const Routing::Pim::RouteKey& key, double rate );
 
    // The host's routes have changed.
    void pathsChanged();

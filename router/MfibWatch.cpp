@@ -58,7 +58,7 @@ void MfibWatch::readUpcall( const RouteIntfKey& key ) {
       return;
    if ( upcall.kind == Published::sharedTreeUpcall &&
         age( upcall.last ) < wrongVifTime )
-      protocol_.receiveShared( key.routeKey );
+      protocol_.receiveShared( key.routeKey, 0.0 );
    const bool wrong =
       upcall.kind == Published::wrongVifUpcall && age( upcall.last ) < wrongVifTime;
    protocol_.receiveData( key.routeKey, key.intfId, age( upcall.last ), wrong );
@@ -66,13 +66,42 @@ void MfibWatch::readUpcall( const RouteIntfKey& key ) {
 
 void MfibWatch::readCache( const RouteKey& key ) {
    Published::MfibCache cache;
-   if ( !adopted_ || tables_->cache().find( key, cache ) != Brane::lookupFound )
+   if ( !adopted_ ) return;
+   if ( tables_->cache().find( key, cache ) != Brane::lookupFound ) {
+      sent_.erase( key );
       return;
+   }
+   readShared( cache );
    Mox::Ptr<Routing::Pim::SparseMode::Route> route = model_->route( key );
    if ( route == nullptr ) return;
    route->kernelStatsIs( { cache.packets, cache.bytes, cache.wrongIf } );
    if ( cache.lastPacket > 0.0 )
       protocol_.receiveMore( key, age( cache.lastPacket ) );
+}
+
+// The forwarding process has an entry for each source on a shared tree that members
+// listen to. Its counters begin anew with the entry.
+void MfibWatch::readShared( const Published::MfibCache& cache ) {
+   if ( cache.key.source.isUnspecified() ) return;
+   const auto* route = std::as_const( *model_ ).route( cache.key );
+   if ( route != nullptr && route->spTree() ) {
+      sent_.erase( cache.key );
+      return;
+   }
+   const double now = real_.now();
+   const Sent is{ now, cache.bytes };
+   const auto [found, isNew] = sent_.try_emplace( cache.key, is );
+   Sent& before = found->second;
+   if ( isNew || cache.bytes < before.bytes ) {
+      before = is;
+      return;
+   }
+   if ( now - before.time < rateTime ) return;
+   constexpr double kBits = 8.0 / 1000.0;  // in a byte, kbit
+   const double rate = static_cast<double>( cache.bytes - before.bytes ) * kBits /
+                       ( now - before.time );
+   before = is;
+   if ( rate > 0.0 ) protocol_.receiveShared( cache.key, rate );
 }
 
 }

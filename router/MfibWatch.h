@@ -8,6 +8,7 @@
 #pragma once
 
 #include <memory>
+#include <unordered_map>
 
 #include "engine/Protocol.h"
 #include "published/MfibStatus.h"
@@ -19,6 +20,9 @@ class PIMSM_API MfibWatch {
    // An interface counts as wrong for present packets for this time. While they
    // come, the kernel reports them every 3 s.
    static constexpr double wrongVifTime = 3.0;  // s
+
+   // A rate is measured over at least this time.
+   static constexpr double rateTime = 0.5;  // s
 
    // `real` is the clock of the tables' times. Throws the exceptions of mounting.
    MfibWatch( Mox::Ptr<Published::MfibStatus> tables,
@@ -35,6 +39,7 @@ class PIMSM_API MfibWatch {
    void readAll();
    void readUpcall( const Routing::Pim::RouteIntfKey& key );
    void readCache( const Routing::Pim::RouteKey& key );
+   void readShared( const Published::MfibCache& cache );
    double age( double time ) const;
 
    Mox::Ptr<Published::MfibStatus> tables_;
@@ -42,6 +47,12 @@ class PIMSM_API MfibWatch {
    Protocol& protocol_;
    Mox::Clock& real_;
    bool adopted_ = false;
+   // What the sources on shared trees had sent by when.
+   struct Sent {
+      double time;  // s
+      uint64_t bytes;
+   };
+   std::unordered_map<Routing::Pim::RouteKey, Sent> sent_;
    std::unique_ptr<MoxTables> moxTables_;
 };
 

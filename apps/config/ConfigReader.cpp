@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <limits>
@@ -318,11 +319,20 @@ void VrfReader::readSptThreshold( Section& section, VrfConfig& out ) {
    std::optional<Place> place = section.take( "spt-threshold" );
    if ( !place ) return;
    const auto text = Section::convert<std::string>( *place, "spt-threshold" );
-   if ( text != "immediate" && text != "infinity" )
-      place->fail( fmt::format(
-         "spt-threshold: '{}' is neither immediate nor infinity", text ) );
-   if ( text == "infinity" )
+   if ( text == "immediate" ) return;
+   if ( text == "infinity" ) {
       out.sptThreshold = std::numeric_limits<double>::infinity();
+      return;
+   }
+   uint32_t rate = 0;
+   const auto [end, error] =
+      std::from_chars( text.data(), text.data() + text.size(), rate );
+   if ( error != std::errc() || end != text.data() + text.size() || rate == 0 )
+      place->fail(
+         fmt::format( "spt-threshold: '{}' is neither immediate nor "
+                      "infinity nor a rate in kbit/s",
+                      text ) );
+   out.sptThreshold = rate;
 }
 
 void VrfReader::readRpf( Section& section, VrfConfig& out ) {

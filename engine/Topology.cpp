@@ -10,20 +10,37 @@ using Vantu::IpGenPrefix;
 
 namespace {
 
-Topology::Path configuredPath( const RpfRouteConfig& route ) {
-   Topology::Path path;
-   path.rpf = { route.interface,
-                route.neighbor,
-                static_cast<uint8_t>( route.preference ),
-                { route.metric } };
-   path.attached = route.neighbor.isUnspecified();
-   if ( !route.backup ) return path;
-   path.backup = { route.backup->interface,
-                   route.backup->neighbor,
-                   static_cast<uint8_t>( route.backup->preference ),
-                   { route.backup->metric } };
-   path.backupAttached = route.backup->neighbor.isUnspecified();
-   return path;
+Rpf rpfOf( const RpfRouteConfig& route ) {
+   return { route.interface,
+            route.neighbor,
+            static_cast<uint8_t>( route.preference ),
+            { route.metric } };
+}
+
+Rpf rpfOf( const BackupConfig& backup ) {
+   return { backup.interface,
+            backup.neighbor,
+            static_cast<uint8_t>( backup.preference ),
+            { backup.metric } };
+}
+
+bool isDown( const VrfConfig& config, Vantu::IntfId name ) {
+   for ( const InterfaceConfig& interface : config.interfaces )
+      if ( interface.name == name ) return !interface.up;
+   return false;
+}
+
+// The backup is the path while the main one's interface is down.
+Topology::Path configuredPath( const VrfConfig& config,
+                               const RpfRouteConfig& route ) {
+   const auto& backup = route.backup;
+   if ( !backup || isDown( config, backup->interface ) )
+      return { rpfOf( route ), route.neighbor.isUnspecified(), {}, false };
+   const bool backupAttached = backup->neighbor.isUnspecified();
+   if ( isDown( config, route.interface ) )
+      return { rpfOf( *backup ), backupAttached, {}, false };
+   return { rpfOf( route ), route.neighbor.isUnspecified(), rpfOf( *backup ),
+            backupAttached };
 }
 
 Topology::Path hostPath( const HostRoute& route ) {
@@ -57,7 +74,7 @@ void Topology::configIs( const VrfConfig& config ) {
       }
    }
    for ( const RpfRouteConfig& route : config.rpfRoutes ) {
-      paths_.insert( route.prefix, configuredPath( route ) );
+      paths_.insert( route.prefix, configuredPath( config, route ) );
    }
    for ( const RpConfig& rp : config.rps ) {
       const auto family = rp.address.family();

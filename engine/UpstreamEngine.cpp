@@ -56,6 +56,7 @@ struct UpstreamEngine::Record : Deadline {
    Target* rptTarget = nullptr;  // RPF'(S,G,rpt)
    bool rptAside = false;        // it is not RPF'(*,G)
    double joinDue = Deadlines::never;
+   std::unique_ptr<Record> backup;  // of the joined fast-reroute path
 };
 
 struct UpstreamEngine::Group {
@@ -110,6 +111,7 @@ UpstreamEngine::Record& UpstreamEngine::make( const RouteKey& key ) {
 
 void UpstreamEngine::erase( Record& record ) {
    overrides_.remove( record );
+   if ( record.backup != nullptr ) moveTo( *record.backup, nullptr );
    moveTo( record, nullptr );
    --size_;
    const RouteKey key = record.key;
@@ -156,13 +158,21 @@ void UpstreamEngine::adopt( const LastJoins& lastJoins ) {
       moveTo( record, targetOf( *route ) );
       if ( !record.shared() ) record.rpt = route->upRptState();
       record.rptTarget = record.shared() ? nullptr : targetOfRpt( key );
-      Target* const to = record.target;
-      if ( !record.joined || to == nullptr || !to->known() ) continue;
-      if ( to->lastJoins == 0.0 )
-         to->lastJoins = lastJoins( to->intfId, to->neighbor );
-      const double interval = links_.find( to->intfId )->config().joinPruneInterval;
-      setJoinDue( record, std::max( to->lastJoins + interval, clock_.now() ) );
+      resume( record, lastJoins );
+      Target* const backup = record.joined ? backupOf( *route ) : nullptr;
+      if ( backup == nullptr ) continue;
+      makeBackup( record, *backup );
+      resume( *record.backup, lastJoins );
    }
+}
+
+void UpstreamEngine::resume( Record& record, const LastJoins& lastJoins ) {
+   Target* const to = record.target;
+   if ( !record.joined || to == nullptr || !to->known() ) return;
+   if ( to->lastJoins == 0.0 )
+      to->lastJoins = lastJoins( to->intfId, to->neighbor );
+   const double interval = links_.find( to->intfId )->config().joinPruneInterval;
+   setJoinDue( record, std::max( to->lastJoins + interval, clock_.now() ) );
 }
 
 double UpstreamEngine::lastJoins( IntfId intfId, const IpGenAddr& neighbor ) const {
@@ -234,7 +244,9 @@ void UpstreamEngine::review( const RouteKey& key ) {
       Record& record = make( key );
       record.routed = true;
       follow( record, *route );
-      if ( !record.shared() ) followRpt( record, *route );
+      if ( record.shared() ) return;
+      followBackup( record, *route );
+      followRpt( record, *route );
       return;
    }
    if ( Record* record = find( key ) ) leave( *record );
@@ -270,6 +282,41 @@ void UpstreamEngine::follow( Record& record, const Route& route ) {
    if ( wasJoined && sameLink && byAssert ) return hasten( record );
    if ( wasJoined && from != nullptr ) sendPrune( record, *from );
    sendJoin( record, triggered );
+}
+
+// Null: the route has no fast-reroute path, or it is the main one.
+UpstreamEngine::Target* UpstreamEngine::backupOf( const Route& route ) {
+   const Routing::Pim::Rpf& rpf = route.rpfFrr();
+   const Link* link = links_.find( rpf.intfId );
+   if ( route.umhFrr() == nullptr || route.rpfFrrAttached() || link == nullptr )
+      return nullptr;
+   const IpGenAddr* winner = assertWinner( route, rpf.intfId );
+   Target* const to = target(
+      rpf.intfId,
+      winner != nullptr ? *winner : link->neighbors().primaryOf( rpf.neighbor ) );
+   return to == targetOf( route ) ? nullptr : to;
+}
+
+void UpstreamEngine::makeBackup( Record& record, Target& target ) {
+   record.backup = std::make_unique<Record>( record.key );
+   record.backup->joined = true;
+   moveTo( *record.backup, &target );
+}
+
+// As follow(), for the fast-reroute path: joined while the main one is. A neighbour that
+// has become the main one has its join from there.
+void UpstreamEngine::followBackup( Record& record, const Route& route ) {
+   Target* const to = record.joined ? backupOf( route ) : nullptr;
+   Target* const from = record.backup == nullptr ? nullptr : record.backup->target;
+   if ( from == to ) return;
+   if ( from != nullptr ) {
+      if ( from != record.target ) sendPrune( *record.backup, *from );
+      moveTo( *record.backup, nullptr );
+      record.backup.reset();
+   }
+   if ( to == nullptr ) return;
+   makeBackup( record, *to );
+   sendJoin( *record.backup, triggered );
 }
 
 // RFC 7761, 4.5.7.
@@ -311,6 +358,8 @@ void UpstreamEngine::leave( Record& record ) {
       sendPrune( record, *record.target );
    record.joined = false;
    setJoinDue( record, Deadlines::never );
+   if ( record.backup != nullptr )
+      sendPrune( *record.backup, *record.backup->target );
    const Record* shared =
       find( { anySource( record.key.group ), record.key.group } );
    if ( record.rpt == Sm::upRptPruned && shared != nullptr && shared->joined )
@@ -482,9 +531,17 @@ void UpstreamEngine::receiveJoin( const Seen& seen, const IpGenAddr& group,
       if ( record->rptTarget != &seen.target || !record->queued() ) return;
       overrides_.remove( *record );
       if ( !record->routed ) erase( *record );
-   } else if ( record->joined && record->target == &seen.target ) {
-      suppress( seen, *record );
+   } else if ( Record* joined = joinedBy( record, seen.target ) ) {
+      suppress( seen, *joined );
    }
+}
+
+// The record itself, or its backup, if it joins through the target; else null.
+UpstreamEngine::Record* UpstreamEngine::joinedBy( Record* record,
+                                                  const Target& target ) {
+   if ( record == nullptr || !record->joined ) return nullptr;
+   if ( record->target == &target ) return record;
+   return joinedBy( record->backup.get(), target );
 }
 
 // "Increase the Join Timer to t_joinsuppress."
@@ -505,9 +562,7 @@ void UpstreamEngine::receivePrune( const Seen& seen, const IpGenAddr& group,
    Group& records = groups_.at( group );
    Record* const shared = records.shared.get();
    auto hastenIf = [&]( Record* record ) {
-      const bool here =
-         record != nullptr && record->joined && record->target == &seen.target;
-      if ( here ) hasten( *record );
+      if ( Record* joined = joinedBy( record, seen.target ) ) hasten( *joined );
    };
    if ( source.wildcard ) {
       hastenIf( shared );

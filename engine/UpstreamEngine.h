@@ -3,7 +3,8 @@
 // ForwardingEngine decides the upstream states by the macros; this times and sends what
 // follows from them. Each route has a record here with the neighbour that it joins
 // through (RPF'), the time of the next join (JT) and, for an (S,G) route, the override
-// timer of its (S,G,rpt) state (OT). Entries wait in their neighbour's queue until
+// timer of its (S,G,rpt) state (OT). A joined (S,G) route with a fast-reroute path joins
+// through that as well, by a second record. Entries wait in their neighbour's queue until
 // flush(). Records of a neighbour whose joins are due within a second of each other go
 // together.
 //
@@ -87,11 +88,15 @@ class PIMSM_API UpstreamEngine {
    void moveTo( Record& record, Target* target );
 
    Target* targetOf( const Route& route );
+   Target* backupOf( const Route& route );
    void follow( Record& record, const Route& route );
    void followRpt( Record& record, const Route& route );
+   void followBackup( Record& record, const Route& route );
+   void makeBackup( Record& record, Target& target );
    void leave( Record& record );
    Target* targetOfRpt( const RouteKey& key ) const;
 
+   void resume( Record& record, const LastJoins& lastJoins );
    void setJoinDue( Record& record, double time );
    void hasten( Record& record );
    void override( Record& record );
@@ -117,6 +122,7 @@ class PIMSM_API UpstreamEngine {
                      const EncodedSource& source );
    void receivePrune( const Seen& seen, const Address& group,
                       const EncodedSource& source );
+   Record* joinedBy( Record* record, const Target& target );
    void suppress( const Seen& seen, Record& record );
    void overrideRpt( const Seen& seen, const RouteKey& key );
 

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <limits>
+
 #include "apps/mfib/EntryCounters.h"
 
 namespace Forwarding {
@@ -47,12 +49,12 @@ void Family::configIs( FamilyConfig config ) {
    config_ = std::move( config );
    topology_.configIs( config_.router );
    vifs_.namesIs( config_.interfaces );
-   mfib_->handleVifs( vifs_.update( links_ ) );
+   mfib_->handleVifs( vifs_.update( links_ ).numbers );
 }
 
 void Family::handleLinks() {
-   const VifSet changed = vifs_.update( links_ );
-   if ( changed.any() ) mfib_->handleVifs( changed );
+   const Vifs::Changes changed = vifs_.update( links_ );
+   if ( changed.any() ) mfib_->handleVifs( changed.numbers );
 }
 
 void Family::takeUpcalls() {
@@ -113,7 +115,9 @@ void Family::endSilent() {
 void Family::publishCounters() {
    vifs_.publishCounters();
    if ( !mfib_->started() ) return;
-   mfib_->copiesIs( config_.router.sptThreshold == 0.0 && agentSends() );
+   const bool counts =
+      config_.router.sptThreshold < std::numeric_limits<double>::infinity();
+   mfib_->copiesIs( counts && agentSends() );
    endSilent();
    publishEntryCounters(
       *kernel_, *published_,

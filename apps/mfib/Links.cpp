@@ -1,5 +1,7 @@
 #include "apps/mfib/Links.h"
 
+#include <net/if.h>
+
 #include <system_error>
 
 #include "platform/trace/Trace.h"
@@ -9,10 +11,15 @@ namespace Forwarding {
 MOX_TRACE_FACILITY( trace, "Pimsm::Forwarding::Links" )
 
 uint32_t LinkTable::index( Vantu::IntfId name ) const {
-   for ( const auto& [index, known] : names_ ) {
-      if ( known == name ) return index;
+   for ( const auto& [index, link] : links_ ) {
+      if ( link.name == name ) return index;
    }
    return 0;
+}
+
+bool LinkTable::up( uint32_t index ) const {
+   auto found = links_.find( index );
+   return found != links_.end() && found->second.up;
 }
 
 Links::Links( Mox::Loop& loop, Mox::Loop::Function changed )
@@ -59,7 +66,8 @@ void LinkTable::take( const Netlink::Message& message ) {
    if ( message.type() != RTM_NEWLINK ) return;
    auto name = message.attributes<ifinfomsg>().text( IFLA_IFNAME );
    if ( !name || name->size() > Vantu::IntfId::maxLength ) return;
-   linkIs( index, Vantu::IntfId( *name ) );
+   constexpr unsigned kUp = IFF_UP | IFF_RUNNING;
+   linkIs( index, Vantu::IntfId( *name ), ( body->ifi_flags & kUp ) == kUp );
 }
 
 }

@@ -16,13 +16,22 @@ class LinkTable {
    // 0 without an interface of that name.
    uint32_t index( Vantu::IntfId name ) const;
 
-   void linkIs( uint32_t index, Vantu::IntfId name ) { names_[index] = name; }
-   void linkDel( uint32_t index ) { names_.erase( index ); }
+   // Can packets come in by it?
+   bool up( uint32_t index ) const;
+
+   void linkIs( uint32_t index, Vantu::IntfId name, bool up = true ) {
+      links_[index] = { name, up };
+   }
+   void linkDel( uint32_t index ) { links_.erase( index ); }
    // Takes up what the kernel says of a link; ignores all else.
    void take( const Netlink::Message& message );
 
  private:
-   std::map<uint32_t, Vantu::IntfId> names_;
+   struct Link {
+      Vantu::IntfId name;
+      bool up;
+   };
+   std::map<uint32_t, Link> links_;
 };
 
 class Links {

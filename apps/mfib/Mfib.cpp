@@ -31,6 +31,13 @@ bool usesRegisters( const Sm::Route& route, bool copies ) {
    return copies && route.wildCard() && hasMembers( route );
 }
 
+// The fast-reroute path takes over as soon as the main one's link is down; the routes
+// follow.
+bool comesByBackup( const Sm::Route& route, const Vifs& vifs ) {
+   return route.umhFrr() != nullptr && vifs.vif( route.incomingIntf() ) &&
+          !vifs.up( route.incomingIntf() ) && vifs.up( route.iifFrr() );
+}
+
 }
 
 std::optional<Entry> wantedEntry( const Sm::Route& route, const Vifs& vifs,
@@ -38,11 +45,13 @@ std::optional<Entry> wantedEntry( const Sm::Route& route, const Vifs& vifs,
    const Routing::Pim::RouteKey& key = route.key();
    if ( !key.group.isMulticast() || key.group.isLinkLocalMulticast() )
       return std::nullopt;
-   std::optional<unsigned> incoming = vifs.vif( route.incomingIntf() );
+   const bool byBackup = comesByBackup( route, vifs );
+   std::optional<unsigned> incoming =
+      vifs.vif( byBackup ? route.iifFrr() : route.incomingIntf() );
    if ( !incoming ) return std::nullopt;
    Entry entry{ key, *incoming, {} };
    for ( const Sm::Intf& intf : route.routeIntf() ) {
-      if ( !intf.forward() ) continue;
+      if ( !( byBackup ? intf.fastForward() : intf.forward() ) ) continue;
       if ( auto vif = vifs.vif( intf.intfId() ) ) entry.outgoing.set( *vif );
    }
    // The kernel finds a (*,G) entry only by one of its outgoing interfaces, and

@@ -58,8 +58,8 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    void start( const std::vector<StandingEntry>& standing, bool unsure );
    bool started() const { return started_; }
 
-   // Interfaces changed: every route is checked again, and the entries with one of
-   // those numbers are written anew, whatever the kernel has.
+   // Interfaces changed, came up or went down: every route is checked again, and the
+   // entries with one of those numbers are written anew, whatever the kernel has.
    void handleVifs( const VifSet& changed );
 
    // Writes the differences that are due. Call it at the end of a turn.

@@ -98,11 +98,15 @@ bool Vifs::registersIs() {
    return !registersRefused_;
 }
 
-VifSet Vifs::update( const LinkTable& links ) {
-   VifSet changed;
+Vifs::Changes Vifs::update( const LinkTable& links ) {
+   Changes changed;
    for ( unsigned vif = 0; vif < kMaxVifs; ++vif ) {
-      if ( slots_[vif].name.empty() || isRegister( vif ) ) continue;
-      changed[vif] = updateSlot( vif, links.index( slots_[vif].name ) );
+      Slot& slot = slots_[vif];
+      if ( slot.name.empty() || isRegister( vif ) ) continue;
+      const uint32_t index = links.index( slot.name );
+      const bool up = links.up( index );
+      changed.up |= std::exchange( slot.up, up ) != up;
+      changed.numbers[vif] = updateSlot( vif, index );
    }
    return changed;
 }
@@ -127,6 +131,11 @@ bool Vifs::updateSlot( unsigned vif, uint32_t ifIndex ) {
       publish( vif, {} );
    }
    return true;
+}
+
+bool Vifs::up( IntfId name ) const {
+   const std::optional<unsigned> found = vif( name );
+   return found && slots_[*found].up;
 }
 
 std::optional<unsigned> Vifs::vif( IntfId name ) const {

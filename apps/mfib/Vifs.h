@@ -37,10 +37,18 @@ class Vifs {
    bool registersIs();
    bool registers() const { return isRegister( kRegisterVif ); }
 
+   struct Changes {
+      // They include vifs that the kernel removed and has again: it forgot them in
+      // entries written meanwhile.
+      VifSet numbers;
+      bool up = false;  // some interface came up or went down
+      bool any() const { return up || numbers.any(); }
+   };
    // Gives the kernel the interfaces that exist and removes those that do not.
-   // Returns the numbers that changed. They include vifs that the kernel removed
-   // and has again: it forgot them in entries written meanwhile.
-   VifSet update( const LinkTable& links );
+   Changes update( const LinkTable& links );
+
+   // Can packets come in by it? True for the register vif.
+   bool up( Vantu::IntfId name ) const;
 
    // Nothing for an interface that the kernel does not have.
    std::optional<unsigned> vif( Vantu::IntfId name ) const;
@@ -55,7 +63,8 @@ class Vifs {
    struct Slot {
       Vantu::IntfId name;
       uint32_t ifIndex = 0;  // 0: not in the kernel
-      bool told = false;     // the missing interface was reported
+      bool up = true;
+      bool told = false;  // the missing interface was reported
    };
 
    bool isRegister( unsigned vif ) const;

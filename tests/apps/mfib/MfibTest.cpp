@@ -294,6 +294,22 @@ TEST_F( Forwards, InterfacesThatComeAndGo ) {
    follow( 1.0 );
    EXPECT_EQ( kernel->vifs.count( 1 ), 0u );
    EXPECT_EQ( outgoing( kSg ), "none" ) << "its incoming interface has gone";
+   // The fast-reroute path takes over while the main one's link is down.
+   links.linkIs( 10, intfId( "eth0" ) );
+   family->handleLinks();
+   own.rpfFrr( "eth3" )->routeIntf( intfId( "eth2" ) )->fastForwardIs( true );
+   forward( own, "eth2", false );
+   publish();
+   EXPECT_EQ( incoming( kSg ), 0 );
+   links.linkIs( 10, intfId( "eth0" ), false );
+   family->handleLinks();
+   follow( 0.0 );
+   EXPECT_EQ( incoming( kSg ), 3 );
+   EXPECT_EQ( outgoing( kSg ), "2" );
+   links.linkIs( 13, intfId( "eth3" ), false );
+   family->handleLinks();
+   follow( 0.0 );
+   EXPECT_EQ( incoming( kSg ), 0 ) << "it is down as well";
    // More interfaces than the kernel takes.
    FamilyConfig many = family->config();
    many.interfaces.clear();

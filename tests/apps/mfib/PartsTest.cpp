@@ -1,6 +1,7 @@
 // The kernel's messages, the bounded table of upcalls, the pauses between restarts.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <net/if.h>
 
 // The C library's headers must come before the kernel's.
 #include <linux/mroute.h>
@@ -156,6 +157,13 @@ TEST( LinkTable, TakesLinksOfTheirOwnFamilyAlone ) {
       return table.index( intfId( "lan" ) );
    };
    EXPECT_EQ( taken(), 7u );
+   LinkTable links;
+   for ( const unsigned flags :
+         { 1u * IFF_UP, 1u * IFF_RUNNING, 0u | IFF_UP | IFF_RUNNING } ) {
+      link.body.ifi_flags = flags;
+      links.take( Netlink::Message( link.header ) );
+      EXPECT_EQ( links.up( 7 ), flags == ( IFF_UP | IFF_RUNNING ) );
+   }
    link.body.ifi_family = AF_BRIDGE;
    EXPECT_EQ( taken(), 0u );
    link.body.ifi_family = AF_UNSPEC;

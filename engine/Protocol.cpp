@@ -40,6 +40,7 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
           [this]( IntfId intfId ) { endStates( intfId ); } } ),
      topology_( config, std::move( hooks.hostRoutes ) ),
      policy_( family, config ),
+     pathSwitch_( model, links_, clock, std::move( hooks.packetAge ) ),
      routes_(
         model, clock, topology_, &policy_, sender_.speaks(),
         { [this, changed = hooks.changed]( const Routing::Pim::RouteIntfKey& key,
@@ -49,6 +50,9 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
          },
           [this]( Routes::Route& route, const Topology::Path& path ) {
              return upstream_.resolve( route, path );
+          },
+          [this]( Routes::Route& route, const Routing::Pim::Rpf& next ) {
+             pathSwitch_.changePath( route, next );
           } } ),
      upstream_( routes_, links_, config, sender_, clock, counters ),
      joinPrune_( routes_, clock, topology_, &policy_, counters,
@@ -110,6 +114,7 @@ void Protocol::adopt( const KeptTimers& kept,
                       const RegisterSender::KeptTimes& registering ) {
    adopted_ = true;
    routes_.adopt();
+   pathSwitch_.adopt();
    joinPrune_.adopt( kept );
    membership_.adopt( kept );
    asserts_.adopt( kept );
@@ -153,6 +158,7 @@ void Protocol::receiveData( const Routing::Pim::RouteKey& key, IntfId intfId,
                             double age, bool wrong ) {
    sources_.receiveData( key, intfId, age );
    routes_.handleData( key, intfId );
+   if ( wrong ) pathSwitch_.handleData( key, intfId );
    if ( wrong ) asserts_.handleData( key, intfId );
 }
 

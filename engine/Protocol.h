@@ -10,6 +10,7 @@
 #include "engine/JoinPruneEngine.h"
 #include "engine/Links.h"
 #include "engine/MembershipEngine.h"
+#include "engine/PathSwitch.h"
 #include "engine/RegisterEngine.h"
 #include "engine/RegisterReceiver.h"
 #include "engine/RegisterSender.h"
@@ -35,6 +36,8 @@ class PIMSM_API Protocol {
       // Called when registering( key ) has changed.
       std::function<void( const Routing::Pim::RouteKey& )> registering =
          []( const Routing::Pim::RouteKey& ) {};
+      // How long ago a route's last packet was forwarded; see PathSwitch.
+      PathSwitch::Age packetAge = {};
       // Empty: the router listens and sends nothing.
       Speech speech = {};
    };
@@ -136,6 +139,7 @@ class PIMSM_API Protocol {
    Links links_;
    Topology topology_;
    GroupPolicy policy_;
+   PathSwitch pathSwitch_;
    Routes routes_;
    UpstreamEngine upstream_;
    JoinPruneEngine joinPrune_;

@@ -103,7 +103,13 @@ void Routes::updatePath( Route& route, const IpGenAddr& rp ) {
    Mox::Ptr<Routing::Pim::SparseMode::UpstreamInfo> umh = route.umhIs();
    umh->rpIs( rp );
    umh->rpfAttachedIs( path.attached );
-   umh->doUpdateRpf( hooks_.resolve ? hooks_.resolve( route, path ) : path.rpf );
+   const Routing::Pim::Rpf next =
+      hooks_.resolve ? hooks_.resolve( route, path ) : path.rpf;
+   if ( hooks_.changePath ) {
+      hooks_.changePath( route, next );
+   } else {
+      umh->doUpdateRpf( next );
+   }
    updateBackup( route, path );
 }
 

@@ -55,6 +55,8 @@ class PIMSM_API Routes {
       // Empty: the path's.
       std::function<Routing::Pim::Rpf( Route&, const Topology::Path& )> resolve =
          {};
+      // Gives the route the path. Empty: at once.
+      std::function<void( Route&, const Routing::Pim::Rpf& )> changePath = {};
    };
 
    // `policy` names the groups with fast reroute; null: none. It outlives this.

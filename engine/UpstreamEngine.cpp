@@ -56,6 +56,7 @@ struct UpstreamEngine::Record : Deadline {
    Target* rptTarget = nullptr;  // RPF'(S,G,rpt)
    bool rptAside = false;        // it is not RPF'(*,G)
    double joinDue = Deadlines::never;
+   Target* former = nullptr;        // pruned when the path's change has ended
    std::unique_ptr<Record> backup;  // of the joined fast-reroute path
 };
 
@@ -159,6 +160,9 @@ void UpstreamEngine::adopt( const LastJoins& lastJoins ) {
       if ( !record.shared() ) record.rpt = route->upRptState();
       record.rptTarget = record.shared() ? nullptr : targetOfRpt( key );
       resume( record, lastJoins );
+      if ( route->iifSwitching() )
+         record.former =
+            target( route->prevRpf().intfId, route->prevRpf().neighbor );
       Target* const backup = record.joined ? backupOf( *route ) : nullptr;
       if ( backup == nullptr ) continue;
       makeBackup( record, *backup );
@@ -261,7 +265,8 @@ UpstreamEngine::Target* UpstreamEngine::targetOf( const Route& route ) {
                                  : anySource( route.key().group ) );
 }
 
-// RFC 7761, 4.5.4 and 4.5.5.
+// RFC 7761, 4.5.4 and 4.5.5, but that the former neighbour is pruned only when data
+// comes from the new one.
 void UpstreamEngine::follow( Record& record, const Route& route ) {
    Target* const to = targetOf( route );
    record.rp = route.umh()->rp();
@@ -271,17 +276,33 @@ void UpstreamEngine::follow( Record& record, const Route& route ) {
       std::exchange( record.joined, route.upJoinState() == Sm::upJoined );
    record.viaAssert = viaAssert( route );
    if ( !record.joined ) {
-      if ( wasJoined && from != nullptr ) sendPrune( record, *from );
+      if ( wasJoined ) pruneAll( record );
       setJoinDue( record, Deadlines::never );
       return moveTo( record, to );
    }
+   if ( !route.iifSwitching() ) pruneFormer( record, to );
    if ( wasJoined && from == to ) return;
    moveTo( record, to );
    const bool sameLink = from != nullptr && to != nullptr && from->known() &&
                          to->known() && from->intfId == to->intfId;
    if ( wasJoined && sameLink && byAssert ) return hasten( record );
-   if ( wasJoined && from != nullptr ) sendPrune( record, *from );
+   if ( wasJoined ) record.former = from;
+   if ( !route.iifSwitching() ) pruneFormer( record, to );
    sendJoin( record, triggered );
+}
+
+// It stays joined if the path, or its backup, leads to it again.
+void UpstreamEngine::pruneFormer( Record& record, const Target* now ) {
+   Target* const former = std::exchange( record.former, nullptr );
+   const Target* backup =
+      record.backup == nullptr ? nullptr : record.backup->target;
+   if ( former != nullptr && former != now && former != backup )
+      sendPrune( record, *former );
+}
+
+void UpstreamEngine::pruneAll( Record& record ) {
+   pruneFormer( record, record.target );
+   if ( record.target != nullptr ) sendPrune( record, *record.target );
 }
 
 // Null: the route has no fast-reroute path, or it is the main one.
@@ -354,8 +375,7 @@ UpstreamEngine::Target* UpstreamEngine::targetOfRpt( const RouteKey& key ) const
 // The route has gone, and with it all that it wanted.
 void UpstreamEngine::leave( Record& record ) {
    record.routed = false;
-   if ( record.joined && record.target != nullptr )
-      sendPrune( record, *record.target );
+   if ( record.joined ) pruneAll( record );
    record.joined = false;
    setJoinDue( record, Deadlines::never );
    if ( record.backup != nullptr )

@@ -88,6 +88,8 @@ class PIMSM_API UpstreamEngine {
    void moveTo( Record& record, Target* target );
 
    Target* targetOf( const Route& route );
+   void pruneFormer( Record& record, const Target* now );
+   void pruneAll( Record& record );
    Target* backupOf( const Route& route );
    void follow( Record& record, const Route& route );
    void followRpt( Record& record, const Route& route );

@@ -1,6 +1,7 @@
 #include "router/MfibWatch.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace Router {
 
@@ -49,6 +50,13 @@ void MfibWatch::readAll() {
 
 double MfibWatch::age( double time ) const {
    return std::max( 0.0, real_.now() - time );
+}
+
+double MfibWatch::packetAge( const RouteKey& key ) const {
+   Published::MfibCache cache;
+   const bool known = tables_->cache().find( key, cache ) == Brane::lookupFound &&
+                      cache.lastPacket > 0.0;
+   return known ? age( cache.lastPacket ) : std::numeric_limits<double>::infinity();
 }
 
 // An older upcall may be of a source that has been silent since.

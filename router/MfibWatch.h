@@ -30,6 +30,9 @@ class PIMSM_API MfibWatch {
               Mox::Clock& real );
    ~MfibWatch();
 
+   // How long ago the route's last packet was forwarded, s; infinity if none is known.
+   double packetAge( const Routing::Pim::RouteKey& key ) const;
+
    // The engines have resumed the reloaded states: the tables' content counts now.
    void adopted();
 

@@ -34,6 +34,7 @@ VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
                      markExport( key, intfId, timers );
                   },
                   [this]( const auto& key ) { registeringDue_.push_back( key ); },
+                  [this]( const auto& key ) { return mfib_.packetAge( key ); },
                   options.speech } ),
      mfib_( Published::MfibStatus::mount(
                manager, Published::MfibStatus::mountPath( family, config.name ),

@@ -8,7 +8,7 @@
 
 #include "apps/agent/Agent.h"
 #include "apps/agent/wire/Present.h"
-#include "apps/config/ConfigReader.h"
+#include "apps/config/ConfigFile.h"
 #include "apps/program/Capabilities.h"
 #include "apps/program/Ending.h"
 #include "platform/loop/Service.h"
@@ -98,8 +98,8 @@ Agent::Replay::Input inputOf( const std::string& text ) {
    return { text.substr( equals + 1 ), text.substr( 0, equals ) };
 }
 
-Agent::AgentConfig configOf( const Arguments& arguments ) {
-   if ( !arguments.config.empty() ) return Agent::readConfig( arguments.config );
+Agent::AgentConfig configOf( const Arguments& arguments, Agent::ConfigFile& file ) {
+   if ( !arguments.config.empty() ) return file.read();
    Vantu::IpGenAddr router( arguments.router );
    std::cerr << Agent::assumedConfigText( router ) << '\n';
    return Agent::assumedConfig( router );
@@ -110,14 +110,14 @@ void say( const std::string& text ) {
 }
 
 // A bad file changes nothing.
-void reload( Agent::Agent& agent, const std::string& path ) {
+void reload( Agent::Agent& agent, Agent::ConfigFile& file ) {
+   const std::string& path = file.path();
    if ( path.empty() ) {
       say( "there is no configuration file to read again" );
       return;
    }
    try {
-      for ( const std::string& note : agent.configIs( Agent::readConfig( path ) ) )
-         say( note );
+      for ( const std::string& note : agent.configIs( file.read() ) ) say( note );
       say( "took up " + path );
    } catch ( const std::exception& e ) {
       say( std::string( e.what() ) + "; the configuration stays as it was" );
@@ -130,7 +130,8 @@ bool listens( const Arguments& arguments ) {
 
 ExitStatus run( const Arguments& arguments ) {
    Agent::AgentOptions options;
-   options.config = configOf( arguments );
+   Agent::ConfigFile file( arguments.config );
+   options.config = configOf( arguments, file );
    options.assumed = arguments.config.empty();
    options.root = arguments.root;
    for ( const std::string& text : arguments.read ) {
@@ -160,7 +161,7 @@ ExitStatus run( const Arguments& arguments ) {
       if ( !problem.empty() ) say( problem );
    }
    Mox::SignalWatcher reloads( loop, { SIGHUP },
-                               [&]( int ) { reload( agent, arguments.config ); } );
+                               [&]( int ) { reload( agent, file ); } );
    agent.readyIs( [&] {
       std::cerr << agent.summary();
       if ( arguments.exitAtEnd ) loop.stop();

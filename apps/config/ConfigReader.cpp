@@ -596,7 +596,7 @@ AgentConfig parseConfig( const std::string& text, const std::string& name ) {
    }
 }
 
-AgentConfig readConfig( const std::string& path ) {
+std::string configText( const std::string& path ) {
    std::ifstream file( path );
    std::string text;
    char buffer[4096];
@@ -607,7 +607,11 @@ AgentConfig readConfig( const std::string& path ) {
    if ( !file.is_open() || file.bad() ) {
       throw ConfigError( fmt::format( "{}: {}", path, std::strerror( errno ) ) );
    }
-   return parseConfig( text, path );
+   return text;
+}
+
+AgentConfig readConfig( const std::string& path ) {
+   return parseConfig( configText( path ), path );
 }
 
 }

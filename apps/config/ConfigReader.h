@@ -18,6 +18,9 @@ class ConfigError : public Programs::WrongUsage {
 // repeated key, a wrong value, a reference to nothing.
 AgentConfig readConfig( const std::string& path );
 
+// The file's text. Throws ConfigError.
+std::string configText( const std::string& path );
+
 // Parses a text; `name` stands for the file in errors.
 AgentConfig parseConfig( const std::string& text, const std::string& name );
 

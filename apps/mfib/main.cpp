@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <iostream>
 
-#include "apps/config/ConfigReader.h"
+#include "apps/config/ConfigFile.h"
 #include "apps/mfib/Daemon.h"
 #include "apps/mfib/Keeper.h"
 #include "apps/program/Ending.h"
@@ -50,17 +50,18 @@ void say( const std::string& text ) {
 }
 
 // A bad file changes nothing.
-void reload( Forwarding::Daemon& daemon, const std::string& path ) {
+void reload( Forwarding::Daemon& daemon, Agent::ConfigFile& file ) {
    try {
-      daemon.configIs( Forwarding::familiesOf( Agent::readConfig( path ) ) );
-      say( "took up " + path );
+      daemon.configIs( Forwarding::familiesOf( file.read() ) );
+      say( "took up " + file.path() );
    } catch ( const std::exception& e ) {
       say( std::string( e.what() ) + "; the configuration stays as it was" );
    }
 }
 
 ExitStatus forward( const Arguments& arguments ) {
-   auto families = Forwarding::familiesOf( Agent::readConfig( arguments.config ) );
+   Agent::ConfigFile file( arguments.config );
+   auto families = Forwarding::familiesOf( file.read() );
    Mox::Loop loop;
    Mox::RealClock clock( loop );
    Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },
@@ -68,7 +69,7 @@ ExitStatus forward( const Arguments& arguments ) {
    Forwarding::Daemon daemon( loop, clock, std::move( families ), arguments.options,
                               say );
    Mox::SignalWatcher reloads( loop, { SIGHUP },
-                               [&]( int ) { reload( daemon, arguments.config ); } );
+                               [&]( int ) { reload( daemon, file ); } );
    loop.run();
    return done;
 }

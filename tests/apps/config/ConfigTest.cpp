@@ -1,8 +1,9 @@
-#include "apps/config/ConfigReader.h"
+#include "apps/config/ConfigFile.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <random>
 #include <sstream>
 
 namespace Agent {
@@ -84,6 +85,50 @@ TEST( Config, CapturesFindTheirInterface ) {
    EXPECT_EQ( captureBindings( config )["eth0"].interface, Vantu::IntfId() );
    EXPECT_EQ( captureBindings( config )[""].interface, Vantu::IntfId() )
       << "there are two";
+}
+
+// The VRFs of a reading, or its error.
+template <class Read>
+std::pair<std::vector<VrfConfig>, std::string> result( Read read ) {
+   try {
+      return { read().vrfs, "" };
+   } catch ( const ConfigError& e ) {
+      return { {}, e.what() };
+   }
+}
+
+TEST( Config, ReadAgainItIsAsIfReadAnew ) {
+   const unsigned seed = std::random_device{}();
+   SCOPED_TRACE( seed );
+   std::mt19937 random( seed );
+   auto pick = [&]( size_t below ) { return random() % below; };
+   const std::vector<std::string> pieces = {
+      "# note\n", "\n",       "  ",   "- ",    "\"",
+      "[",        "&a ",      "*a",   "---\n", "...\n",
+      "vrfs:\n",  "name: v1", "eth1", "  - ",  ":",
+      "\t",       "1",        "7",    "|\n",   "\n  -\n    name: v9\n" };
+   ConfigFile file( "agent.yaml" );
+   size_t parsed = 0, read = 0;
+   std::string good;
+   for ( int i = 0; i < 2000; ++i ) {
+      if ( good.empty() || pick( 20 ) == 0 ) {
+         good = "# VRFs\nvrfs:\n";
+         for ( size_t v = 0; v <= pick( 6 ); ++v )
+            good += "  - name: v" + std::to_string( v ) +
+                    "\n    interfaces:\n    - {name: eth" + std::to_string( v ) +
+                    ", addresses: [10.0.0.1/24]}\n    mroute-table: " +
+                    std::to_string( 100 + v ) + "\n";
+      }
+      std::string text = good;
+      text.replace( pick( text.size() ), pick( 4 ), pieces[pick( pieces.size() )] );
+      const auto now = result( [&] { return file.read( text ); } );
+      ASSERT_EQ( now, result( [&] { return parse( text ); } ) ) << text;
+      if ( !now.second.empty() ) continue;
+      good = text;
+      ++read;
+      parsed += now.first.size() == file.parsed() ? 1 : 0;
+   }
+   EXPECT_LT( parsed, read ) << "some VRFs are known";
 }
 
 }

@@ -26,6 +26,11 @@ bool viaAssert( const Sm::Route& route ) {
    return winner != nullptr && *winner == route.rpf().neighbor;
 }
 
+// A source on the link is asked for nothing; an RP there is a router.
+bool onLink( const Sm::Route& route ) {
+   return route.rpfAttached() && !route.wildCard();
+}
+
 }
 
 // A neighbour that routes join through. Unspecified: the interface's routes whose
@@ -196,7 +201,7 @@ Routing::Pim::Rpf UpstreamEngine::resolve( Route& route,
    if ( atRp ) {
       rpf = Routing::Pim::Rpf();
       rpf.intfId = registerIntf();
-   } else if ( sender_.speaks() && !path.attached && link != nullptr ) {
+   } else if ( sender_.speaks() && !onLink( route ) && link != nullptr ) {
       const IpGenAddr* winner = assertWinner( route, rpf.intfId );
       const IpGenAddr neighbor =
          winner != nullptr ? *winner : link->neighbors().primaryOf( rpf.neighbor );
@@ -211,7 +216,7 @@ void UpstreamEngine::prepare( const RouteKey& key ) {
    if ( !sender_.speaks() ) return;
    const Record* record = find( key );
    const Mox::Ptr<Route> route = routes_.find( key );
-   if ( record == nullptr || route == nullptr || route->rpfAttached() ) return;
+   if ( record == nullptr || route == nullptr || onLink( *route ) ) return;
    const IpGenAddr* winner = assertWinner( *route, route->rpf().intfId );
    const bool follows =
       winner == nullptr ? !record->viaAssert : *winner == route->rpf().neighbor;
@@ -258,8 +263,7 @@ void UpstreamEngine::review( const RouteKey& key ) {
 
 UpstreamEngine::Target* UpstreamEngine::targetOf( const Route& route ) {
    const Routing::Pim::Rpf& rpf = route.rpf();
-   if ( route.rpfAttached() || links_.find( rpf.intfId ) == nullptr )
-      return nullptr;
+   if ( onLink( route ) || links_.find( rpf.intfId ) == nullptr ) return nullptr;
    return target( rpf.intfId, route.nsfRpfResolved()
                                  ? rpf.neighbor
                                  : anySource( route.key().group ) );

@@ -157,7 +157,9 @@ void Protocol::pathsChanged() {
 void Protocol::receiveData( const Routing::Pim::RouteKey& key, IntfId intfId,
                             double age, bool wrong ) {
    sources_.receiveData( key, intfId, age );
-   routes_.handleData( key, intfId );
+   // At once, not with the next counters: the prune of the shared tree that follows may
+   // end the only join that the route has.
+   if ( routes_.handleData( key, intfId ) ) sources_.receiveMore( key, age );
    if ( wrong ) pathSwitch_.handleData( key, intfId );
    if ( wrong ) asserts_.handleData( key, intfId );
 }

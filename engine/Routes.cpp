@@ -170,13 +170,14 @@ void Routes::updateTree( Route& route ) {
    route.routeFlagsIs( flags );
 }
 
-void Routes::handleData( const RouteKey& key, IntfId intfId ) {
+bool Routes::handleData( const RouteKey& key, IntfId intfId ) {
    Mox::Ptr<Route> route = model_->route( key );
    const bool tells = joins_ && route != nullptr && !route->wildCard() &&
                       route->rpf().intfId == intfId && dataWouldTell( *route );
-   if ( !tells ) return;
+   if ( !tells ) return false;
    route->spTreeIs( true );
    updateTree( *route );
+   return true;
 }
 
 // Shared trees come first: they decide which records of the source trees stay.

@@ -113,8 +113,9 @@ class PIMSM_API Routes {
    // router joins is on the source tree as soon as data can come in no other way, or
    // has come by it (RFC 7761, 4.2.2).
    void updateTree( const RouteKey& key );
-   // Data of the route came in by the interface.
-   void handleData( const RouteKey& key, Vantu::IntfId intfId );
+   // Data of the route came in by the interface. Returns true if that moved it to the
+   // source tree.
+   bool handleData( const RouteKey& key, Vantu::IntfId intfId );
 
  private:
    Mox::Ptr<Route> newRoute( const RouteKey& key, const Vantu::IpGenAddr& rp );

@@ -36,9 +36,11 @@ bool AssertMachine::wildcard() const {
 bool AssertMachine::couldAssert() const {
    return wildcard() ? intf_->couldAssertWc() : intf_->couldAssertSg();
 }
+// A lost (*,G) assert bars the source's joins from asserting, yet they are served:
+// whoever asserts for the source ends that.
 bool AssertMachine::trackingDesired() const {
    return wildcard() ? intf_->assertTrackingDesiredWc()
-                     : intf_->assertTrackingDesiredSg();
+                     : intf_->assertTrackingDesiredSg() || intf_->joinsSg();
 }
 AssertMetric AssertMachine::ownMetric() const {
    return wildcard() ? intf_->myAssertMetricWc() : intf_->myAssertMetricSg();

@@ -68,7 +68,9 @@ std::vector<std::string> scenarioFiles( const std::string& directory ) {
    std::vector<std::string> out;
    for ( const auto& entry :
          std::filesystem::recursive_directory_iterator( directory ) ) {
-      if ( entry.path().extension() == ".scenario" )
+      // Those of real networks are run there.
+      if ( entry.path().extension() == ".scenario" &&
+           entry.path().parent_path().filename() != "netns" )
          out.push_back( entry.path().string() );
    }
    std::sort( out.begin(), out.end() );

@@ -132,7 +132,7 @@ void KernelRoutes::subscribe() {
 }
 
 void KernelRoutes::touch() {
-   double due = std::max( clock()->now(), lastRead_ + rereadInterval );
+   double due = std::max( clock()->now(), nextRead_ );
    if ( wakeupTime() > due ) wakeupTimeIs( due );
 }
 
@@ -148,7 +148,7 @@ void KernelRoutes::onTime() {
 
 // Returns false when something changed meanwhile; the routes stay as they were.
 bool KernelRoutes::read( const std::set<uint32_t>& tables ) {
-   lastRead_ = clock()->now();
+   const double began = clock()->now();
    Reading reading( tables );
    bool whole = Netlink::dump(
       RTM_GETLINK, AF_UNSPEC,
@@ -159,6 +159,8 @@ bool KernelRoutes::read( const std::set<uint32_t>& tables ) {
          [&]( const Netlink::Message& message ) { reading.addRoute( message ); } );
       whole = whole && all;
    }
+   const double now = clock()->now();
+   nextRead_ = now + std::min( 1.0, 20 * ( now - began ) );
    if ( whole ) ribsAre( reading.takeRibs() );
    return whole;
 }

@@ -1,8 +1,8 @@
 // This host's own unicast routes, read from the kernel: the reverse paths of VRFs
 // with `rpf: kernel`.
 //
-// Read whole at the start, and again when the kernel reports a change, at most once
-// each rereadInterval. Event-loop thread; the loop and clock outlive it.
+// Read whole at the start, and again when the kernel reports a change: at once, unless
+// reading has taken more than a twentieth of the time lately, and after a second at most. Event-loop thread; the loop and clock outlive it.
 #pragma once
 
 #include <functional>
@@ -34,7 +34,6 @@ using KernelRibs = std::map<uint32_t, KernelRib>;
 class KernelRoutes : public Mox::Clock::Notifiee {
  public:
    static constexpr uint32_t mainTable = 254;
-   static constexpr double rereadInterval = 1.0;  // s
 
    // `changed` is called when the routes have changed.
    KernelRoutes( Mox::Loop& loop, Mox::Clock& clock,
@@ -59,7 +58,7 @@ class KernelRoutes : public Mox::Clock::Notifiee {
    std::set<uint32_t> tables_;
    std::function<void()> changed_;
    KernelRibs ribs_;
-   double lastRead_ = 0.0;
+   double nextRead_ = 0.0;
    std::optional<Netlink::Notifications> notifications_;
 };
 

@@ -14,9 +14,12 @@
 #include <cctype>
 #include <csignal>
 #include <fstream>
+#include <iterator>
 #include <queue>
 #include <set>
 #include <sstream>
+
+#include "tests/netns/Flow.h"
 
 namespace Netns {
 
@@ -26,20 +29,24 @@ using Vantu::IpGenAddr;
 
 namespace {
 
-std::string network( AddressFamily family, size_t link ) {
-   return family == AddressFamily::ipv4 ? fmt::format( "10.99.{}.", link )
-                                        : fmt::format( "2001:db8:99:{}::", link );
+std::string network( AddressFamily family, size_t net ) {
+   return family == AddressFamily::ipv4 ? fmt::format( "10.99.{}.", net )
+                                        : fmt::format( "2001:db8:99:{}::", net );
 }
-
-constexpr AddressFamily kFamilies[] = { AddressFamily::ipv4, AddressFamily::ipv6 };
 
 const char* lengthOf( AddressFamily family ) {
    return family == AddressFamily::ipv4 ? "/24" : "/64";
 }
 
+bool holds( const std::string& words, const std::string& word ) {
+   std::istringstream in( words );
+   return std::find( std::istream_iterator<std::string>( in ), {}, word ) !=
+          std::istream_iterator<std::string>();
 }
 
-namespace {
+void write( const std::string& setting, int value ) {
+   std::ofstream( "/proc/sys/net/" + setting ) << value;
+}
 
 // A host leaves checksums to its device; inside a register none would be computed.
 void computeChecksums( const Namespace& host, const std::string& interface ) {
@@ -57,155 +64,247 @@ void computeChecksums( const Namespace& host, const std::string& interface ) {
 
 }
 
-Bed::Bed( const std::string& links, const std::string& routers, std::string root,
-          char rp )
-   : root_( std::move( root ) ), rp_( rp ) {
-   std::istringstream words( links );
+Bed::Bed( const Plan& plan, std::string root )
+   : root_( std::move( root ) ), rp_( plan.rp ), vrf_( plan.vrf ) {
+   std::istringstream words( plan.links );
    for ( std::string word; words >> word; ) {
-      const Link link{ word.at( 0 ), word.at( 2 ) };
-      for ( char name : { link.a, link.b } ) {
-         const bool router = routers.find( name ) != std::string::npos;
-         nodes_.try_emplace( name, static_cast<int>( nodes_.size() + 1 ), router );
-      }
-      links_.push_back( link );
-      plug( links_.size() - 1 );
+      const size_t dash = word.find( '-' );
+      const Name a = word.substr( 0, dash ), b = word.substr( dash + 1 );
+      add( a, plan );
+      add( b, plan );
+      const size_t net = netOf( a, b );
+      nodes_.at( a ).ports.push_back( { interface( a, b ), b, net } );
+      nodes_.at( b ).ports.push_back( { interface( b, a ), a, net } );
+      plug( a, b );
    }
-   for ( const auto& [name, node] : nodes_ ) {
-      if ( !node.router ) continue;
-      Namespace::Inside inside( node.space );
-      std::ofstream( "/proc/sys/net/ipv4/ip_forward" ) << 1;
-      std::ofstream( "/proc/sys/net/ipv6/conf/all/forwarding" ) << 1;
-      addRoutes( name );
+   for ( const Name& router : routers() ) addRoutes( router );
+}
+
+void Bed::add( const Name& name, const Plan& plan ) {
+   const auto [found, isNew] = nodes_.try_emplace( name );
+   if ( !isNew ) return;
+   names_.push_back( name );
+   Node& node = found->second;
+   node.number = static_cast<int>( names_.size() );
+   node.router = holds( plan.routers, name );
+   node.lan = holds( plan.lans, name );
+   Namespace::Inside inside( node.space );
+   write( "ipv6/conf/default/addr_gen_mode", 1 );
+   write( "ipv4/conf/all/rp_filter", 0 );
+   write( "ipv4/conf/default/rp_filter", 0 );
+   if ( node.lan )
+      node.space.ip( "link add lan type bridge mcast_snooping 0 forward_delay 0" );
+   if ( node.lan ) node.space.ip( "link set lan up" );
+   if ( !node.router ) return;
+   write( "ipv4/ip_forward", 1 );
+   write( "ipv6/conf/all/forwarding", 1 );
+}
+
+// That of the link's bridge, or a new one.
+size_t Bed::netOf( const Name& a, const Name& b ) {
+   const Node& left = nodes_.at( a );
+   const Node& right = nodes_.at( b );
+   const Node* lan = left.lan ? &left : right.lan ? &right : nullptr;
+   size_t net = nets_.size();
+   if ( lan != nullptr && !lan->ports.empty() ) net = lan->ports[0].net;
+   if ( net == nets_.size() ) nets_.emplace_back();
+   if ( !left.lan ) nets_[net].push_back( a );
+   if ( !right.lan ) nets_[net].push_back( b );
+   return net;
+}
+
+std::vector<Bed::Name> Bed::routers() const {
+   std::vector<Name> out;
+   for ( const Name& name : names_ ) {
+      if ( nodes_.at( name ).router ) out.push_back( name );
    }
-}
-
-std::string Bed::interface( char of, char towards ) {
-   return { static_cast<char>( std::tolower( of ) ),
-            static_cast<char>( std::tolower( towards ) ) };
-}
-
-size_t Bed::linkOf( char a, char b ) const {
-   for ( size_t at = 0; at < links_.size(); ++at ) {
-      const Link& link = links_[at];
-      if ( ( link.a == a && link.b == b ) || ( link.a == b && link.b == a ) )
-         return at;
-   }
-   throw std::out_of_range( "no such link" );
-}
-
-IpGenAddr Bed::address( AddressFamily family, char of, char towards ) const {
-   return IpGenAddr( network( family, linkOf( of, towards ) ) +
-                     std::to_string( nodes_.at( of ).number ) );
-}
-
-void Bed::plug( size_t link ) {
-   const auto [a, b] = links_[link];
-   connect( node( a ), interface( a, b ), node( b ), interface( b, a ) );
-   addAddresses( link, a, b );
-   addAddresses( link, b, a );
-}
-
-void Bed::addAddresses( size_t link, char of, char towards ) {
-   for ( AddressFamily family : kFamilies )
-      // Usable at once, without duplicate address detection.
-      node( of ).ip( fmt::format( "address add {}{}{} dev {} {}",
-                                  network( family, link ), nodes_.at( of ).number,
-                                  lengthOf( family ), interface( of, towards ),
-                                  family == AddressFamily::ipv6 ? "nodad" : "" ) );
-   computeChecksums( node( of ), interface( of, towards ) );
-}
-
-// Routes to all other links, by way of the fewest routers.
-void Bed::addRoutes( char router ) {
-   std::map<char, char> firstHops = { { router, 0 } };
-   std::queue<char> reached( { router } );
-   std::set<size_t> served;
-   for ( ; !reached.empty(); reached.pop() ) {
-      const char at = reached.front();
-      for ( size_t link = 0; link < links_.size(); ++link ) {
-         const auto [a, b] = links_[link];
-         if ( a != at && b != at ) continue;
-         const char next = a == at ? b : a;
-         const char hop = at == router ? next : firstHops.at( at );
-         if ( served.insert( link ).second && at != router ) {
-            for ( AddressFamily family : kFamilies )
-               node( router ).ip( fmt::format(
-                  "{}route replace {}0{} via {}",
-                  family == AddressFamily::ipv6 ? "-6 " : "",
-                  network( family, link ), lengthOf( family ),
-                  Vantu::valueToStrep( address( family, hop, router ) ) ) );
-         }
-         if ( nodes_.at( next ).router &&
-              firstHops.try_emplace( next, hop ).second )
-            reached.push( next );
-      }
-   }
-}
-
-void Bed::replug( char a, char b ) {
-   node( a ).ip( "link delete " + interface( a, b ) );
-   plug( linkOf( a, b ) );
-   for ( const auto& [name, node] : nodes_ ) {
-      if ( node.router ) addRoutes( name );
-   }
-}
-
-std::string Bed::config( char router ) const {
-   std::string out =
-      "vrfs:\n- name: default\n  rpf: kernel\n  maxRoutes: 1000\n  "
-      "maxRouteIntfs: 5000\n  interfaces:\n";
-   for ( const auto& [a, b] : links_ ) {
-      if ( a != router && b != router ) continue;
-      const char other = a == router ? b : a;
-      out += "  - {name: " + interface( router, other ) + ", addresses: [";
-      for ( AddressFamily family : kFamilies )
-         out += fmt::format(
-            "\"{}{}\", ", Vantu::valueToStrep( address( family, router, other ) ),
-            lengthOf( family ) );
-      out += "]}\n";
-   }
-   if ( rp_ == 0 ) return out;
-   const auto first = std::find_if(
-      links_.begin(), links_.end(),
-      [&]( const Link& link ) { return link.a == rp_ || link.b == rp_; } );
-   out += "  rps:\n";
-   for ( AddressFamily family : kFamilies )
-      out +=
-         fmt::format( "  - {{address: \"{}\"}}\n",
-                      Vantu::valueToStrep( address(
-                         family, rp_, first->a == rp_ ? first->b : first->a ) ) );
    return out;
 }
 
-void Bed::start( char router, const Program::Arguments& more ) {
+std::string Bed::interface( const Name& of, const Name& towards ) {
+   std::string out = of + towards;
+   std::transform( out.begin(), out.end(), out.begin(), ::tolower );
+   return out;
+}
+
+std::string Bed::interface( const Name& host ) const {
+   return nodes_.at( host ).ports.at( 0 ).interface;
+}
+
+const Bed::Port& Bed::port( const Name& of, const Name& towards ) const {
+   const auto& ports = nodes_.at( of ).ports;
+   for ( const Port& each : ports ) {
+      if ( towards.empty() || each.towards == towards ) return each;
+   }
+   for ( const Port& each : ports ) {
+      const auto& members = nets_[each.net];
+      if ( std::find( members.begin(), members.end(), towards ) != members.end() )
+         return each;
+   }
+   throw std::out_of_range( "no link from " + of + " to " + towards );
+}
+
+IpGenAddr Bed::address( AddressFamily family, const Name& of,
+                        const Name& towards ) const {
+   return IpGenAddr( network( family, port( of, towards ).net ) +
+                     std::to_string( nodes_.at( of ).number ) );
+}
+
+void Bed::plug( const Name& a, const Name& b ) {
+   connect( node( a ), interface( a, b ), node( b ), interface( b, a ) );
+   plugIn( a, b );
+   plugIn( b, a );
+}
+
+void Bed::plugIn( const Name& of, const Name& towards ) {
+   const Node& node = nodes_.at( of );
+   const Port& port = this->port( of, towards );
+   if ( node.lan )
+      return void( node.space.ip( "link set " + port.interface + " master lan" ) );
+   computeChecksums( node.space, port.interface );
+   // Usable at once, without duplicate address detection.
+   node.space.ip( fmt::format( "address add fe80::{}/64 dev {} nodad", node.number,
+                               port.interface ) );
+   for ( AddressFamily family : kFamilies )
+      node.space.ip( fmt::format(
+         "address add {}{} dev {} {}",
+         Vantu::valueToStrep( address( family, of, towards ) ), lengthOf( family ),
+         port.interface, family == AddressFamily::ipv6 ? "nodad" : "" ) );
+}
+
+void Bed::setRoute( const Name& router, size_t net, const Name& by ) const {
+   for ( AddressFamily family : kFamilies )
+      node( router ).ip( fmt::format(
+         "{}route replace {}0{} via {}", family == AddressFamily::ipv6 ? "-6 " : "",
+         network( family, net ), lengthOf( family ),
+         Vantu::valueToStrep( address( family, by, router ) ) ) );
+}
+
+void Bed::route( const Name& router, const Name& to, const Name& by ) const {
+   for ( const Port& each : nodes_.at( to ).ports )
+      setRoute( router, each.net, by );
+}
+
+// Routes to all other subnets, by way of the fewest routers.
+void Bed::addRoutes( const Name& router ) const {
+   std::map<Name, Name> firstHops = { { router, "" } };
+   std::queue<Name> reached( { router } );
+   std::set<size_t> served;
+   for ( ; !reached.empty(); reached.pop() ) {
+      const Name at = reached.front();
+      for ( const Port& port : nodes_.at( at ).ports ) {
+         if ( served.insert( port.net ).second && at != router )
+            setRoute( router, port.net, firstHops.at( at ) );
+         for ( const Name& next : nets_[port.net] ) {
+            const Name hop = at == router ? next : firstHops.at( at );
+            if ( nodes_.at( next ).router &&
+                 firstHops.try_emplace( next, hop ).second )
+               reached.push( next );
+         }
+      }
+   }
+}
+
+void Bed::replug( const Name& a, const Name& b ) {
+   node( a ).ip( "link delete " + interface( a, b ) );
+   plug( a, b );
+   for ( const Name& router : routers() ) addRoutes( router );
+}
+
+std::string Bed::config( const Name& router ) const {
+   std::string out =
+      "vrfs:\n- name: default\n  rpf: kernel\n  maxRoutes: 1000\n  "
+      "maxRouteIntfs: 5000\n" +
+      vrf_ + "  interfaces:\n";
+   for ( const Port& port : nodes_.at( router ).ports ) {
+      out += "  - {name: " + port.interface + ", addresses: [";
+      for ( AddressFamily family : kFamilies )
+         out += fmt::format(
+            "\"{}{}\", ",
+            Vantu::valueToStrep( address( family, router, port.towards ) ),
+            lengthOf( family ) );
+      out += "]}\n";
+   }
+   if ( rp_.empty() ) return out;
+   out += "  rps:\n";
+   for ( AddressFamily family : kFamilies )
+      out += fmt::format( "  - {{address: \"{}\"}}\n",
+                          Vantu::valueToStrep( address( family, rp_ ) ) );
+   return out;
+}
+
+void Bed::startAll() {
+   for ( const Name& router : routers() ) start( router );
+   for ( const Name& router : routers() ) {
+      if ( !eventually( [&] { return inStep( router ); } ) )
+         throw std::runtime_error( "no neighbours at " + router + '\n' + state() );
+   }
+}
+
+// Does it know a neighbour for each other router on its links?
+bool Bed::inStep( const Name& router ) const {
+   for ( const char* family : { "-4", "-6" } ) {
+      std::map<std::string, int> neighbors;
+      std::istringstream lines( show( router, { family, "interfaces" } ) );
+      for ( std::string line, name, dr; std::getline( lines, line ); ) {
+         std::istringstream words( line );
+         int count = 0;
+         if ( words >> name >> dr >> count ) neighbors[name] = count;
+      }
+      for ( const Port& port : nodes_.at( router ).ports ) {
+         const auto& members = nets_[port.net];
+         const auto others = std::count_if(
+            members.begin(), members.end(),
+            [&]( const Name& each ) { return nodes_.at( each ).router; } );
+         if ( neighbors[port.interface] != others - 1 ) return false;
+      }
+   }
+   return true;
+}
+
+std::vector<Decoder::Place> Bed::places() const {
+   std::vector<Decoder::Place> out;
+   std::set<size_t> seen;
+   for ( const auto& [name, node] : nodes_ ) {
+      if ( node.lan && seen.insert( node.ports.at( 0 ).net ).second )
+         out.push_back( { node.space, "lan" } );
+   }
+   for ( const auto& [name, node] : nodes_ ) {
+      for ( const Port& port : node.ports ) {
+         if ( seen.insert( port.net ).second )
+            out.push_back( { node.space, port.interface } );
+      }
+   }
+   return out;
+}
+
+void Bed::start( const Name& router ) {
    Node& node = nodes_.at( router );
    const std::string config = place( router ) + ".yaml";
    std::ofstream( config ) << this->config( router );
    node.forwarder.reset();
-   startAgent( router, more );
+   startAgent( router );
    Namespace::Inside inside( node.space );
    node.forwarder = std::make_unique<Program>( Program::Arguments{
       PIMSM_MFIB, "--config", config, "--root", place( router ) } );
 }
 
-void Bed::startAgent( char router, const Program::Arguments& more ) {
+void Bed::startAgent( const Name& router ) {
    Node& node = nodes_.at( router );
-   Program::Arguments arguments = { PIMSM_AGENT, "--speak",
-                                    "--config",  place( router ) + ".yaml",
-                                    "--root",    place( router ) };
-   arguments.insert( arguments.end(), more.begin(), more.end() );
    node.agent.reset();
    Namespace::Inside inside( node.space );
-   node.agent = std::make_unique<Program>( arguments );
+   node.agent = std::make_unique<Program>(
+      Program::Arguments{ PIMSM_AGENT, "--speak", "--goodbye", "--config",
+                          place( router ) + ".yaml", "--root", place( router ) } );
 }
 
-void Bed::killAgent( char router ) {
+void Bed::killAgent( const Name& router ) {
    agent( router ).signal( SIGKILL );
    agent( router ).wait();
-   startAgent( router, {} );
+   startAgent( router );
 }
 
-std::string Bed::show( char router, Program::Arguments arguments ) const {
+std::string Bed::show( const Name& router, Program::Arguments arguments ) const {
    arguments.insert( arguments.begin(), { PIMSM_SHOW, "--root", place( router ) } );
    return Mox::Test::runToEnd( arguments ).out;
 }
@@ -215,8 +314,8 @@ std::string Bed::state() const {
    for ( const auto& [name, node] : nodes_ ) {
       if ( node.agent == nullptr ) continue;
       out += fmt::format( "{}:\n{}{}{}{}{}{}", name, show( name, { "interfaces" } ),
-                          show( name, {} ), node.space.ip( "mroute show" ),
-                          node.space.ip( "-6 mroute show" ), node.agent->err(),
+                          show( name, {} ), node.space.ip( "-s mroute show" ),
+                          node.space.ip( "-6 -s mroute show" ), node.agent->err(),
                           node.forwarder->err() );
    }
    return out;

@@ -1,70 +1,100 @@
 // A network of routers and hosts, IPv4 and IPv6, whose routers run the agent and the
 // forwarding process.
 //
-//    Bed bed( "S-F F-L L-H", "FL", root.path() );
+//    Bed bed( { .links = "S-F F-L X-L H1-X", .routers = "F X", .lans = "L" }, root.path() );
 //
-// makes the hosts S and H and the routers F and L. The interface of F towards L is "fl".
-// Link n, from 0, has 10.99.n.0/24 and 2001:db8:99:n::/64; node m, from 1 in the order
-// in which they are named, has the last part m. Unicast routes are the shortest ones.
+// makes the hosts S and H1, the routers F and X, and the bridge L, which floods multicast.
+// The interface of F towards L is "fl". Subnet n, from 0 in the order of the links that
+// begin it, has 10.99.n.0/24 and 2001:db8:99:n::/64; node m, from 1 in the order in which
+// they are named, has the last part m, and fe80::m on each link. Unicast routes are the
+// shortest ones, of these the first by the order of the links.
 #pragma once
 
 #include <map>
 
 #include "platform/net/IpGenAddr.h"
-#include "tests/netns/Namespace.h"
+#include "tests/netns/Decoder.h"
 #include "tests/support/Program.h"
 
 namespace Netns {
 
+constexpr Vantu::AddressFamily kFamilies[] = { Vantu::AddressFamily::ipv4,
+                                               Vantu::AddressFamily::ipv6 };
+
 class Bed {
  public:
-   // `rp` is the RP of all groups, by its address on its first link; 0: none.
-   Bed( const std::string& links, const std::string& routers, std::string root,
-        char rp = 0 );
+   using Name = std::string;
+   struct Plan {
+      std::string links, routers = "", lans = "";
+      Name rp = "";          // of all groups, by its first address; empty: none
+      std::string vrf = "";  // further keys of each router's VRF: lines
+   };
+   Bed( const Plan& plan, std::string root );
 
-   const Namespace& node( char name ) const { return nodes_.at( name ).space; }
-   static std::string interface( char of, char towards );
-   Vantu::IpGenAddr address( Vantu::AddressFamily family, char of,
-                             char towards ) const;
+   const Namespace& node( const Name& name ) const {
+      return nodes_.at( name ).space;
+   }
+   std::vector<Name> routers() const;
+   static std::string interface( const Name& of, const Name& towards );
+   // The interface of a host with one link.
+   std::string interface( const Name& host ) const;
+   // `towards` is a LAN or another node on the same subnet; without it, the first.
+   Vantu::IpGenAddr address( Vantu::AddressFamily family, const Name& of,
+                             const Name& towards = "" ) const;
+   // Routes of the router to all subnets of `to` by this neighbour.
+   void route( const Name& router, const Name& to, const Name& by ) const;
    // Makes the link of these two anew, as if a cable came with new interfaces.
-   void replug( char a, char b );
+   void replug( const Name& a, const Name& b );
 
-   // Starts agent and forwarding process; `more` are the agent's further arguments.
-   void start( char router, const Mox::Test::Program::Arguments& more = {} );
+   // Starts all routers and waits until neighbours know each other.
+   void startAll();
+   // Starts agent and forwarding process. The agent takes its leave at SIGTERM.
+   void start( const Name& router );
+   void startAgent( const Name& router );
    // Kills the agent and starts it again; the forwarding process goes on.
-   void killAgent( char router );
-   Mox::Test::Program& agent( char router ) { return *nodes_.at( router ).agent; }
+   void killAgent( const Name& router );
+   Mox::Test::Program& agent( const Name& router ) {
+      return *nodes_.at( router ).agent;
+   }
    // What pimsm-show prints there.
-   std::string show( char router, Mox::Test::Program::Arguments arguments ) const;
-   // All that a failed test should tell.
+   std::string show( const Name& router,
+                     Mox::Test::Program::Arguments arguments ) const;
+   // One place on each subnet.
+   std::vector<Decoder::Place> places() const;
+   // All that a failed test should tell, with the kernels' counters.
    std::string state() const;
 
  private:
+   struct Port {
+      std::string interface;
+      Name towards;
+      size_t net;
+   };
    struct Node {
-      Node( int itsNumber, bool isRouter )
-         : number( itsNumber ), router( isRouter ) {}
-
-      int number;
-      bool router;
+      int number = 0;
+      bool router = false, lan = false;
+      std::vector<Port> ports;
       Namespace space;
       std::unique_ptr<Mox::Test::Program> agent, forwarder;
    };
-   struct Link {
-      char a, b;
-   };
 
-   void startAgent( char router, const Mox::Test::Program::Arguments& more );
-   void plug( size_t link );
-   void addAddresses( size_t link, char of, char towards );
-   void addRoutes( char router );
-   size_t linkOf( char a, char b ) const;
-   std::string config( char router ) const;
-   std::string place( char router ) const { return root_ + "/" + router; }
+   bool inStep( const Name& router ) const;
+   void add( const Name& name, const Plan& plan );
+   size_t netOf( const Name& a, const Name& b );
+   void plug( const Name& a, const Name& b );
+   void plugIn( const Name& of, const Name& towards );
+   void addRoutes( const Name& router ) const;
+   void setRoute( const Name& router, size_t net, const Name& by ) const;
+   const Port& port( const Name& of, const Name& towards ) const;
+   std::string config( const Name& router ) const;
+   std::string place( const Name& router ) const { return root_ + "/" + router; }
 
    std::string root_;
-   const char rp_;
-   std::map<char, Node> nodes_;
-   std::vector<Link> links_;
+   const Name rp_;
+   const std::string vrf_;
+   std::vector<Name> names_;  // in their order
+   std::map<Name, Node> nodes_;
+   std::vector<std::vector<Name>> nets_;  // the nodes on each, without bridges
 };
 
 }

@@ -1,6 +1,8 @@
 #include "tests/netns/Flow.h"
 
+#include <linux/if_ether.h>
 #include <net/if.h>
+#include <netpacket/packet.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
@@ -8,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <ostream>
 #include <system_error>
 
@@ -52,12 +55,23 @@ void set( int socket, int level, int option, const Value& value ) {
       throw std::system_error( errno, std::generic_category(), "setsockopt" );
 }
 
+struct Packet {
+   double sentAt;
+   uint32_t number;
+};
+
 std::unique_ptr<Loop::Fd> udpSocket( const IpGenAddr& group ) {
    return std::make_unique<Loop::Fd>(
       socket( systemFamily( group ), SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ),
       "UDP socket" );
 }
 
+}
+
+double now() {
+   return std::chrono::duration<double>(
+             std::chrono::steady_clock::now().time_since_epoch() )
+      .count();
 }
 
 bool eventually( const std::function<bool()>& holds,
@@ -107,9 +121,9 @@ void Sender::run( int rate ) {
    uint64_t due = 0;
    while ( !stopping_ && read( timer.value(), &due, sizeof due ) == sizeof due ) {
       for ( ; due > 0 && !stopping_; --due ) {
-         uint32_t number = sent_;
-         if ( send( socket_->value(), &number, sizeof number, 0 ) ==
-              static_cast<ssize_t>( sizeof number ) )
+         const Packet packet{ now(), sent_ };
+         if ( send( socket_->value(), &packet, sizeof packet, 0 ) ==
+              static_cast<ssize_t>( sizeof packet ) )
             ++sent_;
       }
    }
@@ -143,16 +157,19 @@ Receiver::Receiver( const Namespace& host, const std::string& interface,
 }
 
 const std::vector<uint32_t>& Receiver::received() {
-   uint32_t number = 0;
-   while ( recv( socket_->value(), &number, sizeof number, 0 ) ==
-           static_cast<ssize_t>( sizeof number ) )
-      received_.push_back( number );
+   Packet packet{};
+   while ( recv( socket_->value(), &packet, sizeof packet, 0 ) ==
+           static_cast<ssize_t>( sizeof packet ) ) {
+      received_.push_back( packet.number );
+      sentAt_.push_back( packet.sentAt );
+   }
    return received_;
 }
 
 void Receiver::forget() {
    received();
    received_.clear();
+   sentAt_.clear();
 }
 
 bool Receiver::reached( uint32_t number ) {
@@ -165,6 +182,7 @@ Receiver::Faults Receiver::faults() {
    std::vector<uint32_t> sorted = received();
    std::sort( sorted.begin(), sorted.end() );
    Faults faults;
+   if ( !sorted.empty() ) faults.first = sorted.front();
    for ( size_t i = 1; i < sorted.size(); ++i ) {
       uint32_t step = sorted[i] - sorted[i - 1];
       if ( step == 0 ) {
@@ -175,6 +193,55 @@ Receiver::Faults Receiver::faults() {
       faults.longestGap = std::max( faults.longestGap, step - 1 );
    }
    return faults;
+}
+
+double Receiver::gap() {
+   std::map<uint32_t, double> sent;
+   for ( size_t at = 0; at < received().size(); ++at )
+      sent[received_[at]] = sentAt_[at];
+   double longest = 0;
+   auto before = sent.begin();
+   for ( auto at = sent.begin(); at != sent.end(); before = at++ ) {
+      if ( at->first > before->first + 1 )
+         longest = std::max( longest, at->second - before->second );
+   }
+   return longest;
+}
+
+double Receiver::first() {
+   return received().empty() ? 0
+                             : *std::min_element( sentAt_.begin(), sentAt_.end() );
+}
+
+std::map<IpGenAddr, double> lastHeard( const Namespace& host,
+                                       const std::string& interface,
+                                       const std::vector<IpGenAddr>& groups ) {
+   Namespace::Inside inside( host );
+   Loop::Fd socket(
+      ::socket( AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons( ETH_P_ALL ) ),
+      "packet socket" );
+   sockaddr_ll at{};
+   at.sll_family = AF_PACKET;
+   at.sll_protocol = htons( ETH_P_ALL );
+   at.sll_ifindex = static_cast<int>( if_nametoindex( interface.c_str() ) );
+   if ( bind( socket.value(), reinterpret_cast<sockaddr*>( &at ), sizeof at ) != 0 )
+      throw std::system_error( errno, std::generic_category(), "bind" );
+   const double start = now();
+   double last = start;
+   std::map<IpGenAddr, double> out;
+   for ( const IpGenAddr& group : groups ) out[group] = start;
+   pollfd item{ socket.value(), POLLIN, 0 };
+   while ( now() < std::min( last + 0.5, start + 20 ) ) {
+      if ( poll( &item, 1, 100 ) <= 0 ) continue;
+      uint8_t header[40] = {};
+      recv( socket.value(), header, sizeof header, 0 );
+      const bool ipv4 = header[0] >> 4 == 4;
+      const auto found = out.find(
+         IpGenAddr::fromBytes( ipv4 ? AddressFamily::ipv4 : AddressFamily::ipv6,
+                               header + ( ipv4 ? 16 : 24 ) ) );
+      if ( found != out.end() ) found->second = last = now();
+   }
+   return out;
 }
 
 std::ostream& operator<<( std::ostream& out, const Receiver::Faults& faults ) {

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <thread>
 #include <vector>
 
@@ -19,6 +20,9 @@ constexpr uint16_t kFlowPort = 5000;
 bool eventually( const std::function<bool()>& holds,
                  std::chrono::seconds deadline = std::chrono::seconds( 20 ) );
 
+// Seconds on the clock that numbered packets carry.
+double now();
+
 // Sends to a group from a host while it lives, or until stopped.
 class Sender {
  public:
@@ -29,6 +33,8 @@ class Sender {
 
    // The number of packets sent; they are numbered from 0.
    uint32_t sent() const { return sent_; }
+   // When it began.
+   double since() const { return since_; }
    // The last packet is sent when this returns.
    void stop();
 
@@ -36,7 +42,7 @@ class Sender {
    void run( int rate );
 
    std::unique_ptr<Mox::Loop::Fd> socket_;
-   std::vector<char> address_;
+   const double since_ = now();
    std::atomic<uint32_t> sent_ = 0;
    std::atomic<bool> stopping_ = false;
    std::thread thread_;
@@ -61,14 +67,28 @@ class Receiver {
    // the first and the last, and the longest run of missing ones.
    struct Faults {
       uint32_t doubled = 0, lost = 0, longestGap = 0;
-      bool operator==( const Faults& ) const = default;
+      uint32_t first = 0;  // the lowest number, no fault
+      bool operator==( const Faults& other ) const {
+         return doubled == other.doubled && lost == other.lost;
+      }
    };
    Faults faults();
+   // The longest time, in s, in which each packet sent went missing.
+   double gap();
+   // When the first packet that arrived was sent; 0: none.
+   double first();
 
  private:
    std::unique_ptr<Mox::Loop::Fd> socket_;
    std::vector<uint32_t> received_;
+   std::vector<double> sentAt_;  // of each of these
 };
 std::ostream& operator<<( std::ostream& out, const Receiver::Faults& faults );
+
+// When the last packets for these groups, member or not, came in by this interface: waits
+// until there was none for 0.5 s, at most 20 s. The time of the call where none comes.
+std::map<Vantu::IpGenAddr, double> lastHeard(
+   const Namespace& host, const std::string& interface,
+   const std::vector<Vantu::IpGenAddr>& groups );
 
 }

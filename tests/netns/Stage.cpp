@@ -1,0 +1,299 @@
+#include "tests/netns/Stage.h"
+
+#include <fmt/format.h>
+
+#include <csignal>
+#include <filesystem>
+#include <iostream>
+#include <random>
+#include <regex>
+
+namespace Netns {
+
+using Scenario::Script;
+using Scenario::ScriptError;
+using Scenario::Words;
+using Vantu::AddressFamily;
+using Vantu::IpGenAddr;
+
+namespace {
+
+const char* nameOf( AddressFamily family ) {
+   return family == AddressFamily::ipv4 ? "IPv4" : "IPv6";
+}
+
+// "  links: S-F F-L": the value of a key of the `config` block.
+std::string setting( const Script& script, const std::string& key ) {
+   const size_t at = script.config.find( "  " + key + ": " );
+   if ( at == std::string::npos ) return "";
+   const size_t from = at + key.size() + 4;
+   return script.config.substr( from, script.config.find( '\n', from ) - from );
+}
+
+Bed::Plan planOf( const Script& script ) {
+   const std::string vrf = setting( script, "vrf" );
+   return { setting( script, "links" ), setting( script, "routers" ),
+            setting( script, "lans" ), setting( script, "rp" ),
+            vrf.empty() ? "" : "  " + vrf + '\n' };
+}
+
+}
+
+Stage::Stage( const Script& script )
+   : script_( script ), bed_( planOf( script ), root_.path() ) {
+   if ( Decoder::available() )
+      decoder_.emplace( bed_.places(), root_.path() + "/bed.pcap" );
+   bed_.startAll();
+}
+
+Stage::~Stage() {
+   const char* const kept = std::getenv( "PIMSM_KEEP_PACKETS" );
+   if ( kept == nullptr || !decoder_ ) return;
+   decoder_.reset();
+   std::filesystem::copy_file( root_.path() + "/bed.pcap", kept,
+                               std::filesystem::copy_options::overwrite_existing );
+}
+
+void Stage::begin() {
+   ++stories_;
+   listening_ = 0;
+}
+
+void Stage::end() {
+   receivers_.clear();
+   senders_.clear();
+}
+
+// "239.1.0.1/ff0e::1:1", moved to the story's own: 239.1.7.1, ff0e::7:1.
+IpGenAddr Stage::group( const std::string& name, AddressFamily family ) const {
+   const auto found = script_.names.find( name );
+   if ( found == script_.names.end() ) throw ScriptError( "no group: " + name );
+   const size_t stroke = found->second.find( '/' );
+   const bool ipv4 = family == AddressFamily::ipv4;
+   auto bytes = IpGenAddr( ipv4 ? found->second.substr( 0, stroke )
+                                : found->second.substr( stroke + 1 ) )
+                   .bytes();
+   bytes[ipv4 ? 2 : 13] = static_cast<uint8_t>( stories_ );
+   return IpGenAddr::fromBytes( family, bytes.data() );
+}
+
+// "(S,G)" as pimsm-show prints it; another word as it is.
+std::string Stage::text( const std::string& word, AddressFamily family ) const {
+   const size_t comma = word.find( ',' );
+   if ( word.front() != '(' || comma == std::string::npos ) return word;
+   const std::string source = word.substr( 1, comma - 1 );
+   return fmt::format(
+      "({}, {})",
+      source == "*" ? source : valueToStrep( bed_.address( family, source ) ),
+      valueToStrep(
+         group( word.substr( comma + 1, word.size() - comma - 2 ), family ) ) );
+}
+
+Sender& Stage::senderOf( const IpGenAddr& group ) {
+   for ( auto& [flow, sender] : senders_ ) {
+      if ( flow.second == group ) return *sender;
+   }
+   throw ScriptError( "nobody sends to " + valueToStrep( group ) );
+}
+
+void Stage::act( const std::string& statement ) {
+   if ( const auto defined = script_.defined.find( statement );
+        defined != script_.defined.end() ) {
+      for ( const std::string& each : defined->second ) act( each );
+      return;
+   }
+   Words words( statement );
+   const std::string first = words.next();
+   if ( first[0] == '+' ) {
+      const double seconds = std::stod( first.substr( 1 ) );
+      std::this_thread::sleep_for( std::chrono::duration<double>( seconds ) );
+      return;
+   }
+   acted_ = now();
+   if ( first == "kill" || first == "end" || first == "start" ) {
+      actOnProgram( first, words );
+   } else if ( first == "link" ) {
+      link( words );
+   } else if ( first == "until" ) {
+      until( words );
+   } else if ( first == "replug" ) {
+      const std::string a = words.next();
+      bed_.replug( a, words.next() );
+   } else if ( first == "count" ) {
+      for ( auto& [flow, member] : receivers_ ) member.receiver->forget();
+   } else if ( first == "listen" ) {
+      listening_ = std::chrono::duration<double>(
+                      std::chrono::system_clock::now().time_since_epoch() )
+                      .count();
+   } else if ( !actOnPackets( first, words.next(), words ) ) {
+      throw ScriptError( "not understood: " + statement );
+   }
+}
+
+bool Stage::actOnPackets( const std::string& who, const std::string& verb,
+                          Words& words ) {
+   const std::string what = words.next();
+   if ( verb == "ip" ) {
+      std::string arguments = what;
+      while ( !words.atEnd() ) arguments += ' ' + words.next();
+      bed_.node( who ).ip( arguments );
+      return true;
+   }
+   if ( verb == "routes" ) {
+      if ( !words.accept( "by" ) ) throw ScriptError( "by whom?" );
+      bed_.route( who, what, words.next() );
+      return true;
+   }
+   const std::string from = words.accept( "from" ) ? words.next() : "";
+   const int rate =
+      words.accept( "at" ) ? std::stoi( words.next() ) : 1000;  // "1000/s"
+   words.expectEnd();
+   for ( AddressFamily family : kFamilies ) {
+      const Flow flow( who, group( what, family ) );
+      const Namespace& host = bed_.node( who );
+      if ( verb == "joins" ) {
+         const IpGenAddr source =
+            from.empty() ? IpGenAddr() : bed_.address( family, from );
+         receivers_[flow] = { std::make_unique<Receiver>(
+                                 host, bed_.interface( who ), flow.second, source ),
+                              now() };
+      } else if ( verb == "leaves" ) {
+         receivers_.erase( flow );
+      } else if ( verb == "sends" ) {
+         senders_[flow] = std::make_unique<Sender>( host, bed_.interface( who ),
+                                                    flow.second, rate );
+      } else if ( verb == "stops" ) {
+         senders_.erase( flow );
+      } else {
+         return false;
+      }
+   }
+   return true;
+}
+
+// kill agent of X: it is started at once. end agent of X: with a goodbye.
+// kill 200 agents
+void Stage::actOnProgram( const std::string& verb, Words& words ) {
+   const std::string what = words.next();
+   if ( words.accept( "agents" ) ) return killAtRandom( std::stoi( what ) );
+   if ( what != "agent" || !words.accept( "of" ) )
+      throw ScriptError( "not understood: " + verb + ' ' + what );
+   const std::string router = words.next();
+   if ( verb == "kill" ) return bed_.killAgent( router );
+   if ( verb == "start" ) return bed_.startAgent( router );
+   bed_.agent( router ).signal( SIGTERM );
+   bed_.agent( router ).wait();
+}
+
+// An agent dies each 0.1 to 0.5 s, also while it starts.
+void Stage::killAtRandom( int times ) {
+   const char* const given = std::getenv( "PIMSM_SEED" );
+   const auto seed = given == nullptr
+                        ? std::random_device()()
+                        : static_cast<unsigned>( std::stoul( given ) );
+   std::cout << "PIMSM_SEED=" << seed << std::endl;
+   std::mt19937 random( seed );
+   const auto routers = bed_.routers();
+   for ( ; times > 0; --times ) {
+      bed_.killAgent( routers[random() % routers.size()] );
+      std::this_thread::sleep_for(
+         std::chrono::milliseconds( 100 + random() % 400 ) );
+   }
+}
+
+// link X-L down
+void Stage::link( Words& words ) {
+   const std::string ends = words.next();
+   const size_t dash = ends.find( '-' );
+   const std::string of = ends.substr( 0, dash );
+   bed_.node( of ).ip( "link set " + Bed::interface( of, ends.substr( dash + 1 ) ) +
+                       ' ' + words.next() );
+}
+
+// until H1 hears G
+// until [no] [ipv6] F shows|interfaces|metrics WORDS: a line with these in order
+void Stage::until( Words& words ) {
+   const bool no = words.accept( "no" ), ipv6 = words.accept( "ipv6" );
+   const std::string who = words.next(), verb = words.next();
+   if ( verb == "hears" ) return hears( who, words.next() );
+   std::vector<std::string> wanted;
+   while ( !words.atEnd() ) wanted.push_back( words.next() );
+   for ( AddressFamily family : kFamilies ) {
+      if ( ipv6 && family == AddressFamily::ipv4 ) continue;
+      std::string pattern;
+      for ( const std::string& word : wanted )
+         pattern += std::regex_replace( text( word, family ), std::regex( "[(*)]" ),
+                                        "\\$&" ) +
+                    "\\b.*";
+      pattern = std::regex_replace( pattern, std::regex( "\\)\\\\b" ), ")" );
+      const std::regex expression( pattern );
+      std::string shown;
+      const bool came = eventually( [&] {
+         shown = bed_.show( who, { family == AddressFamily::ipv4 ? "-4" : "-6",
+                                   verb == "shows" ? "routes" : verb } );
+         return std::regex_search( shown, expression ) != no;
+      } );
+      if ( !came )
+         throw ScriptError( fmt::format( "{} {} {}/{}/; got\n{}", who, verb,
+                                         no ? "still has " : "never had ", pattern,
+                                         shown ) );
+   }
+}
+
+void Stage::hears( const std::string& who, const std::string& name ) {
+   for ( AddressFamily family : kFamilies ) {
+      const IpGenAddr of = group( name, family );
+      const auto found = receivers_.find( { who, of } );
+      if ( found == receivers_.end() ) throw ScriptError( "no member: " + who );
+      const uint32_t number = senderOf( of ).sent() + 20;
+      if ( !eventually(
+              [&] { return found->second.receiver->reached( number ); } ) )
+         throw ScriptError(
+            fmt::format( "{} does not hear {}", who, valueToStrep( of ) ) );
+   }
+}
+
+std::map<std::string, double> Stage::figures( Words& words ) {
+   const std::string who = words.next();
+   if ( who == "wire" ) {
+      const std::string figure = words.next();
+      if ( !decoder_ ) return {};
+      return { { "all", overheard( *decoder_, listening_, figure ) } };
+   }
+   const std::string name = words.next();
+   const std::string what = words.next();
+   std::map<std::string, double> out;
+   if ( what == "silent" ) {
+      const auto last =
+         lastHeard( bed_.node( who ), bed_.interface( who ),
+                    { group( name, kFamilies[0] ), group( name, kFamilies[1] ) } );
+      for ( const auto& [group, time] : last )
+         out[nameOf( group.family() )] = ( time - acted_ ) * 1000;
+      return out;
+   }
+   for ( AddressFamily family : kFamilies )
+      out[nameOf( family )] = figure( who, group( name, family ), what );
+   return out;
+}
+
+double Stage::figure( const std::string& host, const IpGenAddr& group,
+                      const std::string& what ) {
+   const auto found = receivers_.find( { host, group } );
+   if ( found == receivers_.end() ) throw ScriptError( "no member: " + host );
+   Member& member = found->second;
+   Sender& sender = senderOf( group );
+   const uint32_t number = sender.sent() + 20;
+   if ( !eventually( [&] { return member.receiver->reached( number ); } ) )
+      throw ScriptError( host + " hears nothing of " + valueToStrep( group ) );
+   if ( what == "lost" ) return member.receiver->faults().lost;
+   if ( what == "doubled" ) return member.receiver->faults().doubled;
+   if ( what == "missed" ) return member.receiver->faults().first;
+   if ( what == "gap" ) return member.receiver->gap() * 1000;
+   if ( what == "first" )
+      return std::max( 0.0, member.receiver->first() -
+                               std::max( member.since, sender.since() ) ) *
+             1000;
+   throw ScriptError( "no figure: " + what );
+}
+
+}

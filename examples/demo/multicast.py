@@ -2,10 +2,14 @@
 
 usage: multicast.py send RATE SECONDS INTERFACE GROUP...
        multicast.py receive SECONDS INTERFACE GROUP[@SOURCE]...
+       multicast.py hear SECONDS ROUTER=INTERFACE...
 
-Packets carry a number; a receiver says which came and which did not.
+Packets carry a number; a receiver says which came and which did not. "hear" says what PIM
+messages came from the router on that interface.
 """
 
+import array
+import fcntl
 import select
 import socket
 import struct
@@ -34,6 +38,14 @@ def storage(address):
     return out.ljust(128, b"\0")
 
 
+def compute_checksums(s, interface):
+    """A host leaves them to its device, and inside a register there is none."""
+    siocethtool, ethtool_stxcsum = 0x8946, 0x17
+    value = array.array("I", [ethtool_stxcsum, 0])
+    fcntl.ioctl(s, siocethtool,
+                struct.pack("16sQ16x", interface.encode(), value.buffer_info()[0]))
+
+
 def send(rate, seconds, interface, *groups):
     index = socket.if_nametoindex(interface)
     sockets = []
@@ -47,6 +59,7 @@ def send(rate, seconds, interface, *groups):
             s.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF,
                          struct.pack("4s4si", b"\0" * 4, b"\0" * 4, index))
         sockets.append((s, group))
+    compute_checksums(sockets[0][0], interface)
     start = time.monotonic()
     for number in range(int(float(rate) * float(seconds))):
         time.sleep(max(0.0, start + number / float(rate) - time.monotonic()))
@@ -86,5 +99,56 @@ def receive(seconds, interface, *wanted):
               f"{len(got) - len(set(got))} doubled")
 
 
+def pim_message(packet):
+    """The family and PIM message of an IP packet, or nothing."""
+    if packet[0] >> 4 == 4 and packet[9] == 103:
+        return "IPv4", packet[4 * (packet[0] & 15):]
+    if packet[0] >> 4 == 6 and packet[6] == 103:
+        return "IPv6", packet[40:]
+    return None, b""
+
+
+def generation(hello):
+    """Option 20 of RFC 7761, 4.9.2."""
+    at = 4
+    while at + 4 <= len(hello):
+        kind, length = struct.unpack_from("!HH", hello, at)
+        if kind == 20:
+            return hello[at + 4:at + 4 + length]
+        at += 4 + length
+    return None
+
+
+def hear(seconds, *places):
+    names = {3: "join/prunes", 5: "asserts"}
+    heard = {}
+    for place in places:
+        router, _, interface = place.partition("=")
+        s = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(3))
+        s.bind((interface, 3))
+        heard[s] = (router, {"hellos": 0, "join/prunes": 0, "asserts": 0}, {})
+    end = time.monotonic() + float(seconds)
+    while True:
+        ready, _, _ = select.select(list(heard), [], [], max(0.0, end - time.monotonic()))
+        if not ready:
+            break
+        for s in ready:
+            packet, (_, _, kind, _, _) = s.recvfrom(2048)
+            family, message = pim_message(packet)
+            if kind == socket.PACKET_OUTGOING or not message:
+                continue
+            router, counts, ids = heard[s]
+            if message[0] & 15 == 0:
+                counts["hellos"] += 1
+                ids.setdefault(family, set()).add(generation(message))
+            elif message[0] & 15 in names:
+                counts[names[message[0] & 15]] += 1
+    for router, counts, ids in heard.values():
+        same = all(len(each) == 1 for each in ids.values())
+        print(f"{router}  {counts['hellos']} hellos, generation ids "
+              f"{'unchanged' if same else 'changed'}; {counts['join/prunes']} join/prunes, "
+              f"{counts['asserts']} asserts")
+
+
 if __name__ == "__main__":
-    {"send": send, "receive": receive}[sys.argv[1]](*sys.argv[2:])
+    {"send": send, "receive": receive, "hear": hear}[sys.argv[1]](*sys.argv[2:])

@@ -340,7 +340,9 @@ class RouteRules {
    IntfRules<Q> at( const Intf& intf ) const {
       return { q_, intf };
    }
+   // `shared` spares the look-up. A record may have been made under another route.
    SgIntfRules<Q> at( const Intf& intf, const Route* shared ) const {
+      if ( intf.parentRoute() != &route_ ) return { q_, intf };
       return { q_, intf, shared };
    }
    bool has( Vantu::IntfId intfId ) const {

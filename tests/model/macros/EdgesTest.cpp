@@ -95,6 +95,17 @@ TEST( MacrosOfSg, WildcardFlagAloneMakesTheRpfTheSharedTrees ) {
    EXPECT_FALSE( sg->pruneDesiredSgRpt() );
 }
 
+// A record made under another route counts by its own answer.
+TEST( MacrosOfSg, RecordOfAnotherRouteInheritsThatRoutesOlist ) {
+   Vrf vrf;
+   auto sg = vrf.sg( "192.0.2.1", "233.252.0.1" );
+   vrf.wc( "233.252.0.2" ).intf( "eth1" ).joined();
+   auto intf = sg->routeIntfIs( intfId( "eth1" ),
+                                vrf.sg( "192.0.2.1", "233.252.0.2" ).get() );
+   EXPECT_TRUE( intf->inheritedOlistSg() );
+   EXPECT_FALSE( sg->nullInheritedOlistSg() );
+}
+
 TEST( MacroTraces, ExactTextsAtLevelEight ) {
    Vrf vrf;
    vrf.pimIntf( "eth1", "192.0.2.5" );
@@ -124,6 +135,8 @@ TEST( MacroTraces, ExactTextsAtLevelEight ) {
    EXPECT_FALSE( intf->lostAssertSg() );
    EXPECT_EQ( trace.take(), TraceCapture::Lines{ rpfTest } );
    sg.rpf( "eth0" );
+   flipsOf( *intf, "lostAssertSg" );
+   EXPECT_EQ( trace.take(), TraceCapture::Lines() );
 
    Mox::traceSettingsIs( "Pimsm/0-7" );
    const uint64_t before = allocations;

@@ -98,9 +98,12 @@ TEST( Derivation, AnswersAsTheMacrosDoAndForetellsWhatAChangeWouldGive ) {
          const Mox::Entity& subject =
             question.ofIntf ? static_cast<Mox::Entity&>( *model.sgIntf() )
                             : *model.sg;
-         for ( const auto& row : subject.typeInfo().attributes ) {
-            if ( row.name != question.macro ) continue;
-            EXPECT_EQ( present.value, row.get( subject ) );
+         const Mox::TypeInfo& type = subject.typeInfo();
+         for ( const auto& rows : { type.attributes, type.unlisted } ) {
+            for ( const auto& row : rows ) {
+               if ( row.name != question.macro ) continue;
+               EXPECT_EQ( present.value, row.get( subject ) );
+            }
          }
          if ( i % 4 != 0 ) continue;
          for ( const MacroFlip& flip : question.flips( model ) ) {

@@ -4,10 +4,22 @@
 
 namespace Routing::Pim::SparseMode::Brane {
 
+namespace {
+
+// Prints the same under every global locale.
+struct BraneStream : std::ostringstream {
+   BraneStream() {
+      imbue( std::locale::classic() );
+      *this << std::boolalpha;
+   }
+};
+
+}
+
 // Deliberately without routeFlags, creationTime, rpfFrr and rpfFrrAttached.
 Mox::String Route::braneString() const {
-   std::ostringstream out;
-   out << std::boolalpha << '[' << key << ']' << ", RPF: " << rpf
+   BraneStream out;
+   out << '[' << key << ']' << ", RPF: " << rpf
        << ", Previous RPF: " << prevRpf << ", RPF attached: " << rpfAttached
        << ", MBR iif: " << mbrIif << ", IIF switch state: " << iifSwitchState
        << ", IIF switch pending: " << iifSwitchPending
@@ -17,8 +29,8 @@ Mox::String Route::braneString() const {
 
 // Deliberately without fastForward, the two times and lastAssertAction.
 Mox::String Intf::braneString() const {
-   std::ostringstream out;
-   out << std::boolalpha << '[' << key << ']' << ", Deleted: " << toBeDeleted
+   BraneStream out;
+   out << '[' << key << ']' << ", Deleted: " << toBeDeleted
        << ", Forward: " << forward << ", AllowRpInUse: " << allowRpInUse
        << ", JoinState: " << joinState << ", RptState: " << rptState
        << ", AssertState: " << assertInfo.assertState << ", AssertMetric: ";
@@ -33,7 +45,7 @@ Mox::String Intf::braneString() const {
 }
 
 Mox::String RouteCounter::braneString() const {
-   std::ostringstream out;
+   BraneStream out;
    out << '[' << key << ']' << ", Count: " << count;
    return out.str();
 }

@@ -104,6 +104,7 @@ struct TraceLine::Content {
 
 TraceLine::TraceLine( const TraceFacility& facility, unsigned level )
    : content_( new Content{ facility, level, {}, {} } ) {
+   content_->stream.imbue( std::locale::classic() );
    content_->stream.pword( contentPlace() ) = content_.get();
 }
 

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "export/Records.h"
@@ -90,7 +91,16 @@ TEST( Records, PrintTheirFieldsInOrder ) {
       "localReceiverExclude" );
 }
 
+// The program's locale has no say in it.
 TEST( Records, TraceReadably ) {
+   struct Grouping : std::numpunct<char> {
+      std::string do_grouping() const override { return "\3"; }
+      std::string do_truename() const override { return "yes"; }
+   };
+   const std::locale former =
+      std::locale::global( std::locale( std::locale(), new Grouping ) );
+   const Brane::RouteCounter counter{ {}, 1000 };
+   EXPECT_THAT( counter.braneString(), testing::EndsWith( ", Count: 1000" ) );
    EXPECT_EQ(
       fullRoute().braneString(),
       "[(192.0.2.1, 233.252.0.1)], RPF: 'eth0' via 192.0.2.254 [110/20], "
@@ -108,6 +118,7 @@ TEST( Records, TraceReadably ) {
               "AllowRpInUse: false, JoinState: noInfo, RptState: rptNoInfo, "
               "AssertState: assertNoInfo, AssertMetric: infinite, Include: false, "
               "Exclude: false" );
+   std::locale::global( former );
 }
 
 TEST( Records, AreEmptyAsMadeByDefaultOnly ) {

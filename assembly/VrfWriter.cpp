@@ -1,6 +1,7 @@
 #include "assembly/VrfWriter.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -8,6 +9,19 @@
 
 namespace Routing::Pim::SparseMode {
 namespace {
+
+// The path of the VRF's tables. Two models must not be written to the same tables,
+// which the mount alone allows within a manager.
+Mox::String unwrittenPath( const Corvex::EntityManager& manager,
+                           Vantu::AddressFamily family, const L3::VrfName& vrf ) {
+   Mox::String path = Brane::Status::mountPath( family, vrf );
+   const Mox::Ptr<Mox::Entity> mounted = manager.entity( path );
+   const auto* tables = dynamic_cast<const Brane::Status*>( mounted.get() );
+   if ( tables != nullptr && tables->route().writer() != nullptr )
+      throw ::Brane::SecondWriterError(
+         path + " is written by this process already", getpid() );
+   return path;
+}
 
 Mox::Ptr<Status> newModel( const L3::VrfName& vrf,
                            const VrfWriterOptions& options ) {
@@ -27,7 +41,7 @@ VrfWriter::VrfWriter( Corvex::EntityManager& manager, Mox::Clock& clock,
    : manager_( manager ),
      model_( newModel( vrf, options ) ),
      tables_( Brane::Status::mountInDependencyOrder(
-        manager, Brane::Status::mountPath( family, vrf ), ::Brane::tableWriter,
+        manager, unwrittenPath( manager, family, vrf ), ::Brane::tableWriter,
         model_ ) ),
      registers_( RegisterStatus::mount(
         manager, RegisterStatus::mountPath( family, vrf ), ::Brane::tableWriter,

@@ -33,7 +33,8 @@ struct VrfWriterOptions {
 class PIMSM_API VrfWriter {
  public:
    // Manager and clock outlive it. Throws the exceptions of mounting
-   // (Brane::SecondWriterError, Brane::CreateError).
+   // (Brane::SecondWriterError, Brane::CreateError). A second one of the VRF in this
+   // process is a second writer, too.
    VrfWriter( Corvex::EntityManager& manager, Mox::Clock& clock,
               Vantu::AddressFamily family, const L3::VrfName& vrf,
               const VrfWriterOptions& options = {} );

@@ -81,6 +81,9 @@ TEST_F( AssembledVrf, TellsItsMirrorWhatDiffersAcrossRestarts ) {
    agent.emplace( clock, root.path() );
    EXPECT_THAT( heard(), ElementsAre( "agent" ) );
    ASSERT_TRUE( agent->vrf.ready() && mirror.loaded() );
+   EXPECT_THROW( VrfWriter( agent->manager, clock, Vantu::AddressFamily::ipv4,
+                            L3::VrfName( "red" ) ),
+                 ::Brane::SecondWriterError );
    Mox::Ptr<Route> route = agent->vrf.model()->routeIs( wcKey( "233.252.0.1" ) );
    route->wildCardIs( true );
    EXPECT_THAT( heard(), ElementsAre( "- > not joined" ) );

@@ -55,7 +55,9 @@ GroupRanges::GroupRanges( Vantu::AddressFamily family,
                           const FamilyStatus& tables ) {
    if ( mounted( tables.rp() ) ) {
       tables.rp().visit( nullptr, [this]( const Rp& record ) {
-         rps_.push_back( record );
+         const RpKey& range = record.key;
+         if ( range.length <= Vantu::addressBits( range.group.family() ) )
+            rps_.insert( { range.group, range.length }, record );
          return true;
       } );
    }
@@ -72,28 +74,16 @@ GroupRanges::GroupRanges( Vantu::AddressFamily family,
    Sm::SsmGroupSmIs( config_, known, ssm_ );
 }
 
-const Rp* GroupRanges::longest( const Vantu::IpGenAddr& group ) const {
-   const Rp* best = nullptr;
-   for ( const Rp& candidate : rps_ ) {
-      const RpKey& range = candidate.key;
-      if ( range.length > Vantu::addressBits( range.group.family() ) ||
-           !Vantu::IpGenPrefix( range.group, range.length ).contains( group ) )
-         continue;
-      if ( best == nullptr || range.length > best->key.length ) best = &candidate;
-   }
-   return best;
-}
-
 std::optional<Vantu::IpGenAddr> GroupRanges::rp(
    const Vantu::IpGenAddr& group ) const {
-   const Rp* found = longest( group );
-   if ( found == nullptr ) return std::nullopt;
-   return found->address;
+   const auto found = rps_.find( group );
+   if ( !found ) return std::nullopt;
+   return found->value.address;
 }
 
 bool GroupRanges::ownRp( const Vantu::IpGenAddr& group ) const {
-   const Rp* found = longest( group );
-   return found != nullptr && found->own;
+   const auto found = rps_.find( group );
+   return found && found->value.own;
 }
 
 std::optional<bool> GroupRanges::sourceSpecific(

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <optional>
-#include <vector>
 
+#include "platform/trie/PrefixMap.h"
 #include "published/Status.h"
 #include "ssm/SsmGroupSm.h"
 
@@ -24,10 +24,7 @@ class PIMSM_API GroupRanges {
    std::optional<bool> sourceSpecific( const Vantu::IpGenAddr& group ) const;
 
  private:
-   // Null without an RP.
-   const Rp* longest( const Vantu::IpGenAddr& group ) const;
-
-   std::vector<Rp> rps_;
+   Routing::PrefixMap<Rp> rps_;
    // Null when the lists are unknown.
    Mox::Ptr<Routing::Pim::SparseMode::Config> config_;
    Mox::Ptr<Routing::Pim::SparseMode::SsmGroupInfo> ssm_;

@@ -1,8 +1,13 @@
 #include "export/RouteChangeSet.h"
 
+#include "platform/entity/Factory.h"
+
 namespace Routing::Pim::SparseMode::Brane {
 
 MOX_ENTITY_TYPE( RouteChangeSet, PIMSM_ROUTE_CHANGE_SET_ATTRIBUTES )
+
+MOX_FACTORY( RouteChangeSet,
+             []( Mox::StringView ) { return routeChangeSetFactory(); } )
 
 void RouteChangeSet::routeNotify( const RouteKey& key ) {
    MOX_NOTIFY_KEY( Route );

@@ -188,6 +188,8 @@ constexpr auto textSetter() -> void ( * )( Entity&, StringView ) {
       return value;                                     \
    }                                                    \
    MOX_REFUSE( name##Is, void, type, refuseValue )      \
+   MOX_REFUSE( name##Inc, type, type, refuseValue )     \
+   MOX_REFUSE( name##Dec, type, type, refuseValue )     \
    MOX_STORED( name, type, initial )
 
 #define MOX_ACCESS_View( name, Name, type, initial )                 \

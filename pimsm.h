@@ -1,6 +1,7 @@
-// The library in one: a VRF put together whole, to write and to follow, the model that it
-// holds, and how its macros come to their answers. What more there is stands in its own
-// folder; doc/names.md lists the namespaces, and what to write where two are opened together.
+// The headers that most programs need: one complete VRF to write or to follow, its
+// model, and the derivations of the protocol macros. The other headers are included from
+// their folders. doc/names.md lists the namespaces, and the names that need a prefix when
+// several are opened together.
 #pragma once
 
 #include "assembly/VrfMirror.h"

@@ -216,11 +216,12 @@ class PIMSM_API Route : public Mox::Entity {
    // while the route is not on the source tree, unless the source is on a link of
    // this router.
    bool comesBySharedTree() const;
-   // The incoming interface; empty when it is unknown or "Null0". A border router's
-   // interface takes precedence over either path.
+   // The incoming interface; empty, and not "Null0" as in iif(), when it is unknown.
+   // A border router's interface takes precedence over either path.
    Vantu::IntfId incomingIntf() const;
-   // The path that the traffic takes, and whether its end, the source or the RP, is
-   // directly connected.
+   // The upstream path of the tree by which the traffic comes, and whether its end,
+   // the source or the RP, is directly connected. While the interface switches, and
+   // behind a border router, the traffic comes in elsewhere: see incomingIntf().
    Routing::Pim::Rpf incomingRpf() const;
    bool incomingAttached() const;
 

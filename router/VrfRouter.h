@@ -7,10 +7,11 @@
 //    vrf.receive( intfId, packet, message )
 //
 // Opens no socket: the caller passes in the messages of `packet/`, and sends those
-// that VrfRouterOptions::speech gets; without it the router only listens. It publishes the routes, and beside them interfaces, neighbours, RPs,
-// access lists, settings and timers, so that readers know its inputs and the next
-// process continues from there. It follows the VRF's forwarding process where one
-// runs. Event-loop thread; arguments by reference outlive it.
+// that VrfRouterOptions::speech gets; without it the router only listens. It
+// publishes the routes, and beside them interfaces, neighbours, RPs, access lists,
+// settings and timers, so that readers know its inputs and the next process
+// continues from there. It follows the VRF's forwarding process where one runs.
+// Event-loop thread; arguments by reference outlive it.
 #pragma once
 
 #include <deque>

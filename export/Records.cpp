@@ -19,9 +19,9 @@ struct BraneStream : std::ostringstream {
 // Deliberately without routeFlags, creationTime, rpfFrr and rpfFrrAttached.
 Mox::String Route::braneString() const {
    BraneStream out;
-   out << '[' << key << ']' << ", RPF: " << rpf
-       << ", Previous RPF: " << prevRpf << ", RPF attached: " << rpfAttached
-       << ", MBR iif: " << mbrIif << ", IIF switch state: " << iifSwitchState
+   out << '[' << key << ']' << ", RPF: " << rpf << ", Previous RPF: " << prevRpf
+       << ", RPF attached: " << rpfAttached << ", MBR iif: " << mbrIif
+       << ", IIF switch state: " << iifSwitchState
        << ", IIF switch pending: " << iifSwitchPending
        << ", UpJoin State: " << upJoinState << ", UpRpt State: " << upRptState;
    return out.str();

@@ -89,6 +89,5 @@ struct Plain {
    else                                                   \
       return outcome
 
-#define RULE_TRACE( ... )     \
-   if constexpr ( Q::traces ) \
-   MOX_TRACE( Mox::defaultTraceFacility, 8, __VA_ARGS__ )
+#define RULE_TRACE( ... ) \
+   if constexpr ( Q::traces ) MOX_TRACE( Mox::defaultTraceFacility, 8, __VA_ARGS__ )

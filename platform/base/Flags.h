@@ -50,8 +50,12 @@ class FlagSet {
    }
 
    bool flag( unsigned bit ) const { return ( ( word_ >> bit ) & 1 ) != 0; }
+   // Throws RangeError for a bit beyond the limit.
    void flagIs( unsigned bit, bool on ) & {
-      word_ = ( word_ & ~( 1U << bit ) ) | ( static_cast<uint32_t>( on ) << bit );
+      const uint32_t mask = bit < 32 ? 1U << bit : ~0U;
+      if ( mask > Self::limit )
+         Detail::flagsOutOfRange( Self::typeName, Self::limit );
+      word_ = on ? word_ | mask : word_ & ~mask;
    }
 
    friend bool operator==( const FlagSet&, const FlagSet& ) = default;

@@ -57,6 +57,9 @@ TEST( FlagSets, HaveTheirNamesInOrder ) {
               "ExpiredFlags::value > 0x7 not allowed" );
    EXPECT_EQ( refusal<IntfChangeFlags>(),
               "IntfChangeFlags::value > 0x3f not allowed" );
+   IntfChangeFlags flags;
+   for ( unsigned bit : { 6U, 32U, 64U } )
+      EXPECT_THROW( flags.flagIs( bit, true ), Mox::RangeError ) << bit;
 }
 
 template <class Flags>

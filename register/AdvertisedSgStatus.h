@@ -17,7 +17,9 @@ using AdvertisedSgTable = ::MoxBrane::Table<AdvertisedSg>;
 
 // clang-format off
 #define PIMSM_ADVERTISED_SG_STATUS_ATTRIBUTES( A ) \
-   A( CountedTable, coll, Coll, AdvertisedSgTable, , "by AdvertisedSg::key" )
+   A( CountedTable, coll,        Coll,        AdvertisedSgTable,             , "by AdvertisedSg::key" ) \
+   A( Computed,     name,        Name,        Mox::String,                   , "mount path" ) \
+   A( Computed,     collControl, CollControl, ::MoxBrane::CollectionControl, , "mounting handle" )
 // clang-format on
 
 class AdvertisedSgStatusZeroReferencesNotifiee;

@@ -27,7 +27,12 @@ using InternalRouteKeyTable = ::MoxBrane::Table<InternalRouteKey>;
    A( CountedTable, anycastDiscoveredSg, AnycastDiscoveredSg, InternalRouteKeyTable, , "learned from an anycast-RP peer" ) \
    A( CountedTable, drDiscoveredSg,      DrDiscoveredSg,      InternalRouteKeyTable, , "this router is the source's first-hop DR" ) \
    A( CountedTable, noRegisterOif,       NoRegisterOif,       InternalRouteKeyTable, , "olist without the register interface" ) \
-   A( CountedTable, registerOif,         RegisterOif,         InternalRouteKeyTable, , "olist with the register interface" )
+   A( CountedTable, registerOif,         RegisterOif,         InternalRouteKeyTable, , "olist with the register interface" ) \
+   A( Computed, name,                       Name,                       Mox::String,                   , "mount path" ) \
+   A( Computed, anycastDiscoveredSgControl, AnycastDiscoveredSgControl, ::MoxBrane::CollectionControl, , "mounting handle" ) \
+   A( Computed, drDiscoveredSgControl,      DrDiscoveredSgControl,      ::MoxBrane::CollectionControl, , "mounting handle" ) \
+   A( Computed, noRegisterOifControl,       NoRegisterOifControl,       ::MoxBrane::CollectionControl, , "mounting handle" ) \
+   A( Computed, registerOifControl,         RegisterOifControl,         ::MoxBrane::CollectionControl, , "mounting handle" )
 // clang-format on
 
 // The numbers of records that a writer's tables can hold.

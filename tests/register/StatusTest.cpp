@@ -129,6 +129,7 @@ TEST_F( RegisterTables, AreSeenByAnotherProcess ) {
    status.registerOifIs( entryOf( 3 ) );
    EXPECT_EQ( recorder.take(), Heard() );
    EXPECT_FALSE( status.registerOifControl()->quiesced() );
+   EXPECT_NE( status.attributeText( "registerOifControl" ), "" );
    agent.manager.dispatch();
    EXPECT_TRUE( status.registerOifControl()->quiesced() );
    clock.advance( 0.01 );

@@ -55,7 +55,8 @@ class PIMSM_API Status : public ::MoxBrane::MountedEntity {
       ::Brane::TableRole tableRole,
       const Mox::Ptr<const SparseMode::Status>& status );
 
-   // Counts of routes from the counting process; 0 until it publishes them.
+   // Counts of routes from the counting process; 0 until it publishes them, and
+   // while their record cannot be read, which routeCounter( key ) distinguishes.
    uint32_t unresolvedRoutes() const { return counted( unresolved ); }
    uint32_t toBeDeletedRoutes() const { return counted( toBeDeleted ); }
    uint32_t switchingRoutes() const { return counted( switching ); }

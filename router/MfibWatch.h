@@ -24,7 +24,7 @@ class PIMSM_API MfibWatch {
    // A rate is measured over at least this time.
    static constexpr double rateTime = 0.5;  // s
 
-   // `real` is the clock of the tables' times. Throws the exceptions of mounting.
+   // `tables` are mounted as reader. `real` is the clock of their times.
    MfibWatch( Mox::Ptr<Published::MfibStatus> tables,
               Mox::Ptr<Routing::Pim::SparseMode::Status> model, Protocol& protocol,
               Mox::Clock& real );

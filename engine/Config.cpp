@@ -1,6 +1,19 @@
 #include "engine/Config.h"
 
+#include <algorithm>
+
 namespace Router {
+
+bool AnycastRpConfig::has( const Vantu::IpGenAddr& peer ) const {
+   return std::find( peers.begin(), peers.end(), peer ) != peers.end();
+}
+
+const AnycastRpConfig* anycastRp( const VrfConfig& vrf,
+                                  const Vantu::IpGenAddr& rp ) {
+   for ( const AnycastRpConfig& each : vrf.anycastRps )
+      if ( each.address == rp ) return &each;
+   return nullptr;
+}
 
 bool isOwn( const VrfConfig& vrf, const Vantu::IpGenAddr& address ) {
    for ( const InterfaceConfig& interface : vrf.interfaces ) {

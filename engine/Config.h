@@ -97,11 +97,19 @@ struct RpConfig {
    Vantu::IpGenAddr address;
    // Empty: all multicast groups of the family.
    std::vector<Vantu::IpGenPrefix> groups;
-   // The source addresses of registers from the other routers of an anycast RP (RFC
-   // 4610).
-   std::vector<Vantu::IpGenAddr> anycastPeers = {};
 
    bool operator==( const RpConfig& ) const = default;
+};
+
+// This router is one of several with the same RP address (RFC 4610). They tell each other
+// of their sources, by addresses of their own.
+struct AnycastRpConfig {
+   Vantu::IpGenAddr address;  // the RP's
+   Vantu::IpGenAddr local;    // this router's
+   std::vector<Vantu::IpGenAddr> peers;
+
+   bool has( const Vantu::IpGenAddr& peer ) const;
+   bool operator==( const AnycastRpConfig& ) const = default;
 };
 
 // An (S,G) that this router advertises to other RPs.
@@ -132,6 +140,7 @@ struct VrfConfig {
    std::vector<InterfaceConfig> interfaces;
    std::vector<RpfRouteConfig> rpfRoutes;
    std::vector<RpConfig> rps;
+   std::vector<AnycastRpConfig> anycastRps;  // one an RP
    std::vector<AdvertisedConfig> advertised;
 
    bool operator==( const VrfConfig& ) const = default;
@@ -145,5 +154,9 @@ PIMSM_API Vantu::IpGenAddr globalAddress( const VrfConfig& vrf,
 
 // Is it one of this router's addresses in the VRF?
 PIMSM_API bool isOwn( const VrfConfig& vrf, const Vantu::IpGenAddr& address );
+
+// The set of routers that have the RP's address; null where it is one router's alone.
+PIMSM_API const AnycastRpConfig* anycastRp( const VrfConfig& vrf,
+                                            const Vantu::IpGenAddr& rp );
 
 }

@@ -28,6 +28,7 @@ namespace Router {
    V( noEmbeddedRp )    /* shared-tree state; its address names no RP for us */    \
    V( rpMismatch )     /* a (*,G) join or register-stop of another RP than ours */ \
    V( notToUs )        /* a register or register-stop to another router */         \
+   V( stopOfPeer )     /* a register-stop of another router of an anycast RP */    \
    V( notTheRp )       /* a register for a group that another router is RP of */   \
    V( notRegistered )  /* a register-stop for a source that is not on a link */    \
    V( tableFull )      /* a route that its table has no room for */                \

@@ -1,7 +1,5 @@
 #include "engine/RegisterEngine.h"
 
-#include <algorithm>
-
 namespace Router {
 
 using Routing::Pim::SparseMode::InternalRouteKey;
@@ -43,23 +41,8 @@ RegisterEngine::RegisterEngine(
 
 RegisterEngine::~RegisterEngine() = default;
 
-bool RegisterEngine::isOwn( const IpGenAddr& address ) const {
-   for ( const InterfaceConfig& interface : config_.interfaces ) {
-      for ( const InterfaceAddress& own : interface.addresses ) {
-         if ( own.address == address ) return true;
-      }
-   }
-   return false;
-}
-
-// The group's RP if this router is it, otherwise null.
-const RpConfig* RegisterEngine::ownRp( const IpGenAddr& group ) const {
-   IpGenAddr address = topology_.rpOf( group );
-   if ( !isOwn( address ) ) return nullptr;
-   auto rp = std::find_if(
-      config_.rps.begin(), config_.rps.end(),
-      [&]( const RpConfig& each ) { return each.address == address; } );
-   return rp == config_.rps.end() ? nullptr : &*rp;
+bool RegisterEngine::isRpOf( const IpGenAddr& group ) const {
+   return isOwn( config_, topology_.rpOf( group ) );
 }
 
 bool RegisterEngine::accept( const IpGenAddr& group, const IpGenAddr& source ) {
@@ -73,22 +56,20 @@ bool RegisterEngine::receive( const IpPacket& packet, const PimRegister& message
    };
    if ( !accept( message.group, message.source ) ) return false;
    RouteKey key{ message.source, message.group };
-   if ( isOwn( packet.source ) ) {
+   if ( isOwn( config_, packet.source ) ) {
       if ( rpOnly_ ) return refused( ownPacket );
       receiveSent( key, message.nullRegister );
       return false;
    }
-   if ( !isOwn( packet.destination ) ) return refused( notToUs );
-   const RpConfig* rp = ownRp( message.group );
-   if ( rp == nullptr ) return refused( notTheRp );
-   const auto& peers = rp->anycastPeers;
-   if ( std::find( peers.begin(), peers.end(), packet.source ) != peers.end() ) {
-      source( key ).fromPeer.start( rpKeepalive );
-   } else if ( packet.destination == rp->address ) {
-      source( key ).fromRouter.start( rpKeepalive );
-   } else {
-      return refused( notTheRp );
-   }
+   if ( !isOwn( config_, packet.destination ) ) return refused( notToUs );
+   const IpGenAddr rp = topology_.rpOf( message.group );
+   const AnycastRpConfig* set = anycastRp( config_, rp );
+   const bool byPeer = set != nullptr && set->has( packet.source );
+   const bool toRp =
+      packet.destination == rp || ( byPeer && packet.destination == set->local );
+   if ( !isOwn( config_, rp ) || !toRp ) return refused( notTheRp );
+   Source& known = source( key );
+   ( byPeer ? known.fromPeer : known.fromRouter ).start( rpKeepalive );
    update( key );
    return true;
 }
@@ -106,8 +87,8 @@ void RegisterEngine::receiveSent( const RouteKey& key, bool nullRegister ) {
 
 void RegisterEngine::receive( const IpPacket& packet,
                               const PimRegisterStop& message ) {
-   if ( isOwn( packet.source ) ) return counters_.refused( ownPacket );
-   if ( !isOwn( packet.destination ) ) return counters_.refused( notToUs );
+   if ( isOwn( config_, packet.source ) ) return counters_.refused( ownPacket );
+   if ( !isOwn( config_, packet.destination ) ) return counters_.refused( notToUs );
    bool anySource = message.source.isUnspecified();
    // A stop for every source has no source to check.
    if ( !accept( message.group, anySource ? packet.source : message.source ) )
@@ -174,9 +155,11 @@ bool RegisterEngine::stands( const RouteKey& key ) const {
 
 // Additions come before removals.
 void RegisterEngine::publish( const RouteKey& key, const Source& source ) {
-   const RpConfig* rp = ownRp( key.group );
    const InternalRouteKey value( key );
-   bool registers = source.registers( rp != nullptr && !rp->anycastPeers.empty() );
+   const IpGenAddr rp = topology_.rpOf( key.group );
+   const AnycastRpConfig* set = anycastRp( config_, rp );
+   bool registers = source.registers( isOwn( config_, rp ) && set != nullptr &&
+                                      !set->peers.empty() );
    bool sent = source.registered.running(), peer = source.fromPeer.running();
    auto& tables = *tables_;
    if ( registers && !tables.registerOif().has( key ) )
@@ -218,13 +201,13 @@ void RegisterEngine::adoptRegistered() {
    }
    // A peer's register alone does not add the register interface to an olist.
    for ( const RouteKey& key : tables_->registerOif().keys() ) {
-      if ( rpOnly_ && ownRp( key.group ) == nullptr ) continue;
+      if ( rpOnly_ && !isRpOf( key.group ) ) continue;
       Source& passedOn = source( key );
       if ( !passedOn.registered.running() )
          passedOn.fromRouter.start( rpKeepalive );
    }
    for ( const RouteKey& key : tables_->noRegisterOif().keys() ) {
-      if ( rpOnly_ && ownRp( key.group ) == nullptr ) continue;
+      if ( rpOnly_ && !isRpOf( key.group ) ) continue;
       if ( !source( key ).known() ) source( key ).fromRouter.start( rpKeepalive );
    }
    updateConfig();
@@ -235,7 +218,7 @@ void RegisterEngine::updateConfig() {
    for ( auto& [key, each] : sources_ ) {
       keys.push_back( key );
       if ( !topology_.pathTo( key.source ).attached ) each->registered.cancel();
-      if ( ownRp( key.group ) != nullptr ) continue;
+      if ( isRpOf( key.group ) ) continue;
       each->fromRouter.cancel();
       each->fromPeer.cancel();
    }

@@ -65,8 +65,8 @@ class PIMSM_API RegisterEngine {
    using RouteKey = Routing::Pim::RouteKey;
    struct Source;
 
-   bool isOwn( const Vantu::IpGenAddr& address ) const;
-   const RpConfig* ownRp( const Vantu::IpGenAddr& group ) const;
+   // Is this router the group's RP?
+   bool isRpOf( const Vantu::IpGenAddr& group ) const;
    bool accept( const Vantu::IpGenAddr& group, const Vantu::IpGenAddr& source );
    void receiveSent( const RouteKey& key, bool nullRegister );
    void adoptRegistered();

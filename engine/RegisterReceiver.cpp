@@ -18,6 +18,7 @@ RegisterReceiver::RegisterReceiver( Routes& routes, SourceEngine& sources,
 void RegisterReceiver::receive( const IpPacket& packet,
                                 const PimRegister& message ) {
    const RouteKey key{ message.source, message.group };
+   if ( message.nullRegister ) passOn( packet, message );
    const bool switches =
       config_.sptThreshold < std::numeric_limits<double>::infinity();
    if ( switches && !sources_.keepAlive( key, SourceEngine::keepalivePeriod ) )
@@ -29,6 +30,17 @@ void RegisterReceiver::receive( const IpPacket& packet,
    if ( !native && !unwanted ) return;
    refuse( packet, message );
    if ( switches ) sources_.keepAlive( key, keepalivePeriod );
+}
+
+// What a peer has passed on goes no further.
+void RegisterReceiver::passOn( const IpPacket& packet,
+                               const PimRegister& message ) {
+   const AnycastRpConfig* set = anycastRp( config_, packet.destination );
+   if ( set == nullptr || set->has( packet.source ) ) return;
+   PimRegister copy = message;
+   copy.border = false;
+   for ( const Vantu::IpGenAddr& peer : set->peers )
+      sender_.send( { {}, set->local, peer, pimMessage( copy ) } );
 }
 
 // The kernel takes one of both streams: the registers must not end before it takes the

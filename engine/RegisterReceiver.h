@@ -1,6 +1,7 @@
 // The RP's answers to registers (RFC 7761, 4.4.2): whether data is to come on its own,
 // and the stop when it does. The kernel decapsulates and forwards the data; RegisterEngine
-// keeps the tables. Event-loop thread; the constructor's arguments outlive it.
+// keeps the tables. Null registers go on to the other routers of an anycast RP (RFC 4610);
+// the forwarding process passes on the data. Event-loop thread; the constructor's arguments outlive it.
 #pragma once
 
 #include <map>
@@ -40,6 +41,7 @@ class PIMSM_API RegisterReceiver {
    Sender& sender_;
    Mox::Clock& clock_;
    bool isNative( const RouteKey& key );
+   void passOn( const IpPacket& packet, const PimRegister& message );
 
    // Since when the data of registered sources come by their own tree.
    std::map<RouteKey, double> native_;

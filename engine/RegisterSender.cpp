@@ -107,8 +107,11 @@ void RegisterSender::receive( const IpPacket& packet,
    if ( !in_.counters.accepted( refusalOfGroup( message.group ) ) ) return;
    if ( message.maskLength != hostMask( message.group ) )
       return in_.counters.refused( partialMask );
-   if ( in_.topology.rpOf( message.group ) != packet.source )
-      return in_.counters.refused( rpMismatch );
+   const IpGenAddr rp = in_.topology.rpOf( message.group );
+   const AnycastRpConfig* set = anycastRp( in_.config, rp );
+   if ( set != nullptr && set->has( packet.source ) )
+      return in_.counters.refused( stopOfPeer );
+   if ( rp != packet.source ) return in_.counters.refused( rpMismatch );
    bool any = false;
    for ( auto& [key, at] : sources_ ) {
       const bool meant =

@@ -188,6 +188,8 @@ class VrfReader {
    InterfaceConfig readInterface( const Place& place, VrfConfig& vrf );
    RpfRouteConfig readRpfRoute( const Place& place, const VrfConfig& vrf );
    RpConfig readRp( const Place& place );
+   Router::AnycastRpConfig readAnycastRp( const Place& place,
+                                          const VrfConfig& vrf );
    AdvertisedConfig readAdvertised( const Place& place );
    AccessListConfig readAccessList( const Place& place );
    void readName( Section& section, VrfConfig& out );
@@ -204,7 +206,7 @@ class VrfReader {
    // The addresses of the VRF being read.
    std::set<IpGenAddr> addresses_;
    std::set<IpGenPrefix> rpfPrefixes_;
-   std::set<IpGenAddr> rps_;
+   std::set<IpGenAddr> rps_, anycastRps_;
    std::set<std::pair<IpGenAddr, IpGenAddr>> advertised_;
    std::set<std::string> accessLists_;
 };
@@ -213,6 +215,7 @@ VrfConfig VrfReader::read( const Place& place ) {
    addresses_.clear();
    rpfPrefixes_.clear();
    rps_.clear();
+   anycastRps_.clear();
    advertised_.clear();
    accessLists_.clear();
    Section section( place, "vrf" );
@@ -240,6 +243,9 @@ VrfConfig VrfReader::read( const Place& place ) {
    }
    for ( const Place& member : section.list( "rps" ) ) {
       out.rps.push_back( readRp( member ) );
+   }
+   for ( const Place& member : section.list( "anycast-rp" ) ) {
+      out.anycastRps.push_back( readAnycastRp( member, out ) );
    }
    for ( const Place& member : section.list( "advertised" ) ) {
       out.advertised.push_back( readAdvertised( member ) );
@@ -473,13 +479,42 @@ RpConfig VrfReader::readRp( const Place& place ) {
       }
    }
    if ( out.groups.empty() ) out.groups.push_back( range );
-   std::set<IpGenAddr> peers;
-   for ( const Place& member : section.list( "anycast-peers" ) ) {
-      auto peer = readUnicast( member, "anycast-peers", out.address.family() );
-      checkNew( member, "peer", peers, peer, valueToStrep( peer ) );
-      out.anycastPeers.push_back( peer );
+   section.finish();
+   return out;
+}
+
+// Both addresses are this router's; which RP address it has, the peers share.
+Router::AnycastRpConfig VrfReader::readAnycastRp( const Place& place,
+                                                  const VrfConfig& vrf ) {
+   Section section( place, "anycast-rp" );
+   Router::AnycastRpConfig out;
+   const Place address = section.require( "address" );
+   out.address = Section::convert<IpGenAddr>( address, "address" );
+   if ( rps_.count( out.address ) == 0 )
+      address.fail( fmt::format( "address: {} is no RP of this VRF",
+                                 valueToStrep( out.address ) ) );
+   const AddressFamily family = out.address.family();
+   const Place local = section.require( "local" );
+   out.local = readUnicast( local, "local", family );
+   for ( const IpGenAddr& own : { out.address, out.local } ) {
+      if ( !isOwn( vrf, own ) )
+         local.fail( fmt::format( "anycast-rp: {} is no address of this router",
+                                  valueToStrep( own ) ) );
+   }
+   if ( out.local == out.address )
+      local.fail( "local: the RP's address is not this router's alone" );
+   std::set<IpGenAddr> known;
+   for ( const Place& member : section.require( "peers" ).list( "peers" ) ) {
+      const IpGenAddr peer = readUnicast( member, "peers", family );
+      checkNew( member, "peer", known, peer, valueToStrep( peer ) );
+      if ( isOwn( vrf, peer ) )
+         member.fail( fmt::format( "peers: {} is an address of this router",
+                                   valueToStrep( peer ) ) );
+      out.peers.push_back( peer );
    }
    section.finish();
+   checkNew( address, "anycast-rp", anycastRps_, out.address,
+             valueToStrep( out.address ) );
    return out;
 }
 

@@ -31,7 +31,7 @@ TEST( Config, TheDocumentedExampleIsRead ) {
    const VrfConfig& vrf = config.vrfs[0];
    EXPECT_EQ( vrf.maxRoutes, 20000u );
    EXPECT_FALSE( vrf.requireHello );
-   ASSERT_EQ( vrf.interfaces.size(), 2u );
+   ASSERT_EQ( vrf.interfaces.size(), 3u );
    EXPECT_EQ( vrf.capture( vrf.interfaces[0].name ), "left" );
    EXPECT_EQ( vrf.interfaces[1].drPriority, 100u );
    const auto& addresses = vrf.interfaces[0].addresses;
@@ -45,7 +45,10 @@ TEST( Config, TheDocumentedExampleIsRead ) {
    EXPECT_EQ( vrf.rpfRoutes[0].metric, 20u );
    EXPECT_TRUE( vrf.rpfRoutes[1].neighbor.isUnspecified() ) << "on the link itself";
    EXPECT_EQ( vrf.rps[0].groups, std::vector{ IpGenPrefix( "239.0.0.0/8" ) } );
-   EXPECT_EQ( vrf.rps[2].anycastPeers, std::vector{ IpGenAddr( "10.0.1.9" ) } );
+   EXPECT_EQ( vrf.anycastRps.at( 0 ),
+              ( Router::AnycastRpConfig{ IpGenAddr( "1.1.1.2" ),
+                                         IpGenAddr( "10.0.1.2" ),
+                                         { IpGenAddr( "10.0.1.9" ) } } ) );
    ASSERT_EQ( vrf.advertised.size(), 2u );
    EXPECT_EQ( vrf.advertised[0].source, IpGenAddr( "10.0.0.7" ) );
    EXPECT_EQ( vrf.advertised[0].group, IpGenAddr( "239.1.2.3" ) );

@@ -108,7 +108,7 @@ struct AnycastRpConfig {
    Vantu::IpGenAddr local;    // this router's
    std::vector<Vantu::IpGenAddr> peers;
 
-   bool has( const Vantu::IpGenAddr& peer ) const;
+   PIMSM_API bool has( const Vantu::IpGenAddr& peer ) const;
    bool operator==( const AnycastRpConfig& ) const = default;
 };
 

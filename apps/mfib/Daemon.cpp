@@ -154,7 +154,12 @@ void Daemon::add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,
    Family* plain = family.get();
    auto watcher = std::make_unique<Mox::Loop::FdWatcher>(
       loop_, socket->value(), [plain] { plain->takeUpcalls(); } );
-   members_.push_back( { std::move( family ), std::move( watcher ), socket } );
+   std::unique_ptr<Mox::Loop::FdWatcher> registered;
+   if ( plain->registerFile() >= 0 )
+      registered = std::make_unique<Mox::Loop::FdWatcher>(
+         loop_, plain->registerFile(), [plain] { plain->takeRegisters(); } );
+   members_.push_back( { std::move( family ), std::move( watcher ),
+                         std::move( registered ), socket } );
 }
 
 // The kernel may refuse an answer for a while: reports it once, and tries again.

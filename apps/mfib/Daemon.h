@@ -38,7 +38,7 @@ class Daemon : private Mox::Clock::Notifiee {
  private:
    struct Member {
       std::unique_ptr<Family> family;
-      std::unique_ptr<Mox::Loop::FdWatcher> watcher;
+      std::unique_ptr<Mox::Loop::FdWatcher> watcher, registers;
       SharedFd socket;
    };
 

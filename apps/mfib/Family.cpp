@@ -2,9 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <limits>
 
 #include "apps/mfib/EntryCounters.h"
+#include "packet/Numbers.h"
+#include "packet/Pim.h"
 
 namespace Forwarding {
 
@@ -39,15 +42,18 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
         Brane::tableReader ) ),
      registered_( nameOf( config_ ), "registersSent" ),
      unregistered_( nameOf( config_ ), "registersDropped" ),
+     passedOn_( nameOf( config_ ), "registersPassedOn" ),
      mfib_( std::make_unique<Mfib>( nameOf( config_ ), mirror_.model(),
                                     mirror_.tables(), vifs_, *kernel_, clock ) ) {
    vifs_.namesIs( config_.interfaces );
    vifs_.update( links );
+   hearRegisters();
 }
 
 void Family::configIs( FamilyConfig config ) {
    config_ = std::move( config );
    topology_.configIs( config_.router );
+   hearRegisters();
    vifs_.namesIs( config_.interfaces );
    mfib_->handleVifs( vifs_.update( links_ ).numbers );
 }
@@ -93,6 +99,43 @@ void Family::encapsulate( const Upcall& upcall ) {
                        !rp.isUnspecified() && !source.isUnspecified();
    const bool sent = wanted && registers_->send( upcall.packet, source, rp ) == 0;
    ( sent ? registered_ : unregistered_ ).inc();
+}
+
+void Family::hearRegisters() {
+   if ( registers_ == nullptr ) return;
+   const auto& sets = config_.router.anycastRps;
+   const bool passesOn =
+      std::any_of( sets.begin(), sets.end(), [this]( const auto& set ) {
+         return set.address.family() == config_.family;
+      } );
+   registers_->hearing().wantedIs( passesOn ? Registers::Wanted::data
+                                            : Registers::Wanted::nothing );
+}
+
+void Family::takeRegisters() {
+   for ( unsigned count = 0; count < maxUpcallsATurn; ++count ) {
+      const auto packet = registers_->hearing().next();
+      if ( !packet ) return;
+      takeRegister( *packet );
+   }
+}
+
+// The kernel itself forwards what is in it. The others of an anycast RP get it once, from
+// whom it reached first (RFC 4610).
+void Family::takeRegister( const Router::IpPacket& packet ) {
+   Router::PimMessage message;
+   if ( decodePim( packet, message ) != Router::notDropped ) return;
+   const auto* data = std::get_if<Router::PimRegister>( &message.body );
+   const auto* set = Router::anycastRp( config_.router, packet.destination );
+   if ( data == nullptr || set == nullptr || set->has( packet.source ) ||
+        isOwn( config_.router, packet.source ) ||
+        topology_.rpOf( data->group ) != packet.destination )
+      return;
+   const Router::Bytes inner = packet.payload.subspan( Router::registerHeader );
+   for ( const Vantu::IpGenAddr& peer : set->peers )
+      ( registers_->pass( inner, set->local, peer ) == 0 ? passedOn_
+                                                         : unregistered_ )
+         .inc();
 }
 
 bool Family::agentSends() const {

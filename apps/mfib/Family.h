@@ -54,6 +54,9 @@ class Family {
    void handleLinks();
    // Call it when the kernel's socket is readable.
    void takeUpcalls();
+   // The socket of registers; -1 without one. Call takeRegisters() when it is readable.
+   int registerFile() const { return registers_ ? registers_->file() : -1; }
+   void takeRegisters();
    // Publishes the kernel's counters. Throws std::system_error.
    void publishCounters();
    // Call it at the end of each turn of the loop. Throws std::system_error.
@@ -63,6 +66,8 @@ class Family {
    void start();
    void takePacket( const Upcall& upcall );
    void encapsulate( const Upcall& upcall );
+   void hearRegisters();
+   void takeRegister( const Router::IpPacket& packet );
    void endSilent();
    bool agentSends() const;
    void tellProblem();
@@ -80,7 +85,7 @@ class Family {
    Upcalls upcalls_;
    Routing::Pim::SparseMode::VrfMirror mirror_;
    Mox::Ptr<Published::FamilyStatus> agent_;
-   Mox::EventCounter registered_, unregistered_;
+   Mox::EventCounter registered_, unregistered_, passedOn_;
    std::unique_ptr<Mfib> mfib_;
    std::string problem_;
    bool told_ = false;  // it was reported that all is written

@@ -1,6 +1,5 @@
 #include "apps/mfib/RegisterSocket.h"
 
-#include <linux/filter.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -20,6 +19,7 @@ using Router::Bytes;
 using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
 
+constexpr int kReceiveBuffer = 8 << 20;  // bytes
 constexpr size_t kHeader4 = 20, kHeader6 = 40;
 constexpr size_t kTtl4 = 8, kChecksum4 = 10, kHopLimit6 = 7;
 
@@ -63,12 +63,11 @@ SharedFd openRegisterSocket( AddressFamily family ) {
    if ( fd < 0 )
       throw std::system_error( errno, std::generic_category(),
                                "raw socket for registers" );
-   auto out = std::make_shared<Mox::Loop::Fd>( fd, "register socket" );
-   // It only sends: nothing is to wait in it.
-   sock_filter none = BPF_STMT( BPF_RET | BPF_K, 0 );
-   const sock_fprog program{ 1, &none };
-   setsockopt( fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program );
-   return out;
+   if ( setsockopt( fd, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer,
+                    sizeof kReceiveBuffer ) != 0 )
+      setsockopt( fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer,
+                  sizeof kReceiveBuffer );
+   return std::make_shared<Mox::Loop::Fd>( fd, "register socket" );
 }
 
 bool isRegisterSocket( AddressFamily family, int fd ) {
@@ -80,9 +79,14 @@ int RegisterSocket::send( Bytes packet, const IpGenAddr& source,
    const bool ipv4 = family_ == AddressFamily::ipv4;
    if ( packet.size() < ( ipv4 ? kHeader4 : kHeader6 ) ) return EMSGSIZE;
    const auto inner = passedOn( packet, ipv4 );
-   if ( !inner ) return ETIMEDOUT;
+   return inner ? pass( *inner, source, rp ) : ETIMEDOUT;
+}
+
+int RegisterSocket::pass( Bytes packet, const IpGenAddr& source,
+                          const IpGenAddr& rp ) const {
+   const bool ipv4 = family_ == AddressFamily::ipv4;
    Router::PimRegister content;
-   content.packet = *inner;
+   content.packet = packet;
    std::vector<uint8_t> bytes =
       encodePim( Router::pimMessage( std::move( content ) ), source, rp );
 

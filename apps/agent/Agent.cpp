@@ -168,6 +168,10 @@ void Agent::familiesAre( Families families ) {
       byVrf_.emplace( std::pair( each->config().name, each->family() ),
                       each.get() );
    families_ = std::move( families );
+   if ( !wire_ ) return;
+   for ( const auto& each : families_ )
+      wire_->hear( each->family(),
+                   [this]( const IpPacket& packet ) { receiveUnicast( packet ); } );
 }
 
 // Returns a line for each capture or interface that the configuration lacks.
@@ -250,7 +254,8 @@ std::unique_ptr<LiveCapture> Agent::listen( const std::string& interface ) {
    };
    return std::make_unique<LiveCapture>(
       loop_, real_, interface, std::move( observer ),
-      options_.listen ? LiveCapture::isWaitedFor : LiveCapture::isThere );
+      options_.listen ? LiveCapture::isWaitedFor : LiveCapture::isThere,
+      wire_ ? LiveCapture::withoutRegisters : LiveCapture::withRegisters );
 }
 
 std::vector<std::string> Agent::configIs( AgentConfig config ) {
@@ -342,6 +347,20 @@ void Agent::playSlice() {
 void Agent::receive( const Frame& frame ) {
    DropReason reason = decode( frame );
    if ( reason != notDropped ) counters_.dropped( reason );
+}
+
+// It is for the VRF that has its destination.
+void Agent::receiveUnicast( const IpPacket& packet ) {
+   Message message;
+   if ( DropReason reason = decodeMessage( packet, message ) )
+      return counters_.dropped( reason );
+   counters_.received( message );
+   for ( const auto& family : families_ ) {
+      if ( family->family() == packet.family() &&
+           isOwn( family->config(), packet.destination ) )
+         return family->router().receive( {}, packet, message );
+   }
+   counters_.refused( notToUs );
 }
 
 DropReason Agent::decode( const Frame& frame ) {

@@ -105,6 +105,7 @@ class Agent {
    std::unique_ptr<LiveCapture> listen( const std::string& interface );
    void receive( const Frame& frame );
    DropReason decode( const Frame& frame );
+   void receiveUnicast( const IpPacket& packet );
    bool published() const;
 
    AgentOptions options_;

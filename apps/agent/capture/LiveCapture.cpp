@@ -15,6 +15,13 @@ constexpr int kBuffer = 8 << 20;  // bytes
 constexpr const char* kFilter =
    "ip proto 2 or ip proto 103 or ip6 proto 103 or ip6 proto 0 or "
    "(icmp6 and (ip6[40] = 143 or (ip6[40] >= 130 and ip6[40] <= 132)))";
+// Of PIM, neither types 1 and 2 nor fragments, which only those have.
+constexpr const char* kFilterWithoutRegisters =
+   "ip proto 2 or "
+   "(ip proto 103 and ip[6:2] & 0x1fff = 0 and ip[(ip[0] & 15) * 4] & 15 != 1 "
+   "and ip[(ip[0] & 15) * 4] & 15 != 2) or "
+   "(ip6[6] = 103 and ip6[40] & 15 != 1 and ip6[40] & 15 != 2) or ip6 proto 0 or "
+   "(icmp6 and (ip6[40] = 143 or (ip6[40] >= 130 and ip6[40] <= 132)))";
 
 // The interface is missing or down, which may change.
 class InterfaceAway : public CaptureError {
@@ -38,10 +45,12 @@ struct LiveCapture::Handle {
 };
 
 LiveCapture::LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interface,
-                          Observer observer, Presence presence )
+                          Observer observer, Presence presence,
+                          Registers registers )
    : Notifiee( &clock ),
      loop_( loop ),
      interface_( std::move( interface ) ),
+     filter_( registers == withRegisters ? kFilter : kFilterWithoutRegisters ),
      observer_( std::move( observer ) ) {
    try {
       open();
@@ -74,7 +83,7 @@ void LiveCapture::open() {
       throw CaptureError( interface_ + ": " + text );
    }
    bpf_program program;
-   if ( pcap_compile( pcap, &program, kFilter, 1, PCAP_NETMASK_UNKNOWN ) != 0 )
+   if ( pcap_compile( pcap, &program, filter_, 1, PCAP_NETMASK_UNKNOWN ) != 0 )
       throw CaptureError( interface_ + ": " + pcap_geterr( pcap ) );
    result = pcap_setfilter( pcap, &program );
    pcap_freecode( &program );

@@ -29,11 +29,14 @@ class LiveCapture : public Mox::Clock::Notifiee {
    };
 
    enum Presence { isThere, isWaitedFor };
+   // Registers and register-stops may be heard otherwise.
+   enum Registers { withRegisters, withoutRegisters };
 
    // Opens the interface. Throws CaptureError when this process may not listen, or
    // when the interface is missing or down and is not waited for.
    LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interface,
-                Observer observer, Presence presence = isThere );
+                Observer observer, Presence presence = isThere,
+                Registers registers = withRegisters );
    ~LiveCapture() override;
 
    const std::string& interface() const { return interface_; }
@@ -53,6 +56,7 @@ class LiveCapture : public Mox::Clock::Notifiee {
 
    Mox::Loop& loop_;
    std::string interface_;
+   const char* filter_;
    Observer observer_;
    std::unique_ptr<Handle> handle_;  // null while the interface is away
    std::unique_ptr<Mox::Loop::FdWatcher> watcher_;

@@ -9,12 +9,23 @@ namespace Agent {
 Wire::Wire( Mox::Loop& loop, Mox::Clock& clock,
             std::function<void( const std::string& )> note,
             Mox::Loop::Function linksChanged )
-   : clock_( clock ),
+   : loop_( loop ),
+     clock_( clock ),
      note_( std::move( note ) ),
      links_( loop, [this, linksChanged = std::move( linksChanged )] {
         closeGone();
         linksChanged();
      } ) {}
+
+void Wire::hear( Vantu::AddressFamily family, const UnicastHearing::Heard& heard ) {
+   if ( hearing_.count( family ) != 0 ) return;
+   try {
+      hearing_.try_emplace( family, loop_, family, heard );
+   } catch ( const std::system_error& e ) {
+      note_( fmt::format( "registers are not heard in {}: {}",
+                          Vantu::valueToStrep( family ), e.what() ) );
+   }
+}
 
 bool Wire::send( const L3::VrfName& vrf, const std::string& device,
                  const Router::Outgoing& message ) {

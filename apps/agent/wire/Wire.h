@@ -1,5 +1,5 @@
 // A router's way out: the sockets of all its interfaces, opened as the interfaces
-// come. Event-loop thread only.
+// come; and what it hears of unicast messages. Event-loop thread only.
 #pragma once
 
 #include <map>
@@ -8,6 +8,7 @@
 #include "apps/agent/wire/HostLinks.h"
 #include "apps/agent/wire/LinkSockets.h"
 #include "apps/agent/wire/SentCounters.h"
+#include "apps/agent/wire/UnicastHearing.h"
 #include "platform/loop/Clock.h"
 
 namespace Agent {
@@ -22,6 +23,10 @@ class Wire {
    Wire( Mox::Loop& loop, Mox::Clock& clock,
          std::function<void( const std::string& )> note,
          Mox::Loop::Function linksChanged );
+
+   // Hears the family's registers and register-stops from now on; further calls change
+   // nothing. Where it cannot, `note` gets the reason.
+   void hear( Vantu::AddressFamily family, const UnicastHearing::Heard& heard );
 
    const HostLinkTable& links() const { return links_.table(); }
 
@@ -45,6 +50,7 @@ class Wire {
    void closeGone();
    void note( const Way& way, const std::string& why );
 
+   Mox::Loop& loop_;
    Mox::Clock& clock_;
    std::function<void( const std::string& )> note_;
    std::map<Way, LinkSockets> sockets_;
@@ -52,6 +58,7 @@ class Wire {
    SentCounters counters_;
    std::mt19937 random_{ std::random_device()() };
    std::uniform_real_distribution<double> distribution_;
+   std::map<Vantu::AddressFamily, UnicastHearing> hearing_;
    HostLinks links_;
 };
 

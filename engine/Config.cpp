@@ -24,6 +24,12 @@ bool isOwn( const VrfConfig& vrf, const Vantu::IpGenAddr& address ) {
    return false;
 }
 
+Vantu::IpGenAddr registerSource( const VrfConfig& vrf, Vantu::IntfId intfId,
+                                 Vantu::AddressFamily family ) {
+   const bool given = !vrf.registerSource.empty();
+   return globalAddress( vrf, given ? vrf.registerSource : intfId, family );
+}
+
 Vantu::IpGenAddr globalAddress( const VrfConfig& vrf, Vantu::IntfId intfId,
                                 Vantu::AddressFamily family ) {
    auto other = Vantu::IpGenAddr::unspecified( family );

@@ -23,6 +23,21 @@ struct InterfaceAddress {
    bool operator==( const InterfaceAddress& ) const = default;
 };
 
+// The names of access lists of the VRF, one a family; empty: none.
+struct FamilyLists {
+   std::string ipv4, ipv6;
+
+   bool operator==( const FamilyLists& ) const = default;
+};
+
+// A group, or one source of it, that hosts on a link get without asking.
+struct StaticGroupConfig {
+   Vantu::IpGenAddr group;
+   Vantu::IpGenAddr source;  // unspecified: all
+
+   bool operator==( const StaticGroupConfig& ) const = default;
+};
+
 // Of IGMP or MLD on a link (RFC 3376, 8; RFC 3810, 9). Times in seconds.
 struct MembershipConfig {
    uint8_t version = 3;  // of queries; 2 stands for MLDv1, 3 for MLDv2
@@ -34,6 +49,9 @@ struct MembershipConfig {
    // A leave ends a membership at once: the link has one host.
    bool immediateLeave = false;
    uint32_t groupLimit = 10000;  // groups with members
+   // The access list of the groups, and sources, that hosts may ask for; empty: all.
+   std::string accessGroup = {};
+   std::vector<StaticGroupConfig> staticGroups = {};
    bool operator==( const MembershipConfig& ) const = default;
 };
 
@@ -55,6 +73,9 @@ struct InterfaceConfig {
    uint32_t mtu = 1500;  // bytes of an IP packet
    // Hosts only: no PIM message is sent or taken, and this router is the DR.
    bool passive = false;
+   // The routers that are heard, by the rules' sources; the groups that they may join;
+   // the groups that neither join nor flow here.
+   FamilyLists neighborFilter = {}, joinPruneFilter = {}, boundary = {};
    MembershipConfig igmp = {};
    MembershipConfig mld = {};
 
@@ -133,6 +154,19 @@ struct VrfConfig {
    double sptThreshold = 0.0;
    // Groups whose address names their RP (RFC 3956) are taken. False: they are refused.
    bool embeddedRp = true;
+   double keepalivePeriod = 210.0;  // of a source; s
+   // Of registers (RFC 7761, 4.4 and 4.11). Times in seconds.
+   Vantu::IntfId registerSource =
+      {};  // its address sends them; empty: the source's link
+   double registerSuppressionTime = 60.0;
+   double registerProbeTime = 5.0;
+   uint32_t registerRateLimit = 0;  // packets a second of this router; 0: no limit
+   FamilyLists registerFilter =
+      {};  // (S,G) that may be registered with this router
+   // RP_Keepalive_Period: longer than a router is silent between two probes.
+   double rpKeepalivePeriod() const {
+      return 3 * registerSuppressionTime + registerProbeTime;
+   }
    // The names of access lists, one a family; see SsmGroupInfo.h and FrrFilterSm.h.
    std::string ssmFilter, ssmFilter6;
    std::string frrFilter, frrFilter6;
@@ -151,6 +185,11 @@ struct VrfConfig {
 PIMSM_API Vantu::IpGenAddr globalAddress( const VrfConfig& vrf,
                                           Vantu::IntfId intfId,
                                           Vantu::AddressFamily family );
+
+// The address that registers of a source on that interface come from.
+PIMSM_API Vantu::IpGenAddr registerSource( const VrfConfig& vrf,
+                                           Vantu::IntfId intfId,
+                                           Vantu::AddressFamily family );
 
 // Is it one of this router's addresses in the VRF?
 PIMSM_API bool isOwn( const VrfConfig& vrf, const Vantu::IpGenAddr& address );

@@ -36,6 +36,13 @@ bool Link::isOwn( const IpGenAddr& address ) const {
    return std::find( own_.begin(), own_.end(), address ) != own_.end();
 }
 
+bool Link::isOnLink( const IpGenAddr& address ) const {
+   return std::any_of( config_.addresses.begin(), config_.addresses.end(),
+                       [&]( const InterfaceAddress& each ) {
+                          return each.subnet.contains( address );
+                       } );
+}
+
 void Link::send( const IpGenAddr& to, PimMessage::Body body ) {
    if ( !sender_.speaks() || config_.passive ) return;
    hello_.handleSending( to );

@@ -24,6 +24,8 @@ class PIMSM_API Link {
    // The address that PIM uses.
    const Vantu::IpGenAddr& address() const { return own_.front(); }
    bool isOwn( const Vantu::IpGenAddr& address ) const;
+   // Is it in a subnet of the interface?
+   bool isOnLink( const Vantu::IpGenAddr& address ) const;
    // The hold time of this router's joins, in seconds (RFC 7761, 4.11).
    uint16_t joinHoldtime() const {
       constexpr double kIntervals = 3.5;

@@ -9,12 +9,14 @@ using Vantu::IpGenAddr;
 
 MembershipEngine::MembershipEngine( Routes& routes, Links& links, Sender& sender,
                                     Mox::Clock& clock, const GroupPolicy* policy,
+                                    const AccessFilters& filters,
                                     RouterCounters& counters )
    : routes_( routes ),
      links_( links ),
      sender_( sender ),
      clock_( clock ),
      policy_( policy ),
+     filters_( filters ),
      counters_( counters ) {}
 
 void MembershipEngine::updateLinks( const Kept& kept ) {
@@ -29,6 +31,30 @@ void MembershipEngine::updateLinks( const Kept& kept ) {
          ipv4 ? link.config().igmp : link.config().mld;
       at.groupLimit = config.groupLimit;
       at.querier.configIs( config, link.address(), link.config().mtu );
+      if ( adopted_ ) fix( intfId, config.staticGroups );
+   }
+}
+
+void MembershipEngine::fix( IntfId intfId,
+                            const std::vector<StaticGroupConfig>& groups ) {
+   std::map<IpGenAddr, Fixed> fixed;
+   for ( const StaticGroupConfig& each : groups ) {
+      if ( !each.source.isUnspecified() ) {
+         fixed[each.group].sources.insert( each.source );
+      } else if ( sourceSpecific( each.group ) ) {
+         counters_.refused( ssmGroup );
+      } else {
+         fixed[each.group].all = true;
+      }
+   }
+   std::set<IpGenAddr> touched;
+   Hosts& at = hosts( intfId );
+   for ( const auto& [group, members] : at.fixed ) touched.insert( group );
+   for ( const auto& [group, members] : fixed ) touched.insert( group );
+   at.fixed = std::move( fixed );
+   for ( const IpGenAddr& group : touched ) {
+      membership( intfId, group );
+      update( intfId, group );
    }
 }
 
@@ -57,7 +83,7 @@ void MembershipEngine::receive( const Link& link, const IpGenAddr& from,
 void MembershipEngine::receiveReport( IntfId intfId,
                                       const MembershipReport& report ) {
    for ( MembershipRecord record : report.records ) {
-      if ( !accept( intfId, record ) ) continue;
+      if ( !accept( intfId, record ) || !permit( intfId, record ) ) continue;
       std::erase_if( record.sources, [this]( const IpGenAddr& source ) {
          return !counters_.accepted( refusalOfSource( source ) );
       } );
@@ -94,6 +120,28 @@ bool MembershipEngine::accept( IntfId intfId, const MembershipRecord& record ) {
       return false;
    }
    return !allSources || counters_.accepted( refusalOfShared( record.group ) );
+}
+
+bool MembershipEngine::permits( IntfId intfId, const RouteKey& key ) {
+   const AccessFilters::OfLink& filters = filters_.of( intfId );
+   std::optional<Refusal> refusal;
+   if ( !filters.members.permits( key.source, key.group ) ) refusal = barredMember;
+   if ( !filters.boundary.permits( key.source, key.group ) )
+      refusal = beyondBoundary;
+   return counters_.accepted( refusal );
+}
+
+// Leaves are taken of all groups. Of a record for some sources the others stay.
+bool MembershipEngine::permit( IntfId intfId, MembershipRecord& record ) {
+   const AccessFilters::OfLink& filters = filters_.of( intfId );
+   const bool all = filters.members.all() && filters.boundary.all();
+   if ( all || record.type == block ) return true;
+   if ( record.type == isExclude || record.type == toExclude )
+      return permits( intfId, { anySource( record.group ), record.group } );
+   std::erase_if( record.sources, [&]( const IpGenAddr& source ) {
+      return !permits( intfId, { source, record.group } );
+   } );
+   return record.type == toInclude || !record.sources.empty();
 }
 
 void MembershipEngine::receiveQuery( IntfId intfId, const IpGenAddr& from,
@@ -146,10 +194,18 @@ void MembershipEngine::update( IntfId intfId, const IpGenAddr& group ) {
    Group& state = hosts( intfId ).groups[group];
    const GroupMembership& machine = *state.membership;
    std::map<IpGenAddr, bool> sources = machine.sources();
+   bool shared = machine.excludeMode();
+   const auto& allFixed = hosts( intfId ).fixed;
+   if ( auto fixed = allFixed.find( group ); fixed != allFixed.end() ) {
+      if ( fixed->second.all ) sources.clear();
+      shared |= fixed->second.all;
+      for ( const IpGenAddr& source : fixed->second.sources )
+         sources[source] = true;
+   }
    // Requested sources come along the shared tree.
-   if ( machine.excludeMode() )
+   if ( shared )
       std::erase_if( sources, []( const auto& entry ) { return entry.second; } );
-   write( intfId, group, state, machine.excludeMode(), sources );
+   write( intfId, group, state, shared, sources );
    if ( !state.shared && state.sources.empty() )
       hosts( intfId ).groups.erase( IpGenAddr( group ) );
 }
@@ -239,6 +295,7 @@ bool MembershipEngine::writeRecord( const RouteKey& key, IntfId intfId,
 }
 
 void MembershipEngine::adopt( const KeptTimers& kept ) {
+   adopted_ = true;
    for ( const auto& route : routes_.model().route() ) {
       const RouteKey& key = route.key();
       for ( const Routes::Intf& intf : route.routeIntf() ) {
@@ -264,6 +321,7 @@ void MembershipEngine::adopt( const KeptTimers& kept ) {
       }
    }
    endUnshared();
+   updateLinks();
    for ( auto& [intfId, at] : hosts_ ) {
       std::vector<IpGenAddr> groups;
       for ( const auto& [group, state] : at.groups ) groups.push_back( group );

@@ -11,6 +11,7 @@
 #include <memory>
 #include <set>
 
+#include "engine/AccessFilter.h"
 #include "engine/HoldTimer.h"
 #include "engine/Links.h"
 #include "engine/RouterCounters.h"
@@ -24,10 +25,11 @@ class PIMSM_API MembershipEngine {
    // The limit of one group on one link; further sources are ignored.
    static constexpr size_t maxSources = 4096;
 
-   // `policy` names the source-specific groups; null: none.
+   // `policy` names the source-specific groups; null: none. `filters` say what hosts
+   // may ask for.
    MembershipEngine( Routes& routes, Links& links, Sender& sender,
                      Mox::Clock& clock, const GroupPolicy* policy,
-                     RouterCounters& counters );
+                     const AccessFilters& filters, RouterCounters& counters );
 
    // What a former process left of the queriers; empty: nothing.
    using Kept = std::function<std::optional<Querier::Kept>( Vantu::IntfId )>;
@@ -66,18 +68,28 @@ class PIMSM_API MembershipEngine {
       bool shared = false;
       std::map<Vantu::IpGenAddr, bool> sources;
    };
+   // What hosts on a link get without asking: the whole group, or these sources.
+   struct Fixed {
+      bool all = false;
+      std::set<Vantu::IpGenAddr> sources;
+      bool operator==( const Fixed& ) const = default;
+   };
    struct Hosts {
       Hosts( Mox::Clock& clock, Sender& sender, Vantu::IntfId intfId )
          : querier( clock, sender, intfId ) {}
       Querier querier;
       uint32_t groupLimit = MembershipConfig().groupLimit;
       std::map<Vantu::IpGenAddr, Group> groups;
+      std::map<Vantu::IpGenAddr, Fixed> fixed;
    };
 
    void receiveReport( Vantu::IntfId intfId, const MembershipReport& report );
    void receiveQuery( Vantu::IntfId intfId, const Vantu::IpGenAddr& from,
                       const MembershipQuery& query );
    bool accept( Vantu::IntfId intfId, const MembershipRecord& record );
+   bool permit( Vantu::IntfId intfId, MembershipRecord& record );
+   bool permits( Vantu::IntfId intfId, const RouteKey& key );
+   void fix( Vantu::IntfId intfId, const std::vector<StaticGroupConfig>& groups );
    Hosts& hosts( Vantu::IntfId intfId );
    void tellTimes( Vantu::IntfId intfId, const Vantu::IpGenAddr& group );
    void ask( Vantu::IntfId intfId, const Vantu::IpGenAddr& group,
@@ -98,7 +110,9 @@ class PIMSM_API MembershipEngine {
    Sender& sender_;
    Mox::Clock& clock_;
    const GroupPolicy* policy_;
+   const AccessFilters& filters_;
    RouterCounters& counters_;
+   bool adopted_ = false;
    std::map<Vantu::IntfId, Hosts> hosts_;
 };
 

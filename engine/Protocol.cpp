@@ -41,6 +41,7 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
      topology_( config, std::move( hooks.hostRoutes ) ),
      policy_( family, config ),
      pathSwitch_( model, links_, clock, std::move( hooks.packetAge ) ),
+     filters_( family, config ),
      routes_(
         model, clock, topology_, &policy_, sender_.speaks(),
         { [this, changed = hooks.changed]( const Routing::Pim::RouteIntfKey& key,
@@ -49,7 +50,11 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
             changed( key.routeKey, key.intfId, change.timers );
          },
           [this]( Routes::Route& route, const Topology::Path& path ) {
-             return upstream_.resolve( route, path );
+             const Routing::Pim::Rpf rpf = upstream_.resolve( route, path );
+             // Nobody is asked beyond a boundary.
+             if ( sender_.speaks() && !permits( rpf.intfId, route.key() ) )
+                route.nsfRpfResolvedIs( false );
+             return rpf;
           },
           [this]( Routes::Route& route, const Routing::Pim::Rpf& next ) {
              pathSwitch_.changePath( route, next );
@@ -59,9 +64,9 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
                  [this]( IntfId intfId, const auto& key, const IpGenAddr& rp ) {
                     upstream_.echoPrune( intfId, key, rp );
                  } ),
-     membership_( routes_, links_, sender_, clock, &policy_, counters ),
+     membership_( routes_, links_, sender_, clock, &policy_, filters_, counters ),
      asserts_( routes_, links_, sender_, clock, counters ),
-     sources_( routes_, clock, topology_, sender_.speaks(), counters ),
+     sources_( routes_, clock, topology_, config, sender_.speaks(), counters ),
      forwarding_( model,
                   { [this]( const auto& key ) { review( key ); },
                     [changed = hooks.changed]( const auto& key, IntfId intfId ) {
@@ -138,13 +143,33 @@ Published::Downstream Protocol::timers(
 
 void Protocol::configChanged() {
    policy_.configIs( config_ );
+   filters_.configIs( config_ );
    topology_.configIs( config_ );
    links_.configChanged();
+   forgetBarred();
    membership_.updateLinks();
    if ( !adopted_ ) return;
    joinPrune_.endUnshared();
    membership_.endUnshared();
    pathsChanged();
+   // A path that stays may lead beyond a boundary now.
+   for ( const auto& key : Mox::keysOf( routes_.model().route() ) )
+      upstream_.review( key );
+}
+
+// A router that is barred now is gone.
+void Protocol::forgetBarred() {
+   PimHello goodbye;
+   goodbye.holdtime = 0;
+   for ( const auto& [intfId, link] : links_.all() ) {
+      std::vector<IpGenAddr> barred;
+      for ( const auto& [address, neighbor] : link.neighbors().all() ) {
+         if ( !filters_.of( intfId ).neighbors.permitsRouter( address ) )
+            barred.push_back( address );
+      }
+      for ( const IpGenAddr& address : barred )
+         links_.find( intfId )->neighbors().receiveHello( address, goodbye );
+   }
 }
 
 void Protocol::pathsChanged() {
@@ -156,6 +181,7 @@ void Protocol::pathsChanged() {
 
 void Protocol::receiveData( const Routing::Pim::RouteKey& key, IntfId intfId,
                             double age, bool wrong ) {
+   if ( !permits( intfId, key ) ) return counters_.refused( beyondBoundary );
    sources_.receiveData( key, intfId, age );
    // At once, not with the next counters: the prune of the shared tree that follows may
    // end the only join that the route has.
@@ -179,22 +205,34 @@ void Protocol::receive( IntfId intfId, const IpPacket& packet,
    if ( link == nullptr ) return counters_.refused( noAddress );
    if ( const auto* pim = std::get_if<PimMessage>( &message ) )
       return receivePim( *link, packet, *pim );
-   if ( link->isOwn( packet.source ) ) return counters_.refused( ownPacket );
+   receiveMembership( *link, packet, std::get<MembershipMessage>( message ) );
+}
+
+// A host without an address yet reports from 0.0.0.0 (RFC 3376, 4.2.13). In IPv6 the
+// senders' addresses are the link's by themselves. Who only listens may not know them all.
+void Protocol::receiveMembership( const Link& link, const IpPacket& packet,
+                                  const MembershipMessage& message ) {
+   if ( link.isOwn( packet.source ) ) return counters_.refused( ownPacket );
+   const bool ofLink = !sender_.speaks() || family_ == Vantu::AddressFamily::ipv6 ||
+                       packet.source.isUnspecified() ||
+                       link.isOnLink( packet.source );
+   if ( !ofLink ) return counters_.refused( offSubnet );
    // The querier may be another one, with other times.
-   const auto& membership = std::get<MembershipMessage>( message );
-   if ( std::holds_alternative<MembershipQuery>( membership ) ) linksChanged_();
-   membership_.receive( *link, packet.source,
-                        std::get<MembershipMessage>( message ) );
+   if ( std::holds_alternative<MembershipQuery>( message ) ) linksChanged_();
+   membership_.receive( link, packet.source, message );
 }
 
 // Whoever registers with the wrong router is told to stop, too.
 void Protocol::receiveRegister( const IpPacket& packet,
                                 const PimRegister& message ) {
-   const bool served = registering_.receive( packet, message );
-   if ( !sender_.speaks() ) return;
-   if ( served ) return registerReceiver_.receive( packet, message );
    const bool toUs =
       isOwn( config_, packet.destination ) && !isOwn( config_, packet.source );
+   const bool barred =
+      toUs && !filters_.registers().permits( message.source, message.group );
+   if ( barred ) counters_.refused( barredRegister );
+   const bool served = !barred && registering_.receive( packet, message );
+   if ( !sender_.speaks() ) return;
+   if ( served ) return registerReceiver_.receive( packet, message );
    if ( toUs && !refusalOfRoute( message.source, message.group ) )
       registerReceiver_.refuse( packet, message );
 }
@@ -214,7 +252,7 @@ void Protocol::receiveShared( const Routing::Pim::RouteKey& key, double rate ) {
       const bool member =
          intf.includeWc() && ( own == nullptr || !own->excludeSg() );
       if ( !member ) continue;
-      sources_.keepAlive( key, SourceEngine::keepalivePeriod );
+      sources_.keepAlive( key, config_.keepalivePeriod );
       return;
    }
 }
@@ -227,6 +265,10 @@ void Protocol::receivePim( Link& link, const IpPacket& packet,
    if ( link.config().passive ) return counters_.refused( passiveLink );
    if ( packet.destination != allPimRouters( family_ ) )
       return counters_.refused( notToAllRouters );
+   // It has come through a router. Who only listens takes what there is.
+   if ( sender_.speaks() && packet.ttl != 1 ) return counters_.refused( wrongTtl );
+   if ( !filters_.of( link.intfId() ).neighbors.permitsRouter( packet.source ) )
+      return counters_.refused( barredNeighbor );
    if ( !counters_.accepted( refusalOfSource( packet.source ) ) ) return;
    if ( const auto* hello = std::get_if<PimHello>( &message.body ) ) {
       if ( !link.neighbors().receiveHello( packet.source, *hello ) )
@@ -250,8 +292,33 @@ void Protocol::receiveJoinPrune( const Link& link, const PimJoinPrune& message )
       counters_.refused( otherUpstream );
       return upstream_.receive( link, message );
    }
+   const AccessFilters::OfLink& filters = filters_.of( link.intfId() );
+   if ( !filters.joins.all() || !filters.boundary.all() ) {
+      const PimJoinPrune rest = permitted( link.intfId(), message );
+      asserts_.receive( link.intfId(), rest );
+      return joinPrune_.receive( link.intfId(), link.neighbors(), rest );
+   }
    asserts_.receive( link.intfId(), message );
    joinPrune_.receive( link.intfId(), link.neighbors(), message );
+}
+
+// Prunes are taken all the same, and what takes an (S,G,rpt) prune back.
+PimJoinPrune Protocol::permitted( IntfId intfId, PimJoinPrune message ) {
+   const AccessFilters::OfLink& filters = filters_.of( intfId );
+   for ( JoinPruneGroup& group : message.groups ) {
+      std::erase_if( group.joins, [&]( const EncodedSource& join ) {
+         if ( join.rpt && !join.wildcard ) return false;
+         const IpGenAddr source =
+            join.wildcard ? anySource( group.address ) : join.address;
+         std::optional<Refusal> refusal;
+         if ( !filters.joins.permits( source, group.address ) )
+            refusal = barredJoin;
+         if ( !filters.boundary.permits( source, group.address ) )
+            refusal = beyondBoundary;
+         return !counters_.accepted( refusal );
+      } );
+   }
+   return message;
 }
 
 }

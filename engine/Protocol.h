@@ -5,6 +5,7 @@
 
 #include <functional>
 
+#include "engine/AccessFilter.h"
 #include "engine/AssertEngine.h"
 #include "engine/ForwardingEngine.h"
 #include "engine/JoinPruneEngine.h"
@@ -128,6 +129,13 @@ class PIMSM_API Protocol {
                            const PimMessage& message );
    void review( const Routing::Pim::RouteKey& key );
    void receiveJoinPrune( const Link& link, const PimJoinPrune& message );
+   void receiveMembership( const Link& link, const IpPacket& packet,
+                           const MembershipMessage& message );
+   PimJoinPrune permitted( Vantu::IntfId intfId, PimJoinPrune message );
+   bool permits( Vantu::IntfId intfId, const Routing::Pim::RouteKey& key ) const {
+      return filters_.of( intfId ).boundary.permits( key.source, key.group );
+   }
+   void forgetBarred();
 
    Vantu::AddressFamily family_;
    const VrfConfig& config_;
@@ -140,6 +148,7 @@ class PIMSM_API Protocol {
    Topology topology_;
    GroupPolicy policy_;
    PathSwitch pathSwitch_;
+   AccessFilters filters_;
    Routes routes_;
    UpstreamEngine upstream_;
    JoinPruneEngine joinPrune_;

@@ -29,13 +29,20 @@ namespace Router {
    V( rpMismatch )     /* a (*,G) join or register-stop of another RP than ours */ \
    V( notToUs )        /* a register or register-stop to another router */         \
    V( stopOfPeer )     /* a register-stop of another router of an anycast RP */    \
+   V( barredRegister ) /* of an (S,G) that the register-filter bars */             \
    V( notTheRp )       /* a register for a group that another router is RP of */   \
    V( notRegistered )  /* a register-stop for a source that is not on a link */    \
    V( tableFull )      /* a route that its table has no room for */                \
    V( tooManySources ) /* of a group on a link that is full of them */             \
    V( tooManyGroups )  /* with members on a link that is full of them */           \
    V( notTheQuerier )  /* a query of a router that another one outranks */         \
-   V( tooManyNeighbors ) /* a hello on a link that is full of them */
+   V( tooManyNeighbors ) /* a hello on a link that is full of them */              \
+   V( wrongTtl )         /* PIM of a link with another TTL than 1 */               \
+   V( offSubnet )        /* a report or query of no subnet of the link */          \
+   V( barredNeighbor )   /* of a router that the neighbor-filter bars */           \
+   V( barredJoin )       /* that the join-prune-filter bars */                     \
+   V( barredMember )     /* that the access-group bars */                          \
+   V( beyondBoundary )   /* a join, member or source of a group that ends here */
 MOX_ENUM( Refusal, AGENT_REFUSALS )
 MOX_ENUM_TEXT( Refusal, AGENT_REFUSALS )
 

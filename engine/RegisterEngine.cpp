@@ -69,7 +69,8 @@ bool RegisterEngine::receive( const IpPacket& packet, const PimRegister& message
       packet.destination == rp || ( byPeer && packet.destination == set->local );
    if ( !isOwn( config_, rp ) || !toRp ) return refused( notTheRp );
    Source& known = source( key );
-   ( byPeer ? known.fromPeer : known.fromRouter ).start( rpKeepalive );
+   ( byPeer ? known.fromPeer : known.fromRouter )
+      .start( config_.rpKeepalivePeriod() );
    update( key );
    return true;
 }
@@ -80,7 +81,7 @@ void RegisterEngine::receiveSent( const RouteKey& key, bool nullRegister ) {
    if ( !topology_.pathTo( key.source ).attached )
       return counters_.refused( ownPacket );
    Source& sent = source( key );
-   sent.registered.start( keepalive );
+   sent.registered.start( config_.keepalivePeriod );
    if ( !nullRegister ) sent.stopped.cancel();
    update( key );
 }
@@ -111,8 +112,9 @@ void RegisterEngine::receiveStop( const RouteKey& key ) {
    if ( !topology_.pathTo( key.source ).attached )
       return counters_.refused( notRegistered );
    Source& stopped = source( key );
-   if ( !stopped.registered.running() ) stopped.registered.start( keepalive );
-   stopped.stopped.start( suppression );
+   if ( !stopped.registered.running() )
+      stopped.registered.start( config_.keepalivePeriod );
+   stopped.stopped.start( config_.registerSuppressionTime );
    update( key );
 }
 
@@ -188,8 +190,9 @@ void RegisterEngine::adopt() {
    if ( rpOnly_ ) return adoptRegistered();
    for ( const RouteKey& key : tables_->drDiscoveredSg().keys() ) {
       Source& sent = source( key );
-      sent.registered.start( keepalive );
-      if ( tables_->noRegisterOif().has( key ) ) sent.stopped.start( suppression );
+      sent.registered.start( config_.keepalivePeriod );
+      if ( tables_->noRegisterOif().has( key ) )
+         sent.stopped.start( config_.registerSuppressionTime );
    }
    adoptRegistered();
 }
@@ -197,18 +200,19 @@ void RegisterEngine::adopt() {
 // As the RP.
 void RegisterEngine::adoptRegistered() {
    for ( const RouteKey& key : tables_->anycastDiscoveredSg().keys() ) {
-      source( key ).fromPeer.start( rpKeepalive );
+      source( key ).fromPeer.start( config_.rpKeepalivePeriod() );
    }
    // A peer's register alone does not add the register interface to an olist.
    for ( const RouteKey& key : tables_->registerOif().keys() ) {
       if ( rpOnly_ && !isRpOf( key.group ) ) continue;
       Source& passedOn = source( key );
       if ( !passedOn.registered.running() )
-         passedOn.fromRouter.start( rpKeepalive );
+         passedOn.fromRouter.start( config_.rpKeepalivePeriod() );
    }
    for ( const RouteKey& key : tables_->noRegisterOif().keys() ) {
       if ( rpOnly_ && !isRpOf( key.group ) ) continue;
-      if ( !source( key ).known() ) source( key ).fromRouter.start( rpKeepalive );
+      if ( !source( key ).known() )
+         source( key ).fromRouter.start( config_.rpKeepalivePeriod() );
    }
    updateConfig();
 }

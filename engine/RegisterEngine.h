@@ -7,14 +7,15 @@
 //   a register of an anycast-RP peer  the source is anycastDiscoveredSg
 //   another's, sent to the RP         the source is known; with peers, to which it is
 //                                     passed on, its olist has the register interface
-// each for rpKeepalive from the last register.
+// each for RP_Keepalive_Period from the last register.
 //
 // As the first hop of a source, which the RPF look-up finds on a link itself:
-//   a register that this router sent  drDiscoveredSg, for keepalive from the last;
+//   a register that this router sent  drDiscoveredSg, for Keepalive_Period;
 //                                     with data it shows that registering goes on,
 //                                     a null register only that the source lives
 //   a register-stop from the RP       drDiscoveredSg too, since a stop answers a
-//                                     register; registering ends for suppression
+//                                     register; registering ends for the suppression
+//                                     time, the probe at its end included
 //
 // Such a source is in registerOif while its packets are registered or passed on to
 // peers, and otherwise in noRegisterOif. A key that moves is in both for a moment,
@@ -36,12 +37,6 @@ namespace Router {
 
 class PIMSM_API RegisterEngine {
  public:
-   static constexpr double keepalive = 210;    // s; Keepalive_Period
-   static constexpr double rpKeepalive = 185;  // s; RP_Keepalive_Period
-   // s; Register_Suppression_Time including the probe at its end. It lacks
-   // the random spread of RFC 7761, 4.4.1, which only senders need.
-   static constexpr double suppression = 60;
-
    RegisterEngine( Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables,
                    Mox::Clock& clock, const Topology& topology,
                    const VrfConfig& config, bool rpOnly, RouterCounters& counters );

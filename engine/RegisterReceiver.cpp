@@ -21,15 +21,14 @@ void RegisterReceiver::receive( const IpPacket& packet,
    if ( message.nullRegister ) passOn( packet, message );
    const bool switches =
       config_.sptThreshold < std::numeric_limits<double>::infinity();
-   if ( switches && !sources_.keepAlive( key, SourceEngine::keepalivePeriod ) )
-      return;
+   if ( switches && !sources_.keepAlive( key, config_.keepalivePeriod ) ) return;
    const Mox::Ptr<Routes::Route> route = routes_.find( key );
    const bool native = isNative( key );
    const bool unwanted =
       switches && route != nullptr && route->nullInheritedOlistSg();
    if ( !native && !unwanted ) return;
    refuse( packet, message );
-   if ( switches ) sources_.keepAlive( key, keepalivePeriod );
+   if ( switches ) sources_.keepAlive( key, config_.rpKeepalivePeriod() );
 }
 
 // What a peer has passed on goes no further.
@@ -64,7 +63,9 @@ void RegisterReceiver::refuse( const IpPacket& packet,
       since_ = now;
    }
    const RouteKey key{ message.source, message.group };
-   if ( !stopped_.insert( { key, packet.source } ).second ) return;
+   if ( stopped_.size() >= maxStops ||
+        !stopped_.insert( { key, packet.source } ).second )
+      return;
    PimRegisterStop stop{ .group = message.group, .source = message.source };
    sender_.send(
       { {}, packet.destination, packet.source, pimMessage( std::move( stop ) ) } );

@@ -17,9 +17,7 @@ class PIMSM_API RegisterReceiver {
  public:
    // At most one stop leaves in that time for a source and router; s.
    static constexpr double stopInterval = 1.0;
-   // RP_Keepalive_Period, in seconds: longer than a router is silent between two probes.
-   static constexpr double keepalivePeriod = 185.0;
-
+   static constexpr size_t maxStops = 10000;  // in that time; others wait
    // Registers go on for that long after the data come by the source's tree, until the
    // forwarding process has followed; s.
    static constexpr double overlap = 0.5;

@@ -73,8 +73,9 @@ void RegisterSender::enter( const RouteKey& key, Source& at, State state ) {
 
 void RegisterSender::stop( const RouteKey& key, Source& at ) {
    enter( key, at, State::prune );
-   at.timer.start( suppressionTime / 2 + in_.sender.randomTime( suppressionTime ) -
-                   probeTime );
+   const double time = in_.config.registerSuppressionTime;
+   at.timer.start( time / 2 + in_.sender.randomTime( time ) -
+                   in_.config.registerProbeTime );
    changed_( key );
 }
 
@@ -82,7 +83,7 @@ void RegisterSender::handleTime( const RouteKey& key ) {
    Source& at = *sources_.at( key );
    if ( at.state != State::prune ) return enter( key, at, State::join );
    enter( key, at, State::joinPending );
-   at.timer.start( probeTime );
+   at.timer.start( in_.config.registerProbeTime );
    changed_( key );
    sendNull( key, at );
 }
@@ -94,7 +95,7 @@ void RegisterSender::sendNull( const RouteKey& key, const Source& at ) {
    message.group = key.group;
    const Mox::Ptr<Routes::Route> route = in_.routes.find( key );
    const IpGenAddr from =
-      globalAddress( in_.config, route->rpf().intfId, key.source.family() );
+      registerSource( in_.config, route->rpf().intfId, key.source.family() );
    in_.sender.send( { {}, from, at.rp, pimMessage( std::move( message ) ) } );
 }
 
@@ -174,7 +175,8 @@ void RegisterSender::adopt( const KeptTimes& kept ) {
       if ( former ) {
          at.timer.startUntil( std::max( former->until, in_.clock.now() ) );
       } else {
-         at.timer.start( suppressionTime / 2 - probeTime );
+         at.timer.start( in_.config.registerSuppressionTime / 2 -
+                         in_.config.registerProbeTime );
       }
    }
    for ( const RouteKey& key : tables_->drDiscoveredSg().keys() ) review( key );

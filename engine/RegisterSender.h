@@ -28,10 +28,6 @@ namespace Router {
 
 class PIMSM_API RegisterSender {
  public:
-   // RFC 7761, 4.11, in seconds.
-   static constexpr double suppressionTime = 60.0;
-   static constexpr double probeTime = 5.0;
-
    struct Context {
       Routes& routes;
       const Topology& topology;

@@ -3,11 +3,12 @@
 namespace Router {
 
 SourceEngine::SourceEngine( Routes& routes, Mox::Clock& clock,
-                            const Topology& topology, bool joins,
-                            RouterCounters& counters )
+                            const Topology& topology, const VrfConfig& config,
+                            bool joins, RouterCounters& counters )
    : routes_( routes ),
      clock_( clock ),
      topology_( topology ),
+     config_( config ),
      joins_( joins ),
      counters_( counters ) {}
 
@@ -25,7 +26,7 @@ bool SourceEngine::accept( const RouteKey& key ) {
 
 void SourceEngine::receiveData( const RouteKey& key, Vantu::IntfId intfId,
                                 double age ) {
-   const double left = keepalivePeriod - age;
+   const double left = config_.keepalivePeriod - age;
    if ( !( left > 0.0 ) || !accept( key ) ) return;
    const Topology::Path path = topology_.pathTo( key.source );
    if ( !path.attached || path.rpf.intfId != intfId ) return;
@@ -45,7 +46,7 @@ bool SourceEngine::keepAlive( const RouteKey& key, double seconds ) {
 // The kernel passes no packet up for a route that a join made before the source
 // sent. Its packet count shows that the source sends.
 void SourceEngine::receiveMore( const RouteKey& key, double age ) {
-   const double left = keepalivePeriod - age;
+   const double left = config_.keepalivePeriod - age;
    auto found = sources_.find( key );
    if ( found != sources_.end() ) return found->second.keepalive.extend( left );
    Mox::Ptr<Routes::Route> route = routes_.find( key );
@@ -78,7 +79,7 @@ void SourceEngine::adopt() {
    for ( const auto& route : routes_.model().route() ) {
       if ( route.katExpired() ) continue;
       const RouteKey& key = route.key();
-      start( key, keepalivePeriod, !joins_ || attached( key ) );
+      start( key, config_.keepalivePeriod, !joins_ || attached( key ) );
    }
    updatePaths();
 }

@@ -16,11 +16,9 @@ namespace Router {
 
 class PIMSM_API SourceEngine {
  public:
-   static constexpr double keepalivePeriod = 210.0;  // s
-
    // `joins`: this router sends joins.
    SourceEngine( Routes& routes, Mox::Clock& clock, const Topology& topology,
-                 bool joins, RouterCounters& counters );
+                 const VrfConfig& config, bool joins, RouterCounters& counters );
 
    // Resumes the reloaded sources for a keepalive period from now on.
    void adopt();
@@ -60,6 +58,7 @@ class PIMSM_API SourceEngine {
    Routes& routes_;
    Mox::Clock& clock_;
    const Topology& topology_;
+   const VrfConfig& config_;
    const bool joins_;
    RouterCounters& counters_;
    std::map<RouteKey, Source> sources_;

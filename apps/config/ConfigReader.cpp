@@ -181,10 +181,10 @@ class VrfReader {
    void readTime( Section& section, const char* key, uint32_t least, uint32_t most,
                   uint16_t& out );
    void readSptThreshold( Section& section, VrfConfig& out );
-   void readHello( Section& section, InterfaceConfig& out );
+   void readHello( Section& section, const VrfConfig& vrf, InterfaceConfig& out );
    Router::MembershipConfig readMembership( const Place& place, const char* what,
                                             uint32_t oldest, uint32_t newest,
-                                            double longest );
+                                            double longest, const VrfConfig& vrf );
    InterfaceConfig readInterface( const Place& place, VrfConfig& vrf );
    RpfRouteConfig readRpfRoute( const Place& place, const VrfConfig& vrf );
    RpConfig readRp( const Place& place );
@@ -194,8 +194,17 @@ class VrfReader {
    AccessListConfig readAccessList( const Place& place );
    void readName( Section& section, VrfConfig& out );
    void readMrouteTable( Section& section, VrfConfig& out );
-   static void readFilter( Section& section, const char* key, AddressFamily family,
-                           const VrfConfig& vrf, std::string& out );
+   static void readFilter( Section& section, const std::string& key,
+                           AddressFamily family, const VrfConfig& vrf,
+                           std::string& out );
+   static void readFilters( Section& section, const std::string& key,
+                            const VrfConfig& vrf, Router::FamilyLists& out );
+   static void readSeconds( Section& section, const char* key, double least,
+                            double most, double& out );
+   void readRegister( Section& section, VrfConfig& out );
+   void readPolicy( Section& section, const VrfConfig& vrf, InterfaceConfig& out );
+   static Router::StaticGroupConfig readStaticGroup( const Place& place,
+                                                     AddressFamily family );
    static void readLimit( Section& section, const char* key, uint32_t& out );
    static void readRpf( Section& section, VrfConfig& out );
 
@@ -238,6 +247,7 @@ VrfConfig VrfReader::read( const Place& place ) {
    for ( const Place& member : section.list( "interfaces" ) ) {
       out.interfaces.push_back( readInterface( member, out ) );
    }
+   readRegister( section, out );
    for ( const Place& member : section.list( "rpf-routes" ) ) {
       out.rpfRoutes.push_back( readRpfRoute( member, out ) );
    }
@@ -285,12 +295,13 @@ void VrfReader::readMrouteTable( Section& section, VrfConfig& out ) {
 
 // A filter whose list is missing, or matches no group of its family, would silently
 // filter nothing.
-void VrfReader::readFilter( Section& section, const char* key, AddressFamily family,
-                            const VrfConfig& vrf, std::string& out ) {
+void VrfReader::readFilter( Section& section, const std::string& key,
+                            AddressFamily family, const VrfConfig& vrf,
+                            std::string& out ) {
    std::optional<Place> place = section.take( key );
    if ( !place ) return;
    out = place->text( key );
-   bool isSsm = std::string_view( key ).substr( 0, 3 ) == "ssm";
+   bool isSsm = key.substr( 0, 3 ) == "ssm";
    if ( isSsm && out == Routing::Pim::SparseMode::noSsmRange ) return;
    auto list = std::find_if( vrf.accessLists.begin(), vrf.accessLists.end(),
                              [&]( const auto& each ) { return each.name == out; } );
@@ -299,6 +310,85 @@ void VrfReader::readFilter( Section& section, const char* key, AddressFamily fam
    if ( familyOf( list->rules ).value_or( family ) != family )
       place->fail(
          fmt::format( "{}: access list '{}' is of another family", key, out ) );
+}
+
+void VrfReader::readFilters( Section& section, const std::string& key,
+                             const VrfConfig& vrf, Router::FamilyLists& out ) {
+   readFilter( section, key, AddressFamily::ipv4, vrf, out.ipv4 );
+   readFilter( section, key + "6", AddressFamily::ipv6, vrf, out.ipv6 );
+}
+
+void VrfReader::readSeconds( Section& section, const char* key, double least,
+                             double most, double& out ) {
+   std::optional<Place> place = section.take( key );
+   if ( !place ) return;
+   out = Section::convert<double>( *place, key );
+   if ( !( out >= least && out <= most ) )
+      place->fail(
+         fmt::format( "{}: {} is not in {} to {}", key, out, least, most ) );
+}
+
+// After the interfaces.
+void VrfReader::readRegister( Section& section, VrfConfig& out ) {
+   constexpr double kMost = 65535.0;
+   readSeconds( section, "keepalive-period", 1.0, kMost, out.keepalivePeriod );
+   readSeconds( section, "register-suppression-time", 1.0, kMost,
+                out.registerSuppressionTime );
+   readSeconds( section, "register-probe-time", 0.1, kMost, out.registerProbeTime );
+   // The suppression lasts for half its time at least, the probe included.
+   if ( out.registerProbeTime >= out.registerSuppressionTime / 2 )
+      section.place().fail(
+         fmt::format( "register-probe-time: {} s leave nothing of half the "
+                      "register-suppression-time, {} s",
+                      out.registerProbeTime, out.registerSuppressionTime ) );
+   section.value( "register-rate-limit", out.registerRateLimit );
+   readFilters( section, "register-filter", out, out.registerFilter );
+   if ( std::optional<Place> source = section.take( "register-source" ) )
+      out.registerSource = readInterfaceName( *source, out );
+}
+
+// Of a list of routers, a rule for groups would match none.
+void VrfReader::readPolicy( Section& section, const VrfConfig& vrf,
+                            InterfaceConfig& out ) {
+   readFilters( section, "neighbor-filter", vrf, out.neighborFilter );
+   readFilters( section, "join-prune-filter", vrf, out.joinPruneFilter );
+   readFilters( section, "boundary", vrf, out.boundary );
+   for ( const AccessListConfig& list : vrf.accessLists ) {
+      const auto& rules = list.rules.rules();
+      const bool hasGroups =
+         std::any_of( rules.begin(), rules.end(), [&]( const Acl::AclRule& rule ) {
+            const bool standard = list.rules.type() == Acl::standard;
+            return !( standard ? rule.source : rule.destination ).isNone();
+         } );
+      const bool named = list.name == out.neighborFilter.ipv4 ||
+                         list.name == out.neighborFilter.ipv6;
+      if ( hasGroups && named )
+         section.place().fail( fmt::format(
+            "neighbor-filter: access list '{}' has rules for groups", list.name ) );
+   }
+}
+
+// A group, or a group and its source.
+Router::StaticGroupConfig VrfReader::readStaticGroup( const Place& place,
+                                                      AddressFamily family ) {
+   Router::StaticGroupConfig out{ {}, IpGenAddr::unspecified( family ) };
+   auto readGroup = [&]( const Place& at ) {
+      out.group = Section::convert<IpGenAddr>( at, "static-group" );
+      if ( !multicastRange( family ).contains( out.group ) ||
+           out.group.isLinkLocalMulticast() )
+         at.fail(
+            fmt::format( "static-group: {} is no group that is forwarded here",
+                         valueToStrep( out.group ) ) );
+   };
+   if ( place.node.IsScalar() ) {
+      readGroup( place );
+      return out;
+   }
+   Section section( place, "static-group" );
+   readGroup( section.require( "group" ) );
+   out.source = readUnicast( section.require( "source" ), "source", family );
+   section.finish();
+   return out;
 }
 
 void VrfReader::readLimit( Section& section, const char* key, uint32_t& out ) {
@@ -353,7 +443,8 @@ void VrfReader::readRpf( Section& section, VrfConfig& out ) {
 }
 
 // What the interface's hellos say, and the times of what it sends.
-void VrfReader::readHello( Section& section, InterfaceConfig& out ) {
+void VrfReader::readHello( Section& section, const VrfConfig& vrf,
+                           InterfaceConfig& out ) {
    const bool told = section.take( "hello-holdtime" ).has_value();
    readTime( section, "hello-interval", 1, 18724, out.helloInterval );
    // The hold time that goes with an interval, unless it is given (RFC 7761, 4.11).
@@ -371,17 +462,17 @@ void VrfReader::readHello( Section& section, InterfaceConfig& out ) {
    section.value( "join-suppression", out.joinSuppression );
    section.value( "passive", out.passive );
    if ( std::optional<Place> igmp = section.take( "igmp" ) )
-      out.igmp = readMembership( *igmp, "igmp", 2, 3, 25.5 );
+      out.igmp = readMembership( *igmp, "igmp", 2, 3, 25.5, vrf );
    if ( std::optional<Place> mld = section.take( "mld" ) )
-      out.mld = readMembership( *mld, "mld", 1, 2, 65.535 );
+      out.mld = readMembership( *mld, "mld", 1, 2, 65.535, vrf );
 }
 
 // MLD's versions are one below those of IGMP that they go with.
 Router::MembershipConfig VrfReader::readMembership( const Place& place,
                                                     const char* what,
                                                     uint32_t oldest,
-                                                    uint32_t newest,
-                                                    double longest ) {
+                                                    uint32_t newest, double longest,
+                                                    const VrfConfig& vrf ) {
    Section section( place, what );
    Router::MembershipConfig out;
    auto number = [&]( const char* key, uint32_t least, uint32_t most,
@@ -391,24 +482,24 @@ Router::MembershipConfig VrfReader::readMembership( const Place& place,
       readTime( section, key, least, most, read );
       value = static_cast<std::decay_t<decltype( value )>>( read );
    };
-   auto seconds = [&]( const char* key, double most, double& value ) {
-      std::optional<Place> given = section.take( key );
-      if ( !given ) return;
-      value = Section::convert<double>( *given, key );
-      if ( !( value >= 0.1 && value <= most ) )
-         given->fail(
-            fmt::format( "{}: {} is not in 0.1 to {}", key, value, most ) );
-   };
    uint32_t version = newest;
    number( "version", oldest, newest, version );
    out.version = static_cast<uint8_t>( version + 3 - newest );
    number( "query-interval", 1, 31744, out.queryInterval );
-   seconds( "query-max-response-time", longest, out.queryResponse );
+   readSeconds( section, "query-max-response-time", 0.1, longest,
+                out.queryResponse );
    number( "robustness", 1, 7, out.robustness );
-   seconds( "last-member-query-interval", longest, out.lastMemberQuery );
+   readSeconds( section, "last-member-query-interval", 0.1, longest,
+                out.lastMemberQuery );
    number( "last-member-query-count", 1, 7, out.lastMemberCount );
    section.value( "immediate-leave", out.immediateLeave );
    section.value( "group-limit", out.groupLimit );
+   const AddressFamily family = what == std::string_view( "igmp" )
+                                   ? AddressFamily::ipv4
+                                   : AddressFamily::ipv6;
+   readFilter( section, "access-group", family, vrf, out.accessGroup );
+   for ( const Place& member : section.list( "static-group" ) )
+      out.staticGroups.push_back( readStaticGroup( member, family ) );
    if ( out.queryResponse > out.queryInterval )
       place.fail( fmt::format(
          "{}: query-max-response-time {} s is above the interval, {} s", what,
@@ -432,7 +523,8 @@ InterfaceConfig VrfReader::readInterface( const Place& place, VrfConfig& vrf ) {
              capture, capture );
    if ( capture != text ) vrf.captures[out.name] = capture;
    section.value( "dr-priority", out.drPriority );
-   readHello( section, out );
+   readHello( section, vrf, out );
+   readPolicy( section, vrf, out );
    for ( const Place& member : section.list( "addresses" ) ) {
       out.addresses.push_back( readAddress( member ) );
       const IpGenAddr& address = out.addresses.back().address;

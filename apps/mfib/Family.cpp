@@ -93,7 +93,7 @@ void Family::takePacket( const Upcall& upcall ) {
 void Family::encapsulate( const Upcall& upcall ) {
    const auto* route = std::as_const( *mirror_.model() ).route( upcall.key );
    const Vantu::IpGenAddr rp = topology_.rpOf( upcall.key.group );
-   const Vantu::IpGenAddr source = Router::globalAddress(
+   const Vantu::IpGenAddr source = Router::registerSource(
       config_.router, route->incomingIntf(), config_.family );
    const bool wanted = route->oifRegister() && registers_ != nullptr &&
                        !rp.isUnspecified() && !source.isUnspecified();

@@ -17,6 +17,10 @@ struct VrfConfig : Router::VrfConfig {
    // The kernel's multicast routing table for this VRF. Nothing: each family's own
    // default, which the kernel uses where no rule says otherwise.
    std::optional<uint32_t> mrouteTable = std::nullopt;
+   // Entries of the forwarding process for sources on links that have no route yet: all,
+   // and new ones a second and link.
+   uint32_t newSourceLimit = 10000;
+   uint32_t newSourceRate = 1000;
    // Takes reverse paths from this kernel table of the host's routes, too.
    bool kernelRpf = false;
    uint32_t routeTable = 254;

@@ -237,6 +237,8 @@ VrfConfig VrfReader::read( const Place& place ) {
    section.value( "require-hello", out.requireHello );
    readSptThreshold( section, out );
    section.value( "embedded-rp", out.embeddedRp );
+   section.value( "new-source-limit", out.newSourceLimit );
+   section.value( "new-source-rate", out.newSourceRate );
    for ( const Place& member : section.list( "access-lists" ) ) {
       out.accessLists.push_back( readAccessList( member ) );
    }

@@ -31,9 +31,14 @@ uint32_t kernelsTable( AddressFamily family ) {
 }
 
 FamilyConfig familyOf( const VrfConfig& vrf, AddressFamily family ) {
-   FamilyConfig out{
-      vrf.name,      family, vrf.mrouteTable.value_or( kernelsTable( family ) ),
-      vrf.maxRoutes, {},     vrf };
+   FamilyConfig out{ vrf.name,
+                     family,
+                     vrf.mrouteTable.value_or( kernelsTable( family ) ),
+                     vrf.maxRoutes,
+                     {},
+                     vrf,
+                     vrf.newSourceLimit,
+                     vrf.newSourceRate };
    for ( const InterfaceConfig& interface : vrf.interfaces )
       out.interfaces.push_back( interface.name );
    return out;

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "apps/mfib/EntryCounters.h"
+#include "engine/Refusal.h"
 #include "packet/Numbers.h"
 #include "packet/Pim.h"
 
@@ -23,6 +24,8 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
                 Corvex::EntityManager& manager, Mox::Clock& clock, const Say& say )
    : config_( std::move( config ) ),
      topology_( config_.router ),
+     policy_( config_.family, config_.router ),
+     filters_( config_.family, config_.router ),
      kernel_( std::move( kernel ) ),
      registers_( std::move( registers ) ),
      links_( links ),
@@ -43,17 +46,43 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
      registered_( nameOf( config_ ), "registersSent" ),
      unregistered_( nameOf( config_ ), "registersDropped" ),
      passedOn_( nameOf( config_ ), "registersPassedOn" ),
+     limited_( nameOf( config_ ), "registersLimited" ),
      mfib_( std::make_unique<Mfib>( nameOf( config_ ), mirror_.model(),
                                     mirror_.tables(), vifs_, *kernel_, clock ) ) {
    vifs_.namesIs( config_.interfaces );
    vifs_.update( links );
+   takeConfig();
+}
+
+// The filters of interfaces without a boundary permit all, and cost nothing.
+void Family::takeConfig() {
+   const auto& interfaces = config_.router.interfaces;
+   const bool bounds = std::any_of(
+      interfaces.begin(), interfaces.end(), [this]( const auto& interface ) {
+         return !filters_.of( interface.name ).boundary.all();
+      } );
+   Mfib::Permits permits;
+   if ( bounds )
+      permits = [this]( Vantu::IntfId name, const Routing::Pim::RouteKey& key ) {
+         return this->permits( name, key );
+      };
+   mfib_->permitsIs( std::move( permits ) );
+   mfib_->standInLimitIs( config_.newSourceLimit );
+   newSources_.rateIs( config_.newSourceRate );
    hearRegisters();
+}
+
+bool Family::permits( Vantu::IntfId name,
+                      const Routing::Pim::RouteKey& key ) const {
+   return filters_.of( name ).boundary.permits( key.source, key.group );
 }
 
 void Family::configIs( FamilyConfig config ) {
    config_ = std::move( config );
    topology_.configIs( config_.router );
-   hearRegisters();
+   policy_.configIs( config_.router );
+   filters_.configIs( config_.router );
+   takeConfig();
    vifs_.namesIs( config_.interfaces );
    mfib_->handleVifs( vifs_.update( links_ ).numbers );
 }
@@ -73,32 +102,101 @@ void Family::takeUpcalls() {
       }
       Vantu::IntfId name = vifs_.name( upcall->vif );
       if ( name.empty() ) continue;
+      serveFirst( *upcall, name );
       upcalls_.add( { upcall->key, name }, upcall->kind, clock_.now() );
    }
 }
 
+// Is the source on that link, and this router the link's DR?
+bool Family::onDrsLink( const Routing::Pim::RouteKey& key,
+                        Vantu::IntfId name ) const {
+   Published::Interface record;
+   if ( agent_->interface().find( name, record ) != Brane::lookupFound ||
+        !record.speaks || !record.iAmDr )
+      return false;
+   for ( const auto& interface : config_.router.interfaces ) {
+      if ( interface.name != name ) continue;
+      for ( const auto& own : interface.addresses )
+         if ( own.subnet.contains( key.source ) ) return true;
+   }
+   return false;
+}
+
+// Until the agent has made its route, a source's packets go where the group's do, and
+// come here to be registered. Those that reach the kernel before that are dropped.
+void Family::serveFirst( const Upcall& upcall, Vantu::IntfId name ) {
+   const auto& key = upcall.key;
+   const Vantu::IpGenAddr rp = topology_.rpOf( key.group );
+   if ( upcall.vif == kRegisterVif || rp.isUnspecified() || mfib_->has( key ) ||
+        key.group.isLinkLocalMulticast() || policy_.sourceSpecific( key.group ) ||
+        !permits( name, key ) || !onDrsLink( key, name ) )
+      return;
+   const double now = clock_.now();
+   if ( !newSources_.mayCome( upcall.vif, now ) ) return;
+   const bool registers = !isOwn( config_.router, rp );
+   if ( registers && vifs_.registersIs() )
+      mfib_->handleVifs( VifSet().set( kRegisterVif ) );
+   mfib_->first( key, upcall.vif, registers );
+}
+
 // A packet that went out by the register vif: of a source on a link of this router, or
 // the first one of a source on the shared tree, which has been forwarded, too.
-void Family::takePacket( const Upcall& upcall ) {
+void Family::takePacket( Upcall& upcall ) {
    const auto& model = mirror_.model();
-   if ( std::as_const( *model ).route( upcall.key ) != nullptr )
-      return encapsulate( upcall );
+   if ( std::as_const( *model ).route( upcall.key ) != nullptr ) {
+      releaseKept();
+      return encapsulate( upcall.key, upcall.packet );
+   }
+   if ( mfib_->isProvisional( upcall.key ) ) {
+      if ( !newSources_.keep( upcall.key, std::move( upcall.packet ),
+                              clock_.now() ) )
+         unregistered_.inc();
+      return;
+   }
    const Vantu::IntfId incoming = mfib_->follow( upcall.key );
    if ( incoming.empty() ) return;
    upcalls_.add( { upcall.key, incoming }, Published::sharedTreeUpcall,
                  clock_.now() );
 }
 
+void Family::releaseKept() {
+   if ( !newSources_.waiting() ) return;
+   newSources_.release(
+      clock_.now(),
+      [this]( const auto& key ) {
+         const auto* route = std::as_const( *mirror_.model() ).route( key );
+         return route != nullptr && route->oifRegister();
+      },
+      [this]( const auto& key, NewSources::Packet& packet, bool registers ) {
+         if ( registers ) return encapsulate( key, packet );
+         unregistered_.inc();
+      } );
+}
+
 // Without an RP, or while the RP wants none, nothing is sent.
-void Family::encapsulate( const Upcall& upcall ) {
-   const auto* route = std::as_const( *mirror_.model() ).route( upcall.key );
-   const Vantu::IpGenAddr rp = topology_.rpOf( upcall.key.group );
+void Family::encapsulate( const Routing::Pim::RouteKey& key,
+                          Router::Bytes packet ) {
+   const auto* route = std::as_const( *mirror_.model() ).route( key );
+   const Vantu::IpGenAddr rp = topology_.rpOf( key.group );
    const Vantu::IpGenAddr source = Router::registerSource(
       config_.router, route->incomingIntf(), config_.family );
    const bool wanted = route->oifRegister() && registers_ != nullptr &&
                        !rp.isUnspecified() && !source.isUnspecified();
-   const bool sent = wanted && registers_->send( upcall.packet, source, rp ) == 0;
+   if ( wanted && !withinRate() ) return limited_.inc();
+   const bool sent = wanted && registers_->send( packet, source, rp ) == 0;
    ( sent ? registered_ : unregistered_ ).inc();
+}
+
+bool Family::withinRate() {
+   constexpr double kInterval = 1.0;
+   const uint32_t limit = config_.router.registerRateLimit;
+   if ( limit == 0 ) return true;
+   const double now = clock_.now();
+   if ( now >= rateSince_ + kInterval ) {
+      rateSince_ = now;
+      rateCount_ = 0;
+   }
+   return rateCount_++ < limit;
 }
 
 void Family::hearRegisters() {
@@ -108,8 +206,9 @@ void Family::hearRegisters() {
       std::any_of( sets.begin(), sets.end(), [this]( const auto& set ) {
          return set.address.family() == config_.family;
       } );
-   registers_->hearing().wantedIs( passesOn ? Registers::Wanted::data
-                                            : Registers::Wanted::nothing );
+   const bool hears = passesOn || !filters_.registers().all();
+   registers_->hearing().wantedIs( hears ? Registers::Wanted::data
+                                         : Registers::Wanted::nothing );
 }
 
 void Family::takeRegisters() {
@@ -120,16 +219,28 @@ void Family::takeRegisters() {
    }
 }
 
-// The kernel itself forwards what is in it. The others of an anycast RP get it once, from
-// whom it reached first (RFC 4610).
+// The kernel itself forwards what is in it, whoever sent it.
 void Family::takeRegister( const Router::IpPacket& packet ) {
    Router::PimMessage message;
    if ( decodePim( packet, message ) != Router::notDropped ) return;
    const auto* data = std::get_if<Router::PimRegister>( &message.body );
-   const auto* set = Router::anycastRp( config_.router, packet.destination );
-   if ( data == nullptr || set == nullptr || set->has( packet.source ) ||
+   if ( data == nullptr || !isOwn( config_.router, packet.destination ) ||
         isOwn( config_.router, packet.source ) ||
-        topology_.rpOf( data->group ) != packet.destination )
+        !isOwn( config_.router, topology_.rpOf( data->group ) ) ||
+        Router::refusalOfRoute( data->source, data->group ) )
+      return;
+   if ( filters_.registers().permits( data->source, data->group ) )
+      return passOn( packet, *data );
+   // Into the kernel's (*,G) entry anybody's packets would fit.
+   mfib_->bar( { data->source, data->group } );
+}
+
+// The others of an anycast RP get it once, from whom it reached first (RFC 4610).
+void Family::passOn( const Router::IpPacket& packet,
+                     const Router::PimRegister& data ) {
+   const auto* set = Router::anycastRp( config_.router, packet.destination );
+   if ( set == nullptr || set->has( packet.source ) ||
+        topology_.rpOf( data.group ) != packet.destination )
       return;
    const Router::Bytes inner = packet.payload.subspan( Router::registerHeader );
    for ( const Vantu::IpGenAddr& peer : set->peers )
@@ -149,9 +260,9 @@ bool Family::agentSends() const {
 
 // Entries of sources that have no route and are silent.
 void Family::endSilent() {
-   if ( !mfib_->follows() ) return;
+   if ( !mfib_->hasStandIns() ) return;
    kernel_->visit( [&]( const StandingEntry& entry ) {
-      if ( entry.idle > Mfib::idleTime ) mfib_->unfollow( entry.key );
+      if ( entry.idle > Mfib::idleTime ) mfib_->endStandIn( entry.key );
    } );
 }
 
@@ -198,6 +309,7 @@ void Family::handleTurnEnd() {
    if ( !mfib_->started() && mirror_.loaded() ) start();
    if ( !mfib_->started() ) return;
    mfib_->write();
+   releaseKept();
    if ( mfib_->needsRegisters() && vifs_.registersIs() ) {
       mfib_->handleVifs( VifSet().set( kRegisterVif ) );
       mfib_->write();

@@ -9,10 +9,14 @@
 #include <memory>
 
 #include "apps/mfib/Mfib.h"
+#include "apps/mfib/NewSources.h"
 #include "apps/mfib/RegisterSocket.h"
 #include "apps/mfib/Upcalls.h"
 #include "assembly/VrfMirror.h"
+#include "engine/AccessFilter.h"
+#include "engine/GroupPolicy.h"
 #include "engine/Topology.h"
+#include "packet/Pim.h"
 #include "platform/loop/Loop.h"
 #include "published/Status.h"
 
@@ -24,8 +28,11 @@ struct FamilyConfig {
    uint32_t table = 0;  // the kernel's number
    uint32_t maxRoutes = 0;
    std::vector<Vantu::IntfId> interfaces;
-   // The VRF's RPs, and the addresses by which it registers.
+   // The VRF's RPs and filters, and the addresses by which it registers.
    Router::VrfConfig router = {};
+   // Entries for sources without a route: all, and new ones a second and link.
+   uint32_t newSourceLimit = 10000;
+   uint32_t newSourceRate = 1000;
 };
 
 // "vrf default ipv4"
@@ -64,16 +71,26 @@ class Family {
 
  private:
    void start();
-   void takePacket( const Upcall& upcall );
-   void encapsulate( const Upcall& upcall );
+   void takeConfig();
+   void takePacket( Upcall& upcall );
+   void serveFirst( const Upcall& upcall, Vantu::IntfId name );
+   bool onDrsLink( const Routing::Pim::RouteKey& key, Vantu::IntfId name ) const;
+   void encapsulate( const Routing::Pim::RouteKey& key, Router::Bytes packet );
+   void releaseKept();
+   bool withinRate();
+   bool permits( Vantu::IntfId name, const Routing::Pim::RouteKey& key ) const;
    void hearRegisters();
    void takeRegister( const Router::IpPacket& packet );
+   void passOn( const Router::IpPacket& packet, const Router::PimRegister& data );
    void endSilent();
    bool agentSends() const;
    void tellProblem();
 
    FamilyConfig config_;
    Router::Topology topology_;
+   Router::GroupPolicy policy_;
+   Router::AccessFilters filters_;
+   NewSources newSources_;
    std::unique_ptr<KernelTable> kernel_;
    std::unique_ptr<RegisterSocket> registers_;
    const LinkTable& links_;
@@ -85,7 +102,9 @@ class Family {
    Upcalls upcalls_;
    Routing::Pim::SparseMode::VrfMirror mirror_;
    Mox::Ptr<Published::FamilyStatus> agent_;
-   Mox::EventCounter registered_, unregistered_, passedOn_;
+   Mox::EventCounter registered_, unregistered_, passedOn_, limited_;
+   double rateSince_ = 0.0;  // s
+   uint32_t rateCount_ = 0;  // registers since then
    std::unique_ptr<Mfib> mfib_;
    std::string problem_;
    bool told_ = false;  // it was reported that all is written

@@ -118,11 +118,14 @@ void Mfib::mark( const RouteKey& key ) {
       routes_.erase( key );
    }
    markAt( key, now );
-   if ( model_->route( key ) != nullptr ) followers_.erase( key );
+   const auto standIn = standIns_.find( key );
+   if ( standIn != standIns_.end() && model_->route( key ) != nullptr &&
+        standIn->second.kind != StandIn::barred )
+      standIns_.erase( standIn );
    if ( !key.source.isUnspecified() ) return;
-   for ( auto it = followers_.upper_bound( key );
-         it != followers_.end() && it->group == key.group; ++it )
-      markAt( *it, now );
+   for ( auto it = standIns_.upper_bound( key );
+         it != standIns_.end() && it->first.group == key.group; ++it )
+      markAt( it->first, now );
    for ( auto it = routes_.upper_bound( key );
          it != routes_.end() && it->group == key.group; ++it )
       markAt( *it, now );
@@ -133,23 +136,72 @@ void Mfib::markAt( const RouteKey& key, double time ) {
 }
 
 std::optional<Entry> Mfib::wanted( const RouteKey& key ) const {
+   std::optional<Entry> entry;
    if ( Mox::Ptr<const Sm::Route> route = model_->route( key ) ) {
       needsRegisters_ |= usesRegisters( *route, copies_ );
-      return wantedEntry( *route, vifs_, copies_ );
+      entry = wantedEntry( *route, vifs_, copies_ );
+      const auto found = standIns_.find( key );
+      const bool barred =
+         found != standIns_.end() && found->second.kind == StandIn::barred;
+      if ( barred && entry && entry->incoming == kRegisterVif )
+         entry->outgoing.reset();
+   } else {
+      entry = standIn( key );
    }
+   if ( entry && permits_ ) bound( *entry );
+   return entry;
+}
+
+// A (*,G) entry lists its incoming interface only to be found.
+void Mfib::bound( Entry& entry ) const {
+   const VifSet all = entry.outgoing;
+   for ( unsigned vif = 0; vif < kMaxVifs; ++vif ) {
+      if ( !all[vif] || permits_( vifs_.name( vif ), entry.key ) ) continue;
+      entry.outgoing.reset( vif );
+   }
+   if ( permits_( vifs_.name( entry.incoming ), entry.key ) ) return;
+   entry.outgoing.reset();
+   entry.outgoing.set( entry.incoming, entry.key.source.isUnspecified() );
+}
+
+std::optional<Entry> Mfib::sharedEntry( const RouteKey& key ) const {
    const RouteKey any{ Vantu::IpGenAddr::unspecified( key.group.family() ),
                        key.group };
    const Mox::Ptr<const Sm::Route> shared = model_->route( any );
-   if ( shared == nullptr || followers_.count( key ) == 0 ) return std::nullopt;
-   std::optional<Entry> entry = wantedEntry( *shared, vifs_ );
+   if ( shared == nullptr ) return std::nullopt;
+   return wantedEntry( *shared, vifs_ );
+}
+
+std::optional<Entry> Mfib::standIn( const RouteKey& key ) const {
+   const auto found = standIns_.find( key );
+   if ( found == standIns_.end() ) return std::nullopt;
+   const StandIn& what = found->second;
+   if ( what.kind == StandIn::barred ) return Entry{ key, kRegisterVif, {} };
+   std::optional<Entry> entry = sharedEntry( key );
+   if ( what.kind == StandIn::provisional ) {
+      if ( !entry ) entry = Entry{};
+      if ( entry->incoming != what.vif ) entry->outgoing.reset( entry->incoming );
+      entry->incoming = what.vif;
+      entry->outgoing.set( kRegisterVif, what.registers && vifs_.registers() );
+   }
    if ( !entry ) return std::nullopt;
    entry->key = key;
    entry->outgoing.reset( entry->incoming );
    return entry;
 }
 
+void Mfib::permitsIs( Permits permits ) {
+   permits_ = std::move( permits );
+   if ( started_ ) markAll();
+}
+
 void Mfib::copiesIs( bool copies ) {
    if ( std::exchange( copies_, copies ) != copies && started_ ) markAll();
+}
+
+bool Mfib::isProvisional( const RouteKey& key ) const {
+   const auto found = standIns_.find( key );
+   return found != standIns_.end() && found->second.kind == StandIn::provisional;
 }
 
 Vantu::IntfId Mfib::follow( const RouteKey& key ) {
@@ -158,14 +210,45 @@ Vantu::IntfId Mfib::follow( const RouteKey& key ) {
    const Mox::Ptr<const Sm::Route> shared = model_->route( any );
    const bool here =
       started_ && shared != nullptr && model_->route( key ) == nullptr;
-   if ( !here || followers_.size() >= maxFollowers ) return {};
-   if ( followers_.insert( key ).second ) markAt( key, clock()->now() );
+   if ( !here || standIns_.size() >= maxStandIns_ ) return {};
+   if ( standIns_.try_emplace( key ).second ) markAt( key, clock()->now() );
    write();
    return shared->incomingIntf();
 }
 
-void Mfib::unfollow( const RouteKey& key ) {
-   if ( followers_.erase( key ) != 0 ) markAt( key, clock()->now() );
+bool Mfib::first( const RouteKey& key, unsigned vif, bool registers ) {
+   const bool here = started_ && model_->route( key ) == nullptr;
+   if ( !here || standIns_.size() >= maxStandIns_ ) return false;
+   const double now = clock()->now();
+   const StandIn made{ StandIn::provisional, vif, registers, now };
+   if ( !standIns_.try_emplace( key, made ).second ) return false;
+   provisional_.emplace_back( now + provisionalTime, key );
+   markAt( key, now );
+   write();
+   return true;
+}
+
+void Mfib::bar( const RouteKey& key ) {
+   if ( !started_ || standIns_.size() >= maxStandIns_ ) return;
+   const StandIn barred{ StandIn::barred };
+   if ( !standIns_.try_emplace( key, barred ).second ) return;
+   markAt( key, clock()->now() );
+   write();
+}
+
+void Mfib::endStandIn( const RouteKey& key ) {
+   if ( standIns_.erase( key ) != 0 ) markAt( key, clock()->now() );
+}
+
+void Mfib::endProvisional( double now ) {
+   while ( !provisional_.empty() && provisional_.front().first <= now ) {
+      const auto [end, key] = provisional_.front();
+      provisional_.pop_front();
+      // It may be another one, made since.
+      const auto found = standIns_.find( key );
+      if ( isProvisional( key ) && found->second.since + provisionalTime <= now )
+         endStandIn( key );
+   }
 }
 
 // The interfaces to which packets of the key go now: those of its own entry,
@@ -211,9 +294,11 @@ int Mfib::bring( const RouteKey& key, const std::optional<Entry>& wanted ) {
 }
 
 void Mfib::write() {
-   if ( marked_.empty() ) return;
    const double now = clock()->now();
-   double next = Mox::Clock::never;
+   endProvisional( now );
+   double next =
+      provisional_.empty() ? Mox::Clock::never : provisional_.front().first;
+   if ( marked_.empty() ) return wakeupTimeIs( next );
    unsigned writes = 0;
    for ( auto it = marked_.begin(); it != marked_.end(); ) {
       const RouteKey key = it->first;

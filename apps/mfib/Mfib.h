@@ -16,6 +16,8 @@
 // Destroyed before its constructor's arguments. Event-loop thread only.
 #pragma once
 
+#include <deque>
+#include <functional>
 #include <map>
 #include <set>
 
@@ -65,17 +67,31 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    // Writes the differences that are due. Call it at the end of a turn.
    void write();
 
+   // Does the key's traffic pass by the interface? Empty: all does.
+   using Permits = std::function<bool( Vantu::IntfId, const RouteKey& )>;
+   void permitsIs( Permits permits );
+
    // New sources of (*,G) entries with members are to be told of.
    void copiesIs( bool copies );
+
+   // What serves sources that have no route yet.
+   static constexpr double idleTime = 210.0;  // s; then a silent one's entry goes
+   static constexpr double provisionalTime = 10.0;  // s, of first()
+   void standInLimitIs( size_t limit ) { maxStandIns_ = limit; }
+   bool hasStandIns() const { return !standIns_.empty(); }
+   bool isProvisional( const RouteKey& key ) const;
    // A source of the group has been told of: until it has a route, an entry like the
    // (*,G) one serves it, without the register vif. Returns the (*,G) entry's incoming
    // interface; empty where there is no such entry, or too many are served so.
    Vantu::IntfId follow( const RouteKey& key );
-   bool follows() const { return !followers_.empty(); }
+   // A source on the link of that number sends: its packets go where the group's do, and
+   // with `registers` out by the register vif, for provisionalTime at most. Returns false
+   // where the source has an entry already, or too many are served so.
+   bool first( const RouteKey& key, unsigned vif, bool registers );
+   // What comes in by the register vif goes nowhere.
+   void bar( const RouteKey& key );
    // The source has been silent: its entry goes.
-   void unfollow( const RouteKey& key );
-   static constexpr double idleTime = 210.0;  // s, of a source without a route
-   static constexpr size_t maxFollowers = 10000;
+   void endStandIn( const RouteKey& key );
 
    // Does some route need the register vif?
    bool needsRegisters() const { return needsRegisters_; }
@@ -109,6 +125,10 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    void markAt( const RouteKey& key, double time );
    std::optional<Entry> wanted( const RouteKey& key ) const;
    bool takesAway( const RouteKey& key, const std::optional<Entry>& wanted ) const;
+   std::optional<Entry> standIn( const RouteKey& key ) const;
+   std::optional<Entry> sharedEntry( const RouteKey& key ) const;
+   void endProvisional( double now );
+   void bound( Entry& entry ) const;
    int bring( const RouteKey& key, const std::optional<Entry>& wanted );
    VifSet reached( const RouteKey& key ) const;
 
@@ -124,7 +144,16 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    };
    std::map<RouteKey, Marked, ByGroup> marked_;
    std::map<RouteKey, double, ByGroup> refused_;  // until when
-   std::set<RouteKey, ByGroup> followers_;
+   struct StandIn {
+      enum Kind { follows, provisional, barred } kind = follows;
+      unsigned vif = kRegisterVif;  // of provisional ones
+      bool registers = false;
+      double since = 0.0;  // s
+   };
+   std::map<RouteKey, StandIn, ByGroup> standIns_;
+   std::deque<std::pair<double, RouteKey>> provisional_;  // when they end, in order
+   size_t maxStandIns_ = 10000;
+   Permits permits_;
    bool copies_ = false;
    mutable bool needsRegisters_ = false;
    Mox::EventCounter writes_, removals_, refusals_;

@@ -52,12 +52,18 @@ class FakeKernel : public KernelTable {
    }
    int registerVifIs() override { return vifIs( kRegisterVif, registerIndex() ); }
    uint32_t registerIndex() const override { return 99; }
-   std::optional<Upcall> nextUpcall() override { return std::nullopt; }
+   std::optional<Upcall> nextUpcall() override {
+      if ( upcalls.empty() ) return std::nullopt;
+      Upcall next = upcalls.front();
+      upcalls.pop_front();
+      return next;
+   }
 
    std::map<unsigned, uint32_t> vifs;  // interface indexes by number
    std::map<Routing::Pim::RouteKey, Entry> entries;
    std::map<Routing::Pim::RouteKey, StandingEntry> stats;
    std::set<Routing::Pim::RouteKey> refused;
+   std::deque<Upcall> upcalls;
    int writes = 0;
 };
 

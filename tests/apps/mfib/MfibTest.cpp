@@ -40,12 +40,6 @@ class Forwards : public testing::Test {
       seam->vifs = kept.vifs;
       seam->entries = kept.entries;
       kernel = seam.get();
-      FamilyConfig config{ L3::VrfName( "default" ),
-                           Vantu::AddressFamily::ipv4,
-                           253,
-                           1000,
-                           { intfId( "eth0" ), intfId( "eth1" ), intfId( "eth2" ),
-                             intfId( "eth3" ) } };
       family = std::make_unique<Family>(
          config, std::move( seam ), nullptr, links, *manager, clock,
          [this]( const std::string& text ) { said += text + "\n"; } );
@@ -104,9 +98,40 @@ class Forwards : public testing::Test {
       intf->forwardIs( on );
    }
 
+   // Whether the agent is the DR of the link, for hosts of 192.0.2.0/24 on it.
+   void drOf( const char* name, bool dr ) {
+      if ( roles == nullptr )
+         roles = Published::FamilyStatus::mount(
+            agent.manager,
+            Published::FamilyStatus::mountPath( config.family, config.vrf ),
+            Brane::tableWriter, 10 );
+      Published::Interface record{ .key = intfId( name ) };
+      record.speaks = true;
+      record.iAmDr = dr;
+      roles->interfaceIs( record );
+      agent.manager.dispatch();
+      config.router.interfaces = {
+         { .name = intfId( name ),
+           .addresses = {
+              { addr( "192.0.2.254" ), Vantu::IpGenPrefix( "192.0.2.0/24" ) } } } };
+      config.router.rps = { { addr( "203.0.113.9" ), {} } };
+   }
+   void tell( const RouteKey& key, unsigned vif,
+              Published::UpcallKind kind = Published::noCacheUpcall ) {
+      kernel->upcalls.push_back( { key, vif, kind } );
+      family->takeUpcalls();
+   }
+
+   FamilyConfig config{
+      L3::VrfName( "default" ),
+      Vantu::AddressFamily::ipv4,
+      253,
+      1000,
+      { intfId( "eth0" ), intfId( "eth1" ), intfId( "eth2" ), intfId( "eth3" ) } };
    Mox::Test::TempRoot root;
    Mox::TestClock clock{ 1000.0 };
    Sm::Test::AgentSide agent{ clock, root.path() };
+   Mox::Ptr<Published::FamilyStatus> roles;
    Sm::Test::Vrf vrf{ agent.model };
    LinkTable links;
    FakeKernel kept;
@@ -378,6 +403,67 @@ TEST_F( Forwards, CountersFollowAndGoWithTheirEntries ) {
 
 // After any order of changes, deaths and interface events, the kernel's entries are
 // those of the routes.
+// The register vif is number 31.
+TEST_F( Forwards, ANewSourceIsServedBeforeItsRouteForATime ) {
+   drOf( "eth1", true );
+   config.newSourceLimit = 2;
+   start();
+   auto shared = wc();
+   forward( shared, "eth1" );
+   forward( shared, "eth2" );
+   publish();
+   follow( Mfib::settleTime );
+   tell( kSg, 1 );
+   EXPECT_EQ( outgoing( kSg ), "2 31" ) << "at once";
+   EXPECT_EQ( incoming( kSg ), 1 );
+   tell( sgKey( "192.0.9.1", kGroup ), 1 );
+   tell( sgKey( "192.0.2.1", "232.1.1.1" ), 1 );
+   tell( sgKey( "192.0.2.5", kGroup ), 2 );
+   EXPECT_EQ( kernel->entries.size(), 2u ) << "of other subnets, SSM, other links";
+   // The (*,G) entry takes it for a packet of the wrong side.
+   const RouteKey other = sgKey( "192.0.2.2", "239.1.2.4" );
+   tell( other, 1, Published::wrongVifUpcall );
+   tell( sgKey( "192.0.2.3", kGroup ), 1 );
+   EXPECT_EQ( outgoing( other ), "31" );
+   EXPECT_EQ( kernel->entries.size(), 3u ) << "the limit";
+   follow( 1.0 );
+   // Its route decides from then on; the other one's has not come in time.
+   auto own = sg( "eth1" );
+   forward( own, "eth3" );
+   publish();
+   follow( Mfib::settleTime );
+   EXPECT_EQ( outgoing( kSg ), "3" );
+   follow( Mfib::provisionalTime );
+   EXPECT_EQ( outgoing( other ), "none" );
+   EXPECT_EQ( outgoing( kSg ), "3" );
+   drOf( "eth1", false );
+   follow( 0.1 );
+   tell( other, 1 );
+   EXPECT_EQ( outgoing( other ), "none" ) << "not the DR";
+}
+
+TEST_F( Forwards, NothingPassesABoundary ) {
+   const auto group = Vantu::IpGenPrefix( "239.1.2.0/24" );
+   config.router.accessLists = {
+      { "none", { Acl::standard, { { 10, Acl::deny, group, {} } } } } };
+   config.router.interfaces = {
+      { .name = intfId( "eth1" ), .addresses = {}, .boundary = { "none", "" } } };
+   start();
+   auto shared = wc();
+   forward( shared, "eth1" );
+   forward( shared, "eth2" );
+   publish();
+   EXPECT_EQ( outgoing( kWc ), "0 2" );
+   shared.rpf( "eth1" );
+   publish();
+   follow( 1.0 );
+   EXPECT_EQ( outgoing( kWc ), "1" ) << "itself, to be found";
+   config.router.interfaces = {};
+   family->configIs( config );
+   follow( 0.1 );
+   EXPECT_EQ( outgoing( kWc ), "1 2" );
+}
+
 TEST_F( Forwards, AnyWalkEndsInStep ) {
    const auto seed = std::random_device()();
    SCOPED_TRACE( "seed " + std::to_string( seed ) );

@@ -9,6 +9,7 @@
 
 #include "apps/mfib/Daemon.h"
 #include "apps/mfib/KernelMessages.h"
+#include "apps/mfib/NewSources.h"
 #include "apps/mfib/RestartPause.h"
 #include "apps/mfib/Upcalls.h"
 #include "platform/loop/TestClock.h"
@@ -205,6 +206,37 @@ TEST( Upcalls, TheOldestGoesForANewOne ) {
    EXPECT_EQ( count( 3 ), 0u );
    EXPECT_EQ( count( 1 ), 3u );
    EXPECT_EQ( tables->upcall().size(), 3u );
+}
+
+TEST( NewSources, PacketsWaitInOrderForATimeAndWithinARoom ) {
+   NewSources sources;
+   const auto a = sgKey( "192.0.2.1", "239.1.2.3" ),
+              b = sgKey( "192.0.2.2", "239.1.2.3" );
+   const size_t half = NewSources::maxBytes / 2;
+   EXPECT_TRUE( sources.keep( a, NewSources::Packet( half ), 1.0 ) );
+   EXPECT_TRUE( sources.keep( b, NewSources::Packet( 7 ), 1.5 ) );
+   EXPECT_TRUE( sources.keep( a, NewSources::Packet( 1 ), 1.6 ) );
+   EXPECT_FALSE( sources.keep( a, NewSources::Packet( half ), 1.7 ) );
+   std::vector<std::pair<size_t, bool>> taken;
+   auto release = [&]( double now, const auto& decided ) {
+      taken.clear();
+      sources.release(
+         now, [&]( const auto& key ) { return key == decided; },
+         [&]( const auto&, auto& packet, bool goes ) {
+            taken.emplace_back( packet.size(), goes );
+         } );
+      return taken;
+   };
+   using Taken = decltype( taken );
+   EXPECT_EQ( release( 1.9, b ), ( Taken{ { 7, true } } ) );
+   EXPECT_EQ( release( 2.0, b ), ( Taken{ { half, false } } ) ) << "for too long";
+   EXPECT_EQ( release( 2.1, a ), ( Taken{ { 1, true } } ) );
+   EXPECT_TRUE( sources.keep( a, NewSources::Packet( half ), 3.0 ) );
+   // So many a second and link.
+   sources.rateIs( 2 );
+   for ( double now : { 5.0, 5.5 } ) EXPECT_TRUE( sources.mayCome( 1, now ) );
+   EXPECT_FALSE( sources.mayCome( 1, 5.9 ) );
+   EXPECT_TRUE( sources.mayCome( 2, 5.9 ) && sources.mayCome( 1, 6.0 ) );
 }
 
 TEST( RestartPause, GrowsUntilALifeWasLong ) {

@@ -1,11 +1,13 @@
 #include "apps/mfib/Daemon.h"
 
 #include <fmt/format.h>
+#include <netinet/in.h>
 
 #include <algorithm>
 
 #include "apps/config/ConfigReader.h"
 #include "apps/program/Capabilities.h"
+#include "packet/Pim.h"
 
 namespace Forwarding {
 namespace {
@@ -104,14 +106,14 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
      say_( std::move( say ) ) {
    SocketStore store;
    std::vector<std::unique_ptr<MrtTable>> kernels;
-   std::vector<std::unique_ptr<RegisterSocket>> registers;
+   std::vector<RegisterWays> ways;
    for ( const FamilyConfig& config : families ) {
       auto [socket, kept] = socketFor( config, store );
       say_( fmt::format( "{}: table {}, {} socket", nameOf( config ), config.table,
                          kept ? "kept" : "new" ) );
       kernels.push_back(
          std::make_unique<MrtTable>( socket, config.family, config.table ) );
-      registers.push_back( registersFor( config, store ) );
+      ways.push_back( waysFor( config, store ) );
    }
    store.dropOthers();
    Programs::dropCapabilities();
@@ -122,7 +124,7 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
       eachFamily( []( Family& family ) { family.handleLinks(); } );
    } );
    for ( size_t i = 0; i < families.size(); ++i )
-      add( families[i], std::move( kernels[i] ), std::move( registers[i] ) );
+      add( families[i], std::move( kernels[i] ), std::move( ways[i] ) );
    turnEnd_ = std::make_unique<Mox::Loop::TurnEnd>( loop, [this] {
       eachFamily( []( Family& family ) { family.handleTurnEnd(); } );
    } );
@@ -130,31 +132,43 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
    store.tellReady();
 }
 
+RegisterWays Daemon::waysFor( const FamilyConfig& config, SocketStore& store ) {
+   RegisterWays out;
+   if ( SharedFd socket =
+           rawSocketFor( config, store, "register", Router::pimProtocol ) )
+      out.registers = std::make_unique<RegisterSocket>( config.family, socket );
+   if ( config.family != AddressFamily::ipv6 ) return out;
+   if ( SharedFd socket = rawSocketFor( config, store, "icmp", IPPROTO_ICMPV6 ) )
+      out.tooBig = std::make_unique<TooBig>( socket );
+   return out;
+}
+
 // Null, and told, where a process without the right to open one was left none: a former
 // version kept no such socket.
-std::unique_ptr<RegisterSocket> Daemon::registersFor( const FamilyConfig& config,
-                                                      SocketStore& store ) {
+SharedFd Daemon::rawSocketFor( const FamilyConfig& config, SocketStore& store,
+                               const char* kind, int protocol ) {
    const std::string name = fmt::format(
-      "register-{}-{}", Vantu::valueToStrep( config.family ), config.table );
+      "{}-{}-{}", kind, Vantu::valueToStrep( config.family ), config.table );
    SharedFd socket = store.take( name );
-   if ( socket == nullptr || !isRegisterSocket( config.family, socket->value() ) ) {
-      try {
-         socket = openRegisterSocket( config.family );
-      } catch ( const std::system_error& e ) {
-         say_( fmt::format( "{}: sends no registers: {}", nameOf( config ),
-                            e.what() ) );
-         return nullptr;
-      }
+   if ( socket != nullptr &&
+        isRawSocket( config.family, protocol, socket->value() ) )
+      return socket;
+   try {
+      socket = openRawSocket( config.family, protocol );
       store.keep( name, socket );
+      return socket;
+   } catch ( const std::system_error& e ) {
+      say_( fmt::format( "{}: no {} messages are sent: {}", nameOf( config ), kind,
+                         e.what() ) );
+      return nullptr;
    }
-   return std::make_unique<RegisterSocket>( config.family, socket );
 }
 
 void Daemon::add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,
-                  std::unique_ptr<RegisterSocket> registers ) {
+                  RegisterWays ways ) {
    SharedFd socket = kernel->socket();
    auto family =
-      std::make_unique<Family>( config, std::move( kernel ), std::move( registers ),
+      std::make_unique<Family>( config, std::move( kernel ), std::move( ways ),
                                 links_->table(), *manager_, clock_, say_ );
    Family* plain = family.get();
    auto watcher = std::make_unique<Mox::Loop::FdWatcher>(

@@ -44,9 +44,10 @@ class Daemon : private Mox::Clock::Notifiee {
 
    void onTime() override;
    void add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,
-             std::unique_ptr<RegisterSocket> registers );
-   std::unique_ptr<RegisterSocket> registersFor( const FamilyConfig& config,
-                                                 SocketStore& store );
+             RegisterWays ways );
+   RegisterWays waysFor( const FamilyConfig& config, SocketStore& store );
+   SharedFd rawSocketFor( const FamilyConfig& config, SocketStore& store,
+                          const char* kind, int protocol );
    template <class Call>
    void eachFamily( Call call );
 

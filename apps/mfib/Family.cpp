@@ -20,14 +20,15 @@ std::string nameOf( const FamilyConfig& config ) {
 }
 
 Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
-                std::unique_ptr<RegisterSocket> registers, const LinkTable& links,
+                RegisterWays ways, const LinkTable& links,
                 Corvex::EntityManager& manager, Mox::Clock& clock, const Say& say )
    : config_( std::move( config ) ),
      topology_( config_.router ),
      policy_( config_.family, config_.router ),
      filters_( config_.family, config_.router ),
      kernel_( std::move( kernel ) ),
-     registers_( std::move( registers ) ),
+     registers_( std::move( ways.registers ) ),
+     tooBig_( std::move( ways.tooBig ) ),
      links_( links ),
      clock_( clock ),
      say_( [name = nameOf( config_ ), say]( const std::string& text ) {
@@ -47,6 +48,7 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
      unregistered_( nameOf( config_ ), "registersDropped" ),
      passedOn_( nameOf( config_ ), "registersPassedOn" ),
      limited_( nameOf( config_ ), "registersLimited" ),
+     tooBigs_( nameOf( config_ ), "registersTooBig" ),
      mfib_( std::make_unique<Mfib>( nameOf( config_ ), mirror_.model(),
                                     mirror_.tables(), vifs_, *kernel_, clock ) ) {
    vifs_.namesIs( config_.interfaces );
@@ -183,6 +185,12 @@ void Family::encapsulate( const Routing::Pim::RouteKey& key,
    const bool wanted = route->oifRegister() && registers_ != nullptr &&
                        !rp.isUnspecified() && !source.isUnspecified();
    if ( wanted && !withinRate() ) return limited_.inc();
+   if ( wanted && tooBig_ != nullptr &&
+        tooBig_->check( key, packet,
+                        Router::globalAddress(
+                           config_.router, route->incomingIntf(), config_.family ),
+                        rp, clock_.now() ) )
+      tooBigs_.inc();
    const bool sent = wanted && registers_->send( packet, source, rp ) == 0;
    ( sent ? registered_ : unregistered_ ).inc();
 }

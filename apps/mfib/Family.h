@@ -11,6 +11,7 @@
 #include "apps/mfib/Mfib.h"
 #include "apps/mfib/NewSources.h"
 #include "apps/mfib/RegisterSocket.h"
+#include "apps/mfib/TooBig.h"
 #include "apps/mfib/Upcalls.h"
 #include "assembly/VrfMirror.h"
 #include "engine/AccessFilter.h"
@@ -38,6 +39,12 @@ struct FamilyConfig {
 // "vrf default ipv4"
 std::string nameOf( const FamilyConfig& config );
 
+// A family's sockets of registers; null: there is none.
+struct RegisterWays {
+   std::unique_ptr<RegisterSocket> registers;
+   std::unique_ptr<TooBig> tooBig;  // IPv6
+};
+
 class Family {
  public:
    static constexpr unsigned maxUpcallsATurn = 256;
@@ -47,9 +54,8 @@ class Family {
 
    // `kernel` owns the table; the other arguments outlive the family. Throws the
    // exceptions of mounting (Brane::SecondWriterError, Brane::CreateError).
-   // `registers` sends registers; null: none are sent.
    Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
-           std::unique_ptr<RegisterSocket> registers, const LinkTable& links,
+           RegisterWays ways, const LinkTable& links,
            Corvex::EntityManager& manager, Mox::Clock& clock, const Say& say );
 
    const FamilyConfig& config() const { return config_; }
@@ -93,6 +99,7 @@ class Family {
    NewSources newSources_;
    std::unique_ptr<KernelTable> kernel_;
    std::unique_ptr<RegisterSocket> registers_;
+   std::unique_ptr<TooBig> tooBig_;
    const LinkTable& links_;
    Mox::Clock& clock_;
    Say say_;
@@ -102,7 +109,7 @@ class Family {
    Upcalls upcalls_;
    Routing::Pim::SparseMode::VrfMirror mirror_;
    Mox::Ptr<Published::FamilyStatus> agent_;
-   Mox::EventCounter registered_, unregistered_, passedOn_, limited_;
+   Mox::EventCounter registered_, unregistered_, passedOn_, limited_, tooBigs_;
    double rateSince_ = 0.0;  // s
    uint32_t rateCount_ = 0;  // registers since then
    std::unique_ptr<Mfib> mfib_;

@@ -56,22 +56,16 @@ void add( msghdr& message, cmsghdr*& at, int level, int type, const Info& info )
 
 }
 
-SharedFd openRegisterSocket( AddressFamily family ) {
-   const int fd =
-      socket( Netlink::systemFamily( family ),
-              SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, Router::pimProtocol );
+SharedFd openRawSocket( AddressFamily family, int protocol ) {
+   const int fd = socket( Netlink::systemFamily( family ),
+                          SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol );
    if ( fd < 0 )
-      throw std::system_error( errno, std::generic_category(),
-                               "raw socket for registers" );
+      throw std::system_error( errno, std::generic_category(), "raw socket" );
    if ( setsockopt( fd, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer,
                     sizeof kReceiveBuffer ) != 0 )
       setsockopt( fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer,
                   sizeof kReceiveBuffer );
-   return std::make_shared<Mox::Loop::Fd>( fd, "register socket" );
-}
-
-bool isRegisterSocket( AddressFamily family, int fd ) {
-   return isRawSocket( family, Router::pimProtocol, fd );
+   return std::make_shared<Mox::Loop::Fd>( fd, "raw socket" );
 }
 
 int RegisterSocket::send( Bytes packet, const IpGenAddr& source,

@@ -13,11 +13,8 @@
 
 namespace Forwarding {
 
-// Needs CAP_NET_RAW. Throws std::system_error.
-SharedFd openRegisterSocket( Vantu::AddressFamily family );
-
-// Is it a socket of that kind? Sockets handed over by other processes are checked.
-bool isRegisterSocket( Vantu::AddressFamily family, int fd );
+// A raw socket of the protocol. Needs CAP_NET_RAW. Throws std::system_error.
+SharedFd openRawSocket( Vantu::AddressFamily family, int protocol );
 
 class RegisterSocket {
  public:

@@ -41,7 +41,7 @@ class Forwards : public testing::Test {
       seam->entries = kept.entries;
       kernel = seam.get();
       family = std::make_unique<Family>(
-         config, std::move( seam ), nullptr, links, *manager, clock,
+         config, std::move( seam ), RegisterWays{}, links, *manager, clock,
          [this]( const std::string& text ) { said += text + "\n"; } );
       follow( 0.2 );
    }

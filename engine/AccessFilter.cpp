@@ -1,6 +1,7 @@
 #include "engine/AccessFilter.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "platform/base/Assert.h"
 
@@ -66,6 +67,24 @@ void AccessFilters::configIs( const VrfConfig& config ) {
                                  AccessFilter( config, members.accessGroup ) };
    }
    registers_ = filter( config.registerFilter );
+   thresholds_.clear();
+   for ( const SptThreshold& each : config.sptThresholds )
+      thresholds_.push_back( { AccessFilter( config, each.groups ), each.rate } );
+}
+
+double AccessFilters::sptThreshold( const IpGenAddr& group ) const {
+   for ( const Threshold& each : thresholds_ )
+      if ( each.groups.permits( IpGenAddr::unspecified( group.family() ), group ) )
+         return each.rate;
+   return 0.0;
+}
+
+bool AccessFilters::leavesSharedTrees() const {
+   if ( thresholds_.empty() || !thresholds_.back().groups.all() ) return true;
+   return std::any_of(
+      thresholds_.begin(), thresholds_.end(), []( const Threshold& each ) {
+         return each.rate < std::numeric_limits<double>::infinity();
+      } );
 }
 
 const AccessFilters::OfLink& AccessFilters::of( Vantu::IntfId intfId ) const {

@@ -50,11 +50,20 @@ class PIMSM_API AccessFilters {
    const OfLink& of( Vantu::IntfId intfId ) const;
    // Who may register with this router as the RP.
    const AccessFilter& registers() const { return registers_; }
+   // The group's SptThreshold::rate.
+   double sptThreshold( const Vantu::IpGenAddr& group ) const;
+   // Does any group have one that can be reached?
+   bool leavesSharedTrees() const;
 
  private:
    Vantu::AddressFamily family_;
    std::map<Vantu::IntfId, OfLink> links_;
    AccessFilter registers_;
+   struct Threshold {
+      AccessFilter groups;
+      double rate;
+   };
+   std::vector<Threshold> thresholds_;
 };
 
 }

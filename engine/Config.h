@@ -143,15 +143,24 @@ struct AdvertisedConfig {
    bool operator==( const AdvertisedConfig& ) const = default;
 };
 
+// The rate of a source's packets, IP headers included, above which a router with members
+// leaves the shared tree (RFC 7761, 4.2.1).
+struct SptThreshold {
+   double rate = 0.0;        // kbit/s; 0: at the first packet, infinity: never
+   std::string groups = {};  // an access list; empty: all groups
+
+   bool operator==( const SptThreshold& ) const = default;
+};
+
 // Both address families.
 struct VrfConfig {
    L3::VrfName name;
    // When true, joins count only from neighbours that sent a hello (RFC 7761,
    // 4.3.1).
    bool requireHello = true;
-   // The rate of a source's packets, IP headers included, in kbit/s, above which a router with members leaves the
-   // shared tree; 0: at the first packet, infinity: never (RFC 7761, 4.2.1).
-   double sptThreshold = 0.0;
+   // When members' routers leave the shared tree: by the first entry that has the
+   // group; at the first packet where none has.
+   std::vector<SptThreshold> sptThresholds = {};
    // Groups whose address names their RP (RFC 3956) are taken. False: they are refused.
    bool embeddedRp = true;
    double keepalivePeriod = 210.0;  // of a source; s

@@ -41,9 +41,7 @@ void MembershipEngine::fix( IntfId intfId,
    for ( const StaticGroupConfig& each : groups ) {
       if ( !each.source.isUnspecified() ) {
          fixed[each.group].sources.insert( each.source );
-      } else if ( sourceSpecific( each.group ) ) {
-         counters_.refused( ssmGroup );
-      } else {
+      } else if ( counters_.accepted( refusalOfShared( each.group ) ) ) {
          fixed[each.group].all = true;
       }
    }

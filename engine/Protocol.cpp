@@ -78,7 +78,7 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
      registerSender_(
         { routes_, topology_, &policy_, config, sender_, clock, counters },
         std::move( registers ), std::move( hooks.registering ) ),
-     registerReceiver_( routes_, sources_, config, sender_, clock ) {}
+     registerReceiver_( routes_, sources_, filters_, config, sender_, clock ) {}
 
 void Protocol::handleNeighbor( IntfId intfId, const IpGenAddr& address,
                                NeighborEvent event ) {
@@ -238,7 +238,7 @@ void Protocol::receiveRegister( const IpPacket& packet,
 }
 
 void Protocol::receiveShared( const Routing::Pim::RouteKey& key, double rate ) {
-   const double threshold = config_.sptThreshold;
+   const double threshold = filters_.sptThreshold( key.group );
    const bool switches =
       sender_.speaks() && ( threshold == 0.0 || rate > threshold );
    const Mox::Ptr<Routes::Route> shared =

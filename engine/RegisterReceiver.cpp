@@ -5,10 +5,12 @@
 namespace Router {
 
 RegisterReceiver::RegisterReceiver( Routes& routes, SourceEngine& sources,
+                                    const AccessFilters& filters,
                                     const VrfConfig& config, Sender& sender,
                                     Mox::Clock& clock )
    : routes_( routes ),
      sources_( sources ),
+     filters_( filters ),
      config_( config ),
      sender_( sender ),
      clock_( clock ) {}
@@ -20,7 +22,7 @@ void RegisterReceiver::receive( const IpPacket& packet,
    const RouteKey key{ message.source, message.group };
    if ( message.nullRegister ) passOn( packet, message );
    const bool switches =
-      config_.sptThreshold < std::numeric_limits<double>::infinity();
+      filters_.sptThreshold( key.group ) < std::numeric_limits<double>::infinity();
    if ( switches && !sources_.keepAlive( key, config_.keepalivePeriod ) ) return;
    const Mox::Ptr<Routes::Route> route = routes_.find( key );
    const bool native = isNative( key );

@@ -22,7 +22,8 @@ class PIMSM_API RegisterReceiver {
    // forwarding process has followed; s.
    static constexpr double overlap = 0.5;
 
-   RegisterReceiver( Routes& routes, SourceEngine& sources, const VrfConfig& config,
+   RegisterReceiver( Routes& routes, SourceEngine& sources,
+                     const AccessFilters& filters, const VrfConfig& config,
                      Sender& sender, Mox::Clock& clock );
 
    // A register for a group of which this router is the RP.
@@ -35,6 +36,7 @@ class PIMSM_API RegisterReceiver {
 
    Routes& routes_;
    SourceEngine& sources_;
+   const AccessFilters& filters_;
    const VrfConfig& config_;
    Sender& sender_;
    Mox::Clock& clock_;

@@ -180,7 +180,8 @@ class VrfReader {
  private:
    void readTime( Section& section, const char* key, uint32_t least, uint32_t most,
                   uint16_t& out );
-   void readSptThreshold( Section& section, VrfConfig& out );
+   static void readSptThreshold( Section& section, VrfConfig& out );
+   static double readRate( const Place& place, const char* key );
    void readHello( Section& section, const VrfConfig& vrf, InterfaceConfig& out );
    Router::MembershipConfig readMembership( const Place& place, const char* what,
                                             uint32_t oldest, uint32_t newest,
@@ -197,6 +198,9 @@ class VrfReader {
    static void readFilter( Section& section, const std::string& key,
                            AddressFamily family, const VrfConfig& vrf,
                            std::string& out );
+   static const AccessListConfig& listOf( const Place& place,
+                                          const std::string& key,
+                                          const VrfConfig& vrf );
    static void readFilters( Section& section, const std::string& key,
                             const VrfConfig& vrf, Router::FamilyLists& out );
    static void readSeconds( Section& section, const char* key, double least,
@@ -235,13 +239,13 @@ VrfConfig VrfReader::read( const Place& place ) {
    readLimit( section, "maxRoutes", out.maxRoutes );
    readLimit( section, "maxRouteIntfs", out.maxRouteIntfs );
    section.value( "require-hello", out.requireHello );
-   readSptThreshold( section, out );
    section.value( "embedded-rp", out.embeddedRp );
    section.value( "new-source-limit", out.newSourceLimit );
    section.value( "new-source-rate", out.newSourceRate );
    for ( const Place& member : section.list( "access-lists" ) ) {
       out.accessLists.push_back( readAccessList( member ) );
    }
+   readSptThreshold( section, out );
    readFilter( section, "ssmFilter", AddressFamily::ipv4, out, out.ssmFilter );
    readFilter( section, "ssmFilter6", AddressFamily::ipv6, out, out.ssmFilter6 );
    readFilter( section, "frrFilter", AddressFamily::ipv4, out, out.frrFilter );
@@ -305,13 +309,22 @@ void VrfReader::readFilter( Section& section, const std::string& key,
    out = place->text( key );
    bool isSsm = key.substr( 0, 3 ) == "ssm";
    if ( isSsm && out == Routing::Pim::SparseMode::noSsmRange ) return;
-   auto list = std::find_if( vrf.accessLists.begin(), vrf.accessLists.end(),
-                             [&]( const auto& each ) { return each.name == out; } );
-   if ( list == vrf.accessLists.end() )
-      place->fail( fmt::format( "{}: no access list '{}' in this VRF", key, out ) );
-   if ( familyOf( list->rules ).value_or( family ) != family )
+   const AccessListConfig& list = listOf( *place, key, vrf );
+   if ( familyOf( list.rules ).value_or( family ) != family )
       place->fail(
          fmt::format( "{}: access list '{}' is of another family", key, out ) );
+}
+
+const AccessListConfig& VrfReader::listOf( const Place& place,
+                                           const std::string& key,
+                                           const VrfConfig& vrf ) {
+   const std::string name = place.text( key );
+   auto list =
+      std::find_if( vrf.accessLists.begin(), vrf.accessLists.end(),
+                    [&]( const auto& each ) { return each.name == name; } );
+   if ( list == vrf.accessLists.end() )
+      place.fail( fmt::format( "{}: no access list '{}' in this VRF", key, name ) );
+   return *list;
 }
 
 void VrfReader::readFilters( Section& section, const std::string& key,
@@ -413,24 +426,37 @@ void VrfReader::readTime( Section& section, const char* key, uint32_t least,
    out = static_cast<uint16_t>( number );
 }
 
+// A value for all groups, or a list of values with the groups' access lists.
 void VrfReader::readSptThreshold( Section& section, VrfConfig& out ) {
-   std::optional<Place> place = section.take( "spt-threshold" );
+   const char* const key = "spt-threshold";
+   std::optional<Place> place = section.take( key );
    if ( !place ) return;
-   const auto text = Section::convert<std::string>( *place, "spt-threshold" );
-   if ( text == "immediate" ) return;
-   if ( text == "infinity" ) {
-      out.sptThreshold = std::numeric_limits<double>::infinity();
+   if ( place->node.IsScalar() ) {
+      out.sptThresholds = { { readRate( *place, key ) } };
       return;
    }
+   for ( const Place& member : place->list( key ) ) {
+      Section entry( member, key );
+      SptThreshold threshold{ readRate( entry.require( "rate" ), "rate" ) };
+      if ( std::optional<Place> groups = entry.take( "groups" ) )
+         threshold.groups = listOf( *groups, "groups", out ).name;
+      entry.finish();
+      out.sptThresholds.push_back( threshold );
+   }
+}
+
+double VrfReader::readRate( const Place& place, const char* key ) {
+   const auto text = Section::convert<std::string>( place, key );
+   if ( text == "immediate" ) return 0.0;
+   if ( text == "infinity" ) return std::numeric_limits<double>::infinity();
    uint32_t rate = 0;
    const auto [end, error] =
       std::from_chars( text.data(), text.data() + text.size(), rate );
    if ( error != std::errc() || end != text.data() + text.size() || rate == 0 )
-      place->fail(
-         fmt::format( "spt-threshold: '{}' is neither immediate nor "
-                      "infinity nor a rate in kbit/s",
-                      text ) );
-   out.sptThreshold = rate;
+      place.fail( fmt::format(
+         "{}: '{}' is neither immediate nor infinity nor a rate in kbit/s", key,
+         text ) );
+   return rate;
 }
 
 void VrfReader::readRpf( Section& section, VrfConfig& out ) {

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <limits>
 
 #include "apps/mfib/EntryCounters.h"
 #include "engine/Refusal.h"
@@ -277,9 +276,7 @@ void Family::endSilent() {
 void Family::publishCounters() {
    vifs_.publishCounters();
    if ( !mfib_->started() ) return;
-   const bool counts =
-      config_.router.sptThreshold < std::numeric_limits<double>::infinity();
-   mfib_->copiesIs( counts && agentSends() );
+   mfib_->copiesIs( filters_.leavesSharedTrees() && agentSends() );
    endSilent();
    publishEntryCounters(
       *kernel_, *published_,

@@ -38,7 +38,7 @@ class BedScenario : public testing::Test {
    }
 
    void SetUp() override {
-#ifdef __SANITIZE_ADDRESS__
+#if defined( __SANITIZE_ADDRESS__ ) || defined( __SANITIZE_THREAD__ )
       GTEST_SKIP() << "real time: not with programs that the sanitizers slow down";
 #endif
       static const std::string kWhyNot = notPermitted();
@@ -46,24 +46,41 @@ class BedScenario : public testing::Test {
       if ( !play_.stage ) play_.stage = std::make_unique<Stage>( play_.script );
    }
    void TestBody() override {
-      play_.stage->begin();
-      for ( const std::string& each : story_.preamble ) play_.stage->act( each );
-      for ( const Line& line : story_.lines ) {
-         if ( !run( line ) ) break;
+      const bool isLong = story_.title.rfind( "long: ", 0 ) == 0;
+      const bool inLongRun = std::getenv( "PIMSM_LONG" ) != nullptr;
+      if ( isLong && !inLongRun ) GTEST_SKIP() << "in ./test --long";
+      for ( int times = inLongRun && !isLong ? 20 : 1; times > 0; --times ) {
+         play_.stage->begin();
+         for ( const std::string& each : story_.preamble ) play_.stage->act( each );
+         for ( const Line& line : story_.lines ) {
+            if ( !run( line ) ) break;
+         }
+         play_.stage->end();
       }
-      play_.stage->end();
       if ( HasFailure() ) std::cout << play_.stage->bed().state();
+      if ( inLongRun ) print();
    }
 
  private:
+   // Returns false when the scenario cannot go on.
    bool run( const Line& line ) {
       try {
          for ( const std::string& each : line.statements ) play_.stage->act( each );
          for ( const std::string& each : line.expected ) expect( line, each );
       } catch ( const std::exception& error ) {
          ADD_FAILURE() << where( line ) << error.what();
+         return false;
       }
-      return !HasFailure();
+      return true;
+   }
+   // A table of both families' figures.
+   void print() {
+      std::cout << "| " << story_.title << " | median | worst |\n|---|---|---|\n";
+      for ( auto& [figure, got] : figures_ ) {
+         std::sort( got.begin(), got.end() );
+         std::cout << fmt::format( "| {} | {:.0f} | {:.0f} |\n", figure.second,
+                                   got[got.size() / 2], got.back() );
+      }
    }
    std::string where( const Line& line ) const {
       return fmt::format( "{}:{}: {}\n", play_.script.path, line.number,
@@ -81,6 +98,7 @@ class BedScenario : public testing::Test {
       const bool below = words.accept( "below" ), above = words.accept( "above" );
       const double wanted = words.number();
       for ( const auto& [of, got] : figures ) {
+         figures_[{ line.number, text }].push_back( got );
          if ( below ? got >= wanted : above ? got <= wanted : got != wanted )
             ADD_FAILURE() << where( line ) << "wanted " << text << "\ngot    " << of
                           << ' ' << got;
@@ -89,6 +107,8 @@ class BedScenario : public testing::Test {
 
    Play& play_;
    const Story& story_;
+   // By line and expectation.
+   std::map<std::pair<int, std::string>, std::vector<double>> figures_;
 };
 
 // For filters: letters and digits, words with capitals.

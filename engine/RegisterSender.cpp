@@ -26,17 +26,49 @@ RegisterSender::RegisterSender(
 
 RegisterSender::~RegisterSender() = default;
 
-// RFC 7761, 4.4.1: CouldRegister(S,G), without its timer's part, and not towards itself.
-bool RegisterSender::couldRegister( const Routes::Route& route,
-                                    const IpGenAddr& rp ) const {
+// RFC 7761, 4.4.1: CouldRegister(S,G), without its timer's part.
+bool RegisterSender::isFirstHop( const Routes::Route& route ) const {
    if ( route.wildCard() || route.katExpired() || !route.directlyConnected() )
       return false;
-   if ( rp.isUnspecified() || isOwn( in_.config, rp ) ) return false;
    if ( in_.policy != nullptr && in_.policy->sourceSpecific( route.key().group ) )
       return false;
    const auto& pim = in_.routes.model().pimStatus();
    const auto* intf = pim == nullptr ? nullptr : pim->intf( route.rpf().intfId );
    return intf != nullptr && intf->iAmDr();
+}
+
+// Null where the group's RP is not this router, or this router alone.
+const AnycastRpConfig* RegisterSender::ownSet( const IpGenAddr& group ) const {
+   const IpGenAddr rp = in_.topology.rpOf( group );
+   return isOwn( in_.config, rp ) ? anycastRp( in_.config, rp ) : nullptr;
+}
+
+void RegisterSender::reviewPeers( const RouteKey& key, const Routes::Route* route,
+                                  bool atOnce ) {
+   const bool tells =
+      route != nullptr && ownSet( key.group ) != nullptr && isFirstHop( *route );
+   if ( !tells ) {
+      told_.erase( key );
+      return;
+   }
+   const auto [next, isNew] =
+      told_.try_emplace( key, in_.clock, [this, key] { tellPeers( key ); } );
+   if ( !isNew ) return;
+   if ( atOnce ) return tellPeers( key );
+   next->second.start(
+      in_.sender.randomTime( in_.config.registerSuppressionTime ) );
+}
+
+void RegisterSender::tellPeers( const RouteKey& key ) {
+   told_.at( key ).start( in_.config.registerSuppressionTime );
+   const AnycastRpConfig* set = ownSet( key.group );
+   if ( set == nullptr ) return;
+   PimRegister message;
+   message.nullRegister = true;
+   message.source = key.source;
+   message.group = key.group;
+   for ( const IpGenAddr& peer : set->peers )
+      in_.sender.send( { {}, set->local, peer, pimMessage( message ) } );
 }
 
 RegisterSender::Source& RegisterSender::source( const RouteKey& key ) {
@@ -52,7 +84,10 @@ void RegisterSender::review( const RouteKey& key ) {
    const Mox::Ptr<Routes::Route> route = in_.routes.find( key );
    const IpGenAddr rp = in_.topology.rpOf( key.group );
    const auto found = sources_.find( key );
-   if ( route == nullptr || !couldRegister( *route, rp ) ) {
+   reviewPeers( key, route.get(), true );
+   const bool could = route != nullptr && !rp.isUnspecified() &&
+                      !isOwn( in_.config, rp ) && isFirstHop( *route );
+   if ( !could ) {
       if ( found != sources_.end() ) forget( key );
       return;
    }
@@ -179,6 +214,9 @@ void RegisterSender::adopt( const KeptTimes& kept ) {
                          in_.config.registerProbeTime );
       }
    }
+   // The others know what a former process told them.
+   for ( const auto& route : in_.routes.model().route() )
+      if ( !route.wildCard() ) reviewPeers( route.key(), &route, false );
    for ( const RouteKey& key : tables_->drDiscoveredSg().keys() ) review( key );
 }
 

@@ -11,6 +11,10 @@
 //    any           could not register                 noInfo        forget
 //    any           another RP                         join          register with that one
 //
+// Where this router is the RP itself, one of several (RFC 4610), there is nobody to register
+// with, but the others have to know: each gets a null register at once and once in a
+// suppression time. They join where they have listeners.
+//
 // A source in `join` is in the table registerOif, in the other two in noRegisterOif, and
 // in each in drDiscoveredSg. Event-loop thread; the constructor's arguments outlive it.
 #pragma once
@@ -66,8 +70,10 @@ class PIMSM_API RegisterSender {
    enum class State { join, prune, joinPending };
    struct Source;
 
-   bool couldRegister( const Routes::Route& route,
-                       const Vantu::IpGenAddr& rp ) const;
+   bool isFirstHop( const Routes::Route& route ) const;
+   const AnycastRpConfig* ownSet( const Vantu::IpGenAddr& group ) const;
+   void reviewPeers( const RouteKey& key, const Routes::Route* route, bool atOnce );
+   void tellPeers( const RouteKey& key );
    Source& source( const RouteKey& key );
    void enter( const RouteKey& key, Source& source, State state );
    void stop( const RouteKey& key, Source& source );
@@ -81,6 +87,7 @@ class PIMSM_API RegisterSender {
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables_;
    std::function<void( const RouteKey& )> changed_;
    std::map<RouteKey, std::unique_ptr<Source>> sources_;
+   std::map<RouteKey, Timer> told_;  // to the other RPs: when they are told again
 };
 
 }

@@ -56,6 +56,18 @@ void publishInterfaces( FamilyStatus& tables, const std::vector<Interface>& all 
       [&]( Vantu::IntfId key ) { tables.interfaceDel( key ); } );
 }
 
+void publishInterfaceAddresses( FamilyStatus& tables,
+                                const std::vector<InterfaceAddress>& all ) {
+   publishAll(
+      tables.interfaceAddress(), all,
+      [&]( const InterfaceAddress& record ) {
+         tables.interfaceAddressIs( record );
+      },
+      [&]( const InterfaceAddressKey& key ) {
+         tables.interfaceAddressDel( key );
+      } );
+}
+
 void publishNeighbors( FamilyStatus& tables, const std::vector<Neighbor>& all ) {
    publishAll(
       tables.neighbor(), all,

@@ -123,9 +123,14 @@ void publishLinks( Published::FamilyStatus& tables, const Protocol& protocol,
    std::vector<Published::Interface> interfaces;
    std::vector<Published::Neighbor> neighbors;
    std::vector<Published::NeighborAddress> addresses;
+   std::vector<Published::InterfaceAddress> own;
    for ( const auto& [intfId, link] : protocol.links().all() ) {
       interfaces.push_back( interfaceRecord( link, protocol.querier( intfId ),
                                              *pimStatus.intf( intfId ) ) );
+      for ( const InterfaceAddress& each : link.config().addresses ) {
+         if ( each.address.family() == link.address().family() )
+            own.push_back( { { intfId, each.address, 0 }, each.subnet } );
+      }
       for ( const auto& [address, neighbor] : link.neighbors().all() ) {
          neighbors.push_back( neighborRecord(
             intfId, address, neighbor, protocol.lastJoins( intfId, address ) ) );
@@ -134,6 +139,7 @@ void publishLinks( Published::FamilyStatus& tables, const Protocol& protocol,
       }
    }
    Published::publishInterfaces( tables, interfaces );
+   Published::publishInterfaceAddresses( tables, own );
    Published::publishNeighbors( tables, neighbors );
    Published::publishNeighborAddresses( tables, addresses );
 }

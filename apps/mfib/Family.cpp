@@ -115,12 +115,13 @@ bool Family::onDrsLink( const Routing::Pim::RouteKey& key,
    if ( agent_->interface().find( name, record ) != Brane::lookupFound ||
         !record.speaks || !record.iAmDr )
       return false;
-   for ( const auto& interface : config_.router.interfaces ) {
-      if ( interface.name != name ) continue;
-      for ( const auto& own : interface.addresses )
-         if ( own.subnet.contains( key.source ) ) return true;
-   }
-   return false;
+   bool found = false;
+   agent_->interfaceAddress().visit(
+      nullptr, [&]( const Published::InterfaceAddress& own ) {
+         found = own.key.intfId == name && own.subnet.contains( key.source );
+         return !found;
+      } );
+   return found;
 }
 
 // Until the agent has made its route, a source's packets go where the group's do, and

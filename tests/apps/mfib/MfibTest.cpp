@@ -109,11 +109,9 @@ class Forwards : public testing::Test {
       record.speaks = true;
       record.iAmDr = dr;
       roles->interfaceIs( record );
+      roles->interfaceAddressIs( { { intfId( name ), addr( "192.0.2.254" ), 0 },
+                                   Vantu::IpGenPrefix( "192.0.2.0/24" ) } );
       agent.manager.dispatch();
-      config.router.interfaces = {
-         { .name = intfId( name ),
-           .addresses = {
-              { addr( "192.0.2.254" ), Vantu::IpGenPrefix( "192.0.2.0/24" ) } } } };
       config.router.rps = { { addr( "203.0.113.9" ), {} } };
    }
    void tell( const RouteKey& key, unsigned vif,

@@ -56,16 +56,12 @@ void publishInterfaces( FamilyStatus& tables, const std::vector<Interface>& all 
       [&]( Vantu::IntfId key ) { tables.interfaceDel( key ); } );
 }
 
-void publishInterfaceAddresses( FamilyStatus& tables,
-                                const std::vector<InterfaceAddress>& all ) {
+void publishOwnAddresses( FamilyStatus& tables,
+                          const std::vector<OwnAddress>& all ) {
    publishAll(
-      tables.interfaceAddress(), all,
-      [&]( const InterfaceAddress& record ) {
-         tables.interfaceAddressIs( record );
-      },
-      [&]( const InterfaceAddressKey& key ) {
-         tables.interfaceAddressDel( key );
-      } );
+      tables.ownAddress(), all,
+      [&]( const OwnAddress& record ) { tables.ownAddressIs( record ); },
+      [&]( const OwnAddressKey& key ) { tables.ownAddressDel( key ); } );
 }
 
 void publishNeighbors( FamilyStatus& tables, const std::vector<Neighbor>& all ) {

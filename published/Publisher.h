@@ -14,8 +14,8 @@ namespace Published {
 // table keeps its records. Of two records of one key the first counts.
 PIMSM_API void publishInterfaces( FamilyStatus& tables,
                                   const std::vector<Interface>& all );
-PIMSM_API void publishInterfaceAddresses(
-   FamilyStatus& tables, const std::vector<InterfaceAddress>& all );
+PIMSM_API void publishOwnAddresses( FamilyStatus& tables,
+                                    const std::vector<OwnAddress>& all );
 PIMSM_API void publishNeighbors( FamilyStatus& tables,
                                  const std::vector<Neighbor>& all );
 PIMSM_API void publishNeighborAddresses( FamilyStatus& tables,

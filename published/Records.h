@@ -23,14 +23,14 @@ namespace Published {
    FIELD( double,           nextQuery,    0.0 ) \
    FIELD( uint32_t,         startupQueries, 0 ) /* still to be sent at start-up */
 
-#define PUBLISHED_INTERFACE_ADDRESS_KEY( FIELD ) \
+#define PUBLISHED_OWN_ADDRESS_KEY( FIELD ) \
    FIELD( Vantu::IntfId,    intfId,  {} ) \
    FIELD( Vantu::IpGenAddr, address, {} ) \
    FIELD( uint32_t,         unused,  0 ) /* keys are of whole 8 bytes */
 
 // An own address, primary or secondary, and its subnet.
-#define PUBLISHED_INTERFACE_ADDRESS( FIELD ) \
-   FIELD( Published::InterfaceAddressKey, key,    {} ) \
+#define PUBLISHED_OWN_ADDRESS( FIELD ) \
+   FIELD( Published::OwnAddressKey, key,    {} ) \
    FIELD( Vantu::IpGenPrefix,             subnet, {} )
 
 #define PUBLISHED_NEIGHBOR_KEY( FIELD ) \
@@ -118,13 +118,13 @@ struct Interface {
    bool operator==( const Interface& ) const = default;
 };
 
-struct InterfaceAddressKey {
-   PUBLISHED_INTERFACE_ADDRESS_KEY( MOX_RECORD_FIELD )
-   auto operator<=>( const InterfaceAddressKey& ) const = default;
+struct OwnAddressKey {
+   PUBLISHED_OWN_ADDRESS_KEY( MOX_RECORD_FIELD )
+   auto operator<=>( const OwnAddressKey& ) const = default;
 };
-struct InterfaceAddress {
-   PUBLISHED_INTERFACE_ADDRESS( MOX_RECORD_FIELD )
-   bool operator==( const InterfaceAddress& ) const = default;
+struct OwnAddress {
+   PUBLISHED_OWN_ADDRESS( MOX_RECORD_FIELD )
+   bool operator==( const OwnAddress& ) const = default;
 };
 
 struct NeighborKey {
@@ -192,10 +192,10 @@ struct Counter {
 namespace Brane {
 
 BRANE_FLAT_RECORD( Published::Interface, "Interface", PUBLISHED_INTERFACE )
-BRANE_FLAT_RECORD( Published::InterfaceAddressKey, "InterfaceAddressKey",
-                   PUBLISHED_INTERFACE_ADDRESS_KEY )
-BRANE_FLAT_RECORD( Published::InterfaceAddress, "InterfaceAddress",
-                   PUBLISHED_INTERFACE_ADDRESS )
+BRANE_FLAT_RECORD( Published::OwnAddressKey, "OwnAddressKey",
+                   PUBLISHED_OWN_ADDRESS_KEY )
+BRANE_FLAT_RECORD( Published::OwnAddress, "OwnAddress",
+                   PUBLISHED_OWN_ADDRESS )
 BRANE_FLAT_RECORD( Published::NeighborKey, "NeighborKey", PUBLISHED_NEIGHBOR_KEY )
 BRANE_FLAT_RECORD( Published::Neighbor, "Neighbor", PUBLISHED_NEIGHBOR )
 BRANE_FLAT_RECORD( Published::NeighborAddressKey, "NeighborAddressKey",

@@ -8,7 +8,7 @@ namespace Published {
 namespace {
 
 constexpr uint32_t kMaxInterfaces = 4096;
-constexpr uint32_t kMaxInterfaceAddresses = 16384;
+constexpr uint32_t kMaxOwnAddresses = 16384;
 constexpr uint32_t kMaxNeighbors = 16384;
 constexpr uint32_t kMaxRegistering = 16384;
 constexpr uint32_t kMaxRps = 1024;
@@ -55,8 +55,7 @@ Mox::Ptr<FamilyStatus> FamilyStatus::mount( Corvex::EntityManager& manager,
                                             uint32_t routeIntfs ) {
    Mox::Ptr<FamilyStatus> entity = entityAt<FamilyStatus>( manager, path );
    initialize( *entity->interfaceControl(), role, kMaxInterfaces, manager );
-   initialize( *entity->interfaceAddressControl(), role, kMaxInterfaceAddresses,
-               manager );
+   initialize( *entity->ownAddressControl(), role, kMaxOwnAddresses, manager );
    initialize( *entity->neighborControl(), role, kMaxNeighbors, manager );
    initialize( *entity->neighborAddressControl(), role, kMaxNeighbors, manager );
    initialize( *entity->downstreamControl(), role, routeIntfs, manager );

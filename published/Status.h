@@ -11,7 +11,7 @@
 namespace Published {
 
 using InterfaceTable = MoxBrane::Table<Interface>;
-using InterfaceAddressTable = MoxBrane::Table<InterfaceAddress>;
+using OwnAddressTable = MoxBrane::Table<OwnAddress>;
 using NeighborTable = MoxBrane::Table<Neighbor>;
 using NeighborAddressTable = MoxBrane::Table<NeighborAddress>;
 using DownstreamTable = MoxBrane::Table<Downstream>;
@@ -24,7 +24,7 @@ using CounterTable = MoxBrane::Table<Counter>;
 // clang-format off
 #define PUBLISHED_FAMILY_ATTRIBUTES( A ) \
    A( Table, interface,  Interface,  InterfaceTable,  , "interfaces that speak PIM" ) \
-   A( Table, interfaceAddress, InterfaceAddress, InterfaceAddressTable, , "their addresses and subnets" ) \
+   A( Table, ownAddress, OwnAddress, OwnAddressTable, , "their addresses and subnets" ) \
    A( Table, neighbor,   Neighbor,   NeighborTable,   , "PIM neighbours; the next agent knows them from here" ) \
    A( Table, neighborAddress, NeighborAddress, NeighborAddressTable, , "their secondary addresses" ) \
    A( Table, downstream, Downstream, DownstreamTable, , "timers of route interfaces; the next agent goes on with them" ) \

@@ -123,7 +123,7 @@ void publishLinks( Published::FamilyStatus& tables, const Protocol& protocol,
    std::vector<Published::Interface> interfaces;
    std::vector<Published::Neighbor> neighbors;
    std::vector<Published::NeighborAddress> addresses;
-   std::vector<Published::InterfaceAddress> own;
+   std::vector<Published::OwnAddress> own;
    for ( const auto& [intfId, link] : protocol.links().all() ) {
       interfaces.push_back( interfaceRecord( link, protocol.querier( intfId ),
                                              *pimStatus.intf( intfId ) ) );
@@ -139,7 +139,7 @@ void publishLinks( Published::FamilyStatus& tables, const Protocol& protocol,
       }
    }
    Published::publishInterfaces( tables, interfaces );
-   Published::publishInterfaceAddresses( tables, own );
+   Published::publishOwnAddresses( tables, own );
    Published::publishNeighbors( tables, neighbors );
    Published::publishNeighborAddresses( tables, addresses );
 }

@@ -116,11 +116,10 @@ bool Family::onDrsLink( const Routing::Pim::RouteKey& key,
         !record.speaks || !record.iAmDr )
       return false;
    bool found = false;
-   agent_->interfaceAddress().visit(
-      nullptr, [&]( const Published::InterfaceAddress& own ) {
-         found = own.key.intfId == name && own.subnet.contains( key.source );
-         return !found;
-      } );
+   agent_->ownAddress().visit( nullptr, [&]( const Published::OwnAddress& own ) {
+      found = own.key.intfId == name && own.subnet.contains( key.source );
+      return !found;
+   } );
    return found;
 }
 

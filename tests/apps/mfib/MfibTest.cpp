@@ -109,8 +109,8 @@ class Forwards : public testing::Test {
       record.speaks = true;
       record.iAmDr = dr;
       roles->interfaceIs( record );
-      roles->interfaceAddressIs( { { intfId( name ), addr( "192.0.2.254" ), 0 },
-                                   Vantu::IpGenPrefix( "192.0.2.0/24" ) } );
+      roles->ownAddressIs( { { intfId( name ), addr( "192.0.2.254" ), 0 },
+                             Vantu::IpGenPrefix( "192.0.2.0/24" ) } );
       agent.manager.dispatch();
       config.router.rps = { { addr( "203.0.113.9" ), {} } };
    }

@@ -289,6 +289,14 @@ void Bed::start( const Name& router ) {
       PIMSM_MFIB, "--config", config, "--root", place( router ) } );
 }
 
+void Bed::end( const Name& router ) {
+   for ( Program* each :
+         { &agent( router ), nodes_.at( router ).forwarder.get() } ) {
+      each->signal( SIGTERM );
+      each->wait();
+   }
+}
+
 void Bed::startAgent( const Name& router ) {
    Node& node = nodes_.at( router );
    node.agent.reset();

@@ -48,9 +48,10 @@ class Bed {
 
    // Starts all routers and waits until neighbours know each other.
    void startAll();
-   // Starts agent and forwarding process. The agent takes its leave at SIGTERM.
+   // Starts agent and forwarding process.
    void start( const Name& router );
-   void startAgent( const Name& router );
+   // Ends both; the agent takes its leave of the neighbours.
+   void end( const Name& router );
    // Kills the agent and starts it again; the forwarding process goes on.
    void killAgent( const Name& router );
    Mox::Test::Program& agent( const Name& router ) {
@@ -78,6 +79,7 @@ class Bed {
       std::unique_ptr<Mox::Test::Program> agent, forwarder;
    };
 
+   void startAgent( const Name& router );
    bool inStep( const Name& router ) const;
    void add( const Name& name, const Plan& plan );
    size_t netOf( const Name& a, const Name& b );

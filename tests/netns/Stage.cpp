@@ -171,18 +171,15 @@ bool Stage::actOnPackets( const std::string& who, const std::string& verb,
    return true;
 }
 
-// kill agent of X: it is started at once. end agent of X: with a goodbye.
-// kill 200 agents
+// kill agent of X; kill 200 agents; end X; start X
 void Stage::actOnProgram( const std::string& verb, Words& words ) {
    const std::string what = words.next();
+   if ( verb == "start" ) return bed_.start( what );
+   if ( verb == "end" ) return bed_.end( what );
    if ( words.accept( "agents" ) ) return killAtRandom( std::stoi( what ) );
    if ( what != "agent" || !words.accept( "of" ) )
       throw ScriptError( "not understood: " + verb + ' ' + what );
-   const std::string router = words.next();
-   if ( verb == "kill" ) return bed_.killAgent( router );
-   if ( verb == "start" ) return bed_.startAgent( router );
-   bed_.agent( router ).signal( SIGTERM );
-   bed_.agent( router ).wait();
+   bed_.killAgent( words.next() );
 }
 
 // An agent dies each 0.1 to 0.5 s, also while it starts.

@@ -148,7 +148,9 @@ void KernelRoutes::onTime() {
 
 // Returns false when something changed meanwhile; the routes stay as they were.
 bool KernelRoutes::read( const std::set<uint32_t>& tables ) {
+   constexpr double kLongest = 1.0;  // s
    const double began = clock()->now();
+   nextRead_ = began + kLongest;  // should it fail
    Reading reading( tables );
    bool whole = Netlink::dump(
       RTM_GETLINK, AF_UNSPEC,
@@ -160,7 +162,7 @@ bool KernelRoutes::read( const std::set<uint32_t>& tables ) {
       whole = whole && all;
    }
    const double now = clock()->now();
-   nextRead_ = now + std::min( 1.0, 20 * ( now - began ) );
+   nextRead_ = now + std::min( kLongest, 20 * ( now - began ) );
    if ( whole ) ribsAre( reading.takeRibs() );
    return whole;
 }

@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 
+#include "engine/AccessFilter.h"
 #include "engine/RouterCounters.h"
 #include "engine/Sender.h"
 #include "engine/SourceEngine.h"

@@ -4,7 +4,6 @@
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <regex>
 #include <set>
 
@@ -126,27 +125,6 @@ class LiveRouter : public NetworkTest {
       return eventually( [&] { return shownOlists() == kernelOlists(); } );
    }
 
-   static constexpr const char* kNoScapy = "no scapy here (python3-scapy)";
-   static bool hasScapy() {
-      return Mox::Test::runToEnd(
-                { "/usr/bin/python3", "-c", "import scapy.contrib.pim" } )
-                .status == 0;
-   }
-   // A downstream router on the link sends these messages.
-   void downstream( int link, const Program::Arguments& what ) {
-      Program::Arguments command = {
-         "/usr/bin/python3",
-         PIMSM_SOURCE_DIR "/tests/netns/downstream.py",
-         Topology::hostInterface( link ),
-         valueToStrep( host( link ) ),
-         valueToStrep( Topology::routerAddress( GetParam(), link ) ),
-         valueToStrep( host( 0 ) ) };
-      command.insert( command.end(), what.begin(), what.end() );
-      Namespace::Inside inside( net->host( link ) );
-      Mox::Test::Ended ended = Mox::Test::runToEnd( command );
-      ASSERT_EQ( ended.status, 0 ) << ended.err;
-   }
-
    std::unique_ptr<Forwarder> forwarder;
    std::unique_ptr<Program> agent;
    bool named = false;  // its interfaces are given by options
@@ -199,6 +177,9 @@ TEST_P( LiveRouter, InterfacesComeAndGo ) {
 }
 
 TEST_P( LiveRouter, HostsJoinAndLeaveAGroup ) {
+   agent.reset();
+   named = true;
+   startAgent();
    Sender stream = sender( 0, group( 1 ) );
    uint32_t asked = stream.sent();
    Receiver left = receiver( 1, group( 1 ) );
@@ -224,148 +205,6 @@ TEST_P( LiveRouter, HostsJoinAndLeaveAGroup ) {
    EXPECT_TRUE( agree() ) << show( {} ) << kernel();
    ASSERT_TRUE( flows( left, stream ) );
    EXPECT_EQ( left.faults(), Faults() );
-}
-
-TEST_P( LiveRouter, ADownstreamRouterJoinsAndPrunes ) {
-   if ( !hasScapy() ) GTEST_SKIP() << kNoScapy;
-   const std::string g = valueToStrep( group( 1 ) );
-   Sender stream = sender( 0, group( 1 ) );
-   Receiver right = receiver( 2, group( 1 ) );
-   ASSERT_TRUE( flows( right, stream ) );
-   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
-   right.forget();
-   // It is no member itself, but its link gets the traffic that the link's router
-   // joined.
-   Receiver left = receiver( 1, group( 9 ) );
-   auto joined = [&]( const std::string& source ) {
-      for ( const auto& [route, olist] : kernelOlists() ) {
-         if ( route.rfind( "(" + source + ", " + g, 0 ) == 0 )
-            return olist.count( "r1" ) != 0;
-      }
-      return false;
-   };
-   auto unharmed = [&]( const char* step ) {
-      right.received();
-      EXPECT_EQ( right.faults(), Faults() ) << "after " << step << '\n'
-                                            << show( {} ) << kernel();
-   };
-   downstream( 1, { "join", "*", g } );
-   ASSERT_TRUE( eventually( [&] { return joined( "*" ); } ) )
-      << show( {} ) << agent->err();
-   unharmed( "the group's join" );
-   const std::string s = valueToStrep( host( 0 ) );
-   downstream( 1, { "join", s, g } );
-   ASSERT_TRUE( eventually( [&] { return joined( s ); } ) )
-      << show( {} ) << kernel();
-   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
-   unharmed( "the source's join" );
-   downstream( 1, { "prune", s, g, "prune", "*", g } );
-   ASSERT_TRUE( eventually( [&] { return !joined( s ) && !joined( "*" ); } ) )
-      << show( {} ) << kernel();
-   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
-   ASSERT_TRUE( flows( right, stream ) );
-   unharmed( "the prunes" );
-}
-
-// At the RP itself the shared tree has no incoming interface: at its first-hop
-// router the source's packets make the route.
-TEST_P( LiveRouter, ASourceOnALinkMakesItsRoute ) {
-   start( Topology::routerAddress( GetParam(), 0 ) );
-   Receiver left = receiver( 1, group( 1 ) );
-   Sender stream = sender( 0, group( 1 ) );
-   ASSERT_TRUE( flows( left, stream ) );
-   std::cout << "from the source's first packet to one that came: "
-             << left.received().front() << " ms\n";
-   left.forget();
-   Receiver right = receiver( 2, group( 1 ) );
-   ASSERT_TRUE( flows( right, stream ) );
-   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
-   EXPECT_EQ( left.faults(), Faults() );
-}
-
-// The lines that stay the same over a restart: without times, in any order.
-std::set<std::string> lasting( const std::string& lines ) {
-   std::set<std::string> out;
-   std::istringstream stream( lines );
-   for ( std::string line; std::getline( stream, line ); ) {
-      Json route = Json::parse( line );
-      std::function<void( Json& )> strip = [&]( Json& json ) {
-         if ( json.is_object() ) {
-            for ( const char* time : { "up-time", "since-last-join",
-                                       "since-last-rpt-prune", "writer" } )
-               json.erase( time );
-         }
-         for ( Json& part : json ) {
-            if ( part.is_structured() ) strip( part );
-         }
-      };
-      strip( route );
-      out.insert( route.dump() );
-   }
-   return out;
-}
-
-// The lines that only one of the two has.
-std::string difference( const std::set<std::string>& before,
-                        const std::set<std::string>& after ) {
-   std::string out;
-   for ( const std::string& line : before )
-      out += after.count( line ) == 0 ? "- " + line + "\n" : "";
-   for ( const std::string& line : after )
-      out += before.count( line ) == 0 ? "+ " + line + "\n" : "";
-   return out;
-}
-
-TEST_P( LiveRouter, NoPacketIsLostWhileTheAgentIsKilled ) {
-   const char* given = std::getenv( "PIMSM_SEED" );
-   const unsigned seed =
-      given != nullptr ? unsigned( std::atoi( given ) ) : std::random_device()();
-   const int kills = std::getenv( "PIMSM_LONG" ) != nullptr ? 50 : 5;
-   std::cout << "seed " << seed << "\n";
-   std::mt19937 random( seed );
-   Sender stream = sender( 0, group( 1 ) );
-   Sender ssm = sender( 0, group( 2, true ) );
-   Receiver left = receiver( 1, group( 1 ) );
-   Receiver right = receiver( 2, group( 2, true ), host( 0 ) );
-   Receiver third = receiver( 2, group( 1 ) );
-   ASSERT_TRUE( flows( left, stream ) );
-   ASSERT_TRUE( flows( right, ssm ) );
-   ASSERT_TRUE( flows( third, stream ) );
-   const Program::Arguments kLines = { ipv4() ? "-4" : "-6", "--json-lines" };
-   ASSERT_TRUE( agree() );
-   for ( Receiver* each : { &left, &right, &third } ) each->forget();
-   named = true;
-   const std::set<std::string> before = lasting( show( kLines ) );
-   ASSERT_FALSE( before.empty() );
-   for ( int kill = 0; kill < kills; ++kill ) {
-      // A show tool also reads at that moment.
-      std::unique_ptr<Program> reader;
-      if ( kill % 2 == 1 ) {
-         reader = std::make_unique<Program>(
-            Program::Arguments{ PIMSM_SHOW, "--root", root.path() } );
-      }
-      uint32_t at = stream.sent() + random() % 300;
-      ASSERT_TRUE( eventually( [&] { return stream.sent() >= at; } ) );
-      agent->signal( SIGKILL );
-      if ( reader != nullptr ) reader->signal( SIGKILL );
-      ASSERT_EQ( agent->wait(), -SIGKILL );
-      EXPECT_EQ( difference( before, lasting( show( kLines ) ) ), "" );
-      startAgent();
-      ASSERT_TRUE(
-         eventually( [&] { return lasting( show( kLines ) ) == before; } ) )
-         << difference( before, lasting( show( kLines ) ) );
-      // Their sockets hold some 100,000 packets.
-      for ( Receiver* each : { &left, &right, &third } ) each->received();
-   }
-   ASSERT_TRUE( flows( left, stream ) );
-   ASSERT_TRUE( flows( right, ssm ) );
-   ASSERT_TRUE( flows( third, stream ) );
-   EXPECT_EQ( left.faults(), Faults() );
-   EXPECT_EQ( right.faults(), Faults() );
-   EXPECT_EQ( third.faults(), Faults() );
-   std::cout << kills << " kills, " << left.received().size() << " + "
-             << right.received().size() << " + " << third.received().size()
-             << " packets, none lost or doubled\n";
 }
 
 INSTANTIATE_FOR_FAMILIES( LiveRouter );

@@ -286,7 +286,7 @@ void Bed::start( const Name& router ) {
    startAgent( router );
    Namespace::Inside inside( node.space );
    node.forwarder = std::make_unique<Program>( Program::Arguments{
-      PIMSM_MFIB, "--config", config, "--root", place( router ) } );
+      PIMSM_MFIB, "--keep", "--config", config, "--root", place( router ) } );
 }
 
 void Bed::end( const Name& router ) {
@@ -310,6 +310,13 @@ void Bed::killAgent( const Name& router ) {
    agent( router ).signal( SIGKILL );
    agent( router ).wait();
    startAgent( router );
+}
+
+void Bed::killForwarder( const Name& router ) const {
+   const pid_t child = Mox::Test::childOf( nodes_.at( router ).forwarder->pid() );
+   if ( child == 0 )
+      throw std::runtime_error( "no forwarding process at " + router );
+   kill( child, SIGKILL );
 }
 
 std::string Bed::show( const Name& router, Program::Arguments arguments ) const {

@@ -54,6 +54,8 @@ class Bed {
    void end( const Name& router );
    // Kills the agent and starts it again; the forwarding process goes on.
    void killAgent( const Name& router );
+   // Kills the forwarding process; its parent starts it again.
+   void killForwarder( const Name& router ) const;
    Mox::Test::Program& agent( const Name& router ) {
       return *nodes_.at( router ).agent;
    }

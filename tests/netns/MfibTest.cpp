@@ -90,15 +90,6 @@ TEST_P( MfibForwards, NewSourcesFlowOnTheSharedTree ) {
    EXPECT_TRUE( eventually( vifCounted ) );
 }
 
-// The child of a process, or 0.
-pid_t childOf( pid_t parent ) {
-   std::string pid = std::to_string( parent );
-   std::ifstream children( "/proc/" + pid + "/task/" + pid + "/children" );
-   pid_t child = 0;
-   children >> child;
-   return child;
-}
-
 bool isPowerless( pid_t pid ) {
    const std::string kNone( 16, '0' );
    using Mox::Test::statusLine;
@@ -153,7 +144,7 @@ TEST_P( MfibForwards, ThroughItsOwnDeathsWithAKeptSocket ) {
    Sender second = sender( 0, group( 2 ) );
    ASSERT_TRUE( flows( left, stream ) );
    ASSERT_TRUE( flows( shared, second ) );
-   pid_t child = childOf( forwarder->program().pid() );
+   pid_t child = Mox::Test::childOf( forwarder->program().pid() );
    for ( int death = 1; death <= kDeaths; ++death ) {
       ASSERT_GT( child, 0 );
       kill( child, SIGKILL );
@@ -161,10 +152,10 @@ TEST_P( MfibForwards, ThroughItsOwnDeathsWithAKeptSocket ) {
       if ( death == kDeaths )
          routes.route( host( 0 ), group( 1 ), "r0", { "r1", "r2" } );
       ASSERT_TRUE( eventually( [&] {
-         pid_t next = childOf( forwarder->program().pid() );
+         pid_t next = Mox::Test::childOf( forwarder->program().pid() );
          return next != 0 && next != child;
       } ) );
-      child = childOf( forwarder->program().pid() );
+      child = Mox::Test::childOf( forwarder->program().pid() );
       ASSERT_TRUE( forwarder->inStep( size_t( death ) + 1 ) )
          << forwarder->program().err();
       EXPECT_TRUE( flows( left, stream ) );
@@ -183,7 +174,7 @@ TEST_P( MfibForwards, ThroughItsOwnDeathsWithAKeptSocket ) {
    forwarder->program().closeErr();
    kill( child, SIGKILL );
    EXPECT_TRUE( eventually( [&] {
-      pid_t next = childOf( forwarder->program().pid() );
+      pid_t next = Mox::Test::childOf( forwarder->program().pid() );
       return next != 0 && next != child && isPowerless( next );
    } ) );
    // The keeper ends with its child, and the kernel's table with both.
@@ -242,7 +233,7 @@ TEST_P( MfibForwards, AVrfByItsTable ) {
    Receiver left = receiver( 1, group( 1 ) );
    Sender stream = sender( 0, group( 1 ) );
    ASSERT_TRUE( flows( left, stream ) );
-   kill( childOf( forwarder->program().pid() ), SIGKILL );
+   kill( Mox::Test::childOf( forwarder->program().pid() ), SIGKILL );
    ASSERT_TRUE( forwarder->inStep( 2 ) ) << forwarder->program().err();
    EXPECT_TRUE( forwarder->program().untilErr( "0 written, 0 removed" ) );
    ASSERT_TRUE( flows( left, stream ) );

@@ -171,15 +171,16 @@ bool Stage::actOnPackets( const std::string& who, const std::string& verb,
    return true;
 }
 
-// kill agent of X; kill 200 agents; end X; start X
+// kill agent of X, kill forwarder of X; kill 200 agents; end X; start X
 void Stage::actOnProgram( const std::string& verb, Words& words ) {
    const std::string what = words.next();
    if ( verb == "start" ) return bed_.start( what );
    if ( verb == "end" ) return bed_.end( what );
    if ( words.accept( "agents" ) ) return killAtRandom( std::stoi( what ) );
-   if ( what != "agent" || !words.accept( "of" ) )
-      throw ScriptError( "not understood: " + verb + ' ' + what );
-   bed_.killAgent( words.next() );
+   if ( !words.accept( "of" ) ) throw ScriptError( "whose " + what + '?' );
+   if ( what == "agent" ) return bed_.killAgent( words.next() );
+   if ( what == "forwarder" ) return bed_.killForwarder( words.next() );
+   throw ScriptError( "not understood: kill " + what );
 }
 
 // An agent dies each 0.1 to 0.5 s, also while it starts.

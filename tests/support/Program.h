@@ -179,6 +179,15 @@ inline std::string statusLine( pid_t pid, const std::string& key ) {
    return "none";
 }
 
+// The first child of a process; 0 if there is none.
+inline pid_t childOf( pid_t parent ) {
+   const std::string pid = std::to_string( parent );
+   std::ifstream children( "/proc/" + pid + "/task/" + pid + "/children" );
+   pid_t child = 0;
+   children >> child;
+   return child;
+}
+
 // The result of a program that ends by itself.
 struct Ended {
    int status = 0;

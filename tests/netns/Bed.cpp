@@ -290,11 +290,8 @@ void Bed::start( const Name& router ) {
 }
 
 void Bed::end( const Name& router ) {
-   for ( Program* each :
-         { &agent( router ), nodes_.at( router ).forwarder.get() } ) {
-      each->signal( SIGTERM );
-      each->wait();
-   }
+   agent( router ).signal( SIGTERM );
+   agent( router ).wait();
 }
 
 void Bed::startAgent( const Name& router ) {

@@ -18,6 +18,10 @@ using Vantu::IpGenAddr;
 
 namespace {
 
+// The last members' leaves take so long, from LAN to LAN: 2 s for the members, and 3 s
+// a LAN in which a prune could be overridden.
+constexpr double kLeaving = 10.0;  // s
+
 const char* nameOf( AddressFamily family ) {
    return family == AddressFamily::ipv4 ? "IPv4" : "IPv6";
 }
@@ -62,6 +66,7 @@ void Stage::begin() {
 void Stage::end() {
    receivers_.clear();
    senders_.clear();
+   ended_ = now();
 }
 
 // "239.1.0.1/ff0e::1:1", moved to the story's own: 239.1.7.1, ff0e::7:1.
@@ -122,6 +127,9 @@ void Stage::act( const std::string& statement ) {
    } else if ( first == "count" ) {
       for ( auto& [flow, member] : receivers_ ) member.receiver->forget();
    } else if ( first == "listen" ) {
+      if ( stories_ > 1 )
+         std::this_thread::sleep_for(
+            std::chrono::duration<double>( ended_ + kLeaving - now() ) );
       listening_ = std::chrono::duration<double>(
                       std::chrono::system_clock::now().time_since_epoch() )
                       .count();

@@ -63,6 +63,7 @@ class Stage {
    int stories_ = 0;
    double acted_ = 0;  // when the last line began
    double listening_ = 0;
+   double ended_ = 0;  // s, when the last story did
    std::map<Flow, Member> receivers_;
    std::map<Flow, std::unique_ptr<Sender>> senders_;
 };

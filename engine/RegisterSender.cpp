@@ -114,7 +114,9 @@ void RegisterSender::stop( const RouteKey& key, Source& at ) {
    changed_( key );
 }
 
+// The source's keepalive may have ended at the same time.
 void RegisterSender::handleTime( const RouteKey& key ) {
+   if ( in_.routes.find( key ) == nullptr ) return forget( key );
    Source& at = *sources_.at( key );
    if ( at.state != State::prune ) return enter( key, at, State::join );
    enter( key, at, State::joinPending );

@@ -1,5 +1,6 @@
 #include "engine/RegisterReceiver.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace Router {
@@ -23,14 +24,17 @@ void RegisterReceiver::receive( const IpPacket& packet,
    if ( message.nullRegister ) passOn( packet, message );
    const bool switches =
       filters_.sptThreshold( key.group ) < std::numeric_limits<double>::infinity();
-   if ( switches && !sources_.keepAlive( key, config_.keepalivePeriod ) ) return;
+   // The shorter one first: a timer is never brought forward.
+   const double period = config_.keepalivePeriod;
+   const double stopped = config_.rpKeepalivePeriod();
+   if ( switches && !sources_.keepAlive( key, std::min( period, stopped ) ) ) return;
    const Mox::Ptr<Routes::Route> route = routes_.find( key );
    const bool native = isNative( key );
    const bool unwanted =
       switches && route != nullptr && route->nullInheritedOlistSg();
-   if ( !native && !unwanted ) return;
-   refuse( packet, message );
-   if ( switches ) sources_.keepAlive( key, config_.rpKeepalivePeriod() );
+   if ( native || unwanted ) refuse( packet, message );
+   if ( switches )
+      sources_.keepAlive( key, native || unwanted ? stopped : period );
 }
 
 // What a peer has passed on goes no further.

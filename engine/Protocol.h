@@ -100,6 +100,7 @@ class PIMSM_API Protocol {
    void receiveData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
                      double age, bool wrong );
    void receiveMore( const Routing::Pim::RouteKey& key, double age ) {
+      routes_.handleMore( key, age );
       sources_.receiveMore( key, age );
    }
    // The source's packets come along the shared tree, at that rate in kbit/s; 0: not

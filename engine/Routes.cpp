@@ -143,6 +143,7 @@ void Routes::update( const RouteKey& key ) {
    if ( route == nullptr ) return;
    if ( !holdsState( *route ) ) {
       model_->routeDel( key );
+      untried_.erase( key );
    } else {
       updateTree( *route );
    }
@@ -160,8 +161,14 @@ void Routes::updateTree( Route& route ) {
    if ( !joins_ ) {
       onSourceTree = onSourceTree || onOverheardSourceTree( is );
    } else if ( is.joinDesiredSg() ) {
-      onSourceTree = onSourceTree || is.spTree() || comesBySourceTreeAlone( is );
+      const bool brought = is.spTree() && !untried( is.key() );
+      onSourceTree = onSourceTree || brought || comesBySourceTreeAlone( is );
       waits = !onSourceTree && dataWouldTell( is );
+   }
+   if ( !onSourceTree ) {
+      untried_.erase( is.key() );
+   } else if ( joins_ && !is.spTree() && !is.directlyConnected() ) {
+      untried_.emplace( is.key(), clock_.now() );
    }
    Route::RouteFlags flags = route.routeFlags();
    flags.spTreeIs( onSourceTree );
@@ -175,9 +182,16 @@ bool Routes::handleData( const RouteKey& key, IntfId intfId ) {
    const bool tells = joins_ && route != nullptr && !route->wildCard() &&
                       route->rpf().intfId == intfId && dataWouldTell( *route );
    if ( !tells ) return false;
+   untried_.erase( key );
    route->spTreeIs( true );
    updateTree( *route );
    return true;
+}
+
+void Routes::handleMore( const RouteKey& key, double age ) {
+   const auto found = untried_.find( key );
+   if ( found != untried_.end() && clock_.now() - age >= found->second + entering )
+      untried_.erase( found );
 }
 
 // Shared trees come first: they decide which records of the source trees stay.

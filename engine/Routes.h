@@ -13,6 +13,7 @@
 #pragma once
 
 #include <set>
+#include <unordered_map>
 
 #include "engine/GroupPolicy.h"
 #include "engine/Topology.h"
@@ -110,14 +111,23 @@ class PIMSM_API Routes {
    void updatePath( const RouteKey& key );
 
    // Updates the route's tree after changes of the macros' inputs. A route that this
-   // router joins is on the source tree as soon as data can come in no other way, or
-   // has come by it (RFC 7761, 4.2.2).
+   // router joins is on the source tree while data can come in no other way, or since
+   // they have come by it (RFC 7761, 4.2.2).
    void updateTree( const RouteKey& key );
    // Data of the route came in by the interface. Returns true if that moved it to the
    // source tree.
    bool handleData( const RouteKey& key, Vantu::IntfId intfId );
+   // A packet was forwarded `age` seconds ago.
+   void handleMore( const RouteKey& key, double age );
+   // Is it on the source tree, by which no data have come yet?
+   bool untried( const RouteKey& key ) const {
+      return untried_.count( key ) != 0;
+   }
 
  private:
+   // A tree that was entered takes the data at the latest after this time.
+   static constexpr double entering = 0.5;  // s
+
    Mox::Ptr<Route> newRoute( const RouteKey& key, const Vantu::IpGenAddr& rp );
    void updatePath( Route& route, const Vantu::IpGenAddr& rp );
    void updateTree( Route& route );
@@ -130,6 +140,8 @@ class PIMSM_API Routes {
    const GroupPolicy* policy_;
    const bool joins_;
    Hooks hooks_;
+   // Those on a source tree that has brought no data, with the time when they entered it.
+   std::unordered_map<RouteKey, double> untried_;
 };
 
 }

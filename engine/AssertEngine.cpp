@@ -140,6 +140,7 @@ AssertMachine& AssertEngine::machine( const Key& key ) {
          routes_.changed( { key.routeKey(), key.intfId }, { true, true } );
       };
       hooks.ended = [this, key] { settle( key ); };
+      hooks.forwards = [this, key] { return !routes_.untried( key.routeKey() ); };
       if ( sender_.speaks() )
          hooks.send = [this, key]( const AssertMetric& metric ) {
             send( key, metric );

@@ -36,6 +36,10 @@ bool AssertMachine::wildcard() const {
 bool AssertMachine::couldAssert() const {
    return wildcard() ? intf_->couldAssertWc() : intf_->couldAssertSg();
 }
+// The winner serves the link: not who has nothing to serve it with.
+bool AssertMachine::couldWin() const {
+   return couldAssert() && ( !hooks_.forwards || hooks_.forwards() );
+}
 // A lost (*,G) assert bars the source's joins from asserting, yet they are served:
 // whoever asserts for the source ends that.
 bool AssertMachine::trackingDesired() const {
@@ -88,7 +92,7 @@ bool AssertMachine::receive( const AssertMetric& metric ) {
 
 bool AssertMachine::receiveInNoInfo( const AssertMetric& metric ) {
    bool fromSharedTree = !wildcard() && metric.rptBit;
-   if ( couldAssert() && ( fromSharedTree || isInferior( metric ) ) ) {
+   if ( couldWin() && ( fromSharedTree || isInferior( metric ) ) ) {
       win( 1 );
       return true;
    }
@@ -125,7 +129,7 @@ bool AssertMachine::receiveAsLoser( const AssertMetric& metric ) {
 }
 
 void AssertMachine::handleData() {
-   if ( intf_->parentRoute() == nullptr || active() || !couldAssert() ) return;
+   if ( intf_->parentRoute() == nullptr || active() || !couldWin() ) return;
    win( 1 );
 }
 

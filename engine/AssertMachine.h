@@ -15,7 +15,8 @@
 //              the interface stops being the incoming one         noInfo     A5
 //              a join to this router                              noInfo     A5
 //
-// A1 and A3 send an assert, A4 cancels it; at most one assert leaves a second.
+// In noInfo an (S,G) route could assert only since its tree has brought data: only then has
+// the RFC its SPT bit set. A1 and A3 send an assert, A4 cancels it; at most one assert leaves a second.
 // An (S,G) machine handles asserts without the RPT bit, and in noInfo one with the
 // bit as inferior; a (*,G) machine handles only those with it. Where this router only
 // listens, a winner keeps its state without a timer, as if its asserts were heard. State
@@ -47,6 +48,8 @@ class PIMSM_API AssertMachine {
       // Sends an assert with the metric; the infinite one cancels. Empty: this router
       // only listens.
       std::function<void( const AssertMetric& )> send = {};
+      // Has the route brought data that this router forwards? Empty: yes.
+      std::function<bool()> forwards = {};
    };
    // REQUIRES: the record's route lives.
    AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf, Hooks hooks );
@@ -76,6 +79,7 @@ class PIMSM_API AssertMachine {
  private:
    bool wildcard() const;
    bool couldAssert() const;
+   bool couldWin() const;
    bool trackingDesired() const;
    AssertMetric ownMetric() const;
    bool isPreferred( const AssertMetric& metric ) const;

@@ -85,15 +85,23 @@ void AssertEngine::receive( IntfId intfId, const PimJoinPrune& message ) {
    }
 }
 
+// RFC 7761, 4.2: a source is asserted for by its own tree's data, or else by the group's
+// machine, where this router forwards it.
 void AssertEngine::handleData( const RouteKey& key, IntfId intfId ) {
-   RouteKey shared{ anySource( key.group ), key.group };
-   for ( const RouteKey& each : { key, shared } ) {
-      if ( routes_.find( each, intfId ) == nullptr ) continue;
-      Key at{ each.group, each.source, intfId };
-      machine( at ).handleData();
-      settle( at );
-      if ( machines_.count( at ) != 0 ) return;
-   }
+   handleData( Key{ key.group, key.source, intfId } );
+   const Mox::Ptr<const Routes::Route> route = routes_.find( key );
+   const Routes::Intf* own =
+      route == nullptr ? nullptr : route->routeIntf( intfId );
+   const bool shared =
+      own == nullptr || ( own->inheritedOlistSgRpt() &&
+                          ( !route->spTree() || routes_.untried( key ) ) );
+   if ( shared ) handleData( Key{ key.group, anySource( key.group ), intfId } );
+}
+
+void AssertEngine::handleData( const Key& key ) {
+   if ( routes_.find( key.routeKey(), key.intfId ) == nullptr ) return;
+   machine( key ).handleData();
+   settle( key );
 }
 
 // The call may end states, so the keys are copied first.

@@ -49,6 +49,7 @@ class PIMSM_API AssertEngine {
    bool accept( const PimAssert& message );
    bool concerns( const RouteKey& key );
    bool receive( const Key& key, const AssertMetric& metric );
+   void handleData( const Key& key );
    template <class Call>
    void each( const std::function<bool( const Key& )>& wanted, Call call );
    AssertMachine& machine( const Key& key );

@@ -431,9 +431,15 @@ void UpstreamEngine::handleJoinsDue( Target& target ) {
       joins_.atMost( target, target.joins.begin()->first );
 }
 
+// Without a route, another path or a prune of the group may have come meanwhile.
 void UpstreamEngine::handleOverrideDue( Record& record ) {
-   counters_.joins( overriding );
-   sendRpt( record, true );
+   const Record* shared =
+      find( { anySource( record.key.group ), record.key.group } );
+   if ( shared != nullptr && shared->joined &&
+        record.rptTarget == targetOfRpt( record.key ) ) {
+      counters_.joins( overriding );
+      sendRpt( record, true );
+   }
    if ( !record.routed ) erase( record );
 }
 

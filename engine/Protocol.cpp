@@ -222,15 +222,18 @@ void Protocol::receiveMembership( const Link& link, const IpPacket& packet,
    membership_.receive( link, packet.source, message );
 }
 
-// Whoever registers with the wrong router is told to stop, too.
+// Whoever registers with the wrong router is told to stop, too, or a source of a
+// source-specific group (RFC 7761, 4.8.1).
 void Protocol::receiveRegister( const IpPacket& packet,
                                 const PimRegister& message ) {
    const bool toUs =
       isOwn( config_, packet.destination ) && !isOwn( config_, packet.source );
-   const bool barred =
-      toUs && !filters_.registers().permits( message.source, message.group );
-   if ( barred ) counters_.refused( barredRegister );
-   const bool served = !barred && registering_.receive( packet, message );
+   std::optional<Refusal> barred;
+   if ( toUs && !filters_.registers().permits( message.source, message.group ) )
+      barred = barredRegister;
+   if ( toUs && policy_.sourceSpecific( message.group ) ) barred = ssmGroup;
+   const bool served =
+      counters_.accepted( barred ) && registering_.receive( packet, message );
    if ( !sender_.speaks() ) return;
    if ( served ) return registerReceiver_.receive( packet, message );
    if ( toUs && !refusalOfRoute( message.source, message.group ) )

@@ -166,7 +166,10 @@ size_t JoinPruneQueue::flush( const IpGenAddr& neighbor, uint16_t holdtime,
          packer.apart( encoded( address, group ) );
          continue;
       }
-      // The (S,G) entries do not depend on the others.
+      // The group's join undoes prunes by itself, and the (S,G) entries do not depend on
+      // the others.
+      std::erase_if( group.lessSource,
+                     []( const auto& each ) { return each.second; } );
       Group sources;
       sources.source = std::exchange( group.source, {} );
       leftOut += packer.together( encoded( address, group ) );

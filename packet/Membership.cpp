@@ -147,13 +147,11 @@ bool isMldType( uint8_t type ) {
           type == mldReport2;
 }
 
-// Such messages are never forwarded; MLD messages also have a link-local sender. A
-// host without such an address yet may report, but not query.
+// Such messages are never forwarded; MLD messages also have a link-local sender: reports of
+// hosts without an address yet are discarded (RFC 3810, 5.2.13).
 bool isOffLink( const IpPacket& packet ) {
-   if ( packet.ttl != 1 ) return true;
-   if ( packet.family() == AddressFamily::ipv4 || packet.source.isLinkLocal() )
-      return false;
-   return !packet.source.isUnspecified() || packet.payload[0] == mldQuery;
+   return packet.ttl != 1 || ( packet.family() == AddressFamily::ipv6 &&
+                               !packet.source.isLinkLocal() );
 }
 
 }

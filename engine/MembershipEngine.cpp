@@ -81,7 +81,8 @@ void MembershipEngine::receive( const Link& link, const IpGenAddr& from,
 void MembershipEngine::receiveReport( IntfId intfId,
                                       const MembershipReport& report ) {
    for ( MembershipRecord record : report.records ) {
-      if ( !accept( intfId, record ) || !permit( intfId, record ) ) continue;
+      if ( !accept( intfId, record, report.version ) || !permit( intfId, record ) )
+         continue;
       std::erase_if( record.sources, [this]( const IpGenAddr& source ) {
          return !counters_.accepted( refusalOfSource( source ) );
       } );
@@ -108,8 +109,11 @@ void MembershipEngine::limitSources( const GroupMembership& machine,
    } );
 }
 
-bool MembershipEngine::accept( IntfId intfId, const MembershipRecord& record ) {
-   bool allSources = record.type == isExclude || record.type == toExclude;
+// Older versions know no sources, not even to leave (RFC 4604).
+bool MembershipEngine::accept( IntfId intfId, const MembershipRecord& record,
+                               uint8_t version ) {
+   bool allSources =
+      version < 3 || record.type == isExclude || record.type == toExclude;
    if ( !counters_.accepted( refusalOfGroup( record.group ) ) ) return false;
    const Hosts& at = hosts( intfId );
    if ( at.groups.size() >= at.groupLimit &&

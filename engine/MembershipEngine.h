@@ -86,7 +86,8 @@ class PIMSM_API MembershipEngine {
    void receiveReport( Vantu::IntfId intfId, const MembershipReport& report );
    void receiveQuery( Vantu::IntfId intfId, const Vantu::IpGenAddr& from,
                       const MembershipQuery& query );
-   bool accept( Vantu::IntfId intfId, const MembershipRecord& record );
+   bool accept( Vantu::IntfId intfId, const MembershipRecord& record,
+                uint8_t version );
    bool permit( Vantu::IntfId intfId, MembershipRecord& record );
    bool permits( Vantu::IntfId intfId, const RouteKey& key );
    void fix( Vantu::IntfId intfId, const std::vector<StaticGroupConfig>& groups );

@@ -28,6 +28,20 @@ bool lostAssert( const Routes::Route& route ) {
                                 Routing::Pim::SparseMode::iAmAssertLoser;
 }
 
+// Would nobody get data that come by the shared tree? Both trees' interface is none that
+// they leave by, though members there may count as this router's: as the link's DR.
+bool sharedTreeServesNobody( const Routes::Route& route ) {
+   const Vantu::IntfId& incoming = route.rpfWc().intfId;
+   if ( route.rpf().intfId != incoming ) return route.nullInheritedOlistSgRpt();
+   for ( const Routes::Intf& shared : route.wc()->routeIntf() ) {
+      const Routes::Intf* own = route.routeIntf( shared.intfId() );
+      const bool serves =
+         own == nullptr ? shared.immediateOlistWc() : own->inheritedOlistSgRpt();
+      if ( serves && shared.intfId() != incoming ) return false;
+   }
+   return true;
+}
+
 // Update_SPTbit(S,G) of RFC 7761, 4.2.2, for a route that is joined, as far as data
 // need not be waited for.
 bool comesBySourceTreeAlone( const Routes::Route& route ) {
@@ -35,7 +49,7 @@ bool comesBySourceTreeAlone( const Routes::Route& route ) {
       return true;
    // At the RP registers bring it, too.
    if ( route.rpfWc().intfId == registerIntf() ) return false;
-   return route.nullInheritedOlistSgRpt() ||
+   return sharedTreeServesNobody( route ) ||
           ( route.nsfRpfResolved() && route.rpf().sameNeighbor( route.rpfWc() ) );
 }
 

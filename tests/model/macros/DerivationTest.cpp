@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/model/macros/Model.h"
+#include "tests/support/Seed.h"
 
 namespace Routing::Pim::SparseMode::Test {
 namespace {
@@ -84,7 +85,7 @@ void expectSound( const Derivation& derivation ) {
 // Reflection evaluates the plain macros. A flip that is reported really reverses the answer when
 // made in the model. Any other replaced input gives the changed model's answer.
 TEST( Derivation, AnswersAsTheMacrosDoAndForetellsWhatAChangeWouldGive ) {
-   const unsigned seed = seedOf();
+   const unsigned seed = Mox::Test::seedOf();
    std::mt19937 random( seed );
    unsigned checked = 0;
    for ( int i = 0; i < 200 && !HasFailure(); ++i ) {

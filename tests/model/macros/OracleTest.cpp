@@ -7,6 +7,7 @@
 #include "tests/model/macros/Allocations.h"
 #include "tests/model/macros/Model.h"
 #include "tests/model/macros/Oracle.h"
+#include "tests/support/Seed.h"
 
 namespace Routing::Pim::SparseMode::Test {
 namespace {
@@ -113,7 +114,7 @@ void eachMacro( const Model& model, Visit visit ) {
 }
 
 TEST( Macros, AnswerAsTheOracleDoesAnywhere ) {
-   const unsigned seed = seedOf();
+   const unsigned seed = Mox::Test::seedOf();
    std::mt19937 random( seed );
    for ( int i = 0; i != 50000 && !HasFailure(); ++i ) {
       const World world = anyWorld( random );

@@ -15,8 +15,6 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <random>
 #include <tuple>
 
@@ -204,15 +202,6 @@ inline Metric receivedMetric( int index, Pim pim ) {
 }
 
 // ---- random ones
-
-// PIMSM_SEED, or a new one; printed.
-inline unsigned seedOf() {
-   const char* fixed = std::getenv( "PIMSM_SEED" );
-   const unsigned seed =
-      fixed != nullptr ? unsigned( std::atoi( fixed ) ) : std::random_device()();
-   std::printf( "seed %u\n", seed );
-   return seed;
-}
 
 // Port 0 has an (S,G) record. Half of the others have none or an idle one, so that lists may be
 // empty.

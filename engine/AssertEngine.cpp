@@ -88,6 +88,10 @@ void AssertEngine::receive( IntfId intfId, const PimJoinPrune& message ) {
 // RFC 7761, 4.2: a source is asserted for by its own tree's data, or else by the group's
 // machine, where this router forwards it.
 void AssertEngine::handleData( const RouteKey& key, IntfId intfId ) {
+   if ( routes_.untried( key ) ) {
+      if ( early_.size() >= maxEarly ) early_.clear();
+      early_[{ key.group, key.source, intfId }] = clock_.now();
+   }
    handleData( Key{ key.group, key.source, intfId } );
    const Mox::Ptr<const Routes::Route> route = routes_.find( key );
    const Routes::Intf* own =
@@ -96,6 +100,16 @@ void AssertEngine::handleData( const RouteKey& key, IntfId intfId ) {
       own == nullptr || ( own->inheritedOlistSgRpt() &&
                           ( !route->spTree() || routes_.untried( key ) ) );
    if ( shared ) handleData( Key{ key.group, anySource( key.group ), intfId } );
+}
+
+// The kernel tells of a wrong interface but each 3 s: what it told of before counts now.
+void AssertEngine::handleSourceTree( const RouteKey& key ) {
+   auto next = early_.lower_bound( { key.group, key.source, IntfId() } );
+   while ( next != early_.end() && next->first.routeKey() == key ) {
+      const auto [at, time] = *next;
+      next = early_.erase( next );
+      if ( clock_.now() - time < wrongDataTime ) handleData( at );
+   }
 }
 
 void AssertEngine::handleData( const Key& key ) {

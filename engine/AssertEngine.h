@@ -29,6 +29,8 @@ class PIMSM_API AssertEngine {
    void receive( Vantu::IntfId intfId, const PimJoinPrune& message );
    // A packet came in by an interface that the route does not expect it on.
    void handleData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId );
+   // The source's tree has brought its first data: the route may win asserts.
+   void handleSourceTree( const Routing::Pim::RouteKey& key );
    void handleNeighborLost( Vantu::IntfId intfId, const Vantu::IpGenAddr& address );
    void handleIntfGone( Vantu::IntfId intfId );
    // Inputs of the route's macros may have changed.
@@ -36,6 +38,10 @@ class PIMSM_API AssertEngine {
 
  private:
    using RouteKey = Routing::Pim::RouteKey;
+   // Data on a wrong interface go on for this time, at least.
+   static constexpr double wrongDataTime = 3.0;  // s
+   static constexpr size_t maxEarly = 10000;
+
    using AssertMetric = Routing::Pim::SparseMode::AssertMetric;
 
    struct Key {
@@ -63,6 +69,8 @@ class PIMSM_API AssertEngine {
    Mox::Clock& clock_;
    RouterCounters& counters_;
    std::map<Key, std::unique_ptr<AssertMachine>> machines_;
+   // Data that came by a wrong interface before any by the source's tree: the last time.
+   std::map<Key, double> early_;
 };
 
 }

@@ -100,8 +100,9 @@ class PIMSM_API Protocol {
    void receiveData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
                      double age, bool wrong );
    void receiveMore( const Routing::Pim::RouteKey& key, double age ) {
-      routes_.handleMore( key, age );
+      const bool first = routes_.handleMore( key, age );
       sources_.receiveMore( key, age );
+      if ( first ) asserts_.handleSourceTree( key );
    }
    // The source's packets come along the shared tree, at that rate in kbit/s; 0: not
    // known (RFC 7761, 4.2.1). Changes over to the source's tree, if members are there

@@ -27,14 +27,14 @@ void RegisterReceiver::receive( const IpPacket& packet,
    // The shorter one first: a timer is never brought forward.
    const double period = config_.keepalivePeriod;
    const double stopped = config_.rpKeepalivePeriod();
-   if ( switches && !sources_.keepAlive( key, std::min( period, stopped ) ) ) return;
+   if ( switches && !sources_.keepAlive( key, std::min( period, stopped ) ) )
+      return;
    const Mox::Ptr<Routes::Route> route = routes_.find( key );
    const bool native = isNative( key );
    const bool unwanted =
       switches && route != nullptr && route->nullInheritedOlistSg();
    if ( native || unwanted ) refuse( packet, message );
-   if ( switches )
-      sources_.keepAlive( key, native || unwanted ? stopped : period );
+   if ( switches ) sources_.keepAlive( key, native || unwanted ? stopped : period );
 }
 
 // What a peer has passed on goes no further.

@@ -202,10 +202,12 @@ bool Routes::handleData( const RouteKey& key, IntfId intfId ) {
    return true;
 }
 
-void Routes::handleMore( const RouteKey& key, double age ) {
+bool Routes::handleMore( const RouteKey& key, double age ) {
    const auto found = untried_.find( key );
-   if ( found != untried_.end() && clock_.now() - age >= found->second + entering )
-      untried_.erase( found );
+   if ( found == untried_.end() || clock_.now() - age < found->second + entering )
+      return false;
+   untried_.erase( found );
+   return true;
 }
 
 // Shared trees come first: they decide which records of the source trees stay.

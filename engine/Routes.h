@@ -117,12 +117,11 @@ class PIMSM_API Routes {
    // Data of the route came in by the interface. Returns true if that moved it to the
    // source tree.
    bool handleData( const RouteKey& key, Vantu::IntfId intfId );
-   // A packet was forwarded `age` seconds ago.
-   void handleMore( const RouteKey& key, double age );
+   // A packet was forwarded `age` seconds ago. Returns true if it is the first that is
+   // known by the source tree.
+   bool handleMore( const RouteKey& key, double age );
    // Is it on the source tree, by which no data have come yet?
-   bool untried( const RouteKey& key ) const {
-      return untried_.count( key ) != 0;
-   }
+   bool untried( const RouteKey& key ) const { return untried_.count( key ) != 0; }
 
  private:
    // A tree that was entered takes the data at the latest after this time.

@@ -181,7 +181,8 @@ void Routes::updateTree( Route& route ) {
    }
    if ( !onSourceTree ) {
       untried_.erase( is.key() );
-   } else if ( joins_ && !is.spTree() && !is.directlyConnected() ) {
+   } else if ( joins_ && !is.spTree() && !is.directlyConnected() &&
+               is.nullInheritedOlistSgRpt() ) {
       untried_.emplace( is.key(), clock_.now() );
    }
    Route::RouteFlags flags = route.routeFlags();

@@ -140,6 +140,7 @@ class PIMSM_API Routes {
    const bool joins_;
    Hooks hooks_;
    // Those on a source tree that has brought no data, with the time when they entered it.
+   // One that has the shared tree's neighbour brings what that tree did.
    std::unordered_map<RouteKey, double> untried_;
 };
 

@@ -47,10 +47,8 @@ bool IpGenAddr::isLinkLocalMulticast() const {
    if ( family() == AddressFamily::ipv4 ) {
       return bytes_[0] == 224 && bytes_[1] == 0 && bytes_[2] == 0;
    }
-   constexpr uint8_t kInterfaceLocal = 1;
    constexpr uint8_t kLinkLocal = 2;
-   uint8_t scope = bytes_[1] & 0x0f;
-   return scope == kInterfaceLocal || scope == kLinkLocal;
+   return ( bytes_[1] & 0x0f ) <= kLinkLocal;
 }
 
 bool IpGenAddr::isLinkLocal() const {

@@ -56,7 +56,7 @@ class PIMSM_API IpGenAddr {
                                              : bytes_[0] == 0xff;
    }
 
-   // Never routed: 224.0.0.0/24 (RFC 5771), and IPv6 groups of interface-local or
+   // Never routed: 224.0.0.0/24 (RFC 5771), and IPv6 groups of reserved, interface-local or
    // link-local scope, whatever their flags (RFC 4291, 2.7).
    bool isLinkLocalMulticast() const;
 

@@ -48,6 +48,7 @@ TEST( IpGenAddr, MulticastAndLinkLocalRanges ) {
                                { "169.254.1.1", linkLocal },
                                { "169.253.1.1", unicast },
                                { "ff02::1", linkMulticast },
+                               { "ff00::1", linkMulticast },
                                { "ff01::1", linkMulticast },
                                { "ff32::1", linkMulticast },
                                { "ff05::2", multicast },

@@ -103,8 +103,8 @@ void Agent::followPresence() {
    }
 }
 
-void Agent::leave() {
-   for ( const auto& family : families_ ) family->leave();
+void Agent::sayGoodbye() {
+   for ( const auto& family : families_ ) family->router().sayGoodbye();
 }
 
 // Makes the configuration's families that do not exist yet. Throws the exceptions
@@ -273,7 +273,8 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
       auto found = wanted.find( family->config().name );
       const VrfConfig* next = found == wanted.end() ? nullptr : found->second;
       if ( next == nullptr || !hasFamily( *next, family->family() ) ) {
-         family->leave();
+         family->router().sayGoodbye();
+         family->router().retire();
          continue;
       }
       if ( next->maxRoutes != family->config().maxRoutes ||

@@ -80,8 +80,7 @@ void declare( CLI::App& app, Arguments& arguments ) {
          ->excludes( interface )
          ->excludes( listen );
    app.add_flag( "--goodbye", arguments.goodbye,
-                 "At the end take leave of the neighbours, who forget this router, "
-                 "and remove its tables" )
+                 "At the end take leave of the neighbours, who forget this router" )
       ->needs( speak );
    app.add_option( "--root", arguments.root, "Directory of the tables" )
       ->type_name( "DIR" )
@@ -168,7 +167,7 @@ ExitStatus run( const Arguments& arguments ) {
       if ( arguments.exitAtEnd ) loop.stop();
    } );
    loop.run();
-   if ( arguments.goodbye ) agent.leave();
+   if ( arguments.goodbye ) agent.sayGoodbye();
    // The packets before a capture's break are published.
    return agent.captureProblem().empty() ? done : unverified;
 }

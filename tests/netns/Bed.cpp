@@ -290,8 +290,11 @@ void Bed::start( const Name& router ) {
 }
 
 void Bed::end( const Name& router ) {
-   agent( router ).signal( SIGTERM );
-   agent( router ).wait();
+   for ( Program* each :
+         { &agent( router ), nodes_.at( router ).forwarder.get() } ) {
+      each->signal( SIGTERM );
+      each->wait();
+   }
 }
 
 void Bed::startAgent( const Name& router ) {

@@ -81,6 +81,8 @@ struct InterfaceConfig {
 
    // False: it is no link at present; its addresses stay this router's own.
    bool up = true;
+   // False: nothing arrives by it at present. Its states stay.
+   bool carrier = true;
    bool operator==( const InterfaceConfig& ) const = default;
 };
 

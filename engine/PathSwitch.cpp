@@ -15,13 +15,17 @@ PathSwitch::PathSwitch( Mox::Ptr<Sm::Status> model, const Links& links,
      clock_( clock ),
      age_( std::move( age ) ) {}
 
+bool PathSwitch::bringsData( IntfId intfId ) const {
+   const Link* link = links_.find( intfId );
+   return link != nullptr && link->config().carrier;
+}
+
 bool PathSwitch::keepsFormer( const Route& route, const Rpf& next ) const {
    const IntfId former = route.rpf().intfId;
    if ( !age_ || former == next.intfId || route.iifSwitching() ||
         model_->disableMbb() )
       return false;
-   if ( links_.find( former ) == nullptr || links_.find( next.intfId ) == nullptr )
-      return false;
+   if ( !bringsData( former ) || !bringsData( next.intfId ) ) return false;
    const bool comesByIt =
       route.upJoinState() == Sm::upJoined && ( route.wildCard() || route.spTree() );
    return comesByIt && age_( route.key() ) < alive;
@@ -69,6 +73,16 @@ void PathSwitch::endAt( const RouteKey& key, IntfId intfId ) {
    const Mox::Ptr<Route> route = model_->route( key );
    if ( route != nullptr && route->iifSwitching() && route->rpf().intfId == intfId )
       end( *route );
+}
+
+// The host's route may have changed first, and the link gone then.
+void PathSwitch::handleLinks() {
+   for ( auto next = switches_.begin(); next != switches_.end(); ) {
+      const Mox::Ptr<Route> route = model_->route( ( next++ )->first );
+      if ( route != nullptr && route->iifSwitching() &&
+           !bringsData( route->prevRpf().intfId ) )
+         end( *route );
+   }
 }
 
 void PathSwitch::adopt() {

@@ -37,11 +37,14 @@ class PIMSM_API PathSwitch {
    void changePath( Route& route, const Routing::Pim::Rpf& next );
    // A packet of the source and group came in by the interface.
    void handleData( const RouteKey& key, Vantu::IntfId intfId );
+   // The links have changed: nothing is waited for that came by one which is gone.
+   void handleLinks();
    // Goes on with the switches of the reloaded model.
    void adopt();
 
  private:
    bool keepsFormer( const Route& route, const Routing::Pim::Rpf& next ) const;
+   bool bringsData( Vantu::IntfId intfId ) const;
    void begin( Route& route );
    void end( Route& route );
    void endAt( const RouteKey& key, Vantu::IntfId intfId );

@@ -146,6 +146,7 @@ void Protocol::configChanged() {
    filters_.configIs( config_ );
    topology_.configIs( config_ );
    links_.configChanged();
+   pathSwitch_.handleLinks();
    forgetBarred();
    membership_.updateLinks();
    if ( !adopted_ ) return;

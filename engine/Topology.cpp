@@ -26,7 +26,7 @@ Rpf rpfOf( const BackupConfig& backup ) {
 
 bool isDown( const VrfConfig& config, Vantu::IntfId name ) {
    for ( const InterfaceConfig& interface : config.interfaces )
-      if ( interface.name == name ) return !interface.up;
+      if ( interface.name == name ) return !interface.up || !interface.carrier;
    return false;
 }
 

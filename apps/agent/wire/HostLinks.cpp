@@ -50,6 +50,7 @@ bool HostLinkTable::takeLink( const Netlink::Message& message ) {
    if ( const auto name = attributes.text( IFLA_IFNAME ) ) link.name = *name;
    link.mtu = attributes.value<uint32_t>( IFLA_MTU ).value_or( link.mtu );
    link.up = ( body->ifi_flags & IFF_UP ) != 0;
+   link.carrier = ( body->ifi_flags & IFF_RUNNING ) != 0;
    return link != before;
 }
 

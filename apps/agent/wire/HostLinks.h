@@ -15,7 +15,8 @@ struct HostLink {
    uint32_t mtu = 0;  // bytes of an IP packet
    bool up = false;   // by the administrator
    // Those of which it is sure; IPv4 first.
-   std::set<Vantu::IpGenAddr> addresses;
+   std::set<Vantu::IpGenAddr> addresses = {};
+   bool carrier = false;
    bool operator==( const HostLink& ) const = default;
 };
 

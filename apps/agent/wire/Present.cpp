@@ -56,6 +56,7 @@ VrfConfig presentConfig( VrfConfig config, AddressFamily family,
       interface.up = link != nullptr && link->up;
       if ( !interface.up || first == interface.addresses.end() ) continue;
       interface.mtu = link->mtu;
+      interface.carrier = link->carrier;
       interface.up = family == AddressFamily::ipv4
                         ? link->addresses.count( first->address ) != 0
                         : putFirst6( interface, *link );

@@ -36,9 +36,9 @@ TEST( Present, AnInterfaceIsAsTheHostHasIt ) {
    constexpr auto ipv4 = AddressFamily::ipv4, ipv6 = AddressFamily::ipv6;
    const std::string given = "192.0.2.1/24 2001:db8::1/64 fe80::5/64";
    EXPECT_EQ( now( ipv4 ), "down 1500: " + given ) << "missing";
-   links.link( 7 ) = { "eth0", 1400, true, {} };
+   links.link( 7 ) = { "eth0", 1400, true };
    EXPECT_EQ( now( ipv4 ), "down 1500: " + given ) << "the host calls it lan";
-   links.link( 7 ) = { "lan", 1400, false, {} };
+   links.link( 7 ) = { "lan", 1400, false };
    EXPECT_EQ( now( ipv4 ), "down 1500: " + given );
    links.link( 7 ).up = true;
    EXPECT_EQ( now( ipv4 ), "down 1400: " + given ) << "without its address";

@@ -194,8 +194,7 @@ namespace Brane {
 BRANE_FLAT_RECORD( Published::Interface, "Interface", PUBLISHED_INTERFACE )
 BRANE_FLAT_RECORD( Published::OwnAddressKey, "OwnAddressKey",
                    PUBLISHED_OWN_ADDRESS_KEY )
-BRANE_FLAT_RECORD( Published::OwnAddress, "OwnAddress",
-                   PUBLISHED_OWN_ADDRESS )
+BRANE_FLAT_RECORD( Published::OwnAddress, "OwnAddress", PUBLISHED_OWN_ADDRESS )
 BRANE_FLAT_RECORD( Published::NeighborKey, "NeighborKey", PUBLISHED_NEIGHBOR_KEY )
 BRANE_FLAT_RECORD( Published::Neighbor, "Neighbor", PUBLISHED_NEIGHBOR )
 BRANE_FLAT_RECORD( Published::NeighborAddressKey, "NeighborAddressKey",

@@ -6,7 +6,7 @@ namespace Agent {
 
 namespace {
 
-using Parts = ConfigFile::Parts;
+using Blocks = ConfigFile::Blocks;
 
 bool startsWith( std::string_view text, std::string_view start ) {
    return text.substr( 0, start.size() ) == start;
@@ -14,7 +14,7 @@ bool startsWith( std::string_view text, std::string_view start ) {
 
 // The texts of the VRFs, each from its dash to the next one's; empty for a file that is
 // not just "vrfs:" with a list of blocks. An anchor could tie one VRF to another.
-Parts partsOf( std::string_view text ) {
+Blocks blocksOf( std::string_view text ) {
    constexpr std::string_view kHead = "vrfs:\n";
    if ( text.find( '&' ) != text.npos ) return {};
    while ( startsWith( text, "#" ) || startsWith( text, "\n" ) )
@@ -24,7 +24,7 @@ Parts partsOf( std::string_view text ) {
    const size_t indent = std::min( text.find_first_not_of( ' ' ), text.size() );
    const std::string dash = std::string( indent, ' ' ) + "- ";
    if ( !startsWith( text, dash ) ) return {};
-   Parts parts;
+   Blocks blocks;
    size_t begin = 0;
    for ( size_t at = 0; at < text.size(); ) {
       const std::string_view line = text.substr( at );
@@ -32,13 +32,13 @@ Parts partsOf( std::string_view text ) {
                           startsWith( line, "#" ) || startsWith( line, "\n" );
       if ( !nested ) return {};
       if ( at > begin && startsWith( line, dash ) ) {
-         parts.push_back( text.substr( begin, at - begin ) );
+         blocks.push_back( text.substr( begin, at - begin ) );
          begin = at;
       }
       at += std::min( line.find( '\n' ), line.size() - 1 ) + 1;
    }
-   parts.push_back( text.substr( begin ) );
-   return parts;
+   blocks.push_back( text.substr( begin ) );
+   return blocks;
 }
 
 // What must differ among the VRFs of a file.
@@ -67,28 +67,28 @@ AgentConfig ConfigFile::read() {
 
 // A fault is looked for in the whole text, which knows its line.
 AgentConfig ConfigFile::read( const std::string& text ) {
-   const Parts parts = partsOf( text );
-   if ( std::optional<AgentConfig> config = combined( parts ) ) return *config;
+   const Blocks blocks = blocksOf( text );
+   if ( std::optional<AgentConfig> config = combined( blocks ) ) return *config;
    AgentConfig config = parseConfig( text, path_ );
    parsed_ = config.vrfs.size();
-   if ( parts.size() == parsed_ ) remember( parts, config );
+   if ( blocks.size() == parsed_ ) remember( blocks, config );
    return config;
 }
 
-void ConfigFile::remember( const Parts& parts, const AgentConfig& config ) {
+void ConfigFile::remember( const Blocks& blocks, const AgentConfig& config ) {
    known_.clear();
-   for ( size_t i = 0; i < parts.size(); ++i )
-      known_.emplace( parts[i], config.vrfs[i] );
+   for ( size_t i = 0; i < blocks.size(); ++i )
+      known_.emplace( blocks[i], config.vrfs[i] );
 }
 
-// Nothing if the parts do not make a configuration, or no VRF is known. Alone, a part is
+// Nothing if the blocks do not make a configuration, or no VRF is known. Alone, a block is
 // what it is in the file, since nothing outside ties VRFs together.
-std::optional<AgentConfig> ConfigFile::combined( const Parts& parts ) {
-   if ( known_.empty() || parts.empty() ) return std::nullopt;
+std::optional<AgentConfig> ConfigFile::combined( const Blocks& blocks ) {
+   if ( known_.empty() || blocks.empty() ) return std::nullopt;
    AgentConfig config;
    size_t parsed = 0;
-   for ( const std::string_view part : parts ) {
-      const std::string text( part );
+   for ( const std::string_view block : blocks ) {
+      const std::string text( block );
       auto known = known_.find( text );
       if ( known != known_.end() ) {
          config.vrfs.push_back( known->second );
@@ -105,7 +105,7 @@ std::optional<AgentConfig> ConfigFile::combined( const Parts& parts ) {
    }
    if ( conflict( config ) ) return std::nullopt;
    parsed_ = parsed;
-   remember( parts, config );
+   remember( blocks, config );
    return config;
 }
 

@@ -14,7 +14,7 @@ namespace Agent {
 
 class ConfigFile {
  public:
-   using Parts = std::vector<std::string_view>;
+   using Blocks = std::vector<std::string_view>;
 
    explicit ConfigFile( std::string path ) : path_( std::move( path ) ) {}
 
@@ -29,8 +29,8 @@ class ConfigFile {
    size_t parsed() const { return parsed_; }
 
  private:
-   std::optional<AgentConfig> combined( const Parts& parts );
-   void remember( const Parts& parts, const AgentConfig& config );
+   std::optional<AgentConfig> combined( const Blocks& blocks );
+   void remember( const Blocks& blocks, const AgentConfig& config );
 
    std::string path_;
    std::unordered_map<std::string, VrfConfig> known_;  // by text

@@ -3,10 +3,10 @@
 // must settle: a link has each packet once that somebody there wants, and no other; in the
 // end nothing is left. PIMSM_LONG: a day.
 //
-//    sources -- 0 -- core -- 1, 2, 3 -- lan -- 4 -- stub
+//    sources -- 0 -- core -- 1, 2, 3 -- lan -- 4 -- edge
 //
 // Router 0 is the RP, too. 1 to 3 reach it by the core or by each other, 4 by one of them.
-// Hosts are on the lan and the stub.
+// Hosts are on the lan and the edge.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -27,15 +27,15 @@ using Routing::Pim::RouteKey;
 using Vantu::IntfId;
 using Vantu::IpGenAddr;
 
-enum Link : unsigned { sourceLink, core, lan, stub };
+enum Link : unsigned { sourceLink, core, lan, edge };
 const IntfId kNames[] = { IntfId( "source" ), IntfId( "core" ), IntfId( "lan" ),
-                          IntfId( "stub" ) };
+                          IntfId( "edge" ) };
 constexpr unsigned kRouters = 5, kLeaf = 4, kNobody = 99;
 const std::set<Link> kLinksOf[kRouters] = { { sourceLink, core },
                                             { core, lan },
                                             { core, lan },
                                             { core, lan },
-                                            { lan, stub } };
+                                            { lan, edge } };
 
 struct Node {
    std::unique_ptr<VrfRouter> router = nullptr;  // null: down
@@ -130,7 +130,7 @@ class Network {
                ( found->second.isUnspecified() || found->second == flow.source );
             if ( here ) wanted.merge( std::set<Link>{ core, lan, host.link } );
          }
-         for ( Link link : { core, lan, stub } )
+         for ( Link link : { core, lan, edge } )
             if ( copies_[{ flow, link }] != wanted.count( link ) )
                out += fmt::format( "{} of {} on {}\n", copies_[{ flow, link }],
                                    names_.of( flow ), kNames[link].name() );
@@ -386,7 +386,7 @@ class Network {
    RouterCounters counters_;
    std::multimap<double, std::function<void()>> agenda_;
    Node nodes_[kRouters];
-   Host hosts_[4] = { { lan, 3 }, { lan, 3 }, { lan, 2 }, { stub, 3 } };
+   Host hosts_[4] = { { lan, 3 }, { lan, 3 }, { lan, 2 }, { edge, 3 } };
    std::vector<IpGenAddr> sources_, groups_;  // the last group is source-specific
    std::set<RouteKey> sending_;
    double loss_ = 0.0;

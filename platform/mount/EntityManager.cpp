@@ -282,6 +282,12 @@ void EntityManager::makeDirectories( const Mox::String& path ) const {
    }
 }
 
+Mox::String EntityManager::fileAt( Mox::StringView path ) const {
+   const Mox::String file = fmt::format( "{}/{}", root_, path );
+   makeDirectories( file );
+   return file;
+}
+
 std::shared_ptr<Brane::WriterSeat> EntityManager::seatOf(
    const MoxBrane::MountedEntity& entity ) {
    const Mox::String base = tablePath( entity.seat(), seatName );

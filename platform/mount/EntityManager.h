@@ -72,6 +72,10 @@ class PIMSM_API EntityManager {
       noteHandler_ = std::move( handler );
    }
 
+   // The file at the path below the root, for a writer of its own; its directory is
+   // made as those of tables. Throws Brane::CreateError.
+   Mox::String fileAt( Mox::StringView path ) const;
+
    // Retires the tables of a path whose entity is mounted for writing. Their files
    // and directory are removed, and readers see the tables go. The entity stays
    // usable, unseen.

@@ -1,0 +1,123 @@
+// The event log: what the newest events of a process were, in shared memory. It
+// outlives the process, and the next one goes on with it. A multicast agent's is
+// agentLog, a forwarding process's mfibLog; both serve all VRFs and families.
+// Event-loop thread only.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <unordered_map>
+
+#include "platform/loop/Clock.h"
+#include "platform/mount/EntityManager.h"
+#include "platform/shm/RingReader.h"
+#include "platform/shm/RingWriter.h"
+#include "published/Event.h"
+
+namespace Published {
+
+inline constexpr const char* agentLog = "routing/pim/log/agent";
+inline constexpr const char* mfibLog = "routing/pim/log/mfib";
+
+// An agent writes its events by this.
+class PIMSM_API EventLog {
+ public:
+   static constexpr uint32_t defaultEntries = 65536;
+   // The same refusal, and packets by the same wrong interface, are counted, not told
+   // again, within this time of the last one.
+   static constexpr double sameRefusal = 600.0;  // s
+   // More new refusals than this in a second are told by reason and interface alone.
+   static constexpr uint32_t refusalsPerSecond = 100;
+
+   // Opens the log at the path below the manager's root. The clock is that of the
+   // events' times; both outlive the log. Throws what RingWriter does.
+   EventLog( const Corvex::EntityManager& manager, Mox::StringView path,
+             Mox::Clock& clock, uint32_t entries = defaultEntries );
+
+   // Writes the event, whose time is now unless it has one.
+   void add( const Event& event );
+
+   // Tells readers, once a turn of the loop, and makes files anew that have been
+   // removed.
+   void flush();
+
+   // The number of events ever written to this log.
+   uint64_t written() const { return ring_.newest(); }
+   // Why a former log was not continued; empty if it was, or there was none.
+   const Mox::String& problem() const { return ring_.problem(); }
+
+ private:
+   // What makes two refusals the same.
+   struct Same {
+      explicit Same( const Event& event );
+      bool operator==( const Same& ) const = default;
+      EventKind kind;
+      Refusal refusal;
+      uint32_t ipVersion;
+      Mox::String vrf;
+      Vantu::IntfId intf;
+      Vantu::IpGenAddr group, source, address;
+   };
+   struct HashOfSame {
+      size_t operator()( const Same& same ) const;
+   };
+   struct Told {
+      uint64_t sequence = 0;
+      double last = 0.0;
+   };
+   static constexpr size_t maxTold = 4096;
+   static constexpr double checkInterval = 1.0;  // s
+
+   void addRepeated( Event event );
+   uint64_t write( const Event& event );
+
+   const Corvex::EntityManager& manager_;
+   Mox::String path_;
+   Mox::Clock& clock_;
+   Brane::RingWriter ring_;
+   std::unordered_map<Same, Told, HashOfSame> told_;
+   double second_ = 0.0;  // in which refusals are counted
+   uint32_t refusals_ = 0;
+   double checked_ = 0.0;
+   bool changed_ = false;
+};
+
+// Reads a log of this or another process.
+class PIMSM_API EventReader {
+ public:
+   struct Entry {
+      uint64_t sequence = 0;
+      uint64_t count = 1;  // how often it came
+      double last = 0.0;   // when it came last
+      Event event;
+   };
+
+   // Throws what RingReader does. The log need not exist yet.
+   EventReader( const Mox::String& root, Mox::StringView path );
+
+   // Looks whether there is a log, or another one; true if so. Reading then begins
+   // anew.
+   bool poll();
+   const Brane::RingReader& ring() const { return ring_; }
+   // The file of the log; its bell is this and ".bell".
+   const Mox::String& path() const { return path_; }
+
+   // The next event after the last one returned, from the oldest on; nothing at the
+   // end. Damaged ones are left out and counted.
+   std::optional<Entry> next();
+   // Begins with the event of that sequence, or the next after it.
+   void beginAt( uint64_t sequence ) { next_ = sequence; }
+   // Events that newer ones had replaced before they were read.
+   uint64_t missed() const { return missed_; }
+   uint64_t damaged() const { return damaged_; }
+
+ private:
+   Mox::String path_;
+   Brane::RingReader ring_;
+   uint64_t next_ = 1;
+   bool begun_ = false;
+   uint64_t missed_ = 0;
+   uint64_t damaged_ = 0;
+};
+
+}

@@ -18,6 +18,7 @@
 #include "apps/agent/FamilyInstance.h"
 #include "platform/loop/Loop.h"
 #include "platform/loop/RealClock.h"
+#include "published/EventLog.h"
 
 namespace Agent {
 namespace {
@@ -110,7 +111,7 @@ bool decode( const Frame& frame, IpPacket& packet, Message& message ) {
           decodeMessage( packet, message ) == notDropped;
 }
 
-Figures measure( const Site& site, unsigned joins ) {
+Figures measure( const Site& site, unsigned joins, bool logs ) {
    struct Arrival {
       Vantu::IntfId intfId;
       Frame frame;
@@ -139,11 +140,20 @@ Figures measure( const Site& site, unsigned joins ) {
       AgentClock clock( real );
       RouterCounters counters;
       Corvex::EntityManager manager( real, &loop, root );
+      std::optional<Published::EventLog> log;
+      Journal::Sink events;
+      if ( logs ) {
+         log.emplace( manager, Published::agentLog, clock );
+         events = [&log]( const Published::Event& event ) { log->add( event ); };
+      }
       FamilyInstance family( Vantu::AddressFamily::ipv4, site.config(), manager,
-                             real, clock, counters );
+                             real, clock, counters, nullptr, nullptr, events );
       while ( !family.router().ready() ) loop.dispatch();
       family.router().adopt();
-      Mox::Loop::TurnEnd turnEnd( loop, [&] { family.router().handleTurnEnd(); } );
+      Mox::Loop::TurnEnd turnEnd( loop, [&] {
+         family.router().handleTurnEnd();
+         if ( log ) log->flush();
+      } );
       size_t next = 0;
       double last = 0.0;
       std::function<void()> take = [&] {
@@ -183,10 +193,13 @@ double median( std::vector<double> values ) {
    return values[values.size() / 2];
 }
 
+// With the event log and without it, in turns.
 void report( const Site& site, unsigned joins ) {
-   std::vector<double> packets, ratios, published, slices, bytes;
+   std::vector<double> packets, ratios, published, slices, bytes, costs;
    for ( unsigned round = 0; round < site.rounds; ++round ) {
-      Figures figures = measure( site, joins );
+      const Figures silent = measure( site, joins, false );
+      const Figures figures = measure( site, joins, true );
+      costs.push_back( ( 1 / figures.packets - 1 / silent.packets ) / joins * 1e9 );
       packets.push_back( figures.packets );
       ratios.push_back( figures.decoded / figures.packets );
       published.push_back( figures.published );
@@ -196,9 +209,11 @@ void report( const Site& site, unsigned joins ) {
    fmt::print(
       "{:>2} joins a packet: {:.0f} packets/s, {:.0f} joins/s, {:.1f} x "
       "decoding alone; published {:.2f} s after the last; longest turn "
-      "{:.1f} ms; {:.0f} bytes an interface\n",
+      "{:.1f} ms; {:.0f} bytes an interface; the event log costs {:.0f} ns a "
+      "join\n",
       joins, median( packets ), median( packets ) * joins, median( ratios ),
-      median( published ), median( slices ) * 1e3, median( bytes ) );
+      median( published ), median( slices ) * 1e3, median( bytes ),
+      median( costs ) );
 }
 
 }

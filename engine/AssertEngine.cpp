@@ -6,12 +6,12 @@ using Vantu::IntfId;
 using Vantu::IpGenAddr;
 
 AssertEngine::AssertEngine( Routes& routes, Links& links, const Sender& sender,
-                            Mox::Clock& clock, RouterCounters& counters )
+                            Mox::Clock& clock, Journal& journal )
    : routes_( routes ),
      links_( links ),
      sender_( sender ),
      clock_( clock ),
-     counters_( counters ) {}
+     journal_( journal ) {}
 
 void AssertEngine::send( const Key& key, const AssertMetric& metric ) {
    Link* link = links_.find( key.intfId );
@@ -24,14 +24,16 @@ void AssertEngine::send( const Key& key, const AssertMetric& metric ) {
 }
 
 bool AssertEngine::accept( const PimAssert& message ) {
-   if ( !counters_.accepted( refusalOfGroup( message.group ) ) ) return false;
+   if ( !journal_.accepted( refusalOfGroup( message.group ),
+                            { message.source, message.group } ) )
+      return false;
    std::optional<Refusal> refusal;
    if ( message.maskLength != hostMask( message.group ) ) {
       refusal = partialMask;
    } else if ( message.source.isMulticast() ) {
       refusal = badSource;
    }
-   return counters_.accepted( refusal );
+   return journal_.accepted( refusal, { message.source, message.group } );
 }
 
 // Without a route of the group no traffic is forwarded that could cause an assert.
@@ -47,7 +49,7 @@ void AssertEngine::receive( IntfId intfId, const IpGenAddr& sender,
    if ( !accept( message ) ) return;
    const IpGenAddr any = anySource( message.group );
    if ( !concerns( { message.source, message.group } ) )
-      return counters_.refused( noRoute );
+      return journal_.refused( noRoute, { message.source, message.group } );
    const AssertMetric metric{
       message.rptBit, message.preference, { message.metric }, sender };
    if ( !message.source.isUnspecified() ) {
@@ -61,7 +63,7 @@ void AssertEngine::receive( IntfId intfId, const IpGenAddr& sender,
 
 bool AssertEngine::receive( const Key& key, const AssertMetric& metric ) {
    if ( !routes_.hasRoom( key.routeKey() ) ) {
-      counters_.refused( tableFull );
+      journal_.refused( tableFull, key.routeKey() );
       return false;
    }
    bool changed = machine( key ).receive( metric );
@@ -154,11 +156,34 @@ void AssertEngine::review( const RouteKey& route ) {
    }
 }
 
+// A winner's asserts, and a loser's new metric of the same winner, are no news.
+void AssertEngine::tell( const Key& key,
+                         const Routing::Pim::SparseMode::AssertInfo& before,
+                         const Routing::Pim::SparseMode::AssertInfo& after ) {
+   const AssertMetric& metric = after.assertWinnerMetric;
+   if ( before.assertState == after.assertState &&
+        before.assertWinnerMetric.address == metric.address )
+      return;
+   const auto kind = after.assertState == Routing::Pim::SparseMode::iAmAssertWinner
+                        ? Published::assertWon
+                     : after.assertState == Routing::Pim::SparseMode::iAmAssertLoser
+                        ? Published::assertLost
+                        : Published::assertGone;
+   Published::Event event = journal_.eventOf( kind, key.routeKey(), key.intfId );
+   if ( kind != Published::assertGone ) {
+      event.address = metric.address;
+      event.preference = metric.preference.value();
+      event.metric = metric.metric.value;
+   }
+   journal_.tell( event );
+}
+
 AssertMachine& AssertEngine::machine( const Key& key ) {
    std::unique_ptr<AssertMachine>& machine = machines_[key];
    if ( machine == nullptr ) {
       AssertMachine::Hooks hooks;
-      hooks.changed = [this, key] {
+      hooks.changed = [this, key]( const auto& before, const auto& after ) {
+         if ( journal_.listens() ) tell( key, before, after );
          routes_.changed( { key.routeKey(), key.intfId }, { true, true } );
       };
       hooks.ended = [this, key] { settle( key ); };

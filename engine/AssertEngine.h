@@ -7,8 +7,8 @@
 
 #include "engine/AssertMachine.h"
 #include "engine/HoldTimer.h"
+#include "engine/Journal.h"
 #include "engine/Links.h"
-#include "engine/RouterCounters.h"
 #include "engine/Routes.h"
 
 namespace Router {
@@ -16,7 +16,7 @@ namespace Router {
 class PIMSM_API AssertEngine {
  public:
    AssertEngine( Routes& routes, Links& links, const Sender& sender,
-                 Mox::Clock& clock, RouterCounters& counters );
+                 Mox::Clock& clock, Journal& journal );
 
    // As JoinPruneEngine::adopt().
    void adopt( const KeptTimers& kept );
@@ -53,6 +53,8 @@ class PIMSM_API AssertEngine {
    };
 
    bool accept( const PimAssert& message );
+   void tell( const Key& key, const Routing::Pim::SparseMode::AssertInfo& before,
+              const Routing::Pim::SparseMode::AssertInfo& after );
    bool concerns( const RouteKey& key );
    bool receive( const Key& key, const AssertMetric& metric );
    void handleData( const Key& key );
@@ -67,7 +69,7 @@ class PIMSM_API AssertEngine {
    Links& links_;
    const Sender& sender_;
    Mox::Clock& clock_;
-   RouterCounters& counters_;
+   Journal& journal_;
    std::map<Key, std::unique_ptr<AssertMachine>> machines_;
    // Data that came by a wrong interface before any by the source's tree: the last time.
    std::map<Key, double> early_;

@@ -207,8 +207,9 @@ void AssertMachine::forget( uint8_t action ) {
 
 void AssertMachine::set( const AssertInfo& info, uint8_t action ) {
    intf_->lastAssertActionIs( action );
+   const AssertInfo before = intf_->assertInfo();
    intf_->assertInfoIs( info );
-   hooks_.changed();
+   hooks_.changed( before, info );
 }
 
 }

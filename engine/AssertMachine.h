@@ -41,8 +41,10 @@ class PIMSM_API AssertMachine {
    static constexpr double leastInterval = 1.0;
 
    struct Hooks {
-      // Called when the record's state has changed.
-      std::function<void()> changed;
+      // Called when the record's state has changed: what it was, and is.
+      std::function<void( const Routing::Pim::SparseMode::AssertInfo&,
+                          const Routing::Pim::SparseMode::AssertInfo& )>
+         changed;
       // Called when a timer has ended the state; may destroy the machine.
       std::function<void()> ended;
       // Sends an assert with the metric; the infinite one cancels. Empty: this router

@@ -14,11 +14,16 @@ using Vantu::IntfId;
 
 namespace {
 
-// Calls `changed` for the interfaces whose fastForward differs.
-template <class Changed>
-void updateForwarding( Sm::Route& route, Changed changed ) {
+// Calls `changed` for the interfaces whose fastForward differs, `forwards` for those
+// whose forward does.
+template <class Changed, class Forwards>
+void updateForwarding( Sm::Route& route, Changed changed, Forwards forwards ) {
    for ( Intf& intf : route.routeIntf() ) {
-      intf.forwardIs( intf.forwardDesired() );
+      const bool forward = intf.forwardDesired();
+      if ( forward != intf.forward() ) {
+         intf.forwardIs( forward );
+         forwards( intf.intfId(), forward );
+      }
       const bool fast = intf.fastForwardDesired();
       if ( fast == intf.fastForward() ) continue;
       intf.fastForwardIs( fast );
@@ -255,7 +260,10 @@ bool ForwardingEngine::review( const std::function<bool()>& over ) {
       updateUpstream( *route );
       hooks_.decided( *key );
       updateForwarding(
-         *route, [&]( const IntfId& intfId ) { hooks_.changed( *key, intfId ); } );
+         *route, [&]( const IntfId& intfId ) { hooks_.changed( *key, intfId ); },
+         [&]( const IntfId& intfId, bool forward ) {
+            hooks_.forwards( *key, intfId, forward );
+         } );
    } while ( !over() );
    return !pending();
 }

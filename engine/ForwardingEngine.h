@@ -43,6 +43,9 @@ class PIMSM_API ForwardingEngine {
       // has gone. Must not change the model.
       std::function<void( const Routing::Pim::RouteKey& )> decided =
          []( const Routing::Pim::RouteKey& ) {};
+      // Called when an interface begins or ends to forward. Must not change the model.
+      std::function<void( const Routing::Pim::RouteKey&, Vantu::IntfId, bool )>
+         forwards = []( const Routing::Pim::RouteKey&, Vantu::IntfId, bool ) {};
    };
    ForwardingEngine( Mox::Ptr<Routing::Pim::SparseMode::Status> model,
                      Hooks hooks );

@@ -33,12 +33,12 @@ struct JoinPruneEngine::State {
 
 JoinPruneEngine::JoinPruneEngine( Routes& routes, Mox::Clock& clock,
                                   const Topology& topology,
-                                  const GroupPolicy* policy,
-                                  RouterCounters& counters, Echo echo )
+                                  const GroupPolicy* policy, Journal& journal,
+                                  Echo echo )
    : routes_( routes ),
      topology_( topology ),
      policy_( policy ),
-     counters_( counters ),
+     journal_( journal ),
      echo_( std::move( echo ) ),
      deadlines_( clock, [this]( Deadline& due ) {
         handleDue( static_cast<Record&>( due ) );
@@ -62,7 +62,7 @@ void JoinPruneEngine::receive( Vantu::IntfId intfId, const Neighbors& neighbors,
                                const PimJoinPrune& message ) {
    Message common{ intfId,
                    message.holdtime == kForever ? Timer::never : message.holdtime,
-                   neighbors.prunePendingTime() };
+                   neighbors.prunePendingTime(), senderNumber() };
    for ( const JoinPruneGroup& group : message.groups ) {
       if ( !acceptGroup( group ) ) continue;
       for ( const EncodedSource& source : group.joins ) {
@@ -80,9 +80,11 @@ void JoinPruneEngine::receive( Vantu::IntfId intfId, const Neighbors& neighbors,
 }
 
 bool JoinPruneEngine::acceptGroup( const JoinPruneGroup& group ) {
-   if ( !counters_.accepted( refusalOfGroup( group.address ) ) ) return false;
+   if ( !journal_.accepted( refusalOfGroup( group.address ),
+                            { anySource( group.address ), group.address } ) )
+      return false;
    if ( group.maskLength == hostMask( group.address ) ) return true;
-   counters_.refused( partialMask );
+   journal_.refused( partialMask, { anySource( group.address ), group.address } );
    return false;
 }
 
@@ -94,7 +96,7 @@ bool JoinPruneEngine::acceptSource( const EncodedSource& source,
    } else if ( !refusal && source.wildcard && !source.rpt ) {
       refusal = badFlags;
    }
-   return counters_.accepted( refusal );
+   return journal_.accepted( refusal, { source.address, group } );
 }
 
 void JoinPruneEngine::receiveJoin( const Message& message, const IpGenAddr& group,
@@ -111,6 +113,7 @@ void JoinPruneEngine::receiveJoin( const Message& message, const IpGenAddr& grou
    }
    if ( Record* record = make( key ) )
       act( *record, [&]( Record& it, double now ) {
+         it.from = message.from;
          it.join.receiveJoin( *it.intf, now, message.holdtime );
       } );
 }
@@ -119,7 +122,8 @@ void JoinPruneEngine::receiveJoin( const Message& message, const IpGenAddr& grou
 // address should name an RP and does not.
 bool JoinPruneEngine::refuseSharedTree( const IpGenAddr& group ) {
    return policy_ != nullptr &&
-          !counters_.accepted( policy_->refusalOfShared( group ) );
+          !journal_.accepted( policy_->refusalOfShared( group ),
+                              { anySource( group ), group } );
 }
 
 // RFC 7761, 4.5.1: a join towards an RP other than ours is dropped. Without an RP
@@ -129,12 +133,13 @@ void JoinPruneEngine::receiveWcJoin( const Message& message, const IpGenAddr& gr
    if ( refuseSharedTree( group ) ) return;
    const IpGenAddr ours = topology_.rpOf( group );
    if ( !ours.isUnspecified() && ours != rp )
-      return counters_.refused( rpMismatch );
+      return journal_.refused( rpMismatch, { anySource( group ), group } );
    Record* record = make( { { anySource( group ), group }, message.intfId }, rp );
    if ( record == nullptr ) return;
    // After a restart the tables hold the path to a joined RP, not the RP.
    if ( ours.isUnspecified() ) routes_.route( record->key().routeKey, rp );
    act( *record, [&]( Record& it, double now ) {
+      it.from = message.from;
       it.join.receiveJoin( *it.intf, now, message.holdtime );
    } );
    eachRptPrune( group, message.intfId, []( Record& it, double ) {
@@ -184,7 +189,7 @@ JoinPruneEngine::Record* JoinPruneEngine::make( const RouteIntfKey& key,
                                                 const IpGenAddr& rp ) {
    if ( Record* record = find( key ) ) return record;
    if ( !routes_.hasRoom( key.routeKey ) ) {
-      counters_.refused( tableFull );
+      journal_.refused( tableFull, key.routeKey );
       return nullptr;
    }
    auto route = records_.try_emplace( key.routeKey ).first;
@@ -210,6 +215,8 @@ void JoinPruneEngine::act( Record& record, Act change ) {
    change( record, deadlines_.now() );
    const State after = State::of( record );
    const RouteIntfKey key = record.key();
+   if ( journal_.listens() && !after.sameStates( before ) )
+      tell( key, record, before, after );
    if ( record.indexed != after.pruned() ) indexRptPrune( record, after.pruned() );
    routes_.changed(
       key, { !after.sameStates( before ), after.timers != before.timers } );
@@ -225,6 +232,36 @@ void JoinPruneEngine::act( Record& record, Act change ) {
    if ( ended || after.joined() != before.joined() ||
         after.pruned() != before.pruned() )
       routes_.update( key.routeKey, key.intfId );
+}
+
+// Neighbours come and go; a number is never given twice.
+uint32_t JoinPruneEngine::senderNumber() {
+   if ( !journal_.listens() ) return 0;
+   const auto [found, isNew] = numbers_.try_emplace(
+      journal_.address(), static_cast<uint32_t>( senders_.size() ) );
+   if ( isNew ) senders_.push_back( journal_.address() );
+   return found->second;
+}
+
+void JoinPruneEngine::tell( const RouteIntfKey& key, const Record& record,
+                            const State& before, const State& after ) {
+   if ( before.join != after.join ) {
+      const bool gone = !after.joined();
+      auto event = journal_.eventOf( gone ? Published::joinGone
+                                     : after.join == Intf::prunePending
+                                        ? Published::joinPruned
+                                        : Published::joinCame,
+                                     key.routeKey, key.intfId );
+      const bool pruned = gone && before.join == Intf::prunePending &&
+                          event.cause == Published::byExpiry;
+      if ( pruned ) event.cause = Published::byPrune;
+      if ( gone ) event.address = senders_[record.from];
+      journal_.tell( event );
+   }
+   if ( before.pruned() != after.pruned() )
+      journal_.tell(
+         after.pruned() ? Published::rptPruneCame : Published::rptPruneGone,
+         key.routeKey, key.intfId );
 }
 
 void JoinPruneEngine::indexRptPrune( Record& record, bool pruned ) {

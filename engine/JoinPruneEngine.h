@@ -11,8 +11,8 @@
 #include "engine/Deadlines.h"
 #include "engine/DownstreamJoin.h"
 #include "engine/DownstreamRptPrune.h"
+#include "engine/Journal.h"
 #include "engine/Neighbors.h"
-#include "engine/RouterCounters.h"
 #include "engine/Routes.h"
 
 namespace Router {
@@ -28,8 +28,7 @@ class PIMSM_API JoinPruneEngine {
 
    // `policy` names the groups without shared-tree state; null: none.
    JoinPruneEngine( Routes& routes, Mox::Clock& clock, const Topology& topology,
-                    const GroupPolicy* policy, RouterCounters& counters,
-                    Echo echo );
+                    const GroupPolicy* policy, Journal& journal, Echo echo );
    ~JoinPruneEngine();
 
    // Resumes the reloaded states with their remaining times.
@@ -62,6 +61,7 @@ class PIMSM_API JoinPruneEngine {
       DownstreamJoin join;
       DownstreamRptPrune rptPrune;
       bool indexed = false;  // in rptPruned_
+      uint32_t from = 0;     // whose join the last one was; in senders_
    };
    struct State;
    // A route's records, in order of their interfaces' hashes: they are few, and a
@@ -73,6 +73,7 @@ class PIMSM_API JoinPruneEngine {
       Vantu::IntfId intfId;
       double holdtime;
       double pendingTime;
+      uint32_t from;
    };
 
    bool acceptGroup( const JoinPruneGroup& group );
@@ -100,13 +101,19 @@ class PIMSM_API JoinPruneEngine {
    template <class Condition, class Act>
    void eachOf( Condition condition, Act change );
    bool refuseSharedTree( const Vantu::IpGenAddr& group );
+   uint32_t senderNumber();
+   void tell( const RouteIntfKey& key, const Record& record, const State& before,
+              const State& after );
 
    Routes& routes_;
    const Topology& topology_;
    const GroupPolicy* policy_;
-   RouterCounters& counters_;
+   Journal& journal_;
    Echo echo_;
    Deadlines deadlines_;
+   // The neighbours that joins came from, by their numbers; 0: not known.
+   std::vector<Vantu::IpGenAddr> senders_ = { {} };
+   std::unordered_map<Vantu::IpGenAddr, uint32_t> numbers_;
    std::unordered_map<RouteKey, OfRoute> records_;
    // The sources pruned from a group's shared tree, by the (*,G) and the interface:
    // a (*,G) join and the end of a message concern all of them.

@@ -1,6 +1,7 @@
 #include "engine/Links.h"
 
 #include <set>
+#include <utility>
 
 namespace Router {
 
@@ -70,6 +71,7 @@ bool Links::updateLink( const InterfaceConfig& interface, const Kept& kept ) {
    };
    links_.try_emplace( name, clock_, sender_, interface, own, std::move( observer ),
                        kept ? kept( name ) : std::nullopt );
+   observer_.came( name );
    updateDr( name );
    return true;
 }
@@ -78,11 +80,15 @@ void Links::remove( IntfId intfId ) {
    links_.at( intfId ).hello().sayGoodbye();
    links_.erase( intfId );
    observer_.gone( intfId );
+   drs_.erase( intfId );
    pimStatus_->intfDel( intfId );
 }
 
 void Links::updateDr( IntfId intfId ) {
-   pimStatus_->intfIs( intfId )->iAmDrIs( links_.at( intfId ).neighbors().iAmDr() );
+   const Neighbors& neighbors = links_.at( intfId ).neighbors();
+   pimStatus_->intfIs( intfId )->iAmDrIs( neighbors.iAmDr() );
+   const IpGenAddr former = std::exchange( drs_[intfId], neighbors.dr() );
+   if ( former != neighbors.dr() ) observer_.dr( intfId, former, neighbors.dr() );
    observer_.changed();
 }
 

@@ -19,6 +19,13 @@ class PIMSM_API Links {
          neighbor = []( Vantu::IntfId, const Vantu::IpGenAddr&, NeighborEvent ) {};
       // The link has left the configuration, lost its addresses, or is not up.
       std::function<void( Vantu::IntfId )> gone = []( Vantu::IntfId ) {};
+      // A link has come, with addresses and up.
+      std::function<void( Vantu::IntfId )> came = []( Vantu::IntfId ) {};
+      // Another router is the link's DR, or one is: the former and the present one.
+      std::function<void( Vantu::IntfId, const Vantu::IpGenAddr&,
+                          const Vantu::IpGenAddr& )>
+         dr = []( Vantu::IntfId, const Vantu::IpGenAddr&,
+                  const Vantu::IpGenAddr& ) {};
    };
    // What a former process left of the hellos; empty: nothing.
    using Kept = std::function<std::optional<HelloMachine::Kept>( Vantu::IntfId )>;
@@ -54,6 +61,7 @@ class PIMSM_API Links {
    Sender& sender_;
    Observer observer_;
    std::map<Vantu::IntfId, Link> links_;
+   std::map<Vantu::IntfId, Vantu::IpGenAddr> drs_;
 };
 
 }

@@ -9,15 +9,14 @@ using Vantu::IpGenAddr;
 
 MembershipEngine::MembershipEngine( Routes& routes, Links& links, Sender& sender,
                                     Mox::Clock& clock, const GroupPolicy* policy,
-                                    const AccessFilters& filters,
-                                    RouterCounters& counters )
+                                    const AccessFilters& filters, Journal& journal )
    : routes_( routes ),
      links_( links ),
      sender_( sender ),
      clock_( clock ),
      policy_( policy ),
      filters_( filters ),
-     counters_( counters ) {}
+     journal_( journal ) {}
 
 void MembershipEngine::updateLinks( const Kept& kept ) {
    for ( const auto& [intfId, link] : links_.all() ) {
@@ -41,7 +40,8 @@ void MembershipEngine::fix( IntfId intfId,
    for ( const StaticGroupConfig& each : groups ) {
       if ( !each.source.isUnspecified() ) {
          fixed[each.group].sources.insert( each.source );
-      } else if ( counters_.accepted( refusalOfShared( each.group ) ) ) {
+      } else if ( journal_.accepted( refusalOfShared( each.group ),
+                                     { anySource( each.group ), each.group } ) ) {
          fixed[each.group].all = true;
       }
    }
@@ -83,8 +83,9 @@ void MembershipEngine::receiveReport( IntfId intfId,
    for ( MembershipRecord record : report.records ) {
       if ( !accept( intfId, record, report.version ) || !permit( intfId, record ) )
          continue;
-      std::erase_if( record.sources, [this]( const IpGenAddr& source ) {
-         return !counters_.accepted( refusalOfSource( source ) );
+      std::erase_if( record.sources, [&]( const IpGenAddr& source ) {
+         return !journal_.accepted( refusalOfSource( source ),
+                                    { source, record.group } );
       } );
       GroupMembership& machine = membership( intfId, record.group );
       limitSources( machine, record );
@@ -104,7 +105,7 @@ void MembershipEngine::limitSources( const GroupMembership& machine,
    size_t room = maxSources - std::min( machine.size(), maxSources );
    std::erase_if( record.sources, [&]( const IpGenAddr& source ) {
       if ( machine.has( source ) ) return false;
-      if ( room == 0 ) counters_.refused( tooManySources );
+      if ( room == 0 ) journal_.refused( tooManySources, { source, record.group } );
       return room == 0 || room-- == 0;
    } );
 }
@@ -114,14 +115,16 @@ bool MembershipEngine::accept( IntfId intfId, const MembershipRecord& record,
                                uint8_t version ) {
    bool allSources =
       version < 3 || record.type == isExclude || record.type == toExclude;
-   if ( !counters_.accepted( refusalOfGroup( record.group ) ) ) return false;
+   const RouteKey shared{ anySource( record.group ), record.group };
+   if ( !journal_.accepted( refusalOfGroup( record.group ), shared ) ) return false;
    const Hosts& at = hosts( intfId );
    if ( at.groups.size() >= at.groupLimit &&
         at.groups.count( record.group ) == 0 ) {
-      counters_.refused( tooManyGroups );
+      journal_.refused( tooManyGroups, shared );
       return false;
    }
-   return !allSources || counters_.accepted( refusalOfShared( record.group ) );
+   return !allSources ||
+          journal_.accepted( refusalOfShared( record.group ), shared );
 }
 
 bool MembershipEngine::permits( IntfId intfId, const RouteKey& key ) {
@@ -130,7 +133,7 @@ bool MembershipEngine::permits( IntfId intfId, const RouteKey& key ) {
    if ( !filters.members.permits( key.source, key.group ) ) refusal = barredMember;
    if ( !filters.boundary.permits( key.source, key.group ) )
       refusal = beyondBoundary;
-   return counters_.accepted( refusal );
+   return journal_.accepted( refusal, key );
 }
 
 // Leaves are taken of all groups. Of a record for some sources the others stay.
@@ -149,8 +152,11 @@ bool MembershipEngine::permit( IntfId intfId, MembershipRecord& record ) {
 void MembershipEngine::receiveQuery( IntfId intfId, const IpGenAddr& from,
                                      const MembershipQuery& query ) {
    Hosts& at = hosts( intfId );
+   const IpGenAddr former = at.querier.kept().querier;
    if ( !at.querier.receive( from, query ) )
-      return counters_.refused( notTheQuerier );
+      return journal_.refused( notTheQuerier );
+   if ( journal_.listens() && former != at.querier.kept().querier )
+      tellQuerier( intfId, former, from );
    auto found = at.groups.find( query.group );
    if ( query.suppress || found == at.groups.end() ) return;
    const MembershipTimes& times = at.querier.times();
@@ -159,6 +165,16 @@ void MembershipEngine::receiveQuery( IntfId intfId, const IpGenAddr& from,
    found->second.membership->handleQuery( query.sources, times.queries() * answer );
    found->second.told = true;
    tellTimes( intfId, query.group );
+}
+
+void MembershipEngine::tellQuerier( IntfId intfId, const IpGenAddr& former,
+                                    const IpGenAddr& querier ) {
+   Published::Event event;
+   event.kind = Published::querierChanged;
+   event.intf = intfId;
+   event.address = querier;
+   event.otherAddress = former;
+   journal_.tell( event );
 }
 
 void MembershipEngine::ask( IntfId intfId, const IpGenAddr& group,
@@ -280,7 +296,7 @@ bool MembershipEngine::writeRecord( const RouteKey& key, IntfId intfId,
                                     bool included, bool excluded ) {
    bool wanted = included || excluded;
    if ( wanted && !routes_.hasRoom( key ) ) {
-      counters_.refused( tableFull );
+      journal_.refused( tableFull, key );
       return false;
    }
    Mox::Ptr<Routes::Intf> intf =
@@ -288,6 +304,11 @@ bool MembershipEngine::writeRecord( const RouteKey& key, IntfId intfId,
    if ( intf == nullptr ) return true;
    const bool states = intf->localReceiverInclude() != included ||
                        intf->localReceiverExclude() != excluded;
+   if ( states )
+      journal_.tell( included   ? Published::memberCame
+                     : excluded ? Published::memberExcludes
+                                : Published::memberGone,
+                     key, intfId );
    intf->localMembershipIs( included );
    intf->localReceiverIncludeIs( included );
    intf->localReceiverExcludeIs( excluded );

@@ -13,8 +13,8 @@
 
 #include "engine/AccessFilter.h"
 #include "engine/HoldTimer.h"
+#include "engine/Journal.h"
 #include "engine/Links.h"
-#include "engine/RouterCounters.h"
 #include "engine/Routes.h"
 #include "engine/SpecificQueries.h"
 
@@ -29,7 +29,7 @@ class PIMSM_API MembershipEngine {
    // may ask for.
    MembershipEngine( Routes& routes, Links& links, Sender& sender,
                      Mox::Clock& clock, const GroupPolicy* policy,
-                     const AccessFilters& filters, RouterCounters& counters );
+                     const AccessFilters& filters, Journal& journal );
 
    // What a former process left of the queriers; empty: nothing.
    using Kept = std::function<std::optional<Querier::Kept>( Vantu::IntfId )>;
@@ -84,6 +84,8 @@ class PIMSM_API MembershipEngine {
    };
 
    void receiveReport( Vantu::IntfId intfId, const MembershipReport& report );
+   void tellQuerier( Vantu::IntfId intfId, const Vantu::IpGenAddr& former,
+                     const Vantu::IpGenAddr& querier );
    void receiveQuery( Vantu::IntfId intfId, const Vantu::IpGenAddr& from,
                       const MembershipQuery& query );
    bool accept( Vantu::IntfId intfId, const MembershipRecord& record,
@@ -112,7 +114,7 @@ class PIMSM_API MembershipEngine {
    Mox::Clock& clock_;
    const GroupPolicy* policy_;
    const AccessFilters& filters_;
-   RouterCounters& counters_;
+   Journal& journal_;
    bool adopted_ = false;
    std::map<Vantu::IntfId, Hosts> hosts_;
 };

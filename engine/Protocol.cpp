@@ -28,7 +28,7 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
                     Mox::Clock& clock, RouterCounters& counters, Hooks hooks )
    : family_( family ),
      config_( config ),
-     counters_( counters ),
+     journal_( counters, std::move( hooks.events ) ),
      linksChanged_( std::move( hooks.linksChanged ) ),
      sender_( telling( std::move( hooks.speech ), linksChanged_ ), counters ),
      links_(
@@ -37,7 +37,11 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
           [this]( IntfId intfId, const IpGenAddr& address, NeighborEvent event ) {
              handleNeighbor( intfId, address, event );
           },
-          [this]( IntfId intfId ) { endStates( intfId ); } } ),
+          [this]( IntfId intfId ) { endStates( intfId ); },
+          [this]( IntfId intfId ) { tellLink( Published::interfaceCame, intfId ); },
+          [this]( IntfId intfId, const IpGenAddr& former, const IpGenAddr& dr ) {
+             tellDr( intfId, former, dr );
+          } } ),
      topology_( config, std::move( hooks.hostRoutes ) ),
      policy_( family, config ),
      pathSwitch_( model, links_, clock, std::move( hooks.packetAge ) ),
@@ -58,36 +62,89 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
           },
           [this]( Routes::Route& route, const Routing::Pim::Rpf& next ) {
              pathSwitch_.changePath( route, next );
-          } } ),
-     upstream_( routes_, links_, config, sender_, clock, counters ),
-     joinPrune_( routes_, clock, topology_, &policy_, counters,
+          },
+          &journal_ } ),
+     upstream_( routes_, links_, config, sender_, clock, journal_ ),
+     joinPrune_( routes_, clock, topology_, &policy_, journal_,
                  [this]( IntfId intfId, const auto& key, const IpGenAddr& rp ) {
                     upstream_.echoPrune( intfId, key, rp );
                  } ),
-     membership_( routes_, links_, sender_, clock, &policy_, filters_, counters ),
-     asserts_( routes_, links_, sender_, clock, counters ),
-     sources_( routes_, clock, topology_, config, sender_.speaks(), counters ),
-     forwarding_( model,
-                  { [this]( const auto& key ) { review( key ); },
-                    [changed = hooks.changed]( const auto& key, IntfId intfId ) {
-                       changed( key, intfId, false );
-                    },
-                    [this]( const auto& key ) { upstream_.review( key ); } } ),
+     membership_( routes_, links_, sender_, clock, &policy_, filters_, journal_ ),
+     asserts_( routes_, links_, sender_, clock, journal_ ),
+     sources_( routes_, clock, topology_, config, sender_.speaks(), journal_ ),
+     forwarding_(
+        model,
+        { [this]( const auto& key ) { review( key ); },
+          [changed = hooks.changed]( const auto& key, IntfId intfId ) {
+             changed( key, intfId, false );
+          },
+          [this]( const auto& key ) {
+             const Journal::Handling handling( journal_, Published::byState );
+             upstream_.review( key );
+          },
+          [this]( const auto& key, IntfId intfId, bool forwards ) {
+             const Journal::Handling handling( journal_, Published::byState );
+             journal_.tell(
+                forwards ? Published::forwardBegan : Published::forwardEnded, key,
+                intfId );
+          } } ),
      registering_( registers, clock, topology_, config, sender_.speaks(),
-                   counters ),
+                   journal_ ),
      registerSender_(
-        { routes_, topology_, &policy_, config, sender_, clock, counters },
+        { routes_, topology_, &policy_, config, sender_, clock, journal_ },
         std::move( registers ), std::move( hooks.registering ) ),
      registerReceiver_( routes_, sources_, filters_, config, sender_, clock ) {}
 
 void Protocol::handleNeighbor( IntfId intfId, const IpGenAddr& address,
                                NeighborEvent event ) {
+   tellNeighbor( intfId, address, event );
+   const Journal::Handling handling( journal_, Published::byNeighbor, intfId,
+                                     address );
    if ( event == NeighborEvent::gone || event == NeighborEvent::restarted )
       asserts_.handleNeighborLost( intfId, address );
    upstream_.handleNeighbor( intfId, address, event );
 }
 
+// A goodbye is a message.
+void Protocol::tellNeighbor( IntfId intfId, const IpGenAddr& address,
+                             NeighborEvent event ) {
+   if ( !journal_.listens() || event == NeighborEvent::moved ) return;
+   Published::Event out;
+   out.kind = event == NeighborEvent::came   ? Published::neighborCame
+              : event == NeighborEvent::gone ? Published::neighborGone
+                                             : Published::neighborRestarted;
+   if ( event == NeighborEvent::gone && journal_.cause() == Published::byMessage )
+      out.cause = Published::byGoodbye;
+   out.intf = intfId;
+   out.address = address;
+   if ( event == NeighborEvent::restarted )
+      out.value = links_.find( intfId )
+                     ->neighbors()
+                     .all()
+                     .at( address )
+                     .hello.generationId.value_or( 0 );
+   journal_.tell( out );
+}
+
+void Protocol::tellLink( Published::EventKind kind, IntfId intfId ) {
+   Published::Event out;
+   out.kind = kind;
+   out.intf = intfId;
+   journal_.tell( out );
+}
+
+void Protocol::tellDr( IntfId intfId, const IpGenAddr& former,
+                       const IpGenAddr& dr ) {
+   Published::Event out;
+   out.kind = Published::drChanged;
+   out.intf = intfId;
+   out.address = dr;
+   out.otherAddress = former;
+   journal_.tell( out );
+}
+
 void Protocol::start( const Kept& kept ) {
+   const Journal::Handling handling( journal_, Published::byRestart );
    links_.start( kept.hello );
    membership_.updateLinks( kept.querier );
    keptJoins_ = kept.lastJoins;
@@ -95,6 +152,7 @@ void Protocol::start( const Kept& kept ) {
 
 // The states that the macros read come before the macros.
 void Protocol::review( const Routing::Pim::RouteKey& key ) {
+   const Journal::Handling handling( journal_, Published::byState );
    asserts_.review( key );
    if ( !sender_.speaks() ) return;
    upstream_.prepare( key );
@@ -103,6 +161,8 @@ void Protocol::review( const Routing::Pim::RouteKey& key ) {
 }
 
 void Protocol::endStates( IntfId intfId ) {
+   tellLink( Published::interfaceGone, intfId );
+   const Journal::Handling handling( journal_, Published::byInterface, intfId );
    joinPrune_.handleIntfGone( intfId );
    membership_.handleIntfGone( intfId );
    asserts_.handleIntfGone( intfId );
@@ -117,6 +177,7 @@ void Protocol::adoptNeighbor( IntfId intfId, const IpGenAddr& address,
 
 void Protocol::adopt( const KeptTimers& kept,
                       const RegisterSender::KeptTimes& registering ) {
+   const Journal::Handling handling( journal_, Published::byRestart );
    adopted_ = true;
    routes_.adopt();
    pathSwitch_.adopt();
@@ -142,6 +203,7 @@ Published::Downstream Protocol::timers(
 }
 
 void Protocol::configChanged() {
+   const Journal::Handling handling( journal_, Published::byConfiguration );
    policy_.configIs( config_ );
    filters_.configIs( config_ );
    topology_.configIs( config_ );
@@ -152,7 +214,7 @@ void Protocol::configChanged() {
    if ( !adopted_ ) return;
    joinPrune_.endUnshared();
    membership_.endUnshared();
-   pathsChanged();
+   updatePaths();
    // A path that stays may lead beyond a boundary now.
    for ( const auto& key : Mox::keysOf( routes_.model().route() ) )
       upstream_.review( key );
@@ -174,7 +236,11 @@ void Protocol::forgetBarred() {
 }
 
 void Protocol::pathsChanged() {
-   if ( !adopted_ ) return;
+   const Journal::Handling handling( journal_, Published::byUnicast );
+   if ( adopted_ ) updatePaths();
+}
+
+void Protocol::updatePaths() {
    routes_.updatePaths();
    sources_.updatePaths();
    registering_.updateConfig();
@@ -182,7 +248,8 @@ void Protocol::pathsChanged() {
 
 void Protocol::receiveData( const Routing::Pim::RouteKey& key, IntfId intfId,
                             double age, bool wrong ) {
-   if ( !permits( intfId, key ) ) return counters_.refused( beyondBoundary );
+   const Journal::Handling handling( journal_, Published::byData, intfId );
+   if ( !permits( intfId, key ) ) return journal_.refused( beyondBoundary, key );
    sources_.receiveData( key, intfId, age );
    // At once, not with the next counters: the prune of the shared tree that follows may
    // end the only join that the route has.
@@ -193,6 +260,8 @@ void Protocol::receiveData( const Routing::Pim::RouteKey& key, IntfId intfId,
 
 void Protocol::receive( IntfId intfId, const IpPacket& packet,
                         const Message& message ) {
+   const Journal::Handling handling( journal_, Published::byMessage, intfId,
+                                     packet.source );
    // Registers and stops are unicast, whatever link they come by.
    if ( const auto* pim = std::get_if<PimMessage>( &message ) ) {
       if ( const auto* got = std::get_if<PimRegister>( &pim->body ) )
@@ -203,7 +272,7 @@ void Protocol::receive( IntfId intfId, const IpPacket& packet,
       }
    }
    Link* link = links_.find( intfId );
-   if ( link == nullptr ) return counters_.refused( noAddress );
+   if ( link == nullptr ) return journal_.refused( noAddress );
    if ( const auto* pim = std::get_if<PimMessage>( &message ) )
       return receivePim( *link, packet, *pim );
    receiveMembership( *link, packet, std::get<MembershipMessage>( message ) );
@@ -213,11 +282,11 @@ void Protocol::receive( IntfId intfId, const IpPacket& packet,
 // senders' addresses are the link's by themselves. Who only listens may not know them all.
 void Protocol::receiveMembership( const Link& link, const IpPacket& packet,
                                   const MembershipMessage& message ) {
-   if ( link.isOwn( packet.source ) ) return counters_.refused( ownPacket );
+   if ( link.isOwn( packet.source ) ) return journal_.refused( ownPacket );
    const bool ofLink = !sender_.speaks() || family_ == Vantu::AddressFamily::ipv6 ||
                        packet.source.isUnspecified() ||
                        link.isOnLink( packet.source );
-   if ( !ofLink ) return counters_.refused( offSubnet );
+   if ( !ofLink ) return journal_.refused( offSubnet );
    // The querier may be another one, with other times.
    if ( std::holds_alternative<MembershipQuery>( message ) ) linksChanged_();
    membership_.receive( link, packet.source, message );
@@ -234,7 +303,8 @@ void Protocol::receiveRegister( const IpPacket& packet,
       barred = barredRegister;
    if ( toUs && policy_.sourceSpecific( message.group ) ) barred = ssmGroup;
    const bool served =
-      counters_.accepted( barred ) && registering_.receive( packet, message );
+      journal_.accepted( barred, { message.source, message.group } ) &&
+      registering_.receive( packet, message );
    if ( !sender_.speaks() ) return;
    if ( served ) return registerReceiver_.receive( packet, message );
    if ( toUs && !refusalOfRoute( message.source, message.group ) )
@@ -242,6 +312,7 @@ void Protocol::receiveRegister( const IpPacket& packet,
 }
 
 void Protocol::receiveShared( const Routing::Pim::RouteKey& key, double rate ) {
+   const Journal::Handling handling( journal_, Published::byData );
    const double threshold = filters_.sptThreshold( key.group );
    const bool switches =
       sender_.speaks() && ( threshold == 0.0 || rate > threshold );
@@ -263,20 +334,20 @@ void Protocol::receiveShared( const Routing::Pim::RouteKey& key, double rate ) {
 
 void Protocol::receivePim( Link& link, const IpPacket& packet,
                            const PimMessage& message ) {
-   if ( link.isOwn( packet.source ) ) return counters_.refused( ownPacket );
+   if ( link.isOwn( packet.source ) ) return journal_.refused( ownPacket );
    if ( std::holds_alternative<std::monostate>( message.body ) )
-      return counters_.refused( otherType );
-   if ( link.config().passive ) return counters_.refused( passiveLink );
+      return journal_.refused( otherType );
+   if ( link.config().passive ) return journal_.refused( passiveLink );
    if ( packet.destination != allPimRouters( family_ ) )
-      return counters_.refused( notToAllRouters );
+      return journal_.refused( notToAllRouters );
    // It has come through a router. Who only listens takes what there is.
-   if ( sender_.speaks() && packet.ttl != 1 ) return counters_.refused( wrongTtl );
+   if ( sender_.speaks() && packet.ttl != 1 ) return journal_.refused( wrongTtl );
    if ( !filters_.of( link.intfId() ).neighbors.permitsRouter( packet.source ) )
-      return counters_.refused( barredNeighbor );
-   if ( !counters_.accepted( refusalOfSource( packet.source ) ) ) return;
+      return journal_.refused( barredNeighbor );
+   if ( !journal_.accepted( refusalOfSource( packet.source ) ) ) return;
    if ( const auto* hello = std::get_if<PimHello>( &message.body ) ) {
       if ( !link.neighbors().receiveHello( packet.source, *hello ) )
-         counters_.refused( tooManyNeighbors );
+         journal_.refused( tooManyNeighbors );
       return;
    }
    receiveOfNeighbor( link, packet, message );
@@ -285,7 +356,7 @@ void Protocol::receivePim( Link& link, const IpPacket& packet,
 void Protocol::receiveOfNeighbor( const Link& link, const IpPacket& packet,
                                   const PimMessage& message ) {
    if ( config_.requireHello && !link.neighbors().has( packet.source ) )
-      return counters_.refused( unknownNeighbor );
+      return journal_.refused( unknownNeighbor );
    if ( const auto* got = std::get_if<PimAssert>( &message.body ) )
       return asserts_.receive( link.intfId(), packet.source, *got );
    receiveJoinPrune( link, std::get<PimJoinPrune>( message.body ) );
@@ -293,7 +364,7 @@ void Protocol::receiveOfNeighbor( const Link& link, const IpPacket& packet,
 
 void Protocol::receiveJoinPrune( const Link& link, const PimJoinPrune& message ) {
    if ( !link.isOwn( message.upstreamNeighbor ) ) {
-      counters_.refused( otherUpstream );
+      journal_.refused( otherUpstream );
       return upstream_.receive( link, message );
    }
    const AccessFilters::OfLink& filters = filters_.of( link.intfId() );
@@ -319,7 +390,7 @@ PimJoinPrune Protocol::permitted( IntfId intfId, PimJoinPrune message ) {
             refusal = barredJoin;
          if ( !filters.boundary.permits( source, group.address ) )
             refusal = beyondBoundary;
-         return !counters_.accepted( refusal );
+         return !journal_.accepted( refusal, { source, group.address } );
       } );
    }
    return message;

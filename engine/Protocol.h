@@ -9,6 +9,7 @@
 #include "engine/AssertEngine.h"
 #include "engine/ForwardingEngine.h"
 #include "engine/JoinPruneEngine.h"
+#include "engine/Journal.h"
 #include "engine/Links.h"
 #include "engine/MembershipEngine.h"
 #include "engine/PathSwitch.h"
@@ -41,6 +42,8 @@ class PIMSM_API Protocol {
       PathSwitch::Age packetAge = {};
       // Empty: the router listens and sends nothing.
       Speech speech = {};
+      // Gets the events for people; empty: nobody listens. As Journal's.
+      Journal::Sink events = {};
    };
 
    // The configuration is read again in configChanged().
@@ -100,6 +103,7 @@ class PIMSM_API Protocol {
    void receiveData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
                      double age, bool wrong );
    void receiveMore( const Routing::Pim::RouteKey& key, double age ) {
+      const Journal::Handling handling( journal_, Published::byData );
       const bool first = routes_.handleMore( key, age );
       sources_.receiveMore( key, age );
       if ( first ) asserts_.handleSourceTree( key );
@@ -124,6 +128,12 @@ class PIMSM_API Protocol {
  private:
    void handleNeighbor( Vantu::IntfId intfId, const Vantu::IpGenAddr& address,
                         NeighborEvent event );
+   void tellNeighbor( Vantu::IntfId intfId, const Vantu::IpGenAddr& address,
+                      NeighborEvent event );
+   void tellLink( Published::EventKind kind, Vantu::IntfId intfId );
+   void tellDr( Vantu::IntfId intfId, const Vantu::IpGenAddr& former,
+                const Vantu::IpGenAddr& dr );
+   void updatePaths();
    void endStates( Vantu::IntfId intfId );
    void receiveRegister( const IpPacket& packet, const PimRegister& message );
    void receivePim( Link& link, const IpPacket& packet, const PimMessage& message );
@@ -141,7 +151,7 @@ class PIMSM_API Protocol {
 
    Vantu::AddressFamily family_;
    const VrfConfig& config_;
-   RouterCounters& counters_;
+   Journal journal_;
    bool adopted_ = false;
    UpstreamEngine::LastJoins keptJoins_;
    std::function<void()> linksChanged_;

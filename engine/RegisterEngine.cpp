@@ -31,13 +31,13 @@ struct RegisterEngine::Source {
 RegisterEngine::RegisterEngine(
    Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables, Mox::Clock& clock,
    const Topology& topology, const VrfConfig& config, bool rpOnly,
-   RouterCounters& counters )
+   Journal& journal )
    : tables_( std::move( tables ) ),
      clock_( clock ),
      topology_( topology ),
      config_( config ),
      rpOnly_( rpOnly ),
-     counters_( counters ) {}
+     journal_( journal ) {}
 
 RegisterEngine::~RegisterEngine() = default;
 
@@ -46,12 +46,12 @@ bool RegisterEngine::isRpOf( const IpGenAddr& group ) const {
 }
 
 bool RegisterEngine::accept( const IpGenAddr& group, const IpGenAddr& source ) {
-   return counters_.accepted( refusalOfRoute( source, group ) );
+   return journal_.accepted( refusalOfRoute( source, group ), { source, group } );
 }
 
 bool RegisterEngine::receive( const IpPacket& packet, const PimRegister& message ) {
-   auto refused = [this]( Refusal reason ) {
-      counters_.refused( reason );
+   auto refused = [&]( Refusal reason ) {
+      journal_.refused( reason, { message.source, message.group } );
       return false;
    };
    if ( !accept( message.group, message.source ) ) return false;
@@ -69,6 +69,7 @@ bool RegisterEngine::receive( const IpPacket& packet, const PimRegister& message
       packet.destination == rp || ( byPeer && packet.destination == set->local );
    if ( !isOwn( config_, rp ) || !toRp ) return refused( notTheRp );
    Source& known = source( key );
+   if ( !known.known() ) journal_.tell( Published::registerCame, key );
    ( byPeer ? known.fromPeer : known.fromRouter )
       .start( config_.rpKeepalivePeriod() );
    update( key );
@@ -79,7 +80,7 @@ bool RegisterEngine::receive( const IpPacket& packet, const PimRegister& message
 // a source on its own links.
 void RegisterEngine::receiveSent( const RouteKey& key, bool nullRegister ) {
    if ( !topology_.pathTo( key.source ).attached )
-      return counters_.refused( ownPacket );
+      return journal_.refused( ownPacket );
    Source& sent = source( key );
    sent.registered.start( config_.keepalivePeriod );
    if ( !nullRegister ) sent.stopped.cancel();
@@ -88,17 +89,17 @@ void RegisterEngine::receiveSent( const RouteKey& key, bool nullRegister ) {
 
 void RegisterEngine::receive( const IpPacket& packet,
                               const PimRegisterStop& message ) {
-   if ( isOwn( config_, packet.source ) ) return counters_.refused( ownPacket );
-   if ( !isOwn( config_, packet.destination ) ) return counters_.refused( notToUs );
+   if ( isOwn( config_, packet.source ) ) return journal_.refused( ownPacket );
+   if ( !isOwn( config_, packet.destination ) ) return journal_.refused( notToUs );
    bool anySource = message.source.isUnspecified();
    // A stop for every source has no source to check.
    if ( !accept( message.group, anySource ? packet.source : message.source ) )
       return;
    if ( message.maskLength != hostMask( message.group ) )
-      return counters_.refused( partialMask );
+      return journal_.refused( partialMask, { message.source, message.group } );
    IpGenAddr rp = topology_.rpOf( message.group );
    if ( !rp.isUnspecified() && rp != packet.source )
-      return counters_.refused( rpMismatch );
+      return journal_.refused( rpMismatch, { message.source, message.group } );
    if ( !anySource ) return receiveStop( { message.source, message.group } );
    std::vector<RouteKey> keys;
    for ( const auto& [key, each] : sources_ ) {
@@ -110,7 +111,7 @@ void RegisterEngine::receive( const IpPacket& packet,
 
 void RegisterEngine::receiveStop( const RouteKey& key ) {
    if ( !topology_.pathTo( key.source ).attached )
-      return counters_.refused( notRegistered );
+      return journal_.refused( notRegistered, key );
    Source& stopped = source( key );
    if ( !stopped.registered.running() )
       stopped.registered.start( config_.keepalivePeriod );
@@ -135,7 +136,7 @@ void RegisterEngine::update( const RouteKey& key ) {
       return remove( key );
    }
    if ( tryPublish( key, *found->second ) ) return;
-   counters_.refused( tableFull );
+   journal_.refused( tableFull, key );
    if ( !stands( key ) ) sources_.erase( found );
 }
 

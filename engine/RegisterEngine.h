@@ -28,7 +28,7 @@
 #include <map>
 #include <memory>
 
-#include "engine/RouterCounters.h"
+#include "engine/Journal.h"
 #include "engine/Timer.h"
 #include "engine/Topology.h"
 #include "register/RegisterStatus.h"
@@ -39,7 +39,7 @@ class PIMSM_API RegisterEngine {
  public:
    RegisterEngine( Mox::Ptr<Routing::Pim::SparseMode::RegisterStatus> tables,
                    Mox::Clock& clock, const Topology& topology,
-                   const VrfConfig& config, bool rpOnly, RouterCounters& counters );
+                   const VrfConfig& config, bool rpOnly, Journal& journal );
    ~RegisterEngine();
 
    // Resumes the tables' entries after a reload.
@@ -78,7 +78,7 @@ class PIMSM_API RegisterEngine {
    const Topology& topology_;
    const VrfConfig& config_;
    const bool rpOnly_;
-   RouterCounters& counters_;
+   Journal& journal_;
    std::map<RouteKey, std::unique_ptr<Source>> sources_;
 };
 

@@ -98,7 +98,18 @@ void RegisterSender::review( const RouteKey& key ) {
    enter( key, at, State::join );
 }
 
+void RegisterSender::tell( Published::EventKind kind, const RouteKey& key,
+                           const IpGenAddr& rp ) {
+   Published::Event event = in_.journal.eventOf( kind, key );
+   event.address = rp;
+   in_.journal.tell( event );
+}
+
 void RegisterSender::enter( const RouteKey& key, Source& at, State state ) {
+   tell( state == State::join    ? Published::registerBegan
+         : state == State::prune ? Published::registerStopped
+                                 : Published::registerProbes,
+         key, at.rp );
    at.state = state;
    if ( state == State::join ) at.timer.cancel();
    publish( key, state == State::join );
@@ -139,17 +150,18 @@ void RegisterSender::sendNull( const RouteKey& key, const Source& at ) {
 void RegisterSender::receive( const IpPacket& packet,
                               const PimRegisterStop& message ) {
    if ( isOwn( in_.config, packet.source ) )
-      return in_.counters.refused( ownPacket );
+      return in_.journal.refused( ownPacket );
    if ( !isOwn( in_.config, packet.destination ) )
-      return in_.counters.refused( notToUs );
-   if ( !in_.counters.accepted( refusalOfGroup( message.group ) ) ) return;
+      return in_.journal.refused( notToUs );
+   if ( !in_.journal.accepted( refusalOfGroup( message.group ) ) ) return;
    if ( message.maskLength != hostMask( message.group ) )
-      return in_.counters.refused( partialMask );
+      return in_.journal.refused( partialMask, { message.source, message.group } );
    const IpGenAddr rp = in_.topology.rpOf( message.group );
    const AnycastRpConfig* set = anycastRp( in_.config, rp );
    if ( set != nullptr && set->has( packet.source ) )
-      return in_.counters.refused( stopOfPeer );
-   if ( rp != packet.source ) return in_.counters.refused( rpMismatch );
+      return in_.journal.refused( stopOfPeer, { message.source, message.group } );
+   if ( rp != packet.source )
+      return in_.journal.refused( rpMismatch, { message.source, message.group } );
    bool any = false;
    for ( auto& [key, at] : sources_ ) {
       const bool meant =
@@ -159,7 +171,8 @@ void RegisterSender::receive( const IpPacket& packet,
       any = true;
       if ( at->state != State::prune ) stop( key, *at );
    }
-   if ( !any ) in_.counters.refused( notRegistered );
+   if ( !any )
+      in_.journal.refused( notRegistered, { message.source, message.group } );
 }
 
 // The route says it to the forwarding process, the tables to everybody.
@@ -183,7 +196,7 @@ void RegisterSender::publish( const RouteKey& key, bool registers ) {
          tables.noRegisterOifIs( value );
       if ( !tables.drDiscoveredSg().has( key ) ) tables.drDiscoveredSgIs( value );
    } catch ( const ::Brane::NoRoomError& ) {
-      return in_.counters.refused( tableFull );
+      return in_.journal.refused( tableFull, key );
    }
    if ( registers ) {
       tables.noRegisterOifDel( key );
@@ -193,6 +206,9 @@ void RegisterSender::publish( const RouteKey& key, bool registers ) {
 }
 
 void RegisterSender::forget( const RouteKey& key ) {
+   const auto found = sources_.find( key );
+   if ( found != sources_.end() )
+      tell( Published::registerEnded, key, found->second->rp );
    sources_.erase( key );
    tables_->registerOifDel( key );
    tables_->noRegisterOifDel( key );

@@ -22,7 +22,7 @@
 #include <map>
 #include <memory>
 
-#include "engine/RouterCounters.h"
+#include "engine/Journal.h"
 #include "engine/Routes.h"
 #include "engine/Sender.h"
 #include "engine/Timer.h"
@@ -39,7 +39,7 @@ class PIMSM_API RegisterSender {
       const VrfConfig& config;
       Sender& sender;
       Mox::Clock& clock;
-      RouterCounters& counters;
+      Journal& journal;
    };
    // `changed` is called when kept() has changed for the source.
    RegisterSender( const Context& context,
@@ -75,6 +75,8 @@ class PIMSM_API RegisterSender {
    void reviewPeers( const RouteKey& key, const Routes::Route* route, bool atOnce );
    void tellPeers( const RouteKey& key );
    Source& source( const RouteKey& key );
+   void tell( Published::EventKind kind, const RouteKey& key,
+              const Vantu::IpGenAddr& rp );
    void enter( const RouteKey& key, Source& source, State state );
    void stop( const RouteKey& key, Source& source );
    void handleTime( const RouteKey& key );

@@ -98,6 +98,17 @@ Mox::Ptr<Routes::Intf> Routes::record( const RouteKey& key, IntfId intfId,
    return intf;
 }
 
+void Routes::tell( Published::EventKind kind, const Route& route,
+                   const Routing::Pim::Rpf& former ) const {
+   if ( hooks_.journal == nullptr || !hooks_.journal->listens() ) return;
+   Published::Event event = hooks_.journal->eventOf( kind, route.key() );
+   event.intf = route.rpf().intfId;
+   event.address = route.rpf().neighbor;
+   event.otherIntf = former.intfId;
+   event.otherAddress = former.neighbor;
+   hooks_.journal->tell( event );
+}
+
 Mox::Ptr<Routes::Route> Routes::newRoute( const RouteKey& key,
                                           const IpGenAddr& rp ) {
    Mox::Ptr<Route> route = model_->routeIs( key );
@@ -108,6 +119,7 @@ Mox::Ptr<Routes::Route> Routes::newRoute( const RouteKey& key,
    route->creationTimeIs( clock_.now() );
    updatePath( *route, rp.isUnspecified() ? topology_.rpOf( key.group ) : rp );
    route->initializedIs( true );
+   tell( Published::routeCame, *route );
    return route;
 }
 
@@ -117,6 +129,7 @@ void Routes::updatePath( Route& route, const IpGenAddr& rp ) {
    Mox::Ptr<Routing::Pim::SparseMode::UpstreamInfo> umh = route.umhIs();
    umh->rpIs( rp );
    umh->rpfAttachedIs( path.attached );
+   const Routing::Pim::Rpf former = route.rpf();
    const Routing::Pim::Rpf next =
       hooks_.resolve ? hooks_.resolve( route, path ) : path.rpf;
    if ( hooks_.changePath ) {
@@ -124,6 +137,8 @@ void Routes::updatePath( Route& route, const IpGenAddr& rp ) {
    } else {
       umh->doUpdateRpf( next );
    }
+   if ( route.initialized() && route.rpf() != former )
+      tell( Published::rpfChanged, route, former );
    updateBackup( route, path );
 }
 
@@ -156,6 +171,7 @@ void Routes::update( const RouteKey& key ) {
    Mox::Ptr<Route> route = model_->route( key );
    if ( route == nullptr ) return;
    if ( !holdsState( *route ) ) {
+      tell( Published::routeGone, *route );
       model_->routeDel( key );
       untried_.erase( key );
    } else {
@@ -185,6 +201,8 @@ void Routes::updateTree( Route& route ) {
                is.nullInheritedOlistSgRpt() ) {
       untried_.emplace( is.key(), clock_.now() );
    }
+   if ( is.spTree() != onSourceTree )
+      tell( onSourceTree ? Published::onSourceTree : Published::onSharedTree, is );
    Route::RouteFlags flags = route.routeFlags();
    flags.spTreeIs( onSourceTree );
    flags.rpTreeIs( !onSourceTree );
@@ -198,6 +216,7 @@ bool Routes::handleData( const RouteKey& key, IntfId intfId ) {
                       route->rpf().intfId == intfId && dataWouldTell( *route );
    if ( !tells ) return false;
    untried_.erase( key );
+   if ( !route->spTree() ) tell( Published::onSourceTree, *route );
    route->spTreeIs( true );
    updateTree( *route );
    return true;

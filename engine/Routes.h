@@ -16,6 +16,7 @@
 #include <unordered_map>
 
 #include "engine/GroupPolicy.h"
+#include "engine/Journal.h"
 #include "engine/Topology.h"
 #include "model/Status.h"
 #include "platform/loop/Clock.h"
@@ -58,6 +59,8 @@ class PIMSM_API Routes {
          {};
       // Gives the route the path. Empty: at once.
       std::function<void( Route&, const Routing::Pim::Rpf& )> changePath = {};
+      // Null: nobody is told of events. Outlives the routes.
+      Journal* journal = nullptr;
    };
 
    // `policy` names the groups with fast reroute; null: none. It outlives this.
@@ -127,6 +130,8 @@ class PIMSM_API Routes {
    // A tree that was entered takes the data at the latest after this time.
    static constexpr double entering = 0.5;  // s
 
+   void tell( Published::EventKind kind, const Route& route,
+              const Routing::Pim::Rpf& former = {} ) const;
    Mox::Ptr<Route> newRoute( const RouteKey& key, const Vantu::IpGenAddr& rp );
    void updatePath( Route& route, const Vantu::IpGenAddr& rp );
    void updateTree( Route& route );

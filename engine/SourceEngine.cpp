@@ -4,24 +4,30 @@ namespace Router {
 
 SourceEngine::SourceEngine( Routes& routes, Mox::Clock& clock,
                             const Topology& topology, const VrfConfig& config,
-                            bool joins, RouterCounters& counters )
+                            bool joins, Journal& journal )
    : routes_( routes ),
      clock_( clock ),
      topology_( topology ),
      config_( config ),
      joins_( joins ),
-     counters_( counters ) {}
+     journal_( journal ) {}
 
 bool SourceEngine::attached( const RouteKey& key ) const {
    return topology_.pathTo( key.source ).attached;
 }
 
 bool SourceEngine::accept( const RouteKey& key ) {
-   if ( !counters_.accepted( refusalOfRoute( key.source, key.group ) ) )
+   if ( !journal_.accepted( refusalOfRoute( key.source, key.group ), key ) )
       return false;
    if ( routes_.hasRoom( key ) ) return true;
-   counters_.refused( tableFull );
+   journal_.refused( tableFull, key );
    return false;
+}
+
+void SourceEngine::wake( const RouteKey& key ) {
+   const Mox::Ptr<Routes::Route> route = routes_.route( key );
+   if ( route->katExpired() ) journal_.tell( Published::sourceCame, key );
+   route->katExpiredIs( false );
 }
 
 void SourceEngine::receiveData( const RouteKey& key, Vantu::IntfId intfId,
@@ -30,14 +36,14 @@ void SourceEngine::receiveData( const RouteKey& key, Vantu::IntfId intfId,
    if ( !( left > 0.0 ) || !accept( key ) ) return;
    const Topology::Path path = topology_.pathTo( key.source );
    if ( !path.attached || path.rpf.intfId != intfId ) return;
-   routes_.route( key )->katExpiredIs( false );
+   wake( key );
    routes_.update( key );
    start( key, left, true );
 }
 
 bool SourceEngine::keepAlive( const RouteKey& key, double seconds ) {
    if ( !accept( key ) ) return false;
-   routes_.route( key )->katExpiredIs( false );
+   wake( key );
    start( key, seconds, false );
    routes_.update( key );
    return true;
@@ -55,7 +61,7 @@ void SourceEngine::receiveMore( const RouteKey& key, double age ) {
    const bool onLink = path.attached && path.rpf.intfId == route->incomingIntf();
    const bool joined = joins_ && route->spTree() && route->joinDesiredSg();
    if ( !onLink && !joined ) return;
-   route->katExpiredIs( false );
+   wake( key );
    routes_.update( key );
    start( key, left, onLink );
 }
@@ -69,6 +75,7 @@ void SourceEngine::start( const RouteKey& key, double seconds, bool onLink ) {
 
 void SourceEngine::end( const RouteKey& key ) {
    if ( Mox::Ptr<Routes::Route> route = routes_.find( key ) ) {
+      if ( !route->katExpired() ) journal_.tell( Published::sourceGone, key );
       route->katExpiredIs( true );
       routes_.update( key );
    }

@@ -8,7 +8,7 @@
 #include <map>
 #include <memory>
 
-#include "engine/RouterCounters.h"
+#include "engine/Journal.h"
 #include "engine/Routes.h"
 #include "engine/Timer.h"
 
@@ -18,7 +18,7 @@ class PIMSM_API SourceEngine {
  public:
    // `joins`: this router sends joins.
    SourceEngine( Routes& routes, Mox::Clock& clock, const Topology& topology,
-                 const VrfConfig& config, bool joins, RouterCounters& counters );
+                 const VrfConfig& config, bool joins, Journal& journal );
 
    // Resumes the reloaded sources for a keepalive period from now on.
    void adopt();
@@ -44,6 +44,7 @@ class PIMSM_API SourceEngine {
  private:
    using RouteKey = Routing::Pim::RouteKey;
 
+   void wake( const RouteKey& key );
    bool accept( const RouteKey& key );
    bool attached( const RouteKey& key ) const;
    struct Source {
@@ -60,7 +61,7 @@ class PIMSM_API SourceEngine {
    const Topology& topology_;
    const VrfConfig& config_;
    const bool joins_;
-   RouterCounters& counters_;
+   Journal& journal_;
    std::map<RouteKey, Source> sources_;
 };
 

@@ -72,13 +72,13 @@ struct UpstreamEngine::Group {
 
 UpstreamEngine::UpstreamEngine( Routes& routes, Links& links,
                                 const VrfConfig& config, const Sender& sender,
-                                Mox::Clock& clock, RouterCounters& counters )
+                                Mox::Clock& clock, Journal& journal )
    : routes_( routes ),
      links_( links ),
      config_( config ),
      sender_( sender ),
      clock_( clock ),
-     counters_( counters ),
+     journal_( journal ),
      joins_( clock,
              [this]( Deadline& due ) {
                 handleJoinsDue( static_cast<Target&>( due ) );
@@ -415,7 +415,7 @@ void UpstreamEngine::hasten( Record& record ) {
    if ( record.target == nullptr || !record.target->known() ) return;
    const double due = clock_.now() + overrideTime( *record.target );
    if ( due >= record.joinDue ) return;
-   counters_.joins( overriding );
+   journal_.counters().joins( overriding );
    setJoinDue( record, due );
 }
 
@@ -437,7 +437,7 @@ void UpstreamEngine::handleOverrideDue( Record& record ) {
       find( { anySource( record.key.group ), record.key.group } );
    if ( shared != nullptr && shared->joined &&
         record.rptTarget == targetOfRpt( record.key ) ) {
-      counters_.joins( overriding );
+      journal_.counters().joins( overriding );
       sendRpt( record, true );
    }
    if ( !record.routed ) erase( record );
@@ -450,11 +450,20 @@ void UpstreamEngine::add( Target& to, Tree tree, const Record& record, bool join
    waiting_.insert( &to );
 }
 
+void UpstreamEngine::tell( Published::EventKind kind, const Record& record,
+                           const Target& to ) const {
+   if ( !journal_.listens() ) return;
+   Published::Event event = journal_.eventOf( kind, record.key, to.intfId );
+   event.address = to.neighbor;
+   journal_.tell( event );
+}
+
 // Nothing is sent to nobody; the join follows when the neighbour comes.
 void UpstreamEngine::sendJoin( Record& record, JoinEvent why ) {
    if ( record.target == nullptr || !record.target->known() )
       return setJoinDue( record, Deadlines::never );
-   counters_.joins( why );
+   journal_.counters().joins( why );
+   if ( why != periodic ) tell( Published::joinSent, record, *record.target );
    add( *record.target, record.shared() ? Tree::shared : Tree::source, record,
         true );
    setJoinDue(
@@ -466,14 +475,16 @@ void UpstreamEngine::sendJoin( Record& record, JoinEvent why ) {
 void UpstreamEngine::sendPrune( Record& record, Target& to ) {
    const Link* link = links_.find( to.intfId );
    if ( link == nullptr || !link->neighbors().has( to.neighbor ) ) return;
-   counters_.joins( triggered );
+   journal_.counters().joins( triggered );
+   tell( Published::pruneSent, record, to );
    add( to, record.shared() ? Tree::shared : Tree::source, record, false );
 }
 
 void UpstreamEngine::sendRpt( const Record& record, bool join ) {
    Target* const to = record.rptTarget;
    if ( to == nullptr || !to->known() ) return;
-   counters_.joins( triggered );
+   journal_.counters().joins( triggered );
+   tell( join ? Published::rptJoinSent : Published::rptPruneSent, record, *to );
    add( *to, Tree::sharedLessSource, record, join );
 }
 
@@ -516,7 +527,7 @@ void UpstreamEngine::flush( Target& target ) {
                           mtu - ( ipv4 ? 20 : 40 ), [&]( PimJoinPrune message ) {
                              link->send( target.neighbor, std::move( message ) );
                           } );
-   counters_.joins( prunesLeftOut, leftOut );
+   journal_.counters().joins( prunesLeftOut, leftOut );
 }
 
 // A (*,G) join asks for all sources: those that are not wanted go with it.
@@ -583,7 +594,7 @@ void UpstreamEngine::suppress( const Seen& seen, Record& record ) {
       interval * kLeast + sender_.randomTime( interval * ( kMost - kLeast ) );
    const double due = clock_.now() + std::min( putOff, seen.holdtime );
    if ( due <= record.joinDue ) return;
-   counters_.joins( Router::suppressed );
+   journal_.counters().joins( Router::suppressed );
    setJoinDue( record, due );
 }
 
@@ -613,7 +624,7 @@ void UpstreamEngine::overrideRpt( const Seen& seen, const RouteKey& key ) {
    if ( record == nullptr ) {
       if ( shared->target != &seen.target || refusalOfSource( key.source ) ) return;
       if ( size_ >= 2 * size_t( routes_.model().maxRoutes() ) )
-         return counters_.refused( tableFull );
+         return journal_.refused( tableFull, key );
       record = &make( key );
    }
    if ( record->rpt == Sm::upRptNotPruned && record->rptTarget == &seen.target )

@@ -20,8 +20,8 @@
 
 #include "engine/Deadlines.h"
 #include "engine/JoinPruneQueue.h"
+#include "engine/Journal.h"
 #include "engine/Links.h"
-#include "engine/RouterCounters.h"
 #include "engine/Routes.h"
 
 namespace Router {
@@ -35,8 +35,7 @@ class PIMSM_API UpstreamEngine {
    static constexpr double together = 1.0;  // s
 
    UpstreamEngine( Routes& routes, Links& links, const VrfConfig& config,
-                   const Sender& sender, Mox::Clock& clock,
-                   RouterCounters& counters );
+                   const Sender& sender, Mox::Clock& clock, Journal& journal );
    ~UpstreamEngine();
 
    using LastJoins =
@@ -106,6 +105,8 @@ class PIMSM_API UpstreamEngine {
    void handleJoinsDue( Target& target );
    void handleOverrideDue( Record& record );
 
+   void tell( Published::EventKind kind, const Record& record,
+              const Target& to ) const;
    void sendJoin( Record& record, JoinEvent why );
    void sendPrune( Record& record, Target& to );
    void sendRpt( const Record& record, bool join );
@@ -133,7 +134,7 @@ class PIMSM_API UpstreamEngine {
    const VrfConfig& config_;
    const Sender& sender_;
    Mox::Clock& clock_;
-   RouterCounters& counters_;
+   Journal& journal_;
    Deadlines joins_;      // of targets
    Deadlines overrides_;  // of records
    std::unordered_map<Address, Group> groups_;

@@ -12,6 +12,18 @@ namespace {
 
 constexpr double kReviewSlice = 0.01;  // s
 
+Journal::Sink ofVrf( Journal::Sink sink, Vantu::AddressFamily family,
+                     const L3::VrfName& vrf ) {
+   if ( !sink ) return {};
+   const uint32_t ipVersion = family == Vantu::AddressFamily::ipv4 ? 4 : 6;
+   return [sink = std::move( sink ), ipVersion,
+           name = Published::Text<104>( vrf.name() )]( Published::Event event ) {
+      event.vrf = name;
+      event.ipVersion = ipVersion;
+      sink( event );
+   };
+}
+
 }
 
 VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
@@ -20,6 +32,7 @@ VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
    : family_( family ),
      config_( config ),
      counters_( counters ),
+     events_( ofVrf( options.events, family, config.name ) ),
      clock_( clock ),
      writerClock_( clock, [this] { return mayWrite(); } ),
      vrf_( manager, clock, family, config.name,
@@ -35,7 +48,7 @@ VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
                   },
                   [this]( const auto& key ) { registeringDue_.push_back( key ); },
                   [this]( const auto& key ) { return mfib_.packetAge( key ); },
-                  options.speech } ),
+                  options.speech, events_ } ),
      mfib_( Published::MfibStatus::mount(
                manager, Published::MfibStatus::mountPath( family, config.name ),
                ::Brane::tableReader ),
@@ -51,10 +64,20 @@ VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
 
 VrfRouter::~VrfRouter() = default;
 
+void VrfRouter::tell( Published::EventKind kind, uint32_t value ) {
+   if ( !events_ ) return;
+   Published::Event event;
+   event.kind = kind;
+   event.value = value;
+   events_( event );
+}
+
 void VrfRouter::adopt() {
    MOX_ASSERT( ready() && !adopted_ );
    adopted_ = true;
    familyCounters_.reloaded( vrf_.model()->route().size(), clock_.now() );
+   tell( Published::started,
+         static_cast<uint32_t>( vrf_.model()->route().size() ) );
    protocol_.adopt(
       [this]( const Routing::Pim::RouteIntfKey& key ) {
          Published::Downstream kept{ key };
@@ -79,6 +102,7 @@ void VrfRouter::adopt() {
 void VrfRouter::configIs( const VrfConfig& config ) {
    config_ = config;
    publishDue_ = true;
+   tell( Published::configured );
    protocol_.configChanged();
    if ( !adopted_ ) return;
    publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );

@@ -40,6 +40,9 @@ struct VrfRouterOptions {
    Mox::Clock* engineClock = nullptr;
    // The way out for what the router sends; empty: it listens only.
    Speech speech = {};
+   // Gets the events for people, with VRF and family; empty: nobody listens. Must not
+   // call the router.
+   Journal::Sink events = {};
 };
 
 class PIMSM_API VrfRouter {
@@ -101,6 +104,7 @@ class PIMSM_API VrfRouter {
       void onTime() override {}
    };
 
+   void tell( Published::EventKind kind, uint32_t value = 0 );
    bool review();
    bool mayWrite();
    void markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
@@ -111,6 +115,7 @@ class PIMSM_API VrfRouter {
    Vantu::AddressFamily family_;
    VrfConfig config_;
    RouterCounters& counters_;
+   Journal::Sink events_;
    Mox::Clock& clock_;
    GatedClock writerClock_;
    Routing::Pim::SparseMode::VrfWriter vrf_;

@@ -18,15 +18,16 @@ FamilyInstance::FamilyInstance( Vantu::AddressFamily family,
                                 const VrfConfig& config,
                                 Corvex::EntityManager& manager, Mox::Clock& real,
                                 AgentClock& clock, RouterCounters& counters,
-                                const KernelRoutes* kernelRoutes, Wire* wire )
+                                const KernelRoutes* kernelRoutes, Wire* wire,
+                                Journal::Sink events )
    : config_( config ),
      devices_( devicesOf( config ) ),
      router_( manager, real, family, config, counters,
               { [this, kernelRoutes]( const Vantu::IpGenAddr& address ) {
                   return hostRoute( kernelRoutes, address );
                },
-                config.maxRoutes, config.maxRouteIntfs, &clock, speech( wire ) } ) {
-}
+                config.maxRoutes, config.maxRouteIntfs, &clock, speech( wire ),
+                std::move( events ) } ) {}
 
 Speech FamilyInstance::speech( Wire* wire ) const {
    if ( wire == nullptr ) return {};

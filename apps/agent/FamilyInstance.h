@@ -19,8 +19,8 @@ class FamilyInstance {
    FamilyInstance( Vantu::AddressFamily family, const VrfConfig& config,
                    Corvex::EntityManager& manager, Mox::Clock& real,
                    AgentClock& clock, RouterCounters& counters,
-                   const KernelRoutes* kernelRoutes = nullptr,
-                   Wire* wire = nullptr );
+                   const KernelRoutes* kernelRoutes = nullptr, Wire* wire = nullptr,
+                   Journal::Sink events = {} );
 
    Vantu::AddressFamily family() const { return router_.family(); }
    const VrfConfig& config() const { return config_; }

@@ -57,6 +57,7 @@ TEST( Registers, ThatFindNoRoomAreForgotten ) {
    Mox::Test::TempRoot root;
    Corvex::EntityManager manager{ clock, nullptr, root.path() };
    RouterCounters counters;
+   Journal journal{ counters };
    VrfConfig config;
    config.interfaces = {
       { Vantu::IntfId( "eth1" ),
@@ -67,7 +68,7 @@ TEST( Registers, ThatFindNoRoomAreForgotten ) {
    capacities.drDiscoveredSg = capacities.registerOif = 4;
    RegisterEngine engine(
       RegisterStatus::mount( manager, "tables", ::Brane::tableWriter, capacities ),
-      clock, topology, config, false, counters );
+      clock, topology, config, false, journal );
    engine.adopt();
    for ( int host = 2; host <= 7; ++host ) {
       IpPacket packet;

@@ -53,7 +53,9 @@ class Run {
    Run( const Script& script, const Story& story )
       : script_( script ), story_( story ), world_( script ) {
       for ( const std::string& name : story.watched ) {
-         if ( name == "sends" || name == "queries" ) {
+         if ( name == "events" ) {
+            watchesEvents_ = true;
+         } else if ( name == "sends" || name == "queries" ) {
             ( name == "sends" ? watchesSent_ : watchesQueries_ ) = true;
          } else {
             views_.push_back( { viewOf( name ), {} } );
@@ -65,6 +67,7 @@ class Run {
       for ( const std::string& each : story_.preamble ) perform( each );
       changes_.clear();
       world_.takeSent();
+      world_.takeEvents();
       world_.beginStory();
       for ( const Line& line : story_.lines ) {
          runLine( line );
@@ -119,7 +122,9 @@ class Run {
          return;
       }
       if ( auto until = world_.pause( statement ) ) return wait( *until );
-      if ( statement.rfind( "replay ", 0 ) != 0 ) {
+      if ( statement.rfind( "why ", 0 ) == 0 ) {
+         changes_.emplace_back( rounded( world_.now() ), world_.why( statement ) );
+      } else if ( statement.rfind( "replay ", 0 ) != 0 ) {
          world_.act( statement );
       } else if ( !world_.replay( statement, [this] { look(); } ) ) {
          outcome_.missing = statement;
@@ -137,6 +142,9 @@ class Run {
          if ( query ? watchesQueries_ : watchesSent_ )
             changes_.emplace_back( rounded( time ), "sends " + text );
       }
+      for ( const auto& [time, text] : world_.takeEvents() )
+         if ( watchesEvents_ )
+            changes_.emplace_back( rounded( time ), "event " + text );
       if ( !world_.runs() ) return;
       for ( Seen& seen : views_ ) {
          if ( seen.view.whenGone == nullptr ) continue;
@@ -183,6 +191,7 @@ class Run {
    std::vector<Seen> views_;
    bool watchesSent_ = false;
    bool watchesQueries_ = false;
+   bool watchesEvents_ = false;
    std::vector<Change> changes_;
    Outcome outcome_;
 };

@@ -5,6 +5,7 @@
 
 #include "apps/agent/capture/CaptureReader.h"
 #include "apps/config/ConfigReader.h"
+#include "apps/show/reports/Why.h"
 #include "export/Conversion.h"
 #include "tests/scenario/SentText.h"
 
@@ -61,8 +62,99 @@ void World::start( const std::string& variants ) {
    router_ = std::make_unique<Router::VrfRouter>(
       manager_, clock_, family(), config_, counters_,
       Router::VrfRouterOptions{
-         {}, config_.maxRoutes, config_.maxRouteIntfs, nullptr, speech() } );
+         {},
+         config_.maxRoutes,
+         config_.maxRouteIntfs,
+         nullptr,
+         speech(),
+         [this]( const Published::Event& event ) { tell( event ); } } );
    while ( !router_->ready() ) clock_.runPass();
+}
+
+void World::tell( const Published::Event& event ) {
+   if ( !log_ ) log_.emplace( manager_, Published::agentLog, clock_, 1024 );
+   log_->add( event );
+   // A route's events name the interface that it comes in by.
+   const bool ofRoute = event.kind == Published::routeCame ||
+                        event.kind == Published::routeGone ||
+                        event.kind == Published::rpfChanged ||
+                        event.kind == Published::onSourceTree ||
+                        event.kind == Published::onSharedTree;
+   const std::string intf{ event.intf.name() };
+   std::string text = ofRoute || intf.empty() ? "" : intf + ' ';
+   if ( event.group.isMulticast() )
+      text += names_.of( { event.source, event.group } ) + ' ';
+   text += valueToStrep( event.kind );
+   if ( ofRoute && !intf.empty() ) text += " in " + intf;
+   if ( event.kind == Published::refused )
+      text += ' ' + valueToStrep( event.refusal );
+   if ( event.kind == Published::rpfChanged && !event.otherIntf.empty() )
+      text += " from " + std::string( event.otherIntf.name() );
+   if ( !event.address.isUnspecified() )
+      text += " of " + names_.of( event.address );
+   if ( event.kind != Published::refused )
+      text += ' ' + valueToStrep( event.cause );
+   events_.emplace_back( now(), text );
+}
+
+std::string World::why( const std::string& statement ) {
+   Words words( statement );
+   words.accept( "why" );
+   const std::string what = words.next();
+   const std::string where = words.next();
+   words.expectEnd();
+   Show::Receiver receiver;
+   if ( names_.isRoute( what ) ) {
+      receiver.group = names_.route( what ).group;
+      receiver.source = names_.route( what ).source;
+   } else {
+      receiver.group = names_.address( what );
+   }
+   try {
+      receiver.host = names_.address( where );
+   } catch ( const Mox::Error& ) {
+      receiver.intfId = IntfId( where );
+   }
+   if ( router_ != nullptr ) turn();
+   Show::Mirrors mirrors( { root_.path(), "all", family() } );
+   mirrors.load();
+   const Show::Answer answer =
+      Show::whyOf( mirrors, receiver,
+                   { Show::Events( root_.path() ).take(), host_, clock_.now() } );
+   if ( answer.mirror == nullptr ) return "why no tables";
+   return "why " + ( answer.why.cause.empty() ? "nothing" : answer.why.cause );
+}
+
+// host eth1 down, host eth1 gone, host eth1 no-address, host eth1 no-link-local,
+// host has A, host lacks A: as the kernel says.
+void World::host( Words& words ) {
+   for ( const auto& each : config_.interfaces )
+      for ( const auto& own : each.addresses )
+         host_.addresses.insert( own.address );
+   const std::string first = words.next();
+   if ( first == "has" || first == "lacks" ) {
+      if ( !host_.entries ) host_.entries.emplace();
+      const auto key = names_.route( words.next() );
+      if ( first == "has" ) {
+         host_.entries->insert( key );
+      } else {
+         host_.entries->erase( key );
+      }
+      return;
+   }
+   if ( !host_.links ) {
+      host_.links.emplace();
+      for ( const auto& each : config_.interfaces )
+         ( *host_.links )[std::string( each.name.name() )] = { true, true, true,
+                                                               true };
+   }
+   Show::Host::Link& link = ( *host_.links )[first];
+   const std::string how = words.next();
+   if ( how == "down" ) link.up = false;
+   if ( how == "up" ) link = { true, true, true, true };
+   if ( how == "no-address" ) link.ipv4 = link.ipv6 = false;
+   if ( how == "no-link-local" ) link.linkLocal = false;
+   if ( how == "gone" ) host_.links->erase( first );
 }
 
 Router::Speech World::speech() {
@@ -143,10 +235,13 @@ void World::act( const std::string& statement ) {
       adopt();
    } else if ( words.accept( "kernel" ) ) {
       kernel( words );
+   } else if ( words.accept( "host" ) ) {
+      host( words );
    } else {
       message( words, habits_.intf );
    }
    words.expectEnd();
+   if ( router_ == nullptr ) return;
    // Between a restart's halves there is no turn.
    if ( router_->adopted() ) turn();
 }
@@ -259,6 +354,12 @@ void World::kernel( Words& words ) {
          Brane::tableWriter, 100 );
    }
    const std::string what = words.next();
+   if ( what == "stop" ) return mfib_.reset();
+   if ( what == "forwards" ) {
+      const IntfId intf( words.next() );
+      mfib_->vifIs( { intf, 1, 1, 0, 0, words.accept( "nothing" ) ? 0u : 5u, 0 } );
+      return kernelSide_.dispatch();
+   }
    const Routing::Pim::RouteKey key = names_.route( words.next() );
    if ( what == "counts" ) {
       const auto count = static_cast<uint64_t>( words.number() );

@@ -5,7 +5,9 @@
 #include <memory>
 
 #include "apps/config/AgentConfig.h"
+#include "apps/mirror/Host.h"
 #include "platform/loop/TestClock.h"
+#include "published/EventLog.h"
 #include "published/MfibStatus.h"
 #include "router/VrfRouter.h"
 #include "tests/scenario/Messages.h"
@@ -42,6 +44,14 @@ class World {
    // The first route whose records in the tables are not the model's, a moment after a change;
    // empty without one.
    std::string unpublished();
+   // Asks why a receiver gets a group or not: "why A eth1", "why G 192.0.2.7".
+   // Returns the cause that the show tool names: "why not-dr"; "why nothing".
+   std::string why( const std::string& statement );
+   // The events since the last call, with their times.
+   std::vector<std::pair<double, std::string>> takeEvents() {
+      return std::exchange( events_, {} );
+   }
+
    // The messages sent since the last call, with their times.
    std::vector<std::pair<double, std::string>> takeSent() {
       return std::exchange( sent_, {} );
@@ -58,6 +68,8 @@ class World {
    void message( Words& words, const std::string& intf );
    void kernel( Words& words );
    void lose( Words& words );
+   void host( Words& words );
+   void tell( const Published::Event& event );
    Vantu::AddressFamily family() const {
       return script_.ipv6 ? Vantu::AddressFamily::ipv6 : Vantu::AddressFamily::ipv4;
    }
@@ -78,6 +90,10 @@ class World {
    Corvex::EntityManager manager_{ clock_, nullptr, root_.path() };
    Corvex::EntityManager kernelSide_{ clock_, nullptr, root_.path() };
    Mox::Ptr<Published::MfibStatus> mfib_;
+   // What hosts' kernels say of themselves.
+   Show::Host host_;
+   std::optional<Published::EventLog> log_;
+   std::vector<std::pair<double, std::string>> events_;
    Router::RouterCounters counters_;
    Agent::VrfConfig config_;
    double random_ = 0.5;

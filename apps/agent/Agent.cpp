@@ -69,6 +69,8 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
                     } ),
      replay_( options_.captures ) {
    manager_.noteHandlerIs( options_.note );
+   if ( options_.logEntries != 0 )
+      log_.emplace( manager_, Published::agentLog, clock_, options_.logEntries );
    for ( const std::string& problem : bindCaptures() ) throw ConfigError( problem );
    kernelRoutes_.tablesAre( kernelTables( options_.config ) );
    if ( options_.speak )
@@ -107,6 +109,19 @@ void Agent::sayGoodbye() {
    for ( const auto& family : families_ ) family->router().sayGoodbye();
 }
 
+Journal::Sink Agent::events() {
+   if ( !log_ ) return {};
+   return [this]( const Published::Event& event ) { log_->add( event ); };
+}
+
+void Agent::tellEnd() {
+   if ( !log_ ) return;
+   Published::Event event;
+   event.kind = Published::ended;
+   log_->add( event );
+   log_->flush();
+}
+
 // Makes the configuration's families that do not exist yet. Throws the exceptions
 // of mounting; `made` then holds those made before.
 void Agent::addFamilies( const AgentConfig& config, Families& made ) {
@@ -116,7 +131,7 @@ void Agent::addFamilies( const AgentConfig& config, Families& made ) {
             continue;
          made.push_back( std::make_unique<FamilyInstance>(
             family, present( vrf, family ), manager_, real_, clock_, counters_,
-            &kernelRoutes_, wire_ ? &*wire_ : nullptr ) );
+            &kernelRoutes_, wire_ ? &*wire_ : nullptr, events() ) );
       }
    }
 }
@@ -312,6 +327,7 @@ void Agent::handleTurnEnd() {
    adoptReloaded();
    for ( const auto& family : families_ ) family->router().handleTurnEnd();
    published_.touch();
+   if ( log_ ) log_->flush();
    if ( ready_ && started_ && replay_.atEnd() && published() ) {
       published_.publish();
       std::exchange( ready_, nullptr )();

@@ -19,6 +19,7 @@
 #include "apps/config/AgentConfig.h"
 #include "apps/netlink/Notifications.h"
 #include "platform/loop/RealClock.h"
+#include "published/EventLog.h"
 #include "published/Publisher.h"
 
 namespace Agent {
@@ -38,6 +39,8 @@ struct AgentOptions {
    bool listen = false;
    // Is a router: also sends, on the interfaces that it listens on. REQUIRES: listen.
    bool speak = false;
+   // The number of events that the log keeps; 0: no log.
+   uint32_t logEntries = Published::EventLog::defaultEntries;
    // Gets messages for people, for instance that an interface went away.
    std::function<void( const std::string& )> note = []( const std::string& ) {};
 };
@@ -77,11 +80,15 @@ class Agent {
    // for people.
    std::string summary() const;
 
+   // Tells of the agent's end in the event log.
+   void tellEnd();
+
  private:
    using Families = std::vector<std::unique_ptr<FamilyInstance>>;
 
    VrfConfig present( const VrfConfig& vrf, Vantu::AddressFamily family ) const;
    void followPresence();
+   Journal::Sink events();
    void addFamilies( const AgentConfig& config, Families& made );
    Families newFamilies( const AgentConfig& config );
    void removeLeftovers();
@@ -115,6 +122,7 @@ class Agent {
    RouterCounters counters_;
    Corvex::EntityManager manager_;
    Published::CounterPublisher published_;
+   std::optional<Published::EventLog> log_;
    KernelRoutes kernelRoutes_;
    std::optional<Wire> wire_;  // of a router that sends
    Families families_;

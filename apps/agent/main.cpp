@@ -31,6 +31,7 @@ struct Arguments {
    std::string config;
    std::string root = Corvex::EntityManager::defaultRoot;
    bool exitAtEnd = false;
+   uint32_t logSize = Published::EventLog::defaultEntries;
 };
 
 // CLI11 takes an empty text for a valid value.
@@ -86,6 +87,10 @@ void declare( CLI::App& app, Arguments& arguments ) {
       ->type_name( "DIR" )
       ->check( filled )
       ->capture_default_str();
+   app.add_option( "--log-size", arguments.logSize,
+                   "The number of events that the event log keeps; 0: no log" )
+      ->check( CLI::Range( 0u, Brane::RingWriter::maxEntries ) )
+      ->capture_default_str();
    app.add_flag( "--exit-at-end", arguments.exitAtEnd,
                  "Stop when the captures are replayed and published" );
 }
@@ -140,6 +145,7 @@ ExitStatus run( const Arguments& arguments ) {
    options.interfaces = arguments.interfaces;
    options.listen = listens( arguments );
    options.speak = arguments.speak;
+   options.logEntries = arguments.logSize;
    options.note = say;
    Mox::Loop loop;
    Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },
@@ -168,6 +174,7 @@ ExitStatus run( const Arguments& arguments ) {
    } );
    loop.run();
    if ( arguments.goodbye ) agent.sayGoodbye();
+   agent.tellEnd();
    // The packets before a capture's break are published.
    return agent.captureProblem().empty() ? done : unverified;
 }

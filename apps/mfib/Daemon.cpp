@@ -120,6 +120,8 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
    for ( const auto& kernel : kernels ) kernel->makeReady();
    manager_ = std::make_unique<Corvex::EntityManager>( clock, &loop, options.root );
    manager_->noteHandlerIs( say_ );
+   log_ =
+      std::make_unique<Published::EventLog>( *manager_, Published::mfibLog, clock );
    links_ = std::make_unique<Links>( loop, [this] {
       eachFamily( []( Family& family ) { family.handleLinks(); } );
    } );
@@ -127,6 +129,7 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
       add( families[i], std::move( kernels[i] ), std::move( ways[i] ) );
    turnEnd_ = std::make_unique<Mox::Loop::TurnEnd>( loop, [this] {
       eachFamily( []( Family& family ) { family.handleTurnEnd(); } );
+      log_->flush();
    } );
    if ( counterInterval_ > 0.0 ) wakeupTimeIs( clock.now() + counterInterval_ );
    store.tellReady();
@@ -171,6 +174,7 @@ void Daemon::add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,
       std::make_unique<Family>( config, std::move( kernel ), std::move( ways ),
                                 links_->table(), *manager_, clock_, say_ );
    Family* plain = family.get();
+   plain->logIs( log_.get() );
    auto watcher = std::make_unique<Mox::Loop::FdWatcher>(
       loop_, socket->value(), [plain] { plain->takeUpcalls(); } );
    std::unique_ptr<Mox::Loop::FdWatcher> registered;

@@ -58,6 +58,7 @@ class Daemon : private Mox::Clock::Notifiee {
    std::unique_ptr<Corvex::EntityManager> manager_;
    std::unique_ptr<Links> links_;
    std::vector<Member> members_;
+   std::unique_ptr<Published::EventLog> log_;
    std::unique_ptr<Mox::Loop::TurnEnd> turnEnd_;
    std::string problem_;
 };

@@ -93,6 +93,28 @@ void Family::handleLinks() {
    if ( changed.any() ) mfib_->handleVifs( changed.numbers );
 }
 
+void Family::logIs( Published::EventLog* log ) {
+   log_ = log;
+   mfib_->toldIs( [this]( Published::EventKind kind,
+                          const Routing::Pim::RouteKey& key, const Entry* entry ) {
+      Published::Event event{ .kind = kind };
+      event.group = key.group;
+      event.source = key.source;
+      if ( entry != nullptr ) {
+         event.intf = vifs_.name( entry->incoming );
+         event.value = static_cast<uint32_t>( entry->outgoing.count() );
+      }
+      tell( event );
+   } );
+}
+
+void Family::tell( Published::Event event ) const {
+   if ( log_ == nullptr ) return;
+   event.vrf = Published::Text<104>( config_.vrf.name() );
+   event.ipVersion = config_.family == Vantu::AddressFamily::ipv4 ? 4 : 6;
+   log_->add( event );
+}
+
 void Family::takeUpcalls() {
    for ( unsigned count = 0; count < maxUpcallsATurn; ++count ) {
       std::optional<Upcall> upcall = kernel_->nextUpcall();
@@ -104,6 +126,14 @@ void Family::takeUpcalls() {
       Vantu::IntfId name = vifs_.name( upcall->vif );
       if ( name.empty() ) continue;
       serveFirst( *upcall, name );
+      if ( upcall->kind == Published::wrongVifUpcall ) {
+         Published::Event event{ .kind = Published::wrongInterface,
+                                 .cause = Published::byData };
+         event.group = upcall->key.group;
+         event.source = upcall->key.source;
+         event.intf = name;
+         tell( event );
+      }
       upcalls_.add( { upcall->key, name }, upcall->kind, clock_.now() );
    }
 }

@@ -19,6 +19,7 @@
 #include "engine/Topology.h"
 #include "packet/Pim.h"
 #include "platform/loop/Loop.h"
+#include "published/EventLog.h"
 #include "published/Status.h"
 
 namespace Forwarding {
@@ -61,6 +62,9 @@ class Family {
    const FamilyConfig& config() const { return config_; }
    const Mfib& mfib() const { return *mfib_; }
 
+   // Tells what the kernel is given and says; null: nobody. Outlives the family.
+   void logIs( Published::EventLog* log );
+
    // Replaces the configuration of the same VRF, family and table.
    void configIs( FamilyConfig config );
    // Call it when the host's interfaces have changed.
@@ -77,6 +81,7 @@ class Family {
 
  private:
    void start();
+   void tell( Published::Event event ) const;
    void takeConfig();
    void takePacket( Upcall& upcall );
    void serveFirst( const Upcall& upcall, Vantu::IntfId name );
@@ -113,6 +118,7 @@ class Family {
    double rateSince_ = 0.0;  // s
    uint32_t rateCount_ = 0;  // registers since then
    std::unique_ptr<Mfib> mfib_;
+   Published::EventLog* log_ = nullptr;
    std::string problem_;
    bool told_ = false;  // it was reported that all is written
 };

@@ -284,12 +284,14 @@ int Mfib::bring( const RouteKey& key, const std::optional<Entry>& wanted ) {
       if ( int error = kernel_.entryIs( *wanted ) ) return error;
       standing_[key] = *wanted;
       writes_.inc();
+      told_( Published::entryWritten, key, &*wanted );
       return 0;
    }
    int error = kernel_.entryDel( key );
    if ( error != 0 && error != ENOENT ) return error;
    standing_.erase( key );
    removals_.inc();
+   told_( Published::entryRemoved, key, nullptr );
    return 0;
 }
 
@@ -324,6 +326,7 @@ void Mfib::write() {
                           << key << ": " << std::strerror( error )
                           << Mox::traceField( "VRF", model_->vrfName().name() ) );
             refusals_.inc();
+            told_( Published::entryRefused, key, entry ? &*entry : nullptr );
             due = refused_[key] = now + retryTime;
          } else {
             same = true;

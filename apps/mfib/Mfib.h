@@ -26,6 +26,7 @@
 #include "model/Status.h"
 #include "platform/entity/EventCounter.h"
 #include "platform/loop/Clock.h"
+#include "published/Event.h"
 
 namespace Forwarding {
 
@@ -70,6 +71,11 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    // Does the key's traffic pass by the interface? Empty: all does.
    using Permits = std::function<bool( Vantu::IntfId, const RouteKey& )>;
    void permitsIs( Permits permits );
+
+   // Called when the kernel has taken, refused or removed an entry; null: removed.
+   using Told =
+      std::function<void( Published::EventKind, const RouteKey&, const Entry* )>;
+   void toldIs( Told told ) { told_ = std::move( told ); }
 
    // New sources of (*,G) entries with members are to be told of.
    void copiesIs( bool copies );
@@ -154,6 +160,7 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    std::deque<std::pair<double, RouteKey>> provisional_;  // when they end, in order
    size_t maxStandIns_ = 10000;
    Permits permits_;
+   Told told_ = []( auto, const RouteKey&, const Entry* ) {};
    bool copies_ = false;
    mutable bool needsRegisters_ = false;
    Mox::EventCounter writes_, removals_, refusals_;

@@ -94,6 +94,7 @@ ExitStatus printWhatIsThere( Mirrors& mirrors, const Arguments& arguments ) {
 }
 
 ExitStatus run( const Arguments& arguments ) {
+   if ( arguments.command == logCommand ) return printLog( arguments );
    // Never destroyed: the system frees a process's memory at once, while freeing
    // record by record would take nearly half of the time of a count.
    static Mirrors& mirrors = *new Mirrors( arguments.selection );

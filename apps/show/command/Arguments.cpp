@@ -2,8 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <iostream>
+#include <limits>
+#include <map>
 #include <sstream>
 #include <tuple>
 
@@ -21,9 +22,12 @@ struct Given {
    bool ipv6 = false;
    bool forwarding = false;
    bool notForwarding = false;
-   std::array<std::string, 3> explained;  // source, group, interface
+   std::vector<std::string> explained;  // see readQuestion()
    std::string received;
    std::vector<std::string> failover;
+   std::string since;
+   std::string neighbor;
+   std::vector<std::string> kinds;
 };
 
 std::string interfaceName( const std::string& text ) {
@@ -107,11 +111,14 @@ void refuseContradictions( const Arguments& arguments, const Given& given ) {
 }
 
 void declareExplain( CLI::App& app, Arguments& arguments, Given& given ) {
-   app.add_option( "source", given.explained[0], "Source, or '*'" )->required();
-   app.add_option( "group", given.explained[1], "Group" )->required();
-   app.add_option( "iface", given.explained[2],
-                   "Interface; without: every one of the route" )
-      ->check( interfaceName );
+   app.add_option( "route", given.explained,
+                   "[SOURCE|*] GROUP, and the receiver's interface or address" )
+      ->type_name( "" )
+      ->required()
+      ->expected( 1, 3 )
+      ->check( filled );
+   app.add_flag( "--terms", arguments.terms,
+                 "The outgoing lists of the route, term by term" );
    auto* macro = app.add_option( "--macro", arguments.question.macro,
                                  "Macro to explain; without: the outgoing lists" )
                     ->type_name( "NAME" )
@@ -130,6 +137,22 @@ void declareExplain( CLI::App& app, Arguments& arguments, Given& given ) {
       ->needs( macro );
    app.add_flag( "--all", arguments.question.all, "Every term of every step" )
       ->needs( macro );
+}
+
+void declareLog( CLI::App& app, Arguments& arguments, Given& given ) {
+   app.add_option( "--since", given.since, "Only the last 10s, 5m, 2h or 1d" )
+      ->type_name( "SPAN" )
+      ->check( filled );
+   app.add_option( "--neighbor", given.neighbor,
+                   "Only events of this neighbor, host or RP" )
+      ->type_name( "ADDRESS" )
+      ->check( filled );
+   app.add_option( "--event", given.kinds,
+                   "Only events with this word in their names: join, refused" )
+      ->type_name( "WORD,..." )
+      ->delimiter( ',' )
+      ->check( filled );
+   app.add_flag( "--follow", arguments.follow, "Go on with what comes" );
 }
 
 struct CommandRow {
@@ -151,7 +174,7 @@ std::vector<CommandRow> commands() {
    return {
       { routesCommand, "routes", "Routes and interfaces (the default)", {} },
       { statusCommand, "status", "Tables: room, writer, counts", all },
-      { explainCommand, "explain", "Why an interface forwards or not, term by term",
+      { explainCommand, "explain", "Why a receiver gets a group, or does not",
         all },
       { checkCommand, "check", "What in the tables contradicts itself", forms },
       { interfacesCommand, "interfaces",
@@ -165,7 +188,12 @@ std::vector<CommandRow> commands() {
       { watchCommand,
         "watch",
         "The same live; without a terminal a line a change",
-        { "--count", "--detail", "--json" } } };
+        { "--count", "--detail", "--json" } },
+      { logCommand,
+        "log",
+        "What happened, and why",
+        { "--iif", "--kind", "--forwarding", "--not-forwarding", "--count",
+          "--detail" } } };
 }
 
 void refuseOptions( const CLI::App& app, const CommandRow& row ) {
@@ -184,16 +212,91 @@ void familyIs( Arguments& arguments, Vantu::AddressFamily family,
    arguments.selection.family = family;
 }
 
+// An address of either family; unspecified: it is none.
+Vantu::IpGenAddr addressIn( const std::string& text ) {
+   try {
+      return Vantu::IpGenAddr( text );
+   } catch ( const Mox::Error& ) {
+      return {};
+   }
+}
+
+// Splits "[SOURCE|*] GROUP [INTERFACE|ADDRESS]". A second address that is no group is
+// a receiver's.
+struct Asked {
+   std::string source = "*", group, where;
+};
+Asked askedFor( const std::vector<std::string>& words ) {
+   Asked asked;
+   const bool pair = words.size() == 3 || words[0] == "*" ||
+                     ( words.size() == 2 && addressIn( words[1] ).isMulticast() );
+   if ( pair && words.size() < 2 ) throw Mox::RangeError( "explain: name a group" );
+   if ( pair ) asked.source = words[0];
+   asked.group = words[pair ? 1 : 0];
+   const size_t place = pair ? 2 : 1;
+   if ( words.size() > place ) asked.where = words[place];
+   return asked;
+}
+
 // Parses the question. Throws ParseError or RangeError.
 void readQuestion( Arguments& arguments, const Given& given ) {
-   const auto& [source, group, intf] = given.explained;
+   const auto& [source, group, where] = askedFor( given.explained );
    arguments.question.route = routeArgument( source, group );
-   arguments.question.intfId = Vantu::IntfId( intf );
+   familyIs( arguments, arguments.question.route.group.family(), group );
+   const Vantu::IpGenAddr host = addressIn( where );
+   const bool isHost = !host.isUnspecified();
+   if ( !isHost && !interfaceName( where.empty() ? "-" : where ).empty() )
+      throw Mox::RangeError( interfaceName( where ) );
+   if ( !isHost ) arguments.question.intfId = Vantu::IntfId( where );
+   if ( isHost ) familyIs( arguments, host.family(), where );
+   arguments.terms = arguments.terms || !arguments.question.macro.empty();
+   if ( arguments.terms && isHost )
+      throw Mox::RangeError( where + ": terms are of an interface, by its name" );
+   arguments.receiver = { arguments.question.route.group,
+                          arguments.question.route.source,
+                          arguments.question.intfId, host };
    if ( !given.received.empty() )
       arguments.question.received = metricArgument( given.received );
    for ( const std::string& name : given.failover )
       arguments.question.failover.emplace_back( name );
-   familyIs( arguments, arguments.question.route.group.family(), group );
+}
+
+// "90", "10s", "5m", "2h", "1d" in seconds. Throws RangeError.
+double spanArgument( const std::string& text ) {
+   static const std::map<char, double> kUnits = {
+      { 's', 1 }, { 'm', 60 }, { 'h', 3600 }, { 'd', 86400 } };
+   size_t digits = text.find_first_not_of( "0123456789" );
+   const bool plain = digits == std::string::npos;
+   if ( plain ) digits = text.size();
+   const bool unit =
+      !plain && digits + 1 == text.size() && kUnits.count( text.back() );
+   if ( digits == 0 || digits > 9 || !( plain || unit ) )
+      throw Mox::RangeError( text + " is no span of time, such as 10m" );
+   return std::stod( text.substr( 0, digits ) ) *
+          ( plain ? 1.0 : kUnits.at( text.back() ) );
+}
+
+// Throws ParseError or RangeError.
+void readEvents( Arguments& arguments, const Given& given ) {
+   EventFilter& events = arguments.events;
+   events.vrf = arguments.selection.vrf;
+   if ( const auto family = arguments.selection.family )
+      events.ipVersion = *family == Vantu::AddressFamily::ipv4 ? 4 : 6;
+   events.group = arguments.filter.group;
+   events.source = arguments.filter.source;
+   events.iface = arguments.filter.iface;
+   events.since = given.since.empty() ? std::numeric_limits<double>::infinity()
+                                      : spanArgument( given.since );
+   if ( !given.neighbor.empty() )
+      events.neighbor = Vantu::IpGenAddr( given.neighbor );
+   for ( const std::string& word : given.kinds ) {
+      const auto kinds = eventKinds( word );
+      if ( kinds.empty() )
+         throw Mox::RangeError( "no event has " + word + " in its name" );
+      events.kinds.insert( events.kinds.end(), kinds.begin(), kinds.end() );
+   }
+   if ( arguments.follow && arguments.json )
+      throw Mox::RangeError( "--follow has no end: use --json-lines" );
 }
 
 // Parses the filter. Throws ParseError or RangeError.
@@ -224,6 +327,7 @@ Arguments parse( CLI::App& app, int argc, char** argv ) {
       CLI::App* parser = app.add_subcommand( row.name, row.text );
       if ( row.command == explainCommand )
          declareExplain( *parser, arguments, given );
+      if ( row.command == logCommand ) declareLog( *parser, arguments, given );
       if ( row.command == metricsCommand )
          Declaration( *parser, {} )
             .text( "--output", arguments.output, "FILE",
@@ -243,6 +347,7 @@ Arguments parse( CLI::App& app, int argc, char** argv ) {
    refuseContradictions( arguments, given );
    readFilter( arguments, given );
    if ( arguments.command == explainCommand ) readQuestion( arguments, given );
+   if ( arguments.command == logCommand ) readEvents( arguments, given );
    return arguments;
 }
 

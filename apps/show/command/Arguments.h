@@ -3,9 +3,11 @@
 
 #include <string>
 
+#include "apps/mirror/Events.h"
 #include "apps/mirror/RouteFilter.h"
 #include "apps/program/Ending.h"
 #include "apps/show/reports/Explain.h"
+#include "apps/show/reports/Why.h"
 
 namespace Show {
 
@@ -21,7 +23,8 @@ enum Command {
    advertisedCommand,
    histogramCommand,
    metricsCommand,
-   watchCommand
+   watchCommand,
+   logCommand
 };
 
 struct Arguments {
@@ -32,8 +35,14 @@ struct Arguments {
    bool jsonLines = false;
    bool count = false;
    bool detail = false;
-   Question question;   // for explainCommand
+   // For explainCommand: what a receiver gets, or the terms of a route's macros.
+   Receiver receiver;
+   bool terms = false;
+   Question question;
    std::string output;  // for metricsCommand; empty: standard output
+   EventFilter
+      events;  // for logCommand; its since: how long ago, s, infinity: ever
+   bool follow = false;
 };
 
 // Throws WrongUsage with a line about the error. Returns nothing when help or the

@@ -3,8 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <ctime>
 #include <iostream>
+#include <set>
 
+#include "apps/json/EventJson.h"
 #include "apps/json/RouteJson.h"
 #include "apps/json/YangData.h"
 #include "apps/program/Output.h"
@@ -14,8 +17,10 @@
 #include "apps/show/reports/InterfaceReport.h"
 #include "apps/show/reports/RegisterReport.h"
 #include "apps/show/reports/StatusReport.h"
+#include "apps/show/text/EventText.h"
 #include "apps/show/text/Fold.h"
 #include "apps/show/text/RouteText.h"
+#include "apps/show/watch/LogFollower.h"
 #include "apps/show/watch/Watch.h"
 
 namespace Show {
@@ -177,8 +182,10 @@ Json withAge( Json json, const Mirror& mirror ) {
 ExitStatus printChecked( const Mirrors& mirrors, const Arguments& arguments ) {
    Printout out( arguments, "pimsm-state:check", "" );
    bool found = false;
+   Events events( arguments.selection.root );
+   const Evidence evidence{ events.take(), thisHost(), mirrors.now() };
    for ( const auto& mirror : mirrors.all() ) {
-      Checked checked = check( *mirror, arguments.filter );
+      Checked checked = check( *mirror, arguments.filter, evidence );
       if ( out.first() ) checkProcess( mirrors.agentProcess(), checked );
       found = found || !checked.findings.empty();
       out.add(
@@ -222,6 +229,51 @@ ExitStatus printExplanations( const Mirrors& mirrors, const Arguments& arguments
    return done;
 }
 
+// Without an interface, every one that the group's routes have.
+std::vector<Receiver> receiversOf( const Mirrors& mirrors, const Receiver& asked ) {
+   if ( !asked.intfId.empty() || !asked.host.isUnspecified() ) return { asked };
+   std::set<std::string> names;
+   for ( const auto& mirror : mirrors.all() ) {
+      for ( const Route& route : std::as_const( *mirror->model ).route() ) {
+         if ( route.key().group != asked.group ) continue;
+         for ( const Intf& intf : route.routeIntf() )
+            names.emplace( intf.intfId().name() );
+      }
+   }
+   std::vector<Receiver> out;
+   for ( const std::string& name : names ) {
+      out.push_back( asked );
+      out.back().intfId = Vantu::IntfId( name );
+   }
+   return out;
+}
+
+ExitStatus printWhy( const Mirrors& mirrors, const Arguments& arguments ) {
+   Events events( arguments.selection.root );
+   const Evidence evidence{ events.take(), thisHost(), mirrors.now() };
+   const auto receivers = receiversOf( mirrors, arguments.receiver );
+   if ( receivers.empty() )
+      return complain( nothingFound,
+                       "nobody asks for " +
+                          Vantu::valueToStrep( arguments.receiver.group ) +
+                          ": name the receiver's interface or address" );
+   ExitStatus status = done;
+   Json document = Json::array();
+   for ( const Receiver& receiver : receivers ) {
+      const Answer answer = whyOf( mirrors, receiver, evidence );
+      if ( !answer.why.cause.empty() ) status = nothingFound;
+      if ( arguments.json ) {
+         document.push_back( envelope( *answer.mirror, "pimsm-state:why",
+                                       whyJson( answer, receiver ) ) );
+      } else {
+         printText( ( &receiver == &receivers.front() ? "" : "\n" ) +
+                    whyText( answer, receiver ) );
+      }
+   }
+   if ( arguments.json ) printJson( document );
+   return status;
+}
+
 ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
    // In the background a terminal would stop the process.
    const bool terminal =
@@ -229,7 +281,8 @@ ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
    watch( mirrors, arguments.filter,
           arguments.jsonLines ? watchJsonLines
           : terminal          ? watchScreen
-                              : watchText );
+                              : watchText,
+          arguments.selection.root );
    return done;
 }
 
@@ -237,6 +290,50 @@ ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
 
 ExitStatus complain( ExitStatus status, const std::string& text ) {
    return Programs::complain( "pimsm-show", status, text );
+}
+
+ExitStatus printLog( const Arguments& arguments ) {
+   Events events( arguments.selection.root );
+   timespec clock;
+   clock_gettime( CLOCK_MONOTONIC, &clock );
+   const double now = static_cast<double>( clock.tv_sec ) +
+                      static_cast<double>( clock.tv_nsec ) * 1e-9;
+   EventFilter filter = arguments.events;
+   filter.since = now - filter.since;
+   const std::vector<Logged> all = events.take();
+   if ( !events.there() ) {
+      for ( const std::string& problem : events.problems() )
+         return complain( layoutNotSupported, problem );
+      if ( !arguments.follow )
+         return complain( noTables, "no event log under " +
+                                       arguments.selection.root +
+                                       ": start pimsm-agent, or name its --root" );
+   }
+   Json document = Json::array();
+   bool any = false;
+   for ( const Logged& logged : all ) {
+      if ( !filter.matches( logged ) ) continue;
+      any = true;
+      if ( arguments.json ) {
+         document.push_back( eventJson( logged ) );
+      } else if ( arguments.jsonLines ) {
+         printJson( eventJson( logged ), -1 );
+      } else {
+         printText( eventLine( logged, now ) + '\n' );
+      }
+   }
+   if ( arguments.json ) printJson( document );
+   if ( arguments.follow ) {
+      std::cout.flush();
+      followLog( events, filter, [&]( const Logged& logged ) {
+         return arguments.jsonLines ? jsonText( eventJson( logged ) )
+                                    : eventLine( logged, logged.event.at );
+      } );
+   }
+   for ( const std::string& problem : events.problems() )
+      complain( unverified, problem );
+   if ( !events.problems().empty() ) return unverified;
+   return any || arguments.follow ? done : nothingFound;
 }
 
 ExitStatus print( Mirrors& mirrors, const Arguments& arguments ) {
@@ -257,7 +354,8 @@ ExitStatus print( Mirrors& mirrors, const Arguments& arguments ) {
          return printEach( mirrors, arguments, "\n", histogramText,
                            "pimsm-state:histogram", histogramJson );
       case explainCommand:
-         return printExplanations( mirrors, arguments );
+         return arguments.terms ? printExplanations( mirrors, arguments )
+                                : printWhy( mirrors, arguments );
       case registersCommand:
          return printSelected( mirrors, arguments, selectRegisters, registersText,
                                "pimsm-state:register", registersJson );

@@ -12,6 +12,9 @@ namespace Show {
 // and Mox::RangeError when `explain` lacks an argument of its macro.
 ExitStatus print( Mirrors& mirrors, const Arguments& arguments );
 
+// Prints the event log; with `follow` runs until it is left. Throws as above.
+ExitStatus printLog( const Arguments& arguments );
+
 // Prints one line on standard error; returns `status`.
 ExitStatus complain( ExitStatus status, const std::string& text );
 

@@ -2,10 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <map>
+#include <set>
+
 #include "apps/json/RouteMembers.h"
 #include "apps/mirror/AgentTables.h"
 #include "apps/mirror/Olist.h"
 #include "apps/mirror/Rps.h"
+#include "apps/show/reports/Inquiry.h"
 #include "apps/show/text/Words.h"
 
 namespace Show {
@@ -15,6 +19,8 @@ using Routing::Pim::RouteIntfKey;
 using Routing::Pim::RouteKey;
 
 namespace {
+
+using Group = std::vector<const Route*>;
 
 // What the interface does, what it would do, and which single changes would make
 // the two agree.
@@ -120,15 +126,71 @@ std::string whereText( const Finding& finding ) {
 
 }
 
-Checked check( const Mirror& mirror, const RouteFilter& filter ) {
+namespace {
+
+// What keeps the receivers of a group from its packets whether or not a source sends. What
+// is the same for several interfaces, or for all routes, is told once.
+class Receivers {
+ public:
+   Receivers( const Mirror& mirror, const Rps& rps, const Evidence& evidence,
+              Checked& checked )
+      : mirror_( mirror ),
+        rps_( rps ),
+        evidence_( evidence ),
+        checked_( checked ) {}
+
+   void check( const Group& group, const RouteFilter& filter ) {
+      for ( const Route* route : group ) {
+         std::string told;
+         for ( const Intf* intf : selectIntfs( *route, filter ) )
+            check( *route, intf->intfId(),
+                   route->wildCard() ? Group{ route } : group, told );
+      }
+   }
+
+ private:
+   void check( const Route& route, Vantu::IntfId intfId, Group group,
+               std::string& told ) {
+      const Receiver receiver{ route.key().group, route.key().source, intfId, {} };
+      const Why why =
+         Inquiry( mirror_, rps_, receiver, intfId, std::move( group ), evidence_ )
+            .contradictions();
+      // A route without a path was told already.
+      if ( why.cause.empty() || why.cause == "no-path" || why.cause == "no-rp" ||
+           why.verdict == told )
+         return;
+      told = why.verdict;
+      const bool ofAll = why.cause == "mfib-gone" || why.cause == "no-mfib";
+      if ( ofAll && !ofAll_.insert( why.cause ).second ) return;
+      std::string text = why.chain.back().evidence;
+      if ( !ofAll ) text += "; pimsm-show explain tells more";
+      checked_.findings.push_back( { why.cause, ofAll ? RouteKey() : route.key(),
+                                     ofAll ? Vantu::IntfId() : intfId, text } );
+   }
+
+   const Mirror& mirror_;
+   const Rps& rps_;
+   const Evidence& evidence_;
+   Checked& checked_;
+   std::set<std::string> ofAll_;
+};
+
+}
+
+Checked check( const Mirror& mirror, const RouteFilter& filter,
+               const Evidence& evidence ) {
    Checked checked;
    const Rps rps( mirror );
+   std::map<Vantu::IpGenAddr, Group> groups;
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
+      groups[route->key().group].push_back( route );
       checkRoute( mirror, *route, rps, checked );
       for ( const Intf* intf : selectIntfs( *route, filter ) )
          checkIntf( mirror, *intf, checked );
    }
    checkStrays( mirror, filter, checked );
+   Receivers receivers( mirror, rps, evidence, checked );
+   for ( const auto& [address, group] : groups ) receivers.check( group, filter );
    for ( const MoxBrane::TableBase* table : agentTables( mirror ) )
       checkTable( *table, checked );
    return checked;

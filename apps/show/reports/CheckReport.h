@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "apps/mirror/RouteFilter.h"
+#include "apps/show/reports/Why.h"
 
 namespace Show {
 
@@ -15,7 +16,8 @@ struct Finding {
    // route's; "impossible-address": a route that no packet can have;
    // "unresolved-rpf": a route without a path to its source or RP; "unverifiable":
    // records with a wrong checksum, place or bytes; "unreadable": a whole table.
-   const char* kind;
+   // Others are causes of Why.h that hold whether or not a source sends.
+   std::string kind;
    Routing::Pim::RouteKey key;  // unset for the last two
    Vantu::IntfId intfId;        // empty: the route as a whole
    std::string text;
@@ -29,7 +31,8 @@ struct Checked {
 };
 
 // Checks the matching routes and interfaces, and all records of all tables.
-Checked check( const Mirror& mirror, const RouteFilter& filter );
+Checked check( const Mirror& mirror, const RouteFilter& filter,
+               const Evidence& evidence = {} );
 // Adds the findings in the tables of the agent's process.
 void checkProcess( const Published::ProcessStatus& process, Checked& checked );
 

@@ -1,0 +1,57 @@
+// The events that the agent and the forwarding process have logged under a root, in
+// order of their times.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/net/IpGenPrefix.h"
+#include "published/EventLog.h"
+
+namespace Show {
+
+using Logged = Published::EventReader::Entry;
+
+// Everything passes a default filter; all criteria given must match. An event of a
+// (*,G) route concerns every source of its group.
+struct EventFilter {
+   std::string vrf = "all";
+   uint32_t ipVersion = 0;  // 0: both
+   std::optional<Vantu::IpGenPrefix> group;
+   std::optional<Vantu::IpGenPrefix> source;
+   std::string iface;
+   std::optional<Vantu::IpGenAddr> neighbor;  // or host, or RP
+   std::vector<Published::EventKind> kinds;   // empty: all
+   double since = 0.0;                        // s, CLOCK_MONOTONIC
+
+   bool matches( const Logged& logged ) const;
+};
+
+class Events {
+ public:
+   // Throws Brane::CreateError where a log may not be read.
+   explicit Events( const std::string& root );
+
+   // The events since the last call, of both logs.
+   std::vector<Logged> take();
+   // Is any log there?
+   bool there() const;
+   // The base of the name of a log's bell, of both.
+   std::vector<std::string> paths() const;
+   // Why a log cannot be read, and what of them is missing; a line each.
+   std::vector<std::string> problems() const;
+
+ private:
+   Published::EventReader agent_;
+   Published::EventReader mfib_;
+};
+
+// "2024-05-01T10:00:02.114Z" of a time on CLOCK_MONOTONIC, by today's clocks.
+std::string utcOf( double time );
+
+// The kinds whose names contain the word: "join" is joinCame, joinGone and more.
+// Empty: none.
+std::vector<Published::EventKind> eventKinds( const std::string& word );
+
+}

@@ -1,0 +1,309 @@
+#include "apps/show/reports/Inquiry.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "apps/mirror/AgentTables.h"
+#include "apps/mirror/Olist.h"
+#include "apps/show/text/EventText.h"
+#include "apps/show/text/Words.h"
+
+namespace Show {
+
+namespace Sm = Routing::Pim::SparseMode;
+using Published::Event;
+using Routing::Pim::RouteKey;
+using Vantu::IntfId;
+using Vantu::IpGenAddr;
+
+namespace {
+
+// Packets that came longer ago count as none.
+constexpr double kSilence = 15.0;  // s
+
+std::string text( const IpGenAddr& address ) {
+   return Vantu::valueToStrep( address );
+}
+
+}
+
+const Route* Inquiry::find( const IpGenAddr& source ) const {
+   for ( const Route* each : ofGroup_ )
+      if ( each->key().source == source ) return each;
+   return nullptr;
+}
+
+// The (*,G) entry answers for a source that it carries.
+void Inquiry::chooseRoute() {
+   const IpGenAddr any = IpGenAddr::unspecified( mirror_.family );
+   if ( !receiver_.source.isUnspecified() ) route_ = find( receiver_.source );
+   if ( route_ == nullptr ) route_ = find( any );
+   if ( route_ == nullptr && receiver_.source.isUnspecified() )
+      route_ = onlySource();
+   if ( route_ == nullptr ) return;
+   step( Why::fine, "route",
+         fmt::format( "{}, {}", keyText( route_->key() ), treeText( *route_ ) ) );
+}
+
+const Route* Inquiry::onlySource() const {
+   for ( const Route* each : ofGroup_ )
+      if ( each->routeIntf( intfId_ ) != nullptr ) return each;
+   return nullptr;
+}
+
+void Inquiry::path() {
+   const auto rp = rps_.rp( receiver_.group );
+   if ( shared() && rps_.startsHere( *route_ ) ) return atRp();
+   const Rpf& rpf = route_->incomingRpf();
+   const std::string end = !shared() ? "source " + text( route_->key().source )
+                           : rp      ? "RP " + text( *rp )
+                                     : "the RP";
+   if ( shared() && !rp && rpf.intfId.empty() )
+      return fail( "RP",
+                   fmt::format( "group {} has no RP in vrf {}",
+                                text( receiver_.group ), vrfText( mirror_ ) ),
+                   "no-rp", "configure one: rps" );
+   if ( shared() && rp ) step( Why::fine, "RP", text( *rp ) );
+   if ( rpf.intfId.empty() )
+      return fail( "path", "there is no way to " + end, "no-path",
+                   "see ip route get, or the configuration's rpf-routes" );
+   const std::string way = rpfText( rpf, route_->incomingAttached() );
+   neighborOn( rpf, end, way );
+}
+
+void Inquiry::neighborOn( const Rpf& rpf, const std::string& end,
+                          const std::string& way ) {
+   if ( !isReady( mirror_.agent->neighbor() ) )
+      return step( Why::unknown, "path", way );
+   Published::Interface incoming;
+   const bool there =
+      mirror_.agent->interface().find( rpf.intfId, incoming ) == Brane::lookupFound;
+   if ( !there )
+      return fail(
+         "path",
+         fmt::format( "the way to {} is by {}, which is no interface of PIM "
+                      "or is down",
+                      end, nameText( rpf.intfId ) ),
+         "rpf-interface-down", "set it up, or add it to the configuration" );
+   if ( route_->incomingAttached() && !shared() )
+      return step( Why::fine, "path", way );
+   Published::Neighbor neighbor;
+   if ( !knows( rpf, neighbor ) && !incoming.speaks )
+      return step( Why::unknown, "path", way + ", of which no hello was heard" );
+   if ( !knows( rpf, neighbor ) )
+      return fail( "path",
+                   fmt::format( "{}, the way to {}, has said no hello on {}",
+                                rpf.neighbor.isUnspecified() ? "the next router"
+                                                             : text( rpf.neighbor ),
+                                end, nameText( rpf.intfId ) ),
+                   "neighbor-unknown", "look there, and at pimsm-show neighbors" );
+   lastJoins_ = neighbor.lastJoins;
+   step( Why::fine, "path", way + ", a neighbor" );
+}
+
+bool Inquiry::knows( const Rpf& rpf, Published::Neighbor& out ) const {
+   const auto& neighbors = mirror_.agent->neighbor();
+   if ( neighbors.find( { rpf.intfId, rpf.neighbor, 0 }, out ) ==
+        Brane::lookupFound )
+      return true;
+   for ( const auto& key : mirror_.agent->neighborAddress().keys() )
+      if ( key.intfId == rpf.intfId && key.address == rpf.neighbor )
+         return neighbors.find( { key.intfId, key.neighbor, 0 }, out ) ==
+                Brane::lookupFound;
+   return false;
+}
+
+void Inquiry::atRp() {
+   step( Why::fine, "RP", "this router" );
+   const Logged* barred = newest( [&]( const Event& event ) {
+      return event.kind == Published::refused && concerns( event ) &&
+             ( event.refusal == Published::barredRegister ||
+               event.refusal == Published::notTheRp );
+   } );
+   if ( barred != nullptr && !arrives() )
+      fail( "register",
+            fmt::format( "registers of {} were refused {}: {}",
+                         text( barred->event.source ), ago( *barred ),
+                         refusalText( barred->event.refusal ) ),
+            "register-barred", "see the configuration's register-filter" );
+}
+
+void Inquiry::upstream() {
+   if ( shared() && rps_.startsHere( *route_ ) ) return;
+   if ( !published_.speaks && isReady( mirror_.agent->interface() ) )
+      return step( Why::unknown, "upstream",
+                   "this agent only listens: others join" );
+   const Route* joins = shared() && !route_->wildCard() ? route_->wc() : route_;
+   if ( joins == nullptr || joins->upJoinState() == Sm::upJoined )
+      return step( Why::fine, "upstream",
+                   lastJoins_ == 0.0 ? "joined"
+                                     : "joined, joins repeated " +
+                                          agoText( lastJoins_, evidence_.now ) );
+   step( Why::bad, "upstream", "not joined" );
+}
+
+void Inquiry::forwards() {
+   const Intf* own = route_->routeIntf( intfId_ );
+   if ( own != nullptr && own->forward() )
+      return step( Why::fine, "forwarding", nameText( intfId_ ) + " forwards" );
+   if ( route_->incomingIntf() == intfId_ )
+      return fail(
+         "forwarding",
+         fmt::format( "the packets come in by {} itself", nameText( intfId_ ) ),
+         "incoming-interface",
+         "the receiver gets them from the router that sends them there" );
+   if ( own != nullptr && own->prunesSgRpt() )
+      return fail(
+         "forwarding",
+         fmt::format( "a router on {} has pruned the source from the shared "
+                      "tree",
+                      nameText( intfId_ ) ),
+         "source-pruned", "it takes the source's own tree: look there" );
+   if ( why_.cause.empty() && joins() == false )
+      return fail( "forwarding", "the route is not joined", "not-joined",
+                   "pimsm-show explain --terms tells why" );
+   std::string turns;
+   if ( own != nullptr ) {
+      const auto changes = turnsOf( mirror_, *own, outgoingOf( mirror_, *own ) );
+      if ( !changes.empty() ) turns = fmt::format( "; it would if {}", changes[0] );
+   }
+   fail( "forwarding",
+         fmt::format( "{} does not forward {}{}", nameText( intfId_ ),
+                      keyText( route_->key() ), turns ),
+         "not-forwarding", "pimsm-show explain --terms tells why" );
+}
+
+bool Inquiry::joins() const {
+   return route_->directlyConnected() || rps_.startsHere( *route_ ) ||
+          route_->upJoinState() == Sm::upJoined || !published_.speaks;
+}
+
+// The forwarding process, and what it has told the kernel.
+void Inquiry::kernel() {
+   const auto& vifs = mirror_.mfib->vif();
+   if ( !isReady( vifs ) ) {
+      if ( !published_.speaks )
+         return step( Why::unknown, "kernel", "no forwarding process tells of it" );
+      return fail( "kernel", "no pimsm-mfib has run for this VRF", "no-mfib",
+                   "start it: it makes the kernel forward" );
+   }
+   if ( !vifs.writerAlive() )
+      return fail( "kernel", "pimsm-mfib is gone", "mfib-gone",
+                   "start it; what the kernel had forwards on meanwhile" );
+   Published::MfibVif vif;
+   if ( vifs.find( intfId_, vif ) != Brane::lookupFound )
+      return fail(
+         "kernel",
+         fmt::format( "the kernel does not forward by {}", nameText( intfId_ ) ),
+         "no-vif", "see what pimsm-mfib says of it" );
+   sentOut_ = vif.packetsOut;
+   // A (*,G) route at the RP itself has no entry.
+   if ( !route_->wildCard() || !rps_.startsHere( *route_ ) ) kernelEntry();
+}
+
+void Inquiry::kernelEntry() {
+   const RouteKey key = route_->key();
+   const bool known = host_.entries && mirror_.writerAlive();
+   if ( !known || host_.entries->count( key ) != 0 )
+      return step( Why::fine, "kernel", known ? "has the entry" : "served" );
+   const Logged* refused = newest( [&]( const Event& event ) {
+      return event.kind == Published::entryRefused && event.group == key.group &&
+             event.source == key.source;
+   } );
+   if ( refused != nullptr )
+      return fail( "kernel", "the kernel has refused the entry " + ago( *refused ),
+                   "entry-refused", "see what pimsm-mfib says" );
+   fail( "kernel", fmt::format( "the kernel has no entry of {}", keyText( key ) ),
+         "entry-missing", "somebody removed it: restart pimsm-mfib" );
+}
+
+Inquiry::Flow Inquiry::flow() const {
+   Flow out;
+   const auto& cache = mirror_.mfib->cache();
+   if ( !isReady( cache ) ) return out;
+   for ( const RouteKey& key : cache.keys() ) {
+      Published::MfibCache entry;
+      const bool asked =
+         key.group == receiver_.group &&
+         ( receiver_.source.isUnspecified() || key.source == receiver_.source ||
+           ( route_->wildCard() && key.source.isUnspecified() ) );
+      if ( !asked || cache.find( key, entry ) != Brane::lookupFound ) continue;
+      out.packets += entry.packets;
+      out.last = std::max( out.last, entry.lastPacket );
+   }
+   return out;
+}
+
+bool Inquiry::arrives() const {
+   const Flow is = flow();
+   return is.last != 0.0 && evidence_.now - is.last < kSilence;
+}
+
+// Where packets come in that should not; empty: nowhere.
+IntfId Inquiry::wrongSide() const {
+   const auto& upcalls = mirror_.mfib->upcall();
+   if ( !isReady( upcalls ) ) return {};
+   for ( const auto& key : upcalls.keys() ) {
+      Published::MfibUpcall upcall;
+      const bool asked = key.routeKey.group == receiver_.group &&
+                         ( receiver_.source.isUnspecified() ||
+                           key.routeKey.source == receiver_.source );
+      if ( !asked || upcalls.find( key, upcall ) != Brane::lookupFound ) continue;
+      if ( evidence_.now - upcall.last < kSilence &&
+           key.intfId != route_->incomingIntf() && key.intfId != intfId_ )
+         return key.intfId;
+   }
+   return {};
+}
+
+void Inquiry::packets() {
+   if ( !isReady( mirror_.mfib->cache() ) ) return;
+   const Flow is = flow();
+   if ( !arrives() ) return silence( is );
+   if ( sentOut_ && *sentOut_ == 0 && is.packets > 1 )
+      return fail( "packets",
+                   fmt::format( "packets come, and none has left by {}",
+                                nameText( intfId_ ) ),
+                   "ttl",
+                   "their TTL is too small, or they are larger than its MTU" );
+   step( Why::fine, "packets",
+         fmt::format( "{} came, the last {}", is.packets,
+                      agoText( is.last, evidence_.now ) ) );
+}
+
+void Inquiry::silence( const Flow& is ) {
+   const std::string since = is.last == 0.0
+                                ? "no packet of " + what() + " has come"
+                                : "the last packet of " + what() + " came " +
+                                     agoText( is.last, evidence_.now );
+   const IntfId wrong = wrongSide();
+   const IntfId right = route_->incomingIntf();
+   if ( !wrong.empty() )
+      return fail(
+         "packets",
+         fmt::format( "packets come by {}, but the way to the source is by {}",
+                      nameText( wrong ),
+                      right.empty() ? "no interface" : nameText( right ) ),
+         "wrong-interface", "unicast routes and the senders disagree" );
+   if ( !route_->wildCard() && route_->switching() )
+      return fail( "packets",
+                   since +
+                      ", and the source's own tree has brought none yet "
+                      "(SPT bit clear)",
+                   "spt-waits", "look at the next router to the source" );
+   if ( route_->incomingAttached() && !shared() )
+      return fail( "packets", since, "source-silent",
+                   fmt::format( "the source on {} sends nothing, or with TTL 1 "
+                                "elsewhere",
+                                nameText( right ) ) );
+   if ( shared() && rps_.startsHere( *route_ ) )
+      return fail( "packets", since, "not-registered",
+                   "no first hop registers a source here: look at the source's "
+                   "router" );
+   fail( "packets", since, "nothing-arrives",
+         fmt::format( "look at the next router, {}",
+                      text( route_->incomingRpf().neighbor ) ) );
+}
+
+}

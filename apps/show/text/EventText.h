@@ -1,0 +1,15 @@
+// A logged event in words.
+#pragma once
+
+#include "apps/mirror/Events.h"
+
+namespace Show {
+
+// "join of 10.0.1.7 expired": what happened, to whom and why, without the route.
+std::string eventText( const Published::Event& event );
+// Why something was refused: "its sender has said no hello".
+std::string refusalText( Published::Refusal refusal );
+// A whole line without its newline. `now`: seconds, CLOCK_MONOTONIC.
+std::string eventLine( const Logged& logged, double now );
+
+}

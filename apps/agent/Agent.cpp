@@ -105,8 +105,8 @@ void Agent::followPresence() {
    }
 }
 
-void Agent::sayGoodbye() {
-   for ( const auto& family : families_ ) family->router().sayGoodbye();
+void Agent::leave() {
+   for ( const auto& family : families_ ) family->leave();
 }
 
 Journal::Sink Agent::events() {
@@ -288,8 +288,7 @@ std::vector<std::string> Agent::configIs( AgentConfig config ) {
       auto found = wanted.find( family->config().name );
       const VrfConfig* next = found == wanted.end() ? nullptr : found->second;
       if ( next == nullptr || !hasFamily( *next, family->family() ) ) {
-         family->router().sayGoodbye();
-         family->router().retire();
+         family->leave();
          continue;
       }
       if ( next->maxRoutes != family->config().maxRoutes ||

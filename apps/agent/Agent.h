@@ -67,8 +67,9 @@ class Agent {
    // the kernel's routes cannot be read; nothing has changed then.
    std::vector<std::string> configIs( AgentConfig config );
 
-   // This router leaves all its links by intent: its neighbours forget it at once.
-   void sayGoodbye();
+   // This router leaves all its links by intent: its neighbours forget it at once, and
+   // its tables go. Destroy the agent next.
+   void leave();
 
    const RouterCounters& counters() const { return counters_; }
    const std::vector<std::unique_ptr<FamilyInstance>>& families() const {

@@ -25,6 +25,11 @@ class FamilyInstance {
    Vantu::AddressFamily family() const { return router_.family(); }
    const VrfConfig& config() const { return config_; }
    VrfRouter& router() { return router_; }
+   // Takes leave of the neighbours and removes the tables. Destroy it next.
+   void leave() {
+      router_.sayGoodbye();
+      router_.retire();
+   }
    const VrfRouter& router() const { return router_; }
 
    // A line for each table that was not taken over as it stood: of another layout

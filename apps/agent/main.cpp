@@ -81,7 +81,8 @@ void declare( CLI::App& app, Arguments& arguments ) {
          ->excludes( interface )
          ->excludes( listen );
    app.add_flag( "--goodbye", arguments.goodbye,
-                 "At the end take leave of the neighbours, who forget this router" )
+                 "At the end take leave of the neighbours, who forget this router, "
+                 "and remove its tables" )
       ->needs( speak );
    app.add_option( "--root", arguments.root, "Directory of the tables" )
       ->type_name( "DIR" )
@@ -173,7 +174,7 @@ ExitStatus run( const Arguments& arguments ) {
       if ( arguments.exitAtEnd ) loop.stop();
    } );
    loop.run();
-   if ( arguments.goodbye ) agent.sayGoodbye();
+   if ( arguments.goodbye ) agent.leave();
    agent.tellEnd();
    // The packets before a capture's break are published.
    return agent.captureProblem().empty() ? done : unverified;

@@ -282,19 +282,16 @@ void Bed::start( const Name& router ) {
    Node& node = nodes_.at( router );
    const std::string config = place( router ) + ".yaml";
    std::ofstream( config ) << this->config( router );
-   node.forwarder.reset();
    startAgent( router );
+   if ( node.forwarder != nullptr ) return;
    Namespace::Inside inside( node.space );
    node.forwarder = std::make_unique<Program>( Program::Arguments{
       PIMSM_MFIB, "--keep", "--config", config, "--root", place( router ) } );
 }
 
 void Bed::end( const Name& router ) {
-   for ( Program* each :
-         { &agent( router ), nodes_.at( router ).forwarder.get() } ) {
-      each->signal( SIGTERM );
-      each->wait();
-   }
+   agent( router ).signal( SIGTERM );
+   agent( router ).wait();
 }
 
 void Bed::startAgent( const Name& router ) {

@@ -48,9 +48,9 @@ class Bed {
 
    // Starts all routers and waits until neighbours know each other.
    void startAll();
-   // Starts agent and forwarding process.
+   // Starts the agent, and the forwarding process where none runs.
    void start( const Name& router );
-   // Ends both; the agent takes its leave of the neighbours.
+   // Ends the agent, which takes its leave: the forwarding process waits for the next.
    void end( const Name& router );
    // Kills the agent and starts it again; the forwarding process goes on.
    void killAgent( const Name& router );

@@ -49,15 +49,16 @@ class BedScenario : public testing::Test {
       const bool isLong = story_.title.rfind( "long: ", 0 ) == 0;
       const bool inLongRun = std::getenv( "PIMSM_LONG" ) != nullptr;
       if ( isLong && !inLongRun ) GTEST_SKIP() << "in ./test --long";
-      for ( int times = inLongRun && !isLong ? 20 : 1; times > 0; --times ) {
+      for ( int times = inLongRun && !isLong ? 20 : 1; times > 0 && !HasFailure();
+            --times ) {
          play_.stage->begin();
          for ( const std::string& each : story_.preamble ) play_.stage->act( each );
          for ( const Line& line : story_.lines ) {
             if ( !run( line ) ) break;
          }
+         if ( HasFailure() ) std::cout << play_.stage->bed().state();
          play_.stage->end();
       }
-      if ( HasFailure() ) std::cout << play_.stage->bed().state();
       if ( inLongRun ) print();
    }
 

@@ -7,6 +7,25 @@ using Vantu::IpGenAddr;
 
 namespace {
 
+// What has come through a router, or is not from the link's own address (RFC 7761, 4.9).
+std::optional<Refusal> faultOfPim( const IpPacket& packet ) {
+   if ( packet.ttl != 1 ) return wrongTtl;
+   const bool linkLocal =
+      packet.family() == Vantu::AddressFamily::ipv4 || packet.source.isLinkLocal();
+   return linkLocal ? std::nullopt : std::optional( notLinkLocal );
+}
+
+// IGMP is from the link's subnets, or from a host without an address yet; MLD alerts
+// routers (RFC 3810, 6.2 and 7.4).
+std::optional<Refusal> faultOfMembership( const Link& link,
+                                          const IpPacket& packet ) {
+   if ( packet.family() == Vantu::AddressFamily::ipv6 )
+      return packet.routerAlert ? std::nullopt : std::optional( noRouterAlert );
+   const bool ofLink =
+      packet.source.isUnspecified() || link.isOnLink( packet.source );
+   return ofLink ? std::nullopt : std::optional( offSubnet );
+}
+
 // What is sent changes what the next process has to know of a link.
 Speech telling( Speech speech, std::function<void()> linksChanged ) {
    if ( !speech.send ) return speech;
@@ -283,10 +302,9 @@ void Protocol::receive( IntfId intfId, const IpPacket& packet,
 void Protocol::receiveMembership( const Link& link, const IpPacket& packet,
                                   const MembershipMessage& message ) {
    if ( link.isOwn( packet.source ) ) return journal_.refused( ownPacket );
-   const bool ofLink = !sender_.speaks() || family_ == Vantu::AddressFamily::ipv6 ||
-                       packet.source.isUnspecified() ||
-                       link.isOnLink( packet.source );
-   if ( !ofLink ) return journal_.refused( offSubnet );
+   if ( sender_.speaks() &&
+        !journal_.accepted( faultOfMembership( link, packet ) ) )
+      return;
    // The querier may be another one, with other times.
    if ( std::holds_alternative<MembershipQuery>( message ) ) linksChanged_();
    membership_.receive( link, packet.source, message );
@@ -340,8 +358,8 @@ void Protocol::receivePim( Link& link, const IpPacket& packet,
    if ( link.config().passive ) return journal_.refused( passiveLink );
    if ( packet.destination != allPimRouters( family_ ) )
       return journal_.refused( notToAllRouters );
-   // It has come through a router. Who only listens takes what there is.
-   if ( sender_.speaks() && packet.ttl != 1 ) return journal_.refused( wrongTtl );
+   // Who only listens takes what there is.
+   if ( sender_.speaks() && !journal_.accepted( faultOfPim( packet ) ) ) return;
    if ( !filters_.of( link.intfId() ).neighbors.permitsRouter( packet.source ) )
       return journal_.refused( barredNeighbor );
    if ( !journal_.accepted( refusalOfSource( packet.source ) ) ) return;

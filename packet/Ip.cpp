@@ -90,11 +90,27 @@ DropReason decodeIpv4( Cursor cursor, IpPacket& out ) {
    return notDropped;
 }
 
+// Is it among these options (RFC 8200, 4.2), with the value that MLD has (RFC 2711)?
+bool hasRouterAlert( Cursor options ) {
+   constexpr uint8_t kPad1 = 0, kAlert = 5, kSize = 2;
+   while ( !options.atEnd() ) {
+      const uint8_t type = options.u8();
+      if ( type == kPad1 ) continue;
+      const uint8_t size = options.u8();
+      if ( type == kAlert && size == kSize )
+         return options.u16() == 0 && options.ok();
+      options.skip( size );
+   }
+   return false;
+}
+
 // Skips the extension headers in front of the payload.
-DropReason skipExtensions( Cursor& cursor, uint8_t& protocol ) {
+DropReason skipExtensions( Cursor& cursor, IpPacket& out ) {
+   uint8_t& protocol = out.protocol;
    for ( ;; ) {
       bool isFragment = protocol == kFragment;
-      if ( !isFragment && protocol != kHopByHop && protocol != kRouting &&
+      bool isHopByHop = protocol == kHopByHop;
+      if ( !isFragment && !isHopByHop && protocol != kRouting &&
            protocol != kDestinationOptions ) {
          return notDropped;
       }
@@ -106,7 +122,8 @@ DropReason skipExtensions( Cursor& cursor, uint8_t& protocol ) {
          if ( ( cursor.u16() & kMoreOrOffset ) != 0 ) return fragment;
          cursor.skip( 4 );
       } else {
-         cursor.skip( units * 8U + 6 );
+         const Bytes options = cursor.take( units * 8U + 6 );
+         if ( isHopByHop ) out.routerAlert = hasRouterAlert( Cursor( options ) );
       }
       if ( !cursor.ok() ) return badIpHeader;
       protocol = next;
@@ -125,7 +142,7 @@ DropReason decodeIpv6( Cursor cursor, IpPacket& out ) {
    if ( version >> 4 != 6 ) return badIpHeader;
    if ( length > cursor.left() ) return truncatedCapture;
    Cursor content( cursor.take( length ) );
-   DropReason reason = skipExtensions( content, out.protocol );
+   DropReason reason = skipExtensions( content, out );
    out.payload = content.rest();
    return reason;
 }

@@ -22,7 +22,8 @@ struct IpPacket {
    Vantu::IpGenAddr destination;
    uint8_t protocol = 0;  // behind all IPv6 extension headers
    uint8_t ttl = 0;
-   Bytes payload;  // points into the frame
+   Bytes payload;             // points into the frame
+   bool routerAlert = false;  // IPv6: for MLD (RFC 2711)
 
    Vantu::AddressFamily family() const { return source.family(); }
 };

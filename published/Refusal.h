@@ -35,11 +35,13 @@ namespace Published {
    V( notTheQuerier )  /* a query of a router that another one outranks */         \
    V( tooManyNeighbors ) /* a hello on a link that is full of them */              \
    V( wrongTtl )         /* PIM of a link with another TTL than 1 */               \
-   V( offSubnet )        /* a report or query of no subnet of the link */          \
-   V( barredNeighbor )   /* of a router that the neighbor-filter bars */           \
-   V( barredJoin )       /* that the join-prune-filter bars */                     \
-   V( barredMember )     /* that the access-group bars */                          \
-   V( beyondBoundary )   /* a join, member or source of a group that ends here */
+   V( notLinkLocal ) /* IPv6 PIM of a link from another address than link-local */ \
+   V( noRouterAlert )  /* MLD without the router alert option */                   \
+   V( offSubnet )      /* a report or query of no subnet of the link */            \
+   V( barredNeighbor ) /* of a router that the neighbor-filter bars */             \
+   V( barredJoin )     /* that the join-prune-filter bars */                       \
+   V( barredMember )   /* that the access-group bars */                            \
+   V( beyondBoundary ) /* a join, member or source of a group that ends here */
 MOX_ENUM( Refusal, PUBLISHED_REFUSALS )
 MOX_ENUM_TEXT( Refusal, PUBLISHED_REFUSALS )
 

@@ -26,6 +26,7 @@ std::string ipv6( const char* next = "67", size_t size = 0,
 
 const char* const kIpv4 = "192.0.2.1>224.0.0.13 103 ttl 1: 1 2 3 4";
 const char* const kIpv6 = "fe80::1>ff02::d 103 ttl 1: 1 2 3 4";
+const char* const kAlerted = "fe80::1>ff02::d 103 ttl 1: 1 2 3 4 alert";
 
 TEST( IpDecoder, LeadsToThePayloadOrTellsWhyNot ) {
    struct Row {
@@ -62,6 +63,10 @@ TEST( IpDecoder, LeadsToThePayloadOrTellsWhyNot ) {
                    " 2c 00 000000000000 67 00 0000 00000009" ),
           kIpv6 },
         { raw, ipv6( "2c", 8, "67 00 0006 00000009" ), kIpv6 },
+        // The router alert: behind padding, of RSVP, cut off
+        { raw, ipv6( "00", 8, "67 00 00 00 0502 0000" ), kAlerted },
+        { raw, ipv6( "00", 8, "67 00 0502 0001 0100" ), kIpv6 },
+        { raw, ipv6( "00", 8, "67 00 0102 0000 00 05" ), kIpv6 },
         { raw, ipv6( "2c", 8, "67 00 0001 00000009" ), "fragment" },
         { raw, ipv6( "2c", 8, "67 00 0008 00000009" ), "fragment" },
         { raw, ipv6( "00", 8, "67 ff 000000000000" ), "badIpHeader" },
@@ -74,7 +79,8 @@ TEST( IpDecoder, LeadsToThePayloadOrTellsWhyNot ) {
       if ( reason == notDropped )
          text = fmt::format( "{}>{} {} ttl {}: {}", valueToStrep( packet.source ),
                              valueToStrep( packet.destination ), packet.protocol,
-                             packet.ttl, fmt::join( packet.payload, " " ) );
+                             packet.ttl, fmt::join( packet.payload, " " ) ) +
+                ( packet.routerAlert ? " alert" : "" );
       EXPECT_EQ( text, row.text ) << row.frame;
    }
 }

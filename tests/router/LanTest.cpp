@@ -270,7 +270,7 @@ class Network {
               lost() )
             continue;
          router->receive( message.intfId,
-                          { message.source, message.destination, 0, 1, {} },
+                          { message.source, message.destination, 0, 1, {}, true },
                           message.message );
       }
       const auto* membership = std::get_if<MembershipMessage>( &message.message );

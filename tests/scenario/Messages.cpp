@@ -69,6 +69,7 @@ class Reader {
    std::optional<IpGenAddr> to_;
    uint16_t hold_;
    uint8_t ttl_ = 1;
+   bool routerAlert_ = true;
    uint8_t version_ = 3;
 };
 
@@ -81,6 +82,8 @@ bool Reader::option() {
       hold_ = words_.accept( "forever" ) ? 0xffff : words_.holdtime();
    } else if ( words_.accept( "ttl" ) ) {
       ttl_ = static_cast<uint8_t>( words_.whole() );
+   } else if ( words_.accept( "no-alert" ) ) {
+      routerAlert_ = false;
    } else if ( words_.accept( "v1" ) ) {
       version_ = 1;
    } else if ( words_.accept( "v2" ) ) {
@@ -307,6 +310,7 @@ Sent Reader::membership( const MembershipMessage& message ) {
    out.packet.destination = addr( ipv4 ? "224.0.0.22" : "ff02::16" );
    out.packet.protocol = ipv4 ? igmpProtocol : icmp6Protocol;
    out.packet.ttl = ttl_;
+   out.packet.routerAlert = routerAlert_;
    out.payload = encodeMembership( message, from_, out.packet.destination );
    return out;
 }

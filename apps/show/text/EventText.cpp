@@ -107,6 +107,8 @@ std::string refusalText( Published::Refusal refusal ) {
       "another router is the querier",
       "the link has too many neighbors",
       "its TTL is not 1",
+      "its sender's address is not link-local",
+      "it lacks the router alert option",
       "its sender is of no subnet of the link",
       "the neighbor-filter bars its sender",
       "the join-prune-filter bars it",

@@ -14,14 +14,30 @@ namespace {
 // The kernel's total includes packets that came in by a wrong interface.
 MfibCache recordOf( const StandingEntry& entry, const MfibCache& before,
                     double now ) {
-   uint64_t packets = entry.packets - std::min( entry.wrongIf, entry.packets );
+   uint64_t packets = entry.expected();
    MfibCache record{ entry.key, packets, entry.bytes, entry.wrongIf,
                      before.lastPacket };
-   if ( packets != before.packets )
-      record.lastPacket = packets == 0 ? 0.0 : now - entry.idle;
+   // An entry made anew counts from 0; its former packets have come all the same.
+   if ( packets != before.packets && packets != 0 )
+      record.lastPacket = now - entry.idle;
    return record;
 }
 
+}
+
+void publishEntryCounters( const StandingEntry& entry,
+                           Published::MfibStatus& tables, double now ) {
+   MfibCache before;
+   const bool known =
+      tables.cache().find( entry.key, before ) == Brane::lookupFound;
+   if ( !known ) before = MfibCache();
+   const MfibCache record = recordOf( entry, before, now );
+   if ( known && record == before ) return;
+   try {
+      tables.cacheIs( record );
+   } catch ( const Brane::TableError& ) {
+      // The table is full and has counted the refusal; the other records go on.
+   }
 }
 
 void publishEntryCounters( const KernelTable& kernel, Published::MfibStatus& tables,
@@ -31,16 +47,7 @@ void publishEntryCounters( const KernelTable& kernel, Published::MfibStatus& tab
    bool whole = kernel.visit( [&]( const StandingEntry& entry ) {
       if ( !wanted( entry.key ) ) return;
       met.insert( entry.key );
-      MfibCache before;
-      bool known = tables.cache().find( entry.key, before ) == Brane::lookupFound;
-      if ( !known ) before = MfibCache();
-      MfibCache record = recordOf( entry, before, now );
-      if ( known && record == before ) return;
-      try {
-         tables.cacheIs( record );
-      } catch ( const Brane::TableError& ) {
-         // The table is full and has counted the refusal; the other records go on.
-      }
+      publishEntryCounters( entry, tables, now );
    } );
    if ( !whole ) return;
    for ( const RouteKey& key : tables.cache().keys() ) {

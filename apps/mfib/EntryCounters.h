@@ -15,4 +15,8 @@ void publishEntryCounters(
    const KernelTable& kernel, Published::MfibStatus& tables,
    const std::function<bool( const Routing::Pim::RouteKey& )>& wanted, double now );
 
+// As above, for one entry.
+void publishEntryCounters( const StandingEntry& entry,
+                           Published::MfibStatus& tables, double now );
+
 }

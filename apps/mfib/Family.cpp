@@ -48,8 +48,11 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
      passedOn_( nameOf( config_ ), "registersPassedOn" ),
      limited_( nameOf( config_ ), "registersLimited" ),
      tooBigs_( nameOf( config_ ), "registersTooBig" ),
-     mfib_( std::make_unique<Mfib>( nameOf( config_ ), mirror_.model(),
-                                    mirror_.tables(), vifs_, *kernel_, clock ) ) {
+     mfib_( std::make_unique<Mfib>(
+        nameOf( config_ ), mirror_.model(), mirror_.tables(), vifs_, *kernel_,
+        clock, [this]( const StandingEntry& entry ) {
+           publishEntryCounters( entry, *published_, clock_.now() );
+        } ) ) {
    vifs_.namesIs( config_.interfaces );
    vifs_.update( links );
    takeConfig();
@@ -133,6 +136,7 @@ void Family::takeUpcalls() {
          event.source = upcall->key.source;
          event.intf = name;
          tell( event );
+         mfib_->handleWrong( upcall->key, upcall->vif );
       }
       upcalls_.add( { upcall->key, name }, upcall->kind, clock_.now() );
    }

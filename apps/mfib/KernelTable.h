@@ -6,6 +6,7 @@
 // it, decapsulated by the kernel. Failures are errno values; 0: done.
 #pragma once
 
+#include <algorithm>
 #include <bitset>
 #include <functional>
 #include <optional>
@@ -38,6 +39,8 @@ struct StandingEntry {
    uint64_t bytes = 0;
    uint64_t wrongIf = 0;
    double idle = 0.0;  // s since the last packet; meaningless before the first
+
+   uint64_t expected() const { return packets - std::min( wrongIf, packets ); }
 };
 
 struct VifCounters {
@@ -68,6 +71,10 @@ class KernelTable {
    // Makes the entry, or replaces the key's former one.
    virtual int entryIs( const Entry& entry ) = 0;
    virtual int entryDel( const Routing::Pim::RouteKey& key ) = 0;
+   // The present counters of an (S,G) entry, without its interfaces; nothing if there is
+   // none.
+   virtual std::optional<StandingEntry> counters(
+      const Routing::Pim::RouteKey& key ) const = 0;
    // Returns false when the table changed meanwhile, so that entries may be
    // missing. Throws std::system_error.
    virtual bool visit(

@@ -65,7 +65,8 @@ std::optional<Entry> wantedEntry( const Sm::Route& route, const Vifs& vifs,
 }
 
 Mfib::Mfib( const std::string& name, Model model, Tables tables, const Vifs& vifs,
-            KernelTable& kernel, Mox::Clock& clock )
+            KernelTable& kernel, Mox::Clock& clock,
+            std::function<void( const StandingEntry& )> flows )
    : Mox::Clock::Notifiee( &clock ),
      model_( std::move( model ) ),
      tables_( std::move( tables ) ),
@@ -73,7 +74,10 @@ Mfib::Mfib( const std::string& name, Model model, Tables tables, const Vifs& vif
      kernel_( kernel ),
      writes_( name, "entriesWritten" ),
      removals_( name, "entriesRemoved" ),
-     refusals_( name, "entriesRefused" ) {
+     refusals_( name, "entriesRefused" ),
+     look_(
+        kernel, clock, [this]( const RouteKey& key ) { renew( key ); },
+        std::move( flows ) ) {
    notifierIs( tables_.get() );
 }
 
@@ -276,23 +280,55 @@ bool Mfib::takesAway( const RouteKey& key,
       left &= ~wanted->outgoing;
       left.reset( wanted->incoming );
    }
-   return left.any();
+   for ( unsigned vif = 0; vif < kMaxVifs; ++vif )
+      if ( left[vif] && !lostAssert( key, vif ) ) return true;
+   return false;
+}
+
+// Another router has taken over the link: each packet more comes twice there.
+bool Mfib::lostAssert( const RouteKey& key, unsigned vif ) const {
+   const Mox::Ptr<const Sm::Route> route = model_->route( key );
+   const Sm::Intf* intf =
+      route == nullptr ? nullptr : route->routeIntf( vifs_.name( vif ) );
+   return intf != nullptr && !intf->forward() &&
+          intf->assertInfo().assertState == Sm::iAmAssertLoser;
 }
 
 int Mfib::bring( const RouteKey& key, const std::optional<Entry>& wanted ) {
    if ( wanted ) {
       if ( int error = kernel_.entryIs( *wanted ) ) return error;
-      standing_[key] = *wanted;
+      const auto [found, isNew] = standing_.try_emplace( key );
+      const bool turned = isNew || found->second.incoming != wanted->incoming;
+      found->second = *wanted;
       writes_.inc();
       told_( Published::entryWritten, key, &*wanted );
+      look_.forget( key );
+      if ( turned && !key.source.isUnspecified() ) look_.made( key );
       return 0;
    }
    int error = kernel_.entryDel( key );
    if ( error != 0 && error != ENOENT ) return error;
+   look_.forget( key );
    standing_.erase( key );
    removals_.inc();
    told_( Published::entryRemoved, key, nullptr );
    return 0;
+}
+
+void Mfib::handleWrong( const RouteKey& key, unsigned vif ) {
+   const auto entry = standing_.find( key );
+   if ( entry != standing_.end() && vif < kMaxVifs && entry->second.outgoing[vif] )
+      look_.doubled( key );
+}
+
+// A packet that comes between the two calls waits in the kernel for the new entry.
+void Mfib::renew( const RouteKey& key ) {
+   const auto entry = standing_.find( key );
+   if ( entry == standing_.end() || kernel_.entryDel( key ) != 0 ) return;
+   if ( kernel_.entryIs( entry->second ) == 0 ) return;
+   standing_.erase( entry );
+   markAt( key, clock()->now() );
+   wakeupTimeIs( clock()->now() );
 }
 
 void Mfib::write() {

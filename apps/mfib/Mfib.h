@@ -21,6 +21,7 @@
 #include <map>
 #include <set>
 
+#include "apps/mfib/CloseLook.h"
 #include "apps/mfib/Vifs.h"
 #include "export/Status.h"
 #include "model/Status.h"
@@ -52,8 +53,10 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    using Tables = Mox::Ptr<const Routing::Pim::SparseMode::Brane::Status>;
 
    // `vifs`, `kernel` and `clock` outlive it. `name` is the owner of its counters.
+   // `flows` gets the counters of a new entry soon after its first packet.
    Mfib( const std::string& name, Model model, Tables tables, const Vifs& vifs,
-         KernelTable& kernel, Mox::Clock& clock );
+         KernelTable& kernel, Mox::Clock& clock,
+         std::function<void( const StandingEntry& )> flows );
 
    // Call it when the model holds all the tables' records: from here on the kernel
    // follows. Existing entries are taken over. With `unsure` each is written once
@@ -99,6 +102,9 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    // The source has been silent: its entry goes.
    void endStandIn( const RouteKey& key );
 
+   // The kernel has told of packets by the wrong interface of that number.
+   void handleWrong( const RouteKey& key, unsigned vif );
+
    // Does some route need the register vif?
    bool needsRegisters() const { return needsRegisters_; }
 
@@ -136,6 +142,8 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    void endProvisional( double now );
    void bound( Entry& entry ) const;
    int bring( const RouteKey& key, const std::optional<Entry>& wanted );
+   void renew( const RouteKey& key );
+   bool lostAssert( const RouteKey& key, unsigned vif ) const;
    VifSet reached( const RouteKey& key ) const;
 
    Model model_;
@@ -164,6 +172,7 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    bool copies_ = false;
    mutable bool needsRegisters_ = false;
    Mox::EventCounter writes_, removals_, refusals_;
+   CloseLook look_;
 };
 
 }

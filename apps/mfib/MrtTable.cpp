@@ -228,6 +228,26 @@ int MrtTable::entryDel( const RouteKey& key ) {
                    : set( *socket_, IPPROTO_IPV6, MRT6_DEL_MFC, entry6( key ) );
 }
 
+std::optional<StandingEntry> MrtTable::counters( const RouteKey& key ) const {
+   StandingEntry out;
+   out.key = key;
+   auto read = [&]( auto request, auto command ) {
+      if ( ioctl( socket_->value(), command, &request ) != 0 ) return false;
+      out.packets = request.pktcnt;
+      out.bytes = request.bytecnt;
+      out.wrongIf = request.wrong_if;
+      return true;
+   };
+   const bool known = isIpv4()
+                         ? read( sioc_sg_req{ address4( key.source ),
+                                              address4( key.group ), 0, 0, 0 },
+                                 SIOCGETSGCNT )
+                         : read( sioc_sg_req6{ address6( key.source ),
+                                               address6( key.group ), 0, 0, 0 },
+                                 SIOCGETSGCNT_IN6 );
+   return known ? std::optional( out ) : std::nullopt;
+}
+
 bool MrtTable::visit(
    const std::function<void( const StandingEntry& )>& visitor ) const {
    int family = isIpv4() ? RTNL_FAMILY_IPMR : RTNL_FAMILY_IP6MR;

@@ -42,6 +42,8 @@ class MrtTable : public KernelTable {
    std::optional<VifCounters> vif( unsigned vif ) const override;
    int entryIs( const Entry& entry ) override;
    int entryDel( const Routing::Pim::RouteKey& key ) override;
+   std::optional<StandingEntry> counters(
+      const Routing::Pim::RouteKey& key ) const override;
    bool visit(
       const std::function<void( const StandingEntry& )>& visitor ) const override;
    std::optional<Upcall> nextUpcall() override;

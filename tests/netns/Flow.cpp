@@ -160,6 +160,7 @@ const std::vector<uint32_t>& Receiver::received() {
    Packet packet{};
    while ( recv( socket_->value(), &packet, sizeof packet, 0 ) ==
            static_cast<ssize_t>( sizeof packet ) ) {
+      if ( packet.number < begin_ ) continue;
       received_.push_back( packet.number );
       sentAt_.push_back( packet.sentAt );
    }
@@ -167,7 +168,7 @@ const std::vector<uint32_t>& Receiver::received() {
 }
 
 void Receiver::forget() {
-   received();
+   for ( uint32_t number : received() ) begin_ = std::max( begin_, number + 1 );
    received_.clear();
    sentAt_.clear();
 }

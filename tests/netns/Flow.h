@@ -58,8 +58,10 @@ class Receiver {
 
    // Reads the arrived packets. Returns their numbers in order of arrival.
    const std::vector<uint32_t>& received();
-   // Forgets the received packets.
+   // Forgets the received packets, and those before them that a kernel held back.
    void forget();
+   // Packets before that number do not count: a kernel had held them back.
+   void beginIs( uint32_t number ) { begin_ = number; }
 
    // Has a packet of this number or a later one arrived?
    bool reached( uint32_t number );
@@ -81,6 +83,7 @@ class Receiver {
  private:
    std::unique_ptr<Mox::Loop::Fd> socket_;
    std::vector<uint32_t> received_;
+   uint32_t begin_ = 0;
    std::vector<double> sentAt_;  // of each of these
 };
 std::ostream& operator<<( std::ostream& out, const Receiver::Faults& faults );

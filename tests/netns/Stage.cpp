@@ -165,6 +165,9 @@ bool Stage::actOnPackets( const std::string& who, const std::string& verb,
          receivers_[flow] = { std::make_unique<Receiver>(
                                  host, bed_.interface( who ), flow.second, source ),
                               now() };
+         for ( const auto& [each, sender] : senders_ )
+            if ( each.second == flow.second )
+               receivers_[flow].receiver->beginIs( sender->sent() );
       } else if ( verb == "leaves" ) {
          receivers_.erase( flow );
       } else if ( verb == "sends" ) {

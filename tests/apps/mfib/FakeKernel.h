@@ -35,6 +35,13 @@ class FakeKernel : public KernelTable {
       ++writes;
       return entries.erase( key ) == 1 ? 0 : ENOENT;
    }
+   std::optional<StandingEntry> counters(
+      const Routing::Pim::RouteKey& key ) const override {
+      if ( entries.count( key ) == 0 ) return std::nullopt;
+      StandingEntry told = stats.count( key ) ? stats.at( key ) : StandingEntry();
+      told.key = key;
+      return told;
+   }
    bool visit(
       const std::function<void( const StandingEntry& )>& visitor ) const override {
       for ( const auto& [key, entry] : entries ) {

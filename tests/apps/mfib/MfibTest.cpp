@@ -120,6 +120,12 @@ class Forwards : public testing::Test {
       family->takeUpcalls();
    }
 
+   Mox::Ptr<Published::MfibStatus> tables() {
+      return Published::MfibStatus::mount(
+         *manager, Published::MfibStatus::mountPath( config.family, config.vrf ),
+         Brane::tableWriter, 1000 );
+   }
+
    FamilyConfig config{
       L3::VrfName( "default" ),
       Vantu::AddressFamily::ipv4,
@@ -360,13 +366,6 @@ TEST_F( Forwards, WhatTheKernelRefusesIsTriedAgain ) {
 }
 
 TEST_F( Forwards, CountersFollowAndGoWithTheirEntries ) {
-   auto tables = [&] {
-      return Published::MfibStatus::mount(
-         *manager,
-         Published::MfibStatus::mountPath( Vantu::AddressFamily::ipv4,
-                                           L3::VrfName( "default" ) ),
-         Brane::tableWriter, 1000 );
-   };
    start();
    forward( sg(), "eth1" );
    publish();
@@ -397,6 +396,32 @@ TEST_F( Forwards, CountersFollowAndGoWithTheirEntries ) {
    follow( 1.0 );
    family->publishCounters();
    EXPECT_EQ( tables()->cache().size(), 0u );
+}
+
+TEST_F( Forwards, ANewEntryIsLookedAtMoreClosely ) {
+   start();
+   forward( sg(), "eth1" );
+   publish();
+   EXPECT_EQ( tables()->cache().size(), 0u );
+   kernel->stats[kSg].packets = 1;
+   follow( CloseLook::readInterval );
+   EXPECT_EQ( tables()->cache().size(), 1u );
+   // Another router forwards onto eth1, too: the kernel is made to tell again.
+   auto renewals = [&]( unsigned vif, double seconds ) {
+      const int before = kernel->writes;
+      for ( const double end = clock.now() + seconds; clock.now() < end; ) {
+         tell( kSg, vif, Published::wrongVifUpcall );
+         follow( CloseLook::firstWait );
+      }
+      return ( kernel->writes - before ) / 2;
+   };
+   EXPECT_EQ( renewals( 2, 1.0 ), 0 ) << "nothing is sent out there";
+   EXPECT_EQ( renewals( 1, CloseLook::firstWait ), 1 );
+   EXPECT_EQ( renewals( 1, 20.0 ), 4 ) << "at growing intervals, and no more";
+   forward( sg(), "eth2" );
+   publish();
+   EXPECT_GT( renewals( 1, 1.0 ), 0 ) << "it has changed";
+   EXPECT_EQ( outgoing( kSg ), "1 2" );
 }
 
 // After any order of changes, deaths and interface events, the kernel's entries are

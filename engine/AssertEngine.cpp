@@ -5,10 +5,12 @@ namespace Router {
 using Vantu::IntfId;
 using Vantu::IpGenAddr;
 
-AssertEngine::AssertEngine( Routes& routes, Links& links, const Sender& sender,
-                            Mox::Clock& clock, Journal& journal )
+AssertEngine::AssertEngine( Routes& routes, Links& links, const VrfConfig& config,
+                            const Sender& sender, Mox::Clock& clock,
+                            Journal& journal )
    : routes_( routes ),
      links_( links ),
+     config_( config ),
      sender_( sender ),
      clock_( clock ),
      journal_( journal ) {}
@@ -87,10 +89,17 @@ void AssertEngine::receive( IntfId intfId, const PimJoinPrune& message ) {
    }
 }
 
+bool AssertEngine::mayWin( const RouteKey& key ) {
+   const Mox::Ptr<const Routes::Route> route = routes_.find( key );
+   return route != nullptr &&
+          route->upJoinState() == Routing::Pim::SparseMode::upJoined &&
+          !routes_.untried( key );
+}
+
 // RFC 7761, 4.2: a source is asserted for by its own tree's data, or else by the group's
 // machine, where this router forwards it.
 void AssertEngine::handleData( const RouteKey& key, IntfId intfId ) {
-   if ( routes_.untried( key ) ) {
+   if ( !mayWin( key ) ) {
       if ( early_.size() >= maxEarly ) early_.clear();
       early_[{ key.group, key.source, intfId }] = clock_.now();
    }
@@ -104,8 +113,9 @@ void AssertEngine::handleData( const RouteKey& key, IntfId intfId ) {
    if ( shared ) handleData( Key{ key.group, anySource( key.group ), intfId } );
 }
 
-// The kernel tells of a wrong interface but each 3 s: what it told of before counts now.
+// What the kernel told of before counts now.
 void AssertEngine::handleSourceTree( const RouteKey& key ) {
+   if ( early_.empty() || !mayWin( key ) ) return;
    auto next = early_.lower_bound( { key.group, key.source, IntfId() } );
    while ( next != early_.end() && next->first.routeKey() == key ) {
       const auto [at, time] = *next;
@@ -183,6 +193,7 @@ AssertMachine& AssertEngine::machine( const Key& key ) {
    if ( machine == nullptr ) {
       AssertMachine::Hooks hooks;
       hooks.changed = [this, key]( const auto& before, const auto& after ) {
+         if ( before.assertState != after.assertState ) count( key );
          if ( journal_.listens() ) tell( key, before, after );
          routes_.changed( { key.routeKey(), key.intfId }, { true, true } );
       };
@@ -193,9 +204,18 @@ AssertMachine& AssertEngine::machine( const Key& key ) {
             send( key, metric );
          };
       machine = std::make_unique<AssertMachine>(
-         clock_, routes_.record( key.routeKey(), key.intfId ), std::move( hooks ) );
+         clock_, routes_.record( key.routeKey(), key.intfId ), config_,
+         std::move( hooks ) );
    }
    return *machine;
+}
+
+void AssertEngine::count( const Key& key ) {
+   namespace Sm = Routing::Pim::SparseMode;
+   const Sm::AssertState is =
+      routes_.find( key.routeKey(), key.intfId )->assertInfo().assertState;
+   if ( is == Sm::iAmAssertWinner ) journal_.counters().elected( assertsWon );
+   if ( is == Sm::iAmAssertLoser ) journal_.counters().elected( assertsLost );
 }
 
 // A record without a state loses its machine, and goes.

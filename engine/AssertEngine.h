@@ -15,8 +15,9 @@ namespace Router {
 
 class PIMSM_API AssertEngine {
  public:
-   AssertEngine( Routes& routes, Links& links, const Sender& sender,
-                 Mox::Clock& clock, Journal& journal );
+   AssertEngine( Routes& routes, Links& links, const VrfConfig& config,
+                 const Sender& sender, Mox::Clock& clock,
+                 Journal& journal );
 
    // As JoinPruneEngine::adopt().
    void adopt( const KeptTimers& kept );
@@ -29,7 +30,8 @@ class PIMSM_API AssertEngine {
    void receive( Vantu::IntfId intfId, const PimJoinPrune& message );
    // A packet came in by an interface that the route does not expect it on.
    void handleData( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId );
-   // The source's tree has brought its first data: the route may win asserts.
+   // The source's tree has brought its first data, or its states have been decided: the
+   // route may win asserts.
    void handleSourceTree( const Routing::Pim::RouteKey& key );
    void handleNeighborLost( Vantu::IntfId intfId, const Vantu::IpGenAddr& address );
    void handleIntfGone( Vantu::IntfId intfId );
@@ -52,6 +54,8 @@ class PIMSM_API AssertEngine {
       RouteKey routeKey() const { return { source, group }; }
    };
 
+   // Has the source's own tree been joined, and brought data?
+   bool mayWin( const RouteKey& key );
    bool accept( const PimAssert& message );
    void tell( const Key& key, const Routing::Pim::SparseMode::AssertInfo& before,
               const Routing::Pim::SparseMode::AssertInfo& after );
@@ -61,12 +65,14 @@ class PIMSM_API AssertEngine {
    template <class Call>
    void each( const std::function<bool( const Key& )>& wanted, Call call );
    AssertMachine& machine( const Key& key );
+   void count( const Key& key );
    void settle( const Key& key );
 
    void send( const Key& key, const AssertMetric& metric );
 
    Routes& routes_;
    Links& links_;
+   const VrfConfig& config_;
    const Sender& sender_;
    Mox::Clock& clock_;
    Journal& journal_;

@@ -18,8 +18,10 @@ bool isCancel( const AssertMetric& metric ) {
 
 }
 
-AssertMachine::AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf, Hooks hooks )
+AssertMachine::AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf,
+                              const VrfConfig& config, Hooks hooks )
    : intf_( std::move( intf ) ),
+     config_( config ),
      hooks_( std::move( hooks ) ),
      expiry_( clock, [this] { handleTime(); } ) {}
 
@@ -36,9 +38,11 @@ bool AssertMachine::wildcard() const {
 bool AssertMachine::couldAssert() const {
    return wildcard() ? intf_->couldAssertWc() : intf_->couldAssertSg();
 }
-// The winner serves the link: not who has nothing to serve it with.
+// The winner serves the link: not who has nothing to serve it with. The metric of a route
+// that is to be joined at this turn's end is still infinite.
 bool AssertMachine::couldWin() const {
-   return couldAssert() && ( !hooks_.forwards || hooks_.forwards() );
+   return couldAssert() && !isCancel( ownMetric() ) &&
+          ( !hooks_.forwards || hooks_.forwards() );
 }
 // A lost (*,G) assert bars the source's joins from asserting, yet they are served:
 // whoever asserts for the source ends that.
@@ -160,15 +164,15 @@ void AssertMachine::adopt( double until ) {
    if ( intf_->assertInfo().assertState == iAmAssertWinner ) {
       if ( !hooks_.send ) return;
       const double now = expiry_.clock()->now();
-      return expiry_.startUntil( until != 0.0
-                                    ? std::max( until, now )
-                                    : now + assertTime - assertOverrideInterval );
+      return expiry_.startUntil( until != 0.0 ? std::max( until, now )
+                                              : now + config_.assertTime -
+                                                   assertOverrideInterval );
    }
    incoming_ = isIncoming();
    if ( until != 0.0 ) {
       expiry_.resume( until );
    } else {
-      expiry_.start( assertTime );
+      expiry_.start( config_.assertTime );
    }
 }
 
@@ -179,7 +183,7 @@ void AssertMachine::end() {
 void AssertMachine::win( uint8_t action ) {
    const AssertMetric metric = ownMetric();
    expiry_.cancel();
-   if ( hooks_.send ) expiry_.start( assertTime - assertOverrideInterval );
+   if ( hooks_.send ) expiry_.start( config_.assertTime - assertOverrideInterval );
    set( { iAmAssertWinner, metric }, action );
    send( metric );
 }
@@ -194,7 +198,7 @@ void AssertMachine::send( const AssertMetric& metric ) {
 
 void AssertMachine::lose( const AssertMetric& metric, uint8_t action ) {
    incoming_ = isIncoming();
-   expiry_.start( assertTime );
+   expiry_.start( config_.assertTime );
    set( { iAmAssertLoser, metric }, action );
 }
 

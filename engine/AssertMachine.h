@@ -24,6 +24,7 @@
 // 6. Event-loop thread.
 #pragma once
 
+#include "engine/Config.h"
 #include "engine/Timer.h"
 #include "model/Intf.h"
 #include "packet/Pim.h"
@@ -35,13 +36,13 @@ class PIMSM_API AssertMachine {
    using Intf = Routing::Pim::SparseMode::Intf;
    using AssertMetric = Routing::Pim::SparseMode::AssertMetric;
 
-   // RFC 7761, 4.11, in seconds. The winner repeats its assert that much earlier.
-   static constexpr double assertTime = 180.0;
+   // RFC 7761, 4.11, in seconds. The winner repeats its assert that much before the
+   // configured time is over.
    static constexpr double assertOverrideInterval = 3.0;
    static constexpr double leastInterval = 1.0;
 
    struct Hooks {
-      // Called when the record's state has changed: what it was, and is.
+      // Called when the record's state or winner has changed: what it was, and is.
       std::function<void( const Routing::Pim::SparseMode::AssertInfo&,
                           const Routing::Pim::SparseMode::AssertInfo& )>
          changed;
@@ -53,8 +54,9 @@ class PIMSM_API AssertMachine {
       // Has the route brought data that this router forwards? Empty: yes.
       std::function<bool()> forwards = {};
    };
-   // REQUIRES: the record's route lives.
-   AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf, Hooks hooks );
+   // REQUIRES: the record's route lives. The configuration outlives the machine.
+   AssertMachine( Mox::Clock& clock, Mox::Ptr<Intf> intf, const VrfConfig& config,
+                  Hooks hooks );
 
    // Handles an assert whose metric holds the sender's address; an infinite metric
    // with that address is a cancel. Returns whether anything changed.
@@ -102,6 +104,7 @@ class PIMSM_API AssertMachine {
    void set( const Routing::Pim::SparseMode::AssertInfo& info, uint8_t action );
 
    Mox::Ptr<Intf> intf_;
+   const VrfConfig& config_;
    Hooks hooks_;
    Timer expiry_;
    double lastSent_ = -leastInterval;

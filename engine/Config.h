@@ -166,6 +166,7 @@ struct VrfConfig {
    // Groups whose address names their RP (RFC 3956) are taken. False: they are refused.
    bool embeddedRp = true;
    double keepalivePeriod = 210.0;  // of a source; s
+   double assertTime = 180.0;       // s; the loser of an assert waits so long
    // Of registers (RFC 7761, 4.4 and 4.11). Times in seconds.
    Vantu::IntfId registerSource =
       {};  // its address sends them; empty: the source's link

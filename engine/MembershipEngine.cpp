@@ -57,7 +57,8 @@ void MembershipEngine::fix( IntfId intfId,
 }
 
 MembershipEngine::Hosts& MembershipEngine::hosts( IntfId intfId ) {
-   return hosts_.try_emplace( intfId, clock_, sender_, intfId ).first->second;
+   return hosts_.try_emplace( intfId, clock_, sender_, counters_, intfId )
+      .first->second;
 }
 
 const Querier* MembershipEngine::querier( IntfId intfId ) const {

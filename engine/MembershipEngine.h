@@ -75,8 +75,9 @@ class PIMSM_API MembershipEngine {
       bool operator==( const Fixed& ) const = default;
    };
    struct Hosts {
-      Hosts( Mox::Clock& clock, Sender& sender, Vantu::IntfId intfId )
-         : querier( clock, sender, intfId ) {}
+      Hosts( Mox::Clock& clock, Sender& sender, RouterCounters& counters,
+             Vantu::IntfId intfId )
+         : querier( clock, sender, counters, intfId ) {}
       Querier querier;
       uint32_t groupLimit = MembershipConfig().groupLimit;
       std::map<Vantu::IpGenAddr, Group> groups;

@@ -89,7 +89,7 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
                     upstream_.echoPrune( intfId, key, rp );
                  } ),
      membership_( routes_, links_, sender_, clock, &policy_, filters_, journal_ ),
-     asserts_( routes_, links_, sender_, clock, journal_ ),
+     asserts_( routes_, links_, config, sender_, clock, journal_ ),
      sources_( routes_, clock, topology_, config, sender_.speaks(), journal_ ),
      forwarding_(
         model,
@@ -100,6 +100,7 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
           [this]( const auto& key ) {
              const Journal::Handling handling( journal_, Published::byState );
              upstream_.review( key );
+             asserts_.handleSourceTree( key );
           },
           [this]( const auto& key, IntfId intfId, bool forwards ) {
              const Journal::Handling handling( journal_, Published::byState );

@@ -28,9 +28,11 @@ constexpr double kStartupsInInterval = 4;
 
 }
 
-Querier::Querier( Mox::Clock& clock, Sender& sender, Vantu::IntfId intfId )
+Querier::Querier( Mox::Clock& clock, Sender& sender, RouterCounters& counters,
+                  Vantu::IntfId intfId )
    : clock_( clock ),
      sender_( sender ),
+     counters_( counters ),
      intfId_( intfId ),
      next_( clock, [this] { handleQueryDue(); } ),
      other_( clock, [this] { handleOtherGone(); } ) {}
@@ -86,6 +88,7 @@ void Querier::handleQueryDue() {
 }
 
 void Querier::handleOtherGone() {
+   counters_.elected( querierChanges );
    useOwnTimes();
    handleQueryDue();
 }
@@ -104,6 +107,7 @@ bool Querier::receive( const IpGenAddr& from, const MembershipQuery& query ) {
    if ( general && query.maxResponse != 0.0 )
       times_.queryResponse = query.maxResponse;
    if ( !speaks() ) return true;
+   if ( asks() || querier_ != from ) counters_.elected( querierChanges );
    querier_ = from;
    startupLeft_ = 0;
    next_.cancel();

@@ -9,11 +9,12 @@
 //    non-querier  none for the other querier's time   querier      general query
 //
 // A router that only listens takes every query for the querier's. Event-loop thread;
-// clock and sender outlive it.
+// the constructor's arguments outlive it.
 #pragma once
 
 #include "engine/Config.h"
 #include "engine/GroupMembership.h"
+#include "engine/RouterCounters.h"
 #include "engine/Sender.h"
 
 namespace Router {
@@ -29,7 +30,8 @@ class PIMSM_API Querier {
       bool operator==( const Kept& ) const = default;
    };
 
-   Querier( Mox::Clock& clock, Sender& sender, Vantu::IntfId intfId );
+   Querier( Mox::Clock& clock, Sender& sender, RouterCounters& counters,
+            Vantu::IntfId intfId );
 
    // Call it before the first configIs().
    void adopt( const Kept& kept ) { adopted_ = kept; }
@@ -62,6 +64,7 @@ class PIMSM_API Querier {
 
    Mox::Clock& clock_;
    Sender& sender_;
+   RouterCounters& counters_;
    Vantu::IntfId intfId_;
    MembershipConfig config_;
    Vantu::IpGenAddr own_;

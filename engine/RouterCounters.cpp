@@ -51,6 +51,8 @@ RouterCounters::RouterCounters() {
    for ( JoinEvent event :
          { triggered, periodic, suppressed, overriding, prunesLeftOut } )
       add( joins_, "agent/joins", stringValue( event ) );
+   for ( Election outcome : { assertsWon, assertsLost, querierChanges } )
+      add( elections_, "agent/elections", stringValue( outcome ) );
    for ( uint32_t reason = notDropped + 1; reason < dropReasonCount; ++reason ) {
       add( dropped_, "agent/dropped",
            dropName( static_cast<DropReason>( reason ) ) );
@@ -81,6 +83,7 @@ std::string RouterCounters::text() const {
    append( out, "sent:", sent_ );
    append( out, "unsent:", unsent_ );
    append( out, "joins:", joins_ );
+   append( out, "elections:", elections_ );
    append( out, "dropped:", dropped_ );
    append( out, "refused:", refused_ );
    return out.empty() ? "no packets" : out;

@@ -2,7 +2,8 @@
 // "agent/packets" counts by message type, "agent/dropped" counts undecodable
 // packets by reason, "agent/refused" counts decoded ones without effect by reason,
 // "agent/sent" and "agent/unsent" count by message type what left and what could not,
-// "agent/joins" entries of join/prune messages.
+// "agent/joins" entries of join/prune messages, "agent/elections" the outcomes of those
+// on links.
 #pragma once
 
 #include <memory>
@@ -25,6 +26,14 @@ namespace Router {
 MOX_ENUM( JoinEvent, AGENT_JOIN_EVENTS )
 MOX_ENUM_TEXT( JoinEvent, AGENT_JOIN_EVENTS )
 
+// What routers on a link agree on without a word to the operator.
+#define AGENT_ELECTIONS( V )                                  \
+   V( assertsWon )     /* this router goes on, others stop */ \
+   V( assertsLost )    /* another forwards there now */       \
+   V( querierChanges ) /* another one asks hosts, or this one again */
+MOX_ENUM( Election, AGENT_ELECTIONS )
+MOX_ENUM_TEXT( Election, AGENT_ELECTIONS )
+
 class PIMSM_API RouterCounters {
  public:
    RouterCounters();
@@ -35,6 +44,7 @@ class PIMSM_API RouterCounters {
    void joins( JoinEvent event, uint64_t count = 1 ) {
       joins_[event]->inc( count );
    }
+   void elected( Election outcome ) { elections_[outcome]->inc(); }
    // REQUIRES: a reason other than notDropped; droppedCount() requires it, too.
    void dropped( DropReason reason, uint64_t count = 1 ) {
       dropped_[reason - 1]->inc( count );
@@ -66,6 +76,7 @@ class PIMSM_API RouterCounters {
    Counters sent_;
    Counters unsent_;
    Counters joins_;
+   Counters elections_;
    Counters dropped_;  // all but notDropped
    Counters refused_;
 };

@@ -97,17 +97,22 @@ void MfibWatch::readShared( const Published::MfibCache& cache ) {
       return;
    }
    const double now = real_.now();
-   const Sent is{ now, cache.bytes };
+   const Sent is{ now, cache.packets, cache.bytes, cache.wrongIf };
    const auto [found, isNew] = sent_.try_emplace( cache.key, is );
    Sent& before = found->second;
-   if ( isNew || cache.bytes < before.bytes ) {
+   if ( isNew || is.bytes < before.bytes || is.packets < before.packets ||
+        is.wrongIf < before.wrongIf ) {
       before = is;
       return;
    }
    if ( now - before.time < rateTime ) return;
    constexpr double kBits = 8.0 / 1000.0;  // in a byte, kbit
-   const double rate = static_cast<double>( cache.bytes - before.bytes ) * kBits /
-                       ( now - before.time );
+   // The bytes are those of all packets, as large on the one side as on the other.
+   const auto flowed = static_cast<double>( is.packets - before.packets );
+   const auto wrong = static_cast<double>( is.wrongIf - before.wrongIf );
+   const double share = flowed == 0.0 ? 0.0 : flowed / ( flowed + wrong );
+   const double rate = static_cast<double>( is.bytes - before.bytes ) * share *
+                       kBits / ( now - before.time );
    before = is;
    if ( rate > 0.0 ) protocol_.receiveShared( cache.key, rate );
 }

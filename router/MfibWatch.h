@@ -53,7 +53,7 @@ class PIMSM_API MfibWatch {
    // What the sources on shared trees had sent by when.
    struct Sent {
       double time;  // s
-      uint64_t bytes;
+      uint64_t packets, bytes, wrongIf;
    };
    std::unordered_map<Routing::Pim::RouteKey, Sent> sent_;
    std::unique_ptr<MoxTables> moxTables_;

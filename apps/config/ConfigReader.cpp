@@ -347,6 +347,8 @@ void VrfReader::readSeconds( Section& section, const char* key, double least,
 void VrfReader::readRegister( Section& section, VrfConfig& out ) {
    constexpr double kMost = 65535.0;
    readSeconds( section, "keepalive-period", 1.0, kMost, out.keepalivePeriod );
+   // The winner asserts again 3 s before.
+   readSeconds( section, "assert-time", 4.0, kMost, out.assertTime );
    readSeconds( section, "register-suppression-time", 1.0, kMost,
                 out.registerSuppressionTime );
    readSeconds( section, "register-probe-time", 0.1, kMost, out.registerProbeTime );

@@ -346,13 +346,21 @@ void World::lose( Words& words ) {
       ->downstreamDel( intf );
 }
 
-// kernel packet A on eth1 [4 s ago], kernel wrong A on eth1 [4 s ago], kernel counts A 5
+// kernel EVENT[, EVENT], in one turn
 void World::kernel( Words& words ) {
    if ( mfib_ == nullptr ) {
       mfib_ = Published::MfibStatus::mount(
          kernelSide_, Published::MfibStatus::mountPath( family(), config_.name ),
          Brane::tableWriter, 100 );
    }
+   do {
+      kernelEvent( words );
+   } while ( words.accept( "," ) );
+   kernelSide_.dispatch();
+}
+
+// packet A on eth1 [4 s ago], wrong A on eth1 [4 s ago], counts A 5 [wrong 3]
+void World::kernelEvent( Words& words ) {
    const std::string what = words.next();
    if ( what == "stop" ) return mfib_.reset();
    if ( what == "forwards" ) {
@@ -363,13 +371,15 @@ void World::kernel( Words& words ) {
    const Routing::Pim::RouteKey key = names_.route( words.next() );
    if ( what == "counts" ) {
       const auto count = static_cast<uint64_t>( words.number() );
-      mfib_->cacheIs(
-         { key, count, count * 100, 0, count == 0 ? 0.0 : clock_.now() } );
+      const uint64_t wrong =
+         words.accept( "wrong" ) ? static_cast<uint64_t>( words.number() ) : 0;
+      mfib_->cacheIs( { key, count, ( count + wrong ) * 100, wrong,
+                        count == 0 ? 0.0 : clock_.now() } );
    } else if ( what == "packet" || what == "wrong" || what == "shared" ) {
       if ( !words.accept( "on" ) ) throw ScriptError( "on which interface?" );
       const IntfId intf( words.next() );
       double age = 0.0;
-      if ( !words.atEnd() ) age = words.seconds();
+      if ( !words.atEnd() && words.peek() != "," ) age = words.seconds();
       words.accept( "ago" );
       mfib_->upcallIs( { { key, intf },
                          what == "packet"  ? Published::noCacheUpcall
@@ -380,7 +390,6 @@ void World::kernel( Words& words ) {
    } else {
       throw ScriptError( "the kernel does not tell that: " + what );
    }
-   kernelSide_.dispatch();
 }
 
 }

@@ -67,6 +67,7 @@ class World {
    void receive( Vantu::IntfId intf, const Router::IpPacket& packet );
    void message( Words& words, const std::string& intf );
    void kernel( Words& words );
+   void kernelEvent( Words& words );
    void lose( Words& words );
    void host( Words& words );
    void tell( const Published::Event& event );

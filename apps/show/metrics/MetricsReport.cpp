@@ -196,7 +196,9 @@ void addAgent( Exposition& out, const Counters& counters ) {
       { "agent/unsent", "pimsm_agent_packets_unsent_total", "type",
         "Messages that the agent could not send." },
       { "agent/joins", "pimsm_agent_joins_total", "event",
-        "What became of the agent's own joins and prunes." } };
+        "What became of the agent's own joins and prunes." },
+      { "agent/elections", "pimsm_agent_elections_total", "outcome",
+        "What the routers of a link agreed on." } };
    for ( const Row& row : kRows ) {
       counters.each( row.owner, [&]( const std::string& name, uint64_t value ) {
          out.counter( row.name, row.help, { { row.label, yangName( name ) } },

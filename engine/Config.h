@@ -83,6 +83,8 @@ struct InterfaceConfig {
    bool up = true;
    // False: nothing arrives by it at present. Its states stay.
    bool carrier = true;
+   // True: the two above are the host's state, not assumed.
+   bool observed = false;
    bool operator==( const InterfaceConfig& ) const = default;
 };
 

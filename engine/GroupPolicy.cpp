@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "engine/EmbeddedRp.h"
+#include "platform/pim/EmbeddedRp.h"
 
 namespace Router {
 
@@ -40,7 +40,7 @@ void GroupPolicy::configIs( const VrfConfig& config ) {
 std::optional<Refusal> GroupPolicy::refusalOfShared(
    const Vantu::IpGenAddr& group ) const {
    if ( sourceSpecific( group ) ) return ssmGroup;
-   const auto rp = embeddedRp( group );
+   const auto rp = Routing::Pim::embeddedRp( group );
    if ( rp && ( !embeddedRps_ || rp->isUnspecified() ) ) return noEmbeddedRp;
    return std::nullopt;
 }

@@ -57,7 +57,7 @@ void MembershipEngine::fix( IntfId intfId,
 }
 
 MembershipEngine::Hosts& MembershipEngine::hosts( IntfId intfId ) {
-   return hosts_.try_emplace( intfId, clock_, sender_, counters_, intfId )
+   return hosts_.try_emplace( intfId, clock_, sender_, journal_.counters(), intfId )
       .first->second;
 }
 

@@ -40,6 +40,7 @@ bool Neighbors::receiveHello( const Vantu::IpGenAddr& from,
    if ( isNew ) {
       neighbor.expiry =
          std::make_unique<Timer>( clock_, [this, from] { forget( from ); } );
+      neighbor.since = clock_.now();
    }
    neighbor.expiry->start( holdtime );
    if ( isNew ) {
@@ -72,20 +73,20 @@ void Neighbors::takeAddresses( const IpGenAddr& by,
       observer_.event( loser, NeighborEvent::moved );
 }
 
-void Neighbors::adopt( const Vantu::IpGenAddr& from, const PimHello& hello,
-                       std::optional<double> until ) {
-   const double holdtime = holdtimeOf( hello );
+void Neighbors::adopt( const Vantu::IpGenAddr& from, const Kept& kept ) {
+   const double holdtime = holdtimeOf( kept.hello );
    if ( holdtime == 0.0 || size() >= maxNeighbors ) return;
    Neighbor& neighbor = neighbors_[from];
-   neighbor.hello = hello;
+   neighbor.hello = kept.hello;
+   neighbor.since = kept.since;
    neighbor.expiry =
       std::make_unique<Timer>( clock_, [this, from] { forget( from ); } );
    neighbor.expiry->start( holdtime );
-   if ( until ) {
+   if ( kept.until ) {
       const double now = clock_.now();
       const double nextHello = now + holdtime / hellosInHoldtime;
-      neighbor.expiry->resume( *until > now ? std::max( *until, nextHello )
-                                            : *until );
+      neighbor.expiry->resume(
+         *kept.until > now ? std::max( *kept.until, nextHello ) : *kept.until );
    }
    observer_.changed();
 }

@@ -50,15 +50,21 @@ class PIMSM_API Neighbors {
    // Returns false when there are too many neighbours.
    bool receiveHello( const Vantu::IpGenAddr& from, const PimHello& hello );
 
-   // Takes over a former process's neighbour with the end of its hold time. Without
-   // a known end, the default hold time starts now: the next hello comes within the
-   // hello period. No event is told.
-   void adopt( const Vantu::IpGenAddr& from, const PimHello& hello,
-               std::optional<double> until );
+   // A former process's neighbour: the end of its hold time, and since when it is one
+   // (0: not known).
+   struct Kept {
+      PimHello hello;
+      std::optional<double> until = std::nullopt;
+      double since = 0.0;
+   };
+   // Takes it over. Without a known end, the default hold time starts now: the next
+   // hello comes within the hello period. No event is told.
+   void adopt( const Vantu::IpGenAddr& from, const Kept& kept );
 
    struct Neighbor {
       PimHello hello;  // the last one, without addresses that another told since
       std::unique_ptr<Timer> expiry;
+      double since = 0.0;  // 0: not known
    };
    const std::map<Vantu::IpGenAddr, Neighbor>& all() const { return neighbors_; }
    bool has( const Vantu::IpGenAddr& address ) const;

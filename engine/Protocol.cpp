@@ -189,10 +189,10 @@ void Protocol::endStates( IntfId intfId ) {
 }
 
 void Protocol::adoptNeighbor( IntfId intfId, const IpGenAddr& address,
-                              const PimHello& hello, std::optional<double> until ) {
+                              const Neighbors::Kept& kept ) {
    Link* link = links_.find( intfId );
    if ( link == nullptr || link->isOwn( address ) ) return;
-   link->neighbors().adopt( address, hello, until );
+   link->neighbors().adopt( address, kept );
 }
 
 void Protocol::adopt( const KeptTimers& kept,

@@ -76,7 +76,7 @@ class PIMSM_API Protocol {
 
    // As Neighbors::adopt(), but ignores this router's own addresses.
    void adoptNeighbor( Vantu::IntfId intfId, const Vantu::IpGenAddr& address,
-                       const PimHello& hello, std::optional<double> until );
+                       const Neighbors::Kept& kept );
 
    // Called once, when the model has been reloaded: the engines resume its states.
    void adopt( const KeptTimers& kept,

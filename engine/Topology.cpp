@@ -1,6 +1,6 @@
 #include "engine/Topology.h"
 
-#include "engine/EmbeddedRp.h"
+#include "platform/pim/EmbeddedRp.h"
 
 namespace Router {
 
@@ -105,7 +105,8 @@ Topology::Path Topology::pathTo( const IpGenAddr& address ) const {
 }
 
 IpGenAddr Topology::rpOf( const IpGenAddr& group ) const {
-   if ( const std::optional<IpGenAddr> embedded = embeddedRp( group ) )
+   if ( const std::optional<IpGenAddr> embedded =
+           Routing::Pim::embeddedRp( group ) )
       return embeddedRps_ ? *embedded : IpGenAddr::unspecified( group.family() );
    const auto found = rps_.find( group );
    return found ? found->value : IpGenAddr::unspecified( group.family() );

@@ -2,6 +2,8 @@
 
 #include <map>
 
+#include "platform/pim/EmbeddedRp.h"
+
 namespace Published {
 
 namespace Sm = Routing::Pim::SparseMode;
@@ -53,13 +55,20 @@ std::optional<std::map<Mox::String, Acl::AclRules>> listsOf(
 
 GroupRanges::GroupRanges( Vantu::AddressFamily family,
                           const FamilyStatus& tables ) {
-   if ( mounted( tables.rp() ) ) {
+   rpsKnown_ = mounted( tables.rp() );
+   if ( rpsKnown_ ) {
       tables.rp().visit( nullptr, [this]( const Rp& record ) {
          const RpKey& range = record.key;
          if ( range.length <= Vantu::addressBits( range.group.family() ) )
             rps_.insert( { range.group, range.length }, record );
          return true;
       } );
+   }
+   if ( const auto embeds = settingOf( tables, "embedded-rp" ) )
+      embeds_ = *embeds == "yes";
+   if ( mounted( tables.ownAddress() ) ) {
+      for ( const OwnAddressKey& key : tables.ownAddress().keys() )
+         own_.insert( key.address );
    }
    const auto filter = settingOf( tables, "ssmFilter" );
    const auto count = settingOf( tables, "access-rules" );
@@ -74,16 +83,37 @@ GroupRanges::GroupRanges( Vantu::AddressFamily family,
    Sm::SsmGroupSmIs( config_, known, ssm_ );
 }
 
+GroupRanges::Mapping GroupRanges::rpMapping( const Vantu::IpGenAddr& group ) const {
+   if ( const auto embedded = Routing::Pim::embeddedRp( group ) ) {
+      if ( !embeds_ ) return {};
+      if ( !*embeds_ || embedded->isUnspecified() ) return { Mapping::none };
+      return { Mapping::embedded, *embedded, {}, own_.contains( *embedded ) };
+   }
+   if ( !rpsKnown_ ) return {};
+   const auto found = rps_.find( group );
+   if ( !found ) return { Mapping::none };
+   const Rp& rp = found->value;
+   return { Mapping::configured,
+            rp.address,
+            { rp.key.group, static_cast<uint8_t>( rp.key.length ) },
+            rp.own };
+}
+
+GroupRanges::Mapping GroupRanges::mapping( const Vantu::IpGenAddr& group ) const {
+   if ( sourceSpecific( group ).value_or( false ) )
+      return { Mapping::sourceSpecific };
+   return rpMapping( group );
+}
+
 std::optional<Vantu::IpGenAddr> GroupRanges::rp(
    const Vantu::IpGenAddr& group ) const {
-   const auto found = rps_.find( group );
-   if ( !found ) return std::nullopt;
-   return found->value.address;
+   const Mapping mapping = rpMapping( group );
+   if ( mapping.rule < Mapping::embedded ) return std::nullopt;
+   return mapping.rp;
 }
 
 bool GroupRanges::ownRp( const Vantu::IpGenAddr& group ) const {
-   const auto found = rps_.find( group );
-   return found && found->value.own;
+   return rpMapping( group ).own;
 }
 
 std::optional<bool> GroupRanges::sourceSpecific(

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <optional>
+#include <set>
 
 #include "platform/trie/PrefixMap.h"
 #include "published/Status.h"
@@ -15,7 +16,21 @@ class PIMSM_API GroupRanges {
    // The tables may be missing: then all answers are unknown.
    GroupRanges( Vantu::AddressFamily family, const FamilyStatus& tables );
 
-   // The configured RP; nothing when there is none or it is unknown.
+   // What gives a group its RP.
+   struct Mapping {
+      enum Rule { unknown, none, sourceSpecific, embedded, configured };
+      Rule rule = unknown;
+      Vantu::IpGenAddr rp = {};       // of the last two
+      Vantu::IpGenPrefix range = {};  // of `configured`
+      bool own = false;               // the RP is this router
+   };
+   // A source-specific group needs no RP; an address that carries one (RFC 3956) has
+   // that or none; of configured ranges the longest counts. Where it is not known
+   // which groups are source-specific, the RP is told.
+   Mapping mapping( const Vantu::IpGenAddr& group ) const;
+
+   // The RP, be the group source-specific or not; nothing when there is none or it is
+   // unknown.
    std::optional<Vantu::IpGenAddr> rp( const Vantu::IpGenAddr& group ) const;
    // Is this router the group's RP?
    bool ownRp( const Vantu::IpGenAddr& group ) const;
@@ -24,7 +39,12 @@ class PIMSM_API GroupRanges {
    std::optional<bool> sourceSpecific( const Vantu::IpGenAddr& group ) const;
 
  private:
+   Mapping rpMapping( const Vantu::IpGenAddr& group ) const;
+
    Routing::PrefixMap<Rp> rps_;
+   bool rpsKnown_ = false;
+   std::optional<bool> embeds_;  // do addresses carry RPs?
+   std::set<Vantu::IpGenAddr> own_;
    // Null when the lists are unknown.
    Mox::Ptr<Routing::Pim::SparseMode::Config> config_;
    Mox::Ptr<Routing::Pim::SparseMode::SsmGroupInfo> ssm_;

@@ -36,7 +36,12 @@ void PimMirror::onInterface() {
    } );
 }
 
+// An interface that is down is none, as in the agent.
 void PimMirror::take( const Interface& record ) {
+   if ( record.link == linkDown ) {
+      pim_->intfDel( record.key );
+      return;
+   }
    Mox::Ptr<Routing::Pim::Intf> intf = pim_->intfIs( record.key );
    intf->addrIs( { record.address, record.prefixLength } );
    intf->iAmDrIs( record.iAmDr );

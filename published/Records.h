@@ -8,6 +8,11 @@
 namespace Published {
 
 // clang-format off
+#define PUBLISHED_LINK_STATES( V ) \
+   V( linkUnknown ) V( linkUp )    \
+   V( linkDown )    /* or without the address that it should have */ \
+   V( linkWithoutCarrier )
+
 #define PUBLISHED_INTERFACE( FIELD ) \
    FIELD( Vantu::IntfId,    key,          {} ) \
    FIELD( Vantu::IpGenAddr, address,      {} ) /* primary, of the family */ \
@@ -21,7 +26,8 @@ namespace Published {
    FIELD( Vantu::IpGenAddr, querier,      {} ) /* of hosts */ \
    FIELD( double,           otherQuerierUntil, 0.0 ) /* 0: it is this router */ \
    FIELD( double,           nextQuery,    0.0 ) \
-   FIELD( uint32_t,         startupQueries, 0 ) /* still to be sent at start-up */
+   FIELD( uint32_t,         startupQueries, 0 ) /* still to be sent at start-up */ \
+   FIELD( Published::LinkState, link,     linkUnknown ) /* down: all else is configuration */
 
 #define PUBLISHED_OWN_ADDRESS_KEY( FIELD ) \
    FIELD( Vantu::IntfId,    intfId,  {} ) \
@@ -51,7 +57,8 @@ namespace Published {
    FIELD( bool,                   trackingSupport,  false ) \
    FIELD( uint32_t,               holdtime,         0 ) /* s; 65535: for ever */ \
    FIELD( double,                 until,            0.0 ) /* 0: not known */ \
-   FIELD( double,                 lastJoins,        0.0 ) /* periodic ones sent to it; 0: none */
+   FIELD( double,                 lastJoins,        0.0 ) /* periodic ones sent to it; 0: none */ \
+   FIELD( double,                 since,            0.0 ) /* it is a neighbour; 0: not known */
 
 #define PUBLISHED_NEIGHBOR_ADDRESS_KEY( FIELD ) \
    FIELD( Vantu::IntfId,    intfId,   {} ) \
@@ -112,6 +119,10 @@ namespace Published {
    FIELD( Published::CounterKey, key,   {} ) \
    FIELD( uint64_t,              value, 0 )
 // clang-format on
+
+// The state of a host's interface, where the publishing process knows it.
+MOX_ENUM( LinkState, PUBLISHED_LINK_STATES )
+MOX_ENUM_TEXT( LinkState, PUBLISHED_LINK_STATES )
 
 struct Interface {
    PUBLISHED_INTERFACE( MOX_RECORD_FIELD )

@@ -14,7 +14,7 @@ constexpr uint32_t kMaxRegistering = 16384;
 constexpr uint32_t kMaxRps = 1024;
 constexpr uint32_t kMaxAccessRules = 4096;
 constexpr uint32_t kMaxSettings = 64;
-constexpr uint32_t kMaxCounters = 2048;
+constexpr uint32_t kMaxCounters = 8192;
 
 template <class T>
 Mox::Ptr<T> entityAt( Corvex::EntityManager& manager, Mox::StringView path ) {

@@ -27,7 +27,8 @@ Published::Neighbor neighborRecord( IntfId intfId, const IpGenAddr& address,
             hello.holdtime.value_or(
                static_cast<uint16_t>( Neighbors::defaultHoldtime ) ),
             neighbor.expiry->until(),
-            lastJoins };
+            lastJoins,
+            neighbor.since };
 }
 
 PimHello helloOf( const Published::Neighbor& record ) {
@@ -43,6 +44,26 @@ PimHello helloOf( const Published::Neighbor& record ) {
    return hello;
 }
 
+Published::LinkState stateOf( const InterfaceConfig& config ) {
+   if ( !config.observed ) return Published::linkUnknown;
+   if ( !config.up ) return Published::linkDown;
+   return config.carrier ? Published::linkUp : Published::linkWithoutCarrier;
+}
+
+// An interface that is no link at present; nothing for one without an address.
+std::optional<Published::Interface> downRecord( const InterfaceConfig& config,
+                                                Vantu::AddressFamily family ) {
+   if ( config.up ) return std::nullopt;
+   for ( const InterfaceAddress& each : config.addresses ) {
+      if ( each.address.family() != family ) continue;
+      Published::Interface out{ .key = config.name, .address = each.address };
+      out.prefixLength = static_cast<uint8_t>( each.subnet.length() );
+      out.link = stateOf( config );
+      return out;
+   }
+   return std::nullopt;
+}
+
 Published::Interface interfaceRecord( const Link& link, const Querier* querier,
                                       const Routing::Pim::Intf& intf ) {
    Published::Interface out{ .key = link.intfId(), .address = intf.addr().address };
@@ -50,6 +71,7 @@ Published::Interface interfaceRecord( const Link& link, const Querier* querier,
    out.iAmDr = intf.iAmDr();
    out.neighbors = static_cast<uint32_t>( link.neighbors().size() );
    out.dr = link.neighbors().dr();
+   out.link = stateOf( link.config() );
    if ( const auto hello = link.hello().kept() ) {
       out.speaks = true;
       out.generationId = hello->generationId;
@@ -118,7 +140,8 @@ Published::Setting setting( const char* name, const std::string& value ) {
 
 }
 
-void publishLinks( Published::FamilyStatus& tables, const Protocol& protocol,
+void publishLinks( Published::FamilyStatus& tables, Vantu::AddressFamily family,
+                   const VrfConfig& config, const Protocol& protocol,
                    const Routing::Pim::Status& pimStatus ) {
    std::vector<Published::Interface> interfaces;
    std::vector<Published::Neighbor> neighbors;
@@ -137,6 +160,10 @@ void publishLinks( Published::FamilyStatus& tables, const Protocol& protocol,
          for ( const IpGenAddr& each : neighbor.hello.addresses )
             addresses.push_back( { { intfId, address, each } } );
       }
+   }
+   for ( const InterfaceConfig& each : config.interfaces ) {
+      if ( const auto down = downRecord( each, family ) )
+         interfaces.push_back( *down );
    }
    Published::publishInterfaces( tables, interfaces );
    Published::publishOwnAddresses( tables, own );
@@ -158,6 +185,7 @@ void publishConfig( Published::FamilyStatus& tables, Vantu::AddressFamily family
       { setting( "maxRoutes", std::to_string( model.maxRoutes() ) ),
         setting( "maxRouteIntfs", std::to_string( model.maxRouteIntfs() ) ),
         setting( "require-hello", config.requireHello ? "yes" : "no" ),
+        setting( "embedded-rp", config.embeddedRp ? "yes" : "no" ),
         setting( "ssmFilter", ssmFilter ), setting( "frrFilter", frrFilter ),
         // When fewer rules had room, readers treat the lists as unknown.
         setting( "access-rules", std::to_string( rules.size() ) ) } );
@@ -192,11 +220,10 @@ void adoptNeighbors( Protocol& protocol, const Published::FamilyStatus& tables )
    for ( const Published::NeighborKey& key : tables.neighbor().keys() ) {
       Published::Neighbor record;
       if ( tables.neighbor().find( key, record ) != Brane::lookupFound ) continue;
-      std::optional<double> until;
-      if ( record.until != 0.0 ) until = record.until;
-      PimHello hello = helloOf( record );
-      hello.addresses = addresses[key];
-      protocol.adoptNeighbor( key.intfId, key.address, hello, until );
+      Neighbors::Kept kept{ helloOf( record ), std::nullopt, record.since };
+      if ( record.until != 0.0 ) kept.until = record.until;
+      kept.hello.addresses = addresses[key];
+      protocol.adoptNeighbor( key.intfId, key.address, kept );
    }
 }
 

@@ -7,9 +7,10 @@
 
 namespace Router {
 
-// Publishes the interfaces with address and DR role, and their neighbours.
-// `pimStatus` is the protocol's own.
+// Publishes the interfaces with address and DR role, and their neighbours; those that
+// are down, too. `pimStatus` is the protocol's own.
 PIMSM_API void publishLinks( Published::FamilyStatus& tables,
+                             Vantu::AddressFamily family, const VrfConfig& config,
                              const Protocol& protocol,
                              const Routing::Pim::Status& pimStatus );
 

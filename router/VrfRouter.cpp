@@ -185,7 +185,7 @@ void VrfRouter::handleTurnEnd() {
    publishTimers();
    familyCounters_.follow( vrf_.writer() );
    if ( std::exchange( publishDue_, false ) ) {
-      publishLinks( *vrf_.published(), protocol_, *pimStatus_ );
+      publishLinks( *vrf_.published(), family_, config_, protocol_, *pimStatus_ );
       publishConfig( *vrf_.published(), family_, config_, *vrf_.model() );
    }
    vrf_.handleTurnEnd();

@@ -391,6 +391,8 @@ DropReason Agent::decode( const Frame& frame ) {
    if ( family == nullptr || binding.interface.empty() ) {
       counters_.refused( noAddress );
    } else {
+      if ( wire_ )
+         wire_->counters().received( binding.vrf, binding.interface, message );
       family->router().receive( binding.interface, packet, message );
    }
    return notDropped;

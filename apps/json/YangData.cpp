@@ -22,7 +22,7 @@ Json instance( const std::string& vrf, Json routing ) {
 Json envelope( const Mirror& mirror, const char* member, Json value ) {
    Json family;
    family["address-family"] = "ietf-routing:" + familyName( mirror.family );
-   family[member] = std::move( value );
+   if ( !value.is_null() ) family[member] = std::move( value );
    Json routing;
    routing["control-plane-protocols"]["ietf-pim-base:pim"]["address-family"]
       .push_back( std::move( family ) );
@@ -52,6 +52,13 @@ std::string timeticks( double seconds ) {
    constexpr double kLongest = 1e12;
    double bounded = seconds > 0 ? std::min( seconds, kLongest ) : 0;
    return std::to_string( static_cast<uint64_t>( bounded * 100 ) );
+}
+
+Json expirationJson( double seconds ) {
+   // A table may hold any number, even no number at all.
+   constexpr double kLongest = 65535.0;
+   if ( seconds > kLongest ) return "infinity";
+   return seconds > 0 ? static_cast<uint16_t>( seconds ) : 0;
 }
 
 std::string jsonText( const Json& json, int indent ) {

@@ -10,7 +10,8 @@
 namespace Show {
 
 // The vrf, family, writer and data of a mirror. The data are the VRF's network
-// instance (RFC 8529), which holds this one member of the family's PIM state.
+// instance (RFC 8529), which holds this one member of the family's PIM state; none if the
+// value is null, for unknown.
 nlohmann::ordered_json envelope( const Mirror& mirror, const char* member,
                                  nlohmann::ordered_json value );
 
@@ -20,6 +21,9 @@ std::string yangName( Mox::StringView enumerator, Mox::StringView prefix = "" );
 
 // Hundredths of a second, as a text: RFC 7951 wants that for 64-bit numbers.
 std::string timeticks( double seconds );
+
+// The time left as a timer-value-seconds16 of RFC 8294: whole seconds, or "infinity".
+nlohmann::ordered_json expirationJson( double seconds );
 
 // A document, or one line without indentation. Bytes of a name that are no UTF-8
 // are replaced.

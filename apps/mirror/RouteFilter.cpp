@@ -32,7 +32,7 @@ bool RouteFilter::matches( const Route& route ) const {
 
 bool RouteFilter::matches( const Intf& intf ) const {
    if ( forwarding && intf.forward() != *forwarding ) return false;
-   return iface.empty() || intf.intfId().name() == iface;
+   return matches( intf.intfId() );
 }
 
 Vantu::IpGenPrefix prefixArgument( const std::string& text ) {

@@ -32,6 +32,10 @@ struct RouteFilter {
    bool active() const;
    // Checks group and source only.
    bool matches( const Routing::Pim::RouteKey& key ) const;
+   // Checks the interface only.
+   bool matches( Vantu::IntfId intfId ) const {
+      return iface.empty() || intfId.name() == iface;
+   }
    bool matches( const Routing::Pim::SparseMode::Route& route ) const;
    bool matches( const Routing::Pim::SparseMode::Intf& intf ) const;
 };

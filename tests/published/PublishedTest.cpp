@@ -63,6 +63,12 @@ TEST_F( Publishing, AMirrorFollowsTheInterfaces ) {
    EXPECT_FALSE( eth0->iAmDr() );
    EXPECT_EQ( model->pimStatus()->intf( intfId( "eth1" ) ), nullptr );
 
+   Interface down = interface( "eth1", "192.0.3.1", true );
+   down.link = linkDown;
+   publishInterfaces( *tables, { interface( "eth0", "192.0.2.2", false ), down } );
+   exchange();
+   EXPECT_EQ( model->pimStatus()->intf( intfId( "eth1" ) ), nullptr );
+
    // Damaged records are not used.
    publishInterfaces( *tables, { interface( "eth0", "192.0.2.3", true ) } );
    Mox::Test::breakRecord( root.path() + '/' + path() + "/interface",
@@ -161,6 +167,21 @@ TEST_F( Publishing, ReadersKnowWhatTheConfigurationSaysOfGroups ) {
                           { { addr( "239.1.0.0" ), 16 }, addr( "192.0.2.11" ) } } );
    EXPECT_EQ( rp( "239.1.2.3" ), "192.0.2.10" );
    EXPECT_EQ( rp( "239.2.2.3" ), "192.0.2.9" );
+
+   // The group's address has its RP, where the configuration lets it.
+   const auto embeds = [&]( const char* says ) {
+      publishSettings( *tables,
+                       { { Text<32>( "embedded-rp" ), Text<224>( says ) } } );
+      return rp( "ff7e:140:2001:db8::1" );
+   };
+   publishOwnAddresses( *tables,
+                        { { { intfId( "eth0" ), addr( "2001::1" ), 0 } } } );
+   EXPECT_EQ( rp( "ff7e:140:2001:db8::1" ), "none" ) << "it is not known";
+   EXPECT_EQ( embeds( "no" ), "none" );
+   EXPECT_EQ( embeds( "yes" ), "2001:db8::1" );
+   EXPECT_FALSE( ranges().ownRp( addr( "ff7e:140:2001:db8::1" ) ) );
+   EXPECT_TRUE( ranges().ownRp( addr( "ff7e:110:2001::1" ) ) );
+   EXPECT_EQ( rp( "ff7e:40:2001:db8::1" ), "none" ) << "not a valid one";
 
    policy( "", "0" );
    EXPECT_EQ( ssm( "232.1.2.3" ), Known( true ) );

@@ -53,6 +53,7 @@ VrfConfig presentConfig( VrfConfig config, AddressFamily family,
       const auto first = std::find_if(
          interface.addresses.begin(), interface.addresses.end(),
          [&]( const auto& own ) { return own.address.family() == family; } );
+      interface.observed = true;
       interface.up = link != nullptr && link->up;
       if ( !interface.up || first == interface.addresses.end() ) continue;
       interface.mtu = link->mtu;

@@ -38,7 +38,7 @@ bool Wire::send( const L3::VrfName& vrf, const std::string& device,
    }
    try {
       sockets( way, index ).send( message );
-      counters_.count( vrf, message );
+      counters_.sent( vrf, message );
       return true;
    } catch ( const std::system_error& e ) {
       note( way, e.what() );

@@ -6,8 +6,8 @@
 #include <random>
 
 #include "apps/agent/wire/HostLinks.h"
+#include "apps/agent/wire/LinkCounters.h"
 #include "apps/agent/wire/LinkSockets.h"
-#include "apps/agent/wire/SentCounters.h"
 #include "apps/agent/wire/UnicastHearing.h"
 #include "platform/loop/Clock.h"
 
@@ -36,6 +36,8 @@ class Wire {
    bool send( const L3::VrfName& vrf, const std::string& device,
               const Router::Outgoing& message );
 
+   LinkCounters& counters() { return counters_; }
+
    // A random number from 0 to below 1.
    double uniform() { return distribution_( random_ ); }
 
@@ -55,7 +57,7 @@ class Wire {
    std::function<void( const std::string& )> note_;
    std::map<Way, LinkSockets> sockets_;
    std::map<Way, double> noted_;  // when
-   SentCounters counters_;
+   LinkCounters counters_;
    std::mt19937 random_{ std::random_device()() };
    std::uniform_real_distribution<double> distribution_;
    std::map<Vantu::AddressFamily, UnicastHearing> hearing_;

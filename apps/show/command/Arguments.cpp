@@ -5,6 +5,7 @@
 #include <iostream>
 #include <limits>
 #include <map>
+#include <numeric>
 #include <sstream>
 #include <tuple>
 
@@ -30,6 +31,23 @@ struct Given {
    std::vector<std::string> kinds;
 };
 
+constexpr std::pair<double, double> kIntervals = { 1.0, 3600.0 };  // s
+constexpr std::pair<double, double> kFirst = { 1, 1000000 };
+
+// The check of a text that must be one of these words.
+std::string oneOf( const std::string& text,
+                   std::initializer_list<const char*> words ) {
+   std::string all;
+   for ( const char* word : words ) {
+      if ( text == word ) return "";
+      all += ( all.empty()                    ? ""
+               : word == *( words.end() - 1 ) ? " or "
+                                              : ", " ) +
+             std::string( word );
+   }
+   return text + " is not " + all;
+}
+
 std::string interfaceName( const std::string& text ) {
    if ( text.size() <= Vantu::IntfId::maxLength ) return filled( text );
    return text + " is no interface's name: it has more than " +
@@ -53,6 +71,15 @@ class Declaration {
             ->type_name( type )
             ->check( check )
             ->capture_default_str();
+   }
+   template <class Number>
+   void number( const char* name, Number& into,
+                const std::pair<double, double>& range, const char* type,
+                const char* help ) const {
+      if ( !refuses( name ) )
+         app_.add_option( name, into, help )
+            ->type_name( type )
+            ->check( CLI::Range( range.first, range.second ) );
    }
    void flag( const char* name, bool& into, const char* help ) const {
       if ( !refuses( name ) ) app_.add_flag( name, into, help );
@@ -92,6 +119,30 @@ void declare( const Declaration& at, Arguments& arguments, Given& given ) {
    at.flag( "--json", arguments.json, "One JSON document" );
    at.flag( "--json-lines", arguments.jsonLines,
             "One JSON document a route or change" );
+   at.flag( "--oneline", arguments.oneline, "A line a route" );
+   at.text( "--sort", arguments.sort, "group|packets|rate",
+            "Order of the routes; most packets or the highest rate first",
+            []( const std::string& text ) {
+               return oneOf( text, { "group", "packets", "rate" } );
+            } );
+   at.number( "--interval", arguments.interval, kIntervals, "S",
+              "Seconds between two readings of the counters, for rates" );
+}
+
+void declareTop( const Declaration& at, Arguments& arguments ) {
+   at.text( "--by", arguments.by, "packets|bits", "What makes a stream come first",
+            []( const std::string& text ) {
+               return oneOf( text, { "packets", "bits" } );
+            } );
+   at.number( "--first", arguments.first, kFirst, "N",
+              "Only so many streams; without: 20, or what the terminal holds" );
+}
+
+void declareMetrics( const Declaration& at, Arguments& arguments ) {
+   at.text( "--output", arguments.output, "FILE", "Replace this file, whole" );
+   at.text( "--listen", arguments.listen, "[ADDRESS:]PORT",
+            "Serve the metrics by HTTP, at /metrics; without an address on this "
+            "host alone" );
 }
 
 // Refuses contradictions, whether the options stand before the command or behind
@@ -103,8 +154,11 @@ void refuseContradictions( const Arguments& arguments, const Given& given ) {
       { given.forwarding && given.notForwarding, "--not-forwarding",
         "excludes --forwarding" },
       { arguments.json && arguments.jsonLines, "--json-lines", "excludes --json" },
-      { arguments.detail && json, "--detail",
-        "is for text: JSON has every field" } };
+      { arguments.detail && json, "--detail", "is for text: JSON has every field" },
+      { arguments.oneline && ( json || arguments.detail || arguments.count ),
+        "--oneline", "is a form of its own" },
+      { !arguments.listen.empty() && !arguments.output.empty(), "--listen",
+        "excludes --output" } };
    for ( const auto& [contradict, name, says] : rows ) {
       if ( contradict ) throw CLI::ValidationError( name, says );
    }
@@ -163,14 +217,20 @@ struct CommandRow {
 };
 
 std::vector<CommandRow> commands() {
-   const Declaration::Names forms = { "--count", "--detail", "--json-lines" };
-   Declaration::Names routes = forms;
-   routes.insert( routes.end(), { "--iface", "--iif", "--kind", "--forwarding",
-                                  "--not-forwarding" } );
-   Declaration::Names all = routes;
-   all.insert( all.end(), { "--group", "--source" } );
-   Declaration::Names any = all;
-   any.push_back( "--json" );
+   using Names = Declaration::Names;
+   const auto with = []( Names names, std::initializer_list<const char*> more ) {
+      names.insert( names.end(), more );
+      return names;
+   };
+   const Names rates = { "--oneline", "--sort", "--interval" };
+   const Names list = with( rates, { "--json-lines" } );
+   const Names forms = with( list, { "--count", "--detail" } );
+   const Names routes = with(
+      forms, { "--iface", "--iif", "--kind", "--forwarding", "--not-forwarding" } );
+   const Names all = with( routes, { "--group", "--source" } );
+   const Names any = with( all, { "--json" } );
+   const Names rows = with(
+      list, { "--detail", "--iif", "--kind", "--forwarding", "--not-forwarding" } );
    return {
       { routesCommand, "routes", "Routes and interfaces (the default)", {} },
       { statusCommand, "status", "Tables: room, writer, counts", all },
@@ -178,22 +238,83 @@ std::vector<CommandRow> commands() {
         all },
       { checkCommand, "check", "What in the tables contradicts itself", forms },
       { interfacesCommand, "interfaces",
-        "Interfaces: address, DR, joins, members, asserts", forms },
+        "Interfaces: state, address, DR, joins, members, asserts", list },
+      { neighborsCommand, "neighbors", "PIM neighbours, as their last hellos told",
+        with( rows, { "--group", "--source" } ) },
+      { rpsCommand, "rps", "RPs by group range; with --group the RP of one group",
+        with( rows, { "--source", "--iface" } ) },
+      { membersCommand, "members", "Groups that hosts ask for, by interface",
+        rows },
+      { topCommand,
+        "top",
+        "Streams by packets or bits a second; without a terminal once",
+        { "--count", "--detail", "--json-lines", "--oneline", "--sort",
+          "--forwarding", "--not-forwarding" } },
       { registersCommand, "registers",
         "(S,G) whose packets are registered or not, and why", routes },
       { advertisedCommand, "advertised", "(S,G) advertised to other RPs", routes },
       { histogramCommand, "histogram",
         "How many groups sources have, and sources groups", all },
       { metricsCommand, "metrics", "Counts for Prometheus", any },
-      { watchCommand,
-        "watch",
-        "The same live; without a terminal a line a change",
-        { "--count", "--detail", "--json" } },
-      { logCommand,
-        "log",
-        "What happened, and why",
-        { "--iif", "--kind", "--forwarding", "--not-forwarding", "--count",
-          "--detail" } } };
+      { watchCommand, "watch", "The same live; without a terminal a line a change",
+        with( rates, { "--count", "--detail", "--json" } ) } };
+}
+
+// The number of letters to insert, remove or exchange to make one word of the other.
+size_t distance( std::string_view a, std::string_view b ) {
+   std::vector<size_t> row( b.size() + 1 );
+   std::iota( row.begin(), row.end(), size_t( 0 ) );
+   for ( size_t i = 0; i < a.size(); ++i ) {
+      size_t diagonal = std::exchange( row[0], i + 1 );
+      for ( size_t k = 0; k < b.size(); ++k ) {
+         const size_t exchanged = diagonal + ( a[i] == b[k] ? 0 : 1 );
+         diagonal = row[k + 1];
+         row[k + 1] = std::min( { exchanged, row[k] + 1, diagonal + 1 } );
+      }
+   }
+   return row[b.size()];
+}
+
+// The command that the word begins, or is. Throws CLI::ValidationError for several
+// such commands, and for none.
+std::string commandOf( const std::string& word,
+                       const std::vector<CommandRow>& rows ) {
+   std::vector<std::string> begun;
+   const char* nearest = rows[0].name;
+   for ( const CommandRow& row : rows ) {
+      if ( row.name == word ) return word;
+      if ( std::string_view( row.name ).substr( 0, word.size() ) == word )
+         begun.emplace_back( row.name );
+      if ( distance( word, row.name ) < distance( word, nearest ) )
+         nearest = row.name;
+   }
+   if ( begun.size() == 1 ) return begun[0];
+   if ( begun.empty() )
+      throw CLI::ValidationError(
+         word, std::string( "no such command; the nearest is " ) + nearest );
+   throw CLI::ValidationError(
+      word, "may be any of " + CLI::detail::join( begun, ", " ) );
+}
+
+// Completes the command, the first word that is neither an option nor an option's
+// value.
+void completeCommand( std::vector<std::string>& words,
+                      const std::vector<const CLI::App*>& parsers,
+                      const std::vector<CommandRow>& rows ) {
+   const auto takesValue = [&]( const std::string& name ) {
+      return std::any_of(
+         parsers.begin(), parsers.end(), [&]( const auto* parser ) {
+            const CLI::Option* option = parser->get_option_no_throw( name );
+            return option != nullptr && option->get_items_expected_min() > 0;
+         } );
+   };
+   for ( size_t i = 0; i < words.size(); ++i ) {
+      if ( words[i].empty() || words[i][0] != '-' ) {
+         words[i] = commandOf( words[i], rows );
+         return;
+      }
+      if ( takesValue( words[i] ) ) ++i;
+   }
 }
 
 void refuseOptions( const CLI::App& app, const CommandRow& row ) {
@@ -323,22 +444,28 @@ Arguments parse( CLI::App& app, int argc, char** argv ) {
    app.require_subcommand( 0, 1 );
    const std::vector<CommandRow> rows = commands();
    std::vector<CLI::App*> parsers;
+   std::vector<const CLI::App*> all = { &app };
    for ( const CommandRow& row : rows ) {
       CLI::App* parser = app.add_subcommand( row.name, row.text );
       if ( row.command == explainCommand )
          declareExplain( *parser, arguments, given );
       if ( row.command == logCommand ) declareLog( *parser, arguments, given );
       if ( row.command == metricsCommand )
-         Declaration( *parser, {} )
-            .text( "--output", arguments.output, "FILE",
-                   "Replace this file, whole" );
+         declareMetrics( Declaration( *parser, {} ), arguments );
+      if ( row.command == topCommand )
+         declareTop( Declaration( *parser, {} ), arguments );
       // Options that the command refuses go to the program's parser, which names
       // them.
       parser->fallthrough();
       declare( Declaration( *parser, row.refused ), arguments, given );
       parsers.push_back( parser );
+      all.push_back( parser );
    }
-   app.parse( argc, argv );
+   std::vector<std::string> words( argv + 1, argv + argc );
+   completeCommand( words, all, rows );
+   // It takes them from the end.
+   std::reverse( words.begin(), words.end() );
+   app.parse( std::move( words ) );
    for ( size_t i = 0; i < rows.size(); ++i ) {
       if ( !parsers[i]->parsed() ) continue;
       arguments.command = rows[i].command;

@@ -19,6 +19,10 @@ enum Command {
    explainCommand,
    checkCommand,
    interfacesCommand,
+   neighborsCommand,
+   rpsCommand,
+   membersCommand,
+   topCommand,
    registersCommand,
    advertisedCommand,
    histogramCommand,
@@ -39,10 +43,16 @@ struct Arguments {
    Receiver receiver;
    bool terms = false;
    Question question;
-   std::string output;  // for metricsCommand; empty: standard output
    EventFilter
       events;  // for logCommand; its since: how long ago, s, infinity: ever
    bool follow = false;
+   bool oneline = false;
+   std::string sort = "group";      // or "packets", "rate"
+   std::optional<double> interval;  // s between two readings; nothing: not given
+   std::string by = "packets";      // or "bits": for topCommand
+   std::optional<size_t> first;     // rows
+   std::string output;              // for metricsCommand; empty: standard output
+   std::string listen;  // for metricsCommand: "[ADDRESS:]PORT"; empty: prints once
 };
 
 // Throws WrongUsage with a line about the error. Returns nothing when help or the

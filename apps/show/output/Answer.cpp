@@ -1,5 +1,6 @@
 #include "apps/show/output/Answer.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,11 +16,15 @@
 #include "apps/show/reports/CheckReport.h"
 #include "apps/show/reports/HistogramReport.h"
 #include "apps/show/reports/InterfaceReport.h"
+#include "apps/show/reports/MemberReport.h"
+#include "apps/show/reports/NeighborReport.h"
 #include "apps/show/reports/RegisterReport.h"
+#include "apps/show/reports/RpReport.h"
 #include "apps/show/reports/StatusReport.h"
 #include "apps/show/text/EventText.h"
 #include "apps/show/text/Fold.h"
 #include "apps/show/text/RouteText.h"
+#include "apps/show/text/Words.h"
 #include "apps/show/watch/LogFollower.h"
 #include "apps/show/watch/Watch.h"
 
@@ -141,6 +146,93 @@ ExitStatus printRoutes( const Mirrors& mirrors, const Arguments& arguments ) {
    return matching ? done : nothingFound;
 }
 
+Json countJson( size_t matching, size_t all ) {
+   return { { "matching", matching }, { "all", all } };
+}
+
+// Prints the rows that `select` finds in each mirror, under a heading with their
+// number, by `text`, or by `json` as the member `member`. `what`: "neighbour".
+template <class Select, class Text, class ToJson>
+ExitStatus printRows( const Mirrors& mirrors, const Arguments& arguments,
+                      const char* what, Select select, Text text,
+                      const char* member, ToJson json ) {
+   Printout out( arguments, arguments.count ? "pimsm-state:count" : member,
+                 arguments.count ? "" : "\n" );
+   bool matching = false;
+   for ( const auto& mirror : mirrors.all() ) {
+      const auto selected = select( *mirror, arguments.filter );
+      const size_t rows = selected.rows.size();
+      matching = matching || rows != 0;
+      out.add(
+         *mirror,
+         [&] {
+            std::string heading = countText( selected.all, what );
+            if ( rows != selected.all )
+               heading = fmt::format( "{} of {}", rows, heading );
+            if ( !selected.known ) heading = std::string( what ) + "s unknown";
+            heading = headingText( *mirror, heading );
+            return arguments.count || rows == 0
+                      ? heading
+                      : heading + '\n' + text( *mirror, selected );
+         },
+         [&] {
+            if ( !selected.known ) return Json();
+            return arguments.count ? countJson( rows, selected.all )
+                                   : json( selected );
+         } );
+   }
+   out.end();
+   return arguments.filter.active() && !matching ? nothingFound : done;
+}
+
+ExitStatus printNeighbors( const Mirrors& mirrors, const Arguments& arguments ) {
+   const double now = mirrors.now();
+   return printRows(
+      mirrors, arguments, "neighbour", selectNeighbors,
+      [&]( const Mirror&, const Neighbors& found ) {
+         return neighborsText( found, now );
+      },
+      "pimsm-state:neighbor",
+      [&]( const Neighbors& found ) { return neighborsJson( found, now ); } );
+}
+
+ExitStatus printMembers( const Mirrors& mirrors, const Arguments& arguments ) {
+   const double now = mirrors.now();
+   return printRows(
+      mirrors, arguments, "membership", selectMembers,
+      [&]( const Mirror& mirror, const Members& found ) {
+         return membersText( mirror, found, now );
+      },
+      "pimsm-state:member",
+      [&]( const Members& found ) { return membersJson( found, now ); } );
+}
+
+// The RP of one group, in the mirrors of its family.
+ExitStatus printGroupRp( const Mirrors& mirrors, const Arguments& arguments ) {
+   Printout out( arguments, "pimsm-state:group-rp", "" );
+   bool found = false;
+   for ( const auto& mirror : mirrors.all() ) {
+      const GroupRp rp = groupRp( *mirror, arguments.filter.group->address() );
+      found = found || rp.mapping.rule > Published::GroupRanges::Mapping::none;
+      out.add(
+         *mirror, [&] { return headingText( *mirror, groupRpText( rp ) ); },
+         [&] { return groupRpJson( rp ); } );
+   }
+   out.end();
+   return found ? done : nothingFound;
+}
+
+ExitStatus printRps( const Mirrors& mirrors, const Arguments& arguments ) {
+   const auto& group = arguments.filter.group;
+   if ( group && group->length() == Vantu::addressBits( group->family() ) &&
+        !arguments.count )
+      return printGroupRp( mirrors, arguments );
+   return printRows(
+      mirrors, arguments, "range", selectRps,
+      []( const Mirror&, const RpRanges& found ) { return rpsText( found ); },
+      "pimsm-state:rp-range", rpsJson );
+}
+
 template <class Row>
 bool isEmpty( const Selected<Row>& selected, const RouteFilter& ) {
    return selected.rows.empty();
@@ -171,6 +263,25 @@ ExitStatus printSelected( const Mirrors& mirrors, const Arguments& arguments,
    }
    out.end();
    return arguments.filter.active() && !matching ? nothingFound : done;
+}
+
+ExitStatus printInterfaces( const Mirrors& mirrors, const Arguments& arguments ) {
+   const double now = mirrors.now();
+   const bool count = arguments.count;
+   return printSelected(
+      mirrors, arguments,
+      [&]( const Mirror& mirror, const RouteFilter& filter ) {
+         return interfacesOf( mirror, filter, mirrors.agentProcess() );
+      },
+      [&]( const Mirror& mirror, const Interfaces& found ) {
+         return count ? interfacesHeading( mirror, found )
+                      : interfacesText( mirror, found, arguments.detail, now );
+      },
+      count ? "pimsm-state:count" : "pimsm-state:interface-total",
+      [&]( const Interfaces& found ) {
+         return count ? Json{ { "matching", found.size() } }
+                      : interfacesJson( found, now );
+      } );
 }
 
 Json withAge( Json json, const Mirror& mirror ) {
@@ -345,8 +456,13 @@ ExitStatus print( Mirrors& mirrors, const Arguments& arguments ) {
       case checkCommand:
          return printChecked( mirrors, arguments );
       case interfacesCommand:
-         return printSelected( mirrors, arguments, interfacesOf, interfacesText,
-                               "pimsm-state:interface-total", interfacesJson );
+         return printInterfaces( mirrors, arguments );
+      case neighborsCommand:
+         return printNeighbors( mirrors, arguments );
+      case rpsCommand:
+         return printRps( mirrors, arguments );
+      case membersCommand:
+         return printMembers( mirrors, arguments );
       case statusCommand:
          return printEach( mirrors, arguments, "", statusText, "pimsm-state:status",
                            statusJson );

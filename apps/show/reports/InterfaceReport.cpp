@@ -3,9 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
+#include <map>
 
+#include "apps/json/YangData.h"
+#include "apps/mirror/AgentTables.h"
 #include "apps/program/Printable.h"
+#include "apps/show/text/TextTable.h"
 #include "apps/show/text/Words.h"
 
 namespace Show {
@@ -33,18 +36,32 @@ std::string addressText( const InterfaceTotals& totals ) {
                        totals.published->prefixLength );
 }
 
+bool isDown( const InterfaceTotals& totals ) {
+   return totals.published && totals.published->link == Published::linkDown;
+}
+
 std::string drText( const InterfaceTotals& totals ) {
    if ( !totals.published ) return "unknown";
-   return totals.published->iAmDr ? "this" : "another";
+   if ( isDown( totals ) ) return "none";
+   const auto& dr = totals.published->dr;
+   if ( totals.published->iAmDr ) return "this";
+   return dr.isUnspecified() ? "another" : Vantu::valueToStrep( dr );
 }
 
 std::string neighborsText( const InterfaceTotals& totals ) {
-   return totals.published ? std::to_string( totals.published->neighbors ) : "-";
+   if ( !totals.published || isDown( totals ) ) return "-";
+   return std::to_string( totals.published->neighbors );
+}
+
+std::string stateText( const InterfaceTotals& totals ) {
+   constexpr const char* kWords[] = { "unknown", "up", "down", "no carrier" };
+   return kWords[totals.published ? totals.published->link
+                                  : Published::linkUnknown];
 }
 
 // The address is the longest column and comes last.
-using Row = std::array<std::string, 10>;
-Row rowOf( const std::string& name, const InterfaceTotals& totals ) {
+std::vector<std::string> rowOf( const std::string& name,
+                                const InterfaceTotals& totals ) {
    auto count = []( uint32_t number ) { return std::to_string( number ); };
    return { name,
             drText( totals ),
@@ -55,12 +72,93 @@ Row rowOf( const std::string& name, const InterfaceTotals& totals ) {
             count( totals.assertsWon ),
             count( totals.assertsLost ),
             count( totals.forwarding ),
+            stateText( totals ),
             addressText( totals ) };
 }
 
+// "hello 12, join-prune 3"
+std::string messagesText( const Messages& messages ) {
+   std::string text;
+   for ( const auto& [type, count] : messages )
+      text += fmt::format( "{}{} {}", text.empty() ? "" : ", ", type, count );
+   return text;
 }
 
-Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter ) {
+void noteDetails( TextTable& table, const InterfaceTotals& totals, double now ) {
+   const auto note = [&]( const char* name, const std::string& value ) {
+      table.note( fmt::format( "    {:<15} {}", name, value ) );
+   };
+   if ( totals.published && !isDown( totals ) ) {
+      const Published::Interface& intf = *totals.published;
+      note( "querier", querierText( intf, now ) );
+      if ( intf.speaks ) {
+         note( "generation id", generationText( intf.generationId ) );
+         note( "next hello", "in " + spanText( intf.nextHello - now ) );
+      }
+   }
+   // The counters are those of both families.
+   if ( !totals.sent.empty() ) note( "sent", messagesText( totals.sent ) );
+   if ( !totals.received.empty() )
+      note( "received", messagesText( totals.received ) );
+}
+
+// The agent's counters of a VRF's interfaces, by interface.
+void addMessages( Interfaces& interfaces, const Mirror& mirror,
+                  const Published::ProcessStatus& process ) {
+   if ( !isReady( process.counter() ) ) return;
+   const auto add = [&]( const Published::Counter& counter, const char* prefix,
+                         Messages InterfaceTotals::*messages ) {
+      const std::string start = prefix + mirror.vrf() + '/';
+      const std::string owner = counter.key.owner.text();
+      if ( owner.rfind( start, 0 ) != 0 || counter.value == 0 ) return;
+      auto found = interfaces.find( owner.substr( start.size() ) );
+      if ( found != interfaces.end() )
+         ( found->second.*messages )[counter.key.name.text()] = counter.value;
+   };
+   process.counter().visit( nullptr, [&]( const Published::Counter& counter ) {
+      add( counter, "agent/sent/", &InterfaceTotals::sent );
+      add( counter, "agent/received/", &InterfaceTotals::received );
+      return true;
+   } );
+}
+
+Json messagesJson( const Messages& messages ) {
+   Json list = Json::array();
+   for ( const auto& [type, count] : messages )
+      list.push_back( { { "type", type }, { "count", std::to_string( count ) } } );
+   return list;
+}
+
+void addPublished( Json& json, const Published::Interface& intf, double now ) {
+   json["address"] = Vantu::valueToStrep( intf.address );
+   json["prefix-length"] = intf.prefixLength;
+   if ( intf.link != Published::linkUnknown )
+      json["state"] = yangName( stringValue( intf.link ), "link" );
+   if ( intf.link == Published::linkDown ) return;
+   json["designated-router"] = intf.iAmDr;
+   if ( !intf.dr.isUnspecified() )
+      json["dr-address"] = Vantu::valueToStrep( intf.dr );
+   json["neighbors"] = intf.neighbors;
+   if ( intf.speaks ) {
+      json["gen-id"] = intf.generationId;
+      json["hello-expiration"] = expirationJson( intf.nextHello - now );
+   }
+   if ( !intf.querier.isUnspecified() )
+      json["querier"] = Vantu::valueToStrep( intf.querier );
+}
+
+}
+
+std::string querierText( const Published::Interface& intf, double now ) {
+   if ( intf.querier.isUnspecified() ) return "unknown";
+   const std::string address = Vantu::valueToStrep( intf.querier );
+   if ( intf.otherQuerierUntil == 0.0 ) return address + ", this router";
+   return fmt::format( "{}, for {}", address,
+                       spanText( intf.otherQuerierUntil - now ) );
+}
+
+Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter,
+                         const Published::ProcessStatus& process ) {
    Interfaces interfaces;
    auto of = [&]( Vantu::IntfId intfId ) -> InterfaceTotals& {
       return interfaces[std::string( intfId.name() )];
@@ -81,44 +179,42 @@ Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter ) {
          return entry.first != filter.iface;
       } );
    }
+   addMessages( interfaces, mirror, process );
    return interfaces;
 }
 
-std::string interfacesText( const Mirror& mirror, const Interfaces& interfaces ) {
-   std::string text =
-      headingText( mirror, countText( interfaces.size(), "interface" ) );
-   if ( interfaces.empty() ) return text;
-   std::vector<Row> rows = { { "name", "DR", "nbrs", "in", "join", "memb", "won",
-                               "lost", "fwd", "address" } };
-   for ( const auto& [name, totals] : interfaces )
-      rows.push_back( rowOf( Programs::printable( name ), totals ) );
-   std::array<size_t, std::tuple_size_v<Row>> widths{};
-   for ( const Row& row : rows ) {
-      for ( size_t i = 0; i < row.size(); ++i )
-         widths[i] = std::max( widths[i], row[i].size() );
-   }
-   text += '\n';
-   for ( const Row& row : rows ) {
-      text +=
-         fmt::format( "{:<{}}  {:<{}} ", row[0], widths[0], row[1], widths[1] );
-      for ( size_t i = 2; i + 1 < row.size(); ++i )
-         text += fmt::format( " {:>{}}", row[i], widths[i] );
-      text += "  " + row.back() + '\n';
-   }
-   return text;
+std::string interfacesHeading( const Mirror& mirror,
+                               const Interfaces& interfaces ) {
+   return headingText( mirror, countText( interfaces.size(), "interface" ) );
 }
 
-Json interfacesJson( const Interfaces& interfaces ) {
+std::string interfacesText( const Mirror& mirror, const Interfaces& interfaces,
+                            bool detail, double now ) {
+   const std::string heading = interfacesHeading( mirror, interfaces );
+   TextTable table( { { "name" },
+                      { "DR" },
+                      { "nbrs", true },
+                      { "in", true },
+                      { "join", true },
+                      { "memb", true },
+                      { "won", true },
+                      { "lost", true },
+                      { "fwd", true },
+                      { "state" },
+                      { "address" } } );
+   for ( const auto& [name, totals] : interfaces ) {
+      table.add( rowOf( Programs::printable( name ), totals ) );
+      if ( detail ) noteDetails( table, totals, now );
+   }
+   return table.empty() ? heading : heading + '\n' + table.text();
+}
+
+Json interfacesJson( const Interfaces& interfaces, double now ) {
    Json list = Json::array();
    for ( const auto& [name, totals] : interfaces ) {
       Json json;
       json["name"] = name;
-      if ( totals.published ) {
-         json["address"] = Vantu::valueToStrep( totals.published->address );
-         json["prefix-length"] = totals.published->prefixLength;
-         json["designated-router"] = totals.published->iAmDr;
-         json["neighbors"] = totals.published->neighbors;
-      }
+      if ( totals.published ) addPublished( json, *totals.published, now );
       json["incoming"] = totals.incoming;
       json["records"] = totals.records;
       json["joins"] = totals.joins;
@@ -127,6 +223,9 @@ Json interfacesJson( const Interfaces& interfaces ) {
       json["asserts-won"] = totals.assertsWon;
       json["asserts-lost"] = totals.assertsLost;
       json["forwarding"] = totals.forwarding;
+      if ( !totals.sent.empty() ) json["sent"] = messagesJson( totals.sent );
+      if ( !totals.received.empty() )
+         json["received"] = messagesJson( totals.received );
       list.push_back( std::move( json ) );
    }
    return list;

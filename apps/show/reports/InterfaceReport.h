@@ -11,6 +11,9 @@
 
 namespace Show {
 
+// Counts of messages by type.
+using Messages = std::map<std::string, uint64_t>;
+
 struct InterfaceTotals {
    // The agent's record; nothing if it publishes none.
    std::optional<Published::Interface> published;
@@ -22,15 +25,24 @@ struct InterfaceTotals {
    uint32_t assertsWon = 0;
    uint32_t assertsLost = 0;
    uint32_t forwarding = 0;
+   Messages sent, received;  // in both families; none without counters
 };
 
 // By name.
 using Interfaces = std::map<std::string, InterfaceTotals>;
 
-// The interfaces of the matching routes.
-Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter );
+// The interfaces of the matching routes, with the counters of the agent's process.
+Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter,
+                         const Published::ProcessStatus& process );
 
-std::string interfacesText( const Mirror& mirror, const Interfaces& interfaces );
-nlohmann::ordered_json interfacesJson( const Interfaces& interfaces );
+// The heading alone: "vrf default ipv4: 8 interfaces, agent running".
+std::string interfacesHeading( const Mirror& mirror, const Interfaces& interfaces );
+// `detail`: querier, generation id and messages, too. `now`: seconds, CLOCK_MONOTONIC.
+std::string interfacesText( const Mirror& mirror, const Interfaces& interfaces,
+                            bool detail, double now );
+nlohmann::ordered_json interfacesJson( const Interfaces& interfaces, double now );
+
+// "192.0.2.1, this router", "192.0.2.9, for 3m20s", "unknown": who asks the hosts.
+std::string querierText( const Published::Interface& intf, double now );
 
 }

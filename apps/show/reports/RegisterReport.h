@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/mirror/RouteFilter.h"
+#include "apps/mirror/Selected.h"
 
 namespace Show {
 
@@ -18,13 +18,7 @@ struct RegisterRow {
    bool anycastDiscovered = false;
 };
 
-// The matching (S,G) of a mirror in order of group, then source, and the number of
-// all.
-template <class Row>
-struct Selected {
-   std::vector<Row> rows;
-   size_t all = 0;
-};
+// In order of group, then source.
 using Registers = Selected<RegisterRow>;
 using Advertised = Selected<Routing::Pim::SparseMode::AdvertisedSg>;
 

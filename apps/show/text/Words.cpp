@@ -66,6 +66,10 @@ std::string spanText( double seconds ) {
    return fmt::format( "{}s", left );
 }
 
+std::string generationText( uint32_t id ) {
+   return fmt::format( "{:#010x}", id );
+}
+
 std::string agoText( double time, double now ) {
    return time == 0.0 ? "never" : spanText( now - time ) + " ago";
 }

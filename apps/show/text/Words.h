@@ -30,6 +30,9 @@ std::string keyText( const Routing::Pim::RouteKey& key );
 // negative, if the clock was read before the time was written.
 std::string spanText( double seconds );
 
+// "0x01020304".
+std::string generationText( uint32_t id );
+
 // "12s ago"; "never" for the time 0.
 std::string agoText( double time, double now );
 

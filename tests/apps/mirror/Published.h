@@ -66,7 +66,8 @@ class ShownRouter {
       agent.reset();
    }
 
-   // The agent's interfaces of the VRF default, IPv4: DR on eth3, not on eth2.
+   // The agent's interfaces of the VRF default, IPv4: DR on eth3, not on eth2; and its
+   // neighbours.
    void publishInterfaces() {
       agent = ::Published::FamilyStatus::mount(
          ipv4.manager,
@@ -75,8 +76,11 @@ class ShownRouter {
          ::Brane::tableWriter, 100 );
       auto intf = [&]( const char* name, const char* address, bool dr,
                        uint32_t neighbors ) {
-         agent->interfaceIs( { SmTest::intfId( name ), SmTest::addr( address ), 24,
-                               dr, neighbors } );
+         ::Published::Interface record{
+            SmTest::intfId( name ), SmTest::addr( address ), 24, dr, neighbors };
+         record.link = ::Published::linkUp;
+         record.querier = record.address;
+         agent->interfaceIs( record );
       };
       intf( "eth0", "192.0.2.2", false, 1 );
       intf( "eth1", "192.0.2.4", false, 1 );
@@ -84,6 +88,33 @@ class ShownRouter {
       intf( "eth3", "192.0.2.130", true, 0 );
       intf( "eth4", "203.0.113.2", true, 0 );
       intf( "eth9", "203.0.113.130", true, 0 );
+      publishNeighbors();
+   }
+
+   // On eth0 the DR and querier, on eth1 one that tells little; eth8 is down.
+   void publishNeighbors() const {
+      using namespace ::Published;
+      Interface eth0;
+      agent->interface().find( SmTest::intfId( "eth0" ), eth0 );
+      eth0.dr = eth0.querier = SmTest::addr( "192.0.2.1" );
+      eth0.otherQuerierUntil = now + 200;
+      eth0.speaks = true;
+      eth0.generationId = 77;
+      eth0.nextHello = now + 12;
+      agent->interfaceIs( eth0 );
+      Interface eth8{ SmTest::intfId( "eth8" ), SmTest::addr( "203.0.113.9" ), 30 };
+      eth8.link = linkDown;
+      agent->interfaceIs( eth8 );
+      const NeighborKey dr{ eth0.key, eth0.dr, 0 };
+      Neighbor rich{ dr, true, 100, true, 0x1a2b, true, 500, 2500, true, 105 };
+      rich.until = now + 90;
+      rich.since = now - 7200;
+      agent->neighborIs( rich );
+      agent->neighborAddressIs(
+         { { eth0.key, eth0.dr, SmTest::addr( "10.0.0.7" ) } } );
+      Neighbor poor{ { SmTest::intfId( "eth1" ), SmTest::addr( "192.0.2.5" ), 0 } };
+      poor.holdtime = 65535;
+      agent->neighborIs( poor );
    }
 
    // RPs of the VRF default, IPv4, and the default source-specific range. Called
@@ -96,7 +127,14 @@ class ShownRouter {
       using ::Published::Text;
       ::Published::publishSettings(
          *agent, { { Text<32>( "ssmFilter" ), Text<224>( "" ) },
+                   { Text<32>( "embedded-rp" ), Text<224>( "yes" ) },
                    { Text<32>( "access-rules" ), Text<224>( "0" ) } } );
+      // A host of IGMPv2, and a source that its hosts are asked for.
+      ::Published::Downstream asked{
+         { SmTest::wcKey( "239.1.2.3" ), SmTest::intfId( "eth3" ) } };
+      asked.memberVersion = 2;
+      asked.memberUntil = now + 2;
+      ::Published::publishDownstream( *agent, asked );
    }
 
    // Some of the agent's counters.
@@ -113,6 +151,9 @@ class ShownRouter {
       count( "agent/packets", "join-prune", 9 );
       count( "agent/sent", "hello", 12 );
       count( "agent/sent/default/eth1/0", "hello", 7 );
+      count( "agent/sent/default/eth0", "hello", 5 );
+      count( "agent/sent/default/eth0", "join-prune", 3 );
+      count( "agent/received/default/eth0", "hello", 6 );
       count( "agent/asked/default/192.0.2.254/eth1/0", "joins", 5 );
       count( "agent/dropped", "bad \"checksum\"\\", 2 );
       for ( const char* name : { "routeWritten", "routeRemoved", "routeIntfRefused",

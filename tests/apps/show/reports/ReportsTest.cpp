@@ -14,7 +14,10 @@
 #include "apps/show/reports/Explain.h"
 #include "apps/show/reports/HistogramReport.h"
 #include "apps/show/reports/InterfaceReport.h"
+#include "apps/show/reports/MemberReport.h"
+#include "apps/show/reports/NeighborReport.h"
 #include "apps/show/reports/RegisterReport.h"
+#include "apps/show/reports/RpReport.h"
 #include "apps/show/reports/StatusReport.h"
 #include "apps/show/text/Fold.h"
 #include "apps/show/text/RouteText.h"
@@ -98,26 +101,57 @@ TEST_F( Reports, OutgoingLists ) {
    expectGolden( "explain.json", explainJson( mirror, question ).dump( 2 ) + '\n' );
 }
 
+// Neighbours, RPs and members, and the RP of each kind of group.
+TEST_F( Reports, Lists ) {
+   router.publishInterfaces();
+   router.publishGroups();
+   router.ipv4.vrf().sg( "192.0.2.7", "232.0.0.7" ).intf( "eth2" ).include();
+   router.ipv4.publish();
+   View later( router.root.path() );
+   const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
+   constexpr double now = ShownRouter::now;
+   std::string text = neighborsText( selectNeighbors( mirror, {} ), now ) + '\n' +
+                      membersText( mirror, selectMembers( mirror, {} ), now ) +
+                      '\n' + rpsText( selectRps( mirror, {} ) ) + '\n';
+   for ( const char* group : { "239.1.10.1", "232.0.0.7", "238.1.1.1" } )
+      text += groupRpText( groupRp( mirror, SmTest::addr( group ) ) ) + '\n';
+   expectGolden( "lists.txt", text );
+   const nlohmann::ordered_json document = {
+      neighborsJson( selectNeighbors( mirror, {} ), now ),
+      membersJson( selectMembers( mirror, {} ), now ),
+      rpsJson( selectRps( mirror, {} ) ) };
+   expectGolden( "lists.json", document.dump( 2 ) + '\n' );
+   const Mirror& unknown = later.mirror( "red", Vantu::AddressFamily::ipv4 );
+   EXPECT_FALSE( selectNeighbors( unknown, {} ).known );
+   EXPECT_FALSE( selectRps( unknown, {} ).known );
+}
+
 TEST_F( Reports, InterfacesAndCheck ) {
    router.publishInterfaces();
    View later( router.root.path() );
    const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
-   const Interfaces interfaces = interfacesOf( mirror, {} );
+   router.publishProcess();
+   View agents( router.root.path() );
+   const Interfaces interfaces =
+      interfacesOf( mirror, {}, agents.all().agentProcess() );
+   constexpr double now = ShownRouter::now;
    const Checked checked = check( mirror, {} );
-   expectGolden( "interfaces.txt", interfacesText( mirror, interfaces ) + '\n' +
-                                      checkText( mirror, checked ) );
+   expectGolden( "interfaces.txt", interfacesText( mirror, interfaces, true, now ) +
+                                      '\n' + checkText( mirror, checked ) );
    expectGolden( "interfaces.json", envelope( mirror, "pimsm-state:interface-total",
-                                              interfacesJson( interfaces ) )
+                                              interfacesJson( interfaces, now ) )
                                           .dump( 2 ) +
                                        '\n' + checkJson( checked ).dump( 2 ) +
                                        '\n' );
    RouteFilter filter;
    filter.iface = "eth5";
-   EXPECT_EQ( interfacesText( view.mirror( "default", Vantu::AddressFamily::ipv4 ),
-                              interfacesOf( mirror, filter ) ),
-              "vrf default ipv4: 1 interface, agent running\n\n"
-              "name  DR       nbrs in join memb won lost fwd  address\n"
-              "eth5  unknown     -  0    1    0   0    0   2  unknown\n" );
+   EXPECT_EQ(
+      interfacesText( view.mirror( "default", Vantu::AddressFamily::ipv4 ),
+                      interfacesOf( mirror, filter, view.all().agentProcess() ),
+                      false, now ),
+      "vrf default ipv4: 1 interface, agent running\n\n"
+      "name  DR       nbrs in join memb won lost fwd  state    address\n"
+      "eth5  unknown     -  0    1    0   0    0   2  unknown  unknown\n" );
 }
 
 // Each kind of fault, and no others.
@@ -284,18 +318,27 @@ TEST_F( Reports, OfWideThingsOnANarrowTerminal ) {
       agent->interfaceIs( { SmTest::intfId( name ),
                             SmTest::addr( "fe80::21b:21ff:fe5c:99" ), 64, false,
                             12 } );
+   const auto port = SmTest::intfId( "Port-Channel1200.3000" );
+   const auto far = SmTest::addr( "fe80::21b:21ff:fe5c:1234" );
+   agent->neighborIs( { { port, far, 0 }, true, 4294967295, true, 1 } );
+   agent->neighborAddressIs( { { port, far, SmTest::addr( kSource ) } } );
    wide.publish();
    View later( router.root.path(), kVrf );
    const Mirror& mirror = later.mirror( kVrf, kIpv6 );
    Question question;
    question.route = key.key;
-   std::string text = routesText( mirror, {}, true, ShownRouter::now ) + '\n' +
-                      explainText( mirror, question, ShownRouter::now ) + '\n' +
-                      checkText( mirror, check( mirror, {} ) ) + '\n' +
-                      interfacesText( mirror, interfacesOf( mirror, {} ) ) + '\n' +
-                      registersText( mirror, selectRegisters( mirror, {} ) ) +
-                      advertisedText( mirror, selectAdvertised( mirror, {} ) ) +
-                      '\n' + histogramText( mirror ) + '\n';
+   std::string text =
+      routesText( mirror, {}, true, ShownRouter::now ) + '\n' +
+      explainText( mirror, question, ShownRouter::now ) + '\n' +
+      checkText( mirror, check( mirror, {} ) ) + '\n' +
+      interfacesText( mirror,
+                      interfacesOf( mirror, {}, later.all().agentProcess() ), true,
+                      ShownRouter::now ) +
+      '\n' + neighborsText( selectNeighbors( mirror, {} ), ShownRouter::now ) +
+      membersText( mirror, selectMembers( mirror, {} ), ShownRouter::now ) + '\n' +
+      registersText( mirror, selectRegisters( mirror, {} ) ) +
+      advertisedText( mirror, selectAdvertised( mirror, {} ) ) + '\n' +
+      histogramText( mirror ) + '\n';
    question.intfId = SmTest::intfId( "Ethernet13/1/24.4001" );
    question.macro = "lostAssertSg";
    text += explainText( mirror, question, ShownRouter::now );

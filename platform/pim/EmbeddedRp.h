@@ -6,7 +6,7 @@
 #include "platform/base/Export.h"
 #include "platform/net/IpGenAddr.h"
 
-namespace Router {
+namespace Routing::Pim {
 
 // The RP that the group's address names: the unspecified address where it names none
 // that is valid (RFC 3956, 3); nothing for a group outside ff70::/12.

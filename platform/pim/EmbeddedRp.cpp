@@ -1,8 +1,8 @@
-#include "engine/EmbeddedRp.h"
+#include "platform/pim/EmbeddedRp.h"
 
 #include <algorithm>
 
-namespace Router {
+namespace Routing::Pim {
 
 using Vantu::AddressFamily;
 using Vantu::IpGenAddr;

@@ -18,12 +18,15 @@ _pimsm() {
       --interface | --iface | --iif)
          COMPREPLY=($(compgen -W "$(ls /sys/class/net 2>/dev/null)" -- "$cur"))
          return ;;
+      --by) COMPREPLY=($(compgen -W 'packets bits' -- "$cur")); return ;;
+      --sort) COMPREPLY=($(compgen -W 'group packets rate' -- "$cur")); return ;;
       --kind) COMPREPLY=($(compgen -W 'wc sg' -- "$cur")); return ;;
       --vrf)
          COMPREPLY=($(compgen -W "all
             $(ls /dev/shm/pimsm/routing/pim/sparsemode/status 2>/dev/null)" -- "$cur"))
          return ;;
-      --router | --group | --source | --macro | --received | --failover | --counters)
+      --router | --group | --source | --macro | --received | --failover | --counters | \
+         --interval | --first | --listen)
          return ;;
    esac
    # pimsm-show has commands: the first word that is no option, nor an option's value.
@@ -31,7 +34,7 @@ _pimsm() {
    if [[ ${words[0]##*/} == pimsm-show ]]; then
       for ((i = 1; i < cword; i++)); do
          case ${words[i]} in
-            --root | --vrf | --group | --source | --iface | --iif | --kind)
+            --root | --vrf | --group | --source | --iface | --iif | --kind | --sort | --interval)
                ((i++))
                [[ ${words[i]} != = ]] || ((i++)) ;;
             -*) ;;

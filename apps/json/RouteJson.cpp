@@ -1,5 +1,7 @@
 #include "apps/json/RouteJson.h"
 
+#include <fmt/format.h>
+
 #include "apps/json/RouteMembers.h"
 #include "apps/json/YangData.h"
 #include "apps/mirror/Olist.h"
@@ -123,12 +125,33 @@ bool hasRptState( const Route& route ) {
 
 }
 
+Json trafficJson( const Published::MfibCache* counters,
+                  const std::optional<Rate>& rate ) {
+   Json json = Json::object();
+   if ( counters != nullptr ) {
+      json["packets"] = std::to_string( counters->packets );
+      json["octets"] = std::to_string( counters->bytes );
+      json["wrong-interface-packets"] = std::to_string( counters->wrongIf );
+   }
+   if ( rate ) {
+      json["packets-per-second"] = fmt::format( "{:.1f}", rate->packets );
+      json["bits-per-second"] = fmt::format( "{:.0f}", rate->bits );
+   }
+   return json;
+}
+
 std::vector<Json> routeEntries( const Mirror& mirror, const RouteFilter& filter,
-                                double now ) {
+                                double now, const Rates* rates ) {
    const Entries entries( mirror, filter, now );
    std::vector<Json> all;
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
       all.push_back( entries.route( *route ) );
+      if ( rates != nullptr ) {
+         Json traffic = trafficJson( rates->counters( route->key() ),
+                                     rates->rate( route->key() ) );
+         if ( !traffic.empty() )
+            all.back()["pimsm-state:traffic"] = std::move( traffic );
+      }
       if ( !route->key().source.isUnspecified() && hasRptState( *route ) )
          all.push_back( entries.rpt( *route ) );
    }

@@ -20,6 +20,10 @@ class Rps {
    bool ownRp( const Vantu::IpGenAddr& group ) const {
       return ranges_.ownRp( group );
    }
+   // What gives the group its RP.
+   Published::GroupRanges::Mapping mapping( const Vantu::IpGenAddr& group ) const {
+      return ranges_.mapping( group );
+   }
    // Is this router the RP that the traffic comes from? Then there is no incoming
    // interface.
    bool startsHere( const Routing::Pim::SparseMode::Route& route ) const;

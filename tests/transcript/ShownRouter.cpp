@@ -71,6 +71,7 @@ void changesFrom( std::istream& in, Show::ShownRouter& router ) {
       { "interfaces", [&] { router.publishInterfaces(); } },
       { "groups", [&] { router.publishGroups(); } },
       { "process", [&] { router.publishProcess(); } },
+      { "traffic", [&] { router.publishTraffic(); } },
       { "shapes", [&] { addShapes( router.ipv4.vrf() ); } },
       { "toggle",
         [&] {

@@ -32,6 +32,7 @@ struct Given {
 };
 
 constexpr std::pair<double, double> kIntervals = { 1.0, 3600.0 };  // s
+constexpr double kUsualInterval = 2.0;                             // s
 constexpr std::pair<double, double> kFirst = { 1, 1000000 };
 
 // The check of a text that must be one of these words.
@@ -257,7 +258,10 @@ std::vector<CommandRow> commands() {
         "How many groups sources have, and sources groups", all },
       { metricsCommand, "metrics", "Counts for Prometheus", any },
       { watchCommand, "watch", "The same live; without a terminal a line a change",
-        with( rates, { "--count", "--detail", "--json" } ) } };
+        with( rates, { "--count", "--detail", "--json" } ) },
+      { logCommand, "log", "What happened, and why",
+        with( rates, { "--iif", "--kind", "--forwarding", "--not-forwarding",
+                       "--count", "--detail" } ) } };
 }
 
 // The number of letters to insert, remove or exchange to make one word of the other.
@@ -473,6 +477,8 @@ Arguments parse( CLI::App& app, int argc, char** argv ) {
    }
    refuseContradictions( arguments, given );
    readFilter( arguments, given );
+   if ( arguments.sort == "rate" && !arguments.interval )
+      arguments.interval = kUsualInterval;
    if ( arguments.command == explainCommand ) readQuestion( arguments, given );
    if ( arguments.command == logCommand ) readEvents( arguments, given );
    return arguments;

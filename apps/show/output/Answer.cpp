@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <ctime>
 #include <iostream>
+#include <map>
 #include <set>
 
 #include "apps/json/EventJson.h"
@@ -21,11 +22,13 @@
 #include "apps/show/reports/RegisterReport.h"
 #include "apps/show/reports/RpReport.h"
 #include "apps/show/reports/StatusReport.h"
+#include "apps/show/reports/TopReport.h"
 #include "apps/show/text/EventText.h"
 #include "apps/show/text/Fold.h"
 #include "apps/show/text/RouteText.h"
 #include "apps/show/text/Words.h"
 #include "apps/show/watch/LogFollower.h"
+#include "apps/show/watch/TopScreen.h"
 #include "apps/show/watch/Watch.h"
 
 namespace Show {
@@ -107,36 +110,62 @@ void printCount( const Mirrors& mirrors, const Arguments& arguments ) {
       } );
 }
 
-void printRouteLines( const Mirrors& mirrors, const RouteFilter& filter ) {
+using AllRates = std::map<const Mirror*, Rates>;
+
+void printRouteLines( const Mirrors& mirrors, const RouteFilter& filter,
+                      const AllRates& rates ) {
    for ( const auto& mirror : mirrors.all() ) {
-      for ( Json& entry : routeEntries( *mirror, filter, mirrors.now() ) )
+      for ( Json& entry : routeEntries( *mirror, filter, mirrors.now(),
+                                        &rates.at( mirror.get() ) ) )
          printJson( envelope( *mirror, "topology-tree-info",
                               routesJson( *mirror, { std::move( entry ) } ) ),
                     -1 );
    }
 }
 
-void printAllOfRoutes( const Mirrors& mirrors, const Arguments& arguments ) {
-   printEach(
-      mirrors, arguments, "\n",
-      [&]( const Mirror& mirror ) {
-         return routesText( mirror, arguments.filter, arguments.detail,
-                            mirrors.now() );
-      },
-      "topology-tree-info",
-      [&]( const Mirror& mirror ) {
-         return routesJson(
-            mirror, routeEntries( mirror, arguments.filter, mirrors.now() ) );
-      } );
+void printAllOfRoutes( const Mirrors& mirrors, const Arguments& arguments,
+                       const AllRates& rates ) {
+   const auto text = [&]( const Mirror& mirror ) {
+      const RouteForm form{ arguments.detail, arguments.oneline, arguments.sort,
+                            &rates.at( &mirror ), arguments.interval.has_value() };
+      return routesText( mirror, arguments.filter, form, mirrors.now() );
+   };
+   if ( arguments.oneline ) {
+      // Deliberately not folded.
+      for ( const auto& mirror : mirrors.all() )
+         std::cout << ( mirror == mirrors.all().front() ? "" : "\n" )
+                   << text( *mirror );
+      return;
+   }
+   printEach( mirrors, arguments, "\n", text, "topology-tree-info",
+              [&]( const Mirror& mirror ) {
+                 return routesJson(
+                    mirror, routeEntries( mirror, arguments.filter, mirrors.now(),
+                                          &rates.at( &mirror ) ) );
+              } );
 }
 
-ExitStatus printRoutes( const Mirrors& mirrors, const Arguments& arguments ) {
+// The counters, read twice where an interval is given.
+AllRates ratesOf( Mirrors& mirrors, const std::optional<double>& interval ) {
+   AllRates rates;
+   for ( const auto& mirror : mirrors.all() )
+      rates.try_emplace( mirror.get(), *mirror );
+   if ( !interval ) return rates;
+   pause( mirrors, *interval );
+   for ( auto& [mirror, each] : rates ) each.read();
+   return rates;
+}
+
+ExitStatus printRoutes( Mirrors& mirrors, const Arguments& arguments ) {
    if ( arguments.count ) {
       printCount( mirrors, arguments );
-   } else if ( arguments.jsonLines ) {
-      printRouteLines( mirrors, arguments.filter );
    } else {
-      printAllOfRoutes( mirrors, arguments );
+      const AllRates rates = ratesOf( mirrors, arguments.interval );
+      if ( arguments.jsonLines ) {
+         printRouteLines( mirrors, arguments.filter, rates );
+      } else {
+         printAllOfRoutes( mirrors, arguments, rates );
+      }
    }
    if ( !arguments.filter.active() ) return done;
    const bool matching = std::any_of(
@@ -385,13 +414,44 @@ ExitStatus printWhy( const Mirrors& mirrors, const Arguments& arguments ) {
    return status;
 }
 
+// In the background a terminal would stop the process.
+bool atTerminal() {
+   return isatty( STDOUT_FILENO ) != 0 && tcgetpgrp( STDIN_FILENO ) == getpgrp();
+}
+
+ExitStatus printTop( Mirrors& mirrors, const Arguments& arguments ) {
+   constexpr double kInterval = 2.0;  // s
+   constexpr size_t kFirst = 20;
+   const double interval = arguments.interval.value_or( kInterval );
+   Top top( mirrors, arguments.filter, arguments.by == "bits" );
+   if ( !top.known() )
+      return complain(
+         noTables, "no forwarding process publishes counters: start pimsm-mfib" );
+   if ( atTerminal() && !arguments.json ) {
+      topOnScreen( mirrors, top, interval, arguments.first );
+      return done;
+   }
+   pause( mirrors, interval );
+   top.read();
+   const auto streams = top.streams();
+   const size_t first = arguments.first.value_or( kFirst );
+   if ( !arguments.json ) {
+      printText( topText( streams, first ) );
+   } else {
+      printEach(
+         mirrors, arguments, "", []( const Mirror& ) { return std::string(); },
+         "pimsm-state:stream",
+         [&]( const Mirror& mirror ) {
+            return topJson( streams, first, mirror );
+         } );
+   }
+   return arguments.filter.active() && streams.empty() ? nothingFound : done;
+}
+
 ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
-   // In the background a terminal would stop the process.
-   const bool terminal =
-      isatty( STDOUT_FILENO ) != 0 && tcgetpgrp( STDIN_FILENO ) == getpgrp();
    watch( mirrors, arguments.filter,
           arguments.jsonLines ? watchJsonLines
-          : terminal          ? watchScreen
+          : atTerminal() ? watchScreen
                               : watchText,
           arguments.selection.root );
    return done;
@@ -453,6 +513,8 @@ ExitStatus print( Mirrors& mirrors, const Arguments& arguments ) {
          return watchThem( mirrors, arguments );
       case metricsCommand:
          return printMetrics( mirrors, arguments );
+      case topCommand:
+         return printTop( mirrors, arguments );
       case checkCommand:
          return printChecked( mirrors, arguments );
       case interfacesCommand:

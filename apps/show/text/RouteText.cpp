@@ -59,6 +59,39 @@ void field( Out out, const char* indent, const char* name,
    fmt::format_to( out, "{}{:<25}{}\n", indent, name, value );
 }
 
+std::string rpText( const Rps& rps, const Route& route ) {
+   using Mapping = Published::GroupRanges::Mapping;
+   const Mapping mapping = rps.mapping( route.key().group );
+   if ( mapping.rule == Mapping::sourceSpecific ) return "none, source-specific";
+   if ( mapping.rule == Mapping::none ) return "none";
+   if ( mapping.rule == Mapping::unknown ) return "unknown";
+   return Vantu::valueToStrep( mapping.rp ) +
+          ( mapping.own ? ", this router" : "" );
+}
+
+std::string rateText( const RouteForm& form, const Route& route ) {
+   const auto rate = form.rates->rate( route.key() );
+   return rate ? packetsText( rate->packets ) + ", " + bitsText( rate->bits )
+               : "unknown rate";
+}
+
+void trafficDetail( std::string& text, const RouteForm& form, const Route& route,
+                    double now ) {
+   auto out = std::back_inserter( text );
+   constexpr const char* kIndent = "      ";
+   const auto* counters =
+      form.rates == nullptr ? nullptr : form.rates->counters( route.key() );
+   field(
+      out, kIndent, "packets",
+      counters == nullptr
+         ? "unknown"
+         : fmt::format( "{}, {} bytes, last {}", counters->packets, counters->bytes,
+                        agoText( counters->lastPacket, now ) ) );
+   if ( counters != nullptr )
+      field( out, kIndent, "wrong interface", std::to_string( counters->wrongIf ) );
+   if ( form.rated ) field( out, kIndent, "rate", rateText( form, route ) );
+}
+
 void routeDetail( std::string& text, const Route& route ) {
    auto out = std::back_inserter( text );
    constexpr const char* kIndent = "      ";
@@ -143,19 +176,60 @@ std::string routesHeading( const Mirror& mirror, size_t matching ) {
    return headingText( mirror, count );
 }
 
+namespace {
+
+// A key by which most comes first, and what is not known last.
+double weight( const RouteForm& form, const Route& route ) {
+   if ( form.sort == "rate" ) {
+      const auto rate = form.rates->rate( route.key() );
+      return rate ? rate->packets : -1.0;
+   }
+   const auto* counters = form.rates->counters( route.key() );
+   return counters == nullptr ? -1.0 : static_cast<double>( counters->packets );
+}
+
+void sort( std::vector<const Route*>& routes, const RouteForm& form ) {
+   if ( form.sort == "group" || form.rates == nullptr ) return;
+   std::stable_sort( routes.begin(), routes.end(),
+                     [&]( const Route* a, const Route* b ) {
+                        return weight( form, *a ) > weight( form, *b );
+                     } );
+}
+
+// "  out eth2, eth3", of the interfaces that forward.
+std::string outText( const Route& route, const RouteFilter& filter ) {
+   std::string text;
+   for ( const Intf* intf : selectIntfs( route, filter ) ) {
+      if ( intf->forward() )
+         text += ( text.empty() ? "" : ", " ) + nameText( intf->intfId() );
+   }
+   return text.empty() ? "  out to nobody" : "  out " + text;
+}
+
+}
+
 std::string routesText( const Mirror& mirror, const RouteFilter& filter,
-                        bool detail, double now ) {
+                        const RouteForm& form, double now ) {
    auto routes = selectRoutes( mirror, filter );
+   sort( routes, form );
    std::string text = routesHeading( mirror, routes.size() );
    if ( !routes.empty() ) text += '\n';
    Columns columns = columnsFor( routes, filter );
    const Rps rps( mirror );
    for ( const Route* route : routes ) {
       text += routeLine( *route, columns, now, rps.startsHere( *route ) );
-      if ( detail ) routeDetail( text, *route );
+      std::string more = form.oneline ? outText( *route, filter ) : "";
+      if ( form.rated ) more += "  " + rateText( form, *route );
+      text.insert( text.size() - 1, more );
+      if ( form.oneline ) continue;
+      if ( form.detail ) {
+         field( std::back_inserter( text ), "      ", "rp", rpText( rps, *route ) );
+         trafficDetail( text, form, *route, now );
+         routeDetail( text, *route );
+      }
       for ( const Intf* intf : selectIntfs( *route, filter ) ) {
          text += intfLine( *intf, columns, now );
-         if ( detail ) intfDetail( text, *intf, now );
+         if ( form.detail ) intfDetail( text, *intf, now );
       }
    }
    return text;

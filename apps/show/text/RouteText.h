@@ -3,14 +3,23 @@
 
 #include <string>
 
+#include "apps/mirror/Rates.h"
 #include "apps/mirror/RouteFilter.h"
 #include "apps/show/text/Words.h"
 
 namespace Show {
 
+struct RouteForm {
+   bool detail = false;           // every field
+   bool oneline = false;          // a line a route, its outgoing interfaces in it
+   std::string sort = "group";    // or "packets", "rate": most first
+   const Rates* rates = nullptr;  // null: no counters
+   bool rated = false;            // are there two readings of them?
+};
+
 // One mirror's part of `routes`. `now`: seconds, CLOCK_MONOTONIC.
 std::string routesText( const Mirror& mirror, const RouteFilter& filter,
-                        bool detail, double now );
+                        const RouteForm& form, double now );
 
 // Widths that fit the keys and the names of interfaces.
 struct Columns {

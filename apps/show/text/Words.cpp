@@ -66,6 +66,17 @@ std::string spanText( double seconds ) {
    return fmt::format( "{}s", left );
 }
 
+std::string bitsText( double rate ) {
+   constexpr const char* kPrefixes[] = { "", "k", "M", "G", "T" };
+   size_t at = 0;
+   for ( ; rate >= 1000 && at + 1 < std::size( kPrefixes ); ++at ) rate /= 1000;
+   return fmt::format( "{:.{}f} {}bit/s", rate, at == 0 ? 0 : 1, kPrefixes[at] );
+}
+
+std::string packetsText( double rate ) {
+   return fmt::format( "{:.1f} packets/s", rate );
+}
+
 std::string generationText( uint32_t id ) {
    return fmt::format( "{:#010x}", id );
 }

@@ -30,6 +30,10 @@ std::string keyText( const Routing::Pim::RouteKey& key );
 // negative, if the clock was read before the time was written.
 std::string spanText( double seconds );
 
+// "812 bit/s", "11.2 Mbit/s"; "1000.0 packets/s".
+std::string bitsText( double rate );
+std::string packetsText( double rate );
+
 // "0x01020304".
 std::string generationText( uint32_t id );
 

@@ -137,6 +137,30 @@ class ShownRouter {
       ::Published::publishDownstream( *agent, asked );
    }
 
+   // The kernel's counters of three streams: 1000 packets of 100 bytes a second, 10 of
+   // 20,000, and none. Each call is a second further.
+   void publishTraffic() {
+      if ( forwarding == nullptr )
+         forwarding = ::Published::MfibStatus::mount(
+            ipv4.manager,
+            ::Published::MfibStatus::mountPath( Vantu::AddressFamily::ipv4,
+                                                L3::VrfName( "default" ) ),
+            ::Brane::tableWriter, 1000 );
+      seconds += 1;
+      const auto stream = [&]( const char* source, const char* group, uint64_t each,
+                               uint64_t bytes ) {
+         ::Published::MfibCache record{ SmTest::sgKey( source, group ) };
+         record.packets = 5 + each * seconds;
+         record.bytes = record.packets * bytes;
+         record.lastPacket =
+            now + ( each != 0 ? static_cast<double>( seconds ) : 0 );
+         forwarding->cacheIs( record );
+      };
+      stream( "198.51.100.9", "239.1.2.3", 10, 20000 );
+      stream( "198.51.100.7", "239.1.2.3", 1000, 100 );
+      stream( "203.0.113.9", "239.0.0.1", 0, 100 );
+   }
+
    // Some of the agent's counters.
    void publishProcess() {
       process =
@@ -171,6 +195,8 @@ class ShownRouter {
    Published red{ clock, root.path(), Vantu::AddressFamily::ipv4, "red" };
    Mox::Ptr<::Published::FamilyStatus> agent;
    Mox::Ptr<::Published::ProcessStatus> process;
+   Mox::Ptr<::Published::MfibStatus> forwarding;
+   uint64_t seconds = 0;  // of traffic
 
  private:
    void fill() {

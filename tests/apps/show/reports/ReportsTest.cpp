@@ -47,7 +47,8 @@ class Reports : public testing::Test {
       std::string out;
       for ( const auto& mirror : view.all().all() ) {
          if ( !out.empty() ) out += '\n';
-         out += routesText( *mirror, filter, detail, ShownRouter::now );
+         out +=
+            routesText( *mirror, filter, { .detail = detail }, ShownRouter::now );
       }
       return out;
    }
@@ -235,7 +236,7 @@ TEST_F( Reports, TheRpHasNoWayToItselfToBeMissed ) {
    EXPECT_EQ( findings, "its group has no RP\nno way to its RP 192.0.2.254\n" );
    filter = {};
    filter.group = prefixArgument( "239.7.7.7" );
-   const std::string text = routesText( mirror, filter, false, ShownRouter::now );
+   const std::string text = routesText( mirror, filter, {}, ShownRouter::now );
    EXPECT_NE( text.find( "shared tree  from its RP, this router\n" ),
               std::string::npos )
       << text;
@@ -328,7 +329,7 @@ TEST_F( Reports, OfWideThingsOnANarrowTerminal ) {
    Question question;
    question.route = key.key;
    std::string text =
-      routesText( mirror, {}, true, ShownRouter::now ) + '\n' +
+      routesText( mirror, {}, { .detail = true }, ShownRouter::now ) + '\n' +
       explainText( mirror, question, ShownRouter::now ) + '\n' +
       checkText( mirror, check( mirror, {} ) ) + '\n' +
       interfacesText( mirror,

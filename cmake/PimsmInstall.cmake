@@ -40,6 +40,9 @@ function( pimsm_install )
    install( FILES doc/man/pimsm-agent.1 doc/man/pimsm-show.1
       DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 )
    install( FILES doc/man/pimsm-mfib.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 )
+   install( FILES apps/show/metrics/pimsm.rules.yaml
+      apps/show/metrics/pimsm-dashboard.json
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/pimsm )
    install( FILES apps/json/yang/pimsm-state.yang
       DESTINATION ${CMAKE_INSTALL_DATADIR}/yang/modules/pimsm )
    foreach( program IN ITEMS pimsm-agent pimsm-show pimsm-mfib )

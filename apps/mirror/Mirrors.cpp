@@ -174,6 +174,11 @@ void Mirrors::rescan() {
    }
 }
 
+void Mirrors::followVrfs() {
+   std::erase_if( mirrors_, []( const auto& each ) { return each->removed(); } );
+   rescan();
+}
+
 void Mirrors::drop( const Mirror& mirror ) {
    std::erase_if( mirrors_,
                   [&]( const auto& each ) { return each.get() == &mirror; } );

@@ -103,6 +103,9 @@ class Mirrors {
 
    // Mounts new tables that may be read; they load as the loop runs.
    void rescan();
+   // Drops the mirrors of VRFs that have gone, and rescans. REQUIRES: no mirror of a VRF
+   // that has gone is in use.
+   void followVrfs();
    // REQUIRES: one of all(), no longer in use.
    void drop( const Mirror& mirror );
 

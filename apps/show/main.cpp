@@ -99,6 +99,8 @@ ExitStatus run( const Arguments& arguments ) {
    // record by record would take nearly half of the time of a count.
    static Mirrors& mirrors = *new Mirrors( arguments.selection );
    const auto unread = mirrors.load( partOf( arguments.command ) );
+   // A server waits for tables.
+   if ( !arguments.listen.empty() ) return print( mirrors, arguments );
    if ( mirrors.all().empty() && unread.empty() )
       return complain( noTables, noTablesText( arguments.selection ) );
    if ( mirrors.all().empty() ) return complainOfAll( unread );

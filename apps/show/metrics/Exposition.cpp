@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <limits>
 
 namespace Show {
 
@@ -62,15 +63,16 @@ void Exposition::histogram( const char* name, const char* help,
       with.emplace_back( "le", limit );
       into.samples += sample( bucket, with, std::to_string( below ) );
    };
-   for ( uint64_t limit = 1;; limit *= 2 ) {
+   const auto addUpTo = [&]( uint64_t limit, const std::string& label ) {
       for ( ; next != counts.end() && next->first <= limit; ++next ) {
          below += next->second;
          sum += next->first * next->second;
       }
-      add( std::to_string( limit ) );
-      if ( next == counts.end() ) break;
-   }
-   add( "+Inf" );
+      add( label );
+   };
+   for ( uint64_t limit = 1; limit <= lastBucket; limit *= 2 )
+      addUpTo( limit, std::to_string( limit ) );
+   addUpTo( std::numeric_limits<uint64_t>::max(), "+Inf" );
    into.samples +=
       sample( std::string( name ) + "_sum", labels, std::to_string( sum ) );
    into.samples +=

@@ -22,7 +22,9 @@ class Exposition {
                double value );
    void counter( const char* name, const char* help, const Labels& labels,
                  uint64_t value );
-   // Buckets by powers of two, from 1 to the first that holds all samples.
+   // Buckets by powers of two; always the same ones, since a query over several routers
+   // or days adds them up.
+   static constexpr uint64_t lastBucket = 1024;
    void histogram( const char* name, const char* help, const Labels& labels,
                    const Counts& counts );
 

@@ -207,6 +207,89 @@ void addAgent( Exposition& out, const Counters& counters ) {
    }
 }
 
+// The keys of a table of interfaces in order of name.
+std::vector<Vantu::IntfId> sorted( std::vector<Vantu::IntfId> names ) {
+   std::sort( names.begin(), names.end() );
+   return names;
+}
+
+// The interfaces as the agent publishes them.
+void addInterfaces( Exposition& out, const Mirror& mirror, const Labels& labels ) {
+   const auto add = [&]( const char* name, const char* help,
+                         const Published::Interface& intf, double value ) {
+      out.gauge( name, help,
+                 with( labels, "interface", std::string( intf.key.name() ) ),
+                 value );
+   };
+   for ( Vantu::IntfId name : sorted( mirror.agent->interface().keys() ) ) {
+      Published::Interface intf;
+      if ( mirror.agent->interface().find( name, intf ) != Brane::lookupFound )
+         continue;
+      if ( intf.link != Published::linkUnknown )
+         add( "pimsm_interface_up", "Is the interface up, with carrier?", intf,
+              intf.link == Published::linkUp ? 1 : 0 );
+      if ( intf.link == Published::linkDown ) continue;
+      add( "pimsm_interface_neighbors", "PIM neighbours.", intf, intf.neighbors );
+      add( "pimsm_interface_designated_router", "Is this router the DR there?",
+           intf, intf.iAmDr ? 1 : 0 );
+   }
+}
+
+// An interface of the forwarding process.
+void addVif( Exposition& out, const Published::MfibVif& vif,
+             const Labels& labels ) {
+   const Labels named = with( labels, "interface", std::string( vif.key.name() ) );
+   const auto add = [&]( const char* direction, uint64_t packets, uint64_t bytes ) {
+      const Labels way = with( named, "direction", direction );
+      out.counter( "pimsm_forwarding_packets_total",
+                   "Multicast packets that came in to be forwarded, or went out.",
+                   way, packets );
+      out.counter( "pimsm_forwarding_bytes_total", "Bytes of these packets.", way,
+                   bytes );
+   };
+   add( "in", vif.packetsIn, vif.bytesIn );
+   add( "out", vif.packetsOut, vif.bytesOut );
+}
+
+// The kernel's entries, by the incoming interfaces of their routes; those without a
+// route are of none.
+void addEntries( Exposition& out, const Mirror& mirror, const Labels& labels ) {
+   struct Sum {
+      uint64_t entries = 0, wrong = 0;
+   };
+   std::map<std::string, Sum> sums;
+   mirror.mfib->cache().visit( nullptr, [&]( const Published::MfibCache& record ) {
+      const Route* route = std::as_const( *mirror.model ).route( record.key );
+      Sum& sum =
+         sums[route == nullptr ? "" : std::string( route->incomingIntf().name() )];
+      sum.entries += 1;
+      sum.wrong += record.wrongIf;
+      return true;
+   } );
+   for ( const auto& [name, sum] : sums ) {
+      const Labels named = with( labels, "interface", name );
+      out.gauge( "pimsm_forwarding_entries",
+                 "Entries of the kernel, by where their packets come in.", named,
+                 static_cast<double>( sum.entries ) );
+      out.gauge( "pimsm_forwarding_wrong_interface_packets",
+                 "Packets of these entries that came in elsewhere.", named,
+                 static_cast<double>( sum.wrong ) );
+   }
+}
+
+// Nothing where no forwarding process has run.
+void addForwarding( Exposition& out, const Mirror& mirror, const Labels& labels ) {
+   if ( !isReady( mirror.mfib->cache() ) || !isReady( mirror.mfib->vif() ) ) return;
+   out.gauge( "pimsm_forwarding_up", "Does the forwarding process hold its tables?",
+              labels, mirror.mfib->cache().writerAlive() ? 1 : 0 );
+   for ( Vantu::IntfId name : sorted( mirror.mfib->vif().keys() ) ) {
+      Published::MfibVif vif;
+      if ( mirror.mfib->vif().find( name, vif ) == Brane::lookupFound )
+         addVif( out, vif, labels );
+   }
+   addEntries( out, mirror, labels );
+}
+
 // What stands before the first slash; removes it with the slash.
 std::string takePart( std::string& rest ) {
    const size_t slash = std::min( rest.find( '/' ), rest.size() );
@@ -216,17 +299,21 @@ std::string takePart( std::string& rest ) {
 }
 
 // An interface's name may hold slashes, so it comes last.
-void addSent( Exposition& out, const Counters& counters ) {
-   counters.eachBelow(
-      "agent/sent/",
-      [&]( std::string rest, const std::string& type, uint64_t value ) {
+void addLinks( Exposition& out, const Counters& counters ) {
+   const auto add = [&]( const char* owner, const char* name, const char* help ) {
+      counters.eachBelow( owner, [&]( std::string rest, const std::string& type,
+                                      uint64_t value ) {
          const std::string vrf = takePart( rest );
          out.counter(
-            "pimsm_agent_interface_sent_total",
-            "Messages that the agent sent on an interface.",
+            name, help,
             { { "vrf", vrf }, { "interface", rest }, { "type", yangName( type ) } },
             value );
       } );
+   };
+   add( "agent/sent/", "pimsm_agent_interface_sent_total",
+        "Messages that the agent sent on an interface." );
+   add( "agent/received/", "pimsm_agent_interface_received_total",
+        "Messages that came in by an interface, of neighbours or of others." );
    counters.eachBelow(
       "agent/asked/",
       [&]( std::string rest, const std::string& what, uint64_t value ) {
@@ -251,17 +338,24 @@ std::string metricsText( const Mirrors& mirrors, const char* version ) {
       const Labels labels = { { "vrf", mirror->vrf() },
                               { "family", familyName( mirror->family ) } };
       addTables( out, *mirror, labels );
-      addRoutes( out, *mirror, labels );
+      // A VRF that has just come is still being read.
+      if ( mirror->loaded() ) addRoutes( out, *mirror, labels );
       addWrites( out, *mirror, labels, counters );
       addAgentOf( out, *mirror, labels, counters );
+      addInterfaces( out, *mirror, labels );
+      addForwarding( out, *mirror, labels );
    }
    addAgent( out, counters );
-   addSent( out, counters );
-   const auto& layout = mirrors.all().front()->tables->route().reader()->layout();
+   addLinks( out, counters );
+   Labels build = { { "version", version } };
+   if ( !mirrors.all().empty() ) {
+      const auto& layout =
+         mirrors.all().front()->tables->route().reader()->layout();
+      build =
+         with( build, "layout", fmt::format( "{:016x}", layout.fingerprint() ) );
+   }
    out.gauge( "pimsm_build_info", "The tool's version and its tables' layout.",
-              { { "version", version },
-                { "layout", fmt::format( "{:016x}", layout.fingerprint() ) } },
-              1 );
+              build, 1 );
    return out.text();
 }
 

@@ -14,6 +14,7 @@
 #include "apps/json/YangData.h"
 #include "apps/program/Output.h"
 #include "apps/show/metrics/MetricsReport.h"
+#include "apps/show/metrics/MetricsServer.h"
 #include "apps/show/reports/CheckReport.h"
 #include "apps/show/reports/HistogramReport.h"
 #include "apps/show/reports/InterfaceReport.h"
@@ -30,6 +31,7 @@
 #include "apps/show/watch/LogFollower.h"
 #include "apps/show/watch/TopScreen.h"
 #include "apps/show/watch/Watch.h"
+#include "platform/loop/SignalWatcher.h"
 
 namespace Show {
 
@@ -337,7 +339,22 @@ ExitStatus printChecked( const Mirrors& mirrors, const Arguments& arguments ) {
    return found ? nothingFound : done;
 }
 
-ExitStatus printMetrics( const Mirrors& mirrors, const Arguments& arguments ) {
+// Serves until a signal ends it. VRFs come and go meanwhile, and so does the agent.
+ExitStatus serveMetrics( Mirrors& mirrors, const std::string& where ) {
+   Mox::SignalWatcher ends( mirrors.loop(), { SIGTERM, SIGINT },
+                            [&]( int ) { mirrors.loop().stop(); } );
+   const MetricsServer server( mirrors.loop(), mirrors.clock(), where, [&] {
+      mirrors.followVrfs();
+      return metricsText( mirrors, PIMSM_VERSION );
+   } );
+   complain( done, "serves http://" + server.address() + "/metrics" );
+   mirrors.loop().run();
+   return done;
+}
+
+ExitStatus printMetrics( Mirrors& mirrors, const Arguments& arguments ) {
+   if ( !arguments.listen.empty() )
+      return serveMetrics( mirrors, arguments.listen );
    std::string text = metricsText( mirrors, PIMSM_VERSION );
    if ( arguments.output.empty() ) {
       std::cout << text;

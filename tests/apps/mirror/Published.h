@@ -147,6 +147,8 @@ class ShownRouter {
                                                 L3::VrfName( "default" ) ),
             ::Brane::tableWriter, 1000 );
       seconds += 1;
+      forwarding->vifIs( { SmTest::intfId( "eth1" ), 1, 7, 1000 * seconds,
+                           100000 * seconds, 1, 60 } );
       const auto stream = [&]( const char* source, const char* group, uint64_t each,
                                uint64_t bytes ) {
          ::Published::MfibCache record{ SmTest::sgKey( source, group ) };

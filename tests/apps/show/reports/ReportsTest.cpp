@@ -421,7 +421,9 @@ TEST_F( Reports, StatusWithCounters ) {
 }
 
 TEST_F( Reports, Metrics ) {
+   router.publishInterfaces();
    router.publishProcess();
+   router.publishTraffic();
    Mirrors mirrors( { router.root.path(), "default", Vantu::AddressFamily::ipv4 } );
    mirrors.load();
    expectGolden( "metrics.txt",

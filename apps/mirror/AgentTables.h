@@ -30,4 +30,12 @@ struct Pending {
 };
 std::array<Pending, 3> pendingRoutes( const Mirror& mirror );
 
+// The routes in the tables, by kind. Reads every record of routes and interfaces, so
+// that the mirror's unreadable() tells of them.
+struct RouteCounts {
+   uint32_t wc = 0;  // (*,G)
+   uint32_t sg = 0;
+};
+RouteCounts countRoutes( const Mirror& mirror );
+
 }

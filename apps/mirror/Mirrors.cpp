@@ -17,21 +17,31 @@ std::string familyName( Vantu::AddressFamily family ) {
 }
 
 Mirror::Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
-                Vantu::AddressFamily mirrorFamily, const L3::VrfName& name )
+                Vantu::AddressFamily mirrorFamily, const L3::VrfName& vrfName,
+                Depth depth )
    : family( mirrorFamily ),
-     routes( manager, clock, family, name ),
-     model( routes.model() ),
-     tables( routes.tables() ),
+     name( vrfName ),
      registers( Sm::RegisterStatus::mount(
         manager, Sm::RegisterStatus::mountPath( family, name ),
         Brane::tableReader ) ),
      advertised( Sm::AdvertisedSgStatus::mount(
         manager, Sm::AdvertisedSgStatus::mountPath( family, name ),
         Brane::tableReader ) ),
-     agent( routes.published() ),
      mfib( Published::MfibStatus::mount(
         manager, Published::MfibStatus::mountPath( family, name ),
-        Brane::tableReader ) ) {}
+        Brane::tableReader ) ) {
+   if ( depth == models ) {
+      routes.emplace( manager, clock, family, name );
+      model = routes->model();
+   }
+   // Mounted already by `routes`.
+   tables = Sm::Brane::Status::mountInDependencyOrder(
+      manager, Sm::Brane::Status::mountPath( family, name ), Brane::tableReader,
+      nullptr );
+   agent = Published::FamilyStatus::mount(
+      manager, Published::FamilyStatus::mountPath( family, name ),
+      Brane::tableReader );
+}
 
 Mirror::Problem Mirror::problem( const MoxBrane::TableBase& table ) {
    const MoxBrane::CollectionControl* control = table.control();
@@ -138,10 +148,11 @@ Mirror::Problem problemOf( const Mirror& mirror, Mirrors::Part part ) {
 }
 
 // Unreadable directories are reported first, before anything is mounted.
-Mirrors::Mirrors( const Selection& selection )
+Mirrors::Mirrors( const Selection& selection, Mirror::Depth depth )
    : selection_( selection ),
+     depth_( depth ),
      clock_( loop_ ),
-     manager_( clock_, &loop_, selection.root ) {
+     manager_( clock_, &loop_, selection.root, depth == Mirror::models ) {
    const Found found = find( selection );
    process_ = Published::ProcessStatus::mount( manager_, Brane::tableReader );
    mount( found );
@@ -158,7 +169,7 @@ void Mirrors::mount( const Found& found ) {
          [&]( const auto& mirror ) { return order( mirror ) == wanted; } );
       if ( !known )
          mirrors_.push_back(
-            std::make_unique<Mirror>( manager_, clock_, family, name ) );
+            std::make_unique<Mirror>( manager_, clock_, family, name, depth_ ) );
    }
    std::sort(
       mirrors_.begin(), mirrors_.end(),

@@ -31,11 +31,15 @@ struct Selection {
 
 // One VRF and family: the tables and the model that mirrors them.
 struct Mirror {
-   Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
-           Vantu::AddressFamily mirrorFamily, const L3::VrfName& name );
+   // What a command needs of the routes.
+   enum Depth { models, tablesOnly };
 
-   std::string vrf() const { return model->vrfName().name(); }
-   bool loaded() const { return model->initialized(); }
+   Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
+           Vantu::AddressFamily mirrorFamily, const L3::VrfName& vrfName,
+           Depth depth = models );
+
+   std::string vrf() const { return name.name(); }
+   bool loaded() const { return model == nullptr || model->initialized(); }
    // Were the tables removed, as with their VRF, after they had existed?
    bool removed() const {
       return tables->route().control()->mountStatus() == MoxBrane::mountRemoved;
@@ -64,8 +68,10 @@ struct Mirror {
    uint64_t unreadable() const;
 
    Vantu::AddressFamily family;
-   Routing::Pim::SparseMode::VrfMirror routes;
-   // The model of `routes`; those below belong to the agent's tables.
+   L3::VrfName name;
+   std::optional<Routing::Pim::SparseMode::VrfMirror> routes;
+   // The model of `routes`, null with tablesOnly; those below belong to the agent's
+   // tables.
    Mox::Ptr<Routing::Pim::SparseMode::Status> model;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables;
    // These tables need no loading.
@@ -87,8 +93,10 @@ class Mirrors {
    static constexpr double patience = 1.0;
 
    // Mounts the selected tables that exist; load() fills the models. Throws
-   // Published::UnreadableDirectoryError if the directory may not be read.
-   explicit Mirrors( const Selection& selection );
+   // Published::UnreadableDirectoryError if the directory may not be read. With
+   // tablesOnly no change is heard of afterwards, which spares the watches.
+   explicit Mirrors( const Selection& selection,
+                     Mirror::Depth depth = Mirror::models );
 
    // The part of a mirror to be read.
    enum Part { routesPart, registersPart, advertisedPart };
@@ -122,6 +130,7 @@ class Mirrors {
    void mount( const Found& found );
 
    Selection selection_;
+   Mirror::Depth depth_;
    Mox::Loop loop_;
    Mox::RealClock clock_;
    Corvex::EntityManager manager_;

@@ -14,7 +14,7 @@ namespace {
 std::string othersText( Selection selection ) {
    selection.vrf = "all";
    std::set<std::string> names;
-   const Mirrors others( selection );
+   const Mirrors others( selection, Mirror::tablesOnly );
    for ( const auto& mirror : others.all() ) names.insert( mirror->vrf() );
    std::string text;
    for ( const std::string& name : names )
@@ -97,7 +97,9 @@ ExitStatus run( const Arguments& arguments ) {
    if ( arguments.command == logCommand ) return printLog( arguments );
    // Never destroyed: the system frees a process's memory at once, while freeing
    // record by record would take nearly half of the time of a count.
-   static Mirrors& mirrors = *new Mirrors( arguments.selection );
+   static Mirrors& mirrors = *new Mirrors(
+      arguments.selection,
+      arguments.command == statusCommand ? Mirror::tablesOnly : Mirror::models );
    const auto unread = mirrors.load( partOf( arguments.command ) );
    // A server waits for tables.
    if ( !arguments.listen.empty() ) return print( mirrors, arguments );

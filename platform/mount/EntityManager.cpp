@@ -76,6 +76,7 @@ EntityManager::~EntityManager() {
 // to the root: they are watched here.
 void EntityManager::watchAbove( const Mox::String& path ) {
    const size_t own = path.rfind( '/' );
+   if ( above_.count( path.substr( 0, path.rfind( '/', own - 1 ) ) ) != 0 ) return;
    for ( size_t slash = root_.size(); slash < own;
          slash = path.find( '/', slash + 1 ) ) {
       Mox::String directory = path.substr( 0, slash );
@@ -111,7 +112,15 @@ void EntityManager::dispatch() {
    dispatchHub();
 }
 
+bool EntityManager::writerAlive( const Brane::TableReader& reader ) {
+   const auto [known, asked] = alive_.try_emplace( reader.bell() );
+   if ( asked ) known->second = reader.writerAlive();
+   return known->second;
+}
+
+// At the end of a turn.
 void EntityManager::ring() {
+   alive_.clear();
    while ( !written_.empty() ) {
       MoxBrane::TableBase* table = written_.back();
       written_.pop_back();
@@ -131,6 +140,8 @@ void EntityManager::dispatchHub() {
       table->drainInOrder();
    }
    if ( restoreAgain_ <= now ) restoreAgain();
+   // The hub takes its events first: only later answers can be told by them.
+   alive_.clear();
    double due = hub_.dispatch( now );
    if ( tellRestored_ <= now ) tellRestored();
    due = std::min( { due, restoreAgain_, tellRestored_ } );

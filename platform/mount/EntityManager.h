@@ -11,11 +11,13 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/entity/Entity.h"
 #include "platform/loop/RealClock.h"
 #include "platform/shm/DoorbellHub.h"
+#include "platform/shm/TableReader.h"
 #include "platform/shm/WriterSeat.h"
 
 namespace MoxBrane {
@@ -90,6 +92,10 @@ class PIMSM_API EntityManager {
    Brane::DoorbellHub::Id watch( const Mox::String& path,
                                  MoxBrane::TableBase& table );
    void unwatch( Brane::DoorbellHub::Id id, MoxBrane::TableBase& table );
+   // Does a process hold the table's bell? The system is asked once for each bell
+   // and dispatch or turn of the loop: a bell is many tables', and an answer from
+   // after its latest event is new enough.
+   bool writerAlive( const Brane::TableReader& reader );
    // The table was written to: its readers are told at the end of the turn.
    void written( MoxBrane::TableBase& table ) { written_.push_back( &table ); }
    // Drains the table again: with `atOnce`, for the rest of a burst, on the loop's
@@ -134,6 +140,7 @@ class PIMSM_API EntityManager {
    Mox::String problem_;
    NoteHandler noteHandler_;
    std::map<Mox::String, std::weak_ptr<Brane::WriterSeat>> seats_;  // by mount path
+   std::unordered_map<Mox::String, bool> alive_;  // by bell, as asked in this turn
    // Written to since the last ring.
    std::vector<MoxBrane::TableBase*> written_;
    std::unique_ptr<Wakeup> wakeup_;

@@ -78,8 +78,8 @@ class Table : public TableBase {
    Table( MountedEntity& entity, Mox::String name, Callbacks callbacks,
           ::Brane::WriterOptions options = {},
           Corruption corruption = corruptionThrown )
-      : TableBase( entity, std::move( name ), makeLayout(),
-                   withFresh( std::move( options ) ), corruption ),
+      : TableBase( entity, std::move( name ), sharedLayout(), std::move( options ),
+                   corruption ),
         callbacks_( std::move( callbacks ) ) {}
 
    // The record's layout, as it stands in the table's header.
@@ -276,14 +276,20 @@ class Table : public TableBase {
       alignas( 16 ) typename KeyForm::Bytes bytes;
    };
 
+   // One for all tables of the type: a process may have thousands.
+   static const std::shared_ptr<const ::Brane::Layout>& sharedLayout() {
+      static const auto layout =
+         std::make_shared<const ::Brane::Layout>( makeLayout() );
+      return layout;
+   }
+
    // Not every field's default is all zeros: an infinite metric is not.
-   static ::Brane::WriterOptions withFresh( ::Brane::WriterOptions options ) {
+   std::vector<std::byte> freshRecord() const override {
       Record fresh;
       std::memset( &fresh, 0, sizeof fresh );
       Form::write( V(), fresh.bytes );
       auto* bytes = reinterpret_cast<const std::byte*>( &fresh );
-      options.fresh.assign( bytes, bytes + kRecordSize );
-      return options;
+      return { bytes, bytes + kRecordSize };
    }
 
    bool decode( const void* record, V& out ) const {

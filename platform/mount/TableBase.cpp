@@ -30,8 +30,8 @@ bool wasReady( MountStatus status ) {
 }
 
 TableBase::TableBase( MountedEntity& entity, Mox::String name,
-                      ::Brane::Layout layout, ::Brane::WriterOptions options,
-                      Corruption corruption )
+                      std::shared_ptr<const ::Brane::Layout> layout,
+                      ::Brane::WriterOptions options, Corruption corruption )
    : entity_( entity ),
      name_( std::move( name ) ),
      layout_( std::move( layout ) ),
@@ -73,6 +73,7 @@ void TableBase::mountWriter( Corvex::EntityManager& manager,
                              const Mox::String& path, uint32_t capacity ) {
    manager.makeDirectories( path );
    ::Brane::WriterOptions options = options_;
+   options.fresh = freshRecord();
    options.seat = manager.seatOf( entity_ );
    writer_ =
       std::make_unique<::Brane::TableWriter>( path, layout_, capacity, options );
@@ -91,11 +92,11 @@ void TableBase::dropWhatIsNoValue( ::Brane::AttachReport& report ) {
                  [&]( const void* record ) {
                     auto* key = static_cast<const std::byte*>( record );
                     if ( !isValue( record ) )
-                       keys.insert( keys.end(), key, key + layout_.keySize );
+                       keys.insert( keys.end(), key, key + layout_->keySize );
                     return true;
                  },
                  {} );
-   for ( size_t at = 0; at < keys.size(); at += layout_.keySize ) {
+   for ( size_t at = 0; at < keys.size(); at += layout_->keySize ) {
       const std::byte* key = keys.data() + at;
       ::Brane::Position position = writer_->positionAtOrBefore( key );
       if ( !writer_->remove( key ) ) continue;
@@ -163,7 +164,7 @@ void TableBase::updateMountStatus() {
       }
    }
    control_->mountStatusIs( status );
-   control_->writerAliveIs( writerAlive() );
+   control_->writerAliveIs( writerHeard() );
    control_->quiescedIs( quiesced_ );
 }
 
@@ -228,6 +229,11 @@ bool TableBase::writerAlive() const {
    return writer_ != nullptr || ( reader_ != nullptr && reader_->writerAlive() );
 }
 
+bool TableBase::writerHeard() const {
+   if ( reader_ == nullptr || entity_.manager() == nullptr ) return writerAlive();
+   return entity_.manager()->writerAlive( *reader_ );
+}
+
 void TableBase::ring() {
    if ( writer_ == nullptr ) return;
    writer_->ring();
@@ -274,7 +280,7 @@ bool TableBase::followPart() {
       result = follower_->drain(
          [&]( const ::Brane::Change& change ) {
             auto* key = static_cast<const std::byte*>( change.key );
-            pending_.insert( pending_.end(), key, key + layout_.keySize );
+            pending_.insert( pending_.end(), key, key + layout_->keySize );
          },
          kPartKeys );
    } catch ( const ::Brane::CreateError& e ) {
@@ -296,7 +302,7 @@ bool TableBase::followPart() {
 bool TableBase::updateWriterAlive( bool changes ) {
    const bool known = control_->writerAlive();
    if ( changes && known ) return false;
-   control_->writerAliveIs( reader_->writerAlive() );
+   control_->writerAliveIs( writerHeard() );
    return control_->writerAlive() != known;
 }
 
@@ -310,7 +316,7 @@ void TableBase::drainSoon( bool atOnce ) {
 }
 
 void TableBase::foretell() {
-   const size_t size = layout_.keySize;
+   const size_t size = layout_->keySize;
    size_t end = std::min( notified_ + 2 * kForetoldKeys * size, pending_.size() );
    for ( foretold_ = std::max( foretold_, notified_ ); foretold_ < end; ) {
       foretold_ += size;
@@ -329,7 +335,7 @@ bool TableBase::unreadable() const {
 // all were notified. A handler may drain or throw, so members keep the position and
 // nothing is notified twice.
 bool TableBase::notifyPending() {
-   const size_t size = layout_.keySize;
+   const size_t size = layout_->keySize;
    std::vector<std::byte> key( size );
    for ( size_t count = 1; notified_ < pending_.size(); ++count ) {
       if ( unreadable() ) return true;
@@ -365,7 +371,7 @@ bool TableBase::removeRecord( const void* key, void* removed ) {
 
 ::Brane::Reservation TableBase::reserveRecord() {
    ::Brane::Reservation reserved = writable().reserve();
-   std::memset( reserved.record(), 0, layout_.recordSize );
+   std::memset( reserved.record(), 0, layout_->recordSize );
    return reserved;
 }
 
@@ -393,7 +399,7 @@ void TableBase::unreadable( const char* what ) const {
    try {
       const void* record = writer_->find( key );
       if ( record == nullptr ) return ::Brane::lookupAbsent;
-      std::memcpy( out, record, layout_.recordSize );
+      std::memcpy( out, record, layout_->recordSize );
       return ::Brane::lookupFound;
    } catch ( const ::Brane::CorruptionError& e ) {
       tellDamaged( e.what() );
@@ -455,7 +461,7 @@ void TableBase::visitWritten( ::Brane::Position position,
             static_cast<const std::byte*>( writtenAt( cursor, position ) );
          if ( record == nullptr ) continue;
          far.push_back( position );
-         for ( size_t at = 0; at < layout_.recordSize; at += kCacheLine )
+         for ( size_t at = 0; at < layout_->recordSize; at += kCacheLine )
             __builtin_prefetch( record + at );
       }
    };

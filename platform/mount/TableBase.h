@@ -78,7 +78,8 @@ class PIMSM_API TableBase {
    void handleBell( ::Brane::DoorbellHub::Ring why );
 
  protected:
-   TableBase( MountedEntity& entity, Mox::String name, ::Brane::Layout layout,
+   TableBase( MountedEntity& entity, Mox::String name,
+              std::shared_ptr<const ::Brane::Layout> layout,
               ::Brane::WriterOptions options, Corruption corruption );
    virtual ~TableBase();
 
@@ -90,6 +91,8 @@ class PIMSM_API TableBase {
    virtual void handleMountStatus() = 0;
    // Do the record's bytes decode to a value of the type under its key?
    virtual bool isValue( const void* record ) const = 0;
+   // The bytes of a record with the fields' defaults.
+   virtual std::vector<std::byte> freshRecord() const = 0;
 
    void putRecord( const void* record );
    bool removeRecord( const void* key, void* removed );
@@ -123,6 +126,8 @@ class PIMSM_API TableBase {
    bool followPart();
    bool notifyPending();
    void foretell();
+   // As writerAlive(), at most one turn of the loop old.
+   bool writerHeard() const;
    bool updateWriterAlive( bool changes );
    bool unreadable() const;
    bool timeIsUp() const;
@@ -143,7 +148,7 @@ class PIMSM_API TableBase {
 
    MountedEntity& entity_;
    Mox::String name_;
-   ::Brane::Layout layout_;
+   std::shared_ptr<const ::Brane::Layout> layout_;
    ::Brane::WriterOptions options_;
    Mox::Ptr<CollectionControl> control_;
    std::unique_ptr<::Brane::TableWriter> writer_;

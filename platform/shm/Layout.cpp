@@ -1,7 +1,6 @@
 #include "platform/shm/Layout.h"
 
 #include <algorithm>
-#include <set>
 
 #include "platform/base/Error.h"
 #include "platform/shm/detail/Hash.h"
@@ -23,8 +22,11 @@ uint64_t mixed( uint64_t state, const Mox::String& text ) {
    return state;
 }
 
-void require( bool condition, const Mox::String& text ) {
-   if ( !condition ) throw Mox::RangeError( "layout: " + text );
+// A table's every mount checks its layout: the text is made for a fault alone.
+template <class... Parts>
+void require( bool condition, const Parts&... parts ) {
+   if ( !condition )
+      throw Mox::RangeError( ( Mox::String( "layout: " ) + ... + parts ) );
 }
 
 bool textFits( const Mox::String& text ) {
@@ -50,17 +52,18 @@ void Layout::check() const {
    require( keySize <= recordSize, "the key is larger than the record" );
    require( recordSize <= maxRecordSize, "the record is too large" );
    require( fields.size() <= maxFields, "too many fields" );
-   std::set<Mox::String> names;
    for ( const Field& field : fields ) {
-      require( textFits( field.name ), "field name '" + field.name + "'" );
-      require( textFits( field.type ),
-               "type '" + field.type + "' of field " + field.name );
-      require( names.insert( field.name ).second, "two fields " + field.name );
+      require( textFits( field.name ), "field name '", field.name, "'" );
+      require( textFits( field.type ), "type '", field.type, "' of field ",
+               field.name );
+      const auto first = std::find_if(
+         fields.begin(), fields.end(),
+         [&]( const Field& other ) { return other.name == field.name; } );
+      require( &*first == &field, "two fields ", field.name );
       uint64_t end = uint64_t( field.offset ) + field.size;
-      require( end <= recordSize,
-               "field " + field.name + " ends beyond the record" );
-      require( field.offset >= keySize || end <= keySize,
-               "field " + field.name + " lies astride the key's end" );
+      require( end <= recordSize, "field ", field.name, " ends beyond the record" );
+      require( field.offset >= keySize || end <= keySize, "field ", field.name,
+               " lies astride the key's end" );
    }
 }
 

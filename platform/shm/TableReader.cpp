@@ -1,14 +1,17 @@
 #include "platform/shm/TableReader.h"
 
+#include <utility>
+
 #include "platform/shm/detail/Lock.h"
 #include "platform/shm/detail/ReaderTable.h"
 
 namespace Brane {
 
-TableReader::TableReader( const Mox::String& path, const Layout& layout,
+TableReader::TableReader( const Mox::String& path,
+                          std::shared_ptr<const Layout> layout,
                           const Mox::String& seat )
    : table_( std::make_unique<Detail::ReaderTable>( TableFiles( path, seat ),
-                                                    layout ) ) {}
+                                                    std::move( layout ) ) ) {}
 TableReader::~TableReader() = default;
 
 bool TableReader::poll() {

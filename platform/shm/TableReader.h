@@ -52,10 +52,11 @@ class PIMSM_API TableReader {
    // Attaches to the table if it exists; a missing table is no error. Throws
    // Mox::RangeError on a bad layout, and CreateError when the system refuses for
    // another reason than absence (permission, memory).
-   // `seat` is the base of the bell's name where the writer's tables share one.
+   // `seat` is the base of the bell's name where the writer's tables share one. The
+   // layout may be shared with other tables. REQUIRES: not null.
    TableReader( const Mox::String& path, const Layout& layout )
-      : TableReader( path, layout, path ) {}
-   TableReader( const Mox::String& path, const Layout& layout,
+      : TableReader( path, std::make_shared<const Layout>( layout ), path ) {}
+   TableReader( const Mox::String& path, std::shared_ptr<const Layout> layout,
                 const Mox::String& seat );
    ~TableReader();
    TableReader( const TableReader& ) = delete;

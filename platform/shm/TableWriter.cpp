@@ -6,10 +6,11 @@
 
 namespace Brane {
 
-TableWriter::TableWriter( const Mox::String& path, const Layout& layout,
-                          uint32_t capacity, const WriterOptions& options )
-   : table_( std::make_unique<Detail::WriterTable>( path, layout, capacity,
-                                                    options ) ) {}
+TableWriter::TableWriter( const Mox::String& path,
+                          std::shared_ptr<const Layout> layout, uint32_t capacity,
+                          const WriterOptions& options )
+   : table_( std::make_unique<Detail::WriterTable>( path, std::move( layout ),
+                                                    capacity, options ) ) {}
 TableWriter::~TableWriter() = default;
 
 Position TableWriter::put( const void* record, Position hint ) {

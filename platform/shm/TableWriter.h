@@ -69,8 +69,13 @@ class PIMSM_API TableWriter {
    // Creates the table, or takes it over with what it holds; `capacity` is raised
    // to the number of survivors. The path's directory must exist. Throws
    // SecondWriterError, CreateError, Mox::RangeError (layout, options).
+   // The layout may be shared with other tables. REQUIRES: not null.
+   TableWriter( const Mox::String& path, std::shared_ptr<const Layout> layout,
+                uint32_t capacity, const WriterOptions& options = {} );
    TableWriter( const Mox::String& path, const Layout& layout, uint32_t capacity,
-                const WriterOptions& options = {} );
+                const WriterOptions& options = {} )
+      : TableWriter( path, std::make_shared<const Layout>( layout ), capacity,
+                     options ) {}
    ~TableWriter();
    TableWriter( const TableWriter& ) = delete;
    TableWriter& operator=( const TableWriter& ) = delete;

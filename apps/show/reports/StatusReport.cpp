@@ -75,8 +75,9 @@ std::string statusText( const Mirror& mirror ) {
    for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
       if ( isPublished( *table ) ) text += tableLine( *table );
    }
-   text += fmt::format( "    routes        {} (*,G), {} (S,G)\n",
-                        mirror.model->wcRoutes(), mirror.model->sgRoutes() );
+   const RouteCounts routes = countRoutes( mirror );
+   text +=
+      fmt::format( "    routes        {} (*,G), {} (S,G)\n", routes.wc, routes.sg );
    text += "    pending       " + pendingText( mirror ) + '\n';
    const Brane::TableReader* route = mirror.tables->route().reader();
    text += fmt::format( "    generation    {:016x}, {} route changes\n",
@@ -94,8 +95,9 @@ std::string statusText( const Mirror& mirror ) {
 
 Json statusJson( const Mirror& mirror ) {
    Json json;
-   json["wc-routes"] = mirror.model->wcRoutes();
-   json["sg-routes"] = mirror.model->sgRoutes();
+   const RouteCounts routes = countRoutes( mirror );
+   json["wc-routes"] = routes.wc;
+   json["sg-routes"] = routes.sg;
    for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
       if ( isPublished( *table ) ) json["table"].push_back( tableJson( *table ) );
    }

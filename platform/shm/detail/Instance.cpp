@@ -29,11 +29,15 @@ FileHeader headerOf( int fd, uint64_t fileSize, const Layout& layout,
 
 Instance::Instance( int fd, uint64_t fileSize, const Layout& layout,
                     const Mox::String& path )
-   : header_( headerOf( fd, fileSize, layout, path ) ),
-     mapping_( Mapping::ofFile( fd, header_.fileSize, false, path ) ),
+   : Instance( fd, headerOf( fd, fileSize, layout, path ), path ) {}
+
+Instance::Instance( int fd, const FileHeader& header, const Mox::String& path )
+   : id_( header.instanceId ),
+     limit_( header.limit ),
+     mapping_( Mapping::ofFile( fd, header.fileSize, false, path ) ),
      view_{ mapping_.data(),
-            geometryOf( header_ ),
-            { header_.seed[0], header_.seed[1] } } {}
+            geometryOf( header ),
+            { header.seed[0], header.seed[1] } } {}
 
 // One attempt. On true, copy.result is right if the index word still stands.
 PIMSM_SHM_HOT bool Instance::copySlot( Copy& copy, void* out ) const {

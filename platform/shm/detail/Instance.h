@@ -60,8 +60,8 @@ class Instance {
 
    const ConstView& view() const { return view_; }
    const Geometry& geometry() const { return view_.geometry; }
-   uint64_t id() const { return header_.instanceId; }
-   uint32_t limit() const { return header_.limit; }
+   uint64_t id() const { return id_; }
+   uint32_t limit() const { return limit_; }
    uint64_t head() const { return loadWord( view_.head() ); }
 
  private:
@@ -69,7 +69,10 @@ class Instance {
    Copy insist( Position position, uint64_t word, void* out ) const;
    bool copySlot( Copy& copy, void* out ) const;
 
-   FileHeader header_;
+   Instance( int fd, const FileHeader& header, const Mox::String& path );
+
+   uint64_t id_;
+   uint32_t limit_;
    Mapping mapping_;
    ConstView view_;
 };

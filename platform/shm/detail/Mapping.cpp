@@ -52,13 +52,15 @@ Mapping& Mapping::operator=( Mapping&& other ) noexcept {
    return *this;
 }
 
+constexpr uint64_t largePage = 2 << 20;  // bytes
+
 Mapping Mapping::ofFile( int fd, uint64_t size, bool writable,
                          const Mox::String& path ) {
    int protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
    void* data = mmap( nullptr, size, protection, MAP_SHARED | MAP_POPULATE, fd, 0 );
    if ( data == MAP_FAILED ) systemFailed( path, "cannot map" );
    // Takes large pages where the system allows them for shared memory.
-   madvise( data, size, MADV_HUGEPAGE );
+   if ( size >= largePage ) madvise( data, size, MADV_HUGEPAGE );
    Mapping mapping;
    mapping.data_ = static_cast<std::byte*>( data );
    mapping.size_ = size;

@@ -26,10 +26,10 @@ bool nothingThere( int error ) {
 
 }
 
-ReaderTable::ReaderTable( TableFiles files, const Layout& layout )
-   : files_( std::move( files ) ), layout_( layout ) {
-   layout.check();
-   buffer_.resize( layout.recordSize );
+ReaderTable::ReaderTable( TableFiles files, std::shared_ptr<const Layout> layout )
+   : files_( std::move( files ) ), layout_( std::move( layout ) ) {
+   layout_->check();
+   buffer_.resize( layout_->recordSize );
    poll();
 }
 
@@ -71,15 +71,17 @@ bool ReaderTable::poll() {
    return look() || changed;
 }
 
-bool ReaderTable::look() {
+// Does the name still lead to the judged file?
+bool ReaderTable::judgedStands() const {
    struct stat status;
-   if ( stat( files_.table.c_str(), &status ) != 0 ) {
-      if ( nothingThere( errno ) ) return handleMissing();
-      systemFailed( files_.table, "cannot look at the file" );
-   }
-   bool same =
-      judged_ && !orphaned_ && FileId{ status.st_dev, status.st_ino } == fileId_;
-   if ( same ) return false;
+   if ( stat( files_.table.c_str(), &status ) == 0 )
+      return FileId{ status.st_dev, status.st_ino } == fileId_;
+   if ( nothingThere( errno ) ) return false;
+   systemFailed( files_.table, "cannot look at the file" );
+}
+
+bool ReaderTable::look() {
+   if ( judged_ && !orphaned_ && judgedStands() ) return false;
    Descriptor file( openFile( files_.table, O_RDONLY | O_NONBLOCK ) );
    if ( !file && nothingThere( errno ) ) return handleMissing();
    if ( !file ) systemFailed( files_.table, "cannot open" );
@@ -115,7 +117,7 @@ void ReaderTable::adopt( Descriptor& file ) {
          throw LayoutError( LayoutError::magic, files_.table + ": not a file" );
       }
       instance_ = std::make_shared<const Instance>(
-         file.get(), uint64_t( status.st_size ), layout_, files_.table );
+         file.get(), uint64_t( status.st_size ), *layout_, files_.table );
       former_.reset();
       state_ = readerAttached;
    } catch ( const LayoutError& e ) {
@@ -202,7 +204,7 @@ Position ReaderTable::visit( const TableReader::Visitor& visitor, Position after
    std::shared_ptr<const Instance> instance = instance_;
    const uint64_t* words = instance->view().index();
    const Position end = instance->geometry().positions();
-   std::vector<std::byte> record( layout_.recordSize );
+   std::vector<std::byte> record( layout_->recordSize );
    const size_t fetchAhead = ( ahead ? 2 * aheadBatch : 0 ) + leastAhead;
    constexpr size_t kept = 4 * aheadBatch;
    Position standing[kept];

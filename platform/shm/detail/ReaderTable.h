@@ -13,7 +13,7 @@ namespace Brane::Detail {
 
 class ReaderTable {
  public:
-   ReaderTable( TableFiles files, const Layout& layout );
+   ReaderTable( TableFiles files, std::shared_ptr<const Layout> layout );
 
    bool poll();
    Lookup lookup( const void* key, void* out, Position* position );
@@ -30,7 +30,7 @@ class ReaderTable {
    // Null unless attached.
    const std::shared_ptr<const Instance>& instance() const { return instance_; }
    const TableFiles& files() const { return files_; }
-   const Layout& layout() const { return layout_; }
+   const Layout& layout() const { return *layout_; }
    const TableReader::Counters& counters() const { return counters_; }
 
    void verifyingIs( bool verifying ) { verifying_ = verifying; }
@@ -58,6 +58,7 @@ class ReaderTable {
       return instance_ && loadWord( instance_->view().retired() ) != 0;
    }
    void followGrowth();
+   bool judgedStands() const;
    bool look();
    bool handleMissing();
    void attach( Descriptor file );
@@ -66,7 +67,7 @@ class ReaderTable {
    Lookup withoutInstance() const;
 
    TableFiles files_;
-   Layout layout_;
+   std::shared_ptr<const Layout> layout_;
    ReaderState state_ = readerAbsent;
    LayoutError::Mismatch mismatch_ = LayoutError::magic;
    Mox::String problem_;

@@ -129,16 +129,16 @@ AttachStatus TableMaker::judge( const Former& former, const Survey& survey ) {
    Layout found = layoutOf( former.header );
    std::vector<Mox::String>& texts = table_.report_.texts;
    // Readers go by the fingerprint, copying goes by the field directory.
-   bool same = found == table_.layout_ &&
-               former.header.fingerprint == table_.layout_.fingerprint();
+   bool same = found == table_.layout() &&
+               former.header.fingerprint == table_.layout().fingerprint();
    if ( !same ) {
       addText(
          texts,
          fmt::format( "{}: layout {:#x} with records of {} bytes, this "
                       "program's is {:#x} with {}",
                       table_.path(), former.header.fingerprint, found.recordSize,
-                      table_.layout_.fingerprint(), table_.layout_.recordSize ) );
-      return found.sameKey( table_.layout_ ) ? attachConverted : attachOtherKey;
+                      table_.layout().fingerprint(), table_.layout().recordSize ) );
+      return found.sameKey( table_.layout() ) ? attachConverted : attachOtherKey;
    }
    if ( former.header.version != formatVersion ) {
       addText( texts,
@@ -176,7 +176,7 @@ HeaderValues TableMaker::freshValues( uint32_t records ) const {
    values.limit = limit_;
    const uint32_t first = options_.firstCapacity
                              ? options_.firstCapacity
-                             : Geometry::firstCapacity( table_.layout_ );
+                             : Geometry::firstCapacity( table_.layout() );
    values.capacity = std::max( std::min( first, limit_ ), records );
    values.journalEntries = options_.journalEntries
                               ? options_.journalEntries
@@ -230,7 +230,7 @@ void TableMaker::grow( WriterTable& table ) {
 // A new, empty instance, which has no name yet.
 TableMaker::Made TableMaker::make( const WriterTable& table,
                                    const HeaderValues& values, uint64_t sequence ) {
-   const Layout& layout = table.layout_;
+   const Layout& layout = table.layout();
    const Geometry geometry = Geometry::of( layout.keySize, layout.recordSize,
                                            uint32_t( layout.fields.size() ),
                                            values.capacity, values.journalEntries );
@@ -285,9 +285,9 @@ Place TableMaker::freePlace( const ConstView& view, uint64_t hash ) {
 
 void TableMaker::copySurvivors( const Former& former, const Survey& survey ) {
    std::vector<Move> moves =
-      movesBetween( layoutOf( former.header ), table_.layout_ );
+      movesBetween( layoutOf( former.header ), table_.layout() );
    std::vector<std::byte> record = options_.fresh;
-   record.resize( table_.layout_.recordSize );
+   record.resize( table_.layout().recordSize );
    for ( Position p = 0; p < survey.index().size(); ++p ) {
       uint64_t word = survey.index()[p];
       if ( !isWord( p ) || !word ) continue;

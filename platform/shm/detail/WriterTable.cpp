@@ -35,10 +35,11 @@ bool isZero( const void* key, size_t size ) {
 
 }
 
-WriterTable::WriterTable( const Mox::String& path, const Layout& layout,
-                          uint32_t capacity, const WriterOptions& options )
-   : files_( path ), layout_( layout ), zeroKey_( options.zeroKey ) {
-   layout.check();
+WriterTable::WriterTable( const Mox::String& path,
+                          std::shared_ptr<const Layout> layout, uint32_t capacity,
+                          const WriterOptions& options )
+   : files_( path ), layout_( std::move( layout ) ), zeroKey_( options.zeroKey ) {
+   layout_->check();
    // Before the table has its name: whoever sees the table can watch its bell.
    seat_ = options.seat ? options.seat : std::make_shared<WriterSeat>( path );
    Descriptor former;
@@ -58,7 +59,7 @@ WriterTable::~WriterTable() {
 }
 
 PIMSM_SHM_HOT uint64_t WriterTable::hashOf( const void* key ) const {
-   return keyHash( key, layout_.keySize, view_.seed );
+   return keyHash( key, view_.geometry.keySize, view_.seed );
 }
 
 void WriterTable::corrupted( Position position, uint32_t slot,
@@ -89,7 +90,8 @@ PIMSM_SHM_HOT uint32_t WriterTable::checkedSlot( Position position,
 PIMSM_SHM_HOT bool WriterTable::holdsKey( Position position, uint64_t word,
                                           const void* key ) const {
    uint32_t slot = checkedSlot( position, word );
-   if ( !sameBytes( view_.record( slot ), key, layout_.keySize ) ) return false;
+   if ( !sameBytes( view_.record( slot ), key, view_.geometry.keySize ) )
+      return false;
    uint64_t stamp = view_.slot( slot )->stamp;
    if ( stateOf( stamp ) == slotLive && stampFits( stamp, word ) ) return true;
    corrupted( position, slot, "the slot's stamp does not fit the index" );
@@ -138,7 +140,7 @@ PIMSM_SHM_HOT Place WriterTable::probe( const void* key, uint64_t hash ) const {
 // As locate(), but refuses a key that cannot be written; nothing is stored before.
 PIMSM_SHM_HOT Place WriterTable::placeFor( const void* key, uint64_t hash,
                                            Position hint ) const {
-   if ( !zeroKey_ && isZero( key, layout_.keySize ) ) {
+   if ( !zeroKey_ && isZero( key, view_.geometry.keySize ) ) {
       throw Mox::RangeError( path() + ": the all-zero key is not a record" );
    }
    Place place = locate( key, hash, hint );
@@ -198,7 +200,7 @@ PIMSM_SHM_HOT void WriterTable::finish( const WriterView& view, const Place& pla
 // Does a put of the key need room that this instance does not have? A refused key
 // makes it no larger.
 bool WriterTable::mustGrow( const void* key, uint64_t hash, Position hint ) const {
-   if ( size_ >= limit_ || ( !zeroKey_ && isZero( key, layout_.keySize ) ) )
+   if ( size_ >= limit_ || ( !zeroKey_ && isZero( key, view_.geometry.keySize ) ) )
       return false;
    return !locate( key, hash, hint ).word;
 }
@@ -289,7 +291,7 @@ Position WriterTable::commit( uint32_t slot, const void* record, Position hint )
    Place place = placeFor( record, hash, hint );
    RecordIdentity identity{ sequence_ + 1, slot, hash };
    storeWord( &view_.slot( slot )->checksum,
-              recordChecksum( record, layout_.recordSize, identity ) );
+              recordChecksum( record, view_.geometry.recordSize, identity ) );
    finish( view_, place, identity );
    if ( --reservations_ == 0 ) former_.clear();
    return place.position;
@@ -305,7 +307,8 @@ bool WriterTable::remove( const void* key, void* removed, Position hint ) {
    Place place = locate( key, hash, hint );
    if ( !place.word ) return false;
    uint32_t slot = slotOf( place.word );
-   if ( removed ) std::memcpy( removed, view_.record( slot ), layout_.recordSize );
+   if ( removed )
+      std::memcpy( removed, view_.record( slot ), view_.geometry.recordSize );
    retract( view_, place, hash, ++sequence_ );
    free_.push( slot );
    --size_;

@@ -20,8 +20,8 @@ Position nextIn( const WriterView& view, Position after );
 
 class WriterTable {
  public:
-   WriterTable( const Mox::String& path, const Layout& layout, uint32_t capacity,
-                const WriterOptions& options );
+   WriterTable( const Mox::String& path, std::shared_ptr<const Layout> layout,
+                uint32_t capacity, const WriterOptions& options );
    ~WriterTable();
 
    Position put( const void* record, Position hint );
@@ -43,7 +43,7 @@ class WriterTable {
    Sweep verify() const;
 
    const WriterView& view() const { return view_; }
-   const Layout& layout() const { return layout_; }
+   const Layout& layout() const { return *layout_; }
    const Mox::String& path() const { return files_.table; }
    uint64_t instanceId() const { return instanceId_; }
    uint32_t limit() const { return limit_; }
@@ -77,7 +77,7 @@ class WriterTable {
    void fetchSlot( uint64_t hash, Position hint ) const;
 
    TableFiles files_;
-   Layout layout_;
+   std::shared_ptr<const Layout> layout_;
    bool zeroKey_ = false;
    std::shared_ptr<WriterSeat> seat_;
    FileId file_;  // of the mapping, which keeps it

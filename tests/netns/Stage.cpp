@@ -259,7 +259,30 @@ void Stage::hears( const std::string& who, const std::string& name ) {
               [&] { return found->second.receiver->reached( number ); } ) )
          throw ScriptError(
             fmt::format( "{} does not hear {}", who, valueToStrep( of ) ) );
+      if ( std::getenv( "PIMSM_LONG" ) != nullptr ) expectNoVerdict( who, of );
    }
+}
+
+// What the routers of the host's link say of a receiver that hears: the one that
+// serves it finds nothing, the others that another one serves it.
+void Stage::expectNoVerdict( const std::string& who, const IpGenAddr& of ) {
+   std::string said;
+   const bool fine = eventually( [&] {
+      said.clear();
+      for ( const std::string& router : bed_.routers() ) {
+         const std::string out = bed_.show(
+            router, { "explain", valueToStrep( of ),
+                      valueToStrep( bed_.address( of.family(), who ) ) } );
+         if ( out.find( "nothing stands in the way" ) != std::string::npos )
+            return true;
+         if ( out.find( "has the network of" ) == std::string::npos )
+            said += router + ": " + out;
+      }
+      return false;
+   } );
+   if ( !fine ) throw ScriptError( who + " hears, and is told why not:\n" + said );
+   std::printf( "explained: %s gets %s\n", who.c_str(),
+                valueToStrep( of ).c_str() );
 }
 
 std::map<std::string, double> Stage::figures( Words& words ) {

@@ -46,6 +46,7 @@ class Stage {
    void actOnProgram( const std::string& verb, Words& words );
    void link( Words& words );
    void until( Words& words );
+   void expectNoVerdict( const std::string& who, const Vantu::IpGenAddr& of );
    void hears( const std::string& who, const std::string& group );
    void killAtRandom( int times );
    double figure( const std::string& host, const Vantu::IpGenAddr& group,

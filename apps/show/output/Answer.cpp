@@ -4,17 +4,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <ctime>
 #include <iostream>
 #include <map>
-#include <set>
 
-#include "apps/json/EventJson.h"
 #include "apps/json/RouteJson.h"
 #include "apps/json/YangData.h"
 #include "apps/program/Output.h"
 #include "apps/show/metrics/MetricsReport.h"
 #include "apps/show/metrics/MetricsServer.h"
+#include "apps/show/output/Print.h"
 #include "apps/show/reports/CheckReport.h"
 #include "apps/show/reports/HistogramReport.h"
 #include "apps/show/reports/InterfaceReport.h"
@@ -24,11 +22,9 @@
 #include "apps/show/reports/RpReport.h"
 #include "apps/show/reports/StatusReport.h"
 #include "apps/show/reports/TopReport.h"
-#include "apps/show/text/EventText.h"
 #include "apps/show/text/Fold.h"
 #include "apps/show/text/RouteText.h"
 #include "apps/show/text/Words.h"
-#include "apps/show/watch/LogFollower.h"
 #include "apps/show/watch/TopScreen.h"
 #include "apps/show/watch/Watch.h"
 #include "platform/loop/SignalWatcher.h"
@@ -38,15 +34,6 @@ namespace Show {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-void printText( const std::string& text ) {
-   std::cout << folded( text, outputWidth() );
-}
-
-// `indent` -1 prints one line.
-void printJson( const Json& document, int indent = 2 ) {
-   std::cout << jsonText( document, indent ) << '\n';
-}
 
 // Prints mirrors one after the other: as text, or as JSON with each mirror's
 // envelope around `member`, as one document or a line each.
@@ -386,89 +373,10 @@ ExitStatus printExplanations( const Mirrors& mirrors, const Arguments& arguments
    return done;
 }
 
-// Without an interface, every one that the group's routes have.
-std::vector<Receiver> receiversOf( const Mirrors& mirrors, const Receiver& asked ) {
-   if ( !asked.intfId.empty() || !asked.host.isUnspecified() ) return { asked };
-   std::set<std::string> names;
-   for ( const auto& mirror : mirrors.all() ) {
-      for ( const Route& route : std::as_const( *mirror->model ).route() ) {
-         if ( route.key().group != asked.group ) continue;
-         for ( const Intf& intf : route.routeIntf() )
-            names.emplace( intf.intfId().name() );
-      }
-   }
-   std::vector<Receiver> out;
-   for ( const std::string& name : names ) {
-      out.push_back( asked );
-      out.back().intfId = Vantu::IntfId( name );
-   }
-   return out;
-}
-
-ExitStatus printWhy( const Mirrors& mirrors, const Arguments& arguments ) {
-   Events events( arguments.selection.root );
-   const Evidence evidence{ events.take(), thisHost(), mirrors.now() };
-   const auto receivers = receiversOf( mirrors, arguments.receiver );
-   if ( receivers.empty() )
-      return complain( nothingFound,
-                       "nobody asks for " +
-                          Vantu::valueToStrep( arguments.receiver.group ) +
-                          ": name the receiver's interface or address" );
-   ExitStatus status = done;
-   Json document = Json::array();
-   for ( const Receiver& receiver : receivers ) {
-      const Answer answer = whyOf( mirrors, receiver, evidence );
-      if ( !answer.why.cause.empty() ) status = nothingFound;
-      if ( arguments.json ) {
-         document.push_back( envelope( *answer.mirror, "pimsm-state:why",
-                                       whyJson( answer, receiver ) ) );
-      } else {
-         printText( ( &receiver == &receivers.front() ? "" : "\n" ) +
-                    whyText( answer, receiver ) );
-      }
-   }
-   if ( arguments.json ) printJson( document );
-   return status;
-}
-
-// In the background a terminal would stop the process.
-bool atTerminal() {
-   return isatty( STDOUT_FILENO ) != 0 && tcgetpgrp( STDIN_FILENO ) == getpgrp();
-}
-
-ExitStatus printTop( Mirrors& mirrors, const Arguments& arguments ) {
-   constexpr double kInterval = 2.0;  // s
-   constexpr size_t kFirst = 20;
-   const double interval = arguments.interval.value_or( kInterval );
-   Top top( mirrors, arguments.filter, arguments.by == "bits" );
-   if ( !top.known() )
-      return complain(
-         noTables, "no forwarding process publishes counters: start pimsm-mfib" );
-   if ( atTerminal() && !arguments.json ) {
-      topOnScreen( mirrors, top, interval, arguments.first );
-      return done;
-   }
-   pause( mirrors, interval );
-   top.read();
-   const auto streams = top.streams();
-   const size_t first = arguments.first.value_or( kFirst );
-   if ( !arguments.json ) {
-      printText( topText( streams, first ) );
-   } else {
-      printEach(
-         mirrors, arguments, "", []( const Mirror& ) { return std::string(); },
-         "pimsm-state:stream",
-         [&]( const Mirror& mirror ) {
-            return topJson( streams, first, mirror );
-         } );
-   }
-   return arguments.filter.active() && streams.empty() ? nothingFound : done;
-}
-
 ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
    watch( mirrors, arguments.filter,
           arguments.jsonLines ? watchJsonLines
-          : atTerminal() ? watchScreen
+          : atTerminal()      ? watchScreen
                               : watchText,
           arguments.selection.root );
    return done;
@@ -478,50 +386,6 @@ ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
 
 ExitStatus complain( ExitStatus status, const std::string& text ) {
    return Programs::complain( "pimsm-show", status, text );
-}
-
-ExitStatus printLog( const Arguments& arguments ) {
-   Events events( arguments.selection.root );
-   timespec clock;
-   clock_gettime( CLOCK_MONOTONIC, &clock );
-   const double now = static_cast<double>( clock.tv_sec ) +
-                      static_cast<double>( clock.tv_nsec ) * 1e-9;
-   EventFilter filter = arguments.events;
-   filter.since = now - filter.since;
-   const std::vector<Logged> all = events.take();
-   if ( !events.there() ) {
-      for ( const std::string& problem : events.problems() )
-         return complain( layoutNotSupported, problem );
-      if ( !arguments.follow )
-         return complain( noTables, "no event log under " +
-                                       arguments.selection.root +
-                                       ": start pimsm-agent, or name its --root" );
-   }
-   Json document = Json::array();
-   bool any = false;
-   for ( const Logged& logged : all ) {
-      if ( !filter.matches( logged ) ) continue;
-      any = true;
-      if ( arguments.json ) {
-         document.push_back( eventJson( logged ) );
-      } else if ( arguments.jsonLines ) {
-         printJson( eventJson( logged ), -1 );
-      } else {
-         printText( eventLine( logged, now ) + '\n' );
-      }
-   }
-   if ( arguments.json ) printJson( document );
-   if ( arguments.follow ) {
-      std::cout.flush();
-      followLog( events, filter, [&]( const Logged& logged ) {
-         return arguments.jsonLines ? jsonText( eventJson( logged ) )
-                                    : eventLine( logged, logged.event.at );
-      } );
-   }
-   for ( const std::string& problem : events.problems() )
-      complain( unverified, problem );
-   if ( !events.problems().empty() ) return unverified;
-   return any || arguments.follow ? done : nothingFound;
 }
 
 ExitStatus print( Mirrors& mirrors, const Arguments& arguments ) {

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -162,7 +163,10 @@ class Receivers {
       told = why.verdict;
       const bool ofAll = why.cause == "mfib-gone" || why.cause == "no-mfib";
       if ( ofAll && !ofAll_.insert( why.cause ).second ) return;
-      std::string text = why.chain.back().evidence;
+      const auto bad = std::find_if(
+         why.chain.begin(), why.chain.end(),
+         []( const Why::Step& step ) { return step.mark == Why::bad; } );
+      std::string text = bad->evidence;
       if ( !ofAll ) text += "; pimsm-show explain tells more";
       checked_.findings.push_back( { why.cause, ofAll ? RouteKey() : route.key(),
                                      ofAll ? Vantu::IntfId() : intfId, text } );

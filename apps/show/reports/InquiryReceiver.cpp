@@ -222,6 +222,7 @@ bool Inquiry::wanted() {
    return true;
 }
 
+// Who asked first, by which version, until when, and who asks the hosts.
 std::string Inquiry::memberText() const {
    const Logged* told = newest( [&]( const Event& event ) {
       return event.kind == Published::memberCame && event.intf == intfId_ &&
@@ -231,7 +232,21 @@ std::string Inquiry::memberText() const {
    if ( told != nullptr )
       out +=
          fmt::format( ", first {} {}", text( told->event.address ), ago( *told ) );
-   return out;
+   for ( const Route* route : ofGroup_ ) {
+      Published::Downstream timers;
+      if ( mirror_.agent->downstream().find( { route->key(), intfId_ }, timers ) !=
+           Brane::lookupFound )
+         continue;
+      if ( timers.memberVersion != 0 )
+         out += fmt::format( ", by version {}", timers.memberVersion );
+      if ( timers.memberUntil > evidence_.now )
+         out += ", asked whether they stay, " +
+                spanText( timers.memberUntil - evidence_.now ) + " left";
+   }
+   if ( published_.querier.isUnspecified() ) return out;
+   return out + "; querier " +
+          ( published_.querier == published_.address ? "this router"
+                                                     : text( published_.querier ) );
 }
 
 std::string Inquiry::joinText( const std::vector<const Intf*>& records ) const {

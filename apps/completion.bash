@@ -14,7 +14,7 @@ _pimsm() {
    _init_completion || return
    case $prev in
       --root) _filedir -d; return ;;
-      --config | --read | --output) _filedir; return ;;
+      --config | --check-config | --read | --output) _filedir; return ;;
       --interface | --iface | --iif)
          COMPREPLY=($(compgen -W "$(ls /sys/class/net 2>/dev/null)" -- "$cur"))
          return ;;

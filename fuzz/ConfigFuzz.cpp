@@ -16,8 +16,10 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size ) {
          for ( const Agent::RpfRouteConfig& route : vrf.rpfRoutes )
             FUZZ_CHECK( !route.interface.empty() );
       }
+      FUZZ_CHECK( Agent::configFaults( text, "fuzz" ).empty() );
    } catch ( const Agent::ConfigError& e ) {
       FUZZ_CHECK( std::string( e.what() ).compare( 0, 5, "fuzz:" ) == 0 );
+      FUZZ_CHECK( !Agent::configFaults( text, "fuzz" ).empty() );
    }
    return 0;
 }

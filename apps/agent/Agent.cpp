@@ -15,8 +15,6 @@ namespace Agent {
 namespace {
 
 constexpr double kReplaySlice = 0.01;  // s
-constexpr const char* kNoInterface =
-   "the configuration names no interface with an address";
 
 using Vantu::AddressFamily;
 constexpr AddressFamily kFamilies[] = { AddressFamily::ipv4, AddressFamily::ipv6 };
@@ -28,14 +26,6 @@ bool hasFamily( const VrfConfig& vrf, AddressFamily family ) {
       }
    }
    return false;
-}
-
-bool namesAFamily( const AgentConfig& config ) {
-   return std::any_of( config.vrfs.begin(), config.vrfs.end(),
-                       []( const VrfConfig& vrf ) {
-                          return hasFamily( vrf, AddressFamily::ipv4 ) ||
-                                 hasFamily( vrf, AddressFamily::ipv6 );
-                       } );
 }
 
 std::map<L3::VrfName, const VrfConfig*> byName( const AgentConfig& config ) {
@@ -78,7 +68,7 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
    Families made;
    addFamilies( options_.config, made );
    familiesAre( std::move( made ) );
-   if ( families_.empty() ) throw ConfigError( kNoInterface );
+   if ( families_.empty() ) throw ConfigError( noAddressText );
    if ( !options_.assumed ) removeLeftovers();
    followLinks();
    for ( const std::string& interface : listenedOn() )
@@ -274,7 +264,7 @@ std::unique_ptr<LiveCapture> Agent::listen( const std::string& interface ) {
 }
 
 std::vector<std::string> Agent::configIs( AgentConfig config ) {
-   if ( !namesAFamily( config ) ) throw ConfigError( kNoInterface );
+   if ( !namesAnAddress( config ) ) throw ConfigError( noAddressText );
    // Steps that may fail come first; until all follow, no VRF loses the routes that
    // it uses.
    std::set<uint32_t> tables = kernelTables( config );

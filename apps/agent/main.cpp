@@ -11,6 +11,7 @@
 #include "apps/config/ConfigFile.h"
 #include "apps/program/Capabilities.h"
 #include "apps/program/Ending.h"
+#include "apps/program/Readiness.h"
 #include "platform/loop/Service.h"
 #include "platform/loop/SignalWatcher.h"
 #include "platform/trace/Sinks.h"
@@ -29,6 +30,7 @@ struct Arguments {
    bool goodbye = false;
    std::string router;
    std::string config;
+   std::string check;  // a configuration file
    std::string root = Corvex::EntityManager::defaultRoot;
    bool exitAtEnd = false;
    uint32_t logSize = Published::EventLog::defaultEntries;
@@ -84,6 +86,15 @@ void declare( CLI::App& app, Arguments& arguments ) {
                  "At the end take leave of the neighbours, who forget this router, "
                  "and remove its tables" )
       ->needs( speak );
+   app.add_option(
+         "--check-config", arguments.check,
+         "Read this configuration file, say what is wrong in it, and end" )
+      ->type_name( "FILE" )
+      ->check( filled )
+      ->excludes( config )
+      ->excludes( router )
+      ->excludes( read )
+      ->excludes( interface );
    app.add_option( "--root", arguments.root, "Directory of the tables" )
       ->type_name( "DIR" )
       ->check( filled )
@@ -111,8 +122,26 @@ Agent::AgentConfig configOf( const Arguments& arguments, Agent::ConfigFile& file
    return Agent::assumedConfig( router );
 }
 
+std::string firstLine( const std::string& text ) {
+   return text.substr( 0, text.find( '\n' ) );
+}
+
 void say( const std::string& text ) {
    complain( kProgram, done, text );
+}
+
+// Says every fault of the file, or that it has none.
+ExitStatus check( const std::string& path ) {
+   const std::string text = Agent::configText( path );
+   std::vector<std::string> faults = Agent::configFaults( text, path );
+   if ( faults.empty() &&
+        !Agent::namesAnAddress( Agent::parseConfig( text, path ) ) )
+      faults.push_back( path + ": " + Agent::noAddressText );
+   for ( const std::string& fault : faults )
+      complain( kProgram, wrongUsage, fault );
+   if ( !faults.empty() ) return wrongUsage;
+   std::cout << path << ": configuration is valid\n";
+   return done;
 }
 
 // A bad file changes nothing.
@@ -125,8 +154,10 @@ void reload( Agent::Agent& agent, Agent::ConfigFile& file ) {
    try {
       for ( const std::string& note : agent.configIs( file.read() ) ) say( note );
       say( "took up " + path );
+      tellParentState( firstLine( agent.summary() ) );
    } catch ( const std::exception& e ) {
       say( std::string( e.what() ) + "; the configuration stays as it was" );
+      tellParentState( "the configuration has a fault: it stays as it was" );
    }
 }
 
@@ -171,6 +202,8 @@ ExitStatus run( const Arguments& arguments ) {
                                [&]( int ) { reload( agent, file ); } );
    agent.readyIs( [&] {
       std::cerr << agent.summary();
+      tellParentState( firstLine( agent.summary() ) );
+      tellParentReady();
       if ( arguments.exitAtEnd ) loop.stop();
    } );
    loop.run();
@@ -195,6 +228,7 @@ ExitStatus runCommand( int argc, char** argv ) {
    } catch ( const CLI::ParseError& e ) {
       throw WrongUsage( std::string( e.what() ) + "; see --help" );
    }
+   if ( !arguments.check.empty() ) return check( arguments.check );
    if ( arguments.config.empty() && arguments.router.empty() )
       throw WrongUsage( "give --config FILE, or --router ADDRESS" );
    try {

@@ -21,6 +21,14 @@ InterfaceAddress assumedAddress( const IpGenAddr& router ) {
 
 }
 
+bool namesAnAddress( const AgentConfig& config ) {
+   for ( const VrfConfig& vrf : config.vrfs ) {
+      for ( const Router::InterfaceConfig& interface : vrf.interfaces )
+         if ( !interface.addresses.empty() ) return true;
+   }
+   return false;
+}
+
 AgentConfig assumedConfig( const IpGenAddr& router ) {
    InterfaceConfig interface;
    interface.name = Vantu::IntfId( kAssumedInterface );

@@ -40,6 +40,11 @@ struct AgentConfig {
    std::vector<VrfConfig> vrfs;
 };
 
+// Does some interface have an address? Without any there is nothing to do.
+bool namesAnAddress( const AgentConfig& config );
+inline constexpr const char* noAddressText =
+   "the configuration names no interface with an address";
+
 // The configuration assumed when none is given: the interface eth0 of the VRF
 // "default" with that address, its subnet /24 or /64; no RP, no RPF route.
 AgentConfig assumedConfig( const Vantu::IpGenAddr& router );

@@ -753,6 +753,81 @@ AgentConfig parseConfig( const std::string& text, const std::string& name ) {
    }
 }
 
+namespace {
+
+// Takes the parts with faults out of a document, so that the next ones are found.
+class Faults {
+ public:
+   explicit Faults( YAML::Node root ) : root_( std::move( root ) ) {}
+
+   std::vector<std::string> all( const std::string& name ) {
+      while ( faults_.size() < maxFaults ) {
+         try {
+            readRoot( { root_, &name } );
+            break;
+         } catch ( const NodeError& e ) {
+            if ( !follows( e ) ) faults_.emplace( e.node().Mark().line, e.what() );
+            if ( !takeOut( root_, e.node(), 0 ) ) break;
+         }
+      }
+      std::vector<std::string> texts;
+      for ( const auto& [line, text] : faults_ ) texts.push_back( text );
+      return texts;
+   }
+
+ private:
+   // Is the fault that a part is gone which this took out?
+   bool follows( const NodeError& e ) const {
+      if ( faults_.empty() ) return false;
+      if ( e.node().is( root_ ) ) return true;
+      return std::any_of( gone_.begin(), gone_.end(), [&]( const auto& each ) {
+         return each.first.is( e.node() ) && each.second == e.missing();
+      } );
+   }
+
+   // Takes the node out of what holds it, a key with its value. An alias may make a
+   // value part of itself, or of very many.
+   bool takeOut( YAML::Node within, const YAML::Node& node, int depth ) {
+      constexpr int kDeepest = 32;
+      constexpr size_t kMostVisits = 4000000;  // in all
+      if ( depth > kDeepest || ++visits_ > kMostVisits ) return false;
+      if ( within.IsMap() ) {
+         for ( const auto& entry : within ) {
+            if ( entry.first.is( node ) || entry.second.is( node ) ) {
+               gone_.emplace_back( within, entry.first.Scalar() );
+               return within.remove( YAML::Node( entry.first ) );
+            }
+            if ( takeOut( entry.second, node, depth + 1 ) ) return true;
+         }
+      } else if ( within.IsSequence() ) {
+         for ( size_t i = 0; i < within.size(); ++i ) {
+            if ( within[i].is( node ) ) return within.remove( i );
+            if ( takeOut( within[i], node, depth + 1 ) ) return true;
+         }
+      }
+      return false;
+   }
+
+   YAML::Node root_;
+   size_t visits_ = 0;
+   std::multimap<int, std::string> faults_;                // by line
+   std::vector<std::pair<YAML::Node, std::string>> gone_;  // keys of maps
+};
+
+}
+
+std::vector<std::string> configFaults( const std::string& text,
+                                       const std::string& name ) {
+   try {
+      parseConfig( text, name );
+      return {};
+   } catch ( const NodeError& ) {
+      return Faults( YAML::Load( text ) ).all( name );
+   } catch ( const ConfigError& e ) {
+      return { e.what() };
+   }
+}
+
 std::string configText( const std::string& path ) {
    std::ifstream file( path );
    std::string text;

@@ -7,6 +7,7 @@
 
 #include "apps/config/ConfigReader.h"
 #include "apps/program/Capabilities.h"
+#include "apps/program/Readiness.h"
 #include "packet/Pim.h"
 
 namespace Forwarding {
@@ -132,7 +133,7 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
       log_->flush();
    } );
    if ( counterInterval_ > 0.0 ) wakeupTimeIs( clock.now() + counterInterval_ );
-   store.tellReady();
+   Programs::tellParentReady();
 }
 
 RegisterWays Daemon::waysFor( const FamilyConfig& config, SocketStore& store ) {

@@ -43,8 +43,4 @@ void SocketStore::dropOthers() {
    kept_.clear();
 }
 
-void SocketStore::tellReady() {
-   sd_notify( 0, "READY=1" );
-}
-
 }

@@ -21,9 +21,6 @@ class SocketStore {
    // Ends the keeping of all sockets that were not taken; they close.
    void dropOthers();
 
-   // Tells the parent that the process has all that it needs.
-   void tellReady();
-
  private:
    std::map<std::string, SharedFd> kept_;
 };

@@ -9,10 +9,11 @@
 namespace Agent {
 
 // The node of an empty file has no place.
-void Place::fail( const std::string& text ) const {
+void Place::fail( const std::string& text, const std::string& missing ) const {
    int line = std::max( node.Mark().line, 0 ) + 1;
-   throw ConfigError(
-      fmt::format( "{}:{}: {}", *file, line, Programs::printable( text ) ) );
+   throw NodeError(
+      fmt::format( "{}:{}: {}", *file, line, Programs::printable( text ) ), node,
+      missing );
 }
 
 std::string Place::text( const std::string& what ) const {
@@ -52,7 +53,7 @@ std::optional<Place> Section::take( const std::string& key ) {
 Place Section::require( const std::string& key ) {
    std::optional<Place> found = take( key );
    if ( !found )
-      place_.fail( fmt::format( "{}: key '{}' is missing", what_, key ) );
+      place_.fail( fmt::format( "{}: key '{}' is missing", what_, key ), key );
    return *found;
 }
 

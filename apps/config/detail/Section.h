@@ -15,6 +15,21 @@
 
 namespace Agent {
 
+// A fault of one node. `missing`: the key that the node lacks, if that is the fault.
+class NodeError : public ConfigError {
+ public:
+   NodeError( const std::string& text, const YAML::Node& node,
+              const std::string& missing )
+      : ConfigError( text ), node_( node ), missing_( missing ) {}
+
+   const YAML::Node& node() const { return node_; }
+   const std::string& missing() const { return missing_; }
+
+ private:
+   YAML::Node node_;
+   std::string missing_;
+};
+
 // A node and its file.
 struct Place {
    YAML::Node node;
@@ -22,7 +37,9 @@ struct Place {
 
    Place at( const YAML::Node& inner ) const { return { inner, file }; }
 
-   [[noreturn]] void fail( const std::string& text ) const;
+   // Throws NodeError.
+   [[noreturn]] void fail( const std::string& text,
+                           const std::string& missing = "" ) const;
 
    // The text of a scalar; `what` names the value in the error if it is no scalar.
    std::string text( const std::string& what ) const;

@@ -101,8 +101,8 @@ std::string neighborsText( const Neighbors& selected, double now ) {
                       { "neighbour" },
                       { "DR" },
                       { "priority", true },
-                      { "left", true },
-                      { "up", true },
+                      { "left" },
+                      { "up" },
                       { "generation" },
                       { "secondary addresses" } } );
    for ( const NeighborRow& row : selected.rows ) {

@@ -5,10 +5,10 @@
 #include <iostream>
 #include <limits>
 #include <map>
-#include <numeric>
 #include <sstream>
 #include <tuple>
 
+#include "apps/show/command/Abbreviation.h"
 #include "apps/show/text/Fold.h"
 
 namespace Show {
@@ -264,42 +264,6 @@ std::vector<CommandRow> commands() {
                        "--count", "--detail" } ) } };
 }
 
-// The number of letters to insert, remove or exchange to make one word of the other.
-size_t distance( std::string_view a, std::string_view b ) {
-   std::vector<size_t> row( b.size() + 1 );
-   std::iota( row.begin(), row.end(), size_t( 0 ) );
-   for ( size_t i = 0; i < a.size(); ++i ) {
-      size_t diagonal = std::exchange( row[0], i + 1 );
-      for ( size_t k = 0; k < b.size(); ++k ) {
-         const size_t exchanged = diagonal + ( a[i] == b[k] ? 0 : 1 );
-         diagonal = row[k + 1];
-         row[k + 1] = std::min( { exchanged, row[k] + 1, diagonal + 1 } );
-      }
-   }
-   return row[b.size()];
-}
-
-// The command that the word begins, or is. Throws CLI::ValidationError for several
-// such commands, and for none.
-std::string commandOf( const std::string& word,
-                       const std::vector<CommandRow>& rows ) {
-   std::vector<std::string> begun;
-   const char* nearest = rows[0].name;
-   for ( const CommandRow& row : rows ) {
-      if ( row.name == word ) return word;
-      if ( std::string_view( row.name ).substr( 0, word.size() ) == word )
-         begun.emplace_back( row.name );
-      if ( distance( word, row.name ) < distance( word, nearest ) )
-         nearest = row.name;
-   }
-   if ( begun.size() == 1 ) return begun[0];
-   if ( begun.empty() )
-      throw CLI::ValidationError(
-         word, std::string( "no such command; the nearest is " ) + nearest );
-   throw CLI::ValidationError(
-      word, "may be any of " + CLI::detail::join( begun, ", " ) );
-}
-
 // Completes the command, the first word that is neither an option nor an option's
 // value.
 void completeCommand( std::vector<std::string>& words,
@@ -312,9 +276,11 @@ void completeCommand( std::vector<std::string>& words,
             return option != nullptr && option->get_items_expected_min() > 0;
          } );
    };
+   std::vector<std::string_view> names;
+   for ( const CommandRow& row : rows ) names.emplace_back( row.name );
    for ( size_t i = 0; i < words.size(); ++i ) {
       if ( words[i].empty() || words[i][0] != '-' ) {
-         words[i] = commandOf( words[i], rows );
+         words[i] = commandOf( words[i], names );
          return;
       }
       if ( takesValue( words[i] ) ) ++i;

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
 
 #include "apps/json/RouteJson.h"
 #include "apps/json/RouteMembers.h"
@@ -55,20 +54,19 @@ std::string totalText( const std::vector<Stream>& streams ) {
 
 }
 
-Top::Top( const Mirrors& mirrors, const RouteFilter& filter, bool byBits )
+Top::Top( Mirrors& mirrors, const RouteFilter& filter, bool byBits )
    : mirrors_( mirrors ), filter_( filter ), byBits_( byBits ) {
    read();
 }
 
 void Top::read() {
-   std::set<const Mirror*> present;
+   std::erase_if( rates_,
+                  []( const auto& each ) { return each.first->removed(); } );
+   mirrors_.followVrfs();
    for ( const auto& mirror : mirrors_.all() ) {
-      present.insert( mirror.get() );
       const auto [at, isNew] = rates_.try_emplace( mirror.get(), *mirror );
       if ( !isNew ) at->second.read();
    }
-   std::erase_if(
-      rates_, [&]( const auto& each ) { return !present.contains( each.first ); } );
 }
 
 bool Top::known() const {

@@ -20,10 +20,9 @@ class Top {
    };
 
    // Takes the first reading. `byBits`: else packets make a stream come first.
-   Top( const Mirrors& mirrors, const RouteFilter& filter, bool byBits );
+   Top( Mirrors& mirrors, const RouteFilter& filter, bool byBits );
 
-   // Takes the next reading, of VRFs that have come, too, and without those that have
-   // gone.
+   // Takes the next reading; follows VRFs as they come and go, which drops mirrors.
    void read();
 
    // Does any forwarding process publish counters?
@@ -32,7 +31,7 @@ class Top {
    std::vector<Stream> streams() const;
 
  private:
-   const Mirrors& mirrors_;
+   Mirrors& mirrors_;
    RouteFilter filter_;
    bool byBits_;
    std::map<const Mirror*, Rates> rates_;

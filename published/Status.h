@@ -23,7 +23,7 @@ using CounterTable = MoxBrane::Table<Counter>;
 
 // clang-format off
 #define PUBLISHED_FAMILY_ATTRIBUTES( A ) \
-   A( Table, interface,  Interface,  InterfaceTable,  , "interfaces that speak PIM" ) \
+   A( Table, interface,  Interface,  InterfaceTable,  , "interfaces that speak PIM, and those that are down" ) \
    A( Table, ownAddress, OwnAddress, OwnAddressTable, , "their addresses and subnets" ) \
    A( Table, neighbor,   Neighbor,   NeighborTable,   , "PIM neighbours; the next agent knows them from here" ) \
    A( Table, neighborAddress, NeighborAddress, NeighborAddressTable, , "their secondary addresses" ) \

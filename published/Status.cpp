@@ -68,7 +68,13 @@ Mox::Ptr<FamilyStatus> FamilyStatus::mount( Corvex::EntityManager& manager,
 
 Mox::Ptr<ProcessStatus> ProcessStatus::mount( Corvex::EntityManager& manager,
                                               Brane::TableRole role ) {
-   Mox::Ptr<ProcessStatus> entity = entityAt<ProcessStatus>( manager, mountPath );
+   return mountAt( manager, role, mountPath );
+}
+
+Mox::Ptr<ProcessStatus> ProcessStatus::mountAt( Corvex::EntityManager& manager,
+                                                Brane::TableRole role,
+                                                Mox::StringView path ) {
+   Mox::Ptr<ProcessStatus> entity = entityAt<ProcessStatus>( manager, path );
    initialize( *entity->counterControl(), role, kMaxCounters, manager );
    return entity;
 }

@@ -61,11 +61,16 @@ class PIMSM_API ProcessStatus : public MoxBrane::MountedEntity {
    MOX_ENTITY( ProcessStatus, PUBLISHED_PROCESS_ATTRIBUTES )
 
    static constexpr const char* mountPath = "routing/pim/agent";
+   // Of the forwarding process.
+   static constexpr const char* mfibPath = "routing/pim/mfib";
 
    explicit ProcessStatus( Mox::StringView name ) : MountedEntity( name ) {}
 
    static Mox::Ptr<ProcessStatus> mount( Corvex::EntityManager& manager,
                                          Brane::TableRole role );
+   static Mox::Ptr<ProcessStatus> mountAt( Corvex::EntityManager& manager,
+                                           Brane::TableRole role,
+                                           Mox::StringView path );
 
  protected:
    ~ProcessStatus() override = default;

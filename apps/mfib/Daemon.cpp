@@ -121,8 +121,8 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
    for ( const auto& kernel : kernels ) kernel->makeReady();
    manager_ = std::make_unique<Corvex::EntityManager>( clock, &loop, options.root );
    manager_->noteHandlerIs( say_ );
-   log_ =
-      std::make_unique<Published::EventLog>( *manager_, Published::mfibLog, clock );
+   openLog( clock );
+   mountCounters();
    links_ = std::make_unique<Links>( loop, [this] {
       eachFamily( []( Family& family ) { family.handleLinks(); } );
    } );
@@ -130,10 +130,32 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
       add( families[i], std::move( kernels[i] ), std::move( ways[i] ) );
    turnEnd_ = std::make_unique<Mox::Loop::TurnEnd>( loop, [this] {
       eachFamily( []( Family& family ) { family.handleTurnEnd(); } );
-      log_->flush();
+      if ( log_ ) log_->flush();
+      if ( counters_ ) counters_->touch();
    } );
    if ( counterInterval_ > 0.0 ) wakeupTimeIs( clock.now() + counterInterval_ );
    Programs::tellParentReady();
+}
+
+// As the counters: the first process's.
+void Daemon::openLog( Mox::Clock& clock ) {
+   try {
+      log_ = std::make_unique<Published::EventLog>( *manager_, Published::mfibLog,
+                                                    clock );
+   } catch ( const Brane::SecondWriterError& e ) {
+      say_( fmt::format( "events are not logged: {}", e.what() ) );
+   }
+}
+
+// Several processes may forward for VRFs of one agent: the first one's are published.
+void Daemon::mountCounters() {
+   try {
+      counters_.emplace( clock_, Published::ProcessStatus::mountAt(
+                                    *manager_, Brane::tableWriter,
+                                    Published::ProcessStatus::mfibPath ) );
+   } catch ( const Brane::SecondWriterError& e ) {
+      say_( fmt::format( "the counters are not published: {}", e.what() ) );
+   }
 }
 
 RegisterWays Daemon::waysFor( const FamilyConfig& config, SocketStore& store ) {

@@ -10,6 +10,7 @@
 #include "apps/mfib/Links.h"
 #include "apps/mfib/SocketStore.h"
 #include "platform/loop/RealClock.h"
+#include "published/Publisher.h"
 
 namespace Forwarding {
 
@@ -45,6 +46,8 @@ class Daemon : private Mox::Clock::Notifiee {
    void onTime() override;
    void add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,
              RegisterWays ways );
+   void openLog( Mox::Clock& clock );
+   void mountCounters();
    RegisterWays waysFor( const FamilyConfig& config, SocketStore& store );
    SharedFd rawSocketFor( const FamilyConfig& config, SocketStore& store,
                           const char* kind, int protocol );
@@ -56,6 +59,7 @@ class Daemon : private Mox::Clock::Notifiee {
    double counterInterval_;
    Family::Say say_;
    std::unique_ptr<Corvex::EntityManager> manager_;
+   std::optional<Published::CounterPublisher> counters_;
    std::unique_ptr<Links> links_;
    std::vector<Member> members_;
    std::unique_ptr<Published::EventLog> log_;

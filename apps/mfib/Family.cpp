@@ -18,6 +18,11 @@ std::string nameOf( const FamilyConfig& config ) {
                        Vantu::valueToStrep( config.family ) );
 }
 
+std::string counterOwner( const FamilyConfig& config, const char* kind ) {
+   return fmt::format( "mfib/{}/{}/{}", kind, Vantu::valueToStrep( config.family ),
+                       config.vrf.name() );
+}
+
 Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
                 RegisterWays ways, const LinkTable& links,
                 Corvex::EntityManager& manager, Mox::Clock& clock, const Say& say )
@@ -38,19 +43,19 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
         Brane::tableWriter, config_.maxRoutes ) ),
      vifs_( *kernel_, published_, say_ ),
      unsure_( !vifs_.adopt( links ) ),
-     upcalls_( nameOf( config_ ), published_ ),
+     upcalls_( counterOwner( config_, "upcalls" ), published_ ),
      mirror_( manager, clock, config_.family, config_.vrf, {}, false ),
      agent_( Published::FamilyStatus::mount(
         manager, Published::FamilyStatus::mountPath( config_.family, config_.vrf ),
         Brane::tableReader ) ),
-     registered_( nameOf( config_ ), "registersSent" ),
-     unregistered_( nameOf( config_ ), "registersDropped" ),
-     passedOn_( nameOf( config_ ), "registersPassedOn" ),
-     limited_( nameOf( config_ ), "registersLimited" ),
-     tooBigs_( nameOf( config_ ), "registersTooBig" ),
+     registered_( counterOwner( config_, "registers" ), "sent" ),
+     unregistered_( counterOwner( config_, "registers" ), "dropped" ),
+     passedOn_( counterOwner( config_, "registers" ), "passedOn" ),
+     limited_( counterOwner( config_, "registers" ), "beyondLimit" ),
+     tooBigs_( counterOwner( config_, "registers" ), "tooBig" ),
      mfib_( std::make_unique<Mfib>(
-        nameOf( config_ ), mirror_.model(), mirror_.tables(), vifs_, *kernel_,
-        clock, [this]( const StandingEntry& entry ) {
+        counterOwner( config_, "entries" ), mirror_.model(), mirror_.tables(),
+        vifs_, *kernel_, clock, [this]( const StandingEntry& entry ) {
            publishEntryCounters( entry, *published_, clock_.now() );
         } ) ) {
    vifs_.namesIs( config_.interfaces );

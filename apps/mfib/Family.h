@@ -39,6 +39,8 @@ struct FamilyConfig {
 
 // "vrf default ipv4"
 std::string nameOf( const FamilyConfig& config );
+// The owner of counters of that kind: "mfib/upcalls/ipv4/default".
+std::string counterOwner( const FamilyConfig& config, const char* kind );
 
 // A family's sockets of registers; null: there is none.
 struct RegisterWays {

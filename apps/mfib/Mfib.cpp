@@ -64,7 +64,7 @@ std::optional<Entry> wantedEntry( const Sm::Route& route, const Vifs& vifs,
    return entry;
 }
 
-Mfib::Mfib( const std::string& name, Model model, Tables tables, const Vifs& vifs,
+Mfib::Mfib( const std::string& owner, Model model, Tables tables, const Vifs& vifs,
             KernelTable& kernel, Mox::Clock& clock,
             std::function<void( const StandingEntry& )> flows )
    : Mox::Clock::Notifiee( &clock ),
@@ -72,9 +72,10 @@ Mfib::Mfib( const std::string& name, Model model, Tables tables, const Vifs& vif
      tables_( std::move( tables ) ),
      vifs_( vifs ),
      kernel_( kernel ),
-     writes_( name, "entriesWritten" ),
-     removals_( name, "entriesRemoved" ),
-     refusals_( name, "entriesRefused" ),
+     writes_( owner, "written" ),
+     removals_( owner, "removed" ),
+     refusals_( owner, "refused" ),
+     renewals_( owner, "renewed" ),
      look_(
         kernel, clock, [this]( const RouteKey& key ) { renew( key ); },
         std::move( flows ) ) {
@@ -325,6 +326,7 @@ void Mfib::handleWrong( const RouteKey& key, unsigned vif ) {
 void Mfib::renew( const RouteKey& key ) {
    const auto entry = standing_.find( key );
    if ( entry == standing_.end() || kernel_.entryDel( key ) != 0 ) return;
+   renewals_.inc();
    if ( kernel_.entryIs( entry->second ) == 0 ) return;
    standing_.erase( entry );
    markAt( key, clock()->now() );

@@ -52,9 +52,9 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    using Model = Mox::Ptr<const Routing::Pim::SparseMode::Status>;
    using Tables = Mox::Ptr<const Routing::Pim::SparseMode::Brane::Status>;
 
-   // `vifs`, `kernel` and `clock` outlive it. `name` is the owner of its counters.
+   // `vifs`, `kernel` and `clock` outlive it. `owner` is that of its counters.
    // `flows` gets the counters of a new entry soon after its first packet.
-   Mfib( const std::string& name, Model model, Tables tables, const Vifs& vifs,
+   Mfib( const std::string& owner, Model model, Tables tables, const Vifs& vifs,
          KernelTable& kernel, Mox::Clock& clock,
          std::function<void( const StandingEntry& )> flows );
 
@@ -171,7 +171,7 @@ class Mfib : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst,
    Told told_ = []( auto, const RouteKey&, const Entry* ) {};
    bool copies_ = false;
    mutable bool needsRegisters_ = false;
-   Mox::EventCounter writes_, removals_, refusals_;
+   Mox::EventCounter writes_, removals_, refusals_, renewals_;
    CloseLook look_;
 };
 

@@ -7,12 +7,14 @@ namespace Forwarding {
 using Published::MfibUpcall;
 using Routing::Pim::RouteIntfKey;
 
-Upcalls::Upcalls( const std::string& name, Mox::Ptr<Published::MfibStatus> tables,
+Upcalls::Upcalls( const std::string& owner, Mox::Ptr<Published::MfibStatus> tables,
                   size_t capacity )
    : tables_( std::move( tables ) ),
      capacity_( capacity ),
-     received_( name, "upcalls" ),
-     dropped_( name, "upcallsDropped" ) {
+     noCache_( owner, "noCache" ),
+     wrongVif_( owner, "wrongInterface" ),
+     sharedTree_( owner, "sharedTree" ),
+     dropped_( owner, "replaced" ) {
    std::vector<MfibUpcall> standing;
    tables_->upcall().visit( nullptr, [&]( const MfibUpcall& record ) {
       standing.push_back( record );
@@ -26,7 +28,10 @@ Upcalls::Upcalls( const std::string& name, Mox::Ptr<Published::MfibStatus> table
 
 void Upcalls::add( const RouteIntfKey& key, Published::UpcallKind kind,
                    double time ) {
-   received_.inc();
+   ( kind == Published::noCacheUpcall    ? noCache_
+     : kind == Published::wrongVifUpcall ? wrongVif_
+                                         : sharedTree_ )
+      .inc();
    MfibUpcall record;
    auto known = known_.find( key );
    if ( known != known_.end() ) {

@@ -12,16 +12,15 @@ namespace Forwarding {
 
 class Upcalls {
  public:
-   // Continues with the table's records. `name` is the owner of its counters.
+   // Continues with the table's records. `owner` is that of its counters.
    // REQUIRES: capacity of at least one.
-   Upcalls( const std::string& name, Mox::Ptr<Published::MfibStatus> tables,
+   Upcalls( const std::string& owner, Mox::Ptr<Published::MfibStatus> tables,
             size_t capacity = Published::MfibStatus::maxUpcalls );
 
    // Adds an upcall of `time`, s on CLOCK_MONOTONIC.
    void add( const Routing::Pim::RouteIntfKey& key, Published::UpcallKind kind,
              double time );
 
-   uint64_t received() const { return received_.value(); }
    uint64_t dropped() const { return dropped_.value(); }
 
  private:
@@ -31,7 +30,8 @@ class Upcalls {
    size_t capacity_;
    Order order_;
    std::unordered_map<Routing::Pim::RouteIntfKey, Order::iterator> known_;
-   Mox::EventCounter received_, dropped_;
+   Mox::EventCounter noCache_, wrongVif_, sharedTree_;
+   Mox::EventCounter dropped_;  // records, for want of room
 };
 
 }

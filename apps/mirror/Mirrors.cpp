@@ -155,6 +155,8 @@ Mirrors::Mirrors( const Selection& selection, Mirror::Depth depth )
      manager_( clock_, &loop_, selection.root, depth == Mirror::models ) {
    const Found found = find( selection );
    process_ = Published::ProcessStatus::mount( manager_, Brane::tableReader );
+   mfib_ = Published::ProcessStatus::mountAt( manager_, Brane::tableReader,
+                                              Published::ProcessStatus::mfibPath );
    mount( found );
 }
 

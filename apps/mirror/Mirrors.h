@@ -122,8 +122,10 @@ class Mirrors {
    double now() const { return clock_.now(); }
    Mox::Clock& clock() { return clock_; }
    Mox::Loop& loop() { return loop_; }
-   // The counters of the agent's process; their table may be missing.
+   // The counters of the agent's process, and of the forwarding one; their tables may be
+   // missing.
    const Published::ProcessStatus& agentProcess() const { return *process_; }
+   const Published::ProcessStatus& mfibProcess() const { return *mfib_; }
 
  private:
    using Found = std::vector<std::pair<Vantu::AddressFamily, L3::VrfName>>;
@@ -134,7 +136,7 @@ class Mirrors {
    Mox::Loop loop_;
    Mox::RealClock clock_;
    Corvex::EntityManager manager_;
-   Mox::Ptr<Published::ProcessStatus> process_;
+   Mox::Ptr<Published::ProcessStatus> process_, mfib_;
    std::vector<std::unique_ptr<Mirror>> mirrors_;
 };
 

@@ -329,6 +329,36 @@ void addLinks( Exposition& out, const Counters& counters ) {
       } );
 }
 
+// "mfib/upcalls/ipv4/default": a VRF's name holds no slash.
+void addMfib( Exposition& out, const Counters& counters ) {
+   struct Row {
+      const char* owners;
+      const char* name;
+      const char* label;
+      const char* help;
+   };
+   constexpr Row kRows[] = {
+      { "mfib/upcalls/", "pimsm_mfib_upcalls_total", "kind",
+        "Packets that the kernel told of; replaced: records, for want of room." },
+      { "mfib/registers/", "pimsm_mfib_registers_total", "outcome",
+        "Packets of sources that are registered; too big: also told to the "
+        "source." },
+      { "mfib/entries/", "pimsm_mfib_entries_total", "outcome",
+        "Changes of the kernel's entries." } };
+   for ( const Row& row : kRows ) {
+      counters.eachBelow(
+         row.owners,
+         [&]( std::string rest, const std::string& what, uint64_t value ) {
+            const std::string family = takePart( rest );
+            out.counter( row.name, row.help,
+                         { { "vrf", rest },
+                           { "family", family },
+                           { row.label, yangName( what ) } },
+                         value );
+         } );
+   }
+}
+
 }
 
 std::string metricsText( const Mirrors& mirrors, const char* version ) {
@@ -347,6 +377,7 @@ std::string metricsText( const Mirrors& mirrors, const char* version ) {
    }
    addAgent( out, counters );
    addLinks( out, counters );
+   addMfib( out, Counters( mirrors.mfibProcess() ) );
    Labels build = { { "version", version } };
    if ( !mirrors.all().empty() ) {
       const auto& layout =

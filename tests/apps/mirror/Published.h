@@ -165,8 +165,13 @@ class ShownRouter {
 
    // Some of the agent's counters.
    void publishProcess() {
-      process =
-         ::Published::ProcessStatus::mount( ipv4.manager, ::Brane::tableWriter );
+      using ::Published::ProcessStatus;
+      process = ProcessStatus::mount( ipv4.manager, ::Brane::tableWriter );
+      mfib = ProcessStatus::mountAt( ipv4.manager, ::Brane::tableWriter,
+                                     ProcessStatus::mfibPath );
+      mfib->counterIs( { { ::Published::Text<160>( "mfib/upcalls/ipv6/red" ),
+                           ::Published::Text<48>( "wrongInterface" ) },
+                         6 } );
       auto count = [&]( const std::string& owner, const char* name,
                         uint64_t value ) {
          process->counterIs(
@@ -182,6 +187,7 @@ class ShownRouter {
       count( "agent/received/default/eth0", "hello", 6 );
       count( "agent/asked/default/192.0.2.254/eth1/0", "joins", 5 );
       count( "agent/dropped", "bad \"checksum\"\\", 2 );
+      count( "agent/elections", "assertsWon", 3 );
       for ( const char* name : { "routeWritten", "routeRemoved", "routeIntfRefused",
                                  "reviews", "reloadMicroseconds", "reloadRoutes" } )
          count( ipv4.path, name, 1500000 );
@@ -196,7 +202,7 @@ class ShownRouter {
    Published ipv6{ clock, root.path(), Vantu::AddressFamily::ipv6 };
    Published red{ clock, root.path(), Vantu::AddressFamily::ipv4, "red" };
    Mox::Ptr<::Published::FamilyStatus> agent;
-   Mox::Ptr<::Published::ProcessStatus> process;
+   Mox::Ptr<::Published::ProcessStatus> process, mfib;
    Mox::Ptr<::Published::MfibStatus> forwarding;
    uint64_t seconds = 0;  // of traffic
 

@@ -154,13 +154,13 @@ JoinPruneGroup JoinPruneQueue::encoded( const IpGenAddr& address,
    return out;
 }
 
-size_t JoinPruneQueue::flush( const IpGenAddr& neighbor, uint16_t holdtime,
-                              size_t room,
-                              const std::function<void( PimJoinPrune )>& send ) {
+size_t JoinPruneQueue::encode(
+   const IpGenAddr& neighbor, uint16_t holdtime, size_t room,
+   const std::function<void( PimJoinPrune )>& send ) const {
    const PimJoinPrune empty{ neighbor, holdtime, {} };
    Packer packer( empty, room, send );
    size_t leftOut = 0;
-   for ( auto& [address, group] : std::exchange( groups_, {} ) ) {
+   for ( const auto& [address, group] : groups_ ) {
       const size_t entries = 1 + group.source.size() + group.lessSource.size();
       if ( group.shared != true || entries <= packer.most() ) {
          packer.apart( encoded( address, group ) );
@@ -168,11 +168,12 @@ size_t JoinPruneQueue::flush( const IpGenAddr& neighbor, uint16_t holdtime,
       }
       // The group's join undoes prunes by itself, and the (S,G) entries do not depend on
       // the others.
-      std::erase_if( group.lessSource,
+      Group rest = group;
+      std::erase_if( rest.lessSource,
                      []( const auto& each ) { return each.second; } );
       Group sources;
-      sources.source = std::exchange( group.source, {} );
-      leftOut += packer.together( encoded( address, group ) );
+      sources.source = std::exchange( rest.source, {} );
+      leftOut += packer.together( encoded( address, rest ) );
       packer.apart( encoded( address, sources ) );
    }
    packer.finish();

@@ -29,10 +29,10 @@ class PIMSM_API JoinPruneQueue {
    // The groups with a (*,G) join.
    std::vector<Vantu::IpGenAddr> joinedGroups() const;
 
-   // Empties the queue into messages whose PIM payload has at most `room` bytes. Gives
-   // the number of prunes that were left out.
-   size_t flush( const Vantu::IpGenAddr& neighbor, uint16_t holdtime, size_t room,
-                 const std::function<void( PimJoinPrune )>& send );
+   // Gives all that waits as messages whose PIM payload has at most `room` bytes.
+   // Returns the number of prunes that were left out.
+   size_t encode( const Vantu::IpGenAddr& neighbor, uint16_t holdtime, size_t room,
+                  const std::function<void( PimJoinPrune )>& send ) const;
 
  private:
    // True: join.

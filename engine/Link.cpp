@@ -43,11 +43,11 @@ bool Link::isOnLink( const IpGenAddr& address ) const {
                        } );
 }
 
-void Link::send( const IpGenAddr& to, PimMessage::Body body ) {
-   if ( !sender_.speaks() || config_.passive ) return;
+bool Link::send( const IpGenAddr& to, PimMessage::Body body ) {
+   if ( !sender_.speaks() || config_.passive ) return true;
    hello_.handleSending( to );
-   sender_.send( { intfId(), address(), allPimRouters( address().family() ),
-                   pimMessage( std::move( body ) ) } );
+   return sender_.send( { intfId(), address(), allPimRouters( address().family() ),
+                          pimMessage( std::move( body ) ) } );
 }
 
 }

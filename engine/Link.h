@@ -39,8 +39,9 @@ class PIMSM_API Link {
 
    // Sends a PIM message to all routers of the link, and a hello before it where one
    // is due. `to` is the neighbour that it concerns; unspecified: all. Sends nothing
-   // on a passive interface, or if the router listens only.
-   void send( const Vantu::IpGenAddr& to, PimMessage::Body body );
+   // on a passive interface, or if the router listens only. Returns false if it could
+   // not leave.
+   bool send( const Vantu::IpGenAddr& to, PimMessage::Body body );
 
  private:
    static OwnHello ownHello( const InterfaceConfig& config,

@@ -23,6 +23,7 @@ void RegisterReceiver::receive( const IpPacket& packet,
    const RouteKey key{ message.source, message.group };
    if ( message.nullRegister ) passOn( packet, message );
    const bool switches =
+      comesByNothingElse( packet, message ) ||
       filters_.sptThreshold( key.group ) < std::numeric_limits<double>::infinity();
    // The shorter one first: a timer is never brought forward.
    const double period = config_.keepalivePeriod;
@@ -35,6 +36,18 @@ void RegisterReceiver::receive( const IpPacket& packet,
       switches && route != nullptr && route->nullInheritedOlistSg();
    if ( native || unwanted ) refuse( packet, message );
    if ( switches ) sources_.keepAlive( key, native || unwanted ? stopped : period );
+}
+
+// A peer tells so of the sources on its own links, whose packets it never registers.
+bool RegisterReceiver::comesByNothingElse( const IpPacket& packet,
+                                           const PimRegister& message ) const {
+   const auto& sets = config_.anycastRps;
+   return message.nullRegister &&
+          std::any_of( sets.begin(), sets.end(), [&]( const auto& set ) {
+             return set.has( packet.source ) &&
+                    ( packet.destination == set.local ||
+                      packet.destination == set.address );
+          } );
 }
 
 // What a peer has passed on goes no further.

@@ -42,6 +42,8 @@ class PIMSM_API RegisterReceiver {
    Sender& sender_;
    Mox::Clock& clock_;
    bool isNative( const RouteKey& key );
+   bool comesByNothingElse( const IpPacket& packet,
+                            const PimRegister& message ) const;
    void passOn( const IpPacket& packet, const PimRegister& message );
 
    // Since when the data of registered sources come by their own tree.

@@ -83,9 +83,11 @@ UpstreamEngine::UpstreamEngine( Routes& routes, Links& links,
              [this]( Deadline& due ) {
                 handleJoinsDue( static_cast<Target&>( due ) );
              } ),
-     overrides_( clock, [this]( Deadline& due ) {
-        handleOverrideDue( static_cast<Record&>( due ) );
-     } ) {}
+     overrides_( clock,
+                 [this]( Deadline& due ) {
+                    handleOverrideDue( static_cast<Record&>( due ) );
+                 } ),
+     retry_( clock, [this] { sendAgain(); } ) {}
 
 UpstreamEngine::~UpstreamEngine() = default;
 
@@ -522,12 +524,23 @@ void UpstreamEngine::flush( Target& target ) {
       pruneBeside( target, group );
    const bool ipv4 = target.neighbor.family() == Vantu::AddressFamily::ipv4;
    const size_t mtu = std::max<size_t>( link->config().mtu, ipv4 ? 576 : 1280 );
-   const size_t leftOut =
-      target.queue.flush( target.neighbor, link->joinHoldtime(),
-                          mtu - ( ipv4 ? 20 : 40 ), [&]( PimJoinPrune message ) {
-                             link->send( target.neighbor, std::move( message ) );
-                          } );
+   const JoinPruneQueue queue = std::exchange( target.queue, {} );
+   bool left = true;
+   const size_t leftOut = queue.encode(
+      target.neighbor, link->joinHoldtime(), mtu - ( ipv4 ? 20 : 40 ),
+      [&]( PimJoinPrune message ) {
+         left = left && link->send( target.neighbor, std::move( message ) );
+      } );
    journal_.counters().joins( prunesLeftOut, leftOut );
+   if ( left ) return;
+   target.queue = queue;
+   unsent_.insert( &target );
+   if ( !retry_.running() ) retry_.start( Sender::retry );
+}
+
+// What could not leave: a later word on the same state has replaced it.
+void UpstreamEngine::sendAgain() {
+   waiting_.merge( std::exchange( unsent_, {} ) );
 }
 
 // A (*,G) join asks for all sources: those that are not wanted go with it.

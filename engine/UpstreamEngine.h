@@ -23,6 +23,7 @@
 #include "engine/Journal.h"
 #include "engine/Links.h"
 #include "engine/Routes.h"
+#include "engine/Timer.h"
 
 namespace Router {
 
@@ -114,6 +115,7 @@ class PIMSM_API UpstreamEngine {
    void takeAlong( Target& target );
    void pruneBeside( Target& target, const Address& group );
    void flush( Target& target );
+   void sendAgain();
 
    // What another router's message gives to each of its entries.
    struct Seen {
@@ -141,6 +143,8 @@ class PIMSM_API UpstreamEngine {
    size_t size_ = 0;
    std::map<std::pair<Vantu::IntfId, Address>, std::unique_ptr<Target>> targets_;
    std::unordered_set<Target*> waiting_;  // with entries in their queue
+   std::unordered_set<Target*> unsent_;   // the same, tried again by this timer
+   Timer retry_;
 };
 
 }

@@ -54,9 +54,13 @@ double MfibWatch::age( double time ) const {
 
 double MfibWatch::packetAge( const RouteKey& key ) const {
    Published::MfibCache cache;
-   const bool known = tables_->cache().find( key, cache ) == Brane::lookupFound &&
-                      cache.lastPacket > 0.0;
-   return known ? age( cache.lastPacket ) : std::numeric_limits<double>::infinity();
+   double last = 0.0;
+   if ( tables_->cache().find( key, cache ) == Brane::lookupFound )
+      last = cache.lastPacket;
+   if ( const auto shared = lastShared_.find( key.group );
+        key.source.isUnspecified() && shared != lastShared_.end() )
+      last = std::max( last, shared->second );
+   return last > 0.0 ? age( last ) : std::numeric_limits<double>::infinity();
 }
 
 // An older upcall may be of a source that has been silent since.
@@ -77,6 +81,10 @@ void MfibWatch::readCache( const RouteKey& key ) {
    if ( !adopted_ ) return;
    if ( tables_->cache().find( key, cache ) != Brane::lookupFound ) {
       sent_.erase( key );
+      const Vantu::IpGenAddr any =
+         Vantu::IpGenAddr::unspecified( key.group.family() );
+      if ( model_->route( RouteKey{ any, key.group } ) == nullptr )
+         lastShared_.erase( key.group );
       return;
    }
    readShared( cache );
@@ -96,6 +104,8 @@ void MfibWatch::readShared( const Published::MfibCache& cache ) {
       sent_.erase( cache.key );
       return;
    }
+   double& last = lastShared_.try_emplace( cache.key.group, 0.0 ).first->second;
+   last = std::max( last, cache.lastPacket );
    const double now = real_.now();
    const Sent is{ now, cache.packets, cache.bytes, cache.wrongIf };
    const auto [found, isNew] = sent_.try_emplace( cache.key, is );

@@ -30,7 +30,8 @@ class PIMSM_API MfibWatch {
               Mox::Clock& real );
    ~MfibWatch();
 
-   // How long ago the route's last packet was forwarded, s; infinity if none is known.
+   // How long ago the route's last packet was forwarded, s; infinity if none is known. Of
+   // a (*,G) route packets of sources on its tree count.
    double packetAge( const Routing::Pim::RouteKey& key ) const;
 
    // The engines have resumed the reloaded states: the tables' content counts now.
@@ -56,6 +57,8 @@ class PIMSM_API MfibWatch {
       uint64_t packets, bytes, wrongIf;
    };
    std::unordered_map<Routing::Pim::RouteKey, Sent> sent_;
+   // When the groups' last packets came, of these sources.
+   std::unordered_map<Vantu::IpGenAddr, double> lastShared_;
    std::unique_ptr<MoxTables> moxTables_;
 };
 

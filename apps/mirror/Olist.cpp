@@ -186,7 +186,13 @@ std::string clauseOf( const Intf& intf, const std::vector<Olist>& before,
    // A neighbour can only be removed.
    if ( changed.field == "wc" || changed.field == "wcIntf" )
       return "the (*,G) route went";
-   return termsClause( intf, before, listsOf( intf, &changed ) );
+   const std::vector<Olist> after = listsOf( intf, &changed );
+   if ( after.size() == before.size() ) return termsClause( intf, before, after );
+   const bool more = after.size() > before.size();
+   if ( changed.field == "upJoinState" )
+      return more ? "the source was joined upstream" : "its upstream join ended";
+   return more ? "both trees came in by one interface"
+               : "the trees came in by different interfaces";
 }
 
 }

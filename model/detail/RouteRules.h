@@ -151,9 +151,10 @@ class RouteRules {
    }
 
    // Otherwise the route's own path. A border router's interface takes precedence.
+   // While the shared tree's path changes, its former interface, as for the group.
    Vantu::IntfId incomingIntf() const {
       RULE( Vantu::IntfId );
-      RESULT_IF( comesBySharedTree() && !mbr(), rpfWc().intfId );
+      RESULT_IF( comesBySharedTree() && !mbr(), sharedIif() );
       RESULT( ownIif() );
    }
 
@@ -176,6 +177,11 @@ class RouteRules {
    // The interface of the route's own upstream records; empty without them.
    Vantu::IntfId ownIif() const {
       return umh() != nullptr ? iifOf( *umh() ) : Vantu::IntfId();
+   }
+   Vantu::IntfId sharedIif() const {
+      const Route* shared = wc();
+      return shared != nullptr ? RouteRules( q_, *shared ).ownIif()
+                               : Vantu::IntfId();
    }
    Vantu::IntfId iifFrr() const {
       return umhFrr() != nullptr ? iifOf( *umhFrr() ) : Vantu::IntfId();

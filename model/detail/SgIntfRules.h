@@ -64,10 +64,12 @@ class SgIntfRules : public IntfRules<Q> {
    using Base::prunesSgRpt;
    using Base::q_;
    using Base::route;
+   using Base::rpf;
    using Base::rpfIntfIsHere;
    using Base::sptAssertMetric;
    using Base::spTree;
    using Base::subject;
+   using Base::upJoined;
    using Base::winnerIsMe;
    using Base::winnerMetric;
 
@@ -133,11 +135,13 @@ class SgIntfRules : public IntfRules<Q> {
 
    // Source-tree traffic goes to all interfaces that joined the source or the
    // group. Shared-tree traffic goes to the group's interfaces that did not prune
-   // the source.
+   // the source; to the others, too, where the source's tree comes in by the same
+   // interface, for no packet tells which of both brought it.
    Bool inOlist() const {
       RULE( Bool );
       RESULT_IF( wildCard(), immediateOlistWc() );
       RESULT_IF( spTree(), inheritedOlistSg() );
+      RESULT_IF( upJoined() && bothTreesComeIn(), inheritedOlistSg() );
       RESULT( inheritedOlistSgRpt() );
    }
 
@@ -234,6 +238,12 @@ class SgIntfRules : public IntfRules<Q> {
    Bool incomingIntfIsHere() const {
       RULE( Bool );
       RESULT( incomingIntf() == intf_.intfId() );
+   }
+
+   Bool bothTreesComeIn() const {
+      RULE( Bool );
+      const Vantu::IntfId incoming = incomingIntf();
+      FACT( !incoming.empty() && incoming == rpf().intfId );
    }
 
    Bool hasFrrPath() const {

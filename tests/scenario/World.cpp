@@ -160,6 +160,7 @@ void World::host( Words& words ) {
 Router::Speech World::speech() {
    if ( !script_.speaks ) return {};
    return { [this]( const Router::Outgoing& message ) {
+              if ( mute_ ) return false;
               sent_.emplace_back(
                  now(),
                  sentText( throughTheWire( message ), names_,
@@ -223,6 +224,10 @@ void World::act( const std::string& statement ) {
       return start( words.atEnd() ? "" : words.next() );
    } else if ( words.accept( "random" ) ) {
       random_ = words.number();
+   } else if ( words.accept( "mute" ) ) {
+      mute_ = true;
+   } else if ( words.accept( "unmute" ) ) {
+      mute_ = false;
    } else if ( words.accept( "goodbye" ) ) {
       router_->sayGoodbye();
    } else if ( words.accept( "stop" ) ) {

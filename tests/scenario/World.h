@@ -99,6 +99,7 @@ class World {
    Agent::VrfConfig config_;
    double random_ = 0.5;
    std::vector<std::pair<double, std::string>> sent_;
+   bool mute_ = false;
    std::unique_ptr<Router::VrfRouter> router_;
 };
 

@@ -91,10 +91,19 @@ class Oracle {
    Set incomingWc() const { return incoming( w_.wc, wcPath_ ); }
    Set incomingSg() const {
       const bool shared = comesBySharedTree() && !w_.sg.border;
-      return shared ? at( wcPath_ ) : incoming( w_.sg, sgPath_ );
+      return shared ? incomingWc() : incoming( w_.sg, sgPath_ );
+   }
+   // Of the ports, or by the register interface; a border's is one of the ports.
+   bool bothTreesComeIn() const {
+      const bool shared = comesBySharedTree() && !w_.sg.border;
+      const Upper& upper = shared ? w_.wc : w_.sg;
+      const Path& path = shared ? wcPath_ : sgPath_;
+      if ( !path.record || !sgPath_.record || sgPath_.port < 0 ) return false;
+      return sgPath_.port == ( upper.border ? kBorderPort : path.port );
    }
    Set inOlistSg() const {
-      return w_.sg.spt ? inheritedOlistSg() : inheritedOlistSgRpt();
+      const bool all = w_.sg.spt || ( w_.sg.upJoined && bothTreesComeIn() );
+      return all ? inheritedOlistSg() : inheritedOlistSgRpt();
    }
    Set forwardWc() const { return immediateOlistWc() & ~incomingWc(); }
    Set forwardSg() const { return inOlistSg() & ~incomingSg(); }

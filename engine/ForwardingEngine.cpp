@@ -63,6 +63,11 @@ void inheritRecords( Sm::Route& route, const Sm::Route* shared ) {
    for ( IntfId intfId : gone ) route.routeIntfDel( intfId );
 }
 
+// By group, a (*,G) route before its group's (S,G) routes.
+bool before( const RouteKey& a, const RouteKey& b ) {
+   return std::tie( a.group, a.source ) < std::tie( b.group, b.source );
+}
+
 }
 
 // Observes the macros' inputs in one route.
@@ -75,6 +80,8 @@ class ForwardingEngine::MoxRoute final : public Sm::Route::NotifieeConst {
       umhFrr_.notifierIs( route.umhFrr() );
       mark();
    }
+
+   const RouteKey& key() const { return key_; }
 
    void onRouteFlags() override { mark(); }
    void onIifSwitchState() override {
@@ -168,6 +175,18 @@ class ForwardingEngine::MoxStatus final : public Sm::Status::NotifieeConst {
    MoxPim pim_;
 };
 
+template <class A, class B>
+bool ForwardingEngine::ByGroup::operator()( const A& a, const B& b ) const {
+   const auto keyOf = []( const auto& x ) -> const RouteKey& {
+      if constexpr ( std::is_same_v<std::decay_t<decltype( x )>, RouteKey> ) {
+         return x;
+      } else {
+         return x->key();
+      }
+   };
+   return before( keyOf( a ), keyOf( b ) );
+}
+
 ForwardingEngine::ForwardingEngine( Mox::Ptr<Sm::Status> model, Hooks hooks )
    : model_( std::move( model ) ),
      hooks_( std::move( hooks ) ),
@@ -182,14 +201,15 @@ void ForwardingEngine::mark( const RouteKey& key ) {
 }
 
 void ForwardingEngine::markGroup( const Group& group ) {
-   mark( { Vantu::IpGenAddr::unspecified( group.family() ), group } );
-   auto found = sources_.find( group );
-   if ( found == sources_.end() ) return;
-   marked_.insert( found->second.begin(), found->second.end() );
+   const RouteKey first{ Vantu::IpGenAddr::unspecified( group.family() ), group };
+   mark( first );
+   for ( auto each = routes_.lower_bound( first );
+         each != routes_.end() && ( *each )->key().group == group; ++each )
+      mark( ( *each )->key() );
 }
 
 void ForwardingEngine::markAll() {
-   for ( const auto& [key, reactor] : routes_ ) mark( key );
+   for ( const auto& reactor : routes_ ) mark( reactor->key() );
 }
 
 // The group's (S,G) routes read the (*,G) route, so they are marked as well.
@@ -200,19 +220,10 @@ void ForwardingEngine::handleRecord( const RouteKey& key ) {
 
 void ForwardingEngine::handleRoute( const RouteKey& key ) {
    const Sm::Route* route = model_->route( key );
-   const bool shared = key.source.isUnspecified();
-   if ( route != nullptr ) {
-      if ( !shared ) sources_[key.group].insert( key );
-      routes_[key] = std::make_unique<MoxRoute>( *this, *route );
-      return;
-   }
-   routes_.erase( key );
-   mark( key );
-   if ( shared ) return markGroup( key.group );
-   auto group = sources_.find( key.group );
-   if ( group == sources_.end() ) return;
-   group->second.erase( key );
-   if ( group->second.empty() ) sources_.erase( group );
+   const auto former = routes_.find( key );
+   if ( former != routes_.end() ) routes_.erase( former );
+   if ( route == nullptr ) return handleRecord( key );
+   routes_.insert( std::make_unique<MoxRoute>( *this, *route ) );
 }
 
 void ForwardingEngine::handlePimIntf( const IntfId& intfId ) {
@@ -233,13 +244,13 @@ std::optional<RouteKey> ForwardingEngine::next() {
       round_.assign( marked_.begin(), marked_.end() );
       marked_.clear();
       std::sort(
-         round_.begin(), round_.end(), []( const RouteKey& a, const RouteKey& b ) {
-            return std::tie( b.group, b.source ) < std::tie( a.group, a.source );
-         } );
+         round_.begin(), round_.end(),
+         []( const RouteKey& a, const RouteKey& b ) { return before( b, a ); } );
    }
    if ( round_.empty() ) return std::nullopt;
    const RouteKey key = round_.back();
    round_.pop_back();
+   if ( round_.empty() ) round_ = {};  // a VRF may be idle for long
    return key;
 }
 

@@ -19,7 +19,7 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <unordered_map>
+#include <set>
 #include <unordered_set>
 #include <vector>
 
@@ -87,8 +87,13 @@ class PIMSM_API ForwardingEngine {
    // The routes being reviewed, the next one last. A (*,G) route comes before its
    // group's (S,G) routes.
    std::vector<RouteKey> round_;
-   std::unordered_map<RouteKey, std::unique_ptr<MoxRoute>> routes_;
-   std::unordered_map<Group, std::unordered_set<RouteKey>> sources_;
+   // By group, its (*,G) route before the (S,G) routes.
+   struct ByGroup {
+      using is_transparent = void;
+      template <class A, class B>
+      bool operator()( const A& a, const B& b ) const;
+   };
+   std::set<std::unique_ptr<MoxRoute>, ByGroup> routes_;
    std::map<Vantu::IntfId, std::unique_ptr<MoxPimIntf>> pimIntfs_;
    std::unique_ptr<MoxStatus> moxStatus_;
 };

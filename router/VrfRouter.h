@@ -63,8 +63,12 @@ class PIMSM_API VrfRouter {
    const Routing::Pim::SparseMode::Status& model() const { return *vrf_.model(); }
    // The published state; the engines write it.
    const Routing::Pim::SparseMode::VrfWriter& writer() const { return vrf_; }
-   // The numbers of groups of a source and of sources of a group.
-   const Published::Counting& counting() const { return counting_; }
+   // The numbers of groups of a source and of sources of a group; counted from the
+   // first call on, since it takes nearly 1 KB a route.
+   const Published::Counting& counting() {
+      if ( !counting_ ) counting_.emplace( vrf_.model() );
+      return *counting_;
+   }
 
    // Has the reload ended?
    bool ready() const { return vrf_.ready(); }
@@ -119,7 +123,7 @@ class PIMSM_API VrfRouter {
    Mox::Clock& clock_;
    GatedClock writerClock_;
    Routing::Pim::SparseMode::VrfWriter vrf_;
-   Published::Counting counting_;
+   std::optional<Published::Counting> counting_;
    Mox::Ptr<Routing::Pim::Status> pimStatus_;
    Protocol protocol_;
    MfibWatch mfib_;

@@ -2,8 +2,9 @@
 // concern. Private to the writer; its owner's change set outlives it.
 #pragma once
 
+#include <algorithm>
 #include <memory>
-#include <unordered_map>
+#include <vector>
 
 #include "export/RouteBraneWriterSm.h"
 
@@ -26,7 +27,7 @@ class RouteBraneWriterSm::MoxRoute final : public SparseMode::Route::NotifieeCon
    // The model has dropped the route.
    void handleRemoved() {
       mark();
-      for ( const auto& [intfId, reactor] : intf_ ) markIntf( intfId );
+      for ( const auto& each : intf_ ) markIntf( each.intfId );
    }
 
    void onRouteFlags() override { mark(); }
@@ -40,13 +41,17 @@ class RouteBraneWriterSm::MoxRoute final : public SparseMode::Route::NotifieeCon
    }
    void onRouteIntf( const Vantu::IntfId& intfId ) override {
       const SparseMode::Intf* intf = notifier()->routeIntf( intfId );
+      auto at = std::lower_bound(
+         intf_.begin(), intf_.end(), intfId,
+         []( const Reactor& a, Vantu::IntfId b ) { return a.intfId < b; } );
+      const bool known = at != intf_.end() && at->intfId == intfId;
       if ( intf == nullptr ) {
-         intf_.erase( intfId );
+         if ( known ) intf_.erase( at );
       } else {
-         auto& reactor = intf_[intfId];
-         if ( reactor == nullptr )
-            reactor = std::make_unique<MoxIntf>( *this, intfId );
-         reactor->notifierIs( intf );
+         if ( !known )
+            at = intf_.insert(
+               at, { intfId, std::make_unique<MoxIntf>( *this, intfId ) } );
+         at->intf->notifierIs( intf );
       }
       markIntf( intfId );
    }
@@ -88,7 +93,12 @@ class RouteBraneWriterSm::MoxRoute final : public SparseMode::Route::NotifieeCon
    RouteKey key_;
    MoxUmh umh_;
    MoxUmhFrr umhFrr_;
-   std::unordered_map<Vantu::IntfId, std::unique_ptr<MoxIntf>> intf_;
+   // In order of interfaces: most routes have few, for which a hash table is large.
+   struct Reactor {
+      Vantu::IntfId intfId;
+      std::unique_ptr<MoxIntf> intf;
+   };
+   std::vector<Reactor> intf_;
 };
 
 }

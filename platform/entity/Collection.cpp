@@ -1,6 +1,8 @@
 #include "platform/entity/Collection.h"
 
+#include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace Mox {
 namespace {
@@ -21,18 +23,18 @@ void writePlace( uint8_t* index, size_t place, size_t position ) {
 }
 
 size_t HashedSlots::wideAt( size_t place ) const {
-   return width_ == 2 ? readPlace<uint16_t>( index_.data(), place )
-                      : readPlace<uint32_t>( index_.data(), place );
+   return width_ == 2 ? readPlace<uint16_t>( index_, place )
+                      : readPlace<uint32_t>( index_, place );
 }
 
 void HashedSlots::atIs( size_t place, size_t position ) {
    switch ( width_ ) {
       case 1:
-         return writePlace<uint8_t>( index_.data(), place, position );
+         return writePlace<uint8_t>( index_, place, position );
       case 2:
-         return writePlace<uint16_t>( index_.data(), place, position );
+         return writePlace<uint16_t>( index_, place, position );
       default:
-         return writePlace<uint32_t>( index_.data(), place, position );
+         return writePlace<uint32_t>( index_, place, position );
    }
 }
 
@@ -42,13 +44,36 @@ size_t HashedSlots::placeOf( size_t position ) const {
    return place;
 }
 
+void HashedSlots::clear() {
+   delete[] slots_;
+   delete[] index_;
+   slots_ = nullptr;
+   index_ = nullptr;
+   size_ = room_ = 0;
+}
+
+// Twice the room; one slot at first, since most routes have few interfaces.
+void HashedSlots::grow() {
+   MOX_ASSERT( room_ <= UINT32_MAX / 2 );
+   const uint32_t room = std::max<uint32_t>( 1, room_ * 2 );
+   auto* slots = new Slot[room];
+   std::copy_n( slots_, size_, slots );
+   delete[] std::exchange( slots_, slots );
+   room_ = room;
+}
+
 // Rebuilds the index with room for twice the members.
 void HashedSlots::rebuild() {
-   size_t wanted = 16;
-   while ( wanted < slots_.size() * 2 ) wanted *= 2;
-   width_ = wanted <= 0x100 ? 1 : wanted <= 0x10000 ? 2 : 4;
-   index_.assign( wanted * width_, 0xff );
-   for ( size_t position = 0; position < slots_.size(); ++position ) {
+   uint8_t log = 4;
+   while ( size_t( 1 ) << log < size_t( size_ ) * 2 ) ++log;
+   const size_t wanted = size_t( 1 ) << log;
+   const uint8_t width = wanted <= 0x100 ? 1 : wanted <= 0x10000 ? 2 : 4;
+   auto* index = new uint8_t[wanted * width];
+   std::memset( index, 0xff, wanted * width );
+   delete[] std::exchange( index_, index );
+   placesLog_ = log;
+   width_ = width;
+   for ( size_t position = 0; position < size_; ++position ) {
       size_t place = slots_[position].hash & mask();
       while ( at( place ) != npos ) place = ( place + 1 ) & mask();
       atIs( place, position );
@@ -56,14 +81,15 @@ void HashedSlots::rebuild() {
 }
 
 void HashedSlots::add( uint64_t hash, Entity* member ) {
-   slots_.push_back( { hash, member } );
-   if ( slots_.size() <= kScanned && index_.empty() ) return;
+   if ( size_ == room_ ) grow();
+   slots_[size_++] = { hash, member };
+   if ( size_ <= kScanned && index_ == nullptr ) return;
    // At most three places in four are taken, and every position fits a place's
    // width.
-   if ( index_.empty() || slots_.size() * 4 > places() * 3 ) return rebuild();
+   if ( index_ == nullptr || size_t( size_ ) * 4 > places() * 3 ) return rebuild();
    size_t place = hash & mask();
    while ( at( place ) != npos ) place = ( place + 1 ) & mask();
-   atIs( place, slots_.size() - 1 );
+   atIs( place, size_ - 1 );
 }
 
 // Empties a place and moves back the entries that were pushed past it.
@@ -81,14 +107,13 @@ void HashedSlots::clearPlace( size_t place ) {
 }
 
 void HashedSlots::remove( size_t position ) {
-   size_t last = slots_.size() - 1;
-   if ( !index_.empty() ) {
+   size_t last = size_ - 1;
+   if ( index_ != nullptr ) {
       clearPlace( placeOf( position ) );
       if ( position != last ) atIs( placeOf( last ), position );
    }
    slots_[position] = slots_[last];
-   slots_.pop_back();
-   if ( slots_.empty() ) *this = HashedSlots();
+   if ( --size_ == 0 ) clear();
 }
 
 }

@@ -15,7 +15,8 @@ namespace Mox {
 
 // The members of a hashed collection in a dense array of 16-byte slots, with an
 // open-addressed index of one, two or four bytes a place. Visiting does not touch
-// the index; up to `kScanned` members are found without an index.
+// the index; up to `kScanned` members are found without an index. Plain pointers
+// and 32-bit sizes: every route has three, most of them empty.
 class PIMSM_API HashedSlots {
  public:
    struct Slot {
@@ -23,14 +24,19 @@ class PIMSM_API HashedSlots {
       Entity* member;
    };
 
-   std::span<const Slot> slots() const { return slots_; }
+   HashedSlots() = default;
+   HashedSlots( const HashedSlots& ) = delete;
+   HashedSlots& operator=( const HashedSlots& ) = delete;
+   ~HashedSlots() { clear(); }
+
+   std::span<const Slot> slots() const { return { slots_, size_ }; }
 
    // Position of the member that has this hash and satisfies `match`, or npos.
    static constexpr size_t npos = static_cast<size_t>( -1 );
    template <class Match>
    size_t find( uint64_t hash, Match match ) const {
-      if ( index_.empty() ) {
-         for ( size_t i = 0; i < slots_.size(); ++i ) {
+      if ( index_ == nullptr ) {
+         for ( size_t i = 0; i < size_; ++i ) {
             if ( slots_[i].hash == hash && match( slots_[i].member ) ) return i;
          }
          return npos;
@@ -46,9 +52,9 @@ class PIMSM_API HashedSlots {
    // Fetches the memory that find() reads before it reaches a member, and that
    // add() writes.
    void prefetch( uint64_t hash ) const {
-      Mox::prefetch( slots_.data() + slots_.size() );
-      if ( index_.empty() ) return;
-      Mox::prefetch( index_.data() + ( hash & mask() ) * width_ );
+      Mox::prefetch( slots_ + size_ );
+      if ( index_ == nullptr ) return;
+      Mox::prefetch( index_ + ( hash & mask() ) * width_ );
    }
    // The first member of this hash; null when there is none.
    Entity* likely( uint64_t hash ) const {
@@ -64,8 +70,10 @@ class PIMSM_API HashedSlots {
  private:
    static constexpr size_t kScanned = 8;
 
-   size_t places() const { return index_.size() / width_; }
+   size_t places() const { return size_t( 1 ) << placesLog_; }
    size_t mask() const { return places() - 1; }
+   void clear();
+   void grow();
    size_t at( size_t place ) const {
       if ( width_ == 1 ) {
          return index_[place] == 0xff ? npos : index_[place];
@@ -78,9 +86,12 @@ class PIMSM_API HashedSlots {
    void clearPlace( size_t place );
    void rebuild();
 
-   std::vector<Slot> slots_;
-   std::vector<uint8_t> index_;
-   unsigned width_ = 1;
+   Slot* slots_ = nullptr;
+   uint8_t* index_ = nullptr;  // null: none
+   uint32_t size_ = 0;
+   uint32_t room_ = 0;  // slots
+   uint8_t placesLog_ = 0;
+   uint8_t width_ = 1;
 };
 
 static_assert( sizeof( HashedSlots::Slot ) == 16 );

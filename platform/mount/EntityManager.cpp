@@ -342,7 +342,7 @@ void EntityManager::removeTables( Mox::StringView path ) {
    }
    if ( !written ) return;
    if ( entity.seat() != entity.name() )
-      unlink( Brane::TableFiles( bellBase( entity ) ).bell.c_str() );
+      unlink( Brane::TableFiles( bellBase( entity ) ).bell().c_str() );
    leaveSeat( entity );
    // The directory stays while another process keeps a table in it.
    rmdir( fmt::format( "{}/{}", root_, path ).c_str() );

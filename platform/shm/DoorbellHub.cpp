@@ -195,7 +195,7 @@ void DoorbellHub::armAnew( Table& table ) {
 }
 
 int DoorbellHub::watchBell( const Table& table ) const {
-   return inotify_add_watch( fd_, table.files.bell.c_str(), bellMask );
+   return inotify_add_watch( fd_, table.files.bell().c_str(), bellMask );
 }
 
 // A directory made between the look for it and the watch of its parent rings
@@ -211,8 +211,8 @@ void DoorbellHub::watchDirectory( Table& table ) {
 // path.
 Mox::String DoorbellHub::watchNearest( Table& table ) {
    std::vector<Mox::String> names{ nameOf( table.files.table ),
-                                   nameOf( table.files.bell ) };
-   if ( table.filesOnly ) names.push_back( nameOf( table.files.lock ) );
+                                   nameOf( table.files.bell() ) };
+   if ( table.filesOnly ) names.push_back( nameOf( table.files.lock() ) );
    Mox::String directory = directoryOf( table.files.table );
    for ( bool nearest = true;; nearest = false ) {
       const int watch = inotify_add_watch( fd_, directory.c_str(), directoryMask );
@@ -287,7 +287,7 @@ void DoorbellHub::handleDirectory( Table& table, uint32_t mask, const char* name
    // A directory that appears again holds other files.
    if ( !table.nearest ) return armAnew( table );
    if ( !*name ) return;
-   bool bell = name == nameOf( table.files.bell );
+   bool bell = name == nameOf( table.files.bell() );
    // A new bell of this name is another file: the watch moves to it.
    if ( bell && ( mask & ( IN_CREATE | IN_MOVED_TO ) ) ) {
       bellIs( table, -1 );

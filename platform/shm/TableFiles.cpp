@@ -29,14 +29,8 @@ void markRetired( const Mox::String& path ) {
 
 }
 
-TableFiles::TableFiles( const Mox::String& path, const Mox::String& seat )
-   : table( path ),
-     fresh( path + ".new" ),
-     bell( seat + ".bell" ),
-     lock( seat + ".lock" ) {}
-
 bool writerAlive( const Mox::String& path ) {
-   return Detail::writerRings( TableFiles( path ).bell );
+   return Detail::writerRings( TableFiles( path ).bell() );
 }
 
 void removeTableFiles( const Mox::String& path ) {
@@ -45,9 +39,9 @@ void removeTableFiles( const Mox::String& path ) {
    Detail::Descriptor lock = Detail::takeWriterLock( files );
    markRetired( files.table );
    unlink( files.table.c_str() );
-   unlink( files.fresh.c_str() );
-   unlink( files.bell.c_str() );
-   unlink( files.lock.c_str() );
+   unlink( files.fresh().c_str() );
+   unlink( files.bell().c_str() );
+   unlink( files.lock().c_str() );
 }
 
 }

@@ -4,6 +4,8 @@
 
 #include <sys/types.h>
 
+#include <utility>
+
 #include "platform/base/Export.h"
 #include "platform/base/String.h"
 
@@ -13,15 +15,20 @@ namespace Brane {
 // may read. Only the writer's user may open the lock: whoever can open it can lock
 // it.
 struct PIMSM_API TableFiles {
-   explicit TableFiles( const Mox::String& path ) : TableFiles( path, path ) {}
+   explicit TableFiles( Mox::String path ) : table( std::move( path ) ) {}
    // With the lock and the bell of that base, as tables share them.
-   TableFiles( const Mox::String& path, const Mox::String& seat );
+   TableFiles( Mox::String path, const Mox::String& base )
+      : table( std::move( path ) ), seat( base == table ? Mox::String() : base ) {}
+
+   // An instance in the making.
+   Mox::String fresh() const { return table + ".new"; }
+   // Watched by readers, rung and locked by a living writer.
+   Mox::String bell() const { return ( seat.empty() ? table : seat ) + ".bell"; }
+   // Who has it locked is the writer.
+   Mox::String lock() const { return ( seat.empty() ? table : seat ) + ".lock"; }
 
    Mox::String table;  // the path itself: the current instance
-   Mox::String fresh;  // path + ".new": an instance in the making
-   Mox::String bell;   // path + ".bell": watched by readers, rung and locked by
-                       // a living writer
-   Mox::String lock;   // path + ".lock": who has it locked is the writer
+   Mox::String seat;   // empty: the path
 };
 
 // Does a writer hold the table, or the seat, now? Works for a process that may only

@@ -67,8 +67,8 @@ uint64_t TableReader::sequence() const {
 const Mox::String& TableReader::path() const {
    return table_->files().table;
 }
-const Mox::String& TableReader::bell() const {
-   return table_->files().bell;
+Mox::String TableReader::bell() const {
+   return table_->files().bell();
 }
 const Layout& TableReader::layout() const {
    return table_->layout();

@@ -128,7 +128,7 @@ class PIMSM_API TableReader {
    uint64_t sequence() const;  // changes published so far
 
    const Mox::String& path() const;
-   const Mox::String& bell() const;  // the file that the writer rings
+   Mox::String bell() const;  // the file that the writer rings
    const Layout& layout() const;
    const Counters& counters() const;
 

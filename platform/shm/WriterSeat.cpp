@@ -28,7 +28,7 @@ WriterSeat::WriterSeat( const Mox::String& path )
    files_->bell = Detail::openLockedBell( files_->names );
    // The bell's byte is allocated for good, before tables take their space.
    if ( !ring() )
-      Detail::systemFailed( files_->names.bell, "cannot write the doorbell" );
+      Detail::systemFailed( files_->names.bell(), "cannot write the doorbell" );
 }
 
 WriterSeat::~WriterSeat() = default;
@@ -38,9 +38,9 @@ const Mox::String& WriterSeat::path() const {
 }
 
 void WriterSeat::addBell( const Mox::String& base ) {
-   const Mox::String bell = TableFiles( base ).bell;
+   const Mox::String bell = TableFiles( base ).bell();
    auto& others = files_->others;
-   if ( bell == files_->names.bell ||
+   if ( bell == files_->names.bell() ||
         std::find( others.begin(), others.end(), bell ) != others.end() )
       return;
    others.push_back( bell );
@@ -49,11 +49,11 @@ void WriterSeat::addBell( const Mox::String& base ) {
 
 // A former name leads to a dead writer's bell, or to a stranger's file.
 void WriterSeat::nameBells() const {
-   const Detail::FileId bell = fileIdOf( files_->bell, files_->names.bell );
+   const Detail::FileId bell = fileIdOf( files_->bell, files_->names.bell() );
    for ( const Mox::String& name : files_->others ) {
       if ( leadsTo( name, bell ) ) continue;
       unlink( name.c_str() );
-      if ( link( files_->names.bell.c_str(), name.c_str() ) != 0 )
+      if ( link( files_->names.bell().c_str(), name.c_str() ) != 0 )
          Detail::systemFailed( name, "cannot name the doorbell" );
    }
 }
@@ -66,20 +66,20 @@ bool WriterSeat::ring() const {
 
 bool WriterSeat::stands() const {
    if ( files_->removed ) return true;
-   const Detail::FileId bell = fileIdOf( files_->bell, files_->names.bell );
+   const Detail::FileId bell = fileIdOf( files_->bell, files_->names.bell() );
    auto named = [&]( const Mox::String& name ) { return leadsTo( name, bell ); };
-   return leadsTo( files_->names.lock,
-                   fileIdOf( files_->lock, files_->names.lock ) ) &&
-          named( files_->names.bell ) &&
+   return leadsTo( files_->names.lock(),
+                   fileIdOf( files_->lock, files_->names.lock() ) ) &&
+          named( files_->names.bell() ) &&
           std::all_of( files_->others.begin(), files_->others.end(), named );
 }
 
 // The lock first: the files under the other names may be another writer's.
 void WriterSeat::restore() {
    const TableFiles& names = files_->names;
-   if ( !leadsTo( names.lock, fileIdOf( files_->lock, names.lock ) ) )
+   if ( !leadsTo( names.lock(), fileIdOf( files_->lock, names.lock() ) ) )
       files_->lock = Detail::takeWriterLock( names );
-   if ( !leadsTo( names.bell, fileIdOf( files_->bell, names.bell ) ) ) {
+   if ( !leadsTo( names.bell(), fileIdOf( files_->bell, names.bell() ) ) ) {
       files_->bell = Detail::openLockedBell( names );
       ring();
    }
@@ -89,8 +89,8 @@ void WriterSeat::restore() {
 void WriterSeat::removeFiles() {
    if ( std::exchange( files_->removed, true ) ) return;
    for ( const Mox::String& name : files_->others ) unlink( name.c_str() );
-   unlink( files_->names.bell.c_str() );
-   unlink( files_->names.lock.c_str() );
+   unlink( files_->names.bell().c_str() );
+   unlink( files_->names.lock().c_str() );
 }
 
 }

@@ -41,7 +41,7 @@ bool lockedAgainst( short type, int fd ) {
 
 [[noreturn]] void refuseSecond( const TableFiles& files, int fd ) {
    if ( !lockedAgainst( F_RDLCK, fd ) && lockedAgainst( F_WRLCK, fd ) ) {
-      throw CreateError( files.lock +
+      throw CreateError( files.lock() +
                          ": locked for reading, by a process that is no writer" );
    }
    pid_t pid = pidIn( fd );
@@ -61,12 +61,12 @@ void leavePid( int fd ) {
 
 Descriptor takeWriterLock( const TableFiles& files ) {
    for ( int attempt = 0; attempt < 16; ++attempt ) {
-      Descriptor file( openFile( files.lock, O_RDWR | O_CREAT, 0600 ) );
-      if ( !file ) systemFailed( files.lock, "cannot open the lock file" );
-      if ( !tryLock( file.get(), files.lock ) ) refuseSecond( files, file.get() );
+      Descriptor file( openFile( files.lock(), O_RDWR | O_CREAT, 0600 ) );
+      if ( !file ) systemFailed( files.lock(), "cannot open the lock file" );
+      if ( !tryLock( file.get(), files.lock() ) ) refuseSecond( files, file.get() );
       // A first writer that removes its table removes the lock file, too. A process
       // that waited for that file must not lock a file without a name.
-      if ( !leadsTo( files.lock, fileIdOf( file, files.lock ) ) ) continue;
+      if ( !leadsTo( files.lock(), fileIdOf( file, files.lock() ) ) ) continue;
       fchmod( file.get(), 0600 );
       leavePid( file.get() );
       return file;
@@ -76,15 +76,15 @@ Descriptor takeWriterLock( const TableFiles& files ) {
 
 Descriptor openLockedBell( const TableFiles& files ) {
    const char* what = "cannot open the doorbell";
-   Descriptor bell( openFile( files.bell, O_WRONLY | O_CREAT ) );
-   if ( !bell ) systemFailed( files.bell, what );
-   if ( !tryLock( bell.get(), files.bell ) ) {
+   Descriptor bell( openFile( files.bell(), O_WRONLY | O_CREAT ) );
+   if ( !bell ) systemFailed( files.bell(), what );
+   if ( !tryLock( bell.get(), files.bell() ) ) {
       // Nobody else can open the new file before it is locked.
-      unlink( files.bell.c_str() );
+      unlink( files.bell().c_str() );
       bell =
-         Descriptor( openFile( files.bell, O_WRONLY | O_CREAT | O_EXCL, 0600 ) );
-      if ( !bell ) systemFailed( files.bell, what );
-      tryLock( bell.get(), files.bell );
+         Descriptor( openFile( files.bell(), O_WRONLY | O_CREAT | O_EXCL, 0600 ) );
+      if ( !bell ) systemFailed( files.bell(), what );
+      tryLock( bell.get(), files.bell() );
    }
    fchmod( bell.get(), 0640 );
    return bell;

@@ -222,7 +222,7 @@ void TableMaker::grow( WriterTable& table ) {
       name( table, made.view );
       adopt( table, std::move( made ), copied );
    } catch ( const CreateError& ) {
-      unlink( table.files_.fresh.c_str() );
+      unlink( table.files_.fresh().c_str() );
       throw;
    }
 }
@@ -234,7 +234,7 @@ TableMaker::Made TableMaker::make( const WriterTable& table,
    const Geometry geometry = Geometry::of( layout.keySize, layout.recordSize,
                                            uint32_t( layout.fields.size() ),
                                            values.capacity, values.journalEntries );
-   const Mox::String& path = table.files_.fresh;
+   const Mox::String path = table.files_.fresh();
    Descriptor file = createFile( path, geometry.fileSize );
    Made made;
    made.file = fileIdOf( file, path );
@@ -251,7 +251,7 @@ TableMaker::Made TableMaker::make( const WriterTable& table,
 
 void TableMaker::name( const WriterTable& table, const WriterView& view ) {
    markReady( view.base );
-   if ( rename( table.files_.fresh.c_str(), table.files_.table.c_str() ) != 0 )
+   if ( rename( table.files_.fresh().c_str(), table.files_.table.c_str() ) != 0 )
       systemFailed( table.files_.table, "cannot rename the new instance" );
 }
 

@@ -43,12 +43,12 @@ WriterTable::WriterTable( const Mox::String& path,
    // Before the table has its name: whoever sees the table can watch its bell.
    seat_ = options.seat ? options.seat : std::make_shared<WriterSeat>( path );
    Descriptor former;
-   if ( sharesSeat() && access( files_.lock.c_str(), F_OK ) == 0 )
+   if ( sharesSeat() && access( files_.lock().c_str(), F_OK ) == 0 )
       former = takeWriterLock( files_ );
    TableMaker::open( *this, capacity, options );
    if ( former ) {
-      unlink( files_.bell.c_str() );
-      unlink( files_.lock.c_str() );
+      unlink( files_.bell().c_str() );
+      unlink( files_.lock().c_str() );
    }
    rung_ = sequence_ - 1;
    ring();
@@ -372,11 +372,11 @@ void WriterTable::restoreFiles() {
 // changes.
 void WriterTable::copyToNewFile() {
    const uint64_t size = mapping_->size();
-   Descriptor file = createFile( files_.fresh, size );
-   Mapping mapping = Mapping::ofFile( file.get(), size, true, files_.fresh );
+   Descriptor file = createFile( files_.fresh(), size );
+   Mapping mapping = Mapping::ofFile( file.get(), size, true, files_.fresh() );
    std::memcpy( mapping.data(), mapping_->data(), size );
-   const FileId made = fileIdOf( file, files_.fresh );
-   if ( rename( files_.fresh.c_str(), files_.table.c_str() ) != 0 )
+   const FileId made = fileIdOf( file, files_.fresh() );
+   if ( rename( files_.fresh().c_str(), files_.table.c_str() ) != 0 )
       systemFailed( files_.table, "cannot rename the table's copy" );
    file_ = made;
    mapping_ = std::make_shared<Mapping>( std::move( mapping ) );

@@ -184,12 +184,12 @@ TEST_F( Kill, WhileMakingAnInstanceLeavesTheFormerOne ) {
       }
       const std::string before = bytesOf( path );
       auto images = KillPoints::of(
-         files.fresh, [&] { TableWriter writer( path, layout, 40, options ); } );
+         files.fresh(), [&] { TableWriter writer( path, layout, 40, options ); } );
       ASSERT_GT( images.size(), former ? 100u : 5u );
       for ( const std::string& image : images ) {
          removeTableFiles( path );
          if ( former ) bytesAre( path, before );
-         bytesAre( files.fresh, image );
+         bytesAre( files.fresh(), image );
          TableReader reader( path, layout );
          ASSERT_EQ( reader.state(), former ? readerAttached : readerAbsent );
          ASSERT_EQ( contentOf( reader ), content );
@@ -199,7 +199,7 @@ TEST_F( Kill, WhileMakingAnInstanceLeavesTheFormerOne ) {
          EXPECT_EQ( writer.attachReport().survivors, content.size() );
          ASSERT_EQ( contentOf( writer ), content );
          exercise( writer, content );
-         EXPECT_FALSE( std::filesystem::exists( files.fresh ) );
+         EXPECT_FALSE( std::filesystem::exists( files.fresh() ) );
       }
    }
 }
@@ -218,7 +218,7 @@ TEST_F( Kill, WhileGrowingLosesNothing ) {
       Change change{ content, content, bytesOf( path ) };
       change.after[ids[i]] = Record::of( ids[i], i );
       auto images =
-         KillPoints::of( { path, files.fresh }, [&] { put( writer, ids[i], i ); } );
+         KillPoints::of( { path, files.fresh() }, [&] { put( writer, ids[i], i ); } );
       growths += writer.instanceId() != instance;
       std::string dead = directory + "/dead/t";
       for ( const KillPoints::Image& image : images ) {

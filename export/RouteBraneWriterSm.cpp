@@ -1,6 +1,7 @@
 #include "export/RouteBraneWriterSm.h"
 
 #include "export/Conversion.h"
+#include "export/detail/ModelFetch.h"
 #include "export/detail/MoxRoute.h"
 #include "platform/trace/Probe.h"
 #include "platform/trace/Trace.h"
@@ -10,6 +11,12 @@ namespace Routing::Pim::SparseMode::Brane {
 MOX_TRACE_FACILITY( trace, "Pimsm::RouteBraneWriter" )
 
 MOX_ENTITY_TYPE( RouteBraneWriterSm, PIMSM_ROUTE_WRITER_ATTRIBUTES )
+
+namespace {
+
+constexpr size_t kTogether = 32;  // records written at once
+
+}
 
 class RouteBraneWriterSm::MoxStatus : public SparseMode::Status::NotifieeConst {
  public:
@@ -156,26 +163,37 @@ bool RouteBraneWriterSm::sliceOver() const {
    return clock_->now() >= reviewStopTime();
 }
 
+// Keys are taken from the set's end, where they cost nothing to remove; marked one
+// after the other, they lie side by side in the model.
 void RouteBraneWriterSm::doReviewRoutes() {
+   Routes batch;
    while ( !reviewChangeSet_->route().empty() ) {
-      RouteKey key = reviewChangeSet_->route().begin()->first;
+      RouteKey key = ( reviewChangeSet_->route().end() - 1 )->first;
       reviewChangeSet_->routeDel( key );
-      doReviewRoute( key );
-      if ( sliceOver() ) return;
+      doReviewRoute( key, batch );
+      if ( sliceOver() ) break;
    }
+   writeRoutes( batch );
 }
 
 // Deliberately runs even when the routes have used up the slice.
 void RouteBraneWriterSm::doReviewRouteIntfs() {
-   while ( !reviewChangeSet_->routeIntf().empty() ) {
-      RouteIntfKey key = reviewChangeSet_->routeIntf().begin()->first;
+   constexpr size_t kAhead = 32;
+   const DirtyRouteIntfs& marked = reviewChangeSet_->routeIntf();
+   ModelFetch fetch( *status_ );
+   RouteIntfs batch;
+   for ( size_t told = marked.size(); !marked.empty(); ) {
+      while ( told > 0 && told + kAhead > marked.size() )
+         fetch.soon( marked[--told].first );
+      RouteIntfKey key = ( marked.end() - 1 )->first;
       reviewChangeSet_->routeIntfDel( key );
-      doReviewRouteIntf( key );
-      if ( sliceOver() ) return;
+      doReviewRouteIntf( key, batch );
+      if ( sliceOver() ) break;
    }
+   writeRouteIntfs( batch );
 }
 
-void RouteBraneWriterSm::doReviewRoute( const RouteKey& key ) {
+void RouteBraneWriterSm::doReviewRoute( const RouteKey& key, Routes& batch ) {
    const SparseMode::Route* route = status_->route( key );
    if ( route == nullptr ) {
       MOX_TRACE( trace, 4,
@@ -187,10 +205,12 @@ void RouteBraneWriterSm::doReviewRoute( const RouteKey& key ) {
               "doReviewRoute" << key << ": Updating route in brane, Flags: "
                               << route->routeFlagsString() << ", IIF Switch State: "
                               << route->iifSwitchState() );
-   writeRoute( *route );
+   batch.push_back( { doGetBraneRouteFromRoute( *route ) } );
+   if ( batch.size() == kTogether ) writeRoutes( batch );
 }
 
-void RouteBraneWriterSm::doReviewRouteIntf( const RouteIntfKey& key ) {
+void RouteBraneWriterSm::doReviewRouteIntf( const RouteIntfKey& key,
+                                            RouteIntfs& batch ) {
    const SparseMode::Route* route = status_->route( key.routeKey );
    if ( route == nullptr ) {
       MOX_TRACE(
@@ -208,7 +228,8 @@ void RouteBraneWriterSm::doReviewRouteIntf( const RouteIntfKey& key ) {
       return;
    }
    MOX_TRACE( trace, 6, "doReviewRouteIntf" << key << ": Updating intf in brane" );
-   writeRouteIntf( key.routeKey, *intf );
+   batch.push_back( { doGetBraneIntfFromRouteIntf( key.routeKey, *intf ) } );
+   if ( batch.size() == kTogether ) writeRouteIntfs( batch );
 }
 
 // Writes or removes one record. A refusal is traced and counted. Returns true for
@@ -232,23 +253,42 @@ bool RouteBraneWriterSm::refusedFullTable( const char* where, const Key& key,
    }
 }
 
-void RouteBraneWriterSm::writeRoute( const SparseMode::Route& route ) {
-   RouteKey key = route.key();
-   bool full = refusedFullTable( "doReviewRoute", key, routeWrites_, [&] {
-      braneStatus_->routeIs( doGetBraneRouteFromRoute( route ) );
-      ++routeWrites_.written;
-   } );
-   if ( full ) refusedRoutes_.insert( key );
+// One by one after a refusal, which tells each that is refused.
+void RouteBraneWriterSm::writeRoutes( Routes& batch ) {
+   try {
+      braneStatus_->routeIs( std::span<const RouteTable::Item>( batch ) );
+      routeWrites_.written += batch.size();
+   } catch ( const Mox::Error& ) {
+      for ( const auto& item : batch ) writeRoute( item.value );
+   }
+   batch.clear();
 }
 
-void RouteBraneWriterSm::writeRouteIntf( const RouteKey& routeKey,
-                                         const SparseMode::Intf& intf ) {
-   RouteIntfKey key{ routeKey, intf.intfId() };
-   bool full = refusedFullTable( "doReviewRouteIntf", key, routeIntfWrites_, [&] {
-      braneStatus_->routeIntfIs( doGetBraneIntfFromRouteIntf( routeKey, intf ) );
-      ++routeIntfWrites_.written;
+void RouteBraneWriterSm::writeRouteIntfs( RouteIntfs& batch ) {
+   try {
+      braneStatus_->routeIntfIs( std::span<const RouteIntfTable::Item>( batch ) );
+      routeIntfWrites_.written += batch.size();
+   } catch ( const Mox::Error& ) {
+      for ( const auto& item : batch ) writeRouteIntf( item.value );
+   }
+   batch.clear();
+}
+
+void RouteBraneWriterSm::writeRoute( const Brane::Route& record ) {
+   bool full = refusedFullTable( "doReviewRoute", record.key, routeWrites_, [&] {
+      braneStatus_->routeIs( record );
+      ++routeWrites_.written;
    } );
-   if ( full ) refusedRouteIntfs_.insert( key );
+   if ( full ) refusedRoutes_.insert( record.key );
+}
+
+void RouteBraneWriterSm::writeRouteIntf( const Brane::Intf& record ) {
+   bool full =
+      refusedFullTable( "doReviewRouteIntf", record.key, routeIntfWrites_, [&] {
+         braneStatus_->routeIntfIs( record );
+         ++routeIntfWrites_.written;
+      } );
+   if ( full ) refusedRouteIntfs_.insert( record.key );
 }
 
 void RouteBraneWriterSm::markRefusedRoutes() {

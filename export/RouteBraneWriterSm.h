@@ -25,6 +25,7 @@
 #include <memory>
 #include <optional>
 #include <unordered_set>
+#include <vector>
 
 #include "export/RouteChangeSet.h"
 #include "export/Status.h"
@@ -109,16 +110,22 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
    class MoxChangeSet;
 
    void handleRoute( const RouteKey& key );
+   // Records to be written together.
+   using Routes = std::vector<RouteTable::Item>;
+   using RouteIntfs = std::vector<RouteIntfTable::Item>;
+
    void doReviewRoutes();
    void doReviewRouteIntfs();
-   void doReviewRoute( const RouteKey& key );
-   void doReviewRouteIntf( const RouteIntfKey& key );
+   void doReviewRoute( const RouteKey& key, Routes& batch );
+   void doReviewRouteIntf( const RouteIntfKey& key, RouteIntfs& batch );
    bool sliceOver() const;
    template <class Key, class Operation>
    bool refusedFullTable( const char* where, const Key& key, Writes& writes,
                           Operation operation );
-   void writeRoute( const SparseMode::Route& route );
-   void writeRouteIntf( const RouteKey& key, const SparseMode::Intf& intf );
+   void writeRoutes( Routes& batch );
+   void writeRouteIntfs( RouteIntfs& batch );
+   void writeRoute( const Brane::Route& record );
+   void writeRouteIntf( const Brane::Intf& record );
    void deleteRoute( const RouteKey& key );
    void markRefusedRoutes();
    void markRefusedRouteIntfs();

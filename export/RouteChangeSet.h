@@ -2,15 +2,14 @@
 // newly marked or unmarked key; marking a marked key again is silent.
 #pragma once
 
-#include <unordered_map>
-
+#include "export/DirtyKeys.h"
 #include "platform/entity/Attribute.h"
 #include "platform/pim/RouteKey.h"
 
 namespace Routing::Pim::SparseMode::Brane {
 
-using DirtyRoutes = std::unordered_map<RouteKey, bool>;
-using DirtyRouteIntfs = std::unordered_map<RouteIntfKey, bool>;
+using DirtyRoutes = DirtyKeys<RouteKey>;
+using DirtyRouteIntfs = DirtyKeys<RouteIntfKey>;
 
 // clang-format off
 #define PIMSM_ROUTE_CHANGE_SET_ATTRIBUTES( A ) \

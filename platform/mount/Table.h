@@ -6,9 +6,11 @@
 // Event-loop thread only.
 #pragma once
 
+#include <algorithm>
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "platform/mount/Flat.h"
@@ -214,6 +216,27 @@ class Table : public TableBase {
       callbacks_.keyChanged( key );
    }
 
+   // A value to be written with others.
+   struct Item {
+      V value;
+      // Null: none. Otherwise the place where the key was written before, and gets
+      // its place; a stale one only costs time. Lives until the observers hear.
+      ::Brane::Position* place = nullptr;
+   };
+   // Writes many values as is() does, in their order, with the needed memory fetched
+   // ahead, then notifies each key. Throws is()'s exceptions for the first value that
+   // is refused: those before it are written, and nothing is notified.
+   void is( std::span<const Item> items ) {
+      for ( size_t at = 0; at < items.size(); at += kTogether )
+         putTogether(
+            items.subspan( at, std::min( kTogether, items.size() - at ) ) );
+      // An observer may change what the items lie in.
+      std::vector<Key> keys;
+      keys.reserve( items.size() );
+      for ( const Item& item : items ) keys.push_back( item.value.key );
+      for ( const Key& key : keys ) callbacks_.keyChanged( key );
+   }
+
    // Free memory of the table to build a value in, invisible until commit().
    // REQUIRES: at most 16 of a table at a time. Throws ReadOnlyError.
    InPlace inPlace() { return InPlace( *this, reserveRecord() ); }
@@ -275,6 +298,22 @@ class Table : public TableBase {
       }
       alignas( 16 ) typename KeyForm::Bytes bytes;
    };
+
+   static constexpr size_t kTogether = 32;
+
+   void putTogether( std::span<const Item> items ) {
+      Record records[kTogether];
+      ::Brane::TableWriter::PutItem puts[kTogether];
+      std::memset( records, 0, items.size() * sizeof( Record ) );
+      for ( size_t i = 0; i < items.size(); ++i ) {
+         Form::write( items[i].value, records[i].bytes );
+         puts[i].record = &records[i];
+         if ( items[i].place != nullptr ) puts[i].position = *items[i].place;
+      }
+      putRecords( { puts, items.size() } );
+      for ( size_t i = 0; i < items.size(); ++i )
+         if ( items[i].place != nullptr ) *items[i].place = puts[i].position;
+   }
 
    // One for all tables of the type: a process may have thousands.
    static const std::shared_ptr<const ::Brane::Layout>& sharedLayout() {

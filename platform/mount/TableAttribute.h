@@ -7,6 +7,7 @@
 //   route()             the table: find, has, visit, size, begin and end
 //   route( key )        a copy of the record, or nothing: Table::at
 //   routeIs( value )    writes or replaces, then notifies the key
+//   routeIs( items )    writes many together: Table::is
 //   routeDel( key )     removes and returns; silent and default when absent
 //   routeDelAll()
 //   routeNotify( key )  tells the observers
@@ -57,6 +58,9 @@
    }                                                                      \
    void name##Is( const type::Value& value ) {                            \
       name##_.is( value );                                                \
+   }                                                                      \
+   void name##Is( std::span<const type::Item> items ) {                   \
+      name##_.is( items );                                                \
    }                                                                      \
    MOX_REFUSE( name##Is, void, type::Value, refuseValue )                 \
    type::Value name##Del( const type::Key& key ) {                        \

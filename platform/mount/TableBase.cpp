@@ -362,6 +362,13 @@ void TableBase::putRecord( const void* record ) {
    handleWritten();
 }
 
+// Some may be written when a later one is refused.
+void TableBase::putRecords( std::span<::Brane::TableWriter::PutItem> items ) {
+   ::Brane::TableWriter& writer = writable();
+   handleWritten();
+   guarded( [&] { writer.put( items ); } );
+}
+
 bool TableBase::removeRecord( const void* key, void* removed ) {
    if ( !guarded( [&] { return writable().remove( key, removed ); } ) )
       return false;

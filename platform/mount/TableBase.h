@@ -95,6 +95,7 @@ class PIMSM_API TableBase {
    virtual std::vector<std::byte> freshRecord() const = 0;
 
    void putRecord( const void* record );
+   void putRecords( std::span<::Brane::TableWriter::PutItem> items );
    bool removeRecord( const void* key, void* removed );
    // Reserves zeroed memory for a record, to be committed as its key's record.
    ::Brane::Reservation reserveRecord();

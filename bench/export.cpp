@@ -46,11 +46,12 @@ void readInChild( const std::string& root, const Size& size, int ready, int go )
    auto seen = [&] {
       return follower.tables->route().size() + follower.tables->routeIntf().size();
    };
-   while ( seen() < size.records() && BenchClock::wall() < began + 60 ) {
-      follower.manager.dispatch();
-   }
    // The last changes may still wait for their notification.
-   follower.manager.dispatch();
+   auto done = [&] {
+      return seen() == size.records() && follower.tables->route().quiesced() &&
+             follower.tables->routeIntf().quiesced();
+   };
+   while ( !done() && BenchClock::wall() < began + 60 ) follower.manager.dispatch();
    double followed = BenchClock::wall() - began;
    check( follower.records(), size );
    for ( unsigned i = 0; i < size.rounds; ++i ) {

@@ -111,49 +111,44 @@ bool Mirror::pending() const {
             loadWord( instance_->view().retired() ) != 0 );
 }
 
+// What was known is compared at once, the rest as in a scan.
 void Mirror::moveTo( std::shared_ptr<const Instance> instance, Teller& teller ) {
    if ( !instance ) return forgetAll( teller );
-   if ( !instance_ && known_.size() == 0 ) {
-      // Nothing was known: every record there is new.
-      instance_ = std::move( instance );
-      again_.clear();
-      known_ =
-         Remembered( instance_->geometry().positions(), table_.layout().keySize );
-      startScan( seen_ = instance_->head() );
-      return follow( teller );
-   }
-   auto former = std::exchange( instance_, std::move( instance ) );
-   Remembered known = std::move( known_ );
-   load();
-   tellDifference( former.get(), known, teller );
+   const auto former = std::exchange( instance_, std::move( instance ) );
+   again_.clear();
+   // Before the records: what changes meanwhile comes after this head.
+   seen_ = instance_->head();
+   const Remembered known = std::exchange(
+      known_,
+      Remembered( instance_->geometry().positions(), table_.layout().keySize ) );
+   if ( former ) tellDifference( *former, known, teller );
+   startScan( seen_ );
+   follow( teller );
 }
 
 // The former instance is still mapped: its records tell whether a value differs.
-void Mirror::tellDifference( const Instance* former, const Remembered& known,
+void Mirror::tellDifference( const Instance& former, const Remembered& known,
                              Teller& teller ) {
-   std::vector<bool> kept( known_.positions() );
-   for ( Position p = 0; former && p < known.positions(); ++p ) {
+   Position ahead = 0;
+   for ( Position p = 0; p < known.positions(); ++p ) {
       const std::byte* key = known.key( p );
       if ( !key ) continue;
+      for ( ; ahead < known.positions() && ahead <= p + slotsAhead; ++ahead ) {
+         if ( known.key( ahead ) )
+            instance_->fetchLine( instance_->hashOf( known.key( ahead ) ) );
+      }
       Position at = noPosition;
       auto copy =
          instance_->lookup( key, instance_->hashOf( key ), record_.data(), &at );
-      bool found = copy.result == lookupFound;
-      const std::byte* loaded = found ? known_.key( at ) : nullptr;
-      bool same =
-         loaded && std::memcmp( loaded, key, table_.layout().keySize ) == 0;
-      if ( !same ) {
-         // Absent, or added since, which a later journal entry reports.
+      Lookup found = table_.count( *instance_, copy, at, record_.data() );
+      if ( found != lookupFound ) {
+         // Absent, or to be found by the scan.
          teller.removed( key, p );
-      } else {
-         kept[at] = true;
-         tellKept( *former, known.word( p ), p, at, teller );
+         continue;
       }
-   }
-   for ( Position p = 0; p < known_.positions(); ++p ) {
-      if ( !known_.key( p ) || kept[p] ) continue;
-      known_.wordIs( p, unknownWord );
-      compare( p, wordAt( p ), teller );
+      known_.wordIs( at, copy.word );
+      known_.keyIs( at, key );
+      tellKept( former, known.word( p ), p, at, teller );
    }
 }
 

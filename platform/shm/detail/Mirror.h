@@ -42,7 +42,7 @@ class Mirror {
 
    void load();
    void moveTo( std::shared_ptr<const Instance> instance, Teller& teller );
-   void tellDifference( const Instance* former, const Remembered& known,
+   void tellDifference( const Instance& former, const Remembered& known,
                         Teller& teller );
    void tellKept( const Instance& former, uint64_t word, Position formerAt,
                   Position at, Teller& teller );

@@ -2,7 +2,7 @@
 // everything. Event-loop thread.
 #pragma once
 
-#include <map>
+#include <unordered_map>
 
 #include "engine/Config.h"
 
@@ -57,7 +57,7 @@ class PIMSM_API AccessFilters {
 
  private:
    Vantu::AddressFamily family_;
-   std::map<Vantu::IntfId, OfLink> links_;
+   std::unordered_map<Vantu::IntfId, OfLink> links_;
    AccessFilter registers_;
    struct Threshold {
       AccessFilter groups;

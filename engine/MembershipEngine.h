@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <unordered_map>
 
 #include "engine/AccessFilter.h"
 #include "engine/HoldTimer.h"
@@ -117,7 +118,8 @@ class PIMSM_API MembershipEngine {
    const AccessFilters& filters_;
    Journal& journal_;
    bool adopted_ = false;
-   std::map<Vantu::IntfId, Hosts> hosts_;
+   // Each published timer looks here; names would be compared in a tree.
+   std::unordered_map<Vantu::IntfId, Hosts> hosts_;
 };
 
 }

@@ -42,8 +42,8 @@ class RouteBraneWriterSm::MoxRoute final : public SparseMode::Route::NotifieeCon
    void onRouteIntf( const Vantu::IntfId& intfId ) override {
       const SparseMode::Intf* intf = notifier()->routeIntf( intfId );
       auto at = std::lower_bound(
-         intf_.begin(), intf_.end(), intfId,
-         []( const Reactor& a, Vantu::IntfId b ) { return a.intfId < b; } );
+         intf_.begin(), intf_.end(), intfId.hash(),
+         []( const Reactor& a, size_t hash ) { return a.intfId.hash() < hash; } );
       const bool known = at != intf_.end() && at->intfId == intfId;
       if ( intf == nullptr ) {
          if ( known ) intf_.erase( at );
@@ -93,7 +93,8 @@ class RouteBraneWriterSm::MoxRoute final : public SparseMode::Route::NotifieeCon
    RouteKey key_;
    MoxUmh umh_;
    MoxUmhFrr umhFrr_;
-   // In order of interfaces: most routes have few, for which a hash table is large.
+   // In order of the interfaces' hashes: most routes have few, for which a table is
+   // large.
    struct Reactor {
       Vantu::IntfId intfId;
       std::unique_ptr<MoxIntf> intf;

@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <unordered_map>
+#include <vector>
 
 #include "platform/base/Error.h"
 
@@ -20,8 +21,9 @@ class Names {
    uint32_t number( Mox::StringView name ) {
       auto found = numbers_.find( name );
       if ( found != numbers_.end() ) return found->second;
-      Mox::StringView kept = names_.emplace_back( name );
-      return numbers_.emplace( kept, static_cast<uint32_t>( names_.size() - 1 ) )
+      names_.push_back( kept_.emplace_back( name ) );
+      return numbers_
+         .emplace( names_.back(), static_cast<uint32_t>( names_.size() - 1 ) )
          .first->second;
    }
 
@@ -30,7 +32,9 @@ class Names {
  private:
    Names() { number( "" ); }
 
-   std::deque<Mox::String> names_;  // elements keep their addresses
+   std::deque<Mox::String> kept_;  // elements keep their addresses
+   // Of kept_, found faster there: every comparison asks for two.
+   std::vector<Mox::StringView> names_;
    std::unordered_map<Mox::StringView, uint32_t> numbers_;
 };
 

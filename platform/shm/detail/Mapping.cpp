@@ -58,7 +58,10 @@ Mapping Mapping::ofFile( int fd, uint64_t size, bool writable,
                          const Mox::String& path ) {
    int protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
    void* data = mmap( nullptr, size, protection, MAP_SHARED | MAP_POPULATE, fd, 0 );
-   if ( data == MAP_FAILED ) systemFailed( path, "cannot map" );
+   if ( data == MAP_FAILED )
+      systemFailed( path, errno == ENOMEM
+                             ? "cannot map, vm.max_map_count may be too low"
+                             : "cannot map" );
    // Takes large pages where the system allows them for shared memory.
    if ( size >= largePage ) madvise( data, size, MADV_HUGEPAGE );
    Mapping mapping;

@@ -259,8 +259,16 @@ void TableMaker::name( const WriterTable& table, const WriterView& view ) {
 // returns their number. In order of positions: twice as many homes keep the order, so
 // both sides are walked once.
 uint32_t TableMaker::copyRecords( const ConstView& from, const WriterView& to ) {
+   constexpr Position ahead = 32;
+   const Position end = from.geometry.positions();
    uint32_t slot = 0;
-   for ( Position p = 0; p < from.geometry.positions(); ++p ) {
+   for ( Position p = 0; p < end; ++p ) {
+      // Slots are in no order, so that each would be waited for.
+      const uint32_t soon = p + ahead < end && isWord( p + ahead )
+                               ? slotOf( from.index()[p + ahead] )
+                               : 0;
+      if ( soon < from.geometry.slotCount )
+         prefetch( from.slotBytes( soon ), from.slotSize() );
       const uint64_t word = isWord( p ) ? from.index()[p] : 0;
       if ( !word ) continue;
       const std::byte* record = from.record( slotOf( word ) );

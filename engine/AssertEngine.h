@@ -16,8 +16,7 @@ namespace Router {
 class PIMSM_API AssertEngine {
  public:
    AssertEngine( Routes& routes, Links& links, const VrfConfig& config,
-                 const Sender& sender, Mox::Clock& clock,
-                 Journal& journal );
+                 const Sender& sender, Mox::Clock& clock, Journal& journal );
 
    // As JoinPruneEngine::adopt().
    void adopt( const KeptTimers& kept );

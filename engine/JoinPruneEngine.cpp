@@ -236,7 +236,7 @@ void JoinPruneEngine::act( Record& record, Act change ) {
 
 // Neighbours come and go; a number is never given twice.
 uint32_t JoinPruneEngine::senderNumber() {
-   if ( !journal_.listens() ) return 0;
+   if ( !journal_.listens() || senders_.size() > maxSenders ) return 0;
    const auto [found, isNew] = numbers_.try_emplace(
       journal_.address(), static_cast<uint32_t>( senders_.size() ) );
    if ( isNew ) senders_.push_back( journal_.address() );

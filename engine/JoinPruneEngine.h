@@ -112,6 +112,7 @@ class PIMSM_API JoinPruneEngine {
    Echo echo_;
    Deadlines deadlines_;
    // The neighbours that joins came from, by their numbers; 0: not known.
+   static constexpr size_t maxSenders = 65536;
    std::vector<Vantu::IpGenAddr> senders_ = { {} };
    std::unordered_map<Vantu::IpGenAddr, uint32_t> numbers_;
    std::unordered_map<RouteKey, OfRoute> records_;

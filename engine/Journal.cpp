@@ -20,6 +20,7 @@ Published::Event Journal::eventOf( Published::EventKind kind, const RouteKey& ke
    event.group = key.group;
    event.source = key.source;
    event.address = now_.address;
+   event.message = now_.message;
    return event;
 }
 

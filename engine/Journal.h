@@ -33,9 +33,10 @@ class PIMSM_API Journal {
    class [[nodiscard]] Handling {
     public:
       Handling( Journal& journal, Published::EventCause cause,
-                Vantu::IntfId intfId = {}, const Vantu::IpGenAddr& address = {} )
+                Vantu::IntfId intfId = {}, const Vantu::IpGenAddr& address = {},
+                Published::MessageKind message = Published::noMessage )
          : journal_( journal ), before_( journal.now_ ) {
-         journal.now_ = { cause, intfId, address };
+         journal.now_ = { cause, intfId, address, message };
       }
       ~Handling() { journal_.now_ = before_; }
       Handling( const Handling& ) = delete;
@@ -48,6 +49,7 @@ class PIMSM_API Journal {
          Published::EventCause cause = Published::byExpiry;
          Vantu::IntfId intfId;
          Vantu::IpGenAddr address;
+         Published::MessageKind message = Published::noMessage;
       };
       Journal& journal_;
       What before_;

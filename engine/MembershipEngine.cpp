@@ -57,7 +57,7 @@ void MembershipEngine::fix( IntfId intfId,
 }
 
 MembershipEngine::Hosts& MembershipEngine::hosts( IntfId intfId ) {
-   return hosts_.try_emplace( intfId, clock_, sender_, journal_.counters(), intfId )
+   return hosts_.try_emplace( intfId, clock_, sender_, journal_, intfId )
       .first->second;
 }
 
@@ -93,7 +93,9 @@ void MembershipEngine::receiveReport( IntfId intfId,
       machine.receive( record, report.version );
       const bool mayLeave = record.type == toInclude || record.type == toExclude ||
                             record.type == block;
-      if ( mayLeave ) hosts( intfId ).groups.at( record.group ).told = true;
+      Group& state = hosts( intfId ).groups.at( record.group );
+      state.leaving = record.type == toInclude || record.type == block;
+      if ( mayLeave ) state.told = true;
       update( intfId, record.group );
       if ( hosts( intfId ).groups.count( record.group ) != 0 )
          tellTimes( intfId, record.group );
@@ -153,11 +155,8 @@ bool MembershipEngine::permit( IntfId intfId, MembershipRecord& record ) {
 void MembershipEngine::receiveQuery( IntfId intfId, const IpGenAddr& from,
                                      const MembershipQuery& query ) {
    Hosts& at = hosts( intfId );
-   const IpGenAddr former = at.querier.kept().querier;
    if ( !at.querier.receive( from, query ) )
       return journal_.refused( notTheQuerier );
-   if ( journal_.listens() && former != at.querier.kept().querier )
-      tellQuerier( intfId, former, from );
    auto found = at.groups.find( query.group );
    if ( query.suppress || found == at.groups.end() ) return;
    const MembershipTimes& times = at.querier.times();
@@ -166,16 +165,6 @@ void MembershipEngine::receiveQuery( IntfId intfId, const IpGenAddr& from,
    found->second.membership->handleQuery( query.sources, times.queries() * answer );
    found->second.told = true;
    tellTimes( intfId, query.group );
-}
-
-void MembershipEngine::tellQuerier( IntfId intfId, const IpGenAddr& former,
-                                    const IpGenAddr& querier ) {
-   Published::Event event;
-   event.kind = Published::querierChanged;
-   event.intf = intfId;
-   event.address = querier;
-   event.otherAddress = former;
-   journal_.tell( event );
 }
 
 void MembershipEngine::ask( IntfId intfId, const IpGenAddr& group,
@@ -196,7 +185,12 @@ GroupMembership& MembershipEngine::membership( IntfId intfId,
    std::unique_ptr<GroupMembership>& machine = at.groups[group].membership;
    if ( machine == nullptr ) {
       GroupMembership::Hooks hooks{
-         [this, intfId, group] { update( intfId, group ); },
+         [this, intfId, group] {
+            const bool left = hosts( intfId ).groups.at( group ).leaving;
+            const Journal::Handling handling(
+               journal_, left ? Published::byLeave : Published::byExpiry, intfId );
+            update( intfId, group );
+         },
          [&at] { return at.querier.asks(); },
          [this, intfId, group]( const auto& sources ) {
             ask( intfId, group, sources );

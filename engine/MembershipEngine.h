@@ -62,6 +62,7 @@ class PIMSM_API MembershipEngine {
    struct Group {
       std::unique_ptr<GroupMembership> membership;
       std::unique_ptr<SpecificQueries> queries;  // null until the first
+      bool leaving = false;  // the last report took members away
       bool told = false;  // times for the next process differ from the usual ones
       // The state in the records: membership of the shared tree, and of each source
       // whether it is included. A state without room is tried again with the next
@@ -76,9 +77,9 @@ class PIMSM_API MembershipEngine {
       bool operator==( const Fixed& ) const = default;
    };
    struct Hosts {
-      Hosts( Mox::Clock& clock, Sender& sender, RouterCounters& counters,
+      Hosts( Mox::Clock& clock, Sender& sender, Journal& journal,
              Vantu::IntfId intfId )
-         : querier( clock, sender, counters, intfId ) {}
+         : querier( clock, sender, journal, intfId ) {}
       Querier querier;
       uint32_t groupLimit = MembershipConfig().groupLimit;
       std::map<Vantu::IpGenAddr, Group> groups;
@@ -86,8 +87,6 @@ class PIMSM_API MembershipEngine {
    };
 
    void receiveReport( Vantu::IntfId intfId, const MembershipReport& report );
-   void tellQuerier( Vantu::IntfId intfId, const Vantu::IpGenAddr& former,
-                     const Vantu::IpGenAddr& querier );
    void receiveQuery( Vantu::IntfId intfId, const Vantu::IpGenAddr& from,
                       const MembershipQuery& query );
    bool accept( Vantu::IntfId intfId, const MembershipRecord& record,

@@ -40,6 +40,27 @@ Speech telling( Speech speech, std::function<void()> linksChanged ) {
 
 }
 
+namespace {
+
+Published::MessageKind kindOf( const Message& message ) {
+   if ( const auto* hosts = std::get_if<MembershipMessage>( &message ) )
+      return std::holds_alternative<MembershipQuery>( *hosts )
+                ? Published::queryMessage
+                : Published::reportMessage;
+   const auto& body = std::get<PimMessage>( message ).body;
+   if ( std::holds_alternative<PimHello>( body ) ) return Published::helloMessage;
+   if ( std::holds_alternative<PimJoinPrune>( body ) )
+      return Published::joinPruneMessage;
+   if ( std::holds_alternative<PimAssert>( body ) ) return Published::assertMessage;
+   if ( std::holds_alternative<PimRegister>( body ) )
+      return Published::registerMessage;
+   if ( std::holds_alternative<PimRegisterStop>( body ) )
+      return Published::registerStopMessage;
+   return Published::otherPimMessage;
+}
+
+}
+
 Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
                     const Mox::Ptr<Routing::Pim::SparseMode::Status>& model,
                     Mox::Ptr<Routing::Pim::Status> pimStatus,
@@ -281,7 +302,7 @@ void Protocol::receiveData( const Routing::Pim::RouteKey& key, IntfId intfId,
 void Protocol::receive( IntfId intfId, const IpPacket& packet,
                         const Message& message ) {
    const Journal::Handling handling( journal_, Published::byMessage, intfId,
-                                     packet.source );
+                                     packet.source, kindOf( message ) );
    // Registers and stops are unicast, whatever link they come by.
    if ( const auto* pim = std::get_if<PimMessage>( &message ) ) {
       if ( const auto* got = std::get_if<PimRegister>( &pim->body ) )

@@ -28,11 +28,11 @@ constexpr double kStartupsInInterval = 4;
 
 }
 
-Querier::Querier( Mox::Clock& clock, Sender& sender, RouterCounters& counters,
+Querier::Querier( Mox::Clock& clock, Sender& sender, Journal& journal,
                   Vantu::IntfId intfId )
    : clock_( clock ),
      sender_( sender ),
-     counters_( counters ),
+     journal_( journal ),
      intfId_( intfId ),
      next_( clock, [this] { handleQueryDue(); } ),
      other_( clock, [this] { handleOtherGone(); } ) {}
@@ -87,8 +87,19 @@ void Querier::handleQueryDue() {
    next_.start( Sender::retry );
 }
 
+// Called while the former one is still known.
+void Querier::tellQuerier( const IpGenAddr& querier ) {
+   journal_.counters().elected( querierChanges );
+   Published::Event event;
+   event.kind = Published::querierChanged;
+   event.intf = intfId_;
+   event.address = querier;
+   event.otherAddress = asks() && querier != own_ ? own_ : querier_;
+   journal_.tell( event );
+}
+
 void Querier::handleOtherGone() {
-   counters_.elected( querierChanges );
+   tellQuerier( own_ );
    useOwnTimes();
    handleQueryDue();
 }
@@ -107,7 +118,7 @@ bool Querier::receive( const IpGenAddr& from, const MembershipQuery& query ) {
    if ( general && query.maxResponse != 0.0 )
       times_.queryResponse = query.maxResponse;
    if ( !speaks() ) return true;
-   if ( asks() || querier_ != from ) counters_.elected( querierChanges );
+   if ( asks() || querier_ != from ) tellQuerier( from );
    querier_ = from;
    startupLeft_ = 0;
    next_.cancel();

@@ -14,7 +14,7 @@
 
 #include "engine/Config.h"
 #include "engine/GroupMembership.h"
-#include "engine/RouterCounters.h"
+#include "engine/Journal.h"
 #include "engine/Sender.h"
 
 namespace Router {
@@ -30,7 +30,7 @@ class PIMSM_API Querier {
       bool operator==( const Kept& ) const = default;
    };
 
-   Querier( Mox::Clock& clock, Sender& sender, RouterCounters& counters,
+   Querier( Mox::Clock& clock, Sender& sender, Journal& journal,
             Vantu::IntfId intfId );
 
    // Call it before the first configIs().
@@ -60,11 +60,12 @@ class PIMSM_API Querier {
    void useOwnTimes();
    void handleQueryDue();
    void handleOtherGone();
+   void tellQuerier( const Vantu::IpGenAddr& querier );
    bool send( MembershipQuery query );
 
    Mox::Clock& clock_;
    Sender& sender_;
-   RouterCounters& counters_;
+   Journal& journal_;
    Vantu::IntfId intfId_;
    MembershipConfig config_;
    Vantu::IpGenAddr own_;

@@ -43,6 +43,7 @@ namespace Published {
 #define PUBLISHED_EVENT_CAUSES( V )                                                  \
    V( noCause )                                                                      \
    V( byMessage )       /* of `address` */                                           \
+   V( byLeave )         /* a host has left, and no other one has answered since */   \
    V( byExpiry )        /* its hold time is over */                                  \
    V( byPrune )         /* that nobody has overridden */                             \
    V( byGoodbye )                                                                    \
@@ -54,6 +55,11 @@ namespace Published {
    V( byData )                                                                       \
    V( byRestart )       /* a former process left it */                               \
    V( byState )         /* follows from the route's other states */
+
+#define PUBLISHED_MESSAGE_KINDS( V )                                                 \
+   V( noMessage ) V( helloMessage ) V( joinPruneMessage ) V( assertMessage )         \
+   V( registerMessage ) V( registerStopMessage ) V( otherPimMessage )                \
+   V( reportMessage ) V( queryMessage )
 
 // `at` and the log's own times: seconds on CLOCK_MONOTONIC. A (*,G) route's source
 // is unspecified; a missing address or interface is the default.
@@ -73,13 +79,16 @@ namespace Published {
    FIELD( uint32_t,              preference,   0 )            \
    FIELD( uint32_t,              metric,       0 )            \
    FIELD( uint32_t,              value,        0 )            \
-   FIELD( uint32_t,              unused,       0 ) /* records are of whole 8 bytes */
+   FIELD( Published::MessageKind, message,     noMessage ) /* that was handled */
 // clang-format on
 
 MOX_ENUM( EventKind, PUBLISHED_EVENT_KINDS )
 MOX_ENUM_TEXT( EventKind, PUBLISHED_EVENT_KINDS )
 MOX_ENUM( EventCause, PUBLISHED_EVENT_CAUSES )
 MOX_ENUM_TEXT( EventCause, PUBLISHED_EVENT_CAUSES )
+// What a refused message, or one behind an event, was.
+MOX_ENUM( MessageKind, PUBLISHED_MESSAGE_KINDS )
+MOX_ENUM_TEXT( MessageKind, PUBLISHED_MESSAGE_KINDS )
 
 struct Event {
    PUBLISHED_EVENT( MOX_RECORD_FIELD )

@@ -1,7 +1,6 @@
 #include "published/EventLog.h"
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 #include "platform/shm/Error.h"
@@ -76,25 +75,31 @@ uint64_t EventLog::write( const Event& event ) {
    return ring_.add( &bytes, bytes.at );
 }
 
+// The same again is counted. False: it is new.
+bool EventLog::count( const Event& event ) {
+   const auto found = told_.find( Same( event ) );
+   if ( found == told_.end() ) return false;
+   Told& told = found->second;
+   const bool same = event.at - told.last < sameRefusal;
+   told.last = event.at;
+   return same && ring_.repeat( told.sequence, event.at );
+}
+
 // A flood of different refusals, of forged senders for instance, must not wash all
 // else out of the log.
 void EventLog::addRepeated( Event event ) {
-   const double now = event.at != 0.0 ? event.at : clock_.now();
-   event.at = now;
-   if ( std::floor( now ) != second_ ) {
-      second_ = std::floor( now );
-      refusals_ = 0;
-   }
-   if ( refusals_ >= refusalsPerSecond )
+   if ( event.at == 0.0 ) event.at = clock_.now();
+   if ( count( event ) ) return;
+   room_ = std::min( refusalBurst, room_ + std::max( 0.0, event.at - counted_ ) );
+   counted_ = event.at;
+   if ( room_ < 1.0 ) {
       event.group = event.source = event.address = Vantu::IpGenAddr();
+      if ( count( event ) ) return;
+   } else {
+      room_ -= 1.0;
+   }
    if ( told_.size() >= maxTold ) told_.clear();
-   auto [found, isNew] = told_.try_emplace( Same( event ) );
-   Told& told = found->second;
-   const bool same = !isNew && now - told.last < sameRefusal;
-   told.last = now;
-   if ( same && ring_.repeat( told.sequence, now ) ) return;
-   ++refusals_;
-   told.sequence = write( event );
+   told_.insert_or_assign( Same( event ), Told{ write( event ), event.at } );
 }
 
 void EventLog::flush() {
@@ -113,19 +118,23 @@ void EventLog::flush() {
 }
 
 EventReader::EventReader( const Mox::String& root, Mox::StringView path )
-   : path_( root + '/' + Mox::String( path ) ), ring_( path_, layoutOfEvent() ) {}
+   : path_( root + '/' + Mox::String( path ) ),
+     ring_( path_, layoutOfEvent() ),
+     instance_( ring_.instanceId() ) {}
 
 bool EventReader::poll() {
    if ( !ring_.poll() ) return false;
-   begun_ = false;
+   if ( ring_.instanceId() == instance_ || ring_.instanceId() == 0 ) return false;
+   instance_ = ring_.instanceId();
+   next_ = 1;
    return true;
 }
 
+// A number that damage made too high heals with the file.
 std::optional<EventReader::Entry> EventReader::next() {
-   if ( !begun_ && ring_.newest() != 0 ) {
-      begun_ = true;
-      next_ = std::max( ring_.oldest(), std::min( next_, ring_.newest() + 1 ) );
-   }
+   const uint64_t newest = ring_.newest();
+   if ( newest == 0 ) return std::nullopt;
+   if ( next_ == 1 || next_ > newest + 1 ) next_ = ring_.oldest();
    while ( next_ <= ring_.newest() ) {
       if ( next_ < ring_.oldest() ) {
          missed_ += ring_.oldest() - next_;

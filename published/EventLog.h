@@ -26,8 +26,9 @@ class PIMSM_API EventLog {
    // The same refusal, and packets by the same wrong interface, are counted, not told
    // again, within this time of the last one.
    static constexpr double sameRefusal = 600.0;  // s
-   // More new refusals than this in a second are told by reason and interface alone.
-   static constexpr uint32_t refusalsPerSecond = 100;
+   // Of new refusals a burst of so many is told, then one a second; the others by reason
+   // and interface alone.
+   static constexpr double refusalBurst = 100;
 
    // Opens the log at the path below the manager's root. The clock is that of the
    // events' times; both outlive the log. Throws what RingWriter does.
@@ -69,6 +70,7 @@ class PIMSM_API EventLog {
    static constexpr double checkInterval = 1.0;  // s
 
    void addRepeated( Event event );
+   bool count( const Event& event );
    uint64_t write( const Event& event );
 
    const Corvex::EntityManager& manager_;
@@ -76,8 +78,8 @@ class PIMSM_API EventLog {
    Mox::Clock& clock_;
    Brane::RingWriter ring_;
    std::unordered_map<Same, Told, HashOfSame> told_;
-   double second_ = 0.0;  // in which refusals are counted
-   uint32_t refusals_ = 0;
+   double room_ = refusalBurst;  // for new refusals
+   double counted_ = 0.0;        // when that was reckoned
    double checked_ = 0.0;
    bool changed_ = false;
 };
@@ -114,8 +116,8 @@ class PIMSM_API EventReader {
  private:
    Mox::String path_;
    Brane::RingReader ring_;
+   uint64_t instance_ = 0;
    uint64_t next_ = 1;
-   bool begun_ = false;
    uint64_t missed_ = 0;
    uint64_t damaged_ = 0;
 };

@@ -59,8 +59,7 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
                     } ),
      replay_( options_.captures ) {
    manager_.noteHandlerIs( options_.note );
-   if ( options_.logEntries != 0 )
-      log_.emplace( manager_, Published::agentLog, clock_, options_.logEntries );
+   openLog();
    for ( const std::string& problem : bindCaptures() ) throw ConfigError( problem );
    kernelRoutes_.tablesAre( kernelTables( options_.config ) );
    if ( options_.speak )
@@ -97,6 +96,18 @@ void Agent::followPresence() {
 
 void Agent::leave() {
    for ( const auto& family : families_ ) family->leave();
+}
+
+// A log that cannot be is no reason not to route.
+void Agent::openLog() {
+   if ( options_.logEntries == 0 ) return;
+   try {
+      log_.emplace( manager_, Published::agentLog, clock_, options_.logEntries );
+      if ( !log_->problem().empty() )
+         options_.note( "the event log begins anew: " + log_->problem() );
+   } catch ( const ::Brane::CreateError& e ) {
+      options_.note( std::string( "events are not logged: " ) + e.what() );
+   }
 }
 
 Journal::Sink Agent::events() {

@@ -89,6 +89,7 @@ class Agent {
 
    VrfConfig present( const VrfConfig& vrf, Vantu::AddressFamily family ) const;
    void followPresence();
+   void openLog();
    Journal::Sink events();
    void addFamilies( const AgentConfig& config, Families& made );
    Families newFamilies( const AgentConfig& config );

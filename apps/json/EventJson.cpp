@@ -15,6 +15,8 @@ Json eventJson( const Logged& logged ) {
    } else if ( event.cause != Published::noCause ) {
       json["cause"] = valueToStrep( event.cause );
    }
+   if ( event.message != Published::noMessage )
+      json["message"] = valueToStrep( event.message );
    if ( !event.vrf.text().empty() ) json["vrf"] = event.vrf.text();
    if ( event.ipVersion != 0 )
       json["family"] = event.ipVersion == 4 ? "ipv4" : "ipv6";

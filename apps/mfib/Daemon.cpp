@@ -142,7 +142,7 @@ void Daemon::openLog( Mox::Clock& clock ) {
    try {
       log_ = std::make_unique<Published::EventLog>( *manager_, Published::mfibLog,
                                                     clock );
-   } catch ( const Brane::SecondWriterError& e ) {
+   } catch ( const Brane::TableError& e ) {
       say_( fmt::format( "events are not logged: {}", e.what() ) );
    }
 }

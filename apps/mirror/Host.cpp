@@ -58,6 +58,8 @@ void readEntries( Vantu::AddressFamily family,
       family == Vantu::AddressFamily::ipv4 ? RTNL_FAMILY_IPMR : RTNL_FAMILY_IP6MR;
    Netlink::dump( RTM_GETROUTE, system, [&]( const Netlink::Message& message ) {
       if ( message.type() != RTM_NEWROUTE || !message.body<rtmsg>() ) return;
+      // Packets wait for an entry that is not there.
+      if ( ( message.body<rtmsg>()->rtm_flags & RTNH_F_UNRESOLVED ) != 0 ) return;
       const auto attributes = message.attributes<rtmsg>();
       const auto group = attributes.address( RTA_DST, family );
       if ( !group || !group->isMulticast() ) return;
@@ -69,11 +71,13 @@ void readEntries( Vantu::AddressFamily family,
 
 }
 
+// Link-local addresses repeat everywhere.
 bool isOf( const Host& host, const Mirror& mirror ) {
    bool found = false;
    mirror.agent->ownAddress().visit(
       nullptr, [&]( const Published::OwnAddress& own ) {
-         found = host.addresses.count( own.key.address ) != 0;
+         found = host.links && !own.key.address.isLinkLocal() &&
+                 host.addresses.count( own.key.address ) != 0;
          return !found;
       } );
    return found;

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "platform/shm/TableFiles.h"
+#include "platform/shm/detail/Format.h"
 #include "platform/shm/detail/Lock.h"
 #include "platform/shm/detail/RingFile.h"
 #include "platform/shm/detail/Store.h"
@@ -27,6 +28,7 @@ struct RingReader::Ring {
    Mox::String problem;
    Detail::Descriptor file;  // the one judged; kept open for its number's sake
    Detail::FileId id;
+   uint64_t instance = 0;
    Detail::Mapping mapping;
    Detail::RingView view;
 };
@@ -37,10 +39,12 @@ bool RingReader::Ring::drop( ReaderState why, Mox::String text ) {
    problem = std::move( text );
    mapping = Detail::Mapping();
    view = {};
+   instance = 0;
    return changed;
 }
 
 void RingReader::Ring::attach( Detail::Descriptor found ) {
+   drop( readerAbsent, {} );  // whatever the system refuses below
    file = std::move( found );
    id = Detail::fileIdOf( file, files.table );
    try {
@@ -59,6 +63,7 @@ void RingReader::Ring::attach( Detail::Descriptor found ) {
       mapping = Detail::Mapping::ofFile( file.get(), geometry.fileSize(), false,
                                          files.table );
       view = { mapping.data(), geometry };
+      instance = is.instanceId;
       state = readerAttached;
       problem.clear();
    } catch ( const LayoutError& e ) {
@@ -95,12 +100,18 @@ const Mox::String& RingReader::problem() const {
    return ring_->problem;
 }
 bool RingReader::writerAlive() const {
-   return Detail::writerRings( ring_->files.bell );
+   return Detail::writerRings( ring_->files.bell() );
 }
 
+uint64_t RingReader::instanceId() const {
+   return ring_->instance;
+}
+
+// An impossible one is damage: then nothing can be read.
 uint64_t RingReader::newest() const {
-   return ring_->view.base == nullptr ? 0
-                                      : Detail::loadWord( ring_->view.newest() );
+   if ( ring_->view.base == nullptr ) return 0;
+   const uint64_t newest = Detail::loadWord( ring_->view.newest() );
+   return newest < Detail::maxSequence ? newest : 0;
 }
 
 uint64_t RingReader::oldest() const {

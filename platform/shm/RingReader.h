@@ -26,6 +26,9 @@ class PIMSM_API RingReader {
    const Mox::String& problem() const;
    bool writerAlive() const;
 
+   // Of the ring; another one when its records are not those of before. 0: none.
+   uint64_t instanceId() const;
+
    // The sequences that may be read: from oldest() to newest(). 0 and 0: none.
    uint64_t oldest() const;
    uint64_t newest() const;

@@ -127,6 +127,7 @@ std::optional<Mapped> RingWriter::Ring::readFormer() {
                   is.fingerprint != header.fingerprint ) {
          problem = files.table + ": of another layout";
       } else {
+         header.instanceId = is.instanceId;  // its records stay
          return mapped( found, { is.recordSize, is.entries }, files.table );
       }
    } catch ( const LayoutError& e ) {
@@ -138,12 +139,12 @@ std::optional<Mapped> RingWriter::Ring::readFormer() {
 void RingWriter::Ring::make( const Detail::RingView* former ) {
    const RingGeometry geometry{ header.recordSize, header.entries };
    const Detail::Descriptor made =
-      Detail::createFile( files.fresh, geometry.fileSize() );
-   Mapped next = mapped( made, geometry, files.fresh );
+      Detail::createFile( files.fresh(), geometry.fileSize() );
+   Mapped next = mapped( made, geometry, files.fresh() );
    if ( former != nullptr ) copyRecords( *former, next.view );
    *next.view.newest() = newest;
    Detail::writeRingHeader( next.view.base, header );
-   if ( std::rename( files.fresh.c_str(), files.table.c_str() ) != 0 )
+   if ( std::rename( files.fresh().c_str(), files.table.c_str() ) != 0 )
       Detail::systemFailed( files.table, "cannot rename the new ring" );
    file = std::move( next );
 }

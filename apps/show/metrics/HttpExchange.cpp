@@ -60,7 +60,8 @@ std::string HttpExchange::answer( const std::function<std::string()>& page ) con
                "text/plain; version=0.0.4; charset=utf-8" );
    if ( request_->refusal != http::status::ok ) {
       answer.result( request_->refusal );
-   } else if ( asked.target() != "/metrics" ) {
+   } else if ( asked.target().substr( 0, asked.target().find( '?' ) ) !=
+               "/metrics" ) {
       answer.result( http::status::not_found );
    } else if ( asked.method() != http::verb::get ) {
       answer.result( http::status::method_not_allowed );

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -184,7 +185,7 @@ void MetricsServer::accept() {
    if ( file >= 0 )
       clients_.push_back(
          std::make_unique<Client>( *this, file, clock()->now() + patience ) );
-   wakeupTimeIs( clock()->now() + kLook );
+   wakeupTimeIs( std::min( wakeupTime(), clock()->now() + kLook ) );
 }
 
 void MetricsServer::removeEnded() {

@@ -141,11 +141,16 @@ class Receivers {
         checked_( checked ) {}
 
    void check( const Group& group, const RouteFilter& filter ) {
+      const auto shared =
+         std::find_if( group.begin(), group.end(),
+                       []( const Route* each ) { return each->wildCard(); } );
       for ( const Route* route : group ) {
+         Group asked{ route };
+         if ( shared != group.end() && *shared != route )
+            asked.push_back( *shared );
          std::string told;
          for ( const Intf* intf : selectIntfs( *route, filter ) )
-            check( *route, intf->intfId(),
-                   route->wildCard() ? Group{ route } : group, told );
+            check( *route, intf->intfId(), asked, told );
       }
    }
 
@@ -167,9 +172,17 @@ class Receivers {
          why.chain.begin(), why.chain.end(),
          []( const Why::Step& step ) { return step.mark == Why::bad; } );
       std::string text = bad->evidence;
-      if ( !ofAll ) text += "; pimsm-show explain tells more";
+      if ( !ofAll ) text += "; see " + explainText( receiver );
       checked_.findings.push_back( { why.cause, ofAll ? RouteKey() : route.key(),
                                      ofAll ? Vantu::IntfId() : intfId, text } );
+   }
+
+   static std::string explainText( const Receiver& receiver ) {
+      const auto& source = receiver.source;
+      return fmt::format(
+         "pimsm-show explain {}{} {}",
+         source.isUnspecified() ? "" : Vantu::valueToStrep( source ) + ' ',
+         Vantu::valueToStrep( receiver.group ), nameText( receiver.intfId ) );
    }
 
    const Mirror& mirror_;
@@ -178,6 +191,34 @@ class Receivers {
    Checked& checked_;
    std::set<std::string> ofAll_;
 };
+
+}
+
+namespace {
+
+// Packets that came by another interface than their route's within these seconds.
+constexpr double kRecent = 15.0;
+
+void checkWrongSides( const Mirror& mirror, const RouteFilter& filter, double now,
+                      Checked& checked ) {
+   const auto& upcalls = mirror.mfib->upcall();
+   if ( !isReady( upcalls ) ) return;
+   upcalls.visit( nullptr, [&]( const Published::MfibUpcall& upcall ) {
+      const RouteKey& key = upcall.key.routeKey;
+      const Route* route = std::as_const( *mirror.model ).route( key );
+      const bool wrong = upcall.kind == Published::wrongVifUpcall &&
+                         now - upcall.last < kRecent && route != nullptr &&
+                         filter.matches( key ) &&
+                         route->routeIntf( upcall.key.intfId ) == nullptr;
+      if ( wrong )
+         checked.findings.push_back(
+            { "wrong-interface", key, upcall.key.intfId,
+              fmt::format(
+                 "packets come by it, but the way to the source is {}",
+                 rpfText( route->incomingRpf(), route->incomingAttached() ) ) } );
+      return true;
+   } );
+}
 
 }
 
@@ -193,7 +234,10 @@ Checked check( const Mirror& mirror, const RouteFilter& filter,
          checkIntf( mirror, *intf, checked );
    }
    checkStrays( mirror, filter, checked );
-   Receivers receivers( mirror, rps, evidence, checked );
+   checkWrongSides( mirror, filter, evidence.now, checked );
+   // The log would be searched for each finding.
+   const Evidence present{ {}, evidence.host, evidence.now };
+   Receivers receivers( mirror, rps, present, checked );
    for ( const auto& [address, group] : groups ) receivers.check( group, filter );
    for ( const MoxBrane::TableBase* table : agentTables( mirror ) )
       checkTable( *table, checked );

@@ -21,7 +21,8 @@ class Inquiry {
         ofGroup_( std::move( ofGroup ) ),
         evidence_( evidence ),
         host_( isOf( evidence.host, mirror ) ? evidence.host : elsewhere() ),
-        rps_( rps ) {}
+        rps_( rps ),
+        speaks_( speaksAnywhere( mirror ) ) {}
 
    // All steps.
    Why answer();
@@ -34,6 +35,8 @@ class Inquiry {
       static const Host none;
       return none;
    }
+   // Is the agent a router, not only a listener? Passive interfaces say no hello.
+   static bool speaksAnywhere( const Mirror& mirror );
    std::string what() const;
    void step( Why::Mark mark, const char* what, const std::string& evidence );
    void trouble( const std::string& cause, const std::string& verdict );
@@ -41,7 +44,7 @@ class Inquiry {
    void fail( const char* what, const std::string& evidence,
               const std::string& cause, const std::string& remedy );
 
-   // The newest event that `wanted` accepts; null: none.
+   // The event that `wanted` accepts and that came last; null: none.
    const Logged* newest(
       const std::function<bool( const Published::Event& )>& wanted ) const;
    bool concerns( const Published::Event& event ) const;
@@ -50,8 +53,11 @@ class Inquiry {
    // The receiver's side. False: nothing more can be asked.
    void agent();
    bool interface();
-   bool linked();
-   const Host::Link* hostLink() const;
+   void linked();
+   // Why packets cannot pass by the interface; empty: they can, or it is not known.
+   std::string faultOf( Vantu::IntfId intfId,
+                        const Published::Interface& published ) const;
+   const Host::Link* hostLink( Vantu::IntfId intfId ) const;
    struct Absence {
       std::string cause, says, remedy;
    };
@@ -64,7 +70,8 @@ class Inquiry {
    std::string memberText() const;
    std::string joinText( const std::vector<const Intf*>& records ) const;
    void notWanted();
-   void refusedOrEnded( const Logged& told );
+   void refused( const Logged& told );
+   void ended( const Logged& told );
    void designated();
 
    // The source's side.
@@ -102,6 +109,7 @@ class Inquiry {
    const Evidence& evidence_;
    const Host& host_;  // the agent's; empty: it is another one
    const Rps& rps_;
+   const bool speaks_;
    Published::Interface published_;
    bool member_ = false;
    bool joined_ = false;

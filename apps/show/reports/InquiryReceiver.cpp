@@ -18,6 +18,9 @@ using Vantu::IpGenAddr;
 
 namespace {
 
+// Longer than the interval of joins and of queries.
+constexpr double kAgain = 300.0;  // s
+
 std::string text( const IpGenAddr& address ) {
    return Vantu::valueToStrep( address );
 }
@@ -48,18 +51,11 @@ Why Inquiry::contradictions() {
    mirror_.agent->interface().find( intfId_, published_ );
    wishes();
    if ( !member_ && !joined_ ) return {};
-   const Host::Link* link = hostLink();
-   if ( link != nullptr && !link->up )
-      fail( "link", nameText( intfId_ ) + " is down", "interface-down",
-            "set it up, or mend its cable" );
+   linked();
    chooseRoute();
    if ( route_ == nullptr ) return std::move( why_ );
    if ( !route_->directlyConnected() || route_->wildCard() ) path();
    kernel();
-   const IntfId wrong = wrongSide();
-   if ( !wrong.empty() && !arrives() )
-      fail( "packets", "packets come by " + nameText( wrong ), "wrong-interface",
-            "the way to the source is another one" );
    return std::move( why_ );
 }
 
@@ -85,23 +81,37 @@ void Inquiry::trouble( const std::string& cause, const std::string& verdict ) {
 void Inquiry::fail( const char* what, const std::string& evidence,
                     const std::string& cause, const std::string& remedy ) {
    step( Why::bad, what, evidence );
-   std::string sentence = evidence;
-   sentence[0] = static_cast<char>( std::toupper( sentence[0] ) );
-   trouble( cause, sentence + ": " + remedy + '.' );
+   const auto sentence = [this]( std::string text ) {
+      const bool name = text.rfind( nameText( intfId_ ) + ' ', 0 ) == 0 ||
+                        text.rfind( "pimsm-", 0 ) == 0;
+      if ( !name ) text[0] = static_cast<char>( std::toupper( text[0] ) );
+      return text + '.';
+   };
+   trouble( cause, sentence( evidence ) + ' ' + sentence( remedy ) );
+}
+
+bool Inquiry::speaksAnywhere( const Mirror& mirror ) {
+   bool speaks = false;
+   mirror.agent->interface().visit( nullptr, [&]( const auto& intf ) {
+      speaks = intf.speaks;
+      return !speaks;
+   } );
+   return speaks;
 }
 
 const Logged* Inquiry::newest(
    const std::function<bool( const Event& )>& wanted ) const {
    const std::string vrf = mirror_.vrf();
    const uint32_t version = mirror_.family == Vantu::AddressFamily::ipv4 ? 4 : 6;
-   for ( auto each = evidence_.log.rbegin(); each != evidence_.log.rend();
-         ++each ) {
-      const Event& event = each->event;
-      if ( event.ipVersion == version && event.vrf.text() == vrf &&
+   const Logged* found = nullptr;
+   for ( const Logged& each : evidence_.log ) {
+      const Event& event = each.event;
+      if ( ( found == nullptr || each.last >= found->last ) &&
+           event.ipVersion == version && event.vrf.text() == vrf &&
            wanted( event ) )
-         return &*each;
+         found = &each;
    }
-   return nullptr;
+   return found;
 }
 
 bool Inquiry::concerns( const Event& event ) const {
@@ -122,6 +132,11 @@ void Inquiry::agent() {
 
 // Is the interface one of PIM's, and up?
 bool Inquiry::interface() {
+   if ( intfId_.empty() && mirror_.agent->ownAddress().size() == 0 ) {
+      step( Why::unknown, "interface", "the agent publishes no networks" );
+      why_.verdict = "The receiver's network is not known. Name its interface.";
+      return false;
+   }
    if ( intfId_.empty() ) {
       fail( "interface",
             fmt::format( "no interface of vrf {} has the network of {}",
@@ -131,7 +146,13 @@ bool Inquiry::interface() {
    }
    const bool known =
       mirror_.agent->interface().find( intfId_, published_ ) == Brane::lookupFound;
-   if ( known && !published_.address.isUnspecified() ) return linked();
+   if ( known && !published_.address.isUnspecified() ) {
+      step( Why::fine, "interface",
+            fmt::format( "{} has {}/{}", nameText( intfId_ ),
+                         text( published_.address ), published_.prefixLength ) );
+      linked();
+      return true;
+   }
    if ( !isReady( mirror_.agent->interface() ) ) {
       step( Why::unknown, "interface", noInterfacesText( mirror_ ) );
       return true;
@@ -141,27 +162,32 @@ bool Inquiry::interface() {
    return false;
 }
 
-// A link that is down is told late, or never, where the agent only listens.
-bool Inquiry::linked() {
-   const Host::Link* link = hostLink();
-   step( Why::fine, "interface",
-         fmt::format( "{} has {}/{}", nameText( intfId_ ),
-                      text( published_.address ), published_.prefixLength ) );
-   if ( link != nullptr && !link->up )
-      fail( "link", nameText( intfId_ ) + " is down", "interface-down",
+void Inquiry::linked() {
+   const std::string fault = faultOf( intfId_, published_ );
+   if ( !fault.empty() )
+      fail( "link", nameText( intfId_ ) + ' ' + fault, "interface-down",
             "set it up, or mend its cable" );
-   return true;
 }
 
-const Host::Link* Inquiry::hostLink() const {
+// What this host says counts before what the agent has last heard of it.
+std::string Inquiry::faultOf( IntfId intfId,
+                              const Published::Interface& published ) const {
+   const Host::Link* link = hostLink( intfId );
+   if ( link != nullptr ) return link->up ? "" : "is down";
+   if ( published.link == Published::linkDown )
+      return "is down, or without its address";
+   return published.link == Published::linkWithoutCarrier ? "has no carrier" : "";
+}
+
+const Host::Link* Inquiry::hostLink( IntfId intfId ) const {
    if ( !host_.links || !mirror_.writerAlive() ) return nullptr;
-   const auto found = host_.links->find( std::string( intfId_.name() ) );
+   const auto found = host_.links->find( std::string( intfId.name() ) );
    return found == host_.links->end() ? nullptr : &found->second;
 }
 
 Inquiry::Absence Inquiry::absence() const {
    const std::string name = nameText( intfId_ );
-   const Host::Link* link = hostLink();
+   const Host::Link* link = hostLink( intfId_ );
    const bool ipv4 = mirror_.family == Vantu::AddressFamily::ipv4;
    if ( link == nullptr && host_.links && mirror_.writerAlive() )
       return { "no-such-interface", "this host has no interface " + name,
@@ -258,75 +284,96 @@ std::string Inquiry::joinText( const std::vector<const Intf*>& records ) const {
                        agoText( last, evidence_.now ) );
 }
 
-// Why not: it was refused, has ended, or was never asked for.
 // It was refused, has ended, or was never asked for. What is refused as a whole names
-// no group.
+// no group. A host or router asks again within its interval.
 void Inquiry::notWanted() {
-   const auto here = [&]( const Event& event ) {
-      return event.intf == intfId_ || event.intf.empty();
+   if ( receiver_.group.isLinkLocalMulticast() )
+      return fail( "group", text( receiver_.group ) + " never leaves its link",
+                   "link-local-group", "no router forwards it" );
+   const auto asks = [&]( const Event& event ) {
+      return event.message == Published::reportMessage ||
+             event.message == Published::joinPruneMessage;
    };
    const Logged* told = newest( [&]( const Event& event ) {
-      const bool ofHost =
-         event.kind == Published::refused && event.group == IpGenAddr() &&
-         !receiver_.host.isUnspecified() && event.address == receiver_.host;
-      return here( event ) && ( concerns( event ) || ofHost ) &&
-             ( event.kind == Published::refused ||
-               event.kind == Published::memberGone ||
-               event.kind == Published::joinGone );
+      if ( event.intf != intfId_ ) return false;
+      if ( event.kind != Published::refused )
+         return concerns( event ) && ( event.kind == Published::memberGone ||
+                                       event.kind == Published::joinGone );
+      const bool whole = event.group == IpGenAddr();
+      const bool his =
+         receiver_.host.isUnspecified() || event.address == receiver_.host;
+      return asks( event ) && ( whole ? his : concerns( event ) );
    } );
-   if ( told == nullptr )
-      told = newest( [&]( const Event& event ) {
-         return event.kind == Published::refused && event.intf == intfId_ &&
-                event.group == IpGenAddr();
-      } );
-   if ( told != nullptr ) return refusedOrEnded( *told );
-   fail( "member", "nobody on " + nameText( intfId_ ) + " asks for " + what(),
-         "no-member", "look at the receiver; members are reported by IGMP or MLD" );
+   const bool old = told != nullptr && told->event.kind == Published::refused &&
+                    evidence_.now - told->last > kAgain;
+   if ( told == nullptr || old )
+      return fail(
+         "member", "nobody on " + nameText( intfId_ ) + " asks for " + what(),
+         "no-member", "look at the receiver: members are reported by IGMP or MLD" );
+   if ( told->event.kind == Published::refused ) return refused( *told );
+   ended( *told );
 }
 
-void Inquiry::refusedOrEnded( const Logged& told ) {
+void Inquiry::refused( const Logged& told ) {
    const Event& event = told.event;
-   const bool known = !event.address.isUnspecified();
-   if ( event.kind == Published::refused )
-      return fail( "member",
-                   fmt::format( "what {} asked for {} was refused: {}",
-                                known ? text( event.address ) : "somebody",
-                                ago( told ), refusalText( event.refusal ) ),
-                   "refused-" + valueToStrep( event.refusal ),
-                   "pimsm-show log --event refused tells more" );
+   fail( "member",
+         fmt::format(
+            "what {} asked for {} was refused: {}",
+            event.address.isUnspecified() ? "somebody" : text( event.address ),
+            ago( told ), refusalText( event.refusal ) ),
+         "refused-" + valueToStrep( event.refusal ),
+         "pimsm-show log --event refused tells more" );
+}
+
+void Inquiry::ended( const Logged& told ) {
+   const Event& event = told.event;
    const bool member = event.kind == Published::memberGone;
-   const bool expired = event.cause == Published::byExpiry;
-   const std::string whose =
-      member ? "the membership"
-             : "the join of " + ( known ? text( event.address ) : "a router" );
-   const char* remedy = "the host has left";
-   if ( !member ) remedy = "the router has left: look there";
-   if ( expired )
-      remedy = member ? "the host stopped answering queries"
-                      : "the router stopped sending it: look there";
-   const char* cause = member ? "left" : "pruned";
-   if ( expired ) cause = member ? "membership-expired" : "join-expired";
-   fail(
-      "member",
-      fmt::format( "{} {} {}", whose, expired ? "expired" : "ended", ago( told ) ),
-      cause, remedy );
+   const std::string whose = member
+                                ? "the membership"
+                                : "the join of " + ( event.address.isUnspecified()
+                                                        ? "a router"
+                                                        : text( event.address ) );
+   struct Row {
+      const char *cause, *says, *remedy;
+   };
+   Row row = member ? Row{ "left", "ended", "the host has left" }
+                    : Row{ "pruned", "ended", "the router has left: look there" };
+   if ( event.cause == Published::byExpiry )
+      row = member ? Row{ "membership-expired", "expired",
+                          "the host stopped answering queries" }
+                   : Row{ "join-expired", "expired",
+                          "the router stopped sending it: look there" };
+   if ( event.cause == Published::byInterface )
+      row = { "interface-went", "ended with the interface",
+              "the interface went down, or lost its address; who asked has to ask "
+              "again" };
+   if ( event.cause == Published::byConfiguration )
+      row = { "configured-away", "was ended by the configuration",
+              "see the filters and boundaries of the interface" };
+   fail( "member", fmt::format( "{} {} {}", whose, row.says, ago( told ) ),
+         row.cause, row.remedy );
 }
 
 void Inquiry::designated() {
+   const Sm::AssertInfo* lost = nullptr;
    for ( const IpGenAddr& source :
          { receiver_.source, IpGenAddr::unspecified( mirror_.family ) } ) {
       const Intf* each = record( source );
       if ( each == nullptr ) continue;
       const Sm::AssertInfo& info = each->assertInfo();
-      if ( info.assertState == Sm::iAmAssertLoser )
-         return fail( "assert",
-                      fmt::format( "router {} won the assert on {}",
-                                   text( info.assertWinnerMetric.address ),
-                                   nameText( intfId_ ) ),
-                      "assert-lost", "it serves the link: look there" );
-      if ( info.assertState == Sm::iAmAssertWinner )
-         return step( Why::fine, "assert", "won: this router serves the link" );
+      if ( each->forward() )
+         return step( Why::fine, "router",
+                      info.assertState == Sm::iAmAssertWinner
+                         ? "this one serves the link: it won the assert"
+                         : "this one serves the link" );
+      if ( info.assertState == Sm::iAmAssertLoser && lost == nullptr ) lost = &info;
    }
+   if ( lost != nullptr )
+      return fail( "assert",
+                   fmt::format( "router {} won the assert on {}",
+                                text( lost->assertWinnerMetric.address ),
+                                nameText( intfId_ ) ),
+                   "assert-lost", "it serves the link: look there" );
    if ( !isReady( mirror_.agent->interface() ) ) return;
    if ( published_.iAmDr ) return step( Why::fine, "DR", "this router" );
    const std::string dr = published_.dr.isUnspecified()

@@ -21,6 +21,8 @@ namespace {
 
 // Packets that came longer ago count as none.
 constexpr double kSilence = 15.0;  // s
+// Enough that some should have left.
+constexpr uint64_t kSome = 5;
 
 std::string text( const IpGenAddr& address ) {
    return Vantu::valueToStrep( address );
@@ -59,11 +61,13 @@ void Inquiry::path() {
    const std::string end = !shared() ? "source " + text( route_->key().source )
                            : rp      ? "RP " + text( *rp )
                                      : "the RP";
+   if ( shared() && !rps_.published() && rpf.intfId.empty() )
+      return step( Why::unknown, "RP", "the agent publishes none" );
    if ( shared() && !rp && rpf.intfId.empty() )
       return fail( "RP",
                    fmt::format( "group {} has no RP in vrf {}",
                                 text( receiver_.group ), vrfText( mirror_ ) ),
-                   "no-rp", "configure one: rps" );
+                   "no-rp", "configure one, under rps" );
    if ( shared() && rp ) step( Why::fine, "RP", text( *rp ) );
    if ( rpf.intfId.empty() )
       return fail( "path", "there is no way to " + end, "no-path",
@@ -74,7 +78,8 @@ void Inquiry::path() {
 
 void Inquiry::neighborOn( const Rpf& rpf, const std::string& end,
                           const std::string& way ) {
-   if ( !isReady( mirror_.agent->neighbor() ) )
+   if ( !isReady( mirror_.agent->neighbor() ) ||
+        !isReady( mirror_.agent->interface() ) )
       return step( Why::unknown, "path", way );
    Published::Interface incoming;
    const bool there =
@@ -86,10 +91,16 @@ void Inquiry::neighborOn( const Rpf& rpf, const std::string& end,
                       "or is down",
                       end, nameText( rpf.intfId ) ),
          "rpf-interface-down", "set it up, or add it to the configuration" );
+   const std::string fault = faultOf( rpf.intfId, incoming );
+   if ( !fault.empty() )
+      return fail( "path",
+                   fmt::format( "the way to {} is by {}, which {}", end,
+                                nameText( rpf.intfId ), fault ),
+                   "rpf-interface-down", "set it up, or mend its cable" );
    if ( route_->incomingAttached() && !shared() )
       return step( Why::fine, "path", way );
    Published::Neighbor neighbor;
-   if ( !knows( rpf, neighbor ) && !incoming.speaks )
+   if ( !knows( rpf, neighbor ) && !speaks_ )
       return step( Why::unknown, "path", way + ", of which no hello was heard" );
    if ( !knows( rpf, neighbor ) )
       return fail( "path",
@@ -131,7 +142,7 @@ void Inquiry::atRp() {
 
 void Inquiry::upstream() {
    if ( shared() && rps_.startsHere( *route_ ) ) return;
-   if ( !published_.speaks && isReady( mirror_.agent->interface() ) )
+   if ( !speaks_ )
       return step( Why::unknown, "upstream",
                    "this agent only listens: others join" );
    const Route* joins = shared() && !route_->wildCard() ? route_->wc() : route_;
@@ -148,11 +159,9 @@ void Inquiry::forwards() {
    if ( own != nullptr && own->forward() )
       return step( Why::fine, "forwarding", nameText( intfId_ ) + " forwards" );
    if ( route_->incomingIntf() == intfId_ )
-      return fail(
-         "forwarding",
-         fmt::format( "the packets come in by {} itself", nameText( intfId_ ) ),
-         "incoming-interface",
-         "the receiver gets them from the router that sends them there" );
+      return step( Why::fine, "forwarding",
+                   fmt::format( "not needed: the packets come in by {} itself",
+                                nameText( intfId_ ) ) );
    if ( own != nullptr && own->prunesSgRpt() )
       return fail(
          "forwarding",
@@ -176,17 +185,17 @@ void Inquiry::forwards() {
 
 bool Inquiry::joins() const {
    return route_->directlyConnected() || rps_.startsHere( *route_ ) ||
-          route_->upJoinState() == Sm::upJoined || !published_.speaks;
+          route_->upJoinState() == Sm::upJoined || !speaks_;
 }
 
 // The forwarding process, and what it has told the kernel.
 void Inquiry::kernel() {
    const auto& vifs = mirror_.mfib->vif();
    if ( !isReady( vifs ) ) {
-      if ( !published_.speaks )
+      if ( !speaks_ )
          return step( Why::unknown, "kernel", "no forwarding process tells of it" );
-      return fail( "kernel", "no pimsm-mfib has run for this VRF", "no-mfib",
-                   "start it: it makes the kernel forward" );
+      return fail( "kernel", "no forwarding process has run for this VRF",
+                   "no-mfib", "start pimsm-mfib, which makes the kernel forward" );
    }
    if ( !vifs.writerAlive() )
       return fail( "kernel", "pimsm-mfib is gone", "mfib-gone",
@@ -250,7 +259,8 @@ IntfId Inquiry::wrongSide() const {
                          ( receiver_.source.isUnspecified() ||
                            key.routeKey.source == receiver_.source );
       if ( !asked || upcalls.find( key, upcall ) != Brane::lookupFound ) continue;
-      if ( evidence_.now - upcall.last < kSilence &&
+      if ( upcall.kind == Published::wrongVifUpcall &&
+           evidence_.now - upcall.last < kSilence &&
            key.intfId != route_->incomingIntf() && key.intfId != intfId_ )
          return key.intfId;
    }
@@ -261,12 +271,13 @@ void Inquiry::packets() {
    if ( !isReady( mirror_.mfib->cache() ) ) return;
    const Flow is = flow();
    if ( !arrives() ) return silence( is );
-   if ( sentOut_ && *sentOut_ == 0 && is.packets > 1 )
-      return fail( "packets",
-                   fmt::format( "packets come, and none has left by {}",
-                                nameText( intfId_ ) ),
-                   "ttl",
-                   "their TTL is too small, or they are larger than its MTU" );
+   const bool needed = route_->incomingIntf() != intfId_;
+   if ( needed && sentOut_ && *sentOut_ == 0 && is.packets > kSome )
+      return fail(
+         "packets",
+         fmt::format( "packets come, and none has left by {}",
+                      nameText( intfId_ ) ),
+         "ttl", "their TTL may be too small, or they may be larger than its MTU" );
    step( Why::fine, "packets",
          fmt::format( "{} came, the last {}", is.packets,
                       agoText( is.last, evidence_.now ) ) );
@@ -285,7 +296,8 @@ void Inquiry::silence( const Flow& is ) {
          fmt::format( "packets come by {}, but the way to the source is by {}",
                       nameText( wrong ),
                       right.empty() ? "no interface" : nameText( right ) ),
-         "wrong-interface", "unicast routes and the senders disagree" );
+         "wrong-interface",
+         "mend the unicast route to the source, or the path of its packets" );
    if ( !route_->wildCard() && route_->switching() )
       return fail( "packets",
                    since +
@@ -301,9 +313,10 @@ void Inquiry::silence( const Flow& is ) {
       return fail( "packets", since, "not-registered",
                    "no first hop registers a source here: look at the source's "
                    "router" );
+   const IpGenAddr& next = route_->incomingRpf().neighbor;
    fail( "packets", since, "nothing-arrives",
-         fmt::format( "look at the next router, {}",
-                      text( route_->incomingRpf().neighbor ) ) );
+         next.isUnspecified() ? "look at the next router"
+                              : "look at the next router, " + text( next ) );
 }
 
 }

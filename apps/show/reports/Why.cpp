@@ -21,25 +21,27 @@ std::string text( const IpGenAddr& address ) {
    return Vantu::valueToStrep( address );
 }
 
-bool standsIn( const Mirror& mirror, IntfId intfId, const IpGenAddr& host ) {
-   for ( const auto& key : mirror.agent->ownAddress().keys() ) {
-      Published::OwnAddress own;
-      if ( key.intfId == intfId &&
-           mirror.agent->ownAddress().find( key, own ) == Brane::lookupFound &&
-           own.subnet.contains( host ) )
-         return true;
+// The interface of the mirror that is meant, and how much of the host's address its
+// network names; empty: none.
+struct Place {
+   IntfId intfId;
+   unsigned length = 0;
+};
+Place place( const Mirror& mirror, const Receiver& receiver ) {
+   Place found;
+   if ( !receiver.intfId.empty() ) {
+      if ( mirror.agent->interface().has( receiver.intfId ) )
+         found = { receiver.intfId, 1 };
+      return found;
    }
-   return false;
-}
-
-// The interface of the mirror that is meant; empty: it has none.
-IntfId place( const Mirror& mirror, const Receiver& receiver ) {
-   for ( const IntfId& each : mirror.agent->interface().keys() ) {
-      if ( receiver.intfId.empty() ? standsIn( mirror, each, receiver.host )
-                                   : each == receiver.intfId )
-         return each;
-   }
-   return {};
+   mirror.agent->ownAddress().visit( nullptr, [&]( const auto& own ) {
+      const bool longer =
+         found.intfId.empty() || own.subnet.length() > found.length;
+      if ( longer && own.subnet.contains( receiver.host ) )
+         found = { own.key.intfId, static_cast<unsigned>( own.subnet.length() ) };
+      return true;
+   } );
+   return found;
 }
 
 // Another VRF in which the group's packets flow; null: none.
@@ -70,34 +72,78 @@ const char* markText( Why::Mark mark ) {
 
 }
 
+namespace {
+
+using Routes = std::vector<const Route*>;
+
+// Sources that send, with records of the interface: each may fare in its own way.
+constexpr size_t kSources = 32;
+std::vector<IpGenAddr> sourcesOn( const Routes& ofGroup, IntfId intfId ) {
+   std::vector<IpGenAddr> sources;
+   for ( const Route* each : ofGroup ) {
+      const bool sends = !each->wildCard() && !each->katExpired() &&
+                         each->routeIntf( intfId ) != nullptr;
+      if ( sends && sources.size() < kSources )
+         sources.push_back( each->key().source );
+   }
+   return sources;
+}
+
+// Of any source: the group as a whole, then each that sends.
+Why whyAny( const Mirror& mirror, const Receiver& receiver, IntfId intfId,
+            const Routes& ofGroup, const Evidence& evidence ) {
+   const Rps rps( mirror );
+   const auto ask = [&]( const Receiver& of ) {
+      return Inquiry( mirror, rps, of, intfId, ofGroup, evidence ).answer();
+   };
+   Why whole = ask( receiver );
+   if ( !whole.cause.empty() || !receiver.source.isUnspecified() ) return whole;
+   for ( const IpGenAddr& source : sourcesOn( ofGroup, intfId ) ) {
+      Receiver of = receiver;
+      of.source = source;
+      Why why = ask( of );
+      if ( why.cause.empty() ) continue;
+      why.verdict = "Of source " + text( source ) + ": " + why.verdict;
+      return why;
+   }
+   return whole;
+}
+
+}
+
 Answer whyOf( const Mirrors& mirrors, const Receiver& receiver,
               const Evidence& evidence ) {
    Answer answer;
-   answer.intfId = receiver.intfId;
+   Place best{ receiver.intfId, 0 };
    for ( const auto& each : mirrors.all() ) {
       if ( each->family != receiver.group.family() ) continue;
-      const IntfId found = place( *each, receiver );
-      if ( answer.mirror == nullptr || !found.empty() ) answer.mirror = each.get();
-      if ( found.empty() ) continue;
-      answer.intfId = found;
-      break;
+      const Place found = place( *each, receiver );
+      if ( answer.mirror != nullptr && found.length <= best.length ) continue;
+      answer.mirror = each.get();
+      if ( found.length > best.length ) best = found;
    }
    if ( answer.mirror == nullptr ) return answer;
-   std::vector<const Route*> ofGroup;
+   answer.intfId = best.intfId;
+   Routes ofGroup;
    for ( const Route& each : std::as_const( *answer.mirror->model ).route() )
       if ( each.key().group == receiver.group ) ofGroup.push_back( &each );
-   const Rps rps( *answer.mirror );
-   answer.why = Inquiry( *answer.mirror, rps, receiver, answer.intfId,
-                         std::move( ofGroup ), evidence )
-                   .answer();
+   answer.why =
+      whyAny( *answer.mirror, receiver, answer.intfId, ofGroup, evidence );
    const Mirror* other = otherVrf( mirrors, *answer.mirror, receiver );
-   if ( other != nullptr && lacksSource( answer.why.cause ) ) {
+   const bool sourceHere =
+      std::any_of( ofGroup.begin(), ofGroup.end(), []( const Route* each ) {
+         return !each->wildCard() && !each->katExpired();
+      } );
+   if ( other != nullptr && !sourceHere && lacksSource( answer.why.cause ) ) {
       answer.why.cause = "wrong-vrf";
       answer.why.verdict = fmt::format(
-         "{} is in vrf {}, but the group's source is in vrf {}: move one of them.",
+         "{} is in vrf {}, where no source of the group is; one is in vrf {}. Move "
+         "one "
+         "of them, if they belong together.",
          nameText( answer.intfId ), vrfText( *answer.mirror ), vrfText( *other ) );
       answer.why.chain.push_back(
-         { Why::bad, "VRF", "the group's source is in vrf " + vrfText( *other ) } );
+         { Why::bad, "VRF",
+           "a source of the group is in vrf " + vrfText( *other ) } );
    }
    return answer;
 }

@@ -12,7 +12,7 @@ using Published::Event;
 namespace {
 
 std::string text( const Vantu::IpGenAddr& address ) {
-   return address.isUnspecified() ? "an unknown router"
+   return address.isUnspecified() ? "an unknown sender"
                                   : Vantu::valueToStrep( address );
 }
 
@@ -27,6 +27,8 @@ std::string endText( const Event& event ) {
    switch ( event.cause ) {
       case Published::byExpiry:
          return "expired";
+      case Published::byLeave:
+         return "ended: the last host has left";
       case Published::byPrune:
          return "ended: it was pruned, and nobody overrode that";
       case Published::byMessage:
@@ -48,6 +50,8 @@ std::string causeText( const Event& event ) {
    switch ( event.cause ) {
       case Published::byExpiry:
          return ", by a timer";
+      case Published::byLeave:
+         return ": the last host has left";
       case Published::byInterface:
          return ": the interface has gone";
       case Published::byConfiguration:
@@ -125,14 +129,17 @@ std::string eventText( const Event& event ) {
    const std::string of = text( event.address );
    switch ( event.kind ) {
       case routeCame:
-         return "route made, in " + way( event.intf, event.address );
+         return event.intf.empty()
+                   ? "route made, without a path"
+                   : "route made, in " + way( event.intf, event.address );
       case routeGone:
          return "route removed";
       case rpfChanged: {
          Event cause = event;
          cause.address = {};
-         return "its way moved from " + way( event.otherIntf, event.otherAddress ) +
-                " to " + way( event.intf, event.address ) + causeText( cause );
+         return "its path moved from " +
+                way( event.otherIntf, event.otherAddress ) + " to " +
+                way( event.intf, event.address ) + causeText( cause );
       }
       case onSourceTree:
       case onSharedTree: {
@@ -215,7 +222,7 @@ std::string eventText( const Event& event ) {
       case refused:
          return ( event.address.isUnspecified()
                      ? std::string( "refused: " )
-                     : "refused of " + Vantu::valueToStrep( event.address ) +
+                     : "refused from " + Vantu::valueToStrep( event.address ) +
                           ": " ) +
                 refusalText( event.refusal );
       case entryWritten:
@@ -228,8 +235,7 @@ std::string eventText( const Event& event ) {
       case wrongInterface:
          return "packets came by the wrong interface";
       case started:
-         return fmt::format( "started with {} of before",
-                             countText( event.value, "route" ) );
+         return "started; took up " + countText( event.value, "route" );
       case configured:
          return "configuration read";
       case ended:

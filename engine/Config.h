@@ -85,6 +85,8 @@ struct InterfaceConfig {
    bool carrier = true;
    // True: the two above are the host's state, not assumed.
    bool observed = false;
+   // The host's number of it; 0: not known. One with another number is another link.
+   uint32_t index = 0;
    bool operator==( const InterfaceConfig& ) const = default;
 };
 

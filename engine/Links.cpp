@@ -53,6 +53,10 @@ bool Links::updateLink( const InterfaceConfig& interface, const Kept& kept ) {
    }
    if ( own.empty() ) return false;
    const IntfId name = interface.name;
+   // Who was its neighbour need not be any more, and does not know the new one.
+   const Link* former = find( name );
+   if ( former != nullptr && former->config().index != interface.index )
+      forget( name );
    pimStatus_->intfIs( name )->addrIs( primary );
    if ( Link* link = find( name ) ) {
       link->configIs( interface, own );
@@ -78,6 +82,10 @@ bool Links::updateLink( const InterfaceConfig& interface, const Kept& kept ) {
 
 void Links::remove( IntfId intfId ) {
    links_.at( intfId ).hello().sayGoodbye();
+   forget( intfId );
+}
+
+void Links::forget( IntfId intfId ) {
    links_.erase( intfId );
    observer_.gone( intfId );
    drs_.erase( intfId );

@@ -52,6 +52,7 @@ class PIMSM_API Links {
    void update( const Kept& kept );
    bool updateLink( const InterfaceConfig& interface, const Kept& kept );
    void remove( Vantu::IntfId intfId );
+   void forget( Vantu::IntfId intfId );
    void updateDr( Vantu::IntfId intfId );
 
    Vantu::AddressFamily family_;

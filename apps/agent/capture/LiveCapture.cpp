@@ -1,5 +1,6 @@
 #include "apps/agent/capture/LiveCapture.h"
 
+#include <net/if.h>
 #include <pcap/pcap.h>
 
 #include <utility>
@@ -40,6 +41,7 @@ struct LiveCapture::Handle {
    Handle& operator=( const Handle& ) = delete;
 
    pcap_t* pcap;
+   unsigned index = 0;  // of the interface
    LinkType link = LinkType::unknown;
    unsigned dropped = 0;  // the kernel's count, since the start
 };
@@ -90,6 +92,7 @@ void LiveCapture::open() {
    if ( result != 0 || pcap_setdirection( pcap, PCAP_D_IN ) != 0 ||
         pcap_setnonblock( pcap, 1, error ) != 0 )
       throw CaptureError( interface_ + ": " + pcap_geterr( pcap ) + error );
+   handle->index = if_nametoindex( interface_.c_str() );
    handle->link = linkTypeOf( pcap_datalink( pcap ) );
    watcher_ = std::make_unique<Mox::Loop::FdWatcher>(
       loop_, pcap_get_selectable_fd( pcap ), [this] { read(); } );
@@ -122,8 +125,11 @@ void LiveCapture::lose( const std::string& why ) {
    tryAgain();
 }
 
+// An interface that went while it was down is not told of: its socket would stay silent.
 void LiveCapture::retry() {
-   if ( handle_ == nullptr ) tryAgain();
+   if ( handle_ == nullptr ) return tryAgain();
+   if ( if_nametoindex( interface_.c_str() ) != handle_->index )
+      lose( "another interface has its name" );
 }
 
 void LiveCapture::tryAgain() {

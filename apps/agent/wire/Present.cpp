@@ -58,6 +58,7 @@ VrfConfig presentConfig( VrfConfig config, AddressFamily family,
       if ( !interface.up || first == interface.addresses.end() ) continue;
       interface.mtu = link->mtu;
       interface.carrier = link->carrier;
+      interface.index = links.index( config.capture( interface.name ) );
       interface.up = family == AddressFamily::ipv4
                         ? link->addresses.count( first->address ) != 0
                         : putFirst6( interface, *link );

@@ -65,7 +65,10 @@ void computeChecksums( const Namespace& host, const std::string& interface ) {
 }
 
 Bed::Bed( const Plan& plan, std::string root )
-   : root_( std::move( root ) ), rp_( plan.rp ), vrf_( plan.vrf ) {
+   : root_( std::move( root ) ),
+     rp_( plan.rp ),
+     vrf_( plan.vrf ),
+     vrfOf_( plan.vrfOf ) {
    std::istringstream words( plan.links );
    for ( std::string word; words >> word; ) {
       const size_t dash = word.find( '-' );
@@ -213,7 +216,7 @@ void Bed::replug( const Name& a, const Name& b ) {
 
 std::string Bed::config( const Name& router ) const {
    std::string out =
-      "vrfs:\n- name: default\n  rpf: kernel\n  maxRoutes: 1000\n  "
+      "vrfs:\n- name: default\n  rpf: kernel\n  maxRoutes: 3000\n  "
       "maxRouteIntfs: 5000\n" +
       vrf_ + "  interfaces:\n";
    for ( const Port& port : nodes_.at( router ).ports ) {
@@ -225,6 +228,8 @@ std::string Bed::config( const Name& router ) const {
             lengthOf( family ) );
       out += "]}\n";
    }
+   if ( const auto own = vrfOf_.find( router ); own != vrfOf_.end() )
+      out += own->second;
    if ( rp_.empty() ) return out;
    out += "  rps:\n";
    for ( AddressFamily family : kFamilies )
@@ -309,11 +314,15 @@ void Bed::killAgent( const Name& router ) {
    startAgent( router );
 }
 
-void Bed::killForwarder( const Name& router ) const {
+pid_t Bed::forwarder( const Name& router ) const {
    const pid_t child = Mox::Test::childOf( nodes_.at( router ).forwarder->pid() );
    if ( child == 0 )
       throw std::runtime_error( "no forwarding process at " + router );
-   kill( child, SIGKILL );
+   return child;
+}
+
+void Bed::killForwarder( const Name& router ) const {
+   kill( forwarder( router ), SIGKILL );
 }
 
 std::string Bed::show( const Name& router, Program::Arguments arguments ) const {

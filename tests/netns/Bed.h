@@ -28,6 +28,7 @@ class Bed {
       std::string links, routers = "", lans = "";
       Name rp = "";          // of all groups, by its first address; empty: none
       std::string vrf = "";  // further keys of each router's VRF: lines
+      std::map<Name, std::string> vrfOf = {};  // of one router's
    };
    Bed( const Plan& plan, std::string root );
 
@@ -59,6 +60,7 @@ class Bed {
    Mox::Test::Program& agent( const Name& router ) {
       return *nodes_.at( router ).agent;
    }
+   pid_t forwarder( const Name& router ) const;
    // What pimsm-show prints there.
    std::string show( const Name& router,
                      Mox::Test::Program::Arguments arguments ) const;
@@ -96,6 +98,7 @@ class Bed {
    std::string root_;
    const Name rp_;
    const std::string vrf_;
+   const std::map<Name, std::string> vrfOf_;
    std::vector<Name> names_;  // in their order
    std::map<Name, Node> nodes_;
    std::vector<std::vector<Name>> nets_;  // the nodes on each, without bridges

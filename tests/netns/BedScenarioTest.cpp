@@ -43,13 +43,12 @@ class BedScenario : public testing::Test {
 #endif
       static const std::string kWhyNot = notPermitted();
       if ( !kWhyNot.empty() ) GTEST_SKIP() << kWhyNot;
+      isLong_ = story_.title.rfind( "long: ", 0 ) == 0;
+      if ( isLong_ && !inLongRun_ ) GTEST_SKIP() << "in ./test --long";
       if ( !play_.stage ) play_.stage = std::make_unique<Stage>( play_.script );
    }
    void TestBody() override {
-      const bool isLong = story_.title.rfind( "long: ", 0 ) == 0;
-      const bool inLongRun = std::getenv( "PIMSM_LONG" ) != nullptr;
-      if ( isLong && !inLongRun ) GTEST_SKIP() << "in ./test --long";
-      for ( int times = inLongRun && !isLong ? 20 : 1; times > 0 && !HasFailure();
+      for ( int times = inLongRun_ && !isLong_ ? 20 : 1; times > 0 && !HasFailure();
             --times ) {
          play_.stage->begin();
          for ( const std::string& each : story_.preamble ) play_.stage->act( each );
@@ -59,7 +58,7 @@ class BedScenario : public testing::Test {
          if ( HasFailure() ) std::cout << play_.stage->bed().state();
          play_.stage->end();
       }
-      if ( inLongRun ) print();
+      if ( inLongRun_ ) print();
    }
 
  private:
@@ -79,7 +78,7 @@ class BedScenario : public testing::Test {
       std::cout << "| " << story_.title << " | median | worst |\n|---|---|---|\n";
       for ( auto& [figure, got] : figures_ ) {
          std::sort( got.begin(), got.end() );
-         std::cout << fmt::format( "| {} | {:.0f} | {:.0f} |\n", figure.second,
+         std::cout << fmt::format( "| {} | {:.3g} | {:.3g} |\n", figure.second,
                                    got[got.size() / 2], got.back() );
       }
    }
@@ -108,6 +107,8 @@ class BedScenario : public testing::Test {
 
    Play& play_;
    const Story& story_;
+   const bool inLongRun_ = std::getenv( "PIMSM_LONG" ) != nullptr;
+   bool isLong_ = false;
    // By line and expectation.
    std::map<std::pair<int, std::string>, std::vector<double>> figures_;
 };

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <random>
 #include <regex>
@@ -35,10 +36,47 @@ std::string setting( const Script& script, const std::string& key ) {
 }
 
 Bed::Plan planOf( const Script& script ) {
-   const std::string vrf = setting( script, "vrf" );
-   return { setting( script, "links" ), setting( script, "routers" ),
-            setting( script, "lans" ), setting( script, "rp" ),
-            vrf.empty() ? "" : "  " + vrf + '\n' };
+   // Each line of the key is one of the VRF's.
+   const auto lines = [&]( const std::string& key ) {
+      std::string out;
+      std::istringstream config( script.config );
+      for ( std::string each; std::getline( config, each ); )
+         if ( each.rfind( "  " + key + ": ", 0 ) == 0 )
+            out += "  " + each.substr( key.size() + 4 ) + '\n';
+      return out;
+   };
+   Bed::Plan plan{ setting( script, "links" ), setting( script, "routers" ),
+                   setting( script, "lans" ), setting( script, "rp" ),
+                   lines( "vrf" ) };
+   std::istringstream routers( plan.routers );
+   for ( std::string router; routers >> router; )
+      plan.vrfOf[router] = lines( "vrf of " + router );
+   return plan;
+}
+
+// The group behind it by that number.
+IpGenAddr plus( const IpGenAddr& group, int number ) {
+   auto bytes = group.bytes();
+   const bool ipv4 = group.family() == AddressFamily::ipv4;
+   bytes[ipv4 ? 1 : 12] =
+      static_cast<uint8_t>( bytes[ipv4 ? 1 : 12] + number / 250 );
+   bytes[ipv4 ? 3 : 15] =
+      static_cast<uint8_t>( bytes[ipv4 ? 3 : 15] + number % 250 );
+   return IpGenAddr::fromBytes( group.family(), bytes.data() );
+}
+
+// Memory of its own in KB, and processor time in ms.
+Stage::Load loadOf( pid_t process ) {
+   const std::string path = "/proc/" + std::to_string( process );
+   std::ifstream stat( path + "/stat" ), pages( path + "/statm" );
+   std::string word;
+   for ( int i = 0; i < 13; ++i ) stat >> word;
+   double user = 0, system = 0, all = 0, resident = 0, shared = 0;
+   stat >> user >> system;
+   pages >> all >> resident >> shared;
+   const auto ticks = static_cast<double>( sysconf( _SC_CLK_TCK ) );
+   const auto page = static_cast<double>( sysconf( _SC_PAGESIZE ) );
+   return { ( resident - shared ) * page / 1024, ( user + system ) * 1000 / ticks };
 }
 
 }
@@ -110,9 +148,7 @@ void Stage::act( const std::string& statement ) {
    Words words( statement );
    const std::string first = words.next();
    if ( first[0] == '+' ) {
-      const double seconds = std::stod( first.substr( 1 ) );
-      std::this_thread::sleep_for( std::chrono::duration<double>( seconds ) );
-      return;
+      return pause( std::stod( first.substr( 1 ) ) );
    }
    acted_ = now();
    if ( first == "kill" || first == "end" || first == "start" ) {
@@ -126,6 +162,10 @@ void Stage::act( const std::string& statement ) {
       bed_.replug( a, words.next() );
    } else if ( first == "count" ) {
       for ( auto& [flow, member] : receivers_ ) member.receiver->forget();
+      counted_ = now();
+      for ( const std::string& router : bed_.routers() )
+         loads_[router] = { loadOf( bed_.agent( router ).pid() ),
+                            loadOf( bed_.forwarder( router ) ) };
    } else if ( first == "listen" ) {
       if ( stories_ > 1 )
          std::this_thread::sleep_for(
@@ -138,9 +178,24 @@ void Stage::act( const std::string& statement ) {
    }
 }
 
+// Sockets hold some 80,000 packets.
+void Stage::pause( double seconds ) {
+   constexpr double kSlice = 2.0;
+   for ( ; seconds > 0; seconds -= kSlice ) {
+      std::this_thread::sleep_for(
+         std::chrono::duration<double>( std::min( seconds, kSlice ) ) );
+      for ( auto& [flow, member] : receivers_ ) member.receiver->received();
+   }
+}
+
 bool Stage::actOnPackets( const std::string& who, const std::string& verb,
                           Words& words ) {
-   const std::string what = words.next();
+   std::string what = words.next();
+   if ( verb == "sets" ) {
+      Namespace::Inside inside( bed_.node( who ) );
+      std::ofstream( "/proc/sys/net/" + what ) << words.next();
+      return true;
+   }
    if ( verb == "ip" ) {
       std::string arguments = what;
       while ( !words.atEnd() ) arguments += ' ' + words.next();
@@ -156,29 +211,35 @@ bool Stage::actOnPackets( const std::string& who, const std::string& verb,
    const int rate =
       words.accept( "at" ) ? std::stoi( words.next() ) : 1000;  // "1000/s"
    words.expectEnd();
-   for ( AddressFamily family : kFamilies ) {
-      const Flow flow( who, group( what, family ) );
-      const Namespace& host = bed_.node( who );
-      if ( verb == "joins" ) {
-         const IpGenAddr source =
-            from.empty() ? IpGenAddr() : bed_.address( family, from );
-         receivers_[flow] = { std::make_unique<Receiver>(
-                                 host, bed_.interface( who ), flow.second, source ),
-                              now() };
-         for ( const auto& [each, sender] : senders_ )
-            if ( each.second == flow.second )
-               receivers_[flow].receiver->beginIs( sender->sent() );
-      } else if ( verb == "leaves" ) {
-         receivers_.erase( flow );
-      } else if ( verb == "sends" ) {
-         senders_[flow] = std::make_unique<Sender>( host, bed_.interface( who ),
-                                                    flow.second, rate );
-      } else if ( verb == "stops" ) {
-         senders_.erase( flow );
-      } else {
-         return false;
+   const size_t star = what.find( '*' );  // "T*1000"
+   const int groups =
+      star == std::string::npos ? 1 : std::stoi( what.substr( star + 1 ) );
+   what = what.substr( 0, star );
+   for ( AddressFamily family : kFamilies )
+      for ( int i = 0; i < groups; ++i ) {
+         const Flow flow( who, plus( group( what, family ), i ) );
+         const Namespace& host = bed_.node( who );
+         if ( verb == "joins" ) {
+            const IpGenAddr source =
+               from.empty() ? IpGenAddr() : bed_.address( family, from );
+            receivers_[flow] = {
+               std::make_unique<Receiver>( host, bed_.interface( who ), flow.second,
+                                           source ),
+               now() };
+            for ( const auto& [each, sender] : senders_ )
+               if ( each.second == flow.second )
+                  receivers_[flow].receiver->beginIs( sender->sent() );
+         } else if ( verb == "leaves" ) {
+            receivers_.erase( flow );
+         } else if ( verb == "sends" ) {
+            senders_[flow] = std::make_unique<Sender>( host, bed_.interface( who ),
+                                                       flow.second, rate );
+         } else if ( verb == "stops" ) {
+            senders_.erase( flow );
+         } else {
+            return false;
+         }
       }
-   }
    return true;
 }
 
@@ -225,6 +286,7 @@ void Stage::until( Words& words ) {
    const bool no = words.accept( "no" ), ipv6 = words.accept( "ipv6" );
    const std::string who = words.next(), verb = words.next();
    if ( verb == "hears" ) return hears( who, words.next() );
+   if ( verb == "forwards" ) return forwards( who, words.whole() );
    std::vector<std::string> wanted;
    while ( !words.atEnd() ) wanted.push_back( words.next() );
    for ( AddressFamily family : kFamilies ) {
@@ -285,8 +347,39 @@ void Stage::expectNoVerdict( const std::string& who, const IpGenAddr& of ) {
                 valueToStrep( of ).c_str() );
 }
 
+void Stage::forwards( const std::string& who, size_t entries ) {
+   for ( const char* family : { "-4", "-6" } ) {
+      if ( !eventually( [&] {
+              const std::string all =
+                 bed_.node( who ).ip( std::string( family ) + " mroute show" );
+              return size_t( std::count( all.begin(), all.end(), '\n' ) ) >=
+                     entries;
+           } ) )
+         throw ScriptError( who + " does not have so many entries" );
+   }
+}
+
+// agents grown, agents busy, forwarders grown, forwarders busy: of each router
+std::map<std::string, double> Stage::loads( const std::string& whose,
+                                            const std::string& what ) {
+   std::map<std::string, double> out;
+   for ( const std::string& router : bed_.routers() ) {
+      const bool agents = whose == "agents";
+      const auto& [agent, forwarder] = loads_.at( router );
+      const Load& before = agents ? agent : forwarder;
+      const Load is =
+         loadOf( agents ? bed_.agent( router ).pid() : bed_.forwarder( router ) );
+      out[router] = what == "grown"
+                       ? is.memory - before.memory
+                       : ( is.time - before.time ) / ( now() - counted_ );
+   }
+   return out;
+}
+
 std::map<std::string, double> Stage::figures( Words& words ) {
    const std::string who = words.next();
+   if ( who == "passed" ) return { { "all", ( now() - counted_ ) * 1000 } };
+   if ( who == "agents" || who == "forwarders" ) return loads( who, words.next() );
    if ( who == "wire" ) {
       const std::string figure = words.next();
       if ( !decoder_ ) return {};

@@ -33,6 +33,11 @@ class Stage {
    // What is wrong with the packets so far, as tshark has it.
    std::string faulty() const { return decoder_ ? decoder_->faulty() : ""; }
 
+   // Of a process.
+   struct Load {
+      double memory = 0, time = 0;  // KB, ms
+   };
+
  private:
    using Words = Scenario::Words;
    using Flow = std::pair<std::string, Vantu::IpGenAddr>;
@@ -41,6 +46,7 @@ class Stage {
       double since;
    };
 
+   void pause( double seconds );
    bool actOnPackets( const std::string& who, const std::string& verb,
                       Words& words );
    void actOnProgram( const std::string& verb, Words& words );
@@ -48,6 +54,9 @@ class Stage {
    void until( Words& words );
    void expectNoVerdict( const std::string& who, const Vantu::IpGenAddr& of );
    void hears( const std::string& who, const std::string& group );
+   void forwards( const std::string& who, size_t entries );
+   std::map<std::string, double> loads( const std::string& whose,
+                                        const std::string& what );
    void killAtRandom( int times );
    double figure( const std::string& host, const Vantu::IpGenAddr& group,
                   const std::string& what );
@@ -65,6 +74,8 @@ class Stage {
    double acted_ = 0;  // when the last line began
    double listening_ = 0;
    double ended_ = 0;  // s, when the last story did
+   double counted_ = 0;
+   std::map<std::string, std::pair<Load, Load>> loads_;  // at that time
    std::map<Flow, Member> receivers_;
    std::map<Flow, std::unique_ptr<Sender>> senders_;
 };

@@ -295,7 +295,8 @@ void Protocol::receiveData( const Routing::Pim::RouteKey& key, IntfId intfId,
    // At once, not with the next counters: the prune of the shared tree that follows may
    // end the only join that the route has.
    if ( routes_.handleData( key, intfId ) ) sources_.receiveMore( key, age );
-   if ( wrong ) pathSwitch_.handleData( key, intfId );
+   // To the kernel a (*,G) entry's packets by an interface not in it are unknown ones.
+   if ( wrong || age < PathSwitch::alive ) pathSwitch_.handleData( key, intfId );
    if ( wrong ) asserts_.handleData( key, intfId );
 }
 

@@ -68,7 +68,8 @@ Bed::Bed( const Plan& plan, std::string root )
    : root_( std::move( root ) ),
      rp_( plan.rp ),
      vrf_( plan.vrf ),
-     vrfOf_( plan.vrfOf ) {
+     vrfOf_( plan.vrfOf ),
+     further_( plan.further ) {
    std::istringstream words( plan.links );
    for ( std::string word; words >> word; ) {
       const size_t dash = word.find( '-' );
@@ -226,6 +227,10 @@ std::string Bed::config( const Name& router ) const {
             "\"{}{}\", ",
             Vantu::valueToStrep( address( family, router, port.towards ) ),
             lengthOf( family ) );
+      const bool first = &port == &nodes_.at( router ).ports.front();
+      if ( const auto found = further_.find( router );
+           first && found != further_.end() )
+         out += found->second;
       out += "]}\n";
    }
    if ( const auto own = vrfOf_.find( router ); own != vrfOf_.end() )

@@ -29,6 +29,8 @@ class Bed {
       Name rp = "";          // of all groups, by its first address; empty: none
       std::string vrf = "";  // further keys of each router's VRF: lines
       std::map<Name, std::string> vrfOf = {};  // of one router's
+      std::map<Name, std::string> further =
+         {};  // a router's addresses, beside its links'
    };
    Bed( const Plan& plan, std::string root );
 
@@ -98,7 +100,7 @@ class Bed {
    std::string root_;
    const Name rp_;
    const std::string vrf_;
-   const std::map<Name, std::string> vrfOf_;
+   const std::map<Name, std::string> vrfOf_, further_;
    std::vector<Name> names_;  // in their order
    std::map<Name, Node> nodes_;
    std::vector<std::vector<Name>> nets_;  // the nodes on each, without bridges

@@ -49,8 +49,10 @@ Bed::Plan planOf( const Script& script ) {
                    setting( script, "lans" ), setting( script, "rp" ),
                    lines( "vrf" ) };
    std::istringstream routers( plan.routers );
-   for ( std::string router; routers >> router; )
+   for ( std::string router; routers >> router; ) {
       plan.vrfOf[router] = lines( "vrf of " + router );
+      plan.further[router] = setting( script, "addresses of " + router );
+   }
    return plan;
 }
 

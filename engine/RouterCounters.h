@@ -6,6 +6,7 @@
 // on links.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -49,7 +50,14 @@ class PIMSM_API RouterCounters {
    void dropped( DropReason reason, uint64_t count = 1 ) {
       dropped_[reason - 1]->inc( count );
    }
-   void refused( Refusal reason ) { refused_[reason]->inc(); }
+   void refused( Refusal reason ) {
+      refused_[reason]->inc();
+      if ( onRefused_ ) onRefused_( reason );
+   }
+   // Also called with each refusal; empty: nobody is.
+   void onRefusedIs( std::function<void( Refusal )> call ) {
+      onRefused_ = std::move( call );
+   }
    // Counts the reason, if there is one. True without a reason.
    bool accepted( std::optional<Refusal> reason ) {
       if ( reason ) refused( *reason );
@@ -79,6 +87,7 @@ class PIMSM_API RouterCounters {
    Counters elections_;
    Counters dropped_;  // all but notDropped
    Counters refused_;
+   std::function<void( Refusal )> onRefused_;
 };
 
 }

@@ -62,8 +62,13 @@ Agent::Agent( Mox::Loop& loop, AgentOptions options )
    openLog();
    for ( const std::string& problem : bindCaptures() ) throw ConfigError( problem );
    kernelRoutes_.tablesAre( kernelTables( options_.config ) );
-   if ( options_.speak )
+   if ( options_.speak ) {
       wire_.emplace( loop_, real_, options_.note, [this] { followPresence(); } );
+      counters_.onRefusedIs( [this]( Refusal reason ) {
+         if ( heardBy_ != nullptr )
+            wire_->counters().refused( heardBy_->vrf, heardBy_->interface, reason );
+      } );
+   }
    Families made;
    addFamilies( options_.config, made );
    familiesAre( std::move( made ) );
@@ -394,7 +399,9 @@ DropReason Agent::decode( const Frame& frame ) {
    } else {
       if ( wire_ )
          wire_->counters().received( binding.vrf, binding.interface, message );
+      heardBy_ = &binding;
       family->router().receive( binding.interface, packet, message );
+      heardBy_ = nullptr;
    }
    return notDropped;
 }

@@ -135,6 +135,7 @@ class Agent {
    std::map<std::string, std::unique_ptr<LiveCapture>> live_;  // by interface
    bool started_ = false;  // the replay has started
    std::function<void()> ready_;
+   const CaptureBinding* heardBy_ = nullptr;  // of the message being handled
    std::optional<Mox::Loop::TurnEnd> turnEnd_;
 };
 

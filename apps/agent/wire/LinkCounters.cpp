@@ -27,6 +27,12 @@ void LinkCounters::received( const L3::VrfName& vrf, Vantu::IntfId interface,
    count( { in, vrf, interface, typeOf( message ) } );
 }
 
+void LinkCounters::refused( const L3::VrfName& vrf, Vantu::IntfId interface,
+                            Router::Refusal reason ) {
+   const Mox::StringView name = enumNames( Router::Refusal() ).values[reason];
+   count( { none, vrf, interface, name } );
+}
+
 void LinkCounters::sent( const L3::VrfName& vrf, const Router::Outgoing& message ) {
    if ( message.intfId.empty() ) return;
    count( { out, vrf, message.intfId, typeOf( message.message ) } );
@@ -48,12 +54,12 @@ void LinkCounters::count( const Key& key ) {
    auto found = links_.find( key );
    if ( found == links_.end() ) {
       if ( links_.size() >= maxLinkCounters ) return;
-      const std::string owner =
-         fmt::format( "agent/{}/{}/{}", key.direction == in ? "received" : "sent",
-                      key.vrf.name(), key.interface.name() );
+      constexpr const char* kWords[] = { "received", "sent", "refused" };
+      const std::string owner = fmt::format( "agent/{}/{}/{}", kWords[key.what],
+                                             key.vrf.name(), key.interface.name() );
       found =
          links_
-            .emplace( key, std::make_unique<Mox::EventCounter>( owner, key.type ) )
+            .emplace( key, std::make_unique<Mox::EventCounter>( owner, key.name ) )
             .first;
    }
    found->second->inc();

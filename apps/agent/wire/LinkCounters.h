@@ -1,5 +1,6 @@
 // What has come and left by each interface, in the process's event counters. The owners
 // "agent/received/VRF/INTERFACE" and "agent/sent/VRF/INTERFACE" count messages by type,
+// "agent/refused/VRF/INTERFACE" by reason those, or parts of them, that changed nothing,
 // "agent/asked/VRF/NEIGHBOR/INTERFACE" the joins and prunes that were for a neighbour.
 #pragma once
 
@@ -7,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "engine/Refusal.h"
 #include "engine/Sender.h"
 #include "platform/entity/EventCounter.h"
 #include "platform/net/VrfName.h"
@@ -21,16 +23,18 @@ class LinkCounters {
 
    void received( const L3::VrfName& vrf, Vantu::IntfId interface,
                   const Router::Message& message );
+   void refused( const L3::VrfName& vrf, Vantu::IntfId interface,
+                 Router::Refusal reason );
    // A message that has left. Ignores one without an interface.
    void sent( const L3::VrfName& vrf, const Router::Outgoing& message );
 
  private:
-   enum Direction { in, out };
+   enum What { in, out, none };
    struct Key {
-      Direction direction;
+      What what;
       L3::VrfName vrf;
       Vantu::IntfId interface;
-      Mox::StringView type;  // lives for ever
+      Mox::StringView name;  // the type or reason; lives for ever
       auto operator<=>( const Key& ) const = default;
    };
    using Counter = std::unique_ptr<Mox::EventCounter>;

@@ -300,13 +300,14 @@ std::string takePart( std::string& rest ) {
 
 // An interface's name may hold slashes, so it comes last.
 void addLinks( Exposition& out, const Counters& counters ) {
-   const auto add = [&]( const char* owner, const char* name, const char* help ) {
+   const auto add = [&]( const char* owner, const char* name, const char* help,
+                         const char* label = "type" ) {
       counters.eachBelow( owner, [&]( std::string rest, const std::string& type,
                                       uint64_t value ) {
          const std::string vrf = takePart( rest );
          out.counter(
             name, help,
-            { { "vrf", vrf }, { "interface", rest }, { "type", yangName( type ) } },
+            { { "vrf", vrf }, { "interface", rest }, { label, yangName( type ) } },
             value );
       } );
    };
@@ -314,6 +315,8 @@ void addLinks( Exposition& out, const Counters& counters ) {
         "Messages that the agent sent on an interface." );
    add( "agent/received/", "pimsm_agent_interface_received_total",
         "Messages that came in by an interface, of neighbours or of others." );
+   add( "agent/refused/", "pimsm_agent_interface_refused_total",
+        "Of these, messages or parts of them that changed nothing.", "reason" );
    counters.eachBelow(
       "agent/asked/",
       [&]( std::string rest, const std::string& what, uint64_t value ) {

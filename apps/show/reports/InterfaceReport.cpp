@@ -100,6 +100,7 @@ void noteDetails( TextTable& table, const InterfaceTotals& totals, double now ) 
    if ( !totals.sent.empty() ) note( "sent", messagesText( totals.sent ) );
    if ( !totals.received.empty() )
       note( "received", messagesText( totals.received ) );
+   if ( !totals.refused.empty() ) note( "refused", messagesText( totals.refused ) );
 }
 
 // The agent's counters of a VRF's interfaces, by interface.
@@ -113,20 +114,22 @@ void addMessages( Interfaces& interfaces, const Mirror& mirror,
       if ( owner.rfind( start, 0 ) != 0 || counter.value == 0 ) return;
       auto found = interfaces.find( owner.substr( start.size() ) );
       if ( found != interfaces.end() )
-         ( found->second.*messages )[counter.key.name.text()] = counter.value;
+         ( found->second.*messages )[yangName( counter.key.name.text() )] =
+            counter.value;
    };
    process.counter().visit( nullptr, [&]( const Published::Counter& counter ) {
       add( counter, "agent/sent/", &InterfaceTotals::sent );
       add( counter, "agent/received/", &InterfaceTotals::received );
+      add( counter, "agent/refused/", &InterfaceTotals::refused );
       return true;
    } );
 }
 
-Json messagesJson( const Messages& messages ) {
-   Json list = Json::array();
+void addMessages( Json& json, const char* name, const Messages& messages,
+                  const char* key = "type" ) {
    for ( const auto& [type, count] : messages )
-      list.push_back( { { "type", type }, { "count", std::to_string( count ) } } );
-   return list;
+      json[name].push_back(
+         { { key, type }, { "count", std::to_string( count ) } } );
 }
 
 void addPublished( Json& json, const Published::Interface& intf, double now ) {
@@ -223,9 +226,9 @@ Json interfacesJson( const Interfaces& interfaces, double now ) {
       json["asserts-won"] = totals.assertsWon;
       json["asserts-lost"] = totals.assertsLost;
       json["forwarding"] = totals.forwarding;
-      if ( !totals.sent.empty() ) json["sent"] = messagesJson( totals.sent );
-      if ( !totals.received.empty() )
-         json["received"] = messagesJson( totals.received );
+      addMessages( json, "sent", totals.sent );
+      addMessages( json, "received", totals.received );
+      addMessages( json, "refused", totals.refused, "reason" );
       list.push_back( std::move( json ) );
    }
    return list;

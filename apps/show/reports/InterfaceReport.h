@@ -11,7 +11,7 @@
 
 namespace Show {
 
-// Counts of messages by type.
+// Counts of messages by type, or reason.
 using Messages = std::map<std::string, uint64_t>;
 
 struct InterfaceTotals {
@@ -25,7 +25,8 @@ struct InterfaceTotals {
    uint32_t assertsWon = 0;
    uint32_t assertsLost = 0;
    uint32_t forwarding = 0;
-   Messages sent, received;  // in both families; none without counters
+   // In both families; none without counters. What was refused is by reason.
+   Messages sent, received, refused;
 };
 
 // By name.

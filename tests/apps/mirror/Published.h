@@ -185,6 +185,7 @@ class ShownRouter {
       count( "agent/sent/default/eth0", "hello", 5 );
       count( "agent/sent/default/eth0", "join-prune", 3 );
       count( "agent/received/default/eth0", "hello", 6 );
+      count( "agent/refused/default/eth0", "unknownNeighbor", 4 );
       count( "agent/asked/default/192.0.2.254/eth1/0", "joins", 5 );
       count( "agent/dropped", "bad \"checksum\"\\", 2 );
       count( "agent/elections", "assertsWon", 3 );

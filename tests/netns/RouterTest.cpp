@@ -1,5 +1,8 @@
 // A whole router: the agent listens on its interfaces, the forwarding process follows
 // its tables, hosts join with ordinary socket calls.
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -125,6 +128,25 @@ class LiveRouter : public NetworkTest {
       return eventually( [&] { return shownOlists() == kernelOlists(); } );
    }
 
+   // How often the router's system tells that some interface has changed.
+   int linkChangesWhile( const std::function<void()>& wait ) const {
+      const Namespace::Inside inside( net->router );
+      const Mox::Loop::Fd told(
+         socket( AF_NETLINK, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC,
+                 NETLINK_ROUTE ),
+         "socket" );
+      sockaddr_nl links{ AF_NETLINK, 0, 0, RTMGRP_LINK };
+      EXPECT_EQ(
+         bind( told.value(), reinterpret_cast<sockaddr*>( &links ), sizeof links ),
+         0 );
+      wait();
+      int count = 0;
+      for ( char message[8192];
+            recv( told.value(), message, sizeof message, 0 ) > 0; )
+         ++count;
+      return count;
+   }
+
    std::unique_ptr<Forwarder> forwarder;
    std::unique_ptr<Program> agent;
    bool named = false;  // its interfaces are given by options
@@ -152,6 +174,9 @@ TEST_P( LiveRouter, InterfacesComeAndGo ) {
    }
    ASSERT_TRUE( agent->untilErr( "r3: there is none of that name; waiting" ) );
    ASSERT_TRUE( agent->untilErr( "r4: it is down; waiting" ) ) << agent->err();
+   // It is left alone: the system would tell of each attempt, and cause the next.
+   EXPECT_EQ( linkChangesWhile( [&] { ASSERT_TRUE( flows( left, stream ) ); } ),
+              0 );
    net->router.ip( "link set r4 up" );
    ASSERT_TRUE( agent->untilErr( "r4: is heard" ) ) << agent->err();
    {

@@ -2,6 +2,8 @@
 
 #include <net/if.h>
 #include <pcap/pcap.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 
 #include <utility>
 
@@ -23,6 +25,18 @@ constexpr const char* kFilterWithoutRegisters =
    "and ip[(ip[0] & 15) * 4] & 15 != 2) or "
    "(ip6[6] = 103 and ip6[40] & 15 != 1 and ip6[40] & 15 != 2) or ip6 proto 0 or "
    "(icmp6 and (ip6[40] = 143 or (ip6[40] >= 130 and ip6[40] <= 132)))";
+
+// Opening an interface in vain changes its promiscuity, of which the system tells as of
+// any other change: who tries again at each change would never end.
+bool isDown( const std::string& interface ) {
+   ifreq request{};
+   if ( interface.size() >= sizeof request.ifr_name ) return false;
+   interface.copy( request.ifr_name, interface.size() );
+   const Mox::Loop::Fd any( socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 ),
+                            "socket" );
+   return ioctl( any.value(), SIOCGIFFLAGS, &request ) == 0 &&
+          ( request.ifr_flags & IFF_UP ) == 0;
+}
 
 // The interface is missing or down, which may change.
 class InterfaceAway : public CaptureError {
@@ -65,6 +79,7 @@ LiveCapture::LiveCapture( Mox::Loop& loop, Mox::Clock& clock, std::string interf
 LiveCapture::~LiveCapture() = default;
 
 void LiveCapture::open() {
+   if ( isDown( interface_ ) ) throw InterfaceAway( interface_, "it is down" );
    char error[PCAP_ERRBUF_SIZE] = "";
    pcap_t* pcap = pcap_create( interface_.c_str(), error );
    if ( pcap == nullptr ) throw CaptureError( interface_ + ": " + error );

@@ -373,6 +373,40 @@ ExitStatus printExplanations( const Mirrors& mirrors, const Arguments& arguments
    return done;
 }
 
+// In the background a terminal would stop the process.
+bool atTerminal() {
+   return isatty( STDOUT_FILENO ) != 0 && tcgetpgrp( STDIN_FILENO ) == getpgrp();
+}
+
+ExitStatus printTop( Mirrors& mirrors, const Arguments& arguments ) {
+   constexpr double kInterval = 2.0;  // s
+   constexpr size_t kFirst = 20;
+   const double interval = arguments.interval.value_or( kInterval );
+   Top top( mirrors, arguments.filter, arguments.by == "bits" );
+   if ( !top.known() )
+      return complain(
+         noTables, "no forwarding process publishes counters: start pimsm-mfib" );
+   if ( atTerminal() && !arguments.json ) {
+      topOnScreen( mirrors, top, interval, arguments.first );
+      return done;
+   }
+   pause( mirrors, interval );
+   top.read();
+   const auto streams = top.streams();
+   const size_t first = arguments.first.value_or( kFirst );
+   if ( !arguments.json ) {
+      printText( topText( streams, first ) );
+   } else {
+      printEach(
+         mirrors, arguments, "", []( const Mirror& ) { return std::string(); },
+         "pimsm-state:stream",
+         [&]( const Mirror& mirror ) {
+            return topJson( streams, first, mirror );
+         } );
+   }
+   return arguments.filter.active() && streams.empty() ? nothingFound : done;
+}
+
 ExitStatus watchThem( Mirrors& mirrors, const Arguments& arguments ) {
    watch( mirrors, arguments.filter,
           arguments.jsonLines ? watchJsonLines

@@ -292,6 +292,7 @@ void Bed::start( const Name& router ) {
    Node& node = nodes_.at( router );
    const std::string config = place( router ) + ".yaml";
    std::ofstream( config ) << this->config( router );
+   if ( node.agent != nullptr ) node.agent->wait();
    startAgent( router );
    if ( node.forwarder != nullptr ) return;
    Namespace::Inside inside( node.space );
@@ -301,7 +302,6 @@ void Bed::start( const Name& router ) {
 
 void Bed::end( const Name& router ) {
    agent( router ).signal( SIGTERM );
-   agent( router ).wait();
 }
 
 void Bed::startAgent( const Name& router ) {

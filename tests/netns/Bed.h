@@ -54,6 +54,8 @@ class Bed {
    // Starts the agent, and the forwarding process where none runs.
    void start( const Name& router );
    // Ends the agent, which takes its leave: the forwarding process waits for the next.
+   // On a busy machine the kernel may hold the agent for seconds, at the closing of its
+   // sockets; start() waits for its end.
    void end( const Name& router );
    // Kills the agent and starts it again; the forwarding process goes on.
    void killAgent( const Name& router );

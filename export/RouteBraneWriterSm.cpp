@@ -1,5 +1,7 @@
 #include "export/RouteBraneWriterSm.h"
 
+#include <algorithm>
+
 #include "export/Conversion.h"
 #include "export/detail/ModelFetch.h"
 #include "export/detail/MoxRoute.h"
@@ -166,10 +168,12 @@ bool RouteBraneWriterSm::sliceOver() const {
 // Keys are taken from the set's end, where they cost nothing to remove; marked one
 // after the other, they lie side by side in the model.
 void RouteBraneWriterSm::doReviewRoutes() {
+   // A table's observer may run a review of its own.
+   const Mox::Ptr<RouteChangeSet> set = reviewChangeSet_;
    Routes batch;
-   while ( !reviewChangeSet_->route().empty() ) {
-      RouteKey key = ( reviewChangeSet_->route().end() - 1 )->first;
-      reviewChangeSet_->routeDel( key );
+   while ( !set->route().empty() ) {
+      RouteKey key = ( set->route().end() - 1 )->first;
+      set->routeDel( key );
       doReviewRoute( key, batch );
       if ( sliceOver() ) break;
    }
@@ -179,25 +183,29 @@ void RouteBraneWriterSm::doReviewRoutes() {
 // Deliberately runs even when the routes have used up the slice.
 void RouteBraneWriterSm::doReviewRouteIntfs() {
    constexpr size_t kAhead = 32;
-   const DirtyRouteIntfs& marked = reviewChangeSet_->routeIntf();
+   const Mox::Ptr<RouteChangeSet> set = reviewChangeSet_;
+   const DirtyRouteIntfs& marked = set->routeIntf();
    ModelFetch fetch( *status_ );
    RouteIntfs batch;
    for ( size_t told = marked.size(); !marked.empty(); ) {
+      told = std::min( told, marked.size() );
       while ( told > 0 && told + kAhead > marked.size() )
          fetch.soon( marked[--told].first );
       RouteIntfKey key = ( marked.end() - 1 )->first;
-      reviewChangeSet_->routeIntfDel( key );
+      set->routeIntfDel( key );
       doReviewRouteIntf( key, batch );
       if ( sliceOver() ) break;
    }
    writeRouteIntfs( batch );
 }
 
+// A removal is notified: what was taken from the model before is written first.
 void RouteBraneWriterSm::doReviewRoute( const RouteKey& key, Routes& batch ) {
    const SparseMode::Route* route = status_->route( key );
    if ( route == nullptr ) {
       MOX_TRACE( trace, 4,
                  "doReviewRoute" << key << ": Deleting route from brane" );
+      writeRoutes( batch );
       deleteRoute( key );
       return;
    }
@@ -216,6 +224,7 @@ void RouteBraneWriterSm::doReviewRouteIntf( const RouteIntfKey& key,
       MOX_TRACE(
          trace, 6,
          "doReviewRouteIntf" << key << ": Deleting intf from brane, no route" );
+      writeRouteIntfs( batch );
       deleteRouteIntf( key );
       return;
    }
@@ -224,6 +233,7 @@ void RouteBraneWriterSm::doReviewRouteIntf( const RouteIntfKey& key,
       MOX_TRACE(
          trace, 6,
          "doReviewRouteIntf" << key << ": Deleting intf from brane, no routeIntf" );
+      writeRouteIntfs( batch );
       deleteRouteIntf( key );
       return;
    }

@@ -76,7 +76,7 @@ bool isOf( const Host& host, const Mirror& mirror ) {
    bool found = false;
    mirror.agent->ownAddress().visit(
       nullptr, [&]( const Published::OwnAddress& own ) {
-         found = host.links && !own.key.address.isLinkLocal() &&
+         found = !own.key.address.isLinkLocal() &&
                  host.addresses.count( own.key.address ) != 0;
          return !found;
       } );

@@ -121,10 +121,9 @@ TEST_P( OwnAgent, ForwardsAndIsExplained ) {
    ASSERT_TRUE( shows( { "status" }, "unresolved 0" ) ) << show( { "status" } );
    EXPECT_EQ( show( { "status" } ).find( "unknown" ), std::string::npos );
    ASSERT_TRUE( shows( { "metrics" }, "{type=\"join-prune\"} 1\n" ) );
-   EXPECT_EQ(
-      Mox::Test::runToEnd( { PIMSM_SHOW, "--root", root.path(), "-4", "check" } )
-         .status,
-      0 );
+   const Mox::Test::Ended checked =
+      Mox::Test::runToEnd( { PIMSM_SHOW, "--root", root.path(), "-4", "check" } );
+   EXPECT_EQ( checked.status, 0 ) << checked.out;
    // Our agent takes over its tables, the neighbour included, and gives the same
    // answers.
    const std::string before = answers();

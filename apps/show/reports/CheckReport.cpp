@@ -209,6 +209,7 @@ void checkWrongSides( const Mirror& mirror, const RouteFilter& filter, double no
       const bool wrong = upcall.kind == Published::wrongVifUpcall &&
                          now - upcall.last < kRecent && route != nullptr &&
                          filter.matches( key ) &&
+                         route->incomingIntf() != upcall.key.intfId &&
                          route->routeIntf( upcall.key.intfId ) == nullptr;
       if ( wrong )
          checked.findings.push_back(

@@ -217,8 +217,8 @@ TEST_F( Kill, WhileGrowingLosesNothing ) {
       const uint64_t instance = writer.instanceId();
       Change change{ content, content, bytesOf( path ) };
       change.after[ids[i]] = Record::of( ids[i], i );
-      auto images =
-         KillPoints::of( { path, files.fresh() }, [&] { put( writer, ids[i], i ); } );
+      auto images = KillPoints::of( { path, files.fresh() },
+                                    [&] { put( writer, ids[i], i ); } );
       growths += writer.instanceId() != instance;
       std::string dead = directory + "/dead/t";
       for ( const KillPoints::Image& image : images ) {

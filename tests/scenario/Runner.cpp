@@ -122,7 +122,9 @@ class Run {
          return;
       }
       if ( auto until = world_.pause( statement ) ) return wait( *until );
-      if ( statement.rfind( "why ", 0 ) == 0 ) {
+      const bool asks =
+         statement.rfind( "why ", 0 ) == 0 || statement.rfind( "verdict ", 0 ) == 0;
+      if ( asks ) {
          changes_.emplace_back( rounded( world_.now() ), world_.why( statement ) );
       } else if ( statement.rfind( "replay ", 0 ) != 0 ) {
          world_.act( statement );

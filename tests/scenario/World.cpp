@@ -99,7 +99,7 @@ void World::tell( const Published::Event& event ) {
 
 std::string World::why( const std::string& statement ) {
    Words words( statement );
-   words.accept( "why" );
+   const bool whole = words.next() == "verdict";
    const std::string what = words.next();
    const std::string where = words.next();
    words.expectEnd();
@@ -122,6 +122,7 @@ std::string World::why( const std::string& statement ) {
       Show::whyOf( mirrors, receiver,
                    { Show::Events( root_.path() ).take(), host_, clock_.now() } );
    if ( answer.mirror == nullptr ) return "why no tables";
+   if ( whole ) return "verdict " + answer.why.verdict;
    return "why " + ( answer.why.cause.empty() ? "nothing" : answer.why.cause );
 }
 

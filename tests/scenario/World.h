@@ -45,7 +45,8 @@ class World {
    // empty without one.
    std::string unpublished();
    // Asks why a receiver gets a group or not: "why A eth1", "why G 192.0.2.7".
-   // Returns the cause that the show tool names: "why not-dr"; "why nothing".
+   // Returns the cause that the show tool names: "why not-dr"; "why nothing". With
+   // "verdict" for "why" the sentence that it prints.
    std::string why( const std::string& statement );
    // The events since the last call, with their times.
    std::vector<std::pair<double, std::string>> takeEvents() {

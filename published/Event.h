@@ -38,7 +38,7 @@ namespace Published {
    V( entryRemoved ) V( entryRefused )                                               \
    V( wrongInterface )  /* data came by `intf` */                                    \
    V( started )         /* `value`: routes taken up */                               \
-   V( configured ) V( ended )
+   V( configurationRead ) V( ended )
 
 #define PUBLISHED_EVENT_CAUSES( V )                                                  \
    V( noCause )                                                                      \

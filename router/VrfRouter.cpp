@@ -101,7 +101,7 @@ void VrfRouter::adopt() {
 void VrfRouter::configIs( const VrfConfig& config ) {
    config_ = config;
    publishDue_ = true;
-   tell( Published::configured );
+   tell( Published::configurationRead );
    protocol_.configChanged();
    if ( !adopted_ ) return;
    publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );

@@ -236,7 +236,7 @@ std::string eventText( const Event& event ) {
          return "packets came by the wrong interface";
       case started:
          return "started; took up " + countText( event.value, "route" );
-      case configured:
+      case configurationRead:
          return "configuration read";
       case ended:
          return "agent ended";

@@ -222,7 +222,9 @@ void UpstreamEngine::prepare( const RouteKey& key ) {
    const IpGenAddr* winner = assertWinner( *route, route->rpf().intfId );
    const bool follows =
       winner == nullptr ? !record->viaAssert : *winner == route->rpf().neighbor;
-   if ( !follows ) routes_.updatePath( key );
+   if ( follows ) return;
+   const Journal::Handling handling( journal_, Published::byAssert );
+   routes_.updatePath( key );
 }
 
 void UpstreamEngine::handleNeighbor( IntfId intfId, const IpGenAddr& address,

@@ -107,8 +107,6 @@ class PIMSM_API EventReader {
    // The next event after the last one returned, from the oldest on; nothing at the
    // end. Damaged ones are left out and counted.
    std::optional<Entry> next();
-   // Begins with the event of that sequence, or the next after it.
-   void beginAt( uint64_t sequence ) { next_ = sequence; }
    // Events that newer ones had replaced before they were read.
    uint64_t missed() const { return missed_; }
    uint64_t damaged() const { return damaged_; }

@@ -1,22 +1,10 @@
 #include "apps/json/ChangeLines.h"
 
-#include <fmt/chrono.h>
-
 #include <algorithm>
-#include <ctime>
+
+#include "apps/mirror/Events.h"
 
 namespace Show {
-
-namespace {
-
-std::string timeText() {
-   timespec now;
-   clock_gettime( CLOCK_REALTIME, &now );
-   return fmt::format( "{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime( now.tv_sec ),
-                       now.tv_nsec / 1000000 );
-}
-
-}
 
 ChangeLines::ChangeLines( Mirrors& mirrors, const RouteFilter& filter, Line line,
                           Write write )
@@ -40,7 +28,7 @@ void ChangeLines::touch() {
 
 void ChangeLines::onTime() {
    if ( clock()->now() >= rescanTime_ ) followNew();
-   const std::string time = timeText();
+   const std::string time = utcOf( clock()->now() );
    std::string text;
    bool more = false;
    for ( const auto& feed : feeds_ ) {

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/random.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -43,12 +42,6 @@ Mapped mapped( const Detail::Descriptor& file, const RingGeometry& geometry,
    return out;
 }
 
-uint64_t randomWord() {
-   uint64_t word = 0;
-   while ( getrandom( &word, sizeof( word ), 0 ) != sizeof( word ) ) continue;
-   return word;
-}
-
 RingHeader headerOf( const Layout& layout, uint32_t entries ) {
    RingHeader header{};
    header.magic = Detail::ringMagic;
@@ -57,7 +50,7 @@ RingHeader headerOf( const Layout& layout, uint32_t entries ) {
    header.recordSize = layout.recordSize;
    header.entries = entries;
    header.fingerprint = layout.fingerprint();
-   header.instanceId = randomWord();
+   header.instanceId = Detail::randomWord();
    const Mox::String bootId = Detail::runningBootId();
    std::memcpy( header.bootId, bootId.data(),
                 std::min<size_t>( bootId.size(), 39 ) );

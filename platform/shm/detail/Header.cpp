@@ -1,6 +1,7 @@
 #include "platform/shm/detail/Header.h"
 
 #include <fmt/format.h>
+#include <sys/random.h>
 
 #include <algorithm>
 #include <bit>
@@ -207,6 +208,13 @@ Mox::String runningBootId() {
    Mox::String id;
    std::getline( file, id );
    return id;
+}
+
+uint64_t randomWord() {
+   uint64_t word = 0;
+   // Waits until the kernel's pool is filled; after that 8 bytes cannot fail.
+   while ( getrandom( &word, sizeof( word ), 0 ) != sizeof( word ) ) continue;
+   return word;
 }
 
 }

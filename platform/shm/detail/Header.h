@@ -40,5 +40,7 @@ Mox::String bootIdOf( const FileHeader& header );
 
 // The running boot's id; empty if the kernel does not tell.
 Mox::String runningBootId();
+// Of a new file: by the kernel.
+uint64_t randomWord();
 
 }

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/random.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,13 +17,6 @@
 namespace Brane::Detail {
 
 namespace {
-
-uint64_t randomWord() {
-   uint64_t word = 0;
-   // Waits until the kernel's pool is filled; after that 8 bytes cannot fail.
-   while ( getrandom( &word, sizeof( word ), 0 ) != sizeof( word ) ) continue;
-   return word;
-}
 
 void checkOptions( const WriterOptions& options, uint32_t capacity ) {
    if ( capacity > Geometry::maxCapacity() ) {

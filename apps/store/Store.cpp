@@ -1,0 +1,29 @@
+#include "apps/store/Store.h"
+
+#include "apps/store/detail/SqliteStore.h"
+
+namespace Fleet {
+
+namespace {
+
+constexpr std::string_view kSqlite = "sqlite:";
+
+std::string directoryOf( const std::string& store ) {
+   if ( !store.starts_with( kSqlite ) || store.size() == kSqlite.size() )
+      throw Mox::ParseError( "No store: '" + store + "'; expected sqlite:DIR" );
+   return store.substr( kSqlite.size() );
+}
+
+}
+
+std::unique_ptr<Writer> openWriter( const std::string& store,
+                                    const std::string& router,
+                                    const Keeping& keeping ) {
+   return std::make_unique<SqliteWriter>( directoryOf( store ), router, keeping );
+}
+
+std::unique_ptr<Reader> openReader( const std::string& store ) {
+   return std::make_unique<SqliteReader>( directoryOf( store ) );
+}
+
+}

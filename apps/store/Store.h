@@ -1,0 +1,140 @@
+// Stores: where the recorders of a fleet keep their routers' state and history, and
+// where its readers find them. A Writer is one router's, a Reader reads any of them. Each
+// object belongs to one thread at a time; its calls may block.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "apps/store/Key.h"
+#include "platform/base/Error.h"
+
+namespace Fleet {
+
+constexpr uint32_t storeFormat = 1;
+// A value above this is not put: servers refuse more than 1 MiB.
+constexpr size_t largestValue = 900'000;
+
+// The store cannot be reached, or has no room, at the moment: the same again later.
+class StoreAway : public Mox::Error {
+ public:
+   using Error::Error;
+};
+// The store does not let us in, or refuses what we ask.
+class StoreRefuses : public Mox::Error {
+ public:
+   using Error::Error;
+};
+// The store, or the router in it, has a format that this program does not know.
+class StoreFormat : public Mox::Error {
+ public:
+   using Error::Error;
+};
+// There is no such store, or it holds nothing of that router.
+class StoreMissing : public Mox::Error {
+ public:
+   using Error::Error;
+};
+// Another recorder holds the router; the text names its host and process.
+class StoreHeld : public Mox::Error {
+ public:
+   using Error::Error;
+};
+
+// A line of history.
+struct Event {
+   int64_t at = 0;  // ms since 1970, UTC, when the recorder saw it
+   std::string vrf = {};
+   uint32_t ipVersion = 0;   // 4 or 6; 0: neither
+   std::string group = {};   // addresses as text; empty: of no group
+   std::string source = {};  // "*" for a (*,G) route
+   std::string op = {};    // "add", "update", "delete", "neighbor-gone", "log" ...
+   std::string body = {};  // the whole line, JSON
+};
+
+class Writer {
+ public:
+   struct Put {
+      std::string key;
+      std::optional<std::string> value;  // nothing: the key goes
+      uint64_t digest = 0;               // of what readers are to see
+   };
+   struct Standing {
+      uint64_t digest = 0;
+      std::string value;
+   };
+
+   virtual ~Writer() = default;
+
+   // Everything that stands, by key.
+   virtual std::map<std::string, Standing> standing() = 0;
+
+   // Writes events, then state: whole, or so that the same may be written again. Throws
+   // StoreAway, StoreRefuses or StoreHeld.
+   virtual void write( const std::vector<Event>& events,
+                       const std::vector<Put>& puts ) = 0;
+
+   // Removes some of the history that is too old or too much; true if more is left to
+   // do. `now`: ms since 1970.
+   virtual bool prune( int64_t now ) = 0;
+};
+
+// The limits of a router's history.
+struct Keeping {
+   double age = 7 * 86400.0;      // s
+   uint64_t bytes = 1ULL << 30U;  // about
+};
+
+// A question to the history of one router. Texts that are empty ask for all.
+struct Past {
+   int64_t since = 0;  // ms since 1970
+   int64_t until = INT64_MAX;
+   std::string vrf = {};
+   uint32_t ipVersion = 0;
+   std::string group = {};
+   std::string source = {};  // also the events of "*"
+};
+
+class Reader {
+ public:
+   virtual ~Reader() = default;
+
+   // The routers of the fleet in order of name.
+   virtual std::vector<std::string> routers() = 0;
+
+   // Does a recorder keep the router's state up to date?
+   virtual bool lives( const std::string& router ) = 0;
+
+   // Values by key; keys that the router does not have are missing.
+   virtual std::map<std::string, std::string> values(
+      const std::string& router, const std::vector<std::string>& keys ) = 0;
+   // The values of all keys that begin so, in order of their keys.
+   virtual void each(
+      const std::string& router, const std::string& prefix,
+      const std::function<void( const std::string& key, const std::string& value )>&
+         call ) = 0;
+
+   // The router's events in order of their times.
+   virtual void history( const std::string& router, const Past& past,
+                         const std::function<void( const Event& )>& call ) = 0;
+
+   // A number that is another after any change of the router's history or state.
+   virtual uint64_t version( const std::string& router ) = 0;
+
+   // Removes all that the store holds of a router. Throws StoreHeld where it has a
+   // recorder.
+   virtual void forget( const std::string& router ) = 0;
+};
+
+// Opens the store "sqlite:DIR" of a fleet. Throws Mox::ParseError for any other text,
+// and the exceptions above.
+std::unique_ptr<Writer> openWriter( const std::string& store,
+                                    const std::string& router,
+                                    const Keeping& keeping );
+std::unique_ptr<Reader> openReader( const std::string& store );
+
+}

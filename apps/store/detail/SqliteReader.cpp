@@ -1,0 +1,124 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "apps/store/Names.h"
+#include "apps/store/detail/SqliteStore.h"
+
+namespace Fleet {
+
+namespace fs = std::filesystem;
+
+SqliteReader::SqliteReader( std::string directory )
+   : directory_( std::move( directory ) ) {}
+
+std::string SqliteReader::path( const std::string& router,
+                                const char* ending ) const {
+   return directory_ + '/' + router + ending;
+}
+
+std::vector<std::string> SqliteReader::routers() {
+   std::error_code error;
+   const fs::directory_iterator all( directory_, error );
+   if ( error ) throw StoreMissing( directory_ + ": " + error.message() );
+   std::vector<std::string> names;
+   for ( const auto& entry : all ) {
+      if ( entry.path().extension() == ".sqlite" &&
+           isName( entry.path().stem().string() ) )
+         names.push_back( entry.path().stem().string() );
+   }
+   std::sort( names.begin(), names.end() );
+   return names;
+}
+
+Database& SqliteReader::database( const std::string& router ) {
+   const auto found = open_.find( router );
+   if ( found != open_.end() ) return found->second;
+   if ( !isName( router ) ) throw StoreMissing( "No router has such a name" );
+   if ( open_.size() == maxOpen ) open_.clear();
+   Database& opened =
+      open_.try_emplace( router, path( router, ".sqlite" ), Database::readOnly )
+         .first->second;
+   const int64_t format = opened.number( "PRAGMA user_version" );
+   if ( format == storeFormat ) return opened;
+   open_.erase( router );
+   if ( format == 0 ) throw StoreMissing( router + " has no state yet" );
+   throw StoreFormat( fmt::format( "{} has format {}, and this program knows {}",
+                                   path( router, ".sqlite" ), format,
+                                   storeFormat ) );
+}
+
+bool SqliteReader::lives( const std::string& router ) {
+   return FileLease::held( path( router, ".lock" ) );
+}
+
+std::map<std::string, std::string> SqliteReader::values(
+   const std::string& router, const std::vector<std::string>& keys ) {
+   std::map<std::string, std::string> found;
+   Statement select( database( router ), "SELECT value FROM state WHERE key=?" );
+   for ( const std::string& key : keys ) {
+      select.bind( key );
+      if ( select.row() ) found[key] = select.text( 0 );
+      select.reset();
+   }
+   return found;
+}
+
+void SqliteReader::each(
+   const std::string& router, const std::string& prefix,
+   const std::function<void( const std::string&, const std::string& )>& call ) {
+   Statement select( database( router ),
+                     "SELECT key, value FROM state WHERE key >= ? AND key < ?"
+                     " ORDER BY key" );
+   // No key holds a byte above the letters.
+   const std::string end = prefix + '\x7f';
+   select.bind( prefix ).bind( end );
+   while ( select.row() )
+      call( std::string( select.text( 0 ) ), std::string( select.text( 1 ) ) );
+}
+
+void SqliteReader::history( const std::string& router, const Past& past,
+                            const std::function<void( const Event& )>& call ) {
+   std::string sql =
+      "SELECT at, vrf, version, grp, src, op, body FROM change"
+      " WHERE at >= ? AND at <= ?";
+   if ( !past.group.empty() ) sql += " AND grp = ?";
+   if ( !past.source.empty() ) sql += " AND (src = ? OR src = '*')";
+   if ( !past.vrf.empty() ) sql += " AND vrf = ?";
+   if ( past.ipVersion != 0 ) sql += " AND version = ?";
+   Statement select( database( router ), ( sql + " ORDER BY at, id" ).c_str() );
+   select.bind( past.since ).bind( past.until );
+   if ( !past.group.empty() ) select.bind( past.group );
+   if ( !past.source.empty() ) select.bind( past.source );
+   if ( !past.vrf.empty() ) select.bind( past.vrf );
+   if ( past.ipVersion != 0 ) select.bind( int64_t{ past.ipVersion } );
+   while ( select.row() )
+      call( { select.number( 0 ), std::string( select.text( 1 ) ),
+              static_cast<uint32_t>( select.number( 2 ) ),
+              std::string( select.text( 3 ) ), std::string( select.text( 4 ) ),
+              std::string( select.text( 5 ) ), std::string( select.text( 6 ) ) } );
+}
+
+uint64_t SqliteReader::version( const std::string& router ) {
+   return static_cast<uint64_t>(
+      database( router ).number( "PRAGMA data_version" ) );
+}
+
+void SqliteReader::forget( const std::string& router ) {
+   const std::string file = path( router, ".sqlite" );
+   if ( access( file.c_str(), F_OK ) != 0 )
+      throw StoreMissing( file + " is missing" );
+   const FileLease lease( path( router, ".lock" ) );
+   open_.erase( router );
+   for ( const char* ending :
+         { ".sqlite-wal", ".sqlite-shm", ".lock", ".sqlite" } ) {
+      std::error_code error;
+      fs::remove( path( router, ending ), error );
+      if ( error )
+         throw StoreRefuses( path( router, ending ) + ": " + error.message() );
+   }
+}
+
+}

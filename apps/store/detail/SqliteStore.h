@@ -1,0 +1,85 @@
+// The store in a directory: ROUTER.sqlite holds a router's state and history,
+// ROUTER.lock says who records it.
+//
+//    meta(name, value)
+//    state(key, value, digest)
+//    change(id, at, vrf, version, grp, src, op, body)
+//
+// PRAGMA user_version is the format.
+#pragma once
+
+#include <optional>
+
+#include "apps/store/Store.h"
+#include "apps/store/detail/Database.h"
+
+namespace Fleet {
+
+// A recorder's right to a router: a lock that ends with the process.
+class FileLease {
+ public:
+   // Throws StoreHeld if another process has it, StoreRefuses if the file may not be
+   // made.
+   explicit FileLease( const std::string& path );
+   FileLease( const FileLease& ) = delete;
+   FileLease& operator=( const FileLease& ) = delete;
+   ~FileLease();
+
+   // Does any process hold the lease of the file?
+   static bool held( const std::string& path );
+
+ private:
+   int fd_;
+};
+
+class SqliteWriter : public Writer {
+ public:
+   SqliteWriter( const std::string& directory, const std::string& router,
+                 const Keeping& keeping );
+
+   std::map<std::string, Standing> standing() override;
+   void write( const std::vector<Event>& events,
+               const std::vector<Put>& puts ) override;
+   bool prune( int64_t now ) override;
+
+ private:
+   void open();
+   // Opens the file anew where another one, or none, has taken its place.
+   void followFile();
+   void writeEvents( const std::vector<Event>& events );
+   void writeState( const std::vector<Put>& puts );
+
+   std::string path_;
+   Keeping keeping_;
+   FileLease lease_;
+   std::optional<Database> database_;
+   uint64_t inode_ = 0;
+};
+
+class SqliteReader : public Reader {
+ public:
+   explicit SqliteReader( std::string directory );
+
+   std::vector<std::string> routers() override;
+   bool lives( const std::string& router ) override;
+   std::map<std::string, std::string> values(
+      const std::string& router, const std::vector<std::string>& keys ) override;
+   void each( const std::string& router, const std::string& prefix,
+              const std::function<void( const std::string&, const std::string& )>&
+                 call ) override;
+   void history( const std::string& router, const Past& past,
+                 const std::function<void( const Event& )>& call ) override;
+   uint64_t version( const std::string& router ) override;
+   void forget( const std::string& router ) override;
+
+ private:
+   static constexpr size_t maxOpen = 100;  // files
+
+   std::string path( const std::string& router, const char* ending ) const;
+   Database& database( const std::string& router );
+
+   std::string directory_;
+   std::map<std::string, Database> open_;
+};
+
+}

@@ -1,0 +1,187 @@
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+
+#include "apps/store/Names.h"
+#include "apps/store/detail/SqliteStore.h"
+
+namespace Fleet {
+
+namespace {
+
+constexpr mode_t kMode = 0640;
+
+std::string becauseOf( const std::string& path, int error ) {
+   return path + ": " + std::strerror( error );
+}
+
+struct flock wholeFile() {
+   struct flock range {};
+   range.l_type = F_WRLCK;
+   range.l_whence = SEEK_SET;
+   return range;
+}
+
+std::string holderOf( int fd ) {
+   std::array<char, 256> text{};
+   const ssize_t length = pread( fd, text.data(), text.size() - 1, 0 );
+   return length > 0 ? text.data() : "another process";
+}
+
+// The file must be there first, with its mode, which SQLite gives to those beside it.
+uint64_t makeFile( const std::string& path ) {
+   const int fd = open( path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode );
+   if ( fd < 0 ) throw StoreRefuses( becauseOf( path, errno ) );
+   struct stat status {};
+   fstat( fd, &status );
+   close( fd );
+   return status.st_ino;
+}
+
+constexpr const char* kTables =
+   "CREATE TABLE meta(name TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID;"
+   "CREATE TABLE state(key TEXT PRIMARY KEY, value TEXT, digest INTEGER)"
+   " WITHOUT ROWID;"
+   "CREATE TABLE change(id INTEGER PRIMARY KEY, at INTEGER, vrf TEXT,"
+   " version INTEGER, grp TEXT, src TEXT, op TEXT, body TEXT);"
+   "CREATE INDEX change_group ON change(grp, at);"
+   "CREATE INDEX change_at ON change(at);"
+   "PRAGMA user_version=1";
+static_assert( storeFormat == 1 );
+
+}
+
+FileLease::FileLease( const std::string& path )
+   : fd_( open( path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode ) ) {
+   if ( fd_ < 0 ) throw StoreRefuses( becauseOf( path, errno ) );
+   struct flock range = wholeFile();
+   if ( fcntl( fd_, F_OFD_SETLK, &range ) != 0 ) {
+      const std::string holder = holderOf( fd_ );
+      close( fd_ );
+      throw StoreHeld( fmt::format( "{}: {} records this router", path, holder ) );
+   }
+   const std::string text =
+      fmt::format( "process {} on {}", getpid(), hostRouter() );
+   if ( ftruncate( fd_, 0 ) != 0 ||
+        pwrite( fd_, text.data(), text.size(), 0 ) < 0 ) {
+      // The lock holds all the same; only its holder's name is missing.
+   }
+}
+
+FileLease::~FileLease() {
+   close( fd_ );
+}
+
+bool FileLease::held( const std::string& path ) {
+   const int fd = open( path.c_str(), O_RDONLY | O_CLOEXEC );
+   if ( fd < 0 ) return false;
+   struct flock range = wholeFile();
+   range.l_type = F_RDLCK;
+   const bool held =
+      fcntl( fd, F_OFD_GETLK, &range ) == 0 && range.l_type != F_UNLCK;
+   close( fd );
+   return held;
+}
+
+SqliteWriter::SqliteWriter( const std::string& directory, const std::string& router,
+                            const Keeping& keeping )
+   : path_( directory + '/' + router + ".sqlite" ),
+     keeping_( keeping ),
+     lease_( directory + '/' + router + ".lock" ) {
+   open();
+}
+
+void SqliteWriter::open() {
+   database_.reset();
+   inode_ = makeFile( path_ );
+   database_.emplace( path_, Database::readWrite );
+   Database& database = *database_;
+   const int64_t format = database.number( "PRAGMA user_version" );
+   if ( format > storeFormat )
+      throw StoreFormat( fmt::format( "{} has format {}, and this program knows {}",
+                                      path_, format, storeFormat ) );
+   database.number( "PRAGMA journal_mode=WAL" );
+   database.run( "PRAGMA synchronous=NORMAL" );
+   database.keepLog();
+   if ( format == storeFormat ) return;
+   Transaction transaction( database );
+   database.run( kTables );
+   transaction.commit();
+}
+
+void SqliteWriter::followFile() {
+   struct stat status {};
+   const bool there = stat( path_.c_str(), &status ) == 0;
+   if ( there && status.st_ino == inode_ ) return;
+   open();
+   throw StoreAway( path_ + " has been replaced" );
+}
+
+std::map<std::string, Writer::Standing> SqliteWriter::standing() {
+   std::map<std::string, Standing> all;
+   Statement select( *database_, "SELECT key, value, digest FROM state" );
+   while ( select.row() )
+      all[std::string( select.text( 0 ) )] = {
+         static_cast<uint64_t>( select.number( 2 ) ),
+         std::string( select.text( 1 ) ) };
+   return all;
+}
+
+void SqliteWriter::writeEvents( const std::vector<Event>& events ) {
+   if ( events.empty() ) return;
+   Statement insert( *database_,
+                     "INSERT INTO change(at, vrf, version, grp, src, op, body)"
+                     " VALUES(?,?,?,?,?,?,?)" );
+   for ( const Event& event : events ) {
+      insert.bind( event.at ).bind( event.vrf ).bind( int64_t{ event.ipVersion } );
+      insert.bind( event.group ).bind( event.source );
+      insert.bind( event.op ).bind( event.body ).run();
+   }
+}
+
+void SqliteWriter::writeState( const std::vector<Put>& puts ) {
+   Statement insert( *database_,
+                     "INSERT OR REPLACE INTO state(key, value, digest)"
+                     " VALUES(?,?,?)" );
+   Statement remove( *database_, "DELETE FROM state WHERE key=?" );
+   for ( const Put& put : puts ) {
+      if ( !put.value ) {
+         remove.bind( put.key ).run();
+      } else {
+         insert.bind( put.key ).bind( *put.value );
+         insert.bind( static_cast<int64_t>( put.digest ) ).run();
+      }
+   }
+}
+
+void SqliteWriter::write( const std::vector<Event>& events,
+                          const std::vector<Put>& puts ) {
+   followFile();
+   Transaction transaction( *database_ );
+   writeEvents( events );
+   writeState( puts );
+   transaction.commit();
+}
+
+bool SqliteWriter::prune( int64_t now ) {
+   constexpr int64_t kSome = 1000;  // rows
+   const auto oldest = now - static_cast<int64_t>( keeping_.age * 1000 );
+   const int64_t used = ( database_->number( "PRAGMA page_count" ) -
+                          database_->number( "PRAGMA freelist_count" ) ) *
+                        database_->number( "PRAGMA page_size" );
+   const bool tooMuch = static_cast<uint64_t>( used ) > keeping_.bytes;
+   Transaction transaction( *database_ );
+   const int64_t before = database_->number( "SELECT min(id) FROM change" );
+   Statement remove( *database_,
+                     "DELETE FROM change WHERE id < ? AND (at < ? OR ?)" );
+   remove.bind( before + kSome ).bind( oldest ).bind( int64_t{ tooMuch } ).run();
+   const int64_t after = database_->number( "SELECT min(id) FROM change" );
+   transaction.commit();
+   return after > before && after - before >= kSome;
+}
+
+}

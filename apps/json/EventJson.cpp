@@ -47,4 +47,74 @@ Json eventJson( const Logged& logged ) {
    return json;
 }
 
+namespace {
+
+// Reads members of an untrusted object.
+class Members {
+ public:
+   explicit Members( const Json& json ) : json_( json ) {}
+
+   std::string text( const char* name ) const {
+      const Json value = member( name );
+      return value.is_string() ? value.get<std::string>() : "";
+   }
+   template <class Enum>
+   Enum enumerator( const char* name ) const {
+      try {
+         return static_cast<Enum>( Mox::enumInstance<Enum>( Mox::StringView( text( name ) ) ) );
+      } catch ( const Mox::Error& ) {
+         return Enum();
+      }
+   }
+   Vantu::IpGenAddr address( const char* name ) const {
+      try {
+         return Vantu::IpGenAddr( text( name ) );
+      } catch ( const Mox::Error& ) {
+         return {};
+      }
+   }
+   Vantu::IntfId intf( const char* name ) const {
+      const std::string value = text( name );
+      if ( value.size() > Vantu::IntfId::maxLength ) return {};
+      return Vantu::IntfId( value );
+   }
+   uint32_t number( const char* name ) const {
+      const Json value = member( name );
+      return value.is_number_unsigned() ? value.get<uint32_t>() : 0;
+   }
+
+ private:
+   Json member( const char* name ) const {
+      return json_.is_object() ? json_.value( name, Json() ) : Json();
+   }
+
+   const Json& json_;
+};
+
+}
+
+Published::Event eventOf( const Json& json ) {
+   const Members of( json );
+   Published::Event event;
+   event.kind = of.enumerator<Published::EventKind>( "event" );
+   event.cause = of.enumerator<Published::EventCause>( "cause" );
+   event.message = of.enumerator<Published::MessageKind>( "message" );
+   event.refusal = of.enumerator<Published::Refusal>( "refusal" );
+   event.ipVersion = of.text( "family" ) == "ipv6"   ? 6
+                     : of.text( "family" ) == "ipv4" ? 4
+                                                     : 0;
+   event.group = of.address( "group" );
+   event.source = of.address( "source-address" );
+   if ( event.source.isUnspecified() )
+      event.source = Vantu::IpGenAddr::unspecified( event.group.family() );
+   event.intf = of.intf( "interface" );
+   event.otherIntf = of.intf( "former-interface" );
+   event.address = of.address( "address" );
+   event.otherAddress = of.address( "former-address" );
+   event.preference = of.number( "preference" );
+   event.metric = of.number( "metric" );
+   event.value = of.number( "value" );
+   return event;
+}
+
 }

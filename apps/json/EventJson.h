@@ -10,4 +10,8 @@ namespace Show {
 // Absent values are left out; times are UTC.
 nlohmann::ordered_json eventJson( const Logged& logged );
 
+// The event of such an object, without its times; what is missing or no value of its
+// member stays at its default.
+Published::Event eventOf( const nlohmann::ordered_json& json );
+
 }

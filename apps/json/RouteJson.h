@@ -6,6 +6,7 @@
 
 #include "apps/mirror/Rates.h"
 #include "apps/mirror/RouteFilter.h"
+#include "published/GroupRanges.h"
 
 namespace Show {
 
@@ -16,6 +17,36 @@ std::vector<nlohmann::ordered_json> routeEntries( const Mirror& mirror,
                                                   const RouteFilter& filter,
                                                   double now,
                                                   const Rates* rates = nullptr );
+
+// Makes the entries of single routes of a mirror; a copy of the moment's group ranges.
+class RouteEntries {
+ public:
+   enum Times { noTimes, times };
+
+   // The filter chooses interfaces. `withTimes`: with the times of routes and joins, as
+   // time since. Both arguments outlive it.
+   RouteEntries( const Mirror& mirror, const RouteFilter& filter,
+                 Times withTimes = times, double now = 0.0 );
+
+   // One or two.
+   std::vector<nlohmann::ordered_json> of( const Route& route ) const;
+
+ private:
+   nlohmann::ordered_json entry( const Route& route ) const;
+   // The source's incoming path on the RP tree, and the interfaces that pruned it
+   // there.
+   nlohmann::ordered_json rpt( const Route& route ) const;
+   nlohmann::ordered_json interface( const Route& route, const Intf& intf ) const;
+   void addGroup( nlohmann::ordered_json& json, const Route& route ) const;
+   void addSince( nlohmann::ordered_json& json, const char* name,
+                  double time ) const;
+
+   const Mirror& mirror_;
+   const RouteFilter& filter_;
+   Published::GroupRanges ranges_;
+   Times times_;
+   double now_;
+};
 
 // The counters (null: unknown) and the rate of a stream, as far as they are known: no
 // members without any.

@@ -19,19 +19,26 @@ Json instance( const std::string& vrf, Json routing ) {
 
 }
 
-Json envelope( const Mirror& mirror, const char* member, Json value ) {
+Json yangData( const std::string& vrf, Vantu::AddressFamily ipFamily,
+               const char* member, Json value ) {
    Json family;
-   family["address-family"] = "ietf-routing:" + familyName( mirror.family );
+   family["address-family"] = "ietf-routing:" + familyName( ipFamily );
    if ( !value.is_null() ) family[member] = std::move( value );
    Json routing;
    routing["control-plane-protocols"]["ietf-pim-base:pim"]["address-family"]
       .push_back( std::move( family ) );
    Json json;
+   json["ietf-network-instance:network-instances"]["network-instance"].push_back(
+      instance( vrf, std::move( routing ) ) );
+   return json;
+}
+
+Json envelope( const Mirror& mirror, const char* member, Json value ) {
+   Json json;
    json["vrf"] = mirror.vrf();
    json["family"] = familyName( mirror.family );
    json["writer"] = mirror.writerText();
-   json["data"]["ietf-network-instance:network-instances"]["network-instance"]
-      .push_back( instance( mirror.vrf(), std::move( routing ) ) );
+   json["data"] = yangData( mirror.vrf(), mirror.family, member, std::move( value ) );
    return json;
 }
 

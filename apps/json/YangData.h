@@ -9,9 +9,13 @@
 
 namespace Show {
 
-// The vrf, family, writer and data of a mirror. The data are the VRF's network
-// instance (RFC 8529), which holds this one member of the family's PIM state; none if the
-// value is null, for unknown.
+// A VRF's network instance (RFC 8529), which holds this one member of the family's PIM
+// state; none if the value is null, for unknown.
+nlohmann::ordered_json yangData( const std::string& vrf,
+                                 Vantu::AddressFamily family, const char* member,
+                                 nlohmann::ordered_json value );
+
+// The vrf, family, writer and yangData() of a mirror.
 nlohmann::ordered_json envelope( const Mirror& mirror, const char* member,
                                  nlohmann::ordered_json value );
 

@@ -84,14 +84,34 @@ std::vector<std::string> Events::problems() const {
    return out;
 }
 
-std::string utcOf( double time ) {
+bool isReason( Published::EventKind kind ) {
+   return kind != Published::forwardBegan && kind != Published::forwardEnded &&
+          kind != Published::joinSent && kind != Published::pruneSent &&
+          kind != Published::entryWritten && kind != Published::entryRemoved;
+}
+
+double monotonicNow() {
+   return clockOf( CLOCK_MONOTONIC );
+}
+
+int64_t utcMilliseconds( double time ) {
    const double wall =
       time + clockOf( CLOCK_REALTIME ) - clockOf( CLOCK_MONOTONIC );
-   const double whole = std::floor( wall );
-   const auto seconds = static_cast<std::time_t>( whole );
-   const auto thousandths = static_cast<unsigned>( ( wall - whole ) * 1000 );
-   return fmt::format( "{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime( seconds ),
-                       thousandths );
+   return static_cast<int64_t>( std::floor( wall * 1000 ) );
+}
+
+std::string utcText( int64_t milliseconds ) {
+   constexpr int64_t kSecond = 1000;
+   // Years of more than four digits are none that a clock shows.
+   constexpr int64_t kLatest = 253402300799 * kSecond;
+   const int64_t bounded = std::clamp( milliseconds, int64_t{ 0 }, kLatest );
+   return fmt::format( "{:%Y-%m-%dT%H:%M:%S}.{:03}Z",
+                       fmt::gmtime( static_cast<std::time_t>( bounded / kSecond ) ),
+                       bounded % kSecond );
+}
+
+std::string utcOf( double time ) {
+   return utcText( utcMilliseconds( time ) );
 }
 
 std::vector<Published::EventKind> eventKinds( const std::string& word ) {

@@ -47,8 +47,18 @@ class Events {
    Published::EventReader mfib_;
 };
 
+// Can it be why a state changed? That an interface forwards, or what was sent to others,
+// follows from another event.
+bool isReason( Published::EventKind kind );
+
+// CLOCK_MONOTONIC now, s.
+double monotonicNow();
+
 // "2024-05-01T10:00:02.114Z" of a time on CLOCK_MONOTONIC, by today's clocks.
 std::string utcOf( double time );
+// The same in ms since 1970, and their text.
+int64_t utcMilliseconds( double time );
+std::string utcText( int64_t milliseconds );
 
 // The kinds whose names contain the word: "join" is joinCame, joinGone and more.
 // Empty: none.

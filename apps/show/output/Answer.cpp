@@ -7,7 +7,9 @@
 #include <iostream>
 #include <map>
 
+#include "apps/json/RegisterJson.h"
 #include "apps/json/RouteJson.h"
+#include "apps/json/RpJson.h"
 #include "apps/json/YangData.h"
 #include "apps/program/Output.h"
 #include "apps/show/metrics/MetricsReport.h"

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 
+#include "apps/json/LinkJson.h"
 #include "apps/json/YangData.h"
 #include "apps/mirror/AgentTables.h"
 #include "apps/program/Printable.h"
@@ -132,24 +133,6 @@ void addMessages( Json& json, const char* name, const Messages& messages,
          { { key, type }, { "count", std::to_string( count ) } } );
 }
 
-void addPublished( Json& json, const Published::Interface& intf, double now ) {
-   json["address"] = Vantu::valueToStrep( intf.address );
-   json["prefix-length"] = intf.prefixLength;
-   if ( intf.link != Published::linkUnknown )
-      json["state"] = yangName( stringValue( intf.link ), "link" );
-   if ( intf.link == Published::linkDown ) return;
-   json["designated-router"] = intf.iAmDr;
-   if ( !intf.dr.isUnspecified() )
-      json["dr-address"] = Vantu::valueToStrep( intf.dr );
-   json["neighbors"] = intf.neighbors;
-   if ( intf.speaks ) {
-      json["gen-id"] = intf.generationId;
-      json["hello-expiration"] = expirationJson( intf.nextHello - now );
-   }
-   if ( !intf.querier.isUnspecified() )
-      json["querier"] = Vantu::valueToStrep( intf.querier );
-}
-
 }
 
 std::string querierText( const Published::Interface& intf, double now ) {
@@ -217,7 +200,12 @@ Json interfacesJson( const Interfaces& interfaces, double now ) {
    for ( const auto& [name, totals] : interfaces ) {
       Json json;
       json["name"] = name;
-      if ( totals.published ) addPublished( json, *totals.published, now );
+      if ( totals.published ) {
+         addInterface( json, *totals.published );
+         if ( totals.published->speaks && !isDown( totals ) )
+            json["hello-expiration"] =
+               expirationJson( totals.published->nextHello - now );
+      }
       json["incoming"] = totals.incoming;
       json["records"] = totals.records;
       json["joins"] = totals.joins;

@@ -4,7 +4,8 @@
 
 #include <algorithm>
 
-#include "apps/show/text/Words.h"
+#include "apps/json/ChangeJson.h"
+#include "apps/json/YangData.h"
 
 namespace Show {
 
@@ -12,9 +13,14 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
+struct Field {
+   std::string name;
+   Json before, after;
+};
+
 // Leaves out of the path to the source or RP the values that the incoming interface
 // and neighbour already show.
-std::vector<Change::Field> toldOnce( std::vector<Change::Field> fields ) {
+std::vector<Field> toldOnce( std::vector<Field> fields ) {
    const auto named = [&]( const char* name ) {
       return std::find_if( fields.begin(), fields.end(), [&]( const auto& field ) {
          return field.name == name;
@@ -27,13 +33,13 @@ std::vector<Change::Field> toldOnce( std::vector<Change::Field> fields ) {
            std::pair( "neighbor", "rpf-neighbor" ) } ) {
       const auto told = named( name );
       const auto same = [part = part]( const Json& path, const Json& value ) {
-         return ( path.is_null() ? Json() : path.value( part, Json() ) ) == value;
+         return ( path.is_object() ? path.value( part, Json() ) : Json() ) == value;
       };
       if ( told == fields.end() || !same( rpf->before, told->before ) ||
            !same( rpf->after, told->after ) )
          continue;
-      if ( !rpf->before.is_null() ) rpf->before.erase( part );
-      if ( !rpf->after.is_null() ) rpf->after.erase( part );
+      if ( rpf->before.is_object() ) rpf->before.erase( part );
+      if ( rpf->after.is_object() ) rpf->after.erase( part );
    }
    return fields;
 }
@@ -41,7 +47,8 @@ std::vector<Change::Field> toldOnce( std::vector<Change::Field> fields ) {
 std::string fieldText( const Json& value ) {
    if ( value.is_null() ) return "none";
    if ( value.is_boolean() ) return value.get<bool>() ? "yes" : "no";
-   return value.is_string() ? value.get<std::string>() : value.dump();
+   if ( value.is_string() ) return value.get<std::string>();
+   return jsonText( value );
 }
 
 // Adds an object member by member, leaving out equal ones.
@@ -49,8 +56,8 @@ void addField( std::string& text, const std::string& name, const Json& before,
                const Json& after, bool update ) {
    if ( before == after ) return;
    if ( before.is_object() || after.is_object() ) {
-      const Json old = before.is_null() ? Json::object() : before;
-      const Json now = after.is_null() ? Json::object() : after;
+      const Json old = before.is_object() ? before : Json::object();
+      const Json now = after.is_object() ? after : Json::object();
       Json all = old;
       all.update( now );
       for ( const auto& [part, ignored] : all.items() )
@@ -64,6 +71,52 @@ void addField( std::string& text, const std::string& name, const Json& before,
    text += fieldText( after );
 }
 
+std::vector<Field> fieldsOf( const Json& line ) {
+   std::vector<Field> fields;
+   const Json changed = line.value( "changed", Json() );
+   if ( !changed.is_object() ) return fields;
+   for ( const auto& [name, pair] : changed.items() ) {
+      if ( pair.is_array() && pair.size() == 2 )
+         fields.push_back( { name, pair[0], pair[1] } );
+   }
+   return toldOnce( std::move( fields ) );
+}
+
+// "(S, G) eth2", "(S, G, rpt)"; of other things interface, address, groups.
+std::string thingText( const Json& line ) {
+   const auto of = [&line]( const char* name ) {
+      const auto found = line.find( name );
+      return found != line.end() && found->is_string() ? found->get<std::string>()
+                                                       : std::string();
+   };
+   std::string text;
+   if ( !of( "group" ).empty() ) {
+      const bool rpt =
+         line.value( "is-rpt", Json() ) == true && of( "source-address" ) != "*";
+      text = fmt::format( " ({}, {}{})", of( "source-address" ), of( "group" ),
+                          rpt ? ", rpt" : "" );
+   }
+   for ( const char* name : { "interface", "address", "groups" } ) {
+      if ( !of( name ).empty() ) text += ' ' + of( name );
+   }
+   return text;
+}
+
+}
+
+std::string changeWords( const Json& line ) {
+   const Json op = line.value( "op", Json() );
+   std::string text = op.is_string() ? op.get<std::string>() : "unknown";
+   if ( text == "sweep" )
+      return text + ": fell behind, values in between are skipped";
+   const bool update = text.ends_with( "update" );
+   const bool gone = text == "delete" || text.ends_with( "-gone" );
+   text += thingText( line );
+   std::string fields;
+   for ( const Field& field : fieldsOf( line ) )
+      addField( fields, field.name.substr( field.name.find( ':' ) + 1 ),
+                field.before, field.after, update );
+   return gone || fields.empty() ? text : text + ": " + fields;
 }
 
 std::string changeText( const Mirror& mirror, const Change& change,
@@ -73,20 +126,8 @@ std::string changeText( const Mirror& mirror, const Change& change,
    const std::string where = mirror.vrf() + ' ' + familyName( mirror.family );
    if ( op == "vrf-gone" ) return clockTime + " vrf " + where + " is gone";
    if ( op == "vrf-new" ) return clockTime + " vrf " + where + " is new";
-   std::string text = clockTime + ' ' + where + ' ' + change.op;
-   if ( op == "sweep" )
-      return text + ": fell behind, values in between are skipped";
-   if ( change.key == Routing::Pim::RouteKey() ) return text;
-   std::string key = keyText( change.key );
-   if ( change.rpt ) key.insert( key.size() - 1, ", rpt" );
-   text += ' ' + key;
-   if ( !change.intfId.empty() ) text += ' ' + std::string( change.intfId.name() );
-   if ( op == "delete" ) return text;
-   std::string fields;
-   for ( const Change::Field& field : toldOnce( change.fields ) )
-      addField( fields, field.name.substr( field.name.find( ':' ) + 1 ),
-                field.before, field.after, op == "update" );
-   return text + ": " + fields;
+   return clockTime + ' ' + where + ' ' +
+          changeWords( changeJson( mirror, change, time ) );
 }
 
 }

@@ -246,20 +246,25 @@ std::string eventText( const Event& event ) {
    return Mox::String( valueToStrep( event.kind ) );
 }
 
-std::string eventLine( const Logged& logged, double now ) {
-   const Event& event = logged.event;
-   std::string out = utcOf( event.at ).substr( 11, 12 );
-   out += fmt::format( " {:>6}", spanText( now - event.at ) );
-   if ( !event.vrf.text().empty() )
-      out += "  " + Programs::printable( event.vrf.text() ) +
-             ( event.ipVersion == 6 ? " ipv6" : " ipv4" );
+std::string eventWords( const Event& event ) {
+   std::string out;
    if ( event.group.isMulticast() )
-      out += "  " + keyText( { event.source, event.group } );
+      out += keyText( { event.source, event.group } ) + "  ";
    const bool told = event.kind == Published::routeCame ||
                      event.kind == Published::rpfChanged ||
                      event.kind == Published::entryWritten;
-   if ( !event.intf.empty() && !told ) out += "  " + nameText( event.intf );
-   out += "  " + eventText( event );
+   if ( !event.intf.empty() && !told ) out += nameText( event.intf ) + "  ";
+   return out + eventText( event );
+}
+
+std::string eventLine( const Logged& logged, double now ) {
+   const Event& event = logged.event;
+   std::string out = utcOf( event.at ).substr( 11, 12 );
+   out += fmt::format( " {:>6}  ", spanText( now - event.at ) );
+   if ( !event.vrf.text().empty() )
+      out += Programs::printable( event.vrf.text() ) +
+             ( event.ipVersion == 6 ? " ipv6  " : " ipv4  " );
+   out += eventWords( event );
    if ( logged.count > 1 )
       out += fmt::format( ", {} times, last {} ago", logged.count,
                           spanText( now - logged.last ) );

@@ -2,17 +2,6 @@
 
 namespace Show {
 
-namespace {
-
-// That it forwards, or what was sent to others, follows from the reason.
-bool isReason( Published::EventKind kind ) {
-   return kind != Published::forwardBegan && kind != Published::forwardEnded &&
-          kind != Published::joinSent && kind != Published::pruneSent &&
-          kind != Published::entryWritten && kind != Published::entryRemoved;
-}
-
-}
-
 void Reasons::take( double now ) {
    for ( Logged& logged : events_.take() ) {
       const Published::Event& event = logged.event;

@@ -43,6 +43,8 @@ class SqliteWriter : public Writer {
    bool prune( int64_t now ) override;
 
  private:
+   // Makes the directory unless it is there.
+   static std::string made( const std::string& directory );
    void open();
    // Opens the file anew where another one, or none, has taken its place.
    void followFile();

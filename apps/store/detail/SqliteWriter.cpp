@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstring>
+#include <filesystem>
 
 #include "apps/store/Names.h"
 #include "apps/store/detail/SqliteStore.h"
@@ -17,6 +18,13 @@ constexpr mode_t kMode = 0640;
 
 std::string becauseOf( const std::string& path, int error ) {
    return path + ": " + std::strerror( error );
+}
+
+[[noreturn]] void cannotOpen( const std::string& path, int error ) {
+   if ( error == ENOSPC || error == EDQUOT || error == EIO || error == EMFILE ||
+        error == ENFILE )
+      throw StoreAway( becauseOf( path, error ) );
+   throw StoreRefuses( becauseOf( path, error ) );
 }
 
 struct flock wholeFile() {
@@ -35,7 +43,7 @@ std::string holderOf( int fd ) {
 // The file must be there first, with its mode, which SQLite gives to those beside it.
 uint64_t makeFile( const std::string& path ) {
    const int fd = open( path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode );
-   if ( fd < 0 ) throw StoreRefuses( becauseOf( path, errno ) );
+   if ( fd < 0 ) cannotOpen( path, errno );
    struct stat status {};
    fstat( fd, &status );
    close( fd );
@@ -57,7 +65,7 @@ static_assert( storeFormat == 1 );
 
 FileLease::FileLease( const std::string& path )
    : fd_( open( path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode ) ) {
-   if ( fd_ < 0 ) throw StoreRefuses( becauseOf( path, errno ) );
+   if ( fd_ < 0 ) cannotOpen( path, errno );
    struct flock range = wholeFile();
    if ( fcntl( fd_, F_OFD_SETLK, &range ) != 0 ) {
       const std::string holder = holderOf( fd_ );
@@ -87,9 +95,16 @@ bool FileLease::held( const std::string& path ) {
    return held;
 }
 
+std::string SqliteWriter::made( const std::string& directory ) {
+   std::error_code error;
+   std::filesystem::create_directories( directory, error );
+   if ( error ) throw StoreRefuses( directory + ": " + error.message() );
+   return directory;
+}
+
 SqliteWriter::SqliteWriter( const std::string& directory, const std::string& router,
                             const Keeping& keeping )
-   : path_( directory + '/' + router + ".sqlite" ),
+   : path_( made( directory ) + '/' + router + ".sqlite" ),
      keeping_( keeping ),
      lease_( directory + '/' + router + ".lock" ) {
    open();

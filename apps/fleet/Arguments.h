@@ -1,0 +1,43 @@
+// The command line of pimsm-fleet.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "apps/fleet/answers/History.h"
+#include "apps/fleet/answers/Top.h"
+#include "apps/mirror/RouteFilter.h"
+
+namespace Fleet {
+
+enum Command {
+   routesCommand,
+   historyCommand,
+   topCommand,
+   routersCommand,
+   forgetCommand
+};
+
+struct Arguments {
+   Command command = routesCommand;
+   std::string store;
+   std::string router = "all";
+   Wanted wanted;
+   bool json = false;
+   bool jsonLines = false;
+   Show::RouteFilter filter;  // of routes
+   bool oneline = false;
+   bool count = false;
+   HistoryQuestion question;
+   std::optional<double> since;  // s ago; nothing: since ever
+   bool follow = false;
+   TopBy by = TopBy::rate;
+   size_t first = 10;
+   std::string forgotten;
+};
+
+// Throws Programs::WrongUsage with a line about the error. Returns nothing when help or
+// the version was asked for and is printed.
+std::optional<Arguments> parseArguments( int argc, char** argv );
+
+}

@@ -1,0 +1,348 @@
+#include "apps/record/Recorder.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+
+#include "apps/json/YangData.h"
+#include "apps/mirror/Events.h"
+#include "apps/store/Names.h"
+
+namespace Fleet {
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+uint64_t randomWord() {
+   std::random_device device;
+   return uint64_t{ device() } << 32U | device();
+}
+
+}
+
+Recorder::Recorder( Show::Mirrors& mirrors, const RecorderOptions& options,
+                    StoreThread::Open open, Say say )
+   : Notifiee( &mirrors.clock() ),
+     mirrors_( mirrors ),
+     options_( options ),
+     say_( std::move( say ) ),
+     instance_( hexText( randomWord() ) ),
+     history_( options.router, instance_ ),
+     log_( options.selection.root ),
+     turnEnd_( mirrors.loop(), [this] { ++turn_; } ),
+     store_(
+        mirrors.loop(), std::move( open ),
+        [this]( StoreThread::Answer answer ) { handleDone( std::move( answer ) ); },
+        [this]( const std::string& why ) {
+           counts_.away = true;
+           ++counts_.outages;
+           say_( why + "; trying again until it succeeds" );
+        } ) {
+   recorder_ = { { "format", storeFormat },
+                 { "version", PIMSM_VERSION },
+                 { "boot", bootId() },
+                 { "instance", instance_ },
+                 { "host", hostRouter() },
+                 { "pid", getpid() },
+                 { "started", Show::utcOf( mirrors.now() ) },
+                 { "complete", false } };
+   follow();
+}
+
+Recorder::~Recorder() = default;
+
+void Recorder::rethrow() const {
+   if ( end_ != nullptr ) std::rethrow_exception( end_ );
+}
+
+std::string Recorder::metrics() const {
+   std::string text;
+   const auto add = [&]( const char* name, const char* type, const char* help,
+                         uint64_t value ) {
+      text += fmt::format(
+         "# HELP pimsm_record_{0} {1}\n# TYPE pimsm_record_{0} {2}\n"
+         "pimsm_record_{0} {3}\n",
+         name, help, type, value );
+   };
+   add( "store_up", "gauge", "Does the store take what is written?",
+        counts_.away || !open_ ? 0 : 1 );
+   add( "complete", "gauge", "Does the store have all that the tables have?",
+        counts_.complete ? 1 : 0 );
+   add( "queued_keys", "gauge", "Keys that wait to be written.", counts_.queued );
+   add( "puts_total", "counter", "Values written.", counts_.puts );
+   add( "deletes_total", "counter", "Values removed.", counts_.deletes );
+   add( "events_total", "counter", "Lines of history written.", counts_.events );
+   add( "comparisons_total", "counter", "Comparisons of the store with the tables.",
+        counts_.compared );
+   add( "outages_total", "counter", "Times that the store could not be reached.",
+        counts_.outages );
+   add( "too_large_total", "counter", "Values left out for their size.",
+        counts_.tooLarge );
+   return text;
+}
+
+void Recorder::wakeBy( double time ) {
+   wakeupTimeIs( std::min( wakeupTime(), time ) );
+}
+
+void Recorder::touch( const Key& key ) {
+   scopes_[key.scope].queue.touch( key, mirrors_.now(), turn_, comparing_ );
+   wakeBy( mirrors_.now() + gathering );
+}
+
+void Recorder::onTime() {
+   const double now = mirrors_.now();
+   if ( now >= looked_ + looking ) look();
+   if ( open_ && now >= compared_ + comparing ) compare();
+   if ( open_ && !busy_ ) fill();
+   const bool more =
+      std::any_of( scopes_.begin(), scopes_.end(), [&]( const auto& each ) {
+         return each.second.watched != nullptr && !each.second.queue.empty() &&
+                !each.second.watched->rests( now );
+      } );
+   wakeupTimeIs( more && !busy_ ? now : looked_ + looking );
+   counts_.queued = 0;
+   for ( const auto& [scope, each] : scopes_ ) counts_.queued += each.queue.size();
+}
+
+void Recorder::look() {
+   looked_ = mirrors_.now();
+   mirrors_.rescan();
+   follow();
+   for ( auto& [scope, each] : scopes_ ) {
+      if ( each.watched == nullptr ) continue;
+      each.watched->lookAtWriter( looked_ );
+      if ( looked_ >= each.sampled + options_.sample ) sample( each );
+   }
+   if ( !open_ || busy_ ) return;
+   for ( Event& event : log_.take( history_ ) )
+      batch_.events.push_back( std::move( event ) );
+}
+
+void Recorder::sample( Scoped& scoped ) {
+   Watched& watched = *scoped.watched;
+   scoped.sampled = looked_;
+   for ( const uint32_t page : watched.samples().take( looked_ ) )
+      touch( { Key::rates, watched.scope(), {}, page } );
+   touch( { Key::top, watched.scope() } );
+   touch( { Key::table, watched.scope() } );
+}
+
+// Watches the VRFs that have come, and gives up those that have gone.
+void Recorder::follow() {
+   for ( const auto& mirror : mirrors_.all() ) {
+      Scoped& scoped = scopes_[{ mirror->vrf(), mirror->family }];
+      if ( scoped.watched != nullptr || !mirror->loaded() ||
+           mirror->problem().kind != Show::Mirror::Problem::none )
+         continue;
+      const bool isNew = open_ && !first_ && scoped.missingSince == 0.0;
+      scoped.watched =
+         std::make_unique<Watched>( *mirror, options_.sample, options_.top,
+                                    [this]( const Key& key ) { touch( key ); } );
+      scoped.missingSince = 0.0;
+      if ( isNew )
+         batch_.events.push_back(
+            history_.line( "vrf-new", scoped.watched->scope(), mirrors_.now() ) );
+      scoped.watched->touchAll();
+   }
+   const bool any = std::any_of(
+      scopes_.begin(), scopes_.end(),
+      []( const auto& each ) { return each.second.watched != nullptr; } );
+   std::vector<Scope> gone;
+   for ( auto& [scope, each] : scopes_ ) {
+      if ( each.watched != nullptr && each.watched->mirror().removed() )
+         gone.push_back( scope );
+      if ( each.watched != nullptr || !any || !open_ ) continue;
+      if ( each.missingSince == 0.0 ) each.missingSince = mirrors_.now();
+      if ( mirrors_.now() >= each.missingSince + lingering )
+         gone.push_back( scope );
+   }
+   for ( const Scope& scope : gone ) dropScope( scope );
+}
+
+void Recorder::dropScope( const Scope& scope ) {
+   const auto found = scopes_.find( scope );
+   if ( found->second.watched != nullptr ) {
+      const Show::Mirror& mirror = found->second.watched->mirror();
+      found->second.watched.reset();
+      mirrors_.drop( mirror );
+   }
+   scopes_.erase( found );
+   bool any = false;
+   for ( auto at = known_.begin(); at != known_.end(); ) {
+      if ( at->first.scope != scope || at->first.kind == Key::recorder ) {
+         ++at;
+         continue;
+      }
+      batch_.puts.push_back( { keyText( at->first ), std::nullopt } );
+      at = known_.erase( at );
+      any = true;
+   }
+   if ( any )
+      batch_.events.push_back( history_.line( "vrf-gone", scope, mirrors_.now() ) );
+}
+
+void Recorder::compare() {
+   compared_ = mirrors_.now();
+   comparing_ = true;
+   ++counts_.compared;
+   for ( auto& [scope, each] : scopes_ ) {
+      if ( each.watched != nullptr ) each.watched->touchAll();
+   }
+   for ( const auto& [key, known] : known_ ) {
+      if ( key.kind != Key::recorder ) touch( key );
+   }
+   comparing_ = false;
+}
+
+void Recorder::take( const StoreThread::Standing& standing ) {
+   known_.clear();
+   for ( const auto& [text, value] : standing ) {
+      if ( const auto key = parseKey( text ) ) {
+         known_[*key] = { value.digest, value.value };
+         continue;
+      }
+      batch_.puts.push_back( { text, std::nullopt } );
+   }
+   const auto recorder = known_.find( Key() );
+   if ( !open_ && recorder != known_.end() ) {
+      const Json former = Json::parse( recorder->second.text, nullptr, false );
+      if ( former.is_object() ) log_.positionIs( former.value( "log", Json() ) );
+   }
+   compare();
+}
+
+void Recorder::handleDone( StoreThread::Answer answer ) {
+   busy_ = false;
+   counts_.away = false;
+   if ( answer.end != nullptr ) {
+      busy_ = true;
+      end_ = answer.end;
+      mirrors_.loop().stop();
+      return;
+   }
+   if ( answer.standing ) {
+      first_ = !open_ && answer.standing->empty();
+      counts_.complete = false;
+      recorder_["complete"] = false;
+      take( *answer.standing );
+   }
+   if ( !open_ ) {
+      open_ = true;
+      Json more;
+      if ( first_ ) more["first"] = true;
+      batch_.events.push_back(
+         history_.line( "recorder-started", {}, mirrors_.now(), more ) );
+      putRecorder();
+   }
+   if ( answer.away > 0.0 ) {
+      say_( fmt::format( "the store is back after {:.1f} s", answer.away ) );
+      batch_.events.push_back(
+         history_.line( "store-back", {}, mirrors_.now(),
+                        { { "away", fmt::format( "{:.3f}", answer.away ) } } ) );
+   }
+   wakeBy( mirrors_.now() );
+}
+
+void Recorder::putRecorder() {
+   Json position = log_.position();
+   if ( !position.empty() ) recorder_["log"] = std::move( position );
+   const std::string text = Show::jsonText( recorder_ );
+   batch_.puts.push_back( { keyText( {} ), text, digestOf( text ) } );
+   known_[{}] = { digestOf( text ), text };
+}
+
+std::optional<Value> Recorder::counted( Watched& watched, const Key& key ) {
+   return key.kind == Key::rates ? watched.samples().page( key.page )
+                                 : watched.samples().top();
+}
+
+void Recorder::put( const Key& key, const Touch& touch,
+                    std::optional<Value> value ) {
+   const auto found = known_.find( key );
+   const bool stood = found != known_.end();
+   if ( !value && !stood ) return;
+   if ( value && stood && found->second.digest == value->digest ) return;
+   if ( value && value->text.size() > largestValue ) {
+      ++counts_.tooLarge;
+      if ( tooLarge_.insert( key ).second )
+         say_( fmt::format( "the value of {} has {} bytes and is left out",
+                            keyText( key ), value->text.size() ) );
+      return;
+   }
+   if ( !first_ ) {
+      for ( Event& event : history_.changes( key, stood ? found->second.text : "",
+                                             value ? value->text : "", touch ) )
+         batch_.events.push_back( std::move( event ) );
+   }
+   ++( value ? counts_.puts : counts_.deletes );
+   if ( !value ) {
+      batch_.puts.push_back( { keyText( key ), std::nullopt } );
+      known_.erase( found );
+      return;
+   }
+   batch_.puts.push_back( { keyText( key ), value->text, value->digest } );
+   known_[key] = { value->digest, std::move( value->text ) };
+}
+
+// True when the time is up.
+bool Recorder::fillFrom( Scoped& scoped, double until ) {
+   constexpr size_t kMost = 500;
+   // Of one turn: nothing changes while it lasts.
+   const Values values( scoped.watched->mirror() );
+   while ( !scoped.queue.empty() && batch_.puts.size() < kMost ) {
+      if ( mirrors_.now() >= until ) return true;
+      const auto [key, touched] = scoped.queue.take();
+      auto value = key.kind == Key::rates || key.kind == Key::top
+                      ? counted( *scoped.watched, key )
+                      : values.of( key );
+      const auto known = known_.find( key );
+      const bool routesFollow =
+         ( key.kind == Key::links || key.kind == Key::rps ) && value &&
+         known != known_.end() && known->second.digest != value->digest;
+      put( key, touched, std::move( value ) );
+      if ( routesFollow ) scoped.watched->touchRoutes();
+   }
+   return batch_.puts.size() >= kMost;
+}
+
+void Recorder::fill() {
+   constexpr double kSlice = 0.01;  // s
+   const double now = mirrors_.now();
+   for ( auto& [scope, each] : scopes_ ) {
+      if ( each.watched == nullptr || each.watched->rests( now ) ) continue;
+      if ( fillFrom( each, now + kSlice ) ) break;
+   }
+   const bool done = settled();
+   if ( done && !counts_.complete ) {
+      counts_.complete = true;
+      first_ = false;
+      recorder_["complete"] = true;
+      putRecorder();
+   } else if ( log_.position() != recorder_.value( "log", Json() ) &&
+               !log_.position().empty() ) {
+      putRecorder();
+   }
+   if ( batch_.empty() ) {
+      if ( done && options_.once ) mirrors_.loop().stop();
+      return;
+   }
+   counts_.events += batch_.events.size();
+   busy_ = true;
+   store_.write( std::exchange( batch_, {} ) );
+}
+
+// Has the store all that the tables have? Not before there are any.
+bool Recorder::settled() const {
+   bool any = false;
+   for ( const auto& [scope, each] : scopes_ ) {
+      if ( each.watched == nullptr || !each.queue.empty() ) return false;
+      any = true;
+   }
+   return any;
+}
+
+}

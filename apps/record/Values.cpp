@@ -1,0 +1,107 @@
+#include "apps/record/Values.h"
+
+#include <fstream>
+
+#include "apps/json/LinkJson.h"
+#include "apps/json/RegisterJson.h"
+#include "apps/json/RpJson.h"
+#include "apps/json/Trim.h"
+#include "apps/json/YangData.h"
+#include "apps/mirror/AgentTables.h"
+#include "apps/mirror/Events.h"
+
+namespace Fleet {
+
+using Json = nlohmann::ordered_json;
+
+Value valueOf( const Json& json ) {
+   std::string text = Show::jsonText( json );
+   const uint64_t digest = digestOf( text );
+   return { std::move( text ), digest };
+}
+
+const std::string& bootId() {
+   static const std::string id = [] {
+      std::ifstream file( "/proc/sys/kernel/random/boot_id" );
+      std::string text;
+      file >> text;
+      return text;
+   }();
+   return id;
+}
+
+Values::Values( const Show::Mirror& mirror )
+   : mirror_( mirror ), entries_( mirror, all_, Show::RouteEntries::noTimes ) {}
+
+std::optional<Value> Values::of( const Key& key ) const {
+   switch ( key.kind ) {
+      case Key::route:
+         return route( key.stream );
+      case Key::registers:
+         return registers( key.stream );
+      case Key::links:
+         return valueOf( Show::linksJson( mirror_ ) );
+      case Key::rps:
+         return valueOf(
+            { { "rp-range", Show::rpsJson( Show::selectRps( mirror_, {} ) ) } } );
+      case Key::table:
+         return table();
+      default:
+         return std::nullopt;
+   }
+}
+
+// A time on the wall moves with its clock by some ms between two looks: the digest has
+// the time of the tables instead.
+std::optional<Value> Values::route( const RouteKey& key ) const {
+   const Show::Route* route = std::as_const( *mirror_.model ).route( key );
+   if ( route == nullptr ) return std::nullopt;
+   Json list = Json::array();
+   for ( Json& entry : entries_.of( *route ) )
+      list.push_back( Show::trimmed( std::move( entry ) ) );
+   const double created = route->creationTime();
+   const std::string now = Show::jsonText( list );
+   const uint64_t digest =
+      digestOf( now + ' ' + bootId() + ' ' + std::to_string( created ) );
+   if ( created == 0.0 ) return Value{ now, digest };
+   list.front()["pimsm-state:created"] = Show::utcOf( created );
+   return Value{ Show::jsonText( list ), digest };
+}
+
+std::optional<Value> Values::registers( const RouteKey& key ) const {
+   Json json = Json::object();
+   const auto& tables = *mirror_.registers;
+   const auto add = [&]( const char* name, const auto& table ) {
+      if ( table.has( key ) ) json[name] = true;
+   };
+   add( "register-oif", tables.registerOif() );
+   add( "no-register-oif", tables.noRegisterOif() );
+   add( "dr-discovered", tables.drDiscoveredSg() );
+   add( "anycast-discovered", tables.anycastDiscoveredSg() );
+   if ( const auto advertised = mirror_.advertised->coll( key ) ) {
+      Json& own = json["advertised"];
+      own["rp-address"] = Vantu::valueToStrep( advertised->rp );
+      if ( advertised->anycastDiscovered ) own["anycast-discovered"] = true;
+   }
+   if ( json.empty() ) return std::nullopt;
+   return valueOf( json );
+}
+
+Value Values::table() const {
+   Json json;
+   json["writer"] = mirror_.writerText();
+   json["wc-routes"] = mirror_.model->wcRoutes();
+   json["sg-routes"] = mirror_.model->sgRoutes();
+   if ( const uint64_t damaged = mirror_.unreadable() )
+      json["unreadable"] = std::to_string( damaged );
+   Json& all = json["table"] = Json::array();
+   for ( const MoxBrane::TableBase* table : Show::agentTables( mirror_ ) ) {
+      if ( !Show::isReady( *table ) || table->size() == 0 ) continue;
+      all.push_back( { { "name", Show::tableName( *table ) },
+                       { "used", table->size() },
+                       { "capacity", table->capacity() } } );
+   }
+   return valueOf( json );
+}
+
+}

@@ -1,0 +1,154 @@
+#include "apps/record/Watched.h"
+
+namespace Fleet {
+
+namespace Sm = Routing::Pim::SparseMode;
+
+namespace {
+
+// The tables of which one key of the store holds all.
+class Published : public ::Published::FamilyStatus::NotifieeConst {
+ public:
+   Published( const ::Published::FamilyStatus& tables,
+              std::function<void( Key::Kind )> touch )
+      : touch_( std::move( touch ) ) {
+      notifierIs( &tables );
+   }
+
+ private:
+   using NotifieeConst::onAccessRule;
+   using NotifieeConst::onInterface;
+   using NotifieeConst::onNeighbor;
+   using NotifieeConst::onNeighborAddress;
+   using NotifieeConst::onOwnAddress;
+   using NotifieeConst::onRp;
+   using NotifieeConst::onSetting;
+   void onInterface( const Vantu::IntfId& ) override { touch_( Key::links ); }
+   void onOwnAddress( const ::Published::OwnAddressKey& ) override {
+      touch_( Key::links );
+   }
+   void onNeighbor( const ::Published::NeighborKey& ) override {
+      touch_( Key::links );
+   }
+   void onNeighborAddress( const ::Published::NeighborAddressKey& ) override {
+      touch_( Key::links );
+   }
+   void onRp( const ::Published::RpKey& ) override { touch_( Key::rps ); }
+   void onSetting( const ::Published::Text<32>& ) override { touch_( Key::rps ); }
+   void onAccessRule( const ::Published::AccessRuleKey& ) override {
+      touch_( Key::rps );
+   }
+
+   std::function<void( Key::Kind )> touch_;
+};
+
+using TouchStream = std::function<void( const RouteKey& )>;
+
+class Registers : public Sm::RegisterStatus::NotifieeConst {
+ public:
+   Registers( const Sm::RegisterStatus& tables, TouchStream touch )
+      : touch_( std::move( touch ) ) {
+      notifierIs( &tables );
+   }
+
+ private:
+   using NotifieeConst::onAnycastDiscoveredSg;
+   using NotifieeConst::onDrDiscoveredSg;
+   using NotifieeConst::onNoRegisterOif;
+   using NotifieeConst::onRegisterOif;
+   void onAnycastDiscoveredSg( const RouteKey& key ) override { touch_( key ); }
+   void onDrDiscoveredSg( const RouteKey& key ) override { touch_( key ); }
+   void onNoRegisterOif( const RouteKey& key ) override { touch_( key ); }
+   void onRegisterOif( const RouteKey& key ) override { touch_( key ); }
+
+   TouchStream touch_;
+};
+
+class Advertised : public Sm::AdvertisedSgStatus::NotifieeConst {
+ public:
+   Advertised( const Sm::AdvertisedSgStatus& tables, TouchStream touch )
+      : touch_( std::move( touch ) ) {
+      notifierIs( &tables );
+   }
+
+ private:
+   using NotifieeConst::onColl;
+   void onColl( const RouteKey& key ) override { touch_( key ); }
+
+   TouchStream touch_;
+};
+
+}
+
+Watched::Watched( const Show::Mirror& mirror, double sample, size_t top,
+                  Touch touched )
+   : mirror_( mirror ),
+     scope_{ mirror.vrf(), mirror.family },
+     samples_( mirror, sample, top ),
+     touch_( std::move( touched ) ),
+     alive_( mirror.writerAlive() ) {
+   const auto registers = [this]( const RouteKey& key ) {
+      touch( Key::registers, key );
+   };
+   observers_ = { std::make_shared<Published>(
+                     *mirror.agent, [this]( Key::Kind kind ) { touch( kind ); } ),
+                  std::make_shared<Registers>( *mirror.registers, registers ),
+                  std::make_shared<Advertised>( *mirror.advertised, registers ) };
+   notifierIs( mirror.tables.get() );
+}
+
+void Watched::note( const RouteKey& key ) {
+   if ( key.source.isUnspecified() ) return;
+   if ( std::as_const( *mirror_.model ).route( key ) != nullptr ) {
+      sources_[key.group].insert( key );
+      return;
+   }
+   const auto found = sources_.find( key.group );
+   if ( found == sources_.end() ) return;
+   found->second.erase( key );
+   if ( found->second.empty() ) sources_.erase( found );
+}
+
+void Watched::onRoute( const RouteKey& key ) {
+   touch( Key::route, key );
+   note( key );
+   if ( !key.source.isUnspecified() ) return;
+   const auto found = sources_.find( key.group );
+   if ( found == sources_.end() ) return;
+   for ( const RouteKey& source : found->second ) touch( Key::route, source );
+}
+
+void Watched::touchRoutes() {
+   for ( const Show::Route& route : std::as_const( *mirror_.model ).route() ) {
+      note( route.key() );
+      touch( Key::route, route.key() );
+   }
+}
+
+void Watched::touchAll() {
+   for ( const Key::Kind kind : { Key::table, Key::links, Key::rps } )
+      touch( kind );
+   touchRoutes();
+   const auto& tables = *mirror_.registers;
+   for ( const auto* table :
+         { &tables.registerOif(), &tables.noRegisterOif(), &tables.drDiscoveredSg(),
+           &tables.anycastDiscoveredSg() } ) {
+      for ( const auto& key : table->keys() ) touch( Key::registers, key );
+   }
+   for ( const auto& key : mirror_.advertised->coll().keys() )
+      touch( Key::registers, key );
+}
+
+void Watched::lookAtWriter( double now ) {
+   const bool alive = mirror_.writerAlive();
+   if ( alive == alive_ ) return;
+   alive_ = alive;
+   if ( alive ) restsUntil_ = now + restartPause;
+   touch( Key::table );
+}
+
+bool Watched::rests( double now ) const {
+   return now < restsUntil_ || !mirror_.loaded();
+}
+
+}

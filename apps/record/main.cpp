@@ -1,0 +1,167 @@
+// pimsm-record: keeps a router's state and history in a store.
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <iostream>
+
+#include "apps/program/Ending.h"
+#include "apps/program/Output.h"
+#include "apps/program/Readiness.h"
+#include "apps/record/Recorder.h"
+#include "apps/store/Names.h"
+#include "platform/loop/Service.h"
+#include "platform/loop/SignalWatcher.h"
+
+namespace {
+
+using namespace Programs;
+
+constexpr const char* kProgram = "pimsm-record";
+
+struct Arguments {
+   Fleet::RecorderOptions options;
+   std::string store;
+   Fleet::Keeping keeping;
+   std::string metrics;
+};
+
+std::string nameCheck( const std::string& text ) {
+   return Fleet::isName( text ) ? "" : "must be 1 to 32 letters, digits or hyphens";
+}
+
+void declare( CLI::App& app, Arguments& arguments ) {
+   const std::map<std::string, double> kTimes = {
+      { "s", 1.0 }, { "m", 60.0 }, { "h", 3600.0 }, { "d", 86400.0 } };
+   Fleet::RecorderOptions& options = arguments.options;
+   app.add_option( "--store", arguments.store,
+                   "Where to keep the state and history: sqlite:DIR" )
+      ->type_name( "STORE" )
+      ->check( filled )
+      ->required();
+   app.add_option( "--root", options.selection.root, "Directory of the tables" )
+      ->type_name( "DIR" )
+      ->check( filled )
+      ->capture_default_str();
+   app.add_option( "--vrf", options.selection.vrf, "The VRF to record, or all" )
+      ->type_name( "NAME" )
+      ->check( filled )
+      ->capture_default_str();
+   app.add_option( "--router", options.router, "The router's name in the store" )
+      ->type_name( "NAME" )
+      ->check( CLI::Validator( nameCheck, "", "" ) )
+      ->default_val( Fleet::hostRouter() );
+   app.add_option( "--keep", arguments.keeping.age,
+                   "How long to keep history: 90, 30m, 12h, 7d" )
+      ->type_name( "TIME" )
+      ->transform( CLI::AsNumberWithUnit(
+         kTimes, CLI::AsNumberWithUnit::UNIT_OPTIONAL, "TIME" ) )
+      ->check( CLI::PositiveNumber )
+      ->default_str( "7d" );
+   app.add_option( "--keep-bytes", arguments.keeping.bytes,
+                   "About how much of it, with the state" )
+      ->type_name( "SIZE" )
+      ->transform( CLI::AsSizeValue( false ) )
+      ->default_str( "1G" );
+   app.add_option( "--sample", options.sample, "How often to take the counters" )
+      ->type_name( "SECONDS" )
+      ->transform( CLI::AsNumberWithUnit(
+         kTimes, CLI::AsNumberWithUnit::UNIT_OPTIONAL, "TIME" ) )
+      ->check( CLI::Range( 0.1, 3600.0 ) )
+      ->capture_default_str();
+   app.add_option( "--top", options.top, "How many of the fastest streams to list" )
+      ->type_name( "N" )
+      ->check( CLI::Range( 1, 10000 ) )
+      ->capture_default_str();
+   app.add_option( "--metrics", arguments.metrics,
+                   "A file to replace with metrics at each sample" )
+      ->type_name( "FILE" )
+      ->check( filled );
+   app.add_flag( "--once", options.once,
+                 "End when the store has what the tables have" );
+}
+
+void say( const std::string& text ) {
+   complain( kProgram, done, text );
+}
+
+// Writes the metrics now and then. A file that cannot be written is told once.
+class MetricsFile : public Mox::Clock::Notifiee {
+ public:
+   MetricsFile( Mox::Clock& clock, const Arguments& arguments,
+                const Fleet::Recorder& recorder )
+      : Notifiee( &clock ), arguments_( arguments ), recorder_( recorder ) {
+      if ( !arguments.metrics.empty() ) onTime();
+   }
+
+ private:
+   void onTime() override {
+      wakeupTimeIs( clock()->now() + arguments_.options.sample );
+      try {
+         replaceFile( arguments_.metrics, recorder_.metrics() );
+         told_ = false;
+      } catch ( const std::exception& e ) {
+         if ( !std::exchange( told_, true ) ) say( e.what() );
+      }
+   }
+
+   const Arguments& arguments_;
+   const Fleet::Recorder& recorder_;
+   bool told_ = false;
+};
+
+ExitStatus record( const Arguments& arguments ) {
+   Show::Mirrors mirrors( arguments.options.selection );
+   Mox::SignalWatcher ends( mirrors.loop(), { SIGTERM, SIGINT },
+                            [&]( int ) { mirrors.loop().stop(); } );
+   if ( arguments.options.once ) {
+      mirrors.load();
+      if ( mirrors.all().empty() )
+         return complain( kProgram, noTables,
+                          "no tables under " + arguments.options.selection.root +
+                             ": start pimsm-agent, or name its --root" );
+   }
+   const auto open = [&] {
+      return Fleet::openWriter( arguments.store, arguments.options.router,
+                                arguments.keeping );
+   };
+   Fleet::Recorder recorder( mirrors, arguments.options, open, say );
+   const MetricsFile metrics( mirrors.clock(), arguments, recorder );
+   tellParentReady();
+   mirrors.loop().run();
+   recorder.rethrow();
+   return done;
+}
+
+ExitStatus runCommand( int argc, char** argv ) {
+   CLI::App app(
+      "Keeps a router's state and history in a store, for pimsm-fleet." );
+   Arguments arguments;
+   declare( app, arguments );
+   app.set_version_flag( "--version", PIMSM_VERSION );
+   try {
+      app.parse( argc, argv );
+   } catch ( const CLI::Success& e ) {
+      app.exit( e );
+      return done;
+   } catch ( const CLI::ParseError& e ) {
+      throw WrongUsage( std::string( e.what() ) + "; see --help" );
+   }
+   try {
+      return record( arguments );
+   } catch ( const Mox::ParseError& e ) {
+      throw WrongUsage( e.what() );
+   } catch ( const Fleet::StoreFormat& e ) {
+      return complain( kProgram, layoutNotSupported, e.what() );
+   } catch ( const Fleet::StoreHeld& e ) {
+      return complain( kProgram, heldByAnother, e.what() );
+   } catch ( const Fleet::StoreRefuses& e ) {
+      return complain( kProgram, storeRefused, e.what() );
+   }
+}
+
+}
+
+int main( int argc, char** argv ) {
+   Mox::startService( { SIGTERM, SIGINT } );
+   return ending( kProgram, [&] { return runCommand( argc, argv ); } );
+}

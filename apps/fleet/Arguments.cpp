@@ -37,16 +37,20 @@ std::string addressOf( const std::string& text ) {
 }
 
 // "90", "30m", "12h", "7d", "ever".
-std::optional<double> agoOf( std::string text ) {
+std::optional<double> agoOf( const std::string& given ) {
+   std::string text = given;
    if ( text == "ever" ) return std::nullopt;
    double seconds = 0.0;
-   const CLI::Validator units =
-      CLI::AsNumberWithUnit( kTimes, CLI::AsNumberWithUnit::UNIT_OPTIONAL, "TIME" );
-   const std::string problem = units( text );
-   if ( !problem.empty() || !CLI::detail::lexical_cast( text, seconds ) ||
-        seconds < 0 )
-      throw WrongUsage( text + " is no time: 90, 30m, 12h, 7d or ever" );
-   return seconds;
+   try {
+      const CLI::Validator units = CLI::AsNumberWithUnit(
+         kTimes, CLI::AsNumberWithUnit::UNIT_OPTIONAL, "TIME" );
+      if ( units( text ).empty() && CLI::detail::lexical_cast( text, seconds ) &&
+           seconds >= 0 )
+         return seconds;
+   } catch ( const CLI::ParseError& ) {
+      // Said below.
+   }
+   throw WrongUsage( given + " is no time: 90, 30m, 12h, 7d or ever" );
 }
 
 void declareOutput( CLI::App& app, Arguments& arguments ) {
@@ -55,13 +59,12 @@ void declareOutput( CLI::App& app, Arguments& arguments ) {
       ->excludes( json );
 }
 
+// Before a command and behind it.
 void declareGlobal( CLI::App& app, Arguments& arguments, Given& given ) {
-   auto* store =
-      app.add_option( "--store", arguments.store, "The store to read: sqlite:DIR" )
-         ->type_name( "STORE" )
-         ->check( filled )
-         ->envname( "PIMSM_STORE" );
-   store->required();
+   app.add_option( "--store", arguments.store, "The store to read: sqlite:DIR" )
+      ->type_name( "STORE" )
+      ->check( filled )
+      ->envname( "PIMSM_STORE" );
    app.add_option( "--router", arguments.router, "One router, or all" )
       ->type_name( "NAME" )
       ->check( filled )
@@ -146,11 +149,11 @@ std::optional<Arguments> parseArguments( int argc, char** argv ) {
    Given given;
    app.set_version_flag( "--version", PIMSM_VERSION );
    app.require_subcommand( 1 );
-   app.fallthrough();
    declareGlobal( app, arguments, given );
    const auto command = [&]( const char* name, const char* help, Command value ) {
       CLI::App* sub = app.add_subcommand( name, help );
       sub->callback( [&arguments, value] { arguments.command = value; } );
+      declareGlobal( *sub, arguments, given );
       return sub;
    };
    declareRoutes( *command( "routes", "The routes of routers", routesCommand ),
@@ -184,6 +187,8 @@ std::optional<Arguments> parseArguments( int argc, char** argv ) {
    arguments.by = given.by == "rate"      ? TopBy::rate
                   : given.by == "packets" ? TopBy::packets
                                           : TopBy::routers;
+   if ( arguments.store.empty() )
+      throw WrongUsage( "name the --store to read, or set PIMSM_STORE" );
    take( arguments, given );
    return arguments;
 }

@@ -220,9 +220,7 @@ ExitStatus runCommand( int argc, char** argv ) {
    } catch ( const Mox::RangeError& e ) {
       return complain( kProgram, wrongUsage, e.what() );
    } catch ( const StoreMissing& e ) {
-      return complain(
-         kProgram, noTables,
-         std::string( e.what() ) + ": start pimsm-record, or name its --store" );
+      return complain( kProgram, noTables, e.what() );
    } catch ( const StoreFormat& e ) {
       return complain( kProgram, layoutNotSupported, e.what() );
    } catch ( const StoreHeld& e ) {

@@ -24,7 +24,7 @@ uint64_t randomWord() {
 }
 
 Recorder::Recorder( Show::Mirrors& mirrors, const RecorderOptions& options,
-                    StoreThread::Open open, Say say )
+                    Open open, Say say )
    : Notifiee( &mirrors.clock() ),
      mirrors_( mirrors ),
      options_( options ),
@@ -34,7 +34,8 @@ Recorder::Recorder( Show::Mirrors& mirrors, const RecorderOptions& options,
      log_( options.selection.root ),
      turnEnd_( mirrors.loop(), [this] { ++turn_; } ),
      store_(
-        mirrors.loop(), std::move( open ),
+        mirrors.loop(),
+        [instance = instance_, own = std::move( open )] { return own( instance ); },
         [this]( StoreThread::Answer answer ) { handleDone( std::move( answer ) ); },
         [this]( const std::string& why ) {
            counts_.away = true;
@@ -89,6 +90,8 @@ void Recorder::wakeBy( double time ) {
 }
 
 void Recorder::touch( const Key& key ) {
+   // The comparison with a store that opens names everything.
+   if ( !open_ && !comparing_ ) return;
    scopes_[key.scope].queue.touch( key, mirrors_.now(), turn_, comparing_ );
    wakeBy( mirrors_.now() + gathering );
 }
@@ -138,7 +141,7 @@ void Recorder::follow() {
       if ( scoped.watched != nullptr || !mirror->loaded() ||
            mirror->problem().kind != Show::Mirror::Problem::none )
          continue;
-      const bool isNew = open_ && !first_ && scoped.missingSince == 0.0;
+      const bool isNew = open_ && !first_ && !scoped.stored;
       scoped.watched =
          std::make_unique<Watched>( *mirror, options_.sample, options_.top,
                                     [this]( const Key& key ) { touch( key ); } );
@@ -146,7 +149,10 @@ void Recorder::follow() {
       if ( isNew )
          batch_.events.push_back(
             history_.line( "vrf-new", scoped.watched->scope(), mirrors_.now() ) );
+      // What was stored before may have changed at any time.
+      comparing_ = !isNew;
       scoped.watched->touchAll();
+      comparing_ = false;
    }
    const bool any = std::any_of(
       scopes_.begin(), scopes_.end(),
@@ -202,6 +208,7 @@ void Recorder::take( const StoreThread::Standing& standing ) {
    known_.clear();
    for ( const auto& [text, value] : standing ) {
       if ( const auto key = parseKey( text ) ) {
+         if ( key->kind != Key::recorder ) scopes_[key->scope].stored = true;
          known_[*key] = { value.digest, value.value };
          continue;
       }
@@ -232,7 +239,7 @@ void Recorder::handleDone( StoreThread::Answer answer ) {
    }
    if ( !open_ ) {
       open_ = true;
-      Json more;
+      Json more = Json::object();
       if ( first_ ) more["first"] = true;
       batch_.events.push_back(
          history_.line( "recorder-started", {}, mirrors_.now(), more ) );

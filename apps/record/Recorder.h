@@ -39,11 +39,14 @@ struct RecorderCounts {
 class Recorder : public Mox::Clock::Notifiee {
  public:
    using Say = std::function<void( const std::string& )>;
+   // Opens the store for a run of that name. Called by the store's thread.
+   using Open =
+      std::function<std::unique_ptr<Writer>( const std::string& instance )>;
 
    // Stops the loop at the end: when it is done with `once`, or when the store takes no
    // more, which rethrow() tells. The mirrors outlive it.
-   Recorder( Show::Mirrors& mirrors, const RecorderOptions& options,
-             StoreThread::Open open, Say say );
+   Recorder( Show::Mirrors& mirrors, const RecorderOptions& options, Open open,
+             Say say );
    ~Recorder() override;
 
    const RecorderCounts& counts() const { return counts_; }
@@ -68,6 +71,7 @@ class Recorder : public Mox::Clock::Notifiee {
    struct Scoped {
       std::unique_ptr<Watched> watched;  // null: the tables have no such VRF
       Queue queue;
+      bool stored = false;  // did the store have it when it was opened?
       double missingSince = 0.0;
       double sampled = 0.0;
    };

@@ -120,8 +120,8 @@ ExitStatus record( const Arguments& arguments ) {
                           "no tables under " + arguments.options.selection.root +
                              ": start pimsm-agent, or name its --root" );
    }
-   const auto open = [&] {
-      return Fleet::openWriter( arguments.store, arguments.options.router,
+   const auto open = [&]( const std::string& instance ) {
+      return Fleet::openWriter( arguments.store, arguments.options.router, instance,
                                 arguments.keeping );
    };
    Fleet::Recorder recorder( mirrors, arguments.options, open, say );

@@ -18,8 +18,10 @@ std::string directoryOf( const std::string& store ) {
 
 std::unique_ptr<Writer> openWriter( const std::string& store,
                                     const std::string& router,
+                                    const std::string& instance,
                                     const Keeping& keeping ) {
-   return std::make_unique<SqliteWriter>( directoryOf( store ), router, keeping );
+   return std::make_unique<SqliteWriter>( directoryOf( store ), router, instance,
+                                          keeping );
 }
 
 std::unique_ptr<Reader> openReader( const std::string& store ) {

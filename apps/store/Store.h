@@ -108,6 +108,9 @@ class Reader {
 
    // Does a recorder keep the router's state up to date?
    virtual bool lives( const std::string& router ) = 0;
+   // The run of that recorder, as it was given to openWriter(); empty: none. A state that
+   // another run wrote is being compared.
+   virtual std::string instance( const std::string& router ) = 0;
 
    // Values by key; keys that the router does not have are missing.
    virtual std::map<std::string, std::string> values(
@@ -130,10 +133,11 @@ class Reader {
    virtual void forget( const std::string& router ) = 0;
 };
 
-// Opens the store "sqlite:DIR" of a fleet. Throws Mox::ParseError for any other text,
+// Opens the store "sqlite:DIR" of a fleet. `instance`: a name of this recorder's run. Throws Mox::ParseError for any other text,
 // and the exceptions above.
 std::unique_ptr<Writer> openWriter( const std::string& store,
                                     const std::string& router,
+                                    const std::string& instance,
                                     const Keeping& keeping );
 std::unique_ptr<Reader> openReader( const std::string& store );
 

@@ -24,8 +24,9 @@ Router routerOf( Reader& reader, const std::string& name ) {
       if ( found == values.end() ) return router;
       router.recorder = found->second;
       const Json json = parsedValue( router.recorder );
-      router.complete =
-         json.is_object() && json.value( "complete", Json() ) == true;
+      router.complete = json.is_object() &&
+                        json.value( "complete", Json() ) == true &&
+                        textMember( json, "instance" ) == reader.instance( name );
    } catch ( const StoreFormat& e ) {
       router.problem = e.what();
    } catch ( const StoreMissing& e ) {
@@ -97,7 +98,9 @@ std::string textMember( const Json& json, const char* name ) {
 
 std::vector<Router> routersOf( Reader& reader, const std::string& name ) {
    std::vector<std::string> names = reader.routers();
-   if ( names.empty() ) throw StoreMissing( "the store has no router" );
+   if ( names.empty() )
+      throw StoreMissing(
+         "the store has no router: start pimsm-record, or name its --store" );
    if ( name != "all" ) {
       if ( std::find( names.begin(), names.end(), name ) == names.end() )
          throw StoreMissing( "the store has no router " + name + ": there are " +
@@ -129,13 +132,15 @@ std::string routersText( Reader& reader, const std::vector<Router>& routers ) {
    for ( const Router& router : routers ) {
       const Totals totals = totalsOf( reader, router );
       const Json recorder = parsedValue( router.recorder );
-      table.add(
-         { router.name, stateText( router ), std::to_string( totals.wildcards ),
-           std::to_string( totals.sources ),
-           fmt::format( "{} since {}",
-                        Programs::printable( textMember( recorder, "version" ) ),
-                        Programs::printable( textMember( recorder, "started" ) ) ),
-           joined( totals.agents ) } );
+      const std::string since =
+         recorder.is_object()
+            ? fmt::format( "{} since {}", textMember( recorder, "version" ),
+                           textMember( recorder, "started" ) )
+            : router.problem;
+      table.add( { router.name, stateText( router ),
+                   std::to_string( totals.wildcards ),
+                   std::to_string( totals.sources ), Programs::printable( since ),
+                   joined( totals.agents ) } );
    }
    return table.text();
 }

@@ -22,7 +22,9 @@ std::string SqliteReader::path( const std::string& router,
 std::vector<std::string> SqliteReader::routers() {
    std::error_code error;
    const fs::directory_iterator all( directory_, error );
-   if ( error ) throw StoreMissing( directory_ + ": " + error.message() );
+   if ( error )
+      throw StoreMissing( directory_ + ": " + error.message() +
+                          ": start pimsm-record, or name its --store" );
    std::vector<std::string> names;
    for ( const auto& entry : all ) {
       if ( entry.path().extension() == ".sqlite" &&
@@ -52,6 +54,10 @@ Database& SqliteReader::database( const std::string& router ) {
 
 bool SqliteReader::lives( const std::string& router ) {
    return FileLease::held( path( router, ".lock" ) );
+}
+
+std::string SqliteReader::instance( const std::string& router ) {
+   return FileLease::instance( path( router, ".lock" ) );
 }
 
 std::map<std::string, std::string> SqliteReader::values(
@@ -110,7 +116,7 @@ void SqliteReader::forget( const std::string& router ) {
    const std::string file = path( router, ".sqlite" );
    if ( access( file.c_str(), F_OK ) != 0 )
       throw StoreMissing( file + " is missing" );
-   const FileLease lease( path( router, ".lock" ) );
+   const FileLease lease( path( router, ".lock" ), "" );
    open_.erase( router );
    for ( const char* ending :
          { ".sqlite-wal", ".sqlite-shm", ".lock", ".sqlite" } ) {

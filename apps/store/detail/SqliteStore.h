@@ -20,13 +20,15 @@ class FileLease {
  public:
    // Throws StoreHeld if another process has it, StoreRefuses if the file may not be
    // made.
-   explicit FileLease( const std::string& path );
+   FileLease( const std::string& path, const std::string& instance );
    FileLease( const FileLease& ) = delete;
    FileLease& operator=( const FileLease& ) = delete;
    ~FileLease();
 
    // Does any process hold the lease of the file?
    static bool held( const std::string& path );
+   // The run of that process; empty: none holds it.
+   static std::string instance( const std::string& path );
 
  private:
    int fd_;
@@ -35,7 +37,7 @@ class FileLease {
 class SqliteWriter : public Writer {
  public:
    SqliteWriter( const std::string& directory, const std::string& router,
-                 const Keeping& keeping );
+                 const std::string& instance, const Keeping& keeping );
 
    std::map<std::string, Standing> standing() override;
    void write( const std::vector<Event>& events,
@@ -64,6 +66,7 @@ class SqliteReader : public Reader {
 
    std::vector<std::string> routers() override;
    bool lives( const std::string& router ) override;
+   std::string instance( const std::string& router ) override;
    std::map<std::string, std::string> values(
       const std::string& router, const std::vector<std::string>& keys ) override;
    void each( const std::string& router, const std::string& prefix,

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 #include <filesystem>
+#include <sstream>
 
 #include "apps/store/Names.h"
 #include "apps/store/detail/SqliteStore.h"
@@ -34,10 +35,26 @@ struct flock wholeFile() {
    return range;
 }
 
-std::string holderOf( int fd ) {
+// A line of the file: the process that holds it, then its run.
+std::string lineOf( int fd, int line ) {
    std::array<char, 256> text{};
-   const ssize_t length = pread( fd, text.data(), text.size() - 1, 0 );
-   return length > 0 ? text.data() : "another process";
+   if ( pread( fd, text.data(), text.size() - 1, 0 ) <= 0 ) return "";
+   std::istringstream lines( text.data() );
+   std::string out;
+   while ( line-- >= 0 ) std::getline( lines, out );
+   return out;
+}
+
+// Calls with the file where a process holds it.
+template <class Call>
+void ifHeld( const std::string& path, const Call& call ) {
+   const int fd = open( path.c_str(), O_RDONLY | O_CLOEXEC );
+   if ( fd < 0 ) return;
+   struct flock range = wholeFile();
+   range.l_type = F_RDLCK;
+   if ( fcntl( fd, F_OFD_GETLK, &range ) == 0 && range.l_type != F_UNLCK )
+      call( fd );
+   close( fd );
 }
 
 // The file must be there first, with its mode, which SQLite gives to those beside it.
@@ -63,17 +80,17 @@ static_assert( storeFormat == 1 );
 
 }
 
-FileLease::FileLease( const std::string& path )
+FileLease::FileLease( const std::string& path, const std::string& instance )
    : fd_( open( path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode ) ) {
    if ( fd_ < 0 ) cannotOpen( path, errno );
    struct flock range = wholeFile();
    if ( fcntl( fd_, F_OFD_SETLK, &range ) != 0 ) {
-      const std::string holder = holderOf( fd_ );
+      const std::string holder = lineOf( fd_, 0 );
       close( fd_ );
       throw StoreHeld( fmt::format( "{}: {} records this router", path, holder ) );
    }
    const std::string text =
-      fmt::format( "process {} on {}", getpid(), hostRouter() );
+      fmt::format( "process {} on {}\n{}\n", getpid(), hostRouter(), instance );
    if ( ftruncate( fd_, 0 ) != 0 ||
         pwrite( fd_, text.data(), text.size(), 0 ) < 0 ) {
       // The lock holds all the same; only its holder's name is missing.
@@ -85,14 +102,15 @@ FileLease::~FileLease() {
 }
 
 bool FileLease::held( const std::string& path ) {
-   const int fd = open( path.c_str(), O_RDONLY | O_CLOEXEC );
-   if ( fd < 0 ) return false;
-   struct flock range = wholeFile();
-   range.l_type = F_RDLCK;
-   const bool held =
-      fcntl( fd, F_OFD_GETLK, &range ) == 0 && range.l_type != F_UNLCK;
-   close( fd );
+   bool held = false;
+   ifHeld( path, [&]( int ) { held = true; } );
    return held;
+}
+
+std::string FileLease::instance( const std::string& path ) {
+   std::string instance;
+   ifHeld( path, [&]( int fd ) { instance = lineOf( fd, 1 ); } );
+   return instance;
 }
 
 std::string SqliteWriter::made( const std::string& directory ) {
@@ -103,10 +121,10 @@ std::string SqliteWriter::made( const std::string& directory ) {
 }
 
 SqliteWriter::SqliteWriter( const std::string& directory, const std::string& router,
-                            const Keeping& keeping )
+                            const std::string& instance, const Keeping& keeping )
    : path_( made( directory ) + '/' + router + ".sqlite" ),
      keeping_( keeping ),
-     lease_( directory + '/' + router + ".lock" ) {
+     lease_( directory + '/' + router + ".lock", instance ) {
    open();
 }
 

@@ -7,7 +7,9 @@
 #include <regex>
 #include <sstream>
 
+#include "apps/json/RegisterJson.h"
 #include "apps/json/RouteJson.h"
+#include "apps/json/RpJson.h"
 #include "apps/json/YangData.h"
 #include "apps/show/metrics/MetricsReport.h"
 #include "apps/show/reports/CheckReport.h"

@@ -13,51 +13,15 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <pty.h>
-#include <sys/resource.h>
 
-#include <cmath>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <thread>
 
-#include "bench/FullModel.h"
+#include "bench/FullAgent.h"
 #include "platform/loop/RealClock.h"
 
 namespace Routing::Pim::SparseMode {
 namespace {
-
-using Words = std::vector<std::string>;
-
-[[noreturn]] void exec( const char* program, Words words ) {
-   std::vector<char*> arguments;
-   for ( std::string& word : words ) arguments.push_back( word.data() );
-   arguments.push_back( nullptr );
-   execv( program, arguments.data() );
-   _exit( 127 );
-}
-
-// Seconds by the wall clock and of processor time.
-struct Times {
-   double wall = 0, cpu = 0;
-};
-
-double cpuOfChildren() {
-   rusage usage{};
-   getrusage( RUSAGE_CHILDREN, &usage );
-   auto seconds = []( const timeval& t ) {
-      return static_cast<double>( t.tv_sec ) +
-             1e-6 * static_cast<double>( t.tv_usec );
-   };
-   return seconds( usage.ru_utime ) + seconds( usage.ru_stime );
-}
-
-// The times of `work`, which waits for its child.
-Times timesOf( const std::function<void()>& work ) {
-   const double wall = BenchClock::wall(), cpu = cpuOfChildren();
-   work();
-   return { BenchClock::wall() - wall, cpuOfChildren() - cpu };
-}
 
 // Runs the tool to its end and discards its output.
 void show( const Words& words ) {
@@ -73,47 +37,6 @@ void show( const Words& words ) {
       std::exit( 1 );
    }
 }
-
-// A process beside the agent, while the object lives.
-class Beside {
- public:
-   explicit Beside( pid_t pid ) : pid_( pid ) {}
-   ~Beside() {
-      kill( pid_, SIGTERM );
-      waitpid( pid_, nullptr, 0 );
-      if ( drain_.joinable() ) drain_.join();
-   }
-   Beside( const Beside& ) = delete;
-   Beside& operator=( const Beside& ) = delete;
-
-   // Discards the output to the process's terminal.
-   void drain( int terminal ) {
-      drain_ = std::thread( [terminal] {
-         char buffer[65536];
-         while ( read( terminal, buffer, sizeof buffer ) > 0 ) continue;
-         close( terminal );
-      } );
-   }
-   // Processor time so far, s.
-   double cpu() const {
-      clockid_t clock;
-      clock_getcpuclockid( pid_, &clock );
-      return BenchClock::seconds( clock );
-   }
-   // Most memory so far, MB.
-   double memory() const {
-      std::ifstream status( fmt::format( "/proc/{}/status", pid_ ) );
-      for ( std::string word; status >> word; ) {
-         double kB = 0;
-         if ( word == "VmHWM:" && status >> kB ) return kB / 1000;
-      }
-      return 0;
-   }
-
- private:
-   pid_t pid_;
-   std::thread drain_;
-};
 
 std::unique_ptr<Beside> watchOnScreen( const std::string& root ) {
    int terminal = -1;
@@ -160,48 +83,6 @@ std::unique_ptr<Beside> mirror( const std::string& root ) {
    if ( pid == 0 ) exec( "/proc/self/exe", { "bench_show", "--mirror", root } );
    return std::make_unique<Beside>( pid );
 }
-
-class Agent {
- public:
-   Agent( const std::string& root, const Size& size )
-      : size_( size ), side_( root, ::Brane::tableWriter, size ) {
-      side_.model->initializedIs( true );
-      writer_ = Brane::routeBraneWriterSmFactory( side_.model, side_.tables,
-                                                  &side_.clock );
-      fill( *side_.model, Values( size ) );
-      publish();
-   }
-
-   // The writer's processor time for a record, in nanoseconds.
-   double rewrite() {
-      for ( const Route& route : side_.model->route() ) {
-         for ( const Intf& each : route.routeIntf() )
-            const_cast<Intf&>( each ).forwardIs( !each.forward() );
-         const_cast<Route&>( route ).spTreeIs( !route.spTree() );
-      }
-      return 1e9 * publish() / size_.records();
-   }
-
- private:
-   double publish() {
-      double worked = 0;
-      while ( !writer_->changeSet()->empty() ||
-              !writer_->reviewChangeSet()->empty() ) {
-         const double left = side_.clock.nextWakeup() - BenchClock::wall();
-         if ( left > 0 )
-            usleep( static_cast<useconds_t>( std::ceil( 1e6 * left ) ) );
-         const double began = BenchClock::cpu();
-         side_.clock.pass();
-         worked += BenchClock::cpu() - began;
-         side_.manager.dispatch();
-      }
-      return worked;
-   }
-
-   Size size_;
-   Side side_;
-   Mox::Ptr<Brane::RouteBraneWriterSm> writer_;
-};
 
 void count( const std::string& root, const Size& size ) {
    const Values values( size );

@@ -1,0 +1,115 @@
+// The cost of recording a full router in SQLite.
+//
+//    first       `pimsm-record --once` into an empty store
+//    again       the same over what stands: nothing is written
+//    churn       changes of single interfaces at a rate, while the recorder runs: what
+//                the agent's writer takes for a record beside it and beside nobody, the
+//                recorder's processor time and memory, and how long after the last
+//                change the store has everything
+//
+// Prints one line a figure.
+// `bench_record <routes> <interfaces a route> <changes a second> <seconds>`.
+
+#include <fcntl.h>
+#include <fmt/format.h>
+
+#include <filesystem>
+
+#include "apps/store/Store.h"
+#include "bench/FullAgent.h"
+
+namespace Routing::Pim::SparseMode {
+namespace {
+
+Words recorder( const std::string& root, const std::string& store ) {
+   return { "pimsm-record", "--root", root,       "--store", "sqlite:" + store,
+            "--router",     "r1",     "--sample", "3600" };
+}
+
+void once( const char* what, const std::string& root, const std::string& store ) {
+   Words words = recorder( root, store );
+   words.emplace_back( "--once" );
+   rusage usage{};
+   const Times times = timesOf( [&] {
+      const pid_t pid = fork();
+      if ( pid == 0 ) exec( PIMSM_RECORD, words );
+      int status = 0;
+      wait4( pid, &status, 0, &usage );
+      if ( status != 0 ) std::exit( 1 );
+   } );
+   uint64_t bytes = 0;
+   for ( const auto& file : std::filesystem::directory_iterator( store ) )
+      bytes += file.file_size();
+   fmt::print(
+      "{}: {:.2f} s, processor time {:.2f} s, {:.0f} MB, store {:.0f} MB\n", what,
+      times.wall, times.cpu, static_cast<double>( usage.ru_maxrss ) / 1000,
+      static_cast<double>( bytes ) / 1e6 );
+   std::fflush( stdout );
+}
+
+// The value of a route in the store; empty before it stands there.
+std::string stored( const std::string& store, const RouteKey& key ) {
+   const std::string text = Fleet::keyText(
+      { Fleet::Key::route, { "default", Vantu::AddressFamily::ipv4 }, key } );
+   try {
+      return Fleet::openReader( "sqlite:" + store )->values( "r1", { text } )[text];
+   } catch ( const Mox::Error& ) {
+      return "";
+   }
+}
+
+void churn( Agent& agent, const std::string& root, const std::string& store,
+            double rate, double seconds ) {
+   const Words words = recorder( root, store );
+   std::vector<double> writer;
+   for ( const bool recorded : { false, true } ) {
+      std::unique_ptr<Beside> beside;
+      if ( recorded ) {
+         const pid_t pid = fork();
+         if ( pid == 0 ) exec( PIMSM_RECORD, words );
+         beside = std::make_unique<Beside>( pid );
+         agent.churn( rate, 2.0 );  // until it has compared
+      }
+      const double cpu = beside ? beside->cpu() : 0;
+      writer.push_back( agent.churn( rate, seconds ) );
+      if ( !beside ) continue;
+      const double used = ( beside->cpu() - cpu ) / seconds;
+      const RouteKey last = agent.touchLast();
+      const double began = BenchClock::wall();
+      const std::string before = stored( store, last );
+      while ( stored( store, last ) == before && BenchClock::wall() < began + 10 )
+         usleep( 1000 );
+      fmt::print(
+         "{:.0f} changes/s: recorder {:.2f} cores, {:.0f} MB; the last change "
+         "stands after {:.0f} ms\n",
+         rate, used, beside->memory(), 1e3 * ( BenchClock::wall() - began ) );
+   }
+   fmt::print(
+      "writer beside the recorder: {:.0f} ns a record, {:.2f} of {:.0f} beside "
+      "nobody\n",
+      writer[1], writer[1] / writer[0], writer[0] );
+}
+
+}
+}
+
+int main( int argc, char** argv ) {
+   using namespace Routing::Pim::SparseMode;
+   const Size size = sizeOf( argc, argv );
+   const double rate = argc > 3 ? std::atof( argv[3] ) : 2000;
+   const double seconds = argc > 4 ? std::atof( argv[4] ) : 10;
+   char root[] = "/dev/shm/pimsm-bench-XXXXXX";
+   if ( mkdtemp( root ) == nullptr ) return 1;
+   // On a disk, as stores are.
+   char store[] = "/var/tmp/pimsm-bench-XXXXXX";
+   if ( mkdtemp( store ) == nullptr ) return 1;
+   {
+      Agent agent( root, size );
+      once( "first", root, store );
+      once( "again", root, store );
+      churn( agent, root, store, rate, seconds );
+   }
+   std::filesystem::remove_all( root );
+   std::filesystem::remove_all( store );
+   return 0;
+}

@@ -1,0 +1,233 @@
+// A recorder beside tables that change at random, and that is killed at random.
+
+#include <gtest/gtest.h>
+
+#include "apps/json/Trim.h"
+#include "apps/record/Values.h"
+#include "apps/store/Store.h"
+#include "tests/apps/json/Watching.h"
+#include "tests/support/Program.h"
+#include "tests/support/Seed.h"
+
+namespace Fleet {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Show::Route;
+namespace SmTest = Routing::Pim::SparseMode::Test;
+
+class Recording : public Show::Watching {
+ protected:
+   Recording() : random( Mox::Test::seedOf() ) { start(); }
+
+   void start() {
+      recorder.emplace( Mox::Test::Program::Arguments{
+         PIMSM_RECORD, "--root", router.root.path(), "--store", store, "--router",
+         "r1", "--vrf", "default", "--sample", "3600" } );
+   }
+   // As hard as it gets.
+   void kill() {
+      recorder->signal( SIGKILL );
+      recorder->wait();
+   }
+
+   unsigned below( unsigned limit ) { return random() % limit; }
+
+   // Something that an agent may publish.
+   void step() {
+      const std::string group = "239.4.0." + std::to_string( 1 + below( 3 ) );
+      const RouteKey key =
+         below( 3 ) == 0
+            ? SmTest::wcKey( group )
+            : SmTest::sgKey( "198.51.100." + std::to_string( 1 + below( 3 ) ),
+                             group );
+      const std::string intf = "eth" + std::to_string( below( 4 ) );
+      const auto change = [&]( auto edit ) {
+         write( key, [&]( Show::RouteRecord& record ) { record.key = key; } );
+         write( key, intf.c_str(), [&]( Show::IntfRecord& record ) {
+            record.key = { key, SmTest::intfId( intf ) };
+            edit( record );
+         } );
+      };
+      using Routing::Pim::SparseMode::Intf;
+      switch ( below( 6 ) ) {
+         case 0:
+            return change( []( auto& record ) { record.forward ^= true; } );
+         case 1:
+            return change( [&]( auto& record ) {
+               record.joinState = static_cast<Intf::JoinState>( below( 3 ) );
+            } );
+         case 2:
+            return change(
+               []( auto& record ) { record.localReceiverInclude ^= true; } );
+         case 3:
+            return write( key, [&]( Show::RouteRecord& record ) {
+               record.key = key;
+               record.creationTime = 7;
+               record.rpf = SmTest::rpfBy( "eth" + std::to_string( below( 3 ) ) );
+               auto flags = record.routeFlags;
+               flags.spTreeIs( !flags.spTree() );
+               record.routeFlags = flags;
+            } );
+         case 4:
+            return remove( key, intf.c_str() );
+         default:
+            for ( int i = 0; i < 4; ++i )
+               remove( key, ( "eth" + std::to_string( i ) ).c_str() );
+            router.ipv4.tables->routeDel( key );
+      }
+   }
+
+   // What the tables have, and what the store has, without times.
+   std::map<std::string, Json> wanted() {
+      const Show::Mirror& mirror = *mirrors.all().at( 0 );
+      const Values values( mirror );
+      std::map<std::string, Json> all;
+      const auto add = [&]( const Key& key ) {
+         if ( const auto value = values.of( key ) )
+            all[keyText( key )] = stripped( value->text );
+      };
+      for ( const Key::Kind kind : { Key::links, Key::rps } )
+         add( { kind, scope } );
+      for ( const Route& route : std::as_const( *mirror.model ).route() )
+         add( { Key::route, scope, route.key() } );
+      for ( const auto& key : mirror.registers->registerOif().keys() )
+         add( { Key::registers, scope, key } );
+      for ( const auto& key : mirror.registers->noRegisterOif().keys() )
+         add( { Key::registers, scope, key } );
+      for ( const auto& key : mirror.registers->drDiscoveredSg().keys() )
+         add( { Key::registers, scope, key } );
+      for ( const auto& key : mirror.registers->anycastDiscoveredSg().keys() )
+         add( { Key::registers, scope, key } );
+      for ( const auto& key : mirror.advertised->coll().keys() )
+         add( { Key::registers, scope, key } );
+      return all;
+   }
+   std::map<std::string, Json> stands() {
+      std::map<std::string, Json> all;
+      try {
+         const auto reader = openReader( store );
+         if ( reader->instance( "r1" ).empty() ) return all;
+         bool complete = false;
+         reader->each(
+            "r1", "", [&]( const std::string& text, const std::string& value ) {
+               const auto key = parseKey( text );
+               if ( !key ) return;
+               if ( key->kind == Key::recorder ) {
+                  const Json json = Json::parse( value );
+                  complete = json["complete"] == true &&
+                             json["instance"] == reader->instance( "r1" );
+               } else if ( key->kind != Key::table && key->kind != Key::top &&
+                           key->scope == scope ) {
+                  all[text] = stripped( value );
+               }
+            } );
+         if ( !complete ) all.clear();
+      } catch ( const Mox::Error& ) {
+         return {};
+      }
+      return all;
+   }
+   static Json stripped( const std::string& value ) {
+      Json json = Json::parse( value );
+      if ( json.is_array() ) json.at( 0 ).erase( "pimsm-state:created" );
+      return json;
+   }
+
+   // Every member of every route by a name of its own: "(S, G) rpt eth1 join-state".
+   using Members = std::map<std::string, Json>;
+   static std::string nameOf( const Json& entry, const std::string& intf ) {
+      return entry.at( "source-address" ).get<std::string>() + ' ' +
+             entry.at( "group" ).get<std::string>() +
+             ( entry.at( "is-rpt" ) == true ? " rpt " : " " ) + intf + ' ';
+   }
+   Members membersOf( const std::map<std::string, Json>& state ) {
+      Members all;
+      const auto add = [&]( const std::string& name, const Json& object ) {
+         for ( const auto& [member, value] : object.items() ) {
+            if ( member != "group" && member != "source-address" &&
+                 member != "is-rpt" && member != "name" &&
+                 member != "outgoing-interface" &&
+                 member != "pimsm-state:interface" )
+               all[name + member] = value;
+         }
+      };
+      for ( const auto& [text, value] : state ) {
+         if ( parseKey( text )->kind != Key::route ) continue;
+         for ( const Json& each : value ) {
+            const Json entry = Show::restored( each );
+            add( nameOf( entry, "" ), entry );
+            for ( const Json& intf : entry.at( "pimsm-state:interface" ) )
+               add( nameOf( entry, intf.at( "name" ) ), intf );
+         }
+      }
+      return all;
+   }
+
+   // Follows the history from one state: each line's former values are those that the
+   // lines before it left. Returns the state after the last line.
+   Members follow( Members state, uint64_t skipped ) {
+      openReader( store )->history( "r1", {}, [&]( const Event& event ) {
+         if ( skipped != 0 ) return void( --skipped );
+         const Json line = Json::parse( event.body );
+         if ( !line.contains( "changed" ) || event.group.empty() ||
+              event.op.starts_with( "register" ) )
+            return;
+         const std::string name = nameOf( line, line.value( "interface", "" ) );
+         for ( const auto& [member, pair] : line["changed"].items() ) {
+            const auto known = state.find( name + member );
+            EXPECT_EQ( known != state.end() ? known->second : Json(), pair[0] )
+               << event.body;
+            if ( known != state.end() ) state.erase( known );
+            if ( !pair[1].is_null() ) state[name + member] = pair[1];
+         }
+      } );
+      return state;
+   }
+   uint64_t lines() {
+      uint64_t count = 0;
+      openReader( store )->history( "r1", {}, [&]( const Event& ) { ++count; } );
+      return count;
+   }
+
+   std::mt19937 random;
+   const Scope scope{ "default", Vantu::AddressFamily::ipv4 };
+   const std::string store = "sqlite:" + router.root.path() + "-store";
+   std::optional<Mox::Test::Program> recorder;
+
+   void TearDown() override {
+      recorder.reset();
+      std::filesystem::remove_all( router.root.path() + "-store" );
+   }
+};
+
+TEST_F( Recording, TheStoreIsTheTablesAndTheHistorySaysHow ) {
+   const bool isLong = std::getenv( "PIMSM_LONG" ) != nullptr;
+   const auto rests = [&] { return stands() == wanted(); };
+   until( rests );
+   Members known = membersOf( stands() );
+   uint64_t told = lines();
+   for ( int round = 0; round < ( isLong ? 200 : 20 ); ++round ) {
+      const unsigned steps = 1 + below( 30 ), killed = below( 2 * steps );
+      for ( unsigned i = 0; i < steps; ++i ) {
+         if ( i == killed ) kill();
+         step();
+         router.ipv4.manager.dispatch();
+      }
+      if ( killed < steps ) start();
+      until( rests );
+      known = follow( std::move( known ), std::exchange( told, lines() ) );
+      ASSERT_EQ( known, membersOf( stands() ) ) << "round " << round;
+      if ( HasFailure() ) return;
+   }
+   // What has not changed is not written again.
+   const std::string path = store.substr( store.find( ':' ) + 1 ) + "/r1.sqlite";
+   kill();
+   start();
+   until( rests );
+   const uint64_t after = lines();
+   EXPECT_EQ( after, told + 1 );  // that it started
+}
+
+}
+}

@@ -1,4 +1,4 @@
-# bash completion of pimsm-agent, pimsm-show and pimsm-mfib: what their own --help lists.
+# bash completion of pimsm-agent, pimsm-show, pimsm-mfib, pimsm-record and pimsm-fleet: what their own --help lists.
 
 # The options and commands in a help text.
 _pimsm_words() {
@@ -14,11 +14,18 @@ _pimsm() {
    _init_completion || return
    case $prev in
       --root) _filedir -d; return ;;
-      --config | --check-config | --read | --output) _filedir; return ;;
+      --config | --check-config | --read | --output | --metrics) _filedir; return ;;
       --interface | --iface | --iif)
          COMPREPLY=($(compgen -W "$(ls /sys/class/net 2>/dev/null)" -- "$cur"))
          return ;;
-      --by) COMPREPLY=($(compgen -W 'packets bits' -- "$cur")); return ;;
+      --store) COMPREPLY=($(compgen -W 'sqlite:' -- "$cur")); compopt -o nospace; return ;;
+      --by)
+         if [[ ${words[0]##*/} == pimsm-fleet ]]; then
+            COMPREPLY=($(compgen -W 'rate packets routers' -- "$cur"))
+         else
+            COMPREPLY=($(compgen -W 'packets bits' -- "$cur"))
+         fi
+         return ;;
       --sort) COMPREPLY=($(compgen -W 'group packets rate' -- "$cur")); return ;;
       --kind) COMPREPLY=($(compgen -W 'wc sg' -- "$cur")); return ;;
       --vrf)
@@ -26,15 +33,17 @@ _pimsm() {
             $(ls /dev/shm/pimsm/routing/pim/sparsemode/status 2>/dev/null)" -- "$cur"))
          return ;;
       --router | --group | --source | --macro | --received | --failover | --counters | \
-         --interval | --first | --listen)
+         --interval | --first | --listen | --keep | --keep-bytes | --sample | --top | --since | \
+         --until)
          return ;;
    esac
-   # pimsm-show has commands: the first word that is no option, nor an option's value.
+   # Some have commands: the first word that is no option, nor an option's value.
    command=
-   if [[ ${words[0]##*/} == pimsm-show ]]; then
+   if [[ ${words[0]##*/} == pimsm-@(show|fleet) ]]; then
       for ((i = 1; i < cword; i++)); do
          case ${words[i]} in
-            --root | --vrf | --group | --source | --iface | --iif | --kind | --sort | --interval)
+            --root | --store | --router | --vrf | --group | --source | --iface | --iif | --kind | \
+               --sort | --interval)
                ((i++))
                [[ ${words[i]} != = ]] || ((i++)) ;;
             -*) ;;
@@ -44,4 +53,4 @@ _pimsm() {
    fi
    COMPREPLY=($(compgen -W "$(_pimsm_words "${words[0]}" $command)" -- "$cur"))
 } &&
-   complete -F _pimsm pimsm-agent pimsm-show pimsm-mfib
+   complete -F _pimsm pimsm-agent pimsm-show pimsm-mfib pimsm-record pimsm-fleet

@@ -35,17 +35,19 @@ function( pimsm_install )
 
    install( TARGETS Pimsm PimsmRouter EXPORT PimsmTargets
       LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} )
-   install( TARGETS pimsm-agent pimsm-show RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} )
-   install( TARGETS pimsm-mfib RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} )
-   install( FILES doc/man/pimsm-agent.1 doc/man/pimsm-show.1
+   install( TARGETS pimsm-agent pimsm-show pimsm-fleet
+      RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} )
+   install( TARGETS pimsm-mfib pimsm-record RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} )
+   install( FILES doc/man/pimsm-agent.1 doc/man/pimsm-show.1 doc/man/pimsm-fleet.1
       DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 )
-   install( FILES doc/man/pimsm-mfib.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 )
+   install( FILES doc/man/pimsm-mfib.8 doc/man/pimsm-record.8
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 )
    install( FILES apps/show/metrics/pimsm.rules.yaml
       apps/show/metrics/pimsm-dashboard.json
       DESTINATION ${CMAKE_INSTALL_DATADIR}/pimsm )
    install( FILES apps/json/yang/pimsm-state.yang
       DESTINATION ${CMAKE_INSTALL_DATADIR}/yang/modules/pimsm )
-   foreach( program IN ITEMS pimsm-agent pimsm-show pimsm-mfib )
+   foreach( program IN ITEMS pimsm-agent pimsm-show pimsm-mfib pimsm-record pimsm-fleet )
       install( FILES apps/completion.bash RENAME ${program}
          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions )
    endforeach()
@@ -55,7 +57,8 @@ function( pimsm_install )
       ${public} )" )
 
    # The services, with the programs' path; systemd also looks below /usr/local.
-   foreach( service IN ITEMS agent:${CMAKE_INSTALL_FULL_BINDIR} mfib:${CMAKE_INSTALL_FULL_SBINDIR} )
+   foreach( service IN ITEMS agent:${CMAKE_INSTALL_FULL_BINDIR} mfib:${CMAKE_INSTALL_FULL_SBINDIR}
+         record:${CMAKE_INSTALL_FULL_SBINDIR} )
       string( REPLACE ":" ";" service ${service} )
       list( GET service 0 name )
       list( GET service 1 programs )

@@ -37,6 +37,7 @@ void declare( CLI::App& app, Arguments& arguments ) {
                    "Where to keep the state and history: sqlite:DIR" )
       ->type_name( "STORE" )
       ->check( filled )
+      ->envname( "PIMSM_STORE" )
       ->required();
    app.add_option( "--root", options.selection.root, "Directory of the tables" )
       ->type_name( "DIR" )

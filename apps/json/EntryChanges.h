@@ -12,11 +12,10 @@ namespace Show {
 // family: `op` "add", "update" or "delete", the key's members, `is-rpt`, `interface`, and
 // `changed`, each member that differs with its former and present value.
 //
-// Of a route's entries, restored, which may be empty on either side; times are no
-// change.
+// Of a route's entries, trimmed, as a store has them; null for no route. Times are no
+// change, and members at their default are told as they are.
 std::vector<nlohmann::ordered_json> routeChanges(
-   const std::vector<nlohmann::ordered_json>& before,
-   const std::vector<nlohmann::ordered_json>& after );
+   const nlohmann::ordered_json& before, const nlohmann::ordered_json& after );
 
 // Of two lists whose elements are told apart by these members: `op` is "THING-new",
 // "THING-update" or "THING-gone".

@@ -61,7 +61,8 @@ class Members {
    template <class Enum>
    Enum enumerator( const char* name ) const {
       try {
-         return static_cast<Enum>( Mox::enumInstance<Enum>( Mox::StringView( text( name ) ) ) );
+         return static_cast<Enum>(
+            Mox::enumInstance<Enum>( Mox::StringView( text( name ) ) ) );
       } catch ( const Mox::Error& ) {
          return Enum();
       }

@@ -4,7 +4,6 @@
 
 #include <iterator>
 
-#include "apps/json/RouteMembers.h"
 #include "apps/json/YangData.h"
 #include "apps/mirror/Olist.h"
 #include "export/Conversion.h"
@@ -35,6 +34,15 @@ bool hasRptState( const Route& route ) {
    return route.upRptState() != Sm::upRptNotJoined;
 }
 
+void addOutgoing( Json& json, const std::vector<const Intf*>& intfs ) {
+   Json& outgoing = json["outgoing-interface"] = Json::array();
+   for ( const Intf* intf : intfs ) {
+      if ( !intf->forward() ) continue;
+      outgoing.push_back( { { "name", std::string( intf->intfId().name() ) },
+                            { "jp-state", jpState( intf->joinState() ) } } );
+   }
+}
+
 Json keyOf( const Route& route, bool rpt ) {
    Json json = keyJson( route.key() );
    json["is-rpt"] = rpt;
@@ -44,12 +52,17 @@ Json keyOf( const Route& route, bool rpt ) {
 }
 
 RouteEntries::RouteEntries( const Mirror& mirror, const RouteFilter& filter,
-                            Times withTimes, double now )
+                            double now )
    : mirror_( mirror ),
      filter_( filter ),
      ranges_( mirror.family, *mirror.agent ),
-     times_( withTimes ),
+     form_( Form::whole ),
      now_( now ) {}
+
+RouteEntries::RouteEntries( const Mirror& mirror, const RouteFilter& filter )
+   : RouteEntries( mirror, filter, 0.0 ) {
+   form_ = Form::trimmed;
+}
 
 std::vector<Json> RouteEntries::of( const Route& route ) const {
    std::vector<Json> entries = { entry( route ) };
@@ -65,13 +78,8 @@ Json RouteEntries::entry( const Route& route ) const {
    addGroup( json, route );
    addSince( json, "up-time", route.creationTime() );
    const auto intfs = selectIntfs( route, filter_ );
-   Json& outgoing = json["outgoing-interface"] = Json::array();
-   for ( const Intf* intf : intfs ) {
-      if ( !intf->forward() ) continue;
-      outgoing.push_back( { { "name", std::string( intf->intfId().name() ) },
-                            { "jp-state", jpState( intf->joinState() ) } } );
-   }
-   addRouteState( json, record );
+   if ( form_ == Form::whole ) addOutgoing( json, intfs );
+   addRouteState( json, record, form_ );
    Json& all = json["pimsm-state:interface"] = Json::array();
    for ( const Intf* intf : intfs ) all.push_back( interface( route, *intf ) );
    return json;
@@ -98,7 +106,8 @@ Json RouteEntries::rpt( const Route& route ) const {
 Json RouteEntries::interface( const Route& route, const Intf& intf ) const {
    Json json;
    json["name"] = std::string( intf.intfId().name() );
-   addIntf( json, Sm::Brane::doGetBraneIntfFromRouteIntf( route.key(), intf ) );
+   addIntf( json, Sm::Brane::doGetBraneIntfFromRouteIntf( route.key(), intf ),
+            form_ );
    if ( !intf.forward() ) {
       const std::string why = reason( outgoingOf( mirror_, intf ) );
       if ( !why.empty() ) json["not-forwarding-reason"] = why;
@@ -117,7 +126,7 @@ void RouteEntries::addGroup( Json& json, const Route& route ) const {
 }
 
 void RouteEntries::addSince( Json& json, const char* name, double time ) const {
-   if ( times_ == times && time != 0.0 ) json[name] = timeticks( now_ - time );
+   if ( form_ == Form::whole && time != 0.0 ) json[name] = timeticks( now_ - time );
 }
 
 Json trafficJson( const Published::MfibCache* counters,
@@ -137,7 +146,7 @@ Json trafficJson( const Published::MfibCache* counters,
 
 std::vector<Json> routeEntries( const Mirror& mirror, const RouteFilter& filter,
                                 double now, const Rates* rates ) {
-   const RouteEntries entries( mirror, filter, RouteEntries::times, now );
+   const RouteEntries entries( mirror, filter, now );
    std::vector<Json> all;
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
       std::vector<Json> some = entries.of( *route );

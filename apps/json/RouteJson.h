@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "apps/json/RouteMembers.h"
 #include "apps/mirror/Rates.h"
 #include "apps/mirror/RouteFilter.h"
 #include "published/GroupRanges.h"
@@ -21,12 +22,11 @@ std::vector<nlohmann::ordered_json> routeEntries( const Mirror& mirror,
 // Makes the entries of single routes of a mirror; a copy of the moment's group ranges.
 class RouteEntries {
  public:
-   enum Times { noTimes, times };
-
-   // The filter chooses interfaces. `withTimes`: with the times of routes and joins, as
-   // time since. Both arguments outlive it.
-   RouteEntries( const Mirror& mirror, const RouteFilter& filter,
-                 Times withTimes = times, double now = 0.0 );
+   // As they are shown, with the times of routes and joins as time since; or trimmed
+   // (Trim.h) and without times, as they are stored. The filter chooses interfaces. Both
+   // arguments outlive it.
+   RouteEntries( const Mirror& mirror, const RouteFilter& filter, double now );
+   RouteEntries( const Mirror& mirror, const RouteFilter& filter );
 
    // One or two.
    std::vector<nlohmann::ordered_json> of( const Route& route ) const;
@@ -44,7 +44,7 @@ class RouteEntries {
    const Mirror& mirror_;
    const RouteFilter& filter_;
    Published::GroupRanges ranges_;
-   Times times_;
+   Form form_;
    double now_;
 };
 

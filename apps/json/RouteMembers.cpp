@@ -34,15 +34,33 @@ std::string flagsText( const Route::RouteFlags& flags ) {
    return text;
 }
 
+// Adds members with their defaults, which the trimmed form leaves out.
+class Members {
+ public:
+   Members( Json& json, Form form ) : json_( json ), form_( form ) {}
+
+   void flag( const char* name, bool value ) const {
+      if ( value || form_ == Form::whole ) json_[name] = value;
+   }
+   template <class Value, class ToText>
+   void add( const char* name, Value value, Value usual, ToText text ) const {
+      if ( value != usual || form_ == Form::whole ) json_[name] = text( value );
+   }
+
+ private:
+   Json& json_;
+   Form form_;
+};
+
 // A directly connected source is a host, no PIM neighbour.
 void addPath( Json& json, const char* name, const Rpf& rpf,
-              const RouteRecord& record, bool attached ) {
+              const RouteRecord& record, bool attached, Form form ) {
    if ( rpf == Rpf() ) return;
    Json& path = json[name];
    addName( path, "interface", rpf.intfId );
    if ( rpf.neighbor != record.key.source )
       addNeighbor( path, "neighbor", rpf.neighbor );
-   path["attached"] = attached;
+   Members( path, form ).flag( "attached", attached );
    path["preference"] = rpf.preference;
    path["metric"] = rpf.metric.value;
 }
@@ -99,15 +117,21 @@ void addRoute( Json& json, const RouteRecord& record, const Incoming& incoming )
    if ( !wildcard ) json["msdp-learned"] = record.routeFlags.msdpDiscovered();
 }
 
-void addRouteState( Json& json, const RouteRecord& record ) {
-   json["pimsm-state:flags"] = flagsText( record.routeFlags );
-   addPath( json, "pimsm-state:rpf", record.rpf, record, record.rpfAttached );
-   addPath( json, "pimsm-state:previous-rpf", record.prevRpf, record, false );
+void addRouteState( Json& json, const RouteRecord& record, Form form ) {
+   const Members members( json, form );
+   members.add( "pimsm-state:flags", record.routeFlags, Route::RouteFlags(),
+                flagsText );
+   addPath( json, "pimsm-state:rpf", record.rpf, record, record.rpfAttached, form );
+   addPath( json, "pimsm-state:previous-rpf", record.prevRpf, record, false, form );
    addPath( json, "pimsm-state:fast-reroute-rpf", record.rpfFrr, record,
-            record.rpfFrrAttached );
+            record.rpfFrrAttached, form );
    addName( json, "pimsm-state:border-router-interface", record.mbrIif );
-   json["pimsm-state:upstream-join-state"] =
-      yangName( stringValue( record.upJoinState ), "up" );
+   members.add(
+      "pimsm-state:upstream-join-state", record.upJoinState, Sm::upNotJoined,
+      []( auto state ) { return yangName( stringValue( state ), "up" ); } );
+   if ( form == Form::trimmed && record.iifSwitchState == Route::notSwitching &&
+        !record.iifSwitchPending )
+      return;
    Json& change = json["pimsm-state:interface-switch"];
    change["state"] = yangName( stringValue( record.iifSwitchState ) );
    change["pending"] = record.iifSwitchPending;
@@ -119,20 +143,23 @@ void addRpt( Json& json, const RouteRecord& record, const Incoming& incoming ) {
       yangName( stringValue( record.upRptState ), "upRpt" );
 }
 
-void addIntf( Json& json, const IntfRecord& record ) {
-   json["forwarding"] = record.forward;
-   json["fast-failover-forwarding"] = record.fastForward;
-   json["join-state"] = jpState( record.joinState );
+void addIntf( Json& json, const IntfRecord& record, Form form ) {
+   const Members members( json, form );
+   members.flag( "forwarding", record.forward );
+   members.flag( "fast-failover-forwarding", record.fastForward );
+   members.add( "join-state", record.joinState, Intf::noInfo, jpState );
    const Sm::AssertInfo& info = record.assertInfo;
-   json["assert-state"] = yangName( stringValue( info.assertState ), "assert" );
+   members.add(
+      "assert-state", info.assertState, Sm::assertNoInfo,
+      []( auto state ) { return yangName( stringValue( state ), "assert" ); } );
    if ( info.assertState != Sm::assertNoInfo )
       json["assert-winner"] = winnerJson( info.assertWinnerMetric );
-   json["local-receiver-include"] = record.localReceiverInclude;
-   json["local-receiver-exclude"] = record.localReceiverExclude;
+   members.flag( "local-receiver-include", record.localReceiverInclude );
+   members.flag( "local-receiver-exclude", record.localReceiverExclude );
    if ( record.lastAssertAction != 0 )
       json["last-assert-action"] = record.lastAssertAction;
-   json["to-be-deleted"] = record.toBeDeleted;
-   json["allow-rp-in-use"] = record.allowRpInUse;
+   members.flag( "to-be-deleted", record.toBeDeleted );
+   members.flag( "allow-rp-in-use", record.allowRpInUse );
 }
 
 void addRptIntf( Json& json, const IntfRecord& record ) {

@@ -28,18 +28,23 @@ using IntfRecord = Routing::Pim::SparseMode::Brane::Intf;
 // "group" and "source-address"; the latter is "*" for a (*,G) route.
 nlohmann::ordered_json keyJson( const Routing::Pim::RouteKey& key );
 
+// Whole, or without the members at their default (Trim.h).
+enum class Form { whole, trimmed };
+
 // These add members to an object: for the entry of a (*,G) route, or of an (S,G)
 // route without its (S,G,rpt) state, those of ietf-pim-base and those of our
 // module.
 void addRoute( nlohmann::ordered_json& json, const RouteRecord& record,
                const Incoming& incoming );
-void addRouteState( nlohmann::ordered_json& json, const RouteRecord& record );
+void addRouteState( nlohmann::ordered_json& json, const RouteRecord& record,
+                    Form form = Form::whole );
 // For the entry with an (S,G) route's (S,G,rpt) state.
 void addRpt( nlohmann::ordered_json& json, const RouteRecord& record,
              const Incoming& incoming );
 
 // For the interfaces of these entries.
-void addIntf( nlohmann::ordered_json& json, const IntfRecord& record );
+void addIntf( nlohmann::ordered_json& json, const IntfRecord& record,
+              Form form = Form::whole );
 void addRptIntf( nlohmann::ordered_json& json, const IntfRecord& record );
 
 // A path as an object; null for the default path, which means none.

@@ -38,7 +38,8 @@ Json envelope( const Mirror& mirror, const char* member, Json value ) {
    json["vrf"] = mirror.vrf();
    json["family"] = familyName( mirror.family );
    json["writer"] = mirror.writerText();
-   json["data"] = yangData( mirror.vrf(), mirror.family, member, std::move( value ) );
+   json["data"] =
+      yangData( mirror.vrf(), mirror.family, member, std::move( value ) );
    return json;
 }
 

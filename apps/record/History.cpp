@@ -3,7 +3,6 @@
 #include "apps/json/EntryChanges.h"
 #include "apps/json/EventJson.h"
 #include "apps/json/RouteMembers.h"
-#include "apps/json/Trim.h"
 #include "apps/json/YangData.h"
 
 namespace Fleet {
@@ -14,14 +13,6 @@ namespace {
 
 Json parsed( const std::string& text ) {
    return text.empty() ? Json() : Json::parse( text, nullptr, false );
-}
-
-std::vector<Json> entriesOf( const std::string& text ) {
-   std::vector<Json> entries;
-   const Json list = parsed( text );
-   if ( !list.is_array() ) return entries;
-   for ( const Json& each : list ) entries.push_back( Show::restored( each ) );
-   return entries;
 }
 
 Json member( const Json& json, const char* name ) {
@@ -70,7 +61,7 @@ std::vector<Json> linesOf( const Key& key, const std::string& before,
                            const std::string& after ) {
    switch ( key.kind ) {
       case Key::route:
-         return Show::routeChanges( entriesOf( before ), entriesOf( after ) );
+         return Show::routeChanges( parsed( before ), parsed( after ) );
       case Key::links:
          return linkChanges( parsed( before ), parsed( after ) );
       case Key::rps:

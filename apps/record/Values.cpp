@@ -5,7 +5,6 @@
 #include "apps/json/LinkJson.h"
 #include "apps/json/RegisterJson.h"
 #include "apps/json/RpJson.h"
-#include "apps/json/Trim.h"
 #include "apps/json/YangData.h"
 #include "apps/mirror/AgentTables.h"
 #include "apps/mirror/Events.h"
@@ -31,7 +30,7 @@ const std::string& bootId() {
 }
 
 Values::Values( const Show::Mirror& mirror )
-   : mirror_( mirror ), entries_( mirror, all_, Show::RouteEntries::noTimes ) {}
+   : mirror_( mirror ), entries_( mirror, all_ ) {}
 
 std::optional<Value> Values::of( const Key& key ) const {
    switch ( key.kind ) {
@@ -57,8 +56,7 @@ std::optional<Value> Values::route( const RouteKey& key ) const {
    const Show::Route* route = std::as_const( *mirror_.model ).route( key );
    if ( route == nullptr ) return std::nullopt;
    Json list = Json::array();
-   for ( Json& entry : entries_.of( *route ) )
-      list.push_back( Show::trimmed( std::move( entry ) ) );
+   for ( Json& entry : entries_.of( *route ) ) list.push_back( std::move( entry ) );
    const double created = route->creationTime();
    const std::string now = Show::jsonText( list );
    const uint64_t digest =

@@ -152,7 +152,7 @@ Mirrors::Mirrors( const Selection& selection, Mirror::Depth depth )
    : selection_( selection ),
      depth_( depth ),
      clock_( loop_ ),
-     manager_( clock_, &loop_, selection.root, depth == Mirror::models ) {
+     manager_( clock_, &loop_, selection.root, depth != Mirror::tablesOnly ) {
    const Found found = find( selection );
    process_ = Published::ProcessStatus::mount( manager_, Brane::tableReader );
    mfib_ = Published::ProcessStatus::mountAt( manager_, Brane::tableReader,

@@ -31,8 +31,9 @@ struct Selection {
 
 // One VRF and family: the tables and the model that mirrors them.
 struct Mirror {
-   // What a command needs of the routes.
-   enum Depth { models, tablesOnly };
+   // What is wanted of the routes: models that follow the tables; tables that tell of
+   // changes; or tables to look at once.
+   enum Depth { models, watchedTables, tablesOnly };
 
    Mirror( Corvex::EntityManager& manager, Mox::Clock& clock,
            Vantu::AddressFamily mirrorFamily, const L3::VrfName& vrfName,
@@ -70,7 +71,7 @@ struct Mirror {
    Vantu::AddressFamily family;
    L3::VrfName name;
    std::optional<Routing::Pim::SparseMode::VrfMirror> routes;
-   // The model of `routes`, null with tablesOnly; those below belong to the agent's
+   // The model of `routes`, null without; those below belong to the agent's
    // tables.
    Mox::Ptr<Routing::Pim::SparseMode::Status> model;
    Mox::Ptr<Routing::Pim::SparseMode::Brane::Status> tables;

@@ -138,7 +138,7 @@ void Recorder::sample( Scoped& scoped ) {
 void Recorder::follow() {
    for ( const auto& mirror : mirrors_.all() ) {
       Scoped& scoped = scopes_[{ mirror->vrf(), mirror->family }];
-      if ( scoped.watched != nullptr || !mirror->loaded() ||
+      if ( scoped.watched != nullptr ||
            mirror->problem().kind != Show::Mirror::Problem::none )
          continue;
       const bool isNew = open_ && !first_ && !scoped.stored;
@@ -204,12 +204,12 @@ void Recorder::compare() {
    comparing_ = false;
 }
 
-void Recorder::take( const StoreThread::Standing& standing ) {
+void Recorder::take( StoreThread::Standing standing ) {
    known_.clear();
-   for ( const auto& [text, value] : standing ) {
+   for ( auto& [text, value] : standing ) {
       if ( const auto key = parseKey( text ) ) {
          if ( key->kind != Key::recorder ) scopes_[key->scope].stored = true;
-         known_[*key] = { value.digest, value.value };
+         known_[*key] = { value.digest, std::move( value.value ) };
          continue;
       }
       batch_.puts.push_back( { text, std::nullopt } );
@@ -235,7 +235,7 @@ void Recorder::handleDone( StoreThread::Answer answer ) {
       first_ = !open_ && answer.standing->empty();
       counts_.complete = false;
       recorder_["complete"] = false;
-      take( *answer.standing );
+      take( std::move( *answer.standing ) );
    }
    if ( !open_ ) {
       open_ = true;
@@ -260,11 +260,6 @@ void Recorder::putRecorder() {
    const std::string text = Show::jsonText( recorder_ );
    batch_.puts.push_back( { keyText( {} ), text, digestOf( text ) } );
    known_[{}] = { digestOf( text ), text };
-}
-
-std::optional<Value> Recorder::counted( Watched& watched, const Key& key ) {
-   return key.kind == Key::rates ? watched.samples().page( key.page )
-                                 : watched.samples().top();
 }
 
 void Recorder::put( const Key& key, const Touch& touch,
@@ -299,13 +294,16 @@ void Recorder::put( const Key& key, const Touch& touch,
 bool Recorder::fillFrom( Scoped& scoped, double until ) {
    constexpr size_t kMost = 500;
    // Of one turn: nothing changes while it lasts.
-   const Values values( scoped.watched->mirror() );
+   const Values values( *scoped.watched );
    while ( !scoped.queue.empty() && batch_.puts.size() < kMost ) {
       if ( mirrors_.now() >= until ) return true;
       const auto [key, touched] = scoped.queue.take();
-      auto value = key.kind == Key::rates || key.kind == Key::top
-                      ? counted( *scoped.watched, key )
-                      : values.of( key );
+      std::optional<Value> value;
+      try {
+         value = values.of( key );
+      } catch ( const Values::Unreadable& ) {
+         continue;
+      }
       const auto known = known_.find( key );
       const bool routesFollow =
          ( key.kind == Key::links || key.kind == Key::rps ) && value &&

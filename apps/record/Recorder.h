@@ -15,7 +15,7 @@
 #include "apps/mirror/Mirrors.h"
 #include "apps/record/LogTail.h"
 #include "apps/record/StoreThread.h"
-#include "apps/record/Watched.h"
+#include "apps/record/Values.h"
 
 namespace Fleet {
 
@@ -87,13 +87,12 @@ class Recorder : public Mox::Clock::Notifiee {
    void dropScope( const Scope& scope );
 
    void handleDone( StoreThread::Answer answer );
-   void take( const StoreThread::Standing& standing );
+   void take( StoreThread::Standing standing );
    // Fills a batch for some ms and hands it over.
    void fill();
    bool fillFrom( Scoped& scoped, double until );
    void put( const Key& key, const Touch& touch, std::optional<Value> value );
    void putRecorder();
-   static std::optional<Value> counted( Watched& watched, const Key& key );
    bool settled() const;
 
    Show::Mirrors& mirrors_;

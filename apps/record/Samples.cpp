@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "apps/json/RouteMembers.h"
+#include "apps/json/RouteJson.h"
 #include "apps/mirror/Events.h"
 
 namespace Fleet {

@@ -8,7 +8,8 @@
 #include <unordered_map>
 
 #include "apps/mirror/Rates.h"
-#include "apps/record/Values.h"
+#include "apps/record/Value.h"
+#include "apps/store/Key.h"
 
 namespace Fleet {
 

@@ -1,7 +1,5 @@
 #include "apps/record/Values.h"
 
-#include <fstream>
-
 #include "apps/json/LinkJson.h"
 #include "apps/json/RegisterJson.h"
 #include "apps/json/RpJson.h"
@@ -13,24 +11,10 @@ namespace Fleet {
 
 using Json = nlohmann::ordered_json;
 
-Value valueOf( const Json& json ) {
-   std::string text = Show::jsonText( json );
-   const uint64_t digest = digestOf( text );
-   return { std::move( text ), digest };
-}
-
-const std::string& bootId() {
-   static const std::string id = [] {
-      std::ifstream file( "/proc/sys/kernel/random/boot_id" );
-      std::string text;
-      file >> text;
-      return text;
-   }();
-   return id;
-}
-
-Values::Values( const Show::Mirror& mirror )
-   : mirror_( mirror ), entries_( mirror, all_ ) {}
+Values::Values( Watched& watched )
+   : watched_( watched ),
+     mirror_( watched.mirror() ),
+     entries_( watched.mirror(), all_ ) {}
 
 std::optional<Value> Values::of( const Key& key ) const {
    switch ( key.kind ) {
@@ -45,6 +29,10 @@ std::optional<Value> Values::of( const Key& key ) const {
             { { "rp-range", Show::rpsJson( Show::selectRps( mirror_, {} ) ) } } );
       case Key::table:
          return table();
+      case Key::rates:
+         return watched_.samples().page( key.page );
+      case Key::top:
+         return watched_.samples().top();
       default:
          return std::nullopt;
    }
@@ -53,11 +41,13 @@ std::optional<Value> Values::of( const Key& key ) const {
 // A time on the wall moves with its clock by some ms between two looks: the digest has
 // the time of the tables instead.
 std::optional<Value> Values::route( const RouteKey& key ) const {
-   const Show::Route* route = std::as_const( *mirror_.model ).route( key );
-   if ( route == nullptr ) return std::nullopt;
+   const OneRoute::Result found = watched_.oneRoute().load( key );
+   if ( found == OneRoute::unreadable ) throw Unreadable();
+   if ( found == OneRoute::absent ) return std::nullopt;
+   const Show::Route& route = watched_.oneRoute().route();
    Json list = Json::array();
-   for ( Json& entry : entries_.of( *route ) ) list.push_back( std::move( entry ) );
-   const double created = route->creationTime();
+   for ( Json& entry : entries_.of( route ) ) list.push_back( std::move( entry ) );
+   const double created = route.creationTime();
    const std::string now = Show::jsonText( list );
    const uint64_t digest =
       digestOf( now + ' ' + bootId() + ' ' + std::to_string( created ) );
@@ -88,8 +78,9 @@ std::optional<Value> Values::registers( const RouteKey& key ) const {
 Value Values::table() const {
    Json json;
    json["writer"] = mirror_.writerText();
-   json["wc-routes"] = mirror_.model->wcRoutes();
-   json["sg-routes"] = mirror_.model->sgRoutes();
+   const Watched::Counts counts = watched_.counts();
+   json["wc-routes"] = counts.wildcards;
+   json["sg-routes"] = counts.sources;
    if ( const uint64_t damaged = mirror_.unreadable() )
       json["unreadable"] = std::to_string( damaged );
    Json& all = json["table"] = Json::array();

@@ -1,5 +1,7 @@
 #include "apps/record/Watched.h"
 
+#include <algorithm>
+
 namespace Fleet {
 
 namespace Sm = Routing::Pim::SparseMode;
@@ -80,13 +82,17 @@ class Advertised : public Sm::AdvertisedSgStatus::NotifieeConst {
 
 }
 
-Watched::Watched( const Show::Mirror& mirror, double sample, size_t top,
-                  Touch touched )
+Watched::Watched( Show::Mirror& mirror, double sample, size_t top, Touch touched )
    : mirror_( mirror ),
      scope_{ mirror.vrf(), mirror.family },
      samples_( mirror, sample, top ),
      touch_( std::move( touched ) ),
-     alive_( mirror.writerAlive() ) {
+     alive_( mirror.writerAlive() ),
+     oneRoute_( mirror, [this]( const RouteKey& key ) -> const Intfs& {
+        static const Intfs kNone;
+        const auto found = intfs_.find( key );
+        return found != intfs_.end() ? found->second : kNone;
+     } ) {
    const auto registers = [this]( const RouteKey& key ) {
       touch( Key::registers, key );
    };
@@ -95,33 +101,78 @@ Watched::Watched( const Show::Mirror& mirror, double sample, size_t top,
                   std::make_shared<Registers>( *mirror.registers, registers ),
                   std::make_shared<Advertised>( *mirror.advertised, registers ) };
    notifierIs( mirror.tables.get() );
+   noteAll();
 }
 
 void Watched::note( const RouteKey& key ) {
-   if ( key.source.isUnspecified() ) return;
-   if ( std::as_const( *mirror_.model ).route( key ) != nullptr ) {
-      sources_[key.group].insert( key );
+   if ( mirror_.tables->route().has( key ) ) {
+      routes_[key.group].insert( key );
       return;
    }
-   const auto found = sources_.find( key.group );
-   if ( found == sources_.end() ) return;
+   const auto found = routes_.find( key.group );
+   if ( found == routes_.end() ) return;
    found->second.erase( key );
-   if ( found->second.empty() ) sources_.erase( found );
+   if ( found->second.empty() ) routes_.erase( found );
+}
+
+void Watched::note( const Routing::Pim::RouteIntfKey& key ) {
+   Intfs& intfs = intfs_[key.routeKey];
+   const auto at = std::lower_bound( intfs.begin(), intfs.end(), key.intfId );
+   const bool known = at != intfs.end() && *at == key.intfId;
+   const bool there = mirror_.tables->routeIntf().has( key );
+   if ( there && !known ) intfs.insert( at, key.intfId );
+   if ( !there && known ) intfs.erase( at );
+   if ( intfs.empty() ) intfs_.erase( key.routeKey );
+}
+
+void Watched::noteAll() {
+   routes_.clear();
+   intfs_.clear();
+   for ( const RouteKey& key : mirror_.tables->route().keys() )
+      routes_[key.group].insert( key );
+   for ( const auto& key : mirror_.tables->routeIntf().keys() )
+      intfs_[key.routeKey].push_back( key.intfId );
+   for ( auto& [key, intfs] : intfs_ ) std::sort( intfs.begin(), intfs.end() );
+}
+
+Watched::Counts Watched::counts() const {
+   Counts counts;
+   for ( const auto& [group, keys] : routes_ ) {
+      for ( const RouteKey& key : keys )
+         ++( key.source.isUnspecified() ? counts.wildcards : counts.sources );
+   }
+   return counts;
+}
+
+// The table is there, or another one: what it has differs from what was known.
+void Watched::onRoute() {
+   touchRoutes();
+   noteAll();
+   touchRoutes();
 }
 
 void Watched::onRoute( const RouteKey& key ) {
-   touch( Key::route, key );
    note( key );
+   touchRoute( key );
+}
+
+void Watched::onRouteIntf( const Routing::Pim::RouteIntfKey& key ) {
+   note( key );
+   touchRoute( key.routeKey );
+}
+
+// The entries of a group's sources follow the (*,G) route's.
+void Watched::touchRoute( const RouteKey& key ) {
+   touch( Key::route, key );
    if ( !key.source.isUnspecified() ) return;
-   const auto found = sources_.find( key.group );
-   if ( found == sources_.end() ) return;
+   const auto found = routes_.find( key.group );
+   if ( found == routes_.end() ) return;
    for ( const RouteKey& source : found->second ) touch( Key::route, source );
 }
 
 void Watched::touchRoutes() {
-   for ( const Show::Route& route : std::as_const( *mirror_.model ).route() ) {
-      note( route.key() );
-      touch( Key::route, route.key() );
+   for ( const auto& [group, keys] : routes_ ) {
+      for ( const RouteKey& key : keys ) touch( Key::route, key );
    }
 }
 
@@ -148,7 +199,7 @@ void Watched::lookAtWriter( double now ) {
 }
 
 bool Watched::rests( double now ) const {
-   return now < restsUntil_ || !mirror_.loaded();
+   return now < restsUntil_;
 }
 
 }

@@ -10,8 +10,10 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <unordered_map>
 
 #include "apps/mirror/Mirrors.h"
+#include "apps/record/OneRoute.h"
 #include "apps/record/Samples.h"
 #include "apps/store/Key.h"
 
@@ -22,12 +24,19 @@ class Watched : private Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
    // Of the key that may have changed.
    using Touch = std::function<void( const Key& )>;
 
-   // REQUIRES: a loaded mirror.
-   Watched( const Show::Mirror& mirror, double sample, size_t top, Touch touch );
+   // REQUIRES: a mirror without a model, whose tables are ready.
+   Watched( Show::Mirror& mirror, double sample, size_t top, Touch touch );
 
    const Show::Mirror& mirror() const { return mirror_; }
    const Scope& scope() const { return scope_; }
    Samples& samples() { return samples_; }
+   OneRoute& oneRoute() { return oneRoute_; }
+
+   // The routes in the tables, by kind.
+   struct Counts {
+      size_t wildcards = 0, sources = 0;
+   };
+   Counts counts() const;
 
    // Names every key that the tables have now.
    void touchAll();
@@ -45,23 +54,30 @@ class Watched : private Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
    using NotifieeConst::onRoute;
    using NotifieeConst::onRouteIntf;
    void onRoute( const RouteKey& key ) override;
-   void onRoute() override { touchAll(); }
-   void onRouteIntf( const Routing::Pim::RouteIntfKey& key ) override {
-      onRoute( key.routeKey );
-   }
+   void onRoute() override;
+   void onRouteIntf( const Routing::Pim::RouteIntfKey& key ) override;
+   void onRouteIntf() override { onRoute(); }
    void touch( Key::Kind kind, const RouteKey& stream = {} ) const {
       touch_( { kind, scope_, stream } );
    }
-   // Keeps the sources of each group, whose entries follow the (*,G) route's.
+   using Intfs = std::vector<Vantu::IntfId>;
+   // Takes up whether the tables have the route, or its interface.
    void note( const RouteKey& key );
+   void note( const Routing::Pim::RouteIntfKey& key );
+   void noteAll();
+   void touchRoute( const RouteKey& key );
 
-   const Show::Mirror& mirror_;
+   Show::Mirror& mirror_;
    Scope scope_;
    Samples samples_;
    Touch touch_;
    bool alive_ = true;
    double restsUntil_ = 0.0;
-   std::map<Vantu::IpGenAddr, std::set<RouteKey>> sources_;
+   // Which routes a group has, and which interfaces a route: the tables find records by
+   // their keys alone.
+   std::map<Vantu::IpGenAddr, std::set<RouteKey>> routes_;
+   std::unordered_map<RouteKey, Intfs> intfs_;
+   OneRoute oneRoute_;
    std::vector<std::shared_ptr<void>> observers_;
 };
 

@@ -111,7 +111,8 @@ class MetricsFile : public Mox::Clock::Notifiee {
 };
 
 ExitStatus record( const Arguments& arguments ) {
-   Show::Mirrors mirrors( arguments.options.selection );
+   Show::Mirrors mirrors( arguments.options.selection,
+                          Show::Mirror::watchedTables );
    Mox::SignalWatcher ends( mirrors.loop(), { SIGTERM, SIGINT },
                             [&]( int ) { mirrors.loop().stop(); } );
    if ( arguments.options.once ) {

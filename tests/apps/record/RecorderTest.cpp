@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "apps/json/LinkJson.h"
+#include "apps/json/RouteJson.h"
 #include "apps/json/Trim.h"
-#include "apps/record/Values.h"
 #include "apps/store/Store.h"
 #include "tests/apps/json/Watching.h"
 #include "tests/support/Program.h"
@@ -78,29 +79,17 @@ class Recording : public Show::Watching {
       }
    }
 
-   // What the tables have, and what the store has, without times.
+   // What the tables have, by a mirror's whole model, and what the store has; without
+   // times.
    std::map<std::string, Json> wanted() {
       const Show::Mirror& mirror = *mirrors.all().at( 0 );
-      const Values values( mirror );
+      const Show::RouteFilter everything;
+      const Show::RouteEntries entries( mirror, everything );
       std::map<std::string, Json> all;
-      const auto add = [&]( const Key& key ) {
-         if ( const auto value = values.of( key ) )
-            all[keyText( key )] = stripped( value->text );
-      };
-      for ( const Key::Kind kind : { Key::links, Key::rps } )
-         add( { kind, scope } );
+      all[keyText( { Key::links, scope } )] = Show::linksJson( mirror );
       for ( const Route& route : std::as_const( *mirror.model ).route() )
-         add( { Key::route, scope, route.key() } );
-      for ( const auto& key : mirror.registers->registerOif().keys() )
-         add( { Key::registers, scope, key } );
-      for ( const auto& key : mirror.registers->noRegisterOif().keys() )
-         add( { Key::registers, scope, key } );
-      for ( const auto& key : mirror.registers->drDiscoveredSg().keys() )
-         add( { Key::registers, scope, key } );
-      for ( const auto& key : mirror.registers->anycastDiscoveredSg().keys() )
-         add( { Key::registers, scope, key } );
-      for ( const auto& key : mirror.advertised->coll().keys() )
-         add( { Key::registers, scope, key } );
+         all[keyText( { Key::route, scope, route.key() } )] =
+            Json( entries.of( route ) );
       return all;
    }
    std::map<std::string, Json> stands() {
@@ -117,7 +106,7 @@ class Recording : public Show::Watching {
                   const Json json = Json::parse( value );
                   complete = json["complete"] == true &&
                              json["instance"] == reader->instance( "r1" );
-               } else if ( key->kind != Key::table && key->kind != Key::top &&
+               } else if ( ( key->kind == Key::route || key->kind == Key::links ) &&
                            key->scope == scope ) {
                   all[text] = stripped( value );
                }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/pim/EmbeddedRp.h"
+
 namespace Fleet {
 
 namespace {
@@ -34,6 +36,15 @@ const RpRange* RouterFacts::range( const IpGenAddr& group ) const {
          found = &each;
    }
    return found;
+}
+
+IpGenAddr RouterFacts::rp( const IpGenAddr& group ) const {
+   const RpRange* found = range( group );
+   if ( found == nullptr || found->rule == RpRange::sourceSpecific )
+      return IpGenAddr::unspecified( group.family() );
+   if ( found->rule == RpRange::embedded )
+      return Routing::Pim::embeddedRp( group ).value_or( found->rp );
+   return found->rp;
 }
 
 bool RouterFacts::ownsRp( const IpGenAddr& rp ) const {

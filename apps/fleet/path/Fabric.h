@@ -33,6 +33,8 @@ struct RouterFacts {
    std::optional<uint32_t> interface( const std::string& name ) const;
    // The longest range with the group; null: none.
    const RpRange* range( const IpGenAddr& group ) const;
+   // The group's RP; unspecified: none is told.
+   IpGenAddr rp( const IpGenAddr& group ) const;
    // Is the address an interface's, or that of an RP that it says to be?
    bool ownsRp( const IpGenAddr& rp ) const;
 };

@@ -123,8 +123,9 @@ void Checking::take( uint32_t router, const RouteKey& key,
    const bool wanted =
       view.joined || std::any_of( interfaces.begin(), interfaces.end(),
                                   []( const auto& is ) { return is.forwards; } );
-   const bool ends =
-      view.attached || ( wildcard && fabric_.routers()[router].ownsRp( view.rp ) );
+   const RouterFacts& facts = fabric_.routers()[router];
+   const IpGenAddr rp = view.rp.isUnspecified() ? facts.rp( key.group ) : view.rp;
+   const bool ends = view.attached || ( wildcard && facts.ownsRp( rp ) );
    if ( wanted && !ends ) takeUp( router, key, view );
 }
 

@@ -60,9 +60,7 @@ Judgement Judge::find( Hop& hop ) const {
 Judgement Judge::stale( uint32_t router ) const {
    const RouterFacts& facts = fabric_.routers()[router];
    if ( !facts.lives )
-      return {
-         Verdict::stale,
-         name( router ) + " has no recorder that keeps its state up to date" };
+      return { Verdict::stale, name( router ) + " is recorded by nobody now" };
    if ( facts.incomplete() )
       return { Verdict::stale, name( router ) +
                                   " is not recorded whole: its recorder still "

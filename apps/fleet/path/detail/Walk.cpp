@@ -4,8 +4,6 @@
 
 #include <algorithm>
 
-#include "platform/pim/EmbeddedRp.h"
-
 namespace Fleet {
 
 namespace {
@@ -238,13 +236,7 @@ Judgement Walk::countersStill( uint32_t above, uint32_t below ) {
 
 IpGenAddr Walk::rpOf( uint32_t router, const View& view ) const {
    if ( !view.rp.isUnspecified() ) return view.rp;
-   const IpGenAddr& group = question_.stream.group;
-   const RpRange* range = fabric_.routers()[router].range( group );
-   if ( range == nullptr || range->rule == RpRange::sourceSpecific )
-      return IpGenAddr::unspecified( group.family() );
-   if ( range->rule == RpRange::embedded )
-      return Routing::Pim::embeddedRp( group ).value_or( range->rp );
-   return range->rp;
+   return fabric_.routers()[router].rp( question_.stream.group );
 }
 
 Judgement Walk::rpDiffers( uint32_t above, uint32_t below,

@@ -55,11 +55,11 @@ void Walk::wholeTree() {
       const Stream& held = routers_.stream( router );
       const View view = viewOf( held );
       const auto& interfaces = interfacesOf( held );
+      // Who joins the shared tree may have pruned this source from it.
       const bool takes =
-         view.tree != Tree::none &&
-         ( view.joined ||
-           std::any_of( interfaces.begin(), interfaces.end(),
-                        []( const auto& is ) { return is.forwards; } ) );
+         ( view.tree == Tree::source && view.joined ) ||
+         std::any_of( interfaces.begin(), interfaces.end(),
+                      []( const auto& is ) { return is.forwards; } );
       if ( !takes ) continue;
       taking.push_back( router );
       const auto place = fabric_.place( router, view.incoming );
@@ -110,13 +110,21 @@ Judgement Walk::surplus( const Place& place ) {
              is->assertState != RouteIntf::loser;
    };
    if ( !joined( held.sg ) && !joined( held.wc ) ) return {};
+   const auto sends = [&]( const Place& other ) {
+      for ( const auto* route : { &stream( other ).sg, &stream( other ).wc } )
+         if ( *route && ( *route )->entry.joined &&
+              ( ( *route )->entry.incoming == nameOf( other ) ||
+                ( *route )->entry.rpfInterface == nameOf( other ) ) )
+            return true;
+      return false;
+   };
    bool any = false;
    for ( const Neighbor& each : fabric_.router( place ).links.neighbors ) {
       if ( each.interface != nameOf( place ) ) continue;
       const auto other = fabric_.owner( place, each.address ).place;
       const bool known = other && !fabric_.router( *other ).stale() &&
                          !fabric_.router( *other ).agentGone();
-      if ( !known ) return {};
+      if ( !known || sends( *other ) ) return {};
       any = true;
    }
    if ( !any ) return {};

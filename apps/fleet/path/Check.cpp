@@ -78,6 +78,7 @@ std::vector<Finding> checkFleet( Reader& reader, const CheckQuestion& question )
    if ( question.pause && !found.empty() )
       found = confirmed( reader, routers, question, std::move( found ) );
    std::vector<Finding> findings;
+   findings.reserve( found.size() );
    for ( const Found& each : found )
       findings.push_back( findingOf( routers.fabric(), each ) );
    for ( const Problem& each : routers.problems() )

@@ -120,9 +120,12 @@ void Checking::take( uint32_t router, const RouteKey& key,
    const uint32_t stream = numberOf( key );
    takeDown( router, stream, held, view );
    const auto& interfaces = interfacesOf( held );
+   // Without its SPT bit an (S,G) route may forward what the shared tree brings.
+   const bool own = wildcard || held.sg->entry.spt || held.sg->entry.sourceSpecific;
    const bool wanted =
-      view.joined || std::any_of( interfaces.begin(), interfaces.end(),
-                                  []( const auto& is ) { return is.forwards; } );
+      view.joined ||
+      ( own && std::any_of( interfaces.begin(), interfaces.end(),
+                            []( const auto& is ) { return is.forwards; } ) );
    const RouterFacts& facts = fabric_.routers()[router];
    const IpGenAddr rp = view.rp.isUnspecified() ? facts.rp( key.group ) : view.rp;
    const bool ends = view.attached || ( wildcard && facts.ownsRp( rp ) );

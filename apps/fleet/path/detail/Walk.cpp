@@ -138,13 +138,17 @@ std::optional<size_t> Walk::hop( size_t at, const View& view ) {
    Hop hop;
    if ( ended( at, view, hop ) ) return std::nullopt;
    const uint32_t router = stops_[at].router;
+   const bool taken = view.tree == Tree::shared && takenOver( hop );
    const size_t up = stop( hop.above.router, view.tree );
    PathAnswer::Edge made = edge( up, at );
    made.fromInterface = nameOf( hop.above );
    made.toInterface = view.incoming;
    made.forwards = forwards( hop.above );
    made.judgement = judge_.link( hop );
-   if ( !made.judgement ) made.judgement = entries( hop, view );
+   if ( !made.judgement && !taken ) made.judgement = entries( hop, view );
+   if ( !made.judgement ) made.judgement = elsewhere( hop );
+   if ( !made.judgement )
+      made.judgement = countersStill( hop.above.router, router );
    made.judgement =
       judge_.blame( std::move( made.judgement ), { hop.above.router, router } );
    fault( made.judgement, at, { hop.above.router, router } );
@@ -157,6 +161,19 @@ std::optional<size_t> Walk::hop( size_t at, const View& view ) {
    if ( !stops_[up].walked ) answer_.roots.push_back( { up, Kind::cut, "", {} } );
    stops_[up].walked = true;
    return std::nullopt;
+}
+
+// The source's packets may reach the link by another router, which won the assert for
+// them from the one that this router takes the shared tree from.
+bool Walk::takenOver( Hop& hop ) {
+   const auto& sg = stream( hop.above ).sg;
+   const RouteIntf* record = sg ? sg->entry.find( nameOf( hop.above ) ) : nullptr;
+   if ( record == nullptr || record->assertState != RouteIntf::loser ) return false;
+   const auto winner = fabric_.owner( hop.below, record->assertWinner ).place;
+   if ( !winner || !forwards( *winner ) ) return false;
+   hop.above = *winner;
+   hop.next = record->assertWinner;
+   return true;
 }
 
 PathAnswer::Edge Walk::edge( size_t above, size_t below ) {
@@ -178,10 +195,7 @@ Judgement Walk::entries( const Hop& hop, const View& view ) {
       if ( auto found = rpDiffers( above, below, rpOf( below, view ) ) )
          return found;
    const Above end = aboveOf( stream( hop.above ), view.tree, nameOf( hop.above ) );
-   if ( auto found = judge_.route( hop, { view.joined, view.created }, end ) )
-      return found;
-   if ( auto found = elsewhere( hop ) ) return found;
-   return countersStill( above, below );
+   return judge_.route( hop, { view.joined, view.created }, end );
 }
 
 // The others on the link.

@@ -57,6 +57,7 @@ class Walk {
    void root( size_t at, Kind kind, const std::string& interface,
               const Judgement& judgement = {} );
    Judgement unresolved( size_t at, const View& view ) const;
+   bool takenOver( Hop& hop );
    Judgement entries( const Hop& hop, const View& view );
    Judgement elsewhere( const Hop& hop );
    Judgement countersStill( uint32_t above, uint32_t below );

@@ -34,7 +34,7 @@ _pimsm() {
          return ;;
       --router | --group | --source | --macro | --received | --failover | --counters | \
          --interval | --first | --listen | --keep | --keep-bytes | --sample | --top | --since | \
-         --until)
+         --until | --to | --from)
          return ;;
    esac
    # Some have commands: the first word that is no option, nor an option's value.

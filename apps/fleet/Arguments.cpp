@@ -17,7 +17,7 @@ using namespace Programs;
 struct Given {
    bool ipv4 = false, ipv6 = false;
    bool forwarding = false, notForwarding = false;
-   std::string group, source;
+   std::string group, source, receiver;
    std::string since = "1h", until;
    std::string by = "rate";
 };
@@ -116,10 +116,47 @@ void declareHistory( CLI::App& app, Arguments& arguments, Given& given ) {
    declareOutput( app, arguments );
 }
 
+void declarePath( CLI::App& app, Arguments& arguments, Given& given ) {
+   app.add_option( "SOURCE", given.source,
+                   "The source, or '*' for the shared tree" )
+      ->required();
+   app.add_option( "GROUP", given.group, "The group" )->required();
+   app.add_option( "--to", given.receiver, "Only towards this receiver" )
+      ->type_name( "ADDRESS" )
+      ->check( filled );
+   app.add_option( "--from", arguments.path.from, "Only what is below this router" )
+      ->type_name( "ROUTER" )
+      ->check( filled );
+   declareOutput( app, arguments );
+}
+
+void takePath( Arguments& arguments, const Given& given ) {
+   PathQuestion& path = arguments.path;
+   path.stream.group = Vantu::IpGenAddr( given.group );
+   if ( !path.stream.group.isMulticast() )
+      throw WrongUsage( given.group + " is no multicast group" );
+   const AddressFamily family = path.stream.group.family();
+   const auto addressOfFamily = [&]( const std::string& text ) {
+      const Vantu::IpGenAddr address( text );
+      if ( address.family() != family )
+         throw WrongUsage( text + " and " + given.group + " are of two families" );
+      return address;
+   };
+   path.stream.source = given.source == "*"
+                           ? Vantu::IpGenAddr::unspecified( family )
+                           : addressOfFamily( given.source );
+   if ( !given.receiver.empty() ) path.receiver = addressOfFamily( given.receiver );
+   const bool all = arguments.wanted.vrf == "all";
+   path.scope = { all ? "default" : arguments.wanted.vrf, family };
+}
+
 void take( Arguments& arguments, const Given& given ) {
    if ( given.ipv4 || given.ipv6 ) arguments.wanted.ipVersion = given.ipv4 ? 4 : 6;
    if ( given.forwarding || given.notForwarding )
       arguments.filter.forwarding = given.forwarding;
+   if ( arguments.command == pathCommand ) takePath( arguments, given );
+   if ( arguments.command == checkCommand )
+      arguments.filter.group = prefixOf( given.group );
    if ( arguments.command == routesCommand ) {
       arguments.filter.group = prefixOf( given.group );
       arguments.filter.source = prefixOf( given.source );
@@ -160,6 +197,14 @@ std::optional<Arguments> parseArguments( int argc, char** argv ) {
                   arguments, given );
    declareHistory( *command( "history", "What changed, and why", historyCommand ),
                    arguments, given );
+   declarePath(
+      *command( "path", "Where a stream flows, and where it stops", pathCommand ),
+      arguments, given );
+   CLI::App* check =
+      command( "check", "What contradicts itself between routers", checkCommand );
+   check->add_option( "--group", given.group, "Groups within this prefix" )
+      ->type_name( "PREFIX" );
+   declareOutput( *check, arguments );
    CLI::App* top = command( "top", "The fastest streams", topCommand );
    top->add_option( "N", arguments.first, "How many" )
       ->check( CLI::Range( 1, 1000000 ) )

@@ -6,11 +6,14 @@
 
 #include "apps/fleet/answers/History.h"
 #include "apps/fleet/answers/Top.h"
+#include "apps/fleet/path/Path.h"
 #include "apps/mirror/RouteFilter.h"
 
 namespace Fleet {
 
 enum Command {
+   pathCommand,
+   checkCommand,
    routesCommand,
    historyCommand,
    topCommand,
@@ -33,6 +36,7 @@ struct Arguments {
    bool follow = false;
    TopBy by = TopBy::rate;
    size_t first = 10;
+   PathQuestion path;  // without a time
    std::string forgotten;
 };
 

@@ -2,15 +2,19 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <iostream>
+#include <thread>
 
 #include "apps/fleet/Arguments.h"
 #include "apps/fleet/answers/Routes.h"
+#include "apps/fleet/path/Check.h"
 #include "apps/json/YangData.h"
 #include "apps/mirror/Events.h"
 #include "apps/program/Ending.h"
 #include "apps/program/Output.h"
+#include "apps/program/Printable.h"
 #include "apps/show/text/Fold.h"
 #include "platform/loop/RealClock.h"
 #include "platform/loop/SignalWatcher.h"
@@ -168,6 +172,78 @@ ExitStatus printHistory( Reader& reader, const std::vector<Router>& routers,
    return all.empty() ? nothingFound : done;
 }
 
+// Values of two routers are of slightly different times.
+void awhile() {
+   std::this_thread::sleep_for( std::chrono::milliseconds( 500 ) );
+}
+
+int64_t wallNow() {
+   return Show::utcMilliseconds( Show::monotonicNow() );
+}
+
+ExitStatus printPath( Reader& reader, const Arguments& arguments ) {
+   PathQuestion question = arguments.path;
+   question.now = wallNow();
+   question.pause = awhile;
+   const PathAnswer answer = findPath( reader, question );
+   wantsJson( arguments )
+      ? void( std::cout << Show::jsonText( pathJson( answer ),
+                                           arguments.jsonLines ? -1 : 2 )
+                        << '\n' )
+      : printText( pathText( answer ) );
+   std::cout.flush();
+   bool format = false;
+   for ( const Problem& problem : answer.problems ) {
+      format = format || problem.format;
+      complain( kProgram, unverified, problem.router + ": " + problem.text );
+   }
+   if ( answer.broken ) return nothingFound;
+   if ( format ) return layoutNotSupported;
+   return answer.stale ? writerGone : done;
+}
+
+// The VRFs and families of all routers.
+std::set<Scope> scopesOf( Reader& reader, const std::vector<Router>& routers,
+                          const Wanted& wanted ) {
+   std::set<Scope> scopes;
+   for ( const Router& router : routers ) {
+      if ( !router.problem.empty() ) continue;
+      reader.each( router.name, keyPrefix( Key::table ),
+                   [&]( const std::string& text, const std::string& ) {
+                      const auto key = parseKey( text );
+                      if ( key && wanted.matches( key->scope ) )
+                         scopes.insert( key->scope );
+                   } );
+   }
+   return scopes;
+}
+
+ExitStatus printCheck( Reader& reader, const std::vector<Router>& routers,
+                       const Arguments& arguments ) {
+   Json document = Json::array();
+   bool any = false;
+   for ( const Scope& scope : scopesOf( reader, routers, arguments.wanted ) ) {
+      CheckQuestion question{ scope, {}, wallNow(), awhile };
+      if ( arguments.filter.group ) {
+         if ( arguments.filter.group->address().family() != scope.family ) continue;
+         question.groups = *arguments.filter.group;
+      }
+      const auto findings = checkFleet( reader, question );
+      any = any || !findings.empty();
+      const std::string family = Show::familyName( scope.family );
+      if ( wantsJson( arguments ) ) {
+         document.push_back( { { "vrf", scope.vrf },
+                               { "family", family },
+                               { "findings", checkJson( findings ) } } );
+         continue;
+      }
+      printText( "vrf " + Programs::printable( scope.vrf ) + ' ' + family + ": " +
+                 checkText( findings ) );
+   }
+   if ( wantsJson( arguments ) ) printJson( arguments, std::move( document ) );
+   return any ? nothingFound : done;
+}
+
 ExitStatus print( Reader& reader, const std::vector<Router>& routers,
                   const Arguments& arguments ) {
    switch ( arguments.command ) {
@@ -175,6 +251,8 @@ ExitStatus print( Reader& reader, const std::vector<Router>& routers,
          return printRoutes( reader, routers, arguments );
       case historyCommand:
          return printHistory( reader, routers, arguments );
+      case checkCommand:
+         return printCheck( reader, routers, arguments );
       case topCommand: {
          const auto streams = topStreams( reader, routers, arguments.wanted,
                                           arguments.by, arguments.first );
@@ -197,6 +275,8 @@ ExitStatus answer( const Arguments& arguments ) {
       reader->forget( arguments.forgotten );
       return done;
    }
+   // A path has words of its own for routers that are not recorded.
+   if ( arguments.command == pathCommand ) return printPath( *reader, arguments );
    const auto routers = routersOf( *reader, arguments.router );
    const ExitStatus status = print( *reader, routers, arguments );
    std::cout.flush();

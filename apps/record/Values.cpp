@@ -78,6 +78,8 @@ std::optional<Value> Values::registers( const RouteKey& key ) const {
 Value Values::table() const {
    Json json;
    json["writer"] = mirror_.writerText();
+   if ( const auto since = watched_.goneSince() )
+      json["since"] = Show::utcOf( *since );
    const Watched::Counts counts = watched_.counts();
    json["wc-routes"] = counts.wildcards;
    json["sg-routes"] = counts.sources;

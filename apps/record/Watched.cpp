@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "apps/mirror/Events.h"
+
 namespace Fleet {
 
 namespace Sm = Routing::Pim::SparseMode;
@@ -87,7 +89,6 @@ Watched::Watched( Show::Mirror& mirror, double sample, size_t top, Touch touched
      scope_{ mirror.vrf(), mirror.family },
      samples_( mirror, sample, top ),
      touch_( std::move( touched ) ),
-     alive_( mirror.writerAlive() ),
      oneRoute_( mirror, [this]( const RouteKey& key ) -> const Intfs& {
         static const Intfs kNone;
         const auto found = intfs_.find( key );
@@ -101,6 +102,8 @@ Watched::Watched( Show::Mirror& mirror, double sample, size_t top, Touch touched
                   std::make_shared<Registers>( *mirror.registers, registers ),
                   std::make_shared<Advertised>( *mirror.advertised, registers ) };
    notifierIs( mirror.tables.get() );
+   if ( !mirror.writerAlive() )
+      goneSince_ = Show::monotonicNow() - mirror.sinceLastWrite().value_or( 0.0 );
    noteAll();
 }
 
@@ -192,8 +195,8 @@ void Watched::touchAll() {
 
 void Watched::lookAtWriter( double now ) {
    const bool alive = mirror_.writerAlive();
-   if ( alive == alive_ ) return;
-   alive_ = alive;
+   if ( alive == !goneSince_ ) return;
+   goneSince_ = alive ? std::nullopt : std::optional( now );
    if ( alive ) restsUntil_ = now + restartPause;
    touch( Key::table );
 }

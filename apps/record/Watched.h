@@ -44,6 +44,8 @@ class Watched : private Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
    void touchRoutes();
    // Names the key of the agent if it came or went since the last call.
    void lookAtWriter( double now );
+   // Since when the agent is away, s; nothing while it runs.
+   std::optional<double> goneSince() const { return goneSince_; }
    // Must the tables rest? While the agent is away or has just come back they are as they
    // were, or about to be.
    bool rests( double now ) const;
@@ -71,7 +73,7 @@ class Watched : private Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
    Scope scope_;
    Samples samples_;
    Touch touch_;
-   bool alive_ = true;
+   std::optional<double> goneSince_;
    double restsUntil_ = 0.0;
    // Which routes a group has, and which interfaces a route: the tables find records by
    // their keys alone.

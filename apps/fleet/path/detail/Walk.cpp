@@ -266,6 +266,10 @@ Judgement Walk::rpDiffers( uint32_t above, uint32_t below,
 Judgement Walk::unresolved( size_t at, const View& view ) const {
    const uint32_t router = stops_[at].router;
    const std::string name = judge_.name( router );
+   if ( !view.incoming.empty() && !fabric_.place( router, view.incoming ) )
+      return { Verdict::unreadable,
+               fmt::format( "{} tells nothing of its interface {}", name,
+                            view.incoming ) };
    if ( view.tree == Tree::source )
       return { Verdict::unresolvedRpf, name + " knows no way to the source" };
    const IpGenAddr rp = rpOf( router, view );

@@ -105,6 +105,7 @@ std::string thingText( const Json& line ) {
 }
 
 std::string changeWords( const Json& line ) {
+   if ( !line.is_object() ) return "unknown";
    const Json op = line.value( "op", Json() );
    std::string text = op.is_string() ? op.get<std::string>() : "unknown";
    if ( text == "sweep" )

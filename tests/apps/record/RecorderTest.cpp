@@ -1,6 +1,8 @@
 // A recorder beside tables that change at random, and that is killed at random.
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/resource.h>
 
 #include "apps/json/LinkJson.h"
 #include "apps/json/RouteJson.h"
@@ -181,12 +183,13 @@ class Recording : public Show::Watching {
 
    std::mt19937 random;
    const Scope scope{ "default", Vantu::AddressFamily::ipv4 };
-   const std::string store = "sqlite:" + router.root.path() + "-store";
+   const std::string directory = router.root.path() + "-store";
+   const std::string store = "sqlite:" + directory;
    std::optional<Mox::Test::Program> recorder;
 
    void TearDown() override {
       recorder.reset();
-      std::filesystem::remove_all( router.root.path() + "-store" );
+      std::filesystem::remove_all( directory );
    }
 };
 
@@ -210,7 +213,6 @@ TEST_F( Recording, TheStoreIsTheTablesAndTheHistorySaysHow ) {
       if ( HasFailure() ) return;
    }
    // What has not changed is not written again.
-   const std::string path = store.substr( store.find( ':' ) + 1 ) + "/r1.sqlite";
    kill();
    start();
    until( rests );
@@ -218,5 +220,43 @@ TEST_F( Recording, TheStoreIsTheTablesAndTheHistorySaysHow ) {
    EXPECT_EQ( after, told + 1 );  // that it started
 }
 
+// What happens while the store cannot be written stands when it is back: a file that
+// another process holds, one without room, and one that was removed.
+TEST_F( Recording, AStoreThatWasAwayGetsEverything ) {
+   const auto rests = [&] { return stands() == wanted(); };
+   until( rests );
+   const auto live = [&]( const char* complaint ) {
+      const auto told = recorder->err().size();
+      for ( int i = 0; i < 20; ++i ) step();
+      router.ipv4.manager.dispatch();
+      EXPECT_TRUE( recorder->until( [&] {
+         return recorder->err().find( complaint, told ) != std::string::npos;
+      } ) )
+         << complaint;
+      for ( int i = 0; i < 20; ++i ) step();
+   };
+   const std::string file = directory + "/r1.sqlite";
+   sqlite3* other = nullptr;
+   ASSERT_EQ( sqlite3_open( file.c_str(), &other ), SQLITE_OK );
+   sqlite3_exec( other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr );
+   live( "database is locked" );
+   sqlite3_close( other );
+   until( rests );
+   const rlimit none{ 4096, RLIM_INFINITY }, all{ RLIM_INFINITY, RLIM_INFINITY };
+   prlimit( recorder->pid(), RLIMIT_FSIZE, &none, nullptr );
+   live( "trying again" );
+   prlimit( recorder->pid(), RLIMIT_FSIZE, &all, nullptr );
+   until( rests );
+   for ( const char* ending : { "", "-wal", "-shm" } )
+      std::filesystem::remove( file + ending );
+   live( "has been replaced" );
+   until( rests );
+   // It is not told twice, and not for what did not happen.
+   size_t back = 0;
+   openReader( store )->history( "r1", {}, [&]( const Event& event ) {
+      back += event.op == "store-back" ? 1 : 0;
+   } );
+   EXPECT_EQ( back, 1u );
+}
 }
 }

@@ -167,16 +167,18 @@ void DoorbellHub::dropWatch( int watch ) {
 }
 
 // Sets the watches that can be set. Every arming rings, so the call that follows
-// finds whatever happened before.
+// finds whatever happened before. The directory first: a bell made after the look for
+// it is an event there. Without a bell file under the name, the writer may still ring
+// the former one.
 void DoorbellHub::arm( Table& table ) {
    ring( table, lookAgain );
    if ( fd_ < 0 ) return;
    if ( !table.nearest ) watchDirectory( table );
    bool refused = table.directory < 0;
-   if ( table.bell < 0 && !table.filesOnly ) {
+   if ( !table.filesOnly ) {
       const int bell = watchBell( table );
       refused = refused || ( bell < 0 && !isMissing( errno ) );
-      bellIs( table, bell );
+      if ( bell >= 0 ) bellIs( table, bell );
    }
    if ( refused ) {
       blind_.insert( table.id );
@@ -185,12 +187,10 @@ void DoorbellHub::arm( Table& table ) {
    }
 }
 
-// Called after events were lost: any watched file may have moved or gone. Without a
-// bell file under the name, the writer may still ring the former one.
+// The directory may be another one, or none: after lost events any watched file may
+// have moved or gone.
 void DoorbellHub::armAnew( Table& table ) {
    table.nearest = false;
-   const int bell = fd_ < 0 || table.filesOnly ? -1 : watchBell( table );
-   if ( bell >= 0 ) bellIs( table, bell );
    arm( table );
 }
 
@@ -199,17 +199,18 @@ int DoorbellHub::watchBell( const Table& table ) const {
 }
 
 // A directory made between the look for it and the watch of its parent rings
-// nothing. Two walks that end at the same place prove that nothing was missed.
+// nothing. A walk that ends at the watch of the one before has looked below it while it
+// was watched. The watch and not the path: a directory made again is another one.
 void DoorbellHub::watchDirectory( Table& table ) {
-   Mox::String reached = watchNearest( table );
-   Mox::String before;
-   while ( !table.nearest && table.directory >= 0 && reached != before )
-      before = std::exchange( reached, watchNearest( table ) );
+   int former;
+   do {
+      former = table.directory;
+      watchNearest( table );
+   } while ( !table.nearest && table.directory >= 0 && table.directory != former );
 }
 
-// Watches the table's directory, or its nearest existing ancestor, and returns that
-// path.
-Mox::String DoorbellHub::watchNearest( Table& table ) {
+// Watches the table's directory, or its nearest existing ancestor.
+void DoorbellHub::watchNearest( Table& table ) {
    std::vector<Mox::String> names{ nameOf( table.files.table ),
                                    nameOf( table.files.bell() ) };
    if ( table.filesOnly ) names.push_back( nameOf( table.files.lock() ) );
@@ -219,8 +220,7 @@ Mox::String DoorbellHub::watchNearest( Table& table ) {
       const bool missing = watch < 0 && isMissing( errno );
       if ( !missing || directory == "/" || directory == "." ) {
          table.nearest = nearest && watch >= 0;
-         directoryIs( table, watch, std::move( names ) );
-         return directory;
+         return directoryIs( table, watch, std::move( names ) );
       }
       names = { nameOf( directory ) };
       directory = directoryOf( directory );
@@ -289,10 +289,7 @@ void DoorbellHub::handleDirectory( Table& table, uint32_t mask, const char* name
    if ( !*name ) return;
    bool bell = name == nameOf( table.files.bell() );
    // A new bell of this name is another file: the watch moves to it.
-   if ( bell && ( mask & ( IN_CREATE | IN_MOVED_TO ) ) ) {
-      bellIs( table, -1 );
-      arm( table );
-   }
+   if ( bell && ( mask & ( IN_CREATE | IN_MOVED_TO ) ) ) arm( table );
    if ( !bell || table.filesOnly ) ring( table, lookAgain );
 }
 

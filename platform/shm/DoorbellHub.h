@@ -84,7 +84,7 @@ class PIMSM_API DoorbellHub {
    void armAnew( Table& table );
    int watchBell( const Table& table ) const;
    void watchDirectory( Table& table );
-   Mox::String watchNearest( Table& table );
+   void watchNearest( Table& table );
    void bellIs( Table& table, int watch );
    void directoryIs( Table& table, int watch, std::vector<Mox::String> names );
    void dropWatch( int watch );

@@ -2,14 +2,29 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
-#include <atomic>
 #include <chrono>
+#include <functional>
 #include <limits>
-#include <thread>
+#include <random>
+#include <utility>
 
 #include "Support.h"
+
+namespace {
+// What another process does just before the hub's next watch.
+std::function<void()> meanwhile;
+}
+
+// Takes the place of the C library's.
+extern "C" int inotify_add_watch( int fd, const char* path,
+                                  uint32_t mask ) noexcept {
+   if ( meanwhile ) meanwhile();
+   return int( syscall( SYS_inotify_add_watch, fd, path, mask ) );
+}
 
 namespace Brane::Test {
 namespace {
@@ -296,45 +311,55 @@ TEST_F( Doorbell, LosesNoWakeUpInManyRounds ) {
    EXPECT_EQ( ended( child ), 0 );
 }
 
-// Calls dispatch until the table was seen; false when the hub stays silent.
-bool seesTable( DoorbellHub& hub, const std::string& path ) {
-   bool seen = false;
-   hub.add( path, [&]( auto ) { seen = access( path.c_str(), F_OK ) == 0; } );
-   for ( double now = 0; !seen; now += 1 ) {
-      bool later = hub.dispatch( now ) <= now + 1;
-      if ( !seen && !later && !readable( hub, deadline ) ) return false;
-   }
-   return true;
-}
-
-// Watches are set while the directories are made. An ancestor is watched until the
-// directory itself exists: one made between look and watch must be found as well.
+// Directories, bell and table are made between any two of the hub's system calls, and
+// the deepest directory is moved away with all that it holds. Once the hub is silent,
+// it has seen the table and hears the bell.
 TEST_F( Doorbell, ADirectoryMadeMeanwhileIsNotMissed ) {
-   constexpr int rounds = 300;
-   std::atomic<int> started = -1, finished = -1;
-   std::thread maker( [&] {
-      for ( int round = 0; round < rounds; ++round ) {
-         while ( started < round ) std::this_thread::yield();
-         std::string place = directory + '/' + std::to_string( round );
-         // Varied, so that it meets every step of the watcher.
-         for ( volatile int spin = 0; spin < round % 100 * 50; ) spin = spin + 1;
-         for ( const char* next : { "", "/a", "/b", "/c", "/d" } ) {
-            place += next;
-            std::filesystem::create_directory( place );
+   const std::vector<std::string> names{ "", "/a", "/b", "/c", "/t.bell", "/t" };
+   std::minstd_rand random( 1 );
+   DoorbellHub hub;
+   for ( int round = 0; round < 2000 && !HasFailure(); ++round ) {
+      const std::string top = directory + '/' + std::to_string( round );
+      std::vector<std::string> made;
+      size_t moves = 3;
+      auto step = [&] {
+         const size_t directories = std::min<size_t>( made.size(), 4 );
+         if ( moves > 0 && directories > 0 && random() % 4 == 0 ) {
+            made.resize( directories );
+            std::filesystem::rename( made.back(),
+                                     top + "-gone" + std::to_string( --moves ) );
+            made.pop_back();
+         } else if ( made.size() < names.size() ) {
+            made.push_back( ( made.empty()      ? top
+                              : made.size() > 4 ? made[3]
+                                                : made.back() ) +
+                            names[made.size()] );
+            if ( made.size() <= 4 )
+               std::filesystem::create_directory( made.back() );
+            else
+               std::ofstream( made.back() ).close();
          }
-         std::ofstream( place + "/t" ).close();
-         finished = round;
-      }
-   } );
-   for ( int round = 0; round < rounds; ++round ) {
-      DoorbellHub hub;
-      started = round;
-      std::string place = directory + '/' + std::to_string( round );
-      EXPECT_TRUE( HasFailure() || seesTable( hub, place + "/a/b/c/d/t" ) )
-         << round;
-      while ( finished < round ) std::this_thread::yield();
+      };
+      meanwhile = [&] {
+         while ( random() % 2 ) step();
+      };
+      bool seen = false;
+      const auto id = hub.add( top + "/a/b/c/t", [&]( auto ) {
+         seen = access( ( top + "/a/b/c/t" ).c_str(), F_OK ) == 0;
+      } );
+      auto untilSilent = [&] {
+         do ++now;
+         while ( hub.dispatch( now ) != never || readable( hub ) );
+      };
+      for ( untilSilent(); made.size() < names.size(); untilSilent() ) step();
+      meanwhile = nullptr;
+      untilSilent();
+      EXPECT_TRUE( std::exchange( seen, false ) ) << round;
+      std::ofstream( made[4] ) << 'x';
+      untilSilent();
+      EXPECT_TRUE( seen ) << round;
+      hub.remove( id );
    }
-   maker.join();
 }
 
 }

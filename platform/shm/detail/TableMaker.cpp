@@ -181,6 +181,20 @@ HeaderValues TableMaker::freshValues( uint32_t records ) const {
    return values;
 }
 
+HeaderValues TableMaker::valuesOf( const WriterTable& table ) {
+   HeaderValues values;
+   values.capacity = table.view_.geometry.capacity;
+   values.limit = table.limit_;
+   values.journalEntries = table.view_.geometry.journalEntries;
+   values.instanceId = table.instanceId_;
+   std::copy( table.view_.seed, table.view_.seed + 2, values.seed );
+   values.bootId = runningBootId();
+   if ( table.mapping_ )
+      values.bootId =
+         bootIdOf( *reinterpret_cast<const FileHeader*>( table.view_.base ) );
+   return values;
+}
+
 // The new instance is complete before it gets its name. After a kill before that,
 // the former one stands untouched.
 void TableMaker::create( const Former* former, const Survey* survey ) {
@@ -193,9 +207,7 @@ void TableMaker::create( const Former* former, const Survey* survey ) {
 void TableMaker::grow( WriterTable& table ) {
    const WriterView& view = table.view_;
    const Geometry& now = view.geometry;
-   const auto* header = reinterpret_cast<const FileHeader*>( view.base );
-   HeaderValues values;
-   values.limit = table.limit_;
+   HeaderValues values = valuesOf( table );
    values.capacity = std::min( 2 * now.capacity, Geometry::maxCapacity() );
    // Beyond the limit, room is only wanted for reservations.
    if ( now.capacity < table.limit_ )
@@ -206,8 +218,6 @@ void TableMaker::grow( WriterTable& table ) {
          ? Geometry::defaultJournalEntries( values.capacity )
          : 0 );
    values.instanceId = randomWord();
-   std::copy( view.seed, view.seed + 2, values.seed );
-   values.bootId = Mox::String( header->bootId );
    try {
       Made made = make( table, values, table.sequence_ );
       const uint32_t copied = copyRecords( view, made.view );
@@ -217,6 +227,30 @@ void TableMaker::grow( WriterTable& table ) {
       unlink( table.files_.fresh().c_str() );
       throw;
    }
+}
+
+// Nothing kept the file, so that another one may have its number.
+bool TableMaker::map( WriterTable& table ) {
+   const Mox::String& path = table.path();
+   Descriptor file( openFile( path, O_RDWR | O_NONBLOCK ) );
+   if ( !file && errno == ENOENT ) return false;
+   if ( !file ) systemFailed( path, "cannot open" );
+   if ( fileIdOf( file, path ) != table.file_ ) return false;
+   const uint64_t size = table.view_.geometry.fileSize;
+   auto mapping =
+      std::make_shared<Mapping>( Mapping::ofFile( file.get(), size, true, path ) );
+   const auto* header = reinterpret_cast<const FileHeader*>( mapping->data() );
+   if ( header->instanceId != table.instanceId_ ) return false;
+   table.view_.base = mapping->data();
+   table.mapping_ = std::move( mapping );
+   fillFree( table, 0 );
+   return true;
+}
+
+void TableMaker::renew( WriterTable& table ) {
+   Made made = make( table, valuesOf( table ), table.sequence_ );
+   name( table, made.view );
+   adopt( table, std::move( made ), 0 );
 }
 
 // A new, empty instance, which has no name yet.
@@ -317,7 +351,12 @@ void TableMaker::adopt( WriterTable& table, Made made, uint32_t records ) {
    table.view_ = made.view;
    table.instanceId_ = made.instanceId;
    table.sequence_ = *made.view.head();
-   const uint32_t slots = made.view.geometry.slotCount;
+   fillFree( table, records );
+}
+
+// The first slots hold records.
+void TableMaker::fillFree( WriterTable& table, uint32_t records ) {
+   const uint32_t slots = table.view_.geometry.slotCount;
    table.free_ = FreeSlots( slots );
    for ( uint32_t slot = records; slot < slots; ++slot ) table.free_.push( slot );
 }

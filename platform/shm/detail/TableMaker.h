@@ -16,6 +16,11 @@ class TableMaker {
    // records, under the same sequences. Throws CreateError; the table is unchanged
    // then.
    static void grow( WriterTable& table );
+   // Maps the table's file; false where its name does not lead to it any more. Throws
+   // CreateError.
+   static bool map( WriterTable& table );
+   // Makes the file of an empty table anew. Throws CreateError.
+   static void renew( WriterTable& table );
 
  private:
    // A file that stood at the path, with a usable header.
@@ -49,6 +54,8 @@ class TableMaker {
    static void adopt( WriterTable& table, Made made, uint32_t records );
    AttachStatus judge( const Former& former, const Survey& survey );
    HeaderValues freshValues( uint32_t records ) const;
+   static void fillFree( WriterTable& table, uint32_t records );
+   static HeaderValues valuesOf( const WriterTable& table );
    void copySurvivors( const Former& former, const Survey& survey );
    void drop( const Mox::Error& why );
 

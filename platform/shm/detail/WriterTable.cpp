@@ -26,6 +26,9 @@ constexpr size_t fetchGroup = 8;
 // The free slot is fetched this many puts ahead.
 constexpr uint32_t freeAhead = 8;
 
+// What a table without a mapping looks at.
+alignas( 64 ) constexpr std::byte zeroes[16384] = {};
+
 bool isZero( const void* key, size_t size ) {
    for ( size_t i = 0; i < size / 8; ++i ) {
       if ( wordAt( key, i ) ) return false;
@@ -50,6 +53,7 @@ WriterTable::WriterTable( const Mox::String& path,
       unlink( files_.bell().c_str() );
       unlink( files_.lock().c_str() );
    }
+   rest();
    rung_ = sequence_ - 1;
    ring();
 }
@@ -219,6 +223,27 @@ void WriterTable::grow() {
    if ( reservations_ ) former_.push_back( mapping );
 }
 
+// Linux allows a process some 65,000 mappings, and most tables of many VRFs are empty:
+// such a table waits for its first record with its file alone.
+void WriterTable::rest() {
+   if ( size_ != 0 || view_.geometry.slotsOffset > sizeof( zeroes ) ) return;
+   mapping_.reset();
+   free_ = FreeSlots();
+   view_.base = const_cast<std::byte*>( zeroes );
+}
+
+// The first record has come. When the system refuses, the table is as it was.
+void WriterTable::map() {
+   try {
+      if ( filesRemoved_ ) throw CreateError( path() + ": the table is removed" );
+      if ( TableMaker::map( *this ) ) return;
+      seat_->restore();
+      TableMaker::renew( *this );
+   } catch ( const TableError& e ) {
+      throw NoSpaceError( e.what() );
+   }
+}
+
 PIMSM_SHM_HOT Position WriterTable::putHashed( const void* record, uint64_t hash,
                                                Position hint ) {
    if ( __builtin_expect( size_ >= view_.geometry.capacity, 0 ) &&
@@ -243,6 +268,7 @@ PIMSM_SHM_HOT Position WriterTable::putHashed( const void* record, uint64_t hash
 }
 
 Position WriterTable::put( const void* record, Position hint ) {
+   if ( !mapping_ ) map();
    // The record is written while the index line and former slot are being fetched.
    uint64_t hash = hashAhead( record, hint );
    fetchSlot( hash, hint );
@@ -250,6 +276,7 @@ Position WriterTable::put( const void* record, Position hint ) {
 }
 
 void WriterTable::put( std::span<TableWriter::PutItem> items ) {
+   if ( !mapping_ && !items.empty() ) map();
    constexpr size_t kept = 4 * fetchGroup;
    uint64_t hashes[kept];
    size_t lines = 0, slots = 0;
@@ -270,6 +297,7 @@ void WriterTable::put( std::span<TableWriter::PutItem> items ) {
 
 uint32_t WriterTable::reserve() {
    MOX_ASSERT( reservations_ < maxReservations );
+   if ( !mapping_ ) map();
    // One free slot stays for puts.
    if ( reservations_ + 2 > view_.geometry.spareSlots ) grow();
    ++reservations_;
@@ -365,7 +393,10 @@ void WriterTable::restoreFiles() {
    MOX_ASSERT( reservations_ == 0 );
    if ( filesStand() ) return;
    seat_->restore();
-   if ( !leadsTo( files_.table, file_ ) ) copyToNewFile();
+   if ( leadsTo( files_.table, file_ ) ) return;
+   if ( mapping_ ) return copyToNewFile();
+   TableMaker::renew( *this );
+   rest();
 }
 
 // Byte by byte: sequences and positions stay, so that followers find only untold
@@ -383,10 +414,20 @@ void WriterTable::copyToNewFile() {
    view_.base = mapping_->data();
 }
 
+// Where the system refuses, readers miss no record of an empty table.
+void WriterTable::markRetired() {
+   try {
+      if ( mapping_ || TableMaker::map( *this ) )
+         storeWord( view_.retired(), retiredWord );
+   } catch ( const CreateError& ) {
+      return;
+   }
+}
+
 void WriterTable::removeFiles() {
    // The names may lead to a successor's files by now.
    if ( std::exchange( filesRemoved_, true ) ) return;
-   storeWord( view_.retired(), retiredWord );
+   markRetired();
    unlink( files_.table.c_str() );
    rung_ = sequence_ - 1;
    ring();
@@ -394,6 +435,7 @@ void WriterTable::removeFiles() {
 }
 
 Sweep WriterTable::verify() const {
+   if ( !mapping_ ) return {};
    Survey survey( view_, path() );
    Sweep sweep;
    sweep.texts = survey.texts();

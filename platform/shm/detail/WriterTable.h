@@ -66,6 +66,9 @@ class WriterTable {
    [[noreturn]] void noPlace( bool full ) const;
    bool mustGrow( const void* key, uint64_t hash, Position hint ) const;
    void grow();
+   void rest();
+   void map();
+   void markRetired();
    Place placeFor( const void* key, uint64_t hash, Position hint ) const;
    Position putHashed( const void* record, uint64_t hash, Position hint );
    bool sharesSeat() const { return seat_->path() != path(); }
@@ -80,7 +83,8 @@ class WriterTable {
    std::shared_ptr<const Layout> layout_;
    bool zeroKey_ = false;
    std::shared_ptr<WriterSeat> seat_;
-   FileId file_;  // of the mapping, which keeps it
+   FileId file_;  // the mapping keeps it
+   // Null while nothing has been put: the view is on zeroes then, an empty index.
    std::shared_ptr<Mapping> mapping_;
    // Of former instances in which records are reserved.
    std::vector<std::shared_ptr<Mapping>> former_;

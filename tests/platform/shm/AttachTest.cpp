@@ -399,5 +399,55 @@ TEST_F( Attach, FullFileSystemIsAnErrorWithNothingLeft ) {
    }
 }
 
+unsigned mappingsOf( const std::string& file ) {
+   std::ifstream maps( "/proc/self/maps" );
+   unsigned count = 0;
+   for ( std::string line; std::getline( maps, line ); )
+      count += line.ends_with( ' ' + file );
+   return count;
+}
+
+// A table costs no mapping before its first record, whatever became of its file until
+// then; a put that cannot have the mapping is refused.
+TEST_F( Attach, AnEmptyTableIsNotMapped ) {
+   enum { untouched, restored, gone, exchanged, refused, removed };
+   for ( int fate = untouched; fate <= removed; ++fate ) {
+      SCOPED_TRACE( fate );
+      const std::string own = directory + "/t" + std::to_string( fate );
+      { TableWriter first( own, layout, 10, options ); }
+      TableWriter writer( own, layout, 10, options );
+      EXPECT_EQ( mappingsOf( own ), 0u );
+      EXPECT_FALSE( remove( writer, 1 ) );
+      EXPECT_TRUE( contentOf( writer ).empty() );
+      EXPECT_EQ( writer.verify().damaged, 0u );
+      Followed followed( own, layout );
+      if ( fate == removed ) {
+         writer.removeFiles();
+         put( writer, 1, 1 );
+         EXPECT_TRUE( followed.drain().stateChanged );
+         EXPECT_EQ( followed.reader.state(), readerAbsent );
+         continue;
+      }
+      if ( fate == exchanged || fate == refused )
+         rename( own.c_str(), ( own + "-" ).c_str() );
+      if ( fate == restored || fate == gone ) unlink( own.c_str() );
+      if ( fate == restored ) writer.restoreFiles();
+      if ( fate == exchanged ) bytesAre( own, "no table" );
+      if ( fate == refused ) {
+         std::filesystem::create_directory( own );
+         EXPECT_THROW( put( writer, 1, 1 ), NoSpaceError );
+         EXPECT_THROW( writer.reserve(), NoSpaceError );
+         std::filesystem::remove( own );
+         rename( ( own + "-" ).c_str(), own.c_str() );
+      }
+      put( writer, 1, 2 );
+      followed.drain();
+      EXPECT_EQ( mappingsOf( own ), 2u );  // the reader's, too
+      EXPECT_EQ( followed.content, contentOf( writer ) );
+      EXPECT_EQ( contentOf( TableReader( own, layout ) ), contentOf( writer ) );
+      EXPECT_TRUE( writer.filesStand() );
+   }
+}
+
 }
 }

@@ -234,6 +234,7 @@ TEST_F( Doorbell, FindsATableAgainWhoseMoveTheQueueLost ) {
    std::string place = directory + "/a";
    std::filesystem::create_directory( place );
    auto former = newWriter( place + "/t" );
+   put( *former, 1, 0 );
    DoorbellHub hub;
    hub.add( place + "/t", count() );
    EXPECT_EQ( rings( hub ), 1 );

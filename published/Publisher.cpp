@@ -15,11 +15,13 @@ namespace {
 
 // One refused record, for want of room for instance, does not stop the others.
 template <class Table, class Change>
-void attempt( const Table& table, const Change& change ) {
+bool attempt( const Table& table, const Change& change ) {
    try {
       change();
+      return true;
    } catch ( const Brane::TableError& e ) {
       MOX_TRACE( trace, 0, table.name() << ": " << e.what() );
+      return false;
    }
 }
 
@@ -31,7 +33,7 @@ bool stands( const Table& table, const Record& record ) {
 }
 
 template <class Table, class Record, class Write, class Remove>
-void publishAll( const Table& table, const std::vector<Record>& all,
+bool publishAll( const Table& table, const std::vector<Record>& all,
                  const Write& write, const Remove& remove ) {
    std::map<typename Table::Key, const Record*> wanted;
    for ( const Record& record : all ) wanted.emplace( record.key, &record );
@@ -40,47 +42,50 @@ void publishAll( const Table& table, const std::vector<Record>& all,
       if ( wanted.count( standing.key ) == 0 ) gone.push_back( standing.key );
       return true;
    } );
-   for ( const auto& key : gone ) attempt( table, [&] { remove( key ); } );
+   bool done = true;
+   for ( const auto& key : gone ) done &= attempt( table, [&] { remove( key ); } );
    for ( const auto& entry : wanted ) {
       const Record& record = *entry.second;
-      if ( !stands( table, record ) ) attempt( table, [&] { write( record ); } );
+      if ( !stands( table, record ) )
+         done &= attempt( table, [&] { write( record ); } );
    }
+   return done;
 }
 
 }
 
-void publishInterfaces( FamilyStatus& tables, const std::vector<Interface>& all ) {
-   publishAll(
+bool publishInterfaces( FamilyStatus& tables, const std::vector<Interface>& all ) {
+   return publishAll(
       tables.interface(), all,
       [&]( const Interface& record ) { tables.interfaceIs( record ); },
       [&]( Vantu::IntfId key ) { tables.interfaceDel( key ); } );
 }
 
-void publishOwnAddresses( FamilyStatus& tables,
+bool publishOwnAddresses( FamilyStatus& tables,
                           const std::vector<OwnAddress>& all ) {
-   publishAll(
+   return publishAll(
       tables.ownAddress(), all,
       [&]( const OwnAddress& record ) { tables.ownAddressIs( record ); },
       [&]( const OwnAddressKey& key ) { tables.ownAddressDel( key ); } );
 }
 
-void publishNeighbors( FamilyStatus& tables, const std::vector<Neighbor>& all ) {
-   publishAll(
+bool publishNeighbors( FamilyStatus& tables, const std::vector<Neighbor>& all ) {
+   return publishAll(
       tables.neighbor(), all,
       [&]( const Neighbor& record ) { tables.neighborIs( record ); },
       [&]( const NeighborKey& key ) { tables.neighborDel( key ); } );
 }
 
-void publishNeighborAddresses( FamilyStatus& tables,
+bool publishNeighborAddresses( FamilyStatus& tables,
                                const std::vector<NeighborAddress>& all ) {
-   publishAll(
+   return publishAll(
       tables.neighborAddress(), all,
       [&]( const NeighborAddress& record ) { tables.neighborAddressIs( record ); },
       [&]( const NeighborAddressKey& key ) { tables.neighborAddressDel( key ); } );
 }
 
-void publishDownstream( FamilyStatus& tables, const Downstream& record ) {
-   attempt( tables.downstream(), [&] {
+bool publishDownstream( FamilyStatus& tables, const Downstream& record ) {
+   return attempt( tables.downstream(), [&] {
       if ( record == Downstream{ record.key } ) {
          tables.downstreamDel( record.key );
       } else if ( !stands( tables.downstream(), record ) ) {
@@ -89,8 +94,8 @@ void publishDownstream( FamilyStatus& tables, const Downstream& record ) {
    } );
 }
 
-void publishRegistering( FamilyStatus& tables, const Registering& record ) {
-   attempt( tables.registering(), [&] {
+bool publishRegistering( FamilyStatus& tables, const Registering& record ) {
+   return attempt( tables.registering(), [&] {
       if ( record.until == 0.0 ) {
          tables.registeringDel( record.key );
       } else if ( !stands( tables.registering(), record ) ) {
@@ -99,22 +104,22 @@ void publishRegistering( FamilyStatus& tables, const Registering& record ) {
    } );
 }
 
-void publishRps( FamilyStatus& tables, const std::vector<Rp>& all ) {
-   publishAll(
+bool publishRps( FamilyStatus& tables, const std::vector<Rp>& all ) {
+   return publishAll(
       tables.rp(), all, [&]( const Rp& record ) { tables.rpIs( record ); },
       [&]( const RpKey& key ) { tables.rpDel( key ); } );
 }
 
-void publishAccessRules( FamilyStatus& tables,
+bool publishAccessRules( FamilyStatus& tables,
                          const std::vector<AccessRule>& all ) {
-   publishAll(
+   return publishAll(
       tables.accessRule(), all,
       [&]( const AccessRule& record ) { tables.accessRuleIs( record ); },
       [&]( const AccessRuleKey& key ) { tables.accessRuleDel( key ); } );
 }
 
-void publishSettings( FamilyStatus& tables, const std::vector<Setting>& all ) {
-   publishAll(
+bool publishSettings( FamilyStatus& tables, const std::vector<Setting>& all ) {
+   return publishAll(
       tables.setting(), all,
       [&]( const Setting& record ) { tables.settingIs( record ); },
       [&]( const Text<32>& key ) { tables.settingDel( key ); } );

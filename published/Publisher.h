@@ -11,24 +11,25 @@
 namespace Published {
 
 // The whole tables as they should be. A former process's records go, too. A full
-// table keeps its records. Of two records of one key the first counts.
-PIMSM_API void publishInterfaces( FamilyStatus& tables,
+// table keeps its records. Of two records of one key the first counts. All return false
+// when a table refused something: it is worth another attempt later.
+PIMSM_API bool publishInterfaces( FamilyStatus& tables,
                                   const std::vector<Interface>& all );
-PIMSM_API void publishOwnAddresses( FamilyStatus& tables,
+PIMSM_API bool publishOwnAddresses( FamilyStatus& tables,
                                     const std::vector<OwnAddress>& all );
-PIMSM_API void publishNeighbors( FamilyStatus& tables,
+PIMSM_API bool publishNeighbors( FamilyStatus& tables,
                                  const std::vector<Neighbor>& all );
-PIMSM_API void publishNeighborAddresses( FamilyStatus& tables,
+PIMSM_API bool publishNeighborAddresses( FamilyStatus& tables,
                                          const std::vector<NeighborAddress>& all );
 // Publishes one record, or removes it when no timer runs.
-PIMSM_API void publishDownstream( FamilyStatus& tables, const Downstream& record );
+PIMSM_API bool publishDownstream( FamilyStatus& tables, const Downstream& record );
 // Publishes one record, or removes it when no time runs.
-PIMSM_API void publishRegistering( FamilyStatus& tables,
+PIMSM_API bool publishRegistering( FamilyStatus& tables,
                                    const Registering& record );
-PIMSM_API void publishRps( FamilyStatus& tables, const std::vector<Rp>& all );
-PIMSM_API void publishAccessRules( FamilyStatus& tables,
+PIMSM_API bool publishRps( FamilyStatus& tables, const std::vector<Rp>& all );
+PIMSM_API bool publishAccessRules( FamilyStatus& tables,
                                    const std::vector<AccessRule>& all );
-PIMSM_API void publishSettings( FamilyStatus& tables,
+PIMSM_API bool publishSettings( FamilyStatus& tables,
                                 const std::vector<Setting>& all );
 
 // Publishes the process's event counters, each second while they change. The clock

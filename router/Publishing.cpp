@@ -140,7 +140,7 @@ Published::Setting setting( const char* name, const std::string& value ) {
 
 }
 
-void publishLinks( Published::FamilyStatus& tables, Vantu::AddressFamily family,
+bool publishLinks( Published::FamilyStatus& tables, Vantu::AddressFamily family,
                    const VrfConfig& config, const Protocol& protocol,
                    const Routing::Pim::Status& pimStatus ) {
    std::vector<Published::Interface> interfaces;
@@ -165,22 +165,22 @@ void publishLinks( Published::FamilyStatus& tables, Vantu::AddressFamily family,
       if ( const auto down = downRecord( each, family ) )
          interfaces.push_back( *down );
    }
-   Published::publishInterfaces( tables, interfaces );
-   Published::publishOwnAddresses( tables, own );
-   Published::publishNeighbors( tables, neighbors );
-   Published::publishNeighborAddresses( tables, addresses );
+   bool done = Published::publishInterfaces( tables, interfaces );
+   done &= Published::publishOwnAddresses( tables, own );
+   done &= Published::publishNeighbors( tables, neighbors );
+   return Published::publishNeighborAddresses( tables, addresses ) && done;
 }
 
-void publishConfig( Published::FamilyStatus& tables, Vantu::AddressFamily family,
+bool publishConfig( Published::FamilyStatus& tables, Vantu::AddressFamily family,
                     const VrfConfig& config,
                     const Routing::Pim::SparseMode::Status& model ) {
    const bool ipv4 = family == Vantu::AddressFamily::ipv4;
    const std::string& ssmFilter = ipv4 ? config.ssmFilter : config.ssmFilter6;
    const std::string& frrFilter = ipv4 ? config.frrFilter : config.frrFilter6;
    const auto rules = ruleRecords( config, ssmFilter, frrFilter );
-   Published::publishRps( tables, rpRecords( family, config ) );
-   Published::publishAccessRules( tables, rules );
-   Published::publishSettings(
+   bool done = Published::publishRps( tables, rpRecords( family, config ) );
+   done &= Published::publishAccessRules( tables, rules );
+   done &= Published::publishSettings(
       tables,
       { setting( "maxRoutes", std::to_string( model.maxRoutes() ) ),
         setting( "maxRouteIntfs", std::to_string( model.maxRouteIntfs() ) ),
@@ -189,6 +189,7 @@ void publishConfig( Published::FamilyStatus& tables, Vantu::AddressFamily family
         setting( "ssmFilter", ssmFilter ), setting( "frrFilter", frrFilter ),
         // When fewer rules had room, readers treat the lists as unknown.
         setting( "access-rules", std::to_string( rules.size() ) ) } );
+   return done;
 }
 
 Protocol::Kept keptLinks( const Published::FamilyStatus& tables ) {

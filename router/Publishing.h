@@ -8,14 +8,15 @@
 namespace Router {
 
 // Publishes the interfaces with address and DR role, and their neighbours; those that
-// are down, too. `pimStatus` is the protocol's own.
-PIMSM_API void publishLinks( Published::FamilyStatus& tables,
+// are down, too. `pimStatus` is the protocol's own. False when a table refused something.
+PIMSM_API bool publishLinks( Published::FamilyStatus& tables,
                              Vantu::AddressFamily family, const VrfConfig& config,
                              const Protocol& protocol,
                              const Routing::Pim::Status& pimStatus );
 
-// Publishes RPs, access lists and settings. The limits are the model's.
-PIMSM_API void publishConfig( Published::FamilyStatus& tables,
+// Publishes RPs, access lists and settings. The limits are the model's. False when a
+// table refused something.
+PIMSM_API bool publishConfig( Published::FamilyStatus& tables,
                               Vantu::AddressFamily family, const VrfConfig& config,
                               const Routing::Pim::SparseMode::Status& model );
 

@@ -11,6 +11,8 @@ namespace Sm = Routing::Pim::SparseMode;
 namespace {
 
 constexpr double kReviewSlice = 0.01;  // s
+// The system may have space again at any time, without a notice.
+constexpr double kRetryInterval = 1.0;  // s
 
 Journal::Sink ofVrf( Journal::Sink sink, Vantu::AddressFamily family,
                      const L3::VrfName& vrf ) {
@@ -25,6 +27,16 @@ Journal::Sink ofVrf( Journal::Sink sink, Vantu::AddressFamily family,
 }
 
 }
+
+class VrfRouter::Retry : public Mox::Clock::Notifiee {
+ public:
+   Retry( Mox::Clock& clock, VrfRouter& router )
+      : Notifiee( &clock ), router_( router ) {}
+   void onTime() override { router_.retryRefused(); }
+
+ private:
+   VrfRouter& router_;
+};
 
 VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
                       Vantu::AddressFamily family, const VrfConfig& config,
@@ -55,7 +67,8 @@ VrfRouter::VrfRouter( Corvex::EntityManager& manager, Mox::Clock& clock,
      tally_( clock, vrf_.model(), vrf_.tables(),
              [this]( const auto& rp ) { return isOwn( config_, rp ); } ),
      resume_( &clock ),
-     familyCounters_( vrf_.tables()->name(), clock.now() ) {
+     familyCounters_( vrf_.tables()->name(), clock.now() ),
+     retry_( std::make_unique<Retry>( clock, *this ) ) {
    vrf_.model()->pimStatusIs( pimStatus_ );
    protocol_.start( keptLinks( *vrf_.published() ) );
    adoptNeighbors( protocol_, *vrf_.published() );
@@ -121,13 +134,36 @@ void VrfRouter::markAllTimers() {
 // another lifetime.
 void VrfRouter::publishTimers() {
    for ( const auto& key : std::exchange( timersDue_, {} ) )
-      Published::publishDownstream( *vrf_.published(), protocol_.timers( key ) );
-   for ( const auto& key : std::exchange( registeringDue_, {} ) ) {
-      const auto kept = protocol_.registering( key );
-      Published::Registering record{ .key = key };
-      if ( kept ) record = { key, kept->probing, kept->until };
-      Published::publishRegistering( *vrf_.published(), record );
-   }
+      if ( !publishTimersOf( key ) ) timersRefused_.insert( key );
+   for ( const auto& key : std::exchange( registeringDue_, {} ) )
+      if ( !publishRegisteringOf( key ) ) registeringRefused_.insert( key );
+}
+
+bool VrfRouter::publishTimersOf( const Routing::Pim::RouteIntfKey& key ) {
+   return Published::publishDownstream( *vrf_.published(),
+                                        protocol_.timers( key ) );
+}
+
+bool VrfRouter::publishRegisteringOf( const Routing::Pim::RouteKey& key ) {
+   const auto kept = protocol_.registering( key );
+   Published::Registering record{ .key = key };
+   if ( kept ) record = { key, kept->probing, kept->until };
+   return Published::publishRegistering( *vrf_.published(), record );
+}
+
+bool VrfRouter::refused() const {
+   return linksRefused_ || !timersRefused_.empty() || !registeringRefused_.empty();
+}
+
+// Up to the first that is refused again: there may be many.
+void VrfRouter::retryRefused() {
+   publishDue_ |= std::exchange( linksRefused_, false );
+   auto each = [&]( auto& keys, auto publish ) {
+      while ( !keys.empty() && ( this->*publish )( *keys.begin() ) )
+         keys.erase( keys.begin() );
+   };
+   each( timersRefused_, &VrfRouter::publishTimersOf );
+   each( registeringRefused_, &VrfRouter::publishRegisteringOf );
 }
 
 void VrfRouter::receive( Vantu::IntfId intfId, const IpPacket& packet,
@@ -184,9 +220,13 @@ void VrfRouter::handleTurnEnd() {
    publishTimers();
    familyCounters_.follow( vrf_.writer() );
    if ( std::exchange( publishDue_, false ) ) {
-      publishLinks( *vrf_.published(), family_, config_, protocol_, *pimStatus_ );
-      publishConfig( *vrf_.published(), family_, config_, *vrf_.model() );
+      auto& tables = *vrf_.published();
+      linksRefused_ =
+         !publishLinks( tables, family_, config_, protocol_, *pimStatus_ );
+      linksRefused_ |= !publishConfig( tables, family_, config_, *vrf_.model() );
    }
+   if ( refused() && retry_->wakeupTime() == Mox::Clock::never )
+      retry_->wakeupTimeIs( clock_.now() + kRetryInterval );
    vrf_.handleTurnEnd();
 }
 

@@ -16,7 +16,9 @@
 
 #include <deque>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <unordered_set>
 #include <vector>
 
 #include "assembly/VrfWriter.h"
@@ -108,12 +110,18 @@ class PIMSM_API VrfRouter {
       void onTime() override {}
    };
 
+   class Retry;
+
    void tell( Published::EventKind kind, uint32_t value = 0 );
    bool review();
    bool mayWrite();
    void markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
                     bool timers );
    void publishTimers();
+   bool publishTimersOf( const Routing::Pim::RouteIntfKey& key );
+   bool publishRegisteringOf( const Routing::Pim::RouteKey& key );
+   void retryRefused();
+   bool refused() const;
    void markAllTimers();
 
    Vantu::AddressFamily family_;
@@ -134,6 +142,11 @@ class PIMSM_API VrfRouter {
    bool publishDue_ = true;  // interfaces or configuration have changed
    std::vector<Routing::Pim::RouteIntfKey> timersDue_;  // may have changed
    std::vector<Routing::Pim::RouteKey> registeringDue_;
+   // Refused by the tables, to be tried again.
+   std::unique_ptr<Retry> retry_;
+   bool linksRefused_ = false;
+   std::unordered_set<Routing::Pim::RouteIntfKey> timersRefused_;
+   std::unordered_set<Routing::Pim::RouteKey> registeringRefused_;
    bool adopted_ = false;
    std::optional<double> behindSince_;  // forwarding has been behind since then
    std::deque<std::function<void()>> waiting_;

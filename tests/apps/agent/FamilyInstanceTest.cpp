@@ -190,6 +190,36 @@ TEST_F( Family, AFloodHoldsTheTablesUpForAWhileOnly ) {
    EXPECT_FALSE( family->router().published() );
 }
 
+// As when the system has no space: the tables cannot have their files. Nothing but time
+// tells of the end of that.
+TEST_F( Family, WhatATableRefusesIsTriedAgain ) {
+   adopted();
+   const std::string at =
+      root.path() + "/routing/pim/sparsemode/agentstatus/default/";
+   const char* const names[] = { "downstream", "neighbor" };
+   for ( const std::string name : names ) {
+      std::filesystem::rename( at + name, at + name + "-" );
+      std::filesystem::create_directory( at + name );
+   }
+   join( "eth1" );
+   join( "eth2" );
+   IpPacket packet;
+   packet.source = addr( "192.0.2.9" );
+   packet.destination = addr( "224.0.0.13" );
+   PimMessage hello;
+   hello.body = PimHello();
+   family->router().receive( intfId( "eth0" ), packet, hello );
+   pass( 2.0 );
+   EXPECT_EQ( published()->downstream().size(), 0u );
+   for ( const std::string name : names ) {
+      std::filesystem::remove( at + name );
+      std::filesystem::rename( at + name + "-", at + name );
+   }
+   pass( 1.1 );
+   EXPECT_EQ( published()->downstream().size(), 2u );
+   EXPECT_EQ( published()->neighbor().size(), 1u );
+}
+
 TEST_F( Family, RetiringRemovesTheTables ) {
    adopted();
    std::vector<std::string> files;

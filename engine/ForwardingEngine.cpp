@@ -4,6 +4,7 @@
 #include <tuple>
 
 #include "engine/RecordState.h"
+#include "model/ForwardingDesired.h"
 
 namespace Router {
 
@@ -18,15 +19,16 @@ namespace {
 // whose forward does.
 template <class Changed, class Forwards>
 void updateForwarding( Sm::Route& route, Changed changed, Forwards forwards ) {
+   const Mox::Ptr<Sm::Route> shared = route.wc();
    for ( Intf& intf : route.routeIntf() ) {
-      const bool forward = intf.forwardDesired();
-      if ( forward != intf.forward() ) {
-         intf.forwardIs( forward );
-         forwards( intf.intfId(), forward );
+      const Sm::ForwardingDesired desired =
+         Sm::forwardingDesired( intf, shared.get() );
+      if ( desired.forward != intf.forward() ) {
+         intf.forwardIs( desired.forward );
+         forwards( intf.intfId(), desired.forward );
       }
-      const bool fast = intf.fastForwardDesired();
-      if ( fast == intf.fastForward() ) continue;
-      intf.fastForwardIs( fast );
+      if ( desired.fastForward == intf.fastForward() ) continue;
+      intf.fastForwardIs( desired.fastForward );
       changed( intf.intfId() );
    }
 }

@@ -187,18 +187,21 @@ JoinPruneEngine::Record* JoinPruneEngine::find( const RouteIntfKey& key ) const 
 // Returns null without room for the route, and counts that.
 JoinPruneEngine::Record* JoinPruneEngine::make( const RouteIntfKey& key,
                                                 const IpGenAddr& rp ) {
-   if ( Record* record = find( key ) ) return record;
-   if ( !routes_.hasRoom( key.routeKey ) ) {
-      journal_.refused( tableFull, key.routeKey );
-      return nullptr;
+   auto route = records_.find( key.routeKey );
+   if ( route == records_.end() ) {
+      if ( !routes_.hasRoom( key.routeKey ) ) {
+         journal_.refused( tableFull, key.routeKey );
+         return nullptr;
+      }
+      route = records_.try_emplace( key.routeKey ).first;
    }
-   auto route = records_.try_emplace( key.routeKey ).first;
+   OfRoute& records = route->second;
+   const auto place = placeOf( records, key.intfId );
+   if ( place != records.end() && place->first == key.intfId )
+      return place->second.get();
    auto record = std::make_unique<Record>(
       route->first, routes_.record( key.routeKey, key.intfId, rp ) );
-   OfRoute& records = route->second;
-   return records
-      .emplace( placeOf( records, key.intfId ), key.intfId, std::move( record ) )
-      ->second.get();
+   return records.emplace( place, key.intfId, std::move( record ) )->second.get();
 }
 
 void JoinPruneEngine::erase( const RouteIntfKey& key ) {

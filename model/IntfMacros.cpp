@@ -1,5 +1,6 @@
 // The protocol macros of an interface record, by their rules in detail/.
 
+#include "model/ForwardingDesired.h"
 #include "model/detail/RouteRules.h"
 
 namespace Routing::Pim::SparseMode {
@@ -69,5 +70,10 @@ PIMSM_RECEIVED_MACRO( isAcceptableAssertWc, rules )
 PIMSM_RECEIVED_MACRO( isAcceptableAssertSg, sgRules )
 PIMSM_RECEIVED_MACRO( isInferiorAssertWc, rules )
 PIMSM_RECEIVED_MACRO( isInferiorAssertSg, sgRules )
+
+ForwardingDesired forwardingDesired( const Intf& intf, const Route* shared ) {
+   const Detail::SgIntfRules<Detail::Plain> rules( {}, intf, shared );
+   return { rules.forwardDesired(), rules.fastForwardDesired() };
+}
 
 }

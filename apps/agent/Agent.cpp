@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <set>
@@ -335,6 +336,8 @@ void Agent::handleTurnEnd() {
    if ( log_ ) log_->flush();
    if ( ready_ && started_ && replay_.atEnd() && published() ) {
       published_.publish();
+      // What reloading and the first publishing took lies between what stays.
+      malloc_trim( 0 );
       std::exchange( ready_, nullptr )();
    }
 }

@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size ) {
    const Json whole = Show::restored( json );
    FUZZ_CHECK( Show::restored( whole ) == whole );
    Show::eventOf( json );
-   Fleet::historyText( { "r", { 0, "v", 4, "g", "s", "add", value }, {} } );
-   Fleet::historyText( { "r", { 0, "v", 4, "g", "s", "log", value }, {} } );
+   Fleet::historyText( { "r", { 0, 0, "v", 4, "g", "s", "add", value }, {} } );
+   Fleet::historyText( { "r", { 0, 0, "v", 4, "g", "s", "log", value }, {} } );
    return 0;
 }

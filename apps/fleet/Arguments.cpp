@@ -84,7 +84,7 @@ void declareRoutes( CLI::App& app, Arguments& arguments, Given& given ) {
    app.add_option( "--source", given.source, "Sources within this prefix" )
       ->type_name( "PREFIX" );
    app.add_option( "--iface", filter.iface,
-                   "Routes with this interface, and only it" )
+                   "Routes with this interface, and of theirs only it" )
       ->type_name( "NAME" )
       ->check( filled );
    app.add_option( "--iif", filter.iif, "Routes that come in there" )
@@ -146,11 +146,17 @@ void takePath( Arguments& arguments, const Given& given ) {
                            ? Vantu::IpGenAddr::unspecified( family )
                            : addressOfFamily( given.source );
    if ( !given.receiver.empty() ) path.receiver = addressOfFamily( given.receiver );
+   if ( arguments.wanted.ipVersion != 0 &&
+        ( arguments.wanted.ipVersion == 4 ) != ( family == AddressFamily::ipv4 ) )
+      throw WrongUsage( given.group + " is of the other family" );
    const bool all = arguments.wanted.vrf == "all";
    path.scope = { all ? "default" : arguments.wanted.vrf, family };
 }
 
 void take( Arguments& arguments, const Given& given ) {
+   if ( arguments.router != "all" &&
+        ( arguments.command == pathCommand || arguments.command == checkCommand ) )
+      throw WrongUsage( "path and check look at all routers: leave out --router" );
    if ( given.ipv4 || given.ipv6 ) arguments.wanted.ipVersion = given.ipv4 ? 4 : 6;
    if ( given.forwarding || given.notForwarding )
       arguments.filter.forwarding = given.forwarding;

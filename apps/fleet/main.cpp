@@ -16,6 +16,7 @@
 #include "apps/program/Output.h"
 #include "apps/program/Printable.h"
 #include "apps/show/text/Fold.h"
+#include "apps/show/text/Words.h"
 #include "platform/loop/RealClock.h"
 #include "platform/loop/SignalWatcher.h"
 
@@ -28,8 +29,17 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* kProgram = "pimsm-fleet";
 
+// Whatever a store says, no control character but ours reaches a terminal.
 void printText( const std::string& text ) {
-   std::cout << Show::folded( text, Show::outputWidth() );
+   std::string safe;
+   for ( size_t at = 0; at < text.size(); ) {
+      const size_t end = std::min( text.find_first_of( "\n\t", at ), text.size() );
+      safe +=
+         Programs::printable( std::string_view( text ).substr( at, end - at ) );
+      if ( end < text.size() ) safe += text[end];
+      at = end + 1;
+   }
+   std::cout << Show::folded( safe, Show::outputWidth() );
 }
 
 // Items as one document, or a line each.
@@ -45,16 +55,23 @@ bool wantsJson( const Arguments& arguments ) {
    return arguments.json || arguments.jsonLines;
 }
 
+std::string noVrfText( const Arguments& arguments ) {
+   return "no router has " + ( arguments.wanted.vrf == "all"
+                                  ? "such a VRF"
+                                  : "a VRF " + arguments.wanted.vrf );
+}
+
 ExitStatus printRoutes( Reader& reader, const std::vector<Router>& routers,
                         const Arguments& arguments ) {
    const int64_t now = Show::utcMilliseconds( Show::monotonicNow() );
    size_t matching = 0, unreadable = 0;
    Json document = Json::array();
-   bool isFirst = true;
+   bool isFirst = true, any = false;
    for ( const Router& router : routers ) {
       if ( !router.problem.empty() ) continue;
       for ( StoredRoutes& routes : storedRoutes(
                reader, router.name, arguments.wanted, arguments.filter ) ) {
+         any = true;
          matching += routes.matching;
          unreadable += routes.unreadable;
          if ( arguments.count ) routes.entries.clear();
@@ -80,6 +97,7 @@ ExitStatus printRoutes( Reader& reader, const std::vector<Router>& routers,
    }
    if ( wantsJson( arguments ) ) printJson( arguments, std::move( document ) );
    if ( unreadable != 0 ) return unverified;
+   if ( !any ) return complain( kProgram, nothingFound, noVrfText( arguments ) );
    return matching == 0 && arguments.filter.active() ? nothingFound : done;
 }
 
@@ -98,8 +116,7 @@ void printTold( const Arguments& arguments, const std::vector<Told>& all ) {
    }
 }
 
-// Asks again whenever a router's store has changed. Events of a moment may come in two
-// steps, so what was told is remembered by its text.
+// Asks each router for the lines after those that were told.
 class Follower : public Mox::Clock::Notifiee {
  public:
    Follower( Mox::Loop& loop, Mox::Clock& clock, Reader& reader,
@@ -107,48 +124,47 @@ class Follower : public Mox::Clock::Notifiee {
       : Notifiee( &clock ),
         loop_( loop ),
         reader_( reader ),
-        arguments_( arguments ),
-        question_( arguments.question ) {
+        arguments_( arguments ) {
       onTime();
    }
 
  private:
-   static constexpr double kInterval = 0.5;   // s
-   static constexpr int64_t kBehind = 60000;  // ms that a recorder may be late
+   static constexpr double kInterval = 0.5;  // s
 
    void onTime() override {
       wakeupTimeIs( clock()->now() + kInterval );
-      std::vector<Router> changed;
-      for ( const Router& router : routersOf( reader_, arguments_.router ) ) {
-         if ( !router.problem.empty() ) continue;
-         const uint64_t version = reader_.version( router.name );
-         const auto [at, isNew] = versions_.try_emplace( router.name, version );
-         if ( !isNew && at->second == version ) continue;
-         at->second = version;
-         changed.push_back( router );
-      }
-      if ( changed.empty() ) return;
-      std::vector<Told> fresh;
-      std::set<std::string> told;
-      for ( Told& each : historyOf( reader_, changed, question_ ) ) {
-         told.insert( each.event.body );
-         if ( !told_.contains( each.event.body ) )
-            fresh.push_back( std::move( each ) );
-      }
-      told_.merge( told );
-      question_.past.since = std::max(
-         question_.past.since, Show::utcMilliseconds( clock()->now() ) - kBehind );
-      printTold( arguments_, fresh );
+      tellAll();
       std::cout.flush();
       if ( !std::cout ) loop_.stop();
+   }
+
+   // A store that cannot be read now can be the next time.
+   void tellAll() {
+      try {
+         for ( const Router& router : routersOf( reader_, arguments_.router ) )
+            if ( router.problem.empty() ) tell( router );
+      } catch ( const StoreAway& ) {
+         return;
+      } catch ( const StoreMissing& ) {
+         return;
+      }
+   }
+
+   void tell( const Router& router ) {
+      const auto [last, isNew] = last_.try_emplace( router.name, 0 );
+      const int64_t newest = reader_.newest( router.name );
+      if ( newest < last->second ) last->second = 0;
+      if ( newest == last->second && !isNew ) return;
+      HistoryQuestion question = arguments_.question;
+      question.past.after = last->second;
+      printTold( arguments_, historyOf( reader_, { router }, question ) );
+      last->second = newest;
    }
 
    Mox::Loop& loop_;
    Reader& reader_;
    const Arguments& arguments_;
-   HistoryQuestion question_;
-   std::map<std::string, uint64_t> versions_;
-   std::set<std::string> told_;
+   std::map<std::string, int64_t> last_;
 };
 
 void follow( Reader& reader, const Arguments& arguments ) {
@@ -195,7 +211,8 @@ ExitStatus printPath( Reader& reader, const Arguments& arguments ) {
    bool format = false;
    for ( const Problem& problem : answer.problems ) {
       format = format || problem.format;
-      complain( kProgram, unverified, problem.router + ": " + problem.text );
+      if ( wantsJson( arguments ) )  // the text has it
+         complain( kProgram, unverified, problem.router + ": " + problem.text );
    }
    if ( answer.broken ) return nothingFound;
    if ( format ) return layoutNotSupported;
@@ -222,7 +239,10 @@ ExitStatus printCheck( Reader& reader, const std::vector<Router>& routers,
                        const Arguments& arguments ) {
    Json document = Json::array();
    bool any = false;
-   for ( const Scope& scope : scopesOf( reader, routers, arguments.wanted ) ) {
+   const auto scopes = scopesOf( reader, routers, arguments.wanted );
+   if ( scopes.empty() )
+      return complain( kProgram, nothingFound, noVrfText( arguments ) );
+   for ( const Scope& scope : scopes ) {
       CheckQuestion question{ scope, {}, wallNow(), awhile };
       if ( arguments.filter.group ) {
          if ( arguments.filter.group->address().family() != scope.family ) continue;
@@ -237,7 +257,10 @@ ExitStatus printCheck( Reader& reader, const std::vector<Router>& routers,
                                { "findings", checkJson( findings ) } } );
          continue;
       }
-      printText( "vrf " + Programs::printable( scope.vrf ) + ' ' + family + ": " +
+      printText( "vrf " + scope.vrf + ' ' + family + ": " +
+                 ( findings.empty()
+                      ? ""
+                      : Show::countText( findings.size(), "finding" ) + '\n' ) +
                  checkText( findings ) );
    }
    if ( wantsJson( arguments ) ) printJson( arguments, std::move( document ) );
@@ -285,8 +308,8 @@ ExitStatus answer( const Arguments& arguments ) {
       if ( router.usable() ) continue;
       if ( arguments.command != routersCommand )
          complain( kProgram, writerGone, doubtText( router ) );
-      doubt = router.problem.empty() ? std::max( doubt, writerGone )
-                                     : layoutNotSupported;
+      if ( doubt != layoutNotSupported )
+         doubt = router.format ? layoutNotSupported : writerGone;
    }
    return status != done ? status : doubt;
 }

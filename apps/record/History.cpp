@@ -4,6 +4,7 @@
 #include "apps/json/EventJson.h"
 #include "apps/json/RouteMembers.h"
 #include "apps/json/YangData.h"
+#include "apps/store/Untrusted.h"
 
 namespace Fleet {
 
@@ -12,7 +13,8 @@ using Json = nlohmann::ordered_json;
 namespace {
 
 Json parsed( const std::string& text ) {
-   return text.empty() ? Json() : Json::parse( text, nullptr, false );
+   if ( text.empty() || isTooDeep( text ) ) return {};
+   return Json::parse( text, nullptr, false );
 }
 
 Json member( const Json& json, const char* name ) {
@@ -106,7 +108,8 @@ Event History::eventOf( Json line, const Scope& scope, int64_t at ) {
    for ( auto& [name, value] : line.items() ) {
       if ( !body.contains( name ) ) body[name] = value;
    }
-   return { at,
+   return { 0,
+            at,
             scope.vrf,
             versionOf( scope ),
             textOf( body, "group" ),

@@ -1,5 +1,9 @@
 #include "apps/record/LogTail.h"
 
+#include <utility>
+
+#include "apps/mirror/Events.h"
+
 namespace Fleet {
 
 using Json = nlohmann::ordered_json;
@@ -51,6 +55,11 @@ std::vector<Event> LogTail::take( History& history ) {
          log.sequence = entry->sequence;
          events.push_back( history.logged( log.name, *entry ) );
       }
+      const uint64_t missed = log.reader.missed() + log.reader.damaged();
+      if ( missed == std::exchange( log.missed, missed ) ) continue;
+      events.push_back( history.line(
+         "events-missed", {}, Show::monotonicNow(),
+         { { "log", log.name }, { "count", std::to_string( missed ) } } ) );
    }
    return events;
 }

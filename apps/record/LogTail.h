@@ -28,6 +28,7 @@ class LogTail {
       Published::EventReader reader;
       std::string instance = {};  // of the log that was read last
       uint64_t sequence = 0;      // of the last event taken from it
+      uint64_t missed = 0;        // as told
    };
    std::string instanceOf( const Log& log ) const;
 

@@ -9,6 +9,7 @@
 #include "apps/json/YangData.h"
 #include "apps/mirror/Events.h"
 #include "apps/store/Names.h"
+#include "apps/store/Untrusted.h"
 
 namespace Fleet {
 
@@ -99,7 +100,10 @@ void Recorder::touch( const Key& key ) {
 void Recorder::onTime() {
    const double now = mirrors_.now();
    if ( now >= looked_ + looking ) look();
-   if ( open_ && now >= compared_ + comparing ) compare();
+   if ( open_ && now >= compared_ + comparing ) {
+      compared_ = now;
+      batch_.reread = true;
+   }
    if ( open_ && !busy_ ) fill();
    const bool more =
       std::any_of( scopes_.begin(), scopes_.end(), [&]( const auto& each ) {
@@ -146,6 +150,7 @@ void Recorder::follow() {
          std::make_unique<Watched>( *mirror, options_.sample, options_.top,
                                     [this]( const Key& key ) { touch( key ); } );
       scoped.missingSince = 0.0;
+      scoped.lost = false;
       if ( isNew )
          batch_.events.push_back(
             history_.line( "vrf-new", scoped.watched->scope(), mirrors_.now() ) );
@@ -154,19 +159,51 @@ void Recorder::follow() {
       scoped.watched->touchAll();
       comparing_ = false;
    }
-   const bool any = std::any_of(
-      scopes_.begin(), scopes_.end(),
-      []( const auto& each ) { return each.second.watched != nullptr; } );
-   std::vector<Scope> gone;
+   noteProblems();
+   const bool any =
+      std::any_of( scopes_.begin(), scopes_.end(), []( const auto& each ) {
+         return each.second.watched != nullptr || !each.second.problem.empty();
+      } );
+   std::vector<Scope> gone, lost;
    for ( auto& [scope, each] : scopes_ ) {
       if ( each.watched != nullptr && each.watched->mirror().removed() )
          gone.push_back( scope );
-      if ( each.watched != nullptr || !any || !open_ ) continue;
+      if ( each.watched != nullptr || !each.problem.empty() || !open_ ) continue;
       if ( each.missingSince == 0.0 ) each.missingSince = mirrors_.now();
-      if ( mirrors_.now() >= each.missingSince + lingering )
-         gone.push_back( scope );
+      if ( mirrors_.now() < each.missingSince + lingering ) continue;
+      ( any ? gone : lost ).push_back( scope );
    }
    for ( const Scope& scope : gone ) dropScope( scope );
+   for ( const Scope& scope : lost ) loseScope( scope );
+}
+
+void Recorder::noteProblems() {
+   using Problem = Show::Mirror::Problem;
+   for ( auto& [scope, each] : scopes_ ) {
+      std::string problem;
+      for ( const auto& mirror : mirrors_.all() ) {
+         if ( Scope{ mirror->vrf(), mirror->family } != scope ) continue;
+         const Problem found = mirror->problem();
+         if ( found.kind != Problem::none && !mirror->gone() ) problem = found.text;
+      }
+      if ( !problem.empty() && problem != each.problem )
+         say_( fmt::format( "vrf {} {} is not recorded: {}", scope.vrf,
+                            Show::familyName( scope.family ), problem ) );
+      each.problem = std::move( problem );
+   }
+}
+
+void Recorder::loseScope( const Scope& scope ) {
+   Scoped& scoped = scopes_[scope];
+   if ( std::exchange( scoped.lost, true ) ) return;
+   const Key key{ Key::table, scope };
+   const auto known = known_.find( key );
+   Json json = known != known_.end()
+                  ? Json::parse( known->second.text, nullptr, false )
+                  : Json();
+   if ( !json.is_object() || json.value( "writer", Json() ) == "gone" ) return;
+   json["writer"] = "gone";
+   put( key, { mirrors_.now(), turn_, 1, true }, valueOf( json ) );
 }
 
 void Recorder::dropScope( const Scope& scope ) {
@@ -216,14 +253,16 @@ void Recorder::take( StoreThread::Standing standing ) {
    }
    const auto recorder = known_.find( Key() );
    if ( !open_ && recorder != known_.end() ) {
-      const Json former = Json::parse( recorder->second.text, nullptr, false );
+      const std::string& text = recorder->second.text;
+      const Json former =
+         isTooDeep( text ) ? Json() : Json::parse( text, nullptr, false );
       if ( former.is_object() ) log_.positionIs( former.value( "log", Json() ) );
    }
    compare();
 }
 
 void Recorder::handleDone( StoreThread::Answer answer ) {
-   busy_ = false;
+   if ( answer.batch ) busy_ = false;
    counts_.away = false;
    if ( answer.end != nullptr ) {
       busy_ = true;
@@ -233,8 +272,6 @@ void Recorder::handleDone( StoreThread::Answer answer ) {
    }
    if ( answer.standing ) {
       first_ = !open_ && answer.standing->empty();
-      counts_.complete = false;
-      recorder_["complete"] = false;
       take( std::move( *answer.standing ) );
    }
    if ( !open_ ) {
@@ -243,6 +280,11 @@ void Recorder::handleDone( StoreThread::Answer answer ) {
       if ( first_ ) more["first"] = true;
       batch_.events.push_back(
          history_.line( "recorder-started", {}, mirrors_.now(), more ) );
+      putRecorder();
+   }
+   if ( answer.away > 0.0 && counts_.complete ) {
+      counts_.complete = false;
+      recorder_["complete"] = false;
       putRecorder();
    }
    if ( answer.away > 0.0 ) {
@@ -306,8 +348,10 @@ bool Recorder::fillFrom( Scoped& scoped, double until ) {
       }
       const auto known = known_.find( key );
       const bool routesFollow =
-         ( key.kind == Key::links || key.kind == Key::rps ) && value &&
-         known != known_.end() && known->second.digest != value->digest;
+         ( key.kind == Key::links && value && known != known_.end() &&
+           known->second.digest != value->digest ) ||
+         // The value names access lists, and routes follow from what they say.
+         ( key.kind == Key::rps && !touched.compared );
       put( key, touched, std::move( value ) );
       if ( routesFollow ) scoped.watched->touchRoutes();
    }
@@ -317,8 +361,13 @@ bool Recorder::fillFrom( Scoped& scoped, double until ) {
 void Recorder::fill() {
    constexpr double kSlice = 0.01;  // s
    const double now = mirrors_.now();
-   for ( auto& [scope, each] : scopes_ ) {
+   // In turn, so that a VRF that changes all the time does not keep others waiting.
+   auto at = scopes_.upper_bound( last_ );
+   for ( size_t i = 0; i < scopes_.size(); ++i, ++at ) {
+      if ( at == scopes_.end() ) at = scopes_.begin();
+      Scoped& each = at->second;
       if ( each.watched == nullptr || each.watched->rests( now ) ) continue;
+      last_ = at->first;
       if ( fillFrom( each, now + kSlice ) ) break;
    }
    const bool done = settled();
@@ -344,6 +393,11 @@ void Recorder::fill() {
 bool Recorder::settled() const {
    bool any = false;
    for ( const auto& [scope, each] : scopes_ ) {
+      // What cannot be read, or nobody publishes, stays as it was last.
+      if ( !each.problem.empty() || each.lost ) {
+         any = true;
+         continue;
+      }
       if ( each.watched == nullptr || !each.queue.empty() ) return false;
       any = true;
    }

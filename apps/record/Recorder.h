@@ -72,6 +72,8 @@ class Recorder : public Mox::Clock::Notifiee {
       std::unique_ptr<Watched> watched;  // null: the tables have no such VRF
       Queue queue;
       bool stored = false;  // did the store have it when it was opened?
+      bool lost = false;    // nobody publishes it, as after a restart of the host
+      std::string problem;  // why its tables cannot be read; else empty
       double missingSince = 0.0;
       double sampled = 0.0;
    };
@@ -85,6 +87,10 @@ class Recorder : public Mox::Clock::Notifiee {
    // Queues all that the tables and the store have.
    void compare();
    void dropScope( const Scope& scope );
+   // Notes which VRFs are there and cannot be read, and says so once.
+   void noteProblems();
+   // Tells that nobody publishes the VRF now; its state stays.
+   void loseScope( const Scope& scope );
 
    void handleDone( StoreThread::Answer answer );
    void take( StoreThread::Standing standing );
@@ -111,6 +117,7 @@ class Recorder : public Mox::Clock::Notifiee {
    bool busy_ = true;    // has the store's thread a batch, or does it open?
    bool first_ = false;  // the store was empty: what stands now is no change
    bool comparing_ = false;
+   Scope last_;  // that was filled from
    double compared_ = 0.0, looked_ = 0.0;
    uint64_t turn_ = 0;
    std::exception_ptr end_;

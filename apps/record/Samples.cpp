@@ -17,6 +17,17 @@ std::set<uint32_t> Samples::take( double now ) {
    rates_.read();
    at_ = now;
    std::set<uint32_t> changed;
+   if ( !rates_.known() ) {
+      // Nobody counts: that nothing grew says nothing.
+      for ( uint32_t page = 0; page < Key::pages; ++page ) {
+         for ( auto& [key, stream] : pages_[page] ) {
+            if ( stream.grew.empty() ) continue;
+            stream.grew.clear();
+            changed.insert( page );
+         }
+      }
+      return changed;
+   }
    for ( const auto& [key, counters] : rates_.last() ) {
       const uint32_t page = pageOf( key );
       const auto [at, isNew] = pages_[page].try_emplace( key );

@@ -112,8 +112,22 @@ void StoreThread::run() {
       post( std::move( opened ) );
       serve( *writer );
    } catch ( ... ) {
-      post( { std::nullopt, 0.0, std::current_exception() } );
+      post( { true, std::nullopt, 0.0, std::current_exception() } );
    }
+}
+
+// False at the end.
+bool StoreThread::beat( Writer& writer ) {
+   Answer answer;
+   answer.batch = false;
+   const auto away = insist( [&] { writer.beat(); } );
+   if ( !away ) return false;
+   pruneSome( writer );
+   if ( *away == 0.0 ) return true;
+   answer.away = *away;
+   if ( !insist( [&] { answer.standing = writer.standing(); } ) ) return false;
+   post( std::move( answer ) );
+   return true;
 }
 
 void StoreThread::serve( Writer& writer ) {
@@ -121,17 +135,26 @@ void StoreThread::serve( Writer& writer ) {
       Batch batch;
       {
          std::unique_lock lock( mutex_ );
-         wake_.wait( lock, [this] { return batch_ || ending_; } );
-         if ( !batch_ ) return;
-         batch = std::move( *batch_ );
-         batch_.reset();
+         const bool woken =
+            wake_.wait_for( lock, std::chrono::duration<double>( Writer::beating ),
+                            [this] { return batch_ || ending_; } );
+         if ( woken && !batch_ ) return;
+         if ( woken ) {
+            batch = std::move( *batch_ );
+            batch_.reset();
+         }
+      }
+      if ( batch.empty() ) {
+         if ( !beat( writer ) ) return;
+         continue;
       }
       const auto away = insist( [&] { writer.write( batch.events, batch.puts ); } );
       if ( !away ) return;
       Answer answer;
       answer.away = *away;
       // The store may have come back with less than it had.
-      if ( *away > 0.0 && !insist( [&] { answer.standing = writer.standing(); } ) )
+      if ( ( *away > 0.0 || batch.reread ) &&
+           !insist( [&] { answer.standing = writer.standing(); } ) )
          return;
       post( std::move( answer ) );
       pruneSome( writer );

@@ -19,13 +19,15 @@ namespace Fleet {
 struct Batch {
    std::vector<Event> events;
    std::vector<Writer::Put> puts;
-   bool empty() const { return events.empty() && puts.empty(); }
+   bool reread = false;  // tell what stands afterwards
+   bool empty() const { return events.empty() && puts.empty() && !reread; }
 };
 
 class StoreThread {
  public:
    using Standing = std::map<std::string, Writer::Standing>;
    struct Answer {
+      bool batch = true;  // to a batch, or to opening; false: unasked
       // What stands, when the store was opened and whenever it was away: it may have
       // lost something.
       std::optional<Standing> standing = std::nullopt;
@@ -53,6 +55,8 @@ class StoreThread {
    // Does it again and again until it is done, or this ends. Returns for how long the
    // store was away, s; nothing at the end.
    std::optional<double> insist( const std::function<void()>& work );
+   // Shows readers that the recorder lives, and prunes.
+   bool beat( Writer& writer );
    void pruneSome( Writer& writer );
    void post( Answer answer );
    void heard();

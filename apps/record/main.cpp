@@ -64,14 +64,14 @@ void declare( CLI::App& app, Arguments& arguments ) {
       ->transform( CLI::AsSizeValue( false ) )
       ->default_str( "1G" );
    app.add_option( "--sample", options.sample, "How often to take the counters" )
-      ->type_name( "SECONDS" )
+      ->type_name( "TIME" )
       ->transform( CLI::AsNumberWithUnit(
          kTimes, CLI::AsNumberWithUnit::UNIT_OPTIONAL, "TIME" ) )
-      ->check( CLI::Range( 0.1, 3600.0 ) )
+      ->check( CLI::Range( 1.0, 3600.0 ) )
       ->capture_default_str();
    app.add_option( "--top", options.top, "How many of the fastest streams to list" )
       ->type_name( "N" )
-      ->check( CLI::Range( 1, 10000 ) )
+      ->check( CLI::Range( 1, 4000 ) )  // more do not fit into a value
       ->capture_default_str();
    app.add_option( "--metrics", arguments.metrics,
                    "A file to replace with metrics at each sample" )
@@ -110,17 +110,27 @@ class MetricsFile : public Mox::Clock::Notifiee {
    bool told_ = false;
 };
 
+ExitStatus noTablesThere( const Arguments& arguments ) {
+   const Show::Selection& selection = arguments.options.selection;
+   const std::string of = selection.vrf == "all" ? "" : " of vrf " + selection.vrf;
+   return complain( kProgram, noTables,
+                    "no tables" + of + " under " + selection.root +
+                       ": start pimsm-agent, or name its --root" );
+}
+
 ExitStatus record( const Arguments& arguments ) {
    Show::Mirrors mirrors( arguments.options.selection,
                           Show::Mirror::watchedTables );
    Mox::SignalWatcher ends( mirrors.loop(), { SIGTERM, SIGINT },
                             [&]( int ) { mirrors.loop().stop(); } );
+   bool partly = false;
    if ( arguments.options.once ) {
-      mirrors.load();
+      const auto unread = mirrors.load();
+      if ( mirrors.all().empty() && unread.empty() )
+         return noTablesThere( arguments );
       if ( mirrors.all().empty() )
-         return complain( kProgram, noTables,
-                          "no tables under " + arguments.options.selection.root +
-                             ": start pimsm-agent, or name its --root" );
+         return complain( kProgram, noTables, unread.front().problem.text );
+      partly = !unread.empty();
    }
    const auto open = [&]( const std::string& instance ) {
       return Fleet::openWriter( arguments.store, arguments.options.router, instance,
@@ -131,7 +141,7 @@ ExitStatus record( const Arguments& arguments ) {
    tellParentReady();
    mirrors.loop().run();
    recorder.rethrow();
-   return done;
+   return partly ? unverified : done;
 }
 
 ExitStatus runCommand( int argc, char** argv ) {

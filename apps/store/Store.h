@@ -47,6 +47,8 @@ class StoreHeld : public Mox::Error {
 
 // A line of history.
 struct Event {
+   int64_t id =
+      0;  // a later line of the router has a greater one; of no use to write
    int64_t at = 0;  // ms since 1970, UTC, when the recorder saw it
    std::string vrf = {};
    uint32_t ipVersion = 0;   // 4 or 6; 0: neither
@@ -78,6 +80,11 @@ class Writer {
    virtual void write( const std::vector<Event>& events,
                        const std::vector<Put>& puts ) = 0;
 
+   // Tells readers that the recorder lives and the store is its own: at least every
+   // `beating`. Throws as write().
+   virtual void beat() = 0;
+   static constexpr double beating = 5.0;  // s
+
    // Removes some of the history that is too old or too much; true if more is left to
    // do. `now`: ms since 1970.
    virtual bool prune( int64_t now ) = 0;
@@ -97,6 +104,7 @@ struct Past {
    uint32_t ipVersion = 0;
    std::string group = {};
    std::string source = {};  // also the events of "*"
+   int64_t after = 0;        // lines with a greater id
 };
 
 class Reader {
@@ -106,7 +114,8 @@ class Reader {
    // The routers of the fleet in order of name.
    virtual std::vector<std::string> routers() = 0;
 
-   // Does a recorder keep the router's state up to date?
+   // Does a recorder keep the router's state up to date? Its last sign of life is less
+   // than 15 s old.
    virtual bool lives( const std::string& router ) = 0;
    // The run of that recorder, as it was given to openWriter(); empty: none. A state that
    // another run wrote is being compared.
@@ -125,15 +134,16 @@ class Reader {
    virtual void history( const std::string& router, const Past& past,
                          const std::function<void( const Event& )>& call ) = 0;
 
-   // A number that is another after any change of the router's history or state.
-   virtual uint64_t version( const std::string& router ) = 0;
+   // The id of the router's last line; 0: none. A smaller one than before is of another
+   // store, which took the place of the former one.
+   virtual int64_t newest( const std::string& router ) = 0;
 
    // Removes all that the store holds of a router. Throws StoreHeld where it has a
    // recorder.
    virtual void forget( const std::string& router ) = 0;
 };
 
-// Opens the store "sqlite:DIR" of a fleet. `instance`: a name of this recorder's run. Throws Mox::ParseError for any other text,
+// Opens the store "sqlite:DIR". `instance`: a name of this recorder's run. Throws Mox::ParseError for any other text,
 // and the exceptions above.
 std::unique_ptr<Writer> openWriter( const std::string& store,
                                     const std::string& router,

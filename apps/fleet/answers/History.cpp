@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 
 #include "apps/json/EventJson.h"
 #include "apps/json/YangData.h"
@@ -25,55 +26,108 @@ bool matches( const Wanted& wanted, const Event& event ) {
                                           : AddressFamily::ipv4 } );
 }
 
-// Does the logged event concern what changed: its group, or its interface or neighbour?
-bool concerns( const Event& logged, const Json& log, const Event& event,
-               const Json& line ) {
-   if ( logged.vrf != event.vrf || logged.ipVersion != event.ipVersion )
-      return false;
-   const Published::Event of = Show::eventOf( log );
-   if ( !Show::isReason( of.kind ) ) return false;
-   if ( !logged.group.empty() ) {
-      if ( logged.group != event.group ) return false;
-      // An (S,G) may follow its group's (*,G).
-      if ( logged.source != event.source && logged.source != "*" ) return false;
-      const std::string own = textMember( line, "interface" );
-      const std::string its = textMember( log, "interface" );
-      return own.empty() || its.empty() || own == its ||
-             of.kind == Published::rpfChanged;
+// Events of a router's log, each parsed once: by group, and of no group, in order of time.
+class Log {
+ public:
+   // Those of a span of time, ms.
+   Log( Reader& reader, const std::string& router, int64_t since, int64_t until ) {
+      Past past;
+      past.since = since;
+      past.until = until;
+      reader.history( router, past, [this]( const Event& event ) {
+         if ( event.op != "log" ) return;
+         Json json = parsedValue( event.body );
+         const Published::Event of = Show::eventOf( json );
+         if ( Show::isReason( of.kind ) )
+            byGroup_[event.group].push_back(
+               { event, std::move( json ), of.kind } );
+      } );
    }
-   const std::string change = Show::jsonText( line );
-   const auto names = [&]( const char* member ) {
-      const std::string value = textMember( log, member );
-      return !value.empty() &&
-             change.find( '"' + value + '"' ) != std::string::npos;
-   };
-   return names( "interface" ) || names( "address" );
-}
 
-std::vector<Event> reasonsOf( Reader& reader, const std::string& router,
-                              const Event& event ) {
-   const Json line = parsedValue( event.body );
-   std::vector<Event> reasons;
-   Past before;
-   before.since = event.at - kBefore;
-   before.until = event.at;
-   const auto take = [&]( const Event& each ) {
-      if ( each.op == "log" &&
-           concerns( each, parsedValue( each.body ), event, line ) )
-         reasons.push_back( each );
-   };
-   reader.history( router, before, take );
    // The last ones before a change are the nearest to its reason.
-   constexpr size_t kMost = 3;
-   if ( reasons.size() > kMost )
-      reasons.erase( reasons.begin(), reasons.end() - kMost );
-   return reasons;
-}
+   std::vector<Event> reasonsOf( const Event& event ) const {
+      constexpr size_t kMost = 3;
+      const Json line = parsedValue( event.body );
+      std::vector<const Entry*> found;
+      // What has a group follows from events of the group; all from those of links.
+      add( found, "", event, line );
+      if ( !event.group.empty() ) add( found, event.group, event, line );
+      std::stable_sort( found.begin(), found.end(),
+                        []( const Entry* a, const Entry* b ) {
+                           return a->event.at < b->event.at;
+                        } );
+      if ( found.size() > kMost ) found.erase( found.begin(), found.end() - kMost );
+      std::vector<Event> reasons;
+      for ( const Entry* each : found ) reasons.push_back( each->event );
+      return reasons;
+   }
+
+ private:
+   struct Entry {
+      Event event;
+      Json json;
+      Published::EventKind kind;
+   };
+
+   static bool concerns( const Entry& entry, const Event& event,
+                         const Json& line ) {
+      const Event& logged = entry.event;
+      if ( logged.vrf != event.vrf || logged.ipVersion != event.ipVersion )
+         return false;
+      const std::string its = textMember( entry.json, "interface" );
+      if ( !logged.group.empty() ) {
+         // An (S,G) may follow its group's (*,G).
+         if ( logged.source != event.source && logged.source != "*" ) return false;
+         const std::string own = textMember( line, "interface" );
+         return own.empty() || its.empty() || own == its ||
+                entry.kind == Published::rpfChanged;
+      }
+      const auto named = [&event]( const std::string& value ) {
+         return !value.empty() &&
+                event.body.find( '"' + value + '"' ) != std::string::npos;
+      };
+      return named( its ) || named( textMember( entry.json, "address" ) );
+   }
+
+   void add( std::vector<const Entry*>& found, const std::string& group,
+             const Event& event, const Json& line ) const {
+      const auto all = byGroup_.find( group );
+      if ( all == byGroup_.end() ) return;
+      auto at = std::lower_bound(
+         all->second.begin(), all->second.end(), event.at - kBefore,
+         []( const Entry& entry, int64_t time ) { return entry.event.at < time; } );
+      for ( ; at != all->second.end() && at->event.at <= event.at; ++at )
+         if ( concerns( *at, event, line ) ) found.push_back( &*at );
+   }
+
+   std::map<std::string, std::vector<Entry>> byGroup_;
+};
 
 std::string lineText( const Event& event ) {
    const Json line = parsedValue( event.body );
    if ( event.op == "log" ) return Show::eventWords( Show::eventOf( line ) );
    return Show::changeWords( line );
+}
+
+}
+
+namespace {
+
+// REQUIRES: in order of time.
+void addReasons( Reader& reader, std::vector<Told>& all ) {
+   if ( all.empty() ) return;
+   std::map<std::string, Log> logs;
+   for ( Told& told : all ) {
+      const auto at = logs.find( told.router );
+      const Log& log =
+         at != logs.end()
+            ? at->second
+            : logs
+                 .try_emplace( told.router, reader, told.router,
+                               told.event.at - kBefore, all.back().event.at )
+                 .first->second;
+      told.reasons = log.reasonsOf( told.event );
+   }
 }
 
 }
@@ -92,10 +146,7 @@ std::vector<Told> historyOf( Reader& reader, const std::vector<Router>& routers,
    std::stable_sort( all.begin(), all.end(), []( const Told& a, const Told& b ) {
       return a.event.at < b.event.at;
    } );
-   if ( question.why ) {
-      for ( Told& told : all )
-         told.reasons = reasonsOf( reader, told.router, told.event );
-   }
+   if ( question.why ) addReasons( reader, all );
    return all;
 }
 
@@ -106,6 +157,8 @@ std::string historyText( const Told& told ) {
    if ( !event.vrf.empty() )
       text += fmt::format( "{} ipv{}  ", event.vrf, event.ipVersion );
    text += lineText( event );
+   if ( const std::string away = textMember( line, "away" ); !away.empty() )
+      text += " after " + away + " s";
    if ( line.is_object() && line.value( "resync", Json() ) == true )
       text += " (found by comparing, at an unknown time before)";
    text = Programs::printable( text ) + '\n';

@@ -6,6 +6,7 @@
 
 #include "apps/program/Printable.h"
 #include "apps/show/text/TextTable.h"
+#include "apps/store/Untrusted.h"
 
 namespace Fleet {
 
@@ -29,7 +30,9 @@ Router routerOf( Reader& reader, const std::string& name ) {
                         textMember( json, "instance" ) == reader.instance( name );
    } catch ( const StoreFormat& e ) {
       router.problem = e.what();
-   } catch ( const StoreMissing& e ) {
+      router.format = true;
+   } catch ( const Mox::Error& e ) {
+      // One router's store says nothing of the others'.
       router.problem = e.what();
    }
    return router;
@@ -86,7 +89,7 @@ bool Wanted::matches( const Scope& scope ) const {
 }
 
 Json parsedValue( const std::string& text ) {
-   if ( text.size() > largestValue ) return {};
+   if ( text.size() > largestValue || isTooDeep( text ) ) return {};
    Json json = Json::parse( text, nullptr, false );
    return json.is_discarded() ? Json() : json;
 }

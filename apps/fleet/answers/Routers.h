@@ -15,6 +15,7 @@ struct Router {
    bool complete = false;  // its state is whole
    std::string recorder;   // the recorder's own words, JSON; empty: never complete
    std::string problem;    // why it cannot be read; else empty
+   bool format = false;    // this program is too old for it
    bool usable() const { return problem.empty() && lives && complete; }
 };
 
@@ -22,7 +23,8 @@ struct Router {
 // of that name in it.
 std::vector<Router> routersOf( Reader& reader, const std::string& name );
 
-// One line on why its answers may be old: "r2: nobody records it; as of its last state".
+// One line on why its answers may be old: "r2: nobody records it now; this is its last
+// state".
 // Empty for a usable one.
 std::string doubtText( const Router& router );
 

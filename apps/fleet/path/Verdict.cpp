@@ -14,7 +14,7 @@ constexpr Row kRows[] = {
    { "fine", "" },
    { "unknown-hop", "The tree goes on there: run pimsm-record on that router." },
    { "ambiguous", "Record the routers' addresses, or let them say distinct ones." },
-   { "stale", "See to pimsm-record there; what is known is of its last write." },
+   { "stale", "Start pimsm-record there; what is shown is its last state." },
    { "interface-down", "Set it up, or mend its cable." },
    { "agent-gone", "Start it; what the kernel had forwards on meanwhile." },
    { "neighbor-unknown",

@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,20 +37,24 @@ std::vector<std::string> SqliteReader::routers() {
 }
 
 Database& SqliteReader::database( const std::string& router ) {
-   const auto found = open_.find( router );
-   if ( found != open_.end() ) return found->second;
    if ( !isName( router ) ) throw StoreMissing( "No router has such a name" );
+   const std::string file = path( router, ".sqlite" );
+   struct stat status {};
+   const uint64_t inode =
+      stat( file.c_str(), &status ) == 0 ? uint64_t{ status.st_ino } : 0;
+   const auto found = open_.find( router );
+   if ( found != open_.end() && found->second.inode == inode )
+      return found->second.database;
+   open_.erase( router );
    if ( open_.size() == maxOpen ) open_.clear();
    Database& opened =
-      open_.try_emplace( router, path( router, ".sqlite" ), Database::readOnly )
-         .first->second;
+      open_.try_emplace( router, file, inode ).first->second.database;
    const int64_t format = opened.number( "PRAGMA user_version" );
    if ( format == storeFormat ) return opened;
    open_.erase( router );
    if ( format == 0 ) throw StoreMissing( router + " has no state yet" );
    throw StoreFormat( fmt::format( "{} has format {}, and this program knows {}",
-                                   path( router, ".sqlite" ), format,
-                                   storeFormat ) );
+                                   file, format, storeFormat ) );
 }
 
 bool SqliteReader::lives( const std::string& router ) {
@@ -88,31 +93,36 @@ void SqliteReader::each(
 void SqliteReader::history( const std::string& router, const Past& past,
                             const std::function<void( const Event& )>& call ) {
    std::string sql =
-      "SELECT at, vrf, version, grp, src, op, body FROM change"
+      "SELECT id, at, vrf, version, grp, src, op, body FROM change"
       " WHERE at >= ? AND at <= ?";
+   if ( past.after != 0 ) sql += " AND id > ?";
    if ( !past.group.empty() ) sql += " AND grp = ?";
    if ( !past.source.empty() ) sql += " AND (src = ? OR src = '*')";
    if ( !past.vrf.empty() ) sql += " AND vrf = ?";
    if ( past.ipVersion != 0 ) sql += " AND version = ?";
-   Statement select( database( router ), ( sql + " ORDER BY at, id" ).c_str() );
+   Statement select(
+      database( router ),
+      ( sql + ( past.after != 0 ? " ORDER BY id" : " ORDER BY at, id" ) ).c_str() );
    select.bind( past.since ).bind( past.until );
+   if ( past.after != 0 ) select.bind( past.after );
    if ( !past.group.empty() ) select.bind( past.group );
    if ( !past.source.empty() ) select.bind( past.source );
    if ( !past.vrf.empty() ) select.bind( past.vrf );
    if ( past.ipVersion != 0 ) select.bind( int64_t{ past.ipVersion } );
    while ( select.row() )
-      call( { select.number( 0 ), std::string( select.text( 1 ) ),
-              static_cast<uint32_t>( select.number( 2 ) ),
-              std::string( select.text( 3 ) ), std::string( select.text( 4 ) ),
-              std::string( select.text( 5 ) ), std::string( select.text( 6 ) ) } );
+      call( { select.number( 0 ), select.number( 1 ),
+              std::string( select.text( 2 ) ),
+              static_cast<uint32_t>( select.number( 3 ) ),
+              std::string( select.text( 4 ) ), std::string( select.text( 5 ) ),
+              std::string( select.text( 6 ) ), std::string( select.text( 7 ) ) } );
 }
 
-uint64_t SqliteReader::version( const std::string& router ) {
-   return static_cast<uint64_t>(
-      database( router ).number( "PRAGMA data_version" ) );
+int64_t SqliteReader::newest( const std::string& router ) {
+   return database( router ).number( "SELECT max(id) FROM change" );
 }
 
 void SqliteReader::forget( const std::string& router ) {
+   if ( !isName( router ) ) throw StoreMissing( "No router has such a name" );
    const std::string file = path( router, ".sqlite" );
    if ( access( file.c_str(), F_OK ) != 0 )
       throw StoreMissing( file + " is missing" );

@@ -25,12 +25,19 @@ class FileLease {
    FileLease& operator=( const FileLease& ) = delete;
    ~FileLease();
 
-   // Does any process hold the lease of the file?
+   // Is it still the file of that name?
+   bool stands() const;
+   // Marks the time.
+   void beat() const;
+   // Does any process hold the lease of the file, and has it lately said so?
    static bool held( const std::string& path );
    // The run of that process; empty: none holds it.
    static std::string instance( const std::string& path );
 
  private:
+   static constexpr double lifetime = 15.0;  // s
+
+   std::string path_;
    int fd_;
 };
 
@@ -42,20 +49,23 @@ class SqliteWriter : public Writer {
    std::map<std::string, Standing> standing() override;
    void write( const std::vector<Event>& events,
                const std::vector<Put>& puts ) override;
+   void beat() override;
    bool prune( int64_t now ) override;
 
  private:
    // Makes the directory unless it is there.
-   static std::string made( const std::string& directory );
+   void makeDirectory() const;
    void open();
-   // Opens the file anew where another one, or none, has taken its place.
+   // Takes the lease and opens the file anew where others, or none, have taken their
+   // places.
    void followFile();
    void writeEvents( const std::vector<Event>& events );
    void writeState( const std::vector<Put>& puts );
 
+   std::string directory_, router_, instance_;
    std::string path_;
    Keeping keeping_;
-   FileLease lease_;
+   std::optional<FileLease> lease_;
    std::optional<Database> database_;
    uint64_t inode_ = 0;
 };
@@ -74,17 +84,24 @@ class SqliteReader : public Reader {
                  call ) override;
    void history( const std::string& router, const Past& past,
                  const std::function<void( const Event& )>& call ) override;
-   uint64_t version( const std::string& router ) override;
+   int64_t newest( const std::string& router ) override;
    void forget( const std::string& router ) override;
 
  private:
    static constexpr size_t maxOpen = 100;  // files
 
    std::string path( const std::string& router, const char* ending ) const;
+   // The open file of that name, another one if another one took its place.
    Database& database( const std::string& router );
 
    std::string directory_;
-   std::map<std::string, Database> open_;
+   struct Opened {
+      Opened( const std::string& path, uint64_t file )
+         : database( path, Database::readOnly ), inode( file ) {}
+      Database database;
+      uint64_t inode;
+   };
+   std::map<std::string, Opened> open_;
 };
 
 }

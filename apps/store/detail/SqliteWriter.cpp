@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <sstream>
 
@@ -81,7 +82,8 @@ static_assert( storeFormat == 1 );
 }
 
 FileLease::FileLease( const std::string& path, const std::string& instance )
-   : fd_( open( path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode ) ) {
+   : path_( path ),
+     fd_( open( path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode ) ) {
    if ( fd_ < 0 ) cannotOpen( path, errno );
    struct flock range = wholeFile();
    if ( fcntl( fd_, F_OFD_SETLK, &range ) != 0 ) {
@@ -101,9 +103,26 @@ FileLease::~FileLease() {
    close( fd_ );
 }
 
+bool FileLease::stands() const {
+   struct stat own {
+   }, named{};
+   return fstat( fd_, &own ) == 0 && stat( path_.c_str(), &named ) == 0 &&
+          own.st_ino == named.st_ino && own.st_dev == named.st_dev;
+}
+
+void FileLease::beat() const {
+   futimens( fd_, nullptr );
+}
+
+// A clock that was set back makes a time of the future, which says nothing.
 bool FileLease::held( const std::string& path ) {
    bool held = false;
-   ifHeld( path, [&]( int ) { held = true; } );
+   ifHeld( path, [&]( int fd ) {
+      struct stat status {};
+      fstat( fd, &status );
+      const double age = std::difftime( std::time( nullptr ), status.st_mtime );
+      held = age < lifetime;
+   } );
    return held;
 }
 
@@ -113,23 +132,36 @@ std::string FileLease::instance( const std::string& path ) {
    return instance;
 }
 
-std::string SqliteWriter::made( const std::string& directory ) {
-   std::error_code error;
-   std::filesystem::create_directories( directory, error );
-   if ( error ) throw StoreRefuses( directory + ": " + error.message() );
-   return directory;
-}
-
 SqliteWriter::SqliteWriter( const std::string& directory, const std::string& router,
                             const std::string& instance, const Keeping& keeping )
-   : path_( made( directory ) + '/' + router + ".sqlite" ),
-     keeping_( keeping ),
-     lease_( directory + '/' + router + ".lock", instance ) {
+   : directory_( directory ),
+     router_( router ),
+     instance_( instance ),
+     path_( directory + '/' + router + ".sqlite" ),
+     keeping_( keeping ) {
    open();
+}
+
+// The mode is given, whatever the process's mask is at the moment.
+void SqliteWriter::makeDirectory() const {
+   constexpr mode_t kDirectory = 0750;
+   if ( mkdir( directory_.c_str(), kDirectory ) == 0 || errno == EEXIST ) return;
+   if ( errno != ENOENT ) cannotOpen( directory_, errno );
+   const auto parent = std::filesystem::path( directory_ ).parent_path();
+   std::error_code error;
+   std::filesystem::create_directories( parent, error );
+   if ( error ) throw StoreRefuses( parent.string() + ": " + error.message() );
+   if ( mkdir( directory_.c_str(), kDirectory ) != 0 && errno != EEXIST )
+      cannotOpen( directory_, errno );
 }
 
 void SqliteWriter::open() {
    database_.reset();
+   makeDirectory();
+   if ( !lease_ || !lease_->stands() ) {
+      lease_.reset();
+      lease_.emplace( directory_ + '/' + router_ + ".lock", instance_ );
+   }
    inode_ = makeFile( path_ );
    database_.emplace( path_, Database::readWrite );
    Database& database = *database_;
@@ -149,7 +181,7 @@ void SqliteWriter::open() {
 void SqliteWriter::followFile() {
    struct stat status {};
    const bool there = stat( path_.c_str(), &status ) == 0;
-   if ( there && status.st_ino == inode_ ) return;
+   if ( there && status.st_ino == inode_ && lease_ && lease_->stands() ) return;
    open();
    throw StoreAway( path_ + " has been replaced" );
 }
@@ -198,6 +230,12 @@ void SqliteWriter::write( const std::vector<Event>& events,
    writeEvents( events );
    writeState( puts );
    transaction.commit();
+   lease_->beat();
+}
+
+void SqliteWriter::beat() {
+   followFile();
+   lease_->beat();
 }
 
 bool SqliteWriter::prune( int64_t now ) {
@@ -208,13 +246,21 @@ bool SqliteWriter::prune( int64_t now ) {
                         database_->number( "PRAGMA page_size" );
    const bool tooMuch = static_cast<uint64_t>( used ) > keeping_.bytes;
    Transaction transaction( *database_ );
-   const int64_t before = database_->number( "SELECT min(id) FROM change" );
-   Statement remove( *database_,
-                     "DELETE FROM change WHERE id < ? AND (at < ? OR ?)" );
-   remove.bind( before + kSome ).bind( oldest ).bind( int64_t{ tooMuch } ).run();
-   const int64_t after = database_->number( "SELECT min(id) FROM change" );
+   Statement old( *database_,
+                  "DELETE FROM change WHERE id IN"
+                  " (SELECT id FROM change WHERE at < ? ORDER BY at LIMIT ?)" );
+   old.bind( oldest ).bind( kSome ).run();
+   const int64_t aged = database_->number( "SELECT changes()" );
+   int64_t first = 0;
+   if ( tooMuch && aged == 0 ) {
+      Statement most( *database_,
+                      "DELETE FROM change WHERE id IN"
+                      " (SELECT id FROM change ORDER BY id LIMIT ?)" );
+      most.bind( kSome ).run();
+      first = database_->number( "SELECT changes()" );
+   }
    transaction.commit();
-   return after > before && after - before >= kSome;
+   return aged == kSome || first == kSome;
 }
 
 }

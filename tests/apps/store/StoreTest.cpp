@@ -84,10 +84,10 @@ TEST_F( Stores, KeepWhatIsWritten ) {
    EXPECT_THROW( writer(), StoreHeld );
    EXPECT_TRUE( reader->lives( "r1" ) );
    EXPECT_EQ( reader->instance( "r1" ), "run1" );
-   first->write( { { 10, "red", 4, "239.1.1.1", "*", "add", "a" },
-                   { 20, "red", 4, "239.1.1.1", "10.0.0.1", "add", "b" },
-                   { 20, "red", 6, "ff0e::1", "2001:db8::1", "add", "c" },
-                   { 30, "", 0, "", "", "log", "d" } },
+   first->write( { { 0, 10, "red", 4, "239.1.1.1", "*", "add", "a" },
+                   { 0, 20, "red", 4, "239.1.1.1", "10.0.0.1", "add", "b" },
+                   { 0, 20, "red", 6, "ff0e::1", "2001:db8::1", "add", "c" },
+                   { 0, 30, "", 0, "", "", "log", "d" } },
                  { { "table.red.4", "one", 1 }, { "table.red.6", "two", 2 } } );
    first->write( {}, { { "table.red.4", "three", ~0ULL }, { "table.red.6", {} } } );
    EXPECT_EQ( reader->routers(), Strings{ "r1" } );
@@ -119,7 +119,7 @@ TEST_F( Stores, KeepWhatIsWritten ) {
 TEST_F( Stores, DropTheOldestHistoryFirst ) {
    std::vector<Event> events;
    for ( int64_t i = 0; i < 3000; ++i )
-      events.push_back( { i, "", 0, "", "", "add", std::to_string( i ) } );
+      events.push_back( { 0, i, "", 0, "", "", "add", std::to_string( i ) } );
    auto first = writer( { 1.0, 1ULL << 40U } );
    first->write( events, {} );
    while ( first->prune( 2500 ) ) continue;

@@ -4,33 +4,13 @@
 #include <cmath>
 
 #include "apps/store/Store.h"
+#include "apps/store/Untrusted.h"
 
 namespace Fleet {
 
 using Mox::ParseError;
 
 namespace {
-
-constexpr int kDeepest = 16;
-
-// Brackets in strings do not count: a name may have many.
-bool isTooDeep( std::string_view value ) {
-   int depth = 0;
-   bool quoted = false;
-   for ( size_t i = 0; i < value.size(); ++i ) {
-      const char letter = value[i];
-      if ( quoted && letter == '\\' ) {
-         ++i;
-      } else if ( letter == '"' ) {
-         quoted = !quoted;
-      } else if ( !quoted && ( letter == '[' || letter == '{' ) ) {
-         if ( ++depth > kDeepest ) return true;
-      } else if ( !quoted && ( letter == ']' || letter == '}' ) ) {
-         --depth;
-      }
-   }
-   return false;
-}
 
 [[noreturn]] void wrongType( const char* name, const char* wanted ) {
    throw ParseError( std::string( name ) + " is no " + wanted );

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "apps/program/Printable.h"
+
 namespace Fleet {
 
 namespace {
@@ -269,7 +271,7 @@ Judgement Walk::unresolved( size_t at, const View& view ) const {
    if ( !view.incoming.empty() && !fabric_.place( router, view.incoming ) )
       return { Verdict::unreadable,
                fmt::format( "{} tells nothing of its interface {}", name,
-                            view.incoming ) };
+                            Programs::printable( view.incoming ) ) };
    if ( view.tree == Tree::source )
       return { Verdict::unresolvedRpf, name + " knows no way to the source" };
    const IpGenAddr rp = rpOf( router, view );

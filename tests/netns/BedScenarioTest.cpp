@@ -113,27 +113,15 @@ class BedScenario : public testing::Test {
    std::map<std::pair<int, std::string>, std::vector<double>> figures_;
 };
 
-// For filters: letters and digits, words with capitals.
-std::string testName( const std::string& title ) {
-   std::string out;
-   bool begins = true;
-   for ( char c : title ) {
-      if ( std::isalnum( c ) != 0 )
-         out += static_cast<char>( begins ? std::toupper( c ) : c );
-      begins = std::isalnum( c ) == 0;
-   }
-   return out;
-}
-
 void addFile( const std::filesystem::path& path ) {
    auto& plays = BedScenario::plays();
    plays.push_back( std::make_unique<Play>( path.string() ) );
    Play& play = *plays.back();
    for ( const Story& story : play.script.stories ) {
       testing::RegisterTest(
-         ( "Bed" + testName( path.stem() ) ).c_str(),
-         testName( story.title ).c_str(), nullptr, nullptr, path.c_str(), 1,
-         [&play, &story] { return new BedScenario( play, story ); } );
+         ( "Bed" + Scenario::testName( path.stem() ) ).c_str(),
+         Scenario::testName( story.title ).c_str(), nullptr, nullptr, path.c_str(),
+         1, [&play, &story] { return new BedScenario( play, story ); } );
    }
 }
 

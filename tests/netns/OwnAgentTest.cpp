@@ -55,8 +55,8 @@ class OwnAgent : public NetworkTest {
       start( { PIMSM_OWN_AGENT, root.path(), kFar, "r0", "r1", "r2" } );
    }
    void startOurs() {
-      start(
-         { PIMSM_AGENT, "--root", root.path(), "--config", config(), "--listen" } );
+      start( { PIMSM_AGENT, "--root", root.path(), "--config", config(),
+               "--interface", "r0", "--interface", "r1", "--interface", "r2" } );
       ASSERT_TRUE( agent->untilErr( "listening" ) ) << agent->err();
    }
    std::string show( Program::Arguments more ) const {

@@ -3,9 +3,7 @@
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
-#include <cstdlib>
 #include <fstream>
-#include <iostream>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
@@ -20,8 +18,7 @@ using Json = nlohmann::json;
 using Mox::Test::Program;
 using Vantu::IpGenAddr;
 
-// The RP is the host on the source's link, unless a test sets another: then the
-// shared tree comes in there.
+// The RP is the host on the source's link.
 class LiveRouter : public NetworkTest {
  protected:
    void SetUp() override {
@@ -29,33 +26,20 @@ class LiveRouter : public NetworkTest {
       GTEST_SKIP() << "real time: not with programs that the sanitizers slow down";
 #endif
       NetworkTest::SetUp();
-      if ( !IsSkipped() ) start( host( 0 ) );
-   }
-   void start( const IpGenAddr& rp ) {
-      forwarder.reset();
-      agent.reset();
-      configure( rp );
+      if ( IsSkipped() ) return;
+      configure();
       forwarder = std::make_unique<Forwarder>(
          *net, root.path(), config(), Program::Arguments{ "--counters", "0.1" } );
-      startAgent();
+      Namespace::Inside inside( net->router );
+      agent = std::make_unique<Program>( Program::Arguments{
+         PIMSM_AGENT, "--config", config(), "--root", root.path(), "--listen" } );
+      ASSERT_TRUE( agent->untilErr( "listening" ) ) << agent->err();
       ASSERT_TRUE( forwarder->inStep() ) << forwarder->program().err();
    }
-   void configure( const IpGenAddr& rp, const std::string& interfaces = "" ) const {
-      std::ofstream( config() )
-         << Topology::config( interfaces + "    rpf: kernel\n    rps:\n" +
-                              "    - address: \"" + valueToStrep( rp ) + "\"\n" );
-   }
-   void startAgent() {
-      Namespace::Inside inside( net->router );
-      Program::Arguments command = { PIMSM_AGENT, "--config", config(), "--root",
-                                     root.path() };
-      if ( !named ) command.push_back( "--listen" );
-      for ( int link = 0; named && link < Topology::links; ++link ) {
-         command.push_back( "--interface" );
-         command.push_back( Topology::routerInterface( link ) );
-      }
-      agent = std::make_unique<Program>( command );
-      ASSERT_TRUE( agent->untilErr( "listening" ) ) << agent->err();
+   void configure( const std::string& interfaces = "" ) const {
+      std::ofstream( config() ) << Topology::config(
+         interfaces + "    rpf: kernel\n    rps:\n" + "    - address: \"" +
+         valueToStrep( host( 0 ) ) + "\"\n" );
    }
    std::string config() const {
       return root.path() + "/router.yaml";
@@ -69,14 +53,6 @@ class LiveRouter : public NetworkTest {
       return show( {} ) + kernel() + agent->err();
    }
    using Olists = std::map<std::string, std::set<std::string>>;
-   // While a route is made the kernel keeps three packets and drops the next: the
-   // count starts afterwards.
-   static uint32_t firstSince( Receiver& receiver, uint32_t number ) {
-      for ( uint32_t each : receiver.received() ) {
-         if ( each >= number ) return each;
-      }
-      return 0;
-   }
    Json routeOf( const Json& line ) const {
       const Json::json_pointer kRoutes(
          "/data/ietf-network-instance:network-instances/network-instance/0/vrf-root"
@@ -149,7 +125,6 @@ class LiveRouter : public NetworkTest {
 
    std::unique_ptr<Forwarder> forwarder;
    std::unique_ptr<Program> agent;
-   bool named = false;  // its interfaces are given by options
 };
 
 TEST_P( LiveRouter, InterfacesComeAndGo ) {
@@ -164,10 +139,10 @@ TEST_P( LiveRouter, InterfacesComeAndGo ) {
       EXPECT_EQ( Mox::Test::statusLine( agent->pid(), set ), "0000000000002000" );
    EXPECT_EQ( Mox::Test::statusLine( agent->pid(), "NoNewPrivs" ), "1" );
    net->router.ip( "link add r4 type veth peer name c4" );
-   configure( host( 0 ),
-              "      - {name: r3, addresses: [10.99.3.1/24, "
-              "\"2001:db8:99:3::1/64\"]}\n"
-              "      - {name: r4, addresses: [10.99.4.1/24]}\n" );
+   configure(
+      "      - {name: r3, addresses: [10.99.3.1/24, "
+      "\"2001:db8:99:3::1/64\"]}\n"
+      "      - {name: r4, addresses: [10.99.4.1/24]}\n" );
    for ( Program* each : { agent.get(), &forwarder->program() } ) {
       each->signal( SIGHUP );
       ASSERT_TRUE( each->untilErr( "took up" ) ) << each->err();
@@ -188,7 +163,7 @@ TEST_P( LiveRouter, InterfacesComeAndGo ) {
       net->router.ip( "link delete r3" );
    }
    ASSERT_TRUE( flows( left, stream ) );
-   configure( host( 0 ) );
+   configure();
    agent->signal( SIGHUP );
    ASSERT_TRUE(
       eventually( [&] { return show( {} ).find( "r3" ) == std::string::npos; } ) );
@@ -199,37 +174,6 @@ TEST_P( LiveRouter, InterfacesComeAndGo ) {
                              root.path() + "/other", "--interface", "r0" } );
    EXPECT_EQ( refused.status, 9 );
    EXPECT_EQ( refused.err.rfind( "pimsm-agent: r0: ", 0 ), 0u ) << refused.err;
-}
-
-TEST_P( LiveRouter, HostsJoinAndLeaveAGroup ) {
-   agent.reset();
-   named = true;
-   startAgent();
-   Sender stream = sender( 0, group( 1 ) );
-   uint32_t asked = stream.sent();
-   Receiver left = receiver( 1, group( 1 ) );
-   ASSERT_TRUE( flows( left, stream ) );
-   std::cout << "join to first packet: " << firstSince( left, asked ) - asked
-             << " ms\n";
-   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
-   left.forget();
-   auto right = std::make_unique<Receiver>( receiver( 2, group( 1 ) ) );
-   ASSERT_TRUE( flows( *right, stream ) );
-   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
-   // A leave takes effect when no host has answered in two seconds.
-   uint32_t left_at = stream.sent();
-   right.reset();
-   ASSERT_TRUE( eventually( [&] {
-      for ( const auto& [route, olist] : kernelOlists() ) {
-         if ( olist.count( "r2" ) != 0 ) return false;
-      }
-      return true;
-   } ) )
-      << kernel();
-   std::cout << "leave to last packet: " << stream.sent() - left_at << " ms\n";
-   EXPECT_TRUE( agree() ) << show( {} ) << kernel();
-   ASSERT_TRUE( flows( left, stream ) );
-   EXPECT_EQ( left.faults(), Faults() );
 }
 
 INSTANTIATE_FOR_FAMILIES( LiveRouter );

@@ -1,5 +1,6 @@
 #include "tests/scenario/Script.h"
 
+#include <cctype>
 #include <fstream>
 
 #include "tests/scenario/Words.h"
@@ -145,6 +146,18 @@ class Reader {
    std::string title_;
 };
 
+}
+
+std::string testName( const std::string& title ) {
+   std::string out;
+   bool begins = true;
+   for ( char c : title ) {
+      const auto letter = static_cast<unsigned char>( c );
+      if ( std::isalnum( letter ) != 0 )
+         out += static_cast<char>( begins ? std::toupper( letter ) : letter );
+      begins = std::isalnum( letter ) == 0;
+   }
+   return out;
 }
 
 Script readScript( const std::string& path ) {

@@ -49,6 +49,9 @@ struct Script {
    std::vector<Story> stories;
 };
 
+// A title as a filter can name it: letters and digits, words with capitals.
+std::string testName( const std::string& title );
+
 // Throws ScriptError.
 Script readScript( const std::string& path );
 

@@ -30,19 +30,6 @@ class StoriesTest : public testing::Test {
    std::vector<const Story*> stories_;
 };
 
-// For filters: letters and digits, words with capitals.
-std::string testName( const std::string& title ) {
-   std::string out;
-   bool begins = true;
-   for ( char c : title ) {
-      const auto letter = static_cast<unsigned char>( c );
-      if ( std::isalnum( letter ) != 0 )
-         out += static_cast<char>( begins ? std::toupper( letter ) : letter );
-      begins = std::isalnum( letter ) == 0;
-   }
-   return out;
-}
-
 void addTests( const std::string& path ) {
    // Lives as long as the process.
    static std::vector<std::unique_ptr<Script>> scripts;

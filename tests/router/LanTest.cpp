@@ -15,6 +15,7 @@
 #include "apps/config/ConfigReader.h"
 #include "platform/loop/TestClock.h"
 #include "published/MfibStatus.h"
+#include "tests/router/Events.h"
 #include "tests/scenario/SentText.h"
 #include "tests/scenario/View.h"
 #include "tests/support/Seed.h"
@@ -44,6 +45,9 @@ struct Node {
       0, 0, 0 };  // to the RP and the sources; 0: by the core
    unsigned drPriority = 1, metric = 20;
    Mox::Ptr<Published::MfibStatus> kernel = nullptr;
+   std::optional<Test::States> states =
+      {};                              // at the last look; none since its start
+   std::set<std::string> events = {};  // since then
 };
 
 struct Host {
@@ -137,6 +141,20 @@ class Network {
       }
       return out;
    }
+   // The changes since the last look that had no event.
+   std::string untold() {
+      std::string out;
+      for ( Node& node : nodes_ ) {
+         const auto events = std::exchange( node.events, {} );
+         if ( node.router == nullptr ) continue;
+         Test::States now = Test::statesOf( *node.router, names_ );
+         if ( node.states )
+            for ( const auto& each : Test::untold( *node.states, now, events ) )
+               out += fmt::format( "{}: {}\n", &node - nodes_, each );
+         node.states = std::move( now );
+      }
+      return out;
+   }
    std::string leftover() const {
       std::string out;
       for ( const Node& node : nodes_ )
@@ -209,8 +227,16 @@ class Network {
       node.config = config( number );
       node.router = std::make_unique<VrfRouter>(
          manager_, clock_, family_, node.config, counters_,
-         VrfRouterOptions{
-            {}, 100, 100, nullptr, { send, [this] { return within( 1.0 ); } } } );
+         VrfRouterOptions{ {},
+                           100,
+                           100,
+                           nullptr,
+                           { send, [this] { return within( 1.0 ); } },
+                           [this, &node]( const Published::Event& event ) {
+                              node.events.insert(
+                                 Scenario::eventText( event, names_ ) );
+                           } } );
+      node.states.reset();
       while ( !node.router->ready() ) clock_.runPass();
       node.router->adopt();
    }
@@ -297,6 +323,9 @@ class Network {
          record.sources = { found->second };
       } else if ( any ) {
          record.type = change && host.version == 3 ? toExclude : isExclude;
+         // Of one who never sends.
+         if ( host.version == 3 )
+            record.sources = { address( sourceLink, 70, false ) };
       }
       const auto number = unsigned( &host - hosts_ );
       say( kNobody,
@@ -409,6 +438,7 @@ void run( Vantu::AddressFamily family ) {
    while ( network.now() < end ) {
       for ( unsigned left = 10 + network.oneOf( 40 ); left > 0; --left ) {
          network.runFor( network.within( 20.0 ) );
+         ASSERT_EQ( network.untold(), "" ) << network.story();
          network.trouble();
       }
       network.leaveAlone();

@@ -129,6 +129,29 @@ std::string sentText( const Outgoing& message, const Names& names,
    return Text( message, names, rpOf ).text();
 }
 
+std::string eventText( const Published::Event& event, const Names& names ) {
+   // A route's events name the interface that it comes in by.
+   const bool ofRoute = event.kind == Published::routeCame ||
+                        event.kind == Published::routeGone ||
+                        event.kind == Published::rpfChanged ||
+                        event.kind == Published::onSourceTree ||
+                        event.kind == Published::onSharedTree;
+   const std::string intf{ event.intf.name() };
+   std::string text = ofRoute || intf.empty() ? "" : intf + ' ';
+   if ( event.group.isMulticast() )
+      text += names.of( { event.source, event.group } ) + ' ';
+   text += valueToStrep( event.kind );
+   if ( ofRoute && !intf.empty() ) text += " in " + intf;
+   if ( event.kind == Published::refused )
+      text += ' ' + valueToStrep( event.refusal );
+   if ( event.kind == Published::rpfChanged && !event.otherIntf.empty() )
+      text += " from " + std::string( event.otherIntf.name() );
+   if ( !event.address.isUnspecified() ) text += " of " + names.of( event.address );
+   if ( event.kind != Published::refused )
+      text += ' ' + valueToStrep( event.cause );
+   return text;
+}
+
 Outgoing throughTheWire( const Outgoing& message ) {
    const auto* pim = std::get_if<PimMessage>( &message.message );
    IpPacket packet;

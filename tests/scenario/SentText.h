@@ -1,10 +1,11 @@
-// A message that the router sends, in the words of the language.
+// What the router sends, and its events, in the words of the language.
 #pragma once
 
 #include <functional>
 #include <string>
 
 #include "engine/Sender.h"
+#include "published/Event.h"
 #include "tests/scenario/Names.h"
 
 namespace Scenario {
@@ -14,6 +15,9 @@ namespace Scenario {
 std::string sentText(
    const Router::Outgoing& message, const Names& names,
    const std::function<Vantu::IpGenAddr( const Vantu::IpGenAddr& )>& rpOf );
+
+// "eth1 A joined join-expired"
+std::string eventText( const Published::Event& event, const Names& names );
 
 // The message as its receiver decodes it. Throws ScriptError if that is not possible.
 Router::Outgoing throughTheWire( const Router::Outgoing& message );

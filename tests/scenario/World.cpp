@@ -74,27 +74,7 @@ void World::start( const std::string& variants ) {
 void World::tell( const Published::Event& event ) {
    if ( !log_ ) log_.emplace( manager_, Published::agentLog, clock_, 1024 );
    log_->add( event );
-   // A route's events name the interface that it comes in by.
-   const bool ofRoute = event.kind == Published::routeCame ||
-                        event.kind == Published::routeGone ||
-                        event.kind == Published::rpfChanged ||
-                        event.kind == Published::onSourceTree ||
-                        event.kind == Published::onSharedTree;
-   const std::string intf{ event.intf.name() };
-   std::string text = ofRoute || intf.empty() ? "" : intf + ' ';
-   if ( event.group.isMulticast() )
-      text += names_.of( { event.source, event.group } ) + ' ';
-   text += valueToStrep( event.kind );
-   if ( ofRoute && !intf.empty() ) text += " in " + intf;
-   if ( event.kind == Published::refused )
-      text += ' ' + valueToStrep( event.refusal );
-   if ( event.kind == Published::rpfChanged && !event.otherIntf.empty() )
-      text += " from " + std::string( event.otherIntf.name() );
-   if ( !event.address.isUnspecified() )
-      text += " of " + names_.of( event.address );
-   if ( event.kind != Published::refused )
-      text += ' ' + valueToStrep( event.cause );
-   events_.emplace_back( now(), text );
+   events_.emplace_back( now(), eventText( event, names_ ) );
 }
 
 std::string World::why( const std::string& statement ) {

@@ -215,7 +215,10 @@ TEST_F( Doorbell, AReadersLocksAreInNobodysWay ) {
    } );
    auto writer = newWriter( path );
    EXPECT_GE( rings( hub ), 1 );
-   asReader( [&] { EXPECT_TRUE( writerAlive( path ) ); } );
+   asReader( [&] {
+      EXPECT_TRUE( writerAlive( path ) );
+      EXPECT_EQ( TableReader( path, layout ).state(), readerAttached );
+   } );
    EXPECT_FALSE( hub.fallback() );
    put( *writer, 1, 1 );
    writer->ring();

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -208,6 +209,7 @@ class TableTest : public testing::Test {
    TableTest() {
       options.seed = testSeed;
       options.bootId = "boot";
+      umask( 077 );  // what the group may read is the files' own
    }
 
    // Runs `body` in a child that exits here, with 0, or with 1 when it throws.

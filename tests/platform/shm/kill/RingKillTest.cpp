@@ -87,6 +87,10 @@ TEST_F( RingKill, TakenOverResizedAndMadeAnew ) {
    std::filesystem::remove( path );
    EXPECT_TRUE( reader.poll() );
    EXPECT_EQ( reader.state(), readerAbsent );
+   Record record;
+   RingReader::Entry entry;
+   EXPECT_EQ( reader.newest(), 0u );
+   EXPECT_EQ( reader.read( 0, &record, entry ), lookupAbsent );
    EXPECT_FALSE( writer->filesStand() );
    writer->restoreFiles();
    EXPECT_TRUE( reader.poll() );
@@ -98,8 +102,6 @@ TEST_F( RingKill, TakenOverResizedAndMadeAnew ) {
       EXPECT_EQ( writer->newest(), 12u );
    }
    EXPECT_TRUE( reader.poll() );
-   Record record;
-   RingReader::Entry entry;
    EXPECT_EQ( reader.read( 10, &record, entry ), lookupFound );
    EXPECT_EQ( entry.count, 2u );
    EXPECT_EQ( reader.read( 13, &record, entry ), lookupAbsent );

@@ -256,9 +256,11 @@ void Protocol::configChanged() {
    joinPrune_.endUnshared();
    membership_.endUnshared();
    updatePaths();
-   // A path that stays may lead beyond a boundary now.
-   for ( const auto& key : Mox::keysOf( routes_.model().route() ) )
+   // A path that stays may lead beyond a boundary now; the group may have another RP.
+   for ( const auto& key : Mox::keysOf( routes_.model().route() ) ) {
       upstream_.review( key );
+      registerSender_.review( key );
+   }
 }
 
 // A router that is barred now is gone.

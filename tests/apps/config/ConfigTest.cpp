@@ -55,6 +55,8 @@ TEST( Config, TheDocumentedExampleIsRead ) {
    EXPECT_EQ( vrf.advertised[1].rp, IpGenAddr( "1.1.1.2" ) );
    EXPECT_TRUE( vrf.advertised[1].anycast && !vrf.advertised[0].anycast );
    EXPECT_EQ( config.vrfs[1].mrouteTable, 10u );
+   EXPECT_TRUE( config.vrfs[1].kernelRpf && !vrf.kernelRpf );
+   EXPECT_EQ( config.vrfs[1].routeTable, 11u );
 }
 
 TEST( Config, VrfsMayHaveTheSameAddresses ) {

@@ -80,6 +80,7 @@ TEST_F( RingKill, TakenOverResizedAndMadeAnew ) {
    EXPECT_TRUE( writer->repeat( 10, 77.0 ) );
    EXPECT_FALSE( writer->repeat( 7, 77.0 ) );
    RingReader reader( path, layout );
+   EXPECT_TRUE( reader.writerAlive() );
    const Seen all = seenIn( path );
    EXPECT_EQ( all.oldest, 8u );
    EXPECT_EQ( all.counts.at( 10 ), std::pair( uint64_t( 2 ), 77.0 ) );
@@ -105,11 +106,12 @@ TEST_F( RingKill, TakenOverResizedAndMadeAnew ) {
    EXPECT_EQ( reader.read( 10, &record, entry ), lookupFound );
    EXPECT_EQ( entry.count, 2u );
    EXPECT_EQ( reader.read( 13, &record, entry ), lookupAbsent );
+   writer.reset();
+   EXPECT_FALSE( reader.writerAlive() );
    // Another layout, and a file that is none.
    Layout other = layout;
    other.fields.pop_back();
    EXPECT_EQ( RingReader( path, other ).state(), readerMismatch );
-   writer.reset();
    EXPECT_NE( RingWriter( path, other, entries ).problem(), "" );
    std::filesystem::remove( path );
    bytesAre( path, "no ring" );

@@ -3,6 +3,7 @@
 
 #include "platform/entity/EventCounter.h"
 #include "platform/loop/TestClock.h"
+#include "published/EventLog.h"
 #include "published/GroupRanges.h"
 #include "published/MfibStatus.h"
 #include "published/PimMirror.h"
@@ -272,6 +273,29 @@ TEST( PublishedText, IsBoundedAndNeverTrusted ) {
    EXPECT_EQ( Short( Mox::StringView( "a\0b", 3 ) ).text(), "a" );
    std::memset( bytes.text, 'x', sizeof bytes.text );
    EXPECT_FALSE( Form::read( bytes, out ) );
+}
+
+// A hundred different ones, then one a second; the same again after ten minutes.
+TEST_F( Publishing, AFloodOfRefusalsIsCounted ) {
+   EventLog log( agentSide, agentLog, clock );
+   auto refused = [&]( int sender ) {
+      Event event;
+      event.kind = Published::refused;
+      event.address = addr( "10.0.0." + std::to_string( sender ) );
+      log.add( event );
+      return log.written();
+   };
+   for ( int sender : { 0, 1, 1, 0 } ) refused( sender );
+   EXPECT_EQ( log.written(), 2u );
+   for ( int sender = 2; sender < 100; ++sender ) refused( sender );
+   EXPECT_EQ( log.written(), 100u );
+   EXPECT_EQ( refused( 100 ), 101u ) << "by its reason alone";
+   EXPECT_EQ( refused( 101 ), 101u );
+   clock.advance( 1.0 );
+   EXPECT_EQ( refused( 102 ), 102u );
+   EXPECT_EQ( refused( 103 ), 102u );
+   clock.advance( EventLog::sameRefusal );
+   EXPECT_EQ( refused( 99 ), 103u );
 }
 
 }

@@ -22,8 +22,9 @@ TEST( DirtyKeys, AreThoseOfAMap ) {
       } else {
          EXPECT_EQ( keys.erase( key ), plain.erase( key ) );
       }
-      ASSERT_EQ( keys.find( key ) != keys.end(), plain.count( key ) != 0 )
-         << "seed " << seed;
+      const auto found = keys.find( key );
+      ASSERT_EQ( found != keys.end(), plain.count( key ) != 0 ) << "seed " << seed;
+      ASSERT_TRUE( found == keys.end() || found->first == key );
       if ( step % 500 != 0 ) continue;
       std::map<unsigned, bool> all( keys.begin(), keys.end() );
       ASSERT_EQ( all, plain ) << "seed " << seed << ", step " << step;

@@ -10,6 +10,7 @@
 #include "apps/agent/wire/Present.h"
 #include "apps/config/ConfigFile.h"
 #include "apps/program/Capabilities.h"
+#include "apps/program/CommandLine.h"
 #include "apps/program/Ending.h"
 #include "apps/program/Readiness.h"
 #include "platform/loop/Service.h"
@@ -219,15 +220,7 @@ ExitStatus runCommand( int argc, char** argv ) {
       "and publishes it in shared-memory tables." );
    Arguments arguments;
    declare( app, arguments );
-   app.set_version_flag( "--version", PIMSM_VERSION );
-   try {
-      app.parse( argc, argv );
-   } catch ( const CLI::Success& e ) {
-      app.exit( e );
-      return done;
-   } catch ( const CLI::ParseError& e ) {
-      throw WrongUsage( std::string( e.what() ) + "; see --help" );
-   }
+   if ( !parsed( app, argc, argv ) ) return done;
    if ( !arguments.check.empty() ) return check( arguments.check );
    if ( arguments.config.empty() && arguments.router.empty() )
       throw WrongUsage( "give --config FILE, or --router ADDRESS" );

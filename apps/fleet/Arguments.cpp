@@ -5,6 +5,7 @@
 #include <map>
 
 #include "apps/mirror/Events.h"
+#include "apps/program/CommandLine.h"
 #include "apps/program/Ending.h"
 
 namespace Fleet {
@@ -190,7 +191,6 @@ std::optional<Arguments> parseArguments( int argc, char** argv ) {
       "Answers for many routers, from the stores that their recorders keep." );
    Arguments arguments;
    Given given;
-   app.set_version_flag( "--version", PIMSM_VERSION );
    app.require_subcommand( 1 );
    declareGlobal( app, arguments, given );
    const auto command = [&]( const char* name, const char* help, Command value ) {
@@ -227,14 +227,7 @@ std::optional<Arguments> parseArguments( int argc, char** argv ) {
       ->add_option( "ROUTER", arguments.forgotten, "Its name" )
       ->required()
       ->check( filled );
-   try {
-      app.parse( argc, argv );
-   } catch ( const CLI::Success& e ) {
-      app.exit( e );
-      return std::nullopt;
-   } catch ( const CLI::ParseError& e ) {
-      throw WrongUsage( std::string( e.what() ) + "; see --help" );
-   }
+   if ( !parsed( app, argc, argv ) ) return std::nullopt;
    arguments.by = given.by == "rate"      ? TopBy::rate
                   : given.by == "packets" ? TopBy::packets
                                           : TopBy::routers;

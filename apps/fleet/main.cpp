@@ -185,7 +185,9 @@ ExitStatus printHistory( Reader& reader, const std::vector<Router>& routers,
    }
    const auto all = historyOf( reader, routers, arguments.question );
    printTold( arguments, all );
-   return all.empty() ? nothingFound : done;
+   if ( !all.empty() ) return done;
+   return complain( kProgram, nothingFound,
+                    "no line of history; --since ever looks at all of it" );
 }
 
 // Values of two routers are of slightly different times.

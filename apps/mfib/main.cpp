@@ -8,6 +8,7 @@
 #include "apps/config/ConfigFile.h"
 #include "apps/mfib/Daemon.h"
 #include "apps/mfib/Keeper.h"
+#include "apps/program/CommandLine.h"
 #include "apps/program/Ending.h"
 #include "platform/loop/Service.h"
 #include "platform/loop/SignalWatcher.h"
@@ -96,15 +97,7 @@ ExitStatus runCommand( int argc, char** argv ) {
       "agent's tables, and goes on while the agent is away." );
    Arguments arguments;
    declare( app, arguments );
-   app.set_version_flag( "--version", PIMSM_VERSION );
-   try {
-      app.parse( argc, argv );
-   } catch ( const CLI::Success& e ) {
-      app.exit( e );
-      return done;
-   } catch ( const CLI::ParseError& e ) {
-      throw WrongUsage( std::string( e.what() ) + "; see --help" );
-   }
+   if ( !parsed( app, argc, argv ) ) return done;
    return arguments.keep ? keep( argc, argv ) : forward( arguments );
 }
 

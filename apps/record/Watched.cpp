@@ -42,11 +42,20 @@ class Published : public ::Published::FamilyStatus::NotifieeConst {
    void onAccessRule( const ::Published::AccessRuleKey& ) override {
       touch_( Key::rps );
    }
+   // A table is there, or another one.
+   void onInterface() override { touch_( Key::links ); }
+   void onOwnAddress() override { touch_( Key::links ); }
+   void onNeighbor() override { touch_( Key::links ); }
+   void onNeighborAddress() override { touch_( Key::links ); }
+   void onRp() override { touch_( Key::rps ); }
+   void onSetting() override { touch_( Key::rps ); }
+   void onAccessRule() override { touch_( Key::rps ); }
 
    std::function<void( Key::Kind )> touch_;
 };
 
-using TouchStream = std::function<void( const RouteKey& )>;
+// Of a stream; null: of all in the tables.
+using TouchStream = std::function<void( const RouteKey* key )>;
 
 class Registers : public Sm::RegisterStatus::NotifieeConst {
  public:
@@ -60,10 +69,14 @@ class Registers : public Sm::RegisterStatus::NotifieeConst {
    using NotifieeConst::onDrDiscoveredSg;
    using NotifieeConst::onNoRegisterOif;
    using NotifieeConst::onRegisterOif;
-   void onAnycastDiscoveredSg( const RouteKey& key ) override { touch_( key ); }
-   void onDrDiscoveredSg( const RouteKey& key ) override { touch_( key ); }
-   void onNoRegisterOif( const RouteKey& key ) override { touch_( key ); }
-   void onRegisterOif( const RouteKey& key ) override { touch_( key ); }
+   void onAnycastDiscoveredSg( const RouteKey& key ) override { touch_( &key ); }
+   void onAnycastDiscoveredSg() override { touch_( nullptr ); }
+   void onDrDiscoveredSg( const RouteKey& key ) override { touch_( &key ); }
+   void onDrDiscoveredSg() override { touch_( nullptr ); }
+   void onNoRegisterOif( const RouteKey& key ) override { touch_( &key ); }
+   void onNoRegisterOif() override { touch_( nullptr ); }
+   void onRegisterOif( const RouteKey& key ) override { touch_( &key ); }
+   void onRegisterOif() override { touch_( nullptr ); }
 
    TouchStream touch_;
 };
@@ -77,7 +90,8 @@ class Advertised : public Sm::AdvertisedSgStatus::NotifieeConst {
 
  private:
    using NotifieeConst::onColl;
-   void onColl( const RouteKey& key ) override { touch_( key ); }
+   void onColl( const RouteKey& key ) override { touch_( &key ); }
+   void onColl() override { touch_( nullptr ); }
 
    TouchStream touch_;
 };
@@ -94,8 +108,8 @@ Watched::Watched( Show::Mirror& mirror, double sample, size_t top, Touch touched
         const auto found = intfs_.find( key );
         return found != intfs_.end() ? found->second : kNone;
      } ) {
-   const auto registers = [this]( const RouteKey& key ) {
-      touch( Key::registers, key );
+   const auto registers = [this]( const RouteKey* key ) {
+      key != nullptr ? touch( Key::registers, *key ) : touchRegisters();
    };
    observers_ = { std::make_shared<Published>(
                      *mirror.agent, [this]( Key::Kind kind ) { touch( kind ); } ),
@@ -183,6 +197,10 @@ void Watched::touchAll() {
    for ( const Key::Kind kind : { Key::table, Key::links, Key::rps } )
       touch( kind );
    touchRoutes();
+   touchRegisters();
+}
+
+void Watched::touchRegisters() {
    const auto& tables = *mirror_.registers;
    for ( const auto* table :
          { &tables.registerOif(), &tables.noRegisterOif(), &tables.drDiscoveredSg(),

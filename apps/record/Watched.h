@@ -68,6 +68,7 @@ class Watched : private Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
    void note( const Routing::Pim::RouteIntfKey& key );
    void noteAll();
    void touchRoute( const RouteKey& key );
+   void touchRegisters();
 
    Show::Mirror& mirror_;
    Scope scope_;

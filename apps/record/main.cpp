@@ -4,6 +4,7 @@
 #include <csignal>
 #include <iostream>
 
+#include "apps/program/CommandLine.h"
 #include "apps/program/Ending.h"
 #include "apps/program/Output.h"
 #include "apps/program/Readiness.h"
@@ -149,15 +150,7 @@ ExitStatus runCommand( int argc, char** argv ) {
       "Keeps a router's state and history in a store, for pimsm-fleet." );
    Arguments arguments;
    declare( app, arguments );
-   app.set_version_flag( "--version", PIMSM_VERSION );
-   try {
-      app.parse( argc, argv );
-   } catch ( const CLI::Success& e ) {
-      app.exit( e );
-      return done;
-   } catch ( const CLI::ParseError& e ) {
-      throw WrongUsage( std::string( e.what() ) + "; see --help" );
-   }
+   if ( !parsed( app, argc, argv ) ) return done;
    try {
       return record( arguments );
    } catch ( const Mox::ParseError& e ) {

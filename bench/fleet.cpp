@@ -154,19 +154,19 @@ double timed( const std::string& what, const std::function<std::string()>& run )
 
 void fill( const std::string& store, const Size& size ) {
    for ( unsigned i = 0; i < size.routers; ++i )
-      openWriter( store, nameOf( i ), "run", {} )->write( {}, putsOf( i, size ) );
+      openWriter( { store }, nameOf( i ), "run", {} )->write( {}, putsOf( i, size ) );
 }
 
 void ask( const std::string& store, const Size& size ) {
    // Leases of all routers, as of a fleet that lives: 1,000 open stores.
    std::vector<std::unique_ptr<Writer>> recorders;
    for ( unsigned i = 0; i < size.routers; ++i )
-      recorders.push_back( openWriter( store, nameOf( i ), "run", {} ) );
+      recorders.push_back( openWriter( { store }, nameOf( i ), "run", {} ) );
    PathQuestion question;
    question.scope = { "default", Vantu::AddressFamily::ipv4 };
    question.stream = streamOf( 5 );
    const auto path = [&] {
-      return findPath( *openReader( store ), question ).verdict;
+      return findPath( *openReader( { store } ), question ).verdict;
    };
    const unsigned last = size.routers - 1;
    for ( int round = 0; round < 3; ++round ) {
@@ -175,7 +175,7 @@ void ask( const std::string& store, const Size& size ) {
       timed( "index of links", [&] {
          auto none = question;
          none.receiver = IpGenAddr( "203.0.113.1" );
-         return findPath( *openReader( store ), none ).verdict;
+         return findPath( *openReader( { store } ), none ).verdict;
       } );
       question.receiver =
          IpGenAddr( fmt::format( "172.{}.{}.9", last / 256, last % 256 ) );
@@ -183,12 +183,12 @@ void ask( const std::string& store, const Size& size ) {
       const IpGenPrefix group( question.stream.group );
       timed( "check of a group", [&] {
          return checkText(
-            checkFleet( *openReader( store ), { question.scope, group, 0, {} } ) );
+            checkFleet( *openReader( { store } ), { question.scope, group, 0, {} } ) );
       } );
    }
    timed( "check of all", [&] {
       return checkText(
-         checkFleet( *openReader( store ), { question.scope, {}, 0, {} } ) );
+         checkFleet( *openReader( { store } ), { question.scope, {}, 0, {} } ) );
    } );
 }
 

@@ -52,7 +52,7 @@ std::string stored( const std::string& store, const RouteKey& key ) {
    const std::string text = Fleet::keyText(
       { Fleet::Key::route, { "default", Vantu::AddressFamily::ipv4 }, key } );
    try {
-      return Fleet::openReader( "sqlite:" + store )->values( "r1", { text } )[text];
+      return Fleet::openReader( { "sqlite:" + store } )->values( "r1", { text } )[text];
    } catch ( const Mox::Error& ) {
       return "";
    }

@@ -134,7 +134,7 @@ ExitStatus record( const Arguments& arguments ) {
       partly = !unread.empty();
    }
    const auto open = [&]( const std::string& instance ) {
-      return Fleet::openWriter( arguments.store, arguments.options.router, instance,
+      return Fleet::openWriter( { arguments.store }, arguments.options.router, instance,
                                 arguments.keeping );
    };
    Fleet::Recorder recorder( mirrors, arguments.options, open, say );

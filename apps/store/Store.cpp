@@ -16,16 +16,16 @@ std::string directoryOf( const std::string& store ) {
 
 }
 
-std::unique_ptr<Writer> openWriter( const std::string& store,
+std::unique_ptr<Writer> openWriter( const StoreAddress& address,
                                     const std::string& router,
                                     const std::string& instance,
                                     const Keeping& keeping ) {
-   return std::make_unique<SqliteWriter>( directoryOf( store ), router, instance,
-                                          keeping );
+   return std::make_unique<SqliteWriter>( directoryOf( address.store ), router,
+                                          instance, keeping );
 }
 
-std::unique_ptr<Reader> openReader( const std::string& store ) {
-   return std::make_unique<SqliteReader>( directoryOf( store ) );
+std::unique_ptr<Reader> openReader( const StoreAddress& address ) {
+   return std::make_unique<SqliteReader>( directoryOf( address.store ) );
 }
 
 }

@@ -107,6 +107,16 @@ struct Past {
    int64_t after = 0;        // lines with a greater id
 };
 
+// Tells that something may have changed. Belongs to its reader's thread; the reader
+// outlives it.
+class Bell {
+ public:
+   virtual ~Bell() = default;
+   // Has it rung since it was asked last? The first answer is yes. Costs next to nothing,
+   // so that it may be asked five times a second. Throws as the reader.
+   virtual bool rang() = 0;
+};
+
 class Reader {
  public:
    virtual ~Reader() = default;
@@ -138,17 +148,27 @@ class Reader {
    // store, which took the place of the former one.
    virtual int64_t newest( const std::string& router ) = 0;
 
+   // A bell for what concerns a group, of any router. It may ring for no reason, and
+   // may miss a change when the store was away: who must not, looks now and then anyway.
+   virtual std::unique_ptr<Bell> bell( const Scope& scope,
+                                       const Vantu::IpGenAddr& group ) = 0;
+
    // Removes all that the store holds of a router. Throws StoreHeld where it has a
    // recorder.
    virtual void forget( const std::string& router ) = 0;
 };
 
-// Opens the store "sqlite:DIR". `instance`: a name of this recorder's run. Throws Mox::ParseError for any other text,
-// and the exceptions above.
-std::unique_ptr<Writer> openWriter( const std::string& store,
+// Where a store is.
+struct StoreAddress {
+   std::string store = {};  // "sqlite:DIR"
+};
+
+// Opens the store. `instance`: a name of this recorder's run. Throws Mox::ParseError for
+// any other text, and the exceptions above.
+std::unique_ptr<Writer> openWriter( const StoreAddress& address,
                                     const std::string& router,
                                     const std::string& instance,
                                     const Keeping& keeping );
-std::unique_ptr<Reader> openReader( const std::string& store );
+std::unique_ptr<Reader> openReader( const StoreAddress& address );
 
 }

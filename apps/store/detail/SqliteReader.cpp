@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
+#include <utility>
 
 #include "apps/store/Names.h"
 #include "apps/store/detail/SqliteStore.h"
@@ -11,6 +13,39 @@
 namespace Fleet {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// Every commit writes to a log beside the file, or moves it into the file: the times of
+// both tell of all that is written, whoever has the file open.
+class FileBell : public Bell {
+ public:
+   explicit FileBell( std::string directory )
+      : directory_( std::move( directory ) ) {}
+
+   bool rang() override {
+      Times times;
+      std::error_code error;
+      for ( const auto& entry : fs::directory_iterator( directory_, error ) ) {
+         struct stat status {};
+         const std::string path = entry.path().string();
+         if ( path.ends_with( ".lock" ) || path.ends_with( "-shm" ) ||
+              stat( path.c_str(), &status ) != 0 )
+            continue;
+         times[path] = { int64_t( status.st_ino ), status.st_size,
+                         status.st_mtim.tv_sec, status.st_mtim.tv_nsec };
+      }
+      return times != std::exchange( times_, times );
+   }
+
+ private:
+   using Times = std::map<std::string, std::array<int64_t, 4>>;
+
+   std::string directory_;
+   std::optional<Times> times_;
+};
+
+}
 
 SqliteReader::SqliteReader( std::string directory )
    : directory_( std::move( directory ) ) {}
@@ -119,6 +154,10 @@ void SqliteReader::history( const std::string& router, const Past& past,
 
 int64_t SqliteReader::newest( const std::string& router ) {
    return database( router ).number( "SELECT max(id) FROM change" );
+}
+
+std::unique_ptr<Bell> SqliteReader::bell( const Scope&, const Vantu::IpGenAddr& ) {
+   return std::make_unique<FileBell>( directory_ );
 }
 
 void SqliteReader::forget( const std::string& router ) {

@@ -85,6 +85,8 @@ class SqliteReader : public Reader {
    void history( const std::string& router, const Past& past,
                  const std::function<void( const Event& )>& call ) override;
    int64_t newest( const std::string& router ) override;
+   std::unique_ptr<Bell> bell( const Scope& scope,
+                               const Vantu::IpGenAddr& group ) override;
    void forget( const std::string& router ) override;
 
  private:

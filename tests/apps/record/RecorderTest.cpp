@@ -97,7 +97,7 @@ class Recording : public Show::Watching {
    std::map<std::string, Json> stands() {
       std::map<std::string, Json> all;
       try {
-         const auto reader = openReader( store );
+         const auto reader = openReader( { store } );
          if ( reader->instance( "r1" ).empty() ) return all;
          bool complete = false;
          reader->each(
@@ -158,7 +158,7 @@ class Recording : public Show::Watching {
    // Follows the history from one state: each line's former values are those that the
    // lines before it left. Returns the state after the last line.
    Members follow( Members state, uint64_t skipped ) {
-      openReader( store )->history( "r1", {}, [&]( const Event& event ) {
+      openReader( { store } )->history( "r1", {}, [&]( const Event& event ) {
          if ( skipped != 0 ) return void( --skipped );
          const Json line = Json::parse( event.body );
          if ( !line.contains( "changed" ) || event.group.empty() ||
@@ -177,7 +177,7 @@ class Recording : public Show::Watching {
    }
    uint64_t lines() {
       uint64_t count = 0;
-      openReader( store )->history( "r1", {}, [&]( const Event& ) { ++count; } );
+      openReader( { store } )->history( "r1", {}, [&]( const Event& ) { ++count; } );
       return count;
    }
 
@@ -253,7 +253,7 @@ TEST_F( Recording, AStoreThatWasAwayGetsEverything ) {
    until( rests );
    // It is not told twice, and not for what did not happen.
    size_t back = 0;
-   openReader( store )->history( "r1", {}, [&]( const Event& event ) {
+   openReader( { store } )->history( "r1", {}, [&]( const Event& event ) {
       back += event.op == "store-back" ? 1 : 0;
    } );
    EXPECT_EQ( back, 1u );

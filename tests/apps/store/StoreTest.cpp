@@ -62,7 +62,7 @@ TEST( Keys, ReadBack ) {
 class Stores : public testing::Test {
  protected:
    std::unique_ptr<Writer> writer( const Keeping& keeping = {} ) {
-      return openWriter( "sqlite:" + root.path(), "r1", "run1", keeping );
+      return openWriter( { "sqlite:" + root.path() }, "r1", "run1", keeping );
    }
    std::vector<std::string> history( const Past& past ) {
       std::vector<std::string> bodies;
@@ -74,7 +74,7 @@ class Stores : public testing::Test {
    using Strings = std::vector<std::string>;
 
    Mox::Test::TempRoot root;
-   std::unique_ptr<Reader> reader = openReader( "sqlite:" + root.path() );
+   std::unique_ptr<Reader> reader = openReader( { "sqlite:" + root.path() } );
 };
 
 TEST_F( Stores, KeepWhatIsWritten ) {
@@ -84,11 +84,15 @@ TEST_F( Stores, KeepWhatIsWritten ) {
    EXPECT_THROW( writer(), StoreHeld );
    EXPECT_TRUE( reader->lives( "r1" ) );
    EXPECT_EQ( reader->instance( "r1" ), "run1" );
+   const auto bell = reader->bell( {}, {} );
+   EXPECT_TRUE( bell->rang() );
+   EXPECT_FALSE( bell->rang() );
    first->write( { { 0, 10, "red", 4, "239.1.1.1", "*", "add", "a" },
                    { 0, 20, "red", 4, "239.1.1.1", "10.0.0.1", "add", "b" },
                    { 0, 20, "red", 6, "ff0e::1", "2001:db8::1", "add", "c" },
                    { 0, 30, "", 0, "", "", "log", "d" } },
                  { { "table.red.4", "one", 1 }, { "table.red.6", "two", 2 } } );
+   EXPECT_TRUE( bell->rang() );
    first->write( {}, { { "table.red.4", "three", ~0ULL }, { "table.red.6", {} } } );
    EXPECT_EQ( reader->routers(), Strings{ "r1" } );
    EXPECT_EQ(
@@ -141,7 +145,7 @@ TEST_F( Stores, FollowTheirFile ) {
    EXPECT_THROW( first->write( {}, { { "recorder", "two", 2 } } ), StoreAway );
    EXPECT_TRUE( first->standing().empty() );
    first->write( {}, { { "recorder", "two", 2 } } );
-   reader = openReader( "sqlite:" + root.path() );
+   reader = openReader( { "sqlite:" + root.path() } );
    EXPECT_EQ( reader->values( "r1", { "recorder" } ).at( "recorder" ), "two" );
 }
 

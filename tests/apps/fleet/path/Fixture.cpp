@@ -357,13 +357,13 @@ Fixture::Fixture( const std::vector<std::string>& lines, const RouteKey& stream 
    values_ = script.values();
    const std::string store = "sqlite:" + root_.path();
    for ( const auto& [router, values] : values_ ) {
-      writers_[router] = openWriter( store, router, kRun, {} );
+      writers_[router] = openWriter( { store }, router, kRun, {} );
       std::vector<Writer::Put> puts;
       for ( const auto& [key, value] : values ) puts.push_back( { key, value, 0 } );
       writers_[router]->write( {}, puts );
    }
    for ( const std::string& each : script.stale() ) writers_.erase( each );
-   reader_ = openReader( store );
+   reader_ = openReader( { store } );
 }
 
 void Fixture::put( const std::string& router, const std::string& key,

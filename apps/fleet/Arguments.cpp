@@ -1,5 +1,7 @@
 #include "apps/fleet/Arguments.h"
 
+#include "apps/store/StoreOptions.h"
+
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <map>
@@ -62,10 +64,7 @@ void declareOutput( CLI::App& app, Arguments& arguments ) {
 
 // Before a command and behind it.
 void declareGlobal( CLI::App& app, Arguments& arguments, Given& given ) {
-   app.add_option( "--store", arguments.store, "The store to read: sqlite:DIR" )
-      ->type_name( "STORE" )
-      ->check( filled )
-      ->envname( "PIMSM_STORE" );
+   declareStore( app, arguments.store, "The store to read" );
    app.add_option( "--router", arguments.router, "One router, or all" )
       ->type_name( "NAME" )
       ->check( filled )
@@ -231,7 +230,7 @@ std::optional<Arguments> parseArguments( int argc, char** argv ) {
    arguments.by = given.by == "rate"      ? TopBy::rate
                   : given.by == "packets" ? TopBy::packets
                                           : TopBy::routers;
-   if ( arguments.store.empty() )
+   if ( arguments.store.store.empty() )
       throw WrongUsage( "name the --store to read, or set PIMSM_STORE" );
    take( arguments, given );
    return arguments;

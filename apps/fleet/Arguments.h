@@ -23,7 +23,7 @@ enum Command {
 
 struct Arguments {
    Command command = routesCommand;
-   std::string store;
+   StoreAddress store;
    std::string router = "all";
    Wanted wanted;
    bool json = false;

@@ -295,7 +295,7 @@ ExitStatus print( Reader& reader, const std::vector<Router>& routers,
 
 // What a router's state is worth is said after the answer.
 ExitStatus answer( const Arguments& arguments ) {
-   const auto reader = openReader( { arguments.store } );
+   const auto reader = openReader( arguments.store );
    if ( arguments.command == forgetCommand ) {
       reader->forget( arguments.forgotten );
       return done;

@@ -108,7 +108,7 @@ Event History::eventOf( Json line, const Scope& scope, int64_t at ) {
    for ( auto& [name, value] : line.items() ) {
       if ( !body.contains( name ) ) body[name] = value;
    }
-   return { 0,
+   return { static_cast<int64_t>( sequence_ ),
             at,
             scope.vrf,
             versionOf( scope ),

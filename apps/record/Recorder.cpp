@@ -81,6 +81,8 @@ std::string Recorder::metrics() const {
         counts_.compared );
    add( "outages_total", "counter", "Times that the store could not be reached.",
         counts_.outages );
+   add( "refused_keys", "gauge", "Keys that the store has no room for.",
+        counts_.noRoom );
    add( "too_large_total", "counter", "Values left out for their size.",
         counts_.tooLarge );
    return text;
@@ -104,6 +106,7 @@ void Recorder::onTime() {
       compared_ = now;
       batch_.reread = true;
    }
+   if ( now >= retried_ + retrying ) retryNoRoom();
    if ( open_ && !busy_ ) fill();
    const bool more =
       std::any_of( scopes_.begin(), scopes_.end(), [&]( const auto& each ) {
@@ -221,6 +224,7 @@ void Recorder::dropScope( const Scope& scope ) {
          continue;
       }
       batch_.puts.push_back( { keyText( at->first ), std::nullopt } );
+      noRoom_.erase( at->first );
       at = known_.erase( at );
       any = true;
    }
@@ -261,6 +265,39 @@ void Recorder::take( StoreThread::Standing standing ) {
    compare();
 }
 
+void Recorder::takeNoRoom( const std::vector<std::string>& keys ) {
+   const bool wasFull = !noRoom_.empty();
+   for ( const Key& key : std::exchange( tryingAgain_, {} ) ) noRoom_.erase( key );
+   for ( const std::string& text : keys ) {
+      const auto key = parseKey( text );
+      const auto known = key ? known_.find( *key ) : known_.end();
+      if ( known == known_.end() ) continue;
+      // The history has the change; the value goes again as soon as it may.
+      known->second.digest = 0;
+      noRoom_.insert( *key );
+   }
+   counts_.noRoom = noRoom_.size();
+   if ( noRoom_.empty() || wasFull ) return;
+   counts_.complete = false;
+   recorder_["complete"] = false;
+   putRecorder();
+   say_(
+      fmt::format( "the store has no room for {} values, {} among them; trying "
+                   "again until it has (--state-bytes)",
+                   noRoom_.size(), keyText( *noRoom_.begin() ) ) );
+}
+
+void Recorder::retryNoRoom() {
+   retried_ = mirrors_.now();
+   if ( !open_ || busy_ ) return;
+   for ( const Key& key : noRoom_ ) {
+      if ( key.kind == Key::recorder )
+         putRecorder();
+      else
+         touch( key );
+   }
+}
+
 void Recorder::handleDone( StoreThread::Answer answer ) {
    if ( answer.batch ) busy_ = false;
    counts_.away = false;
@@ -270,6 +307,7 @@ void Recorder::handleDone( StoreThread::Answer answer ) {
       mirrors_.loop().stop();
       return;
    }
+   if ( answer.batch ) takeNoRoom( answer.noRoom );
    if ( answer.standing ) {
       first_ = !open_ && answer.standing->empty();
       take( std::move( *answer.standing ) );
@@ -302,6 +340,7 @@ void Recorder::putRecorder() {
    const std::string text = Show::jsonText( recorder_ );
    batch_.puts.push_back( { keyText( {} ), text, digestOf( text ) } );
    known_[{}] = { digestOf( text ), text };
+   if ( noRoom_.contains( {} ) ) tryingAgain_.insert( Key() );
 }
 
 void Recorder::put( const Key& key, const Touch& touch,
@@ -322,6 +361,7 @@ void Recorder::put( const Key& key, const Touch& touch,
                                              value ? value->text : "", touch ) )
          batch_.events.push_back( std::move( event ) );
    }
+   if ( noRoom_.contains( key ) ) tryingAgain_.insert( key );
    ++( value ? counts_.puts : counts_.deletes );
    if ( !value ) {
       batch_.puts.push_back( { keyText( key ), std::nullopt } );
@@ -391,6 +431,7 @@ void Recorder::fill() {
 
 // Has the store all that the tables have? Not before there are any.
 bool Recorder::settled() const {
+   if ( !noRoom_.empty() ) return false;
    bool any = false;
    for ( const auto& [scope, each] : scopes_ ) {
       // What cannot be read, or nobody publishes, stays as it was last.

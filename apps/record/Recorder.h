@@ -31,7 +31,7 @@ struct RecorderOptions {
 struct RecorderCounts {
    uint64_t puts = 0, deletes = 0, events = 0, compared = 0, tooLarge = 0;
    uint64_t outages = 0;
-   size_t queued = 0;
+   size_t queued = 0, noRoom = 0;
    bool away = false;
    bool complete = false;
 };
@@ -60,6 +60,7 @@ class Recorder : public Mox::Clock::Notifiee {
       0.02;  // s after a change, for others of a burst
    static constexpr double looking = 0.2;  // s between two looks around
    static constexpr double comparing = 3600.0;
+   static constexpr double retrying = 1.0;  // s, of what the store has no room for
    // A VRF that the store has and the tables have not is given up after that time: at a
    // start the agent makes one after the other.
    static constexpr double lingering = 10.0;
@@ -94,6 +95,9 @@ class Recorder : public Mox::Clock::Notifiee {
 
    void handleDone( StoreThread::Answer answer );
    void take( StoreThread::Standing standing );
+   // Notes the values that the store has no room for; they are tried again.
+   void takeNoRoom( const std::vector<std::string>& keys );
+   void retryNoRoom();
    // Fills a batch for some ms and hands it over.
    void fill();
    bool fillFrom( Scoped& scoped, double until );
@@ -110,6 +114,9 @@ class Recorder : public Mox::Clock::Notifiee {
    std::map<Scope, Scoped> scopes_;
    std::map<Key, Known> known_;
    std::set<Key> tooLarge_;
+   std::set<Key> noRoom_;
+   std::set<Key> tryingAgain_;  // those of the batch that is with the store
+   double retried_ = 0.0;
    nlohmann::ordered_json recorder_;  // as it stands
    Batch batch_;
    RecorderCounts counts_;

@@ -112,7 +112,7 @@ void StoreThread::run() {
       post( std::move( opened ) );
       serve( *writer );
    } catch ( ... ) {
-      post( { true, std::nullopt, 0.0, std::current_exception() } );
+      post( { true, std::nullopt, {}, 0.0, std::current_exception() } );
    }
 }
 
@@ -123,20 +123,31 @@ bool StoreThread::beat( Writer& writer ) {
    const auto away = insist( [&] { writer.beat(); } );
    if ( !away ) return false;
    pruneSome( writer );
-   if ( *away == 0.0 ) return true;
+   if ( *away == 0.0 ) return look( writer );
    answer.away = *away;
    if ( !insist( [&] { answer.standing = writer.standing(); } ) ) return false;
    post( std::move( answer ) );
    return true;
 }
 
+bool StoreThread::look( Writer& writer ) {
+   if ( !writer.doubted() ) return true;
+   Answer answer;
+   answer.batch = false;
+   if ( !insist( [&] { answer.standing = writer.standing(); } ) ) return false;
+   post( std::move( answer ) );
+   return true;
+}
+
 void StoreThread::serve( Writer& writer ) {
+   constexpr double kLooking = 0.5;  // s
+   double beaten = steadyNow();
    for ( ;; ) {
       Batch batch;
       {
          std::unique_lock lock( mutex_ );
          const bool woken =
-            wake_.wait_for( lock, std::chrono::duration<double>( Writer::beating ),
+            wake_.wait_for( lock, std::chrono::duration<double>( kLooking ),
                             [this] { return batch_ || ending_; } );
          if ( woken && !batch_ ) return;
          if ( woken ) {
@@ -145,15 +156,18 @@ void StoreThread::serve( Writer& writer ) {
          }
       }
       if ( batch.empty() ) {
-         if ( !beat( writer ) ) return;
+         const bool isTime = steadyNow() >= beaten + Writer::beating;
+         if ( isTime ) beaten = steadyNow();
+         if ( !( isTime ? beat( writer ) : look( writer ) ) ) return;
          continue;
       }
-      const auto away = insist( [&] { writer.write( batch.events, batch.puts ); } );
-      if ( !away ) return;
       Answer answer;
+      const auto away = insist(
+         [&] { answer.noRoom = writer.write( batch.events, batch.puts ); } );
+      if ( !away ) return;
       answer.away = *away;
       // The store may have come back with less than it had.
-      if ( ( *away > 0.0 || batch.reread ) &&
+      if ( ( *away > 0.0 || batch.reread || writer.doubted() ) &&
            !insist( [&] { answer.standing = writer.standing(); } ) )
          return;
       post( std::move( answer ) );

@@ -28,9 +28,11 @@ class StoreThread {
    using Standing = std::map<std::string, Writer::Standing>;
    struct Answer {
       bool batch = true;  // to a batch, or to opening; false: unasked
-      // What stands, when the store was opened and whenever it was away: it may have
-      // lost something.
+      // What stands, when the store was opened and whenever it may have lost something, or
+      // have something else than was written.
       std::optional<Standing> standing = std::nullopt;
+      // Keys that have no room; their former values stand.
+      std::vector<std::string> noRoom = {};
       double away = 0.0;                 // s that it was, before this answer
       std::exception_ptr end = nullptr;  // the store will take no more
    };
@@ -57,6 +59,8 @@ class StoreThread {
    std::optional<double> insist( const std::function<void()>& work );
    // Shows readers that the recorder lives, and prunes.
    bool beat( Writer& writer );
+   // Tells what stands where that may be something else than was written.
+   bool look( Writer& writer );
    void pruneSome( Writer& writer );
    void post( Answer answer );
    void heard();

@@ -10,6 +10,7 @@
 #include "apps/program/Readiness.h"
 #include "apps/record/Recorder.h"
 #include "apps/store/Names.h"
+#include "apps/store/StoreOptions.h"
 #include "platform/loop/Service.h"
 #include "platform/loop/SignalWatcher.h"
 
@@ -21,25 +22,28 @@ constexpr const char* kProgram = "pimsm-record";
 
 struct Arguments {
    Fleet::RecorderOptions options;
-   std::string store;
+   Fleet::StoreAddress store;
    Fleet::Keeping keeping;
    std::string metrics;
 };
-
-std::string nameCheck( const std::string& text ) {
-   return Fleet::isName( text ) ? "" : "must be 1 to 32 letters, digits or hyphens";
-}
 
 void declare( CLI::App& app, Arguments& arguments ) {
    const std::map<std::string, double> kTimes = {
       { "s", 1.0 }, { "m", 60.0 }, { "h", 3600.0 }, { "d", 86400.0 } };
    Fleet::RecorderOptions& options = arguments.options;
-   app.add_option( "--store", arguments.store,
-                   "Where to keep the state and history: sqlite:DIR" )
-      ->type_name( "STORE" )
-      ->check( filled )
-      ->envname( "PIMSM_STORE" )
+   Fleet::declareStore( app, arguments.store,
+                        "Where to keep the state and history" )
       ->required();
+   app.add_option( "--replicas", arguments.keeping.replicas,
+                   "On how many servers to keep each copy" )
+      ->type_name( "N" )
+      ->check( CLI::IsMember( { 1, 3, 5 } ) )
+      ->capture_default_str();
+   app.add_option( "--state-bytes", arguments.keeping.stateBytes,
+                   "How much room the servers reserve for the router's state" )
+      ->type_name( "SIZE" )
+      ->transform( CLI::AsSizeValue( false ) )
+      ->default_str( "64M" );
    app.add_option( "--root", options.selection.root, "Directory of the tables" )
       ->type_name( "DIR" )
       ->check( filled )
@@ -50,7 +54,7 @@ void declare( CLI::App& app, Arguments& arguments ) {
       ->capture_default_str();
    app.add_option( "--router", options.router, "The router's name in the store" )
       ->type_name( "NAME" )
-      ->check( CLI::Validator( nameCheck, "", "" ) )
+      ->check( Fleet::nameValidator() )
       ->default_val( Fleet::hostRouter() );
    app.add_option( "--keep", arguments.keeping.age,
                    "How long to keep history: 90, 30m, 12h, 7d" )
@@ -134,7 +138,7 @@ ExitStatus record( const Arguments& arguments ) {
       partly = !unread.empty();
    }
    const auto open = [&]( const std::string& instance ) {
-      return Fleet::openWriter( { arguments.store }, arguments.options.router, instance,
+      return Fleet::openWriter( arguments.store, arguments.options.router, instance,
                                 arguments.keeping );
    };
    Fleet::Recorder recorder( mirrors, arguments.options, open, say );

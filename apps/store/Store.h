@@ -47,8 +47,9 @@ class StoreHeld : public Mox::Error {
 
 // A line of history.
 struct Event {
-   int64_t id =
-      0;  // a later line of the router has a greater one; of no use to write
+   // Written: its number in the recorder's run, from 1. Read: of two lines of a router the
+   // later one has the greater id.
+   int64_t id = 0;
    int64_t at = 0;  // ms since 1970, UTC, when the recorder saw it
    std::string vrf = {};
    uint32_t ipVersion = 0;   // 4 or 6; 0: neither
@@ -75,25 +76,33 @@ class Writer {
    // Everything that stands, by key.
    virtual std::map<std::string, Standing> standing() = 0;
 
-   // Writes events, then state: whole, or so that the same may be written again. Throws
+   // Writes events, then state: whole, or so that the same is to be written again, until
+   // it succeeds. Returns the keys that have no room, whose former values stand. Throws
    // StoreAway, StoreRefuses or StoreHeld.
-   virtual void write( const std::vector<Event>& events,
-                       const std::vector<Put>& puts ) = 0;
+   virtual std::vector<std::string> write( const std::vector<Event>& events,
+                                           const std::vector<Put>& puts ) = 0;
 
    // Tells readers that the recorder lives and the store is its own: at least every
    // `beating`. Throws as write().
    virtual void beat() = 0;
-   static constexpr double beating = 5.0;  // s
+   static constexpr double beating = 3.0;  // s
+
+   // May the store hold something else than was written, so that standing() is to be
+   // compared? Costs next to nothing.
+   virtual bool doubted() { return false; }
 
    // Removes some of the history that is too old or too much; true if more is left to
    // do. `now`: ms since 1970.
    virtual bool prune( int64_t now ) = 0;
 };
 
-// The limits of a router's history.
+// The limits of what is kept.
 struct Keeping {
-   double age = 7 * 86400.0;      // s
-   uint64_t bytes = 1ULL << 30U;  // about
+   double age = 7 * 86400.0;      // of history, s
+   uint64_t bytes = 1ULL << 30U;  // of history, about
+   // Of servers only. They reserve the room.
+   uint64_t stateBytes = 64ULL << 20U;  // of a router's state
+   uint32_t replicas = 1;
 };
 
 // A question to the history of one router. Texts that are empty ask for all.
@@ -131,6 +140,13 @@ class Reader {
    // another run wrote is being compared.
    virtual std::string instance( const std::string& router ) = 0;
 
+   // Says that these values of all these routers will be asked for next, once each: a
+   // store that is far away reads them at once.
+   virtual void foresee( const std::vector<std::string>& routers,
+                         const std::vector<std::string>& keys ) {
+      (void)routers;
+      (void)keys;
+   }
    // Values by key; keys that the router does not have are missing.
    virtual std::map<std::string, std::string> values(
       const std::string& router, const std::vector<std::string>& keys ) = 0;
@@ -160,7 +176,15 @@ class Reader {
 
 // Where a store is.
 struct StoreAddress {
-   std::string store = {};  // "sqlite:DIR"
+   std::string store =
+      {};  // "sqlite:DIR", or "nats://HOST[:PORT][,HOST[:PORT]]..."
+   // Of servers only. Files; empty: none.
+   std::string fleet = "default";
+   std::string authority =
+      {};  // that signed the servers' certificates; then TLS it is
+   std::string certificate = {};
+   std::string key = {};          // of the certificate, readable by nobody else
+   std::string credentials = {};  // likewise
 };
 
 // Opens the store. `instance`: a name of this recorder's run. Throws Mox::ParseError for

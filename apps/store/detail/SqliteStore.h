@@ -47,8 +47,8 @@ class SqliteWriter : public Writer {
                  const std::string& instance, const Keeping& keeping );
 
    std::map<std::string, Standing> standing() override;
-   void write( const std::vector<Event>& events,
-               const std::vector<Put>& puts ) override;
+   std::vector<std::string> write( const std::vector<Event>& events,
+                                   const std::vector<Put>& puts ) override;
    void beat() override;
    bool prune( int64_t now ) override;
 

@@ -223,14 +223,15 @@ void SqliteWriter::writeState( const std::vector<Put>& puts ) {
    }
 }
 
-void SqliteWriter::write( const std::vector<Event>& events,
-                          const std::vector<Put>& puts ) {
+std::vector<std::string> SqliteWriter::write( const std::vector<Event>& events,
+                                              const std::vector<Put>& puts ) {
    followFile();
    Transaction transaction( *database_ );
    writeEvents( events );
    writeState( puts );
    transaction.commit();
    lease_->beat();
+   return {};
 }
 
 void SqliteWriter::beat() {

@@ -37,7 +37,7 @@ class Watching : public testing::Test {
 
    void until( const std::function<bool()>& holds ) {
       const auto end =
-         std::chrono::steady_clock::now() + std::chrono::seconds( 30 );
+         std::chrono::steady_clock::now() + std::chrono::seconds( 60 );
       do {
          router.ipv4.manager.dispatch();
          mirrors.loop().dispatch();

@@ -9,6 +9,7 @@
 #include "apps/json/Trim.h"
 #include "apps/store/Store.h"
 #include "tests/apps/json/Watching.h"
+#include "tests/support/NatsServers.h"
 #include "tests/support/Program.h"
 #include "tests/support/Seed.h"
 
@@ -19,19 +20,34 @@ using Json = nlohmann::ordered_json;
 using Show::Route;
 namespace SmTest = Routing::Pim::SparseMode::Test;
 
-class Recording : public Show::Watching {
+// The store: a directory, or so many servers.
+class Recording : public Show::Watching,
+                  public testing::WithParamInterface<size_t> {
  protected:
-   Recording() : random( Mox::Test::seedOf() ) { start(); }
+   Recording() : random( Mox::Test::seedOf() ) {
+      if ( GetParam() != 0 ) {
+         if ( Mox::Test::NatsServers::program().empty() ) return;
+         servers.emplace( GetParam() );
+         store = servers->url();
+      }
+      start();
+   }
+   void SetUp() override {
+      if ( !recorder )
+         GTEST_SKIP() << "no nats-server: run tools/install-dependencies test";
+   }
 
    void start() {
       recorder.emplace( Mox::Test::Program::Arguments{
          PIMSM_RECORD, "--root", router.root.path(), "--store", store, "--router",
-         "r1", "--vrf", "default", "--sample", "3600" } );
+         "r1", "--vrf", "default", "--sample", "3600", "--replicas",
+         GetParam() > 1 ? "3" : "1" } );
    }
    // As hard as it gets.
    void kill() {
       recorder->signal( SIGKILL );
       recorder->wait();
+      former = present;
    }
 
    unsigned below( unsigned limit ) { return random() % limit; }
@@ -96,9 +112,12 @@ class Recording : public Show::Watching {
    }
    std::map<std::string, Json> stands() {
       std::map<std::string, Json> all;
+      // Servers that are asked all the time have no time for anything else.
+      if ( servers ) poll( nullptr, 0, 20 );
       try {
-         const auto reader = openReader( { store } );
-         if ( reader->instance( "r1" ).empty() ) return all;
+         if ( reader == nullptr ) reader = openReader( { store } );
+         const std::string instance = reader->instance( "r1" );
+         if ( instance.empty() || instance == former ) return all;
          bool complete = false;
          reader->each(
             "r1", "", [&]( const std::string& text, const std::string& value ) {
@@ -106,14 +125,15 @@ class Recording : public Show::Watching {
                if ( !key ) return;
                if ( key->kind == Key::recorder ) {
                   const Json json = Json::parse( value );
-                  complete = json["complete"] == true &&
-                             json["instance"] == reader->instance( "r1" );
+                  complete =
+                     json["complete"] == true && json["instance"] == instance;
                } else if ( ( key->kind == Key::route || key->kind == Key::links ) &&
                            key->scope == scope ) {
                   all[text] = stripped( value );
                }
             } );
          if ( !complete ) all.clear();
+         present = instance;
       } catch ( const Mox::Error& ) {
          return {};
       }
@@ -157,13 +177,14 @@ class Recording : public Show::Watching {
 
    // Follows the history from one state: each line's former values are those that the
    // lines before it left. Returns the state after the last line.
-   Members follow( Members state, uint64_t skipped ) {
-      openReader( { store } )->history( "r1", {}, [&]( const Event& event ) {
-         if ( skipped != 0 ) return void( --skipped );
+   static Members follow( Members state, const std::vector<Event>& lines,
+                          int64_t last ) {
+      for ( const Event& event : lines ) {
+         if ( event.id <= last ) continue;
          const Json line = Json::parse( event.body );
          if ( !line.contains( "changed" ) || event.group.empty() ||
               event.op.starts_with( "register" ) )
-            return;
+            continue;
          const std::string name = nameOf( line, line.value( "interface", "" ) );
          for ( const auto& [member, pair] : line["changed"].items() ) {
             const auto known = state.find( name + member );
@@ -172,20 +193,36 @@ class Recording : public Show::Watching {
             if ( known != state.end() ) state.erase( known );
             if ( !pair[1].is_null() ) state[name + member] = pair[1];
          }
-      } );
+      }
       return state;
    }
-   uint64_t lines() {
-      uint64_t count = 0;
-      openReader( { store } )->history( "r1", {}, [&]( const Event& ) { ++count; } );
-      return count;
+   // In the order in which they were written; of servers, when they have a leader.
+   std::vector<Event> lines() {
+      std::vector<Event> all;
+      until( [&] {
+         all.clear();
+         try {
+            openReader( { store } )->history( "r1", {}, [&]( const Event& event ) {
+               all.push_back( event );
+            } );
+            return true;
+         } catch ( const StoreAway& ) {
+            return false;
+         }
+      } );
+      std::sort( all.begin(), all.end(),
+                 []( const Event& a, const Event& b ) { return a.id < b.id; } );
+      return all;
    }
 
    std::mt19937 random;
    const Scope scope{ "default", Vantu::AddressFamily::ipv4 };
    const std::string directory = router.root.path() + "-store";
-   const std::string store = "sqlite:" + directory;
+   std::string store = "sqlite:" + directory;
+   std::optional<Mox::Test::NatsServers> servers;
    std::optional<Mox::Test::Program> recorder;
+   std::unique_ptr<Reader> reader;
+   std::string present, former;  // the run that was seen last, and the one before
 
    void TearDown() override {
       recorder.reset();
@@ -193,36 +230,68 @@ class Recording : public Show::Watching {
    }
 };
 
-TEST_F( Recording, TheStoreIsTheTablesAndTheHistorySaysHow ) {
+TEST_P( Recording, TheStoreIsTheTablesAndTheHistorySaysHow ) {
    const bool isLong = std::getenv( "PIMSM_LONG" ) != nullptr;
-   const auto rests = [&] { return stands() == wanted(); };
+   std::map<std::string, Json> state;
+   const auto rests = [&] { return ( state = stands() ) == wanted(); };
    until( rests );
-   Members known = membersOf( stands() );
-   uint64_t told = lines();
-   for ( int round = 0; round < ( isLong ? 200 : 20 ); ++round ) {
+   Members known = membersOf( state );
+   int64_t told = lines().back().id;
+   // Each server of three that is killed takes seconds.
+   const int rounds = ( GetParam() > 1 ? 3 : 20 ) * ( isLong ? 10 : 1 );
+   for ( int round = 0; round < rounds; ++round ) {
       const unsigned steps = 1 + below( 30 ), killed = below( 2 * steps );
+      const unsigned fall = below( 2 * steps ), server = below( 3 );
+      const bool falls = server < GetParam() && fall < steps;
       for ( unsigned i = 0; i < steps; ++i ) {
          if ( i == killed ) kill();
+         if ( falls && i == fall ) servers->kill( server );
          step();
          router.ipv4.manager.dispatch();
       }
+      if ( falls && GetParam() == 1 ) servers->start( server );
       if ( killed < steps ) start();
       until( rests );
-      known = follow( std::move( known ), std::exchange( told, lines() ) );
-      ASSERT_EQ( known, membersOf( stands() ) ) << "round " << round;
-      if ( HasFailure() ) return;
+      // A server may lag behind the one that was told.
+      std::vector<Event> all;
+      Members followed;
+      until( [&] {
+         all = lines();
+         followed = follow( known, all, told );
+         return followed == membersOf( state );
+      } );
+      EXPECT_TRUE( followed == membersOf( state ) ) << "round " << round;
+      known = std::move( followed );
+      if ( !all.empty() ) told = std::max( told, all.back().id );
+      // Two of three go on alone.
+      if ( falls && GetParam() > 1 ) {
+         servers->start( server );
+         servers->untilReady( server );
+      }
+      if ( HasFailure() ) {
+         recorder->signal( SIGTERM );
+         recorder->wait();
+         FAIL() << recorder->err();
+      }
    }
    // What has not changed is not written again.
    kill();
    start();
    until( rests );
-   const uint64_t after = lines();
-   EXPECT_EQ( after, told + 1 );  // that it started
+   for ( const Event& event : lines() )
+      EXPECT_FALSE( event.body.find( present ) != std::string::npos &&
+                    !event.group.empty() )
+         << event.body;
 }
+
+INSTANTIATE_TEST_SUITE_P( Stores, Recording, testing::Values( 0, 1, 3 ) );
+
+class FileRecording : public Recording {};
+INSTANTIATE_TEST_SUITE_P( Stores, FileRecording, testing::Values( 0 ) );
 
 // What happens while the store cannot be written stands when it is back: a file that
 // another process holds, one without room, and one that was removed.
-TEST_F( Recording, AStoreThatWasAwayGetsEverything ) {
+TEST_P( FileRecording, AStoreThatWasAwayGetsEverything ) {
    const auto rests = [&] { return stands() == wanted(); };
    until( rests );
    const auto live = [&]( const char* complaint ) {

@@ -1,0 +1,40 @@
+// Reading from streams of NATS. Both throw as checkNats(); a server that does not answer
+// in time is StoreAway.
+#pragma once
+
+#include <functional>
+
+#include "apps/store/detail/Nats.h"
+
+namespace Fleet {
+
+struct NatsScan {
+   std::string stream;
+   std::string subject;  // of the messages, with wildcards
+   bool last = false;    // only the last of each subject
+   int64_t since = 0;    // ms since 1970, as the server saw them
+   uint64_t after = 0;   // sequence; with this, `since` is not looked at
+};
+
+struct NatsRead {
+   std::string_view subject;
+   uint64_t sequence = 0;
+};
+
+// All messages that are there when it begins, in order.
+void scanNats(
+   const NatsConnection& connection, const NatsScan& scan,
+   const std::function<void( const NatsMessage&, const NatsRead& )>& call );
+
+// The last message of each subject, asked for all at once; a null one where there is none.
+struct NatsExact {
+   std::string stream;
+   std::string subject;
+};
+std::vector<NatsMessage> readNats( const NatsConnection& connection,
+                                   const std::vector<NatsExact>& exact );
+
+// Is the message one that its key was removed by?
+bool isRemoval( const NatsMessage& message );
+
+}

@@ -1,0 +1,279 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <utility>
+
+#include "apps/store/Names.h"
+#include "apps/store/detail/NatsRead.h"
+#include "apps/store/detail/NatsStore.h"
+#include "apps/store/detail/NatsStreams.h"
+
+namespace Fleet {
+
+namespace {
+
+double steadyNow() {
+   return std::chrono::duration<double>(
+             std::chrono::steady_clock::now().time_since_epoch() )
+      .count();
+}
+
+uint64_t numberOf( const std::string& text ) {
+   uint64_t number = 0;
+   std::from_chars( text.data(), text.data() + text.size(), number );
+   return number;
+}
+
+// Whoever hears of a value may be faster than the server that stores it: the second ring
+// of each comes a little later.
+class SubjectBell : public Bell {
+ public:
+   SubjectBell( const StoreAddress& address,
+                const std::vector<std::string>& subjects )
+      : connection_( address ) {
+      for ( const std::string& subject : subjects )
+         rings_.push_back( connection_.ring( subject ) );
+   }
+
+   bool rang() override {
+      const uint64_t heard = connection_.rings() + connection_.losses();
+      const bool is = !heard_ || heard != *heard_ || again_;
+      again_ = !heard_ || heard != *heard_;
+      heard_ = heard;
+      return is;
+   }
+
+ private:
+   NatsConnection connection_;
+   std::vector<NatsSubscription> rings_;
+   std::optional<uint64_t> heard_;
+   bool again_ = false;
+};
+
+}
+
+NatsReader::NatsReader( const StoreAddress& address )
+   : address_( address ), names_{ address.fleet } {}
+
+const NatsConnection& NatsReader::connection() {
+   if ( connection_ == nullptr || connection_->closed() )
+      connection_ = std::make_unique<NatsConnection>( address_ );
+   return *connection_;
+}
+
+void NatsReader::requireName( const std::string& router ) {
+   if ( !isName( router ) ) throw StoreMissing( "No router has such a name" );
+}
+
+std::vector<std::string> NatsReader::routers() {
+   jsStreamNamesList* list = nullptr;
+   jsErrCode code{};
+   const natsStatus status =
+      js_StreamNames( &list, connection().streams(), nullptr, &code );
+   if ( status == NATS_NOT_FOUND ) return {};
+   checkNats( status, "asking for the routers", code );
+   const std::unique_ptr<jsStreamNamesList,
+                         NatsDestroy<jsStreamNamesList, jsStreamNamesList_Destroy>>
+      owner( list );
+   std::vector<std::string> names;
+   for ( int i = 0; i < list->Count; ++i ) {
+      std::string name = names_.routerOf( list->List[i] );
+      if ( !name.empty() ) names.push_back( std::move( name ) );
+   }
+   std::sort( names.begin(), names.end() );
+   return names;
+}
+
+std::vector<NatsMessage> NatsReader::readWithLives(
+   const std::vector<std::string>& routers, std::vector<NatsExact> more ) {
+   constexpr double kFresh = 1.0;  // s
+   const size_t others = more.size();
+   const double now = steadyNow();
+   std::vector<Life*> asked;
+   for ( const std::string& router : routers ) {
+      Life& life = lives_[router];
+      if ( life.looked != 0.0 && now < life.looked + kFresh ) continue;
+      asked.push_back( &life );
+      more.push_back( { names_.liveStream(), names_.liveSubject( router ) } );
+   }
+   std::vector<NatsMessage> messages = readNats( connection(), more );
+   for ( size_t i = 0; i < asked.size(); ++i ) {
+      const NatsMessage& message = messages[others + i];
+      Life& life = *asked[i];
+      const uint64_t revision =
+         message != nullptr ? numberOf( headerOf( message, "Nats-Sequence" ) ) : 0;
+      if ( revision != life.revision ) life.moved = now;
+      life.revision = revision;
+      life.looked = now;
+      life.instance =
+         message != nullptr ? NatsLease::instanceOf( dataOf( message ) ) : "";
+   }
+   return messages;
+}
+
+const NatsReader::Life& NatsReader::lifeOf( const std::string& router ) {
+   requireName( router );
+   readWithLives( { router }, {} );
+   return lives_[router];
+}
+
+// A server that has stopped expiring keys is found out by our own clock.
+bool NatsReader::lives( const std::string& router ) {
+   const Life& life = lifeOf( router );
+   return life.revision != 0 && life.looked < life.moved + lifetime;
+}
+
+std::string NatsReader::instance( const std::string& router ) {
+   return lifeOf( router ).instance;
+}
+
+std::string NatsReader::valueOf( const std::string& router, const std::string& key,
+                                 const NatsMessage& message ) const {
+   const auto format = hexOf( headerOf( message, "Pimsm-Format" ) );
+   if ( format && *format > storeFormat )
+      throw StoreFormat(
+         fmt::format( "{} of {} has format {}, and this program knows {}", key,
+                      router, *format, storeFormat ) );
+   return std::string( dataOf( message ) );
+}
+
+void NatsReader::foresee( const std::vector<std::string>& routers,
+                          const std::vector<std::string>& keys ) {
+   foreseen_.clear();
+   std::vector<NatsExact> exact;
+   for ( const std::string& router : routers )
+      for ( const std::string& key : keys )
+         exact.push_back(
+            { names_.stateStream( router ), names_.statePrefix( router ) + key } );
+   const std::vector<NatsMessage> messages =
+      readWithLives( routers, std::move( exact ) );
+   size_t i = 0;
+   for ( const std::string& router : routers ) {
+      for ( const std::string& key : keys ) {
+         const NatsMessage& message = messages[i++];
+         auto& value = foreseen_[{ router, key }];
+         if ( message != nullptr ) value = valueOf( router, key, message );
+      }
+   }
+}
+
+std::map<std::string, std::string> NatsReader::values(
+   const std::string& router, const std::vector<std::string>& keys ) {
+   requireName( router );
+   std::map<std::string, std::string> found;
+   std::vector<NatsExact> exact;
+   std::vector<std::string> missing;
+   for ( const std::string& key : keys ) {
+      auto known = foreseen_.extract( { router, key } );
+      if ( known.empty() ) {
+         missing.push_back( key );
+         exact.push_back(
+            { names_.stateStream( router ), names_.statePrefix( router ) + key } );
+      } else if ( known.mapped() ) {
+         found[key] = std::move( *known.mapped() );
+      }
+   }
+   const std::vector<NatsMessage> messages = readNats( connection(), exact );
+   for ( size_t i = 0; i < messages.size(); ++i )
+      if ( messages[i] != nullptr )
+         found[missing[i]] = valueOf( router, missing[i], messages[i] );
+   return found;
+}
+
+void NatsReader::each(
+   const std::string& router, const std::string& prefix,
+   const std::function<void( const std::string&, const std::string& )>& call ) {
+   requireName( router );
+   const std::string keys = names_.statePrefix( router );
+   std::map<std::string, std::string> all;
+   scanNats( connection(),
+             { names_.stateStream( router ), keys + prefix + '>', true },
+             [&]( const NatsMessage& message, const NatsRead& read ) {
+                if ( isRemoval( message ) ) return;
+                std::string key( read.subject.substr( keys.size() ) );
+                std::string value = valueOf( router, key, message );
+                all[std::move( key )] = std::move( value );
+             } );
+   for ( const auto& [key, value] : all ) call( key, value );
+}
+
+void NatsReader::history( const std::string& router, const Past& past,
+                          const std::function<void( const Event& )>& call ) {
+   constexpr int64_t kMargin = 60'000;  // ms, of the clocks of recorder and server
+   requireName( router );
+   std::vector<Event> all;
+   const auto take = [&]( const NatsMessage& message, const NatsRead& read ) {
+      Event event;
+      if ( !names_.fill( event, router, read.subject ) ) return;
+      event.id = static_cast<int64_t>( read.sequence );
+      event.at =
+         static_cast<int64_t>( numberOf( headerOf( message, "Pimsm-At" ) ) );
+      event.op = headerOf( message, "Pimsm-Op" );
+      event.source = headerOf( message, "Pimsm-Source" );
+      if ( event.at < past.since || event.at > past.until ) return;
+      if ( !past.source.empty() && event.source != past.source &&
+           event.source != "*" )
+         return;
+      event.body = dataOf( message );
+      all.push_back( std::move( event ) );
+   };
+   scanNats( connection(),
+             { names_.historyStream(), names_.subjectOf( router, past ), false,
+               past.since - kMargin, static_cast<uint64_t>( past.after ) },
+             take );
+   if ( past.after == 0 )
+      std::stable_sort(
+         all.begin(), all.end(),
+         []( const Event& a, const Event& b ) { return a.at < b.at; } );
+   for ( const Event& event : all ) call( event );
+}
+
+int64_t NatsReader::newest( const std::string& router ) {
+   requireName( router );
+   const auto last = readNats(
+      connection(),
+      { { names_.historyStream(), names_.historyPrefix( router ) + '>' } } );
+   if ( last[0] == nullptr ) return 0;
+   return static_cast<int64_t>( numberOf( headerOf( last[0], "Nats-Sequence" ) ) );
+}
+
+std::unique_ptr<Bell> NatsReader::bell( const Scope& scope,
+                                        const Vantu::IpGenAddr& group ) {
+   std::vector<std::string> subjects;
+   const auto add = [&]( const std::string& keys ) {
+      subjects.push_back( "$KV.*." + keys );
+   };
+   for ( const Key::Kind kind : { Key::table, Key::links, Key::rps } )
+      add( keyText( { kind, scope } ) );
+   for ( const Key::Kind kind : { Key::route, Key::registers } )
+      add( keyPrefix( kind, scope, group ) + '*' );
+   subjects.push_back( "$KV.*.recorder" );
+   subjects.push_back( names_.liveSubject( ">" ) );
+   return std::make_unique<SubjectBell>( address_, subjects );
+}
+
+void NatsReader::forget( const std::string& router ) {
+   lives_.erase( router );
+   if ( lives( router ) )
+      throw StoreHeld( "a recorder keeps " + router +
+                       " up to date; stop it before its state is removed" );
+   jsErrCode code{};
+   const std::string stream = names_.stateStream( router );
+   natsStatus status =
+      js_DeleteStream( connection().streams(), stream.c_str(), nullptr, &code );
+   if ( status == NATS_NOT_FOUND )
+      throw StoreMissing( "the store has no router " + router );
+   checkNats( status, "removing " + stream, code );
+   jsOptions options;
+   jsOptions_Init( &options );
+   const std::string subject = names_.historyPrefix( router ) + '>';
+   options.Stream.Purge.Subject = subject.c_str();
+   status = js_PurgeStream( connection().streams(), names_.historyStream().c_str(),
+                            &options, &code );
+   if ( code != JSStreamNotFoundErr )
+      checkNats( status, "removing the history of " + router, code );
+}
+
+}

@@ -80,6 +80,8 @@ Value Values::table() const {
    json["writer"] = mirror_.writerText();
    if ( const auto since = watched_.goneSince() )
       json["since"] = Show::utcOf( *since );
+   if ( Show::isReady( mirror_.mfib->cache() ) )
+      json["forwarder"] = mirror_.mfib->cache().writerAlive() ? "running" : "gone";
    const Watched::Counts counts = watched_.counts();
    json["wc-routes"] = counts.wildcards;
    json["sg-routes"] = counts.sources;

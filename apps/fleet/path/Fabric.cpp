@@ -137,14 +137,22 @@ bool Fabric::believable( const Place& at, const Place& other,
 std::vector<Place> Fabric::candidates( const Place& at,
                                        const IpGenAddr& address ) const {
    std::vector<Place> pool;
+   const Neighbor* told = neighbor( at, address );
+   // In IPv6 an interface that is down has lost its link-local address.
+   const auto is = [&]( const Interface& other ) {
+      return other.has( address ) ||
+             ( told != nullptr && other.isDown() &&
+               std::any_of(
+                  told->secondary.begin(), told->secondary.end(),
+                  [&]( const auto& each ) { return other.has( each ); } ) );
+   };
    const auto take = [&]( const auto& index, const auto& key ) {
       const auto found = index.find( key );
       if ( found == index.end() ) return;
       for ( const Place& each : found->second )
-         if ( each.router != at.router && interface( each ).has( address ) )
+         if ( each.router != at.router && is( interface( each ) ) )
             pool.push_back( each );
    };
-   const Neighbor* told = neighbor( at, address );
    if ( told != nullptr && told->genId ) take( byGenId_, *told->genId );
    if ( pool.empty() )
       for ( const IpGenPrefix& each : interface( at ).networks )

@@ -30,6 +30,7 @@ struct RouterFacts {
    bool incomplete() const { return !recorder || !recorder->complete; }
    bool stale() const { return !lives || incomplete(); }
    bool agentGone() const { return table && table->writerGone; }
+   bool forwarderGone() const { return table && table->forwarderGone; }
    std::optional<uint32_t> interface( const std::string& name ) const;
    // The longest range with the group; null: none.
    const RpRange* range( const IpGenAddr& group ) const;

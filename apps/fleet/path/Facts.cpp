@@ -94,7 +94,8 @@ TableFacts tableFacts( std::string_view value ) {
                                                          { "gone", true } };
    const Json json = documentOf( value );
    const Members members( json );
-   return { members.choice( "writer", kWriters ), members.time( "since" ) };
+   return { members.choice( "writer", kWriters ), members.time( "since" ),
+            members.choice( "forwarder", kWriters ) };
 }
 
 Links linkFacts( std::string_view value ) {

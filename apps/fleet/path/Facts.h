@@ -34,6 +34,7 @@ RecorderFacts recorderFacts( std::string_view value );
 struct TableFacts {
    bool writerGone = false;
    Time since = 0;  // that it runs, or is gone
+   bool forwarderGone = false;
 };
 TableFacts tableFacts( std::string_view value );
 

@@ -18,7 +18,8 @@ constexpr Row kRows[] = {
    { "interface-down", "Set it up, or mend its cable." },
    { "agent-gone", "Start it; what the kernel had forwards on meanwhile." },
    { "neighbor-unknown",
-     "Look for a filter or a link of one direction, and at pimsm-show neighbors." },
+     "Look for a filter, a wrong route or a link of one direction, and at "
+     "pimsm-show neighbors." },
    { "rp-differs", "Give all routers the same RP for the group." },
    { "no-route", "Look at pimsm-show explain and the log of that router." },
    { "not-joined", "Look at pimsm-show explain on both routers." },
@@ -26,6 +27,7 @@ constexpr Row kRows[] = {
    { "not-forwarding", "pimsm-show explain --terms tells why." },
    { "ends-disagree", "Messages between them get lost, or one of them is wrong." },
    { "loop", "Mend the unicast routes to the source or RP." },
+   { "forwarder-gone", "Start it, so that the kernel forwards." },
    { "counters-still", "Packets get lost on the link, or the kernel drops them." },
    { "no-such-router", "pimsm-fleet routers lists them." },
    { "no-such-network", "Name an address of a network of theirs." },

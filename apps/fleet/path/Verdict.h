@@ -22,6 +22,7 @@ enum class Verdict : uint8_t {
    notForwarding,  // and why, by the entry
    endsDisagree,   // about a join, an assert's winner, the DR
    loop,
+   forwarderGone,  // and nothing shows that packets flow on
    countersStill,  // the upper one's grow, the lower one's do not
    // A path's end.
    noSuchRouter,

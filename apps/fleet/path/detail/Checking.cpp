@@ -26,6 +26,8 @@ std::vector<Checking::Found> Checking::run( const Chosen* chosen ) {
       // Told once: what follows from it is not told of each route.
       if ( auto is = judge_.gone( router ) )
          found_.push_back( { is, router, {}, {}, {}, 0, { router } } );
+      if ( auto is = judge_.forwarderGone( router ) )
+         found_.push_back( { is, router, {}, {}, {}, 0, { router } } );
       routes( router, chosen );
    }
    const auto upOrder = []( const Up& a, const Up& b ) {
@@ -156,12 +158,6 @@ uint32_t Checking::next( const Place& place, const IpGenAddr& neighbor,
    if ( !made.judgement ) {
       made.found = true;
       made.judgement = judge_.link( made.hop );
-   } else if ( made.judgement.verdict == Verdict::unknownHop &&
-               fabric_.neighbor( place, neighbor ) == nullptr ) {
-      made.judgement = {
-         Verdict::neighborUnknown,
-         fmt::format( "{} follows {}, which is no neighbour there",
-                      judge_.name( place ), Vantu::valueToStrep( neighbor ) ) };
    } else if ( made.judgement.verdict == Verdict::unknownHop ) {
       made.judgement = {};  // the tree goes on where nobody records
    }

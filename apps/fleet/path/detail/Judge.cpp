@@ -44,11 +44,17 @@ Judgement Judge::find( Hop& hop ) const {
       hop.above = *owner.place;
       return {};
    }
-   if ( owner.rivals.empty() )
+   if ( owner.rivals.empty() ) {
+      if ( auto found = down( hop.below ) ) return found;
+      if ( fabric_.neighbor( hop.below, hop.next ) == nullptr )
+         return { Verdict::neighborUnknown,
+                  fmt::format( "{} follows {}, which is no neighbour there",
+                               name( hop.below ), text( hop.next ) ) };
       return {
          Verdict::unknownHop,
          fmt::format( "{} follows {}, and no recorded router has that address",
                       name( hop.below ), text( hop.next ) ) };
+   }
    std::string who;
    for ( const Place& each : owner.rivals )
       who += ( who.empty() ? "" : ", " ) + name( each );
@@ -83,6 +89,11 @@ Judgement Judge::gone( uint32_t router ) const {
    if ( facts.table->since != 0 )
       since = " since " + Show::utcText( facts.table->since );
    return { Verdict::agentGone, name( router ) + " has no pimsm-agent" + since };
+}
+
+Judgement Judge::forwarderGone( uint32_t router ) const {
+   if ( !fabric_.routers()[router].forwarderGone() ) return {};
+   return { Verdict::forwarderGone, name( router ) + " has no pimsm-mfib now" };
 }
 
 Judgement Judge::blame( Judgement found,

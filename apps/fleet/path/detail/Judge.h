@@ -40,6 +40,7 @@ class Judge {
    Judgement stale( uint32_t router ) const;
    Judgement down( const Place& place ) const;
    Judgement gone( uint32_t router ) const;
+   Judgement forwarderGone( uint32_t router ) const;
    // What was found, or that an agent of theirs is gone, which explains it.
    Judgement blame( Judgement found, const std::vector<uint32_t>& routers ) const;
 

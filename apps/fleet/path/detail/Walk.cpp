@@ -128,10 +128,16 @@ bool Walk::ended( size_t at, const View& view, Hop& hop ) {
    hop.next = view.neighbor;
    auto found = judge_.find( hop );
    if ( !found ) return false;
-   const bool rp =
-      view.tree == Tree::shared && view.neighbor == rpOf( router, view );
-   if ( rp && found.verdict == Verdict::unknownHop )
+   const IpGenAddr rp = rpOf( router, view );
+   if ( view.tree == Tree::shared && found.verdict == Verdict::unknownHop &&
+        view.neighbor == rp )
       found.verdict = Verdict::rpUnknown;
+   // One that took its leave has left nothing that could be its own.
+   if ( view.tree == Tree::shared && found.verdict == Verdict::neighborUnknown &&
+        fabric_.ownersOfRp( rp ).empty() )
+      found = { Verdict::rpUnknown,
+                fmt::format( "{}, and no recorded router is RP {}", found.reason,
+                             text( rp ) ) };
    root( at, Kind::cut, view.incoming, found );
    return true;
 }
@@ -149,6 +155,8 @@ std::optional<size_t> Walk::hop( size_t at, const View& view ) {
    made.judgement = judge_.link( hop );
    if ( !made.judgement && !taken ) made.judgement = entries( hop, view );
    if ( !made.judgement ) made.judgement = elsewhere( hop );
+   if ( !made.judgement && !grows( routers_.stream( router ) ) )
+      made.judgement = judge_.forwarderGone( hop.above.router );
    if ( !made.judgement )
       made.judgement = countersStill( hop.above.router, router );
    made.judgement =

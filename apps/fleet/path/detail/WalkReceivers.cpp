@@ -164,11 +164,14 @@ Place Walk::deliverer( const std::vector<Place>& link, Judgement& judgement ) {
       if ( !judgement ) judgement = judge_.down( *found );
       if ( !judgement ) judgement = bothForward( link );
       if ( !judgement ) judgement = judge_.twoDrs( link );
+      if ( !judgement ) judgement = judge_.forwarderGone( found->router );
       return *found;
    }
-   // What comes in by the link itself needs nobody to forward it there.
+   // Who takes it from the link itself makes somebody forward it there.
    if ( const auto found = any( [&]( const Place& each ) {
-           return viewOf( stream( each ) ).incoming == nameOf( each );
+           const View view = viewOf( stream( each ) );
+           return view.incoming == nameOf( each ) &&
+                  ( view.joined || view.attached );
         } ) )
       return *found;
    judgement = judge_.blame( undelivered( link, chosen ), { chosen.router } );

@@ -47,6 +47,7 @@ class Script {
                                  .dump();
          Json table{ { "writer", router.gone ? "gone" : "running" } };
          if ( router.gone ) table["since"] = timed( now - 60'000 );
+         if ( router.forwarderGone ) table["forwarder"] = "gone";
          values[key( Key::table )] = table.dump();
          values[key( Key::links )] = links( router ).dump();
          values[key( Key::rps )] = rps( name, router ).dump();
@@ -82,7 +83,7 @@ class Script {
       std::vector<std::string> ranges;
       std::string rp;
       std::string run = kRun;
-      bool incomplete = false, gone = false;
+      bool incomplete = false, gone = false, forwarderGone = false;
    };
 
    std::string key( Key::Kind kind, const RouteKey& of = {} ) const {
@@ -127,8 +128,18 @@ class Script {
          routers_[second].run = "another";
       } else if ( first == "gone" ) {
          routers_[second].gone = true;
+      } else if ( first == "halted" ) {
+         routers_[second].forwarderGone = true;
       } else if ( first == "down" ) {
-         interface( second )["state"] = "down";
+         Json& is = interface( second );
+         is["state"] = "down";
+         for ( const char* lost : { "gen-id", "designated-router", "dr-address" } )
+            is.erase( lost );
+         // In IPv6 the link-local address goes.
+         if ( is.contains( "secondary-address" ) ) {
+            is["address"] = is["secondary-address"][0];
+            is.erase( "secondary-address" );
+         }
       } else if ( first == "dr" ) {
          interface( second )["designated-router"] = true;
       } else if ( first == "no" ) {

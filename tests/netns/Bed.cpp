@@ -68,6 +68,7 @@ Bed::Bed( const Plan& plan, std::string root )
    : root_( std::move( root ) ),
      rp_( plan.rp ),
      vrf_( plan.vrf ),
+     interface_( plan.interface ),
      vrfOf_( plan.vrfOf ),
      further_( plan.further ) {
    std::istringstream words( plan.links );
@@ -77,8 +78,10 @@ Bed::Bed( const Plan& plan, std::string root )
       add( a, plan );
       add( b, plan );
       const size_t net = netOf( a, b );
-      nodes_.at( a ).ports.push_back( { interface( a, b ), b, net } );
-      nodes_.at( b ).ports.push_back( { interface( b, a ), a, net } );
+      nodes_.at( a ).ports.push_back(
+         { interface( a, b ), b, net, plan.interface } );
+      nodes_.at( b ).ports.push_back(
+         { interface( b, a ), a, net, plan.interface } );
       plug( a, b );
    }
    for ( const Name& router : routers() ) addRoutes( router );
@@ -231,7 +234,7 @@ std::string Bed::config( const Name& router ) const {
       if ( const auto found = further_.find( router );
            first && found != further_.end() )
          out += found->second;
-      out += "]}\n";
+      out += "]" + ( port.keys.empty() ? "" : ", " + port.keys ) + "}\n";
    }
    if ( const auto own = vrfOf_.find( router ); own != vrfOf_.end() )
       out += own->second;
@@ -290,11 +293,16 @@ std::vector<Decoder::Place> Bed::places() const {
 
 void Bed::start( const Name& router ) {
    Node& node = nodes_.at( router );
-   const std::string config = place( router ) + ".yaml";
-   std::ofstream( config ) << this->config( router );
+   std::ofstream( place( router ) + ".yaml" ) << config( router );
    if ( node.agent != nullptr ) node.agent->wait();
    startAgent( router );
+   startForwarder( router );
+}
+
+void Bed::startForwarder( const Name& router ) {
+   Node& node = nodes_.at( router );
    if ( node.forwarder != nullptr ) return;
+   const std::string config = place( router ) + ".yaml";
    Namespace::Inside inside( node.space );
    node.forwarder = std::make_unique<Program>( Program::Arguments{
       PIMSM_MFIB, "--keep", "--config", config, "--root", place( router ) } );
@@ -330,6 +338,33 @@ void Bed::killForwarder( const Name& router ) const {
    kill( forwarder( router ), SIGKILL );
 }
 
+void Bed::halt( const Name& router ) {
+   agent( router ).signal( SIGKILL );
+   agent( router ).wait();
+}
+
+void Bed::endForwarder( const Name& router ) {
+   Program& forwarder = *nodes_.at( router ).forwarder;
+   forwarder.signal( SIGTERM );
+   forwarder.wait();
+   nodes_.at( router ).forwarder.reset();
+}
+
+void Bed::record( const Name& router, const std::string& store ) {
+   nodes_.at( router ).recorder = std::make_unique<Program>(
+      Program::Arguments{ PIMSM_RECORD, "--root", place( router ), "--store", store,
+                          "--router", router, "--sample", "1s" } );
+}
+
+void Bed::configure( const Name& router, const std::string& interface,
+                     const std::string& keys ) {
+   for ( Port& each : nodes_.at( router ).ports )
+      if ( each.interface == interface )
+         each.keys = interface_ + ( keys.empty() ? "" : ", " + keys );
+   std::ofstream( place( router ) + ".yaml" ) << config( router );
+   agent( router ).signal( SIGHUP );
+}
+
 std::string Bed::show( const Name& router, Program::Arguments arguments ) const {
    arguments.insert( arguments.begin(), { PIMSM_SHOW, "--root", place( router ) } );
    return Mox::Test::runToEnd( arguments ).out;
@@ -342,7 +377,7 @@ std::string Bed::state() const {
       out += fmt::format( "{}:\n{}{}{}{}{}{}", name, show( name, { "interfaces" } ),
                           show( name, {} ), node.space.ip( "-s mroute show" ),
                           node.space.ip( "-6 -s mroute show" ), node.agent->err(),
-                          node.forwarder->err() );
+                          node.forwarder ? node.forwarder->err() : "" );
    }
    return out;
 }

@@ -28,6 +28,7 @@ class Bed {
       std::string links, routers = "", lans = "";
       Name rp = "";          // of all groups, by its first address; empty: none
       std::string vrf = "";  // further keys of each router's VRF: lines
+      std::string interface = "";              // of each interface
       std::map<Name, std::string> vrfOf = {};  // of one router's
       std::map<Name, std::string> further =
          {};  // a router's addresses, beside its links'
@@ -65,6 +66,17 @@ class Bed {
       return *nodes_.at( router ).agent;
    }
    pid_t forwarder( const Name& router ) const;
+   // Kills the agent, which is not started again.
+   void halt( const Name& router );
+   // Ends the forwarding process, and its entries with it.
+   void endForwarder( const Name& router );
+   void startForwarder( const Name& router );
+   // Starts the recorder beside the agent, or kills it.
+   void record( const Name& router, const std::string& store );
+   void endRecorder( const Name& router ) { nodes_.at( router ).recorder.reset(); }
+   // Further keys of an interface, which the agent reads at once.
+   void configure( const Name& router, const std::string& interface,
+                   const std::string& keys );
    // What pimsm-show prints there.
    std::string show( const Name& router,
                      Mox::Test::Program::Arguments arguments ) const;
@@ -78,13 +90,14 @@ class Bed {
       std::string interface;
       Name towards;
       size_t net;
+      std::string keys = "";
    };
    struct Node {
       int number = 0;
       bool router = false, lan = false;
       std::vector<Port> ports;
       Namespace space;
-      std::unique_ptr<Mox::Test::Program> agent, forwarder;
+      std::unique_ptr<Mox::Test::Program> agent, forwarder, recorder;
    };
 
    void startAgent( const Name& router );
@@ -101,7 +114,7 @@ class Bed {
 
    std::string root_;
    const Name rp_;
-   const std::string vrf_;
+   const std::string vrf_, interface_;
    const std::map<Name, std::string> vrfOf_, further_;
    std::vector<Name> names_;  // in their order
    std::map<Name, Node> nodes_;

@@ -11,6 +11,7 @@
 
 namespace Netns {
 
+using Mox::Test::Program;
 using Scenario::Script;
 using Scenario::ScriptError;
 using Scenario::Words;
@@ -22,6 +23,8 @@ namespace {
 // The last members' leaves take so long, from LAN to LAN: 2 s for the members, and 3 s
 // a LAN in which a prune could be overridden.
 constexpr double kLeaving = 10.0;  // s
+// Longer than joins and asserts of the bed's routers last, on a loaded machine.
+constexpr int kTold = 90;  // s
 
 const char* nameOf( AddressFamily family ) {
    return family == AddressFamily::ipv4 ? "IPv4" : "IPv6";
@@ -45,15 +48,23 @@ Bed::Plan planOf( const Script& script ) {
             out += "  " + each.substr( key.size() + 4 ) + '\n';
       return out;
    };
-   Bed::Plan plan{ setting( script, "links" ), setting( script, "routers" ),
-                   setting( script, "lans" ), setting( script, "rp" ),
-                   lines( "vrf" ) };
+   Bed::Plan plan{ setting( script, "links" ),
+                   setting( script, "routers" ),
+                   setting( script, "lans" ),
+                   setting( script, "rp" ),
+                   lines( "vrf" ),
+                   setting( script, "interface" ) };
    std::istringstream routers( plan.routers );
    for ( std::string router; routers >> router; ) {
       plan.vrfOf[router] = lines( "vrf of " + router );
       plan.further[router] = setting( script, "addresses of " + router );
    }
    return plan;
+}
+
+std::string storeIn( const std::string& root ) {
+   const char* const given = std::getenv( "PIMSM_FLEET_STORE" );
+   return given == nullptr ? "sqlite:" + root + "/store" : given;
 }
 
 // The group behind it by that number.
@@ -84,10 +95,14 @@ Stage::Load loadOf( pid_t process ) {
 }
 
 Stage::Stage( const Script& script )
-   : script_( script ), bed_( planOf( script ), root_.path() ) {
+   : script_( script ),
+     store_( storeIn( root_.path() ) ),
+     bed_( planOf( script ), root_.path() ) {
    if ( Decoder::available() )
       decoder_.emplace( bed_.places(), root_.path() + "/bed.pcap" );
    bed_.startAll();
+   if ( setting( script, "recorded" ).empty() ) return;
+   for ( const std::string& router : bed_.routers() ) bed_.record( router, store_ );
 }
 
 Stage::~Stage() {
@@ -153,10 +168,12 @@ void Stage::act( const std::string& statement ) {
       return pause( std::stod( first.substr( 1 ) ) );
    }
    acted_ = now();
-   if ( first == "kill" || first == "end" || first == "start" ) {
+   if ( first == "kill" || first == "end" || first == "start" || first == "halt" ) {
       actOnProgram( first, words );
    } else if ( first == "link" ) {
       link( words );
+   } else if ( first == "path" || first == "check" ) {
+      tells( first, words, 0 );
    } else if ( first == "until" ) {
       until( words );
    } else if ( first == "replug" ) {
@@ -193,6 +210,12 @@ void Stage::pause( double seconds ) {
 bool Stage::actOnPackets( const std::string& who, const std::string& verb,
                           Words& words ) {
    std::string what = words.next();
+   if ( verb == "configures" ) {
+      std::string keys;
+      while ( !words.atEnd() ) keys += words.next() + ' ';
+      bed_.configure( who, what, keys );
+      return true;
+   }
    if ( verb == "sets" ) {
       Namespace::Inside inside( bed_.node( who ) );
       std::ofstream( "/proc/sys/net/" + what ) << words.next();
@@ -245,11 +268,22 @@ bool Stage::actOnPackets( const std::string& who, const std::string& verb,
    return true;
 }
 
-// kill agent of X, kill forwarder of X; kill 200 agents; end X; start X
+// kill agent of X, kill forwarder of X; kill 200 agents; end X; halt X; start X; end
+// recorder of X, start recorder of X, end forwarder of X, start forwarder of X
 void Stage::actOnProgram( const std::string& verb, Words& words ) {
    const std::string what = words.next();
-   if ( verb == "start" ) return bed_.start( what );
-   if ( verb == "end" ) return bed_.end( what );
+   const bool ends = verb == "end", starts = verb == "start";
+   if ( ( ends || starts ) && words.accept( "of" ) ) {
+      const std::string router = words.next();
+      if ( what == "recorder" )
+         return ends ? bed_.endRecorder( router ) : bed_.record( router, store_ );
+      if ( what == "forwarder" )
+         return ends ? bed_.endForwarder( router ) : bed_.startForwarder( router );
+      throw ScriptError( "whose " + what + '?' );
+   }
+   if ( starts ) return bed_.start( what );
+   if ( ends ) return bed_.end( what );
+   if ( verb == "halt" ) return bed_.halt( what );
    if ( words.accept( "agents" ) ) return killAtRandom( std::stoi( what ) );
    if ( !words.accept( "of" ) ) throw ScriptError( "whose " + what + '?' );
    if ( what == "agent" ) return bed_.killAgent( words.next() );
@@ -282,9 +316,23 @@ void Stage::link( Words& words ) {
                        ' ' + words.next() );
 }
 
+// These words in order.
+std::string Stage::patternOf( const std::vector<std::string>& words,
+                              AddressFamily family ) const {
+   std::string pattern;
+   for ( const std::string& word : words )
+      pattern +=
+         std::regex_replace( text( word, family ), std::regex( "[(*)]" ), "\\$&" ) +
+         "\\b.*";
+   return std::regex_replace( pattern, std::regex( "\\)\\\\b" ), ")" );
+}
+
 // until H1 hears G
 // until [no] [ipv6] F shows|interfaces|metrics WORDS: a line with these in order
+// until path S G [to H] tells WORDS, until check tells WORDS
 void Stage::until( Words& words ) {
+   if ( words.peek() == "path" || words.peek() == "check" )
+      return tells( words.next(), words, kTold );
    const bool no = words.accept( "no" ), ipv6 = words.accept( "ipv6" );
    const std::string who = words.next(), verb = words.next();
    if ( verb == "hears" ) return hears( who, words.next() );
@@ -293,12 +341,7 @@ void Stage::until( Words& words ) {
    while ( !words.atEnd() ) wanted.push_back( words.next() );
    for ( AddressFamily family : kFamilies ) {
       if ( ipv6 && family == AddressFamily::ipv4 ) continue;
-      std::string pattern;
-      for ( const std::string& word : wanted )
-         pattern += std::regex_replace( text( word, family ), std::regex( "[(*)]" ),
-                                        "\\$&" ) +
-                    "\\b.*";
-      pattern = std::regex_replace( pattern, std::regex( "\\)\\\\b" ), ")" );
+      const std::string pattern = patternOf( wanted, family );
       const std::regex expression( pattern );
       std::string shown;
       const bool came = eventually( [&] {
@@ -311,6 +354,57 @@ void Stage::until( Words& words ) {
                                          no ? "still has " : "never had ", pattern,
                                          shown ) );
    }
+}
+
+// What pimsm-fleet says. "path S G*100 to H": of each of so many groups.
+void Stage::tells( const std::string& command, Words& words, int seconds ) {
+   const bool path = command == "path";
+   const std::string source = path ? words.next() : "";
+   const std::string name = path ? words.next() : "";
+   const std::string to = words.accept( "to" ) ? words.next() : "";
+   if ( !words.accept( "tells" ) ) throw ScriptError( command + " tells what?" );
+   std::vector<std::string> wanted;
+   while ( !words.atEnd() ) wanted.push_back( words.next() );
+   const size_t star = name.find( '*' );
+   const int groups =
+      star == std::string::npos ? 1 : std::stoi( name.substr( star + 1 ) );
+   for ( AddressFamily family : kFamilies ) {
+      const auto at = [&]( const std::string& node ) {
+         return node == "*" ? node : valueToStrep( bed_.address( family, node ) );
+      };
+      for ( int i = 0; i < groups; ++i ) {
+         Program::Arguments asked{ family == AddressFamily::ipv4 ? "-4" : "-6",
+                                   command };
+         if ( path )
+            asked.insert( asked.end(),
+                          { "--json-lines", at( source ),
+                            valueToStrep( plus(
+                               group( name.substr( 0, star ), family ), i ) ) } );
+         if ( !to.empty() ) asked.insert( asked.end(), { "--to", at( to ) } );
+         expectTold( std::move( asked ), patternOf( wanted, family ), seconds );
+      }
+   }
+}
+
+// Of a path's JSON the last verdict is the whole path's.
+void Stage::expectTold( Program::Arguments asked, const std::string& pattern,
+                        int seconds ) const {
+   asked.insert( asked.begin(), { PIMSM_FLEET, "--store", store_ } );
+   const std::regex expression( pattern );
+   Mox::Test::Ended said;
+   const bool told = eventually(
+      [&] {
+         said = Mox::Test::runToEnd( asked );
+         const size_t verdict = said.out.rfind( "\"verdict\"" );
+         return std::regex_search(
+            verdict == std::string::npos ? said.out : said.out.substr( verdict ),
+            expression );
+      },
+      std::chrono::seconds( seconds ) );
+   if ( !told )
+      throw ScriptError( fmt::format( "{} tells no /{}/, but\n{}{}",
+                                      fmt::join( asked, " " ), pattern, said.out,
+                                      said.err ) );
 }
 
 void Stage::hears( const std::string& who, const std::string& name ) {

@@ -52,6 +52,11 @@ class Stage {
    void actOnProgram( const std::string& verb, Words& words );
    void link( Words& words );
    void until( Words& words );
+   void tells( const std::string& command, Words& words, int seconds );
+   void expectTold( Mox::Test::Program::Arguments asked, const std::string& pattern,
+                    int seconds ) const;
+   std::string patternOf( const std::vector<std::string>& words,
+                          Vantu::AddressFamily family ) const;
    void expectNoVerdict( const std::string& who, const Vantu::IpGenAddr& of );
    void hears( const std::string& who, const std::string& group );
    void forwards( const std::string& who, size_t entries );
@@ -68,6 +73,7 @@ class Stage {
 
    const Scenario::Script& script_;
    Mox::Test::TempRoot root_;
+   const std::string store_;
    Bed bed_;
    std::optional<Decoder> decoder_;
    int stories_ = 0;

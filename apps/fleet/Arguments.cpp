@@ -57,9 +57,8 @@ std::optional<double> agoOf( const std::string& given ) {
 }
 
 void declareOutput( CLI::App& app, Arguments& arguments ) {
-   auto* json = app.add_flag( "--json", arguments.json, "One JSON document" );
-   app.add_flag( "--json-lines", arguments.jsonLines, "JSON, an item a line" )
-      ->excludes( json );
+   app.add_flag( "--json", arguments.json, "One JSON document" );
+   app.add_flag( "--json-lines", arguments.jsonLines, "JSON, an item a line" );
 }
 
 // Before a command and behind it.
@@ -154,6 +153,8 @@ void takePath( Arguments& arguments, const Given& given ) {
 }
 
 void take( Arguments& arguments, const Given& given ) {
+   if ( arguments.json && arguments.jsonLines )
+      throw WrongUsage( "--json excludes --json-lines" );
    if ( arguments.router != "all" &&
         ( arguments.command == pathCommand || arguments.command == checkCommand ) )
       throw WrongUsage( "path and check look at all routers: leave out --router" );
@@ -192,6 +193,7 @@ std::optional<Arguments> parseArguments( int argc, char** argv ) {
    Given given;
    app.require_subcommand( 1 );
    declareGlobal( app, arguments, given );
+   declareOutput( app, arguments );
    const auto command = [&]( const char* name, const char* help, Command value ) {
       CLI::App* sub = app.add_subcommand( name, help );
       sub->callback( [&arguments, value] { arguments.command = value; } );

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <iostream>
@@ -251,7 +252,11 @@ ExitStatus printCheck( Reader& reader, const std::vector<Router>& routers,
          question.groups = *arguments.filter.group;
       }
       const auto findings = checkFleet( reader, question );
-      any = any || !findings.empty();
+      // What is stale is told, and is no contradiction.
+      any = any || std::any_of( findings.begin(), findings.end(),
+                                []( const Finding& each ) {
+                                   return each.judgement.verdict != Verdict::stale;
+                                } );
       const std::string family = Show::familyName( scope.family );
       if ( wantsJson( arguments ) ) {
          document.push_back( { { "vrf", scope.vrf },

@@ -142,9 +142,8 @@ void Checking::takeUp( uint32_t router, const RouteKey& key, const View& view ) 
    const uint32_t at = next( *place, view.neighbor, key );
    ++nexts_[at].streams;
    if ( !nexts_[at].found ) return;
-   const bool old = view.created != 0 && question_.now - view.created > 120'000;
-   ups_.push_back(
-      { numberOf( key ), *place, nexts_[at].hop.above, at, view.joined, old } );
+   ups_.push_back( { numberOf( key ), *place, nexts_[at].hop.above, at, view.joined,
+                     judge_.old( view.created ) } );
 }
 
 // The link is judged once for all routes that go that way.
@@ -168,12 +167,14 @@ uint32_t Checking::next( const Place& place, const IpGenAddr& neighbor,
 void Checking::takeDown( uint32_t router, uint32_t stream, const Stream& held,
                          const View& view ) {
    const size_t before = downs_.size();
+   const bool young = !judge_.old( ( held.sg ? held.sg : held.wc )->entry.created );
    const auto keep = [&]( const std::string& interface ) {
       const auto place = fabric_.place( router, interface );
       if ( !place ) return;
       downs_.push_back(
          { stream, *place,
            aboveOf( held, held.sg ? Tree::source : Tree::shared, interface ) } );
+      downs_.back().above.young = young;
    };
    for ( const RouteIntf& each : interfacesOf( held ) ) {
       const bool says = each.joined || each.member || each.forwards ||
@@ -184,6 +185,7 @@ void Checking::takeDown( uint32_t router, uint32_t stream, const Stream& held,
    if ( downs_.size() != before ) return;
    // It has a route, be it of no interface.
    Down none{ stream, { router, UINT32_MAX }, {} };
+   none.above.young = young;
    downs_.push_back( none );
 }
 
@@ -198,15 +200,17 @@ const Checking::Down* Checking::down( uint32_t stream, const Place& place ) cons
    return is ? &*found : nullptr;
 }
 
-bool Checking::routeAt( uint32_t stream, uint32_t router ) const {
+// Any record of the router's route; null: it has none.
+const Checking::Down* Checking::routeAt( uint32_t stream, uint32_t router ) const {
    const Place first{ router, 0 };
    const auto found =
       std::lower_bound( downs_.begin(), downs_.end(), std::tie( stream, first ),
                         []( const Down& a, const auto& b ) {
                            return std::tie( a.stream, a.place ) < b;
                         } );
-   return found != downs_.end() && found->stream == stream &&
-          found->place.router == router;
+   const bool is = found != downs_.end() && found->stream == stream &&
+                   found->place.router == router;
+   return is ? &*found : nullptr;
 }
 
 void Checking::judgeUps() {
@@ -236,12 +240,12 @@ void Checking::judgeUp( const Up& up ) {
    Above above;
    if ( end != nullptr ) {
       above = end->above;
-   } else {
-      above.route = routeAt( up.stream, up.above.router );
+   } else if ( const Down* any = routeAt( up.stream, up.above.router ) ) {
+      above.route = true;
+      above.young = any->above.young;
    }
-   const Time created = up.old ? 1 : 0;
    const Judgement judgement =
-      judge_.route( nexts_[up.hop].hop, { up.joined, created }, above );
+      judge_.route( nexts_[up.hop].hop, { up.joined, up.old }, above );
    const bool explained =
       judge_.gone( up.above.router ) || judge_.gone( up.below.router );
    if ( !judgement || explained ) return;

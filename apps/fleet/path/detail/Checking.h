@@ -73,7 +73,7 @@ class Checking {
    void judgeLoops();
    void circle( const std::vector<const Up*>& members );
    const Down* down( uint32_t stream, const Place& place ) const;
-   bool routeAt( uint32_t stream, uint32_t router ) const;
+   const Down* routeAt( uint32_t stream, uint32_t router ) const;
    bool allKnown( const Place& place ) const;
    bool stale( uint32_t router ) const { return fabric_.routers()[router].stale(); }
    uint32_t numberOf( const RouteKey& key );

@@ -11,7 +11,8 @@ namespace Fleet {
 
 namespace {
 
-// Joins are sent again each 60 s: after two of these the upper router must know.
+// Joins are sent again each 60 s, where the link is not configured otherwise, of which
+// nothing is recorded: after two of these the upper router must know.
 constexpr Time kRefresh = 60'000;  // ms
 
 std::string text( const IpGenAddr& address ) {
@@ -61,6 +62,10 @@ Judgement Judge::find( Hop& hop ) const {
    return { Verdict::ambiguous,
             fmt::format( "{} follows {}, which several have: {}", name( hop.below ),
                          text( hop.next ), who ) };
+}
+
+bool Judge::old( Time created ) const {
+   return created != 0 && now_ - created > 2 * kRefresh;
 }
 
 Judgement Judge::stale( uint32_t router ) const {
@@ -145,8 +150,7 @@ Judgement Judge::join( const Hop& hop, const Below& below,
                fmt::format( "{} has not joined towards {}",
                             name( hop.below.router ), name( hop.above.router ) ) };
    if ( above.joined || above.member ) return {};
-   const bool old = below.created != 0 && now_ - below.created > 2 * kRefresh;
-   if ( !old )
+   if ( !below.old || above.young )
       return { Verdict::notJoined,
                fmt::format( "{} has no join of {} yet", name( hop.above ),
                             name( hop.below.router ) ) };

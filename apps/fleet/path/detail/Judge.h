@@ -16,7 +16,7 @@ struct Hop {
 // What the lower router's entry says.
 struct Below {
    bool joined = false;
-   Time created = 0;
+   bool old = false;  // its route
 };
 
 class Judge {
@@ -35,6 +35,9 @@ class Judge {
    // Two say to have won an assert, or losers name different winners.
    Judgement twoWinners(
       const std::vector<std::pair<Place, const RouteIntf*>>& records ) const;
+
+   // Has a route of that time stood for two refreshes? Unknown: no.
+   bool old( Time created ) const;
 
    // Of one router; the interface, where it is one.
    Judgement stale( uint32_t router ) const;

@@ -33,6 +33,7 @@ struct Above {
    bool member = false;
    bool forwards = false;
    bool incoming = false;  // packets come in there themselves
+   bool young = false;     // its route: a join may have been for a former one
    RouteIntf::Assert assertState = RouteIntf::noInfo;
    Reason reason = Reason::none;
    IpGenAddr winner = {};

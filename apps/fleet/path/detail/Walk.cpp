@@ -204,8 +204,11 @@ Judgement Walk::entries( const Hop& hop, const View& view ) {
    if ( view.tree == Tree::shared )
       if ( auto found = rpDiffers( above, below, rpOf( below, view ) ) )
          return found;
-   const Above end = aboveOf( stream( hop.above ), view.tree, nameOf( hop.above ) );
-   return judge_.route( hop, { view.joined, view.created }, end );
+   const Stream& held = stream( hop.above );
+   Above end = aboveOf( held, view.tree, nameOf( hop.above ) );
+   const auto& joining = view.tree == Tree::source ? held.sg : held.wc;
+   end.young = joining && !judge_.old( joining->entry.created );
+   return judge_.route( hop, { view.joined, judge_.old( view.created ) }, end );
 }
 
 // The others on the link.

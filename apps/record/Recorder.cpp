@@ -343,19 +343,26 @@ void Recorder::putRecorder() {
    if ( noRoom_.contains( {} ) ) tryingAgain_.insert( Key() );
 }
 
+// Told once; `table` names it until it is smaller.
+bool Recorder::isTooLarge( const Key& key, const std::optional<Value>& value ) {
+   const bool is = value && value->text.size() > largestValue;
+   if ( is ) ++counts_.tooLarge;
+   const bool changed =
+      is ? tooLarge_.insert( key ).second : tooLarge_.erase( key ) != 0;
+   if ( changed ) touch( { Key::table, key.scope } );
+   if ( is && changed )
+      say_( fmt::format( "the value of {} has {} bytes and is left out",
+                         keyText( key ), value->text.size() ) );
+   return is;
+}
+
 void Recorder::put( const Key& key, const Touch& touch,
                     std::optional<Value> value ) {
+   if ( isTooLarge( key, value ) ) return;
    const auto found = known_.find( key );
    const bool stood = found != known_.end();
    if ( !value && !stood ) return;
    if ( value && stood && found->second.digest == value->digest ) return;
-   if ( value && value->text.size() > largestValue ) {
-      ++counts_.tooLarge;
-      if ( tooLarge_.insert( key ).second )
-         say_( fmt::format( "the value of {} has {} bytes and is left out",
-                            keyText( key ), value->text.size() ) );
-      return;
-   }
    if ( !first_ ) {
       for ( Event& event : history_.changes( key, stood ? found->second.text : "",
                                              value ? value->text : "", touch ) )
@@ -376,7 +383,7 @@ void Recorder::put( const Key& key, const Touch& touch,
 bool Recorder::fillFrom( Scoped& scoped, double until ) {
    constexpr size_t kMost = 500;
    // Of one turn: nothing changes while it lasts.
-   const Values values( *scoped.watched );
+   const Values values( *scoped.watched, tooLarge_ );
    while ( !scoped.queue.empty() && batch_.puts.size() < kMost ) {
       if ( mirrors_.now() >= until ) return true;
       const auto [key, touched] = scoped.queue.take();

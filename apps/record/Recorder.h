@@ -101,6 +101,7 @@ class Recorder : public Mox::Clock::Notifiee {
    // Fills a batch for some ms and hands it over.
    void fill();
    bool fillFrom( Scoped& scoped, double until );
+   bool isTooLarge( const Key& key, const std::optional<Value>& value );
    void put( const Key& key, const Touch& touch, std::optional<Value> value );
    void putRecorder();
    bool settled() const;

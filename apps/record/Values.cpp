@@ -11,8 +11,9 @@ namespace Fleet {
 
 using Json = nlohmann::ordered_json;
 
-Values::Values( Watched& watched )
+Values::Values( Watched& watched, const std::set<Key>& tooLarge )
    : watched_( watched ),
+     tooLarge_( tooLarge ),
      mirror_( watched.mirror() ),
      entries_( watched.mirror(), all_ ) {}
 
@@ -87,6 +88,10 @@ Value Values::table() const {
    json["sg-routes"] = counts.sources;
    if ( const uint64_t damaged = mirror_.unreadable() )
       json["unreadable"] = std::to_string( damaged );
+   constexpr size_t kNamed = 10;
+   for ( const Key& key : tooLarge_ )
+      if ( key.scope == watched_.scope() && json["too-large"].size() < kNamed )
+         json["too-large"].push_back( keyText( key ) );
    Json& all = json["table"] = Json::array();
    for ( const MoxBrane::TableBase* table : Show::agentTables( mirror_ ) ) {
       if ( !Show::isReady( *table ) || table->size() == 0 ) continue;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
 
 #include "apps/json/RouteJson.h"
@@ -13,8 +14,8 @@ namespace Fleet {
 // A copy of the moment's configuration, so that many values may be made at once.
 class Values {
  public:
-   // The VRF outlives it.
-   explicit Values( Watched& watched );
+   // Of some keys the values are too large to be put, as `table` says. Both outlive it.
+   Values( Watched& watched, const std::set<Key>& tooLarge );
 
    // Nothing if the tables have nothing of the key. Throws Unreadable. REQUIRES: a key of
    // the VRF and family.
@@ -29,6 +30,7 @@ class Values {
    Value table() const;
 
    Watched& watched_;
+   const std::set<Key>& tooLarge_;
    const Show::Mirror& mirror_;
    Show::RouteFilter all_;
    Show::RouteEntries entries_;

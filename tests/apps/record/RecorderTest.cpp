@@ -327,5 +327,38 @@ TEST_P( FileRecording, AStoreThatWasAwayGetsEverything ) {
    } );
    EXPECT_EQ( back, 1u );
 }
+
+// A value that servers would refuse is named instead, until it is smaller.
+TEST_F( Recording, WhatIsTooLargeIsNamed ) {
+   const auto edit = [&]( bool there ) {
+      for ( int i = 0; i < 9000; ++i ) {
+         const std::string intf =
+            "an-interface-of-very-many-" + std::to_string( i );
+         if ( !there ) {
+            remove( sg, intf.c_str() );
+            continue;
+         }
+         write( sg, intf.c_str(), [&]( Show::IntfRecord& record ) {
+            record.key = { sg, SmTest::intfId( intf ) };
+            record.forward = record.localReceiverInclude = true;
+            record.joinState = Routing::Pim::SparseMode::Intf::joined;
+         } );
+      }
+   };
+   write( sg, [&]( Show::RouteRecord& record ) { record.key = sg; } );
+   until( [&] { return !stands().empty(); } );
+   for ( const bool there : { true, false } ) {
+      edit( there );
+      until( [&] {
+         const std::string key = keyText( { Key::table, scope } );
+         const Json table =
+            Json::parse( openReader( { store } )->values( "r1", { key } )[key] );
+         return table.contains( "too-large" ) == there &&
+                ( !there || table["too-large"] ==
+                               Json{ keyText( { Key::route, scope, sg } ) } );
+      } );
+   }
+}
+
 }
 }

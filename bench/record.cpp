@@ -6,6 +6,9 @@
 //                the agent's writer takes for a record beside it and beside nobody, the
 //                recorder's processor time and memory, and how long after the last
 //                change the store has everything
+//    seen        single changes, each after the one before is seen: the time from the
+//                change, and from its publication in the tables, until a reader of the
+//                store has its line of history
 //
 // Prints one line a figure.
 // `bench_record <routes> <interfaces a route> <changes a second> <seconds>`.
@@ -13,7 +16,9 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <random>
 
 #include "apps/store/Store.h"
 #include "bench/FullAgent.h"
@@ -52,7 +57,8 @@ std::string stored( const std::string& store, const RouteKey& key ) {
    const std::string text = Fleet::keyText(
       { Fleet::Key::route, { "default", Vantu::AddressFamily::ipv4 }, key } );
    try {
-      return Fleet::openReader( { "sqlite:" + store } )->values( "r1", { text } )[text];
+      return Fleet::openReader( { "sqlite:" + store } )
+         ->values( "r1", { text } )[text];
    } catch ( const Mox::Error& ) {
       return "";
    }
@@ -90,6 +96,39 @@ void churn( Agent& agent, const std::string& root, const std::string& store,
       writer[1], writer[1] / writer[0], writer[0] );
 }
 
+void seen( Agent& agent, const std::string& root, const std::string& store ) {
+   constexpr size_t kChanges = 300;
+   const pid_t pid = fork();
+   if ( pid == 0 ) exec( PIMSM_RECORD, recorder( root, store ) );
+   const Beside beside( pid );
+   agent.churn( 10, 3.0 );  // until it has compared
+   const auto reader = Fleet::openReader( { "sqlite:" + store } );
+   std::mt19937 random( 1 );
+   std::vector<double> changed, published;
+   while ( changed.size() < kChanges ) {
+      usleep( 20'000 + random() % 50'000 );
+      const int64_t last = reader->newest( "r1" );
+      const double began = BenchClock::wall();
+      agent.touchLast();
+      const double stood = BenchClock::wall();
+      while ( reader->newest( "r1" ) == last && BenchClock::wall() < stood + 10 )
+         usleep( 100 );
+      changed.push_back( 1e3 * ( BenchClock::wall() - began ) );
+      published.push_back( 1e3 * ( BenchClock::wall() - stood ) );
+   }
+   for ( auto* each : { &changed, &published } )
+      std::sort( each->begin(), each->end() );
+   const auto at = []( const std::vector<double>& all, double share ) {
+      return all[static_cast<size_t>( share *
+                                      static_cast<double>( all.size() - 1 ) )];
+   };
+   fmt::print(
+      "seen in the store after a change: median {:.1f} ms, 99 % {:.1f} ms, most "
+      "{:.1f} ms; after its publication: {:.1f}, {:.1f}, {:.1f} ms\n",
+      at( changed, 0.5 ), at( changed, 0.99 ), changed.back(), at( published, 0.5 ),
+      at( published, 0.99 ), published.back() );
+}
+
 }
 }
 
@@ -108,6 +147,7 @@ int main( int argc, char** argv ) {
       once( "first", root, store );
       once( "again", root, store );
       churn( agent, root, store, rate, seconds );
+      seen( agent, root, store );
    }
    std::filesystem::remove_all( root );
    std::filesystem::remove_all( store );

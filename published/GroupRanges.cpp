@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "platform/acl/AclToPrefix.h"
 #include "platform/pim/EmbeddedRp.h"
 
 namespace Published {
@@ -81,6 +82,13 @@ GroupRanges::GroupRanges( Vantu::AddressFamily family,
    config_->ssmFilterIs( *filter );
    ssm_ = Mox::newEntity<Sm::SsmGroupInfo>( family );
    Sm::SsmGroupSmIs( config_, known, ssm_ );
+   if ( filter->empty() || *filter == Sm::noSsmRange ) return;
+   listed_.emplace();
+   const auto* list = known->acl( *filter );
+   if ( family == Vantu::AddressFamily::ipv4 )
+      AclPrefix::AclToPrefix::multicast().handleAcl( list, *listed_, false );
+   else
+      AclIp6Prefix::AclToIp6Prefix::multicast().handleAcl( list, *listed_, false );
 }
 
 GroupRanges::Mapping GroupRanges::rpMapping( const Vantu::IpGenAddr& group ) const {

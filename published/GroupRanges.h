@@ -37,6 +37,11 @@ class PIMSM_API GroupRanges {
 
    // Is the group source-specific (RFC 4607)? Nothing when it is unknown.
    std::optional<bool> sourceSpecific( const Vantu::IpGenAddr& group ) const;
+   // What the access list permits that says so, as the fewest prefixes; nothing where no
+   // list says it, or it is unknown.
+   const std::optional<Vantu::IpGenPrefixSet>& sourceSpecificList() const {
+      return listed_;
+   }
 
  private:
    Mapping rpMapping( const Vantu::IpGenAddr& group ) const;
@@ -45,6 +50,7 @@ class PIMSM_API GroupRanges {
    bool rpsKnown_ = false;
    std::optional<bool> embeds_;  // do addresses carry RPs?
    std::set<Vantu::IpGenAddr> own_;
+   std::optional<Vantu::IpGenPrefixSet> listed_;
    // Null when the lists are unknown.
    Mox::Ptr<Routing::Pim::SparseMode::Config> config_;
    Mox::Ptr<Routing::Pim::SparseMode::SsmGroupInfo> ssm_;

@@ -26,8 +26,7 @@ std::optional<Value> Values::of( const Key& key ) const {
       case Key::links:
          return valueOf( Show::linksJson( mirror_ ) );
       case Key::rps:
-         return valueOf(
-            { { "rp-range", Show::rpsJson( Show::selectRps( mirror_, {} ) ) } } );
+         return rps();
       case Key::table:
          return table();
       case Key::rates:
@@ -74,6 +73,21 @@ std::optional<Value> Values::registers( const RouteKey& key ) const {
    }
    if ( json.empty() ) return std::nullopt;
    return valueOf( json );
+}
+
+// Lists of two routers have names of their own: what they permit is compared.
+Value Values::rps() const {
+   Json list = Show::rpsJson( Show::selectRps( mirror_, {} ) );
+   const Published::GroupRanges ranges( mirror_.family, *mirror_.agent );
+   if ( const auto& permitted = ranges.sourceSpecificList() ) {
+      for ( Json& each : list ) {
+         if ( each["rule"] != "source-specific" ) continue;
+         Json& prefixes = each["prefixes"] = Json::array();
+         for ( const auto& prefix : *permitted )
+            prefixes.push_back( Vantu::valueToStrep( prefix ) );
+      }
+   }
+   return valueOf( { { "rp-range", std::move( list ) } } );
 }
 
 Value Values::table() const {

@@ -27,6 +27,7 @@ class Values {
  private:
    std::optional<Value> route( const RouteKey& key ) const;
    std::optional<Value> registers( const RouteKey& key ) const;
+   Value rps() const;
    Value table() const;
 
    Watched& watched_;

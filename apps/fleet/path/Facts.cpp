@@ -126,11 +126,15 @@ std::vector<RpRange> rpFacts( std::string_view value ) {
       const Members members( each );
       const auto rule = members.choice( "rule", kRules );
       if ( !rule ) continue;
-      RpRange range{ members.text( "groups" ),
-                     {},
-                     *rule,
-                     members.address( "rp-address" ),
-                     members.flag( "this-router" ) };
+      RpRange range{
+         members.text( "groups" ),      {}, *rule, members.address( "rp-address" ),
+         members.flag( "this-router" ), {} };
+      if ( const Json* permitted = members.array( "prefixes" ) ) {
+         range.permitted.emplace();
+         for ( const Json& prefix : *permitted )
+            range.permitted->push_back(
+               Members( Json{ { "prefix", prefix } } ).prefix( "prefix" ) );
+      }
       const bool prefix =
          *rule != RpRange::sourceSpecific || std::isdigit( range.text[0] ) != 0;
       if ( prefix ) range.groups = members.prefix( "groups" );

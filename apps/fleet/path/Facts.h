@@ -78,6 +78,8 @@ struct RpRange {
    Rule rule = configured;
    IpGenAddr rp = {};
    bool own = false;  // the RP is this router
+   // What a list permits, where that is told.
+   std::optional<std::vector<IpGenPrefix>> permitted = {};
    auto operator<=>( const RpRange& ) const = default;
 };
 std::vector<RpRange> rpFacts( std::string_view value );

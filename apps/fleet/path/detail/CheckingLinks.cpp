@@ -18,6 +18,21 @@ std::string rpText( const IpGenAddr& rp, RpRange::Rule rule ) {
                                     : Vantu::valueToStrep( rp );
 }
 
+// The groups as prefixes, so that sets are compared; as they are told where what a list
+// permits is not.
+std::vector<std::string> groupsOf( const RpRange& range ) {
+   std::vector<std::string> all;
+   if ( range.permitted ) {
+      for ( const IpGenPrefix& each : *range.permitted )
+         all.push_back( Vantu::valueToStrep( each ) );
+      return all;
+   }
+   if ( range.text != "ff3x::/32" ) return { range.text };
+   for ( int scope = 0; scope < 16; ++scope )
+      all.push_back( fmt::format( "ff3{:x}::/32", scope ) );
+   return all;
+}
+
 }
 
 void Checking::links() {
@@ -105,8 +120,8 @@ void Checking::hellos( const std::vector<Place>& all ) {
    }
 }
 
-// What one has and the other has not, or has otherwise. Source-specific ranges have no
-// RP: their text is the same.
+// What one has and the other has not, or has otherwise; of source-specific ranges, which
+// have no RP, the first.
 void Checking::ranges( uint32_t a, uint32_t b, bool sourceSpecific ) {
    std::map<std::string, std::pair<std::string, std::string>> said;
    for ( const uint32_t router : { a, b } )
@@ -114,10 +129,12 @@ void Checking::ranges( uint32_t a, uint32_t b, bool sourceSpecific ) {
          const bool asked =
             ( each.rule == RpRange::sourceSpecific ) == sourceSpecific &&
             overlap( each.groups, question_.groups );
-         auto& both = said[each.text];
-         if ( asked )
+         if ( !asked ) continue;
+         for ( const std::string& groups : groupsOf( each ) ) {
+            auto& both = said[groups];
             ( router == a ? both.first : both.second ) =
                sourceSpecific ? "it" : rpText( each.rp, each.rule );
+         }
       }
    for ( const auto& [groups, both] : said ) {
       const auto& [one, other] = both;
@@ -141,6 +158,7 @@ void Checking::ranges( uint32_t a, uint32_t b, bool sourceSpecific ) {
            {},
            0,
            { a, b } } );
+      if ( sourceSpecific ) return;
    }
 }
 

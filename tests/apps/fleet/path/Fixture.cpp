@@ -258,8 +258,13 @@ class Script {
                              { "this-router", owners_.count( name ) != 0 } } );
       if ( !ssm_.empty() )
          ranges.push_back( { { "groups", ssm_ }, { "rule", "source-specific" } } );
-      for ( const std::string& each : router.ranges )
-         ranges.push_back( { { "groups", each }, { "rule", "source-specific" } } );
+      for ( const std::string& each : router.ranges ) {
+         const size_t is = each.find( " = " );
+         ranges.push_back(
+            { { "groups", each.substr( 0, is ) }, { "rule", "source-specific" } } );
+         if ( is != std::string::npos )
+            ranges.back()["prefixes"] = split( each.substr( is + 3 ), ' ' );
+      }
       return { { "rp-range", ranges } };
    }
 

@@ -3,10 +3,9 @@
 #include "apps/store/StoreOptions.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdlib>
 #include <map>
 
-#include "apps/mirror/Events.h"
+#include "apps/fleet/answers/Asked.h"
 #include "apps/program/CommandLine.h"
 #include "apps/program/Ending.h"
 
@@ -25,35 +24,9 @@ struct Given {
    std::string by = "rate";
 };
 
-const std::map<std::string, double> kTimes = {
-   { "s", 1.0 }, { "m", 60.0 }, { "h", 3600.0 }, { "d", 86400.0 } };
-
 std::optional<Vantu::IpGenPrefix> prefixOf( const std::string& text ) {
    if ( text.empty() ) return std::nullopt;
    return Show::prefixArgument( text );
-}
-
-std::string addressOf( const std::string& text ) {
-   return text.empty() || text == "*"
-             ? text
-             : Vantu::valueToStrep( Vantu::IpGenAddr( text ) );
-}
-
-// "90", "30m", "12h", "7d", "ever".
-std::optional<double> agoOf( const std::string& given ) {
-   std::string text = given;
-   if ( text == "ever" ) return std::nullopt;
-   double seconds = 0.0;
-   try {
-      const CLI::Validator units = CLI::AsNumberWithUnit(
-         kTimes, CLI::AsNumberWithUnit::UNIT_OPTIONAL, "TIME" );
-      if ( units( text ).empty() && CLI::detail::lexical_cast( text, seconds ) &&
-           seconds >= 0 )
-         return seconds;
-   } catch ( const CLI::ParseError& ) {
-      // Said below.
-   }
-   throw WrongUsage( given + " is no time: 90, 30m, 12h, 7d or ever" );
 }
 
 void declareOutput( CLI::App& app, Arguments& arguments ) {
@@ -129,39 +102,21 @@ void declarePath( CLI::App& app, Arguments& arguments, Given& given ) {
    declareOutput( app, arguments );
 }
 
-void takePath( Arguments& arguments, const Given& given ) {
-   PathQuestion& path = arguments.path;
-   path.stream.group = Vantu::IpGenAddr( given.group );
-   if ( !path.stream.group.isMulticast() )
-      throw WrongUsage( given.group + " is no multicast group" );
-   const AddressFamily family = path.stream.group.family();
-   const auto addressOfFamily = [&]( const std::string& text ) {
-      const Vantu::IpGenAddr address( text );
-      if ( address.family() != family )
-         throw WrongUsage( text + " and " + given.group + " are of two families" );
-      return address;
-   };
-   path.stream.source = given.source == "*"
-                           ? Vantu::IpGenAddr::unspecified( family )
-                           : addressOfFamily( given.source );
-   if ( !given.receiver.empty() ) path.receiver = addressOfFamily( given.receiver );
-   if ( arguments.wanted.ipVersion != 0 &&
-        ( arguments.wanted.ipVersion == 4 ) != ( family == AddressFamily::ipv4 ) )
-      throw WrongUsage( given.group + " is of the other family" );
-   const bool all = arguments.wanted.vrf == "all";
-   path.scope = { all ? "default" : arguments.wanted.vrf, family };
-}
-
 void take( Arguments& arguments, const Given& given ) {
    if ( arguments.json && arguments.jsonLines )
       throw WrongUsage( "--json excludes --json-lines" );
    if ( arguments.router != "all" &&
-        ( arguments.command == pathCommand || arguments.command == checkCommand ) )
-      throw WrongUsage( "path and check look at all routers: leave out --router" );
+        ( arguments.command == pathCommand || arguments.command == checkCommand ||
+          arguments.command == serveCommand ) )
+      throw WrongUsage(
+         "path, check and serve look at all routers: leave out --router" );
    if ( given.ipv4 || given.ipv6 ) arguments.wanted.ipVersion = given.ipv4 ? 4 : 6;
    if ( given.forwarding || given.notForwarding )
       arguments.filter.forwarding = given.forwarding;
-   if ( arguments.command == pathCommand ) takePath( arguments, given );
+   if ( arguments.command == pathCommand )
+      arguments.path = pathAsked(
+         arguments.wanted,
+         { given.source, given.group, given.receiver, arguments.path.from } );
    if ( arguments.command == checkCommand )
       arguments.filter.group = prefixOf( given.group );
    if ( arguments.command == routesCommand ) {
@@ -171,17 +126,7 @@ void take( Arguments& arguments, const Given& given ) {
    if ( arguments.command != historyCommand ) return;
    HistoryQuestion& question = arguments.question;
    question.wanted = arguments.wanted;
-   question.past.group = addressOf( given.group );
-   question.past.source = addressOf( given.source );
-   arguments.since = agoOf( given.since );
-   const int64_t now = Show::utcMilliseconds( Show::monotonicNow() );
-   if ( arguments.since )
-      question.past.since = now - static_cast<int64_t>( *arguments.since * 1000 );
-   if ( !given.until.empty() ) {
-      const auto until = agoOf( given.until );
-      if ( !until ) throw WrongUsage( "--until ever is no end" );
-      question.past.until = now - static_cast<int64_t>( *until * 1000 );
-   }
+   question.past = pastAsked( given.group, given.source, given.since, given.until );
 }
 
 }
@@ -224,6 +169,13 @@ std::optional<Arguments> parseArguments( int argc, char** argv ) {
    declareOutput(
       *command( "routers", "The routers, and who records them", routersCommand ),
       arguments );
+   command( "serve", "A page for browsers: the tree of a stream, live",
+            serveCommand )
+      ->add_option( "--listen", arguments.listen,
+                    "Where to serve it; port 0: any that is free" )
+      ->type_name( "ADDRESS:PORT" )
+      ->check( filled )
+      ->capture_default_str();
    command( "forget", "Removes a router from the store", forgetCommand )
       ->add_option( "ROUTER", arguments.forgotten, "Its name" )
       ->required()

@@ -18,6 +18,7 @@ enum Command {
    historyCommand,
    topCommand,
    routersCommand,
+   serveCommand,
    forgetCommand
 };
 
@@ -32,12 +33,12 @@ struct Arguments {
    bool oneline = false;
    bool count = false;
    HistoryQuestion question;
-   std::optional<double> since;  // s ago; nothing: since ever
    bool follow = false;
    TopBy by = TopBy::rate;
    size_t first = 10;
    PathQuestion path;  // without a time
    std::string forgotten;
+   std::string listen = "127.0.0.1:8080";  // of serve
 };
 
 // Throws Programs::WrongUsage with a line about the error. Returns nothing when help or

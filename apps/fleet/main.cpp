@@ -9,8 +9,10 @@
 #include <thread>
 
 #include "apps/fleet/Arguments.h"
+#include "apps/fleet/answers/Asked.h"
 #include "apps/fleet/answers/Routes.h"
 #include "apps/fleet/path/Check.h"
+#include "apps/fleet/serve/Server.h"
 #include "apps/json/YangData.h"
 #include "apps/mirror/Events.h"
 #include "apps/program/Ending.h"
@@ -196,10 +198,6 @@ void awhile() {
    std::this_thread::sleep_for( std::chrono::milliseconds( 500 ) );
 }
 
-int64_t wallNow() {
-   return Show::utcMilliseconds( Show::monotonicNow() );
-}
-
 ExitStatus printPath( Reader& reader, const Arguments& arguments ) {
    PathQuestion question = arguments.path;
    question.now = wallNow();
@@ -298,8 +296,21 @@ ExitStatus print( Reader& reader, const std::vector<Router>& routers,
    }
 }
 
+ExitStatus servePage( const Arguments& arguments ) {
+   Server server( arguments.store, arguments.listen );
+   if ( !server.isLoopback() )
+      complain(
+         kProgram, done,
+         "others than this host reach the page, and whoever does may read all: "
+         "have a proxy before it that knows users and encrypts" );
+   complain( kProgram, done, "serves http://" + server.address() + '/' );
+   server.run();
+   return done;
+}
+
 // What a router's state is worth is said after the answer.
 ExitStatus answer( const Arguments& arguments ) {
+   if ( arguments.command == serveCommand ) return servePage( arguments );
    const auto reader = openReader( arguments.store );
    if ( arguments.command == forgetCommand ) {
       reader->forget( arguments.forgotten );

@@ -103,12 +103,6 @@ class Log {
    std::map<std::string, std::vector<Entry>> byGroup_;
 };
 
-std::string lineText( const Event& event ) {
-   const Json line = parsedValue( event.body );
-   if ( event.op == "log" ) return Show::eventWords( Show::eventOf( line ) );
-   return Show::changeWords( line );
-}
-
 }
 
 namespace {
@@ -150,24 +144,29 @@ std::vector<Told> historyOf( Reader& reader, const std::vector<Router>& routers,
    return all;
 }
 
-std::string historyText( const Told& told ) {
-   const Event& event = told.event;
+std::string historyWords( const Event& event ) {
    const Json line = parsedValue( event.body );
-   std::string text = Show::utcText( event.at ) + "  " + told.router + "  ";
-   if ( !event.vrf.empty() )
-      text += fmt::format( "{} ipv{}  ", event.vrf, event.ipVersion );
-   text += lineText( event );
+   if ( event.op == "log" )
+      return Programs::printable( Show::eventWords( Show::eventOf( line ) ) );
+   std::string text = Show::changeWords( line );
    if ( const std::string away = textMember( line, "away" ); !away.empty() )
       text += " after " + away + " s";
    if ( line.is_object() && line.value( "resync", Json() ) == true )
       text += " (found by comparing, at an unknown time before)";
-   text = Programs::printable( text ) + '\n';
+   return Programs::printable( text );
+}
+
+std::string historyText( const Told& told ) {
+   const Event& event = told.event;
+   std::string text = Show::utcText( event.at ) + "  " + told.router + "  ";
+   if ( !event.vrf.empty() )
+      text += fmt::format( "{} ipv{}  ", Programs::printable( event.vrf ),
+                           event.ipVersion );
+   text += historyWords( event ) + '\n';
    for ( const Event& reason : told.reasons )
-      text += Programs::printable(
-                 fmt::format( "    {:.3f} s before: {}",
-                              static_cast<double>( event.at - reason.at ) / 1000,
-                              lineText( reason ) ) ) +
-              '\n';
+      text += fmt::format( "    {:.3f} s before: {}\n",
+                           static_cast<double>( event.at - reason.at ) / 1000,
+                           historyWords( reason ) );
    return text;
 }
 

@@ -23,6 +23,8 @@ struct Told {
 std::vector<Told> historyOf( Reader& reader, const std::vector<Router>& routers,
                              const HistoryQuestion& question );
 
+// What happened, in words safe for a terminal: "update (198.51.100.7, 239.1.2.3) ...".
+std::string historyWords( const Event& event );
 // A line, with a line for each reason.
 std::string historyText( const Told& told );
 // The event's own object, with `reasons`.

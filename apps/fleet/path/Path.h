@@ -91,6 +91,8 @@ PathAnswer findPath( Reader& reader, const PathQuestion& question );
 
 // Lines for people, safe for a terminal.
 std::string pathText( const PathAnswer& answer );
+// What the upper end of an edge does: "forwards", "does NOT forward".
+const char* edgeWord( const PathAnswer::Edge& edge );
 nlohmann::ordered_json pathJson( const PathAnswer& answer );
 
 }

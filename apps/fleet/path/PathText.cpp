@@ -39,7 +39,7 @@ class Lines {
          router_ = std::max( router_, router( each.from ).size() );
          interface_ = std::max( interface_, fromText( each ).size() );
          to_ = std::max( to_, toText( each ).size() );
-         word_ = std::max( word_, std::string( wordText( each ) ).size() );
+         word_ = std::max( word_, std::string( edgeWord( each ) ).size() );
       }
       for ( const auto& each : answer.receivers )
          receivers_[each.node].push_back( &each );
@@ -67,13 +67,6 @@ class Lines {
                 ? router( edge.to )
                 : router( edge.to ) + ' ' + printable( edge.toInterface );
    }
-   static const char* wordText( const PathAnswer::Edge& edge ) {
-      if ( edge.registers ) return "registers";
-      if ( edge.forwards ) return "forwards";
-      // It need not, if the packets come in there themselves.
-      return edge.judgement ? "does NOT forward" : "on the link";
-   }
-
    std::string noteText( size_t node ) const {
       const auto& is = answer_.nodes[node];
       std::string note;
@@ -131,7 +124,7 @@ class Lines {
          tail = bitsText( edge.fromBits ) + ", " + bitsText( edge.toBits );
       std::string line =
          fmt::format( "{:<{}}  {:<{}}  {:<{}}  -> {:<{}}   {}", router( edge.from ),
-                      router_, fromText( edge ), interface_, wordText( edge ),
+                      router_, fromText( edge ), interface_, edgeWord( edge ),
                       word_, toText( edge ), to_, tail + noteText( edge.to ) );
       line.erase( line.find_last_not_of( ' ' ) + 1 );
       return line;
@@ -172,6 +165,13 @@ class Lines {
    std::string out_;
 };
 
+}
+
+const char* edgeWord( const PathAnswer::Edge& edge ) {
+   if ( edge.registers ) return "registers";
+   if ( edge.forwards ) return "forwards";
+   // It need not, if the packets come in there themselves.
+   return edge.judgement ? "does NOT forward" : "on the link";
 }
 
 std::string pathText( const PathAnswer& answer ) {

@@ -367,11 +367,23 @@ class Script {
 
 }
 
-Fixture::Fixture( const std::vector<std::string>& lines, const RouteKey& stream ) {
+Fixture::Fixture( const std::vector<std::string>& lines, const RouteKey& stream )
+   : root_( std::in_place ) {
+   fill( root_->path(), lines, stream );
+}
+
+Fixture::Fixture( const std::string& directory,
+                  const std::vector<std::string>& lines, const RouteKey& stream ) {
+   fill( directory, lines, stream );
+}
+
+void Fixture::fill( const std::string& directory,
+                    const std::vector<std::string>& lines,
+                    const RouteKey& stream ) {
    Script script( lines, stream );
    scope_ = script.scope();
    values_ = script.values();
-   const std::string store = "sqlite:" + root_.path();
+   const std::string store = "sqlite:" + directory;
    for ( const auto& [router, values] : values_ ) {
       writers_[router] = openWriter( { store }, router, kRun, {} );
       std::vector<Writer::Put> puts;
@@ -382,9 +394,25 @@ Fixture::Fixture( const std::vector<std::string>& lines, const RouteKey& stream 
    reader_ = openReader( { store } );
 }
 
+void Fixture::change( const std::vector<std::string>& lines,
+                      const RouteKey& stream ) {
+   for ( const auto& [router, values] : Script( lines, stream ).values() )
+      for ( const auto& [key, value] : values )
+         if ( std::exchange( values_[router][key], value ) != value )
+            put( router, key, value );
+}
+
 void Fixture::put( const std::string& router, const std::string& key,
                    const std::string& value ) {
    writers_.at( router )->write( {}, { { key, value, 0 } } );
+}
+
+void Fixture::tell( const std::string& router, const Event& event ) {
+   writers_.at( router )->write( { event }, {} );
+}
+
+void Fixture::beat() {
+   for ( const auto& [router, writer] : writers_ ) writer->beat();
 }
 
 }

@@ -25,6 +25,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -38,7 +39,12 @@ constexpr int64_t now = 1'795'370'400'000;  // 2026-11-22T18:00:00Z
 class Fixture {
  public:
    Fixture( const std::vector<std::string>& lines, const RouteKey& stream );
+   // In a directory that is there, and stays.
+   Fixture( const std::string& directory, const std::vector<std::string>& lines,
+            const RouteKey& stream );
 
+   // Writes what differs with these lines, of the same routers.
+   void change( const std::vector<std::string>& lines, const RouteKey& stream );
    Reader& reader() { return *reader_; }
    const Scope& scope() const { return scope_; }
    // Every key of each router.
@@ -47,9 +53,15 @@ class Fixture {
    }
    void put( const std::string& router, const std::string& key,
              const std::string& value );
+   void tell( const std::string& router, const Event& event );
+   // The recorders live on.
+   void beat();
 
  private:
-   Mox::Test::TempRoot root_;
+   void fill( const std::string& directory, const std::vector<std::string>& lines,
+              const RouteKey& stream );
+
+   std::optional<Mox::Test::TempRoot> root_;
    Scope scope_;
    std::map<std::string, std::map<std::string, std::string>> values_;
    std::map<std::string, std::unique_ptr<Writer>> writers_;

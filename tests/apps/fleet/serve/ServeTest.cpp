@@ -1,0 +1,108 @@
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "apps/fleet/serve/Fold.h"
+#include "apps/fleet/serve/Picture.h"
+#include "apps/fleet/serve/Target.h"
+
+namespace Fleet {
+namespace {
+
+// Three below each, in order; the last one breaks if it is to.
+PathAnswer treeOf( size_t routers, bool broken ) {
+   PathAnswer answer;
+   for ( size_t i = 0; i < routers; ++i ) {
+      answer.nodes.push_back( { "r" + std::to_string( i ), "eth0" } );
+      if ( i > 0 ) answer.edges.push_back( { ( i - 1 ) / 3, i, "eth1", "eth0" } );
+   }
+   answer.roots.push_back( { 0 } );
+   if ( broken )
+      answer.edges.back().judgement = { Verdict::notForwarding, "so it is" };
+   return answer;
+}
+
+TEST( Fold, KeepsTheWayToWhatBreaks ) {
+   for ( const bool broken : { false, true } ) {
+      const PathAnswer answer = treeOf( 1000, broken );
+      const auto into = folded( answer, 300 );
+      size_t drawn = 0;
+      for ( size_t node = 0; node < into.size(); ++node ) {
+         EXPECT_EQ( into[into[node]], into[node] ) << node;
+         if ( into[node] != node ) continue;
+         ++drawn;
+         const size_t above = node == 0 ? 0 : ( node - 1 ) / 3;
+         EXPECT_EQ( into[above], above ) << node << " hangs nowhere";
+      }
+      EXPECT_EQ( drawn, 300U );
+      EXPECT_EQ( into[999] == 999, broken );
+      // 998 hangs below 332, that one below 110.
+      EXPECT_EQ( into[998], broken ? 332U : 110U );
+   }
+   const PathAnswer small = treeOf( 300, false );
+   const auto whole = folded( small, 300 );
+   EXPECT_EQ( std::set<size_t>( whole.begin(), whole.end() ).size(), 300U );
+}
+
+TEST( Fold, TellsHowManyAreHidden ) {
+   const Picture picture( treeOf( 1000, false ), false, 40 );
+   // 40 routers and the 39 edges between them.
+   EXPECT_EQ( picture.graph().boxes.size(), 79U );
+   EXPECT_EQ( picture.graph().lines.size(), 78U );
+   Layout layout;
+   layout.boxes.resize( 79 );
+   layout.lines.resize( 78 );
+   const std::string svg = picture.svg( layout );
+   EXPECT_NE( svg.find( "routers below" ), std::string::npos );
+}
+
+TEST( Picture, NamesStayText ) {
+   PathAnswer answer = treeOf( 2, true );
+   const std::string name = "<script>'\"&\xff\x1b[2Jé";
+   answer.nodes[0].router = answer.edges[0].fromInterface = name;
+   answer.scope.vrf = name;
+   answer.edges[0].judgement.reason = answer.verdict = name;
+   const Picture picture( answer, false );
+   Layout layout;
+   layout.boxes.resize( 3 );
+   layout.lines.resize( 2 );
+   const std::string svg = picture.svg( layout );
+   EXPECT_EQ( svg.find( "<script" ), std::string::npos );
+   EXPECT_EQ( svg.find_first_of( "\xff\x1b'" ), std::string::npos );
+   EXPECT_NE( svg.find( "&lt;script&gt;&#39;&quot;&amp;" ), std::string::npos );
+   EXPECT_NE( svg.find( "vrf=%3Cscript%3E%27%22%26%FF" ), std::string::npos );
+}
+
+TEST( Target, IsWellFormedOrNothing ) {
+   const auto target = parseTarget( "/a%2Fb?x=%3c1+2%3E&y=&&z" );
+   ASSERT_TRUE( target );
+   EXPECT_EQ( target->path, "/a/b" );
+   EXPECT_EQ( ( *target )["x"], "<1 2>" );
+   EXPECT_EQ( ( *target )["z"], "" );
+   EXPECT_EQ( ( *parseTarget( "/?a=" + targetText( "é &+%" ) ) )["a"], "é &+%" );
+   for ( const char* wrong :
+         { "", "x", "http://x/", "/%", "/%4", "/%4g", "/?a=1&a=2", "/%00", "/\n" } )
+      EXPECT_FALSE( parseTarget( wrong ) ) << wrong;
+}
+
+TEST( Target, OnlyOwnHosts ) {
+   struct Row {
+      const char* host;
+      const char* listening;
+      bool own;
+   };
+   for ( const Row& row : { Row{ "localhost:8080", "127.0.0.1", true },
+                            { "127.0.0.1", "127.0.0.1", true },
+                            { "[::1]:9", "127.0.0.1", true },
+                            { "192.0.2.1", "192.0.2.1", true },
+                            { "192.0.2.9:80", "0.0.0.0", true },
+                            { "192.0.2.9", "192.0.2.1", false },
+                            { "localhost.example.com", "127.0.0.1", false },
+                            { "127.0.0.1.example.com", "0.0.0.0", false },
+                            { "[::1", "::1", false },
+                            { "", "0.0.0.0", false } } )
+      EXPECT_EQ( isOwnHost( row.host, row.listening ), row.own ) << row.host;
+}
+
+}
+}

@@ -33,13 +33,22 @@ void Following::look( Clock::time_point now ) {
    for ( auto& [text, tree] : trees_ ) {
       try {
          look( tree, now );
+      } catch ( const StoreAway& e ) {
+         // The others would wait for it as long.
+         for ( auto& [other, each] : trees_ ) giveUp( each, e.what(), now );
+         return;
       } catch ( const Mox::Error& e ) {
-         // A store that cannot be read now can be the next time.
-         tree.next = now + doubt;
-         tree.answer.reset();
-         tell( tree, { {}, Show::jsonText( e.what() ) } );
+         giveUp( tree, e.what(), now );
       }
    }
+}
+
+// What cannot be read now can be the next time.
+void Following::giveUp( Tree& tree, const std::string& why,
+                        Clock::time_point now ) {
+   tree.next = now + doubt;
+   tree.answer.reset();
+   tell( tree, { {}, Show::jsonText( why ) } );
 }
 
 void Following::look( Tree& tree, Clock::time_point now ) {

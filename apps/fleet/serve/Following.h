@@ -57,6 +57,7 @@ class Following {
 
    void look( Tree& tree, Clock::time_point now );
    void read( Tree& tree, Clock::time_point now );
+   static void giveUp( Tree& tree, const std::string& why, Clock::time_point now );
    static void tell( Tree& tree, Telling telling );
 
    Find find_;

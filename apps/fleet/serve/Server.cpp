@@ -78,7 +78,7 @@ struct Server::State {
 
    // What is destroyed last stands first: clients name what stands above them.
    Answers answers;
-   Clients clients{ answers, {}, 0, 0, {} };
+   Clients clients{ answers, {}, 0, 0, {}, {} };
    bool waiting = false;
    asio::io_context loop{ 1 };
    tcp::acceptor acceptor{ loop };
@@ -105,6 +105,7 @@ Server::~Server() {
    // Nothing is told to a loop that goes.
    state_->answers.stop();
    state_->clients.gone = {};
+   state_->clients.waiting.clear();
 }
 
 std::string Server::address() const {

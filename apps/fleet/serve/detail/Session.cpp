@@ -95,10 +95,17 @@ void Session::ask( const Target& target ) {
    if ( !Answers::knows( target.path ) )
       return refuse( 404, "There is no such page." );
    stream_.expires_never();
-   clients_.answers.ask( target, [self = shared_from_this()]( const Answer& told ) {
-      boost::asio::post( self->stream_.get_executor(),
-                         [self, told] { self->answer( told ); } );
-   } );
+   clients_.waiting.insert( shared_from_this() );
+   clients_.answers.ask( target,
+                         [weak = weak_from_this(),
+                          executor = stream_.get_executor()]( const Answer& told ) {
+                            boost::asio::post( executor, [weak, told] {
+                               const auto self = weak.lock();
+                               if ( !self ) return;
+                               self->clients_.waiting.erase( self );
+                               self->answer( told );
+                            } );
+                         } );
 }
 
 void Session::refuse( unsigned status, const std::string& sentence ) {
@@ -166,7 +173,6 @@ void Session::follow( const Target& target ) {
    if ( clients_.streams >= Server::mostStreams )
       return refuse( 503, "Too many pages follow a tree." );
    try {
-      // A page that went is not kept by the answers' thread.
       follower_ = clients_.answers.follow(
          target, [weak = weak_from_this(),
                   executor = stream_.get_executor()]( const Telling& telling ) {

@@ -9,11 +9,14 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "apps/fleet/serve/Answers.h"
 
 namespace Fleet {
+
+class Session;
 
 // What the connections of a server share; outlives them.
 struct Clients {
@@ -21,6 +24,9 @@ struct Clients {
    std::string host;  // that is listened at: "127.0.0.1"
    size_t all = 0, streams = 0;
    std::function<void()> gone = {};  // a connection has ended
+   // Those that wait for an answer. The answers' threads do not hold them: one of them
+   // would end there.
+   std::set<std::shared_ptr<Session>> waiting = {};
 };
 
 // Lives until its last operation is done. The server's thread only.

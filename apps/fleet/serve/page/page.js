@@ -4,11 +4,13 @@
 
 const byId = (id) => document.getElementById(id);
 const slow = 10000; // ms between looks at what is not followed
+const most = 200; // routers in the list
 const narrow = matchMedia("(max-width: 700px)");
 
 let events = null; // the stream of the asked tree
 let tree = null; // its last telling
 let drawings = 0; // asked for; an older one that comes late is not shown
+let placed = false; // has the reader been led to what matters?
 let retry = null;
 
 // An element with text or elements in it.
@@ -84,11 +86,29 @@ function sayVerdict() {
 
 const ends = { attached: "The source is on", rp: "The RP is", registers: "The source, with a router that registers it, is on", asked: "From", cut: "The way up ends at" };
 
+// The edges as the packets flow.
+function ordered() {
+  const order = tree.roots.map((root) => root.node);
+  const place = new Map(order.map((node, index) => [node, index]));
+  const below = new Map();
+  for (const edge of tree.edges) below.set(edge.from.node, [...(below.get(edge.from.node) || []), edge.to.node]);
+  for (const node of order) {
+    for (const each of below.get(node) || []) {
+      if (!place.has(each)) {
+        place.set(each, order.length);
+        order.push(each);
+      }
+    }
+  }
+  const at = (end) => place.get(end.node) ?? order.length;
+  return [...tree.edges].sort((a, b) => at(a.from) - at(b.from) || at(a.to) - at(b.to));
+}
+
 function listTree() {
   const word = (part) => (part.verdict === "stale" ? "in doubt: stale" : `BREAKS: ${part.verdict}`);
   const state = (part) => (part.verdict === "fine" ? make("span", {}, "fine") : make("span", { class: part.verdict === "stale" ? "doubtful" : "bad" }, word(part)));
   const at = (end) => (end.interface ? `${end.router} ${end.interface}` : end.router);
-  byId("edges").replaceChildren(...tree.edges.map((edge) => make("tr", {},
+  byId("edges").replaceChildren(...ordered().map((edge) => make("tr", {},
     make("td", {}, make("a", { href: `?${query({ history: `${edge.from.router},${edge.to.router}` })}` }, at(edge.from))),
     make("td", {}, edge.word), make("td", { class: "name" }, at(edge.to)), make("td", {}, edge.rate),
     make("td", {}, state(edge), edge.reason ? ` ${edge.reason}` : ""))));
@@ -112,6 +132,16 @@ function fit(svg) {
   svg.style.height = `${height * scale}px`;
 }
 
+// To the first break, or else to the root.
+function lead(svg) {
+  if (placed) return;
+  placed = true;
+  const place = byId("tree").getBoundingClientRect();
+  const part = (svg.querySelector(".broken rect") || svg.querySelector("a rect")).getBoundingClientRect();
+  byId("tree").scrollTop += part.top + part.height / 2 - place.top - place.height / 2;
+  byId("tree").scrollLeft += part.left + part.width / 2 - place.left - place.width / 2;
+}
+
 async function draw() {
   const drawing = ++drawings;
   const place = byId("tree");
@@ -125,6 +155,7 @@ async function draw() {
     if (focused) [...svg.querySelectorAll("a")].find((each) => each.getAttribute("href") === focused)?.focus();
     byId("no-tree").hidden = true;
     place.hidden = false;
+    lead(svg);
   } catch (error) {
     if (drawing !== drawings) return;
     place.hidden = true;
@@ -230,9 +261,10 @@ async function showRouters() {
     const routers = await answerJson("api/routers");
     const live = routers.filter((each) => each.state === "live").length;
     byId("counted").textContent = live === routers.length ? `All ${live} are recorded.` : `${live} of ${routers.length} are recorded now; of the others this is the last state.`;
+    if (routers.length > most) byId("counted").textContent += ` Shown are ${most}, those first that are not.`;
     // Those first that need a look.
     routers.sort((a, b) => (a.state === "live") - (b.state === "live"));
-    byId("routers").replaceChildren(...routers.slice(0, 200).map((each) => make("tr", {}, make("td", {}, each.router),
+    byId("routers").replaceChildren(...routers.slice(0, most).map((each) => make("tr", {}, make("td", {}, each.router),
       make("td", {}, make("span", { class: stateClass[each.state] }, each.state), each.problem ? `: ${each.problem}` : ""),
       make("td", { class: "number" }, String(each["wc-routes"])), make("td", { class: "number" }, String(each["sg-routes"])),
       make("td", {}, each.agents.join(", ")))));
@@ -267,6 +299,7 @@ function show() {
   byId("stream-name").textContent = name;
   byId("stream-name").dataset.question = query();
   tree = null;
+  placed = false;
   drawings += 1;
   byId("tree").replaceChildren();
   byId("edges").replaceChildren();

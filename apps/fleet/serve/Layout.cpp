@@ -31,7 +31,7 @@ std::string dotOf( const Graph& graph ) {
 // Reads Graphviz's format "plain": inches, upwards.
 class Plain {
  public:
-   Plain( const Graph& graph, const std::string& text ) : graph_( graph ) {
+   Plain( const Graph& graph, const std::string& text ) {
       layout_.boxes.resize( graph.boxes.size() );
       layout_.lines.resize( graph.lines.size() );
       for ( size_t i = 0; i < graph.lines.size(); ++i )
@@ -85,7 +85,6 @@ class Plain {
       return { x, layout_.size.height - number( in ) };
    }
 
-   const Graph& graph_;
    Layout layout_;
    std::multimap<std::pair<size_t, size_t>, size_t> lines_;  // not met yet
    bool whole_ = false;

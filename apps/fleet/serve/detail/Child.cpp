@@ -34,8 +34,8 @@ std::string found( const std::string& program ) {
       const std::string file = folder + '/' + program;
       if ( access( file.c_str(), X_OK ) == 0 ) return file;
    }
-   throw NoLayout( "there is no program " + program +
-                   ": install the package graphviz for the picture" );
+   throw NoLayout( "the program " + program +
+                   " is missing; install the package graphviz" );
 }
 
 void limit( __rlimit_resource what, rlim_t most ) {

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "apps/fleet/serve/Fold.h"
+#include "apps/fleet/serve/Following.h"
 #include "apps/fleet/serve/Picture.h"
 #include "apps/fleet/serve/Target.h"
 
@@ -71,6 +72,118 @@ TEST( Picture, NamesStayText ) {
    EXPECT_EQ( svg.find_first_of( "\xff\x1b'" ), std::string::npos );
    EXPECT_NE( svg.find( "&lt;script&gt;&#39;&quot;&amp;" ), std::string::npos );
    EXPECT_NE( svg.find( "vrf=%3Cscript%3E%27%22%26%FF" ), std::string::npos );
+}
+
+TEST( Picture, SaysStatesInWords ) {
+   struct Row {
+      void ( *flip )( PathAnswer& );
+      const char* word;
+   };
+   for ( const Row& row :
+         { Row{ []( PathAnswer& a ) { a.edges[0].forwards = true; },
+                "eth1 forwards" },
+           { []( PathAnswer& a ) { a.edges[0].toBits = 4.1e6; }, "4.1 Mbit/s" },
+           { []( PathAnswer& a ) { a.edges[0].judgement.verdict = Verdict::loop; },
+             "BREAKS: loop" },
+           { []( PathAnswer& a ) { a.edges[0].judgement.verdict = Verdict::stale; },
+             "in doubt: stale" },
+           { []( PathAnswer& a ) { a.nodes[1].stale = true; }, ">stale<" },
+           { []( PathAnswer& a ) {
+               a.nodes[1].agentGone = true, a.nodes[1].asOf = 1;
+            },
+             "as of 1970-01-01T00:00:00.001Z" },
+           { []( PathAnswer& a ) {
+               a.receivers.push_back( { 1, "eth9" } );
+            },
+             "eth9 unknown receiver" } } ) {
+      PathAnswer answer = treeOf( 2, false );
+      const auto drawn = [&] {
+         Layout layout;
+         layout.boxes.resize( 3 );
+         layout.lines.resize( 2 );
+         return Picture( answer, true ).svg( layout );
+      };
+      EXPECT_EQ( drawn().find( row.word ), std::string::npos ) << row.word;
+      row.flip( answer );
+      EXPECT_NE( drawn().find( row.word ), std::string::npos ) << row.word;
+   }
+}
+
+// A store whose bell and answer the test sets.
+struct Followed : testing::Test {
+   struct OwnBell : Bell {
+      explicit OwnBell( bool& flag ) : flag_( flag ) {}
+      bool rang() override { return std::exchange( flag_, false ); }
+      bool& flag_;
+   };
+
+   // What is told at a time, in ms.
+   std::vector<std::string> at( int time ) {
+      told.clear();
+      following.look( Following::Clock::time_point(
+         std::chrono::milliseconds( time ) + std::chrono::hours( 1 ) ) );
+      return told;
+   }
+   void follow( uint64_t follower ) {
+      following.add( follower, "tree", {}, [this]( const Telling& telling ) {
+         told.push_back( telling.name.empty() ? telling.text : answer.verdict );
+      } );
+   }
+
+   PathAnswer answer = treeOf( 2, false );
+   bool rings = true, away = false;
+   int reads = 0;
+   std::vector<std::string> told;
+   Following following{ [this]( const PathQuestion& ) {
+                          ++reads;
+                          if ( away ) throw StoreAway( "away" );
+                          return answer;
+                       },
+                        [this]( const PathQuestion& ) {
+                           return std::make_unique<OwnBell>( rings );
+                        } };
+};
+
+using Tellings = std::vector<std::string>;
+
+TEST_F( Followed, TellsChangesOnce ) {
+   answer.verdict = "one";
+   follow( 1 );
+   EXPECT_EQ( at( 0 ), Tellings{ "one" } );
+   rings = true;
+   EXPECT_EQ( at( 200 ), Tellings{} );  // nothing new
+   answer.verdict = "two";
+   EXPECT_EQ( at( 400 ), Tellings{} );            // no bell
+   EXPECT_EQ( at( 10'200 ), Tellings{ "two" } );  // but it looks anyway
+   told.clear();
+   follow( 2 );
+   EXPECT_EQ( told, Tellings{ "two" } );
+   answer.verdict = "three";
+   rings = true;
+   EXPECT_EQ( at( 10'400 ), ( Tellings{ "three", "three" } ) );
+   EXPECT_EQ( reads, 4 );
+   following.remove( 1 );
+   following.remove( 2 );
+   EXPECT_TRUE( following.empty() );
+}
+
+TEST_F( Followed, LooksTwiceAtWhatBreaks ) {
+   follow( 1 );
+   at( 0 );
+   answer = treeOf( 2, true );
+   answer.broken = true;
+   answer.verdict = "breaks";
+   rings = true;
+   EXPECT_EQ( at( 200 ), Tellings{} );
+   EXPECT_EQ( at( 600 ), Tellings{} );
+   EXPECT_EQ( at( 700 ), Tellings{ "breaks" } );
+   ASSERT_TRUE( following.last( "tree" ) );
+   away = rings = true;
+   EXPECT_EQ( at( 900 ), Tellings{ "\"away\"" } );
+   EXPECT_FALSE( following.last( "tree" ) );
+   away = false;
+   at( 1400 );
+   EXPECT_EQ( at( 1900 ), Tellings{ "breaks" } );
 }
 
 TEST( Target, IsWellFormedOrNothing ) {

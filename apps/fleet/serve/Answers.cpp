@@ -172,7 +172,7 @@ bool Answers::knows( const std::string& path ) {
           path == "/api/history" || path == "/api/check";
 }
 
-void Answers::ask( const Target& target, Tell tell ) {
+void Answers::ask( const Target& target, const Tell& tell ) {
    const bool taken = asking_.post( [this, target, tell] {
       if ( isPath( target.path ) ) return path( target, tell, false );
       tell( answered( [&] { return answer( target ); } ) );
@@ -255,7 +255,7 @@ Layout Answers::layout( const Graph& graph ) {
    return layouts_.front().second;
 }
 
-uint64_t Answers::follow( const Target& target, Following::Tell tell ) {
+uint64_t Answers::follow( const Target& target, const Following::Tell& tell ) {
    const PathQuestion question = questionOf( target );
    const uint64_t follower = ++followers_;
    asking_.postAt( Worker::Clock::now(), [this, question, follower, tell] {

@@ -34,11 +34,11 @@ class Answers {
    // Is there an answer to what this path asks?
    static bool knows( const std::string& path );
    // Answers once, later or at once. Any thread.
-   void ask( const Target& target, Tell tell );
+   void ask( const Target& target, const Tell& tell );
 
    // Tells changes of the tree until leave(). The returned number is never 0. Throws
    // Mox::ParseError or Programs::WrongUsage for what asks no tree. Any thread.
-   uint64_t follow( const Target& target, Following::Tell tell );
+   uint64_t follow( const Target& target, const Following::Tell& tell );
    void leave( uint64_t follower );
 
    // Ends both threads: nothing is told from here on.

@@ -132,12 +132,12 @@ function fit(svg) {
   svg.style.height = `${height * scale}px`;
 }
 
-// To the first break, or else to the root.
+// To the first break or doubt, or else to the root.
 function lead(svg) {
   if (placed) return;
   placed = true;
   const place = byId("tree").getBoundingClientRect();
-  const part = (svg.querySelector(".broken rect") || svg.querySelector("a rect")).getBoundingClientRect();
+  const part = (svg.querySelector(".broken rect") || svg.querySelector(".doubtful rect") || svg.querySelector("a rect")).getBoundingClientRect();
   byId("tree").scrollTop += part.top + part.height / 2 - place.top - place.height / 2;
   byId("tree").scrollLeft += part.left + part.width / 2 - place.left - place.width / 2;
 }

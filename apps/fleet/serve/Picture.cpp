@@ -8,85 +8,21 @@
 
 #include "apps/fleet/serve/Fold.h"
 #include "apps/fleet/serve/Target.h"
+#include "apps/fleet/serve/detail/SvgText.h"
 #include "apps/mirror/Events.h"
-#include "apps/program/Printable.h"
 #include "apps/show/text/Words.h"
 
 namespace Fleet {
 
 namespace {
 
-using Programs::printable;
-
 // Of the picture's font, which the page's style sets: 12 pixels, all letters of a width.
 constexpr double kLetter = 7.3, kLine = 17.0, kMargin = 10.0;
-constexpr size_t kLongest = 30;  // letters of a line
 constexpr size_t kStep = 4;  // letters; rates change without moving all the boxes
 constexpr size_t kReceivers = 4;  // lines of them in a box
 
 std::string text( const IpGenAddr& address ) {
    return Vantu::valueToStrep( address );
-}
-
-// Of UTF-8; other bytes count as letters of their own.
-size_t letters( const std::string& line ) {
-   return static_cast<size_t>( std::count_if(
-      line.begin(), line.end(), []( char c ) { return ( c & 0xc0 ) != 0x80; } ) );
-}
-
-std::string shortened( const std::string& line ) {
-   if ( letters( line ) <= kLongest ) return line;
-   size_t left = kLongest - 1, end = 0;
-   while ( end < line.size() && ( left > 0 || ( line[end] & 0xc0 ) == 0x80 ) )
-      if ( ( line[end++] & 0xc0 ) != 0x80 ) --left;
-   return line.substr( 0, end ) + "…";
-}
-
-// Bytes that are no UTF-8 become "?": one would make the whole picture unreadable.
-std::string wellFormed( const std::string& line ) {
-   std::string out;
-   for ( size_t i = 0; i < line.size(); ) {
-      const auto lead = static_cast<unsigned char>( line[i] );
-      const size_t size = lead < 0x80                    ? 1
-                          : lead >= 0xc2 && lead < 0xe0  ? 2
-                          : ( lead & 0xf0 ) == 0xe0      ? 3
-                          : lead >= 0xf0 && lead <= 0xf4 ? 4
-                                                         : 0;
-      const std::string part = line.substr( i, std::max<size_t>( size, 1 ) );
-      const bool whole = size != 0 && part.size() == size &&
-                         std::all_of( part.begin() + 1, part.end(), []( char c ) {
-                            return ( c & 0xc0 ) == 0x80;
-                         } );
-      out += whole ? part : "?";
-      i += whole ? size : 1;
-   }
-   return out;
-}
-
-std::string escaped( const std::string& line ) {
-   std::string out;
-   for ( const char each : wellFormed( printable( line ) ) ) {
-      switch ( each ) {
-         case '&':
-            out += "&amp;";
-            break;
-         case '<':
-            out += "&lt;";
-            break;
-         case '>':
-            out += "&gt;";
-            break;
-         case '"':
-            out += "&quot;";
-            break;
-         case '\'':
-            out += "&#39;";
-            break;
-         default:
-            out += each;
-      }
-   }
-   return out;
 }
 
 // The page with the history of these routers, of the same stream.
@@ -197,7 +133,7 @@ Picture::Picture( const PathAnswer& answer, bool down, size_t most ) {
 void Picture::add( Box box ) {
    size_t width = 0;
    for ( std::string& line : box.lines ) {
-      line = shortened( printable( line ) );
+      line = shortened( line );
       width = std::max( width, letters( line ) );
    }
    width = ( width + kStep - 1 ) / kStep * kStep;

@@ -149,6 +149,7 @@ async function draw() {
     const text = await answer(`svg?${query({ layout: narrow.matches ? "down" : "" })}`);
     if (drawing !== drawings) return;
     const svg = document.importNode(new DOMParser().parseFromString(text, "image/svg+xml").documentElement, true);
+    if (svg.localName !== "svg") throw new Error("it is malformed");
     const focused = place.contains(document.activeElement) ? document.activeElement.getAttribute("href") : null;
     place.replaceChildren(svg);
     fit(svg);

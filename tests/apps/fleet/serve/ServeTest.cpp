@@ -59,7 +59,8 @@ TEST( Fold, TellsHowManyAreHidden ) {
 
 TEST( Picture, NamesStayText ) {
    PathAnswer answer = treeOf( 2, true );
-   const std::string name = "<script>'\"&\xff\x1b[2Jé";
+   const std::string name =
+      "<script>'\"&\xff\xed\xa0\x80\xef\xbf\xbf\xc0\x80\x1b[2Jé";
    answer.nodes[0].router = answer.edges[0].fromInterface = name;
    answer.scope.vrf = name;
    answer.edges[0].judgement.reason = answer.verdict = name;
@@ -69,9 +70,10 @@ TEST( Picture, NamesStayText ) {
    layout.lines.resize( 2 );
    const std::string svg = picture.svg( layout );
    EXPECT_EQ( svg.find( "<script" ), std::string::npos );
-   EXPECT_EQ( svg.find_first_of( "\xff\x1b'" ), std::string::npos );
+   EXPECT_EQ( svg.find_first_of( "\xff\xed\xef\xc0\x1b'" ), std::string::npos );
    EXPECT_NE( svg.find( "&lt;script&gt;&#39;&quot;&amp;" ), std::string::npos );
-   EXPECT_NE( svg.find( "vrf=%3Cscript%3E%27%22%26%FF" ), std::string::npos );
+   EXPECT_NE( svg.find( "é" ), std::string::npos );
+   EXPECT_NE( svg.find( "vrf=%3Cscript%3E%27%22%26%FF%ED" ), std::string::npos );
 }
 
 TEST( Picture, SaysStatesInWords ) {

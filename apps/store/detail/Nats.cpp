@@ -32,9 +32,12 @@ bool isRefusal( natsStatus status ) {
 std::string lastError( natsStatus status ) {
    natsStatus last = NATS_OK;
    const char* text = nats_GetLastError( &last );
-   return last == status && text != nullptr && *text != 0
-             ? text
-             : natsStatus_GetText( status );
+   if ( last != status || text == nullptr || *text == 0 )
+      return natsStatus_GetText( status );
+   // "(conn.c:733): No server": where the library says it is of use to nobody.
+   const std::string all = text;
+   const size_t at = all.starts_with( '(' ) ? all.find( "): " ) : std::string::npos;
+   return at == std::string::npos ? all : all.substr( at + 3 );
 }
 
 // A key that others can read is no secret.
@@ -215,7 +218,14 @@ void NatsConnection::connect( const StoreAddress& address,
    set( natsOptions_SetErrorHandler( options.own, Heard::failed, &heard_ ) );
    set( natsOptions_SetDisconnectedCB( options.own, Heard::lost, &heard_ ) );
    setSecurity( options.own, address );
-   checkNats( natsConnection_Connect( &connection_, options.own ), address.store );
+   const natsStatus status = natsConnection_Connect( &connection_, options.own );
+   // So ends a connection whose client shows no certificate, or an unknown one.
+   if ( status == NATS_PROTOCOL_ERROR && !address.authority.empty() )
+      throw StoreRefuses( address.store + ": the server does not accept " +
+                          ( address.certificate.empty()
+                               ? "clients without a certificate"
+                               : address.certificate ) );
+   checkNats( status, address.store );
 }
 
 NatsConnection::~NatsConnection() {

@@ -67,6 +67,17 @@ class NatsConnection {
    bool closed() const;
    // How often a server was lost.
    uint64_t losses() const;
+   // Calls; where nothing is answered because the server does not permit it, that is thrown.
+   template <class Call>
+   void permitted( const Call& call ) {
+      try {
+         call();
+      } catch ( const StoreAway& ) {
+         const std::string refusal = takeRefusal();
+         if ( refusal.empty() ) throw;
+         throw StoreRefuses( refusal );
+      }
+   }
    // What the server refused since this was asked last, as it said it; empty: nothing.
    std::string takeRefusal();
 

@@ -265,7 +265,8 @@ void NatsReader::forget( const std::string& router ) {
       js_DeleteStream( connection().streams(), stream.c_str(), nullptr, &code );
    if ( status == NATS_NOT_FOUND )
       throw StoreMissing( "the store has no router " + router );
-   checkNats( status, "removing " + stream, code );
+   connection_->permitted(
+      [&] { checkNats( status, "removing " + stream, code ); } );
    jsOptions options;
    jsOptions_Init( &options );
    const std::string subject = names_.historyPrefix( router ) + '>';

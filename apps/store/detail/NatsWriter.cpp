@@ -50,16 +50,11 @@ void NatsWriter::connect() {
    connection_.reset();
    connection_ =
       std::make_unique<NatsConnection>( address_, names_.writer( router_ ) );
-   try {
+   connection_->permitted( [&] {
       ensureStreams( *connection_, names_, router_, keeping_ );
       lease_ =
          std::make_unique<NatsLease>( *connection_, names_, router_, instance_ );
-   } catch ( const StoreAway& ) {
-      // What is not permitted is not answered either.
-      const std::string refusal = connection_->takeRefusal();
-      if ( refusal.empty() ) throw;
-      throw StoreRefuses( refusal );
-   }
+   } );
    foreign_ = connection_->ring( prefix_ + '>' );
    losses_ = connection_->losses();
    rings_ = connection_->rings();

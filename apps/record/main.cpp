@@ -38,6 +38,7 @@ void declare( CLI::App& app, Arguments& arguments ) {
                    "On how many servers to keep each copy" )
       ->type_name( "N" )
       ->check( CLI::IsMember( { 1, 3, 5 } ) )
+      ->envname( "PIMSM_REPLICAS" )
       ->capture_default_str();
    app.add_option( "--state-bytes", arguments.keeping.stateBytes,
                    "How much room the servers reserve for the router's state" )

@@ -110,6 +110,7 @@ std::vector<Router> routersOf( Reader& reader, const std::string& name ) {
                              joined( names ) );
       names = { name };
    }
+   reader.foresee( names, { keyText( {} ) } );
    std::vector<Router> routers;
    for ( const std::string& each : names )
       routers.push_back( routerOf( reader, each ) );

@@ -214,6 +214,7 @@ void NatsConnection::connect( const StoreAddress& address,
       set( natsOptions_SetNoEcho( options.own, true ) );
       set( natsOptions_SetCustomInboxPrefix( options.own,
                                              ( "_INBOX." + writer ).c_str() ) );
+      inbox_ = "_INBOX." + writer + '.';
    }
    set( natsOptions_SetErrorHandler( options.own, Heard::failed, &heard_ ) );
    set( natsOptions_SetDisconnectedCB( options.own, Heard::lost, &heard_ ) );

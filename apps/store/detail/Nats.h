@@ -60,6 +60,9 @@ class NatsConnection {
 
    natsConnection* get() const { return connection_; }
    jsCtx* streams() const { return streams_; }
+   // What the subjects of answers that are not the library's begin with, with a dot or
+   // empty.
+   const std::string& inbox() const { return inbox_; }
 
    // Is there a server at the moment?
    bool up() const;
@@ -97,6 +100,7 @@ class NatsConnection {
    Heard& heard_;
    natsConnection* connection_ = nullptr;
    jsCtx* streams_ = nullptr;
+   std::string inbox_;
 
    void connect( const StoreAddress& address, const std::string& writer );
 };

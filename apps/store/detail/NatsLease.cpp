@@ -1,9 +1,11 @@
 #include "apps/store/detail/NatsLease.h"
 
 #include <fmt/format.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -48,8 +50,8 @@ bool isGone( const Json& holder ) {
    const Json pid = holder.is_object() ? holder.value( "pid", Json() ) : Json();
    if ( !pid.is_number_unsigned() || textOf( holder, "processes" ) != processes() )
       return false;
-   return access( fmt::format( "/proc/{}", pid.get<uint64_t>() ).c_str(), F_OK ) !=
-          0;
+   // Processes of others may be hidden in /proc, and are there all the same.
+   return kill( pid.get<pid_t>(), 0 ) != 0 && errno == ESRCH;
 }
 
 }

@@ -1,6 +1,9 @@
 #include "apps/store/detail/NatsRead.h"
 
 #include <charconv>
+#include <ctime>
+#include <iomanip>
+#include <sstream>
 
 namespace Fleet {
 
@@ -8,18 +11,6 @@ namespace {
 
 constexpr int64_t kAnswer = 2000;            // ms: so long an answer may take
 constexpr int64_t kNanoseconds = 1'000'000;  // of a ms
-
-// How many the consumer will deliver, or has delivered.
-uint64_t countOf( natsSubscription* subscription, const std::string& stream ) {
-   jsConsumerInfo* info = nullptr;
-   jsErrCode code{};
-   checkNats(
-      natsSubscription_GetConsumerInfo( &info, subscription, nullptr, &code ),
-      "reading " + stream, code );
-   const uint64_t count = info->NumPending + info->Delivered.Consumer;
-   jsConsumerInfo_Destroy( info );
-   return count;
-}
 
 NatsSubscription consume( const NatsConnection& connection, const NatsScan& scan ) {
    jsSubOptions options;
@@ -35,24 +26,41 @@ NatsSubscription consume( const NatsConnection& connection, const NatsScan& scan
       options.Config.DeliverPolicy = js_DeliverByStartTime;
       options.Config.OptStartTime = scan.since * kNanoseconds;
    }
+   // With a server of three gone, the others may give the task to it.
+   constexpr int kTries = 3;
    natsSubscription* own = nullptr;
    jsErrCode code{};
-   const natsStatus status = js_SubscribeSync(
-      &own, connection.streams(), scan.subject.c_str(), nullptr, &options, &code );
+   natsStatus status = NATS_TIMEOUT;
+   for ( int i = 0; i < kTries && status == NATS_TIMEOUT; ++i )
+      status = js_SubscribeSync( &own, connection.streams(), scan.subject.c_str(),
+                                 nullptr, &options, &code );
    NatsSubscription subscription( own );
    checkNats( status, "reading " + scan.stream, code );
    natsSubscription_SetPendingLimits( own, -1, -1 );
    return subscription;
 }
 
-// Nothing within the time of an answer: null.
-NatsMessage next( natsSubscription* subscription ) {
-   natsMsg* own = nullptr;
-   const natsStatus status =
-      natsSubscription_NextMsg( &own, subscription, kAnswer );
-   if ( status == NATS_TIMEOUT ) return nullptr;
-   checkNats( status, "waiting for an answer" );
-   return NatsMessage( own );
+// "2026-11-22T22:56:29.968123456Z" as ms since 1970, rounded up.
+int64_t millisecondsOf( const std::string& text ) {
+   std::tm time{};
+   std::istringstream( text ) >> std::get_time( &time, "%Y-%m-%dT%H:%M:%S" );
+   return ( int64_t{ timegm( &time ) } + 1 ) * 1000;
+}
+
+// Null if nothing comes within the time of an answer, or the server is lost meanwhile.
+NatsMessage next( const NatsConnection& connection,
+                  natsSubscription* subscription ) {
+   constexpr int64_t kSlice = 100;  // ms
+   const uint64_t losses = connection.losses();
+   for ( int64_t waited = 0; waited < kAnswer; waited += kSlice ) {
+      natsMsg* own = nullptr;
+      const natsStatus status =
+         natsSubscription_NextMsg( &own, subscription, kSlice );
+      if ( status == NATS_OK ) return NatsMessage( own );
+      if ( status != NATS_TIMEOUT ) checkNats( status, "waiting for an answer" );
+      if ( connection.losses() != losses || !connection.up() ) return nullptr;
+   }
+   return nullptr;
 }
 
 // Requests that are on their way, and where their answers come.
@@ -62,7 +70,7 @@ class Burst {
       : connection_( connection ), exact_( exact ), found_( exact.size() ) {
       natsInbox* inbox = nullptr;
       checkNats( natsInbox_Create( &inbox ), "an inbox" );
-      prefix_ = std::string( inbox ) + '.';
+      prefix_ = connection.inbox() + inbox + '.';
       natsInbox_Destroy( inbox );
       natsSubscription* own = nullptr;
       checkNats( natsConnection_SubscribeSync( &own, connection.get(),
@@ -93,16 +101,15 @@ class Burst {
    }
 
    void hear() {
-      NatsMessage message = next( subscription_.get() );
+      NatsMessage message = next( connection_, subscription_.get() );
       if ( message == nullptr ) throw StoreAway( "the store does not answer" );
       const std::string_view subject = natsMsg_GetSubject( message.get() );
       size_t i = 0;
       std::from_chars( subject.data() + prefix_.size(),
                        subject.data() + subject.size(), i );
       if ( i >= exact_.size() ) return;
-      if ( natsMsg_IsNoResponders( message.get() ) )
-         throw StoreAway( "no server has " + exact_[i].stream + " at the moment" );
-      if ( headerOf( message, "Status" ).empty() && !isRemoval( message ) )
+      if ( headerOf( message, "Status" ).empty() ||
+           natsMsg_IsNoResponders( message.get() ) )
          found_[i] = std::move( message );
    }
 
@@ -123,22 +130,49 @@ struct Meta {
    jsMsgMetaData* own = nullptr;
 };
 
+// The sequence of the last message that the scan is to find; 0: it will find none.
+uint64_t lastOf( const NatsConnection& connection, const NatsScan& scan ) {
+   const auto found = readNats( connection, { { scan.stream, scan.subject } } );
+   const NatsMessage& message = found[0];
+   if ( message == nullptr ) return 0;
+   if ( natsMsg_IsNoResponders( message.get() ) ) {
+      jsStreamInfo* info = nullptr;
+      jsErrCode code{};
+      const natsStatus status = js_GetStreamInfo(
+         &info, connection.streams(), scan.stream.c_str(), nullptr, &code );
+      jsStreamInfo_Destroy( info );
+      checkNats( status, "reading " + scan.stream, code );
+      throw StoreAway( "no server has " + scan.stream + " at the moment" );
+   }
+   if ( scan.after == 0 &&
+        millisecondsOf( headerOf( message, "Nats-Time-Stamp" ) ) < scan.since )
+      return 0;
+   const std::string text = headerOf( message, "Nats-Sequence" );
+   uint64_t sequence = 0;
+   std::from_chars( text.data(), text.data() + text.size(), sequence );
+   return sequence;
+}
+
 }
 
 void scanNats(
    const NatsConnection& connection, const NatsScan& scan,
    const std::function<void( const NatsMessage&, const NatsRead& )>& call ) {
+   uint64_t end = scan.until != 0 ? scan.until : lastOf( connection, scan );
+   if ( end <= scan.after ) return;
    const NatsSubscription subscription = consume( connection, scan );
-   if ( countOf( subscription.get(), scan.stream ) == 0 ) return;
-   for ( ;; ) {
-      const NatsMessage message = next( subscription.get() );
-      if ( message == nullptr )
+   uint64_t sequence = 0;
+   while ( sequence < end ) {
+      const NatsMessage message = next( connection, subscription.get() );
+      if ( message == nullptr ) {
+         // What was to be the last may have gone since.
+         if ( scan.until == 0 && lastOf( connection, scan ) <= sequence ) return;
          throw StoreAway( "reading " + scan.stream +
                           ": no server goes on with it" );
+      }
       const Meta meta( message );
-      call( message,
-            { natsMsg_GetSubject( message.get() ), meta.own->Sequence.Stream } );
-      if ( meta.own->NumPending == 0 ) return;
+      sequence = meta.own->Sequence.Stream;
+      call( message, { natsMsg_GetSubject( message.get() ), sequence } );
    }
 }
 
@@ -146,6 +180,27 @@ std::vector<NatsMessage> readNats( const NatsConnection& connection,
                                    const std::vector<NatsExact>& exact ) {
    if ( exact.empty() ) return {};
    return Burst( connection, exact ).run();
+}
+
+std::vector<std::string> subjectsOf( const NatsConnection& connection,
+                                     const std::string& stream,
+                                     const std::string& filter ) {
+   jsOptions options;
+   jsOptions_Init( &options );
+   options.Stream.Info.SubjectsFilter = filter.c_str();
+   jsStreamInfo* info = nullptr;
+   jsErrCode code{};
+   const natsStatus status = js_GetStreamInfo( &info, connection.streams(),
+                                               stream.c_str(), &options, &code );
+   const std::unique_ptr<jsStreamInfo,
+                         NatsDestroy<jsStreamInfo, jsStreamInfo_Destroy>>
+      owner( info );
+   checkNats( status, "reading " + stream, code );
+   std::vector<std::string> subjects;
+   const jsStreamStateSubjects* const found = info->State.Subjects;
+   for ( int i = 0; found != nullptr && i < found->Count; ++i )
+      subjects.emplace_back( found->List[i].Subject );
+   return subjects;
 }
 
 bool isRemoval( const NatsMessage& message ) {

@@ -26,6 +26,19 @@ uint64_t numberOf( const std::string& text ) {
    return number;
 }
 
+bool nobodyHas( const NatsMessage& message ) {
+   return message != nullptr && natsMsg_IsNoResponders( message.get() );
+}
+
+bool stands( const NatsMessage& message ) {
+   return message != nullptr && !isRemoval( message );
+}
+
+void requireServer( const NatsMessage& message, const std::string& router ) {
+   if ( nobodyHas( message ) )
+      throw StoreAway( "no server has the state of " + router + " at the moment" );
+}
+
 // Whoever hears of a value may be faster than the server that stores it: the second ring
 // of each comes a little later.
 class SubjectBell : public Bell {
@@ -73,6 +86,8 @@ std::vector<std::string> NatsReader::routers() {
    const natsStatus status =
       js_StreamNames( &list, connection().streams(), nullptr, &code );
    if ( status == NATS_NOT_FOUND ) return {};
+   // While the servers elect who answers that, the routers are those of before.
+   if ( status != NATS_OK && !known_.empty() ) return known_;
    checkNats( status, "asking for the routers", code );
    const std::unique_ptr<jsStreamNamesList,
                          NatsDestroy<jsStreamNamesList, jsStreamNamesList_Destroy>>
@@ -83,6 +98,7 @@ std::vector<std::string> NatsReader::routers() {
       if ( !name.empty() ) names.push_back( std::move( name ) );
    }
    std::sort( names.begin(), names.end() );
+   known_ = names;
    return names;
 }
 
@@ -101,14 +117,16 @@ std::vector<NatsMessage> NatsReader::readWithLives(
    std::vector<NatsMessage> messages = readNats( connection(), more );
    for ( size_t i = 0; i < asked.size(); ++i ) {
       const NatsMessage& message = messages[others + i];
+      // Before the first recorder there are no lives; and a leader comes again.
+      if ( nobodyHas( message ) ) continue;
       Life& life = *asked[i];
       const uint64_t revision =
-         message != nullptr ? numberOf( headerOf( message, "Nats-Sequence" ) ) : 0;
+         stands( message ) ? numberOf( headerOf( message, "Nats-Sequence" ) ) : 0;
       if ( revision != life.revision ) life.moved = now;
       life.revision = revision;
       life.looked = now;
       life.instance =
-         message != nullptr ? NatsLease::instanceOf( dataOf( message ) ) : "";
+         stands( message ) ? NatsLease::instanceOf( dataOf( message ) ) : "";
    }
    return messages;
 }
@@ -153,8 +171,9 @@ void NatsReader::foresee( const std::vector<std::string>& routers,
    for ( const std::string& router : routers ) {
       for ( const std::string& key : keys ) {
          const NatsMessage& message = messages[i++];
+         if ( nobodyHas( message ) ) continue;
          auto& value = foreseen_[{ router, key }];
-         if ( message != nullptr ) value = valueOf( router, key, message );
+         if ( stands( message ) ) value = valueOf( router, key, message );
       }
    }
 }
@@ -176,9 +195,11 @@ std::map<std::string, std::string> NatsReader::values(
       }
    }
    const std::vector<NatsMessage> messages = readNats( connection(), exact );
-   for ( size_t i = 0; i < messages.size(); ++i )
-      if ( messages[i] != nullptr )
+   for ( size_t i = 0; i < messages.size(); ++i ) {
+      requireServer( messages[i], router );
+      if ( stands( messages[i] ) )
          found[missing[i]] = valueOf( router, missing[i], messages[i] );
+   }
    return found;
 }
 
@@ -188,14 +209,32 @@ void NatsReader::each(
    requireName( router );
    const std::string keys = names_.statePrefix( router );
    std::map<std::string, std::string> all;
-   scanNats( connection(),
-             { names_.stateStream( router ), keys + prefix + '>', true },
-             [&]( const NatsMessage& message, const NatsRead& read ) {
-                if ( isRemoval( message ) ) return;
-                std::string key( read.subject.substr( keys.size() ) );
-                std::string value = valueOf( router, key, message );
-                all[std::move( key )] = std::move( value );
-             } );
+   const auto take = [&]( std::string_view subject, const NatsMessage& message ) {
+      if ( !stands( message ) ) return;
+      std::string key( subject.substr( keys.size() ) );
+      std::string value = valueOf( router, key, message );
+      all[std::move( key )] = std::move( value );
+   };
+   // A few are asked for by name, which any server answers; for many, one is given the
+   // task to read them out.
+   constexpr size_t kFew = 1000;
+   const std::string stream = names_.stateStream( router );
+   const auto subjects = subjectsOf( connection(), stream, keys + prefix + '>' );
+   if ( subjects.size() <= kFew ) {
+      std::vector<NatsExact> exact;
+      for ( const std::string& subject : subjects )
+         exact.push_back( { stream, subject } );
+      const auto messages = readNats( connection(), exact );
+      for ( size_t i = 0; i < messages.size(); ++i ) {
+         requireServer( messages[i], router );
+         take( subjects[i], messages[i] );
+      }
+   } else {
+      scanNats( connection(), { stream, keys + prefix + '>', true },
+                [&]( const NatsMessage& message, const NatsRead& read ) {
+                   take( read.subject, message );
+                } );
+   }
    for ( const auto& [key, value] : all ) call( key, value );
 }
 
@@ -235,6 +274,7 @@ int64_t NatsReader::newest( const std::string& router ) {
    const auto last = readNats(
       connection(),
       { { names_.historyStream(), names_.historyPrefix( router ) + '>' } } );
+   requireServer( last[0], router );
    if ( last[0] == nullptr ) return 0;
    return static_cast<int64_t>( numberOf( headerOf( last[0], "Nats-Sequence" ) ) );
 }

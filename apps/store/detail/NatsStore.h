@@ -120,6 +120,7 @@ class NatsReader : public Reader {
    const NatsNames names_;
    std::unique_ptr<NatsConnection> connection_;
    std::map<std::string, Life> lives_;
+   std::vector<std::string> known_;  // routers
    std::map<std::pair<std::string, std::string>, std::optional<std::string>>
       foreseen_;
 };

@@ -84,7 +84,9 @@ std::map<std::string, Writer::Standing> NatsWriter::standing() {
    uint64_t newest = 0;
    std::map<std::string, Standing> all;
    removals_.clear();
-   scanNats( *connection_, { names_.stateStream( router_ ), prefix_ + '>', true },
+   scanNats( *connection_,
+             { names_.stateStream( router_ ), prefix_ + '>', true, 0, 0,
+               marks[0].sequence },
              [&]( const NatsMessage& message, const NatsRead& read ) {
                 newest = std::max( newest, read.sequence );
                 const std::string key( read.subject.substr( prefix_.size() ) );

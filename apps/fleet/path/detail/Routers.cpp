@@ -17,6 +17,7 @@ Routers::Routers( Reader& reader, Scope scope, std::optional<RouteKey> stream,
       const auto more = streamKeys();
       keys.insert( keys.end(), more.begin(), more.end() );
    }
+   reader_.foresee( names_, keys );
    std::vector<RouterFacts> routers;
    for ( uint32_t i = 0; i < names_.size(); ++i ) {
       const Values values = read( i, keys );

@@ -62,7 +62,9 @@ void NatsWriter::connect() {
 }
 
 void NatsWriter::requireStore() {
-   if ( connection_->closed() || lease_ == nullptr ) connect();
+   // Without a connection it was closed, and could not be made anew.
+   if ( connection_ == nullptr || connection_->closed() || lease_ == nullptr )
+      connect();
    if ( !connection_->up() )
       throw StoreAway( address_.store + ": no server answers" );
    try {

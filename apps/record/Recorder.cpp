@@ -201,7 +201,7 @@ void Recorder::loseScope( const Scope& scope ) {
    if ( std::exchange( scoped.lost, true ) ) return;
    const Key key{ Key::table, scope };
    const auto known = known_.find( key );
-   Json json = known != known_.end()
+   Json json = known != known_.end() && !isTooDeep( known->second.text )
                   ? Json::parse( known->second.text, nullptr, false )
                   : Json();
    if ( !json.is_object() || json.value( "writer", Json() ) == "gone" ) return;
@@ -308,6 +308,11 @@ void Recorder::handleDone( StoreThread::Answer answer ) {
       return;
    }
    if ( answer.batch ) takeNoRoom( answer.noRoom );
+   // It was read before the batch that is under way, whose changes would be told again.
+   if ( !answer.batch && busy_ && answer.standing ) {
+      answer.standing.reset();
+      batch_.reread = true;
+   }
    if ( answer.standing ) {
       first_ = !open_ && answer.standing->empty();
       take( std::move( *answer.standing ) );

@@ -125,16 +125,22 @@ bool StoreThread::beat( Writer& writer ) {
    pruneSome( writer );
    if ( *away == 0.0 ) return look( writer );
    answer.away = *away;
-   if ( !insist( [&] { answer.standing = writer.standing(); } ) ) return false;
+   if ( !reread( writer, answer ) ) return false;
    post( std::move( answer ) );
    return true;
+}
+
+bool StoreThread::reread( Writer& writer, Answer& answer ) {
+   const auto away = insist( [&] { answer.standing = writer.standing(); } );
+   answer.away += away.value_or( 0.0 );
+   return away.has_value();
 }
 
 bool StoreThread::look( Writer& writer ) {
    if ( !writer.doubted() ) return true;
    Answer answer;
    answer.batch = false;
-   if ( !insist( [&] { answer.standing = writer.standing(); } ) ) return false;
+   if ( !reread( writer, answer ) ) return false;
    post( std::move( answer ) );
    return true;
 }
@@ -168,7 +174,7 @@ void StoreThread::serve( Writer& writer ) {
       answer.away = *away;
       // The store may have come back with less than it had.
       if ( ( *away > 0.0 || batch.reread || writer.doubted() ) &&
-           !insist( [&] { answer.standing = writer.standing(); } ) )
+           !reread( writer, answer ) )
          return;
       post( std::move( answer ) );
       pruneSome( writer );

@@ -61,6 +61,8 @@ class StoreThread {
    bool beat( Writer& writer );
    // Tells what stands where that may be something else than was written.
    bool look( Writer& writer );
+   // False at the end.
+   bool reread( Writer& writer, Answer& answer );
    void pruneSome( Writer& writer );
    void post( Answer answer );
    void heard();

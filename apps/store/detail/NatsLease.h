@@ -24,7 +24,8 @@ class NatsLease {
    static std::string instanceOf( std::string_view value );
 
  private:
-   static constexpr double interval = 3.0;  // s
+   // Somewhat less than the time between two calls, or each other one would renew it.
+   static constexpr double interval = Writer::beating - 0.5;  // s
 
    bool claim( uint64_t revision );
    void take();

@@ -104,6 +104,7 @@ class Burst {
       NatsMessage message = next( connection_, subscription_.get() );
       if ( message == nullptr ) throw StoreAway( "the store does not answer" );
       const std::string_view subject = natsMsg_GetSubject( message.get() );
+      if ( !subject.starts_with( prefix_ ) ) return;
       size_t i = 0;
       std::from_chars( subject.data() + prefix_.size(),
                        subject.data() + subject.size(), i );

@@ -210,6 +210,8 @@ void NatsConnection::connect( const StoreAddress& address,
    set( natsOptions_SetFailRequestsOnDisconnect( options.own, true ) );
    // Else the library waits a millisecond for more before it sends.
    set( natsOptions_SetSendAsap( options.own, true ) );
+   // Else each subscription of each bell has a thread of its own.
+   set( natsOptions_UseGlobalMessageDelivery( options.own, true ) );
    if ( !writer.empty() ) {
       set( natsOptions_SetNoEcho( options.own, true ) );
       set( natsOptions_SetCustomInboxPrefix( options.own,

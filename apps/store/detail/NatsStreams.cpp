@@ -50,12 +50,12 @@ bool stands( const NatsConnection& connection, const jsStreamConfig& wanted ) {
    return true;
 }
 
-[[noreturn]] void noRoom( const jsStreamConfig& wanted, const std::string& text ) {
-   throw StoreRefuses( fmt::format(
+std::string noRoom( const jsStreamConfig& wanted, const std::string& text ) {
+   return fmt::format(
       "{}; the servers reserve {} bytes in each of {} replicas for the "
       "stream {}: make it smaller (--state-bytes, --keep-bytes), or "
       "give them more room",
-      text, wanted.MaxBytes, wanted.Replicas, wanted.Name ) );
+      text, wanted.MaxBytes, wanted.Replicas, wanted.Name );
 }
 
 // True if it was missing.
@@ -69,7 +69,13 @@ bool ensure( const NatsConnection& connection, jsStreamConfig& wanted ) {
    try {
       checkNats( status, std::string( "making the stream " ) + wanted.Name, code );
    } catch ( const StoreAway& e ) {
-      if ( code == JSStorageResourcesExceededErr ) noRoom( wanted, e.what() );
+      if ( code == JSStorageResourcesExceededErr )
+         throw StoreRefuses( noRoom( wanted, e.what() ) );
+      // A cluster says the same while one of its servers is away.
+      if ( code == JSClusterNoPeersErr || code == JSInsufficientResourcesErr )
+         throw StoreAway( noRoom( wanted, e.what() ) );
+      if ( code == JSStreamReplicasNotSupportedErr )
+         throw StoreRefuses( e.what() + std::string( " (--replicas)" ) );
       throw;
    }
    return true;

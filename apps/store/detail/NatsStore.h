@@ -1,7 +1,6 @@
 // The store in servers of NATS; NatsNames.h has what is where in them.
 #pragma once
 
-#include <deque>
 #include <optional>
 #include <set>
 #include <unordered_map>
@@ -50,7 +49,11 @@ class NatsWriter : public Writer {
    void take( std::vector<Sending>& all, size_t& waiting, std::string& trouble );
    // Throws what the trouble of a message means.
    [[noreturn]] void failed( const std::string& trouble );
+   // Calls; what went wrong is thrown as failed() does.
+   template <class Call>
+   void insured( const Call& call );
    void noteRemoval( const std::string& key, uint64_t sequence );
+   bool purge( const std::string& key, uint64_t sequence );
 
    const StoreAddress address_;
    const std::string router_, instance_;
@@ -71,11 +74,10 @@ class NatsWriter : public Writer {
 
    // What marks that a key was removed, until it may go as well.
    struct Removal {
-      double at;  // s
-      std::string key;
-      uint64_t sequence;
+      double at = 0.0;  // s
+      uint64_t sequence = 0;
    };
-   std::deque<Removal> removals_;
+   std::map<std::string, Removal> removals_;  // by key
 };
 
 class NatsReader : public Reader {

@@ -67,8 +67,13 @@ void NatsWriter::requireStore() {
       connect();
    if ( !connection_->up() )
       throw StoreAway( address_.store + ": no server answers" );
+   insured( [&] { lease_->renew(); } );
+}
+
+template <class Call>
+void NatsWriter::insured( const Call& call ) {
    try {
-      lease_->renew();
+      call();
    } catch ( const StoreAway& e ) {
       failed( e.what() );
    } catch ( const StoreMissing& e ) {
@@ -86,25 +91,28 @@ std::map<std::string, Writer::Standing> NatsWriter::standing() {
    uint64_t newest = 0;
    std::map<std::string, Standing> all;
    removals_.clear();
-   scanNats( *connection_,
-             { names_.stateStream( router_ ), prefix_ + '>', true, 0, 0,
-               marks[0].sequence },
-             [&]( const NatsMessage& message, const NatsRead& read ) {
-                newest = std::max( newest, read.sequence );
-                const std::string key( read.subject.substr( prefix_.size() ) );
-                if ( key == kMark ) return;
-                if ( isRemoval( message ) ) {
-                   noteRemoval( key, read.sequence );
-                   return;
-                }
-                const auto format = hexOf( headerOf( message, kFormat ) );
-                if ( format && *format > storeFormat )
-                   throw StoreFormat( fmt::format(
-                      "{} has format {}, and this program knows {}",
-                      names_.stateStream( router_ ), *format, storeFormat ) );
-                all[key] = { hexOf( headerOf( message, kDigest ) ).value_or( 0 ),
-                             std::string( dataOf( message ) ) };
-             } );
+   const auto take = [&]( const NatsMessage& message, const NatsRead& read ) {
+      lease_->renew();  // it may take longer than that lasts
+      newest = std::max( newest, read.sequence );
+      const std::string key( read.subject.substr( prefix_.size() ) );
+      if ( key == kMark ) return;
+      if ( isRemoval( message ) ) {
+         all.erase( key );
+         noteRemoval( key, read.sequence );
+         return;
+      }
+      const auto format = hexOf( headerOf( message, kFormat ) );
+      if ( format && *format > storeFormat )
+         throw StoreFormat(
+            fmt::format( "{} has format {}, and this program knows {}",
+                         names_.stateStream( router_ ), *format, storeFormat ) );
+      all[key] = { hexOf( headerOf( message, kDigest ) ).value_or( 0 ),
+                   std::string( dataOf( message ) ) };
+   };
+   insured( [&] {
+      scanNats( *connection_,
+                { names_.stateStream( router_ ), prefix_ + '>', true }, take );
+   } );
    if ( newest < marks[0].sequence )
       throw StoreAway( "the server that was asked is behind the others" );
    doubted_ = false;
@@ -125,7 +133,9 @@ std::vector<std::string> NatsWriter::write( const std::vector<Event>& events,
       const auto stored = storedKeys_.find( put.key );
       if ( stored == storedKeys_.end() )
          noRoom.push_back( put.key );
-      else if ( !put.value )
+      else if ( put.value )
+         removals_.erase( put.key );
+      else
          noteRemoval( put.key, stored->second );
    }
    storedEvents_.clear();
@@ -152,9 +162,11 @@ void NatsWriter::findStored( const std::vector<Event>& events ) {
                 { names_.historyStream(), names_.historyPrefix( router_ ) + '>',
                   false, *firstTry_ - kMargin },
                 note );
-   } catch ( const StoreAway& ) {
+   } catch ( const StoreMissing& ) {
+      // Nothing is stored.
+   } catch ( const StoreAway& e ) {
       // A recorder need not be let read: a line that stands twice is better than none.
-      (void)connection_->takeRefusal();
+      if ( connection_->takeRefusal().empty() ) failed( e.what() );
    }
    firstTry_ = wallNow();
 }
@@ -308,7 +320,7 @@ bool NatsWriter::doubted() {
 }
 
 void NatsWriter::noteRemoval( const std::string& key, uint64_t sequence ) {
-   removals_.push_back( { steadyNow(), key, sequence } );
+   removals_[key] = { steadyNow(), sequence };
 }
 
 // What marks a removal is kept for those that watch, and then is of no use.
@@ -317,22 +329,34 @@ bool NatsWriter::prune( int64_t ) {
    constexpr size_t kSome = 100;
    if ( !connection_->up() ) return false;
    const double before = steadyNow() - kKept;
-   for ( size_t i = 0; i < kSome; ++i ) {
-      if ( removals_.empty() || removals_.front().at > before ) return false;
-      const Removal removal = std::move( removals_.front() );
-      removals_.pop_front();
-      const std::string subject = prefix_ + removal.key;
-      jsOptions options;
-      jsOptions_Init( &options );
-      options.Stream.Purge.Subject = subject.c_str();
-      // Nothing that has been written there since.
-      options.Stream.Purge.Sequence = removal.sequence + 1;
-      jsErrCode code{};
-      const std::string stream = names_.stateStream( router_ );
-      const natsStatus status =
-         js_PurgeStream( connection_->streams(), stream.c_str(), &options, &code );
-      checkNats( status, "purging " + subject, code );
+   size_t purged = 0;
+   for ( auto at = removals_.begin(); at != removals_.end(); ) {
+      if ( at->second.at > before ) {
+         ++at;
+         continue;
+      }
+      if ( purged++ == kSome ) return true;
+      if ( !purge( at->first, at->second.sequence ) ) return false;
+      at = removals_.erase( at );
    }
+   return false;
+}
+
+// False: the stream is missing; the next look makes it anew.
+bool NatsWriter::purge( const std::string& key, uint64_t sequence ) {
+   const std::string subject = prefix_ + key;
+   const std::string stream = names_.stateStream( router_ );
+   jsOptions options;
+   jsOptions_Init( &options );
+   options.Stream.Purge.Subject = subject.c_str();
+   // Nothing that has been written there since.
+   options.Stream.Purge.Sequence = sequence + 1;
+   jsErrCode code{};
+   const natsStatus status =
+      js_PurgeStream( connection_->streams(), stream.c_str(), &options, &code );
+   if ( code == JSStreamNotFoundErr ) doubted_ = true;
+   if ( code == JSStreamNotFoundErr ) return false;
+   checkNats( status, "purging " + subject, code );
    return true;
 }
 

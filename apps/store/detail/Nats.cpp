@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <deque>
 #include <utility>
 
 #include "apps/store/detail/NatsNames.h"
@@ -98,8 +99,9 @@ std::string_view dataOf( const NatsMessage& message ) {
 }
 
 // What the library's threads note. They may call for a moment after a connection is
-// gone, so that these are kept to the program's end.
+// gone, so that these are kept for a minute more.
 struct NatsConnection::Heard {
+   using Clock = std::chrono::steady_clock;
    struct Sent {
       uint64_t round;
       size_t index;
@@ -112,12 +114,23 @@ struct NatsConnection::Heard {
    std::map<const natsMsg*, Sent> sent;
    std::vector<Outcome> outcomes;
 
-   static Heard& make() {
-      static std::mutex all;
-      static std::vector<std::unique_ptr<Heard>> kept;
-      const std::lock_guard lock( all );
-      kept.push_back( std::make_unique<Heard>() );
-      return *kept.back();
+   // Those of connections that are gone. Not destroyed at the program's end, where the
+   // threads still are.
+   struct Left {
+      std::mutex mutex;
+      std::deque<std::pair<Clock::time_point, std::unique_ptr<Heard>>> all;
+   };
+   static Left& left() {
+      static Left& own = *new Left;
+      return own;
+   }
+   static void leave( Heard* heard ) {
+      constexpr auto kKept = std::chrono::minutes( 1 );
+      const auto now = Clock::now();
+      const std::lock_guard lock( left().mutex );
+      auto& all = left().all;
+      all.emplace_back( now, heard );
+      while ( all.front().first + kKept < now ) all.pop_front();
    }
 
    static void lost( natsConnection*, void* own ) {
@@ -174,13 +187,13 @@ struct NatsConnection::Heard {
 
 NatsConnection::NatsConnection( const StoreAddress& address,
                                 const std::string& writer )
-   : heard_( Heard::make() ) {
+   : heard_( new Heard, Heard::leave ) {
    connect( address, writer );
    jsOptions options;
    jsOptions_Init( &options );
    options.Wait = kAnswer;
    options.PublishAsync.AckHandler = Heard::answered;
-   options.PublishAsync.AckHandlerClosure = &heard_;
+   options.PublishAsync.AckHandlerClosure = heard_.get();
    const natsStatus status =
       natsConnection_JetStream( &streams_, connection_, &options );
    if ( status == NATS_OK ) return;
@@ -218,8 +231,8 @@ void NatsConnection::connect( const StoreAddress& address,
                                              ( "_INBOX." + writer ).c_str() ) );
       inbox_ = "_INBOX." + writer + '.';
    }
-   set( natsOptions_SetErrorHandler( options.own, Heard::failed, &heard_ ) );
-   set( natsOptions_SetDisconnectedCB( options.own, Heard::lost, &heard_ ) );
+   set( natsOptions_SetErrorHandler( options.own, Heard::failed, heard_.get() ) );
+   set( natsOptions_SetDisconnectedCB( options.own, Heard::lost, heard_.get() ) );
    setSecurity( options.own, address );
    const natsStatus status = natsConnection_Connect( &connection_, options.own );
    // So ends a connection whose client shows no certificate, or an unknown one.
@@ -245,35 +258,35 @@ bool NatsConnection::closed() const {
 }
 
 uint64_t NatsConnection::losses() const {
-   const std::lock_guard lock( heard_.mutex );
-   return heard_.losses;
+   const std::lock_guard lock( heard_->mutex );
+   return heard_->losses;
 }
 
 std::string NatsConnection::takeRefusal() {
-   const std::lock_guard lock( heard_.mutex );
-   return std::exchange( heard_.refusal, {} );
+   const std::lock_guard lock( heard_->mutex );
+   return std::exchange( heard_->refusal, {} );
 }
 
 NatsSubscription NatsConnection::ring( const std::string& subject ) {
    natsSubscription* own = nullptr;
    checkNats( natsConnection_Subscribe( &own, connection_, subject.c_str(),
-                                        Heard::rang, &heard_ ),
+                                        Heard::rang, heard_.get() ),
               subject );
    return NatsSubscription( own );
 }
 
 uint64_t NatsConnection::rings() const {
-   const std::lock_guard lock( heard_.mutex );
-   return heard_.rings;
+   const std::lock_guard lock( heard_->mutex );
+   return heard_->rings;
 }
 
 void NatsConnection::publish( NatsMessage message, uint64_t round, size_t index ) {
    natsMsg* own = message.get();
    {
-      const std::lock_guard lock( heard_.mutex );
-      if ( heard_.round != round ) heard_.outcomes.clear();
-      heard_.round = round;
-      heard_.sent[own] = { round, index };
+      const std::lock_guard lock( heard_->mutex );
+      if ( heard_->round != round ) heard_->outcomes.clear();
+      heard_->round = round;
+      heard_->sent[own] = { round, index };
    }
    jsPubOptions options;
    jsPubOptions_Init( &options );
@@ -281,20 +294,20 @@ void NatsConnection::publish( NatsMessage message, uint64_t round, size_t index 
    const natsStatus status = js_PublishMsgAsync( streams_, &own, &options );
    if ( own == nullptr ) (void)message.release();
    if ( status == NATS_OK ) return;
-   const std::lock_guard lock( heard_.mutex );
-   heard_.sent.erase( message.get() );
+   const std::lock_guard lock( heard_->mutex );
+   heard_->sent.erase( message.get() );
    checkNats( status, "publishing" );
 }
 
 std::vector<NatsConnection::Outcome> NatsConnection::outcomes( uint64_t round ) {
    constexpr auto kAWhile = std::chrono::milliseconds( 50 );
-   std::unique_lock lock( heard_.mutex );
-   if ( heard_.round != round ) return {};
-   const uint64_t losses = heard_.losses;
-   heard_.changed.wait_for( lock, kAWhile, [&] {
-      return !heard_.outcomes.empty() || heard_.losses != losses;
+   std::unique_lock lock( heard_->mutex );
+   if ( heard_->round != round ) return {};
+   const uint64_t losses = heard_->losses;
+   heard_->changed.wait_for( lock, kAWhile, [&] {
+      return !heard_->outcomes.empty() || heard_->losses != losses;
    } );
-   return std::exchange( heard_.outcomes, {} );
+   return std::exchange( heard_->outcomes, {} );
 }
 
 }

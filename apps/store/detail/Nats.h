@@ -97,7 +97,7 @@ class NatsConnection {
 
  private:
    struct Heard;
-   Heard& heard_;
+   std::unique_ptr<Heard, void ( * )( Heard* )> heard_;
    natsConnection* connection_ = nullptr;
    jsCtx* streams_ = nullptr;
    std::string inbox_;

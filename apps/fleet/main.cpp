@@ -160,7 +160,11 @@ class Follower : public Mox::Clock::Notifiee {
       if ( newest == last->second && !isNew ) return;
       HistoryQuestion question = arguments_.question;
       question.past.after = last->second;
-      printTold( arguments_, historyOf( reader_, { router }, question ) );
+      auto all = historyOf( reader_, { router }, question );
+      // What has come since is told the next time.
+      std::erase_if( all,
+                     [&]( const Told& told ) { return told.event.id > newest; } );
+      printTold( arguments_, all );
       last->second = newest;
    }
 

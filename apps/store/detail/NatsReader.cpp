@@ -275,8 +275,27 @@ int64_t NatsReader::newest( const std::string& router ) {
       connection(),
       { { names_.historyStream(), names_.historyPrefix( router ) + '>' } } );
    requireServer( last[0], router );
-   if ( last[0] == nullptr ) return 0;
-   return static_cast<int64_t>( numberOf( headerOf( last[0], "Nats-Sequence" ) ) );
+   const uint64_t number =
+      last[0] == nullptr ? 0 : numberOf( headerOf( last[0], "Nats-Sequence" ) );
+   uint64_t& known = newest_[router];
+   // The server that answered may be behind the others.
+   if ( number < known && lastOfHistory() >= known )
+      return static_cast<int64_t>( known );
+   known = number;
+   return static_cast<int64_t>( number );
+}
+
+// Of all routers, as the one says that leads.
+uint64_t NatsReader::lastOfHistory() {
+   jsStreamInfo* info = nullptr;
+   jsErrCode code{};
+   const std::string stream = names_.historyStream();
+   const natsStatus status = js_GetStreamInfo( &info, connection().streams(),
+                                               stream.c_str(), nullptr, &code );
+   checkNats( status, "asking for the stream " + stream, code );
+   const uint64_t last = info->State.LastSeq;
+   jsStreamInfo_Destroy( info );
+   return last;
 }
 
 std::unique_ptr<Bell> NatsReader::bell( const Scope& scope,

@@ -37,6 +37,7 @@ class NatsWriter : public Writer {
    };
 
    void connect();
+   void requireSize() const;
    // Is there a server that lets us in, and is the router still ours?
    void requireStore();
    void writeEvents( const std::vector<Event>& events );
@@ -115,6 +116,7 @@ class NatsReader : public Reader {
                                            std::vector<NatsExact> more );
    const Life& lifeOf( const std::string& router );
    void requireName( const std::string& router );
+   uint64_t lastOfHistory();
    std::string valueOf( const std::string& router, const std::string& key,
                         const NatsMessage& message ) const;
 
@@ -123,6 +125,7 @@ class NatsReader : public Reader {
    std::unique_ptr<NatsConnection> connection_;
    std::map<std::string, Life> lives_;
    std::vector<std::string> known_;  // routers
+   std::map<std::string, uint64_t> newest_;  // by router
    std::map<std::pair<std::string, std::string>, std::optional<std::string>>
       foreseen_;
 };

@@ -50,6 +50,7 @@ void NatsWriter::connect() {
    connection_.reset();
    connection_ =
       std::make_unique<NatsConnection>( address_, names_.writer( router_ ) );
+   requireSize();
    connection_->permitted( [&] {
       ensureStreams( *connection_, names_, router_, keeping_ );
       lease_ =
@@ -59,6 +60,19 @@ void NatsWriter::connect() {
    losses_ = connection_->losses();
    rings_ = connection_->rings();
    doubted_ = true;
+}
+
+// What is larger than that would be tried again for ever.
+void NatsWriter::requireSize() const {
+   constexpr int64_t kWanted =
+      largestValue + 100'000;  // with headers, or as an event
+   const int64_t most = natsConnection_GetMaxPayload( connection_->get() );
+   if ( most < kWanted )
+      throw StoreRefuses(
+         fmt::format( "{}: the server takes messages of {} bytes, and a router's "
+                      "values may have "
+                      "{}: make its max_payload 1MB",
+                      address_.store, most, kWanted ) );
 }
 
 void NatsWriter::requireStore() {

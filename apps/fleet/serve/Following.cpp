@@ -37,7 +37,7 @@ void Following::look( Clock::time_point now ) {
          // The others would wait for it as long.
          for ( auto& [other, each] : trees_ ) giveUp( each, e.what(), now );
          return;
-      } catch ( const Mox::Error& e ) {
+      } catch ( const std::exception& e ) {
          giveUp( tree, e.what(), now );
       }
    }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <deque>
@@ -91,6 +92,12 @@ std::string headerOf( const NatsMessage& message, const char* name ) {
    const char* value = nullptr;
    if ( natsMsgHeader_Get( message.get(), name, &value ) != NATS_OK ) return "";
    return value;
+}
+
+uint64_t numberOf( const std::string& text ) {
+   uint64_t number = 0;
+   std::from_chars( text.data(), text.data() + text.size(), number );
+   return number;
 }
 
 std::string_view dataOf( const NatsMessage& message ) {

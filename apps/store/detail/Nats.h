@@ -35,6 +35,8 @@ void checkNats( natsStatus status, const std::string& doing,
 
 // The header's value; empty: none.
 std::string headerOf( const NatsMessage& message, const char* name );
+// A decimal number; 0 where there is none.
+uint64_t numberOf( const std::string& text );
 std::string_view dataOf( const NatsMessage& message );
 
 class NatsConnection {

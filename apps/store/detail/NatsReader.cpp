@@ -20,12 +20,6 @@ double steadyNow() {
       .count();
 }
 
-uint64_t numberOf( const std::string& text ) {
-   uint64_t number = 0;
-   std::from_chars( text.data(), text.data() + text.size(), number );
-   return number;
-}
-
 bool nobodyHas( const NatsMessage& message ) {
    return message != nullptr && natsMsg_IsNoResponders( message.get() );
 }
@@ -149,57 +143,54 @@ std::string NatsReader::instance( const std::string& router ) {
 
 std::string NatsReader::valueOf( const std::string& router, const std::string& key,
                                  const NatsMessage& message ) const {
-   const auto format = hexOf( headerOf( message, "Pimsm-Format" ) );
-   if ( format && *format > storeFormat )
+   const uint64_t format = numberOf( headerOf( message, "Pimsm-Format" ) );
+   if ( format > storeFormat )
       throw StoreFormat(
          fmt::format( "{} of {} has format {}, and this program knows {}", key,
-                      router, *format, storeFormat ) );
+                      router, format, storeFormat ) );
    return std::string( dataOf( message ) );
 }
 
 void NatsReader::foresee( const std::vector<std::string>& routers,
                           const std::vector<std::string>& keys ) {
    foreseen_.clear();
+   foresaw_ = steadyNow();
    std::vector<NatsExact> exact;
    for ( const std::string& router : routers )
       for ( const std::string& key : keys )
          exact.push_back(
             { names_.stateStream( router ), names_.statePrefix( router ) + key } );
-   const std::vector<NatsMessage> messages =
-      readWithLives( routers, std::move( exact ) );
+   std::vector<NatsMessage> messages = readWithLives( routers, std::move( exact ) );
    size_t i = 0;
-   for ( const std::string& router : routers ) {
-      for ( const std::string& key : keys ) {
-         const NatsMessage& message = messages[i++];
-         if ( nobodyHas( message ) ) continue;
-         auto& value = foreseen_[{ router, key }];
-         if ( stands( message ) ) value = valueOf( router, key, message );
-      }
-   }
+   for ( const std::string& router : routers )
+      for ( const std::string& key : keys )
+         foreseen_[{ router, key }] = std::move( messages[i++] );
 }
 
 std::map<std::string, std::string> NatsReader::values(
    const std::string& router, const std::vector<std::string>& keys ) {
    requireName( router );
+   constexpr double kFresh = 5.0;  // s
+   if ( steadyNow() > foresaw_ + kFresh ) foreseen_.clear();
    std::map<std::string, std::string> found;
+   const auto take = [&]( const std::string& key, const NatsMessage& message ) {
+      requireServer( message, router );
+      if ( stands( message ) ) found[key] = valueOf( router, key, message );
+   };
    std::vector<NatsExact> exact;
    std::vector<std::string> missing;
    for ( const std::string& key : keys ) {
-      auto known = foreseen_.extract( { router, key } );
-      if ( known.empty() ) {
-         missing.push_back( key );
-         exact.push_back(
-            { names_.stateStream( router ), names_.statePrefix( router ) + key } );
-      } else if ( known.mapped() ) {
-         found[key] = std::move( *known.mapped() );
+      const auto known = foreseen_.extract( { router, key } );
+      if ( !known.empty() ) {
+         take( key, known.mapped() );
+         continue;
       }
+      missing.push_back( key );
+      exact.push_back(
+         { names_.stateStream( router ), names_.statePrefix( router ) + key } );
    }
    const std::vector<NatsMessage> messages = readNats( connection(), exact );
-   for ( size_t i = 0; i < messages.size(); ++i ) {
-      requireServer( messages[i], router );
-      if ( stands( messages[i] ) )
-         found[missing[i]] = valueOf( router, missing[i], messages[i] );
-   }
+   for ( size_t i = 0; i < messages.size(); ++i ) take( missing[i], messages[i] );
    return found;
 }
 
@@ -210,8 +201,9 @@ void NatsReader::each(
    const std::string keys = names_.statePrefix( router );
    std::map<std::string, std::string> all;
    const auto take = [&]( std::string_view subject, const NatsMessage& message ) {
-      if ( !stands( message ) ) return;
       std::string key( subject.substr( keys.size() ) );
+      all.erase( key );
+      if ( !stands( message ) ) return;
       std::string value = valueOf( router, key, message );
       all[std::move( key )] = std::move( value );
    };
@@ -318,22 +310,25 @@ void NatsReader::forget( const std::string& router ) {
    if ( lives( router ) )
       throw StoreHeld( "a recorder keeps " + router +
                        " up to date; stop it before its state is removed" );
+   // The state last: while it stands, what is left can be removed again.
    jsErrCode code{};
+   jsOptions options;
+   jsOptions_Init( &options );
+   const std::string subject = names_.historyPrefix( router ) + '>';
+   options.Stream.Purge.Subject = subject.c_str();
+   natsStatus status = js_PurgeStream(
+      connection().streams(), names_.historyStream().c_str(), &options, &code );
+   const bool none = code == JSStreamNotFoundErr;
+   connection_->permitted( [&] {
+      if ( !none ) checkNats( status, "removing the history of " + router, code );
+   } );
    const std::string stream = names_.stateStream( router );
-   natsStatus status =
+   status =
       js_DeleteStream( connection().streams(), stream.c_str(), nullptr, &code );
    if ( status == NATS_NOT_FOUND )
       throw StoreMissing( "the store has no router " + router );
    connection_->permitted(
       [&] { checkNats( status, "removing " + stream, code ); } );
-   jsOptions options;
-   jsOptions_Init( &options );
-   const std::string subject = names_.historyPrefix( router ) + '>';
-   options.Stream.Purge.Subject = subject.c_str();
-   status = js_PurgeStream( connection().streams(), names_.historyStream().c_str(),
-                            &options, &code );
-   if ( code != JSStreamNotFoundErr )
-      checkNats( status, "removing the history of " + router, code );
 }
 
 }

@@ -53,6 +53,8 @@ class NatsWriter : public Writer {
    // Calls; what went wrong is thrown as failed() does.
    template <class Call>
    void insured( const Call& call );
+   // Makes streams that somebody removed.
+   void ensureAgain();
    void noteRemoval( const std::string& key, uint64_t sequence );
    bool purge( const std::string& key, uint64_t sequence );
 
@@ -66,6 +68,7 @@ class NatsWriter : public Writer {
    NatsSubscription foreign_;  // rings when somebody else writes
    uint64_t round_ = 0, rings_ = 0, losses_ = 0;
    bool doubted_ = false;
+   double ensured_ = 0.0;  // s
    bool let_ = false;  // has the server once let us write?
    // Of the batch that is being written.
    std::set<int64_t> storedEvents_;
@@ -124,10 +127,10 @@ class NatsReader : public Reader {
    const NatsNames names_;
    std::unique_ptr<NatsConnection> connection_;
    std::map<std::string, Life> lives_;
-   std::vector<std::string> known_;  // routers
+   std::vector<std::string> known_;          // routers
    std::map<std::string, uint64_t> newest_;  // by router
-   std::map<std::pair<std::string, std::string>, std::optional<std::string>>
-      foreseen_;
+   std::map<std::pair<std::string, std::string>, NatsMessage> foreseen_;
+   double foresaw_ = 0.0;  // s
 };
 
 }

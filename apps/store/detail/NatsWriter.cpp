@@ -115,17 +115,19 @@ std::map<std::string, Writer::Standing> NatsWriter::standing() {
          noteRemoval( key, read.sequence );
          return;
       }
-      const auto format = hexOf( headerOf( message, kFormat ) );
-      if ( format && *format > storeFormat )
+      const uint64_t format = numberOf( headerOf( message, kFormat ) );
+      if ( format > storeFormat )
          throw StoreFormat(
             fmt::format( "{} has format {}, and this program knows {}",
-                         names_.stateStream( router_ ), *format, storeFormat ) );
+                         names_.stateStream( router_ ), format, storeFormat ) );
       all[key] = { hexOf( headerOf( message, kDigest ) ).value_or( 0 ),
                    std::string( dataOf( message ) ) };
    };
    insured( [&] {
       scanNats( *connection_,
-                { names_.stateStream( router_ ), prefix_ + '>', true }, take );
+                { names_.stateStream( router_ ), prefix_ + '>', true, 0, 0,
+                  marks[0].sequence },
+                take );
    } );
    if ( newest < marks[0].sequence )
       throw StoreAway( "the server that was asked is behind the others" );
@@ -312,16 +314,28 @@ void NatsWriter::failed( const std::string& trouble ) {
    // A stream that is missing answers as one without a leader.
    if ( connection_->up() && now > *troubledSince_ + kPatience ) {
       troubledSince_ = now;
-      if ( ensureStreams( *connection_, names_, router_, keeping_ ) ) {
-         doubted_ = true;
-         storedKeys_.clear();
-      }
+      ensureAgain();
    }
    throw StoreAway( trouble );
 }
 
+// Who has written once waits for what is refused later.
+void NatsWriter::ensureAgain() {
+   ensured_ = steadyNow();
+   try {
+      if ( !ensureStreams( *connection_, names_, router_, keeping_ ) ) return;
+      doubted_ = true;
+      storedKeys_.clear();
+   } catch ( const StoreRefuses& e ) {
+      if ( !let_ ) throw;
+      throw StoreAway( e.what() );
+   }
+}
+
 void NatsWriter::beat() {
+   constexpr double kLooking = 30.0;  // s, for a stream that somebody removed
    requireStore();
+   if ( steadyNow() > ensured_ + kLooking ) insured( [&] { ensureAgain(); } );
 }
 
 bool NatsWriter::doubted() {

@@ -1,4 +1,5 @@
-// The cost of recording a full router in SQLite.
+// The cost of recording a full router: in SQLite, and beside it in a server of NATS where
+// one is installed. Of each:
 //
 //    first       `pimsm-record --once` into an empty store
 //    again       the same over what stands: nothing is written
@@ -22,17 +23,23 @@
 
 #include "apps/store/Store.h"
 #include "bench/FullAgent.h"
+#include "tests/support/NatsServers.h"
 
 namespace Routing::Pim::SparseMode {
 namespace {
 
+// A store, and where its files are.
+struct Place {
+   std::string store, files;
+};
+
 Words recorder( const std::string& root, const std::string& store ) {
-   return { "pimsm-record", "--root", root,       "--store", "sqlite:" + store,
+   return { "pimsm-record", "--root", root,       "--store", store,
             "--router",     "r1",     "--sample", "3600" };
 }
 
-void once( const char* what, const std::string& root, const std::string& store ) {
-   Words words = recorder( root, store );
+void once( const char* what, const std::string& root, const Place& place ) {
+   Words words = recorder( root, place.store );
    words.emplace_back( "--once" );
    rusage usage{};
    const Times times = timesOf( [&] {
@@ -43,8 +50,9 @@ void once( const char* what, const std::string& root, const std::string& store )
       if ( status != 0 ) std::exit( 1 );
    } );
    uint64_t bytes = 0;
-   for ( const auto& file : std::filesystem::directory_iterator( store ) )
-      bytes += file.file_size();
+   for ( const auto& file :
+         std::filesystem::recursive_directory_iterator( place.files ) )
+      if ( file.is_regular_file() ) bytes += file.file_size();
    fmt::print(
       "{}: {:.2f} s, processor time {:.2f} s, {:.0f} MB, store {:.0f} MB\n", what,
       times.wall, times.cpu, static_cast<double>( usage.ru_maxrss ) / 1000,
@@ -57,8 +65,7 @@ std::string stored( const std::string& store, const RouteKey& key ) {
    const std::string text = Fleet::keyText(
       { Fleet::Key::route, { "default", Vantu::AddressFamily::ipv4 }, key } );
    try {
-      return Fleet::openReader( { "sqlite:" + store } )
-         ->values( "r1", { text } )[text];
+      return Fleet::openReader( { store } )->values( "r1", { text } )[text];
    } catch ( const Mox::Error& ) {
       return "";
    }
@@ -102,7 +109,7 @@ void seen( Agent& agent, const std::string& root, const std::string& store ) {
    if ( pid == 0 ) exec( PIMSM_RECORD, recorder( root, store ) );
    const Beside beside( pid );
    agent.churn( 10, 3.0 );  // until it has compared
-   const auto reader = Fleet::openReader( { "sqlite:" + store } );
+   const auto reader = Fleet::openReader( { store } );
    std::mt19937 random( 1 );
    std::vector<double> changed, published;
    while ( changed.size() < kChanges ) {
@@ -140,16 +147,25 @@ int main( int argc, char** argv ) {
    char root[] = "/dev/shm/pimsm-bench-XXXXXX";
    if ( mkdtemp( root ) == nullptr ) return 1;
    // On a disk, as stores are.
-   char store[] = "/var/tmp/pimsm-bench-XXXXXX";
-   if ( mkdtemp( store ) == nullptr ) return 1;
+   char files[] = "/var/tmp/pimsm-bench-XXXXXX";
+   if ( mkdtemp( files ) == nullptr ) return 1;
+   std::vector<Place> places{ { std::string( "sqlite:" ) + files, files } };
+   std::optional<Mox::Test::NatsServers> servers;
+   if ( !Mox::Test::NatsServers::program().empty() ) {
+      servers.emplace( 1, "", "/var/tmp" );
+      places.push_back( { servers->url(), servers->directory() } );
+   }
    {
       Agent agent( root, size );
-      once( "first", root, store );
-      once( "again", root, store );
-      churn( agent, root, store, rate, seconds );
-      seen( agent, root, store );
+      for ( const Place& place : places ) {
+         fmt::print( "{}\n", place.store );
+         once( "first", root, place );
+         once( "again", root, place );
+         churn( agent, root, place.store, rate, seconds );
+         seen( agent, root, place.store );
+      }
    }
    std::filesystem::remove_all( root );
-   std::filesystem::remove_all( store );
+   std::filesystem::remove_all( files );
    return 0;
 }

@@ -60,10 +60,10 @@ void Recorder::rethrow() const {
    if ( end_ != nullptr ) std::rethrow_exception( end_ );
 }
 
-std::string Recorder::metrics() const {
+std::string Recorder::metrics() {
    std::string text;
    const auto add = [&]( const char* name, const char* type, const char* help,
-                         uint64_t value ) {
+                         auto value ) {
       text += fmt::format(
          "# HELP pimsm_record_{0} {1}\n# TYPE pimsm_record_{0} {2}\n"
          "pimsm_record_{0} {3}\n",
@@ -85,6 +85,9 @@ std::string Recorder::metrics() const {
         counts_.noRoom );
    add( "too_large_total", "counter", "Values left out for their size.",
         counts_.tooLarge );
+   add( "late_seconds", "gauge",
+        "The longest, since the last time, by which the loop was late.",
+        std::exchange( counts_.late, 0.0 ) );
    return text;
 }
 
@@ -119,7 +122,10 @@ void Recorder::onTime() {
 }
 
 void Recorder::look() {
-   looked_ = mirrors_.now();
+   const double now = mirrors_.now();
+   if ( looked_ != 0.0 )
+      counts_.late = std::max( counts_.late, now - looked_ - looking );
+   looked_ = now;
    mirrors_.rescan();
    follow();
    for ( auto& [scope, each] : scopes_ ) {
@@ -201,8 +207,8 @@ void Recorder::loseScope( const Scope& scope ) {
    if ( std::exchange( scoped.lost, true ) ) return;
    const Key key{ Key::table, scope };
    const auto known = known_.find( key );
-   Json json = known != known_.end() && !isTooDeep( known->second.text )
-                  ? Json::parse( known->second.text, nullptr, false )
+   Json json = known != known_.end() && !isTooDeep( known->second.value )
+                  ? Json::parse( known->second.value, nullptr, false )
                   : Json();
    if ( !json.is_object() || json.value( "writer", Json() ) == "gone" ) return;
    json["writer"] = "gone";
@@ -246,18 +252,14 @@ void Recorder::compare() {
 }
 
 void Recorder::take( StoreThread::Standing standing ) {
-   known_.clear();
-   for ( auto& [text, value] : standing ) {
-      if ( const auto key = parseKey( text ) ) {
-         if ( key->kind != Key::recorder ) scopes_[key->scope].stored = true;
-         known_[*key] = { value.digest, std::move( value.value ) };
-         continue;
-      }
+   known_.swap( standing.known );
+   for ( const auto& [key, value] : known_ )
+      if ( key.kind != Key::recorder ) scopes_[key.scope].stored = true;
+   for ( const std::string& text : standing.unknown )
       batch_.puts.push_back( { text, std::nullopt } );
-   }
    const auto recorder = known_.find( Key() );
    if ( !open_ && recorder != known_.end() ) {
-      const std::string& text = recorder->second.text;
+      const std::string& text = recorder->second.value;
       const Json former =
          isTooDeep( text ) ? Json() : Json::parse( text, nullptr, false );
       if ( former.is_object() ) log_.positionIs( former.value( "log", Json() ) );
@@ -369,7 +371,7 @@ void Recorder::put( const Key& key, const Touch& touch,
    if ( !value && !stood ) return;
    if ( value && stood && found->second.digest == value->digest ) return;
    if ( !first_ ) {
-      for ( Event& event : history_.changes( key, stood ? found->second.text : "",
+      for ( Event& event : history_.changes( key, stood ? found->second.value : "",
                                              value ? value->text : "", touch ) )
          batch_.events.push_back( std::move( event ) );
    }

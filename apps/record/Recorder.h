@@ -31,6 +31,7 @@ struct RecorderOptions {
 struct RecorderCounts {
    uint64_t puts = 0, deletes = 0, events = 0, compared = 0, tooLarge = 0;
    uint64_t outages = 0;
+   double late = 0.0;  // s, the longest by which it looked around too late, lately
    size_t queued = 0, noRoom = 0;
    bool away = false;
    bool complete = false;
@@ -50,8 +51,8 @@ class Recorder : public Mox::Clock::Notifiee {
    ~Recorder() override;
 
    const RecorderCounts& counts() const { return counts_; }
-   // Prometheus text of them.
-   std::string metrics() const;
+   // Prometheus text of them. "Lately" is since the last call.
+   std::string metrics();
    // Throws the reason for which the store takes no more, if there is one.
    void rethrow() const;
 
@@ -65,10 +66,6 @@ class Recorder : public Mox::Clock::Notifiee {
    // start the agent makes one after the other.
    static constexpr double lingering = 10.0;
 
-   struct Known {
-      uint64_t digest = 0;
-      std::string text;
-   };
    struct Scoped {
       std::unique_ptr<Watched> watched;  // null: the tables have no such VRF
       Queue queue;
@@ -113,7 +110,7 @@ class Recorder : public Mox::Clock::Notifiee {
    History history_;
    LogTail log_;
    std::map<Scope, Scoped> scopes_;
-   std::map<Key, Known> known_;
+   std::map<Key, Writer::Standing> known_;
    std::set<Key> tooLarge_;
    std::set<Key> noRoom_;
    std::set<Key> tryingAgain_;  // those of the batch that is with the store

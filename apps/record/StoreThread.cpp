@@ -22,6 +22,19 @@ int64_t wallNow() {
       .count();
 }
 
+// Here, since it takes too long for the loop.
+StoreThread::Standing sorted( std::map<std::string, Writer::Standing> all ) {
+   StoreThread::Standing standing;
+   while ( !all.empty() ) {
+      auto node = all.extract( all.begin() );
+      if ( const auto key = parseKey( node.key() ) )
+         standing.known.emplace( *key, std::move( node.mapped() ) );
+      else
+         standing.unknown.push_back( std::move( node.key() ) );
+   }
+   return standing;
+}
+
 }
 
 StoreThread::StoreThread( Mox::Loop& loop, Open open, Done done, Away away )
@@ -105,7 +118,7 @@ void StoreThread::run() {
       Answer opened;
       const auto away = insist( [&] {
          if ( writer == nullptr ) writer = open_();
-         opened.standing = writer->standing();
+         opened.standing = sorted( writer->standing() );
       } );
       if ( !away ) return;
       opened.away = *away;
@@ -131,7 +144,8 @@ bool StoreThread::beat( Writer& writer ) {
 }
 
 bool StoreThread::reread( Writer& writer, Answer& answer ) {
-   const auto away = insist( [&] { answer.standing = writer.standing(); } );
+   const auto away =
+      insist( [&] { answer.standing = sorted( writer.standing() ); } );
    answer.away += away.value_or( 0.0 );
    return away.has_value();
 }

@@ -25,7 +25,11 @@ struct Batch {
 
 class StoreThread {
  public:
-   using Standing = std::map<std::string, Writer::Standing>;
+   struct Standing {
+      std::map<Key, Writer::Standing> known;
+      std::vector<std::string> unknown;  // what is no key of this format
+      bool empty() const { return known.empty() && unknown.empty(); }
+   };
    struct Answer {
       bool batch = true;  // to a batch, or to opening; false: unasked
       // What stands, when the store was opened and whenever it may have lost something, or

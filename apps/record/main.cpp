@@ -95,7 +95,7 @@ void say( const std::string& text ) {
 class MetricsFile : public Mox::Clock::Notifiee {
  public:
    MetricsFile( Mox::Clock& clock, const Arguments& arguments,
-                const Fleet::Recorder& recorder )
+                Fleet::Recorder& recorder )
       : Notifiee( &clock ), arguments_( arguments ), recorder_( recorder ) {
       if ( !arguments.metrics.empty() ) onTime();
    }
@@ -112,7 +112,7 @@ class MetricsFile : public Mox::Clock::Notifiee {
    }
 
    const Arguments& arguments_;
-   const Fleet::Recorder& recorder_;
+   Fleet::Recorder& recorder_;
    bool told_ = false;
 };
 

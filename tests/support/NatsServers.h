@@ -29,9 +29,10 @@ class NatsServers {
       return "";
    }
 
-   // `more`: text for the configuration of each.
-   explicit NatsServers( size_t count, std::string more = "" )
-      : more_( std::move( more ) ) {
+   // `more`: text for the configuration of each. Their directory is made in `in`.
+   explicit NatsServers( size_t count, std::string more = "",
+                         const std::string& in = "/dev/shm" )
+      : root_( TempRoot::InDirectory{ in } ), more_( std::move( more ) ) {
       for ( size_t i = 0; i < 2 * count; ++i ) ports_.push_back( freePort() );
       for ( int socket : sockets_ ) close( socket );
       running_.resize( count );
@@ -46,6 +47,7 @@ class NatsServers {
          text += ( i == 0 ? "" : "," ) + where( ports_[i] );
       return text;
    }
+   int port( size_t i ) const { return ports_[i]; }
    const std::string& directory() const { return root_.path(); }
 
    void kill( size_t i ) {

@@ -9,12 +9,15 @@ namespace Mox::Test {
 
 class TempRoot {
  public:
-   TempRoot() {
-      char name[] = "/dev/shm/pimsm-test-XXXXXX";
-      if ( mkdtemp( name ) == nullptr ) {
-         throw std::runtime_error( "cannot make a directory under /dev/shm" );
+   TempRoot() : TempRoot( InDirectory{ "/dev/shm" } ) {}
+   struct InDirectory {
+      std::string path;
+   };
+   explicit TempRoot( const InDirectory& in )
+      : path_( in.path + "/pimsm-test-XXXXXX" ) {
+      if ( mkdtemp( path_.data() ) == nullptr ) {
+         throw std::runtime_error( "cannot make a directory under " + in.path );
       }
-      path_ = name;
    }
    // One that somebody else removes as well, should this process be killed.
    explicit TempRoot( const std::string& path ) : path_( path ) {

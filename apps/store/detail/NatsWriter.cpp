@@ -255,8 +255,10 @@ void NatsWriter::publish( const Sending& sending, size_t index ) {
                       static_cast<int>( sending.data.size() ) ),
       "a message" );
    NatsMessage message( own );
+   // The library reads no header of a message that has an empty one.
    for ( const auto& [name, value] : sending.headers )
-      checkNats( natsMsgHeader_Set( own, name, value.c_str() ), "a header" );
+      if ( !value.empty() )
+         checkNats( natsMsgHeader_Set( own, name, value.c_str() ), "a header" );
    connection_->publish( std::move( message ), round_, index );
 }
 

@@ -110,6 +110,15 @@ class Run {
    std::string log_;
 };
 
+// When the server stored it, s since 1970.
+double storedAt( const Fleet::NatsMessage& message ) {
+   jsMsgMetaData* meta = nullptr;
+   if ( natsMsg_GetMetaData( &meta, message.get() ) != NATS_OK ) return 0;
+   const double at = 1e-9 * static_cast<double>( meta->Timestamp );
+   jsMsgMetaData_Destroy( meta );
+   return at;
+}
+
 // What stands, without times.
 using State = std::map<std::string, std::string>;
 
@@ -256,8 +265,7 @@ Bench::History Bench::history() {
       connection, { names_.historyStream(), ">" },
       [&]( const Fleet::NatsMessage& message, const auto& ) {
          ++found.lines;
-         found.times.push_back(
-            1e-9 * static_cast<double>( natsMsg_GetTime( message.get() ) ) );
+         found.times.push_back( storedAt( message ) );
          found.twice +=
             !ids.insert( Fleet::headerOf( message, "Nats-Msg-Id" ) ).second;
          const Json line = Json::parse( Fleet::dataOf( message ) );
@@ -673,6 +681,7 @@ int main( int argc, char** argv ) {
    const auto number = [&]( int i, double otherwise ) {
       return argc > i ? std::atof( argv[i] ) : otherwise;
    };
+   setlinebuf( stdout );
    Size size;
    size.routes = static_cast<unsigned>( number( 2, 10000 ) );
    size.intfs = static_cast<unsigned>( number( 3, 6 ) );

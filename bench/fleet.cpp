@@ -154,7 +154,8 @@ double timed( const std::string& what, const std::function<std::string()>& run )
 
 void fill( const std::string& store, const Size& size ) {
    for ( unsigned i = 0; i < size.routers; ++i )
-      openWriter( { store }, nameOf( i ), "run", {} )->write( {}, putsOf( i, size ) );
+      openWriter( { store }, nameOf( i ), "run", {} )
+         ->write( {}, putsOf( i, size ) );
 }
 
 void ask( const std::string& store, const Size& size ) {
@@ -182,8 +183,8 @@ void ask( const std::string& store, const Size& size ) {
       timed( "index and path --to", path );
       const IpGenPrefix group( question.stream.group );
       timed( "check of a group", [&] {
-         return checkText(
-            checkFleet( *openReader( { store } ), { question.scope, group, 0, {} } ) );
+         return checkText( checkFleet( *openReader( { store } ),
+                                       { question.scope, group, 0, {} } ) );
       } );
    }
    timed( "check of all", [&] {

@@ -69,7 +69,7 @@ class NatsWriter : public Writer {
    uint64_t round_ = 0, rings_ = 0, losses_ = 0;
    bool doubted_ = false;
    double ensured_ = 0.0;  // s
-   bool let_ = false;  // has the server once let us write?
+   bool let_ = false;      // has the server once let us write?
    // Of the batch that is being written.
    std::set<int64_t> storedEvents_;
    std::map<std::string, uint64_t> storedKeys_;

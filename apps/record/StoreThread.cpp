@@ -6,21 +6,11 @@
 #include <algorithm>
 #include <chrono>
 
+#include "apps/store/Clocks.h"
+
 namespace Fleet {
 
 namespace {
-
-double steadyNow() {
-   return std::chrono::duration<double>(
-             std::chrono::steady_clock::now().time_since_epoch() )
-      .count();
-}
-
-int64_t wallNow() {
-   return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::system_clock::now().time_since_epoch() )
-      .count();
-}
 
 // Here, since it takes too long for the loop.
 StoreThread::Standing sorted( std::map<std::string, Writer::Standing> all ) {
@@ -200,7 +190,7 @@ void StoreThread::pruneSome( Writer& writer ) {
    constexpr double kInterval = 10.0;  // s
    if ( steadyNow() < pruned_ + kInterval ) return;
    try {
-      if ( !writer.prune( wallNow() ) ) pruned_ = steadyNow();
+      if ( !writer.prune( systemNow() ) ) pruned_ = steadyNow();
    } catch ( const StoreAway& ) {
       pruned_ = steadyNow();  // the next batch will find out
    }

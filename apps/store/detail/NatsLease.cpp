@@ -6,10 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "apps/store/Clocks.h"
 #include "apps/store/Names.h"
 #include "apps/store/Untrusted.h"
 #include "apps/store/detail/NatsRead.h"
@@ -19,12 +19,6 @@ namespace Fleet {
 using Json = nlohmann::ordered_json;
 
 namespace {
-
-double steadyNow() {
-   return std::chrono::duration<double>(
-             std::chrono::steady_clock::now().time_since_epoch() )
-      .count();
-}
 
 // What numbers of processes mean here: the same in another container are others.
 std::string processes() {

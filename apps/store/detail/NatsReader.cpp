@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <chrono>
 #include <utility>
 
+#include "apps/store/Clocks.h"
 #include "apps/store/Names.h"
 #include "apps/store/detail/NatsRead.h"
 #include "apps/store/detail/NatsStore.h"
@@ -13,12 +13,6 @@
 namespace Fleet {
 
 namespace {
-
-double steadyNow() {
-   return std::chrono::duration<double>(
-             std::chrono::steady_clock::now().time_since_epoch() )
-      .count();
-}
 
 bool nobodyHas( const NatsMessage& message ) {
    return message != nullptr && natsMsg_IsNoResponders( message.get() );

@@ -44,10 +44,13 @@ class NatsWriter : public Writer {
    void writeState( const std::vector<Put>& puts );
    // Which of the events are stored, though nobody said so.
    void findStored( const std::vector<Event>& events );
+   // Called with the index of each that is stored.
+   using Stored = std::function<void( size_t )>;
    // Returns when all are stored or have no room; throws StoreAway.
-   void send( std::vector<Sending>& all );
+   void send( std::vector<Sending>& all, const Stored& stored );
    void publish( const Sending& sending, size_t index );
-   void take( std::vector<Sending>& all, size_t& waiting, std::string& trouble );
+   void take( std::vector<Sending>& all, size_t& waiting, std::string& trouble,
+              const Stored& stored );
    // Throws what the trouble of a message means.
    [[noreturn]] void failed( const std::string& trouble );
    // Calls; what went wrong is thrown as failed() does.

@@ -1,8 +1,8 @@
 #include <fmt/format.h>
 
-#include <chrono>
 #include <utility>
 
+#include "apps/store/Clocks.h"
 #include "apps/store/Names.h"
 #include "apps/store/detail/NatsRead.h"
 #include "apps/store/detail/NatsStore.h"
@@ -18,18 +18,6 @@ constexpr const char* kInstance = "Pimsm-Instance";
 constexpr const char* kOperation = "KV-Operation";
 constexpr const char* kMark = "mark";  // a key of nothing
 constexpr const char* kId = "Nats-Msg-Id";
-
-double steadyNow() {
-   return std::chrono::duration<double>(
-             std::chrono::steady_clock::now().time_since_epoch() )
-      .count();
-}
-
-int64_t wallNow() {
-   return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::system_clock::now().time_since_epoch() )
-      .count();
-}
 
 }
 
@@ -101,13 +89,11 @@ std::map<std::string, Writer::Standing> NatsWriter::standing() {
    // out is all if this is in it.
    const std::string mark = prefix_ + kMark;
    std::vector<Sending> marks{ { mark, instance_, { { kInstance, instance_ } } } };
-   send( marks );
-   uint64_t newest = 0;
+   send( marks, {} );
    std::map<std::string, Standing> all;
    removals_.clear();
    const auto take = [&]( const NatsMessage& message, const NatsRead& read ) {
       lease_->renew();  // it may take longer than that lasts
-      newest = std::max( newest, read.sequence );
       const std::string key( read.subject.substr( prefix_.size() ) );
       if ( key == kMark ) return;
       if ( isRemoval( message ) ) {
@@ -129,8 +115,6 @@ std::map<std::string, Writer::Standing> NatsWriter::standing() {
                   marks[0].sequence },
                 take );
    } );
-   if ( newest < marks[0].sequence )
-      throw StoreAway( "the server that was asked is behind the others" );
    doubted_ = false;
    return all;
 }
@@ -139,7 +123,7 @@ std::vector<std::string> NatsWriter::write( const std::vector<Event>& events,
                                             const std::vector<Put>& puts ) {
    requireStore();
    if ( !firstTry_ )
-      firstTry_ = wallNow();
+      firstTry_ = systemNow();
    else
       findStored( events );
    writeEvents( events );
@@ -165,7 +149,7 @@ std::vector<std::string> NatsWriter::write( const std::vector<Event>& events,
 // The servers know an event again that is sent twice, but not for ever.
 void NatsWriter::findStored( const std::vector<Event>& events ) {
    constexpr int64_t kMargin = 60'000;  // ms, of clocks
-   if ( events.empty() || wallNow() < *firstTry_ + repeatable * 1000 / 2 ) return;
+   if ( events.empty() || systemNow() < *firstTry_ + repeatable * 1000 / 2 ) return;
    std::map<std::string, int64_t> wanted;
    for ( const Event& event : events )
       wanted[fmt::format( "{}-{}", instance_, event.id )] = event.id;
@@ -184,7 +168,7 @@ void NatsWriter::findStored( const std::vector<Event>& events ) {
       // A recorder need not be let read: a line that stands twice is better than none.
       if ( connection_->takeRefusal().empty() ) failed( e.what() );
    }
-   firstTry_ = wallNow();
+   firstTry_ = systemNow();
 }
 
 void NatsWriter::writeEvents( const std::vector<Event>& events ) {
@@ -200,17 +184,7 @@ void NatsWriter::writeEvents( const std::vector<Event>& events ) {
                          { "Pimsm-Op", event.op },
                          { "Pimsm-Source", event.source } } } );
    }
-   const auto note = [&] {
-      for ( size_t i = 0; i < all.size(); ++i )
-         if ( all[i].sequence != 0 ) storedEvents_.insert( ids[i] );
-   };
-   try {
-      send( all );
-   } catch ( const Mox::Error& ) {
-      note();
-      throw;
-   }
-   note();
+   send( all, [&]( size_t i ) { storedEvents_.insert( ids[i] ); } );
    for ( const Sending& each : all )
       if ( each.noRoom ) failed( "the history has no room" );
 }
@@ -235,17 +209,7 @@ void NatsWriter::writeState( const std::vector<Put>& puts ) {
       }
       all.push_back( std::move( sending ) );
    }
-   const auto note = [&] {
-      for ( size_t i = 0; i < all.size(); ++i )
-         if ( all[i].sequence != 0 ) storedKeys_[*keys[i]] = all[i].sequence;
-   };
-   try {
-      send( all );
-   } catch ( const Mox::Error& ) {
-      note();
-      throw;
-   }
-   note();
+   send( all, [&]( size_t i ) { storedKeys_[*keys[i]] = all[i].sequence; } );
 }
 
 void NatsWriter::publish( const Sending& sending, size_t index ) {
@@ -262,7 +226,7 @@ void NatsWriter::publish( const Sending& sending, size_t index ) {
    connection_->publish( std::move( message ), round_, index );
 }
 
-void NatsWriter::send( std::vector<Sending>& all ) {
+void NatsWriter::send( std::vector<Sending>& all, const Stored& stored ) {
    constexpr double kPatience = 2.5;  // s, somewhat more than an answer may take
    ++round_;
    const uint64_t losses = connection_->losses();
@@ -276,7 +240,7 @@ void NatsWriter::send( std::vector<Sending>& all ) {
       }
       if ( !trouble.empty() && waiting == 0 ) break;
       const size_t before = waiting;
-      take( all, waiting, trouble );
+      take( all, waiting, trouble, stored );
       if ( waiting != before ) heard = steadyNow();
       if ( connection_->losses() != losses )
          failed( address_.store + ": the server was lost" );
@@ -286,12 +250,15 @@ void NatsWriter::send( std::vector<Sending>& all ) {
 }
 
 void NatsWriter::take( std::vector<Sending>& all, size_t& waiting,
-                       std::string& trouble ) {
+                       std::string& trouble, const Stored& stored ) {
    for ( NatsConnection::Outcome& outcome : connection_->outcomes( round_ ) ) {
       --waiting;
       Sending& sending = all[outcome.index];
       sending.sequence = outcome.sequence;
-      if ( outcome.sequence != 0 ) continue;
+      if ( outcome.sequence != 0 ) {
+         if ( stored ) stored( outcome.index );
+         continue;
+      }
       // The state of a router is limited; what is smaller than before still fits.
       sending.noRoom = outcome.code == JSStreamStoreFailedErr &&
                        outcome.text.find( "maximum bytes" ) != std::string::npos;

@@ -322,6 +322,17 @@ void JoinPruneEngine::endUnshared() {
       } );
 }
 
+// A loser has the better metric where it may not assert, having lost the group's assert:
+// both would forward until the join expires.
+void JoinPruneEngine::handleAssert( const RouteIntfKey& key ) {
+   Record* const record = find( key );
+   if ( record == nullptr || key.routeKey.source.isUnspecified() ) return;
+   const bool lost = record->intf->assertInfo().assertState ==
+                     Routing::Pim::SparseMode::iAmAssertLoser;
+   if ( lost && record->intf->forward() && !record->intf->lostAssertSg() )
+      act( *record, []( Record& it, double ) { it.join.end( *it.intf ); } );
+}
+
 void JoinPruneEngine::handleIntfGone( Vantu::IntfId intfId ) {
    eachOf( [&]( const RouteIntfKey& key ) { return key.intfId == intfId; },
            []( Record& it, double ) {

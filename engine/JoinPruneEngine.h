@@ -43,6 +43,10 @@ class PIMSM_API JoinPruneEngine {
    // The interface has gone: ends all state on it.
    void handleIntfGone( Vantu::IntfId intfId );
 
+   // Another router asserts for the route. Who joined by this one follows the winner,
+   // so a join that the lost assert does not bar by itself ends.
+   void handleAssert( const RouteIntfKey& key );
+
    // Handles a message to this router from a neighbour on the interface.
    void receive( Vantu::IntfId intfId, const Neighbors& neighbors,
                  const PimJoinPrune& message );

@@ -86,8 +86,11 @@ void Links::remove( IntfId intfId ) {
 }
 
 void Links::forget( IntfId intfId ) {
+   std::vector<IpGenAddr> neighbors;
+   for ( const auto& [address, neighbor] : links_.at( intfId ).neighbors().all() )
+      neighbors.push_back( address );
    links_.erase( intfId );
-   observer_.gone( intfId );
+   observer_.gone( intfId, neighbors );
    drs_.erase( intfId );
    pimStatus_->intfDel( intfId );
 }

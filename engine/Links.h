@@ -17,8 +17,10 @@ class PIMSM_API Links {
       std::function<void()> changed = [] {};
       std::function<void( Vantu::IntfId, const Vantu::IpGenAddr&, NeighborEvent )>
          neighbor = []( Vantu::IntfId, const Vantu::IpGenAddr&, NeighborEvent ) {};
-      // The link has left the configuration, lost its addresses, or is not up.
-      std::function<void( Vantu::IntfId )> gone = []( Vantu::IntfId ) {};
+      // The link has left the configuration, lost its addresses, or is not up; and with
+      // it its neighbours, of whom `neighbor` does not tell.
+      std::function<void( Vantu::IntfId, const std::vector<Vantu::IpGenAddr>& )>
+         gone = []( Vantu::IntfId, const std::vector<Vantu::IpGenAddr>& ) {};
       // A link has come, with addresses and up.
       std::function<void( Vantu::IntfId )> came = []( Vantu::IntfId ) {};
       // Another router is the link's DR, or one is: the former and the present one.

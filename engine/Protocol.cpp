@@ -77,7 +77,9 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
           [this]( IntfId intfId, const IpGenAddr& address, NeighborEvent event ) {
              handleNeighbor( intfId, address, event );
           },
-          [this]( IntfId intfId ) { endStates( intfId ); },
+          [this]( IntfId intfId, const auto& neighbors ) {
+             endStates( intfId, neighbors );
+          },
           [this]( IntfId intfId ) { tellLink( Published::interfaceCame, intfId ); },
           [this]( IntfId intfId, const IpGenAddr& former, const IpGenAddr& dr ) {
              tellDr( intfId, former, dr );
@@ -201,9 +203,11 @@ void Protocol::review( const Routing::Pim::RouteKey& key ) {
    registerSender_.review( key );
 }
 
-void Protocol::endStates( IntfId intfId ) {
+void Protocol::endStates( IntfId intfId, const std::vector<IpGenAddr>& neighbors ) {
    tellLink( Published::interfaceGone, intfId );
    const Journal::Handling handling( journal_, Published::byInterface, intfId );
+   for ( const IpGenAddr& address : neighbors )
+      tellNeighbor( intfId, address, NeighborEvent::gone );
    joinPrune_.handleIntfGone( intfId );
    membership_.handleIntfGone( intfId );
    asserts_.handleIntfGone( intfId );
@@ -211,9 +215,12 @@ void Protocol::endStates( IntfId intfId ) {
 
 void Protocol::adoptNeighbor( IntfId intfId, const IpGenAddr& address,
                               const Neighbors::Kept& kept ) {
-   Link* link = links_.find( intfId );
-   if ( link == nullptr || link->isOwn( address ) ) return;
-   link->neighbors().adopt( address, kept );
+   if ( Link* link = links_.find( intfId ) ) {
+      if ( !link->isOwn( address ) ) link->neighbors().adopt( address, kept );
+      return;
+   }
+   const Journal::Handling handling( journal_, Published::byInterface, intfId );
+   tellNeighbor( intfId, address, NeighborEvent::gone );
 }
 
 void Protocol::adopt( const KeptTimers& kept,
@@ -227,7 +234,7 @@ void Protocol::adopt( const KeptTimers& kept,
    asserts_.adopt( kept );
    sources_.adopt();
    for ( IntfId intfId : routes_.intfs() ) {
-      if ( links_.find( intfId ) == nullptr ) endStates( intfId );
+      if ( links_.find( intfId ) == nullptr ) endStates( intfId, {} );
    }
    registering_.adopt();
    registerSender_.adopt( registering );
@@ -398,11 +405,21 @@ void Protocol::receivePim( Link& link, const IpPacket& packet,
 
 void Protocol::receiveOfNeighbor( const Link& link, const IpPacket& packet,
                                   const PimMessage& message ) {
-   if ( config_.requireHello && !link.neighbors().has( packet.source ) )
-      return journal_.refused( unknownNeighbor );
+   if ( config_.requireHello && !link.neighbors().has( packet.source ) ) {
+      const auto* joins = std::get_if<PimJoinPrune>( &message.body );
+      const bool ours = joins == nullptr || link.isOwn( joins->upstreamNeighbor );
+      return journal_.refused( ours ? unknownNeighbor : otherUpstream );
+   }
    if ( const auto* got = std::get_if<PimAssert>( &message.body ) )
-      return asserts_.receive( link.intfId(), packet.source, *got );
+      return receiveAssert( link.intfId(), packet.source, *got );
    receiveJoinPrune( link, std::get<PimJoinPrune>( message.body ) );
+}
+
+void Protocol::receiveAssert( IntfId intfId, const IpGenAddr& sender,
+                              const PimAssert& message ) {
+   asserts_.receive( intfId, sender, message );
+   if ( sender_.speaks() )
+      joinPrune_.handleAssert( { { message.source, message.group }, intfId } );
 }
 
 void Protocol::receiveJoinPrune( const Link& link, const PimJoinPrune& message ) {

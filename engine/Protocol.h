@@ -134,12 +134,15 @@ class PIMSM_API Protocol {
    void tellDr( Vantu::IntfId intfId, const Vantu::IpGenAddr& former,
                 const Vantu::IpGenAddr& dr );
    void updatePaths();
-   void endStates( Vantu::IntfId intfId );
+   void endStates( Vantu::IntfId intfId,
+                   const std::vector<Vantu::IpGenAddr>& neighbors );
    void receiveRegister( const IpPacket& packet, const PimRegister& message );
    void receivePim( Link& link, const IpPacket& packet, const PimMessage& message );
    void receiveOfNeighbor( const Link& link, const IpPacket& packet,
                            const PimMessage& message );
    void review( const Routing::Pim::RouteKey& key );
+   void receiveAssert( Vantu::IntfId intfId, const Vantu::IpGenAddr& sender,
+                       const PimAssert& message );
    void receiveJoinPrune( const Link& link, const PimJoinPrune& message );
    void receiveMembership( const Link& link, const IpPacket& packet,
                            const MembershipMessage& message );

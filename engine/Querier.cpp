@@ -49,7 +49,7 @@ void Querier::configIs( const MembershipConfig& config, const IpGenAddr& own,
    own_ = own;
    mtu_ = mtu;
    if ( same ) return;
-   if ( !begun_ || asks() ) useOwnTimes();
+   if ( asks() ) useOwnTimes();
    if ( !speaks() || std::exchange( begun_, true ) ) return;
    if ( !adopted_ ) {
       startupLeft_ = config_.robustness;

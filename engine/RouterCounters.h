@@ -58,11 +58,6 @@ class PIMSM_API RouterCounters {
    void onRefusedIs( std::function<void( Refusal )> call ) {
       onRefused_ = std::move( call );
    }
-   // Counts the reason, if there is one. True without a reason.
-   bool accepted( std::optional<Refusal> reason ) {
-      if ( reason ) refused( *reason );
-      return !reason;
-   }
 
    uint64_t droppedCount( DropReason reason ) const {
       return dropped_[reason - 1]->value();

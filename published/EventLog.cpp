@@ -24,9 +24,19 @@ Brane::Layout layoutOfEvent() {
 
 }
 
+namespace {
+
+// Is the same again counted?
+bool isRepeated( EventKind kind ) {
+   return kind == refused || kind == wrongInterface;
+}
+
+}
+
 EventLog::Same::Same( const Event& event )
    : kind( event.kind ),
      refusal( event.refusal ),
+     message( event.message ),
      ipVersion( event.ipVersion ),
      vrf( event.vrf.text() ),
      intf( event.intf ),
@@ -35,7 +45,7 @@ EventLog::Same::Same( const Event& event )
      address( event.address ) {}
 
 size_t EventLog::HashOfSame::operator()( const Same& same ) const {
-   size_t hash = same.kind * 64 + same.refusal;
+   size_t hash = ( same.kind * 64 + same.refusal ) * 16 + same.message;
    const auto mix = [&hash]( size_t more ) {
       hash = ( hash ^ more ) * size_t( UINT64_C( 0x9e3779b97f4a7c15 ) );
    };
@@ -56,8 +66,7 @@ EventLog::EventLog( const Corvex::EntityManager& manager, Mox::StringView path,
 
 void EventLog::add( const Event& event ) {
    changed_ = true;
-   if ( event.kind == refused || event.kind == wrongInterface )
-      return addRepeated( event );
+   if ( isRepeated( event.kind ) ) return addRepeated( event );
    write( event );
 }
 
@@ -127,7 +136,20 @@ bool EventReader::poll() {
    if ( ring_.instanceId() == instance_ || ring_.instanceId() == 0 ) return false;
    instance_ = ring_.instanceId();
    next_ = 1;
+   counts_.clear();
    return true;
+}
+
+Brane::Lookup EventReader::read( uint64_t sequence, Entry& out ) const {
+   Form::Bytes bytes;
+   Brane::RingReader::Entry found;
+   const Brane::Lookup result = ring_.read( sequence, &bytes, found );
+   if ( result != Brane::lookupFound ) return result;
+   if ( !Form::read( bytes, out.event ) ) return Brane::lookupDamaged;
+   out.sequence = sequence;
+   out.count = found.count;
+   out.last = found.last;
+   return result;
 }
 
 // A number that damage made too high heals with the file.
@@ -140,23 +162,29 @@ std::optional<EventReader::Entry> EventReader::next() {
          missed_ += ring_.oldest() - next_;
          next_ = ring_.oldest();
       }
-      Form::Bytes bytes;
-      Brane::RingReader::Entry found;
       Entry entry;
-      entry.sequence = next_++;
-      const Brane::Lookup result = ring_.read( entry.sequence, &bytes, found );
-      if ( result == Brane::lookupAbsent ) {
-         ++missed_;
-      } else if ( result == Brane::lookupDamaged ||
-                  !Form::read( bytes, entry.event ) ) {
-         ++damaged_;
-      } else {
-         entry.count = found.count;
-         entry.last = found.last;
-         return entry;
-      }
+      const Brane::Lookup result = read( next_++, entry );
+      missed_ += result == Brane::lookupAbsent;
+      damaged_ += result == Brane::lookupDamaged;
+      if ( result != Brane::lookupFound ) continue;
+      if ( isRepeated( entry.event.kind ) ) counts_[entry.sequence] = entry.count;
+      if ( counts_.size() > EventLog::maxTold ) counts_.erase( counts_.begin() );
+      return entry;
    }
    return std::nullopt;
+}
+
+std::vector<EventReader::Entry> EventReader::repeated() {
+   std::vector<Entry> out;
+   counts_.erase( counts_.begin(), counts_.lower_bound( ring_.oldest() ) );
+   for ( auto& [sequence, count] : counts_ ) {
+      Entry entry;
+      if ( read( sequence, entry ) != Brane::lookupFound || entry.count == count )
+         continue;
+      count = entry.count;
+      out.push_back( std::move( entry ) );
+   }
+   return out;
 }
 
 }

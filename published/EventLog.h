@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <unordered_map>
+#include <vector>
 
 #include "platform/loop/Clock.h"
 #include "platform/mount/EntityManager.h"
@@ -29,6 +30,8 @@ class PIMSM_API EventLog {
    // Of new refusals a burst of so many is told, then one a second; the others by reason
    // and interface alone.
    static constexpr double refusalBurst = 100;
+   // No more of them are counted at a time.
+   static constexpr size_t maxTold = 4096;
 
    // Opens the log at the path below the manager's root. The clock is that of the
    // events' times; both outlive the log. Throws what RingWriter does.
@@ -54,6 +57,7 @@ class PIMSM_API EventLog {
       bool operator==( const Same& ) const = default;
       EventKind kind;
       Refusal refusal;
+      MessageKind message;
       uint32_t ipVersion;
       Mox::String vrf;
       Vantu::IntfId intf;
@@ -66,7 +70,6 @@ class PIMSM_API EventLog {
       uint64_t sequence = 0;
       double last = 0.0;
    };
-   static constexpr size_t maxTold = 4096;
    static constexpr double checkInterval = 1.0;  // s
 
    void addRepeated( Event event );
@@ -107,15 +110,21 @@ class PIMSM_API EventReader {
    // The next event after the last one returned, from the oldest on; nothing at the
    // end. Damaged ones are left out and counted.
    std::optional<Entry> next();
+   // The refusals and wrong interfaces that next() has returned and that were counted
+   // again since the last call, as they are now; in order.
+   std::vector<Entry> repeated();
    // Events that newer ones had replaced before they were read.
    uint64_t missed() const { return missed_; }
    uint64_t damaged() const { return damaged_; }
 
  private:
+   Brane::Lookup read( uint64_t sequence, Entry& out ) const;
+
    Mox::String path_;
    Brane::RingReader ring_;
    uint64_t instance_ = 0;
    uint64_t next_ = 1;
+   std::map<uint64_t, uint64_t> counts_;  // told of those that may come again
    uint64_t missed_ = 0;
    uint64_t damaged_ = 0;
 };

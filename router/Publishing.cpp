@@ -138,6 +138,17 @@ Published::Setting setting( const char* name, const std::string& value ) {
    return { Published::Text<32>( name ), Published::Text<224>( value ) };
 }
 
+// The interfaces that bar groups or sources, for whoever compares the kernel's entries.
+std::string boundaries( Vantu::AddressFamily family, const VrfConfig& config ) {
+   std::string out;
+   const bool ipv4 = family == Vantu::AddressFamily::ipv4;
+   for ( const InterfaceConfig& each : config.interfaces ) {
+      if ( ( ipv4 ? each.boundary.ipv4 : each.boundary.ipv6 ).empty() ) continue;
+      out += ( out.empty() ? "" : " " ) + std::string( each.name.name() );
+   }
+   return out;
+}
+
 }
 
 bool publishLinks( Published::FamilyStatus& tables, Vantu::AddressFamily family,
@@ -187,6 +198,9 @@ bool publishConfig( Published::FamilyStatus& tables, Vantu::AddressFamily family
         setting( "require-hello", config.requireHello ? "yes" : "no" ),
         setting( "embedded-rp", config.embeddedRp ? "yes" : "no" ),
         setting( "ssmFilter", ssmFilter ), setting( "frrFilter", frrFilter ),
+        setting( "boundaries", boundaries( family, config ) ),
+        setting( "assert-time",
+                 std::to_string( static_cast<uint32_t>( config.assertTime ) ) ),
         // When fewer rules had room, readers treat the lists as unknown.
         setting( "access-rules", std::to_string( rules.size() ) ) } );
    return done;

@@ -257,8 +257,7 @@ bool TableBase::drain() {
 
 // A new writer rings once it has mounted, without a change.
 void TableBase::handleBell( ::Brane::DoorbellHub::Ring why ) {
-   const bool idle =
-      follower_ != nullptr && !follower_->pending() && control_->writerAlive();
+   const bool idle = !follower_->pending() && control_->writerAlive();
    if ( why == ::Brane::DoorbellHub::bellRang && idle ) return;
    drainInOrder();
 }

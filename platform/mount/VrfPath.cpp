@@ -25,10 +25,10 @@ Mox::String vrfPath( Mox::StringView kind, Vantu::AddressFamily family,
 
 Mox::String besidePath( Mox::StringView path, Mox::StringView kind ) {
    const size_t last = path.rfind( '/' );
-   const size_t before = last == Mox::StringView::npos || last == 0
-                            ? last
-                            : path.rfind( '/', last - 1 );
-   if ( before == Mox::StringView::npos || last == 0 ) return Mox::String( path );
+   const bool beside = last != Mox::StringView::npos && last != 0;
+   const size_t before =
+      beside ? path.rfind( '/', last - 1 ) : Mox::StringView::npos;
+   if ( before == Mox::StringView::npos ) return Mox::String( path );
    return fmt::format( "{}/{}{}", path.substr( 0, before ), kind,
                        path.substr( last ) );
 }

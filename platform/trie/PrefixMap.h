@@ -42,7 +42,7 @@ class PrefixMap {
 template <class Value>
 std::pair<Value&, bool> PrefixMap<Value>::insert( const Vantu::IpGenPrefix& prefix,
                                                   Value value ) {
-   if ( prefix.family() == Vantu::AddressFamily::ipv4 && !prefix.isNone() ) {
+   if ( prefix.family() == Vantu::AddressFamily::ipv4 ) {
       trie4_.routeIs( prefix, true );
    } else {
       trie6_.routeIs( prefix, true );

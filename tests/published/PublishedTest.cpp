@@ -165,8 +165,10 @@ TEST_F( Publishing, ReadersKnowWhatTheConfigurationSaysOfGroups ) {
    // The longest range decides, and for one range the RP named first.
    publishRps( *tables, { { { addr( "224.0.0.0" ), 4 }, addr( "192.0.2.9" ) },
                           { { addr( "239.1.0.0" ), 16 }, addr( "192.0.2.10" ) },
-                          { { addr( "239.1.0.0" ), 16 }, addr( "192.0.2.11" ) } } );
+                          { { addr( "239.1.0.0" ), 16 }, addr( "192.0.2.11" ) },
+                          { { addr( "239.1.2.4" ), 32 }, addr( "192.0.2.12" ) } } );
    EXPECT_EQ( rp( "239.1.2.3" ), "192.0.2.10" );
+   EXPECT_EQ( rp( "239.1.2.4" ), "192.0.2.12" );
    EXPECT_EQ( rp( "239.2.2.3" ), "192.0.2.9" );
 
    // The group's address has its RP, where the configuration lets it.
@@ -287,6 +289,13 @@ TEST_F( Publishing, AFloodOfRefusalsIsCounted ) {
    };
    for ( int sender : { 0, 1, 1, 0 } ) refused( sender );
    EXPECT_EQ( log.written(), 2u );
+   EventReader reader( root.path(), agentLog );
+   while ( reader.next() ) {
+   }
+   EXPECT_TRUE( reader.repeated().empty() );
+   refused( 1 );
+   EXPECT_EQ( reader.repeated().at( 0 ).count, 3u );
+   EXPECT_TRUE( reader.repeated().empty() );
    for ( int sender = 2; sender < 100; ++sender ) refused( sender );
    EXPECT_EQ( log.written(), 100u );
    EXPECT_EQ( refused( 100 ), 101u ) << "by its reason alone";

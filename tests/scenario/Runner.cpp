@@ -40,8 +40,9 @@ std::vector<Change> expectedChanges( const std::vector<std::string>& texts,
       const bool timed = unit != std::string::npos &&
                          text.find_first_not_of( "0123456789." ) == unit;
       if ( timed ) time = std::stod( text );
-      const bool count =
-         text.rfind( "refused ", 0 ) == 0 || text.rfind( "dropped ", 0 ) == 0;
+      const bool count = text.rfind( "refused ", 0 ) == 0 ||
+                         text.rfind( "dropped ", 0 ) == 0 ||
+                         text.rfind( "counted ", 0 ) == 0;
       out.emplace_back( count ? kAtTheEnd : rounded( time ),
                         timed ? text.substr( unit + 3 ) : text );
    }
@@ -124,7 +125,10 @@ class Run {
       if ( auto until = world_.pause( statement ) ) return wait( *until );
       const bool asks =
          statement.rfind( "why ", 0 ) == 0 || statement.rfind( "verdict ", 0 ) == 0;
-      if ( asks ) {
+      if ( statement == "check" ) {
+         for ( std::string& finding : world_.check() )
+            changes_.emplace_back( rounded( world_.now() ), std::move( finding ) );
+      } else if ( asks ) {
          changes_.emplace_back( rounded( world_.now() ), world_.why( statement ) );
       } else if ( statement.rfind( "replay ", 0 ) != 0 ) {
          world_.act( statement );

@@ -112,7 +112,7 @@ class Text {
       if ( source.wildcard != source.rpt ) out += " rpt";
       const auto whole = Vantu::addressBits( any.family() );
       if ( !source.sparse || source.maskLength != whole ||
-           group.maskLength != whole )
+           group.maskLength != whole || source.address == any )
          out += " malformed";
       return out;
    }

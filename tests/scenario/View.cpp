@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <set>
 
 #include "tests/scenario/Script.h"
@@ -204,6 +205,13 @@ Facts refusals( const VrfRouter&, const RouterCounters& counters, const Names& )
    return out;
 }
 
+// All counts that are not zero, among them those of refusals.
+Facts counts( const VrfRouter&, const RouterCounters& counters, const Names& ) {
+   std::string text = counters.text();
+   std::replace( text.begin(), text.end(), ';', ',' );
+   return { { "counted", text } };
+}
+
 constexpr View kViews[] = { { "downstream", "left", downstream },
                             { "members", "unwanted", members },
                             { "asserts", "no assert", asserts },
@@ -213,7 +221,8 @@ constexpr View kViews[] = { { "downstream", "left", downstream },
                             { "upstream", "not joined", upstream },
                             { "neighbors", "lost", neighbors },
                             { "registers", "unregistered", registers },
-                            { "refusals", nullptr, refusals } };
+                            { "refusals", nullptr, refusals },
+                            { "counts", nullptr, counts } };
 
 }
 

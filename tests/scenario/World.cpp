@@ -5,6 +5,7 @@
 
 #include "apps/agent/capture/CaptureReader.h"
 #include "apps/config/ConfigReader.h"
+#include "apps/show/reports/CheckReport.h"
 #include "apps/show/reports/Why.h"
 #include "export/Conversion.h"
 #include "tests/scenario/SentText.h"
@@ -106,23 +107,73 @@ std::string World::why( const std::string& statement ) {
    return "why " + ( answer.why.cause.empty() ? "nothing" : answer.why.cause );
 }
 
+std::vector<std::string> World::check() {
+   turn();
+   Show::Mirrors mirrors( { root_.path(), "default", family() } );
+   mirrors.load();
+   std::vector<std::string> out;
+   const Show::Evidence evidence{ Show::Events( root_.path() ).take(), host_,
+                                  clock_.now() };
+   for ( const auto& mirror : mirrors.all() ) {
+      for ( const auto& finding : Show::check( *mirror, {}, evidence ).findings ) {
+         out.push_back( "check " + finding.kind );
+         if ( !finding.intfId.empty() )
+            out.back() += ' ' + std::string( finding.intfId.name() );
+         if ( finding.key != Routing::Pim::RouteKey() )
+            out.back() += ' ' + names_.of( finding.key );
+      }
+   }
+   return out;
+}
+
+uint32_t World::indexOf( const std::string& intf ) const {
+   uint32_t index = 0;
+   for ( const auto& each : config_.interfaces ) {
+      ++index;
+      if ( each.name.name() == intf ) return index;
+   }
+   throw ScriptError( "no interface: " + intf );
+}
+
+// has A [in eth0 out eth1 eth3], lacks A
+void World::hostEntry( Words& words ) {
+   if ( !host_.entries ) host_.entries.emplace();
+   const bool has = words.next() == "has";
+   const auto key = names_.route( words.next() );
+   host_.entries->erase( key );
+   if ( !has ) return;
+   Show::Host::Entry entry;
+   if ( words.accept( "in" ) ) entry.incoming = indexOf( words.next() );
+   if ( words.accept( "out" ) )
+      while ( !words.atEnd() ) entry.outgoing.insert( indexOf( words.next() ) );
+   host_.entries->emplace( key, entry );
+}
+
+// elsewhere A: the source sends in the VRF red.
+void World::elsewhere( Words& words ) {
+   namespace Sm = Routing::Pim::SparseMode;
+   const L3::VrfName red( "red" );
+   auto model = Sm::statusFactory( red );
+   model->maxRoutesIs( 10 );
+   model->maxRouteIntfsIs( 10 );
+   const auto route = model->routeIs( names_.route( words.next() ) );
+   route->katExpiredIs( false );
+   Sm::Brane::Status::mountInDependencyOrder(
+      kernelSide_, Sm::Brane::Status::mountPath( family(), red ),
+      Brane::tableWriter, model )
+      ->routeIs( Sm::Brane::doGetBraneRouteFromRoute( *route ) );
+   kernelSide_.dispatch();
+}
+
 // host eth1 down, host eth1 gone, host eth1 no-address, host eth1 no-link-local,
 // host has A, host lacks A: as the kernel says.
 void World::host( Words& words ) {
    for ( const auto& each : config_.interfaces )
       for ( const auto& own : each.addresses )
          host_.addresses.insert( own.address );
+   if ( words.peek() == "has" || words.peek() == "lacks" )
+      return hostEntry( words );
    const std::string first = words.next();
-   if ( first == "has" || first == "lacks" ) {
-      if ( !host_.entries ) host_.entries.emplace();
-      const auto key = names_.route( words.next() );
-      if ( first == "has" ) {
-         host_.entries->insert( key );
-      } else {
-         host_.entries->erase( key );
-      }
-      return;
-   }
    if ( !host_.links ) {
       host_.links.emplace();
       for ( const auto& each : config_.interfaces )
@@ -223,6 +274,8 @@ void World::act( const std::string& statement ) {
       kernel( words );
    } else if ( words.accept( "host" ) ) {
       host( words );
+   } else if ( words.accept( "elsewhere" ) ) {
+      elsewhere( words );
    } else {
       message( words, habits_.intf );
    }
@@ -351,8 +404,19 @@ void World::kernelEvent( Words& words ) {
    if ( what == "stop" ) return mfib_.reset();
    if ( what == "forwards" ) {
       const IntfId intf( words.next() );
-      mfib_->vifIs( { intf, 1, 1, 0, 0, words.accept( "nothing" ) ? 0u : 5u, 0 } );
+      const uint32_t index = indexOf( std::string( intf.name() ) );
+      mfib_->vifIs(
+         { intf, index, index, 0, 0, words.accept( "nothing" ) ? 0u : 5u, 0 } );
       return kernelSide_.dispatch();
+   }
+   if ( what == "refuses" ) {
+      const auto key = names_.route( words.next() );
+      Published::Event event{ .kind = Published::entryRefused };
+      event.vrf = Published::Text<104>( "default" );
+      event.ipVersion = family() == AddressFamily::ipv4 ? 4 : 6;
+      event.group = key.group;
+      event.source = key.source;
+      return tell( event );
    }
    const Routing::Pim::RouteKey key = names_.route( words.next() );
    if ( what == "counts" ) {

@@ -48,6 +48,8 @@ class World {
    // Returns the cause that the show tool names: "why not-dr"; "why nothing". With
    // "verdict" for "why" the sentence that it prints.
    std::string why( const std::string& statement );
+   // What `pimsm-show check` finds, each as "check two-drs eth1 A".
+   std::vector<std::string> check();
    // The events since the last call, with their times.
    std::vector<std::pair<double, std::string>> takeEvents() {
       return std::exchange( events_, {} );
@@ -71,6 +73,9 @@ class World {
    void kernelEvent( Words& words );
    void lose( Words& words );
    void host( Words& words );
+   void hostEntry( Words& words );
+   void elsewhere( Words& words );
+   uint32_t indexOf( const std::string& intf ) const;
    void tell( const Published::Event& event );
    Vantu::AddressFamily family() const {
       return script_.ipv6 ? Vantu::AddressFamily::ipv6 : Vantu::AddressFamily::ipv4;

@@ -237,12 +237,12 @@ TEST_F( Attach, TakesOverTheFormerFormatWithAllRecords ) {
 TEST_F( Attach, ConvertsToAnotherLayoutByFieldNameAndType ) {
    makeTable();
    TableReader reader( path, layout );
-   // generation moved, filler of another type, check gone, one more.
+   // generation moved, filler of another type, check of another size.
    const Layout other{ 16,
                        56,
                        { { "id", "u64", 0, 8 },
                          { "more", "u64", 8, 8 },
-                         { "added", "u64", 16, 8 },
+                         { "check", "u64", 16, 4 },
                          { "filler", "f64[2]", 24, 16 },
                          { "generation", "u64", 48, 8 } } };
    // A reader with the other layout finds this table just as wrong.
@@ -354,6 +354,10 @@ TEST_F( Attach, AVerifyingReaderGivesNoBrokenRecord ) {
    EXPECT_EQ( contentOf( reader ).count( 3 ), 0u );
    EXPECT_EQ( reader.counters().damaged, 1u );
    EXPECT_EQ( reader.counters().verified, 10u );
+   // An index word that names no slot.
+   indexIn( bytes, geometryOf( 10 ) )[at] |= ~0ull << 40;
+   bytesAre( path, bytes );
+   EXPECT_EQ( reader.lookup( &key, &out ), lookupDamaged );
 }
 
 TEST_F( Attach, RefusesWhatCannotBeATable ) {

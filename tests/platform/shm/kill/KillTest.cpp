@@ -217,8 +217,13 @@ TEST_F( Kill, WhileGrowingLosesNothing ) {
       const uint64_t instance = writer.instanceId();
       Change change{ content, content, bytesOf( path ) };
       change.after[ids[i]] = Record::of( ids[i], i );
-      auto images = KillPoints::of( { path, files.fresh() },
-                                    [&] { put( writer, ids[i], i ); } );
+      auto images = KillPoints::of( { path, files.fresh() }, [&] {
+         if ( i < 6 ) return put( writer, ids[i], i );
+         Reservation built = writer.reserve();
+         const Record record = Record::of( ids[i], i );
+         std::memcpy( built.record(), &record, sizeof record );
+         built.commit();
+      } );
       growths += writer.instanceId() != instance;
       std::string dead = directory + "/dead/t";
       for ( const KillPoints::Image& image : images ) {

@@ -130,6 +130,7 @@ Daemon::Daemon( Mox::Loop& loop, Mox::RealClock& clock,
       add( families[i], std::move( kernels[i] ), std::move( ways[i] ) );
    turnEnd_ = std::make_unique<Mox::Loop::TurnEnd>( loop, [this] {
       eachFamily( []( Family& family ) { family.handleTurnEnd(); } );
+      for ( Member& member : members_ ) hear( member );
       if ( log_ ) log_->flush();
       if ( counters_ ) counters_->touch();
    } );
@@ -198,14 +199,20 @@ void Daemon::add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,
                                 links_->table(), *manager_, clock_, say_ );
    Family* plain = family.get();
    plain->logIs( log_.get() );
-   auto watcher = std::make_unique<Mox::Loop::FdWatcher>(
-      loop_, socket->value(), [plain] { plain->takeUpcalls(); } );
    std::unique_ptr<Mox::Loop::FdWatcher> registered;
    if ( plain->registerFile() >= 0 )
       registered = std::make_unique<Mox::Loop::FdWatcher>(
          loop_, plain->registerFile(), [plain] { plain->takeRegisters(); } );
-   members_.push_back( { std::move( family ), std::move( watcher ),
-                         std::move( registered ), socket } );
+   members_.push_back(
+      { std::move( family ), nullptr, std::move( registered ), socket } );
+}
+
+// Packets to be registered wait in a kept socket until their routes are known again.
+void Daemon::hear( Member& member ) {
+   if ( member.watcher != nullptr || !member.family->mfib().started() ) return;
+   member.watcher = std::make_unique<Mox::Loop::FdWatcher>(
+      loop_, member.socket->value(),
+      [family = member.family.get()] { family->takeUpcalls(); } );
 }
 
 // The kernel may refuse an answer for a while: reports it once, and tries again.

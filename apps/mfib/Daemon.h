@@ -46,6 +46,7 @@ class Daemon : private Mox::Clock::Notifiee {
    void onTime() override;
    void add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,
              RegisterWays ways );
+   void hear( Member& member );
    void openLog( Mox::Clock& clock );
    void mountCounters();
    RegisterWays waysFor( const FamilyConfig& config, SocketStore& store );

@@ -4,6 +4,8 @@
 #include <linux/mroute6.h>
 #include <unistd.h>
 
+#include "apps/netlink/Multicast.h"
+
 namespace Forwarding {
 namespace {
 
@@ -67,21 +69,6 @@ std::optional<Upcall> readUpcall6( Bytes packet ) {
       kindOf( message->im6_msgtype, MRT6MSG_NOCACHE, MRT6MSG_WRONGMIF ) );
 }
 
-// The kernel's threshold for an interface that the entry does not send out of.
-constexpr unsigned kNoThreshold = 255;
-
-std::vector<uint32_t> readNexthops( Bytes list ) {
-   std::vector<uint32_t> indexes;
-   while ( auto hop = Netlink::valueOf<rtnexthop>( list ) ) {
-      if ( hop->rtnh_len < sizeof *hop || hop->rtnh_len > list.size() ) break;
-      if ( hop->rtnh_hops < kNoThreshold && hop->rtnh_ifindex > 0 )
-         indexes.push_back( static_cast<uint32_t>( hop->rtnh_ifindex ) );
-      list = list.subspan(
-         std::min<size_t>( list.size(), RTNH_ALIGN( hop->rtnh_len ) ) );
-   }
-   return indexes;
-}
-
 }
 
 std::optional<Upcall> readUpcall( AddressFamily family, Bytes packet ) {
@@ -91,25 +78,13 @@ std::optional<Upcall> readUpcall( AddressFamily family, Bytes packet ) {
 
 std::optional<StandingEntry> readEntry( const Netlink::Message& message,
                                         AddressFamily family, uint32_t table ) {
-   const auto* body = message.body<rtmsg>();
-   if ( message.type() != RTM_NEWROUTE || body == nullptr ||
-        body->rtm_type != RTN_MULTICAST ||
-        ( body->rtm_flags & RTNH_F_UNRESOLVED ) != 0 ||
-        Netlink::familyOf( body->rtm_family ) != family )
-      return std::nullopt;
-   Netlink::Attributes attributes = message.attributes<rtmsg>();
-   if ( attributes.value<uint32_t>( RTA_TABLE ).value_or( body->rtm_table ) !=
-        table )
-      return std::nullopt;
-   auto group = attributes.address( RTA_DST, family );
-   if ( !group || !group->isMulticast() ) return std::nullopt;
+   auto read = Netlink::multicastEntry( message, family );
+   if ( !read || read->table != table ) return std::nullopt;
    StandingEntry entry;
-   entry.key = { attributes.address( RTA_SRC, family )
-                    .value_or( IpGenAddr::unspecified( family ) ),
-                 *group };
-   entry.incomingIndex = attributes.value<uint32_t>( RTA_IIF ).value_or( 0 );
-   entry.outgoingIndexes =
-      readNexthops( attributes.find( RTA_MULTIPATH ).value_or( Bytes() ) );
+   entry.key = { read->source, read->group };
+   entry.incomingIndex = read->incomingIndex;
+   entry.outgoingIndexes = std::move( read->outgoingIndexes );
+   const Netlink::Attributes attributes = message.attributes<rtmsg>();
    if ( auto stats = attributes.value<rta_mfc_stats>( RTA_MFC_STATS ) ) {
       entry.packets = stats->mfcs_packets;
       entry.bytes = stats->mfcs_bytes;

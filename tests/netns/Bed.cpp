@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -224,6 +225,7 @@ std::string Bed::config( const Name& router ) const {
       "maxRouteIntfs: 5000\n" +
       vrf_ + "  interfaces:\n";
    for ( const Port& port : nodes_.at( router ).ports ) {
+      if ( port.keys.find( "nothing" ) != std::string::npos ) continue;
       out += "  - {name: " + port.interface + ", addresses: [";
       for ( AddressFamily family : kFamilies )
          out += fmt::format(
@@ -343,6 +345,13 @@ void Bed::halt( const Name& router ) {
    agent( router ).wait();
 }
 
+void Bed::reboot( const Name& router ) {
+   halt( router );
+   endForwarder( router );
+   std::filesystem::remove_all( place( router ) );
+   start( router );
+}
+
 void Bed::endForwarder( const Name& router ) {
    Program& forwarder = *nodes_.at( router ).forwarder;
    forwarder.signal( SIGTERM );
@@ -367,6 +376,8 @@ void Bed::configure( const Name& router, const std::string& interface,
 
 std::string Bed::show( const Name& router, Program::Arguments arguments ) const {
    arguments.insert( arguments.begin(), { PIMSM_SHOW, "--root", place( router ) } );
+   // It compares the kernel's entries, too.
+   const Namespace::Inside inside( nodes_.at( router ).space );
    return Mox::Test::runToEnd( arguments ).out;
 }
 

@@ -68,6 +68,8 @@ class Bed {
    pid_t forwarder( const Name& router ) const;
    // Kills the agent, which is not started again.
    void halt( const Name& router );
+   // Agent and forwarding process end, and begin without tables.
+   void reboot( const Name& router );
    // Ends the forwarding process, and its entries with it.
    void endForwarder( const Name& router );
    void startForwarder( const Name& router );

@@ -61,6 +61,7 @@ class OwnAgent : public NetworkTest {
    }
    std::string show( Program::Arguments more ) const {
       more.insert( more.begin(), { PIMSM_SHOW, "--root", root.path(), "-4" } );
+      const Namespace::Inside inside( net->router );
       const Mox::Test::Ended ended = Mox::Test::runToEnd( more );
       return ended.out + ended.err;
    }
@@ -115,16 +116,18 @@ TEST_P( OwnAgent, ForwardsAndIsExplained ) {
    const std::vector<Program::Arguments> kExplained = {
       { "explain", kFar, ssm, "r1" }, { "explain", "*", "239.9.9.1", "r2" } };
    for ( const auto& question : kExplained ) {
-      EXPECT_NE( show( question ).find( " forwards\n" ), std::string::npos );
-      EXPECT_EQ( show( question ).find( "unknown" ), std::string::npos )
-         << show( question );
+      // Under load the counters may be late.
+      EXPECT_TRUE( shows( question, "packets/s by pimsm-mfib's counters" ) );
+      const std::string told = show( question );
+      for ( const char* fact : { " forwards\n", "has the entry: in " } )
+         EXPECT_NE( told.find( fact ), std::string::npos ) << fact << '\n' << told;
+      EXPECT_EQ( told.find( "unknown" ), std::string::npos ) << told;
    }
    ASSERT_TRUE( shows( { "status" }, "unresolved 0" ) ) << show( { "status" } );
    EXPECT_EQ( show( { "status" } ).find( "unknown" ), std::string::npos );
    ASSERT_TRUE( shows( { "metrics" }, "{type=\"join-prune\"} 1\n" ) );
-   const Mox::Test::Ended checked =
-      Mox::Test::runToEnd( { PIMSM_SHOW, "--root", root.path(), "-4", "check" } );
-   EXPECT_EQ( checked.status, 0 ) << checked.out;
+   EXPECT_NE( show( { "check" } ).find( " 0 found" ), std::string::npos )
+      << show( { "check" } );
    // Our agent takes over its tables, the neighbour included, and gives the same
    // answers.
    const std::string before = answers();

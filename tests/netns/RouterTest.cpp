@@ -1,6 +1,7 @@
 // A whole router: the agent listens on its interfaces, the forwarding process follows
 // its tables, hosts join with ordinary socket calls.
 #include <linux/rtnetlink.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <fstream>
@@ -152,7 +153,12 @@ TEST_P( LiveRouter, InterfacesComeAndGo ) {
    // It is left alone: the system would tell of each attempt, and cause the next.
    EXPECT_EQ( linkChangesWhile( [&] { ASSERT_TRUE( flows( left, stream ) ); } ),
               0 );
+   // Without a file to be had it is tried again each second.
+   const rlimit none{ 0, 1024 }, some{ 1024, 1024 };
+   prlimit( agent->pid(), RLIMIT_NOFILE, &none, nullptr );
    net->router.ip( "link set r4 up" );
+   ASSERT_TRUE( flows( left, stream ) );
+   prlimit( agent->pid(), RLIMIT_NOFILE, &some, nullptr );
    ASSERT_TRUE( agent->untilErr( "r4: is heard" ) ) << agent->err();
    {
       Namespace late;

@@ -62,9 +62,19 @@ Bed::Plan planOf( const Script& script ) {
    return plan;
 }
 
+const char* givenStore() {
+   return std::getenv( "PIMSM_FLEET_STORE" );
+}
+
 std::string storeIn( const std::string& root ) {
-   const char* const given = std::getenv( "PIMSM_FLEET_STORE" );
-   return given == nullptr ? "sqlite:" + root + "/store" : given;
+   return givenStore() == nullptr ? "sqlite:" + root + "/store" : givenStore();
+}
+
+// "T*1000": the groups from T on.
+std::pair<std::string, int> manyOf( const std::string& text ) {
+   const size_t star = text.find( '*' );
+   return { text.substr( 0, star ),
+            star == std::string::npos ? 1 : std::stoi( text.substr( star + 1 ) ) };
 }
 
 // The group behind it by that number.
@@ -101,7 +111,7 @@ Stage::Stage( const Script& script )
    if ( Decoder::available() )
       decoder_.emplace( bed_.places(), root_.path() + "/bed.pcap" );
    bed_.startAll();
-   if ( setting( script, "recorded" ).empty() ) return;
+   if ( setting( script, "recorded" ).empty() && givenStore() == nullptr ) return;
    for ( const std::string& router : bed_.routers() ) bed_.record( router, store_ );
 }
 
@@ -168,7 +178,8 @@ void Stage::act( const std::string& statement ) {
       return pause( std::stod( first.substr( 1 ) ) );
    }
    acted_ = now();
-   if ( first == "kill" || first == "end" || first == "start" || first == "halt" ) {
+   if ( first == "kill" || first == "end" || first == "start" || first == "halt" ||
+        first == "reboot" ) {
       actOnProgram( first, words );
    } else if ( first == "link" ) {
       link( words );
@@ -236,13 +247,10 @@ bool Stage::actOnPackets( const std::string& who, const std::string& verb,
    const int rate =
       words.accept( "at" ) ? std::stoi( words.next() ) : 1000;  // "1000/s"
    words.expectEnd();
-   const size_t star = what.find( '*' );  // "T*1000"
-   const int groups =
-      star == std::string::npos ? 1 : std::stoi( what.substr( star + 1 ) );
-   what = what.substr( 0, star );
+   const auto [named, groups] = manyOf( what );
    for ( AddressFamily family : kFamilies )
       for ( int i = 0; i < groups; ++i ) {
-         const Flow flow( who, plus( group( what, family ), i ) );
+         const Flow flow( who, plus( group( named, family ), i ) );
          const Namespace& host = bed_.node( who );
          if ( verb == "joins" ) {
             const IpGenAddr source =
@@ -284,6 +292,7 @@ void Stage::actOnProgram( const std::string& verb, Words& words ) {
    if ( starts ) return bed_.start( what );
    if ( ends ) return bed_.end( what );
    if ( verb == "halt" ) return bed_.halt( what );
+   if ( verb == "reboot" ) return bed_.reboot( what );
    if ( words.accept( "agents" ) ) return killAtRandom( std::stoi( what ) );
    if ( !words.accept( "of" ) ) throw ScriptError( "whose " + what + '?' );
    if ( what == "agent" ) return bed_.killAgent( words.next() );
@@ -365,9 +374,7 @@ void Stage::tells( const std::string& command, Words& words, int seconds ) {
    if ( !words.accept( "tells" ) ) throw ScriptError( command + " tells what?" );
    std::vector<std::string> wanted;
    while ( !words.atEnd() ) wanted.push_back( words.next() );
-   const size_t star = name.find( '*' );
-   const int groups =
-      star == std::string::npos ? 1 : std::stoi( name.substr( star + 1 ) );
+   const auto [named, groups] = manyOf( name );
    for ( AddressFamily family : kFamilies ) {
       const auto at = [&]( const std::string& node ) {
          return node == "*" ? node : valueToStrep( bed_.address( family, node ) );
@@ -378,8 +385,7 @@ void Stage::tells( const std::string& command, Words& words, int seconds ) {
          if ( path )
             asked.insert( asked.end(),
                           { "--json-lines", at( source ),
-                            valueToStrep( plus(
-                               group( name.substr( 0, star ), family ), i ) ) } );
+                            valueToStrep( plus( group( named, family ), i ) ) } );
          if ( !to.empty() ) asked.insert( asked.end(), { "--to", at( to ) } );
          expectTold( std::move( asked ), patternOf( wanted, family ), seconds );
       }
@@ -408,17 +414,28 @@ void Stage::expectTold( Program::Arguments asked, const std::string& pattern,
 }
 
 void Stage::hears( const std::string& who, const std::string& name ) {
-   for ( AddressFamily family : kFamilies ) {
-      const IpGenAddr of = group( name, family );
-      const auto found = receivers_.find( { who, of } );
-      if ( found == receivers_.end() ) throw ScriptError( "no member: " + who );
-      const uint32_t number = senderOf( of ).sent() + 20;
-      if ( !eventually(
-              [&] { return found->second.receiver->reached( number ); } ) )
-         throw ScriptError(
-            fmt::format( "{} does not hear {}", who, valueToStrep( of ) ) );
-      if ( std::getenv( "PIMSM_LONG" ) != nullptr ) expectNoVerdict( who, of );
+   const auto [first, groups] = manyOf( name );
+   for ( AddressFamily family : kFamilies )
+      for ( int i = 0; i < groups; ++i )
+         hears( who, plus( group( first, family ), i ) );
+   if ( givenStore() == nullptr ) return;
+   const IpGenAddr ofIpv4 = group( first, AddressFamily::ipv4 );
+   for ( const auto& [flow, sender] : senders_ ) {
+      if ( flow.second != ofIpv4 ) continue;
+      Words words( flow.first + ' ' + name + " to " + who + " tells fine" );
+      tells( "path", words, kTold );
+      std::printf( "path: %s gets %s\n", who.c_str(), name.c_str() );
    }
+}
+
+void Stage::hears( const std::string& who, const IpGenAddr& of ) {
+   const auto found = receivers_.find( { who, of } );
+   if ( found == receivers_.end() ) throw ScriptError( "no member: " + who );
+   const uint32_t number = senderOf( of ).sent() + 20;
+   if ( !eventually( [&] { return found->second.receiver->reached( number ); } ) )
+      throw ScriptError(
+         fmt::format( "{} does not hear {}", who, valueToStrep( of ) ) );
+   if ( std::getenv( "PIMSM_LONG" ) != nullptr ) expectNoVerdict( who, of );
 }
 
 // What the routers of the host's link say of a receiver that hears: the one that
@@ -429,7 +446,7 @@ void Stage::expectNoVerdict( const std::string& who, const IpGenAddr& of ) {
       said.clear();
       for ( const std::string& router : bed_.routers() ) {
          const std::string out = bed_.show(
-            router, { "explain", valueToStrep( of ),
+            router, { "explain", "--interval", "1", valueToStrep( of ),
                       valueToStrep( bed_.address( of.family(), who ) ) } );
          if ( out.find( "nothing stands in the way" ) != std::string::npos )
             return true;

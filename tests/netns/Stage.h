@@ -59,6 +59,7 @@ class Stage {
                           Vantu::AddressFamily family ) const;
    void expectNoVerdict( const std::string& who, const Vantu::IpGenAddr& of );
    void hears( const std::string& who, const std::string& group );
+   void hears( const std::string& who, const Vantu::IpGenAddr& of );
    void forwards( const std::string& who, size_t entries );
    std::map<std::string, double> loads( const std::string& whose,
                                         const std::string& what );

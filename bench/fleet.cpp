@@ -1,12 +1,12 @@
 // Questions to the stores of many routers: a path, a path to one receiver, a check of one
-// group.
+// group; and, with `lines`, to a history of so many lines, ten milliseconds apart.
 //
 // The routers are a tree, three below each; all streams come from its top and go to all
 // of the lowest routers. Each router has four interfaces of PIM, and each of its routes
 // the same streams. Peers: none; what is read is counted.
 //
-// `bench_fleet <routers> <routes a router> <directory>`; the directory is filled if it is
-// empty, and stays.
+// `bench_fleet <routers> <routes a router> <directory, or nats://...> [lines]`; the store
+// is filled if it is empty, and stays.
 
 #include <fmt/format.h>
 
@@ -14,9 +14,11 @@
 #include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "apps/fleet/path/Check.h"
 #include "apps/fleet/path/Path.h"
+#include "apps/store/Clocks.h"
 
 namespace Fleet {
 namespace {
@@ -152,17 +154,80 @@ double timed( const std::string& what, const std::function<std::string()>& run )
    return took.count();
 }
 
+// Servers reserve what a router may need.
+Keeping keeping() {
+   return { 1e9, 1ULL << 33U, 4ULL << 20U, 1 };
+}
+
+std::unique_ptr<Writer> writerOf( const std::string& store, unsigned router ) {
+   return openWriter( { store }, nameOf( router ), "run", keeping() );
+}
+
 void fill( const std::string& store, const Size& size ) {
    for ( unsigned i = 0; i < size.routers; ++i )
-      openWriter( { store }, nameOf( i ), "run", {} )
-         ->write( {}, putsOf( i, size ) );
+      writerOf( store, i )->write( {}, putsOf( i, size ) );
+}
+
+// Recorders of all routers, as of a fleet that lives: that many open stores.
+class Recorders {
+ public:
+   Recorders( const std::string& store, const Size& size ) {
+      for ( unsigned i = 0; i < size.routers; ++i )
+         all_.push_back( writerOf( store, i ) );
+      thread_ = std::jthread( [this]( const std::stop_token& end ) {
+         while ( !end.stop_requested() ) {
+            for ( const auto& each : all_ ) each->beat();
+            std::this_thread::sleep_for( std::chrono::seconds( 1 ) );
+         }
+      } );
+   }
+
+ private:
+   std::vector<std::unique_ptr<Writer>> all_;
+   std::jthread thread_;
+};
+
+void writeHistory( const std::string& store, unsigned lines, const Size& size ) {
+   constexpr unsigned kBatch = 20'000;
+   constexpr int64_t kApart = 10;  // ms
+   const int64_t began = systemNow() - int64_t{ lines } * kApart;
+   const auto writer = writerOf( store, 0 );
+   std::vector<Event> events;
+   for ( unsigned i = 0; i < lines; ++i ) {
+      const std::string group =
+         Vantu::valueToStrep( streamOf( i % size.routes ).group );
+      events.push_back(
+         { i + 1, began + i * kApart, "default", 4, group, "192.168.0.7", "update",
+           fmt::format( R"({{"seq":"{}","group":"{}","changed":"{:400}"}})", i,
+                        group, "" ) } );
+      if ( events.size() < kBatch && i + 1 != lines ) continue;
+      writer->write( events, {} );
+      events.clear();
+   }
+}
+
+void askHistory( const std::string& store ) {
+   const auto recorder = writerOf( store, 0 );
+   constexpr int64_t kMinute = 60'000;  // ms
+   for ( int round = 0; round < 3; ++round )
+      for ( const int64_t minutes : { 10, 60 } )
+         for ( const bool all : { false, true } ) {
+            Past past;
+            past.since = systemNow() - minutes * kMinute;
+            if ( !all ) past.group = Vantu::valueToStrep( streamOf( 5 ).group );
+            timed( fmt::format( "{} min of {}", minutes, all ? "all" : "a group" ),
+                   [&] {
+                      size_t lines = 0;
+                      openReader( { store } )
+                         ->history( nameOf( 0 ), past,
+                                    [&]( const Event& ) { ++lines; } );
+                      return fmt::format( "{} lines", lines );
+                   } );
+         }
 }
 
 void ask( const std::string& store, const Size& size ) {
-   // Leases of all routers, as of a fleet that lives: 1,000 open stores.
-   std::vector<std::unique_ptr<Writer>> recorders;
-   for ( unsigned i = 0; i < size.routers; ++i )
-      recorders.push_back( openWriter( { store }, nameOf( i ), "run", {} ) );
+   const Recorders recorders( store, size );
    PathQuestion question;
    question.scope = { "default", Vantu::AddressFamily::ipv4 };
    question.stream = streamOf( 5 );
@@ -197,15 +262,28 @@ void ask( const std::string& store, const Size& size ) {
 }
 
 int main( int argc, char** argv ) {
-   if ( argc != 4 ) {
-      fmt::print( stderr, "usage: bench_fleet <routers> <routes> <directory>\n" );
+   if ( argc < 4 || argc > 5 ) {
+      fmt::print(
+         stderr,
+         "usage: bench_fleet <routers> <routes> <directory, or nats://...> "
+         "[lines]\n" );
       return 2;
    }
    const Fleet::Size size{ static_cast<unsigned>( std::stoul( argv[1] ) ),
                            static_cast<unsigned>( std::stoul( argv[2] ) ) };
-   std::filesystem::create_directories( argv[3] );
-   const std::string store = std::string( "sqlite:" ) + argv[3];
-   if ( std::filesystem::is_empty( argv[3] ) )
+   std::string store = argv[3];
+   if ( !store.starts_with( "nats://" ) ) {
+      std::filesystem::create_directories( store );
+      store = "sqlite:" + store;
+   }
+   if ( Fleet::openReader( { store } )->routers().empty() ) {
       Fleet::timed( "fill", [&] { return Fleet::fill( store, size ), ""; } );
+      if ( argc == 5 )
+         Fleet::timed( "history", [&] {
+            const unsigned lines = static_cast<unsigned>( std::stoul( argv[4] ) );
+            return Fleet::writeHistory( store, lines, size ), "";
+         } );
+   }
    Fleet::ask( store, size );
+   if ( argc == 5 ) Fleet::askHistory( store );
 }

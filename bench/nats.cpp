@@ -2,7 +2,8 @@
 // with the tables afterwards, and follows the history: each line begins where the line
 // before it ended, the last one ends at what stands, and none is there twice.
 //
-//    outage   the server is stopped, killed, or started late, while changes go on
+//    outage   the server is stopped, killed, started late, or killed and given back what
+//             it had before, while changes go on
 //    cluster  of three servers one is killed: a follower, the one that the recorder is
 //             connected to, the leader of the state; the longest time in which no line
 //             was stored
@@ -202,6 +203,7 @@ class Bench {
    struct History {
       size_t lines = 0, twice = 0, resync = 0, doubled = 0, broken = 0, wrong = 0;
       size_t merged = 0;
+      uint64_t missing = 0, last = 0;       // numbers of the stream's
       std::map<std::string, size_t> other;  // ops of no route
       std::vector<double> times;            // s since 1970, by the server
    };
@@ -263,8 +265,10 @@ Bench::History Bench::history() {
    };
    Fleet::scanNats(
       connection, { names_.historyStream(), ">" },
-      [&]( const Fleet::NatsMessage& message, const auto& ) {
+      [&]( const Fleet::NatsMessage& message, const Fleet::NatsRead& read ) {
          ++found.lines;
+         if ( found.last != 0 ) found.missing += read.sequence - found.last - 1;
+         found.last = read.sequence;
          found.times.push_back( storedAt( message ) );
          found.twice +=
             !ids.insert( Fleet::headerOf( message, "Nats-Msg-Id" ) ).second;
@@ -286,10 +290,10 @@ Bench::History Bench::history() {
 void print( const Bench::History& history ) {
    fmt::print(
       "   {} lines ({} merged, {} resync); stored twice {}, told again as "
-      "resync {}, changes without a line {}, last lines that are not what "
-      "stands {};",
+      "resync {}, not read {}, changes without a line {}, last lines that are not "
+      "what stands {};",
       history.lines, history.merged, history.resync, history.twice, history.doubled,
-      history.broken, history.wrong );
+      history.missing, history.broken, history.wrong );
    for ( const auto& [op, count] : history.other )
       fmt::print( " {} {}", count, op );
    fmt::print( "\n" );
@@ -340,6 +344,13 @@ void outage( const std::string& how, const Size& size, double rate,
    bench.busy_.start();
    if ( how != "late" ) bench.comes();
    pause( 5 );
+   const std::string own = servers.directory() + "/0", former = own + ".former";
+   constexpr auto kAll = std::filesystem::copy_options::recursive;
+   if ( how == "older" ) {
+      servers.signal( 0, SIGSTOP );
+      std::filesystem::copy( own, former, kAll );
+      servers.signal( 0, SIGCONT );
+   }
    double before = 0, late = 0;
    {
       Watch watch( bench, run );
@@ -350,8 +361,12 @@ void outage( const std::string& how, const Size& size, double rate,
    }
    Watch away( bench, run );
    if ( how == "stopped" ) servers.signal( 0, SIGSTOP );
-   if ( how == "killed" ) servers.kill( 0 );
+   if ( how == "killed" || how == "older" ) servers.kill( 0 );
    pause( seconds );
+   if ( how == "older" ) {
+      std::filesystem::remove_all( own );
+      std::filesystem::rename( former, own );
+   }
    away.stop();
    Watch back( bench, run );
    if ( how == "stopped" ) {
@@ -547,60 +562,55 @@ void cluster( const Size& size, double rate, int rounds ) {
    fmt::print( "{}", run.told() );
 }
 
+// A recorder that has taken the router, whose former one is gone or stopped: started
+// again as often as it is refused.
+std::unique_ptr<Run> holds( const Bench& bench, const Words& words,
+                            const char* log ) {
+   const std::string former = bench.instance();
+   std::unique_ptr<Run> run;
+   for ( ;; pause( 0.2 ) ) {
+      const std::string now = bench.instance();
+      if ( !now.empty() && now != former ) return run;
+      int ended = 0;
+      if ( run != nullptr && waitpid( run->pid(), &ended, WNOHANG ) == 0 ) continue;
+      if ( run != nullptr ) run->ended();
+      run = std::make_unique<Run>( words, bench.file( log ) );
+   }
+}
+
 void holders( const Size& size, double rate ) {
    NatsServers servers( 1, "", "/var/tmp" );
    Bench bench( size, rate, servers.url() );
    const Words words = bench.words( servers.url() );
-   const auto start = [&]( const char* log ) {
-      return std::make_unique<Run>( words, bench.file( log ) );
-   };
-   auto first = start( "log.first" );
-   bench.comes();
+   auto first = holds( bench, words, "log.first" );
    bench.busy_.start();
    double began = BenchClock::wall();
-   int status = start( "log.second" )->ended();
+   int status = Run( words, bench.file( "log.second" ) ).ended();
    fmt::print( "the second exits {} after {:.2f} s\n", status,
                BenchClock::wall() - began );
 
-   std::string former = bench.instance();
    first->signal( SIGKILL );
    first->ended();
    began = BenchClock::wall();
-   first = start( "log.first" );
-   bench.comes( former );
+   first = holds( bench, words, "log.first" );
    fmt::print( "after SIGKILL the next is complete after {:.2f} s\n",
                BenchClock::wall() - began );
 
    // As if on another host, where processes cannot be seen.
-   former = bench.instance();
    first->signal( SIGKILL );
    first->ended();
    began = BenchClock::wall();
    Words elsewhere{ "/usr/bin/unshare", "--pid", "--fork", "--kill-child" };
    elsewhere.insert( elsewhere.end(), words.begin(), words.end() );
-   std::unique_ptr<Run> other;
-   int tries = 0;
-   while ( bench.instance() == former || bench.instance().empty() ) {
-      int ended = 0;
-      if ( other == nullptr || waitpid( other->pid(), &ended, WNOHANG ) != 0 ) {
-         if ( other != nullptr ) other->ended();
-         other = std::make_unique<Run>( elsewhere, bench.file( "log.other" ) );
-         ++tries;
-      }
-      pause( 0.2 );
-   }
-   fmt::print( "from another host after {:.2f} s, with {} starts\n",
-               BenchClock::wall() - began, tries );
+   auto other = holds( bench, elsewhere, "log.other" );
+   fmt::print( "from another host after {:.2f} s\n", BenchClock::wall() - began );
+   other->signal( SIGKILL );  // that program heeds nothing less
    other.reset();
 
-   former = bench.instance();
-   first = start( "log.first" );
-   bench.comes( former );
-   former = bench.instance();
+   first = holds( bench, words, "log.first" );
    first->signal( SIGSTOP );
    pause( 20 );
-   auto second = start( "log.second" );
-   bench.comes( former );
+   auto second = holds( bench, words, "log.second" );
    pause( 1 );
    began = BenchClock::wall();
    first->signal( SIGCONT );
@@ -686,7 +696,7 @@ int main( int argc, char** argv ) {
    size.routes = static_cast<unsigned>( number( 2, 10000 ) );
    size.intfs = static_cast<unsigned>( number( 3, 6 ) );
    if ( part == "outage" ) {
-      for ( const char* how : { "stopped", "killed", "late" } )
+      for ( const char* how : { "stopped", "killed", "late", "older" } )
          outage( how, size, number( 4, 2000 ), number( 5, 60 ) );
    } else if ( part == "cluster" ) {
       cluster( size, number( 4, 3000 ), static_cast<int>( number( 5, 10 ) ) );

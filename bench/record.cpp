@@ -3,6 +3,7 @@
 //
 //    first       `pimsm-record --once` into an empty store
 //    again       the same over what stands: nothing is written
+//    bare        the peer: the same values, put by SQLite or the client's library alone
 //    churn       changes of single interfaces at a rate, while the recorder runs: what
 //                the agent's writer takes for a record beside it and beside nobody, the
 //                recorder's processor time and memory, and how long after the last
@@ -22,6 +23,7 @@
 #include <random>
 
 #include "apps/store/Store.h"
+#include "bench/BareStores.h"
 #include "bench/FullAgent.h"
 #include "tests/support/NatsServers.h"
 
@@ -58,6 +60,26 @@ void once( const char* what, const std::string& root, const Place& place ) {
       times.wall, times.cpu, static_cast<double>( usage.ru_maxrss ) / 1000,
       static_cast<double>( bytes ) / 1e6 );
    std::fflush( stdout );
+}
+
+void bare( const Place& place, const std::string& files ) {
+   Bare::Values values;
+   Fleet::openReader( { place.store } )
+      ->each( "r1", "", [&]( const std::string& key, const std::string& value ) {
+         values[key] = value;
+      } );
+   const double wall = BenchClock::wall();
+   timespec began{}, ended{};
+   clock_gettime( CLOCK_PROCESS_CPUTIME_ID, &began );
+   if ( place.store.starts_with( "sqlite:" ) )
+      Bare::insert( files + "/bare", values );
+   else
+      Bare::publish( place.store, values );
+   clock_gettime( CLOCK_PROCESS_CPUTIME_ID, &ended );
+   fmt::print( "bare: {} values in {:.2f} s, processor time {:.2f} s\n",
+               values.size(), BenchClock::wall() - wall,
+               static_cast<double>( ended.tv_sec - began.tv_sec ) +
+                  1e-9 * static_cast<double>( ended.tv_nsec - began.tv_nsec ) );
 }
 
 // The value of a route in the store; empty before it stands there.
@@ -161,6 +183,7 @@ int main( int argc, char** argv ) {
          fmt::print( "{}\n", place.store );
          once( "first", root, place );
          once( "again", root, place );
+         bare( place, files );
          churn( agent, root, place.store, rate, seconds );
          seen( agent, root, place.store );
       }

@@ -22,6 +22,12 @@ uint64_t randomWord() {
    return uint64_t{ device() } << 32U | device();
 }
 
+// What a store held: null where it is too deep, discarded where it is no JSON.
+Json parsed( const Packed& value ) {
+   const std::string text = value.text();
+   return isTooDeep( text ) ? Json() : Json::parse( text, nullptr, false );
+}
+
 }
 
 Recorder::Recorder( Show::Mirrors& mirrors, const RecorderOptions& options,
@@ -207,9 +213,7 @@ void Recorder::loseScope( const Scope& scope ) {
    if ( std::exchange( scoped.lost, true ) ) return;
    const Key key{ Key::table, scope };
    const auto known = known_.find( key );
-   Json json = known != known_.end() && !isTooDeep( known->second.value )
-                  ? Json::parse( known->second.value, nullptr, false )
-                  : Json();
+   Json json = known != known_.end() ? parsed( known->second.value ) : Json();
    if ( !json.is_object() || json.value( "writer", Json() ) == "gone" ) return;
    json["writer"] = "gone";
    put( key, { mirrors_.now(), turn_, 1, true }, valueOf( json ) );
@@ -259,9 +263,7 @@ void Recorder::take( StoreThread::Standing standing ) {
       batch_.puts.push_back( { text, std::nullopt } );
    const auto recorder = known_.find( Key() );
    if ( !open_ && recorder != known_.end() ) {
-      const std::string& text = recorder->second.value;
-      const Json former =
-         isTooDeep( text ) ? Json() : Json::parse( text, nullptr, false );
+      const Json former = parsed( recorder->second.value );
       if ( former.is_object() ) log_.positionIs( former.value( "log", Json() ) );
    }
    compare();
@@ -346,7 +348,7 @@ void Recorder::putRecorder() {
    if ( !position.empty() ) recorder_["log"] = std::move( position );
    const std::string text = Show::jsonText( recorder_ );
    batch_.puts.push_back( { keyText( {} ), text, digestOf( text ) } );
-   known_[{}] = { digestOf( text ), text };
+   known_[{}] = { digestOf( text ), Packed( text ) };
    if ( noRoom_.contains( {} ) ) tryingAgain_.insert( Key() );
 }
 
@@ -371,8 +373,9 @@ void Recorder::put( const Key& key, const Touch& touch,
    if ( !value && !stood ) return;
    if ( value && stood && found->second.digest == value->digest ) return;
    if ( !first_ ) {
-      for ( Event& event : history_.changes( key, stood ? found->second.value : "",
-                                             value ? value->text : "", touch ) )
+      for ( Event& event :
+            history_.changes( key, stood ? found->second.value.text() : "",
+                              value ? value->text : "", touch ) )
          batch_.events.push_back( std::move( event ) );
    }
    if ( noRoom_.contains( key ) ) tryingAgain_.insert( key );
@@ -382,8 +385,9 @@ void Recorder::put( const Key& key, const Touch& touch,
       known_.erase( found );
       return;
    }
-   batch_.puts.push_back( { keyText( key ), value->text, value->digest } );
-   known_[key] = { value->digest, std::move( value->text ) };
+   known_[key] = { value->digest, Packed( value->text ) };
+   batch_.puts.push_back(
+      { keyText( key ), std::move( value->text ), value->digest } );
 }
 
 // True when the time is up.

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "apps/store/Key.h"
+#include "apps/store/Packed.h"
 #include "platform/base/Error.h"
 
 namespace Fleet {
@@ -68,7 +69,7 @@ class Writer {
    };
    struct Standing {
       uint64_t digest = 0;
-      std::string value;
+      Packed value;
    };
 
    virtual ~Writer() = default;

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -56,6 +57,7 @@ class NatsServers {
    }
    void signal( size_t i, int number ) { running_[i]->signal( number ); }
    void start( size_t i ) {
+      removeIndexes( i );
       const std::string path = fmt::format( "{}/{}.conf", directory(), i );
       std::ofstream( path ) << configuration( i );
       running_[i] =
@@ -69,6 +71,16 @@ class NatsServers {
  private:
    static std::string where( int port ) {
       return "127.0.0.1:" + std::to_string( port );
+   }
+
+   // A server of 2.9 that was killed may trust an index by subject that is behind its
+   // messages, and then never finds them by name; without one it makes it anew.
+   void removeIndexes( size_t i ) const {
+      namespace fs = std::filesystem;
+      const fs::path files = fmt::format( "{}/{}", directory(), i );
+      if ( !fs::exists( files ) ) return;
+      for ( const auto& each : fs::recursive_directory_iterator( files ) )
+         if ( each.path().extension() == ".fss" ) fs::remove( each.path() );
    }
 
    // All are held until all are known.

@@ -17,8 +17,8 @@ NatsSubscription consume( const NatsConnection& connection, const NatsScan& scan
    jsSubOptions_Init( &options );
    options.Stream = scan.stream.c_str();
    options.Ordered = true;
-   options.Config.DeliverPolicy =
-      scan.last ? js_DeliverLastPerSubject : js_DeliverAll;
+   options.Config.DeliverPolicy = js_DeliverAll;
+   options.Config.RateLimit = 8 * scan.rate;
    if ( scan.after != 0 ) {
       options.Config.DeliverPolicy = js_DeliverByStartSequence;
       options.Config.OptStartSeq = scan.after + 1;

@@ -11,10 +11,12 @@ namespace Fleet {
 struct NatsScan {
    std::string stream;
    std::string subject;  // of the messages, with wildcards
-   bool last = false;    // only the last of each subject
    int64_t since = 0;    // ms since 1970, as the server saw them
    uint64_t after = 0;   // sequence; with this, `since` is not looked at
    uint64_t until = 0;   // a sequence that is there to be read; 0: the last one
+   // Bytes a second at most; 0: as fast as it goes. What comes faster than it is taken
+   // waits in memory.
+   uint64_t rate = 0;
 };
 
 struct NatsRead {

@@ -192,9 +192,11 @@ void NatsReader::each(
    const std::string& router, const std::string& prefix,
    const std::function<void( const std::string&, const std::string& )>& call ) {
    requireName( router );
-   const std::string keys = names_.statePrefix( router );
+   const std::string stream = names_.stateStream( router );
+   const std::string keys = names_.statePrefix( router ), wanted = keys + prefix;
    std::map<std::string, std::string> all;
    const auto take = [&]( std::string_view subject, const NatsMessage& message ) {
+      if ( !subject.starts_with( wanted ) ) return;
       std::string key( subject.substr( keys.size() ) );
       all.erase( key );
       if ( !stands( message ) ) return;
@@ -202,25 +204,25 @@ void NatsReader::each(
       all[std::move( key )] = std::move( value );
    };
    // A few are asked for by name, which any server answers; for many, one is given the
-   // task to read them out.
+   // task to read all out. So it is where a server does not find what another one names:
+   // the index of one that was killed may lack it for good.
    constexpr size_t kFew = 1000;
-   const std::string stream = names_.stateStream( router );
-   const auto subjects = subjectsOf( connection(), stream, keys + prefix + '>' );
-   if ( subjects.size() <= kFew ) {
-      std::vector<NatsExact> exact;
-      for ( const std::string& subject : subjects )
-         exact.push_back( { stream, subject } );
-      const auto messages = readNats( connection(), exact );
-      for ( size_t i = 0; i < messages.size(); ++i ) {
-         requireServer( messages[i], router );
-         take( subjects[i], messages[i] );
-      }
-   } else {
-      scanNats( connection(), { stream, keys + prefix + '>', true },
+   const auto subjects = subjectsOf( connection(), stream, wanted + '>' );
+   bool whole = subjects.size() > kFew;
+   std::vector<NatsExact> exact;
+   for ( size_t i = 0; i < subjects.size() && !whole; ++i )
+      exact.push_back( { stream, subjects[i] } );
+   const auto messages = readNats( connection(), exact );
+   for ( size_t i = 0; i < messages.size() && !whole; ++i ) {
+      requireServer( messages[i], router );
+      whole = messages[i] == nullptr;
+      if ( !whole ) take( subjects[i], messages[i] );
+   }
+   if ( whole )
+      scanNats( connection(), { stream, ">" },
                 [&]( const NatsMessage& message, const NatsRead& read ) {
                    take( read.subject, message );
                 } );
-   }
    for ( const auto& [key, value] : all ) call( key, value );
 }
 
@@ -245,7 +247,7 @@ void NatsReader::history( const std::string& router, const Past& past,
       all.push_back( std::move( event ) );
    };
    scanNats( connection(),
-             { names_.historyStream(), names_.subjectOf( router, past ), false,
+             { names_.historyStream(), names_.subjectOf( router, past ),
                past.since - kMargin, static_cast<uint64_t>( past.after ) },
              take );
    if ( past.after == 0 )

@@ -107,13 +107,15 @@ std::map<std::string, Writer::Standing> NatsWriter::standing() {
             fmt::format( "{} has format {}, and this program knows {}",
                          names_.stateStream( router_ ), format, storeFormat ) );
       all[key] = { hexOf( headerOf( message, kDigest ) ).value_or( 0 ),
-                   std::string( dataOf( message ) ) };
+                   Packed( dataOf( message ) ) };
    };
+   constexpr uint64_t kRate = 50'000'000;  // about as fast as it is packed
+   // Not the last of each subject, but all: that asks no index, and a key has but one.
    insured( [&] {
-      scanNats( *connection_,
-                { names_.stateStream( router_ ), prefix_ + '>', true, 0, 0,
-                  marks[0].sequence },
-                take );
+      scanNats(
+         *connection_,
+         { names_.stateStream( router_ ), ">", 0, 0, marks[0].sequence, kRate },
+         take );
    } );
    doubted_ = false;
    return all;
@@ -160,7 +162,7 @@ void NatsWriter::findStored( const std::vector<Event>& events ) {
    try {
       scanNats( *connection_,
                 { names_.historyStream(), names_.historyPrefix( router_ ) + '>',
-                  false, *firstTry_ - kMargin },
+                  *firstTry_ - kMargin },
                 note );
    } catch ( const StoreMissing& ) {
       // Nothing is stored.

@@ -191,8 +191,7 @@ std::map<std::string, Writer::Standing> SqliteWriter::standing() {
    Statement select( *database_, "SELECT key, value, digest FROM state" );
    while ( select.row() )
       all[std::string( select.text( 0 ) )] = {
-         static_cast<uint64_t>( select.number( 2 ) ),
-         std::string( select.text( 1 ) ) };
+         static_cast<uint64_t>( select.number( 2 ) ), Packed( select.text( 1 ) ) };
    return all;
 }
 

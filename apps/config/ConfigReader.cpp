@@ -755,7 +755,8 @@ AgentConfig parseConfig( const std::string& text, const std::string& name ) {
 
 namespace {
 
-// Takes the parts with faults out of a document, so that the next ones are found.
+// Takes the values with faults out of a document, so that the next ones are found. A part
+// whose name has one goes on under another name.
 class Faults {
  public:
    explicit Faults( YAML::Node root ) : root_( std::move( root ) ) {}
@@ -766,8 +767,13 @@ class Faults {
             readRoot( { root_, &name } );
             break;
          } catch ( const NodeError& e ) {
-            if ( !follows( e ) ) faults_.emplace( e.node().Mark().line, e.what() );
-            if ( !takeOut( root_, e.node(), 0 ) ) break;
+            const bool told = follows( e ), used = usesName( e );
+            const size_t names = renamed_.size();
+            const bool mended = mend( e );
+            const bool isName = renamed_.size() != names;
+            if ( !told && ( isName || !used ) )
+               faults_.emplace( e.node().Mark().line, e.what() );
+            if ( !mended ) break;
          }
       }
       std::vector<std::string> texts;
@@ -776,13 +782,37 @@ class Faults {
    }
 
  private:
+   static constexpr const char* kName = "name";
+
+   bool isGone( const YAML::Node& part, const std::string& key ) const {
+      return std::any_of( gone_.begin(), gone_.end(), [&]( const auto& each ) {
+         return each.first.is( part ) && each.second == key;
+      } );
+   }
+
    // Is the fault that a part is gone which this took out?
    bool follows( const NodeError& e ) const {
       if ( faults_.empty() ) return false;
-      if ( e.node().is( root_ ) ) return true;
-      return std::any_of( gone_.begin(), gone_.end(), [&]( const auto& each ) {
-         return each.first.is( e.node() ) && each.second == e.missing();
-      } );
+      return e.node().is( root_ ) || isGone( e.node(), e.missing() );
+   }
+
+   // Is it the use of a name that has a fault itself, or was given here?
+   bool usesName( const NodeError& e ) const {
+      const std::string text = e.node().IsScalar() ? e.node().Scalar() : "";
+      return names_.count( text ) != 0 || renamed_.count( text ) != 0;
+   }
+
+   bool mend( const NodeError& e ) {
+      if ( e.missing() != kName || isGone( e.node(), kName ) )
+         return takeOut( root_, e.node(), 0 );
+      rename( e.node() );
+      return true;
+   }
+
+   void rename( YAML::Node part ) {
+      const std::string name = fmt::format( "part {}", renamed_.size() + 1 );
+      renamed_.insert( name );
+      part[kName] = name;
    }
 
    // Takes the node out of what holds it, a key with its value. An alias may make a
@@ -793,10 +823,9 @@ class Faults {
       if ( depth > kDeepest || ++visits_ > kMostVisits ) return false;
       if ( within.IsMap() ) {
          for ( const auto& entry : within ) {
-            if ( entry.first.is( node ) || entry.second.is( node ) ) {
-               gone_.emplace_back( within, entry.first.Scalar() );
-               return within.remove( YAML::Node( entry.first ) );
-            }
+            if ( entry.first.is( node ) || entry.second.is( node ) )
+               return takeKey( within, entry.first, entry.second,
+                               entry.first.is( node ) );
             if ( takeOut( entry.second, node, depth + 1 ) ) return true;
          }
       } else if ( within.IsSequence() ) {
@@ -808,10 +837,25 @@ class Faults {
       return false;
    }
 
+   // `key` and `value` are of the part; `unknown`: the key itself is the fault.
+   bool takeKey( YAML::Node part, const YAML::Node& key, const YAML::Node& value,
+                 bool unknown ) {
+      const bool name = !unknown && key.Scalar() == kName;
+      const std::string text = name && value.IsScalar() ? value.Scalar() : "";
+      gone_.emplace_back( part, key.Scalar() );
+      if ( !part.remove( YAML::Node( key ) ) ) return false;
+      if ( !name || renamed_.count( text ) != 0 ) return true;
+      if ( !text.empty() ) names_.insert( text );
+      rename( part );
+      return true;
+   }
+
    YAML::Node root_;
    size_t visits_ = 0;
    std::multimap<int, std::string> faults_;                // by line
    std::vector<std::pair<YAML::Node, std::string>> gone_;  // keys of maps
+   std::set<std::string> names_;                           // with faults
+   std::set<std::string> renamed_;                         // in their places
 };
 
 }

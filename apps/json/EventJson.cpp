@@ -8,6 +8,7 @@ Json eventJson( const Logged& logged ) {
    const Published::Event& event = logged.event;
    Json json;
    json["time"] = utcOf( event.at );
+   if ( *logged.log != '\0' ) json["log"] = logged.log;
    json["sequence"] = std::to_string( logged.sequence );
    json["event"] = valueToStrep( event.kind );
    if ( event.kind == Published::refused ) {

@@ -7,7 +7,7 @@
 
 namespace Show {
 
-// Absent values are left out; times are UTC.
+// Absent values are left out; times are UTC. The sequence counts in its log.
 nlohmann::ordered_json eventJson( const Logged& logged );
 
 // The event of such an object, without its times; what is missing or no value of its

@@ -61,17 +61,23 @@ Json linksJson( const Mirror& mirror ) {
          interfaces[name].erase( "neighbors" );  // they are listed
          return true;
       } );
-   for ( const auto& key : mirror.agent->ownAddress().keys() ) {
-      const auto found = interfaces.find( std::string( key.intfId.name() ) );
-      const std::string address = Vantu::valueToStrep( key.address );
-      if ( found != interfaces.end() && found->second["address"] != address )
-         found->second["secondary-address"].push_back( address );
-   }
+   mirror.agent->ownAddress().visit(
+      nullptr, [&]( const Published::OwnAddress& own ) {
+         const auto found = interfaces.find( std::string( own.key.intfId.name() ) );
+         if ( found == interfaces.end() ) return true;
+         const std::string address = Vantu::valueToStrep( own.key.address );
+         if ( found->second["address"] != address )
+            found->second["secondary-address"].push_back( address );
+         if ( !own.key.address.isLinkLocal() )
+            found->second["network"].push_back( Vantu::valueToStrep( own.subnet ) );
+         return true;
+      } );
    Json json;
    json["interface"] = Json::array();
    for ( auto& [name, each] : interfaces ) {
-      const auto others = each.find( "secondary-address" );
-      if ( others != each.end() ) std::sort( others->begin(), others->end() );
+      for ( const char* list : { "secondary-address", "network" } )
+         if ( const auto found = each.find( list ); found != each.end() )
+            std::sort( found->begin(), found->end() );
       json["interface"].push_back( std::move( each ) );
    }
    json["neighbor"] = Json::array();

@@ -79,9 +79,8 @@ Json winnerJson( const Sm::AssertMetric& metric ) {
 Incoming incomingOf( const Route& route ) {
    Incoming incoming{ route.incomingIntf(), {} };
    const Rpf rpf = route.incomingRpf();
-   const bool source =
-      !route.key().source.isUnspecified() && !route.comesBySharedTree();
-   if ( source && route.rpfAttached() ) return incoming;
+   if ( !route.key().source.isUnspecified() && route.rpfAttached() )
+      return incoming;
    // A border router's interface has no neighbour of its own.
    if ( rpf.intfId == incoming.intfId ) incoming.neighbor = rpf.neighbor;
    return incoming;

@@ -46,13 +46,15 @@ bool EventFilter::matches( const Logged& logged ) const {
 }
 
 Events::Events( const std::string& root )
-   : agent_( root, Published::agentLog ), mfib_( root, Published::mfibLog ) {}
+   : logs_{ Log{ "agent", { root, Published::agentLog } },
+            Log{ "mfib", { root, Published::mfibLog } } } {}
 
 std::vector<Logged> Events::take() {
    std::vector<Logged> all;
-   for ( Published::EventReader* log : { &agent_, &mfib_ } ) {
-      log->poll();
-      while ( auto entry = log->next() ) all.push_back( std::move( *entry ) );
+   for ( Log& log : logs_ ) {
+      log.reader.poll();
+      while ( auto entry = log.reader.next() )
+         all.emplace_back( std::move( *entry ), log.name );
    }
    std::stable_sort(
       all.begin(), all.end(),
@@ -60,26 +62,35 @@ std::vector<Logged> Events::take() {
    return all;
 }
 
+std::vector<Logged> Events::repeated() {
+   std::vector<Logged> all;
+   for ( Log& log : logs_ )
+      for ( auto& entry : log.reader.repeated() )
+         all.emplace_back( std::move( entry ), log.name );
+   return all;
+}
+
 bool Events::there() const {
-   return agent_.ring().state() == Brane::readerAttached ||
-          mfib_.ring().state() == Brane::readerAttached;
+   return std::any_of( logs_.begin(), logs_.end(), []( const Log& log ) {
+      return log.reader.ring().state() == Brane::readerAttached;
+   } );
 }
 
 std::vector<std::string> Events::paths() const {
-   return { agent_.path(), mfib_.path() };
+   return { logs_[0].reader.path(), logs_[1].reader.path() };
 }
 
 std::vector<std::string> Events::problems() const {
    std::vector<std::string> out;
-   for ( const Published::EventReader* log : { &agent_, &mfib_ } ) {
-      if ( !log->ring().problem().empty() ) out.push_back( log->ring().problem() );
-      if ( log->damaged() != 0 )
+   for ( const auto& [name, log] : logs_ ) {
+      if ( !log.ring().problem().empty() ) out.push_back( log.ring().problem() );
+      if ( log.damaged() != 0 )
          out.push_back( fmt::format( "{}: {} damaged events are left out",
-                                     log->path(), log->damaged() ) );
-      if ( log->missed() != 0 )
+                                     log.path(), log.damaged() ) );
+      if ( log.missed() != 0 )
          out.push_back(
             fmt::format( "{}: {} events were replaced before they were read",
-                         log->path(), log->missed() ) );
+                         log.path(), log.missed() ) );
    }
    return out;
 }

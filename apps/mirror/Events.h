@@ -1,7 +1,8 @@
 // The events that the agent and the forwarding process have logged under a root, in
-// order of their times.
+// order of their times. Sequences count in each log for itself.
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,7 +12,13 @@
 
 namespace Show {
 
-using Logged = Published::EventReader::Entry;
+struct Logged : Published::EventReader::Entry {
+   Logged() = default;
+   Logged( Entry entry, const char* of = "" )
+      : Entry( std::move( entry ) ), log( of ) {}
+
+   const char* log = "";  // whose: "agent", "mfib"; empty: not known
+};
 
 // Everything passes a default filter; all criteria given must match. An event of a
 // (*,G) route concerns every source of its group.
@@ -35,6 +42,8 @@ class Events {
 
    // The events since the last call, of both logs.
    std::vector<Logged> take();
+   // Those taken before that were counted again since the last call, as they are now.
+   std::vector<Logged> repeated();
    // Is any log there?
    bool there() const;
    // The base of the name of a log's bell, of both.
@@ -43,8 +52,11 @@ class Events {
    std::vector<std::string> problems() const;
 
  private:
-   Published::EventReader agent_;
-   Published::EventReader mfib_;
+   struct Log {
+      const char* name;
+      Published::EventReader reader;
+   };
+   std::array<Log, 2> logs_;
 };
 
 // Can it be why a state changed? That an interface forwards, or what was sent to others,

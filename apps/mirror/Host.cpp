@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
-#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <netinet/in.h>
 
@@ -10,6 +9,7 @@
 #include <system_error>
 
 #include "apps/netlink/Dump.h"
+#include "apps/netlink/Multicast.h"
 
 namespace Show {
 
@@ -51,21 +51,16 @@ std::optional<std::map<std::string, Host::Link>> linksHere(
    return links;
 }
 
-// Of a (*,G) entry the kernel names no source.
-void readEntries( Vantu::AddressFamily family,
-                  std::set<Routing::Pim::RouteKey>& entries ) {
+void readEntries( Vantu::AddressFamily family, Host::Entries& entries ) {
    const int system =
       family == Vantu::AddressFamily::ipv4 ? RTNL_FAMILY_IPMR : RTNL_FAMILY_IP6MR;
    Netlink::dump( RTM_GETROUTE, system, [&]( const Netlink::Message& message ) {
-      if ( message.type() != RTM_NEWROUTE || !message.body<rtmsg>() ) return;
-      // Packets wait for an entry that is not there.
-      if ( ( message.body<rtmsg>()->rtm_flags & RTNH_F_UNRESOLVED ) != 0 ) return;
-      const auto attributes = message.attributes<rtmsg>();
-      const auto group = attributes.address( RTA_DST, family );
-      if ( !group || !group->isMulticast() ) return;
-      const auto source = attributes.address( RTA_SRC, family );
+      const auto read = Netlink::multicastEntry( message, family );
+      if ( !read ) return;
+      const auto& outgoing = read->outgoingIndexes;
       entries.insert(
-         { source.value_or( Vantu::IpGenAddr::unspecified( family ) ), *group } );
+         { { read->source, read->group },
+           { read->incomingIndex, { outgoing.begin(), outgoing.end() } } } );
    } );
 }
 
@@ -87,7 +82,7 @@ Host thisHost() {
    Host host;
    host.links = linksHere( host.addresses );
    try {
-      std::set<Routing::Pim::RouteKey> entries;
+      Host::Entries entries;
       readEntries( Vantu::AddressFamily::ipv4, entries );
       readEntries( Vantu::AddressFamily::ipv6, entries );
       host.entries = std::move( entries );

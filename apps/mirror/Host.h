@@ -21,8 +21,14 @@ struct Host {
    // By name; nothing: not known, as when the agent runs elsewhere.
    std::optional<std::map<std::string, Link>> links = std::nullopt;
    std::set<Vantu::IpGenAddr> addresses = {};  // of all links
+   // Interfaces of a multicast entry, by the kernel's indexes.
+   struct Entry {
+      uint32_t incoming = 0;
+      std::set<uint32_t> outgoing = {};
+   };
    // The kernel's multicast entries, of all its tables; nothing: not known.
-   std::optional<std::set<Routing::Pim::RouteKey>> entries = std::nullopt;
+   using Entries = std::multimap<Routing::Pim::RouteKey, Entry>;
+   std::optional<Entries> entries = std::nullopt;
 };
 
 // Does the mirror's agent run on that host? It has one of the agent's addresses.

@@ -110,22 +110,6 @@ uint64_t Mirror::unreadable() const {
 
 namespace {
 
-using Found = std::vector<std::pair<Vantu::AddressFamily, L3::VrfName>>;
-
-Found find( const Selection& selection ) {
-   using Vantu::AddressFamily;
-   Found found;
-   for ( AddressFamily family : { AddressFamily::ipv4, AddressFamily::ipv6 } ) {
-      if ( selection.family && selection.family != family ) continue;
-      for ( const L3::VrfName& name :
-            Published::vrfsUnder( selection.root, family ) ) {
-         if ( selection.vrf == "all" || selection.vrf == name.name() )
-            found.emplace_back( family, name );
-      }
-   }
-   return found;
-}
-
 // Makes the loop turn from time to time.
 class Glances : public Mox::Clock::Notifiee {
  public:
@@ -147,35 +131,65 @@ Mirror::Problem problemOf( const Mirror& mirror, Mirrors::Part part ) {
 
 }
 
+// In order of VRF name, IPv4 first.
+Mirrors::Found Mirrors::find( const Selection& selection ) {
+   using Vantu::AddressFamily;
+   Found found;
+   for ( AddressFamily family : { AddressFamily::ipv4, AddressFamily::ipv6 } ) {
+      if ( selection.family && selection.family != family ) continue;
+      for ( const L3::VrfName& name :
+            Published::vrfsUnder( selection.root, family ) ) {
+         if ( selection.vrf == "all" || selection.vrf == name.name() )
+            found.emplace_back( name, family );
+      }
+   }
+   std::sort( found.begin(), found.end(), []( const auto& a, const auto& b ) {
+      return std::pair( a.first.name(), a.second ) <
+             std::pair( b.first.name(), b.second );
+   } );
+   return found;
+}
+
 // Unreadable directories are reported first, before anything is mounted.
 Mirrors::Mirrors( const Selection& selection, Mirror::Depth depth )
    : selection_( selection ),
      depth_( depth ),
      clock_( loop_ ),
-     manager_( clock_, &loop_, selection.root, depth != Mirror::tablesOnly ) {
-   const Found found = find( selection );
+     manager_( clock_, &loop_, selection.root, depth != Mirror::tablesOnly ),
+     patientUntil_( clock_.now() + patience ) {
+   Found found = find( selection );
    process_ = Published::ProcessStatus::mount( manager_, Brane::tableReader );
    mfib_ = Published::ProcessStatus::mountAt( manager_, Brane::tableReader,
                                               Published::ProcessStatus::mfibPath );
-   mount( found );
+   if ( depth == Mirror::tablesOnly )
+      left_.assign( found.rbegin(), found.rend() );
+   else
+      mount( found );
+}
+
+bool Mirrors::next() {
+   mirrors_.clear();
+   if ( left_.empty() ) return false;
+   mount( { left_.back() } );
+   left_.pop_back();
+   return true;
 }
 
 void Mirrors::mount( const Found& found ) {
    const auto order = []( const auto& mirror ) {
       return std::pair( mirror->vrf(), mirror->family );
    };
-   for ( const auto& [family, name] : found ) {
+   for ( const auto& [name, family] : found ) {
       const std::pair wanted( name.name(), family );
-      const bool known = std::any_of(
-         mirrors_.begin(), mirrors_.end(),
-         [&]( const auto& mirror ) { return order( mirror ) == wanted; } );
-      if ( !known )
-         mirrors_.push_back(
-            std::make_unique<Mirror>( manager_, clock_, family, name, depth_ ) );
+      const auto at =
+         std::lower_bound( mirrors_.begin(), mirrors_.end(), wanted,
+                           [&]( const auto& mirror, const auto& than ) {
+                              return order( mirror ) < than;
+                           } );
+      if ( at == mirrors_.end() || order( *at ) != wanted )
+         mirrors_.insert( at, std::make_unique<Mirror>( manager_, clock_, family,
+                                                        name, depth_ ) );
    }
-   std::sort(
-      mirrors_.begin(), mirrors_.end(),
-      [&]( const auto& a, const auto& b ) { return order( a ) < order( b ); } );
 }
 
 void Mirrors::rescan() {
@@ -199,12 +213,11 @@ void Mirrors::drop( const Mirror& mirror ) {
 
 std::vector<Mirrors::Unread> Mirrors::load( Part part ) {
    using Problem = Mirror::Problem;
-   const double end = now() + patience;
    auto waits = [&]( const auto& mirror ) {
       const Problem::Kind kind = problemOf( *mirror, part ).kind;
       if ( kind == Problem::none ) return part == routesPart && !mirror->loaded();
       return kind == Problem::missing && mirror->writerAlive() && !mirror->gone() &&
-             now() < end;
+             now() < patientUntil_;
    };
    auto anyWaits = [&] {
       return std::any_of( mirrors_.begin(), mirrors_.end(), waits );

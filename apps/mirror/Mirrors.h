@@ -95,7 +95,8 @@ class Mirrors {
 
    // Mounts the selected tables that exist; load() fills the models. Throws
    // Published::UnreadableDirectoryError if the directory may not be read. With
-   // tablesOnly no change is heard of afterwards, which spares the watches.
+   // tablesOnly no change is heard of afterwards, which spares the watches, and nothing
+   // is mounted before next().
    explicit Mirrors( const Selection& selection,
                      Mirror::Depth depth = Mirror::models );
 
@@ -109,6 +110,11 @@ class Mirrors {
    // its tables' records. Removes unreadable mirrors from all() and returns them;
    // mirrors removed meanwhile are dropped silently.
    std::vector<Unread> load( Part part = routesPart );
+
+   // Drops what all() has, and mounts the tables of the next VRF and family; false: there
+   // is no other. Those of thousands of VRFs are more than a process may map at once.
+   // REQUIRES: tablesOnly.
+   bool next();
 
    // Mounts new tables that may be read; they load as the loop runs.
    void rescan();
@@ -129,7 +135,8 @@ class Mirrors {
    const Published::ProcessStatus& mfibProcess() const { return *mfib_; }
 
  private:
-   using Found = std::vector<std::pair<Vantu::AddressFamily, L3::VrfName>>;
+   using Found = std::vector<std::pair<L3::VrfName, Vantu::AddressFamily>>;
+   static Found find( const Selection& selection );
    void mount( const Found& found );
 
    Selection selection_;
@@ -139,6 +146,8 @@ class Mirrors {
    Corvex::EntityManager manager_;
    Mox::Ptr<Published::ProcessStatus> process_, mfib_;
    std::vector<std::unique_ptr<Mirror>> mirrors_;
+   Found left_;               // for next(), the last one first
+   double patientUntil_ = 0;  // s
 };
 
 }

@@ -2,7 +2,8 @@
 
 #include <set>
 
-#include "apps/show/output/Answer.h"
+#include "apps/show/output/Print.h"
+#include "apps/show/reports/StatusReport.h"
 #include "apps/show/text/Words.h"
 #include "published/Vrfs.h"
 
@@ -11,11 +12,14 @@ namespace Show {
 namespace {
 
 // The existing VRFs, for the message about a missing one; empty without any.
-std::string othersText( Selection selection ) {
-   selection.vrf = "all";
+std::string othersText( const Selection& selection ) {
    std::set<std::string> names;
-   const Mirrors others( selection, Mirror::tablesOnly );
-   for ( const auto& mirror : others.all() ) names.insert( mirror->vrf() );
+   for ( const auto family :
+         { Vantu::AddressFamily::ipv4, Vantu::AddressFamily::ipv6 } )
+      if ( !selection.family || selection.family == family )
+         for ( const L3::VrfName& name :
+               Published::vrfsUnder( selection.root, family ) )
+            names.insert( name.name() );
    std::string text;
    for ( const std::string& name : names )
       text += ( text.empty() ? ": there are " : ", " ) + name;
@@ -93,13 +97,39 @@ ExitStatus printWhatIsThere( Mirrors& mirrors, const Arguments& arguments ) {
    return result == done && !alive ? writerGone : result;
 }
 
+// One VRF and family after the other, however many there are.
+ExitStatus runStatus( const Arguments& arguments ) {
+   Mirrors mirrors( arguments.selection, Mirror::tablesOnly );
+   Printout out( arguments, "pimsm-state:status", "" );
+   std::vector<Mirrors::Unread> unread;
+   bool alive = true;
+   bool damaged = warnOfUnreadable( "the agent's process",
+                                    unreadable( mirrors.agentProcess() ) );
+   while ( mirrors.next() ) {
+      for ( auto& each : mirrors.load() ) unread.push_back( std::move( each ) );
+      for ( const auto& mirror : mirrors.all() ) {
+         out.add(
+            *mirror, [&] { return statusText( *mirror ); },
+            [&] { return statusJson( *mirror ); } );
+         damaged |= warnOfUnreadable( mirrorText( *mirror ), mirror->unreadable() );
+         alive = alive && mirror->writerAlive();
+      }
+   }
+   if ( out.first() && unread.empty() )
+      return complain( noTables, noTablesText( arguments.selection ) );
+   if ( !out.first() ) out.end();
+   const ExitStatus missing = complainOfAll( unread );
+   if ( missing != done ) return missing;
+   if ( damaged ) return unverified;
+   return alive ? done : writerGone;
+}
+
 ExitStatus run( const Arguments& arguments ) {
    if ( arguments.command == logCommand ) return printLog( arguments );
+   if ( arguments.command == statusCommand ) return runStatus( arguments );
    // Never destroyed: the system frees a process's memory at once, while freeing
    // record by record would take nearly half of the time of a count.
-   static Mirrors& mirrors = *new Mirrors(
-      arguments.selection,
-      arguments.command == statusCommand ? Mirror::tablesOnly : Mirror::models );
+   static Mirrors& mirrors = *new Mirrors( arguments.selection );
    const auto unread = mirrors.load( partOf( arguments.command ) );
    // A server waits for tables.
    if ( !arguments.listen.empty() ) return print( mirrors, arguments );

@@ -5,6 +5,7 @@
 #include <iostream>
 #include <map>
 
+#include "apps/mirror/Events.h"
 #include "tests/apps/mirror/Published.h"
 #include "tests/support/Damage.h"
 
@@ -67,17 +68,32 @@ void changesFrom( std::istream& in, Show::ShownRouter& router ) {
    std::optional<Published> blue;
    const auto family = ::Published::FamilyStatus::mountPath(
       Vantu::AddressFamily::ipv4, L3::VrfName( "default" ) );
+   const auto toggle = [&] {
+      auto eth3 =
+         router.ipv4.vrf().sg( "198.51.100.7", "239.1.2.3" ).intf( "eth3" );
+      eth3->forwardIs( !eth3->forward() );
+   };
    const std::map<std::string, std::function<void()>> changes = {
       { "interfaces", [&] { router.publishInterfaces(); } },
       { "groups", [&] { router.publishGroups(); } },
       { "process", [&] { router.publishProcess(); } },
       { "traffic", [&] { router.publishTraffic(); } },
       { "shapes", [&] { addShapes( router.ipv4.vrf() ); } },
-      { "toggle",
+      { "toggle", toggle },
+      { "toggle with reason",
         [&] {
-           auto eth3 =
-              router.ipv4.vrf().sg( "198.51.100.7", "239.1.2.3" ).intf( "eth3" );
-           eth3->forwardIs( !eth3->forward() );
+           toggle();
+           ::Published::EventLog log( router.ipv4.manager, ::Published::agentLog,
+                                      router.clock, 16 );
+           ::Published::Event event{ .at = Show::monotonicNow(),
+                                     .kind = ::Published::memberExcludes };
+           event.vrf = ::Published::Text<104>( "default" );
+           event.ipVersion = 4;
+           event.intf = SmTest::intfId( "eth3" );
+           event.group = SmTest::addr( "239.1.2.3" );
+           event.source = SmTest::addr( "198.51.100.7" );
+           event.address = SmTest::addr( "192.0.2.77" );
+           log.add( event );
         } },
       { "delete",
         [&] { router.ipv4.vrf()->routeDel( SmTest::wcKey( "239.1.10.1" ) ); } },

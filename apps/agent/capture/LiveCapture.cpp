@@ -4,7 +4,10 @@
 #include <pcap/pcap.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "apps/agent/capture/LinkTypes.h"
@@ -32,10 +35,11 @@ bool isDown( const std::string& interface ) {
    ifreq request{};
    if ( interface.size() >= sizeof request.ifr_name ) return false;
    interface.copy( request.ifr_name, interface.size() );
-   const Mox::Loop::Fd any( socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 ),
-                            "socket" );
-   return ioctl( any.value(), SIOCGIFFLAGS, &request ) == 0 &&
-          ( request.ifr_flags & IFF_UP ) == 0;
+   const int any = socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
+   if ( any < 0 ) throw CaptureError( interface + ": " + std::strerror( errno ) );
+   const bool known = ioctl( any, SIOCGIFFLAGS, &request ) == 0;
+   close( any );
+   return known && ( request.ifr_flags & IFF_UP ) == 0;
 }
 
 // The interface is missing or down, which may change.

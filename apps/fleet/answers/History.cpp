@@ -134,6 +134,11 @@ std::vector<Told> historyOf( Reader& reader, const std::vector<Router>& routers,
       reader.history( router.name, question.past, [&]( const Event& event ) {
          if ( !matches( question.wanted, event ) ) return;
          if ( question.why && event.op == "log" ) return;
+         if ( all.size() == historyLines )
+            throw Mox::RangeError( fmt::format(
+               "there are more than {} lines: ask for a shorter time (--since, "
+               "--until), or for one router, VRF or group",
+               historyLines ) );
          all.push_back( { router.name, event, {} } );
       } );
    }

@@ -5,6 +5,9 @@
 
 namespace Fleet {
 
+constexpr size_t historyLines =
+   1'000'000;  // of one answer, which holds them at once
+
 struct HistoryQuestion {
    Past past;
    Wanted wanted;
@@ -19,7 +22,8 @@ struct Told {
 };
 
 // In order of time over all routers. An event of the log is a line of its own only
-// without `why`, where it concerns the group, or is of no group.
+// without `why`, where it concerns the group, or is of no group. Throws Mox::RangeError if
+// there are more than `historyLines`.
 std::vector<Told> historyOf( Reader& reader, const std::vector<Router>& routers,
                              const HistoryQuestion& question );
 

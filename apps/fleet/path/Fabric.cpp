@@ -15,6 +15,11 @@ void prefer( std::vector<Place>& pool, const Test& test ) {
    std::erase_if( pool, [&]( const Place& each ) { return !test( each ); } );
 }
 
+// The network of one host, as of an RP's address, is no link even where two have it.
+bool isLink( const IpGenPrefix& network ) {
+   return network.length() < Vantu::addressBits( network.family() );
+}
+
 void sortOnce( std::vector<Place>& places ) {
    std::sort( places.begin(), places.end() );
    places.erase( std::unique( places.begin(), places.end() ), places.end() );
@@ -118,7 +123,8 @@ bool Fabric::shareNetwork( const Place& a, const Place& b ) const {
    const auto& ours = interface( a ).networks;
    const auto& theirs = interface( b ).networks;
    return std::any_of( ours.begin(), ours.end(), [&]( const IpGenPrefix& each ) {
-      return std::find( theirs.begin(), theirs.end(), each ) != theirs.end();
+      return isLink( each ) &&
+             std::find( theirs.begin(), theirs.end(), each ) != theirs.end();
    } );
 }
 
@@ -156,7 +162,7 @@ std::vector<Place> Fabric::candidates( const Place& at,
    if ( told != nullptr && told->genId ) take( byGenId_, *told->genId );
    if ( pool.empty() )
       for ( const IpGenPrefix& each : interface( at ).networks )
-         take( byNetwork_, each );
+         if ( isLink( each ) ) take( byNetwork_, each );
    if ( !pool.empty() ) return pool;
    take( byAddress_, address );
    // So many cannot be told apart, nor looked at one by one.
@@ -189,7 +195,8 @@ std::vector<Place> Fabric::link( const Place& place ) const {
    // Also those that nobody there hears, but not those of another site.
    for ( const IpGenPrefix& each : is.networks ) {
       const auto& same = byNetwork_.at( each );
-      if ( !clash( same ) ) all.insert( all.end(), same.begin(), same.end() );
+      if ( isLink( each ) && !clash( same ) )
+         all.insert( all.end(), same.begin(), same.end() );
    }
    sortOnce( all );
    return all;

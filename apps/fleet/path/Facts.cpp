@@ -22,10 +22,13 @@ bool among( const IpGenAddr& wanted, const IpGenAddr& first,
           std::find( others.begin(), others.end(), wanted ) != others.end();
 }
 
-// The networks of an interface. Secondary addresses come without a length of their own:
-// in IPv6 the link-local one has that of the others, too.
-std::vector<IpGenPrefix> networksOf( const Interface& interface, uint64_t length ) {
-   std::vector<IpGenPrefix> networks;
+// The networks of an interface. Where they are not told, secondary addresses have the
+// length of the first one: in IPv6 the link-local one has that of the others, too.
+std::vector<IpGenPrefix> networksOf( const Interface& interface,
+                                     const Members& members ) {
+   std::vector<IpGenPrefix> networks = members.prefixes( "network" );
+   if ( !networks.empty() ) return networks;
+   const uint64_t length = members.number( "prefix-length", 128 ).value_or( 128 );
    const auto add = [&]( const IpGenAddr& address ) {
       if ( address.isUnspecified() || address.isLinkLocal() ) return;
       const unsigned bits = Vantu::addressBits( address.family() );
@@ -48,8 +51,7 @@ Interface interfaceFrom( const Json& json ) {
    is.name = members.text( "name" );
    is.address = members.address( "address" );
    is.secondary = members.addresses( "secondary-address" );
-   is.networks =
-      networksOf( is, members.number( "prefix-length", 128 ).value_or( 128 ) );
+   is.networks = networksOf( is, members );
    is.state = members.choice( "state", kStates );
    is.isDr = members.flag( "designated-router" );
    is.dr = members.address( "dr-address" );

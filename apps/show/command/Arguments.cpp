@@ -230,13 +230,15 @@ std::vector<CommandRow> commands() {
       forms, { "--iface", "--iif", "--kind", "--forwarding", "--not-forwarding" } );
    const Names all = with( routes, { "--group", "--source" } );
    const Names any = with( all, { "--json" } );
+   Names explain = all;
+   std::erase( explain, std::string_view( "--interval" ) );
    const Names rows = with(
       list, { "--detail", "--iif", "--kind", "--forwarding", "--not-forwarding" } );
    return {
       { routesCommand, "routes", "Routes and interfaces (the default)", {} },
       { statusCommand, "status", "Tables: room, writer, counts", all },
       { explainCommand, "explain", "Why a receiver gets a group, or does not",
-        all },
+        explain },
       { checkCommand, "check", "What in the tables contradicts itself", forms },
       { interfacesCommand, "interfaces",
         "Interfaces: state, address, DR, joins, members, asserts", list },

@@ -136,8 +136,6 @@ class MetricsServer::Client {
 
    // It goes in a later turn: this is one of its callbacks.
    void finish() {
-      watcher_.readWantedIs( false );
-      watcher_.writeWantedIs( false );
       ended_ = true;
       server_.loop_.post( [&server = server_] { server.removeEnded(); } );
    }

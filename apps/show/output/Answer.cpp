@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <map>
 
 #include "apps/json/RegisterJson.h"
 #include "apps/json/RouteJson.h"
@@ -22,7 +21,6 @@
 #include "apps/show/reports/NeighborReport.h"
 #include "apps/show/reports/RegisterReport.h"
 #include "apps/show/reports/RpReport.h"
-#include "apps/show/reports/StatusReport.h"
 #include "apps/show/reports/TopReport.h"
 #include "apps/show/text/Fold.h"
 #include "apps/show/text/RouteText.h"
@@ -36,38 +34,6 @@ namespace Show {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-// Prints mirrors one after the other: as text, or as JSON with each mirror's
-// envelope around `member`, as one document or a line each.
-class Printout {
- public:
-   // `between` separates the text of two mirrors.
-   Printout( const Arguments& arguments, const char* member, const char* between )
-      : arguments_( arguments ), member_( member ), between_( between ) {}
-
-   template <class Text, class ToJson>
-   void add( const Mirror& mirror, Text text, ToJson json ) {
-      if ( arguments_.json ) {
-         document_.push_back( envelope( mirror, member_, json() ) );
-      } else if ( arguments_.jsonLines ) {
-         printJson( envelope( mirror, member_, json() ), -1 );
-      } else {
-         printText( ( first_ ? "" : between_ ) + text() );
-      }
-      first_ = false;
-   }
-   bool first() const { return first_; }
-   void end() const {
-      if ( arguments_.json ) printJson( document_ );
-   }
-
- private:
-   const Arguments& arguments_;
-   const char* member_;
-   const char* between_;
-   bool first_ = true;
-   Json document_ = Json::array();
-};
 
 // Prints every mirror: by `text`, separated by `between`, or by `json` as the
 // member `member`.
@@ -100,8 +66,6 @@ void printCount( const Mirrors& mirrors, const Arguments& arguments ) {
                       { "routes", mirror.model->route().size() } };
       } );
 }
-
-using AllRates = std::map<const Mirror*, Rates>;
 
 void printRouteLines( const Mirrors& mirrors, const RouteFilter& filter,
                       const AllRates& rates ) {
@@ -138,9 +102,7 @@ void printAllOfRoutes( const Mirrors& mirrors, const Arguments& arguments,
 
 // The counters, read twice where an interval is given.
 AllRates ratesOf( Mirrors& mirrors, const std::optional<double>& interval ) {
-   AllRates rates;
-   for ( const auto& mirror : mirrors.all() )
-      rates.try_emplace( mirror.get(), *mirror );
+   AllRates rates = firstRates( mirrors );
    if ( !interval ) return rates;
    pause( mirrors, *interval );
    for ( auto& [mirror, each] : rates ) each.read();
@@ -218,8 +180,12 @@ ExitStatus printNeighbors( const Mirrors& mirrors, const Arguments& arguments ) 
 
 ExitStatus printMembers( const Mirrors& mirrors, const Arguments& arguments ) {
    const double now = mirrors.now();
+   const std::vector<Logged> log = Events( arguments.selection.root ).take();
    return printRows(
-      mirrors, arguments, "membership", selectMembers,
+      mirrors, arguments, "membership",
+      [&log]( const Mirror& mirror, const RouteFilter& filter ) {
+         return selectMembers( mirror, filter, log );
+      },
       [&]( const Mirror& mirror, const Members& found ) {
          return membersText( mirror, found, now );
       },
@@ -310,19 +276,58 @@ Json withAge( Json json, const Mirror& mirror ) {
    return json;
 }
 
-ExitStatus printChecked( const Mirrors& mirrors, const Arguments& arguments ) {
+bool isEntryFinding( const Finding& finding ) {
+   return finding.kind.rfind( "entry-", 0 ) == 0;
+}
+
+// What a second look at the kernel's entries does not find was on its way.
+std::vector<Checked> checkedTwice( Mirrors& mirrors, const Arguments& arguments ) {
+   constexpr double kOnTheWay = 2.5;  // s
+   Events events( arguments.selection.root );
+   Evidence evidence{ events.take(), thisHost(), mirrors.now() };
+   const auto checkAll = [&] {
+      std::vector<Checked> all;
+      for ( const auto& mirror : mirrors.all() )
+         all.push_back( check( *mirror, arguments.filter, evidence ) );
+      return all;
+   };
+   std::vector<Checked> all = checkAll();
+   const bool again = std::any_of( all.begin(), all.end(), []( const auto& each ) {
+      return std::any_of( each.findings.begin(), each.findings.end(),
+                          isEntryFinding );
+   } );
+   if ( !again ) return all;
+   pause( mirrors, kOnTheWay );
+   evidence.host = thisHost();
+   evidence.now = mirrors.now();
+   std::vector<Checked> later = checkAll();
+   for ( size_t i = 0; i < all.size(); ++i ) {
+      std::erase_if( later[i].findings, [&]( const Finding& finding ) {
+         const auto same = [&]( const Finding& other ) {
+            return other.kind == finding.kind && other.key == finding.key &&
+                   other.intfId == finding.intfId;
+         };
+         return isEntryFinding( finding ) &&
+                std::none_of( all[i].findings.begin(), all[i].findings.end(),
+                              same );
+      } );
+   }
+   return later;
+}
+
+ExitStatus printChecked( Mirrors& mirrors, const Arguments& arguments ) {
    Printout out( arguments, "pimsm-state:check", "" );
    bool found = false;
-   Events events( arguments.selection.root );
-   const Evidence evidence{ events.take(), thisHost(), mirrors.now() };
-   for ( const auto& mirror : mirrors.all() ) {
-      Checked checked = check( *mirror, arguments.filter, evidence );
-      if ( out.first() ) checkProcess( mirrors.agentProcess(), checked );
+   auto all = checkedTwice( mirrors, arguments );
+   for ( size_t i = 0; i < all.size(); ++i ) {
+      const Mirror& mirror = *mirrors.all()[i];
+      Checked& checked = all[i];
+      if ( i == 0 ) checkProcess( mirrors.agentProcess(), checked );
       found = found || !checked.findings.empty();
       out.add(
-         *mirror,
-         [&] { return checkText( *mirror, checked ) + lastWriteText( *mirror ); },
-         [&] { return withAge( checkJson( checked ), *mirror ); } );
+         mirror,
+         [&] { return checkText( mirror, checked ) + lastWriteText( mirror ); },
+         [&] { return withAge( checkJson( checked ), mirror ); } );
    }
    out.end();
    return found ? nothingFound : done;
@@ -442,9 +447,6 @@ ExitStatus print( Mirrors& mirrors, const Arguments& arguments ) {
          return printRps( mirrors, arguments );
       case membersCommand:
          return printMembers( mirrors, arguments );
-      case statusCommand:
-         return printEach( mirrors, arguments, "", statusText, "pimsm-state:status",
-                           statusJson );
       case histogramCommand:
          return printEach( mirrors, arguments, "\n", histogramText,
                            "pimsm-state:histogram", histogramJson );

@@ -1,5 +1,3 @@
-#include <ctime>
-
 #include "apps/json/EventJson.h"
 #include "apps/json/YangData.h"
 #include "apps/show/output/Print.h"
@@ -14,10 +12,7 @@ using Json = nlohmann::ordered_json;
 
 ExitStatus printLog( const Arguments& arguments ) {
    Events events( arguments.selection.root );
-   timespec clock;
-   clock_gettime( CLOCK_MONOTONIC, &clock );
-   const double now = static_cast<double>( clock.tv_sec ) +
-                      static_cast<double>( clock.tv_nsec ) * 1e-9;
+   const double now = monotonicNow();
    EventFilter filter = arguments.events;
    filter.since = now - filter.since;
    const std::vector<Logged> all = events.take();
@@ -47,7 +42,7 @@ ExitStatus printLog( const Arguments& arguments ) {
       std::cout.flush();
       followLog( events, filter, [&]( const Logged& logged ) {
          return arguments.jsonLines ? jsonText( eventJson( logged ) )
-                                    : eventLine( logged, logged.event.at );
+                                    : eventLine( logged, monotonicNow() );
       } );
    }
    for ( const std::string& problem : events.problems() )

@@ -17,4 +17,11 @@ void printJson( const Json& document, int indent ) {
    std::cout << jsonText( document, indent ) << '\n';
 }
 
+AllRates firstRates( const Mirrors& mirrors ) {
+   AllRates rates;
+   for ( const auto& mirror : mirrors.all() )
+      rates.try_emplace( mirror.get(), *mirror );
+   return rates;
+}
+
 }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <set>
 
 #include "apps/json/YangData.h"
@@ -17,7 +18,8 @@ std::vector<Receiver> receiversOf( const Mirrors& mirrors, const Receiver& asked
       for ( const Route& route : std::as_const( *mirror->model ).route() ) {
          if ( route.key().group != asked.group ) continue;
          for ( const Intf& intf : route.routeIntf() )
-            names.emplace( intf.intfId().name() );
+            if ( intf.localReceiverInclude() || intf.joinState() != Intf::noInfo )
+               names.emplace( intf.intfId().name() );
       }
    }
    std::vector<Receiver> out;
@@ -28,28 +30,58 @@ std::vector<Receiver> receiversOf( const Mirrors& mirrors, const Receiver& asked
    return out;
 }
 
+std::vector<Answer> answersTo( const Mirrors& mirrors,
+                               const std::vector<Receiver>& receivers,
+                               const Evidence& evidence ) {
+   std::vector<Answer> out;
+   for ( const Receiver& receiver : receivers )
+      out.push_back( whyOf( mirrors, receiver, evidence ) );
+   return out;
 }
 
-ExitStatus printWhy( const Mirrors& mirrors, const Arguments& arguments ) {
+// Looks twice where that tells more.
+std::vector<Answer> answers( Mirrors& mirrors,
+                             const std::vector<Receiver>& receivers,
+                             const Arguments& arguments ) {
+   constexpr double kInterval = 2.0;  // s
+   AllRates rates = firstRates( mirrors );
    Events events( arguments.selection.root );
-   const Evidence evidence{ events.take(), thisHost(), mirrors.now() };
+   Evidence evidence{ events.take(), thisHost(), mirrors.now() };
+   std::vector<Answer> all = answersTo( mirrors, receivers, evidence );
+   const bool again = std::any_of(
+      all.begin(), all.end(), []( const auto& each ) { return each.why.again; } );
+   if ( !again ) return all;
+   evidence.interval = arguments.interval.value_or( kInterval );
+   pause( mirrors, evidence.interval );
+   for ( auto& [mirror, each] : rates ) each.read();
+   for ( Logged& logged : events.take() )
+      evidence.log.push_back( std::move( logged ) );
+   evidence.host = thisHost();
+   evidence.now = mirrors.now();
+   evidence.rates = &rates;
+   return answersTo( mirrors, receivers, evidence );
+}
+
+}
+
+ExitStatus printWhy( Mirrors& mirrors, const Arguments& arguments ) {
    const auto receivers = receiversOf( mirrors, arguments.receiver );
    if ( receivers.empty() )
       return complain( nothingFound,
                        "nobody asks for " +
                           Vantu::valueToStrep( arguments.receiver.group ) +
                           ": name the receiver's interface or address" );
+   const auto found = answers( mirrors, receivers, arguments );
    ExitStatus status = done;
    Json document = Json::array();
-   for ( const Receiver& receiver : receivers ) {
-      const Answer answer = whyOf( mirrors, receiver, evidence );
+   for ( size_t i = 0; i < found.size(); ++i ) {
+      const Answer& answer = found[i];
       if ( !answer.why.cause.empty() ) status = nothingFound;
       if ( arguments.json ) {
          document.push_back( envelope( *answer.mirror, "pimsm-state:why",
-                                       whyJson( answer, receiver ) ) );
+                                       whyJson( answer, receivers[i] ) ) );
       } else {
-         printText( ( &receiver == &receivers.front() ? "" : "\n" ) +
-                    whyText( answer, receiver ) );
+         printText( ( i == 0 ? "" : "\n" ) + whyText( answer, receivers[i] ) );
       }
    }
    if ( arguments.json ) printJson( document );

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -10,6 +11,7 @@
 #include "apps/mirror/AgentTables.h"
 #include "apps/mirror/Olist.h"
 #include "apps/mirror/Rps.h"
+#include "apps/show/reports/Checks.h"
 #include "apps/show/reports/Inquiry.h"
 #include "apps/show/text/Words.h"
 
@@ -36,6 +38,16 @@ std::string differsText( const Mirror& mirror, const Intf& intf, bool forwards )
                               fmt::join( turns, " or if " ) );
 }
 
+// With all terms; "*" stands for any source there.
+std::string termsCall( const RouteKey& key, Vantu::IntfId intfId ) {
+   return explainCall( key, intfId,
+                       key.source.isUnspecified() ? " --terms '*'" : " --terms" );
+}
+
+std::string logCall( const RouteKey& key ) {
+   return "pimsm-show log --group " + Vantu::valueToStrep( key.group );
+}
+
 void checkIntf( const Mirror& mirror, const Intf& intf, Checked& checked ) {
    ++checked.intfs;
    const std::optional<bool> forwards =
@@ -43,9 +55,10 @@ void checkIntf( const Mirror& mirror, const Intf& intf, Checked& checked ) {
    if ( !forwards ) {
       ++checked.undecided;
    } else if ( *forwards != intf.forward() ) {
-      checked.findings.push_back( { "forward-differs", intf.parentRoute()->key(),
-                                    intf.intfId(),
-                                    differsText( mirror, intf, *forwards ) } );
+      const RouteKey& key = intf.parentRoute()->key();
+      checked.findings.push_back( { "forward-differs", key, intf.intfId(),
+                                    differsText( mirror, intf, *forwards ),
+                                    termsCall( key, intf.intfId() ) } );
    }
 }
 
@@ -72,11 +85,14 @@ void checkRoute( const Mirror& mirror, const Route& route, const Rps& rps,
    const std::string impossible = impossibleText( route.key(), mirror.family );
    if ( !impossible.empty() )
       checked.findings.push_back(
-         { "impossible-address", route.key(), {}, impossible } );
+         { "impossible-address", route.key(), {}, impossible, "pimsm-show log" } );
    if ( !route.rpf().intfId.empty() ) return;
    if ( route.wildCard() && rps.startsHere( route ) ) return;
-   checked.findings.push_back(
-      { "unresolved-rpf", route.key(), {}, unresolvedText( route, rps ) } );
+   checked.findings.push_back( { "unresolved-rpf",
+                                 route.key(),
+                                 {},
+                                 unresolvedText( route, rps ),
+                                 explainCall( route.key(), {} ) } );
 }
 
 // Checked again at the end: a living agent removes a route's interfaces after it.
@@ -95,8 +111,9 @@ void checkStrays( const Mirror& mirror, const RouteFilter& filter,
    } );
    for ( const RouteIntfKey& key : strays ) {
       if ( !filter.matches( key.routeKey ) || !stands( mirror, key ) ) continue;
-      checked.findings.push_back(
-         { "no-route", key.routeKey, key.intfId, "its route is missing" } );
+      checked.findings.push_back( { "no-route", key.routeKey, key.intfId,
+                                    "its route is missing",
+                                    logCall( key.routeKey ) } );
    }
 }
 
@@ -106,7 +123,8 @@ void checkTable( const MoxBrane::TableBase& table, Checked& checked ) {
          { kind,
            {},
            {},
-           fmt::format( "table {}: {}", tableName( table ), text ) } );
+           fmt::format( "table {}: {}", tableName( table ), text ),
+           "pimsm-show status" } );
    };
    const std::string problem = unreadableText( table );
    if ( !problem.empty() ) found( "unreadable", problem );
@@ -119,10 +137,11 @@ void checkTable( const MoxBrane::TableBase& table, Checked& checked ) {
 }
 
 std::string whereText( const Finding& finding ) {
-   if ( finding.key == RouteKey() ) return "";
-   std::string text = keyText( finding.key );
-   if ( !finding.intfId.empty() ) text += ' ' + nameText( finding.intfId );
-   return text + ": ";
+   const bool route = !( finding.key == RouteKey() );
+   std::string text = route ? keyText( finding.key ) : "";
+   if ( !finding.intfId.empty() )
+      text += ( route ? " " : "" ) + nameText( finding.intfId );
+   return text.empty() ? text : text + ": ";
 }
 
 }
@@ -155,34 +174,31 @@ class Receivers {
    }
 
  private:
+   // A route without a path is found by itself, and so is an entry that differs, unless a
+   // boundary bars what it lacks.
+   static bool isToldElsewhere( const std::string& cause ) {
+      return cause.empty() || cause == "no-path" || cause == "no-rp" ||
+             cause == "entry-differs" || cause == "boundary";
+   }
+
    void check( const Route& route, Vantu::IntfId intfId, Group group,
                std::string& told ) {
       const Receiver receiver{ route.key().group, route.key().source, intfId, {} };
       const Why why =
          Inquiry( mirror_, rps_, receiver, intfId, std::move( group ), evidence_ )
             .contradictions();
-      // A route without a path was told already.
-      if ( why.cause.empty() || why.cause == "no-path" || why.cause == "no-rp" ||
-           why.verdict == told )
-         return;
+      if ( isToldElsewhere( why.cause ) || why.verdict == told ) return;
       told = why.verdict;
       const bool ofAll = why.cause == "mfib-gone" || why.cause == "no-mfib";
       if ( ofAll && !ofAll_.insert( why.cause ).second ) return;
       const auto bad = std::find_if(
          why.chain.begin(), why.chain.end(),
          []( const Why::Step& step ) { return step.mark == Why::bad; } );
-      std::string text = bad->evidence;
-      if ( !ofAll ) text += "; see " + explainText( receiver );
       checked_.findings.push_back( { why.cause, ofAll ? RouteKey() : route.key(),
-                                     ofAll ? Vantu::IntfId() : intfId, text } );
-   }
-
-   static std::string explainText( const Receiver& receiver ) {
-      const auto& source = receiver.source;
-      return fmt::format(
-         "pimsm-show explain {}{} {}",
-         source.isUnspecified() ? "" : Vantu::valueToStrep( source ) + ' ',
-         Vantu::valueToStrep( receiver.group ), nameText( receiver.intfId ) );
+                                     ofAll ? Vantu::IntfId() : intfId,
+                                     bad->evidence,
+                                     ofAll ? "pimsm-show log --event entry"
+                                           : explainCall( route.key(), intfId ) } );
    }
 
    const Mirror& mirror_;
@@ -199,6 +215,14 @@ namespace {
 // Packets that came by another interface than their route's within these seconds.
 constexpr double kRecent = 15.0;
 
+// On a link where another router forwards, all see its packets.
+bool comesRightly( const Mirror& mirror, const RouteKey& key, double now ) {
+   Published::MfibCache entry;
+   return isReady( mirror.mfib->cache() ) &&
+          mirror.mfib->cache().find( key, entry ) == Brane::lookupFound &&
+          now - entry.lastPacket < kRecent;
+}
+
 void checkWrongSides( const Mirror& mirror, const RouteFilter& filter, double now,
                       Checked& checked ) {
    const auto& upcalls = mirror.mfib->upcall();
@@ -206,17 +230,18 @@ void checkWrongSides( const Mirror& mirror, const RouteFilter& filter, double no
    upcalls.visit( nullptr, [&]( const Published::MfibUpcall& upcall ) {
       const RouteKey& key = upcall.key.routeKey;
       const Route* route = std::as_const( *mirror.model ).route( key );
-      const bool wrong = upcall.kind == Published::wrongVifUpcall &&
-                         now - upcall.last < kRecent && route != nullptr &&
-                         filter.matches( key ) &&
-                         route->incomingIntf() != upcall.key.intfId &&
-                         route->routeIntf( upcall.key.intfId ) == nullptr;
+      const bool wrong =
+         upcall.kind == Published::wrongVifUpcall && now - upcall.last < kRecent &&
+         route != nullptr && !comesRightly( mirror, key, now ) &&
+         filter.matches( key ) && route->incomingIntf() != upcall.key.intfId &&
+         route->routeIntf( upcall.key.intfId ) == nullptr;
       if ( wrong )
          checked.findings.push_back(
             { "wrong-interface", key, upcall.key.intfId,
               fmt::format(
                  "packets come by it, but the way to the source is {}",
-                 rpfText( route->incomingRpf(), route->incomingAttached() ) ) } );
+                 rpfText( route->incomingRpf(), route->incomingAttached() ) ),
+              explainCall( key, {} ) } );
       return true;
    } );
 }
@@ -236,13 +261,28 @@ Checked check( const Mirror& mirror, const RouteFilter& filter,
    }
    checkStrays( mirror, filter, checked );
    checkWrongSides( mirror, filter, evidence.now, checked );
-   // The log would be searched for each finding.
-   const Evidence present{ {}, evidence.host, evidence.now };
+   checkLinks( mirror, filter, evidence, checked );
+   checkEntries( mirror, filter, evidence, checked );
+   // All of the log would be searched for each finding.
+   Evidence present{ {}, evidence.host, evidence.now };
+   std::copy_if( evidence.log.begin(), evidence.log.end(),
+                 std::back_inserter( present.log ), []( const Logged& logged ) {
+                    return logged.event.kind == Published::entryRefused;
+                 } );
    Receivers receivers( mirror, rps, present, checked );
    for ( const auto& [address, group] : groups ) receivers.check( group, filter );
    for ( const MoxBrane::TableBase* table : agentTables( mirror ) )
       checkTable( *table, checked );
    return checked;
+}
+
+std::string explainCall( const RouteKey& key, Vantu::IntfId intfId,
+                         const char* options ) {
+   const std::string source =
+      key.source.isUnspecified() ? "" : Vantu::valueToStrep( key.source ) + ' ';
+   return fmt::format( "pimsm-show explain{} {}{}{}", options, source,
+                       Vantu::valueToStrep( key.group ),
+                       intfId.empty() ? "" : ' ' + nameText( intfId ) );
 }
 
 void checkProcess( const Published::ProcessStatus& process, Checked& checked ) {
@@ -256,8 +296,9 @@ std::string checkText( const Mirror& mirror, const Checked& checked ) {
                                         countText( checked.intfs, "interface" ),
                                         checked.findings.size() ) );
    for ( const Finding& finding : checked.findings )
-      text += fmt::format( "    {:<15}  {}{}\n", finding.kind, whereText( finding ),
-                           finding.text );
+      text += fmt::format( "    {:<18}  {}{}{}\n", finding.kind,
+                           whereText( finding ), finding.text,
+                           finding.see.empty() ? "" : ";\tsee " + finding.see );
    if ( checked.undecided != 0 )
       text += fmt::format( "    {} outgoing lists unknown: {}\n", checked.undecided,
                            noInterfacesText( mirror ) );
@@ -276,6 +317,7 @@ Json checkJson( const Checked& checked ) {
       if ( finding.key != RouteKey() ) entry.update( keyJson( finding.key ) );
       if ( !finding.intfId.empty() ) entry["interface"] = finding.intfId.name();
       entry["text"] = finding.text;
+      if ( !finding.see.empty() ) entry["see"] = finding.see;
       list.push_back( std::move( entry ) );
    }
    return json;

@@ -15,12 +15,15 @@ struct Finding {
    // macros, where those are known; "no-route": an interface's record without its
    // route's; "impossible-address": a route that no packet can have;
    // "unresolved-rpf": a route without a path to its source or RP; "unverifiable":
-   // records with a wrong checksum, place or bytes; "unreadable": a whole table.
-   // Others are causes of Why.h that hold whether or not a source sends.
+   // records with a wrong checksum, place or bytes; "unreadable": a whole table. For
+   // "two-drs", "two-forwarders", "no-dr", "unserved" and "refused" see Checks.h, for
+   // "entry-differs" KernelEntries.h. Others are causes of Why.h that hold whether or
+   // not a source sends.
    std::string kind;
    Routing::Pim::RouteKey key;  // unset for the last two
    Vantu::IntfId intfId;        // empty: the route as a whole
-   std::string text;
+   std::string text;            // what contradicts what
+   std::string see = {};        // the command that tells more; empty: none does
 };
 
 struct Checked {

@@ -37,6 +37,7 @@ class Inquiry {
    }
    // Is the agent a router, not only a listener? Passive interfaces say no hello.
    static bool speaksAnywhere( const Mirror& mirror );
+   bool serves() const;
    std::string what() const;
    void step( Why::Mark mark, const char* what, const std::string& evidence );
    void trouble( const std::string& cause, const std::string& verdict );
@@ -89,13 +90,17 @@ class Inquiry {
    bool joins() const;
    void kernel();
    void kernelEntry();
+   void noEntry( const Routing::Pim::RouteKey& key );
+   void compare( const Host::Entry& entry );
 
    // The newest packets of the source, or of any source of the group.
    struct Flow {
       uint64_t packets = 0;
       double last = 0.0;
+      std::optional<double> rate = std::nullopt;  // packets a second
    };
    Flow flow() const;
+   std::string rateText( const Flow& flow ) const;
    bool arrives() const;
    // Where packets come in that should not; empty: nowhere.
    Vantu::IntfId wrongSide() const;

@@ -51,12 +51,25 @@ Why Inquiry::contradictions() {
    mirror_.agent->interface().find( intfId_, published_ );
    wishes();
    if ( !member_ && !joined_ ) return {};
+   if ( !serves() ) return {};
    linked();
    chooseRoute();
    if ( route_ == nullptr ) return std::move( why_ );
    if ( !route_->directlyConnected() || route_->wildCard() ) path();
    kernel();
    return std::move( why_ );
+}
+
+// Is the link's other end this router's to serve?
+bool Inquiry::serves() const {
+   if ( joined_ || published_.iAmDr || !isReady( mirror_.agent->interface() ) )
+      return true;
+   for ( const IpGenAddr& source :
+         { receiver_.source, IpGenAddr::unspecified( mirror_.family ) } ) {
+      const Intf* each = record( source );
+      if ( each != nullptr && each->forward() ) return true;
+   }
+   return false;
 }
 
 std::string Inquiry::what() const {
@@ -366,7 +379,9 @@ void Inquiry::designated() {
                       info.assertState == Sm::iAmAssertWinner
                          ? "this one serves the link: it won the assert"
                          : "this one serves the link" );
-      if ( info.assertState == Sm::iAmAssertLoser && lost == nullptr ) lost = &info;
+      if ( info.assertState != Sm::iAmAssertLoser ) continue;
+      lost = &info;
+      break;
    }
    if ( lost != nullptr )
       return fail( "assert",

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "apps/mirror/AgentTables.h"
+#include "apps/mirror/KernelEntries.h"
 #include "apps/mirror/Olist.h"
 #include "apps/show/text/EventText.h"
 #include "apps/show/text/Words.h"
@@ -201,7 +202,7 @@ void Inquiry::kernel() {
       return fail( "kernel", "pimsm-mfib is gone", "mfib-gone",
                    "start it; what the kernel had forwards on meanwhile" );
    Published::MfibVif vif;
-   if ( vifs.find( intfId_, vif ) != Brane::lookupFound )
+   if ( vifs.find( intfId_, vif ) != Brane::lookupFound || vif.ifIndex == 0 )
       return fail(
          "kernel",
          fmt::format( "the kernel does not forward by {}", nameText( intfId_ ) ),
@@ -213,9 +214,16 @@ void Inquiry::kernel() {
 
 void Inquiry::kernelEntry() {
    const RouteKey key = route_->key();
-   const bool known = host_.entries && mirror_.writerAlive();
-   if ( !known || host_.entries->count( key ) != 0 )
-      return step( Why::fine, "kernel", known ? "has the entry" : "served" );
+   if ( !host_.entries || !mirror_.writerAlive() )
+      return step( Why::fine, "kernel", "served" );
+   if ( host_.entries->count( key ) == 0 ) return noEntry( key );
+   if ( const Host::Entry* entry = entryOf( mirror_, host_, key ) )
+      return compare( *entry );
+   step( Why::fine, "kernel", "has the entry" );
+}
+
+void Inquiry::noEntry( const RouteKey& key ) {
+   why_.again = true;
    const Logged* refused = newest( [&]( const Event& event ) {
       return event.kind == Published::entryRefused && event.group == key.group &&
              event.source == key.source;
@@ -225,6 +233,34 @@ void Inquiry::kernelEntry() {
                    "entry-refused", "see what pimsm-mfib says" );
    fail( "kernel", fmt::format( "the kernel has no entry of {}", keyText( key ) ),
          "entry-missing", "somebody removed it: restart pimsm-mfib" );
+}
+
+// Only what the kernel does by the receiver's interface, or the incoming one, is trouble.
+void Inquiry::compare( const Host::Entry& entry ) {
+   const auto all = entryDifferences( mirror_, *route_, entry );
+   const std::string is = entryText( mirror_, *route_, entry );
+   if ( all.empty() ) return step( Why::fine, "kernel", "has the entry: " + is );
+   why_.again = true;
+   const EntryDifference* his = nullptr;
+   std::string should;
+   for ( const EntryDifference& each : all ) {
+      const char* const kDoes[] = { "not send by ", "send by ", "take none from " };
+      should += ( should.empty() ? "" : " and " ) +
+                ( kDoes[each.kind] + nameText( each.intfId ) );
+      const bool matters =
+         each.kind == EntryDifference::takes ||
+         ( each.kind == EntryDifference::lacks && each.intfId == intfId_ );
+      if ( matters && his == nullptr ) his = &each;
+   }
+   const std::string text =
+      fmt::format( "the kernel's entry of {} is {}, and by the table should {}",
+                   keyText( route_->key() ), is, should );
+   if ( his == nullptr ) return step( Why::bad, "kernel", text );
+   if ( his->bounded )
+      return fail( "kernel", text, "boundary",
+                   "a boundary in the configuration may bar it" );
+   fail( "kernel", text, "entry-differs",
+         "restart pimsm-mfib, and see what it says" );
 }
 
 Inquiry::Flow Inquiry::flow() const {
@@ -240,8 +276,17 @@ Inquiry::Flow Inquiry::flow() const {
       if ( !asked || cache.find( key, entry ) != Brane::lookupFound ) continue;
       out.packets += entry.packets;
       out.last = std::max( out.last, entry.lastPacket );
+      if ( evidence_.rates == nullptr ) continue;
+      if ( const auto rate = evidence_.rates->at( &mirror_ ).rate( key ) )
+         out.rate = out.rate.value_or( 0.0 ) + rate->packets;
    }
    return out;
+}
+
+std::string Inquiry::rateText( const Flow& flow ) const {
+   if ( !flow.rate ) return "";
+   return fmt::format( "; {} by pimsm-mfib's counters, read twice within {}",
+                       packetsText( *flow.rate ), spanText( evidence_.interval ) );
 }
 
 bool Inquiry::arrives() const {
@@ -270,17 +315,25 @@ IntfId Inquiry::wrongSide() const {
 void Inquiry::packets() {
    if ( !isReady( mirror_.mfib->cache() ) ) return;
    const Flow is = flow();
+   // Counters are published each second, those of interfaces apart.
+   why_.again = why_.again || evidence_.rates == nullptr;
    if ( !arrives() ) return silence( is );
    const bool needed = route_->incomingIntf() != intfId_;
-   if ( needed && sentOut_ && *sentOut_ == 0 && is.packets > kSome )
+   // Not for what came before the interface was wanted.
+   const bool many = evidence_.rates == nullptr
+                        ? is.packets > kSome
+                        : is.rate.value_or( 0.0 ) * evidence_.interval > kSome;
+   if ( needed && sentOut_ && *sentOut_ == 0 && many )
       return fail(
          "packets",
          fmt::format( "packets come, and none has left by {}",
                       nameText( intfId_ ) ),
          "ttl", "their TTL may be too small, or they may be larger than its MTU" );
+   const IntfId in = route_->incomingIntf();
    step( Why::fine, "packets",
-         fmt::format( "{} came, the last {}", is.packets,
-                      agoText( is.last, evidence_.now ) ) );
+         fmt::format( "{} came{}, the last {}{}", is.packets,
+                      in.empty() ? "" : " by " + nameText( in ),
+                      agoText( is.last, evidence_.now ), rateText( is ) ) );
 }
 
 void Inquiry::silence( const Flow& is ) {

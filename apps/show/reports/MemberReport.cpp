@@ -101,7 +101,36 @@ Json sourcesJson( const MemberRow& row, double now ) {
 
 }
 
-Members selectMembers( const Mirror& mirror, const RouteFilter& filter ) {
+namespace {
+
+// The host whose report came first of those that still stand.
+void addReporters( const Mirror& mirror, const std::vector<Logged>& log,
+                   Rows& rows ) {
+   std::map<std::pair<std::string, Vantu::IpGenAddr>, std::set<Vantu::IpGenAddr>>
+      standing;  // sources
+   const uint32_t version = mirror.family == Vantu::AddressFamily::ipv4 ? 4 : 6;
+   for ( const Logged& logged : log ) {
+      const Published::Event& event = logged.event;
+      const bool came = event.kind == Published::memberCame;
+      if ( ( !came && event.kind != Published::memberGone ) ||
+           event.ipVersion != version || event.vrf.text() != mirror.vrf() )
+         continue;
+      const std::pair of( std::string( event.intf.name() ), event.group );
+      std::set<Vantu::IpGenAddr>& sources = standing[of];
+      const auto found = rows.find( of );
+      if ( came && sources.empty() && found != rows.end() )
+         found->second.reporter = event.address;
+      if ( came )
+         sources.insert( event.source );
+      else
+         sources.erase( event.source );
+   }
+}
+
+}
+
+Members selectMembers( const Mirror& mirror, const RouteFilter& filter,
+                       const std::vector<Logged>& log ) {
    Rows rows;
    Members selected;
    std::set<std::pair<Vantu::IntfId, Vantu::IpGenAddr>> all;
@@ -114,6 +143,7 @@ Members selectMembers( const Mirror& mirror, const RouteFilter& filter ) {
       }
    }
    selected.all = all.size();
+   addReporters( mirror, log, rows );
    for ( auto& [key, row] : rows ) selected.rows.push_back( std::move( row ) );
    return selected;
 }
@@ -125,14 +155,16 @@ std::string membersText( const Mirror& mirror, const Members& selected,
                       { "mode" },
                       { "querier" },
                       { "hosts" },
+                      { "first" },
                       { "leaving" },
                       { "sources" } } );
    for ( const MemberRow& row : selected.rows ) {
-      table.add( { Programs::printable( row.interface ),
-                   Vantu::valueToStrep( row.group ),
-                   row.any ? "exclude" : "include", querierText( row ),
-                   versionText( mirror, row.version ), askedText( row.until, now ),
-                   sourcesText( row, now ) } );
+      table.add(
+         { Programs::printable( row.interface ), Vantu::valueToStrep( row.group ),
+           row.any ? "exclude" : "include", querierText( row ),
+           versionText( mirror, row.version ),
+           row.reporter.isUnspecified() ? "" : Vantu::valueToStrep( row.reporter ),
+           askedText( row.until, now ), sourcesText( row, now ) } );
    }
    return table.text();
 }
@@ -149,6 +181,8 @@ Json membersJson( const Members& selected, double now ) {
          json["expiration"] = expirationJson( row.until - now );
       if ( row.published && !row.published->querier.isUnspecified() )
          json["querier"] = Vantu::valueToStrep( row.published->querier );
+      if ( !row.reporter.isUnspecified() )
+         json["first-reporter"] = Vantu::valueToStrep( row.reporter );
       json["source"] = sourcesJson( row, now );
       list.push_back( std::move( json ) );
    }

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "apps/mirror/Events.h"
 #include "apps/mirror/Selected.h"
 
 namespace Show {
@@ -22,12 +23,16 @@ struct MemberRow {
       double until = 0.0;
    };
    std::map<Vantu::IpGenAddr, Source> sources;
+   // The host that asked first since nobody did, by the log; unspecified: not known, or
+   // the configuration asks. Who repeats it leaves no trace.
+   Vantu::IpGenAddr reporter;
    std::optional<Published::Interface> published;  // the agent's record
 };
 using Members = Selected<MemberRow>;
 
-// In order of interface and group.
-Members selectMembers( const Mirror& mirror, const RouteFilter& filter );
+// In order of interface and group. `log`: events by time.
+Members selectMembers( const Mirror& mirror, const RouteFilter& filter,
+                       const std::vector<Logged>& log = {} );
 
 std::string membersText( const Mirror& mirror, const Members& selected,
                          double now );

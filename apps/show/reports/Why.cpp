@@ -66,6 +66,14 @@ bool lacksSource( const std::string& cause ) {
           cause == "not-registered" || cause == "not-joined";
 }
 
+// A long one is folded between its sentences.
+std::string foldable( std::string verdict ) {
+   for ( size_t at = verdict.find( ". " ); at != std::string::npos;
+         at = verdict.find( ". ", at + 1 ) )
+      verdict[at + 1] = '\t';
+   return verdict;
+}
+
 const char* markText( Why::Mark mark ) {
    return mark == Why::fine ? "ok" : mark == Why::bad ? "NO" : "?";
 }
@@ -157,7 +165,7 @@ std::string whyText( const Answer& answer, const Receiver& receiver ) {
       fmt::format( "{} to {}, {}\n{}\n", asked,
                    receiver.host.isUnspecified() ? nameText( answer.intfId )
                                                  : text( receiver.host ),
-                   mirrorText( *answer.mirror ), why.verdict );
+                   mirrorText( *answer.mirror ), foldable( why.verdict ) );
    for ( const Why::Step& step : why.chain )
       out += fmt::format( "  {:<2}  {:<10}  {}\n", markText( step.mark ), step.what,
                           step.evidence );

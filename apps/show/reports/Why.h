@@ -2,15 +2,19 @@
 // facts that it rests on, from the receiver towards the source.
 #pragma once
 
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "apps/mirror/Events.h"
 #include "apps/mirror/Host.h"
-#include "apps/mirror/Mirrors.h"
+#include "apps/mirror/Rates.h"
 
 namespace Show {
+
+// The rates of all mirrors' streams.
+using AllRates = std::map<const Mirror*, Rates>;
 
 // Who should get what.
 struct Receiver {
@@ -25,6 +29,9 @@ struct Evidence {
    std::vector<Logged> log;  // by time
    Host host;
    double now = 0.0;  // s, CLOCK_MONOTONIC
+   const AllRates* rates =
+      nullptr;             // between two readings; null: there was one only
+   double interval = 0.0;  // s, between them
 };
 
 struct Why {
@@ -40,6 +47,9 @@ struct Why {
    std::string cause;
    std::string verdict;  // a sentence, and the remedy
    std::vector<Step> chain;
+   // A second look, an interval later, tells more: of the packets, or of a kernel's entry
+   // that differs and may be on its way.
+   bool again = false;
 };
 
 // REQUIRES: loaded mirrors. The mirror is the one that has the receiver's interface

@@ -22,6 +22,16 @@ std::string way( Vantu::IntfId intf, const Vantu::IpGenAddr& neighbor ) {
    return nameText( intf ) + " via " + Vantu::valueToStrep( neighbor );
 }
 
+// "join ", of what is refused.
+std::string messageText( Published::MessageKind message ) {
+   static constexpr const char* kTexts[] = {
+      "",          "hello ",         "join ",        "assert ",
+      "register ", "register-stop ", "PIM message ", "report ",
+      "query " };
+   static_assert( std::size( kTexts ) == Published::queryMessage + 1 );
+   return message < std::size( kTexts ) ? kTexts[message] : "";
+}
+
 // What ended it, behind what ended.
 std::string endText( const Event& event ) {
    switch ( event.cause ) {
@@ -220,11 +230,11 @@ std::string eventText( const Event& event ) {
       case interfaceGone:
          return "interface gone, or has no address";
       case refused:
-         return ( event.address.isUnspecified()
-                     ? std::string( "refused: " )
-                     : "refused from " + Vantu::valueToStrep( event.address ) +
-                          ": " ) +
-                refusalText( event.refusal );
+         return messageText( event.message ) + "refused" +
+                ( event.address.isUnspecified()
+                     ? ""
+                     : " from " + Vantu::valueToStrep( event.address ) ) +
+                ": " + refusalText( event.refusal );
       case entryWritten:
          return fmt::format( "kernel entry: in {}, {}", way( event.intf, {} ),
                              countText( event.value, "interface" ) + " out" );
@@ -257,9 +267,21 @@ std::string eventWords( const Event& event ) {
    return out + eventText( event );
 }
 
+namespace {
+
+// "02:14:07.114Z", with the date where that is not today's.
+std::string wallText( double at, double now ) {
+   constexpr size_t kDate = 10;  // "2024-05-01"
+   const std::string time = utcOf( at );
+   const bool today = time.substr( 0, kDate ) == utcOf( now ).substr( 0, kDate );
+   return today ? time.substr( kDate + 1 ) : time;
+}
+
+}
+
 std::string eventLine( const Logged& logged, double now ) {
    const Event& event = logged.event;
-   std::string out = utcOf( event.at ).substr( 11, 12 );
+   std::string out = wallText( event.at, now );
    out += fmt::format( " {:>6}  ", spanText( now - event.at ) );
    if ( !event.vrf.text().empty() )
       out += Programs::printable( event.vrf.text() ) +

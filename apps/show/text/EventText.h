@@ -11,7 +11,8 @@ std::string eventText( const Published::Event& event );
 std::string refusalText( Published::Refusal refusal );
 // With its route and interface in front: "(*, 239.1.2.3)  eth2  joined by 10.0.2.9".
 std::string eventWords( const Published::Event& event );
-// A whole line without its newline. `now`: seconds, CLOCK_MONOTONIC.
+// A whole line without its newline, with the time in UTC. `now`: seconds,
+// CLOCK_MONOTONIC.
 std::string eventLine( const Logged& logged, double now );
 
 }

@@ -35,25 +35,45 @@ size_t hangOf( std::string_view line, size_t width ) {
    return std::min( indent + kIndent, width / 2 );
 }
 
+// Is the place inside a route, "(S, G)" or "(S, G, rpt)", that fits into so many columns?
+bool inRoute( std::string_view line, size_t at, size_t columns ) {
+   constexpr size_t kMostCommas = 2;
+   const size_t open = line.rfind( '(', at - 1 ), close = line.find( ')', at );
+   if ( open == line.npos || close == line.npos || close - open >= columns )
+      return false;
+   const std::string_view text = line.substr( open + 1, close - open - 1 );
+   size_t commas = 0;
+   for ( size_t i = 0; i < text.size(); ++i ) {
+      if ( text[i] == '(' || text[i] == ')' ) return false;
+      if ( isBlank( text[i] ) && ( i == 0 || text[i - 1] != ',' ) ) return false;
+      commas += text[i] == ',';
+   }
+   return commas <= kMostCommas;
+}
+
 // The start of the next line. Candidates are the words beyond `after` before which
 // the line fits into `room`: the last one at a good place is taken, otherwise the
-// last of all. If the line fits before none, the first word is taken. The line's
-// end is no candidate.
-size_t nextLine( std::string_view line, size_t after, size_t room ) {
-   size_t good = line.size(), any = line.size();
+// last one outside of a route, otherwise the last of all. If the line fits before none,
+// the first word is taken. The line's end is no candidate. The next line has room for
+// `nextRoom`.
+size_t nextLine( std::string_view line, size_t after, size_t room,
+                 size_t nextRoom ) {
+   size_t good = line.size(), any = line.size(), last = line.size();
    int depth = 0;
    for ( size_t at = 1; at < line.size(); ++at ) {
       depth += line[at - 1] == '(' ? 1 : line[at - 1] == ')' ? -1 : 0;
       if ( at <= after || !beginsWord( line, at ) ) continue;
       const size_t end = line.find_last_not_of( kBlanks, at - 1 ) + 1;
-      if ( end > room && any != line.size() ) break;
+      if ( end > room && last != line.size() ) break;
+      last = at;
+      if ( inRoute( line, at, nextRoom ) ) continue;
       any = at;
       if ( end > room ) break;
       if ( beginsColumn( line, at ) || line[at - 1] == '\t' ||
            ( line[end - 1] == ',' && depth == 0 ) )
          good = at;
    }
-   return good != line.size() ? good : any;
+   return good != line.size() ? good : any != line.size() ? any : last;
 }
 
 void append( std::string& out, std::string_view line ) {
@@ -69,7 +89,7 @@ void foldLine( std::string& out, std::string_view line, size_t width ) {
    const size_t hang = hangOf( line, width );
    size_t indent = 0, after = hang;
    while ( indent + line.size() > width ) {
-      const size_t next = nextLine( line, after, width - indent );
+      const size_t next = nextLine( line, after, width - indent, width - hang );
       if ( next == line.size() ) break;
       append( out.append( indent, ' ' ), line.substr( 0, next ) );
       line.remove_prefix( next );

@@ -137,7 +137,7 @@ bool servedByAnother( const Intf& intf ) {
 // A record without state of its own stands for the (*,G) route's.
 std::string inheritedText( const Intf& intf ) {
    const Intf* shared = intf.wcIntf();
-   if ( shared == nullptr || shared == &intf ) return "";
+   if ( shared == nullptr ) return "";
    if ( !intf.forward() && shared->assertInfo().assertState == Sm::iAmAssertLoser )
       return "(*,G) " + assertText( shared->assertInfo() );
    const char* how = intf.forward() ? "inherits" : "in spite of";

@@ -1,6 +1,7 @@
 #include "apps/show/watch/LogFollower.h"
 
 #include <csignal>
+#include <utility>
 
 #include "apps/show/watch/StandardOutput.h"
 #include "platform/loop/RealClock.h"
@@ -31,6 +32,29 @@ class Bells : public Mox::Clock::Notifiee {
    std::optional<Mox::Loop::FdWatcher> watcher_;
 };
 
+// Calls back a second after a change, once for all changes of that time.
+class Repeats : public Mox::Clock::Notifiee {
+ public:
+   Repeats( Mox::Clock& clock, std::function<void()> due )
+      : Notifiee( &clock ), due_( std::move( due ) ) {}
+
+   void changed() {
+      if ( !std::exchange( waits_, true ) )
+         wakeupTimeIs( clock()->now() + kInterval );
+   }
+
+ private:
+   static constexpr double kInterval = 1.0;  // s
+
+   void onTime() override {
+      waits_ = false;
+      due_();
+   }
+
+   std::function<void()> due_;
+   bool waits_ = false;
+};
+
 }
 
 void followLog( Events& events, const EventFilter& filter,
@@ -41,12 +65,17 @@ void followLog( Events& events, const EventFilter& filter,
    const HangUp unread( loop, [&] { loop.stop(); } );
    Mox::SignalWatcher ends( loop, { SIGTERM, SIGINT },
                             [&]( int ) { loop.stop(); } );
-   const Bells bells( loop, clock, events.paths(), [&] {
+   const auto tell = [&]( const std::vector<Logged>& all ) {
       std::string text;
-      for ( const Logged& logged : events.take() ) {
+      for ( const Logged& logged : all ) {
          if ( filter.matches( logged ) ) text += line( logged ) + '\n';
       }
       if ( !text.empty() && !writeOut( text ) ) loop.stop();
+   };
+   Repeats repeats( clock, [&] { tell( events.repeated() ); } );
+   const Bells bells( loop, clock, events.paths(), [&] {
+      tell( events.take() );
+      repeats.changed();
    } );
    loop.run();
 }

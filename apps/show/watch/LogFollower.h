@@ -11,7 +11,8 @@ namespace Show {
 using EventToLine = std::function<std::string( const Logged& )>;
 
 // Writes a line for each new event that passes the filter to standard output until
-// the reader has gone, or SIGTERM or SIGINT comes. Throws OutputError.
+// the reader has gone, or SIGTERM or SIGINT comes; and one, at most each second, for one
+// that was taken before and came again. Throws OutputError.
 void followLog( Events& events, const EventFilter& filter,
                 const EventToLine& line );
 

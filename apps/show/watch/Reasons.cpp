@@ -23,14 +23,15 @@ void Reasons::take( double now ) {
    } );
 }
 
-const Logged* Reasons::of( const Mirror& mirror, const Change& change,
-                           double now ) {
+const Logged* Reasons::of( const Mirror& mirror,
+                           const Routing::Pim::RouteKey& route,
+                           Vantu::IntfId intfId, double now ) {
    take( now );
    const Routing::Pim::RouteKey shared{
-      Vantu::IpGenAddr::unspecified( mirror.family ), change.key.group };
+      Vantu::IpGenAddr::unspecified( mirror.family ), route.group };
    // An (S,G) may follow its group's (*,G).
-   for ( const auto& key : { change.key, shared } ) {
-      const auto found = newest_.find( { mirror.vrf(), key, change.intfId } );
+   for ( const auto& key : { route, shared } ) {
+      const auto found = newest_.find( { mirror.vrf(), key, intfId } );
       if ( found != newest_.end() && found->second.last >= now - lifetime )
          return &found->second;
    }

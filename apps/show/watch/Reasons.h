@@ -4,8 +4,8 @@
 #include <map>
 #include <tuple>
 
-#include "apps/json/ChangeFeed.h"
 #include "apps/mirror/Events.h"
+#include "apps/mirror/Mirrors.h"
 
 namespace Show {
 
@@ -16,9 +16,10 @@ class Reasons {
 
    explicit Reasons( const std::string& root ) : events_( root ) {}
 
-   // The newest event of the change's route, or of its interface there; null: none.
-   // `now`: seconds, CLOCK_MONOTONIC. Valid until the next call.
-   const Logged* of( const Mirror& mirror, const Change& change, double now );
+   // The newest event behind a change of the route, or of its interface there; null:
+   // none. `now`: seconds, CLOCK_MONOTONIC. Valid until the next call.
+   const Logged* of( const Mirror& mirror, const Routing::Pim::RouteKey& route,
+                     Vantu::IntfId intfId, double now );
 
  private:
    using Key = std::tuple<std::string, Routing::Pim::RouteKey, Vantu::IntfId>;

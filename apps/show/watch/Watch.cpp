@@ -41,11 +41,12 @@ void watch( Mirrors& mirrors, const RouteFilter& filter, WatchForm form,
    const HangUp unread( mirrors.loop(), [&] { mirrors.loop().stop(); } );
    Mox::SignalWatcher ends( mirrors.loop(), { SIGTERM, SIGINT },
                             [&]( int ) { mirrors.loop().stop(); } );
-   if ( form == watchScreen ) return watchOnScreen( mirrors, filter );
+   if ( form == watchScreen ) return watchOnScreen( mirrors, filter, root );
    Reasons reasons( root );
    const auto line = [&]( const Mirror& mirror, const Change& change,
                           const std::string& time ) {
-      const Logged* reason = reasons.of( mirror, change, mirrors.now() );
+      const Logged* reason =
+         reasons.of( mirror, change.key, change.intfId, mirrors.now() );
       return form == watchJsonLines ? jsonLine( mirror, change, time, reason )
                                     : textLine( mirror, change, time, reason );
    };

@@ -11,8 +11,11 @@
 #include <utility>
 
 #include "apps/mirror/Rps.h"
+#include "apps/program/Printable.h"
+#include "apps/show/text/EventText.h"
 #include "apps/show/text/Fold.h"
 #include "apps/show/text/RouteText.h"
+#include "apps/show/watch/Reasons.h"
 #include "apps/show/watch/Terminal.h"
 
 namespace Show {
@@ -25,7 +28,7 @@ using Routing::Pim::RouteKey;
 constexpr double kInterval = 0.5;   // s, between two pictures
 constexpr double kHighlight = 3.0;  // s; how long a change stays marked
 
-// The times of the latest changes, and their number.
+// The latest changes: their times, their reasons, and their number.
 class Recent : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
  public:
    Recent( const Mirror& mirror, const Mox::Clock& clock )
@@ -35,24 +38,34 @@ class Recent : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
 
    using NotifieeConst::onRoute;
    using NotifieeConst::onRouteIntf;
-   void onRoute( const RouteKey& key ) override {
-      ++count_;
-      routes_[key] = clock_.now();
-   }
+   void onRoute( const RouteKey& key ) override { onRouteIntf( { key, {} } ); }
    void onRouteIntf( const RouteIntfKey& key ) override {
       ++count_;
-      intfs_[key] = clock_.now();
+      changes_[key] = { clock_.now(), {} };
    }
 
-   bool changed( const RouteKey& key ) const { return routes_.contains( key ); }
-   bool changed( const RouteIntfKey& key ) const { return intfs_.contains( key ); }
+   // Of a route itself the interface is empty.
+   bool changed( const RouteIntfKey& key ) const {
+      return changes_.contains( key );
+   }
+   // Once found, the reason stays as long as the change is marked. Empty: none is known.
+   std::string reason( const RouteIntfKey& key, Reasons& reasons ) {
+      const auto found = changes_.find( key );
+      if ( found == changes_.end() ) return "";
+      std::string& text = found->second.reason;
+      if ( !text.empty() ) return text;
+      const Logged* why =
+         reasons.of( mirror_, key.routeKey, key.intfId, clock_.now() );
+      if ( why != nullptr ) text = Programs::printable( eventText( why->event ) );
+      return text;
+   }
 
    // Forgets changes that are no longer marked, and computes the rate since the
    // last call.
    void update( double now ) {
       const double past = now - kHighlight;
-      std::erase_if( routes_, [&]( const auto& e ) { return e.second < past; } );
-      std::erase_if( intfs_, [&]( const auto& e ) { return e.second < past; } );
+      std::erase_if( changes_,
+                     [&]( const auto& each ) { return each.second.time < past; } );
       const double span = std::max( now - lastTime_, 1e-3 );
       rate_ = static_cast<double>( count_ - lastCount_ ) / span;
       lastTime_ = now;
@@ -71,18 +84,22 @@ class Recent : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
    const Mirror& mirror_;
    Mox::Ptr<const Routing::Pim::SparseMode::Brane::Status> tables_;
    const Mox::Clock& clock_;
-   std::unordered_map<RouteKey, double> routes_;
-   std::unordered_map<RouteIntfKey, double> intfs_;
+   struct Change {
+      double time = 0.0;
+      std::string reason;
+   };
+   std::unordered_map<RouteIntfKey, Change> changes_;
    uint64_t count_ = 0, lastCount_ = 0;
    double lastTime_ = 0.0, rate_ = 0.0;
 };
 
 class Screen : public Mox::Clock::Notifiee {
  public:
-   Screen( Mirrors& mirrors, const RouteFilter& filter )
+   Screen( Mirrors& mirrors, const RouteFilter& filter, const std::string& root )
       : Notifiee( &mirrors.clock() ),
         mirrors_( mirrors ),
         filter_( filter ),
+        reasons_( root ),
         keys_( mirrors.loop(), STDIN_FILENO, [this] { readKeys(); } ) {
       wakeupTimeIs( clock()->now() );
    }
@@ -112,7 +129,7 @@ class Screen : public Mox::Clock::Notifiee {
    }
 
    struct Matching {
-      const Recent* recent;
+      Recent* recent;
       const Route* route;
    };
    struct Row {
@@ -234,20 +251,23 @@ class Screen : public Mox::Clock::Notifiee {
       return rows;
    }
 
-   std::vector<Row> rowsOf( const Matching& matching ) const {
+   std::vector<Row> rowsOf( const Matching& matching ) {
       const double now = clock()->now();
       const Route& route = *matching.route;
+      Recent& recent = *matching.recent;
       std::vector<Row> rows;
-      auto add = [&]( const std::string& line, bool marked ) {
+      auto add = [&]( std::string line, const RouteIntfKey& key ) {
+         const std::string reason = recent.reason( key, reasons_ );
+         line.erase( line.find_last_not_of( '\n' ) + 1 );
+         if ( !reason.empty() ) line += "  (" + reason + ')';
          for ( std::string& row : rowsOf( line ) )
-            rows.push_back( { std::move( row ), marked } );
+            rows.push_back( { std::move( row ), recent.changed( key ) } );
       };
-      add( routeLine( route, matching.recent->columns, now,
-                      matching.recent->rps->startsHere( route ) ),
-           matching.recent->changed( route.key() ) );
+      add( routeLine( route, recent.columns, now, recent.rps->startsHere( route ) ),
+           { route.key(), {} } );
       for ( const Intf* intf : selectIntfs( route, filter_ ) )
-         add( intfLine( *intf, matching.recent->columns, now ),
-              matching.recent->changed( { route.key(), intf->intfId() } ) );
+         add( intfLine( *intf, recent.columns, now ),
+              { route.key(), intf->intfId() } );
       return rows;
    }
 
@@ -255,6 +275,7 @@ class Screen : public Mox::Clock::Notifiee {
 
    Mirrors& mirrors_;
    RouteFilter filter_;
+   Reasons reasons_;
    std::vector<std::unique_ptr<Recent>> recent_;
    Terminal terminal_;
    Mox::Loop::FdWatcher keys_;
@@ -267,8 +288,9 @@ class Screen : public Mox::Clock::Notifiee {
 
 }
 
-void watchOnScreen( Mirrors& mirrors, const RouteFilter& filter ) {
-   Screen screen( mirrors, filter );
+void watchOnScreen( Mirrors& mirrors, const RouteFilter& filter,
+                    const std::string& root ) {
+   Screen screen( mirrors, filter, root );
    mirrors.loop().run();
 }
 

@@ -124,6 +124,22 @@ class Family : public testing::Test {
    std::unique_ptr<FamilyInstance> family;
 };
 
+TEST_F( Family, TablesOfFormerBootsAreTold ) {
+   adopted();
+   const std::string path =
+      root.path() + "/" + family->router().writer().tables()->name();
+   family.reset();
+   Brane::WriterOptions options;
+   options.bootId = "another";
+   Brane::TableWriter( path + "/route", Tables::RouteTable::makeLayout(), 100,
+                       options );
+   start();
+   EXPECT_EQ(
+      family->mountNotes(),
+      std::vector<std::string>{ "vrf default ipv4: 1 tables are from before a "
+                                "reboot: made anew, empty" } );
+}
+
 // A review of the tables may be due between an engine's change and the end of the
 // turn.
 TEST_F( Family, NoRouteIsPublishedBeforeItsForwarding ) {

@@ -16,13 +16,23 @@ namespace {
    throw ParseError( std::string( name ) + " is no " + wanted );
 }
 
-IpGenAddr addressFrom( const char* name, const Json& json ) {
-   if ( !json.is_string() ) wrongType( name, "address" );
+// `type`: "address".
+template <class Value>
+Value valueFrom( const char* name, const Json& json, const char* type ) {
+   if ( !json.is_string() ) wrongType( name, type );
    try {
-      return IpGenAddr( json.get_ref<const std::string&>() );
+      return Value( json.get_ref<const std::string&>() );
    } catch ( const Mox::Error& ) {
-      wrongType( name, "address" );
+      wrongType( name, type );
    }
+}
+
+IpGenAddr addressFrom( const char* name, const Json& json ) {
+   return valueFrom<IpGenAddr>( name, json, "address" );
+}
+
+IpGenPrefix prefixFrom( const char* name, const Json& json ) {
+   return valueFrom<IpGenPrefix>( name, json, "prefix" );
 }
 
 }
@@ -107,12 +117,17 @@ std::vector<IpGenAddr> Members::addresses( const char* name ) const {
 }
 
 IpGenPrefix Members::prefix( const char* name ) const {
-   if ( member( name ) == nullptr ) wrongType( name, "prefix: it is missing" );
-   try {
-      return IpGenPrefix( text( name ) );
-   } catch ( const Mox::Error& ) {
-      wrongType( name, "prefix" );
-   }
+   const Json* found = member( name );
+   if ( found == nullptr ) wrongType( name, "prefix: it is missing" );
+   return prefixFrom( name, *found );
+}
+
+std::vector<IpGenPrefix> Members::prefixes( const char* name ) const {
+   std::vector<IpGenPrefix> all;
+   const Json* found = array( name );
+   if ( found == nullptr ) return all;
+   for ( const Json& each : *found ) all.push_back( prefixFrom( name, each ) );
+   return all;
 }
 
 Time Members::time( const char* name ) const {

@@ -34,6 +34,7 @@ class Members {
    IpGenAddr address( const char* name ) const;
    std::vector<IpGenAddr> addresses( const char* name ) const;
    IpGenPrefix prefix( const char* name ) const;
+   std::vector<IpGenPrefix> prefixes( const char* name ) const;
    Time time( const char* name ) const;
    // Null: missing.
    const Json* array( const char* name, size_t most = SIZE_MAX ) const;

@@ -140,6 +140,14 @@ class Script {
             is["address"] = is["secondary-address"][0];
             is.erase( "secondary-address" );
          }
+      } else if ( first == "further" ) {
+         std::string network;
+         in >> network;
+         Json& is = interface( second );
+         is["secondary-address"].push_back( split( network, '/' ).at( 0 ) );
+         const auto length = std::to_string( int( is["prefix-length"] ) );
+         is["network"] =
+            Json::array( { network, std::string( is["address"] ) + '/' + length } );
       } else if ( first == "dr" ) {
          interface( second )["designated-router"] = true;
       } else if ( first == "no" ) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <set>
 #include <sstream>
 
 #include "apps/json/RegisterJson.h"
@@ -113,16 +114,23 @@ TEST_F( Reports, Lists ) {
    View later( router.root.path() );
    const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
    constexpr double now = ShownRouter::now;
+   Logged came;
+   came.event.kind = ::Published::memberCame;
+   came.event.ipVersion = 4;
+   came.event.vrf = ::Published::Text<104>( "default" );
+   came.event.intf = SmTest::intfId( "eth3" );
+   came.event.group = SmTest::addr( "239.1.2.3" );
+   came.event.address = SmTest::addr( "192.0.2.133" );
+   const Members members = selectMembers( mirror, {}, { came } );
    std::string text = neighborsText( selectNeighbors( mirror, {} ), now ) + '\n' +
-                      membersText( mirror, selectMembers( mirror, {} ), now ) +
-                      '\n' + rpsText( selectRps( mirror, {} ) ) + '\n';
+                      membersText( mirror, members, now ) + '\n' +
+                      rpsText( selectRps( mirror, {} ) ) + '\n';
    for ( const char* group : { "239.1.10.1", "232.0.0.7", "238.1.1.1" } )
       text += groupRpText( groupRp( mirror, SmTest::addr( group ) ) ) + '\n';
    expectGolden( "lists.txt", text );
    const nlohmann::ordered_json document = {
       neighborsJson( selectNeighbors( mirror, {} ), now ),
-      membersJson( selectMembers( mirror, {} ), now ),
-      rpsJson( selectRps( mirror, {} ) ) };
+      membersJson( members, now ), rpsJson( selectRps( mirror, {} ) ) };
    expectGolden( "lists.json", document.dump( 2 ) + '\n' );
    const Mirror& unknown = later.mirror( "red", Vantu::AddressFamily::ipv4 );
    EXPECT_FALSE( selectNeighbors( unknown, {} ).known );
@@ -213,6 +221,32 @@ TEST_F( Reports, CheckFindsWhatContradictsItself ) {
    EXPECT_NE( status.find( "registerOif         cannot be read: " ),
               std::string::npos )
       << status;
+}
+
+// Of the DR: another one than acts, none that acts, one that has gone.
+TEST_F( Reports, CheckFindsLinksThatNobodyOrTwoServe ) {
+   router.publishInterfaces();
+   router.ipv4.vrf().wc( "239.5.5.5" ).rpf( "eth0" ).intf( "eth2" ).include();
+   router.ipv4.vrf().wc( "239.5.5.6" ).rpf( "eth0" ).intf( "eth0" ).include();
+   router.ipv4.publish();
+   for ( const auto& [name, dr] : { std::pair( "eth1", "192.0.2.4" ),
+                                    { "eth2", "198.51.100.9" },
+                                    { "eth3", "192.0.2.131" } } ) {
+      ::Published::Interface record;
+      router.agent->interface().find( SmTest::intfId( name ), record );
+      record.dr = SmTest::addr( dr );
+      router.agent->interfaceIs( record );
+   }
+   View later( router.root.path() );
+   std::set<std::string> found;
+   for ( const Finding& finding :
+         check( later.mirror( "default", Vantu::AddressFamily::ipv4 ), {} )
+            .findings )
+      if ( finding.kind.find( "-dr" ) < 4 || finding.kind == "unserved" )
+         found.insert( finding.kind + ' ' + std::string( finding.intfId.name() ) );
+   EXPECT_EQ( found,
+              ( std::set<std::string>{ "no-dr eth1", "no-dr eth2", "no-dr eth3",
+                                       "two-drs eth3", "unserved eth2" } ) );
 }
 
 TEST_F( Reports, TheRpHasNoWayToItselfToBeMissed ) {

@@ -20,6 +20,8 @@ TEST( Folded, BreaksWhereItReadsBest ) {
       { "  a    b c d e f g h i", "  a    b c d e f g h\n       i\n" },
       // a key is no place to break, unless it is too long itself
       { "(1.1.1.1, 2.2.2.2) in", "(1.1.1.1, 2.2.2.2)\n      in\n" },
+      { "a few words (1.1.1, 2.2.2) in",
+        "a few words\n      (1.1.1, 2.2.2)\n      in\n" },
       { "(1.1.1.111, 2.2.2.222) in", "(1.1.1.111,\n      2.2.2.222) in\n" },
       // a word that fits nowhere stays whole
       { "an-uncommonly-long-name on", "an-uncommonly-long-name\n      on\n" },

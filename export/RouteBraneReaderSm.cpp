@@ -7,13 +7,13 @@
 
 namespace Routing::Pim::SparseMode::Brane {
 
-MOX_TRACE_FACILITY( trace, "Pimsm::RouteBraneReader" )
+MOX_TRACE_FACILITY( readerTrace, "Pimsm::RouteBraneReader" )
 
 MOX_ENTITY_TYPE( RouteBraneReaderSm, PIMSM_ROUTE_READER_ATTRIBUTES )
 
 #define READER_TRACE( level, ... ) \
    MOX_TRACE(                      \
-      trace, level,                \
+      readerTrace, level,          \
       "RouteBraneReader(" << Mox::pointerText( this ) << ")" << __VA_ARGS__ )
 
 class RouteBraneReaderSm::MoxStatus : public SparseMode::Status::NotifieeConst {

@@ -8,13 +8,13 @@
 
 namespace Routing::Pim::SparseMode::Brane {
 
-MOX_TRACE_FACILITY( trace, "Pimsm::RouteBraneRestart" )
+MOX_TRACE_FACILITY( restartTrace, "Pimsm::RouteBraneRestart" )
 
 MOX_ENTITY_TYPE( RouteBraneRestartSm, PIMSM_ROUTE_RESTART_ATTRIBUTES )
 
 #define RESTART_TRACE( level, ... ) \
    MOX_TRACE(                       \
-      trace, level,                 \
+      restartTrace, level,          \
       "RouteBraneRestart(" << Mox::pointerText( this ) << ")" << __VA_ARGS__ )
 
 namespace {

@@ -10,7 +10,7 @@
 
 namespace Routing::Pim::SparseMode::Brane {
 
-MOX_TRACE_FACILITY( trace, "Pimsm::RouteBraneWriter" )
+MOX_TRACE_FACILITY( writerTrace, "Pimsm::RouteBraneWriter" )
 
 MOX_ENTITY_TYPE( RouteBraneWriterSm, PIMSM_ROUTE_WRITER_ATTRIBUTES )
 
@@ -92,7 +92,7 @@ RouteBraneWriterSm::RouteBraneWriterSm( ModelStatusPtr status,
 RouteBraneWriterSm::~RouteBraneWriterSm() = default;
 
 void RouteBraneWriterSm::handleInitialized() {
-   MOX_TRACE( trace, 8, "handleInitialized" );
+   MOX_TRACE( writerTrace, 8, "handleInitialized" );
    constexpr double kFillInterval = 1.0;  // s
    constexpr uint32_t kMaxCredits = 4;
    reviewTimer_.emplace( *moxClock_, kFillInterval, kMaxCredits,
@@ -138,23 +138,23 @@ void RouteBraneWriterSm::doReview() {
    if ( reviewChangeSet_->empty() ) {
       reviewChangeSet_ = changeSet_;
       handleChangeSet();
-      MOX_TRACE( trace, 3, "doReview(), Starting review" );
+      MOX_TRACE( writerTrace, 3, "doReview(), Starting review" );
    } else {
-      MOX_TRACE( trace, 3, "doReview(), Resuming review" );
+      MOX_TRACE( writerTrace, 3, "doReview(), Resuming review" );
    }
    slicesInc( 1 );
    reviewStopTimeIs( clock_->now() + reviewQuantum() );
    doReviewRoutes();
    doReviewRouteIntfs();
    if ( reviewChangeSet_->empty() ) {
-      MOX_TRACE( trace, 3, "doReview(), Finished review" );
+      MOX_TRACE( writerTrace, 3, "doReview(), Finished review" );
       reviewsInc( 1 );
       MOX_PROBE( review, reviews(), slices() );
       reviewTimer_->lastReviewTimeIs( clock_->now() );
       doMaybeUpdateReviewTimer();
       return;
    }
-   MOX_TRACE( trace, 3,
+   MOX_TRACE( writerTrace, 3,
               "doReview(), Suspending review, pending routes:"
                  << reviewChangeSet_->route().size()
                  << ", pending intfs:" << reviewChangeSet_->routeIntf().size() );
@@ -203,13 +203,13 @@ void RouteBraneWriterSm::doReviewRouteIntfs() {
 void RouteBraneWriterSm::doReviewRoute( const RouteKey& key, Routes& batch ) {
    const SparseMode::Route* route = status_->route( key );
    if ( route == nullptr ) {
-      MOX_TRACE( trace, 4,
+      MOX_TRACE( writerTrace, 4,
                  "doReviewRoute" << key << ": Deleting route from brane" );
       writeRoutes( batch );
       deleteRoute( key );
       return;
    }
-   MOX_TRACE( trace, 4,
+   MOX_TRACE( writerTrace, 4,
               "doReviewRoute" << key << ": Updating route in brane, Flags: "
                               << route->routeFlagsString() << ", IIF Switch State: "
                               << route->iifSwitchState() );
@@ -222,7 +222,7 @@ void RouteBraneWriterSm::doReviewRouteIntf( const RouteIntfKey& key,
    const SparseMode::Route* route = status_->route( key.routeKey );
    if ( route == nullptr ) {
       MOX_TRACE(
-         trace, 6,
+         writerTrace, 6,
          "doReviewRouteIntf" << key << ": Deleting intf from brane, no route" );
       writeRouteIntfs( batch );
       deleteRouteIntf( key );
@@ -231,13 +231,14 @@ void RouteBraneWriterSm::doReviewRouteIntf( const RouteIntfKey& key,
    const SparseMode::Intf* intf = route->routeIntf( key.intfId );
    if ( intf == nullptr ) {
       MOX_TRACE(
-         trace, 6,
+         writerTrace, 6,
          "doReviewRouteIntf" << key << ": Deleting intf from brane, no routeIntf" );
       writeRouteIntfs( batch );
       deleteRouteIntf( key );
       return;
    }
-   MOX_TRACE( trace, 6, "doReviewRouteIntf" << key << ": Updating intf in brane" );
+   MOX_TRACE( writerTrace, 6,
+              "doReviewRouteIntf" << key << ": Updating intf in brane" );
    batch.push_back( { doGetBraneIntfFromRouteIntf( key.routeKey, *intf ) } );
    if ( batch.size() == kTogether ) writeRouteIntfs( batch );
 }
@@ -251,7 +252,7 @@ bool RouteBraneWriterSm::refusedFullTable( const char* where, const Key& key,
       operation();
       return false;
    } catch ( const Mox::Error& e ) {
-      MOX_TRACE( trace, 0,
+      MOX_TRACE( writerTrace, 0,
                  where << key << ": " << e.what()
                        << Mox::traceField( "VRF", status_->vrfName().name() ) );
       ++writes.refused;

@@ -5,7 +5,7 @@
 
 namespace Routing::Pim::SparseMode {
 
-MOX_TRACE_FACILITY( facility, "Pimsm::FrrFilterSm" )
+MOX_TRACE_FACILITY( statusTrace, "Pimsm::FrrFilterSm" )
 
 MOX_ENTITY_TYPE( FrrFilterStatus, PIMSM_FRR_FILTER_STATUS_ATTRIBUTES )
 
@@ -37,7 +37,7 @@ Mox::Ptr<TrieGen> FrrFilterStatus::trieIs( Mox::StringView name,
 }
 
 void FrrFilterStatus::handleInitialized() {
-   MOX_TRACE( facility, 8,
+   MOX_TRACE( statusTrace, 8,
               "void Routing::Pim::SparseMode::FrrFilterStatus::handleInitialized()"
                  << '(' << addressFamily() << ')' );
    trieIs( kTrieName, addressFamily() );
@@ -48,7 +48,7 @@ bool FrrFilterStatus::frrEnabled( const Vantu::IpGenPrefix& srcPrefix,
                                   const Vantu::IpGenPrefix& grpPrefix ) const {
    bool enabled = trie() != nullptr &&
                   trie()->longestMatch( grpPrefix ) != Vantu::IpGenPrefix();
-   MOX_TRACE( facility, 8,
+   MOX_TRACE( statusTrace, 8,
               "frrEnabled(" << srcPrefix << ", " << grpPrefix << "), enabled "
                             << Mox::valueToStrep( enabled ) );
    return enabled;

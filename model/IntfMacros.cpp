@@ -64,6 +64,8 @@ PIMSM_MACRO( AssertMetric, sptAssertMetric, rules )
 PIMSM_MACRO( AssertMetric, rptAssertMetric, rules )
 PIMSM_MACRO( AssertMetric, myAssertMetricWc, rules )
 PIMSM_MACRO( AssertMetric, myAssertMetricSg, sgRules )
+
+#undef PIMSM_MACRO
 PIMSM_RECEIVED_MACRO( isPreferredAssertWc, rules )
 PIMSM_RECEIVED_MACRO( isPreferredAssertSg, rules )
 PIMSM_RECEIVED_MACRO( isAcceptableAssertWc, rules )

@@ -25,6 +25,8 @@ PIMSM_ROUTE_ANSWER( Vantu::IntfId, incomingIntf )
 PIMSM_ROUTE_ANSWER( Routing::Pim::Rpf, incomingRpf )
 PIMSM_MACRO( incomingAttached )
 
+#undef PIMSM_MACRO
+
 bool Route::joinDesiredSgFastFailover(
    const IntfCollection& fastFailoverIntfs ) const {
    return Detail::RouteRules<Detail::Plain>( {}, *this )

@@ -29,9 +29,9 @@ bool isGoodChecksum( const IpPacket& packet ) {
    return checksum.isGood();
 }
 
-class Decoder {
+class MembershipDecoder {
  public:
-   Decoder( Bytes message, AddressFamily family )
+   MembershipDecoder( Bytes message, AddressFamily family )
       : cursor_( message ), size_( message.size() ), family_( family ) {}
 
    DropReason decode( MembershipMessage& out );
@@ -55,7 +55,7 @@ class Decoder {
 
 // In IGMP the code is a byte before the checksum. In MLD it is two bytes behind the
 // checksum, followed by two reserved bytes.
-DropReason Decoder::decode( MembershipMessage& out ) {
+DropReason MembershipDecoder::decode( MembershipMessage& out ) {
    uint8_t type = cursor_.u8();
    uint16_t code = cursor_.u8();
    cursor_.skip( 2 );
@@ -81,7 +81,7 @@ DropReason Decoder::decode( MembershipMessage& out ) {
 }
 
 // The length gives the version (RFC 3376, 7.1; RFC 3810, 8.1).
-DropReason Decoder::query( uint16_t code, MembershipQuery& out ) {
+DropReason MembershipDecoder::query( uint16_t code, MembershipQuery& out ) {
    const size_t oldSize = ipv4() ? 8 : 24;
    if ( size_ != oldSize && size_ < oldSize + 4 ) return truncatedMessage;
    out.group = address();
@@ -100,7 +100,7 @@ DropReason Decoder::query( uint16_t code, MembershipQuery& out ) {
    return checked();
 }
 
-DropReason Decoder::report( MembershipReport& out ) {
+DropReason MembershipDecoder::report( MembershipReport& out ) {
    cursor_.skip( 2 );
    for ( size_t count = cursor_.u16(); count > 0 && cursor_.ok(); --count ) {
       uint8_t type = cursor_.u8();
@@ -117,21 +117,21 @@ DropReason Decoder::report( MembershipReport& out ) {
    return checked();
 }
 
-DropReason Decoder::oldReport( MembershipReport& out, uint8_t version,
-                               MembershipRecordType type ) {
+DropReason MembershipDecoder::oldReport( MembershipReport& out, uint8_t version,
+                                         MembershipRecordType type ) {
    out.version = version;
    out.records.push_back( { type, address(), {} } );
    return checked();
 }
 
-IpGenAddr Decoder::address() {
+IpGenAddr MembershipDecoder::address() {
    Bytes bytes = cursor_.take( Vantu::addressBits( family_ ) / 8 );
    if ( bytes.empty() ) return IpGenAddr::unspecified( family_ );
    return IpGenAddr::fromBytes( family_, bytes.data() );
 }
 
 // Reads no more than there are, whatever the count says.
-std::vector<IpGenAddr> Decoder::addresses( size_t count ) {
+std::vector<IpGenAddr> MembershipDecoder::addresses( size_t count ) {
    std::vector<IpGenAddr> out;
    for ( ; count > 0 && cursor_.ok(); --count ) out.push_back( address() );
    return out;
@@ -169,7 +169,7 @@ DropReason decodeMembership( const IpPacket& packet, MembershipMessage& out ) {
    if ( packet.payload.size() < kLeast ) return truncatedMessage;
    if ( !isGoodChecksum( packet ) ) return badChecksum;
    if ( isOffLink( packet ) ) return offLink;
-   return Decoder( packet.payload, packet.family() ).decode( out );
+   return MembershipDecoder( packet.payload, packet.family() ).decode( out );
 }
 
 }

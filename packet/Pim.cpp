@@ -29,9 +29,9 @@ bool isGoodChecksum( const IpPacket& packet, PimType type ) {
 }
 
 // Decodes one message; the first error decides.
-class Decoder {
+class PimDecoder {
  public:
-   Decoder( Bytes message, AddressFamily family )
+   PimDecoder( Bytes message, AddressFamily family )
       : cursor_( message ), family_( family ) {}
 
    DropReason hello( PimHello& out );
@@ -58,7 +58,7 @@ class Decoder {
    AddressFamily family_;
 };
 
-DropReason Decoder::hello( PimHello& out ) {
+DropReason PimDecoder::hello( PimHello& out ) {
    while ( !cursor_.atEnd() ) {
       uint16_t type = cursor_.u16();
       Cursor value( cursor_.take( cursor_.u16() ) );
@@ -69,7 +69,7 @@ DropReason Decoder::hello( PimHello& out ) {
    return notDropped;
 }
 
-DropReason Decoder::option( uint16_t type, Cursor value, PimHello& out ) {
+DropReason PimDecoder::option( uint16_t type, Cursor value, PimHello& out ) {
    switch ( type ) {
       case helloHoldtime:
          out.holdtime = value.u16();
@@ -96,7 +96,7 @@ DropReason Decoder::option( uint16_t type, Cursor value, PimHello& out ) {
    return value.ok() && value.atEnd() ? notDropped : badOption;
 }
 
-DropReason Decoder::addressList( Cursor value, PimHello& out ) {
+DropReason PimDecoder::addressList( Cursor value, PimHello& out ) {
    out.addresses.clear();
    while ( !value.atEnd() ) {
       DropReason reason = unicast( value, out.addresses.emplace_back() );
@@ -105,7 +105,7 @@ DropReason Decoder::addressList( Cursor value, PimHello& out ) {
    return notDropped;
 }
 
-DropReason Decoder::joinPrune( PimJoinPrune& out ) {
+DropReason PimDecoder::joinPrune( PimJoinPrune& out ) {
    DropReason reason = unicast( cursor_, out.upstreamNeighbor );
    if ( reason != notDropped ) return reason;
    cursor_.skip( 1 );
@@ -118,7 +118,7 @@ DropReason Decoder::joinPrune( PimJoinPrune& out ) {
    return cursor_.ok() ? notDropped : truncatedMessage;
 }
 
-DropReason Decoder::registerData( PimRegister& out ) {
+DropReason PimDecoder::registerData( PimRegister& out ) {
    uint32_t flags = cursor_.u32();
    out.border = ( flags & 0x80000000 ) != 0;
    out.nullRegister = ( flags & 0x40000000 ) != 0;
@@ -135,12 +135,12 @@ DropReason Decoder::registerData( PimRegister& out ) {
    return notDropped;
 }
 
-DropReason Decoder::registerStop( PimRegisterStop& out ) {
+DropReason PimDecoder::registerStop( PimRegisterStop& out ) {
    DropReason reason = groupAddress( out.group, out.maskLength );
    return reason != notDropped ? reason : unicast( cursor_, out.source );
 }
 
-DropReason Decoder::assertion( PimAssert& out ) {
+DropReason PimDecoder::assertion( PimAssert& out ) {
    DropReason reason = groupAddress( out.group, out.maskLength );
    if ( reason == notDropped ) reason = unicast( cursor_, out.source );
    if ( reason != notDropped ) return reason;
@@ -152,7 +152,7 @@ DropReason Decoder::assertion( PimAssert& out ) {
    return cursor_.ok() ? notDropped : truncatedMessage;
 }
 
-DropReason Decoder::groupAddress( IpGenAddr& out, uint8_t& maskLength ) {
+DropReason PimDecoder::groupAddress( IpGenAddr& out, uint8_t& maskLength ) {
    uint8_t family = cursor_.u8();
    uint8_t encoding = cursor_.u8();
    cursor_.skip( 1 );
@@ -162,7 +162,7 @@ DropReason Decoder::groupAddress( IpGenAddr& out, uint8_t& maskLength ) {
    return isMaskLength( maskLength ) ? notDropped : badAddress;
 }
 
-DropReason Decoder::group( JoinPruneGroup& out ) {
+DropReason PimDecoder::group( JoinPruneGroup& out ) {
    DropReason reason = groupAddress( out.address, out.maskLength );
    if ( reason != notDropped ) return reason;
    size_t joins = cursor_.u16();
@@ -171,7 +171,7 @@ DropReason Decoder::group( JoinPruneGroup& out ) {
    return reason != notDropped ? reason : sources( prunes, out.prunes );
 }
 
-DropReason Decoder::sources( size_t count, std::vector<EncodedSource>& out ) {
+DropReason PimDecoder::sources( size_t count, std::vector<EncodedSource>& out ) {
    for ( ; count > 0; --count ) {
       DropReason reason = source( out.emplace_back() );
       if ( reason != notDropped ) return reason;
@@ -179,7 +179,7 @@ DropReason Decoder::sources( size_t count, std::vector<EncodedSource>& out ) {
    return cursor_.ok() ? notDropped : truncatedMessage;
 }
 
-DropReason Decoder::source( EncodedSource& out ) {
+DropReason PimDecoder::source( EncodedSource& out ) {
    uint8_t family = cursor_.u8();
    uint8_t encoding = cursor_.u8();
    uint8_t flags = cursor_.u8();
@@ -192,15 +192,15 @@ DropReason Decoder::source( EncodedSource& out ) {
    return isMaskLength( out.maskLength ) ? notDropped : badAddress;
 }
 
-DropReason Decoder::unicast( Cursor& cursor, IpGenAddr& out ) const {
+DropReason PimDecoder::unicast( Cursor& cursor, IpGenAddr& out ) const {
    uint8_t family = cursor.u8();
    uint8_t encoding = cursor.u8();
    return address( cursor, family, encoding, out );
 }
 
 // Reads the bare address, behind the fields of its encoding.
-DropReason Decoder::address( Cursor& cursor, uint8_t family, uint8_t encoding,
-                             IpGenAddr& out ) const {
+DropReason PimDecoder::address( Cursor& cursor, uint8_t family, uint8_t encoding,
+                                IpGenAddr& out ) const {
    constexpr uint8_t kNativeEncoding = 0;
    if ( !cursor.ok() ) return truncatedMessage;
    // Numbers of the address family registry: 1 and 2.
@@ -238,7 +238,7 @@ DropReason decodePim( const IpPacket& packet, PimMessage& out ) {
    if ( first >> 4 != 2 ) return badPimVersion;
    out.type = static_cast<PimType>( first & 0x0f );
    if ( !isGoodChecksum( packet, out.type ) ) return badChecksum;
-   Decoder decoder( cursor.rest(), packet.family() );
+   PimDecoder decoder( cursor.rest(), packet.family() );
    out.body = {};
    switch ( out.type ) {
       case PimType::hello:

@@ -8,7 +8,7 @@
 
 namespace Published {
 
-MOX_TRACE_FACILITY( trace, "Pimsm::Event" )
+MOX_TRACE_FACILITY( eventTrace, "Pimsm::Event" )
 
 namespace {
 
@@ -74,7 +74,7 @@ uint64_t EventLog::write( const Event& event ) {
    Form::Bytes bytes{};
    Form::write( event, bytes );
    if ( event.at == 0.0 ) bytes.at = clock_.now();
-   MOX_TRACE( trace, 5,
+   MOX_TRACE( eventTrace, 5,
               event.kind << ' ' << event.vrf.text() << ' ' << event.intf << " ("
                          << event.source << ", " << event.group << ") "
                          << event.address << ' ' << event.cause
@@ -122,7 +122,7 @@ void EventLog::flush() {
       manager_.fileAt( path_ );
       ring_.restoreFiles();
    } catch ( const Brane::CreateError& e ) {
-      MOX_TRACE( trace, 0, e.what() );
+      MOX_TRACE( eventTrace, 0, e.what() );
    }
 }
 

@@ -14,7 +14,7 @@
 
 namespace Published {
 
-MOX_TRACE_FACILITY( trace, "Pimsm::Published" )
+MOX_TRACE_FACILITY( vrfTrace, "Pimsm::Published" )
 
 namespace {
 
@@ -81,7 +81,7 @@ void removeTablesUnder( const std::vector<std::string>& directories,
          std::filesystem::remove( directory + '/' + name + ".bell", ignored );
       held.removeFiles();
    } catch ( const Brane::TableError& e ) {
-      MOX_TRACE( trace, 0, e.what() );
+      MOX_TRACE( vrfTrace, 0, e.what() );
    }
    for ( const std::string& directory : directories ) {
       if ( std::filesystem::is_directory( directory, ignored ) )

@@ -52,7 +52,7 @@ std::optional<HostRoute> FamilyInstance::hostRoute(
 }
 
 std::vector<std::string> FamilyInstance::mountNotes() const {
-   return Agent::mountNotes(
+   return ::Agent::mountNotes(
       "vrf " + config_.name.name() + ' ' + Vantu::valueToStrep( family() ),
       router_.writer().entities() );
 }

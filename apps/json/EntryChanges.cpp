@@ -23,7 +23,7 @@ bool isSkipped( const std::string& name ) {
 }
 
 // Each member that differs between two objects, either of which may be null.
-Json differences( const Json& before, const Json& after ) {
+Json changedFields( const Json& before, const Json& after ) {
    Json changed = Json::object();
    const auto of = []( const Json& json, const std::string& name ) {
       return json.is_object() ? json.value( name, Json() ) : Json();
@@ -44,7 +44,7 @@ Json differences( const Json& before, const Json& after ) {
 // Adds a line unless nothing differs.
 void tell( std::vector<Json>& lines, Json line, const Json& before,
            const Json& after ) {
-   Json changed = differences( before, after );
+   Json changed = changedFields( before, after );
    if ( before.is_null() == after.is_null() && changed.empty() ) return;
    line["op"] = before.is_null() ? "add" : after.is_null() ? "delete" : "update";
    if ( !changed.empty() ) line["changed"] = std::move( changed );

@@ -8,7 +8,7 @@
 
 namespace Forwarding {
 
-MOX_TRACE_FACILITY( trace, "Pimsm::Forwarding::Links" )
+MOX_TRACE_FACILITY( linkTrace, "Pimsm::Forwarding::Links" )
 
 uint32_t LinkTable::index( Vantu::IntfId name ) const {
    for ( const auto& [index, link] : links_ ) {
@@ -52,7 +52,8 @@ void Links::recover() {
    try {
       reload();
    } catch ( const std::system_error& e ) {
-      MOX_TRACE( trace, 0, "the interfaces could not be read anew: " << e.what() );
+      MOX_TRACE( linkTrace, 0,
+                 "the interfaces could not be read anew: " << e.what() );
    }
 }
 

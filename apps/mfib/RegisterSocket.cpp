@@ -19,7 +19,7 @@ using Router::Bytes;
 using Vantu::AddressFamily;
 using Vantu::IpGenAddr;
 
-constexpr int kReceiveBuffer = 8 << 20;  // bytes
+constexpr int kRegisterBuffer = 8 << 20;  // bytes
 constexpr size_t kHeader4 = 20, kHeader6 = 40;
 constexpr size_t kTtl4 = 8, kChecksum4 = 10, kHopLimit6 = 7;
 
@@ -61,10 +61,10 @@ SharedFd openRawSocket( AddressFamily family, int protocol ) {
                           SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol );
    if ( fd < 0 )
       throw std::system_error( errno, std::generic_category(), "raw socket" );
-   if ( setsockopt( fd, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer,
-                    sizeof kReceiveBuffer ) != 0 )
-      setsockopt( fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer,
-                  sizeof kReceiveBuffer );
+   if ( setsockopt( fd, SOL_SOCKET, SO_RCVBUFFORCE, &kRegisterBuffer,
+                    sizeof kRegisterBuffer ) != 0 )
+      setsockopt( fd, SOL_SOCKET, SO_RCVBUF, &kRegisterBuffer,
+                  sizeof kRegisterBuffer );
    return std::make_shared<Mox::Loop::Fd>( fd, "raw socket" );
 }
 

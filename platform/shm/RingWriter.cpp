@@ -26,22 +26,6 @@ using Detail::RingSlot;
 
 namespace {
 
-struct Mapped {
-   Detail::FileId id;
-   Detail::Mapping mapping;
-   Detail::RingView view;
-};
-
-Mapped mapped( const Detail::Descriptor& file, const RingGeometry& geometry,
-               const Mox::String& path ) {
-   Mapped out;
-   out.id = Detail::fileIdOf( file, path );
-   out.mapping =
-      Detail::Mapping::ofFile( file.get(), geometry.fileSize(), true, path );
-   out.view = { out.mapping.data(), geometry };
-   return out;
-}
-
 RingHeader headerOf( const Layout& layout, uint32_t entries ) {
    RingHeader header{};
    header.magic = Detail::ringMagic;
@@ -75,6 +59,15 @@ uint64_t newestIn( const Detail::RingView& view ) {
 }
 
 struct RingWriter::Ring {
+   struct Mapped {
+      static Mapped of( const Detail::Descriptor& file,
+                        const RingGeometry& geometry, const Mox::String& path );
+
+      Detail::FileId id;
+      Detail::Mapping mapping;
+      Detail::RingView view;
+   };
+
    Ring( const Mox::String& path, const Layout& layout, uint32_t entries );
 
    std::optional<Mapped> readFormer();
@@ -107,8 +100,19 @@ RingWriter::Ring::Ring( const Mox::String& path, const Layout& layout,
    Detail::storeWord( file.view.newest(), newest );
 }
 
+RingWriter::Ring::Mapped RingWriter::Ring::Mapped::of(
+   const Detail::Descriptor& file, const RingGeometry& geometry,
+   const Mox::String& path ) {
+   Mapped out;
+   out.id = Detail::fileIdOf( file, path );
+   out.mapping =
+      Detail::Mapping::ofFile( file.get(), geometry.fileSize(), true, path );
+   out.view = { out.mapping.data(), geometry };
+   return out;
+}
+
 // Nothing when there is no ring that can be taken over; the problem says why.
-std::optional<Mapped> RingWriter::Ring::readFormer() {
+std::optional<RingWriter::Ring::Mapped> RingWriter::Ring::readFormer() {
    Detail::Descriptor found( Detail::openFile( files.table, O_RDWR | O_NONBLOCK ) );
    if ( !found && errno == ENOENT ) return std::nullopt;
    if ( !found ) Detail::systemFailed( files.table, "cannot open" );
@@ -121,7 +125,7 @@ std::optional<Mapped> RingWriter::Ring::readFormer() {
          problem = files.table + ": of another layout";
       } else {
          header.instanceId = is.instanceId;  // its records stay
-         return mapped( found, { is.recordSize, is.entries }, files.table );
+         return Mapped::of( found, { is.recordSize, is.entries }, files.table );
       }
    } catch ( const LayoutError& e ) {
       problem = e.what();
@@ -133,7 +137,7 @@ void RingWriter::Ring::make( const Detail::RingView* former ) {
    const RingGeometry geometry{ header.recordSize, header.entries };
    const Detail::Descriptor made =
       Detail::createFile( files.fresh(), geometry.fileSize() );
-   Mapped next = mapped( made, geometry, files.fresh() );
+   Mapped next = Mapped::of( made, geometry, files.fresh() );
    if ( former != nullptr ) copyRecords( *former, next.view );
    *next.view.newest() = newest;
    Detail::writeRingHeader( next.view.base, header );

@@ -7,8 +7,16 @@
 
 #include "export/Conversion.h"
 #include "export/Status.h"
+#include "tests/support/VrfBuilder.h"
 
 namespace Routing::Pim::SparseMode::Test {
+
+inline const RouteKey kKey = sgKey( "192.0.2.1", "233.252.0.1" );
+inline RouteKey keyOf( unsigned i ) {
+   return sgKey(
+      "192.0." + std::to_string( i / 250 ) + "." + std::to_string( i % 250 + 1 ),
+      "233.252.0.1" );
+}
 
 struct Content {
    std::map<RouteKey, Brane::Route> routes;

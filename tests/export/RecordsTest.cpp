@@ -2,12 +2,11 @@
 #include <gtest/gtest.h>
 
 #include "export/Records.h"
+#include "tests/export/Content.h"
 #include "tests/support/VrfBuilder.h"
 
 namespace Routing::Pim::SparseMode::Test {
 namespace {
-
-const RouteKey kKey = sgKey( "192.0.2.1", "233.252.0.1" );
 
 Brane::Route fullRoute() {
    Brane::Route record( kKey );

@@ -7,10 +7,6 @@
 namespace Routing::Pim::SparseMode::Test {
 namespace {
 
-RouteKey keyOf( unsigned i ) {
-   return sgKey( "192.0.2." + std::to_string( i + 1 ), "233.252.0.1" );
-}
-
 class Restart : public testing::Test {
  protected:
    // A former agent's tables.

@@ -14,7 +14,6 @@ namespace {
 
 using testing::ElementsAre;
 
-const RouteKey kKey = sgKey( "192.0.2.1", "233.252.0.1" );
 const RouteIntfKey kIntfKey{ kKey, intfId( "eth1" ) };
 
 // Tables written by the test, and a reader of them.

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "export/Conversion.h"
+#include "tests/export/Content.h"
 #include "tests/support/ExportPair.h"
 #include "tests/support/TraceCapture.h"
 #include "tests/support/VrfBuilder.h"
@@ -12,14 +13,6 @@ namespace {
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
-
-const RouteKey kKey = sgKey( "192.0.2.1", "233.252.0.1" );
-
-RouteKey keyOf( unsigned i ) {
-   return sgKey(
-      "192.0." + std::to_string( i / 250 ) + "." + std::to_string( i % 250 + 1 ),
-      "233.252.0.1" );
-}
 
 class RouteWriter : public testing::Test {
  protected:

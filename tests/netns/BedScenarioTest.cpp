@@ -48,9 +48,9 @@ class BedScenario : public testing::Test {
       if ( !play_.stage ) play_.stage = std::make_unique<Stage>( play_.script );
    }
    void TestBody() override {
-      for ( int times = inLongRun_ && !isLong_ ? 20 : 1; times > 0 && !HasFailure();
-            --times ) {
-         play_.stage->begin();
+      const int times = inLongRun_ && !isLong_ ? 20 : 1;
+      for ( int i = 0; i < times && !HasFailure(); ++i ) {
+         play_.stage->begin( inLongRun_ && i == 0 );
          for ( const std::string& each : story_.preamble ) play_.stage->act( each );
          for ( const Line& line : story_.lines ) {
             if ( !run( line ) ) break;

@@ -22,8 +22,9 @@ class Stage {
    // Copies the packets to the file that PIMSM_KEEP_PACKETS names, if it does.
    ~Stage();
 
-   // Each story has its own groups, and leaves none behind.
-   void begin();
+   // Each story has its own groups, and leaves none behind. One that explains asks why of
+   // each receiver that hears, which takes a second each.
+   void begin( bool explains );
    void end();
    // Throws Scenario::ScriptError, also for what does not come to pass.
    void act( const std::string& statement );
@@ -78,6 +79,7 @@ class Stage {
    Bed bed_;
    std::optional<Decoder> decoder_;
    int stories_ = 0;
+   bool explains_ = false;
    double acted_ = 0;  // when the last line began
    double listening_ = 0;
    double ended_ = 0;  // s, when the last story did

@@ -17,10 +17,10 @@ IpGenAddr addr( const char* text ) {
    return IpGenAddr( Mox::StringView( text ) );
 }
 
-class Reader {
+class MessageReader {
  public:
-   Reader( Words& words, const Names& names, const Habits& habits,
-           const Link& link )
+   MessageReader( Words& words, const Names& names, const Habits& habits,
+                  const Link& link )
       : words_( words ), names_( names ), link_( link ), hold_( habits.holdtime ) {
       from_ = names.address( habits.from );
    }
@@ -73,7 +73,7 @@ class Reader {
    uint8_t version_ = 3;
 };
 
-bool Reader::option() {
+bool MessageReader::option() {
    if ( words_.accept( "from" ) ) {
       from_ = address();
    } else if ( words_.accept( "to" ) ) {
@@ -95,7 +95,7 @@ bool Reader::option() {
 }
 
 // hello [and ADDRESS] [dr N | no-dr] [generation N] [delays PROPAGATION/OVERRIDE in ms] [no-hold]
-PimHello Reader::hello() {
+PimHello MessageReader::hello() {
    PimHello out;
    out.drPriority = 1;
    bool holds = true;
@@ -128,7 +128,7 @@ PimHello Reader::hello() {
 
 // join A, prune B rpt, C rpt, join D mask 31: adjacent entries of one group share
 // it.
-PimJoinPrune Reader::joinPrune( bool join ) {
+PimJoinPrune MessageReader::joinPrune( bool join ) {
    PimJoinPrune out;
    while ( true ) {
       entry( out, join );
@@ -144,7 +144,7 @@ PimJoinPrune Reader::joinPrune( bool join ) {
    return out;
 }
 
-void Reader::entry( PimJoinPrune& out, bool join ) {
+void MessageReader::entry( PimJoinPrune& out, bool join ) {
    const RouteKey key = route();
    EncodedSource source{ .address = key.source };
    JoinPruneGroup group{ .address = key.group };
@@ -175,7 +175,7 @@ void Reader::entry( PimJoinPrune& out, bool join ) {
 }
 
 // assert A [rpt] PREFERENCE/METRIC [mask N]; an assert of the group has the RPT bit.
-PimAssert Reader::assertion() {
+PimAssert MessageReader::assertion() {
    const RouteKey key = route();
    PimAssert out{ .group = key.group, .source = key.source };
    out.rptBit = key.source.isUnspecified();
@@ -199,7 +199,7 @@ PimAssert Reader::assertion() {
 }
 
 // register A [null] [border] from ROUTER to RP
-PimRegister Reader::registered() {
+PimRegister MessageReader::registered() {
    const RouteKey key = route();
    PimRegister out;
    out.source = key.source;
@@ -213,7 +213,7 @@ PimRegister Reader::registered() {
 }
 
 // register-stop A [mask N] from RP to ROUTER; (*,G) is for all sources.
-PimRegisterStop Reader::registerStop() {
+PimRegisterStop MessageReader::registerStop() {
    const RouteKey key = route();
    PimRegisterStop out{ .group = key.group, .source = key.source };
    if ( words_.accept( "mask" ) )
@@ -224,7 +224,7 @@ PimRegisterStop Reader::registerStop() {
 }
 
 // A source, or "10.1.0.0*300": so many, one after the other.
-void Reader::addSources( std::vector<IpGenAddr>& out ) {
+void MessageReader::addSources( std::vector<IpGenAddr>& out ) {
    const std::string word = words_.next();
    const size_t star = word.find( '*' );
    if ( star == std::string::npos ) return out.push_back( names_.address( word ) );
@@ -240,7 +240,7 @@ const std::map<std::string, MembershipRecordType> kRecords = {
    { "to-ex", toExclude }, { "allow", allow },     { "block", block } };
 
 // is-in G A B, to-ex G C: the names of RFC 3376, 4.2.12.
-MembershipReport Reader::report( const std::string& first ) {
+MembershipReport MessageReader::report( const std::string& first ) {
    MembershipReport out;
    std::string type = first;
    while ( true ) {
@@ -261,7 +261,7 @@ MembershipReport Reader::report( const std::string& first ) {
 }
 
 // query [of G [A B]] respond S [robustness N] [interval S] [suppress]
-MembershipQuery Reader::query() {
+MembershipQuery MessageReader::query() {
    MembershipQuery out;
    out.group = IpGenAddr::unspecified( from_.family() );
    if ( words_.accept( "of" ) ) {
@@ -287,7 +287,7 @@ MembershipQuery Reader::query() {
 }
 
 template <class Body>
-Sent Reader::pim( const Body& body ) {
+Sent MessageReader::pim( const Body& body ) {
    const bool ipv4 = from_.family() == AddressFamily::ipv4;
    const bool multicast =
       !std::is_same_v<Body, PimRegister> && !std::is_same_v<Body, PimRegisterStop>;
@@ -303,7 +303,7 @@ Sent Reader::pim( const Body& body ) {
    return out;
 }
 
-Sent Reader::membership( const MembershipMessage& message ) {
+Sent MessageReader::membership( const MembershipMessage& message ) {
    const bool ipv4 = from_.family() == AddressFamily::ipv4;
    Sent out;
    out.packet.source = from_;
@@ -315,7 +315,7 @@ Sent Reader::membership( const MembershipMessage& message ) {
    return out;
 }
 
-Sent Reader::read() {
+Sent MessageReader::read() {
    const std::string kind = words_.next();
    if ( kind == "hello" ) return pim( hello() );
    if ( kind == "join" || kind == "prune" )
@@ -332,7 +332,7 @@ Sent Reader::read() {
 
 Sent readMessage( Words& words, const Names& names, const Habits& habits,
                   const Link& link ) {
-   Sent sent = Reader( words, names, habits, link ).read();
+   Sent sent = MessageReader( words, names, habits, link ).read();
    sent.packet.payload = sent.payload;
    return sent;
 }

@@ -35,9 +35,9 @@ std::string withoutComment( const std::string& line ) {
    return line;
 }
 
-class Reader {
+class ScriptReader {
  public:
-   explicit Reader( const std::string& path ) : in_( path ) {
+   explicit ScriptReader( const std::string& path ) : in_( path ) {
       out_.path = path;
       if ( !in_ ) throw ScriptError( path + ": cannot be read" );
    }
@@ -161,7 +161,7 @@ std::string testName( const std::string& title ) {
 }
 
 Script readScript( const std::string& path ) {
-   return Reader( path ).read();
+   return ScriptReader( path ).read();
 }
 
 }

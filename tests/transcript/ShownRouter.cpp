@@ -12,7 +12,7 @@
 namespace {
 
 namespace SmTest = Routing::Pim::SparseMode::Test;
-using Show::Published;
+using Show::PublishedSide;
 
 // Every state of a route and of its interfaces.
 void addShapes( SmTest::Vrf vrf ) {
@@ -65,7 +65,7 @@ void changesFrom( std::istream& in, Show::ShownRouter& router ) {
    const auto fileOf = [&]( const std::string& entity, const char* table ) {
       return router.root.path() + '/' + entity + '/' + table;
    };
-   std::optional<Published> blue;
+   std::optional<PublishedSide> blue;
    const auto family = ::Published::FamilyStatus::mountPath(
       Vantu::AddressFamily::ipv4, L3::VrfName( "default" ) );
    const auto toggle = [&] {
@@ -129,7 +129,7 @@ void changesFrom( std::istream& in, Show::ShownRouter& router ) {
    std::cout << "filled" << std::endl;
    for ( std::string line; std::getline( in, line ); ) {
       changes.at( line )();
-      for ( Published* side : { &router.ipv4, &router.ipv6, &router.red } )
+      for ( PublishedSide* side : { &router.ipv4, &router.ipv6, &router.red } )
          if ( side->writer != nullptr ) side->publish();
       std::cout << line << std::endl;
    }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "apps/fleet/path/Path.h"
+#include "apps/fleet/path/detail/View.h"
 #include "apps/mirror/Events.h"
 #include "apps/program/Printable.h"
 #include "apps/show/text/Words.h"
@@ -12,10 +13,6 @@ namespace Fleet {
 namespace {
 
 using Programs::printable;
-
-std::string text( const IpGenAddr& address ) {
-   return Vantu::valueToStrep( address );
-}
 
 std::string bitsText( const std::optional<double>& rate ) {
    return rate ? Show::bitsText( *rate ) : "unknown";

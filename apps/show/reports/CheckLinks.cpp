@@ -19,14 +19,11 @@ using Vantu::IpGenAddr;
 
 namespace {
 
-// Longer than the interval of joins and of queries: who asked before has asked again.
-constexpr double kAgain = 300.0;  // s
-// Packets that came longer ago count as none.
-constexpr double kRecent = 15.0;  // s
-
-std::string text( const IpGenAddr& address ) {
-   return address.isUnspecified() ? "somebody" : Vantu::valueToStrep( address );
+std::string whoText( const IpGenAddr& address ) {
+   return address.isUnspecified() ? "somebody" : text( address );
 }
+
+// Packets that came longer ago count as none.
 
 // The operator's own word.
 bool isPolicy( Published::Refusal refusal ) {
@@ -85,17 +82,17 @@ class LinkChecks {
          found(
             "two-drs", {}, record.key,
             fmt::format( "this router acts as DR, and by the hellos router {} is",
-                         text( record.dr ) ),
+                         whoText( record.dr ) ),
             neighborsOf( record.key ) );
       if ( !record.iAmDr && own )
          found( "no-dr", {}, record.key,
                 "this router is DR by the hellos, and does not act as DR",
                 neighborsOf( record.key ) );
       if ( !own && !knows( record.key, record.dr ) )
-         found(
-            "no-dr", {}, record.key,
-            fmt::format( "its DR, router {}, is no neighbor", text( record.dr ) ),
-            neighborsOf( record.key ) );
+         found( "no-dr", {}, record.key,
+                fmt::format( "its DR, router {}, is no neighbor",
+                             whoText( record.dr ) ),
+                neighborsOf( record.key ) );
    }
 
    // Members that are left to a router that is not there.
@@ -118,11 +115,11 @@ class LinkChecks {
       const IpGenAddr& winner = assert.assertWinnerMetric.address;
       if ( assert.assertState == Sm::iAmAssertLoser && !knows( intfId, winner ) &&
            setting( "require-hello" ) != "no" )
-         return unserved( "router " + text( winner ) +
+         return unserved( "router " + whoText( winner ) +
                           ", which won the assert, is no neighbor" );
       if ( !record.iAmDr && !record.dr.isUnspecified() &&
            record.dr != record.address && !knows( intfId, record.dr ) )
-         unserved( "the DR, router " + text( record.dr ) + ", is no neighbor" );
+         unserved( "the DR, router " + whoText( record.dr ) + ", is no neighbor" );
    }
 
    // A router that forwards by a link on which this one has won the assert: a while after
@@ -263,7 +260,7 @@ class LinkChecks {
                "two-drs", key, event.intf,
                fmt::format( "router {} has sent an assert {} and said no hello: "
                             "it forwards there, as this router does, which is DR",
-                            text( event.address ), ago ),
+                            whoText( event.address ), ago ),
                refusalsOf( event.intf ) );
          return;
       }
@@ -272,8 +269,8 @@ class LinkChecks {
          refused.others == 0 ? "" : fmt::format( ", and {} more", refused.others );
       found( member ? "unserved" : "refused", key, event.intf,
              fmt::format( "what {} asked for {} was refused: {}{}",
-                          text( event.address ), ago, refusalText( event.refusal ),
-                          others ),
+                          whoText( event.address ), ago,
+                          refusalText( event.refusal ), others ),
              refusalsOf( event.intf ) );
    }
 

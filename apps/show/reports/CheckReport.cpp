@@ -212,9 +212,6 @@ class Receivers {
 
 namespace {
 
-// Packets that came by another interface than their route's within these seconds.
-constexpr double kRecent = 15.0;
-
 // On a link where another router forwards, all see its packets.
 bool comesRightly( const Mirror& mirror, const RouteKey& key, double now ) {
    Published::MfibCache entry;

@@ -5,6 +5,9 @@
 
 namespace Show {
 
+// What was seen within this time still holds.
+constexpr double kRecent = 15.0;  // s
+
 // The links: two designated routers or none, members that nobody serves, and what hosts
 // and routers have asked for lately and were refused. What the configuration bars is no
 // finding.

@@ -22,7 +22,7 @@ namespace {
 
 constexpr size_t kValueColumn = 58;
 
-struct Answer {
+struct Found {
    Derivation derivation;
    std::vector<MacroFlip> flips;
 };
@@ -51,7 +51,7 @@ void checkSubject( const std::string& macro, bool ofIntf ) {
                                        : " is of an interface: name one, too" ) );
 }
 
-Answer answer( const Mirror& mirror, const Question& question ) {
+Found answer( const Mirror& mirror, const Question& question ) {
    const Route& route = *std::as_const( *mirror.model ).route( question.route );
    bool ofIntf = !question.intfId.empty();
    const std::string& macro = question.macro;
@@ -225,7 +225,7 @@ Json derivationJson( const Derivation& derivation ) {
 }
 
 std::string derivationText( const Mirror& mirror, const Question& question ) {
-   Answer found = answer( mirror, question );
+   Found found = answer( mirror, question );
    const Derivation& derivation = found.derivation;
    std::string out = headline( mirror, derivation );
    addRule( out, derivation, question.all, 2 );
@@ -242,7 +242,7 @@ std::string derivationText( const Mirror& mirror, const Question& question ) {
 }
 
 Json derivationJson( const Mirror& mirror, const Question& question ) {
-   Answer found = answer( mirror, question );
+   Found found = answer( mirror, question );
    Json json = derivationJson( found.derivation );
    for ( const MacroFlip& flip : found.flips ) {
       Json entry = inputJson( flip.input );

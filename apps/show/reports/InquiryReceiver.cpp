@@ -16,17 +16,6 @@ using Routing::Pim::RouteKey;
 using Vantu::IntfId;
 using Vantu::IpGenAddr;
 
-namespace {
-
-// Longer than the interval of joins and of queries.
-constexpr double kAgain = 300.0;  // s
-
-std::string text( const IpGenAddr& address ) {
-   return Vantu::valueToStrep( address );
-}
-
-}
-
 Why Inquiry::answer() {
    agent();
    if ( !interface() ) return std::move( why_ );

@@ -25,10 +25,6 @@ constexpr double kSilence = 15.0;  // s
 // Enough that some should have left.
 constexpr uint64_t kSome = 5;
 
-std::string text( const IpGenAddr& address ) {
-   return Vantu::valueToStrep( address );
-}
-
 }
 
 const Route* Inquiry::find( const IpGenAddr& source ) const {

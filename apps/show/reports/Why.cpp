@@ -17,10 +17,6 @@ using Vantu::IpGenAddr;
 
 namespace {
 
-std::string text( const IpGenAddr& address ) {
-   return Vantu::valueToStrep( address );
-}
-
 // The interface of the mirror that is meant, and how much of the host's address its
 // network names; empty: none.
 struct Place {

@@ -24,6 +24,10 @@ struct Receiver {
    Vantu::IpGenAddr host;    // unspecified: anybody on the interface
 };
 
+// Who asked before has asked again within this time, which is longer than the interval of
+// joins and of queries.
+constexpr double kAgain = 300.0;  // s
+
 // What the answer is made from, beside the tables.
 struct Evidence {
    std::vector<Logged> log;  // by time

@@ -11,7 +11,7 @@ using Published::Event;
 
 namespace {
 
-std::string text( const Vantu::IpGenAddr& address ) {
+std::string senderText( const Vantu::IpGenAddr& address ) {
    return address.isUnspecified() ? "an unknown sender"
                                   : Vantu::valueToStrep( address );
 }
@@ -136,7 +136,7 @@ std::string refusalText( Published::Refusal refusal ) {
 
 std::string eventText( const Event& event ) {
    using namespace Published;
-   const std::string of = text( event.address );
+   const std::string of = senderText( event.address );
    switch ( event.kind ) {
       case routeCame:
          return event.intf.empty()

@@ -76,7 +76,7 @@ size_t nextLine( std::string_view line, size_t after, size_t room,
    return good != line.size() ? good : any != line.size() ? any : last;
 }
 
-void append( std::string& out, std::string_view line ) {
+void appendLine( std::string& out, std::string_view line ) {
    line = line.substr( 0, line.find_last_not_of( kBlanks ) + 1 );
    out += line;
    std::replace( out.end() - static_cast<std::ptrdiff_t>( line.size() ), out.end(),
@@ -85,18 +85,18 @@ void append( std::string& out, std::string_view line ) {
 }
 
 void foldLine( std::string& out, std::string_view line, size_t width ) {
-   if ( line.size() <= width ) return append( out, line );
+   if ( line.size() <= width ) return appendLine( out, line );
    const size_t hang = hangOf( line, width );
    size_t indent = 0, after = hang;
    while ( indent + line.size() > width ) {
       const size_t next = nextLine( line, after, width - indent, width - hang );
       if ( next == line.size() ) break;
-      append( out.append( indent, ' ' ), line.substr( 0, next ) );
+      appendLine( out.append( indent, ' ' ), line.substr( 0, next ) );
       line.remove_prefix( next );
       indent = hang;
       after = 0;
    }
-   append( out.append( indent, ' ' ), line );
+   appendLine( out.append( indent, ' ' ), line );
 }
 
 }

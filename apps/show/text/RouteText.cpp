@@ -78,63 +78,63 @@ std::string rateText( const RouteForm& form, const Route& route ) {
 void trafficDetail( std::string& text, const RouteForm& form, const Route& route,
                     double now ) {
    auto out = std::back_inserter( text );
-   constexpr const char* kIndent = "      ";
+   constexpr const char* indent = "      ";
    const auto* counters =
       form.rates == nullptr ? nullptr : form.rates->counters( route.key() );
    field(
-      out, kIndent, "packets",
+      out, indent, "packets",
       counters == nullptr
          ? "unknown"
          : fmt::format( "{}, {} bytes, last {}", counters->packets, counters->bytes,
                         agoText( counters->lastPacket, now ) ) );
    if ( counters != nullptr )
-      field( out, kIndent, "wrong interface", std::to_string( counters->wrongIf ) );
-   if ( form.rated ) field( out, kIndent, "rate", rateText( form, route ) );
+      field( out, indent, "wrong interface", std::to_string( counters->wrongIf ) );
+   if ( form.rated ) field( out, indent, "rate", rateText( form, route ) );
 }
 
 void routeDetail( std::string& text, const Route& route ) {
    auto out = std::back_inserter( text );
-   constexpr const char* kIndent = "      ";
-   field( out, kIndent, "flags", route.routeFlagsString() );
-   field( out, kIndent, "rpf", rpfText( route.rpf(), route.rpfAttached() ) );
-   field( out, kIndent, "rpf metric", metricText( route.rpf() ) );
-   field( out, kIndent, "previous rpf", rpfText( route.prevRpf(), false ) );
-   field( out, kIndent, "previous rpf metric", metricText( route.prevRpf() ) );
-   field( out, kIndent, "fast-reroute rpf",
+   constexpr const char* indent = "      ";
+   field( out, indent, "flags", route.routeFlagsString() );
+   field( out, indent, "rpf", rpfText( route.rpf(), route.rpfAttached() ) );
+   field( out, indent, "rpf metric", metricText( route.rpf() ) );
+   field( out, indent, "previous rpf", rpfText( route.prevRpf(), false ) );
+   field( out, indent, "previous rpf metric", metricText( route.prevRpf() ) );
+   field( out, indent, "fast-reroute rpf",
           rpfText( route.rpfFrr(), route.rpfFrrAttached() ) );
-   field( out, kIndent, "fast-reroute rpf metric", metricText( route.rpfFrr() ) );
-   field( out, kIndent, "border router interface", nameOrNone( route.mbrIif() ) );
-   field( out, kIndent, "interface switch", stateText( route.iifSwitchState() ) );
-   field( out, kIndent, "switch pending", yesNo( route.iifSwitchPending() ) );
-   field( out, kIndent, "upstream join state",
+   field( out, indent, "fast-reroute rpf metric", metricText( route.rpfFrr() ) );
+   field( out, indent, "border router interface", nameOrNone( route.mbrIif() ) );
+   field( out, indent, "interface switch", stateText( route.iifSwitchState() ) );
+   field( out, indent, "switch pending", yesNo( route.iifSwitchPending() ) );
+   field( out, indent, "upstream join state",
           stateText( route.upJoinState(), "up" ) );
-   field( out, kIndent, "upstream rpt state",
+   field( out, indent, "upstream rpt state",
           stateText( route.upRptState(), "upRpt" ) );
 }
 
 void intfDetail( std::string& text, const Intf& intf, double now ) {
    auto out = std::back_inserter( text );
-   constexpr const char* kIndent = "          ";
-   field( out, kIndent, "forwards in a failover", yesNo( intf.fastForward() ) );
-   field( out, kIndent, "join state", stateText( intf.joinState() ) );
-   field( out, kIndent, "last join", agoText( intf.lastJoinReceived(), now ) );
-   field( out, kIndent, "rpt state", stateText( intf.rptState(), "rpt" ) );
-   field( out, kIndent, "last rpt prune",
+   constexpr const char* indent = "          ";
+   field( out, indent, "forwards in a failover", yesNo( intf.fastForward() ) );
+   field( out, indent, "join state", stateText( intf.joinState() ) );
+   field( out, indent, "last join", agoText( intf.lastJoinReceived(), now ) );
+   field( out, indent, "rpt state", stateText( intf.rptState(), "rpt" ) );
+   field( out, indent, "last rpt prune",
           agoText( intf.lastRptPruneReceived(), now ) );
-   field( out, kIndent, "assert state",
+   field( out, indent, "assert state",
           assertStateText( intf.assertInfo().assertState ) );
    if ( intf.assertInfo().assertState != Sm::assertNoInfo ) {
-      field( out, kIndent, "assert winner",
+      field( out, indent, "assert winner",
              valueToStrep( intf.assertInfo().assertWinnerMetric ) );
    }
-   field( out, kIndent, "last assert action",
+   field( out, indent, "last assert action",
           actionText( intf.lastAssertAction() ) );
-   field( out, kIndent, "local receiver include",
+   field( out, indent, "local receiver include",
           yesNo( intf.localReceiverInclude() ) );
-   field( out, kIndent, "local receiver exclude",
+   field( out, indent, "local receiver exclude",
           yesNo( intf.localReceiverExclude() ) );
-   field( out, kIndent, "to be deleted", yesNo( intf.toBeDeleted() ) );
-   field( out, kIndent, "allow rp in use", yesNo( intf.allowRpInUse() ) );
+   field( out, indent, "to be deleted", yesNo( intf.toBeDeleted() ) );
+   field( out, indent, "allow rp in use", yesNo( intf.allowRpInUse() ) );
 }
 
 }

@@ -11,6 +11,10 @@ namespace Show {
 
 namespace Sm = Routing::Pim::SparseMode;
 
+std::string text( const Vantu::IpGenAddr& address ) {
+   return Vantu::valueToStrep( address );
+}
+
 std::string nameText( Vantu::IntfId intfId ) {
    return Programs::printable( intfId.name() );
 }
@@ -118,7 +122,7 @@ std::string forwardText( const Intf& intf ) {
 
 namespace {
 
-void append( std::string& out, const std::string& part ) {
+void appendPart( std::string& out, const std::string& part ) {
    if ( !out.empty() ) out += ", ";
    out += part;
 }
@@ -154,24 +158,24 @@ std::string intfReason( const Intf& intf, double now ) {
    std::string out;
    const Route* route = intf.parentRoute();
    if ( route != nullptr && intf.intfId() == route->incomingIntf() )
-      append( out, "incoming interface" );
-   if ( intf.joinState() == Intf::prunePending ) append( out, "prune pending" );
+      appendPart( out, "incoming interface" );
+   if ( intf.joinState() == Intf::prunePending ) appendPart( out, "prune pending" );
    if ( intf.joinState() != Intf::noInfo ) {
-      append( out, "last join " + agoText( intf.lastJoinReceived(), now ) );
+      appendPart( out, "last join " + agoText( intf.lastJoinReceived(), now ) );
    }
    if ( intf.rptState() != Intf::rptNoInfo ) {
-      append( out, ( intf.prunesSgRpt() ? "source pruned "
-                                        : "source prune pending, last " ) +
-                      agoText( intf.lastRptPruneReceived(), now ) );
+      appendPart( out, ( intf.prunesSgRpt() ? "source pruned "
+                                            : "source prune pending, last " ) +
+                          agoText( intf.lastRptPruneReceived(), now ) );
    }
    if ( intf.localReceiverInclude() )
-      append( out,
-              servedByAnother( intf ) ? "member, another router is DR" : "member" );
-   if ( intf.localReceiverExclude() ) append( out, "source excluded" );
+      appendPart(
+         out, servedByAnother( intf ) ? "member, another router is DR" : "member" );
+   if ( intf.localReceiverExclude() ) appendPart( out, "source excluded" );
    if ( intf.assertInfo().assertState != Sm::assertNoInfo ) {
-      append( out, assertText( intf.assertInfo() ) );
+      appendPart( out, assertText( intf.assertInfo() ) );
    }
-   if ( out.empty() ) append( out, inheritedText( intf ) );
+   if ( out.empty() ) appendPart( out, inheritedText( intf ) );
    return out;
 }
 

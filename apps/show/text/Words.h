@@ -7,6 +7,8 @@
 
 namespace Show {
 
+std::string text( const Vantu::IpGenAddr& address );
+
 // Names made printable: other agents may use any characters.
 std::string nameText( Vantu::IntfId intfId );
 std::string vrfText( const Mirror& mirror );

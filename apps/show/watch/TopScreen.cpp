@@ -14,10 +14,10 @@ namespace Show {
 
 namespace {
 
-class Screen : public Mox::Clock::Notifiee {
+class TopScreen : public Mox::Clock::Notifiee {
  public:
-   Screen( Mirrors& mirrors, Top& top, double interval,
-           const std::optional<size_t>& first )
+   TopScreen( Mirrors& mirrors, Top& top, double interval,
+              const std::optional<size_t>& first )
       : Notifiee( &mirrors.clock() ),
         loop_( mirrors.loop() ),
         top_( top ),
@@ -70,7 +70,7 @@ void topOnScreen( Mirrors& mirrors, Top& top, double interval,
                   const std::optional<size_t>& first ) {
    const Mox::SignalWatcher ends( mirrors.loop(), { SIGTERM, SIGINT },
                                   [&]( int ) { mirrors.loop().stop(); } );
-   const Screen screen( mirrors, top, interval, first );
+   const TopScreen screen( mirrors, top, interval, first );
    mirrors.loop().run();
 }
 

@@ -93,9 +93,10 @@ class Recent : public Routing::Pim::SparseMode::Brane::Status::NotifieeConst {
    double lastTime_ = 0.0, rate_ = 0.0;
 };
 
-class Screen : public Mox::Clock::Notifiee {
+class RouteScreen : public Mox::Clock::Notifiee {
  public:
-   Screen( Mirrors& mirrors, const RouteFilter& filter, const std::string& root )
+   RouteScreen( Mirrors& mirrors, const RouteFilter& filter,
+                const std::string& root )
       : Notifiee( &mirrors.clock() ),
         mirrors_( mirrors ),
         filter_( filter ),
@@ -290,7 +291,7 @@ class Screen : public Mox::Clock::Notifiee {
 
 void watchOnScreen( Mirrors& mirrors, const RouteFilter& filter,
                     const std::string& root ) {
-   Screen screen( mirrors, filter, root );
+   RouteScreen screen( mirrors, filter, root );
    mirrors.loop().run();
 }
 

@@ -9,8 +9,8 @@ namespace Fleet {
 
 namespace {
 
-constexpr int64_t kAnswer = 2000;            // ms: so long an answer may take
-constexpr int64_t kNanoseconds = 1'000'000;  // of a ms
+constexpr int64_t kAnswer = 2000;               // ms: so long an answer may take
+constexpr int64_t kPerMillisecond = 1'000'000;  // nanoseconds
 
 NatsSubscription consume( const NatsConnection& connection, const NatsScan& scan ) {
    jsSubOptions options;
@@ -24,7 +24,7 @@ NatsSubscription consume( const NatsConnection& connection, const NatsScan& scan
       options.Config.OptStartSeq = scan.after + 1;
    } else if ( scan.since > 0 ) {
       options.Config.DeliverPolicy = js_DeliverByStartTime;
-      options.Config.OptStartTime = scan.since * kNanoseconds;
+      options.Config.OptStartTime = scan.since * kPerMillisecond;
    }
    // With a server of three gone, the others may give the task to it.
    constexpr int kTries = 3;

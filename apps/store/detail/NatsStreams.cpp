@@ -7,7 +7,7 @@ namespace Fleet {
 namespace {
 
 constexpr int64_t kSecond = 1'000'000'000;  // ns
-constexpr double kNanoseconds = 1e9;        // of a s
+constexpr double kPerSecond = 1e9;          // nanoseconds
 
 jsStreamConfig configOf( const std::string& name, const char** subject,
                          const Keeping& keeping ) {
@@ -100,7 +100,7 @@ bool ensureStreams( const NatsConnection& connection, const NatsNames& names,
    const char* historySubject = historySubjects.c_str();
    jsStreamConfig history = configOf( historyName, &historySubject, keeping );
    history.Discard = js_DiscardOld;
-   history.MaxAge = static_cast<int64_t>( keeping.age * kNanoseconds );
+   history.MaxAge = static_cast<int64_t>( keeping.age * kPerSecond );
    history.MaxBytes = static_cast<int64_t>( keeping.bytes );
    history.Duplicates = std::min( repeatable * kSecond, history.MaxAge );
    ensure( connection, history );

@@ -13,8 +13,8 @@ namespace Brane::Detail {
 
 namespace {
 
-constexpr size_t linesAhead = 16;
-constexpr size_t slotsAhead = 8;
+constexpr size_t lookupLines = 16;
+constexpr size_t lookupSlots = 8;
 
 // A visit fetches slots in batches of this size, at least one batch ahead.
 constexpr size_t aheadBatch = 16;
@@ -170,18 +170,18 @@ void ReaderTable::lookup( std::span<TableReader::LookupItem> items ) {
    if ( outgrown() ) followGrowth();
    for ( auto& item : items ) item.result = withoutInstance();
    if ( !instance_ ) return;
-   uint64_t hashes[linesAhead];
+   uint64_t hashes[lookupLines];
    size_t lines = 0, slots = 0;
    for ( size_t i = 0; i < items.size(); ++i ) {
-      for ( ; lines < items.size() && lines < i + linesAhead; ++lines ) {
-         hashes[lines % linesAhead] = instance_->hashOf( items[lines].key );
-         instance_->fetchLine( hashes[lines % linesAhead] );
+      for ( ; lines < items.size() && lines < i + lookupLines; ++lines ) {
+         hashes[lines % lookupLines] = instance_->hashOf( items[lines].key );
+         instance_->fetchLine( hashes[lines % lookupLines] );
       }
-      for ( ; slots < items.size() && slots < i + slotsAhead; ++slots ) {
-         instance_->fetchSlots( hashes[slots % linesAhead] );
+      for ( ; slots < items.size() && slots < i + lookupSlots; ++slots ) {
+         instance_->fetchSlots( hashes[slots % lookupLines] );
       }
       Position at = noPosition;
-      auto copy = instance_->lookup( items[i].key, hashes[i % linesAhead],
+      auto copy = instance_->lookup( items[i].key, hashes[i % lookupLines],
                                      items[i].out, &at );
       items[i].result = count( *instance_, copy, at, items[i].out );
    }

@@ -13,7 +13,7 @@ namespace Brane::Detail {
 namespace {
 
 // The number of slots by which the fetching runs ahead.
-constexpr uint32_t slotsAhead = 16;
+constexpr uint32_t scanAhead = 16;
 constexpr Position wordsAhead = 24;
 
 }
@@ -77,8 +77,8 @@ PIMSM_SHM_HOT void Survey::judgeSlot( uint32_t slot ) {
 
 void Survey::scanSlots() {
    for ( uint32_t slot = 0; slot < slots_.size(); ++slot ) {
-      if ( slot + slotsAhead < slots_.size() ) {
-         prefetch( view_.slotBytes( slot + slotsAhead ), view_.slotSize() );
+      if ( slot + scanAhead < slots_.size() ) {
+         prefetch( view_.slotBytes( slot + scanAhead ), view_.slotSize() );
       }
       if ( stateOf( view_.slot( slot )->stamp ) == slotLive ) judgeSlot( slot );
    }

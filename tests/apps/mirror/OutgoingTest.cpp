@@ -112,7 +112,7 @@ TEST( Outgoing, AgreesWithWhatTheAgentWroteOnEveryInterface ) {
    SCOPED_TRACE( testing::Message() << "seed " << seed );
    Mox::Test::TempRoot root;
    Mox::TestClock clock;
-   Published side( clock, root.path() );
+   PublishedSide side( clock, root.path() );
    SmTest::Vrf vrf = side.vrf();
    RandomModel random( vrf, seed );
    std::vector<::Published::Interface> interfaces;

@@ -16,11 +16,11 @@ namespace Show {
 namespace SmTest = Routing::Pim::SparseMode::Test;
 
 // The agent's side of one VRF and family; its process is this one.
-class Published : public SmTest::AgentSide {
+class PublishedSide : public SmTest::AgentSide {
  public:
-   Published( Mox::TestClock& testClock, const std::string& root,
-              Vantu::AddressFamily family = Vantu::AddressFamily::ipv4,
-              const char* name = "default" )
+   PublishedSide( Mox::TestClock& testClock, const std::string& root,
+                  Vantu::AddressFamily family = Vantu::AddressFamily::ipv4,
+                  const char* name = "default" )
       : AgentSide( testClock, root ) {
       L3::VrfName vrfName( name );
       model = Routing::Pim::SparseMode::statusFactory( vrfName );
@@ -199,9 +199,9 @@ class ShownRouter {
 
    Mox::Test::TempRoot root;
    Mox::TestClock clock{ now };
-   Published ipv4{ clock, root.path() };
-   Published ipv6{ clock, root.path(), Vantu::AddressFamily::ipv6 };
-   Published red{ clock, root.path(), Vantu::AddressFamily::ipv4, "red" };
+   PublishedSide ipv4{ clock, root.path() };
+   PublishedSide ipv6{ clock, root.path(), Vantu::AddressFamily::ipv6 };
+   PublishedSide red{ clock, root.path(), Vantu::AddressFamily::ipv4, "red" };
    Mox::Ptr<::Published::FamilyStatus> agent;
    Mox::Ptr<::Published::ProcessStatus> process, mfib;
    Mox::Ptr<::Published::MfibStatus> forwarding;
@@ -219,7 +219,7 @@ class ShownRouter {
       wc->creationTimeIs( now - 3 );
       wc.intf( "eth1" ).joined()->lastJoinReceivedIs( now - 3 );
       wc.intf( "eth1" )->forwardIs( true );
-      for ( Published* side : { &ipv4, &ipv6, &red } ) side->publish();
+      for ( PublishedSide* side : { &ipv4, &ipv6, &red } ) side->publish();
    }
    // Deliberately in another order than the shown one.
    void fillRegisters() {

@@ -1,4 +1,5 @@
 #include "platform/acl/AclConfig.h"
+#include "tests/platform/acl/Rule.h"
 
 #include <gtest/gtest.h>
 
@@ -13,12 +14,6 @@ using Vantu::IpGenPrefix;
 
 PIMSM_TEST_RECORDER( TypeRecorder, AclTypeConfig, PIMSM_ACL_TYPE_CONFIG_ATTRIBUTES )
 PIMSM_TEST_RECORDER( ListRecorder, AclConfig, PIMSM_ACL_CONFIG_ATTRIBUTES )
-
-AclRule rule( uint32_t sequence, AclAction action, const char* source,
-              const char* destination = "none" ) {
-   return { sequence, action, IpGenPrefix( Mox::StringView( source ) ),
-            IpGenPrefix( Mox::StringView( destination ) ) };
-}
 
 TEST( AclConfig, RulesAreReplacedWithOneNotification ) {
    const AclRules one( standard, { rule( 10, permit, "232.0.0.0/8" ) } );

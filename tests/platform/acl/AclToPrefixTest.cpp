@@ -1,4 +1,5 @@
 #include "platform/acl/AclToPrefix.h"
+#include "tests/platform/acl/Rule.h"
 
 #include <gtest/gtest.h>
 
@@ -13,12 +14,6 @@ using Vantu::Ip4Number;
 using Vantu::Ip6Number;
 using Vantu::IpGenPrefix;
 using Vantu::IpGenPrefixSet;
-
-AclRule rule( uint32_t sequence, AclAction action, const char* source,
-              const char* destination = "none" ) {
-   return { sequence, action, IpGenPrefix( Mox::StringView( source ) ),
-            IpGenPrefix( Mox::StringView( destination ) ) };
-}
 
 // Adds to the existing prefixes. No list, or one without rules, adds nothing.
 template <class Converter>

@@ -1,4 +1,5 @@
 #include "platform/net/IpGenAddr.h"
+#include "tests/platform/net/Addr.h"
 
 #include <gtest/gtest.h>
 
@@ -6,10 +7,6 @@
 
 namespace Vantu {
 namespace {
-
-IpGenAddr addr( const char* text ) {
-   return IpGenAddr( Mox::StringView( text ) );
-}
 
 TEST( IpGenAddr, OrdersByFamilyThenBytesInNetworkOrder ) {
    const char* ordered[] = { "0.0.0.0",   "1.2.3.4", "1.2.4.3", "2.0.0.0",

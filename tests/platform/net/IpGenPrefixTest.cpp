@@ -1,4 +1,5 @@
 #include "platform/net/IpGenPrefix.h"
+#include "tests/platform/net/Addr.h"
 
 #include <gtest/gtest.h>
 
@@ -8,10 +9,6 @@ namespace {
 IpGenPrefix prefix( const char* text ) {
    return IpGenPrefix( Mox::StringView( text ) );
 }
-IpGenAddr addr( const char* text ) {
-   return IpGenAddr( Mox::StringView( text ) );
-}
-
 TEST( IpGenPrefix, IsCanonical ) {
    for ( auto [text, canonical] : { std::pair( "10.255.255.255/9", "10.128.0.0/9" ),
                                     { "2001:db8:ffff::1/33", "2001:db8:8000::/33" },

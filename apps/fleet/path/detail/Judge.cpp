@@ -15,10 +15,6 @@ namespace {
 // nothing is recorded: after two of these the upper router must know.
 constexpr Time kRefresh = 60'000;  // ms
 
-std::string text( const IpGenAddr& address ) {
-   return Vantu::valueToStrep( address );
-}
-
 }
 
 std::string Judge::name( uint32_t router ) const {

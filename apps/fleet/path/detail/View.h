@@ -24,6 +24,10 @@ View viewOf( const Stream& stream );
 // The source's own tree, which the router may be switching to. Nothing without (S,G).
 View sourceViewOf( const Stream& stream );
 
+inline std::string text( const IpGenAddr& address ) {
+   return Vantu::valueToStrep( address );
+}
+
 // An interface as the upper end of an edge.
 struct Above {
    bool route = false;   // one that the lower router's could follow

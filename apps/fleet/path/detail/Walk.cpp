@@ -10,10 +10,6 @@ namespace Fleet {
 
 namespace {
 
-std::string text( const IpGenAddr& address ) {
-   return Vantu::valueToStrep( address );
-}
-
 bool grows( const Stream& stream ) {
    return stream.rate && stream.rate->samples.size() >= 2 &&
           stream.rate->samples[0] > 0 && stream.rate->samples[1] > 0;

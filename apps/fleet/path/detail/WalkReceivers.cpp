@@ -6,13 +6,7 @@
 
 namespace Fleet {
 
-namespace {
-
-std::string text( const IpGenAddr& address ) {
-   return Vantu::valueToStrep( address );
-}
-
-}
+namespace {}
 
 void Walk::towards( const IpGenAddr& receiver ) {
    const auto places = fabric_.attached( receiver );

@@ -25,7 +25,7 @@ namespace {
 
 constexpr rlim_t kSeconds = 5;
 constexpr rlim_t kMemory = 512ULL << 20U;
-constexpr size_t kLargest = 16ULL << 20U;  // of its answer
+constexpr size_t kLargestAnswer = 16ULL << 20U;  // of its answer
 
 std::string found( const std::string& program ) {
    const char* path = std::getenv( "PATH" );
@@ -119,7 +119,8 @@ std::string exchanged( int socket, const std::string& input ) {
       if ( count < 0 && ( errno == EAGAIN || errno == EINTR ) ) continue;
       if ( count <= 0 ) return output;
       output.append( bytes.data(), static_cast<size_t>( count ) );
-      if ( output.size() > kLargest ) throw NoLayout( "Graphviz answers too much" );
+      if ( output.size() > kLargestAnswer )
+         throw NoLayout( "Graphviz answers too much" );
    }
 }
 

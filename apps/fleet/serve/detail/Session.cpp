@@ -16,7 +16,7 @@ using std::chrono::seconds;
 
 namespace {
 
-constexpr size_t kLargest = 8192;  // of a request
+constexpr size_t kLargestRequest = 8192;  // of a request
 constexpr auto kPatience = seconds( 10 );
 constexpr auto kTaking = seconds( 20 );
 constexpr auto kComment = seconds( 15 );
@@ -32,7 +32,7 @@ Session::Session( Clients& clients, boost::asio::ip::tcp::socket socket )
    : clients_( clients ),
      stream_( std::move( socket ) ),
      timer_( stream_.get_executor() ),
-     buffer_( 2 * kLargest ) {
+     buffer_( 2 * kLargestRequest ) {
    ++clients_.all;
 }
 
@@ -47,7 +47,7 @@ Session::~Session() {
 
 void Session::start() {
    parser_.emplace();
-   parser_->header_limit( kLargest );
+   parser_->header_limit( kLargestRequest );
    stream_.expires_after( kPatience );
    http::async_read_header( stream_, buffer_, *parser_,
                             [self = shared_from_this()]( Error error, size_t ) {

@@ -167,7 +167,7 @@ TEST_F( Reports, InterfacesAndCheck ) {
 
 // Each kind of fault, and no others.
 TEST_F( Reports, CheckFindsWhatContradictsItself ) {
-   Published other( router.clock, router.root.path(), Vantu::AddressFamily::ipv4,
+   PublishedSide other( router.clock, router.root.path(), Vantu::AddressFamily::ipv4,
                     "blue" );
    auto wc = other.vrf().wc( "239.1.2.3" ).rpf( "eth0" );
    wc.intf( "eth1" ).joined()->forwardIs( true );
@@ -328,7 +328,7 @@ TEST_F( Reports, OfWideThingsOnANarrowTerminal ) {
    constexpr const char *kVrf = "customer-blue-multicast-east",
                         *kGroup = "ff3e:30:2001:db8:85a3:1234:8000:2",
                         *kSource = "2001:db8:85a3:1234:5678:8a2e:370:7334";
-   Published wide( router.clock, router.root.path(), kIpv6, kVrf );
+   PublishedSide wide( router.clock, router.root.path(), kIpv6, kVrf );
    auto wc = wide.vrf().wc( kGroup ).rpTree().upJoined();
    wc.rpf( SmTest::rpfBy( "Port-Channel1200.3000", "fe80::21b:21ff:fe5c:1234" ) );
    wc->creationTimeIs( ShownRouter::now - 123456 );

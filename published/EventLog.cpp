@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/base/Assert.h"
 #include "platform/shm/Error.h"
 #include "platform/trace/Trace.h"
 
@@ -62,10 +63,16 @@ EventLog::EventLog( const Corvex::EntityManager& manager, Mox::StringView path,
    : manager_( manager ),
      path_( path ),
      clock_( clock ),
-     ring_( manager.fileAt( path ), layoutOfEvent(), entries ) {}
+     ring_( manager.fileAt( path ), layoutOfEvent(), entries ) {
+   const Mox::String owner = path_.substr( path_.rfind( '/' ) + 1 ) + "/events";
+   for ( const Mox::StringView kind : enumNames( EventKind() ).values.subspan( 1 ) )
+      counts_.emplace_back( owner, kind );
+}
 
 void EventLog::add( const Event& event ) {
+   MOX_ASSERT( event.kind != noEvent );
    changed_ = true;
+   counts_[event.kind - 1].inc();
    if ( isRepeated( event.kind ) ) return addRepeated( event );
    write( event );
 }

@@ -312,6 +312,12 @@ void Family::endSilent() {
    } );
 }
 
+void Family::counterIntervalIs( double seconds ) {
+   published_->settingIs(
+      { Published::Text<32>( MfibStatus::countersSetting ),
+        Published::Text<224>( fmt::format( "{}", seconds ) ) } );
+}
+
 void Family::publishCounters() {
    vifs_.publishCounters();
    if ( !mfib_->started() ) return;

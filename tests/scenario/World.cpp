@@ -402,6 +402,10 @@ void World::kernel( Words& words ) {
 void World::kernelEvent( Words& words ) {
    const std::string what = words.next();
    if ( what == "stop" ) return mfib_.reset();
+   if ( what == "publishes" ) {
+      const Published::Text<32> name( words.next() );
+      return mfib_->settingIs( { name, Published::Text<224>( words.next() ) } );
+   }
    if ( what == "forwards" ) {
       const IntfId intf( words.next() );
       const uint32_t index = indexOf( std::string( intf.name() ) );

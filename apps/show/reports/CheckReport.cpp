@@ -216,23 +216,27 @@ namespace {
 constexpr double kRecent = 15.0;
 
 // On a link where another router forwards, all see its packets.
-bool comesRightly( const Mirror& mirror, const RouteKey& key, double now ) {
+bool comesRightly( const Mirror& mirror, const RouteKey& key, double now,
+                   double interval ) {
    Published::MfibCache entry;
    return isReady( mirror.mfib->cache() ) &&
           mirror.mfib->cache().find( key, entry ) == Brane::lookupFound &&
-          now - entry.lastPacket < kRecent;
+          now - entry.lastPacket < kRecent + interval;
 }
 
 void checkWrongSides( const Mirror& mirror, const RouteFilter& filter, double now,
                       Checked& checked ) {
    const auto& upcalls = mirror.mfib->upcall();
-   if ( !isReady( upcalls ) ) return;
+   const std::optional<double> interval = counterInterval( mirror );
+   // Without counters nobody knows what else comes.
+   if ( !isReady( upcalls ) || interval == 0.0 ) return;
    upcalls.visit( nullptr, [&]( const Published::MfibUpcall& upcall ) {
       const RouteKey& key = upcall.key.routeKey;
       const Route* route = std::as_const( *mirror.model ).route( key );
       const bool wrong =
          upcall.kind == Published::wrongVifUpcall && now - upcall.last < kRecent &&
-         route != nullptr && !comesRightly( mirror, key, now ) &&
+         route != nullptr &&
+         !comesRightly( mirror, key, now, interval.value_or( 0.0 ) ) &&
          filter.matches( key ) && route->incomingIntf() != upcall.key.intfId &&
          route->routeIntf( upcall.key.intfId ) == nullptr;
       if ( wrong )

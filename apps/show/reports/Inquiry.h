@@ -22,7 +22,8 @@ class Inquiry {
         evidence_( evidence ),
         host_( isOf( evidence.host, mirror ) ? evidence.host : elsewhere() ),
         rps_( rps ),
-        speaks_( speaksAnywhere( mirror ) ) {}
+        speaks_( speaksAnywhere( mirror ) ),
+        counted_( counterInterval( mirror ) ) {}
 
    // All steps.
    Why answer();
@@ -102,6 +103,8 @@ class Inquiry {
    Flow flow() const;
    std::string rateText( const Flow& flow ) const;
    bool arrives() const;
+   // Do counters say what happened between two looks?
+   bool countedOften() const;
    // Where packets come in that should not; empty: nowhere.
    Vantu::IntfId wrongSide() const;
    void packets();
@@ -115,6 +118,8 @@ class Inquiry {
    const Host& host_;  // the agent's; empty: it is another one
    const Rps& rps_;
    const bool speaks_;
+   const std::optional<double>
+      counted_;  // how often, s; 0: never; nothing: not known
    Published::Interface published_;
    bool member_ = false;
    bool joined_ = false;

@@ -284,14 +284,21 @@ Inquiry::Flow Inquiry::flow() const {
 }
 
 std::string Inquiry::rateText( const Flow& flow ) const {
-   if ( !flow.rate ) return "";
+   if ( !flow.rate || !countedOften() ) return "";
    return fmt::format( "; {} by pimsm-mfib's counters, read twice within {}",
                        packetsText( *flow.rate ), spanText( evidence_.interval ) );
 }
 
 bool Inquiry::arrives() const {
    const Flow is = flow();
-   return is.last != 0.0 && evidence_.now - is.last < kSilence;
+   return is.last != 0.0 &&
+          evidence_.now - is.last < kSilence + counted_.value_or( 0.0 );
+}
+
+bool Inquiry::countedOften() const {
+   constexpr double kUsual = 1.0;  // s
+   return !counted_ || ( *counted_ > 0.0 &&
+                         *counted_ <= std::max( kUsual, evidence_.interval ) );
 }
 
 // Where packets come in that should not; empty: nowhere.
@@ -315,10 +322,13 @@ IntfId Inquiry::wrongSide() const {
 void Inquiry::packets() {
    if ( !isReady( mirror_.mfib->cache() ) ) return;
    const Flow is = flow();
-   // Counters are published each second, those of interfaces apart.
+   if ( counted_ == 0.0 && !arrives() && wrongSide().empty() )
+      return step( Why::unknown, "packets",
+                   "pimsm-mfib publishes no counters: --counters is 0" );
+   // Those of interfaces are published apart.
    why_.again = why_.again || evidence_.rates == nullptr;
    if ( !arrives() ) return silence( is );
-   const bool needed = route_->incomingIntf() != intfId_;
+   const bool needed = route_->incomingIntf() != intfId_ && countedOften();
    // Not for what came before the interface was wanted.
    const bool many = evidence_.rates == nullptr
                         ? is.packets > kSome

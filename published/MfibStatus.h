@@ -28,8 +28,10 @@ class PIMSM_API MfibStatus : public MoxBrane::MountedEntity {
    MOX_ENTITY( MfibStatus, PUBLISHED_MFIB_ATTRIBUTES )
 
    static constexpr uint32_t maxUpcalls = 4096;
-   // The setting that says how often counters are published, s; "0": never.
+   // Settings: how often counters are published, s, "0" for never; and the number of
+   // the kernel's table.
    static constexpr const char* countersSetting = "counters";
+   static constexpr const char* tableSetting = "table";
 
    explicit MfibStatus( Mox::StringView name ) : MountedEntity( name ) {}
 

@@ -85,6 +85,7 @@ class Family {
 
  private:
    void start();
+   void settingIs( const char* name, const std::string& value );
    void tell( Published::Event event ) const;
    void takeConfig();
    void takePacket( Upcall& upcall );

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "apps/mirror/AgentTables.h"
 
@@ -41,6 +42,7 @@ bool isKnown( const Mirror& mirror, uint32_t index ) {
 
 // The register interface is in every VRF.
 bool isOf( const Mirror& mirror, const Host::Entry& entry ) {
+   if ( const auto table = kernelTable( mirror ) ) return entry.table == *table;
    return isKnown( mirror, entry.incoming ) ||
           std::any_of( entry.outgoing.begin(), entry.outgoing.end(),
                        [&]( uint32_t index ) { return isKnown( mirror, index ); } );
@@ -83,6 +85,15 @@ bool isBounded( const Mirror& mirror, IntfId intfId ) {
           all.find( ' ' + std::string( intfId.name() ) + ' ' ) != std::string::npos;
 }
 
+}
+
+std::optional<uint32_t> kernelTable( const Mirror& mirror ) {
+   Published::Setting found;
+   const Published::Text<32> name( Published::MfibStatus::tableSetting );
+   if ( mirror.mfib->setting().find( name, found ) != Brane::lookupFound )
+      return std::nullopt;
+   return static_cast<uint32_t>(
+      std::strtoul( found.value.text().c_str(), nullptr, 10 ) );
 }
 
 const Host::Entry* entryOf( const Mirror& mirror, const Host& host,

@@ -24,8 +24,11 @@ struct EntryDifference {
    bool bounded = false;
 };
 
-// The entry of the mirror's VRF; null: there is none, or the interfaces that tell whose it
-// is are not known. REQUIRES: known entries.
+// The kernel's table of the mirror's VRF; nothing: the forwarding process does not say.
+std::optional<uint32_t> kernelTable( const Mirror& mirror );
+
+// The entry of the mirror's VRF; null: there is none or, without the table's number, the
+// interfaces that tell whose it is are not known. REQUIRES: known entries.
 const Host::Entry* entryOf( const Mirror& mirror, const Host& host,
                             const Routing::Pim::RouteKey& key );
 

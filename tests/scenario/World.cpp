@@ -135,7 +135,7 @@ uint32_t World::indexOf( const std::string& intf ) const {
    throw ScriptError( "no interface: " + intf );
 }
 
-// has A [in eth0 out eth1 eth3], lacks A
+// has A [table 253] [in eth0 out eth1 eth3], lacks A
 void World::hostEntry( Words& words ) {
    if ( !host_.entries ) host_.entries.emplace();
    const bool has = words.next() == "has";
@@ -143,6 +143,8 @@ void World::hostEntry( Words& words ) {
    host_.entries->erase( key );
    if ( !has ) return;
    Show::Host::Entry entry;
+   if ( words.accept( "table" ) )
+      entry.table = static_cast<uint32_t>( words.number() );
    if ( words.accept( "in" ) ) entry.incoming = indexOf( words.next() );
    if ( words.accept( "out" ) )
       while ( !words.atEnd() ) entry.outgoing.insert( indexOf( words.next() ) );

@@ -216,10 +216,11 @@ void Inquiry::kernelEntry() {
    const RouteKey key = route_->key();
    if ( !host_.entries || !mirror_.writerAlive() )
       return step( Why::fine, "kernel", "served" );
-   if ( host_.entries->count( key ) == 0 ) return noEntry( key );
    if ( const Host::Entry* entry = entryOf( mirror_, host_, key ) )
       return compare( *entry );
-   step( Why::fine, "kernel", "has the entry" );
+   if ( kernelTable( mirror_ ) || host_.entries->count( key ) == 0 )
+      return noEntry( key );
+   step( Why::unknown, "kernel", "an entry is there, perhaps of another VRF" );
 }
 
 void Inquiry::noEntry( const RouteKey& key ) {

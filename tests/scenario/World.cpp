@@ -80,7 +80,8 @@ void World::tell( const Published::Event& event ) {
 
 std::string World::why( const std::string& statement ) {
    Words words( statement );
-   const bool whole = words.next() == "verdict";
+   const std::string asks = words.next();
+   const std::string step = asks == "step" ? words.next() : "";
    const std::string what = words.next();
    const std::string where = words.next();
    words.expectEnd();
@@ -103,7 +104,14 @@ std::string World::why( const std::string& statement ) {
       Show::whyOf( mirrors, receiver,
                    { Show::Events( root_.path() ).take(), host_, clock_.now() } );
    if ( answer.mirror == nullptr ) return "why no tables";
-   if ( whole ) return "verdict " + answer.why.verdict;
+   if ( asks == "verdict" ) return "verdict " + answer.why.verdict;
+   for ( const Show::Why::Step& each : answer.why.chain )
+      if ( each.what == step )
+         return "step " + step +
+                ( each.mark == Show::Why::fine  ? " fine"
+                  : each.mark == Show::Why::bad ? " bad"
+                                                : " unknown" );
+   if ( !step.empty() ) return "step " + step + " missing";
    return "why " + ( answer.why.cause.empty() ? "nothing" : answer.why.cause );
 }
 

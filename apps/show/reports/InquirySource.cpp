@@ -215,7 +215,9 @@ void Inquiry::kernel() {
 void Inquiry::kernelEntry() {
    const RouteKey key = route_->key();
    if ( !host_.entries || !mirror_.writerAlive() )
-      return step( Why::fine, "kernel", "served" );
+      return step(
+         Why::unknown, "kernel",
+         "pimsm-mfib serves it; this is not its host, or the agent is gone" );
    if ( const Host::Entry* entry = entryOf( mirror_, host_, key ) )
       return compare( *entry );
    if ( kernelTable( mirror_ ) || host_.entries->count( key ) == 0 )

@@ -38,6 +38,7 @@ EventLog::Same::Same( const Event& event )
    : kind( event.kind ),
      refusal( event.refusal ),
      message( event.message ),
+     value( event.value ),
      ipVersion( event.ipVersion ),
      vrf( event.vrf.text() ),
      intf( event.intf ),
@@ -46,7 +47,7 @@ EventLog::Same::Same( const Event& event )
      address( event.address ) {}
 
 size_t EventLog::HashOfSame::operator()( const Same& same ) const {
-   size_t hash = ( same.kind * 64 + same.refusal ) * 16 + same.message;
+   size_t hash = ( same.kind * 64 + same.refusal ) * 16 + same.message + same.value;
    const auto mix = [&hash]( size_t more ) {
       hash = ( hash ^ more ) * size_t( UINT64_C( 0x9e3779b97f4a7c15 ) );
    };

@@ -62,6 +62,7 @@ class PIMSM_API EventLog {
       EventKind kind;
       Refusal refusal;
       MessageKind message;
+      uint32_t value;
       uint32_t ipVersion;
       Mox::String vrf;
       Vantu::IntfId intf;

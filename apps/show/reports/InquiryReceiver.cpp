@@ -304,8 +304,8 @@ void Inquiry::notWanted() {
       return fail( "group", text( receiver_.group ) + " never leaves its link",
                    "link-local-group", "no router forwards it" );
    const auto asks = [&]( const Event& event ) {
-      return event.message == Published::reportMessage ||
-             event.message == Published::joinPruneMessage;
+      return event.value == 0 && ( event.message == Published::reportMessage ||
+                                   event.message == Published::joinPruneMessage );
    };
    const Logged* told = newest( [&]( const Event& event ) {
       if ( event.intf != intfId_ ) return false;

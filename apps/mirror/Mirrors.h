@@ -65,6 +65,8 @@ struct Mirror {
    // nothing if the bell cannot be seen.
    std::optional<double> sinceLastWrite() const;
    // The number of records in all tables that were skipped as damaged or
+   // A setting that the forwarding process publishes; nothing: it does not.
+   std::optional<std::string> mfibSetting( const char* setting ) const;
    // undecodable.
    uint64_t unreadable() const;
 

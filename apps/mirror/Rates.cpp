@@ -9,11 +9,9 @@ using Published::MfibCache;
 using Routing::Pim::RouteKey;
 
 std::optional<double> counterInterval( const Mirror& mirror ) {
-   Published::Setting found;
-   const Published::Text<32> name( Published::MfibStatus::countersSetting );
-   if ( mirror.mfib->setting().find( name, found ) != Brane::lookupFound )
-      return std::nullopt;
-   return std::strtod( found.value.text().c_str(), nullptr );
+   const auto text = mirror.mfibSetting( Published::MfibStatus::countersSetting );
+   if ( !text ) return std::nullopt;
+   return std::strtod( text->c_str(), nullptr );
 }
 
 Rates::Rates( const Mirror& mirror ) : mirror_( mirror ) {

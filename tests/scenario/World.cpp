@@ -101,8 +101,9 @@ std::string World::why( const std::string& statement ) {
    Show::Mirrors mirrors( { root_.path(), "all", family() } );
    mirrors.load();
    const Show::Answer answer =
-      Show::whyOf( mirrors, receiver,
-                   { Show::Events( root_.path() ).take(), host_, clock_.now() } );
+      Show::whyOf( mirrors, { receiver },
+                   { Show::Events( root_.path() ).take(), host_, clock_.now() } )
+         .front();
    if ( answer.mirror == nullptr ) return "why no tables";
    if ( asks == "verdict" ) return "verdict " + answer.why.verdict;
    for ( const Show::Why::Step& each : answer.why.chain )

@@ -80,6 +80,7 @@ void JoinPruneEngine::receive( Vantu::IntfId intfId, const Neighbors& neighbors,
 }
 
 bool JoinPruneEngine::acceptGroup( const JoinPruneGroup& group ) {
+   const Journal::Ending ending( journal_, group.joins.empty() );
    if ( !journal_.accepted( refusalOfGroup( group.address ),
                             { anySource( group.address ), group.address } ) )
       return false;
@@ -150,6 +151,7 @@ void JoinPruneEngine::receiveWcJoin( const Message& message, const IpGenAddr& gr
 // A (*,G) prune counts regardless of its RP (RFC 7761, 4.5.1).
 void JoinPruneEngine::receivePrune( const Message& message, const IpGenAddr& group,
                                     const EncodedSource& source ) {
+   const Journal::Ending ending( journal_ );
    if ( !acceptSource( source, group ) ) return;
    const IpGenAddr of = source.wildcard ? anySource( group ) : source.address;
    const RouteIntfKey key{ { of, group }, message.intfId };

@@ -35,6 +35,7 @@ void Journal::refused( Refusal reason, const RouteKey& key ) {
    if ( !sink_ || isUsual( reason ) ) return;
    Event event = eventOf( Published::refused, key, now_.intfId );
    event.refusal = reason;
+   event.value = now_.ends ? 1 : 0;
    put( event );
 }
 

@@ -36,7 +36,7 @@ class PIMSM_API Journal {
                 Vantu::IntfId intfId = {}, const Vantu::IpGenAddr& address = {},
                 Published::MessageKind message = Published::noMessage )
          : journal_( journal ), before_( journal.now_ ) {
-         journal.now_ = { cause, intfId, address, message };
+         journal.now_ = { cause, intfId, address, message, false };
       }
       ~Handling() { journal_.now_ = before_; }
       Handling( const Handling& ) = delete;
@@ -50,9 +50,24 @@ class PIMSM_API Journal {
          Vantu::IntfId intfId;
          Vantu::IpGenAddr address;
          Published::MessageKind message = Published::noMessage;
+         bool ends = false;
       };
       Journal& journal_;
       What before_;
+   };
+   // What is handled asks for nothing, as a prune or a leave. Ends with the object.
+   class [[nodiscard]] Ending {
+    public:
+      explicit Ending( Journal& journal, bool ends = true )
+         : journal_( journal ),
+           before_( std::exchange( journal.now_.ends, ends ) ) {}
+      ~Ending() { journal_.now_.ends = before_; }
+      Ending( const Ending& ) = delete;
+      Ending& operator=( const Ending& ) = delete;
+
+    private:
+      Journal& journal_;
+      bool before_;
    };
 
    bool listens() const { return sink_ != nullptr; }

@@ -82,6 +82,9 @@ void MembershipEngine::receive( const Link& link, const IpGenAddr& from,
 void MembershipEngine::receiveReport( IntfId intfId,
                                       const MembershipReport& report ) {
    for ( MembershipRecord record : report.records ) {
+      const bool leaves = record.type == block ||
+                          ( record.type == toInclude && record.sources.empty() );
+      const Journal::Ending ending( journal_, leaves );
       if ( !accept( intfId, record, report.version ) || !permit( intfId, record ) )
          continue;
       std::erase_if( record.sources, [&]( const IpGenAddr& source ) {

@@ -1,5 +1,7 @@
 #include "engine/Protocol.h"
 
+#include <algorithm>
+
 namespace Router {
 
 using Vantu::IntfId;
@@ -403,11 +405,21 @@ void Protocol::receivePim( Link& link, const IpPacket& packet,
    receiveOfNeighbor( link, packet, message );
 }
 
+namespace {
+
+bool asks( const PimJoinPrune& message ) {
+   return std::any_of( message.groups.begin(), message.groups.end(),
+                       []( const auto& group ) { return !group.joins.empty(); } );
+}
+
+}
+
 void Protocol::receiveOfNeighbor( const Link& link, const IpPacket& packet,
                                   const PimMessage& message ) {
    if ( config_.requireHello && !link.neighbors().has( packet.source ) ) {
       const auto* joins = std::get_if<PimJoinPrune>( &message.body );
       const bool ours = joins == nullptr || link.isOwn( joins->upstreamNeighbor );
+      const Journal::Ending ending( journal_, joins != nullptr && !asks( *joins ) );
       return journal_.refused( ours ? unknownNeighbor : otherUpstream );
    }
    if ( const auto* got = std::get_if<PimAssert>( &message.body ) )

@@ -33,7 +33,8 @@ namespace Published {
    V( drChanged )       /* from otherAddress to address */                           \
    V( querierChanged )                                                               \
    V( interfaceCame ) V( interfaceGone )                                             \
-   V( refused )         /* the record's `refusal` says why */                        \
+   V( refused )         /* the record's `refusal` says why; `value` 1: it asked for  \
+                           nothing, as a prune or a leave */                         \
    V( entryWritten )    /* in the kernel, data from `intf`; `value` interfaces out */\
    V( entryRemoved ) V( entryRefused )                                               \
    V( wrongInterface )  /* data came by `intf` */                                    \

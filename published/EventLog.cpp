@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/base/Assert.h"
 #include "platform/shm/Error.h"
 #include "platform/trace/Trace.h"
 
@@ -37,6 +38,7 @@ EventLog::Same::Same( const Event& event )
    : kind( event.kind ),
      refusal( event.refusal ),
      message( event.message ),
+     value( event.value ),
      ipVersion( event.ipVersion ),
      vrf( event.vrf.text() ),
      intf( event.intf ),
@@ -45,7 +47,7 @@ EventLog::Same::Same( const Event& event )
      address( event.address ) {}
 
 size_t EventLog::HashOfSame::operator()( const Same& same ) const {
-   size_t hash = ( same.kind * 64 + same.refusal ) * 16 + same.message;
+   size_t hash = ( same.kind * 64 + same.refusal ) * 16 + same.message + same.value;
    const auto mix = [&hash]( size_t more ) {
       hash = ( hash ^ more ) * size_t( UINT64_C( 0x9e3779b97f4a7c15 ) );
    };
@@ -62,10 +64,16 @@ EventLog::EventLog( const Corvex::EntityManager& manager, Mox::StringView path,
    : manager_( manager ),
      path_( path ),
      clock_( clock ),
-     ring_( manager.fileAt( path ), layoutOfEvent(), entries ) {}
+     ring_( manager.fileAt( path ), layoutOfEvent(), entries ) {
+   const Mox::String owner = path_.substr( path_.rfind( '/' ) + 1 ) + "/events";
+   for ( const Mox::StringView kind : enumNames( EventKind() ).values.subspan( 1 ) )
+      counts_.emplace_back( owner, kind );
+}
 
 void EventLog::add( const Event& event ) {
+   MOX_ASSERT( event.kind != noEvent );
    changed_ = true;
+   counts_[event.kind - 1].inc();
    if ( isRepeated( event.kind ) ) return addRepeated( event );
    write( event );
 }

@@ -4,11 +4,13 @@
 // Event-loop thread only.
 #pragma once
 
+#include <deque>
 #include <map>
 #include <optional>
 #include <unordered_map>
 #include <vector>
 
+#include "platform/entity/EventCounter.h"
 #include "platform/loop/Clock.h"
 #include "platform/mount/EntityManager.h"
 #include "platform/shm/RingReader.h"
@@ -20,7 +22,9 @@ namespace Published {
 inline constexpr const char* agentLog = "routing/pim/log/agent";
 inline constexpr const char* mfibLog = "routing/pim/log/mfib";
 
-// An agent writes its events by this.
+// An agent writes its events by this. The process's event counters of owner
+// "agent/events", or "mfib/events", count them by kind, with those that the log only
+// counts.
 class PIMSM_API EventLog {
  public:
    static constexpr uint32_t defaultEntries = 65536;
@@ -38,7 +42,7 @@ class PIMSM_API EventLog {
    EventLog( const Corvex::EntityManager& manager, Mox::StringView path,
              Mox::Clock& clock, uint32_t entries = defaultEntries );
 
-   // Writes the event, whose time is now unless it has one.
+   // Writes the event, whose time is now unless it has one. REQUIRES: a kind.
    void add( const Event& event );
 
    // Tells readers, once a turn of the loop, and makes files anew that have been
@@ -58,6 +62,7 @@ class PIMSM_API EventLog {
       EventKind kind;
       Refusal refusal;
       MessageKind message;
+      uint32_t value;
       uint32_t ipVersion;
       Mox::String vrf;
       Vantu::IntfId intf;
@@ -80,6 +85,7 @@ class PIMSM_API EventLog {
    Mox::String path_;
    Mox::Clock& clock_;
    Brane::RingWriter ring_;
+   std::deque<Mox::EventCounter> counts_;  // by kind, without noEvent
    std::unordered_map<Same, Told, HashOfSame> told_;
    double room_ = refusalBurst;  // for new refusals
    double counted_ = 0.0;        // when that was reckoned

@@ -6,18 +6,21 @@
 #include "platform/mount/TableAttribute.h"
 #include "platform/net/VrfName.h"
 #include "published/MfibRecords.h"
+#include "published/Records.h"
 
 namespace Published {
 
 using MfibVifTable = MoxBrane::Table<MfibVif>;
 using MfibCacheTable = MoxBrane::Table<MfibCache>;
 using MfibUpcallTable = MoxBrane::Table<MfibUpcall>;
+using MfibSettingTable = MoxBrane::Table<Setting>;
 
 // clang-format off
 #define PUBLISHED_MFIB_ATTRIBUTES( A ) \
    A( Table, vif,    Vif,    MfibVifTable,    , "interfaces that the kernel forwards between" ) \
    A( Table, cache,  Cache,  MfibCacheTable,  , "counters of the kernel's entries" ) \
-   A( Table, upcall, Upcall, MfibUpcallTable, , "packets handed up; when full the oldest goes" )
+   A( Table, upcall, Upcall, MfibUpcallTable, , "packets handed up; when full the oldest goes" ) \
+   A( Table, setting, Setting, MfibSettingTable, , "how the process was started" )
 // clang-format on
 
 class PIMSM_API MfibStatus : public MoxBrane::MountedEntity {
@@ -25,6 +28,10 @@ class PIMSM_API MfibStatus : public MoxBrane::MountedEntity {
    MOX_ENTITY( MfibStatus, PUBLISHED_MFIB_ATTRIBUTES )
 
    static constexpr uint32_t maxUpcalls = 4096;
+   // Settings: how often counters are published, s, "0" for never; and the number of
+   // the kernel's table.
+   static constexpr const char* countersSetting = "counters";
+   static constexpr const char* tableSetting = "table";
 
    explicit MfibStatus( Mox::StringView name ) : MountedEntity( name ) {}
 

@@ -199,6 +199,7 @@ void Daemon::add( const FamilyConfig& config, std::unique_ptr<MrtTable> kernel,
                                 links_->table(), *manager_, clock_, say_ );
    Family* plain = family.get();
    plain->logIs( log_.get() );
+   plain->counterIntervalIs( counterInterval_ );
    std::unique_ptr<Mox::Loop::FdWatcher> registered;
    if ( plain->registerFile() >= 0 )
       registered = std::make_unique<Mox::Loop::FdWatcher>(

@@ -60,6 +60,7 @@ Family::Family( FamilyConfig config, std::unique_ptr<KernelTable> kernel,
         } ) ) {
    vifs_.namesIs( config_.interfaces );
    vifs_.update( links );
+   settingIs( MfibStatus::tableSetting, std::to_string( config_.table ) );
    takeConfig();
 }
 
@@ -310,6 +311,15 @@ void Family::endSilent() {
    kernel_->visit( [&]( const StandingEntry& entry ) {
       if ( entry.idle > Mfib::idleTime ) mfib_->endStandIn( entry.key );
    } );
+}
+
+void Family::counterIntervalIs( double seconds ) {
+   settingIs( MfibStatus::countersSetting, fmt::format( "{}", seconds ) );
+}
+
+void Family::settingIs( const char* name, const std::string& value ) {
+   published_->settingIs(
+      { Published::Text<32>( name ), Published::Text<224>( value ) } );
 }
 
 void Family::publishCounters() {

@@ -67,6 +67,8 @@ class Family {
    // Tells what the kernel is given and says; null: nobody. Outlives the family.
    void logIs( Published::EventLog* log );
 
+   // Tells readers how often publishCounters() is called, s; 0: never.
+   void counterIntervalIs( double seconds );
    // Replaces the configuration of the same VRF, family and table.
    void configIs( FamilyConfig config );
    // Call it when the host's interfaces have changed.
@@ -83,6 +85,7 @@ class Family {
 
  private:
    void start();
+   void settingIs( const char* name, const std::string& value );
    void tell( Published::Event event ) const;
    void takeConfig();
    void takePacket( Upcall& upcall );

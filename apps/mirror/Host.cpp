@@ -58,9 +58,10 @@ void readEntries( Vantu::AddressFamily family, Host::Entries& entries ) {
       const auto read = Netlink::multicastEntry( message, family );
       if ( !read ) return;
       const auto& outgoing = read->outgoingIndexes;
-      entries.insert(
-         { { read->source, read->group },
-           { read->incomingIndex, { outgoing.begin(), outgoing.end() } } } );
+      entries.insert( { { read->source, read->group },
+                        { read->table,
+                          read->incomingIndex,
+                          { outgoing.begin(), outgoing.end() } } } );
    } );
 }
 

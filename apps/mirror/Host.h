@@ -21,8 +21,9 @@ struct Host {
    // By name; nothing: not known, as when the agent runs elsewhere.
    std::optional<std::map<std::string, Link>> links = std::nullopt;
    std::set<Vantu::IpGenAddr> addresses = {};  // of all links
-   // Interfaces of a multicast entry, by the kernel's indexes.
+   // A multicast entry: the kernel's table, and the indexes of its interfaces.
    struct Entry {
+      uint32_t table = 0;
       uint32_t incoming = 0;
       std::set<uint32_t> outgoing = {};
    };

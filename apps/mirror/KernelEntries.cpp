@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "apps/mirror/AgentTables.h"
 
@@ -17,107 +18,113 @@ IntfId registerIntf() {
    return IntfId( "Register0" );
 }
 
-uint32_t indexOf( const Mirror& mirror, IntfId intfId ) {
-   Published::MfibVif vif;
-   if ( intfId.empty() ||
-        mirror.mfib->vif().find( intfId, vif ) != Brane::lookupFound )
-      return 0;
-   return vif.ifIndex;
+}
+
+KernelEntries::KernelEntries( const Mirror& mirror, const Host::Entries& entries )
+   : entries_( entries ) {
+   mirror.mfib->vif().visit( nullptr, [this]( const Published::MfibVif& vif ) {
+      if ( vif.ifIndex == 0 ) return true;
+      indexes_.emplace( vif.key, vif.ifIndex );
+      names_.emplace( vif.ifIndex, vif.key );
+      return true;
+   } );
+   if ( const auto table =
+           mirror.mfibSetting( Published::MfibStatus::tableSetting ) )
+      table_ = static_cast<uint32_t>( std::strtoul( table->c_str(), nullptr, 10 ) );
+   Published::Setting found;
+   if ( isReady( mirror.agent->setting() ) &&
+        mirror.agent->setting().find( Published::Text<32>( "boundaries" ),
+                                      found ) == Brane::lookupFound )
+      boundaries_ = ' ' + found.value.text() + ' ';
+}
+
+uint32_t KernelEntries::indexOf( IntfId intfId ) const {
+   const auto found = indexes_.find( intfId );
+   return found == indexes_.end() ? 0 : found->second;
 }
 
 // Of one that the forwarding process does not know, the number.
-IntfId nameOf( const Mirror& mirror, uint32_t index ) {
-   IntfId name;
-   mirror.mfib->vif().visit( nullptr, [&]( const Published::MfibVif& vif ) {
-      if ( vif.ifIndex == index ) name = vif.key;
-      return name.empty();
-   } );
-   return name.empty() ? IntfId( fmt::format( "#{}", index ) ) : name;
-}
-
-bool isKnown( const Mirror& mirror, uint32_t index ) {
-   return index != 0 && nameOf( mirror, index ).name().front() != '#';
+IntfId KernelEntries::nameOf( uint32_t index ) const {
+   if ( index == 0 ) return {};
+   const auto found = names_.find( index );
+   return found == names_.end() ? IntfId( fmt::format( "#{}", index ) )
+                                : found->second;
 }
 
 // The register interface is in every VRF.
-bool isOf( const Mirror& mirror, const Host::Entry& entry ) {
-   return isKnown( mirror, entry.incoming ) ||
-          std::any_of( entry.outgoing.begin(), entry.outgoing.end(),
-                       [&]( uint32_t index ) { return isKnown( mirror, index ); } );
+bool KernelEntries::isOurs( const Host::Entry& entry ) const {
+   if ( table_ ) return entry.table == *table_;
+   return names_.count( entry.incoming ) != 0 ||
+          std::any_of(
+             entry.outgoing.begin(), entry.outgoing.end(),
+             [&]( uint32_t index ) { return names_.count( index ) != 0; } );
+}
+
+const Host::Entry* KernelEntries::find( const Routing::Pim::RouteKey& key ) const {
+   const auto [first, last] = entries_.equal_range( key );
+   const auto found = std::find_if(
+      first, last, [&]( const auto& each ) { return isOurs( each.second ); } );
+   return found == last ? nullptr : &found->second;
+}
+
+bool KernelEntries::mayHave( const Routing::Pim::RouteKey& key ) const {
+   return find( key ) != nullptr || ( !table_ && entries_.count( key ) != 0 );
 }
 
 // Where the kernel sends to people: it finds a (*,G) entry only by an outgoing interface,
 // so that the incoming one is among them; new sources are told of by the register one.
-std::set<uint32_t> outgoing( const Mirror& mirror, const Route& route,
-                             const Host::Entry& entry ) {
-   std::set<uint32_t> out = entry.outgoing;
+KernelEntries::Indexes KernelEntries::outgoing( const Route& route,
+                                                const Host::Entry& entry ) const {
+   Indexes out = entry.outgoing;
    if ( !route.wildCard() ) return out;
    out.erase( entry.incoming );
-   out.erase( indexOf( mirror, registerIntf() ) );
+   out.erase( indexOf( registerIntf() ) );
    return out;
 }
 
 // The same as the table has it.
-std::set<uint32_t> wanted( const Mirror& mirror, const Route& route,
-                           bool byBackup ) {
-   std::set<uint32_t> out;
+KernelEntries::Indexes KernelEntries::wanted( const Route& route,
+                                              bool byBackup ) const {
+   Indexes out;
    for ( const Intf& intf : route.routeIntf() )
       if ( byBackup ? intf.fastForward() : intf.forward() )
-         out.insert( indexOf( mirror, intf.intfId() ) );
+         out.insert( indexOf( intf.intfId() ) );
    if ( !route.wildCard() && route.oifRegister() )
-      out.insert( indexOf( mirror, registerIntf() ) );
+      out.insert( indexOf( registerIntf() ) );
    out.erase( 0 );
    return out;
 }
 
-// Names between blanks; cut off, it is no answer for any.
-bool isBounded( const Mirror& mirror, IntfId intfId ) {
-   Published::Setting found;
-   if ( !isReady( mirror.agent->setting() ) ||
-        mirror.agent->setting().find( Published::Text<32>( "boundaries" ),
-                                      found ) != Brane::lookupFound )
-      return false;
-   const std::string all = ' ' + found.value.text() + ' ';
-   constexpr size_t kFull = 223;
-   return found.value.text().size() == kFull ||
-          all.find( ' ' + std::string( intfId.name() ) + ' ' ) != std::string::npos;
+// Names that are cut off are no answer for any.
+bool KernelEntries::isBounded( IntfId intfId ) const {
+   constexpr size_t kFull = 225;
+   if ( intfId.empty() ) return false;
+   return boundaries_.size() == kFull ||
+          boundaries_.find( ' ' + std::string( intfId.name() ) + ' ' ) !=
+             std::string::npos;
 }
 
-}
-
-const Host::Entry* entryOf( const Mirror& mirror, const Host& host,
-                            const Routing::Pim::RouteKey& key ) {
-   const auto [first, last] = host.entries->equal_range( key );
-   const auto found = std::find_if( first, last, [&]( const auto& each ) {
-      return isOf( mirror, each.second );
-   } );
-   return found == last ? nullptr : &found->second;
-}
-
-std::vector<EntryDifference> entryDifferences( const Mirror& mirror,
-                                               const Route& route,
-                                               const Host::Entry& entry ) {
-   const uint32_t backup = indexOf( mirror, route.iifFrr() );
+std::vector<EntryDifference> KernelEntries::differences(
+   const Route& route, const Host::Entry& entry ) const {
+   const uint32_t backup = indexOf( route.iifFrr() );
    const bool byBackup = backup != 0 && backup == entry.incoming;
-   const uint32_t incoming =
-      byBackup ? backup : indexOf( mirror, route.incomingIntf() );
+   const uint32_t incoming = byBackup ? backup : indexOf( route.incomingIntf() );
    if ( incoming == 0 ) return {};
    std::vector<EntryDifference> out;
    const auto add = [&]( EntryDifference::Kind kind, uint32_t index ) {
-      const IntfId name = nameOf( mirror, index );
+      const IntfId name = nameOf( index );
       const bool bounded =
          kind == EntryDifference::lacks &&
-         ( isBounded( mirror, name ) ||
-           isBounded( mirror, nameOf( mirror, entry.incoming ) ) );
+         ( isBounded( name ) || isBounded( nameOf( entry.incoming ) ) );
       out.push_back( { kind, name, bounded } );
    };
    if ( entry.incoming != incoming ) add( EntryDifference::takes, entry.incoming );
-   const auto is = outgoing( mirror, route, entry );
-   const auto should = wanted( mirror, route, byBackup );
+   const Indexes is = outgoing( route, entry );
+   const Indexes should = wanted( route, byBackup );
    for ( const uint32_t index : is )
       if ( should.count( index ) == 0 ) add( EntryDifference::sends, index );
    // Registers that the configuration bars go nowhere.
-   const bool barred = is.empty() && nameOf( mirror, incoming ) == registerIntf();
+   const bool barred = is.empty() && nameOf( incoming ) == registerIntf();
    for ( const uint32_t index : should )
       if ( is.count( index ) == 0 && index != incoming && !barred )
          add( EntryDifference::lacks, index );
@@ -126,18 +133,18 @@ std::vector<EntryDifference> entryDifferences( const Mirror& mirror,
    return out;
 }
 
-std::string entryText( const Mirror& mirror, const Route& route,
-                       const Host::Entry& entry ) {
+std::string KernelEntries::text( const Route& route,
+                                 const Host::Entry& entry ) const {
    std::set<IntfId> names;
-   for ( const uint32_t index : outgoing( mirror, route, entry ) )
-      names.insert( nameOf( mirror, index ) );
+   for ( const uint32_t index : outgoing( route, entry ) )
+      names.insert( nameOf( index ) );
    std::string out;
    for ( const IntfId& name : names )
       out += ( out.empty() ? "" : ", " ) + std::string( name.name() );
    return fmt::format( "in {}, out {}",
                        entry.incoming == 0
                           ? "an interface that has gone"
-                          : std::string( nameOf( mirror, entry.incoming ).name() ),
+                          : std::string( nameOf( entry.incoming ).name() ),
                        out.empty() ? "to nobody" : out );
 }
 

@@ -95,6 +95,23 @@ std::optional<double> Mirror::sinceLastWrite() const {
                        static_cast<double>( now.tv_nsec - latest.tv_nsec ) * 1e-9 );
 }
 
+std::optional<std::string> Mirror::mfibSetting( const char* setting ) const {
+   Published::Setting found;
+   if ( mfib->setting().find( Published::Text<32>( setting ), found ) !=
+        Brane::lookupFound )
+      return std::nullopt;
+   return found.value.text();
+}
+
+const char* Mirror::writerText() const {
+   if ( writerAlive() ) return "running";
+   timespec up;
+   clock_gettime( CLOCK_BOOTTIME, &up );
+   const bool before =
+      sinceLastWrite().value_or( 0.0 ) > static_cast<double>( up.tv_sec );
+   return before ? "gone since before the last boot" : "gone";
+}
+
 uint64_t unreadable( const MoxBrane::MountedEntity& entity ) {
    uint64_t count = 0;
    for ( const MoxBrane::TableBase* table : entity.tables() )

@@ -46,7 +46,8 @@ struct Mirror {
       return tables->route().control()->mountStatus() == MoxBrane::mountRemoved;
    }
    bool writerAlive() const { return tables->route().writerAlive(); }
-   const char* writerText() const { return writerAlive() ? "running" : "gone"; }
+   // "running", "gone", or that the tables are left over from before this host's boot.
+   const char* writerText() const;
    // The reason why the tables cannot be read. Records that were read but are
    // invalid are no such problem: see unreadable().
    struct Problem {
@@ -64,6 +65,8 @@ struct Mirror {
    // Seconds since the agent last rang after writing tables of this VRF and family;
    // nothing if the bell cannot be seen.
    std::optional<double> sinceLastWrite() const;
+   // A setting that the forwarding process publishes; nothing: it does not.
+   std::optional<std::string> mfibSetting( const char* setting ) const;
    // The number of records in all tables that were skipped as damaged or
    // undecodable.
    uint64_t unreadable() const;

@@ -1,11 +1,18 @@
 #include "apps/mirror/Rates.h"
 
+#include <cstdlib>
 #include <utility>
 
 namespace Show {
 
 using Published::MfibCache;
 using Routing::Pim::RouteKey;
+
+std::optional<double> counterInterval( const Mirror& mirror ) {
+   const auto text = mirror.mfibSetting( Published::MfibStatus::countersSetting );
+   if ( !text ) return std::nullopt;
+   return std::strtod( text->c_str(), nullptr );
+}
 
 Rates::Rates( const Mirror& mirror ) : mirror_( mirror ) {
    read();

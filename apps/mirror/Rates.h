@@ -14,6 +14,10 @@ struct Rate {
    double bits = 0.0;     // of whole IP packets, a second
 };
 
+// How often the forwarding process publishes its counters, s. 0: never; nothing: it does
+// not say.
+std::optional<double> counterInterval( const Mirror& mirror );
+
 class Rates {
  public:
    // Takes the first reading. The mirror outlives this.

@@ -73,6 +73,8 @@ TEST_P( MfibForwards, NewSourcesFlowOnTheSharedTree ) {
    };
    EXPECT_TRUE( eventually( counted ) );
    EXPECT_EQ( counters.wrongIf, 0u );
+   const ::Published::Text<32> interval( ::Published::MfibStatus::countersSetting );
+   EXPECT_EQ( seen.now().setting().at( interval )->value.text(), "0.05" );
    routes.remove( host( 0 ), group( 1 ) );
    ASSERT_TRUE( flows( right, stream ) );
    EXPECT_EQ( left.faults(), Faults() ) << "back on the shared tree";

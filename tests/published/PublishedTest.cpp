@@ -305,6 +305,7 @@ TEST_F( Publishing, AFloodOfRefusalsIsCounted ) {
    EXPECT_EQ( refused( 103 ), 102u );
    clock.advance( EventLog::sameRefusal );
    EXPECT_EQ( refused( 99 ), 103u );
+   EXPECT_EQ( Mox::eventCounter( "agent/events", "refused" )->value(), 108u );
 }
 
 }

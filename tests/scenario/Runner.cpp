@@ -123,8 +123,9 @@ class Run {
          return;
       }
       if ( auto until = world_.pause( statement ) ) return wait( *until );
-      const bool asks =
-         statement.rfind( "why ", 0 ) == 0 || statement.rfind( "verdict ", 0 ) == 0;
+      const bool asks = statement.rfind( "why ", 0 ) == 0 ||
+                        statement.rfind( "verdict ", 0 ) == 0 ||
+                        statement.rfind( "step ", 0 ) == 0;
       if ( statement == "check" ) {
          for ( std::string& finding : world_.check() )
             changes_.emplace_back( rounded( world_.now() ), std::move( finding ) );

@@ -80,7 +80,8 @@ void World::tell( const Published::Event& event ) {
 
 std::string World::why( const std::string& statement ) {
    Words words( statement );
-   const bool whole = words.next() == "verdict";
+   const std::string asks = words.next();
+   const std::string step = asks == "step" ? words.next() : "";
    const std::string what = words.next();
    const std::string where = words.next();
    words.expectEnd();
@@ -100,10 +101,18 @@ std::string World::why( const std::string& statement ) {
    Show::Mirrors mirrors( { root_.path(), "all", family() } );
    mirrors.load();
    const Show::Answer answer =
-      Show::whyOf( mirrors, receiver,
-                   { Show::Events( root_.path() ).take(), host_, clock_.now() } );
+      Show::whyOf( mirrors, { receiver },
+                   { Show::Events( root_.path() ).take(), host_, clock_.now() } )
+         .front();
    if ( answer.mirror == nullptr ) return "why no tables";
-   if ( whole ) return "verdict " + answer.why.verdict;
+   if ( asks == "verdict" ) return "verdict " + answer.why.verdict;
+   for ( const Show::Why::Step& each : answer.why.chain )
+      if ( each.what == step )
+         return "step " + step +
+                ( each.mark == Show::Why::fine  ? " fine"
+                  : each.mark == Show::Why::bad ? " bad"
+                                                : " unknown" );
+   if ( !step.empty() ) return "step " + step + " missing";
    return "why " + ( answer.why.cause.empty() ? "nothing" : answer.why.cause );
 }
 
@@ -135,7 +144,7 @@ uint32_t World::indexOf( const std::string& intf ) const {
    throw ScriptError( "no interface: " + intf );
 }
 
-// has A [in eth0 out eth1 eth3], lacks A
+// has A [table 253] [in eth0 out eth1 eth3], lacks A
 void World::hostEntry( Words& words ) {
    if ( !host_.entries ) host_.entries.emplace();
    const bool has = words.next() == "has";
@@ -143,6 +152,8 @@ void World::hostEntry( Words& words ) {
    host_.entries->erase( key );
    if ( !has ) return;
    Show::Host::Entry entry;
+   if ( words.accept( "table" ) )
+      entry.table = static_cast<uint32_t>( words.number() );
    if ( words.accept( "in" ) ) entry.incoming = indexOf( words.next() );
    if ( words.accept( "out" ) )
       while ( !words.atEnd() ) entry.outgoing.insert( indexOf( words.next() ) );
@@ -402,6 +413,10 @@ void World::kernel( Words& words ) {
 void World::kernelEvent( Words& words ) {
    const std::string what = words.next();
    if ( what == "stop" ) return mfib_.reset();
+   if ( what == "publishes" ) {
+      const Published::Text<32> name( words.next() );
+      return mfib_->settingIs( { name, Published::Text<224>( words.next() ) } );
+   }
    if ( what == "forwards" ) {
       const IntfId intf( words.next() );
       const uint32_t index = indexOf( std::string( intf.name() ) );

@@ -177,7 +177,8 @@ void addAgentOf( Exposition& out, const Mirror& mirror, const Labels& labels,
                  static_cast<double>( *count ) );
 }
 
-void addAgent( Exposition& out, const Counters& counters ) {
+// Of a process as a whole, the agent or the forwarding one.
+void addProcess( Exposition& out, const Counters& counters ) {
    struct Row {
       const char* owner;
       const char* name;
@@ -198,7 +199,11 @@ void addAgent( Exposition& out, const Counters& counters ) {
       { "agent/joins", "pimsm_agent_joins_total", "event",
         "What became of the agent's own joins and prunes." },
       { "agent/elections", "pimsm_agent_elections_total", "outcome",
-        "What the routers of a link agreed on." } };
+        "What the routers of a link agreed on." },
+      { "agent/events", "pimsm_agent_events_total", "kind",
+        "What happened in the agent, as its event log names it." },
+      { "mfib/events", "pimsm_mfib_events_total", "kind",
+        "What happened in the forwarding process, as its event log names it." } };
    for ( const Row& row : kRows ) {
       counters.each( row.owner, [&]( const std::string& name, uint64_t value ) {
          out.counter( row.name, row.help, { { row.label, yangName( name ) } },
@@ -378,9 +383,11 @@ std::string metricsText( const Mirrors& mirrors, const char* version ) {
       addInterfaces( out, *mirror, labels );
       addForwarding( out, *mirror, labels );
    }
-   addAgent( out, counters );
+   addProcess( out, counters );
    addLinks( out, counters );
-   addMfib( out, Counters( mirrors.mfibProcess() ) );
+   const Counters forwarding( mirrors.mfibProcess() );
+   addProcess( out, forwarding );
+   addMfib( out, forwarding );
    Labels build = { { "version", version } };
    if ( !mirrors.all().empty() ) {
       const auto& layout =

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <iostream>
+#include <set>
+#include <tuple>
 
 #include "apps/json/RegisterJson.h"
 #include "apps/json/RouteJson.h"
@@ -276,11 +278,12 @@ Json withAge( Json json, const Mirror& mirror ) {
    return json;
 }
 
-bool isEntryFinding( const Finding& finding ) {
-   return finding.kind.rfind( "entry-", 0 ) == 0;
+// A neighbor may come a moment after its interface's DR is told, as may an entry.
+bool mayBeOnTheWay( const Finding& finding ) {
+   return finding.kind.rfind( "entry-", 0 ) == 0 || finding.kind == "no-dr";
 }
 
-// What a second look at the kernel's entries does not find was on its way.
+// What a second look does not find was on its way.
 std::vector<Checked> checkedTwice( Mirrors& mirrors, const Arguments& arguments ) {
    constexpr double kOnTheWay = 2.5;  // s
    Events events( arguments.selection.root );
@@ -294,7 +297,7 @@ std::vector<Checked> checkedTwice( Mirrors& mirrors, const Arguments& arguments 
    std::vector<Checked> all = checkAll();
    const bool again = std::any_of( all.begin(), all.end(), []( const auto& each ) {
       return std::any_of( each.findings.begin(), each.findings.end(),
-                          isEntryFinding );
+                          mayBeOnTheWay );
    } );
    if ( !again ) return all;
    pause( mirrors, kOnTheWay );
@@ -302,14 +305,13 @@ std::vector<Checked> checkedTwice( Mirrors& mirrors, const Arguments& arguments 
    evidence.now = mirrors.now();
    std::vector<Checked> later = checkAll();
    for ( size_t i = 0; i < all.size(); ++i ) {
+      std::set<std::tuple<std::string, Routing::Pim::RouteKey, Vantu::IntfId>>
+         before;
+      for ( const Finding& each : all[i].findings )
+         before.emplace( each.kind, each.key, each.intfId );
       std::erase_if( later[i].findings, [&]( const Finding& finding ) {
-         const auto same = [&]( const Finding& other ) {
-            return other.kind == finding.kind && other.key == finding.key &&
-                   other.intfId == finding.intfId;
-         };
-         return isEntryFinding( finding ) &&
-                std::none_of( all[i].findings.begin(), all[i].findings.end(),
-                              same );
+         return mayBeOnTheWay( finding ) &&
+                before.count( { finding.kind, finding.key, finding.intfId } ) == 0;
       } );
    }
    return later;

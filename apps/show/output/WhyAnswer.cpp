@@ -30,15 +30,6 @@ std::vector<Receiver> receiversOf( const Mirrors& mirrors, const Receiver& asked
    return out;
 }
 
-std::vector<Answer> answersTo( const Mirrors& mirrors,
-                               const std::vector<Receiver>& receivers,
-                               const Evidence& evidence ) {
-   std::vector<Answer> out;
-   for ( const Receiver& receiver : receivers )
-      out.push_back( whyOf( mirrors, receiver, evidence ) );
-   return out;
-}
-
 // Looks twice where that tells more.
 std::vector<Answer> answers( Mirrors& mirrors,
                              const std::vector<Receiver>& receivers,
@@ -47,7 +38,7 @@ std::vector<Answer> answers( Mirrors& mirrors,
    AllRates rates = firstRates( mirrors );
    Events events( arguments.selection.root );
    Evidence evidence{ events.take(), thisHost(), mirrors.now() };
-   std::vector<Answer> all = answersTo( mirrors, receivers, evidence );
+   std::vector<Answer> all = whyOf( mirrors, receivers, evidence );
    const bool again = std::any_of(
       all.begin(), all.end(), []( const auto& each ) { return each.why.again; } );
    if ( !again ) return all;
@@ -59,7 +50,7 @@ std::vector<Answer> answers( Mirrors& mirrors,
    evidence.host = thisHost();
    evidence.now = mirrors.now();
    evidence.rates = &rates;
-   return answersTo( mirrors, receivers, evidence );
+   return whyOf( mirrors, receivers, evidence );
 }
 
 }

@@ -18,23 +18,25 @@ std::string differenceText( const Route& route,
          return "the table forwards by it, and the kernel's entry does not";
       default:
          return fmt::format(
-            "the kernel's entry takes packets from it, and the table those of {}",
+            "the kernel's entry takes packets from {}, and the table those of {}",
+            difference.intfId.empty() ? "an interface that has gone" : "it",
             rpfText( route.incomingRpf(), route.incomingAttached() ) );
    }
 }
 
 }
 
-void checkEntries( const Mirror& mirror, const RouteFilter& filter,
-                   const Evidence& evidence, Checked& checked ) {
-   const bool known = evidence.host.entries && isOf( evidence.host, mirror ) &&
-                      mirror.writerAlive() && isReady( mirror.mfib->vif() ) &&
+void checkEntries( const Facts& facts, const RouteFilter& filter,
+                   Checked& checked ) {
+   const KernelEntries* kernel = facts.kernel();
+   const Mirror& mirror = facts.mirror();
+   const bool known = kernel != nullptr && isReady( mirror.mfib->vif() ) &&
                       mirror.mfib->vif().writerAlive();
    if ( !known ) return;
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
-      const Host::Entry* entry = entryOf( mirror, evidence.host, route->key() );
+      const Host::Entry* entry = kernel->find( route->key() );
       if ( entry == nullptr ) continue;
-      for ( const auto& difference : entryDifferences( mirror, *route, *entry ) ) {
+      for ( const auto& difference : kernel->differences( *route, *entry ) ) {
          if ( difference.bounded || !filter.matches( difference.intfId ) ) continue;
          checked.findings.push_back( { "entry-differs", route->key(),
                                        difference.intfId,

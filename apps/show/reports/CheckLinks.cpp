@@ -217,8 +217,8 @@ class LinkChecks {
                             ? filter_.matches( key )
                             : !filter_.group && !filter_.source;
       // Hosts report of all families, also where this one has no address.
-      return event.kind == Published::refused && !isPolicy( event.refusal ) &&
-             event.refusal != Published::noAddress &&
+      return event.kind == Published::refused && event.value == 0 &&
+             !isPolicy( event.refusal ) && event.refusal != Published::noAddress &&
              evidence_.now - logged.last < kAgain && event.ipVersion == version &&
              event.vrf.text() == mirror_.vrf() && asked &&
              filter_.matches( event.intf ) &&

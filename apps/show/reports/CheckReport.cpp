@@ -3,14 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iterator>
 #include <map>
 #include <set>
 
 #include "apps/json/RouteMembers.h"
 #include "apps/mirror/AgentTables.h"
 #include "apps/mirror/Olist.h"
-#include "apps/mirror/Rps.h"
 #include "apps/show/reports/Checks.h"
 #include "apps/show/reports/Inquiry.h"
 #include "apps/show/text/Words.h"
@@ -152,12 +150,8 @@ namespace {
 // is the same for several interfaces, or for all routes, is told once.
 class Receivers {
  public:
-   Receivers( const Mirror& mirror, const Rps& rps, const Evidence& evidence,
-              Checked& checked )
-      : mirror_( mirror ),
-        rps_( rps ),
-        evidence_( evidence ),
-        checked_( checked ) {}
+   Receivers( const Facts& facts, Checked& checked )
+      : facts_( facts ), checked_( checked ) {}
 
    void check( const Group& group, const RouteFilter& filter ) {
       const auto shared =
@@ -185,8 +179,7 @@ class Receivers {
                std::string& told ) {
       const Receiver receiver{ route.key().group, route.key().source, intfId, {} };
       const Why why =
-         Inquiry( mirror_, rps_, receiver, intfId, std::move( group ), evidence_ )
-            .contradictions();
+         Inquiry( facts_, receiver, intfId, std::move( group ) ).contradictions();
       if ( isToldElsewhere( why.cause ) || why.verdict == told ) return;
       told = why.verdict;
       const bool ofAll = why.cause == "mfib-gone" || why.cause == "no-mfib";
@@ -201,9 +194,7 @@ class Receivers {
                                            : explainCall( route.key(), intfId ) } );
    }
 
-   const Mirror& mirror_;
-   const Rps& rps_;
-   const Evidence& evidence_;
+   const Facts& facts_;
    Checked& checked_;
    std::set<std::string> ofAll_;
 };
@@ -213,23 +204,27 @@ class Receivers {
 namespace {
 
 // On a link where another router forwards, all see its packets.
-bool comesRightly( const Mirror& mirror, const RouteKey& key, double now ) {
+bool comesRightly( const Mirror& mirror, const RouteKey& key, double now,
+                   double interval ) {
    Published::MfibCache entry;
    return isReady( mirror.mfib->cache() ) &&
           mirror.mfib->cache().find( key, entry ) == Brane::lookupFound &&
-          now - entry.lastPacket < kRecent;
+          now - entry.lastPacket < kRecent + interval;
 }
 
 void checkWrongSides( const Mirror& mirror, const RouteFilter& filter, double now,
                       Checked& checked ) {
    const auto& upcalls = mirror.mfib->upcall();
-   if ( !isReady( upcalls ) ) return;
+   const std::optional<double> interval = counterInterval( mirror );
+   // Without counters nobody knows what else comes.
+   if ( !isReady( upcalls ) || interval == 0.0 ) return;
    upcalls.visit( nullptr, [&]( const Published::MfibUpcall& upcall ) {
       const RouteKey& key = upcall.key.routeKey;
       const Route* route = std::as_const( *mirror.model ).route( key );
       const bool wrong =
          upcall.kind == Published::wrongVifUpcall && now - upcall.last < kRecent &&
-         route != nullptr && !comesRightly( mirror, key, now ) &&
+         route != nullptr &&
+         !comesRightly( mirror, key, now, interval.value_or( 0.0 ) ) &&
          filter.matches( key ) && route->incomingIntf() != upcall.key.intfId &&
          route->routeIntf( upcall.key.intfId ) == nullptr;
       if ( wrong )
@@ -248,25 +243,19 @@ void checkWrongSides( const Mirror& mirror, const RouteFilter& filter, double no
 Checked check( const Mirror& mirror, const RouteFilter& filter,
                const Evidence& evidence ) {
    Checked checked;
-   const Rps rps( mirror );
+   const Facts facts( mirror, evidence );
    std::map<Vantu::IpGenAddr, Group> groups;
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
       groups[route->key().group].push_back( route );
-      checkRoute( mirror, *route, rps, checked );
+      checkRoute( mirror, *route, facts.rps(), checked );
       for ( const Intf* intf : selectIntfs( *route, filter ) )
          checkIntf( mirror, *intf, checked );
    }
    checkStrays( mirror, filter, checked );
    checkWrongSides( mirror, filter, evidence.now, checked );
    checkLinks( mirror, filter, evidence, checked );
-   checkEntries( mirror, filter, evidence, checked );
-   // All of the log would be searched for each finding.
-   Evidence present{ {}, evidence.host, evidence.now };
-   std::copy_if( evidence.log.begin(), evidence.log.end(),
-                 std::back_inserter( present.log ), []( const Logged& logged ) {
-                    return logged.event.kind == Published::entryRefused;
-                 } );
-   Receivers receivers( mirror, rps, present, checked );
+   checkEntries( facts, filter, checked );
+   Receivers receivers( facts, checked );
    for ( const auto& [address, group] : groups ) receivers.check( group, filter );
    for ( const MoxBrane::TableBase* table : agentTables( mirror ) )
       checkTable( *table, checked );

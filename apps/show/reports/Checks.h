@@ -2,6 +2,7 @@
 #pragma once
 
 #include "apps/show/reports/CheckReport.h"
+#include "apps/show/reports/Facts.h"
 
 namespace Show {
 
@@ -19,7 +20,7 @@ std::string explainCall( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId
                          const char* options = "" );
 
 // The kernel's entries, where this host is the agent's.
-void checkEntries( const Mirror& mirror, const RouteFilter& filter,
-                   const Evidence& evidence, Checked& checked );
+void checkEntries( const Facts& facts, const RouteFilter& filter,
+                   Checked& checked );
 
 }

@@ -2,27 +2,21 @@
 // source. Each step adds to the chain; the first trouble is the verdict.
 #pragma once
 
-#include <functional>
-
-#include "apps/mirror/Rps.h"
-#include "apps/show/reports/Why.h"
+#include "apps/show/reports/Facts.h"
 
 namespace Show {
 
 class Inquiry {
  public:
    // `ofGroup` are the mirror's routes of the group. The references outlive it.
-   Inquiry( const Mirror& mirror, const Rps& rps, const Receiver& receiver,
-            Vantu::IntfId intfId, std::vector<const Route*> ofGroup,
-            const Evidence& evidence )
-      : mirror_( mirror ),
+   Inquiry( const Facts& facts, const Receiver& receiver, Vantu::IntfId intfId,
+            std::vector<const Route*> ofGroup )
+      : facts_( facts ),
+        mirror_( facts.mirror() ),
         receiver_( receiver ),
         intfId_( intfId ),
         ofGroup_( std::move( ofGroup ) ),
-        evidence_( evidence ),
-        host_( isOf( evidence.host, mirror ) ? evidence.host : elsewhere() ),
-        rps_( rps ),
-        speaks_( speaksAnywhere( mirror ) ) {}
+        evidence_( facts.evidence() ) {}
 
    // All steps.
    Why answer();
@@ -31,12 +25,6 @@ class Inquiry {
    Why contradictions();
 
  private:
-   static const Host& elsewhere() {
-      static const Host none;
-      return none;
-   }
-   // Is the agent a router, not only a listener? Passive interfaces say no hello.
-   static bool speaksAnywhere( const Mirror& mirror );
    bool serves() const;
    std::string what() const;
    void step( Why::Mark mark, const char* what, const std::string& evidence );
@@ -45,9 +33,6 @@ class Inquiry {
    void fail( const char* what, const std::string& evidence,
               const std::string& cause, const std::string& remedy );
 
-   // The event that `wanted` accepts and that came last; null: none.
-   const Logged* newest(
-      const std::function<bool( const Published::Event& )>& wanted ) const;
    bool concerns( const Published::Event& event ) const;
    std::string ago( const Logged& logged ) const;
 
@@ -58,7 +43,6 @@ class Inquiry {
    // Why packets cannot pass by the interface; empty: they can, or it is not known.
    std::string faultOf( Vantu::IntfId intfId,
                         const Published::Interface& published ) const;
-   const Host::Link* hostLink( Vantu::IntfId intfId ) const;
    struct Absence {
       std::string cause, says, remedy;
    };
@@ -83,15 +67,14 @@ class Inquiry {
    void path();
    void neighborOn( const Rpf& rpf, const std::string& end,
                     const std::string& way );
-   bool knows( const Rpf& rpf, Published::Neighbor& out ) const;
-   void atRp();
+   void registers();
    void upstream();
    void forwards();
    bool joins() const;
    void kernel();
    void kernelEntry();
    void noEntry( const Routing::Pim::RouteKey& key );
-   void compare( const Host::Entry& entry );
+   void compare( const KernelEntries& kernel, const Host::Entry& entry );
 
    // The newest packets of the source, or of any source of the group.
    struct Flow {
@@ -102,19 +85,19 @@ class Inquiry {
    Flow flow() const;
    std::string rateText( const Flow& flow ) const;
    bool arrives() const;
+   // Do counters say what happened between two looks?
+   bool countedOften() const;
    // Where packets come in that should not; empty: nowhere.
    Vantu::IntfId wrongSide() const;
    void packets();
    void silence( const Flow& is );
 
+   const Facts& facts_;
    const Mirror& mirror_;
    const Receiver& receiver_;
    Vantu::IntfId intfId_;
    std::vector<const Route*> ofGroup_;
    const Evidence& evidence_;
-   const Host& host_;  // the agent's; empty: it is another one
-   const Rps& rps_;
-   const bool speaks_;
    Published::Interface published_;
    bool member_ = false;
    bool joined_ = false;

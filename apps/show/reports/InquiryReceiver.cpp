@@ -25,6 +25,7 @@ Why Inquiry::answer() {
    if ( route_ == nullptr ) return std::move( why_ );
    if ( !route_->directlyConnected() || route_->wildCard() ) {
       path();
+      registers();
       upstream();
    }
    forwards();
@@ -92,30 +93,6 @@ void Inquiry::fail( const char* what, const std::string& evidence,
    trouble( cause, sentence( evidence ) + ' ' + sentence( remedy ) );
 }
 
-bool Inquiry::speaksAnywhere( const Mirror& mirror ) {
-   bool speaks = false;
-   mirror.agent->interface().visit( nullptr, [&]( const auto& intf ) {
-      speaks = intf.speaks;
-      return !speaks;
-   } );
-   return speaks;
-}
-
-const Logged* Inquiry::newest(
-   const std::function<bool( const Event& )>& wanted ) const {
-   const std::string vrf = mirror_.vrf();
-   const uint32_t version = mirror_.family == Vantu::AddressFamily::ipv4 ? 4 : 6;
-   const Logged* found = nullptr;
-   for ( const Logged& each : evidence_.log ) {
-      const Event& event = each.event;
-      if ( ( found == nullptr || each.last >= found->last ) &&
-           event.ipVersion == version && event.vrf.text() == vrf &&
-           wanted( event ) )
-         found = &each;
-   }
-   return found;
-}
-
 bool Inquiry::concerns( const Event& event ) const {
    return event.group == receiver_.group &&
           ( event.source.isUnspecified() || receiver_.source.isUnspecified() ||
@@ -174,24 +151,18 @@ void Inquiry::linked() {
 // What this host says counts before what the agent has last heard of it.
 std::string Inquiry::faultOf( IntfId intfId,
                               const Published::Interface& published ) const {
-   const Host::Link* link = hostLink( intfId );
+   const Host::Link* link = facts_.link( intfId );
    if ( link != nullptr ) return link->up ? "" : "is down";
    if ( published.link == Published::linkDown )
       return "is down, or without its address";
    return published.link == Published::linkWithoutCarrier ? "has no carrier" : "";
 }
 
-const Host::Link* Inquiry::hostLink( IntfId intfId ) const {
-   if ( !host_.links || !mirror_.writerAlive() ) return nullptr;
-   const auto found = host_.links->find( std::string( intfId.name() ) );
-   return found == host_.links->end() ? nullptr : &found->second;
-}
-
 Inquiry::Absence Inquiry::absence() const {
    const std::string name = nameText( intfId_ );
-   const Host::Link* link = hostLink( intfId_ );
+   const Host::Link* link = facts_.link( intfId_ );
    const bool ipv4 = mirror_.family == Vantu::AddressFamily::ipv4;
-   if ( link == nullptr && host_.links && mirror_.writerAlive() )
+   if ( link == nullptr && facts_.knowsLinks() )
       return { "no-such-interface", "this host has no interface " + name,
                "make it, or mend the configuration's name of it" };
    if ( link != nullptr && !link->up )
@@ -252,10 +223,11 @@ bool Inquiry::wanted() {
 
 // Who asked first, by which version, until when, and who asks the hosts.
 std::string Inquiry::memberText() const {
-   const Logged* told = newest( [&]( const Event& event ) {
-      return event.kind == Published::memberCame && event.intf == intfId_ &&
-             concerns( event ) && !event.address.isUnspecified();
-   } );
+   const Logged* told =
+      facts_.newest( receiver_.group, intfId_, [&]( const Event& event ) {
+         return event.kind == Published::memberCame && concerns( event ) &&
+                !event.address.isUnspecified();
+      } );
    std::string out = "hosts on " + nameText( intfId_ ) + " ask for it";
    if ( told != nullptr )
       out +=
@@ -293,19 +265,24 @@ void Inquiry::notWanted() {
       return fail( "group", text( receiver_.group ) + " never leaves its link",
                    "link-local-group", "no router forwards it" );
    const auto asks = [&]( const Event& event ) {
-      return event.message == Published::reportMessage ||
-             event.message == Published::joinPruneMessage;
+      return event.value == 0 && ( event.message == Published::reportMessage ||
+                                   event.message == Published::joinPruneMessage );
    };
-   const Logged* told = newest( [&]( const Event& event ) {
-      if ( event.intf != intfId_ ) return false;
-      if ( event.kind != Published::refused )
-         return concerns( event ) && ( event.kind == Published::memberGone ||
-                                       event.kind == Published::joinGone );
-      const bool whole = event.group == IpGenAddr();
-      const bool his =
-         receiver_.host.isUnspecified() || event.address == receiver_.host;
-      return asks( event ) && ( whole ? his : concerns( event ) );
-   } );
+   const Logged* told =
+      facts_.newest( receiver_.group, intfId_, [&]( const Event& event ) {
+         return concerns( event ) &&
+                ( ( event.kind == Published::refused && asks( event ) ) ||
+                  event.kind == Published::memberGone ||
+                  event.kind == Published::joinGone );
+      } );
+   const Logged* whole =
+      facts_.newest( IpGenAddr(), intfId_, [&]( const Event& event ) {
+         return event.kind == Published::refused && asks( event ) &&
+                ( receiver_.host.isUnspecified() ||
+                  event.address == receiver_.host );
+      } );
+   if ( whole != nullptr && ( told == nullptr || whole->last >= told->last ) )
+      told = whole;
    const bool old = told != nullptr && told->event.kind == Published::refused &&
                     evidence_.now - told->last > kAgain;
    if ( told == nullptr || old )

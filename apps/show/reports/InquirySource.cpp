@@ -52,13 +52,14 @@ const Route* Inquiry::onlySource() const {
 }
 
 void Inquiry::path() {
-   const auto rp = rps_.rp( receiver_.group );
-   if ( shared() && rps_.startsHere( *route_ ) ) return atRp();
+   const auto rp = facts_.rps().rp( receiver_.group );
+   if ( shared() && facts_.rps().startsHere( *route_ ) )
+      return step( Why::fine, "RP", "this router" );
    const Rpf& rpf = route_->incomingRpf();
    const std::string end = !shared() ? "source " + text( route_->key().source )
                            : rp      ? "RP " + text( *rp )
                                      : "the RP";
-   if ( shared() && !rps_.published() && rpf.intfId.empty() )
+   if ( shared() && !facts_.rps().published() && rpf.intfId.empty() )
       return step( Why::unknown, "RP", "the agent publishes none" );
    if ( shared() && !rp && rpf.intfId.empty() )
       return fail( "RP",
@@ -97,9 +98,10 @@ void Inquiry::neighborOn( const Rpf& rpf, const std::string& end,
    if ( route_->incomingAttached() && !shared() )
       return step( Why::fine, "path", way );
    Published::Neighbor neighbor;
-   if ( !knows( rpf, neighbor ) && !speaks_ )
+   const bool known = facts_.neighbor( rpf.intfId, rpf.neighbor, neighbor );
+   if ( !known && !facts_.speaks() )
       return step( Why::unknown, "path", way + ", of which no hello was heard" );
-   if ( !knows( rpf, neighbor ) )
+   if ( !known )
       return fail( "path",
                    fmt::format( "{}, the way to {}, has said no hello on {}",
                                 rpf.neighbor.isUnspecified() ? "the next router"
@@ -110,25 +112,15 @@ void Inquiry::neighborOn( const Rpf& rpf, const std::string& end,
    step( Why::fine, "path", way + ", a neighbor" );
 }
 
-bool Inquiry::knows( const Rpf& rpf, Published::Neighbor& out ) const {
-   const auto& neighbors = mirror_.agent->neighbor();
-   if ( neighbors.find( { rpf.intfId, rpf.neighbor, 0 }, out ) ==
-        Brane::lookupFound )
-      return true;
-   for ( const auto& key : mirror_.agent->neighborAddress().keys() )
-      if ( key.intfId == rpf.intfId && key.address == rpf.neighbor )
-         return neighbors.find( { key.intfId, key.neighbor, 0 }, out ) ==
-                Brane::lookupFound;
-   return false;
-}
-
-void Inquiry::atRp() {
-   step( Why::fine, "RP", "this router" );
-   const Logged* barred = newest( [&]( const Event& event ) {
-      return event.kind == Published::refused && concerns( event ) &&
-             ( event.refusal == Published::barredRegister ||
-               event.refusal == Published::notTheRp );
-   } );
+// What a source's router brings to the RP.
+void Inquiry::registers() {
+   if ( !shared() || !facts_.rps().startsHere( *route_ ) ) return;
+   const Logged* barred =
+      facts_.newest( receiver_.group, {}, [&]( const Event& event ) {
+         return event.kind == Published::refused && concerns( event ) &&
+                ( event.refusal == Published::barredRegister ||
+                  event.refusal == Published::notTheRp );
+      } );
    if ( barred != nullptr && !arrives() )
       fail( "register",
             fmt::format( "registers of {} were refused {}: {}",
@@ -138,8 +130,8 @@ void Inquiry::atRp() {
 }
 
 void Inquiry::upstream() {
-   if ( shared() && rps_.startsHere( *route_ ) ) return;
-   if ( !speaks_ )
+   if ( shared() && facts_.rps().startsHere( *route_ ) ) return;
+   if ( !facts_.speaks() )
       return step( Why::unknown, "upstream",
                    "this agent only listens: others join" );
    const Route* joins = shared() && !route_->wildCard() ? route_->wc() : route_;
@@ -181,15 +173,15 @@ void Inquiry::forwards() {
 }
 
 bool Inquiry::joins() const {
-   return route_->directlyConnected() || rps_.startsHere( *route_ ) ||
-          route_->upJoinState() == Sm::upJoined || !speaks_;
+   return route_->directlyConnected() || facts_.rps().startsHere( *route_ ) ||
+          route_->upJoinState() == Sm::upJoined || !facts_.speaks();
 }
 
 // The forwarding process, and what it has told the kernel.
 void Inquiry::kernel() {
    const auto& vifs = mirror_.mfib->vif();
    if ( !isReady( vifs ) ) {
-      if ( !speaks_ )
+      if ( !facts_.speaks() )
          return step( Why::unknown, "kernel", "no forwarding process tells of it" );
       return fail( "kernel", "no forwarding process has run for this VRF",
                    "no-mfib", "start pimsm-mfib, which makes the kernel forward" );
@@ -205,24 +197,26 @@ void Inquiry::kernel() {
          "no-vif", "see what pimsm-mfib says of it" );
    sentOut_ = vif.packetsOut;
    // A (*,G) route at the RP itself has no entry.
-   if ( !route_->wildCard() || !rps_.startsHere( *route_ ) ) kernelEntry();
+   if ( !route_->wildCard() || !facts_.rps().startsHere( *route_ ) ) kernelEntry();
 }
 
 void Inquiry::kernelEntry() {
+   const KernelEntries* kernel = facts_.kernel();
+   if ( kernel == nullptr )
+      return step(
+         Why::unknown, "kernel",
+         "pimsm-mfib serves it; this is not its host, or the agent is gone" );
    const RouteKey key = route_->key();
-   if ( !host_.entries || !mirror_.writerAlive() )
-      return step( Why::fine, "kernel", "served" );
-   if ( host_.entries->count( key ) == 0 ) return noEntry( key );
-   if ( const Host::Entry* entry = entryOf( mirror_, host_, key ) )
-      return compare( *entry );
-   step( Why::fine, "kernel", "has the entry" );
+   if ( const Host::Entry* entry = kernel->find( key ) )
+      return compare( *kernel, *entry );
+   if ( !kernel->mayHave( key ) ) return noEntry( key );
+   step( Why::unknown, "kernel", "an entry is there, perhaps of another VRF" );
 }
 
 void Inquiry::noEntry( const RouteKey& key ) {
    why_.again = true;
-   const Logged* refused = newest( [&]( const Event& event ) {
-      return event.kind == Published::entryRefused && event.group == key.group &&
-             event.source == key.source;
+   const Logged* refused = facts_.newest( key.group, {}, [&]( const Event& event ) {
+      return event.kind == Published::entryRefused && event.source == key.source;
    } );
    if ( refused != nullptr )
       return fail( "kernel", "the kernel has refused the entry " + ago( *refused ),
@@ -232,17 +226,19 @@ void Inquiry::noEntry( const RouteKey& key ) {
 }
 
 // Only what the kernel does by the receiver's interface, or the incoming one, is trouble.
-void Inquiry::compare( const Host::Entry& entry ) {
-   const auto all = entryDifferences( mirror_, *route_, entry );
-   const std::string is = entryText( mirror_, *route_, entry );
+void Inquiry::compare( const KernelEntries& kernel, const Host::Entry& entry ) {
+   const auto all = kernel.differences( *route_, entry );
+   const std::string is = kernel.text( *route_, entry );
    if ( all.empty() ) return step( Why::fine, "kernel", "has the entry: " + is );
    why_.again = true;
    const EntryDifference* his = nullptr;
    std::string should;
    for ( const EntryDifference& each : all ) {
       const char* const kDoes[] = { "not send by ", "send by ", "take none from " };
-      should += ( should.empty() ? "" : " and " ) +
-                ( kDoes[each.kind] + nameText( each.intfId ) );
+      should +=
+         ( should.empty() ? "" : " and " ) +
+         ( kDoes[each.kind] + ( each.intfId.empty() ? "an interface that has gone"
+                                                    : nameText( each.intfId ) ) );
       const bool matters =
          each.kind == EntryDifference::takes ||
          ( each.kind == EntryDifference::lacks && each.intfId == intfId_ );
@@ -261,15 +257,12 @@ void Inquiry::compare( const Host::Entry& entry ) {
 
 Inquiry::Flow Inquiry::flow() const {
    Flow out;
-   const auto& cache = mirror_.mfib->cache();
-   if ( !isReady( cache ) ) return out;
-   for ( const RouteKey& key : cache.keys() ) {
-      Published::MfibCache entry;
-      const bool asked =
-         key.group == receiver_.group &&
-         ( receiver_.source.isUnspecified() || key.source == receiver_.source ||
-           ( route_->wildCard() && key.source.isUnspecified() ) );
-      if ( !asked || cache.find( key, entry ) != Brane::lookupFound ) continue;
+   for ( const Published::MfibCache& entry : facts_.counters( receiver_.group ) ) {
+      const RouteKey& key = entry.key;
+      const bool asked = receiver_.source.isUnspecified() ||
+                         key.source == receiver_.source ||
+                         ( route_->wildCard() && key.source.isUnspecified() );
+      if ( !asked ) continue;
       out.packets += entry.packets;
       out.last = std::max( out.last, entry.lastPacket );
       if ( evidence_.rates == nullptr ) continue;
@@ -280,27 +273,31 @@ Inquiry::Flow Inquiry::flow() const {
 }
 
 std::string Inquiry::rateText( const Flow& flow ) const {
-   if ( !flow.rate ) return "";
+   if ( !flow.rate || !countedOften() ) return "";
    return fmt::format( "; {} by pimsm-mfib's counters, read twice within {}",
                        packetsText( *flow.rate ), spanText( evidence_.interval ) );
 }
 
 bool Inquiry::arrives() const {
    const Flow is = flow();
-   return is.last != 0.0 && evidence_.now - is.last < kSilence;
+   return is.last != 0.0 && evidence_.now - is.last <
+                               kSilence + facts_.counterInterval().value_or( 0.0 );
+}
+
+bool Inquiry::countedOften() const {
+   constexpr double kUsual = 1.0;  // s
+   const auto interval = facts_.counterInterval();
+   return !interval || ( *interval > 0.0 &&
+                         *interval <= std::max( kUsual, evidence_.interval ) );
 }
 
 // Where packets come in that should not; empty: nowhere.
 IntfId Inquiry::wrongSide() const {
-   const auto& upcalls = mirror_.mfib->upcall();
-   if ( !isReady( upcalls ) ) return {};
-   for ( const auto& key : upcalls.keys() ) {
-      Published::MfibUpcall upcall;
-      const bool asked = key.routeKey.group == receiver_.group &&
-                         ( receiver_.source.isUnspecified() ||
-                           key.routeKey.source == receiver_.source );
-      if ( !asked || upcalls.find( key, upcall ) != Brane::lookupFound ) continue;
-      if ( upcall.kind == Published::wrongVifUpcall &&
+   for ( const Published::MfibUpcall& upcall : facts_.upcalls( receiver_.group ) ) {
+      const Routing::Pim::RouteIntfKey& key = upcall.key;
+      const bool asked = receiver_.source.isUnspecified() ||
+                         key.routeKey.source == receiver_.source;
+      if ( asked && upcall.kind == Published::wrongVifUpcall &&
            evidence_.now - upcall.last < kSilence &&
            key.intfId != route_->incomingIntf() && key.intfId != intfId_ )
          return key.intfId;
@@ -311,10 +308,13 @@ IntfId Inquiry::wrongSide() const {
 void Inquiry::packets() {
    if ( !isReady( mirror_.mfib->cache() ) ) return;
    const Flow is = flow();
-   // Counters are published each second, those of interfaces apart.
+   if ( facts_.counterInterval() == 0.0 && !arrives() && wrongSide().empty() )
+      return step( Why::unknown, "packets",
+                   "pimsm-mfib publishes no counters: --counters is 0" );
+   // Those of interfaces are published apart.
    why_.again = why_.again || evidence_.rates == nullptr;
    if ( !arrives() ) return silence( is );
-   const bool needed = route_->incomingIntf() != intfId_;
+   const bool needed = route_->incomingIntf() != intfId_ && countedOften();
    // Not for what came before the interface was wanted.
    const bool many = evidence_.rates == nullptr
                         ? is.packets > kSome
@@ -358,7 +358,7 @@ void Inquiry::silence( const Flow& is ) {
                    fmt::format( "the source on {} sends nothing, or with TTL 1 "
                                 "elsewhere",
                                 nameText( right ) ) );
-   if ( shared() && rps_.startsHere( *route_ ) )
+   if ( shared() && facts_.rps().startsHere( *route_ ) )
       return fail( "packets", since, "not-registered",
                    "no first hop registers a source here: look at the source's "
                    "router" );

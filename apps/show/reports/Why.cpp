@@ -40,23 +40,6 @@ Place place( const Mirror& mirror, const Receiver& receiver ) {
    return found;
 }
 
-// Another VRF in which the group's packets flow; null: none.
-const Mirror* otherVrf( const Mirrors& mirrors, const Mirror& mirror,
-                        const Receiver& receiver ) {
-   for ( const auto& each : mirrors.all() ) {
-      if ( each.get() == &mirror || each->family != mirror.family ) continue;
-      for ( const Route& route : std::as_const( *each->model ).route() ) {
-         const RouteKey& key = route.key();
-         const bool flows =
-            key.group == receiver.group && !route.wildCard() && !route.katExpired();
-         if ( flows &&
-              ( receiver.source.isUnspecified() || key.source == receiver.source ) )
-            return each.get();
-      }
-   }
-   return nullptr;
-}
-
 bool lacksSource( const std::string& cause ) {
    return cause == "no-rp" || cause == "no-path" || cause == "nothing-arrives" ||
           cause == "not-registered" || cause == "not-joined";
@@ -93,63 +76,110 @@ std::vector<IpGenAddr> sourcesOn( const Routes& ofGroup, IntfId intfId ) {
    return sources;
 }
 
-// Of any source: the group as a whole, then each that sends.
-Why whyAny( const Mirror& mirror, const Receiver& receiver, IntfId intfId,
-            const Routes& ofGroup, const Evidence& evidence ) {
-   const Rps rps( mirror );
-   const auto ask = [&]( const Receiver& of ) {
-      return Inquiry( mirror, rps, of, intfId, ofGroup, evidence ).answer();
-   };
-   Why whole = ask( receiver );
-   if ( !whole.cause.empty() || !receiver.source.isUnspecified() ) return whole;
-   for ( const IpGenAddr& source : sourcesOn( ofGroup, intfId ) ) {
-      Receiver of = receiver;
-      of.source = source;
-      Why why = ask( of );
-      if ( why.cause.empty() ) continue;
-      why.verdict = "Of source " + text( source ) + ": " + why.verdict;
-      return why;
-   }
-   return whole;
-}
+// Asks for many receivers, and reads once what their answers share.
+class Asker {
+ public:
+   Asker( const Mirrors& mirrors, const Evidence& evidence )
+      : mirrors_( mirrors ), evidence_( evidence ) {}
 
-}
-
-Answer whyOf( const Mirrors& mirrors, const Receiver& receiver,
-              const Evidence& evidence ) {
-   Answer answer;
-   Place best{ receiver.intfId, 0 };
-   for ( const auto& each : mirrors.all() ) {
-      if ( each->family != receiver.group.family() ) continue;
-      const Place found = place( *each, receiver );
-      if ( answer.mirror != nullptr && found.length <= best.length ) continue;
-      answer.mirror = each.get();
-      if ( found.length > best.length ) best = found;
+   Answer ask( const Receiver& receiver ) {
+      Answer answer;
+      Place best{ receiver.intfId, 0 };
+      for ( const auto& each : mirrors_.all() ) {
+         if ( each->family != receiver.group.family() ) continue;
+         const Place found = place( *each, receiver );
+         if ( answer.mirror != nullptr && found.length <= best.length ) continue;
+         answer.mirror = each.get();
+         if ( found.length > best.length ) best = found;
+      }
+      if ( answer.mirror == nullptr ) return answer;
+      answer.intfId = best.intfId;
+      answer.why = whyAny( *answer.mirror, receiver, answer.intfId );
+      lookElsewhere( receiver, answer );
+      return answer;
    }
-   if ( answer.mirror == nullptr ) return answer;
-   answer.intfId = best.intfId;
-   Routes ofGroup;
-   for ( const Route& each : std::as_const( *answer.mirror->model ).route() )
-      if ( each.key().group == receiver.group ) ofGroup.push_back( &each );
-   answer.why =
-      whyAny( *answer.mirror, receiver, answer.intfId, ofGroup, evidence );
-   const Mirror* other = otherVrf( mirrors, *answer.mirror, receiver );
-   const bool sourceHere =
-      std::any_of( ofGroup.begin(), ofGroup.end(), []( const Route* each ) {
-         return !each->wildCard() && !each->katExpired();
-      } );
-   if ( other != nullptr && !sourceHere && lacksSource( answer.why.cause ) ) {
+
+ private:
+   const Facts& factsOf( const Mirror& mirror ) {
+      return facts_.try_emplace( &mirror, mirror, evidence_ ).first->second;
+   }
+
+   const Routes& routesOf( const Mirror& mirror, const IpGenAddr& group ) {
+      const auto [found, isNew] = routes_.try_emplace( { &mirror, group } );
+      if ( !isNew ) return found->second;
+      for ( const Route& each : std::as_const( *mirror.model ).route() )
+         if ( each.key().group == group ) found->second.push_back( &each );
+      return found->second;
+   }
+
+   // Of any source: the group as a whole, then each that sends.
+   Why whyAny( const Mirror& mirror, const Receiver& receiver, IntfId intfId ) {
+      const Routes& ofGroup = routesOf( mirror, receiver.group );
+      const auto why = [&]( const Receiver& of ) {
+         return Inquiry( factsOf( mirror ), of, intfId, ofGroup ).answer();
+      };
+      Why whole = why( receiver );
+      if ( !whole.cause.empty() || !receiver.source.isUnspecified() ) return whole;
+      for ( const IpGenAddr& source : sourcesOn( ofGroup, intfId ) ) {
+         Receiver of = receiver;
+         of.source = source;
+         Why its = why( of );
+         if ( its.cause.empty() ) continue;
+         its.verdict = "Of source " + text( source ) + ": " + its.verdict;
+         return its;
+      }
+      return whole;
+   }
+
+   // A source may send in another VRF.
+   void lookElsewhere( const Receiver& receiver, Answer& answer ) {
+      if ( !lacksSource( answer.why.cause ) ) return;
+      const Routes& here = routesOf( *answer.mirror, receiver.group );
+      if ( std::any_of( here.begin(), here.end(), sends ) ) return;
+      const Mirror* other = otherVrf( *answer.mirror, receiver );
+      if ( other == nullptr ) return;
       answer.why.cause = "wrong-vrf";
       answer.why.verdict = fmt::format(
          "{} is in vrf {}, where no source of the group is; one is in vrf {}. Move "
-         "one "
-         "of them, if they belong together.",
+         "one of them, if they belong together.",
          nameText( answer.intfId ), vrfText( *answer.mirror ), vrfText( *other ) );
       answer.why.chain.push_back(
          { Why::bad, "VRF",
            "a source of the group is in vrf " + vrfText( *other ) } );
    }
-   return answer;
+
+   static bool sends( const Route* route ) {
+      return !route->wildCard() && !route->katExpired();
+   }
+
+   // Another VRF in which the group's packets flow; null: none.
+   const Mirror* otherVrf( const Mirror& mirror, const Receiver& receiver ) {
+      for ( const auto& each : mirrors_.all() ) {
+         if ( each.get() == &mirror || each->family != mirror.family ) continue;
+         for ( const Route* route : routesOf( *each, receiver.group ) )
+            if ( sends( route ) && ( receiver.source.isUnspecified() ||
+                                     route->key().source == receiver.source ) )
+               return each.get();
+      }
+      return nullptr;
+   }
+
+   const Mirrors& mirrors_;
+   const Evidence& evidence_;
+   std::map<const Mirror*, Facts> facts_;
+   std::map<std::pair<const Mirror*, IpGenAddr>, Routes> routes_;
+};
+
+}
+
+std::vector<Answer> whyOf( const Mirrors& mirrors,
+                           const std::vector<Receiver>& receivers,
+                           const Evidence& evidence ) {
+   Asker asker( mirrors, evidence );
+   std::vector<Answer> out;
+   for ( const Receiver& receiver : receivers )
+      out.push_back( asker.ask( receiver ) );
+   return out;
 }
 
 std::string whyText( const Answer& answer, const Receiver& receiver ) {

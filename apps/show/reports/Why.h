@@ -56,15 +56,17 @@ struct Why {
    bool again = false;
 };
 
-// REQUIRES: loaded mirrors. The mirror is the one that has the receiver's interface
-// or, where none has, the first of the group's family; null: there is none.
+// The mirror is the one that has the receiver's interface or, where none has, the first
+// of the group's family; null: there is none.
 struct Answer {
    const Mirror* mirror = nullptr;
    Vantu::IntfId intfId;
    Why why;
 };
-Answer whyOf( const Mirrors& mirrors, const Receiver& receiver,
-              const Evidence& evidence );
+// An answer to each receiver. REQUIRES: loaded mirrors.
+std::vector<Answer> whyOf( const Mirrors& mirrors,
+                           const std::vector<Receiver>& receivers,
+                           const Evidence& evidence );
 
 std::string whyText( const Answer& answer, const Receiver& receiver );
 nlohmann::ordered_json whyJson( const Answer& answer, const Receiver& receiver );

@@ -23,7 +23,10 @@ std::string way( Vantu::IntfId intf, const Vantu::IpGenAddr& neighbor ) {
 }
 
 // "join ", of what is refused.
-std::string messageText( Published::MessageKind message ) {
+std::string messageText( const Event& event ) {
+   const Published::MessageKind message = event.message;
+   if ( event.value != 0 )
+      return message == Published::reportMessage ? "leave " : "prune ";
    static constexpr const char* kTexts[] = {
       "",          "hello ",         "join ",        "assert ",
       "register ", "register-stop ", "PIM message ", "report ",
@@ -230,7 +233,7 @@ std::string eventText( const Event& event ) {
       case interfaceGone:
          return "interface gone, or has no address";
       case refused:
-         return messageText( event.message ) + "refused" +
+         return messageText( event ) + "refused" +
                 ( event.address.isUnspecified()
                      ? ""
                      : " from " + Vantu::valueToStrep( event.address ) ) +

@@ -98,9 +98,10 @@ std::string noInterfacesText( const Mirror& mirror ) {
 
 std::string lastWriteText( const Mirror& mirror ) {
    const auto since = mirror.sinceLastWrite();
-   return fmt::format( "As of the agent's last write, {}{}.\n",
-                       since ? spanText( *since ) + " ago" : "at an unknown time",
-                       mirror.writerAlive() ? "" : "; it is gone" );
+   return fmt::format(
+      "As of the agent's last write, {}{}.\n",
+      since ? spanText( *since ) + " ago" : "at an unknown time",
+      mirror.writerAlive() ? "" : std::string( "; it is " ) + mirror.writerText() );
 }
 
 std::string rpfText( const Rpf& rpf, bool attached ) {

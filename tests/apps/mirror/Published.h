@@ -172,6 +172,9 @@ class ShownRouter {
       mfib->counterIs( { { ::Published::Text<160>( "mfib/upcalls/ipv6/red" ),
                            ::Published::Text<48>( "wrongInterface" ) },
                          6 } );
+      mfib->counterIs( { { ::Published::Text<160>( "mfib/events" ),
+                           ::Published::Text<48>( "entryWritten" ) },
+                         2 } );
       auto count = [&]( const std::string& owner, const char* name,
                         uint64_t value ) {
          process->counterIs(
@@ -189,6 +192,7 @@ class ShownRouter {
       count( "agent/asked/default/192.0.2.254/eth1/0", "joins", 5 );
       count( "agent/dropped", "bad \"checksum\"\\", 2 );
       count( "agent/elections", "assertsWon", 3 );
+      count( "agent/events", "joinCame", 8 );
       for ( const char* name : { "routeWritten", "routeRemoved", "routeIntfRefused",
                                  "reviews", "reloadMicroseconds", "reloadRoutes" } )
          count( ipv4.path, name, 1500000 );

@@ -9,7 +9,7 @@ namespace {
 
 // The kernel allows 32 in a table.
 constexpr uint32_t kMaxVifs = 64;
-constexpr uint32_t kMaxSettings = 16;
+constexpr uint32_t kMaxMfibSettings = 16;
 
 }
 
@@ -41,7 +41,7 @@ Mox::Ptr<MfibStatus> MfibStatus::mount( Corvex::EntityManager& manager,
    initialize( *entity->vifControl(), kMaxVifs );
    initialize( *entity->cacheControl(), maxRoutes );
    initialize( *entity->upcallControl(), maxUpcalls );
-   initialize( *entity->settingControl(), kMaxSettings );
+   initialize( *entity->settingControl(), kMaxMfibSettings );
    return entity;
 }
 

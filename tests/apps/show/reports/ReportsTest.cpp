@@ -167,8 +167,8 @@ TEST_F( Reports, InterfacesAndCheck ) {
 
 // Each kind of fault, and no others.
 TEST_F( Reports, CheckFindsWhatContradictsItself ) {
-   PublishedSide other( router.clock, router.root.path(), Vantu::AddressFamily::ipv4,
-                    "blue" );
+   PublishedSide other( router.clock, router.root.path(),
+                        Vantu::AddressFamily::ipv4, "blue" );
    auto wc = other.vrf().wc( "239.1.2.3" ).rpf( "eth0" );
    wc.intf( "eth1" ).joined()->forwardIs( true );
    wc.intf( "eth0" ).joined();  // the incoming interface: does not forward even so

@@ -96,6 +96,9 @@ std::optional<double> Mirror::sinceLastWrite() const {
 }
 
 std::optional<std::string> Mirror::mfibSetting( const char* setting ) const {
+   // An older process that came after leaves the table as it was.
+   if ( mfib->cache().writerAlive() != mfib->setting().writerAlive() )
+      return std::nullopt;
    Published::Setting found;
    if ( mfib->setting().find( Published::Text<32>( setting ), found ) !=
         Brane::lookupFound )
@@ -104,12 +107,16 @@ std::optional<std::string> Mirror::mfibSetting( const char* setting ) const {
 }
 
 const char* Mirror::writerText() const {
-   if ( writerAlive() ) return "running";
+   return writerAlive() ? "running" : "gone";
+}
+
+const char* Mirror::writerStory() const {
+   if ( writerAlive() ) return writerText();
    timespec up;
    clock_gettime( CLOCK_BOOTTIME, &up );
    const bool before =
       sinceLastWrite().value_or( 0.0 ) > static_cast<double>( up.tv_sec );
-   return before ? "gone since before the last boot" : "gone";
+   return before ? "gone since before the last boot" : writerText();
 }
 
 uint64_t unreadable( const MoxBrane::MountedEntity& entity ) {

@@ -46,8 +46,10 @@ struct Mirror {
       return tables->route().control()->mountStatus() == MoxBrane::mountRemoved;
    }
    bool writerAlive() const { return tables->route().writerAlive(); }
-   // "running", "gone", or that the tables are left over from before this host's boot.
+   // "running" or "gone".
    const char* writerText() const;
+   // The same for people: also that the tables are left over from before this host's boot.
+   const char* writerStory() const;
    // The reason why the tables cannot be read. Records that were read but are
    // invalid are no such problem: see unreadable().
    struct Problem {

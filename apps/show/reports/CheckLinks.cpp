@@ -23,8 +23,6 @@ std::string whoText( const IpGenAddr& address ) {
    return address.isUnspecified() ? "somebody" : text( address );
 }
 
-// Packets that came longer ago count as none.
-
 // The operator's own word.
 bool isPolicy( Published::Refusal refusal ) {
    return refusal == Published::barredNeighbor ||

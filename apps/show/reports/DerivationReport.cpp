@@ -89,7 +89,7 @@ std::string aboutText( const RouteKey& route, Vantu::IntfId intfId ) {
 // "vrf default ipv4, agent running, (S, G): joinDesiredSg is yes"
 std::string headline( const Mirror& mirror, const Derivation& derivation ) {
    return fmt::format( "{}, agent {}, {}: {} is {}\n", mirrorText( mirror ),
-                       mirror.writerText(),
+                       mirror.writerStory(),
                        aboutText( derivation.route, derivation.intfId ),
                        derivation.macro, valueText( derivation.value ) );
 }

@@ -121,12 +121,18 @@ void Inquiry::registers() {
                 ( event.refusal == Published::barredRegister ||
                   event.refusal == Published::notTheRp );
       } );
-   if ( barred != nullptr && !arrives() )
-      fail( "register",
-            fmt::format( "registers of {} were refused {}: {}",
-                         text( barred->event.source ), ago( *barred ),
-                         refusalText( barred->event.refusal ) ),
-            "register-barred", "see the configuration's register-filter" );
+   if ( barred == nullptr || arrives() ) return;
+   if ( facts_.counterInterval() == 0.0 )
+      return step( Why::unknown, "register",
+                   fmt::format( "registers of {} were refused {}: {}; without "
+                                "counters nobody knows what else comes",
+                                text( barred->event.source ), ago( *barred ),
+                                refusalText( barred->event.refusal ) ) );
+   fail( "register",
+         fmt::format( "registers of {} were refused {}: {}",
+                      text( barred->event.source ), ago( *barred ),
+                      refusalText( barred->event.refusal ) ),
+         "register-barred", "see the configuration's register-filter" );
 }
 
 void Inquiry::upstream() {
@@ -308,7 +314,7 @@ IntfId Inquiry::wrongSide() const {
 void Inquiry::packets() {
    if ( !isReady( mirror_.mfib->cache() ) ) return;
    const Flow is = flow();
-   if ( facts_.counterInterval() == 0.0 && !arrives() && wrongSide().empty() )
+   if ( facts_.counterInterval() == 0.0 && !arrives() )
       return step( Why::unknown, "packets",
                    "pimsm-mfib publishes no counters: --counters is 0" );
    // Those of interfaces are published apart.

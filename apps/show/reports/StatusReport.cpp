@@ -71,7 +71,7 @@ Json tableJson( const MoxBrane::TableBase& table ) {
 std::string statusText( const Mirror& mirror ) {
    std::string text =
       fmt::format( "vrf {} {}: agent {}\n", vrfText( mirror ),
-                   familyName( mirror.family ), mirror.writerText() );
+                   familyName( mirror.family ), mirror.writerStory() );
    for ( const MoxBrane::TableBase* table : agentTables( mirror ) ) {
       if ( isPublished( *table ) ) text += tableLine( *table );
    }

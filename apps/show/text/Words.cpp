@@ -30,7 +30,7 @@ std::string mirrorText( const Mirror& mirror ) {
 
 std::string headingText( const Mirror& mirror, const std::string& told ) {
    return fmt::format( "{}: {}, agent {}\n", mirrorText( mirror ), told,
-                       mirror.writerText() );
+                       mirror.writerStory() );
 }
 
 std::string countText( size_t count, const char* what ) {
@@ -98,10 +98,11 @@ std::string noInterfacesText( const Mirror& mirror ) {
 
 std::string lastWriteText( const Mirror& mirror ) {
    const auto since = mirror.sinceLastWrite();
-   return fmt::format(
-      "As of the agent's last write, {}{}.\n",
-      since ? spanText( *since ) + " ago" : "at an unknown time",
-      mirror.writerAlive() ? "" : std::string( "; it is " ) + mirror.writerText() );
+   return fmt::format( "As of the agent's last write, {}{}.\n",
+                       since ? spanText( *since ) + " ago" : "at an unknown time",
+                       mirror.writerAlive()
+                          ? ""
+                          : std::string( "; it is " ) + mirror.writerStory() );
 }
 
 std::string rpfText( const Rpf& rpf, bool attached ) {

@@ -6,8 +6,6 @@
 
 namespace Fleet {
 
-namespace {}
-
 void Walk::towards( const IpGenAddr& receiver ) {
    const auto places = fabric_.attached( receiver );
    if ( places.empty() )

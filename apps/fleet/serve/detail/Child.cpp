@@ -25,7 +25,7 @@ namespace {
 
 constexpr rlim_t kSeconds = 5;
 constexpr rlim_t kMemory = 512ULL << 20U;
-constexpr size_t kLargestAnswer = 16ULL << 20U;  // of its answer
+constexpr size_t kLargestAnswer = 16ULL << 20U;  // bytes
 
 std::string found( const std::string& program ) {
    const char* path = std::getenv( "PATH" );

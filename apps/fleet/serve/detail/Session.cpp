@@ -16,7 +16,7 @@ using std::chrono::seconds;
 
 namespace {
 
-constexpr size_t kLargestRequest = 8192;  // of a request
+constexpr size_t kLargestRequest = 8192;  // bytes
 constexpr auto kPatience = seconds( 10 );
 constexpr auto kTaking = seconds( 20 );
 constexpr auto kComment = seconds( 15 );

@@ -12,11 +12,6 @@
 
 namespace Agent {
 
-using Vantu::AddressFamily;
-using Vantu::IntfId;
-using Vantu::IpGenAddr;
-using Vantu::IpGenPrefix;
-
 namespace {
 
 // The lists filter groups only.

@@ -9,11 +9,6 @@
 
 namespace Agent {
 
-using Vantu::AddressFamily;
-using Vantu::IntfId;
-using Vantu::IpGenAddr;
-using Vantu::IpGenPrefix;
-
 namespace {
 
 InterfaceAddress readAddress( const Place& place ) {

@@ -6,11 +6,6 @@
 
 namespace Agent {
 
-using Vantu::AddressFamily;
-using Vantu::IntfId;
-using Vantu::IpGenAddr;
-using Vantu::IpGenPrefix;
-
 namespace {
 
 // The R bit of an assert stands above the preference (RFC 7761, 4.9.6).

@@ -10,6 +10,11 @@
 
 namespace Agent {
 
+using Vantu::AddressFamily;
+using Vantu::IntfId;
+using Vantu::IpGenAddr;
+using Vantu::IpGenPrefix;
+
 // All groups of the family.
 Vantu::IpGenPrefix multicastRange( Vantu::AddressFamily family );
 

@@ -6,11 +6,6 @@
 
 namespace Agent {
 
-using Vantu::AddressFamily;
-using Vantu::IntfId;
-using Vantu::IpGenAddr;
-using Vantu::IpGenPrefix;
-
 namespace {
 
 // The kernel names the register interface after the table, in 15 characters.

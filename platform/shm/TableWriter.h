@@ -44,6 +44,9 @@ struct WriterOptions {
    bool zeroKey = false;
    // Makes a new file large enough for that many records; 0: for a few.
    uint32_t firstCapacity = 0;
+   // A table of that many records or more makes its next instance in parts, with each
+   // key after seven eighths of its room; a smaller one at once, when it is full.
+   uint32_t growsAheadFrom = 4096;
    // The lock and bell that the table shares with others; null: its own. Lock and
    // bell that it had of its own, as a former version's tables did, are removed.
    std::shared_ptr<WriterSeat> seat = nullptr;

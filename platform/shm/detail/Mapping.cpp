@@ -54,10 +54,9 @@ Mapping& Mapping::operator=( Mapping&& other ) noexcept {
 
 constexpr uint64_t largePage = 2 << 20;  // bytes
 
-Mapping Mapping::ofFile( int fd, uint64_t size, bool writable,
-                         const Mox::String& path ) {
-   int protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
-   void* data = mmap( nullptr, size, protection, MAP_SHARED | MAP_POPULATE, fd, 0 );
+Mapping Mapping::of( int fd, uint64_t size, int protection, int flags,
+                     const Mox::String& path ) {
+   void* data = mmap( nullptr, size, protection, MAP_SHARED | flags, fd, 0 );
    if ( data == MAP_FAILED )
       systemFailed( path, errno == ENOMEM
                              ? "cannot map, vm.max_map_count may be too low"
@@ -68,6 +67,23 @@ Mapping Mapping::ofFile( int fd, uint64_t size, bool writable,
    mapping.data_ = static_cast<std::byte*>( data );
    mapping.size_ = size;
    return mapping;
+}
+
+Mapping Mapping::ofFile( int fd, uint64_t size, bool writable,
+                         const Mox::String& path ) {
+   return of( fd, size, writable ? PROT_READ | PROT_WRITE : PROT_READ, MAP_POPULATE,
+              path );
+}
+
+Mapping Mapping::ofSparseFile( int fd, uint64_t size, const Mox::String& path ) {
+   return of( fd, size, PROT_READ | PROT_WRITE, 0, path );
+}
+
+// Before Linux 5.14 each page comes with the first store to it.
+void Mapping::populate( uint64_t from, uint64_t size ) {
+#ifdef MADV_POPULATE_WRITE
+   madvise( data_ + from, size, MADV_POPULATE_WRITE );
+#endif
 }
 
 void systemFailed( const Mox::String& path, const char* what ) {
@@ -88,10 +104,10 @@ bool hasRoom( int fd, uint64_t size ) {
 // Allocates in pieces: a signal makes the kernel drop all pages of the interrupted
 // call, so each piece must take less time than any timer's period. Returns the
 // error, 0 for none.
-int allocate( int fd, uint64_t size ) {
+int allocate( int fd, uint64_t from, uint64_t size ) {
    constexpr uint64_t piece = 1 << 20;
-   for ( uint64_t at = 0; at < size; at += piece ) {
-      uint64_t length = std::min( piece, size - at );
+   for ( uint64_t at = from; at < from + size; at += piece ) {
+      uint64_t length = std::min( piece, from + size - at );
       int error;
       do {
          error = posix_fallocate( fd, static_cast<off_t>( at ),
@@ -102,21 +118,42 @@ int allocate( int fd, uint64_t size ) {
    return 0;
 }
 
+[[noreturn]] void noSpace( const Mox::String& path, uint64_t size, int error ) {
+   Mox::String what = fmt::format( "cannot allocate {} bytes", size );
+   errno = error;
+   systemFailed( path, what.c_str() );
 }
 
-Descriptor createFile( const Mox::String& path, uint64_t size ) {
+}
+
+Descriptor createSparseFile( const Mox::String& path, uint64_t size ) {
    // A writer that died while creating may have left one.
    unlink( path.c_str() );
    Descriptor file( openFile( path, O_RDWR | O_CREAT | O_EXCL ) );
    if ( !file ) systemFailed( path, "cannot create" );
    fchmod( file.get(), 0640 );  // independent of the umask
-   // A full file system must show now: a page missing later is a SIGBUS.
-   int error = hasRoom( file.get(), size ) ? allocate( file.get(), size ) : ENOSPC;
-   if ( error ) {
+   int error = hasRoom( file.get(), size ) ? 0 : ENOSPC;
+   if ( !error && ftruncate( file.get(), static_cast<off_t>( size ) ) != 0 )
+      error = errno;
+   if ( !error ) return file;
+   unlink( path.c_str() );
+   noSpace( path, size, error );
+}
+
+void allocateFile( const Descriptor& file, const Mox::String& path, uint64_t from,
+                   uint64_t size ) {
+   const int error = allocate( file.get(), from, size );
+   if ( error ) noSpace( path, size, error );
+}
+
+Descriptor createFile( const Mox::String& path, uint64_t size ) {
+   Descriptor file = createSparseFile( path, size );
+   try {
+      // A full file system must show now: a page missing later is a SIGBUS.
+      allocateFile( file, path, 0, size );
+   } catch ( const CreateError& ) {
       unlink( path.c_str() );
-      Mox::String what = fmt::format( "cannot allocate {} bytes", size );
-      errno = error;
-      systemFailed( path, what.c_str() );
+      throw;
    }
    return file;
 }

@@ -49,11 +49,19 @@ class Mapping {
    // Maps the first `size` bytes, all pages present. Throws CreateError.
    static Mapping ofFile( int fd, uint64_t size, bool writable,
                           const Mox::String& path );
+   // Maps the first `size` bytes for writing, no page present. Throws CreateError.
+   static Mapping ofSparseFile( int fd, uint64_t size, const Mox::String& path );
+
+   // Makes the pages present, as far as the system can. `from` is that of a page.
+   void populate( uint64_t from, uint64_t size );
 
    std::byte* data() const { return data_; }
    uint64_t size() const { return size_; }
 
  private:
+   static Mapping of( int fd, uint64_t size, int protection, int flags,
+                      const Mox::String& path );
+
    std::byte* data_ = nullptr;
    uint64_t size_ = 0;
 };
@@ -64,6 +72,12 @@ class Mapping {
 // Makes a new file of that size, every page allocated, mode 0640. Throws
 // CreateError, and leaves no file then.
 Descriptor createFile( const Mox::String& path, uint64_t size );
+
+// The same without its space, which is there at the moment. Throws CreateError.
+Descriptor createSparseFile( const Mox::String& path, uint64_t size );
+// Gives it space for those bytes. Throws CreateError; the file stays then.
+void allocateFile( const Descriptor& file, const Mox::String& path, uint64_t from,
+                   uint64_t size );
 
 // Opens as open() does, but repeats after interruptions. `mode` is that of a new
 // file.

@@ -153,14 +153,18 @@ void TableMaker::takeOver( Former former, const Survey& survey ) {
    table_.view_ = {
       table_.mapping_->data(), geometryOf( h ), { h.seed[0], h.seed[1] } };
    table_.instanceId_ = h.instanceId;
-   table_.free_ = FreeSlots( table_.view_.geometry.slotCount );
+   const uint32_t slots = table_.view_.geometry.slotCount;
+   table_.free_ = FreeSlots( slots, slots );
    if ( *table_.view_.retired() ) storeWord( table_.view_.retired(), 0 );
+   // A writer that died while its table grew may have left one.
+   unlink( table_.files_.fresh().c_str() );
    putRight( table_.view_, survey, table_.report_ );
    table_.sequence_ = *table_.view_.head();
    table_.size_ = survey.survivors();
-   for ( uint32_t slot = 0; slot < table_.view_.geometry.slotCount; ++slot ) {
+   for ( uint32_t slot = 0; slot < slots; ++slot ) {
       if ( !survey.names( slot ) ) table_.free_.push( slot );
    }
+   table_.decideWhenToGrow();
 }
 
 HeaderValues TableMaker::freshValues( uint32_t records ) const {
@@ -195,18 +199,18 @@ HeaderValues TableMaker::valuesOf( const WriterTable& table ) {
    return values;
 }
 
-// The new instance is complete before it gets its name. After a kill before that,
-// the former one stands untouched.
 void TableMaker::create( const Former* former, const Survey* survey ) {
    const HeaderValues values = freshValues( survey ? survey->survivors() : 0 );
-   adopt( table_, make( table_, values, options_.firstSequence ), 0 );
+   NewInstance made( table_.files_.fresh(), table_.layout(), values );
+   made.allocate();
+   made.startAfter( options_.firstSequence, table_.layout(), values );
+   adopt( table_, made, values.instanceId );
    if ( former ) copySurvivors( *former, *survey );
-   name( table_, table_.view_ );
+   made.nameIs( table_.path() );
 }
 
-void TableMaker::grow( WriterTable& table ) {
-   const WriterView& view = table.view_;
-   const Geometry& now = view.geometry;
+std::unique_ptr<Growth> TableMaker::beginGrowth( const WriterTable& table ) {
+   const Geometry& now = table.view_.geometry;
    HeaderValues values = valuesOf( table );
    values.capacity = std::min( 2 * now.capacity, Geometry::maxCapacity() );
    // Beyond the limit, room is only wanted for reservations.
@@ -218,15 +222,16 @@ void TableMaker::grow( WriterTable& table ) {
          ? Geometry::defaultJournalEntries( values.capacity )
          : 0 );
    values.instanceId = randomWord();
-   try {
-      Made made = make( table, values, table.sequence_ );
-      const uint32_t copied = copyRecords( view, made.view );
-      name( table, made.view );
-      adopt( table, std::move( made ), copied );
-   } catch ( const CreateError& ) {
-      unlink( table.files_.fresh().c_str() );
-      throw;
-   }
+   return std::make_unique<Growth>( table.view_, table.layout(), values,
+                                    table.files_.fresh() );
+}
+
+void TableMaker::finishGrowth( WriterTable& table, Growth& growth ) {
+   NewInstance& made = growth.finish( table.sequence_ );
+   made.nameIs( table.path() );
+   adopt( table, made, growth.instanceId() );
+   table.free_ = FreeSlots( made.view().geometry.slotCount, growth.firstFree() );
+   for ( uint32_t slot : growth.freed() ) table.free_.push( slot );
 }
 
 // Nothing kept the file, so that another one may have its number.
@@ -243,78 +248,17 @@ bool TableMaker::map( WriterTable& table ) {
    if ( header->instanceId != table.instanceId_ ) return false;
    table.view_.base = mapping->data();
    table.mapping_ = std::move( mapping );
-   fillFree( table, 0 );
+   table.free_ = FreeSlots( table.view_.geometry.slotCount, 0 );
    return true;
 }
 
 void TableMaker::renew( WriterTable& table ) {
-   Made made = make( table, valuesOf( table ), table.sequence_ );
-   name( table, made.view );
-   adopt( table, std::move( made ), 0 );
-}
-
-// A new, empty instance, which has no name yet.
-TableMaker::Made TableMaker::make( const WriterTable& table,
-                                   const HeaderValues& values, uint64_t sequence ) {
-   const Layout& layout = table.layout();
-   const Geometry geometry = Geometry::of( layout.keySize, layout.recordSize,
-                                           uint32_t( layout.fields.size() ),
-                                           values.capacity, values.journalEntries );
-   const Mox::String path = table.files_.fresh();
-   Descriptor file = createFile( path, geometry.fileSize );
-   Made made;
-   made.file = fileIdOf( file, path );
-   made.mapping = std::make_shared<Mapping>(
-      Mapping::ofFile( file.get(), geometry.fileSize, true, path ) );
-   made.view = {
-      made.mapping->data(), geometry, { values.seed[0], values.seed[1] } };
-   made.instanceId = values.instanceId;
-   writeHeader( made.view.base, layout, values );
-   storeWord( made.view.journal( sequence ), journalEntry( 0, sequence ) );
-   storeWord( made.view.head(), sequence );
-   return made;
-}
-
-void TableMaker::name( const WriterTable& table, const WriterView& view ) {
-   markReady( view.base );
-   if ( rename( table.files_.fresh().c_str(), table.files_.table.c_str() ) != 0 )
-      systemFailed( table.files_.table, "cannot rename the new instance" );
-}
-
-// Copies all records to the first slots of an empty instance with the same seed, and
-// returns their number. In order of positions: twice as many homes keep the order, so
-// both sides are walked once.
-uint32_t TableMaker::copyRecords( const ConstView& from, const WriterView& to ) {
-   constexpr Position ahead = 32;
-   const Position end = from.geometry.positions();
-   uint32_t slot = 0;
-   for ( Position p = 0; p < end; ++p ) {
-      // Slots are in no order, so that each would be waited for.
-      const uint32_t soon = p + ahead < end && isWord( p + ahead )
-                               ? slotOf( from.index()[p + ahead] )
-                               : 0;
-      if ( soon < from.geometry.slotCount )
-         prefetch( from.slotBytes( soon ), from.slotSize() );
-      const uint64_t word = isWord( p ) ? from.index()[p] : 0;
-      if ( !word ) continue;
-      const std::byte* record = from.record( slotOf( word ) );
-      const uint64_t hash = keyHash( record, from.geometry.keySize, from.seed );
-      const Place place = freePlace( to, hash );
-      const RecordIdentity identity{
-         sequenceOf( from.slot( slotOf( word ) )->stamp ), slot++, hash };
-      fillSlot( to, record, identity );
-      enter( to, place, identity );
-   }
-   return slot;
-}
-
-Place TableMaker::freePlace( const ConstView& view, uint64_t hash ) {
-   const uint32_t home = view.geometry.homeOf( hash );
-   for ( uint32_t line = home; line < home + view.geometry.reach; ++line ) {
-      uint32_t empty = wordsWith( view.index() + line * lineWords, 0 );
-      if ( empty ) return { line * lineWords + takeFirst( empty ), 0 };
-   }
-   throw CreateError( "a larger instance has no place for a key" );
+   const HeaderValues values = valuesOf( table );
+   NewInstance made( table.files_.fresh(), table.layout(), values );
+   made.allocate();
+   made.startAfter( table.sequence_, table.layout(), values );
+   made.nameIs( table.path() );
+   adopt( table, made, values.instanceId );
 }
 
 void TableMaker::copySurvivors( const Former& former, const Survey& survey ) {
@@ -345,20 +289,16 @@ void TableMaker::drop( const Mox::Error& why ) {
    --table_.report_.survivors;
 }
 
-void TableMaker::adopt( WriterTable& table, Made made, uint32_t records ) {
-   table.file_ = made.file;
-   table.mapping_ = std::move( made.mapping );
-   table.view_ = made.view;
-   table.instanceId_ = made.instanceId;
-   table.sequence_ = *made.view.head();
-   fillFree( table, records );
-}
-
-// The first slots hold records.
-void TableMaker::fillFree( WriterTable& table, uint32_t records ) {
-   const uint32_t slots = table.view_.geometry.slotCount;
-   table.free_ = FreeSlots( slots );
-   for ( uint32_t slot = records; slot < slots; ++slot ) table.free_.push( slot );
+// The instance has no record but those that its maker tells of.
+void TableMaker::adopt( WriterTable& table, const NewInstance& made,
+                        uint64_t instanceId ) {
+   table.file_ = made.file();
+   table.mapping_ = made.mapping();
+   table.view_ = made.view();
+   table.instanceId_ = instanceId;
+   table.sequence_ = *made.view().head();
+   table.free_ = FreeSlots( made.view().geometry.slotCount, 0 );
+   table.decideWhenToGrow();
 }
 
 }

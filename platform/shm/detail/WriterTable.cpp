@@ -2,17 +2,20 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 #include "platform/base/Assert.h"
+#include "platform/shm/detail/Growth.h"
 #include "platform/shm/detail/Hash.h"
-#include "platform/shm/detail/Line.h"
 #include "platform/shm/detail/Lock.h"
+#include "platform/shm/detail/Probe.h"
 #include "platform/shm/detail/Survey.h"
 #include "platform/shm/detail/TableMaker.h"
 
@@ -41,7 +44,10 @@ bool isZero( const void* key, size_t size ) {
 WriterTable::WriterTable( const Mox::String& path,
                           std::shared_ptr<const Layout> layout, uint32_t capacity,
                           const WriterOptions& options )
-   : files_( path ), layout_( std::move( layout ) ), zeroKey_( options.zeroKey ) {
+   : files_( path ),
+     layout_( std::move( layout ) ),
+     zeroKey_( options.zeroKey ),
+     growsAheadFrom_( options.growsAheadFrom ) {
    layout_->check();
    // Before the table has its name: whoever sees the table can watch its bell.
    seat_ = options.seat ? options.seat : std::make_shared<WriterSeat>( path );
@@ -121,24 +127,9 @@ PIMSM_SHM_HOT Place WriterTable::locate( const void* key, uint64_t hash,
 
 // The key's place, or the first free one; noPosition where there is neither.
 PIMSM_SHM_HOT Place WriterTable::probe( const void* key, uint64_t hash ) const {
-   Position free = noPosition;
-   uint32_t home = view_.geometry.homeOf( hash );
-   const uint32_t end = home + view_.geometry.reach;
-   const uint64_t tag = tagOf( hash );
-   for ( uint32_t line = home; line < end; ++line ) {
-      const uint64_t* words = view_.index() + line * lineWords;
-      for ( uint32_t found = wordsWith( words, tag ); found; ) {
-         Position position = line * lineWords + takeFirst( found );
-         uint64_t word = view_.index()[position];
-         if ( holdsKey( position, word, key ) ) return { position, word };
-      }
-      if ( free == noPosition ) {
-         uint32_t empty = wordsWith( words, 0 );
-         if ( empty ) free = line * lineWords + takeFirst( empty );
-      }
-      if ( !words[7] && free != noPosition ) break;
-   }
-   return { free, 0 };
+   return probeIn( view_, hash, [&]( Position position, uint64_t word ) {
+      return holdsKey( position, word, key );
+   } );
 }
 
 // As locate(), but refuses a key that cannot be written; nothing is stored before.
@@ -191,6 +182,7 @@ void WriterTable::release( uint32_t slot ) {
 }
 
 PIMSM_SHM_HOT void WriterTable::finish( const WriterView& view, const Place& place,
+                                        const void* record,
                                         const RecordIdentity& identity ) {
    publish( view, place, identity );
    sequence_ = identity.sequence;
@@ -198,6 +190,44 @@ PIMSM_SHM_HOT void WriterTable::finish( const WriterView& view, const Place& pla
       free_.push( slotOf( place.word ) );
    } else {
       ++size_;
+   }
+   if ( __builtin_expect( growth_ != nullptr, 0 ) )
+      repeat( [&] { growth_->put( place.position, record, identity ); } );
+}
+
+// Does in the next instance what was done in this one. Where that is refused, it is
+// given up.
+template <class Change>
+void WriterTable::repeat( const Change& change ) {
+   try {
+      change();
+   } catch ( const CreateError& ) {
+      growth_.reset();
+   }
+}
+
+// A small table grows at once, a large one begins before it is full.
+void WriterTable::decideWhenToGrow() {
+   const uint32_t capacity = view_.geometry.capacity;
+   const bool ahead = capacity < limit_ && capacity >= growsAheadFrom_;
+   growAt_ = ahead ? capacity - std::max( capacity / 8, 1U ) : capacity;
+}
+
+void WriterTable::makeRoom( const void* key, uint64_t hash, Position hint ) {
+   if ( size_ < view_.geometry.capacity ) return growAhead();
+   if ( mustGrow( key, hash, hint ) ) grow();
+}
+
+// Refuses nothing: while there is room, the table can wait for memory.
+void WriterTable::growAhead() {
+   const uint32_t capacity = view_.geometry.capacity;
+   try {
+      if ( !growth_ ) growth_ = TableMaker::beginGrowth( *this );
+      growth_->advance( size_ - growAt_ + 1, capacity - growAt_ );
+      if ( growth_->complete() ) finishGrowth();
+   } catch ( const CreateError& ) {
+      growth_.reset();
+      growAt_ += ( capacity - growAt_ + 1 ) / 2;
    }
 }
 
@@ -209,18 +239,41 @@ bool WriterTable::mustGrow( const void* key, uint64_t hash, Position hint ) cons
    return !locate( key, hash, hint ).word;
 }
 
-// Readers find the next instance under the table's name. A reader that has mapped
-// this one sees by its mark that it is not the table any more.
 void WriterTable::grow() {
-   const WriterView before = view_;
-   const std::shared_ptr<Mapping> mapping = mapping_;
    try {
-      TableMaker::grow( *this );
+      if ( !growth_ ) growth_ = TableMaker::beginGrowth( *this );
+      growth_->advance( 1, 1 );
+      finishGrowth();
    } catch ( const CreateError& e ) {
+      growth_.reset();
       throw NoSpaceError( e.what() );
    }
+}
+
+// Readers find the next instance under the table's name. A reader that has mapped
+// this one sees by its mark that it is not the table any more.
+void WriterTable::finishGrowth() {
+   const WriterView before = view_;
+   std::shared_ptr<Mapping> mapping = mapping_;
+   TableMaker::finishGrowth( *this, *growth_ );
+   growth_.reset();
    storeWord( before.retired(), retiredWord );
    if ( reservations_ ) former_.push_back( mapping );
+   releaseAside( std::move( mapping ) );
+}
+
+// The kernel takes a quarter of a second to free a gigabyte.
+void WriterTable::releaseAside( std::shared_ptr<Mapping> mapping ) {
+   constexpr uint64_t large = 16 << 20;  // bytes
+   if ( mapping->size() < large ) return;
+   sigset_t all, before;
+   sigfillset( &all );
+   pthread_sigmask( SIG_SETMASK, &all, &before );  // none is for this thread
+   try {
+      release_ = std::jthread( [moved = std::move( mapping )] {} );
+   } catch ( const std::system_error& ) {
+   }
+   pthread_sigmask( SIG_SETMASK, &before, nullptr );
 }
 
 // Linux allows a process some 65,000 mappings, and most tables of many VRFs are empty:
@@ -246,9 +299,7 @@ void WriterTable::map() {
 
 PIMSM_SHM_HOT Position WriterTable::putHashed( const void* record, uint64_t hash,
                                                Position hint ) {
-   if ( __builtin_expect( size_ >= view_.geometry.capacity, 0 ) &&
-        mustGrow( record, hash, hint ) )
-      grow();
+   if ( __builtin_expect( size_ >= growAt_, 0 ) ) makeRoom( record, hash, hint );
    // A copy: to the compiler any store to the table might change the member.
    const WriterView view = view_;
    prefetchForStore( view.slotBytes( free_.peek( freeAhead ) ), view.slotSize() );
@@ -263,7 +314,7 @@ PIMSM_SHM_HOT Position WriterTable::putHashed( const void* record, uint64_t hash
       release( slot );
       throw;
    }
-   finish( view, place, identity );
+   finish( view, place, record, identity );
    return place.position;
 }
 
@@ -308,8 +359,7 @@ uint32_t WriterTable::reserve() {
 
 Position WriterTable::commit( uint32_t slot, const void* record, Position hint ) {
    uint64_t hash = hashOf( record );
-   const bool full = size_ >= view_.geometry.capacity;
-   if ( full && mustGrow( record, hash, hint ) ) grow();
+   if ( size_ >= growAt_ ) makeRoom( record, hash, hint );
    if ( record != view_.record( slot ) ) {
       // Reserved in a former instance.
       Position position = putHashed( record, hash, hint );
@@ -320,7 +370,7 @@ Position WriterTable::commit( uint32_t slot, const void* record, Position hint )
    RecordIdentity identity{ sequence_ + 1, slot, hash };
    storeWord( &view_.slot( slot )->checksum,
               recordChecksum( record, view_.geometry.recordSize, identity ) );
-   finish( view_, place, identity );
+   finish( view_, place, record, identity );
    if ( --reservations_ == 0 ) former_.clear();
    return place.position;
 }
@@ -340,6 +390,8 @@ bool WriterTable::remove( const void* key, void* removed, Position hint ) {
    retract( view_, place, hash, ++sequence_ );
    free_.push( slot );
    --size_;
+   if ( growth_ ) repeat( [&] { growth_->remove( place.position, key, hash ); } );
+   if ( growth_ && size_ < growAt_ / 2 ) growth_.reset();
    return true;
 }
 
@@ -392,6 +444,7 @@ bool WriterTable::filesStand() const {
 void WriterTable::restoreFiles() {
    MOX_ASSERT( reservations_ == 0 );
    if ( filesStand() ) return;
+   growth_.reset();
    seat_->restore();
    if ( leadsTo( files_.table, file_ ) ) return;
    if ( mapping_ ) return copyToNewFile();
@@ -427,6 +480,7 @@ void WriterTable::markRetired() {
 void WriterTable::removeFiles() {
    // The names may lead to a successor's files by now.
    if ( std::exchange( filesRemoved_, true ) ) return;
+   growth_.reset();
    markRetired();
    unlink( files_.table.c_str() );
    rung_ = sequence_ - 1;

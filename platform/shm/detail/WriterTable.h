@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <span>
+#include <thread>
 #include <vector>
 
 #include "platform/shm/TableFiles.h"
@@ -13,6 +14,7 @@
 
 namespace Brane::Detail {
 
+class Growth;
 class Survey;
 
 // The first position after that one with a record; noPosition: none.
@@ -64,8 +66,15 @@ class WriterTable {
    [[noreturn]] void corrupted( Position position, uint32_t slot,
                                 const char* what ) const;
    [[noreturn]] void noPlace( bool full ) const;
+   void decideWhenToGrow();
+   void makeRoom( const void* key, uint64_t hash, Position hint );
    bool mustGrow( const void* key, uint64_t hash, Position hint ) const;
+   void growAhead();
    void grow();
+   void finishGrowth();
+   void releaseAside( std::shared_ptr<Mapping> mapping );
+   template <class Change>
+   void repeat( const Change& change );
    void rest();
    void map();
    void markRetired();
@@ -74,7 +83,7 @@ class WriterTable {
    bool sharesSeat() const { return seat_->path() != path(); }
    void copyToNewFile();
    void release( uint32_t slot );
-   void finish( const WriterView& view, const Place& place,
+   void finish( const WriterView& view, const Place& place, const void* record,
                 const RecordIdentity& identity );
    uint64_t hashAhead( const void* key, Position hint ) const;
    void fetchSlot( uint64_t hash, Position hint ) const;
@@ -82,6 +91,7 @@ class WriterTable {
    TableFiles files_;
    std::shared_ptr<const Layout> layout_;
    bool zeroKey_ = false;
+   uint32_t growsAheadFrom_ = 0;
    std::shared_ptr<WriterSeat> seat_;
    FileId file_;  // the mapping keeps it
    // Null while nothing has been put: the view is on zeroes then, an empty index.
@@ -95,8 +105,11 @@ class WriterTable {
    bool filesRemoved_ = false;
    uint32_t limit_ = 0;
    uint32_t size_ = 0;
+   uint32_t growAt_ = 0;  // with that many records it grows, or begins to
    uint32_t reservations_ = 0;
    FreeSlots free_;
+   std::unique_ptr<Growth> growth_;  // null while none is under way
+   std::jthread release_;            // of the instance before the last growth
    AttachReport report_;
 };
 

@@ -1,0 +1,60 @@
+// The next, larger instance of a table, which is made while the table is being
+// written: a part of it with each new key, so that no put waits for all of it.
+//
+// What is copied follows the table: its owner repeats each change here. What is not is
+// copied later, as it will be then.
+#pragma once
+
+#include <vector>
+
+#include "platform/shm/detail/NewInstance.h"
+
+namespace Brane::Detail {
+
+class Growth {
+ public:
+   // `former` is the table's instance, of half the capacity at least, with the same
+   // seed. Throws CreateError.
+   Growth( const WriterView& former, const Layout& layout,
+           const HeaderValues& values, const Mox::String& path );
+
+   // Does so much that `part` of `whole` is done. Throws CreateError.
+   void advance( uint32_t part, uint32_t whole );
+   bool complete() const { return steps_ == allSteps(); }
+
+   // The former instance's record at the position is this one now, or is gone. Throws
+   // CreateError where the key has no place.
+   void put( Position position, const void* record,
+             const RecordIdentity& identity );
+   void remove( Position position, const void* key, uint64_t hash );
+
+   // REQUIRES: complete().
+   NewInstance& finish( uint64_t sequence );
+   uint64_t instanceId() const { return values_.instanceId; }
+   // The first slot that was never used, and those that are free again before it.
+   uint32_t firstFree() const { return nextSlot_; }
+   const std::vector<uint32_t>& freed() const { return freed_; }
+
+ private:
+   uint64_t allSteps() const { return allocations_ + copies_; }
+   void step();
+   void copy( Position end );
+   void copyRecord( uint64_t word );
+   void write( const void* record, const RecordIdentity& former );
+   uint32_t takeSlot();
+   Place placeOf( const void* key, uint64_t hash ) const;
+   bool isCopied( Position position ) const { return position < copied_; }
+
+   const Layout& layout_;
+   WriterView former_;
+   HeaderValues values_;
+   NewInstance next_;
+   uint64_t allocations_;  // steps of each kind
+   uint64_t copies_;
+   uint64_t steps_ = 0;   // done
+   Position copied_ = 0;  // this and those after are not
+   uint32_t nextSlot_ = 0;
+   std::vector<uint32_t> freed_;
+};
+
+}

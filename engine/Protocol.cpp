@@ -225,13 +225,15 @@ void Protocol::adoptNeighbor( IntfId intfId, const IpGenAddr& address,
    tellNeighbor( intfId, address, NeighborEvent::gone );
 }
 
-void Protocol::adopt( const KeptTimers& kept,
-                      const RegisterSender::KeptTimes& registering ) {
+bool Protocol::adopt( const KeptTimers& kept,
+                      const RegisterSender::KeptTimes& registering,
+                      const std::function<bool()>& over ) {
    const Journal::Handling handling( journal_, Published::byRestart );
-   adopted_ = true;
-   routes_.adopt();
-   pathSwitch_.adopt();
-   joinPrune_.adopt( kept );
+   if ( !std::exchange( adopted_, true ) ) {
+      routes_.adopt();
+      pathSwitch_.adopt();
+   }
+   if ( !joinPrune_.adopt( kept, over ) ) return false;
    membership_.adopt( kept );
    asserts_.adopt( kept );
    sources_.adopt();
@@ -241,6 +243,7 @@ void Protocol::adopt( const KeptTimers& kept,
    registering_.adopt();
    registerSender_.adopt( registering );
    upstream_.adopt( keptJoins_ );
+   return true;
 }
 
 Published::Downstream Protocol::timers(

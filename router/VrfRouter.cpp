@@ -86,14 +86,30 @@ void VrfRouter::tell( Published::EventKind kind, uint32_t value ) {
 
 void VrfRouter::adopt() {
    MOX_ASSERT( ready() && !adopted_ );
+   if ( !std::exchange( resuming_, true ) ) {
+      const size_t routes = vrf_.model()->route().size();
+      familyCounters_.reloaded( routes, clock_.now() );
+      tell( Published::started, static_cast<uint32_t>( routes ) );
+   }
+   const double start = clock_.now();
+   if ( !resume( [&] { return clock_.now() >= start + kReviewSlice; } ) )
+      return resume_.wakeupTimeIs( start );
+   resuming_ = false;
    adopted_ = true;
-   familyCounters_.reloaded( vrf_.model()->route().size(), clock_.now() );
-   tell( Published::started,
-         static_cast<uint32_t>( vrf_.model()->route().size() ) );
-   protocol_.adopt(
+   formerTimersDue_ = true;
+   mfib_.adopted();
+   tally_.touch();
+   publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );
+   for ( auto& receive : std::exchange( waiting_, {} ) ) receive();
+}
+
+bool VrfRouter::resume( const std::function<bool()>& over ) {
+   return protocol_.adopt(
       [this]( const Routing::Pim::RouteIntfKey& key ) {
          Published::Downstream kept{ key };
-         vrf_.published()->downstream().find( key, kept );
+         const auto& table = vrf_.published()->downstream();
+         if ( table.find( key, kept ) != ::Brane::lookupFound )
+            timersDue_.push_back( key );
          return kept;
       },
       [this]( const Routing::Pim::RouteKey& key )
@@ -103,12 +119,8 @@ void VrfRouter::adopt() {
          if ( table.find( key, record ) != ::Brane::lookupFound )
             return std::nullopt;
          return RegisterSender::Kept{ record.probing, record.until };
-      } );
-   markAllTimers();
-   mfib_.adopted();
-   tally_.touch();
-   publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );
-   for ( auto& receive : std::exchange( waiting_, {} ) ) receive();
+      },
+      over );
 }
 
 void VrfRouter::configIs( const VrfConfig& config ) {
@@ -120,14 +132,25 @@ void VrfRouter::configIs( const VrfConfig& config ) {
    publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );
 }
 
-// Marks the timers of all present and former records.
-void VrfRouter::markAllTimers() {
-   for ( const auto& key : vrf_.published()->downstream().keys() )
-      timersDue_.push_back( key );
-   for ( const Sm::Route& route : std::as_const( *vrf_.model() ).route() ) {
-      for ( const Sm::Intf& intf : route.routeIntf() )
-         timersDue_.push_back( { route.key(), intf.intfId() } );
-   }
+// Publishes a slice of the timers that the former process left, where they run
+// otherwise by now or have no state any more.
+void VrfRouter::reviewFormerTimers() {
+   const double start = clock_.now();
+   std::optional<Routing::Pim::RouteIntfKey> reached;
+   vrf_.published()->downstream().visit(
+      formerTimersFrom_ ? &*formerTimersFrom_ : nullptr,
+      [&]( const Published::Downstream& former ) {
+         if ( protocol_.timers( former.key ) != former &&
+              !publishTimersOf( former.key ) )
+            timersRefused_.insert( former.key );
+         if ( clock_.now() < start + kReviewSlice ) return true;
+         reached = former.key;
+         return false;
+      },
+      {} );
+   formerTimersFrom_ = reached;
+   formerTimersDue_ = reached.has_value();
+   if ( formerTimersDue_ ) resume_.wakeupTimeIs( start );
 }
 
 // Timers go before their states: a state in the tables without its timers would get
@@ -195,11 +218,11 @@ bool VrfRouter::review() {
 // marked already.
 void VrfRouter::markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
                             bool timers ) {
-   if ( !adopted_ ) return;
+   if ( !adopted_ && !resuming_ ) return;
    if ( intfId.empty() ) {
       vrf_.writer().changeSet()->routeIs( key, true );
    } else {
-      if ( timers ) timersDue_.push_back( { key, intfId } );
+      if ( timers && !resuming_ ) timersDue_.push_back( { key, intfId } );
       vrf_.writer().changeSet()->routeIntfIs( { key, intfId }, true );
    }
 }
@@ -208,6 +231,7 @@ void VrfRouter::markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId int
 // This lasts only for a limited time: a flood of changes on one link must not keep
 // all others out of the tables.
 bool VrfRouter::mayWrite() {
+   if ( resuming_ ) return false;
    const bool may =
       !adopted_ || review() || clock_.now() - *behindSince_ >= maxBehind;
    publishTimers();
@@ -218,6 +242,7 @@ void VrfRouter::handleTurnEnd() {
    if ( adopted_ ) review();
    protocol_.flush();
    publishTimers();
+   if ( formerTimersDue_ ) reviewFormerTimers();
    familyCounters_.follow( vrf_.writer() );
    if ( std::exchange( publishDue_, false ) ) {
       auto& tables = *vrf_.published();
@@ -231,7 +256,8 @@ void VrfRouter::handleTurnEnd() {
 }
 
 bool VrfRouter::published() const {
-   return !protocol_.pending() && timersDue_.empty() && vrf_.idle();
+   return !protocol_.pending() && timersDue_.empty() && !formerTimersDue_ &&
+          vrf_.idle();
 }
 
 }

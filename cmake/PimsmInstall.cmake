@@ -19,7 +19,10 @@ function( pimsm_install )
    list( TRANSFORM public APPEND "/*.h" OUTPUT_VARIABLE patterns )
    file( GLOB_RECURSE sources CONFIGURE_DEPENDS ${patterns} )
    set( made ${PROJECT_BINARY_DIR}/headers/pimsm )
-   add_custom_command( OUTPUT ${made}.stamp
+   # Known to the build, so that whoever includes a copy is compiled after it, not before.
+   list( FILTER sources EXCLUDE REGEX "/detail/" )
+   list( TRANSFORM sources REPLACE "^${PROJECT_SOURCE_DIR}" ${made} OUTPUT_VARIABLE copies )
+   add_custom_command( OUTPUT ${made}.stamp BYPRODUCTS ${copies} ${made}/pimsm.h
       COMMAND ${PROJECT_SOURCE_DIR}/tools/install-headers ${PROJECT_SOURCE_DIR} ${made} ${public}
       COMMAND ${CMAKE_COMMAND} -E touch ${made}.stamp
       DEPENDS ${sources} pimsm.h tools/install-headers VERBATIM )

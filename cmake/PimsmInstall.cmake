@@ -17,11 +17,12 @@ function( pimsm_install )
    # For projects that include this one: the headers as installed.
    set( public platform model export register count ssm frr published assembly packet engine router )
    list( TRANSFORM public APPEND "/*.h" OUTPUT_VARIABLE patterns )
-   file( GLOB_RECURSE sources CONFIGURE_DEPENDS ${patterns} )
+   file( GLOB_RECURSE sources RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${patterns} )
    set( made ${PROJECT_BINARY_DIR}/headers/pimsm )
    # Known to the build, so that whoever includes a copy is compiled after it, not before.
    list( FILTER sources EXCLUDE REGEX "/detail/" )
-   list( TRANSFORM sources REPLACE "^${PROJECT_SOURCE_DIR}" ${made} OUTPUT_VARIABLE copies )
+   list( TRANSFORM sources PREPEND ${made}/ OUTPUT_VARIABLE copies )
+   list( TRANSFORM sources PREPEND ${PROJECT_SOURCE_DIR}/ )
    add_custom_command( OUTPUT ${made}.stamp BYPRODUCTS ${copies} ${made}/pimsm.h
       COMMAND ${PROJECT_SOURCE_DIR}/tools/install-headers ${PROJECT_SOURCE_DIR} ${made} ${public}
       COMMAND ${CMAKE_COMMAND} -E touch ${made}.stamp

@@ -345,22 +345,7 @@ void JoinPruneEngine::handleIntfGone( Vantu::IntfId intfId ) {
 
 // A machine whose prune is ignored may go with its route, so the keys are copied
 // first.
-bool JoinPruneEngine::adopt( const KeptTimers& kept,
-                             const std::function<bool()>& over ) {
-   if ( !reloaded_ ) reloaded_ = reloadedStates();
-   while ( !reloaded_->empty() ) {
-      const RouteIntfKey key = reloaded_->back();
-      reloaded_->pop_back();
-      adopt( key, kept( key ) );
-      if ( reloaded_->size() % 64 == 0 && over() ) break;
-   }
-   if ( !reloaded_->empty() ) return false;
-   reloaded_.reset();
-   endUnshared();
-   return true;
-}
-
-auto JoinPruneEngine::reloadedStates() const -> std::vector<RouteIntfKey> {
+void JoinPruneEngine::adopt( const KeptTimers& kept ) {
    std::vector<RouteIntfKey> keys;
    for ( const auto& route : routes_.model().route() ) {
       for ( const Intf& intf : route.routeIntf() ) {
@@ -369,19 +354,18 @@ auto JoinPruneEngine::reloadedStates() const -> std::vector<RouteIntfKey> {
             keys.push_back( { route.key(), intf.intfId() } );
       }
    }
-   return keys;
-}
-
-void JoinPruneEngine::adopt( const RouteIntfKey& key,
-                             const Published::Downstream& timers ) {
-   Record* record = make( key );
-   if ( record == nullptr ) return;
-   act( *record, [&]( Record& it, double now ) {
-      if ( it.intf->joinState() != Intf::noInfo )
-         it.join.adopt( *it.intf, now, timers );
-      if ( it.intf->rptState() != Intf::rptNoInfo )
-         it.rptPrune.adopt( *it.intf, now, timers );
-   } );
+   for ( const RouteIntfKey& key : keys ) {
+      const Published::Downstream timers = kept( key );
+      Record* record = make( key );
+      if ( record == nullptr ) continue;
+      act( *record, [&]( Record& it, double now ) {
+         if ( it.intf->joinState() != Intf::noInfo )
+            it.join.adopt( *it.intf, now, timers );
+         if ( it.intf->rptState() != Intf::rptNoInfo )
+            it.rptPrune.adopt( *it.intf, now, timers );
+      } );
+   }
+   endUnshared();
 }
 
 void JoinPruneEngine::tell( Published::Downstream& record ) const {

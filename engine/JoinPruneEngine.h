@@ -31,9 +31,8 @@ class PIMSM_API JoinPruneEngine {
                     const GroupPolicy* policy, Journal& journal, Echo echo );
    ~JoinPruneEngine();
 
-   // Resumes the reloaded states with their remaining times, until `over` says so.
-   // Returns whether all are resumed; no message may come before.
-   bool adopt( const KeptTimers& kept, const std::function<bool()>& over );
+   // Resumes the reloaded states with their remaining times.
+   void adopt( const KeptTimers& kept );
    // Writes the record's timers for the next process.
    void tell( Published::Downstream& record ) const;
 
@@ -98,8 +97,6 @@ class PIMSM_API JoinPruneEngine {
    // Calls `change( record, now )`, which may end the record.
    template <class Act>
    void act( Record& record, Act change );
-   std::vector<RouteIntfKey> reloadedStates() const;
-   void adopt( const RouteIntfKey& key, const Published::Downstream& timers );
    void handleDue( Record& record );
    void indexRptPrune( Record& record, bool pruned );
    template <class Act>
@@ -118,8 +115,6 @@ class PIMSM_API JoinPruneEngine {
    Journal& journal_;
    Echo echo_;
    Deadlines deadlines_;
-   // Not resumed yet; null: no adoption is under way.
-   std::optional<std::vector<RouteIntfKey>> reloaded_;
    // The neighbours that joins came from, by their numbers; 0: not known.
    static constexpr size_t maxSenders = 65536;
    std::vector<Vantu::IpGenAddr> senders_ = { {} };

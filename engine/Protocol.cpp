@@ -225,15 +225,13 @@ void Protocol::adoptNeighbor( IntfId intfId, const IpGenAddr& address,
    tellNeighbor( intfId, address, NeighborEvent::gone );
 }
 
-bool Protocol::adopt( const KeptTimers& kept,
-                      const RegisterSender::KeptTimes& registering,
-                      const std::function<bool()>& over ) {
+void Protocol::adopt( const KeptTimers& kept,
+                      const RegisterSender::KeptTimes& registering ) {
    const Journal::Handling handling( journal_, Published::byRestart );
-   if ( !std::exchange( adopted_, true ) ) {
-      routes_.adopt();
-      pathSwitch_.adopt();
-   }
-   if ( !joinPrune_.adopt( kept, over ) ) return false;
+   adopted_ = true;
+   routes_.adopt();
+   pathSwitch_.adopt();
+   joinPrune_.adopt( kept );
    membership_.adopt( kept );
    asserts_.adopt( kept );
    sources_.adopt();
@@ -243,7 +241,6 @@ bool Protocol::adopt( const KeptTimers& kept,
    registering_.adopt();
    registerSender_.adopt( registering );
    upstream_.adopt( keptJoins_ );
-   return true;
 }
 
 Published::Downstream Protocol::timers(

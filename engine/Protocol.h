@@ -78,10 +78,9 @@ class PIMSM_API Protocol {
    void adoptNeighbor( Vantu::IntfId intfId, const Vantu::IpGenAddr& address,
                        const Neighbors::Kept& kept );
 
-   // Called when the model has been reloaded: the engines resume its states, until
-   // `over` says so. Returns whether all are resumed; else call it again.
-   bool adopt( const KeptTimers& kept, const RegisterSender::KeptTimes& registering,
-               const std::function<bool()>& over );
+   // Called once, when the model has been reloaded: the engines resume its states.
+   void adopt( const KeptTimers& kept,
+               const RegisterSender::KeptTimes& registering = {} );
    // The register times of a source, for the next process; nothing: none runs.
    std::optional<RegisterSender::Kept> registering(
       const Routing::Pim::RouteKey& key ) const {

@@ -1,6 +1,7 @@
 #include "engine/Routes.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 #include "engine/RecordState.h"
 
@@ -75,11 +76,11 @@ Mox::Ptr<Routes::Intf> Routes::find( const RouteKey& key, IntfId intfId ) {
 }
 
 std::set<IntfId> Routes::intfs() const {
-   std::set<IntfId> intfs;
+   std::unordered_set<IntfId> met;
    for ( const Route& route : model_->route() ) {
-      for ( const Intf& intf : route.routeIntf() ) intfs.insert( intf.intfId() );
+      for ( const Intf& intf : route.routeIntf() ) met.insert( intf.intfId() );
    }
-   return intfs;
+   return { met.begin(), met.end() };
 }
 
 Mox::Ptr<Routes::Route> Routes::route( const RouteKey& key, const IpGenAddr& rp ) {

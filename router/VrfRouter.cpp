@@ -86,25 +86,12 @@ void VrfRouter::tell( Published::EventKind kind, uint32_t value ) {
 
 void VrfRouter::adopt() {
    MOX_ASSERT( ready() && !adopted_ );
-   if ( !std::exchange( resuming_, true ) ) {
-      const size_t routes = vrf_.model()->route().size();
-      familyCounters_.reloaded( routes, clock_.now() );
-      tell( Published::started, static_cast<uint32_t>( routes ) );
-   }
-   const double start = clock_.now();
-   if ( !resume( [&] { return clock_.now() >= start + kReviewSlice; } ) )
-      return resume_.wakeupTimeIs( start );
-   resuming_ = false;
    adopted_ = true;
-   formerTimersDue_ = true;
-   mfib_.adopted();
-   tally_.touch();
-   publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );
-   for ( auto& receive : std::exchange( waiting_, {} ) ) receive();
-}
-
-bool VrfRouter::resume( const std::function<bool()>& over ) {
-   return protocol_.adopt(
+   familyCounters_.reloaded( vrf_.model()->route().size(), clock_.now() );
+   tell( Published::started,
+         static_cast<uint32_t>( vrf_.model()->route().size() ) );
+   resuming_ = true;
+   protocol_.adopt(
       [this]( const Routing::Pim::RouteIntfKey& key ) {
          Published::Downstream kept{ key };
          const auto& table = vrf_.published()->downstream();
@@ -119,8 +106,13 @@ bool VrfRouter::resume( const std::function<bool()>& over ) {
          if ( table.find( key, record ) != ::Brane::lookupFound )
             return std::nullopt;
          return RegisterSender::Kept{ record.probing, record.until };
-      },
-      over );
+      } );
+   resuming_ = false;
+   formerTimersDue_ = true;
+   mfib_.adopted();
+   tally_.touch();
+   publishAdvertised( *vrf_.advertised(), config_, family_, counters_ );
+   for ( auto& receive : std::exchange( waiting_, {} ) ) receive();
 }
 
 void VrfRouter::configIs( const VrfConfig& config ) {
@@ -218,7 +210,7 @@ bool VrfRouter::review() {
 // marked already.
 void VrfRouter::markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId intfId,
                             bool timers ) {
-   if ( !adopted_ && !resuming_ ) return;
+   if ( !adopted_ ) return;
    if ( intfId.empty() ) {
       vrf_.writer().changeSet()->routeIs( key, true );
    } else {
@@ -231,7 +223,6 @@ void VrfRouter::markExport( const Routing::Pim::RouteKey& key, Vantu::IntfId int
 // This lasts only for a limited time: a flood of changes on one link must not keep
 // all others out of the tables.
 bool VrfRouter::mayWrite() {
-   if ( resuming_ ) return false;
    const bool may =
       !adopted_ || review() || clock_.now() - *behindSince_ >= maxBehind;
    publishTimers();

@@ -1,11 +1,10 @@
 // A complete router for one VRF and address family: model, tables, engines.
 //
 //    Router::VrfRouter vrf( manager, clock, Vantu::AddressFamily::ipv4, config, counters );
-//    Mox::Loop::TurnEnd turnEnd( loop, [&] {
-//       if ( vrf.ready() && !vrf.adopted() ) vrf.adopt();  // what a former process left
-//       vrf.handleTurnEnd();
-//    } );
-//    vrf.receive( intfId, packet, message );
+//    Mox::Loop::TurnEnd turnEnd( loop, [&] { vrf.handleTurnEnd(); } );
+//    while ( !vrf.ready() ) loop.dispatch();   // what a former process left
+//    vrf.adopt();
+//    vrf.receive( intfId, packet, message )
 //
 // Opens no socket: the caller passes in the messages of `packet/`, and sends those
 // that VrfRouterOptions::speech gets; without it the router only listens. It
@@ -76,8 +75,8 @@ class PIMSM_API VrfRouter {
    // Has the reload ended?
    bool ready() const { return vrf_.ready(); }
    bool adopted() const { return adopted_; }
-   // Call it at the end of each turn from ready() on, until adopted(): the engines
-   // resume the reloaded states, some 10 ms a call, then handle the waiting messages.
+   // Call it once, when ready: the engines resume the reloaded states, then handle
+   // the waiting messages.
    void adopt();
 
    // Replaces the configuration of the same VRF.
@@ -123,7 +122,6 @@ class PIMSM_API VrfRouter {
    bool publishRegisteringOf( const Routing::Pim::RouteKey& key );
    void retryRefused();
    bool refused() const;
-   bool resume( const std::function<bool()>& over );
    void reviewFormerTimers();
 
    Vantu::AddressFamily family_;
@@ -150,9 +148,11 @@ class PIMSM_API VrfRouter {
    std::unordered_set<Routing::Pim::RouteIntfKey> timersRefused_;
    std::unordered_set<Routing::Pim::RouteKey> registeringRefused_;
    bool adopted_ = false;
-   bool resuming_ = false;  // is being adopted: timers are those in the tables
-   bool formerTimersDue_ = false;  // not all of these were looked at since
-   std::optional<Routing::Pim::RouteIntfKey> formerTimersFrom_;  // up to this one
+   bool resuming_ =
+      false;  // timers are as the tables have them, or will be looked at
+   // The former process's timers were not all looked at since, only up to this one.
+   bool formerTimersDue_ = false;
+   std::optional<Routing::Pim::RouteIntfKey> formerTimersFrom_;
    std::optional<double> behindSince_;  // forwarding has been behind since then
    std::deque<std::function<void()>> waiting_;
 };

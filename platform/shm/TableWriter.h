@@ -86,7 +86,8 @@ class PIMSM_API TableWriter {
    // Writes or replaces the record under its key and returns the key's position.
    // `hint` is a position returned for this key before; a stale one only costs
    // time. Throws TableFullError, NoSpaceError, ProbeLimitError, CorruptionError or
-   // Mox::RangeError (zero key); the table is then unchanged.
+   // Mox::RangeError (zero key); the table is then unchanged. The record must not lie in
+   // the table itself, which may go with the put.
    Position put( const void* record, Position hint = noPosition );
 
    // Writes many records as put() does, and fetches the needed memory ahead.

@@ -46,8 +46,7 @@ void Growth::step() {
    ++steps_;
 }
 
-// In order of positions: twice as many homes keep the order, so both sides are walked
-// once.
+// In order of positions: more homes keep the order, so both sides are walked once.
 void Growth::copy( Position end ) {
    const uint64_t* words = former_.index();
    for ( ; copied_ < end; ++copied_ ) {
@@ -89,7 +88,11 @@ uint32_t Growth::takeSlot() {
 Place Growth::placeOf( const void* key, uint64_t hash ) const {
    const WriterView& view = next_.view();
    const Place place = probeIn( view, hash, [&]( Position, uint64_t word ) {
-      return sameBytes( view.record( slotOf( word ) ), key, view.geometry.keySize );
+      const uint32_t slot = slotOf( word );
+      // A stray pointer may have written to the copy, too.
+      if ( slot >= view.geometry.slotCount )
+         throw CreateError( "the index of a larger instance names no slot" );
+      return sameBytes( view.record( slot ), key, view.geometry.keySize );
    } );
    if ( place.position == noPosition )
       throw CreateError( "a larger instance has no place for a key" );

@@ -1,8 +1,8 @@
 // The next, larger instance of a table, which is made while the table is being
 // written: a part of it with each new key, so that no put waits for all of it.
 //
-// What is copied follows the table: its owner repeats each change here. What is not is
-// copied later, as it will be then.
+// What is copied follows the table: its owner repeats each change here. A record that was
+// not copied yet is copied later, as it stands then.
 #pragma once
 
 #include <vector>
@@ -31,6 +31,7 @@ class Growth {
    // REQUIRES: complete().
    NewInstance& finish( uint64_t sequence );
    uint64_t instanceId() const { return values_.instanceId; }
+   const std::shared_ptr<Mapping>& mapping() const { return next_.mapping(); }
    // The first slot that was never used, and those that are free again before it.
    uint32_t firstFree() const { return nextSlot_; }
    const std::vector<uint32_t>& freed() const { return freed_; }

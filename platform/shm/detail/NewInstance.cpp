@@ -48,6 +48,8 @@ void NewInstance::startAfter( uint64_t sequence, const Layout& layout,
 
 void NewInstance::nameIs( const Mox::String& path ) {
    markReady( view_.base );
+   if ( !leadsTo( path_, file_ ) )
+      throw CreateError( path_ + ": is another process's file now" );
    if ( rename( path_.c_str(), path.c_str() ) != 0 )
       systemFailed( path, "cannot rename the new instance" );
    named_ = true;

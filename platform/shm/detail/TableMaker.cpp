@@ -173,7 +173,9 @@ HeaderValues TableMaker::freshValues( uint32_t records ) const {
    const uint32_t first = options_.firstCapacity
                              ? options_.firstCapacity
                              : Geometry::firstCapacity( table_.layout() );
-   values.capacity = std::max( std::min( first, limit_ ), records );
+   // With room for more: else the first new key would make it grow at once.
+   values.capacity = std::max( std::min( first, limit_ ),
+                               std::min( records + records / 4, limit_ ) );
    values.journalEntries = options_.journalEntries
                               ? options_.journalEntries
                               : Geometry::defaultJournalEntries( values.capacity );
@@ -205,11 +207,15 @@ void TableMaker::create( const Former* former, const Survey* survey ) {
    made.allocate();
    made.startAfter( options_.firstSequence, table_.layout(), values );
    adopt( table_, made, values.instanceId );
+   table_.growAt_ = values.capacity;  // not before it has its name
    if ( former ) copySurvivors( *former, *survey );
    made.nameIs( table_.path() );
+   table_.decideWhenToGrow();
 }
 
 std::unique_ptr<Growth> TableMaker::beginGrowth( const WriterTable& table ) {
+   if ( table.filesRemoved_ )
+      throw CreateError( table.path() + ": the table is removed" );
    const Geometry& now = table.view_.geometry;
    HeaderValues values = valuesOf( table );
    values.capacity = std::min( 2 * now.capacity, Geometry::maxCapacity() );

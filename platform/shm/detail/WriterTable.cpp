@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <system_error>
 #include <utility>
 
 #include "platform/base/Assert.h"
@@ -202,7 +201,7 @@ void WriterTable::repeat( const Change& change ) {
    try {
       change();
    } catch ( const CreateError& ) {
-      growth_.reset();
+      giveGrowthUp();
    }
 }
 
@@ -222,13 +221,23 @@ void WriterTable::makeRoom( const void* key, uint64_t hash, Position hint ) {
 void WriterTable::growAhead() {
    const uint32_t capacity = view_.geometry.capacity;
    try {
-      if ( !growth_ ) growth_ = TableMaker::beginGrowth( *this );
+      if ( !growth_ ) {
+         growth_ = TableMaker::beginGrowth( *this );
+         growAt_ = size_;  // the parts are of the room that is left
+      }
       growth_->advance( size_ - growAt_ + 1, capacity - growAt_ );
       if ( growth_->complete() ) finishGrowth();
    } catch ( const CreateError& ) {
-      growth_.reset();
-      growAt_ += ( capacity - growAt_ + 1 ) / 2;
+      giveGrowthUp();
+      growAt_ = size_ + ( capacity - size_ + 1 ) / 2;
    }
+}
+
+void WriterTable::giveGrowthUp() {
+   if ( !growth_ ) return;
+   std::shared_ptr<Mapping> mapping = growth_->mapping();
+   growth_.reset();
+   releaseAside( std::move( mapping ) );
 }
 
 // Does a put of the key need room that this instance does not have? A refused key
@@ -245,7 +254,7 @@ void WriterTable::grow() {
       growth_->advance( 1, 1 );
       finishGrowth();
    } catch ( const CreateError& e ) {
-      growth_.reset();
+      giveGrowthUp();
       throw NoSpaceError( e.what() );
    }
 }
@@ -271,7 +280,8 @@ void WriterTable::releaseAside( std::shared_ptr<Mapping> mapping ) {
    pthread_sigmask( SIG_SETMASK, &all, &before );  // none is for this thread
    try {
       release_ = std::jthread( [moved = std::move( mapping )] {} );
-   } catch ( const std::system_error& ) {
+   } catch ( const std::exception& ) {
+      mapping.reset();  // here, then
    }
    pthread_sigmask( SIG_SETMASK, &before, nullptr );
 }
@@ -391,7 +401,10 @@ bool WriterTable::remove( const void* key, void* removed, Position hint ) {
    free_.push( slot );
    --size_;
    if ( growth_ ) repeat( [&] { growth_->remove( place.position, key, hash ); } );
-   if ( growth_ && size_ < growAt_ / 2 ) growth_.reset();
+   if ( growth_ && size_ < growAt_ / 2 ) {  // room enough again
+      giveGrowthUp();
+      decideWhenToGrow();
+   }
    return true;
 }
 
@@ -444,7 +457,7 @@ bool WriterTable::filesStand() const {
 void WriterTable::restoreFiles() {
    MOX_ASSERT( reservations_ == 0 );
    if ( filesStand() ) return;
-   growth_.reset();
+   giveGrowthUp();
    seat_->restore();
    if ( leadsTo( files_.table, file_ ) ) return;
    if ( mapping_ ) return copyToNewFile();
@@ -480,7 +493,7 @@ void WriterTable::markRetired() {
 void WriterTable::removeFiles() {
    // The names may lead to a successor's files by now.
    if ( std::exchange( filesRemoved_, true ) ) return;
-   growth_.reset();
+   giveGrowthUp();
    markRetired();
    unlink( files_.table.c_str() );
    rung_ = sequence_ - 1;

@@ -72,6 +72,7 @@ class WriterTable {
    void growAhead();
    void grow();
    void finishGrowth();
+   void giveGrowthUp();
    void releaseAside( std::shared_ptr<Mapping> mapping );
    template <class Change>
    void repeat( const Change& change );

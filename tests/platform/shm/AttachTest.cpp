@@ -386,6 +386,7 @@ TEST_F( Attach, FullFileSystemIsAnErrorWithNothingLeft ) {
          if ( !mounted ) _exit( 77 );
          try {
             options.firstCapacity = 4;
+            options.growsAheadFrom = 1;
             TableWriter writer( path, layout, 100, options );
             bool rung = std::filesystem::file_size( path + ".bell" ) == 1;
             _exit( pages == enough && rung && refusesToGrow( writer ) ? 0 : 1 );

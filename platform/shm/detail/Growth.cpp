@@ -24,9 +24,7 @@ uint64_t stepsFor( uint64_t size, uint64_t step ) {
 
 Growth::Growth( const WriterView& former, const Layout& layout,
                 const HeaderValues& values, const Mox::String& path )
-   : layout_( layout ),
-     former_( former ),
-     values_( values ),
+   : former_( former ),
      next_( path, layout, values ),
      allocations_( stepsFor( next_.view().geometry.fileSize, allocationStep ) ),
      copies_( stepsFor( former.geometry.positions(), copyStep ) ) {}
@@ -118,7 +116,7 @@ void Growth::remove( Position position, const void* key, uint64_t hash ) {
 
 NewInstance& Growth::finish( uint64_t sequence ) {
    MOX_ASSERT( complete() );
-   next_.startAfter( sequence, layout_, values_ );
+   next_.startAfter( sequence );
    return next_;
 }
 

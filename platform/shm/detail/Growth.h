@@ -30,7 +30,6 @@ class Growth {
 
    // REQUIRES: complete().
    NewInstance& finish( uint64_t sequence );
-   uint64_t instanceId() const { return values_.instanceId; }
    const std::shared_ptr<Mapping>& mapping() const { return next_.mapping(); }
    // The first slot that was never used, and those that are free again before it.
    uint32_t firstFree() const { return nextSlot_; }
@@ -46,9 +45,7 @@ class Growth {
    Place placeOf( const void* key, uint64_t hash ) const;
    bool isCopied( Position position ) const { return position < copied_; }
 
-   const Layout& layout_;
    WriterView former_;
-   HeaderValues values_;
    NewInstance next_;
    uint64_t allocations_;  // steps of each kind
    uint64_t copies_;

@@ -9,7 +9,7 @@ namespace Brane::Detail {
 
 NewInstance::NewInstance( const Mox::String& path, const Layout& layout,
                           const HeaderValues& values )
-   : path_( path ) {
+   : path_( path ), layout_( layout ), values_( values ) {
    const Geometry geometry = Geometry::of( layout.keySize, layout.recordSize,
                                            uint32_t( layout.fields.size() ),
                                            values.capacity, values.journalEntries );
@@ -39,9 +39,8 @@ bool NewInstance::allocate( uint64_t bytes ) {
    return allocated_ == size;
 }
 
-void NewInstance::startAfter( uint64_t sequence, const Layout& layout,
-                              const HeaderValues& values ) {
-   writeHeader( view_.base, layout, values );
+void NewInstance::startAfter( uint64_t sequence ) {
+   writeHeader( view_.base, layout_, values_ );
    storeWord( view_.journal( sequence ), journalEntry( 0, sequence ) );
    storeWord( view_.head(), sequence );
 }
@@ -49,7 +48,7 @@ void NewInstance::startAfter( uint64_t sequence, const Layout& layout,
 void NewInstance::nameIs( const Mox::String& path ) {
    markReady( view_.base );
    if ( !leadsTo( path_, file_ ) )
-      throw CreateError( path_ + ": is another process's file now" );
+      throw CreateError( path_ + ": is not this process's file any more" );
    if ( rename( path_.c_str(), path.c_str() ) != 0 )
       systemFailed( path, "cannot rename the new instance" );
    named_ = true;

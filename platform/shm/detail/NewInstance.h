@@ -12,7 +12,8 @@ namespace Brane::Detail {
 
 class NewInstance {
  public:
-   // Makes the file, without space; what stood at the path goes. Throws CreateError.
+   // Makes the file, without space; what stood at the path goes. The layout outlives
+   // this. Throws CreateError.
    NewInstance( const Mox::String& path, const Layout& layout,
                 const HeaderValues& values );
    // Removes the file, unless it was named.
@@ -24,17 +25,19 @@ class NewInstance {
    // CreateError. Nothing may be stored before, a page missing is a SIGBUS.
    bool allocate( uint64_t bytes = ~uint64_t( 0 ) );
    // Writes the header, and a journal that begins after a change of that sequence.
-   void startAfter( uint64_t sequence, const Layout& layout,
-                    const HeaderValues& values );
+   void startAfter( uint64_t sequence );
    // Gives the file its name. Throws CreateError.
    void nameIs( const Mox::String& path );
 
+   uint64_t instanceId() const { return values_.instanceId; }
    const FileId& file() const { return file_; }
    const WriterView& view() const { return view_; }
    const std::shared_ptr<Mapping>& mapping() const { return mapping_; }
 
  private:
    Mox::String path_;
+   const Layout& layout_;
+   HeaderValues values_;
    bool named_ = false;
    Descriptor descriptor_;
    FileId file_;

@@ -205,8 +205,8 @@ void TableMaker::create( const Former* former, const Survey* survey ) {
    const HeaderValues values = freshValues( survey ? survey->survivors() : 0 );
    NewInstance made( table_.files_.fresh(), table_.layout(), values );
    made.allocate();
-   made.startAfter( options_.firstSequence, table_.layout(), values );
-   adopt( table_, made, values.instanceId );
+   made.startAfter( options_.firstSequence );
+   adopt( table_, made );
    table_.growAt_ = values.capacity;  // not before it has its name
    if ( former ) copySurvivors( *former, *survey );
    made.nameIs( table_.path() );
@@ -235,8 +235,7 @@ std::unique_ptr<Growth> TableMaker::beginGrowth( const WriterTable& table ) {
 void TableMaker::finishGrowth( WriterTable& table, Growth& growth ) {
    NewInstance& made = growth.finish( table.sequence_ );
    made.nameIs( table.path() );
-   adopt( table, made, growth.instanceId() );
-   table.free_ = FreeSlots( made.view().geometry.slotCount, growth.firstFree() );
+   adopt( table, made, growth.firstFree() );
    for ( uint32_t slot : growth.freed() ) table.free_.push( slot );
 }
 
@@ -262,9 +261,9 @@ void TableMaker::renew( WriterTable& table ) {
    const HeaderValues values = valuesOf( table );
    NewInstance made( table.files_.fresh(), table.layout(), values );
    made.allocate();
-   made.startAfter( table.sequence_, table.layout(), values );
+   made.startAfter( table.sequence_ );
    made.nameIs( table.path() );
-   adopt( table, made, values.instanceId );
+   adopt( table, made );
 }
 
 void TableMaker::copySurvivors( const Former& former, const Survey& survey ) {
@@ -295,15 +294,15 @@ void TableMaker::drop( const Mox::Error& why ) {
    --table_.report_.survivors;
 }
 
-// The instance has no record but those that its maker tells of.
+// The first `usedSlots` have been used, by records or by such as went again.
 void TableMaker::adopt( WriterTable& table, const NewInstance& made,
-                        uint64_t instanceId ) {
+                        uint32_t usedSlots ) {
    table.file_ = made.file();
    table.mapping_ = made.mapping();
    table.view_ = made.view();
-   table.instanceId_ = instanceId;
+   table.instanceId_ = made.instanceId();
    table.sequence_ = *made.view().head();
-   table.free_ = FreeSlots( made.view().geometry.slotCount, 0 );
+   table.free_ = FreeSlots( made.view().geometry.slotCount, usedSlots );
    table.decideWhenToGrow();
 }
 

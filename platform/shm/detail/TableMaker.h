@@ -40,7 +40,7 @@ class TableMaker {
    void takeOver( Former former, const Survey& survey );
    void create( const Former* former, const Survey* survey );
    static void adopt( WriterTable& table, const NewInstance& made,
-                      uint64_t instanceId );
+                      uint32_t usedSlots = 0 );
    AttachStatus judge( const Former& former, const Survey& survey );
    HeaderValues freshValues( uint32_t records ) const;
    static HeaderValues valuesOf( const WriterTable& table );

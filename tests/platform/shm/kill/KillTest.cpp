@@ -252,7 +252,7 @@ TEST_F( Kill, WhileMakingAnInstanceLeavesTheFormerOne ) {
 
 // A kill while the table grows leaves the instance before it or the one after, with
 // the record for which it grew or without; a follower hears of every change, and the
-// leftover is no obstacle and does not stay. At once, and in parts.
+// leftover is no obstacle and does not stay. When it is full, and before.
 TEST_F( Kill, WhileGrowingLosesNothing ) {
    growing( 4, 2 );
    removeTableFiles( path );

@@ -138,8 +138,7 @@ void VrfRouter::reviewFormerTimers() {
          if ( clock_.now() < start + kReviewSlice ) return true;
          reached = former.key;
          return false;
-      },
-      {} );
+      } );
    formerTimersFrom_ = reached;
    formerTimersDue_ = reached.has_value();
    if ( formerTimersDue_ ) resume_.wakeupTimeIs( start );

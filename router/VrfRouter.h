@@ -148,8 +148,7 @@ class PIMSM_API VrfRouter {
    std::unordered_set<Routing::Pim::RouteIntfKey> timersRefused_;
    std::unordered_set<Routing::Pim::RouteKey> registeringRefused_;
    bool adopted_ = false;
-   bool resuming_ =
-      false;  // timers are as the tables have them, or will be looked at
+   bool resuming_ = false;  // timers are the tables', or will be compared with them
    // The former process's timers were not all looked at since, only up to this one.
    bool formerTimersDue_ = false;
    std::optional<Routing::Pim::RouteIntfKey> formerTimersFrom_;

@@ -23,26 +23,11 @@ using Words = std::vector<std::string>;
    _exit( 127 );
 }
 
-// Seconds by the wall clock and of processor time.
-struct Times {
-   double wall = 0, cpu = 0;
-};
-
-inline double cpuOfChildren() {
-   rusage usage{};
-   getrusage( RUSAGE_CHILDREN, &usage );
-   auto seconds = []( const timeval& t ) {
-      return static_cast<double>( t.tv_sec ) +
-             1e-6 * static_cast<double>( t.tv_usec );
-   };
-   return seconds( usage.ru_utime ) + seconds( usage.ru_stime );
-}
-
 // The times of `work`, which waits for its child.
 inline Times timesOf( const std::function<void()>& work ) {
-   const double wall = BenchClock::wall(), cpu = cpuOfChildren();
+   const Times began = Times::now( RUSAGE_CHILDREN );
    work();
-   return { BenchClock::wall() - wall, cpuOfChildren() - cpu };
+   return Times::now( RUSAGE_CHILDREN ) - began;
 }
 
 // A process beside the agent, while the object lives.

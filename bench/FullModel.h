@@ -2,6 +2,7 @@
 #pragma once
 
 #include <fmt/format.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,13 +25,18 @@ class BenchClock : public Mox::TestClock {
  public:
    BenchClock() : TestClock( wall() ) {}
    double now() const override { return wall(); }
-   // Waits for the next wake-up, runs a pass and returns its length in seconds.
-   double pass() {
-      double due = nextWakeup();
+   // Waits for the next wake-up.
+   void untilDue() {
+      const double due = nextWakeup();
       while ( wall() < due ) {
       }
       nowIs( std::max( TestClock::now(), wall() ) );
-      double began = wall();
+   }
+   void runDue() { runPass(); }
+   // Both; the length of the second in seconds.
+   double pass() {
+      untilDue();
+      const double began = wall();
       runPass();
       return wall() - began;
    }
@@ -43,6 +49,33 @@ class BenchClock : public Mox::TestClock {
       clock_gettime( clock, &t );
       return static_cast<double>( t.tv_sec ) +
              1e-9 * static_cast<double>( t.tv_nsec );
+   }
+};
+
+// Seconds by the wall clock, of processor time, and of its part outside the kernel,
+// which leaves out the pages that a machine has to find. A moment or a difference.
+struct Times {
+   double wall = 0, cpu = 0, user = 0;
+
+   // `who` as of getrusage().
+   static Times now( int who = RUSAGE_THREAD ) {
+      rusage usage = {};
+      getrusage( who, &usage );
+      auto seconds = []( const timeval& t ) {
+         return static_cast<double>( t.tv_sec ) +
+                1e-6 * static_cast<double>( t.tv_usec );
+      };
+      const double user = seconds( usage.ru_utime );
+      return { BenchClock::wall(), user + seconds( usage.ru_stime ), user };
+   }
+   Times operator-( const Times& other ) const {
+      return { wall - other.wall, cpu - other.cpu, user - other.user };
+   }
+   Times& operator+=( const Times& other ) {
+      wall += other.wall;
+      cpu += other.cpu;
+      user += other.user;
+      return *this;
    }
 };
 
@@ -102,10 +135,9 @@ struct Values {
 
 // The peer of both ways to rebuild: the same setters, counts and sources, fed from
 // memory. Interfaces come in the order of `values`.
-inline double buildDirectly( const Values& values,
-                             double ( *clock )() = BenchClock::wall ) {
+inline Times buildDirectly( const Values& values ) {
    Mox::Ptr<Status> model = statusFactory( L3::VrfName( "default" ) );
-   double began = clock();
+   const Times began = Times::now();
    for ( const Brane::Route& record : values.routes ) {
       Mox::Ptr<Route> route = model->routeIs( record.key );
       Brane::doUpdateRoute( *route, record );
@@ -119,31 +151,38 @@ inline double buildDirectly( const Values& values,
    for ( const Brane::Route& record : values.routes ) {
       model->route( record.key )->initializedIs( true );
    }
-   return clock() - began;
+   return Times::now() - began;
 }
 
 // Runs `measure` in a child process, which starts like a reader with an untouched
 // heap.
-inline double inChild( const std::function<double()>& measure ) {
+inline Times inChild( const std::function<Times()>& measure ) {
    int result[2];
-   double seconds = 0;
+   Times took;
    if ( pipe( result ) != 0 ) std::exit( 1 );
    if ( fork() == 0 ) {
-      seconds = measure();
-      _exit( write( result[1], &seconds, sizeof seconds ) == sizeof seconds ? 0
-                                                                            : 1 );
+      took = measure();
+      _exit( write( result[1], &took, sizeof took ) == sizeof took ? 0 : 1 );
    }
    close( result[1] );
-   if ( read( result[0], &seconds, sizeof seconds ) != sizeof seconds )
-      std::exit( 1 );
+   if ( read( result[0], &took, sizeof took ) != sizeof took ) std::exit( 1 );
    close( result[0] );
    wait( nullptr );
-   return seconds;
+   return took;
 }
 
 inline double median( std::vector<double> times ) {
    std::sort( times.begin(), times.end() );
    return times[times.size() / 2];
+}
+
+inline Times median( const std::vector<Times>& all ) {
+   auto of = [&]( double Times::*member ) {
+      std::vector<double> values;
+      for ( const Times& each : all ) values.push_back( each.*member );
+      return median( std::move( values ) );
+   };
+   return { of( &Times::wall ), of( &Times::cpu ), of( &Times::user ) };
 }
 
 // Fills the model as an agent's engines would.
@@ -174,13 +213,13 @@ struct Side {
          count += 1 + route.routeIntf().size();
       return count;
    }
-   double reload( ::Brane::TableRole role ) {
-      double began = BenchClock::wall();
+   Times reload( ::Brane::TableRole role ) {
+      const Times began = Times::now();
       auto restart =
          Brane::routeBraneRestartSmFactory( model, tables, role, &clock );
       while ( !model->initialized() )
          longestSlice = std::max( longestSlice, clock.pass() );
-      return BenchClock::wall() - began;
+      return Times::now() - began;
    }
 
    BenchClock clock;

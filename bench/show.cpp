@@ -86,23 +86,19 @@ std::unique_ptr<Beside> mirror( const std::string& root ) {
 
 void count( const std::string& root, const Size& size ) {
    const Values values( size );
-   std::vector<double> direct, wall, cpu, directCpu;
+   std::vector<Times> builds, shows;
    for ( unsigned i = 0; i < size.rounds; ++i ) {
-      direct.push_back( inChild( [&] { return buildDirectly( values ); } ) );
-      directCpu.push_back(
-         inChild( [&] { return buildDirectly( values, BenchClock::cpu ); } ) );
-      const Times times = timesOf( [&] {
+      builds.push_back( inChild( [&] { return buildDirectly( values ); } ) );
+      shows.push_back( timesOf( [&] {
          show( { "pimsm-show", "routes", "--count", "--root", root } );
-      } );
-      wall.push_back( times.wall );
-      cpu.push_back( times.cpu );
+      } ) );
    }
+   const Times shown = median( shows ), direct = median( builds );
    fmt::print(
       "routes --count: {:.0f} ms, {:.2f} of the direct build's {:.0f} ms; "
       "processor time {:.0f} ms, {:.2f} of {:.0f}\n",
-      1e3 * median( wall ), median( wall ) / median( direct ),
-      1e3 * median( direct ), 1e3 * median( cpu ),
-      median( cpu ) / median( directCpu ), 1e3 * median( directCpu ) );
+      1e3 * shown.wall, shown.wall / direct.wall, 1e3 * direct.wall,
+      1e3 * shown.cpu, shown.cpu / direct.cpu, 1e3 * direct.cpu );
    std::fflush( stdout );
 }
 

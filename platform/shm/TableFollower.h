@@ -65,6 +65,10 @@ class PIMSM_API TableFollower {
    // bytes.
    void met( Position position, const void* key );
 
+   // Does the record at the position stand as it was last told? False also where that is
+   // not sure. Two loads.
+   bool stands( Position position ) const;
+
    // Has the journal moved on since the last drain, or has the table grown into
    // another instance? For timers without a doorbell: two loads, no system call.
    // Does not notice an instance that another writer made.

@@ -12,9 +12,9 @@ namespace {
 
 // A step is one of these, which take about as long as each other: some ten microseconds.
 constexpr uint64_t allocationStep = 16 << 10;  // bytes
-constexpr Position copyStep = 64;              // positions
-// Slots are in no order, so that each would be waited for.
-constexpr Position ahead = 32;
+constexpr uint32_t copyStep = 64;              // slots
+// Index lines come in no order, so that each would be waited for.
+constexpr uint32_t ahead = 16;
 
 uint64_t stepsFor( uint64_t size, uint64_t step ) {
    return ( size + step - 1 ) / step;
@@ -27,7 +27,7 @@ Growth::Growth( const WriterView& former, const Layout& layout,
    : former_( former ),
      next_( path, layout, values ),
      allocations_( stepsFor( next_.view().geometry.fileSize, allocationStep ) ),
-     copies_( stepsFor( former.geometry.positions(), copyStep ) ) {}
+     copies_( stepsFor( former.geometry.slotCount, copyStep ) ) {}
 
 void Growth::advance( uint32_t part, uint32_t whole ) {
    MOX_ASSERT( part <= whole && whole > 0 );
@@ -39,29 +39,31 @@ void Growth::step() {
    if ( steps_ < allocations_ ) {
       next_.allocate( allocationStep );
    } else {
-      copy( std::min( copied_ + copyStep, former_.geometry.positions() ) );
+      copy( std::min( copied_ + copyStep, former_.geometry.slotCount ) );
    }
    ++steps_;
 }
 
-// In order of positions: more homes keep the order, so both sides are walked once.
-void Growth::copy( Position end ) {
-   const uint64_t* words = former_.index();
+// In order of slots, which is that of their writing: it stays so, and who reads all of
+// the next instance meets together what was written together.
+void Growth::copy( uint32_t end ) {
    for ( ; copied_ < end; ++copied_ ) {
-      const Position p = copied_;
-      const bool fetches =
-         p + ahead < former_.geometry.positions() && isWord( p + ahead );
-      const uint32_t soon = fetches ? slotOf( words[p + ahead] ) : 0;
-      if ( soon < former_.geometry.slotCount )
-         prefetch( former_.slotBytes( soon ), former_.slotSize() );
-      if ( isWord( p ) && words[p] ) copyRecord( words[p] );
+      if ( copied_ + ahead < former_.geometry.slotCount )
+         fetchLine( copied_ + ahead );
+      if ( stateOf( former_.slot( copied_ )->stamp ) == slotLive )
+         copyRecord( copied_ );
    }
 }
 
-void Growth::copyRecord( uint64_t word ) {
-   const uint32_t slot = slotOf( word );
-   if ( slot >= former_.geometry.slotCount )
-      throw CreateError( "the index of the instance that grows names no slot" );
+void Growth::fetchLine( uint32_t slot ) const {
+   const uint64_t hash =
+      keyHash( former_.record( slot ), former_.geometry.keySize, former_.seed );
+   const uint64_t* line =
+      next_.view().index() + next_.view().geometry.homeOf( hash ) * lineWords;
+   prefetchForStore( reinterpret_cast<const std::byte*>( line ), 1 );
+}
+
+void Growth::copyRecord( uint32_t slot ) {
    const std::byte* record = former_.record( slot );
    const uint64_t hash = keyHash( record, former_.geometry.keySize, former_.seed );
    write( record, { sequenceOf( former_.slot( slot )->stamp ), slot, hash } );
@@ -97,13 +99,12 @@ Place Growth::placeOf( const void* key, uint64_t hash ) const {
    return place;
 }
 
-void Growth::put( Position position, const void* record,
-                  const RecordIdentity& identity ) {
-   if ( isCopied( position ) ) write( record, identity );
+// What was written to a slot beyond those copied is met there later.
+void Growth::put( const void* record, const RecordIdentity& identity ) {
+   if ( identity.slot < copied_ ) write( record, identity );
 }
 
-void Growth::remove( Position position, const void* key, uint64_t hash ) {
-   if ( !isCopied( position ) ) return;
+void Growth::remove( const void* key, uint64_t hash ) {
    const WriterView& view = next_.view();
    const Place place = placeOf( key, hash );
    if ( !place.word ) return;

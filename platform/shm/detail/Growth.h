@@ -22,11 +22,10 @@ class Growth {
    void advance( uint32_t part, uint32_t whole );
    bool complete() const { return steps_ == allSteps(); }
 
-   // The former instance's record at the position is this one now, or is gone. Throws
+   // The record stands in the former instance's slot now, or has gone from it. Throws
    // CreateError where the key has no place.
-   void put( Position position, const void* record,
-             const RecordIdentity& identity );
-   void remove( Position position, const void* key, uint64_t hash );
+   void put( const void* record, const RecordIdentity& identity );
+   void remove( const void* key, uint64_t hash );
 
    // REQUIRES: complete().
    NewInstance& finish( uint64_t sequence );
@@ -38,19 +37,19 @@ class Growth {
  private:
    uint64_t allSteps() const { return allocations_ + copies_; }
    void step();
-   void copy( Position end );
-   void copyRecord( uint64_t word );
+   void copy( uint32_t end );
+   void fetchLine( uint32_t slot ) const;
+   void copyRecord( uint32_t slot );
    void write( const void* record, const RecordIdentity& former );
    uint32_t takeSlot();
    Place placeOf( const void* key, uint64_t hash ) const;
-   bool isCopied( Position position ) const { return position < copied_; }
 
    WriterView former_;
    NewInstance next_;
    uint64_t allocations_;  // steps of each kind
    uint64_t copies_;
    uint64_t steps_ = 0;   // done
-   Position copied_ = 0;  // this and those after are not
+   uint32_t copied_ = 0;  // this slot and those after are not
    uint32_t nextSlot_ = 0;
    std::vector<uint32_t> freed_;
 };

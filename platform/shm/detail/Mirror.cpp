@@ -4,6 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/shm/detail/SlotOrder.h"
+
 namespace Brane::Detail {
 
 namespace {
@@ -46,7 +48,7 @@ uint64_t Mirror::wordAt( Position position ) const {
 // not see comes after that head in the journal.
 void Mirror::load() {
    again_.clear();
-   scan_ = noPosition;
+   endScan();
    known_ = Remembered();
    if ( !instance_ ) return;
    seen_ = instance_->head();
@@ -103,6 +105,14 @@ void Mirror::settleMet( Teller& teller ) {
          teller.removed( key.data(), noPosition );
    }
    teller.drained.more = !met_.empty();
+}
+
+// Words repeat with the generations, and only in the instance that stands.
+bool Mirror::stands( Position position ) const {
+   return instance_ && position < known_.positions() &&
+          instance_->head() - seen_ <= generationMask &&
+          loadWord( instance_->view().retired() ) == 0 &&
+          wordAt( position ) == known_.word( position );
 }
 
 bool Mirror::pending() const {
@@ -164,7 +174,7 @@ void Mirror::tellKept( const Instance& former, uint64_t word, Position formerAt,
 void Mirror::forgetAll( Teller& teller ) {
    instance_.reset();
    again_.clear();
-   scan_ = noPosition;
+   endScan();
    Remembered known = std::exchange( known_, Remembered() );
    for ( Position p = 0; p < known.positions(); ++p ) {
       if ( const std::byte* key = known.key( p ) ) teller.removed( key, p );
@@ -223,40 +233,46 @@ bool Mirror::collect( uint64_t head ) {
    return true;
 }
 
-// Begins to compare all positions, over as many drains as needed; later changes are
-// in the journal from `head` on. Once generations may have repeated, every word
-// counts as changed.
+// Compares all positions, and tells of what differs over as many drains as needed; later
+// changes are in the journal from `head` on. Once generations may have repeated, every
+// word counts as changed.
 void Mirror::startScan( uint64_t head ) {
-   scan_ = 0;
+   endScan();
+   scanning_ = true;
    scanHead_ = head;
-   if ( head - seen_ <= generationMask ) return;
+   const bool repeated = head - seen_ > generationMask;
+   SlotOrder differing( instance_->geometry().slotCount );
    for ( Position p = 0; p < known_.positions(); ++p ) {
-      if ( known_.word( p ) ) known_.wordIs( p, unknownWord );
+      if ( !isWord( p ) ) continue;
+      if ( repeated && known_.word( p ) ) known_.wordIs( p, unknownWord );
+      const uint64_t word = wordAt( p );
+      if ( word != known_.word( p ) ) differing.add( p, slotOf( word ) );
    }
+   scan_ = differing.take();
+}
+
+void Mirror::endScan() {
+   scanning_ = false;
+   scan_ = {};
+   scanned_ = 0;
 }
 
 void Mirror::scan( Teller& teller ) {
    teller.drained.lapped = true;
-   Position positions = known_.positions();
-   Position fetched = scan_;
-   for ( size_t ahead = 0; scan_ < positions; ++scan_ ) {
+   size_t words = scanned_, slots = scanned_;
+   for ( ; scanned_ < scan_.size(); ++scanned_ ) {
       if ( teller.full() ) return;
-      // In batches: see ReaderTable::visit.
-      size_t wanted = ahead < slotsAhead ? 2 * slotsAhead : 0;
-      for ( ; fetched < positions && ahead < wanted; ++fetched ) {
-         if ( !isWord( fetched ) ) continue;
-         uint64_t word = wordAt( fetched );
-         if ( !word || word == known_.word( fetched ) ) continue;
-         instance_->fetchSlot( word );
-         ++ahead;
+      for ( ; words < scan_.size() && words < scanned_ + linesAhead; ++words ) {
+         prefetch( reinterpret_cast<const std::byte*>( instance_->view().index() +
+                                                       scan_[words] ),
+                   1 );
+         known_.fetch( scan_[words] );
       }
-      if ( !isWord( scan_ ) ) continue;
-      uint64_t word = wordAt( scan_ );
-      if ( word == known_.word( scan_ ) ) continue;
-      if ( ahead && word ) --ahead;
-      compare( scan_, word, teller );
+      for ( ; slots < scan_.size() && slots < scanned_ + slotsAhead; ++slots )
+         instance_->fetchSlot( wordAt( scan_[slots] ) );
+      compare( scan_[scanned_], wordAt( scan_[scanned_] ), teller );
    }
-   scan_ = noPosition;
+   endScan();
    seen_ = scanHead_;
 }
 

@@ -22,6 +22,7 @@ class Mirror {
    TableFollower::Drained drain( const TableFollower::Callback& callback,
                                  uint32_t limit );
    void met( Position position, const std::byte* key );
+   bool stands( Position position ) const;
    bool pending() const;
    void restart();
    uint32_t size() const { return known_.size(); }
@@ -52,7 +53,8 @@ class Mirror {
    void followJournal( uint64_t head, Teller& teller );
    void startScan( uint64_t head );
    void scan( Teller& teller );
-   bool scanning() const { return scan_ != noPosition; }
+   void endScan();
+   bool scanning() const { return scanning_; }
    void compareIntent( uint64_t head, Teller& teller );
    void compare( Position position, uint64_t word, Teller& teller );
    void vanished( Position position, Teller& teller );
@@ -65,8 +67,11 @@ class Mirror {
    std::shared_ptr<const Instance> instance_;
    Remembered known_;
    uint64_t seen_ = 0;  // changes up to this sequence were told
-   // A scan of all positions: the next one, and the sequence when it began.
-   Position scan_ = noPosition;
+   // A scan: the positions that had changed when it began, those told already, and the
+   // sequence then.
+   bool scanning_ = false;
+   std::vector<Position> scan_;
+   size_t scanned_ = 0;
    uint64_t scanHead_ = 0;
    std::vector<Position> candidates_;
    std::vector<Position> again_;  // positions busy at the last look

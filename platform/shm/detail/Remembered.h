@@ -23,6 +23,11 @@ class Remembered {
    // Number of keys that stand.
    uint32_t size() const { return size_; }
 
+   // Fetches what stands at the position.
+   void fetch( Position position ) const {
+      __builtin_prefetch( &words_[position], 1 );
+      __builtin_prefetch( &keyOf_[position], 1 );
+   }
    uint64_t word( Position position ) const { return words_[position]; }
    void wordIs( Position position, uint64_t word ) { words_[position] = word; }
 

@@ -191,7 +191,7 @@ PIMSM_SHM_HOT void WriterTable::finish( const WriterView& view, const Place& pla
       ++size_;
    }
    if ( __builtin_expect( growth_ != nullptr, 0 ) )
-      repeat( [&] { growth_->put( place.position, record, identity ); } );
+      repeat( [&] { growth_->put( record, identity ); } );
 }
 
 // Does in the next instance what was done in this one. Where that is refused, it is
@@ -400,7 +400,7 @@ bool WriterTable::remove( const void* key, void* removed, Position hint ) {
    retract( view_, place, hash, ++sequence_ );
    free_.push( slot );
    --size_;
-   if ( growth_ ) repeat( [&] { growth_->remove( place.position, key, hash ); } );
+   if ( growth_ ) repeat( [&] { growth_->remove( key, hash ); } );
    if ( growth_ && size_ < growAt_ / 2 ) {  // room enough again
       giveGrowthUp();
       decideWhenToGrow();

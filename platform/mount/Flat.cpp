@@ -11,13 +11,14 @@ struct KnownName {
    Vantu::IntfId id;
 };
 
-// Names of the usual lengths differ in their first 16 bytes.
+// Names of the usual lengths differ in their first 16 bytes. So many places that some
+// hundred names seldom meet in one.
 KnownName& knownName( const char* bytes ) {
-   static KnownName names[256];
+   static KnownName names[4096];
    uint64_t words[2];
    std::memcpy( words, bytes, sizeof words );
    uint64_t hash = ( words[0] ^ words[1] * 31 ) * UINT64_C( 0x9e3779b97f4a7c15 );
-   return names[hash >> 56];
+   return names[hash >> 52];
 }
 
 }

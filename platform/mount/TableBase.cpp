@@ -271,17 +271,22 @@ void TableBase::drainInOrder() {
    }
 }
 
-// Takes up one part; true when there is more. The keys are copied first: a handler
+void TableBase::keep( const ::Brane::Change& change ) {
+   const bool gone = change.record == nullptr;
+   auto* bytes = static_cast<const std::byte*>( gone ? change.key : change.record );
+   records_.insert( records_.end(), bytes,
+                    bytes + ( gone ? layout_->keySize : layout_->recordSize ) );
+   records_.resize( ( pending_.size() + 1 ) * layout_->recordSize );
+   pending_.push_back( gone ? ::Brane::noPosition : change.position );
+}
+
+// Takes up one part; true when there is more. The records are copied first: a handler
 // may change anything, the follower's callback must not.
 bool TableBase::followPart() {
    ::Brane::TableFollower::Drained result;
    try {
       result = follower_->drain(
-         [&]( const ::Brane::Change& change ) {
-            auto* key = static_cast<const std::byte*>( change.key );
-            pending_.insert( pending_.end(), key, key + layout_->keySize );
-         },
-         kPartKeys );
+         [&]( const ::Brane::Change& change ) { keep( change ); }, kPartKeys );
    } catch ( const ::Brane::CreateError& e ) {
       // The system refuses a descriptor or memory for now: report it and try again.
       control_->problemIs( e.what() );
@@ -315,12 +320,9 @@ void TableBase::drainSoon( bool atOnce ) {
 }
 
 void TableBase::foretell() {
-   const size_t size = layout_->keySize;
-   size_t end = std::min( notified_ + 2 * kForetoldKeys * size, pending_.size() );
-   for ( foretold_ = std::max( foretold_, notified_ ); foretold_ < end; ) {
-      foretold_ += size;
-      handleKeySoon( pending_.data() + foretold_ - size );
-   }
+   const size_t end = std::min( notified_ + 2 * kForetoldKeys, pending_.size() );
+   for ( foretold_ = std::max( foretold_, notified_ ); foretold_ < end; )
+      handleKeySoon( records_.data() + foretold_++ * layout_->recordSize );
 }
 
 // Does another program's table, or a damaged one, stand there now?
@@ -334,17 +336,24 @@ bool TableBase::unreadable() const {
 // all were notified. A handler may drain or throw, so members keep the position and
 // nothing is notified twice.
 bool TableBase::notifyPending() {
-   const size_t size = layout_->keySize;
-   std::vector<std::byte> key( size );
+   const size_t size = layout_->recordSize;
+   std::vector<std::byte> record( size );
+   struct Restore {
+      explicit Restore( Told& told ) : told_( told ), outer_( told ) {}
+      ~Restore() { told_ = outer_; }
+      Told& told_;
+      const Told outer_;
+   } restore( told_ );
    for ( size_t count = 1; notified_ < pending_.size(); ++count ) {
       if ( unreadable() ) return true;
-      if ( foretold_ < notified_ + kForetoldKeys * size ) foretell();
-      std::memcpy( key.data(), pending_.data() + notified_, size );
-      notified_ += size;
-      handleKey( key.data() );
+      if ( foretold_ < notified_ + kForetoldKeys ) foretell();
+      std::memcpy( record.data(), records_.data() + notified_ * size, size );
+      told_ = { record.data(), pending_[notified_++] };
+      handleKey( record.data() );
       bool look = count % kPartKeys == 0 && notified_ < pending_.size();
       if ( look && timeIsUp() ) return false;
    }
+   records_.clear();
    pending_.clear();
    notified_ = foretold_ = 0;
    return true;
@@ -389,6 +398,12 @@ void TableBase::commitRecord( ::Brane::Reservation& record ) {
 ::Brane::Lookup TableBase::lookupRecord( const void* key, void* out ) const {
    if ( writer_ != nullptr ) return lookupWritten( key, out );
    if ( reader_ == nullptr ) return ::Brane::lookupAbsent;
+   if ( told_.record != nullptr &&
+        std::memcmp( key, told_.record, layout_->keySize ) == 0 &&
+        follower_->stands( told_.at ) ) {
+      std::memcpy( out, told_.record, layout_->recordSize );
+      return ::Brane::lookupFound;
+   }
    ::Brane::Position position = ::Brane::noPosition;
    ::Brane::Lookup result = reader_->lookup( key, out, &position );
    if ( result == ::Brane::lookupFound ) follower_->met( position, key );

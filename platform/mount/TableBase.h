@@ -124,6 +124,7 @@ class PIMSM_API TableBase {
    void dropWhatIsNoValue( ::Brane::AttachReport& report );
    void tellAttached( const ::Brane::AttachReport& report );
    void mountReader( Corvex::EntityManager& manager, const Mox::String& path );
+   void keep( const ::Brane::Change& change );
    bool followPart();
    bool notifyPending();
    void foretell();
@@ -156,10 +157,17 @@ class PIMSM_API TableBase {
    std::unique_ptr<::Brane::TableReader> reader_;
    std::unique_ptr<::Brane::TableFollower> follower_;
    ::Brane::DoorbellHub::Id bell_ = 0;
-   // Changed keys in parts. The first keys have been notified or announced.
-   std::vector<std::byte> pending_;
+   // The changed records in parts, by their keys alone where they are gone. The first have
+   // been notified or announced.
+   std::vector<std::byte> records_;
+   std::vector<::Brane::Position> pending_;
    size_t notified_ = 0;
    size_t foretold_ = 0;
+   struct Told {
+      const std::byte* record = nullptr;
+      ::Brane::Position at = ::Brane::noPosition;
+   };
+   Told told_;           // the one being notified: most observers ask for it
    bool again_ = false;  // the last look at the journal left something busy
    bool quiesced_ = false;
    bool retired_ = false;  // by removeTables()

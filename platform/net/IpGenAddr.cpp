@@ -28,20 +28,6 @@ IpGenAddr::IpGenAddr( const in6_addr& address )
 IpGenAddr::IpGenAddr( Mox::StringView text )
    : IpGenAddr( Mox::stringToValue<IpGenAddr>( text ) ) {}
 
-IpGenAddr IpGenAddr::unspecified( AddressFamily family ) {
-   IpGenAddr address;
-   address.family_[0] = static_cast<uint8_t>( family );
-   return address;
-}
-
-IpGenAddr IpGenAddr::fromBytes( AddressFamily family, const uint8_t* bytes ) {
-   unsigned bits = addressBits( family );
-   MOX_ASSERT_TEXT( bits != 0, "Unsupported address family" );
-   IpGenAddr address = unspecified( family );
-   std::memcpy( address.bytes_.data(), bytes, bits / 8 );
-   return address;
-}
-
 bool IpGenAddr::isLinkLocalMulticast() const {
    if ( !isMulticast() ) return false;
    if ( family() == AddressFamily::ipv4 ) {

@@ -17,6 +17,7 @@
 #include <iosfwd>
 #include <type_traits>
 
+#include "platform/base/Assert.h"
 #include "platform/base/Export.h"
 #include "platform/base/Text.h"
 #include "platform/net/AddressFamily.h"
@@ -36,11 +37,21 @@ class PIMSM_API IpGenAddr {
 
    // 0.0.0.0 or ::. Any other family gives its own zero address, which equals
    // neither and serves only for comparison.
-   static IpGenAddr unspecified( AddressFamily family );
+   static IpGenAddr unspecified( AddressFamily family ) {
+      IpGenAddr address;
+      address.family_[0] = static_cast<uint8_t>( family );
+      return address;
+   }
 
    // From bytes in network order, 4 or 16 as the family says.
    // REQUIRES: a family of the two.
-   static IpGenAddr fromBytes( AddressFamily family, const uint8_t* bytes );
+   static IpGenAddr fromBytes( AddressFamily family, const uint8_t* bytes ) {
+      MOX_ASSERT_TEXT( addressBits( family ) != 0, "Unsupported address family" );
+      IpGenAddr address = unspecified( family );
+      std::memcpy( address.bytes_.data(), bytes,
+                   family == AddressFamily::ipv6 ? maxBytes : sizeof( in_addr ) );
+      return address;
+   }
 
    AddressFamily family() const { return static_cast<AddressFamily>( family_[0] ); }
 

@@ -102,21 +102,24 @@ void RouteBraneRestartSm::doReview() {
 }
 
 // Handles one entry, then checks the time. When it is up, keeps the key of the next
-// entry as bookmark and returns false.
+// entry as bookmark and returns false. A bookmark set by others, of a key that stands,
+// is where the walk begins.
 template <class Table>
 bool RouteBraneRestartSm::walk(
    const Table& table, const typename Table::Key& from,
+   std::optional<typename Table::Walk>& at,
    const std::function<void( const typename Table::Value& )>& handle,
    const typename Table::Ahead& ahead ) {
+   const bool begins = !at;
+   if ( begins ) at.emplace( table );
+   bool before = begins && from != typename Table::Key() && table.has( from );
    bool over = false;
-   bool ended = true;
-   const auto* bookmark = from == typename Table::Key() ? nullptr : &from;
-   table.visit(
-      bookmark,
+   const bool ended = at->advance(
       [&]( const typename Table::Value& record ) {
+         before = before && record.key != from;
+         if ( before ) return true;
          if ( over ) {
             reviewBookmarkIs( bookmarkOf( record.key ) );
-            ended = false;
             return false;
          }
          handle( record );
@@ -124,14 +127,16 @@ bool RouteBraneRestartSm::walk(
          return true;
       },
       ahead );
-   if ( ended ) reviewBookmarkIs( {} );
-   return ended;
+   if ( !ended ) return false;
+   at.reset();
+   reviewBookmarkIs( {} );
+   return true;
 }
 
 bool RouteBraneRestartSm::walkRoutes(
    const std::function<void( const Brane::Route& )>& handle ) {
    RouteKey from = reviewBookmark().routeKey;
-   return walk( braneStatus()->route(), from, handle );
+   return walk( braneStatus()->route(), from, routes_, handle );
 }
 
 void RouteBraneRestartSm::doReviewRoutes() {
@@ -151,7 +156,7 @@ void RouteBraneRestartSm::doReviewRouteIntfs() {
    RouteIntfKey from = reviewBookmark();
    ModelFetch fetch( *status() );
    reviewedRouteIntfsIs( walk(
-      braneStatus()->routeIntf(), from,
+      braneStatus()->routeIntf(), from, routeIntfs_,
       [this]( const Brane::Intf& record ) { doReviewRouteIntf( record ); },
       [&]( const RouteIntfKey& key ) { fetch.soon( key ); } ) );
 }

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "export/RouteBraneReaderSm.h"
 
@@ -62,6 +63,7 @@ class PIMSM_API RouteBraneRestartSm : public Mox::Entity {
    void doInitializeRoutes();
    template <class Table>
    bool walk( const Table& table, const typename Table::Key& from,
+              std::optional<typename Table::Walk>& at,
               const std::function<void( const typename Table::Value& )>& handle,
               const typename Table::Ahead& ahead = {} );
    bool walkRoutes( const std::function<void( const Brane::Route& )>& handle );
@@ -70,6 +72,9 @@ class PIMSM_API RouteBraneRestartSm : public Mox::Entity {
 
    std::unique_ptr<MoxClock> moxClock_;
    std::unique_ptr<MoxStatus> moxStatus_;  // null as writer
+   // Within a phase; it began where the bookmark was then.
+   std::optional<RouteTable::Walk> routes_;
+   std::optional<RouteIntfTable::Walk> routeIntfs_;
 };
 
 PIMSM_API Mox::Ptr<RouteBraneRestartSm> routeBraneRestartSmFactory(

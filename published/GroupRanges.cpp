@@ -33,7 +33,7 @@ std::optional<std::map<Mox::String, Acl::AclRules>> listsOf(
    };
    std::map<Mox::String, Rules> found;
    size_t rules = 0;
-   tables.accessRule().visit( nullptr, [&]( const AccessRule& record ) {
+   tables.accessRule().visit( [&]( const AccessRule& record ) {
       Rules& list = found[record.key.list.text()];
       list.type = record.type;
       list.rules.push_back( { record.key.sequence, record.action, record.source,
@@ -58,7 +58,7 @@ GroupRanges::GroupRanges( Vantu::AddressFamily family,
                           const FamilyStatus& tables ) {
    rpsKnown_ = mounted( tables.rp() );
    if ( rpsKnown_ ) {
-      tables.rp().visit( nullptr, [this]( const Rp& record ) {
+      tables.rp().visit( [this]( const Rp& record ) {
          const RpKey& range = record.key;
          if ( range.length <= Vantu::addressBits( range.group.family() ) )
             rps_.insert( { range.group, range.length }, record );

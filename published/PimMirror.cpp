@@ -30,7 +30,7 @@ void PimMirror::onInterface() {
       return;
    }
    model_->pimStatusIs( pim_ );
-   tables_->interface().visit( nullptr, [this]( const Interface& record ) {
+   tables_->interface().visit( [this]( const Interface& record ) {
       take( record );
       return true;
    } );

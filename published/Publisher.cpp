@@ -38,7 +38,7 @@ bool publishAll( const Table& table, const std::vector<Record>& all,
    std::map<typename Table::Key, const Record*> wanted;
    for ( const Record& record : all ) wanted.emplace( record.key, &record );
    std::vector<typename Table::Key> gone;
-   table.visit( nullptr, [&]( const Record& standing ) {
+   table.visit( [&]( const Record& standing ) {
       if ( wanted.count( standing.key ) == 0 ) gone.push_back( standing.key );
       return true;
    } );

@@ -128,20 +128,19 @@ void VrfRouter::configIs( const VrfConfig& config ) {
 // otherwise by now or have no state any more.
 void VrfRouter::reviewFormerTimers() {
    const double start = clock_.now();
-   std::optional<Routing::Pim::RouteIntfKey> reached;
-   vrf_.published()->downstream().visit(
-      formerTimersFrom_ ? &*formerTimersFrom_ : nullptr,
-      [&]( const Published::Downstream& former ) {
+   if ( !formerTimers_ ) formerTimers_.emplace( vrf_.published()->downstream() );
+   bool over = false;
+   formerTimersDue_ =
+      !formerTimers_->advance( [&]( const Published::Downstream& former ) {
+         if ( over ) return false;
          if ( protocol_.timers( former.key ) != former &&
               !publishTimersOf( former.key ) )
             timersRefused_.insert( former.key );
-         if ( clock_.now() < start + kReviewSlice ) return true;
-         reached = former.key;
-         return false;
+         over = clock_.now() >= start + kReviewSlice;
+         return true;
       } );
-   formerTimersFrom_ = reached;
-   formerTimersDue_ = reached.has_value();
-   if ( formerTimersDue_ ) resume_.wakeupTimeIs( start );
+   if ( formerTimersDue_ ) return resume_.wakeupTimeIs( start );
+   formerTimers_.reset();
 }
 
 // Timers go before their states: a state in the tables without its timers would get

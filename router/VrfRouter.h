@@ -149,9 +149,9 @@ class PIMSM_API VrfRouter {
    std::unordered_set<Routing::Pim::RouteKey> registeringRefused_;
    bool adopted_ = false;
    bool resuming_ = false;  // timers are the tables', or will be compared with them
-   // The former process's timers were not all looked at since, only up to this one.
+   // The former process's timers were not all looked at since.
    bool formerTimersDue_ = false;
-   std::optional<Routing::Pim::RouteIntfKey> formerTimersFrom_;
+   std::optional<Published::DownstreamTable::Walk> formerTimers_;
    std::optional<double> behindSince_;  // forwarding has been behind since then
    std::deque<std::function<void()>> waiting_;
 };

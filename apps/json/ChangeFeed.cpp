@@ -111,12 +111,12 @@ ChangeFeed::ChangeFeed( const Mirror& mirror, bool isNew,
      new_( isNew ),
      routeLag_( tables_->route() ),
      intfLag_( tables_->routeIntf() ) {
-   tables_->route().visit( nullptr, [this]( RouteRecord record ) {
+   tables_->route().visit( [this]( RouteRecord record ) {
       forgetTimes( record );
       new_ ? touch( record.key ) : void( known_[record.key].route.record = record );
       return true;
    } );
-   tables_->routeIntf().visit( nullptr, [this]( IntfRecord record ) {
+   tables_->routeIntf().visit( [this]( IntfRecord record ) {
       const auto& [key, intfId] = record.key;
       forgetTimes( record );
       new_ ? void( changed_[key].insert( intfId ) )

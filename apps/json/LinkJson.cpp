@@ -53,25 +53,23 @@ void addNeighbor( Json& json, const NeighborRow& row ) {
 
 Json linksJson( const Mirror& mirror ) {
    std::map<std::string, Json> interfaces;
-   mirror.agent->interface().visit(
-      nullptr, [&]( const Published::Interface& record ) {
-         const std::string name( record.key.name() );
-         interfaces[name]["name"] = name;
-         addInterface( interfaces[name], record );
-         interfaces[name].erase( "neighbors" );  // they are listed
-         return true;
-      } );
-   mirror.agent->ownAddress().visit(
-      nullptr, [&]( const Published::OwnAddress& own ) {
-         const auto found = interfaces.find( std::string( own.key.intfId.name() ) );
-         if ( found == interfaces.end() ) return true;
-         const std::string address = Vantu::valueToStrep( own.key.address );
-         if ( found->second["address"] != address )
-            found->second["secondary-address"].push_back( address );
-         if ( !own.key.address.isLinkLocal() )
-            found->second["network"].push_back( Vantu::valueToStrep( own.subnet ) );
-         return true;
-      } );
+   mirror.agent->interface().visit( [&]( const Published::Interface& record ) {
+      const std::string name( record.key.name() );
+      interfaces[name]["name"] = name;
+      addInterface( interfaces[name], record );
+      interfaces[name].erase( "neighbors" );  // they are listed
+      return true;
+   } );
+   mirror.agent->ownAddress().visit( [&]( const Published::OwnAddress& own ) {
+      const auto found = interfaces.find( std::string( own.key.intfId.name() ) );
+      if ( found == interfaces.end() ) return true;
+      const std::string address = Vantu::valueToStrep( own.key.address );
+      if ( found->second["address"] != address )
+         found->second["secondary-address"].push_back( address );
+      if ( !own.key.address.isLinkLocal() )
+         found->second["network"].push_back( Vantu::valueToStrep( own.subnet ) );
+      return true;
+   } );
    Json json;
    json["interface"] = Json::array();
    for ( auto& [name, each] : interfaces ) {

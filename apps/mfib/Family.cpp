@@ -156,7 +156,7 @@ bool Family::onDrsLink( const Routing::Pim::RouteKey& key,
         !record.speaks || !record.iAmDr )
       return false;
    bool found = false;
-   agent_->ownAddress().visit( nullptr, [&]( const Published::OwnAddress& own ) {
+   agent_->ownAddress().visit( [&]( const Published::OwnAddress& own ) {
       found = own.key.intfId == name && own.subnet.contains( key.source );
       return !found;
    } );
@@ -298,7 +298,7 @@ void Family::passOn( const Router::IpPacket& packet,
 
 bool Family::agentSends() const {
    bool sends = false;
-   agent_->interface().visit( nullptr, [&]( const Published::Interface& record ) {
+   agent_->interface().visit( [&]( const Published::Interface& record ) {
       sends = record.speaks;
       return !sends;
    } );

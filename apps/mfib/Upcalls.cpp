@@ -16,7 +16,7 @@ Upcalls::Upcalls( const std::string& owner, Mox::Ptr<Published::MfibStatus> tabl
      sharedTree_( owner, "sharedTree" ),
      dropped_( owner, "replaced" ) {
    std::vector<MfibUpcall> standing;
-   tables_->upcall().visit( nullptr, [&]( const MfibUpcall& record ) {
+   tables_->upcall().visit( [&]( const MfibUpcall& record ) {
       standing.push_back( record );
       return true;
    } );

@@ -21,7 +21,7 @@ Vifs::Vifs( KernelTable& kernel, Mox::Ptr<Published::MfibStatus> tables,
 bool Vifs::adopt( const LinkTable& links ) {
    bool agrees = true;
    std::vector<MfibVif> records;
-   tables_->vif().visit( nullptr, [&]( const MfibVif& record ) {
+   tables_->vif().visit( [&]( const MfibVif& record ) {
       records.push_back( record );
       return true;
    } );

@@ -50,11 +50,11 @@ std::array<Pending, 3> pendingRoutes( const Mirror& mirror ) {
 RouteCounts countRoutes( const Mirror& mirror ) {
    namespace Sm = Routing::Pim::SparseMode;
    RouteCounts counts;
-   mirror.tables->route().visit( nullptr, [&]( const Sm::Brane::Route& route ) {
+   mirror.tables->route().visit( [&]( const Sm::Brane::Route& route ) {
       ++( route.key.source.isUnspecified() ? counts.wc : counts.sg );
       return true;
    } );
-   mirror.tables->routeIntf().visit( nullptr, []( const auto& ) { return true; } );
+   mirror.tables->routeIntf().visit( []( const auto& ) { return true; } );
    return counts;
 }
 

@@ -70,12 +70,11 @@ void readEntries( Vantu::AddressFamily family, Host::Entries& entries ) {
 // Link-local addresses repeat everywhere.
 bool isOf( const Host& host, const Mirror& mirror ) {
    bool found = false;
-   mirror.agent->ownAddress().visit(
-      nullptr, [&]( const Published::OwnAddress& own ) {
-         found = !own.key.address.isLinkLocal() &&
-                 host.addresses.count( own.key.address ) != 0;
-         return !found;
-      } );
+   mirror.agent->ownAddress().visit( [&]( const Published::OwnAddress& own ) {
+      found = !own.key.address.isLinkLocal() &&
+              host.addresses.count( own.key.address ) != 0;
+      return !found;
+   } );
    return found;
 }
 

@@ -22,7 +22,7 @@ IntfId registerIntf() {
 
 KernelEntries::KernelEntries( const Mirror& mirror, const Host::Entries& entries )
    : entries_( entries ) {
-   mirror.mfib->vif().visit( nullptr, [this]( const Published::MfibVif& vif ) {
+   mirror.mfib->vif().visit( [this]( const Published::MfibVif& vif ) {
       if ( vif.ifIndex == 0 ) return true;
       indexes_.emplace( vif.key, vif.ifIndex );
       names_.emplace( vif.ifIndex, vif.key );

@@ -26,7 +26,7 @@ Neighbors selectNeighbors( const Mirror& mirror, const RouteFilter& filter ) {
    std::map<NeighborKey, NeighborRow> rows;
    Neighbors selected;
    selected.known = isReady( mirror.agent->neighbor() );
-   mirror.agent->neighbor().visit( nullptr, [&]( const Neighbor& record ) {
+   mirror.agent->neighbor().visit( [&]( const Neighbor& record ) {
       ++selected.all;
       if ( filter.matches( record.key.intfId ) )
          rows[record.key] = { record, isDr( mirror, record.key ), {} };

@@ -20,7 +20,7 @@ Rates::Rates( const Mirror& mirror ) : mirror_( mirror ) {
 
 void Rates::read() {
    before_ = std::exchange( last_, {} );
-   mirror_.mfib->cache().visit( nullptr, [this]( const MfibCache& record ) {
+   mirror_.mfib->cache().visit( [this]( const MfibCache& record ) {
       last_.emplace( record.key, record );
       return true;
    } );

@@ -46,7 +46,7 @@ Registers selectRegisters( const Mirror& mirror, const RouteFilter& filter ) {
 
 Advertised selectAdvertised( const Mirror& mirror, const RouteFilter& filter ) {
    std::vector<AdvertisedSg> all;
-   mirror.advertised->coll().visit( nullptr, [&]( const AdvertisedSg& value ) {
+   mirror.advertised->coll().visit( [&]( const AdvertisedSg& value ) {
       all.push_back( value );
       return true;
    } );

@@ -19,7 +19,7 @@ bool overlap( const RouteFilter& filter, const Vantu::IpGenPrefix& range ) {
 void addConfigured( const Mirror& mirror, const RouteFilter& filter,
                     RpRanges& selected ) {
    std::vector<Published::Rp> all;
-   mirror.agent->rp().visit( nullptr, [&]( const Published::Rp& record ) {
+   mirror.agent->rp().visit( [&]( const Published::Rp& record ) {
       if ( record.key.length <= Vantu::addressBits( record.key.group.family() ) )
          all.push_back( record );
       return true;

@@ -178,30 +178,43 @@ class Table : public TableBase {
       return find( key, ignored ) != ::Brane::lookupAbsent;
    }
 
-   // Visits records, all of them or from a bookmark on, until the visitor says
-   // false. Records that stand throughout are met once; nothing is missed when the
-   // bookmark's record has gone, but a few may come again. The visitor may change
-   // the table. `from` null: from the start. `ahead`, when given, may get keys a
-   // little before their turn, to fetch memory; it must not use the table.
+   using Visitor = std::function<bool( const V& )>;
    using Ahead = std::function<void( const Key& )>;
-   void visit( const Key* from, const std::function<bool( const V& )>& visitor,
-               const Ahead& ahead = {} ) const {
-      std::optional<KeyBytes> start;
-      if ( from != nullptr ) start.emplace( *from );
-      KeyHint hint;
-      if ( ahead ) {
-         hint = [&]( const void* key ) {
-            Key decoded;
-            if ( decodeKey( key, decoded ) ) ahead( decoded );
-         };
+
+   // Visits the records that stand when it is made, all at once or in parts, in the
+   // order of their writing, about. Records that stand throughout are met once. The
+   // visitor may change the table, which stays mounted while the walk lives.
+   class Walk {
+    public:
+      explicit Walk( const Table& table ) : table_( table ), walk_( table ) {}
+
+      // Goes on until the visitor says false, whose record then comes again; true at
+      // the end. `ahead`, when given, may get keys a little before their turn, to fetch
+      // memory; it must not use the table.
+      bool advance( const Visitor& visitor, const Ahead& ahead = {} ) {
+         KeyHint hint;
+         if ( ahead ) {
+            hint = [&]( const void* key ) {
+               Key decoded;
+               if ( decodeKey( key, decoded ) ) ahead( decoded );
+            };
+         }
+         return walk_.advance(
+            [&]( const void* record ) {
+               V value;
+               return !table_.decode( record, value ) || visitor( value );
+            },
+            hint );
       }
-      visitRecords(
-         start ? &start->bytes : nullptr,
-         [&]( const void* record ) {
-            V value;
-            return !decode( record, value ) || visitor( value );
-         },
-         hint );
+
+    private:
+      const Table& table_;
+      RecordWalk walk_;
+   };
+
+   // A whole walk, or until the visitor says false.
+   void visit( const Visitor& visitor, const Ahead& ahead = {} ) const {
+      Walk( *this ).advance( visitor, ahead );
    }
 
    // Writes or replaces the record under value.key, then notifies the key, even
@@ -283,7 +296,7 @@ class Table : public TableBase {
    // The keys that stand.
    std::vector<Key> keys() const {
       std::vector<Key> keys;
-      visit( nullptr, [&]( const V& value ) {
+      visit( [&]( const V& value ) {
          keys.push_back( value.key );
          return true;
       } );

@@ -88,14 +88,14 @@ void TableBase::mountWriter( Corvex::EntityManager& manager,
 void TableBase::dropWhatIsNoValue( ::Brane::AttachReport& report ) {
    constexpr size_t kTexts = 32;
    std::vector<std::byte> keys;
-   visitRecords( nullptr,
-                 [&]( const void* record ) {
-                    auto* key = static_cast<const std::byte*>( record );
-                    if ( !isValue( record ) )
-                       keys.insert( keys.end(), key, key + layout_->keySize );
-                    return true;
-                 },
-                 {} );
+   RecordWalk( *this ).advance(
+      [&]( const void* record ) {
+         auto* key = static_cast<const std::byte*>( record );
+         if ( !isValue( record ) )
+            keys.insert( keys.end(), key, key + layout_->keySize );
+         return true;
+      },
+      {} );
    for ( size_t at = 0; at < keys.size(); at += layout_->keySize ) {
       const std::byte* key = keys.data() + at;
       ::Brane::Position position = writer_->positionAtOrBefore( key );
@@ -445,60 +445,49 @@ void TableBase::tellDamaged( const char* text ) const {
    control_->problemIs( text );
 }
 
-void TableBase::visitRecords( const void* from, const RecordVisitor& visitor,
-                              const KeyHint& ahead ) const {
-   using ::Brane::Position;
-   if ( reader_ != nullptr ) {
-      reader_->visit(
-         [&]( Position position, const void* record ) {
-            follower_->met( position, record );
-            return visitor( record );
-         },
-         from != nullptr ? reader_->resumeBefore( from ) : ::Brane::noPosition,
-         ahead );
-      return;
-   }
-   if ( writer_ == nullptr ) return;
-   Position start =
-      from != nullptr ? writer_->positionAtOrBefore( from ) : ::Brane::noPosition;
-   visitWritten( start, visitor, ahead );
+TableBase::RecordWalk::RecordWalk( const TableBase& table ) : table_( table ) {
+   if ( table.follower_ != nullptr ) read_.emplace( *table.follower_ );
+   if ( table.writer_ != nullptr ) written_.emplace( *table.writer_ );
 }
 
-// Positions are gathered two batches ahead of their visit and their records
-// fetched. The keys of the nearer batch are announced. A record removed meanwhile
-// is skipped in its turn.
-void TableBase::visitWritten( ::Brane::Position position,
-                              const RecordVisitor& visitor,
-                              const KeyHint& ahead ) const {
-   using ::Brane::noPosition;
-   // The visitor may change the table, and make it grow.
-   const ::Brane::TableCursor cursor( *writer_ );
-   std::vector<::Brane::Position> near, far;
-   auto gather = [&] {
-      far.clear();
-      for ( ; position != noPosition && far.size() < kForetoldKeys;
-            position = cursor.next( position ) ) {
-         auto* record =
-            static_cast<const std::byte*>( writtenAt( cursor, position ) );
-         if ( record == nullptr ) continue;
-         far.push_back( position );
-         for ( size_t at = 0; at < layout_->recordSize; at += kCacheLine )
-            __builtin_prefetch( record + at );
-      }
+bool TableBase::RecordWalk::advance( const RecordVisitor& visitor,
+                                     const KeyHint& ahead ) {
+   if ( written_ ) return advanceWritten( visitor, ahead );
+   if ( !read_ ) return true;
+   return read_->advance(
+      [&]( ::Brane::Position, const void* record ) { return visitor( record ); },
+      ahead );
+}
+
+// Records are fetched two batches ahead of their visit, and the keys of the nearer
+// batch announced. A record removed meanwhile is skipped in its turn.
+bool TableBase::RecordWalk::advanceWritten( const RecordVisitor& visitor,
+                                            const KeyHint& ahead ) {
+   const std::vector<::Brane::Position>& positions = written_->positions();
+   auto at = [&]( size_t i ) {
+      return table_.writtenAt( *written_, positions[i] );
    };
-   if ( position == noPosition ) position = cursor.next();
-   for ( gather(); !far.empty(); ) {
-      near.swap( far );
-      for ( ::Brane::Position each : near ) {
-         const void* record = ahead ? writtenAt( cursor, each ) : nullptr;
-         if ( record != nullptr ) ahead( record );
+   auto until = [&]( size_t batches ) {
+      return std::min( next_ + batches * kForetoldKeys, positions.size() );
+   };
+   size_t fetched = next_, told = next_;
+   for ( ; next_ < positions.size(); ++next_ ) {
+      if ( told < until( 1 ) ) {
+         for ( ; fetched < until( 3 ); ++fetched ) {
+            auto* record = static_cast<const std::byte*>( at( fetched ) );
+            if ( record == nullptr ) continue;
+            for ( size_t i = 0; i < table_.layout_->recordSize; i += kCacheLine )
+               __builtin_prefetch( record + i );
+         }
+         for ( ; told < until( 2 ); ++told ) {
+            const void* record = ahead ? at( told ) : nullptr;
+            if ( record != nullptr ) ahead( record );
+         }
       }
-      gather();
-      for ( ::Brane::Position each : near ) {
-         const void* record = writtenAt( cursor, each );
-         if ( record != nullptr && !visitor( record ) ) return;
-      }
+      const void* record = at( next_ );
+      if ( record != nullptr && !visitor( record ) ) return false;
    }
+   return true;
 }
 
 Mox::String valueToStrep( const TableBase& table ) {

@@ -8,6 +8,7 @@
 #include "platform/shm/DoorbellHub.h"
 #include "platform/shm/TableCursor.h"
 #include "platform/shm/TableFollower.h"
+#include "platform/shm/TableWalk.h"
 #include "platform/shm/TableWriter.h"
 
 namespace Corvex {
@@ -102,11 +103,22 @@ class PIMSM_API TableBase {
    void commitRecord( ::Brane::Reservation& record );
    ::Brane::Lookup lookupRecord( const void* key, void* out ) const;
    [[noreturn]] void unreadable( const char* what ) const;
-   // See Table::visit.
+   // See Table::Walk.
    using RecordVisitor = std::function<bool( const void* record )>;
-   using KeyHint = ::Brane::TableReader::Ahead;
-   void visitRecords( const void* from, const RecordVisitor& visitor,
-                      const KeyHint& ahead ) const;
+   using KeyHint = ::Brane::TableWalk::Ahead;
+   class RecordWalk {
+    public:
+      explicit RecordWalk( const TableBase& table );
+      bool advance( const RecordVisitor& visitor, const KeyHint& ahead );
+
+    private:
+      bool advanceWritten( const RecordVisitor& visitor, const KeyHint& ahead );
+
+      const TableBase& table_;
+      std::optional<::Brane::TableWalk> read_;
+      std::optional<::Brane::TableCursor> written_;
+      size_t next_ = 0;  // as writer
+   };
 
    mutable uint64_t undecodable_ = 0;
 
@@ -144,8 +156,6 @@ class PIMSM_API TableBase {
    ::Brane::Lookup lookupWritten( const void* key, void* out ) const;
    const void* writtenAt( const ::Brane::TableCursor& cursor,
                           ::Brane::Position position ) const;
-   void visitWritten( ::Brane::Position position, const RecordVisitor& visitor,
-                      const KeyHint& ahead ) const;
    void tellDamaged( const char* text ) const;
 
    MountedEntity& entity_;

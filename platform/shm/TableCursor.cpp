@@ -1,5 +1,6 @@
 #include "platform/shm/TableCursor.h"
 
+#include "platform/shm/detail/SlotOrder.h"
 #include "platform/shm/detail/WriterTable.h"
 
 namespace Brane {
@@ -12,13 +13,11 @@ struct TableCursor::Instance {
 TableCursor::TableCursor( const TableWriter& writer )
    : writer_( writer ),
      instance_( std::make_unique<Instance>(
-        Instance{ writer.table_->mapping(), writer.table_->view() } ) ) {}
+        Instance{ writer.table_->mapping(), writer.table_->view() } ) ),
+     positions_( Detail::standingBySlot( instance_->view ) ) {}
 
 TableCursor::~TableCursor() = default;
-
-Position TableCursor::next( Position after ) const {
-   return Detail::nextIn( instance_->view, after );
-}
+TableCursor::TableCursor( TableCursor&& other ) noexcept = default;
 
 // The index of a former instance stays as it was when the table grew.
 const void* TableCursor::at( Position position ) const {

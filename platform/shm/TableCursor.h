@@ -1,9 +1,11 @@
 // Visits a written table during which it may grow: records that stand throughout are
-// met once. Positions are those of the instance that stands when the cursor is made;
-// it stays mapped meanwhile. Same thread as the writer, which outlives the cursor.
+// met once, in the order of their writing, about. Positions are those of the instance
+// that stands when the cursor is made; it stays mapped meanwhile. Memory: 4 bytes a
+// record. Same thread as the writer, which outlives the cursor.
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "platform/shm/TableWriter.h"
 
@@ -13,9 +15,10 @@ class PIMSM_API TableCursor {
  public:
    explicit TableCursor( const TableWriter& writer );
    ~TableCursor();
+   TableCursor( TableCursor&& other ) noexcept;
 
-   // As in TableWriter.
-   Position next( Position after = noPosition ) const;
+   // What stood when the cursor was made.
+   const std::vector<Position>& positions() const { return positions_; }
    // The present record of the key that stood there; null when it has gone. Valid
    // until the next put, reserve or remove of any key. Throws CorruptionError.
    const void* at( Position position ) const;
@@ -25,6 +28,7 @@ class PIMSM_API TableCursor {
 
    const TableWriter& writer_;
    std::unique_ptr<Instance> instance_;
+   std::vector<Position> positions_;
 };
 
 }

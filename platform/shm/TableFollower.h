@@ -82,6 +82,7 @@ class PIMSM_API TableFollower {
    uint32_t size() const;
 
  private:
+   friend class TableWalk;
    std::unique_ptr<Detail::Mirror> mirror_;
 };
 

@@ -43,9 +43,8 @@ void TableReader::lookup( std::span<LookupItem> items ) const {
 Lookup TableReader::at( Position position, void* out ) const {
    return table_->at( position, out );
 }
-Position TableReader::visit( const Visitor& visitor, Position after,
-                             const Ahead& ahead ) const {
-   return table_->visit( visitor, after, ahead );
+Position TableReader::visit( const Visitor& visitor, Position after ) const {
+   return table_->visit( visitor, after );
 }
 Position TableReader::resumeBefore( const void* key ) const {
    return table_->resumeBefore( key );

@@ -106,14 +106,10 @@ class PIMSM_API TableReader {
    // visitor returns false or the table ends. Returns the last position visited, to
    // go on from; noPosition when the end was reached. Records that stand throughout
    // are met once. The record's bytes are a copy that lives during the call.
-   // Damaged and busy records are counted and skipped. `ahead`, when given, gets
-   // the coming keys up to 32 records early, to fetch memory that the visitor will
-   // need. It is a hint: the record may change or go before its turn. It must not
-   // use this reader.
+   // Damaged and busy records are counted and skipped. TableWalk.h visits them in the
+   // order of their writing, which is better where something is built of them.
    using Visitor = std::function<bool( Position position, const void* record )>;
-   using Ahead = std::function<void( const void* key )>;
-   Position visit( const Visitor& visitor, Position after = noPosition,
-                   const Ahead& ahead = {} ) const;
+   Position visit( const Visitor& visitor, Position after = noPosition ) const;
 
    // Where to resume a visit when only a key was kept, as visit( visitor,
    // resumeBefore( key ) ). As in TableWriter, but the key itself comes again.
@@ -134,6 +130,7 @@ class PIMSM_API TableReader {
 
  private:
    friend class TableFollower;
+   friend class TableWalk;
    std::unique_ptr<Detail::ReaderTable> table_;
 };
 

@@ -26,11 +26,11 @@ struct Content {
 
    static Content of( const Brane::Status& tables ) {
       Content content;
-      tables.route().visit( nullptr, [&]( const Brane::Route& record ) {
+      tables.route().visit( [&]( const Brane::Route& record ) {
          EXPECT_TRUE( content.routes.emplace( record.key, record ).second );
          return true;
       } );
-      tables.routeIntf().visit( nullptr, [&]( const Brane::Intf& record ) {
+      tables.routeIntf().visit( [&]( const Brane::Intf& record ) {
          EXPECT_TRUE( content.intfs.emplace( record.key, record ).second );
          return true;
       } );

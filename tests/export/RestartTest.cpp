@@ -34,7 +34,7 @@ class Restart : public testing::Test {
    }
    std::vector<RouteKey> routesInOrder( const ExportSide& side ) {
       std::vector<RouteKey> keys;
-      side.tables->route().visit( nullptr, [&]( const Brane::Route& record ) {
+      side.tables->route().visit( [&]( const Brane::Route& record ) {
          keys.push_back( record.key );
          return true;
       } );
@@ -111,6 +111,35 @@ TEST_F( Restart, ResumesAfterABookmarkThatHasGone ) {
    unsigned intfsGone = goneIntf.routeKey == gone ? 2 : 3;
    expectLoaded( agent, 5, 12 - intfsGone );
    EXPECT_EQ( agent.tables->routeIntf().size(), 12 - intfsGone );
+}
+
+// What a reader has yet to load changes, goes and comes, and its table has become another
+// one before its next slice.
+TEST_F( Restart, GoesOnBesideATableThatGrows ) {
+   leave( 4, 3 );
+   AgentSide agent( clock, root.path() );
+   agent.mount();
+   ReaderSide side( clock, root.path() );
+   side.mount();
+   side.reader = Brane::routeBraneReaderSmFactory( side.model, side.tables );
+   side.restart = Brane::routeBraneRestartSmFactory( side.model, side.tables,
+                                                     side.role, &clock );
+   side.restart->reviewQuantumIs( 0 );
+   while ( side.restart->reviewBookmark().intfId == Vantu::IntfId() )
+      ASSERT_TRUE( clock.runPass() );
+   for ( unsigned i = 0; i < 4; ++i ) {
+      agent.tables->routeIntfDel( { keyOf( i ), intfId( "eth1" ) } );
+      for ( unsigned j = 2; j < 300; ++j ) {
+         Brane::Intf intf( { keyOf( i ), intfId( "eth" + std::to_string( j ) ) } );
+         intf.joinState = Intf::prunePending;
+         agent.tables->routeIntfIs( intf );
+      }
+   }
+   agent.manager.dispatch();
+   side.follow();
+   while ( !side.model->initialized() ) ASSERT_TRUE( clock.runPass() );
+   side.follow();
+   expectLoaded( side, 4, 4 * 299 );
 }
 
 // Fields missing in an older agent's records get their defaults, not zeros: a zero

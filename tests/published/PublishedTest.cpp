@@ -134,7 +134,7 @@ TEST_F( Publishing, WhatFindsNoRoomKeepsNothingElseBack ) {
    all.insert( all.begin(), { Text<32>( "one more" ), Text<224>( "new" ) } );
    publishSettings( *tables, all );
    unsigned current = 0;
-   tables->setting().visit( nullptr, [&]( const Setting& setting ) {
+   tables->setting().visit( [&]( const Setting& setting ) {
       current += setting.value == Text<224>( "new" );
       return true;
    } );

@@ -28,7 +28,7 @@ class Counters {
  public:
    explicit Counters( const Published::ProcessStatus& process ) {
       if ( process.counterControl()->mountStatus() != MoxBrane::mountReady ) return;
-      process.counter().visit( nullptr, [this]( const Published::Counter& record ) {
+      process.counter().visit( [this]( const Published::Counter& record ) {
          values_[{ record.key.owner.text(), record.key.name.text() }] =
             record.value;
          return true;
@@ -263,7 +263,7 @@ void addEntries( Exposition& out, const Mirror& mirror, const Labels& labels ) {
       uint64_t entries = 0, wrong = 0;
    };
    std::map<std::string, Sum> sums;
-   mirror.mfib->cache().visit( nullptr, [&]( const Published::MfibCache& record ) {
+   mirror.mfib->cache().visit( [&]( const Published::MfibCache& record ) {
       const Route* route = std::as_const( *mirror.model ).route( record.key );
       Sum& sum =
          sums[route == nullptr ? "" : std::string( route->incomingIntf().name() )];

@@ -47,7 +47,7 @@ class LinkChecks {
         checked_( checked ) {}
 
    void check() {
-      mirror_.agent->interface().visit( nullptr, [&]( const Interface& record ) {
+      mirror_.agent->interface().visit( [&]( const Interface& record ) {
          if ( filter_.matches( record.key ) ) checkRole( record );
          return true;
       } );
@@ -124,8 +124,7 @@ class LinkChecks {
    // the last assert its packets still come in by it.
    void checkDoubles() {
       if ( !isReady( mirror_.mfib->upcall() ) ) return;
-      mirror_.mfib->upcall().visit( nullptr, [&](
-                                                const Published::MfibUpcall& up ) {
+      mirror_.mfib->upcall().visit( [&]( const Published::MfibUpcall& up ) {
          if ( up.kind == Published::wrongVifUpcall &&
               evidence_.now - up.last < kRecent &&
               filter_.matches( up.key.routeKey ) &&

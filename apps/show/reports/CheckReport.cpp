@@ -102,7 +102,7 @@ bool stands( const Mirror& mirror, const RouteIntfKey& key ) {
 void checkStrays( const Mirror& mirror, const RouteFilter& filter,
                   Checked& checked ) {
    std::vector<RouteIntfKey> strays;
-   mirror.tables->routeIntf().visit( nullptr, [&]( const auto& record ) {
+   mirror.tables->routeIntf().visit( [&]( const auto& record ) {
       if ( !mirror.tables->route().has( record.key.routeKey ) )
          strays.push_back( record.key );
       return true;
@@ -218,7 +218,7 @@ void checkWrongSides( const Mirror& mirror, const RouteFilter& filter, double no
    const std::optional<double> interval = counterInterval( mirror );
    // Without counters nobody knows what else comes.
    if ( !isReady( upcalls ) || interval == 0.0 ) return;
-   upcalls.visit( nullptr, [&]( const Published::MfibUpcall& upcall ) {
+   upcalls.visit( [&]( const Published::MfibUpcall& upcall ) {
       const RouteKey& key = upcall.key.routeKey;
       const Route* route = std::as_const( *mirror.model ).route( key );
       const bool wrong =

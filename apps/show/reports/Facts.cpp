@@ -20,7 +20,7 @@ const typename ByGroup::mapped_type& groupIn( std::optional<ByGroup>& index,
                                               GroupOf groupOf ) {
    if ( !index ) {
       index.emplace();
-      table.visit( nullptr, [&]( const auto& record ) {
+      table.visit( [&]( const auto& record ) {
          ( *index )[groupOf( record )].push_back( record );
          return true;
       } );
@@ -38,11 +38,11 @@ Facts::Facts( const Mirror& mirror, const Evidence& evidence )
      rps_( mirror ),
      counterInterval_( Show::counterInterval( mirror ) ),
      here_( isOf( evidence.host, mirror ) && mirror.writerAlive() ) {
-   mirror.agent->interface().visit( nullptr, [this]( const auto& intf ) {
+   mirror.agent->interface().visit( [this]( const auto& intf ) {
       speaks_ = intf.speaks;
       return !speaks_;
    } );
-   mirror.agent->neighborAddress().visit( nullptr, [this]( const auto& record ) {
+   mirror.agent->neighborAddress().visit( [this]( const auto& record ) {
       const auto& key = record.key;
       secondary_.emplace( std::pair( key.intfId, key.address ), key.neighbor );
       return true;

@@ -118,7 +118,7 @@ void addMessages( Interfaces& interfaces, const Mirror& mirror,
          ( found->second.*messages )[yangName( counter.key.name.text() )] =
             counter.value;
    };
-   process.counter().visit( nullptr, [&]( const Published::Counter& counter ) {
+   process.counter().visit( [&]( const Published::Counter& counter ) {
       add( counter, "agent/sent/", &InterfaceTotals::sent );
       add( counter, "agent/received/", &InterfaceTotals::received );
       add( counter, "agent/refused/", &InterfaceTotals::refused );
@@ -149,11 +149,10 @@ Interfaces interfacesOf( const Mirror& mirror, const RouteFilter& filter,
    auto of = [&]( Vantu::IntfId intfId ) -> InterfaceTotals& {
       return interfaces[std::string( intfId.name() )];
    };
-   mirror.agent->interface().visit( nullptr,
-                                    [&]( const Published::Interface& record ) {
-                                       of( record.key ).published = record;
-                                       return true;
-                                    } );
+   mirror.agent->interface().visit( [&]( const Published::Interface& record ) {
+      of( record.key ).published = record;
+      return true;
+   } );
    for ( const Route* route : selectRoutes( mirror, filter ) ) {
       const Vantu::IntfId incoming = route->incomingIntf();
       if ( !incoming.empty() ) of( incoming ).incoming += 1;

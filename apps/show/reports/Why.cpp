@@ -30,7 +30,7 @@ Place place( const Mirror& mirror, const Receiver& receiver ) {
          found = { receiver.intfId, 1 };
       return found;
    }
-   mirror.agent->ownAddress().visit( nullptr, [&]( const auto& own ) {
+   mirror.agent->ownAddress().visit( [&]( const auto& own ) {
       const bool longer =
          found.intfId.empty() || own.subnet.length() > found.length;
       if ( longer && own.subnet.contains( receiver.host ) )

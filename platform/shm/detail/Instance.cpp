@@ -154,6 +154,10 @@ void Instance::fetchSlot( uint64_t word ) const {
    prefetch( view_.slotBytes( slot ), view_.slotSize() );
 }
 
+void Instance::fetchWord( Position position ) const {
+   prefetch( reinterpret_cast<const std::byte*>( view_.index() + position ), 1 );
+}
+
 bool Instance::verify( Position position, const Copy& copy,
                        const void* record ) const {
    uint64_t hash = hashOf( record );

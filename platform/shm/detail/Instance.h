@@ -51,6 +51,11 @@ class Instance {
    void fetchLine( uint64_t hash ) const;
    void fetchSlots( uint64_t hash ) const;
    void fetchSlot( uint64_t word ) const;
+   void fetchWord( Position position ) const;
+   // REQUIRES: a position of this instance.
+   uint64_t wordAt( Position position ) const {
+      return loadWord( view_.index() + position );
+   }
    // Does the copied record belong to the position, and is its checksum right?
    bool verify( Position position, const Copy& copy, const void* record ) const;
 

@@ -40,10 +40,6 @@ void Mirror::restart() {
    load();
 }
 
-uint64_t Mirror::wordAt( Position position ) const {
-   return loadWord( instance_->view().index() + position );
-}
-
 // Remembers the present records. Reads the head first: a change that this pass does
 // not see comes after that head in the journal.
 void Mirror::load() {
@@ -54,8 +50,11 @@ void Mirror::load() {
    seen_ = instance_->head();
    known_ =
       Remembered( instance_->geometry().positions(), table_.layout().keySize );
-   for ( Position p = 0; p < known_.positions(); ++p ) {
-      if ( !isWord( p ) || !wordAt( p ) ) continue;
+   const std::vector<Position> standing = standingBySlot( instance_->view() );
+   size_t words = 0, slots = 0;
+   for ( size_t i = 0; i < standing.size(); ++i ) {
+      fetchAhead( standing, i, words, slots );
+      const Position p = standing[i];
       auto copy = instance_->copy( p, record_.data() );
       Lookup found = table_.count( *instance_, copy, p, record_.data() );
       if ( found == lookupBusy ) again_.push_back( p );
@@ -64,6 +63,17 @@ void Mirror::load() {
          known_.wordIs( p, copy.word );
       }
    }
+}
+
+// Before the i-th of these positions is looked at; `words` and `slots` were fetched.
+void Mirror::fetchAhead( const std::vector<Position>& positions, size_t i,
+                         size_t& words, size_t& slots ) const {
+   for ( ; words < positions.size() && words < i + linesAhead; ++words ) {
+      instance_->fetchWord( positions[words] );
+      known_.fetch( positions[words] );
+   }
+   for ( ; slots < positions.size() && slots < i + slotsAhead; ++slots )
+      instance_->fetchSlot( instance_->wordAt( positions[slots] ) );
 }
 
 TableFollower::Drained Mirror::drain( const TableFollower::Callback& callback,
@@ -112,7 +122,7 @@ bool Mirror::stands( Position position ) const {
    return instance_ && position < known_.positions() &&
           instance_->head() - seen_ <= generationMask &&
           loadWord( instance_->view().retired() ) == 0 &&
-          wordAt( position ) == known_.word( position );
+          instance_->wordAt( position ) == known_.word( position );
 }
 
 bool Mirror::pending() const {
@@ -186,7 +196,7 @@ void Mirror::follow( Teller& teller ) {
    std::vector<Position> again = std::exchange( again_, {} );
    if ( !scanning() ) followJournal( head, teller );
    if ( scanning() ) scan( teller );
-   for ( Position p : again ) compare( p, wordAt( p ), teller );
+   for ( Position p : again ) compare( p, instance_->wordAt( p ), teller );
    if ( scanning() || seen_ != head ) {
       teller.drained.more = true;
    } else {
@@ -202,16 +212,10 @@ void Mirror::followJournal( uint64_t head, Teller& teller ) {
                       ? seen_ + std::min( head - seen_, room )
                       : head;
    if ( !collect( last ) ) return startScan( head );
+   size_t words = 0, slots = 0;
    for ( size_t i = 0; i < candidates_.size(); ++i ) {
-      if ( i + linesAhead < candidates_.size() ) {
-         const uint64_t* word =
-            instance_->view().index() + candidates_[i + linesAhead];
-         prefetch( reinterpret_cast<const std::byte*>( word ), 1 );
-      }
-      if ( i + slotsAhead < candidates_.size() ) {
-         instance_->fetchSlot( wordAt( candidates_[i + slotsAhead] ) );
-      }
-      compare( candidates_[i], wordAt( candidates_[i] ), teller );
+      fetchAhead( candidates_, i, words, slots );
+      compare( candidates_[i], instance_->wordAt( candidates_[i] ), teller );
    }
    seen_ = last;
 }
@@ -245,7 +249,7 @@ void Mirror::startScan( uint64_t head ) {
    for ( Position p = 0; p < known_.positions(); ++p ) {
       if ( !isWord( p ) ) continue;
       if ( repeated && known_.word( p ) ) known_.wordIs( p, unknownWord );
-      const uint64_t word = wordAt( p );
+      const uint64_t word = instance_->wordAt( p );
       if ( word != known_.word( p ) ) differing.add( p, slotOf( word ) );
    }
    scan_ = differing.take();
@@ -262,15 +266,8 @@ void Mirror::scan( Teller& teller ) {
    size_t words = scanned_, slots = scanned_;
    for ( ; scanned_ < scan_.size(); ++scanned_ ) {
       if ( teller.full() ) return;
-      for ( ; words < scan_.size() && words < scanned_ + linesAhead; ++words ) {
-         prefetch( reinterpret_cast<const std::byte*>( instance_->view().index() +
-                                                       scan_[words] ),
-                   1 );
-         known_.fetch( scan_[words] );
-      }
-      for ( ; slots < scan_.size() && slots < scanned_ + slotsAhead; ++slots )
-         instance_->fetchSlot( wordAt( scan_[slots] ) );
-      compare( scan_[scanned_], wordAt( scan_[scanned_] ), teller );
+      fetchAhead( scan_, scanned_, words, slots );
+      compare( scan_[scanned_], instance_->wordAt( scan_[scanned_] ), teller );
    }
    endScan();
    seen_ = scanHead_;

@@ -26,6 +26,14 @@ class Mirror {
    bool pending() const;
    void restart();
    uint32_t size() const { return known_.size(); }
+   ReaderTable& table() const { return table_; }
+   // What met() will look at; the second after the first has come.
+   void fetch( Position position ) const {
+      if ( position < known_.positions() ) known_.fetch( position );
+   }
+   void fetchKey( Position position ) const {
+      if ( position < known_.positions() ) known_.fetchKey( position );
+   }
 
  private:
    // One drain: its receiver, and its results.
@@ -53,6 +61,8 @@ class Mirror {
    void followJournal( uint64_t head, Teller& teller );
    void startScan( uint64_t head );
    void scan( Teller& teller );
+   void fetchAhead( const std::vector<Position>& positions, size_t i, size_t& words,
+                    size_t& slots ) const;
    void endScan();
    bool scanning() const { return scanning_; }
    void compareIntent( uint64_t head, Teller& teller );
@@ -61,7 +71,6 @@ class Mirror {
    void settleMet( Teller& teller );
    void replaced( Position position, uint64_t word, Teller& teller );
    bool knownElsewhere( const std::byte* key ) const;
-   uint64_t wordAt( Position position ) const;
 
    ReaderTable& table_;
    std::shared_ptr<const Instance> instance_;

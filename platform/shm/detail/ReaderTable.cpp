@@ -16,9 +16,7 @@ namespace {
 constexpr size_t lookupLines = 16;
 constexpr size_t lookupSlots = 8;
 
-// A visit fetches slots in batches of this size, at least one batch ahead.
-constexpr size_t aheadBatch = 16;
-constexpr size_t leastAhead = 8;
+constexpr Position visitAhead = 32;
 
 bool nothingThere( int error ) {
    return error == ENOENT || error == ENOTDIR;
@@ -192,47 +190,25 @@ Lookup ReaderTable::at( Position position, void* out ) {
    return count( *instance_, instance_->copy( position, out ), position, out );
 }
 
-// Standing positions are gathered in batches ahead of their visit: address
-// translations overlap only where nothing else is done between them. A position
-// cleared meanwhile is skipped in its turn.
-Position ReaderTable::visit( const TableReader::Visitor& visitor, Position after,
-                             const TableReader::Ahead& ahead ) {
+// A position cleared meanwhile is skipped in its turn.
+Position ReaderTable::visit( const TableReader::Visitor& visitor, Position after ) {
    // Positions are one instance's: a visit that goes on does so there.
    if ( after == noPosition && outgrown() ) followGrowth();
-   if ( !instance_ ) return noPosition;
    // The visitor may poll: this instance is visited to its end.
-   std::shared_ptr<const Instance> instance = instance_;
-   const uint64_t* words = instance->view().index();
-   const Position end = instance->geometry().positions();
+   const std::shared_ptr<const Instance> instance = instance_;
+   if ( !instance ) return noPosition;
    std::vector<std::byte> record( layout_->recordSize );
-   const size_t fetchAhead = ( ahead ? 2 * aheadBatch : 0 ) + leastAhead;
-   constexpr size_t kept = 4 * aheadBatch;
-   Position standing[kept];
-   size_t found = 0, told = 0, visited = 0;
-   Position scanned = after + 1;
-   for ( ;; ++visited ) {
-      if ( found - visited < fetchAhead ) {
-         for ( ; scanned < end && found - visited < fetchAhead + aheadBatch;
-               ++scanned ) {
-            uint64_t word = isWord( scanned ) ? loadWord( words + scanned ) : 0;
-            if ( !word ) continue;
-            instance->fetchSlot( word );
-            standing[found++ % kept] = scanned;
-         }
-      }
-      if ( ahead && told - visited < aheadBatch ) {
-         for ( ; told < found && told - visited < 2 * aheadBatch; ++told ) {
-            uint64_t word = loadWord( words + standing[told % kept] );
-            if ( instance->copyKey( word, record.data() ) ) ahead( record.data() );
-         }
-      }
-      if ( visited == found ) return noPosition;
-      Position p = standing[visited % kept];
-      if ( !loadWord( words + p ) ) continue;
+   const Position end = instance->geometry().positions();
+   for ( Position p = after + 1, fetched = p; p < end; ++p ) {
+      for ( ; fetched < end && fetched < p + visitAhead; ++fetched )
+         if ( isWord( fetched ) )
+            instance->fetchSlot( instance->wordAt( fetched ) );
+      if ( !isWord( p ) || !instance->wordAt( p ) ) continue;
       auto copy = instance->copy( p, record.data() );
       Lookup result = count( *instance, copy, p, record.data() );
       if ( result == lookupFound && !visitor( p, record.data() ) ) return p;
    }
+   return noPosition;
 }
 
 Position ReaderTable::resumeBefore( const void* key ) {

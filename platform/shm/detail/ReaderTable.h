@@ -19,8 +19,7 @@ class ReaderTable {
    Lookup lookup( const void* key, void* out, Position* position );
    void lookup( std::span<TableReader::LookupItem> items );
    Lookup at( Position position, void* out );
-   Position visit( const TableReader::Visitor& visitor, Position after,
-                   const TableReader::Ahead& ahead );
+   Position visit( const TableReader::Visitor& visitor, Position after );
    Position resumeBefore( const void* key );
    Lookup verify( const void* key );
 
@@ -29,6 +28,11 @@ class ReaderTable {
    LayoutError::Mismatch mismatch() const { return mismatch_; }
    // Null unless attached.
    const std::shared_ptr<const Instance>& instance() const { return instance_; }
+   // The same, of the table as it has grown.
+   const std::shared_ptr<const Instance>& followed() {
+      if ( outgrown() ) followGrowth();
+      return instance_;
+   }
    const TableFiles& files() const { return files_; }
    const Layout& layout() const { return *layout_; }
    const TableReader::Counters& counters() const { return counters_; }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/shm/Layout.h"
+#include "platform/shm/detail/Store.h"
 
 namespace Brane::Detail {
 
@@ -27,6 +28,9 @@ class Remembered {
    void fetch( Position position ) const {
       __builtin_prefetch( &words_[position], 1 );
       __builtin_prefetch( &keyOf_[position], 1 );
+   }
+   void fetchKey( Position position ) const {
+      if ( const std::byte* bytes = key( position ) ) prefetch( bytes, keySize_ );
    }
    uint64_t word( Position position ) const { return words_[position]; }
    void wordIs( Position position, uint64_t word ) { words_[position] = word; }

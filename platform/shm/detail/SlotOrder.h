@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/shm/Layout.h"
+#include "platform/shm/detail/Order.h"
 
 namespace Brane::Detail {
 
@@ -42,5 +42,17 @@ class SlotOrder {
    std::vector<Found> found_;
    std::vector<uint32_t> groups_;  // how many come before each
 };
+
+// Of an instance's words, those that name a record.
+template <class View>
+std::vector<Position> standingBySlot( const View& view ) {
+   SlotOrder order( view.geometry.slotCount );
+   for ( Position p = 0; p < view.geometry.positions(); ++p ) {
+      if ( !isWord( p ) ) continue;
+      const uint64_t word = loadWord( view.index() + p );
+      if ( word ) order.add( p, slotOf( word ) );
+   }
+   return order.take();
+}
 
 }

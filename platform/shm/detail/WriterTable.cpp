@@ -420,16 +420,12 @@ const void* WriterTable::at( Position position ) const {
    return word ? view_.record( checkedSlot( position, word ) ) : nullptr;
 }
 
-Position nextIn( const WriterView& view, Position after ) {
+Position WriterTable::next( Position after ) const {
    // noPosition + 1 is 0.
-   for ( Position p = after + 1; p < view.geometry.positions(); ++p ) {
-      if ( isWord( p ) && view.index()[p] ) return p;
+   for ( Position p = after + 1; p < view_.geometry.positions(); ++p ) {
+      if ( isWord( p ) && view_.index()[p] ) return p;
    }
    return noPosition;
-}
-
-Position WriterTable::next( Position after ) const {
-   return nextIn( view_, after );
 }
 
 Position WriterTable::positionAtOrBefore( const void* key ) const {

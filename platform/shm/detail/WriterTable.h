@@ -17,9 +17,6 @@ namespace Brane::Detail {
 class Growth;
 class Survey;
 
-// The first position after that one with a record; noPosition: none.
-Position nextIn( const WriterView& view, Position after );
-
 class WriterTable {
  public:
    WriterTable( const Mox::String& path, std::shared_ptr<const Layout> layout,

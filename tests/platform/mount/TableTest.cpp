@@ -127,7 +127,6 @@ TEST_F( TypedTable, ForetellsAVisitInItsOrder ) {
    for ( uint32_t i = 1; i <= 100; ++i ) agent.shelf->bookIs( bookOf( i ) );
    Numbers ahead, met;
    reader.shelf->book().visit(
-      nullptr,
       [&]( const Book& book ) {
          met.push_back( book.key.number );
          EXPECT_GE( ahead.size(), met.size() );

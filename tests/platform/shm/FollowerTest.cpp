@@ -1,4 +1,5 @@
 #include "Support.h"
+#include "platform/shm/TableWalk.h"
 
 namespace Brane::Test {
 namespace {
@@ -46,6 +47,28 @@ TEST_F( Follower, HearsEachLaterChangeOnce ) {
    followed.follower.met( at, &key );
    remove( writer, 7 );
    EXPECT_EQ( followed.drain().removed, 1u );
+   // As who walks, in two parts: of two keys that go between them it met the one.
+   remove( writer, 2 );
+   followed.drain();
+   for ( uint64_t id : { 8, 9, 10 } ) put( writer, id, 1 );
+   std::vector<uint64_t> walked;
+   size_t most = 1;
+   auto visitor = [&]( Position, const void* visited ) {
+      if ( walked.size() == most ) return false;
+      walked.push_back( static_cast<const Record*>( visited )->key.id );
+      return true;
+   };
+   TableWalk walk( followed.follower );
+   EXPECT_FALSE( walk.advance( visitor ) );
+   remove( writer, walked[0] );
+   remove( writer, walked[0] == 9 ? 8 : 9 );
+   most = 3;
+   EXPECT_TRUE( walk.advance( visitor ) );
+   EXPECT_EQ( walked.size(), 2u );
+   drained = followed.drain();
+   EXPECT_EQ( drained.written, 1u );
+   EXPECT_EQ( drained.removed, 1u );
+   EXPECT_EQ( followed.content, contentOf( writer ) );
 }
 
 TEST_F( Follower, TellsWhatDiffersInANewInstance ) {

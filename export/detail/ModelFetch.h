@@ -1,10 +1,9 @@
 // Fetches the part of a model that interface records are about to change.
 //
-// Tables hand out their records in order of a hash, so that each finds its route
-// and that route's interfaces in cold memory. A caller that knows the coming keys
-// names them here in their order, some 32 before their turn. Each step is done for
-// `kBatch` keys at once, since address translations overlap only where nothing else
-// is done between them. Changes nothing.
+// A record may find its route and that route's interfaces in cold memory. A caller that
+// knows the coming keys names them here in their order, some 32 before their turn. Each
+// step is done for `kBatch` keys at once, since address translations overlap only where
+// nothing else is done between them. Changes nothing.
 #pragma once
 
 #include <array>
@@ -23,8 +22,11 @@ class ModelFetch {
       told_ = 0;
       std::array<const SparseMode::Route*, kBatch> routes;
       for ( size_t i = 0; i < kBatch; ++i ) {
-         routes[i] = model_.route().likely( keys_[i].routeKey );
-         fetch( routes[i] );
+         // Interfaces of one route mostly come together.
+         const bool same = i > 0 && keys_[i].routeKey == keys_[i - 1].routeKey;
+         routes[i] =
+            same ? routes[i - 1] : model_.route().likely( keys_[i].routeKey );
+         if ( !same ) fetch( routes[i] );
       }
       for ( size_t i = 0; i < kBatch; ++i ) {
          if ( routes[i] ) routes[i]->routeIntf().prefetch( keys_[i].intfId );

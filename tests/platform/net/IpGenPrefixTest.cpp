@@ -51,6 +51,8 @@ TEST( IpGenPrefixSet, KeepsOverlapsApartAndIsReadBack ) {
    for ( const char* text : { "::/0", "10.0.0.0/8", "10.0.0.0/9" } )
       EXPECT_TRUE( set.insert( prefix( text ) ) );
    EXPECT_FALSE( set.insert( prefix( "10.9.0.0/8" ) ) );
+   EXPECT_TRUE( set.has( prefix( "10.9.0.0/8" ) ) );
+   EXPECT_FALSE( set.has( prefix( "10.9.0.0/16" ) ) );
    EXPECT_EQ( valueToStrep( set ), "{10.0.0.0/8, 10.0.0.0/9, ::/0}" );
    for ( const IpGenPrefixSet& each : { set, IpGenPrefixSet() } )
       EXPECT_EQ( Mox::stringToValue<IpGenPrefixSet>( valueToStrep( each ) ), each );

@@ -1,5 +1,7 @@
 #include "export/RouteBraneRestartSm.h"
 
+#include <utility>
+
 #include "export/Conversion.h"
 #include "export/detail/ModelFetch.h"
 #include "export/detail/StrayIntfs.h"
@@ -102,35 +104,39 @@ void RouteBraneRestartSm::doReview() {
 }
 
 // Handles one entry, then checks the time. When it is up, keeps the key of the next
-// entry as bookmark and returns false. A bookmark set by others, of a key that stands,
-// is where the walk begins.
+// entry as bookmark and returns false.
 template <class Table>
 bool RouteBraneRestartSm::walk(
    const Table& table, const typename Table::Key& from,
    std::optional<typename Table::Walk>& at,
    const std::function<void( const typename Table::Value& )>& handle,
    const typename Table::Ahead& ahead ) {
-   const bool begins = !at;
-   if ( begins ) at.emplace( table );
-   bool before = begins && from != typename Table::Key() && table.has( from );
+   if ( reviewBookmark() != left_ ) at.reset();  // others have set it
+   bool before = !at && from != typename Table::Key();
    bool over = false;
-   const bool ended = at->advance(
-      [&]( const typename Table::Value& record ) {
-         before = before && record.key != from;
-         if ( before ) return true;
-         if ( over ) {
-            reviewBookmarkIs( bookmarkOf( record.key ) );
-            return false;
-         }
-         handle( record );
-         over = clock()->now() >= reviewStopTime();
-         return true;
-      },
-      ahead );
-   if ( !ended ) return false;
-   at.reset();
-   reviewBookmarkIs( {} );
-   return true;
+   auto visitor = [&]( const typename Table::Value& record ) {
+      before = before && record.key != from;
+      if ( before ) return true;
+      if ( over ) {
+         left_ = bookmarkOf( record.key );
+         return false;
+      }
+      handle( record );
+      over = clock()->now() >= reviewStopTime();
+      return true;
+   };
+   if ( !at ) at.emplace( table );
+   bool ended = at->advance( visitor, ahead );
+   // Nothing stands at the bookmark: from the start.
+   if ( ended && std::exchange( before, false ) )
+      ended = at.emplace( table ).advance( visitor, ahead );
+   if ( ended ) {
+      left_ = {};
+      routes_.reset();
+      routeIntfs_.reset();
+   }
+   reviewBookmarkIs( left_ );
+   return ended;
 }
 
 bool RouteBraneRestartSm::walkRoutes(

@@ -72,7 +72,8 @@ class PIMSM_API RouteBraneRestartSm : public Mox::Entity {
 
    std::unique_ptr<MoxClock> moxClock_;
    std::unique_ptr<MoxStatus> moxStatus_;  // null as writer
-   // Within a phase; it began where the bookmark was then.
+   RouteIntfKey left_;  // the bookmark, as the last slice left it
+   // Within a phase.
    std::optional<RouteTable::Walk> routes_;
    std::optional<RouteIntfTable::Walk> routeIntfs_;
 };

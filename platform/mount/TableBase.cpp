@@ -271,13 +271,17 @@ void TableBase::drainInOrder() {
    }
 }
 
+// An undivided difference to another instance may be all of a table: of most of it the
+// keys do.
 void TableBase::keep( const ::Brane::Change& change ) {
-   const bool gone = change.record == nullptr;
-   auto* bytes = static_cast<const std::byte*>( gone ? change.key : change.record );
-   records_.insert( records_.end(), bytes,
-                    bytes + ( gone ? layout_->keySize : layout_->recordSize ) );
-   records_.resize( ( pending_.size() + 1 ) * layout_->recordSize );
-   pending_.push_back( gone ? ::Brane::noPosition : change.position );
+   auto* key = static_cast<const std::byte*>( change.key );
+   pending_.insert( pending_.end(), key, key + layout_->keySize );
+   if ( found_.size() == kPartKeys ) return;
+   found_.push_back( change.found );
+   records_.resize( found_.size() * layout_->recordSize );
+   if ( change.record == nullptr ) return;
+   std::memcpy( records_.data() + records_.size() - layout_->recordSize,
+                change.record, layout_->recordSize );
 }
 
 // Takes up one part; true when there is more. The records are copied first: a handler
@@ -320,9 +324,9 @@ void TableBase::drainSoon( bool atOnce ) {
 }
 
 void TableBase::foretell() {
-   const size_t end = std::min( notified_ + 2 * kForetoldKeys, pending_.size() );
+   const size_t end = std::min( notified_ + 2 * kForetoldKeys, pendingKeys() );
    for ( foretold_ = std::max( foretold_, notified_ ); foretold_ < end; )
-      handleKeySoon( records_.data() + foretold_++ * layout_->recordSize );
+      handleKeySoon( pending_.data() + foretold_++ * layout_->keySize );
 }
 
 // Does another program's table, or a damaged one, stand there now?
@@ -336,25 +340,33 @@ bool TableBase::unreadable() const {
 // all were notified. A handler may drain or throw, so members keep the position and
 // nothing is notified twice.
 bool TableBase::notifyPending() {
-   const size_t size = layout_->recordSize;
-   std::vector<std::byte> record( size );
+   const size_t keySize = layout_->keySize, recordSize = layout_->recordSize;
+   std::vector<std::byte> record( recordSize );
    struct Restore {
       explicit Restore( Told& told ) : told_( told ), outer_( told ) {}
       ~Restore() { told_ = outer_; }
       Told& told_;
       const Told outer_;
    } restore( told_ );
-   for ( size_t count = 1; notified_ < pending_.size(); ++count ) {
+   for ( size_t count = 1; notified_ < pendingKeys(); ++count ) {
       if ( unreadable() ) return true;
       if ( foretold_ < notified_ + kForetoldKeys ) foretell();
-      std::memcpy( record.data(), records_.data() + notified_ * size, size );
-      told_ = { record.data(), pending_[notified_++] };
+      const size_t at = notified_++;
+      told_ = {};
+      if ( at < found_.size() && found_[at].word ) {
+         std::memcpy( record.data(), records_.data() + at * recordSize,
+                      recordSize );
+         told_ = { record.data(), found_[at] };
+      } else {
+         std::memcpy( record.data(), pending_.data() + at * keySize, keySize );
+      }
       handleKey( record.data() );
-      bool look = count % kPartKeys == 0 && notified_ < pending_.size();
+      bool look = count % kPartKeys == 0 && notified_ < pendingKeys();
       if ( look && timeIsUp() ) return false;
    }
-   records_.clear();
    pending_.clear();
+   found_.clear();
+   records_.clear();
    notified_ = foretold_ = 0;
    return true;
 }
@@ -400,7 +412,7 @@ void TableBase::commitRecord( ::Brane::Reservation& record ) {
    if ( reader_ == nullptr ) return ::Brane::lookupAbsent;
    if ( told_.record != nullptr &&
         std::memcmp( key, told_.record, layout_->keySize ) == 0 &&
-        follower_->stands( told_.at ) ) {
+        follower_->stands( told_.found ) ) {
       std::memcpy( out, told_.record, layout_->recordSize );
       return ::Brane::lookupFound;
    }

@@ -137,6 +137,7 @@ class PIMSM_API TableBase {
    void tellAttached( const ::Brane::AttachReport& report );
    void mountReader( Corvex::EntityManager& manager, const Mox::String& path );
    void keep( const ::Brane::Change& change );
+   size_t pendingKeys() const { return pending_.size() / layout_->keySize; }
    bool followPart();
    bool notifyPending();
    void foretell();
@@ -167,17 +168,18 @@ class PIMSM_API TableBase {
    std::unique_ptr<::Brane::TableReader> reader_;
    std::unique_ptr<::Brane::TableFollower> follower_;
    ::Brane::DoorbellHub::Id bell_ = 0;
-   // The changed records in parts, by their keys alone where they are gone. The first have
-   // been notified or announced.
-   std::vector<std::byte> records_;
-   std::vector<::Brane::Position> pending_;
+   // Changed keys in parts. The first keys have been notified or announced.
+   std::vector<std::byte> pending_;
    size_t notified_ = 0;
    size_t foretold_ = 0;
+   // The records of the first of them: most observers ask for the one that they hear of.
+   std::vector<::Brane::Found> found_;
+   std::vector<std::byte> records_;
    struct Told {
       const std::byte* record = nullptr;
-      ::Brane::Position at = ::Brane::noPosition;
+      ::Brane::Found found = {};
    };
-   Told told_;           // the one being notified: most observers ask for it
+   Told told_;           // the one being notified
    bool again_ = false;  // the last look at the journal left something busy
    bool quiesced_ = false;
    bool retired_ = false;  // by removeTables()

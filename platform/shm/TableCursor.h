@@ -1,7 +1,7 @@
 // Visits a written table during which it may grow: records that stand throughout are
 // met once, in the order of their writing, about. Positions are those of the instance
 // that stands when the cursor is made; it stays mapped meanwhile. Memory: 4 bytes a
-// record. Same thread as the writer, which outlives the cursor.
+// record, some 20 while it is made. Same thread as the writer, which outlives the cursor.
 #pragma once
 
 #include <memory>

@@ -15,8 +15,8 @@ TableFollower::Drained TableFollower::drain( const Callback& callback,
 void TableFollower::met( Position position, const void* key ) {
    mirror_->met( position, static_cast<const std::byte*>( key ) );
 }
-bool TableFollower::stands( Position position ) const {
-   return mirror_->stands( position );
+bool TableFollower::stands( const Found& found ) const {
+   return mirror_->stands( found );
 }
 bool TableFollower::pending() const {
    return mirror_->pending();

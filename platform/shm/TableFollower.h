@@ -23,6 +23,13 @@ namespace Detail {
 class Mirror;
 }
 
+// Which record was told: TableFollower::stands() says whether it still stands.
+struct Found {
+   Position position = noPosition;
+   uint64_t word = 0;  // of the index; 0: none
+   uint64_t instance = 0;
+};
+
 struct Change {
    enum Kind : uint32_t { written, removed };
 
@@ -30,6 +37,7 @@ struct Change {
    const void* key = nullptr;       // keySize bytes; lives during the call
    const void* record = nullptr;    // a whole copy when written, null when removed
    Position position = noPosition;  // noPosition for a key only known by met()
+   Found found = {};                // of a record
 };
 
 class PIMSM_API TableFollower {
@@ -65,9 +73,9 @@ class PIMSM_API TableFollower {
    // bytes.
    void met( Position position, const void* key );
 
-   // Does the record at the position stand as it was last told? False also where that is
-   // not sure. Two loads.
-   bool stands( Position position ) const;
+   // Does the record stand, with the bytes that were told? False also where that is not
+   // sure, as after a change of the instance. No system call.
+   bool stands( const Found& found ) const;
 
    // Has the journal moved on since the last drain, or has the table grown into
    // another instance? For timers without a doorbell: two loads, no system call.

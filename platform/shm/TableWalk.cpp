@@ -30,11 +30,12 @@ TableWalk::TableWalk( Detail::ReaderTable& table, Detail::Mirror* mirror )
 TableWalk::~TableWalk() = default;
 TableWalk::TableWalk( TableWalk&& other ) noexcept = default;
 
-// Between two parts the table may have grown into another instance, and who follows it
-// been told so: from then on each key's present record counts.
-bool TableWalk::advance( const TableReader::Visitor& visitor, const Ahead& ahead ) {
-   return table_.followed() == instance_ ? advanceHere( visitor, ahead )
-                                         : advanceElsewhere( visitor );
+// The table may have grown into another instance, and who follows it been told so: from
+// then on each key's present record counts. While the table cannot be read, its last
+// records stand.
+bool TableWalk::isHere() const {
+   const auto& now = table_.followed();
+   return now == instance_ || ( !now && table_.state() != readerAbsent );
 }
 
 bool TableWalk::visit( const TableReader::Visitor& visitor, Position position ) {
@@ -60,8 +61,7 @@ size_t TableWalk::until( size_t batches ) const {
 }
 
 // A position cleared meanwhile is skipped in its turn.
-bool TableWalk::advanceHere( const TableReader::Visitor& visitor,
-                             const Ahead& ahead ) {
+bool TableWalk::advance( const TableReader::Visitor& visitor, const Ahead& ahead ) {
    size_t words = next_, slots = next_, told = next_;
    for ( ; next_ < order_.size(); ++next_ ) {
       if ( told < until( 1 ) ) {
@@ -72,6 +72,7 @@ bool TableWalk::advanceHere( const TableReader::Visitor& visitor,
                ahead( record_.data() );
          }
       }
+      if ( !isHere() ) return advanceElsewhere( visitor );
       const Position p = order_[next_];
       if ( !instance_->wordAt( p ) ) continue;
       const auto copy = instance_->copy( p, record_.data() );

@@ -3,7 +3,7 @@
 // In the order of their writing, about: who builds something of all records so goes
 // through memory once. The keys are those that stand when the walk is made, each with
 // its record of the time of its visit: what stands throughout is met once, later keys
-// may be missed. Memory: 4 bytes a record. Same thread as the reader or follower, which
+// may be missed. Memory: 4 bytes a record, some 20 while it is made. Same thread as the reader or follower, which
 // outlives the walk.
 #pragma once
 
@@ -41,7 +41,7 @@ class PIMSM_API TableWalk {
    void fetch( size_t& words, size_t& slots ) const;
    size_t until( size_t batches ) const;
    bool visit( const TableReader::Visitor& visitor, Position position );
-   bool advanceHere( const TableReader::Visitor& visitor, const Ahead& ahead );
+   bool isHere() const;
    bool advanceElsewhere( const TableReader::Visitor& visitor );
 
    Detail::ReaderTable& table_;

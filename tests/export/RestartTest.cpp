@@ -113,6 +113,28 @@ TEST_F( Restart, ResumesAfterABookmarkThatHasGone ) {
    EXPECT_EQ( agent.tables->routeIntf().size(), 12 - intfsGone );
 }
 
+// A bookmark set by others is where the phase goes on; one of no record begins it anew. A
+// phase that others end leaves nothing to the next.
+TEST_F( Restart, GoesOnWhereOthersSay ) {
+   leave( 6, 0 );
+   AgentSide agent( clock, root.path() );
+   begin( agent );
+   agent.restart->reviewQuantumIs( 0 );
+   const std::vector<RouteKey> keys = routesInOrder( agent );
+   for ( int i = 0; i < 2; ++i ) ASSERT_TRUE( clock.runPass() );
+   agent.restart->reviewBookmarkIs( RouteIntfKey{ keys[4], {} } );
+   ASSERT_TRUE( clock.runPass() );
+   EXPECT_NE( agent.model->route( keys[4] ), nullptr );
+   EXPECT_EQ( agent.model->route( keys[2] ), nullptr );
+   agent.restart->reviewBookmarkIs( RouteIntfKey{ keyOf( 99 ), {} } );
+   for ( int i = 0; i < 3; ++i ) ASSERT_TRUE( clock.runPass() );
+   EXPECT_NE( agent.model->route( keys[2] ), nullptr );
+   agent.restart->reviewedRoutesIs( true );
+   while ( !agent.model->initialized() ) ASSERT_TRUE( clock.runPass() );
+   for ( const Route& route : agent.model->route() )
+      EXPECT_TRUE( route.initialized() ) << route.key();
+}
+
 // What a reader has yet to load changes, goes and comes, and its table has become another
 // one before its next slice.
 TEST_F( Restart, GoesOnBesideATableThatGrows ) {

@@ -58,14 +58,21 @@ void Growth::copy( uint32_t end ) {
 void Growth::fetchLine( uint32_t slot ) const {
    const uint64_t hash =
       keyHash( former_.record( slot ), former_.geometry.keySize, former_.seed );
-   const uint64_t* line =
-      next_.view().index() + next_.view().geometry.homeOf( hash ) * lineWords;
-   prefetchForStore( reinterpret_cast<const std::byte*>( line ), 1 );
+   const auto lineIn = [&]( const WriterView& view ) {
+      return reinterpret_cast<const std::byte*>(
+         view.index() + view.geometry.homeOf( hash ) * lineWords );
+   };
+   prefetch( lineIn( former_ ), 1 );
+   prefetchForStore( lineIn( next_.view() ), 1 );
 }
 
 void Growth::copyRecord( uint32_t slot ) {
    const std::byte* record = former_.record( slot );
    const uint64_t hash = keyHash( record, former_.geometry.keySize, former_.seed );
+   const Place place = probeIn( former_, hash, [&]( Position, uint64_t word ) {
+      return slotOf( word ) == slot;
+   } );
+   if ( !place.word ) return;  // a stray pointer wrote the stamp
    write( record, { sequenceOf( former_.slot( slot )->stamp ), slot, hash } );
 }
 
@@ -115,8 +122,21 @@ void Growth::remove( const void* key, uint64_t hash ) {
    freed_.push_back( slot );
 }
 
-NewInstance& Growth::finish( uint64_t sequence ) {
+// Where a stray pointer wrote stamps, the index names records that no slot told of.
+void Growth::copyNamed() {
+   const uint64_t* words = former_.index();
+   for ( Position p = 0; p < former_.geometry.positions(); ++p ) {
+      if ( !isWord( p ) || !words[p] ) continue;
+      const uint32_t slot = slotOf( words[p] );
+      if ( slot >= former_.geometry.slotCount )
+         throw CreateError( "the index of the instance that grows names no slot" );
+      copyRecord( slot );
+   }
+}
+
+NewInstance& Growth::finish( uint64_t sequence, uint32_t records ) {
    MOX_ASSERT( complete() );
+   if ( records != nextSlot_ - freed_.size() ) copyNamed();
    next_.startAfter( sequence );
    return next_;
 }

@@ -27,8 +27,9 @@ class Growth {
    void put( const void* record, const RecordIdentity& identity );
    void remove( const void* key, uint64_t hash );
 
-   // REQUIRES: complete().
-   NewInstance& finish( uint64_t sequence );
+   // The table has so many records, and made its last change with that sequence.
+   // REQUIRES: complete(). Throws CreateError.
+   NewInstance& finish( uint64_t sequence, uint32_t records );
    const std::shared_ptr<Mapping>& mapping() const { return next_.mapping(); }
    // The first slot that was never used, and those that are free again before it.
    uint32_t firstFree() const { return nextSlot_; }
@@ -40,6 +41,7 @@ class Growth {
    void copy( uint32_t end );
    void fetchLine( uint32_t slot ) const;
    void copyRecord( uint32_t slot );
+   void copyNamed();
    void write( const void* record, const RecordIdentity& former );
    uint32_t takeSlot();
    Place placeOf( const void* key, uint64_t hash ) const;

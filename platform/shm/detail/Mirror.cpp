@@ -18,14 +18,14 @@ constexpr size_t slotsAhead = 16;
 
 }
 
-void Mirror::Teller::written( const std::byte* record, Position position ) {
+void Mirror::Teller::written( const std::byte* record, const Found& found ) {
    ++drained.written;
-   callback( { Change::written, record, record, position } );
+   callback( { Change::written, record, record, found.position, found } );
 }
 
 void Mirror::Teller::removed( const std::byte* key, Position position ) {
    ++drained.removed;
-   callback( { Change::removed, key, nullptr, position } );
+   callback( { Change::removed, key, nullptr, position, {} } );
 }
 
 Mirror::Mirror( ReaderTable& table ) : table_( table ) {
@@ -117,12 +117,12 @@ void Mirror::settleMet( Teller& teller ) {
    teller.drained.more = !met_.empty();
 }
 
-// Words repeat with the generations, and only in the instance that stands.
-bool Mirror::stands( Position position ) const {
-   return instance_ && position < known_.positions() &&
+// Only within an instance, and until the generations repeat, does a word name one record.
+bool Mirror::stands( const Found& found ) const {
+   return found.word && instance_ && instance_->id() == found.instance &&
           instance_->head() - seen_ <= generationMask &&
           loadWord( instance_->view().retired() ) == 0 &&
-          instance_->wordAt( position ) == known_.word( position );
+          instance_->wordAt( found.position ) == found.word;
 }
 
 bool Mirror::pending() const {
@@ -178,7 +178,7 @@ void Mirror::tellKept( const Instance& former, uint64_t word, Position formerAt,
                        Position at, Teller& teller ) {
    auto old = former.copy( formerAt, other_.data() );
    if ( old.result == lookupFound && old.word == word && record_ == other_ ) return;
-   teller.written( record_.data(), at );
+   teller.written( record_.data(), { at, known_.word( at ), instance_->id() } );
 }
 
 void Mirror::forgetAll( Teller& teller ) {
@@ -318,7 +318,7 @@ void Mirror::replaced( Position position, uint64_t word, Teller& teller ) {
    if ( other ) vanished( position, teller );
    known_.wordIs( position, word );
    known_.keyIs( position, record_.data() );
-   teller.written( record_.data(), position );
+   teller.written( record_.data(), { position, word, instance_->id() } );
 }
 
 // Was the key told as standing at another place? Then that place's word reports its

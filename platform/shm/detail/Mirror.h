@@ -22,7 +22,7 @@ class Mirror {
    TableFollower::Drained drain( const TableFollower::Callback& callback,
                                  uint32_t limit );
    void met( Position position, const std::byte* key );
-   bool stands( Position position ) const;
+   bool stands( const Found& found ) const;
    bool pending() const;
    void restart();
    uint32_t size() const { return known_.size(); }
@@ -45,7 +45,7 @@ class Mirror {
       uint32_t told() const { return drained.written + drained.removed; }
       bool full() const { return told() >= limit; }
 
-      void written( const std::byte* record, Position position );
+      void written( const std::byte* record, const Found& found );
       void removed( const std::byte* key, Position position );
    };
 

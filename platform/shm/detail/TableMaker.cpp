@@ -233,7 +233,7 @@ std::unique_ptr<Growth> TableMaker::beginGrowth( const WriterTable& table ) {
 }
 
 void TableMaker::finishGrowth( WriterTable& table, Growth& growth ) {
-   NewInstance& made = growth.finish( table.sequence_ );
+   NewInstance& made = growth.finish( table.sequence_, table.size_ );
    made.nameIs( table.path() );
    adopt( table, made, growth.firstFree() );
    for ( uint32_t slot : growth.freed() ) table.free_.push( slot );

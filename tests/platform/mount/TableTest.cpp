@@ -121,6 +121,48 @@ TEST_F( TypedTable, TellsReadersOfEachChangedKeyOnce ) {
    }
 }
 
+// The look-up of an observer sees what stands, not what its notification was of: after a
+// drain of its own, and where another instance has come before it is told. So does a
+// visit whose visitor drains.
+TEST_F( TypedTable, ServesNothingOlderThanTheTable ) {
+   std::map<uint32_t, double> weights;
+   Side reader( clock, root.path(), ::Brane::tableReader );
+   auto& shelf = *reader.shelf;
+   auto drain = [&] {
+      clock.advance( 0.01 );
+      const_cast<BookTable&>( shelf.book() ).drain();
+   };
+   auto look = [&]( const BookKey& key ) {
+      Book seen;
+      weights.erase( key.number );
+      if ( shelf.book().find( key, seen ) == ::Brane::lookupFound )
+         weights[key.number] = seen.weight;
+   };
+   bool nested = false;
+   reader.recorder.inside = [&]( const BookKey& key ) {
+      if ( !std::exchange( nested, true ) ) {
+         agent.shelf->bookDel( bookKey( 1 ) );
+         agent.shelf->bookIs( bookOf( 2, 6 ) );
+         drain();
+      }
+      look( key );
+   };
+   for ( uint32_t i : { 1, 2 } ) agent.shelf->bookIs( bookOf( i, 5 ) );
+   drain();
+   EXPECT_EQ( weights, ( std::map<uint32_t, double>{ { 2, 6.0 } } ) );
+
+   bool first = true;
+   shelf.book().visit( [&]( const Book& book ) {
+      weights[book.key.number] = book.weight;
+      if ( !std::exchange( first, false ) ) return true;
+      for ( uint32_t i = 2; i < 1000; ++i ) agent.shelf->bookIs( bookOf( i, 7 ) );
+      for ( int part = 0; part < 10; ++part ) drain();
+      return true;
+   } );
+   EXPECT_EQ( weights.size(), 998U );
+   EXPECT_EQ( weights[2], 7.0 );
+}
+
 // Keys are announced in visiting order, each at most once, none late.
 TEST_F( TypedTable, ForetellsAVisitInItsOrder ) {
    Side reader( clock, root.path(), ::Brane::tableReader );

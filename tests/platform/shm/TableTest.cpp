@@ -50,6 +50,40 @@ TEST_F( Table, RefusesKeysBeyondTheReachOfProbing ) {
    EXPECT_EQ( writer.verify().damaged, 0u );
 }
 
+// A stray pointer wrote stamps: former records of a key, a removed one, and one that stands.
+TEST_F( Table, GrowsByWhatTheIndexNames ) {
+   options.firstCapacity = 20;
+   TableWriter writer( path, layout, 1000, options );
+   Content expected;
+   for ( uint64_t id = 1; id < 20; ++id ) {
+      put( writer, id, 1 );
+      put( writer, id, 2 );
+      expected[id] = Record::of( id, 2 );
+   }
+   remove( writer, 19 );
+   expected.erase( 19 );
+   std::string bytes = bytesOf( path );
+   const auto geometry = geometryOf( 20 );
+   for ( uint32_t slot = 0; slot < geometry.slotCount; ++slot ) {
+      char* at = &bytes[geometry.slotsOffset + slot * geometry.slotStride];
+      const auto& record =
+         *reinterpret_cast<const Record*>( at + sizeof( Detail::SlotHead ) );
+      const auto state =
+         Detail::stateOf( *reinterpret_cast<const uint64_t*>( at ) );
+      if ( state == Detail::slotReplaced || state == Detail::slotRemoved )
+         at[0] = static_cast<char>( ( at[0] & ~7 ) | Detail::slotLive );
+      if ( state == Detail::slotLive && record.key.id == 5 )
+         at[0] = static_cast<char>( ( at[0] & ~7 ) | Detail::slotReplaced );
+   }
+   bytesAre( path, bytes );
+   for ( uint64_t id = 20; id < 60; ++id ) {
+      put( writer, id, 1 );
+      expected[id] = Record::of( id, 1 );
+   }
+   EXPECT_EQ( contentOf( writer ), expected );
+   EXPECT_EQ( contentOf( TableReader( path, layout ) ), expected );
+}
+
 // A writer, replaced now and then, and a reader and a follower that drains on the
 // way, against a map: through long churn, and where counters wrap: the word's
 // generation, the journal's sequence, and the last sequences.

@@ -1,6 +1,7 @@
 #include "platform/shm/detail/Growth.h"
 
 #include <algorithm>
+#include <array>
 
 #include "platform/base/Assert.h"
 #include "platform/shm/detail/Hash.h"
@@ -47,17 +48,23 @@ void Growth::step() {
 // In order of slots, which is that of their writing: it stays so, and who reads all of
 // the next instance meets together what was written together.
 void Growth::copy( uint32_t end ) {
-   for ( ; copied_ < end; ++copied_ ) {
-      if ( copied_ + ahead < former_.geometry.slotCount )
-         fetchLine( copied_ + ahead );
+   std::array<uint64_t, ahead> hashes;
+   for ( uint32_t next = copied_; copied_ < end; ++copied_ ) {
+      for ( ; next < std::min( copied_ + ahead, former_.geometry.slotCount );
+            ++next ) {
+         hashes[next % ahead] = hashOf( next );
+         fetchLines( hashes[next % ahead] );
+      }
       if ( stateOf( former_.slot( copied_ )->stamp ) == slotLive )
-         copyRecord( copied_ );
+         copyRecord( copied_, hashes[copied_ % ahead] );
    }
 }
 
-void Growth::fetchLine( uint32_t slot ) const {
-   const uint64_t hash =
-      keyHash( former_.record( slot ), former_.geometry.keySize, former_.seed );
+uint64_t Growth::hashOf( uint32_t slot ) const {
+   return keyHash( former_.record( slot ), former_.geometry.keySize, former_.seed );
+}
+
+void Growth::fetchLines( uint64_t hash ) const {
    const auto lineIn = [&]( const WriterView& view ) {
       return reinterpret_cast<const std::byte*>(
          view.index() + view.geometry.homeOf( hash ) * lineWords );
@@ -66,14 +73,13 @@ void Growth::fetchLine( uint32_t slot ) const {
    prefetchForStore( lineIn( next_.view() ), 1 );
 }
 
-void Growth::copyRecord( uint32_t slot ) {
-   const std::byte* record = former_.record( slot );
-   const uint64_t hash = keyHash( record, former_.geometry.keySize, former_.seed );
+void Growth::copyRecord( uint32_t slot, uint64_t hash ) {
    const Place place = probeIn( former_, hash, [&]( Position, uint64_t word ) {
       return slotOf( word ) == slot;
    } );
    if ( !place.word ) return;  // a stray pointer wrote the stamp
-   write( record, { sequenceOf( former_.slot( slot )->stamp ), slot, hash } );
+   write( former_.record( slot ),
+          { sequenceOf( former_.slot( slot )->stamp ), slot, hash } );
 }
 
 // Nobody reads this instance yet: a record is replaced where it stands.
@@ -130,7 +136,7 @@ void Growth::copyNamed() {
       const uint32_t slot = slotOf( words[p] );
       if ( slot >= former_.geometry.slotCount )
          throw CreateError( "the index of the instance that grows names no slot" );
-      copyRecord( slot );
+      copyRecord( slot, hashOf( slot ) );
    }
 }
 

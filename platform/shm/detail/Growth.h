@@ -39,8 +39,9 @@ class Growth {
    uint64_t allSteps() const { return allocations_ + copies_; }
    void step();
    void copy( uint32_t end );
-   void fetchLine( uint32_t slot ) const;
-   void copyRecord( uint32_t slot );
+   uint64_t hashOf( uint32_t slot ) const;
+   void fetchLines( uint64_t hash ) const;
+   void copyRecord( uint32_t slot, uint64_t hash );
    void copyNamed();
    void write( const void* record, const RecordIdentity& former );
    uint32_t takeSlot();

@@ -97,6 +97,11 @@ class Table : public TableBase {
    // reader finds busy records, either side finds damaged ones: see TableReader.
    // Absent without a mount.
    ::Brane::Lookup find( const Key& key, V& out ) const {
+      auto* value = static_cast<const V*>( told() );
+      if ( value != nullptr && value->key == key && toldStands() ) {
+         out = *value;
+         return ::Brane::lookupFound;
+      }
       KeyBytes bytes( key );
       Record record;
       ::Brane::Lookup result = lookupRecord( &bytes.bytes, &record );
@@ -344,10 +349,14 @@ class Table : public TableBase {
       return { bytes, bytes + kRecordSize };
    }
 
-   bool decode( const void* record, V& out ) const {
+   static bool read( const void* record, V& out ) {
       typename Form::Bytes bytes;
       std::memcpy( &bytes, record, sizeof bytes );
-      if ( Form::read( bytes, out ) ) return true;
+      return Form::read( bytes, out );
+   }
+
+   bool decode( const void* record, V& out ) const {
+      if ( read( record, out ) ) return true;
       ++undecodable_;
       return false;
    }
@@ -358,13 +367,16 @@ class Table : public TableBase {
       return KeyForm::read( bytes, out );
    }
 
-   void handleKey( const void* key ) override {
-      Key decoded;
-      if ( decodeKey( key, decoded ) ) {
-         callbacks_.keyChanged( decoded );
-      } else {
+   // A whole record is decoded once, for the observer that asks for it, too.
+   void handleKey( const void* key, bool whole ) override {
+      V value;
+      if ( whole && read( key, value ) ) {
+         toldIs( &value );
+      } else if ( !decodeKey( key, value.key ) ) {
          ++undecodable_;
+         return;
       }
+      callbacks_.keyChanged( value.key );
    }
    void handleKeySoon( const void* key ) override {
       Key decoded;
@@ -372,10 +384,8 @@ class Table : public TableBase {
    }
    void handleMountStatus() override { callbacks_.mountStatusChanged(); }
    bool isValue( const void* record ) const override {
-      typename Form::Bytes bytes;
-      std::memcpy( &bytes, record, sizeof bytes );
       V value;
-      if ( !Form::read( bytes, value ) ) return false;
+      if ( !read( record, value ) ) return false;
       const KeyBytes key( value.key );
       return std::memcmp( &key.bytes, record, sizeof key.bytes ) == 0;
    }

@@ -278,10 +278,11 @@ void TableBase::keep( const ::Brane::Change& change ) {
    pending_.insert( pending_.end(), key, key + layout_->keySize );
    if ( found_.size() == kPartKeys ) return;
    found_.push_back( change.found );
-   records_.resize( found_.size() * layout_->recordSize );
-   if ( change.record == nullptr ) return;
-   std::memcpy( records_.data() + records_.size() - layout_->recordSize,
-                change.record, layout_->recordSize );
+   auto* record = static_cast<const std::byte*>( change.record );
+   if ( record != nullptr )
+      records_.insert( records_.end(), record, record + layout_->recordSize );
+   else
+      records_.resize( found_.size() * layout_->recordSize );
 }
 
 // Takes up one part; true when there is more. The records are copied first: a handler
@@ -340,8 +341,6 @@ bool TableBase::unreadable() const {
 // all were notified. A handler may drain or throw, so members keep the position and
 // nothing is notified twice.
 bool TableBase::notifyPending() {
-   const size_t keySize = layout_->keySize, recordSize = layout_->recordSize;
-   std::vector<std::byte> record( recordSize );
    struct Restore {
       explicit Restore( Told& told ) : told_( told ), outer_( told ) {}
       ~Restore() { told_ = outer_; }
@@ -352,15 +351,12 @@ bool TableBase::notifyPending() {
       if ( unreadable() ) return true;
       if ( foretold_ < notified_ + kForetoldKeys ) foretell();
       const size_t at = notified_++;
+      const bool whole = at < found_.size() && found_[at].word;
       told_ = {};
-      if ( at < found_.size() && found_[at].word ) {
-         std::memcpy( record.data(), records_.data() + at * recordSize,
-                      recordSize );
-         told_ = { record.data(), found_[at] };
-      } else {
-         std::memcpy( record.data(), pending_.data() + at * keySize, keySize );
-      }
-      handleKey( record.data() );
+      if ( whole ) told_.found = found_[at];
+      handleKey( whole ? records_.data() + at * layout_->recordSize
+                       : pending_.data() + at * layout_->keySize,
+                 whole );
       bool look = count % kPartKeys == 0 && notified_ < pendingKeys();
       if ( look && timeIsUp() ) return false;
    }
@@ -407,15 +403,13 @@ void TableBase::commitRecord( ::Brane::Reservation& record ) {
    handleWritten();
 }
 
+bool TableBase::toldStands() const {
+   return follower_ != nullptr && follower_->stands( told_.found );
+}
+
 ::Brane::Lookup TableBase::lookupRecord( const void* key, void* out ) const {
    if ( writer_ != nullptr ) return lookupWritten( key, out );
    if ( reader_ == nullptr ) return ::Brane::lookupAbsent;
-   if ( told_.record != nullptr &&
-        std::memcmp( key, told_.record, layout_->keySize ) == 0 &&
-        follower_->stands( told_.found ) ) {
-      std::memcpy( out, told_.record, layout_->recordSize );
-      return ::Brane::lookupFound;
-   }
    ::Brane::Position position = ::Brane::noPosition;
    ::Brane::Lookup result = reader_->lookup( key, out, &position );
    if ( result == ::Brane::lookupFound ) follower_->met( position, key );

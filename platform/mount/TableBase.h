@@ -84,8 +84,9 @@ class PIMSM_API TableBase {
               ::Brane::WriterOptions options, Corruption corruption );
    virtual ~TableBase();
 
-   // A key changed; `key` is keySize bytes.
-   virtual void handleKey( const void* key ) = 0;
+   // A key changed; `key` is keySize bytes, or the whole record that was told. They are
+   // gone once an observer has been called.
+   virtual void handleKey( const void* key, bool whole ) = 0;
    // Called before the key's handleKey. Must change nothing.
    virtual void handleKeySoon( const void* key ) = 0;
    // The table came, went, or was replaced by another instance.
@@ -103,6 +104,11 @@ class PIMSM_API TableBase {
    void commitRecord( ::Brane::Reservation& record );
    ::Brane::Lookup lookupRecord( const void* key, void* out ) const;
    [[noreturn]] void unreadable( const char* what ) const;
+   // The value that goes with the key being notified, until its handler returns; null:
+   // none. It is the table's as long as it stands.
+   const void* told() const { return told_.value; }
+   void toldIs( const void* value ) { told_.value = value; }
+   bool toldStands() const;
    // See Table::Walk.
    using RecordVisitor = std::function<bool( const void* record )>;
    using KeyHint = ::Brane::TableWalk::Ahead;
@@ -176,8 +182,8 @@ class PIMSM_API TableBase {
    std::vector<::Brane::Found> found_;
    std::vector<std::byte> records_;
    struct Told {
-      const std::byte* record = nullptr;
       ::Brane::Found found = {};
+      const void* value = nullptr;
    };
    Told told_;           // the one being notified
    bool again_ = false;  // the last look at the journal left something busy

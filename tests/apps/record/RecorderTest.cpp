@@ -319,10 +319,12 @@ TEST_P( FileRecording, AStoreThatWasAwayGetsEverything ) {
    live( "database is locked" );
    sqlite3_close( other );
    until( rests );
-   const rlimit none{ 4096, RLIM_INFINITY }, all{ RLIM_INFINITY, RLIM_INFINITY };
-   prlimit( recorder->pid(), RLIMIT_FSIZE, &none, nullptr );
+   rlimit before{};
+   ASSERT_EQ( prlimit( recorder->pid(), RLIMIT_FSIZE, nullptr, &before ), 0 );
+   const rlimit none{ 4096, before.rlim_max };
+   ASSERT_EQ( prlimit( recorder->pid(), RLIMIT_FSIZE, &none, nullptr ), 0 );
    live( "trying again" );
-   prlimit( recorder->pid(), RLIMIT_FSIZE, &all, nullptr );
+   prlimit( recorder->pid(), RLIMIT_FSIZE, &before, nullptr );
    until( rests );
    for ( const char* ending : { "", "-wal", "-shm" } )
       std::filesystem::remove( file + ending );

@@ -86,8 +86,9 @@ class PIMSM_API IpGenAddr {
    }
 
    friend bool operator==( const IpGenAddr& a, const IpGenAddr& b ) {
+      // Not the arrays, which a compiler calls memcmp for.
       return a.word( 0 ) == b.word( 0 ) && a.word( 8 ) == b.word( 8 ) &&
-             a.family_ == b.family_;
+             a.family_[0] == b.family_[0];
    }
    friend std::strong_ordering operator<=>( const IpGenAddr& a,
                                             const IpGenAddr& b ) {

@@ -49,6 +49,14 @@ class PIMSM_API HashedSlots {
       }
    }
 
+   // The position found last, npos if it is none; in a large collection only. Members are
+   // asked for several times in a row, and the last one is in the cache.
+   size_t lastFound() const { return width_ > 1 && last_ < size_ ? last_ : npos; }
+   size_t found( size_t position ) const {
+      if ( position != npos ) last_ = static_cast<uint32_t>( position );
+      return position;
+   }
+
    // Fetches the memory that find() reads before it reaches a member, and that
    // add() writes.
    void prefetch( uint64_t hash ) const {
@@ -90,11 +98,12 @@ class PIMSM_API HashedSlots {
    uint8_t* index_ = nullptr;  // null: none
    uint32_t size_ = 0;
    uint32_t room_ = 0;  // slots
+   mutable uint32_t last_ = 0;
    uint8_t placesLog_ = 0;
    uint8_t width_ = 1;
 };
 
-static_assert( sizeof( HashedSlots::Slot ) == 16 );
+static_assert( sizeof( HashedSlots::Slot ) == 16 && sizeof( HashedSlots ) == 32 );
 
 // Unordered collection of counted members; hash by std::hash<K>.
 template <class K, class T>
@@ -161,9 +170,13 @@ class HashedMap {
       return h ^ ( h >> 32 );
    }
    size_t position( const K& key ) const {
-      return slots_.find( hashOf( key ), [&]( const Entity* member ) {
+      const auto matches = [&]( const Entity* member ) {
          return static_cast<const T*>( member )->mapKey() == key;
-      } );
+      };
+      const size_t last = slots_.lastFound();
+      if ( last != HashedSlots::npos && matches( slots_.slots()[last].member ) )
+         return last;
+      return slots_.found( slots_.find( hashOf( key ), matches ) );
    }
    T* lookup( const K& key ) const {
       size_t found = position( key );

@@ -23,8 +23,8 @@ void Links::start( const Kept& kept ) {
 }
 
 Link* Links::find( IntfId intfId ) {
-   auto found = links_.find( intfId );
-   return found == links_.end() ? nullptr : &found->second;
+   auto found = byId_.find( intfId );
+   return found == byId_.end() ? nullptr : found->second;
 }
 const Link* Links::find( IntfId intfId ) const {
    return const_cast<Links*>( this )->find( intfId );
@@ -73,8 +73,10 @@ bool Links::updateLink( const InterfaceConfig& interface, const Kept& kept ) {
       }
       observer_.neighbor( name, address, event );
    };
-   links_.try_emplace( name, clock_, sender_, interface, own, std::move( observer ),
-                       kept ? kept( name ) : std::nullopt );
+   const auto made = links_.try_emplace( name, clock_, sender_, interface, own,
+                                         std::move( observer ),
+                                         kept ? kept( name ) : std::nullopt );
+   byId_.emplace( name, &made.first->second );
    observer_.came( name );
    updateDr( name );
    return true;
@@ -89,6 +91,7 @@ void Links::forget( IntfId intfId ) {
    std::vector<IpGenAddr> neighbors;
    for ( const auto& [address, neighbor] : links_.at( intfId ).neighbors().all() )
       neighbors.push_back( address );
+   byId_.erase( intfId );
    links_.erase( intfId );
    observer_.gone( intfId, neighbors );
    drs_.erase( intfId );

@@ -4,6 +4,7 @@
 
 #include <map>
 #include <memory>
+#include <unordered_map>
 
 #include "engine/Link.h"
 #include "model/Status.h"
@@ -64,6 +65,8 @@ class PIMSM_API Links {
    Sender& sender_;
    Observer observer_;
    std::map<Vantu::IntfId, Link> links_;
+   std::unordered_map<Vantu::IntfId, Link*>
+      byId_;  // each packet's link is looked for
    std::map<Vantu::IntfId, Vantu::IpGenAddr> drs_;
 };
 

@@ -168,7 +168,7 @@ bool Family::onDrsLink( const Routing::Pim::RouteKey& key,
 void Family::serveFirst( const Upcall& upcall, Vantu::IntfId name ) {
    const auto& key = upcall.key;
    const Vantu::IpGenAddr rp = topology_.rpOf( key.group );
-   if ( upcall.vif == kRegisterVif || rp.isUnspecified() || mfib_->has( key ) ||
+   if ( rp.isUnspecified() || mfib_->has( key ) ||
         key.group.isLinkLocalMulticast() || policy_.sourceSpecific( key.group ) ||
         !permits( name, key ) || !onDrsLink( key, name ) )
       return;

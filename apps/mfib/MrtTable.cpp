@@ -212,13 +212,13 @@ int MrtTable::entryIs( const Entry& entry ) {
    if ( isIpv4() ) {
       mfcctl request = entry4( entry.key );
       request.mfcc_parent = static_cast<vifi_t>( entry.incoming );
-      for ( unsigned vif = 0; vif < kMaxVifs; ++vif )
+      for ( size_t vif = 0; vif < entry.outgoing.size(); ++vif )
          request.mfcc_ttls[vif] = entry.outgoing[vif] ? kSend : kDoNotSend;
       return set( *socket_, IPPROTO_IP, MRT_ADD_MFC, request );
    }
    mf6cctl request = entry6( entry.key );
    request.mf6cc_parent = static_cast<mifi_t>( entry.incoming );
-   for ( unsigned vif = 0; vif < kMaxVifs; ++vif )
+   for ( size_t vif = 0; vif < entry.outgoing.size(); ++vif )
       if ( entry.outgoing[vif] ) IF_SET( vif, &request.mf6cc_ifset );
    return set( *socket_, IPPROTO_IPV6, MRT6_ADD_MFC, request );
 }

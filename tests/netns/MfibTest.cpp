@@ -106,7 +106,15 @@ TEST_P( MfibForwards, WithoutAnyCapability ) {
    pid_t pid = forwarder->program().pid();
    ASSERT_TRUE( eventually( [&] { return isPowerless( pid ); } ) );
    Routes routes( root.path(), GetParam() );
-   // Interfaces also come later, go, and come back under another number.
+   // VRFs count from the next start on. Interfaces also come later, go, and come back
+   // under another number.
+   std::string renamed = Topology::config();
+   renamed.replace( renamed.find( "default" ), 7, "other" );
+   writeConfig( renamed );
+   forwarder->program().signal( SIGHUP );
+   for ( const char* says : { "vrf other ipv4: forwarded from the next start",
+                              "vrf default ipv6: forwarded until the next start" } )
+      ASSERT_TRUE( forwarder->program().untilErr( says ) );
    writeConfig(
       Topology::config( "      - {name: r3, addresses: [10.99.3.1/24, "
                         "\"2001:db8:99:3::1/64\"]}\n" ) );

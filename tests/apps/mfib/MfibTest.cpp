@@ -112,7 +112,9 @@ class Forwards : public testing::Test {
       roles->ownAddressIs( { { intfId( name ), addr( "192.0.2.254" ), 0 },
                              Vantu::IpGenPrefix( "192.0.2.0/24" ) } );
       agent.manager.dispatch();
-      config.router.rps = { { addr( "203.0.113.9" ), {} } };
+      config.router.rps = { { addr( "203.0.113.9" ),
+                              { Vantu::IpGenPrefix( "224.0.0.0/8" ),
+                                Vantu::IpGenPrefix( "232.0.0.0/5" ) } } };
    }
    void tell( const RouteKey& key, unsigned vif,
               Published::UpcallKind kind = Published::noCacheUpcall ) {
@@ -430,6 +432,7 @@ TEST_F( Forwards, ANewEntryIsLookedAtMoreClosely ) {
 TEST_F( Forwards, ANewSourceIsServedBeforeItsRouteForATime ) {
    drOf( "eth1", true );
    config.newSourceLimit = 2;
+   config.newSourceRate = 3;
    start();
    auto shared = wc();
    forward( shared, "eth1" );
@@ -439,10 +442,13 @@ TEST_F( Forwards, ANewSourceIsServedBeforeItsRouteForATime ) {
    tell( kSg, 1 );
    EXPECT_EQ( outgoing( kSg ), "2 31" ) << "at once";
    EXPECT_EQ( incoming( kSg ), 1 );
+   for ( int more = 0; more < 2; ++more ) tell( kSg, 1 );
    tell( sgKey( "192.0.9.1", kGroup ), 1 );
-   tell( sgKey( "192.0.2.1", "232.1.1.1" ), 1 );
    tell( sgKey( "192.0.2.5", kGroup ), 2 );
-   EXPECT_EQ( kernel->entries.size(), 2u ) << "of other subnets, SSM, other links";
+   for ( const char* group : { "232.1.1.1", "224.0.0.9", "225.0.0.1" } )
+      tell( sgKey( "192.0.2.1", group ), 1 );
+   EXPECT_EQ( kernel->entries.size(), 2u )
+      << "of other subnets and links, SSM, link-local, without an RP";
    // The (*,G) entry takes it for a packet of the wrong side.
    const RouteKey other = sgKey( "192.0.2.2", "239.1.2.4" );
    tell( other, 1, Published::wrongVifUpcall );
@@ -468,15 +474,24 @@ TEST_F( Forwards, ANewSourceIsServedBeforeItsRouteForATime ) {
 TEST_F( Forwards, NothingPassesABoundary ) {
    const auto group = Vantu::IpGenPrefix( "239.1.2.0/24" );
    config.router.accessLists = {
-      { "none", { Acl::standard, { { 10, Acl::deny, group, {} } } } } };
+      { "none",
+        { Acl::standard,
+          { { 10, Acl::deny, group, {} },
+            { 20, Acl::permit, Vantu::IpGenPrefix( "239.1.3.0/24" ), {} } } } } };
    config.router.interfaces = {
       { .name = intfId( "eth1" ), .addresses = {}, .boundary = { "none", "" } } };
+   config.newSourceLimit = 1;
+   drOf( "eth1", true );
    start();
    auto shared = wc();
    forward( shared, "eth1" );
    forward( shared, "eth2" );
    publish();
    EXPECT_EQ( outgoing( kWc ), "0 2" );
+   const RouteKey other = sgKey( "192.0.2.1", "239.1.3.1" );
+   for ( const RouteKey& key : { kSg, other } ) tell( key, 1 );
+   EXPECT_EQ( outgoing( kSg ), "none" );
+   EXPECT_EQ( outgoing( other ), "31" ) << "it took no place";
    shared.rpf( "eth1" );
    publish();
    follow( 1.0 );

@@ -73,6 +73,13 @@ TEST( KernelMessages, UpcallsAreTakenWholeOrNotAtAll ) {
    EXPECT_EQ( upcall->vif, 5u );
    EXPECT_FALSE( readUpcall( AddressFamily::ipv6,
                              Netlink::Bytes( bytes ).first( bytes.size() - 1 ) ) );
+   // A packet to be registered comes behind its message.
+   good6.im6_msgtype = MRT6MSG_WHOLEPKT;
+   auto whole = bytesOf( good6 );
+   EXPECT_FALSE( readUpcall( AddressFamily::ipv6, whole ) );
+   whole.push_back( 7 );
+   ASSERT_TRUE( upcall = readUpcall( AddressFamily::ipv6, whole ) );
+   EXPECT_EQ( upcall->packet, std::vector<uint8_t>{ 7 } );
    bytes[0] = 135;  // a neighbour solicitation
    EXPECT_FALSE( readUpcall( AddressFamily::ipv6, bytes ) );
 }

@@ -6,7 +6,7 @@
 //    fault EDIT [& EDIT] ==> VERDICT: REASON
 //                              an edit is "+ LINE", "- LINE" by how the line begins, or
 //                              "LINE: A => B" in the line that begins so
-//    check EDIT ==> VERDICT: REASON    the same, of all links and routes
+//    check EDIT ==> VERDICT: REASON [of 2 routes]    the same, of all links and routes
 //    text, json                the answer follows, indented; before them, an edit
 #include <gtest/gtest.h>
 
@@ -109,7 +109,10 @@ std::string told( const Judgement& judgement ) {
 std::string told( const std::vector<Finding>& findings ) {
    std::string all;
    for ( const Finding& each : findings )
-      all += ( all.empty() ? "" : " | " ) + told( each.judgement );
+      all +=
+         ( all.empty() ? "" : " | " ) + told( each.judgement ) +
+         ( each.streams > 1 ? " of " + std::to_string( each.streams ) + " routes"
+                            : "" );
    return all.empty() ? "fine" : all;
 }
 

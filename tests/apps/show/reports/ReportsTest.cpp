@@ -114,14 +114,23 @@ TEST_F( Reports, Lists ) {
    View later( router.root.path() );
    const Mirror& mirror = later.mirror( "default", Vantu::AddressFamily::ipv4 );
    constexpr double now = ShownRouter::now;
-   Logged came;
-   came.event.kind = ::Published::memberCame;
-   came.event.ipVersion = 4;
-   came.event.vrf = ::Published::Text<104>( "default" );
-   came.event.intf = SmTest::intfId( "eth3" );
-   came.event.group = SmTest::addr( "239.1.2.3" );
-   came.event.address = SmTest::addr( "192.0.2.133" );
-   const Members members = selectMembers( mirror, {}, { came } );
+   // The first host left again. The third one asks for a source of its own.
+   std::vector<Logged> log;
+   for ( const auto& [kind, host, source] :
+         { std::tuple( ::Published::memberCame, "192.0.2.131", "0.0.0.0" ),
+           { ::Published::memberGone, "192.0.2.131", "0.0.0.0" },
+           { ::Published::memberCame, "192.0.2.133", "0.0.0.0" },
+           { ::Published::memberCame, "192.0.2.135", "198.51.100.7" } } ) {
+      ::Published::Event& event = log.emplace_back().event;
+      event.kind = kind;
+      event.ipVersion = 4;
+      event.vrf = ::Published::Text<104>( "default" );
+      event.intf = SmTest::intfId( "eth3" );
+      event.group = SmTest::addr( "239.1.2.3" );
+      event.source = SmTest::addr( source );
+      event.address = SmTest::addr( host );
+   }
+   const Members members = selectMembers( mirror, {}, log );
    std::string text = neighborsText( selectNeighbors( mirror, {} ), now ) + '\n' +
                       membersText( mirror, members, now ) + '\n' +
                       rpsText( selectRps( mirror, {} ) ) + '\n';

@@ -126,7 +126,27 @@ TEST_F( ChangeText, TellsEveryMemberThatDiffers ) {
            ": incoming-interface eth0 -> eth8\n"
            "update (198.51.100.9, 239.1.2.3): incoming-interface eth0 -> eth8\n"
            "update (198.51.100.9, 239.1.2.3, rpt): incoming-interface eth0 -> "
-           "eth8\n" } };
+           "eth8\n" },
+      // A shared tree without a path has none to show, until it goes.
+      { [this] {
+          router.ipv4.tables->routeDel( sg );
+          write( wc, []( RouteRecord& r ) { r.rpf = {}; } );
+       },
+        "update (*, 239.1.2.3): incoming-interface eth8 -> none, rpf-neighbor "
+        "192.0.2.1 -> none, rpf attached no -> none, rpf preference 110 -> none, "
+        "rpf metric 20 -> none\n"
+        "delete (198.51.100.7, 239.1.2.3)\n"
+        "delete" +
+           rpt +
+           "\n"
+           "update (198.51.100.9, 239.1.2.3): incoming-interface eth8 -> none, "
+           "rpf-neighbor 192.0.2.1 -> none\n"
+           "update (198.51.100.9, 239.1.2.3, rpt): incoming-interface eth8 -> "
+           "none, rpf-neighbor 192.0.2.1 -> none\n" },
+      { [this] { router.ipv4.tables->routeDel( wc ); },
+        "delete (*, 239.1.2.3)\n"
+        "update (198.51.100.9, 239.1.2.3): incoming-interface none -> eth9, "
+        "rpf-neighbor none -> 203.0.113.131\n" } };
    for ( const auto& [edit, expected] : rows ) {
       edit();
       EXPECT_EQ( told(), expected );
@@ -227,6 +247,9 @@ TEST_F( ChangeText, AVrfThatGoesIsNoWriterThatDied ) {
 // Changes come faster than they are read: values are skipped, but never the last
 // one, and a line reports it.
 TEST_F( ChangeText, SaysThatItFellBehind ) {
+   // A route alone waits, too.
+   write( sg, []( RouteRecord& r ) { r.creationTime = 7; } );
+   until( [&] { return feed.waiting(); } );
    auto route = router.ipv4.vrf().sg( "198.51.100.7", "239.1.2.3" );
    for ( int i = 0; i < 100; ++i ) {
       route.intf( "eth3" )->forwardIs( i % 2 == 0 );

@@ -22,8 +22,11 @@ struct MetricText {
    uint32_t metric = 0;
 
    void read( StringIter& begin, StringIter end ) {
-      if ( !Mox::acceptLiteral( begin, end, "[" ) || begin == end ) return;
-      letter = *begin++;
+      if ( !Mox::acceptLiteral( begin, end, "[" ) ) return;
+      StringIter bracket = std::find( begin, end, ']' );
+      if ( bracket - begin != 1 ) return;
+      letter = *begin;
+      begin = bracket;
       ++matches;
       if ( !Mox::acceptLiteral( begin, end, "] " ) ) return;
       StringIter blank = std::find( begin, end, ' ' );

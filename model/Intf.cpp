@@ -10,9 +10,8 @@ MOX_ENTITY_TYPE( Intf, PIMSM_INTF_ATTRIBUTES )
 
 Intf::Intf( Vantu::IntfId intfId, Route* parentRoute )
    : Intf( intfId, parentRoute, ForCollection() ) {
-   if ( parentRoute == nullptr ) return;
    stray_ = true;
-   parentRoute->strayIntfs_.add( this );
+   if ( parentRoute != nullptr ) parentRoute->strayIntfs_.add( this );
 }
 
 Mox::Ptr<Intf> intfFactory( Vantu::IntfId intfId, Route* parentRoute ) {

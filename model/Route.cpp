@@ -94,7 +94,7 @@ Mox::Ptr<Intf> Route::routeIntfIs( Vantu::IntfId intfId, Route* parentRoute ) {
 }
 
 void Route::handleRouteIntfDel( Intf& removed ) {
-   if ( removed.stray_ || removed.parentRoute() != this ) return;
+   if ( removed.stray_ ) return;
    removed.stray_ = true;
    strayIntfs_.add( &removed );
 }

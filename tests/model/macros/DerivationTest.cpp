@@ -148,13 +148,27 @@ TEST( Derivation, TellsTermsFieldsAndWhatWouldFlipIt ) {
               ( std::vector<MacroInput>{
                  { sg->key(), intfId( "eth1" ), "joinState", "joined" } } ) );
 
-   std::vector<Mox::String> texts;
-   for ( const MacroFlip& flip : flipsOf( *intf, "immediateOlistSg" ) )
-      texts.push_back( flip.input.field + " " + flip.value + ": " + flip.answer );
-   EXPECT_EQ( texts,
+   auto flips = [&]( Mox::StringView macro ) {
+      std::vector<Mox::String> texts;
+      for ( const MacroFlip& flip : flipsOf( *intf, macro ) )
+         texts.push_back( flip.input.field + " " + flip.value + ": " +
+                          flip.answer );
+      return texts;
+   };
+   EXPECT_EQ( flips( "immediateOlistSg" ),
               ( std::vector<Mox::String>{
                  "assertWinnerMetric [R] 0.0.0.0 [2147483647/4294967295]: true",
                  "assertWinnerMetric [S] 192.0.2.5 [0/0]: true" } ) );
+   // The best metric wins against that of an own source, the standby path may be here.
+   sg.upJoined().rpf( Rpf{ intfId( "eth0" ), addr( "192.0.2.254" ), 0, { 0 } } );
+   sg.rpfFrr( rpfBy( "eth5", "192.0.2.77" ) ).intf( "eth2" ).joined();
+   intf.joinState( Intf::noInfo ).lostAssert( valueToStrep( AssertMetric() ) );
+   EXPECT_EQ( flips( "lostAssertSg" ),
+              std::vector<Mox::String>{
+                 "assertWinnerMetric [S] 255.255.255.255 [0/0]: true" } );
+   EXPECT_EQ(
+      flips( "assertTrackingDesiredSg" ).back(),
+      "rpfFrr " + valueToStrep( rpfBy( "eth1", "192.0.2.77" ) ) + ": true" );
 }
 
 TEST( Derivation, RefusesWhatCannotBeAsked ) {

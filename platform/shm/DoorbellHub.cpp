@@ -92,7 +92,6 @@ DoorbellHub::Id DoorbellHub::addAbove( const Mox::String& directory ) {
                                                 .filesOnly = true,
                                                 .above = true } );
    const Id id = add( above );
-   above->rung = false;
    waiting_.erase( id );
    return id;
 }
@@ -119,10 +118,8 @@ void DoorbellHub::remove( Id id ) {
 void DoorbellHub::lookAtAll() {
    for ( auto& [id, table] : tables_ ) {
       armAnew( *table );
-      if ( !table->above ) continue;
       // All tables are looked at already; they would ring each other for ever.
-      table->rung = false;
-      waiting_.erase( id );
+      if ( table->above ) waiting_.erase( id );
    }
 }
 
@@ -234,10 +231,12 @@ void DoorbellHub::readEvents() {
    ssize_t got;
    do {
       got = read( fd_, buffer, sizeof( buffer ) );
-      for ( ssize_t at = 0; at < got; ) {
-         auto* event = reinterpret_cast<const inotify_event*>( buffer + at );
+      Mox::StringView left( buffer,
+                            static_cast<size_t>( std::max<ssize_t>( got, 0 ) ) );
+      while ( !left.empty() ) {
+         auto* event = reinterpret_cast<const inotify_event*>( left.data() );
          handleEvent( event->wd, event->mask, event->len ? event->name : "" );
-         at += static_cast<ssize_t>( sizeof( inotify_event ) + event->len );
+         left.remove_prefix( sizeof( inotify_event ) + event->len );
       }
    } while ( got > ssize_t( sizeof( buffer ) ) - room );
 }
@@ -279,11 +278,7 @@ void DoorbellHub::handleBell( Table& table, uint32_t mask ) {
 }
 
 void DoorbellHub::handleDirectory( Table& table, uint32_t mask, const char* name ) {
-   if ( mask & IN_MOVE_SELF ) table.nearest = false;
-   if ( mask & IN_IGNORED ) {
-      directoryIs( table, -1, {} );
-      table.nearest = false;
-   }
+   if ( mask & ( IN_MOVE_SELF | IN_IGNORED ) ) table.nearest = false;
    // A directory that appears again holds other files.
    if ( !table.nearest ) return armAnew( table );
    if ( !*name ) return;

@@ -171,6 +171,7 @@ TEST_F( EntityManager, MakesItsFilesAnewUntilAnotherWriterHasThem ) {
       turn();
       own.shelf->bookIs( bookOf( ++number ) );
       turn();
+      EXPECT_GT( clock.nextWakeup(), clock.now() ) << "it is not over";
       EXPECT_EQ( reader.recorder.take(), Numbers{ number } );
       EXPECT_EQ( reader.shelf->book().size(), number );
       EXPECT_TRUE( reader.control().writerAlive() );

@@ -59,7 +59,6 @@ WriterTable::WriterTable( const Mox::String& path,
       unlink( files_.lock().c_str() );
    }
    rest();
-   rung_ = sequence_ - 1;
    ring();
 }
 

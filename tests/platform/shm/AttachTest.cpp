@@ -366,9 +366,16 @@ TEST_F( Attach, RefusesWhatCannotBeATable ) {
    EXPECT_THROW( TableWriter( path, odd, 10, options ), Mox::RangeError );
    astride.fields[1].size = 16;
    EXPECT_THROW( TableReader( path, astride ), Mox::RangeError );
-   EXPECT_THROW( TableWriter( path, layout, ~0u, options ), Mox::RangeError );
+   EXPECT_THROW( TableWriter( path, layout, 16777151, options ), Mox::RangeError );
    EXPECT_THROW( TableWriter( directory + "/no/t", layout, 10, options ),
                  CreateError );
+   for ( uint32_t entries : { 2u, 12u, 1u << 25 } ) {
+      options.journalEntries = entries;
+      EXPECT_THROW( TableWriter( path, layout, 10, options ), Mox::RangeError );
+   }
+   options.journalEntries = 0;
+   options.bootId = std::string( 40, 'x' );
+   EXPECT_THROW( TableWriter( path, layout, 10, options ), Mox::RangeError );
 }
 
 // A file system of a few pages: the doorbell's page is allocated before the

@@ -52,7 +52,8 @@ class Marks {
 
 class Walk : public testing::TestWithParam<Vantu::AddressFamily> {
  protected:
-   // Is notified of each write and notes the expected record.
+   // Is notified of each write and notes the expected record. At a removal it may make
+   // the next step itself and have it reviewed at once: nothing older is written later.
    class Shadow : public Brane::Status::NotifieeConst {
     public:
       explicit Shadow( Walk& walk ) : walk_( walk ) {
@@ -64,8 +65,10 @@ class Walk : public testing::TestWithParam<Vantu::AddressFamily> {
          EXPECT_TRUE( walk_.markedRoutes.written( key ) ) << "unmarked " << key;
          const Route* route = walk_.agent.model->route( key );
          content.routes.erase( key );
-         if ( route == nullptr ) return;
-         content.routes.emplace( key, Brane::doGetBraneRouteFromRoute( *route ) );
+         if ( route == nullptr ) return goOn();
+         const Brane::Route record = Brane::doGetBraneRouteFromRoute( *route );
+         EXPECT_EQ( walk_.agent.tables->route( key ), record );
+         content.routes.emplace( key, record );
       }
       void onRouteIntf( const RouteIntfKey& key ) override {
          EXPECT_TRUE( walk_.markedIntfs.written( key ) ) << "unmarked " << key;
@@ -73,14 +76,22 @@ class Walk : public testing::TestWithParam<Vantu::AddressFamily> {
          const Intf* intf =
             route != nullptr ? route->routeIntf( key.intfId ) : nullptr;
          content.intfs.erase( key );
-         if ( intf == nullptr ) return;
-         content.intfs.emplace(
-            key, Brane::doGetBraneIntfFromRouteIntf( key.routeKey, *intf ) );
+         if ( intf == nullptr ) return goOn();
+         const Brane::Intf record =
+            Brane::doGetBraneIntfFromRouteIntf( key.routeKey, *intf );
+         EXPECT_EQ( walk_.agent.tables->routeIntf( key ), record );
+         content.intfs.emplace( key, record );
       }
 
       Content content;
 
     private:
+      void goOn() {
+         if ( walk_.pick( 4 ) != 0 ) return;
+         walk_.step();
+         walk_.agent.writer->doReview();
+      }
+
       Walk& walk_;
    };
 

@@ -69,8 +69,8 @@ TEST_F( Trace, FirstMatchingEntryDecides ) {
 
 TEST_F( Trace, BadEntriesAreReportedAndTheOthersCount ) {
    for ( const char* bad :
-         { "Pimsm*", "/3", "Pimsm*/", "Pimsm*/10", "Pimsm*/6-3", "Pimsm*/a-3",
-           "Pimsm*/3-", "Pimsm*/-3", "Pimsm*/3-4-5" } ) {
+         { "Pimsm*", "/3", "Pimsm*/", "Pimsm*/10", "Pimsm*/6-3",
+           "Pimsm*/:", "Pimsm*/.", "Pimsm*/3-", "Pimsm*/-3", "Pimsm*/3-4-5" } ) {
       CaptureStderr();
       traceSettingsIs( String( bad ) + ",,Pimsm::*Reader/1" );
       String warning = GetCapturedStderr();

@@ -108,9 +108,8 @@ void MfibWatch::readShared( const Published::MfibCache& cache ) {
    last = std::max( last, cache.lastPacket );
    const double now = real_.now();
    const Sent is{ now, cache.packets, cache.bytes, cache.wrongIf };
-   const auto [found, isNew] = sent_.try_emplace( cache.key, is );
-   Sent& before = found->second;
-   if ( isNew || is.bytes < before.bytes || is.packets < before.packets ||
+   Sent& before = sent_.try_emplace( cache.key, is ).first->second;
+   if ( is.bytes < before.bytes || is.packets < before.packets ||
         is.wrongIf < before.wrongIf ) {
       before = is;
       return;

@@ -438,7 +438,9 @@ void World::kernelEvent( Words& words ) {
       const auto count = static_cast<uint64_t>( words.number() );
       const uint64_t wrong =
          words.accept( "wrong" ) ? static_cast<uint64_t>( words.number() ) : 0;
-      mfib_->cacheIs( { key, count, ( count + wrong ) * 100, wrong,
+      const uint64_t size =
+         words.accept( "of" ) ? static_cast<uint64_t>( words.number() ) : 100;
+      mfib_->cacheIs( { key, count, ( count + wrong ) * size, wrong,
                         count == 0 ? 0.0 : clock_.now() } );
    } else if ( what == "packet" || what == "wrong" || what == "shared" ) {
       if ( !words.accept( "on" ) ) throw ScriptError( "on which interface?" );

@@ -183,8 +183,7 @@ bool publishLinks( Published::FamilyStatus& tables, Vantu::AddressFamily family,
 }
 
 bool publishConfig( Published::FamilyStatus& tables, Vantu::AddressFamily family,
-                    const VrfConfig& config,
-                    const Routing::Pim::SparseMode::Status& model ) {
+                    const VrfConfig& config ) {
    const bool ipv4 = family == Vantu::AddressFamily::ipv4;
    const std::string& ssmFilter = ipv4 ? config.ssmFilter : config.ssmFilter6;
    const std::string& frrFilter = ipv4 ? config.frrFilter : config.frrFilter6;
@@ -193,9 +192,7 @@ bool publishConfig( Published::FamilyStatus& tables, Vantu::AddressFamily family
    done &= Published::publishAccessRules( tables, rules );
    done &= Published::publishSettings(
       tables,
-      { setting( "maxRoutes", std::to_string( model.maxRoutes() ) ),
-        setting( "maxRouteIntfs", std::to_string( model.maxRouteIntfs() ) ),
-        setting( "require-hello", config.requireHello ? "yes" : "no" ),
+      { setting( "require-hello", config.requireHello ? "yes" : "no" ),
         setting( "embedded-rp", config.embeddedRp ? "yes" : "no" ),
         setting( "ssmFilter", ssmFilter ), setting( "frrFilter", frrFilter ),
         setting( "boundaries", boundaries( family, config ) ),

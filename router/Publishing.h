@@ -14,11 +14,10 @@ PIMSM_API bool publishLinks( Published::FamilyStatus& tables,
                              const Protocol& protocol,
                              const Routing::Pim::Status& pimStatus );
 
-// Publishes RPs, access lists and settings. The limits are the model's. False when a
-// table refused something.
+// Publishes RPs, access lists and settings. False when a table refused something.
 PIMSM_API bool publishConfig( Published::FamilyStatus& tables,
-                              Vantu::AddressFamily family, const VrfConfig& config,
-                              const Routing::Pim::SparseMode::Status& model );
+                              Vantu::AddressFamily family,
+                              const VrfConfig& config );
 
 // What a former process published of its links, for Protocol::start(). Keeps a
 // reference to the tables.

@@ -237,7 +237,7 @@ void VrfRouter::handleTurnEnd() {
       auto& tables = *vrf_.published();
       linksRefused_ =
          !publishLinks( tables, family_, config_, protocol_, *pimStatus_ );
-      linksRefused_ |= !publishConfig( tables, family_, config_, *vrf_.model() );
+      linksRefused_ |= !publishConfig( tables, family_, config_ );
    }
    if ( refused() && retry_->wakeupTime() == Mox::Clock::never )
       retry_->wakeupTimeIs( clock_.now() + kRetryInterval );

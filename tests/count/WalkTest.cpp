@@ -141,6 +141,8 @@ TEST_P( Walk, WritesWhatCopiedEntriesWouldInTheSameOrder ) {
       stepGroup( groupAddr( head ), sourceAddr( entry ), what );
       ASSERT_EQ( std::exchange( sourcesHeard, {} ), plainSources.take() ) << step;
       ASSERT_EQ( std::exchange( groupsHeard, {} ), plainGroups.take() ) << step;
+      ASSERT_EQ( c.sm->srcHandler().size(), c.status->source().size() );
+      ASSERT_EQ( c.sm->grpHandler().size(), c.groupSourceMap->group().size() );
    }
 }
 

@@ -107,7 +107,7 @@ Protocol::Protocol( Vantu::AddressFamily family, const VrfConfig& config,
           [this]( Routes::Route& route, const Routing::Pim::Rpf& next ) {
              pathSwitch_.changePath( route, next );
           },
-          &journal_ } ),
+          journal_ } ),
      upstream_( routes_, links_, config, sender_, clock, journal_ ),
      joinPrune_( routes_, clock, topology_, &policy_, journal_,
                  [this]( IntfId intfId, const auto& key, const IpGenAddr& rp ) {

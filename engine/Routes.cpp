@@ -101,13 +101,12 @@ Mox::Ptr<Routes::Intf> Routes::record( const RouteKey& key, IntfId intfId,
 
 void Routes::tell( Published::EventKind kind, const Route& route,
                    const Routing::Pim::Rpf& former ) const {
-   if ( hooks_.journal == nullptr || !hooks_.journal->listens() ) return;
-   Published::Event event = hooks_.journal->eventOf( kind, route.key() );
+   Published::Event event = hooks_.journal.eventOf( kind, route.key() );
    event.intf = route.rpf().intfId;
    event.address = route.rpf().neighbor;
    event.otherIntf = former.intfId;
    event.otherAddress = former.neighbor;
-   hooks_.journal->tell( event );
+   hooks_.journal.tell( event );
 }
 
 Mox::Ptr<Routes::Route> Routes::newRoute( const RouteKey& key,
@@ -131,13 +130,7 @@ void Routes::updatePath( Route& route, const IpGenAddr& rp ) {
    umh->rpIs( rp );
    umh->rpfAttachedIs( path.attached );
    const Routing::Pim::Rpf former = route.rpf();
-   const Routing::Pim::Rpf next =
-      hooks_.resolve ? hooks_.resolve( route, path ) : path.rpf;
-   if ( hooks_.changePath ) {
-      hooks_.changePath( route, next );
-   } else {
-      umh->doUpdateRpf( next );
-   }
+   hooks_.changePath( route, hooks_.resolve( route, path ) );
    if ( route.initialized() && route.rpf() != former )
       tell( Published::rpfChanged, route, former );
    updateBackup( route, path );

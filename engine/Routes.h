@@ -52,15 +52,13 @@ class PIMSM_API Routes {
 
    struct Hooks {
       // Called for every change() of a record.
-      Changed changed = []( const Routing::Pim::RouteIntfKey&, const Change& ) {};
+      Changed changed;
       // The route's RPF on a path, where the path's next hop is not its neighbour.
-      // Empty: the path's.
-      std::function<Routing::Pim::Rpf( Route&, const Topology::Path& )> resolve =
-         {};
-      // Gives the route the path. Empty: at once.
-      std::function<void( Route&, const Routing::Pim::Rpf& )> changePath = {};
-      // Null: nobody is told of events. Outlives the routes.
-      Journal* journal = nullptr;
+      std::function<Routing::Pim::Rpf( Route&, const Topology::Path& )> resolve;
+      // Gives the route the path.
+      std::function<void( Route&, const Routing::Pim::Rpf& )> changePath;
+      // Outlives the routes.
+      Journal& journal;
    };
 
    // `policy` names the groups with fast reroute; null: none. It outlives this.
@@ -68,9 +66,6 @@ class PIMSM_API Routes {
    Routes( Mox::Ptr<Routing::Pim::SparseMode::Status> model, Mox::Clock& clock,
            const Topology& topology, const GroupPolicy* policy, bool joins,
            Hooks hooks );
-   Routes( Mox::Ptr<Routing::Pim::SparseMode::Status> model, Mox::Clock& clock,
-           const Topology& topology, const GroupPolicy* policy )
-      : Routes( std::move( model ), clock, topology, policy, false, Hooks() ) {}
 
    // An engine reports each change of a record before it calls update().
    void changed( const Routing::Pim::RouteIntfKey& key, const Change& change ) {

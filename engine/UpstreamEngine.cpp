@@ -456,7 +456,6 @@ void UpstreamEngine::add( Target& to, Tree tree, const Record& record, bool join
 
 void UpstreamEngine::tell( Published::EventKind kind, const Record& record,
                            const Target& to ) const {
-   if ( !journal_.listens() ) return;
    Published::Event event = journal_.eventOf( kind, record.key, to.intfId );
    event.address = to.neighbor;
    journal_.tell( event );

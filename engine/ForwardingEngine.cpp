@@ -59,8 +59,7 @@ void inheritRecords( Sm::Route& route, const Sm::Route* shared ) {
    }
    std::vector<IntfId> gone;
    for ( const Intf& intf : route.routeIntf() ) {
-      if ( !holdsState( intf ) && !inherits( intf, shared ) )
-         gone.push_back( intf.intfId() );
+      if ( isBare( intf, shared ) ) gone.push_back( intf.intfId() );
    }
    for ( IntfId intfId : gone ) route.routeIntfDel( intfId );
 }

@@ -13,14 +13,14 @@ inline bool holdsState( const Routing::Pim::SparseMode::Intf& intf ) {
           intf.assertInfo().assertState != Routing::Pim::SparseMode::assertNoInfo;
 }
 
-// Does an (S,G) record inherit from the interface's record in the (*,G) route
-// `shared`? Null: no such route. A (*,G) record inherits nothing from itself.
-inline bool inherits( const Routing::Pim::SparseMode::Intf& intf,
-                      const Routing::Pim::SparseMode::Route* shared ) {
-   if ( shared == nullptr || shared == intf.parentRoute() ) return false;
+// Has the record no such state, and none to inherit from the interface's record in the
+// (*,G) route `shared`? Null: no such route.
+inline bool isBare( const Routing::Pim::SparseMode::Intf& intf,
+                    const Routing::Pim::SparseMode::Route* shared ) {
+   if ( holdsState( intf ) ) return false;
    const Routing::Pim::SparseMode::Intf* theirs =
-      shared->routeIntf( intf.intfId() );
-   return theirs != nullptr && holdsState( *theirs );
+      shared == nullptr ? nullptr : shared->routeIntf( intf.intfId() );
+   return theirs == nullptr || !holdsState( *theirs );
 }
 
 // A route is removed when this is false. Inherited records alone do not keep it; a

@@ -154,8 +154,8 @@ void Routes::update( const RouteKey& key, IntfId intfId ) {
    Mox::Ptr<Route> route = model_->route( key );
    if ( route == nullptr ) return;
    const Intf* intf = route->routeIntf( intfId );
-   bool bare = intf != nullptr && !holdsState( *intf ) &&
-               !inherits( *intf, std::as_const( *route ).wc() );
+   const bool bare =
+      intf != nullptr && isBare( *intf, std::as_const( *route ).wc() );
    // The last state's end removes the route with its records.
    if ( bare && holdsState( *route ) ) route->routeIntfDel( intfId );
    update( key );

@@ -153,7 +153,7 @@ class Walk : public testing::Test {
       for ( const Intf& intf : route.routeIntf() ) {
          EXPECT_EQ( intf.forward(), intf.forwardDesired() );
          EXPECT_EQ( intf.fastForward(), intf.fastForwardDesired() );
-         EXPECT_TRUE( ofWc || holdsState( intf ) || inherits( intf, wc ) );
+         EXPECT_TRUE( ofWc || !isBare( intf, wc ) );
       }
       EXPECT_EQ( route.upJoinState() == upJoined,
                  ofWc ? route.joinDesiredWc() : route.joinDesiredSg() );

@@ -82,9 +82,6 @@ class PIMSM_API GroupMembership {
 
    // Does a host want all sources but the excluded ones?
    bool excludeMode() const { return exclude_; }
-   // True when no host wants the group or a source of it.
-   bool empty() const { return !exclude_ && sources_.empty(); }
-
    bool has( const Vantu::IpGenAddr& source ) const {
       return sources_.count( source ) != 0;
    }

@@ -108,12 +108,6 @@ UpstreamEngine::Record& UpstreamEngine::make( const RouteKey& key ) {
    if ( record != nullptr ) return *record;
    record = std::make_unique<Record>( key );
    ++size_;
-   // Before its own state it shared the (*,G) one.
-   const bool joined = group.shared != nullptr && group.shared->joined;
-   if ( !record->shared() && joined ) {
-      record->rpt = Sm::upRptNotPruned;
-      record->rptTarget = group.shared->target;
-   }
    return *record;
 }
 
@@ -640,6 +634,9 @@ void UpstreamEngine::overrideRpt( const Seen& seen, const RouteKey& key ) {
       if ( size_ >= 2 * size_t( routes_.model().maxRoutes() ) )
          return journal_.refused( tableFull, key );
       record = &make( key );
+      // Without a state of its own it shares the (*,G) one.
+      record->rpt = Sm::upRptNotPruned;
+      record->rptTarget = shared->target;
    }
    if ( record->rpt == Sm::upRptNotPruned && record->rptTarget == &seen.target )
       override( *record );

@@ -8,6 +8,21 @@ namespace Router {
 using Vantu::IntfId;
 using Vantu::IpGenAddr;
 
+namespace {
+
+// The interface's addresses of the family; none while it is not up.
+std::vector<InterfaceAddress> addressesOf( const InterfaceConfig& interface,
+                                           Vantu::AddressFamily family ) {
+   if ( !interface.up ) return {};
+   std::vector<InterfaceAddress> addresses = interface.addresses;
+   std::erase_if( addresses, [family]( const InterfaceAddress& each ) {
+      return each.address.family() != family;
+   } );
+   return addresses;
+}
+
+}
+
 Links::Links( Vantu::AddressFamily family, const VrfConfig& config,
               Mox::Ptr<Routing::Pim::Status> pimStatus, Mox::Clock& clock,
               Sender& sender, Observer observer )
@@ -34,34 +49,29 @@ void Links::update( const Kept& kept ) {
    std::set<IntfId> gone;
    for ( const auto& [intfId, link] : links_ ) gone.insert( intfId );
    for ( const InterfaceConfig& interface : config_.interfaces ) {
-      if ( updateLink( interface, kept ) ) gone.erase( interface.name );
+      const std::vector<InterfaceAddress> addresses =
+         addressesOf( interface, family_ );
+      if ( addresses.empty() ) continue;
+      gone.erase( interface.name );
+      updateLink( interface, addresses, kept );
    }
    for ( IntfId intfId : gone ) remove( intfId );
 }
 
-// PIM uses the first address of the family. Returns false without one, and for an
-// interface that is not up.
-bool Links::updateLink( const InterfaceConfig& interface, const Kept& kept ) {
-   if ( !interface.up ) return false;
-   std::vector<IpGenAddr> own;
-   Routing::Pim::IntfAddr primary;
-   for ( const InterfaceAddress& each : interface.addresses ) {
-      if ( each.address.family() != family_ ) continue;
-      if ( own.empty() )
-         primary = { each.address, static_cast<uint8_t>( each.subnet.length() ) };
-      own.push_back( each.address );
-   }
-   if ( own.empty() ) return false;
+// PIM uses the first address.
+void Links::updateLink( const InterfaceConfig& interface,
+                        const std::vector<InterfaceAddress>& addresses,
+                        const Kept& kept ) {
    const IntfId name = interface.name;
+   std::vector<IpGenAddr> own;
+   for ( const InterfaceAddress& each : addresses ) own.push_back( each.address );
    // Who was its neighbour need not be any more, and does not know the new one.
    const Link* former = find( name );
    if ( former != nullptr && former->config().index != interface.index )
       forget( name );
-   pimStatus_->intfIs( name )->addrIs( primary );
-   if ( Link* link = find( name ) ) {
-      link->configIs( interface, own );
-      return true;
-   }
+   pimStatus_->intfIs( name )->addrIs(
+      { own.front(), static_cast<uint8_t>( addresses.front().subnet.length() ) } );
+   if ( Link* link = find( name ) ) return link->configIs( interface, own );
    NeighborsObserver observer;
    observer.changed = [this, name] { updateDr( name ); };
    observer.event = [this, name]( const IpGenAddr& address, NeighborEvent event ) {
@@ -79,7 +89,6 @@ bool Links::updateLink( const InterfaceConfig& interface, const Kept& kept ) {
    byId_.emplace( name, &made.first->second );
    observer_.came( name );
    updateDr( name );
-   return true;
 }
 
 void Links::remove( IntfId intfId ) {

@@ -53,7 +53,9 @@ class PIMSM_API Links {
 
  private:
    void update( const Kept& kept );
-   bool updateLink( const InterfaceConfig& interface, const Kept& kept );
+   void updateLink( const InterfaceConfig& interface,
+                    const std::vector<InterfaceAddress>& addresses,
+                    const Kept& kept );
    void remove( Vantu::IntfId intfId );
    void forget( Vantu::IntfId intfId );
    void updateDr( Vantu::IntfId intfId );

@@ -22,21 +22,21 @@ struct Field {
 // and neighbour already show.
 std::vector<Field> toldOnce( std::vector<Field> fields ) {
    const auto named = [&]( const char* name ) {
-      return std::find_if( fields.begin(), fields.end(), [&]( const auto& field ) {
-         return field.name == name;
-      } );
+      const auto found =
+         std::find_if( fields.begin(), fields.end(),
+                       [&]( const auto& field ) { return field.name == name; } );
+      return found == fields.end() ? nullptr : &*found;
    };
-   const auto rpf = named( "pimsm-state:rpf" );
-   if ( rpf == fields.end() ) return fields;
+   Field* const rpf = named( "pimsm-state:rpf" );
    for ( const auto& [part, name] :
          { std::pair( "interface", "incoming-interface" ),
            std::pair( "neighbor", "rpf-neighbor" ) } ) {
-      const auto told = named( name );
+      const Field* const told = named( name );
       const auto same = [part = part]( const Json& path, const Json& value ) {
          return ( path.is_object() ? path.value( part, Json() ) : Json() ) == value;
       };
-      if ( told == fields.end() || !same( rpf->before, told->before ) ||
-           !same( rpf->after, told->after ) )
+      if ( rpf == nullptr || told == nullptr ||
+           !same( rpf->before, told->before ) || !same( rpf->after, told->after ) )
          continue;
       if ( rpf->before.is_object() ) rpf->before.erase( part );
       if ( rpf->after.is_object() ) rpf->after.erase( part );

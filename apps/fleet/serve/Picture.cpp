@@ -177,20 +177,21 @@ void Picture::addRouters( const PathAnswer& answer,
          box.lines.push_back( receiverLine( receiver ) );
       breaks( box, receiver.judgement );
    }
-   for ( size_t node = 0; node < boxes.size(); ++node ) {
+   for ( Box& box : boxes ) {
+      const auto node = static_cast<size_t>( &box - boxes.data() );
       if ( into[node] != node ) continue;
       if ( shown[node] > kReceivers )
-         boxes[node].lines.push_back( fmt::format( "{} receivers", shown[node] ) );
+         box.lines.push_back( fmt::format( "{} receivers", shown[node] ) );
       if ( hidden[node] != 0 ) {
-         boxes[node].kind += " folded";
-         boxes[node].lines.push_back(
-            "+ " + Show::countText( hidden[node], "router" ) + " below" );
+         box.kind += " folded";
+         box.lines.push_back( "+ " + Show::countText( hidden[node], "router" ) +
+                              " below" );
       }
       std::string title = "Router";
-      for ( const std::string& line : boxes[node].lines )
-         title += ( &line == boxes[node].lines.data() ? " " : ", " ) + line;
-      boxes[node].title = title + boxes[node].title;
-      add( std::move( boxes[node] ) );
+      for ( const std::string& line : box.lines )
+         title += ( &line == box.lines.data() ? " " : ", " ) + line;
+      box.title = title + box.title;
+      add( std::move( box ) );
    }
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <set>
 
 #include "apps/fleet/serve/Fold.h"
@@ -23,9 +24,24 @@ PathAnswer treeOf( size_t routers, bool broken ) {
    return answer;
 }
 
-TEST( Fold, KeepsTheWayToWhatBreaks ) {
-   for ( const bool broken : { false, true } ) {
-      const PathAnswer answer = treeOf( 1000, broken );
+TEST( Fold, KeepsTheWayToWhatIsAmiss ) {
+   const Judgement breaks{ Verdict::notForwarding, "so it is" };
+   using Fault = std::function<void( PathAnswer& )>;
+   const Fault faults[] = {
+      {},
+      [&]( PathAnswer& a ) { a.edges.back().judgement = breaks; },
+      [&]( PathAnswer& a ) {
+         a.roots.push_back( { 999 } ), a.roots[1].judgement = breaks;
+      },
+      [&]( PathAnswer& a ) {
+         a.receivers.push_back( { 999 } ), a.receivers[0].judgement = breaks;
+      },
+      []( PathAnswer& a ) { a.nodes[999].stale = true; },
+      []( PathAnswer& a ) { a.nodes[999].agentGone = true; } };
+   for ( const Fault& fault : faults ) {
+      const bool broken = fault != nullptr;
+      PathAnswer answer = treeOf( 1000, false );
+      if ( broken ) fault( answer );
       const auto into = folded( answer, 300 );
       size_t drawn = 0;
       for ( size_t node = 0; node < into.size(); ++node ) {
@@ -54,7 +70,8 @@ TEST( Fold, TellsHowManyAreHidden ) {
    layout.boxes.resize( 79 );
    layout.lines.resize( 78 );
    const std::string svg = picture.svg( layout );
-   EXPECT_NE( svg.find( "routers below" ), std::string::npos );
+   // 39 has 3 children, 9 grandchildren.
+   EXPECT_NE( svg.find( "+ 12 routers below" ), std::string::npos );
 }
 
 TEST( Picture, NamesStayText ) {

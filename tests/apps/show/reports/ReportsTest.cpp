@@ -343,14 +343,16 @@ TEST_F( Reports, OfWideThingsOnANarrowTerminal ) {
    wc->creationTimeIs( ShownRouter::now - 123456 );
    wc.intf( "Ethernet13/1/24.4001" )
       .include()
-      .wonAssert( "[*] fe80::21b:21ff:fe5c:4321 [2147483647/4294967295]" );
+      .wonAssert( "[*] fe80::21b:21ff:fe5c:4321 [2147483647/4294967295]" )
+      ->lastAssertActionIs( 1 );
    auto sg = wide.vrf().sg( kSource, kGroup ).spTree().upJoined();
    sg.rpf( SmTest::rpfBy( "Port-Channel1200.3000", kSource ) );
    auto lost = sg.intf( "Ethernet13/1/24.4001" ).prunePending().exclude();
    lost.rptPruned().lostAssertTo( "fe80::21b:21ff:fe5c:4321" );
    lost->lastJoinReceivedIs( ShownRouter::now - 99 );
    lost->lastRptPruneReceivedIs( ShownRouter::now - 99999 );
-   sg.intf( "Ethernet13/1/24.4003" ).joined();
+   lost->lastAssertActionIs( 6 );
+   sg.intf( "Ethernet13/1/24.4003" ).joined()->lastAssertActionIs( 7 );
    namespace Sm = Routing::Pim::SparseMode;
    const Sm::InternalRouteKey key( SmTest::sgKey( kSource, kGroup ) );
    wide.registers->drDiscoveredSgIs( key );

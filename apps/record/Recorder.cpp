@@ -39,6 +39,7 @@ Recorder::Recorder( Show::Mirrors& mirrors, const RecorderOptions& options,
      instance_( hexText( randomWord() ) ),
      history_( options.router, instance_ ),
      log_( options.selection.root ),
+     looked_( mirrors.now() - looking ),
      turnEnd_( mirrors.loop(), [this] { ++turn_; } ),
      store_(
         mirrors.loop(),
@@ -129,8 +130,7 @@ void Recorder::onTime() {
 
 void Recorder::look() {
    const double now = mirrors_.now();
-   if ( looked_ != 0.0 )
-      counts_.late = std::max( counts_.late, now - looked_ - looking );
+   counts_.late = std::max( counts_.late, now - looked_ - looking );
    looked_ = now;
    mirrors_.rescan();
    follow();

@@ -123,7 +123,7 @@ class Recorder : public Mox::Clock::Notifiee {
    bool first_ = false;  // the store was empty: what stands now is no change
    bool comparing_ = false;
    Scope last_;  // that was filled from
-   double compared_ = 0.0, looked_ = 0.0;
+   double compared_ = 0.0, looked_;
    uint64_t turn_ = 0;
    std::exception_ptr end_;
    Mox::Loop::TurnEnd turnEnd_;

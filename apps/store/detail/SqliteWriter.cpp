@@ -93,8 +93,8 @@ FileLease::FileLease( const std::string& path, const std::string& instance )
    }
    const std::string text =
       fmt::format( "process {} on {}\n{}\n", getpid(), hostRouter(), instance );
-   if ( ftruncate( fd_, 0 ) != 0 ||
-        pwrite( fd_, text.data(), text.size(), 0 ) < 0 ) {
+   // What a longer text leaves behind these lines is not read.
+   if ( pwrite( fd_, text.data(), text.size(), 0 ) < 0 ) {
       // The lock holds all the same; only its holder's name is missing.
    }
 }

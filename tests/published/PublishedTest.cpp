@@ -1,6 +1,8 @@
 // The agent's published state, from its tables to a reader's model.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "platform/entity/EventCounter.h"
 #include "platform/loop/TestClock.h"
 #include "published/EventLog.h"
@@ -306,6 +308,16 @@ TEST_F( Publishing, AFloodOfRefusalsIsCounted ) {
    clock.advance( EventLog::sameRefusal );
    EXPECT_EQ( refused( 99 ), 103u );
    EXPECT_EQ( Mox::eventCounter( "agent/events", "refused" )->value(), 108u );
+   // Files that were removed come again, when there is something to tell.
+   const std::string files = root.path() + "/routing/pim/log";
+   log.flush();
+   clock.advance( 1.0 );
+   std::filesystem::remove_all( files );
+   for ( const bool there : { false, true } ) {
+      if ( there ) refused( 99 );
+      log.flush();
+      EXPECT_EQ( std::filesystem::exists( files ), there );
+   }
 }
 
 }

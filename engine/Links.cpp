@@ -64,6 +64,7 @@ void Links::updateLink( const InterfaceConfig& interface,
                         const Kept& kept ) {
    const IntfId name = interface.name;
    std::vector<IpGenAddr> own;
+   own.reserve( addresses.size() );
    for ( const InterfaceAddress& each : addresses ) own.push_back( each.address );
    // Who was its neighbour need not be any more, and does not know the new one.
    const Link* former = find( name );

@@ -215,8 +215,13 @@ TEST_F( RouteReader, CountsRightBesideOtherObservers ) {
       const Source* source = side.model->source( kKey.source );
       EXPECT_EQ( source != nullptr ? source->sourceGroup().size() : 0, groups );
    };
-   for ( const RouteKey& key : { kKey, wildcards[0], wildcards[1] } )
-      tables().routeIs( Brane::Route( key ) );
+   // An update counts nothing.
+   for ( int i = 0; i < 2; ++i ) {
+      for ( const RouteKey& key : { kKey, other, wildcards[0], wildcards[1] } )
+         tables().routeIs( Brane::Route( key ) );
+      expect( 2, 2, 3, 2 );
+   }
+   tables().routeDel( other );
    expect( 1, 2, 3, 1 );
    // Another reader replaces it.
    side.reader = nullptr;

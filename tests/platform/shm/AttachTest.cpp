@@ -366,7 +366,9 @@ TEST_F( Attach, RefusesWhatCannotBeATable ) {
    EXPECT_THROW( TableWriter( path, odd, 10, options ), Mox::RangeError );
    astride.fields[1].size = 16;
    EXPECT_THROW( TableReader( path, astride ), Mox::RangeError );
-   EXPECT_THROW( TableWriter( path, layout, 16777151, options ), Mox::RangeError );
+   for ( uint32_t capacity : { 16777151u, ~0u } )
+      EXPECT_THROW( TableWriter( path, layout, capacity, options ),
+                    Mox::RangeError );
    EXPECT_THROW( TableWriter( directory + "/no/t", layout, 10, options ),
                  CreateError );
    for ( uint32_t entries : { 2u, 12u, 1u << 25 } ) {

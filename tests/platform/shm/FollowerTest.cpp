@@ -88,11 +88,25 @@ TEST_F( Follower, TellsWhatDiffersInANewInstance ) {
    EXPECT_EQ( drained.written, 3u );  // 1, 3 and 7
    EXPECT_EQ( drained.removed, 2u );
    EXPECT_EQ( followed.content, contentOf( *writer ) );
+   // While the table cannot be read, the known records are kept.
+   writer.reset();
+   Layout other = layout;
+   other.recordSize += 8;
+   { TableWriter converted( path, other, 10, options ); }
+   drained = followed.drain();
+   EXPECT_TRUE( drained.stateChanged );
+   EXPECT_EQ( followed.reader.state(), readerMismatch );
+   EXPECT_EQ( drained.removed, 0u );
+   writer = std::make_unique<TableWriter>( path, layout, 10, options );
+   remove( *writer, 7 );
+   put( *writer, 1, 5 );
+   followed.drain();
+   EXPECT_EQ( followed.content, contentOf( *writer ) );
    // Both the removal and the return are reported. After another removal the files
    // are a successor's.
    writer->removeFiles();
    drained = followed.drain();
-   EXPECT_EQ( drained.removed, 5u );
+   EXPECT_EQ( drained.removed, 4u );
    EXPECT_EQ( followed.reader.state(), readerAbsent );
    TableWriter successor( path, layout, 10, options );
    put( successor, 1, 9 );

@@ -28,6 +28,13 @@ class FreeSlots {
       MOX_ASSERT( size() > 0 );
       return unused_ < slotCount_ ? unused_++ : ring_[head_++ & mask_];
    }
+   // Calls visit( first, end ) for ranges of slots that are all those free.
+   template <class Visit>
+   void visitRanges( const Visit& visit ) const {
+      visit( unused_, slotCount_ );
+      for ( uint32_t i = head_; i != tail_; ++i )
+         visit( ring_[i & mask_], ring_[i & mask_] + 1 );
+   }
    // The slot that the pop after `ahead` more will give, if it is free already; 0 where
    // that is unknown.
    uint32_t peek( uint32_t ahead ) const {

@@ -23,9 +23,11 @@ uint64_t stepsFor( uint64_t size, uint64_t step ) {
 
 }
 
-Growth::Growth( const WriterView& former, const Layout& layout,
-                const HeaderValues& values, const Mox::String& path )
+Growth::Growth( const WriterView& former, std::vector<bool> live,
+                const Layout& layout, const HeaderValues& values,
+                const Mox::String& path )
    : former_( former ),
+     live_( std::move( live ) ),
      next_( path, layout, values ),
      allocations_( stepsFor( next_.view().geometry.fileSize, allocationStep ) ),
      copies_( stepsFor( former.geometry.slotCount, copyStep ) ) {}
@@ -53,10 +55,9 @@ void Growth::copy( uint32_t end ) {
       for ( ; next < std::min( copied_ + ahead, former_.geometry.slotCount );
             ++next ) {
          hashes[next % ahead] = hashOf( next );
-         fetchLines( hashes[next % ahead] );
+         fetchLine( hashes[next % ahead] );
       }
-      if ( stateOf( former_.slot( copied_ )->stamp ) == slotLive )
-         copyRecord( copied_, hashes[copied_ % ahead] );
+      if ( live_[copied_] ) copyRecord( copied_, hashes[copied_ % ahead] );
    }
 }
 
@@ -64,31 +65,33 @@ uint64_t Growth::hashOf( uint32_t slot ) const {
    return keyHash( former_.record( slot ), former_.geometry.keySize, former_.seed );
 }
 
-void Growth::fetchLines( uint64_t hash ) const {
-   const auto lineIn = [&]( const WriterView& view ) {
-      return reinterpret_cast<const std::byte*>(
-         view.index() + view.geometry.homeOf( hash ) * lineWords );
-   };
-   prefetch( lineIn( former_ ), 1 );
-   prefetchForStore( lineIn( next_.view() ), 1 );
+void Growth::fetchLine( uint64_t hash ) const {
+   const WriterView& view = next_.view();
+   prefetchForStore( reinterpret_cast<const std::byte*>(
+                        view.index() + view.geometry.homeOf( hash ) * lineWords ),
+                     1 );
 }
 
+// Where a stray pointer damaged the record, its copy is damaged, too: nobody takes it
+// for what was put.
 void Growth::copyRecord( uint32_t slot, uint64_t hash ) {
-   const Place place = probeIn( former_, hash, [&]( Position, uint64_t word ) {
-      return slotOf( word ) == slot;
-   } );
-   if ( !place.word ) return;  // a stray pointer wrote the stamp
-   write( former_.record( slot ),
-          { sequenceOf( former_.slot( slot )->stamp ), slot, hash } );
+   const SlotHead& head = *former_.slot( slot );
+   const void* record = former_.record( slot );
+   const RecordIdentity identity{ sequenceOf( head.stamp ), slot, hash };
+   const bool sound = recordChecksum( record, former_.geometry.recordSize,
+                                      identity ) == head.checksum;
+   uint64_t& copied = next_.view().slot( write( record, identity ) )->checksum;
+   if ( !sound ) storeWord( &copied, ~copied );
 }
 
-// Nobody reads this instance yet: a record is replaced where it stands.
-void Growth::write( const void* record, const RecordIdentity& former ) {
+// Nobody reads this instance yet: a record is replaced where it stands. Returns the slot.
+uint32_t Growth::write( const void* record, const RecordIdentity& former ) {
    const Place place = placeOf( record, former.hash );
    const uint32_t slot = place.word ? slotOf( place.word ) : takeSlot();
    const RecordIdentity identity{ former.sequence, slot, former.hash };
    fillSlot( next_.view(), record, identity );
    enter( next_.view(), place, identity );
+   return slot;
 }
 
 uint32_t Growth::takeSlot() {
@@ -114,6 +117,7 @@ Place Growth::placeOf( const void* key, uint64_t hash ) const {
 
 // What was written to a slot beyond those copied is met there later.
 void Growth::put( const void* record, const RecordIdentity& identity ) {
+   live_[identity.slot] = true;
    if ( identity.slot < copied_ ) write( record, identity );
 }
 
@@ -128,21 +132,8 @@ void Growth::remove( const void* key, uint64_t hash ) {
    freed_.push_back( slot );
 }
 
-// Where a stray pointer wrote stamps, the index names records that no slot told of.
-void Growth::copyNamed() {
-   const uint64_t* words = former_.index();
-   for ( Position p = 0; p < former_.geometry.positions(); ++p ) {
-      if ( !isWord( p ) || !words[p] ) continue;
-      const uint32_t slot = slotOf( words[p] );
-      if ( slot >= former_.geometry.slotCount )
-         throw CreateError( "the index of the instance that grows names no slot" );
-      copyRecord( slot, hashOf( slot ) );
-   }
-}
-
-NewInstance& Growth::finish( uint64_t sequence, uint32_t records ) {
+NewInstance& Growth::finish( uint64_t sequence ) {
    MOX_ASSERT( complete() );
-   if ( records != nextSlot_ - freed_.size() ) copyNamed();
    next_.startAfter( sequence );
    return next_;
 }

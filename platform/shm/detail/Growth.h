@@ -14,22 +14,24 @@ namespace Brane::Detail {
 class Growth {
  public:
    // `former` is the table's instance, of half the capacity at least, with the same
-   // seed. Throws CreateError.
-   Growth( const WriterView& former, const Layout& layout,
+   // seed; its records are those in the `live` slots. Throws CreateError.
+   Growth( const WriterView& former, std::vector<bool> live, const Layout& layout,
            const HeaderValues& values, const Mox::String& path );
 
    // Does so much that `part` of `whole` is done. Throws CreateError.
    void advance( uint32_t part, uint32_t whole );
    bool complete() const { return steps_ == allSteps(); }
 
-   // The record stands in the former instance's slot now, or has gone from it. Throws
-   // CreateError where the key has no place.
+   // The record stands in the former instance's slot now. Throws CreateError where the
+   // key has no place.
    void put( const void* record, const RecordIdentity& identity );
+   // A slot of the former instance is free, since its record was replaced or removed.
+   void release( uint32_t slot ) { live_[slot] = false; }
+   // The key has gone.
    void remove( const void* key, uint64_t hash );
 
-   // The table has so many records, and made its last change with that sequence.
-   // REQUIRES: complete(). Throws CreateError.
-   NewInstance& finish( uint64_t sequence, uint32_t records );
+   // The table made its last change with that sequence. REQUIRES: complete().
+   NewInstance& finish( uint64_t sequence );
    const std::shared_ptr<Mapping>& mapping() const { return next_.mapping(); }
    // The first slot that was never used, and those that are free again before it.
    uint32_t firstFree() const { return nextSlot_; }
@@ -40,14 +42,14 @@ class Growth {
    void step();
    void copy( uint32_t end );
    uint64_t hashOf( uint32_t slot ) const;
-   void fetchLines( uint64_t hash ) const;
+   void fetchLine( uint64_t hash ) const;
    void copyRecord( uint32_t slot, uint64_t hash );
-   void copyNamed();
-   void write( const void* record, const RecordIdentity& former );
+   uint32_t write( const void* record, const RecordIdentity& former );
    uint32_t takeSlot();
    Place placeOf( const void* key, uint64_t hash ) const;
 
    WriterView former_;
+   std::vector<bool> live_;  // its slots; the stamps there may be damaged
    NewInstance next_;
    uint64_t allocations_;  // steps of each kind
    uint64_t copies_;

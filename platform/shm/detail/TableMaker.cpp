@@ -228,12 +228,12 @@ std::unique_ptr<Growth> TableMaker::beginGrowth( const WriterTable& table ) {
          ? Geometry::defaultJournalEntries( values.capacity )
          : 0 );
    values.instanceId = randomWord();
-   return std::make_unique<Growth>( table.view_, table.layout(), values,
-                                    table.files_.fresh() );
+   return std::make_unique<Growth>( table.view_, table.liveSlots(), table.layout(),
+                                    values, table.files_.fresh() );
 }
 
 void TableMaker::finishGrowth( WriterTable& table, Growth& growth ) {
-   NewInstance& made = growth.finish( table.sequence_, table.size_ );
+   NewInstance& made = growth.finish( table.sequence_ );
    made.nameIs( table.path() );
    adopt( table, made, growth.firstFree() );
    for ( uint32_t slot : growth.freed() ) table.free_.push( slot );

@@ -27,6 +27,7 @@ namespace {
 constexpr size_t fetchGroup = 8;
 // The free slot is fetched this many puts ahead.
 constexpr uint32_t freeAhead = 8;
+constexpr uint32_t noSlot = UINT32_MAX;
 
 // What a table without a mapping looks at.
 alignas( 64 ) constexpr std::byte zeroes[16384] = {};
@@ -189,8 +190,21 @@ PIMSM_SHM_HOT void WriterTable::finish( const WriterView& view, const Place& pla
    } else {
       ++size_;
    }
-   if ( __builtin_expect( growth_ != nullptr, 0 ) )
-      repeat( [&] { growth_->put( record, identity ); } );
+   if ( __builtin_expect( growth_ == nullptr, 1 ) ) return;
+   if ( place.word ) growth_->release( slotOf( place.word ) );
+   repeat( [&] { growth_->put( record, identity ); } );
+}
+
+// Those that hold a record, which the index names.
+std::vector<bool> WriterTable::liveSlots() const {
+   std::vector<bool> live( view_.geometry.slotCount, true );
+   free_.visitRanges( [&]( uint32_t first, uint32_t end ) {
+      std::fill( live.begin() + first, live.begin() + end, false );
+   } );
+   for ( uint32_t slot : reserved_ ) {
+      if ( slot != noSlot ) live[slot] = false;
+   }
+   return live;
 }
 
 // Does in the next instance what was done in this one. Where that is refused, it is
@@ -266,7 +280,8 @@ void WriterTable::finishGrowth() {
    TableMaker::finishGrowth( *this, *growth_ );
    growth_.reset();
    storeWord( before.retired(), retiredWord );
-   if ( reservations_ ) former_.push_back( mapping );
+   if ( !reserved_.empty() ) former_.push_back( mapping );
+   std::fill( reserved_.begin(), reserved_.end(), noSlot );
    releaseAside( std::move( mapping ) );
 }
 
@@ -356,12 +371,12 @@ void WriterTable::put( std::span<TableWriter::PutItem> items ) {
 }
 
 uint32_t WriterTable::reserve() {
-   MOX_ASSERT( reservations_ < maxReservations );
+   MOX_ASSERT( reserved_.size() < maxReservations );
    if ( !mapping_ ) map();
    // One free slot stays for puts.
-   if ( reservations_ + 2 > view_.geometry.spareSlots ) grow();
-   ++reservations_;
+   if ( reserved_.size() + 2 > view_.geometry.spareSlots ) grow();
    uint32_t slot = free_.pop();
+   reserved_.push_back( slot );
    claimSlot( view_, slot, sequence_ + 1 );
    return slot;
 }
@@ -380,13 +395,21 @@ Position WriterTable::commit( uint32_t slot, const void* record, Position hint )
    storeWord( &view_.slot( slot )->checksum,
               recordChecksum( record, view_.geometry.recordSize, identity ) );
    finish( view_, place, record, identity );
-   if ( --reservations_ == 0 ) former_.clear();
+   unreserve( slot );
    return place.position;
 }
 
 void WriterTable::abandon( uint32_t slot, const void* record ) {
-   if ( record == view_.record( slot ) ) release( slot );
-   if ( --reservations_ == 0 ) former_.clear();
+   const bool present = record == view_.record( slot );
+   if ( present ) release( slot );
+   unreserve( present ? slot : noSlot );
+}
+
+void WriterTable::unreserve( uint32_t slot ) {
+   const auto found = std::find( reserved_.begin(), reserved_.end(), slot );
+   MOX_ASSERT( found != reserved_.end() );
+   reserved_.erase( found );
+   if ( reserved_.empty() ) former_.clear();
 }
 
 bool WriterTable::remove( const void* key, void* removed, Position hint ) {
@@ -399,7 +422,10 @@ bool WriterTable::remove( const void* key, void* removed, Position hint ) {
    retract( view_, place, hash, ++sequence_ );
    free_.push( slot );
    --size_;
-   if ( growth_ ) repeat( [&] { growth_->remove( key, hash ); } );
+   if ( growth_ ) {
+      growth_->release( slot );
+      repeat( [&] { growth_->remove( key, hash ); } );
+   }
    if ( growth_ && size_ < growAt_ / 2 ) {  // room enough again
       giveGrowthUp();
       decideWhenToGrow();
@@ -450,7 +476,7 @@ bool WriterTable::filesStand() const {
 
 // The table last: whoever sees it can watch its bell.
 void WriterTable::restoreFiles() {
-   MOX_ASSERT( reservations_ == 0 );
+   MOX_ASSERT( reserved_.empty() );
    if ( filesStand() ) return;
    giveGrowthUp();
    seat_->restore();

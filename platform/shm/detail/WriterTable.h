@@ -81,6 +81,8 @@ class WriterTable {
    bool sharesSeat() const { return seat_->path() != path(); }
    void copyToNewFile();
    void release( uint32_t slot );
+   void unreserve( uint32_t slot );
+   std::vector<bool> liveSlots() const;
    void finish( const WriterView& view, const Place& place, const void* record,
                 const RecordIdentity& identity );
    uint64_t hashAhead( const void* key, Position hint ) const;
@@ -104,7 +106,7 @@ class WriterTable {
    uint32_t limit_ = 0;
    uint32_t size_ = 0;
    uint32_t growAt_ = 0;  // with that many records it grows, or begins to
-   uint32_t reservations_ = 0;
+   std::vector<uint32_t> reserved_;  // slots, noSlot for one of a former instance
    FreeSlots free_;
    std::unique_ptr<Growth> growth_;  // null while none is under way
    std::jthread release_;            // of the instance before the last growth

@@ -50,8 +50,9 @@ TEST_F( Table, RefusesKeysBeyondTheReachOfProbing ) {
    EXPECT_EQ( writer.verify().damaged, 0u );
 }
 
-// A stray pointer wrote stamps: former records of a key, a removed one, and the index's first.
-TEST_F( Table, GrowsByWhatTheIndexNames ) {
+// A stray pointer wrote stamps: of former records of a key, of a removed and a reserved
+// one, and of the index's first; and it wrote to a record, which nobody takes for sound.
+TEST_F( Table, GrowsByWhatItsWriterKnows ) {
    options.firstCapacity = 20;
    TableWriter writer( path, layout, 1000, options );
    Content expected;
@@ -62,25 +63,32 @@ TEST_F( Table, GrowsByWhatTheIndexNames ) {
    }
    remove( writer, 19 );
    expected.erase( 19 );
+   const Reservation reserved = writer.reserve();
+   const Record unwritten = Record::of( 500, 1 );
+   std::memcpy( reserved.record(), &unwritten, sizeof( unwritten ) );
    std::string bytes = bytesOf( path );
    const auto geometry = geometryOf( 20 );
    const uint64_t first = neighbours( 20, 1 )[0];
+   const Key damaged{ first == 5 ? 6u : 5u, 0 };
    for ( uint32_t slot = 0; slot < geometry.slotCount; ++slot ) {
       char* at = &bytes[geometry.slotsOffset + slot * geometry.slotStride];
-      const auto& record =
-         *reinterpret_cast<const Record*>( at + sizeof( Detail::SlotHead ) );
+      auto& record = *reinterpret_cast<Record*>( at + sizeof( Detail::SlotHead ) );
       const auto state =
          Detail::stateOf( *reinterpret_cast<const uint64_t*>( at ) );
-      if ( state == Detail::slotReplaced || state == Detail::slotRemoved )
+      if ( state != Detail::slotLive && state != Detail::slotFree )
          at[0] = static_cast<char>( ( at[0] & ~7 ) | Detail::slotLive );
       if ( state == Detail::slotLive && record.key.id == first )
          at[0] = static_cast<char>( ( at[0] & ~7 ) | Detail::slotReplaced );
+      if ( state == Detail::slotLive && record.key == damaged ) ++record.filler[0];
    }
    bytesAre( path, bytes );
    for ( uint64_t id = 20; id < 60; ++id ) {
       put( writer, id, 1 );
       expected[id] = Record::of( id, 1 );
    }
+   EXPECT_NE( writer.verify().damaged, 0u );
+   put( writer, damaged.id, 2 );
+   EXPECT_EQ( writer.verify().damaged, 0u );
    EXPECT_EQ( contentOf( writer ), expected );
    EXPECT_EQ( contentOf( TableReader( path, layout ) ), expected );
 }

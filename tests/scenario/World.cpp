@@ -1,5 +1,7 @@
 #include "tests/scenario/World.h"
 
+#include <fmt/format.h>
+
 #include <cstdlib>
 #include <filesystem>
 
@@ -106,6 +108,17 @@ std::string World::why( const std::string& statement ) {
          .front();
    if ( answer.mirror == nullptr ) return "why no tables";
    if ( asks == "verdict" ) return "verdict " + answer.why.verdict;
+   if ( asks == "chain" ) {
+      std::string chain = "chain";
+      for ( const Show::Why::Step& each : answer.why.chain )
+         chain += fmt::format( "{} {}{}: {}", chain == "chain" ? "" : " /",
+                               each.mark == Show::Why::fine  ? ""
+                               : each.mark == Show::Why::bad ? "NO "
+                                                             : "? ",
+                               each.what, each.evidence );
+      std::replace( chain.begin(), chain.end(), ';', ',' );
+      return chain;
+   }
    for ( const Show::Why::Step& each : answer.why.chain )
       if ( each.what == step )
          return "step " + step +

@@ -47,7 +47,8 @@ class World {
    // Asks why a receiver gets a group or not: "why A eth1", "why G 192.0.2.7".
    // Returns the cause that the show tool names: "why not-dr"; "why nothing". With
    // "verdict" for "why" the sentence that it prints, with "step kernel" how that step of
-   // the chain is: "step kernel unknown".
+   // the chain is: "step kernel unknown", with "chain" all steps and what they say, with
+   // commas for semicolons.
    std::string why( const std::string& statement );
    // What `pimsm-show check` finds, each as "check two-drs eth1 A".
    std::vector<std::string> check();

@@ -49,6 +49,7 @@ void Notifications::read() {
       ssize_t count =
          recvmsg( mnl_socket_get_fd( socket_.get() ), &envelope, MSG_DONTWAIT );
       if ( count < 0 && errno == ENOBUFS ) {
+         discard();
          overrun_();
          continue;
       }
@@ -61,6 +62,15 @@ void Notifications::read() {
             message = mnl_nlmsg_next( message, &left ) )
          handler_( Message( *message ) );
    }
+}
+
+// What waits is older than what was lost, and would undo what a dump tells.
+void Notifications::discard() {
+   const int file = mnl_socket_get_fd( socket_.get() );
+   char byte = 0;
+   for ( int reads = 0; reads < kMaxDiscarded; ++reads )
+      if ( recv( file, &byte, sizeof byte, MSG_DONTWAIT ) < 0 && errno != ENOBUFS )
+         return;
 }
 
 }

@@ -20,8 +20,10 @@ class Notifications {
 
  private:
    static constexpr int kMaxReads = 64;  // a turn; others want the loop, too
+   static constexpr int kMaxDiscarded = 100'000;  // more than the buffer holds
 
    void read();
+   void discard();
 
    Socket socket_;
    Handler handler_;

@@ -1,10 +1,15 @@
 // From routes to the kernel's entries, with a kernel in memory.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 
+#include <cstring>
 #include <random>
 
 #include "apps/mfib/EntryCounters.h"
 #include "apps/mfib/Family.h"
+#include "apps/mfib/RegisterSocket.h"
+#include "packet/Numbers.h"
 #include "tests/apps/mfib/FakeKernel.h"
 #include "tests/support/ExportPair.h"
 #include "tests/support/VrfBuilder.h"
@@ -41,10 +46,11 @@ class Forwards : public testing::Test {
       seam->entries = kept.entries;
       kernel = seam.get();
       family = std::make_unique<Family>(
-         config, std::move( seam ), RegisterWays{}, links, *manager, clock,
+         config, std::move( seam ), ways(), links, *manager, clock,
          [this]( const std::string& text ) { said += text + "\n"; } );
       follow( 0.2 );
    }
+   virtual RegisterWays ways() { return {}; }
    // The process dies; the kernel keeps its entries.
    void stop() {
       kept.vifs = kernel->vifs;
@@ -426,8 +432,6 @@ TEST_F( Forwards, ANewEntryIsLookedAtMoreClosely ) {
    EXPECT_EQ( outgoing( kSg ), "1 2" );
 }
 
-// After any order of changes, deaths and interface events, the kernel's entries are
-// those of the routes.
 // The register vif is number 31.
 TEST_F( Forwards, ANewSourceIsServedBeforeItsRouteForATime ) {
    drOf( "eth1", true );
@@ -502,6 +506,130 @@ TEST_F( Forwards, NothingPassesABoundary ) {
    EXPECT_EQ( outgoing( kWc ), "1 2" );
 }
 
+// This router is 127.0.0.2. All that is sent on the loopback is heard here, too.
+class Registering : public Forwards {
+ protected:
+   void SetUp() override {
+      try {
+         ear.emplace( config.family, openRawSocket( config.family, IPPROTO_PIM ) );
+      } catch ( const std::system_error& problem ) {
+         GTEST_SKIP() << problem.what();
+      }
+      Forwards::SetUp();
+      ear->hearing().wantedIs( Registers::Wanted::data );
+      config.router.interfaces = {
+         { .name = intfId( "eth1" ),
+           .addresses = {
+              { addr( "127.0.0.2" ), Vantu::IpGenPrefix( "127.0.0.0/8" ) },
+              { addr( "127.0.0.9" ), Vantu::IpGenPrefix( "127.0.0.0/8" ) } } } };
+   }
+   RegisterWays ways() override {
+      return { std::make_unique<RegisterSocket>(
+                  config.family, openRawSocket( config.family, IPPROTO_PIM ) ),
+               nullptr };
+   }
+   void rpIs( const char* address ) {
+      config.router.rps = {
+         { addr( address ), { Vantu::IpGenPrefix( "239.0.0.0/8" ) } } };
+   }
+   // Longer than a link of IPv6 must take.
+   static std::vector<uint8_t> packet( const char* group = kGroup ) {
+      std::vector<uint8_t> bytes( 1400 );
+      bytes[0] = 0x45;
+      bytes[2] = 1400 >> 8;
+      bytes[3] = 1400 & 0xff;
+      bytes[8] = 9;  // TTL
+      bytes[9] = IPPROTO_UDP;
+      std::memcpy( &bytes[12], addr( "192.0.2.1" ).bytes().data(), 4 );
+      std::memcpy( &bytes[16], addr( group ).bytes().data(), 4 );
+      return bytes;
+   }
+   void takePackets( int count ) {
+      for ( int i = 0; i < count; ++i )
+         kernel->upcalls.push_back(
+            { kSg, kRegisterVif, Published::noCacheUpcall, packet() } );
+      family->takeUpcalls();
+   }
+   // "2>3 ttl 8 of 1400" of each register: its last digits, what is in it.
+   std::string heard() {
+      std::string out;
+      while ( const auto all = ear->hearing().next() ) {
+         const auto inner = all->payload.subspan( Router::registerHeader );
+         out += fmt::format( "{}>{} ttl {} of {}\n", all->source.bytes()[3],
+                             all->destination.bytes()[3], inner[8], inner.size() );
+      }
+      return out;
+   }
+
+   std::optional<RegisterSocket> ear;
+};
+
+TEST_F( Registering, PacketsGoToTheRpAsFastAsTheyMay ) {
+   rpIs( "127.0.0.3" );
+   config.router.registerRateLimit = 2;
+   start();
+   auto own = sg( "eth1" );
+   publish();
+   takePackets( 1 );
+   EXPECT_EQ( heard(), "" ) << "the route does not register";
+   auto flags = own->routeFlags();
+   flags.oifRegisterIs( true );
+   own->routeFlagsIs( flags );
+   publish();
+   takePackets( 3 );
+   EXPECT_EQ( heard(), "2>3 ttl 8 of 1400\n2>3 ttl 8 of 1400\n" );
+   follow( 1.0 );
+   takePackets( 1 );
+   EXPECT_EQ( heard(), "2>3 ttl 8 of 1400\n" );
+   config.router.rps = {};
+   family->configIs( config );
+   takePackets( 1 );
+   EXPECT_EQ( heard(), "" ) << "without an RP";
+}
+
+TEST_F( Registering, AnAnycastRpPassesThemOnAndBarsWhatIsFiltered ) {
+   rpIs( "127.0.0.9" );
+   config.router.rps.push_back(
+      { addr( "127.0.0.2" ), { Vantu::IpGenPrefix( "238.0.0.0/8" ) } } );
+   config.router.accessLists = {
+      { "one",
+        { Acl::standard,
+          { { 10, Acl::permit, Vantu::IpGenPrefix( "239.1.2.0/24" ), {} } } } } };
+   const auto registered = [&]( const char* group, const char* from,
+                                const char* to ) {
+      EXPECT_EQ( ear->pass( packet( group ), addr( from ), addr( to ) ), 0 );
+      family->takeRegisters();
+      return outgoing( sgKey( "192.0.2.1", group ) );
+   };
+   start();
+   ASSERT_GE( family->registerFile(), 0 );
+   EXPECT_EQ( registered( "239.1.3.1", "127.0.0.5", "127.0.0.9" ), "none" );
+   config.router.registerFilter = { "one", "" };
+   family->configIs( config );
+   EXPECT_EQ( registered( "239.1.3.1", "127.0.0.5", "127.0.0.3" ), "none" )
+      << "to another router";
+   EXPECT_EQ( registered( "239.1.3.1", "127.0.0.2", "127.0.0.9" ), "none" )
+      << "from this one";
+   EXPECT_EQ( registered( "237.1.3.1", "127.0.0.5", "127.0.0.9" ), "none" )
+      << "this is not its RP";
+   EXPECT_EQ( registered( kGroup, "127.0.0.5", "127.0.0.9" ), "none" );
+   EXPECT_EQ( registered( "239.1.3.1", "127.0.0.5", "127.0.0.9" ), "" );
+   config.router.registerFilter = {};
+   config.router.anycastRps = {
+      { addr( "127.0.0.9" ), addr( "127.0.0.2" ), { addr( "127.0.0.4" ) } } };
+   family->configIs( config );
+   heard();
+   EXPECT_EQ( registered( "239.1.3.2", "127.0.0.5", "127.0.0.9" ), "none" );
+   registered( kGroup, "127.0.0.4", "127.0.0.9" );
+   registered( kGroup, "127.0.0.6", "127.0.0.2" );
+   registered( "238.1.3.1", "127.0.0.7", "127.0.0.9" );
+   EXPECT_EQ( heard(),
+              "5>9 ttl 9 of 1400\n2>4 ttl 9 of 1400\n"
+              "4>9 ttl 9 of 1400\n6>2 ttl 9 of 1400\n7>9 ttl 9 of 1400\n" );
+}
+
+// After any order of changes, deaths and interface events, the kernel's entries are
+// those of the routes.
 TEST_F( Forwards, AnyWalkEndsInStep ) {
    const auto seed = std::random_device()();
    SCOPED_TRACE( "seed " + std::to_string( seed ) );

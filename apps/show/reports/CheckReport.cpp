@@ -207,8 +207,7 @@ namespace {
 bool comesRightly( const Mirror& mirror, const RouteKey& key, double now,
                    double interval ) {
    Published::MfibCache entry;
-   return isReady( mirror.mfib->cache() ) &&
-          mirror.mfib->cache().find( key, entry ) == Brane::lookupFound &&
+   return mirror.mfib->cache().find( key, entry ) == Brane::lookupFound &&
           now - entry.lastPacket < kRecent + interval;
 }
 

@@ -93,10 +93,10 @@ void Inquiry::fail( const char* what, const std::string& evidence,
    trouble( cause, sentence( evidence ) + ' ' + sentence( remedy ) );
 }
 
+// Of an event of the group.
 bool Inquiry::concerns( const Event& event ) const {
-   return event.group == receiver_.group &&
-          ( event.source.isUnspecified() || receiver_.source.isUnspecified() ||
-            event.source == receiver_.source );
+   return event.source.isUnspecified() || receiver_.source.isUnspecified() ||
+          event.source == receiver_.source;
 }
 
 std::string Inquiry::ago( const Logged& logged ) const {

@@ -11,8 +11,6 @@ using Vantu::IpGenAddr;
 
 namespace {
 
-constexpr uint16_t kForever = 0xffff;
-
 // The winner of an assert that this router lost on the interface; null without one.
 const IpGenAddr* assertWinner( const Sm::Route& route, IntfId intfId ) {
    const Sm::Intf* intf = route.routeIntf( intfId );
@@ -558,9 +556,8 @@ void UpstreamEngine::receive( const Link& link, const PimJoinPrune& message ) {
       link.neighbors().primaryOf( message.upstreamNeighbor );
    auto found = targets_.find( { link.intfId(), neighbor } );
    if ( found == targets_.end() || !found->second->known() ) return;
-   const Seen seen{
-      link, *found->second,
-      message.holdtime == kForever ? Deadlines::never : message.holdtime };
+   // 65535 is for ever; no join is put off as long.
+   const Seen seen{ link, *found->second, static_cast<double>( message.holdtime ) };
    for ( const JoinPruneGroup& group : message.groups ) {
       if ( groups_.count( group.address ) == 0 ) continue;
       for ( const EncodedSource& each : group.joins )

@@ -82,9 +82,7 @@ class PIMSM_API RouteBraneWriterSm : public Mox::Entity {
    RouteChangeSet* changeSet() { return changeSet_.get(); }
    const RouteChangeSet* changeSet() const { return changeSet_.get(); }
    const RouteChangeSet* reviewChangeSet() const { return reviewChangeSet_.get(); }
-   const Mox::ReviewTimer* reviewTimer() const {
-      return reviewTimer_ ? &*reviewTimer_ : nullptr;
-   }
+   const Mox::ReviewTimer* reviewTimer() const { return &*reviewTimer_; }
 
    // A reactor for each of the model's routes; null without one. Its type is
    // private to the writer.

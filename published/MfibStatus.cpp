@@ -35,8 +35,7 @@ Mox::Ptr<MfibStatus> MfibStatus::mount( Corvex::EntityManager& manager,
    Mox::Ptr<MfibStatus> entity( dynamic_cast<MfibStatus*>( created.get() ) );
    auto initialize = [&]( MoxBrane::CollectionControl& control,
                           uint32_t capacity ) {
-      control.initialize( role, role == Brane::tableWriter ? capacity : 0,
-                          manager.attachSuspended() );
+      control.initialize( role, capacity, manager.attachSuspended() );
    };
    initialize( *entity->vifControl(), kMaxVifs );
    initialize( *entity->cacheControl(), maxRoutes );

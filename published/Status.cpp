@@ -25,8 +25,7 @@ Mox::Ptr<T> entityAt( Corvex::EntityManager& manager, Mox::StringView path ) {
 
 void initialize( MoxBrane::CollectionControl& control, Brane::TableRole role,
                  uint32_t capacity, const Corvex::EntityManager& manager ) {
-   control.initialize( role, role == Brane::tableWriter ? capacity : 0,
-                       manager.attachSuspended() );
+   control.initialize( role, capacity, manager.attachSuspended() );
 }
 
 }

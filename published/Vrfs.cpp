@@ -53,7 +53,7 @@ std::vector<L3::VrfName> vrfsUnder( const std::string& root,
          directory.string() + ": permission denied: " + remedy( directory ) );
    }
    for ( const auto& entry : entries ) {
-      const std::string name = entry.path().filename().string();
+      const std::string name = entry.path().filename();
       if ( name.size() > L3::VrfName::maxLength ) continue;
       if ( std::filesystem::exists( entry.path() / "route", missing ) )
          names.emplace_back( name );

@@ -41,9 +41,7 @@ Mox::Ptr<AdvertisedSgStatus> AdvertisedSgStatus::mount(
    Mox::Ptr<AdvertisedSgStatus> entity(
       dynamic_cast<AdvertisedSgStatus*>( created.get() ) );
    MOX_ASSERT( entity );
-   entity->collControl()->initialize( role,
-                                      role == ::Brane::tableWriter ? capacity : 0,
-                                      manager.attachSuspended() );
+   entity->collControl()->initialize( role, capacity, manager.attachSuspended() );
    return entity;
 }
 

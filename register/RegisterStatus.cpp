@@ -48,8 +48,7 @@ Mox::Ptr<RegisterStatus> RegisterStatus::mount(
    MOX_ASSERT( entity );
    auto initialize = [&]( ::MoxBrane::CollectionControl* control,
                           uint32_t capacity ) {
-      control->initialize( role, role == ::Brane::tableWriter ? capacity : 0,
-                           manager.attachSuspended() );
+      control->initialize( role, capacity, manager.attachSuspended() );
    };
    initialize( entity->anycastDiscoveredSgControl(),
                capacities.anycastDiscoveredSg );

@@ -23,7 +23,6 @@
 
 #include "assembly/VrfWriter.h"
 #include "engine/Protocol.h"
-#include "published/Counting.h"
 #include "router/FamilyCounters.h"
 #include "router/GatedClock.h"
 #include "router/MfibWatch.h"
@@ -65,12 +64,6 @@ class PIMSM_API VrfRouter {
    const Routing::Pim::SparseMode::Status& model() const { return *vrf_.model(); }
    // The published state; the engines write it.
    const Routing::Pim::SparseMode::VrfWriter& writer() const { return vrf_; }
-   // The numbers of groups of a source and of sources of a group; counted from the
-   // first call on, since it takes nearly 1 KB a route.
-   const Published::Counting& counting() {
-      if ( !counting_ ) counting_.emplace( vrf_.model() );
-      return *counting_;
-   }
 
    // Has the reload ended?
    bool ready() const { return vrf_.ready(); }
@@ -131,7 +124,6 @@ class PIMSM_API VrfRouter {
    Mox::Clock& clock_;
    GatedClock writerClock_;
    Routing::Pim::SparseMode::VrfWriter vrf_;
-   std::optional<Published::Counting> counting_;
    Mox::Ptr<Routing::Pim::Status> pimStatus_;
    Protocol protocol_;
    MfibWatch mfib_;

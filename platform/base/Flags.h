@@ -52,9 +52,9 @@ class FlagSet {
    bool flag( unsigned bit ) const { return ( ( word_ >> bit ) & 1 ) != 0; }
    // Throws RangeError for a bit beyond the limit.
    void flagIs( unsigned bit, bool on ) & {
-      const uint32_t mask = bit < 32 ? 1U << bit : ~0U;
-      if ( mask > Self::limit )
+      if ( bit >= Self::flagCount )
          Detail::flagsOutOfRange( Self::typeName, Self::limit );
+      const uint32_t mask = 1U << bit;
       word_ = on ? word_ | mask : word_ & ~mask;
    }
 

@@ -14,7 +14,7 @@ void CollectionControl::initialize( Brane::TableRole wanted, uint32_t records,
    // An observer of one value may release the table before the next is set.
    Mox::Pin pin( this );
    roleIs( wanted );
-   capacityIs( records );
+   capacityIs( wanted == Brane::tableWriter ? records : 0 );
    if ( table_ != nullptr ) table_->updateMountStatus();
    bool came = table_ != nullptr && mountStatus() == mountReady;
    if ( came ) table_->handleMountStatus();

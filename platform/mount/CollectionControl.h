@@ -54,8 +54,8 @@ class PIMSM_API CollectionControl : public Mox::Entity {
    explicit CollectionControl( Mox::String name ) : name_( std::move( name ) ) {}
 
    // Mounts the table for the role. A writer creates it, or takes it over, with the
-   // given capacity (records); a reader passes 0 and attaches when the table is
-   // there. `attachSuspended` is the entity manager's flag of that name. Does
+   // given capacity (records); a reader's capacity is 0, and it attaches when the
+   // table is there. `attachSuspended` is the entity manager's flag of that name. Does
    // nothing when mounted in the same role, or when the entity is null. Throws
    // TableError when mounted in another role. Passes on what TableWriter's
    // constructor throws; nothing is mounted then. REQUIRES: the entity was created

@@ -65,7 +65,6 @@ void RingReader::Ring::attach( Detail::Descriptor found ) {
       view = { mapping.data(), geometry };
       instance = is.instanceId;
       state = readerAttached;
-      problem.clear();
    } catch ( const LayoutError& e ) {
       drop( readerDamaged, e.what() );
    }

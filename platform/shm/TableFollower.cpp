@@ -21,9 +21,6 @@ bool TableFollower::stands( const Found& found ) const {
 bool TableFollower::pending() const {
    return mirror_->pending();
 }
-void TableFollower::restart() {
-   mirror_->restart();
-}
 uint32_t TableFollower::size() const {
    return mirror_->size();
 }

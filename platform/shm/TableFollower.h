@@ -82,10 +82,6 @@ class PIMSM_API TableFollower {
    // Does not notice an instance that another writer made.
    bool pending() const;
 
-   // Forgets everything and starts from the present records, as a new follower
-   // does.
-   void restart();
-
    // Number of keys known to stand.
    uint32_t size() const;
 

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "assembly/VrfMirror.h"
 #include "assembly/VrfWriter.h"
 #include "platform/loop/TestClock.h"
@@ -102,6 +104,20 @@ TEST_F( AssembledVrf, TellsItsMirrorWhatDiffersAcrossRestarts ) {
    agent.reset();
    EXPECT_THAT( heard(), ElementsAre( "no agent" ) );
    EXPECT_EQ( mirror.model()->route().size(), 1U );
+   for ( const char* table : { "/route", "/routeIntf" } ) {
+      const Mox::String file = root.path() + '/' +
+                               Brane::Status::mountPath( Vantu::AddressFamily::ipv4,
+                                                         L3::VrfName( "red" ) ) +
+                               table;
+      std::filesystem::rename( file, file + "-" );
+      std::filesystem::create_directory( file );
+      EXPECT_THAT( heard(), IsEmpty() );
+      EXPECT_FALSE( mirror.loaded() ) << table << " alone cannot be read";
+      std::filesystem::remove( file );
+      std::filesystem::rename( file + "-", file );
+      EXPECT_THAT( heard(), IsEmpty() );
+      EXPECT_TRUE( mirror.loaded() );
+   }
    agent.emplace( clock, root.path() );
    EXPECT_THAT( heard(), ElementsAre( "agent" ) );
    EXPECT_NE( agent->vrf.model()->route( wcKey( "233.252.0.1" ) ), nullptr );

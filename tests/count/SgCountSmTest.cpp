@@ -124,6 +124,23 @@ TEST( SgCountSm, FollowsWhatIsReplacedInsideANotification ) {
    EXPECT_EQ( group->notifier(), c.groupSourceMap->group( groupAddr( 1 ) ) );
 }
 
+// What goes while the first count is made is not counted.
+TEST( SgCountSm, FirstCountLeavesOutWhatGoesInsideIt ) {
+   Counting c;
+   for ( unsigned n : { 1, 2 } ) {
+      c.status->sourceIs( sourceAddr( n ) );
+      c.groupSourceMap->groupIs( groupAddr( n ) );
+   }
+   c.sourcesHeard.inside = [&]( const Mox::String& ) {
+      c.status->sourceDel( sourceAddr( 2 ) );
+   };
+   c.groupsHeard.inside = [&]( const Mox::String& ) {
+      c.groupSourceMap->groupDel( groupAddr( 2 ) );
+   };
+   c.start();
+   EXPECT_EQ( c.sources() + c.groups(), "0{192.0.2.1}0{233.252.0.1}" );
+}
+
 // The move of an address is finished whatever goes inside a write.
 TEST( SgCountSm, FinishesAMoveWhenAllElseGoesInsideIt ) {
    Counting c;

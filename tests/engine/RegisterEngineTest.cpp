@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "engine/Advertised.h"
 #include "platform/entity/EventCounter.h"
 #include "platform/loop/TestClock.h"
@@ -51,35 +53,71 @@ TEST( Advertised, SourcesFollowTheConfiguration ) {
    EXPECT_EQ( counters.refusedCount( tableFull ), 1u );
 }
 
-// No state is kept of registers that no table has: whoever makes up sources takes no more room.
-TEST( Registers, ThatFindNoRoomAreForgotten ) {
-   Mox::TestClock clock;
-   Mox::Test::TempRoot root;
-   Corvex::EntityManager manager{ clock, nullptr, root.path() };
-   RouterCounters counters;
-   Journal journal{ counters };
-   VrfConfig config;
-   config.interfaces = {
-      { Vantu::IntfId( "eth1" ),
-        { { addr( "198.51.100.1" ), Vantu::IpGenPrefix( "198.51.100.0/24" ) } } } };
-   config.rps = { { addr( "203.0.113.1" ), {} } };
-   Topology topology( config );
-   RegisterCapacities capacities;
-   capacities.drDiscoveredSg = capacities.registerOif = 4;
-   RegisterEngine engine(
-      RegisterStatus::mount( manager, "tables", ::Brane::tableWriter, capacities ),
-      clock, topology, config, false, journal );
-   engine.adopt();
-   for ( int host = 2; host <= 7; ++host ) {
-      IpPacket packet;
-      packet.source = addr( "198.51.100.1" );
-      packet.destination = addr( "203.0.113.1" );
-      PimRegister message;
-      message.source = addr( "198.51.100." + std::to_string( host ) );
-      message.group = addr( "233.252.0.1" );
-      engine.receive( packet, message );
+// Whichever table is full, just the sources that stand in one are known: whoever makes up
+// sources takes no more room, and what stands comes to its end.
+TEST( Registers, AreKnownWhileATableHoldsThem ) {
+   for ( auto full :
+         { &RegisterCapacities::registerOif, &RegisterCapacities::noRegisterOif,
+           &RegisterCapacities::drDiscoveredSg,
+           &RegisterCapacities::anycastDiscoveredSg } ) {
+      Mox::TestClock clock;
+      Mox::Test::TempRoot root;
+      Corvex::EntityManager manager{ clock, nullptr, root.path() };
+      RouterCounters counters;
+      Journal journal{ counters };
+      VrfConfig config;
+      config.interfaces = { { Vantu::IntfId( "eth1" ),
+                              { { addr( "198.51.100.1" ),
+                                  Vantu::IpGenPrefix( "198.51.100.0/24" ) } } } };
+      config.rps = {
+         { addr( "203.0.113.1" ), { Vantu::IpGenPrefix( "233.252.0.0/24" ) } },
+         { addr( "198.51.100.1" ), { Vantu::IpGenPrefix( "233.252.1.0/24" ) } } };
+      config.anycastRps = { { addr( "198.51.100.1" ),
+                              addr( "198.51.100.1" ),
+                              { addr( "203.0.113.4" ) } } };
+      Topology topology( config );
+      RegisterCapacities capacities;
+      capacities.anycastDiscoveredSg = capacities.drDiscoveredSg = 100;
+      capacities.noRegisterOif = capacities.registerOif = 100;
+      capacities.*full = 4;
+      auto tables = RegisterStatus::mount( manager, "tables", ::Brane::tableWriter,
+                                           capacities );
+      RegisterEngine engine( tables, clock, topology, config, false, journal );
+      engine.adopt();
+      auto expectKnown = [&] {
+         std::set<Routing::Pim::RouteKey> standing;
+         for ( const auto* table :
+               { &tables->registerOif(), &tables->noRegisterOif(),
+                 &tables->drDiscoveredSg(), &tables->anycastDiscoveredSg() } ) {
+            for ( const auto& key : table->keys() ) standing.insert( key );
+         }
+         EXPECT_EQ( engine.size(), standing.size() );
+      };
+      IpPacket sent, stopped, peers;
+      sent.source = stopped.destination = peers.destination =
+         addr( "198.51.100.1" );
+      sent.destination = stopped.source = addr( "203.0.113.1" );
+      peers.source = addr( "203.0.113.4" );
+      for ( int step = 0; step < 3; ++step ) {
+         for ( int host = 2; host <= 7; ++host ) {
+            PimRegister message;
+            message.source = addr( "198.51.100." + std::to_string( host ) );
+            message.group = addr( step < 2 ? "233.252.0.1" : "233.252.1.1" );
+            if ( step == 1 )
+               engine.receive( stopped,
+                               PimRegisterStop{ .group = message.group,
+                                                .source = message.source } );
+            else
+               engine.receive( step == 0 ? sent : peers, message );
+            expectKnown();
+         }
+      }
+      EXPECT_GT( counters.refusedCount( tableFull ), 0u );
+      EXPECT_GE( engine.size(), 4u );
+      clock.runUntil( 10000 );
+      EXPECT_EQ( engine.size(), 0u );
+      expectKnown();
    }
-   EXPECT_EQ( engine.size(), 4u );
 }
 
 }

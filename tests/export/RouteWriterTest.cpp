@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "export/Conversion.h"
 #include "tests/export/Content.h"
 #include "tests/support/ExportPair.h"
@@ -140,30 +142,59 @@ TEST_F( RouteWriter, WritesRefusedRecordsWhenRoomComes ) {
    agent.model->maxRoutesIs( 2 );
    agent.model->maxRouteIntfsIs( 2 );
    agent.start();
-   for ( unsigned i = 0; i < 4; ++i ) {
+   for ( unsigned i = 0; i < 5; ++i ) {
       agent.model->routeIs( keyOf( i ) )->routeIntfIs( intfId( "eth1" ) );
    }
    Mox::Test::TraceCapture traces( "Pimsm::RouteBraneWriter/0" );
+   auto expectWrites = [&]( uint64_t written, uint64_t removed ) {
+      for ( const auto& writes :
+            { agent.writer->routeWrites(), agent.writer->routeIntfWrites() } ) {
+         EXPECT_EQ( writes.written, written );
+         EXPECT_EQ( writes.removed, removed );
+      }
+   };
    agent.publish();
-   EXPECT_EQ( agent.writer->refused(), 4U );
-   for ( const auto& writes :
-         { agent.writer->routeWrites(), agent.writer->routeIntfWrites() } ) {
-      EXPECT_EQ( writes.written, 2U );
-      EXPECT_EQ( writes.refused, 2U );
-   }
-   EXPECT_EQ( traces.take().size(), 4U );
-   EXPECT_EQ( agent.tables->route().size(), 2U );
-   // Not tried again without reason, but after a removal.
+   EXPECT_EQ( agent.writer->refused(), 6U );
+   EXPECT_EQ( agent.writer->routeWrites().refused, 3U );
+   EXPECT_EQ( agent.writer->routeIntfWrites().refused, 3U );
+   EXPECT_EQ( traces.take().size(), 6U );
+   expectWrites( 2, 0 );
+   // Not tried again without reason, but after a removal of what stood.
    clock.runUntil( clock.now() + 10 );
-   EXPECT_EQ( agent.writer->refused(), 4U );
-   for ( unsigned i = 0; i < 4; ++i ) {
-      bool stood = agent.tables->route().has( keyOf( i ) );
+   EXPECT_EQ( agent.writer->refused(), 6U );
+   unsigned removed = 0;
+   for ( unsigned i : { 0, 4, 3, 2, 1 } ) {
+      EXPECT_EQ( agent.tables->route().has( keyOf( i ) ), i != 0 );
       agent.model->routeDel( keyOf( i ) );
       agent.publish();
-      EXPECT_EQ( agent.tables->route().has( keyOf( i ) ), false );
-      uint32_t left = std::min( 2U, 3 - i );
-      EXPECT_EQ( agent.tables->route().size(), left ) << i << stood;
-      EXPECT_EQ( agent.tables->routeIntf().size(), left ) << i << stood;
+      removed += i != 0;
+      expectWrites( std::min( 2 + removed, 4U ), removed );
+      EXPECT_EQ( agent.tables->route().size(), std::min( 2U, 4 - removed ) ) << i;
+      EXPECT_EQ( agent.tables->routeIntf().size(), std::min( 2U, 4 - removed ) );
+   }
+}
+
+// A system without space, here for the first record of an empty table's file.
+TEST_F( RouteWriter, TriesAgainWhenTheSystemMayHaveSpace ) {
+   for ( const char* lost : { "", "/routeIntf" } ) {
+      SCOPED_TRACE( lost );
+      Mox::Test::TempRoot place;
+      AgentSide side{ clock, place.path() };
+      side.start();
+      const Mox::String files = place.path() + '/' + side.path + lost;
+      std::filesystem::rename( files, files + "-" );
+      std::filesystem::create_directory_symlink( "/proc/self", files );
+      side.model->routeIs( kKey )->routeIntfIs( intfId( "eth1" ) );
+      side.publish();
+      EXPECT_EQ( side.writer->refused(), *lost ? 1U : 2U );
+      std::filesystem::remove( files );
+      std::filesystem::rename( files + "-", files );
+      clock.runUntil( clock.now() + 0.9 * side.writer->noSpaceRetry );
+      EXPECT_EQ( side.tables->routeIntf().size(), 0U );
+      clock.runUntil( clock.now() + 0.2 * side.writer->noSpaceRetry );
+      EXPECT_EQ( side.writer->routeWrites().written, 1U );
+      EXPECT_EQ( side.writer->routeIntfWrites().written, 1U );
+      EXPECT_EQ( side.tables->routeIntf().size(), 1U );
    }
 }
 

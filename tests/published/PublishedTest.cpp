@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <optional>
 
 #include "platform/entity/EventCounter.h"
 #include "platform/loop/TestClock.h"
+#include "platform/shm/DoorbellHub.h"
 #include "published/EventLog.h"
 #include "published/GroupRanges.h"
 #include "published/MfibStatus.h"
@@ -318,6 +320,63 @@ TEST_F( Publishing, AFloodOfRefusalsIsCounted ) {
       log.flush();
       EXPECT_EQ( std::filesystem::exists( files ), there );
    }
+}
+
+TEST_F( Publishing, EventsAreReadInOrderAndWhatIsMissedIsCounted ) {
+   constexpr uint32_t entries = 4;
+   std::optional<EventLog> log;
+   log.emplace( agentSide, agentLog, clock, entries );
+   auto tell = [&]( EventKind kind, std::initializer_list<int> values ) {
+      for ( int value : values ) {
+         Event event;
+         event.kind = kind;
+         event.value = static_cast<uint32_t>( value );
+         event.at = 100.0 + value;
+         log->add( event );
+      }
+   };
+   auto heardBy = []( EventReader& reader ) {
+      std::string heard;
+      while ( const auto entry = reader.next() ) {
+         EXPECT_EQ( entry->event.at, 100.0 + entry->event.value );
+         heard += std::to_string( entry->event.value ) + ' ';
+      }
+      return heard + '-' + std::to_string( reader.missed() );
+   };
+   EventReader reader( root.path(), agentLog );
+   tell( configurationRead, { 1, 2 } );
+   EXPECT_EQ( heardBy( reader ), "1 2 -0" );
+   EXPECT_EQ( heardBy( reader ), "-0" );
+   tell( configurationRead, { 3, 4, 5, 6, 7, 8 } );
+   EXPECT_EQ( heardBy( reader ), "5 6 7 8 -2" );
+   EventReader late( root.path(), agentLog );
+   EXPECT_EQ( heardBy( late ), "5 6 7 8 -0" );
+   // The bell rings once for all that was told.
+   int rings = 0;
+   Brane::DoorbellHub hub;
+   hub.add( root.path() + '/' + Mox::String( agentLog ), [&]( auto ) { ++rings; } );
+   hub.dispatch( 1.0 );
+   for ( const int expected : { 1, 0 } ) {
+      rings = 0;
+      log->flush();
+      hub.dispatch( 3.0 - expected );
+      EXPECT_EQ( rings, expected );
+   }
+   // What repeats is counted, and a record that another takes the place of is forgotten.
+   tell( wrongInterface, { 9, 9 } );
+   EXPECT_EQ( heardBy( reader ), "9 -2" );
+   tell( wrongInterface, { 9 } );
+   EXPECT_EQ( reader.repeated().at( 0 ).count, 3u );
+   // Another log in its place is read from its beginning.
+   EXPECT_FALSE( reader.poll() );
+   log.reset();
+   std::filesystem::remove_all( root.path() + "/routing/pim/log" );
+   EXPECT_FALSE( reader.poll() ) << "nothing is there yet";
+   log.emplace( agentSide, agentLog, clock, entries );
+   tell( wrongInterface, { 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 12 } );
+   EXPECT_TRUE( reader.poll() );
+   EXPECT_TRUE( reader.repeated().empty() );
+   EXPECT_EQ( heardBy( reader ), "9 10 11 12 -2" );
 }
 
 }

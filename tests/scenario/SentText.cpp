@@ -146,6 +146,9 @@ std::string eventText( const Published::Event& event, const Names& names ) {
       text += ' ' + valueToStrep( event.refusal );
    if ( event.kind == Published::rpfChanged && !event.otherIntf.empty() )
       text += " from " + std::string( event.otherIntf.name() );
+   if ( event.kind == Published::assertWon || event.kind == Published::assertLost )
+      text += ' ' + std::to_string( event.preference ) + '/' +
+              std::to_string( event.metric );
    if ( !event.address.isUnspecified() ) text += " of " + names.of( event.address );
    if ( event.kind != Published::refused )
       text += ' ' + valueToStrep( event.cause );

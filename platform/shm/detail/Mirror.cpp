@@ -28,24 +28,16 @@ void Mirror::Teller::removed( const std::byte* key, Position position ) {
    callback( { Change::removed, key, nullptr, position, {} } );
 }
 
-Mirror::Mirror( ReaderTable& table ) : table_( table ) {
+Mirror::Mirror( ReaderTable& table )
+   : table_( table ), instance_( table.instance() ) {
    record_.resize( table.layout().recordSize );
    other_.resize( table.layout().recordSize );
-   restart();
-}
-
-void Mirror::restart() {
-   instance_ = table_.instance();
-   met_.clear();
    load();
 }
 
 // Remembers the present records. Reads the head first: a change that this pass does
 // not see comes after that head in the journal.
 void Mirror::load() {
-   again_.clear();
-   endScan();
-   known_ = Remembered();
    if ( !instance_ ) return;
    seen_ = instance_->head();
    known_ =

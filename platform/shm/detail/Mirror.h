@@ -24,7 +24,6 @@ class Mirror {
    void met( Position position, const std::byte* key );
    bool stands( const Found& found ) const;
    bool pending() const;
-   void restart();
    uint32_t size() const { return known_.size(); }
    ReaderTable& table() const { return table_; }
    // What met() will look at; the second after the first has come.

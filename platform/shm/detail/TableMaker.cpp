@@ -39,7 +39,6 @@ struct Move {
 std::vector<Move> movesBetween( const Layout& from, const Layout& to ) {
    std::vector<Move> moves{ { 0, 0, to.keySize } };
    for ( const Field& field : to.fields ) {
-      if ( field.offset < to.keySize ) continue;
       for ( const Field& old : from.fields ) {
          bool same = old.name == field.name && old.type == field.type &&
                      old.size == field.size;

@@ -55,7 +55,13 @@ TEST( Text, EveryByteOfAStringIsReadBack ) {
    EXPECT_EQ( valueToStrep( String( "it's \\ \n\t\x7f\xc3" ) ),
               R"('it\'s \\ \n\t\x7f\xc3')" );
    expectRefused<String, ParseError>(
-      { "", "'", "'a", "a'", "'\\", "'\\q'", "'\\x1'", "'\\xg0'", "'a'b'" } );
+      { "a'", "'\\q'", "'\\x1'", "'\\xg0'", "'a'b'" } );
+   // What stands behind the end is not read.
+   const String whole = R"('a\x1f\'')";
+   for ( size_t size = 0; size < whole.size(); ++size ) {
+      StringIter begin = whole.c_str();
+      EXPECT_THROW( sequenceToValue( begin, begin + size, all ), ParseError );
+   }
 }
 
 TEST( Text, ParsersStopBehindTheirValueAndErrorsShowThePlace ) {

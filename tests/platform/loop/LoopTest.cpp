@@ -167,9 +167,14 @@ TEST_F( LoopTest, WhatACallbackThrowsLeavesTheRestForTheNextTurn ) {
 }
 
 TEST_F( LoopTest, SignalsComeAsEventsUntilTheirWatcherGoes ) {
+   sigset_t blocked;
+   sigemptyset( &blocked );
+   sigaddset( &blocked, SIGUSR1 );  // stays blocked afterwards
+   pthread_sigmask( SIG_BLOCK, &blocked, nullptr );
    std::unique_ptr<SignalWatcher> watcher;
    watcher = std::make_unique<SignalWatcher>(
-      loop, std::initializer_list<int>{ SIGHUP, SIGTERM }, [&]( int signal ) {
+      loop, std::initializer_list<int>{ SIGHUP, SIGTERM, SIGUSR1 },
+      [&]( int signal ) {
          calls += signal == SIGHUP ? 'h' : 't';
          if ( signal != SIGTERM ) return;
          raise( SIGTERM );  // a second one must not kill a process that shuts down
@@ -185,9 +190,10 @@ TEST_F( LoopTest, SignalsComeAsEventsUntilTheirWatcherGoes ) {
    loop.dispatch();
    EXPECT_EQ( calls.substr( 0, 2 ), "hh" );
    while ( watcher ) loop.dispatch();  // a waiting signal must not kill the test
-   sigset_t blocked;
-   pthread_sigmask( SIG_SETMASK, nullptr, &blocked );
-   EXPECT_EQ( sigismember( &blocked, SIGTERM ), 0 );
+   sigset_t after;
+   pthread_sigmask( SIG_UNBLOCK, &blocked, &after );
+   EXPECT_EQ( sigismember( &after, SIGTERM ), 0 );
+   EXPECT_EQ( sigismember( &after, SIGUSR1 ), 1 );
 }
 
 }

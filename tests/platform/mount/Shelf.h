@@ -132,8 +132,7 @@ struct Side {
       : manager( clock, nullptr, root, useInotify ), shelf( shelfOf( manager ) ) {}
 
    void mount( ::Brane::TableRole role, uint32_t capacity = 4 ) {
-      shelf->bookControl()->initialize(
-         role, role == ::Brane::tableWriter ? capacity : 0, false );
+      shelf->bookControl()->initialize( role, capacity, false );
    }
    CollectionControl& control() { return *shelf->bookControl(); }
    static Mox::Ptr<Shelf> shelfOf( Corvex::EntityManager& manager ) {

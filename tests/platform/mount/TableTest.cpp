@@ -29,7 +29,10 @@ TEST_F( TypedTable, RemovesAllButWhatComesMeanwhile ) {
       if ( key.number < 10 ) agent.shelf->bookIs( bookOf( key.number + 10 ) );
    };
    agent.shelf->bookDelAll();
-   EXPECT_EQ( agent.shelf->book().size(), 8U );
+   std::set<uint32_t> left;
+   for ( auto it = table.begin(); it != table.end(); )
+      left.insert( ( *it++ ).key.number );
+   EXPECT_EQ( left, ( std::set<uint32_t>{ 11, 12, 13, 14, 15, 16, 17, 18 } ) );
    EXPECT_EQ( agent.recorder.take().size(), 8U + 8U + 8U );
 }
 
@@ -199,6 +202,7 @@ TEST_F( TypedTable, HandsItselfToAnotherControl ) {
                  ::Brane::TableError );
    EXPECT_NE( assertionText( [&] { table.controlIs( nullptr ); } ), "" );
    Side reader( clock, root.path(), ::Brane::tableReader );
+   EXPECT_EQ( reader.control().capacity(), 0U );
    EXPECT_NE( assertionText( [&] { table.controlIs( &reader.control() ); } ), "" );
 }
 

@@ -2,12 +2,14 @@
 #include <sched.h>
 #include <sys/mount.h>
 
+#include <functional>
 #include <random>
 
 #include "Support.h"
 #include "platform/shm/detail/Checksum.h"
 #include "platform/shm/detail/Header.h"
 #include "platform/shm/detail/Order.h"
+#include "tests/support/ErrorText.h"
 
 namespace Brane::Test {
 namespace {
@@ -92,10 +94,16 @@ constexpr HeaderRow kHeaders[] = {
    { LayoutError::keySize, "8", []( H& h ) { h.keySize = 8; } },
    { LayoutError::fingerprint, "99", []( H& h ) { h.fingerprint = 99; } },
    { LayoutError::geometry, "contradict", []( H& h ) { h.recordSize = 47; } },
+   { LayoutError::geometry, "contradict", []( H& h ) { h.recordSize = 16392; } },
+   { LayoutError::geometry, "contradict", []( H& h ) { h.keySize = 0; } },
+   { LayoutError::geometry, "contradict", []( H& h ) { h.keySize = 12; } },
+   { LayoutError::geometry, "contradict", []( H& h ) { h.keySize = 56; } },
    { LayoutError::geometry, "contradict", []( H& h ) { h.capacity = ~0u; } },
    { LayoutError::geometry, "contradict", []( H& h ) { h.limit = ~0u; } },
    { LayoutError::geometry, "bytes", []( H& h ) { h.capacity = 2000; } },
    { LayoutError::geometry, "contradict", []( H& h ) { h.journalEntries = 0; } },
+   { LayoutError::geometry, "contradict",
+     []( H& h ) { h.journalEntries = 1u << 25; } },
    { LayoutError::geometry, "contradict", []( H& h ) { h.fieldCount = 65; } },
    { LayoutError::geometry, "generation",
      []( H& h ) { h.fields[2].offset = ~7u; } },
@@ -154,14 +162,18 @@ TEST_F( Attach, ReportsDamagedShortAndEmptyFiles ) {
    std::filesystem::remove( path );
    std::filesystem::create_directory( path );
    EXPECT_EQ( TableReader( path, layout ).state(), readerDamaged );
-   EXPECT_THROW( TableWriter( path, layout, 10, options ), CreateError );
+   EXPECT_THAT( Mox::Test::errorText<CreateError>(
+                   [&] { TableWriter( path, layout, 10, options ); } ),
+                HasSubstr( "remove it" ) );
 }
 
 TEST_F( Attach, ChangesCapacityButNeverBelowItsRecords ) {
    makeTable();
    TableReader reader( path, layout );
    for ( AttachStatus status : { attachResized, attachReused } ) {
+      bytesAre( path + ".new", "left by a writer that died while its table grew" );
       TableWriter writer( path, layout, 3, options );
+      EXPECT_FALSE( std::filesystem::exists( path + ".new" ) );
       EXPECT_EQ( writer.attachReport().status, status );
       EXPECT_EQ( writer.capacity(), 5u );
       EXPECT_EQ( contentOf( writer ), firstFive );
@@ -232,6 +244,8 @@ TEST_F( Attach, TakesOverTheFormerFormatWithAllRecords ) {
    EXPECT_EQ( contentOf( reader ), firstFive );
    TableWriter writer( path, layout, 20, options );
    EXPECT_EQ( writer.attachReport().status, attachReused );
+   writer.removeFiles();
+   EXPECT_TRUE( writerAlive( directory + "/seat" ) ) << "of other tables, too";
 }
 
 TEST_F( Attach, ConvertsToAnotherLayoutByFieldNameAndType ) {
@@ -264,6 +278,105 @@ TEST_F( Attach, ConvertsToAnotherLayoutByFieldNameAndType ) {
    expectMismatch( reader, other.recordSize, layout.recordSize );
    EXPECT_TRUE( later.poll() );
    EXPECT_EQ( later.state(), readerAttached );
+}
+
+// One damage at a time: what is said of it, what it costs, and that nothing of it is left.
+TEST_F( Attach, PutsEachDamageRight ) {
+   // The last key stands beyond its home line, the first has a former record.
+   const std::vector<uint64_t> ids = neighbours( 10, 8 );
+   const auto geometry = geometryOf( 10 );
+   const uint64_t head = ids.size() + 1;
+   Content whole;
+   std::map<uint64_t, Position> at;
+   {
+      TableWriter writer( path, layout, 10, options );
+      for ( uint64_t id : ids ) put( writer, id, 1 );
+      put( writer, ids[0], 2 );
+      whole = contentOf( writer );
+      for ( Position p = writer.next(); p != noPosition; p = writer.next( p ) )
+         at[static_cast<const Record*>( writer.at( p ) )->key.id] = p;
+      Record out;
+      for ( Position none : { Position( 7 ), geometry.positions(), noPosition } ) {
+         EXPECT_EQ( writer.at( none ), nullptr ) << none << " is no record's";
+         EXPECT_EQ( TableReader( path, layout ).at( none, &out ), lookupAbsent );
+      }
+   }
+   const std::string sound = bytesOf( path );
+   const uint64_t seed[2] = { testSeed[0], testSeed[1] };
+   std::string bytes;
+   uint64_t* words = nullptr;
+   auto slotAt = [&]( uint32_t slot ) {
+      return reinterpret_cast<Detail::SlotHead*>(
+         &bytes[geometry.slotsOffset + slot * geometry.slotStride] );
+   };
+   auto isLive = [&]( uint32_t slot, uint64_t sequence ) {
+      Detail::SlotHead* const begin = slotAt( slot );
+      const uint64_t hash = Detail::keyHash( begin + 1, sizeof( Key ), seed );
+      begin->stamp = Detail::stampOf( sequence, Detail::slotLive );
+      begin->checksum = Detail::recordChecksum( begin + 1, sizeof( Record ),
+                                                { sequence, slot, hash } );
+      return Detail::indexWord( slot, hash, sequence );
+   };
+   const uint64_t lost = ids[1];
+   const auto slot = [&] { return Detail::slotOf( words[at[lost]] ); };
+   const struct {
+      const char* text;  // null: none
+      unsigned dropped;
+      std::function<void()> damage;
+   } rows[] = {
+      { "the checksum is wrong", 1,
+        [&] { breakRecordAt( bytes, geometry, at[lost] ); } },
+      { "the sequence is beyond", 1, [&] { isLive( slot(), head + 9 ); } },
+      { "the sequence is beyond", 1, [&] { isLive( slot(), 0 ); } },
+      { nullptr, 0, [&] { words[7] = 0; } },
+      { nullptr, 0, [&] { words[7] = 5; } },
+      { "the index word does not fit", 0, [&] { words[at[lost]] ^= 1u << 12; } },
+      { "the index word does not fit", 0,
+        [&] { words[13] = Detail::indexWord( 15, 0, 0 ); } },
+      { "the index word does not fit", 0, [&] { words[13] = words[at[lost]]; } },
+      { "the key stands twice", 0, [&] { words[13] = isLive( 0, 1 ); } },
+      { nullptr, 0, [&] { isLive( 0, 1 ); } },
+      { "the checksum is wrong", 1,
+        [&] {
+           isLive( 0, 1 );
+           slotAt( 0 )->checksum ^= 1;
+        } },
+      { "does not agree with its head", 0, [&] {
+          const uint64_t entry = Detail::journalEntry( 0, head + 2 );
+          std::memcpy( &bytes[geometry.journalOffset +
+                              ( head + 2 ) % geometry.journalEntries * 8],
+                       &entry, 8 );
+       } } };
+   int row = 0;
+   for ( const auto& [text, dropped, damage] : rows ) {
+      SCOPED_TRACE( testing::Message() << row++ << ( text ? text : "" ) );
+      bytes = sound;
+      words = indexIn( bytes, geometry );
+      damage();
+      fileIs( bytes );
+      {
+         TableWriter writer( path, layout, 10, options );
+         const AttachReport& report = writer.attachReport();
+         EXPECT_EQ( report.dropped, dropped );
+         EXPECT_EQ( report.texts.empty(), text == nullptr );
+         if ( text != nullptr ) {
+            EXPECT_THAT( report.texts[0], HasSubstr( text ) );
+         }
+         if ( words[7] != 1 ) {
+            EXPECT_EQ( report.repaired, 1u );
+         }
+         Content expected = whole;
+         if ( report.survivors < whole.size() ) expected.erase( lost );
+         EXPECT_EQ( contentOf( writer ), expected );
+         EXPECT_EQ( writer.verify().damaged, 0u );
+         TableReader reader( path, layout );
+         for ( uint64_t id : ids )
+            EXPECT_EQ( found( reader, id ), found( expected, id ) );
+      }
+      TableWriter next( path, layout, 10, options );
+      EXPECT_EQ( next.attachReport().texts, std::vector<Mox::String>() );
+      EXPECT_EQ( next.attachReport().dropped, 0u );
+   }
 }
 
 // Damage as by a stray pointer, repeatedly: records broken, index words gone, the
@@ -357,15 +470,37 @@ TEST_F( Attach, AVerifyingReaderGivesNoBrokenRecord ) {
    // An index word that names no slot.
    indexIn( bytes, geometryOf( 10 ) )[at] |= ~0ull << 40;
    bytesAre( path, bytes );
-   EXPECT_EQ( reader.lookup( &key, &out ), lookupDamaged );
+   Position none = noPosition;
+   EXPECT_EQ( reader.lookup( &key, &out, &none ), lookupDamaged );
+   EXPECT_EQ( none, noPosition );
 }
 
 TEST_F( Attach, RefusesWhatCannotBeATable ) {
-   Layout odd = layout, astride = layout;
-   odd.recordSize = 47;
-   EXPECT_THROW( TableWriter( path, odd, 10, options ), Mox::RangeError );
-   astride.fields[1].size = 16;
-   EXPECT_THROW( TableReader( path, astride ), Mox::RangeError );
+   using Fields = std::vector<Field>;
+   const std::pair<const char*, std::function<void( Layout&, Fields& )>> wrong[] = {
+      { "the key's size", []( Layout& it, Fields& ) { it.keySize = 0; } },
+      { "the key's size", []( Layout& it, Fields& ) { it.keySize = 12; } },
+      { "the record's size", []( Layout& it, Fields& ) { it.recordSize = 47; } },
+      { "the key is larger", []( Layout& it, Fields& ) { it.keySize = 56; } },
+      { "too large", []( Layout& it, Fields& ) { it.recordSize = 16392; } },
+      { "too many", []( Layout&, Fields& fields ) { fields.resize( 65 ); } },
+      { "name ''", []( Layout&, Fields& fields ) { fields[4].name = ""; } },
+      { "name 'x",
+        []( Layout&, Fields& fields ) { fields[4].name.assign( 32, 'x' ); } },
+      { "type",
+        []( Layout&, Fields& fields ) { fields[4].type.assign( 1, '\0' ); } },
+      { "two", []( Layout&, Fields& fields ) { fields[4].name = "id"; } },
+      { "beyond", []( Layout&, Fields& fields ) { fields[4].size = 9; } },
+      { "beyond", []( Layout&, Fields& fields ) { fields[4].offset = ~7u; } },
+      { "astride", []( Layout&, Fields& fields ) { fields[1].size = 16; } } };
+   for ( const auto& [what, damage] : wrong ) {
+      Layout odd = layout;
+      damage( odd, odd.fields );
+      EXPECT_THAT( Mox::Test::errorText<Mox::RangeError>( [&] { odd.check(); } ),
+                   HasSubstr( what ) );
+      EXPECT_THROW( TableWriter( path, odd, 10, options ), Mox::RangeError );
+      EXPECT_THROW( TableReader( path, odd ), Mox::RangeError );
+   }
    for ( uint32_t capacity : { 16777151u, ~0u } )
       EXPECT_THROW( TableWriter( path, layout, capacity, options ),
                     Mox::RangeError );
@@ -424,11 +559,15 @@ unsigned mappingsOf( const std::string& file ) {
 // A table costs no mapping before its first record, whatever became of its file until
 // then; a put that cannot have the mapping is refused.
 TEST_F( Attach, AnEmptyTableIsNotMapped ) {
-   enum { untouched, restored, gone, exchanged, refused, removed };
-   for ( int fate = untouched; fate <= removed; ++fate ) {
+   enum { untouched, restored, gone, exchanged, refused, removed, lost };
+   for ( int fate = untouched; fate <= lost; ++fate ) {
       SCOPED_TRACE( fate );
       const std::string own = directory + "/t" + std::to_string( fate );
-      { TableWriter first( own, layout, 10, options ); }
+      {
+         TableWriter first( own, layout, 10, options );
+         put( first, 1, 1 );
+         remove( first, 1 );
+      }
       TableWriter writer( own, layout, 10, options );
       EXPECT_EQ( mappingsOf( own ), 0u );
       EXPECT_FALSE( remove( writer, 1 ) );
@@ -442,10 +581,25 @@ TEST_F( Attach, AnEmptyTableIsNotMapped ) {
          EXPECT_EQ( followed.reader.state(), readerAbsent );
          continue;
       }
+      if ( fate == lost ) {
+         std::filesystem::remove( own );
+         std::filesystem::create_directory( own );
+         writer.removeFiles();
+         std::filesystem::remove( own );
+         EXPECT_TRUE( writer.filesStand() ) << "there is nothing to restore";
+         writer.restoreFiles();
+         EXPECT_THROW( put( writer, 1, 1 ), NoSpaceError );
+         EXPECT_FALSE( std::filesystem::exists( own ) );
+         continue;
+      }
       if ( fate == exchanged || fate == refused )
          rename( own.c_str(), ( own + "-" ).c_str() );
       if ( fate == restored || fate == gone ) unlink( own.c_str() );
-      if ( fate == restored ) writer.restoreFiles();
+      if ( fate == gone ) unlink( ( own + ".bell" ).c_str() );
+      if ( fate == restored ) {
+         writer.restoreFiles();
+         EXPECT_EQ( mappingsOf( own ), 0u );
+      }
       if ( fate == exchanged ) bytesAre( own, "no table" );
       if ( fate == refused ) {
          std::filesystem::create_directory( own );
@@ -455,6 +609,7 @@ TEST_F( Attach, AnEmptyTableIsNotMapped ) {
          rename( ( own + "-" ).c_str(), own.c_str() );
       }
       put( writer, 1, 2 );
+      EXPECT_EQ( writer.sequence(), 3u );
       followed.drain();
       EXPECT_EQ( mappingsOf( own ), 2u );  // the reader's, too
       EXPECT_EQ( followed.content, contentOf( writer ) );

@@ -4,11 +4,22 @@
 namespace Brane::Test {
 namespace {
 
-class Follower : public TableTest {};
+class Follower : public TableTest {
+ protected:
+   // Its owner looks the key up.
+   static void meet( Followed& followed, uint64_t id ) {
+      const Key key{ id, 0 };
+      Record record;
+      Position at = noPosition;
+      EXPECT_EQ( followed.reader.lookup( &key, &record, &at ), lookupFound );
+      followed.follower.met( at, &key );
+   }
+};
 
 TEST_F( Follower, HearsEachLaterChangeOnce ) {
    Followed followed( path, layout );
    EXPECT_FALSE( followed.drain().stateChanged );
+   EXPECT_EQ( found( followed.reader, 1 ), std::nullopt );
    TableWriter writer( path, layout, 10, options );
    put( writer, 1, 1 );
    // A table that appears was empty until then.
@@ -38,15 +49,22 @@ TEST_F( Follower, HearsEachLaterChangeOnce ) {
    auto drained = followed.drain();
    EXPECT_EQ( drained.written, 1u );
    EXPECT_EQ( drained.removed, 0u );
-   // Who finds a key before it was told hears of its end, too.
-   put( writer, 7, 1 );
-   const Key key{ 7, 0 };
-   Record record;
-   Position at = noPosition;
-   EXPECT_EQ( followed.reader.lookup( &key, &record, &at ), lookupFound );
-   followed.follower.met( at, &key );
-   remove( writer, 7 );
-   EXPECT_EQ( followed.drain().removed, 1u );
+   // Who finds keys before they were told hears of their ends, too, and of no other.
+   for ( uint64_t id : { 7, 8, 9 } ) {
+      put( writer, id, 1 );
+      meet( followed, id );
+   }
+   drained = followed.drain( 1 );
+   EXPECT_EQ( drained.written, 1u );
+   EXPECT_EQ( drained.removed, 0u );
+   for ( uint64_t id : { 7, 8, 9 } ) remove( writer, id );
+   uint64_t ended = 0;
+   do {
+      drained = followed.drain( 1 );
+      ended += drained.removed;
+   } while ( drained.more );
+   EXPECT_GE( ended, 3u );
+   EXPECT_EQ( followed.drain().removed, 0u );
    // As who walks, in two parts: of two keys that go between them it met the one.
    remove( writer, 2 );
    followed.drain();
@@ -67,6 +85,7 @@ TEST_F( Follower, HearsEachLaterChangeOnce ) {
    EXPECT_EQ( walked.size(), 2u );
    drained = followed.drain();
    EXPECT_EQ( drained.written, 1u );
+   EXPECT_FALSE( drained.more );
    EXPECT_EQ( drained.removed, 1u );
    EXPECT_EQ( followed.content, contentOf( writer ) );
 }
@@ -126,6 +145,7 @@ TEST_F( Follower, KeepsWhatWasInFilesThatVanish ) {
       EXPECT_TRUE( drained.stateChanged );
       EXPECT_EQ( drained.written + drained.removed, 0u );
       EXPECT_NE( followed.reader.problem().find( problem ), std::string::npos );
+      EXPECT_FALSE( followed.drain().stateChanged );
    };
    const std::string stale = bytesOf( path );
    unlink( path.c_str() );
@@ -162,6 +182,14 @@ TEST_F( Follower, KeepsWhatWasInFilesThatVanish ) {
    followed.drain();
    EXPECT_EQ( followed.content, contentOf( writer ) );
    EXPECT_EQ( contentOf( TableReader( path, layout ) ), contentOf( writer ) );
+   // One of the others alone.
+   for ( const char* suffix : { ".lock", ".bell" } ) {
+      unlink( ( path + suffix ).c_str() );
+      EXPECT_FALSE( writer.filesStand() ) << suffix;
+      writer.restoreFiles();
+      EXPECT_TRUE( writer.filesStand() ) << suffix;
+      EXPECT_FALSE( followed.drain().stateChanged ) << suffix;
+   }
    // Retired by its writer or in its absence. A mark without the removal no longer
    // counts once a writer writes there again.
    for ( bool orphaned : { true, false } ) {
@@ -179,10 +207,86 @@ TEST_F( Follower, KeepsWhatWasInFilesThatVanish ) {
          unlink( mine.c_str() );
          EXPECT_EQ( other.drain().removed, 0u );
       } else {
+         put( *next, 2, 1 );
+         meet( other, 2 );
          next.reset();
          removeTableFiles( mine );
-         EXPECT_EQ( other.drain().removed, 1u );
+         EXPECT_EQ( other.drain().removed, 2u );
       }
+   }
+   // Retired after its file.
+   unlink( path.c_str() );
+   expectKept( "gone" );
+   writer.removeFiles();
+   const uint32_t known = followed.follower.size();
+   EXPECT_EQ( followed.drain().removed, known );
+   EXPECT_EQ( followed.reader.state(), readerAbsent );
+   EXPECT_EQ( followed.reader.problem(), "" );
+}
+
+TEST_F( Follower, KnowsWhetherWhatWasToldStands ) {
+   options.firstCapacity = 4;
+   TableWriter writer( path, layout, 100, options );
+   Followed followed( path, layout );
+   const TableFollower& follower = followed.follower;
+   Found last;
+   auto tell = [&] {
+      followed.follower.drain( [&]( const Change& told ) { last = told.found; },
+                               UINT32_MAX );
+      EXPECT_FALSE( follower.pending() );
+      return last;
+   };
+   put( writer, 1, 1 );
+   const Found first = tell();
+   EXPECT_TRUE( follower.stands( first ) );
+   put( writer, 1, 2 );
+   EXPECT_FALSE( follower.stands( first ) );
+   const Found second = tell();
+   EXPECT_TRUE( follower.stands( second ) );
+   remove( writer, 1 );
+   for ( const Found& none :
+         { second, Found(), Found{ second.position, 0, second.instance } } )
+      EXPECT_FALSE( follower.stands( none ) );
+   // After 2^28 writes words repeat.
+   put( writer, 1, 3 );
+   const Found third = tell();
+   const std::string bytes = bytesOf( path );
+   std::string later = bytes;
+   const uint64_t head = writer.sequence() + ( 1ull << 28 );
+   std::memcpy( later.data() + geometryOf( 4 ).controlOffset, &head, 8 );
+   bytesAre( path, later );
+   EXPECT_FALSE( follower.stands( third ) );
+   bytesAre( path, bytes );
+   EXPECT_TRUE( follower.stands( third ) );
+   // Growth is a change by itself.
+   for ( uint64_t id : { 2, 3, 4 } ) put( writer, id, 1 );
+   tell();
+   put( writer, 5, 1 );
+   EXPECT_TRUE( follower.pending() );
+   EXPECT_FALSE( follower.stands( last ) );
+   Found now = tell();
+   EXPECT_TRUE( follower.stands( now ) );
+   now.instance = third.instance;
+   EXPECT_FALSE( follower.stands( now ) );
+}
+
+TEST_F( Follower, ComparesEverythingWhenTheJournalIsDamaged ) {
+   TableWriter writer( path, layout, 10, options );
+   const auto geometry = geometryOf( 10 );
+   Followed followed( path, layout );
+   for ( Position wrong : { 7u, 0u, ~0u } ) {
+      for ( uint64_t id : { 1, 2 } ) put( writer, id, writer.sequence() );
+      const uint64_t sequence = writer.sequence();
+      const uint64_t entry =
+         wrong == ~0u ? 0
+                      : Detail::journalEntry( wrong, sequence - ( wrong == 0 ) );
+      std::string bytes = bytesOf( path );
+      std::memcpy( bytes.data() + geometry.journalOffset +
+                      sequence % geometry.journalEntries * 8,
+                   &entry, 8 );
+      bytesAre( path, bytes );
+      EXPECT_TRUE( followed.drain().lapped );
+      EXPECT_EQ( followed.content, contentOf( writer ) );
    }
 }
 

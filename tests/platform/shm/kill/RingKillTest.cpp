@@ -5,6 +5,7 @@
 #include "KillPoints.h"
 #include "platform/shm/RingReader.h"
 #include "platform/shm/RingWriter.h"
+#include "platform/shm/detail/RingFile.h"
 #include "tests/support/Seed.h"
 
 namespace Brane::Test {
@@ -67,6 +68,7 @@ TEST_F( RingKill, KilledAfterEachStore ) {
          EXPECT_EQ( next.problem(), "" );
          EXPECT_GE( next.newest(), before.newest );
          EXPECT_LE( next.newest(), writer.newest() );
+         EXPECT_EQ( RingReader( dead, layout ).newest(), next.newest() );
          add( next );
          EXPECT_EQ( seenIn( dead, next.newest() - entries ).newest, next.newest() );
       }
@@ -81,6 +83,7 @@ TEST_F( RingKill, TakenOverResizedAndMadeAnew ) {
    EXPECT_FALSE( writer->repeat( 7, 77.0 ) );
    RingReader reader( path, layout );
    EXPECT_TRUE( reader.writerAlive() );
+   const uint64_t instance = reader.instanceId();
    const Seen all = seenIn( path );
    EXPECT_EQ( all.oldest, 8u );
    EXPECT_EQ( all.counts.at( 10 ), std::pair( uint64_t( 2 ), 77.0 ) );
@@ -88,6 +91,7 @@ TEST_F( RingKill, TakenOverResizedAndMadeAnew ) {
    std::filesystem::remove( path );
    EXPECT_TRUE( reader.poll() );
    EXPECT_EQ( reader.state(), readerAbsent );
+   EXPECT_FALSE( reader.poll() );
    Record record;
    RingReader::Entry entry;
    EXPECT_EQ( reader.newest(), 0u );
@@ -96,6 +100,10 @@ TEST_F( RingKill, TakenOverResizedAndMadeAnew ) {
    writer->restoreFiles();
    EXPECT_TRUE( reader.poll() );
    EXPECT_EQ( seenIn( path ), all );
+   std::filesystem::remove( path + ".bell" );
+   EXPECT_FALSE( writer->filesStand() );
+   writer->restoreFiles();
+   EXPECT_TRUE( writer->filesStand() && reader.writerAlive() );
    // Another size keeps what has room.
    for ( uint32_t size : { 3u, 9u, 9u } ) {
       writer.reset();
@@ -105,6 +113,7 @@ TEST_F( RingKill, TakenOverResizedAndMadeAnew ) {
    EXPECT_TRUE( reader.poll() );
    EXPECT_EQ( reader.read( 10, &record, entry ), lookupFound );
    EXPECT_EQ( entry.count, 2u );
+   EXPECT_EQ( reader.instanceId(), instance );
    EXPECT_EQ( reader.read( 13, &record, entry ), lookupAbsent );
    writer.reset();
    EXPECT_FALSE( reader.writerAlive() );
@@ -119,6 +128,53 @@ TEST_F( RingKill, TakenOverResizedAndMadeAnew ) {
    RingWriter anew( path, layout, entries );
    EXPECT_NE( anew.problem(), "" );
    EXPECT_EQ( anew.newest(), 0u );
+   reader.poll();
+   EXPECT_TRUE( reader.instanceId() != 0 && reader.instanceId() != instance );
+}
+
+// Each value is judged under a right checksum.
+TEST_F( RingKill, NamesEachHeaderMismatch ) {
+   for ( uint32_t size : { 0u, RingWriter::maxEntries + 1 } )
+      EXPECT_THROW( RingWriter( path, layout, size ), Mox::RangeError );
+   RingWriter( path, layout, entries );
+   using Header = Detail::RingHeader;
+   const struct {
+      const char* what;
+      void ( *damage )( Header& );
+      bool sealed = true;
+      ReaderState state = readerDamaged;
+   } wrong[] = {
+      { "0x7 is no ring", []( Header& h ) { h.magic = 7; } },
+      { "byte order", []( Header& h ) { h.byteOrder = 7; } },
+      { "version 7", []( Header& h ) { h.version = 7; } },
+      { "sizes", []( Header& h ) { h.entries = 0; } },
+      { "sizes", []( Header& h ) { h.recordSize = 47; } },
+      { "sizes", []( Header& h ) { h.recordSize = Layout::maxRecordSize + 8; } },
+      { "bytes instead of", []( Header& h ) { h.entries = 1000; } },
+      { "died", []( Header& h ) { h.ready = 0; }, false },
+      { "header is damaged", []( Header& h ) { h.unused = 7; }, false },
+      { "layout", []( Header& h ) { h.recordSize = 40; }, true, readerMismatch },
+      { "layout", []( Header& h ) { ++h.fingerprint; }, true, readerMismatch },
+      { "boot", []( Header& h ) { ++h.bootId[0]; }, true, readerAttached } };
+   for ( const auto& [what, damage, sealed, state] : wrong ) {
+      std::string bytes = bytesOf( path );
+      Header header;
+      std::memcpy( &header, bytes.data(), sizeof header );
+      damage( header );
+      std::memcpy( bytes.data(), &header, sizeof header );
+      if ( sealed )
+         Detail::writeRingHeader( reinterpret_cast<std::byte*>( bytes.data() ),
+                                  header );
+      bytesAre( dead, bytes );
+      const RingReader reader( dead, layout );
+      EXPECT_EQ( reader.state(), state ) << what;
+      if ( state != readerAttached ) {
+         EXPECT_THAT( reader.problem(), testing::HasSubstr( what ) );
+      }
+      EXPECT_THAT( RingWriter( dead, layout, entries ).problem(),
+                   testing::HasSubstr( what ) );
+      std::filesystem::remove( dead );
+   }
 }
 
 TEST_F( RingKill, Damaged ) {

@@ -317,42 +317,62 @@ TEST_F( Attach, PutsEachDamageRight ) {
                                                 { sequence, slot, hash } );
       return Detail::indexWord( slot, hash, sequence );
    };
-   const uint64_t lost = ids[1];
-   const auto slot = [&] { return Detail::slotOf( words[at[lost]] ); };
+   const Key lost{ ids[1], 0 };
+   const auto slot = [&] { return Detail::slotOf( words[at[lost.id]] ); };
+   const char *const torn = "the checksum is wrong",
+                     *const astray = "the index word does not fit";
    const struct {
       const char* text;  // null: none
       unsigned dropped;
+      unsigned damaged;  // as its own writer counts
       std::function<void()> damage;
+      bool refused = false;  // to its own writer
    } rows[] = {
-      { "the checksum is wrong", 1,
-        [&] { breakRecordAt( bytes, geometry, at[lost] ); } },
-      { "the sequence is beyond", 1, [&] { isLive( slot(), head + 9 ); } },
-      { "the sequence is beyond", 1, [&] { isLive( slot(), 0 ); } },
-      { nullptr, 0, [&] { words[7] = 0; } },
-      { nullptr, 0, [&] { words[7] = 5; } },
-      { "the index word does not fit", 0, [&] { words[at[lost]] ^= 1u << 12; } },
-      { "the index word does not fit", 0,
-        [&] { words[13] = Detail::indexWord( 15, 0, 0 ); } },
-      { "the index word does not fit", 0, [&] { words[13] = words[at[lost]]; } },
-      { "the key stands twice", 0, [&] { words[13] = isLive( 0, 1 ); } },
-      { nullptr, 0, [&] { isLive( 0, 1 ); } },
-      { "the checksum is wrong", 1,
+      { torn, 1, 2, [&] { breakRecordAt( bytes, geometry, at[lost.id] ); } },
+      { torn, 1, 2, [&] { slotAt( slot() )->stamp += 8; }, true },
+      { astray, 0, 1,
         [&] {
-           isLive( 0, 1 );
-           slotAt( 0 )->checksum ^= 1;
-        } },
-      { "does not agree with its head", 0, [&] {
+           slotAt( slot() )->stamp = Detail::stampOf( 2, Detail::slotReplaced );
+        },
+        true },
+      { astray, 0, 1, [&] { words[at[lost.id]] |= ~0ull << 40; }, true },
+      { "the sequence is beyond", 1, 2, [&] { isLive( slot(), head + 9 ); }, true },
+      { "the sequence is beyond", 1, 2, [&] { isLive( slot(), 0 ); }, true },
+      { nullptr, 0, 1, [&] { words[7] = 0; } },
+      { nullptr, 0, 1, [&] { words[7] = 5; } },
+      { nullptr, 0, 1, [&] { words[at[lost.id]] = 0; } },
+      { astray, 0, 1, [&] { words[at[lost.id]] ^= 1u << 12; }, true },
+      { astray, 0, 1, [&] { words[13] = Detail::indexWord( 15, 0, 0 ); } },
+      { astray, 0, 1, [&] { words[13] = words[at[lost.id]]; } },
+      { "the key stands twice", 0, 2, [&] { words[13] = isLive( 0, 1 ); } },
+      { nullptr, 0, 1, [&] { isLive( 0, 1 ); } },
+      { torn, 1, 1, [&] { isLive( 0, 1 ), slotAt( 0 )->checksum ^= 1; } },
+      { "does not agree with its head", 0, 0, [&] {
           const uint64_t entry = Detail::journalEntry( 0, head + 2 );
           std::memcpy( &bytes[geometry.journalOffset +
                               ( head + 2 ) % geometry.journalEntries * 8],
                        &entry, 8 );
        } } };
    int row = 0;
-   for ( const auto& [text, dropped, damage] : rows ) {
+   for ( const auto& [text, dropped, damaged, damage, refused] : rows ) {
       SCOPED_TRACE( testing::Message() << row++ << ( text ? text : "" ) );
       bytes = sound;
       words = indexIn( bytes, geometry );
       damage();
+      fileIs( sound );
+      {
+         TableWriter writer( path, layout, 10, options );
+         bytesAre( path, bytes );
+         EXPECT_EQ( writer.verify().damaged, damaged );
+         if ( words[at[lost.id]] == 0 ) {
+            EXPECT_EQ( writer.verify().verified, whole.size() - 1 );
+         }
+         if ( refused ) {
+            EXPECT_THROW( writer.find( &lost ), CorruptionError );
+            EXPECT_THROW( put( writer, lost.id, 2 ), CorruptionError );
+            EXPECT_LE( writer.positionAtOrBefore( &lost ), at[lost.id] );
+         }
+      }
       fileIs( bytes );
       {
          TableWriter writer( path, layout, 10, options );
@@ -366,7 +386,7 @@ TEST_F( Attach, PutsEachDamageRight ) {
             EXPECT_EQ( report.repaired, 1u );
          }
          Content expected = whole;
-         if ( report.survivors < whole.size() ) expected.erase( lost );
+         if ( report.survivors < whole.size() ) expected.erase( lost.id );
          EXPECT_EQ( contentOf( writer ), expected );
          EXPECT_EQ( writer.verify().damaged, 0u );
          TableReader reader( path, layout );

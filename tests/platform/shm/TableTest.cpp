@@ -1,3 +1,4 @@
+#include <functional>
 #include <random>
 #include <set>
 
@@ -96,87 +97,41 @@ TEST_F( Table, GrowsByWhatItsWriterKnows ) {
 
 TEST_F( Table, EachWayToReadFollowsGrowth ) {
    options.firstCapacity = 4;
-   using Ids = std::set<uint64_t>;
-   for ( int way = 0; way < 5; ++way ) {
-      SCOPED_TRACE( way );
-      const std::string own = directory + "/t" + std::to_string( way );
+   const Key last{ 5, 0 };
+   Record out;
+   TableReader::LookupItem item{ &last, &out };
+   std::set<uint64_t> visited;
+   auto visitor = [&]( Position, const void* r ) {
+      visited.insert( static_cast<const Record*>( r )->key.id );
+      return visited.size() != 2;
+   };
+   Position middle = noPosition;
+   const std::function<bool( TableReader& )> ways[] = {
+      [&]( TableReader& it ) { return it.lookup( &last, &out ) == lookupFound; },
+      [&]( TableReader& it ) {
+         it.lookup( { &item, 1 } );
+         return item.result == lookupFound;
+      },
+      [&]( TableReader& it ) { return it.verify( &last ) == lookupFound; },
+      [&]( TableReader& it ) {
+         it.visit( visitor, it.resumeBefore( &last ) );
+         return visited.count( 5 ) == 1;
+      },
+      // A visit in parts ends in the instance where it began.
+      [&]( TableReader& it ) {
+         it.visit( visitor, middle );
+         return visited == std::set<uint64_t>{ 1, 2, 3, 4 };
+      } };
+   for ( const auto& way : ways ) {
+      const std::string own = directory + "/t" + std::to_string( &way - ways );
       TableWriter writer( own, layout, 100, options );
       for ( uint64_t id : { 1, 2, 3, 4 } ) put( writer, id, 1 );
       TableReader reader( own, layout );
-      const Key key{ 5, 0 };
-      Record out;
-      Ids visited;
-      size_t most = 2;
-      auto visitor = [&]( Position, const void* r ) {
-         visited.insert( static_cast<const Record*>( r )->key.id );
-         return visited.size() != most;
-      };
-      const Position middle = reader.visit( visitor );
+      visited.clear();
+      middle = reader.visit( visitor );
       put( writer, 5, 1 );
-      if ( way == 0 ) {
-         EXPECT_EQ( reader.lookup( &key, &out ), lookupFound );
-      } else if ( way == 1 ) {
-         TableReader::LookupItem item{ &key, &out };
-         reader.lookup( { &item, 1 } );
-         EXPECT_EQ( item.result, lookupFound );
-      } else if ( way == 2 ) {
-         EXPECT_EQ( reader.verify( &key ), lookupFound );
-      } else if ( way == 3 ) {
-         visited.clear();
-         most = 1;
-         reader.visit( visitor, reader.resumeBefore( &key ) );
-         EXPECT_EQ( visited, Ids{ 5 } );
-      } else {
-         // A visit in parts ends in the instance where it began.
-         most = 10;
-         reader.visit( visitor, middle );
-         EXPECT_EQ( visited, ( Ids{ 1, 2, 3, 4 } ) );
-      }
+      EXPECT_TRUE( way( reader ) ) << &way - ways;
    }
-}
-
-// A stray pointer wrote to the index or to a stamp.
-TEST_F( Table, AWriterRefusesWhatContradictsItself ) {
-   TableWriter writer( path, layout, 10, options );
-   put( writer, 1, 1 );
-   const Key key{ 1, 0 };
-   const Position at = writer.positionAtOrBefore( &key );
-   const std::string sound = bytesOf( path );
-   const auto geometry = geometryOf( 10 );
-   std::string standing = sound;
-   const uint64_t slot = Detail::slotOf( indexIn( standing, geometry )[at] );
-   for ( int damage = 0; damage < 3; ++damage ) {
-      std::string bytes = sound;
-      auto* stamp = reinterpret_cast<uint64_t*>(
-         &bytes[geometry.slotsOffset + slot * geometry.slotStride] );
-      if ( damage == 0 )
-         *stamp =
-            Detail::stampOf( Detail::sequenceOf( *stamp ), Detail::slotReplaced );
-      if ( damage == 1 )
-         *stamp =
-            Detail::stampOf( Detail::sequenceOf( *stamp ) + 1, Detail::slotLive );
-      if ( damage == 2 ) indexIn( bytes, geometry )[at] |= ~0ull << 40;
-      bytesAre( path, bytes );
-      EXPECT_THROW( writer.find( &key ), CorruptionError ) << damage;
-      EXPECT_THROW( put( writer, 1, 2 ), CorruptionError ) << damage;
-      EXPECT_LE( writer.positionAtOrBefore( &key ), at ) << damage;
-      EXPECT_GT( writer.verify().damaged, 0u ) << damage;
-      bytesAre( path, sound );
-   }
-   // A word lost is no record verified; a former record that looks valid is damage.
-   std::string bytes = sound;
-   indexIn( bytes, geometry )[at] = 0;
-   bytesAre( path, bytes );
-   EXPECT_EQ( writer.verify().verified, 0u );
-   EXPECT_EQ( writer.verify().damaged, 1u );
-   bytesAre( path, sound );
-   put( writer, 1, 2 );
-   bytes = bytesOf( path );
-   auto* former = reinterpret_cast<uint64_t*>(
-      &bytes[geometry.slotsOffset + slot * geometry.slotStride] );
-   *former = Detail::stampOf( Detail::sequenceOf( *former ), Detail::slotLive );
-   bytesAre( path, bytes );
-   EXPECT_EQ( writer.verify().damaged, 1u );
 }
 
 // A writer, replaced now and then, and a reader and a follower that drains on the

@@ -487,12 +487,18 @@ TEST_F( Attach, AVerifyingReaderGivesNoBrokenRecord ) {
    EXPECT_EQ( contentOf( reader ).count( 3 ), 0u );
    EXPECT_EQ( reader.counters().damaged, 1u );
    EXPECT_EQ( reader.counters().verified, 10u );
-   // An index word that names no slot.
+   // An index word of another key, and one that names no slot.
+   Position other = noPosition;
+   const Key sound{ 2, 0 };
+   ASSERT_EQ( reader.lookup( &sound, &out, &other ), lookupFound );
+   indexIn( bytes, geometryOf( 10 ) )[other] ^= 1;
+   out = Record();
    indexIn( bytes, geometryOf( 10 ) )[at] |= ~0ull << 40;
    bytesAre( path, bytes );
    Position none = noPosition;
    EXPECT_EQ( reader.lookup( &key, &out, &none ), lookupDamaged );
    EXPECT_EQ( none, noPosition );
+   EXPECT_EQ( reader.at( other, &out ), lookupDamaged );
 }
 
 TEST_F( Attach, RefusesWhatCannotBeATable ) {

@@ -7,6 +7,7 @@
 
 #include "apps/store/detail/NatsLease.h"
 #include "apps/store/detail/NatsNames.h"
+#include "apps/store/detail/NatsRoom.h"
 
 namespace Fleet {
 
@@ -42,6 +43,7 @@ class NatsWriter : public Writer {
    void requireStore();
    void writeEvents( const std::vector<Event>& events );
    void writeState( const std::vector<Put>& puts );
+   bool hasRoom( const Sending& sending, bool removes );
    // Which of the events are stored, though nobody said so.
    void findStored( const std::vector<Event>& events );
    // Called with the index of each that is stored.
@@ -68,7 +70,8 @@ class NatsWriter : public Writer {
    const std::string prefix_;
    std::unique_ptr<NatsConnection> connection_;
    std::unique_ptr<NatsLease> lease_;
-   NatsSubscription foreign_;  // rings when somebody else writes
+   std::optional<NatsRoom> room_;  // of the state
+   NatsSubscription foreign_;      // rings when somebody else writes
    uint64_t round_ = 0, rings_ = 0, losses_ = 0;
    bool doubted_ = false;
    double ensured_ = 0.0;  // s

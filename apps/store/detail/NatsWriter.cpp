@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include <cstring>
 #include <utility>
 
 #include "apps/store/Clocks.h"
@@ -34,6 +35,7 @@ NatsWriter::NatsWriter( const StoreAddress& address, const std::string& router,
 
 void NatsWriter::connect() {
    lease_.reset();
+   room_.reset();
    foreign_.reset();
    connection_.reset();
    connection_ =
@@ -44,6 +46,7 @@ void NatsWriter::connect() {
       lease_ =
          std::make_unique<NatsLease>( *connection_, names_, router_, instance_ );
    } );
+   room_.emplace( *connection_, names_.stateStream( router_ ) );
    foreign_ = connection_->ring( prefix_ + '>' );
    losses_ = connection_->losses();
    rings_ = connection_->rings();
@@ -197,10 +200,10 @@ void NatsWriter::writeState( const std::vector<Put>& puts ) {
    // Of a key that is there twice, the last one is the truth.
    std::map<std::string_view, size_t> last;
    for ( size_t i = 0; i < puts.size(); ++i ) last[puts[i].key] = i;
+   room_->begin();
    for ( size_t i = 0; i < puts.size(); ++i ) {
       const Put& put = puts[i];
       if ( last[put.key] != i || storedKeys_.contains( put.key ) ) continue;
-      keys.push_back( &put.key );
       Sending sending{ prefix_ + put.key, {}, { { kInstance, instance_ } } };
       if ( put.value ) {
          sending.data = *put.value;
@@ -209,9 +212,21 @@ void NatsWriter::writeState( const std::vector<Put>& puts ) {
       } else {
          sending.headers.emplace_back( kOperation, "DEL" );
       }
+      if ( !hasRoom( sending, !put.value ) ) continue;
+      keys.push_back( &put.key );
       all.push_back( std::move( sending ) );
    }
    send( all, [&]( size_t i ) { storedKeys_[*keys[i]] = all[i].sequence; } );
+}
+
+bool NatsWriter::hasRoom( const Sending& sending, bool removes ) {
+   size_t bytes = sending.subject.size() + sending.data.size();
+   for ( const auto& [name, value] : sending.headers )
+      bytes += std::strlen( name ) + value.size() + std::strlen( ": \r\n" );
+   if ( removes ) return room_->takeAnyway( bytes ), true;
+   bool has = false;
+   insured( [&] { has = room_->take( bytes ); } );
+   return has;
 }
 
 void NatsWriter::publish( const Sending& sending, size_t index ) {
@@ -261,7 +276,6 @@ void NatsWriter::take( std::vector<Sending>& all, size_t& waiting,
          if ( stored ) stored( outcome.index );
          continue;
       }
-      // The state of a router is limited; what is smaller than before still fits.
       sending.noRoom = outcome.code == JSStreamStoreFailedErr &&
                        outcome.text.find( "maximum bytes" ) != std::string::npos;
       if ( sending.noRoom ) continue;

@@ -30,6 +30,11 @@ if( CMAKE_CXX_COMPILER_ID STREQUAL "Clang" )
 endif()
 if( PIMSM_DEVELOPER )
    target_compile_options( pimsm_options INTERFACE -Werror )
+   # No unit needs 2 GB: collecting garbage earlier takes a tenth of the time.
+   if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" )
+      target_compile_options( pimsm_options INTERFACE
+         --param=ggc-min-expand=200 --param=ggc-min-heapsize=2000000 )
+   endif()
 endif()
 if( PIMSM_ATOMIC_PTR )
    target_compile_definitions( pimsm_options INTERFACE PIMSM_ATOMIC_PTR=1 )

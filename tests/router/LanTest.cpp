@@ -432,8 +432,9 @@ class Network {
 void run( Vantu::AddressFamily family ) {
    constexpr double kHour = 3600.0, kSettled = 265.0 + 180.0 + 60.0,
                     kOver = 210.0 + 210.0;
-   const double end =
-      std::getenv( "PIMSM_LONG" ) != nullptr ? 24 * kHour : 4 * kHour;
+   const double end = std::getenv( "PIMSM_LONG" ) != nullptr
+                         ? 24 * kHour
+                         : kHour * Mox::Test::stepsOf( 40 ) / 10;
    Network network( family, Mox::Test::seedOf() );
    while ( network.now() < end ) {
       for ( unsigned left = 10 + network.oneOf( 40 ); left > 0; --left ) {

@@ -1,4 +1,4 @@
-// The seed of random tests.
+// The seed of random tests, and their length.
 #pragma once
 
 #include <cstdio>
@@ -14,6 +14,15 @@ inline unsigned seedOf() {
       fixed != nullptr ? unsigned( std::atoi( fixed ) ) : std::random_device()();
    std::printf( "seed %u\n", seed );
    return seed;
+}
+
+// How much of a random walk is worth its time: a tenth where sanitizers slow it down.
+constexpr int stepsOf( int plain ) {
+#if defined( __SANITIZE_ADDRESS__ ) || defined( __SANITIZE_THREAD__ )
+   return plain / 10;
+#else
+   return plain;
+#endif
 }
 
 }

@@ -243,10 +243,9 @@ TEST_P( Recording, TheStoreIsTheTablesAndTheHistorySaysHow ) {
       return !all.empty();
    } );
    // Each server of three that is killed takes seconds.
-   const int rounds = ( GetParam() > 1    ? 2
-                        : GetParam() == 1 ? 10
-                                          : 20 ) *
-                      ( isLong ? 10 : 1 );
+   const int plain = GetParam() > 1 ? 2 : GetParam() == 1 ? 10 : 20;
+   const int rounds =
+      isLong ? 10 * plain : std::max( 2, Mox::Test::stepsOf( plain ) );
    for ( int round = 0; round < rounds; ++round ) {
       const unsigned steps = 1 + below( 30 ), killed = below( 2 * steps );
       const unsigned fall = below( 2 * steps ), server = below( 3 );

@@ -116,7 +116,7 @@ void eachMacro( const Model& model, Visit visit ) {
 TEST( Macros, AnswerAsTheOracleDoesAnywhere ) {
    const unsigned seed = Mox::Test::seedOf();
    std::mt19937 random( seed );
-   for ( int i = 0; i != 50000 && !HasFailure(); ++i ) {
+   for ( int i = 0; i != Mox::Test::stepsOf( 50000 ) && !HasFailure(); ++i ) {
       const World world = anyWorld( random );
       const Model model( world );
       const Oracle oracle( world );

@@ -9,11 +9,12 @@ using Routing::Pim::Rpf;
 using Vantu::IntfId;
 
 PathSwitch::PathSwitch( Mox::Ptr<Sm::Status> model, const Links& links,
-                        Mox::Clock& clock, Age age )
+                        Mox::Clock& clock, Age age, Ended ended )
    : model_( std::move( model ) ),
      links_( links ),
      clock_( clock ),
-     age_( std::move( age ) ) {}
+     age_( std::move( age ) ),
+     ended_( std::move( ended ) ) {}
 
 bool PathSwitch::bringsData( IntfId intfId ) const {
    const Link* link = links_.find( intfId );
@@ -55,8 +56,13 @@ void PathSwitch::end( Route& route ) {
 
 void PathSwitch::startTimer( const RouteKey& key ) {
    auto over = [this, key] {
-      if ( Mox::Ptr<Route> route = model_->route( key ) ) return end( *route );
-      switches_.erase( key );
+      const Mox::Ptr<Route> route = model_->route( key );
+      if ( route == nullptr ) {
+         switches_.erase( key );
+         return;
+      }
+      end( *route );
+      ended_( route->key() );
    };
    switches_.try_emplace( key, clock_, over ).first->second.start( longest );
 }
@@ -71,8 +77,11 @@ void PathSwitch::handleData( const RouteKey& key, IntfId intfId ) {
 
 void PathSwitch::endAt( const RouteKey& key, IntfId intfId ) {
    const Mox::Ptr<Route> route = model_->route( key );
-   if ( route != nullptr && route->iifSwitching() && route->rpf().intfId == intfId )
-      end( *route );
+   if ( route == nullptr || !route->iifSwitching() ||
+        route->rpf().intfId != intfId )
+      return;
+   end( *route );
+   ended_( route->key() );
 }
 
 // The host's route may have changed first, and the link gone then.

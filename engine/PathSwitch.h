@@ -30,8 +30,10 @@ class PIMSM_API PathSwitch {
    // `age`: of the route's last packet in seconds, infinity if it is not known. Empty:
    // every path changes at once.
    using Age = std::function<double( const RouteKey& )>;
+   // `ended`: a switch has ended, so that the former path can be the backup.
+   using Ended = std::function<void( const RouteKey& )>;
    PathSwitch( Mox::Ptr<Routing::Pim::SparseMode::Status> model, const Links& links,
-               Mox::Clock& clock, Age age );
+               Mox::Clock& clock, Age age, Ended ended );
 
    // Gives the route the path.
    void changePath( Route& route, const Routing::Pim::Rpf& next );
@@ -54,6 +56,7 @@ class PIMSM_API PathSwitch {
    const Links& links_;
    Mox::Clock& clock_;
    Age age_;
+   Ended ended_;
    std::map<RouteKey, Timer> switches_;
 };
 

@@ -162,7 +162,8 @@ void UpstreamEngine::adopt( const LastJoins& lastJoins ) {
       if ( route->iifSwitching() )
          record.former =
             target( route->prevRpf().intfId, route->prevRpf().neighbor );
-      Target* const backup = record.joined ? backupOf( *route ) : nullptr;
+      Target* const backup =
+         record.joined && !record.shared() ? backupOf( *route ) : nullptr;
       if ( backup == nullptr ) continue;
       makeBackup( record, *backup );
       resume( *record.backup, lastJoins );

@@ -171,9 +171,7 @@ void AssertEngine::tell( const Key& key,
                          const Routing::Pim::SparseMode::AssertInfo& before,
                          const Routing::Pim::SparseMode::AssertInfo& after ) {
    const AssertMetric& metric = after.assertWinnerMetric;
-   if ( before.assertState == after.assertState &&
-        before.assertWinnerMetric.address == metric.address )
-      return;
+   if ( before.assertWinnerMetric.address == metric.address ) return;
    const auto kind = after.assertState == Routing::Pim::SparseMode::iAmAssertWinner
                         ? Published::assertWon
                      : after.assertState == Routing::Pim::SparseMode::iAmAssertLoser

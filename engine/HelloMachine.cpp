@@ -55,7 +55,7 @@ void HelloMachine::handleSending( const IpGenAddr& to ) {
 }
 
 void HelloMachine::sayGoodbye() {
-   if ( introduced_ && speaks() ) send( 0 );
+   if ( introduced_ ) send( 0 );
    introduced_ = false;
 }
 

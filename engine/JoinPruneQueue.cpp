@@ -120,15 +120,6 @@ void JoinPruneQueue::add( Tree tree, const RouteKey& key, bool join,
    }
 }
 
-bool JoinPruneQueue::has( Tree tree, const RouteKey& key ) const {
-   auto found = groups_.find( key.group );
-   if ( found == groups_.end() ) return false;
-   const Group& group = found->second;
-   if ( tree == Tree::shared ) return group.shared.has_value();
-   return ( tree == Tree::source ? group.source : group.lessSource )
-             .count( key.source ) != 0;
-}
-
 std::vector<IpGenAddr> JoinPruneQueue::joinedGroups() const {
    std::vector<IpGenAddr> out;
    for ( const auto& [address, group] : groups_ ) {

@@ -24,8 +24,6 @@ class PIMSM_API JoinPruneQueue {
    void add( Tree tree, const Routing::Pim::RouteKey& key, bool join,
              const Vantu::IpGenAddr& rp = {} );
 
-   // Is an entry of that state waiting?
-   bool has( Tree tree, const Routing::Pim::RouteKey& key ) const;
    // The groups with a (*,G) join.
    std::vector<Vantu::IpGenAddr> joinedGroups() const;
 

@@ -38,7 +38,7 @@ Querier::Querier( Mox::Clock& clock, Sender& sender, Journal& journal,
      other_( clock, [this] { handleOtherGone(); } ) {}
 
 Querier::Kept Querier::kept() const {
-   if ( !speaks() || !begun_ ) return {};
+   if ( !begun_ ) return {};
    return { asks() ? own_ : querier_, other_.until(), next_.until(), startupLeft_ };
 }
 

@@ -156,8 +156,7 @@ void Routes::update( const RouteKey& key, IntfId intfId ) {
    const Intf* intf = route->routeIntf( intfId );
    const bool bare =
       intf != nullptr && isBare( *intf, std::as_const( *route ).wc() );
-   // The last state's end removes the route with its records.
-   if ( bare && holdsState( *route ) ) route->routeIntfDel( intfId );
+   if ( bare ) route->routeIntfDel( intfId );
    update( key );
 }
 

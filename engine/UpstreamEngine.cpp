@@ -20,8 +20,7 @@ const IpGenAddr* assertWinner( const Sm::Route& route, IntfId intfId ) {
 }
 
 bool viaAssert( const Sm::Route& route ) {
-   const IpGenAddr* winner = assertWinner( route, route.rpf().intfId );
-   return winner != nullptr && *winner == route.rpf().neighbor;
+   return assertWinner( route, route.rpf().intfId ) != nullptr;
 }
 
 // A source on the link is asked for nothing; an RP there is a router.
@@ -211,11 +210,8 @@ void UpstreamEngine::prepare( const RouteKey& key ) {
    if ( !sender_.speaks() ) return;
    const Record* record = find( key );
    const Mox::Ptr<Route> route = routes_.find( key );
-   if ( record == nullptr || route == nullptr || onLink( *route ) ) return;
-   const IpGenAddr* winner = assertWinner( *route, route->rpf().intfId );
-   const bool follows =
-      winner == nullptr ? !record->viaAssert : *winner == route->rpf().neighbor;
-   if ( follows ) return;
+   if ( record == nullptr || route == nullptr ) return;
+   if ( !record->viaAssert && !viaAssert( *route ) ) return;
    const Journal::Handling handling( journal_, Published::byAssert );
    routes_.updatePath( key );
 }
@@ -292,13 +288,10 @@ void UpstreamEngine::follow( Record& record, const Route& route ) {
    sendJoin( record, triggered );
 }
 
-// It stays joined if the path, or its backup, leads to it again.
+// It stays joined if the path leads to it again; the join of a new backup comes later.
 void UpstreamEngine::pruneFormer( Record& record, const Target* now ) {
    Target* const former = std::exchange( record.former, nullptr );
-   const Target* backup =
-      record.backup == nullptr ? nullptr : record.backup->target;
-   if ( former != nullptr && former != now && former != backup )
-      sendPrune( record, *former );
+   if ( former != nullptr && former != now ) sendPrune( record, *former );
 }
 
 void UpstreamEngine::pruneAll( Record& record ) {
@@ -378,7 +371,6 @@ void UpstreamEngine::leave( Record& record ) {
    record.routed = false;
    if ( record.joined ) pruneAll( record );
    record.joined = false;
-   setJoinDue( record, Deadlines::never );
    if ( record.backup != nullptr )
       sendPrune( *record.backup, *record.backup->target );
    const Record* shared =
@@ -541,9 +533,7 @@ void UpstreamEngine::sendAgain() {
 void UpstreamEngine::pruneBeside( Target& target, const IpGenAddr& group ) {
    for ( const auto& [source, record] : groups_[group].sources ) {
       const Mox::Ptr<Route> route = routes_.find( record->key );
-      if ( route == nullptr ||
-           target.queue.has( Tree::sharedLessSource, record->key ) )
-         continue;
+      if ( route == nullptr ) continue;
       if ( route->pruneDesiredSgRpt() || targetOfRpt( record->key ) != &target )
          add( target, Tree::sharedLessSource, *record, false );
    }
@@ -575,7 +565,7 @@ void UpstreamEngine::receiveJoin( const Seen& seen, const IpGenAddr& group,
    Record* const record = find( key );
    if ( record == nullptr ) return;
    if ( source.rpt && !source.wildcard ) {
-      if ( record->rptTarget != &seen.target || !record->queued() ) return;
+      if ( record->rptTarget != &seen.target ) return;
       overrides_.remove( *record );
       if ( !record->routed ) erase( *record );
    } else if ( Record* joined = joinedBy( record, seen.target ) ) {

@@ -21,33 +21,13 @@ TEST( NeighborsOfALink, AreNoMoreThanSoMany ) {
    for ( size_t i = 0; i < Neighbors::maxNeighbors; ++i )
       EXPECT_TRUE( neighbors.receiveHello( from( i ), {} ) );
    EXPECT_FALSE( neighbors.receiveHello( addr( "192.0.2.2" ), {} ) );
+   neighbors.adopt( addr( "192.0.2.2" ), {} );
    EXPECT_EQ( neighbors.size(), Neighbors::maxNeighbors );
    EXPECT_TRUE( neighbors.receiveHello( from( 0 ), {} ) );
    PimHello goodbye;
    goodbye.holdtime = 0;
    EXPECT_TRUE( neighbors.receiveHello( from( 0 ), goodbye ) );
    EXPECT_TRUE( neighbors.receiveHello( addr( "192.0.2.2" ), {} ) );
-}
-
-// A router that has lost its primary address without a goodbye, and has another.
-TEST( NeighborsOfALink, AnAddressBelongsToWhoToldItLast ) {
-   Mox::TestClock clock;
-   std::string moved;
-   NeighborsObserver observer;
-   observer.event = [&]( const Vantu::IpGenAddr& address, NeighborEvent event ) {
-      if ( event == NeighborEvent::moved ) moved += valueToStrep( address ) + " ";
-   };
-   Neighbors neighbors( clock, { addr( "fe80::5" ) }, observer );
-   PimHello hello;
-   hello.addresses = { addr( "2001:db8::2" ), addr( "2001:db8::3" ) };
-   neighbors.receiveHello( addr( "fe80::2" ), hello );
-   hello.addresses = { addr( "2001:db8::2" ) };
-   neighbors.receiveHello( addr( "fe80::9" ), hello );
-   EXPECT_EQ( moved, "fe80::2 " );
-   EXPECT_EQ( neighbors.primaryOf( addr( "2001:db8::2" ) ), addr( "fe80::9" ) );
-   EXPECT_EQ( neighbors.primaryOf( addr( "2001:db8::3" ) ), addr( "fe80::2" ) );
-   neighbors.receiveHello( addr( "fe80::9" ), hello );
-   EXPECT_EQ( moved, "fe80::2 " );
 }
 
 }

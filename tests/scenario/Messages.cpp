@@ -198,14 +198,13 @@ PimAssert MessageReader::assertion() {
    return out;
 }
 
-// register A [null] [border] from ROUTER to RP
+// register A [null] from ROUTER to RP
 PimRegister MessageReader::registered() {
    const RouteKey key = route();
    PimRegister out;
    out.source = key.source;
    out.group = key.group;
    out.nullRegister = words_.accept( "null" );
-   out.border = words_.accept( "border" );
    if ( !out.nullRegister ) out.packet = dataPacket( key );
    to_ = link_.own;
    options();
@@ -228,10 +227,12 @@ void MessageReader::addSources( std::vector<IpGenAddr>& out ) {
    const std::string word = words_.next();
    const size_t star = word.find( '*' );
    if ( star == std::string::npos ) return out.push_back( names_.address( word ) );
-   auto bytes = names_.address( word.substr( 0, star ) ).bytes();
+   const IpGenAddr first = names_.address( word.substr( 0, star ) );
+   auto bytes = first.bytes();
+   const size_t last = Vantu::addressBits( first.family() ) / 8 - 1;
    for ( size_t left = std::stoul( word.substr( star + 1 ) ); left > 0; --left ) {
-      out.push_back( IpGenAddr::fromBytes( AddressFamily::ipv4, bytes.data() ) );
-      if ( ++bytes[3] == 0 ) ++bytes[2];
+      out.push_back( IpGenAddr::fromBytes( first.family(), bytes.data() ) );
+      if ( ++bytes[last] == 0 ) ++bytes[last - 1];
    }
 }
 

@@ -65,10 +65,9 @@ class Text {
    }
    std::string operator()( const PimRegister& message ) const {
       return fmt::format(
-         "register {}{}{} to {}",
+         "register {}{} to {}",
          names_.of( Routing::Pim::RouteKey{ message.source, message.group } ),
-         message.nullRegister ? " null" : "", message.border ? " border" : "",
-         names_.of( message_.destination ) );
+         message.nullRegister ? " null" : "", names_.of( message_.destination ) );
    }
    std::string operator()( const PimRegisterStop& message ) const {
       return fmt::format(
@@ -90,7 +89,12 @@ class Text {
    std::string operator()( const MembershipQuery& query ) const {
       std::string out = "query";
       if ( !query.group.isUnspecified() ) out += " of " + names_.of( query.group );
-      for ( const IpGenAddr& each : query.sources ) out += ' ' + names_.of( each );
+      constexpr size_t kMany = 10;
+      if ( query.sources.size() > kMany )
+         out += fmt::format( " *{}", query.sources.size() );
+      else
+         for ( const IpGenAddr& each : query.sources )
+            out += ' ' + names_.of( each );
       out += fmt::format( " respond {:g}", query.maxResponse );
       if ( query.version == 3 && query.robustness != 2 )
          out += fmt::format( " robustness {}", query.robustness );
@@ -150,6 +154,10 @@ std::string eventText( const Published::Event& event, const Names& names ) {
       text += ' ' + std::to_string( event.preference ) + '/' +
               std::to_string( event.metric );
    if ( !event.address.isUnspecified() ) text += " of " + names.of( event.address );
+   const bool elected =
+      event.kind == Published::drChanged || event.kind == Published::querierChanged;
+   if ( elected && !event.otherAddress.isUnspecified() )
+      text += " for " + names.of( event.otherAddress );
    if ( event.kind != Published::refused )
       text += ' ' + valueToStrep( event.cause );
    return text;

@@ -164,11 +164,18 @@ Facts neighbors( const VrfRouter& router, const RouterCounters&,
                  const Names& names ) {
    Facts out;
    const auto& table = router.writer().published()->neighbor();
-   for ( const auto& key : table.keys() )
-      out[std::string( key.intfId.name() ) + ' ' + names.of( key.address )] =
-         "neighbor";
-   for ( const auto& intf : router.model().pimStatus()->intf() )
-      out[std::string( intf.intfId().name() )] = intf.iAmDr() ? "dr" : "not dr";
+   table.visit( [&]( const Published::Neighbor& each ) {
+      out[std::string( each.key.intfId.name() ) + ' ' +
+          names.of( each.key.address )] =
+         each.since != 0.0 ? "neighbor" : "neighbor since when";
+      return true;
+   } );
+   for ( const auto& intf : router.model().pimStatus()->intf() ) {
+      std::string& text = out[std::string( intf.intfId().name() )];
+      text = intf.iAmDr() ? "dr" : "not dr";
+      if ( intf.addr().prefixLength < 24 )
+         text += fmt::format( " of a /{}", intf.addr().prefixLength );
+   }
    return out;
 }
 

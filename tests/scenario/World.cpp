@@ -157,6 +157,15 @@ uint32_t World::indexOf( const std::string& intf ) const {
    throw ScriptError( "no interface: " + intf );
 }
 
+// link eth1 down|up|index 7|mtu 576: as the agent finds the interface, until the next config.
+void World::link( Words& words ) {
+   Router::InterfaceConfig& it = config_.interfaces[indexOf( words.next() ) - 1];
+   it.up = !words.accept( "down" ) && ( words.accept( "up" ) || it.up );
+   if ( words.accept( "index" ) ) it.index = words.whole();
+   if ( words.accept( "mtu" ) ) it.mtu = words.whole();
+   router_->configIs( config_ );
+}
+
 // has A [table 253] [in eth0 out eth1 eth3], lacks A
 void World::hostEntry( Words& words ) {
    if ( !host_.entries ) host_.entries.emplace();
@@ -298,6 +307,8 @@ void World::act( const std::string& statement ) {
       kernel( words );
    } else if ( words.accept( "host" ) ) {
       host( words );
+   } else if ( words.accept( "link" ) ) {
+      link( words );
    } else if ( words.accept( "elsewhere" ) ) {
       elsewhere( words );
    } else {

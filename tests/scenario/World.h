@@ -77,6 +77,7 @@ class World {
    void host( Words& words );
    void hostEntry( Words& words );
    void elsewhere( Words& words );
+   void link( Words& words );
    uint32_t indexOf( const std::string& intf ) const;
    void tell( const Published::Event& event );
    Vantu::AddressFamily family() const {

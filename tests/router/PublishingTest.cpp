@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "apps/config/ConfigReader.h"
 #include "platform/loop/TestClock.h"
 #include "tests/support/TempRoot.h"
 
@@ -11,43 +12,29 @@ namespace Router {
 namespace {
 
 using Vantu::AddressFamily;
-using Vantu::IpGenAddr;
-using Vantu::IpGenPrefix;
 
-VrfConfig configOfBothFamilies() {
-   auto list = []( const char* name, const char* denied, const char* permitted ) {
-      return AccessListConfig{
-         name,
-         Acl::AclRules( Acl::standard,
-                        { { 10, Acl::deny, IpGenPrefix( denied ), {} },
-                          { 20, Acl::permit, IpGenPrefix( permitted ), {} } } ) };
-   };
-   VrfConfig config;
-   config.requireHello = false;
-   config.assertTime = 90.0;
-   config.ssmFilter = "ssm";
-   config.frrFilter = "fast";
-   config.ssmFilter6 = "ssm6";
-   config.accessLists = { list( "ssm", "239.1.0.0/16", "239.0.0.0/8" ),
-                          list( "fast", "10.1.0.0/16", "10.0.0.0/8" ),
-                          list( "other", "10.2.0.0/16", "10.0.0.0/8" ),
-                          list( "ssm6", "ff3e::/96", "ff3e::/32" ) };
-   config.interfaces = {
-      { Vantu::IntfId( "eth0" ),
-        { { IpGenAddr( "192.0.2.1" ), IpGenPrefix( "192.0.2.0/24" ) },
-          { IpGenAddr( "2001:db8::1" ), IpGenPrefix( "2001:db8::/64" ) } } },
-      { Vantu::IntfId( "eth1" ), {} },
-      { Vantu::IntfId( "eth2" ), {} } };
-   config.interfaces[0].boundary = { "other", "ssm6" };
-   config.interfaces[2].boundary.ipv4 = "other";
-   config.rps = {
-      { IpGenAddr( "192.0.2.1" ), {} },
-      { IpGenAddr( "198.51.100.1" ), { IpGenPrefix( "239.2.0.0/16" ) } },
-      { IpGenAddr( "2001:db8::9" ), {} } };
-   return config;
-}
+const char* const kConfig = R"(
+vrfs:
+- name: red
+  require-hello: no
+  assert-time: 90
+  ssmFilter: ssm
+  frrFilter: fast
+  ssmFilter6: ssm6
+  access-lists:
+  - {name: ssm, rules: [{action: deny, group: 239.1.0.0/16}, {action: permit, group: 239.0.0.0/8}]}
+  - {name: fast, rules: [{action: deny, source: 10.1.0.0/16}, {action: permit, source: 10.0.0.0/8}]}
+  - {name: other, rules: [{action: deny, source: 10.2.0.0/16}]}
+  - {name: ssm6, rules: [{action: deny, group: "ff3e::/96"}, {action: permit, group: "ff3e::/32"}]}
+  interfaces:
+  - {name: eth0, addresses: [192.0.2.1/24, "2001:db8::1/64"], boundary: other, boundary6: ssm6}
+  - {name: eth1, addresses: [192.0.3.1/24]}
+  - {name: eth2, addresses: [192.0.4.1/24], boundary: other}
+  rps: [{address: 192.0.2.1}, {address: 198.51.100.1, groups: [239.2.0.0/16]}, {address: "2001:db8::9"}]
+)";
 
 TEST( Publishing, TheConfigurationOfAFamily ) {
+   const VrfConfig config = Agent::parseConfig( kConfig, "test" ).vrfs[0];
    Mox::TestClock clock;
    Mox::Test::TempRoot root;
    Corvex::EntityManager manager{ clock, nullptr, root.path() };
@@ -56,7 +43,7 @@ TEST( Publishing, TheConfigurationOfAFamily ) {
          manager,
          Published::FamilyStatus::mountPath( family, L3::VrfName( "red" ) ),
          Brane::tableWriter );
-      EXPECT_TRUE( publishConfig( *tables, family, configOfBothFamilies() ) );
+      EXPECT_TRUE( publishConfig( *tables, family, config ) );
       std::set<std::string> lines;
       auto enter = [&]( const auto&... parts ) {
          std::ostringstream line;

@@ -70,7 +70,6 @@ class Inquiry {
    void registers();
    void upstream();
    void forwards();
-   bool joins() const;
    void kernel();
    void kernelEntry();
    void noEntry( const Routing::Pim::RouteKey& key );

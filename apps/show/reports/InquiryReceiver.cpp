@@ -22,7 +22,6 @@ Why Inquiry::answer() {
    if ( !wanted() ) return std::move( why_ );
    designated();
    chooseRoute();
-   if ( route_ == nullptr ) return std::move( why_ );
    if ( !route_->directlyConnected() || route_->wildCard() ) {
       path();
       registers();
@@ -44,7 +43,6 @@ Why Inquiry::contradictions() {
    if ( !serves() ) return {};
    linked();
    chooseRoute();
-   if ( route_ == nullptr ) return std::move( why_ );
    if ( !route_->directlyConnected() || route_->wildCard() ) path();
    kernel();
    return std::move( why_ );

@@ -33,14 +33,13 @@ const Route* Inquiry::find( const IpGenAddr& source ) const {
    return nullptr;
 }
 
-// The (*,G) entry answers for a source that it carries.
+// The (*,G) entry answers for a source that it carries. REQUIRES: somebody asks, so that
+// there is one.
 void Inquiry::chooseRoute() {
    const IpGenAddr any = IpGenAddr::unspecified( mirror_.family );
    if ( !receiver_.source.isUnspecified() ) route_ = find( receiver_.source );
    if ( route_ == nullptr ) route_ = find( any );
-   if ( route_ == nullptr && receiver_.source.isUnspecified() )
-      route_ = onlySource();
-   if ( route_ == nullptr ) return;
+   if ( route_ == nullptr ) route_ = onlySource();
    step( Why::fine, "route",
          fmt::format( "{}, {}", keyText( route_->key() ), treeText( *route_ ) ) );
 }
@@ -53,7 +52,7 @@ const Route* Inquiry::onlySource() const {
 
 void Inquiry::path() {
    const auto rp = facts_.rps().rp( receiver_.group );
-   if ( shared() && facts_.rps().startsHere( *route_ ) )
+   if ( facts_.rps().startsHere( *route_ ) )
       return step( Why::fine, "RP", "this router" );
    const Rpf& rpf = route_->incomingRpf();
    const std::string end = !shared() ? "source " + text( route_->key().source )
@@ -95,8 +94,6 @@ void Inquiry::neighborOn( const Rpf& rpf, const std::string& end,
                    fmt::format( "the way to {} is by {}, which {}", end,
                                 nameText( rpf.intfId ), fault ),
                    "rpf-interface-down", "set it up, or mend its cable" );
-   if ( route_->incomingAttached() && !shared() )
-      return step( Why::fine, "path", way );
    Published::Neighbor neighbor;
    const bool known = facts_.neighbor( rpf.intfId, rpf.neighbor, neighbor );
    if ( !known && !facts_.speaks() )
@@ -114,7 +111,7 @@ void Inquiry::neighborOn( const Rpf& rpf, const std::string& end,
 
 // What a source's router brings to the RP.
 void Inquiry::registers() {
-   if ( !shared() || !facts_.rps().startsHere( *route_ ) ) return;
+   if ( !facts_.rps().startsHere( *route_ ) ) return;
    const Logged* barred =
       facts_.newest( receiver_.group, {}, [&]( const Event& event ) {
          return event.kind == Published::refused && concerns( event ) &&
@@ -136,11 +133,11 @@ void Inquiry::registers() {
 }
 
 void Inquiry::upstream() {
-   if ( shared() && facts_.rps().startsHere( *route_ ) ) return;
+   if ( facts_.rps().startsHere( *route_ ) ) return;
    if ( !facts_.speaks() )
       return step( Why::unknown, "upstream",
                    "this agent only listens: others join" );
-   const Route* joins = shared() && !route_->wildCard() ? route_->wc() : route_;
+   const Route* joins = shared() ? route_->wc() : route_;
    if ( joins == nullptr || joins->upJoinState() == Sm::upJoined )
       return step( Why::fine, "upstream",
                    lastJoins_ == 0.0 ? "joined"
@@ -164,9 +161,6 @@ void Inquiry::forwards() {
                       "tree",
                       nameText( intfId_ ) ),
          "source-pruned", "it takes the source's own tree: look there" );
-   if ( why_.cause.empty() && joins() == false )
-      return fail( "forwarding", "the route is not joined", "not-joined",
-                   "pimsm-show explain --terms tells why" );
    std::string turns;
    if ( own != nullptr ) {
       const auto changes = turnsOf( mirror_, *own, outgoingOf( mirror_, *own ) );
@@ -176,11 +170,6 @@ void Inquiry::forwards() {
          fmt::format( "{} does not forward {}{}", nameText( intfId_ ),
                       keyText( route_->key() ), turns ),
          "not-forwarding", "pimsm-show explain --terms tells why" );
-}
-
-bool Inquiry::joins() const {
-   return route_->directlyConnected() || facts_.rps().startsHere( *route_ ) ||
-          route_->upJoinState() == Sm::upJoined || !facts_.speaks();
 }
 
 // The forwarding process, and what it has told the kernel.
@@ -364,7 +353,7 @@ void Inquiry::silence( const Flow& is ) {
                    fmt::format( "the source on {} sends nothing, or with TTL 1 "
                                 "elsewhere",
                                 nameText( right ) ) );
-   if ( shared() && facts_.rps().startsHere( *route_ ) )
+   if ( facts_.rps().startsHere( *route_ ) )
       return fail( "packets", since, "not-registered",
                    "no first hop registers a source here: look at the source's "
                    "router" );

@@ -42,7 +42,7 @@ Place place( const Mirror& mirror, const Receiver& receiver ) {
 
 bool lacksSource( const std::string& cause ) {
    return cause == "no-rp" || cause == "no-path" || cause == "nothing-arrives" ||
-          cause == "not-registered" || cause == "not-joined";
+          cause == "not-registered";
 }
 
 // A long one is folded between its sentences.

@@ -125,8 +125,7 @@ class Run {
       if ( auto until = world_.pause( statement ) ) return wait( *until );
       const bool asks = statement.rfind( "why ", 0 ) == 0 ||
                         statement.rfind( "verdict ", 0 ) == 0 ||
-                        statement.rfind( "chain ", 0 ) == 0 ||
-                        statement.rfind( "step ", 0 ) == 0;
+                        statement.rfind( "chain ", 0 ) == 0;
       if ( statement == "check" ) {
          for ( std::string& finding : world_.check() )
             changes_.emplace_back( rounded( world_.now() ), std::move( finding ) );

@@ -83,7 +83,6 @@ void World::tell( const Published::Event& event ) {
 std::string World::why( const std::string& statement ) {
    Words words( statement );
    const std::string asks = words.next();
-   const std::string step = asks == "step" ? words.next() : "";
    const std::string what = words.next();
    const std::string where = words.next();
    words.expectEnd();
@@ -102,16 +101,23 @@ std::string World::why( const std::string& statement ) {
    if ( router_ != nullptr ) turn();
    Show::Mirrors mirrors( { root_.path(), "all", family() } );
    mirrors.load();
+   Show::Evidence evidence{ Show::Events( root_.path() ).take(), host_,
+                            clock_.now() };
+   Show::AllRates rates;
+   for ( size_t i = 0; i < rates_.size(); ++i )
+      rates.emplace( mirrors.all()[i].get(), rates_[i] ).first->second.read();
+   evidence.rates = looked_ ? &rates : nullptr;
+   evidence.interval = looked_ ? clock_.now() - lookedAt_ : 0.0;
    const Show::Answer answer =
-      Show::whyOf( mirrors, { receiver },
-                   { Show::Events( root_.path() ).take(), host_, clock_.now() } )
-         .front();
+      Show::whyOf( mirrors, { receiver }, evidence ).front();
    if ( answer.mirror == nullptr ) return "why no tables";
+   const std::string cause =
+      answer.why.cause.empty() ? "nothing" : answer.why.cause;
    if ( asks == "verdict" ) return "verdict " + answer.why.verdict;
    if ( asks == "chain" ) {
-      std::string chain = "chain";
+      std::string chain = "chain " + cause + ( answer.why.again ? " again:" : ":" );
       for ( const Show::Why::Step& each : answer.why.chain )
-         chain += fmt::format( "{} {}{}: {}", chain == "chain" ? "" : " /",
+         chain += fmt::format( "{} {}{}: {}", chain.back() == ':' ? "" : " /",
                                each.mark == Show::Why::fine  ? ""
                                : each.mark == Show::Why::bad ? "NO "
                                                              : "? ",
@@ -119,14 +125,7 @@ std::string World::why( const std::string& statement ) {
       std::replace( chain.begin(), chain.end(), ';', ',' );
       return chain;
    }
-   for ( const Show::Why::Step& each : answer.why.chain )
-      if ( each.what == step )
-         return "step " + step +
-                ( each.mark == Show::Why::fine  ? " fine"
-                  : each.mark == Show::Why::bad ? " bad"
-                                                : " unknown" );
-   if ( !step.empty() ) return "step " + step + " missing";
-   return "why " + ( answer.why.cause.empty() ? "nothing" : answer.why.cause );
+   return "why " + cause;
 }
 
 std::vector<std::string> World::check() {
@@ -146,6 +145,14 @@ std::vector<std::string> World::check() {
       }
    }
    return out;
+}
+
+// look: what is asked afterwards knows the rates since.
+void World::look() {
+   looked_.emplace( Show::Selection{ root_.path(), "all", family() } );
+   looked_->load();
+   for ( const auto& each : looked_->all() ) rates_.emplace_back( *each );
+   lookedAt_ = clock_.now();
 }
 
 uint32_t World::indexOf( const std::string& intf ) const {
@@ -311,6 +318,8 @@ void World::act( const std::string& statement ) {
       link( words );
    } else if ( words.accept( "elsewhere" ) ) {
       elsewhere( words );
+   } else if ( words.accept( "look" ) ) {
+      look();
    } else {
       message( words, habits_.intf );
    }

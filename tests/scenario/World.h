@@ -6,6 +6,7 @@
 
 #include "apps/config/AgentConfig.h"
 #include "apps/mirror/Host.h"
+#include "apps/mirror/Rates.h"
 #include "platform/loop/TestClock.h"
 #include "published/EventLog.h"
 #include "published/MfibStatus.h"
@@ -46,9 +47,9 @@ class World {
    std::string unpublished();
    // Asks why a receiver gets a group or not: "why A eth1", "why G 192.0.2.7".
    // Returns the cause that the show tool names: "why not-dr"; "why nothing". With
-   // "verdict" for "why" the sentence that it prints, with "step kernel" how that step of
-   // the chain is: "step kernel unknown", with "chain" all steps and what they say, with
-   // commas for semicolons.
+   // "verdict" for "why" the sentence that it prints, with "chain" all steps and what they
+   // say, with commas for semicolons, behind the cause; "again" says that a second look
+   // tells more.
    std::string why( const std::string& statement );
    // What `pimsm-show check` finds, each as "check two-drs eth1 A".
    std::vector<std::string> check();
@@ -78,6 +79,7 @@ class World {
    void hostEntry( Words& words );
    void elsewhere( Words& words );
    void link( Words& words );
+   void look();
    uint32_t indexOf( const std::string& intf ) const;
    void tell( const Published::Event& event );
    Vantu::AddressFamily family() const {
@@ -102,6 +104,10 @@ class World {
    Mox::Ptr<Published::MfibStatus> mfib_;
    // What hosts' kernels say of themselves.
    Show::Host host_;
+   // The first of two looks: the mirrors of that time, and how to read them again.
+   std::optional<Show::Mirrors> looked_;
+   std::vector<Show::Rates> rates_;
+   double lookedAt_ = 0.0;
    std::optional<Published::EventLog> log_;
    std::vector<std::pair<double, std::string>> events_;
    Router::RouterCounters counters_;

@@ -22,6 +22,7 @@
 #include "apps/show/reports/RegisterReport.h"
 #include "apps/show/reports/RpReport.h"
 #include "apps/show/reports/StatusReport.h"
+#include "apps/show/reports/Why.h"
 #include "apps/show/text/Fold.h"
 #include "apps/show/text/RouteText.h"
 #include "tests/apps/mirror/Published.h"
@@ -71,20 +72,34 @@ TEST_F( Reports, RoutesInDetail ) {
    expectGolden( "detail.txt", routes( filter, true ) );
 }
 
-TEST_F( Reports, Explanation ) {
-   Question question;
-   question.route = SmTest::sgKey( "198.51.100.7", "239.1.2.3" );
-   question.intfId = Vantu::IntfId( "eth3" );
-   const Mirror& mirror = view.mirror( "default", Vantu::AddressFamily::ipv4 );
-   std::string text = explainText( mirror, question, ShownRouter::now ) + '\n';
-   question.macro = "lostAssertSg";
-   question.all = true;
-   text += explainText( mirror, question, ShownRouter::now );
-   expectGolden( "explain-macro.txt", text );
+// Of an agent that publishes nothing of itself, and of one that does.
+TEST_F( Reports, Why ) {
+   std::string text;
+   for ( const bool all : { false, true } ) {
+      if ( all ) router.publishInterfaces();
+      if ( all ) router.publishGroups();
+      View later( router.root.path() );
+      for ( const char* where :
+            { "eth3", "eth2", "eth8", "eth9", "eth4", "eth1", "" } ) {
+         const std::string_view name = where;
+         const char* group = name == "eth4"   ? "239.0.0.1"
+                             : name == "eth1" ? "ff0e::db8:1"
+                                              : "239.1.2.3";
+         const Receiver receiver{ SmTest::addr( group ),
+                                  {},
+                                  SmTest::intfId( where ),
+                                  SmTest::addr( "192.0.2.131" ) };
+         const Answer answer =
+            whyOf( later.all(), { receiver }, { {}, {}, ShownRouter::now } )[0];
+         text += whyText( answer, receiver ) + '\n';
+         if ( all ) text += whyJson( answer, receiver ).dump( 2 ) + '\n';
+      }
+   }
+   expectGolden( "why.txt", text );
 }
 
 // With the agent's interfaces; all routes of a group, and a join that waits for its
-// source tree.
+// source tree. Then without them, and a macro.
 TEST_F( Reports, OutgoingLists ) {
    router.publishInterfaces();
    View later( router.root.path() );
@@ -103,6 +118,12 @@ TEST_F( Reports, OutgoingLists ) {
    question.route = SmTest::sgKey( "198.51.100.7", "239.1.2.3" );
    question.intfId = Vantu::IntfId( "eth3" );
    expectGolden( "explain.json", explainJson( mirror, question ).dump( 2 ) + '\n' );
+   const Mirror& unknown = view.mirror( "default", Vantu::AddressFamily::ipv4 );
+   text = explainText( unknown, question, ShownRouter::now ) + '\n';
+   question.macro = "lostAssertSg";
+   question.all = true;
+   text += explainText( unknown, question, ShownRouter::now );
+   expectGolden( "explain-macro.txt", text );
 }
 
 // Neighbours, RPs and members, and the RP of each kind of group.

@@ -53,10 +53,10 @@ std::unordered_map<std::string, CaptureBinding> captureBindings(
    std::unordered_map<std::string, CaptureBinding> bindings;
    for ( const VrfConfig& vrf : config.vrfs ) {
       for ( const InterfaceConfig& interface : vrf.interfaces ) {
+         const CaptureBinding binding{ vrf.name, interface.name };
          for ( const std::string& name :
                { vrf.capture( interface.name ), std::string() } ) {
-            auto [found, isNew] =
-               bindings.try_emplace( name, vrf.name, interface.name );
+            auto [found, isNew] = bindings.try_emplace( name, binding );
             if ( !isNew ) found->second = {};
          }
       }

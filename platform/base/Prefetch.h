@@ -10,10 +10,11 @@ namespace Mox {
 // assembler because GCC drops the calls of a function that only prefetches.
 inline void prefetch( const void* at, size_t size = 1 ) {
    constexpr size_t kLine = 64;
-   auto* bytes = static_cast<const char*>( at );
-   const char* end = bytes + size;
-   bytes -= reinterpret_cast<uintptr_t>( bytes ) % kLine;
-   for ( ; bytes < end; bytes += kLine ) {
+   auto line = reinterpret_cast<uintptr_t>( at );
+   const uintptr_t end = line + size;
+   line -= line % kLine;
+   for ( ; line < end; line += kLine ) {
+      auto* bytes = reinterpret_cast<const char*>( line );
 #if defined( __x86_64__ )
       __asm__ volatile( "prefetcht0 %0" : : "m"( *bytes ) );
 #else

@@ -91,7 +91,9 @@ void Loop::serveFiles( int timeoutMilliseconds ) {
    if ( count < 0 && errno != EINTR ) throwErrno( "epoll_wait" );
    for ( int i = 0; i < count; ++i ) {
       // Looked up one by one: a callback may have removed a later watcher.
-      auto found = watchers_.find( events[i].data.u64 );
+      // The kernel's structure is packed: a copy is aligned.
+      const uint64_t watcher = events[i].data.u64;
+      auto found = watchers_.find( watcher );
       if ( found != watchers_.end() ) found->second->serve( events[i].events );
    }
 }

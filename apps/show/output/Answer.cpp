@@ -35,8 +35,6 @@ namespace Show {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 // Prints every mirror: by `text`, separated by `between`, or by `json` as the
 // member `member`.
 template <class Text, class ToJson>

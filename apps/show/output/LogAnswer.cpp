@@ -8,8 +8,6 @@
 
 namespace Show {
 
-using Json = nlohmann::ordered_json;
-
 ExitStatus printLog( const Arguments& arguments ) {
    Events events( arguments.selection.root );
    const double now = monotonicNow();

@@ -7,8 +7,6 @@
 
 namespace Show {
 
-using Json = nlohmann::ordered_json;
-
 void printText( const std::string& text ) {
    std::cout << folded( text, outputWidth() );
 }

@@ -10,10 +10,12 @@
 
 namespace Show {
 
+using Json = nlohmann::ordered_json;
+
 // Folded to the output's width.
 void printText( const std::string& text );
 // `indent` -1 prints one line.
-void printJson( const nlohmann::ordered_json& document, int indent = 2 );
+void printJson( const Json& document, int indent = 2 );
 
 // Prints mirrors one after the other: as text, or as JSON with each mirror's
 // envelope around `member`, as one document or a line each.
@@ -44,7 +46,7 @@ class Printout {
    const char* member_;
    const char* between_;
    bool first_ = true;
-   nlohmann::ordered_json document_ = nlohmann::ordered_json::array();
+   Json document_ = Json::array();
 };
 
 // Why a receiver gets a group or not; without a receiver, of every interface of the

@@ -6,8 +6,6 @@
 
 namespace Show {
 
-using Json = nlohmann::ordered_json;
-
 namespace {
 
 // Without an interface, every one that the group's routes have.

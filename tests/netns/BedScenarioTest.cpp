@@ -38,7 +38,7 @@ class BedScenario : public testing::Test {
    }
 
    void SetUp() override {
-#if defined( __SANITIZE_ADDRESS__ ) || defined( __SANITIZE_THREAD__ )
+#ifdef PIMSM_SANITIZED
       GTEST_SKIP() << "real time: not with programs that the sanitizers slow down";
 #endif
       static const std::string kWhyNot = notPermitted();

@@ -24,7 +24,7 @@ class OwnAgent : public NetworkTest {
    static constexpr const char* kRoute = "route add 10.98.0.0/24 via 10.99.0.2";
 
    void SetUp() override {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef PIMSM_SANITIZED
       GTEST_SKIP() << "real time: not with programs that the sanitizers slow down";
 #endif
       NetworkTest::SetUp();

@@ -23,7 +23,7 @@ using Vantu::IpGenAddr;
 class LiveRouter : public NetworkTest {
  protected:
    void SetUp() override {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef PIMSM_SANITIZED
       GTEST_SKIP() << "real time: not with programs that the sanitizers slow down";
 #endif
       NetworkTest::SetUp();

@@ -33,12 +33,12 @@ IpGenAddr linkLocal( const Agent::Wire& wire, Mox::Loop& loop,
    return found;
 }
 
-constexpr auto ipv4 = AddressFamily::ipv4, ipv6 = AddressFamily::ipv6;
+constexpr auto kIpv4 = AddressFamily::ipv4, kIpv6 = AddressFamily::ipv6;
 
 class Speak : public testing::Test {
  protected:
    void SetUp() override {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef PIMSM_SANITIZED
       GTEST_SKIP() << "real time: not with programs that the sanitizers slow down";
 #endif
       static const std::string kWhyNot = notPermitted();
@@ -78,7 +78,7 @@ class SpeakKinds : public Speak, public testing::WithParamInterface<AddressFamil
 
 TEST_P( SpeakKinds, AreWellFormed ) {
    using namespace Router;
-   const bool four = GetParam() == ipv4;
+   const bool four = GetParam() == kIpv4;
    Bed bed( { .links = "A-B" }, root.path() );
    Decoder decoder( { { bed.node( "B" ), "ba" } }, root.path() + "/kinds.pcap" );
    const IpGenAddr own = bed.address( GetParam(), "A" );
@@ -166,9 +166,9 @@ TEST_P( SpeakKinds, AreWellFormed ) {
               four ? kSent4 : kSent6 );
 }
 
-INSTANTIATE_TEST_SUITE_P( Families, SpeakKinds, testing::Values( ipv4, ipv6 ),
+INSTANTIATE_TEST_SUITE_P( Families, SpeakKinds, testing::Values( kIpv4, kIpv6 ),
                           []( const auto& row ) {
-                             return row.param == ipv4 ? "IPv4" : "IPv6";
+                             return row.param == kIpv4 ? "IPv4" : "IPv6";
                           } );
 
 }

@@ -18,7 +18,7 @@ inline unsigned seedOf() {
 
 // How much of a random walk is worth its time: a tenth where sanitizers slow it down.
 constexpr int stepsOf( int plain ) {
-#if defined( __SANITIZE_ADDRESS__ ) || defined( __SANITIZE_THREAD__ )
+#ifdef PIMSM_SANITIZED
    return plain / 10;
 #else
    return plain;

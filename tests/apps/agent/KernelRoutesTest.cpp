@@ -29,7 +29,7 @@ class NoFileLeft {
 
 // The second request asks the kernel again and is not taken for done.
 TEST( UnreadableRoutes, LeaveTheAgentAsItWas ) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef PIMSM_SANITIZED
    GTEST_SKIP() << "the sanitizers open files to look at an object";
 #endif
    const std::string config =

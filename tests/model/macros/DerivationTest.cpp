@@ -87,8 +87,8 @@ void expectSound( const Derivation& derivation ) {
 TEST( Derivation, AnswersAsTheMacrosDoAndForetellsWhatAChangeWouldGive ) {
    const unsigned seed = Mox::Test::seedOf();
    std::mt19937 random( seed );
-   unsigned checked = 0;
-   for ( int i = 0; i < 200 && !HasFailure(); ++i ) {
+   int checked = 0;
+   for ( int i = 0; i < Mox::Test::stepsOf( 200 ) && !HasFailure(); ++i ) {
       const World world = anyWorld( random );
       const Model model( world );
       for ( const Question& question : questions() ) {
@@ -123,7 +123,7 @@ TEST( Derivation, AnswersAsTheMacrosDoAndForetellsWhatAChangeWouldGive ) {
          }
       }
    }
-   EXPECT_GT( checked, 1000u );
+   EXPECT_GT( checked, Mox::Test::stepsOf( 4000 ) );
 }
 
 TEST( Derivation, TellsTermsFieldsAndWhatWouldFlipIt ) {
